@@ -1,0 +1,202 @@
+// Bringing meshes into models and handing them on: import and export.
+
+#include <filesystem>
+#include <fmt/format.h>
+#include <memory>
+
+#include "qx_db/platform/file.h"
+#include "qx_db/platform/text.h"
+#include "qx_db/qx_db.h"
+
+#include "apps/qxdb/commands.h"
+#include "exchange/msh_reader.h"
+#include "exchange/vtu_writer.h"
+
+namespace qx::app {
+namespace {
+
+std::string ExtensionOf(const std::string& path) {
+  return AsciiUpper(Utf8FromPath(PathFromUtf8(path).extension()));
+}
+
+bool Exists(const std::string& path) {
+  std::error_code error;
+  return std::filesystem::exists(PathFromUtf8(path), error);
+}
+
+// ---- import -------------------------------------------------------------------------------------
+
+struct ImportOptions {
+  std::string file;
+  std::string model;
+  bool add = false;
+  bool replace = false;
+  std::string length_unit = "m";
+};
+
+/// Reads every table of a gateway text, nodes before what refers to them.
+Outcome ReadGatewayTables(CQXDBSession& session, const std::string& path,
+                          std::vector<std::string>& notes) {
+  dbgateway::DataBase document;
+  if (Outcome read = document.ReadFile(path); !read) return read;
+  CTransaction transaction(&session);
+  transaction.Begin(u"Import");
+  for (DPoolBase* pool : session.Pools()) {
+    if (!pool->ReadAPI(&document, 0)) {
+      return Failure{path, "table " + pool->GetAPIName().ToUtf8(), "cannot be read",
+                     "see the messages above"};
+    }
+  }
+  for (const auto& entry : document.Report()) notes.push_back(entry.Line());
+  if (transaction.Commit()) return {};
+  return Failure{path, "", "was refused by the model", "see the message above"};
+}
+
+Outcome ReadInto(CQXDBSession& session, const std::string& path, std::vector<std::string>& notes) {
+  const std::string extension = ExtensionOf(path);
+  if (extension == ".JSON") return ReadGatewayTables(session, path, notes);
+  if (extension != ".MSH") {
+    return Failure{path, "", "has an unknown format", "use a .msh or .json file"};
+  }
+  ProgressBar bar("Reading " + path);
+  auto mesh = exchange::ReadMsh(path, [&](double done) { bar.Show(done); });
+  if (!mesh) return mesh.AsOutcome();
+  notes = mesh->notes;
+  return exchange::AddMesh(session, *mesh, path);
+}
+
+/// Declares the unit that the file's lengths are in; a new model keeps them so.
+void SetLengthUnit(CQXDBSession& session, const std::string& name) {
+  UnitSystem units = session.Units().Model();
+  units[UnitBase::kLength] = FindUnit(UnitBase::kLength, name);
+  session.Units().SetModel(units);
+  session.Units().SetCurrent(units);
+}
+
+void Import(const ImportOptions& options, Context& context) {
+  CQXDocBase document(AddStandardPools);
+  document.New();
+  if (Exists(options.model) && !options.replace) {
+    if (!options.add) {
+      return context.Refuse({options.model, "", "exists already",
+                             "add to it with --add or replace it with --replace"});
+    }
+    if (Outcome opened = document.Open(options.model); !opened) {
+      return context.Refuse(opened.Error());
+    }
+  }
+  CQXDBSession& session = *document.GetDBSession();
+  if (document.Path().empty()) SetLengthUnit(session, options.length_unit);
+  std::vector<std::int32_t> before;
+  for (const DPoolBase* pool : session.Pools()) before.push_back(pool->GetSize());
+  std::vector<std::string> notes;
+  if (Outcome read = ReadInto(session, options.file, notes); !read) {
+    return context.Refuse(read.Error());
+  }
+  if (Outcome saved = document.SaveAs(options.model); !saved) return context.Refuse(saved.Error());
+
+  std::string text = options.file + " -> " + options.model + ":";
+  JsonText json;
+  json.Begin().Text("model", options.model).Begin("added");
+  for (std::size_t i = 0; i < before.size(); ++i) {
+    const DPoolBase& pool = *session.Pools()[i];
+    const std::int32_t added = pool.GetSize() - before[i];
+    if (added == 0) continue;
+    const std::string name = pool.GetAPIName().ToUtf8();
+    text += fmt::format("\n  {:>9}  {}", Grouped(added), name);
+    json.Integer(name, added);
+  }
+  json.End().BeginArray("notes");
+  for (const std::string& note : notes) {
+    text += "\nnote: " + note;
+    json.Text({}, note);
+  }
+  json.End().End();
+  context.Print(text, json);
+}
+
+// ---- export -------------------------------------------------------------------------------------
+
+struct ExportOptions {
+  std::string model;
+  std::string file;
+  std::string encoding = "base64";
+};
+
+Outcome ExportTo(CQXDBSession& session, const ExportOptions& options,
+                 std::vector<std::string>& notes) {
+  const std::string extension = ExtensionOf(options.file);
+  if (extension == ".JSON") {
+    dbgateway::DataBase document;
+    for (DPoolBase* pool : session.Pools()) {
+      TArray<Key> all;
+      if (pool->GetSize() > 0) pool->WriteAPI(&document, all, 0);
+    }
+    return document.WriteFile(options.file, true);
+  }
+  if (extension != ".VTU") {
+    return Failure{options.file, "", "has an unknown format", "use a .vtu or .json file"};
+  }
+  using exchange::VtuEncoding;
+  const VtuEncoding encoding = options.encoding == "raw"      ? VtuEncoding::kAppendedRaw
+                               : options.encoding == "inline" ? VtuEncoding::kInlineBase64
+                               : options.encoding == "ascii"  ? VtuEncoding::kAscii
+                                                              : VtuEncoding::kAppendedBase64;
+  ProgressBar bar("Writing " + options.file);
+  return exchange::WriteVtu(session, options.file, encoding, {}, &notes,
+                            [&](double done) { bar.Show(done); });
+}
+
+void Export(const ExportOptions& options, Context& context) {
+  CQXDocBase document(AddStandardPools);
+  if (Outcome opened = document.Open(options.model); !opened) {
+    return context.Refuse(opened.Error());
+  }
+  std::vector<std::string> notes;
+  if (Outcome written = ExportTo(*document.GetDBSession(), options, notes); !written) {
+    return context.Refuse(written.Error());
+  }
+  std::error_code error;
+  const auto size = std::filesystem::file_size(PathFromUtf8(options.file), error);
+  std::string text = fmt::format("{} -> {} ({})", options.model, options.file, Bytes(size));
+  JsonText json;
+  json.Begin().Text("file", options.file).Integer("bytes", static_cast<std::int64_t>(size));
+  json.BeginArray("notes");
+  for (const std::string& note : notes) {
+    text += "\nnote: " + note;
+    json.Text({}, note);
+  }
+  context.Print(text, json.End().End());
+}
+
+}  // namespace
+
+void AddImport(CLI::App& app, Context& context) {
+  CLI::App* command = AddCommand(app, context, "import", "Bring a mesh file into a model",
+                                 "qxdb import bracket.msh bracket.qxm");
+  auto options = std::make_shared<ImportOptions>();
+  command->add_option("file", options->file, "Mesh (.msh) or gateway text (.json)")->required();
+  command->add_option("model", options->model, "Model file to write")->required();
+  auto* add = command->add_flag("--add", options->add, "Add to the model if it exists");
+  command->add_flag("--replace", options->replace, "Replace the model if it exists")->excludes(add);
+  std::vector<std::string> units;
+  for (const UnitDefinition& unit : UnitsOf(UnitBase::kLength)) units.emplace_back(unit.name);
+  command->add_option("--length", options->length_unit, "Unit of the lengths in the file")
+      ->check(CLI::IsMember(units))
+      ->capture_default_str();
+  command->callback([options, &context] { Import(*options, context); });
+}
+
+void AddExport(CLI::App& app, Context& context) {
+  CLI::App* command = AddCommand(app, context, "export", "Write a model for another program",
+                                 "qxdb export bracket.qxm bracket.vtu");
+  auto options = std::make_shared<ExportOptions>();
+  command->add_option("model", options->model, "Model file")->required();
+  command->add_option("file", options->file, "File to write: .vtu or .json")->required();
+  command->add_option("--encoding", options->encoding, "How a VTU stores its arrays")
+      ->check(CLI::IsMember({"raw", "base64", "inline", "ascii"}))
+      ->capture_default_str();
+  command->callback([options, &context] { Export(*options, context); });
+}
+
+}  // namespace qx::app

@@ -1,0 +1,237 @@
+// Looking at models: info, show, verify.
+
+#include <algorithm>
+#include <array>
+#include <fmt/format.h>
+#include <limits>
+#include <map>
+#include <memory>
+
+#include "qx_db/platform/text.h"
+#include "qx_db/qx_db.h"
+#include "qx_db/record/element_types.h"
+
+#include "apps/qxdb/commands.h"
+#include "apps/qxdb/selection.h"
+
+namespace qx::app {
+namespace {
+
+// ---- info ---------------------------------------------------------------------------------------
+
+struct Box {
+  std::array<double, 3> low{};
+  std::array<double, 3> high{};
+  bool empty = true;
+};
+
+Box BoundingBox(const CQXDBSession& session) {
+  Box box;
+  auto& nodes = *session.GetPool<DPoolNode>(code::kNode);
+  for (ITR pos = nodes.GetHeadPosition(); pos;) {
+    tagTNode node = nodes.GetNextNU(pos);
+    node.ConvertUnitOut(&session.Units());
+    const double p[3] = {node.position.x, node.position.y, node.position.z};
+    for (std::size_t i = 0; i < 3; ++i) {
+      box.low[i] = box.empty ? p[i] : std::min(box.low[i], p[i]);
+      box.high[i] = box.empty ? p[i] : std::max(box.high[i], p[i]);
+    }
+    box.empty = false;
+  }
+  return box;
+}
+
+std::map<std::int32_t, std::int64_t> ElementCounts(const CQXDBSession& session) {
+  std::map<std::int32_t, std::int64_t> counts;
+  auto& elements = *session.GetPool<DPoolElem>(code::kElem);
+  for (ITR pos = elements.GetHeadPosition(); pos;) ++counts[elements.GetNextNU(pos).type];
+  return counts;
+}
+
+std::string TypeLabel(std::int32_t type) {
+  const ElementType* known = FindElementType(type);
+  return known ? std::string(known->plural) : fmt::format("elements of type {}", type);
+}
+
+void InfoMesh(const CQXDBSession& session, std::string& text, JsonText& json) {
+  const std::string_view unit = session.Units().GetUnitName(unit::kLength);
+  json.Integer("nodes", session.GetDataPool(code::kNode)->GetSize()).Begin("elements");
+  text += fmt::format("nodes     {:>11}\n", Grouped(session.GetDataPool(code::kNode)->GetSize()));
+  for (const auto& [type, count] : ElementCounts(session)) {
+    text += fmt::format("elements  {:>11}  {}\n", Grouped(count), TypeLabel(type));
+    json.Integer(std::to_string(type), count);
+  }
+  json.End();
+  const Box box = BoundingBox(session);
+  if (box.empty) return;
+  json.BeginArray("box");
+  for (std::size_t i = 0; i < 3; ++i) {
+    text += fmt::format("{}  {} .. {} {}\n",
+                        i == 0   ? "box     x"
+                        : i == 1 ? "        y"
+                                 : "        z",
+                        Short(box.low[i]), Short(box.high[i]), unit);
+    json.BeginArray().Real({}, box.low[i]).Real({}, box.high[i]).End();
+  }
+  json.End();
+}
+
+void InfoSets(const CQXDBSession& session, std::string& text, JsonText& json) {
+  auto& sets = *session.GetPool<DPoolActiveElemSet>(code::kActiveElemSet);
+  json.BeginArray("sets");
+  for (ITR pos = sets.GetHeadPosition(); pos;) {
+    const tagTActiveElemSet& set = sets.GetNextNU(pos);
+    text += fmt::format("set       {:>11}  \"{}\"\n", Grouped(set.elements.GetSize()),
+                        set.GetName().ToUtf8());
+    json.Begin().Integer("key", set.key).Text("name", set.GetName().ToUtf8());
+    json.Integer("elements", set.elements.GetSize()).End();
+  }
+  json.End();
+}
+
+void Info(const std::string& model, Context& context) {
+  CQXDocBase document(AddStandardPools);
+  ModelFileReport report;
+  if (Outcome opened = document.Open(model, &report); !opened) {
+    return context.Refuse(opened.Error());
+  }
+  const CQXDBSession& session = *document.GetDBSession();
+  std::string text = fmt::format("{}: {}, saved {} time{}\n", model, Bytes(report.file_bytes),
+                                 report.revision, report.revision == 1 ? "" : "s");
+  JsonText json;
+  json.Begin().Text("model", model).Integer("bytes", static_cast<std::int64_t>(report.file_bytes));
+  json.Integer("revision", report.revision);
+  InfoMesh(session, text, json);
+  InfoSets(session, text, json);
+  text += "units     ";
+  json.Begin("units");
+  for (int b = 0; b < kUnitBaseCount; ++b) {
+    const auto base = static_cast<UnitBase>(b);
+    const auto& unit = UnitsOf(base)[static_cast<std::size_t>(session.Units().Model()[base])];
+    text += fmt::format(" {}", unit.name);
+    json.Text(UnitBaseName(base), unit.name);
+  }
+  json.End();
+  const std::string hash = HashText(session.StateHash());
+  text += "\nstate      " + hash + "\n";
+  context.Print(text, json.Text("state", hash).End());
+}
+
+// ---- show ---------------------------------------------------------------------------------------
+
+struct ShowOptions {
+  std::string model;
+  std::string pool;
+  std::string keys = "all";
+};
+
+void Show(const ShowOptions& options, Context& context) {
+  CQXDocBase document(AddStandardPools);
+  if (Outcome opened = document.Open(options.model); !opened) {
+    return context.Refuse(opened.Error());
+  }
+  const auto pool = FindPool(*document.GetDBSession(), options.pool);
+  if (!pool) return context.Refuse(pool.Error());
+  const auto ranges = KeyRanges::Parse(options.keys);
+  if (!ranges) return context.Refuse(ranges.Error());
+  TArray<Key> keys;
+  for (const ITR item : ranges->Select(**pool)) {
+    keys.Add(KeyedSetBase::RecordAt(item)->GetKey());
+  }
+  if (keys.IsEmpty() && options.keys != "all") {
+    return context.Refuse(NothingSelected(options.model, **pool, options.keys));
+  }
+  dbgateway::DataBase out;
+  (*pool)->WriteAPI(&out, keys, 0);
+  JsonText json;
+  json.Raw({}, out.ToText());
+  context.Print(out.ToText(true), json);
+}
+
+// ---- verify -------------------------------------------------------------------------------------
+
+/// Problems of a model that its file does not show: references that lead nowhere, elements with a
+/// wrong number of nodes.
+std::vector<std::string> FindProblems(const CQXDBSession& session, const ModelFileReport& report) {
+  std::vector<std::string> problems;
+  for (const auto& pool : report.pools) {
+    if (pool.unresolved_references == 0) continue;
+    problems.push_back(fmt::format("pool {}: {} references name no record", pool.io_name,
+                                   pool.unresolved_references));
+  }
+  auto& elements = *session.GetPool<DPoolElem>(code::kElem);
+  for (ITR pos = elements.GetHeadPosition(); pos;) {
+    const tagTElem& element = elements.GetNextNU(pos);
+    const ElementType* type = FindElementType(element.type);
+    if (type && element.nodes.GetSize() != type->nodes) {
+      problems.push_back(fmt::format("element {}: {} nodes where a {} has {}", element.key,
+                                     element.nodes.GetSize(), type->name, type->nodes));
+    }
+    if (std::find(element.nodes.begin(), element.nodes.end(), ITR{0}) != element.nodes.end()) {
+      problems.push_back(fmt::format("element {}: has a node that is not there", element.key));
+    }
+  }
+  if (const std::string fault = session.Validate(); !fault.empty()) problems.push_back(fault);
+  return problems;
+}
+
+void Verify(const std::string& model, Context& context) {
+  CQXDocBase document(AddStandardPools);
+  ModelFileReport report;
+  if (Outcome opened = document.Open(model, &report); !opened) {
+    return context.Refuse(opened.Error());
+  }
+  const auto problems = FindProblems(*document.GetDBSession(), report);
+  std::int64_t records = 0;
+  std::size_t pools = 0;
+  for (const auto& pool : report.pools) {
+    records += pool.records;
+    pools += pool.records > 0;
+  }
+  constexpr std::size_t kMostShown = 20;
+  std::string text =
+      fmt::format("{}: {} bytes and {} records in {} pools read, every checksum right\n", model,
+                  Grouped(static_cast<std::int64_t>(report.file_bytes)), Grouped(records), pools);
+  JsonText json;
+  json.Begin().Text("model", model).Integer("records", records).BeginArray("problems");
+  for (std::size_t i = 0; i < problems.size(); ++i) {
+    if (i < kMostShown) text += problems[i] + '\n';
+    json.Text({}, problems[i]);
+  }
+  if (problems.size() > kMostShown) {
+    text += fmt::format("... and {} more\n", problems.size() - kMostShown);
+  }
+  text += problems.empty() ? "no problems found" : fmt::format("{} problems", problems.size());
+  context.exit_code = problems.empty() ? 0 : 1;
+  context.Print(text, json.End().End());
+}
+
+}  // namespace
+
+void AddInfo(CLI::App& app, Context& context) {
+  CLI::App* command =
+      AddCommand(app, context, "info", "Summarise a model", "qxdb info bracket.qxm");
+  auto model = std::make_shared<std::string>();
+  command->add_option("model", *model, "Model file")->required();
+  command->callback([model, &context] { Info(*model, context); });
+}
+
+void AddShow(CLI::App& app, Context& context) {
+  CLI::App* command = AddCommand(app, context, "show", "Print records by pool and key",
+                                 "qxdb show bracket.qxm node 1-5,9");
+  auto options = std::make_shared<ShowOptions>();
+  command->add_option("model", options->model, "Model file")->required();
+  command->add_option("pool", options->pool, "Pool, e.g. node or elem")->required();
+  command->add_option("keys", options->keys, "Keys: 1-5,9,100- or all")->capture_default_str();
+  command->callback([options, &context] { Show(*options, context); });
+}
+
+void AddVerify(CLI::App& app, Context& context) {
+  CLI::App* command = AddCommand(app, context, "verify", "Check a model file and its references",
+                                 "qxdb verify bracket.qxm");
+  auto model = std::make_shared<std::string>();
+  command->add_option("model", *model, "Model file")->required();
+  command->callback([model, &context] { Verify(*model, context); });
+}
+
+}  // namespace qx::app

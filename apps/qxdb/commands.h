@@ -1,0 +1,23 @@
+#pragma once
+// The commands of qxdb. Each function adds one to the application; its callback does the work,
+// prints the result and sets the context's exit code.
+
+#include <CLI/CLI.hpp>
+
+#include "apps/qxdb/console.h"
+
+namespace qx::app {
+
+void AddImport(CLI::App& app, Context& context);
+void AddExport(CLI::App& app, Context& context);
+void AddInfo(CLI::App& app, Context& context);
+void AddShow(CLI::App& app, Context& context);
+void AddEdit(CLI::App& app, Context& context);
+void AddGateway(CLI::App& app, Context& context);
+void AddVerify(CLI::App& app, Context& context);
+
+/// A command with an example in its help. `--json` is taken before or after its name.
+CLI::App* AddCommand(CLI::App& app, Context& context, const std::string& name,
+                     const std::string& what, const std::string& example);
+
+}  // namespace qx::app

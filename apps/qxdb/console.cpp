@@ -1,0 +1,168 @@
+#include "apps/qxdb/console.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include "qx_db/platform/text.h"
+
+namespace qx::app {
+namespace {
+
+/// Columns that a UTF-8 text takes on a terminal, every code point counted as one.
+std::size_t Width(std::string_view text) {
+  return static_cast<std::size_t>(std::count_if(text.begin(), text.end(), [](char c) {
+    return (static_cast<unsigned char>(c) & 0xC0) != 0x80;
+  }));
+}
+
+std::string Quoted(std::string_view text) {
+  std::string out = "\"";
+  for (const char c : text) {
+    const auto u = static_cast<unsigned char>(c);
+    if (c == '"' || c == '\\') {
+      out += '\\';
+      out += c;
+    } else if (u < 0x20) {
+      out += fmt::format("\\u{:04x}", u);
+    } else {
+      out += c;
+    }
+  }
+  return out + '"';
+}
+
+}  // namespace
+
+Table::Table(std::vector<std::string> headings) : headings_(std::move(headings)) {
+  for (std::string& heading : headings_) {
+    right_.push_back(heading.starts_with('>'));
+    if (right_.back()) heading.erase(0, 1);
+  }
+}
+
+std::string Table::Text() const {
+  std::vector<std::size_t> widths;
+  for (const std::string& heading : headings_) widths.push_back(Width(heading));
+  for (const auto& row : rows_) {
+    for (std::size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], Width(row[i]));
+  }
+  std::string out;
+  const auto line = [&](const std::vector<std::string>& cells) {
+    std::string text;
+    for (std::size_t i = 0; i < cells.size(); ++i) {
+      const std::string fill(widths[i] - Width(cells[i]), ' ');
+      text += (i ? "  " : "") + (right_[i] ? fill + cells[i] : cells[i] + fill);
+    }
+    text.resize(text.find_last_not_of(' ') + 1);
+    out += text + '\n';
+  };
+  line(headings_);
+  for (const auto& row : rows_) line(row);
+  return out;
+}
+
+void JsonText::Name(std::string_view name) {
+  if (!first_) out_ += ',';
+  first_ = false;
+  if (!open_.empty() && open_.back() == '}') out_ += Quoted(name) + ':';
+}
+
+JsonText& JsonText::Begin(std::string_view name) {
+  Name(name);
+  out_ += '{';
+  open_.push_back('}');
+  first_ = true;
+  return *this;
+}
+
+JsonText& JsonText::BeginArray(std::string_view name) {
+  Name(name);
+  out_ += '[';
+  open_.push_back(']');
+  first_ = true;
+  return *this;
+}
+
+JsonText& JsonText::End() {
+  out_ += open_.back();
+  open_.pop_back();
+  first_ = false;
+  return *this;
+}
+
+JsonText& JsonText::Text(std::string_view name, std::string_view value) {
+  return Raw(name, Quoted(value));
+}
+JsonText& JsonText::Integer(std::string_view name, std::int64_t value) {
+  return Raw(name, std::to_string(value));
+}
+JsonText& JsonText::Real(std::string_view name, double value) {
+  return Raw(name, std::isfinite(value) ? fmt::format("{}", value) : "null");
+}
+JsonText& JsonText::Bool(std::string_view name, bool value) {
+  return Raw(name, value ? "true" : "false");
+}
+JsonText& JsonText::Raw(std::string_view name, std::string_view json) {
+  Name(name);
+  out_ += json;
+  return *this;
+}
+
+std::string Grouped(std::int64_t number) {
+  std::string digits = std::to_string(number);
+  const std::size_t sign = number < 0 ? 1 : 0;
+  for (std::size_t at = digits.size(); at > sign + 3;) digits.insert(at -= 3, " ");
+  return digits;
+}
+
+std::string Bytes(std::uint64_t bytes) {
+  constexpr const char* kUnits[] = {"B", "kB", "MB", "GB", "TB"};
+  double value = static_cast<double>(bytes);
+  std::size_t unit = 0;
+  while (value >= 1000 && unit + 1 < std::size(kUnits)) {
+    value /= 1000;
+    ++unit;
+  }
+  return unit == 0 ? fmt::format("{} B", bytes) : fmt::format("{:.1f} {}", value, kUnits[unit]);
+}
+
+std::string Short(double number) { return fmt::format("{:.6g}", number); }
+
+std::string HashText(std::uint64_t hash) { return fmt::format("{:016x}", hash); }
+
+ProgressBar::~ProgressBar() {
+  if (shown_) std::fputs("\r\033[K", stderr);
+}
+
+void ProgressBar::Show(double fraction) {
+  if (!isatty(STDERR_FILENO)) return;
+  if (std::chrono::steady_clock::now() - start_ < std::chrono::seconds(1)) return;
+  shown_ = true;
+  const int filled = static_cast<int>(30 * std::clamp(fraction, 0.0, 1.0));
+  fmt::print(stderr, "\r{} [{:<30}] {:3.0f} %", what_,
+             std::string(static_cast<std::size_t>(filled), '#'), 100 * fraction);
+  std::fflush(stderr);
+}
+
+void Context::Print(const std::string& text, const JsonText& json_text) const {
+  const std::string& out = json ? json_text.Result() : text;
+  std::fwrite(out.data(), 1, out.size(), stdout);
+  if (!out.empty() && out.back() != '\n') std::fputc('\n', stdout);
+}
+
+void Context::Refuse(const Failure& failure) {
+  exit_code = 1;
+  if (json) {
+    JsonText error;
+    error.Begin().Text("error", failure.what).Text("file", failure.file);
+    error.Text("place", failure.place).Text("remedy", failure.remedy).End();
+    fmt::print(stderr, "{}\n", error.Result());
+  } else {
+    fmt::print(stderr, "qxdb: {}\n", failure.Line());
+  }
+}
+
+}  // namespace qx::app

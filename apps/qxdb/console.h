@@ -1,0 +1,84 @@
+#pragma once
+// What commands print: text for people, JSON for machines, a progress bar for the patient.
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "qx_db/platform/outcome.h"
+
+namespace qx::app {
+
+/// A table of text with aligned columns; numbers, it is told, to the right.
+class Table {
+ public:
+  /// A heading that starts with '>' is a column of numbers.
+  explicit Table(std::vector<std::string> headings);
+  void Row(std::vector<std::string> cells) { rows_.push_back(std::move(cells)); }
+  bool IsEmpty() const { return rows_.empty(); }
+  std::string Text() const;
+
+ private:
+  std::vector<std::string> headings_;
+  std::vector<bool> right_;
+  std::vector<std::vector<std::string>> rows_;
+};
+
+/// A JSON object written member by member.
+class JsonText {
+ public:
+  JsonText& Begin(std::string_view name = {});       ///< an object
+  JsonText& BeginArray(std::string_view name = {});  ///< an array
+  JsonText& End();                                   ///< of the innermost object or array
+  JsonText& Text(std::string_view name, std::string_view value);
+  JsonText& Integer(std::string_view name, std::int64_t value);
+  JsonText& Real(std::string_view name, double value);
+  JsonText& Bool(std::string_view name, bool value);
+  /// A value that is JSON already.
+  JsonText& Raw(std::string_view name, std::string_view json);
+  const std::string& Result() const { return out_; }
+
+ private:
+  void Name(std::string_view name);
+  std::string out_;
+  std::vector<char> open_;
+  bool first_ = true;
+};
+
+/// 1234567 as "1 234 567".
+std::string Grouped(std::int64_t number);
+/// "1.2 MB" of a number of bytes.
+std::string Bytes(std::uint64_t bytes);
+/// A number in at most six significant digits.
+std::string Short(double number);
+/// The state hash as people compare it.
+std::string HashText(std::uint64_t hash);
+
+/// A bar on stderr for work that takes over a second, when stderr is a terminal.
+class ProgressBar {
+ public:
+  explicit ProgressBar(std::string what) : what_(std::move(what)) {}
+  ~ProgressBar();
+  void Show(double fraction);
+
+ private:
+  std::string what_;
+  std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
+  bool shown_ = false;
+};
+
+/// What every command is given and gives back.
+struct Context {
+  bool json = false;
+  int exit_code = 0;
+
+  /// Prints a command's result: its text, or its JSON when that was asked for.
+  void Print(const std::string& text, const JsonText& json_text) const;
+  /// Prints a failure as one line on stderr (as an object with --json) and sets exit code 1.
+  void Refuse(const Failure& failure);
+};
+
+}  // namespace qx::app

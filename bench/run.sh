@@ -1,0 +1,8 @@
+#!/usr/bin/env bash
+# Builds and runs the benchmarks; arguments choose some: keyed_set undo file gateway.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+. ./cmake/setup.sh
+need_packages "${BUILD_PACKAGES[@]}" libabsl-dev libboost-dev
+build bench
+exec build/bench/bin/bench_qx "$@"

@@ -1,0 +1,27 @@
+# What every target of this project has in common: warnings, sanitizers, coverage.
+
+find_program(QX_LLD NAMES ld.lld)
+
+add_library(qx_options INTERFACE)
+target_compile_options(qx_options INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-qual
+  -Wformat=2 -Wundef $<$<BOOL:${QX_WERROR}>:-Werror>
+  # GCC 12 sees overlaps in std::string concatenation and uninitialised alternatives in
+  # std::variant where there are none (GCC bugs 105651 and 105562).
+  $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict -Wno-maybe-uninitialized>)
+if(QX_SANITIZE)
+  target_compile_options(qx_options INTERFACE -fsanitize=${QX_SANITIZE} -fno-sanitize-recover=all
+                                              -fno-omit-frame-pointer)
+  target_link_options(qx_options INTERFACE -fsanitize=${QX_SANITIZE})
+  if(CMAKE_CXX_COMPILER_ID MATCHES Clang)
+    target_compile_options(qx_options INTERFACE
+      -fsanitize-ignorelist=${CMAKE_CURRENT_LIST_DIR}/sanitize-ignore.txt)
+  endif()
+endif()
+if(QX_COVERAGE)
+  target_compile_options(qx_options INTERFACE --coverage)
+  target_link_options(qx_options INTERFACE --coverage)
+endif()
+if(QX_LLD)
+  target_link_options(qx_options INTERFACE -fuse-ld=lld)
+endif()

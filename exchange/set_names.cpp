@@ -1,0 +1,45 @@
+#include "exchange/set_names.h"
+
+#include <fmt/format.h>
+
+namespace qx::exchange {
+namespace {
+
+constexpr std::size_t kLongest = sizeof(tagTActiveElemSet::name) / sizeof(char16_t) - 1;
+
+/// The first units of a text, at most `length`, without half a surrogate pair at the end.
+std::u16string Head(const std::u16string& text, std::size_t length) {
+  if (text.size() <= length) return text;
+  if (length > 0 && text[length - 1] >= 0xD800 && text[length - 1] <= 0xDBFF) --length;
+  return text.substr(0, length);
+}
+
+}  // namespace
+
+SetNames::SetNames(const DPoolActiveElemSet& sets, std::span<const Mesh::Group> groups) {
+  for (ITR at = sets.GetHeadPosition(); at; sets.Next(at)) {
+    taken_.emplace(sets.GetAtNU(at).name.View());
+  }
+  for (const Mesh::Group& group : groups) {
+    std::u16string name = Utf16(group.name);
+    if (name.size() <= kLongest) taken_.insert(std::move(name));
+  }
+}
+
+std::u16string SetNames::Fit(const std::string& name, std::vector<std::string>& notes) {
+  std::u16string full = Utf16(name);
+  if (full.size() <= kLongest) return full;
+  const std::u16string head = Head(full, kLongest);
+  std::u16string cut = head;
+  for (int& number = last_number_[head]; !taken_.insert(cut).second;) {
+    const std::u16string tail = Utf16(fmt::format("~{}", ++number));
+    cut = Head(full, kLongest - tail.size()) + tail;
+  }
+  notes.push_back(
+      fmt::format("the group name \"{}\" is longer than {} characters and was cut to "
+                  "\"{}\"",
+                  name, kLongest, Utf8(cut)));
+  return cut;
+}
+
+}  // namespace qx::exchange

@@ -1,0 +1,31 @@
+#pragma once
+// Names of groups as names of active element sets.
+
+#include <map>
+#include <set>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "qx_db/model/mesh_pools.h"
+
+#include "exchange/mesh.h"
+
+namespace qx::exchange {
+
+/// Cuts names that are longer than a set's name can be, to names that nothing else has. Shorter
+/// ones are kept as they are, also when two groups share one.
+class SetNames {
+ public:
+  /// The sets that are there and the groups to come, whose names are not to be hit by a cut.
+  SetNames(const DPoolActiveElemSet& sets, std::span<const Mesh::Group> groups);
+
+  /// The name to use for a group's name; a cut adds a line to `notes`.
+  std::u16string Fit(const std::string& name, std::vector<std::string>& notes);
+
+ private:
+  std::set<std::u16string> taken_;
+  std::map<std::u16string, int> last_number_;  // used behind a cut name
+};
+
+}  // namespace qx::exchange

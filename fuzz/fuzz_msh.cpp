@@ -1,0 +1,14 @@
+// Any bytes as a MSH file: refused with a full failure, or a mesh that stands its check.
+
+#include <cstdint>
+#include <cstdlib>
+#include <string_view>
+
+#include "exchange/msh_reader.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const std::string_view bytes(reinterpret_cast<const char*>(data), size);
+  const qx::Result<qx::exchange::Mesh> mesh = qx::exchange::ParseMsh(bytes, "input");
+  if (mesh ? !qx::exchange::CheckMesh(*mesh, "input") : mesh.Error().what.empty()) std::abort();
+  return 0;
+}

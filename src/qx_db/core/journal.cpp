@@ -1,0 +1,248 @@
+#include "qx_db/core/journal.h"
+
+#include <algorithm>
+
+#include "qx_db/core/session.h"
+
+namespace qx {
+namespace {
+
+/// Appends a record's image to `bytes`, all or nothing; returns its size.
+std::uint32_t AppendImage(const TStructBase& record, AppendLog<char>& bytes) {
+  const std::uint32_t size = record.GetSizePlusVfptr() - 8;
+  const std::size_t begin = bytes.size();
+  bytes.resize(begin + size);
+  record.Data2Stream(bytes.data() + begin, static_cast<int>(size));
+  return size;
+}
+
+/// Bytes that a detached record keeps allocated.
+std::size_t HeldBytes(ITR item) { return KeyedSetBase::RecordAt(item)->GetSizePlusVfptr() + 36; }
+
+void ClearModified(ITR item) {
+  KeyedSetBase::SetState(item, KeyedSetBase::StateOf(item) & ~KeyedSetBase::kModifiedBit);
+}
+
+}  // namespace
+
+Journal::~Journal() {
+  Discard();
+  Forget();
+}
+
+DPoolBase& Journal::Pool(std::uint16_t type) const { return *session_.GetDataPool(type); }
+
+// ---- the open step ------------------------------------------------------------------------------
+
+void Journal::Open(std::u16string_view name) {
+  current_ = Step{};
+  current_.name = name;
+  open_ = true;
+}
+
+void Journal::Record(const tagTRNotify& notice) {
+  if (notice.operation != tagTRNotify::kModified) {
+    Change change{notice.item, notice.type, notice.operation, 0, 0};
+    if (notice.operation == tagTRNotify::kRemoved) {
+      const KeyedSetBase& set = Pool(notice.type).Set();
+      change.list_epoch = set.ListEpoch();
+      change.hash_epoch = set.HashEpoch();
+      current_.held += HeldBytes(notice.item);
+    }
+    current_.changes.push_back(change);
+    return;
+  }
+  const TStructBase& record = *KeyedSetBase::RecordAt(notice.item);
+  if (notice.phase == 0) {
+    // Room first, so that nothing fails once the image is in.
+    current_.changes.reserve(current_.changes.size() + 1);
+    current_.images.reserve(current_.images.size() + 1);
+    const std::size_t at = current_.bytes.size();
+    const std::uint32_t size = AppendImage(record, current_.bytes);
+    const auto index = static_cast<std::uint32_t>(current_.images.size());
+    current_.images.push_back({at, 0, size, 0});
+    current_.changes.push_back({notice.item, notice.type, notice.operation, index, 0});
+    return;
+  }
+  Step::Images& images = current_.images.back();
+  images.after = current_.bytes.size();
+  images.after_size = AppendImage(record, current_.bytes);
+}
+
+void Journal::RollbackTo(std::size_t mark) {
+  TakeBack(current_, mark);
+  while (current_.changes.size() > mark) {
+    const Change change = current_.changes.back();
+    current_.changes.pop_back();
+    if (change.operation == tagTRNotify::kInserted) {
+      Pool(change.type).Set().FreeDetached(change.item);  // nobody's now
+    } else if (change.operation == tagTRNotify::kRemoved) {
+      current_.held -= HeldBytes(change.item);
+    } else {
+      ClearModified(change.item);
+      current_.bytes.resize(current_.images.back().before);
+      current_.images.pop_back();
+    }
+  }
+}
+
+void Journal::Discard() {
+  if (open_) RollbackTo(0);
+  open_ = false;
+}
+
+bool Journal::Close() {
+  open_ = false;
+  for (const Change& change : current_.changes) {
+    if (change.operation == tagTRNotify::kModified) ClearModified(change.item);
+  }
+  if (current_.changes.empty()) return false;
+  ForgetUndone();
+  done_.push_back(std::move(current_));
+  current_ = Step{};
+  return true;
+}
+
+// ---- taking back and doing again ----------------------------------------------------------------
+
+void Journal::RestoreImage(const Step& step, const Change& change, bool before) {
+  const Step::Images& images = step.images[change.list_epoch];
+  const char* image = step.bytes.data() + (before ? images.before : images.after);
+  const auto size = static_cast<int>(before ? images.before_size : images.after_size);
+  TStructBase& record = *KeyedSetBase::RecordAt(change.item);
+  if (LoadAt<Key>(image) == record.GetKey()) {
+    record.Stream2Data(image, size);
+    return;
+  }
+  DPoolBase& pool = Pool(change.type);
+  TStructBase* scratch = pool.GetDataPtrForUndoRedo();
+  scratch->Stream2Data(image, size);
+  pool.Set().SetAt(change.item, *scratch);
+}
+
+/// Detaches the records of changes [begin, end), which one pool inserted in this order.
+void Journal::Detach(Step& step, std::size_t begin, std::size_t end) {
+  KeyedSetBase& set = Pool(step.changes[begin].type).Set();
+  constexpr std::size_t kWorthwhile = 64;
+  bool at_once = false;
+  if (end - begin >= kWorthwhile) {
+    std::vector<ITR> items(end - begin);
+    for (std::size_t i = begin; i < end; ++i) items[i - begin] = step.changes[i].item;
+    at_once = set.DetachTail(items);
+  }
+  for (std::size_t i = end; i-- > begin;) {
+    Change& change = step.changes[i];
+    if (!at_once) set.RemoveWithoutDelete(change.item);
+    change.list_epoch = set.ListEpoch();
+    change.hash_epoch = set.HashEpoch();
+  }
+}
+
+void Journal::TakeBack(Step& step, std::size_t mark) {
+  // Records whose place in the list is gone, because it was sorted since, go to its end.
+  std::vector<Change> displaced;
+  for (std::size_t i = step.changes.size(); i > mark;) {
+    Change& change = step.changes[i - 1];
+    if (change.operation == tagTRNotify::kModified) {
+      RestoreImage(step, change, true);
+      --i;
+    } else if (change.operation == tagTRNotify::kRemoved) {
+      KeyedSetBase& set = Pool(change.type).Set();
+      if (!set.Relink(change.item, change.list_epoch, change.hash_epoch)) {
+        displaced.push_back(change);
+      }
+      --i;
+    } else {
+      std::size_t begin = i - 1;
+      while (begin > mark && step.changes[begin - 1].operation == tagTRNotify::kInserted &&
+             step.changes[begin - 1].type == change.type) {
+        --begin;
+      }
+      Detach(step, begin, i);
+      i = begin;
+    }
+  }
+  std::stable_sort(displaced.begin(), displaced.end(), [](const Change& a, const Change& b) {
+    return KeyedSetBase::RecordAt(a.item)->GetKey() < KeyedSetBase::RecordAt(b.item)->GetKey();
+  });
+  for (const Change& change : displaced) Pool(change.type).Set().AppendDetached(change.item);
+}
+
+void Journal::DoAgain(Step& step) {
+  for (Change& change : step.changes) {
+    KeyedSetBase& set = Pool(change.type).Set();
+    if (change.operation == tagTRNotify::kModified) {
+      RestoreImage(step, change, false);
+    } else if (change.operation == tagTRNotify::kInserted) {
+      if (!set.Relink(change.item, change.list_epoch, change.hash_epoch)) {
+        set.AppendDetached(change.item);
+      }
+    } else {
+      set.RemoveWithoutDelete(change.item);
+      change.list_epoch = set.ListEpoch();
+      change.hash_epoch = set.HashEpoch();
+    }
+  }
+}
+
+// ---- history ------------------------------------------------------------------------------------
+
+const Step& Journal::Undo() {
+  undone_.push_back(std::move(done_.back()));
+  done_.pop_back();
+  TakeBack(undone_.back(), 0);
+  return undone_.back();
+}
+
+const Step& Journal::Redo() {
+  done_.push_back(std::move(undone_.back()));
+  undone_.pop_back();
+  DoAgain(done_.back());
+  return done_.back();
+}
+
+void Journal::FreeDetached(Step& step, std::uint16_t operation) {
+  for (const Change& change : step.changes) {
+    if (change.operation == operation) Pool(change.type).Set().FreeDetached(change.item);
+  }
+}
+
+void Journal::ForgetUndone() {
+  // From the last undone step to the first: a record inserted by one and removed by a later one
+  // belongs to the insertion, and is freed once.
+  for (Step& step : undone_) FreeDetached(step, tagTRNotify::kInserted);
+  undone_.clear();
+}
+
+void Journal::ForgetOldest() {
+  FreeDetached(done_.front(), tagTRNotify::kRemoved);
+  done_.pop_front();
+}
+
+void Journal::Forget() {
+  ForgetUndone();
+  while (!done_.empty()) ForgetOldest();
+}
+
+void Journal::SetLimits(const HistoryLimits& limits) {
+  limits_ = limits;
+  EnforceLimits();
+}
+
+void Journal::EnforceLimits() {
+  while (done_.size() > limits_.steps) ForgetOldest();
+  std::size_t bytes = Footprint();
+  while (bytes > limits_.bytes && !done_.empty()) {
+    bytes -= done_.front().Footprint();
+    ForgetOldest();
+  }
+}
+
+std::size_t Journal::Footprint() const {
+  std::size_t bytes = 0;
+  for (const Step& step : done_) bytes += step.Footprint();
+  for (const Step& step : undone_) bytes += step.Footprint();
+  return bytes;
+}
+
+}  // namespace qx

@@ -1,0 +1,119 @@
+#pragma once
+// The undo journal: what each step changed, and how to take it back and do it again.
+//
+// A step is an append-only log of changes. An inserted or removed record is named by its address:
+// while the journal may still need it, a removed record stays allocated, with the addresses of
+// its former neighbours in it. A modification keeps the record's image before and after. Images
+// in the journal hold iterators, which is sound because no record they point to is freed while
+// the journal holds it; keys take their place only where an image leaves the process.
+
+#include <cstdint>
+#include <deque>
+#include <string>
+#include <vector>
+
+#include "qx_db/core/append_log.h"
+#include "qx_db/pool/notify.h"
+#include "qx_db/pool/pool_base.h"
+
+namespace qx {
+
+#pragma pack(push, 4)
+/// One change of one record.
+struct Change {
+  ITR item;
+  std::uint16_t type;       ///< type code of the pool
+  std::uint16_t operation;  ///< as in tagTRNotify
+  /// Insertion, removal: epochs of the set when the record was last detached.
+  /// Modification: index of its images, and 0.
+  std::uint32_t list_epoch;
+  std::uint32_t hash_epoch;
+};
+#pragma pack(pop)
+
+/// One undoable step.
+struct Step {
+  struct Images {
+    std::size_t before;
+    std::size_t after;
+    std::uint32_t before_size;
+    std::uint32_t after_size;
+  };
+
+  std::u16string name;
+  AppendLog<Change> changes;
+  AppendLog<Images> images;
+  AppendLog<char> bytes;  ///< the images
+  std::size_t held = 0;   ///< bytes of removed records that only this step keeps alive
+
+  /// Memory that dropping the step would free.
+  std::size_t Footprint() const {
+    return changes.capacity() * sizeof(Change) + images.capacity() * sizeof(Images) +
+           bytes.capacity() + held;
+  }
+};
+
+/// How far back one can go. Whichever bound is reached first drops the oldest step.
+struct HistoryLimits {
+  std::size_t steps = 1000;
+  std::size_t bytes = std::size_t{1} << 30;
+};
+
+/// The open step, and the steps that can be undone and redone.
+///
+/// Invariants: (1) changes are taken back in reverse order and redone in order, nothing between;
+/// (2) a record that a change names is linked or detached, never freed; (3) a detached record is
+/// owned by exactly one step: the done step that removed it, or the undone step that inserted it.
+class QXDB_API Journal {
+ public:
+  explicit Journal(CQXDBSession& session) : session_(session) {}
+  ~Journal();
+
+  // ---- the open step ----------------------------------------------------------------------------
+
+  void Open(std::u16string_view name);
+  bool IsOpen() const { return open_; }
+  const Step& Current() const { return current_; }
+  void Record(const tagTRNotify& notice);
+  void Reserve(std::size_t count) { current_.changes.reserve(current_.changes.size() + count); }
+  /// Takes back the changes of the open step after the first `mark` ones. It stays open.
+  void RollbackTo(std::size_t mark);
+  /// Takes back the whole open step and ends it.
+  void Discard();
+  /// Ends the open step; one that changed nothing leaves no trace. True when it was kept. The
+  /// limits apply when EnforceLimits is called next, so that the step can be announced first.
+  bool Close();
+
+  // ---- history ----------------------------------------------------------------------------------
+
+  const std::deque<Step>& Done() const { return done_; }
+  const std::vector<Step>& Undone() const { return undone_; }
+  /// Take back the last done step, or do the last undone one again. Require that there is one.
+  const Step& Undo();
+  const Step& Redo();
+  void SetLimits(const HistoryLimits& limits);
+  const HistoryLimits& Limits() const { return limits_; }
+  void EnforceLimits();
+  std::size_t Footprint() const;
+  /// Drops all history and frees what only it held.
+  void Forget();
+
+ private:
+  DPoolBase& Pool(std::uint16_t type) const;
+  void TakeBack(Step& step, std::size_t mark);
+  void DoAgain(Step& step);
+  void Detach(Step& step, std::size_t begin, std::size_t end);
+  void RestoreImage(const Step& step, const Change& change, bool before);
+  void ForgetUndone();
+  void ForgetOldest();
+  void FreeDetached(Step& step, std::uint16_t operation);
+
+  CQXDBSession& session_;
+  HistoryLimits limits_;
+  bool open_ = false;
+  Step current_;
+  std::deque<Step> done_;     // oldest first
+  std::vector<Step> undone_;  // the next to redo last
+};
+
+}  // namespace qx

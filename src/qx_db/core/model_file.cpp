@@ -1,0 +1,456 @@
+#include "qx_db/core/model_file.h"
+
+#define XXH_INLINE_ALL
+#include <algorithm>
+#include <cstdio>
+#include <filesystem>
+#include <map>
+#include <sqlite3.h>
+#include <xxhash.h>
+
+#include "qx_db/core/checked_vfs.h"
+#include "qx_db/core/schema_text.h"
+#include "qx_db/platform/file.h"
+#include "qx_db/record/verbs.h"
+
+namespace qx {
+namespace {
+
+constexpr std::uint32_t kApplicationId = 0x51584D31;  // "QXM1"
+constexpr int kFormat = 1;
+constexpr std::size_t kChunkBytes = std::size_t{1} << 20;
+constexpr std::size_t kLargestImage = 900'000'000;  // below the largest value of a database
+constexpr const char* kDamaged = "restore it from a backup";
+
+constexpr const char* kTables =
+    "CREATE TABLE meta(name TEXT PRIMARY KEY, value) WITHOUT ROWID;"
+    "CREATE TABLE pool(code INTEGER PRIMARY KEY, io_name TEXT NOT NULL, record TEXT NOT NULL,"
+    " schema TEXT NOT NULL, records INTEGER NOT NULL, bytes INTEGER NOT NULL);"
+    "CREATE TABLE chunk(code INTEGER NOT NULL, part INTEGER NOT NULL, records INTEGER NOT NULL,"
+    " checksum INTEGER NOT NULL, images BLOB NOT NULL, UNIQUE(code, part));";
+
+/// Closes what SQLite opened.
+struct CloseDatabase {
+  void operator()(sqlite3* db) const { sqlite3_close_v2(db); }
+};
+struct FinalizeStatement {
+  void operator()(sqlite3_stmt* statement) const { sqlite3_finalize(statement); }
+};
+using Database = std::unique_ptr<sqlite3, CloseDatabase>;
+
+/// A prepared statement that is reset after each run.
+class Statement {
+ public:
+  Statement() = default;
+  Statement(sqlite3* db, const char* sql) {
+    sqlite3_stmt* raw = nullptr;
+    sqlite3_prepare_v2(db, sql, -1, &raw, nullptr);
+    statement_.reset(raw);
+  }
+  Statement& Bind(int at, std::int64_t value) {
+    sqlite3_bind_int64(statement_.get(), at, value);
+    return *this;
+  }
+  Statement& Bind(int at, const std::string& value) {
+    sqlite3_bind_text64(statement_.get(), at, value.data(), value.size(), SQLITE_TRANSIENT,
+                        SQLITE_UTF8);
+    return *this;
+  }
+  /// The bytes must live until the statement has run.
+  Statement& BindBlob(int at, const std::vector<char>& value) {
+    sqlite3_bind_blob64(statement_.get(), at, value.data(), value.size(), SQLITE_STATIC);
+    return *this;
+  }
+  /// Runs a statement without rows.
+  bool Run() {
+    const int result = sqlite3_step(statement_.get());
+    sqlite3_reset(statement_.get());
+    return result == SQLITE_DONE;
+  }
+  /// SQLITE_ROW, SQLITE_DONE or an error.
+  int Step() { return sqlite3_step(statement_.get()); }
+  void Reset() { sqlite3_reset(statement_.get()); }
+  std::int64_t Int(int column) { return sqlite3_column_int64(statement_.get(), column); }
+  std::string Text(int column) {
+    const auto* text = sqlite3_column_text(statement_.get(), column);
+    return text ? reinterpret_cast<const char*>(text) : "";
+  }
+  std::span<const char> Blob(int column) {
+    const void* bytes = sqlite3_column_blob(statement_.get(), column);
+    const int size = sqlite3_column_bytes(statement_.get(), column);
+    return {static_cast<const char*>(bytes), static_cast<std::size_t>(size)};
+  }
+
+ private:
+  std::unique_ptr<sqlite3_stmt, FinalizeStatement> statement_;
+};
+
+std::int64_t Checksum(std::span<const char> bytes) {
+  return static_cast<std::int64_t>(XXH3_64bits(bytes.data(), bytes.size()));
+}
+
+void RemoveFile(const std::string& path) {
+  std::error_code ignored;
+  std::filesystem::remove(PathFromUtf8(path), ignored);
+}
+
+/// The remedy for a database error while writing.
+Failure WriteFailure(const std::string& path, sqlite3* db) {
+  const int code = sqlite3_errcode(db) & 0xFF;
+  const char* remedy = code == SQLITE_FULL || code == SQLITE_IOERR
+                           ? "free some disk space and save again"
+                           : "check the folder and its permissions";
+  return {path, "", std::string("cannot be written: ") + sqlite3_errmsg(db), remedy};
+}
+
+}  // namespace
+
+std::int64_t ModelFileReport::UnresolvedReferences() const {
+  std::int64_t sum = 0;
+  for (const Pool& pool : pools) sum += pool.unresolved_references;
+  return sum;
+}
+
+// ---- writing ------------------------------------------------------------------------------------
+
+struct ModelFileWriter::Impl {
+  std::string path;
+  std::string sibling;
+  Database db;
+  Statement meta, pool, chunk;
+
+  bool Exec(const char* sql) {
+    return sqlite3_exec(db.get(), sql, nullptr, nullptr, nullptr) == SQLITE_OK;
+  }
+  void FinalizeStatements() {
+    for (Statement* statement : {&meta, &pool, &chunk}) *statement = Statement();
+  }
+  Failure Fault() const { return WriteFailure(path, db.get()); }
+};
+
+ModelFileWriter::ModelFileWriter(std::unique_ptr<Impl> impl) : impl_(std::move(impl)) {}
+
+ModelFileWriter::~ModelFileWriter() {
+  if (!impl_->db) return;
+  impl_->FinalizeStatements();
+  impl_->db.reset();
+  RemoveFile(impl_->sibling);
+}
+
+Result<std::unique_ptr<ModelFileWriter>> ModelFileWriter::Create(const std::string& path,
+                                                                 std::uint64_t expected_bytes) {
+  auto impl = std::make_unique<Impl>();
+  impl->path = path;
+  std::error_code error;
+  if (std::filesystem::is_directory(PathFromUtf8(path), error)) {
+    return Failure{path, "", "is a directory", "name a file in it"};
+  }
+  impl->sibling = SiblingName(path);
+  sqlite3* raw = nullptr;
+  const int opened = sqlite3_open_v2(impl->sibling.c_str(), &raw,
+                                     SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, CheckedVfs());
+  impl->db.reset(raw);
+  if (opened != SQLITE_OK) {
+    Failure fault = impl->Fault();
+    impl->db.reset();
+    return fault;
+  }
+  // The file is nobody's until it is renamed: no journal, and one sync at the end.
+  int reserve = kPageReserve;
+  sqlite3_file_control(raw, "main", SQLITE_FCNTL_RESERVE_BYTES, &reserve);
+  const bool large = expected_bytes > (std::uint64_t{4} << 20);
+  const std::string settings =
+      std::string("PRAGMA page_size=") + (large ? "65536" : "4096") +
+      ";PRAGMA journal_mode=OFF;PRAGMA synchronous=OFF;PRAGMA locking_mode=EXCLUSIVE;"
+      "PRAGMA application_id=" +
+      std::to_string(kApplicationId) + ";PRAGMA user_version=" + std::to_string(kFormat) +
+      ";BEGIN;" + kTables;
+  std::unique_ptr<ModelFileWriter> writer(new ModelFileWriter(std::move(impl)));
+  Impl& w = *writer->impl_;
+  if (!w.Exec(settings.c_str())) return w.Fault();
+  w.meta = Statement(raw, "INSERT INTO meta VALUES(?,?)");
+  w.pool = Statement(raw, "INSERT INTO pool VALUES(?,?,?,?,?,?)");
+  w.chunk = Statement(raw, "INSERT INTO chunk VALUES(?,?,?,?,?)");
+  return writer;
+}
+
+Outcome ModelFileWriter::WriteUnits(const CQXUnitCtrl& units) {
+  const std::pair<const char*, const UnitSystem&> systems[] = {{"units.model.", units.Model()},
+                                                               {"units.current.", units.Current()}};
+  for (const auto& [prefix, system] : systems) {
+    for (int b = 0; b < kUnitBaseCount; ++b) {
+      const auto base = static_cast<UnitBase>(b);
+      const auto unit = UnitsOf(base)[static_cast<std::size_t>(system[base])];
+      impl_->meta.Bind(1, prefix + std::string(UnitBaseName(static_cast<UnitBase>(b))))
+          .Bind(2, std::string(unit.name));
+      if (!impl_->meta.Run()) return impl_->Fault();
+    }
+  }
+  return {};
+}
+
+Outcome ModelFileWriter::WritePool(const DPoolBase& pool) {
+  Impl& w = *impl_;
+  const Schema& schema = pool.GetSchema();
+  std::vector<char> images;
+  images.reserve(kChunkBytes + kChunkBytes / 4);
+  std::int64_t in_chunk = 0;
+  std::int64_t part = 0;
+  std::int64_t bytes = 0;
+  const auto flush = [&] {
+    if (in_chunk == 0) return true;
+    w.chunk.Bind(1, pool.GetTypeCode()).Bind(2, part++).Bind(3, in_chunk);
+    w.chunk.Bind(4, Checksum(images)).BindBlob(5, images);
+    images.clear();
+    in_chunk = 0;
+    return w.chunk.Run();
+  };
+  for (ITR pos = pool.GetHeadPosition(); pos; pool.Next(pos)) {
+    const TStructBase& record = *KeyedSetBase::RecordAt(pos);
+    const std::uint32_t size = ImageSize(schema, record);
+    if (size > kLargestImage) {
+      return Failure{w.path, std::string(schema.Name()) + " " + std::to_string(record.GetKey()),
+                     "is too large for a model file", "split the record"};
+    }
+    const std::size_t at = images.size();
+    images.resize(at + 4 + size);
+    StoreAt(images.data() + at, size);
+    WriteImage(schema, record, images.data() + at + 4);
+    ImageIteratorsToKeys(schema, images.data() + at + 4);
+    bytes += size;
+    ++in_chunk;
+    if (images.size() >= kChunkBytes && !flush()) return w.Fault();
+  }
+  if (!flush()) return w.Fault();
+  w.pool.Bind(1, pool.GetTypeCode()).Bind(2, Utf8(pool.GetIOName()));
+  w.pool.Bind(3, std::string(schema.Name())).Bind(4, SchemaToText(schema));
+  w.pool.Bind(5, pool.GetSize()).Bind(6, bytes);
+  return w.pool.Run() ? Outcome() : Outcome(w.Fault());
+}
+
+Outcome ModelFileWriter::Finish(std::int64_t revision) {
+  Impl& w = *impl_;
+  w.meta.Bind(1, std::string("revision")).Bind(2, revision);
+  if (!w.meta.Run() || !w.Exec("COMMIT")) return w.Fault();
+  w.FinalizeStatements();
+  if (sqlite3_close(w.db.release()) != SQLITE_OK) {
+    RemoveFile(w.sibling);
+    return Failure{w.path, "", "cannot be closed", "save again"};
+  }
+  Outcome replaced = ReplaceFileDurably(w.sibling, w.path);
+  if (!replaced) RemoveFile(w.sibling);
+  return replaced;
+}
+
+// ---- reading ------------------------------------------------------------------------------------
+
+struct ModelFileReader::Impl {
+  std::string path;
+  Database db;
+  ModelFileReport report;
+  std::map<std::uint16_t, std::string> schemas;
+
+  Failure Fault(const std::string& place, const std::string& what) const {
+    return {path, place, what, kDamaged};
+  }
+  Outcome ReadDirectory();
+};
+
+ModelFileReader::ModelFileReader(std::unique_ptr<Impl> impl) : impl_(std::move(impl)) {}
+ModelFileReader::~ModelFileReader() = default;
+const ModelFileReport& ModelFileReader::Report() const { return impl_->report; }
+
+Outcome ModelFileReader::Impl::ReadDirectory() {
+  Statement revision(db.get(), "SELECT value FROM meta WHERE name='revision'");
+  if (revision.Step() != SQLITE_ROW) return Fault("table meta", "has no revision");
+  report.revision = revision.Int(0);
+  Statement pools(db.get(), "SELECT code, io_name, schema, records, bytes FROM pool ORDER BY code");
+  int step = 0;
+  while ((step = pools.Step()) == SQLITE_ROW) {
+    const std::int64_t type = pools.Int(0);
+    if (type < 0 || type > 0xFFFF) return Fault("table pool", "has an impossible type code");
+    report.pools.push_back(
+        {static_cast<std::uint16_t>(type), pools.Text(1), pools.Int(3), pools.Int(4), 0});
+    schemas[static_cast<std::uint16_t>(type)] = pools.Text(2);
+  }
+  if (step != SQLITE_DONE) return Fault("table pool", sqlite3_errmsg(db.get()));
+  return {};
+}
+
+Result<std::unique_ptr<ModelFileReader>> ModelFileReader::Open(const std::string& path) {
+  auto impl = std::make_unique<Impl>();
+  impl->path = path;
+  const Result<DatabaseHeader> header = CheckPages(path, kApplicationId);
+  if (!header) return header.Error();
+  if (header->format != kFormat) {
+    return Failure{path, "header",
+                   "has format " + std::to_string(header->format) + ", this program reads format " +
+                       std::to_string(kFormat),
+                   "update this program"};
+  }
+  impl->report.file_bytes = std::uint64_t{header->page_size} * header->page_count;
+  sqlite3* raw = nullptr;
+  const int opened = sqlite3_open_v2(path.c_str(), &raw, SQLITE_OPEN_READONLY, nullptr);
+  impl->db.reset(raw);
+  if (opened != SQLITE_OK) {
+    return Failure{path, "", std::string("cannot be opened: ") + sqlite3_errmsg(raw), kDamaged};
+  }
+  sqlite3_exec(raw, "PRAGMA trusted_schema=OFF;BEGIN", nullptr, nullptr, nullptr);
+  if (Outcome read = impl->ReadDirectory(); !read) return read.Error();
+  return std::unique_ptr<ModelFileReader>(new ModelFileReader(std::move(impl)));
+}
+
+Outcome ModelFileReader::ReadUnits(CQXUnitCtrl& units) {
+  Statement find(impl_->db.get(), "SELECT value FROM meta WHERE name=?");
+  UnitSystem systems[2];
+  const char* const prefixes[2] = {"units.model.", "units.current."};
+  for (int s = 0; s < 2; ++s) {
+    for (int b = 0; b < kUnitBaseCount; ++b) {
+      const std::string name = prefixes[s] + std::string(UnitBaseName(static_cast<UnitBase>(b)));
+      find.Bind(1, name);
+      const bool present = find.Step() == SQLITE_ROW;
+      const std::string unit = present ? find.Text(0) : "";
+      find.Reset();
+      const int index = FindUnit(static_cast<UnitBase>(b), unit);
+      if (index < 0) return impl_->Fault(name, "names no known unit: \"" + unit + "\"");
+      systems[s][static_cast<UnitBase>(b)] = index;
+    }
+  }
+  units.SetModel(systems[0]);
+  units.SetCurrent(systems[1]);
+  return {};
+}
+
+Outcome ModelFileReader::ReadPool(DPoolBase& pool) {
+  const auto found = impl_->schemas.find(pool.GetTypeCode());
+  if (found == impl_->schemas.end()) return {};
+  auto reader = ImageReader::Make(pool.GetSchema(), found->second);
+  if (!reader) {
+    Failure fault = reader.Error();
+    fault.file = impl_->path;
+    return fault;
+  }
+  const std::string pool_name = "pool " + Utf8(pool.GetIOName());
+  const auto entry = std::find_if(impl_->report.pools.begin(), impl_->report.pools.end(),
+                                  [&](const auto& p) { return p.type == pool.GetTypeCode(); });
+  // Every record takes at least its fixed image: a count that lies cannot ask for much memory.
+  const std::int64_t fits =
+      static_cast<std::int64_t>(impl_->report.file_bytes) / pool.GetSchema().FixedImageSize();
+  pool.Set().SetHashSize(static_cast<std::int32_t>(
+      std::clamp<std::int64_t>(entry->records, 0, std::min<std::int64_t>(fits, kMaxKey))));
+  Statement chunks(impl_->db.get(),
+                   "SELECT records, checksum, images FROM chunk WHERE code=? ORDER BY part");
+  chunks.Bind(1, pool.GetTypeCode());
+  std::int64_t records = 0;
+  int step = 0;
+  for (int part = 0; (step = chunks.Step()) == SQLITE_ROW; ++part) {
+    const std::string place = pool_name + ", chunk " + std::to_string(part);
+    const std::span<const char> images = chunks.Blob(2);
+    if (Checksum(images) != chunks.Int(1)) return impl_->Fault(place, "the checksum differs");
+    const std::int64_t in_chunk = chunks.Int(0);
+    std::size_t at = 0;
+    for (std::int64_t i = 0; i < in_chunk; ++i, ++records) {
+      const std::size_t left = images.size() - at;
+      const std::uint32_t size = left >= 4 ? LoadAt<std::uint32_t>(images.data() + at) : 0;
+      if (left < 4 || size > left - 4) return impl_->Fault(place, "ends inside a record");
+      const char* image = images.data() + at + 4;
+      if (const std::string fault = (*reader)->Check(image, size); !fault.empty()) {
+        return impl_->Fault(place + ", record " + std::to_string(i), fault);
+      }
+      TStructBase* record = pool.GetDataPtrForUndoRedo();
+      (*reader)->Read(image, *record);
+      if (!pool.Set().Insert(*record)) {
+        return impl_->Fault(place, "key " + std::to_string(record->GetKey()) +
+                                       (record->GetKey() < 0 ? " is negative" : " is used twice"));
+      }
+      at += 4 + size;
+    }
+    if (at != images.size()) return impl_->Fault(place, "has bytes after its last record");
+  }
+  if (step != SQLITE_DONE) return impl_->Fault(pool_name, sqlite3_errmsg(impl_->db.get()));
+  if (entry->records != records) {
+    return impl_->Fault(pool_name, "holds " + std::to_string(records) + " of " +
+                                       std::to_string(entry->records) + " records");
+  }
+  return {};
+}
+
+// ---- whole models -------------------------------------------------------------------------------
+
+namespace {
+
+int Report(Outcome result, Outcome* outcome) {
+  const int ok = result ? 1 : 0;
+  if (outcome) *outcome = std::move(result);
+  return ok;
+}
+
+std::int64_t RevisionOf(const std::string& path) {
+  std::error_code error;
+  if (!std::filesystem::exists(PathFromUtf8(path), error)) return 0;
+  const auto reader = ModelFileReader::Open(path);
+  return reader ? (*reader)->Report().revision : 0;
+}
+
+}  // namespace
+
+int qxSaveDPool(ModelFileWriter& file, const DPoolBase& pool, Outcome* outcome) {
+  return Report(pool.NeedSaveNLoad() ? file.WritePool(pool) : Outcome(), outcome);
+}
+
+int qxLoadDPool(ModelFileReader& file, DPoolBase& pool, Outcome* outcome) {
+  return Report(pool.NeedSaveNLoad() ? file.ReadPool(pool) : Outcome(), outcome);
+}
+
+Outcome SaveModel(const CQXDBSession& session, const std::string& path) {
+  std::uint64_t expected = 0;
+  for (const DPoolBase* pool : session.Pools()) {
+    expected += static_cast<std::uint64_t>(pool->GetSize()) * pool->GetCheckSize();
+  }
+  const std::int64_t revision = RevisionOf(path) + 1;
+  auto writer = ModelFileWriter::Create(path, expected);
+  if (!writer) return writer.AsOutcome();
+  if (Outcome units = (*writer)->WriteUnits(session.Units()); !units) return units;
+  Outcome outcome;
+  for (const DPoolBase* pool : session.Pools()) {
+    if (!qxSaveDPool(**writer, *pool, &outcome)) return outcome;
+  }
+  return (*writer)->Finish(revision);
+}
+
+Outcome LoadModel(CQXDBSession& session, const std::string& path, ModelFileReport* report) {
+  auto reader = ModelFileReader::Open(path);
+  if (!reader) return reader.AsOutcome();
+  ModelFileReport found = (*reader)->Report();
+  for (const ModelFileReport::Pool& pool : found.pools) {
+    const DPoolBase* known = session.GetDataPool(pool.type);
+    if (!known && pool.records > 0) {
+      return Failure{path, "pool " + pool.io_name,
+                     "holds records of type " + std::to_string(pool.type) +
+                         ", which this program does not know",
+                     "open it with the program that wrote it"};
+    }
+  }
+  // Everything is read into a session of its own, so that a fault leaves the open one alone.
+  CQXDBSession stage(session.Setup());
+  if (Outcome units = (*reader)->ReadUnits(stage.Units()); !units) return units;
+  Outcome outcome;
+  for (DPoolBase* pool : stage.Pools()) {
+    if (!qxLoadDPool(**reader, *pool, &outcome)) return outcome;
+  }
+  for (ModelFileReport::Pool& entry : found.pools) {
+    const DPoolBase* pool = stage.GetDataPool(entry.type);
+    if (!pool || pool->GetSchema().References().empty()) continue;
+    for (ITR pos = pool->GetHeadPosition(); pos; pool->Next(pos)) {
+      entry.unresolved_references += KeysToIterators(
+          pool->GetSchema(), *KeyedSetBase::RecordAt(pos), stage, ReferenceScope::kAll);
+    }
+  }
+  session.SwapContents(stage);
+  for (DPoolBase* pool : session.Pools()) pool->OnAfterLoad(0, nullptr);
+  session.AnnounceLoaded();
+  if (report) *report = std::move(found);
+  return {};
+}
+
+}  // namespace qx

@@ -1,0 +1,79 @@
+#pragma once
+// The model file: one SQLite database per model. Its form is described in docs/model-file.md.
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "qx_db/core/session.h"
+#include "qx_db/platform/outcome.h"
+
+namespace qx {
+
+/// What a load or a check found in a model file.
+struct QXDB_API ModelFileReport {
+  struct Pool {
+    std::uint16_t type = 0;
+    std::string io_name;
+    std::int64_t records = 0;
+    std::int64_t bytes = 0;                  ///< of images
+    std::int64_t unresolved_references = 0;  ///< keys that name no record
+  };
+  std::vector<Pool> pools;
+  std::uint64_t file_bytes = 0;
+  std::int64_t revision = 0;  ///< counts the saves of this file
+  std::int64_t UnresolvedReferences() const;
+};
+
+/// A model file being written. Nothing is visible under its name until Finish succeeds; an
+/// unfinished one removes itself.
+class QXDB_API ModelFileWriter {
+ public:
+  /// `expected_bytes` is a hint for the page size.
+  static Result<std::unique_ptr<ModelFileWriter>> Create(const std::string& path,
+                                                         std::uint64_t expected_bytes);
+  ~ModelFileWriter();
+  Outcome WriteUnits(const CQXUnitCtrl& units);
+  Outcome WritePool(const DPoolBase& pool);
+  /// Makes the file durable and puts it in the place of the old one.
+  Outcome Finish(std::int64_t revision);
+
+ private:
+  struct Impl;
+  explicit ModelFileWriter(std::unique_ptr<Impl> impl);
+  std::unique_ptr<Impl> impl_;
+};
+
+/// A model file being read. Opening checks every page of it.
+class QXDB_API ModelFileReader {
+ public:
+  static Result<std::unique_ptr<ModelFileReader>> Open(const std::string& path);
+  ~ModelFileReader();
+  const ModelFileReport& Report() const;
+  Outcome ReadUnits(CQXUnitCtrl& units);
+  /// Fills an empty pool, keys still standing for references. A pool that the file does not hold
+  /// stays empty.
+  Outcome ReadPool(DPoolBase& pool);
+
+ private:
+  struct Impl;
+  explicit ModelFileReader(std::unique_ptr<Impl> impl);
+  std::unique_ptr<Impl> impl_;
+};
+
+/// One pool to or from a model file, for pools whose NeedSaveNLoad answers non-zero (others are
+/// passed over); 1 or 0, the reason in `outcome` when given.
+QXDB_API int qxSaveDPool(ModelFileWriter& file, const DPoolBase& pool, Outcome* outcome = nullptr);
+QXDB_API int qxLoadDPool(ModelFileReader& file, DPoolBase& pool, Outcome* outcome = nullptr);
+
+/// Saves a session: a file of that name holds the old model or the new one, whole, whatever
+/// happens. The session is not touched.
+QXDB_API Outcome SaveModel(const CQXDBSession& session, const std::string& path);
+
+/// Replaces the contents of a session by a file's: all pools are read, then keys become
+/// iterators, then the pools' OnAfterLoad hooks run. On failure the session is as it was.
+QXDB_API Outcome LoadModel(CQXDBSession& session, const std::string& path,
+                           ModelFileReport* report = nullptr);
+
+}  // namespace qx

@@ -1,0 +1,98 @@
+#include "qx_db/core/schema_text.h"
+
+#include <sstream>
+#include <vector>
+
+namespace qx {
+
+std::string SchemaToText(const Schema& schema) {
+  std::string text;
+  for (const Row& row : schema.Rows()) {
+    text += Utf8(row.name) + ' ' + std::to_string(static_cast<int>(row.kind)) + ' ' +
+            std::to_string(row.size) + ' ' + std::to_string(row.element_size) + '\n';
+  }
+  return text;
+}
+
+namespace {
+
+/// The image offset of each stored member; arrays shift what follows them.
+std::vector<std::size_t> MemberOffsets(const Schema& schema, const char* image) {
+  std::vector<std::size_t> offsets;
+  std::size_t shift = 0;
+  for (const Row& row : schema.Rows()) {
+    const std::size_t at = static_cast<std::size_t>(row.offset - 8) + shift;
+    offsets.push_back(at);
+    if (row.IsArray()) {
+      const auto count = LoadAt<detail::ArrayHeader>(image + at).count;
+      shift += static_cast<std::size_t>(count) * static_cast<std::size_t>(row.element_size);
+    }
+  }
+  return offsets;
+}
+
+}  // namespace
+
+Result<std::unique_ptr<ImageReader>> ImageReader::Make(const Schema& present,
+                                                       const std::string& stored) {
+  std::unique_ptr<ImageReader> reader(new ImageReader(present));
+  if (stored == SchemaToText(present)) return reader;
+  const std::string place = std::string("record ") + present.Name();
+  std::vector<Row> rows;
+  std::istringstream lines(stored);
+  std::string name;
+  int kind = 0;
+  std::int32_t offset = 8;
+  Row row;
+  while (lines >> name >> kind >> row.size >> row.element_size) {
+    const Row* match = present.Find(Utf16(name));
+    if (!match) {
+      return Failure{"", place, "has a member " + name + " that this version does not know",
+                     "open it with the version that wrote it"};
+    }
+    row.kind = static_cast<MemberKind>(kind);
+    if (row.kind != match->kind || row.size != match->size ||
+        row.element_size != match->element_size) {
+      return Failure{"", place, "member " + name + " has another form than in this version",
+                     "open it with the version that wrote it"};
+    }
+    row.name = reader->names_.emplace_back(match->name).c_str();
+    row.offset = offset;
+    row.number = match->number;
+    offset += row.size;
+    rows.push_back(row);
+  }
+  if (!lines.eof() || rows.empty() || std::u16string_view(rows[0].name) != u"_KEY") {
+    return Failure{"", place, "the stored schema cannot be read", "restore it from a backup"};
+  }
+  reader->stored_ = std::make_unique<Schema>(present.Name(), present.Type(), offset, rows);
+  return reader;
+}
+
+void ImageReader::Read(const char* image, TStructBase& record) const {
+  if (!stored_) {
+    ReadImage(present_, image, record);
+    return;
+  }
+  record.Init();
+  const std::vector<std::size_t> offsets = MemberOffsets(*stored_, image);
+  for (std::size_t i = 0; i < offsets.size(); ++i) {
+    const Row& to = *present_.Find(stored_->Rows()[i].name);
+    const char* from = image + offsets[i];
+    char* member = detail::Bytes(record) + to.offset;
+    if (!to.IsArray()) {
+      std::memcpy(member, from, static_cast<std::size_t>(to.size));
+      continue;
+    }
+    const auto header = LoadAt<detail::ArrayHeader>(from);
+    auto& array = *reinterpret_cast<ArrayStorage*>(member);
+    const auto element = static_cast<std::size_t>(to.element_size);
+    array.Resize(header.count, element);
+    if (header.count) {
+      std::memcpy(array.data, from + sizeof(header),
+                  static_cast<std::size_t>(header.count) * element);
+    }
+  }
+}
+
+}  // namespace qx

@@ -1,0 +1,161 @@
+// Whole pools to and from the gateway document: the gateway operations of DPoolBase.
+
+#include <algorithm>
+#include <cstring>
+#include <memory>
+#include <vector>
+
+#include "qx_db/core/session.h"
+#include "qx_db/core/transaction.h"
+#include "qx_db/gateway/document.h"
+#include "qx_db/lib/message.h"
+#include "qx_db/record/verbs.h"
+
+namespace qx {
+
+using dbgateway::Collection;
+using dbgateway::DataBase;
+using dbgateway::Field;
+
+namespace {
+
+/// Gives the members of the fields that the gateway record lacks back their former bytes: they
+/// were converted to gateway units and back with the rest, which may have cost a last digit.
+void RestoreAbsent(const Schema& schema, const dbgateway::Record& from, const char* former,
+                   TStructBase& record) {
+  for (const Row* row : schema.UnitRows()) {
+    bool present = row->IsArray();
+    for (std::size_t i = 0; i < schema.Gateway().size() && !present; ++i) {
+      const GatewayField& field = schema.Gateway()[i];
+      const Row* first = schema.GatewayRows()[i];
+      present = row >= first && row < first + field.run && from.Find(field.name);
+    }
+    if (present) continue;
+    std::memcpy(detail::Bytes(record) + row->offset, former + row->offset,
+                static_cast<std::size_t>(row->size));
+  }
+}
+
+/// Tells about keys that stand in a table more than once; the last one counts.
+void TellRepeated(std::vector<Key> keys, const Collection& table, DataBase& document) {
+  if (std::is_sorted(keys.begin(), keys.end(), std::less_equal<>())) return;
+  std::sort(keys.begin(), keys.end());
+  for (auto at = keys.begin(); (at = std::adjacent_find(at, keys.end())) != keys.end();) {
+    document.Tell({table.Name(), *at, "", "stands in the table more than once; the last counts"});
+    at = std::upper_bound(at, keys.end(), *at);
+  }
+}
+
+class PoolReader {
+ public:
+  PoolReader(DPoolBase& pool, DataBase& document)
+      : pool_(pool), session_(*pool.GetSession()), document_(document) {}
+
+  void ReadTable(const std::string& name) {
+    const auto table = document_.FindCollection(name);
+    if (!table) return;
+    if (!table->IsTable()) {
+      document_.Tell({name, 0, "", "is neither an object nor an array of records"});
+      return;
+    }
+    std::vector<Key> keys;
+    keys.reserve(table->Size());
+    table->ForEach([&](Key key, std::string_view entry, dbgateway::Record from) {
+      if (key == 0) {
+        document_.Tell({name, 0, "", "entry \"" + std::string(entry) + "\" has no usable key"});
+        return;
+      }
+      keys.push_back(key);
+      ReadRecord(key, from);
+    });
+    TellRepeated(std::move(keys), *table, document_);
+  }
+
+  void RemoveListed(const std::string& name) {
+    const auto table = document_.FindCollection(name);
+    if (!table) return;
+    table->ForEachValue([&](const Field& value) {
+      const Key key = value.Integer();
+      const ITR found = key != 0 ? pool_.Find(key) : 0;
+      if (found) {
+        pool_.Remove(found);
+      } else {
+        document_.Tell({name, key, "", "names no record to delete"});
+      }
+    });
+  }
+
+ private:
+  void ReadRecord(Key key, dbgateway::Record& from) {
+    ITR existing = pool_.Find(key);
+    TStructBase* record = nullptr;
+    if (existing) {
+      record = pool_.CopyToDummyPtr(existing);
+    } else {
+      record = pool_.GetDataPtrForUndoRedo();
+      record->Init();
+    }
+    const Schema& schema = pool_.GetSchema();
+    const bool has_units = !schema.UnitRows().empty();
+    if (has_units) {
+      former_.assign(detail::Bytes(*record), detail::Bytes(*record) + schema.RecordSize());
+      // The record speaks the gateway's units while it takes over the gateway's values.
+      record->ConvertUnitOut(&session_.Units());
+    }
+    StoreAt(detail::Bytes(*record) + 8, key);
+    record->api_convert_record_to_db(&session_, &from);
+    if (has_units) {
+      record->ConvertUnitIn(&session_.Units());
+      RestoreAbsent(schema, from, former_.data(), *record);
+    }
+    if (existing) {
+      pool_.SetAtNU(existing, record);
+    } else {
+      pool_.InsertNU(record);
+    }
+  }
+
+  DPoolBase& pool_;
+  CQXDBSession& session_;
+  DataBase& document_;
+  std::vector<char> former_;
+};
+
+}  // namespace
+
+bool DPoolBase::ReadAPI(DataBase* from, int remove) {
+  const std::string name = GetAPIName().ToUtf8();
+  CTransaction transaction(session_);
+  if (!transaction.Begin(qxLoadText("IDS_QX_TRANS_ADD_" + name).c_str())) return false;
+  const std::size_t told = from->Report().size();
+  PoolReader reader(*this, *from);
+  if (remove) {
+    reader.RemoveListed("__CMD_DEL_" + name);
+  } else {
+    reader.ReadTable(name);
+  }
+  if (from->IsStrict() && from->Report().size() > told) return false;
+  return transaction.Commit() != 0;
+}
+
+bool DPoolBase::WriteAPI(DataBase* to, TArray<Key>& keys, int) {
+  Collection table = to->AddCollection(GetAPIName().ToUtf8());
+  if (keys.IsEmpty()) GetKeyList(keys, 0);
+  for (const Key key : keys) {
+    ITR found = Find(key);
+    if (!found) continue;
+    TStructBase* record = CopyToDummyPtr(found);
+    record->ConvertUnitOut(&session_->Units());
+    dbgateway::Record entry = table.Add(key);
+    record->api_convert_db_to_record(session_, &entry, 0);
+  }
+  return true;
+}
+
+bool DPoolBase::DescAPI(Field* to) {
+  TStructBase* record = GetDataPtrForUndoRedo();
+  record->Init();
+  return record->api_description(to);
+}
+
+}  // namespace qx

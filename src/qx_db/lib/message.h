@@ -1,0 +1,53 @@
+#pragma once
+// User texts by resource key, and the way messages reach the user. The library holds keys only:
+// the host supplies the texts and decides how a message is shown.
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "qx_db/platform/text.h"
+
+namespace qx {
+
+/// The host's catalogue of user texts.
+class QXDB_API ITextSource {
+ public:
+  virtual ~ITextSource() = default;
+  /// Sets `text` (UTF-8, with {} where arguments go) and returns true when the key is known.
+  virtual bool Text(std::string_view key, std::string& text) const = 0;
+};
+
+enum class Severity { kInfo, kWarning, kError, kRefusal };
+
+/// One message: its resource key, the arguments, and the finished text.
+struct Message {
+  Severity severity = Severity::kInfo;
+  std::string key;
+  std::vector<std::string> arguments;
+  std::string text;
+};
+
+/// Where messages go: a modal box in a desktop host, stderr in a command line, a list in a test.
+class QXDB_API IMessageSink {
+ public:
+  virtual ~IMessageSink() = default;
+  virtual void Show(const Message& message) = 0;
+};
+
+/// Registers the host's catalogue or sink; null unregisters. Neither is owned.
+QXDB_API void SetTextSource(const ITextSource* source);
+QXDB_API void SetMessageSink(IMessageSink* sink);
+
+/// The text of a key with {} replaced by the arguments in turn. A key without a text is shown as
+/// itself, followed by the arguments, so that nothing is lost when a host has no catalogue.
+QXDB_API std::string qxText(std::string_view key, const std::vector<std::string>& arguments = {});
+
+/// The same as UTF-16.
+QXDB_API CString qxLoadText(std::string_view key);
+
+/// Sends a message to the host's sink; without one it goes nowhere.
+QXDB_API void qxMsgOut(Severity severity, std::string_view key,
+                       const std::vector<std::string>& arguments = {});
+
+}  // namespace qx

@@ -1,0 +1,140 @@
+#include "qx_db/platform/file.h"
+
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <system_error>
+
+#ifdef _WIN32
+#define WIN32_LEAN_AND_MEAN
+#include <windows.h>
+#else
+#include <fcntl.h>
+#include <unistd.h>
+#endif
+
+namespace qx {
+namespace fs = std::filesystem;
+
+namespace {
+
+std::string Reason(int error) { return std::generic_category().message(error); }
+
+#ifndef _WIN32
+/// Flushes a file or folder to the device; returns 0 or the error number.
+int SyncPath(const fs::path& path, bool folder) {
+  const int fd = open(path.c_str(), folder ? O_RDONLY | O_DIRECTORY : O_RDONLY);
+  if (fd < 0) return errno;
+  const int error = fsync(fd) == 0 ? 0 : errno;
+  close(fd);
+  return error;
+}
+#endif
+
+}  // namespace
+
+fs::path PathFromUtf8(std::string_view path) {
+  return fs::path(std::u8string(path.begin(), path.end()));
+}
+
+std::string Utf8FromPath(const fs::path& path) {
+  const std::u8string text = path.u8string();
+  return std::string(text.begin(), text.end());
+}
+
+Outcome CheckIsFile(const std::string& path) {
+  std::error_code error;
+  const fs::file_status status = fs::status(PathFromUtf8(path), error);
+  if (status.type() == fs::file_type::not_found) {
+    return Failure{path, "", "no such file", "check the path"};
+  }
+  if (error) return Failure{path, "", "cannot be read: " + error.message(), "check permissions"};
+  if (status.type() == fs::file_type::directory) {
+    return Failure{path, "", "is a directory", "name a file in it"};
+  }
+  return {};
+}
+
+Result<std::string> ReadWholeFile(const std::string& path) {
+  if (Outcome is_file = CheckIsFile(path); !is_file) return is_file.Error();
+  std::ifstream in(PathFromUtf8(path), std::ios::binary);
+  if (!in) return Failure{path, "", "cannot be opened: " + Reason(errno), "check permissions"};
+  std::string bytes;
+  std::error_code error;
+  const auto size = fs::file_size(PathFromUtf8(path), error);
+  if (!error) {
+    bytes.resize(size);
+    in.read(bytes.data(), static_cast<std::streamsize>(size));
+    bytes.resize(static_cast<std::size_t>(in.gcount()));
+  } else {  // a pipe or a device has no size
+    in.clear();
+    bytes.assign(std::istreambuf_iterator<char>(in), {});
+  }
+  if (in.bad()) return Failure{path, "", "cannot be read: " + Reason(errno), "check the disk"};
+  return bytes;
+}
+
+std::string SiblingName(const std::string& path) {
+  static std::atomic<unsigned> serial{0};
+#ifdef _WIN32
+  const unsigned long process = GetCurrentProcessId();
+#else
+  const auto process = getpid();
+#endif
+  return path + "." + std::to_string(process) + "-" + std::to_string(++serial) + ".new";
+}
+
+Outcome ReplaceFileDurably(const std::string& from, const std::string& to) {
+  const fs::path source = PathFromUtf8(from);
+  const fs::path target = PathFromUtf8(to);
+#ifdef _WIN32
+  if (!MoveFileExW(source.c_str(), target.c_str(),
+                   MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)) {
+    return Failure{to, "", "cannot be replaced", "close programs that hold it open"};
+  }
+#else
+  if (const int error = SyncPath(source, false)) {
+    return Failure{to, "", "cannot be made durable: " + Reason(error), "check the disk"};
+  }
+  std::error_code error;
+  fs::rename(source, target, error);
+  if (error) {
+    return Failure{to, "", "cannot be replaced: " + error.message(), "check permissions"};
+  }
+  const fs::path folder = target.has_parent_path() ? target.parent_path() : fs::path(".");
+  if (const int sync_error = SyncPath(folder, true)) {
+    return Failure{to, "", "cannot be made durable: " + Reason(sync_error), "check the disk"};
+  }
+#endif
+  return {};
+}
+
+Outcome WriteWholeFile(const std::string& path, std::string_view bytes) {
+  return WriteFileBy(path, [&](std::ostream& out) {
+    out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+  });
+}
+
+Outcome WriteFileBy(const std::string& path, const std::function<void(std::ostream&)>& write) {
+  const std::string sibling = SiblingName(path);
+  const auto failed = [&](const char* what, const char* remedy) {
+    const std::string reason = Reason(errno);
+    std::error_code ignored;
+    fs::remove(PathFromUtf8(sibling), ignored);
+    return Failure{path, "", std::string(what) + ": " + reason, remedy};
+  };
+  std::ofstream out(PathFromUtf8(sibling), std::ios::binary | std::ios::trunc);
+  if (!out) return failed("cannot be created", "check the folder and its permissions");
+  write(out);
+  out.close();
+  if (!out) return failed("cannot be written", "free some disk space");
+  Outcome replaced = ReplaceFileDurably(sibling, path);
+  if (!replaced) {
+    std::error_code ignored;
+    fs::remove(PathFromUtf8(sibling), ignored);
+  }
+  return replaced;
+}
+
+}  // namespace qx

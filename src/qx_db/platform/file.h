@@ -1,0 +1,39 @@
+#pragma once
+// Files by UTF-8 path: read whole, written whole and atomically.
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <iosfwd>
+#include <string>
+#include <string_view>
+
+#include "qx_db/platform/outcome.h"
+
+namespace qx {
+
+/// The file system's form of a UTF-8 path, and back.
+QXDB_API std::filesystem::path PathFromUtf8(std::string_view path);
+QXDB_API std::string Utf8FromPath(const std::filesystem::path& path);
+
+/// The content of a regular file. Fails, naming the file, when it is missing, is a directory or
+/// cannot be read.
+QXDB_API Result<std::string> ReadWholeFile(const std::string& path);
+
+/// Fails, naming the file and the remedy, unless `path` is a regular file that exists.
+QXDB_API Outcome CheckIsFile(const std::string& path);
+
+/// Writes a file so that `path` holds either its old content or all of the new: `write` fills a
+/// neighbouring file, which is synced and renamed over it.
+QXDB_API Outcome WriteFileBy(const std::string& path,
+                             const std::function<void(std::ostream&)>& write);
+QXDB_API Outcome WriteWholeFile(const std::string& path, std::string_view bytes);
+
+/// Renames `from` over `to` so that after a crash the name holds one or the other, whole:
+/// `from` is synced first, the folder after.
+QXDB_API Outcome ReplaceFileDurably(const std::string& from, const std::string& to);
+
+/// A name beside `path` that no other process uses, for a file on its way to replace it.
+QXDB_API std::string SiblingName(const std::string& path);
+
+}  // namespace qx

@@ -1,0 +1,76 @@
+#include "qx_db/pool/item_store.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "qx_db/record/types.h"
+
+#if defined(__SANITIZE_ADDRESS__)
+#define QX_ASAN 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define QX_ASAN 1
+#endif
+#endif
+#ifdef QX_ASAN
+#include <sanitizer/asan_interface.h>
+#else
+#define ASAN_POISON_MEMORY_REGION(p, n) (static_cast<void>(p), static_cast<void>(n))
+#define ASAN_UNPOISON_MEMORY_REGION(p, n) (static_cast<void>(p), static_cast<void>(n))
+#endif
+
+namespace qx {
+namespace {
+
+/// The state word of a returned slot: removed, and reserved so that no live item looks like it.
+constexpr std::uint32_t kReturnedState = 0xA0000000;
+/// State word and link; the rest of a returned slot is closed to the address sanitizer.
+constexpr std::size_t kUsedWhenReturned = 12;
+/// Slot numbers, and the key of each, fit 31 bits.
+constexpr std::size_t kMostSlots = std::size_t{1} << 31;
+
+std::uint64_t InverseOfOdd(std::uint64_t odd) {
+  std::uint64_t inverse = odd;  // right to three bits; each step doubles them
+  for (int i = 0; i < 5; ++i) inverse *= 2 - odd * inverse;
+  return inverse;
+}
+
+}  // namespace
+
+ItemStore::ItemStore(std::uint32_t slot_size)
+    : slot_size_(slot_size),
+      shift_(std::countr_zero(slot_size)),
+      inverse_(InverseOfOdd(slot_size >> shift_)) {}
+
+void ItemStore::Grow() {
+  if (!range_.data()) {
+    // No set can outgrow memory; twice that leaves room for swap and for returned slots.
+    const std::size_t most = std::max<std::size_t>(2 * PhysicalMemory(), std::size_t{1} << 30);
+    range_ = AddressRange(std::min(kMostSlots * slot_size_, most), slot_size_ * std::size_t{1024});
+    next_ = range_.data();
+  }
+  range_.Back(static_cast<std::size_t>(next_ - range_.data()) + slot_size_);
+  end_ = range_.data() + range_.backed() / slot_size_ * slot_size_;
+}
+
+char* ItemStore::TakeReturned() {
+  char* slot = free_;
+  free_ = LoadAt<char*>(slot + 4);
+  ASAN_UNPOISON_MEMORY_REGION(slot, slot_size_);
+  return slot;
+}
+
+void ItemStore::Return(char* slot) {
+  StoreAt(slot, kReturnedState);
+  StoreAt(slot + 4, free_);
+  ASAN_POISON_MEMORY_REGION(slot + kUsedWhenReturned, slot_size_ - kUsedWhenReturned);
+  free_ = slot;
+}
+
+void ItemStore::Clear() {
+  if (range_.data()) ASAN_UNPOISON_MEMORY_REGION(range_.data(), Footprint());
+  range_ = AddressRange();
+  next_ = end_ = free_ = nullptr;
+}
+
+}  // namespace qx

@@ -1,0 +1,436 @@
+#include "qx_db/pool/keyed_set_base.h"
+
+#include <algorithm>
+#include <cstring>
+#include <utility>
+
+#include "qx_db/platform/prefetch.h"
+
+namespace qx {
+
+KeyedSetBase::KeyedSetBase(const RecordOps& ops, std::int32_t hash_size)
+    : ops_(ops),
+      links_offset_(kRecordOffset + ops.size),
+      store_(links_offset_ + sizeof(ItemLinks)),
+      table_(store_, links_offset_) {
+  table_.Allocate(std::max(hash_size, kDefaultHashSize));
+}
+
+KeyedSetBase::~KeyedSetBase() { RemoveAll(); }
+
+template <class F>
+void KeyedSetBase::ForEachItem(F&& visit) const {
+  for (char* item = head_; item;) {
+    char* next = LinksOf(item).list_next;
+    visit(item);
+    item = next;
+  }
+}
+
+// ---- items --------------------------------------------------------------------------------------
+
+char* KeyedSetBase::NewItem(const TStructBase& record) {
+  char* item = store_.Take();
+  try {
+    ops_.construct(item + kRecordOffset, record);
+  } catch (...) {
+    store_.Return(item);
+    throw;
+  }
+  StoreAt<std::uint32_t>(item, 0);
+  return item;
+}
+
+void KeyedSetBase::DestroyItem(char* item) {
+  if (!ops_.trivial) ops_.destroy(item + kRecordOffset);
+  store_.Return(item);
+}
+
+void KeyedSetBase::InsertToList(char* item) {
+  ItemLinks& links = LinksOf(item);
+  links.list_prev = tail_;
+  links.list_next = nullptr;
+  (tail_ ? LinksOf(tail_).list_next : head_) = item;
+  tail_ = item;
+  ++count_;
+}
+
+void KeyedSetBase::RemoveFromList(char* item) {
+  const ItemLinks& links = LinksOf(item);
+  (links.list_prev ? LinksOf(links.list_prev).list_next : head_) = links.list_next;
+  (links.list_next ? LinksOf(links.list_next).list_prev : tail_) = links.list_prev;
+  --count_;
+}
+
+// ---- sizing -------------------------------------------------------------------------------------
+
+void KeyedSetBase::Resize(std::int32_t n) {
+  table_.Allocate(n);
+  ++hash_epoch_;
+  HashWholeList();
+}
+
+void KeyedSetBase::SetDefaultHashSize(std::int32_t n) {
+  default_hash_size_ = n;
+  if (HashSize() < n) Resize(n);
+}
+
+void KeyedSetBase::SetHashSize(std::int32_t n) {
+  if (n > default_hash_size_ && n != HashSize()) Resize(n);
+}
+
+void KeyedSetBase::Optimize() {
+  if (count_ > default_hash_size_ && count_ != HashSize()) Resize(count_);
+}
+
+void KeyedSetBase::RebuildHash() {
+  ++hash_epoch_;
+  table_.Clear();
+  HashWholeList();
+}
+
+/// Pushes every item of the list, in order, at the front of its chain. Items lie mostly in list
+/// order, buckets do not: those of the next items are fetched ahead.
+void KeyedSetBase::HashWholeList() {
+  constexpr int kAhead = 12;
+  char* ahead = head_;
+  const auto fetch = [&] {
+    if (!ahead) return;
+    table_.Prefetch(KeyAt(ahead));
+    ahead = LinksOf(ahead).list_next;
+  };
+  for (int i = 0; i < kAhead; ++i) fetch();
+  ForEachItem([&](char* item) {
+    fetch();
+    table_.PushFront(item);
+  });
+}
+
+/// Doubles the table once items outnumber buckets. Doubling sends each key of chain b to chain b
+/// or b + old size; where keys are shared the chains are split in their order, so that every Find
+/// answers as it would have. Otherwise order does not matter and walking the list is faster.
+/// A crowded table is only slower, so that no memory for a larger one is no failure.
+void KeyedSetBase::Grow() {
+  const std::int32_t size = HashSize();
+  if (size > kMaxKey / 2) return;
+  ChainTable grown(store_, links_offset_);
+  try {
+    grown.Allocate(size * 2);
+  } catch (const std::bad_alloc&) {
+    return;
+  }
+  table_.Swap(grown);  // `grown` is the old table now
+  ++hash_epoch_;
+  if (shared_keys_) {
+    table_.TakeOver(grown);
+  } else {
+    HashWholeList();
+  }
+}
+
+// ---- looking up and walking ---------------------------------------------------------------------
+
+void KeyedSetBase::FindMany(std::span<const Key> keys, std::span<ITR> found) const {
+  constexpr std::size_t kBatch = 16;
+  for (std::size_t begin = 0; begin < keys.size(); begin += kBatch) {
+    const std::size_t end = std::min(begin + kBatch, keys.size());
+    for (std::size_t i = begin; i < end; ++i) {
+      if (keys[i] >= 0) table_.Prefetch(keys[i]);
+    }
+    for (std::size_t i = begin; i < end; ++i) found[i] = Find(keys[i]);
+  }
+}
+
+std::int32_t KeyedSetBase::GetItrList(TArray<ITR>& out, int sorted) {
+  out.RemoveAll();
+  if (sorted) SortAsc();
+  out.SetSize(count_);
+  ITR* at = out.data();
+  ForEachItem([&](char* item) { *at++ = ToItr(item); });
+  return count_;
+}
+
+std::int32_t KeyedSetBase::GetKeyList(TArray<Key>& out, int sorted) {
+  out.RemoveAll();
+  if (sorted) SortAsc();
+  out.SetSize(count_);
+  Key* at = out.data();
+  ForEachItem([&](char* item) { *at++ = KeyAt(item); });
+  return count_;
+}
+
+void KeyedSetBase::SortAsc() {
+  if (count_ == 0) return;
+  Optimize();
+  // A set that is in order already, as after loading, costs one walk.
+  bool in_order = true;
+  for (char* item = head_; in_order;) {
+    char* next = LinksOf(item).list_next;
+    if (!next) return;
+    in_order = KeyAt(item) < KeyAt(next);
+    item = next;
+  }
+  ++list_epoch_;
+  struct Slot {
+    char* first;
+    char* last;
+  };
+  const std::int32_t size = HashSize();
+  const std::int32_t low = min_key_ / size;
+  const std::int32_t high = max_key_ / size;
+  std::vector<Slot> slots(static_cast<std::size_t>(high - low) + 1, Slot{nullptr, nullptr});
+  constexpr std::int32_t kAhead = 8;
+  for (std::int32_t b = 0; b < size; ++b) {
+    if (b + kAhead < size) {
+      const ITR ahead = ToItr(table_.First(static_cast<std::uint32_t>(b + kAhead)));
+      Prefetch(ahead);
+      Prefetch(ahead + links_offset_);
+    }
+    for (char* item = table_.First(static_cast<std::uint32_t>(b)); item;) {
+      ItemLinks& links = LinksOf(item);
+      Slot& slot = slots[static_cast<std::size_t>(KeyAt(item) / size - low)];
+      links.list_prev = slot.last;
+      links.list_next = nullptr;
+      (slot.last ? LinksOf(slot.last).list_next : slot.first) = item;
+      slot.last = item;
+      item = links.hash_next;
+    }
+  }
+  head_ = tail_ = nullptr;
+  for (const Slot& slot : slots) {
+    if (!slot.first) continue;
+    LinksOf(slot.first).list_prev = tail_;
+    (tail_ ? LinksOf(tail_).list_next : head_) = slot.first;
+    tail_ = slot.last;
+  }
+}
+
+// ---- changing -----------------------------------------------------------------------------------
+
+ITR KeyedSetBase::Insert(const TStructBase& record) {
+  const Key key = record.GetKey();
+  if (key < 0) return 0;
+  GrowIfCrowded();
+  const ChainTable::Place place = table_.PlaceOf(key);
+  if (table_.Find(key, place, shared_keys_)) return 0;
+  char* item = NewItem(record);
+  SetMinMaxKey(key);
+  table_.PushFront(item, place);
+  InsertToList(item);
+  return ToItr(item);
+}
+
+int KeyedSetBase::SetAt(ITR pos, const TStructBase& record) {
+  const Key key = record.GetKey();
+  if (pos == 0 || key < 0) return 0;
+  char* item = ToItem(pos);
+  if (key == KeyAt(item)) {
+    ops_.assign(item + kRecordOffset, record);
+    return 1;
+  }
+  if (KeyAt(item) < 0 || !Find(KeyAt(item))) return 0;
+  SetMinMaxKey(key);
+  shared_keys_ = shared_keys_ || Find(key) != 0;
+  table_.Unlink(item);
+  ops_.assign(item + kRecordOffset, record);
+  table_.PushFront(item);
+  return 1;
+}
+
+int KeyedSetBase::Remove(ITR pos) { return RemoveNext(pos); }
+
+int KeyedSetBase::RemoveNext(ITR& pos) {
+  if (pos == 0) return 0;
+  char* item = ToItem(pos);
+  table_.Unlink(item);
+  RemoveFromList(item);
+  pos = ToItr(LinksOf(item).list_next);
+  DestroyItem(item);
+  return 1;
+}
+
+int KeyedSetBase::RemoveWithoutDelete(ITR pos) { return RemoveNextWithoutDelete(pos); }
+
+int KeyedSetBase::RemoveNextWithoutDelete(ITR& pos) {
+  if (pos == 0) return 0;
+  char* item = ToItem(pos);
+  table_.Unlink(item);
+  RemoveFromList(item);
+  SetState(pos, StateOf(pos) | kRemovedBit);
+  ++detached_;
+  pos = ToItr(LinksOf(item).list_next);
+  return 1;
+}
+
+void KeyedSetBase::RemoveAll() {
+  max_key_ = min_key_ = 0;
+  const bool by_page = detached_ == 0;
+  if (count_ == 0) {  // the buckets are zero already
+    if (by_page) store_.Clear();
+    return;
+  }
+  if (!by_page || !ops_.trivial) {
+    ForEachItem([&](char* item) {
+      if (by_page) {
+        ops_.destroy(item + kRecordOffset);
+      } else {
+        DestroyItem(item);
+      }
+    });
+  }
+  if (by_page) store_.Clear();
+  head_ = tail_ = nullptr;
+  count_ = 0;
+  ++list_epoch_;
+  ++hash_epoch_;
+  shared_keys_ = false;
+  table_.Clear();
+}
+
+void KeyedSetBase::RemoveAllWithoutDelete() {
+  if (shared_keys_) {
+    // One by one, so that chains with equal keys come back in their order.
+    while (head_) RemoveWithoutDelete(ToItr(head_));
+    return;
+  }
+  // As if detached from the head one by one: each item remembers no predecessor, so that putting
+  // them back from last to first rebuilds the list.
+  ForEachItem([&](char* item) {
+    SetState(ToItr(item), StateOf(ToItr(item)) | kRemovedBit);
+    LinksOf(item).list_prev = nullptr;
+  });
+  detached_ += count_;
+  head_ = tail_ = nullptr;
+  count_ = 0;
+  ++hash_epoch_;
+  table_.Clear();
+}
+
+// ---- keys ---------------------------------------------------------------------------------------
+
+void KeyedSetBase::SetMinMaxKey(Key key) {
+  max_key_ = count_ ? std::max(max_key_, key) : key;
+  min_key_ = count_ ? std::min(min_key_, key) : key;
+}
+
+void KeyedSetBase::ResetMinMaxKey() {
+  min_key_ = count_ ? kMaxKey : 0;
+  max_key_ = 0;
+  ForEachItem([&](const char* item) {
+    max_key_ = std::max(max_key_, KeyAt(item));
+    min_key_ = std::min(min_key_, KeyAt(item));
+  });
+}
+
+Key KeyedSetBase::GetNewKeyUp(Key start) const {
+  while (start >= 0 && Find(start)) {
+    start = static_cast<Key>(static_cast<std::uint32_t>(start) + 1);
+  }
+  return start;
+}
+
+// ---- for the undo journal -----------------------------------------------------------------------
+
+void KeyedSetBase::Revive(char* item) {
+  SetState(ToItr(item), StateOf(ToItr(item)) & ~kRemovedBit);
+  --detached_;
+  // Wider only: keys handed out while the item was away stay reserved.
+  max_key_ = std::max(max_key_, KeyAt(item));
+  min_key_ = std::min(min_key_, KeyAt(item));
+}
+
+bool KeyedSetBase::Relink(ITR pos, std::uint32_t list_epoch, std::uint32_t hash_epoch) {
+  if (list_epoch != list_epoch_) return false;
+  char* item = ToItem(pos);
+  const ItemLinks& links = LinksOf(item);
+  GrowIfCrowded();
+  Revive(item);
+  (links.list_prev ? LinksOf(links.list_prev).list_next : head_) = item;
+  (links.list_next ? LinksOf(links.list_next).list_prev : tail_) = item;
+  ++count_;
+  if (hash_epoch == hash_epoch_) {
+    table_.Relink(item);
+  } else {
+    table_.PushFront(item);
+  }
+  return true;
+}
+
+void KeyedSetBase::AppendDetached(ITR pos) {
+  char* item = ToItem(pos);
+  GrowIfCrowded();
+  Revive(item);
+  table_.PushFront(item);
+  InsertToList(item);
+}
+
+bool KeyedSetBase::DetachTail(std::span<const ITR> items) {
+  if (items.empty() || ToItr(tail_) != items.back()) return false;
+  for (std::size_t i = 1; i < items.size(); ++i) {
+    if (ToItr(LinksOf(ToItem(items[i])).list_prev) != items[i - 1]) return false;
+  }
+  char* before = LinksOf(ToItem(items.front())).list_prev;
+  const bool most = items.size() > static_cast<std::size_t>(count_) / 2 && !shared_keys_;
+  for (std::size_t i = items.size(); i-- > 0;) {
+    char* item = ToItem(items[i]);
+    if (!most) table_.Unlink(item);
+    SetState(items[i], StateOf(items[i]) | kRemovedBit);
+    LinksOf(item).list_next = nullptr;
+  }
+  tail_ = before;
+  (before ? LinksOf(before).list_next : head_) = nullptr;
+  count_ -= static_cast<std::int32_t>(items.size());
+  detached_ += static_cast<std::int32_t>(items.size());
+  if (most) {
+    ++hash_epoch_;
+    table_.Clear();
+    HashWholeList();
+  }
+  return true;
+}
+
+void KeyedSetBase::FreeDetached(ITR pos) {
+  --detached_;
+  DestroyItem(ToItem(pos));
+}
+
+// ---- the whole ----------------------------------------------------------------------------------
+
+void KeyedSetBase::Swap(KeyedSetBase& other) {
+  std::swap(default_hash_size_, other.default_hash_size_);
+  std::swap(head_, other.head_);
+  std::swap(tail_, other.tail_);
+  std::swap(count_, other.count_);
+  std::swap(max_key_, other.max_key_);
+  std::swap(min_key_, other.min_key_);
+  std::swap(list_epoch_, other.list_epoch_);
+  std::swap(hash_epoch_, other.hash_epoch_);
+  std::swap(detached_, other.detached_);
+  std::swap(shared_keys_, other.shared_keys_);
+  std::swap(store_, other.store_);
+  table_.Swap(other.table_);
+}
+
+std::string KeyedSetBase::Validate() const {
+  const auto broken = [](int number, Key key, const char* what) {
+    return "invariant " + std::to_string(number) + " at key " + std::to_string(key) + ": " + what;
+  };
+  std::int32_t listed = 0;
+  const char* previous = nullptr;
+  for (char* item = head_; item; item = LinksOf(item).list_next) {
+    const Key key = KeyAt(item);
+    if (++listed > count_) return broken(2, key, "the list is longer than the count");
+    if (LinksOf(item).list_prev != previous) return broken(2, key, "the list links disagree");
+    if (key < 0) return broken(3, key, "the key is negative");
+    if (key < min_key_ || key > max_key_) return broken(4, key, "the key is out of bounds");
+    if (IsRemoved(ToItr(item))) return broken(5, key, "a linked item is marked removed");
+    previous = item;
+  }
+  if (listed != count_ || previous != tail_) return broken(2, 0, "the list ends elsewhere");
+  const std::string fault = table_.Validate(count_);
+  return fault.empty() ? fault : "invariant 1, of the table " + fault;
+}
+
+std::size_t KeyedSetBase::Footprint() const { return store_.Footprint() + table_.Footprint(); }
+
+}  // namespace qx

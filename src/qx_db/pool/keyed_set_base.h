@@ -1,0 +1,195 @@
+#pragma once
+// The part of the keyed set that does not depend on the record type.
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "qx_db/pool/chain_table.h"
+#include "qx_db/record/struct_base.h"
+#include "qx_db/record/values.h"
+
+namespace qx {
+
+/// What a keyed set must know of its record type.
+struct RecordOps {
+  std::uint32_t size;
+  bool trivial;  ///< no arrays: nothing to destroy
+  void (*construct)(char* at, const TStructBase& from);
+  void (*destroy)(char* at);
+  void (*assign)(char* to, const TStructBase& from);
+};
+
+/// An insertion-ordered, doubly linked list of records threaded through a chained hash table on
+/// the record's key. Positions (ITR) are addresses of items and stay valid for an item's life.
+///
+/// An item, packed to 4 bytes:
+///   state word (u32) | record | hash previous | hash next | list previous | list next
+/// Bits of the state word: 0-28 parameter index, 29 removed but alive, 30 modified while changes
+/// were recorded, 31 reserved.
+///
+/// Invariants, checked by Validate() under these numbers:
+///  1 every linked item is in exactly the chain of (key mod hash size), and the table's own
+///    invariants hold (see ChainTable)
+///  2 the list holds exactly `count` items, linked both ways, from head to tail
+///  3 keys are not negative
+///  4 min key <= every key <= max key
+///  5 no linked item carries the removed mark
+class QXDB_API KeyedSetBase {
+ public:
+  static constexpr std::uint32_t kParamMask = 0x1FFFFFFF;
+  static constexpr std::uint32_t kRemovedBit = 0x20000000;
+  static constexpr std::uint32_t kModifiedBit = 0x40000000;
+  static constexpr std::int32_t kDefaultHashSize = 10000;
+
+  KeyedSetBase(const RecordOps& ops, std::int32_t hash_size);
+  ~KeyedSetBase();
+  KeyedSetBase(const KeyedSetBase&) = delete;
+  KeyedSetBase& operator=(const KeyedSetBase&) = delete;
+
+  // ---- sizing -----------------------------------------------------------------------------------
+
+  /// Sets the default size, below which explicit sizing never goes, and grows the table to it.
+  void SetDefaultHashSize(std::int32_t n);
+  /// Resizes to n buckets; ignored unless n is above the default size and not the current one.
+  void SetHashSize(std::int32_t n);
+  /// One bucket a record, when there are more records than the default size.
+  void Optimize();
+  /// Empties the chains and pushes every item, in list order, at the front of its chain.
+  void RebuildHash();
+  std::int32_t HashSize() const { return table_.Size(); }
+
+  // ---- looking up and walking -------------------------------------------------------------------
+
+  /// Position of the record with this key, 0 when there is none. Expected constant time.
+  ITR Find(Key key) const { return key < 0 ? 0 : ToItr(table_.Find(key, shared_keys_)); }
+  /// The positions of many keys at once; overlapping the cache misses makes this faster than as
+  /// many calls of Find. Requires found.size() == keys.size().
+  void FindMany(std::span<const Key> keys, std::span<ITR> found) const;
+  ITR GetHeadPosition() const { return ToItr(head_); }
+  ITR GetTailPosition() const { return ToItr(tail_); }
+  std::int32_t GetSize() const { return count_; }
+  bool IsEmpty() const { return count_ == 0; }
+  void Next(ITR& pos) const { pos = ToItr(LinksOf(ToItem(pos)).list_next); }
+  void Prev(ITR& pos) const { pos = ToItr(LinksOf(ToItem(pos)).list_prev); }
+  /// Fill `out` with all positions or keys in list order, ascending by key when `sorted` is not
+  /// 0 (which sorts the set itself); return the count. `out` is freed first.
+  std::int32_t GetItrList(TArray<ITR>& out, int sorted);
+  std::int32_t GetKeyList(TArray<Key>& out, int sorted);
+  /// Sorts the list ascending by key: a two-digit bucket sort with the hash table as low digit.
+  void SortAsc();
+
+  // ---- changing ---------------------------------------------------------------------------------
+
+  /// Appends a copy of `record`. 0, changing nothing, for a negative key or one already present.
+  ITR Insert(const TStructBase& record);
+  /// Replaces the record at `pos`, re-keying it where needed. Deliberately no check that the new
+  /// key is free: two records may then share it, and Find gives the re-keyed one. 0 when pos is
+  /// 0, the new key is negative, or the stored key is not found.
+  int SetAt(ITR pos, const TStructBase& record);
+  int Remove(ITR pos);
+  /// Removes and moves `pos` to the next position in list order.
+  int RemoveNext(ITR& pos);
+  /// Unlinks the item but keeps it alive, marked removed; the caller owns it from then on.
+  int RemoveWithoutDelete(ITR pos);
+  int RemoveNextWithoutDelete(ITR& pos);
+  /// Destroys everything; min and max key become 0.
+  void RemoveAll();
+  /// Marks every item removed and empties the set; min and max key stay, so that keys handed out
+  /// before remain reserved while the items may come back.
+  void RemoveAllWithoutDelete();
+
+  // ---- keys -------------------------------------------------------------------------------------
+
+  void SetMinMaxKey(Key key);
+  void ResetMinMaxKey();
+  Key GetMaxKey() const { return max_key_; }
+  Key GetMinKey() const { return min_key_; }
+  /// Max key + 1. Removals never lower the max key, so keys are not reused until it is reset.
+  Key GetNewKey() const { return static_cast<Key>(static_cast<std::uint32_t>(max_key_) + 1); }
+  /// The smallest key >= start that no record uses, probing upwards. A negative start, or a
+  /// search that passes the largest key, gives a negative number.
+  Key GetNewKeyUp(Key start) const;
+  std::uint32_t GetParamIdx(ITR pos) const { return StateOf(pos) & kParamMask; }
+  void SetParamIdx(ITR pos, std::uint32_t index) {
+    SetState(pos, (StateOf(pos) & ~kParamMask) | (index & kParamMask));
+  }
+
+  // ---- for the undo journal ---------------------------------------------------------------------
+
+  /// Counters that tell whether the order of the list, or the hash table, was rearranged as a
+  /// whole since an item was detached.
+  std::uint32_t ListEpoch() const { return list_epoch_; }
+  std::uint32_t HashEpoch() const { return hash_epoch_; }
+  /// Puts a detached item back. With unchanged epochs, and when all later changes have been taken
+  /// back in reverse order, it lands exactly where it stood, in constant time. With a changed
+  /// hash it goes to the front of its chain. With a changed list nothing happens and the result
+  /// is false: use AppendDetached.
+  bool Relink(ITR pos, std::uint32_t list_epoch, std::uint32_t hash_epoch);
+  /// Puts a detached item back at the tail of the list.
+  void AppendDetached(ITR pos);
+  /// Detaches, front to back, items that are the tail of the list in this order, so that Relink
+  /// in the same order restores them. Cheaper than one by one when they are most of the set.
+  /// False, changing nothing, when they are not the tail.
+  bool DetachTail(std::span<const ITR> items);
+  /// Destroys and frees a detached item.
+  void FreeDetached(ITR pos);
+
+  static std::uint32_t StateOf(ITR pos) { return LoadAt<std::uint32_t>(ToItem(pos)); }
+  static void SetState(ITR pos, std::uint32_t state) { StoreAt(ToItem(pos), state); }
+  static bool IsRemoved(ITR pos) { return (StateOf(pos) & kRemovedBit) != 0; }
+  static TStructBase* RecordAt(ITR pos) {
+    return reinterpret_cast<TStructBase*>(ToItem(pos) + kRecordOffset);
+  }
+
+  /// Exchanges the whole contents with a set of the same record type; positions stay valid.
+  void Swap(KeyedSetBase& other);
+  /// "" or the first broken invariant, by number. Cost proportional to count + hash size.
+  std::string Validate() const;
+  /// Bytes held for items and buckets.
+  std::size_t Footprint() const;
+
+ protected:
+  static constexpr std::uint32_t kRecordOffset = 4;
+
+  static char* ToItem(ITR pos) { return reinterpret_cast<char*>(pos); }
+  static ITR ToItr(const char* item) { return reinterpret_cast<ITR>(item); }
+  static Key KeyAt(const char* item) { return LoadAt<Key>(item + kRecordOffset + 8); }
+  ItemLinks& LinksOf(char* item) const {
+    return *reinterpret_cast<ItemLinks*>(item + links_offset_);
+  }
+
+ private:
+  char* NewItem(const TStructBase& record);
+  void DestroyItem(char* item);
+  void InsertToList(char* item);
+  void RemoveFromList(char* item);
+  void Resize(std::int32_t n);
+  void HashWholeList();
+  void GrowIfCrowded() {
+    if (count_ >= HashSize()) Grow();
+  }
+  void Grow();
+  void Revive(char* item);
+  template <class F>
+  void ForEachItem(F&& visit) const;
+
+  std::int32_t default_hash_size_ = kDefaultHashSize;
+  char* head_ = nullptr;
+  char* tail_ = nullptr;
+  std::int32_t count_ = 0;
+  Key max_key_ = 0;
+  Key min_key_ = 0;
+
+  RecordOps ops_;
+  std::uint32_t links_offset_;
+  std::uint32_t list_epoch_ = 0;
+  std::uint32_t hash_epoch_ = 0;
+  std::int32_t detached_ = 0;  // items alive but not linked
+  bool shared_keys_ = false;   // SetAt has given two records one key
+  ItemStore store_;
+  ChainTable table_;
+};
+
+}  // namespace qx

@@ -1,0 +1,41 @@
+#pragma once
+// Change notices: how a pool tells its session what happened, for undo, redo and refresh.
+
+#include <cstddef>
+#include <cstdint>
+
+#include "qx_db/record/types.h"
+
+namespace qx {
+
+/// One change of one record.
+struct tagTRNotify {
+  static constexpr std::uint16_t kInserted = 100;
+  static constexpr std::uint16_t kRemoved = 101;
+  static constexpr std::uint16_t kModified = 102;
+
+  std::uint16_t type = 0;       ///< type code of the pool
+  std::uint16_t operation = 0;  ///< kInserted, kRemoved or kModified
+  ITR item = 0;
+  std::int32_t phase = 0;  ///< of a modification: 0 before it, 1 after it; otherwise 0
+};
+
+/// Whether, and to whom, changes are reported.
+class ChangeRecorder {
+ public:
+  bool IsRecording() const { return recording_; }
+  /// Takes a notice. Throws std::bad_alloc, having kept nothing of it.
+  virtual void PushNotify(const tagTRNotify& notice) = 0;
+  /// Makes room, so that the next `count` notices of insertions or removals cannot fail.
+  virtual void ReserveNotices(std::size_t count) = 0;
+  /// Called before a change that is not recorded, while recorded ones could still be undone.
+  virtual void OnUnrecordedChange() = 0;
+  bool HasHistory() const { return has_history_; }
+
+ protected:
+  ~ChangeRecorder() = default;
+  bool recording_ = false;
+  bool has_history_ = false;
+};
+
+}  // namespace qx

@@ -1,0 +1,210 @@
+#include "qx_db/record/mesh_records.h"
+
+#include <cstring>
+
+#include "qx_db/lib/variants.h"
+#include "qx_db/record/record_impl.h"
+
+namespace qx {
+
+using GF = GatewayField;
+
+// ---- tagTNode -----------------------------------------------------------------------------------
+
+const Schema& tagTNode::GetSchema() {
+  static constexpr GatewayField kFields[] = {
+      {"POS", GF::Type::kArray, u"_POSITION", "X, Y, Z"},
+  };
+  static const tagTNode& r = GTCD();
+  static const Schema schema("tagTNode", kType, sizeof(tagTNode),
+                             {
+                                 Member(r, u"_KEY", &tagTNode::key),
+                                 Member(r, u"_POSITION", &tagTNode::position).In(unit::kLength),
+                                 Member(r, u"_FLAGS", &tagTNode::flags),
+                             },
+                             kFields);
+  return schema;
+}
+
+int tagTNode::REad(char* buffer, int length) const { return Data2Stream(buffer, length); }
+
+bool tagTNode::api_convert_data(CQXDBSession*, DBG_NODE* value, bool out) {
+  if (out) {
+    value->SetX(position.x);
+    value->SetY(position.y);
+    value->SetZ(position.z);
+  } else if (value->Present()) {
+    position = {value->X(), value->Y(), value->Z()};
+  }
+  return true;
+}
+
+// ---- tagTElem -----------------------------------------------------------------------------------
+
+const Schema& tagTElem::GetSchema() {
+  static constexpr GatewayField kFields[] = {
+      {"TYPE", GF::Type::kInteger, u"_TYPE"},
+      {"NODE_KEY_ARRAY", GF::Type::kArray, u"_NODE_IDS"},
+      {"PROPERTY", GF::Type::kInteger, u"_PROPERTY", nullptr, GF::Form::kLookUp},
+  };
+  static const tagTElem& r = GTCD();
+  static const Schema schema("tagTElem", kType, sizeof(tagTElem),
+                             {
+                                 Member(r, u"_KEY", &tagTElem::key),
+                                 Member(r, u"_TYPE", &tagTElem::type),
+                                 Member(r, u"_NODE_IDS", &tagTElem::nodes).To(code::kNode),
+                                 Member(r, u"_PROPERTY", &tagTElem::property).To(code::kProp),
+                                 Member(r, u"_FLAGS", &tagTElem::flags),
+                                 Member(r, u"_OVERLAP", &tagTElem::overlap),
+                             },
+                             kFields);
+  return schema;
+}
+
+namespace {
+
+/// Takes over the records of `keys`: as many entries as keys, an unknown key keeping the entry.
+void ReferencesFromKeys(CQXDBSession& session, std::uint16_t target, const std::vector<Key>& keys,
+                        TArray<ITR>& references) {
+  references.SetSize(static_cast<std::int64_t>(keys.size()));
+  for (std::size_t i = 0; i < keys.size(); ++i) {
+    if (const ITR found = FindRecord(session, target, keys[i])) {
+      references[static_cast<std::ptrdiff_t>(i)] = found;
+    }
+  }
+}
+
+std::vector<Key> KeysOf(const TArray<ITR>& references) {
+  std::vector<Key> keys;
+  keys.reserve(references.size());
+  for (const ITR itr : references) keys.push_back(KeyOf(itr));
+  return keys;
+}
+
+}  // namespace
+
+bool tagTElem::api_convert_data(CQXDBSession* session, DBG_ELEM* value, bool out) {
+  if (out) {
+    value->type = type;
+    value->node_keys = KeysOf(nodes);
+    if (property) value->property_key = KeyOf(property);
+    return true;
+  }
+  if (value->type) type = *value->type;
+  if (value->node_keys) ReferencesFromKeys(*session, code::kNode, *value->node_keys, nodes);
+  // An absent key is looked up as 0 on purpose, so that a property with key 0 would be taken.
+  if (const ITR found = FindRecord(*session, code::kProp, value->property_key.value_or(0))) {
+    property = found;
+  }
+  return true;
+}
+
+// ---- tagTEcrd -----------------------------------------------------------------------------------
+
+tagTEcrd::tagTEcrd() {
+  const bool by_angle = IsVariantA() || IsVariantC();
+  method = by_angle ? kByBetaAngle : kByVector;
+  beta_angle_deg = by_angle ? 90.0 : 0.0;
+}
+
+const Schema& tagTEcrd::GetSchema() {
+  static constexpr GatewayField kFields[] = {
+      {"ELEM_TYPE", GF::Type::kInteger, u"_IELEMTYPE"}, {"TYPE", GF::Type::kInteger, u"_ITYPE"},
+      {"REF_NODE", GF::Type::kInteger, u"_ITRRNODE"},   {"REF", GF::Type::kArray, u"_VREFVEC"},
+      {"BETA_ANGLE", GF::Type::kReal, u"_BETAANGLE"},   {"CORD", GF::Type::kInteger, u"_ITRCORD"},
+      {"INTER_X", GF::Type::kArray, u"_VECINTERX"},
+  };
+  static const tagTEcrd& r = GTCD();
+  static const Schema schema(
+      "tagTEcrd", kType, sizeof(tagTEcrd),
+      {
+          Member(r, u"_KEY", &tagTEcrd::key),
+          Member(r, u"_IELEMTYPE", &tagTEcrd::element_type),
+          Member(r, u"_ITYPE", &tagTEcrd::method),
+          Member(r, u"_ITRRNODE", &tagTEcrd::reference_node).To(code::kNode),
+          Member(r, u"_VREFVEC", &tagTEcrd::reference_vector),
+          Member(r, u"_BETAANGLE", &tagTEcrd::beta_angle_deg).Listed(unit::kAngle),
+          // Deliberate: neither conversion of the record touches its coordinate system. Hosts
+          // hand such records around within a session; only the model file converts the member.
+          Member(r, u"_ITRCORD", &tagTEcrd::coordinate_system)
+              .To(code::kCord, ReferenceRule::kLeftAlone),
+          Member(r, u"_VECINTERX", &tagTEcrd::intersection_x),
+      },
+      kFields);
+  return schema;
+}
+
+bool tagTEcrd::api_convert_data(CQXDBSession* session, DBG_ERCD* value, bool out) {
+  if (out) {
+    *value = {element_type,     method,         KeyOf(reference_node),
+              reference_vector, beta_angle_deg, KeyOf(coordinate_system),
+              intersection_x};
+    return true;
+  }
+  if (value->element_type) element_type = *value->element_type;
+  if (value->method) method = *value->method;
+  if (value->reference_node_key) {
+    reference_node = FindRecord(*session, code::kNode, *value->reference_node_key);
+  }
+  if (value->reference_vector) reference_vector = *value->reference_vector;
+  if (value->beta_angle_deg) beta_angle_deg = *value->beta_angle_deg;
+  if (value->coordinate_system_key) {
+    coordinate_system = FindRecord(*session, code::kCord, *value->coordinate_system_key);
+  }
+  if (value->intersection_x) intersection_x = *value->intersection_x;
+  return true;
+}
+
+// ---- tagTActiveElemSet --------------------------------------------------------------------------
+
+const Schema& tagTActiveElemSet::GetSchema() {
+  static constexpr GatewayField kFields[] = {
+      {"NAME", GF::Type::kString, u"_NAME"},
+      {"ELEM_KEY_ARRAY", GF::Type::kArray, u"_ELEM_IDS"},
+  };
+  static const tagTActiveElemSet& r = GTCD();
+  static const Schema schema(
+      "tagTActiveElemSet", kType, sizeof(tagTActiveElemSet),
+      {
+          Member(r, u"_KEY", &tagTActiveElemSet::key),
+          Member(r, u"_NAME", &tagTActiveElemSet::name),
+          Member(r, u"_ELEM_IDS", &tagTActiveElemSet::elements).To(code::kElem),
+      },
+      kFields);
+  return schema;
+}
+
+bool tagTActiveElemSet::api_convert_data(CQXDBSession* session, DBG_ACTIVEELEMSET* value,
+                                         bool out) {
+  if (out) {
+    *value = {name.Text(), KeysOf(elements)};
+    return true;
+  }
+  if (value->name) name.Set(value->name->View());
+  if (value->element_keys) {
+    ReferencesFromKeys(*session, code::kElem, *value->element_keys, elements);
+  }
+  return true;
+}
+
+// ---- tagTESid -----------------------------------------------------------------------------------
+
+const Schema& tagTESid::GetSchema() {
+  static const tagTESid& r = GTCD();
+  static const Schema schema(
+      "tagTESid", kType, sizeof(tagTESid),
+      {
+          Member(r, u"_KEY", &tagTESid::key),
+          // Deliberate: a side never fails to convert; a null node is 0.
+          Member(r, u"_TARR_NODE", &tagTESid::nodes).To(code::kNode, ReferenceRule::kTolerant),
+      });
+  return schema;
+}
+
+QX_RECORD(tagTNode);
+QX_RECORD(tagTElem);
+QX_RECORD(tagTEcrd);
+QX_RECORD(tagTActiveElemSet);
+QX_RECORD(tagTESid);
+
+}  // namespace qx

@@ -1,0 +1,52 @@
+#pragma once
+// What a record type inherits: every virtual operation of the base, each one call of a verb.
+
+#include "qx_db/record/verbs.h"
+
+namespace qx {
+
+#pragma pack(push, 4)
+
+/// Base of record type `T` with type code `Code`. `T` declares its members with their defaults
+/// and `static const Schema& GetSchema()`; its .cpp defines the rows and QX_RECORD(T).
+template <class T, std::uint16_t Code>
+class QXDB_API TRecord : public TStructBase {
+ public:
+  static constexpr std::uint16_t kType = Code;
+
+  /// The type's default instance, as Init leaves a record. Thread-safe; never modified.
+  static const T& GTCD();
+  /// The type's member descriptors, ended by an all-zero one. Thread-safe; always the same.
+  static const IO_VAR* GetVarIOInfo() { return T::GetSchema().IoVars(); }
+
+  std::uint16_t GetType() const override { return Code; }
+  CString GetName() const override;
+  int KeyToIterator(CQXDBSession* session) override;
+  int IteratorToKey(CQXDBSession* session) override;
+  void ConvertUnitIn(const CQXUnitCtrl* units) override;
+  void ConvertUnitOut(const CQXUnitCtrl* units) override;
+  void ConvertUnitPrev(const CQXUnitCtrl* units) override;
+  std::uint32_t GetSizePlusVfptr() const override;
+  int Stream2Data(const char* stream, int length) override;
+  int Data2Stream(char* stream, int length) const override;
+  void Init() override;
+  bool api_convert_db_to_record(CQXDBSession*, dbgateway::Record* to, int) const override;
+  bool api_convert_record_to_db(CQXDBSession* session, dbgateway::Record* from) override;
+  bool api_description(dbgateway::Field* to) const override;
+
+ protected:
+  TRecord() = default;
+
+ private:
+  const T& Self() const { return static_cast<const T&>(*this); }
+};
+
+#pragma pack(pop)
+
+}  // namespace qx
+
+/// In the header, after the struct: its operations are compiled once, in its .cpp.
+#define QX_DECLARE_RECORD(T) extern template class TRecord<T, T::kType>
+
+/// In the .cpp, after including record_impl.h.
+#define QX_RECORD(T) template class TRecord<T, T::kType>

@@ -1,0 +1,152 @@
+#pragma once
+// What is done to records in general, each once, over the rows of their schema.
+
+#include <span>
+#include <string>
+#include <vector>
+
+#include "qx_db/record/schema.h"
+
+namespace qx {
+
+// ---- images -------------------------------------------------------------------------------------
+
+/// Bytes of the record's image.
+QXDB_API std::uint32_t ImageSize(const Schema& schema, const TStructBase& record);
+
+/// Writes the image to `out`, which has room for ImageSize bytes; returns the bytes written.
+QXDB_API std::uint32_t WriteImage(const Schema& schema, const TStructBase& record, char* out);
+
+/// Fills the record from a trusted image; returns the image's size as its own counts tell it.
+QXDB_API std::uint64_t ReadImage(const Schema& schema, const char* image, TStructBase& record);
+
+/// Checks an untrusted image against the schema: every length inside `size` and none negative,
+/// element sizes as declared, texts terminated. Returns "" or what is wrong and where.
+/// ReadImage is safe on an image that passes.
+QXDB_API std::string CheckImage(const Schema& schema, const char* image, std::uint64_t size);
+
+/// Calls `visit(row, address)` for every 64-bit reference slot of an image that has passed
+/// CheckImage, in image order; LoadAt and StoreAt reach the slot.
+template <class Visit>
+void ForEachReferenceInImage(const Schema& schema, char* image, Visit&& visit);
+
+/// Replaces the iterators in an image by the keys of their targets. A null iterator, or one whose
+/// target has been removed, becomes key 0. The number of the latter is returned.
+QXDB_API int ImageIteratorsToKeys(const Schema& schema, char* image);
+
+// ---- references ---------------------------------------------------------------------------------
+
+/// Which references a conversion covers.
+enum class ReferenceScope {
+  kOwn,  ///< those that the record's own operations convert
+  kAll,  ///< also those that they deliberately leave alone, as a model file needs
+};
+
+/// Keys to iterators through the session's pools. Unknown keys become 0; returns their number.
+QXDB_API int KeysToIterators(const Schema& schema, TStructBase& record, CQXDBSession& session,
+                             ReferenceScope scope);
+
+/// The record of a key in the pool of a type code; 0 when there is no such pool or record.
+QXDB_API ITR FindRecord(CQXDBSession& session, std::uint16_t type, Key key);
+
+/// The key of the record at an iterator; 0 for a null one.
+inline Key KeyOf(ITR itr) {
+  return itr == 0 ? 0 : LoadAt<Key>(reinterpret_cast<const char*>(itr) + 12);
+}
+
+/// Iterators to keys; false at a null entry of a reference array that tolerates none.
+QXDB_API bool IteratorsToKeys(const Schema& schema, TStructBase& record);
+
+/// Calls `visit(row, address)` for every 64-bit reference slot of the record, as above.
+template <class Visit>
+void ForEachReference(const Schema& schema, TStructBase& record, Visit&& visit);
+
+// ---- units --------------------------------------------------------------------------------------
+
+enum class UnitDirection { kIn, kOut, kPreviousIn };
+
+/// Converts the members that carry a unit: current to model, model to current, previous to model.
+QXDB_API void ConvertUnits(const Schema& schema, TStructBase& record, const CQXUnitCtrl& units,
+                           UnitDirection direction);
+
+// ---- comparison ---------------------------------------------------------------------------------
+
+/// Rows in which two records of one type differ, in member order. References compare as iterators.
+QXDB_API std::vector<const Row*> Differences(const Schema& schema, const TStructBase& a,
+                                             const TStructBase& b);
+
+// ---- gateway (defined in gateway/) --------------------------------------------------------------
+
+QXDB_API bool GatewayWrite(const Schema& schema, const TStructBase& record, dbgateway::Record& to);
+QXDB_API bool GatewayRead(const Schema& schema, CQXDBSession* session, dbgateway::Record& from,
+                          TStructBase& record);
+QXDB_API bool GatewayDescribe(const Schema& schema, dbgateway::Field& to);
+
+// ---- definitions of the templates ---------------------------------------------------------------
+
+namespace detail {
+
+inline char* Bytes(TStructBase& record) { return reinterpret_cast<char*>(&record); }
+inline const char* Bytes(const TStructBase& record) {
+  return reinterpret_cast<const char*>(&record);
+}
+inline ArrayStorage& ArrayAt(char* bytes, const Row& row) {
+  return *reinterpret_cast<ArrayStorage*>(bytes + row.offset);
+}
+inline const ArrayStorage& ArrayAt(const char* bytes, const Row& row) {
+  return *reinterpret_cast<const ArrayStorage*>(bytes + row.offset);
+}
+
+template <class Visit>
+void ForEachSlot(const Row& row, char* elements, std::int64_t count, Visit&& visit) {
+  char* slot = elements + (row.inner_reference >= 0 ? row.inner_reference : 0);
+  for (std::int64_t i = 0; i < count; ++i, slot += row.element_size) visit(row, slot);
+}
+
+/// The header that stands before an array's elements in an image.
+struct ArrayHeader {
+  std::uint32_t element_size;
+  std::uint32_t unused;
+  std::int64_t count;
+};
+static_assert(sizeof(ArrayHeader) == 16);
+
+}  // namespace detail
+
+template <class Visit>
+void ForEachReference(const Schema& schema, TStructBase& record, Visit&& visit) {
+  char* bytes = detail::Bytes(record);
+  for (const Row* row : schema.References()) {
+    if (!row->IsArray()) {
+      visit(*row, bytes + row->offset);
+      continue;
+    }
+    ArrayStorage& array = detail::ArrayAt(bytes, *row);
+    detail::ForEachSlot(*row, static_cast<char*>(array.data), array.count, visit);
+  }
+}
+
+template <class Visit>
+void ForEachReferenceInImage(const Schema& schema, char* image, Visit&& visit) {
+  // `shift` turns a record offset into an image offset: the vptr is absent, arrays are inline.
+  std::int64_t shift = -8;
+  auto reference = schema.References().begin();
+  const auto end = schema.References().end();
+  for (const Schema::Segment& segment : schema.Segments()) {
+    const std::int32_t segment_end = segment.offset + segment.size;
+    if (!segment.array) {
+      for (; reference != end && (*reference)->offset < segment_end; ++reference) {
+        visit(**reference, image + (*reference)->offset + shift);
+      }
+      continue;
+    }
+    const auto header = LoadAt<detail::ArrayHeader>(image + segment.offset + shift);
+    if (reference != end && *reference == segment.array) {
+      detail::ForEachSlot(**reference, image + segment_end + shift, header.count, visit);
+      ++reference;
+    }
+    shift += header.count * header.element_size;
+  }
+}
+
+}  // namespace qx

@@ -1,0 +1,165 @@
+// The command line as its users meet it: exit codes, messages, files.
+
+#include <array>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "qx_db/platform/file.h"
+#include "qx_db/qx_db.h"
+
+namespace qx {
+namespace {
+
+namespace fs = std::filesystem;
+
+struct Ran {
+  int code = -1;
+  std::string out;
+  std::string err;
+};
+
+class Cli : public testing::Test {
+ protected:
+  Cli() : folder_(fs::temp_directory_path() / ("qx_cli_" + std::to_string(getpid()))) {
+    fs::create_directories(folder_);
+    Write(
+        "good.msh",
+        "$MeshFormat\n2.2 0 8\n$EndMeshFormat\n$PhysicalNames\n1\n3 1 \"body\"\n$EndPhysicalNames\n"
+        "$Nodes\n5\n1 0 0 0\n2 1 0 0\n3 0 1 0\n4 0 0 1\n5 1 1 1\n$EndNodes\n"
+        "$Elements\n2\n1 4 2 1 1 1 2 3 4\n2 4 2 1 1 2 3 4 5\n$EndElements\n");
+  }
+  ~Cli() override { fs::remove_all(folder_); }
+
+  std::string Path(const std::string& name) const { return (folder_ / name).string(); }
+  void Write(const std::string& name, const std::string& text) const {
+    std::ofstream(folder_ / name, std::ios::binary) << text;
+  }
+
+  /// Runs qxdb in the test's folder.
+  Ran Qxdb(const std::string& arguments) const {
+    const std::string command =
+        "cd '" + folder_.string() + "' && '" QX_QXDB "' " + arguments + " 2> err.txt > out.txt";
+    Ran run;
+    run.code = WEXITSTATUS(std::system(command.c_str()));
+    run.out = *ReadWholeFile(Path("out.txt"));
+    run.err = *ReadWholeFile(Path("err.txt"));
+    return run;
+  }
+
+  fs::path folder_;
+};
+
+TEST_F(Cli, TakesAMeshThroughItsLife) {
+  EXPECT_EQ(Qxdb("import good.msh m.qxm --length mm").code, 0);
+  const Ran info = Qxdb("info m.qxm");
+  EXPECT_NE(info.out.find("2  4-node tetrahedra"), std::string::npos) << info.out;
+  EXPECT_NE(info.out.find("\"body\""), std::string::npos);
+  EXPECT_NE(info.out.find(" mm "), std::string::npos);
+  const Ran edit = Qxdb("edit delete m.qxm node 5");
+  EXPECT_EQ(edit.code, 0) << edit.err;
+  EXPECT_NE(edit.out.find("elem"), std::string::npos) << "the element goes with its node";
+  EXPECT_EQ(Qxdb("edit move m.qxm 1-2 --by 0 0 2.5").code, 0);
+  EXPECT_EQ(Qxdb("edit renumber m.qxm node all --from 3").code, 0);
+  const Ran show = Qxdb("show m.qxm node 3 --json");
+  EXPECT_EQ(show.out, "{\"NODE\":{\"3\":{\"POS\":[0.0,0.0,2.5]}}}\n");
+  EXPECT_EQ(Qxdb("verify m.qxm").code, 0);
+  EXPECT_EQ(Qxdb("export m.qxm m.vtu").code, 0);
+  EXPECT_EQ(Qxdb("gateway write m.qxm m.json").code, 0);
+  EXPECT_EQ(Qxdb("import m.json copy.qxm --length mm").code, 0);
+  const std::string state = Qxdb("info m.qxm --json").out;
+  const std::string copied = Qxdb("info copy.qxm --json").out;
+  const auto at = state.find("\"state\"");
+  EXPECT_EQ(state.substr(at), copied.substr(copied.find("\"state\"")));
+}
+
+TEST_F(Cli, AnswersMisuseAndHelp) {
+  struct Case {
+    const char* arguments;
+    int code;
+  };
+  const Case cases[] = {{"", 2},           {"fly", 2},          {"info", 2},
+                        {"--help", 0},     {"import x", 2},     {"edit move m.qxm 1 --by 1 2", 2},
+                        {"edit fly m", 2}, {"export --help", 0}};
+  for (const Case& c : cases) EXPECT_EQ(Qxdb(c.arguments).code, c.code) << c.arguments;
+  for (const char* command :
+       {"import", "export", "info", "show", "edit", "edit move", "edit renumber", "edit delete",
+        "gateway", "gateway write", "gateway read", "gateway describe", "verify"}) {
+    EXPECT_NE(Qxdb(std::string(command) + " --help").out.find("Example:\n  qxdb "),
+              std::string::npos)
+        << command;
+  }
+}
+
+TEST_F(Cli, RefusesBadInputInOneLineAndChangesNothing) {
+  ASSERT_EQ(Qxdb("import good.msh m.qxm").code, 0);
+  const std::string model = *ReadWholeFile(Path("m.qxm"));
+  std::string damaged = model;
+  damaged[model.size() / 2] = static_cast<char>(damaged[model.size() / 2] ^ 4);
+  Write("damaged.qxm", damaged);
+  Write("empty.msh", "");
+  const std::string mesh = *ReadWholeFile(Path("good.msh"));
+  Write("cut.msh", mesh.substr(0, mesh.find("$EndNodes")));
+  const auto with = [&](const char* from, const char* to) {
+    std::string changed = mesh;
+    return changed.replace(changed.find(from), std::string(from).size(), to);
+  };
+  Write("twice.msh", with("\n5 1 1 1", "\n4 1 1 1"));
+  Write("dangling.msh", with("2 3 4 5\n", "2 3 4 9\n"));
+  Write("nan.msh", with("\n5 1 1 1", "\n5 nan 1 1"));
+  Write("large.msh", with("\n5 1 1 1", "\n2147483648 1 1 1"));
+  Write("count.msh", with("2 4 2 1 1 2 3 4 5", "2 4 2 1 1 2 3 4"));
+  Write("cut.json", "{\"NODE\": {\"1\": {\"POS\": [1, 2");
+  Write("deep.json", std::string(100000, '['));
+  Write("bytes.json", "{\"NODE\": {\"1\": {\"A\": \"\xC0\x80\"}}}");
+  Write("loose.json", "{\"NODE\": {\"7\": {\"POS\": true}}}");
+  struct Case {
+    const char* arguments;
+    const char* named;  // must stand in the message
+  };
+  const Case cases[] = {
+      {"import missing.msh x.qxm", "missing.msh"},
+      {"import . x.qxm", "."},
+      {"import empty.msh x.qxm", "empty.msh"},
+      {"import cut.msh x.qxm", "cut.msh: $Nodes"},
+      {"import twice.msh x.qxm", "twice.msh"},
+      {"import dangling.msh x.qxm", "dangling.msh"},
+      {"import nan.msh x.qxm", "nan.msh"},
+      {"import large.msh x.qxm", "large.msh"},
+      {"import count.msh x.qxm", "count.msh"},
+      {"import good.msh m.qxm", "--add"},
+      {"import good.msh m.qxm --add", "good.msh"},
+      {"import cut.json x.qxm", "cut.json: line 1"},
+      {"import deep.json x.qxm", "deep.json: line 1"},
+      {"import bytes.json x.qxm", "bytes.json: line 1"},
+      {"info damaged.qxm", "damaged.qxm: page"},
+      {"info missing.qxm", "missing.qxm"},
+      {"verify good.msh", "good.msh"},
+      {"show m.qxm beam", "node, elem"},
+      {"show m.qxm node 9-3", "9-3"},
+      {"show m.qxm node 70", "70"},
+      {"edit delete m.qxm node 70-", "70-"},
+      {"edit renumber m.qxm node 1 --from 2", "node 2"},
+      {"export m.qxm no/such/folder/x.vtu", "no/such/folder/x.vtu"},
+      {"export m.qxm x.bdf", "x.bdf"},
+      {"gateway read m.qxm loose.json --strict", "NODE 7 POS"},
+  };
+  for (const Case& c : cases) {
+    const Ran run = Qxdb(c.arguments);
+    EXPECT_EQ(run.code, 1) << c.arguments;
+    EXPECT_EQ(std::count(run.err.begin(), run.err.end(), '\n'), 1) << c.arguments << "\n"
+                                                                   << run.err;
+    EXPECT_NE(run.err.find(c.named), std::string::npos) << c.arguments << "\n" << run.err;
+    EXPECT_NE(run.err.find("; "), std::string::npos) << "no remedy: " << run.err;
+    EXPECT_EQ(run.out, "") << c.arguments;
+    EXPECT_FALSE(fs::exists(Path("x.qxm"))) << c.arguments;
+    EXPECT_EQ(*ReadWholeFile(Path("m.qxm")), model) << c.arguments;
+  }
+  EXPECT_NE(Qxdb("info missing.qxm --json").err.find("{\"error\":"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace qx

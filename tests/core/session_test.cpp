@@ -1,0 +1,397 @@
+#include <algorithm>
+#include <gtest/gtest.h>
+#include <map>
+#include <rapidcheck/gtest.h>
+
+#include "qx_db/qx_db.h"
+
+namespace qx {
+namespace {
+
+tagTNode Node(Key key, double x = 0) {
+  tagTNode node;
+  node.key = key;
+  node.position.x = x;
+  return node;
+}
+
+struct MeshSession {
+  CQXDBSession session{AddStandardPools};
+  DPoolNode& nodes = *session.GetPool<DPoolNode>(code::kNode);
+  DPoolElem& elements = *session.GetPool<DPoolElem>(code::kElem);
+  DPoolActiveElemSet& sets = *session.GetPool<DPoolActiveElemSet>(code::kActiveElemSet);
+
+  /// Runs `edit` as one step; the result of its commit.
+  template <class Edit>
+  int Step(const char16_t* name, Edit&& edit) {
+    CTransaction transaction(&session);
+    transaction.Begin(name);
+    edit();
+    return transaction.Commit();
+  }
+
+  /// A chain of line elements, all in one set.
+  void AddChain(Key first, Key last) {
+    tagTActiveElemSet set;
+    set.key = 1;
+    set.name.Set(u"chain");
+    for (Key key = first; key <= last; ++key) {
+      nodes.InsertNU(Node(key, key));
+      if (key == first) continue;
+      tagTElem element;
+      element.key = key;
+      element.type = 2;
+      element.nodes = {nodes.Find(key - 1), nodes.Find(key)};
+      set.elements.Add(elements.InsertNU(element));
+    }
+    sets.InsertNU(set);
+  }
+};
+
+class Listener : public ISessionListener {
+ public:
+  void OnSessionEvent(CQXDBSession&, SessionEvent event, std::u16string_view name,
+                      std::span<const Change> changes) override {
+    heard.push_back(std::to_string(static_cast<int>(event)) + Utf8(name) +
+                    std::to_string(changes.size()));
+  }
+  std::vector<std::string> heard;
+};
+
+TEST(Session, DeadNodesTakeTheirElementsAndTheElementsLeaveTheirSets) {
+  MeshSession m;
+  m.Step(u"mesh", [&] { m.AddChain(1, 5); });
+  const std::uint64_t whole = m.session.StateHash();
+  EXPECT_EQ(m.Step(u"delete", [&] { m.nodes.Remove(m.nodes.Find(3)); }), 1);
+  EXPECT_EQ(m.elements.GetSize(), 2);
+  EXPECT_EQ(m.sets.GetAtNU(m.sets.Find(1)).elements,
+            (TArray<ITR>{m.elements.Find(2), m.elements.Find(5)}));
+  const std::uint64_t cut = m.session.StateHash();
+  EXPECT_EQ(m.session.Undo(), 1);
+  EXPECT_EQ(m.session.StateHash(), whole);
+  EXPECT_EQ(m.session.Redo(), 1);
+  EXPECT_EQ(m.session.StateHash(), cut);
+  EXPECT_EQ(m.session.Validate(), "");
+}
+
+TEST(Session, RecordedChangesAreNoticedAndMarked) {
+  MeshSession m;
+  CTransaction transaction(&m.session);
+  m.nodes.RemoveAll();
+  transaction.Begin(u"marks");
+  m.nodes.RemoveAll();
+  EXPECT_EQ(m.nodes.ChangeFlags(), 0u) << "an empty pool has nothing to remove";
+  EXPECT_EQ(m.nodes.InsertNU(Node(-1)), 0u);
+  EXPECT_EQ(m.nodes.ChangeFlags(), 0u);
+  const ITR pos = m.nodes.InsertNU(Node(1, 4));
+  EXPECT_EQ(m.nodes.ChangeFlags(), 1u);
+  EXPECT_EQ(m.nodes.SetAtNU(pos, Node(-3)), 0) << "refused, and still reported";
+  EXPECT_EQ(m.nodes.ChangeFlags(), 5u);
+  EXPECT_TRUE(KeyedSetBase::StateOf(pos) & KeyedSetBase::kModifiedBit);
+  m.nodes.Remove(pos);
+  EXPECT_EQ(m.nodes.ChangeFlags(), 7u);
+  EXPECT_TRUE(KeyedSetBase::IsRemoved(pos));
+  EXPECT_EQ(double{m.nodes.GetAtNU(pos).position.x}, 4) << "a removed record can still be read";
+  EXPECT_EQ(m.session.History().Current().changes.size(), 3u);
+  EXPECT_EQ(transaction.Commit(), 1);
+  EXPECT_EQ(m.nodes.ChangeFlags(), 0u);
+}
+
+TEST(Session, NestedTransactionsJoinAndRollBackTheirPart) {
+  MeshSession m;
+  {
+    CTransaction outer(&m.session);
+    outer.Begin(u"outer");
+    {
+      CTransaction inner(&m.session);
+      inner.Begin(u"inner");
+      m.nodes.InsertNU(Node(1));
+    }  // not committed
+    EXPECT_EQ(m.nodes.GetSize(), 0);
+    m.nodes.InsertNU(Node(2));
+    {
+      CTransaction inner(&m.session);
+      inner.Begin(u"inner");
+      m.nodes.SetAtNU(m.nodes.Find(2), Node(3));
+      EXPECT_EQ(inner.Commit(), 1);
+    }
+    EXPECT_FALSE(m.session.CanUndo());
+    EXPECT_EQ(outer.Begin(u"again"), 0);
+    EXPECT_EQ(outer.Commit(), 1);
+  }
+  EXPECT_EQ(m.session.UndoName(), u"outer");
+  EXPECT_NE(m.nodes.Find(3), 0u);
+  m.session.Undo();
+  EXPECT_EQ(m.nodes.GetSize(), 0);
+  EXPECT_EQ(m.session.Undo(), 0);
+}
+
+TEST(Session, HistoryIsBoundedByStepsAndBytes) {
+  MeshSession m;
+  m.session.SetHistoryLimits({3, 1 << 20});
+  for (Key key = 1; key <= 10; ++key) m.Step(u"add", [&] { m.nodes.InsertNU(Node(key)); });
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(m.session.Undo(), 1);
+  EXPECT_EQ(m.session.Undo(), 0);
+  EXPECT_EQ(m.nodes.GetSize(), 7);
+  const std::size_t footprint = m.nodes.Set().Footprint();
+  // A byte bound too small for a single step keeps none, and frees what was removed.
+  m.session.SetHistoryLimits({1000, 100});
+  for (int round = 0; round < 200; ++round) {
+    m.Step(u"add", [&] {
+      for (Key k = 100; k < 200; ++k) m.nodes.InsertNU(Node(k));
+    });
+    m.Step(u"del", [&] {
+      for (Key k = 100; k < 200; ++k) m.nodes.Remove(m.nodes.Find(k));
+    });
+  }
+  EXPECT_EQ(m.session.Undo(), 0);
+  EXPECT_LE(m.nodes.Set().Footprint(), footprint + (64 << 10));
+}
+
+TEST(Session, AnUnrecordedEditEndsTheHistory) {
+  MeshSession m;
+  m.Step(u"add", [&] { m.nodes.InsertNU(Node(1)); });
+  m.Step(u"del", [&] { m.nodes.Remove(m.nodes.Find(1)); });
+  EXPECT_TRUE(m.session.CanUndo());
+  m.nodes.InsertNU(Node(2));
+  EXPECT_FALSE(m.session.CanUndo());
+  m.session.EnableRecording(false);
+  EXPECT_EQ(m.Step(u"bulk", [&] { m.nodes.InsertNU(Node(3)); }), 1);
+  EXPECT_FALSE(m.session.CanUndo());
+  EXPECT_EQ(m.nodes.GetSize(), 2);
+}
+
+TEST(Session, AStepThatChangesNothingLeavesNoTrace) {
+  MeshSession m;
+  m.Step(u"add", [&] { m.nodes.InsertNU(Node(1)); });
+  m.session.Undo();
+  EXPECT_EQ(m.Step(u"nothing", [] {}), 1);
+  EXPECT_TRUE(m.session.CanRedo());
+  m.Step(u"other", [&] { m.nodes.InsertNU(Node(2)); });
+  EXPECT_FALSE(m.session.CanRedo());
+}
+
+TEST(Session, ListenersAndTheHookHearOnceAStep) {
+  static int hooked = 0;
+  static std::uint32_t flags = 0;
+  MeshSession m;
+  Listener listener;
+  m.session.AddListener(&listener);
+  const StepHook former = SetStepHook([](CQXDBSession& session) {
+    ++hooked;
+    flags = session.GetDataPool(code::kNode)->ChangeFlags();
+  });
+  m.Step(u"a", [&] {
+    m.nodes.InsertNU(Node(1));
+    m.nodes.InsertNU(Node(2));
+  });
+  EXPECT_EQ(flags, DPoolBase::kInsertedFlag);
+  m.session.Undo();
+  m.session.Redo();
+  m.Step(u"nothing", [] {});
+  SetStepHook(former);
+  m.session.RemoveListener(&listener);
+  m.Step(u"b", [&] { m.nodes.InsertNU(Node(3)); });
+  EXPECT_EQ(listener.heard, (std::vector<std::string>{"0a2", "1a2", "2a2"}));
+  EXPECT_EQ(hooked, 3);
+}
+
+TEST(Session, CommandsAreUndoableSteps) {
+  MeshSession m;
+  CQXCommandObj::Register(u"AddNode", [&](CQXDBSession&, const std::vector<CommandParam>& params) {
+    m.nodes.InsertNU(Node(std::get<std::int32_t>(params.at(0))));
+    return std::get<double>(params.at(1)) > 0 ? 1 : 0;
+  });
+  const auto run = [&](const char16_t* name, Key key, double verdict) {
+    CQXCommandObj command(&m.session, name);
+    command.AddParam(key);
+    command.AddParam(verdict);
+    return command.Execute();
+  };
+  EXPECT_EQ(run(u"AddNode", 1, 1.0), 1);
+  EXPECT_EQ(run(u"AddNode", 2, -1.0), 0);
+  EXPECT_EQ(run(u"Unknown", 3, 1.0), 0);
+  EXPECT_EQ(m.nodes.GetSize(), 1);
+  EXPECT_EQ(m.session.UndoName(), u"AddNode");
+}
+
+TEST(Session, DeletorsDeleteWithConsequences) {
+  MeshSession m;
+  m.Step(u"mesh", [&] { m.AddChain(1, 4); });
+  EXPECT_EQ(m.nodes.GetDeletor()->Delete({m.nodes.Find(2), 0, m.nodes.Find(2)}), 1);
+  EXPECT_EQ(m.nodes.GetSize(), 3);
+  EXPECT_EQ(m.elements.GetSize(), 1);
+  EXPECT_EQ(m.session.Undo(), 1);
+  EXPECT_EQ(m.elements.GetSize(), 3);
+}
+
+/// A pool that refuses every edit while it is told to.
+class Stubborn : public DPoolPlain<tagTESid> {
+ public:
+  explicit Stubborn(CQXDBSession* session) : DPoolPlain(session, u"_ESID") {}
+  int ProcessRelation() override { return refuse ? 0 : 1; }
+  bool refuse = false;
+};
+
+TEST(Session, APoolThatRefusesRollsEverythingBack) {
+  CQXDBSession session;
+  session.AddPool(std::make_unique<DPoolNode>(&session));
+  session.AddPool(std::make_unique<Stubborn>(&session));
+  auto& nodes = *session.GetPool<DPoolNode>(code::kNode);
+  session.GetPool<Stubborn>(code::kESid)->refuse = true;
+  CTransaction transaction(&session);
+  transaction.Begin(u"refused");
+  nodes.InsertNU(Node(1));
+  EXPECT_EQ(transaction.Commit(), 0);
+  EXPECT_FALSE(transaction.IsOpen());
+  EXPECT_EQ(nodes.GetSize(), 0);
+  EXPECT_FALSE(session.CanUndo());
+}
+
+// ---- random sessions against a naive model
+// ---------------------------------------------------------
+
+using NaiveModel = std::vector<std::pair<Key, double>>;
+
+NaiveModel Contents(DPoolNode& nodes) {
+  NaiveModel model;
+  for (ITR pos = nodes.GetHeadPosition(); pos;) {
+    const tagTNode& node = nodes.GetNextNU(pos);
+    model.emplace_back(node.key, double{node.position.x});
+  }
+  return model;
+}
+
+/// One random edit of nodes, on the pool and on the model.
+void RandomEdit(DPoolNode& nodes, NaiveModel& model) {
+  const Key key = *rc::gen::inRange<Key>(0, 40) * (*rc::gen::arbitrary<bool>() ? 10000 : 1);
+  const double x = *rc::gen::inRange(0, 1000);
+  const ITR pos = nodes.Find(key);
+  const auto known =
+      std::find_if(model.begin(), model.end(), [&](auto& r) { return r.first == key; });
+  RC_ASSERT((pos != 0) == (known != model.end()));
+  switch (*rc::gen::inRange(0, 8)) {
+    case 0:
+    case 1:
+    case 2:
+      if (nodes.InsertNU(Node(key, x))) model.emplace_back(key, x);
+      break;
+    case 3:
+    case 4:
+      if (pos && nodes.SetAtNU(pos, Node(key, x))) known->second = x;
+      break;
+    case 5: {
+      const Key other = key + 7;
+      if (!pos || nodes.Find(other)) break;
+      nodes.SetAtNU(pos, Node(other, x));
+      *known = {other, x};
+      break;
+    }
+    case 6:
+      if (pos && nodes.Remove(pos)) model.erase(known);
+      break;
+    default:
+      if (*rc::gen::inRange(0, 10) == 0) {
+        nodes.RemoveAll();
+        model.clear();
+      }
+  }
+}
+
+RC_GTEST_PROP(Session, UndoAndRedoRetraceEveryState, ()) {
+  MeshSession m;
+  NaiveModel model;
+  std::vector<NaiveModel> states{model};
+  std::vector<std::uint64_t> hashes{m.session.StateHash()};
+  const int steps = *rc::gen::inRange(1, 12);
+  for (int step = 0; step < steps; ++step) {
+    const bool commit = *rc::gen::inRange(0, 4) != 0;
+    CTransaction transaction(&m.session);
+    transaction.Begin(u"step");
+    const int edits = *rc::gen::inRange(0, 10);
+    for (int i = 0; i < edits; ++i) RandomEdit(m.nodes, model);
+    const bool changed = !m.session.History().Current().changes.empty();
+    if (!commit) {
+      transaction.Rollback();
+      model = states.back();
+    } else {
+      RC_ASSERT(transaction.Commit() == 1);
+      if (changed) {
+        states.push_back(model);
+        hashes.push_back(m.session.StateHash());
+      }
+    }
+    RC_ASSERT(m.session.Validate() == "");
+    RC_ASSERT(Contents(m.nodes) == states.back());
+    RC_ASSERT(m.session.StateHash() == hashes.back());
+    if (*rc::gen::inRange(0, 3) != 0) continue;
+    // Back a random way and either forth again or on from there.
+    const auto back = *rc::gen::inRange<std::size_t>(0, states.size());
+    for (std::size_t i = 0; i < back; ++i) {
+      RC_ASSERT(m.session.Undo() == 1);
+      const std::size_t at = states.size() - 2 - i;
+      RC_ASSERT(Contents(m.nodes) == states[at]);
+      RC_ASSERT(m.session.StateHash() == hashes[at]);
+      RC_ASSERT(m.session.Validate() == "");
+    }
+    if (*rc::gen::arbitrary<bool>()) {
+      for (std::size_t i = 0; i < back; ++i) RC_ASSERT(m.session.Redo() == 1);
+      RC_ASSERT(m.session.StateHash() == hashes.back());
+    } else {
+      states.resize(states.size() - back);
+      hashes.resize(states.size());
+      model = states.back();
+    }
+  }
+}
+
+TEST(Session, UndoAfterASortPutsRecordsBackAtTheEndByKey) {
+  MeshSession m;
+  m.Step(u"add", [&] {
+    for (const Key k : {5, 3, 9, 1}) m.nodes.InsertNU(Node(k));
+  });
+  m.Step(u"del", [&] {
+    for (const Key k : {9, 5}) m.nodes.Remove(m.nodes.Find(k));
+  });
+  m.nodes.SortAsc();
+  m.session.Undo();
+  EXPECT_EQ(Contents(m.nodes), (NaiveModel{{1, 0}, {3, 0}, {5, 0}, {9, 0}}));
+  m.session.Redo();
+  m.session.Undo();
+  EXPECT_EQ(Contents(m.nodes), (NaiveModel{{1, 0}, {3, 0}, {5, 0}, {9, 0}}));
+  EXPECT_EQ(m.session.Validate(), "");
+  m.session.Undo();
+  EXPECT_EQ(m.nodes.GetSize(), 0);
+  m.session.Redo();
+  EXPECT_EQ(m.nodes.GetSize(), 4);
+  EXPECT_EQ(m.session.Validate(), "");
+}
+
+TEST(Session, LargeStepsAreTakenBackAtOnceAndExactly) {
+  MeshSession m;
+  m.Step(u"few", [&] {
+    for (Key k = 1; k <= 100; ++k) m.nodes.InsertNU(Node(k * 3));
+  });
+  const std::uint64_t few = m.session.StateHash();
+  m.Step(u"many", [&] {
+    for (Key k = 1; k <= 50000; ++k) m.nodes.InsertNU(Node(1000000 - k));
+  });
+  const std::uint64_t many = m.session.StateHash();
+  m.Step(u"none", [&] { m.nodes.RemoveAll(); });
+  EXPECT_EQ(m.nodes.GetNewKey(), 1000000);
+  for (int round = 0; round < 2; ++round) {
+    m.session.Undo();
+    EXPECT_EQ(m.session.StateHash(), many);
+    m.session.Undo();
+    EXPECT_EQ(m.session.StateHash(), few);
+    EXPECT_EQ(m.session.Validate(), "");
+    m.session.Redo();
+    EXPECT_EQ(m.session.StateHash(), many);
+    EXPECT_EQ(m.session.Validate(), "");
+    m.session.Redo();
+    EXPECT_EQ(m.nodes.GetSize(), 0);
+  }
+}
+
+}  // namespace
+}  // namespace qx

@@ -1,0 +1,309 @@
+// Laws that hold for every record type, driven with random contents.
+
+#include <cmath>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <rapidcheck/gtest.h>
+
+#include "tests/record/random_record.h"
+
+namespace qx {
+namespace {
+
+/// A session in which every pool holds a few records with random contents and references among
+/// them.
+class PopulatedSession {
+ public:
+  PopulatedSession() : session_(AddStandardPools) {
+    for (DPoolBase* pool : session_.Pools()) {
+      TStructBase* record = pool->GetDataPtrForUndoRedo();
+      for (Key key : {1, 2, 7}) {
+        record->Init();
+        StoreAt(reinterpret_cast<char*>(record) + 8, key);
+        items_[pool->GetTypeCode()].push_back(pool->InsertNU(record));
+      }
+    }
+    for (DPoolBase* pool : session_.Pools()) {
+      for (const ITR item : items_[pool->GetTypeCode()]) {
+        FillRandomly(pool->GetSchema(), *KeyedSetBase::RecordAt(item),
+                     [&](std::uint16_t type) -> const std::vector<ITR>& { return items_[type]; });
+      }
+    }
+  }
+  CQXDBSession& operator*() { return session_; }
+  CQXDBSession* operator->() { return &session_; }
+
+ private:
+  CQXDBSession session_;
+  std::map<std::uint16_t, std::vector<ITR>> items_;
+};
+
+std::string ImageOf(const TStructBase& record) {
+  std::string image(record.GetSizePlusVfptr() - 8, '\0');
+  EXPECT_EQ(record.Data2Stream(image.data(), static_cast<int>(image.size())), 1);
+  return image;
+}
+
+/// Calls `law(pool, record)` for every record of a populated session.
+template <class Law>
+void ForEveryRecord(CQXDBSession& session, Law&& law) {
+  for (DPoolBase* pool : session.Pools()) {
+    for (ITR pos = pool->GetHeadPosition(); pos; pool->Next(pos)) {
+      law(*pool, *KeyedSetBase::RecordAt(pos));
+    }
+  }
+}
+
+RC_GTEST_PROP(RecordLaws, ImagesRestoreEveryBit, ()) {
+  PopulatedSession session;
+  ForEveryRecord(*session, [](DPoolBase& pool, TStructBase& record) {
+    const std::string image = ImageOf(record);
+    RC_ASSERT(CheckImage(pool.GetSchema(), image.data(), image.size()).empty());
+    TStructBase* copy = pool.GetDataPtrForUndoRedo();
+    copy->Init();
+    RC_ASSERT(copy->Stream2Data(image.data(), static_cast<int>(image.size())) == 1);
+    RC_ASSERT(ImageOf(*copy) == image);
+    RC_ASSERT(Differences(pool.GetSchema(), record, *copy).empty());
+    // One byte less or more is noticed where the format can tell, and always by the check.
+    const std::string longer = image + '\0';
+    RC_ASSERT(!CheckImage(pool.GetSchema(), image.data(), image.size() - 1).empty());
+    RC_ASSERT(!CheckImage(pool.GetSchema(), longer.data(), longer.size()).empty());
+  });
+}
+
+RC_GTEST_PROP(RecordLaws, KeysAndBackRestoreEveryReference, ()) {
+  PopulatedSession session;
+  ForEveryRecord(*session, [&](DPoolBase&, TStructBase& record) {
+    const std::string before = ImageOf(record);
+    const bool whole = record.IteratorToKey(&*session) == 1;
+    if (!whole) {  // a null entry stopped it half-way: put the record back by its image
+      record.Stream2Data(before.data(), static_cast<int>(before.size()));
+      return;
+    }
+    RC_ASSERT(record.KeyToIterator(&*session) == 1);
+    RC_ASSERT(ImageOf(record) == before);
+  });
+}
+
+RC_GTEST_PROP(RecordLaws, UnitsInAndOutRestoreEveryNumber, ()) {
+  PopulatedSession session;
+  UnitSystem other;
+  other[UnitBase::kLength] = FindUnit(UnitBase::kLength, "in");
+  other[UnitBase::kForce] = FindUnit(UnitBase::kForce, "lbf");
+  other[UnitBase::kTemperature] = FindUnit(UnitBase::kTemperature, "F");
+  session->Units().SetCurrent(other);
+  ForEveryRecord(*session, [&](DPoolBase& pool, TStructBase& record) {
+    ITR at = pool.Find(record.GetKey());
+    const TStructBase& before = *pool.CopyToDummyPtr(at);
+    record.ConvertUnitOut(&session->Units());
+    record.ConvertUnitIn(&session->Units());
+    for (const Row* row : Differences(pool.GetSchema(), before, record)) {
+      RC_ASSERT(row->unit.category != unit::kNone);
+      if (row->IsArray()) continue;
+      for (std::int32_t i = 0; i < row->size; i += 8) {
+        const auto x = LoadAt<double>(reinterpret_cast<const char*>(&before) + row->offset + i);
+        const auto y = LoadAt<double>(reinterpret_cast<const char*>(&record) + row->offset + i);
+        RC_ASSERT(std::abs(x - y) <= 1e-12 * (std::abs(x) + 500));
+      }
+    }
+  });
+}
+
+/// A record as its gateway form: units and fields apart, everything a host would exchange.
+std::string GatewayText(CQXDBSession& session) {
+  dbgateway::DataBase document;
+  for (DPoolBase* pool : session.Pools()) {
+    TArray<Key> all;
+    pool->WriteAPI(&document, all, 0);
+  }
+  return document.ToText();
+}
+
+RC_GTEST_PROP(RecordLaws, GatewayTextReadsBackTheSame, ()) {
+  PopulatedSession session;
+  const std::string text = GatewayText(*session);
+  dbgateway::DataBase document;
+  RC_ASSERT(static_cast<bool>(document.Parse(text)));
+  CQXDBSession fresh(AddStandardPools);
+  // Twice: the second time every reference finds its record.
+  for (int pass = 0; pass < 2; ++pass) {
+    for (DPoolBase* pool : fresh.Pools()) RC_ASSERT(pool->ReadAPI(&document, 0));
+  }
+  RC_ASSERT(GatewayText(fresh) == text);
+}
+
+RC_GTEST_PROP(RecordLaws, ModelFilesRestoreTheState, ()) {
+  PopulatedSession session;
+  const std::string path = (std::filesystem::temp_directory_path() / "qx_record_laws.qxm").string();
+  RC_ASSERT(SaveModel(*session, path).Line() == "");
+  CQXDBSession opened(AddStandardPools);
+  RC_ASSERT(LoadModel(opened, path).Line() == "");
+  std::filesystem::remove(path);
+  RC_ASSERT(opened.StateHash() == session->StateHash());
+  RC_ASSERT(GatewayText(opened) == GatewayText(*session));
+  RC_ASSERT(opened.Validate() == "");
+}
+
+RC_GTEST_PROP(RecordLaws, UndoRestoresEveryTypeOfRecord, ()) {
+  PopulatedSession session;
+  const std::uint64_t before = session->StateHash();
+  CTransaction transaction(&*session);
+  transaction.Begin(u"replace all");
+  for (DPoolBase* pool : session->Pools()) {
+    for (ITR pos = pool->GetHeadPosition(); pos; pool->Next(pos)) {
+      TStructBase* record = pool->CopyToDummyPtr(pos);
+      FillRandomly(pool->GetSchema(), *record, [](std::uint16_t) -> const std::vector<ITR>& {
+        static const std::vector<ITR> none;
+        return none;
+      });
+      RC_ASSERT(pool->SetAtNU(pos, record) == 1);
+    }
+  }
+  RC_ASSERT(transaction.Commit() == 1);
+  const std::uint64_t after = session->StateHash();
+  session->Undo();
+  RC_ASSERT(session->StateHash() == before);
+  session->Redo();
+  RC_ASSERT(session->StateHash() == after);
+}
+
+// ---- images from outside
+// --------------------------------------------------------------------------
+
+/// Puts a number into an element's image: its node list has the header at byte 8.
+std::string DamagedElement(std::size_t at, std::int64_t value, std::size_t width) {
+  tagTElem element;
+  element.nodes = {11, 22, 33};
+  std::string image = ImageOf(element);
+  std::memcpy(image.data() + at, &value, width);
+  return image;
+}
+
+TEST(CheckImage, RefusesEveryLengthThatLies) {
+  struct Case {
+    const char* what;
+    std::size_t at;
+    std::int64_t value;
+    std::size_t width;
+  };
+  const Case cases[] = {
+      {"element size 0", 8, 0, 4},
+      {"element size 4", 8, 4, 4},
+      {"negative count", 16, -1, 8},
+      {"one too many", 16, 4, 8},
+      {"one too few", 16, 2, 8},
+      {"product wraps in 32 bits", 16, 0x20000003, 8},
+      {"product wraps in 64 bits", 16, 0x2000000000000003, 8},
+      {"largest count", 16, INT64_MAX, 8},
+  };
+  for (const Case& c : cases) {
+    const std::string image = DamagedElement(c.at, c.value, c.width);
+    EXPECT_NE(CheckImage(tagTElem::GetSchema(), image.data(), image.size()), "") << c.what;
+  }
+}
+
+TEST(CheckImage, NamesTheMember) {
+  tagTActiveElemSet set;
+  std::string image = ImageOf(set);
+  for (std::size_t i = 4; i < 132; i += 2) image[i] = 'x';
+  EXPECT_EQ(CheckImage(tagTActiveElemSet::GetSchema(), image.data(), image.size()),
+            "tagTActiveElemSet _NAME: text without a terminator");
+}
+
+// ---- what single types do differently
+// -------------------------------------------------------------
+
+struct MeshSession {
+  CQXDBSession session{AddStandardPools};
+  DPoolNode& nodes = *session.GetPool<DPoolNode>(code::kNode);
+  DPoolElem& elements = *session.GetPool<DPoolElem>(code::kElem);
+
+  MeshSession() {
+    for (Key key : {1, 2, 3}) {
+      tagTNode node;
+      node.key = key;
+      nodes.InsertNU(node);
+    }
+  }
+};
+
+TEST(KeyConversion, ANullNodeStopsAnElementButNotASide) {
+  MeshSession m;
+  tagTElem element;
+  element.nodes = {m.nodes.Find(1), 0, m.nodes.Find(3)};
+  EXPECT_EQ(element.IteratorToKey(&m.session), 0);
+  EXPECT_EQ(element.nodes[0], 1u);
+  EXPECT_EQ(element.nodes[2], m.nodes.Find(3));
+  tagTESid side;
+  side.nodes = {m.nodes.Find(1), 0, m.nodes.Find(3)};
+  EXPECT_EQ(side.IteratorToKey(&m.session), 1);
+  EXPECT_EQ(side.nodes, (TArray<ITR>{1, 0, 3}));
+}
+
+TEST(KeyConversion, UnknownKeysBecomeNone) {
+  MeshSession m;
+  tagTElem element;
+  element.nodes = {1, 99, 3};
+  element.property = 5;
+  EXPECT_EQ(element.KeyToIterator(&m.session), 1);
+  EXPECT_EQ(element.nodes, (TArray<ITR>{m.nodes.Find(1), 0, m.nodes.Find(3)}));
+  EXPECT_EQ(element.property, 0u);
+}
+
+TEST(KeyConversion, AnOrientationKeepsItsCoordinateSystemButTheModelFileConvertsIt) {
+  MeshSession m;
+  tagTEcrd orientation;
+  orientation.reference_node = m.nodes.Find(2);
+  orientation.coordinate_system = m.nodes.Find(3);  // any record's address will do
+  EXPECT_EQ(orientation.IteratorToKey(&m.session), 1);
+  EXPECT_EQ(ITR{orientation.reference_node}, 2u);
+  EXPECT_EQ(ITR{orientation.coordinate_system}, m.nodes.Find(3));
+  orientation.reference_node = m.nodes.Find(2);
+  std::string image = ImageOf(orientation);
+  ImageIteratorsToKeys(tagTEcrd::GetSchema(), image.data());
+  EXPECT_EQ(LoadAt<Key>(image.data() + 60 - 8), 3);
+}
+
+TEST(Defaults, OrientationFollowsTheEdition) {
+  struct Case {
+    Edition edition;
+    std::int32_t method;
+    double beta;
+  };
+  for (const Case& c : {Case{Edition::kGeneral, 1, 0.0}, Case{Edition::kA, 2, 90.0},
+                        Case{Edition::kB, 1, 0.0}, Case{Edition::kC, 2, 90.0}}) {
+    SetEdition(c.edition);
+    tagTEcrd orientation;
+    EXPECT_EQ(orientation.method, c.method);
+    EXPECT_EQ(double{orientation.beta_angle_deg}, c.beta);
+    EXPECT_EQ(orientation.reference_vector, (tagTVector3<double>{0, 0, 1}));
+  }
+  SetEdition(Edition::kGeneral);
+}
+
+TEST(PlainValues, AnElementTravelsByParts) {
+  MeshSession m;
+  tagTElem element;
+  element.type = 4;
+  element.nodes = {m.nodes.Find(1), 0, m.nodes.Find(3)};
+  DBG_ELEM value;
+  element.api_convert_data(&m.session, &value, true);
+  EXPECT_EQ(value.node_keys, (std::vector<Key>{1, 0, 3}));
+  EXPECT_FALSE(value.property_key.has_value());
+  value.type.reset();
+  value.node_keys = {2, 99};
+  element.api_convert_data(&m.session, &value, false);
+  EXPECT_EQ(element.type, 4);
+  EXPECT_EQ(element.nodes, (TArray<ITR>{m.nodes.Find(2), 0}));
+  DBG_NODE absent;
+  tagTNode node;
+  node.position = {1, 2, 3};
+  node.api_convert_data(&m.session, &absent, false);
+  EXPECT_EQ(node.position, (tagTVector3<double>{1, 2, 3}));
+  absent.SetY(5);
+  node.api_convert_data(&m.session, &absent, false);
+  EXPECT_EQ(node.position, (tagTVector3<double>{0, 5, 0}));
+}
+
+}  // namespace
+}  // namespace qx
