@@ -11,10 +11,15 @@ need_packages "${BUILD_PACKAGES[@]}" "${TEST_PACKAGES[@]}"
 echo "Formatting"
 git ls-files -z -- '*.h' '*.cpp' | xargs -0 clang-format --dry-run --Werror
 
+# run_tests PRESET: all tests, telling only of those that did not pass.
+run_tests() {
+  ctest --preset "$1" -j 2 --output-on-failure | grep -vE '^ *Start|  Passed '
+}
+
 build release
-ctest --preset release -j 2 --output-on-failure | tail -n 25
+run_tests release
 [ "${1:-}" = quick ] && exit
 
 build sanitize
 export ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1
-ctest --preset sanitize -j 2 --output-on-failure | tail -n 25
+run_tests sanitize
