@@ -11,6 +11,8 @@
 #include "qx_db/platform/file.h"
 #include "qx_db/qx_db.h"
 
+#include "tests/scratch_folder.h"
+
 namespace qx {
 namespace {
 
@@ -24,25 +26,23 @@ struct Ran {
 
 class Cli : public testing::Test {
  protected:
-  Cli() : folder_(fs::temp_directory_path() / ("qx_cli_" + std::to_string(getpid()))) {
-    fs::create_directories(folder_);
+  Cli() {
     Write(
         "good.msh",
         "$MeshFormat\n2.2 0 8\n$EndMeshFormat\n$PhysicalNames\n1\n3 1 \"body\"\n$EndPhysicalNames\n"
         "$Nodes\n5\n1 0 0 0\n2 1 0 0\n3 0 1 0\n4 0 0 1\n5 1 1 1\n$EndNodes\n"
         "$Elements\n2\n1 4 2 1 1 1 2 3 4\n2 4 2 1 1 2 3 4 5\n$EndElements\n");
   }
-  ~Cli() override { fs::remove_all(folder_); }
 
-  std::string Path(const std::string& name) const { return (folder_ / name).string(); }
+  std::string Path(const std::string& name) const { return folder_.Path(name); }
   void Write(const std::string& name, const std::string& text) const {
-    std::ofstream(folder_ / name, std::ios::binary) << text;
+    std::ofstream(Path(name), std::ios::binary) << text;
   }
 
   /// Runs qxdb in the test's folder.
   Ran Qxdb(const std::string& arguments) const {
-    const std::string command =
-        "cd '" + folder_.string() + "' && '" QX_QXDB "' " + arguments + " 2> err.txt > out.txt";
+    const std::string command = "cd '" + folder_.Path().string() + "' && '" QX_QXDB "' " +
+                                arguments + " 2> err.txt > out.txt";
     Ran run;
     run.code = WEXITSTATUS(std::system(command.c_str()));
     run.out = *ReadWholeFile(Path("out.txt"));
@@ -50,7 +50,7 @@ class Cli : public testing::Test {
     return run;
   }
 
-  fs::path folder_;
+  const ScratchFolder folder_;
 };
 
 TEST_F(Cli, TakesAMeshThroughItsLife) {

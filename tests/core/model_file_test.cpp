@@ -11,6 +11,8 @@
 #include "qx_db/platform/file.h"
 #include "qx_db/qx_db.h"
 
+#include "tests/scratch_folder.h"
+
 namespace qx {
 namespace {
 
@@ -18,11 +20,7 @@ namespace fs = std::filesystem;
 
 class ModelFile : public testing::Test {
  protected:
-  ModelFile() : folder_(fs::temp_directory_path() / ("qx_model_" + std::to_string(getpid()))) {
-    fs::create_directories(folder_);
-  }
-  ~ModelFile() override { fs::remove_all(folder_); }
-  std::string Path(const char* name) const { return (folder_ / name).string(); }
+  std::string Path(const char* name) const { return folder_.Path(name); }
 
   static void FillMesh(CQXDBSession& session, Key last) {
     auto& nodes = *session.GetPool<DPoolNode>(code::kNode);
@@ -41,7 +39,7 @@ class ModelFile : public testing::Test {
     }
   }
 
-  fs::path folder_;
+  const ScratchFolder folder_;
 };
 
 TEST_F(ModelFile, KeepsRecordsReferencesAndUnits) {
@@ -149,7 +147,7 @@ TEST_F(ModelFile, EveryChangedByteAndEveryTruncationIsRefused) {
 
 TEST_F(ModelFile, WhatIsNoModelIsRefused) {
   ExpectRefused(Path("missing.qxm"), "missing");
-  ExpectRefused(folder_.string(), "a directory");
+  ExpectRefused(folder_.Path().string(), "a directory");
   std::ofstream(Path("text.qxm")) << std::string(5000, 'x');
   ExpectRefused(Path("text.qxm"), "a text");
   sqlite3* db = nullptr;
@@ -163,10 +161,10 @@ TEST_F(ModelFile, AFailedSaveLeavesTheOldFileAndNoRubbish) {
   CQXDBSession session(AddStandardPools);
   FillMesh(session, 100);
   EXPECT_NE(SaveModel(session, Path("no/such/folder/x.qxm")).Line(), "");
-  EXPECT_NE(SaveModel(session, folder_.string()).Line(), "");
+  EXPECT_NE(SaveModel(session, folder_.Path().string()).Line(), "");
   ASSERT_EQ(SaveModel(session, Path("e.qxm")).Line(), "");
   std::size_t files = 0;
-  for ([[maybe_unused]] const auto& entry : fs::directory_iterator(folder_)) ++files;
+  for ([[maybe_unused]] const auto& entry : fs::directory_iterator(folder_.Path())) ++files;
   EXPECT_EQ(files, 1u);
 }
 

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <filesystem>
 #include <gtest/gtest.h>
 #include <limits>
 #include <map>
@@ -14,6 +13,7 @@
 #include "exchange/base64.h"
 #include "exchange/msh_reader.h"
 #include "sample_mesh.h"
+#include "tests/scratch_folder.h"
 
 namespace qx::exchange {
 namespace {
@@ -145,13 +145,13 @@ class VtuWriter : public testing::Test {
     Result<Mesh> mesh = ParseMsh(sample::Write(sample::Make(), {"4.1"}), "sample");
     EXPECT_TRUE(AddMesh(session_, *mesh, "sample"));
   }
-  ~VtuWriter() override { std::filesystem::remove(path_); }
 
   CQXDBSession session_{AddStandardPools};
   DPoolNode& nodes_ = *session_.GetPool<DPoolNode>(code::kNode);
   DPoolElem& elements_ = *session_.GetPool<DPoolElem>(code::kElem);
   DPoolActiveElemSet& sets_ = *session_.GetPool<DPoolActiveElemSet>(code::kActiveElemSet);
-  const std::string path_ = testing::TempDir() + "/qx_writer_test.vtu";
+  const ScratchFolder folder_;
+  const std::string path_ = folder_.Path("mesh.vtu");
 };
 
 constexpr VtuEncoding kEncodings[] = {VtuEncoding::kAppendedRaw, VtuEncoding::kAppendedBase64,

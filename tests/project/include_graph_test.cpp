@@ -42,6 +42,7 @@ Graph ReadGraph() {
   const std::regex include("^#include \"([^\"]+)\"");
   Graph graph;
   for (const char* top : {"src", "adapters", "exchange", "host", "apps"}) {
+    if (!fs::exists(root / top)) continue;
     for (const auto& entry : fs::recursive_directory_iterator(root / top)) {
       const auto extension = entry.path().extension();
       if (extension != ".h" && extension != ".cpp") continue;
