@@ -12,6 +12,7 @@ constexpr TextEntry kTexts[] = {
     {"IDS_QX_TRANS_ADD_ELEM", "Add elements"},
     {"IDS_QX_TRANS_ADD_NODE", "Add nodes"},
     {"IDS_QX_TRANS_DELETE", "Delete"},
+    {"IDS_QX_TRANS_READ_GATEWAY", "Read from gateway"},
     {"IDS_QX_TRANS_Import_Mesh", "Import mesh"},
 };
 

@@ -34,22 +34,18 @@ struct ImportOptions {
   std::string length_unit = "m";
 };
 
-/// Reads every table of a gateway text, nodes before what refers to them.
+/// Reads every table of a gateway text.
 Outcome ReadGatewayTables(CQXDBSession& session, const std::string& path,
                           std::vector<std::string>& notes) {
   dbgateway::DataBase document;
   if (Outcome read = document.ReadFile(path); !read) return read;
-  CTransaction transaction(&session);
-  transaction.Begin(u"Import");
-  for (DPoolBase* pool : session.Pools()) {
-    if (!pool->ReadAPI(&document, 0)) {
-      return Failure{path, "table " + pool->GetAPIName().ToUtf8(), "cannot be read",
-                     "see the messages above"};
-    }
+  if (Outcome done = ReadDocument(session, document); !done) {
+    Failure failure = done.Error();
+    failure.file = path;
+    return failure;
   }
   for (const auto& entry : document.Report()) notes.push_back(entry.Line());
-  if (transaction.Commit()) return {};
-  return Failure{path, "", "was refused by the model", "see the message above"};
+  return {};
 }
 
 Outcome ReadInto(CQXDBSession& session, const std::string& path, std::vector<std::string>& notes) {
@@ -128,10 +124,7 @@ Outcome ExportTo(CQXDBSession& session, const ExportOptions& options,
   const std::string extension = ExtensionOf(options.file);
   if (extension == ".JSON") {
     dbgateway::DataBase document;
-    for (DPoolBase* pool : session.Pools()) {
-      TArray<Key> all;
-      if (pool->GetSize() > 0) pool->WriteAPI(&document, all, 0);
-    }
+    WriteDocument(session, document);
     return document.WriteFile(options.file, true);
   }
   if (extension != ".VTU") {

@@ -17,9 +17,10 @@ struct GatewayOptions {
   std::vector<std::string> tables;
   bool strict = false;
   bool remove = false;
+  bool schema = false;
 };
 
-/// The pools of the tables asked for, all when none was.
+/// The pools of the tables asked for; empty, for all, when none was.
 Result<std::vector<DPoolBase*>> Selected(CQXDBSession& session,
                                          const std::vector<std::string>& tables) {
   std::vector<DPoolBase*> pools;
@@ -28,7 +29,6 @@ Result<std::vector<DPoolBase*>> Selected(CQXDBSession& session,
     if (!pool) return pool.Error();
     pools.push_back(*pool);
   }
-  if (tables.empty()) pools.assign(session.Pools().begin(), session.Pools().end());
   return pools;
 }
 
@@ -40,10 +40,7 @@ void Write(const GatewayOptions& options, Context& context) {
   const auto pools = Selected(*document.GetDBSession(), options.tables);
   if (!pools) return context.Refuse(pools.Error());
   dbgateway::DataBase out;
-  for (DPoolBase* pool : *pools) {
-    TArray<Key> all;
-    pool->WriteAPI(&out, all, 0);
-  }
+  WriteDocument(*document.GetDBSession(), out, *pools);
   if (Outcome written = out.WriteFile(options.file, true); !written) {
     return context.Refuse(written.Error());
   }
@@ -69,15 +66,11 @@ void Read(const GatewayOptions& options, Context& context) {
   dbgateway::DataBase in;
   if (Outcome read = in.ReadFile(options.file); !read) return context.Refuse(read.Error());
   in.SetStrict(options.strict);
-  CTransaction transaction(&session);
-  transaction.Begin(u"Read from gateway");
-  for (DPoolBase* pool : *pools) {
-    if (pool->ReadAPI(&in, options.remove ? 1 : 0)) continue;
-    const std::string why = in.Report().empty() ? "was refused" : in.Report().back().Line();
-    return context.Refuse({options.file, "", why, "correct it or read without --strict"});
-  }
-  if (!transaction.Commit()) {
-    return context.Refuse({options.file, "", "the edit was refused", "see the message above"});
+  const auto apply = options.remove ? ApplyDeletions : ReadDocument;
+  if (Outcome done = apply(session, in, *pools); !done) {
+    Failure failure = done.Error();
+    failure.file = options.file;
+    return context.Refuse(failure);
   }
   if (Outcome saved = document.Save(); !saved) return context.Refuse(saved.Error());
   std::string text = options.file + " -> " + options.model;
@@ -92,10 +85,17 @@ void Read(const GatewayOptions& options, Context& context) {
 
 void Describe(const GatewayOptions& options, Context& context) {
   CQXDBSession session(AddStandardPools);
+  if (options.schema) {
+    JsonText json;
+    const std::string text = GatewayJsonSchema(session);
+    return context.Print(text, json.Raw({}, text));
+  }
   const auto pools = Selected(session, options.tables);
   if (!pools) return context.Refuse(pools.Error());
   dbgateway::DataBase out;
-  for (DPoolBase* pool : *pools) {
+  std::vector<DPoolBase*> described = *pools;
+  if (described.empty()) described.assign(session.Pools().begin(), session.Pools().end());
+  for (DPoolBase* pool : described) {
     auto description = out.NewDescription(pool->GetAPIName().ToUtf8());
     pool->DescAPI(&description);
     if (description.Size() > 0) out.AddDescription(description);
@@ -129,8 +129,9 @@ void AddGateway(CLI::App& app, Context& context) {
   }
   read->add_flag("--strict", options->strict, "Refuse where a value would be coerced or skipped");
   read->add_flag("--delete", options->remove, "Apply the deletion tables (__CMD_DEL_...)");
-  add("describe", "Print the fields of every table", "qxdb gateway describe --table ELEM",
-      Describe);
+  CLI::App* describe = add("describe", "Print the fields of every table",
+                           "qxdb gateway describe --table ELEM", Describe);
+  describe->add_flag("--schema", options->schema, "Print the JSON Schema (draft 4) of all tables");
 }
 
 }  // namespace qx::app

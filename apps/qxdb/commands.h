@@ -15,6 +15,9 @@ void AddShow(CLI::App& app, Context& context);
 void AddEdit(CLI::App& app, Context& context);
 void AddGateway(CLI::App& app, Context& context);
 void AddVerify(CLI::App& app, Context& context);
+void AddRecords(CLI::App& app, Context& context);
+void AddUnits(CLI::App& app, Context& context);
+void AddDiff(CLI::App& app, Context& context);
 
 /// A command with an example in its help. `--json` is taken before or after its name.
 CLI::App* AddCommand(CLI::App& app, Context& context, const std::string& name,

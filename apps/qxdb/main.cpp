@@ -31,6 +31,9 @@ int main(int argc, char** argv) {
   AddEdit(app, context);
   AddGateway(app, context);
   AddVerify(app, context);
+  AddDiff(app, context);
+  AddRecords(app, context);
+  AddUnits(app, context);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {

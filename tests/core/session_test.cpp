@@ -228,7 +228,7 @@ TEST(Session, DeletorsDeleteWithConsequences) {
 /// A pool that refuses every edit while it is told to.
 class Stubborn : public DPoolPlain<tagTESid> {
  public:
-  explicit Stubborn(CQXDBSession* session) : DPoolPlain(session, u"_ESID") {}
+  explicit Stubborn(CQXDBSession* session) : DPoolPlain(session) {}
   int ProcessRelation() override { return refuse ? 0 : 1; }
   bool refuse = false;
 };

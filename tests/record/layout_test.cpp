@@ -1,6 +1,9 @@
+#include <algorithm>
+#include <charconv>
 #include <gtest/gtest.h>
 #include <map>
 #include <set>
+#include <span>
 #include <sstream>
 #include <thread>
 
@@ -40,9 +43,58 @@ std::vector<std::string> MembersOf(const IO_VAR* var) {
     line << Utf8(var->name) << ' ' << var->kind << ' ' << var->offset << ' ' << var->size << ' '
          << var->element_size;
     members.push_back(line.str());
+    EXPECT_EQ(var->reserved, 0);
   }
   EXPECT_EQ(var->kind, 0);
   EXPECT_EQ(var->size, 0);
+  return members;
+}
+
+/// The numbers of a member with commas between them, in their shortest form.
+template <class T>
+std::string Numbers(const char* member, std::int32_t size) {
+  std::string text;
+  for (std::size_t at = 0; at < static_cast<std::size_t>(size); at += sizeof(T)) {
+    char digits[32];
+    const auto end = std::to_chars(digits, std::end(digits), LoadAt<T>(member + at)).ptr;
+    text += (at ? "," : "") + std::string(digits, end);
+  }
+  return text;
+}
+
+/// What a member of a fresh record holds, as the table of layouts writes it.
+std::string DefaultOf(const TStructBase& record, const Row& row) {
+  const char* member = reinterpret_cast<const char*>(&record) + row.offset;
+  if (row.IsArray()) return LoadAt<ArrayStorage>(member).count ? "not empty" : "-";
+  if (row.kind == MemberKind::kReference) return LoadAt<ITR>(member) ? "not null" : "-";
+  switch (row.number) {
+    case Row::Number::kInt32:
+      return Numbers<std::int32_t>(member, row.size);
+    case Row::Number::kInt64:
+      return Numbers<std::int64_t>(member, row.size);
+    case Row::Number::kDouble:
+      return Numbers<double>(member, row.size);
+    case Row::Number::kText: {
+      std::u16string units(static_cast<std::size_t>(row.size) / 2, u'\0');
+      std::memcpy(units.data(), member, static_cast<std::size_t>(row.size));
+      return '"' + Utf8(units.substr(0, units.find(u'\0'))) + '"';
+    }
+    case Row::Number::kBytes:
+      break;
+  }
+  return std::count(member, member + row.size, '\0') == row.size ? "-" : "not zero";
+}
+
+/// The members of a pool's records with what a fresh one holds.
+std::vector<std::string> MembersAndDefaults(DPoolBase& pool) {
+  std::vector<std::string> members = MembersOf(pool.GetVarIOInfo());
+  const std::span<const Row> rows = pool.GetSchema().Rows();
+  EXPECT_EQ(members.size(), rows.size());
+  TStructBase* fresh = pool.GetDataPtrForUndoRedo();
+  fresh->Init();
+  for (std::size_t i = 0; i < std::min(members.size(), rows.size()); ++i) {
+    members[i] += ' ' + DefaultOf(*fresh, rows[i]);
+  }
   return members;
 }
 
@@ -59,11 +111,89 @@ TEST(Layout, EveryRecordLiesInMemoryAsWrittenDown) {
     EXPECT_EQ(pool->GetTypeCode(), record.code);
     EXPECT_EQ(pool->GetDataPtrForUndoRedo()->GetType(), record.code);
     EXPECT_EQ(pool->GetCheckSize(), static_cast<std::uint32_t>(record.size));
-    EXPECT_EQ(MembersOf(pool->GetVarIOInfo()), record.members);
+    EXPECT_EQ(MembersAndDefaults(*pool), record.members);
     EXPECT_EQ(pool->GetVarIOInfo(), pool->GetVarIOInfo());
     seen.insert(schema.Name());
   }
   EXPECT_EQ(seen.size(), expected.size());
+}
+
+TEST(Layout, ElementStructuresLieInTheirArraysAsWrittenDown) {
+  const std::vector<std::string> weight = {
+      "_DWEIGHT 3 0 8 0", "_DOF6T1 3 8 4 0",  "_DOF6T2 3 12 4 0", "_DOF6T3 3 16 4 0",
+      "_DOF6R1 3 20 4 0", "_DOF6R2 3 24 4 0", "_DOF6R3 3 28 4 0"};
+  EXPECT_EQ(MembersOf(tagTWeightDOF::GetVarIOInfo()), weight);
+  const std::vector<std::string> result = {"_ANALNAME 3 0 128 0", "_STEPNAME 3 128 128 0",
+                                           "_FACTOR 3 256 8 0"};
+  EXPECT_EQ(MembersOf(tagTSelectedResult::GetVarIOInfo()), result);
+
+  // One member of all carries the schema of its elements.
+  CQXDBSession session(AddStandardPools);
+  std::vector<std::string> carriers;
+  for (DPoolBase* pool : session.Pools()) {
+    for (const IO_VAR* var = pool->GetVarIOInfo(); var->name[0]; ++var) {
+      if (!var->element_schema) continue;
+      carriers.push_back(pool->GetSchema().Name() + Utf8(var->name));
+      EXPECT_EQ(var->element_schema, tagTSelectedResult::GetVarIOInfo());
+    }
+  }
+  EXPECT_EQ(carriers, std::vector<std::string>{"tagTRtcb_SELRST"});
+}
+
+/// The names of members whose default is not as written down, with that default.
+std::set<std::string> OtherDefaults() {
+  const auto expected = ExpectedRecords();
+  CQXDBSession session(AddStandardPools);
+  std::set<std::string> other;
+  for (DPoolBase* pool : session.Pools()) {
+    const std::string name = pool->GetSchema().Name();
+    const std::vector<std::string>& usual = expected.at(name).members;
+    const std::vector<std::string> members = MembersAndDefaults(*pool);
+    for (std::size_t i = 0; i < std::min(usual.size(), members.size()); ++i) {
+      if (members[i] == usual[i]) continue;
+      const std::string& line = members[i];
+      other.insert(name + line.substr(0, line.find(' ')) + line.substr(line.rfind(' ')));
+    }
+  }
+  return other;
+}
+
+TEST(Layout, EditionsChangeTheseDefaultsOnly) {
+  const std::set<std::string> none;
+  const std::set<std::string> by_angle = {"tagTEcrd_ITYPE 2", "tagTEcrd_BETAANGLE 90"};
+  const std::set<std::string> by_angle_on_fine_grid = {"tagTEcrd_ITYPE 2", "tagTEcrd_BETAANGLE 90",
+                                                       "tagTGrid_WIDTH 1"};
+  for (const auto& [edition, other] : {std::pair(Edition::kA, by_angle),
+                                       {Edition::kB, none},
+                                       {Edition::kC, by_angle_on_fine_grid},
+                                       {Edition::kD, none},
+                                       {Edition::kGeneral, none}}) {
+    SetEdition(edition);
+    EXPECT_EQ(OtherDefaults(), other) << "edition " << static_cast<int>(edition);
+  }
+}
+
+TEST(Layout, InitResetsAllButThePositionOfADatum) {
+  CQXDBSession session(AddStandardPools);
+  std::vector<std::string> kept;
+  for (DPoolBase* pool : session.Pools()) {
+    const std::vector<std::string> fresh = MembersAndDefaults(*pool);
+    const std::span<const Row> rows = pool->GetSchema().Rows();
+    char* bytes = reinterpret_cast<char*>(pool->GetDataPtrForUndoRedo());
+    for (const Row& row : rows) {
+      if (row.IsArray()) {
+        reinterpret_cast<ArrayStorage*>(bytes + row.offset)
+            ->Resize(3, static_cast<std::size_t>(row.element_size));
+      } else {
+        std::memset(bytes + row.offset, 0x11, static_cast<std::size_t>(row.size));
+      }
+    }
+    const std::vector<std::string> after = MembersAndDefaults(*pool);
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+      if (after.at(i) != fresh.at(i)) kept.push_back(pool->GetSchema().Name() + Utf8(rows[i].name));
+    }
+  }
+  EXPECT_EQ(kept, std::vector<std::string>{"tagTDatum_POSITION"});
 }
 
 TEST(Layout, FreshRecordsEqualTheDefaultInstance) {

@@ -1,11 +1,11 @@
 // Laws that hold for every record type, driven with random contents.
 
 #include <cmath>
-#include <filesystem>
 #include <gtest/gtest.h>
 #include <rapidcheck/gtest.h>
 
 #include "tests/record/random_record.h"
+#include "tests/scratch_folder.h"
 
 namespace qx {
 namespace {
@@ -134,11 +134,11 @@ RC_GTEST_PROP(RecordLaws, GatewayTextReadsBackTheSame, ()) {
 
 RC_GTEST_PROP(RecordLaws, ModelFilesRestoreTheState, ()) {
   PopulatedSession session;
-  const std::string path = (std::filesystem::temp_directory_path() / "qx_record_laws.qxm").string();
+  const ScratchFolder folder;
+  const std::string path = folder.Path("model.qxm");
   RC_ASSERT(SaveModel(*session, path).Line() == "");
   CQXDBSession opened(AddStandardPools);
   RC_ASSERT(LoadModel(opened, path).Line() == "");
-  std::filesystem::remove(path);
   RC_ASSERT(opened.StateHash() == session->StateHash());
   RC_ASSERT(GatewayText(opened) == GatewayText(*session));
   RC_ASSERT(opened.Validate() == "");

@@ -8,6 +8,15 @@
 
 namespace qx {
 
+std::u16string IONameOf(std::string_view record_name) {
+  for (const std::string_view prefix : {"tagT", "tag"}) {
+    if (!record_name.starts_with(prefix)) continue;
+    record_name.remove_prefix(prefix.size());
+    break;
+  }
+  return u"_" + Utf16(AsciiUpper(record_name));
+}
+
 DPoolBase::DPoolBase(std::uint16_t type, CQXDBSession* session)
     : session_(session), type_(type), recorder_(session) {}
 

@@ -14,25 +14,6 @@ std::string SchemaToText(const Schema& schema) {
   return text;
 }
 
-namespace {
-
-/// The image offset of each stored member; arrays shift what follows them.
-std::vector<std::size_t> MemberOffsets(const Schema& schema, const char* image) {
-  std::vector<std::size_t> offsets;
-  std::size_t shift = 0;
-  for (const Row& row : schema.Rows()) {
-    const std::size_t at = static_cast<std::size_t>(row.offset - 8) + shift;
-    offsets.push_back(at);
-    if (row.IsArray()) {
-      const auto count = LoadAt<detail::ArrayHeader>(image + at).count;
-      shift += static_cast<std::size_t>(count) * static_cast<std::size_t>(row.element_size);
-    }
-  }
-  return offsets;
-}
-
-}  // namespace
-
 Result<std::unique_ptr<ImageReader>> ImageReader::Make(const Schema& present,
                                                        const std::string& stored) {
   std::unique_ptr<ImageReader> reader(new ImageReader(present));
@@ -76,7 +57,7 @@ void ImageReader::Read(const char* image, TStructBase& record) const {
   }
   record.Init();
   const std::vector<std::size_t> offsets = MemberOffsets(*stored_, image);
-  for (std::size_t i = 0; i < offsets.size(); ++i) {
+  for (std::size_t i = 0; i < stored_->Rows().size(); ++i) {
     const Row& to = *present_.Find(stored_->Rows()[i].name);
     const char* from = image + offsets[i];
     char* member = detail::Bytes(record) + to.offset;

@@ -97,6 +97,16 @@ std::int32_t Field::Integer() const {
   return static_cast<std::int32_t>(std::clamp(std::trunc(value.GetDouble()), kLow, kHigh));
 }
 
+std::int64_t Field::Integer64() const {
+  if (!IsNumber()) return IsBool() && Cast(*value_).GetBool() ? 1 : 0;
+  const Json& value = Cast(*value_);
+  if (value.IsInt64()) return value.GetInt64();
+  constexpr double kEdge = 9223372036854775808.0;
+  const double number = value.GetDouble();
+  if (number >= kEdge) return INT64_MAX;
+  return number < -kEdge ? INT64_MIN : static_cast<std::int64_t>(number);
+}
+
 double Field::Real() const {
   if (IsNumber()) return Cast(*value_).GetDouble();
   return IsBool() && Cast(*value_).GetBool() ? 1.0 : 0.0;
@@ -143,50 +153,50 @@ Field Record::Find(std::string_view name) const {
   return Field(parsed.member, Wrap(*member), allocator_).At(*parsed.index);
 }
 
-JsonValue* Record::Put(const char* name) {
+std::vector<std::string_view> Record::FieldNames() const {
+  std::vector<std::string_view> names;
+  if (IsDetached() || !Cast(*value_).IsObject()) return names;
+  for (const auto& member : MembersOf(Cast(*value_))) names.push_back(TextOf(member.name));
+  return names;
+}
+
+std::size_t Record::FieldCount() const {
+  return IsDetached() || !Cast(*value_).IsObject() ? 0 : Cast(*value_).MemberCount();
+}
+
+Field Record::Set(const char* name) {
+  if (IsDetached()) return {};
   Json& object = Cast(*value_);
-  if (Json* existing = FindMember(object, name)) return Wrap(*existing);
-  Allocator& allocator = Cast(*allocator_);
-  object.AddMember(Json(name, allocator), Json(), allocator);
-  return Wrap((object.MemberEnd() - 1)->value);
+  Json* value = FindMember(object, name);
+  if (!value) {
+    Allocator& allocator = Cast(*allocator_);
+    object.AddMember(Json(name, allocator), Json(), allocator);
+    value = &(object.MemberEnd() - 1)->value;
+  }
+  return {name, Wrap(*value), allocator_};
 }
 
 void Record::SetInteger(const char* name, std::int64_t value) {
-  if (!IsDetached()) Cast(*Put(name)).SetInt64(value);
+  if (const Field field = Set(name)) Cast(*field.Value()).SetInt64(value);
 }
 void Record::SetReal(const char* name, double value) {
-  if (!IsDetached()) Cast(*Put(name)).SetDouble(value);
+  if (const Field field = Set(name)) Cast(*field.Value()).SetDouble(value);
 }
 void Record::SetBool(const char* name, bool value) {
-  if (!IsDetached()) Cast(*Put(name)).SetBool(value);
+  if (const Field field = Set(name)) Cast(*field.Value()).SetBool(value);
 }
 void Record::SetText(const char* name, std::string_view value) {
-  if (IsDetached()) return;
-  Cast(*Put(name))
+  const Field field = Set(name);
+  if (!field) return;
+  Cast(*field.Value())
       .SetString(value.data(), static_cast<rapidjson::SizeType>(value.size()), Cast(*allocator_));
 }
 
-Field Record::SetArray(const char* name) {
-  if (IsDetached()) return {};
-  JsonValue* value = Put(name);
-  Cast(*value).SetArray();
-  return {name, value, allocator_};
-}
-
-void Record::SetIntegers(const char* name, const std::vector<std::int64_t>& values) {
-  const Field array = SetArray(name);
-  if (!array) return;
-  Allocator& allocator = Cast(*allocator_);
-  Json& json = Cast(*array.Value());
-  json.Reserve(static_cast<rapidjson::SizeType>(values.size()), allocator);
-  for (const std::int64_t value : values) json.PushBack(value, allocator);
-}
-
 void Record::SetReals(const char* name, const std::vector<double>& values) {
-  const Field array = SetArray(name);
-  if (!array) return;
+  const Field field = Set(name);
+  if (!field) return;
   Allocator& allocator = Cast(*allocator_);
-  Json& json = Cast(*array.Value());
+  Json& json = Cast(*field.Value()).SetArray();
   json.Reserve(static_cast<rapidjson::SizeType>(values.size()), allocator);
   for (const double value : values) json.PushBack(value, allocator);
 }

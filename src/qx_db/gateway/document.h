@@ -76,6 +76,8 @@ class QXDB_API Field {
 
   /// A 32- or 64-bit number narrowed to 32 bits; a real truncated towards zero; 0 for the rest.
   std::int32_t Integer() const;
+  /// The same without narrowing, bounded to what 64 bits hold.
+  std::int64_t Integer64() const;
   /// The value of a number, 1 or 0 of a Boolean, 0 for the rest.
   double Real() const;
   /// The text of a string, "" for the rest. Valid while the document is.
@@ -118,6 +120,9 @@ class QXDB_API Record {
       : value_(value), allocator_(allocator), document_(document), table_(table), key_(key) {}
 
   bool IsDetached() const { return !value_ || !allocator_; }
+  /// Names of the fields, in order; repeated names stand as often as they are there.
+  std::vector<std::string_view> FieldNames() const;
+  std::size_t FieldCount() const;
   /// The field of that name, resolving an index part; empty when there is none.
   Field Find(std::string_view name) const;
 
@@ -126,18 +131,15 @@ class QXDB_API Record {
   void SetReal(const char* name, double value);
   void SetBool(const char* name, bool value);
   void SetText(const char* name, std::string_view value);
-  /// An array of `count` numbers.
-  void SetIntegers(const char* name, const std::vector<std::int64_t>& values);
   void SetReals(const char* name, const std::vector<double>& values);
-  /// An empty array, to be filled by the caller through its value.
-  Field SetArray(const char* name);
+  /// The field of that name, made if there is none, for the caller to fill; empty for a detached
+  /// record.
+  Field Set(const char* name);
 
   /// Puts an entry about this record into the document's report.
   void Tell(const char* field, std::string what) const;
 
  private:
-  JsonValue* Put(const char* name);
-
   JsonValue* value_ = nullptr;
   JsonAllocator* allocator_ = nullptr;
   DataBase* document_ = nullptr;

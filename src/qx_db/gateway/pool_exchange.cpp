@@ -123,7 +123,10 @@ class PoolReader {
 
 }  // namespace
 
+// A pool whose records have no gateway form takes no part in the exchange.
+
 bool DPoolBase::ReadAPI(DataBase* from, int remove) {
+  if (schema_->Gateway().empty()) return true;
   const std::string name = GetAPIName().ToUtf8();
   CTransaction transaction(session_);
   if (!transaction.Begin(qxLoadText("IDS_QX_TRANS_ADD_" + name).c_str())) return false;
@@ -139,6 +142,7 @@ bool DPoolBase::ReadAPI(DataBase* from, int remove) {
 }
 
 bool DPoolBase::WriteAPI(DataBase* to, TArray<Key>& keys, int) {
+  if (schema_->Gateway().empty()) return true;
   Collection table = to->AddCollection(GetAPIName().ToUtf8());
   if (keys.IsEmpty()) GetKeyList(keys, 0);
   for (const Key key : keys) {
@@ -153,6 +157,7 @@ bool DPoolBase::WriteAPI(DataBase* to, TArray<Key>& keys, int) {
 }
 
 bool DPoolBase::DescAPI(Field* to) {
+  if (schema_->Gateway().empty()) return true;
   TStructBase* record = GetDataPtrForUndoRedo();
   record->Init();
   return record->api_description(to);

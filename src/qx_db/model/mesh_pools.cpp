@@ -6,12 +6,6 @@
 
 namespace qx {
 
-template class DPool<tagTNode>;
-template class DPool<tagTElem>;
-template class DPool<tagTEcrd>;
-template class DPool<tagTActiveElemSet>;
-template class DPool<tagTESid>;
-
 int DPoolElem::ProcessRelation() {
   const DPoolBase* nodes = GetSession()->GetDataPool(code::kNode);
   if (!nodes || !nodes->HasChanged(kRemovedFlag)) return 1;

@@ -1,15 +1,11 @@
 #include "qx_db/model/standard_pools.h"
 
-#include "qx_db/model/mesh_pools.h"
-
 namespace qx {
 
 void AddStandardPools(CQXDBSession& session) {
-  session.AddPool(std::make_unique<DPoolNode>(&session));
-  session.AddPool(std::make_unique<DPoolElem>(&session));
-  session.AddPool(std::make_unique<DPoolEcrd>(&session));
-  session.AddPool(std::make_unique<DPoolActiveElemSet>(&session));
-  session.AddPool(std::make_unique<DPoolESid>(&session));
+#define QX_ADD_POOL(T) session.AddPool(std::make_unique<PoolOf<T>::type>(&session));
+  QX_FOR_EACH_RECORD(QX_ADD_POOL)
+#undef QX_ADD_POOL
 }
 
 }  // namespace qx

@@ -2,11 +2,18 @@
 // The pools that every model has.
 
 #include "qx_db/core/session.h"
+#include "qx_db/model/mesh_pools.h"
 
 namespace qx {
 
-/// Adds a pool for every record type of this library, in the order in which relations are
-/// processed. A host adds its own pools after these.
+/// Adds a pool for every record type of this library, in the order of their codes, in which
+/// relations are processed and gateway tables read. A host adds its own pools after these.
 QXDB_API void AddStandardPools(CQXDBSession& session);
+
+/// The pool of a record type in a session that has the standard pools.
+template <class T>
+typename PoolOf<T>::type& Pool(const CQXDBSession& session) {
+  return *session.GetPool<typename PoolOf<T>::type>(T::kType);
+}
 
 }  // namespace qx

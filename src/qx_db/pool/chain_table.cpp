@@ -126,6 +126,7 @@ std::string ChainTable::ValidateEntries(std::uint32_t bucket, std::int32_t chain
 std::string ChainTable::Validate(std::int32_t count) const {
   std::int32_t all = 0;
   for (std::uint32_t b = 0; b < static_cast<std::uint32_t>(size_); ++b) {
+    if (!lines_[b / kWidth].Matching(kUsed, kUsed)) continue;  // none of its buckets has items
     const auto broken = [&](Key key, const char* what) {
       return "1 at key " + std::to_string(key) + ": " + what;
     };

@@ -156,18 +156,19 @@ void DPool<T>::RemoveAll() {
   records_.RemoveAllWithoutDelete();
 }
 
-/// A pool without rules of its own: its I/O name and a deletor.
+/// A pool without rules of its own: a deletor, and the I/O name that follows from the record's:
+/// tagTNode lives in "_NODE", tagMGInfo in "_MGINFO".
 template <class T>
-class DPoolPlain : public DPool<T> {
+class QXDB_API DPoolPlain : public DPool<T> {
  public:
-  DPoolPlain(CQXDBSession* session, const char16_t* io_name)
-      : DPool<T>(T::kType, session), io_name_(io_name), deletor_(*this) {}
+  explicit DPoolPlain(CQXDBSession* session)
+      : DPool<T>(T::kType, session), io_name_(IONameOf(T::GetSchema().Name())), deletor_(*this) {}
 
   DeletorBase* GetDeletor() override { return &deletor_; }
-  const char16_t* GetIOName() const override { return io_name_; }
+  const char16_t* GetIOName() const override { return io_name_.c_str(); }
 
  private:
-  const char16_t* io_name_;
+  std::u16string io_name_;
   DeletorBase deletor_;
 };
 

@@ -2,6 +2,8 @@
 // The untyped interface of every pool: what the session, the gateway and the host see.
 
 #include <cstdint>
+#include <string>
+#include <string_view>
 #include <vector>
 
 #include "qx_db/pool/keyed_set_base.h"
@@ -11,12 +13,14 @@
 namespace qx {
 
 class CQXDBSession;
+class CStringArray;
 class DeletorBase;
 namespace dbgateway {
 class DataBase;
 }
 
-using CStringArray = std::vector<CString>;
+/// The I/O name of the pool of a record type: "_NODE" for "tagTNode".
+QXDB_API std::u16string IONameOf(std::string_view record_name);
 
 /// One pool of a session. The order of the virtual operations is part of the binary interface;
 /// DPool<T> continues it. Unless said otherwise operations return 1 or an iterator for success

@@ -15,13 +15,13 @@ const Schema& tagTNode::GetSchema() {
   static constexpr GatewayField kFields[] = {
       {"POS", GF::Type::kArray, u"_POSITION", "X, Y, Z"},
   };
-  static const tagTNode& r = GTCD();
   static const Schema schema("tagTNode", kType, sizeof(tagTNode),
-                             {
-                                 Member(r, u"_KEY", &tagTNode::key),
-                                 Member(r, u"_POSITION", &tagTNode::position).In(unit::kLength),
-                                 Member(r, u"_FLAGS", &tagTNode::flags),
-                             },
+                             RowList()
+                                 .Add(u"_KEY", &tagTNode::key)
+                                 .Add(u"_POSITION", &tagTNode::position)
+                                 .In(unit::kLength)
+                                 .Add(u"_FLAGS", &tagTNode::flags)
+                                 .Take(),
                              kFields);
   return schema;
 }
@@ -47,16 +47,17 @@ const Schema& tagTElem::GetSchema() {
       {"NODE_KEY_ARRAY", GF::Type::kArray, u"_NODE_IDS"},
       {"PROPERTY", GF::Type::kInteger, u"_PROPERTY", nullptr, GF::Form::kLookUp},
   };
-  static const tagTElem& r = GTCD();
   static const Schema schema("tagTElem", kType, sizeof(tagTElem),
-                             {
-                                 Member(r, u"_KEY", &tagTElem::key),
-                                 Member(r, u"_TYPE", &tagTElem::type),
-                                 Member(r, u"_NODE_IDS", &tagTElem::nodes).To(code::kNode),
-                                 Member(r, u"_PROPERTY", &tagTElem::property).To(code::kProp),
-                                 Member(r, u"_FLAGS", &tagTElem::flags),
-                                 Member(r, u"_OVERLAP", &tagTElem::overlap),
-                             },
+                             RowList()
+                                 .Add(u"_KEY", &tagTElem::key)
+                                 .Add(u"_TYPE", &tagTElem::type)
+                                 .Add(u"_NODE_IDS", &tagTElem::nodes)
+                                 .To(code::kNode)
+                                 .Add(u"_PROPERTY", &tagTElem::property)
+                                 .To(code::kProp)
+                                 .Add(u"_FLAGS", &tagTElem::flags)
+                                 .Add(u"_OVERLAP", &tagTElem::overlap)
+                                 .Take(),
                              kFields);
   return schema;
 }
@@ -114,22 +115,23 @@ const Schema& tagTEcrd::GetSchema() {
       {"BETA_ANGLE", GF::Type::kReal, u"_BETAANGLE"},   {"CORD", GF::Type::kInteger, u"_ITRCORD"},
       {"INTER_X", GF::Type::kArray, u"_VECINTERX"},
   };
-  static const tagTEcrd& r = GTCD();
   static const Schema schema(
       "tagTEcrd", kType, sizeof(tagTEcrd),
-      {
-          Member(r, u"_KEY", &tagTEcrd::key),
-          Member(r, u"_IELEMTYPE", &tagTEcrd::element_type),
-          Member(r, u"_ITYPE", &tagTEcrd::method),
-          Member(r, u"_ITRRNODE", &tagTEcrd::reference_node).To(code::kNode),
-          Member(r, u"_VREFVEC", &tagTEcrd::reference_vector),
-          Member(r, u"_BETAANGLE", &tagTEcrd::beta_angle_deg).Listed(unit::kAngle),
+      RowList()
+          .Add(u"_KEY", &tagTEcrd::key)
+          .Add(u"_IELEMTYPE", &tagTEcrd::element_type)
+          .Add(u"_ITYPE", &tagTEcrd::method)
+          .Add(u"_ITRRNODE", &tagTEcrd::reference_node)
+          .To(code::kNode)
+          .Add(u"_VREFVEC", &tagTEcrd::reference_vector)
+          .Add(u"_BETAANGLE", &tagTEcrd::beta_angle_deg)
+          .Listed(unit::kAngle)
           // Deliberate: neither conversion of the record touches its coordinate system. Hosts
           // hand such records around within a session; only the model file converts the member.
-          Member(r, u"_ITRCORD", &tagTEcrd::coordinate_system)
-              .To(code::kCord, ReferenceRule::kLeftAlone),
-          Member(r, u"_VECINTERX", &tagTEcrd::intersection_x),
-      },
+          .Add(u"_ITRCORD", &tagTEcrd::coordinate_system)
+          .To(code::kCord, ReferenceRule::kLeftAlone)
+          .Add(u"_VECINTERX", &tagTEcrd::intersection_x)
+          .Take(),
       kFields);
   return schema;
 }
@@ -162,15 +164,14 @@ const Schema& tagTActiveElemSet::GetSchema() {
       {"NAME", GF::Type::kString, u"_NAME"},
       {"ELEM_KEY_ARRAY", GF::Type::kArray, u"_ELEM_IDS"},
   };
-  static const tagTActiveElemSet& r = GTCD();
-  static const Schema schema(
-      "tagTActiveElemSet", kType, sizeof(tagTActiveElemSet),
-      {
-          Member(r, u"_KEY", &tagTActiveElemSet::key),
-          Member(r, u"_NAME", &tagTActiveElemSet::name),
-          Member(r, u"_ELEM_IDS", &tagTActiveElemSet::elements).To(code::kElem),
-      },
-      kFields);
+  static const Schema schema("tagTActiveElemSet", kType, sizeof(tagTActiveElemSet),
+                             RowList()
+                                 .Add(u"_KEY", &tagTActiveElemSet::key)
+                                 .Add(u"_NAME", &tagTActiveElemSet::name)
+                                 .Add(u"_ELEM_IDS", &tagTActiveElemSet::elements)
+                                 .To(code::kElem)
+                                 .Take(),
+                             kFields);
   return schema;
 }
 
@@ -190,14 +191,13 @@ bool tagTActiveElemSet::api_convert_data(CQXDBSession* session, DBG_ACTIVEELEMSE
 // ---- tagTESid -----------------------------------------------------------------------------------
 
 const Schema& tagTESid::GetSchema() {
-  static const tagTESid& r = GTCD();
-  static const Schema schema(
-      "tagTESid", kType, sizeof(tagTESid),
-      {
-          Member(r, u"_KEY", &tagTESid::key),
-          // Deliberate: a side never fails to convert; a null node is 0.
-          Member(r, u"_TARR_NODE", &tagTESid::nodes).To(code::kNode, ReferenceRule::kTolerant),
-      });
+  static const Schema schema("tagTESid", kType, sizeof(tagTESid),
+                             RowList()
+                                 .Add(u"_KEY", &tagTESid::key)
+                                 // Deliberate: a side never fails to convert; a null node is 0.
+                                 .Add(u"_TARR_NODE", &tagTESid::nodes)
+                                 .To(code::kNode, ReferenceRule::kTolerant)
+                                 .Take());
   return schema;
 }
 

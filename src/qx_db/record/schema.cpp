@@ -1,6 +1,8 @@
 #include "qx_db/record/schema.h"
 
 #include <algorithm>
+#include <deque>
+#include <mutex>
 
 namespace qx {
 namespace {
@@ -18,6 +20,59 @@ IO_VAR Describe(const Row& row) {
 }
 
 }  // namespace
+
+// ---- RowList ------------------------------------------------------------------------------------
+
+RowList& RowList::Append(const char16_t* name, Row row, std::int32_t offset) {
+  row.name = name;
+  row.offset = offset;
+  row.part = static_cast<std::int32_t>(rows_.size() - group_);
+  rows_.push_back(row);
+  return *this;
+}
+
+const char16_t* RowList::Numbered(std::u16string_view stem, std::size_t index) {
+  static std::mutex mutex;
+  static std::deque<std::u16string> names;
+  const std::lock_guard lock(mutex);
+  return names.emplace_back(std::u16string(stem) + Utf16(std::to_string(index))).c_str();
+}
+
+RowList& RowList::To(std::uint16_t target, ReferenceRule rule) {
+  for (std::size_t i = group_; i < rows_.size(); ++i) {
+    rows_[i].target = target;
+    rows_[i].reference_rule = rule;
+  }
+  return *this;
+}
+
+RowList& RowList::InnerReference(std::int32_t at, std::uint16_t target) {
+  rows_.back().inner_reference = at;
+  return To(target);
+}
+
+RowList& RowList::In(int category, int group) { return InBy(nullptr, category, group); }
+
+RowList& RowList::InBy(int (*category_at)(const TStructBase&, int), int category, int group) {
+  for (std::size_t i = group_; i < rows_.size(); ++i) {
+    rows_[i].unit = {category, group, category_at, false};
+  }
+  return *this;
+}
+
+RowList& RowList::Listed(int category, int group) {
+  for (std::size_t i = group_; i < rows_.size(); ++i) {
+    rows_[i].unit = {category, group, nullptr, true};
+  }
+  return *this;
+}
+
+RowList& RowList::Elements(const IO_VAR* element_schema) {
+  rows_.back().element_schema = element_schema;
+  return *this;
+}
+
+// ---- Schema -------------------------------------------------------------------------------------
 
 Schema::Schema(const char* record_name, std::uint16_t type, std::int32_t record_size,
                std::vector<Row> rows, std::span<const GatewayField> gateway)

@@ -6,6 +6,8 @@
 #include <initializer_list>
 #include <span>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 #include "qx_db/lib/units.h"
@@ -21,8 +23,10 @@ struct UnitRule {
   int category = unit::kNone;
   /// Members of one group share an entry of the record's unit descriptor.
   int group = 0;
-  /// Category for this record when it depends on the record's other members; null when fixed.
-  int (*category_of)(const TStructBase&) = nullptr;
+  /// Category of the number of that index (in the vector or array that the member is or is a part
+  /// of, or in an element of an array member) when it depends on the record's other members or
+  /// differs from number to number; null when fixed.
+  int (*category_at)(const TStructBase&, int number) = nullptr;
   /// Named in the descriptor but never converted (angles fixed in degrees).
   bool listed_only = false;
 };
@@ -58,43 +62,11 @@ struct Row {
   ReferenceRule reference_rule = ReferenceRule::kCommon;
   std::int32_t inner_reference = -1;  ///< offset of a reference inside an array element
   UnitRule unit;
+  std::int32_t part = 0;  ///< numbers before this one in the vector or array it is a part of
   const IO_VAR* element_schema = nullptr;
 
   bool IsArray() const {
     return kind == MemberKind::kValueArray || kind == MemberKind::kReferenceArray;
-  }
-
-  Row To(std::uint16_t target_code, ReferenceRule rule = ReferenceRule::kCommon) const {
-    Row row = *this;
-    row.target = target_code;
-    row.reference_rule = rule;
-    return row;
-  }
-  Row In(int category, int group = 0) const {
-    Row row = *this;
-    row.unit = {category, group, nullptr, false};
-    return row;
-  }
-  Row InBy(int (*category_of)(const TStructBase&), int category, int group = 0) const {
-    Row row = *this;
-    row.unit = {category, group, category_of, false};
-    return row;
-  }
-  Row Listed(int category, int group = 0) const {
-    Row row = *this;
-    row.unit = {category, group, nullptr, true};
-    return row;
-  }
-  Row InnerReference(std::int32_t at, std::uint16_t target_code) const {
-    Row row = *this;
-    row.inner_reference = at;
-    row.target = target_code;
-    return row;
-  }
-  Row Elements(const IO_VAR* schema) const {
-    Row row = *this;
-    row.element_schema = schema;
-    return row;
   }
 };
 
@@ -151,31 +123,110 @@ struct MemberTraits<TArray<T>> {
 template <class T, std::size_t N>
 struct MemberTraits<T[N]> : MemberTraits<T> {};
 
+/// What a vector or an array is made of.
+template <class M>
+struct PartOf;
+template <class T>
+struct PartOf<tagTVector3<T>> {
+  using type = T;
+};
+template <class T, std::size_t N>
+struct PartOf<T[N]> {
+  using type = T;
+};
+
 }  // namespace detail
 
-/// The row of one member. `instance` is the default record, against which the offset is taken.
-template <class R, class M>
-Row Member(const R& instance, const char16_t* name, const M R::*member) {
-  using Traits = detail::MemberTraits<M>;
-  Row row;
-  row.name = name;
-  row.kind = Traits::kKind;
-  row.number = Traits::kNumber;
-  row.element_size = Traits::kElement;
-  row.size = sizeof(M);
-  row.offset = static_cast<std::int32_t>(reinterpret_cast<const char*>(&(instance.*member)) -
-                                         reinterpret_cast<const char*>(&instance));
-  return row;
-}
+/// Builds the rows of a record in member order. The calls that say more about a member apply to the
+/// rows of the last Add.
+class QXDB_API RowList {
+ public:
+  /// A member. Its offset is taken against the record's default instance.
+  template <class R, class M>
+  RowList& Add(const char16_t* name, M R::*member) {
+    Begin();
+    return Append(name, Describe<M>(), OffsetOf(member));
+  }
+  /// The components of a vector, or the items of an array, each a stored member of its own.
+  template <class R, class M>
+  RowList& AddParts(std::initializer_list<const char16_t*> names, M R::*member) {
+    using Part = typename detail::PartOf<M>::type;
+    Begin();
+    std::int32_t offset = OffsetOf(member);
+    for (const char16_t* name : names) {
+      Append(name, Describe<Part>(), offset);
+      offset += static_cast<std::int32_t>(sizeof(Part));
+    }
+    return *this;
+  }
+  /// The items of an array, named by the stem and their index: "_INT_PARAM0" and so on.
+  template <class R, class Item, std::size_t N>
+  RowList& AddNumbered(std::u16string_view stem, Item (R::*member)[N]) {
+    Begin();
+    for (std::size_t i = 0; i < N; ++i) {
+      Append(Numbered(stem, i), Describe<Item>(),
+             OffsetOf(member) + static_cast<std::int32_t>(i * sizeof(Item)));
+    }
+    return *this;
+  }
+
+  /// The pool that references point into.
+  RowList& To(std::uint16_t target, ReferenceRule rule = ReferenceRule::kCommon);
+  /// A reference inside each array element, at this offset.
+  RowList& InnerReference(std::int32_t at, std::uint16_t target);
+  RowList& In(int category, int group = 0);
+  RowList& InBy(int (*category_at)(const TStructBase&, int), int category, int group = 0);
+  RowList& Listed(int category, int group = 0);
+  RowList& Elements(const IO_VAR* element_schema);
+
+  std::vector<Row> Take() { return std::move(rows_); }
+
+ private:
+  template <class M>
+  static Row Describe() {
+    using Traits = detail::MemberTraits<M>;
+    Row row;
+    row.kind = Traits::kKind;
+    row.number = Traits::kNumber;
+    row.element_size = Traits::kElement;
+    row.size = sizeof(M);
+    return row;
+  }
+  template <class R, class M>
+  static std::int32_t OffsetOf(M R::*member) {
+    const R& instance = R::GTCD();
+    return static_cast<std::int32_t>(reinterpret_cast<const char*>(&(instance.*member)) -
+                                     reinterpret_cast<const char*>(&instance));
+  }
+  /// A name that lives as long as the process.
+  static const char16_t* Numbered(std::u16string_view stem, std::size_t index);
+  void Begin() { group_ = rows_.size(); }
+  RowList& Append(const char16_t* name, Row row, std::int32_t offset);
+
+  std::vector<Row> rows_;
+  std::size_t group_ = 0;  // first row of the last Add
+};
+
+/// A field of the objects that the elements of an array member become in the gateway.
+struct GatewayElementField {
+  const char* name;
+  std::int32_t offset;  ///< in the element
+  Row::Number number;
+  std::int32_t count = 1;  ///< more than one becomes an array
+  bool boolean = false;
+};
 
 /// One gateway field of a record: a member, or a run of members that becomes an array.
 struct GatewayField {
   enum class Type : std::uint8_t { kInteger, kReal, kBool, kString, kArray, kObject };
   /// What the field carries when it is not simply the member's value.
   enum class Form : std::uint8_t {
-    kMember,  ///< the member's value
-    kRun,     ///< consecutive members as one array
-    kLookUp,  ///< a reference that a read replaces only by a record it finds; absent reads as 0
+    kMember,     ///< the member's value
+    kRun,        ///< consecutive members as one array
+    kLookUp,     ///< a reference that a read replaces only by a record it finds; absent reads as 0
+    kLow24,      ///< the low 24 bits of an integer
+    kHigh8,      ///< its high 8 bits
+    kDescribed,  ///< stands in the description only: a field of an array's elements
   };
 
   const char* name;
@@ -183,7 +234,9 @@ struct GatewayField {
   const char16_t* member;       ///< schema name of the (first) member
   const char* label = nullptr;  ///< null: the name with blanks for underscores
   Form form = Form::kMember;
-  std::int32_t run = 1;  ///< number of members of a kRun
+  std::int32_t run = 1;                                ///< number of members of a kRun
+  std::span<const GatewayElementField> elements = {};  ///< array elements as objects
+  bool booleans = false;  ///< an array of Booleans rather than integers
 };
 
 /// The rows of one record type with what the verbs derive from them. Built once per type and kept

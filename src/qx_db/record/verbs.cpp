@@ -144,6 +144,22 @@ bool IsRemoved(ITR itr) {
 
 }  // namespace
 
+std::vector<std::size_t> MemberOffsets(const Schema& schema, const char* image) {
+  std::vector<std::size_t> offsets;
+  offsets.reserve(schema.Rows().size() + 1);
+  std::size_t at = 0;
+  for (const Row& row : schema.Rows()) {
+    offsets.push_back(at);
+    if (row.IsArray()) {
+      const auto count = static_cast<std::size_t>(LoadAt<ArrayHeader>(image + at).count);
+      at += count * static_cast<std::size_t>(row.element_size);
+    }
+    at += static_cast<std::size_t>(row.size);
+  }
+  offsets.push_back(at);
+  return offsets;
+}
+
 int ImageIteratorsToKeys(const Schema& schema, char* image) {
   int removed_targets = 0;
   ForEachReferenceInImage(schema, image, [&](const Row&, char* slot) {
@@ -202,18 +218,23 @@ void ConvertUnits(const Schema& schema, TStructBase& record, const CQXUnitCtrl& 
                   UnitDirection direction) {
   char* bytes = Bytes(record);
   for (const Row* row : schema.UnitRows()) {
-    if (row->unit.listed_only || row->number != Row::Number::kDouble) continue;
-    const int category = row->unit.category_of ? row->unit.category_of(record) : row->unit.category;
-    if (category == unit::kNone) continue;
+    if (row->unit.listed_only) continue;
     char* number = bytes + row->offset;
-    std::int64_t count = row->size / 8;
+    int in_element = row->size / 8;
+    std::int64_t elements = 1;
     if (row->IsArray()) {
       const ArrayStorage& array = ArrayAt(bytes, *row);
       number = static_cast<char*>(array.data);
-      count = std::int64_t{array.count} * (row->element_size / 8);
+      in_element = row->element_size / 8;
+      elements = array.count;
     }
-    for (std::int64_t i = 0; i < count; ++i, number += 8) {
-      StoreAt(number, Convert(units, direction, category, LoadAt<double>(number)));
+    for (std::int64_t e = 0; e < elements; ++e) {
+      for (int i = 0; i < in_element; ++i, number += 8) {
+        const int category = row->unit.category_at ? row->unit.category_at(record, row->part + i)
+                                                   : row->unit.category;
+        if (category == unit::kNone) continue;
+        StoreAt(number, Convert(units, direction, category, LoadAt<double>(number)));
+      }
     }
   }
 }

@@ -1,0 +1,75 @@
+#include "qx_db/gateway/document_exchange.h"
+
+#include "qx_db/core/transaction.h"
+#include "qx_db/lib/message.h"
+
+namespace qx {
+
+using dbgateway::DataBase;
+
+namespace {
+
+std::vector<DPoolBase*> Chosen(CQXDBSession& session, std::span<DPoolBase* const> pools) {
+  if (pools.empty()) pools = session.Pools();
+  return {pools.begin(), pools.end()};
+}
+
+/// Inserts a default record for every entry whose key has none, for references to find.
+void MakeRecords(DPoolBase& pool, DataBase& document) {
+  if (pool.GetSchema().Gateway().empty()) return;
+  const auto table = document.FindCollection(pool.GetAPIName().ToUtf8());
+  if (!table) return;
+  table->ForEach([&](Key key, std::string_view, const dbgateway::Record&) {
+    if (key == 0 || pool.Find(key)) return;
+    TStructBase* record = pool.GetDataPtrForUndoRedo();
+    record->Init();
+    StoreAt(reinterpret_cast<char*>(record) + 8, key);
+    pool.InsertNU(record);
+  });
+}
+
+/// The failure of a read that a pool refused: the last thing told, or the pool itself.
+Failure Refused(const DPoolBase& pool, const DataBase& document) {
+  const std::string place = "table " + pool.GetAPIName().ToUtf8();
+  if (document.Report().empty()) return {"", place, "was refused by the model", "see its messages"};
+  return {"", "", document.Report().back().Line(), "correct it, or read without being strict"};
+}
+
+Outcome Commit(CTransaction& transaction) {
+  if (transaction.Commit()) return {};
+  return Failure{"", "", "the model refused the edit", "see its messages"};
+}
+
+}  // namespace
+
+Outcome ReadDocument(CQXDBSession& session, DataBase& document, std::span<DPoolBase* const> pools) {
+  const std::vector<DPoolBase*> chosen = Chosen(session, pools);
+  CTransaction transaction(&session);
+  transaction.Begin(qxLoadText("IDS_QX_TRANS_READ_GATEWAY").c_str());
+  for (DPoolBase* pool : chosen) MakeRecords(*pool, document);
+  for (DPoolBase* pool : chosen) {
+    if (!pool->ReadAPI(&document, 0)) return Refused(*pool, document);
+  }
+  return Commit(transaction);
+}
+
+Outcome ApplyDeletions(CQXDBSession& session, DataBase& document,
+                       std::span<DPoolBase* const> pools) {
+  std::vector<DPoolBase*> chosen = Chosen(session, pools);
+  CTransaction transaction(&session);
+  transaction.Begin(qxLoadText("IDS_QX_TRANS_READ_GATEWAY").c_str());
+  for (auto pool = chosen.rbegin(); pool != chosen.rend(); ++pool) {
+    if (!(*pool)->ReadAPI(&document, 1)) return Refused(**pool, document);
+  }
+  return Commit(transaction);
+}
+
+void WriteDocument(CQXDBSession& session, DataBase& document, std::span<DPoolBase* const> pools) {
+  for (DPoolBase* pool : Chosen(session, pools)) {
+    if (pools.empty() && pool->GetSize() == 0) continue;
+    TArray<Key> all;
+    pool->WriteAPI(&document, all, 0);
+  }
+}
+
+}  // namespace qx

@@ -1,0 +1,30 @@
+#pragma once
+// Whole documents: every table at once, and the JSON Schema of them all.
+
+#include <span>
+#include <string>
+
+#include "qx_db/core/session.h"
+#include "qx_db/gateway/document.h"
+
+namespace qx {
+
+/// Reads the tables of the pools (all of the session's when none are given) as one undoable step.
+/// Records that refer to each other may stand in any order: first every new record is made, then
+/// all are filled. A strict document is refused, and everything rolled back, for whatever would be
+/// reported. The document's report holds what was told.
+QXDB_API Outcome ReadDocument(CQXDBSession& session, dbgateway::DataBase& document,
+                              std::span<DPoolBase* const> pools = {});
+
+/// Applies the deletion tables of the pools, last pool first, as one undoable step.
+QXDB_API Outcome ApplyDeletions(CQXDBSession& session, dbgateway::DataBase& document,
+                                std::span<DPoolBase* const> pools = {});
+
+/// Writes the tables of the pools, all that are not empty when none are given.
+QXDB_API void WriteDocument(CQXDBSession& session, dbgateway::DataBase& document,
+                            std::span<DPoolBase* const> pools = {});
+
+/// The JSON Schema (draft 4) of the gateway document of a session's pools, as an indented text.
+QXDB_API std::string GatewayJsonSchema(const CQXDBSession& session);
+
+}  // namespace qx

@@ -1,0 +1,11 @@
+#include "qx_db/model/plain_pools.h"
+
+namespace qx {
+
+#define QX_DEFINE_POOL(T)  \
+  template class DPool<T>; \
+  template class DPoolPlain<T>;
+QX_FOR_EACH_RECORD(QX_DEFINE_POOL)
+#undef QX_DEFINE_POOL
+
+}  // namespace qx
