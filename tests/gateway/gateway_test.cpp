@@ -74,6 +74,27 @@ TEST(Gateway, AReadReplacesWhatIsThereAndKeepsWhatIsNot) {
   EXPECT_EQ(document.CollectionNames().size(), 1u) << "a table is written anew";
 }
 
+TEST(Gateway, FunctionsConvertByTheirKindsAndTellWhichTheyCannot) {
+  MeshSession m;
+  DPoolBase& functions = *m.session.GetDataPool(code::kFunc);
+  const char* text = R"({"FUNC": {"1": {"TYPE": 2, "INDEPVAR": 1, "FVAL": [{"VAR": 3, "VALUE": 5}]},
+                                  "2": {"TYPE": 2, "INDEPVAR": 77, "FVAL": [{"VAR": 3, "VALUE": 5}]},
+                                  "3": {"TYPE": 88}}})";
+  EXPECT_TRUE(m.Read(functions, text).empty()) << "nothing to convert where units are the model's";
+  UnitSystem millimetres;
+  millimetres[UnitBase::kLength] = FindUnit(UnitBase::kLength, "mm");
+  m.session.Units().SetCurrent(millimetres);
+  EXPECT_EQ(m.Read(functions, text),
+            (std::vector<std::string>{
+                "FUNC 2 _VALUE: is of a kind that is not known; its numbers were not "
+                "converted"}));
+  const auto value = [&](Key key) {
+    return m.session.GetPool<DPool<tagTFunc>>(code::kFunc)->GetAtNU(functions.Find(key)).values[0];
+  };
+  EXPECT_DOUBLE_EQ(value(1).variable, FunctionCategory(1) == unit::kLength ? 0.003 : 3);
+  EXPECT_DOUBLE_EQ(value(2).variable, 3);
+}
+
 TEST(Gateway, DeletionTablesTakeEachKeyOnce) {
   MeshSession m;
   m.Read(m.nodes, R"({"NODE": {"1": {}, "2": {}, "3": {}}})");

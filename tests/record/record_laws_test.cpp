@@ -3,6 +3,11 @@
 #include <cmath>
 #include <gtest/gtest.h>
 #include <rapidcheck/gtest.h>
+#include <rapidjson/document.h>
+#include <valijson/adapters/rapidjson_adapter.hpp>
+#include <valijson/schema.hpp>
+#include <valijson/schema_parser.hpp>
+#include <valijson/validator.hpp>
 
 #include "tests/record/random_record.h"
 #include "tests/scratch_folder.h"
@@ -130,6 +135,75 @@ RC_GTEST_PROP(RecordLaws, GatewayTextReadsBackTheSame, ()) {
     for (DPoolBase* pool : fresh.Pools()) RC_ASSERT(pool->ReadAPI(&document, 0));
   }
   RC_ASSERT(GatewayText(fresh) == text);
+}
+
+/// Whether a gateway text obeys the schema of its document.
+bool IsValid(const std::string& text) {
+  static const auto schema = [] {
+    rapidjson::Document document;
+    document.Parse(GatewayJsonSchema(CQXDBSession(AddStandardPools)).c_str());
+    auto parsed = std::make_unique<valijson::Schema>();
+    valijson::SchemaParser(valijson::SchemaParser::kDraft4)
+        .populateSchema(valijson::adapters::RapidJsonAdapter(document), *parsed);
+    return parsed;
+  }();
+  rapidjson::Document document;
+  document.Parse(text.c_str());
+  return !document.HasParseError() &&
+         valijson::Validator().validate(*schema, valijson::adapters::RapidJsonAdapter(document),
+                                        nullptr);
+}
+
+RC_GTEST_PROP(RecordLaws, GatewayTextObeysItsSchema, ()) {
+  RC_ASSERT(IsValid(GatewayText(*PopulatedSession())));
+}
+
+TEST(RecordGateway, SchemaRefusesWhatIsNotAGatewayDocument) {
+  for (const char* text : {R"({"NODE": {"1": {"POS": "here"}}})", R"({"NODE": {"x": {}}})",
+                           R"({"NODE": {"1": {"PLACE": 1}}})", R"({"NODE": 1})", "[]",
+                           R"({"__CMD_DEL_NODE": ["1"]})"}) {
+    EXPECT_FALSE(IsValid(text)) << text;
+  }
+  EXPECT_TRUE(IsValid(R"({"NODE": {"1": {"POS": [1, 2, 3]}}, "__CMD_DEL_ELEM": [4]})"));
+}
+
+TEST(RecordGateway, EveryFieldTakesEveryKindOfValueAndSaysWhatItMadeOfIt) {
+  const char* const values[] = {"null",
+                                "true",
+                                "\"text\"",
+                                "-7",
+                                "1e300",
+                                "-2.75",
+                                "{}",
+                                "{\"a\":1}",
+                                "[]",
+                                "[[1],2]",
+                                "[null, \"x\", {}, -1e300]",
+                                "123456789012345678901234567890"};
+  CQXDBSession session(AddStandardPools);
+  const std::uint64_t empty = session.StateHash();
+  for (DPoolBase* pool : session.Pools()) {
+    for (const GatewayField& field : pool->GetSchema().Gateway()) {
+      bool told = false;
+      for (const char* value : values) {
+        const std::string text = "{\"" + pool->GetAPIName().ToUtf8() + "\": {\"3\": {\"" +
+                                 field.name + "\": " + value + "}}}";
+        dbgateway::DataBase document, strict;
+        ASSERT_TRUE(document.Parse(text) && strict.Parse(text)) << text;
+        EXPECT_TRUE(pool->ReadAPI(&document, 0)) << text;
+        EXPECT_EQ(pool->GetSize(), 1) << text;
+        told |= !document.Report().empty();
+        session.Undo();
+        strict.SetStrict(true);
+        EXPECT_EQ(pool->ReadAPI(&strict, 0), document.Report().empty()) << text;
+        if (document.Report().empty()) session.Undo();
+        ASSERT_EQ(session.StateHash(), empty) << text;
+      }
+      EXPECT_TRUE(told) << pool->GetSchema().Name() << " " << field.name
+                        << " took every value without a word";
+    }
+  }
+  EXPECT_EQ(session.Validate(), "");
 }
 
 RC_GTEST_PROP(RecordLaws, ModelFilesRestoreTheState, ()) {

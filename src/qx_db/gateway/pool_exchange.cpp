@@ -107,11 +107,21 @@ class PoolReader {
     if (has_units) {
       record->ConvertUnitIn(&session_.Units());
       RestoreAbsent(schema, from, former_.data(), *record);
+      TellUnconverted(*record);
     }
     if (existing) {
       pool_.SetAtNU(existing, record);
     } else {
       pool_.InsertNU(record);
+    }
+  }
+
+  /// Numbers of a kind that nobody here knows pass as they are, which matters where units differ.
+  void TellUnconverted(const TStructBase& record) {
+    if (session_.Units().Current() == session_.Units().Model()) return;
+    for (const Row* row : LeftUnconverted(pool_.GetSchema(), record)) {
+      document_.Tell({pool_.GetAPIName().ToUtf8(), record.GetKey(), Utf8(row->name),
+                      "is of a kind that is not known; its numbers were not converted"});
     }
   }
 

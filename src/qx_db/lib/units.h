@@ -18,6 +18,8 @@ inline constexpr int kUnitBaseCount = 7;
 /// Categories of quantity by their stable code. 1, 2, 4, 21 and 37 are known outside this library
 /// (material files name them); the others are numbered here. docs/units.md lists them all.
 namespace unit {
+/// A quantity that is known to nobody here: it is never converted.
+inline constexpr int kUnknown = -1;
 inline constexpr int kNone = 0;
 inline constexpr int kLength = 1;
 inline constexpr int kForce = 2;

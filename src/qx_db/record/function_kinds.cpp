@@ -41,11 +41,7 @@ bool IsKnown(std::int32_t code) {
 std::span<const FunctionKind> FunctionKinds() { return kKinds; }
 
 int FunctionCategory(std::int32_t code) {
-  return IsKnown(code) ? kKinds[code].category : unit::kNone;
-}
-
-bool HasKnownKinds(const tagTFunc& function) {
-  return IsKnown(function.type) && IsKnown(function.variable) && IsKnown(function.variable2);
+  return IsKnown(code) ? kKinds[code].category : unit::kUnknown;
 }
 
 }  // namespace qx

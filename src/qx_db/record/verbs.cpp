@@ -232,11 +232,26 @@ void ConvertUnits(const Schema& schema, TStructBase& record, const CQXUnitCtrl& 
       for (int i = 0; i < in_element; ++i, number += 8) {
         const int category = row->unit.category_at ? row->unit.category_at(record, row->part + i)
                                                    : row->unit.category;
-        if (category == unit::kNone) continue;
+        if (category <= unit::kNone) continue;
         StoreAt(number, Convert(units, direction, category, LoadAt<double>(number)));
       }
     }
   }
+}
+
+std::vector<const Row*> LeftUnconverted(const Schema& schema, const TStructBase& record) {
+  std::vector<const Row*> rows;
+  for (const Row* row : schema.UnitRows()) {
+    if (!row->unit.category_at) continue;
+    if (row->IsArray() && ArrayAt(Bytes(record), *row).count == 0) continue;
+    const int numbers = (row->IsArray() ? row->element_size : row->size) / 8;
+    for (int i = 0; i < numbers; ++i) {
+      if (row->unit.category_at(record, row->part + i) != unit::kUnknown) continue;
+      rows.push_back(row);
+      break;
+    }
+  }
+  return rows;
 }
 
 // ---- comparison ---------------------------------------------------------------------------------

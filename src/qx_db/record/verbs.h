@@ -73,6 +73,9 @@ enum class UnitDirection { kIn, kOut, kPreviousIn };
 QXDB_API void ConvertUnits(const Schema& schema, TStructBase& record, const CQXUnitCtrl& units,
                            UnitDirection direction);
 
+/// Rows whose numbers no conversion touches, because what they measure is not known.
+QXDB_API std::vector<const Row*> LeftUnconverted(const Schema& schema, const TStructBase& record);
+
 // ---- comparison ---------------------------------------------------------------------------------
 
 /// Rows in which two records of one type differ, in member order. References compare as iterators.
