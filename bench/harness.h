@@ -44,5 +44,6 @@ void KeyedSet();
 void Undo();
 void File();
 void Gateway();
+void Image();
 
 }  // namespace qx::bench

@@ -39,6 +39,8 @@ class QXDB_API TRecord : public TStructBase {
 
  private:
   const T& Self() const { return static_cast<const T&>(*this); }
+  static bool HasArrays();
+  static void CopyFixed(char* to, const char* from, int length);
 };
 
 #pragma pack(pop)

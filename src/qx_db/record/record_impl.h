@@ -54,24 +54,39 @@ std::uint32_t TRecord<T, Code>::GetSizePlusVfptr() const {
   return ImageSize(T::GetSchema(), *this) + 8;
 }
 
+/// Whether images vary in length; asked for every image, so at the cost of a load.
+template <class T, std::uint16_t Code>
+bool TRecord<T, Code>::HasArrays() {
+  static const bool has_arrays = T::GetSchema().HasArrays();
+  return has_arrays;
+}
+
+/// Copies an image without arrays; the right length is known to the compiler.
+template <class T, std::uint16_t Code>
+void TRecord<T, Code>::CopyFixed(char* to, const char* from, int length) {
+  if (length == static_cast<int>(sizeof(T)) - 8) {
+    std::memcpy(to, from, sizeof(T) - 8);
+  } else {
+    std::memcpy(to, from, static_cast<std::size_t>(length));
+  }
+}
+
 template <class T, std::uint16_t Code>
 int TRecord<T, Code>::Stream2Data(const char* stream, int length) {
-  const Schema& schema = T::GetSchema();
-  if (schema.HasArrays()) {
-    return ReadImage(schema, stream, *this) == static_cast<std::uint64_t>(length) ? 1 : 0;
+  if (HasArrays()) {
+    return ReadImage(T::GetSchema(), stream, *this) == static_cast<std::uint64_t>(length) ? 1 : 0;
   }
   // A fixed record copies what it is told to: a wrong length cannot be detected here.
-  std::memcpy(detail::Bytes(*this) + 8, stream, static_cast<std::size_t>(length));
+  CopyFixed(detail::Bytes(*this) + 8, stream, length);
   return 1;
 }
 
 template <class T, std::uint16_t Code>
 int TRecord<T, Code>::Data2Stream(char* stream, int length) const {
-  const Schema& schema = T::GetSchema();
-  if (schema.HasArrays()) {
-    return WriteImage(schema, *this, stream) == static_cast<std::uint32_t>(length) ? 1 : 0;
+  if (HasArrays()) {
+    return WriteImage(T::GetSchema(), *this, stream) == static_cast<std::uint32_t>(length) ? 1 : 0;
   }
-  std::memcpy(stream, detail::Bytes(*this) + 8, static_cast<std::size_t>(length));
+  CopyFixed(stream, detail::Bytes(*this) + 8, length);
   return 1;
 }
 
