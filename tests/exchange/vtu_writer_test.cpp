@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <filesystem>
 #include <gtest/gtest.h>
 #include <limits>
 #include <map>
@@ -317,17 +318,13 @@ TEST_F(VtuWriter, CoordinatesAreInCurrentUnits) {
 }
 
 TEST_F(VtuWriter, AFileThatCannotBeWrittenIsNotThere) {
-  const std::string folder = testing::TempDir() + "/qx_vtu_folder";
+  const std::string folder = folder_.Path("folder.vtu");
   std::filesystem::create_directories(folder);
-  const auto files = [&] {
-    return std::distance(std::filesystem::directory_iterator(testing::TempDir()), {});
-  };
-  const auto before = files();
   EXPECT_NE(WriteVtu(session_, folder).Line().find("cannot be replaced"), std::string::npos);
   EXPECT_NE(WriteVtu(session_, folder + "/no/file").Line().find("cannot be created"),
             std::string::npos);
-  EXPECT_EQ(files(), before) << "no neighbour is left behind";
-  std::filesystem::remove(folder);
+  const auto files = std::filesystem::directory_iterator(folder_.Path());
+  EXPECT_EQ(std::distance(files, {}), 1) << "no neighbour is left behind";
 }
 
 TEST(WriteVtu, AnEmptyModelIsAnEmptyGrid) {
