@@ -188,6 +188,7 @@ bool IteratorsToKeys(const Schema& schema, TStructBase& record) {
       continue;
     }
     const ArrayStorage& array = ArrayAt(bytes, *row);
+    if (array.count == 0) continue;
     char* slot = static_cast<char*>(array.data) + std::max(row->inner_reference, 0);
     for (std::int32_t i = 0; i < array.count; ++i, slot += row->element_size) {
       if (!convert(slot) && row->reference_rule != ReferenceRule::kTolerant) return false;

@@ -106,6 +106,7 @@ inline const ArrayStorage& ArrayAt(const char* bytes, const Row& row) {
 
 template <class Visit>
 void ForEachSlot(const Row& row, char* elements, std::int64_t count, Visit&& visit) {
+  if (count == 0) return;  // and there may be no elements to step into
   char* slot = elements + (row.inner_reference >= 0 ? row.inner_reference : 0);
   for (std::int64_t i = 0; i < count; ++i, slot += row.element_size) visit(row, slot);
 }
