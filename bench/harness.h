@@ -44,6 +44,12 @@ void KeyedSet();
 void Undo();
 void File();
 void Gateway();
+void Mesh();
+void MeshUtil();
+void MeshSets();
+void Materials();
 void Image();
+void Import();
+void Seed();
 
 }  // namespace qx::bench

@@ -63,11 +63,11 @@ void Figure(const std::string& what, double value, const std::string& unit, doub
 
 int main(int argc, char** argv) {
   using namespace qx::bench;
-  constexpr Benchmark kBenchmarks[] = {{"keyed_set", KeyedSet},
-                                       {"undo", Undo},
-                                       {"file", File},
-                                       {"gateway", Gateway},
-                                       {"image", Image}};
+  constexpr Benchmark kBenchmarks[] = {
+      {"keyed_set", KeyedSet}, {"undo", Undo},          {"file", File},
+      {"gateway", Gateway},    {"mesh", Mesh},          {"mesh_util", MeshUtil},
+      {"mesh_sets", MeshSets}, {"material", Materials}, {"image", Image},
+      {"import", Import},      {"seed", Seed}};
   for (const Benchmark& benchmark : kBenchmarks) {
     const bool chosen = argc == 1 || std::any_of(argv + 1, argv + argc, [&](const char* name) {
                           return std::string_view(name) == benchmark.name;

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Builds and runs the benchmarks; arguments choose some: keyed_set undo file gateway image.
+# Builds and runs the benchmarks; arguments choose some of those that main.cpp lists.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . ./cmake/setup.sh

@@ -4,7 +4,9 @@
 BUILD_PACKAGES=(g++ cmake ninja-build pkg-config lld rapidjson-dev libsqlite3-dev libfmt-dev
                 libcli11-dev libxxhash-dev libicu-dev)
 # What the tests need on top.
-TEST_PACKAGES=(libgtest-dev librapidcheck-dev libvalijson-dev clang libclang-rt-14-dev clang-format xz-utils)
+TEST_PACKAGES=(libgtest-dev librapidcheck-dev libvalijson-dev clang libclang-rt-14-dev clang-format xz-utils
+               libocct-foundation-dev libocct-modeling-data-dev
+               libocct-modeling-algorithms-dev libocct-data-exchange-dev libocct-ocaf-dev libtbb-dev)
 
 # need_packages PACKAGE...: installs those that are missing.
 need_packages() {

@@ -10,6 +10,7 @@
 #include "qx_db/record/element_types.h"
 
 #include "exchange/msh_reader.h"
+#include "host/session.h"
 #include "host/texts.h"
 
 namespace {
@@ -30,9 +31,10 @@ void PrintSummary(const CQXDBSession& session) {
       count += elements.GetNextNU(pos).type == type.code;
     if (count) fmt::print("  {:>6} {}\n", count, type.plural);
   }
-  auto& sets = *session.GetPool<DPoolActiveElemSet>(code::kActiveElemSet);
-  for (ITR pos = sets.GetHeadPosition(); pos;) {
-    const tagTActiveElemSet& set = sets.GetNextNU(pos);
+  const auto& sets = *session.GetPool<DPoolMset>(code::kMset);
+  for (ITR pos = sets.GetHeadPosition(); pos; sets.Next(pos)) {
+    const tagTMset& set = sets.GetAtNU(pos);
+    if (set.elements.IsEmpty()) continue;
     fmt::print("  {:>6} elements in \"{}\"\n", set.elements.GetSize(), set.GetName().ToUtf8());
   }
 }
@@ -67,8 +69,8 @@ int main(int argc, char** argv) {
     fmt::print(stderr, "usage: main_job MESH MODEL\n");
     return 2;
   }
-  host::TextCatalogue::Register();
-  CQXDocBase document(AddStandardPools);
+  SetTextSource(&host::TextCatalogue::English());
+  CQXDocBase document(host::SetUpModel);
   document.New();
   CQXDBSession& session = *document.GetDBSession();
   // The part was drawn in millimetres; nothing is converted by saying so.

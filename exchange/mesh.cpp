@@ -6,7 +6,7 @@
 #include <span>
 
 #include "qx_db/core/transaction.h"
-#include "qx_db/model/mesh_pools.h"
+#include "qx_db/model/mesh_set_pool.h"
 #include "qx_db/record/element_types.h"
 
 #include "exchange/key_set.h"
@@ -67,16 +67,47 @@ Outcome CheckElements(const Mesh& mesh, const KeySet& nodes, const std::string& 
   return {};
 }
 
-Outcome CheckGroups(const Mesh& mesh, const KeySet& elements, const std::string& file) {
-  for (const Mesh::Group& group : mesh.groups) {
-    for (const Key element : group.elements) {
-      if (elements.Contains(element)) continue;
-      return Failure{file, fmt::format("group \"{}\"", group.name),
-                     fmt::format("its element {} is not in the mesh", element),
-                     "add the element or remove it from the group"};
+/// Fails unless every member of the group is in the mesh.
+Outcome CheckMembers(const Mesh::Group& group, std::span<const Key> members, const KeySet& mesh,
+                     const char* what, const std::string& file) {
+  for (const Key member : members) {
+    if (mesh.Contains(member)) continue;
+    return Failure{file, fmt::format("group \"{}\"", group.name),
+                   fmt::format("its {} {} is not in the mesh", what, member),
+                   fmt::format("add the {} or remove it from the group", what)};
+  }
+  return {};
+}
+
+/// Fails when a group is a part of itself.
+Outcome CheckHierarchy(const Mesh& mesh, const std::string& file) {
+  const auto count = static_cast<std::int32_t>(mesh.groups.size());
+  std::vector<std::int32_t> walk_of(mesh.groups.size(), Mesh::Group::kNone);
+  for (std::int32_t start = 0; start < count; ++start) {
+    for (std::int32_t at = start; at != Mesh::Group::kNone;) {
+      const Mesh::Group& group = mesh.groups[static_cast<std::size_t>(at)];
+      std::int32_t& walk = walk_of[static_cast<std::size_t>(at)];
+      if (walk != Mesh::Group::kNone && walk != start) break;  // and all above it are right
+      if (walk == start || group.parent < Mesh::Group::kNone || group.parent >= count) {
+        return Failure{file, fmt::format("group \"{}\"", group.name),
+                       walk == start ? "it is a part of itself" : "it is a part of no group",
+                       "correct the hierarchy of the groups"};
+      }
+      walk = start;
+      at = group.parent;
     }
   }
   return {};
+}
+
+Outcome CheckGroups(const Mesh& mesh, const KeySet& nodes, const KeySet& elements,
+                    const std::string& file) {
+  for (const Mesh::Group& group : mesh.groups) {
+    Outcome there = CheckMembers(group, group.elements, elements, "element", file);
+    if (there) there = CheckMembers(group, group.nodes, nodes, "node", file);
+    if (!there) return there;
+  }
+  return CheckHierarchy(mesh, file);
 }
 
 std::vector<Key> KeysOf(std::span<const Mesh::Element> elements) {
@@ -124,7 +155,7 @@ class MeshAdder {
         mesh_(mesh),
         nodes_(*session.GetPool<DPoolNode>(code::kNode)),
         elements_(*session.GetPool<DPoolElem>(code::kElem)),
-        sets_(*session.GetPool<DPoolActiveElemSet>(code::kActiveElemSet)) {}
+        sets_(*session.GetPool<DPoolMset>(code::kMset)) {}
 
   bool AddNodes() {
     MakeRoom(nodes_, mesh_.node_keys.size());
@@ -171,26 +202,66 @@ class MeshAdder {
 
   bool AddGroups(std::vector<std::string>& notes) {
     SetNames names(sets_, mesh_.groups);
-    tagTActiveElemSet set;
+    std::vector<ITR> added;
     for (const Mesh::Group& group : mesh_.groups) {
-      set.key = sets_.GetNewKey();
-      if (set.key < 1) set.key = sets_.Set().GetNewKeyUp(1);
+      tagTMset set;
       set.name.Set(names.Fit(group.name, notes));
-      set.elements.SetSize(static_cast<std::int64_t>(group.elements.size()));
-      const std::span found(set.elements.data(), set.elements.size());
-      elements_.Set().FindMany(group.elements, found);
-      if (std::find(found.begin(), found.end(), 0) != found.end()) return false;
-      if (!sets_.InsertNU(set)) return false;
+      set.color = group.color == Mesh::Group::kNone ? DPoolMset::GetNewColor() : group.color;
+      if (!ListMembers(group, set)) return false;
+      added.push_back(AddSet(group.key, set));
+      if (!added.back()) return false;
+    }
+    for (std::size_t i = 0; i < added.size(); ++i) {
+      const std::int32_t parent = mesh_.groups[i].parent;
+      if (parent == Mesh::Group::kNone) continue;
+      tagTMset set = sets_.GetAtNU(added[i]);
+      set.parent_key = sets_.GetAtNU(added[static_cast<std::size_t>(parent)]).key;
+      if (!sets_.SetAtNU(added[i], set)) return false;
     }
     return true;
   }
 
  private:
+  /// The set's elements, and their nodes and the group's own, each once.
+  bool ListMembers(const Mesh::Group& group, tagTMset& set) {
+    set.elements.SetSize(static_cast<std::int64_t>(group.elements.size()));
+    elements_.Set().FindMany(group.elements, {set.elements.data(), set.elements.size()});
+    std::vector<ITR> own(group.nodes.size());
+    nodes_.Set().FindMany(group.nodes, own);
+    const auto is_missing = [](const auto& list) {
+      return std::find(list.begin(), list.end(), ITR{0}) != list.end();
+    };
+    if (is_missing(set.elements) || is_missing(own)) return false;
+    ItemMarks listed(nodes_);
+    const auto list = [&](std::span<const ITR> nodes) {
+      for (const ITR node : nodes) {
+        if (listed.Insert(node)) set.nodes.Add(node);
+      }
+    };
+    for (const ITR element : set.elements) {
+      const TArray<ITR>& nodes = elements_.GetAtNU(element).nodes;
+      list({nodes.data(), nodes.size()});
+    }
+    list(own);
+    return true;
+  }
+
+  ITR AddSet(Key wish, tagTMset& set) {
+    const ITR there = wish > 0 ? sets_.Find(wish) : 0;
+    if (there && there == sets_.DefaultItr() && sets_.GetAtNU(there).nodes.IsEmpty() &&
+        sets_.GetAtNU(there).elements.IsEmpty()) {
+      set.key = wish;
+      return sets_.SetAtNU(there, set) ? there : 0;
+    }
+    set.key = wish > 0 && !there ? wish : sets_.NewSetKey();
+    return sets_.InsertNU(set);
+  }
+
   CQXDBSession& session_;
   const Mesh& mesh_;
   DPoolNode& nodes_;
   DPoolElem& elements_;
-  DPoolActiveElemSet& sets_;
+  DPoolMset& sets_;
 };
 
 }  // namespace
@@ -200,13 +271,14 @@ Outcome CheckMesh(const Mesh& mesh, const std::string& file) {
   if (Outcome keys = CheckKeys(mesh.node_keys, "node", file); !keys) return keys;
   if (Outcome keys = CheckKeys(element_keys, "element", file); !keys) return keys;
   if (Outcome finite = CheckCoordinates(mesh, file); !finite) return finite;
-  if (Outcome there = CheckElements(mesh, KeySet(mesh.node_keys), file); !there) return there;
-  return CheckGroups(mesh, KeySet(element_keys), file);
+  const KeySet nodes(mesh.node_keys);
+  if (Outcome there = CheckElements(mesh, nodes, file); !there) return there;
+  return CheckGroups(mesh, nodes, KeySet(element_keys), file);
 }
 
 Outcome AddMesh(CQXDBSession& session, const Mesh& mesh, const std::string& file,
                 AddReport* report) {
-  for (const std::uint16_t type : {code::kNode, code::kElem, code::kActiveElemSet}) {
+  for (const std::uint16_t type : {code::kNode, code::kElem, code::kMset}) {
     if (session.GetDataPool(type)) continue;
     return Failure{file, "", "the model has no pools for a mesh", "add the standard pools"};
   }

@@ -25,9 +25,15 @@ struct Mesh {
   };
   /// A named group of elements. Groups may overlap, share a name, and be empty.
   struct Group {
-    std::string name;  ///< UTF-8
-    int dimension = -1;
+    static constexpr std::int32_t kNone = -1;
+
+    std::string name;    ///< UTF-8
+    int dimension = -1;  ///< of its elements; -1 when they differ or are not known
     std::vector<Key> elements;
+    std::vector<Key> nodes = {};  ///< that belong to it besides those of its elements
+    std::int32_t parent = kNone;  ///< index of the group that it is a part of
+    std::int32_t color = kNone;   ///< 0xRRGGBB; kNone for one of the model's choice
+    Key key = 0;                  ///< wish for a key in the model; 0 for none
     friend bool operator==(const Group&, const Group&) = default;
   };
 
@@ -42,7 +48,8 @@ struct Mesh {
 };
 
 /// Checks a mesh as a whole: keys between 1 and 2147483647, none twice, finite coordinates, every
-/// node of every element and every element of every group there. The first fault is reported with
+/// node of every element and every element and node of every group there, and no group a part of
+/// itself. The first fault is reported with
 /// `file` and the key. Cost proportional to the mesh.
 Outcome CheckMesh(const Mesh& mesh, const std::string& file);
 
@@ -56,9 +63,11 @@ struct AddReport {
 };
 
 /// Adds a mesh that has passed CheckMesh to a session as one undoable step: nodes, elements, and
-/// an active element set a group under a new key and the group's name, of which 63 UTF-16 units
-/// are kept. Fails, with the session as it was, when a key is taken already. `file` stands for
-/// the mesh in messages.
+/// for each group a mesh set of its elements with their nodes, in the groups' hierarchy, under the
+/// group's name, of which 63 UTF-16 units are kept. A set's key is the one that its group wishes if
+/// that is free, else a new one; a group that wishes for the key of the default mesh set fills that
+/// one as long as it is empty. Fails, with the session as it was, when the number of a node or an
+/// element is taken already. `file` stands for the mesh in messages.
 Outcome AddMesh(CQXDBSession& session, const Mesh& mesh, const std::string& file,
                 AddReport* report = nullptr);
 

@@ -6,6 +6,7 @@
 
 #include "qx_db/record/element_types.h"
 
+#include "exchange/group_classes.h"
 #include "exchange/key_set.h"
 
 namespace qx::exchange {
@@ -110,15 +111,36 @@ void MshBuilder::PutBlocksIntoGroups(MshCursor& in, std::size_t file_bytes) {
   }
 }
 
+void MshBuilder::PutGroupsIntoSets(MshCursor& in) {
+  for (MeshSet& set : sets_) {
+    for (const Tag& tag : set.groups) {
+      const auto group = groups_.find(tag);
+      if (group == groups_.end()) {
+        in.Fail(fmt::format("$QXMeshSets: mesh set \"{}\" has no physical group {} {}",
+                            set.set.name, tag.first, tag.second),
+                "remove the section or write the file again");
+        return;
+      }
+      std::vector<Key>& elements = set.set.elements;
+      elements.insert(elements.end(), group->second.begin(), group->second.end());
+      set.set.dimension = set.groups.size() == 1 ? tag.first : -1;
+      groups_.erase(group);
+    }
+    mesh_.groups.push_back(std::move(set.set));
+  }
+}
+
 Mesh MshBuilder::Finish(MshCursor& in, std::size_t file_bytes) {
   PutBlocksIntoGroups(in, file_bytes);
   for (const auto& [tag, name] : names_) groups_[tag];  // a named group may be empty
+  PutGroupsIntoSets(in);
   for (auto& [tag, elements] : groups_) {
     std::string name = fmt::format("{}-{}", tag.first, tag.second);
     const auto named = names_.find(tag);
     if (named != names_.end() && !named->second.empty()) name = named->second;
     mesh_.groups.push_back({std::move(name), tag.first, std::move(elements)});
   }
+  if (sets_.empty()) NestGroups(mesh_);
   WriteNotes();
   return std::move(mesh_);
 }
@@ -147,8 +169,9 @@ void MshBuilder::WriteNotes() {
     notes.push_back(fmt::format(
         "elements that the file repeats for a further group were read once: {}", repeated_));
   }
-  const auto empty = std::count_if(mesh_.groups.begin(), mesh_.groups.end(),
-                                   [](const Mesh::Group& group) { return group.elements.empty(); });
+  const auto empty = std::count_if(
+      mesh_.groups.begin(), mesh_.groups.end(),
+      [](const Mesh::Group& group) { return group.elements.empty() && group.nodes.empty(); });
   if (empty > 0) notes.push_back(fmt::format("physical groups without elements: {}", empty));
 }
 

@@ -49,6 +49,14 @@ class MshBuilder {
   bool NameGroup(Tag group, std::string name) {
     return names_.emplace(group, std::move(name)).second;
   }
+  /// A mesh set as $QXMeshSets tells it: the physical groups that it was written as, and what
+  /// these do not tell. `set.parent` is an index among these sets.
+  struct MeshSet {
+    Mesh::Group set;
+    std::vector<Tag> groups;
+  };
+  void AddMeshSet(MeshSet set) { sets_.push_back(std::move(set)); }
+
   /// The physical groups that an entity belongs to.
   void AddEntity(Tag entity, std::vector<std::int32_t> groups);
   /// From here until the next call, elements belong to this entity.
@@ -67,6 +75,7 @@ class MshBuilder {
   void PushElement(const MshKind& kind, Key key, std::span<const Key> nodes);
   bool RepeatsLast(const MshKind& kind, std::span<const Key> nodes) const;
   void PutBlocksIntoGroups(MshCursor& in, std::size_t file_bytes);
+  void PutGroupsIntoSets(MshCursor& in);
   void WriteNotes();
 
   Mesh mesh_;
@@ -74,6 +83,7 @@ class MshBuilder {
   std::map<Tag, std::vector<Key>> groups_;
   std::map<Tag, std::vector<std::int32_t>> entities_;
   std::vector<Block> blocks_;
+  std::vector<MeshSet> sets_;
   std::int32_t last_entity_ = 0;  // of the last element that told one
   std::uint64_t repeated_ = 0;
   std::map<int, std::uint64_t> reduced_;            // by type number

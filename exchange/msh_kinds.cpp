@@ -104,4 +104,13 @@ std::optional<MshKind> FindMshKind(std::int64_t number) {
   return kind;
 }
 
+std::optional<MshKind> MshKindOf(std::int32_t code) {
+  const ElementType* type = FindElementType(code);
+  if (!type) return std::nullopt;
+  for (const ReadKind& read : kRead) {
+    if (read.code == code && kNodes[read.number] == type->nodes) return FindMshKind(read.number);
+  }
+  return std::nullopt;
+}
+
 }  // namespace qx::exchange

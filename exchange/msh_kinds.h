@@ -26,4 +26,7 @@ inline constexpr int kMostMshNodes = 1000;
 /// The kind of a type number; none for an unknown one.
 std::optional<MshKind> FindMshKind(std::int64_t number);
 
+/// The kind with the same nodes as an element type of ours; none for a code beyond 15.
+std::optional<MshKind> MshKindOf(std::int32_t code);
+
 }  // namespace qx::exchange

@@ -23,15 +23,18 @@ struct SectionReader {
 
 constexpr SectionReader kSections[] = {
     {Version::k2, "PhysicalNames", ReadPhysicalNames},
+    {Version::k2, "QXMeshSets", ReadMeshSets},
     {Version::k2, "Nodes", msh2::ReadNodes},
     {Version::k2, "ParametricNodes", msh2::ReadParametricNodes},
     {Version::k2, "Elements", msh2::ReadElements},
     {Version::k40, "PhysicalNames", ReadPhysicalNames},
+    {Version::k40, "QXMeshSets", ReadMeshSets},
     {Version::k40, "Entities", msh40::ReadEntities},
     {Version::k40, "PartitionedEntities", msh40::ReadPartitionedEntities},
     {Version::k40, "Nodes", msh40::ReadNodes},
     {Version::k40, "Elements", msh40::ReadElements},
     {Version::k41, "PhysicalNames", ReadPhysicalNames},
+    {Version::k41, "QXMeshSets", ReadMeshSets},
     {Version::k41, "Entities", msh41::ReadEntities},
     {Version::k41, "PartitionedEntities", msh41::ReadPartitionedEntities},
     {Version::k41, "Nodes", msh41::ReadNodes},
@@ -110,8 +113,9 @@ void ReadSections(MshCursor& in, MshBuilder& mesh) {
   if (!seen.contains("Elements")) in.Fail("there is no $Elements section", kWriteWhole);
 }
 
-/// A quoted name at the end of a line. It may hold quotes itself.
-std::string ReadName(MshCursor& in) {
+}  // namespace
+
+std::string ReadQuotedName(MshCursor& in) {
   const std::string_view line = in.RestOfLine();
   const std::size_t first = line.find('"');
   const std::size_t last = line.rfind('"');
@@ -127,8 +131,6 @@ std::string ReadName(MshCursor& in) {
   return std::string(name);
 }
 
-}  // namespace
-
 void ReadPhysicalNames(MshCursor& in, MshBuilder& mesh) {
   const std::int64_t count = in.TextInteger();
   for (std::int64_t i = 0; i < count && in.Ok(); ++i) {
@@ -139,7 +141,7 @@ void ReadPhysicalNames(MshCursor& in, MshBuilder& mesh) {
               "give its dimension, from 0 to 3, and its tag");
     }
     const MshBuilder::Tag group{static_cast<int>(dimension), static_cast<std::int32_t>(tag)};
-    if (!mesh.NameGroup(group, ReadName(in))) {
+    if (!mesh.NameGroup(group, ReadQuotedName(in))) {
       in.Fail("the physical group has a name already", "remove one of the names");
     }
   }

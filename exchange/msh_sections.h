@@ -12,6 +12,12 @@ using ReadMshSection = void (*)(MshCursor& in, MshBuilder& mesh);
 /// $PhysicalNames, the same in every version.
 void ReadPhysicalNames(MshCursor& in, MshBuilder& mesh);
 
+/// $QXMeshSets, this system's own, which other programs pass over: msh_mesh_sets.cpp.
+void ReadMeshSets(MshCursor& in, MshBuilder& mesh);
+
+/// A name in quotes, the rest of a line. It may hold quotes itself.
+std::string ReadQuotedName(MshCursor& in);
+
 namespace msh2 {
 void ReadNodes(MshCursor& in, MshBuilder& mesh);
 void ReadParametricNodes(MshCursor& in, MshBuilder& mesh);

@@ -5,7 +5,7 @@
 namespace qx::exchange {
 namespace {
 
-constexpr std::size_t kLongest = sizeof(tagTActiveElemSet::name) / sizeof(char16_t) - 1;
+constexpr std::size_t kLongest = DPoolMset::kLongestName;
 
 /// The first units of a text, at most `length`, without half a surrogate pair at the end.
 std::u16string Head(const std::u16string& text, std::size_t length) {
@@ -16,7 +16,7 @@ std::u16string Head(const std::u16string& text, std::size_t length) {
 
 }  // namespace
 
-SetNames::SetNames(const DPoolActiveElemSet& sets, std::span<const Mesh::Group> groups) {
+SetNames::SetNames(const DPoolMset& sets, std::span<const Mesh::Group> groups) {
   for (ITR at = sets.GetHeadPosition(); at; sets.Next(at)) {
     taken_.emplace(sets.GetAtNU(at).name.View());
   }

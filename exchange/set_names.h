@@ -1,5 +1,5 @@
 #pragma once
-// Names of groups as names of active element sets.
+// Names of groups as names of mesh sets.
 
 #include <map>
 #include <set>
@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "qx_db/model/mesh_pools.h"
+#include "qx_db/model/mesh_set_pool.h"
 
 #include "exchange/mesh.h"
 
@@ -18,7 +18,7 @@ namespace qx::exchange {
 class SetNames {
  public:
   /// The sets that are there and the groups to come, whose names are not to be hit by a cut.
-  SetNames(const DPoolActiveElemSet& sets, std::span<const Mesh::Group> groups);
+  SetNames(const DPoolMset& sets, std::span<const Mesh::Group> groups);
 
   /// The name to use for a group's name; a cut adds a line to `notes`.
   std::u16string Fit(const std::string& name, std::vector<std::string>& notes);

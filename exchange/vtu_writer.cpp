@@ -5,7 +5,7 @@
 #include <map>
 #include <set>
 
-#include "qx_db/model/mesh_pools.h"
+#include "qx_db/model/mesh_set_pool.h"
 #include "qx_db/record/element_types.h"
 #include "qx_db/record/verbs.h"
 
@@ -105,10 +105,10 @@ class Grid {
       for (const Cell& cell : cells_) sink.Put(static_cast<T>(value(*cell.element)));
     });
   }
-  DataArray Members(std::string name, const tagTActiveElemSet& set) const {
-    return MakeArray<std::uint8_t>(std::move(name), 1, Cells(), [this, &set](ArraySink& sink) {
+  DataArray Members(std::string name, const TArray<ITR>& elements) const {
+    return MakeArray<std::uint8_t>(std::move(name), 1, Cells(), [this, &elements](ArraySink& sink) {
       std::vector<std::uint8_t> is_member(cells_.size() + 1);  // the last for what is no cell
-      for (const ITR element : set.elements) {
+      for (const ITR element : elements) {
         if (element == 0 || KeyedSetBase::IsRemoved(element)) continue;
         is_member[std::min<std::size_t>(elements_.GetParamIdx(element), cells_.size())] = 1;
       }
@@ -193,13 +193,17 @@ std::vector<DataArray> CellArrays(const Grid& grid, const CQXDBSession& session,
   arrays.push_back(grid.OfElements<std::int32_t>(
       "property_key", [](const tagTElem& e) { return KeyOf(e.property); }));
   ArrayNames names;
-  if (const auto* sets = session.GetPool<DPoolActiveElemSet>(code::kActiveElemSet)) {
-    for (ITR at = sets->GetHeadPosition(); at; sets->Next(at)) {
-      const tagTActiveElemSet& set = sets->GetAtNU(at);
+  const auto add_sets = [&](const auto* sets, ITR left_out) {
+    for (ITR at = sets ? sets->GetHeadPosition() : 0; at; sets->Next(at)) {
+      const auto& set = sets->GetAtNU(at);
+      if (at == left_out && set.elements.IsEmpty()) continue;
       const std::string tail = fmt::format("(set {})", set.key);
-      arrays.push_back(grid.Members(names.Unique(Utf8(set.name.View()), tail), set));
+      arrays.push_back(grid.Members(names.Unique(Utf8(set.name.View()), tail), set.elements));
     }
-  }
+  };
+  const auto* mesh_sets = session.GetPool<DPoolMset>(code::kMset);
+  add_sets(mesh_sets, mesh_sets ? mesh_sets->DefaultItr() : 0);
+  add_sets(session.GetPool<DPoolActiveElemSet>(code::kActiveElemSet), 0);
   for (const CellData& data : extra) {
     arrays.push_back(grid.Values(names.Unique(data.name, "(value)"), data.values));
   }

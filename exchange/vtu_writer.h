@@ -21,8 +21,9 @@ struct CellData {
 };
 
 /// Writes all nodes and all elements of codes 1 to 15, in current units. Point data: "node_key".
-/// Cell data: "element_key", "element_type", "property_key" (0 for none), a 0/1 array a named
-/// active element set under the set's name, and `extra`. An array whose name is taken gets the
+/// Cell data: "element_key", "element_type", "property_key" (0 for none), a 0/1 array for
+/// each mesh set (but an empty default one) and each active element set under the set's name, and
+/// `extra`. An array whose name is taken gets the
 /// set's key or a number behind it. Elements of other codes or without all their nodes are left
 /// out; `notes` says so with counts. The file is complete or not there. Uses the parameter indices
 /// of nodes and elements as scratch numbers.

@@ -1,48 +1,20 @@
 // Editing models: each command is one transaction, prints what it changed, and saves the model.
 
+#include <algorithm>
 #include <fmt/format.h>
-#include <map>
 #include <memory>
-#include <set>
+#include <unordered_set>
 
+#include "qx_db/core/renumber.h"
 #include "qx_db/qx_db.h"
 
+#include "apps/qxdb/change_counter.h"
 #include "apps/qxdb/commands.h"
+#include "apps/qxdb/key_map_file.h"
 #include "apps/qxdb/selection.h"
 
 namespace qx::app {
 namespace {
-
-/// Counts what a step inserted, removed and modified, pool by pool.
-class ChangeCounter final : public ISessionListener {
- public:
-  void OnSessionEvent(CQXDBSession& session, SessionEvent, std::u16string_view,
-                      std::span<const Change> changes) override {
-    for (const Change& change : changes) {
-      const DPoolBase& pool = *session.GetDataPool(change.type);
-      ++counts_[PoolLabel(pool)][change.operation - tagTRNotify::kInserted];
-    }
-  }
-
-  std::string Text() const {
-    Table table({"pool", ">inserted", ">removed", ">modified"});
-    for (const auto& [pool, count] : counts_) {
-      table.Row({pool, Grouped(count[0]), Grouped(count[1]), Grouped(count[2])});
-    }
-    return table.IsEmpty() ? "nothing changed\n" : table.Text();
-  }
-  void Write(JsonText& json) const {
-    json.Begin("changes");
-    for (const auto& [pool, count] : counts_) {
-      json.Begin(pool).Integer("inserted", count[0]).Integer("removed", count[1]);
-      json.Integer("modified", count[2]).End();
-    }
-    json.End();
-  }
-
- private:
-  std::map<std::string, std::array<std::int64_t, 3>> counts_;
-};
 
 struct EditOptions {
   std::string model;
@@ -50,6 +22,8 @@ struct EditOptions {
   std::string keys;
   std::vector<double> by;
   Key from = 1;
+  std::string map;        // file of new keys
+  std::string write_map;  // file for what was done
   bool dry_run = false;
 };
 
@@ -68,28 +42,26 @@ Outcome Move(CQXDBSession& session, DPoolBase& pool, const TArray<ITR>& items,
   return {};
 }
 
-/// Gives the records consecutive keys from `from` on, in list order.
-Outcome Renumber(CQXDBSession&, DPoolBase& pool, const TArray<ITR>& items,
-                 const EditOptions& options) {
-  if (options.from < 1 || items.GetSize() > kMaxKey - options.from + 1) {
-    return Failure{options.model, "key " + std::to_string(options.from),
-                   "leaves no room for " + Grouped(items.GetSize()) + " keys", "start lower"};
+/// Gives the records consecutive keys, in list order, or those that a map names.
+Outcome RenumberRecords(CQXDBSession& session, DPoolBase& pool, const TArray<ITR>& items,
+                        const EditOptions& options) {
+  KeyMap map = ConsecutiveKeys({items.begin(), items.end()}, options.from);
+  if (!options.map.empty()) {
+    Result<KeyMap> read = ReadKeyMap(options.map, pool);
+    if (!read) return read.Error();
+    const std::unordered_set<ITR> chosen(items.begin(), items.end());
+    map.clear();
+    std::copy_if(read->begin(), read->end(), std::back_inserter(map), [&](const auto& entry) {
+      const ITR item = pool.Find(entry.first);
+      return !item || chosen.contains(item);  // one that is not there is for the model to name
+    });
   }
-  const std::set<ITR> moving(items.begin(), items.end());
-  for (std::int32_t i = 0; i < items.GetSize(); ++i) {
-    const ITR there = pool.Find(options.from + i);
-    if (there && !moving.contains(there)) {
-      return Failure{options.model, PoolLabel(pool) + " " + std::to_string(options.from + i),
-                     "the key is taken by a record that keeps it", "start elsewhere"};
-    }
+  if (Outcome done = Renumber(session, pool, map); !done) {
+    Failure fault = done.Error();
+    fault.file = options.model;
+    return fault;
   }
-  for (std::int32_t i = 0; i < items.GetSize(); ++i) {
-    ITR item = items[i];
-    TStructBase* record = pool.CopyToDummyPtr(item);
-    StoreAt<Key>(reinterpret_cast<char*>(record) + 8, options.from + i);
-    pool.SetAtNU(item, record);
-  }
-  return {};
+  return options.write_map.empty() ? Outcome() : WriteKeyMap(options.write_map, pool, map);
 }
 
 Outcome Delete(CQXDBSession&, DPoolBase& pool, const TArray<ITR>& items,
@@ -103,7 +75,7 @@ Outcome Delete(CQXDBSession&, DPoolBase& pool, const TArray<ITR>& items,
 }
 
 void Run(const EditOptions& options, const char16_t* name, Edit edit, Context& context) {
-  CQXDocBase document(AddStandardPools);
+  CQXDocBase document(host::SetUpModel);
   if (Outcome opened = document.Open(options.model); !opened) {
     return context.Refuse(opened.Error());
   }
@@ -163,10 +135,17 @@ void AddEdit(CLI::App& app, Context& context) {
   move->add_option("--by", move_options->by, "Shift in x, y and z, in current length units")
       ->expected(3)
       ->required();
-  auto [renumber, renumber_options] =
-      add("renumber", "Give records new keys",
-          "qxdb edit renumber bracket.qxm node all --from 1001", u"Renumber", Renumber, true);
-  renumber->add_option("--from", renumber_options->from, "First new key")->required();
+  auto [renumber, renumber_options] = add("renumber", "Give records new keys",
+                                          "qxdb edit renumber bracket.qxm node all --from 1001",
+                                          u"Renumber", RenumberRecords, true);
+  auto* from = renumber->add_option("--from", renumber_options->from,
+                                    "First new key; the others follow in list order");
+  renumber
+      ->add_option("--map", renumber_options->map,
+                   "JSON file of new keys by old ones: {\"NODE\": {\"1\": 101}}")
+      ->excludes(from);
+  renumber->add_option("--write-map", renumber_options->write_map,
+                       "Write the keys as they changed to a JSON file");
   add("delete", "Delete records and what hangs on them", "qxdb edit delete bracket.qxm elem 1-500",
       u"Delete", Delete, true);
 }

@@ -10,6 +10,7 @@
 
 #include "apps/qxdb/commands.h"
 #include "exchange/msh_reader.h"
+#include "exchange/msh_writer.h"
 #include "exchange/vtu_writer.h"
 
 namespace qx::app {
@@ -70,7 +71,7 @@ void SetLengthUnit(CQXDBSession& session, const std::string& name) {
 }
 
 void Import(const ImportOptions& options, Context& context) {
-  CQXDocBase document(AddStandardPools);
+  CQXDocBase document(host::SetUpModel);
   document.New();
   if (Exists(options.model) && !options.replace) {
     if (!options.add) {
@@ -127,21 +128,27 @@ Outcome ExportTo(CQXDBSession& session, const ExportOptions& options,
     WriteDocument(session, document);
     return document.WriteFile(options.file, true);
   }
-  if (extension != ".VTU") {
-    return Failure{options.file, "", "has an unknown format", "use a .vtu or .json file"};
+  if (extension != ".VTU" && extension != ".MSH") {
+    return Failure{options.file, "", "has an unknown format", "use a .vtu, .msh or .json file"};
+  }
+  ProgressBar bar("Writing " + options.file);
+  const auto progress = [&](double done) { bar.Show(done); };
+  if (extension == ".MSH") {
+    using exchange::MshEncoding;
+    const MshEncoding msh_encoding =
+        options.encoding == "ascii" ? MshEncoding::kAscii : MshEncoding::kBinary;
+    return exchange::WriteMsh(session, options.file, msh_encoding, &notes, progress);
   }
   using exchange::VtuEncoding;
   const VtuEncoding encoding = options.encoding == "raw"      ? VtuEncoding::kAppendedRaw
                                : options.encoding == "inline" ? VtuEncoding::kInlineBase64
                                : options.encoding == "ascii"  ? VtuEncoding::kAscii
                                                               : VtuEncoding::kAppendedBase64;
-  ProgressBar bar("Writing " + options.file);
-  return exchange::WriteVtu(session, options.file, encoding, {}, &notes,
-                            [&](double done) { bar.Show(done); });
+  return exchange::WriteVtu(session, options.file, encoding, {}, &notes, progress);
 }
 
 void Export(const ExportOptions& options, Context& context) {
-  CQXDocBase document(AddStandardPools);
+  CQXDocBase document(host::SetUpModel);
   if (Outcome opened = document.Open(options.model); !opened) {
     return context.Refuse(opened.Error());
   }
@@ -185,8 +192,10 @@ void AddExport(CLI::App& app, Context& context) {
                                  "qxdb export bracket.qxm bracket.vtu");
   auto options = std::make_shared<ExportOptions>();
   command->add_option("model", options->model, "Model file")->required();
-  command->add_option("file", options->file, "File to write: .vtu or .json")->required();
-  command->add_option("--encoding", options->encoding, "How a VTU stores its arrays")
+  command->add_option("file", options->file, "File to write: .vtu, .msh or .json")->required();
+  command
+      ->add_option("--encoding", options->encoding,
+                   "How a VTU stores its arrays; a MSH is text with ascii, else binary")
       ->check(CLI::IsMember({"raw", "base64", "inline", "ascii"}))
       ->capture_default_str();
   command->callback([options, &context] { Export(*options, context); });

@@ -33,7 +33,7 @@ Result<std::vector<DPoolBase*>> Selected(CQXDBSession& session,
 }
 
 void Write(const GatewayOptions& options, Context& context) {
-  CQXDocBase document(AddStandardPools);
+  CQXDocBase document(host::SetUpModel);
   if (Outcome opened = document.Open(options.model); !opened) {
     return context.Refuse(opened.Error());
   }
@@ -56,7 +56,7 @@ void Write(const GatewayOptions& options, Context& context) {
 }
 
 void Read(const GatewayOptions& options, Context& context) {
-  CQXDocBase document(AddStandardPools);
+  CQXDocBase document(host::SetUpModel);
   if (Outcome opened = document.Open(options.model); !opened) {
     return context.Refuse(opened.Error());
   }
@@ -84,7 +84,7 @@ void Read(const GatewayOptions& options, Context& context) {
 }
 
 void Describe(const GatewayOptions& options, Context& context) {
-  CQXDBSession session(AddStandardPools);
+  CQXDBSession session(host::SetUpModel);
   if (options.schema) {
     JsonText json;
     const std::string text = GatewayJsonSchema(session);

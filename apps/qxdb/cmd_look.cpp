@@ -76,12 +76,13 @@ void InfoMesh(const CQXDBSession& session, std::string& text, JsonText& json) {
   json.End();
 }
 
-void InfoSets(const CQXDBSession& session, std::string& text, JsonText& json) {
-  auto& sets = *session.GetPool<DPoolActiveElemSet>(code::kActiveElemSet);
-  json.BeginArray("sets");
-  for (ITR pos = sets.GetHeadPosition(); pos;) {
-    const tagTActiveElemSet& set = sets.GetNextNU(pos);
-    text += fmt::format("set       {:>11}  \"{}\"\n", Grouped(set.elements.GetSize()),
+template <class Pool>
+void InfoSetsOf(const Pool& sets, const char* label, const char* name, std::string& text,
+                JsonText& json) {
+  json.BeginArray(name);
+  for (ITR pos = sets.GetHeadPosition(); pos; sets.Next(pos)) {
+    const auto& set = sets.GetAtNU(pos);
+    text += fmt::format("{:<9} {:>11}  \"{}\"\n", label, Grouped(set.elements.GetSize()),
                         set.GetName().ToUtf8());
     json.Begin().Integer("key", set.key).Text("name", set.GetName().ToUtf8());
     json.Integer("elements", set.elements.GetSize()).End();
@@ -89,8 +90,15 @@ void InfoSets(const CQXDBSession& session, std::string& text, JsonText& json) {
   json.End();
 }
 
+/// Elements in each mesh set and in each active element set.
+void InfoSets(const CQXDBSession& session, std::string& text, JsonText& json) {
+  InfoSetsOf(*session.GetPool<DPoolMset>(code::kMset), "set", "sets", text, json);
+  InfoSetsOf(*session.GetPool<DPoolActiveElemSet>(code::kActiveElemSet), "active", "active_sets",
+             text, json);
+}
+
 void Info(const std::string& model, Context& context) {
-  CQXDocBase document(AddStandardPools);
+  CQXDocBase document(host::SetUpModel);
   ModelFileReport report;
   if (Outcome opened = document.Open(model, &report); !opened) {
     return context.Refuse(opened.Error());
@@ -126,7 +134,7 @@ struct ShowOptions {
 };
 
 void Show(const ShowOptions& options, Context& context) {
-  CQXDocBase document(AddStandardPools);
+  CQXDocBase document(host::SetUpModel);
   if (Outcome opened = document.Open(options.model); !opened) {
     return context.Refuse(opened.Error());
   }
@@ -176,7 +184,7 @@ std::vector<std::string> FindProblems(const CQXDBSession& session, const ModelFi
 }
 
 void Verify(const std::string& model, Context& context) {
-  CQXDocBase document(AddStandardPools);
+  CQXDocBase document(host::SetUpModel);
   ModelFileReport report;
   if (Outcome opened = document.Open(model, &report); !opened) {
     return context.Refuse(opened.Error());

@@ -99,7 +99,7 @@ struct RecordsOptions {
 };
 
 void Records(const RecordsOptions& options, Context& context) {
-  CQXDBSession session(AddStandardPools);
+  CQXDBSession session(host::SetUpModel);
   JsonText json;
   if (options.markdown) {
     json.Begin().Text("markdown", Catalogue(session)).End();
@@ -140,7 +140,7 @@ void Records(const RecordsOptions& options, Context& context) {
 
 /// Every member that carries a unit, so that the whole catalogue can be checked on one page.
 void DescribeUnits(Context& context) {
-  CQXDBSession session(AddStandardPools);
+  CQXDBSession session(host::SetUpModel);
   Table table({"record", "member", ">category", "quantity", "converted"});
   JsonText json;
   json.BeginArray();
@@ -203,7 +203,7 @@ std::string DifferenceText(const RecordDifference& difference, const DiffOptions
 }
 
 void Diff(const DiffOptions& options, Context& context) {
-  CQXDocBase documents[2] = {CQXDocBase(AddStandardPools), CQXDocBase(AddStandardPools)};
+  CQXDocBase documents[2] = {CQXDocBase(host::SetUpModel), CQXDocBase(host::SetUpModel)};
   for (int i = 0; i < 2; ++i) {
     if (Outcome opened = documents[i].Open(i ? options.second : options.first); !opened) {
       return context.Refuse(opened.Error());

@@ -1,8 +1,10 @@
 // qxdb: the command line of QX_db, and its reference host application.
 
+#include <cstdlib>
 #include <fmt/format.h>
 
 #include "apps/qxdb/commands.h"
+#include "host/application.h"
 #include "host/texts.h"
 
 namespace qx::app {
@@ -19,7 +21,11 @@ CLI::App* AddCommand(CLI::App& app, Context& context, const std::string& name,
 
 int main(int argc, char** argv) {
   using namespace qx::app;
-  qx::host::TextCatalogue::Register();
+  const char* translation = std::getenv("QXDB_TEXTS");
+  if (const qx::Outcome read = qx::host::RegisterTexts(translation ? translation : ""); !read) {
+    fmt::print(stderr, "qxdb: {}\n", read.Line());
+  }
+  const qx::host::Application application;
   CLI::App app("Finite-element model database", "qxdb");
   app.footer("Exit codes: 0 done, 1 refused, 2 misuse.\nExample:\n  qxdb import wing.msh wing.qxm");
   app.require_subcommand(1);
@@ -31,9 +37,22 @@ int main(int argc, char** argv) {
   AddEdit(app, context);
   AddGateway(app, context);
   AddVerify(app, context);
+  AddCheck(app, context);
+  AddFix(app, context);
   AddDiff(app, context);
+  AddImportModel(app, context);
+  AddPool(app, context);
+  AddGeom(app, context);
+  AddSeed(app, context);
+  AddSets(app, context);
   AddRecords(app, context);
   AddUnits(app, context);
+  AddOrient(app, context);
+  AddDelete(app, context);
+  AddWhereUsed(app, context);
+  AddAxes(app, context);
+  AddMaterial(app, context);
+  AddProperty(app, context);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {

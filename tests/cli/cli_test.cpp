@@ -107,7 +107,7 @@ TEST_F(Cli, RefusesBadInputInOneLineAndChangesNothing) {
       {"show m.qxm node 9-3", "9-3"},
       {"show m.qxm node 70", "70"},
       {"edit delete m.qxm node 70-", "70-"},
-      {"edit renumber m.qxm node 1 --from 2", "node 2"},
+      {"edit renumber m.qxm node 1 --from 2", "NODE 2"},
       {"export m.qxm no/such/folder/x.vtu", "no/such/folder/x.vtu"},
       {"export m.qxm x.bdf", "x.bdf"},
       {"gateway read m.qxm loose.json --strict", "NODE 7 POS"},

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "qx_db/qx_db.h"
+#include "qx_db/record/element_types.h"
 
 #include "exchange/msh_reader.h"
 #include "sample_mesh.h"
@@ -39,6 +40,15 @@ TEST(CheckMesh, NamesTheFirstFault) {
       {"element 10: its node 0 is not in", [](Mesh& m) { m.connectivity[1] = 0; }},
       {"element 10: its node 2147483647", [](Mesh& m) { m.connectivity[1] = kMaxKey; }},
       {"its element 9 is not in the mesh", [](Mesh& m) { m.groups[1].elements[0] = 9; }},
+      {"its node 8 is not in the mesh",
+       [](Mesh& m) {
+         m.groups[1].nodes = {7, 8};
+       }},
+      {"it is a part of itself", [](Mesh& m) { m.groups[2].parent = 2; }},
+      {"it is a part of itself", [](Mesh& m) { m.groups[0].parent = 3, m.groups[3].parent = 0; }},
+      {"it is a part of no group", [](Mesh& m) { m.groups[0].parent = 5; }},
+      {"it is a part of no group", [](Mesh& m) { m.groups[0].parent = -2; }},
+      {"", [](Mesh& m) { m.groups[0].parent = 1, m.groups[2].parent = 1; }},
       {"", [](Mesh& m) { m.elements[5].key = kMaxKey, m.groups[2].elements = {kMaxKey}; }},
       {"element 2147483647: the number is used twice",  // keys too sparse for a bitmap
        [](Mesh& m) { m.elements[5].key = m.elements[8].key = kMaxKey; }},
@@ -61,7 +71,7 @@ class AddMeshTest : public testing::Test {
   CQXDBSession session_{AddStandardPools};
   DPoolNode& nodes_ = *session_.GetPool<DPoolNode>(code::kNode);
   DPoolElem& elements_ = *session_.GetPool<DPoolElem>(code::kElem);
-  DPoolActiveElemSet& sets_ = *session_.GetPool<DPoolActiveElemSet>(code::kActiveElemSet);
+  DPoolMset& sets_ = *session_.GetPool<DPoolMset>(code::kMset);
 };
 
 TEST_F(AddMeshTest, AddsEverythingInOneStep) {
@@ -87,7 +97,7 @@ TEST_F(AddMeshTest, AddsEverythingInOneStep) {
   }
   at = sets_.GetHeadPosition();
   for (const Mesh::Group& group : mesh.groups) {
-    const tagTActiveElemSet& set = sets_.GetNextNU(at);
+    const tagTMset& set = sets_.GetNextNU(at);
     EXPECT_EQ(Utf8(set.name.View()), group.name);
     std::vector<Key> keys;
     for (const ITR element : set.elements) keys.push_back(elements_.GetAtNU(element).key);
@@ -166,13 +176,47 @@ TEST_F(AddMeshTest, CoordinatesAreInCurrentUnits) {
   EXPECT_EQ(position, (tagTVector3<double>{1, -0.5, 0}));
 }
 
+TEST_F(AddMeshTest, GroupsBecomeMeshSetsInTheirHierarchy) {
+  ASSERT_TRUE(sets_.AddDefault());
+  Mesh mesh;
+  mesh.node_keys = {1, 2, 3, 4};
+  mesh.coordinates.resize(12);
+  mesh.elements = {{1, element::kLine2, 0}, {2, element::kLine2, 2}};
+  mesh.connectivity = {1, 2, 2, 3};
+  mesh.groups = {{"child", 1, {2, 1}, {}, 1, 0xABCDEF, 7},
+                 {"parent", 1, {2}, {4, 3, 4}, -1, -1, 0},
+                 {"default", 1, {1}, {}, -1, 5, DPoolMset::kDefaultKey},
+                 {"wish is taken", 1, {}, {}, 0, 5, 7}};
+  ASSERT_EQ(CheckMesh(mesh, "groups").Line(), "");
+  ASSERT_EQ(AddMesh(session_, mesh, "groups").Line(), "");
+  const auto keys = [](const TArray<ITR>& items) {
+    std::vector<Key> found;
+    for (const ITR item : items) found.push_back(KeyOf(item));
+    return found;
+  };
+  ASSERT_NE(sets_.Find(7), 0u);
+  const tagTMset& child = sets_.GetAtNU(sets_.Find(7));
+  ASSERT_NE(sets_.Find(child.parent_key), 0u);
+  const tagTMset& parent = sets_.GetAtNU(sets_.Find(child.parent_key));
+  EXPECT_EQ(child.color, 0xABCDEF);
+  EXPECT_EQ(keys(child.elements), (std::vector<Key>{2, 1}));
+  EXPECT_EQ(keys(child.nodes), (std::vector<Key>{2, 3, 1}));
+  EXPECT_EQ(Utf8(parent.name.View()), "parent");
+  EXPECT_EQ(keys(parent.nodes), (std::vector<Key>{2, 3, 4}));
+  EXPECT_EQ(Utf8(sets_.GetAtNU(sets_.DefaultItr()).name.View()), "default") << "it was empty";
+  EXPECT_EQ(sets_.GetSize(), 4);
+  const ITR other = sets_.GetItr(u"wish is taken");
+  EXPECT_EQ(sets_.GetAtNU(other).parent_key, 7);
+}
+
 TEST_F(AddMeshTest, SetsGetFreshKeysUpToTheLast) {
-  tagTActiveElemSet last;
+  tagTMset last;
   last.key = kMaxKey;
   ASSERT_TRUE(sets_.InsertNU(last));
   ASSERT_EQ(AddMesh(session_, SampleMesh(), "sample").Line(), "");
   EXPECT_EQ(sets_.GetSize(), 6);
-  EXPECT_NE(sets_.Find(1), 0u);
+  EXPECT_EQ(sets_.Find(1), 0u) << "that of the default mesh set";
+  EXPECT_NE(sets_.Find(2), 0u);
 }
 
 }  // namespace

@@ -297,8 +297,8 @@ TEST_F(VtuWriter, NoTwoArraysShareAName) {
   const std::vector<double> none(static_cast<std::size_t>(elements_.GetSize()));
   ASSERT_TRUE(WriteVtu(session_, path_, VtuEncoding::kAscii, {{"x", none}, {"x", none}}));
   const VtuFile file = Read(path_);
-  for (const char* name : {"dimension 1", "dimension 1 (set 6)", "dimension 1 (set 7)",
-                           "element_key", "element_key (set 8)", "tab?here", "x", "x (value)"}) {
+  for (const char* name : {"dimension 1", "dimension 1 (set 1)", "dimension 1 (set 2)",
+                           "element_key", "element_key (set 3)", "tab?here", "x", "x (value)"}) {
     EXPECT_TRUE(file.arrays.contains(name)) << name;
   }
 }

@@ -112,6 +112,7 @@ void Journal::RestoreImage(const Step& step, const Change& change, bool before) 
   TStructBase& record = *KeyedSetBase::RecordAt(change.item);
   if (LoadAt<Key>(image) == record.GetKey()) {
     record.Stream2Data(image, size);
+    Pool(change.type).Set().Touch();
     return;
   }
   DPoolBase& pool = Pool(change.type);

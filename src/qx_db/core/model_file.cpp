@@ -9,6 +9,7 @@
 #include <xxhash.h>
 
 #include "qx_db/core/checked_vfs.h"
+#include "qx_db/core/image_stream.h"
 #include "qx_db/core/schema_text.h"
 #include "qx_db/platform/file.h"
 #include "qx_db/record/verbs.h"
@@ -212,12 +213,7 @@ Outcome ModelFileWriter::WritePool(const DPoolBase& pool) {
       return Failure{w.path, std::string(schema.Name()) + " " + std::to_string(record.GetKey()),
                      "is too large for a model file", "split the record"};
     }
-    const std::size_t at = images.size();
-    images.resize(at + 4 + size);
-    StoreAt(images.data() + at, size);
-    WriteImage(schema, record, images.data() + at + 4);
-    ImageIteratorsToKeys(schema, images.data() + at + 4);
-    bytes += size;
+    bytes += AppendImage(schema, record, images);
     ++in_chunk;
     if (images.size() >= kChunkBytes && !flush()) return w.Fault();
   }
@@ -348,24 +344,10 @@ Outcome ModelFileReader::ReadPool(DPoolBase& pool) {
     const std::span<const char> images = chunks.Blob(2);
     if (Checksum(images) != chunks.Int(1)) return impl_->Fault(place, "the checksum differs");
     const std::int64_t in_chunk = chunks.Int(0);
-    std::size_t at = 0;
-    for (std::int64_t i = 0; i < in_chunk; ++i, ++records) {
-      const std::size_t left = images.size() - at;
-      const std::uint32_t size = left >= 4 ? LoadAt<std::uint32_t>(images.data() + at) : 0;
-      if (left < 4 || size > left - 4) return impl_->Fault(place, "ends inside a record");
-      const char* image = images.data() + at + 4;
-      if (const std::string fault = (*reader)->Check(image, size); !fault.empty()) {
-        return impl_->Fault(place + ", record " + std::to_string(i), fault);
-      }
-      TStructBase* record = pool.GetDataPtrForUndoRedo();
-      (*reader)->Read(image, *record);
-      if (!pool.Set().Insert(*record)) {
-        return impl_->Fault(place, "key " + std::to_string(record->GetKey()) +
-                                       (record->GetKey() < 0 ? " is negative" : " is used twice"));
-      }
-      at += 4 + size;
+    if (const std::string fault = ReadImages(images, in_chunk, **reader, pool); !fault.empty()) {
+      return impl_->Fault(place, fault);
     }
-    if (at != images.size()) return impl_->Fault(place, "has bytes after its last record");
+    records += in_chunk;
   }
   if (step != SQLITE_DONE) return impl_->Fault(pool_name, sqlite3_errmsg(impl_->db.get()));
   if (entry->records != records) {

@@ -11,44 +11,77 @@ namespace {
 
 bool IsDead(ITR itr) { return itr != 0 && KeyedSetBase::IsRemoved(itr); }
 
-bool HasDeadReference(const std::vector<const Row*>& rows, TStructBase& record) {
+/// Counts the live and the dead references of a row.
+struct Tally {
+  std::int32_t live = 0;
+  std::int32_t dead = 0;
+};
+
+Tally Count(const Row& row, TStructBase& record) {
+  Tally tally;
+  const auto count = [&](const Row&, const char* slot) {
+    const ITR itr = LoadAt<ITR>(slot);
+    tally.dead += IsDead(itr);
+    tally.live += itr != 0 && !IsDead(itr);
+  };
   char* bytes = detail::Bytes(record);
-  for (const Row* row : rows) {
-    if (!row->IsArray()) {
-      if (IsDead(LoadAt<ITR>(bytes + row->offset))) return true;
-      continue;
-    }
-    const ArrayStorage& array = detail::ArrayAt(bytes, *row);
-    const char* slot = static_cast<const char*>(array.data) + std::max(row->inner_reference, 0);
-    for (std::int32_t i = 0; i < array.count; ++i, slot += row->element_size) {
-      if (IsDead(LoadAt<ITR>(slot))) return true;
-    }
+  if (row.IsArray()) {
+    ArrayStorage& array = detail::ArrayAt(bytes, row);
+    detail::ForEachSlot(row, static_cast<char*>(array.data), array.count, count);
+  } else {
+    count(row, bytes + row.offset);
   }
-  return false;
+  return tally;
 }
 
-void DropFrom(const std::vector<const Row*>& rows, TStructBase& record) {
-  char* bytes = detail::Bytes(record);
+enum class Fate { kUntouched, kRepaired, kRemoved };
+
+Fate FateOf(const std::vector<const Row*>& rows, const Schema& schema, TStructBase& record) {
+  Fate fate = Fate::kUntouched;
+  bool lost_some = false;
   for (const Row* row : rows) {
-    if (!row->IsArray()) {
-      if (IsDead(LoadAt<ITR>(bytes + row->offset))) StoreAt<ITR>(bytes + row->offset, 0);
-      continue;
-    }
-    ArrayStorage& array = detail::ArrayAt(bytes, *row);
-    const auto size = static_cast<std::size_t>(row->element_size);
-    char* kept = static_cast<char*>(array.data);
-    for (std::int32_t i = 0; i < array.count; ++i) {
-      const char* element = static_cast<char*>(array.data) + static_cast<std::size_t>(i) * size;
-      if (IsDead(LoadAt<ITR>(element + std::max(row->inner_reference, 0)))) continue;
-      std::memmove(kept, element, size);
-      kept += size;
-    }
-    array.count =
-        static_cast<std::int32_t>((kept - static_cast<char*>(array.data)) / row->element_size);
+    if (Count(*row, record).dead == 0) continue;
+    if (row->on_removal == OnRemoval::kDie) return Fate::kRemoved;
+    lost_some |= row->on_removal == OnRemoval::kDieWithLast;
+    fate = Fate::kRepaired;
+  }
+  if (!lost_some) return fate;
+  for (const Row* row : schema.References()) {
+    if (row->on_removal == OnRemoval::kDieWithLast && Count(*row, record).live > 0) return fate;
+  }
+  return Fate::kRemoved;
+}
+
+void ClearFrom(const Row& row, char* bytes) {
+  if (row.IsArray()) {
+    DropEntries(row, bytes, IsDead);
+  } else if (IsDead(LoadAt<ITR>(bytes + row.offset))) {
+    StoreAt<ITR>(bytes + row.offset, 0);
   }
 }
 
 }  // namespace
+
+void DropEntries(const Row& row, char* bytes, bool (*is_gone)(ITR)) {
+  ArrayStorage& array = detail::ArrayAt(bytes, row);
+  // The array beside this one holds 32-bit values; one of another length belongs to nothing.
+  auto* beside = reinterpret_cast<ArrayStorage*>(bytes + row.beside);
+  auto* companions = row.beside && beside->count == array.count
+                         ? static_cast<std::int32_t*>(beside->data)
+                         : nullptr;
+  const auto size = static_cast<std::size_t>(row.element_size);
+  char* const elements = static_cast<char*>(array.data);
+  std::int32_t kept = 0;
+  for (std::int32_t i = 0; i < array.count; ++i) {
+    const char* element = elements + static_cast<std::size_t>(i) * size;
+    if (is_gone(LoadAt<ITR>(element + std::max(row.inner_reference, 0)))) continue;
+    std::memmove(elements + static_cast<std::size_t>(kept) * size, element, size);
+    if (companions) companions[kept] = companions[i];
+    ++kept;
+  }
+  array.count = kept;
+  if (companions) beside->count = kept;
+}
 
 int DropDeadReferences(DPoolBase& pool) {
   std::vector<const Row*> rows;
@@ -58,11 +91,17 @@ int DropDeadReferences(DPoolBase& pool) {
   }
   if (rows.empty()) return 0;
   int changed = 0;
-  for (ITR pos = pool.GetHeadPosition(); pos; pool.Next(pos)) {
-    if (!HasDeadReference(rows, *KeyedSetBase::RecordAt(pos))) continue;
-    TStructBase* repaired = pool.CopyToDummyPtr(pos);
-    DropFrom(rows, *repaired);
-    changed += pool.SetAtNU(pos, repaired);
+  for (ITR pos = pool.GetHeadPosition(); pos;) {
+    ITR item = pos;
+    pool.Next(pos);
+    const Fate fate = FateOf(rows, pool.GetSchema(), *KeyedSetBase::RecordAt(item));
+    if (fate == Fate::kRemoved) {
+      changed += pool.Remove(item);
+    } else if (fate == Fate::kRepaired) {
+      TStructBase* repaired = pool.CopyToDummyPtr(item);
+      for (const Row* row : rows) ClearFrom(*row, detail::Bytes(*repaired));
+      changed += pool.SetAtNU(item, repaired);
+    }
   }
   return changed;
 }

@@ -2,25 +2,478 @@
 
 #include <algorithm>
 
+#include "qx_db/callback/app_db.h"
+#include "qx_db/callback/db_interface.h"
 #include "qx_db/core/session.h"
+#include "qx_db/lib/variants.h"
+#include "qx_db/model/reference_index.h"
+#include "qx_db/record/verbs.h"
 
 namespace qx {
+namespace {
+
+bool IsDead(ITR itr) { return itr != 0 && KeyedSetBase::IsRemoved(itr); }
+
+/// Membership in the sets of element types, one bit a set.
+enum TypeBit : std::uint8_t { kCarries = 1, kKeeps = 2, kDefaults = 4, kInterfaceLine = 8 };
+
+constexpr std::array<std::uint8_t, 88> TypeBits() {
+  std::array<std::uint8_t, 88> bits{};
+  const auto set = [&](std::uint8_t bit, std::initializer_list<std::size_t> types) {
+    for (const std::size_t type : types) bits[type] |= bit;
+  };
+  set(kCarries, {2, 3, 46, 47, 54, 77, 79, 80, 81});
+  set(kKeeps, {2, 3, 46, 47, 54});
+  set(kDefaults, {2, 3, 54, 79, 80, 81});
+  set(kInterfaceLine, {46, 47, 71, 72});
+  return bits;
+}
+
+bool HasBit(std::int32_t type, TypeBit bit) {
+  static constexpr auto kBits = TypeBits();
+  return type >= 0 && static_cast<std::size_t>(type) < kBits.size() &&
+         (kBits[static_cast<std::size_t>(type)] & bit) != 0;
+}
+
+constexpr const auto& kAttached = element_rule::kKeyedPools;
+
+/// From this code on elements may have a special property.
+constexpr std::int32_t kFirstSpecial = 30;
+bool HasSpecialProperty(std::int32_t type) {
+  return type >= kFirstSpecial && type != 46 && type != 47;
+}
+
+}  // namespace
+
+namespace element_rule {
+bool CarriesOrientation(std::int32_t type) { return HasBit(type, kCarries); }
+bool KeepsOrientation(std::int32_t type) { return HasBit(type, kKeeps); }
+bool HasDefaultOrientation(std::int32_t type) { return HasBit(type, kDefaults); }
+bool IsInterfaceLine(std::int32_t type) { return HasBit(type, kInterfaceLine); }
+bool TakesAlong(std::int32_t type, std::uint16_t keyed_pool) {
+  if (keyed_pool == code::kEcrd) return HasBit(type, kCarries);
+  return keyed_pool != code::kSprop || type >= kFirstSpecial;
+}
+}  // namespace element_rule
+
+// ---- nodes --------------------------------------------------------------------------------------
+
+int DPoolNode::Get(ITR pos, tagTNode& out) const {
+  if (pos == 0 || KeyedSetBase::IsRemoved(pos)) return 0;
+  out = GetAtNU(pos);
+  out.ConvertUnitOut(&GetSession()->Units());
+  return 1;
+}
+
+int DPoolNode::SetAt(ITR pos, const tagTNode& node) {
+  if (pos == 0 || KeyedSetBase::IsRemoved(pos)) return 0;
+  tagTNode stored = node;
+  stored.ConvertUnitIn(&GetSession()->Units());
+  return SetAtNU(pos, stored);
+}
+
+// ---- elements of nodes --------------------------------------------------------------------------
+
+struct DPoolElem::NodeAssociation {
+  RowIndex base;
+  std::unordered_map<ITR, std::vector<ITR>> changed;  // nodes whose elements differ from the base
+  std::uint64_t revision;                             // of the elements
+
+  std::span<const ITR> Elements(ITR node) const {
+    const auto found = changed.find(node);
+    return found == changed.end() ? base.Users(node) : std::span<const ITR>(found->second);
+  }
+  std::vector<ITR>& Change(ITR node) {
+    const auto [place, is_new] = changed.try_emplace(node);
+    if (is_new) {
+      const std::span<const ITR> elements = base.Users(node);
+      place->second.assign(elements.begin(), elements.end());
+    }
+    return place->second;
+  }
+  void Add(const tagTElem& element, ITR pos) {
+    for (const ITR node : element.nodes) {
+      if (node == 0) continue;
+      std::vector<ITR>& elements = Change(node);
+      if (std::find(elements.begin(), elements.end(), pos) == elements.end()) {
+        elements.push_back(pos);
+      }
+    }
+  }
+  void Drop(const tagTElem& element, ITR pos) {
+    for (const ITR node : element.nodes) {
+      if (node != 0) std::erase(Change(node), pos);
+    }
+  }
+  /// More changes than this cost more than building the association anew.
+  bool IsWorn() const { return changed.size() > 10000; }
+};
+
+DPoolElem::DPoolElem(CQXDBSession* session) : DPoolPlain(session) {}
+DPoolElem::~DPoolElem() = default;
+
+const DPoolNode& DPoolElem::Nodes() const { return *GetSession()->GetPool<DPoolNode>(code::kNode); }
+
+ReferenceIndex& DPoolElem::References() const {
+  if (!references_) references_ = std::make_unique<ReferenceIndex>(*GetSession());
+  return *references_;
+}
+
+bool DPoolElem::AssociationIsCurrent() const {
+  return by_node_ && by_node_->revision == Set().Revision();
+}
+
+std::int32_t DPoolElem::GetElemListByNodeItr(ITR node, TArray<ITR>& out) const {
+  out.SetSize(0);
+  if (node == 0) return 0;
+  if (!AssociationIsCurrent() || by_node_->IsWorn()) {
+    by_node_.reset();
+    const Row& row = *GetSchema().Find(u"_NODE_IDS");
+    by_node_.reset(new NodeAssociation{RowIndex(*this, row, Nodes()), {}, Set().Revision()});
+  }
+  const std::span<const ITR> elements = by_node_->Elements(node);
+  out.Assign(elements.data(), elements.size());
+  return out.GetSize();
+}
+
+void DPoolElem::UpdateDataAssoc(ITR pos, const tagTElem& before, const tagTElem& after) {
+  if (before.nodes == after.nodes) return;
+  by_node_->Drop(before, pos);
+  by_node_->Add(after, pos);
+}
+
+void DPoolElem::RemoveDataAssoc(ITR pos) {
+  if (!AssociationIsCurrent()) return;
+  by_node_->Drop(GetAtNU(pos), pos);
+  if (by_node_->IsWorn()) by_node_.reset();
+}
+
+// ---- storing ------------------------------------------------------------------------------------
+
+ITR DPoolElem::InsertNU(const tagTElem& element) {
+  const bool follow = AssociationIsCurrent();
+  const ITR pos = DPool::InsertNU(element);
+  if (pos && follow) {
+    by_node_->Add(element, pos);
+    by_node_->revision = Set().Revision();
+  }
+  return pos;
+}
+
+int DPoolElem::SetAtNU(ITR pos, const tagTElem& element) {
+  if (pos == 0) return 0;
+  const bool follow = AssociationIsCurrent();
+  const bool new_key = GetAtNU(pos).key != element.key && element.key >= 0;
+  if (!follow && !new_key) return DPool::SetAtNU(pos, element);
+  const tagTElem before = GetAtNU(pos);
+  Attached attached{};
+  if (new_key) {
+    attached = TakeAttached(pos);
+    const ITR former = Find(element.key);
+    if (former) displaced_.try_emplace(former, AttachedTo(element.key));
+  }
+  if (!DPool::SetAtNU(pos, element)) return 0;
+  if (new_key) FollowKey(attached, element.key);
+  displaced_revision_ = Set().Revision();
+  if (follow) {
+    UpdateDataAssoc(pos, before, element);
+    by_node_->revision = Set().Revision();
+  }
+  return 1;
+}
+
+DPoolElem::Attached DPoolElem::AttachedTo(Key key) const {
+  Attached attached{};
+  for (std::size_t i = 0; i < kAttached.size(); ++i) {
+    const DPoolBase* pool = GetSession()->GetDataPool(kAttached[i]);
+    if (pool && !pool->Set().IsEmpty()) attached[i] = pool->Set().Find(key);
+  }
+  return attached;
+}
+
+/// What is keyed by the element at `pos`, which no longer waits as displaced.
+DPoolElem::Attached DPoolElem::TakeAttached(ITR pos) {
+  if (displaced_revision_ != Set().Revision()) displaced_.clear();
+  const auto found = displaced_.find(pos);
+  if (found == displaced_.end()) return AttachedTo(GetAtNU(pos).key);
+  Attached attached = found->second;
+  displaced_.erase(found);
+  for (ITR& item : attached) {
+    if (IsDead(item)) item = 0;
+  }
+  return attached;
+}
+
+void DPoolElem::FollowKey(const Attached& attached, Key key) {
+  for (std::size_t i = 0; i < kAttached.size(); ++i) {
+    if (attached[i] == 0) continue;
+    DPoolBase& pool = *GetSession()->GetDataPool(kAttached[i]);
+    ITR item = attached[i];
+    TStructBase* record = pool.CopyToDummyPtr(item);
+    StoreAt<Key>(detail::Bytes(*record) + 8, key);
+    pool.SetAtNU(item, record);
+  }
+}
+
+/// Stores a record under its key, whether the pool has one with that key or not.
+template <class T>
+int DPoolElem::StoreAttached(std::uint16_t type, const T& record) {
+  auto* pool = GetSession()->GetPool<DPool<T>>(type);
+  if (!pool) return 0;
+  const ITR pos = pool->Find(record.key);
+  return pos ? pool->SetAtNU(pos, record) : pool->InsertNU(record) != 0;
+}
+
+int DPoolElem::SetAtNUwCsys(ITR pos, const tagTElem& element, tagTEcrd& orientation, int check) {
+  if (check && !IsValidEcrd(element, orientation)) return 0;
+  if (!SetAtNU(pos, element)) return 0;
+  orientation.key = element.key;
+  orientation.element_type = element.type;
+  return StoreAttached(code::kEcrd, orientation);
+}
+
+int DPoolElem::SetAtNUwSprop(ITR pos, const tagTElem& element, tagTSprop& property, int) {
+  if (!SetAtNU(pos, element)) return 0;
+  property.key = element.key;
+  return StoreAttached(code::kSprop, property);
+}
+
+int DPoolElem::SetAtWithKeepData(ITR pos, const tagTElem& element) {
+  if (pos == 0) return 0;
+  // The data is looked up under the new key, once it has followed there.
+  if (GetAtNU(pos).key != element.key && !SetAtNU(pos, element)) return 0;
+  if (element_rule::KeepsOrientation(element.type)) {
+    tagTEcrd orientation;
+    GetElemCSys(pos, orientation);
+    if (!SetAtNUwCsys(pos, element, orientation, 0)) return 0;
+  }
+  if (HasSpecialProperty(element.type)) {
+    tagTSprop property;
+    GetElemNUSprop(pos, property);
+    if (!SetAtNUwSprop(pos, element, property, 0)) return 0;
+  }
+  const bool is_plain =
+      element.type == 0 || element.type == 1 || (element.type >= 4 && element.type <= 29);
+  return is_plain ? SetAtNU(pos, element) : 1;
+}
+
+int DPoolElem::SetAtSprop(ITR pos, const tagTSprop& property) {
+  if (pos == 0 || KeyedSetBase::IsRemoved(pos)) return 0;
+  tagTSprop stored = property;
+  stored.key = GetAtNU(pos).key;
+  stored.ConvertUnitIn(&GetSession()->Units());
+  return StoreAttached(code::kSprop, stored);
+}
+
+namespace {
+
+template <class T>
+int CopyKeyed(const CQXDBSession& session, Key key, T& out) {
+  const auto* pool = session.GetPool<DPool<T>>(T::kType);
+  const ITR pos = pool ? pool->Find(key) : 0;
+  if (pos) out = pool->GetAtNU(pos);
+  return pos != 0;
+}
+
+}  // namespace
+
+int DPoolElem::GetElemCSys(ITR pos, tagTEcrd& out) const {
+  return pos != 0 && CopyKeyed(*GetSession(), GetAtNU(pos).key, out);
+}
+
+int DPoolElem::GetElemNUSprop(ITR pos, tagTSprop& out) const {
+  return pos != 0 && CopyKeyed(*GetSession(), GetAtNU(pos).key, out);
+}
+
+int DPoolElem::GetElemSprop(ITR pos, tagTSprop& out) const {
+  if (!GetElemNUSprop(pos, out)) return 0;
+  out.ConvertUnitOut(&GetSession()->Units());
+  return 1;
+}
+
+// ---- removing -----------------------------------------------------------------------------------
+
+int DPoolElem::RemoveAttached(ITR pos) {
+  const std::int32_t type = GetAtNU(pos).type;
+  const Attached attached = displaced_.empty() ? AttachedTo(GetAtNU(pos).key) : TakeAttached(pos);
+  for (std::size_t i = 0; i < kAttached.size(); ++i) {
+    if (attached[i] == 0 || !element_rule::TakesAlong(type, kAttached[i])) continue;
+    if (!GetSession()->GetDataPool(kAttached[i])->Remove(attached[i])) return 0;
+  }
+  return 1;
+}
+
+int DPoolElem::RemoveNext(ITR& pos) {
+  if (pos == 0 || !RemoveAttached(pos)) return 0;
+  RemoveDataAssoc(pos);
+  const bool follow = AssociationIsCurrent();
+  const int result = DPool::RemoveNext(pos);
+  if (follow) by_node_->revision = Set().Revision();
+  return result;
+}
+
+int DPoolElem::Remove(const ITR& pos) {
+  ITR moving = pos;
+  return RemoveNext(moving);
+}
+
+void DPoolElem::RemoveAll() {
+  for (ITR pos = GetHeadPosition(); pos; Next(pos)) RemoveAttached(pos);
+  by_node_.reset();
+  DPool::RemoveAll();
+}
+
+// ---- reacting -----------------------------------------------------------------------------------
 
 int DPoolElem::ProcessRelation() {
-  const DPoolBase* nodes = GetSession()->GetDataPool(code::kNode);
-  if (!nodes || !nodes->HasChanged(kRemovedFlag)) return 1;
-  const auto is_dead = [](ITR itr) { return itr != 0 && KeyedSetBase::IsRemoved(itr); };
+  displaced_.clear();
+  CQXDBSession& session = *GetSession();
+  constexpr int kTendonMode = 99;
+  IAppDB* app = IAppDB::Instance();
+  const bool wide = (app && app->QueryMode(&session, kTendonMode) != 0) || IsVariantC();
+  const DPoolBase* nodes = session.GetDataPool(code::kNode);
+  const bool nodes_went = nodes && nodes->HasChanged(kRemovedFlag);
+  if (!nodes_went && !(wide && HasChanged(kInsertedFlag | kModifiedFlag))) {
+    return ForgetDeadProperties();
+  }
+  if (!ProcessDeadElements()) return 0;
+  if (!wide) return 1;
+  IQXDbInterface* host = IQXDbInterface::Instance();
+  if (!host) return 0;
+  return host->NeedSplitMergedTendonNode(&session) ? SplitMergedTendonNode() : 1;
+}
+
+int DPoolElem::ProcessDeadElements() {
+  const auto revision = [this](std::uint16_t type) {
+    const DPoolBase* pool = GetSession()->GetDataPool(type);
+    return pool ? pool->Set().Revision() : 0;
+  };
+  const std::array others = {revision(code::kNode), revision(code::kProp)};
+  if (processed_ == std::array{others[0], others[1], Set().Revision()}) return 1;
   for (ITR pos = GetHeadPosition(); pos;) {
     const tagTElem& element = GetAtNU(pos);
-    const bool dies = std::any_of(element.nodes.begin(), element.nodes.end(), is_dead) ||
-                      is_dead(element.property);
+    const bool dies =
+        std::any_of(element.nodes.begin(), element.nodes.end(), IsDead) || IsDead(element.property);
     if (!dies) {
       Next(pos);
     } else if (!RemoveNext(pos)) {
       return 0;
     }
   }
+  processed_ = {others[0], others[1], Set().Revision()};
   return 1;
+}
+
+/// In a step that removed no node elements outlive their property; they must not keep pointing to
+/// it once it is freed.
+int DPoolElem::ForgetDeadProperties() {
+  const DPoolBase* properties = GetSession()->GetDataPool(code::kProp);
+  if (!properties || !properties->HasChanged(kRemovedFlag)) return 1;
+  for (ITR pos = GetHeadPosition(); pos; Next(pos)) {
+    if (!IsDead(GetAtNU(pos).property)) continue;
+    tagTElem element = GetAtNU(pos);
+    element.property = 0;
+    if (!SetAtNU(pos, element)) return 0;
+  }
+  return 1;
+}
+
+void DPoolElem::OnAfterActive(unsigned long, void*) {
+  auto* orientations = GetSession()->GetPool<DPoolEcrd>(code::kEcrd);
+  if (!orientations) return;
+  for (ITR pos = orientations->GetHeadPosition(); pos;) {
+    const tagTEcrd& record = orientations->GetAtNU(pos);
+    const ITR element = Find(record.key);
+    if (element == 0) {
+      orientations->RemoveNext(pos);
+      continue;
+    }
+    if (record.element_type != GetAtNU(element).type) {
+      tagTEcrd repaired = record;
+      repaired.element_type = GetAtNU(element).type;
+      orientations->SetAtNU(pos, repaired);
+    }
+    orientations->Next(pos);
+  }
+  for (ITR pos = GetHeadPosition(); pos; Next(pos)) {
+    const tagTElem& element = GetAtNU(pos);
+    // Only where a missing record means the default anyway, so that no element turns.
+    if (!element_rule::HasDefaultOrientation(element.type)) continue;
+    if (orientations->Find(element.key)) continue;
+    tagTEcrd record;
+    record.key = element.key;
+    record.element_type = element.type;
+    orientations->InsertNU(record);
+  }
+}
+
+void DPoolElem::OnAfterUndoRedo() {
+  displaced_.clear();
+  by_node_.reset();
+}
+
+// ---- queries ------------------------------------------------------------------------------------
+
+std::int32_t DPoolElem::GetItrPropList(ITR property, TArray<ITR>& out) const {
+  out.SetSize(0);
+  if (property == 0) return 0;
+  const auto elements = References().Users(*this, *GetSchema().Find(u"_PROPERTY"), property);
+  out.Assign(elements.data(), elements.size());
+  return out.GetSize();
+}
+
+int DPoolElem::IsUsedItrProp(const ITR& property) const {
+  return property != 0 &&
+         !References().Users(*this, *GetSchema().Find(u"_PROPERTY"), property).empty();
+}
+
+int DPoolElem::GetItrSetByItrPropSet(const std::set<ITR>& properties,
+                                     std::set<ITR>& elements) const {
+  for (const ITR property : properties) {
+    TArray<ITR> list;
+    GetItrPropList(property, list);
+    elements.insert(list.begin(), list.end());
+  }
+  return 1;
+}
+
+int DPoolElem::Private_ApplyProp(const TArray<ITR>& elements, ITR property) {
+  if (IsDead(property)) return 0;
+  for (const ITR pos : elements) {
+    if (pos == 0 || KeyedSetBase::IsRemoved(pos)) return 0;
+    tagTElem element = GetAtNU(pos);
+    element.property = property;
+    if (!SetAtNU(pos, element)) return 0;
+  }
+  return 1;
+}
+
+namespace {
+
+/// Whether a record of one of the pools lists the element.
+int IsListed(const DPoolElem& elements, ITR pos, std::initializer_list<std::uint16_t> types) {
+  if (pos == 0) return 0;
+  for (const std::uint16_t type : types) {
+    const DPoolBase* pool = elements.GetSession()->GetDataPool(type);
+    if (!pool) continue;
+    for (const Row* row : pool->GetSchema().References()) {
+      if (row->target != code::kElem) continue;
+      if (!elements.References().Users(*pool, *row, pos).empty()) return 1;
+    }
+  }
+  return 0;
+}
+
+}  // namespace
+
+int DPoolElem::Is1DParamExist(ITR pos) const {
+  return IsListed(*this, pos, {code::kE1DOffset, code::kE1DRelease});
+}
+
+int DPoolElem::Is2DParamExist(ITR pos) const {
+  return IsListed(*this, pos,
+                  {code::kE2DThick, code::kE2DOffset, code::kE2DMatlCsys, code::kE2DRelease,
+                   code::kE2DSatUnsat, code::kE2DAutoTemp});
 }
 
 }  // namespace qx

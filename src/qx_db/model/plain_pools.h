@@ -1,7 +1,8 @@
 #pragma once
 // A pool for every record type. Most need no rules of their own; PoolOf says which class serves.
 
-#include "qx_db/pool/data_pool.h"
+#include "qx_db/pool/ext_db_pool.h"
+#include "qx_db/pool/temp_pool.h"
 #include "qx_db/record/catalogue.h"
 
 namespace qx {
@@ -12,14 +13,17 @@ struct PoolOf {
   using type = DPoolPlain<T>;
 };
 
-using DPoolEcrd = DPoolPlain<tagTEcrd>;
 using DPoolActiveElemSet = DPoolPlain<tagTActiveElemSet>;
 using DPoolESid = DPoolPlain<tagTESid>;
 
-#define QX_DECLARE_POOL(T)        \
-  extern template class DPool<T>; \
+#define QX_DECLARE_POOL(T)             \
+  extern template class DPool<T>;      \
+  extern template class DPoolExtDB<T>; \
   extern template class DPoolPlain<T>;
 QX_FOR_EACH_RECORD(QX_DECLARE_POOL)
 #undef QX_DECLARE_POOL
+
+extern template class DPoolTmp<tagTNode>;
+extern template class DPoolTmp<tagTElem>;
 
 }  // namespace qx

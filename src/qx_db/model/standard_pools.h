@@ -2,7 +2,11 @@
 // The pools that every model has.
 
 #include "qx_db/core/session.h"
+#include "qx_db/model/mesh_coordinate_pool.h"
+#include "qx_db/model/mesh_generation_pool.h"
 #include "qx_db/model/mesh_pools.h"
+#include "qx_db/model/mesh_set_pool.h"
+#include "qx_db/model/size_control_pool.h"
 
 namespace qx {
 

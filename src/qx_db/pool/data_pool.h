@@ -156,20 +156,4 @@ void DPool<T>::RemoveAll() {
   records_.RemoveAllWithoutDelete();
 }
 
-/// A pool without rules of its own: a deletor, and the I/O name that follows from the record's:
-/// tagTNode lives in "_NODE", tagMGInfo in "_MGINFO".
-template <class T>
-class QXDB_API DPoolPlain : public DPool<T> {
- public:
-  explicit DPoolPlain(CQXDBSession* session)
-      : DPool<T>(T::kType, session), io_name_(IONameOf(T::GetSchema().Name())), deletor_(*this) {}
-
-  DeletorBase* GetDeletor() override { return &deletor_; }
-  const char16_t* GetIOName() const override { return io_name_.c_str(); }
-
- private:
-  std::u16string io_name_;
-  DeletorBase deletor_;
-};
-
 }  // namespace qx

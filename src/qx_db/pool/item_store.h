@@ -37,6 +37,8 @@ class QXDB_API ItemStore {
     const auto distance = static_cast<std::uint64_t>(slot - range_.data());
     return static_cast<std::uint32_t>((distance >> shift_) * inverse_);
   }
+  /// One more than the highest slot number taken so far.
+  std::uint32_t SlotLimit() const { return static_cast<std::uint32_t>(Footprint() / slot_size_); }
   /// Bytes that slots have taken so far.
   std::size_t Footprint() const { return static_cast<std::size_t>(next_ - range_.data()); }
 

@@ -217,6 +217,7 @@ ITR KeyedSetBase::Insert(const TStructBase& record) {
   SetMinMaxKey(key);
   table_.PushFront(item, place);
   InsertToList(item);
+  ++revision_;
   return ToItr(item);
 }
 
@@ -224,6 +225,7 @@ int KeyedSetBase::SetAt(ITR pos, const TStructBase& record) {
   const Key key = record.GetKey();
   if (pos == 0 || key < 0) return 0;
   char* item = ToItem(pos);
+  ++revision_;
   if (key == KeyAt(item)) {
     ops_.assign(item + kRecordOffset, record);
     return 1;
@@ -231,6 +233,7 @@ int KeyedSetBase::SetAt(ITR pos, const TStructBase& record) {
   if (KeyAt(item) < 0 || !Find(KeyAt(item))) return 0;
   SetMinMaxKey(key);
   shared_keys_ = shared_keys_ || Find(key) != 0;
+  used_keys_.OnFreed(KeyAt(item));
   table_.Unlink(item);
   ops_.assign(item + kRecordOffset, record);
   table_.PushFront(item);
@@ -242,6 +245,7 @@ int KeyedSetBase::Remove(ITR pos) { return RemoveNext(pos); }
 int KeyedSetBase::RemoveNext(ITR& pos) {
   if (pos == 0) return 0;
   char* item = ToItem(pos);
+  OnUnlink(item);
   table_.Unlink(item);
   RemoveFromList(item);
   pos = ToItr(LinksOf(item).list_next);
@@ -254,6 +258,7 @@ int KeyedSetBase::RemoveWithoutDelete(ITR pos) { return RemoveNextWithoutDelete(
 int KeyedSetBase::RemoveNextWithoutDelete(ITR& pos) {
   if (pos == 0) return 0;
   char* item = ToItem(pos);
+  OnUnlink(item);
   table_.Unlink(item);
   RemoveFromList(item);
   SetState(pos, StateOf(pos) | kRemovedBit);
@@ -264,6 +269,8 @@ int KeyedSetBase::RemoveNextWithoutDelete(ITR& pos) {
 
 void KeyedSetBase::RemoveAll() {
   max_key_ = min_key_ = 0;
+  ++revision_;
+  used_keys_.Forget();
   const bool by_page = detached_ == 0;
   if (count_ == 0) {  // the buckets are zero already
     if (by_page) store_.Clear();
@@ -288,6 +295,8 @@ void KeyedSetBase::RemoveAll() {
 }
 
 void KeyedSetBase::RemoveAllWithoutDelete() {
+  ++revision_;
+  used_keys_.Forget();
   if (shared_keys_) {
     // One by one, so that chains with equal keys come back in their order.
     while (head_) RemoveWithoutDelete(ToItr(head_));
@@ -323,16 +332,22 @@ void KeyedSetBase::ResetMinMaxKey() {
 }
 
 Key KeyedSetBase::GetNewKeyUp(Key start) const {
-  while (start >= 0 && Find(start)) {
-    start = static_cast<Key>(static_cast<std::uint32_t>(start) + 1);
-  }
-  return start;
+  const auto next = [](Key key) { return static_cast<Key>(static_cast<std::uint32_t>(key) + 1); };
+  const bool full = !shared_keys_ && count_ > 0 && std::int64_t{max_key_} - min_key_ + 1 == count_;
+  if (full && start >= min_key_ && start <= max_key_) return next(max_key_);
+  const auto is_used = [&](Key key) { return Find(key) != 0; };
+  const Key first = start < 0 ? start : used_keys_.SkipUsed(start, is_used);
+  Key key = first;
+  while (key >= 0 && is_used(key)) key = next(key);
+  if (key != first) used_keys_.Learn(first, key < 0 ? kMaxKey : key);
+  return key;
 }
 
 // ---- for the undo journal -----------------------------------------------------------------------
 
 void KeyedSetBase::Revive(char* item) {
   SetState(ToItr(item), StateOf(ToItr(item)) & ~kRemovedBit);
+  ++revision_;
   --detached_;
   // Wider only: keys handed out while the item was away stay reserved.
   max_key_ = std::max(max_key_, KeyAt(item));
@@ -369,6 +384,8 @@ bool KeyedSetBase::DetachTail(std::span<const ITR> items) {
   for (std::size_t i = 1; i < items.size(); ++i) {
     if (ToItr(LinksOf(ToItem(items[i])).list_prev) != items[i - 1]) return false;
   }
+  ++revision_;
+  used_keys_.Forget();
   char* before = LinksOf(ToItem(items.front())).list_prev;
   const bool most = items.size() > static_cast<std::size_t>(count_) / 2 && !shared_keys_;
   for (std::size_t i = items.size(); i-- > 0;) {
@@ -389,6 +406,20 @@ bool KeyedSetBase::DetachTail(std::span<const ITR> items) {
   return true;
 }
 
+ITR KeyedSetBase::CreateDetached(const TStructBase& record) {
+  char* item = NewItem(record);
+  LinksOf(item) = ItemLinks{};
+  SetState(ToItr(item), kRemovedBit);
+  ++detached_;
+  return ToItr(item);
+}
+
+void KeyedSetBase::SetFormerNeighbours(ITR pos, ITR previous, ITR next) {
+  ItemLinks& links = LinksOf(ToItem(pos));
+  links.list_prev = ToItem(previous);
+  links.list_next = ToItem(next);
+}
+
 void KeyedSetBase::FreeDetached(ITR pos) {
   --detached_;
   DestroyItem(ToItem(pos));
@@ -407,6 +438,9 @@ void KeyedSetBase::Swap(KeyedSetBase& other) {
   std::swap(hash_epoch_, other.hash_epoch_);
   std::swap(detached_, other.detached_);
   std::swap(shared_keys_, other.shared_keys_);
+  revision_ = other.revision_ = std::max(revision_, other.revision_) + 1;
+  used_keys_.Forget();
+  other.used_keys_.Forget();
   std::swap(store_, other.store_);
   table_.Swap(other.table_);
 }

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "qx_db/pool/chain_table.h"
+#include "qx_db/pool/used_keys.h"
 #include "qx_db/record/struct_base.h"
 #include "qx_db/record/values.h"
 
@@ -108,13 +109,32 @@ class QXDB_API KeyedSetBase {
   Key GetMinKey() const { return min_key_; }
   /// Max key + 1. Removals never lower the max key, so keys are not reused until it is reset.
   Key GetNewKey() const { return static_cast<Key>(static_cast<std::uint32_t>(max_key_) + 1); }
-  /// The smallest key >= start that no record uses, probing upwards. A negative start, or a
-  /// search that passes the largest key, gives a negative number.
+  /// The smallest key >= start that no record uses. A negative start, or a search that passes the
+  /// largest key, gives a negative number. Expected constant time where keys are dense: a full
+  /// range is known by its count, and a run of used keys once walked is remembered.
   Key GetNewKeyUp(Key start) const;
   std::uint32_t GetParamIdx(ITR pos) const { return StateOf(pos) & kParamMask; }
   void SetParamIdx(ITR pos, std::uint32_t index) {
     SetState(pos, (StateOf(pos) & ~kParamMask) | (index & kParamMask));
   }
+
+  // ---- for what is derived from the records -----------------------------------------------------
+
+  /// Grows with every change of the set or of a record in it, undo and redo included. What was
+  /// derived from the records holds as long as this number stays.
+  std::uint64_t Revision() const { return revision_; }
+  /// To be called after a record was changed in place.
+  void Touch() { ++revision_; }
+  /// A number below SlotLimit() of each item, linked or removed; it stays the item's own for life.
+  std::uint32_t SlotOf(ITR pos) const { return store_.NumberOf(ToItem(pos)); }
+  std::uint32_t SlotLimit() const { return store_.SlotLimit(); }
+  /// Whether a position is of an item of this set, linked or removed.
+  bool Owns(ITR pos) const {
+    const std::uint32_t slot = SlotOf(pos);
+    return slot < SlotLimit() && ToItr(store_.At(slot)) == pos;
+  }
+  /// Whether SetAt has ever given a record a key that another one had at that moment.
+  bool MayShareKeys() const { return shared_keys_; }
 
   // ---- for the undo journal ---------------------------------------------------------------------
 
@@ -133,6 +153,13 @@ class QXDB_API KeyedSetBase {
   /// in the same order restores them. Cheaper than one by one when they are most of the set.
   /// False, changing nothing, when they are not the tail.
   bool DetachTail(std::span<const ITR> items);
+  /// A detached item that holds a copy of the record, for a history read from a file. Give it its
+  /// former neighbours before Relink.
+  ITR CreateDetached(const TStructBase& record);
+  void SetFormerNeighbours(ITR pos, ITR previous, ITR next);
+  /// The neighbours in the list, of a detached item its former ones.
+  ITR PreviousOf(ITR pos) const { return ToItr(LinksOf(ToItem(pos)).list_prev); }
+  ITR NextOf(ITR pos) const { return ToItr(LinksOf(ToItem(pos)).list_next); }
   /// Destroys and frees a detached item.
   void FreeDetached(ITR pos);
 
@@ -167,6 +194,10 @@ class QXDB_API KeyedSetBase {
   void RemoveFromList(char* item);
   void Resize(std::int32_t n);
   void HashWholeList();
+  void OnUnlink(const char* item) {
+    ++revision_;
+    used_keys_.OnFreed(KeyAt(item));
+  }
   void GrowIfCrowded() {
     if (count_ >= HashSize()) Grow();
   }
@@ -188,6 +219,8 @@ class QXDB_API KeyedSetBase {
   std::uint32_t hash_epoch_ = 0;
   std::int32_t detached_ = 0;  // items alive but not linked
   bool shared_keys_ = false;   // SetAt has given two records one key
+  std::uint64_t revision_ = 0;
+  mutable UsedKeys used_keys_;
   ItemStore store_;
   ChainTable table_;
 };

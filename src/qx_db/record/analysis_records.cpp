@@ -178,8 +178,10 @@ const Schema& tagTPink::GetSchema() {
                                  .Add(u"_KEY", &tagTPink::key)
                                  .Add(u"_PILEELEM", &tagTPink::pile)
                                  .To(code::kElem)
+                                 .When(OnRemoval::kDie)
                                  .Add(u"_LINKELEM", &tagTPink::link)
                                  .To(code::kElem)
+                                 .When(OnRemoval::kDie)
                                  .Take(),
                              kFields);
   return schema;
@@ -250,6 +252,7 @@ const Schema& tagTEvok::GetSchema() {
                                  .Add(u"_KEY", &tagTEvok::key)
                                  .Add(u"_ITR_ELEM", &tagTEvok::element)
                                  .To(code::kElem)
+                                 .When(OnRemoval::kDie)
                                  .Add(u"_PART_ID", &tagTEvok::part)
                                  .Add(u"_STATE", &tagTEvok::state)
                                  .Take());
@@ -262,6 +265,7 @@ const Schema& tagTNvok::GetSchema() {
                                  .Add(u"_KEY", &tagTNvok::key)
                                  .Add(u"_ITR_NODE", &tagTNvok::node)
                                  .To(code::kNode)
+                                 .When(OnRemoval::kDie)
                                  .Add(u"_PART_ID", &tagTNvok::part)
                                  .Add(u"_STATE", &tagTNvok::state)
                                  .Take());
@@ -304,6 +308,7 @@ const Schema& tagTRegion::GetSchema() {
                                  .To(code::kElem)
                                  .Add(u"_TARR_ESID", &tagTRegion::sides)
                                  .To(code::kESid)
+                                 .Beside(&tagTRegion::directions)
                                  .Add(u"_TARR_DIR", &tagTRegion::directions)
                                  .Take());
   return schema;

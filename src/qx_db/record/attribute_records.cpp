@@ -43,6 +43,7 @@ const Schema& tagTE1DOffset::GetSchema() {
                                  .Add(u"_NAME", &tagTE1DOffset::name)
                                  .Add(u"_ARGKEY", &tagTE1DOffset::elements)
                                  .To(code::kElem)
+                                 .When(OnRemoval::kDieWithLast)
                                  .Add(u"_BENDAOF", &tagTE1DOffset::end_a)
                                  .AddParts({u"_DAW1", u"_DAW2", u"_DAW3"}, &tagTE1DOffset::offset_a)
                                  .In(unit::kLength)
@@ -80,6 +81,7 @@ const Schema& tagTE1DRelease::GetSchema() {
           .Add(u"_NAME", &tagTE1DRelease::name)
           .Add(u"_ARGKEY", &tagTE1DRelease::elements)
           .To(code::kElem)
+          .When(OnRemoval::kDieWithLast)
           .AddParts({u"_BENDAT1", u"_BENDAT2", u"_BENDAT3", u"_BENDAR1", u"_BENDAR2", u"_BENDAR3",
                      u"_BENDBT1", u"_BENDBT2", u"_BENDBT3", u"_BENDBR1", u"_BENDBR2", u"_BENDBR3"},
                     &tagTE1DRelease::released)
@@ -115,6 +117,7 @@ const Schema& tagTE2DThick::GetSchema() {
           .Add(u"_NAME", &tagTE2DThick::name)
           .Add(u"_ARGKEY", &tagTE2DThick::elements)
           .To(code::kElem)
+          .When(OnRemoval::kDieWithLast)
           .Add(u"_BUNIFORM", &tagTE2DThick::uniform)
           .Add(u"_ITRFUNC", &tagTE2DThick::function)
           .To(code::kFunc)
@@ -138,6 +141,7 @@ const Schema& tagTE2DOffset::GetSchema() {
                                  .Add(u"_NAME", &tagTE2DOffset::name)
                                  .Add(u"_ARGKEY", &tagTE2DOffset::elements)
                                  .To(code::kElem)
+                                 .When(OnRemoval::kDieWithLast)
                                  .Add(u"_ITRFUNC", &tagTE2DOffset::function)
                                  .To(code::kFunc)
                                  .Add(u"_DOFFSET", &tagTE2DOffset::offset)
@@ -163,6 +167,7 @@ const Schema& tagTE2DMatlCsys::GetSchema() {
                                  .Add(u"_NAME", &tagTE2DMatlCsys::name)
                                  .Add(u"_ARGKEY", &tagTE2DMatlCsys::elements)
                                  .To(code::kElem)
+                                 .When(OnRemoval::kDieWithLast)
                                  .Add(u"_TYPE", &tagTE2DMatlCsys::type)
                                  .Add(u"_ITRCORD", &tagTE2DMatlCsys::coordinate_system)
                                  .To(code::kCord)
@@ -194,8 +199,10 @@ const Schema& tagTE2DRelease::GetSchema() {
                                  .Add(u"_NAME", &tagTE2DRelease::name)
                                  .Add(u"_ARGELEM", &tagTE2DRelease::elements)
                                  .To(code::kElem)
+                                 .When(OnRemoval::kDieWithLast)
                                  .Add(u"_ARGNODE", &tagTE2DRelease::nodes)
                                  .To(code::kNode)
+                                 .When(OnRemoval::kDieWithLast)
                                  .Add(u"_CORD", &tagTE2DRelease::coordinate_system)
                                  .To(code::kCord)
                                  .AddParts({u"_BFX", u"_BFY", u"_BFZ", u"_BMX", u"_BMY", u"_BMZ"},
@@ -215,6 +222,7 @@ const Schema& tagTE3DMatlCsys::GetSchema() {
       "tagTE3DMatlCsys", kType, sizeof(tagTE3DMatlCsys),
       RowList()
           .Add(u"_KEY", &tagTE3DMatlCsys::key)
+          .KeyOf(code::kElem)
           // Deliberate: the default is not the identity; hosts tell an unset record by it.
           .AddParts({u"_LOCVECXX", u"_LOCVECXY", u"_LOCVECXZ"}, &tagTE3DMatlCsys::x_axis)
           .AddParts({u"_LOCVECYX", u"_LOCVECYY", u"_LOCVECYZ"}, &tagTE3DMatlCsys::y_axis)
@@ -235,6 +243,7 @@ const Schema& tagTE3DScaleFac::GetSchema() {
       "tagTE3DScaleFac", kType, sizeof(tagTE3DScaleFac),
       RowList()
           .Add(u"_KEY", &tagTE3DScaleFac::key)
+          .KeyOf(code::kElem)
           .AddParts({u"_TENSMOD11", u"_TENSMOD22", u"_TENSMOD33"},
                     &tagTE3DScaleFac::elastic_modulus)
           .AddParts({u"_THEREXP11", u"_THEREXP22", u"_THEREXP33"},
@@ -253,6 +262,7 @@ const Schema& tagTE2DSatUnsat::GetSchema() {
                                  .Add(u"_NAME", &tagTE2DSatUnsat::name)
                                  .Add(u"_ARGKEY", &tagTE2DSatUnsat::elements)
                                  .To(code::kElem)
+                                 .When(OnRemoval::kDieWithLast)
                                  .Add(u"_SAT_PROP", &tagTE2DSatUnsat::saturated)
                                  .To(code::kProp)
                                  .Add(u"_UNSAT_PROP", &tagTE2DSatUnsat::unsaturated)
@@ -268,6 +278,7 @@ const Schema& tagTE3DSatUnsat::GetSchema() {
                                  .Add(u"_NAME", &tagTE3DSatUnsat::name)
                                  .Add(u"_ARGKEY", &tagTE3DSatUnsat::elements)
                                  .To(code::kElem)
+                                 .When(OnRemoval::kDieWithLast)
                                  .Add(u"_SAT_PROP", &tagTE3DSatUnsat::saturated)
                                  .To(code::kProp)
                                  .Add(u"_UNSAT_PROP", &tagTE3DSatUnsat::unsaturated)
@@ -283,6 +294,7 @@ const Schema& tagTE2DAutoTemp::GetSchema() {
                                  .Add(u"_NAME", &tagTE2DAutoTemp::name)
                                  .Add(u"_ARGKEY", &tagTE2DAutoTemp::elements)
                                  .To(code::kElem)
+                                 .When(OnRemoval::kDieWithLast)
                                  .Add(u"_ABOVE_TEMP_PROP", &tagTE2DAutoTemp::above)
                                  .To(code::kProp)
                                  .Add(u"_BELOW_TEMP_PROP", &tagTE2DAutoTemp::below)
@@ -300,6 +312,7 @@ const Schema& tagTE3DAutoTemp::GetSchema() {
                                  .Add(u"_NAME", &tagTE3DAutoTemp::name)
                                  .Add(u"_ARGKEY", &tagTE3DAutoTemp::elements)
                                  .To(code::kElem)
+                                 .When(OnRemoval::kDieWithLast)
                                  .Add(u"_ABOVE_TEMP_PROP", &tagTE3DAutoTemp::above)
                                  .To(code::kProp)
                                  .Add(u"_BELOW_TEMP_PROP", &tagTE3DAutoTemp::below)

@@ -67,6 +67,7 @@ const Schema& tagTMset::GetSchema() {
                                  .Add(u"_CONNECT", &tagTMset::connected)
                                  .Add(u"_CONNECTNSIZE", &tagTMset::connected_nodes)
                                  .Add(u"_PARENTMSETK", &tagTMset::parent_key)
+                                 .KeyOf(code::kMset)
                                  .Take(),
                              kFields);
   return schema;
@@ -93,6 +94,7 @@ const Schema& tagTSzct::GetSchema() {
                                  .Add(u"_NAME", &tagTSzct::name)
                                  .Add(u"_ARGKEY", &tagTSzct::edges)
                                  .To(code::kGKey)
+                                 .Beside(&tagTSzct::locked)
                                  .Add(u"_ARGKEY_REV", &tagTSzct::reversed_edges)
                                  .To(code::kGKey)
                                  .Add(u"_ARBODYGKEY", &tagTSzct::bodies)
@@ -166,8 +168,10 @@ const Schema& tagTPropCtrl::GetSchema() {
                                  .Add(u"_PROPTYPE", &tagTPropCtrl::property_type)
                                  .Add(u"_ARGKEY", &tagTPropCtrl::items)
                                  .To(code::kGKey)
+                                 .When(OnRemoval::kDieWithLast)
                                  .Add(u"_PROPERTY", &tagTPropCtrl::property)
                                  .To(code::kProp)
+                                 .When(OnRemoval::kDie)
                                  .Add(u"_LSTATE", &tagTPropCtrl::state)
                                  .Take(),
                              kFields);
@@ -186,8 +190,10 @@ const Schema& tagTMeshCsys::GetSchema() {
                                  .Add(u"_UITYPE", &tagTMeshCsys::type)
                                  .Add(u"_MESHKEY", &tagTMeshCsys::mesh_set)
                                  .To(code::kMset)
+                                 .When(OnRemoval::kDie)
                                  .Add(u"_MESHCSYS", &tagTMeshCsys::coordinate_system)
                                  .To(code::kCord)
+                                 .When(OnRemoval::kDie)
                                  .Take(),
                              kFields);
   return schema;
@@ -294,6 +300,7 @@ const Schema& tagTSprop::GetSchema() {
       "tagTSprop", kType, sizeof(tagTSprop),
       RowList()
           .Add(u"_KEY", &tagTSprop::key)
+          .KeyOf(code::kElem)
           .AddParts({u"_BDOF0", u"_BDOF1", u"_BDOF2", u"_BDOF3", u"_BDOF4", u"_BDOF5"},
                     &tagTSprop::dof)
           .Add(u"_BDOFTEMP", &tagTSprop::dof_temperature)

@@ -214,6 +214,7 @@ const Schema& tagTCord::GetSchema() {
           // found.
           .Add(u"_REFCORD", &tagTCord::reference)
           .To(code::kCord, ReferenceRule::kAlwaysLookUp)
+          .When(OnRemoval::kRefuse)
           .Add(u"_PLANE", &tagTCord::plane)
           .AddParts({u"_ORIGINX", u"_ORIGINY", u"_ORIGINZ"}, &tagTCord::origin)
           .In(unit::kLength, 0)

@@ -53,6 +53,7 @@ const Schema& tagTElem::GetSchema() {
                                  .Add(u"_TYPE", &tagTElem::type)
                                  .Add(u"_NODE_IDS", &tagTElem::nodes)
                                  .To(code::kNode)
+                                 .When(OnRemoval::kDie)
                                  .Add(u"_PROPERTY", &tagTElem::property)
                                  .To(code::kProp)
                                  .Add(u"_FLAGS", &tagTElem::flags)
@@ -119,6 +120,7 @@ const Schema& tagTEcrd::GetSchema() {
       "tagTEcrd", kType, sizeof(tagTEcrd),
       RowList()
           .Add(u"_KEY", &tagTEcrd::key)
+          .KeyOf(code::kElem)
           .Add(u"_IELEMTYPE", &tagTEcrd::element_type)
           .Add(u"_ITYPE", &tagTEcrd::method)
           .Add(u"_ITRRNODE", &tagTEcrd::reference_node)
@@ -197,6 +199,7 @@ const Schema& tagTESid::GetSchema() {
                                  // Deliberate: a side never fails to convert; a null node is 0.
                                  .Add(u"_TARR_NODE", &tagTESid::nodes)
                                  .To(code::kNode, ReferenceRule::kTolerant)
+                                 .When(OnRemoval::kDie)
                                  .Take());
   return schema;
 }

@@ -35,7 +35,7 @@ struct QXDB_API tagTNode final : TRecord<tagTNode, code::kNode> {
 /// A finite element.
 struct QXDB_API tagTElem final : TRecord<tagTElem, code::kElem> {
   Key key = 0;
-  std::int32_t type = 0;     ///< element type code, see app/topology.h
+  std::int32_t type = 0;     ///< element type code, see app/topology_table.h
   TArray<ITR> nodes;         ///< in connectivity order
   ITR property = 0;          ///< a record of the host's property pool
   std::uint32_t flags = 0;   ///< state bits, set by the pools

@@ -38,11 +38,21 @@ const char16_t* RowList::Numbered(std::u16string_view stem, std::size_t index) {
   return names.emplace_back(std::u16string(stem) + Utf16(std::to_string(index))).c_str();
 }
 
+RowList& RowList::KeyOf(std::uint16_t target) {
+  for (std::size_t i = group_; i < rows_.size(); ++i) rows_[i].key_of = target;
+  return *this;
+}
+
 RowList& RowList::To(std::uint16_t target, ReferenceRule rule) {
   for (std::size_t i = group_; i < rows_.size(); ++i) {
     rows_[i].target = target;
     rows_[i].reference_rule = rule;
   }
+  return *this;
+}
+
+RowList& RowList::When(OnRemoval rule) {
+  rows_.back().on_removal = rule;
   return *this;
 }
 

@@ -43,6 +43,14 @@ enum class ReferenceRule : std::uint8_t {
   kLeftAlone,
 };
 
+/// What becomes of a record when a record that it refers to is removed.
+enum class OnRemoval : std::uint8_t {
+  kClear,        ///< it lives on; the reference is cleared, or leaves its array
+  kDie,          ///< it is nothing without its target, and is removed too
+  kDieWithLast,  ///< it is removed with the last target of its arrays of this rule
+  kRefuse,       ///< the removal is refused
+};
+
 /// One row: a stored member.
 struct Row {
   const char16_t* name = nullptr;
@@ -60,6 +68,11 @@ struct Row {
   } number = Number::kBytes;
   std::uint16_t target = 0;  ///< type code of the pool that references point into; 0 for none
   ReferenceRule reference_rule = ReferenceRule::kCommon;
+  /// Type code of the pool in which this number is a key: of a record that this one belongs to,
+  /// where it is the record's own key. 0 for none.
+  std::uint16_t key_of = 0;
+  OnRemoval on_removal = OnRemoval::kClear;
+  std::int32_t beside = 0;  ///< offset of an array with an entry for each of this one; 0 for none
   std::int32_t inner_reference = -1;  ///< offset of a reference inside an array element
   UnitRule unit;
   std::int32_t part = 0;  ///< numbers before this one in the vector or array it is a part of
@@ -172,6 +185,16 @@ class QXDB_API RowList {
 
   /// The pool that references point into.
   RowList& To(std::uint16_t target, ReferenceRule rule = ReferenceRule::kCommon);
+  /// The pool in which the number is the key of a record.
+  RowList& KeyOf(std::uint16_t target);
+  /// What the removal of a target means for the record.
+  RowList& When(OnRemoval rule);
+  /// The array of another member has one entry for each of this one, and loses them together.
+  template <class R>
+  RowList& Beside(TArray<std::int32_t> R::*member) {
+    rows_.back().beside = OffsetOf(member);
+    return *this;
+  }
   /// A reference inside each array element, at this offset.
   RowList& InnerReference(std::int32_t at, std::uint16_t target);
   RowList& In(int category, int group = 0);

@@ -1,0 +1,454 @@
+// Checking a mesh: what is wrong with it, how well its elements are shaped, what it weighs.
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <fmt/format.h>
+#include <map>
+#include <memory>
+#include <optional>
+
+#include "qx_db/app/mesh_adjacency.h"
+#include "qx_db/app/mesh_findings.h"
+#include "qx_db/app/mesh_mass.h"
+#include "qx_db/qx_db.h"
+#include "qx_db/record/element_types.h"
+
+#include "apps/qxdb/commands.h"
+#include "apps/qxdb/quality_summary.h"
+#include "exchange/vtu_writer.h"
+#include "host/session.h"
+
+namespace qx::app {
+namespace {
+
+struct CheckOptions {
+  std::string model;
+  std::vector<std::string> measures;
+  std::vector<std::string> limits;
+  std::string vtu;
+  int bins = 10;
+  std::size_t worst = 5;
+  std::optional<double> tolerance;
+  bool no_histograms = false;
+  bool mass = false;
+  std::optional<double> density, thickness, section_area;
+};
+
+/// The bound on a measure or on the number of a kind of finding.
+struct Limit {
+  std::string name;
+  double value = 0;
+};
+
+std::string KnownNames() {
+  std::string names;
+  for (const MeasureInfo& info : Measures()) names += fmt::format("{} ", info.name);
+  for (const std::string_view name : FindingNames()) names += fmt::format("{} ", name);
+  names.pop_back();
+  return names;
+}
+
+Result<std::vector<Limit>> ParseLimits(const std::vector<std::string>& texts) {
+  std::vector<Limit> limits;
+  const auto known = FindingNames();
+  for (const std::string& text : texts) {
+    const std::size_t equals = text.find('=');
+    Limit limit{text.substr(0, equals)};
+    const char* begin = text.data() + std::min(text.size(), equals + 1);
+    const char* end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(begin, end, limit.value);
+    if (equals == std::string::npos || begin == end || error != std::errc() || stop != end ||
+        !std::isfinite(limit.value)) {
+      return Failure{"", "--limit " + text, "is no NAME=NUMBER", "write --limit aspect-ratio=5"};
+    }
+    if (!FindMeasure(limit.name) &&
+        std::find(known.begin(), known.end(), limit.name) == known.end()) {
+      return Failure{"", "--limit " + text, "names no measure or finding",
+                     "choose from: " + KnownNames()};
+    }
+    limits.push_back(std::move(limit));
+  }
+  return limits;
+}
+
+Result<std::vector<const MeasureInfo*>> ChooseMeasures(const std::vector<std::string>& names) {
+  std::vector<const MeasureInfo*> chosen;
+  for (const std::string& name : names) {
+    const MeasureInfo* info = FindMeasure(name);
+    if (!info) {
+      std::string all;
+      for (const MeasureInfo& known : Measures()) all += fmt::format(" {}", known.name);
+      return Failure{"", "--measure " + name, "names no measure", "choose from:" + all};
+    }
+    chosen.push_back(info);
+  }
+  if (names.empty()) {
+    // Sizes of lines, surfaces and solids do not belong in one table unless someone asks.
+    for (const MeasureInfo& info : Measures()) {
+      if (info.acceptable) chosen.push_back(&info);
+    }
+  }
+  return chosen;
+}
+
+/// "1-5, 9, 12, ..." of ascending keys.
+std::string KeysText(const std::vector<Key>& keys) {
+  constexpr int kMostRanges = 4;
+  std::string text;
+  int ranges = 0;
+  for (std::size_t i = 0; i < keys.size();) {
+    if (ranges++ == kMostRanges) return text + ", ...";
+    std::size_t last = i;
+    while (last + 1 < keys.size() && keys[last + 1] == keys[last] + 1) ++last;
+    text += fmt::format("{}{}", text.empty() ? "" : ", ", keys[i]);
+    if (last > i) text += fmt::format("-{}", keys[last]);
+    i = last + 1;
+  }
+  return text;
+}
+
+/// A tenth of a billionth of the mesh, so that rounding is no difference.
+double DefaultTolerance(const DenseMesh& mesh) {
+  Point3 low, high;
+  bool empty = true;
+  for (std::uint32_t n = 0; n < mesh.NodeCount(); ++n) {
+    const Point3& p = mesh.Position(n);
+    if (!IsFinite(p)) continue;
+    if (empty) low = high = p;
+    empty = false;
+    low = {std::min(low.x, p.x), std::min(low.y, p.y), std::min(low.z, p.z)};
+    high = {std::max(high.x, p.x), std::max(high.y, p.y), std::max(high.z, p.z)};
+  }
+  return 1e-10 * Length(high - low);
+}
+
+/// One check: collects text and JSON section by section.
+class Check {
+ public:
+  Check(CQXDBSession& session, const CheckOptions& options)
+      : session_(session),
+        options_(options),
+        mesh_(session),
+        length_factor_(session.Units().Out(unit::kLength, 1.0)) {}
+
+  void Overview() {
+    std::map<std::int32_t, std::int64_t> counts;
+    for (std::uint32_t e = 0; e < mesh_.ElementCount(); ++e) ++counts[mesh_.Element(e).type];
+    const Parts parts = ConnectedParts(mesh_);
+    text_ += fmt::format("{}: {} nodes, {} elements in {} connected part{}\n", options_.model,
+                         Grouped(mesh_.NodeCount()), Grouped(mesh_.ElementCount()), parts.count,
+                         parts.count == 1 ? "" : "s");
+    json_.Begin().Text("model", options_.model).Integer("nodes", mesh_.NodeCount());
+    json_.Integer("elements", mesh_.ElementCount()).Integer("parts", parts.count);
+    json_.Begin("types");
+    for (const auto& [type, count] : counts) {
+      const ElementType* known = FindElementType(type);
+      const std::string label =
+          known ? std::string(known->plural) : fmt::format("elements of type {}", type);
+      text_ += fmt::format("  {:>11}  {}\n", Grouped(count), label);
+      json_.Integer(std::to_string(type), count);
+    }
+    json_.End();
+  }
+
+  void Findings() {
+    const double tolerance = options_.tolerance
+                                 ? session_.Units().In(unit::kLength, *options_.tolerance)
+                                 : DefaultTolerance(mesh_);
+    findings_ = FindFaults(mesh_, tolerance);
+    Table table({"", ">count", "finding", "keys", "remedy"});
+    json_.Begin("findings");
+    for (Finding& finding : findings_) {
+      std::sort(finding.keys.begin(), finding.keys.end());
+      const auto count = static_cast<std::int64_t>(finding.keys.size());
+      json_.Begin(finding.name).Bool("fault", finding.is_fault).Integer("count", count);
+      json_.BeginArray("keys");
+      for (const Key key : finding.keys) json_.Integer({}, key);
+      json_.End().End();
+      if (count == 0) continue;
+      table.Row({finding.is_fault ? "!" : " ", Grouped(count), std::string(finding.label),
+                 KeysText(finding.keys),
+                 finding.remedy.empty() ? std::string() : fmt::format("qxdb {}", finding.remedy)});
+    }
+    json_.End();
+    text_ += table.IsEmpty() ? "\nno findings\n" : "\n" + table.Text();
+    const bool faults = std::any_of(findings_.begin(), findings_.end(),
+                                    [](const Finding& f) { return f.is_fault && !f.keys.empty(); });
+    if (!table.IsEmpty()) text_ += faults ? "(! is a fault)\n" : "no faults\n";
+  }
+
+  void Quality(const std::vector<const MeasureInfo*>& measures) {
+    for (const MeasureInfo* info : measures) {
+      MeasureSummary summary =
+          Summarise(mesh_, *info, length_factor_, options_.bins, options_.worst);
+      if (summary.elements > 0) summaries_.push_back(std::move(summary));
+    }
+    Table table({"measure", ">elements", ">worst", ">of element", ">mean", ">best", "good",
+                 ">outside", ">share"});
+    for (const MeasureSummary& s : summaries_) table.Row(RowOf(s));
+    if (!table.IsEmpty()) text_ += "\n" + table.Text();
+    if (!options_.no_histograms) {
+      for (const MeasureSummary& s : summaries_) Histogram(s);
+    }
+    json_.Begin("measures");
+    for (const MeasureSummary& s : summaries_) Write(s);
+    json_.End();
+  }
+
+  void Mass() {
+    const CQXUnitCtrl& units = session_.Units();
+    MassAssumptions assumptions;
+    const auto take = [&](const std::optional<double>& from, std::optional<double>& to, int unit) {
+      if (from) to = units.In(unit, *from);
+    };
+    take(options_.density, assumptions.density, unit::kMassDensity);
+    take(options_.thickness, assumptions.thickness, unit::kLength);
+    take(options_.section_area, assumptions.section_area, unit::kArea);
+    const MassReport report = ComputeMass(session_, mesh_, assumptions);
+    Table table(
+        {">property", ">elements", ">length", ">area", ">volume", ">mass", ">x", ">y", ">z"});
+    json_.Begin("mass").BeginArray("properties");
+    for (const MassOfProperty& mass : report.by_property) {
+      table.Row(RowOf(mass.property_key ? std::to_string(mass.property_key) : "none", mass));
+      Write(mass);
+    }
+    json_.End().Begin("total");
+    table.Row(RowOf("all", report.total));
+    const RigidBody body = ToRigidBody(report.total.mass);
+    json_.Real("mass", units.Out(unit::kMass, body.mass));
+    text_ += fmt::format("\nmass in {}, lengths in {}\n{}", units.GetUnitName(unit::kMass),
+                         units.GetUnitName(unit::kLength), table.Text());
+    const std::pair<const char*, double> inertia[] = {{"xx", body.xx}, {"yy", body.yy},
+                                                      {"zz", body.zz}, {"xy", body.xy},
+                                                      {"yz", body.yz}, {"zx", body.zx}};
+    text_ += "inertia about the centre:";
+    json_.Begin("inertia");
+    for (const auto& [name, value] : inertia) {
+      const double shown = units.Out(unit::kMass, value) * length_factor_ * length_factor_;
+      text_ += fmt::format(" {} {}", name, Short(shown));
+      json_.Real(name, shown);
+    }
+    text_ += "\n";
+    json_.End().End();
+    json_.Integer("without_density", report.without_density);
+    json_.Integer("without_section", report.without_section).End();
+    Unknown(report.without_density, "density", "--density");
+    Unknown(report.without_section, "thickness or section", "--thickness or --section-area");
+  }
+
+  void Limits(const std::vector<Limit>& limits) {
+    json_.BeginArray("exceeded");
+    if (!limits.empty()) text_ += "\n";
+    for (const Limit& limit : limits) {
+      const auto value = ValueOf(limit.name);
+      if (!value || !Exceeds(limit, *value)) {
+        text_ += fmt::format("limit {} = {}: kept\n", limit.name, Short(limit.value));
+        continue;
+      }
+      exceeded_ = true;
+      text_ += fmt::format("limit {} = {}: EXCEEDED by {}\n", limit.name, Short(limit.value),
+                           Short(*value));
+      json_.Begin().Text("name", limit.name).Real("limit", limit.value).Real("value", *value).End();
+    }
+    json_.End();
+  }
+
+  Outcome WriteVtu() {
+    std::vector<exchange::CellData> extra;
+    for (const MeasureSummary& s : summaries_) {
+      std::string name(s.info->name);
+      std::replace(name.begin(), name.end(), '-', '_');
+      extra.push_back({name, MeasureAll(session_, *s.info, length_factor_)});
+    }
+    std::vector<std::string> notes;
+    Outcome written = exchange::WriteVtu(session_, options_.vtu,
+                                         exchange::VtuEncoding::kAppendedRaw, extra, &notes);
+    if (!written) return written;
+    text_ += fmt::format("\n{}: {} measures as cell data\n", options_.vtu, extra.size());
+    for (const std::string& note : notes) text_ += "  " + note + "\n";
+    json_.Text("vtu", options_.vtu);
+    return {};
+  }
+
+  bool Exceeded() const { return exceeded_; }
+  const std::string& Text() const { return text_; }
+  JsonText& Json() { return json_; }
+
+ private:
+  static std::string Cell(double value) { return value >= kUnbounded ? "unbounded" : Short(value); }
+
+  static std::vector<std::string> RowOf(const MeasureSummary& s) {
+    const std::string unit = s.info->unit.empty() ? "" : fmt::format(" {}", s.info->unit);
+    std::string good, outside, share;
+    if (s.info->acceptable) {
+      good = fmt::format("{} {}{}", s.info->high_is_bad ? "<=" : ">=", Short(*s.info->acceptable),
+                         unit);
+      outside = Grouped(s.outside);
+      share = fmt::format("{:.1f} %",
+                          100.0 * static_cast<double>(s.outside) / static_cast<double>(s.elements));
+    }
+    const bool named = !s.worst.empty();
+    return {std::string(s.info->label),
+            Grouped(s.elements),
+            named ? Cell(s.worst[0].value) : "",
+            named ? std::to_string(s.worst[0].key) : "",
+            Cell(s.mean),
+            Cell(s.best),
+            good,
+            outside,
+            share};
+  }
+
+  void Histogram(const MeasureSummary& s) {
+    text_ += fmt::format("\n{}{}\n{}", s.info->label,
+                         s.info->unit.empty() ? "" : fmt::format(" ({})", s.info->unit),
+                         HistogramText(s));
+    if (s.worst.empty() || s.worst[0].value == s.best) return;
+    text_ += "  worst:";
+    const char* separator = " ";
+    for (const RatedElement& rated : s.worst) {
+      const ElementType* type = FindElementType(rated.type);
+      text_ += fmt::format("{}{} {} {}", separator, type ? type->name : "element", rated.key,
+                           Cell(rated.value));
+      separator = ", ";
+    }
+    text_ += "\n";
+  }
+
+  void Write(const MeasureSummary& s) {
+    json_.Begin(s.info->name).Integer("elements", s.elements).Integer("outside", s.outside);
+    json_.Integer("unbounded", s.unbounded).Real("best", s.best).Real("mean", s.mean);
+    json_.BeginArray("worst");
+    for (const RatedElement& rated : s.worst) {
+      json_.Begin().Integer("element", rated.key).Real("value", rated.value).End();
+    }
+    json_.End().BeginArray("histogram");
+    for (const HistogramBin& bin : s.histogram) {
+      json_.Begin().Real("low", bin.low).Real("high", bin.high).Integer("count", bin.count).End();
+    }
+    json_.End().End();
+  }
+
+  std::vector<std::string> RowOf(const std::string& name, const MassOfProperty& m) {
+    const CQXUnitCtrl& units = session_.Units();
+    const Point3 center = ToRigidBody(m.mass).center;
+    return {name,
+            Grouped(m.elements),
+            Short(units.Out(unit::kLength, m.length)),
+            Short(units.Out(unit::kArea, m.area)),
+            Short(units.Out(unit::kVolume, m.volume)),
+            Short(units.Out(unit::kMass, m.mass.size)),
+            Short(units.Out(unit::kLength, center.x)),
+            Short(units.Out(unit::kLength, center.y)),
+            Short(units.Out(unit::kLength, center.z))};
+  }
+
+  void Write(const MassOfProperty& m) {
+    const CQXUnitCtrl& units = session_.Units();
+    const Point3 center = ToRigidBody(m.mass).center;
+    json_.Begin().Integer("property", m.property_key).Integer("elements", m.elements);
+    json_.Real("length", units.Out(unit::kLength, m.length));
+    json_.Real("area", units.Out(unit::kArea, m.area));
+    json_.Real("volume", units.Out(unit::kVolume, m.volume));
+    json_.Real("mass", units.Out(unit::kMass, m.mass.size)).BeginArray("center");
+    for (const double c : {center.x, center.y, center.z}) {
+      json_.Real({}, units.Out(unit::kLength, c));
+    }
+    json_.End().End();
+  }
+
+  void Unknown(std::int64_t elements, const char* what, const char* option) {
+    if (elements == 0) return;
+    text_ += fmt::format("{} elements without a known {} weigh nothing here; give {}\n",
+                         Grouped(elements), what, option);
+  }
+
+  /// The worst value of a measure, or the number of a kind of finding; nothing when no element has
+  /// the measure.
+  std::optional<double> ValueOf(const std::string& name) const {
+    for (const Finding& finding : findings_) {
+      if (finding.name == name) return static_cast<double>(finding.keys.size());
+    }
+    const MeasureSummary s = Summarise(mesh_, *FindMeasure(name), length_factor_, 1, 1);
+    if (s.worst.empty()) return {};
+    return s.worst[0].value;
+  }
+
+  static bool Exceeds(const Limit& limit, double value) {
+    const MeasureInfo* info = FindMeasure(limit.name);
+    return info && !info->high_is_bad ? value < limit.value : value > limit.value;
+  }
+
+  CQXDBSession& session_;
+  const CheckOptions& options_;
+  DenseMesh mesh_;
+  double length_factor_;
+  std::vector<Finding> findings_;
+  std::vector<MeasureSummary> summaries_;
+  std::string text_;
+  JsonText json_;
+  bool exceeded_ = false;
+};
+
+void Run(const CheckOptions& options, Context& context) {
+  const auto limits = ParseLimits(options.limits);
+  if (!limits) return context.Refuse(limits.Error());
+  const auto measures = ChooseMeasures(options.measures);
+  if (!measures) return context.Refuse(measures.Error());
+  CQXDocBase document(host::SetUpModel);
+  if (Outcome opened = document.Open(options.model); !opened) {
+    return context.Refuse(opened.Error());
+  }
+  Check check(*document.GetDBSession(), options);
+  check.Overview();
+  check.Findings();
+  check.Quality(*measures);
+  if (options.mass || options.density || options.thickness || options.section_area) check.Mass();
+  check.Limits(*limits);
+  if (!options.vtu.empty()) {
+    if (Outcome written = check.WriteVtu(); !written) return context.Refuse(written.Error());
+  }
+  context.Print(check.Text(), check.Json().End());
+  if (check.Exceeded()) context.exit_code = 1;
+}
+
+}  // namespace
+
+void AddCheck(CLI::App& app, Context& context) {
+  CLI::App* command =
+      AddCommand(app, context, "check", "Find faults of a mesh and rate its elements",
+                 "qxdb check bracket.qxm --limit aspect-ratio=8 --limit "
+                 "inverted-solids=0\n\nMeasures and findings that a limit can "
+                 "name:\n  " +
+                     KnownNames());
+  auto options = std::make_shared<CheckOptions>();
+  command->add_option("model", options->model, "Model file")->required();
+  command->add_option("--measure", options->measures,
+                      "Show these measures only; size and jacobian are shown when named");
+  command
+      ->add_option("--limit", options->limits,
+                   "NAME=NUMBER: exit with 1 when an element is worse, or there are more")
+      ->expected(1)
+      ->take_all();
+  command->add_option("--vtu", options->vtu, "Write the mesh with the measures as cell data");
+  command->add_option("--worst", options->worst, "How many of the worst elements to name")
+      ->check(CLI::Range(0, 1000))
+      ->capture_default_str();
+  command->add_option("--bins", options->bins, "Bars of a histogram")
+      ->check(CLI::Range(1, 100))
+      ->capture_default_str();
+  command->add_flag("--no-histograms", options->no_histograms, "Tables only");
+  command
+      ->add_option("--tolerance", options->tolerance, "Distance within which nodes are duplicates")
+      ->check(CLI::NonNegativeNumber);
+  command->add_flag("--mass", options->mass, "Masses, centres and inertia by property");
+  command->add_option("--density", options->density, "Mass density where no property gives one");
+  command->add_option("--thickness", options->thickness,
+                      "Thickness of surfaces where no property gives one");
+  command->add_option("--section-area", options->section_area,
+                      "Section of lines where no property gives one");
+  command->callback([options, &context] { Run(*options, context); });
+}
+
+}  // namespace qx::app

@@ -1,0 +1,181 @@
+// Deleting records with all that hangs on them, and asking beforehand what that would be.
+
+#include <fmt/format.h>
+#include <map>
+#include <memory>
+
+#include "qx_db/lib/message.h"
+#include "qx_db/model/deletion.h"
+#include "qx_db/qx_db.h"
+
+#include "apps/qxdb/commands.h"
+#include "apps/qxdb/selection.h"
+
+namespace qx::app {
+namespace {
+
+struct DeleteOptions {
+  std::string model;
+  std::string pool;
+  std::string keys;
+  bool dry_run = false;
+  bool list = false;
+};
+
+constexpr const char* kEffects[] = {"removed", "reset", "changed"};
+
+std::string NameOf(const CQXDBSession& session, std::uint16_t type, ITR item) {
+  return fmt::format("{} {}", PoolLabel(*session.GetDataPool(type)),
+                     KeyedSetBase::RecordAt(item)->GetKey());
+}
+
+/// "elem 7 by _NODE_IDS", the way in which a record depends on what goes; "" when asked for.
+std::string Reason(const CQXDBSession& session, const Consequence& one) {
+  if (one.cause == 0) return "";
+  const std::string cause = NameOf(session, one.cause_type, one.cause);
+  return one.row ? cause + " by " + Utf8(one.row->name) : cause + " by its key";
+}
+
+/// Counts by pool and effect.
+std::string Summary(const CQXDBSession& session, const DeletionPreview& preview) {
+  std::map<std::string, std::array<std::int64_t, 3>> counts;
+  for (const Consequence& one : preview.consequences) {
+    ++counts[PoolLabel(*session.GetDataPool(one.type))][static_cast<std::size_t>(one.effect)];
+  }
+  Table table({"pool", ">removed", ">reset", ">changed"});
+  for (const auto& [pool, count] : counts) {
+    table.Row({pool, Grouped(count[0]), Grouped(count[1]), Grouped(count[2])});
+  }
+  return table.Text();
+}
+
+std::string Listing(const CQXDBSession& session, const DeletionPreview& preview) {
+  Table table({"record", "effect", "because of"});
+  for (const Consequence& one : preview.consequences) {
+    table.Row({NameOf(session, one.type, one.item), kEffects[static_cast<std::size_t>(one.effect)],
+               Reason(session, one)});
+  }
+  return table.Text();
+}
+
+void WriteJson(const CQXDBSession& session, const DeletionPreview& preview, JsonText& json) {
+  json.BeginArray("consequences");
+  for (const Consequence& one : preview.consequences) {
+    json.Begin().Text("pool", PoolLabel(*session.GetDataPool(one.type)));
+    json.Integer("key", KeyedSetBase::RecordAt(one.item)->GetKey());
+    json.Text("effect", kEffects[static_cast<std::size_t>(one.effect)]);
+    json.Text("because_of", Reason(session, one)).End();
+  }
+  json.End().BeginArray("blockers");
+  for (const Blocker& blocker : preview.blockers) {
+    json.Begin().Text("key", blocker.text).Text("text", qxText(blocker.text, blocker.arguments));
+    json.End();
+  }
+  json.End();
+}
+
+struct Selection {
+  DPoolBase* pool;
+  TArray<ITR> items;
+};
+
+/// Opens the model and finds the records that were named.
+Result<Selection> Select(const DeleteOptions& options, CQXDocBase& document) {
+  if (Outcome opened = document.Open(options.model); !opened) return opened.Error();
+  const auto pool = FindPool(*document.GetDBSession(), options.pool);
+  if (!pool) return pool.Error();
+  const auto ranges = KeyRanges::Parse(options.keys);
+  if (!ranges) return ranges.Error();
+  TArray<ITR> items = ranges->Select(**pool);
+  if (items.IsEmpty()) return NothingSelected(options.model, **pool, options.keys);
+  return Selection{*pool, std::move(items)};
+}
+
+void RunDelete(const DeleteOptions& options, Context& context) {
+  CQXDocBase document(host::SetUpModel);
+  const auto selection = Select(options, document);
+  if (!selection) return context.Refuse(selection.Error());
+  const auto& [pool, items] = *selection;
+  CQXDBSession& session = *document.GetDBSession();
+  const std::uint16_t type = pool->GetTypeCode();
+  const std::span<const ITR> asked(items.data(), items.size());
+  const DeletionPreview preview = PreviewDeletion(session, type, asked);
+  std::string text = options.list ? Listing(session, preview) : Summary(session, preview);
+  for (const Blocker& blocker : preview.blockers) {
+    text += "blocked: " + qxText(blocker.text, blocker.arguments) + "\n";
+  }
+  JsonText json;
+  json.Begin().Text("model", options.model).Bool("saved", !options.dry_run);
+  WriteJson(session, preview, json);
+  if (options.dry_run) {
+    context.Print(text + "(not deleted)\n", json.End());
+    return;
+  }
+  if (!preview.blockers.empty()) {
+    const Blocker& first = preview.blockers.front();
+    std::string reason = qxText(first.text, first.arguments);
+    if (reason.ends_with('.')) reason.pop_back();  // the line goes on after it
+    return context.Refuse({options.model, PoolLabel(*pool) + " " + options.keys, reason,
+                           "see all reasons with --dry-run"});
+  }
+  const std::string before = HashText(session.StateHash());
+  if (!DeleteRecords(session, type, asked)) {
+    return context.Refuse({options.model, PoolLabel(*pool) + " " + options.keys,
+                           "the deletion was refused", "see what depends on it with --dry-run"});
+  }
+  if (Outcome saved = document.Save(); !saved) return context.Refuse(saved.Error());
+  const std::string after = HashText(session.StateHash());
+  json.Text("before", before).Text("after", after);
+  context.Print(text + fmt::format("state {} -> {}\n", before, after), json.End());
+}
+
+void RunWhereUsed(const DeleteOptions& options, Context& context) {
+  CQXDocBase document(host::SetUpModel);
+  const auto selection = Select(options, document);
+  if (!selection) return context.Refuse(selection.Error());
+  const auto& [pool, items] = *selection;
+  CQXDBSession& session = *document.GetDBSession();
+  Table table({"record", "used by", "as"});
+  JsonText json;
+  json.Begin().Text("model", options.model).BeginArray("uses");
+  for (const ITR item : items) {
+    for (const Use& use : WhereUsed(session, pool->GetTypeCode(), item)) {
+      const std::string as = use.row ? Utf8(use.row->name) : "key";
+      table.Row(
+          {NameOf(session, pool->GetTypeCode(), item), NameOf(session, use.type, use.item), as});
+      json.Begin().Integer("of", KeyOf(item));
+      json.Text("pool", PoolLabel(*session.GetDataPool(use.type)));
+      json.Integer("key", KeyOf(use.item)).Text("as", as).End();
+    }
+  }
+  context.Print(table.IsEmpty() ? "used nowhere\n" : table.Text(), json.End().End());
+}
+
+std::shared_ptr<DeleteOptions> AddSelection(CLI::App& command) {
+  auto options = std::make_shared<DeleteOptions>();
+  command.add_option("model", options->model, "Model file")->required();
+  command.add_option("pool", options->pool, "Table of the records: node, elem, mset, ...")
+      ->required();
+  command.add_option("keys", options->keys, "Keys: 1-5,9,100- or all")->required();
+  return options;
+}
+
+}  // namespace
+
+void AddDelete(CLI::App& app, Context& context) {
+  CLI::App* command = AddCommand(app, context, "delete", "Delete records and what hangs on them",
+                                 "qxdb delete wing.qxm node 1-5 --dry-run");
+  const auto options = AddSelection(*command);
+  command->add_flag("--dry-run", options->dry_run, "Say what would happen, change nothing");
+  command->add_flag("--list", options->list, "Name every record instead of counting them");
+  command->callback([options, &context] { RunDelete(*options, context); });
+}
+
+void AddWhereUsed(CLI::App& app, Context& context) {
+  CLI::App* command = AddCommand(app, context, "where-used", "Show what refers to records",
+                                 "qxdb where-used wing.qxm node 12");
+  const auto options = AddSelection(*command);
+  command->callback([options, &context] { RunWhereUsed(*options, context); });
+}
+
+}  // namespace qx::app

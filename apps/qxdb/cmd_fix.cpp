@@ -1,0 +1,130 @@
+// Mending a mesh: all repairs that are asked for as one undoable step.
+
+#include <fmt/format.h>
+#include <memory>
+#include <optional>
+
+#include "qx_db/app/mesh_repair.h"
+#include "qx_db/qx_db.h"
+
+#include "apps/qxdb/change_counter.h"
+#include "apps/qxdb/commands.h"
+#include "host/session.h"
+
+namespace qx::app {
+namespace {
+
+struct FixOptions {
+  std::string model;
+  bool solids = false, shells = false, duplicate_elements = false, unreferenced_nodes = false;
+  std::optional<double> merge_tolerance;
+  bool dry_run = false;
+
+  bool AsksForNothing() const {
+    return !solids && !shells && !duplicate_elements && !unreferenced_nodes && !merge_tolerance;
+  }
+};
+
+RepairPlan PlanOf(const FixOptions& options, const CQXUnitCtrl& units) {
+  RepairPlan plan;
+  plan.inverted_solids = options.solids;
+  plan.misoriented_shells = options.shells;
+  plan.duplicate_elements = options.duplicate_elements;
+  plan.unreferenced_nodes = options.unreferenced_nodes;
+  if (options.merge_tolerance) {
+    plan.merge_tolerance = units.In(unit::kLength, *options.merge_tolerance);
+  }
+  // Without a choice, what changes no shape and leaves nothing behind that was not there.
+  if (options.AsksForNothing()) {
+    plan.inverted_solids = plan.misoriented_shells = plan.duplicate_elements = true;
+  }
+  return plan;
+}
+
+struct Line {
+  const char* name;
+  const char* label;
+  std::int64_t count;
+};
+
+void Describe(const RepairReport& report, std::string& text, JsonText& json) {
+  const Line lines[] = {
+      {"nodes_merged", "nodes merged", report.nodes_merged},
+      {"merges_refused", "nodes left apart: merging would have collapsed an element",
+       report.merges_refused},
+      {"elements_removed", "duplicate elements removed", report.elements_removed},
+      {"solids_turned", "inverted solids turned over", report.solids_turned},
+      {"shells_turned", "shells turned to agree with their neighbours", report.shells_turned},
+      {"one_sided_patches", "patches of shells left as they are: one-sided, no choice fits",
+       report.one_sided_patches},
+      {"nodes_removed", "nodes without elements removed", report.nodes_removed},
+      {"nodes_kept", "nodes without elements kept: another record points at them",
+       report.nodes_kept},
+  };
+  json.Begin("repairs");
+  for (const Line& line : lines) {
+    if (line.count) text += fmt::format("{:>11}  {}\n", Grouped(line.count), line.label);
+    json.Integer(line.name, line.count);
+  }
+  json.End();
+}
+
+void Run(const FixOptions& options, Context& context) {
+  CQXDocBase document(host::SetUpModel);
+  if (Outcome opened = document.Open(options.model); !opened) {
+    return context.Refuse(opened.Error());
+  }
+  CQXDBSession& session = *document.GetDBSession();
+  const std::string before = HashText(session.StateHash());
+  ChangeCounter counter;
+  session.AddListener(&counter);
+  RepairReport report;
+  CTransaction transaction(&session);
+  transaction.Begin(u"Repair mesh");
+  if (!RepairMesh(session, PlanOf(options, session.Units()), report) || !transaction.Commit()) {
+    return context.Refuse(
+        {options.model, "", "a pool refused the repair", "see the message above; nothing changed"});
+  }
+  const bool save = !options.dry_run && report.ChangedAnything();
+  if (save) {
+    if (Outcome saved = document.Save(); !saved) return context.Refuse(saved.Error());
+  }
+  const std::string after = HashText(session.StateHash());
+  std::string text;
+  JsonText json;
+  json.Begin().Text("model", options.model).Text("before", before).Text("after", after);
+  json.Bool("saved", save);
+  Describe(report, text, json);
+  counter.Write(json);
+  if (!report.ChangedAnything()) text += "nothing to repair\n";
+  if (report.ChangedAnything()) {
+    text += counter.Text();
+    text += fmt::format("state {} -> {}{}\n", before, after, save ? "" : " (not saved)");
+  }
+  context.Print(text, json.End());
+}
+
+}  // namespace
+
+void AddFix(CLI::App& app, Context& context) {
+  CLI::App* command = AddCommand(app, context, "fix", "Repair a mesh",
+                                 "qxdb fix bracket.qxm --solids --merge-nodes 1e-6");
+  command->description(
+      "Repair a mesh, as one step. Without a choice: --solids --shells --duplicate-elements");
+  auto options = std::make_shared<FixOptions>();
+  command->add_option("model", options->model, "Model file")->required();
+  command->add_flag("--solids", options->solids, "Turn inverted solids over");
+  command->add_flag("--shells", options->shells, "Make shells agree with their neighbours");
+  command->add_flag("--duplicate-elements", options->duplicate_elements,
+                    "Remove elements that have the nodes of an earlier one");
+  command->add_flag("--unreferenced-nodes", options->unreferenced_nodes,
+                    "Remove nodes that nothing uses");
+  command
+      ->add_option("--merge-nodes", options->merge_tolerance,
+                   "Merge nodes that are no farther apart than this, in current length units")
+      ->check(CLI::NonNegativeNumber);
+  command->add_flag("--dry-run", options->dry_run, "Say what would change, save nothing");
+  command->callback([options, &context] { Run(*options, context); });
+}
+
+}  // namespace qx::app

@@ -1,0 +1,209 @@
+// Records that travel between models: parts of another model, pools in files of their own.
+
+#include <fmt/format.h>
+#include <memory>
+
+#include "qx_db/bulk/record_file.h"
+#include "qx_db/platform/file.h"
+#include "qx_db/qx_db.h"
+
+#include "apps/qxdb/commands.h"
+#include "apps/qxdb/selection.h"
+#include "host/session.h"
+
+namespace qx::app {
+namespace {
+
+struct ImportOptionsText {
+  std::string from;
+  std::string model;
+  std::vector<std::string> choices;  // "node" or "node:1-100"
+  std::string key_map;
+  bool only = false;
+  ImportOptions options;
+};
+
+/// The keys that a choice like "node:1-100" names in the model it comes from.
+Result<ImportChoice> ParseChoice(CQXDBSession& from, const std::string& text) {
+  const std::size_t colon = text.find(':');
+  const auto pool = FindPool(from, text.substr(0, colon));
+  if (!pool) return pool.Error();
+  ImportChoice choice{(*pool)->GetTypeCode(), {}};
+  if (colon == std::string::npos) return choice;
+  const std::string keys = text.substr(colon + 1);
+  const auto ranges = KeyRanges::Parse(keys);
+  if (!ranges) return ranges.Error();
+  for (const ITR item : ranges->Select(**pool)) choice.keys.push_back(KeyOf(item));
+  if (choice.keys.empty()) return NothingSelected("", **pool, keys);
+  return choice;
+}
+
+/// Says what came, saves the model unless this was a dry run.
+void Finish(CQXDocBase& document, const ImportOptionsText& asked, const ImportReport& report,
+            Context& context) {
+  constexpr std::size_t kShown = 20;
+  const CQXDBSession& session = *document.GetDBSession();
+  const bool dry = asked.options.dry_run;
+  Table table({"pool", ">records", ">overwritten", ">renumbered"});
+  JsonText json;
+  json.Begin().Text("model", asked.model).Bool("saved", !dry).Begin("pools");
+  for (const ImportReport::Pool& pool : report.pools) {
+    const auto renumbered = std::count_if(pool.keys.begin(), pool.keys.end(),
+                                          [](const auto& key) { return key.first != key.second; });
+    const auto records = static_cast<std::int64_t>(pool.keys.size());
+    const std::string label = PoolLabel(*session.GetDataPool(pool.type));
+    table.Row({label, Grouped(records), Grouped(pool.overwritten), Grouped(renumbered)});
+    json.Begin(label).Integer("records", records).Integer("overwritten", pool.overwritten);
+    json.Integer("renumbered", renumbered).End();
+  }
+  json.End().BeginArray("loose");
+  std::string text = table.IsEmpty() ? "nothing came\n" : table.Text();
+  for (std::size_t i = 0; i < report.loose.size(); ++i) {
+    const std::string line = report.loose[i].Line(session);
+    json.Text({}, line);
+    if (i < kShown) text += line + "\n";
+  }
+  json.End().BeginArray("unconverted");
+  if (report.loose.size() > kShown) {
+    text += fmt::format("and {} references more\n", report.loose.size() - kShown);
+  }
+  for (const auto& [type, key] : report.unconverted) {
+    const std::string record = PoolLabel(*session.GetDataPool(type)) + " " + std::to_string(key);
+    json.Text({}, record);
+    text += record + ": numbers of a kind that is not known kept the units they had\n";
+  }
+  json.End();
+  if (!asked.key_map.empty()) {
+    const Outcome written = WriteWholeFile(asked.key_map, report.KeyMapJson(session));
+    if (!written) return context.Refuse(written.Error());
+  }
+  if (!dry) {
+    if (Outcome saved = document.Save(); !saved) return context.Refuse(saved.Error());
+  }
+  context.Print(text + (dry ? "nothing was saved: a dry run\n" : ""), json.End());
+}
+
+void RunImportModel(ImportOptionsText& asked, Context& context) {
+  CQXDocBase document(host::SetUpModel);
+  if (Outcome opened = document.Open(asked.model); !opened) return context.Refuse(opened.Error());
+  auto from = ExternalModel::Open(asked.from, host::SetUpModel);
+  if (!from) return context.Refuse(from.Error());
+  asked.options.with_references = !asked.only;
+  for (const std::string& text : asked.choices) {
+    auto choice = ParseChoice((*from)->Records(), text);
+    if (!choice) {
+      Failure fault = choice.Error();
+      if (fault.file.empty()) fault.file = asked.from;
+      return context.Refuse(fault);
+    }
+    asked.options.choices.push_back(std::move(*choice));
+  }
+  const auto report = ImportRecords(*document.GetDBSession(), **from, asked.options);
+  if (!report) return context.Refuse(report.Error());
+  Finish(document, asked, *report, context);
+}
+
+void RunPoolImport(const ImportOptionsText& asked, Context& context) {
+  CQXDocBase document(host::SetUpModel);
+  if (Outcome opened = document.Open(asked.model); !opened) return context.Refuse(opened.Error());
+  const auto report = ImportRecordFile(*document.GetDBSession(), asked.from, asked.options);
+  if (!report) return context.Refuse(report.Error());
+  Finish(document, asked, *report, context);
+}
+
+void RunPoolExport(const std::string& model, const std::string& name, const std::string& file,
+                   Context& context) {
+  CQXDocBase document(host::SetUpModel);
+  if (Outcome opened = document.Open(model); !opened) return context.Refuse(opened.Error());
+  const auto pool = FindPool(*document.GetDBSession(), name);
+  if (!pool) return context.Refuse(pool.Error());
+  CQXBulkHandler handler(file);
+  Outcome outcome;
+  if (!qxSaveDPool(handler, **pool, &outcome)) return context.Refuse(outcome.Error());
+  const BulkHeader& header = handler.Header();
+  JsonText json;
+  json.Begin().Text("file", file).Text("record", header.record).Integer("records", header.records);
+  context.Print(fmt::format("{}: {} records of {}\n", file, Grouped(header.records), header.record),
+                json.End());
+}
+
+void RunPoolInfo(const std::string& file, Context& context) {
+  CQXBulkHandler handler(file);
+  if (Outcome opened = handler.Open(); !opened) return context.Refuse(opened.Error());
+  const BulkHeader& header = handler.Header();
+  const std::string length(
+      UnitsOf(UnitBase::kLength)[static_cast<std::size_t>(header.units[UnitBase::kLength])].name);
+  JsonText json;
+  json.Begin().Text("file", file).Text("record", header.record).Text("pool", header.pool);
+  json.Integer("records", header.records).Integer("bytes", static_cast<std::int64_t>(header.bytes));
+  json.Text("length", length);
+  context.Print(
+      fmt::format("{}: {} records of {} (pool {}), {}, lengths in {}\n", file,
+                  Grouped(header.records), header.record, header.pool, Bytes(header.bytes), length),
+      json.End());
+}
+
+/// The options that every import takes.
+void AddImportOptions(CLI::App& command, ImportOptionsText& asked) {
+  command.add_flag("--keep-keys", asked.options.keep_keys,
+                   "Keep the keys, overwriting records of the same key; otherwise new ones");
+  command.add_flag("--dry-run", asked.options.dry_run,
+                   "Say what would come, clash and be renumbered; save nothing");
+  command.add_option("--key-map", asked.key_map, "Write the old and new keys to a JSON file");
+}
+
+}  // namespace
+
+void AddImportModel(CLI::App& app, Context& context) {
+  CLI::App* command =
+      AddCommand(app, context, "import-model", "Bring records of another model into a model",
+                 "qxdb import-model wheel.qxm car.qxm --pool elem:1-500");
+  auto asked = std::make_shared<ImportOptionsText>();
+  command->add_option("from", asked->from, "Model file to take from")->required();
+  command->add_option("into", asked->model, "Model file to bring into")->required();
+  command->add_option("--pool", asked->choices,
+                      "A pool, or some of its keys: node, elem:1-500; all pools without");
+  command->add_flag("--only", asked->only,
+                    "Leave behind what the chosen records refer to and what belongs to them");
+  command->add_flag("--link-existing", asked->options.link_existing,
+                    "Lead references to what stays behind to the model's records of the same key");
+  AddImportOptions(*command, *asked);
+  command->callback([asked, &context] { RunImportModel(*asked, context); });
+}
+
+void AddPool(CLI::App& app, Context& context) {
+  CLI::App* command = AddCommand(app, context, "pool", "Single pools in files of their own",
+                                 "qxdb pool export car.qxm viewpoint views.qxr");
+  command->require_subcommand(1);
+  {
+    CLI::App* sub = AddCommand(*command, context, "export", "Write a pool to a record file",
+                               "qxdb pool export car.qxm viewpoint views.qxr");
+    struct Names {
+      std::string model, pool, file;
+    };
+    auto names = std::make_shared<Names>();
+    sub->add_option("model", names->model, "Model file")->required();
+    sub->add_option("pool", names->pool, "Pool, e.g. viewpoint")->required();
+    sub->add_option("file", names->file, "Record file to write")->required();
+    sub->callback(
+        [names, &context] { RunPoolExport(names->model, names->pool, names->file, context); });
+  }
+  {
+    CLI::App* sub = AddCommand(*command, context, "import", "Bring a record file into a model",
+                               "qxdb pool import car.qxm views.qxr");
+    auto asked = std::make_shared<ImportOptionsText>();
+    sub->add_option("model", asked->model, "Model file")->required();
+    sub->add_option("file", asked->from, "Record file")->required();
+    AddImportOptions(*sub, *asked);
+    sub->callback([asked, &context] { RunPoolImport(*asked, context); });
+  }
+  {
+    CLI::App* sub = AddCommand(*command, context, "info", "Say what a record file holds",
+                               "qxdb pool info views.qxr");
+    auto file = std::make_shared<std::string>();
+    sub->add_option("file", *file, "Record file")->required();
+    sub->callback([file, &context] { RunPoolInfo(*file, context); });
+  }
+}
+
+}  // namespace qx::app

@@ -1,0 +1,482 @@
+// Material libraries: looking at them, turning one form into another, taking materials into a
+// model.
+
+#include <algorithm>
+#include <cmath>
+#include <fmt/format.h>
+#include <map>
+#include <memory>
+
+#include "qx_db/material/material_file.h"
+#include "qx_db/qx_db.h"
+
+#include "apps/qxdb/commands.h"
+#include "host/session.h"
+
+namespace qx::app {
+namespace {
+
+struct MaterialOptions {
+  std::string file;
+  std::string form;       ///< empty: as the file says
+  std::string code_page;  ///< empty: that of the locale
+  std::string units;      ///< empty: as the file has them
+  bool lint = false;
+  std::vector<std::string> names;
+  std::string target;
+  std::string target_form;
+  std::string target_code_page;
+  std::string model;
+  bool all = false;
+  bool replace = false;
+};
+
+struct Note {
+  std::int64_t line;
+  std::string why;
+};
+
+/// A library as a user named it.
+struct Opened {
+  MaterialForm form = MaterialForm::kText;
+  CodePage page;
+  MaterialTable table;
+  UnitSystem units;  ///< those asked for, or else the file's
+  std::vector<Note> notes;
+};
+
+Result<CodePage> PageOf(const std::string& name) {
+  return name.empty() ? Result<CodePage>(CodePage::OfLocale()) : CodePage::Named(name);
+}
+
+Result<Opened> OpenLibrary(const MaterialOptions& options) {
+  Opened opened;
+  const auto form = options.form.empty() ? FormOfFile(options.file) : FormNamed(options.form);
+  if (!form) return form.Error();
+  opened.form = *form;
+  const auto page = PageOf(options.code_page);
+  if (!page) return page.Error();
+  opened.page = *page;
+  MaterialLint lint;
+  if (options.lint) {
+    lint = [&](std::int64_t line, const std::string& why) { opened.notes.push_back({line, why}); };
+  }
+  auto table = ReadMaterials(options.file, opened.form, opened.page, lint);
+  if (!table) return table.Error();
+  opened.table = std::move(*table);
+  opened.units = UnitsOfTable(opened.table);
+  if (options.units.empty()) return opened;
+  const auto units = SystemNamed(options.units, opened.units);
+  if (!units) return units.Error();
+  opened.units = *units;
+  return opened;
+}
+
+// ---- what is printed ----------------------------------------------------------------------------
+
+/// The table that people see: in the units asked for, or as the file has it.
+MaterialTable Shown(const Opened& opened, const MaterialOptions& options) {
+  return options.units.empty() ? opened.table : InUnits(opened.table, opened.units);
+}
+
+std::string Heading(const MaterialColumn& column) {
+  const std::string unit = UnitText(column.kind, column.units);
+  return unit.empty() ? column.property : fmt::format("{} [{}]", column.property, unit);
+}
+
+/// "record" for the form that counts records, "line" for the others.
+std::string_view PlaceWord(MaterialForm form) {
+  return form == MaterialForm::kFluid ? "record" : "line";
+}
+
+std::string NotesText(const Opened& opened, const MaterialOptions& options) {
+  if (!options.lint) return {};
+  std::string text;
+  for (const Note& note : opened.notes) {
+    text +=
+        fmt::format("{}: {} {}: {}\n", options.file, PlaceWord(opened.form), note.line, note.why);
+  }
+  return text.empty() ? options.file + ": nothing was left out\n" : text;
+}
+
+void WriteNotes(const Opened& opened, const MaterialOptions& options, JsonText& json) {
+  if (!options.lint) return;
+  json.BeginArray("lint");
+  for (const Note& note : opened.notes) {
+    json.Begin().Integer(PlaceWord(opened.form), note.line).Text("why", note.why).End();
+  }
+  json.End();
+}
+
+void WriteMaterial(const MaterialTable& table, const Material& material, JsonText& json) {
+  json.Begin().Text("category", material.category.ToUtf8()).Text("name", material.name.ToUtf8());
+  json.Begin("values");
+  for (std::size_t i = 0; i < table.columns.size(); ++i) {
+    const MaterialColumn& column = table.columns[i];
+    json.Begin(column.property);
+    // JSON has no word for what is not finite.
+    if (std::isfinite(material.values[i])) {
+      json.Real("value", material.values[i]);
+    } else {
+      json.Raw("value", "null");
+    }
+    json.Text("unit", UnitText(column.kind, column.units)).End();
+  }
+  json.End().End();
+}
+
+JsonText LibraryJson(const Opened& opened, const MaterialOptions& options,
+                     const MaterialTable& table, const std::vector<const Material*>& materials) {
+  JsonText json;
+  json.Begin().Text("file", options.file).Text("form", InfoOf(opened.form).name);
+  json.BeginArray("materials");
+  for (const Material* material : materials) WriteMaterial(table, *material, json);
+  json.End();
+  WriteNotes(opened, options, json);
+  json.End();
+  return json;
+}
+
+// ---- list and show ------------------------------------------------------------------------------
+
+void List(const MaterialOptions& options, Context& context) {
+  const Result<Opened> opened = OpenLibrary(options);
+  if (!opened) return context.Refuse(opened.Error());
+  const MaterialTable table = Shown(*opened, options);
+  const bool grouped = std::any_of(table.materials.begin(), table.materials.end(),
+                                   [](const Material& m) { return !m.category.IsEmpty(); });
+  std::vector<std::string> headings = {"material"};
+  if (grouped) headings.insert(headings.begin(), "category");
+  std::vector<std::size_t> columns;
+  for (const char* property : {"elastic modulus", "Poisson's ratio", "mass density",
+                               "dynamic viscosity", "expansion coefficient", "tensile strength"}) {
+    const auto at = table.Find(property);
+    if (!at) continue;
+    columns.push_back(*at);
+    headings.push_back(">" + Heading(table.columns[*at]));
+  }
+  Table text(headings);
+  std::vector<const Material*> all;
+  for (const Material& material : table.materials) {
+    all.push_back(&material);
+    std::vector<std::string> cells = {material.name.ToUtf8()};
+    if (grouped) cells.insert(cells.begin(), material.category.ToUtf8());
+    for (const std::size_t at : columns) cells.push_back(Short(material.values[at]));
+    text.Row(std::move(cells));
+  }
+  context.Print(
+      fmt::format("{}{}{} material{}, {}\n", text.IsEmpty() ? "" : text.Text(),
+                  NotesText(*opened, options), Grouped(static_cast<std::int64_t>(all.size())),
+                  all.size() == 1 ? "" : "s", InfoOf(opened->form).what),
+      LibraryJson(*opened, options, table, all));
+}
+
+/// The materials of a name; those whose case fits when there are such.
+std::vector<const Material*> Named(const MaterialTable& table, const std::string& name) {
+  std::vector<const Material*> found;
+  for (const bool exact : {true, false}) {
+    for (const Material& material : table.materials) {
+      const std::string own = material.name.ToUtf8();
+      if (exact ? own == name : EqualNoCase(own, name)) found.push_back(&material);
+    }
+    if (!found.empty()) break;
+  }
+  return found;
+}
+
+Failure NoSuchMaterial(const MaterialOptions& options, const std::string& name) {
+  return {options.file, "material \"" + name + "\"", "is not in this library",
+          "see qxdb material list " + options.file};
+}
+
+void Show(const MaterialOptions& options, Context& context) {
+  const Result<Opened> opened = OpenLibrary(options);
+  if (!opened) return context.Refuse(opened.Error());
+  const MaterialTable table = Shown(*opened, options);
+  const auto found = Named(table, options.names[0]);
+  if (found.empty()) return context.Refuse(NoSuchMaterial(options, options.names[0]));
+  std::string text;
+  for (const Material* material : found) {
+    const std::string category = material->category.ToUtf8();
+    text += material->name.ToUtf8() + (category.empty() ? "" : "  (" + category + ")") + "\n";
+    Table values({"property", ">value", "unit"});
+    for (std::size_t i = 0; i < table.columns.size(); ++i) {
+      const MaterialColumn& column = table.columns[i];
+      values.Row({column.property, fmt::format("{:.12g}", material->values[i]),
+                  UnitText(column.kind, column.units)});
+    }
+    text += values.Text();
+  }
+  context.Print(text + NotesText(*opened, options), LibraryJson(*opened, options, table, found));
+}
+
+// ---- convert ------------------------------------------------------------------------------------
+
+void Convert(const MaterialOptions& options, Context& context) {
+  const Result<Opened> opened = OpenLibrary(options);
+  if (!opened) return context.Refuse(opened.Error());
+  const auto form =
+      options.target_form.empty() ? FormOfName(options.target) : FormNamed(options.target_form);
+  if (!form) return context.Refuse(form.Error());
+  const auto page = options.target_code_page.empty() ? PageOf(options.code_page)
+                                                     : PageOf(options.target_code_page);
+  if (!page) return context.Refuse(page.Error());
+  std::vector<std::string> lost;
+  const Outcome written =
+      WriteMaterials(opened->table, options.target, *form, *page, opened->units, &lost);
+  if (!written) return context.Refuse(written.Error());
+  const auto count = static_cast<std::int64_t>(opened->table.materials.size());
+  std::string text =
+      fmt::format("{}: {} materials as {}\n", options.target, Grouped(count), InfoOf(*form).what);
+  JsonText json;
+  json.Begin().Text("file", options.target).Text("form", InfoOf(*form).name);
+  json.Integer("materials", count).BeginArray("lost");
+  for (const std::string& what : lost) {
+    text += "not kept, for the form has no place for it: " + what + "\n";
+    json.Text({}, what);
+  }
+  json.End();
+  WriteNotes(*opened, options, json);
+  context.Print(text + NotesText(*opened, options), json.End());
+}
+
+// ---- import -------------------------------------------------------------------------------------
+
+struct Destination {
+  std::string_view property;
+  double tagTMatl::*member;
+};
+constexpr Destination kDestinations[] = {
+    {"elastic modulus", &tagTMatl::elastic_modulus},
+    {"shear modulus", &tagTMatl::shear_modulus},
+    {"Poisson's ratio", &tagTMatl::poisson_ratio},
+    {"mass density", &tagTMatl::density},
+    {"expansion coefficient", &tagTMatl::thermal_expansion},
+    {"reference temperature", &tagTMatl::reference_temperature},
+    {"conductivity", &tagTMatl::conductivity},
+    {"specific heat", &tagTMatl::specific_heat},
+    {"heat generation factor", &tagTMatl::heat_generation_factor},
+    {"structural damping", &tagTMatl::structural_damping},
+    {"mass proportional damping", &tagTMatl::mass_damping},
+    {"stiffness proportional damping", &tagTMatl::stiffness_damping},
+    {"tensile strength", &tagTMatl::tensile_strength},
+    {"compressive strength", &tagTMatl::compressive_strength},
+    {"shear strength", &tagTMatl::shear_strength},
+    {"yield stress", &tagTMatl::yield_stress},
+    {"tangent modulus", &tagTMatl::tangent_modulus},
+    {"endurance limit", &tagTMatl::endurance_limit},
+    {"cycles at endurance", &tagTMatl::endurance_cycles},
+    {"dynamic viscosity", &tagTMatl::dynamic_viscosity},
+};
+
+/// The materials that were asked for, in the order of the names.
+Result<std::vector<const Material*>> Chosen(const MaterialTable& table,
+                                            const MaterialOptions& options) {
+  std::vector<const Material*> chosen;
+  if (options.all) {
+    for (const Material& material : table.materials) chosen.push_back(&material);
+    return chosen;
+  }
+  for (const std::string& name : options.names) {
+    const auto found = Named(table, name);
+    if (found.empty()) return NoSuchMaterial(options, name);
+    if (found.size() > 1) {
+      return Failure{options.file, "material \"" + name + "\"",
+                     "is in the library " + std::to_string(found.size()) + " times",
+                     "give its copies different names, or import all"};
+    }
+    chosen.push_back(found[0]);
+  }
+  return chosen;
+}
+
+std::int32_t KindOf(MaterialForm form) {
+  if (form == MaterialForm::kFluid) return tagTMatl::kFluid;
+  return form == MaterialForm::kParticle ? tagTMatl::kParticle : tagTMatl::kIsotropic;
+}
+
+template <std::size_t N>
+Outcome SetText(TString<N>& to, const CString& text, const std::string& file) {
+  to.Set(text.View());
+  if (to.View() == text.View()) return {};
+  return Failure{file, "\"" + text.Left(40).ToUtf8() + "\"",
+                 fmt::format("is longer than the {} characters that a model keeps", N - 1),
+                 "give it a shorter name in the library"};
+}
+
+/// The properties of a material that a record has no member for.
+std::vector<std::string> Homeless(const MaterialTable& table,
+                                  const std::vector<const Material*>& materials) {
+  std::vector<std::string> names;
+  for (std::size_t i = 0; i < table.columns.size(); ++i) {
+    const std::string& property = table.columns[i].property;
+    const bool has_place = std::any_of(std::begin(kDestinations), std::end(kDestinations),
+                                       [&](const auto& to) { return to.property == property; });
+    const bool used = std::any_of(materials.begin(), materials.end(),
+                                  [&](const Material* m) { return m->values[i] != 0.0; });
+    if (!has_place && used) names.push_back(property);
+  }
+  return names;
+}
+
+Outcome FillRecord(const MaterialTable& table, const Material& material,
+                   const MaterialOptions& options, tagTMatl& record) {
+  Outcome fits = SetText(record.name, material.name, options.file);
+  if (fits) fits = SetText(record.library_category, material.category, options.file);
+  if (!fits) return fits;
+  // The library's name only tells where the material came from, so a long one is cut.
+  const std::string library = options.file.substr(options.file.find_last_of("/\\") + 1);
+  record.library.Set(Utf16(library));
+  for (const Destination& to : kDestinations) {
+    const auto at = table.Find(to.property);
+    if (!at) continue;
+    if (!std::isfinite(material.values[*at])) {
+      return Failure{options.file, "material \"" + material.name.ToUtf8() + "\"",
+                     "has no finite " + std::string(to.property), "correct it in the library"};
+    }
+    record.*to.member = material.values[*at];
+  }
+  return {};
+}
+
+/// The materials of a model by name and category, as a library tells its own apart.
+class KnownMaterials {
+ public:
+  explicit KnownMaterials(DPoolMatl& pool) {
+    for (ITR next = pool.GetHeadPosition(); next != 0;) {
+      const ITR item = next;
+      Add(pool.GetNextNU(next), item);
+    }
+  }
+  void Add(const tagTMatl& record, ITR item) { items_.emplace(NamesOf(record), item); }
+  /// 0 when there is none.
+  ITR Find(const tagTMatl& record) const {
+    const auto found = items_.find(NamesOf(record));
+    return found == items_.end() ? 0 : found->second;
+  }
+
+ private:
+  using Names = std::pair<std::u16string, std::u16string>;
+  static Names NamesOf(const tagTMatl& record) {
+    return {std::u16string(record.name.View()), std::u16string(record.library_category.View())};
+  }
+  std::map<Names, ITR> items_;
+};
+
+/// Puts one material into the pool; returns its key.
+Result<Key> Put(DPoolMatl& pool, KnownMaterials& known, const MaterialTable& table,
+                const Material& material, const MaterialOptions& options, std::int32_t kind) {
+  tagTMatl record;
+  record.type = kind;
+  if (Outcome filled = FillRecord(table, material, options, record); !filled) {
+    return filled.Error();
+  }
+  ITR there = known.Find(record);
+  if (!there) {
+    record.key = pool.GetNewKey();
+    known.Add(record, pool.InsertNU(record));
+    return record.key;
+  }
+  const tagTMatl& old = pool.GetAtNU(there);
+  if (!options.replace) {
+    return Failure{options.model, "material " + std::to_string(old.key),
+                   "has the name \"" + material.name.ToUtf8() + "\" already",
+                   "use --replace to overwrite it"};
+  }
+  record.key = old.key;
+  record.color = old.color;
+  pool.SetAtNU(there, record);
+  return record.key;
+}
+
+void ImportMaterials(const MaterialOptions& options, Context& context) {
+  const Result<Opened> opened = OpenLibrary(options);
+  if (!opened) return context.Refuse(opened.Error());
+  CQXDocBase document(host::SetUpModel);
+  if (Outcome open = document.Open(options.model); !open) return context.Refuse(open.Error());
+  CQXDBSession& session = *document.GetDBSession();
+  const MaterialTable table = InUnits(opened->table, session.Units().Model());
+  const auto chosen = Chosen(table, options);
+  if (!chosen) return context.Refuse(chosen.Error());
+  auto& pool = *session.GetPool<DPoolMatl>(code::kMatl);
+  KnownMaterials known(pool);
+  CTransaction transaction(&session);
+  transaction.Begin(u"Import materials");
+  Table text({">key", "material"});
+  JsonText json;
+  json.Begin().Text("model", options.model).BeginArray("materials");
+  for (const Material* material : *chosen) {
+    const Result<Key> key = Put(pool, known, table, *material, options, KindOf(opened->form));
+    if (!key) return context.Refuse(key.Error());
+    text.Row({std::to_string(*key), material->name.ToUtf8()});
+    json.Begin().Integer("key", *key).Text("name", material->name.ToUtf8()).End();
+  }
+  if (!transaction.Commit()) {
+    return context.Refuse({options.model, "", "the import was refused", "see the message above"});
+  }
+  if (Outcome saved = document.Save(); !saved) return context.Refuse(saved.Error());
+  std::string result = text.IsEmpty() ? "no materials\n" : text.Text();
+  json.End().BeginArray("lost");
+  for (const std::string& property : Homeless(table, *chosen)) {
+    result += "not kept, for a model's material has no place for it: " + property + "\n";
+    json.Text({}, property);
+  }
+  json.End();
+  WriteNotes(*opened, options, json);
+  context.Print(result + NotesText(*opened, options), json.End());
+}
+
+using Job = void (*)(const MaterialOptions&, Context&);
+
+}  // namespace
+
+void AddMaterial(CLI::App& app, Context& context) {
+  CLI::App* command =
+      AddCommand(app, context, "material", "List, convert and import material libraries",
+                 "qxdb material list examples/materials/common.gdbp --units m,kN");
+  command->require_subcommand(1);
+  const auto add = [&](const char* name, const char* what, const char* example, Job job) {
+    CLI::App* sub = AddCommand(*command, context, name, what, example);
+    auto options = std::make_shared<MaterialOptions>();
+    sub->add_option("file", options->file, "Library file")->required();
+    sub->add_option("--form", options->form,
+                    "Its form (text, binary, fluid, particle, gdb, gdbp); else as it looks");
+    sub->add_option("--code-page", options->code_page,
+                    "Of a text without a mark: 1252, UTF-8, ...; else that of the locale");
+    sub->add_flag("--lint", options->lint,
+                  "Name each line that is left out or read otherwise than it looks");
+    sub->callback([options, job, &context] { job(*options, context); });
+    return std::pair(sub, options);
+  };
+  auto [list, list_options] = add("list", "List the materials of a library",
+                                  "qxdb material list steel.gdbp --units m,kN --lint", List);
+  auto [show, show_options] = add("show", "Print all properties of a material",
+                                  "qxdb material show steel.gdbp S235 --units in,lbf,F", Show);
+  auto [convert, convert_options] =
+      add("convert", "Write a library in another form",
+          "qxdb material convert steel.txt steel.gdbp --units mm,N", Convert);
+  auto [import, import_options] =
+      add("import", "Take materials into a model, as one undoable step",
+          "qxdb material import steel.gdbp bracket.qxm S235 S355", ImportMaterials);
+  const char* units = "Units by name, such as mm,N,J,C; the others as the file has them";
+  list->add_option("--units", list_options->units, units);
+  show->add_option("name", show_options->names, "Name of the material")->expected(1)->required();
+  show->add_option("--units", show_options->units, units);
+  convert->add_option("target", convert_options->target, "File to write")->required();
+  convert->add_option("--to", convert_options->target_form,
+                      "Its form; else by its extension: .txt .bin .cfd .cfdbin .gdbp");
+  convert->add_option("--to-code-page", convert_options->target_code_page,
+                      "Code page of what is written; else that of --code-page");
+  convert->add_option("--units", convert_options->units, std::string(units) + " (.gdbp only)");
+  import->add_option("model", import_options->model, "Model file")->required();
+  auto* names = import->add_option("names", import_options->names, "Names of materials");
+  auto* all = import->add_flag("--all", import_options->all, "All materials of the library");
+  all->excludes(names);
+  import->add_flag("--replace", import_options->replace, "Overwrite materials of the same name");
+  import->callback([names, all, options = import_options, &context] {
+    if (names->empty() && all->empty()) throw CLI::RequiredError("names or --all");
+  ImportMaterials(*options, context);
+});
+}  // namespace qx::app
+
+}  // namespace qx::app

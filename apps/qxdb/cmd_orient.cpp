@@ -1,0 +1,172 @@
+// Orienting line elements.
+
+#include <fmt/format.h>
+#include <memory>
+
+#include "qx_db/lib/message.h"
+#include "qx_db/qx_db.h"
+
+#include "apps/qxdb/commands.h"
+#include "apps/qxdb/selection.h"
+
+namespace qx::app {
+namespace {
+
+struct OrientOptions {
+  std::string model;
+  std::string keys;
+  Key node = 0;
+  std::vector<double> vector;
+  double beta_deg = 0;
+  Key system = 0;
+  CLI::Option* by_node = nullptr;
+  CLI::Option* by_vector = nullptr;
+  CLI::Option* by_beta = nullptr;
+  CLI::Option* by_system = nullptr;
+};
+
+/// Keeps the message of a refusal, which says why better than a result of 0.
+class LastRefusal final : public IMessageSink {
+ public:
+  LastRefusal() { SetMessageSink(this); }
+  ~LastRefusal() override { SetMessageSink(nullptr); }
+  void Show(const Message& message) override {
+    text = message.text;
+    if (text.ends_with('.')) text.pop_back();  // a failure's line goes on after it
+  }
+  std::string text;
+};
+
+std::string Describe(const tagTEcrd& record) {
+  const auto& v = record.reference_vector;
+  switch (record.method) {
+    case tagTEcrd::kByNode:
+      return fmt::format("node {}", KeyOf(record.reference_node));
+    case tagTEcrd::kByVector:
+      return fmt::format("vector {} {} {}", Short(v.x), Short(v.y), Short(v.z));
+    case tagTEcrd::kByBetaAngle:
+      return fmt::format("beta {} deg", Short(record.beta_angle_deg));
+    case tagTEcrd::kByCoordinateSystem:
+      return record.coordinate_system ? fmt::format("system {}", KeyOf(record.coordinate_system))
+                                      : "default system";
+    default:
+      return fmt::format("unknown method {}", record.method);
+  }
+}
+
+Outcome Read(const OrientOptions& options, const CQXDBSession& session, tagTEcrd& record) {
+  if (*options.by_node) {
+    record.method = tagTEcrd::kByNode;
+    record.reference_node = Pool<tagTNode>(session).Find(options.node);
+    if (record.reference_node == 0) {
+      return Failure{options.model, fmt::format("node {}", options.node), "does not exist",
+                     "name a node of the model"};
+    }
+  } else if (*options.by_vector) {
+    record.method = tagTEcrd::kByVector;
+    record.reference_vector = {options.vector[0], options.vector[1], options.vector[2]};
+  } else if (*options.by_beta) {
+    record.method = tagTEcrd::kByBetaAngle;
+    record.beta_angle_deg = options.beta_deg;
+  } else {
+    const auto& systems = Pool<tagTCord>(session);
+    record.method = tagTEcrd::kByCoordinateSystem;
+    record.coordinate_system = systems.Find(options.system);
+    const std::string place = fmt::format("cord {}", options.system);
+    if (record.coordinate_system == 0) {
+      return Failure{options.model, place, "does not exist", "name a coordinate system"};
+    }
+    if (systems.GetAtNU(record.coordinate_system).type != tagTCord::kRectangular) {
+      return Failure{options.model, place, "is not rectangular, so it orients no element",
+                     "name a rectangular system"};
+    }
+  }
+  return {};
+}
+
+void Show(const CQXDBSession& session, const TArray<ITR>& items, Context& context) {
+  auto& elements = Pool<tagTElem>(session);
+  Table table({">elem", "type", "orientation"});
+  JsonText json;
+  json.Begin().BeginArray("orientations");
+  for (const ITR item : items) {
+    const tagTElem& element = elements.GetAtNU(item);
+    tagTEcrd record;
+    const bool stored = elements.GetElemCSys(item, record) != 0;
+    if (!stored && !element_rule::HasDefaultOrientation(element.type)) continue;
+    const std::string how = Describe(record) + (stored ? "" : " (default)");
+    table.Row({fmt::format("{}", element.key), fmt::format("{}", element.type), how});
+    json.Begin().Integer("elem", element.key).Text("orientation", how);
+    json.Bool("stored", stored).End();
+  }
+  context.Print(table.IsEmpty() ? "no line elements among these\n" : table.Text(),
+                json.End().End());
+}
+
+void Run(const OrientOptions& options, Context& context) {
+  CQXDocBase document(host::SetUpModel);
+  if (Outcome opened = document.Open(options.model); !opened) {
+    return context.Refuse(opened.Error());
+  }
+  CQXDBSession& session = *document.GetDBSession();
+  auto& elements = Pool<tagTElem>(session);
+  const auto ranges = KeyRanges::Parse(options.keys);
+  if (!ranges) return context.Refuse(ranges.Error());
+  const TArray<ITR> items = ranges->Select(elements);
+  if (items.IsEmpty()) {
+    return context.Refuse(NothingSelected(options.model, elements, options.keys));
+  }
+  if (!*options.by_node && !*options.by_vector && !*options.by_beta && !*options.by_system) {
+    return Show(session, items, context);
+  }
+  tagTEcrd record;
+  if (Outcome read = Read(options, session, record); !read) return context.Refuse(read.Error());
+
+  LastRefusal refusal;
+  CTransaction transaction(&session);
+  transaction.Begin(qxLoadText("IDS_QX_TRANS_ORIENT").c_str());
+  std::int64_t oriented = 0;
+  for (const ITR item : items) {
+    const tagTElem element = elements.GetAtNU(item);
+    if (!element_rule::CarriesOrientation(element.type)) continue;
+    if (!elements.SetAtNUwCsys(item, element, record, 1)) {
+      return context.Refuse({options.model, fmt::format("elem {}", element.key), refusal.text,
+                             "nothing was changed"});
+    }
+    ++oriented;
+  }
+  if (oriented == 0) {
+    return context.Refuse({options.model, "elem " + options.keys, "has no line element",
+                           "name elements of a type that carries an orientation"});
+  }
+  if (!transaction.Commit()) {
+    return context.Refuse({options.model, "", "the edit was refused", refusal.text});
+  }
+  if (Outcome saved = document.Save(); !saved) return context.Refuse(saved.Error());
+  JsonText json;
+  json.Begin().Text("model", options.model).Integer("oriented", oriented);
+  json.Text("orientation", Describe(record));
+  context.Print(fmt::format("{} elements oriented by {}\n", Grouped(oriented), Describe(record)),
+                json.End());
+}
+
+}  // namespace
+
+void AddOrient(CLI::App& app, Context& context) {
+  CLI::App* command =
+      AddCommand(app, context, "orient", "Show or set the orientation of line elements",
+                 "qxdb orient frame.qxm 1-40 --vector 0 1 0");
+  auto options = std::make_shared<OrientOptions>();
+  command->add_option("model", options->model, "Model file")->required();
+  command->add_option("keys", options->keys, "Keys: 1-5,9,100- or all")->required();
+  CLI::Option_group* how = command->add_option_group("how", "One of these; none shows what is set");
+  options->by_node = how->add_option("--node", options->node, "Reference node, by key");
+  options->by_vector =
+      how->add_option("--vector", options->vector, "Reference vector")->expected(3);
+  options->by_beta = how->add_option("--beta", options->beta_deg, "Angle about the line, degrees");
+  options->by_system = how->add_option("--cord", options->system, "Coordinate system, by key");
+  how->require_option(0, 1);
+  command->callback([options, &context] { Run(*options, context); });
+}
+
+}  // namespace qx::app

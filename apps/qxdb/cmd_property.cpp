@@ -1,0 +1,173 @@
+// The properties of a model: listing them with what they weigh, adding them, giving them to
+// elements.
+
+#include <fmt/format.h>
+#include <map>
+#include <memory>
+
+#include "qx_db/qx_db.h"
+
+#include "apps/qxdb/commands.h"
+#include "apps/qxdb/selection.h"
+
+namespace qx::app {
+namespace {
+
+struct PropertyOptions {
+  std::string model;
+  std::string kind;
+  std::string name;
+  std::vector<double> values;
+  Key material = 0;
+  Key property = 0;
+  std::string keys;
+};
+
+std::string KindName(const tagTProp& property) {
+  const host::PropertyKind* kind = host::FindPropertyKind(property.type);
+  return kind ? std::string(kind->name) : std::to_string(property.type);
+}
+
+void List(const PropertyOptions& options, Context& context) {
+  CQXDocBase document(host::SetUpModel);
+  if (Outcome opened = document.Open(options.model); !opened) {
+    return context.Refuse(opened.Error());
+  }
+  CQXDBSession& session = *document.GetDBSession();
+  std::map<ITR, TArray<ITR>> elements;
+  auto& mesh = Pool<tagTElem>(session);
+  for (ITR pos = mesh.GetHeadPosition(); pos; mesh.Next(pos)) {
+    elements[mesh.GetAtNU(pos).property].Add(pos);
+  }
+  const auto& pool = *session.GetPool<DPoolProp>(code::kProp);
+  Table table({">key", "name", "kind", "material", ">elements", ">mass"});
+  JsonText json;
+  json.Begin().BeginArray("properties");
+  for (ITR pos = pool.GetHeadPosition(); pos; pool.Next(pos)) {
+    const tagTProp& property = pool.GetAtNU(pos);
+    TString<64> material;
+    IAppDB::Instance()->GetMatlName(&session, property.material, material);
+    const TArray<ITR>& users = elements[pos];
+    const double mass =
+        session.Units().Out(unit::kMass, IAppDB::Instance()->GetMSetMass(&session, users));
+    table.Row({std::to_string(property.GetKey()), Utf8(property.name.View()), KindName(property),
+               Utf8(material.View()), Grouped(users.GetSize()), Short(mass)});
+    json.Begin().Integer("key", property.GetKey()).Text("name", Utf8(property.name.View()));
+    json.Text("kind", KindName(property)).Text("material", Utf8(material.View()));
+    json.Integer("elements", users.GetSize()).Real("mass", mass).End();
+  }
+  context.Print(table.IsEmpty() ? "no properties\n" : table.Text(), json.End().End());
+}
+
+using Edit = Outcome (*)(CQXDBSession&, const PropertyOptions&, std::string& done);
+
+Outcome Add(CQXDBSession& session, const PropertyOptions& options, std::string& done) {
+  const host::PropertyKind* kind = nullptr;
+  std::string known;
+  for (const host::PropertyKind& one : host::PropertyKinds()) {
+    if (EqualNoCase(one.name, options.kind)) kind = &one;
+    known += (known.empty() ? "" : ", ") + std::string(one.name);
+  }
+  if (!kind) return Failure{"", "kind \"" + options.kind + "\"", "is not known", "use " + known};
+  IAppDB& host = *IAppDB::Instance();
+  const ITR material = host.MatlFindItr(&session, options.material);
+  if (options.material != 0 && !material) {
+    return Failure{options.model, "material " + std::to_string(options.material),
+                   "there is no such material", "see them with: qxdb show MODEL matl"};
+  }
+  TArray<double> values;
+  values.Assign(options.values.data(), options.values.size());
+  const ITR added = host.AddProperty(&session, kind->type, Utf16(options.name), values);
+  if (!added) {
+    return Failure{"", "kind \"" + options.kind + "\"", "has fewer values than were given",
+                   "see the values of each kind in: qxdb property add --help"};
+  }
+  auto& pool = *session.GetPool<DPoolProp>(code::kProp);
+  tagTProp property = pool.GetAtNU(added);
+  property.ConvertUnitIn(&session.Units());
+  property.material = material;
+  pool.SetAtNU(added, property);
+  done = fmt::format("added property {}\n", property.GetKey());
+  return {};
+}
+
+Outcome Assign(CQXDBSession& session, const PropertyOptions& options, std::string& done) {
+  const ITR property = IAppDB::Instance()->PropFindItr(&session, options.property);
+  if (!property && options.property != 0) {
+    return Failure{options.model, "property " + std::to_string(options.property),
+                   "there is no such property", "see them with: qxdb property list MODEL"};
+  }
+  const auto ranges = KeyRanges::Parse(options.keys);
+  if (!ranges) return ranges.Error();
+  auto& mesh = Pool<tagTElem>(session);
+  const TArray<ITR> items = ranges->Select(mesh);
+  if (items.IsEmpty()) return NothingSelected(options.model, mesh, options.keys);
+  for (const ITR item : items) {
+    tagTElem element = mesh.GetAtNU(item);
+    element.property = property;
+    mesh.SetAtNU(item, element);
+  }
+  done =
+      fmt::format("gave property {} to {} elements\n", options.property, Grouped(items.GetSize()));
+  return {};
+}
+
+/// One transaction on the model, saved when it succeeds.
+void Run(const PropertyOptions& options, Edit edit, Context& context) {
+  CQXDocBase document(host::SetUpModel);
+  if (Outcome opened = document.Open(options.model); !opened) {
+    return context.Refuse(opened.Error());
+  }
+  CQXDBSession& session = *document.GetDBSession();
+  CTransaction transaction(&session);
+  transaction.Begin(qxLoadText("IDS_QX_TRANS_Modify_Property").c_str());
+  std::string done;
+  if (Outcome edited = edit(session, options, done); !edited) {
+    return context.Refuse(edited.Error());
+  }
+  if (!transaction.Commit()) {
+    return context.Refuse({options.model, "", "the edit was refused", "see the message above"});
+  }
+  if (Outcome saved = document.Save(); !saved) return context.Refuse(saved.Error());
+  JsonText json;
+  json.Begin().Text("model", options.model).Text("done", done.substr(0, done.size() - 1));
+  context.Print(done, json.End());
+}
+
+}  // namespace
+
+void AddProperty(CLI::App& app, Context& context) {
+  CLI::App* command = AddCommand(app, context, "property", "List, add and assign properties",
+                                 "qxdb property list bracket.qxm");
+  command->require_subcommand(1);
+  const auto sub = [&](const char* name, const char* what, const char* example) {
+    CLI::App* added = AddCommand(*command, context, name, what, example);
+    auto options = std::make_shared<PropertyOptions>();
+    added->add_option("model", options->model, "Model file")->required();
+    return std::pair(added, options);
+  };
+  auto [list, list_options] = sub("list", "List the properties with their elements and masses",
+                                  "qxdb property list bracket.qxm");
+  list->callback([options = list_options, &context] { List(*options, context); });
+
+  auto [add, add_options] =
+      sub("add", "Add a property", "qxdb property add bracket.qxm plate Web 0.012 --material 1");
+  add->add_option("kind", add_options->kind, "Kind: plate, beam, solid, ...")->required();
+  add->add_option("name", add_options->name, "Name")->required();
+  add->add_option("values", add_options->values,
+                  "In current units. Surfaces: thickness, mass per area. Lines: area, second "
+                  "moments about y and z, torsional constant, mass per length. Point mass: mass. "
+                  "Springs: six stiffnesses");
+  add->add_option("--material", add_options->material, "Key of its material");
+  add->callback([options = add_options, &context] { Run(*options, Add, context); });
+
+  auto [assign, assign_options] =
+      sub("assign", "Give a property to elements", "qxdb property assign bracket.qxm 1 all");
+  assign->add_option("property", assign_options->property, "Key of the property, 0 for none")
+      ->required();
+  assign->add_option("keys", assign_options->keys, "Keys of elements: 1-5,9,100- or all")
+      ->required();
+  assign->callback([options = assign_options, &context] { Run(*options, Assign, context); });
+}
+
+}  // namespace qx::app

@@ -1,0 +1,336 @@
+// Mesh sets: the tree of them, and what one does with them.
+
+#include <algorithm>
+#include <fmt/format.h>
+#include <map>
+#include <memory>
+#include <set>
+
+#include "qx_db/platform/stdio_file.h"
+#include "qx_db/qx_db.h"
+
+#include "apps/qxdb/change_counter.h"
+#include "apps/qxdb/commands.h"
+#include "host/session.h"
+
+namespace qx::app {
+namespace {
+
+struct SetsOptions {
+  std::string model;
+  std::vector<std::string> sets;  ///< by key or name
+  std::string name;
+  std::string parent;
+  std::string nodes;
+  std::string elements;
+  std::string other;
+  bool keep_keys = false;
+  bool with_children = false;
+  bool dry_run = false;
+};
+
+// ---- the tree -----------------------------------------------------------------------------------
+
+/// A set and how deep it is; the children of a set follow it.
+struct TreeRow {
+  ITR set;
+  int depth;
+};
+
+/// Every set once. Sets in a ring of parents, which only a damaged file brings, come at the end.
+std::vector<TreeRow> Tree(const DPoolMset& sets) {
+  std::map<Key, std::vector<ITR>> children;
+  std::vector<TreeRow> open;
+  TArray<ITR> roots;
+  sets.GetItrListByNoParentMsetK(0, roots);
+  std::set<ITR> met(roots.begin(), roots.end());
+  for (ITR pos = sets.GetHeadPosition(); pos; sets.Next(pos)) {
+    if (!met.contains(pos)) children[sets.GetAtNU(pos).parent_key].push_back(pos);
+  }
+  std::vector<TreeRow> rows;
+  const auto walk_from = [&](ITR root) {
+    open.push_back({root, 0});
+    while (!open.empty()) {
+      const TreeRow row = open.back();
+      open.pop_back();
+      rows.push_back(row);
+      const std::vector<ITR>& below = children[sets.GetAtNU(row.set).key];
+      for (auto child = below.rbegin(); child != below.rend(); ++child) {
+        if (met.insert(*child).second) open.push_back({*child, row.depth + 1});
+      }
+    }
+  };
+  for (const ITR root : roots) walk_from(root);
+  for (ITR pos = sets.GetHeadPosition(); pos; sets.Next(pos)) {
+    if (met.insert(pos).second) walk_from(pos);
+  }
+  return rows;
+}
+
+/// What belongs to no set.
+std::int64_t CountFree(const DPoolBase& pool, const DPoolMset& sets, TArray<ITR> tagTMset::*list) {
+  ItemMarks listed(pool);
+  for (ITR pos = sets.GetHeadPosition(); pos; sets.Next(pos)) {
+    const TArray<ITR>& items = sets.GetAtNU(pos).*list;
+    listed.Add({items.data(), items.size()});
+  }
+  std::int64_t count = 0;
+  for (ITR pos = pool.GetHeadPosition(); pos; pool.Next(pos)) count += !listed.Has(pos);
+  return count;
+}
+
+void List(const std::string& model, Context& context) {
+  CQXDocBase document(host::SetUpModel);
+  if (Outcome opened = document.Open(model); !opened) return context.Refuse(opened.Error());
+  const CQXDBSession& session = *document.GetDBSession();
+  const auto& sets = *session.GetPool<DPoolMset>(code::kMset);
+  Table table({">key", ">nodes", ">elements", "colour", "name"});
+  JsonText json;
+  json.Begin().Text("model", model).BeginArray("sets");
+  for (const TreeRow& row : Tree(sets)) {
+    const tagTMset& set = sets.GetAtNU(row.set);
+    const std::string name = Utf8(set.name.View());
+    const std::string color = fmt::format("#{:06X}", static_cast<std::uint32_t>(set.color));
+    table.Row({std::to_string(set.key), Grouped(set.nodes.GetSize()),
+               Grouped(set.elements.GetSize()), color,
+               std::string(2 * static_cast<std::size_t>(row.depth), ' ') + name});
+    json.Begin().Integer("key", set.key).Text("name", name).Integer("parent", set.parent_key);
+    json.Integer("depth", row.depth).Text("colour", color).Integer("nodes", set.nodes.GetSize());
+    json.Integer("elements", set.elements.GetSize()).End();
+  }
+  const std::int64_t nodes = CountFree(*session.GetDataPool(code::kNode), sets, &tagTMset::nodes);
+  const std::int64_t elements =
+      CountFree(*session.GetDataPool(code::kElem), sets, &tagTMset::elements);
+  json.End().Integer("nodes_of_no_set", nodes).Integer("elements_of_no_set", elements);
+  std::string text = table.IsEmpty() ? "no mesh sets\n" : table.Text();
+  text += fmt::format("in no set: {} nodes, {} elements", Grouped(nodes), Grouped(elements));
+  context.Print(text, json.End());
+}
+
+// ---- editing ------------------------------------------------------------------------------------
+
+/// Hears why the model refuses.
+class RefusalListener final : public IMessageSink {
+ public:
+  RefusalListener() { SetMessageSink(this); }
+  ~RefusalListener() { SetMessageSink(nullptr); }
+  void Show(const Message& message) override { last_ = message.text; }
+
+  Failure Why(const std::string& model) const {
+    if (last_.empty()) return {model, "", "the edit was refused", "check the sets it names"};
+    const std::size_t remedy = last_.find("; ");
+    if (remedy == std::string::npos) {
+      return {model, "", last_, "change what it names first"};
+    }
+    return {model, "", last_.substr(0, remedy), last_.substr(remedy + 2)};
+  }
+
+ private:
+  std::string last_;
+};
+
+/// The set of a key or a name.
+Result<ITR> FindSet(const DPoolMset& sets, const std::string& text, const std::string& model) {
+  std::vector<ITR> found;
+  for (ITR pos = sets.GetHeadPosition(); pos; sets.Next(pos)) {
+    const tagTMset& set = sets.GetAtNU(pos);
+    if (std::to_string(set.key) == text) return pos;
+    if (Utf8(set.name.View()) == text) found.push_back(pos);
+  }
+  if (found.size() == 1) return found.front();
+  const std::string place = "mesh set \"" + text + "\"";
+  if (found.empty()) return Failure{model, place, "is not there", "see qxdb sets " + model};
+  std::string keys;
+  for (const ITR set : found) keys += fmt::format(" {}", sets.GetAtNU(set).key);
+  return Failure{model, place, "is the name of several sets", "use one of the keys" + keys};
+}
+
+struct Editing {
+  CQXDBSession& session;
+  DPoolMset& sets;
+  const SetsOptions& options;
+  std::vector<ITR> chosen;  ///< the sets that the options name
+  Key parent = 0;
+};
+
+/// Does the work; 0 when the model refuses.
+using SetsEdit = Result<int> (*)(Editing&);
+
+/// Records of a pool by ranges of keys; none for an empty text.
+Result<TArray<ITR>> Select(const DPoolBase& pool, const std::string& keys,
+                           const std::string& model) {
+  if (keys.empty()) return TArray<ITR>();
+  const auto ranges = KeyRanges::Parse(keys);
+  if (!ranges) return ranges.Error();
+  TArray<ITR> items = ranges->Select(pool);
+  if (items.IsEmpty()) return NothingSelected(model, pool, keys);
+  return items;
+}
+
+Result<int> AddOne(Editing& edit) {
+  const SetsOptions& options = edit.options;
+  const DPoolBase& node_pool = *edit.session.GetDataPool(code::kNode);
+  const DPoolBase& element_pool = *edit.session.GetDataPool(code::kElem);
+  auto nodes = Select(node_pool, options.nodes, options.model);
+  if (!nodes) return nodes.Error();
+  const auto elements = Select(element_pool, options.elements, options.model);
+  if (!elements) return elements.Error();
+  for (const ITR element : *elements) {
+    nodes->Append(static_cast<const tagTElem*>(KeyedSetBase::RecordAt(element))->nodes);
+  }
+  ITR set = 0;
+  return edit.sets.TR_Add(Utf16(options.name).c_str(), edit.parent, set) &&
+         edit.sets.Private_Add_NodeElem(set, *nodes, *elements);
+}
+
+Result<int> Rename(Editing& edit) {
+  return edit.sets.TR_Rename(edit.chosen.front(), Utf16(edit.options.name).c_str());
+}
+
+Result<int> Move(Editing& edit) { return edit.sets.TR_SetParent(edit.chosen.front(), edit.parent); }
+
+Result<int> Merge(Editing& edit) {
+  return edit.sets.Merge(edit.chosen.front(),
+                         std::list<ITR>(edit.chosen.begin() + 1, edit.chosen.end()));
+}
+
+Result<int> Delete(Editing& edit) {
+  return edit.sets.TR_Del(std::list<ITR>(edit.chosen.begin(), edit.chosen.end()));
+}
+
+Result<int> Clean(Editing& edit) { return edit.sets.TR_Del_EmptyMset(); }
+
+Result<int> Rebuild(Editing& edit) { return edit.sets.RebuildMeshset(1); }
+
+Result<int> ImportSets(Editing& edit) {
+  const SetsOptions& options = edit.options;
+  TArray<Key> keys;
+  CStringArray names;
+  if (!edit.sets.LoadExtDB(Utf16(options.other).c_str(), keys, names)) return 0;
+  TArray<Key> chosen;
+  for (const std::string& wanted : options.sets) {
+    const std::int32_t before = chosen.GetSize();
+    for (std::int32_t i = 0; i < keys.GetSize(); ++i) {
+      if (names[i].ToUtf8() == wanted || std::to_string(keys[i]) == wanted) chosen.Add(keys[i]);
+    }
+    if (chosen.GetSize() > before) continue;
+    return Failure{options.other, "mesh set \"" + wanted + "\"", "is not there",
+                   "see qxdb sets " + options.other};
+  }
+  return edit.sets.TR_Import(options.sets.empty() ? keys : chosen, options.keep_keys,
+                             options.with_children, edit.parent);
+}
+
+void RunEdit(const SetsOptions& options, const char16_t* step, SetsEdit work, bool in_model,
+             Context& context) {
+  CQXDocBase document(host::SetUpModel);
+  if (Outcome opened = document.Open(options.model); !opened) {
+    return context.Refuse(opened.Error());
+  }
+  CQXDBSession& session = *document.GetDBSession();
+  Editing edit{session, *session.GetPool<DPoolMset>(code::kMset), options, {}};
+  for (std::size_t i = 0; in_model && i < options.sets.size(); ++i) {
+    const auto set = FindSet(edit.sets, options.sets[i], options.model);
+    if (!set) return context.Refuse(set.Error());
+    if (std::count(edit.chosen.begin(), edit.chosen.end(), *set) > 0) {
+      return context.Refuse({options.model, "mesh set \"" + options.sets[i] + "\"",
+                             "is named twice", "name each set once"});
+    }
+    edit.chosen.push_back(*set);
+  }
+  if (!options.parent.empty() && options.parent != "0") {
+    const auto parent = FindSet(edit.sets, options.parent, options.model);
+    if (!parent) return context.Refuse(parent.Error());
+    edit.parent = edit.sets.GetAtNU(*parent).key;
+  }
+  RefusalListener listener;
+  ChangeCounter counter;
+  session.AddListener(&counter);
+  CTransaction transaction(&session);
+  transaction.Begin(step);
+  const Result<int> done = work(edit);
+  if (!done) return context.Refuse(done.Error());
+  if (!*done || !transaction.Commit()) return context.Refuse(listener.Why(options.model));
+  if (!options.dry_run) {
+    if (Outcome saved = document.Save(); !saved) return context.Refuse(saved.Error());
+  }
+  JsonText json;
+  json.Begin().Text("model", options.model).Bool("saved", !options.dry_run);
+  counter.Write(json);
+  context.Print(counter.Text() + (options.dry_run ? "not saved" : "saved"), json.End());
+}
+
+}  // namespace
+
+void AddSets(CLI::App& app, Context& context) {
+  CLI::App* command = AddCommand(app, context, "sets", "Show and change the mesh sets of a model",
+                                 "qxdb sets bracket.qxm");
+  command->require_subcommand(0, 1);
+  auto model = std::make_shared<std::string>();
+  command->add_option("model", *model, "Model file");
+  command->callback([command, model, &context] {
+    if (!command->get_subcommands().empty()) return;
+    if (model->empty()) throw CLI::RequiredError("model");
+    List(*model, context);
+  });
+  const auto add = [&](const char* name, const char* what, const char* example, SetsEdit work) {
+    CLI::App* sub = AddCommand(*command, context, name, what, example);
+    auto options = std::make_shared<SetsOptions>();
+    sub->add_option("model", options->model, "Model file")->required();
+    sub->add_flag("--dry-run", options->dry_run, "Say what would change, save nothing");
+    const std::u16string step = Utf16(std::string(what));
+    const bool in_model = work != ImportSets;
+    sub->callback([=, &context] { RunEdit(*options, step.c_str(), work, in_model, context); });
+    return std::pair(sub, options);
+  };
+  constexpr const char* kUnder = "Set to put it under, by key or name; 0 for none";
+  const auto add_set = [](CLI::App* sub, SetsOptions& options) {
+    const auto take = [&options](const std::string& set) { options.sets = {set}; };
+    sub->add_option_function<std::string>("set", take, "Set, by key or name")->required();
+  };
+  const auto add_sets = [](CLI::App* sub, SetsOptions& options, const char* what) {
+    return sub->add_option("sets", options.sets, what);
+  };
+
+  auto [added, add_options] =
+      add("add", "Add a mesh set", "qxdb sets add bracket.qxm upright --elements 1-500", AddOne);
+  added->add_option("name", add_options->name, "Name of the set")->required();
+  added->add_option("--under", add_options->parent, kUnder);
+  added->add_option("--nodes", add_options->nodes, "Keys of nodes: 1-5,9,100- or all");
+  added->add_option("--elements", add_options->elements, "Keys of elements, with their nodes");
+
+  auto [renamed, rename_options] =
+      add("rename", "Rename a mesh set", "qxdb sets rename bracket.qxm 2 upright", Rename);
+  add_set(renamed, *rename_options);
+  renamed->add_option("name", rename_options->name, "New name")->required();
+
+  auto [moved, move_options] = add("move", "Put a mesh set under another",
+                                   "qxdb sets move bracket.qxm upright --under 0", Move);
+  add_set(moved, *move_options);
+  moved->add_option("--under", move_options->parent, kUnder)->required();
+
+  auto [merged, merge_options] =
+      add("merge", "Merge mesh sets into the first",
+          "qxdb sets merge bracket.qxm upright \"left side\" \"right side\"", Merge);
+  add_sets(merged, *merge_options, "Sets, by key or name")->expected(2, 1 << 20)->required();
+
+  auto [deleted, delete_options] = add("delete", "Delete mesh sets with what only they hold",
+                                       "qxdb sets delete bracket.qxm upright", Delete);
+  add_sets(deleted, *delete_options, "Sets, by key or name")->expected(1, 1 << 20)->required();
+
+  add("clean", "Remove mesh sets that hold nothing", "qxdb sets clean bracket.qxm", Clean);
+  add("rebuild", "Bring mesh sets in line with the mesh; what is in none goes to the default one",
+      "qxdb sets rebuild bracket.qxm", Rebuild);
+
+  auto [imported, import_options] =
+      add("import", "Bring mesh sets of another model in, with their mesh",
+          "qxdb sets import assembly.qxm bracket.qxm upright", ImportSets);
+  imported->add_option("other", import_options->other, "Model file to take them from")->required();
+  add_sets(imported, *import_options, "Sets, by key or name; all when none is named");
+  imported->add_option("--under", import_options->parent, kUnder);
+  imported->add_flag("--keep-keys", import_options->keep_keys,
+                     "Nodes and elements keep their keys, which must be free");
+  imported->add_flag("--with-children", import_options->with_children, "With all sets below them");
+}
+
+}  // namespace qx::app

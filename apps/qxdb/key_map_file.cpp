@@ -1,0 +1,42 @@
+#include "apps/qxdb/key_map_file.h"
+
+#include <charconv>
+#include <fmt/format.h>
+
+#include "qx_db/gateway/document.h"
+#include "qx_db/platform/file.h"
+
+namespace qx::app {
+
+Result<KeyMap> ReadKeyMap(const std::string& path, const DPoolBase& pool) {
+  dbgateway::DataBase document;
+  if (Outcome read = document.ReadFile(path); !read) return read.Error();
+  const std::string name = pool.GetAPIName().ToUtf8();
+  const auto table = document.FindCollection(name);
+  if (!table) {
+    return Failure{path, "", "has no table " + name, "write {\"" + name + "\": {\"1\": 101}}"};
+  }
+  KeyMap map;
+  std::string fault;
+  table->ForEachValue([&](const dbgateway::Field& value) {
+    const std::string& text = value.Name();
+    Key old_key = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), old_key);
+    const bool is_key = error == std::errc() && end == text.data() + text.size();
+    if (fault.empty() && (!is_key || !value.IsInteger())) fault = text;
+    map.emplace_back(old_key, value.Integer());
+  });
+  if (fault.empty()) return map;
+  return Failure{path, "table " + name + ", entry \"" + fault + "\"", "is not a key for a key",
+                 "write \"old key\": new key"};
+}
+
+Outcome WriteKeyMap(const std::string& path, const DPoolBase& pool, const KeyMap& map) {
+  std::string text = fmt::format("{{\"{}\": {{", pool.GetAPIName().ToUtf8());
+  for (const auto& [old_key, new_key] : map) {
+    text += fmt::format("{}\"{}\": {}", text.back() == '{' ? "" : ", ", old_key, new_key);
+  }
+  return WriteWholeFile(path, text + "}}\n");
+}
+
+}  // namespace qx::app

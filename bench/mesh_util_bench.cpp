@@ -1,0 +1,249 @@
+// The mesh utilities on a million hexahedra and on their boundary. With VTK at configuration time
+// its quality filter, surface filter and connectivity filter run beside them.
+
+#include <cmath>
+#include <cstdio>
+#include <list>
+
+#include "qx_db/app/mesh_adjacency.h"
+#include "qx_db/app/mesh_util.h"
+#include "qx_db/model/standard_pools.h"
+
+#include "bench/harness.h"
+
+#ifdef QX_BENCH_VTK
+#include <vtkCellArray.h>
+#include <vtkConnectivityFilter.h>
+#include <vtkDataSetSurfaceFilter.h>
+#include <vtkMeshQuality.h>
+#include <vtkNew.h>
+#include <vtkPoints.h>
+#include <vtkPolyData.h>
+#include <vtkUnstructuredGrid.h>
+#endif
+
+namespace qx::bench {
+namespace {
+
+constexpr int kSide = 100;
+
+/// A block of a hundred cubed slightly curved hexahedra, and the sides of its surface.
+struct Block {
+  CQXDBSession session{AddStandardPools};
+  TArray<ITR> nodes;
+  TArray<ITR> elements;
+  TArray<tagTElemSide> surface;
+
+  Block() {
+    session.EnableRecording(false);
+    tagTNode node;
+    for (int k = 0; k <= kSide; ++k) {
+      for (int j = 0; j <= kSide; ++j) {
+        for (int i = 0; i <= kSide; ++i) {
+          node.key = nodes.GetSize() + 1;
+          node.position = {i + 0.1 * std::sin(0.1 * j), j + 0.1 * std::sin(0.1 * k), 1.0 * k};
+          nodes.Add(Pool<tagTNode>(session).InsertNU(node));
+        }
+      }
+    }
+    tagTElem hex;
+    hex.type = 14;
+    hex.nodes.SetSize(8);
+    constexpr int kCorner[8][3] = {{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0},
+                                   {0, 0, 1}, {1, 0, 1}, {1, 1, 1}, {0, 1, 1}};
+    for (int k = 0; k < kSide; ++k) {
+      for (int j = 0; j < kSide; ++j) {
+        for (int i = 0; i < kSide; ++i) {
+          for (int c = 0; c < 8; ++c) {
+            hex.nodes[c] = nodes[NodeAt(i + kCorner[c][0], j + kCorner[c][1], k + kCorner[c][2])];
+          }
+          hex.key = elements.GetSize() + 1;
+          elements.Add(Pool<tagTElem>(session).InsertNU(hex));
+        }
+      }
+    }
+    const DenseMesh mesh(session);
+    surface = ToElemSides(mesh, LooseFaces(mesh).free);
+  }
+  static int NodeAt(int i, int j, int k) { return i + (kSide + 1) * (j + (kSide + 1) * k); }
+};
+
+/// Seconds of `work` as nanoseconds for each of `count` things.
+template <class Work>
+double Nanoseconds(std::int64_t count, Work&& work) {
+  work();
+  double least = 1e9;
+  for (int run = 0; run < 3; ++run) least = std::min(least, Time(work));
+  return least * 1e9 / static_cast<double>(count);
+}
+
+/// A triangle fan: every side has the hub.
+TArray<tagTElemSide> Fan(CQXDBSession& session, int sides) {
+  TArray<tagTElemSide> fan;
+  tagTNode node;
+  const auto add = [&](double x, double y) {
+    node.key = Pool<tagTNode>(session).GetNewKey();
+    node.position = {x, y, 0};
+    return Pool<tagTNode>(session).InsertNU(node);
+  };
+  const ITR hub = add(0, 0);
+  tagTElem tri;
+  tri.type = 4;
+  for (int i = 0; i < sides; ++i) {
+    tri.key = i + 1;
+    tri.nodes = {hub, add(std::cos(i), std::sin(i)), add(std::cos(i + 0.5), std::sin(i + 0.5))};
+    fan.Add({Pool<tagTElem>(session).InsertNU(tri), 0});
+  }
+  return fan;
+}
+
+void Ours(Block& block) {
+  const CQXMeshUtil util(&block.session);
+  const std::int64_t count = block.elements.GetSize();
+  Figure("minimum length of a hex",
+         Nanoseconds(count,
+                     [&] {
+                       double sum = 0;
+                       for (const ITR e : block.elements) sum += util.GetElemMinLength({e, 0});
+                       Keep(sum);
+                     }),
+         "ns", 25);
+  Figure("normal and area of a boundary quadrilateral",
+         Nanoseconds(block.surface.GetSize(),
+                     [&] {
+                       double sum = 0;
+                       for (const tagTElemSide& side : block.surface) {
+                         double normal[3];
+                         util.GetElemSideNormal(side, normal);
+                         sum += normal[0] + util.GetFaceArea(side);
+                       }
+                       Keep(sum);
+                     }),
+         "ns", 90);
+  Figure("distinct nodes of a million hexes, an element",
+         Nanoseconds(count,
+                     [&] {
+                       TArray<ITR> nodes;
+                       util.GetNodeListByElemItrArray(block.elements, nodes, 1);
+                       Keep(nodes.GetSize());
+                     }),
+         "ns", 60);
+  Figure("volume of a hex",
+         Nanoseconds(count,
+                     [&] {
+                       double sum = 0;
+                       for (const ITR e : block.elements) sum += util.GetElemQuantity(e);
+                       Keep(sum);
+                     }),
+         "ns", 45);
+  Figure("free faces, a hex",
+         Nanoseconds(count,
+                     [&] {
+                       const DenseMesh mesh(block.session);
+                       Keep(LooseFaces(mesh).free.size());
+                     }),
+         "ns", 165);
+  Figure("grouping of the surface, a side",
+         Nanoseconds(block.surface.GetSize(),
+                     [&] {
+                       std::list<std::list<int>> groups;
+                       Keep(util.GroupElemSide(3, block.surface, groups));
+                     }),
+         "ns", 84);
+  for (const int sides : {10000, 100000}) {
+    CQXDBSession session(AddStandardPools);
+    session.EnableRecording(false);
+    const TArray<tagTElemSide> fan = Fan(session, sides);
+    Figure("grouping of " + std::to_string(sides) + " sides around one node, a side",
+           Nanoseconds(sides,
+                       [&] {
+                         std::list<std::list<int>> groups;
+                         Keep(util.GroupElemSide(3, fan, groups));
+                       }),
+           "ns", 84);
+  }
+}
+
+#ifdef QX_BENCH_VTK
+
+void BesideVtk(Block& block) {
+  vtkNew<vtkPoints> points;
+  points->SetDataType(VTK_DOUBLE);
+  for (const ITR n : block.nodes) {
+    const auto& p = Pool<tagTNode>(block.session).GetAtNU(n).position;
+    points->InsertNextPoint(p.x, p.y, p.z);
+  }
+  vtkNew<vtkUnstructuredGrid> grid;
+  grid->SetPoints(points);
+  grid->Allocate(block.elements.GetSize());
+  for (const ITR e : block.elements) {
+    vtkIdType ids[8];
+    const tagTElem& hex = Pool<tagTElem>(block.session).GetAtNU(e);
+    for (int c = 0; c < 8; ++c)
+      ids[c] = Pool<tagTNode>(block.session).GetAtNU(hex.nodes[c]).key - 1;
+    grid->InsertNextCell(VTK_HEXAHEDRON, 8, ids);
+  }
+  const CQXMeshUtil util(&block.session);
+  Compare(
+      "volumes of a million hexahedra", "vtkMeshQuality", 0.5,
+      [&] {
+        return Time([&] {
+          double sum = 0;
+          for (const ITR e : block.elements) sum += util.GetElemQuantity(e);
+          Keep(sum);
+        });
+      },
+      [&] {
+        vtkNew<vtkMeshQuality> filter;
+        filter->SetInputData(grid);
+        filter->SetHexQualityMeasureToVolume();
+        return Time([&] { filter->Update(); });
+      });
+  Compare(
+      "free faces of a million hexahedra", "vtkDataSetSurfaceFilter", 0.9,
+      [&] {
+        return Time([&] {
+          const DenseMesh mesh(block.session);
+          Keep(LooseFaces(mesh).free.size());
+        });
+      },
+      [&] {
+        // A layout that hides that the block is one, as a read mesh would.
+        vtkNew<vtkDataSetSurfaceFilter> filter;
+        filter->SetInputData(grid);
+        return Time([&] { filter->Update(); });
+      });
+  vtkNew<vtkDataSetSurfaceFilter> skin;
+  skin->SetInputData(grid);
+  skin->Update();
+  Compare(
+      "grouping of 60 000 sides", "vtkConnectivityFilter", 0.5,
+      [&] {
+        return Time([&] {
+          std::list<std::list<int>> groups;
+          Keep(util.GroupElemSide(3, block.surface, groups));
+        });
+      },
+      [&] {
+        vtkNew<vtkConnectivityFilter> filter;
+        filter->SetInputData(skin->GetOutput());
+        filter->SetExtractionModeToAllRegions();
+        return Time([&] { filter->Update(); });
+      });
+}
+
+#endif
+
+}  // namespace
+
+void MeshUtil() {
+  Block block;
+  Ours(block);
+#ifdef QX_BENCH_VTK
+  BesideVtk(block);
+#else
+  std::puts("(configured without VTK: no peer beside the mesh utilities)");
+#endif
+}
+
+}  // namespace qx::bench

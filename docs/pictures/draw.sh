@@ -1,0 +1,14 @@
+#!/bin/sh
+# Draws the pictures of docs/local-axes.md: draw.sh <path of qxdb>
+set -e
+qxdb=$(realpath "$1")
+cd "$(dirname "$0")"
+model=$(mktemp -u).qxm
+trap 'rm -f "$model"' EXIT
+"$qxdb" import local-axes.json "$model" >/dev/null
+draw() { "$qxdb" axes "$model" "$2" $3 --svg "axes-$1.svg" >/dev/null; }
+draw line 1-5
+draw plane 11-13
+draw special 21-24
+draw boundary 31-35
+draw material 41-43 --material

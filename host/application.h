@@ -1,0 +1,31 @@
+#pragma once
+// The objects that make a process an application of this library.
+
+#include "qx_db/callback/update_db.h"
+
+#include "host/app_db_host.h"
+
+namespace qx::host {
+
+/// Passes finished steps on to the selection lists. This host has no views of its own.
+class HostUpdateDB final : public IUpdateDB {
+ public:
+  void UpdateView(CQXDBSession*) override {}
+};
+
+/// To be made once, at the start of a program and before any model: registers the callback objects
+/// and has the lists refreshed after every step of any session. Its end unregisters them, save the
+/// IQXDbInterface, which the library keeps for the life of the process.
+class Application {
+ public:
+  Application();
+  ~Application();
+  Application(const Application&) = delete;
+  Application& operator=(const Application&) = delete;
+
+ private:
+  HostAppDB app_db_;
+  HostUpdateDB update_db_;
+};
+
+}  // namespace qx::host

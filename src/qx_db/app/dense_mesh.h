@@ -1,0 +1,74 @@
+#pragma once
+// The elements and nodes of a session as plain arrays of numbers, for questions about all of them.
+
+#include <cstdint>
+#include <span>
+#include <vector>
+
+#include "qx_db/app/point3.h"
+#include "qx_db/app/record_numbers.h"
+#include "qx_db/app/topology_table.h"
+#include "qx_db/record/mesh_records.h"
+
+namespace qx {
+
+class CQXDBSession;
+
+/// What may be wrong with one element by itself, as bits. An element with none of the first four
+/// is usable: its corners can be counted on.
+namespace fault {
+inline constexpr std::uint8_t kUnknownType = 1;     ///< no row in the topology table
+inline constexpr std::uint8_t kWrongNodeCount = 2;  ///< not as many nodes as its type has
+inline constexpr std::uint8_t kMissingNode = 4;     ///< a node is null or removed
+inline constexpr std::uint8_t kNotFinite = 8;       ///< a coordinate is no number
+inline constexpr std::uint8_t kUnusable = 15;
+inline constexpr std::uint8_t kRepeatedNode = 16;  ///< one node more than once
+}  // namespace fault
+
+/// A picture of the mesh taken at construction. Nodes are numbered in the order of their pool,
+/// elements in that of theirs. Holds the parameter indices of nodes while it lives; editing the
+/// session makes it out of date. Special elements without a known shape are left out.
+class QXDB_API DenseMesh {
+ public:
+  explicit DenseMesh(const CQXDBSession& session);
+
+  std::uint32_t ElementCount() const { return static_cast<std::uint32_t>(elements_.size()); }
+  ITR ElementItr(std::uint32_t e) const { return elements_[e]; }
+  const tagTElem& Element(std::uint32_t e) const;
+  std::uint8_t Faults(std::uint32_t e) const { return faults_[e]; }
+  bool IsUsable(std::uint32_t e) const { return (faults_[e] & fault::kUnusable) == 0; }
+  CornerShape Shape(std::uint32_t e) const { return shapes_[e]; }
+  /// Numbers of all nodes of an element, corners first; RecordNumbers::kNone for a missing one.
+  std::span<const std::uint32_t> Nodes(std::uint32_t e) const {
+    return std::span(nodes_).subspan(first_node_[e], first_node_[e + 1] - first_node_[e]);
+  }
+  /// The corners alone. Requires a usable element.
+  std::span<const std::uint32_t> Corners(std::uint32_t e) const {
+    return std::span(nodes_).subspan(first_node_[e], corners_[e]);
+  }
+  /// Their positions, at most 8. Requires a usable element.
+  void CornerPositions(std::uint32_t e, Point3* out) const {
+    for (const std::uint32_t node : Corners(e)) *out++ = positions_[node];
+  }
+
+  /// The numbers of nodes, to find those of other records' references.
+  const RecordNumbers& Numbers() const { return numbers_; }
+  std::uint32_t NodeCount() const { return numbers_.Count(); }
+  ITR NodeItr(std::uint32_t n) const { return numbers_.Records()[n]; }
+  Key NodeKey(std::uint32_t n) const;
+  const Point3& Position(std::uint32_t n) const { return positions_[n]; }
+
+ private:
+  void AddElement(ITR itr);
+
+  RecordNumbers numbers_;
+  std::vector<Point3> positions_;
+  std::vector<ITR> elements_;
+  std::vector<std::uint8_t> faults_;
+  std::vector<CornerShape> shapes_;
+  std::vector<std::uint8_t> corners_;
+  std::vector<std::size_t> first_node_;
+  std::vector<std::uint32_t> nodes_;
+};
+
+}  // namespace qx

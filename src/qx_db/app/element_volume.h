@@ -1,0 +1,43 @@
+#pragma once
+// Lengths, areas, volumes and moments of elements from their corners.
+
+#include "qx_db/app/point3.h"
+#include "qx_db/app/topology_table.h"
+
+namespace qx {
+
+inline double Distance(const Point3& a, const Point3& b) { return Length(b - a); }
+
+inline double TriangleArea(const Point3& a, const Point3& b, const Point3& c) {
+  return 0.5 * Length(Cross(b - a, c - a));
+}
+
+/// Half the cross product of the diagonals: right for every plane quadrilateral, also one that is
+/// not convex; of a warped one the largest area of its shadow.
+inline double QuadrilateralArea(const Point3* p) {
+  return 0.5 * Length(Cross(p[2] - p[0], p[3] - p[1]));
+}
+
+/// Signed volume of the solid of 4, 5, 6 or 8 corners whose quadrilaterals are bilinear surfaces:
+/// what integrating the shape functions gives, in closed form. Positive when the faces of the
+/// topology table point outwards; 0 for another number of corners.
+QXDB_API double SolidVolume(int corners, const Point3* p);
+
+/// The length, area or signed volume of a shape from its corners; 0 for a point and for none.
+QXDB_API double ShapeSize(CornerShape shape, const Point3* p);
+
+/// Size, first and second moments of a body of density 1 about the origin.
+struct Moments {
+  double size = 0;                ///< length, area or signed volume
+  Point3 first;                   ///< integrals of x, y, z
+  double xx = 0, yy = 0, zz = 0;  ///< integrals of the squares
+  double xy = 0, yz = 0, zx = 0;  ///< integrals of the products
+
+  QXDB_API void Add(const Moments& other, double factor);
+};
+
+/// The moments of a line, surface or solid shape from its corners, by a Gauss rule that is exact
+/// for solids and lines, and for surfaces that are parallelograms or triangles.
+QXDB_API Moments ShapeMoments(CornerShape shape, const Point3* p);
+
+}  // namespace qx

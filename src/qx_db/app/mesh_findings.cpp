@@ -1,0 +1,172 @@
+#include "qx_db/app/mesh_findings.h"
+
+#include <algorithm>
+#include <cmath>
+#include <functional>
+
+#include "qx_db/app/element_volume.h"
+#include "qx_db/app/mesh_adjacency.h"
+
+namespace qx {
+namespace {
+
+std::vector<Key> KeysOf(const DenseMesh& mesh, const std::function<bool(std::uint32_t)>& concerns) {
+  std::vector<Key> keys;
+  for (std::uint32_t e = 0; e < mesh.ElementCount(); ++e) {
+    if (concerns(e)) keys.push_back(mesh.Element(e).key);
+  }
+  return keys;
+}
+
+/// The elements of sides, each once.
+std::vector<Key> KeysOf(const DenseMesh& mesh, const std::vector<DenseSide>& sides) {
+  std::vector<Key> keys;
+  keys.reserve(sides.size());
+  for (const DenseSide& side : sides) keys.push_back(mesh.Element(side.element).key);
+  std::sort(keys.begin(), keys.end());
+  keys.erase(std::unique(keys.begin(), keys.end()), keys.end());
+  return keys;
+}
+
+template <std::uint8_t Fault>
+std::vector<Key> WithFault(const DenseMesh& mesh, double) {
+  return KeysOf(mesh, [&](std::uint32_t e) { return (mesh.Faults(e) & Fault) != 0; });
+}
+
+/// Size against the cube of the longest reach, below which an element is flat.
+constexpr double kFlat = 1e-12;
+
+enum class SizeSign { kNegative, kZero };
+
+/// The sign of an element's length, area or volume, measured against its extent.
+bool HasSize(const DenseMesh& mesh, std::uint32_t e, SizeSign sign) {
+  const CornerShape shape = mesh.Shape(e);
+  if (!mesh.IsUsable(e) || shape < CornerShape::kLine) return false;
+  Point3 p[8];
+  mesh.CornerPositions(e, p);
+  double extent = 0;
+  for (std::size_t i = 1; i < mesh.Corners(e).size(); ++i) {
+    extent = std::max(extent, Distance(p[0], p[i]));
+  }
+  const int dimension = shape == CornerShape::kLine ? 1 : shape < CornerShape::kTetrahedron ? 2 : 3;
+  const double size = ShapeSize(shape, p);
+  const double flat = kFlat * std::pow(extent, dimension);
+  return sign == SizeSign::kNegative ? size < -flat : std::abs(size) <= flat;
+}
+
+std::vector<Key> Inverted(const DenseMesh& mesh, double) {
+  return KeysOf(mesh, [&](std::uint32_t e) { return HasSize(mesh, e, SizeSign::kNegative); });
+}
+
+std::vector<Key> Flat(const DenseMesh& mesh, double) {
+  return KeysOf(mesh, [&](std::uint32_t e) { return HasSize(mesh, e, SizeSign::kZero); });
+}
+
+std::vector<Key> MisorientedShells(const DenseMesh& mesh, double) {
+  std::vector<Key> keys;
+  for (const std::uint32_t e : OrientShells(mesh).to_flip) keys.push_back(mesh.Element(e).key);
+  return keys;
+}
+
+std::vector<Key> RepeatedElements(const DenseMesh& mesh, double) {
+  std::vector<Key> keys;
+  for (const Duplicate& pair : DuplicateElements(mesh)) {
+    keys.push_back(mesh.Element(pair.first).key);
+  }
+  return keys;
+}
+
+std::vector<Key> RepeatedNodes(const DenseMesh& mesh, double tolerance) {
+  std::vector<Key> keys;
+  for (const Duplicate& pair : DuplicateNodes(mesh, tolerance)) {
+    keys.push_back(mesh.NodeKey(pair.first));
+  }
+  return keys;
+}
+
+std::vector<Key> UnusedNodes(const DenseMesh& mesh, double) {
+  std::vector<Key> keys;
+  for (const std::uint32_t n : UnreferencedNodes(mesh)) keys.push_back(mesh.NodeKey(n));
+  return keys;
+}
+
+std::vector<Key> UndefinedNodes(const DenseMesh& mesh, double) {
+  std::vector<Key> keys;
+  for (std::uint32_t n = 0; n < mesh.NodeCount(); ++n) {
+    if (!IsFinite(mesh.Position(n))) keys.push_back(mesh.NodeKey(n));
+  }
+  return keys;
+}
+
+struct Kind {
+  std::string_view name, label, remedy;
+  bool is_fault;
+  bool of_nodes;
+  std::vector<Key> (*find)(const DenseMesh&, double);
+};
+
+constexpr Kind kKinds[] = {
+    {"unknown-types", "elements of unknown type", "", true, false, WithFault<fault::kUnknownType>},
+    {"wrong-node-counts", "elements with a wrong number of nodes", "", true, false,
+     WithFault<fault::kWrongNodeCount>},
+    {"missing-nodes", "elements with a missing node", "", true, false,
+     WithFault<fault::kMissingNode>},
+    {"undefined-nodes", "nodes with a coordinate that is no number", "", true, true,
+     UndefinedNodes},
+    {"repeated-nodes", "elements with a node twice", "", true, false,
+     WithFault<fault::kRepeatedNode>},
+    {"inverted-solids", "inverted solids", "fix --solids", true, false, Inverted},
+    {"flat-elements", "elements without length, area or volume", "", true, false, Flat},
+    {"misoriented-shells", "shells turned against their neighbours", "fix --shells", true, false,
+     MisorientedShells},
+    {"duplicate-elements", "duplicate elements", "fix --duplicate-elements", true, false,
+     RepeatedElements},
+    {"duplicate-nodes", "duplicate nodes", "fix --merge-nodes TOLERANCE", false, true,
+     RepeatedNodes},
+    {"unreferenced-nodes", "nodes that no element uses", "fix --unreferenced-nodes", false, true,
+     UnusedNodes},
+};
+
+struct SideKind {
+  std::string_view name, label;
+  bool is_fault;
+  LooseSides (*find)(const DenseMesh&);
+  std::vector<DenseSide> LooseSides::*which;
+};
+
+constexpr SideKind kSideKinds[] = {
+    {"free-edges", "surface elements with a free edge", false, LooseEdges, &LooseSides::free},
+    {"shared-edges", "surface elements at an edge of three or more", false, LooseEdges,
+     &LooseSides::shared},
+    {"free-faces", "solids with a free face", false, LooseFaces, &LooseSides::free},
+    {"shared-faces", "solids at a face of three or more", true, LooseFaces, &LooseSides::shared},
+};
+
+}  // namespace
+
+std::vector<Finding> FindFaults(const DenseMesh& mesh, double tolerance) {
+  std::vector<Finding> findings;
+  for (const Kind& kind : kKinds) {
+    findings.push_back({kind.name, kind.label, kind.remedy, kind.is_fault,
+                        kind.find(mesh, tolerance), kind.of_nodes});
+  }
+  LooseSides loose;
+  LooseSides (*found)(const DenseMesh&) = nullptr;
+  for (const SideKind& kind : kSideKinds) {
+    // Rows of one kind of side stand together: it is matched once.
+    if (found != kind.find) loose = kind.find(mesh);
+    found = kind.find;
+    findings.push_back(
+        {kind.name, kind.label, "", kind.is_fault, KeysOf(mesh, loose.*kind.which), false});
+  }
+  return findings;
+}
+
+std::vector<std::string_view> FindingNames() {
+  std::vector<std::string_view> names;
+  for (const Kind& kind : kKinds) names.push_back(kind.name);
+  for (const SideKind& kind : kSideKinds) names.push_back(kind.name);
+  return names;
+}
+
+}  // namespace qx

@@ -1,0 +1,28 @@
+#pragma once
+// What is wrong with a mesh, found in one go.
+
+#include <string_view>
+#include <vector>
+
+#include "qx_db/app/dense_mesh.h"
+
+namespace qx {
+
+/// One kind of finding and where it was found.
+struct Finding {
+  std::string_view name;    ///< as on a command line: "inverted-solids"
+  std::string_view label;   ///< as in a table: "inverted solids"
+  std::string_view remedy;  ///< what mends it, as an imperative; empty when nothing here does
+  bool is_fault;            ///< wrong in every mesh, rather than worth knowing
+  std::vector<Key> keys;    ///< of the elements, or nodes, concerned
+  bool of_nodes;
+};
+
+/// All kinds, also those that were not found, in a fixed order: broken elements, orientation, size,
+/// duplicates, loose sides and nodes. Nodes within `tolerance` of each other count as duplicates.
+QXDB_API std::vector<Finding> FindFaults(const DenseMesh& mesh, double tolerance);
+
+/// The names of all kinds, for command lines and scripts.
+QXDB_API std::vector<std::string_view> FindingNames();
+
+}  // namespace qx

@@ -1,0 +1,60 @@
+#pragma once
+// How well elements are shaped: measures after the Verdict library's report (docs/mesh-quality.md).
+
+#include <optional>
+#include <span>
+#include <string_view>
+
+#include "qx_db/app/point3.h"
+#include "qx_db/app/topology_table.h"
+#include "qx_db/record/mesh_records.h"
+
+namespace qx {
+
+/// What is measured, always from the corners.
+enum class Measure {
+  kSize,
+  kEdgeRatio,
+  kAspectRatio,
+  kSkew,
+  kEquiangleSkew,
+  kWarpage,
+  kTaper,
+  kMinAngle,
+  kMaxAngle,
+  kJacobian,
+  kScaledJacobian,
+  kShape,
+  kCondition,
+  kStretch,
+  kCollapse,
+};
+
+/// What users need to know of a measure.
+struct MeasureInfo {
+  Measure measure;
+  std::string_view name;   ///< as on a command line: "aspect-ratio"
+  std::string_view label;  ///< as in a table: "aspect ratio"
+  std::string_view unit;   ///< "deg", or empty
+  bool high_is_bad;
+  /// The worst value that is still good; nothing for a measure that grows with the element.
+  std::optional<double> acceptable;
+};
+
+/// All measures in the order of the enumeration.
+QXDB_API std::span<const MeasureInfo> Measures();
+/// The measure of that name; null when there is none.
+QXDB_API const MeasureInfo* FindMeasure(std::string_view name);
+
+/// What a ratio without bound is given as, as in Verdict: of an element with a zero length, area
+/// or volume, and of an inverted one where the measure divides by its Jacobian.
+inline constexpr double kUnbounded = 1e30;
+
+/// The value of a measure; NaN for a shape that does not have it. Coordinates must be finite.
+QXDB_API double Quality(Measure measure, CornerShape shape, const Point3* corners);
+
+/// The same of an element, 1 to 15 by type; NaN also when it has too few nodes, one is gone, or a
+/// coordinate is no number.
+QXDB_API double Quality(Measure measure, const tagTElem& element);
+
+}  // namespace qx

@@ -1,0 +1,244 @@
+#include "qx_db/app/mesh_repair.h"
+
+#include <algorithm>
+#include <vector>
+
+#include "qx_db/app/element_access.h"
+#include "qx_db/app/element_volume.h"
+#include "qx_db/app/mesh_adjacency.h"
+#include "qx_db/app/mesh_util.h"
+#include "qx_db/core/session.h"
+#include "qx_db/model/standard_pools.h"
+#include "qx_db/record/verbs.h"
+
+namespace qx {
+namespace {
+
+// ---- merging nodes ------------------------------------------------------------------------------
+
+/// Which node each node becomes, by number; itself when it stays.
+using Replacement = std::vector<std::uint32_t>;
+
+/// Leaves out merges that would give an element one node twice; returns how many.
+std::int64_t RefuseCollapses(const DenseMesh& mesh, Replacement& becomes) {
+  std::int64_t refused = 0;
+  // Taking back one merge can only make nodes differ that were one, so one pass is enough.
+  for (std::uint32_t e = 0; e < mesh.ElementCount(); ++e) {
+    const auto nodes = mesh.Nodes(e);
+    for (std::size_t i = 0; i < nodes.size(); ++i) {
+      for (std::size_t k = 0; k < nodes.size(); ++k) {
+        const std::uint32_t a = nodes[i], b = nodes[k];
+        if (a == b || a == RecordNumbers::kNone || b == RecordNumbers::kNone) continue;
+        if (becomes[a] != becomes[b] || becomes[a] == a) continue;
+        becomes[a] = a;
+        ++refused;
+      }
+    }
+  }
+  return refused;
+}
+
+/// Replaces references to merged nodes in a copy of a record; in lists that are sets, members that
+/// became equal are dropped. True when something changed.
+bool Redirect(const RecordNumbers& numbers, const Replacement& becomes, const Schema& schema,
+              TStructBase& record) {
+  bool changed = false;
+  const auto after = [&](ITR node) {
+    const std::uint32_t number = node ? numbers.Find(node) : RecordNumbers::kNone;
+    return number == RecordNumbers::kNone ? node : numbers.Records()[becomes[number]];
+  };
+  ForEachReference(schema, record, [&](const Row& row, char* slot) {
+    if (row.target != code::kNode) return;
+    const ITR now = LoadAt<ITR>(slot), then = after(now);
+    if (now == then) return;
+    StoreAt<ITR>(slot, then);
+    changed = true;
+  });
+  return changed;
+}
+
+/// Whether a reference of the record leads to a merged node; reads only.
+bool Concerns(const RecordNumbers& numbers, const Replacement& becomes, const Schema& schema,
+              TStructBase& record) {
+  bool concerned = false;
+  ForEachReference(schema, record, [&](const Row& row, const char* slot) {
+    if (row.target != code::kNode) return;
+    const ITR node = LoadAt<ITR>(slot);
+    const std::uint32_t number = node ? numbers.Find(node) : RecordNumbers::kNone;
+    concerned |= number != RecordNumbers::kNone && becomes[number] != number;
+  });
+  return concerned;
+}
+
+/// Drops repeats from the node lists of a record, keeping the first of each.
+void DropRepeats(const Schema& schema, TStructBase& record) {
+  for (const Row* row : schema.References()) {
+    if (!row->IsArray() || row->target != code::kNode || row->element_size != sizeof(ITR)) continue;
+    if (row->beside) continue;  // another array has an entry for each of these
+    ArrayStorage& array = detail::ArrayAt(detail::Bytes(record), *row);
+    ITR* nodes = static_cast<ITR*>(array.data);
+    RecordNumbers met;
+    std::int32_t kept = 0;
+    for (std::int32_t i = 0; i < array.count; ++i) {
+      const ITR node = nodes[i];
+      const std::uint32_t before = met.Count();
+      if (node && met.Of(node) < before) continue;
+      nodes[kept++] = node;
+    }
+    array.count = kept;
+  }
+}
+
+bool PointsAtNodes(const DPoolBase& pool) {
+  const auto& rows = pool.GetSchema().References();
+  return std::any_of(rows.begin(), rows.end(),
+                     [](const Row* row) { return row->target == code::kNode; });
+}
+
+bool RedirectAll(CQXDBSession& session, const RecordNumbers& numbers, const Replacement& becomes) {
+  for (DPoolBase* pool : session.Pools()) {
+    if (!PointsAtNodes(*pool)) continue;
+    std::vector<ITR> concerned;
+    for (ITR at = pool->GetHeadPosition(); at; pool->Next(at)) {
+      TStructBase& record = *KeyedSetBase::RecordAt(at);
+      if (Concerns(numbers, becomes, pool->GetSchema(), record)) concerned.push_back(at);
+    }
+    for (ITR at : concerned) {
+      TStructBase* copy = pool->CopyToDummyPtr(at);
+      Redirect(numbers, becomes, pool->GetSchema(), *copy);
+      // The nodes of an element are a sequence; all other lists of nodes are sets.
+      if (pool->GetTypeCode() != code::kElem) DropRepeats(pool->GetSchema(), *copy);
+      if (!pool->SetAtNU(at, copy)) return false;
+    }
+  }
+  return true;
+}
+
+bool MergeNodes(CQXDBSession& session, double tolerance, RepairReport& report) {
+  std::vector<ITR> merged;
+  {
+    const DenseMesh mesh(session);
+    Replacement becomes(mesh.NodeCount());
+    for (std::uint32_t n = 0; n < mesh.NodeCount(); ++n) becomes[n] = n;
+    for (const Duplicate& pair : DuplicateNodes(mesh, tolerance)) becomes[pair.first] = pair.second;
+    report.merges_refused = RefuseCollapses(mesh, becomes);
+    for (std::uint32_t n = 0; n < mesh.NodeCount(); ++n) {
+      if (becomes[n] != n) merged.push_back(mesh.NodeItr(n));
+    }
+    if (!merged.empty() && !RedirectAll(session, mesh.Numbers(), becomes)) return false;
+  }
+  auto& nodes = Pool<tagTNode>(session);
+  for (const ITR node : merged) {
+    if (!nodes.Remove(node)) return false;
+  }
+  report.nodes_merged = static_cast<std::int64_t>(merged.size());
+  return true;
+}
+
+// ---- the other repairs --------------------------------------------------------------------------
+
+bool RemoveDuplicateElements(CQXDBSession& session, RepairReport& report) {
+  std::vector<ITR> repeated;
+  {
+    const DenseMesh mesh(session);
+    for (const Duplicate& pair : DuplicateElements(mesh)) {
+      repeated.push_back(mesh.ElementItr(pair.first));
+    }
+  }
+  auto& elements = Pool<tagTElem>(session);
+  for (const ITR element : repeated) {
+    if (!elements.Remove(element)) return false;
+    ++report.elements_removed;
+  }
+  return true;
+}
+
+bool Turn(CQXDBSession& session, const std::vector<ITR>& elements, std::int64_t& turned) {
+  const CQXMeshUtil util(&session);
+  for (const ITR element : elements) {
+    if (!util.FlipElement(element)) return false;
+    ++turned;
+  }
+  return true;
+}
+
+bool TurnSolids(CQXDBSession& session, RepairReport& report) {
+  const CQXMeshUtil util(&session);
+  const auto& pool = Pool<tagTElem>(session);
+  std::vector<ITR> inverted;
+  for (ITR at = pool.GetHeadPosition(); at; pool.Next(at)) {
+    const std::int32_t type = ElementAt(at)->type;
+    const bool is_solid = CQXMeshUtil::GetElemDim(type) == 3;
+    if (is_solid && util.GetElemQuantity(at) < 0) inverted.push_back(at);
+  }
+  return Turn(session, inverted, report.solids_turned);
+}
+
+bool TurnShells(CQXDBSession& session, RepairReport& report) {
+  std::vector<ITR> turned;
+  {
+    const DenseMesh mesh(session);
+    const ShellOrientation orientation = OrientShells(mesh);
+    report.one_sided_patches = orientation.one_sided;
+    for (const std::uint32_t e : orientation.to_flip) {
+      if (mesh.Element(e).type <= 7) turned.push_back(mesh.ElementItr(e));
+    }
+  }
+  return Turn(session, turned, report.shells_turned);
+}
+
+/// Marks the nodes that single references of other records lead to: being listed in a set keeps
+/// no node alive, being the reference node of a beam does.
+void MarkPointedAt(CQXDBSession& session, const DenseMesh& mesh, std::vector<char>& needed) {
+  for (DPoolBase* pool : session.Pools()) {
+    if (pool->GetTypeCode() == code::kElem || !PointsAtNodes(*pool)) continue;
+    for (ITR at = pool->GetHeadPosition(); at; pool->Next(at)) {
+      ForEachReference(pool->GetSchema(), *KeyedSetBase::RecordAt(at),
+                       [&](const Row& row, const char* slot) {
+                         const ITR node = LoadAt<ITR>(slot);
+                         if (row.target != code::kNode || row.IsArray() || !node) return;
+                         const std::uint32_t number = mesh.Numbers().Find(node);
+                         if (number != RecordNumbers::kNone) needed[number] = 1;
+                       });
+    }
+  }
+}
+
+bool RemoveUnreferencedNodes(CQXDBSession& session, RepairReport& report) {
+  std::vector<ITR> unused;
+  {
+    const DenseMesh mesh(session);
+    std::vector<char> needed(mesh.NodeCount(), 0);
+    MarkPointedAt(session, mesh, needed);
+    // Special elements of unknown shape are in no picture of the mesh, but have nodes.
+    const auto& elements = Pool<tagTElem>(session);
+    for (ITR at = elements.GetHeadPosition(); at; elements.Next(at)) {
+      for (const ITR node : ElementAt(at)->nodes) {
+        const std::uint32_t number = node ? mesh.Numbers().Find(node) : RecordNumbers::kNone;
+        if (number != RecordNumbers::kNone) needed[number] = 2;
+      }
+    }
+    for (std::uint32_t n = 0; n < mesh.NodeCount(); ++n) {
+      if (needed[n] == 0) unused.push_back(mesh.NodeItr(n));
+      report.nodes_kept += needed[n] == 1;
+    }
+  }
+  auto& nodes = Pool<tagTNode>(session);
+  for (const ITR node : unused) {
+    if (!nodes.Remove(node)) return false;
+    ++report.nodes_removed;
+  }
+  return true;
+}
+
+}  // namespace
+
+bool RepairMesh(CQXDBSession& session, const RepairPlan& plan, RepairReport& report) {
+  return (!plan.merge_tolerance || MergeNodes(session, *plan.merge_tolerance, report)) &&
+         (!plan.duplicate_elements || RemoveDuplicateElements(session, report)) &&
+         (!plan.inverted_solids || TurnSolids(session, report)) &&
+         (!plan.misoriented_shells || TurnShells(session, report)) &&
+         (!plan.unreferenced_nodes || RemoveUnreferencedNodes(session, report));
+}
+
+}  // namespace qx

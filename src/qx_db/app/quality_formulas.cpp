@@ -1,0 +1,470 @@
+#include "qx_db/app/quality_formulas.h"
+
+#include <algorithm>
+#include <array>
+#include <numbers>
+
+#include "qx_db/app/element_volume.h"
+#include "qx_db/app/mesh_quality.h"
+#include "qx_db/record/element_types.h"
+
+namespace qx::quality {
+namespace {
+
+using std::numbers::sqrt2;
+using std::numbers::sqrt3;
+
+double Ratio(double above, double below) {
+  return below > 0 ? std::min(above / below, kUnbounded) : kUnbounded;
+}
+
+/// Two extremes met so far.
+struct Range {
+  double least = kUnbounded;
+  double most = -kUnbounded;
+  void Take(double value) {
+    least = std::min(least, value);
+    most = std::max(most, value);
+  }
+};
+
+ElementTopology LinearTopology(CornerShape shape) {
+  constexpr std::int32_t kCodes[] = {0,
+                                     element::kPoint,
+                                     element::kLine2,
+                                     element::kTri3,
+                                     element::kQuad4,
+                                     element::kTet4,
+                                     element::kPyramid5,
+                                     element::kWedge6,
+                                     element::kHex8};
+  return ElementTopology(kCodes[static_cast<std::size_t>(shape)]);
+}
+
+Range EdgeLengths(CornerShape shape, const Point3* p) {
+  const ElementTopology type = LinearTopology(shape);
+  Range range;
+  for (std::int32_t e = 0; e < type.Edges(); ++e) {
+    const auto ends = type.Edge(e, false);
+    range.Take(Distance(p[ends[0]], p[ends[1]]));
+  }
+  return range;
+}
+
+/// Corners of a face, in order.
+struct Face {
+  int count = 0;
+  Point3 at[4];
+  const Point3& Next(int i) const { return at[(i + 1) % count]; }
+  const Point3& Before(int i) const { return at[(i + count - 1) % count]; }
+  /// Points out of the face's plane, as long as the corner's parallelogram is large.
+  Point3 NormalAt(int i) const { return Cross(Next(i) - at[i], Before(i) - at[i]); }
+};
+
+template <class Visit>
+void ForEachFace(CornerShape shape, const Point3* p, Visit&& visit) {
+  const ElementTopology type = LinearTopology(shape);
+  for (std::int32_t f = 0; f < type.Faces(); ++f) {
+    Face face;
+    for (const std::int32_t place : type.Face(f, false)) face.at[face.count++] = p[place];
+    visit(face);
+  }
+}
+
+Range AnglesOf(const Face& face) {
+  const Point3 up =
+      face.count == 4 ? Cross(face.at[2] - face.at[0], face.at[3] - face.at[1]) : face.NormalAt(0);
+  Range range;
+  for (int i = 0; i < face.count; ++i) {
+    const double angle = AngleDeg(face.Next(i) - face.at[i], face.Before(i) - face.at[i]);
+    range.Take(Dot(face.NormalAt(i), up) < 0 ? 360 - angle : angle);
+  }
+  return range;
+}
+
+Range FaceAngles(CornerShape shape, const Point3* p) {
+  Range range;
+  ForEachFace(shape, p, [&](const Face& face) {
+    const Range angles = AnglesOf(face);
+    range.Take(angles.least);
+    range.Take(angles.most);
+  });
+  return range;
+}
+
+}  // namespace
+
+// ---- any shape ----------------------------------------------------------------------------------
+
+double EdgeRatio(CornerShape shape, const Point3* p) {
+  const Range lengths = EdgeLengths(shape, p);
+  return Ratio(lengths.most, lengths.least);
+}
+
+double EquiangleSkew(CornerShape shape, const Point3* p) {
+  double skew = 0;
+  ForEachFace(shape, p, [&](const Face& face) {
+    const double ideal = face.count == 3 ? 60 : 90;
+    const Range angles = AnglesOf(face);
+    skew = std::max({skew, (angles.most - ideal) / (180 - ideal), (ideal - angles.least) / ideal});
+  });
+  return std::min(skew, 1.0);
+}
+
+double MinFaceAngle(CornerShape shape, const Point3* p) { return FaceAngles(shape, p).least; }
+
+double MaxFaceAngle(CornerShape shape, const Point3* p) { return FaceAngles(shape, p).most; }
+
+double FaceWarpage(CornerShape shape, const Point3* p) {
+  double warpage = 0;
+  ForEachFace(shape, p, [&](const Face& face) {
+    if (face.count != 4) return;
+    Point3 normal[4];
+    for (int i = 0; i < 4; ++i) {
+      normal[i] = face.NormalAt(i);
+      // A face with a flat corner has no direction there and counts as plane, as in the report.
+      if (!Normalize(normal[i])) return;
+    }
+    for (int i = 0; i < 2; ++i) {
+      const double cosine = Dot(normal[i], normal[i + 2]);
+      warpage = std::max(warpage, 1 - cosine * cosine * cosine);
+    }
+  });
+  return warpage;
+}
+
+// ---- triangles ----------------------------------------------------------------------------------
+
+namespace {
+
+/// What shape and condition of a triangle weigh the area against.
+double TriSpread(const Point3* p) {
+  const Point3 a = p[1] - p[0], b = p[2] - p[0];
+  return Dot(a, a) + Dot(b, b) - Dot(a, b);
+}
+
+}  // namespace
+
+double TriAspect(CornerShape shape, const Point3* p) {
+  const double a = Distance(p[0], p[1]), b = Distance(p[1], p[2]), c = Distance(p[2], p[0]);
+  return Ratio(std::max({a, b, c}) * (a + b + c), 4 * sqrt3 * ShapeSize(shape, p));
+}
+
+double TriScaledJacobian(CornerShape shape, const Point3* p) {
+  const double a = Distance(p[0], p[1]), b = Distance(p[1], p[2]), c = Distance(p[2], p[0]);
+  const double largest = std::max({a * b, b * c, c * a});
+  return largest > 0 ? 2 / sqrt3 * 2 * ShapeSize(shape, p) / largest : 0;
+}
+
+double TriShape(CornerShape shape, const Point3* p) {
+  const double spread = TriSpread(p);
+  return spread > 0 ? 2 * sqrt3 * ShapeSize(shape, p) / spread : 0;
+}
+
+double TriCondition(CornerShape shape, const Point3* p) {
+  return Ratio(TriSpread(p), 2 * sqrt3 * ShapeSize(shape, p));
+}
+
+// ---- quadrilaterals -----------------------------------------------------------------------------
+
+namespace {
+
+/// The directions across a quadrilateral, and how they change.
+struct QuadAxes {
+  Point3 x1, x2, x12;
+  explicit QuadAxes(const Point3* p)
+      : x1((p[1] - p[0]) + (p[2] - p[3])),
+        x2((p[2] - p[1]) + (p[3] - p[0])),
+        x12((p[0] - p[1]) + (p[2] - p[3])) {}
+};
+
+/// Signed areas of the parallelograms at the corners, seen along the normal in the middle, and the
+/// squares and products of the edges there.
+struct QuadCorners {
+  double area[4], squares[4], product[4];
+  explicit QuadCorners(const Point3* p) {
+    const QuadAxes axes(p);
+    Point3 up = Cross(axes.x1, axes.x2);
+    if (!Normalize(up)) up = {};
+    for (int i = 0; i < 4; ++i) {
+      const Point3 to = p[(i + 1) % 4] - p[i], from = p[(i + 3) % 4] - p[i];
+      area[i] = Dot(up, Cross(to, from));
+      squares[i] = SquaredLength(to) + SquaredLength(from);
+      product[i] = Length(to) * Length(from);
+    }
+  }
+};
+
+/// |cosine| between two directions; 1 when one has no length.
+double Cosine(const Point3& a, const Point3& b) {
+  const double product = Length(a) * Length(b);
+  return product > 0 ? std::min(std::abs(Dot(a, b)) / product, 1.0) : 1.0;
+}
+
+}  // namespace
+
+double QuadAspect(CornerShape shape, const Point3* p) {
+  double sum = 0, longest = 0;
+  for (int i = 0; i < 4; ++i) {
+    const double length = Distance(p[i], p[(i + 1) % 4]);
+    sum += length;
+    longest = std::max(longest, length);
+  }
+  return Ratio(longest * sum, 4 * ShapeSize(shape, p));
+}
+
+double QuadSkew(CornerShape, const Point3* p) {
+  const QuadAxes axes(p);
+  return Cosine(axes.x1, axes.x2);
+}
+
+double QuadTaper(CornerShape, const Point3* p) {
+  const QuadAxes axes(p);
+  return Ratio(Length(axes.x12), std::min(Length(axes.x1), Length(axes.x2)));
+}
+
+double QuadJacobian(CornerShape, const Point3* p) {
+  const QuadCorners corners(p);
+  return *std::min_element(corners.area, corners.area + 4);
+}
+
+double QuadScaledJacobian(CornerShape, const Point3* p) {
+  const QuadCorners corners(p);
+  double least = 1;
+  for (int i = 0; i < 4; ++i) {
+    least = std::min(least, corners.product[i] > 0 ? corners.area[i] / corners.product[i] : 0.0);
+  }
+  return least;
+}
+
+double QuadShape(CornerShape, const Point3* p) {
+  const QuadCorners corners(p);
+  double least = 1;
+  for (int i = 0; i < 4; ++i) {
+    least = std::min(least, corners.area[i] > 0 ? 2 * corners.area[i] / corners.squares[i] : 0.0);
+  }
+  return least;
+}
+
+double QuadCondition(CornerShape, const Point3* p) {
+  const QuadCorners corners(p);
+  double most = 0;
+  for (int i = 0; i < 4; ++i) most = std::max(most, Ratio(corners.squares[i], 2 * corners.area[i]));
+  return most;
+}
+
+double QuadStretch(CornerShape shape, const Point3* p) {
+  const double diagonal = std::max(Distance(p[0], p[2]), Distance(p[1], p[3]));
+  return diagonal > 0 ? sqrt2 * EdgeLengths(shape, p).least / diagonal : 0;
+}
+
+// ---- tetrahedra ---------------------------------------------------------------------------------
+
+namespace {
+
+constexpr int kTetFaces[4][3] = {{1, 2, 3}, {2, 0, 3}, {0, 1, 3}, {0, 1, 2}};
+
+/// Angles in degrees between the faces, over the six edges.
+Range DihedralAngles(const Point3* p) {
+  const ElementTopology type = LinearTopology(CornerShape::kTetrahedron);
+  Range range;
+  for (std::int32_t e = 0; e < 6; ++e) {
+    const auto ends = type.Edge(e, false);
+    // The two corners off the edge.
+    int others[2], count = 0;
+    for (int c = 0; c < 4; ++c) {
+      if (c != ends[0] && c != ends[1]) others[count++] = c;
+    }
+    const Point3 along = p[ends[1]] - p[ends[0]];
+    range.Take(
+        AngleDeg(Cross(along, p[others[0]] - p[ends[0]]), Cross(along, p[others[1]] - p[ends[0]])));
+  }
+  return range;
+}
+
+}  // namespace
+
+double TetAspect(CornerShape shape, const Point3* p) {
+  double area = 0;
+  for (const auto& f : kTetFaces) area += TriangleArea(p[f[0]], p[f[1]], p[f[2]]);
+  const double longest = EdgeLengths(shape, p).most;
+  return Ratio(longest * area, 2 * std::sqrt(6.0) * 3 * ShapeSize(shape, p));
+}
+
+double TetScaledJacobian(CornerShape shape, const Point3* p) {
+  const double jacobian = 6 * ShapeSize(shape, p);
+  double largest = std::abs(jacobian);
+  for (int c = 0; c < 4; ++c) {
+    double product = 1;
+    for (int other = 0; other < 4; ++other) {
+      if (other != c) product *= Distance(p[c], p[other]);
+    }
+    largest = std::max(largest, product);
+  }
+  return largest > 0 ? sqrt2 * jacobian / largest : 0;
+}
+
+double TetShape(CornerShape shape, const Point3* p) {
+  const double jacobian = 6 * ShapeSize(shape, p);
+  if (!(jacobian > 0)) return 0;
+  const Point3 a = p[1] - p[0], b = p[2] - p[0], c = p[3] - p[0];
+  const double spread =
+      1.5 * (Dot(a, a) + Dot(b, b) + Dot(c, c)) - (Dot(a, b) + Dot(b, c) + Dot(c, a));
+  return 3 * std::cbrt(2 * jacobian * jacobian) / spread;
+}
+
+double TetCondition(CornerShape, const Point3* p) {
+  // The map from the regular tetrahedron, column by column.
+  const Point3 a = p[1] - p[0], b = p[2] - p[0], c = p[3] - p[0];
+  const Point3 c1 = a;
+  const Point3 c2 = (1 / sqrt3) * (2 * b - a);
+  const Point3 c3 = (1 / std::sqrt(6.0)) * (3 * c - b - a);
+  const double spread = SquaredLength(c1) + SquaredLength(c2) + SquaredLength(c3);
+  const double across =
+      SquaredLength(Cross(c1, c2)) + SquaredLength(Cross(c2, c3)) + SquaredLength(Cross(c3, c1));
+  return Ratio(std::sqrt(spread * across), 3 * Triple(c1, c2, c3));
+}
+
+double TetCollapse(CornerShape, const Point3* p) {
+  double least = kUnbounded;
+  for (int c = 0; c < 4; ++c) {
+    const Point3& u = p[kTetFaces[c][0]];
+    const Point3& v = p[kTetFaces[c][1]];
+    const Point3& w = p[kTetFaces[c][2]];
+    Point3 normal = Cross(v - u, w - u);
+    if (!Normalize(normal)) return 0;
+    const double longest = std::max({Distance(u, v), Distance(v, w), Distance(w, u)});
+    least = std::min(least, std::abs(Dot(normal, p[c] - u)) / longest);
+  }
+  return least;
+}
+
+double MinDihedralAngle(CornerShape, const Point3* p) { return DihedralAngles(p).least; }
+
+double MaxDihedralAngle(CornerShape, const Point3* p) { return DihedralAngles(p).most; }
+
+// ---- solids -------------------------------------------------------------------------------------
+
+namespace {
+
+/// The edges from a corner of a solid, right-handed.
+struct Frame {
+  Point3 a, b, c;
+  double Determinant() const { return Triple(a, b, c); }
+  double Spread() const { return SquaredLength(a) + SquaredLength(b) + SquaredLength(c); }
+};
+
+/// Neighbours of a corner, right-handed in an element that is not inverted.
+struct Neighbours {
+  int corner, a, b, c;
+};
+
+constexpr Neighbours kTetCorners[] = {{0, 1, 2, 3}, {1, 2, 0, 3}, {2, 0, 1, 3}, {3, 0, 2, 1}};
+constexpr Neighbours kPyramidCorners[] = {{0, 1, 3, 4}, {1, 2, 0, 4}, {2, 3, 1, 4}, {3, 0, 2, 4}};
+constexpr Neighbours kWedgeCorners[] = {{0, 1, 2, 3}, {1, 2, 0, 4}, {2, 0, 1, 5},
+                                        {3, 5, 4, 0}, {4, 3, 5, 1}, {5, 4, 3, 2}};
+constexpr Neighbours kHexCorners[] = {{0, 1, 3, 4}, {1, 2, 0, 5}, {2, 3, 1, 6}, {3, 0, 2, 7},
+                                      {4, 7, 5, 0}, {5, 4, 6, 1}, {6, 5, 7, 2}, {7, 6, 4, 3}};
+
+std::span<const Neighbours> CornersOf(CornerShape shape) {
+  switch (shape) {
+    case CornerShape::kTetrahedron:
+      return kTetCorners;
+    case CornerShape::kPyramid:
+      return kPyramidCorners;
+    case CornerShape::kWedge:
+      return kWedgeCorners;
+    default:
+      return kHexCorners;
+  }
+}
+
+/// The principal axes of a hexahedron: sums of its four edges each way.
+Frame HexAxes(const Point3* p) {
+  return {(p[1] - p[0]) + (p[2] - p[3]) + (p[5] - p[4]) + (p[6] - p[7]),
+          (p[3] - p[0]) + (p[2] - p[1]) + (p[7] - p[4]) + (p[6] - p[5]),
+          (p[4] - p[0]) + (p[5] - p[1]) + (p[6] - p[2]) + (p[7] - p[3])};
+}
+
+/// Visits the frames of the corners, and of a hexahedron that of its middle.
+template <class Visit>
+void ForEachFrame(CornerShape shape, const Point3* p, Visit&& visit) {
+  for (const Neighbours& n : CornersOf(shape)) {
+    const Point3& at = p[n.corner];
+    visit(Frame{p[n.a] - at, p[n.b] - at, p[n.c] - at});
+  }
+  if (shape != CornerShape::kHexahedron) return;
+  const Frame axes = HexAxes(p);
+  visit(Frame{0.25 * axes.a, 0.25 * axes.b, 0.25 * axes.c});
+}
+
+}  // namespace
+
+double SolidJacobian(CornerShape shape, const Point3* p) {
+  double least = kUnbounded;
+  ForEachFrame(shape, p, [&](const Frame& f) { least = std::min(least, f.Determinant()); });
+  return least;
+}
+
+double SolidScaledJacobian(CornerShape shape, const Point3* p) {
+  const double ideal = shape == CornerShape::kPyramid ? sqrt2
+                       : shape == CornerShape::kWedge ? 2 / sqrt3
+                                                      : 1.0;
+  double least = kUnbounded;
+  ForEachFrame(shape, p, [&](const Frame& f) {
+    const double product = Length(f.a) * Length(f.b) * Length(f.c);
+    least = std::min(least, product > 0 ? f.Determinant() / product : 0.0);
+  });
+  return ideal * least;
+}
+
+double HexAspect(CornerShape, const Point3* p) {
+  const Frame axes = HexAxes(p);
+  Range lengths;
+  for (const Point3* axis : {&axes.a, &axes.b, &axes.c}) lengths.Take(Length(*axis));
+  return Ratio(lengths.most, lengths.least);
+}
+
+double HexSkew(CornerShape, const Point3* p) {
+  const Frame axes = HexAxes(p);
+  return std::max({Cosine(axes.a, axes.b), Cosine(axes.b, axes.c), Cosine(axes.c, axes.a)});
+}
+
+double HexTaper(CornerShape, const Point3* p) {
+  const Frame axes = HexAxes(p);
+  const double a = Length(axes.a), b = Length(axes.b), c = Length(axes.c);
+  const Point3 ab = (p[2] - p[3]) - (p[1] - p[0]) + (p[6] - p[7]) - (p[5] - p[4]);
+  const Point3 ac = (p[5] - p[1]) - (p[4] - p[0]) + (p[6] - p[2]) - (p[7] - p[3]);
+  const Point3 bc = (p[7] - p[4]) - (p[3] - p[0]) + (p[6] - p[5]) - (p[2] - p[1]);
+  return std::max({Ratio(Length(ab), std::min(a, b)), Ratio(Length(ac), std::min(a, c)),
+                   Ratio(Length(bc), std::min(b, c))});
+}
+
+double HexShape(CornerShape shape, const Point3* p) {
+  double least = 1;
+  ForEachFrame(shape, p, [&](const Frame& f) {
+    const double determinant = f.Determinant();
+    least = std::min(least,
+                     determinant > 0 ? 3 * std::cbrt(determinant * determinant) / f.Spread() : 0.0);
+  });
+  return least;
+}
+
+double HexCondition(CornerShape shape, const Point3* p) {
+  double most = 0;
+  ForEachFrame(shape, p, [&](const Frame& f) {
+    const double across = SquaredLength(Cross(f.a, f.b)) + SquaredLength(Cross(f.b, f.c)) +
+                          SquaredLength(Cross(f.c, f.a));
+    most = std::max(most, Ratio(std::sqrt(f.Spread() * across), 3 * f.Determinant()));
+  });
+  return most;
+}
+
+double HexStretch(CornerShape shape, const Point3* p) {
+  constexpr int kDiagonals[4][2] = {{0, 6}, {1, 7}, {2, 4}, {3, 5}};
+  double longest = 0;
+  for (const auto& d : kDiagonals) longest = std::max(longest, Distance(p[d[0]], p[d[1]]));
+  return longest > 0 ? sqrt3 * EdgeLengths(shape, p).least / longest : 0;
+}
+
+}  // namespace qx::quality

@@ -1,0 +1,71 @@
+#pragma once
+// The formulas behind the quality measures, a function each. Names and formulas follow C. J.
+// Stimpson, C. D. Ernst, P. Knupp, P. P. Pebay, D. Thompson: The Verdict Geometric Quality Library,
+// SAND2007-1751; what goes beyond it is said at the function.
+
+#include "qx_db/app/point3.h"
+#include "qx_db/app/topology_table.h"
+
+namespace qx::quality {
+
+// ---- any shape ----------------------------------------------------------------------------------
+
+/// Longest edge over shortest.
+double EdgeRatio(CornerShape shape, const Point3* p);
+/// How far the angles of the faces are from 60 or 90 degrees: 0 none, 1 as far as can be.
+double EquiangleSkew(CornerShape shape, const Point3* p);
+/// Smallest and largest angle in degrees between neighbouring edges of a face. An angle of a
+/// quadrilateral that is not convex may exceed 180. Beyond the report for solids.
+double MinFaceAngle(CornerShape shape, const Point3* p);
+double MaxFaceAngle(CornerShape shape, const Point3* p);
+/// 1 minus the least cube of the cosine between normals at opposite corners of a quadrilateral, of
+/// the worst face. Beyond the report for solids.
+double FaceWarpage(CornerShape shape, const Point3* p);
+
+// ---- triangles ----------------------------------------------------------------------------------
+
+double TriAspect(CornerShape, const Point3* p);
+double TriScaledJacobian(CornerShape, const Point3* p);
+double TriShape(CornerShape, const Point3* p);
+double TriCondition(CornerShape, const Point3* p);
+
+// ---- quadrilaterals -----------------------------------------------------------------------------
+
+double QuadAspect(CornerShape, const Point3* p);
+double QuadSkew(CornerShape, const Point3* p);
+double QuadTaper(CornerShape, const Point3* p);
+double QuadJacobian(CornerShape, const Point3* p);
+double QuadScaledJacobian(CornerShape, const Point3* p);
+double QuadShape(CornerShape, const Point3* p);
+double QuadCondition(CornerShape, const Point3* p);
+double QuadStretch(CornerShape, const Point3* p);
+
+// ---- tetrahedra ---------------------------------------------------------------------------------
+
+double TetAspect(CornerShape, const Point3* p);
+double TetScaledJacobian(CornerShape, const Point3* p);
+double TetShape(CornerShape, const Point3* p);
+double TetCondition(CornerShape, const Point3* p);
+/// Smallest height over the longest edge of the face below it.
+double TetCollapse(CornerShape, const Point3* p);
+double MinDihedralAngle(CornerShape, const Point3* p);
+double MaxDihedralAngle(CornerShape, const Point3* p);
+
+// ---- solids -------------------------------------------------------------------------------------
+
+/// Least determinant of the three edges at a corner, of a hexahedron also at its centre. The apex
+/// of a pyramid, where four edges meet, does not count.
+double SolidJacobian(CornerShape shape, const Point3* p);
+/// The same of edges of length 1, times what makes the ideal pyramid, wedge or hexahedron 1. For
+/// pyramids beyond the report.
+double SolidScaledJacobian(CornerShape shape, const Point3* p);
+
+/// Longest principal axis over shortest.
+double HexAspect(CornerShape, const Point3* p);
+double HexSkew(CornerShape, const Point3* p);
+double HexTaper(CornerShape, const Point3* p);
+double HexShape(CornerShape, const Point3* p);
+double HexCondition(CornerShape, const Point3* p);
+double HexStretch(CornerShape, const Point3* p);
+
+}  // namespace qx::quality

@@ -1,0 +1,60 @@
+#pragma once
+// Dense temporary numbers for records: what turns questions about a mesh into work on arrays.
+
+#include <cstdint>
+#include <vector>
+
+#include "qx_db/pool/keyed_set_base.h"
+
+namespace qx {
+
+/// Numbers records from 0 in the order they are first asked for. A record's number is kept in its
+/// parameter index and believed only when the record at that number is the same one, so nothing
+/// need be cleared before; destruction puts the indices back. Numbers live as long as the object,
+/// unless another one numbers the same records meanwhile.
+class RecordNumbers {
+ public:
+  /// Found nowhere: beyond every number.
+  static constexpr std::uint32_t kNone = KeyedSetBase::kParamMask;
+
+  RecordNumbers() = default;
+  RecordNumbers(const RecordNumbers&) = delete;
+  RecordNumbers& operator=(const RecordNumbers&) = delete;
+  ~RecordNumbers() {
+    for (std::size_t i = records_.size(); i-- > 0;) SetIndex(records_[i], before_[i]);
+  }
+
+  void Reserve(std::size_t count) {
+    records_.reserve(count);
+    before_.reserve(count);
+  }
+  /// The number of a live record, a new one if need be.
+  std::uint32_t Of(ITR record) {
+    const std::uint32_t index = KeyedSetBase::StateOf(record) & KeyedSetBase::kParamMask;
+    if (index < records_.size() && records_[index] == record) return index;
+    const auto number = static_cast<std::uint32_t>(records_.size());
+    records_.push_back(record);
+    before_.push_back(index);
+    SetIndex(record, number);
+    return number;
+  }
+  /// The number a record has; kNone when it has none.
+  std::uint32_t Find(ITR record) const {
+    const std::uint32_t index = KeyedSetBase::StateOf(record) & KeyedSetBase::kParamMask;
+    return index < records_.size() && records_[index] == record ? index : kNone;
+  }
+  std::uint32_t Count() const { return static_cast<std::uint32_t>(records_.size()); }
+  /// The records by number.
+  const std::vector<ITR>& Records() const { return records_; }
+
+ private:
+  static void SetIndex(ITR record, std::uint32_t index) {
+    const std::uint32_t rest = KeyedSetBase::StateOf(record) & ~KeyedSetBase::kParamMask;
+    KeyedSetBase::SetState(record, rest | index);
+  }
+
+  std::vector<ITR> records_;
+  std::vector<std::uint32_t> before_;
+};
+
+}  // namespace qx

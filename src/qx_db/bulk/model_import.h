@@ -1,0 +1,87 @@
+#pragma once
+// Records of another model, or of a record file, into an open model.
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "qx_db/core/session.h"
+#include "qx_db/platform/outcome.h"
+
+namespace qx {
+
+/// Which records come. A pool that is chosen without keys comes whole; with nothing chosen, all
+/// pools do.
+struct ImportChoice {
+  std::uint16_t type = 0;
+  std::vector<Key> keys;
+};
+
+struct ImportOptions {
+  std::vector<ImportChoice> choices;
+  /// Records keep their keys and overwrite the model's of the same key; otherwise each receives a
+  /// new one.
+  bool keep_keys = false;
+  /// What a chosen record refers to comes along, and what belongs to it by its key.
+  bool with_references = true;
+  /// References to records that do not come lead to the model's own of the same key; otherwise
+  /// they are cleared, or leave their array.
+  bool link_existing = false;
+  /// Everything is done and reported, and taken back.
+  bool dry_run = false;
+};
+
+/// What an import did, or would do.
+struct QXDB_API ImportReport {
+  struct Pool {
+    std::uint16_t type = 0;
+    std::int64_t overwritten = 0;
+    /// Key outside and key in the model of every record that came, in the order they came.
+    std::vector<std::pair<Key, Key>> keys;
+  };
+  /// A reference that did not find what it names.
+  struct Loose {
+    std::uint16_t type = 0;
+    Key key = 0;  ///< outside
+    const char16_t* member = nullptr;
+    std::uint16_t target = 0;
+    Key target_key = 0;
+    bool linked = false;  ///< leads to the model's own record of that key
+    std::string Line(const CQXDBSession& session) const;
+  };
+  std::vector<Pool> pools;  ///< those that anything came into
+  std::vector<Loose> loose;
+  /// Records with numbers of a kind that is not known, which kept the units they had.
+  std::vector<std::pair<std::uint16_t, Key>> unconverted;
+
+  std::int64_t Records() const;
+  /// {"NODE": {"1": 101, ...}, ...}: the key map by gateway table.
+  std::string KeyMapJson(const CQXDBSession& session) const;
+};
+
+/// Pools read from a file into a session of their own, keys standing where iterators will.
+class QXDB_API ExternalModel {
+ public:
+  /// Reads a model file. Every reference in it must lead to a record of the file, and no chain of
+  /// references within a pool may lead back to where it began; the failure lists those that do
+  /// not, by pool and key.
+  static Result<std::unique_ptr<ExternalModel>> Open(const std::string& path,
+                                                     CQXDBSession::PoolSetup setup);
+  /// An empty one, for pools that come from elsewhere.
+  explicit ExternalModel(CQXDBSession::PoolSetup setup) : records_(setup) {}
+
+  CQXDBSession& Records() { return records_; }
+  const CQXDBSession& Records() const { return records_; }
+
+ private:
+  CQXDBSession records_;
+};
+
+/// Brings records in through the external stores of the model's pools, in the model's units, as
+/// one undoable step; members that hold keys follow like references. Records that belong to
+/// another by their key (an element's orientation) take its new key. Refused, with nothing
+/// changed, when a chosen key is not there or a pool refuses a record.
+QXDB_API Result<ImportReport> ImportRecords(CQXDBSession& session, const ExternalModel& from,
+                                            const ImportOptions& options);
+
+}  // namespace qx

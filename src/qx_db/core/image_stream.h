@@ -1,0 +1,23 @@
+#pragma once
+// Records of one pool as a stream of images, each behind its length, keys for references.
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "qx_db/core/schema_text.h"
+#include "qx_db/pool/pool_base.h"
+
+namespace qx {
+
+/// Appends a record; returns the bytes of its image.
+QXDB_API std::uint32_t AppendImage(const Schema& schema, const TStructBase& record,
+                                   std::vector<char>& stream);
+
+/// Inserts the `count` records of a stream into the pool, whatever their lengths claim. "" or what
+/// is wrong, with the number of the record.
+QXDB_API std::string ReadImages(std::span<const char> stream, std::int64_t count,
+                                const ImageReader& reader, DPoolBase& pool);
+
+}  // namespace qx

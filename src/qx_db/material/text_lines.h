@@ -1,0 +1,78 @@
+#pragma once
+// Text files of materials, line by line: code page, line ends, fields and numbers.
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "qx_db/platform/code_page.h"
+
+namespace qx {
+
+/// Told of each line (or record, or block) that a reader leaves out or reads otherwise than it
+/// looks, and why; the formats themselves say nothing.
+using MaterialLint = std::function<void(std::int64_t line, const std::string& why)>;
+
+/// The lines of a text file as UTF-8. A line ends with CR, LF or both.
+class QXDB_API TextLines {
+ public:
+  /// Text in `page`, or in UTF-8 when it starts with that mark. Fails for what is not text: UTF-16,
+  /// NUL bytes, bytes without a meaning in the code page. `lint` hears of a text that could be
+  /// UTF-8 as well as what it is taken for.
+  static Result<TextLines> FromBytes(std::string bytes, const std::string& file,
+                                     const CodePage& page, std::size_t longest_line,
+                                     const MaterialLint& lint = {});
+
+  /// Sets the next line, without its end; false at the end of the file and at a line of more than
+  /// `longest_line` UTF-16 units, which `Check` tells apart. Valid as long as this object.
+  bool Next(std::string_view& line);
+  Outcome Check() const { return check_; }
+  std::int64_t Number() const { return number_; }  ///< of the last line, from 1
+  /// Bounds the number of lines of at least `bytes` bytes each, to take memory once.
+  std::size_t MostLines(std::size_t bytes) const;
+  /// A failure at the last line.
+  Failure At(std::string what, std::string remedy) const;
+  /// UTF-8 when the file said so by its mark.
+  const CodePage& Page() const { return page_; }
+
+ private:
+  std::string file_;
+  std::string text_;
+  CodePage page_;
+  std::size_t longest_line_ = 0;
+  std::size_t at_ = 0;
+  std::size_t next_lf_ = 0;  // offset of the first LF at or after at_, once known
+  std::int64_t number_ = 0;
+  Outcome check_;
+};
+
+/// The bytes of a text file in a code page. Text that needs UTF-8 starts with its mark, so that no
+/// reader takes it for an ANSI code page.
+Result<std::string> EncodedFile(std::string text, const CodePage& page, const std::string& file);
+
+/// Without blanks and tabs on both sides.
+QXDB_API std::string_view Trimmed(std::string_view text);
+
+/// The parts of `text` between separators. Tokens are never empty: a run of separators counts as
+/// one. Fields may be: n separators make n + 1. `parts` is cleared first.
+QXDB_API void SplitTokens(std::string_view text, char separator,
+                          std::vector<std::string_view>& parts);
+QXDB_API void SplitFields(std::string_view text, char separator,
+                          std::vector<std::string_view>& parts);
+
+/// A text as a decimal number: the value of its longest start that is one, 0 without any.
+struct ParsedNumber {
+  double value = 0.0;
+  bool whole = false;    ///< all of the text is a number, blanks around it aside
+  bool in_range = true;  ///< false: too large for a double; the value is 0
+};
+QXDB_API ParsedNumber ParseNumber(std::string_view text);
+
+/// The shortest text that reads back as the same double.
+QXDB_API std::string ShortestText(double value);
+/// As printf's "%g" writes it.
+QXDB_API std::string SixDigitText(double value);
+
+}  // namespace qx

@@ -1,0 +1,236 @@
+#include "qx_db/model/coordinate_pool.h"
+
+#include <array>
+
+#include "qx_db/core/session.h"
+#include "qx_db/lib/message.h"
+#include "qx_db/record/verbs.h"
+
+namespace qx {
+namespace {
+
+/// The axes about which each rotation order turns, first to last.
+constexpr std::array<std::array<int, 3>, 6> kRotationOrders = {
+    {{0, 1, 2}, {0, 2, 1}, {1, 0, 2}, {1, 2, 0}, {2, 0, 1}, {2, 1, 0}}};
+
+bool IsFinite(const Vector3& v) {
+  return std::isfinite(v.x) && std::isfinite(v.y) && std::isfinite(v.z);
+}
+
+/// The axes given by three points: the first axis through the axis point, the second one in the
+/// half plane of the plane point. `plane` says which axes these are: x and y, y and z, z and x.
+bool AxesOfPoints(std::int32_t plane, const Vector3& origin, const Vector3& axis_point,
+                  const Vector3& plane_point, Triad& axes) {
+  if (plane < 0 || plane > 2) return false;
+  Vector3 first = axis_point - origin;
+  Vector3 in_plane = plane_point - origin;
+  Vector3 third;
+  if (!Normalize(first) || !Normalize(in_plane) || !UnitNormal(first, in_plane, third)) {
+    return false;
+  }
+  const Vector3 second = Cross(third, first);
+  switch (plane) {
+    case 0:
+      axes = {first, second, third};
+      break;
+    case 1:
+      axes = {third, first, second};
+      break;
+    default:
+      axes = {second, third, first};
+  }
+  return true;
+}
+
+/// The axes given by three rotations, each about the axis as the rotations before have left it.
+bool AxesOfAngles(std::int32_t order, const Vector3& rotation_deg, Triad& axes) {
+  if (order < 0 || order > 5 || !IsFinite(rotation_deg)) return false;
+  axes = Triad();
+  for (const int about : kRotationOrders[static_cast<std::size_t>(order)]) {
+    const Vector3 axis = about == 0 ? axes.x : about == 1 ? axes.y : axes.z;
+    for (Vector3* each : {&axes.x, &axes.y, &axes.z}) {
+      *each = Rotated(*each, axis, rotation_deg[about]);
+    }
+  }
+  return true;
+}
+
+/// The frame of one system, whose points are in a reference system of a type and with a frame.
+bool FrameOf(const tagTCord& system, std::int32_t reference_type, const Frame& reference,
+             Frame& frame) {
+  const auto global = [&](const tagTVector3<double>& p) {
+    const Vector3 local = ToRectangular(reference_type, Vector3(p));
+    return reference.origin + reference.axes.ToGlobal(local);
+  };
+  frame.origin = global(system.origin);
+  if (!IsFinite(frame.origin)) return false;
+  if (system.method == tagTCord::kByPoints) {
+    return AxesOfPoints(system.plane, frame.origin, global(system.axis_point),
+                        global(system.plane_point), frame.axes);
+  }
+  Triad turned;
+  if (system.method != tagTCord::kByAngles ||
+      !AxesOfAngles(system.rotation_order, Vector3(system.rotation_deg), turned)) {
+    return false;
+  }
+  frame.axes = {reference.axes.ToGlobal(turned.x), reference.axes.ToGlobal(turned.y),
+                reference.axes.ToGlobal(turned.z)};
+  return true;
+}
+
+}  // namespace
+
+Vector3 ToRectangular(std::int32_t type, const Vector3& c) {
+  double s1 = 0;
+  double c1 = 0;
+  if (type == tagTCord::kCylindrical) {
+    SinCos(c.y, s1, c1);
+    return {c.x * c1, c.x * s1, c.z};
+  }
+  if (type == tagTCord::kSpherical) {
+    double s2 = 0;
+    double c2 = 0;
+    SinCos(c.y, s1, c1);
+    SinCos(c.z, s2, c2);
+    return {c.x * s1 * c2, c.x * s1 * s2, c.x * c1};
+  }
+  return c;
+}
+
+Vector3 FromRectangular(std::int32_t type, const Vector3& p) {
+  const Vector3 x(1, 0, 0);
+  const Vector3 z(0, 0, 1);
+  if (type == tagTCord::kCylindrical) {
+    return {std::hypot(p.x, p.y), SignedAngle(x, {p.x, p.y, 0}, z), p.z};
+  }
+  if (type == tagTCord::kSpherical) {
+    return {Length(p), AngleBetween(z, p), SignedAngle(x, {p.x, p.y, 0}, z)};
+  }
+  return p;
+}
+
+// ---- the default system -------------------------------------------------------------------------
+
+int DPoolCord::AddDefault() {
+  if (Find(kDefaultKey)) return 1;
+  tagTCord system;
+  system.key = kDefaultKey;
+  system.name.Set(qxLoadText("IDS_QX_DB_DEFAULT_CORD").View());
+  return InsertNU(system) != 0;
+}
+
+// ---- where systems are --------------------------------------------------------------------------
+
+/// The system and those it is given in, outermost last. False for a cycle or a removed reference.
+bool DPoolCord::Chain(const tagTCord& system, std::vector<const tagTCord*>& chain) const {
+  chain.push_back(&system);
+  // A chain longer than the pool has come back to itself.
+  const auto most = static_cast<std::size_t>(GetSize()) + 1;
+  for (ITR at = system.reference; at; at = chain.back()->reference) {
+    if (KeyedSetBase::IsRemoved(at) || chain.size() > most) return false;
+    chain.push_back(&GetAtNU(at));
+  }
+  return true;
+}
+
+bool DPoolCord::GetFrame(const tagTCord& system, Frame& frame) const {
+  if (system.reference == 0) return FrameOf(system, tagTCord::kRectangular, Frame(), frame);
+  std::vector<const tagTCord*> chain;
+  if (!Chain(system, chain)) return false;
+  Frame outer;
+  std::int32_t outer_type = tagTCord::kRectangular;
+  for (std::size_t i = chain.size(); i-- > 0;) {
+    Frame inner;
+    if (!FrameOf(*chain[i], outer_type, outer, inner)) return false;
+    outer = inner;
+    outer_type = chain[i]->type;
+  }
+  frame = outer;
+  return true;
+}
+
+bool DPoolCord::GetFrame(ITR system, Frame& frame) const {
+  if (system == 0) {
+    frame = Frame();
+    return true;
+  }
+  return !KeyedSetBase::IsRemoved(system) && GetFrame(GetAtNU(system), frame);
+}
+
+int DPoolCord::GetCoord(const tagTCord& system, double origin[3], double axes[3][3]) const {
+  Frame frame;
+  if (!GetFrame(system, frame)) return 0;
+  frame.origin.CopyTo(origin);
+  frame.axes.CopyTo(axes);
+  return 1;
+}
+
+int DPoolCord::GetCoord(ITR system, double origin[3], double axes[3][3]) const {
+  if (system == 0 || KeyedSetBase::IsRemoved(system)) return 0;
+  return GetCoord(GetAtNU(system), origin, axes);
+}
+
+bool DPoolCord::GetAxesAt(const tagTCord& system, const Vector3& point, Triad& axes) const {
+  Frame frame;
+  if (!GetFrame(system, frame)) return false;
+  axes = frame.axes;
+  if (system.type == tagTCord::kRectangular) return true;
+  const Vector3 at = FromRectangular(system.type, frame.axes.ToLocal(point - frame.origin));
+  if (!IsFinite(at)) return false;
+  if (system.type == tagTCord::kCylindrical) {
+    axes.x = Rotated(frame.axes.x, frame.axes.z, at.y);
+    axes.y = Rotated(frame.axes.y, frame.axes.z, at.y);
+    return true;
+  }
+  const Vector3 outward = Rotated(frame.axes.x, frame.axes.z, at.z);
+  const Vector3 along_phi = Cross(frame.axes.z, outward);
+  axes.x = Rotated(frame.axes.z, along_phi, at.y);
+  axes.y = Rotated(outward, along_phi, at.y);
+  axes.z = along_phi;
+  return true;
+}
+
+bool DPoolCord::ToGlobal(ITR system, const Vector3& coordinates, Vector3& point) const {
+  Frame frame;
+  if (!GetFrame(system, frame)) return false;
+  const std::int32_t type = system ? GetAtNU(system).type : tagTCord::kRectangular;
+  point = frame.origin + frame.axes.ToGlobal(ToRectangular(type, coordinates));
+  return true;
+}
+
+bool DPoolCord::FromGlobal(ITR system, const Vector3& point, Vector3& coordinates) const {
+  Frame frame;
+  if (!GetFrame(system, frame)) return false;
+  const std::int32_t type = system ? GetAtNU(system).type : tagTCord::kRectangular;
+  coordinates = FromRectangular(type, frame.axes.ToLocal(point - frame.origin));
+  return true;
+}
+
+// ---- rules --------------------------------------------------------------------------------------
+
+int DPoolCord::SetAtNU(ITR pos, const tagTCord& record) {
+  std::int32_t steps = 0;
+  for (ITR at = record.reference; at; at = GetAtNU(at).reference) {
+    if (at == pos || ++steps > GetSize()) {
+      qxMsgOut(Severity::kRefusal, "IDS_QX_DB_CORD_CYCLE",
+               {std::to_string(record.key), std::to_string(KeyOf(record.reference))});
+      return 0;
+    }
+    if (KeyedSetBase::IsRemoved(at)) break;
+  }
+  return DPool::SetAtNU(pos, record);
+}
+
+int DPoolCord::ProcessRelation() {
+  if (!HasChanged(kRemovedFlag)) return 1;
+  for (ITR pos = GetHeadPosition(); pos; Next(pos)) {
+    const tagTCord& system = GetAtNU(pos);
+    if (system.reference == 0 || !KeyedSetBase::IsRemoved(system.reference)) continue;
+    qxMsgOut(Severity::kRefusal, "IDS_QX_DB_CORD_REFERENCED",
+             {std::to_string(KeyOf(system.reference)), std::to_string(system.key)});
+    return 0;
+  }
+  return 1;
+}
+
+}  // namespace qx

@@ -1,0 +1,72 @@
+#pragma once
+// What a deletion would do, told before anything happens; deleting; and where a record is used.
+//
+// All three rest on the reference index of the element pool, which turns the references of a pool
+// round once and keeps that until the pool changes; a question then costs what its answer is long.
+
+#include <span>
+#include <string>
+#include <vector>
+
+#include "qx_db/model/standard_pools.h"
+
+namespace qx {
+
+/// What happens to one record.
+enum class Effect {
+  kRemoved,
+  kReset,    ///< an orientation goes back to the default of the edition
+  kChanged,  ///< a reference to something removed is cleared, or leaves its list
+};
+
+/// One consequence of a deletion.
+struct Consequence {
+  std::uint16_t type = 0;  ///< type code of the record's pool
+  ITR item = 0;
+  Effect effect = Effect::kRemoved;
+  /// The member that refers to what was removed; null for what was asked for, and for what goes
+  /// because it is keyed by an element.
+  const Row* row = nullptr;
+  std::uint16_t cause_type = 0;  ///< the removed record that brings it about; 0 when asked for
+  ITR cause = 0;
+};
+
+/// A reason why a deletion would be refused: the key of the text that the user sees, and its
+/// arguments.
+struct Blocker {
+  std::string text;
+  std::vector<std::string> arguments;
+};
+
+struct QXDB_API DeletionPreview {
+  /// A record appears once as removed or reset, or once for each changed member. Those asked for
+  /// come first; causes come before what they bring about.
+  std::vector<Consequence> consequences;
+  std::vector<Blocker> blockers;
+
+  /// The removed records of a pool.
+  std::vector<ITR> Removed(std::uint16_t type) const;
+};
+
+/// What DeleteRecords would do. Records that are null or removed already are passed over. The
+/// model is not touched.
+QXDB_API DeletionPreview PreviewDeletion(const CQXDBSession& session, std::uint16_t type,
+                                         std::span<const ITR> items);
+
+/// Deletes records with their consequences as one step; mesh sets together with those of their
+/// nodes and elements that no other set holds. 0, with a message and nothing changed, when a rule
+/// refuses.
+QXDB_API int DeleteRecords(CQXDBSession& session, std::uint16_t type, std::span<const ITR> items);
+
+/// One use of a record: by the member `row` of the record `item`; a null row for a record that is
+/// keyed by it.
+struct Use {
+  std::uint16_t type = 0;
+  ITR item = 0;
+  const Row* row = nullptr;
+};
+
+/// Every use of a record, pool by pool.
+QXDB_API std::vector<Use> WhereUsed(const CQXDBSession& session, std::uint16_t type, ITR item);
+
+}  // namespace qx

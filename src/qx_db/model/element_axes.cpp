@@ -1,0 +1,315 @@
+#include "qx_db/model/element_axes.h"
+
+#include <algorithm>
+
+#include "qx_db/core/session.h"
+#include "qx_db/lib/message.h"
+#include "qx_db/lib/variants.h"
+#include "qx_db/model/corners.h"
+#include "qx_db/model/mesh_coordinate_pool.h"
+#include "qx_db/model/mesh_pools.h"
+#include "qx_db/record/verbs.h"
+
+namespace qx {
+
+// ---- geometry -----------------------------------------------------------------------------------
+
+bool LineAxes(const Vector3& p1, const Vector3& p2, const Vector3& reference, Triad& axes) {
+  Vector3 x = p2 - p1;
+  const double length = Length(x);
+  if (!(length >= kShortestElement) || !std::isfinite(length)) return false;
+  x = (1 / length) * x;
+  Vector3 z0 = reference;
+  Vector3 y;
+  if (!Normalize(z0) || !UnitNormal(z0, x, y)) return false;
+  axes = {x, y, Cross(x, y)};
+  return true;
+}
+
+Vector3 TurnedReference(const Vector3& p1, const Vector3& p2, const Vector3& reference) {
+  if (IsVariantA() || IsVariantC()) return reference;
+  Vector3 x = p2 - p1;
+  Normalize(x);
+  return QuarterTurned(reference, x);
+}
+
+bool LineAxesByAngle(const Vector3& p1, const Vector3& p2, double beta_deg, bool vertical,
+                     Triad& axes) {
+  if (!std::isfinite(beta_deg)) return false;
+  Vector3 reference = vertical ? Vector3(1, 0, 0) : Vector3(0, 0, 1);
+  if (std::abs(beta_deg) > 1e-8) {
+    Vector3 x = p2 - p1;
+    if (!Normalize(x)) return false;
+    reference = Rotated(reference, x, beta_deg);
+  }
+  return LineAxes(p1, p2, reference, axes);
+}
+
+bool IsVertical(const Vector3& p1, const Vector3& p2, double shortest) {
+  const Vector3 d = p1 - p2;
+  const double length = Length(d);
+  if (!(length >= shortest)) return false;
+  return std::sqrt(d.x * d.x + d.y * d.y) / length < 0.01;
+}
+
+void CleanAxes(Triad& axes) {
+  for (Vector3* axis : {&axes.x, &axes.y, &axes.z}) {
+    for (int i = 0; i < 3; ++i) {
+      if (std::abs((*axis)[i]) < 1e-13) (*axis)[i] = 0;
+    }
+  }
+}
+
+bool PlaneAxes(std::span<const Vector3> corners, const Vector3& along, Triad& axes) {
+  if (corners.size() < 3) return false;
+  const bool is_triangle = corners.size() == 3;
+  Vector3 a = is_triangle ? corners[1] - corners[0] : corners[2] - corners[0];
+  Vector3 b = is_triangle ? corners[2] - corners[0] : corners[3] - corners[1];
+  Vector3 z;
+  if (!Normalize(a) || !Normalize(b) || !UnitNormal(a, b, z)) return false;
+  Vector3 x = along;
+  if (!Normalize(x)) return false;
+  x = Across(x, z);
+  if (!Normalize(x, kParallelTolerance)) return false;
+  axes = {x, Cross(z, x), z};
+  return true;
+}
+
+bool PlaneAxes(std::span<const Vector3> corners, Triad& axes) {
+  return corners.size() >= 3 && PlaneAxes(corners, corners[1] - corners[0], axes);
+}
+
+// ---- elements -----------------------------------------------------------------------------------
+
+namespace {
+
+/// Hands out the result of a computation: 1 and the axes, or 0.
+int Give(bool done, const Triad& axes, double out[3][3]) {
+  if (done) axes.CopyTo(out);
+  return done;
+}
+
+}  // namespace
+
+bool DPoolElem::IsPositionOf(const tagTElem& element, int index, Vector3& p) const {
+  const ITR node = element.nodes[index];
+  if (node == 0 || KeyedSetBase::IsRemoved(node)) return false;
+  p = Nodes().Position(node);
+  return true;
+}
+
+bool DPoolElem::EndsOf(const tagTElem& element, Vector3& p1, Vector3& p2) const {
+  return element.nodes.GetSize() >= 2 && IsPositionOf(element, 0, p1) &&
+         IsPositionOf(element, 1, p2);
+}
+
+Corners DPoolElem::CornersOf(const tagTElem& element) const {
+  Corners corners;
+  const std::size_t count = CornersOfFirstFace(element.type, element.nodes.GetSize());
+  for (std::size_t i = 0; i < count; ++i) {
+    if (!IsPositionOf(element, static_cast<int>(i), corners.points[i])) return {};
+  }
+  corners.count = count;
+  return corners;
+}
+
+int DPoolElem::GetElemLocalVector(ITR pos, double axes[3][3]) const {
+  if (pos != 0 && !KeyedSetBase::IsRemoved(pos)) return GetElemLocalVector(GetAtNU(pos), axes);
+  Triad{{}, {}, {}}.CopyTo(axes);
+  return 0;
+}
+
+int DPoolElem::GetElemLocalVector(const tagTElem& element, double axes[3][3]) const {
+  Triad{{}, {}, {}}.CopyTo(axes);
+  const auto* orientations = GetSession()->GetPool<DPoolEcrd>(code::kEcrd);
+  const ITR stored = orientations->IsEmpty() ? 0 : orientations->Find(element.key);
+  if (stored) {
+    const tagTEcrd& orientation = orientations->GetAtNU(stored);
+    return element_rule::IsInterfaceLine(element.type)
+               ? CalcIntfcLocalVectorLine(element, orientation, axes)
+               : Calc1DElemLocalVector(element, orientation, axes);
+  }
+  if (element_rule::HasDefaultOrientation(element.type)) {
+    return Calc1DElemLocalVector(element, tagTEcrd(), axes);
+  }
+  return element.type < 31 ? Calc2DElemLocalVector(element, axes)
+                           : CalcSpecialElemLocalVector(element, axes);
+}
+
+int DPoolElem::Calc1DElemLocalVector(const tagTElem& element, const tagTEcrd& orientation,
+                                     double axes[3][3]) const {
+  Vector3 p1;
+  Vector3 p2;
+  if (!EndsOf(element, p1, p2)) return 0;
+  const double a[3] = {p1.x, p1.y, p1.z};
+  const double b[3] = {p2.x, p2.y, p2.z};
+  switch (orientation.method) {
+    case tagTEcrd::kByNode:
+      return Calc1DElemLocalVector(a, b, orientation.reference_node, axes);
+    case tagTEcrd::kByVector: {
+      const double w[3] = {orientation.reference_vector.x, orientation.reference_vector.y,
+                           orientation.reference_vector.z};
+      return Calc1DElemLocalVector(a, b, w, axes);
+    }
+    case tagTEcrd::kByBetaAngle:
+      return Calc1DElemLocalVector(a, b, orientation.beta_angle_deg, axes, -1);
+    case tagTEcrd::kByCoordinateSystem:
+      break;
+    default:
+      return 0;
+  }
+  const auto* systems = GetSession()->GetPool<DPoolCord>(code::kCord);
+  const ITR system =
+      orientation.coordinate_system ? orientation.coordinate_system : systems->GetDefaultItr();
+  if (system && systems->GetAtNU(system).type != tagTCord::kRectangular) return 0;
+  Frame frame;
+  return Give(systems->GetFrame(system, frame), frame.axes, axes);
+}
+
+int DPoolElem::Calc1DElemLocalVector(const double p1[3], const double p2[3], ITR reference_node,
+                                     double axes[3][3]) const {
+  if (reference_node == 0 || KeyedSetBase::IsRemoved(reference_node)) return 0;
+  const Vector3 a(p1);
+  const Vector3 d = Vector3(p2) - a;
+  if (!(Length(d) >= kShortestElement)) return 0;
+  const Vector3 r = Nodes().Position(reference_node);
+  const Vector3 v = r - FootOnLine(r, a, d);
+  const double w[3] = {v.x, v.y, v.z};
+  return Calc1DElemLocalVector(p1, p2, w, axes);
+}
+
+int DPoolElem::Calc1DElemLocalVector(const double p1[3], const double p2[3],
+                                     const double reference_vector[3], double axes[3][3]) const {
+  const Vector3 a(p1);
+  const Vector3 b(p2);
+  Triad triad;
+  if (!LineAxes(a, b, TurnedReference(a, b, Vector3(reference_vector)), triad)) return 0;
+  CleanAxes(triad);
+  return Give(true, triad, axes);
+}
+
+// Deliberate: axes by angle are not cleaned of rounding, unlike those by node and by vector.
+int DPoolElem::Calc1DElemLocalVector(const double p1[3], const double p2[3], double beta_deg,
+                                     double axes[3][3], int vertical) const {
+  const bool decided = vertical == 0 || vertical == 1;
+  const bool is_vertical = decided ? vertical == 1 : IsVerticalFrame(p1, p2) != 0;
+  Triad triad;
+  return Give(LineAxesByAngle(Vector3(p1), Vector3(p2), beta_deg, is_vertical, triad), triad, axes);
+}
+
+int DPoolElem::IsVerticalFrame(const double p1[3], const double p2[3]) const {
+  const double shortest = GetSession()->Units().Out(unit::kLength, kShortestElement);
+  return IsVertical(Vector3(p1), Vector3(p2), shortest);
+}
+
+int DPoolElem::IsValidEcrd(const tagTElem& element, const tagTEcrd& orientation) const {
+  const auto refuse = [&](const char* text) {
+    qxMsgOut(Severity::kRefusal, text, {std::to_string(element.key)});
+    return 0;
+  };
+  const bool by_node = orientation.method == tagTEcrd::kByNode;
+  if (!by_node && orientation.method != tagTEcrd::kByVector) return 1;
+  constexpr const char* kOnLine = "IDS_QX_MESH_1D_ON_LINE";
+  constexpr const char* kParallel = "IDS_QX_MESH_1D_PARALLEL_ERROR";
+  Vector3 p1;
+  Vector3 p2;
+  if (!EndsOf(element, p1, p2)) return refuse(by_node ? kOnLine : kParallel);
+  if (by_node) {
+    const ITR node = orientation.reference_node;
+    if (node == 0 || KeyedSetBase::IsRemoved(node)) return refuse(kOnLine);
+    // Written so that a number that is none is refused as well.
+    const double distance = DistanceToLine(Nodes().Position(node), p1, p2 - p1);
+    return distance >= 1e-7 ? 1 : refuse(kOnLine);
+  }
+  // Deliberate: not 180. A direction within 1e-5 degrees of the opposite one, as measured from
+  // here, is refused.
+  constexpr double kOpposite = 180.00000210110483;
+  const double angle = AngleBetween(p2 - p1, Vector3(orientation.reference_vector));
+  return angle >= 1e-5 && std::abs(angle - kOpposite) >= 1e-5 ? 1 : refuse(kParallel);
+}
+
+int DPoolElem::Get1DElemCord(ITR pos, tagTCord& out) const {
+  if (pos == 0) return 0;
+  const tagTElem& element = GetAtNU(pos);
+  tagTEcrd orientation;
+  if ((element.type != 2 && element.type != 3) || !GetElemCSys(pos, orientation)) return 0;
+  double axes[3][3];
+  Vector3 p1;
+  Vector3 p2;
+  if (!EndsOf(element, p1, p2) || !Calc1DElemLocalVector(element, orientation, axes)) return 0;
+  out.method = tagTCord::kByPoints;
+  out.origin = p1.As<tagTVector3<double>>();
+  out.axis_point = p2.As<tagTVector3<double>>();
+  out.plane_point = (p1 + Vector3(axes[1])).As<tagTVector3<double>>();
+  return 1;
+}
+
+// ---- plane elements -----------------------------------------------------------------------------
+
+int DPoolElem::Calc2DElemLocalVector(const tagTElem& element, double axes[3][3]) const {
+  Triad triad;
+  return Give(PlaneAxes(CornersOf(element).Span(), triad), triad, axes);
+}
+
+int DPoolElem::Calc2DElemLocalVector(const tagTElem& element, const double reference[3],
+                                     double axes[3][3]) const {
+  Triad triad;
+  return Give(PlaneAxes(CornersOf(element).Span(), Vector3(reference), triad), triad, axes);
+}
+
+int DPoolElem::Calc2DElemVectorAngle(const tagTElem& element, const double v[3],
+                                     double& angle_deg) const {
+  Triad triad;
+  Triad turned;
+  const Corners corners = CornersOf(element);
+  if (!PlaneAxes(corners.Span(), triad)) return 0;
+  if (!PlaneAxes(corners.Span(), Vector3(v), turned)) return 0;
+  angle_deg = SignedAngle(triad.x, turned.x, triad.z);
+  return 1;
+}
+
+int DPoolElem::Calc2DElemVectorAngle(const tagTElem& element, const double from[3],
+                                     const double to[3], double& angle_deg) const {
+  Triad a;
+  Triad b;
+  const Corners corners = CornersOf(element);
+  if (!PlaneAxes(corners.Span(), Vector3(from), a)) return 0;
+  if (!PlaneAxes(corners.Span(), Vector3(to), b)) return 0;
+  angle_deg = SignedAngle(a.x, b.x, a.z);
+  return 1;
+}
+
+// ---- points and nodal systems -------------------------------------------------------------------
+
+int DPoolElem::GetElemCenter(const tagTElem& element, double center[3]) const {
+  Vector3 sum;
+  const int count = element.nodes.GetSize();
+  for (int i = 0; i < count; ++i) {
+    Vector3 p;
+    if (!IsPositionOf(element, i, p)) return 0;
+    sum += p;
+  }
+  if (count == 0) return 0;
+  (1.0 / count * sum).CopyTo(center);
+  return 1;
+}
+
+int DPoolElem::GetElemCenter(ITR pos, double center[3]) const {
+  return pos != 0 && !KeyedSetBase::IsRemoved(pos) && GetElemCenter(GetAtNU(pos), center);
+}
+
+int DPoolElem::GetElemAxisByNodalCSys(ITR node, double v[3]) const {
+  auto* assignments = GetSession()->GetPool<DPoolMeshCsys>(code::kMeshCsys);
+  const ITR system = assignments ? assignments->GetNodeCSysItr(node) : 0;
+  if (system == 0) return 0;
+  const auto* systems = GetSession()->GetPool<DPoolCord>(code::kCord);
+  const tagTCord& record = systems->GetAtNU(system);
+  if (record.key == DPoolCord::kDefaultKey) return 1;
+  // Node and system in the same units: directions do not depend on which, so they stay as stored.
+  Triad axes;
+  if (!systems->GetAxesAt(record, Nodes().Position(node), axes)) return 0;
+  axes.ToLocal(Vector3(v)).CopyTo(v);
+  return 1;
+}
+
+}  // namespace qx

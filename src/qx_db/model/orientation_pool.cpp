@@ -1,0 +1,78 @@
+#include "qx_db/model/orientation_pool.h"
+
+#include "qx_db/core/session.h"
+#include "qx_db/lib/message.h"
+#include "qx_db/model/mesh_pools.h"
+#include "qx_db/record/verbs.h"
+
+namespace qx {
+namespace {
+
+bool IsDead(ITR itr) { return itr != 0 && KeyedSetBase::IsRemoved(itr); }
+
+}  // namespace
+
+int DPoolEcrd::Get(ITR pos, tagTEcrd& out) const {
+  if (pos == 0 || KeyedSetBase::IsRemoved(pos)) return 0;
+  out = GetAtNU(pos);
+  return 1;
+}
+
+int DPoolEcrd::SetAt(ITR pos, const tagTEcrd& record) {
+  if (pos == 0 || KeyedSetBase::IsRemoved(pos)) return 0;
+  const auto* elements = GetSession()->GetPool<DPoolElem>(code::kElem);
+  const ITR element = elements ? elements->Find(record.key) : 0;
+  if (element && !elements->IsValidEcrd(elements->GetAtNU(element), record)) return 0;
+  return SetAtNU(pos, record);
+}
+
+int DPoolEcrd::CheckRelation(std::set<ITR>& nodes) const {
+  std::set<ITR> no_elements;
+  return CheckRelation(no_elements, nodes);
+}
+
+int DPoolEcrd::CheckRelation(std::set<ITR>& elements, std::set<ITR>& nodes) const {
+  return CheckRelation([&](ITR element) { return elements.contains(element); },
+                       [&](ITR node) { return nodes.contains(node); });
+}
+
+int DPoolEcrd::CheckRelation(const Contains& elements, const Contains& nodes) const {
+  const DPoolBase* pool = GetSession()->GetDataPool(code::kElem);
+  for (ITR pos = GetHeadPosition(); pos; Next(pos)) {
+    const tagTEcrd& record = GetAtNU(pos);
+    // The cheap questions first: the result is the same in any order.
+    if (record.reference_node == 0 || !nodes(record.reference_node)) continue;
+    const ITR element = pool->Find(record.key);
+    if (element == 0 || KeyedSetBase::IsRemoved(element) || elements(element)) continue;
+    qxMsgOut(Severity::kRefusal, "IDS_QXMESH_REFERENCE_NODE_ERROR",
+             {std::to_string(KeyOf(record.reference_node))});
+    return 0;
+  }
+  return 1;
+}
+
+int DPoolEcrd::ProcessRelation() {
+  const auto lost = [this](std::uint16_t type) {
+    const DPoolBase* pool = GetSession()->GetDataPool(type);
+    return pool && pool->HasChanged(kRemovedFlag);
+  };
+  if (!lost(code::kNode) && !lost(code::kCord)) return 1;
+  for (ITR pos = GetHeadPosition(); pos; Next(pos)) {
+    const tagTEcrd& record = GetAtNU(pos);
+    if (!IsDead(record.reference_node) && !IsDead(record.coordinate_system)) continue;
+    tagTEcrd repaired = record;
+    if (IsDead(record.reference_node) && record.method == tagTEcrd::kByNode) {
+      repaired = tagTEcrd();
+      repaired.key = record.key;
+      repaired.element_type = record.element_type;
+    }
+    // A reference that the method does not use is let go, so that it never outlives its target;
+    // the orientation stays. Without a coordinate system the default one counts.
+    if (IsDead(repaired.reference_node)) repaired.reference_node = 0;
+    if (IsDead(repaired.coordinate_system)) repaired.coordinate_system = 0;
+    if (!SetAtNU(pos, repaired)) return 0;
+  }
+  return 1;
+}
+
+}  // namespace qx

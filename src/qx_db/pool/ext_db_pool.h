@@ -1,0 +1,177 @@
+#pragma once
+// Pools with a second store for records from outside.
+
+#include <map>
+#include <memory>
+
+#include "qx_db/pool/data_pool.h"
+#include "qx_db/record/key_map_record.h"
+
+namespace qx {
+
+/// The external side of a pool, whatever its record type.
+class IExternalStore {
+ public:
+  virtual ~IExternalStore() = default;
+  /// Adds a copy to the external store; 0 when its key is negative or taken there.
+  virtual ITR InsertNUExtDB(const TStructBase* record) = 0;
+  /// Where the record of an external key is: `external` 0 and a position in the pool proper once
+  /// it was transferred, else 1 and a position in the external store, 0 when it is not there.
+  virtual ITR FindExtDB(Key key, int& external) const = 0;
+  /// Brings a record of the external store into the pool and returns its position there, the same
+  /// for every call; 0 when the pool refuses it.
+  ///
+  /// With `keep_key` 0 it receives `key` when that is positive and free, otherwise a new key.
+  /// Otherwise it keeps its own, and overwrites the pool's record of that key.
+  virtual ITR TransferToDB(ITR item, int keep_key, Key key) = 0;
+  /// The record at a position of the external store.
+  virtual TStructBase& ExternalAt(ITR item) = 0;
+};
+
+/// A pool proper with an external store, the map from external keys to the keys that the records
+/// received, and the map from those to positions. The three are emptied together; they take no
+/// memory until a record comes from outside.
+template <class T>
+class QXDB_API DPoolExtDB : public DPool<T>, public IExternalStore {
+ public:
+  using DPool<T>::DPool;
+
+  ITR InsertNUExtDB(const T& record) { return Outside().store.InsertNU(record); }
+  ITR InsertNUExtDB(const TStructBase* record) override {
+    return InsertNUExtDB(static_cast<const T&>(*record));
+  }
+  ITR InsertNUCustom(const TStructBase* record) override { return InsertNUExtDB(record); }
+  /// Replaces a record of the external store. One that was transferred becomes a new one there.
+  int SetAtNUExtDB(ITR item, const T& record);
+  /// The positions in the external store, as CKeySet::GetItrList gives them.
+  std::int32_t GetItrListExtDB(TArray<ITR>& out, int sorted) {
+    return Outside().store.GetItrList(out, sorted);
+  }
+  ITR FindExtDB(Key key, int& external) const override;
+  ITR TransferToDB(ITR item, int keep_key, Key key) override;
+  /// Transfers those of the keys that have not been; every key must be in one of the stores. 0 at
+  /// the first transfer that fails.
+  int Private_Import(const TArray<Key>& keys, int keep_key, Key key);
+  TStructBase& ExternalAt(ITR item) override { return Outside().store.GetAtNU(item); }
+
+  void SetExtHashSize(std::int32_t n) override {
+    Outside().key_map.SetHashSize(n);
+    Outside().store.SetHashSize(n);
+  }
+  void RemoveAllExtDB() override { outside_.reset(); }
+
+ private:
+  /// Marks a record of the external store that was transferred; its key is its new one.
+  static constexpr std::uint32_t kTransferredBit = KeyedSetBase::kModifiedBit;
+
+  struct External {
+    CKeySet<tagTKeyMap> key_map;
+    CKeySet<T> store;
+    std::map<Key, ITR> transfer_map;
+  };
+  External& Outside() {
+    if (!outside_) outside_ = std::make_unique<External>();
+    return *outside_;
+  }
+  static bool IsTransferred(ITR item) {
+    return (KeyedSetBase::StateOf(item) & kTransferredBit) != 0;
+  }
+  /// The position that a key of the pool proper was transferred to; 0 when it was not, or when the
+  /// record has left the pool since.
+  ITR Transferred(Key key) const {
+    const auto found = outside_->transfer_map.find(key);
+    if (found == outside_->transfer_map.end()) return 0;
+    return this->Find(key) == found->second ? found->second : 0;
+  }
+
+  std::unique_ptr<External> outside_;
+};
+
+template <class T>
+int DPoolExtDB<T>::SetAtNUExtDB(ITR item, const T& record) {
+  if (!Outside().store.SetAtNU(item, record)) return 0;
+  KeyedSetBase::SetState(item, KeyedSetBase::StateOf(item) & ~kTransferredBit);
+  return 1;
+}
+
+template <class T>
+ITR DPoolExtDB<T>::FindExtDB(Key key, int& external) const {
+  external = 1;
+  if (key < 0 || !outside_) return 0;
+  if (const ITR entry = outside_->key_map.Find(key)) {
+    if (const ITR pos = Transferred(outside_->key_map.GetAtNU(entry).value)) {
+      external = 0;
+      return pos;
+    }
+  }
+  const CKeySet<T>& store = outside_->store;
+  ITR item = store.Find(key);
+  if (!item || !IsTransferred(item)) return item;
+  // The new key of a transferred record may be the external key of another.
+  for (item = store.GetHeadPosition(); item; store.Next(item)) {
+    if (!IsTransferred(item) && store.GetAtNU(item).GetKey() == key) break;
+  }
+  return item;
+}
+
+template <class T>
+ITR DPoolExtDB<T>::TransferToDB(ITR item, int keep_key, Key key) {
+  External& outside = Outside();
+  T record = outside.store.GetAtNU(item);
+  const Key own = record.GetKey();
+  if (IsTransferred(item)) return Transferred(own);
+  if (const ITR entry = outside.key_map.Find(own)) {
+    return Transferred(outside.key_map.GetAtNU(entry).value);
+  }
+  ITR pos = keep_key ? this->Find(own) : 0;
+  Key target = own;
+  if (!keep_key) {
+    if (this->IsEmpty()) this->ResetMinMaxKey();
+    target = key > 0 && !this->Find(key) ? key : this->GetNewKey();
+  }
+  if (pos) {
+    if (!this->SetAtNU(pos, record)) return 0;
+  } else {
+    record.key = target;
+    pos = this->InsertNU(record);
+    if (!pos) return 0;
+    outside.store.SetAtNU(item, record);
+  }
+  tagTKeyMap entry;
+  entry.key = own;
+  entry.value = target;
+  outside.key_map.InsertNU(entry);
+  outside.transfer_map.emplace_hint(outside.transfer_map.end(), target, pos);
+  KeyedSetBase::SetState(item, KeyedSetBase::StateOf(item) | kTransferredBit);
+  return pos;
+}
+
+template <class T>
+int DPoolExtDB<T>::Private_Import(const TArray<Key>& keys, int keep_key, Key key) {
+  for (const Key wanted : keys) {
+    int external = 0;
+    const ITR item = FindExtDB(wanted, external);
+    if (external && (!item || !TransferToDB(item, keep_key, key))) return 0;
+  }
+  return 1;
+}
+
+/// A pool without rules of its own: a deletor, and the I/O name that follows from the record's:
+/// tagTNode lives in "_NODE", tagMGInfo in "_MGINFO".
+template <class T>
+class QXDB_API DPoolPlain : public DPoolExtDB<T> {
+ public:
+  explicit DPoolPlain(CQXDBSession* session)
+      : DPoolExtDB<T>(T::kType, session),
+        io_name_(IONameOf(T::GetSchema().Name())),
+        deletor_(*this) {}
+
+  DeletorBase* GetDeletor() override { return &deletor_; }
+  const char16_t* GetIOName() const override { return io_name_.c_str(); }
+
+ private:
+  std::u16string io_name_;
+  DeletorBase deletor_;
+};
+
+}  // namespace qx

@@ -1,0 +1,87 @@
+// Orientation, axes and deletion at the command line, on the model of the pictures.
+
+#include <gtest/gtest.h>
+
+#include "qx_db/platform/file.h"
+
+#include "tests/cli/cli_fixture.h"
+
+namespace qx {
+namespace {
+
+class Axes : public Cli {
+ protected:
+  void SetUp() override {
+    Cli::SetUp();
+    const Ran made = Qxdb("import " QX_SOURCE_DIR "/docs/pictures/local-axes.json m.qxm");
+    ASSERT_EQ(made.code, 0) << made.err;
+  }
+  std::string State() { return Qxdb("info m.qxm --json").out; }
+};
+
+TEST_F(Axes, PicturesAreAsPublished) {
+  const struct {
+    const char* picture;
+    const char* selection;
+  } pictures[] = {{"line", "1-5"},
+                  {"plane", "11-13"},
+                  {"special", "21-24"},
+                  {"boundary", "31-35"},
+                  {"material", "41-43 --material"}};
+  for (const auto& [picture, selection] : pictures) {
+    const std::string svg = std::string("axes-") + picture + ".svg";
+    ASSERT_EQ(Qxdb(std::string("axes m.qxm ") + selection + " --svg " + svg).code, 0);
+    EXPECT_EQ(*ReadWholeFile(Path(svg)), *ReadWholeFile(QX_SOURCE_DIR "/docs/pictures/" + svg))
+        << svg << ": draw them again with docs/pictures/draw.sh";
+  }
+  const Ran numbers = Qxdb("axes m.qxm 2 --json");
+  EXPECT_NE(numbers.out.find(R"("determined":true,"x":[0, 0, 1],"y":[0, -1, 0],"z":[1, 0, 0])"),
+            std::string::npos)
+      << numbers.out;
+  EXPECT_NE(Qxdb("axes m.qxm 5").out.find("not determined"), std::string::npos) << "a point";
+}
+
+TEST_F(Axes, OrientationIsShownSetAndRefused) {
+  EXPECT_NE(Qxdb("orient m.qxm all").out.find("beta 30 deg"), std::string::npos);
+  EXPECT_EQ(Qxdb("orient m.qxm 1-3 --beta 90").code, 0);
+  EXPECT_EQ(Qxdb("orient m.qxm 3").out.find("beta 30 deg"), std::string::npos);
+  const std::string before = State();
+  const struct {
+    const char* arguments;
+    int code;
+    const char* says;
+  } bad[] = {
+      {"1 --vector 1 0 0", 1, "runs along it"},  {"4 --node 7", 1, "lies on its line"},
+      {"4 --node 999", 1, "does not exist"},     {"4 --cord 2", 1, "is not rectangular"},
+      {"11 --beta 0", 1, "has no line element"}, {"4 --beta 0 --node 9", 2, ""},
+  };
+  for (const auto& c : bad) {
+    const Ran ran = Qxdb(std::string("orient m.qxm ") + c.arguments);
+    EXPECT_EQ(ran.code, c.code) << c.arguments;
+    EXPECT_NE(ran.err.find(c.says), std::string::npos) << ran.err;
+  }
+  EXPECT_EQ(State(), before);
+}
+
+TEST_F(Axes, DeletionIsForetoldGuardedAndDone) {
+  const std::string before = State();
+  const Ran foretold = Qxdb("delete m.qxm node 9 --dry-run");
+  EXPECT_EQ(foretold.code, 0);
+  EXPECT_NE(foretold.out.find("blocked: Node 9 orients"), std::string::npos) << foretold.out;
+  const Ran refused = Qxdb("delete m.qxm node 9");
+  EXPECT_EQ(refused.code, 1);
+  EXPECT_NE(refused.err.find("Node 9 orients an element that stays"), std::string::npos);
+  EXPECT_EQ(State(), before);
+  const Ran uses = Qxdb("where-used m.qxm node 9");
+  EXPECT_NE(uses.out.find("_ITRRNODE"), std::string::npos) << uses.out;
+  EXPECT_NE(uses.out.find("_NODE_IDS"), std::string::npos) << uses.out;
+  EXPECT_EQ(Qxdb("delete m.qxm elem 4").code, 0);
+  EXPECT_EQ(Qxdb("delete m.qxm node 9").code, 0);
+  const Ran listed = Qxdb("delete m.qxm node 61 --dry-run --list");
+  EXPECT_NE(listed.out.find("elem 41 by _ARGKEY"), std::string::npos) << "with its last element";
+  EXPECT_EQ(Qxdb("delete m.qxm node 9999").code, 1);
+  EXPECT_EQ(Qxdb("delete m.qxm fly 1").code, 1);
+}
+
+}  // namespace
+}  // namespace qx

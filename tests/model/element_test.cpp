@@ -1,0 +1,591 @@
+#include <algorithm>
+#include <gtest/gtest.h>
+#include <map>
+#include <rapidcheck/gtest.h>
+#include <set>
+
+#include "qx_db/callback/app_db.h"
+#include "qx_db/callback/db_interface.h"
+#include "qx_db/model/temp_mesh_pools.h"
+
+#include "tests/model/mesh_model.h"
+
+namespace qx {
+namespace {
+
+// ---- what goes with an element, and what stays --------------------------------------------------
+
+TEST(Element, TakesAlongWhatIsKeyedByIt) {
+  const std::set<std::int32_t> oriented = {2, 3, 46, 47, 54, 77, 79, 80, 81};
+  for (std::int32_t type = 0; type <= 90; ++type) {
+    MeshModel m;
+    m.Node(1, 0, 0, 0);
+    m.Node(2, 1, 0, 0);
+    const auto fill = [&](Key key) {
+      m.Element(key, type, {1, 2});
+      m.Keyed<tagTEcrd>(key);
+      m.Keyed<tagTSprop>(key);
+      m.Keyed<tagTE3DMatlCsys>(key);
+      m.Keyed<tagTE3DScaleFac>(key);
+    };
+    for (const Key key : {1, 2, 3}) fill(key);
+    const std::uint64_t before = m.session.StateHash();
+    const auto expect_left = [&](std::int32_t gone) {
+      EXPECT_EQ(m.orientations.GetSize(), oriented.contains(type) ? 3 - gone : 3) << type;
+      EXPECT_EQ(Pool<tagTSprop>(m.session).GetSize(), type >= 30 ? 3 - gone : 3) << type;
+      EXPECT_EQ(Pool<tagTE3DMatlCsys>(m.session).GetSize(), 3 - gone) << type;
+      EXPECT_EQ(Pool<tagTE3DScaleFac>(m.session).GetSize(), 3 - gone) << type;
+    };
+    m.Step([&] { m.elements.Remove(m.elements.Find(2)); });
+    expect_left(1);
+    m.session.Undo();
+    m.Step([&] {
+      ITR pos = m.elements.Find(1);
+      m.elements.RemoveNext(pos);
+      EXPECT_EQ(pos, m.elements.Find(2));
+    });
+    expect_left(1);
+    m.session.Undo();
+    m.Step([&] { m.elements.RemoveAll(); });
+    expect_left(3);
+    m.session.Undo();
+    EXPECT_EQ(m.session.StateHash(), before);
+    EXPECT_EQ(m.session.Validate(), "");
+  }
+}
+
+TEST(Element, KeepsItsDataWhenOverwritten) {
+  const std::set<std::int32_t> keeps = {2, 3, 46, 47, 54};
+  for (std::int32_t type = -1; type <= 90; ++type) {
+    for (const bool has_data : {false, true}) {
+      MeshModel m;
+      m.Node(1, 0, 0, 0);
+      m.Node(2, 1, 0, 0);
+      const ITR pos = m.Element(5, 4, {1, 2});
+      tagTEcrd orientation;
+      orientation.key = 5;
+      orientation.method = tagTEcrd::kByVector;
+      orientation.reference_vector = {1, 2, 3};
+      if (has_data) m.orientations.InsertNU(orientation);
+      tagTSprop property;
+      property.key = 5;
+      property.mass = 77;
+      if (has_data) Pool<tagTSprop>(m.session).InsertNU(property);
+      tagTElem element = m.elements.GetAtNU(pos);
+      element.type = type;
+      EXPECT_EQ(m.elements.SetAtWithKeepData(pos, element), 1);
+      // Deliberate: of a negative type nothing is stored.
+      EXPECT_EQ(m.elements.GetAtNU(pos).type, type < 0 ? 4 : type);
+
+      tagTEcrd kept;
+      const bool oriented = keeps.contains(type);
+      EXPECT_EQ(m.elements.GetElemCSys(pos, kept), oriented || has_data) << type;
+      if (oriented) {
+        EXPECT_EQ(kept.element_type, type);
+        const auto wanted = has_data ? orientation.reference_vector : tagTEcrd().reference_vector;
+        EXPECT_TRUE(kept.reference_vector == wanted);
+      }
+      tagTSprop kept_property;
+      const bool special = type >= 30 && type != 46 && type != 47;
+      EXPECT_EQ(m.elements.GetElemNUSprop(pos, kept_property), special || has_data) << type;
+      if (special) {
+        EXPECT_EQ(+kept_property.mass, has_data ? 77 : 0);
+      }
+    }
+  }
+}
+
+TEST(Element, IsStoredWithACheckedOrientation) {
+  MeshModel m;
+  m.Node(1, 0, 0, 0);
+  m.Node(2, 1, 0, 0);
+  const ITR pos = m.Element(5, 2, {1, 2});
+  const tagTElem element = m.elements.GetAtNU(pos);
+  tagTEcrd along;
+  along.method = tagTEcrd::kByVector;
+  along.reference_vector = {1, 0, 0};
+  const Listening sink;
+  EXPECT_EQ(m.elements.SetAtNUwCsys(pos, element, along, 1), 0);
+  EXPECT_EQ(m.orientations.GetSize(), 0);
+  EXPECT_EQ(m.elements.SetAtNUwCsys(pos, element, along, 0), 1) << "unchecked";
+  EXPECT_EQ(along.key, 5);
+  const ITR stored = m.orientations.Find(5);
+  EXPECT_EQ(m.orientations.SetAt(stored, along), 0) << "the pool checks on its own";
+  along.reference_vector = {0, 1, 0};
+  EXPECT_EQ(m.orientations.SetAt(stored, along), 1);
+  EXPECT_EQ(m.elements.SetAtNU(0, element), 0);
+  EXPECT_EQ(m.elements.SetAtWithKeepData(0, element), 0);
+}
+
+TEST(Element, AttachedRecordsFollowNewKeys) {
+  MeshModel m;
+  m.Node(1, 0, 0, 0);
+  m.Node(2, 1, 0, 0);
+  std::vector<ITR> items;
+  for (Key key = 1; key <= 4; ++key) {
+    items.push_back(m.Element(key, 2, {1, 2}));
+    tagTEcrd record;
+    record.key = key;
+    record.beta_angle_deg = key;
+    m.orientations.InsertNU(record);
+  }
+  // Each new key is still that of the next element: the ranges overlap.
+  m.Step([&] {
+    for (const ITR item : items) {
+      tagTElem element = m.elements.GetAtNU(item);
+      ++element.key;
+      m.elements.SetAtNU(item, element);
+    }
+  });
+  for (std::size_t i = 0; i < items.size(); ++i) {
+    tagTEcrd record;
+    ASSERT_EQ(m.elements.GetElemCSys(items[i], record), 1);
+    EXPECT_EQ(+record.beta_angle_deg, static_cast<double>(i + 1));
+  }
+  m.session.Undo();
+  EXPECT_EQ(+m.orientations.GetAtNU(m.orientations.Find(1)).beta_angle_deg, 1);
+  EXPECT_EQ(m.session.Validate(), "");
+}
+
+TEST(Element, SpeaksCurrentUnitsToUsers) {
+  MeshModel m;
+  UnitSystem millimetres;
+  millimetres[UnitBase::kLength] = FindUnit(UnitBase::kLength, "mm");
+  m.session.Units().SetCurrent(millimetres);
+  const ITR node = m.Node(1, 2, 0, 0);
+  tagTNode shown;
+  ASSERT_EQ(m.nodes.Get(node, shown), 1);
+  EXPECT_DOUBLE_EQ(shown.position.x, 2000);
+  shown.position.x = 3000;
+  ASSERT_EQ(m.nodes.SetAt(node, shown), 1);
+  EXPECT_DOUBLE_EQ(+m.nodes.GetAtNU(node).position.x, 3);
+  EXPECT_EQ(m.nodes.Get(0, shown), 0);
+  const ITR element = m.Element(1, 31, {1});
+  tagTSprop property;
+  property.offset = {0, 500, 0};
+  ASSERT_EQ(m.elements.SetAtSprop(element, property), 1);
+  tagTSprop stored;
+  ASSERT_EQ(m.elements.GetElemNUSprop(element, stored), 1);
+  EXPECT_DOUBLE_EQ(stored.offset.y, 0.5);
+  ASSERT_EQ(m.elements.GetElemSprop(element, stored), 1);
+  EXPECT_DOUBLE_EQ(stored.offset.y, 500);
+}
+
+// ---- keys ---------------------------------------------------------------------------------------
+
+RC_GTEST_PROP(Element, NewKeysUpwardsAreTheSmallestFree, ()) {
+  MeshModel m;
+  std::set<Key> used;
+  const int first = *rc::gen::element(1, kMaxKey - 150);
+  const bool recorded = *rc::gen::arbitrary<bool>();
+  CTransaction transaction(&m.session);
+  if (recorded) transaction.Begin(u"edit");
+  const int steps = *rc::gen::inRange(1, 300);
+  for (int i = 0; i < steps; ++i) {
+    const Key key = first + *rc::gen::inRange(0, 150);
+    const int what = *rc::gen::inRange(0, 10);
+    if (what < 6) {
+      m.Element(key, 1, {});
+      used.insert(key);
+    } else if (what < 8) {
+      if (const ITR pos = m.elements.Find(key)) m.elements.Remove(pos);
+      used.erase(key);
+    } else if (const ITR pos = m.elements.Find(key)) {
+      const Key other = first + *rc::gen::inRange(0, 150);
+      if (used.contains(other)) continue;
+      tagTElem element = m.elements.GetAtNU(pos);
+      element.key = other;
+      m.elements.SetAtNU(pos, element);
+      used.erase(key);
+      used.insert(other);
+    }
+    Key wanted = first + *rc::gen::inRange(0, 3);
+    const Key start = wanted;
+    while (used.contains(wanted)) ++wanted;
+    RC_ASSERT(m.elements.GetNewKeyUp(start) == wanted);
+  }
+  if (recorded) {
+    transaction.Rollback();
+    RC_ASSERT(m.elements.GetNewKeyUp(first) == first);
+  }
+}
+
+TEST(Element, NewKeysUpwardsRunOut) {
+  MeshModel m;
+  EXPECT_EQ(m.elements.GetNewKeyUp(kMaxKey), kMaxKey);
+  m.Element(kMaxKey, 1, {});
+  EXPECT_LT(m.elements.GetNewKeyUp(kMaxKey), 0);
+  m.Element(kMaxKey - 2, 1, {});
+  EXPECT_EQ(m.elements.GetNewKeyUp(kMaxKey - 2), kMaxKey - 1);
+  m.Element(kMaxKey - 1, 1, {});
+  EXPECT_LT(m.elements.GetNewKeyUp(kMaxKey - 1), 0);
+  EXPECT_EQ(m.elements.GetNewKeyUp(-7), -7);
+  EXPECT_EQ(m.elements.GetNewKeyUp(0), 0);
+}
+
+// ---- elements of nodes --------------------------------------------------------------------------
+
+RC_GTEST_PROP(Element, ListOfANodeFollowsEdits, ()) {
+  MeshModel m;
+  constexpr Key kNodes = 6;
+  for (Key key = 1; key <= kNodes; ++key) m.Node(key, key, 0, 0);
+  const auto some_nodes = [&] {
+    TArray<ITR> nodes;
+    for (int i = *rc::gen::inRange(0, 4); i > 0; --i) {
+      nodes.Add(m.nodes.Find(*rc::gen::inRange<Key>(1, kNodes + 1)));
+    }
+    return nodes;
+  };
+  const auto check = [&] {
+    for (Key key = 1; key <= kNodes; ++key) {
+      const ITR node = m.nodes.Find(key);
+      if (!node) continue;
+      std::set<ITR> wanted;
+      for (ITR pos = m.elements.GetHeadPosition(); pos; m.elements.Next(pos)) {
+        const TArray<ITR>& nodes = m.elements.GetAtNU(pos).nodes;
+        if (std::find(nodes.begin(), nodes.end(), node) != nodes.end()) wanted.insert(pos);
+      }
+      TArray<ITR> got;
+      m.elements.GetElemListByNodeItr(node, got);
+      RC_ASSERT(got.size() == wanted.size());
+      RC_ASSERT(std::set<ITR>(got.begin(), got.end()) == wanted);
+    }
+  };
+  const int steps = *rc::gen::inRange(1, 40);
+  for (int i = 0; i < steps; ++i) {
+    const Key key = *rc::gen::inRange<Key>(1, 10);
+    const ITR pos = m.elements.Find(key);
+    switch (*rc::gen::inRange(0, 6)) {
+      case 0:
+        m.session.Undo();
+        break;
+      case 1:
+        if (pos) m.Step([&] { m.elements.Remove(pos); });
+        break;
+      case 2: {
+        CTransaction rolled_back(&m.session);
+        rolled_back.Begin(u"no");
+        if (pos) m.elements.Remove(pos);
+        break;
+      }
+      default:
+        m.Step([&] {
+          tagTElem element;
+          element.key = key;
+          element.nodes = some_nodes();
+          if (pos) {
+            m.elements.SetAtNU(pos, element);
+          } else {
+            m.elements.InsertNU(element);
+          }
+        });
+    }
+    if (*rc::gen::arbitrary<bool>()) check();
+  }
+  check();
+}
+
+TEST(Element, IsFoundByItsPropertyAndParameters) {
+  MeshModel m;
+  const ITR a = m.Property(1);
+  const ITR b = m.Property(2);
+  for (Key key = 1; key <= 4; ++key) m.Element(key, 6, {}, key % 2 ? a : b);
+  TArray<ITR> list;
+  EXPECT_EQ(m.elements.GetItrPropList(a, list), 2);
+  EXPECT_EQ(list, (TArray<ITR>{m.elements.Find(1), m.elements.Find(3)}));
+  EXPECT_EQ(m.elements.Private_ApplyProp(list, b), 1);
+  EXPECT_EQ(m.elements.IsUsedItrProp(a), 0);
+  std::set<ITR> found;
+  EXPECT_EQ(m.elements.GetItrSetByItrPropSet({a, b}, found), 1);
+  EXPECT_EQ(found.size(), 4u);
+  EXPECT_EQ(m.elements.Private_ApplyProp({m.elements.Find(1), 0}, a), 0);
+
+  const ITR element = m.elements.Find(1);
+  EXPECT_EQ(m.elements.Is1DParamExist(element), 0);
+  EXPECT_EQ(m.elements.Is2DParamExist(element), 0);
+  tagTE1DRelease release;
+  release.key = 1;
+  release.elements = {element};
+  Pool<tagTE1DRelease>(m.session).InsertNU(release);
+  EXPECT_EQ(m.elements.Is1DParamExist(element), 1);
+  EXPECT_EQ(m.elements.Is2DParamExist(element), 0);
+  tagTE2DThick thickness;
+  thickness.key = 1;
+  thickness.elements = {m.elements.Find(2), element};
+  Pool<tagTE2DThick>(m.session).InsertNU(thickness);
+  EXPECT_EQ(m.elements.Is2DParamExist(element), 1);
+  EXPECT_EQ(m.elements.Is2DParamExist(m.elements.Find(3)), 0);
+}
+
+// ---- relations ----------------------------------------------------------------------------------
+
+struct ModeApp final : IAppDB {
+  int mode = 0;
+  int asked = 0;
+  int QueryMode(CQXDBSession*, int which) override {
+    asked = which;
+    return mode;
+  }
+  Key GetMatlKey(CQXDBSession*, ITR) override { return 0; }
+  Key GetMatlNewKey(CQXDBSession*) override { return 0; }
+  ITR MatlFindItr(CQXDBSession*, Key) override { return 0; }
+  ITR GetMatlByName(CQXDBSession*, const CString&) override { return 0; }
+  int SetMatlName(CQXDBSession*, ITR, const CString&) override { return 0; }
+  int GetMatlType(CQXDBSession*, ITR) override { return 0; }
+  int IsMatlUsed(CQXDBSession*, ITR) override { return 0; }
+  int RemoveMatlW(CQXDBSession*, ITR) override { return 0; }
+};
+
+struct SplitHost final : IQXDbInterface {
+  int split = 0;
+  int NeedSplitMergedTendonNode(CQXDBSession*) override { return split; }
+  CQXDBSession* GetActiveSession() override { return nullptr; }
+  CString GetMaterialFolder() override { return {}; }
+  int IsReadOnly(CQXDBSession*) override { return 0; }
+  void ShowProgress(CQXDBSession*, double) override {}
+  int IsCancelled(CQXDBSession*) override { return 0; }
+};
+
+/// The interface is registered for the life of the process once it is made.
+SplitHost& Host() {
+  static auto* host = new SplitHost;
+  return *host;
+}
+
+TEST(ElementRelations, DeadPropertiesTakeElementsWhenTheModeSaysSo) {
+  for (const bool node_goes : {false, true}) {
+    for (const int mode : {0, 1}) {
+      for (const bool edited : {false, true}) {
+        Host().split = 0;
+        ModeApp app;
+        app.mode = mode;
+        MeshModel m;
+        const ITR property = m.Property(1);
+        m.Node(1, 0, 0, 0);
+        m.Node(2, 1, 0, 0);
+        const ITR spare = m.Node(3, 2, 0, 0);
+        m.Element(1, 1, {1}, property);
+        const ITR other = m.Element(2, 1, {2});
+        const std::uint64_t before = m.session.StateHash();
+        ASSERT_EQ(m.Step([&] {
+          m.properties.Remove(property);
+          if (node_goes) m.nodes.Remove(spare);
+          if (edited) m.elements.SetAtNU(other, m.elements.GetAtNU(other));
+        }),
+                  1);
+        EXPECT_EQ(app.asked, 99);
+        const bool dies = node_goes || (mode && edited);
+        const ITR element = m.elements.Find(1);
+        EXPECT_EQ(element == 0, dies) << node_goes << mode << edited;
+        if (element) {
+          EXPECT_EQ(+m.elements.GetAtNU(element).property, 0u) << "no dead reference";
+        }
+        m.session.Undo();
+        EXPECT_EQ(m.session.StateHash(), before);
+        EXPECT_EQ(+m.elements.GetAtNU(m.elements.Find(1)).property, property);
+      }
+    }
+  }
+}
+
+/// Two tendons of different properties through node 2, one of them through node 3 as well, with an
+/// orientation by node 2, in sets.
+struct Tendons : MeshModel {
+  ITR a = Property(1);
+  ITR b = Property(2);
+  Tendons() {
+    for (Key key = 1; key <= 5; ++key) Node(key, key, key % 2, 0);
+    Element(1, 2, {1, 2}, a);
+    Element(2, 2, {2, 3}, b);
+    Element(3, 2, {3, 4}, b);
+    Element(4, 3, {2, 5, 1}, b);
+    tagTEcrd record;
+    record.key = 3;
+    record.method = tagTEcrd::kByNode;
+    record.reference_node = nodes.Find(2);
+    orientations.InsertNU(record);
+    tagTMset set;
+    set.key = 7;
+    set.elements = {elements.Find(2)};
+    set.nodes = {nodes.Find(2), nodes.Find(3)};
+    Pool<tagTMset>(session).InsertNU(set);
+  }
+};
+
+TEST(MergedNodes, AreSplitByPropertyInOneUndoableStep) {
+  Tendons m;
+  const std::uint64_t before = m.session.StateHash();
+  ASSERT_EQ(m.elements.SplitMergedTendonNode(), 1);
+  const auto nodes_of = [&](Key key) {
+    std::vector<Key> keys;
+    for (const ITR node : m.elements.GetAtNU(m.elements.Find(key)).nodes) {
+      keys.push_back(m.nodes.GetAtNU(node).key);
+    }
+    return keys;
+  };
+  EXPECT_EQ(nodes_of(1), (std::vector<Key>{1, 2}));
+  EXPECT_EQ(nodes_of(2), (std::vector<Key>{6, 3}));
+  EXPECT_EQ(nodes_of(3), (std::vector<Key>{3, 4}));
+  EXPECT_EQ(nodes_of(4), (std::vector<Key>{6, 5, 7})) << "one copy for a property";
+  EXPECT_EQ(m.nodes.Position(m.nodes.Find(6)), m.nodes.Position(m.nodes.Find(2)));
+  EXPECT_EQ(+m.orientations.GetAtNU(m.orientations.Find(3)).reference_node, m.nodes.Find(2));
+  const tagTMset& set = Pool<tagTMset>(m.session).GetAtNU(m.Find<tagTMset>(7));
+  EXPECT_EQ(set.nodes, (TArray<ITR>{m.nodes.Find(2), m.nodes.Find(3), m.nodes.Find(6)}));
+  const std::uint64_t split = m.session.StateHash();
+  EXPECT_EQ(m.elements.SplitMergedTendonNode(), 1);
+  EXPECT_EQ(m.session.StateHash(), split) << "nothing is left to split";
+  ASSERT_EQ(m.session.Undo(), 1);
+  EXPECT_EQ(m.session.StateHash(), before);
+}
+
+TEST(MergedNodes, AreSplitAtTheEndOfAStepWhenTheHostSaysSo) {
+  for (const int mode : {0, 1}) {
+    for (const Edition edition : {Edition::kGeneral, Edition::kC}) {
+      for (const int split : {0, 1}) {
+        const InEdition in(edition);
+        ModeApp app;
+        app.mode = mode;
+        Host().split = split;
+        Tendons m;
+        const ITR first = m.elements.Find(1);
+        ASSERT_EQ(m.Step([&] { m.elements.SetAtNU(first, m.elements.GetAtNU(first)); }), 1);
+        const bool happens = split && (mode || edition == Edition::kC);
+        EXPECT_EQ(m.nodes.GetSize(), happens ? 7 : 5) << mode << split;
+      }
+    }
+  }
+}
+
+// ---- scratch pools ------------------------------------------------------------------------------
+
+TEST(ScratchMesh, HoldsAMeshUntilItIsCleared) {
+  DPoolTmpNode nodes;
+  DPoolTmpElem elements;
+  tagTNode node;
+  tagTElem element;
+  for (node.key = 1; node.key <= 3; ++node.key) element.nodes.Add(nodes.InsertNU(node));
+  element.key = 1;
+  elements.InsertNU(element);
+  EXPECT_EQ(nodes.NeedSaveNLoad() + elements.NeedSaveNLoad(), 0);
+  EXPECT_EQ(std::u16string(nodes.GetIOName()), u"_NODE");
+  EXPECT_EQ(std::u16string(elements.GetIOName()), u"_ELEM");
+  elements.Clear();
+  nodes.Clear();
+  EXPECT_EQ(nodes.GetSize() + elements.GetSize(), 0);
+  EXPECT_EQ(nodes.InsertNU(node) != 0, true) << "and can be filled again";
+}
+
+// ---- orientation records ------------------------------------------------------------------------
+
+TEST(Orientation, IsResetWhenItsNodeGoes) {
+  for (const Edition edition : {Edition::kGeneral, Edition::kA, Edition::kB, Edition::kC}) {
+    const InEdition in(edition);
+    Host().split = 0;
+    MeshModel m;
+    for (Key key = 1; key <= 3; ++key) m.Node(key, key, key * key, 0);
+    const ITR node = m.nodes.Find(3);
+    for (Key key = 1; key <= 2; ++key) {
+      m.Element(key, 2, {1, 2});
+      tagTEcrd record;
+      record.key = key;
+      record.element_type = 2;
+      record.method = key == 1 ? tagTEcrd::kByNode : tagTEcrd::kByVector;
+      record.reference_vector = {5, 6, 7};
+      record.reference_node = node;
+      m.orientations.InsertNU(record);
+    }
+    const std::uint64_t before = m.session.StateHash();
+    ASSERT_EQ(m.Step([&] { m.nodes.Remove(node); }), 1);
+    EXPECT_EQ(m.elements.GetSize(), 2) << "the elements live on";
+    const tagTEcrd& reset = m.orientations.GetAtNU(m.orientations.Find(1));
+    const bool by_angle = edition == Edition::kA || edition == Edition::kC;
+    EXPECT_EQ(reset.method, by_angle ? tagTEcrd::kByBetaAngle : tagTEcrd::kByVector);
+    EXPECT_EQ(+reset.beta_angle_deg, by_angle ? 90.0 : 0.0);
+    EXPECT_EQ(Vector3(reset.reference_vector), Vector3(0, 0, 1));
+    EXPECT_EQ(+reset.reference_node, 0u);
+    EXPECT_EQ(reset.element_type, 2);
+    const tagTEcrd& kept = m.orientations.GetAtNU(m.orientations.Find(2));
+    EXPECT_EQ(kept.method, tagTEcrd::kByVector);
+    EXPECT_EQ(Vector3(kept.reference_vector), Vector3(5, 6, 7));
+    EXPECT_EQ(+kept.reference_node, 0u) << "no dead reference is kept";
+    m.session.Undo();
+    EXPECT_EQ(m.session.StateHash(), before);
+  }
+}
+
+TEST(Orientation, GuardsItsReferenceNode) {
+  MeshModel m;
+  for (Key key = 1; key <= 4; ++key) m.Node(key, key, key * key, 0);
+  const ITR element = m.Element(1, 2, {1, 2});
+  tagTEcrd record;
+  record.key = 1;
+  record.method = tagTEcrd::kByNode;
+  record.reference_node = m.nodes.Find(3);
+  m.orientations.InsertNU(record);
+  record.key = 9;  // without an element
+  record.reference_node = m.nodes.Find(4);
+  m.orientations.InsertNU(record);
+  std::set<ITR> none;
+  std::set<ITR> reference = {m.nodes.Find(3)};
+  std::set<ITR> others = {m.nodes.Find(1), m.nodes.Find(2), m.nodes.Find(4)};
+  std::set<ITR> with_element = {element};
+  const Listening sink;
+  EXPECT_EQ(m.orientations.CheckRelation(reference), 0);
+  EXPECT_EQ(m.orientations.CheckRelation(none, reference), 0);
+  EXPECT_EQ(sink.heard, (std::vector<std::string>{"IDS_QXMESH_REFERENCE_NODE_ERROR 3",
+                                                  "IDS_QXMESH_REFERENCE_NODE_ERROR 3"}));
+  EXPECT_EQ(m.orientations.CheckRelation(others), 1);
+  EXPECT_EQ(m.orientations.CheckRelation(with_element, reference), 1) << "the element goes too";
+  EXPECT_EQ(m.orientations.CheckRelation(none), 1);
+  EXPECT_EQ(sink.heard.size(), 2u);
+}
+
+TEST(Orientation, ForgetsASystemThatGoes) {
+  MeshModel m;
+  m.Node(1, 0, 0, 0);
+  m.Node(2, 1, 0, 0);
+  const ITR element = m.Element(1, 2, {1, 2});
+  tagTEcrd record;
+  record.key = 1;
+  record.method = tagTEcrd::kByCoordinateSystem;
+  record.coordinate_system = m.Keyed<tagTCord>(8);
+  m.orientations.InsertNU(record);
+  ASSERT_EQ(m.Step([&] { m.systems.Remove(m.systems.Find(8)); }), 1);
+  m.session.ForgetHistory();  // frees the system
+  double axes[3][3];
+  EXPECT_EQ(m.elements.GetElemLocalVector(element, axes), 1) << "by the default system";
+}
+
+TEST(Orientation, IsBroughtIntoLineWhenAModelBecomesActive) {
+  MeshModel m;
+  m.Node(1, 0, 0, 0);
+  m.Node(2, 1, 1, 0);
+  for (std::int32_t type = 1; type <= 90; ++type) m.Element(type, type, {1, 2});
+  m.Keyed<tagTEcrd>(1000);  // of no element
+  m.Keyed<tagTEcrd>(46);    // of another element type
+  std::map<Key, std::vector<double>> before;
+  const auto axes_of_all = [&] {
+    std::map<Key, std::vector<double>> all;
+    for (ITR pos = m.elements.GetHeadPosition(); pos; m.elements.Next(pos)) {
+      double axes[3][3];
+      m.elements.GetElemLocalVector(pos, axes);
+      all[m.elements.GetAtNU(pos).key].assign(&axes[0][0], &axes[0][0] + 9);
+    }
+    return all;
+  };
+  before = axes_of_all();
+  m.Step([&] { m.elements.OnAfterActive(0, nullptr); });
+  TArray<Key> keys;
+  m.orientations.GetKeyList(keys, 1);
+  EXPECT_EQ(keys, (TArray<Key>{2, 3, 46, 54, 79, 80, 81}));
+  for (ITR pos = m.orientations.GetHeadPosition(); pos; m.orientations.Next(pos)) {
+    EXPECT_EQ(m.orientations.GetAtNU(pos).element_type, m.orientations.GetAtNU(pos).key);
+  }
+  EXPECT_EQ(axes_of_all(), before) << "no element turned";
+  const std::uint64_t in_line = m.session.StateHash();
+  m.elements.OnAfterActive(0, nullptr);
+  EXPECT_EQ(m.session.StateHash(), in_line);
+}
+
+}  // namespace
+}  // namespace qx

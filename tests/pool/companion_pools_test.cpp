@@ -1,0 +1,153 @@
+// The companions of a pool: value arrays, scratch pools, external stores.
+
+#include <gtest/gtest.h>
+#include <rapidcheck/gtest.h>
+
+#include "qx_db/qx_db.h"
+
+namespace qx {
+namespace {
+
+tagTNode NodeAt(Key key, double x = 0) {
+  tagTNode node;
+  node.key = key;
+  node.position = {x, 0, 0};
+  return node;
+}
+
+TEST(ValueArray, AnotherSizeStartsAfreshAndTheSameSizeKeeps) {
+  TVArray<tagTElem> array;
+  array.SetSize(3);
+  array[1].nodes = {7, 8};
+  array.SetSize(3);
+  EXPECT_EQ(array[1].nodes.GetSize(), 2);
+  const TVArray<tagTElem> copy = array;
+  array.SetSize(2);
+  EXPECT_EQ(array[1].nodes.GetSize(), 0) << "the old contents are not kept";
+  EXPECT_EQ(copy[1].nodes, (TArray<ITR>{7, 8}));
+  array = copy;
+  array = *&array;
+  EXPECT_EQ(array[1].nodes[0], 7u);
+  array.SetSize(-4);
+  EXPECT_TRUE(array.IsEmpty());
+}
+
+TEST(ScratchPool, LeavesNoTraceInTheSession) {
+  CQXDBSession session(AddStandardPools);
+  const std::uint64_t before = session.StateHash();
+  DPoolTmp<tagTNode> scratch(&session);
+  CTransaction transaction(&session);
+  transaction.Begin(u"mesh");
+  const ITR first = scratch.InsertNU(NodeAt(1, 5));
+  ITR second = scratch.InsertNU(NodeAt(2));
+  scratch.SetAtNU(first, NodeAt(9, 6));
+  EXPECT_TRUE(scratch.RemoveNext(second));
+  transaction.Rollback();
+  EXPECT_EQ(scratch.GetSize(), 1) << "outside undo";
+  EXPECT_EQ(scratch.Find(9), first);
+  EXPECT_EQ(scratch.NeedSaveNLoad(), 0);
+  EXPECT_EQ(session.StateHash(), before);
+  ITR pos = first;
+  EXPECT_NE(scratch.CopyToDummyPtr(pos), session.GetDataPool(code::kNode)->GetDataPtrForUndoRedo())
+      << "filling it must not disturb the model's scratch record";
+  dbgateway::DataBase document;
+  TArray<Key> all;
+  EXPECT_TRUE(scratch.WriteAPI(&document, all, 0));
+  EXPECT_EQ(document.ToText(), R"({"NODE":{"9":{"POS":[6.0,0.0,0.0]}}})");
+}
+
+struct ExternalNodes : testing::Test {
+  CQXDBSession session{AddStandardPools};
+  DPoolNode& nodes = *session.GetPool<DPoolNode>(code::kNode);
+  ITR Outside(Key key, double x) { return nodes.InsertNUExtDB(NodeAt(key, x)); }
+  double X(ITR pos) { return nodes.GetAtNU(pos).position.x; }
+};
+
+TEST_F(ExternalNodes, TransferGivesKeysByTheRules) {
+  nodes.InsertNU(NodeAt(10, 1));
+  struct Case {
+    Key outside;
+    int keep;
+    Key asked;
+    Key received;
+    int size;
+  };
+  const Case cases[] = {
+      {5, 0, 3, 3, 2},    // the key asked for is free
+      {6, 0, 10, 11, 3},  // taken: the largest and one
+      {7, 0, 0, 12, 4},   // none asked for
+      {8, 1, 99, 8, 5},   // keeps its own
+      {10, 1, 0, 10, 5},  // overwrites the model's
+  };
+  const ITR tenth = nodes.Find(10);
+  for (const Case& c : cases) {
+    const ITR item = Outside(c.outside, c.outside);
+    const ITR pos = nodes.TransferToDB(item, c.keep, c.asked);
+    EXPECT_EQ(KeyOf(pos), c.received) << c.outside;
+    EXPECT_EQ(X(pos), c.outside);
+    EXPECT_EQ(nodes.TransferToDB(item, 0, 77), pos) << "once only";
+    int external = 9;
+    EXPECT_EQ(nodes.FindExtDB(c.outside, external), pos);
+    EXPECT_EQ(external, 0);
+    EXPECT_EQ(nodes.GetSize(), c.size);
+  }
+  EXPECT_EQ(nodes.Find(10), tenth) << "overwritten in place";
+}
+
+TEST_F(ExternalNodes, AReceivedKeyDoesNotHideTheExternalRecordOfThatKey) {
+  const ITR first = Outside(1, 100);
+  const ITR second = Outside(2, 200);
+  EXPECT_EQ(KeyOf(nodes.TransferToDB(first, 0, 2)), 2);
+  int external = 0;
+  EXPECT_EQ(nodes.FindExtDB(2, external), second);
+  EXPECT_EQ(external, 1);
+  EXPECT_EQ(X(nodes.TransferToDB(second, 0, 0)), 200);
+  EXPECT_EQ(nodes.FindExtDB(-1, external), 0u);
+  EXPECT_EQ(external, 1);
+  nodes.RemoveAllExtDB();
+  EXPECT_EQ(nodes.FindExtDB(1, external), 0u);
+  EXPECT_EQ(nodes.GetSize(), 2);
+}
+
+TEST_F(ExternalNodes, ImportIsUndoneLikeAnyEdit) {
+  Outside(1, 1);
+  Outside(2, 2);
+  CTransaction transaction(&session);
+  transaction.Begin(u"import");
+  EXPECT_EQ(nodes.Private_Import({1, 2, 1}, 0, 0), 1);
+  EXPECT_TRUE(transaction.Commit());
+  EXPECT_EQ(nodes.Private_Import({}, 0, 0), 1);
+  EXPECT_EQ(nodes.GetSize(), 2);
+  session.Undo();
+  EXPECT_EQ(nodes.GetSize(), 0);
+  int external = 0;
+  nodes.FindExtDB(1, external);
+  EXPECT_EQ(external, 1) << "what was undone is not in the pool";
+}
+
+/// Whatever is transferred in whatever way, every external key leads to its own record.
+RC_GTEST_PROP(ExternalStore, EveryExternalKeyLeadsToItsRecord, ()) {
+  CQXDBSession session(AddStandardPools);
+  auto& nodes = *session.GetPool<DPoolNode>(code::kNode);
+  std::map<Key, ITR> outside;
+  for (int i = *rc::gen::inRange(1, 20); i > 0; --i) {
+    const Key key = *rc::gen::inRange(1, 30);
+    const ITR item = nodes.InsertNUExtDB(NodeAt(key, key));
+    if (item) outside[key] = item;
+  }
+  for (const auto& [key, item] : outside) {
+    if (*rc::gen::inRange(0, 3) == 0) continue;
+    nodes.TransferToDB(item, 0, *rc::gen::inRange(0, 30));
+  }
+  for (const auto& [key, item] : outside) {
+    int external = 0;
+    const ITR pos = nodes.FindExtDB(key, external);
+    const auto& node =
+        external ? static_cast<tagTNode&>(nodes.ExternalAt(pos)) : nodes.GetAtNU(pos);
+    RC_ASSERT(node.position.x == key);
+  }
+  RC_ASSERT(session.Validate() == "");
+}
+
+}  // namespace
+}  // namespace qx
