@@ -1,11 +1,11 @@
 #include "apps/qxdb/axes_svg.h"
 
 #include <algorithm>
-#include <array>
 #include <fmt/format.h>
 #include <limits>
 #include <set>
 
+#include "qx_db/app/topology_table.h"
 #include "qx_db/record/element_types.h"
 
 namespace qx::app {
@@ -61,27 +61,16 @@ using Edges = std::vector<std::pair<int, int>>;
 /// The edges between an element's corners.
 Edges EdgesOf(const tagTElem& element) {
   const int nodes = element.nodes.GetSize();
-  const ElementType* type = FindElementType(element.type);
-  if (type && type->dimension == 3) {
-    static const std::array<Edges, 4> kSolids = {{
-        {{0, 1}, {1, 2}, {2, 0}, {0, 3}, {1, 3}, {2, 3}},
-        {{0, 1}, {1, 2}, {2, 3}, {3, 0}, {0, 4}, {1, 4}, {2, 4}, {3, 4}},
-        {{0, 1}, {1, 2}, {2, 0}, {3, 4}, {4, 5}, {5, 3}, {0, 3}, {1, 4}, {2, 5}},
-        {{0, 1},
-         {1, 2},
-         {2, 3},
-         {3, 0},
-         {4, 5},
-         {5, 6},
-         {6, 7},
-         {7, 4},
-         {0, 4},
-         {1, 5},
-         {2, 6},
-         {3, 7}},
-    }};
-    return kSolids[static_cast<std::size_t>(type->corners == 8 ? 3 : type->corners - 4)];
+  const ElementTopology solid(element.type);
+  if (solid.Class() == topology::kSolidClass && nodes >= solid.Corners()) {
+    Edges edges;
+    for (int i = 0; i < solid.Edges(); ++i) {
+      const auto edge = solid.Edge(i, false);
+      edges.emplace_back(edge[0], edge[1]);
+    }
+    return edges;
   }
+  const ElementType* type = FindElementType(element.type);
   int corners = static_cast<int>(CornersOfFirstFace(element.type, nodes));
   if (corners == 0 || (type && type->dimension == 1)) corners = std::min(nodes, 2);
   Edges edges;

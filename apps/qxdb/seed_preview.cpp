@@ -156,7 +156,7 @@ Outcome WriteSeedVtu(const SeedPreview& preview, const UnitSystem& units, const 
     for (const CadPoint& point : seeds.points) {
       tagTNode node;
       node.key = nodes.GetNewKey();
-      node.position = point;
+      node.position = point.As<tagTVector3<double>>();
       const ITR at = nodes.InsertNU(node);
       if (former) {
         tagTElem line;

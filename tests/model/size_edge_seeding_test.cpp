@@ -89,7 +89,8 @@ TEST(EdgeSeeding, TakesPositionsAsFractionsOrAsPoints) {
     ASSERT_EQ(by_fraction.Divisions(), 4u);
     tagTSzct control = ByFractions({});
     for (const int i : {2, 3, 1}) {  // in any order
-      control.custom_seeds.Add(by_fraction.points[static_cast<std::size_t>(i)]);
+      control.custom_seeds.Add(
+          by_fraction.points[static_cast<std::size_t>(i)].As<tagTVector3<double>>());
     }
     for (const bool reversed : {false, true}) {
       EdgeSeeds by_point;

@@ -6,8 +6,6 @@
 
 namespace qx {
 
-inline double Distance(const Point3& a, const Point3& b) { return Length(b - a); }
-
 inline double TriangleArea(const Point3& a, const Point3& b, const Point3& c) {
   return 0.5 * Length(Cross(b - a, c - a));
 }

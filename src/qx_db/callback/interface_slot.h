@@ -40,13 +40,13 @@ class QXDB_API ICustomMcas;
 class QXDB_API IRenderConnect;
 class QXDB_API IQXDbInterface;
 
-extern template class CallbackSlot<IAppDB, Registration::kLastWins>;
-extern template class CallbackSlot<IUpdateDB, Registration::kLastWins>;
-extern template class CallbackSlot<IFuncDB, Registration::kLastWins>;
-extern template class CallbackSlot<ICustomPostDB, Registration::kLastWins>;
-extern template class CallbackSlot<ICustomMcas, Registration::kLastWins>;
-extern template class CallbackSlot<IRenderConnect, Registration::kLastWins>;
-extern template class CallbackSlot<IQXDbInterface, Registration::kFirstWins>;
+extern template class QXDB_API CallbackSlot<IAppDB, Registration::kLastWins>;
+extern template class QXDB_API CallbackSlot<IUpdateDB, Registration::kLastWins>;
+extern template class QXDB_API CallbackSlot<IFuncDB, Registration::kLastWins>;
+extern template class QXDB_API CallbackSlot<ICustomPostDB, Registration::kLastWins>;
+extern template class QXDB_API CallbackSlot<ICustomMcas, Registration::kLastWins>;
+extern template class QXDB_API CallbackSlot<IRenderConnect, Registration::kLastWins>;
+extern template class QXDB_API CallbackSlot<IQXDbInterface, Registration::kFirstWins>;
 
 }  // namespace qx
 

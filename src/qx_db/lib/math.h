@@ -19,7 +19,7 @@ struct Vector3 {
   explicit Vector3(const double v[3]) : x(v[0]), y(v[1]), z(v[2]) {}
   template <class V>
   requires requires(const V& v) { double{v.x} + double{v.y} + double{v.z}; }
-  explicit Vector3(const V& v) : x(v.x), y(v.y), z(v.z) {}
+  constexpr Vector3(const V& v) : x(v.x), y(v.y), z(v.z) {}
   template <class V>
   V As() const {
     return V{x, y, z};
@@ -53,6 +53,10 @@ inline Vector3 Cross(const Vector3& a, const Vector3& b) {
 }
 inline double Length(const Vector3& a) { return std::sqrt(Dot(a, a)); }
 inline double Distance(const Vector3& a, const Vector3& b) { return Length(b - a); }
+
+inline bool IsFinite(const Vector3& a) {
+  return std::isfinite(a.x) && std::isfinite(a.y) && std::isfinite(a.z);
+}
 
 /// Scales to length 1. False, leaving `a` alone, when its length is not above `least` or not
 /// finite.

@@ -1,37 +1,18 @@
 #pragma once
 // What seeding asks of geometry: an interface to the CAD session of the application.
 
-#include <cmath>
 #include <span>
 #include <string>
 #include <vector>
 
 #include "qx_db/export.h"
+#include "qx_db/lib/math.h"
 #include "qx_db/record/values.h"
 
 namespace qx {
 
 /// A point or a direction, in the model's length unit.
-using CadPoint = tagTVector3<double>;
-
-inline CadPoint operator+(const CadPoint& a, const CadPoint& b) {
-  return {a.x + b.x, a.y + b.y, a.z + b.z};
-}
-inline CadPoint operator-(const CadPoint& a, const CadPoint& b) {
-  return {a.x - b.x, a.y - b.y, a.z - b.z};
-}
-inline CadPoint operator*(double k, const CadPoint& a) { return {k * a.x, k * a.y, k * a.z}; }
-inline double Dot(const CadPoint& a, const CadPoint& b) {
-  return a.x * b.x + a.y * b.y + a.z * b.z;
-}
-inline CadPoint Cross(const CadPoint& a, const CadPoint& b) {
-  return {a.y * b.z - a.z * b.y, a.z * b.x - a.x * b.z, a.x * b.y - a.y * b.x};
-}
-inline double Length(const CadPoint& a) { return std::sqrt(Dot(a, a)); }
-inline double Distance(const CadPoint& a, const CadPoint& b) { return Length(a - b); }
-inline bool IsFinite(const CadPoint& a) {
-  return std::isfinite(a.x) && std::isfinite(a.y) && std::isfinite(a.z);
-}
+using CadPoint = Vector3;
 
 /// What curve an edge lies on. A degenerate edge has no length (the tip of a cone).
 enum class EdgeKind {

@@ -13,10 +13,6 @@ namespace {
 constexpr std::array<std::array<int, 3>, 6> kRotationOrders = {
     {{0, 1, 2}, {0, 2, 1}, {1, 0, 2}, {1, 2, 0}, {2, 0, 1}, {2, 1, 0}}};
 
-bool IsFinite(const Vector3& v) {
-  return std::isfinite(v.x) && std::isfinite(v.y) && std::isfinite(v.z);
-}
-
 /// The axes given by three points: the first axis through the axis point, the second one in the
 /// half plane of the plane point. `plane` says which axes these are: x and y, y and z, z and x.
 bool AxesOfPoints(std::int32_t plane, const Vector3& origin, const Vector3& axis_point,
