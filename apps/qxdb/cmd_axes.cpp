@@ -70,6 +70,9 @@ void Run(const AxesOptions& options, Context& context) {
   }
   json.End();
   if (!options.svg.empty()) {
+    if (Outcome free = CheckOutput(options.svg, {options.model}); !free) {
+      return context.Refuse(free.Error());
+    }
     constexpr std::size_t kMost = 2000;
     if (drawn.size() > kMost) {
       return context.Refuse({options.svg, "",

@@ -242,13 +242,22 @@ class Check {
     if (!limits.empty()) text_ += "\n";
     for (const Limit& limit : limits) {
       const auto value = ValueOf(limit.name);
+      const std::int64_t unmeasured = FindMeasure(limit.name) ? Unmeasured() : 0;
+      if (unmeasured > 0) {
+        exceeded_ = true;
+        text_ += fmt::format("limit {} = {}: {} elements cannot be measured\n", limit.name,
+                             Short(limit.value), unmeasured);
+      }
       if (!value || !Exceeds(limit, *value)) {
-        text_ += fmt::format("limit {} = {}: kept\n", limit.name, Short(limit.value));
+        if (unmeasured == 0) {
+          text_ += fmt::format("limit {} = {}: {}\n", limit.name, Short(limit.value),
+                               value ? "kept" : "no element has it");
+        }
         continue;
       }
       exceeded_ = true;
-      text_ += fmt::format("limit {} = {}: EXCEEDED by {}\n", limit.name, Short(limit.value),
-                           Short(*value));
+      text_ += fmt::format("limit {} = {}: EXCEEDED, the worst is {}\n", limit.name,
+                           Short(limit.value), Short(*value));
       json_.Begin().Text("name", limit.name).Real("limit", limit.value).Real("value", *value).End();
     }
     json_.End();
@@ -375,6 +384,13 @@ class Check {
     return s.worst[0].value;
   }
 
+  /// Elements too broken to be measured.
+  std::int64_t Unmeasured() const {
+    std::int64_t count = 0;
+    for (std::uint32_t e = 0; e < mesh_.ElementCount(); ++e) count += !mesh_.IsUsable(e);
+    return count;
+  }
+
   static bool Exceeds(const Limit& limit, double value) {
     const MeasureInfo* info = FindMeasure(limit.name);
     return info && !info->high_is_bad ? value < limit.value : value > limit.value;
@@ -407,6 +423,9 @@ void Run(const CheckOptions& options, Context& context) {
   if (options.mass || options.density || options.thickness || options.section_area) check.Mass();
   check.Limits(*limits);
   if (!options.vtu.empty()) {
+    if (Outcome free = CheckOutput(options.vtu, {options.model}); !free) {
+      return context.Refuse(free.Error());
+    }
     if (Outcome written = check.WriteVtu(); !written) return context.Refuse(written.Error());
   }
   context.Print(check.Text(), check.Json().End());

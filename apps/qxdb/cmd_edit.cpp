@@ -1,6 +1,7 @@
 // Editing models: each command is one transaction, prints what it changed, and saves the model.
 
 #include <algorithm>
+#include <cmath>
 #include <fmt/format.h>
 #include <memory>
 #include <unordered_set>
@@ -32,6 +33,10 @@ using Edit = Outcome (*)(CQXDBSession&, DPoolBase&, const TArray<ITR>&, const Ed
 Outcome Move(CQXDBSession& session, DPoolBase& pool, const TArray<ITR>& items,
              const EditOptions& options) {
   auto& nodes = static_cast<DPoolNode&>(pool);
+  const auto is_finite = [](double shift) { return std::isfinite(shift); };
+  if (!std::all_of(options.by.begin(), options.by.end(), is_finite)) {
+    return Failure{options.model, "--by", "is not a finite shift", "give three numbers"};
+  }
   for (const ITR item : items) {
     tagTNode node = nodes.GetAtNU(item);
     node.position.x += session.Units().In(unit::kLength, options.by[0]);
@@ -64,14 +69,11 @@ Outcome RenumberRecords(CQXDBSession& session, DPoolBase& pool, const TArray<ITR
   return options.write_map.empty() ? Outcome() : WriteKeyMap(options.write_map, pool, map);
 }
 
-Outcome Delete(CQXDBSession&, DPoolBase& pool, const TArray<ITR>& items,
+Outcome Delete(CQXDBSession& session, DPoolBase& pool, const TArray<ITR>& items,
                const EditOptions& options) {
-  for (const ITR item : items) {
-    if (!pool.Remove(item)) {
-      return Failure{options.model, PoolLabel(pool), "cannot be deleted", "see the message above"};
-    }
-  }
-  return {};
+  if (DeleteRecords(session, pool.GetTypeCode(), {items.begin(), items.end()})) return {};
+  return Failure{options.model, PoolLabel(pool) + " " + options.keys, "cannot be deleted",
+                 "see the message above"};
 }
 
 void Run(const EditOptions& options, const char16_t* name, Edit edit, Context& context) {

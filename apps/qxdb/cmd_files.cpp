@@ -33,6 +33,7 @@ struct ImportOptions {
   bool add = false;
   bool replace = false;
   std::string length_unit = "m";
+  CLI::Option* length = nullptr;  // whether the unit was given
 };
 
 /// Reads every table of a gateway text.
@@ -83,13 +84,22 @@ void Import(const ImportOptions& options, Context& context) {
     }
   }
   CQXDBSession& session = *document.GetDBSession();
-  if (document.Path().empty()) SetLengthUnit(session, options.length_unit);
+  const UnitSystem current = session.Units().Current();
+  if (document.Path().empty()) {
+    SetLengthUnit(session, options.length_unit);
+  } else if (options.length->count() > 0) {
+    UnitSystem of_file = current;
+    of_file[UnitBase::kLength] = FindUnit(UnitBase::kLength, options.length_unit);
+    session.Units().SetCurrent(of_file);  // the readers convert from the current units
+  }
   std::vector<std::int32_t> before;
   for (const DPoolBase* pool : session.Pools()) before.push_back(pool->GetSize());
   std::vector<std::string> notes;
   if (Outcome read = ReadInto(session, options.file, notes); !read) {
     return context.Refuse(read.Error());
   }
+  if (!document.Path().empty()) session.Units().SetCurrent(current);
+  if (document.Path().empty()) session.ForgetHistory();  // a new model starts with what it holds
   if (Outcome saved = document.SaveAs(options.model); !saved) return context.Refuse(saved.Error());
 
   std::string text = options.file + " -> " + options.model + ":";
@@ -181,9 +191,10 @@ void AddImport(CLI::App& app, Context& context) {
   command->add_flag("--replace", options->replace, "Replace the model if it exists")->excludes(add);
   std::vector<std::string> units;
   for (const UnitDefinition& unit : UnitsOf(UnitBase::kLength)) units.emplace_back(unit.name);
-  command->add_option("--length", options->length_unit, "Unit of the lengths in the file")
-      ->check(CLI::IsMember(units))
-      ->capture_default_str();
+  options->length =
+      command->add_option("--length", options->length_unit, "Unit of the lengths in the file")
+          ->check(CLI::IsMember(units))
+          ->capture_default_str();
   command->callback([options, &context] { Import(*options, context); });
 }
 

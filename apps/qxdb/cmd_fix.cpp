@@ -83,7 +83,7 @@ void Run(const FixOptions& options, Context& context) {
   transaction.Begin(u"Repair mesh");
   if (!RepairMesh(session, PlanOf(options, session.Units()), report) || !transaction.Commit()) {
     return context.Refuse(
-        {options.model, "", "a pool refused the repair", "see the message above; nothing changed"});
+        {options.model, "", "the model refused the repair", "see the message above"});
   }
   const bool save = !options.dry_run && report.ChangedAnything();
   if (save) {

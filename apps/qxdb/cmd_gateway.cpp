@@ -41,6 +41,9 @@ void Write(const GatewayOptions& options, Context& context) {
   if (!pools) return context.Refuse(pools.Error());
   dbgateway::DataBase out;
   WriteDocument(*document.GetDBSession(), out, *pools);
+  if (Outcome free = CheckOutput(options.file, {options.model}); !free) {
+    return context.Refuse(free.Error());
+  }
   if (Outcome written = out.WriteFile(options.file, true); !written) {
     return context.Refuse(written.Error());
   }

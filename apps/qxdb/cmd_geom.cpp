@@ -95,6 +95,7 @@ void ListEdges(const ICADSession& cad, const CadInstance& keys, std::string_view
 /// Opens the model the geometry goes to, or a new one in millimetres.
 Outcome OpenTarget(CQXDocBase& document, const GeomOptions& options) {
   document.New();
+  if (Outcome free = CheckOutput(options.model, {options.cad}); !free) return free;
   std::error_code error;
   const bool exists =
       !options.model.empty() && std::filesystem::exists(PathFromUtf8(options.model), error);

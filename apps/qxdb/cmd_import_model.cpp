@@ -73,17 +73,20 @@ void Finish(CQXDocBase& document, const ImportOptionsText& asked, const ImportRe
     text += record + ": numbers of a kind that is not known kept the units they had\n";
   }
   json.End();
+  if (!dry) {
+    if (Outcome saved = document.Save(); !saved) return context.Refuse(saved.Error());
+  }
   if (!asked.key_map.empty()) {
     const Outcome written = WriteWholeFile(asked.key_map, report.KeyMapJson(session));
     if (!written) return context.Refuse(written.Error());
-  }
-  if (!dry) {
-    if (Outcome saved = document.Save(); !saved) return context.Refuse(saved.Error());
   }
   context.Print(text + (dry ? "nothing was saved: a dry run\n" : ""), json.End());
 }
 
 void RunImportModel(ImportOptionsText& asked, Context& context) {
+  if (Outcome free = CheckOutput(asked.key_map, {asked.from, asked.model}); !free) {
+    return context.Refuse(free.Error());
+  }
   CQXDocBase document(host::SetUpModel);
   if (Outcome opened = document.Open(asked.model); !opened) return context.Refuse(opened.Error());
   auto from = ExternalModel::Open(asked.from, host::SetUpModel);
@@ -113,6 +116,7 @@ void RunPoolImport(const ImportOptionsText& asked, Context& context) {
 
 void RunPoolExport(const std::string& model, const std::string& name, const std::string& file,
                    Context& context) {
+  if (Outcome free = CheckOutput(file, {model}); !free) return context.Refuse(free.Error());
   CQXDocBase document(host::SetUpModel);
   if (Outcome opened = document.Open(model); !opened) return context.Refuse(opened.Error());
   const auto pool = FindPool(*document.GetDBSession(), name);

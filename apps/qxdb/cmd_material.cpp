@@ -321,7 +321,11 @@ std::vector<std::string> Homeless(const MaterialTable& table,
 
 Outcome FillRecord(const MaterialTable& table, const Material& material,
                    const MaterialOptions& options, tagTMatl& record) {
-  Outcome fits = SetText(record.name, material.name, options.file);
+  if (material.name.View().empty()) {
+    return Failure{options.file, "", "a material has no name", "name it in the library"};
+  }
+  Outcome fits = CheckName(material.name, options.file);
+  if (fits) fits = SetText(record.name, material.name, options.file);
   if (fits) fits = SetText(record.library_category, material.category, options.file);
   if (!fits) return fits;
   // The library's name only tells where the material came from, so a long one is cut.
@@ -334,7 +338,7 @@ Outcome FillRecord(const MaterialTable& table, const Material& material,
       return Failure{options.file, "material \"" + material.name.ToUtf8() + "\"",
                      "has no finite " + std::string(to.property), "correct it in the library"};
     }
-    record.*to.member = material.values[*at];
+    StoreAt(reinterpret_cast<char*>(&(record.*to.member)), double{material.values[*at]});
   }
   return {};
 }

@@ -25,18 +25,6 @@ struct OrientOptions {
   CLI::Option* by_system = nullptr;
 };
 
-/// Keeps the message of a refusal, which says why better than a result of 0.
-class LastRefusal final : public IMessageSink {
- public:
-  LastRefusal() { SetMessageSink(this); }
-  ~LastRefusal() override { SetMessageSink(nullptr); }
-  void Show(const Message& message) override {
-    text = message.text;
-    if (text.ends_with('.')) text.pop_back();  // a failure's line goes on after it
-  }
-  std::string text;
-};
-
 std::string Describe(const tagTEcrd& record) {
   const auto& v = record.reference_vector;
   switch (record.method) {
@@ -122,7 +110,6 @@ void Run(const OrientOptions& options, Context& context) {
   tagTEcrd record;
   if (Outcome read = Read(options, session, record); !read) return context.Refuse(read.Error());
 
-  LastRefusal refusal;
   CTransaction transaction(&session);
   transaction.Begin(qxLoadText("IDS_QX_TRANS_ORIENT").c_str());
   std::int64_t oriented = 0;
@@ -130,7 +117,7 @@ void Run(const OrientOptions& options, Context& context) {
     const tagTElem element = elements.GetAtNU(item);
     if (!element_rule::CarriesOrientation(element.type)) continue;
     if (!elements.SetAtNUwCsys(item, element, record, 1)) {
-      return context.Refuse({options.model, fmt::format("elem {}", element.key), refusal.text,
+      return context.Refuse({options.model, fmt::format("elem {}", element.key), LastRefusal(),
                              "nothing was changed"});
     }
     ++oriented;
@@ -140,7 +127,7 @@ void Run(const OrientOptions& options, Context& context) {
                            "name elements of a type that carries an orientation"});
   }
   if (!transaction.Commit()) {
-    return context.Refuse({options.model, "", "the edit was refused", refusal.text});
+    return context.Refuse({options.model, "", "the edit was refused", LastRefusal()});
   }
   if (Outcome saved = document.Save(); !saved) return context.Refuse(saved.Error());
   JsonText json;

@@ -1,6 +1,7 @@
 // The properties of a model: listing them with what they weigh, adding them, giving them to
 // elements.
 
+#include <cmath>
 #include <fmt/format.h>
 #include <map>
 #include <memory>
@@ -37,7 +38,8 @@ void List(const PropertyOptions& options, Context& context) {
   std::map<ITR, TArray<ITR>> elements;
   auto& mesh = Pool<tagTElem>(session);
   for (ITR pos = mesh.GetHeadPosition(); pos; mesh.Next(pos)) {
-    elements[mesh.GetAtNU(pos).property].Add(pos);
+    const ITR property = mesh.GetAtNU(pos).property;  // by value: it may lie at any address
+    elements[property].Add(pos);
   }
   const auto& pool = *session.GetPool<DPoolProp>(code::kProp);
   Table table({">key", "name", "kind", "material", ">elements", ">mass"});
@@ -74,6 +76,17 @@ Outcome Add(CQXDBSession& session, const PropertyOptions& options, std::string& 
   if (options.material != 0 && !material) {
     return Failure{options.model, "material " + std::to_string(options.material),
                    "there is no such material", "see them with: qxdb show MODEL matl"};
+  }
+  for (const double value : options.values) {
+    if (std::isfinite(value) && (value >= 0 || kind->name == "spring")) continue;
+    return Failure{options.model, "value " + Short(value), "is no size or mass of a property",
+                   "give finite values from 0 on"};
+  }
+  if (TString<64> name; !options.name.empty()) {
+    name.Set(Utf16(options.name));
+    if (Utf8(name.View()) != options.name) {
+      return Failure{options.model, "", "the name is longer than 63 characters", "shorten it"};
+    }
   }
   TArray<double> values;
   values.Assign(options.values.data(), options.values.size());

@@ -227,8 +227,11 @@ void Diff(const DiffOptions& options, Context& context) {
     text += fmt::format("... and {} more; see all with --most {}\n",
                         differences.size() - options.most, differences.size());
   }
-  context.exit_code = differences.empty() ? 0 : 1;
-  context.Print(text, json.End().End());
+  const bool same_units = session.Units().Model() == documents[1].GetDBSession()->Units().Model();
+  if (!same_units) text += "the models have different units: their numbers do not compare\n";
+  json.End().Bool("same_units", same_units);
+  context.exit_code = differences.empty() && same_units ? 0 : 1;
+  context.Print(text, json.End());
 }
 
 }  // namespace

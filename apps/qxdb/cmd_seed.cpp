@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 #include <memory>
 #include <optional>
+#include <set>
 
 #include "qx_db/platform/file.h"
 #include "qx_db/qx_db.h"
@@ -243,14 +244,19 @@ Outcome FreeEdges(DPoolSzct& controls, const SeedPreview& preview, const std::ve
     }
     items.Add(item);
   }
+  std::set<ITR> former;  // the controls that lose edges
+  for (const ITR item : items) {
+    ITR control = 0;
+    if (controls.Exist(item, control)) former.insert(control);
+  }
   controls.DeleteGKeyArrayExist(items);
-  for (ITR pos = controls.GetHeadPosition(); pos;) {
+  for (const ITR pos : former) {
     const tagTSzct& control = controls.GetAtNU(pos);
-    const bool useless = control.edges.IsEmpty() && control.reversed_edges.IsEmpty();
-    if (!useless) {
-      controls.Next(pos);
-    } else if (!controls.RemoveNext(pos)) {
-      return Failure{options.model, "", "a size control cannot be removed", "see above"};
+    const bool useless =
+        control.edges.IsEmpty() && control.reversed_edges.IsEmpty() && control.bodies.IsEmpty();
+    if (useless && !controls.Remove(pos)) {
+      return Failure{options.model, "", "a size control cannot be removed",
+                     "see the message above"};
     }
   }
   return {};
@@ -300,6 +306,10 @@ struct Opened {
 };
 
 Outcome Open(const SeedOptions& options, Opened& opened) {
+  for (const std::string& output :
+       {options.output.svg, options.output.points, options.output.vtu}) {
+    if (Outcome free = CheckOutput(output, {options.model, options.cad}); !free) return free;
+  }
   if (Outcome done = opened.document.Open(options.model); !done) return done;
   const CQXDBSession& session = *opened.document.GetDBSession();
   auto cad = OpenCad(options.cad, session);
@@ -378,11 +388,12 @@ void Add(const SeedOptions& options, Context& context) {
   if (Outcome done = AddControl(opened, options, control); !done) {
     return context.Refuse(done.Error());
   }
-  if (!options.dry_run) {
-    if (Outcome saved = opened.document.Save(); !saved) return context.Refuse(saved.Error());
-  }
+  // The outputs first: where one cannot be written, nothing is stored.
   if (Outcome written = WriteOutputs(opened, options.output); !written) {
     return context.Refuse(written.Error());
+  }
+  if (!options.dry_run) {
+    if (Outcome saved = opened.document.Save(); !saved) return context.Refuse(saved.Error());
   }
   JsonText json;
   json.Begin().Text("model", options.model).Integer("control", control.key);

@@ -109,25 +109,14 @@ void List(const std::string& model, Context& context) {
 
 // ---- editing ------------------------------------------------------------------------------------
 
-/// Hears why the model refuses.
-class RefusalListener final : public IMessageSink {
- public:
-  RefusalListener() { SetMessageSink(this); }
-  ~RefusalListener() { SetMessageSink(nullptr); }
-  void Show(const Message& message) override { last_ = message.text; }
-
-  Failure Why(const std::string& model) const {
-    if (last_.empty()) return {model, "", "the edit was refused", "check the sets it names"};
-    const std::size_t remedy = last_.find("; ");
-    if (remedy == std::string::npos) {
-      return {model, "", last_, "change what it names first"};
-    }
-    return {model, "", last_.substr(0, remedy), last_.substr(remedy + 2)};
-  }
-
- private:
-  std::string last_;
-};
+/// Why the sets refused an edit.
+Failure WhyRefused(const std::string& model) {
+  const std::string& last = LastRefusal();
+  if (last.empty()) return {model, "", "the edit was refused", "check the sets it names"};
+  const std::size_t remedy = last.find("; ");
+  if (remedy == std::string::npos) return {model, "", last, "change what it names first"};
+  return {model, "", last.substr(0, remedy), last.substr(remedy + 2)};
+}
 
 /// The set of a key or a name.
 Result<ITR> FindSet(const DPoolMset& sets, const std::string& text, const std::string& model) {
@@ -243,14 +232,13 @@ void RunEdit(const SetsOptions& options, const char16_t* step, SetsEdit work, bo
     if (!parent) return context.Refuse(parent.Error());
     edit.parent = edit.sets.GetAtNU(*parent).key;
   }
-  RefusalListener listener;
   ChangeCounter counter;
   session.AddListener(&counter);
   CTransaction transaction(&session);
   transaction.Begin(step);
   const Result<int> done = work(edit);
   if (!done) return context.Refuse(done.Error());
-  if (!*done || !transaction.Commit()) return context.Refuse(listener.Why(options.model));
+  if (!*done || !transaction.Commit()) return context.Refuse(WhyRefused(options.model));
   if (!options.dry_run) {
     if (Outcome saved = document.Save(); !saved) return context.Refuse(saved.Error());
   }

@@ -3,9 +3,12 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <filesystem>
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include "qx_db/lib/message.h"
+#include "qx_db/platform/file.h"
 #include "qx_db/platform/text.h"
 
 namespace qx::app {
@@ -153,8 +156,46 @@ void Context::Print(const std::string& text, const JsonText& json_text) const {
   if (!out.empty() && out.back() != '\n') std::fputc('\n', stdout);
 }
 
-void Context::Refuse(const Failure& failure) {
+namespace {
+
+class RefusalListener final : public IMessageSink {
+ public:
+  void Show(const Message& message) override {
+    text = message.text;
+    if (text.ends_with('.')) text.pop_back();  // a failure's line goes on after it
+  }
+  std::string text;
+};
+
+RefusalListener& Listener() {
+  static RefusalListener listener;
+  return listener;
+}
+
+}  // namespace
+
+void ListenForRefusals() { SetMessageSink(&Listener()); }
+
+const std::string& LastRefusal() { return Listener().text; }
+
+Outcome CheckOutput(const std::string& output, const std::vector<std::string>& inputs) {
+  for (const std::string& input : inputs) {
+    std::error_code error;
+    if (output.empty() || input.empty()) continue;
+    if (std::filesystem::equivalent(PathFromUtf8(output), PathFromUtf8(input), error)) {
+      return Failure{output, "", "is read by this command and would be overwritten",
+                     "name another file"};
+    }
+  }
+  return {};
+}
+
+void Context::Refuse(const Failure& refused) {
   exit_code = 1;
+  Failure failure = refused;
+  if (failure.remedy.starts_with("see the message above")) {
+    failure.remedy = LastRefusal().empty() ? "look for what hangs on it" : LastRefusal();
+  }
   if (json) {
     JsonText error;
     error.Begin().Text("error", failure.what).Text("file", failure.file);

@@ -70,6 +70,14 @@ class ProgressBar {
   bool shown_ = false;
 };
 
+/// Keeps the last message that refused something, which says why better than a result of 0.
+void ListenForRefusals();
+/// Its text without the full stop; "" when there was none.
+const std::string& LastRefusal();
+
+/// Fails when an output of a command would overwrite one of its inputs.
+Outcome CheckOutput(const std::string& output, const std::vector<std::string>& inputs);
+
 /// What every command is given and gives back.
 struct Context {
   bool json = false;

@@ -13,7 +13,7 @@ Result<KeyMap> ReadKeyMap(const std::string& path, const DPoolBase& pool) {
   if (Outcome read = document.ReadFile(path); !read) return read.Error();
   const std::string name = pool.GetAPIName().ToUtf8();
   const auto table = document.FindCollection(name);
-  if (!table) {
+  if (!table || !table->IsTable()) {
     return Failure{path, "", "has no table " + name, "write {\"" + name + "\": {\"1\": 101}}"};
   }
   KeyMap map;
@@ -23,8 +23,10 @@ Result<KeyMap> ReadKeyMap(const std::string& path, const DPoolBase& pool) {
     Key old_key = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), old_key);
     const bool is_key = error == std::errc() && end == text.data() + text.size();
-    if (fault.empty() && (!is_key || !value.IsInteger())) fault = text;
-    map.emplace_back(old_key, value.Integer());
+    const std::int64_t new_key = value.Integer64();
+    const bool fits = value.IsInteger() && new_key >= 1 && new_key <= kMaxKey;
+    if (fault.empty() && (!is_key || !fits)) fault = text;
+    map.emplace_back(old_key, static_cast<Key>(new_key));
   });
   if (fault.empty()) return map;
   return Failure{path, "table " + name + ", entry \"" + fault + "\"", "is not a key for a key",

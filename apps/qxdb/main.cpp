@@ -26,6 +26,7 @@ int main(int argc, char** argv) {
     fmt::print(stderr, "qxdb: {}\n", read.Line());
   }
   const qx::host::Application application;
+  ListenForRefusals();
   CLI::App app("Finite-element model database", "qxdb");
   app.footer("Exit codes: 0 done, 1 refused, 2 misuse.\nExample:\n  qxdb import wing.msh wing.qxm");
   app.require_subcommand(1);

@@ -104,6 +104,18 @@ TEST_F(Bulk, FreshKeysFollowThroughEveryReference) {
   EXPECT_NE(report.KeyMapJson(into).find("\"NODE\": {\"1\": 101"), std::string::npos);
 }
 
+TEST_F(Bulk, ASmallModelTakesInALargerOne) {
+  CQXDBSession into(AddStandardPools);
+  Put<tagTNode>(into, 1);
+  Put<tagTNode>(into, 2);
+  EXPECT_EQ(Import(into, {}).Records(), 11);
+  std::vector<Key> keys;
+  for (ITR pos = Pool<tagTNode>(into).GetHeadPosition(); pos; Pool<tagTNode>(into).Next(pos)) {
+    keys.push_back(KeyOf(pos));
+  }
+  EXPECT_EQ(keys, (std::vector<Key>{1, 2, 3, 4, 5, 6}));
+}
+
 TEST_F(Bulk, AChoiceBringsWhatItNeedsAndSaysWhatIsLeft) {
   ImportOptions options;
   options.choices = {{code::kElem, {2}}};

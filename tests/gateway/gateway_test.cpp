@@ -95,6 +95,49 @@ TEST(Gateway, FunctionsConvertByTheirKindsAndTellWhichTheyCannot) {
   EXPECT_DOUBLE_EQ(value(2).variable, 3);
 }
 
+TEST(Gateway, WhatAPoolRefusesRefusesTheRead) {
+  MeshSession m;
+  DPoolBase& systems = *m.session.GetDataPool(code::kCord);
+  m.Read(systems, R"({"CORD": {"2": {}, "3": {"REF_CORD": 2}}})");
+  const std::uint64_t before = m.session.StateHash();
+  DataBase document;
+  ASSERT_TRUE(document.Parse(R"({"CORD": {"4": {}, "2": {"NAME": "x", "REF_CORD": 3}}})"));
+  const Outcome read = ReadDocument(m.session, document);
+  EXPECT_NE(read.Line().find("CORD 2: was refused"), std::string::npos) << read.Line();
+  EXPECT_EQ(m.session.StateHash(), before);
+}
+
+TEST(Gateway, NothingIsPassedOverInSilence) {
+  struct Case {
+    const char* text;
+    const char* told;
+  };
+  const Case cases[] = {
+      {R"({"NODES": {}})", "NODES"},
+      {R"({"NODE": {}, "NODE": {}})", "more than once"},
+      {R"({"NODE": {"9": 5}})", "NODE 9: is not an object"},
+      {R"({"ELEM": {"9": {"TYPE": true}}})", "ELEM 9 TYPE"},
+      {R"({"DEFSIZE": {"1": {"USE": 7}}})", "DEFSIZE 1 USE"},
+  };
+  for (const Case& c : cases) {
+    MeshSession m;
+    DataBase document;
+    ASSERT_TRUE(document.Parse(c.text));
+    EXPECT_TRUE(ReadDocument(m.session, document)) << c.text;
+    std::string lines;
+    for (const auto& entry : document.Report()) lines += entry.Line() + "\n";
+    EXPECT_NE(lines.find(c.told), std::string::npos) << c.text << ": " << lines;
+  }
+}
+
+TEST(Gateway, ANewRecordHasNothingOfTheOneBefore) {
+  MeshSession m;
+  DPoolBase& datums = *m.session.GetDataPool(code::kDatum);
+  m.Read(datums, R"({"DATUM": {"1": {"vPOSITION": [1, 2, 3]}, "2": {}}})");
+  const auto& pool = Pool<tagTDatum>(m.session);
+  EXPECT_EQ(pool.GetAtNU(pool.Find(2)).position, (tagTVector3<double>{}));
+}
+
 TEST(Gateway, DeletionTablesTakeEachKeyOnce) {
   MeshSession m;
   m.Read(m.nodes, R"({"NODE": {"1": {}, "2": {}, "3": {}}})");

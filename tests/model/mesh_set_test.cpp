@@ -350,7 +350,7 @@ TEST_F(MeshSets, TheDeadLeave) {
   EXPECT_EQ(Keys(sets_.GetAtNU(At(2)).nodes), (std::vector<Key>{1, 6, 5}));
   EXPECT_TRUE(sets_.GetAtNU(At(3)).elements.IsEmpty());
   EXPECT_EQ(Keys(sets_.GetAtNU(At(4)).elements), (std::vector<Key>{3}));
-  EXPECT_EQ(sets_.GetAtNU(At(2)).geometry, 0u);
+  EXPECT_EQ(+sets_.GetAtNU(At(2)).geometry, 0u);
   ExpectUndoable(before);
   ASSERT_TRUE(sets_.TR_Modify_NoGeom());
   EXPECT_EQ(sets_.GetAtNU(At(2)).connected, 0);
@@ -602,13 +602,13 @@ TEST_F(ExternalSets, ComeWithTheirMeshInModelUnits) {
   EXPECT_EQ(Keys(frame.elements), (std::vector<Key>{4}));
   EXPECT_EQ(Keys(part.elements), (std::vector<Key>{5}));
   EXPECT_EQ(frame.nodes[1], part.nodes[0]) << "what two sets share comes once";
-  EXPECT_EQ(nodes_.GetAtNU(frame.nodes[1]).position.x, 2.0) << "metres from millimetres";
+  EXPECT_EQ(+nodes_.GetAtNU(frame.nodes[1]).position.x, 2.0) << "metres from millimetres";
   const auto& orientations = *session_.GetPool<DPoolEcrd>(code::kEcrd);
   ASSERT_NE(orientations.Find(5), 0u);
   EXPECT_EQ(orientations.GetAtNU(orientations.Find(5)).method, tagTEcrd::kByNode);
   const ITR reference = orientations.GetAtNU(orientations.Find(5)).reference_node;
   ASSERT_NE(reference, 0u);
-  EXPECT_EQ(nodes_.GetAtNU(reference).position.x, 4.0);
+  EXPECT_EQ(+nodes_.GetAtNU(reference).position.x, 4.0);
   ExpectUndoable(before);
 }
 

@@ -142,9 +142,9 @@ RC_GTEST_PROP(ExternalStore, EveryExternalKeyLeadsToItsRecord, ()) {
   for (const auto& [key, item] : outside) {
     int external = 0;
     const ITR pos = nodes.FindExtDB(key, external);
-    const auto& node =
-        external ? static_cast<tagTNode&>(nodes.ExternalAt(pos)) : nodes.GetAtNU(pos);
-    RC_ASSERT(node.position.x == key);
+    const double x =
+        (external ? static_cast<tagTNode&>(nodes.ExternalAt(pos)) : nodes.GetAtNU(pos)).position.x;
+    RC_ASSERT(x == key);
   }
   RC_ASSERT(session.Validate() == "");
 }

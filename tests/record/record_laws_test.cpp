@@ -295,7 +295,7 @@ TEST(CheckImage, NamesTheMember) {
 // -------------------------------------------------------------
 
 struct MeshSession {
-  CQXDBSession session{AddPlainPools};
+  CQXDBSession session{AddStandardPools};
   DPoolNode& nodes = *session.GetPool<DPoolNode>(code::kNode);
   DPoolElem& elements = *session.GetPool<DPoolElem>(code::kElem);
 

@@ -36,6 +36,10 @@ std::vector<Key> WithFault(const DenseMesh& mesh, double) {
 /// Size against the cube of the longest reach, below which an element is flat.
 constexpr double kFlat = 1e-12;
 
+/// Type codes past these are special: what turns an ordinary element does not turn them.
+constexpr std::int32_t kLastSurface = 7;
+constexpr std::int32_t kLastSolid = 15;
+
 enum class SizeSign { kNegative, kZero };
 
 /// The sign of an element's length, area or volume, measured against its extent.
@@ -55,7 +59,7 @@ bool HasSize(const DenseMesh& mesh, std::uint32_t e, SizeSign sign) {
 }
 
 std::vector<Key> Inverted(const DenseMesh& mesh, double) {
-  return KeysOf(mesh, [&](std::uint32_t e) { return HasSize(mesh, e, SizeSign::kNegative); });
+  return KeysOf(mesh, [&](std::uint32_t e) { return IsInvertedSolid(mesh, e); });
 }
 
 std::vector<Key> Flat(const DenseMesh& mesh, double) {
@@ -143,6 +147,13 @@ constexpr SideKind kSideKinds[] = {
 };
 
 }  // namespace
+
+bool IsInvertedSolid(const DenseMesh& mesh, std::uint32_t e) {
+  const tagTElem& element = mesh.Element(e);
+  const bool ordinary = element.type > kLastSurface && element.type <= kLastSolid;
+  return ordinary && element.nodes.GetSize() == ElementTopology(element.type).Nodes() &&
+         HasSize(mesh, e, SizeSign::kNegative);
+}
 
 std::vector<Finding> FindFaults(const DenseMesh& mesh, double tolerance) {
   std::vector<Finding> findings;

@@ -22,6 +22,9 @@ struct Finding {
 /// duplicates, loose sides and nodes. Nodes within `tolerance` of each other count as duplicates.
 QXDB_API std::vector<Finding> FindFaults(const DenseMesh& mesh, double tolerance);
 
+/// Whether a solid of an ordinary type is listed inside out; false for one that is flat or broken.
+QXDB_API bool IsInvertedSolid(const DenseMesh& mesh, std::uint32_t e);
+
 /// The names of all kinds, for command lines and scripts.
 QXDB_API std::vector<std::string_view> FindingNames();
 

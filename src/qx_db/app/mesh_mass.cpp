@@ -71,7 +71,11 @@ class Collector {
     at.volume += size * section;
     report_.without_section += section == 0;
     report_.without_density += density == 0;
-    at.mass.Add(moments, sign * section * density);
+    // The application knows more of a mass than its density: non-structural parts, point masses.
+    IAppDB* app = IAppDB::Instance();
+    const double own = app ? app->GetMSetMass(&session_, TArray<ITR>{mesh.ElementItr(e)}) : 0;
+    const double per_size = own > 0 && size > 0 ? own / size : section * density;
+    at.mass.Add(moments, sign * per_size);
   }
 
   /// A mass element, whose mass only the application knows.

@@ -6,6 +6,7 @@
 #include "qx_db/app/element_access.h"
 #include "qx_db/app/element_volume.h"
 #include "qx_db/app/mesh_adjacency.h"
+#include "qx_db/app/mesh_findings.h"
 #include "qx_db/app/mesh_util.h"
 #include "qx_db/core/session.h"
 #include "qx_db/model/standard_pools.h"
@@ -163,13 +164,12 @@ bool Turn(CQXDBSession& session, const std::vector<ITR>& elements, std::int64_t&
 }
 
 bool TurnSolids(CQXDBSession& session, RepairReport& report) {
-  const CQXMeshUtil util(&session);
-  const auto& pool = Pool<tagTElem>(session);
   std::vector<ITR> inverted;
-  for (ITR at = pool.GetHeadPosition(); at; pool.Next(at)) {
-    const std::int32_t type = ElementAt(at)->type;
-    const bool is_solid = CQXMeshUtil::GetElemDim(type) == 3;
-    if (is_solid && util.GetElemQuantity(at) < 0) inverted.push_back(at);
+  {
+    const DenseMesh mesh(session);
+    for (std::uint32_t e = 0; e < mesh.ElementCount(); ++e) {
+      if (IsInvertedSolid(mesh, e)) inverted.push_back(mesh.ElementItr(e));
+    }
   }
   return Turn(session, inverted, report.solids_turned);
 }
@@ -181,7 +181,9 @@ bool TurnShells(CQXDBSession& session, RepairReport& report) {
     const ShellOrientation orientation = OrientShells(mesh);
     report.one_sided_patches = orientation.one_sided;
     for (const std::uint32_t e : orientation.to_flip) {
-      if (mesh.Element(e).type <= 7) turned.push_back(mesh.ElementItr(e));
+      const tagTElem& element = mesh.Element(e);
+      const bool whole = element.nodes.GetSize() == ElementTopology(element.type).Nodes();
+      if (element.type <= 7 && whole) turned.push_back(mesh.ElementItr(e));
     }
   }
   return Turn(session, turned, report.shells_turned);

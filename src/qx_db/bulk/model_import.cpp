@@ -241,9 +241,16 @@ class Importer {
 
   Outcome Transfer() {
     for (Lane* lane : InOrder()) {
+      // All go into the external store before the first leaves it: a record that has left carries
+      // its new key there, which may be the key of another.
       lane->to->SetExtHashSize(static_cast<std::int32_t>(lane->chosen.size()));
+      std::vector<ITR> outside;
+      outside.reserve(lane->chosen.size());
       for (const ITR item : lane->chosen) {
-        if (Outcome done = TransferRecord(*lane, item); !done) return done;
+        outside.push_back(lane->store->InsertNUExtDB(KeyedSetBase::RecordAt(item)));
+      }
+      for (std::size_t i = 0; i < outside.size(); ++i) {
+        if (Outcome done = TransferRecord(*lane, lane->chosen[i], outside[i]); !done) return done;
       }
     }
     for (const auto& [lane, item] : std::exchange(deferred_, {})) {
@@ -270,7 +277,7 @@ class Importer {
     return order;
   }
 
-  Outcome TransferRecord(Lane& lane, ITR item) {
+  Outcome TransferRecord(Lane& lane, ITR item, ITR outside) {
     waits_ = false;
     belongs_nowhere_ = false;
     TStructBase* record = Prepared(lane, item, true);
@@ -278,8 +285,8 @@ class Importer {
     // What belongs to a record has taken its key, and replaces what is there for it.
     const bool keep = options_.keep_keys || OwnerRow(lane.from->GetSchema());
     const bool overwrites = keep && lane.to->Find(record->GetKey());
-    const ITR outside = lane.store->InsertNUExtDB(record);
-    const ITR pos = outside ? lane.store->TransferToDB(outside, keep, 0) : 0;
+    const bool ready = lane.store->SetAtNUExtDB(outside, record) != 0;
+    const ITR pos = ready ? lane.store->TransferToDB(outside, keep, 0) : 0;
     if (!pos) return Refused(lane, item);
     lane.overwritten += overwrites;
     lane.PositionOf(item) = pos;
@@ -311,6 +318,7 @@ class Importer {
                               StoreAt(slot, found);
                             });
         if (loose) DropEntries(*row, bytes, [](ITR entry) { return entry == kLoose; });
+        belongs_nowhere_ |= loose && row->on_removal == OnRemoval::kDie;
       } else {
         const ITR found = Resolve(member(*row, LoadAt<Key>(bytes + row->offset)));
         StoreAt<ITR>(bytes + row->offset, found == kLoose ? 0 : found);
@@ -381,7 +389,7 @@ class Importer {
   std::uint16_t last_type_ = 0;
   Lane* last_lane_ = nullptr;
   bool waits_ = false;            // the record at hand refers to one that is yet to come
-  bool belongs_nowhere_ = false;  // the record at hand belongs to one that does not come
+  bool belongs_nowhere_ = false;  // the record at hand is nothing without one that does not come
   ImportReport report_;
 };
 
@@ -419,6 +427,13 @@ Result<std::unique_ptr<ExternalModel>> ExternalModel::Open(const std::string& pa
   if (!reader) return reader.Error();
   auto model = std::make_unique<ExternalModel>(setup);
   CQXDBSession& records = model->records_;
+  for (const ModelFileReport::Pool& pool : (*reader)->Report().pools) {
+    if (pool.records == 0 || records.GetDataPool(pool.type)) continue;
+    return Failure{
+        path, "pool " + pool.io_name,
+        fmt::format("holds records of type {}, which this program does not know", pool.type),
+        "open it with the program that wrote it"};
+  }
   if (Outcome units = (*reader)->ReadUnits(records.Units()); !units) return units.Error();
   Outcome outcome;
   for (DPoolBase* pool : records.Pools()) {

@@ -20,6 +20,17 @@ std::u16string IONameOf(std::string_view record_name) {
 DPoolBase::DPoolBase(std::uint16_t type, CQXDBSession* session)
     : session_(session), type_(type), recorder_(session) {}
 
+TStructBase* FreshRecord(DPoolBase& pool) {
+  TStructBase* record = pool.GetDataPtrForUndoRedo();
+  for (const Row& row : pool.GetSchema().Rows()) {
+    if (row.IsArray()) continue;
+    std::memset(reinterpret_cast<char*>(record) + row.offset, 0,
+                static_cast<std::size_t>(row.size));
+  }
+  record->Init();
+  return record;
+}
+
 DPoolBase::~DPoolBase() = default;
 
 ITR DPoolBase::GetItr(const char16_t* name) {

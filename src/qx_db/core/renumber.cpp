@@ -1,6 +1,6 @@
 #include "qx_db/core/renumber.h"
 
-#include <algorithm>
+#include <set>
 #include <unordered_map>
 #include <unordered_set>
 
@@ -58,6 +58,20 @@ Result<std::vector<KeyChange>> OwnKeys(DPoolBase& pool, const KeyMap& map) {
   return changes;
 }
 
+/// Whether a record that belongs to another by its key would take the key of one that stays.
+Outcome CheckOwned(const std::vector<KeyChange>& changes) {
+  std::set<std::pair<const DPoolBase*, Key>> leaving;
+  for (const KeyChange& change : changes) leaving.emplace(change.pool, KeyOf(change.pos));
+  for (const KeyChange& change : changes) {
+    if (change.offset != 8 || leaving.contains({change.pool, change.key})) continue;
+    if (!change.pool->Find(change.key)) continue;
+    return Failure{"", change.pool->GetAPIName().ToUtf8() + " " + std::to_string(change.key),
+                   "has the key that another one would follow to, and belongs to nothing",
+                   "delete it first"};
+  }
+  return {};
+}
+
 /// The members anywhere that hold a key of the pool which changes.
 std::vector<KeyChange> KeysElsewhere(CQXDBSession& session, const DPoolBase& pool,
                                      const KeyMap& map) {
@@ -92,6 +106,7 @@ Outcome Renumber(CQXDBSession& session, DPoolBase& pool, const KeyMap& map) {
   const Result<std::vector<KeyChange>> own = OwnKeys(pool, map);
   if (!own) return own.Error();
   const std::vector<KeyChange> elsewhere = KeysElsewhere(session, pool, map);
+  if (Outcome free = CheckOwned(elsewhere); !free) return free;
   CTransaction transaction(&session);
   transaction.Begin(qxLoadText("IDS_QX_TRANS_RENUMBER").c_str());
   for (const auto* changes : {&*own, &elsewhere}) {

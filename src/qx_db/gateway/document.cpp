@@ -153,6 +153,8 @@ Field Record::Find(std::string_view name) const {
   return Field(parsed.member, Wrap(*member), allocator_).At(*parsed.index);
 }
 
+bool Record::IsObject() const { return value_ && Cast(*value_).IsObject(); }
+
 std::vector<std::string_view> Record::FieldNames() const {
   std::vector<std::string_view> names;
   if (IsDetached() || !Cast(*value_).IsObject()) return names;

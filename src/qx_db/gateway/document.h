@@ -120,6 +120,8 @@ class QXDB_API Record {
       : value_(value), allocator_(allocator), document_(document), table_(table), key_(key) {}
 
   bool IsDetached() const { return !value_ || !allocator_; }
+  /// Whether it is an object of fields at all.
+  bool IsObject() const;
   /// Names of the fields, in order; repeated names stand as often as they are there.
   std::vector<std::string_view> FieldNames() const;
   std::size_t FieldCount() const;

@@ -1,5 +1,7 @@
 #include "qx_db/gateway/document_exchange.h"
 
+#include <set>
+
 #include "qx_db/core/transaction.h"
 #include "qx_db/lib/message.h"
 
@@ -21,23 +23,41 @@ void MakeRecords(DPoolBase& pool, DataBase& document) {
   if (!table) return;
   table->ForEach([&](Key key, std::string_view, const dbgateway::Record&) {
     if (key == 0 || pool.Find(key)) return;
-    TStructBase* record = pool.GetDataPtrForUndoRedo();
-    record->Init();
+    TStructBase* record = FreshRecord(pool);
     StoreAt(reinterpret_cast<char*>(record) + 8, key);
     pool.InsertNU(record);
   });
 }
 
+/// Tells of tables that no pool reads, and of tables that stand there twice.
+void TellOfUnread(DataBase& document, const std::vector<DPoolBase*>& pools) {
+  std::set<std::string> known, met;
+  for (const DPoolBase* pool : pools) {
+    if (pool->GetSchema().Gateway().empty()) continue;
+    known.insert(pool->GetAPIName().ToUtf8());
+    known.insert("__CMD_DEL_" + pool->GetAPIName().ToUtf8());
+  }
+  for (const std::string& name : document.CollectionNames()) {
+    if (!known.contains(name)) document.Tell({name, 0, "", "is not a table that is read here"});
+    if (!met.insert(name).second) {
+      document.Tell({name, 0, "", "stands there more than once; the last counts"});
+    }
+  }
+}
+
 /// The failure of a read that a pool refused: the last thing told, or the pool itself.
 Failure Refused(const DPoolBase& pool, const DataBase& document) {
   const std::string place = "table " + pool.GetAPIName().ToUtf8();
-  if (document.Report().empty()) return {"", place, "was refused by the model", "see its messages"};
-  return {"", "", document.Report().back().Line(), "correct it, or read without being strict"};
+  if (document.Report().empty())
+    return {"", place, "was refused by the model", "see the message above"};
+  return {
+      "", "", document.Report().back().Line(),
+      document.IsStrict() ? "correct it, or read without being strict" : "see the message above"};
 }
 
 Outcome Commit(CTransaction& transaction) {
   if (transaction.Commit()) return {};
-  return Failure{"", "", "the model refused the edit", "see its messages"};
+  return Failure{"", "", "the model refused the edit", "see the message above"};
 }
 
 }  // namespace
@@ -46,6 +66,7 @@ Outcome ReadDocument(CQXDBSession& session, DataBase& document, std::span<DPoolB
   const std::vector<DPoolBase*> chosen = Chosen(session, pools);
   CTransaction transaction(&session);
   transaction.Begin(qxLoadText("IDS_QX_TRANS_READ_GATEWAY").c_str());
+  TellOfUnread(document, chosen);
   for (DPoolBase* pool : chosen) MakeRecords(*pool, document);
   for (DPoolBase* pool : chosen) {
     if (!pool->ReadAPI(&document, 0)) return Refused(*pool, document);

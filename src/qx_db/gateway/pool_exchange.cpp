@@ -66,6 +66,7 @@ class PoolReader {
         return;
       }
       keys.push_back(key);
+      if (!from.IsObject()) document_.Tell({name, key, "", "is not an object of fields"});
       ReadRecord(key, from);
     });
     TellRepeated(std::move(keys), *table, document_);
@@ -74,16 +75,25 @@ class PoolReader {
   void RemoveListed(const std::string& name) {
     const auto table = document_.FindCollection(name);
     if (!table) return;
+    if (!table->IsTable()) {
+      document_.Tell({name, 0, "", "is not a list of keys"});
+      return;
+    }
     table->ForEachValue([&](const Field& value) {
       const Key key = value.Integer();
+      if (!value.IsInteger()) document_.Tell({name, key, "", "stands for what is no integer"});
       const ITR found = key != 0 ? pool_.Find(key) : 0;
-      if (found) {
-        pool_.Remove(found);
-      } else {
+      if (!found) {
         document_.Tell({name, key, "", "names no record to delete"});
+      } else if (!pool_.Remove(found)) {
+        refused_ = true;
+        document_.Tell({name, key, "", "was not given up by the model"});
       }
     });
   }
+
+  /// Whether the pool did not take a record; the read as a whole is off then.
+  bool HasRefused() const { return refused_; }
 
  private:
   void ReadRecord(Key key, dbgateway::Record& from) {
@@ -92,8 +102,7 @@ class PoolReader {
     if (existing) {
       record = pool_.CopyToDummyPtr(existing);
     } else {
-      record = pool_.GetDataPtrForUndoRedo();
-      record->Init();
+      record = FreshRecord(pool_);
     }
     const Schema& schema = pool_.GetSchema();
     const bool has_units = !schema.UnitRows().empty();
@@ -109,11 +118,9 @@ class PoolReader {
       RestoreAbsent(schema, from, former_.data(), *record);
       TellUnconverted(*record);
     }
-    if (existing) {
-      pool_.SetAtNU(existing, record);
-    } else {
-      pool_.InsertNU(record);
-    }
+    if (existing ? pool_.SetAtNU(existing, record) != 0 : pool_.InsertNU(record) != 0) return;
+    refused_ = true;
+    document_.Tell({pool_.GetAPIName().ToUtf8(), key, "", "was refused by the model"});
   }
 
   /// Numbers of a kind that nobody here knows pass as they are, which matters where units differ.
@@ -129,6 +136,7 @@ class PoolReader {
   CQXDBSession& session_;
   DataBase& document_;
   std::vector<char> former_;
+  bool refused_ = false;
 };
 
 }  // namespace
@@ -137,6 +145,7 @@ class PoolReader {
 
 bool DPoolBase::ReadAPI(DataBase* from, int remove) {
   if (schema_->Gateway().empty()) return true;
+  if (!session_) return false;  // a pool of its own finds no references
   const std::string name = GetAPIName().ToUtf8();
   CTransaction transaction(session_);
   if (!transaction.Begin(qxLoadText("IDS_QX_TRANS_ADD_" + name).c_str())) return false;
@@ -147,7 +156,7 @@ bool DPoolBase::ReadAPI(DataBase* from, int remove) {
   } else {
     reader.ReadTable(name);
   }
-  if (from->IsStrict() && from->Report().size() > told) return false;
+  if (reader.HasRefused() || (from->IsStrict() && from->Report().size() > told)) return false;
   return transaction.Commit() != 0;
 }
 
@@ -159,7 +168,7 @@ bool DPoolBase::WriteAPI(DataBase* to, TArray<Key>& keys, int) {
     ITR found = Find(key);
     if (!found) continue;
     TStructBase* record = CopyToDummyPtr(found);
-    record->ConvertUnitOut(&session_->Units());
+    if (session_) record->ConvertUnitOut(&session_->Units());
     dbgateway::Record entry = table.Add(key);
     record->api_convert_db_to_record(session_, &entry, 0);
   }
@@ -168,9 +177,7 @@ bool DPoolBase::WriteAPI(DataBase* to, TArray<Key>& keys, int) {
 
 bool DPoolBase::DescAPI(Field* to) {
   if (schema_->Gateway().empty()) return true;
-  TStructBase* record = GetDataPtrForUndoRedo();
-  record->Init();
-  return record->api_description(to);
+  return FreshRecord(*this)->api_description(to);
 }
 
 }  // namespace qx

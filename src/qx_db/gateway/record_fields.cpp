@@ -115,16 +115,18 @@ Json MakeValue(const GatewayField& field, const Row& row, char* bytes, Allocator
 
 // ---- in -----------------------------------------------------------------------------------------
 
-void ReadNumber(const Field& value, const char* name, Number number, char* at,
+/// A flag takes a Boolean, 0 or 1; another integer is kept, and told.
+void ReadNumber(const Field& value, const char* name, Number number, bool boolean, char* at,
                 dbgateway::Record& from) {
   if (number == Number::kDouble) {
     if (!value.IsNumber()) from.Tell(name, Mismatch(value, "Real"));
     return StoreAt(at, value.Real());
   }
-  const bool whole = value.IsInteger() || value.IsBool();
-  if (!whole) from.Tell(name, Mismatch(value, "Integer"));
+  const bool is_flag = value.IsBool() || (value.IsInteger() && (value.Integer64() | 1) == 1);
+  const bool fits = boolean ? is_flag : value.IsInteger();
+  if (!fits) from.Tell(name, Mismatch(value, boolean ? "Bool" : "Integer"));
   if (number == Number::kInt64) return StoreAt<std::int64_t>(at, value.Integer64());
-  const std::int32_t integer = value.IsBool() ? value.Real() != 0 : value.Integer();
+  const std::int32_t integer = boolean && value.IsBool() ? value.Real() != 0 : value.Integer();
   if (value.IsInteger() && std::trunc(value.Real()) != integer) {
     from.Tell(name, "does not fit into 32 bits");
   }
@@ -141,7 +143,7 @@ void ReadArray(const Field& value, const char* name, const Numbers& numbers,
   }
   for (std::size_t i = 0; i < std::min(value.Size(), count); ++i) {
     char* at = numbers.at + i * static_cast<std::size_t>(numbers.Width());
-    ReadNumber(value.At(i), name, numbers.number, at, from);
+    ReadNumber(value.At(i), name, numbers.number, numbers.boolean, at, from);
   }
 }
 
@@ -150,7 +152,9 @@ void ReadElement(const Field& value, const GatewayField& field, const Row& row, 
   if (field.elements.empty()) {
     Numbers numbers{row.number, at, 0, field.booleans};
     numbers.count = row.element_size / numbers.Width();
-    if (numbers.count == 1) return ReadNumber(value, field.name, row.number, at, from);
+    if (numbers.count == 1) {
+      return ReadNumber(value, field.name, row.number, field.booleans, at, from);
+    }
     return ReadArray(value, field.name, numbers, from);
   }
   if (!value.IsObject()) return from.Tell(field.name, Mismatch(value, "Object"));
@@ -159,7 +163,7 @@ void ReadElement(const Field& value, const GatewayField& field, const Row& row, 
     if (!member) continue;
     const Numbers numbers{part.number, at + part.offset, part.count, part.boolean};
     if (part.count == 1) {
-      ReadNumber(member, part.name, part.number, numbers.at, from);
+      ReadNumber(member, part.name, part.number, part.boolean, numbers.at, from);
     } else {
       ReadArray(member, part.name, numbers, from);
     }
@@ -181,7 +185,7 @@ void ReadElements(const Field& value, const GatewayField& field, const Row& row,
 void ReadSplit(const Field& value, const GatewayField& field, char* at, dbgateway::Record& from) {
   const bool low = field.form == GatewayField::Form::kLow24;
   std::uint32_t part = 0;
-  ReadNumber(value, field.name, Number::kInt32, reinterpret_cast<char*>(&part), from);
+  ReadNumber(value, field.name, Number::kInt32, false, reinterpret_cast<char*>(&part), from);
   const std::uint32_t most = low ? 0xFFFFFF : 0xFF;
   if (part > most) from.Tell(field.name, "is not between 0 and " + std::to_string(most));
   const auto whole = LoadAt<std::uint32_t>(at);
@@ -230,11 +234,15 @@ void ReadText(const Field& value, const GatewayField& field, const Row& row, cha
               dbgateway::Record& from) {
   if (!value.IsText()) from.Tell(field.name, Mismatch(value, "String"));
   std::u16string text = Utf16(value.Text());
-  text.resize(std::min(text.find(u'\0'), text.size()));
+  if (const std::size_t end = text.find(u'\0'); end != std::u16string::npos) {
+    from.Tell(field.name, "is cut at a NUL character");
+    text.resize(end);
+  }
   const auto room = static_cast<std::size_t>(row.size) / 2 - 1;
   if (text.size() > room) {
     from.Tell(field.name, "is cut at " + std::to_string(room) + " characters");
-    text.resize(room);
+    const bool splits_pair = (text[room - 1] & 0xFC00) == 0xD800;
+    text.resize(splits_pair ? room - 1 : room);
   }
   std::memset(bytes + row.offset, 0, static_cast<std::size_t>(row.size));
   std::memcpy(bytes + row.offset, text.data(), text.size() * 2);
@@ -305,7 +313,8 @@ bool GatewayRead(const Schema& schema, CQXDBSession* session, dbgateway::Record&
     } else if (field.type == GatewayField::Type::kArray) {
       ReadArray(value, field.name, NumbersOf(field, row, bytes), from);
     } else {
-      ReadNumber(value, field.name, row.number, bytes + row.offset, from);
+      ReadNumber(value, field.name, row.number, field.type == GatewayField::Type::kBool,
+                 bytes + row.offset, from);
     }
   }
   if (from.FieldCount() != found) TellOfOthers(schema, from);

@@ -118,7 +118,7 @@ Result<CadInstance> FindCadGeometry(const CQXDBSession& session, const ICADSessi
   }
   const bool fits = std::all_of(found.edges.begin(), found.edges.end(),
                                 [&](const auto& edge) { return cad.HasEdge(edge.first); });
-  if (!fits || found.edges.size() > static_cast<std::size_t>(cad.GetEdgeCount())) {
+  if (!fits || found.edges.size() != static_cast<std::size_t>(cad.GetEdgeCount())) {
     return Failure{name, "", "has other edges than when it was brought into the model",
                    "bring it in again"};
   }

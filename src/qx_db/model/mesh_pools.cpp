@@ -304,7 +304,7 @@ int DPoolElem::RemoveAttached(ITR pos) {
 }
 
 int DPoolElem::RemoveNext(ITR& pos) {
-  if (pos == 0 || !RemoveAttached(pos)) return 0;
+  if (pos == 0 || KeyedSetBase::IsRemoved(pos) || !RemoveAttached(pos)) return 0;
   RemoveDataAssoc(pos);
   const bool follow = AssociationIsCurrent();
   const int result = DPool::RemoveNext(pos);

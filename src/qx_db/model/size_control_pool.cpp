@@ -23,8 +23,8 @@ bool IsLocked(const tagTSzct& control) {
                      [](std::int32_t flag) { return flag != 0; });
 }
 
-bool HasEdges(const tagTSzct& control) {
-  return !control.edges.IsEmpty() || !control.reversed_edges.IsEmpty();
+bool IsInUse(const tagTSzct& control) {
+  return !control.edges.IsEmpty() || !control.reversed_edges.IsEmpty() || !control.bodies.IsEmpty();
 }
 
 template <class Leaves>
@@ -137,14 +137,14 @@ int DPoolSzct::Drop(Leaves&& leaves, Empty empty) {
   for (ITR pos = GetHeadPosition(); pos;) {
     const tagTSzct& before = GetAtNU(pos);
     const bool changes = AnyLeaves(before, leaves);
-    const bool had_edges = HasEdges(before);
+    const bool had_edges = IsInUse(before);
     const bool locked = IsLocked(before);
     tagTSzct after;
     if (changes) {
       after = before;
       DropFrom(after, leaves);
     }
-    const bool has_edges = changes ? HasEdges(after) : had_edges;
+    const bool has_edges = changes ? IsInUse(after) : had_edges;
     const bool goes = !has_edges && !locked &&
                       (empty == Empty::kLeave || (empty == Empty::kLeaveIfEmptied && had_edges));
     if (goes) {

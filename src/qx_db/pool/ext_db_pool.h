@@ -15,6 +15,8 @@ class IExternalStore {
   virtual ~IExternalStore() = default;
   /// Adds a copy to the external store; 0 when its key is negative or taken there.
   virtual ITR InsertNUExtDB(const TStructBase* record) = 0;
+  /// Replaces a record of the external store; 0 for a negative key.
+  virtual int SetAtNUExtDB(ITR item, const TStructBase* record) = 0;
   /// Where the record of an external key is: `external` 0 and a position in the pool proper once
   /// it was transferred, else 1 and a position in the external store, 0 when it is not there.
   virtual ITR FindExtDB(Key key, int& external) const = 0;
@@ -43,6 +45,9 @@ class QXDB_API DPoolExtDB : public DPool<T>, public IExternalStore {
   ITR InsertNUCustom(const TStructBase* record) override { return InsertNUExtDB(record); }
   /// Replaces a record of the external store. One that was transferred becomes a new one there.
   int SetAtNUExtDB(ITR item, const T& record);
+  int SetAtNUExtDB(ITR item, const TStructBase* record) override {
+    return SetAtNUExtDB(item, static_cast<const T&>(*record));
+  }
   /// The positions in the external store, as CKeySet::GetItrList gives them.
   std::int32_t GetItrListExtDB(TArray<ITR>& out, int sorted) {
     return Outside().store.GetItrList(out, sorted);

@@ -256,7 +256,7 @@ int KeyedSetBase::RemoveNext(ITR& pos) {
 int KeyedSetBase::RemoveWithoutDelete(ITR pos) { return RemoveNextWithoutDelete(pos); }
 
 int KeyedSetBase::RemoveNextWithoutDelete(ITR& pos) {
-  if (pos == 0) return 0;
+  if (pos == 0 || IsRemoved(pos)) return 0;  // once out, it is in no list to leave
   char* item = ToItem(pos);
   OnUnlink(item);
   table_.Unlink(item);

@@ -22,6 +22,12 @@ class DataBase;
 /// The I/O name of the pool of a record type: "_NODE" for "tagTNode".
 QXDB_API std::u16string IONameOf(std::string_view record_name);
 
+class DPoolBase;
+
+/// The pool type's scratch record with the default of every member, also of those that Init leaves
+/// alone.
+QXDB_API TStructBase* FreshRecord(DPoolBase& pool);
+
 /// One pool of a session. The order of the virtual operations is part of the binary interface;
 /// DPool<T> continues it. Unless said otherwise operations return 1 or an iterator for success
 /// and 0 for failure.
