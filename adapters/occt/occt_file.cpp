@@ -197,4 +197,6 @@ Result<std::unique_ptr<ICADSession>> ReadCadFile(const std::string& path, double
 /// (The name is the leak detector's.)
 extern "C" const char* __lsan_default_suppressions();
 extern "C" const char* __lsan_default_suppressions() { return "leak:libTK\n"; }
+extern "C" const char* __lsan_default_options();
+extern "C" const char* __lsan_default_options() { return "print_suppressions=0"; }
 #endif

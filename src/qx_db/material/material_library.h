@@ -55,6 +55,6 @@ UnitSystem SystemOf(std::string_view length, std::string_view force, std::string
 Outcome CheckMayWrite(const std::string& path);
 
 /// Fails when a name is not well-formed UTF-16, and so could not be written to a text without loss.
-Outcome CheckName(const CString& name, const std::string& file);
+QXDB_API Outcome CheckName(const CString& name, const std::string& file);
 
 }  // namespace qx
