@@ -42,6 +42,7 @@ struct Benchmark {
 };
 void KeyedSet();
 void Undo();
+void DurableSteps();
 void File();
 void Gateway();
 void Mesh();

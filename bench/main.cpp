@@ -67,7 +67,7 @@ int main(int argc, char** argv) {
       {"keyed_set", KeyedSet}, {"undo", Undo},          {"file", File},
       {"gateway", Gateway},    {"mesh", Mesh},          {"mesh_util", MeshUtil},
       {"mesh_sets", MeshSets}, {"material", Materials}, {"image", Image},
-      {"import", Import},      {"seed", Seed}};
+      {"import", Import},      {"seed", Seed},          {"durability", DurableSteps}};
   for (const Benchmark& benchmark : kBenchmarks) {
     const bool chosen = argc == 1 || std::any_of(argv + 1, argv + argc, [&](const char* name) {
                           return std::string_view(name) == benchmark.name;

@@ -15,6 +15,7 @@ void AddExport(CLI::App& app, Context& context);
 void AddInfo(CLI::App& app, Context& context);
 void AddShow(CLI::App& app, Context& context);
 void AddEdit(CLI::App& app, Context& context);
+void AddHistory(CLI::App& app, Context& context);
 void AddGateway(CLI::App& app, Context& context);
 void AddVerify(CLI::App& app, Context& context);
 void AddCheck(CLI::App& app, Context& context);

@@ -36,6 +36,7 @@ int main(int argc, char** argv) {
   AddInfo(app, context);
   AddShow(app, context);
   AddEdit(app, context);
+  AddHistory(app, context);
   AddGateway(app, context);
   AddVerify(app, context);
   AddCheck(app, context);

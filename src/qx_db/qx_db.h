@@ -12,6 +12,7 @@
 #include "qx_db/core/document.h"
 #include "qx_db/core/model_diff.h"
 #include "qx_db/core/model_file.h"
+#include "qx_db/core/read_snapshot.h"
 #include "qx_db/core/renumber.h"
 #include "qx_db/core/session.h"
 #include "qx_db/core/transaction.h"

@@ -55,7 +55,11 @@ int Write(sqlite3_file* file, const void* from, int size, sqlite3_int64 at) {
   if (!self->is_database || !whole_page) return inner->pMethods->xWrite(inner, from, size, at);
   std::vector<char>& page = *self->page;
   const auto bytes = static_cast<std::size_t>(size);
-  page.assign(static_cast<const char*>(from), static_cast<const char*>(from) + bytes);
+  try {
+    page.assign(static_cast<const char*>(from), static_cast<const char*>(from) + bytes);
+  } catch (const std::bad_alloc&) {  // nothing may be thrown through SQLite
+    return SQLITE_IOERR_NOMEM;
+  }
   StoreAt(page.data() + bytes - kPageReserve,
           PageChecksum(page.data(), bytes, static_cast<std::uint64_t>(at / size)));
   return inner->pMethods->xWrite(inner, page.data(), size, at);
@@ -206,12 +210,11 @@ Result<DatabaseHeader> CheckPages(const std::string& path, std::uint32_t applica
   if (!possible) return Failure{path, "header", "is damaged", kDamaged};
   in.seekg(0, std::ios::end);
   const auto size = static_cast<std::uint64_t>(in.tellg());
-  const std::uint64_t expected = std::uint64_t{header.page_size} * header.page_count;
-  if (size != expected) {
-    return Failure{path, "byte " + std::to_string(std::min(size, expected)),
-                   size < expected ? "is truncated: " + std::to_string(size) + " of " +
-                                         std::to_string(expected) + " bytes"
-                                   : "has bytes after its end",
+  header.file_size = size;
+  if (size < header.PageBytes()) {
+    return Failure{path, "byte " + std::to_string(size),
+                   "is truncated: " + std::to_string(size) + " of " +
+                       std::to_string(header.PageBytes()) + " bytes",
                    kDamaged};
   }
   in.seekg(0);
@@ -220,7 +223,8 @@ Result<DatabaseHeader> CheckPages(const std::string& path, std::uint32_t applica
   for (std::uint64_t page = 0; page < header.page_count;) {
     in.read(block.data(), static_cast<std::streamsize>(block.size()));
     const auto bytes = static_cast<std::size_t>(in.gcount());
-    for (std::size_t at = 0; at + header.page_size <= bytes; at += header.page_size, ++page) {
+    for (std::size_t at = 0; at + header.page_size <= bytes && page < header.page_count;
+         at += header.page_size, ++page) {
       const char* bytes_of_page = block.data() + at;
       if (LoadAt<std::uint64_t>(bytes_of_page + header.page_size - kPageReserve) !=
           PageChecksum(bytes_of_page, header.page_size, page)) {

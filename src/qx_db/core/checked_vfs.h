@@ -25,11 +25,13 @@ struct DatabaseHeader {
   std::uint32_t page_count;
   std::uint32_t application_id;
   std::uint32_t format;  ///< the user version
+  std::uint64_t file_size;
+  std::uint64_t PageBytes() const { return std::uint64_t{page_size} * page_count; }
 };
 
 /// Reads the file at `path` raw: it must be a database with the application id given, of whole
-/// pages, each with the right checksum. The first fault is reported with its page. Cost: one
-/// sequential read.
+/// pages, each with the right checksum. What follows the pages is not looked at. The first fault is
+/// reported with its page. Cost: one sequential read.
 Result<DatabaseHeader> CheckPages(const std::string& path, std::uint32_t application_id);
 
 }  // namespace qx

@@ -1,6 +1,7 @@
 #include "qx_db/core/journal.h"
 
 #include <algorithm>
+#include <new>
 
 #include "qx_db/core/session.h"
 
@@ -87,25 +88,49 @@ void Journal::RollbackTo(std::size_t mark) {
 }
 
 void Journal::Discard() {
+  if (reserved_) done_.pop_back();
+  reserved_ = false;
   if (open_) RollbackTo(0);
   open_ = false;
 }
 
+void Journal::ReserveClose() {
+  if (!reserved_) done_.emplace_back();
+  reserved_ = true;
+}
+
 bool Journal::Close() {
+  open_ = false;
+  if (current_.changes.empty()) return false;
+  CloseEvenEmpty();
+  return true;
+}
+
+void Journal::CloseEvenEmpty() {
   open_ = false;
   for (const Change& change : current_.changes) {
     if (change.operation == tagTRNotify::kModified) ClearModified(change.item);
   }
-  if (current_.changes.empty()) return false;
+  ReserveClose();
+  reserved_ = false;
   ForgetUndone();
-  done_.push_back(std::move(current_));
+  done_.back() = std::move(current_);
   current_ = Step{};
-  return true;
 }
 
 // ---- taking back and doing again ----------------------------------------------------------------
 
+/// An image that memory ran out for is restored once more: half a step taken back is worse than
+/// asking twice.
 void Journal::RestoreImage(const Step& step, const Change& change, bool before) {
+  try {
+    TryRestoreImage(step, change, before);
+  } catch (const std::bad_alloc&) {
+    TryRestoreImage(step, change, before);
+  }
+}
+
+void Journal::TryRestoreImage(const Step& step, const Change& change, bool before) {
   const Step::Images& images = step.images[change.list_epoch];
   const char* image = step.bytes.data() + (before ? images.before : images.after);
   const auto size = static_cast<int>(before ? images.before_size : images.after_size);
@@ -127,9 +152,12 @@ void Journal::Detach(Step& step, std::size_t begin, std::size_t end) {
   constexpr std::size_t kWorthwhile = 64;
   bool at_once = false;
   if (end - begin >= kWorthwhile) {
-    std::vector<ITR> items(end - begin);
-    for (std::size_t i = begin; i < end; ++i) items[i - begin] = step.changes[i].item;
-    at_once = set.DetachTail(items);
+    try {
+      std::vector<ITR> items(end - begin);
+      for (std::size_t i = begin; i < end; ++i) items[i - begin] = step.changes[i].item;
+      at_once = set.DetachTail(items);
+    } catch (const std::bad_alloc&) {  // one by one, then
+    }
   }
   for (std::size_t i = end; i-- > begin;) {
     Change& change = step.changes[i];
@@ -223,6 +251,20 @@ void Journal::ForgetOldest() {
 void Journal::Forget() {
   ForgetUndone();
   while (!done_.empty()) ForgetOldest();
+}
+
+std::int64_t Journal::NumberSteps(std::int64_t next, std::int64_t time_ms) {
+  const auto learn = [&](const Step& step) { next = std::max(next, step.number + 1); };
+  std::for_each(done_.begin(), done_.end(), learn);
+  std::for_each(undone_.begin(), undone_.end(), learn);
+  const auto stamp = [&](Step& step) {
+    if (step.number != 0) return;
+    step.number = next++;
+    step.time_ms = time_ms;
+  };
+  std::for_each(done_.begin(), done_.end(), stamp);
+  std::for_each(undone_.rbegin(), undone_.rend(), stamp);
+  return next;
 }
 
 void Journal::SetLimits(const HistoryLimits& limits) {

@@ -45,6 +45,10 @@ struct Step {
   AppendLog<Images> images;
   AppendLog<char> bytes;  ///< the images
   std::size_t held = 0;   ///< bytes of removed records that only this step keeps alive
+  /// Where a file keeps the step: its number there, and when it was committed, in milliseconds
+  /// since 1970. 0 without a file.
+  std::int64_t number = 0;
+  std::int64_t time_ms = 0;
 
   /// Memory that dropping the step would free.
   std::size_t Footprint() const {
@@ -74,6 +78,7 @@ class QXDB_API Journal {
   void Open(std::u16string_view name);
   bool IsOpen() const { return open_; }
   const Step& Current() const { return current_; }
+  Step& Current() { return current_; }
   void Record(const tagTRNotify& notice);
   void Reserve(std::size_t count) { current_.changes.reserve(current_.changes.size() + count); }
   /// Takes back the changes of the open step after the first `mark` ones. It stays open.
@@ -83,6 +88,10 @@ class QXDB_API Journal {
   /// Ends the open step; one that changed nothing leaves no trace. True when it was kept. The
   /// limits apply when EnforceLimits is called next, so that the step can be announced first.
   bool Close();
+  /// The same for a step from a file, which is kept even when it changed nothing.
+  void CloseEvenEmpty();
+  /// Makes room, so that Close cannot fail.
+  void ReserveClose();
 
   // ---- history ----------------------------------------------------------------------------------
 
@@ -98,12 +107,26 @@ class QXDB_API Journal {
   /// Drops all history and frees what only it held.
   void Forget();
 
+  /// Gives steps without a number the next ones; see the session.
+  std::int64_t NumberSteps(std::int64_t next, std::int64_t time_ms);
+
+  // ---- history from a file ----------------------------------------------------------------------
+
+  /// An empty step, to be filled while it is taken back; it is the next to redo.
+  Step& AddUndone() { return undone_.emplace_back(); }
+  /// Exchanges the histories of two journals whose sessions have exchanged their contents.
+  void SwapHistory(Journal& other) {
+    done_.swap(other.done_);
+    undone_.swap(other.undone_);
+  }
+
  private:
   DPoolBase& Pool(std::uint16_t type) const;
   void TakeBack(Step& step, std::size_t mark);
   void DoAgain(Step& step);
   void Detach(Step& step, std::size_t begin, std::size_t end);
   void RestoreImage(const Step& step, const Change& change, bool before);
+  void TryRestoreImage(const Step& step, const Change& change, bool before);
   void ForgetUndone();
   void ForgetOldest();
   void FreeDetached(Step& step, std::uint16_t operation);
@@ -111,6 +134,7 @@ class QXDB_API Journal {
   CQXDBSession& session_;
   HistoryLimits limits_;
   bool open_ = false;
+  bool reserved_ = false;  // the last of done_ is room for the open step
   Step current_;
   std::deque<Step> done_;     // oldest first
   std::vector<Step> undone_;  // the next to redo last

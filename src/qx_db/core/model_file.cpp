@@ -5,12 +5,16 @@
 #include <cstdio>
 #include <filesystem>
 #include <map>
+#include <random>
 #include <sqlite3.h>
 #include <xxhash.h>
 
 #include "qx_db/core/checked_vfs.h"
 #include "qx_db/core/image_stream.h"
+#include "qx_db/core/model_lock.h"
 #include "qx_db/core/schema_text.h"
+#include "qx_db/core/step_log.h"
+#include "qx_db/core/step_replay.h"
 #include "qx_db/platform/file.h"
 #include "qx_db/record/verbs.h"
 
@@ -18,7 +22,7 @@ namespace qx {
 namespace {
 
 constexpr std::uint32_t kApplicationId = 0x51584D31;  // "QXM1"
-constexpr int kFormat = 1;
+constexpr int kFormat = 2;                            // 1 had no steps
 constexpr std::size_t kChunkBytes = std::size_t{1} << 20;
 constexpr std::size_t kLargestImage = 900'000'000;  // below the largest value of a database
 constexpr const char* kDamaged = "restore it from a backup";
@@ -90,15 +94,28 @@ std::int64_t Checksum(std::span<const char> bytes) {
   return static_cast<std::int64_t>(XXH3_64bits(bytes.data(), bytes.size()));
 }
 
-void RemoveFile(const std::string& path) {
-  std::error_code ignored;
-  std::filesystem::remove(PathFromUtf8(path), ignored);
+void RemoveFile(const std::string& path) { Files().Remove(path); }
+
+/// Tells the log of this file from that of any other.
+std::int64_t NewLogId() {
+  std::random_device random;
+  return static_cast<std::int64_t>(std::uint64_t{random()} << 32 | random());
+}
+
+/// A key that two records share, -1 when there is none. Such a file could not be read.
+Key SharedKey(const DPoolBase& pool) {
+  if (!pool.Set().MayShareKeys()) return -1;
+  for (ITR pos = pool.GetHeadPosition(); pos; pool.Next(pos)) {
+    if (pool.Find(KeyOf(pos)) != pos) return KeyOf(pos);
+  }
+  return -1;
 }
 
 /// The remedy for a database error while writing.
 Failure WriteFailure(const std::string& path, sqlite3* db) {
   const int code = sqlite3_errcode(db) & 0xFF;
-  const char* remedy = code == SQLITE_FULL || code == SQLITE_IOERR
+  const char* remedy = code == SQLITE_NOMEM ? "free some memory and save again"
+                       : code == SQLITE_FULL || code == SQLITE_IOERR
                            ? "free some disk space and save again"
                            : "check the folder and its permissions";
   return {path, "", std::string("cannot be written: ") + sqlite3_errmsg(db), remedy};
@@ -193,6 +210,10 @@ Outcome ModelFileWriter::WriteUnits(const CQXUnitCtrl& units) {
 Outcome ModelFileWriter::WritePool(const DPoolBase& pool) {
   Impl& w = *impl_;
   const Schema& schema = pool.GetSchema();
+  if (const Key key = SharedKey(pool); key >= 0) {
+    return Failure{w.path, "pool " + Utf8(pool.GetIOName()),
+                   "two records share the key " + std::to_string(key), "renumber one of them"};
+  }
   std::vector<char> images;
   images.reserve(kChunkBytes + kChunkBytes / 4);
   std::int64_t in_chunk = 0;
@@ -224,18 +245,47 @@ Outcome ModelFileWriter::WritePool(const DPoolBase& pool) {
   return w.pool.Run() ? Outcome() : Outcome(w.Fault());
 }
 
-Outcome ModelFileWriter::Finish(std::int64_t revision) {
+Outcome ModelFileWriter::Finish(std::int64_t revision, const StepFill& fill,
+                                std::unique_ptr<StepLog>* log) {
   Impl& w = *impl_;
+  const std::int64_t id = NewLogId();
   w.meta.Bind(1, std::string("revision")).Bind(2, revision);
+  if (!w.meta.Run()) return w.Fault();
+  w.meta.Bind(1, std::string("steps")).Bind(2, id);
   if (!w.meta.Run() || !w.Exec("COMMIT")) return w.Fault();
   w.FinalizeStatements();
   if (sqlite3_close(w.db.release()) != SQLITE_OK) {
     RemoveFile(w.sibling);
     return Failure{w.path, "", "cannot be closed", "save again"};
   }
-  Outcome replaced = ReplaceFileDurably(w.sibling, w.path);
-  if (!replaced) RemoveFile(w.sibling);
-  return replaced;
+  std::unique_ptr<StepLog> steps;
+  Outcome done = WriteSteps(id, fill, steps);
+  if (done) done = ReplaceFileDurably(w.sibling, w.path);
+  if (!done) {
+    Failure fault = done.Error();
+    fault.file = w.path;
+    RemoveFile(w.sibling);
+    return fault;
+  }
+  steps->SetPath(w.path);
+  if (log) *log = std::move(steps);
+  return done;
+}
+
+Outcome ModelFileWriter::WriteSteps(std::int64_t id, const StepFill& fill,
+                                    std::unique_ptr<StepLog>& steps) {
+  std::error_code error;
+  const std::uintmax_t size = std::filesystem::file_size(PathFromUtf8(impl_->sibling), error);
+  if (error) {
+    return Failure{impl_->path, "", "cannot be read back: " + error.message(), "save again"};
+  }
+  auto created = StepLog::Create(impl_->sibling, size, static_cast<std::uint64_t>(id));
+  if (!created) return created.Error();
+  steps = std::move(*created);
+  if (fill) {
+    if (Outcome filled = fill(*steps); !filled) return filled;
+  }
+  return steps->FinishNew();
 }
 
 // ---- reading ------------------------------------------------------------------------------------
@@ -245,6 +295,8 @@ struct ModelFileReader::Impl {
   Database db;
   ModelFileReport report;
   std::map<std::uint16_t, std::string> schemas;
+  std::uint64_t steps_start = 0;
+  std::uint64_t steps_id = 0;  // 0 in a file that has none
 
   Failure Fault(const std::string& place, const std::string& what) const {
     return {path, place, what, kDamaged};
@@ -260,6 +312,11 @@ Outcome ModelFileReader::Impl::ReadDirectory() {
   Statement revision(db.get(), "SELECT value FROM meta WHERE name='revision'");
   if (revision.Step() != SQLITE_ROW) return Fault("table meta", "has no revision");
   report.revision = revision.Int(0);
+  Statement steps(db.get(), "SELECT value FROM meta WHERE name='steps'");
+  if (steps.Step() == SQLITE_ROW) steps_id = static_cast<std::uint64_t>(steps.Int(0));
+  if (steps_id == 0 && report.file_bytes != steps_start) {
+    return Fault("byte " + std::to_string(steps_start), "has bytes after its end");
+  }
   Statement pools(db.get(), "SELECT code, io_name, schema, records, bytes FROM pool ORDER BY code");
   int step = 0;
   while ((step = pools.Step()) == SQLITE_ROW) {
@@ -278,13 +335,14 @@ Result<std::unique_ptr<ModelFileReader>> ModelFileReader::Open(const std::string
   impl->path = path;
   const Result<DatabaseHeader> header = CheckPages(path, kApplicationId);
   if (!header) return header.Error();
-  if (header->format != kFormat) {
+  if (header->format < 1 || header->format > kFormat) {
     return Failure{path, "header",
-                   "has format " + std::to_string(header->format) + ", this program reads format " +
-                       std::to_string(kFormat),
+                   "has format " + std::to_string(header->format) +
+                       ", this program reads formats up to " + std::to_string(kFormat),
                    "update this program"};
   }
-  impl->report.file_bytes = std::uint64_t{header->page_size} * header->page_count;
+  impl->report.file_bytes = header->file_size;
+  impl->steps_start = header->PageBytes();
   sqlite3* raw = nullptr;
   const int opened = sqlite3_open_v2(path.c_str(), &raw, SQLITE_OPEN_READONLY, nullptr);
   impl->db.reset(raw);
@@ -357,6 +415,86 @@ Outcome ModelFileReader::ReadPool(DPoolBase& pool) {
   return {};
 }
 
+namespace {
+
+/// Past steps are taken back newest first and done again; the others follow in their order.
+std::string ReplaySteps(const StepLogContents& log, StepReplay& replay) {
+  const auto past_end =
+      std::find_if(log.frames.begin(), log.frames.end(),
+                   [](const StepFrame& frame) { return frame.kind != FrameKind::kPast; });
+  for (auto frame = past_end; frame != log.frames.begin();) {
+    --frame;
+    if (std::string fault = replay.TakeBackPast(frame->payload, frame->time_ms); !fault.empty()) {
+      return "past step " + std::to_string(frame - log.frames.begin() + 1) + " " + fault;
+    }
+  }
+  if (std::string fault = replay.EndPast(); !fault.empty()) return fault;
+  for (auto frame = past_end; frame != log.frames.end(); ++frame) {
+    std::string fault;
+    if (frame->kind == FrameKind::kCommit) fault = replay.Commit(frame->payload, frame->time_ms);
+    if (frame->kind == FrameKind::kUndo) fault = replay.Undo();
+    if (frame->kind == FrameKind::kRedo) fault = replay.Redo();
+    if (frame->kind == FrameKind::kPast) fault = "is a past one after others";
+    if (!fault.empty()) {
+      return "step frame " + std::to_string(frame - log.frames.begin() + 1) + " " + fault;
+    }
+  }
+  return {};
+}
+
+}  // namespace
+
+Outcome ModelFileReader::ReadSteps(CQXDBSession& session, std::unique_ptr<StepNumbers>* numbers) {
+  Impl& r = *impl_;
+  if (numbers) {
+    *numbers = std::make_unique<StepNumbers>();
+    (*numbers)->Reset(session);
+  }
+  if (r.steps_id == 0) return {};
+  const auto log = StepLog::Read(r.path, r.steps_start, r.steps_id);
+  if (!log) return log.AsOutcome();
+  r.report.closed = log->closed;
+  r.report.unfinished_step = log->unfinished_step;
+  if (log->frames.empty()) return {};
+  std::map<std::uint16_t, std::unique_ptr<ImageReader>> readers;
+  for (const auto& [type, schema] : r.schemas) {
+    const DPoolBase* pool = session.GetDataPool(type);
+    if (!pool) continue;
+    auto reader = ImageReader::Make(pool->GetSchema(), schema);
+    if (!reader) return r.Fault(reader.Error().place, reader.Error().what);
+    readers[type] = std::move(*reader);
+  }
+  StepReplay replay(
+      session,
+      [&](std::uint16_t type) -> const ImageReader* {
+        const auto found = readers.find(type);
+        return found == readers.end() ? nullptr : found->second.get();
+      },
+      log->bytes.size());
+  const std::string fault = ReplaySteps(*log, replay);
+  if (!fault.empty()) return r.Fault("steps", fault);
+  for (const StepFrame& frame : log->frames) {
+    r.report.steps += frame.kind == FrameKind::kCommit || frame.kind == FrameKind::kUndo ||
+                      frame.kind == FrameKind::kRedo;
+  }
+  if (numbers) **numbers = std::move(replay.Numbers());
+  return {};
+}
+
+bool ModelFileReader::HasPresentForm(const CQXDBSession& session) const {
+  return std::all_of(session.Pools().begin(), session.Pools().end(), [&](const DPoolBase* pool) {
+    if (!pool->NeedSaveNLoad()) return true;
+    const auto stored = impl_->schemas.find(pool->GetTypeCode());
+    return stored != impl_->schemas.end() && stored->second == SchemaToText(pool->GetSchema());
+  });
+}
+
+Result<std::unique_ptr<StepLog>> ModelFileReader::OpenSteps() {
+  Impl& r = *impl_;
+  return r.steps_id == 0 ? std::unique_ptr<StepLog>()
+                         : StepLog::Open(r.path, r.steps_start, r.steps_id);
+}
+
 // ---- whole models -------------------------------------------------------------------------------
 
 namespace {
@@ -385,6 +523,12 @@ int qxLoadDPool(ModelFileReader& file, DPoolBase& pool, Outcome* outcome) {
 }
 
 Outcome SaveModel(const CQXDBSession& session, const std::string& path) {
+  const auto lock = ModelLock::Take(path);
+  return lock ? WriteModel(session, path, {}, nullptr) : lock.AsOutcome();
+}
+
+Outcome WriteModel(const CQXDBSession& session, const std::string& path, const StepFill& fill,
+                   std::unique_ptr<StepLog>* log) {
   std::uint64_t expected = 0;
   for (const DPoolBase* pool : session.Pools()) {
     expected += static_cast<std::uint64_t>(pool->GetSize()) * pool->GetCheckSize();
@@ -397,10 +541,45 @@ Outcome SaveModel(const CQXDBSession& session, const std::string& path) {
   for (const DPoolBase* pool : session.Pools()) {
     if (!qxSaveDPool(**writer, *pool, &outcome)) return outcome;
   }
-  return (*writer)->Finish(revision);
+  return (*writer)->Finish(revision, fill, log);
 }
 
-Outcome LoadModel(CQXDBSession& session, const std::string& path, ModelFileReport* report) {
+ModelContinuation::ModelContinuation() = default;
+ModelContinuation::~ModelContinuation() = default;
+
+namespace {
+
+/// Reads pages and steps into an empty session.
+Outcome ReadModel(ModelFileReader& reader, CQXDBSession& stage, ModelFileReport& found,
+                  std::unique_ptr<StepNumbers>* numbers) {
+  if (Outcome units = reader.ReadUnits(stage.Units()); !units) return units;
+  Outcome outcome;
+  for (DPoolBase* pool : stage.Pools()) {
+    if (!qxLoadDPool(reader, *pool, &outcome)) return outcome;
+  }
+  for (ModelFileReport::Pool& entry : found.pools) {
+    const DPoolBase* pool = stage.GetDataPool(entry.type);
+    if (!pool || pool->GetSchema().References().empty()) continue;
+    for (ITR pos = pool->GetHeadPosition(); pos; pool->Next(pos)) {
+      entry.unresolved_references += KeysToIterators(
+          pool->GetSchema(), *KeyedSetBase::RecordAt(pos), stage, ReferenceScope::kAll);
+    }
+  }
+  if (Outcome steps = reader.ReadSteps(stage, numbers); !steps) return steps;
+  if (!stage.History().Done().empty() || !stage.History().Undone().empty()) {
+    if (const std::string fault = stage.Validate(); !fault.empty()) {
+      return Failure{"", "steps", fault, kDamaged};
+    }
+  }
+  const ModelFileReport& now = reader.Report();
+  found.steps = now.steps;
+  found.closed = now.closed;
+  found.unfinished_step = now.unfinished_step;
+  return {};
+}
+
+Outcome LoadOnce(CQXDBSession& session, const std::string& path, ModelFileReport* report,
+                 ModelContinuation* continuation) {
   auto reader = ModelFileReader::Open(path);
   if (!reader) return reader.AsOutcome();
   ModelFileReport found = (*reader)->Report();
@@ -415,24 +594,41 @@ Outcome LoadModel(CQXDBSession& session, const std::string& path, ModelFileRepor
   }
   // Everything is read into a session of its own, so that a fault leaves the open one alone.
   CQXDBSession stage(session.Setup());
-  if (Outcome units = (*reader)->ReadUnits(stage.Units()); !units) return units;
-  Outcome outcome;
-  for (DPoolBase* pool : stage.Pools()) {
-    if (!qxLoadDPool(**reader, *pool, &outcome)) return outcome;
+  std::unique_ptr<StepNumbers> numbers;
+  if (Outcome read = ReadModel(**reader, stage, found, continuation ? &numbers : nullptr); !read) {
+    Failure fault = read.Error();
+    fault.file = path;
+    return fault;
   }
-  for (ModelFileReport::Pool& entry : found.pools) {
-    const DPoolBase* pool = stage.GetDataPool(entry.type);
-    if (!pool || pool->GetSchema().References().empty()) continue;
-    for (ITR pos = pool->GetHeadPosition(); pos; pool->Next(pos)) {
-      entry.unresolved_references += KeysToIterators(
-          pool->GetSchema(), *KeyedSetBase::RecordAt(pos), stage, ReferenceScope::kAll);
+  if (continuation) {
+    if ((*reader)->HasPresentForm(stage)) {
+      auto log = (*reader)->OpenSteps();
+      if (!log) return log.AsOutcome();
+      continuation->log = std::move(*log);
     }
+    continuation->numbers = std::move(numbers);
   }
   session.SwapContents(stage);
+  session.SetHistoryLimits(session.History().Limits());
   for (DPoolBase* pool : session.Pools()) pool->OnAfterLoad(0, nullptr);
   session.AnnounceLoaded();
   if (report) *report = std::move(found);
   return {};
+}
+
+}  // namespace
+
+Outcome LoadModel(CQXDBSession& session, const std::string& path, ModelFileReport* report,
+                  ModelContinuation* continuation) {
+  // A file that another process replaces while it is read is read again.
+  constexpr int kTries = 5;
+  Outcome loaded;
+  for (int i = 0; i < kTries; ++i) {
+    const std::int64_t before = FileIdentity(path);
+    loaded = LoadOnce(session, path, report, continuation);
+    if (loaded || FileIdentity(path) == before) break;
+  }
+  return loaded;
 }
 
 }  // namespace qx

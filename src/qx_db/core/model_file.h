@@ -2,6 +2,7 @@
 // The model file: one SQLite database per model. Its form is described in docs/model-file.md.
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -22,12 +23,21 @@ struct QXDB_API ModelFileReport {
   };
   std::vector<Pool> pools;
   std::uint64_t file_bytes = 0;
-  std::int64_t revision = 0;  ///< counts the saves of this file
+  std::int64_t revision = 0;     ///< counts the saves of this file
+  std::int64_t steps = 0;        ///< commits, undos and redos read that came after the last save
+  bool closed = true;            ///< no writer has it open, or ended without closing it
+  bool unfinished_step = false;  ///< passed over: one that was never acknowledged
+  std::string stale_lock;        ///< "host, process n" of a writer that ended without leaving
   std::int64_t UnresolvedReferences() const;
 };
 
 /// A model file being written. Nothing is visible under its name until Finish succeeds; an
 /// unfinished one removes itself.
+class StepLog;
+class StepNumbers;
+/// Puts the history of the model into the file's log of steps.
+using StepFill = std::function<Outcome(StepLog&)>;
+
 class QXDB_API ModelFileWriter {
  public:
   /// `expected_bytes` is a hint for the page size.
@@ -36,11 +46,14 @@ class QXDB_API ModelFileWriter {
   ~ModelFileWriter();
   Outcome WriteUnits(const CQXUnitCtrl& units);
   Outcome WritePool(const DPoolBase& pool);
-  /// Makes the file durable and puts it in the place of the old one.
-  Outcome Finish(std::int64_t revision);
+  /// Makes the file durable and puts it in the place of the old one. `log` is given the log of
+  /// steps, to go on with.
+  Outcome Finish(std::int64_t revision, const StepFill& fill = {},
+                 std::unique_ptr<StepLog>* log = nullptr);
 
  private:
   struct Impl;
+  Outcome WriteSteps(std::int64_t id, const StepFill& fill, std::unique_ptr<StepLog>& steps);
   explicit ModelFileWriter(std::unique_ptr<Impl> impl);
   std::unique_ptr<Impl> impl_;
 };
@@ -55,6 +68,13 @@ class QXDB_API ModelFileReader {
   /// Fills an empty pool, keys still standing for references. A pool that the file does not hold
   /// stays empty.
   Outcome ReadPool(DPoolBase& pool);
+  /// Brings the session, filled from the pages, to where the steps behind them lead, with its
+  /// history. `numbers` is given those of the records, for who goes on writing.
+  Outcome ReadSteps(CQXDBSession& session, std::unique_ptr<StepNumbers>* numbers);
+  /// Whether every saved pool of the session stands in the file, in the form that it has here.
+  bool HasPresentForm(const CQXDBSession& session) const;
+  /// The log of steps, to append to; null in a file that has none.
+  Result<std::unique_ptr<StepLog>> OpenSteps();
 
  private:
   struct Impl;
@@ -68,12 +88,26 @@ QXDB_API int qxSaveDPool(ModelFileWriter& file, const DPoolBase& pool, Outcome* 
 QXDB_API int qxLoadDPool(ModelFileReader& file, DPoolBase& pool, Outcome* outcome = nullptr);
 
 /// Saves a session: a file of that name holds the old model or the new one, whole, whatever
-/// happens. The session is not touched.
+/// happens. The session is not touched. Refused while another document keeps its steps there.
 QXDB_API Outcome SaveModel(const CQXDBSession& session, const std::string& path);
+/// The same by who has the right to write, with a history; see ModelFileWriter::Finish.
+Outcome WriteModel(const CQXDBSession& session, const std::string& path, const StepFill& fill,
+                   std::unique_ptr<StepLog>* log);
+
+/// What going on with a file takes: its log, and the numbers of the session's records in it. The
+/// log is null when the file has to be written anew first.
+struct ModelContinuation {
+  std::unique_ptr<StepLog> log;
+  std::unique_ptr<StepNumbers> numbers;
+  ModelContinuation();
+  ~ModelContinuation();
+};
 
 /// Replaces the contents of a session by a file's: all pools are read, then keys become
-/// iterators, then the pools' OnAfterLoad hooks run. On failure the session is as it was.
+/// iterators, the steps since the last save are done again, then the pools' OnAfterLoad hooks run.
+/// The history comes with it. On failure the session is as it was.
 QXDB_API Outcome LoadModel(CQXDBSession& session, const std::string& path,
-                           ModelFileReport* report = nullptr);
+                           ModelFileReport* report = nullptr,
+                           ModelContinuation* continuation = nullptr);
 
 }  // namespace qx

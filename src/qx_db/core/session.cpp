@@ -53,23 +53,31 @@ void CQXDBSession::PushNotify(const tagTRNotify& notice) {
   journal_.Record(notice);
 }
 
+void CQXDBSession::SetStepSink(StepSink* sink) {
+  sink_ = sink;
+  UpdateHistoryMark();
+}
+
 void CQXDBSession::OnUnrecordedChange() {
+  if (sink_) sink_->OnUnrecordedChange();
   // Inside a transaction the open step, too, names records that may be about to be freed; what it
   // recorded so far becomes final.
   if (journal_.IsOpen()) journal_.Close();
   journal_.Forget();
-  has_history_ = false;
+  has_history_ = sink_ != nullptr;
 }
 
+/// With a sink, unrecorded changes are to be heard of even without a history to lose.
 void CQXDBSession::UpdateHistoryMark() {
-  has_history_ = journal_.IsOpen() || !journal_.Done().empty() || !journal_.Undone().empty();
+  has_history_ =
+      sink_ || journal_.IsOpen() || !journal_.Done().empty() || !journal_.Undone().empty();
 }
 
 // ---- transactions -------------------------------------------------------------------------------
 
 std::size_t CQXDBSession::BeginTransaction(std::u16string_view name) {
+  if (depth_ == 0) journal_.Open(name);  // may throw, and then nothing has begun
   if (depth_++ > 0) return journal_.Current().changes.size();
-  journal_.Open(name);
   recording_ = recording_enabled_;
   UpdateHistoryMark();
   return 0;
@@ -95,6 +103,10 @@ int CQXDBSession::CommitTransaction() {
     return 1;
   }
   if (!ProcessRelations()) return 0;  // still open: the caller rolls back
+  if (sink_ && journal_.IsOpen() && !journal_.Current().changes.empty()) {
+    journal_.ReserveClose();
+    if (!sink_->OnCommit(*this, journal_.Current())) return 0;
+  }
   depth_ = 0;
   recording_ = false;
   if (journal_.IsOpen() && journal_.Close()) {
@@ -119,9 +131,23 @@ void CQXDBSession::RollbackTransaction(std::size_t mark) {
 
 // ---- history ------------------------------------------------------------------------------------
 
+const Step& CQXDBSession::ReplayLast(bool undo) {
+  try {
+    return undo ? journal_.Undo() : journal_.Redo();
+  } catch (...) {
+    if (sink_) sink_->OnUnrecordedChange();  // it was told of what did not happen
+    throw;
+  }
+}
+
 int CQXDBSession::Replay(bool undo) {
   if (undo ? !CanUndo() : !CanRedo()) return 0;
-  const Step& step = undo ? journal_.Undo() : journal_.Redo();
+  if (sink_ && !(undo ? sink_->OnUndo(*this) : sink_->OnRedo(*this))) return 0;
+  const Step& step = ReplayLast(undo);
+  if (sink_ && !sink_->OnMoved(*this)) {
+    ReplayLast(!undo);
+    return 0;
+  }
   FlagChanges(step);
   for (DPoolBase* pool : order_) {
     if (pool->ChangeFlags()) pool->OnAfterUndoRedo();
@@ -198,11 +224,13 @@ std::string CQXDBSession::Validate() const {
 
 void CQXDBSession::SwapContents(CQXDBSession& other) {
   OnUnrecordedChange();
-  other.OnUnrecordedChange();
   for (DPoolBase* pool : order_) {
     if (DPoolBase* twin = other.GetDataPool(pool->GetTypeCode())) pool->Set().Swap(twin->Set());
   }
   std::swap(units_, other.units_);
+  journal_.SwapHistory(other.journal_);
+  UpdateHistoryMark();
+  other.UpdateHistoryMark();
 }
 
 }  // namespace qx

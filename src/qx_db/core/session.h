@@ -30,6 +30,22 @@ class QXDB_API ISessionListener {
                               std::u16string_view step_name, std::span<const Change> changes) = 0;
 };
 
+/// Keeps each step before it counts: where a sink refuses, a commit is rolled back, and an undo or
+/// redo does not happen.
+class QXDB_API StepSink {
+ public:
+  virtual ~StepSink() = default;
+  /// The open step, about to be committed. May set its number and time.
+  virtual bool OnCommit(CQXDBSession& session, Step& step) = 0;
+  /// Before the last done step is taken back, or the last undone one done again.
+  virtual bool OnUndo(CQXDBSession& session) = 0;
+  virtual bool OnRedo(CQXDBSession& session) = 0;
+  /// After an undo or redo; where this refuses, it is reversed.
+  virtual bool OnMoved(CQXDBSession& session) = 0;
+  /// Records change in a way that no step tells: outside a transaction, or unrecorded.
+  virtual void OnUnrecordedChange() = 0;
+};
+
 /// A session owns one pool per type code for the life of the model. Not copyable. Everything runs
 /// on the thread that owns the session; nothing is locked.
 class QXDB_API CQXDBSession final : public ChangeRecorder {
@@ -89,6 +105,14 @@ class QXDB_API CQXDBSession final : public ChangeRecorder {
   const Journal& History() const { return journal_; }
   void SetHistoryLimits(const HistoryLimits& limits);
   void ForgetHistory();
+  /// Gives the steps without a number the next ones, from `next` on, and the time. Returns the
+  /// number after the highest.
+  std::int64_t NumberSteps(std::int64_t next, std::int64_t time_ms) {
+    return journal_.NumberSteps(next, time_ms);
+  }
+
+  /// Has every step kept; null for none. Not owned.
+  void SetStepSink(StepSink* sink);
 
   // ---- listeners --------------------------------------------------------------------------------
 
@@ -103,13 +127,15 @@ class QXDB_API CQXDBSession final : public ChangeRecorder {
   std::uint64_t StateHash() const;
   /// "" or the first broken invariant of any pool, by its I/O name.
   std::string Validate() const;
-  /// Exchanges the records and units of two sessions with the same pools; drops both histories.
+  /// Exchanges the records and units of two sessions with the same pools. Drops this history, and
+  /// takes over the other's.
   void SwapContents(CQXDBSession& other);
   /// Tells listeners that the contents were replaced as a whole.
   void AnnounceLoaded();
 
  private:
   friend class CTransaction;
+  friend class StepReplay;
   static constexpr std::uint16_t kDense = 128;
 
   DPoolBase* FindOutlier(std::uint16_t type) const;
@@ -121,6 +147,7 @@ class QXDB_API CQXDBSession final : public ChangeRecorder {
   void FlagChanges(const Step& step);
   void ClearFlags();
   int Replay(bool undo);
+  const Step& ReplayLast(bool undo);
   void UpdateHistoryMark();
 
   PoolSetup setup_;
@@ -132,6 +159,7 @@ class QXDB_API CQXDBSession final : public ChangeRecorder {
   std::vector<ISessionListener*> listeners_;
   bool recording_enabled_ = true;
   int depth_ = 0;  // open transactions
+  StepSink* sink_ = nullptr;
   Journal journal_;
 };
 

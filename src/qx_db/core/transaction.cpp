@@ -16,7 +16,12 @@ int CTransaction::Begin(const char16_t* name) {
 int CTransaction::Commit(int) {
   if (!open_) return 0;
   open_ = false;
-  if (session_->CommitTransaction()) return 1;
+  try {
+    if (session_->CommitTransaction()) return 1;
+  } catch (...) {
+    if (session_->depth_ > 0) session_->RollbackTransaction(mark_);
+    throw;
+  }
   session_->RollbackTransaction(mark_);
   return 0;
 }

@@ -10,9 +10,11 @@
 #define WIN32_LEAN_AND_MEAN
 #include <windows.h>
 #else
-#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 #endif
+
+#include "qx_db/platform/raw_file.h"
 
 namespace qx {
 namespace fs = std::filesystem;
@@ -20,17 +22,6 @@ namespace fs = std::filesystem;
 namespace {
 
 std::string Reason(int error) { return std::generic_category().message(error); }
-
-#ifndef _WIN32
-/// Flushes a file or folder to the device; returns 0 or the error number.
-int SyncPath(const fs::path& path, bool folder) {
-  const int fd = open(path.c_str(), folder ? O_RDONLY | O_DIRECTORY : O_RDONLY);
-  if (fd < 0) return errno;
-  const int error = fsync(fd) == 0 ? 0 : errno;
-  close(fd);
-  return error;
-}
-#endif
 
 }  // namespace
 
@@ -75,6 +66,15 @@ Result<std::string> ReadWholeFile(const std::string& path) {
   return bytes;
 }
 
+std::int64_t FileIdentity([[maybe_unused]] const std::string& path) {
+#ifdef _WIN32
+  return 0;
+#else
+  struct stat found {};
+  return stat(path.c_str(), &found) == 0 ? static_cast<std::int64_t>(found.st_ino) : 0;
+#endif
+}
+
 std::string SiblingName(const std::string& path) {
   static std::atomic<unsigned> serial{0};
 #ifdef _WIN32
@@ -86,27 +86,19 @@ std::string SiblingName(const std::string& path) {
 }
 
 Outcome ReplaceFileDurably(const std::string& from, const std::string& to) {
-  const fs::path source = PathFromUtf8(from);
-  const fs::path target = PathFromUtf8(to);
-#ifdef _WIN32
-  if (!MoveFileExW(source.c_str(), target.c_str(),
-                   MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)) {
-    return Failure{to, "", "cannot be replaced", "close programs that hold it open"};
-  }
-#else
-  if (const int error = SyncPath(source, false)) {
+  std::unique_ptr<RawFile> file;
+  int error = Files().Open(from, true, file);
+  if (error == 0) error = file->Sync();
+  file.reset();
+  if (error) {
     return Failure{to, "", "cannot be made durable: " + Reason(error), "check the disk"};
   }
-  std::error_code error;
-  fs::rename(source, target, error);
-  if (error) {
-    return Failure{to, "", "cannot be replaced: " + error.message(), "check permissions"};
+  if ((error = Files().Rename(from, to)) != 0) {
+    return Failure{to, "", "cannot be replaced: " + Reason(error), "check permissions"};
   }
-  const fs::path folder = target.has_parent_path() ? target.parent_path() : fs::path(".");
-  if (const int sync_error = SyncPath(folder, true)) {
-    return Failure{to, "", "cannot be made durable: " + Reason(sync_error), "check the disk"};
+  if ((error = Files().SyncFolderOf(to)) != 0) {
+    return Failure{to, "", "cannot be made durable: " + Reason(error), "check the disk"};
   }
-#endif
   return {};
 }
 
@@ -124,6 +116,11 @@ Outcome WriteFileBy(const std::string& path, const std::function<void(std::ostre
     fs::remove(PathFromUtf8(sibling), ignored);
     return Failure{path, "", std::string(what) + ": " + reason, remedy};
   };
+  std::error_code error;
+  const fs::file_status status = fs::status(PathFromUtf8(path), error);
+  if (fs::exists(status) && !fs::is_regular_file(status) && !fs::is_directory(status)) {
+    return Failure{path, "", "is not a file, and would be replaced by one", "name a file"};
+  }
   std::ofstream out(PathFromUtf8(sibling), std::ios::binary | std::ios::trunc);
   if (!out) return failed("cannot be created", "check the folder and its permissions");
   write(out);

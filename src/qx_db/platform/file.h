@@ -33,6 +33,9 @@ QXDB_API Outcome WriteWholeFile(const std::string& path, std::string_view bytes)
 /// `from` is synced first, the folder after.
 QXDB_API Outcome ReplaceFileDurably(const std::string& from, const std::string& to);
 
+/// A number that changes when another file takes the name; 0 when there is none, or no such number.
+QXDB_API std::int64_t FileIdentity(const std::string& path);
+
 /// A name beside `path` that no other process uses, for a file on its way to replace it.
 QXDB_API std::string SiblingName(const std::string& path);
 

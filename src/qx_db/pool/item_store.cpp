@@ -68,7 +68,8 @@ void ItemStore::Return(char* slot) {
 }
 
 void ItemStore::Clear() {
-  if (range_.data()) ASAN_UNPOISON_MEMORY_REGION(range_.data(), Footprint());
+  // What is mapped here next must not find it closed.
+  if (range_.data()) ASAN_UNPOISON_MEMORY_REGION(range_.data(), range_.backed());
   range_ = AddressRange();
   next_ = end_ = free_ = nullptr;
 }

@@ -15,6 +15,7 @@ namespace qx {
 class QXDB_API ItemStore {
  public:
   explicit ItemStore(std::uint32_t slot_size);
+  ~ItemStore() { Clear(); }
   ItemStore(ItemStore&&) noexcept = default;
   ItemStore& operator=(ItemStore&&) noexcept = default;
 

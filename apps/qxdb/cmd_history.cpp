@@ -1,0 +1,287 @@
+// The history that a model file keeps: looking at it, and going back and forth in it.
+
+#include <ctime>
+#include <fmt/format.h>
+#include <memory>
+
+#include "qx_db/qx_db.h"
+
+#include "apps/qxdb/change_counter.h"
+#include "apps/qxdb/commands.h"
+#include "apps/qxdb/selection.h"
+
+namespace qx::app {
+namespace {
+
+struct HistoryOptions {
+  std::string model;
+  std::string pool;
+  std::string keys;
+  std::int64_t step = -1;
+  int count = 1;
+  bool keep_history = false;
+};
+
+std::string TimeText(std::int64_t time_ms) {
+  if (time_ms == 0) return "";
+  const auto seconds = static_cast<std::time_t>(time_ms / 1000);
+  std::tm local{};
+#ifdef _WIN32
+  localtime_s(&local, &seconds);
+#else
+  localtime_r(&seconds, &local);
+#endif
+  char text[32];
+  return {text, std::strftime(text, sizeof(text), "%Y-%m-%d %H:%M:%S", &local)};
+}
+
+struct Counts {
+  std::int64_t inserted = 0, removed = 0, modified = 0;
+};
+
+Counts CountsOf(const Step& step) {
+  Counts counts;
+  for (const Change& change : step.changes) {
+    counts.inserted += change.operation == tagTRNotify::kInserted;
+    counts.removed += change.operation == tagTRNotify::kRemoved;
+    counts.modified += change.operation == tagTRNotify::kModified;
+  }
+  return counts;
+}
+
+/// What a user should know of how the file was left.
+std::string RecoveryText(const ModelFileReport& report) {
+  std::string text;
+  if (!report.stale_lock.empty()) {
+    text += "note: " + report.stale_lock + " ended without closing the file\n";
+  }
+  if (!report.closed) {
+    text += fmt::format("note: recovered {} steps made since the last save\n", report.steps);
+  }
+  if (report.unfinished_step) {
+    text +=
+        "note: a step that was being written when the writer ended, and was never "
+        "acknowledged, is left out\n";
+  }
+  return text;
+}
+
+/// All steps, oldest first: the done ones, then those that can be redone.
+std::vector<const Step*> AllSteps(const CQXDBSession& session) {
+  std::vector<const Step*> steps;
+  for (const Step& step : session.History().Done()) steps.push_back(&step);
+  const auto& undone = session.History().Undone();
+  for (auto step = undone.rbegin(); step != undone.rend(); ++step) steps.push_back(&*step);
+  return steps;
+}
+
+void WriteStep(JsonText& json, const Step& step) {
+  const Counts counts = CountsOf(step);
+  json.Integer("step", step.number).Text("time", TimeText(step.time_ms));
+  json.Text("name", Utf8(step.name)).Integer("inserted", counts.inserted);
+  json.Integer("removed", counts.removed).Integer("modified", counts.modified);
+}
+
+void Log(const HistoryOptions& options, Context& context) {
+  CQXDocBase document(host::SetUpModel);
+  ModelFileReport report;
+  if (Outcome opened = document.Open(options.model, &report); !opened) {
+    return context.Refuse(opened.Error());
+  }
+  const CQXDBSession& session = *document.GetDBSession();
+  const std::size_t done = session.History().Done().size();
+  Table table({"", ">step", "time", ">added", ">removed", ">changed", "name"});
+  JsonText json;
+  json.Begin().Text("model", options.model).Integer("since_save", report.steps);
+  json.Bool("closed", report.closed).Bool("unfinished_step", report.unfinished_step);
+  json.BeginArray("steps");
+  const std::vector<const Step*> steps = AllSteps(session);
+  for (std::size_t i = 0; i < steps.size(); ++i) {
+    const Counts counts = CountsOf(*steps[i]);
+    table.Row({i + 1 == done ? "*"
+               : i >= done   ? "undone"
+                             : "",
+               std::to_string(steps[i]->number), TimeText(steps[i]->time_ms),
+               Grouped(counts.inserted), Grouped(counts.removed), Grouped(counts.modified),
+               Utf8(steps[i]->name)});
+    json.Begin();
+    WriteStep(json, *steps[i]);
+    json.Bool("done", i < done).End();
+  }
+  json.End().End();
+  context.Print(RecoveryText(report) + (steps.empty() ? "no history\n" : table.Text()), json);
+}
+
+/// Opens for editing, moves in the history, and says where that led.
+template <class Move>
+void Go(const HistoryOptions& options, Context& context, Move&& move) {
+  CQXDocBase document(host::SetUpModel);
+  ModelFileReport report;
+  if (Outcome opened = document.OpenForEditing(options.model, {}, &report); !opened) {
+    return context.Refuse(opened.Error());
+  }
+  CQXDBSession& session = *document.GetDBSession();
+  const std::string before = HashText(session.StateHash());
+  if (Outcome moved = move(session); !moved) {
+    const bool kept = static_cast<bool>(document.Keeper()->Fault());
+    return context.Refuse(kept ? moved.Error() : document.Keeper()->Fault().Error());
+  }
+  const auto& done = session.History().Done();
+  const std::string after = HashText(session.StateHash());
+  JsonText json;
+  json.Begin().Text("model", options.model).Text("before", before).Text("after", after);
+  json.Integer("step", done.empty() ? 0 : done.back().number);
+  json.Integer("undoable", static_cast<std::int64_t>(done.size()));
+  json.Integer("redoable", static_cast<std::int64_t>(session.History().Undone().size())).End();
+  const std::string at =
+      done.empty() ? "before the first step"
+                   : fmt::format("at step {} \"{}\"", done.back().number, Utf8(done.back().name));
+  context.Print(RecoveryText(report) + fmt::format("{}: state {} -> {}\n", at, before, after),
+                json);
+}
+
+void UndoOrRedo(const HistoryOptions& options, bool undo, Context& context) {
+  Go(options, context, [&](CQXDBSession& session) -> Outcome {
+    const std::size_t there =
+        undo ? session.History().Done().size() : session.History().Undone().size();
+    if (there < static_cast<std::size_t>(options.count)) {
+      return Failure{
+          options.model, "",
+          there == 0 ? fmt::format("there is nothing to {}", undo ? "undo" : "redo")
+                     : fmt::format("only {} steps can be {}", there, undo ? "undone" : "redone"),
+          "see qxdb log"};
+    }
+    for (int i = 0; i < options.count; ++i) {
+      if (!(undo ? session.Undo() : session.Redo())) {
+        return Failure{options.model, "", "the step could not be made", "see the message above"};
+      }
+    }
+    return {};
+  });
+}
+
+void Checkout(const HistoryOptions& options, Context& context) {
+  Go(options, context, [&](CQXDBSession& session) -> Outcome {
+    const std::vector<const Step*> steps = AllSteps(session);
+    std::size_t wanted = 0;  // steps that are to be done
+    while (wanted < steps.size() && options.step != 0 && steps[wanted]->number != options.step) {
+      ++wanted;
+    }
+    if (options.step != 0) {
+      if (wanted == steps.size()) {
+        return Failure{options.model, "step " + std::to_string(options.step),
+                       "is not in the history", "see qxdb log"};
+      }
+      ++wanted;
+    }
+    while (session.History().Done().size() != wanted) {
+      if (!(session.History().Done().size() > wanted ? session.Undo() : session.Redo())) {
+        return Failure{options.model, "", "the step could not be made", "see the message above"};
+      }
+    }
+    return {};
+  });
+}
+
+void Compact(const HistoryOptions& options, Context& context) {
+  CQXDocBase document(host::SetUpModel);
+  ModelFileReport report;
+  if (Outcome opened = document.OpenForEditing(options.model, {}, &report); !opened) {
+    return context.Refuse(opened.Error());
+  }
+  StepKeeper& keeper = *document.Keeper();
+  Outcome saved = options.keep_history ? keeper.Save() : keeper.SaveWithoutHistory();
+  if (!saved) return context.Refuse(saved.Error());
+  document.Release();
+  ModelFileReport now;
+  if (Outcome opened = document.Open(options.model, &now); !opened) {
+    return context.Refuse(opened.Error());
+  }
+  const auto steps = static_cast<std::int64_t>(AllSteps(*document.GetDBSession()).size());
+  JsonText json;
+  json.Begin().Text("model", options.model).Integer("steps", steps);
+  json.Integer("bytes_before", static_cast<std::int64_t>(report.file_bytes));
+  json.Integer("bytes_after", static_cast<std::int64_t>(now.file_bytes)).End();
+  context.Print(
+      RecoveryText(report) + fmt::format("{} -> {}, {} steps of history\n",
+                                         Bytes(report.file_bytes), Bytes(now.file_bytes), steps),
+      json);
+}
+
+void Blame(const HistoryOptions& options, Context& context) {
+  CQXDocBase document(host::SetUpModel);
+  if (Outcome opened = document.Open(options.model); !opened) {
+    return context.Refuse(opened.Error());
+  }
+  CQXDBSession& session = *document.GetDBSession();
+  const auto pool = FindPool(session, options.pool);
+  if (!pool) return context.Refuse(pool.Error());
+  const auto ranges = KeyRanges::Parse(options.keys);
+  if (!ranges) return context.Refuse(ranges.Error());
+  const TArray<ITR> items = ranges->Select(**pool);
+  if (items.IsEmpty()) {
+    return context.Refuse(NothingSelected(options.model, **pool, options.keys));
+  }
+  // The last done step to name a record; one pass over the history for all of them.
+  std::vector<const Step*> last((*pool)->Set().SlotLimit());
+  for (const Step& step : session.History().Done()) {
+    for (const Change& change : step.changes) {
+      if (change.type == (*pool)->GetTypeCode()) last[(*pool)->Set().SlotOf(change.item)] = &step;
+    }
+  }
+  Table table({">key", ">step", "time", "name"});
+  JsonText json;
+  json.Begin().Text("model", options.model).BeginArray("records");
+  for (const ITR item : items) {
+    const Step* step = last[(*pool)->Set().SlotOf(item)];
+    const Key key = KeyOf(item);
+    json.Begin().Integer("key", key);
+    if (step) {
+      table.Row({std::to_string(key), std::to_string(step->number), TimeText(step->time_ms),
+                 Utf8(step->name)});
+      WriteStep(json, *step);
+    } else {
+      table.Row({std::to_string(key), "-", "", "before the history"});
+    }
+    json.End();
+  }
+  json.End().End();
+  context.Print(table.Text(), json);
+}
+
+}  // namespace
+
+void AddHistory(CLI::App& app, Context& context) {
+  const auto add = [&](const char* name, const char* what, const char* example, auto&& run) {
+    CLI::App* command = AddCommand(app, context, name, what, example);
+    auto options = std::make_shared<HistoryOptions>();
+    command->add_option("model", options->model, "Model file")->required();
+    command->callback([options, run, &context] { run(*options, context); });
+    return std::pair(command, options);
+  };
+  add("log", "List the steps that a model file keeps; * is the last one done", "qxdb log wing.qxm",
+      Log);
+  for (const bool undo : {true, false}) {
+    auto [command, options] =
+        add(undo ? "undo" : "redo", undo ? "Take steps back" : "Do steps again that were undone",
+            undo ? "qxdb undo wing.qxm" : "qxdb redo wing.qxm --count 2",
+            [undo](const HistoryOptions& o, Context& c) { UndoOrRedo(o, undo, c); });
+    command->add_option("--count", options->count, "How many steps")->check(CLI::PositiveNumber);
+  }
+  auto [checkout, checkout_options] =
+      add("checkout", "Go to the state after a step, back or forth; 0 is before the first",
+          "qxdb checkout wing.qxm --step 3", Checkout);
+  checkout->add_option("--step", checkout_options->step, "Number of the step, as in qxdb log")
+      ->required()
+      ->check(CLI::NonNegativeNumber);
+  auto [compact, compact_options] =
+      add("compact", "Write the file anew, without its history", "qxdb compact wing.qxm", Compact);
+  compact->add_flag("--keep-history", compact_options->keep_history,
+                    "Fold the steps in, keep the history within its limits");
+  auto [blame, blame_options] =
+      add("blame", "Say which step last changed records", "qxdb blame wing.qxm node 1-20", Blame);
+  blame->add_option("pool", blame_options->pool, "node, elem, ...")->required();
+  blame->add_option("keys", blame_options->keys, "Keys: 1-5,9,100- or all")->required();
+}
+
+}  // namespace qx::app

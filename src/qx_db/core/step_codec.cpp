@@ -1,0 +1,174 @@
+#include "qx_db/core/step_codec.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "qx_db/core/session.h"
+#include "qx_db/record/verbs.h"
+
+namespace qx {
+namespace {
+
+template <class T>
+void Put(std::vector<char>& out, T value) {
+  const std::size_t at = out.size();
+  out.resize(at + sizeof(T));
+  StoreAt(out.data() + at, value);
+}
+
+/// The changes of one step on their way out.
+class StepEncoder {
+ public:
+  StepEncoder(const CQXDBSession& session, const Step& step, StepForm form, StepNumbers& numbers,
+              std::vector<char>& out)
+      : session_(session), step_(step), form_(form), numbers_(numbers), out_(out) {}
+
+  void Encode() {
+    const std::size_t head = out_.size();
+    Put(out_, step_.number);
+    for (int i = 0; i < 4; ++i) Put(out_, std::uint32_t{0});
+    const std::size_t letters = std::min<std::size_t>(step_.name.size(), 0xFFFF);
+    Put(out_, static_cast<std::uint32_t>(letters));
+    out_.resize(out_.size() + letters * 2);
+    std::memcpy(out_.data() + out_.size() - letters * 2, step_.name.data(), letters * 2);
+    out_.reserve(out_.size() + step_.bytes.size() / 2 + step_.changes.size() * 2 * kChangeBytes);
+    std::uint32_t counts[3] = {};
+    for (const Change& change : step_.changes) {
+      if (!pool_ || pool_->GetTypeCode() != change.type) {
+        pool_ = session_.GetDataPool(change.type);
+        saved_ = pool_->NeedSaveNLoad() != 0;
+      }
+      if (!saved_) continue;
+      ++counts[change.operation - tagTRNotify::kInserted];
+      Append(*pool_, change);
+    }
+    for (std::size_t i = 0; i < 3; ++i) StoreAt(out_.data() + head + 8 + 4 * i, counts[i]);
+    StoreAt(out_.data() + head + 20, counts[0] + counts[1] + counts[2]);
+  }
+
+ private:
+  static constexpr std::size_t kChangeBytes = 16;
+
+  void Append(const DPoolBase& pool, const Change& change) {
+    const bool backward = form_ == StepForm::kBackward;
+    const bool modified = change.operation == tagTRNotify::kModified;
+    const Step::Images* images = modified ? &step_.images[change.list_epoch] : nullptr;
+    const char* image =
+        images ? step_.bytes.data() + (backward ? images->before : images->after) : nullptr;
+    // One write: steps of many small changes are common.
+    struct {
+      std::uint16_t type, operation;
+      std::uint32_t number;
+      Key key;
+    } const head{change.type, change.operation, numbers_.Of(pool, change.item),
+                 image ? LoadAt<Key>(image) : KeyOf(change.item)};
+    Put(out_, head);
+    if (change.operation == tagTRNotify::kRemoved && backward) {
+      Put(out_, NumberOf(pool, pool.Set().PreviousOf(change.item)));
+      Put(out_, NumberOf(pool, pool.Set().NextOf(change.item)));
+    }
+    if (image) {
+      AppendImage(pool.GetSchema(), backward ? images->before_size : images->after_size,
+                  [&](char* to, std::uint32_t size) { std::memcpy(to, image, size); });
+      return;
+    }
+    if ((change.operation == tagTRNotify::kRemoved) != backward) {
+      Put(out_, std::uint32_t{0});  // the record is there when the step is applied
+      return;
+    }
+    const TStructBase& record = *KeyedSetBase::RecordAt(change.item);
+    AppendImage(pool.GetSchema(), ImageSize(pool.GetSchema(), record),
+                [&](char* to, std::uint32_t) { WriteImage(pool.GetSchema(), record, to); });
+  }
+
+  std::uint32_t NumberOf(const DPoolBase& pool, ITR item) const {
+    return item ? numbers_.Of(pool, item) : StepNumbers::kNone;
+  }
+
+  template <class Fill>
+  void AppendImage(const Schema& schema, std::uint32_t size, Fill&& fill) {
+    const std::size_t at = out_.size() + sizeof(size);
+    out_.resize(at + size);
+    StoreAt(out_.data() + at - sizeof(size), size);
+    fill(out_.data() + at, size);
+    if (schema.References().empty()) return;
+    ForEachReferenceInImage(schema, out_.data() + at, [&](const Row& row, char* slot) {
+      const auto item = LoadAt<ITR>(slot);
+      if (item == 0) return;
+      const DPoolBase* target = session_.GetDataPool(row.target);
+      const std::uint32_t number = target ? numbers_.Of(*target, item) : StepNumbers::kNone;
+      const auto key = static_cast<std::uint32_t>(KeyOf(item));
+      StoreAt(slot, number != StepNumbers::kNone ? StoredReference::kNumber | number
+                                                 : StoredReference::kKey | key);
+    });
+  }
+
+  const CQXDBSession& session_;
+  const Step& step_;
+  StepForm form_;
+  StepNumbers& numbers_;
+  std::vector<char>& out_;
+  const DPoolBase* pool_ = nullptr;  // of the last change
+  bool saved_ = false;
+};
+
+}  // namespace
+
+void NumberRecords(const CQXDBSession& session, const Step& step, std::uint16_t operation,
+                   StepNumbers& numbers) {
+  for (const Change& change : step.changes) {
+    const DPoolBase& pool = *session.GetDataPool(change.type);
+    if (change.operation == operation && pool.NeedSaveNLoad()) numbers.Give(pool, change.item);
+  }
+}
+
+void EncodeStep(const CQXDBSession& session, const Step& step, StepForm form, StepNumbers& numbers,
+                std::vector<char>& out) {
+  StepEncoder(session, step, form, numbers, out).Encode();
+}
+
+// ---- reading ------------------------------------------------------------------------------------
+
+template <class T>
+bool StepDecoder::Take(T& value) {
+  if (left_.size() < sizeof(T)) return Fail("is cut short");
+  value = LoadAt<T>(left_.data());
+  left_ = left_.subspan(sizeof(T));
+  return true;
+}
+
+bool StepDecoder::ReadHead(StepHead& head) {
+  std::uint32_t letters = 0;
+  if (!Take(head.number) || !Take(head.inserted) || !Take(head.removed) || !Take(head.modified) ||
+      !Take(changes_) || !Take(letters)) {
+    return false;
+  }
+  if (letters > left_.size() / 2) return Fail("has a name longer than itself");
+  head.name.resize(letters);
+  if (letters) std::memcpy(head.name.data(), left_.data(), std::size_t{letters} * 2);
+  left_ = left_.subspan(std::size_t{letters} * 2);
+  return true;
+}
+
+bool StepDecoder::Next(StoredChange& change) {
+  if (changes_ == 0) return left_.empty() ? false : Fail("has bytes after its last change");
+  --changes_;
+  std::uint32_t size = 0;
+  if (!Take(change.type) || !Take(change.operation) || !Take(change.number) || !Take(change.key)) {
+    return false;
+  }
+  if (change.operation < tagTRNotify::kInserted || change.operation > tagTRNotify::kModified) {
+    return Fail("has an unknown kind of change");
+  }
+  change.previous = change.next = StepNumbers::kNone;
+  if (backward_ && change.operation == tagTRNotify::kRemoved) {
+    if (!Take(change.previous) || !Take(change.next)) return false;
+  }
+  if (!Take(size)) return false;
+  if (size > left_.size()) return Fail("has an image longer than itself");
+  change.image = left_.first(size);
+  left_ = left_.subspan(size);
+  return true;
+}
+
+}  // namespace qx

@@ -1,0 +1,75 @@
+#pragma once
+// One step as bytes. Its form is described in docs/durability.md.
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "qx_db/core/journal.h"
+#include "qx_db/core/step_numbers.h"
+
+namespace qx {
+
+/// Which way a step in a file can be applied: what it holds are the images after it, or those
+/// before it.
+enum class StepForm { kForward, kBackward };
+
+/// What a step says of itself.
+struct StepHead {
+  std::int64_t number = 0;
+  std::u16string name;
+  std::uint32_t inserted = 0, removed = 0, modified = 0;
+};
+
+/// Appends a step whose changes the session has just made (kForward), or has in its history:
+/// undone (kForward) or done (kBackward). Records without a number are given one. Pools that are
+/// not saved are left out. Throws std::bad_alloc.
+void EncodeStep(const CQXDBSession& session, const Step& step, StepForm form, StepNumbers& numbers,
+                std::vector<char>& out);
+/// Gives numbers to the records that the step inserted, or, after it, that only it keeps.
+void NumberRecords(const CQXDBSession& session, const Step& step, std::uint16_t operation,
+                   StepNumbers& numbers);
+
+/// A change as it stands in the file.
+struct StoredChange {
+  std::uint16_t type = 0;
+  std::uint16_t operation = 0;
+  std::uint32_t number = 0;
+  Key key = 0;
+  std::uint32_t previous = 0, next = 0;  ///< of a removed record, backward: its neighbours' numbers
+  std::span<const char> image;           ///< may be empty
+};
+
+/// Reads an encoded step, whatever its bytes claim.
+class StepDecoder {
+ public:
+  StepDecoder(std::span<const char> bytes, StepForm form)
+      : left_(bytes), backward_(form == StepForm::kBackward) {}
+  /// Both give false, with the fault in Fault(), where the bytes do not make sense. Next gives
+  /// false without a fault at the end.
+  bool ReadHead(StepHead& head);
+  bool Next(StoredChange& change);
+  const std::string& Fault() const { return fault_; }
+
+ private:
+  bool Fail(const char* what) {
+    fault_ = what;
+    return false;
+  }
+  template <class T>
+  bool Take(T& value);
+
+  std::span<const char> left_;
+  bool backward_;
+  std::uint32_t changes_ = 0;
+  std::string fault_;
+};
+
+/// A reference in an image of a step: none, a record by number, or, where it has none, by key.
+struct StoredReference {
+  static constexpr std::uint64_t kNumber = std::uint64_t{1} << 32;
+  static constexpr std::uint64_t kKey = std::uint64_t{2} << 32;
+};
+
+}  // namespace qx

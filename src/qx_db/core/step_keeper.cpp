@@ -1,0 +1,310 @@
+#include "qx_db/core/step_keeper.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "qx_db/core/step_codec.h"
+#include "qx_db/lib/message.h"
+#include "qx_db/record/verbs.h"
+
+namespace qx {
+namespace {
+
+std::int64_t NowMs() {
+  return std::chrono::duration_cast<std::chrono::milliseconds>(
+             std::chrono::system_clock::now().time_since_epoch())
+      .count();
+}
+
+/// Whether the step's removed records still name the neighbours that they had in the list.
+bool KnowsPlaces(const CQXDBSession& session, const Step& step) {
+  return std::all_of(step.changes.begin(), step.changes.end(), [&](const Change& change) {
+    return change.operation != tagTRNotify::kRemoved ||
+           change.list_epoch == session.GetDataPool(change.type)->Set().ListEpoch();
+  });
+}
+
+/// The history that goes into a file, written after the pages that hold the session's state.
+class HistoryWriter {
+ public:
+  HistoryWriter(const CQXDBSession& session, const Step* current, const HistoryLimits& kept)
+      : session_(session), kept_(kept) {
+    numbers_.Reset(session);
+    if (current && kept.steps > 0 && KnowsPlaces(session, *current)) done_.push_back(current);
+    if (current && done_.empty()) return;  // older steps do not follow without it
+    const auto& done = session.History().Done();
+    // A place is kept at the end of the history for the step that is being committed.
+    for (std::size_t i = done.size() - (current && !done.empty() ? 1 : 0); i-- > 0;) {
+      if (done_.size() >= kept.steps || !KnowsPlaces(session, done[i])) break;
+      done_.push_back(&done[i]);
+    }
+    if (current) return;  // it ends what had been undone
+    const auto& undone = session.History().Undone();
+    for (auto step = undone.rbegin(); step != undone.rend(); ++step) {
+      if (done_.size() + undone_.size() >= kept.steps) break;
+      undone_.push_back(&*step);
+    }
+  }
+
+  Outcome Write(StepLog& log) {
+    for (const Step* step : done_) {
+      NumberRecords(session_, *step, tagTRNotify::kRemoved, numbers_);
+    }
+    for (const Step* step : undone_) {
+      NumberRecords(session_, *step, tagTRNotify::kInserted, numbers_);
+    }
+    std::vector<std::vector<char>> past;
+    std::size_t bytes = 0;
+    for (const Step* step : done_) {
+      past.push_back(Frame(*step, StepForm::kBackward));
+      bytes += past.back().size();
+      if (bytes > kept_.bytes) {
+        past.pop_back();
+        undone_.clear();
+        break;
+      }
+    }
+    undoable_ = past.size();
+    for (std::size_t i = past.size(); i-- > 0;) {
+      Outcome done = log.Append(FrameKind::kPast, done_[i]->time_ms, past[i], false);
+      if (!done) return done;
+    }
+    for (const Step* step : undone_) {
+      std::vector<char> frame = Frame(*step, StepForm::kForward);
+      if ((bytes += frame.size()) > kept_.bytes) break;
+      Outcome done = log.Append(FrameKind::kCommit, step->time_ms, frame, false);
+      if (!done) return done;
+      ++redoable_;
+    }
+    for (std::size_t i = 0; i < redoable_; ++i) {
+      std::vector<char> frame = StepLog::NewFrame();
+      Outcome done = log.Append(FrameKind::kUndo, NowMs(), frame, false);
+      if (!done) return done;
+    }
+    return {};
+  }
+  StepNumbers& Numbers() { return numbers_; }
+  /// Steps that the file can take back, and do again.
+  std::size_t Undoable() const { return undoable_; }
+  std::size_t Redoable() const { return redoable_; }
+
+ private:
+  std::vector<char> Frame(const Step& step, StepForm form) {
+    std::vector<char> frame = StepLog::NewFrame();
+    EncodeStep(session_, step, form, numbers_, frame);
+    return frame;
+  }
+
+  const CQXDBSession& session_;
+  HistoryLimits kept_;
+  StepNumbers numbers_;
+  std::vector<const Step*> done_;    // newest first
+  std::vector<const Step*> undone_;  // the next to redo first
+  std::size_t undoable_ = 0;
+  std::size_t redoable_ = 0;
+};
+
+}  // namespace
+
+StepKeeper::StepKeeper(CQXDBSession& session, const std::string& path,
+                       std::unique_ptr<ModelLock> lock, const DurabilityOptions& options)
+    : session_(session), path_(path), lock_(std::move(lock)), options_(options) {
+  session_.SetStepSink(this);
+  StartTimer();
+}
+
+StepKeeper::~StepKeeper() {
+  StopTimer();
+  session_.SetStepSink(nullptr);
+  // What fails here was acknowledged as durable before, or was not to be durable yet.
+  if (log_) [[maybe_unused]]
+    const Outcome closed = log_->Close();
+}
+
+void StepKeeper::SetOptions(const DurabilityOptions& options) {
+  StopTimer();
+  options_ = options;
+  StartTimer();
+}
+
+void StepKeeper::GoOn(ModelContinuation& continuation) {
+  const std::lock_guard guard(mutex_);
+  log_ = std::move(continuation.log);
+  if (continuation.numbers) numbers_ = std::move(*continuation.numbers);
+  behind_ = log_ == nullptr;
+  next_number_ = session_.NumberSteps(next_number_, NowMs());
+  undoable_ = session_.History().Done().size();
+  redoable_ = session_.History().Undone().size();
+  LearnOrder();
+}
+
+// ---- the order of the lists ---------------------------------------------------------------------
+
+bool StepKeeper::OrderIsKnown() const {
+  const auto pools = session_.Pools();
+  if (pools.size() != list_epochs_.size()) return false;
+  for (std::size_t i = 0; i < pools.size(); ++i) {
+    if (pools[i]->Set().ListEpoch() != list_epochs_[i] && pools[i]->NeedSaveNLoad()) return false;
+  }
+  return true;
+}
+
+void StepKeeper::LearnOrder() {
+  list_epochs_.clear();
+  for (const DPoolBase* pool : session_.Pools()) list_epochs_.push_back(pool->Set().ListEpoch());
+}
+
+// ---- writing anew -------------------------------------------------------------------------------
+
+Outcome StepKeeper::Save() {
+  next_number_ = session_.NumberSteps(next_number_, NowMs());
+  return Fold(nullptr, options_.kept);
+}
+
+Outcome StepKeeper::SaveWithoutHistory() { return Fold(nullptr, {0, 0}); }
+
+/// Writes pages and history as of now; `current` is a step whose changes are made already.
+Outcome StepKeeper::Fold(const Step* current, const HistoryLimits& kept) {
+  HistoryWriter history(session_, current, kept);
+  std::unique_ptr<StepLog> log;
+  list_epochs_.reserve(session_.Pools().size());
+  // Until it is known which of the files has the name, only another such save is safe.
+  behind_ = true;
+  Outcome written = WriteModel(
+      session_, path_, [&](StepLog& steps) { return history.Write(steps); }, &log);
+  if (!written) return written;
+  const std::lock_guard guard(mutex_);
+  log_ = std::move(log);
+  numbers_ = std::move(history.Numbers());
+  undoable_ = history.Undoable();
+  redoable_ = history.Redoable();
+  LearnOrder();
+  behind_ = false;
+  timer_failed_ = false;
+  return written;
+}
+
+// ---- steps --------------------------------------------------------------------------------------
+
+bool StepKeeper::Report(Outcome outcome) {
+  fault_ = std::move(outcome);
+  if (fault_) return true;
+  qxMsgOut(Severity::kError, "IDS_QX_STEP_NOT_KEPT", {fault_.Line()});
+  return false;
+}
+
+Outcome StepKeeper::Append(FrameKind kind, std::int64_t time_ms, std::vector<char>& frame) {
+  const std::lock_guard guard(mutex_);
+  return log_->Append(kind, time_ms, frame, options_.durability == Durability::kEveryStep);
+}
+
+Outcome StepKeeper::AppendStep(const Step& step) {
+  for (const DPoolBase* pool : session_.Pools()) {
+    if (!pool->HasChanged(DPoolBase::kModifiedFlag) || !pool->Set().MayShareKeys()) continue;
+    for (const Change& change : step.changes) {
+      if (change.type != pool->GetTypeCode() || KeyedSetBase::IsRemoved(change.item)) continue;
+      if (pool->Find(KeyOf(change.item)) == change.item) continue;
+      return Failure{path_, pool->GetAPIName().ToUtf8() + " " + std::to_string(KeyOf(change.item)),
+                     "two records share the key", "renumber one of them"};
+    }
+  }
+  std::vector<char> frame = StepLog::NewFrame();
+  Outcome done;
+  NumberRecords(session_, step, tagTRNotify::kInserted, numbers_);
+  const auto take_numbers_back = [&] {
+    for (std::size_t i = step.changes.size(); i-- > 0;) {
+      const DPoolBase& pool = *session_.GetDataPool(step.changes[i].type);
+      if (step.changes[i].operation == tagTRNotify::kInserted && pool.NeedSaveNLoad()) {
+        numbers_.TakeBack(pool);
+      }
+    }
+  };
+  try {
+    EncodeStep(session_, step, StepForm::kForward, numbers_, frame);
+    done = Append(FrameKind::kCommit, step.time_ms, frame);
+  } catch (...) {
+    take_numbers_back();
+    throw;
+  }
+  if (!done) {
+    take_numbers_back();
+    return done;
+  }
+  ++undoable_;
+  redoable_ = 0;
+  return done;
+}
+
+bool StepKeeper::OnCommit(CQXDBSession&, Step& step) {
+  step.number = next_number_;
+  step.time_ms = NowMs();
+  if (options_.durability == Durability::kOnSave) {
+    behind_ = true;
+  } else if (!Report(behind_ || timer_failed_ || !OrderIsKnown() ? Fold(&step, options_.kept)
+                                                                 : AppendStep(step))) {
+    return false;
+  }
+  ++next_number_;
+  return true;
+}
+
+bool StepKeeper::AppendMove(FrameKind kind, std::size_t& from, std::size_t& to) {
+  move_unwritten_ = false;
+  if (options_.durability == Durability::kOnSave) return behind_ = true;
+  if (behind_ || timer_failed_ || !OrderIsKnown()) {
+    if (!Report(Fold(nullptr, options_.kept))) return false;
+  }
+  // A step that memory still has, but no longer the file: its outcome is written as a whole.
+  if (from == 0) return move_unwritten_ = true;
+  std::vector<char> frame = StepLog::NewFrame();
+  if (!Report(Append(kind, NowMs(), frame))) return false;
+  --from;
+  ++to;
+  return true;
+}
+
+bool StepKeeper::OnUndo(CQXDBSession&) {
+  return AppendMove(FrameKind::kUndo, undoable_, redoable_);
+}
+
+bool StepKeeper::OnRedo(CQXDBSession&) {
+  return AppendMove(FrameKind::kRedo, redoable_, undoable_);
+}
+
+bool StepKeeper::OnMoved(CQXDBSession&) {
+  return !std::exchange(move_unwritten_, false) || Report(Fold(nullptr, options_.kept));
+}
+
+// ---- intervals ----------------------------------------------------------------------------------
+
+Outcome StepKeeper::Flush() {
+  if (behind_ || timer_failed_) return Fold(nullptr, options_.kept);
+  const std::lock_guard guard(mutex_);
+  return log_->Sync();
+}
+
+void StepKeeper::StartTimer() {
+  if (options_.durability != Durability::kInterval) return;
+  stop_ = false;
+  timer_ = std::thread([this] { SyncAtIntervals(); });
+}
+
+void StepKeeper::StopTimer() {
+  if (!timer_.joinable()) return;
+  {
+    const std::lock_guard guard(mutex_);
+    stop_ = true;
+  }
+  wake_.notify_all();
+  timer_.join();
+}
+
+void StepKeeper::SyncAtIntervals() {
+  std::unique_lock guard(mutex_);
+  while (!wake_.wait_for(guard, options_.interval, [this] { return stop_; })) {
+    // After a failed sync it is not known what the device has: the next step writes all anew.
+    if (log_ && !log_->Sync()) timer_failed_ = true;
+  }
+}
+
+}  // namespace qx

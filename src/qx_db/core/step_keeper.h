@@ -1,0 +1,103 @@
+#pragma once
+// Keeps every step of a session in its model file.
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "qx_db/core/model_file.h"
+#include "qx_db/core/model_lock.h"
+#include "qx_db/core/session.h"
+#include "qx_db/core/step_log.h"
+#include "qx_db/core/step_numbers.h"
+
+namespace qx {
+
+/// When a step is on the device.
+enum class Durability {
+  kEveryStep,  ///< when Commit, Undo or Redo returns
+  kInterval,   ///< within the interval given
+  kOnSave,     ///< when the model is saved
+};
+
+struct DurabilityOptions {
+  Durability durability = Durability::kEveryStep;
+  std::chrono::milliseconds interval{1000};
+  /// How much history a save keeps in the file.
+  HistoryLimits kept{1000, std::size_t{64} << 20};
+};
+
+/// The sink of a session whose model file it has the right to write. A step that cannot be kept
+/// is refused; Fault() says why.
+///
+/// Invariant: unless `behind_`, the file's pages and steps give the session's state and history.
+class QXDB_API StepKeeper final : public StepSink {
+ public:
+  StepKeeper(CQXDBSession& session, const std::string& path, std::unique_ptr<ModelLock> lock,
+             const DurabilityOptions& options);
+  /// Makes everything durable and leaves the file.
+  ~StepKeeper() override;
+  StepKeeper(const StepKeeper&) = delete;
+  StepKeeper& operator=(const StepKeeper&) = delete;
+
+  /// Goes on with the file as it was loaded; without a log in it, the next step writes it anew.
+  void GoOn(ModelContinuation& continuation);
+  /// Writes the file anew with the steps folded in, and the history but for what the limits drop.
+  Outcome Save();
+  /// The same without a history.
+  Outcome SaveWithoutHistory();
+  /// Puts steps that wait for their interval on the device.
+  Outcome Flush();
+
+  const std::string& Path() const { return path_; }
+  const std::string& StaleLock() const { return lock_->Stale(); }
+  /// What refused the last step; success when it was kept.
+  const Outcome& Fault() const { return fault_; }
+  void SetOptions(const DurabilityOptions& options);
+  const DurabilityOptions& Options() const { return options_; }
+
+  bool OnCommit(CQXDBSession& session, Step& step) override;
+  bool OnUndo(CQXDBSession& session) override;
+  bool OnRedo(CQXDBSession& session) override;
+  bool OnMoved(CQXDBSession& session) override;
+  void OnUnrecordedChange() override { behind_ = true; }
+
+ private:
+  bool Report(Outcome outcome);
+  bool OrderIsKnown() const;
+  void LearnOrder();
+  Outcome Fold(const Step* current, const HistoryLimits& kept);
+  Outcome AppendStep(const Step& step);
+  bool AppendMove(FrameKind kind, std::size_t& from, std::size_t& to);
+  Outcome Append(FrameKind kind, std::int64_t time_ms, std::vector<char>& frame);
+  void SyncAtIntervals();
+  void StartTimer();
+  void StopTimer();
+
+  CQXDBSession& session_;
+  std::string path_;
+  std::unique_ptr<ModelLock> lock_;
+  DurabilityOptions options_;
+  std::unique_ptr<StepLog> log_;
+  StepNumbers numbers_;
+  std::vector<std::uint32_t> list_epochs_;  // of the session's pools, as the file knows them
+  bool behind_ = true;
+  bool move_unwritten_ = false;  // the file lacks the step that is undone or redone
+  std::size_t undoable_ = 0;     // steps that the file can take back
+  std::size_t redoable_ = 0;     // and do again
+  std::int64_t next_number_ = 1;
+  Outcome fault_;
+
+  std::mutex mutex_;  // guards log_ against the timer
+  std::condition_variable wake_;
+  bool stop_ = false;
+  bool timer_failed_ = false;
+  std::thread timer_;
+};
+
+}  // namespace qx

@@ -1,0 +1,301 @@
+#include "qx_db/core/step_log.h"
+
+#define XXH_INLINE_ALL
+#include <algorithm>
+#include <cerrno>
+#include <tuple>
+#include <xxhash.h>
+
+#include "qx_db/record/types.h"
+
+namespace qx {
+
+#pragma pack(push, 4)
+/// What stands at the start of every frame. Frames start at multiples of a block.
+struct StepLog::Head {
+  static constexpr std::uint32_t kMagic = 0x46535851;  // "QXSF"
+  std::uint32_t magic;
+  FrameKind kind;
+  std::uint16_t version;
+  std::uint64_t id;        // of the log
+  std::uint64_t sequence;  // counts the frames
+  std::uint64_t synced;    // frames up to this one were on the device when this was written
+  std::uint64_t extent;    // and the file had this size
+  std::int64_t time_ms;    // since 1970
+  std::uint64_t bytes;     // of the payload
+  std::uint64_t payload;   // its checksum
+  std::uint64_t previous;  // checksum of the head of the frame before
+  std::uint64_t checksum;  // of all this, seeded with the place in the file
+
+  std::uint64_t OwnChecksum(std::uint64_t at) const {
+    return XXH3_64bits_withSeed(this, sizeof(Head) - sizeof(checksum), at);
+  }
+};
+#pragma pack(pop)
+
+namespace {
+
+constexpr std::uint64_t kLeastGrowth = std::uint64_t{64} << 10;
+constexpr std::uint64_t kMostGrowth = std::uint64_t{1} << 20;
+constexpr std::uint64_t kLargeFrame = std::uint64_t{256} << 10;
+
+std::uint64_t Blocks(std::uint64_t bytes) {
+  return (bytes + StepLog::kBlock - 1) / StepLog::kBlock * StepLog::kBlock;
+}
+
+}  // namespace
+
+/// What a look through a log found.
+struct StepLog::Scan {
+  std::unique_ptr<RawFile> file;
+  StepLogContents contents;
+  std::uint64_t end = 0, extent = 0, sequence = 0, synced = 0, chain = 0;
+};
+
+StepLog::StepLog(std::string path, std::unique_ptr<RawFile> file, std::uint64_t start,
+                 std::uint64_t id)
+    : path_(std::move(path)),
+      file_(std::move(file)),
+      start_(start),
+      id_(id),
+      end_(start + kBlock) {}
+
+Failure StepLog::Fault(int error) const {
+  return {path_, "", "the step cannot be written: " + ErrorText(error),
+          error == ENOSPC || error == EDQUOT || error == EFBIG
+              ? "free some disk space and repeat it"
+              : "check the disk, or save under another name"};
+}
+
+// ---- writing ------------------------------------------------------------------------------------
+
+Result<std::unique_ptr<StepLog>> StepLog::Create(const std::string& path, std::uint64_t start,
+                                                 std::uint64_t id) {
+  std::unique_ptr<RawFile> file;
+  const int error = Files().Open(path, true, file);
+  std::unique_ptr<StepLog> log(new StepLog(path, std::move(file), start, id));
+  if (error) return log->Fault(error);
+  return log;
+}
+
+Outcome StepLog::FinishNew() {
+  // A free block behind the last frame: the note that the file has grown must fit in before.
+  const std::uint64_t size = end_ + kBlock;
+  if (const int error = file_->Resize(size)) return Fault(error);
+  extent_ = size;
+  synced_ = sequence_;
+  Head head{};
+  head.magic = Head::kMagic;
+  head.kind = FrameKind::kBegin;
+  head.version = 1;
+  head.id = id_;
+  head.synced = synced_;
+  head.extent = extent_;
+  head.checksum = head.OwnChecksum(start_);
+  std::vector<char> block(kBlock);
+  StoreAt(block.data(), head);
+  if (const int error = file_->Write(block.data(), block.size(), start_)) return Fault(error);
+  if (const int error = file_->Sync()) return Fault(error);
+  return {};
+}
+
+std::vector<char> StepLog::NewFrame() { return std::vector<char>(sizeof(Head)); }
+
+Outcome StepLog::MakeRoom(std::uint64_t bytes) {
+  if (extent_ == 0 || end_ + bytes + kBlock <= extent_) return {};
+  // Blocks that were written once make the small steps to come cheaper: syncing them changes no
+  // metadata. A large step is not to be written twice, and leaves no room behind.
+  const bool large = bytes >= kLargeFrame;
+  const std::uint64_t spare = large ? 0 : std::clamp(end_ - start_, kLeastGrowth, kMostGrowth);
+  const std::uint64_t before = extent_;
+  const std::uint64_t size = Blocks(end_ + kBlock + bytes + spare);
+  if (const int error = file_->Resize(size)) return Fault(error);
+  if (!large) {
+    const std::vector<char> zeros(static_cast<std::size_t>(size - before));
+    if (const int error = file_->Write(zeros.data(), zeros.size(), before)) return Fault(error);
+  }
+  if (const int error = file_->Sync()) return Fault(error);
+  synced_ = sequence_;
+  extent_ = size;
+  // What the file holds from now on may not be cut off unnoticed: this goes where it was before.
+  const auto place = std::tuple(end_, sequence_, chain_);
+  std::vector<char> frame = NewFrame();
+  Outcome noted = Put(FrameKind::kRoom, 0, frame);
+  if (noted) noted = Sync();
+  if (!noted) {
+    extent_ = before;
+    std::tie(end_, sequence_, chain_) = place;
+  }
+  return noted;
+}
+
+Outcome StepLog::Put(FrameKind kind, std::int64_t time_ms, std::vector<char>& frame) {
+  const std::size_t bytes = frame.size() - sizeof(Head);
+  Head head{};
+  head.magic = Head::kMagic;
+  head.kind = kind;
+  head.version = 1;
+  head.id = id_;
+  head.sequence = sequence_ + 1;
+  head.synced = synced_;
+  head.extent = extent_;
+  head.time_ms = time_ms;
+  head.bytes = bytes;
+  head.payload = XXH3_64bits(frame.data() + sizeof(Head), bytes);
+  head.previous = chain_;
+  head.checksum = head.OwnChecksum(end_);
+  StoreAt(frame.data(), head);
+  frame.resize(Blocks(frame.size()));
+  if (const int error = file_->Write(frame.data(), frame.size(), end_)) return Fault(error);
+  end_ += frame.size();
+  sequence_ = head.sequence;
+  chain_ = head.checksum;
+  return {};
+}
+
+Outcome StepLog::Append(FrameKind kind, std::int64_t time_ms, std::vector<char>& frame, bool sync) {
+  if (Outcome room = MakeRoom(Blocks(frame.size())); !room) return room;
+  const auto before = std::tuple(end_, sequence_, chain_);
+  Outcome done = Put(kind, time_ms, frame);
+  if (done && sync) done = Sync();
+  if (!done) std::tie(end_, sequence_, chain_) = before;
+  return done;
+}
+
+Outcome StepLog::Sync() {
+  if (synced_ == sequence_) return {};
+  if (const int error = file_->Sync()) return Fault(error);
+  synced_ = sequence_;
+  int ignored = 0;  // the mark only helps to tell damage from an unfinished frame
+  Mark(FrameKind::kMark, ignored);
+  return {};
+}
+
+/// Notes, where the next frame will go, that all before is on the device.
+void StepLog::Mark(FrameKind kind, int& error) {
+  if (extent_ == 0) return;
+  Head head{};
+  head.magic = Head::kMagic;
+  head.kind = kind;
+  head.version = 1;
+  head.id = id_;
+  head.sequence = sequence_ + 1;
+  head.synced = synced_;
+  head.extent = extent_;
+  head.previous = chain_;
+  head.checksum = head.OwnChecksum(end_);
+  error = file_->Write(reinterpret_cast<const char*>(&head), sizeof(head), end_);
+}
+
+Outcome StepLog::Close() {
+  if (Outcome synced = Sync(); !synced) return synced;
+  int error = 0;
+  Mark(FrameKind::kEnd, error);
+  if (!error) error = file_->Sync();
+  return error ? Outcome(Fault(error)) : Outcome();
+}
+
+// ---- reading ------------------------------------------------------------------------------------
+
+Result<StepLog::Scan> StepLog::ScanLog(const std::string& path, std::uint64_t start,
+                                       std::uint64_t id, bool writing) {
+  constexpr const char* kRemedy = "restore it from a backup";
+  Scan scan;
+  std::uint64_t size = 0;
+  int error = Files().Open(path, writing, scan.file);
+  if (!error) error = scan.file->Size(size);
+  if (error) return Failure{path, "", "cannot be read: " + ErrorText(error), "check permissions"};
+  if (size < start + kBlock) {
+    return Failure{path, "byte " + std::to_string(size), "is truncated: its steps are missing",
+                   kRemedy};
+  }
+  std::vector<char>& bytes = scan.contents.bytes;
+  bytes.resize(size - start);
+  if ((error = scan.file->Read(bytes.data(), bytes.size(), start)) != 0) {
+    return Failure{path, "", "cannot be read: " + ErrorText(error), "check the disk"};
+  }
+  Head head{};
+  const auto read_head = [&](std::uint64_t at) {
+    if (at + sizeof(Head) > bytes.size()) return false;
+    head = LoadAt<Head>(bytes.data() + at);
+    return head.magic == Head::kMagic && head.id == id &&
+           head.checksum == head.OwnChecksum(start + at);
+  };
+  if (!read_head(0) || head.kind != FrameKind::kBegin) {
+    return Failure{path, "byte " + std::to_string(start), "the head of the steps is damaged",
+                   kRemedy};
+  }
+  if (head.version != 1) {
+    return Failure{path, "", "was written by a later version", "update this program"};
+  }
+  scan.extent = head.extent;
+  scan.synced = head.synced;
+  std::uint64_t at = kBlock;
+  for (; read_head(at) && head.sequence == scan.sequence + 1 && head.previous == scan.chain;) {
+    scan.extent = std::max(scan.extent, head.extent);
+    scan.synced = std::max(scan.synced, head.synced);
+    if (head.kind == FrameKind::kMark || head.kind == FrameKind::kEnd) break;
+    const std::uint64_t room = bytes.size() - at - sizeof(Head);
+    const char* payload = bytes.data() + at + sizeof(Head);
+    if (head.bytes > room || XXH3_64bits(payload, head.bytes) != head.payload) break;
+    scan.contents.frames.push_back(
+        {head.kind, head.time_ms, {payload, static_cast<std::size_t>(head.bytes)}});
+    scan.sequence = head.sequence;
+    scan.chain = head.checksum;
+    at += Blocks(sizeof(Head) + head.bytes);
+  }
+  scan.end = start + at;
+  scan.contents.closed =
+      read_head(at) ? head.kind == FrameKind::kEnd : scan.sequence == scan.synced;
+  // What stands behind the last good frame is an unfinished one, unless something says that it had
+  // been on the device.
+  for (std::uint64_t later = at; later < bytes.size(); later += kBlock) {
+    if (!read_head(later)) continue;
+    scan.extent = std::max(scan.extent, head.extent);
+    scan.synced = std::max(scan.synced, head.synced);
+  }
+  if (scan.synced > scan.sequence) {
+    return Failure{path, "byte " + std::to_string(start + at),
+                   "step frame " + std::to_string(scan.sequence + 1) + " is damaged", kRemedy};
+  }
+  if (size < scan.extent) {
+    return Failure{
+        path, "byte " + std::to_string(size),
+        "is truncated: " + std::to_string(size) + " of " + std::to_string(scan.extent) + " bytes",
+        kRemedy};
+  }
+  if (size % kBlock != 0) {
+    return Failure{path, "byte " + std::to_string(size / kBlock * kBlock),
+                   "has bytes after its end", kRemedy};
+  }
+  const auto rest = std::span<const char>(bytes).subspan(std::min<std::size_t>(at, bytes.size()));
+  scan.contents.unfinished_step =
+      !read_head(at) && std::any_of(rest.begin(), rest.end(), [](char c) { return c != 0; });
+  return scan;
+}
+
+Result<StepLogContents> StepLog::Read(const std::string& path, std::uint64_t start,
+                                      std::uint64_t id) {
+  Result<Scan> scan = ScanLog(path, start, id, false);
+  if (!scan) return scan.Error();
+  return std::move(scan->contents);
+}
+
+Result<std::unique_ptr<StepLog>> StepLog::Open(const std::string& path, std::uint64_t start,
+                                               std::uint64_t id) {
+  Result<Scan> scan = ScanLog(path, start, id, true);
+  if (!scan) return scan.Error();
+  std::unique_ptr<StepLog> log(new StepLog(path, std::move(scan->file), start, id));
+  log->end_ = scan->end;
+  log->extent_ = scan->extent;
+  log->sequence_ = scan->sequence;
+  // What was read may not be on the device yet, if its writer was killed.
+  log->synced_ = scan->synced;
+  log->chain_ = scan->chain;
+  if (log->synced_ != log->sequence_) {
+    if (Outcome synced = log->Sync(); !synced) return synced.Error();
+  }
+  return log;
+}
+
+}  // namespace qx

@@ -1,0 +1,100 @@
+#pragma once
+// The steps behind the pages of a model file: an append-only log of checksummed frames.
+//
+// Its form, and why it survives a crash, is described in docs/durability.md.
+
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "qx_db/platform/outcome.h"
+#include "qx_db/platform/raw_file.h"
+
+namespace qx {
+
+enum class FrameKind : std::uint16_t {
+  kBegin = 1,   ///< the log's first block
+  kPast = 2,    ///< a step done before the state in the pages, images before it
+  kCommit = 3,  ///< a step since, images after it
+  kUndo = 4,
+  kRedo = 5,
+  kRoom = 6,  ///< the file has grown
+  kMark = 7,  ///< everything before is on the device; the next frame takes its place
+  kEnd = 8,   ///< the same, by a writer that closed the file
+};
+
+/// A frame as a reader finds it; `payload` lies in the log that was read.
+struct StepFrame {
+  FrameKind kind;
+  std::int64_t time_ms;
+  std::span<const char> payload;
+};
+
+/// A log as read.
+struct StepLogContents {
+  std::vector<StepFrame> frames;
+  std::vector<char> bytes;
+  bool closed = true;            ///< by its writer, rather than left by one that ended
+  bool unfinished_step = false;  ///< behind the last frame stands one that was never acknowledged
+};
+
+/// The log of one file, open for appending.
+class QXDB_API StepLog {
+ public:
+  static constexpr std::size_t kBlock = 4096;
+
+  /// Starts a log at byte `start` of a file that nobody sees yet. Append does not sync until
+  /// FinishNew has made the file durable.
+  static Result<std::unique_ptr<StepLog>> Create(const std::string& path, std::uint64_t start,
+                                                 std::uint64_t id);
+  Outcome FinishNew();
+
+  /// Reads the log at `start`, which has the id given, whole. A frame of which it is known that it
+  /// was on the device must be there; what was still being written is passed over.
+  static Result<StepLogContents> Read(const std::string& path, std::uint64_t start,
+                                      std::uint64_t id);
+  /// The same, to go on behind the last frame.
+  static Result<std::unique_ptr<StepLog>> Open(const std::string& path, std::uint64_t start,
+                                               std::uint64_t id);
+
+  /// Room for a frame's head, to be followed by its payload.
+  static std::vector<char> NewFrame();
+  /// Appends a frame that begins with NewFrame(); with `sync` it is on the device afterwards. On
+  /// failure the log is as it was.
+  Outcome Append(FrameKind kind, std::int64_t time_ms, std::vector<char>& frame, bool sync);
+  /// Puts everything appended on the device.
+  Outcome Sync();
+  /// Says that the writer is done, once that is durable.
+  Outcome Close();
+
+  std::uint64_t Bytes() const { return end_ - start_; }
+  /// The name that the file has come to have.
+  void SetPath(const std::string& path) { path_ = path; }
+  /// Where it stands; two readings agree when nobody wrote in between.
+  std::uint64_t Sequence() const { return sequence_; }
+
+ private:
+  struct Head;
+  struct Scan;
+  StepLog(std::string path, std::unique_ptr<RawFile> file, std::uint64_t start, std::uint64_t id);
+  static Result<Scan> ScanLog(const std::string& path, std::uint64_t start, std::uint64_t id,
+                              bool writing);
+  Outcome MakeRoom(std::uint64_t bytes);
+  Outcome Put(FrameKind kind, std::int64_t time_ms, std::vector<char>& frame);
+  void Mark(FrameKind kind, int& error);
+  Failure Fault(int error) const;
+
+  std::string path_;
+  std::unique_ptr<RawFile> file_;
+  std::uint64_t start_;
+  std::uint64_t id_;
+  std::uint64_t end_;           // where the next frame goes
+  std::uint64_t extent_ = 0;    // the file's size, durably; 0 while it is new
+  std::uint64_t sequence_ = 0;  // of the last frame
+  std::uint64_t synced_ = 0;    // the last frame known to be on the device
+  std::uint64_t chain_ = 0;     // checksum of the last frame's head
+};
+
+}  // namespace qx

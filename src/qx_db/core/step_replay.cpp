@@ -1,0 +1,259 @@
+#include "qx_db/core/step_replay.h"
+
+#include <algorithm>
+#include <vector>
+
+#include "qx_db/core/session.h"
+#include "qx_db/record/verbs.h"
+
+namespace qx {
+namespace {
+
+constexpr std::uint64_t kLeastBytesOfAChange = 16;
+
+std::string At(const StoredChange& change, const char* what) {
+  return "change of key " + std::to_string(change.key) + " " + what;
+}
+
+/// Appends a record's image, iterators and all; returns its size.
+std::uint32_t KeepImage(const TStructBase& record, AppendLog<char>& bytes) {
+  const std::uint32_t size = record.GetSizePlusVfptr() - 8;
+  const std::size_t at = bytes.size();
+  bytes.resize(at + size);
+  record.Data2Stream(bytes.data() + at, static_cast<int>(size));
+  return size;
+}
+
+}  // namespace
+
+/// New records of a step that no change has put to use yet; freed when the step fails before.
+class StepReplay::Waiting {
+ public:
+  ~Waiting() {
+    for (std::size_t i = begin_; i < items_.size(); ++i) {
+      items_[i].first->FreeDetached(items_[i].second);
+    }
+  }
+  void Reserve() { items_.reserve(items_.size() + 1); }
+  void Add(KeyedSetBase& set, ITR item) { items_.emplace_back(&set, item); }
+  void UseFirst() { ++begin_; }
+  void UseLast() { items_.pop_back(); }
+
+ private:
+  std::vector<std::pair<KeyedSetBase*, ITR>> items_;
+  std::size_t begin_ = 0;
+};
+
+StepReplay::StepReplay(CQXDBSession& session, Readers readers, std::uint64_t step_bytes)
+    : session_(session), readers_(std::move(readers)), spare_(step_bytes / kLeastBytesOfAChange) {
+  numbers_.Reset(session);
+}
+
+DPoolBase* StepReplay::PoolOf(const StoredChange& change) const {
+  DPoolBase* pool = session_.GetDataPool(change.type);
+  return pool && pool->NeedSaveNLoad() && readers_(change.type) ? pool : nullptr;
+}
+
+/// Reads the image into the pool's scratch record.
+std::string StepReplay::ReadRecord(const StoredChange& change, DPoolBase& pool, bool resolve) {
+  const ImageReader& reader = *readers_(change.type);
+  if (const std::string fault = reader.Check(change.image.data(), change.image.size());
+      !fault.empty()) {
+    return fault;
+  }
+  TStructBase* record = pool.GetDataPtrForUndoRedo();
+  reader.Read(change.image.data(), *record);
+  if (resolve) ResolveReferences(pool, *record);
+  return record->GetKey() < 0 ? At(change, "has a negative key") : std::string();
+}
+
+void StepReplay::ResolveReferences(DPoolBase& pool, TStructBase& record) const {
+  ForEachReference(pool.GetSchema(), record, [&](const Row& row, char* slot) {
+    const auto stored = LoadAt<std::uint64_t>(slot);
+    const auto low = static_cast<std::uint32_t>(stored);
+    ITR item = 0;
+    if (stored - low == StoredReference::kNumber) item = numbers_.At(row.target, low);
+    if (stored - low == StoredReference::kKey) {
+      item = FindRecord(session_, row.target, static_cast<Key>(low));
+    }
+    StoreAt(slot, item);
+  });
+}
+
+/// Makes the record of an insertion or removal, its references still as in the file.
+std::string StepReplay::Create(const StoredChange& change, DPoolBase& pool, Waiting& waiting) {
+  if (std::string fault = ReadRecord(change, pool, false); !fault.empty()) return fault;
+  waiting.Reserve();
+  const ITR item = pool.Set().CreateDetached(*pool.GetDataPtrForUndoRedo());
+  waiting.Add(pool.Set(), item);
+  return numbers_.Assign(pool, change.number, item, spare_)
+             ? std::string()
+             : At(change, "names a new record by a number that is taken");
+}
+
+// ---- forward ------------------------------------------------------------------------------------
+
+std::string StepReplay::ApplyForward(const StoredChange& change, DPoolBase& pool) {
+  KeyedSetBase& set = pool.Set();
+  Journal& journal = session_.journal_;
+  ITR item = numbers_.At(change.type, change.number);
+  // Room first: what is linked or detached below has its owner at once.
+  journal.Current().changes.reserve(journal.Current().changes.size() + 1);
+  if (change.operation == tagTRNotify::kInserted) {
+    // Inserted records may refer to each other, so that all of them are there already, detached.
+    if (!item || !KeyedSetBase::IsRemoved(item)) return At(change, "inserts a record twice");
+    ResolveReferences(pool, *KeyedSetBase::RecordAt(item));
+    set.AppendDetached(item);
+    journal.Record({change.type, change.operation, item, 0});
+    return {};
+  }
+  if (!item || KeyedSetBase::IsRemoved(item)) return At(change, "is of a record that is not there");
+  if (change.operation == tagTRNotify::kRemoved) {
+    set.RemoveWithoutDelete(item);
+    journal.Record({change.type, change.operation, item, 0});
+    return {};
+  }
+  if (std::string fault = ReadRecord(change, pool, true); !fault.empty()) return fault;
+  journal.Record({change.type, change.operation, item, 0});
+  set.SetAt(item, *pool.GetDataPtrForUndoRedo());
+  journal.Record({change.type, change.operation, item, 1});
+  return {};
+}
+
+void StepReplay::ForgetUndone() {
+  for (const Step& step : session_.journal_.Undone()) {
+    for (const Change& change : step.changes) {
+      if (change.operation == tagTRNotify::kInserted) {
+        numbers_.Forget(*session_.GetDataPool(change.type), change.item);
+      }
+    }
+  }
+}
+
+std::string StepReplay::Commit(std::span<const char> bytes, std::int64_t time_ms) {
+  StepHead head;
+  StepDecoder decoder(bytes, StepForm::kForward);
+  if (!decoder.ReadHead(head)) return decoder.Fault();
+  ForgetUndone();
+  Journal& journal = session_.journal_;
+  journal.Open(head.name);
+  journal.Current().number = head.number;
+  journal.Current().time_ms = time_ms;
+  Waiting waiting;
+  StoredChange change;
+  // First the new records, so that references find them.
+  for (StepDecoder first = decoder; first.Next(change);) {
+    if (change.operation != tagTRNotify::kInserted) continue;
+    DPoolBase* pool = PoolOf(change);
+    if (!pool) return At(change, "is of a pool that the file does not hold");
+    if (std::string fault = Create(change, *pool, waiting); !fault.empty()) return fault;
+  }
+  while (decoder.Next(change)) {
+    DPoolBase* pool = PoolOf(change);
+    if (!pool) return At(change, "is of a pool that the file does not hold");
+    if (std::string fault = ApplyForward(change, *pool); !fault.empty()) return fault;
+    if (change.operation == tagTRNotify::kInserted) waiting.UseFirst();
+  }
+  if (!decoder.Fault().empty()) return decoder.Fault();
+  journal.CloseEvenEmpty();
+  return {};
+}
+
+std::string StepReplay::Undo() {
+  if (session_.journal_.Done().empty()) return "undoes a step that is not there";
+  session_.journal_.Undo();
+  return {};
+}
+
+std::string StepReplay::Redo() {
+  if (session_.journal_.Undone().empty()) return "does a step again that is not there";
+  session_.journal_.Redo();
+  return {};
+}
+
+// ---- backward -----------------------------------------------------------------------------------
+
+std::string StepReplay::ApplyBackward(const StoredChange& change, DPoolBase& pool, Step& step) {
+  KeyedSetBase& set = pool.Set();
+  const ITR item = numbers_.At(change.type, change.number);
+  if (!item) return At(change, "is of a record that is not there");
+  const bool gone = KeyedSetBase::IsRemoved(item);
+  Change taken_back{item, change.type, change.operation, 0, 0};
+  if (change.operation == tagTRNotify::kRemoved) {
+    const auto neighbour = [&](std::uint32_t number) {
+      return number == StepNumbers::kNone ? ITR{0} : numbers_.At(change.type, number);
+    };
+    const ITR previous = neighbour(change.previous);
+    const ITR next = neighbour(change.next);
+    // The two must stand side by side, so that the list stays one.
+    const bool beside =
+        (previous ? !KeyedSetBase::IsRemoved(previous) && set.NextOf(previous) == next
+                  : set.GetHeadPosition() == next) &&
+        (next ? !KeyedSetBase::IsRemoved(next) : set.GetTailPosition() == previous);
+    if (!gone || !beside) return At(change, "removes a record from where it cannot have been");
+    set.SetFormerNeighbours(item, previous, next);
+    set.Relink(item, set.ListEpoch(), set.HashEpoch() + 1);
+    step.held += KeyedSetBase::RecordAt(item)->GetSizePlusVfptr() + 36;
+  } else if (gone) {
+    return At(change, "is of a record that is not there");
+  } else if (change.operation == tagTRNotify::kInserted) {
+    set.RemoveWithoutDelete(item);
+    taken_back.list_epoch = set.ListEpoch();
+    taken_back.hash_epoch = set.HashEpoch();
+  } else {
+    if (std::string fault = ReadRecord(change, pool, true); !fault.empty()) return fault;
+    Step::Images images{};
+    images.after = step.bytes.size();
+    images.after_size = KeepImage(*KeyedSetBase::RecordAt(item), step.bytes);
+    images.before = step.bytes.size();
+    images.before_size = KeepImage(*pool.GetDataPtrForUndoRedo(), step.bytes);
+    set.SetAt(item, *pool.GetDataPtrForUndoRedo());
+    taken_back.list_epoch = static_cast<std::uint32_t>(step.images.size());
+    step.images.push_back(images);
+  }
+  step.changes.push_back(taken_back);
+  return {};
+}
+
+std::string StepReplay::TakeBackPast(std::span<const char> bytes, std::int64_t time_ms) {
+  StepHead head;
+  StepDecoder decoder(bytes, StepForm::kBackward);
+  if (!decoder.ReadHead(head)) return decoder.Fault();
+  std::vector<StoredChange> changes;
+  Waiting waiting;
+  StoredChange change;
+  // First the records that the step removed, so that references and neighbours find them.
+  while (decoder.Next(change)) {
+    DPoolBase* pool = PoolOf(change);
+    if (!pool) return At(change, "is of a pool that the file does not hold");
+    changes.push_back(change);
+    if (change.operation != tagTRNotify::kRemoved) continue;
+    if (std::string fault = Create(change, *pool, waiting); !fault.empty()) return fault;
+  }
+  if (!decoder.Fault().empty()) return decoder.Fault();
+  for (const StoredChange& c : changes) {
+    if (c.operation != tagTRNotify::kRemoved) continue;
+    ResolveReferences(*PoolOf(c), *KeyedSetBase::RecordAt(numbers_.At(c.type, c.number)));
+  }
+  // The journal owns what is detached from now on, also where this ends half-way.
+  Step& step = session_.journal_.AddUndone();
+  step.number = head.number;
+  step.name = head.name;
+  step.time_ms = time_ms;
+  step.changes.reserve(changes.size());
+  std::string fault;
+  for (auto c = changes.rbegin(); c != changes.rend() && fault.empty(); ++c) {
+    fault = ApplyBackward(*c, *PoolOf(*c), step);
+    if (fault.empty() && c->operation == tagTRNotify::kRemoved) waiting.UseLast();
+  }
+  std::reverse(step.changes.begin(), step.changes.end());
+  ++past_;
+  return fault;
+}
+
+std::string StepReplay::EndPast() {
+  for (; past_ > 0; --past_) session_.journal_.Redo();
+  return {};
+}
+
+}  // namespace qx

@@ -1,0 +1,129 @@
+#include "qx_db/platform/file_lock.h"
+
+#include <cerrno>
+#include <utility>
+
+#include "qx_db/platform/file.h"
+
+#ifdef _WIN32
+#define WIN32_LEAN_AND_MEAN
+#include <windows.h>
+#else
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#endif
+
+namespace qx {
+
+#ifdef _WIN32
+
+struct FileLock::Handle {
+  HANDLE file;
+  ~Handle() { CloseHandle(file); }
+};
+
+FileLock::Result FileLock::Take(const std::string& path, std::unique_ptr<FileLock>& lock,
+                                std::string& former, int& error) {
+  // The file is removed by the system with its last handle, so that one never grows stale here.
+  HANDLE file = CreateFileW(PathFromUtf8(path).c_str(), GENERIC_READ | GENERIC_WRITE | DELETE,
+                            FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr, OPEN_ALWAYS,
+                            FILE_FLAG_DELETE_ON_CLOSE, nullptr);
+  if (file == INVALID_HANDLE_VALUE) {
+    error = EACCES;
+    if (GetLastError() != ERROR_SHARING_VIOLATION) return Result::kFailed;
+    HANDLE reader = CreateFileW(PathFromUtf8(path).c_str(), GENERIC_READ,
+                                FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                                OPEN_EXISTING, 0, nullptr);
+    char text[256];
+    DWORD got = 0;
+    if (reader != INVALID_HANDLE_VALUE && ReadFile(reader, text, sizeof(text), &got, nullptr)) {
+      former.assign(text, got);
+    }
+    if (reader != INVALID_HANDLE_VALUE) CloseHandle(reader);
+    return Result::kHeld;
+  }
+  lock.reset(new FileLock(path, std::unique_ptr<Handle>(new Handle{file})));
+  return Result::kTaken;
+}
+
+FileLock::~FileLock() = default;
+
+int FileLock::Write(const std::string& text) {
+  DWORD written = 0;
+  SetFilePointer(handle_->file, 0, nullptr, FILE_BEGIN);
+  const bool done =
+      WriteFile(handle_->file, text.data(), static_cast<DWORD>(text.size()), &written, nullptr) &&
+      SetEndOfFile(handle_->file);
+  return done ? 0 : EIO;
+}
+
+std::string HostName() {
+  char name[256];
+  DWORD size = sizeof(name);
+  return GetComputerNameA(name, &size) ? std::string(name, size) : "unknown";
+}
+
+std::int64_t ProcessId() { return static_cast<std::int64_t>(GetCurrentProcessId()); }
+
+#else
+
+struct FileLock::Handle {
+  int fd;
+  ~Handle() { close(fd); }
+};
+
+FileLock::Result FileLock::Take(const std::string& path, std::unique_ptr<FileLock>& lock,
+                                std::string& former, int& error) {
+  for (;;) {
+    std::unique_ptr<Handle> handle(new Handle{-1});
+    handle->fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+    if (handle->fd < 0) {
+      error = errno;
+      return Result::kFailed;
+    }
+    const bool taken = flock(handle->fd, LOCK_EX | LOCK_NB) == 0;
+    const int refused = taken ? 0 : errno;
+    char text[256];
+    const ssize_t got = pread(handle->fd, text, sizeof(text), 0);
+    former.assign(text, got > 0 ? static_cast<std::size_t>(got) : 0);
+    if (!taken) {
+      error = refused;
+      return refused == EWOULDBLOCK ? Result::kHeld : Result::kFailed;
+    }
+    // The holder before us may have removed the file between our opening and our taking it.
+    struct stat ours {};
+    struct stat named {};
+    if (fstat(handle->fd, &ours) == 0 && stat(path.c_str(), &named) == 0 &&
+        ours.st_ino == named.st_ino && ours.st_dev == named.st_dev) {
+      lock.reset(new FileLock(path, std::move(handle)));
+      return Result::kTaken;
+    }
+  }
+}
+
+FileLock::~FileLock() {
+  if (!leave_file_) unlink(path_.c_str());
+  flock(handle_->fd, LOCK_UN);  // also for a child that has inherited the handle
+}
+
+int FileLock::Write(const std::string& text) {
+  if (ftruncate(handle_->fd, 0) != 0) return errno;
+  const ssize_t written = pwrite(handle_->fd, text.data(), text.size(), 0);
+  return written == static_cast<ssize_t>(text.size()) ? 0 : EIO;
+}
+
+std::string HostName() {
+  char name[256] = {};
+  return gethostname(name, sizeof(name) - 1) == 0 ? name : "unknown";
+}
+
+std::int64_t ProcessId() { return getpid(); }
+
+#endif
+
+FileLock::FileLock(std::string path, std::unique_ptr<Handle> handle)
+    : path_(std::move(path)), handle_(std::move(handle)) {}
+
+}  // namespace qx

@@ -1,0 +1,40 @@
+#pragma once
+// A file that one process holds at a time, with a text for the others to read.
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "qx_db/export.h"
+
+namespace qx {
+
+/// A hold on a lock file. The system ends it with the process, however that ends.
+class QXDB_API FileLock {
+ public:
+  enum class Result { kTaken, kHeld, kFailed };
+
+  /// Takes the lock file at `path`, made if need be. `former` is the text found in it: of the
+  /// holder (kHeld), of one that ended without leaving (kTaken), or "". `error` tells why it
+  /// failed.
+  static Result Take(const std::string& path, std::unique_ptr<FileLock>& lock, std::string& former,
+                     int& error);
+  /// Removes the file and lets go.
+  ~FileLock();
+  /// Replaces the text in the file. 0 or an error number.
+  int Write(const std::string& text);
+  /// Leaves the file and its text behind when the hold ends.
+  void LeaveFile() { leave_file_ = true; }
+
+ private:
+  struct Handle;
+  FileLock(std::string path, std::unique_ptr<Handle> handle);
+  std::string path_;
+  std::unique_ptr<Handle> handle_;
+  bool leave_file_ = false;
+};
+
+QXDB_API std::string HostName();
+QXDB_API std::int64_t ProcessId();
+
+}  // namespace qx

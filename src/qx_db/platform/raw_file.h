@@ -1,0 +1,46 @@
+#pragma once
+// Files as durability sees them: bytes at places, and when they are on the device.
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "qx_db/export.h"
+
+namespace qx {
+
+/// An open file. Every operation gives 0 or the system's error number, never a short count.
+class QXDB_API RawFile {
+ public:
+  virtual ~RawFile() = default;
+  /// Reads exactly `size` bytes; what lies behind the end of the file reads as an error.
+  virtual int Read(char* to, std::size_t size, std::uint64_t at) = 0;
+  virtual int Write(const char* from, std::size_t size, std::uint64_t at) = 0;
+  /// Cuts the file or extends it by zeros.
+  virtual int Resize(std::uint64_t size) = 0;
+  /// Returns once everything written is on the device, the file's size included.
+  virtual int Sync() = 0;
+  virtual int Size(std::uint64_t& size) = 0;
+};
+
+/// The operations whose order decides what a crash leaves behind. Tests put a layer of their own
+/// in its place.
+class QXDB_API FileSystem {
+ public:
+  virtual ~FileSystem() = default;
+  virtual int Open(const std::string& path, bool writing, std::unique_ptr<RawFile>& file);
+  virtual int Rename(const std::string& from, const std::string& to);
+  virtual int Remove(const std::string& path);
+  /// Makes the names in the folder of `path` durable.
+  virtual int SyncFolderOf(const std::string& path);
+};
+
+/// The file system in use.
+QXDB_API FileSystem& Files();
+/// Puts another in its place, null for the real one. Not while files are open.
+QXDB_API void SetFiles(FileSystem* files);
+
+/// The system's text for an error number.
+QXDB_API std::string ErrorText(int error);
+
+}  // namespace qx

@@ -1,0 +1,109 @@
+// Every allocation fails in turn: a step is made whole or not at all, in memory and in the file.
+
+#include <functional>
+#include <gtest/gtest.h>
+#include <new>
+
+#include "qx_db/gateway/document.h"
+#include "qx_db/gateway/document_exchange.h"
+
+#include "tests/core/durable_model.h"
+#include "tests/core/failing_memory.h"
+#include "tests/scratch_folder.h"
+
+namespace qx {
+namespace {
+
+constexpr const char* kGatewayText = R"({"NODE": {"901": {"POS": [1, 2, 3]}, "902": {}}})";
+
+struct Case {
+  const char* name;
+  std::function<void(CQXDocBase&)> work;
+};
+
+TEST(FailingMemoryTest, LeavesEveryStepWholeOrUnmade) {
+  const ScratchFolder folder;
+  const std::string path = folder.Path("memory.qxm");
+  const std::string other = folder.Path("other.qxm");
+  {
+    CQXDocBase document(SetUpSmallModel);
+    RandomEdits edits(8);
+    for (int i = 0; i < 15; ++i) edits.Step(*document.GetDBSession());
+    ASSERT_EQ(document.SaveAs(other).Line(), "");
+    ASSERT_EQ(document.KeepSteps().Line(), "");
+    for (int i = 0; i < 5; ++i) edits.Step(*document.GetDBSession());
+  }
+  const Case cases[] = {
+      {"edit",
+       [](CQXDocBase& document) {
+         RandomEdits edits(99);
+         for (int i = 0; i < 6; ++i) {
+           CTransaction transaction(document.GetDBSession());
+           transaction.Begin(u"Outer");
+           edits.Step(*document.GetDBSession());
+           edits.Step(*document.GetDBSession());
+           edits.Step(*document.GetDBSession());
+           if (i == 5) transaction.Commit();
+         }
+       }},
+      {"undo", [](CQXDocBase& document) { document.GetDBSession()->Undo(); }},
+      {"redo", [](CQXDocBase& document) { document.GetDBSession()->Redo(); }},
+      {"save", [](CQXDocBase& document) { (void)!document.Save(); }},
+      {"load", [&](CQXDocBase& document) { (void)!document.Open(other); }},
+      {"gateway",
+       [](CQXDocBase& document) {
+         dbgateway::DataBase text;
+         if (text.Parse(kGatewayText)) (void)!ReadDocument(*document.GetDBSession(), text);
+       }},
+  };
+  for (const Case& c : cases) {
+    std::uint64_t whole = 0;  // the state when nothing fails
+    {
+      CQXDocBase document(SetUpSmallModel);
+      RandomEdits edits(4);
+      for (int i = 0; i < 25; ++i) edits.Step(*document.GetDBSession());
+      document.GetDBSession()->Undo();
+      ASSERT_EQ(document.SaveAs(path).Line(), "");
+      c.work(document);
+      whole = document.GetDBSession()->StateHash();
+    }
+    bool failed = true;
+    int failures = 0;
+    for (int allocation = 0; failed; ++allocation) {
+      SCOPED_TRACE(std::string(c.name) + ", allocation " + std::to_string(allocation));
+      CQXDocBase document(SetUpSmallModel);
+      CQXDBSession& session = *document.GetDBSession();
+      ASSERT_EQ(document.SaveAs(path).Line(), "");
+      ASSERT_EQ(document.KeepSteps().Line(), "");
+      RandomEdits edits(4);
+      for (int i = 0; i < 25; ++i) edits.Step(session);
+      session.Undo();
+      const std::uint64_t before = session.StateHash();
+      bool threw = false;
+      {
+        const FailingMemory memory(allocation);
+        try {
+          c.work(document);
+        } catch (const std::bad_alloc&) {
+          threw = true;
+        }
+        failed = memory.HasFailed();
+      }
+      failures += failed;
+      ASSERT_EQ(session.Validate(), "");
+      const std::uint64_t after = session.StateHash();
+      ASSERT_TRUE(after == before || after == whole) << (threw ? "threw" : "returned");
+      if (document.Keeper()) {
+        CQXDocBase reopened(SetUpSmallModel);
+        // Undo and redo are told to the file first; one that then failed is written with the next.
+        edits.Step(session);
+        ASSERT_EQ(reopened.Open(path).Line(), "");
+        ASSERT_EQ(reopened.GetDBSession()->StateHash(), session.StateHash());
+      }
+    }
+    EXPECT_GT(failures, 0) << c.name;
+  }
+}
+
+}  // namespace
+}  // namespace qx
