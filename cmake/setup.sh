@@ -2,9 +2,9 @@
 
 # What the library, the command line and the examples need.
 BUILD_PACKAGES=(g++ cmake ninja-build pkg-config lld rapidjson-dev libsqlite3-dev libfmt-dev
-                libcli11-dev libxxhash-dev libicu-dev)
+                libcli11-dev libxxhash-dev libicu-dev libcurl4-openssl-dev libssl-dev)
 # What the tests need on top.
-TEST_PACKAGES=(libgtest-dev librapidcheck-dev libvalijson-dev clang libclang-rt-14-dev clang-format xz-utils
+TEST_PACKAGES=(libgtest-dev librapidcheck-dev libvalijson-dev clang libclang-rt-14-dev clang-format xz-utils qt6-base-dev
                libocct-foundation-dev libocct-modeling-data-dev
                libocct-modeling-algorithms-dev libocct-data-exchange-dev libocct-ocaf-dev libtbb-dev)
 

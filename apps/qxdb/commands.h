@@ -34,6 +34,7 @@ void AddWhereUsed(CLI::App& app, Context& context);
 void AddAxes(CLI::App& app, Context& context);
 void AddMaterial(CLI::App& app, Context& context);
 void AddProperty(CLI::App& app, Context& context);
+void AddProbe(CLI::App& app, Context& context);
 
 /// A command with an example in its help. `--json` is taken before or after its name.
 CLI::App* AddCommand(CLI::App& app, Context& context, const std::string& name,

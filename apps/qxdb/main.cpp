@@ -55,6 +55,7 @@ int main(int argc, char** argv) {
   AddAxes(app, context);
   AddMaterial(app, context);
   AddProperty(app, context);
+  AddProbe(app, context);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {

@@ -1,0 +1,140 @@
+#include "adapters/qt/qt_combo_window.h"
+
+#include <QtCore/QCoreApplication>
+#include <QtCore/QSignalBlocker>
+#include <QtGui/QFontMetrics>
+#include <QtGui/QScreen>
+#include <QtWidgets/QAbstractItemView>
+#include <QtWidgets/QCompleter>
+#include <QtWidgets/QLayout>
+#include <QtWidgets/QLineEdit>
+#include <QtWidgets/QStyle>
+#include <algorithm>
+
+namespace qx {
+
+QEvent::Type ComboCommandEvent::Kind() {
+  static const auto kind = static_cast<QEvent::Type>(QEvent::registerEventType());
+  return kind;
+}
+
+QtComboWindow::QtComboWindow(QComboBox& box, CComboBox& list, std::uint16_t control_id)
+    : QObject(&box),
+      box_(box),
+      list_(&list),
+      control_id_(control_id),
+      model_(new QtItemModel(this)),
+      popup_(box.view()->parentWidget()) {
+  {
+    const QSignalBlocker silence(box_);
+    box_.setModel(model_);
+  }
+  box_.setInsertPolicy(QComboBox::NoInsert);
+  // The closed box keeps its size: measuring every item at each change would cost more than showing
+  // them, and move the dialog's layout.
+  box_.setSizeAdjustPolicy(QComboBox::AdjustToMinimumContentsLengthWithIcon);
+  if (box_.minimumContentsLength() == 0) box_.setMinimumContentsLength(16);
+  box_.setMaxVisibleItems(20);
+  if (QCompleter* completer = box_.completer()) {
+    // Completing in place would turn the new name "Wall" into "Wall 2".
+    completer->setCompletionMode(QCompleter::PopupCompletion);
+    completer->setFilterMode(Qt::MatchContains);
+  }
+  connect(&box_, &QComboBox::currentIndexChanged, this, &QtComboWindow::OnCurrentIndexChanged);
+  box_.installEventFilter(this);
+  box_.view()->installEventFilter(this);
+  popup_->installEventFilter(this);
+  list_->Attach(this);
+}
+
+QtComboWindow::~QtComboWindow() {
+  if (list_) list_->Attach(nullptr);
+}
+
+int QtComboWindow::FindKey(Key key) const {
+  const auto& items = model_->Items();
+  const auto found = std::find_if(items.begin(), items.end(),
+                                  [&](const ComboItem& item) { return item.key == key; });
+  return found == items.end() ? CComboBox::kNone : static_cast<int>(found - items.begin());
+}
+
+void QtComboWindow::ShowItems(std::span<const ComboItem> items, int selected) {
+  const auto record_at = [&](int index) { return box_.itemData(index, QtItemModel::kRecordRole); };
+  QLineEdit* const edit = box_.lineEdit();
+  const bool typing = edit && edit->isModified();
+  const QString typed = typing ? edit->text() : QString();
+  const QVariant former = record_at(box_.currentIndex());
+  const QSignalBlocker silence(box_);
+  model_->SetItems(items);
+  width_known_ = false;
+  Select(selected);
+  if (typing && record_at(selected) == former) {
+    edit->setText(typed);
+    edit->setModified(true);
+  }
+}
+
+void QtComboWindow::Select(int index) {
+  const QSignalBlocker silence(box_);
+  box_.setCurrentIndex(index);
+  // An unchanged index leaves the text as it was typed.
+  if (box_.isEditable()) box_.setEditText(box_.itemText(index));
+}
+
+void QtComboWindow::SetEditText(const CString& text) {
+  if (box_.isEditable()) box_.setEditText(ToQt(text.View()));
+}
+
+void QtComboWindow::FitWidth() {
+  // Measuring ten thousand texts takes longer than listing them: it waits until they are seen.
+  if (!width_known_ && popup_->isVisible()) WidenPopup();
+}
+
+int QtComboWindow::WidestItem() const {
+  const QFontMetrics metrics = box_.view()->fontMetrics();
+  int widest = 0;
+  for (const ComboItem& item : model_->Items()) {
+    widest = std::max(widest, metrics.horizontalAdvance(ToQt(item.text)));
+  }
+  const QStyle& style = *box_.style();
+  const int margin = style.pixelMetric(QStyle::PM_FocusFrameHMargin, nullptr, &box_) +
+                     style.pixelMetric(QStyle::PM_DefaultFrameWidth, nullptr, &box_) + 2;
+  return widest + 2 * margin + style.pixelMetric(QStyle::PM_ScrollBarExtent, nullptr, &box_);
+}
+
+void QtComboWindow::WidenPopup() {
+  if (!width_known_) box_.view()->setMinimumWidth(WidestItem());
+  width_known_ = true;
+  // The layout keeps the former minimum until it is asked.
+  if (QLayout* layout = popup_->layout()) layout->activate();
+  const QRect screen = box_.screen()->availableGeometry();
+  QRect place = popup_->geometry();
+  const int width = std::max(box_.width(), popup_->minimumSizeHint().width());
+  place.setWidth(std::min(width, screen.width()));
+  if (place.right() > screen.right()) place.moveRight(screen.right());
+  popup_->setGeometry(place);
+}
+
+void QtComboWindow::PostToParent(std::uint32_t command) {
+  const auto low = static_cast<std::uint16_t>(command & 0xFFFF);
+  const auto high = static_cast<std::uint16_t>(command >> 16);
+  QCoreApplication::postEvent(box_.parentWidget(), new ComboCommandEvent(low, high, &box_));
+}
+
+void QtComboWindow::OnCurrentIndexChanged(int index) {
+  if (list_) list_->WindowSelected(index);
+}
+
+bool QtComboWindow::eventFilter(QObject* watched, QEvent* event) {
+  const QEvent::Type type = event->type();
+  if (watched == popup_) {
+    if (type == QEvent::Show) WidenPopup();
+  } else if (type == QEvent::FontChange || type == QEvent::StyleChange ||
+             type == QEvent::ScreenChangeInternal) {
+    width_known_ = false;
+    FitWidth();
+  }
+  return QObject::eventFilter(watched, event);
+}
+
+}  // namespace qx

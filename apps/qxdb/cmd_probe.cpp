@@ -1,0 +1,60 @@
+// qxdb probe: whether a web address answers.
+
+#include <algorithm>
+#include <fmt/format.h>
+#include <memory>
+
+#include "qx_db/net/web_util.h"
+
+#include "apps/qxdb/commands.h"
+
+namespace qx::app {
+namespace {
+
+struct Arguments {
+  std::string address;
+  double limit_s = 15;
+  ProbeOptions options;
+};
+
+/// No answer is an answer too: it goes where a result goes.
+void Probe(const Arguments& arguments, Context& context) {
+  ProbeOptions options = arguments.options;
+  options.answer_limit = std::chrono::milliseconds(static_cast<int>(arguments.limit_s * 1000));
+  options.connect_limit = std::min(options.connect_limit, options.answer_limit);
+  CQXWebUtil::SetOptions(options);
+  const Result<int> status = CQXWebUtil::Probe(CString::FromUtf8(arguments.address));
+  const bool connected = status && *status == 200;
+  const std::string text =
+      status ? fmt::format("{}: {} answers {}", connected ? "connected" : "not connected",
+                           arguments.address, *status)
+             : "not connected: " + status.Error().Line();
+  JsonText json;
+  json.Begin().Text("address", arguments.address).Bool("connected", connected);
+  if (status) {
+    json.Integer("status", *status);
+  } else {
+    json.Text("reason", status.Error().Line());
+  }
+  context.Print(text + "\n", json.End());
+  if (!connected) context.exit_code = 1;
+}
+
+}  // namespace
+
+void AddProbe(CLI::App& app, Context& context) {
+  auto arguments = std::make_shared<Arguments>();
+  CLI::App* command =
+      AddCommand(app, context, "probe", "Tell whether a web address answers with status 200",
+                 "qxdb probe https://updates.example.com/");
+  command->add_option("address", arguments->address, "http or https address")->required();
+  command->add_option("--limit", arguments->limit_s, "Seconds to wait for an answer")
+      ->check(CLI::Range(0.001, 3600.0))
+      ->capture_default_str();
+  command->add_option("--ca", arguments->options.authorities_file,
+                      "PEM file of the authorities to trust instead of the platform's");
+  command->add_option("--crl", arguments->options.revoked_file, "PEM file of revoked certificates");
+  command->callback([arguments, &context] { Probe(*arguments, context); });
+}
+
+}  // namespace qx::app

@@ -1,0 +1,13 @@
+#pragma once
+// Which faults of a server's certificate a probe forgives.
+
+#include "qx_db/net/curl_handles.h"
+
+namespace qx {
+
+/// Has a handle forgive exactly a certificate's dates and host name, the latter also where it is
+/// signed by itself; everything else about the chain is refused. False, when nothing is secured,
+/// where the TLS library offers no way to forgive these alone: then do not connect.
+bool ForgiveDateAndName(CURL* easy);
+
+}  // namespace qx

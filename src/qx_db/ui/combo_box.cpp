@@ -1,0 +1,100 @@
+#include "qx_db/ui/combo_box.h"
+
+#include <utility>
+
+namespace qx {
+
+IComboWindow::~IComboWindow() = default;
+
+CComboBox::~CComboBox() {
+  if (window_) window_->ListGone();
+}
+
+// ---- the window ---------------------------------------------------------------------------------
+
+void CComboBox::Attach(IComboWindow* window) {
+  if (window == window_) return;
+  if (IComboWindow* former = std::exchange(window_, nullptr); former && window) former->ListGone();
+  items_.clear();
+  current_ = kNone;
+  window_ = window;
+  if (window_) OnWindowAttached();
+}
+
+void CComboBox::WindowSelected(int index) {
+  current_ = At(index) ? index : kNone;
+  if (OnSelchange() == 0) NotifyChangeToParent();
+}
+
+void CComboBox::NotifyChangeToParent() {
+  if (!window_ || !window_->HasParent()) return;
+  window_->PostToParent(kSelectionChanged << 16 | window_->ControlId());
+}
+
+// ---- items --------------------------------------------------------------------------------------
+
+const ComboItem* CComboBox::At(int index) const {
+  return index >= 0 && index < GetCount() ? &items_[static_cast<std::size_t>(index)] : nullptr;
+}
+
+void CComboBox::AddItem(ComboItem item) {
+  Change change(*this);
+  items_.push_back(std::move(item));
+}
+
+int CComboBox::AddString(const CString& text) {
+  AddItem({std::u16string(text.View())});
+  return GetCount() - 1;
+}
+
+int CComboBox::SetItemData(int index, ITR data) {
+  if (!At(index)) return 0;
+  Change change(*this);
+  items_[static_cast<std::size_t>(index)].data = data;
+  return 1;
+}
+
+ITR CComboBox::GetItemData(int index) const {
+  const ComboItem* item = At(index);
+  return item ? item->data : 0;
+}
+
+CString CComboBox::GetLBText(int index) const {
+  const ComboItem* item = At(index);
+  return item ? CString(item->text) : CString();
+}
+
+void CComboBox::ResetContent() {
+  Change change(*this);
+  items_.clear();
+  current_ = kNone;
+}
+
+// ---- selection and edit field -------------------------------------------------------------------
+
+int CComboBox::SetCurSel(int index) {
+  current_ = At(index) ? index : kNone;
+  if (window_ && changes_ == 0) window_->Select(current_);
+  return current_;
+}
+
+void CComboBox::SetWindowText(const CString& text) {
+  if (window_) window_->SetEditText(text);
+}
+
+// ---- changes ------------------------------------------------------------------------------------
+
+CComboBox::Change::Change(CComboBox& box) : box_(box), current_(box.current_) {
+  if (box_.changes_++ == 0 && box_.window_) items_ = box_.items_;
+}
+
+CComboBox::Change::~Change() {
+  if (--box_.changes_ > 0 || !box_.window_) return;
+  if (items_ != box_.items_) {
+    box_.window_->ShowItems(box_.items_, box_.current_);
+  } else if (current_ != box_.current_) {
+    box_.window_->Select(box_.current_);
+  }
+}
+
+}  // namespace qx

@@ -1,0 +1,103 @@
+#pragma once
+// The pattern of all lists that dialogs pick records from: bound to a session, following its pool.
+
+#include <span>
+
+#include "qx_db/callback/update_db.h"
+#include "qx_db/core/session.h"
+#include "qx_db/ui/combo_box.h"
+
+namespace qx {
+
+/// A list of the records of one pool, with each record's iterator as its item's data. It is rebuilt
+/// when it gets a session or a window, when an option changes, and when the application refreshes
+/// its family; its selection follows the record, not the place. Every live list is registered with
+/// its family from construction to destruction. The session must outlive its lists, or be taken
+/// from them by SetDB(nullptr).
+class QXDB_API SelectionList : public CComboBox {
+ public:
+  ~SelectionList() override;
+
+  /// Binds the session, null for none, and rebuilds the list at once.
+  void SetDB(CQXDBSession* session);
+  CQXDBSession* GetDBSession() const { return session_; }
+  virtual void OnUpdateList() { SetComboBoxList(); }
+  /// Selects the item of a record. 1; or 0, with nothing selected, when none has it.
+  int ChangeSelect(ITR item);
+  /// Stores the current item's data, 0 when nothing is selected.
+  int OnSelchange() override;
+
+  /// The live lists of a family in the order they were made.
+  static std::span<SelectionList* const> Live(ComboFamily family);
+  /// Rebuilds the live lists of a family that are bound to the session.
+  static void RefreshAll(ComboFamily family, CQXDBSession* session);
+
+ protected:
+  /// Keys of items that stand for no record; they have the data 0.
+  static constexpr Key kWholeMesh = 0;
+  static constexpr Key kElementSystem = -1;
+  static constexpr Key kMaterialSystem = -2;
+
+  explicit SelectionList(ComboFamily family);
+
+  /// Rebuilds the list: nothing happens without a window.
+  void SetComboBoxList();
+  /// Sets an option, and rebuilds when that changed it.
+  template <class T>
+  void SetOption(T& option, T value) {
+    if (option == value) return;
+    option = std::move(value);
+    SetComboBoxList();
+  }
+
+  /// The current item's data and 1; 0 and 0 without a current item.
+  int GetSelected(ITR& out) const;
+  /// The current item's text and 1; empty and 0 without a current item.
+  int GetSelectedText(CString& out) const;
+  /// The record with the name in the edit field, cut at 63 characters: of several the selected one,
+  /// else the first; else a new one, made in one undoable step, when `created` becomes true. The
+  /// record is selected. 0 and 0 for a name that is empty or blank, without a session or window,
+  /// and when the model refuses.
+  int GetSelectedOrCreate(ITR& out, bool* created = nullptr);
+
+  // ---- what differs -----------------------------------------------------------------------------
+
+  /// Whether what is listed can be asked for; without it the list is empty and keeps its selection.
+  virtual bool HasSource() const { return Pool() != nullptr; }
+  /// Adds the items; unless overridden, the admitted records in pool order by their names.
+  virtual void AddItems();
+  virtual bool Admits(const TStructBase&) const { return true; }
+
+  DPoolBase* Pool() const;
+  void AddRecord(ITR item, Key key, std::u16string_view name);
+  /// Adds an item for no record, its text by resource key.
+  void AddPseudoItem(std::string_view text_key, Key key);
+  void OnWindowAttached() override;
+
+ private:
+  int Find(ITR data, Key key) const;
+  void Select(int index);
+  void Reselect();
+  void Store(const ComboItem* item);
+  ITR Create(DPoolBase& pool, std::u16string_view name);
+
+  ComboFamily family_;
+  CQXDBSession* session_ = nullptr;
+  bool has_selection_ = false;
+  ITR selected_ = 0;
+  Key selected_key_ = 0;  // tells items of the data 0 apart
+};
+
+/// The operations that each class has of its own.
+template <ComboFamily Family>
+class TSelectionList : public SelectionList {
+ public:
+  /// Rebuilds the live lists of this class that are bound to the session.
+  static void UpdateDB(CQXDBSession* session) { RefreshAll(Family, session); }
+  static std::span<SelectionList* const> Live() { return SelectionList::Live(Family); }
+
+ protected:
+  TSelectionList() : SelectionList(Family) {}
+};
+
+}  // namespace qx

@@ -1,0 +1,69 @@
+// qxdb probe, as a shell sees it.
+
+#include <algorithm>
+
+#include "tests/cli/cli_fixture.h"
+#include "tests/net/loopback_server.h"
+
+namespace qx {
+namespace {
+
+using net_test::LoopbackServer;
+using net_test::Response;
+
+class ProbeCommand : public Cli {
+ protected:
+  static void SetUpTestSuite() {
+    for (const char* name :
+         {"http_proxy", "https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY"}) {
+      unsetenv(name);
+    }
+  }
+};
+
+TEST_F(ProbeCommand, PrintsOneLineAndExitsByTheAnswer) {
+  std::string status = "200 OK";
+  LoopbackServer server(
+      LoopbackServer::Answering([&](const std::string&) { return Response(status); }));
+  const std::string address = "http://" + server.Host() + "/";
+  Ran run = Qxdb("probe " + address);
+  EXPECT_EQ(run.code, 0);
+  EXPECT_EQ(run.out, "connected: " + address + " answers 200\n");
+  EXPECT_EQ(run.err, "");
+  status = "404 Not Found";
+  run = Qxdb("probe " + address);
+  EXPECT_EQ(run.code, 1);
+  EXPECT_EQ(run.out, "not connected: " + address + " answers 404\n");
+  run = Qxdb("probe --json " + address);
+  EXPECT_EQ(run.code, 1);
+  EXPECT_EQ(run.out, "{\"address\":\"" + address + "\",\"connected\":false,\"status\":404}\n");
+}
+
+TEST_F(ProbeCommand, SaysWhyThereIsNoAnswer) {
+  Ran run = Qxdb("probe ftp://127.0.0.1/");
+  EXPECT_EQ(run.code, 1);
+  EXPECT_EQ(run.out,
+            "not connected: ftp://127.0.0.1/: is neither http nor https; probe a web address\n");
+  LoopbackServer silent([](net_test::Connection& connection) { connection.WaitForEnd(); });
+  run = Qxdb("probe --limit 0.3 http://" + silent.Host());
+  EXPECT_EQ(run.code, 1);
+  EXPECT_TRUE(run.out.starts_with("not connected: ")) << run.out;
+  EXPECT_EQ(std::count(run.out.begin(), run.out.end(), '\n'), 1);
+  EXPECT_EQ(Qxdb("probe").code, 2);
+}
+
+TEST_F(ProbeCommand, TrustsTheAuthoritiesItIsGiven) {
+  const net_test::Identity authority = net_test::Issue({.name = "Own", .authority = true});
+  const net_test::Identity identity = net_test::Issue({.issuer = &authority});
+  LoopbackServer server(LoopbackServer::AnsweringSecurely(identity, Response("200 OK")));
+  const std::string address = " https://" + server.Host() + "/";
+  Write("own.pem", net_test::Pem(authority));
+  EXPECT_EQ(Qxdb("probe" + address).code, 1);
+  EXPECT_EQ(Qxdb("probe --ca own.pem" + address).code, 0);
+  EXPECT_EQ(Qxdb("probe --ca missing.pem" + address).code, 1);
+  Write("revoked.pem", net_test::RevocationPem(authority, {&identity}));
+  EXPECT_EQ(Qxdb("probe --ca own.pem --crl revoked.pem" + address).code, 1);
+}
+
+}  // namespace
+}  // namespace qx
