@@ -1,5 +1,6 @@
 #pragma once
-// Memory that runs out on demand, for what is allocated with `new` on the calling thread.
+// Memory that runs out on demand on the calling thread: all of it, but under the address sanitizer
+// only what is taken with `new`.
 
 namespace qx {
 

@@ -5,8 +5,10 @@
 #include <cstdio>
 #include <filesystem>
 #include <map>
+#include <new>
 #include <random>
 #include <sqlite3.h>
+#include <utility>
 #include <xxhash.h>
 
 #include "qx_db/core/checked_vfs.h"
@@ -53,21 +55,20 @@ class Statement {
     statement_.reset(raw);
   }
   Statement& Bind(int at, std::int64_t value) {
-    sqlite3_bind_int64(statement_.get(), at, value);
-    return *this;
+    return Bound(sqlite3_bind_int64(statement_.get(), at, value));
   }
   Statement& Bind(int at, const std::string& value) {
-    sqlite3_bind_text64(statement_.get(), at, value.data(), value.size(), SQLITE_TRANSIENT,
-                        SQLITE_UTF8);
-    return *this;
+    return Bound(sqlite3_bind_text64(statement_.get(), at, value.data(), value.size(),
+                                     SQLITE_TRANSIENT, SQLITE_UTF8));
   }
   /// The bytes must live until the statement has run.
   Statement& BindBlob(int at, const std::vector<char>& value) {
-    sqlite3_bind_blob64(statement_.get(), at, value.data(), value.size(), SQLITE_STATIC);
-    return *this;
+    return Bound(
+        sqlite3_bind_blob64(statement_.get(), at, value.data(), value.size(), SQLITE_STATIC));
   }
-  /// Runs a statement without rows.
+  /// Runs a statement without rows; not with a value that could not be bound, which would be null.
   bool Run() {
+    if (!std::exchange(bound_, true)) return false;
     const int result = sqlite3_step(statement_.get());
     sqlite3_reset(statement_.get());
     return result == SQLITE_DONE;
@@ -77,16 +78,24 @@ class Statement {
   void Reset() { sqlite3_reset(statement_.get()); }
   std::int64_t Int(int column) { return sqlite3_column_int64(statement_.get(), column); }
   std::string Text(int column) {
+    const bool null = sqlite3_column_type(statement_.get(), column) == SQLITE_NULL;
     const auto* text = sqlite3_column_text(statement_.get(), column);
+    if (!text && !null) throw std::bad_alloc();
     return text ? reinterpret_cast<const char*>(text) : "";
   }
   std::span<const char> Blob(int column) {
-    const void* bytes = sqlite3_column_blob(statement_.get(), column);
     const int size = sqlite3_column_bytes(statement_.get(), column);
+    const void* bytes = sqlite3_column_blob(statement_.get(), column);
+    if (!bytes && size > 0) throw std::bad_alloc();
     return {static_cast<const char*>(bytes), static_cast<std::size_t>(size)};
   }
 
  private:
+  Statement& Bound(int result) {
+    bound_ = bound_ && result == SQLITE_OK;
+    return *this;
+  }
+  bool bound_ = true;
   std::unique_ptr<sqlite3_stmt, FinalizeStatement> statement_;
 };
 
@@ -299,6 +308,9 @@ struct ModelFileReader::Impl {
   std::uint64_t steps_id = 0;  // 0 in a file that has none
 
   Failure Fault(const std::string& place, const std::string& what) const {
+    if (sqlite3_errcode(db.get()) == SQLITE_NOMEM) {
+      return {path, place, "there is not enough memory to read it", "close other programs"};
+    }
     return {path, place, what, kDamaged};
   }
   Outcome ReadDirectory();

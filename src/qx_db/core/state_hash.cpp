@@ -2,7 +2,6 @@
 
 #define XXH_INLINE_ALL
 #include <algorithm>
-#include <memory>
 #include <vector>
 #include <xxhash.h>
 
@@ -12,9 +11,8 @@
 namespace qx {
 
 std::uint64_t CQXDBSession::StateHash() const {
-  const std::unique_ptr<XXH3_state_t, XXH_errorcode (*)(XXH3_state_t*)> state(XXH3_createState(),
-                                                                              XXH3_freeState);
-  XXH3_64bits_reset(state.get());
+  XXH3_state_t state;
+  XXH3_64bits_reset(&state);
   std::vector<DPoolBase*> pools(order_);
   std::sort(pools.begin(), pools.end(),
             [](auto* a, auto* b) { return a->GetTypeCode() < b->GetTypeCode(); });
@@ -22,17 +20,17 @@ std::uint64_t CQXDBSession::StateHash() const {
   for (const DPoolBase* pool : pools) {
     if (!pool->NeedSaveNLoad() || pool->GetSize() == 0) continue;
     const std::int32_t head[2] = {pool->GetTypeCode(), pool->GetSize()};
-    XXH3_64bits_update(state.get(), head, sizeof(head));
+    XXH3_64bits_update(&state, head, sizeof(head));
     const Schema& schema = pool->GetSchema();
     for (ITR pos = pool->GetHeadPosition(); pos; pool->Next(pos)) {
       const TStructBase& record = *KeyedSetBase::RecordAt(pos);
       image.resize(ImageSize(schema, record));
       WriteImage(schema, record, image.data());
       ImageIteratorsToKeys(schema, image.data());
-      XXH3_64bits_update(state.get(), image.data(), image.size());
+      XXH3_64bits_update(&state, image.data(), image.size());
     }
   }
-  return XXH3_64bits_digest(state.get());
+  return XXH3_64bits_digest(&state);
 }
 
 }  // namespace qx
