@@ -2,6 +2,7 @@
 
 #include <ctime>
 #include <fmt/format.h>
+#include <map>
 #include <memory>
 
 #include "qx_db/qx_db.h"
@@ -22,17 +23,22 @@ struct HistoryOptions {
   bool keep_history = false;
 };
 
-std::string TimeText(std::int64_t time_ms) {
+enum class Clock { kLocal, kUtc };
+
+/// For people on their clock, for programs (ISO 8601) on everyone's.
+std::string TimeText(std::int64_t time_ms, Clock clock) {
   if (time_ms == 0) return "";
   const auto seconds = static_cast<std::time_t>(time_ms / 1000);
-  std::tm local{};
+  const bool utc = clock == Clock::kUtc;
+  std::tm parts{};
 #ifdef _WIN32
-  localtime_s(&local, &seconds);
+  utc ? gmtime_s(&parts, &seconds) : localtime_s(&parts, &seconds);
 #else
-  localtime_r(&seconds, &local);
+  utc ? gmtime_r(&seconds, &parts) : localtime_r(&seconds, &parts);
 #endif
   char text[32];
-  return {text, std::strftime(text, sizeof(text), "%Y-%m-%d %H:%M:%S", &local)};
+  return {text, utc ? std::strftime(text, sizeof(text), "%Y-%m-%dT%H:%M:%SZ", &parts)
+                    : std::strftime(text, sizeof(text), "%Y-%m-%d %H:%M:%S", &parts)};
 }
 
 struct Counts {
@@ -49,20 +55,13 @@ Counts CountsOf(const Step& step) {
   return counts;
 }
 
-/// What a user should know of how the file was left.
-std::string RecoveryText(const ModelFileReport& report) {
+/// Who else has, or had, the file.
+std::string WriterText(const ModelFileReport& report) {
   std::string text;
   if (!report.stale_lock.empty()) {
     text += "note: " + report.stale_lock + " ended without closing the file\n";
   }
-  if (!report.closed) {
-    text += fmt::format("note: recovered {} steps made since the last save\n", report.steps);
-  }
-  if (report.unfinished_step) {
-    text +=
-        "note: a step that was being written when the writer ended, and was never "
-        "acknowledged, is left out\n";
-  }
+  if (!report.writer.empty()) text += "note: being edited by " + report.writer + "\n";
   return text;
 }
 
@@ -77,7 +76,7 @@ std::vector<const Step*> AllSteps(const CQXDBSession& session) {
 
 void WriteStep(JsonText& json, const Step& step) {
   const Counts counts = CountsOf(step);
-  json.Integer("step", step.number).Text("time", TimeText(step.time_ms));
+  json.Integer("step", step.number).Text("time", TimeText(step.time_ms, Clock::kUtc));
   json.Text("name", Utf8(step.name)).Integer("inserted", counts.inserted);
   json.Integer("removed", counts.removed).Integer("modified", counts.modified);
 }
@@ -94,6 +93,7 @@ void Log(const HistoryOptions& options, Context& context) {
   JsonText json;
   json.Begin().Text("model", options.model).Integer("since_save", report.steps);
   json.Bool("closed", report.closed).Bool("unfinished_step", report.unfinished_step);
+  json.Text("writer", report.writer);
   json.BeginArray("steps");
   const std::vector<const Step*> steps = AllSteps(session);
   for (std::size_t i = 0; i < steps.size(); ++i) {
@@ -101,7 +101,7 @@ void Log(const HistoryOptions& options, Context& context) {
     table.Row({i + 1 == done ? "*"
                : i >= done   ? "undone"
                              : "",
-               std::to_string(steps[i]->number), TimeText(steps[i]->time_ms),
+               std::to_string(steps[i]->number), TimeText(steps[i]->time_ms, Clock::kLocal),
                Grouped(counts.inserted), Grouped(counts.removed), Grouped(counts.modified),
                Utf8(steps[i]->name)});
     json.Begin();
@@ -109,7 +109,7 @@ void Log(const HistoryOptions& options, Context& context) {
     json.Bool("done", i < done).End();
   }
   json.End().End();
-  context.Print(RecoveryText(report) + (steps.empty() ? "no history\n" : table.Text()), json);
+  context.Print(WriterText(report) + (steps.empty() ? "no history\n" : table.Text()), json);
 }
 
 /// Opens for editing, moves in the history, and says where that led.
@@ -122,10 +122,12 @@ void Go(const HistoryOptions& options, Context& context, Move&& move) {
   }
   CQXDBSession& session = *document.GetDBSession();
   const std::string before = HashText(session.StateHash());
-  if (Outcome moved = move(session); !moved) {
-    const bool kept = static_cast<bool>(document.Keeper()->Fault());
-    return context.Refuse(kept ? moved.Error() : document.Keeper()->Fault().Error());
-  }
+  // However many steps it takes, they are put on the device once.
+  StepKeeper& keeper = *document.Keeper();
+  keeper.SetOptions({Durability::kInterval, std::chrono::hours(24)});
+  Outcome moved = move(session);
+  if (Outcome flushed = keeper.Flush(); moved && !flushed) moved = flushed;
+  if (!moved) return context.Refuse(keeper.Fault() ? moved.Error() : keeper.Fault().Error());
   const auto& done = session.History().Done();
   const std::string after = HashText(session.StateHash());
   JsonText json;
@@ -136,8 +138,7 @@ void Go(const HistoryOptions& options, Context& context, Move&& move) {
   const std::string at =
       done.empty() ? "before the first step"
                    : fmt::format("at step {} \"{}\"", done.back().number, Utf8(done.back().name));
-  context.Print(RecoveryText(report) + fmt::format("{}: state {} -> {}\n", at, before, after),
-                json);
+  context.Print(WriterText(report) + fmt::format("{}: state {} -> {}\n", at, before, after), json);
 }
 
 void UndoOrRedo(const HistoryOptions& options, bool undo, Context& context) {
@@ -145,11 +146,11 @@ void UndoOrRedo(const HistoryOptions& options, bool undo, Context& context) {
     const std::size_t there =
         undo ? session.History().Done().size() : session.History().Undone().size();
     if (there < static_cast<std::size_t>(options.count)) {
-      return Failure{
-          options.model, "",
-          there == 0 ? fmt::format("there is nothing to {}", undo ? "undo" : "redo")
-                     : fmt::format("only {} steps can be {}", there, undo ? "undone" : "redone"),
-          "see qxdb log"};
+      return Failure{options.model, "",
+                     there == 0 ? fmt::format("there is nothing to {}", undo ? "undo" : "redo")
+                                : fmt::format("only {} step{} can be {}", there,
+                                              there == 1 ? "" : "s", undo ? "undone" : "redone"),
+                     "see qxdb log"};
     }
     for (int i = 0; i < options.count; ++i) {
       if (!(undo ? session.Undo() : session.Redo())) {
@@ -203,10 +204,15 @@ void Compact(const HistoryOptions& options, Context& context) {
   json.Integer("bytes_before", static_cast<std::int64_t>(report.file_bytes));
   json.Integer("bytes_after", static_cast<std::int64_t>(now.file_bytes)).End();
   context.Print(
-      RecoveryText(report) + fmt::format("{} -> {}, {} steps of history\n",
-                                         Bytes(report.file_bytes), Bytes(now.file_bytes), steps),
+      WriterText(report) + fmt::format("{} -> {}, {} steps of history\n", Bytes(report.file_bytes),
+                                       Bytes(now.file_bytes), steps),
       json);
 }
+
+struct Blamed {
+  const Step* step;
+  bool removed;
+};
 
 void Blame(const HistoryOptions& options, Context& context) {
   CQXDocBase document(host::SetUpModel);
@@ -218,28 +224,35 @@ void Blame(const HistoryOptions& options, Context& context) {
   if (!pool) return context.Refuse(pool.Error());
   const auto ranges = KeyRanges::Parse(options.keys);
   if (!ranges) return context.Refuse(ranges.Error());
-  const TArray<ITR> items = ranges->Select(**pool);
-  if (items.IsEmpty()) {
-    return context.Refuse(NothingSelected(options.model, **pool, options.keys));
-  }
-  // The last done step to name a record; one pass over the history for all of them.
+  // The last done step to name a record, there or removed; one pass over the history for all.
+  std::map<Key, Blamed> records;
+  for (const ITR item : ranges->Select(**pool)) records[KeyOf(item)] = {nullptr, false};
   std::vector<const Step*> last((*pool)->Set().SlotLimit());
   for (const Step& step : session.History().Done()) {
     for (const Change& change : step.changes) {
-      if (change.type == (*pool)->GetTypeCode()) last[(*pool)->Set().SlotOf(change.item)] = &step;
+      if (change.type != (*pool)->GetTypeCode()) continue;
+      last[(*pool)->Set().SlotOf(change.item)] = &step;
+      if (change.operation != tagTRNotify::kRemoved) continue;
+      const Key key = KeyOf(change.item);
+      if (ranges->Contains(key) && !(*pool)->Find(key)) records[key] = {&step, true};
     }
+  }
+  if (records.empty()) {
+    return context.Refuse(NothingSelected(options.model, **pool, options.keys));
   }
   Table table({">key", ">step", "time", "name"});
   JsonText json;
   json.Begin().Text("model", options.model).BeginArray("records");
-  for (const ITR item : items) {
-    const Step* step = last[(*pool)->Set().SlotOf(item)];
-    const Key key = KeyOf(item);
+  for (auto& [key, blamed] : records) {
+    const Step* step =
+        blamed.removed ? blamed.step : last[(*pool)->Set().SlotOf((*pool)->Find(key))];
     json.Begin().Integer("key", key);
     if (step) {
-      table.Row({std::to_string(key), std::to_string(step->number), TimeText(step->time_ms),
-                 Utf8(step->name)});
+      table.Row({std::to_string(key), std::to_string(step->number),
+                 TimeText(step->time_ms, Clock::kLocal),
+                 Utf8(step->name) + (blamed.removed ? " (removed)" : "")});
       WriteStep(json, *step);
+      json.Bool("gone", blamed.removed);
     } else {
       table.Row({std::to_string(key), "-", "", "before the history"});
     }
@@ -266,14 +279,15 @@ void AddHistory(CLI::App& app, Context& context) {
         add(undo ? "undo" : "redo", undo ? "Take steps back" : "Do steps again that were undone",
             undo ? "qxdb undo wing.qxm" : "qxdb redo wing.qxm --count 2",
             [undo](const HistoryOptions& o, Context& c) { UndoOrRedo(o, undo, c); });
-    command->add_option("--count", options->count, "How many steps")->check(CLI::PositiveNumber);
+    command->add_option("--count", options->count, "How many steps")
+        ->check(CLI::Range(1, 1000000000));
   }
   auto [checkout, checkout_options] =
       add("checkout", "Go to the state after a step, back or forth; 0 is before the first",
           "qxdb checkout wing.qxm --step 3", Checkout);
   checkout->add_option("--step", checkout_options->step, "Number of the step, as in qxdb log")
       ->required()
-      ->check(CLI::NonNegativeNumber);
+      ->check(CLI::Range(std::int64_t{0}, std::int64_t{1} << 53));
   auto [compact, compact_options] =
       add("compact", "Write the file anew, without its history", "qxdb compact wing.qxm", Compact);
   compact->add_flag("--keep-history", compact_options->keep_history,

@@ -161,6 +161,10 @@ namespace {
 class RefusalListener final : public IMessageSink {
  public:
   void Show(const Message& message) override {
+    if (message.severity == Severity::kInfo) {
+      fmt::print(stderr, "note: {}\n", message.text);
+      return;
+    }
     text = message.text;
     if (text.ends_with('.')) text.pop_back();  // a failure's line goes on after it
   }

@@ -38,6 +38,9 @@ TEST_F(CliHistory, GoesBackAndForthOverRuns) {
   EXPECT_EQ(State(), states[0]);
   EXPECT_EQ(Qxdb("checkout m.qxm --step 4").code, 1);
   EXPECT_EQ(Qxdb("checkout m.qxm --step 1").code, 0);
+  EXPECT_EQ(Qxdb("redo m.qxm").code, 0);
+  EXPECT_NE(Qxdb("blame m.qxm elem 2").out.find("(removed)"), std::string::npos);
+  EXPECT_EQ(Qxdb("undo m.qxm").code, 0);
   const Ran blame = Qxdb("blame m.qxm node all --json");
   EXPECT_NE(blame.out.find(R"({"key":1,"step":1)"), std::string::npos) << blame.out;
   EXPECT_NE(blame.out.find(R"({"key":4})"), std::string::npos) << blame.out;

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <set>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -12,6 +13,7 @@
 #include "qx_db/platform/file.h"
 
 #include "tests/core/durable_model.h"
+#include "tests/core/faulty_vfs.h"
 #include "tests/scratch_folder.h"
 
 namespace qx {
@@ -345,6 +347,90 @@ TEST_F(DurabilityTest, OneWriterManyReaders) {
   ASSERT_FALSE(foreign);
   EXPECT_NE(foreign.Error().Line().find("far-away, process 7"), std::string::npos);
   EXPECT_TRUE(fs::exists(elsewhere + ".lock"));
+}
+
+TEST_F(DurabilityTest, OneFileIsOneWhateverItsNames) {
+  const std::string path = Path("names.qxm");
+  const std::string link = Path("link.qxm");
+  const std::string twin = Path("twin.qxm");
+  CQXDocBase writer(SetUpSmallModel);
+  ASSERT_EQ(writer.SaveAs(path).Line(), "");
+  fs::permissions(path, fs::perms::owner_read | fs::perms::owner_write);
+  fs::create_symlink("names.qxm", link);
+  ASSERT_EQ(writer.OpenForEditing(link).Line(), "");
+  ASSERT_EQ(writer.Save().Line(), "");
+  fs::create_hard_link(path, twin);
+  EXPECT_TRUE(fs::is_symlink(link));
+  EXPECT_EQ(fs::status(path).permissions(), fs::perms::owner_read | fs::perms::owner_write);
+  RandomEdits edits(3);
+  edits.Step(*writer.GetDBSession());
+  CQXDocBase second(SetUpSmallModel);
+  for (const std::string& name : {path, link, twin}) {
+    EXPECT_FALSE(second.OpenForEditing(name)) << name;
+    EXPECT_FALSE(second.SaveAs(name)) << name;
+  }
+  fs::remove(path + ".lock");
+  EXPECT_FALSE(second.OpenForEditing(path)) << "its lock file was removed";
+  edits.Step(*writer.GetDBSession());
+  const std::uint64_t state = writer.GetDBSession()->StateHash();
+  writer.Release();
+  ASSERT_EQ(second.Open(twin).Line(), "");
+  EXPECT_EQ(second.GetDBSession()->StateHash(), state);
+}
+
+TEST_F(DurabilityTest, ASaveDoesNotUndoWhatOthersSaved) {
+  const std::string path = Path("two.qxm");
+  CQXDocBase first(SetUpSmallModel);
+  CQXDocBase second(SetUpSmallModel);
+  RandomEdits edits(21);
+  ASSERT_EQ(first.SaveAs(path).Line(), "");
+  const auto expect_refused = [&](CQXDocBase& late) {
+    edits.Step(*late.GetDBSession());
+    const ModelStamp before = StampOf(path);
+    for (const Outcome& saved : {late.Save(), late.KeepSteps()}) {
+      EXPECT_NE(saved.Line().find("was changed since it was opened"), std::string::npos)
+          << saved.Line();
+    }
+    EXPECT_TRUE(StampOf(path) == before);
+    EXPECT_EQ(late.SaveAs(Path("aside.qxm")).Line(), "");
+  };
+  ASSERT_EQ(second.Open(path).Line(), "");
+  edits.Step(*second.GetDBSession());
+  ASSERT_EQ(second.Save().Line(), "");
+  ASSERT_EQ(second.Save().Line(), "") << "its own save is no other's";
+  expect_refused(first);
+  ASSERT_EQ(first.Open(path).Line(), "");
+  ASSERT_EQ(second.KeepSteps().Line(), "");
+  edits.Step(*second.GetDBSession());  // in the log only
+  second.Release();
+  ASSERT_EQ(second.Save().Line(), "");
+  expect_refused(first);
+}
+
+TEST_F(DurabilityTest, AfterAFailedSyncTheFileIsWrittenAnew) {
+  const std::string path = Path("sync.qxm");
+  TestDisk disk;
+  CQXDocBase document(SetUpSmallModel);
+  RandomEdits edits(9);
+  ASSERT_EQ(document.SaveAs(path).Line(), "");
+  ASSERT_EQ(document.KeepSteps({Durability::kInterval, std::chrono::hours(1)}).Line(), "");
+  for (int i = 0; i < 3; ++i) edits.Step(*document.GetDBSession());
+  const ModelStamp before = StampOf(path);
+  disk.FailAt(0, EIO, false);
+  EXPECT_FALSE(document.Keeper()->Flush());
+  EXPECT_TRUE(document.Keeper()->Flush());
+  EXPECT_NE(StampOf(path).writing, before.writing);
+  // So it is when the log has outgrown its bound.
+  DurabilityOptions small;
+  small.kept.bytes = small.log_bytes = 16384;
+  document.Keeper()->SetOptions(small);
+  std::set<std::uint64_t> writings;
+  for (int i = 0; i < 40; ++i) {
+    edits.Step(*document.GetDBSession());
+    writings.insert(StampOf(path).writing);
+    ASSERT_LT(fs::file_size(path), 200000u);
+  }
+  EXPECT_GT(writings.size(), 2u);
 }
 
 TEST_F(DurabilityTest, ReadersSeeWholeStepsWhileAnotherProcessWrites) {

@@ -27,9 +27,10 @@ Outcome CQXDocBase::Load(const std::string& path, ModelFileReport* report,
   };
   const std::uint64_t before = revision();
   session_.SetStepSink(nullptr);
+  ModelFileReport found;
   Outcome loaded;
   try {
-    loaded = LoadModel(session_, path, report, continuation);
+    loaded = LoadModel(session_, path, &found, continuation);
   } catch (...) {
     if (revision() != before) Release();
     session_.SetStepSink(keeper_.get());
@@ -38,6 +39,8 @@ Outcome CQXDocBase::Load(const std::string& path, ModelFileReport* report,
   if (loaded) {
     Release();
     path_ = path;
+    stamp_ = found.stamp;
+    if (report) *report = std::move(found);
     saved_state_ = session_.StateHash();
   }
   session_.SetStepSink(keeper_.get());
@@ -51,7 +54,7 @@ Outcome CQXDocBase::Open(const std::string& path, ModelFileReport* report) {
 Outcome CQXDocBase::OpenForEditing(const std::string& path, const DurabilityOptions& options,
                                    ModelFileReport* report) {
   if (Outcome is_file = CheckIsFile(path); !is_file) return is_file;
-  if (keeper_ && keeper_->Path() == path) {
+  if (keeper_ && IsSamePlace(keeper_->Path(), path)) {
     return Failure{path, "", "is being edited by this document", "release it first"};
   }
   auto lock = ModelLock::Take(path);
@@ -69,23 +72,48 @@ Outcome CQXDocBase::Save() {
   return SaveAs(path_);
 }
 
+/// What another process has made of the document's file in between must not be lost.
+Outcome CQXDocBase::CheckUnchanged(const std::string& path) const {
+  if (path_.empty() || !IsSamePlace(path, path_) || !CheckIsFile(path)) return {};
+  if (StampOf(path) == stamp_) return {};
+  return Failure{path, "", "was changed since it was opened",
+                 "open it again and repeat the edit, or save under another name"};
+}
+
+/// Writes the model to a file that no keeper of this document has, and leaves it to `other`.
+Outcome CQXDocBase::SaveElsewhere(const std::string& path, std::unique_ptr<StepKeeper>& other) {
+  auto lock = ModelLock::Take(path);
+  if (!lock) return lock.AsOutcome();
+  if (Outcome same = keeper_ ? Outcome() : CheckUnchanged(path); !same) return same;
+  other = std::make_unique<StepKeeper>(session_, path, std::move(*lock),
+                                       keeper_ ? keeper_->Options() : DurabilityOptions());
+  return other->Save();
+}
+
 Outcome CQXDocBase::SaveAs(const std::string& path) {
-  if (keeper_ && path == keeper_->Path()) {
+  if (keeper_ && IsSamePlace(path, keeper_->Path())) {
     if (Outcome saved = keeper_->Save(); !saved) return saved;
   } else {
-    auto lock = ModelLock::Take(path);
-    if (!lock) return lock.AsOutcome();
-    auto other = std::make_unique<StepKeeper>(session_, path, std::move(*lock),
-                                              keeper_ ? keeper_->Options() : DurabilityOptions());
-    Outcome saved = other->Save();
-    if (saved && keeper_) keeper_.swap(other);
-    other.reset();
-    session_.SetStepSink(keeper_.get());
-    if (!saved) return saved;
+    struct KeeperListens {
+      CQXDocBase& document;
+      ~KeeperListens() { document.session_.SetStepSink(document.keeper_.get()); }
+    } const afterwards{*this};
+    std::unique_ptr<StepKeeper> other;
+    if (Outcome saved = SaveElsewhere(path, other); !saved) return saved;
+    if (keeper_) {
+      keeper_.swap(other);
+    } else {
+      stamp_ = other->Stamp();
+    }
   }
   path_ = path;
   saved_state_ = session_.StateHash();
   return {};
+}
+
+void CQXDocBase::Release() {
+  if (keeper_) stamp_ = keeper_->Stamp();
+  keeper_.reset();
 }
 
 Outcome CQXDocBase::KeepSteps(const DurabilityOptions& options) {
@@ -93,6 +121,7 @@ Outcome CQXDocBase::KeepSteps(const DurabilityOptions& options) {
   if (!keeper_) {
     auto lock = ModelLock::Take(path_);
     if (!lock) return lock.AsOutcome();
+    if (Outcome same = CheckUnchanged(path_); !same) return same;
     keeper_ = std::make_unique<StepKeeper>(session_, path_, std::move(*lock), options);
   }
   keeper_->SetOptions(options);

@@ -38,8 +38,9 @@ class QXDB_API CQXDocBase {
   /// The same, with the right to write: refused while another document has it. Keeps the steps.
   Outcome OpenForEditing(const std::string& path, const DurabilityOptions& options = {},
                          ModelFileReport* report = nullptr);
-  /// Saves to the document's path; fails when it has none. The history goes with the model, within
-  /// its limits; steps that were kept in the file are folded in.
+  /// Saves to the document's path; fails when it has none, or when the file there was changed since
+  /// it was opened. The history goes with the model, within its limits; steps that were kept in the
+  /// file are folded in.
   Outcome Save();
   /// The same to another path, which becomes the document's. Steps kept are kept there.
   Outcome SaveAs(const std::string& path);
@@ -48,14 +49,17 @@ class QXDB_API CQXDocBase {
   /// What keeps the steps; null when nothing does.
   StepKeeper* Keeper() { return keeper_.get(); }
   /// Makes every step durable, lets go of the file, and keeps no more steps.
-  void Release() { keeper_.reset(); }
+  void Release();
 
  private:
   Outcome Load(const std::string& path, ModelFileReport* report, ModelContinuation* continuation);
+  Outcome CheckUnchanged(const std::string& path) const;
+  Outcome SaveElsewhere(const std::string& path, std::unique_ptr<StepKeeper>& other);
 
   CQXDBSession session_;
   std::string path_;
   std::uint64_t saved_state_ = 0;
+  ModelStamp stamp_;                    // of the file, as of then
   std::unique_ptr<StepKeeper> keeper_;  // goes before the session
 };
 

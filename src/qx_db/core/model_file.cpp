@@ -17,6 +17,7 @@
 #include "qx_db/core/schema_text.h"
 #include "qx_db/core/step_log.h"
 #include "qx_db/core/step_replay.h"
+#include "qx_db/lib/message.h"
 #include "qx_db/platform/file.h"
 #include "qx_db/record/verbs.h"
 
@@ -172,7 +173,7 @@ Result<std::unique_ptr<ModelFileWriter>> ModelFileWriter::Create(const std::stri
   if (std::filesystem::is_directory(PathFromUtf8(path), error)) {
     return Failure{path, "", "is a directory", "name a file in it"};
   }
-  impl->sibling = SiblingName(path);
+  impl->sibling = SiblingName(LinkTarget(path));
   sqlite3* raw = nullptr;
   const int opened = sqlite3_open_v2(impl->sibling.c_str(), &raw,
                                      SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, CheckedVfs());
@@ -276,7 +277,7 @@ Outcome ModelFileWriter::Finish(std::int64_t revision, const StepFill& fill,
     RemoveFile(w.sibling);
     return fault;
   }
-  steps->SetPath(w.path);
+  steps->SetPath(LinkTarget(w.path));
   if (log) *log = std::move(steps);
   return done;
 }
@@ -462,11 +463,13 @@ Outcome ModelFileReader::ReadSteps(CQXDBSession& session, std::unique_ptr<StepNu
     *numbers = std::make_unique<StepNumbers>();
     (*numbers)->Reset(session);
   }
+  r.report.stamp.writing = static_cast<std::uint64_t>(r.report.revision);
   if (r.steps_id == 0) return {};
   const auto log = StepLog::Read(r.path, r.steps_start, r.steps_id);
   if (!log) return log.AsOutcome();
   r.report.closed = log->closed;
   r.report.unfinished_step = log->unfinished_step;
+  r.report.stamp = {r.steps_id, log->frames.size()};
   if (log->frames.empty()) return {};
   std::map<std::uint16_t, std::unique_ptr<ImageReader>> readers;
   for (const auto& [type, schema] : r.schemas) {
@@ -517,12 +520,29 @@ int Report(Outcome result, Outcome* outcome) {
   return ok;
 }
 
-std::int64_t RevisionOf(const std::string& path) {
-  std::error_code error;
-  if (!std::filesystem::exists(PathFromUtf8(path), error)) return 0;
-  const auto reader = ModelFileReader::Open(path);
-  return reader ? (*reader)->Report().revision : 0;
-}
+/// What the tables of a file say of it, its pages unchecked.
+struct Writing {
+  std::int64_t revision = 0;
+  std::uint64_t steps_id = 0;
+  std::uint64_t page_bytes = 0;
+
+  explicit Writing(const std::string& path) {
+    std::error_code error;
+    if (!std::filesystem::is_regular_file(PathFromUtf8(path), error)) return;
+    sqlite3* raw = nullptr;
+    const int opened = sqlite3_open_v2(path.c_str(), &raw, SQLITE_OPEN_READONLY, nullptr);
+    const Database db(raw);
+    if (opened != SQLITE_OK) return;
+    const auto number = [&](const char* sql) -> std::int64_t {
+      Statement statement(raw, sql);
+      return statement.Step() == SQLITE_ROW ? statement.Int(0) : 0;
+    };
+    revision = number("SELECT value FROM meta WHERE name='revision'");
+    steps_id = static_cast<std::uint64_t>(number("SELECT value FROM meta WHERE name='steps'"));
+    page_bytes =
+        static_cast<std::uint64_t>(number("PRAGMA page_count") * number("PRAGMA page_size"));
+  }
+};
 
 }  // namespace
 
@@ -545,7 +565,7 @@ Outcome WriteModel(const CQXDBSession& session, const std::string& path, const S
   for (const DPoolBase* pool : session.Pools()) {
     expected += static_cast<std::uint64_t>(pool->GetSize()) * pool->GetCheckSize();
   }
-  const std::int64_t revision = RevisionOf(path) + 1;
+  const std::int64_t revision = Writing(path).revision + 1;
   auto writer = ModelFileWriter::Create(path, expected);
   if (!writer) return writer.AsOutcome();
   if (Outcome units = (*writer)->WriteUnits(session.Units()); !units) return units;
@@ -556,10 +576,26 @@ Outcome WriteModel(const CQXDBSession& session, const std::string& path, const S
   return (*writer)->Finish(revision, fill, log);
 }
 
+ModelStamp StampOf(const std::string& path) {
+  const Writing writing(path);
+  if (writing.steps_id == 0) return {static_cast<std::uint64_t>(writing.revision), 0};
+  const auto log = StepLog::Read(path, writing.page_bytes, writing.steps_id);
+  return {writing.steps_id, log ? log->frames.size() : 0};
+}
+
 ModelContinuation::ModelContinuation() = default;
 ModelContinuation::~ModelContinuation() = default;
 
 namespace {
+
+/// Says what a crash has left, unless the writer is still at work.
+void TellOfCrash(const std::string& path, const ModelFileReport& found) {
+  if (found.closed || !found.writer.empty()) return;
+  if (found.steps > 0) {
+    qxMsgOut(Severity::kInfo, "IDS_QX_STEPS_RECOVERED", {path, std::to_string(found.steps)});
+  }
+  if (found.unfinished_step) qxMsgOut(Severity::kInfo, "IDS_QX_STEP_UNFINISHED", {path});
+}
 
 /// Reads pages and steps into an empty session.
 Outcome ReadModel(ModelFileReader& reader, CQXDBSession& stage, ModelFileReport& found,
@@ -587,6 +623,7 @@ Outcome ReadModel(ModelFileReader& reader, CQXDBSession& stage, ModelFileReport&
   found.steps = now.steps;
   found.closed = now.closed;
   found.unfinished_step = now.unfinished_step;
+  found.stamp = now.stamp;
   return {};
 }
 
@@ -624,6 +661,8 @@ Outcome LoadOnce(CQXDBSession& session, const std::string& path, ModelFileReport
   session.SetHistoryLimits(session.History().Limits());
   for (DPoolBase* pool : session.Pools()) pool->OnAfterLoad(0, nullptr);
   session.AnnounceLoaded();
+  if (!continuation && !found.closed) found.writer = ModelLock::Writer(path);
+  TellOfCrash(path, found);
   if (report) *report = std::move(found);
   return {};
 }

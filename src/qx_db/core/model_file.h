@@ -12,6 +12,13 @@
 
 namespace qx {
 
+/// What tells a state of a model file from any other: the writing, and the steps behind it.
+struct ModelStamp {
+  std::uint64_t writing = 0;  ///< random for each save
+  std::uint64_t steps = 0;    ///< frames of the log
+  bool operator==(const ModelStamp&) const = default;
+};
+
 /// What a load or a check found in a model file.
 struct QXDB_API ModelFileReport {
   struct Pool {
@@ -28,16 +35,18 @@ struct QXDB_API ModelFileReport {
   bool closed = true;            ///< no writer has it open, or ended without closing it
   bool unfinished_step = false;  ///< passed over: one that was never acknowledged
   std::string stale_lock;        ///< "host, process n" of a writer that ended without leaving
+  std::string writer;            ///< the same of one that is at work; not told when this is it
+  ModelStamp stamp;
   std::int64_t UnresolvedReferences() const;
 };
 
-/// A model file being written. Nothing is visible under its name until Finish succeeds; an
-/// unfinished one removes itself.
 class StepLog;
 class StepNumbers;
 /// Puts the history of the model into the file's log of steps.
 using StepFill = std::function<Outcome(StepLog&)>;
 
+/// A model file being written. Nothing is visible under its name until Finish succeeds; an
+/// unfinished one removes itself.
 class QXDB_API ModelFileWriter {
  public:
   /// `expected_bytes` is a hint for the page size.
@@ -93,6 +102,10 @@ QXDB_API Outcome SaveModel(const CQXDBSession& session, const std::string& path)
 /// The same by who has the right to write, with a history; see ModelFileWriter::Finish.
 Outcome WriteModel(const CQXDBSession& session, const std::string& path, const StepFill& fill,
                    std::unique_ptr<StepLog>* log);
+
+/// The stamp of the file at `path`; all zero where there is none that can be read. Pages are not
+/// checked.
+QXDB_API ModelStamp StampOf(const std::string& path);
 
 /// What going on with a file takes: its log, and the numbers of the session's records in it. The
 /// log is null when the file has to be written anew first.

@@ -1,30 +1,58 @@
 #include "qx_db/core/model_lock.h"
 
+#include <algorithm>
+#include <charconv>
+#include <filesystem>
+
+#include "qx_db/platform/file.h"
 #include "qx_db/platform/raw_file.h"
 
 namespace qx {
 namespace {
 
-/// The lock file's text is "host\nprocess\n".
+/// The lock file's text is "host\nprocess\n". What is not of this form tells nothing, and is not
+/// shown.
 struct Holder {
   std::string host;
-  std::string process;
+  std::int64_t process = 0;
 
   explicit Holder(const std::string& text) {
     const std::size_t end = text.find('\n');
-    if (end == std::string::npos) return;
-    host = text.substr(0, end);
-    process = text.substr(end + 1, text.find('\n', end + 1) - end - 1);
+    if (end == std::string::npos || end == 0) return;
+    const bool printable = std::all_of(text.begin(), text.begin() + static_cast<long>(end),
+                                       [](unsigned char c) { return c > ' ' && c < 127; });
+    const char* digits = text.data() + end + 1;
+    const auto [stop, fault] = std::from_chars(digits, text.data() + text.size(), process);
+    if (printable && fault == std::errc() && process > 0) host = text.substr(0, end);
   }
   std::string Text() const {
-    return host.empty() ? "a process that is just starting" : host + ", process " + process;
+    return host.empty() ? "an unknown process" : host + ", process " + std::to_string(process);
   }
 };
 
+std::string LockPath(const std::string& model) { return LinkTarget(model) + ".lock"; }
+
+/// Whether the file itself is claimed by who opened it under another name, or lost its lock file.
+bool IsClaimed(const std::string& model) {
+  std::unique_ptr<RawFile> file;
+  return Files().Open(model, false, file) == 0 && file->Claim() != 0;
+}
+
 }  // namespace
 
+std::string ModelLock::Writer(const std::string& model) {
+  const std::string path = LockPath(model);
+  std::error_code error;
+  if (!std::filesystem::is_regular_file(PathFromUtf8(path), error)) return {};
+  const auto text = ReadWholeFile(path);
+  const Holder holder(text ? *text : "");
+  const bool ended =
+      holder.host.empty() || (holder.host == HostName() && !IsProcessAlive(holder.process));
+  return ended ? "" : holder.Text();
+}
+
 Result<std::unique_ptr<ModelLock>> ModelLock::Take(const std::string& model) {
-  const std::string path = model + ".lock";
+  const std::string path = LockPath(model);
   auto taken = std::make_unique<ModelLock>();
   std::string text;
   int error = 0;
@@ -36,7 +64,7 @@ Result<std::unique_ptr<ModelLock>> ModelLock::Take(const std::string& model) {
   }
   if (result == FileLock::Result::kFailed) {
     return Failure{path, "", "cannot be locked: " + ErrorText(error),
-                   "check the folder and its permissions"};
+                   "check the folder, its permissions, and that this is a plain file"};
   }
   // A lock held on another host may be invisible from here.
   if (!former.host.empty() && former.host != HostName()) {
@@ -48,6 +76,10 @@ Result<std::unique_ptr<ModelLock>> ModelLock::Take(const std::string& model) {
   if (const int failed =
           taken->lock_->Write(HostName() + "\n" + std::to_string(ProcessId()) + "\n")) {
     return Failure{path, "", "cannot be written: " + ErrorText(failed), "free some disk space"};
+  }
+  if (IsClaimed(model)) {
+    return Failure{model, "", "is being edited under another name",
+                   "close it there, or open it for reading"};
   }
   return taken;
 }

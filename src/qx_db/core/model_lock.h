@@ -14,6 +14,8 @@ class QXDB_API ModelLock {
  public:
   /// Refused, naming the holder's host and process, while another document writes to the file.
   static Result<std::unique_ptr<ModelLock>> Take(const std::string& model);
+  /// "host, process n" of who seems to write to the file now; "" when nobody does. Takes nothing.
+  static std::string Writer(const std::string& model);
   /// "host, process n" of a holder that ended without letting go; "" when there was none.
   const std::string& Stale() const { return stale_; }
 

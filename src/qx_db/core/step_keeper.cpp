@@ -5,6 +5,7 @@
 
 #include "qx_db/core/step_codec.h"
 #include "qx_db/lib/message.h"
+#include "qx_db/platform/file.h"
 #include "qx_db/record/verbs.h"
 
 namespace qx {
@@ -108,7 +109,7 @@ class HistoryWriter {
 
 StepKeeper::StepKeeper(CQXDBSession& session, const std::string& path,
                        std::unique_ptr<ModelLock> lock, const DurabilityOptions& options)
-    : session_(session), path_(path), lock_(std::move(lock)), options_(options) {
+    : session_(session), path_(LinkTarget(path)), lock_(std::move(lock)), options_(options) {
   session_.SetStepSink(this);
   StartTimer();
 }
@@ -139,6 +140,17 @@ void StepKeeper::GoOn(ModelContinuation& continuation) {
 }
 
 // ---- the order of the lists ---------------------------------------------------------------------
+
+bool StepKeeper::MustFold() {
+  const std::lock_guard guard(mutex_);
+  const std::size_t most = std::max(options_.log_bytes, 2 * options_.kept.bytes);
+  return behind_ || log_->SyncFailed() || log_->Bytes() > most || !OrderIsKnown();
+}
+
+ModelStamp StepKeeper::Stamp() {
+  const std::lock_guard guard(mutex_);
+  return log_ ? ModelStamp{log_->Id(), log_->Sequence()} : ModelStamp{};
+}
 
 bool StepKeeper::OrderIsKnown() const {
   const auto pools = session_.Pools();
@@ -180,7 +192,6 @@ Outcome StepKeeper::Fold(const Step* current, const HistoryLimits& kept) {
   redoable_ = history.Redoable();
   LearnOrder();
   behind_ = false;
-  timer_failed_ = false;
   return written;
 }
 
@@ -240,8 +251,7 @@ bool StepKeeper::OnCommit(CQXDBSession&, Step& step) {
   step.time_ms = NowMs();
   if (options_.durability == Durability::kOnSave) {
     behind_ = true;
-  } else if (!Report(behind_ || timer_failed_ || !OrderIsKnown() ? Fold(&step, options_.kept)
-                                                                 : AppendStep(step))) {
+  } else if (!Report(MustFold() ? Fold(&step, options_.kept) : AppendStep(step))) {
     return false;
   }
   ++next_number_;
@@ -251,7 +261,7 @@ bool StepKeeper::OnCommit(CQXDBSession&, Step& step) {
 bool StepKeeper::AppendMove(FrameKind kind, std::size_t& from, std::size_t& to) {
   move_unwritten_ = false;
   if (options_.durability == Durability::kOnSave) return behind_ = true;
-  if (behind_ || timer_failed_ || !OrderIsKnown()) {
+  if (MustFold()) {
     if (!Report(Fold(nullptr, options_.kept))) return false;
   }
   // A step that memory still has, but no longer the file: its outcome is written as a whole.
@@ -278,7 +288,7 @@ bool StepKeeper::OnMoved(CQXDBSession&) {
 // ---- intervals ----------------------------------------------------------------------------------
 
 Outcome StepKeeper::Flush() {
-  if (behind_ || timer_failed_) return Fold(nullptr, options_.kept);
+  if (MustFold()) return Fold(nullptr, options_.kept);
   const std::lock_guard guard(mutex_);
   return log_->Sync();
 }
@@ -302,8 +312,9 @@ void StepKeeper::StopTimer() {
 void StepKeeper::SyncAtIntervals() {
   std::unique_lock guard(mutex_);
   while (!wake_.wait_for(guard, options_.interval, [this] { return stop_; })) {
-    // After a failed sync it is not known what the device has: the next step writes all anew.
-    if (log_ && !log_->Sync()) timer_failed_ = true;
+    // Where it fails, the log remembers, and the next step writes all anew.
+    if (log_) [[maybe_unused]]
+      const Outcome synced = log_->Sync();
   }
 }
 

@@ -30,6 +30,9 @@ struct DurabilityOptions {
   std::chrono::milliseconds interval{1000};
   /// How much history a save keeps in the file.
   HistoryLimits kept{1000, std::size_t{64} << 20};
+  /// Steps behind the pages from which on the next one writes the file anew, as a save does; at
+  /// least twice the history kept.
+  std::size_t log_bytes = std::size_t{256} << 20;
 };
 
 /// The sink of a session whose model file it has the right to write. A step that cannot be kept
@@ -55,6 +58,8 @@ class QXDB_API StepKeeper final : public StepSink {
   Outcome Flush();
 
   const std::string& Path() const { return path_; }
+  /// The state of the file as this keeper left it.
+  ModelStamp Stamp();
   const std::string& StaleLock() const { return lock_->Stale(); }
   /// What refused the last step; success when it was kept.
   const Outcome& Fault() const { return fault_; }
@@ -69,6 +74,7 @@ class QXDB_API StepKeeper final : public StepSink {
 
  private:
   bool Report(Outcome outcome);
+  bool MustFold();
   bool OrderIsKnown() const;
   void LearnOrder();
   Outcome Fold(const Step* current, const HistoryLimits& kept);
@@ -96,7 +102,6 @@ class QXDB_API StepKeeper final : public StepSink {
   std::mutex mutex_;  // guards log_ against the timer
   std::condition_variable wake_;
   bool stop_ = false;
-  bool timer_failed_ = false;
   std::thread timer_;
 };
 

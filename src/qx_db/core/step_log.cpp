@@ -3,6 +3,7 @@
 #define XXH_INLINE_ALL
 #include <algorithm>
 #include <cerrno>
+#include <optional>
 #include <tuple>
 #include <xxhash.h>
 
@@ -72,10 +73,17 @@ Failure StepLog::Fault(int error) const {
 Result<std::unique_ptr<StepLog>> StepLog::Create(const std::string& path, std::uint64_t start,
                                                  std::uint64_t id) {
   std::unique_ptr<RawFile> file;
-  const int error = Files().Open(path, true, file);
+  int error = Files().Open(path, true, file);
+  if (!error) error = file->Claim();
   std::unique_ptr<StepLog> log(new StepLog(path, std::move(file), start, id));
   if (error) return log->Fault(error);
   return log;
+}
+
+int StepLog::SyncFile() {
+  const int error = file_->Sync();
+  sync_failed_ = sync_failed_ || error != 0;
+  return error;
 }
 
 Outcome StepLog::FinishNew() {
@@ -95,7 +103,7 @@ Outcome StepLog::FinishNew() {
   std::vector<char> block(kBlock);
   StoreAt(block.data(), head);
   if (const int error = file_->Write(block.data(), block.size(), start_)) return Fault(error);
-  if (const int error = file_->Sync()) return Fault(error);
+  if (const int error = SyncFile()) return Fault(error);
   return {};
 }
 
@@ -114,7 +122,7 @@ Outcome StepLog::MakeRoom(std::uint64_t bytes) {
     const std::vector<char> zeros(static_cast<std::size_t>(size - before));
     if (const int error = file_->Write(zeros.data(), zeros.size(), before)) return Fault(error);
   }
-  if (const int error = file_->Sync()) return Fault(error);
+  if (const int error = SyncFile()) return Fault(error);
   synced_ = sequence_;
   extent_ = size;
   // What the file holds from now on may not be cut off unnoticed: this goes where it was before.
@@ -164,7 +172,7 @@ Outcome StepLog::Append(FrameKind kind, std::int64_t time_ms, std::vector<char>&
 
 Outcome StepLog::Sync() {
   if (synced_ == sequence_) return {};
-  if (const int error = file_->Sync()) return Fault(error);
+  if (const int error = SyncFile()) return Fault(error);
   synced_ = sequence_;
   int ignored = 0;  // the mark only helps to tell damage from an unfinished frame
   Mark(FrameKind::kMark, ignored);
@@ -191,20 +199,40 @@ Outcome StepLog::Close() {
   if (Outcome synced = Sync(); !synced) return synced;
   int error = 0;
   Mark(FrameKind::kEnd, error);
-  if (!error) error = file_->Sync();
+  if (!error) error = SyncFile();
   return error ? Outcome(Fault(error)) : Outcome();
 }
 
 // ---- reading ------------------------------------------------------------------------------------
 
+/// What a writer is just appending can look like damage to who reads it in two glances; damage
+/// looks the same each time.
 Result<StepLog::Scan> StepLog::ScanLog(const std::string& path, std::uint64_t start,
                                        std::uint64_t id, bool writing) {
+  std::optional<Failure> last;
+  for (;;) {
+    Result<Scan> scan = ScanBytes(path, start, id, writing);
+    if (scan || writing || (last && last->Line() == scan.Error().Line())) return scan;
+    last = scan.Error();
+  }
+}
+
+Result<StepLog::Scan> StepLog::ScanBytes(const std::string& path, std::uint64_t start,
+                                         std::uint64_t id, bool writing) {
   constexpr const char* kRemedy = "restore it from a backup";
   Scan scan;
   std::uint64_t size = 0;
   int error = Files().Open(path, writing, scan.file);
   if (!error) error = scan.file->Size(size);
-  if (error) return Failure{path, "", "cannot be read: " + ErrorText(error), "check permissions"};
+  if (error) {
+    return Failure{path, "",
+                   (writing ? "cannot be written: " : "cannot be read: ") + ErrorText(error),
+                   "check permissions"};
+  }
+  if (writing && scan.file->Claim() != 0) {
+    return Failure{path, "", "is being edited under another name",
+                   "close it there, or open it for reading"};
+  }
   if (size < start + kBlock) {
     return Failure{path, "byte " + std::to_string(size), "is truncated: its steps are missing",
                    kRemedy};
@@ -254,15 +282,15 @@ Result<StepLog::Scan> StepLog::ScanLog(const std::string& path, std::uint64_t st
     scan.extent = std::max(scan.extent, head.extent);
     scan.synced = std::max(scan.synced, head.synced);
   }
-  if (scan.synced > scan.sequence) {
-    return Failure{path, "byte " + std::to_string(start + at),
-                   "step frame " + std::to_string(scan.sequence + 1) + " is damaged", kRemedy};
-  }
   if (size < scan.extent) {
     return Failure{
         path, "byte " + std::to_string(size),
         "is truncated: " + std::to_string(size) + " of " + std::to_string(scan.extent) + " bytes",
         kRemedy};
+  }
+  if (scan.synced > scan.sequence) {
+    return Failure{path, "byte " + std::to_string(start + at),
+                   "step frame " + std::to_string(scan.sequence + 1) + " is damaged", kRemedy};
   }
   if (size % kBlock != 0) {
     return Failure{path, "byte " + std::to_string(size / kBlock * kBlock),

@@ -70,6 +70,10 @@ class QXDB_API StepLog {
   Outcome Close();
 
   std::uint64_t Bytes() const { return end_ - start_; }
+  /// Whether putting something on the device has failed: what it holds is unknown from then on,
+  /// and another try that succeeds proves nothing. The model has to be written anew.
+  bool SyncFailed() const { return sync_failed_; }
+  std::uint64_t Id() const { return id_; }
   /// The name that the file has come to have.
   void SetPath(const std::string& path) { path_ = path; }
   /// Where it stands; two readings agree when nobody wrote in between.
@@ -81,6 +85,9 @@ class QXDB_API StepLog {
   StepLog(std::string path, std::unique_ptr<RawFile> file, std::uint64_t start, std::uint64_t id);
   static Result<Scan> ScanLog(const std::string& path, std::uint64_t start, std::uint64_t id,
                               bool writing);
+  static Result<Scan> ScanBytes(const std::string& path, std::uint64_t start, std::uint64_t id,
+                                bool writing);
+  int SyncFile();
   Outcome MakeRoom(std::uint64_t bytes);
   Outcome Put(FrameKind kind, std::int64_t time_ms, std::vector<char>& frame);
   void Mark(FrameKind kind, int& error);
@@ -95,6 +102,7 @@ class QXDB_API StepLog {
   std::uint64_t sequence_ = 0;  // of the last frame
   std::uint64_t synced_ = 0;    // the last frame known to be on the device
   std::uint64_t chain_ = 0;     // checksum of the last frame's head
+  bool sync_failed_ = false;
 };
 
 }  // namespace qx

@@ -66,6 +66,25 @@ Result<std::string> ReadWholeFile(const std::string& path) {
   return bytes;
 }
 
+std::string LinkTarget(const std::string& path) {
+  fs::path at = PathFromUtf8(path);
+  std::error_code error;
+  constexpr int kMostLinks = 40;  // as many as the system follows
+  for (int i = 0; i < kMostLinks && fs::is_symlink(at, error); ++i) {
+    const fs::path target = fs::read_symlink(at, error);
+    if (error) break;
+    at = at.parent_path() / target;  // an absolute target replaces the whole
+  }
+  return Utf8FromPath(at);
+}
+
+bool IsSamePlace(const std::string& a, const std::string& b) {
+  std::error_code error_a, error_b;
+  const fs::path place_a = fs::weakly_canonical(PathFromUtf8(a), error_a);
+  const fs::path place_b = fs::weakly_canonical(PathFromUtf8(b), error_b);
+  return a == b || (!error_a && !error_b && place_a == place_b);
+}
+
 std::int64_t FileIdentity([[maybe_unused]] const std::string& path) {
 #ifdef _WIN32
   return 0;
@@ -85,9 +104,36 @@ std::string SiblingName(const std::string& path) {
   return path + "." + std::to_string(process) + "-" + std::to_string(++serial) + ".new";
 }
 
-Outcome ReplaceFileDurably(const std::string& from, const std::string& to) {
+namespace {
+
+/// Gives a file that is to replace another its owner and permissions; an error where the other
+/// may not be written.
+int TakeOverPermissions([[maybe_unused]] const std::string& from,
+                        [[maybe_unused]] const std::string& to) {
+#ifndef _WIN32
+  struct stat old {};
+  if (stat(to.c_str(), &old) != 0) return 0;  // there is none
+  if (access(to.c_str(), W_OK) != 0) return errno;
+  // Only an administrator can give a file away; who is not keeps it.
+  if ([[maybe_unused]] const int given = chown(from.c_str(), old.st_uid, old.st_gid); given != 0) {
+    errno = 0;
+  }
+  if (chmod(from.c_str(), old.st_mode & 0777) != 0) return errno;
+#endif
+  return 0;
+}
+
+}  // namespace
+
+Outcome ReplaceFileDurably(const std::string& from, const std::string& name) {
+  const std::string to = LinkTarget(name);
   std::unique_ptr<RawFile> file;
-  int error = Files().Open(from, true, file);
+  int error = TakeOverPermissions(from, to);
+  if (error) {
+    return Failure{to, "", "may not be replaced: " + Reason(error),
+                   "change its permissions, or save under another name"};
+  }
+  error = Files().Open(from, true, file);
   if (error == 0) error = file->Sync();
   file.reset();
   if (error) {
@@ -109,7 +155,7 @@ Outcome WriteWholeFile(const std::string& path, std::string_view bytes) {
 }
 
 Outcome WriteFileBy(const std::string& path, const std::function<void(std::ostream&)>& write) {
-  const std::string sibling = SiblingName(path);
+  const std::string sibling = SiblingName(LinkTarget(path));
   const auto failed = [&](const char* what, const char* remedy) {
     const std::string reason = Reason(errno);
     std::error_code ignored;

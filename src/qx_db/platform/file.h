@@ -30,8 +30,16 @@ QXDB_API Outcome WriteFileBy(const std::string& path,
 QXDB_API Outcome WriteWholeFile(const std::string& path, std::string_view bytes);
 
 /// Renames `from` over `to` so that after a crash the name holds one or the other, whole:
-/// `from` is synced first, the folder after.
+/// `from` is synced first, the folder after. A link stays a link to the new file, which has the
+/// old one's permissions; a file that may not be written is not replaced.
 QXDB_API Outcome ReplaceFileDurably(const std::string& from, const std::string& to);
+
+/// The path of the file that a path leads to by symbolic links at its end; the path itself when it
+/// is none. There need not be a file.
+QXDB_API std::string LinkTarget(const std::string& path);
+
+/// Whether two paths lead to one place in the folders.
+QXDB_API bool IsSamePlace(const std::string& a, const std::string& b);
 
 /// A number that changes when another file takes the name; 0 when there is none, or no such number.
 QXDB_API std::int64_t FileIdentity(const std::string& path);

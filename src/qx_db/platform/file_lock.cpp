@@ -10,6 +10,7 @@
 #include <windows.h>
 #else
 #include <fcntl.h>
+#include <signal.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -67,6 +68,14 @@ std::string HostName() {
 
 std::int64_t ProcessId() { return static_cast<std::int64_t>(GetCurrentProcessId()); }
 
+bool IsProcessAlive(std::int64_t process) {
+  HANDLE found = OpenProcess(SYNCHRONIZE, FALSE, static_cast<DWORD>(process));
+  if (!found) return false;
+  const bool alive = WaitForSingleObject(found, 0) == WAIT_TIMEOUT;
+  CloseHandle(found);
+  return alive;
+}
+
 #else
 
 struct FileLock::Handle {
@@ -78,9 +87,15 @@ FileLock::Result FileLock::Take(const std::string& path, std::unique_ptr<FileLoc
                                 std::string& former, int& error) {
   for (;;) {
     std::unique_ptr<Handle> handle(new Handle{-1});
-    handle->fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
-    if (handle->fd < 0) {
+    // Not through a link, which could make us write over what it leads to.
+    handle->fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0666);
+    struct stat found {};
+    if (handle->fd < 0 || fstat(handle->fd, &found) != 0) {
       error = errno;
+      return Result::kFailed;
+    }
+    if (!S_ISREG(found.st_mode)) {
+      error = EINVAL;
       return Result::kFailed;
     }
     const bool taken = flock(handle->fd, LOCK_EX | LOCK_NB) == 0;
@@ -120,6 +135,10 @@ std::string HostName() {
 }
 
 std::int64_t ProcessId() { return getpid(); }
+
+bool IsProcessAlive(std::int64_t process) {
+  return process > 0 && (kill(static_cast<pid_t>(process), 0) == 0 || errno == EPERM);
+}
 
 #endif
 

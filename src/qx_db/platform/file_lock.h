@@ -36,5 +36,7 @@ class QXDB_API FileLock {
 
 QXDB_API std::string HostName();
 QXDB_API std::int64_t ProcessId();
+/// Whether a process of this host runs.
+QXDB_API bool IsProcessAlive(std::int64_t process);
 
 }  // namespace qx

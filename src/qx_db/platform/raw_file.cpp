@@ -12,6 +12,7 @@
 #include <windows.h>
 #else
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #endif
@@ -81,7 +82,10 @@ class SystemFile final : public RawFile {
 class SystemFile final : public RawFile {
  public:
   explicit SystemFile(int fd) : fd_(fd) {}
-  ~SystemFile() override { close(fd_); }
+  ~SystemFile() override {
+    if (claimed_) flock(fd_, LOCK_UN);  // also for a child that has inherited the handle
+    close(fd_);
+  }
   int Read(char* to, std::size_t size, std::uint64_t at) override {
     return Each(size, [&](std::size_t done) {
       return pread(fd_, to + done, size - done, static_cast<off_t>(at + done));
@@ -108,6 +112,10 @@ class SystemFile final : public RawFile {
     size = static_cast<std::uint64_t>(found.st_size);
     return 0;
   }
+  int Claim() override {
+    claimed_ = flock(fd_, LOCK_EX | LOCK_NB) == 0;
+    return !claimed_ && errno == EWOULDBLOCK ? EWOULDBLOCK : 0;  // not every file system has claims
+  }
 
  private:
   template <class Move>
@@ -123,6 +131,7 @@ class SystemFile final : public RawFile {
     return 0;
   }
   int fd_;
+  bool claimed_ = false;
 };
 
 #endif

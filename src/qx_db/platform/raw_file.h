@@ -21,6 +21,9 @@ class QXDB_API RawFile {
   /// Returns once everything written is on the device, the file's size included.
   virtual int Sync() = 0;
   virtual int Size(std::uint64_t& size) = 0;
+  /// Claims the file itself, under whatever name it was opened, until it is closed here; an error
+  /// while another open file has the claim.
+  virtual int Claim() { return 0; }
 };
 
 /// The operations whose order decides what a crash leaves behind. Tests put a layer of their own
