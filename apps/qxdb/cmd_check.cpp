@@ -7,6 +7,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <tuple>
 
 #include "qx_db/app/mesh_adjacency.h"
 #include "qx_db/app/mesh_findings.h"
@@ -15,6 +16,7 @@
 #include "qx_db/record/element_types.h"
 
 #include "apps/qxdb/commands.h"
+#include "apps/qxdb/option_values.h"
 #include "apps/qxdb/quality_summary.h"
 #include "exchange/vtu_writer.h"
 #include "host/session.h"
@@ -35,6 +37,9 @@ struct CheckOptions {
   std::optional<double> density, thickness, section_area;
 };
 
+/// What GetElemDim says of codes that are neither ordinary nor special.
+constexpr int kUnknownDimension = 5;
+
 /// The bound on a measure or on the number of a kind of finding.
 struct Limit {
   std::string name;
@@ -49,39 +54,38 @@ std::string KnownNames() {
   return names;
 }
 
-Result<std::vector<Limit>> ParseLimits(const std::vector<std::string>& texts) {
-  std::vector<Limit> limits;
+/// Reads NAME=NUMBER; what is wrong with it otherwise, empty when nothing is.
+std::string ReadLimit(const std::string& text, Limit& limit) {
   const auto known = FindingNames();
-  for (const std::string& text : texts) {
-    const std::size_t equals = text.find('=');
-    Limit limit{text.substr(0, equals)};
-    const char* begin = text.data() + std::min(text.size(), equals + 1);
-    const char* end = text.data() + text.size();
-    const auto [stop, error] = std::from_chars(begin, end, limit.value);
-    if (equals == std::string::npos || begin == end || error != std::errc() || stop != end ||
-        !std::isfinite(limit.value)) {
-      return Failure{"", "--limit " + text, "is no NAME=NUMBER", "write --limit aspect-ratio=5"};
-    }
-    if (!FindMeasure(limit.name) &&
-        std::find(known.begin(), known.end(), limit.name) == known.end()) {
-      return Failure{"", "--limit " + text, "names no measure or finding",
-                     "choose from: " + KnownNames()};
-    }
-    limits.push_back(std::move(limit));
+  const std::size_t equals = text.find('=');
+  limit.name = text.substr(0, equals);
+  const char* begin = text.data() + std::min(text.size(), equals + 1);
+  const char* end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(begin, end, limit.value);
+  if (equals == std::string::npos || begin == end || error != std::errc() || stop != end ||
+      !std::isfinite(limit.value)) {
+    return fmt::format("\"{}\" is no NAME=NUMBER; write --limit aspect-ratio=5", text);
   }
-  return limits;
+  if (FindMeasure(limit.name)) return "";
+  if (std::find(known.begin(), known.end(), limit.name) == known.end()) {
+    return fmt::format("\"{}\" names no measure or finding; choose from: {}", limit.name,
+                       KnownNames());
+  }
+  return limit.value >= 0 ? "" : fmt::format("\"{}\": there are never fewer than 0", text);
 }
 
-Result<std::vector<const MeasureInfo*>> ChooseMeasures(const std::vector<std::string>& names) {
+std::string ReadMeasure(const std::string& name) {
+  if (FindMeasure(name)) return "";
+  std::string all;
+  for (const MeasureInfo& known : Measures()) all += fmt::format(" {}", known.name);
+  return fmt::format("\"{}\" names no measure; choose from:{}", name, all);
+}
+
+std::vector<const MeasureInfo*> ChooseMeasures(const std::vector<std::string>& names) {
   std::vector<const MeasureInfo*> chosen;
   for (const std::string& name : names) {
     const MeasureInfo* info = FindMeasure(name);
-    if (!info) {
-      std::string all;
-      for (const MeasureInfo& known : Measures()) all += fmt::format(" {}", known.name);
-      return Failure{"", "--measure " + name, "names no measure", "choose from:" + all};
-    }
-    chosen.push_back(info);
+    if (std::find(chosen.begin(), chosen.end(), info) == chosen.end()) chosen.push_back(info);
   }
   if (names.empty()) {
     // Sizes of lines, surfaces and solids do not belong in one table unless someone asks.
@@ -123,6 +127,12 @@ double DefaultTolerance(const DenseMesh& mesh) {
   return 1e-10 * Length(high - low);
 }
 
+/// A number, or 0 where it is only the rounding of numbers as large as `scale`.
+double WithoutRounding(double value, double scale) {
+  constexpr double kRounding = 1e-12;
+  return std::abs(value) <= kRounding * scale ? 0.0 : value;
+}
+
 /// One check: collects text and JSON section by section.
 class Check {
  public:
@@ -144,8 +154,10 @@ class Check {
     json_.Begin("types");
     for (const auto& [type, count] : counts) {
       const ElementType* known = FindElementType(type);
+      const bool is_special = !known && CQXMeshUtil::GetElemDim(type) != kUnknownDimension;
       const std::string label =
-          known ? std::string(known->plural) : fmt::format("elements of type {}", type);
+          known ? std::string(known->plural)
+                : fmt::format("{}elements of type {}", is_special ? "special " : "", type);
       text_ += fmt::format("  {:>11}  {}\n", Grouped(count), label);
       json_.Integer(std::to_string(type), count);
     }
@@ -179,15 +191,19 @@ class Check {
   }
 
   void Quality(const std::vector<const MeasureInfo*>& measures) {
+    std::vector<char> rated;
     for (const MeasureInfo* info : measures) {
-      MeasureSummary summary =
-          Summarise(mesh_, *info, length_factor_, options_.bins, options_.worst);
+      const std::vector<double> values = ValuesOf(mesh_, *info, length_factor_);
+      MeasureSummary summary = Summarise(mesh_, *info, values, options_.bins, options_.worst);
       if (summary.elements > 0) summaries_.push_back(std::move(summary));
+      rated.resize(values.size(), 0);
+      for (std::size_t e = 0; e < values.size(); ++e) rated[e] |= !std::isnan(values[e]);
     }
     Table table({"measure", ">elements", ">worst", ">of element", ">mean", ">best", "good",
                  ">outside", ">share"});
     for (const MeasureSummary& s : summaries_) table.Row(RowOf(s));
     if (!table.IsEmpty()) text_ += "\n" + table.Text();
+    NotMeasured(rated);
     if (!options_.no_histograms) {
       for (const MeasureSummary& s : summaries_) Histogram(s);
     }
@@ -225,7 +241,8 @@ class Check {
     text_ += "inertia about the centre:";
     json_.Begin("inertia");
     for (const auto& [name, value] : inertia) {
-      const double shown = units.Out(unit::kMass, value) * length_factor_ * length_factor_;
+      const double of_it = WithoutRounding(value, std::max({body.xx, body.yy, body.zz}));
+      const double shown = units.Out(unit::kMass, of_it) * length_factor_ * length_factor_;
       text_ += fmt::format(" {} {}", name, Short(shown));
       json_.Real(name, shown);
     }
@@ -241,24 +258,21 @@ class Check {
     json_.BeginArray("exceeded");
     if (!limits.empty()) text_ += "\n";
     for (const Limit& limit : limits) {
-      const auto value = ValueOf(limit.name);
+      const auto reached = ValueOf(limit.name);
       const std::int64_t unmeasured = FindMeasure(limit.name) ? Unmeasured() : 0;
+      const bool is_beyond = reached && Exceeds(limit, reached->value);
+      std::string verdict = reached ? "kept" : "no element has it";
+      if (is_beyond) verdict = "EXCEEDED, " + reached->text;
       if (unmeasured > 0) {
-        exceeded_ = true;
-        text_ += fmt::format("limit {} = {}: {} elements cannot be measured\n", limit.name,
-                             Short(limit.value), unmeasured);
+        verdict = fmt::format("{}, {} too broken to be measured", is_beyond ? verdict : "EXCEEDED",
+                              Grouped(unmeasured));
       }
-      if (!value || !Exceeds(limit, *value)) {
-        if (unmeasured == 0) {
-          text_ += fmt::format("limit {} = {}: {}\n", limit.name, Short(limit.value),
-                               value ? "kept" : "no element has it");
-        }
-        continue;
-      }
+      text_ += fmt::format("limit {} = {}: {}\n", limit.name, Short(limit.value), verdict);
+      if (!is_beyond && unmeasured == 0) continue;
       exceeded_ = true;
-      text_ += fmt::format("limit {} = {}: EXCEEDED, the worst is {}\n", limit.name,
-                           Short(limit.value), Short(*value));
-      json_.Begin().Text("name", limit.name).Real("limit", limit.value).Real("value", *value).End();
+      json_.Begin().Text("name", limit.name).Real("limit", limit.value);
+      if (reached) json_.Real("value", reached->value);
+      json_.Integer("unmeasured", unmeasured).End();
     }
     json_.End();
   }
@@ -268,13 +282,13 @@ class Check {
     for (const MeasureSummary& s : summaries_) {
       std::string name(s.info->name);
       std::replace(name.begin(), name.end(), '-', '_');
-      extra.push_back({name, MeasureAll(session_, *s.info, length_factor_)});
+      extra.push_back({name, ValuesOf(mesh_, *s.info, length_factor_)});
     }
     std::vector<std::string> notes;
     Outcome written = exchange::WriteVtu(session_, options_.vtu,
                                          exchange::VtuEncoding::kAppendedRaw, extra, &notes);
     if (!written) return written;
-    text_ += fmt::format("\n{}: {} measures as cell data\n", options_.vtu, extra.size());
+    text_ += fmt::format("\n{}: measures as cell data: {}\n", options_.vtu, extra.size());
     for (const std::string& note : notes) text_ += "  " + note + "\n";
     json_.Text("vtu", options_.vtu);
     return {};
@@ -285,6 +299,30 @@ class Check {
   JsonText& Json() { return json_; }
 
  private:
+  /// Says which elements no measure of the table was taken of, and why.
+  void NotMeasured(const std::vector<char>& rated) {
+    std::int64_t broken = 0, special = 0, others = 0;
+    for (std::uint32_t e = 0; e < rated.size(); ++e) {
+      if (rated[e]) continue;
+      const bool is_special = mesh_.IsUsable(e) && !FindElementType(mesh_.Element(e).type);
+      ++(!mesh_.IsUsable(e) ? broken : is_special ? special : others);
+    }
+    const std::tuple<const char*, const char*, std::int64_t> reasons[] = {
+        {"broken", "broken, see above", broken},
+        {"special", "special, whose shape is the application's", special},
+        {"without_measure", "of a shape that has none of these measures", others}};
+    json_.Begin("unmeasured");
+    std::string text;
+    for (const auto& [name, label, count] : reasons) {
+      json_.Integer(name, count);
+      if (count == 0) continue;
+      text += fmt::format("{}{} {}", text.empty() ? "elements not measured: " : "; ",
+                          Grouped(count), label);
+    }
+    json_.End();
+    if (!text.empty()) text_ += text + "\n";
+  }
+
   static std::string Cell(double value) { return value >= kUnbounded ? "unbounded" : Short(value); }
 
   static std::vector<std::string> RowOf(const MeasureSummary& s) {
@@ -317,9 +355,7 @@ class Check {
     text_ += "  worst:";
     const char* separator = " ";
     for (const RatedElement& rated : s.worst) {
-      const ElementType* type = FindElementType(rated.type);
-      text_ += fmt::format("{}{} {} {}", separator, type ? type->name : "element", rated.key,
-                           Cell(rated.value));
+      text_ += separator + TextOf(rated);
       separator = ", ";
     }
     text_ += "\n";
@@ -334,14 +370,24 @@ class Check {
     }
     json_.End().BeginArray("histogram");
     for (const HistogramBin& bin : s.histogram) {
-      json_.Begin().Real("low", bin.low).Real("high", bin.high).Integer("count", bin.count).End();
+      json_.Begin().Real("low", bin.low).Real("high", bin.high).Integer("count", bin.count);
+      json_.Integer("outside", bin.outside).End();
     }
     json_.End().End();
   }
 
+  /// The centre of a mass, without the rounding of numbers as large as it is wide.
+  static Point3 CenterOf(const MassOfProperty& m) {
+    const RigidBody body = ToRigidBody(m.mass);
+    const double width = body.mass > 0 ? std::sqrt((body.xx + body.yy + body.zz) / body.mass) : 0;
+    const double scale = std::max(width, Length(body.center));
+    return {WithoutRounding(body.center.x, scale), WithoutRounding(body.center.y, scale),
+            WithoutRounding(body.center.z, scale)};
+  }
+
   std::vector<std::string> RowOf(const std::string& name, const MassOfProperty& m) {
     const CQXUnitCtrl& units = session_.Units();
-    const Point3 center = ToRigidBody(m.mass).center;
+    const Point3 center = CenterOf(m);
     return {name,
             Grouped(m.elements),
             Short(units.Out(unit::kLength, m.length)),
@@ -355,7 +401,7 @@ class Check {
 
   void Write(const MassOfProperty& m) {
     const CQXUnitCtrl& units = session_.Units();
-    const Point3 center = ToRigidBody(m.mass).center;
+    const Point3 center = CenterOf(m);
     json_.Begin().Integer("property", m.property_key).Integer("elements", m.elements);
     json_.Real("length", units.Out(unit::kLength, m.length));
     json_.Real("area", units.Out(unit::kArea, m.area));
@@ -373,15 +419,30 @@ class Check {
                          Grouped(elements), what, option);
   }
 
+  /// A value that a limit is held against, and how to say it.
+  struct Reached {
+    double value;
+    std::string text;
+  };
+
   /// The worst value of a measure, or the number of a kind of finding; nothing when no element has
   /// the measure.
-  std::optional<double> ValueOf(const std::string& name) const {
+  std::optional<Reached> ValueOf(const std::string& name) const {
     for (const Finding& finding : findings_) {
-      if (finding.name == name) return static_cast<double>(finding.keys.size());
+      if (finding.name != name) continue;
+      const auto count = static_cast<std::int64_t>(finding.keys.size());
+      return Reached{static_cast<double>(count), fmt::format("there are {}", Grouped(count))};
     }
-    const MeasureSummary s = Summarise(mesh_, *FindMeasure(name), length_factor_, 1, 1);
+    const MeasureInfo& info = *FindMeasure(name);
+    const MeasureSummary s = Summarise(mesh_, info, ValuesOf(mesh_, info, length_factor_), 1, 1);
     if (s.worst.empty()) return {};
-    return s.worst[0].value;
+    return Reached{s.worst[0].value, "the worst is " + TextOf(s.worst[0])};
+  }
+
+  /// "quad4 17 1.25"
+  static std::string TextOf(const RatedElement& rated) {
+    const ElementType* type = FindElementType(rated.type);
+    return fmt::format("{} {} {}", type ? type->name : "element", rated.key, Cell(rated.value));
   }
 
   /// Elements too broken to be measured.
@@ -393,7 +454,7 @@ class Check {
 
   static bool Exceeds(const Limit& limit, double value) {
     const MeasureInfo* info = FindMeasure(limit.name);
-    return info && !info->high_is_bad ? value < limit.value : value > limit.value;
+    return info ? IsBeyond(*info, value, limit.value) : value > limit.value;
   }
 
   CQXDBSession& session_;
@@ -408,10 +469,8 @@ class Check {
 };
 
 void Run(const CheckOptions& options, Context& context) {
-  const auto limits = ParseLimits(options.limits);
-  if (!limits) return context.Refuse(limits.Error());
-  const auto measures = ChooseMeasures(options.measures);
-  if (!measures) return context.Refuse(measures.Error());
+  std::vector<Limit> limits(options.limits.size());
+  for (std::size_t i = 0; i < limits.size(); ++i) ReadLimit(options.limits[i], limits[i]);
   CQXDocBase document(host::SetUpModel);
   if (Outcome opened = document.Open(options.model); !opened) {
     return context.Refuse(opened.Error());
@@ -419,9 +478,9 @@ void Run(const CheckOptions& options, Context& context) {
   Check check(*document.GetDBSession(), options);
   check.Overview();
   check.Findings();
-  check.Quality(*measures);
+  check.Quality(ChooseMeasures(options.measures));
   if (options.mass || options.density || options.thickness || options.section_area) check.Mass();
-  check.Limits(*limits);
+  check.Limits(limits);
   if (!options.vtu.empty()) {
     if (Outcome free = CheckOutput(options.vtu, {options.model}); !free) {
       return context.Refuse(free.Error());
@@ -443,13 +502,24 @@ void AddCheck(CLI::App& app, Context& context) {
                      KnownNames());
   auto options = std::make_shared<CheckOptions>();
   command->add_option("model", options->model, "Model file")->required();
-  command->add_option("--measure", options->measures,
-                      "Show these measures only; size and jacobian are shown when named");
+  command
+      ->add_option("--measure", options->measures,
+                   "Show these measures only, apart by commas; size and jacobian are shown when "
+                   "named")
+      ->delimiter(',')
+      ->allow_extra_args(false)
+      ->check(CLI::Validator([](std::string& name) { return ReadMeasure(name); }, ""));
   command
       ->add_option("--limit", options->limits,
-                   "NAME=NUMBER: exit with 1 when an element is worse, or there are more")
-      ->expected(1)
-      ->take_all();
+                   "NAME=NUMBER: exit with 1 when an element is worse or broken, or there are "
+                   "more; may be given again")
+      ->allow_extra_args(false)
+      ->check(CLI::Validator(
+          [](std::string& text) {
+            Limit limit;
+            return ReadLimit(text, limit);
+          },
+          ""));
   command->add_option("--vtu", options->vtu, "Write the mesh with the measures as cell data");
   command->add_option("--worst", options->worst, "How many of the worst elements to name")
       ->check(CLI::Range(0, 1000))
@@ -460,13 +530,20 @@ void AddCheck(CLI::App& app, Context& context) {
   command->add_flag("--no-histograms", options->no_histograms, "Tables only");
   command
       ->add_option("--tolerance", options->tolerance, "Distance within which nodes are duplicates")
-      ->check(CLI::NonNegativeNumber);
+      ->check(NonNegativeReal());
   command->add_flag("--mass", options->mass, "Masses, centres and inertia by property");
-  command->add_option("--density", options->density, "Mass density where no property gives one");
-  command->add_option("--thickness", options->thickness,
-                      "Thickness of surfaces where no property gives one");
-  command->add_option("--section-area", options->section_area,
-                      "Section of lines where no property gives one");
+  command
+      ->add_option("--density", options->density,
+                   "Mass density where no property gives one, in current units")
+      ->check(NonNegativeReal());
+  command
+      ->add_option("--thickness", options->thickness,
+                   "Thickness of surfaces where no property gives one")
+      ->check(NonNegativeReal());
+  command
+      ->add_option("--section-area", options->section_area,
+                   "Section of lines where no property gives one")
+      ->check(NonNegativeReal());
   command->callback([options, &context] { Run(*options, context); });
 }
 

@@ -9,6 +9,7 @@
 
 #include "apps/qxdb/change_counter.h"
 #include "apps/qxdb/commands.h"
+#include "apps/qxdb/option_values.h"
 #include "host/session.h"
 
 namespace qx::app {
@@ -116,13 +117,13 @@ void AddFix(CLI::App& app, Context& context) {
   command->add_flag("--solids", options->solids, "Turn inverted solids over");
   command->add_flag("--shells", options->shells, "Make shells agree with their neighbours");
   command->add_flag("--duplicate-elements", options->duplicate_elements,
-                    "Remove elements that have the nodes of an earlier one");
+                    "Remove lines, surfaces and solids that have the nodes of an earlier one");
   command->add_flag("--unreferenced-nodes", options->unreferenced_nodes,
                     "Remove nodes that nothing uses");
   command
       ->add_option("--merge-nodes", options->merge_tolerance,
                    "Merge nodes that are no farther apart than this, in current length units")
-      ->check(CLI::NonNegativeNumber);
+      ->check(NonNegativeReal());
   command->add_flag("--dry-run", options->dry_run, "Say what would change, save nothing");
   command->callback([options, &context] { Run(*options, context); });
 }

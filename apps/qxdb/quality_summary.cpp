@@ -3,8 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <fmt/format.h>
-
-#include "qx_db/qx_db.h"
+#include <limits>
 
 #include "apps/qxdb/console.h"
 
@@ -36,51 +35,86 @@ std::vector<HistogramBin> MakeBins(double low, double high, int bins) {
   return histogram;
 }
 
-void Count(std::vector<HistogramBin>& histogram, double value) {
+void Count(std::vector<HistogramBin>& histogram, double value, bool is_outside) {
   const auto at = std::upper_bound(histogram.begin(), histogram.end(), value,
                                    [](double v, const HistogramBin& bin) { return v < bin.high; });
-  ++(at == histogram.end() ? histogram.back() : *at).count;
+  HistogramBin& bin = at == histogram.end() ? histogram.back() : *at;
+  ++bin.count;
+  bin.outside += is_outside;
+}
+
+/// Columns of a bar that stand for a count; one that counts anything is seen.
+std::size_t BarLength(std::int64_t count, std::int64_t most) {
+  constexpr int kWidth = 40;
+  return static_cast<std::size_t>((count * kWidth + most - 1) / most);
 }
 
 }  // namespace
 
-MeasureSummary Summarise(const DenseMesh& mesh, const MeasureInfo& info, double length_factor,
-                         int bins, std::size_t worst_shown) {
-  MeasureSummary summary;
-  summary.info = &info;
-  std::vector<double> values;
-  std::vector<std::pair<double, std::uint32_t>> rated;
-  double sum = 0, low = 0, high = 0;
+bool IsBeyond(const MeasureInfo& info, double value, double bound) {
+  constexpr double kRounding = 1e-9;
+  const double room = kRounding * std::abs(bound);
+  return info.high_is_bad ? value > bound + room : value < bound - room;
+}
+
+bool IsRated(const DenseMesh& mesh, std::uint32_t e) {
+  return mesh.IsUsable(e) && mesh.Shape(e) != CornerShape::kNone;
+}
+
+std::vector<double> ValuesOf(const DenseMesh& mesh, const MeasureInfo& info, double length_factor) {
+  constexpr double kNoise = 1e-14;  // of what would be nothing in exact numbers
+  std::vector<double> values(mesh.ElementCount(), std::numeric_limits<double>::quiet_NaN());
   for (std::uint32_t e = 0; e < mesh.ElementCount(); ++e) {
-    if (!mesh.IsUsable(e)) continue;
+    if (!IsRated(mesh, e)) continue;
     Point3 p[8];
     mesh.CornerPositions(e, p);
-    const double value = Quality(info.measure, mesh.Shape(e), p) *
-                         UnitFactor(info.measure, mesh.Shape(e), length_factor);
+    const double value = Quality(info.measure, mesh.Shape(e), p);
+    values[e] = info.acceptable && std::abs(value) < kNoise
+                    ? 0.0
+                    : value * UnitFactor(info.measure, mesh.Shape(e), length_factor);
+  }
+  return values;
+}
+
+MeasureSummary Summarise(const DenseMesh& mesh, const MeasureInfo& info,
+                         const std::vector<double>& values, int bins, std::size_t worst_shown) {
+  MeasureSummary summary;
+  summary.info = &info;
+  std::vector<std::pair<double, std::uint32_t>> rated;
+  double sum = 0, low = 0, high = 0;
+  std::int64_t bounded = 0;
+  const auto is_outside = [&](double value) {
+    return info.acceptable && IsBeyond(info, value, *info.acceptable);
+  };
+  for (std::uint32_t e = 0; e < mesh.ElementCount(); ++e) {
+    const double value = values[e];
     if (std::isnan(value)) continue;
     rated.push_back({value, e});
-    ++summary.elements;
-    summary.outside += info.acceptable && summary.IsWorse(value, *info.acceptable);
+    summary.outside += is_outside(value);
     if (value >= kUnbounded) {
       ++summary.unbounded;
       continue;
     }
-    low = values.empty() ? value : std::min(low, value);
-    high = values.empty() ? value : std::max(high, value);
+    low = bounded ? std::min(low, value) : value;
+    high = bounded ? std::max(high, value) : value;
     sum += value;
-    values.push_back(value);
+    ++bounded;
   }
-  if (!values.empty()) {
-    summary.mean = sum / static_cast<double>(values.size());
+  summary.elements = static_cast<std::int64_t>(rated.size());
+  if (bounded) {
+    summary.mean = sum / static_cast<double>(bounded);
     summary.histogram = MakeBins(low, high, bins);
-    for (const double value : values) Count(summary.histogram, value);
+    for (const auto& [value, e] : rated) {
+      if (value < kUnbounded) Count(summary.histogram, value, is_outside(value));
+    }
   }
   summary.best = info.high_is_bad ? low : high;
+  if (bounded == 0 && !rated.empty()) summary.best = summary.mean = kUnbounded;
   const std::size_t shown = std::min(worst_shown, rated.size());
   std::partial_sort(rated.begin(), rated.begin() + static_cast<std::ptrdiff_t>(shown), rated.end(),
                     [&](const auto& a, const auto& b) {
-                      if (a.first != b.first) return summary.IsWorse(a.first, b.first);
-                      return a.second < b.second;
+                      if (a.first == b.first) return a.second < b.second;
+                      return info.high_is_bad ? a.first > b.first : a.first < b.first;
                     });
   for (std::size_t i = 0; i < shown; ++i) {
     const tagTElem& element = mesh.Element(rated[i].second);
@@ -89,32 +123,17 @@ MeasureSummary Summarise(const DenseMesh& mesh, const MeasureInfo& info, double 
   return summary;
 }
 
-std::vector<double> MeasureAll(const CQXDBSession& session, const MeasureInfo& info,
-                               double length_factor) {
-  std::vector<double> values;
-  auto& pool = Pool<tagTElem>(session);
-  values.reserve(static_cast<std::size_t>(pool.GetSize()));
-  for (ITR at = pool.GetHeadPosition(); at;) {
-    const tagTElem& element = pool.GetNextNU(at);
-    values.push_back(Quality(info.measure, element) *
-                     UnitFactor(info.measure, topology::ShapeOf(element.type), length_factor));
-  }
-  return values;
-}
-
 std::string HistogramText(const MeasureSummary& summary) {
-  constexpr int kWidth = 40;
   std::int64_t most = 1;
   for (const HistogramBin& bin : summary.histogram) most = std::max(most, bin.count);
   std::string text;
   for (const HistogramBin& bin : summary.histogram) {
-    // A bar that counts anything is seen.
-    const auto length = static_cast<std::size_t>((bin.count * kWidth + most - 1) / most);
-    const bool is_bad =
-        summary.info->acceptable &&
-        !summary.IsWorse(*summary.info->acceptable, summary.info->high_is_bad ? bin.low : bin.high);
+    // The bad end of the bar at the side where the values are bad.
+    const std::size_t length = BarLength(bin.count, most);
+    const std::string bad(BarLength(bin.outside, most), '!');
+    const std::string good(length - std::min(length, bad.size()), '#');
     text += fmt::format("  {:>11} .. {:<11} {:<40} {:>9}\n", Short(bin.low), Short(bin.high),
-                        std::string(length, is_bad ? '!' : '#'), Grouped(bin.count));
+                        summary.info->high_is_bad ? good + bad : bad + good, Grouped(bin.count));
   }
   if (summary.unbounded) {
     text += fmt::format("  {:>11}    {:<11} {:<40} {:>9}\n", "", "unbounded", "",

@@ -14,6 +14,7 @@ namespace qx::app {
 struct HistogramBin {
   double low, high;
   std::int64_t count = 0;
+  std::int64_t outside = 0;  ///< of them, worse than acceptable
 };
 
 /// An element and its value.
@@ -32,21 +33,22 @@ struct MeasureSummary {
   double mean = 0;
   std::vector<HistogramBin> histogram;
   std::vector<RatedElement> worst;  ///< worst first
-
-  /// Whether a value is worse than another.
-  bool IsWorse(double value, double than) const {
-    return info->high_is_bad ? value > than : value < than;
-  }
 };
 
-/// Summarises a measure; lengths in it are multiplied by `length_factor`. Bars grow by a constant
-/// factor where positive values span more than three decades.
-MeasureSummary Summarise(const DenseMesh& mesh, const MeasureInfo& info, double length_factor,
-                         int bins, std::size_t worst_shown);
+/// Whether a value is worse than a bound by more than rounding.
+bool IsBeyond(const MeasureInfo& info, double value, double bound);
 
-/// The values of a measure for every element of the pool in list order; NaN where it has none.
-std::vector<double> MeasureAll(const CQXDBSession& session, const MeasureInfo& info,
-                               double length_factor);
+/// Whether elements of this kind are rated: ordinary, and nothing wrong with their nodes.
+bool IsRated(const DenseMesh& mesh, std::uint32_t e);
+
+/// The values of a measure for all elements in list order, NaN where an element has none; lengths
+/// in it are multiplied by `length_factor`. What tables, limits and cell data are all made of.
+std::vector<double> ValuesOf(const DenseMesh& mesh, const MeasureInfo& info, double length_factor);
+
+/// Summarises the values of a measure. Bars grow by a constant factor where positive values span
+/// more than three decades.
+MeasureSummary Summarise(const DenseMesh& mesh, const MeasureInfo& info,
+                         const std::vector<double>& values, int bins, std::size_t worst_shown);
 
 /// The histogram as text, a line a bar.
 std::string HistogramText(const MeasureSummary& summary);

@@ -221,6 +221,28 @@ TEST(Findings, NameEveryFault) {
   EXPECT_EQ(FindingNames().size(), 15u);
 }
 
+TEST(Findings, LeaveSpecialElementsToTheApplication) {
+  Model model;
+  model.Block(1, 1, 1);
+  // Two springs without length side by side, a mass that shares its node, a skin on a face, and a
+  // type of unknown shape whose node nothing else has.
+  const int other = model.Node({1, 1, 1});
+  for (int i = 0; i < 2; ++i) model.Element(37, std::vector<int>{7, other});
+  for (int i = 0; i < 2; ++i) model.Element(1, std::vector<int>{7});
+  model.Element(50, std::vector<int>{0, 1, 3, 2});
+  model.Element(30, std::vector<int>{model.Node({5, 5, 5})});
+  model.Element(30, std::vector<int>{});
+  const std::map<std::string, std::size_t> wanted{{"duplicate-nodes", 1}, {"free-faces", 1}};
+  EXPECT_EQ(CountFindings(model), wanted);
+  const DenseMesh mesh(model.session);
+  EXPECT_EQ(mesh.ElementCount(), model.elements.size());
+  EXPECT_EQ(ConnectedParts(mesh).count, 2u);
+  RepairPlan plan{1e-9, true, true, true, true};
+  const RepairReport report = Repair(model, plan);
+  EXPECT_EQ(report.merges_refused, 1) << "a spring keeps its two nodes";
+  EXPECT_FALSE(report.ChangedAnything());
+}
+
 TEST(Repair, MergesTwoBlocksIntoOneAndUndoesAsOneStep) {
   Model model;
   model.Block(2, 2, 2);
@@ -344,6 +366,25 @@ TEST(Mass, AsksTheApplicationAndThenTakesWhatIsGiven) {
   EXPECT_EQ(asked.without_section, 0);
   EXPECT_NEAR(asked.total.mass.size, 2 * 2.7 + 10 * 0.25 + 10 * 0.125, 1e-12);
   EXPECT_EQ(model.util.GetElemVolume(model.elements[0]), 1);
+}
+
+TEST(Mass, AssumptionsAddToWhatTheApplicationKnowsInPart) {
+  // Three of non-structural mass on every element, which is all that it weighs where no density is
+  // known; solids have theirs.
+  struct Laden : MassApplication {
+    using IAppDB::GetMSetMass;
+    double GetMSetMass(CQXDBSession*, const TArray<ITR>& elems) override {
+      return 3 + (ElementAt(elems[0])->type >= 8 ? 2.7 : 0);
+    }
+  };
+  Model model;
+  model.Block(1, 1, 1);
+  model.Sheet(1, 1);
+  const DenseMesh mesh(model.session);
+  const Laden application;
+  EXPECT_NEAR(ComputeMass(model.session, mesh, {}).total.mass.size, 5.7 + 3, 1e-12);
+  EXPECT_NEAR(ComputeMass(model.session, mesh, WithDensity(10)).total.mass.size, 5.7 + 3 + 2.5,
+              1e-12);
 }
 
 TEST(Mass, OfTwoHexahedraIsThePublishedOne) {

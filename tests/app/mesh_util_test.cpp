@@ -276,6 +276,8 @@ TEST(Lists, NodesOfElementsAndWhatTheyShare) {
   }
   EXPECT_EQ(model.util.GetCommonNodeListByElemItrArray({model.elements[0], 0}, nodes, 0), 0);
   EXPECT_EQ(model.util.GetCommonNodeListByElemItrArray({}, nodes, 0), 0);
+  TArray<ITR> in_place = both;
+  EXPECT_EQ(model.util.GetCommonNodeListByElemItrArray(in_place, in_place, 0), 4);
   const ITR quadratic = model.Element(15, CornersOf(15));
   EXPECT_EQ(model.util.GetNodeListByElemItrArray({quadratic}, nodes, 0), 8);
   EXPECT_EQ(model.util.GetNodeListByElemItrArray({quadratic, 0}, nodes, 1), 20);
@@ -399,6 +401,7 @@ TEST(BadInput, GivesNothing) {
   EXPECT_EQ(model.util.GetElemMinLength({0, 0}), 0.0);
   std::list<std::list<int>> groups;
   EXPECT_EQ(model.util.GroupElemSide(3, {{hex, 0}, {0, 0}, {holed, 1}, {hex, 77}}, groups), 4);
+  EXPECT_EQ(model.util.GroupElemSide(5, {{hex, 0}}, groups), 0) << "neither faces nor edges";
   TArray<tagTElemSide> start, end;
   EXPECT_EQ(model.util.ConvertStartEndElem(3, {}, start, end, nullptr), 0);
   EXPECT_EQ(model.util.ConvertStartEndElem(3, {{0, 0}}, start, end, nullptr), 0);
@@ -407,6 +410,29 @@ TEST(BadInput, GivesNothing) {
   EXPECT_EQ(nobody.GetElemListByGKeyItr(0, list), 0);
   EXPECT_EQ(nobody.FlipElement(hex), 0);
   EXPECT_EQ(nobody.IsNodeQuadraticFor1D(model.nodes[0]), 0);
+}
+
+TEST(BadInput, CoordinatesThatAreNoNumbersReachMeasuresOnly) {
+  const double nan = std::nan("");
+  for (const std::int32_t type : kMeshTypes) {
+    Model model;
+    std::vector<Point3> corners = CornersOf(type);
+    const ITR sound = model.Element(type, corners);
+    corners[0] = {nan, 0, 0};
+    const ITR element = model.Element(type, corners);
+    double v[3], box[6];
+    EXPECT_TRUE(std::isnan(model.util.GetElemQuantity(element))) << type;
+    EXPECT_EQ(model.util.GetElemSideNormal({element, 0}, v), 0) << type;
+    EXPECT_EQ(model.util.IsValidNormalSolid(element, 1), CQXMeshUtil::GetElemDim(type) < 3);
+    EXPECT_EQ(model.util.CalcCollapseTetra(element, nullptr), 0);
+    EXPECT_GT(model.util.GetElemMinLength({element, 0}), 0) << "of the other nodes";
+    const auto& nodes = model.At(element).nodes;
+    const std::set<ITR> all(nodes.begin(), nodes.end()), first{nodes[0]};
+    EXPECT_EQ(model.util.GetNodeBoundingBox(&model.session, all, box), 1);
+    EXPECT_TRUE(std::isfinite(box[0]) && std::isfinite(box[3])) << type;
+    EXPECT_EQ(model.util.GetNodeBoundingBox(&model.session, first, box), 0);
+    EXPECT_GT(model.util.GetElemMinLength({sound, 0}), 0);
+  }
 }
 
 // ---- grouping -----------------------------------------------------------------------------------
@@ -484,6 +510,8 @@ TEST(ConvertStartEndElem, SplitsTheFacesOfACubeByDirection) {
   EXPECT_EQ(model.util.ConvertStartEndElem(3, sides, start, end, up), 1);
   EXPECT_EQ(end.GetSize(), 1);
   EXPECT_EQ(end[0].side, 0);
+  EXPECT_EQ(model.util.ConvertStartEndElem(3, sides, sides, end, up), 1);
+  EXPECT_EQ(sides, start) << "in place";
 }
 
 // ---- dividing -----------------------------------------------------------------------------------

@@ -49,15 +49,24 @@ TEST_F(CheckCli, ExitsWithOneWhenALimitIsExceeded) {
       {"check bad.qxm --limit inverted-solids=9 --limit duplicate-nodes=0", 1},
       {"check good.qxm --limit aspect-ratio=100 --limit min-angle=1", 0},
       {"check good.qxm --limit min-angle=89", 1},
-      {"check good.qxm --limit taper=0", 0},  // no element has a taper
-      {"check good.qxm --limit flatness=1", 1},
-      {"check good.qxm --limit aspect-ratio", 1},
-      {"check good.qxm --limit aspect-ratio=x", 1},
-      {"check good.qxm --measure beauty", 1},
+      {"check good.qxm --limit taper=0", 0},       // no element has a taper
+      {"check good.qxm --limit max-angle=90", 0},  // it is 90 to rounding
+      {"check good.qxm --limit flatness=1", 2},
+      {"check good.qxm --limit aspect-ratio", 2},
+      {"check good.qxm --limit aspect-ratio=x", 2},
+      {"check good.qxm --limit aspect-ratio=nan", 2},
+      {"check good.qxm --limit duplicate-nodes=-1", 2},
+      {"check good.qxm --measure beauty", 2},
+      {"check --measure shape,skew good.qxm", 0},
+      {"check good.qxm --tolerance nan", 2},
+      {"check good.qxm --density inf", 2},
+      {"check good.qxm --thickness -1", 2},
+      {"check good.qxm --section-area 1e999", 2},
       {"check nothing.qxm", 1},
       {"check good.qxm --bins 0", 2},
       {"check", 2},
       {"fix good.qxm --merge-nodes -1", 2},
+      {"fix good.qxm --merge-nodes nan", 2},
   };
   for (const Case& c : cases) {
     const Ran run = Qxdb(c.arguments);
@@ -75,6 +84,26 @@ TEST_F(CheckCli, WritesMeasuresAsCellData) {
   EXPECT_TRUE(Has(vtu, "Name=\"shape\""));
   EXPECT_FALSE(Has(vtu, "Name=\"min_angle\""));
   EXPECT_EQ(Qxdb("check good.qxm --vtu no/such/folder/out.vtu").code, 1);
+}
+
+TEST_F(CheckCli, CountsEveryElementAndSaysWhatItDidNotMeasure) {
+  Write("more.json",
+        "{\"ELEM\":{\"11\":{\"TYPE\":2,\"NODE_KEY_ARRAY\":[1,2]},"
+        "\"12\":{\"TYPE\":50,\"NODE_KEY_ARRAY\":[1,2,3,4]},"
+        "\"13\":{\"TYPE\":30,\"NODE_KEY_ARRAY\":[5]},"
+        "\"14\":{\"TYPE\":6,\"NODE_KEY_ARRAY\":[1,2,3]}}}");
+  ASSERT_EQ(Qxdb("gateway read good.qxm more.json").code, 0);
+  const Ran run = Qxdb("check good.qxm --measure shape --vtu out.vtu");
+  for (const char* part :
+       {"6 elements", "special elements of type 30", "special elements of type 50",
+        "elements not measured: 1 broken, see above; 2 special, whose shape is the application's; "
+        "1 of a shape that has none of these measures"}) {
+    EXPECT_TRUE(Has(run.out, part)) << part << '\n' << run.out;
+  }
+  // What the table rates is what the file has values of: the line has none, the others no cell.
+  EXPECT_TRUE(Has(*ReadWholeFile(Path("out.vtu")), "NumberOfCells=\"3\""));
+  EXPECT_TRUE(Has(Qxdb("check good.qxm --limit shape=0.1").out,
+                  "limit shape = 0.1: EXCEEDED, 1 too broken to be measured"));
 }
 
 TEST_F(CheckCli, WeighsWithGivenValues) {

@@ -5,6 +5,7 @@
 #include "qx_db/app/element_access.h"
 #include "qx_db/app/mesh_util.h"
 #include "qx_db/core/session.h"
+#include "qx_db/record/element_types.h"
 
 namespace qx {
 
@@ -32,13 +33,13 @@ DenseMesh::DenseMesh(const CQXDBSession& session) {
 }
 
 void DenseMesh::AddElement(ITR itr) {
-  constexpr std::int32_t kSpecialDimension = 4;
+  constexpr int kUnknownDimension = 5;
   const tagTElem& element = *ElementAt(itr);
   const ElementTopology type(element.type);
+  const bool is_special = element.type > element::kHex20;
   std::uint8_t faults = 0;
   if (type.Nodes() == 0) {
-    if (CQXMeshUtil::GetElemDim(element.type) == kSpecialDimension) return;
-    faults |= fault::kUnknownType;
+    if (CQXMeshUtil::GetElemDim(element.type) == kUnknownDimension) faults |= fault::kUnknownType;
   } else if (element.nodes.GetSize() != type.Nodes()) {
     faults |= fault::kWrongNodeCount;
   }
@@ -52,13 +53,13 @@ void DenseMesh::AddElement(ITR itr) {
       if (!IsFinite(positions_[number])) faults |= fault::kNotFinite;
       const auto same =
           std::find(nodes_.begin() + static_cast<std::ptrdiff_t>(first), nodes_.end(), number);
-      if (same != nodes_.end()) faults |= fault::kRepeatedNode;
+      if (same != nodes_.end() && !is_special) faults |= fault::kRepeatedNode;
     }
     nodes_.push_back(number);
   }
   elements_.push_back(itr);
   faults_.push_back(faults);
-  shapes_.push_back(topology::ShapeOf(element.type));
+  shapes_.push_back(is_special ? CornerShape::kNone : topology::ShapeOf(element.type));
   corners_.push_back(static_cast<std::uint8_t>(type.Corners()));
   first_node_.push_back(nodes_.size());
 }

@@ -17,7 +17,7 @@ class CQXDBSession;
 /// What may be wrong with one element by itself, as bits. An element with none of the first four
 /// is usable: its corners can be counted on.
 namespace fault {
-inline constexpr std::uint8_t kUnknownType = 1;     ///< no row in the topology table
+inline constexpr std::uint8_t kUnknownType = 1;     ///< neither an ordinary nor a special code
 inline constexpr std::uint8_t kWrongNodeCount = 2;  ///< not as many nodes as its type has
 inline constexpr std::uint8_t kMissingNode = 4;     ///< a node is null or removed
 inline constexpr std::uint8_t kNotFinite = 8;       ///< a coordinate is no number
@@ -27,7 +27,8 @@ inline constexpr std::uint8_t kRepeatedNode = 16;  ///< one node more than once
 
 /// A picture of the mesh taken at construction. Nodes are numbered in the order of their pool,
 /// elements in that of theirs. Holds the parameter indices of nodes while it lives; editing the
-/// session makes it out of date. Special elements without a known shape are left out.
+/// session makes it out of date. Special elements have their nodes but no shape: what they mean,
+/// and whether they may lie on one spot or on each other, is the application's business.
 class QXDB_API DenseMesh {
  public:
   explicit DenseMesh(const CQXDBSession& session);
@@ -37,6 +38,7 @@ class QXDB_API DenseMesh {
   const tagTElem& Element(std::uint32_t e) const;
   std::uint8_t Faults(std::uint32_t e) const { return faults_[e]; }
   bool IsUsable(std::uint32_t e) const { return (faults_[e] & fault::kUnusable) == 0; }
+  /// kNone for special and unknown types.
   CornerShape Shape(std::uint32_t e) const { return shapes_[e]; }
   /// Numbers of all nodes of an element, corners first; RecordNumbers::kNone for a missing one.
   std::span<const std::uint32_t> Nodes(std::uint32_t e) const {

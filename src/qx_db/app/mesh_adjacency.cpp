@@ -274,7 +274,7 @@ Parts ConnectedParts(const DenseMesh& mesh) {
   parts.of_element.assign(mesh.ElementCount(), kNoPart);
   std::vector<std::uint32_t> part_of_root(mesh.NodeCount(), kNoPart);
   for (std::uint32_t e = 0; e < mesh.ElementCount(); ++e) {
-    if (!mesh.IsUsable(e)) continue;
+    if (!mesh.IsUsable(e) || mesh.Nodes(e).empty()) continue;
     std::uint32_t& part = part_of_root[sets.Find(mesh.Nodes(e)[0])];
     if (part == kNoPart) part = parts.count++;
     parts.of_element[e] = part;
@@ -415,7 +415,8 @@ std::vector<Duplicate> DuplicateNodes(const DenseMesh& mesh, double tolerance) {
 std::vector<Duplicate> DuplicateElements(const DenseMesh& mesh) {
   std::vector<std::pair<std::uint64_t, std::uint32_t>> entries;
   for (std::uint32_t e = 0; e < mesh.ElementCount(); ++e) {
-    if (mesh.IsUsable(e)) entries.push_back({Signature(mesh, e), e});
+    const bool has_extent = mesh.Shape(e) >= CornerShape::kLine;
+    if (has_extent && mesh.IsUsable(e)) entries.push_back({Signature(mesh, e), e});
   }
   std::sort(entries.begin(), entries.end());
   std::vector<Duplicate> found;

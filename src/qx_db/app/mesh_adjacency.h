@@ -42,7 +42,8 @@ struct ShellOrientation {
 QXDB_API ShellOrientation OrientShells(const DenseMesh& mesh);
 
 /// Parts of the mesh that hang together by nodes: a number for every element, from 0 in the order
-/// of their first elements, and how many parts there are. Unusable elements are in none, ~0u.
+/// of their first elements, and how many parts there are. Elements that are unusable or have no
+/// nodes are in none, ~0u.
 struct Parts {
   std::vector<std::uint32_t> of_element;
   std::uint32_t count = 0;
@@ -55,7 +56,8 @@ using Duplicate = std::pair<std::uint32_t, std::uint32_t>;
 /// Nodes within `tolerance` of an earlier node that is itself no duplicate. Expected linear.
 /// Requires a tolerance that is not negative.
 QXDB_API std::vector<Duplicate> DuplicateNodes(const DenseMesh& mesh, double tolerance);
-/// Elements of the type and the set of nodes of an earlier one.
+/// Lines, surfaces and solids of the type and the set of nodes of an earlier one. Points and
+/// special elements may well share their nodes: two masses, springs side by side.
 QXDB_API std::vector<Duplicate> DuplicateElements(const DenseMesh& mesh);
 /// Nodes that no element has.
 QXDB_API std::vector<std::uint32_t> UnreferencedNodes(const DenseMesh& mesh);

@@ -33,12 +33,8 @@ std::vector<Key> WithFault(const DenseMesh& mesh, double) {
   return KeysOf(mesh, [&](std::uint32_t e) { return (mesh.Faults(e) & Fault) != 0; });
 }
 
-/// Size against the cube of the longest reach, below which an element is flat.
+/// Size against the longest reach to the power of the dimension, below which an element is flat.
 constexpr double kFlat = 1e-12;
-
-/// Type codes past these are special: what turns an ordinary element does not turn them.
-constexpr std::int32_t kLastSurface = 7;
-constexpr std::int32_t kLastSolid = 15;
 
 enum class SizeSign { kNegative, kZero };
 
@@ -149,10 +145,7 @@ constexpr SideKind kSideKinds[] = {
 }  // namespace
 
 bool IsInvertedSolid(const DenseMesh& mesh, std::uint32_t e) {
-  const tagTElem& element = mesh.Element(e);
-  const bool ordinary = element.type > kLastSurface && element.type <= kLastSolid;
-  return ordinary && element.nodes.GetSize() == ElementTopology(element.type).Nodes() &&
-         HasSize(mesh, e, SizeSign::kNegative);
+  return mesh.Shape(e) >= CornerShape::kTetrahedron && HasSize(mesh, e, SizeSign::kNegative);
 }
 
 std::vector<Finding> FindFaults(const DenseMesh& mesh, double tolerance) {

@@ -6,17 +6,29 @@
 #include "qx_db/app/mesh_util.h"
 #include "qx_db/callback/app_db.h"
 #include "qx_db/core/session.h"
+#include "qx_db/record/control_records.h"
 #include "qx_db/record/verbs.h"
 
 namespace qx {
 namespace {
 
+/// A number from the application, or the one assumed in its place; 0 when there is neither.
+struct Answer {
+  double value = 0;
+  bool is_assumed = false;
+};
+
+Answer KnownOr(double known, const std::optional<double>& assumed) {
+  if (known != 0) return {known, false};
+  return {assumed.value_or(0), true};
+}
+
 /// What stands behind one unit of an element's length, area or volume: 1 for solids, thickness for
-/// surfaces, section area for lines; 0 when it is not known.
-double SectionOf(CQXDBSession& session, const DenseMesh& mesh, std::uint32_t e, double size,
+/// surfaces, section area for lines.
+Answer SectionOf(CQXDBSession& session, const DenseMesh& mesh, std::uint32_t e, double size,
                  const MassAssumptions& assumptions) {
   const CornerShape shape = mesh.Shape(e);
-  if (shape >= CornerShape::kTetrahedron) return 1;
+  if (shape >= CornerShape::kTetrahedron) return {1, false};
   IAppDB* application = IAppDB::Instance();
   const bool is_line = shape == CornerShape::kLine;
   double known = 0;
@@ -25,14 +37,13 @@ double SectionOf(CQXDBSession& session, const DenseMesh& mesh, std::uint32_t e, 
   } else if (application && !is_line) {
     known = application->GetFaceThickAvg(&session, mesh.ElementItr(e));
   }
-  if (known != 0) return known;
-  return (is_line ? assumptions.section_area : assumptions.thickness).value_or(0);
+  return KnownOr(known, is_line ? assumptions.section_area : assumptions.thickness);
 }
 
-double DensityOf(CQXDBSession& session, ITR element, const MassAssumptions& assumptions) {
+Answer DensityOf(CQXDBSession& session, ITR element, const MassAssumptions& assumptions) {
   IAppDB* application = IAppDB::Instance();
-  const double known = application ? application->GetElemMatlDensity(&session, element) : 0;
-  return known != 0 ? known : assumptions.density.value_or(0);
+  return KnownOr(application ? application->GetElemMatlDensity(&session, element) : 0,
+                 assumptions.density);
 }
 
 /// The moments of a mass at a point.
@@ -47,6 +58,27 @@ Moments PointMoments(double mass, const Point3& p) {
   m.yz = mass * p.y * p.z;
   m.zx = mass * p.z * p.x;
   return m;
+}
+
+/// The moments that a special property adds about its element's mass: the inertia of its own, the
+/// lower triangle of the matrix in global axes.
+Moments OwnInertia(const CQXDBSession& session, Key element) {
+  const DPoolBase* pool = session.GetDataPool(code::kSprop);
+  const auto* special = pool ? LiveRecord<tagTSprop>(pool->Find(element)) : nullptr;
+  Moments m;
+  if (!special) return m;
+  const double xx = special->inertia[0], yy = special->inertia[2], zz = special->inertia[5];
+  m.xx = (yy + zz - xx) / 2;
+  m.yy = (zz + xx - yy) / 2;
+  m.zz = (xx + yy - zz) / 2;
+  m.xy = -special->inertia[1];
+  m.zx = -special->inertia[3];
+  m.yz = -special->inertia[4];
+  return m;
+}
+
+bool IsNothing(const Moments& m) {
+  return m.size == 0 && m.xx == 0 && m.yy == 0 && m.zz == 0 && m.xy == 0 && m.yz == 0 && m.zx == 0;
 }
 
 /// Masses by the key of the property, and what is not known.
@@ -66,25 +98,34 @@ class Collector {
     MassOfProperty& at = Of(mesh.Element(e));
     if (shape == CornerShape::kLine) at.length += size;
     if (shape == CornerShape::kTriangle || shape == CornerShape::kQuadrilateral) at.area += size;
-    const double section = SectionOf(session_, mesh, e, size, assumptions_);
-    const double density = DensityOf(session_, mesh.ElementItr(e), assumptions_);
-    at.volume += size * section;
-    report_.without_section += section == 0;
-    report_.without_density += density == 0;
+    const Answer section = SectionOf(session_, mesh, e, size, assumptions_);
+    const Answer density = DensityOf(session_, mesh.ElementItr(e), assumptions_);
+    at.volume += size * section.value;
+    report_.without_section += section.value == 0;
+    report_.without_density += density.value == 0;
     // The application knows more of a mass than its density: non-structural parts, point masses.
+    // What it lacks a factor for is not in its mass yet.
     IAppDB* app = IAppDB::Instance();
     const double own = app ? app->GetMSetMass(&session_, TArray<ITR>{mesh.ElementItr(e)}) : 0;
-    const double per_size = own > 0 && size > 0 ? own / size : section * density;
+    const bool has_own = own > 0 && size > 0;
+    double per_size = has_own ? own / size : 0;
+    if (!has_own || section.is_assumed || density.is_assumed) {
+      per_size += section.value * density.value;
+    }
     at.mass.Add(moments, sign * per_size);
   }
 
-  /// A mass element, whose mass only the application knows.
+  /// A point or special element, whose mass only the application knows, offsets included.
   void AddSpecial(ITR itr) {
     const CQXMeshUtil util(&session_);
     const double mass = util.GetSpecialElemMass(itr);
+    Moments moments = OwnInertia(session_, ElementAt(itr)->key);
     double center[3];
-    if (mass == 0 || !util.GetElemCenter(itr, center)) return;
-    Of(*ElementAt(itr)).mass.Add(PointMoments(mass, {center[0], center[1], center[2]}), 1);
+    if (mass != 0) {
+      if (!util.GetMassCenter({itr}, center) && !util.GetElemCenter(itr, center)) return;
+      moments.Add(PointMoments(mass, {center[0], center[1], center[2]}), 1);
+    }
+    if (!IsNothing(moments)) Of(*ElementAt(itr)).mass.Add(moments, 1);
   }
 
   void Finish() {
@@ -138,19 +179,16 @@ RigidBody ToRigidBody(const Moments& m) {
 
 MassReport ComputeMass(CQXDBSession& session, const DenseMesh& mesh,
                        const MassAssumptions& assumptions) {
-  constexpr int kSpecialDimension = 4;
   MassReport report;
   report.has_application = IAppDB::Instance() != nullptr;
   Collector collector(session, assumptions, report);
   for (std::uint32_t e = 0; e < mesh.ElementCount(); ++e) {
-    const bool is_special = CQXMeshUtil::GetElemDim(mesh.Element(e).type) == kSpecialDimension;
-    if (is_special || !mesh.IsUsable(e) || mesh.Shape(e) < CornerShape::kLine) continue;
-    collector.AddShape(mesh, e);
-  }
-  const DPoolBase* pool = session.GetDataPool(code::kElem);
-  for (ITR at = pool ? pool->GetHeadPosition() : 0; at; pool->Next(at)) {
-    const std::int32_t dimension = CQXMeshUtil::GetElemDim(ElementAt(at)->type);
-    if (dimension == kSpecialDimension || dimension == 0) collector.AddSpecial(at);
+    if (!mesh.IsUsable(e)) continue;
+    if (mesh.Shape(e) >= CornerShape::kLine) {
+      collector.AddShape(mesh, e);
+    } else {
+      collector.AddSpecial(mesh.ElementItr(e));
+    }
   }
   collector.Finish();
   return report;

@@ -48,9 +48,10 @@ struct MassReport {
   std::int64_t without_section = 0;
 };
 
-/// Asks the registered application for densities, thicknesses, beam volumes and the masses of
-/// special elements; takes the assumptions where it answers 0. Inverted solids count as they would
-/// turned over; unusable elements do not count.
+/// Asks the registered application for densities, thicknesses, beam volumes, the masses of elements
+/// and the masses and mass centres of points and special elements; takes the assumptions where it
+/// answers 0. The inertia of special properties counts, in global axes. Inverted solids count as
+/// they would turned over; unusable elements do not count.
 QXDB_API MassReport ComputeMass(CQXDBSession& session, const DenseMesh& mesh,
                                 const MassAssumptions& assumptions);
 

@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <vector>
 
-#include "qx_db/app/element_access.h"
-#include "qx_db/app/element_volume.h"
 #include "qx_db/app/mesh_adjacency.h"
 #include "qx_db/app/mesh_findings.h"
 #include "qx_db/app/mesh_util.h"
@@ -181,9 +179,7 @@ bool TurnShells(CQXDBSession& session, RepairReport& report) {
     const ShellOrientation orientation = OrientShells(mesh);
     report.one_sided_patches = orientation.one_sided;
     for (const std::uint32_t e : orientation.to_flip) {
-      const tagTElem& element = mesh.Element(e);
-      const bool whole = element.nodes.GetSize() == ElementTopology(element.type).Nodes();
-      if (element.type <= 7 && whole) turned.push_back(mesh.ElementItr(e));
+      turned.push_back(mesh.ElementItr(e));
     }
   }
   return Turn(session, turned, report.shells_turned);
@@ -212,11 +208,8 @@ bool RemoveUnreferencedNodes(CQXDBSession& session, RepairReport& report) {
     const DenseMesh mesh(session);
     std::vector<char> needed(mesh.NodeCount(), 0);
     MarkPointedAt(session, mesh, needed);
-    // Special elements of unknown shape are in no picture of the mesh, but have nodes.
-    const auto& elements = Pool<tagTElem>(session);
-    for (ITR at = elements.GetHeadPosition(); at; elements.Next(at)) {
-      for (const ITR node : ElementAt(at)->nodes) {
-        const std::uint32_t number = node ? mesh.Numbers().Find(node) : RecordNumbers::kNone;
+    for (std::uint32_t e = 0; e < mesh.ElementCount(); ++e) {
+      for (const std::uint32_t number : mesh.Nodes(e)) {
         if (number != RecordNumbers::kNone) needed[number] = 2;
       }
     }

@@ -23,6 +23,9 @@ class CQXDBSession;
 /// - Outputs are emptied first; counts are returned.
 /// - A null or removed iterator, a missing record, an unknown type code, or an element with fewer
 ///   nodes than its type wants gives 0 or 0.0 and empty outputs; nothing is reported.
+/// - Of a coordinate that is no number no measure is a number, and there is no normal and no
+///   collapse; the minimum length and the bounding box go by the other coordinates.
+/// - An output may be the array that was passed in.
 class QXDB_API CQXMeshUtil {
  public:
   static constexpr int kFaceSide = 3;
@@ -114,7 +117,7 @@ class QXDB_API CQXMeshUtil {
   double GetEdgeLength(const tagTElemSide& side) const;
   /// The shortest distance between neighbours in the element's node list, taken as a closed
   /// polygon. Deliberate: mid-side nodes take part where the list has them. Only the side's
-  /// element is used.
+  /// element is used. 1e20 when no neighbours have coordinates.
   double GetElemMinLength(const tagTElemSide& side) const;
   /// Unit normal of a face, from its first three corners. 0, with zeros, when it has none.
   int GetElemSideNormal(const tagTElemSide& side, double normal[3]) const;
@@ -148,7 +151,8 @@ class QXDB_API CQXMeshUtil {
   int IsNodeQuadraticFor1D(ITR node) const;
   double GetNodeDist(ITR node0, ITR node1) const;
   static double GetNodeDist(const tagTVector3<double>& a, const tagTVector3<double>& b);
-  /// Fills `box` with the smallest x, y, z, then the largest. 0, leaving it, without a node.
+  /// Fills `box` with the smallest x, y, z, then the largest. 0, leaving it, without a node that
+  /// is somewhere.
   int GetNodeBoundingBox(const CQXDBSession* session, const std::set<ITR>& nodes,
                          double* box) const;
   /// What governs the material axes of a surface element: `kind` is a tagTE2DMatlCsys type and
@@ -172,11 +176,13 @@ class QXDB_API CQXMeshUtil {
   // ---- grouping ---------------------------------------------------------------------------------
 
   /// Divides sides into those within 90 degrees of a reference normal (of the first side when
-  /// null) and the others. Sides without a normal go to neither.
+  /// null) and the others. Sides without a normal go to neither. 0, with empty outputs, without
+  /// sides and without a reference normal.
   int ConvertStartEndElem(int kind, const TArray<tagTElemSide>& sides, TArray<tagTElemSide>& start,
                           TArray<tagTElemSide>& end, const double* reference_normal) const;
   /// Groups sides that hang together by corner nodes: lists of positions in `sides`, each in the
-  /// order of a breadth-first walk. Returns the number of groups. Linear in the number of sides.
+  /// order of a breadth-first walk; a side without nodes is a group of its own. Returns the number
+  /// of groups, 0 for an unknown kind. Linear in the number of sides.
   std::int32_t GroupElemSide(int kind, const TArray<tagTElemSide>& sides,
                              std::list<std::list<int>>& groups) const;
 

@@ -1,6 +1,7 @@
 // Dividing sides by direction and into connected groups; dividing polylines.
 
 #include <algorithm>
+#include <utility>
 #include <vector>
 
 #include "qx_db/app/mesh_util.h"
@@ -76,35 +77,36 @@ std::vector<Point3> PlacePoints(const TArray<tagTVector3<double>>& points, doubl
 int CQXMeshUtil::ConvertStartEndElem(int kind, const TArray<tagTElemSide>& sides,
                                      TArray<tagTElemSide>& start, TArray<tagTElemSide>& end,
                                      const double* reference_normal) const {
-  start.RemoveAll();
-  end.RemoveAll();
-  if (sides.IsEmpty()) return 0;
+  // Collected apart, so that an output may be the input.
+  TArray<tagTElemSide> with, against;
   const auto normal_of = [&](const tagTElemSide& side, double* normal) {
     const SideNodes nodes(kind, side, true);
     if (nodes.Count() < 3) return 0;
     return GetNormalVecByNodes(nodes.Nodes()[0], nodes.Nodes()[1], nodes.Nodes()[2], normal);
   };
   double reference[3];
-  if (reference_normal) {
+  bool has_reference = !sides.IsEmpty();
+  if (has_reference && reference_normal) {
     std::copy_n(reference_normal, 3, reference);
-  } else if (!normal_of(sides[0], reference)) {
-    return 0;
+  } else if (has_reference) {
+    has_reference = normal_of(sides[0], reference) != 0;
   }
-  const Point3 up(reference[0], reference[1], reference[2]);
-  start.Reserve(sides.GetSize());
-  end.Reserve(sides.GetSize());
-  for (const tagTElemSide& side : sides) {
+  for (std::int32_t i = 0; has_reference && i < sides.GetSize(); ++i) {
     double normal[3];
-    if (!normal_of(side, normal)) continue;
-    const bool with = AngleDeg(up, {normal[0], normal[1], normal[2]}) <= 90;
-    (with ? start : end).Add(side);
+    if (!normal_of(sides[i], normal)) continue;
+    const Point3 up(reference[0], reference[1], reference[2]);
+    const bool is_with = AngleDeg(up, {normal[0], normal[1], normal[2]}) <= 90;
+    (is_with ? with : against).Add(sides[i]);
   }
-  return 1;
+  start = std::move(with);
+  end = std::move(against);
+  return has_reference ? 1 : 0;
 }
 
 std::int32_t CQXMeshUtil::GroupElemSide(int kind, const TArray<tagTElemSide>& sides,
                                         std::list<std::list<int>>& groups) const {
   groups.clear();
+  if (kind != kFaceSide && kind != kEdgeSide) return 0;
   const SideGraph graph(kind, sides);
   std::vector<char> side_met(sides.size(), 0);
   // A node hands on its sides once: the walk stays linear however many sides share it.

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <span>
+#include <utility>
 #include <vector>
 
 #include "qx_db/app/element_access.h"
@@ -247,18 +248,18 @@ std::int32_t CQXMeshUtil::GetNodeListByElemItrArray(const TArray<ITR>& elems, TA
 
 std::int32_t CQXMeshUtil::GetCommonNodeListByElemItrArray(const TArray<ITR>& elems,
                                                           TArray<ITR>& out, int all) const {
-  out.RemoveAll();
-  if (elems.IsEmpty()) return 0;
   Collector first;
-  first.Add(NodesOfElement(elems[0], all != 0));
-  first.MoveTo(out);
-  for (std::int32_t i = 1; i < elems.GetSize() && !out.IsEmpty(); ++i) {
+  if (!elems.IsEmpty()) first.Add(NodesOfElement(elems[0], all != 0));
+  TArray<ITR> common;  // apart from the output, which may be the input
+  first.MoveTo(common);
+  for (std::int32_t i = 1; i < elems.GetSize() && !common.IsEmpty(); ++i) {
     const std::span<const ITR> others = NodesOfElement(elems[i], all != 0);
     const auto missing = [&](ITR node) {
       return std::find(others.begin(), others.end(), node) == others.end();
     };
-    out.SetSize(std::remove_if(out.begin(), out.end(), missing) - out.begin());
+    common.SetSize(std::remove_if(common.begin(), common.end(), missing) - common.begin());
   }
+  out = std::move(common);
   return out.GetSize();
 }
 

@@ -216,7 +216,7 @@ int CQXMeshUtil::GetNodeBoundingBox(const CQXDBSession*, const std::set<ITR>& no
   bool empty = true;
   for (const ITR itr : nodes) {
     const tagTNode* node = NodeAt(itr);
-    if (!node) continue;
+    if (!node || !IsFinite(node->position)) continue;
     const double p[3] = {node->position.x, node->position.y, node->position.z};
     for (int i = 0; i < 3; ++i) {
       box[i] = empty ? p[i] : std::min(box[i], p[i]);
