@@ -109,20 +109,39 @@ TEST_F(ExternalNodes, AReceivedKeyDoesNotHideTheExternalRecordOfThatKey) {
   EXPECT_EQ(nodes.GetSize(), 2);
 }
 
-TEST_F(ExternalNodes, ImportIsUndoneLikeAnyEdit) {
+TEST_F(ExternalNodes, WhatWasUndoneOrRemovedComesAgain) {
+  nodes.InsertNU(NodeAt(2, 7));
   Outside(1, 1);
   Outside(2, 2);
-  CTransaction transaction(&session);
-  transaction.Begin(u"import");
-  EXPECT_EQ(nodes.Private_Import({1, 2, 1}, 0, 0), 1);
-  EXPECT_TRUE(transaction.Commit());
-  EXPECT_EQ(nodes.Private_Import({}, 0, 0), 1);
-  EXPECT_EQ(nodes.GetSize(), 2);
-  session.Undo();
-  EXPECT_EQ(nodes.GetSize(), 0);
-  int external = 0;
-  nodes.FindExtDB(1, external);
-  EXPECT_EQ(external, 1) << "what was undone is not in the pool";
+  for (const int keep_key : {0, 1}) {  // a new record beside the model's, and one over it
+    const auto import = [&] {
+      CTransaction transaction(&session);
+      transaction.Begin(u"import");
+      EXPECT_EQ(nodes.Private_Import({1, 2, 1}, keep_key, 0), 1);
+      return transaction.Commit();
+    };
+    const auto expect_outside = [&](const char* why) {
+      for (const Key key : {1, 2}) {
+        int external = 0;
+        const ITR item = nodes.FindExtDB(key, external);
+        ASSERT_TRUE(external && item) << why;
+        EXPECT_EQ(static_cast<tagTNode&>(nodes.ExternalAt(item)).position.x + 0, key) << why;
+      }
+    };
+    const std::uint64_t before = session.StateHash();
+    ASSERT_TRUE(import());
+    const std::uint64_t after = session.StateHash();
+    ASSERT_TRUE(session.Undo());
+    EXPECT_EQ(session.StateHash(), before);
+    expect_outside("undone");
+    ASSERT_TRUE(import());
+    if (keep_key) {
+      EXPECT_EQ(session.StateHash(), after);
+    }
+    EXPECT_EQ(nodes.GetSize(), keep_key ? 2 : 3);
+    ASSERT_TRUE(session.Undo());
+  }
+  EXPECT_EQ(session.Validate(), "");
 }
 
 /// Whatever is transferred in whatever way, every external key leads to its own record.

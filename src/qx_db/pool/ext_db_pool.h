@@ -3,9 +3,13 @@
 
 #include <map>
 #include <memory>
+#include <span>
+#include <unordered_map>
+#include <vector>
 
 #include "qx_db/pool/data_pool.h"
 #include "qx_db/record/key_map_record.h"
+#include "qx_db/record/verbs.h"
 
 namespace qx {
 
@@ -21,13 +25,18 @@ class IExternalStore {
   /// it was transferred, else 1 and a position in the external store, 0 when it is not there.
   virtual ITR FindExtDB(Key key, int& external) const = 0;
   /// Brings a record of the external store into the pool and returns its position there, the same
-  /// for every call; 0 when the pool refuses it.
+  /// for every call; 0 when the pool refuses it. One whose copy has left the pool since, or whose
+  /// coming was undone, comes again.
   ///
   /// With `keep_key` 0 it receives `key` when that is positive and free, otherwise a new key.
   /// Otherwise it keeps its own, and overwrites the pool's record of that key.
   virtual ITR TransferToDB(ITR item, int keep_key, Key key) = 0;
   /// The record at a position of the external store.
   virtual TStructBase& ExternalAt(ITR item) = 0;
+  /// Gives records that came from outside, at `items` in the pool, names of their own where the
+  /// pool tells its records apart by name; adds the renamed ones to `renamed`. 0 when the pool
+  /// refuses a change.
+  virtual int NameApart(std::span<const ITR> /*items*/, std::vector<ITR>& /*renamed*/) { return 1; }
 };
 
 /// A pool proper with an external store, the map from external keys to the keys that the records
@@ -73,6 +82,7 @@ class QXDB_API DPoolExtDB : public DPool<T>, public IExternalStore {
     CKeySet<tagTKeyMap> key_map;
     CKeySet<T> store;
     std::map<Key, ITR> transfer_map;
+    std::map<Key, T> overwritten;  ///< by key: the pool's records as they were before
   };
   External& Outside() {
     if (!outside_) outside_ = std::make_unique<External>();
@@ -81,13 +91,18 @@ class QXDB_API DPoolExtDB : public DPool<T>, public IExternalStore {
   static bool IsTransferred(ITR item) {
     return (KeyedSetBase::StateOf(item) & kTransferredBit) != 0;
   }
-  /// The position that a key of the pool proper was transferred to; 0 when it was not, or when the
-  /// record has left the pool since.
+  /// The position that a key of the pool proper was transferred to; 0 when it was not, when the
+  /// record has left the pool since, or when one that was overwritten is what it was before.
   ITR Transferred(Key key) const {
     const auto found = outside_->transfer_map.find(key);
-    if (found == outside_->transfer_map.end()) return 0;
-    return this->Find(key) == found->second ? found->second : 0;
+    if (found == outside_->transfer_map.end() || this->Find(key) != found->second) return 0;
+    const auto former = outside_->overwritten.find(key);
+    const bool undone =
+        former != outside_->overwritten.end() &&
+        Differences(T::GetSchema(), former->second, this->GetAtNU(found->second)).empty();
+    return undone ? 0 : found->second;
   }
+  void ForgetLost() const;
 
   std::unique_ptr<External> outside_;
 };
@@ -99,6 +114,36 @@ int DPoolExtDB<T>::SetAtNUExtDB(ITR item, const T& record) {
   return 1;
 }
 
+/// Lets the records whose copies have left the pool be what they were before they were transferred:
+/// under their external keys, and in no map. Cost: a walk over the external store.
+template <class T>
+void DPoolExtDB<T>::ForgetLost() const {
+  CKeySet<T>& store = outside_->store;
+  CKeySet<tagTKeyMap>& key_map = outside_->key_map;
+  std::vector<ITR> lost;  // entries of the key map
+  for (ITR entry = key_map.GetHeadPosition(); entry; key_map.Next(entry)) {
+    const Key inside = key_map.GetAtNU(entry).value;
+    if (outside_->transfer_map.contains(inside) && !Transferred(inside)) lost.push_back(entry);
+  }
+  std::unordered_map<Key, ITR> items;  // by the keys they received
+  for (ITR item = store.GetHeadPosition(); item && !lost.empty(); store.Next(item)) {
+    if (IsTransferred(item)) items.emplace(store.GetAtNU(item).GetKey(), item);
+  }
+  for (const ITR entry : lost) {
+    const tagTKeyMap& keys = key_map.GetAtNU(entry);
+    if (const auto found = items.find(keys.value); found != items.end()) {
+      T record = store.GetAtNU(found->second);
+      record.key = keys.key;
+      store.SetAtNU(found->second, record);
+      KeyedSetBase::SetState(found->second,
+                             KeyedSetBase::StateOf(found->second) & ~kTransferredBit);
+    }
+    outside_->transfer_map.erase(keys.value);
+    outside_->overwritten.erase(keys.value);
+    key_map.Remove(entry);
+  }
+}
+
 template <class T>
 ITR DPoolExtDB<T>::FindExtDB(Key key, int& external) const {
   external = 1;
@@ -108,6 +153,7 @@ ITR DPoolExtDB<T>::FindExtDB(Key key, int& external) const {
       external = 0;
       return pos;
     }
+    ForgetLost();
   }
   const CKeySet<T>& store = outside_->store;
   ITR item = store.Find(key);
@@ -122,12 +168,16 @@ ITR DPoolExtDB<T>::FindExtDB(Key key, int& external) const {
 template <class T>
 ITR DPoolExtDB<T>::TransferToDB(ITR item, int keep_key, Key key) {
   External& outside = Outside();
-  T record = outside.store.GetAtNU(item);
-  const Key own = record.GetKey();
-  if (IsTransferred(item)) return Transferred(own);
-  if (const ITR entry = outside.key_map.Find(own)) {
-    return Transferred(outside.key_map.GetAtNU(entry).value);
+  Key own = outside.store.GetAtNU(item).GetKey();
+  const ITR known = outside.key_map.Find(own);
+  if (known || IsTransferred(item)) {
+    const Key inside = IsTransferred(item) ? own : outside.key_map.GetAtNU(known).value;
+    if (const ITR pos = Transferred(inside)) return pos;
+    ForgetLost();
+    own = outside.store.GetAtNU(item).GetKey();
+    if (IsTransferred(item) || outside.key_map.Find(own)) return 0;
   }
+  T record = outside.store.GetAtNU(item);
   ITR pos = keep_key ? this->Find(own) : 0;
   Key target = own;
   if (!keep_key) {
@@ -135,8 +185,13 @@ ITR DPoolExtDB<T>::TransferToDB(ITR item, int keep_key, Key key) {
     target = key > 0 && !this->Find(key) ? key : this->GetNewKey();
   }
   if (pos) {
+    const T former = this->GetAtNU(pos);
     if (!this->SetAtNU(pos, record)) return 0;
+    if (!Differences(T::GetSchema(), former, this->GetAtNU(pos)).empty()) {
+      outside.overwritten.emplace(own, former);
+    }
   } else {
+    if (outside.transfer_map.contains(target)) ForgetLost();  // of one that left the pool
     record.key = target;
     pos = this->InsertNU(record);
     if (!pos) return 0;
