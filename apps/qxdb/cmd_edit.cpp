@@ -28,10 +28,12 @@ struct EditOptions {
   bool dry_run = false;
 };
 
-using Edit = Outcome (*)(CQXDBSession&, DPoolBase&, const TArray<ITR>&, const EditOptions&);
+/// Text for the file of options.write_map, where the edit has any.
+using Edit = Result<std::string> (*)(CQXDBSession&, DPoolBase&, const TArray<ITR>&,
+                                     const EditOptions&);
 
-Outcome Move(CQXDBSession& session, DPoolBase& pool, const TArray<ITR>& items,
-             const EditOptions& options) {
+Result<std::string> Move(CQXDBSession& session, DPoolBase& pool, const TArray<ITR>& items,
+                         const EditOptions& options) {
   auto& nodes = static_cast<DPoolNode&>(pool);
   const auto is_finite = [](double shift) { return std::isfinite(shift); };
   if (!std::all_of(options.by.begin(), options.by.end(), is_finite)) {
@@ -44,12 +46,12 @@ Outcome Move(CQXDBSession& session, DPoolBase& pool, const TArray<ITR>& items,
     node.position.z += session.Units().In(unit::kLength, options.by[2]);
     nodes.SetAtNU(item, node);
   }
-  return {};
+  return std::string();
 }
 
 /// Gives the records consecutive keys, in list order, or those that a map names.
-Outcome RenumberRecords(CQXDBSession& session, DPoolBase& pool, const TArray<ITR>& items,
-                        const EditOptions& options) {
+Result<std::string> RenumberRecords(CQXDBSession& session, DPoolBase& pool,
+                                    const TArray<ITR>& items, const EditOptions& options) {
   KeyMap map = ConsecutiveKeys({items.begin(), items.end()}, options.from);
   if (!options.map.empty()) {
     Result<KeyMap> read = ReadKeyMap(options.map, pool);
@@ -66,17 +68,22 @@ Outcome RenumberRecords(CQXDBSession& session, DPoolBase& pool, const TArray<ITR
     fault.file = options.model;
     return fault;
   }
-  return options.write_map.empty() ? Outcome() : WriteKeyMap(options.write_map, pool, map);
+  return options.write_map.empty() ? std::string() : KeyMapText(pool, map);
 }
 
-Outcome Delete(CQXDBSession& session, DPoolBase& pool, const TArray<ITR>& items,
-               const EditOptions& options) {
-  if (DeleteRecords(session, pool.GetTypeCode(), {items.begin(), items.end()})) return {};
+Result<std::string> Delete(CQXDBSession& session, DPoolBase& pool, const TArray<ITR>& items,
+                           const EditOptions& options) {
+  if (DeleteRecords(session, pool.GetTypeCode(), {items.begin(), items.end()})) {
+    return std::string();
+  }
   return Failure{options.model, PoolLabel(pool) + " " + options.keys, "cannot be deleted",
                  "see the message above"};
 }
 
 void Run(const EditOptions& options, const char16_t* name, Edit edit, Context& context) {
+  if (Outcome free = CheckOutput(options.write_map, {options.model, options.map}); !free) {
+    return context.Refuse(free.Error());
+  }
   CQXDocBase document(host::SetUpModel);
   if (Outcome opened = document.Open(options.model); !opened) {
     return context.Refuse(opened.Error());
@@ -95,15 +102,13 @@ void Run(const EditOptions& options, const char16_t* name, Edit edit, Context& c
   session.AddListener(&counter);
   CTransaction transaction(&session);
   transaction.Begin(name);
-  if (Outcome done = edit(session, **pool, items, options); !done) {
-    return context.Refuse(done.Error());
-  }
+  const Result<std::string> map = edit(session, **pool, items, options);
+  if (!map) return context.Refuse(map.Error());
   if (!transaction.Commit()) {
     return context.Refuse({options.model, "", "the edit was refused", "see the message above"});
   }
-  if (!options.dry_run) {
-    if (Outcome saved = document.Save(); !saved) return context.Refuse(saved.Error());
-  }
+  const Outcome stored = SaveWith(document, options.write_map, *map, options.dry_run);
+  if (!stored) return context.Refuse(stored.Error());
   const std::string after = HashText(session.StateHash());
   JsonText json;
   json.Begin().Text("model", options.model).Text("before", before).Text("after", after);

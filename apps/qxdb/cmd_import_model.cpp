@@ -8,6 +8,7 @@
 #include "qx_db/qx_db.h"
 
 #include "apps/qxdb/commands.h"
+#include "apps/qxdb/key_map_file.h"
 #include "apps/qxdb/selection.h"
 #include "host/session.h"
 
@@ -24,7 +25,8 @@ struct ImportOptionsText {
 };
 
 /// The keys that a choice like "node:1-100" names in the model it comes from.
-Result<ImportChoice> ParseChoice(CQXDBSession& from, const std::string& text) {
+Result<ImportChoice> ParseChoice(CQXDBSession& from, const std::string& path,
+                                 const std::string& text) {
   const std::size_t colon = text.find(':');
   const auto pool = FindPool(from, text.substr(0, colon));
   if (!pool) return pool.Error();
@@ -34,7 +36,7 @@ Result<ImportChoice> ParseChoice(CQXDBSession& from, const std::string& text) {
   const auto ranges = KeyRanges::Parse(keys);
   if (!ranges) return ranges.Error();
   for (const ITR item : ranges->Select(**pool)) choice.keys.push_back(KeyOf(item));
-  if (choice.keys.empty()) return NothingSelected("", **pool, keys);
+  if (choice.keys.empty()) return NothingSelected(path, **pool, keys);
   return choice;
 }
 
@@ -44,20 +46,30 @@ void Finish(CQXDocBase& document, const ImportOptionsText& asked, const ImportRe
   constexpr std::size_t kShown = 20;
   const CQXDBSession& session = *document.GetDBSession();
   const bool dry = asked.options.dry_run;
-  Table table({"pool", ">records", ">overwritten", ">renumbered"});
+  Table table({"pool", ">records", ">overwritten", ">renumbered", ">joined"});
   JsonText json;
   json.Begin().Text("model", asked.model).Bool("saved", !dry).Begin("pools");
   for (const ImportReport::Pool& pool : report.pools) {
     const auto renumbered = std::count_if(pool.keys.begin(), pool.keys.end(),
                                           [](const auto& key) { return key.first != key.second; });
-    const auto records = static_cast<std::int64_t>(pool.keys.size());
+    const auto records = static_cast<std::int64_t>(pool.keys.size()) - pool.joined;
     const std::string label = PoolLabel(*session.GetDataPool(pool.type));
-    table.Row({label, Grouped(records), Grouped(pool.overwritten), Grouped(renumbered)});
+    table.Row({label, Grouped(records), Grouped(pool.overwritten), Grouped(renumbered),
+               Grouped(pool.joined)});
     json.Begin(label).Integer("records", records).Integer("overwritten", pool.overwritten);
-    json.Integer("renumbered", renumbered).End();
+    json.Integer("renumbered", renumbered).Integer("joined", pool.joined).End();
+  }
+  json.End().BeginArray("renamed");
+  std::string text = table.IsEmpty() ? "nothing came\n" : table.Text();
+  for (std::size_t i = 0; i < report.renamed.size(); ++i) {
+    const std::string line = report.renamed[i].Line(session);
+    json.Text({}, line);
+    if (i < kShown) text += line + "\n";
+  }
+  if (report.renamed.size() > kShown) {
+    text += fmt::format("and {} names more\n", report.renamed.size() - kShown);
   }
   json.End().BeginArray("loose");
-  std::string text = table.IsEmpty() ? "nothing came\n" : table.Text();
   for (std::size_t i = 0; i < report.loose.size(); ++i) {
     const std::string line = report.loose[i].Line(session);
     json.Text({}, line);
@@ -73,13 +85,8 @@ void Finish(CQXDocBase& document, const ImportOptionsText& asked, const ImportRe
     text += record + ": numbers of a kind that is not known kept the units they had\n";
   }
   json.End();
-  if (!dry) {
-    if (Outcome saved = document.Save(); !saved) return context.Refuse(saved.Error());
-  }
-  if (!asked.key_map.empty()) {
-    const Outcome written = WriteWholeFile(asked.key_map, report.KeyMapJson(session));
-    if (!written) return context.Refuse(written.Error());
-  }
+  const Outcome stored = SaveWith(document, asked.key_map, report.KeyMapJson(session), dry);
+  if (!stored) return context.Refuse(stored.Error());
   context.Print(text + (dry ? "nothing was saved: a dry run\n" : ""), json.End());
 }
 
@@ -93,7 +100,7 @@ void RunImportModel(ImportOptionsText& asked, Context& context) {
   if (!from) return context.Refuse(from.Error());
   asked.options.with_references = !asked.only;
   for (const std::string& text : asked.choices) {
-    auto choice = ParseChoice((*from)->Records(), text);
+    auto choice = ParseChoice((*from)->Records(), asked.from, text);
     if (!choice) {
       Failure fault = choice.Error();
       if (fault.file.empty()) fault.file = asked.from;
@@ -107,6 +114,9 @@ void RunImportModel(ImportOptionsText& asked, Context& context) {
 }
 
 void RunPoolImport(const ImportOptionsText& asked, Context& context) {
+  if (Outcome free = CheckOutput(asked.key_map, {asked.from, asked.model}); !free) {
+    return context.Refuse(free.Error());
+  }
   CQXDocBase document(host::SetUpModel);
   if (Outcome opened = document.Open(asked.model); !opened) return context.Refuse(opened.Error());
   const auto report = ImportRecordFile(*document.GetDBSession(), asked.from, asked.options);

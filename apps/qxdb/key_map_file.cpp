@@ -33,12 +33,26 @@ Result<KeyMap> ReadKeyMap(const std::string& path, const DPoolBase& pool) {
                  "write \"old key\": new key"};
 }
 
-Outcome WriteKeyMap(const std::string& path, const DPoolBase& pool, const KeyMap& map) {
+std::string KeyMapText(const DPoolBase& pool, const KeyMap& map) {
   std::string text = fmt::format("{{\"{}\": {{", pool.GetAPIName().ToUtf8());
   for (const auto& [old_key, new_key] : map) {
     text += fmt::format("{}\"{}\": {}", text.back() == '{' ? "" : ", ", old_key, new_key);
   }
-  return WriteWholeFile(path, text + "}}\n");
+  return text + "}}\n";
+}
+
+Outcome SaveWith(CQXDocBase& document, const std::string& path, const std::string& map,
+                 bool dry_run) {
+  // The map first: that it cannot be written must not be found out when the model is saved.
+  if (!path.empty()) {
+    if (Outcome written = WriteWholeFile(path, map); !written) return written;
+  }
+  Outcome saved = dry_run ? Outcome() : document.Save();
+  if (!saved && !path.empty()) {
+    std::error_code ignored;
+    std::filesystem::remove(PathFromUtf8(path), ignored);
+  }
+  return saved;
 }
 
 }  // namespace qx::app

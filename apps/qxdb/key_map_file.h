@@ -3,12 +3,18 @@
 
 #include <string>
 
+#include "qx_db/core/document.h"
 #include "qx_db/core/renumber.h"
 
 namespace qx::app {
 
 /// The entries of the pool's table, in their order.
 Result<KeyMap> ReadKeyMap(const std::string& path, const DPoolBase& pool);
-Outcome WriteKeyMap(const std::string& path, const DPoolBase& pool, const KeyMap& map);
+std::string KeyMapText(const DPoolBase& pool, const KeyMap& map);
+
+/// Writes the map of what became of the keys, where `path` is not empty, and, but for a dry run,
+/// saves the model. Where that fails there is no map either.
+Outcome SaveWith(CQXDocBase& document, const std::string& path, const std::string& map,
+                 bool dry_run);
 
 }  // namespace qx::app

@@ -116,6 +116,56 @@ TEST_F(Bulk, ASmallModelTakesInALargerOne) {
   EXPECT_EQ(keys, (std::vector<Key>{1, 2, 3, 4, 5, 6}));
 }
 
+/// The records with which a model begins stand for each other as long as they say the same; what a
+/// name is in use for comes under another.
+TEST_F(Bulk, DefaultsJoinAndNamesAreToldApart) {
+  CQXDocBase into(AddStandardPools);
+  CQXDocBase from(AddStandardPools);
+  from.New();
+  CQXDBSession& file = *from.GetDBSession();
+  UnitSystem millimetres;
+  millimetres[UnitBase::kLength] = FindUnit(UnitBase::kLength, "mm");
+  file.Units().SetModel(millimetres);
+  const ITR node = Put<tagTNode>(file, 1);
+  auto& sets = Pool<tagTMset>(file);
+  tagTMset first = sets.GetAtNU(sets.DefaultItr());
+  first.nodes = {node};
+  sets.SetAtNU(sets.DefaultItr(), first);
+  const ITR global = Pool<tagTCord>(file).GetDefaultItr();
+  Put<tagTCord>(file, 4, [&](auto& c) { c.reference = global; });
+  for (const Key key : {7, 8})
+    Put<tagTMset>(file, key, [&](auto& s) {
+      s.name.Set(key == 7 ? u"wing" : u"flap");
+      s.parent_key = key == 7 ? 8 : 1;
+    });
+  ASSERT_EQ(SaveModel(file, Path("source.qxm")).Line(), "");
+
+  into.New();
+  CQXDBSession& model = *into.GetDBSession();
+  auto& there = Pool<tagTMset>(model);
+  Put<tagTMset>(model, 2, [](auto& s) { s.name.Set(u"wing"); });
+  const ImportReport report = Import(model, {});
+  EXPECT_EQ(report.Records(), 4);
+  EXPECT_EQ(there.GetSize(), 4);
+  EXPECT_EQ(there.GetAtNU(there.DefaultItr()).nodes.GetSize(), 1) << "takes in what it lists";
+  const ITR flap = there.GetItr(u"flap");
+  EXPECT_EQ(there.GetAtNU(flap).parent_key, +DPoolMset::kDefaultKey);
+  ASSERT_EQ(report.renamed.size(), 1u);
+  EXPECT_EQ(report.renamed[0].Line(model), "MSET 7: the name \"wing\" is in use; named \"wing-1\"");
+  EXPECT_EQ(there.GetAtNU(there.GetItr(u"wing-1")).parent_key, KeyOf(flap));
+  auto& systems = Pool<tagTCord>(model);
+  ASSERT_EQ(systems.GetSize(), 2) << "the global system is the same in any unit";
+  EXPECT_EQ(systems.GetAtNU(systems.Find(2)).reference, systems.GetDefaultItr());
+
+  // One that was changed is another one.
+  tagTCord moved = systems.GetAtNU(systems.GetDefaultItr());
+  moved.origin = {1, 0, 0};
+  systems.SetAtNU(systems.GetDefaultItr(), moved);
+  EXPECT_EQ(Import(model, {}).Records(), 5);
+  EXPECT_EQ(systems.GetSize(), 4);
+  EXPECT_NE(systems.GetAtNU(systems.Find(4)).reference, systems.GetDefaultItr());
+}
+
 TEST_F(Bulk, AChoiceBringsWhatItNeedsAndSaysWhatIsLeft) {
   ImportOptions options;
   options.choices = {{code::kElem, {2}}};
@@ -163,7 +213,7 @@ TEST_F(Bulk, UnitsConvertAndADryRunChangesNothing) {
   options.choices = {{code::kNode, {1, 44}}};
   const std::uint64_t after = into.StateHash();
   Import(into, options, &refused);
-  EXPECT_NE(refused.find("NODE 44: is not there"), std::string::npos) << refused;
+  EXPECT_NE(refused.find("source.qxm: NODE 44: is not there"), std::string::npos) << refused;
   EXPECT_EQ(into.StateHash(), after);
 }
 
@@ -177,6 +227,13 @@ TEST_F(Bulk, ReferencesThatLeadNowhereOrInACircleAreNamed) {
   const auto circle = ExternalModel::Open(Path("circle.qxm"), AddStandardPools);
   ASSERT_FALSE(circle);
   EXPECT_NE(circle.Error().Line().find("leads back to itself"), std::string::npos);
+  CQXBulkHandler file(Path("circle.qxr"));
+  ASSERT_TRUE(qxSaveDPool(file, systems));
+  CQXDBSession empty(AddStandardPools);
+  const auto refused = ImportRecordFile(empty, Path("circle.qxr"), {});
+  ASSERT_FALSE(refused);
+  EXPECT_NE(refused.Error().Line().find("circle.qxr: references"), std::string::npos)
+      << refused.Error().Line();
 
   // A session whose element names a node that is in no pool, as keys do in files.
   ExternalModel broken(AddStandardPools);

@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 #include <functional>
 #include <map>
+#include <unordered_set>
 
 #include "qx_db/core/model_file.h"
 #include "qx_db/core/relations.h"
@@ -22,6 +23,8 @@ std::string TableOf(const CQXDBSession& session, std::uint16_t type) {
   const DPoolBase* pool = session.GetDataPool(type);
   return pool ? pool->GetAPIName().ToUtf8() : fmt::format("type {}", type);
 }
+
+std::string NameAt(ITR item) { return KeyedSetBase::RecordAt(item)->GetName().ToUtf8(); }
 
 /// The row by which a record belongs to another one of the same key, or null.
 const Row* OwnerRow(const Schema& schema) {
@@ -91,25 +94,13 @@ void FindCycles(const CQXDBSession& records, const DPoolBase& pool, const Row& r
   }
 }
 
-Outcome CheckReferences(const CQXDBSession& records, const std::string& path) {
-  FaultList missing, cycles;
-  for (const DPoolBase* pool : records.Pools()) {
-    if (pool->GetSize() == 0) continue;
-    FindMissing(records, *pool, missing);
-    for (const Row& row : pool->GetSchema().Rows()) {
-      const bool own = row.target == pool->GetTypeCode() || row.key_of == pool->GetTypeCode();
-      if (own && !row.IsArray()) FindCycles(records, *pool, row, cycles);
-    }
-  }
-  if (missing.Count() > 0) {
-    return Failure{path, "references",
-                   fmt::format("{} lead nowhere: {}", missing.Count(), missing.Text()),
-                   "open it, repair or delete these records, and save it"};
-  }
-  if (cycles.Count() > 0) {
-    return Failure{path, "references", cycles.Text(), "open it, break the circle, and save it"};
-  }
-  return {};
+Outcome CheckMissing(const CQXDBSession& records, const std::string& path) {
+  FaultList missing;
+  for (const DPoolBase* pool : records.Pools()) FindMissing(records, *pool, missing);
+  if (missing.Count() == 0) return {};
+  return Failure{path, "references",
+                 fmt::format("{} lead nowhere: {}", missing.Count(), missing.Text()),
+                 "open it, repair or delete these records, and save it"};
 }
 
 // ---- the import ---------------------------------------------------------------------------------
@@ -122,7 +113,9 @@ struct Lane {
   std::vector<ITR> chosen;    // items outside, in the order in which they come
   std::vector<bool> marks;    // by slot outside: chosen
   std::vector<ITR> position;  // by slot outside: where it came to
+  ITR first;                  // the record with which every model begins, as new; 0 for none
   std::int64_t overwritten = 0;
+  ITR joined = 0;  // item outside for which the model's default record stands
 
   bool Choose(ITR item) {
     const std::uint32_t slot = from->Set().SlotOf(item);
@@ -133,12 +126,13 @@ struct Lane {
   }
   bool IsChosen(ITR item) const { return marks[from->Set().SlotOf(item)]; }
   ITR& PositionOf(ITR item) { return position[from->Set().SlotOf(item)]; }
+  Key DefaultKey() const { return first ? KeyOf(first) : 0; }
 };
 
 class Importer {
  public:
   Importer(CQXDBSession& into, const ExternalModel& from, const ImportOptions& options)
-      : into_(into), from_(from.Records()), options_(options) {
+      : into_(into), from_(from.Records()), options_(options), fresh_(into.Setup()) {
     units_.SetModel(into.Units().Model());
     units_.SetCurrent(from_.Units().Model());
     for (DPoolBase* pool : from_.Pools()) {
@@ -146,7 +140,11 @@ class Importer {
       auto* store = dynamic_cast<IExternalStore*>(to);
       if (!store || pool->GetSize() == 0) continue;
       const std::size_t slots = pool->Set().SlotLimit();
-      Lane lane{pool, to, store, {}, std::vector<bool>(slots), std::vector<ITR>(slots)};
+      Lane lane{pool, to, store, {}, std::vector<bool>(slots), std::vector<ITR>(slots), 0};
+      if (DPoolBase* as_new = fresh_.GetDataPool(pool->GetTypeCode())) {
+        as_new->AddDefault();
+        lane.first = as_new->GetHeadPosition();
+      }
       lanes_.emplace(pool->GetTypeCode(), std::move(lane));
     }
   }
@@ -158,7 +156,7 @@ class Importer {
     if (!done) return done.Error();
     for (auto& [type, lane] : lanes_) {
       if (lane.chosen.empty()) continue;
-      ImportReport::Pool entry{type, lane.overwritten, {}};
+      ImportReport::Pool entry{type, lane.overwritten, lane.joined != 0, {}};
       entry.keys.reserve(lane.chosen.size());
       for (const ITR item : lane.chosen) {
         const ITR pos = lane.PositionOf(item);
@@ -260,7 +258,29 @@ class Importer {
       StoreAt(detail::Bytes(*record) + 8, KeyOf(pos));
       if (!lane->to->SetAtNU(pos, record)) return Refused(*lane, item);
     }
+    for (auto& [type, lane] : lanes_) {
+      if (Outcome named = NameApart(lane); !named) return named;
+    }
     return {};
+  }
+
+  Outcome NameApart(Lane& lane) {
+    if (!lane.from->GetSchema().Find(u"_NAME")) return {};
+    std::vector<ITR> came, renamed;
+    for (const ITR item : lane.chosen) {
+      const ITR pos = lane.PositionOf(item);
+      if (pos && item != lane.joined) came.push_back(pos);
+    }
+    const bool named = lane.store->NameApart(came, renamed) != 0;
+    const std::unordered_set<ITR> others(renamed.begin(), renamed.end());
+    for (const ITR item : lane.chosen) {
+      const ITR pos = lane.PositionOf(item);
+      if (!others.contains(pos)) continue;
+      report_.renamed.push_back({lane.to->GetTypeCode(), KeyOf(item), NameAt(item), NameAt(pos)});
+    }
+    if (named) return {};
+    return Failure{"", TableOf(into_, lane.to->GetTypeCode()), "refuses another name",
+                   "see the message above"};
   }
 
   /// The lanes, each behind those that its records need.
@@ -284,14 +304,68 @@ class Importer {
     if (belongs_nowhere_) return {};
     // What belongs to a record has taken its key, and replaces what is there for it.
     const bool keep = options_.keep_keys || OwnerRow(lane.from->GetSchema());
+    const bool is_default = lane.first && record->GetKey() == lane.DefaultKey();
+    if (!keep && is_default && IsModelsOwn(lane, item, *record)) return Join(lane, item, *record);
     const bool overwrites = keep && lane.to->Find(record->GetKey());
     const bool ready = lane.store->SetAtNUExtDB(outside, record) != 0;
-    const ITR pos = ready ? lane.store->TransferToDB(outside, keep, 0) : 0;
+    const Key wanted = is_default ? lane.DefaultKey() : KeyBesideDefault(lane);
+    const ITR pos = ready ? lane.store->TransferToDB(outside, keep, wanted) : 0;
     if (!pos) return Refused(lane, item);
     lane.overwritten += overwrites;
     lane.PositionOf(item) = pos;
     if (waits_) deferred_.emplace_back(&lane, item);
     return {};
+  }
+
+  /// 0 for any new key; where the model lacks its default record, one that is not for that.
+  static Key KeyBesideDefault(const Lane& lane) {
+    const Key key = lane.DefaultKey();
+    return key && !lane.to->Find(key) ? lane.to->Set().GetNewKeyUp(key + 1) : 0;
+  }
+
+  /// Whether the model has the same record, but for what it lists. What neither has changed since
+  /// its model was new is the same, whatever the units.
+  bool IsModelsOwn(const Lane& lane, ITR item, const TStructBase& record) const {
+    const ITR own = lane.to->Find(record.GetKey());
+    if (!own || waits_) return false;
+    const Schema& schema = lane.to->GetSchema();
+    const TStructBase& mine = *KeyedSetBase::RecordAt(own);
+    const TStructBase& as_new = *KeyedSetBase::RecordAt(lane.first);
+    std::vector<const Row*> edited = Differences(schema, *KeyedSetBase::RecordAt(item), as_new);
+    for (const Row* row : Differences(schema, mine, as_new)) edited.push_back(row);
+    const auto rows = Differences(schema, record, mine);
+    return std::all_of(rows.begin(), rows.end(), [&](const Row* row) {
+      return row->kind == MemberKind::kReferenceArray ||
+             std::find(edited.begin(), edited.end(), row) == edited.end();
+    });
+  }
+
+  /// Lets the model's own record stand for one from outside, and list what that lists.
+  Outcome Join(Lane& lane, ITR item, const TStructBase& record) {
+    ITR own = lane.to->Find(record.GetKey());
+    lane.PositionOf(item) = own;
+    lane.joined = item;
+    std::vector<std::pair<const Row*, TArray<ITR>>> lists;
+    for (const Row* row : lane.to->GetSchema().References()) {
+      if (row->IsArray()) lists.emplace_back(row, ListAt(record, *row));
+    }
+    TStructBase* joint = lane.to->CopyToDummyPtr(own);  // over `record`
+    bool grown = false;
+    for (const auto& [row, more] : lists) {
+      auto& list = const_cast<TArray<ITR>&>(ListAt(*joint, *row));
+      const std::unordered_set<ITR> known(list.begin(), list.end());
+      for (const ITR entry : more) {
+        if (known.contains(entry)) continue;
+        list.Add(entry);
+        grown = true;
+      }
+    }
+    if (!grown || lane.to->SetAtNU(own, joint)) return {};
+    return Refused(lane, item);
+  }
+
+  static const TArray<ITR>& ListAt(const TStructBase& record, const Row& row) {
+    return *reinterpret_cast<const TArray<ITR>*>(detail::Bytes(record) + row.offset);
   }
 
   Outcome Refused(const Lane& lane, ITR item) const {
@@ -383,6 +457,7 @@ class Importer {
   CQXDBSession& into_;
   const CQXDBSession& from_;
   const ImportOptions& options_;
+  CQXDBSession fresh_;  // a model as new, for its default records
   CQXUnitCtrl units_;
   std::map<std::uint16_t, Lane> lanes_;
   std::vector<std::pair<Lane*, ITR>> deferred_;
@@ -401,9 +476,14 @@ std::string ImportReport::Loose::Line(const CQXDBSession& session) const {
                      linked ? "is the model's own" : "does not come along; cleared");
 }
 
+std::string ImportReport::Renamed::Line(const CQXDBSession& session) const {
+  return fmt::format("{} {}: the name \"{}\" is in use; named \"{}\"", TableOf(session, type), key,
+                     from, to);
+}
+
 std::int64_t ImportReport::Records() const {
   std::int64_t sum = 0;
-  for (const Pool& pool : pools) sum += static_cast<std::int64_t>(pool.keys.size());
+  for (const Pool& pool : pools) sum += static_cast<std::int64_t>(pool.keys.size()) - pool.joined;
   return sum;
 }
 
@@ -425,7 +505,7 @@ Result<std::unique_ptr<ExternalModel>> ExternalModel::Open(const std::string& pa
                                                            CQXDBSession::PoolSetup setup) {
   auto reader = ModelFileReader::Open(path);
   if (!reader) return reader.Error();
-  auto model = std::make_unique<ExternalModel>(setup);
+  auto model = std::make_unique<ExternalModel>(setup, path);
   CQXDBSession& records = model->records_;
   for (const ModelFileReport::Pool& pool : (*reader)->Report().pools) {
     if (pool.records == 0 || records.GetDataPool(pool.type)) continue;
@@ -439,19 +519,39 @@ Result<std::unique_ptr<ExternalModel>> ExternalModel::Open(const std::string& pa
   for (DPoolBase* pool : records.Pools()) {
     if (!qxLoadDPool(**reader, *pool, &outcome)) return outcome.Error();
   }
-  if (Outcome checked = CheckReferences(records, path); !checked) return checked.Error();
+  if (Outcome checked = CheckMissing(records, path); !checked) return checked.Error();
+  if (Outcome checked = model->CheckCircles(); !checked) return checked.Error();
   return Result<std::unique_ptr<ExternalModel>>(std::move(model));
+}
+
+Outcome ExternalModel::CheckCircles() const {
+  FaultList circles;
+  for (const DPoolBase* pool : records_.Pools()) {
+    for (const Row& row : pool->GetSchema().Rows()) {
+      const bool own = row.target == pool->GetTypeCode() || row.key_of == pool->GetTypeCode();
+      if (own && !row.IsArray() && pool->GetSize() > 0) FindCycles(records_, *pool, row, circles);
+    }
+  }
+  if (circles.Count() == 0) return {};
+  return Failure{path_, "references", circles.Text(), "open it, break the circle, and save it"};
 }
 
 Result<ImportReport> ImportRecords(CQXDBSession& session, const ExternalModel& from,
                                    const ImportOptions& options) {
   CTransaction transaction(&session);
   if (!transaction.Begin(qxLoadText("IDS_QX_TRANS_IMPORT_RECORDS").c_str())) {
-    return Failure{"", "", "the model cannot be edited now", "end the other command first"};
+    return Failure{from.Path(), "", "cannot come into the model now",
+                   "end the other command first"};
   }
   Result<ImportReport> report = Importer(session, from, options).Run();
-  if (report && !options.dry_run && !transaction.Commit()) {
-    return Failure{"", "", "the model refused the records", "see the message above"};
+  if (!report) {
+    Failure fault = report.Error();
+    fault.file = from.Path();
+    return fault;
+  }
+  if (!options.dry_run && !transaction.Commit()) {
+    return Failure{from.Path(), "", "its records are refused by the model",
+                   "see the message above"};
   }
   return report;
 }

@@ -36,7 +36,8 @@ struct QXDB_API ImportReport {
   struct Pool {
     std::uint16_t type = 0;
     std::int64_t overwritten = 0;
-    /// Key outside and key in the model of every record that came, in the order they came.
+    std::int64_t joined = 0;  ///< those for which the model's own default record stands
+    /// Key outside and key in the model of every record that came or joined, in their order.
     std::vector<std::pair<Key, Key>> keys;
   };
   /// A reference that did not find what it names.
@@ -49,11 +50,21 @@ struct QXDB_API ImportReport {
     bool linked = false;  ///< leads to the model's own record of that key
     std::string Line(const CQXDBSession& session) const;
   };
+  /// A record whose name is in use, and that came under another.
+  struct Renamed {
+    std::uint16_t type = 0;
+    Key key = 0;  ///< outside
+    std::string from;
+    std::string to;
+    std::string Line(const CQXDBSession& session) const;
+  };
   std::vector<Pool> pools;  ///< those that anything came into
   std::vector<Loose> loose;
+  std::vector<Renamed> renamed;
   /// Records with numbers of a kind that is not known, which kept the units they had.
   std::vector<std::pair<std::uint16_t, Key>> unconverted;
 
+  /// Records that came.
   std::int64_t Records() const;
   /// {"NODE": {"1": 101, ...}, ...}: the key map by gateway table.
   std::string KeyMapJson(const CQXDBSession& session) const;
@@ -67,20 +78,30 @@ class QXDB_API ExternalModel {
   /// not, by pool and key.
   static Result<std::unique_ptr<ExternalModel>> Open(const std::string& path,
                                                      CQXDBSession::PoolSetup setup);
-  /// An empty one, for pools that come from elsewhere.
-  explicit ExternalModel(CQXDBSession::PoolSetup setup) : records_(setup) {}
+  /// An empty one, for pools that come from elsewhere; `path` is what failures name.
+  explicit ExternalModel(CQXDBSession::PoolSetup setup, std::string path = {})
+      : records_(setup), path_(std::move(path)) {}
 
   CQXDBSession& Records() { return records_; }
   const CQXDBSession& Records() const { return records_; }
+  const std::string& Path() const { return path_; }
+  /// Fails where a chain of references within a pool leads back to where it began.
+  Outcome CheckCircles() const;
 
  private:
   CQXDBSession records_;
+  std::string path_;
 };
 
 /// Brings records in through the external stores of the model's pools, in the model's units, as
 /// one undoable step; members that hold keys follow like references. Records that belong to
 /// another by their key (an element's orientation) take its new key. Refused, with nothing
 /// changed, when a chosen key is not there or a pool refuses a record.
+///
+/// The records with which every model begins (the default mesh set, the global coordinate system)
+/// do not come twice: the model's own stands for one of the file that differs from it in nothing
+/// but what it lists, and takes that in. One that differs comes under a new key. Where a pool
+/// tells records apart by name, a name in use becomes a copy name.
 QXDB_API Result<ImportReport> ImportRecords(CQXDBSession& session, const ExternalModel& from,
                                             const ImportOptions& options);
 

@@ -198,7 +198,7 @@ Result<ImportReport> ImportRecordFile(CQXDBSession& session, const std::string& 
                                       const ImportOptions& options) {
   CQXBulkHandler file(path);
   if (Outcome opened = file.Open(); !opened) return opened.Error();
-  ExternalModel from(session.Setup());
+  ExternalModel from(session.Setup(), path);
   DPoolBase* pool = from.Records().GetDataPool(file.Header().type);
   if (!pool) {
     return Failure{path, "header",
@@ -206,6 +206,7 @@ Result<ImportReport> ImportRecordFile(CQXDBSession& session, const std::string& 
                    "open it with the program that wrote it"};
   }
   if (Outcome read = file.Read(*pool); !read) return read.Error();
+  if (Outcome checked = from.CheckCircles(); !checked) return checked.Error();
   from.Records().Units().SetModel(file.Header().units);
   ImportOptions linked = options;
   linked.link_existing = true;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <unordered_set>
 
 #include "qx_db/core/session.h"
 #include "qx_db/core/transaction.h"
@@ -135,6 +136,28 @@ std::u16string DPoolMset::FreeName(std::u16string_view name) {
     copy = base.substr(0, length) + tail;
     if (!CheckName(copy.c_str())) return copy;
   }
+}
+
+int DPoolMset::NameApart(std::span<const ITR> items, std::vector<ITR>& renamed) {
+  const std::unordered_set<ITR> came(items.begin(), items.end());
+  std::unordered_set<std::u16string> taken;
+  for (ITR pos = GetHeadPosition(); pos; Next(pos)) {
+    if (!came.contains(pos)) taken.emplace(GetAtNU(pos).name.View());
+  }
+  for (const ITR pos : items) {
+    const std::u16string name(GetAtNU(pos).name.View());
+    if (name.empty() || taken.insert(name).second) continue;
+    tagTMset set = GetAtNU(pos);
+    set.name.Set(FreeName(name));
+    const bool names_known = names_revision_ == Set().Revision();
+    if (!SetAtNU(pos, set)) return 0;
+    taken.emplace(set.name.View());
+    renamed.push_back(pos);
+    if (!names_known) continue;
+    NoteName(set.name.View(), names_);
+    names_revision_ = Set().Revision();
+  }
+  return 1;
 }
 
 bool DPoolMset::AcceptName(std::u16string_view name, ITR renamed) const {

@@ -142,6 +142,8 @@ class QXDB_API DPoolMset : public DPoolPlain<tagTMset> {
   ITR InsertNU(const tagTMset& record) override;
   int ProcessRelation() override;
   void OnAfterLoad(unsigned long flags, void* context) override;
+  /// Sets that came from outside under a name in use receive copy names.
+  int NameApart(std::span<const ITR> items, std::vector<ITR>& renamed) override;
 
   /// A free key above that of the default mesh set; negative when there is none.
   Key NewSetKey() const;
