@@ -33,7 +33,8 @@ EdgeKind KindOf(const BRepAdaptor_Curve& curve) {
       return EdgeKind::kEllipse;
     case GeomAbs_BezierCurve:
     case GeomAbs_BSplineCurve:
-      return curve.Degree() == 1 ? EdgeKind::kPolyline : EdgeKind::kSpline;
+      if (curve.Degree() != 1) return EdgeKind::kSpline;
+      return curve.NbPoles() == 2 && !curve.IsRational() ? EdgeKind::kLine : EdgeKind::kPolyline;
     default:
       return EdgeKind::kOther;
   }

@@ -96,6 +96,19 @@ Outcome FillDivisions(const SeedingOptions& options, double, tagTSzct& control) 
   return {};
 }
 
+/// A symmetric grading has as many divisions in either half, and no end for a uniform part.
+Outcome CheckSymmetric(const SeedingOptions& options) {
+  if (!options.symmetric) return {};
+  if (options.uniform != 0) {
+    return Failure{"", "size control", "a uniform part at one end leaves nothing symmetric",
+                   "leave out --uniform or --symmetric"};
+  }
+  const int n = options.known.divisions.value_or(2);
+  if (n % 2 == 0) return {};
+  return Failure{"", "size control", fmt::format("{} divisions cannot be symmetric", n),
+                 "give an even number of divisions"};
+}
+
 /// What is graded: the edge, or half of it. A uniform part leaves no simple sum to solve.
 Result<SeedingSolution> SolveGraded(Grading grading, const SeedingOptions& options, double length) {
   if (options.uniform != 0) {
@@ -114,11 +127,14 @@ Outcome FillLinear(const SeedingOptions& options, double length, tagTSzct& contr
   control.dbl_params[3] = options.uniform;
   control.int_params[2] = options.symmetric;
   const SeedingKnown& known = options.known;
-  if (known.first && known.last && !known.ratio) {
+  if (Outcome checked = CheckSymmetric(options); !checked) return checked;
+  if (known.divisions == 0) return Missing("linear", "at least 1 division");
+  const bool scaled = !known.divisions || options.uniform != 0;  // to what they fill
+  if (known.first && known.last && !known.ratio && scaled) {
     control.dbl_params[1] = *known.first;
     control.dbl_params[2] = *known.last;
     control.int_params[1] = known.divisions.value_or(0);
-    return known.divisions == 0 ? Missing("linear", "at least 1 division") : Outcome();
+    return {};
   }
   const auto solved = SolveGraded(Grading::kLinear, options, length);
   if (!solved) return solved.AsOutcome();
@@ -132,6 +148,7 @@ Outcome FillGeometric(const SeedingOptions& options, double length, tagTSzct& co
   control.dbl_params[7] = options.uniform;
   control.int_params[6] = options.symmetric;
   const SeedingKnown& known = options.known;
+  if (Outcome checked = CheckSymmetric(options); !checked) return checked;
   if (known.ratio && known.divisions && !known.first && !known.last) {
     control.dbl_params[6] = *known.ratio;
     control.int_params[5] = *known.divisions;
@@ -249,7 +266,10 @@ Outcome FreeEdges(DPoolSzct& controls, const SeedPreview& preview, const std::ve
     ITR control = 0;
     if (controls.Exist(item, control)) former.insert(control);
   }
-  controls.DeleteGKeyArrayExist(items);
+  if (!controls.IsEmpty() && !controls.DeleteGKeyArrayExist(items)) {
+    return Failure{options.model, "", "edges cannot be taken out of their size controls",
+                   "see the message above"};
+  }
   for (const ITR pos : former) {
     const tagTSzct& control = controls.GetAtNU(pos);
     const bool useless =
@@ -282,7 +302,16 @@ Result<tagTSzct> ControlOf(const CQXDBSession& session, const SeedPreview& previ
     control->edges.Add(preview.keys.edges.at(edge));
   }
   control->key = Pool<tagTSzct>(session).GetNewKey();
-  if (!options.name.empty()) control->name.Set(Utf16(options.name));
+  if (!options.name.empty()) {
+    const std::u16string name = Utf16(options.name);
+    const std::size_t most = std::size(control->name.units) - 1;
+    if (name.size() > most) {
+      return Failure{options.model, "--name",
+                     fmt::format("has {} characters, more than {}", name.size(), most),
+                     "give a shorter name"};
+    }
+    control->name.Set(name);
+  }
   if (options.reverse.empty()) return *control;
   const auto reversed = SelectEdges(preview, options.reverse);
   if (!reversed) return reversed.Error();
@@ -364,7 +393,10 @@ Outcome AddControl(Opened& opened, const SeedOptions& options, tagTSzct& control
   if (!controls.InsertNU(control)) {
     return Failure{options.model, "", "there is no key left for a size control", "renumber some"};
   }
-  if (Outcome seeded = SeedPart(session, *opened.cad, opened.preview); !seeded) return seeded;
+  SeedPart(session, *opened.cad, opened.preview);
+  for (const SeedPreview::Fault& fault : opened.preview.faults) {
+    if (fault.control == control.key) return fault.failure;
+  }
   for (const SeedMismatch& mismatch : opened.preview.mismatches) {
     const bool ours = std::binary_search(edges->begin(), edges->end(), mismatch.edge) ||
                       std::binary_search(edges->begin(), edges->end(), mismatch.other);
@@ -408,15 +440,13 @@ void Show(const SeedOptions& options, Context& context) {
   Opened opened;
   if (Outcome done = Open(options, opened); !done) return context.Refuse(done.Error());
   CQXDBSession& session = *opened.document.GetDBSession();
-  if (Outcome seeded = SeedPart(session, *opened.cad, opened.preview); !seeded) {
-    return context.Refuse(seeded.Error());
-  }
+  SeedPart(session, *opened.cad, opened.preview);
   if (Outcome written = WriteOutputs(opened, options.output); !written) {
     return context.Refuse(written.Error());
   }
   JsonText json;
   json.Begin().Text("model", options.model);
-  if (!opened.preview.mismatches.empty()) context.exit_code = 1;
+  if (!opened.preview.mismatches.empty() || !opened.preview.faults.empty()) context.exit_code = 1;
   PrintPreview(opened, "", json, context);
 }
 

@@ -4,6 +4,7 @@
 #include <array>
 #include <cmath>
 #include <fmt/format.h>
+#include <set>
 
 #include "apps/qxdb/seed_preview.h"
 
@@ -86,8 +87,13 @@ constexpr Style kPlain{"plain", "not seeded", "#9aa0a6"};
 constexpr Style kSeeded{"seeded", "seeded", "#1a56db"};
 constexpr Style kReversed{"reversed", "seeded in reverse", "#d9480f"};
 constexpr Style kMismatch{"mismatch", "does not match", "#d6006c"};
+constexpr Style kFault{"fault", "cannot be seeded", "#202124"};
+constexpr const Style* kStyles[] = {&kSeeded, &kReversed, &kMismatch, &kFault, &kPlain};
 
 const Style& StyleOf(const SeedPreview& preview, int edge) {
+  for (const SeedPreview::Fault& fault : preview.faults) {
+    if (fault.edge == edge) return kFault;
+  }
   for (const SeedMismatch& mismatch : preview.mismatches) {
     if (mismatch.edge == edge || mismatch.other == edge) return kMismatch;
   }
@@ -144,13 +150,15 @@ void DrawLabel(const SeedPreview& preview, int edge, const std::vector<CadPoint>
                      a.y + t * (b.y - a.y) - 6, text);
 }
 
-void DrawLegend(double y, std::string& out) {
+/// What the colours mean of those that are in the picture.
+void DrawLegend(double y, const std::set<const Style*>& used, std::string& out) {
   double x = kMargin;
-  for (const Style* style : {&kSeeded, &kReversed, &kMismatch, &kPlain}) {
+  for (const Style* style : kStyles) {
+    if (!used.contains(style)) continue;
     out += fmt::format("<line class=\"{}\" x1=\"{}\" y1=\"{}\" x2=\"{}\" y2=\"{}\"/>\n",
                        style->name, x, y, x + 30, y);
     out += fmt::format("<text x=\"{}\" y=\"{}\">{}</text>\n", x + 38, y + 4, style->label);
-    x += 190;
+    x += 170;
   }
 }
 
@@ -171,15 +179,17 @@ std::string SeedPicture(const SeedPreview& preview) {
       "viewBox=\"0 0 {0} {1}\">\n<style>polyline,line{{fill:none;stroke-width:1.6}} "
       "text{{font:12px sans-serif;fill:#3c4043}} .arrow{{fill:{2}}}",
       kWidth, height, kReversed.color);
-  for (const Style* style : {&kPlain, &kSeeded, &kReversed, &kMismatch}) {
+  for (const Style* style : kStyles) {
     out += fmt::format(" .{0}{{stroke:{1}}} circle.{0}{{fill:{1};stroke:#fff;stroke-width:0.6}}",
                        style->name, style->color);
   }
   out += "</style>\n<rect width=\"100%\" height=\"100%\" fill=\"#fff\"/>\n";
   constexpr std::size_t kMostLabels = 80;
+  std::set<const Style*> used;
   for (const auto& [edge, points] : curves) {
     if (points.empty()) continue;
     const Style& style = StyleOf(preview, edge);
+    used.insert(&style);
     DrawCurve(points, project, style, out);
     const auto seeds = preview.seeds.find(edge);
     if (seeds != preview.seeds.end()) {
@@ -195,7 +205,7 @@ std::string SeedPicture(const SeedPreview& preview) {
     }
     if (curves.size() <= kMostLabels) DrawLabel(preview, edge, points, project, out);
   }
-  DrawLegend(project.Height() + kLegend / 3, out);
+  DrawLegend(project.Height() + kLegend / 3, used, out);
   return out + "</svg>\n";
 }
 

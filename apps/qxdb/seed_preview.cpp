@@ -11,10 +11,12 @@
 
 namespace qx::app {
 
-Outcome SeedPart(CQXDBSession& session, ICADSession& cad, SeedPreview& preview) {
+void SeedPart(CQXDBSession& session, ICADSession& cad, SeedPreview& preview) {
   preview.cad = &cad;
   preview.seeds.clear();
   preview.sources.clear();
+  preview.faults.clear();
+  std::set<int> met;
   std::map<ITR, int> edge_of;
   for (const auto& [edge, itr] : preview.keys.edges) edge_of[itr] = edge;
   auto& controls = Pool<tagTSzct>(session);
@@ -25,21 +27,22 @@ Outcome SeedPart(CQXDBSession& session, ICADSession& cad, SeedPreview& preview) 
     all.insert(reversed.begin(), reversed.end());
     for (const ITR itr : all) {
       const auto edge = edge_of.find(itr);
-      if (edge == edge_of.end() || preview.seeds.contains(edge->second)) continue;
+      if (edge == edge_of.end() || !met.insert(edge->second).second) continue;
       const bool backwards = reversed.contains(itr);
-      EdgeSeeds& seeds = preview.seeds[edge->second];
+      EdgeSeeds seeds;
       if (Outcome seeded = SeedEdge(cad, edge->second, control, backwards, seeds); !seeded) {
         Failure failure = seeded.Error();
         failure.place =
             fmt::format("edge {} of size control {}", preview.KeyOf(edge->second), control.key);
-        return failure;
+        preview.faults.push_back({edge->second, control.key, std::move(failure)});
+        continue;
       }
+      preview.seeds[edge->second] = std::move(seeds);
       preview.sources[edge->second] = {control.key, control.method, backwards};
     }
   }
   preview.twins = FindTwinEdges(cad);
   preview.mismatches = CheckSeedsMatch(cad, preview.twins, preview.seeds);
-  return {};
 }
 
 std::span<const MethodNameEntry> MethodNames() {
@@ -98,6 +101,9 @@ std::string SeedTable(const SeedPreview& preview, std::string_view unit) {
   if (pointlike > 0) text += fmt::format("{} edges have no length and no seeds\n", pointlike);
   text += fmt::format("{} of {} edges seeded, {} pairs of edges lie on each other\n",
                       preview.seeds.size(), preview.cad->GetEdgeCount(), preview.twins.size());
+  for (const SeedPreview::Fault& fault : preview.faults) {
+    text += "not seeded: " + fault.failure.Line() + '\n';
+  }
   for (const SeedMismatch& mismatch : preview.mismatches) {
     text += "mismatch: " + MismatchText(preview, mismatch) + '\n';
   }
@@ -115,6 +121,11 @@ void WriteSeedJson(const SeedPreview& preview, JsonText& json) {
     json.Integer("divisions", static_cast<std::int64_t>(seeds.Divisions()));
     json.Real("first", Interval(preview, edge, 0));
     json.Real("last", Interval(preview, edge, seeds.Divisions() - 1)).End();
+  }
+  json.End().BeginArray("faults");
+  for (const SeedPreview::Fault& fault : preview.faults) {
+    json.Begin().Integer("key", preview.KeyOf(fault.edge)).Integer("control", fault.control);
+    json.Text("what", fault.failure.what).Text("remedy", fault.failure.remedy).End();
   }
   json.End().BeginArray("mismatches");
   for (const SeedMismatch& mismatch : preview.mismatches) {

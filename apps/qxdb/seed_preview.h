@@ -24,7 +24,14 @@ struct SeedPreview {
   const ICADSession* cad = nullptr;
   CadInstance keys;
   SeedsByEdge seeds;
+  /// An edge that its control cannot seed, and why.
+  struct Fault {
+    int edge = 0;
+    Key control = 0;
+    Failure failure;
+  };
   std::map<int, Source> sources;  ///< for each seeded edge
+  std::vector<Fault> faults;
   std::vector<std::pair<int, int>> twins;
   std::vector<SeedMismatch> mismatches;
 
@@ -32,9 +39,8 @@ struct SeedPreview {
   Key KeyOf(int edge) const { return KeyedSetBase::RecordAt(keys.edges.at(edge))->GetKey(); }
 };
 
-/// Seeds all edges of the part that have a size control; of several, the first in the pool. Fails
-/// at the first edge that its control cannot seed.
-Outcome SeedPart(CQXDBSession& session, ICADSession& cad, SeedPreview& preview);
+/// Seeds all edges of the part that have a size control; of several, the first in the pool.
+void SeedPart(CQXDBSession& session, ICADSession& cad, SeedPreview& preview);
 
 /// The methods of size controls by the names that commands use.
 struct MethodNameEntry {
@@ -45,7 +51,7 @@ std::span<const MethodNameEntry> MethodNames();
 /// "unknown" for a method that is not among them.
 const char* MethodName(std::int32_t method);
 
-/// The table, with mismatches below it; and the same as JSON members.
+/// The table, with faults and mismatches below it; and the same as JSON members.
 std::string SeedTable(const SeedPreview& preview, std::string_view unit);
 void WriteSeedJson(const SeedPreview& preview, JsonText& json);
 

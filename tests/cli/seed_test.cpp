@@ -87,6 +87,15 @@ TEST_F(SeedCli, StoresControlsAndWritesWhatWasSeeded) {
   EXPECT_EQ(mismatch.code, 1);
   EXPECT_NE(mismatch.out.find("mismatch: edge 17 and 27: 3 and 4 divisions"), std::string::npos)
       << mismatch.out;
+  // A control that seeds nothing hinders no other.
+  Write("odd.json", R"({"SZCT":{"9":{"GKEY":[28],"METHOD":6}}})");
+  ASSERT_EQ(Qxdb("gateway read m.qxm odd.json").code, 0);
+  EXPECT_EQ(Qxdb("seed add m.qxm joint.step 30 --divisions 4").code, 0);
+  const Ran faulty = Qxdb("seed show m.qxm joint.step");
+  EXPECT_EQ(faulty.code, 1);
+  EXPECT_NE(faulty.out.find("not seeded: edge 28 of size control 9: method 6"), std::string::npos)
+      << faulty.out;
+  EXPECT_NE(faulty.out.find("5 of 24 edges seeded"), std::string::npos) << faulty.out;
 }
 
 TEST_F(SeedCli, RefusesAndStoresNothing) {
@@ -122,6 +131,15 @@ TEST_F(SeedCli, RefusesAndStoresNothing) {
       {"seed add m.qxm joint.step 16 --method size --size 1 --ratio 2", "--ratio"},
       {"seed add m.qxm joint.step 16 --method hyperbolic --first 9 --divisions 5", "not below"},
       {"seed add m.qxm joint.step 16 --method geometric --first 9 --ratio 2 --divisions 5", "make"},
+      {"seed add m.qxm joint.step 16 --method linear --first 1 --last 2 --divisions 5", "make"},
+      {"seed add m.qxm joint.step 16 --method geometric --ratio 2 --divisions 7 --symmetric",
+       "7 divisions cannot be symmetric"},
+      {"seed add m.qxm joint.step 16 --method geometric --ratio 2 --divisions 8 --symmetric "
+       "--uniform 0.2",
+       "nothing symmetric"},
+      {"seed add m.qxm joint.step 16 --divisions 2 "
+       "--name 0123456789012345678901234567890123456789012345678901234567890123",
+       "64 characters"},
       {"seed add m.qxm joint.step 15,16 --method geometric --first 1 --ratio 2", "another length"},
       {"seed add m.qxm joint.step 16 --method positions --at 0.5 0.2", "0.2"},
       {"seed add m.qxm joint.step 37 --method geometric --ratio 3 --divisions 5", "--reverse"},

@@ -70,7 +70,8 @@ TEST(SizeCalc, FractionsByLengthBeginWithZeroAndByRatioDoNot) {
   ExpectValues(out, {1.0 / 7, 3.0 / 7, 1});
   EXPECT_EQ(out[2], 1.0);
   EXPECT_FALSE(Calc::EstimateRatioArrayRatio(9e-11, 4, out));
-  EXPECT_FALSE(Calc::EstimateRatioArrayRatio(4, 1, out));
+  for (const int n : {1, 0, -3}) EXPECT_FALSE(Calc::EstimateRatioArrayRatio(4, n, out)) << n;
+  for (const double r : {kNaN, HUGE_VAL}) EXPECT_FALSE(Calc::EstimateRatioArrayRatio(r, 4, out));
   ExpectValues(out, {1.0 / 7, 3.0 / 7, 1});
 }
 

@@ -116,6 +116,8 @@ TEST(EdgeSeeding, RefusesWithAReason) {
   both.custom_seeds.Add({5, 0, 0});
   tagTSzct off = ByFractions({});
   off.custom_seeds = {{5, 0, 0}, {5, 1, 0}};
+  tagTSzct close = ByFractions({});
+  close.custom_seeds = {{5, 0, 0}, {2, 0, 0}, {5 + 5e-6, 0, 0}};
   tagTSzct twice = ByFractions({});
   twice.custom_seeds = {{5, 0, 0}, {5, 0, 0}};
   struct Case {
@@ -163,6 +165,10 @@ TEST(EdgeSeeding, RefusesWithAReason) {
       {1, ByFractions({nan}), "nan"},
       {1, off, "point 2 is not on the edge"},
       {1, twice, "coincide"},
+      {1, close, "coincide at 0.5 of the length"},
+      {1, ByFractions({0.25, 0.25 + 1e-9, 0.5}), "coincide at 0.25"},
+      {1, ByFractions({1e-9, 0.5}), "coincide at 0 "},
+      {1, ByFractions({0.5, 1 - 1e-9}), "coincide at 0.999999999"},
   };
   for (const Case& c : cases) {
     EdgeSeeds seeds;
@@ -174,6 +180,10 @@ TEST(EdgeSeeding, RefusesWithAReason) {
   EdgeSeeds seeds;
   EXPECT_TRUE(SeedEdge(cad, 1, BySize(19.9), false, seeds)) << "rounds to one division";
   EXPECT_EQ(seeds.Divisions(), 1u);
+  tagTSzct near_the_end = ByFractions({});
+  near_the_end.custom_seeds = {{4e-6, 0, 0}, {10 - 4e-6, 0, 0}};
+  EXPECT_TRUE(SeedEdge(cad, 1, near_the_end, false, seeds));
+  EXPECT_EQ(seeds.Divisions(), 1u) << "a point at an end is the end";
   EXPECT_TRUE(SeedEdge(cad, 1, Geometric(1e10, 5), false, seeds));
   EXPECT_TRUE(SeedEdge(cad, 1, Geometric(1e-10, 5), false, seeds));
   EXPECT_TRUE(SeedEdge(cad, 1, ByDivisions(1'000'000), false, seeds));

@@ -9,6 +9,10 @@ namespace {
 
 using Seeds = CArray<double, double>;
 
+/// Given positions closer to each other, as a fraction of the length, are one place: floats, which
+/// the seeds become, hardly tell them apart.
+constexpr double kApart = 1e-6;
+
 Failure Bad(std::string what, std::string remedy) {
   return {"", "size control", std::move(what), std::move(remedy)};
 }
@@ -159,7 +163,8 @@ Outcome FillByPoints(ICADSession& cad, int edge, const tagTSzct& control, Seeds&
         !(distance <= 1e-4 * length) || !cad.GetLengthAt(edge, parameter, at)) {
       return Bad(fmt::format("point {} is not on the edge", i + 1), "correct the point");
     }
-    out.Add(std::clamp(at / length, 0.0, 1.0));
+    const double fraction = at / length;
+    out.Add(fraction < kApart ? 0.0 : fraction > 1 - kApart ? 1.0 : fraction);  // an end is an end
   }
   std::sort(out.begin(), out.end());
   return {};
@@ -199,19 +204,24 @@ const Method* FindMethod(std::int32_t code) {
 
 // ---- from fractions to points -------------------------------------------------------------------
 
-/// Adds the ends where the method leaves them out. False when the fractions are not strictly
-/// increasing from 0 to 1: sizes so far apart that doubles cannot tell the seeds apart.
-bool Close(Seeds& seeds, bool reversed) {
+/// Adds the ends where the method leaves them out.
+void Close(Seeds& seeds) {
   if (seeds.IsEmpty() || seeds[seeds.GetSize() - 1] != 1.0) seeds.Add(1.0);
   if (seeds[0] != 0.0) {
     seeds.Add(0.0);
     std::rotate(seeds.begin(), seeds.end() - 1, seeds.end());
   }
-  if (reversed) {
-    ReverseSeeds({seeds.GetData(), static_cast<std::size_t>(seeds.GetSize())});
-  }
-  return std::adjacent_find(seeds.begin(), seeds.end(),
-                            [](double a, double b) { return !(a < b); }) == seeds.end();
+}
+
+/// Fails when the fractions are not strictly increasing: positions that are one place, or sizes so
+/// far apart that doubles cannot tell the seeds apart.
+Outcome CheckApart(const Seeds& seeds, bool given) {
+  const double least = given ? kApart : 0;
+  const auto first = std::adjacent_find(seeds.begin(), seeds.end(),
+                                        [&](double a, double b) { return !(b - a > least); });
+  if (first == seeds.end()) return {};
+  return Bad(fmt::format("seeds would coincide at {:.9g} of the length", *first),
+             given ? "leave one of them out" : "give sizes less far apart");
 }
 
 bool MapToCurve(const ICADSession& cad, int edge, bool by_parameter, EdgeSeeds& out) {
@@ -264,10 +274,13 @@ Outcome SeedEdge(ICADSession& cad, int edge, const tagTSzct& control, bool rever
   if (Outcome filled = method.fill(cad, edge, control, out.fractions); !filled) {
     return AtEdge(edge, filled.Error());
   }
-  const bool given_points =
-      !control.custom_seeds.IsEmpty() && control.method == tagTSzct::kByPositions;
-  if (!Close(out.fractions, reversed && !given_points)) {
-    return AtEdge(edge, Bad("seeds would coincide", "give sizes less far apart"));
+  Close(out.fractions);
+  const bool given = control.method == tagTSzct::kByPositions;
+  if (reversed && !(given && !control.custom_seeds.IsEmpty())) {
+    ReverseSeeds({out.fractions.GetData(), static_cast<std::size_t>(out.fractions.GetSize())});
+  }
+  if (Outcome apart = CheckApart(out.fractions, given); !apart) {
+    return AtEdge(edge, apart.Error());
   }
   if (!MapToCurve(cad, edge, method.by_parameter, out)) {
     return AtEdge(edge, Bad("the curve gives no points", "repair the geometry"));

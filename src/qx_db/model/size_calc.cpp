@@ -59,7 +59,7 @@ bool FillByLength(double a, double b, int n, double length, Array& out) {
 
 template <class Array>
 bool FillByRatio(double r, int n, Array& out) {
-  if (r < kNone || n == 1) return false;
+  if (!(r >= kNone && std::isfinite(r)) || n < 2) return false;
   const double q = std::pow(r, 1 / (n - 1.0));
   double step = 2 / ((r + 1) * n);
   out.RemoveAll();

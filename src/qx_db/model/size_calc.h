@@ -34,7 +34,8 @@ class QXDB_API CQXCalcSzct {
   static bool EstimateRatioArrayLength(double a, double b, int n, double length,
                                        CArray<double>& out);
   /// The fractions of a geometric grading whose last interval is r times its first: n of them.
-  /// Deliberate: no leading 0.0. False, `out` untouched, when r < 1e-10 or n is 1.
+  /// Deliberate: no leading 0.0. False, `out` untouched, when r is below 1e-10 or not finite, or n
+  /// below 2.
   static bool EstimateRatioArrayRatio(double r, int n, CArray<double>& out);
 
   /// The number of divisions whose linear grading from a to b fills the length best. 0 when there

@@ -131,7 +131,7 @@ int DPoolSzct::Exist(ITR edge, ITR& control) const {
 
 // ---- following the geometry ---------------------------------------------------------------------
 
-/// Drops the geometry keys that leave from every control. 0 when a removal failed.
+/// Drops the geometry keys that leave from every control. 0 when a change or a removal failed.
 template <class Leaves>
 int DPoolSzct::Drop(Leaves&& leaves, Empty empty) {
   for (ITR pos = GetHeadPosition(); pos;) {
@@ -154,7 +154,7 @@ int DPoolSzct::Drop(Leaves&& leaves, Empty empty) {
     if (changes) {
       // A lock that outlives its edges is what keeps the control; the flag stays to say so.
       if (!has_edges && locked && !IsLocked(after)) after.locked = {1};
-      SetAtNU(pos, after);
+      if (!SetAtNU(pos, after)) return 0;
     }
     Next(pos);
   }

@@ -38,7 +38,7 @@ class QXDB_API DPoolSzct : public DPoolPlain<tagTSzct> {
   int Exist(ITR edge, ITR& control) const;
 
   /// Take edges out of all controls; the other edges keep their order. A control that becomes empty
-  /// stays, to be given other edges. 0 when the pool is empty, otherwise 1.
+  /// stays, to be given other edges. 0 when the pool is empty or refuses a change, otherwise 1.
   int DeleteGKeyExist(ITR edge);
   int DeleteGKeyArrayExist(const TArray<ITR>& edges);
 
