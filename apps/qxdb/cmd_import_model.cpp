@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 #include <memory>
+#include <tuple>
 
 #include "qx_db/bulk/record_file.h"
 #include "qx_db/platform/file.h"
@@ -40,6 +41,37 @@ Result<ImportChoice> ParseChoice(CQXDBSession& from, const std::string& path,
   return choice;
 }
 
+/// A line for the references of one member of a record that lead the same way; those that were
+/// cleared stand first.
+std::vector<std::string> LooseLines(const ImportReport& report, const CQXDBSession& session) {
+  constexpr int kNamed = 6;
+  std::vector<std::string> lines;
+  for (const bool linked : {false, true}) {
+    const ImportReport::Loose* former = nullptr;
+    int count = 0;
+    const auto end = [&] {
+      if (count > kNamed) lines.back() += fmt::format(" and {} more", count - kNamed);
+      if (former) lines.back() += linked ? ": the model's own" : ": do not come along; cleared";
+    };
+    for (const ImportReport::Loose& loose : report.loose) {
+      if (loose.linked != linked) continue;
+      if (!former || std::tie(former->type, former->key, former->member) !=
+                         std::tie(loose.type, loose.key, loose.member)) {
+        end();
+        count = 0;
+        lines.push_back(fmt::format("{} {} {}: {}", PoolLabel(*session.GetDataPool(loose.type)),
+                                    loose.key, Utf8(loose.member),
+                                    PoolLabel(*session.GetDataPool(loose.target))));
+      }
+      former = &loose;
+      if (++count <= kNamed)
+        lines.back() += fmt::format("{} {}", count > 1 ? "," : "", loose.target_key);
+    }
+    end();
+  }
+  return lines;
+}
+
 /// Says what came, saves the model unless this was a dry run.
 void Finish(CQXDocBase& document, const ImportOptionsText& asked, const ImportReport& report,
             Context& context) {
@@ -69,15 +101,25 @@ void Finish(CQXDocBase& document, const ImportOptionsText& asked, const ImportRe
   if (report.renamed.size() > kShown) {
     text += fmt::format("and {} names more\n", report.renamed.size() - kShown);
   }
-  json.End().BeginArray("loose");
-  for (std::size_t i = 0; i < report.loose.size(); ++i) {
-    const std::string line = report.loose[i].Line(session);
-    json.Text({}, line);
-    if (i < kShown) text += line + "\n";
+  json.End().BeginArray("left");
+  for (const auto& [type, key] : report.left) {
+    json.Text({}, PoolLabel(*session.GetDataPool(type)) + " " + std::to_string(key));
   }
+  for (const ImportReport::Pool& pool : report.pools) {
+    const auto left = std::count_if(report.left.begin(), report.left.end(),
+                                    [&](const auto& record) { return record.first == pool.type; });
+    if (left == 0) continue;
+    text += fmt::format("{} {} stay behind, being nothing without what does not come\n",
+                        Grouped(left), PoolLabel(*session.GetDataPool(pool.type)));
+  }
+  json.End().BeginArray("loose");
+  for (const ImportReport::Loose& loose : report.loose) json.Text({}, loose.Line(session));
   json.End().BeginArray("unconverted");
-  if (report.loose.size() > kShown) {
-    text += fmt::format("and {} references more\n", report.loose.size() - kShown);
+  const std::vector<std::string> lines = LooseLines(report, session);
+  for (std::size_t i = 0; i < std::min(lines.size(), kShown); ++i) text += lines[i] + "\n";
+  if (lines.size() > kShown) {
+    text += fmt::format("and {} lists of references more; --json has them all\n",
+                        lines.size() - kShown);
   }
   for (const auto& [type, key] : report.unconverted) {
     const std::string record = PoolLabel(*session.GetDataPool(type)) + " " + std::to_string(key);

@@ -188,6 +188,14 @@ TEST_F(Bulk, AChoiceBringsWhatItNeedsAndSaysWhatIsLeft) {
   const auto& set = Pool<tagTMset>(only).GetAtNU(Pool<tagTMset>(only).GetHeadPosition());
   EXPECT_EQ(set.nodes.GetSize() + set.elements.GetSize() + set.parent_key, 0);
 
+  options.choices.push_back({code::kElem, {2}});
+  CQXDBSession left(AddStandardPools);
+  EXPECT_EQ(Import(left, options).left, (decltype(ImportReport::left){{code::kElem, 2}}))
+      << "an element is nothing without its nodes";
+  EXPECT_EQ(Pool<tagTMset>(left).GetAtNU(Pool<tagTMset>(left).GetHeadPosition()).elements.GetSize(),
+            0);
+  options.choices.pop_back();
+
   options.link_existing = true;
   CQXDBSession linked(AddStandardPools);
   const ITR node = Put<tagTNode>(linked, 4);

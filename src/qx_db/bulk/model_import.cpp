@@ -124,6 +124,8 @@ struct Lane {
     chosen.push_back(item);
     return true;
   }
+  /// References to it are as loose as those to what was never chosen.
+  void Leave(ITR item) { marks[from->Set().SlotOf(item)] = false; }
   bool IsChosen(ITR item) const { return marks[from->Set().SlotOf(item)]; }
   ITR& PositionOf(ITR item) { return position[from->Set().SlotOf(item)]; }
   Key DefaultKey() const { return first ? KeyOf(first) : 0; }
@@ -301,7 +303,11 @@ class Importer {
     waits_ = false;
     belongs_nowhere_ = false;
     TStructBase* record = Prepared(lane, item, true);
-    if (belongs_nowhere_) return {};
+    if (belongs_nowhere_) {
+      lane.Leave(item);
+      report_.left.emplace_back(lane.to->GetTypeCode(), KeyOf(item));
+      return {};
+    }
     // What belongs to a record has taken its key, and replaces what is there for it.
     const bool keep = options_.keep_keys || OwnerRow(lane.from->GetSchema());
     const bool is_default = lane.first && record->GetKey() == lane.DefaultKey();

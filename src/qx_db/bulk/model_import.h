@@ -25,7 +25,8 @@ struct ImportOptions {
   /// What a chosen record refers to comes along, and what belongs to it by its key.
   bool with_references = true;
   /// References to records that do not come lead to the model's own of the same key; otherwise
-  /// they are cleared, or leave their array.
+  /// they are cleared, or leave their array, and a record that is nothing without them (an element
+  /// without one of its nodes) does not come either.
   bool link_existing = false;
   /// Everything is done and reported, and taken back.
   bool dry_run = false;
@@ -61,6 +62,8 @@ struct QXDB_API ImportReport {
   std::vector<Pool> pools;  ///< those that anything came into
   std::vector<Loose> loose;
   std::vector<Renamed> renamed;
+  /// Chosen records that stayed behind, being nothing without what does not come.
+  std::vector<std::pair<std::uint16_t, Key>> left;
   /// Records with numbers of a kind that is not known, which kept the units they had.
   std::vector<std::pair<std::uint16_t, Key>> unconverted;
 
