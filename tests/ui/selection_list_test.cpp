@@ -263,6 +263,37 @@ TEST_P(EachList, AreEmptyWithoutASessionAndForgetTheFormerOne) {
   EXPECT_EQ(window.selected, 0);
 }
 
+/// A list that ends or makes others while it is refreshed.
+struct Meddling final : TSelectionList<ComboFamily::kBset> {
+  void OnUpdateList() override {
+    ++updates;
+    if (work) work();
+  }
+  std::function<void()> work;
+  int updates = 0;
+};
+
+TEST(SelectionLists, EachIsRefreshedOnceWhateverListsDoMeanwhile) {
+  CQXDBSession session;
+  auto first = std::make_unique<Meddling>();
+  Meddling second;
+  Meddling third;
+  auto fourth = std::make_unique<Meddling>();
+  std::unique_ptr<Meddling> made;
+  for (Meddling* list : {first.get(), &second, &third, fourth.get()}) list->SetDB(&session);
+  second.work = [&] {
+    first.reset();
+    made = std::make_unique<Meddling>();
+    made->SetDB(&session);
+  };
+  third.work = [&] { fourth.reset(); };
+  SelectionList::RefreshAll(ComboFamily::kBset, &session);
+  EXPECT_EQ(second.updates, 2);
+  EXPECT_EQ(third.updates, 2) << "the end of the first moved it up";
+  EXPECT_EQ(fourth, nullptr);
+  EXPECT_EQ(made->updates, 1) << "it was filled when it was bound";
+}
+
 /// The lists of sets that a typed name makes.
 class EachSetList : public EachList {};
 

@@ -110,10 +110,12 @@ std::span<SelectionList* const> SelectionList::Live(ComboFamily family) {
 }
 
 void SelectionList::RefreshAll(ComboFamily family, CQXDBSession* session) {
-  const Registry& lists = RegistryOf(family);
-  // By index: an override of OnUpdateList may make or end lists.
-  for (std::size_t i = 0; i < lists.size(); ++i) {
-    if (lists[i]->session_ == session) lists[i]->OnUpdateList();
+  const Registry& live = RegistryOf(family);
+  // Those alive at the start, since an override of OnUpdateList may make and end lists: a new one
+  // is up to date, an ended one is passed over.
+  for (SelectionList* list : Registry(live)) {
+    const bool lives = std::find(live.begin(), live.end(), list) != live.end();
+    if (lives && list->session_ == session) list->OnUpdateList();
   }
 }
 
