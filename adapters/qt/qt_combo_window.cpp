@@ -12,6 +12,28 @@
 #include <algorithm>
 
 namespace qx {
+namespace {
+
+/// Proposes, in a list below the field, the items that hold what is typed in whatever case; in
+/// place, the new name "Wall" would become "Wall 2". To the box it counts as one that knows case:
+/// of any other Qt takes the leave to select "Wall" for a typed "wall" as the field loses the
+/// focus.
+class NameCompleter final : public QCompleter {
+ public:
+  NameCompleter(QtItemModel* names, QObject* parent) : QCompleter(names, parent) {
+    setCompletionMode(PopupCompletion);
+    setFilterMode(Qt::MatchContains);
+    setCaseSensitivity(Qt::CaseSensitive);
+    setCompletionRole(QtItemModel::kFoldedRole);
+    setMaxVisibleItems(20);
+  }
+  QStringList splitPath(const QString& typed) const override { return {typed.toCaseFolded()}; }
+  QString pathFromIndex(const QModelIndex& index) const override {
+    return index.data(Qt::EditRole).toString();
+  }
+};
+
+}  // namespace
 
 QEvent::Type ComboCommandEvent::Kind() {
   static const auto kind = static_cast<QEvent::Type>(QEvent::registerEventType());
@@ -35,12 +57,9 @@ QtComboWindow::QtComboWindow(QComboBox& box, CComboBox& list, std::uint16_t cont
   box_.setSizeAdjustPolicy(QComboBox::AdjustToMinimumContentsLengthWithIcon);
   if (box_.minimumContentsLength() == 0) box_.setMinimumContentsLength(16);
   box_.setMaxVisibleItems(20);
-  if (QCompleter* completer = box_.completer()) {
-    // Completing in place would turn the new name "Wall" into "Wall 2".
-    completer->setCompletionMode(QCompleter::PopupCompletion);
-    completer->setFilterMode(Qt::MatchContains);
-  }
+  if (box_.completer()) box_.setCompleter(new NameCompleter(model_, this));
   connect(&box_, &QComboBox::currentIndexChanged, this, &QtComboWindow::OnCurrentIndexChanged);
+  connect(&box_, &QComboBox::editTextChanged, this, &QtComboWindow::OnEditTextChanged);
   box_.installEventFilter(this);
   box_.view()->installEventFilter(this);
   popup_->installEventFilter(this);
@@ -61,8 +80,9 @@ int QtComboWindow::FindKey(Key key) const {
 void QtComboWindow::ShowItems(std::span<const ComboItem> items, int selected) {
   const auto record_at = [&](int index) { return box_.itemData(index, QtItemModel::kRecordRole); };
   QLineEdit* const edit = box_.lineEdit();
-  const bool typing = edit && edit->isModified();
-  const QString typed = typing ? edit->text() : QString();
+  const QString typed = box_.currentText();
+  const bool typing = edit && typed != box_.itemText(box_.currentIndex());
+  const int cursor = edit ? edit->cursorPosition() : 0;
   const QVariant former = record_at(box_.currentIndex());
   const QSignalBlocker silence(box_);
   model_->SetItems(items);
@@ -70,18 +90,20 @@ void QtComboWindow::ShowItems(std::span<const ComboItem> items, int selected) {
   Select(selected);
   if (typing && record_at(selected) == former) {
     edit->setText(typed);
-    edit->setModified(true);
+    edit->setCursorPosition(cursor);
   }
 }
 
 void QtComboWindow::Select(int index) {
   const QSignalBlocker silence(box_);
+  index_ = index;
   box_.setCurrentIndex(index);
   // An unchanged index leaves the text as it was typed.
   if (box_.isEditable()) box_.setEditText(box_.itemText(index));
 }
 
 void QtComboWindow::SetEditText(const CString& text) {
+  const QSignalBlocker silence(box_);
   if (box_.isEditable()) box_.setEditText(ToQt(text.View()));
 }
 
@@ -122,7 +144,13 @@ void QtComboWindow::PostToParent(std::uint32_t command) {
 }
 
 void QtComboWindow::OnCurrentIndexChanged(int index) {
+  index_ = index;
   if (list_) list_->WindowSelected(index);
+}
+
+void QtComboWindow::OnEditTextChanged() {
+  // The text of another item comes before the word that it is selected, which tells all.
+  if (list_ && box_.currentIndex() == index_) list_->WindowEdited();
 }
 
 bool QtComboWindow::eventFilter(QObject* watched, QEvent* event) {

@@ -32,8 +32,10 @@ class ComboCommandEvent final : public QEvent {
 
 /// The window of a list on a combo box, which owns it: `new QtComboWindow(box, list, id)`. The box
 /// shows the items through a model of its own and stays free for the caller's connections, style
-/// and shortcuts. An editable one takes what is typed as a name, completed by a list below it and
-/// never by itself. The list may end before the box or after it.
+/// and shortcuts. One that was made editable before takes what is typed as a name, completed by a
+/// list below it and never by itself; as long as that is not the name of the item selected, no item
+/// is current. Leaving the field selects an item of exactly that name, where there is one, and
+/// keeps the name otherwise. The list may end before the box or after it.
 class QtComboWindow final : public QObject, public IComboWindow {
  public:
   QtComboWindow(QComboBox& box, CComboBox& list, std::uint16_t control_id);
@@ -57,12 +59,14 @@ class QtComboWindow final : public QObject, public IComboWindow {
 
  private:
   void OnCurrentIndexChanged(int index);
+  void OnEditTextChanged();
   int WidestItem() const;
   void WidenPopup();
 
   QComboBox& box_;
   CComboBox* list_;
   std::uint16_t control_id_;
+  int index_ = CComboBox::kNone;  // that the list knows of
   QtItemModel* model_;
   QWidget* popup_;  // that the list opens in
   bool width_known_ = false;

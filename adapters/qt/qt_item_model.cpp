@@ -54,6 +54,8 @@ QVariant QtItemModel::data(const QModelIndex& index, int role) const {
       return static_cast<qlonglong>(item.data);
     case kKeyRole:
       return static_cast<qlonglong>(item.key);
+    case kFoldedRole:
+      return ToQt(item.text).toCaseFolded();
     default:
       return {};
   }

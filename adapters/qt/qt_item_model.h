@@ -21,6 +21,8 @@ class QtItemModel final : public QAbstractListModel {
   /// Roles to find an item by, both qlonglong: the record and its key.
   static constexpr int kRecordRole = Qt::UserRole;
   static constexpr int kKeyRole = Qt::UserRole + 1;
+  /// The text without case, to complete by.
+  static constexpr int kFoldedRole = Qt::UserRole + 2;
 
   using QAbstractListModel::QAbstractListModel;
 

@@ -6,6 +6,7 @@
 #include <QtWidgets/QAbstractItemView>
 #include <QtWidgets/QApplication>
 #include <QtWidgets/QComboBox>
+#include <QtWidgets/QCompleter>
 #include <QtWidgets/QLabel>
 #include <QtWidgets/QLineEdit>
 #include <QtWidgets/QPushButton>
@@ -214,13 +215,82 @@ TEST_F(QtLists, WhatIsTypedStaysAsLongAsItsRecord) {
   box.lineEdit()->selectAll();
   QTest::keyClicks(&box, "Wa");
   EXPECT_EQ(box.currentText(), "Wa") << "not completed in place";
+  box.lineEdit()->setCursorPosition(1);
   Step([&] { AddSet(3, u"Floor"); });
   EXPECT_EQ(box.currentText(), "Wa");
+  EXPECT_EQ(box.lineEdit()->cursorPosition(), 1);
   Step([&] { session_.GetDataPool(code::kBset)->Remove(Pool<tagTBset>(session_).Find(1)); });
   EXPECT_EQ(box.currentText(), "Roof");
   list.ChangeSelect(0);
   EXPECT_EQ(box.currentText(), "");
   EXPECT_EQ(box.currentIndex(), -1);
+}
+
+TEST_F(QtLists, TheSelectedRecordIsTheOneThatIsRead) {
+  QWidget parent;
+  QComboBox box(&parent);
+  QLineEdit other(&parent);
+  box.setEditable(true);
+  CCobxBset list;
+  new QtComboWindow(box, list, 1);
+  Step([&] { AddSet(1, u"Wall"), AddSet(2, u"Roof"); });
+  list.SetDB(&session_);
+  parent.show();
+  parent.activateWindow();
+  ASSERT_TRUE(QTest::qWaitForWindowActive(&parent));
+  const auto leave_with = [&](const char* typed) {
+    box.setFocus();
+    box.lineEdit()->selectAll();
+    QTest::keyClicks(&box, typed);
+    QWidget* const proposals = box.completer()->popup();
+    QTest::keyClick(proposals->isVisible() ? proposals : &box, Qt::Key_Tab);
+    EXPECT_TRUE(other.hasFocus());
+    EXPECT_EQ(box.currentText(), typed) << "it stays as it was typed";
+    ITR out = 0;
+    const int selected = list.GetSelectedBset(out);
+    EXPECT_EQ(selected, out ? 1 : 0);
+    return out ? KeyOf(out) : 0;
+  };
+  EXPECT_EQ(leave_with("Brand new"), 0);
+  EXPECT_EQ(leave_with("Roof"), 2);
+  EXPECT_EQ(leave_with("roof"), 0);
+  EXPECT_EQ(leave_with("wall"), 0) << "names differ by case";
+  ITR made = 0;
+  EXPECT_EQ(list.GetSelectedBsetOrCreate(made), 1);
+  EXPECT_EQ(KeyOf(made), 3);
+  EXPECT_EQ(Texts(box), (QStringList{"Wall", "Roof", "wall"}));
+  EXPECT_EQ(leave_with("wa"), 0);
+  box.setCurrentIndex(2);
+  EXPECT_EQ(list.GetCurSel(), 2) << "the same item picked again";
+}
+
+TEST_F(QtLists, WhatIsTypedIsCompletedInWhateverCase) {
+  QWidget parent;
+  QComboBox box(&parent);
+  box.setEditable(true);
+  CCobxBset list;
+  new QtComboWindow(box, list, 1);
+  Step([&] { AddSet(1, u"East Wall"), AddSet(2, u"Roof"), AddSet(3, u"WALL \u00C4"); });
+  list.SetDB(&session_);
+  parent.show();
+  box.setFocus();
+  const auto type = [&](const QString& text) {
+    box.lineEdit()->selectAll();
+    QTest::keyClicks(&box, text);
+    QStringList proposed;
+    const QAbstractItemModel& model = *box.completer()->completionModel();
+    for (int i = 0; i < model.rowCount(); ++i) {
+      proposed.append(model.index(i, 0).data().toString());
+    }
+    return proposed;
+  };
+  EXPECT_EQ(type("wall"), (QStringList{"East Wall", QString("WALL \u00C4")}));
+  EXPECT_EQ(type("roo"), QStringList{"Roof"});
+  EXPECT_EQ(box.currentText(), "roo");
+  QTest::keyClick(box.completer()->popup(), Qt::Key_Down);
+  QTest::keyClick(box.completer()->popup(), Qt::Key_Return);
+  EXPECT_EQ(box.currentText(), "Roof");
+  EXPECT_EQ(list.GetCurSel(), 1);
 }
 
 TEST_F(QtLists, RenamingShowsTheNewName) {

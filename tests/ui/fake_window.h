@@ -24,7 +24,10 @@ class FakeWindow final : public IComboWindow {
     edit = index < 0 ? u"" : items[static_cast<std::size_t>(index)].text;
     list_->WindowSelected(index);
   }
-  void Type(std::u16string text) { edit = std::move(text); }
+  void Type(std::u16string text) {
+    edit = std::move(text);
+    list_->WindowEdited();
+  }
 
   // ---- IComboWindow -----------------------------------------------------------------------------
 

@@ -367,6 +367,31 @@ TEST_P(EachSetList, TakesTheSelectedOneOfSeveralWithTheTypedName) {
   EXPECT_EQ(out, records[0]) << "else the first";
 }
 
+TEST_P(EachSetList, HasNoCurrentItemWhileAnotherNameIsTyped) {
+  auto list = GetParam().make();
+  FakeWindow window(*list);
+  Step(session_, [&] { Add(session_, 1, u"Wall"), Add(session_, 2, u"Roof"); });
+  list->SetDB(&session_);
+  window.Pick(1);
+  window.posted.clear();
+  window.Type(u"Roo");
+  EXPECT_EQ(Selected(*list, 0), 0u);
+  EXPECT_EQ(list->GetCurSel(), CComboBox::kNone);
+  window.Type(u"Ro");
+  EXPECT_EQ(window.posted.size(), 1u) << "the parent hears of it once";
+  SelectionList::RefreshAll(GetParam().family, &session_);
+  EXPECT_EQ(window.edit, u"Ro");
+  EXPECT_EQ(Selected(*list, 0), 0u) << "a rebuild leaves what is typed";
+  window.posted.clear();
+  window.Type(u"Roof");
+  EXPECT_EQ(KeyOf(Selected(*list)), 2);
+  EXPECT_EQ(window.posted, std::vector{kSelectionChange});
+  list->SetWindowText(u"Floor");
+  EXPECT_EQ(Selected(*list, 0), 0u) << "a text that a program sets counts as much";
+  EXPECT_EQ(list->ChangeSelect(list->GetItemData(0)), 1);
+  EXPECT_EQ(KeyOf(Selected(*list)), 1);
+}
+
 TEST_P(EachSetList, CreatesAlsoWhereNoHostRefreshes) {
   const StepHook hook = SetStepHook(nullptr);
   auto list = GetParam().make();

@@ -17,13 +17,26 @@ void CComboBox::Attach(IComboWindow* window) {
   if (IComboWindow* former = std::exchange(window_, nullptr); former && window) former->ListGone();
   items_.clear();
   current_ = kNone;
+  edited_ = false;
   window_ = window;
   if (window_) OnWindowAttached();
 }
 
 void CComboBox::WindowSelected(int index) {
   current_ = At(index) ? index : kNone;
+  CompareText();
   if (OnSelchange() == 0) NotifyChangeToParent();
+}
+
+void CComboBox::WindowEdited() {
+  const bool was_edited = edited_;
+  CompareText();
+  if (edited_ != was_edited) NotifyChangeToParent();
+}
+
+void CComboBox::CompareText() {
+  const ComboItem* item = At(current_);
+  edited_ = window_ && item && window_->EditText().View() != item->text;
 }
 
 void CComboBox::NotifyChangeToParent() {
@@ -74,12 +87,16 @@ void CComboBox::ResetContent() {
 
 int CComboBox::SetCurSel(int index) {
   current_ = At(index) ? index : kNone;
-  if (window_ && changes_ == 0) window_->Select(current_);
+  if (window_ && changes_ == 0) {
+    window_->Select(current_);
+    CompareText();
+  }
   return current_;
 }
 
 void CComboBox::SetWindowText(const CString& text) {
   if (window_) window_->SetEditText(text);
+  CompareText();
 }
 
 // ---- changes ------------------------------------------------------------------------------------
@@ -95,6 +112,7 @@ CComboBox::Change::~Change() {
   } else if (current_ != box_.current_) {
     box_.window_->Select(box_.current_);
   }
+  box_.CompareText();
 }
 
 }  // namespace qx

@@ -28,6 +28,9 @@ class QXDB_API CComboBox {
   bool HasWindow() const { return window_ != nullptr; }
   /// To be called by the window when the user selects an item, -1 for none.
   void WindowSelected(int index);
+  /// To be called by the window when the text of its edit field becomes another. The parent hears
+  /// of it where that left the current item, or came back to it.
+  void WindowEdited();
   /// Sends the parent window, without waiting, the command that the selection changed. Nothing
   /// happens without a window or a parent.
   void NotifyChangeToParent();
@@ -47,8 +50,9 @@ class QXDB_API CComboBox {
 
   // ---- selection and edit field -----------------------------------------------------------------
 
-  /// Index of the selected item, -1 for none.
-  int GetCurSel() const { return current_; }
+  /// Index of the current item, -1 for none. There is none while the edit field holds another text
+  /// than the item's: what is shown and what is selected never differ.
+  int GetCurSel() const { return edited_ ? kNone : current_; }
   /// Selects an item; any index that is not there selects none. Returns the index or -1.
   int SetCurSel(int index);
   /// Text of the edit field; empty without a window.
@@ -72,7 +76,10 @@ class QXDB_API CComboBox {
   };
 
   void AddItem(ComboItem item);
-  const ComboItem* Current() const { return At(current_); }
+  /// The item selected last; the edit field may hold another text by now.
+  const ComboItem* Selected() const { return At(current_); }
+  /// The current item.
+  const ComboItem* Current() const { return At(GetCurSel()); }
   IComboWindow* Window() const { return window_; }
 
   virtual void OnWindowAttached() {}
@@ -81,11 +88,13 @@ class QXDB_API CComboBox {
 
  private:
   const ComboItem* At(int index) const;
+  void CompareText();
 
   IComboWindow* window_ = nullptr;
   std::vector<ComboItem> items_;
   int current_ = kNone;
-  int changes_ = 0;  // that are open
+  bool edited_ = false;  // the edit field holds another text than the item selected last
+  int changes_ = 0;      // that are open
 };
 
 }  // namespace qx

@@ -18,7 +18,8 @@ struct ComboItem {
 };
 
 /// The window of a CComboBox. Calls come on the thread of the user interface. A window reports what
-/// the user selects through CComboBox::WindowSelected, and nothing that it is told here.
+/// the user selects through CComboBox::WindowSelected, and what he types through WindowEdited;
+/// nothing that it is told here.
 class QXDB_API IComboWindow {
  public:
   virtual ~IComboWindow();

@@ -185,7 +185,7 @@ void SelectionList::Select(int index) {
 
 int SelectionList::ChangeSelect(ITR item) {
   Select(Find(item, selected_key_));
-  return GetCurSel() != kNone ? 1 : 0;
+  return Selected() ? 1 : 0;
 }
 
 void SelectionList::Reselect() {
@@ -195,7 +195,7 @@ void SelectionList::Reselect() {
 }
 
 int SelectionList::OnSelchange() {
-  Store(Current());
+  Store(Selected());
   return 0;
 }
 
@@ -225,7 +225,7 @@ int SelectionList::GetSelectedOrCreate(ITR& out, bool* created) {
   DPoolBase* const pool = Pool();
   const TString<64> name(GetWindowText().View());
   if (!pool || !HasWindow() || IsBlank(name.View())) return 0;
-  const ComboItem* item = Current();
+  const ComboItem* item = Selected();
   const bool is_selected = item && item->text == name.View() && pool->Set().Owns(item->data) &&
                            !KeyedSetBase::IsRemoved(item->data);
   ITR record = is_selected ? item->data : pool->GetItr(name.units);
@@ -251,7 +251,7 @@ ITR SelectionList::Create(DPoolBase& pool, std::u16string_view name) {
   const ComboItem selected{{}, record, KeyOf(record)};
   Store(&selected);
   if (transaction.Commit()) return record;
-  Store(Current());
+  Store(Selected());
   return 0;
 }
 

@@ -24,7 +24,7 @@ class QXDB_API SelectionList : public CComboBox {
   virtual void OnUpdateList() { SetComboBoxList(); }
   /// Selects the item of a record. 1; or 0, with nothing selected, when none has it.
   int ChangeSelect(ITR item);
-  /// Stores the current item's data, 0 when nothing is selected.
+  /// Stores the selected item's data, 0 when nothing is selected: what a rebuild selects again.
   int OnSelchange() override;
 
   /// The live lists of a family in the order they were made.
@@ -50,7 +50,7 @@ class QXDB_API SelectionList : public CComboBox {
     SetComboBoxList();
   }
 
-  /// The current item's data and 1; 0 and 0 without a current item.
+  /// The current item's data and 1; 0 and 0 without a current item, so also for a typed name.
   int GetSelected(ITR& out) const;
   /// The current item's text and 1; empty and 0 without a current item.
   int GetSelectedText(CString& out) const;
