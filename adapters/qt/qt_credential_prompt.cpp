@@ -24,9 +24,12 @@ std::uint32_t QtCredentialPrompt::Ask(const ProxyChallenge& challenge,
   dialog.setWindowTitle(QDialog::tr("Proxy Credentials"));
   dialog.setObjectName("proxy_credentials");
   const QString proxy = QString::fromStdString(challenge.proxy);
-  QString question = challenge.attempt > 1
-                         ? QDialog::tr("The proxy %1 did not accept that. Try again.").arg(proxy)
-                         : QDialog::tr("The proxy %1 asks for a user and password.").arg(proxy);
+  const QString question =
+      proxy.isEmpty() ? QDialog::tr("%1 asks as a proxy would, but no proxy is in use. Ask again?")
+                            .arg(QString::fromStdString(challenge.address))
+      : challenge.attempt > 1
+          ? QDialog::tr("The proxy %1 did not accept that. Try again.").arg(proxy)
+          : QDialog::tr("The proxy %1 asks for a user and password.").arg(proxy);
   auto* user = new QLineEdit(user_);
   auto* password = new QLineEdit;
   user->setObjectName("user");
@@ -39,6 +42,10 @@ std::uint32_t QtCredentialPrompt::Ask(const ProxyChallenge& challenge,
   form->addRow(PlainLabel(question));
   form->addRow(QDialog::tr("&User"), user);
   form->addRow(QDialog::tr("&Password"), password);
+  for (QWidget* field : {user, password}) {
+    field->setVisible(!proxy.isEmpty());
+    form->labelForField(field)->setVisible(!proxy.isEmpty());
+  }
   form->addRow(buttons);
   (user_.isEmpty() ? user : password)->setFocus();
   if (dialog.exec() != QDialog::Accepted) return 0;

@@ -180,6 +180,25 @@ TEST_F(Probe, RefusesWhatIsNoWebAddress) {
 }
 
 TEST_F(Probe, SaysWhyThereIsNoAnswer) {
+  const auto reason = [](const std::string& address) {
+    const Result<int> status = CQXWebUtil::Probe(CString::FromUtf8(address));
+    return status ? "an answer" : status.Error().what;
+  };
+  EXPECT_EQ(reason("http:/far.test"), "has no // after its scheme");
+  EXPECT_EQ(reason("far.test:80"), "does not begin with http:// or https://");
+  const std::pair<const char*, const char*> kAnswers[] = {
+      {"HTTP/1.1 200 OK\r\nServ", "closes the connection before its header is complete"},
+      {"HTTP/1.1 200 OK\r\n", "closes the connection before its header is complete"},
+      {"", "closes the connection without an answer"},
+      {"220 smtp here\r\n\r\n", "answers, but not as a web server does"},
+  };
+  for (const auto& [answer, expected] : kAnswers) {
+    LoopbackServer server([&](Connection& to) {
+      to.ReadHeader();
+      to.Write(answer);
+    });
+    EXPECT_EQ(reason("http://" + server.Host()), expected) << answer;
+  }
   int closed = 0;
   {
     LoopbackServer server([](Connection&) {});

@@ -1,6 +1,11 @@
 // Proxies that ask who is there.
 
+#include <fstream>
+
+#include "qx_db/net/proxy_settings.h"
+
 #include "tests/net/net_fixture.h"
+#include "tests/scratch_folder.h"
 
 namespace qx::net_test {
 namespace {
@@ -111,6 +116,43 @@ TEST_F(Proxy, EndsWhenTheRequestCannotBeSentAgain) {
   }
 }
 
+TEST_F(Proxy, WithoutOneTheQuestionIsPutOnceAndNothingTypedIsSent) {
+  std::vector<std::string> requests;
+  int asks = 0;  // the answers 407 before the 200
+  const LoopbackServer::Serve serve = LoopbackServer::Answering([&](const std::string& header) {
+    requests.push_back(header);
+    return --asks >= 0 ? Response("407 Who is it", kAsk) : Response("200 OK");
+  });
+  LoopbackServer server(serve);
+  const std::string plain = "http://" + server.Host() + "/";
+  const auto probe = [&](const std::string& address, int asked) {
+    asks = asked;
+    Answers prompt({{"ann", "open"}, {"ann", "open"}, {"ann", "open"}});
+    const int status = Status(address);
+    EXPECT_EQ(prompt.challenges.size(), 1u) << address;
+    EXPECT_EQ(prompt.challenges[0].proxy, "") << address;
+    return status;
+  };
+  EXPECT_EQ(probe(plain, 9), 407);
+  EXPECT_EQ(probe(plain, 1), 200) << "asked again, it is content";
+  setenv("http_proxy", "127.0.0.1:9", 1);
+  setenv("no_proxy", "127.0.0.1", 1);
+  EXPECT_EQ(probe(plain, 9), 407) << "this host goes without the proxy";
+
+  const Identity self_signed = Issue({});
+  LoopbackServer secure([&](Connection& to) {
+    if (to.StartTls(self_signed)) serve(to);
+  });
+  LoopbackServer proxy(Asking());
+  setenv("https_proxy", ("http://ann:open@" + proxy.Host()).c_str(), 1);
+  unsetenv("no_proxy");
+  EXPECT_EQ(probe("https://" + secure.Host() + "/", 9), 407) << "the server asks in the tunnel";
+  EXPECT_TRUE(messages_.empty());
+  for (const std::string& header : requests) {
+    EXPECT_EQ(header.find("Authorization"), header.npos) << header;
+  }
+}
+
 TEST_F(Proxy, CredentialsOfTheSettingAreUsedFirst) {
   LoopbackServer proxy(Asking());
   setenv("http_proxy", ("http://ann:%6fpen@" + proxy.Host()).c_str(), 1);
@@ -178,6 +220,69 @@ TEST_F(Proxy, SettingsAreReadAsTheEnvironmentHasThem) {
   ASSERT_FALSE(status);
   EXPECT_EQ(status.Error().Line(),
             "http_proxy: is no address of a proxy; set it as http://host:port");
+}
+
+TEST_F(Proxy, InternetSettingsNameOneForSchemesAndHosts) {
+  const struct {
+    const char* settings;
+    const char* address;
+    const char* expected;
+  } kCases[] = {
+      {"", "http://far.test/", ""},
+      {"ProxyServer = gate:8080", "http://far.test/", ""},
+      {"ProxyEnable = 0\nProxyServer = gate:8080", "http://far.test/", ""},
+      {"ProxyEnable = on\nProxyServer = gate:8080", "http://far.test/", ""},
+      {"ProxyEnable = 1", "http://far.test/", ""},
+      {"ProxyEnable = 1\nProxyServer = gate:8080", "http://far.test/", "http://gate:8080/"},
+      {"ProxyEnable = 1\nProxyServer = gate:8080", "https://far.test/", "http://gate:8080/"},
+      {"ProxyEnable = 1\nProxyServer = https://gate:8080", "http://far.test/",
+       "https://gate:8080/"},
+      {"ProxyEnable = 1\nProxyServer = HTTP=one:1; https=two:2", "http://far.test/",
+       "http://one:1/"},
+      {"ProxyEnable = 1\nProxyServer = http=one:1;https=two:2", "https://far.test/",
+       "http://two:2/"},
+      {"ProxyEnable = 1\nProxyServer = ftp=one:1;http=two:2", "https://far.test/", ""},
+      {"ProxyEnable = 1\nProxyServer = http=one:1;socks=two:2", "http://far.test/",
+       "http://one:1/"},
+      {"ProxyEnable = 1\nProxyServer = socks=two:2;http=one:1", "https://far.test/",
+       "socks4://two:2/"},
+      {"ProxyEnable = 1\nProxyServer = gate:port", "http://far.test/", "refused"},
+  };
+  const std::string key = "[Software\\Microsoft\\Windows\\CurrentVersion\\Internet Settings]\n";
+  const ScratchFolder folder;
+  const SettingsFileRegistry registry(folder.Path("user.ini"));
+  const InternetSettingsProxies settings(registry);
+  const auto proxy_for = [&](const std::string& lines, const char* address) {
+    std::ofstream(folder.Path("user.ini")) << key << lines << '\n';
+    const Result<ProxySetting> proxy = settings.For(*ReadWebAddress(address));
+    return proxy ? proxy->url : "refused";
+  };
+  for (const auto& test : kCases) {
+    EXPECT_EQ(proxy_for(test.settings, test.address), test.expected)
+        << test.settings << " for " << test.address;
+  }
+  const std::tuple<const char*, const char*, bool> kWithout[] = {
+      {"far.test", "http://FAR.test/", true},
+      {"far.test", "http://very.far.test/", false},
+      {"*.test", "http://very.far.test/", true},
+      {"*.test", "http://far.test.org/", false},
+      {"10.*.7", "http://10.1.2.7/", true},
+      {"*", "https://far.test/", true},
+      {"<local>", "http://intranet/", true},
+      {"<local>", "http://far.test/", false},
+      {"<local>", "http://[::1]/", false},
+      {"near.test; <LOCAL> far.test", "http://far.test/", true},
+      {"far.test:81", "http://far.test:81/", true},
+      {"far.test:80", "http://far.test/", true},
+      {"far.test:81", "http://far.test/", false},
+      {"https://far.test", "http://far.test/", false},
+      {"https://far.test", "https://far.test/", true},
+  };
+  for (const auto& [override, address, without] : kWithout) {
+    const std::string lines =
+        "ProxyEnable = 1\nProxyServer = gate:80\nProxyOverride = " + std::string(override);
+    EXPECT_EQ(proxy_for(lines, address).empty(), without) << override << " for " << address;
+  }
 }
 
 TEST_F(Proxy, BehindTlsIsForgivenNothing) {

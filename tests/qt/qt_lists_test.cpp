@@ -386,6 +386,15 @@ TEST_F(QtLists, TheCredentialDialogAnswersAsItsButtons) {
   EXPECT_EQ(credentials.user, "ann") << "the user is kept";
   EXPECT_EQ(credentials.password, "other") << "the password is not";
   EXPECT_NE(ask(3, Qt::Key_Escape, "", "", credentials), ICredentialPrompt::kForceRetry);
+
+  QTimer::singleShot(0, [] {
+    QWidget* dialog = QApplication::activeModalWidget();
+    ASSERT_NE(dialog, nullptr);
+    for (const auto* field : dialog->findChildren<QLineEdit*>()) EXPECT_FALSE(field->isVisible());
+    QTest::keyClick(dialog, Qt::Key_Escape);
+  });
+  EXPECT_EQ(prompt.Ask({"", "http://far.test/"}, credentials), 0u)
+      << "nobody would get what is typed";
 }
 
 }  // namespace

@@ -43,4 +43,17 @@ bool ForgiveDateAndName(CURL* easy) {
          curl_easy_setopt(easy, CURLOPT_SSL_VERIFYHOST, 0L) == CURLE_OK;
 }
 
+const char* CertificateRemedy(CURL* easy) {
+  long fault = X509_V_OK;
+  curl_easy_getinfo(easy, CURLINFO_SSL_VERIFYRESULT, &fault);
+  switch (fault) {
+    case X509_V_ERR_CERT_REVOKED:
+      return "probe a server whose certificate stands";
+    case X509_V_ERR_UNABLE_TO_GET_CRL:
+      return "give a list of what every authority of its chain has revoked";
+    default:
+      return "trust the authority that issued its certificate";
+  }
+}
+
 }  // namespace qx

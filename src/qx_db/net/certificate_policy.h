@@ -10,4 +10,7 @@ namespace qx {
 /// where the TLS library offers no way to forgive these alone: then do not connect.
 bool ForgiveDateAndName(CURL* easy);
 
+/// What a user can do about a certificate that was refused.
+const char* CertificateRemedy(CURL* easy);
+
 }  // namespace qx

@@ -5,6 +5,7 @@
 #include <windows.h>
 #endif
 
+#include <charconv>
 #include <cstdlib>
 
 #include "qx_db/platform/file.h"
@@ -70,33 +71,68 @@ bool SettingsFileRegistry::ReadText(std::u16string_view key, std::u16string_view
   return true;
 }
 
+bool SettingsFileRegistry::ReadNumber(std::u16string_view key, std::u16string_view name,
+                                      std::uint32_t& value) const {
+  constexpr std::size_t kMostBytes = 24;  // ten digits and the end
+  std::u16string text;
+  if (!ReadText(key, name, kMostBytes, text)) return false;
+  const std::string digits = Utf8(text);
+  const char* const end = digits.data() + digits.size();
+  std::uint32_t number = 0;
+  const auto [stop, error] = std::from_chars(digits.data(), end, number);
+  if (error != std::errc() || stop != end) return false;
+  value = number;
+  return true;
+}
+
 // ---- the platform's -----------------------------------------------------------------------------
 
 #ifdef _WIN32
 
 namespace {
 
-class MachineRegistry final : public IRegistry {
+class WindowsRegistry final : public IRegistry {
  public:
+  explicit WindowsRegistry(HKEY root) : root_(root) {}
   bool ReadText(std::u16string_view key, std::u16string_view name, std::size_t max_bytes,
                 std::u16string& value) const override {
     const std::wstring wide_key(key.begin(), key.end());
     const std::wstring wide_name(name.begin(), name.end());
     std::wstring buffer(max_bytes / sizeof(wchar_t), L'\0');
     DWORD bytes = static_cast<DWORD>(buffer.size() * sizeof(wchar_t));
-    const LSTATUS status = RegGetValueW(HKEY_LOCAL_MACHINE, wide_key.c_str(), wide_name.c_str(),
-                                        RRF_RT_REG_SZ, nullptr, buffer.data(), &bytes);
+    const LSTATUS status = RegGetValueW(root_, wide_key.c_str(), wide_name.c_str(), RRF_RT_REG_SZ,
+                                        nullptr, buffer.data(), &bytes);
     if (status != ERROR_SUCCESS) return false;
     buffer.resize(bytes / sizeof(wchar_t) - 1);
     value.assign(buffer.begin(), buffer.end());
     return true;
   }
+  bool ReadNumber(std::u16string_view key, std::u16string_view name,
+                  std::uint32_t& value) const override {
+    const std::wstring wide_key(key.begin(), key.end());
+    const std::wstring wide_name(name.begin(), name.end());
+    DWORD number = 0;
+    DWORD bytes = sizeof number;
+    const LSTATUS status = RegGetValueW(root_, wide_key.c_str(), wide_name.c_str(),
+                                        RRF_RT_REG_DWORD, nullptr, &number, &bytes);
+    if (status != ERROR_SUCCESS) return false;
+    value = number;
+    return true;
+  }
+
+ private:
+  HKEY root_;
 };
 
 }  // namespace
 
 const IRegistry& PlatformRegistry() {
-  static const MachineRegistry registry;
+  static const WindowsRegistry registry(HKEY_LOCAL_MACHINE);
+  return registry;
+}
+
+const IRegistry& UserRegistry() {
+  static const WindowsRegistry registry(HKEY_CURRENT_USER);
   return registry;
 }
 
@@ -122,6 +158,10 @@ class SettingsRegistry final : public IRegistry {
                 std::u16string& value) const override {
     return SettingsFileRegistry(SettingsFile()).ReadText(key, name, max_bytes, value);
   }
+  bool ReadNumber(std::u16string_view key, std::u16string_view name,
+                  std::uint32_t& value) const override {
+    return SettingsFileRegistry(SettingsFile()).ReadNumber(key, name, value);
+  }
 };
 
 }  // namespace
@@ -130,6 +170,8 @@ const IRegistry& PlatformRegistry() {
   static const SettingsRegistry registry;
   return registry;
 }
+
+const IRegistry& UserRegistry() { return PlatformRegistry(); }
 
 #endif
 

@@ -1,6 +1,7 @@
 #pragma once
-// Machine-wide settings by key and name, as one platform keeps them in its registry.
+// Settings by key and name, as one platform keeps them in its registry.
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -8,7 +9,7 @@
 
 namespace qx {
 
-/// Where settings of the machine are read from.
+/// Where settings are read from.
 class QXDB_API IRegistry {
  public:
   virtual ~IRegistry();
@@ -17,11 +18,16 @@ class QXDB_API IRegistry {
   /// `max_bytes`, two for each unit and for the end.
   virtual bool ReadText(std::u16string_view key, std::u16string_view name, std::size_t max_bytes,
                         std::u16string& value) const = 0;
+  /// Reads the number value `name` of a key; false as above, also for what is no number.
+  virtual bool ReadNumber(std::u16string_view key, std::u16string_view name,
+                          std::uint32_t& value) const = 0;
 };
 
-/// The platform's registry: the real one on Windows; elsewhere the settings file that the
-/// environment variable QXDB_REGISTRY names, else qxdb/registry.ini in the user's settings folder.
+/// The registries of the machine and of the user: the real ones on Windows; elsewhere, for both,
+/// the settings file that the environment variable QXDB_REGISTRY names, else qxdb/registry.ini in
+/// the user's settings folder.
 QXDB_API const IRegistry& PlatformRegistry();
+QXDB_API const IRegistry& UserRegistry();
 
 /// A registry in a settings file, read anew for each question. Lines: "[Key\Below\Key]", then
 /// "Name = value"; the case of ASCII letters does not count in keys and names. Empty lines and
@@ -32,6 +38,8 @@ class QXDB_API SettingsFileRegistry final : public IRegistry {
   explicit SettingsFileRegistry(std::string path) : path_(std::move(path)) {}
   bool ReadText(std::u16string_view key, std::u16string_view name, std::size_t max_bytes,
                 std::u16string& value) const override;
+  bool ReadNumber(std::u16string_view key, std::u16string_view name,
+                  std::uint32_t& value) const override;
 
  private:
   std::string path_;

@@ -1,8 +1,8 @@
 #include "qx_db/net/web_address.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <new>
+#include <unicode/uchar.h>
 #include <unicode/uidna.h>
 
 #include "qx_db/net/curl_handles.h"
@@ -10,25 +10,6 @@
 
 namespace qx {
 namespace {
-
-CurlUrl NewUrl() {
-  CurlUrl url(curl_url());
-  if (!url) throw std::bad_alloc();
-  return url;
-}
-
-std::string Part(CURLU* url, CURLUPart part, unsigned flags = 0) {
-  char* text = nullptr;
-  if (curl_url_get(url, part, &text, flags) != CURLUE_OK) return {};
-  const CurlText owned(text);
-  return text;
-}
-
-std::string_view WithoutBlanks(std::string_view text) {
-  const std::size_t first = text.find_first_not_of(" \t\r\n");
-  if (first == text.npos) return {};
-  return text.substr(first, text.find_last_not_of(" \t\r\n") - first + 1);
-}
 
 bool HasControls(std::string_view text) {
   return std::any_of(text.begin(), text.end(),
@@ -83,11 +64,29 @@ std::string AuthorityInAscii(std::string_view text) {
   return host.empty() ? host : host + std::string(text.substr(port));
 }
 
+/// The beginning of a text that is refused, as it can be shown: on one line, and with what would
+/// act on a terminal or turn the direction of writing as %XX.
+std::string Shown(std::string_view text) {
+  constexpr std::uint32_t kActing = U_GC_CC_MASK | U_GC_CF_MASK | U_GC_ZL_MASK | U_GC_ZP_MASK;
+  std::u16string shown;
+  for (const char16_t unit : Utf16(text.substr(0, 200))) {
+    const bool acts = (U_GET_GC_MASK(unit) & kActing) != 0;
+    shown += acts ? Utf16(Encoded(Utf8({&unit, 1}))) : std::u16string(1, unit);
+  }
+  return Utf8(shown);
+}
+
 }  // namespace
+
+std::string_view WithoutBlanks(std::string_view text) {
+  const std::size_t first = text.find_first_not_of(" \t\r\n");
+  if (first == text.npos) return {};
+  return text.substr(first, text.find_last_not_of(" \t\r\n") - first + 1);
+}
 
 Result<WebAddress> ReadWebAddress(std::string_view text) {
   text = WithoutBlanks(text);
-  const std::string shown(text.substr(0, 200));
+  const std::string shown = Shown(text);
   const auto refuse = [&](std::string what, const char* remedy) {
     return Failure{shown.empty() ? "address" : shown, "", std::move(what), remedy};
   };
@@ -95,7 +94,12 @@ Result<WebAddress> ReadWebAddress(std::string_view text) {
   if (text.empty()) return refuse("is empty", kForm);
   if (HasControls(text)) return refuse("holds control characters", kForm);
   const std::size_t colon = text.find("://");
-  if (colon == text.npos) return refuse("has no scheme", kForm);
+  if (colon == text.npos) {
+    const std::string_view before = text.substr(0, text.find(':'));
+    const bool half = EqualNoCase(before, "http") || EqualNoCase(before, "https");
+    return refuse(half ? "has no // after its scheme" : "does not begin with http:// or https://",
+                  kForm);
+  }
   const std::string_view scheme = text.substr(0, colon);
   const bool secure = EqualNoCase(scheme, "https");
   if (!secure && !EqualNoCase(scheme, "http")) {
@@ -116,33 +120,8 @@ Result<WebAddress> ReadWebAddress(std::string_view text) {
   if (code != CURLUE_OK) {
     return refuse(std::string("is no web address: ") + curl_url_strerror(code), kForm);
   }
-  return WebAddress{Part(url.get(), CURLUPART_URL), secure};
-}
-
-Result<ProxySetting> ReadProxySetting(bool secure) {
-  constexpr const char* kPlain[] = {"http_proxy", "all_proxy", "ALL_PROXY"};
-  constexpr const char* kSecure[] = {"https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY"};
-  const char* const* const first = secure ? kSecure : kPlain;
-  const char* const* const last = secure ? std::end(kSecure) : std::end(kPlain);
-  const auto is_set = [](const char* name) { return std::getenv(name) != nullptr; };
-  const char* const* const variable = std::find_if(first, last, is_set);
-  std::string value(variable == last ? "" : WithoutBlanks(std::getenv(*variable)));
-  if (value.empty()) return ProxySetting{};
-  if (value.find("://") == value.npos) value.insert(0, "http://");
-  const CurlUrl url = NewUrl();
-  if (curl_url_set(url.get(), CURLUPART_URL, value.c_str(), CURLU_NON_SUPPORT_SCHEME) !=
-      CURLUE_OK) {
-    // The value is not shown: it may hold a password.
-    return Failure{*variable, "", "is no address of a proxy", "set it as http://host:port"};
-  }
-  ProxySetting proxy;
-  proxy.user = Part(url.get(), CURLUPART_USER, CURLU_URLDECODE);
-  proxy.password = Part(url.get(), CURLUPART_PASSWORD, CURLU_URLDECODE);
-  curl_url_set(url.get(), CURLUPART_USER, nullptr, 0);
-  curl_url_set(url.get(), CURLUPART_PASSWORD, nullptr, 0);
-  proxy.url = Part(url.get(), CURLUPART_URL);
-  proxy.secure = EqualNoCase(Part(url.get(), CURLUPART_SCHEME), "https");
-  return proxy;
+  return WebAddress{UrlPart(url.get(), CURLUPART_URL), UrlPart(url.get(), CURLUPART_HOST),
+                    UrlPart(url.get(), CURLUPART_PORT, CURLU_DEFAULT_PORT), secure};
 }
 
 }  // namespace qx

@@ -7,6 +7,7 @@
 
 #include "qx_db/lib/message.h"
 #include "qx_db/net/certificate_policy.h"
+#include "qx_db/net/proxy_settings.h"
 #include "qx_db/net/web_address.h"
 
 namespace qx {
@@ -29,6 +30,25 @@ long Milliseconds(std::chrono::milliseconds limit) {
   return static_cast<long>(std::clamp<std::int64_t>(limit.count(), 1, kMost));
 }
 
+/// What an answer that did not come tells, beyond libcurl's own words.
+struct Trouble {
+  CURLcode code;
+  const char* what;  ///< null for libcurl's words
+  const char* remedy;
+};
+
+constexpr Trouble kTroubles[] = {
+    {CURLE_OK, "closes the connection before its header is complete",
+     "ask who runs the server, or probe another address"},
+    {CURLE_GOT_NOTHING, "closes the connection without an answer",
+     "ask who runs the server, or probe another address"},
+    {CURLE_UNSUPPORTED_PROTOCOL, "answers, but not as a web server does",
+     "probe the address of a web server"},
+    {CURLE_WEIRD_SERVER_REPLY, "answers, but not as a web server does",
+     "probe the address of a web server"},
+    {CURLE_SSL_CONNECT_ERROR, nullptr, "probe an address that is served through TLS"},
+};
+
 /// One request that may be sent again, over the same connection where the other side keeps it.
 class Request {
  public:
@@ -39,6 +59,8 @@ class Request {
   /// Sends it; the status of the answer, or that of the proxy in its way. 0 when none came.
   int Send();
   void SetCredentials(const ProxyCredentials& credentials);
+  /// Whether a proxy, and not a server, answered what was sent last.
+  bool WentToProxy() const { return went_to_proxy_; }
   /// Why no answer came.
   Failure Reason() const;
 
@@ -55,6 +77,7 @@ class Request {
     return static_cast<int>(value);
   }
   void Secure(const ProxySetting& proxy);
+  void OnRequest(std::string_view header);
   bool OnHeader(std::string_view line);
   bool OnBody(std::size_t bytes);
 
@@ -64,6 +87,7 @@ class Request {
   CURLcode result_ = CURLE_OK;
   char error_[CURL_ERROR_SIZE] = "";
   int answer_ = 0;  // status, once its header is complete
+  bool went_to_proxy_ = false;
   std::size_t header_bytes_ = 0;
   std::size_t body_bytes_ = 0;
 };
@@ -85,6 +109,13 @@ Request::Request(const WebAddress& address, const ProxySetting& proxy)
   if (!proxy.user.empty()) SetCredentials({proxy.user, proxy.password});
   // The header of a tunnel is none of the answer's.
   Set(CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
+  const auto on_debug = [](CURL*, curl_infotype type, char* bytes, std::size_t count, void* self) {
+    if (type == CURLINFO_HEADER_OUT) static_cast<Request*>(self)->OnRequest({bytes, count});
+    return 0;
+  };
+  Set<curl_debug_callback>(CURLOPT_DEBUGFUNCTION, on_debug);
+  Set(CURLOPT_DEBUGDATA, static_cast<void*>(this));
+  Set(CURLOPT_VERBOSE, 1L);
   const auto on_header = [](char* bytes, std::size_t, std::size_t count, void* self) {
     return static_cast<Request*>(self)->OnHeader({bytes, count}) ? count : 0;
   };
@@ -132,6 +163,16 @@ int Request::Send() {
   return Info(CURLINFO_HTTP_CONNECTCODE) == kProxyAsks ? kProxyAsks : 0;
 }
 
+void Request::OnRequest(std::string_view header) {
+  // A server is told the path alone; only a proxy is told the whole address, or where to connect
+  // to. That a proxy is set does not tell, since hosts may go without.
+  if (header.starts_with("GET /")) {
+    went_to_proxy_ = false;
+  } else if (header.starts_with("GET ") || header.starts_with("CONNECT ")) {
+    went_to_proxy_ = true;
+  }
+}
+
 bool Request::OnHeader(std::string_view line) {
   header_bytes_ += line.size();
   if (header_bytes_ > kLongestHeader) return false;
@@ -155,23 +196,39 @@ Failure Request::Reason() const {
   if (header_bytes_ > kLongestHeader) {
     return {url_, "", "answers with a header that does not end", "probe another address"};
   }
-  const char* text = error_[0] ? error_ : curl_easy_strerror(result_);
-  const bool distrusted = result_ == CURLE_PEER_FAILED_VERIFICATION;
-  return {url_, "", text,
-          distrusted ? "trust the authority that issued its certificate"
-                     : "check the line and the proxy settings"};
+  if (result_ == CURLE_SSL_CACERT_BADFILE && !g_options.authorities_file.empty()) {
+    return {g_options.authorities_file, "", "cannot be read as the certificates of authorities",
+            "give a PEM file with at least one"};
+  }
+  if (result_ == CURLE_SSL_CRL_BADFILE) {
+    return {g_options.revoked_file, "", "cannot be read as a list of revoked certificates",
+            "give a PEM file with at least one list"};
+  }
+  const char* const words = error_[0] ? error_ : curl_easy_strerror(result_);
+  if (result_ == CURLE_PEER_FAILED_VERIFICATION) {
+    return {url_, "", words, CertificateRemedy(easy_.get())};
+  }
+  for (const Trouble& trouble : kTroubles) {
+    if (trouble.code == result_) {
+      return {url_, "", trouble.what ? trouble.what : words, trouble.remedy};
+    }
+  }
+  return {url_, "", words, "check the line and the proxy settings"};
 }
 
-/// Asks the host until the proxy is content or the host gives up.
+/// Asks the host until the proxy is content or the host gives up; but once where no proxy is in
+/// between to take the credentials, since a server never gets them.
 int AnswerProxy(Request& request, const WebAddress& address, const ProxySetting& proxy) {
-  ProxyChallenge challenge{proxy.url, address.url};
+  ProxyChallenge challenge{"", address.url};
   for (int status = kProxyAsks;; ++challenge.attempt) {
+    challenge.proxy = request.WentToProxy() ? proxy.url : "";
+    if (challenge.proxy.empty() && challenge.attempt > 1) return status;
     ProxyCredentials credentials;
     if (!g_prompt || g_prompt->Ask(challenge, credentials) != ICredentialPrompt::kForceRetry) {
       qxMsgOut(Severity::kWarning, "IDS_QX_NET_CANCELED");
       return status;
     }
-    request.SetCredentials(credentials);
+    if (!challenge.proxy.empty()) request.SetCredentials(credentials);
     status = request.Send();
     if (status == 0) qxMsgOut(Severity::kError, "IDS_QX_NET_SEND_FAILED");
     if (status != kProxyAsks) return status;
@@ -182,7 +239,7 @@ Result<int> ProbeAddress(const CString& text) {
   if (!StartCurl()) return Failure{"", "", "libcurl cannot be started", ""};
   const Result<WebAddress> address = ReadWebAddress(text.ToUtf8());
   if (!address) return address.Error();
-  const Result<ProxySetting> proxy = ReadProxySetting(address->secure);
+  const Result<ProxySetting> proxy = PlatformProxies().For(*address);
   if (!proxy) return proxy.Error();
   Request request(*address, *proxy);
   if (request.Fault()) return *request.Fault();

@@ -24,7 +24,9 @@ struct ProbeOptions {
 
 /// A proxy asks who is there.
 struct ProxyChallenge {
-  std::string proxy;    ///< its address, without credentials
+  /// Its address, without credentials. Empty where the question came without a proxy in between:
+  /// nobody gets the answer's credentials then, and the question is put once.
+  std::string proxy;
   std::string address;  ///< that is being probed
   int attempt = 1;      ///< how often this probe has asked by now
   std::uint32_t error = 12014;
