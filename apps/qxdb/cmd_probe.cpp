@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 #include <memory>
 
+#include "qx_db/net/web_address.h"
 #include "qx_db/net/web_util.h"
 
 #include "apps/qxdb/commands.h"
@@ -17,6 +18,17 @@ struct Arguments {
   ProbeOptions options;
 };
 
+constexpr double kLeastLimitS = 0.001;
+constexpr double kMostLimitS = 3600;
+
+/// CLI11's own range admits "nan", which no comparison keeps out of it.
+std::string LimitFault(const std::string& text) {
+  double limit_s = 0;
+  const bool fits =
+      CLI::detail::lexical_cast(text, limit_s) && limit_s >= kLeastLimitS && limit_s <= kMostLimitS;
+  return fits ? "" : fmt::format("{} is no number in [{} - {}]", text, kLeastLimitS, kMostLimitS);
+}
+
 /// No answer is an answer too: it goes where a result goes.
 void Probe(const Arguments& arguments, Context& context) {
   ProbeOptions options = arguments.options;
@@ -25,12 +37,15 @@ void Probe(const Arguments& arguments, Context& context) {
   CQXWebUtil::SetOptions(options);
   const Result<int> status = CQXWebUtil::Probe(CString::FromUtf8(arguments.address));
   const bool connected = status && *status == 200;
+  // As it was probed: what is typed may hold the end of a line.
+  const Result<WebAddress> probed = ReadWebAddress(arguments.address);
+  const std::string& address = probed ? probed->url : arguments.address;
   const std::string text =
-      status ? fmt::format("{}: {} answers {}", connected ? "connected" : "not connected",
-                           arguments.address, *status)
+      status ? fmt::format("{}: {} answers {}", connected ? "connected" : "not connected", address,
+                           *status)
              : "not connected: " + status.Error().Line();
   JsonText json;
-  json.Begin().Text("address", arguments.address).Bool("connected", connected);
+  json.Begin().Text("address", address).Bool("connected", connected);
   if (status) {
     json.Integer("status", *status);
   } else {
@@ -49,7 +64,7 @@ void AddProbe(CLI::App& app, Context& context) {
                  "qxdb probe https://updates.example.com/");
   command->add_option("address", arguments->address, "http or https address")->required();
   command->add_option("--limit", arguments->limit_s, "Seconds to wait for an answer")
-      ->check(CLI::Range(0.001, 3600.0))
+      ->check(CLI::Validator(LimitFault, "in [0.001 - 3600]"))
       ->capture_default_str();
   command->add_option("--ca", arguments->options.authorities_file,
                       "PEM file of the authorities to trust instead of the platform's");

@@ -39,6 +39,27 @@ TEST_F(ProbeCommand, PrintsOneLineAndExitsByTheAnswer) {
   EXPECT_EQ(run.out, "{\"address\":\"" + address + "\",\"connected\":false,\"status\":404}\n");
 }
 
+TEST_F(ProbeCommand, PrintsOneLineWhateverIsTyped) {
+  LoopbackServer server(
+      LoopbackServer::Answering([](const std::string&) { return Response("200 OK"); }));
+  const std::string host = server.Host();
+  EXPECT_EQ(Qxdb("probe 'http://" + host + "/\n '").out,
+            "connected: http://" + host + "/ answers 200\n");
+  const Ran run = Qxdb("probe 'http://ho\x1B[2J\xC2\x9B\xE2\x80\xAE/\nend'");
+  EXPECT_EQ(run.code, 1);
+  EXPECT_EQ(run.out,
+            "not connected: http://ho%1B[2J%C2%9B%E2%80%AE/%0Aend: holds control characters; write "
+            "it as https://host/path\n");
+}
+
+TEST_F(ProbeCommand, RefusesLimitsThatAreNone) {
+  for (const char* limit : {"nan", "-nan", "inf", "0", "-1", "3601", "1e400", "2s", "''"}) {
+    const Ran run = Qxdb(std::string("probe --limit=") + limit + " http://127.0.0.1:9/");
+    EXPECT_EQ(run.code, 2) << limit;
+    EXPECT_NE(run.err.find("--limit"), std::string::npos) << run.err;
+  }
+}
+
 TEST_F(ProbeCommand, SaysWhyThereIsNoAnswer) {
   Ran run = Qxdb("probe ftp://127.0.0.1/");
   EXPECT_EQ(run.code, 1);
@@ -60,9 +81,18 @@ TEST_F(ProbeCommand, TrustsTheAuthoritiesItIsGiven) {
   Write("own.pem", net_test::Pem(authority));
   EXPECT_EQ(Qxdb("probe" + address).code, 1);
   EXPECT_EQ(Qxdb("probe --ca own.pem" + address).code, 0);
-  EXPECT_EQ(Qxdb("probe --ca missing.pem" + address).code, 1);
+  const Ran run = Qxdb("probe --ca missing.pem" + address);
+  EXPECT_EQ(run.code, 1);
+  EXPECT_EQ(run.out,
+            "not connected: missing.pem: cannot be read as the certificates of authorities; give a "
+            "PEM file with at least one\n");
   Write("revoked.pem", net_test::RevocationPem(authority, {&identity}));
-  EXPECT_EQ(Qxdb("probe --ca own.pem --crl revoked.pem" + address).code, 1);
+  const Ran revoked = Qxdb("probe --ca own.pem --crl revoked.pem" + address);
+  EXPECT_EQ(revoked.code, 1);
+  EXPECT_NE(revoked.out.find("revoked; probe a server whose certificate stands"), std::string::npos)
+      << revoked.out;
+  const Ran unread = Qxdb("probe --ca own.pem --crl missing.pem" + address);
+  EXPECT_TRUE(unread.out.starts_with("not connected: missing.pem: ")) << unread.out;
 }
 
 }  // namespace
