@@ -284,7 +284,7 @@ TEST_F(QtLists, WhatIsTypedIsCompletedInWhateverCase) {
     }
     return proposed;
   };
-  EXPECT_EQ(type("wall"), (QStringList{"East Wall", QString("WALL \u00C4")}));
+  EXPECT_EQ(type("wALL"), (QStringList{"East Wall", QString("WALL \u00C4")}));
   EXPECT_EQ(type("roo"), QStringList{"Roof"});
   EXPECT_EQ(box.currentText(), "roo");
   QTest::keyClick(box.completer()->popup(), Qt::Key_Down);
