@@ -297,5 +297,19 @@ TEST_F(Proxy, BehindTlsIsForgivenNothing) {
   EXPECT_FALSE(asked);
 }
 
+TEST_F(Proxy, BehindTlsIsJudgedByTheAuthoritiesGiven) {
+  const ScratchFolder folder;
+  const Identity authority = Issue({.name = "Own", .authority = true});
+  const Identity identity = Issue({.issuer = &authority});
+  LoopbackServer proxy(LoopbackServer::AnsweringSecurely(identity, Response("200 OK")));
+  setenv("http_proxy", ("https://" + proxy.Host()).c_str(), 1);
+  EXPECT_EQ(Connected("http://far.test/"), 0);
+  std::ofstream(folder.Path("own.pem")) << Pem(authority);
+  ProbeOptions options = CQXWebUtil::Options();
+  options.authorities_file = folder.Path("own.pem");
+  CQXWebUtil::SetOptions(options);
+  EXPECT_EQ(Connected("http://far.test/"), 1);
+}
+
 }  // namespace
 }  // namespace qx::net_test

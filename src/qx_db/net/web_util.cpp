@@ -126,7 +126,7 @@ Request::Request(const WebAddress& address, const ProxySetting& proxy)
   Set(CURLOPT_HEADERDATA, static_cast<void*>(this));
   Set<curl_write_callback>(CURLOPT_WRITEFUNCTION, on_body);
   Set(CURLOPT_WRITEDATA, static_cast<void*>(this));
-  if (address.secure) Secure(proxy);
+  if (address.secure || proxy.secure) Secure(proxy);
 }
 
 void Request::Secure(const ProxySetting& proxy) {
