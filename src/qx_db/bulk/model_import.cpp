@@ -62,13 +62,41 @@ class FaultList {
   std::string text_;
 };
 
+/// Answers for many keys whether a pool has them.
+class KeysOf {
+ public:
+  explicit KeysOf(const DPoolBase* pool) : pool_(pool) {
+    if (!pool || pool->GetSize() == 0) return;
+    const KeyedSetBase& set = pool->Set();
+    low_ = set.GetMinKey();
+    high_ = set.GetMaxKey();
+    // Without gaps, as models mostly are, the bounds tell.
+    dense_ = !set.MayShareKeys() && std::int64_t{high_} - low_ + 1 == set.GetSize();
+  }
+  bool Has(Key key) const {
+    return dense_ ? key >= low_ && key <= high_ : !pool_ || pool_->Find(key) != 0;
+  }
+
+ private:
+  const DPoolBase* pool_;
+  Key low_ = 0, high_ = 0;
+  bool dense_ = false;
+};
+
 void FindMissing(const CQXDBSession& records, const DPoolBase& pool, FaultList& faults) {
+  if (pool.GetSchema().References().empty()) return;
+  std::map<std::uint16_t, KeysOf> targets;
+  std::uint16_t last_type = 0;
+  const KeysOf* last = nullptr;
   for (ITR pos = pool.GetHeadPosition(); pos; pool.Next(pos)) {
     TStructBase& record = *KeyedSetBase::RecordAt(pos);
     ForEachReference(pool.GetSchema(), record, [&](const Row& row, const char* slot) {
       const auto key = LoadAt<Key>(slot);
-      const DPoolBase* target = records.GetDataPool(row.target);
-      if (key == 0 || !target || target->Find(key)) return;
+      if (!last || row.target != last_type) {
+        last_type = row.target;
+        last = &targets.try_emplace(last_type, records.GetDataPool(last_type)).first->second;
+      }
+      if (key == 0 || last->Has(key)) return;
       faults.Add(fmt::format("{} {} {} names {} {}", TableOf(records, pool.GetTypeCode()),
                              record.GetKey(), Utf8(row.name), TableOf(records, row.target), key));
     });
@@ -115,6 +143,7 @@ struct Lane {
   std::vector<ITR> position;  // by slot outside: where it came to
   ITR first;                  // the record with which every model begins, as new; 0 for none
   std::int64_t overwritten = 0;
+  std::vector<std::pair<Key, Key>> keys = {};  // outside, and here
   ITR joined = 0;  // item outside for which the model's default record stands
 
   bool Choose(ITR item) {
@@ -127,7 +156,11 @@ struct Lane {
   /// References to it are as loose as those to what was never chosen.
   void Leave(ITR item) { marks[from->Set().SlotOf(item)] = false; }
   bool IsChosen(ITR item) const { return marks[from->Set().SlotOf(item)]; }
-  ITR& PositionOf(ITR item) { return position[from->Set().SlotOf(item)]; }
+  ITR PositionOf(ITR item) const { return position[from->Set().SlotOf(item)]; }
+  void Came(ITR item, ITR to_pos) {
+    position[from->Set().SlotOf(item)] = to_pos;
+    keys.emplace_back(KeyOf(item), KeyOf(to_pos));
+  }
   Key DefaultKey() const { return first ? KeyOf(first) : 0; }
 };
 
@@ -154,17 +187,10 @@ class Importer {
   Result<ImportReport> Run() {
     if (Outcome chosen = Choose(); !chosen) return chosen.Error();
     Outcome done = Transfer();
-    for (auto& [type, lane] : lanes_) lane.to->RemoveAllExtDB();
     if (!done) return done.Error();
     for (auto& [type, lane] : lanes_) {
       if (lane.chosen.empty()) continue;
-      ImportReport::Pool entry{type, lane.overwritten, lane.joined != 0, {}};
-      entry.keys.reserve(lane.chosen.size());
-      for (const ITR item : lane.chosen) {
-        const ITR pos = lane.PositionOf(item);
-        if (pos) entry.keys.emplace_back(KeyOf(item), KeyOf(pos));
-      }
-      report_.pools.push_back(std::move(entry));
+      report_.pools.push_back({type, lane.overwritten, lane.joined != 0, std::move(lane.keys)});
     }
     return std::move(report_);
   }
@@ -241,16 +267,12 @@ class Importer {
 
   Outcome Transfer() {
     for (Lane* lane : InOrder()) {
-      // All go into the external store before the first leaves it: a record that has left carries
-      // its new key there, which may be the key of another.
-      lane->to->SetExtHashSize(static_cast<std::int32_t>(lane->chosen.size()));
-      std::vector<ITR> outside;
-      outside.reserve(lane->chosen.size());
+      KeyedSetBase& to = lane->to->Set();
+      const auto size = to.GetSize() + static_cast<std::int32_t>(lane->chosen.size());
+      if (size > to.HashSize()) to.SetHashSize(size);  // once, not by doubling
+      lane->keys.reserve(lane->chosen.size());
       for (const ITR item : lane->chosen) {
-        outside.push_back(lane->store->InsertNUExtDB(KeyedSetBase::RecordAt(item)));
-      }
-      for (std::size_t i = 0; i < outside.size(); ++i) {
-        if (Outcome done = TransferRecord(*lane, lane->chosen[i], outside[i]); !done) return done;
+        if (Outcome done = TransferRecord(*lane, item); !done) return done;
       }
     }
     for (const auto& [lane, item] : std::exchange(deferred_, {})) {
@@ -299,7 +321,7 @@ class Importer {
     return order;
   }
 
-  Outcome TransferRecord(Lane& lane, ITR item, ITR outside) {
+  Outcome TransferRecord(Lane& lane, ITR item) {
     waits_ = false;
     belongs_nowhere_ = false;
     TStructBase* record = Prepared(lane, item, true);
@@ -313,12 +335,11 @@ class Importer {
     const bool is_default = lane.first && record->GetKey() == lane.DefaultKey();
     if (!keep && is_default && IsModelsOwn(lane, item, *record)) return Join(lane, item, *record);
     const bool overwrites = keep && lane.to->Find(record->GetKey());
-    const bool ready = lane.store->SetAtNUExtDB(outside, record) != 0;
     const Key wanted = is_default ? lane.DefaultKey() : KeyBesideDefault(lane);
-    const ITR pos = ready ? lane.store->TransferToDB(outside, keep, wanted) : 0;
+    const ITR pos = lane.store->BringToDB(*record, keep, wanted);
     if (!pos) return Refused(lane, item);
     lane.overwritten += overwrites;
-    lane.PositionOf(item) = pos;
+    lane.Came(item, pos);
     if (waits_) deferred_.emplace_back(&lane, item);
     return {};
   }
@@ -349,7 +370,7 @@ class Importer {
   /// Lets the model's own record stand for one from outside, and list what that lists.
   Outcome Join(Lane& lane, ITR item, const TStructBase& record) {
     ITR own = lane.to->Find(record.GetKey());
-    lane.PositionOf(item) = own;
+    lane.Came(item, own);
     lane.joined = item;
     std::vector<std::pair<const Row*, TArray<ITR>>> lists;
     for (const Row* row : lane.to->GetSchema().References()) {

@@ -31,6 +31,8 @@ class IExternalStore {
   /// With `keep_key` 0 it receives `key` when that is positive and free, otherwise a new key.
   /// Otherwise it keeps its own, and overwrites the pool's record of that key.
   virtual ITR TransferToDB(ITR item, int keep_key, Key key) = 0;
+  /// The same for a record that is in no external store, by who knows itself what came where.
+  virtual ITR BringToDB(const TStructBase& record, int keep_key, Key key) = 0;
   /// The record at a position of the external store.
   virtual TStructBase& ExternalAt(ITR item) = 0;
   /// Gives records that came from outside, at `items` in the pool, names of their own where the
@@ -63,6 +65,7 @@ class QXDB_API DPoolExtDB : public DPool<T>, public IExternalStore {
   }
   ITR FindExtDB(Key key, int& external) const override;
   ITR TransferToDB(ITR item, int keep_key, Key key) override;
+  ITR BringToDB(const TStructBase& record, int keep_key, Key key) override;
   /// Transfers those of the keys that have not been; every key must be in one of the stores. 0 at
   /// the first transfer that fails.
   int Private_Import(const TArray<Key>& keys, int keep_key, Key key);
@@ -103,6 +106,11 @@ class QXDB_API DPoolExtDB : public DPool<T>, public IExternalStore {
     return undone ? 0 : found->second;
   }
   void ForgetLost() const;
+  /// `key` when it is positive and free, otherwise a new one.
+  Key FreeKey(Key key) {
+    if (this->IsEmpty()) this->ResetMinMaxKey();
+    return key > 0 && !this->Find(key) ? key : this->GetNewKey();
+  }
 
   std::unique_ptr<External> outside_;
 };
@@ -179,11 +187,7 @@ ITR DPoolExtDB<T>::TransferToDB(ITR item, int keep_key, Key key) {
   }
   T record = outside.store.GetAtNU(item);
   ITR pos = keep_key ? this->Find(own) : 0;
-  Key target = own;
-  if (!keep_key) {
-    if (this->IsEmpty()) this->ResetMinMaxKey();
-    target = key > 0 && !this->Find(key) ? key : this->GetNewKey();
-  }
+  const Key target = keep_key ? own : FreeKey(key);
   if (pos) {
     const T former = this->GetAtNU(pos);
     if (!this->SetAtNU(pos, record)) return 0;
@@ -204,6 +208,20 @@ ITR DPoolExtDB<T>::TransferToDB(ITR item, int keep_key, Key key) {
   outside.transfer_map.emplace_hint(outside.transfer_map.end(), target, pos);
   KeyedSetBase::SetState(item, KeyedSetBase::StateOf(item) | kTransferredBit);
   return pos;
+}
+
+template <class T>
+ITR DPoolExtDB<T>::BringToDB(const TStructBase& outside, int keep_key, Key key) {
+  // Of its own, since `outside` may be the pool's scratch record; one for all, for its arrays'
+  // room.
+  thread_local T record;
+  record = static_cast<const T&>(outside);
+  if (!keep_key) {
+    record.key = FreeKey(key);
+  } else if (const ITR pos = this->Find(record.GetKey())) {
+    return this->SetAtNU(pos, record) ? pos : 0;
+  }
+  return this->InsertNU(record);
 }
 
 template <class T>
