@@ -193,7 +193,7 @@ TEST_F(Probe, SaysWhyThereIsNoAnswer) {
       {"220 smtp here\r\n\r\n", "answers, but not as a web server does"},
   };
   for (const auto& [answer, expected] : kAnswers) {
-    LoopbackServer server([&](Connection& to) {
+    LoopbackServer server([answer = answer](Connection& to) {
       to.ReadHeader();
       to.Write(answer);
     });
