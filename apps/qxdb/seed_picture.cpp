@@ -146,8 +146,14 @@ void DrawLabel(const SeedPreview& preview, int edge, const std::vector<CadPoint>
   const Flat a = project(points[points.size() / 3]);
   const Flat b = project(points[points.size() / 3 + 1]);
   const double t = points.size() == 2 ? 0.36 : 0;
-  out += fmt::format("<text x=\"{:.1f}\" y=\"{:.1f}\">{}</text>\n", a.x + t * (b.x - a.x) + 6,
-                     a.y + t * (b.y - a.y) - 6, text);
+  // Beside the line, above it unless it is upright.
+  const double length = std::max(std::hypot(b.x - a.x, b.y - a.y), 1e-300);
+  Flat beside{(b.y - a.y) / length, (a.x - b.x) / length};
+  if (beside.y > 1e-6 || (beside.y > -1e-6 && beside.x < 0)) beside = {-beside.x, -beside.y};
+  const char* anchor = beside.x > 0.3 ? "start" : beside.x < -0.3 ? "end" : "middle";
+  out += fmt::format("<text text-anchor=\"{}\" x=\"{:.1f}\" y=\"{:.1f}\">{}</text>\n", anchor,
+                     a.x + t * (b.x - a.x) + 10 * beside.x, a.y + t * (b.y - a.y) + 10 * beside.y + 4,
+                     text);
 }
 
 /// What the colours mean of those that are in the picture.
@@ -177,7 +183,8 @@ std::string SeedPicture(const SeedPreview& preview) {
   std::string out = fmt::format(
       "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"{0}\" height=\"{1}\" "
       "viewBox=\"0 0 {0} {1}\">\n<style>polyline,line{{fill:none;stroke-width:1.6}} "
-      "text{{font:12px sans-serif;fill:#3c4043}} .arrow{{fill:{2}}}",
+      "text{{font:12px sans-serif;fill:#3c4043;stroke:#fff;stroke-width:3;paint-order:stroke}} "
+      ".arrow{{fill:{2}}}",
       kWidth, height, kReversed.color);
   for (const Style* style : kStyles) {
     out += fmt::format(" .{0}{{stroke:{1}}} circle.{0}{{fill:{1};stroke:#fff;stroke-width:0.6}}",
@@ -185,6 +192,7 @@ std::string SeedPicture(const SeedPreview& preview) {
   }
   out += "</style>\n<rect width=\"100%\" height=\"100%\" fill=\"#fff\"/>\n";
   constexpr std::size_t kMostLabels = 80;
+  std::string labels;  // over the curves
   std::set<const Style*> used;
   for (const auto& [edge, points] : curves) {
     if (points.empty()) continue;
@@ -203,8 +211,9 @@ std::string SeedPicture(const SeedPreview& preview) {
       }
       if (preview.sources.at(edge).reversed) DrawArrow(preview, edge, project, out);
     }
-    if (curves.size() <= kMostLabels) DrawLabel(preview, edge, points, project, out);
+    if (curves.size() <= kMostLabels) DrawLabel(preview, edge, points, project, labels);
   }
+  out += labels;
   DrawLegend(project.Height() + kLegend / 3, used, out);
   return out + "</svg>\n";
 }
