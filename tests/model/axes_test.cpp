@@ -45,6 +45,8 @@ const Vector3 kX(1, 0, 0);
 const Vector3 kY(0, 1, 0);
 const Vector3 kZ(0, 0, 1);
 const double kS = std::sqrt(0.5);
+const double kSteep = std::sqrt(0.9999);
+const double kLong = std::sqrt(40001.0);
 
 // ---- line elements ------------------------------------------------------------------------------
 
@@ -80,6 +82,20 @@ const LineCase kLines[] = {
     {"column down", Edition::kGeneral, {0, 0, -3}, kBeta, {0, 0, 0}, false, {-kZ, kY, kX}},
     {"beam, 90", Edition::kGeneral, {3, 0, 0}, kBeta, {90, 0, 0}, false, {kX, kZ, -kY}},
     {"column, 90", Edition::kGeneral, {0, 0, 3}, kBeta, {90, 0, 0}, false, {kZ, kX, kY}},
+    {"leaning by exactly 1 to 100",
+     Edition::kGeneral,
+     {1, 0, std::sqrt(9999.0)},
+     kBeta,
+     {},
+     false,
+     {{0.01, 0, kSteep}, kY, {-kSteep, 0, 0.01}}},
+    {"steeper",
+     Edition::kGeneral,
+     {1, 0, 200},
+     kBeta,
+     {},
+     false,
+     {{1 / kLong, 0, 200 / kLong}, -kY, {200 / kLong, 0, -1 / kLong}}},
     {"beam, 45",
      Edition::kGeneral,
      {3, 0, 0},
@@ -398,6 +414,29 @@ TEST(PlaneAxes, MeasureAnglesAgainstTheNormal) {
   const double to[3] = {-1, 0, 3};
   ASSERT_EQ(m.elements.Calc2DElemVectorAngle(element, from, to, angle), 1);
   EXPECT_NEAR(angle, 90, 1e-12);
+}
+
+RC_GTEST_PROP(PlaneAxes, TurnWithTheElement, ()) {
+  std::vector<Vector3> corners(*rc::gen::inRange<std::size_t>(3, 5));
+  for (Vector3& p : corners) p = RandomVector();
+  const Vector3 along = RandomVector();
+  Vector3 axis = RandomVector();
+  Triad still[2];
+  RC_PRE(Normalize(axis) && PlaneAxes(corners, still[0]) && PlaneAxes(corners, along, still[1]));
+  RC_PRE(std::abs(Dot(along, still[1].z)) < 0.99 * Length(along));
+  const double angle = *rc::gen::inRange(-360, 361) + 0.5;
+  std::vector<Vector3> moved;
+  for (const Vector3& p : corners) moved.push_back(Rotated(p, axis, angle));
+  Triad turned[2];
+  RC_ASSERT(PlaneAxes(moved, turned[0]) &&
+            PlaneAxes(moved, Rotated(along, axis, angle), turned[1]));
+  for (int i = 0; i < 2; ++i) {
+    Axes axes;
+    still[i].CopyTo(axes);
+    ExpectOrthonormal(axes);
+    RC_ASSERT(Distance(Rotated(still[i].x, axis, angle), turned[i].x) < 1e-9);
+    RC_ASSERT(Distance(Rotated(still[i].z, axis, angle), turned[i].z) < 1e-9);
+  }
 }
 
 // ---- special elements ---------------------------------------------------------------------------

@@ -196,6 +196,51 @@ TEST(CoordinateSystem, HasADefault) {
   EXPECT_EQ(frame.axes.z, kZ);
 }
 
+TEST(CoordinateSystem, KeepsTheDefaultAsItIs) {
+  MeshModel m;
+  EXPECT_EQ(m.Step([&] { m.Keyed<tagTCord>(9); }), 1) << "a model without one";
+  m.systems.AddDefault();
+  m.systems.GetAtNU(m.systems.GetDefaultItr()).origin.x = 1;  // as a file may bring it
+  EXPECT_EQ(m.Step([&] { m.systems.Remove(m.systems.Find(9)); }), 1) << "blocks no other step";
+  m.systems.GetAtNU(m.systems.GetDefaultItr()).origin.x = 0;
+  const ITR global = m.systems.GetDefaultItr();
+  const auto changed = [&](auto&& change) {
+    tagTCord record = m.systems.GetAtNU(global);
+    change(record);
+    return [&m, global, record] { m.systems.SetAtNU(global, record); };
+  };
+  const struct {
+    const char* what;
+    std::function<void()> edit;
+    bool good;
+  } cases[] = {
+      {"renamed", changed([](tagTCord& r) { r.name.Set(u"World"); }), true},
+      {"the same by angles", changed([](tagTCord& r) { r.method = tagTCord::kByAngles; }), true},
+      {"the same by other points", changed([](tagTCord& r) { r.axis_point.x = 7; }), true},
+      {"moved", changed([](tagTCord& r) { r.origin.z = 1; }), false},
+      {"turned", changed([](tagTCord& r) { r.plane = 1; }), false},
+      {"degenerate", changed([](tagTCord& r) { r.axis_point.x = 0; }), false},
+      {"cylindrical", changed([](tagTCord& r) { r.type = tagTCord::kCylindrical; }), false},
+      {"renumbered", changed([](tagTCord& r) { r.key = 5; }), false},
+      {"removed", [&] { m.systems.Remove(global); }, false},
+      {"removed and made anew",
+       [&] {
+         m.systems.Remove(global);
+         m.systems.AddDefault();
+       },
+       true},
+  };
+  const std::uint64_t before = m.session.StateHash();
+  for (const auto& c : cases) {
+    const Listening sink;
+    EXPECT_EQ(m.Step(c.edit), c.good) << c.what;
+    const std::vector<std::string> refusal = {"IDS_QX_DB_CORD_DEFAULT 1"};
+    EXPECT_EQ(sink.heard, c.good ? std::vector<std::string>() : refusal) << c.what;
+    if (c.good) m.session.Undo();
+    EXPECT_EQ(m.session.StateHash(), before) << c.what;
+  }
+}
+
 TEST(MeshCoordinateSystem, IsThatOfTheLastSetWithTheNode) {
   MeshModel m;
   auto& assignments = Pool<tagTMeshCsys>(m.session);

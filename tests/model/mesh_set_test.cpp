@@ -155,6 +155,12 @@ TEST_F(MeshSets, ColoursRepeatAfterThirtySix) {
   const auto first = std::find(colors.begin(), colors.end(), 0xF2A6CA);
   EXPECT_EQ(first[1], 0xE8A200);
   EXPECT_EQ(first[35], 0xFFA0D4);
+  // A new set does not look like one that is there, wherever the counter stands.
+  ITR sets[2] = {};
+  ASSERT_TRUE(sets_.TR_Add(u"one", 0, sets[0]));
+  for (int i = 0; i < 35; ++i) DPoolMset::GetNewColor();
+  ASSERT_TRUE(sets_.TR_Add(u"two", 0, sets[1]));
+  EXPECT_NE(+sets_.GetAtNU(sets[0]).color, +sets_.GetAtNU(sets[1]).color);
 }
 
 TEST_F(MeshSets, NamesAreRefusedWithAReason) {

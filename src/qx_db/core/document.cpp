@@ -1,5 +1,7 @@
 #include "qx_db/core/document.h"
 
+#include "qx_db/core/transaction.h"
+#include "qx_db/lib/message.h"
 #include "qx_db/platform/file.h"
 
 namespace qx {
@@ -65,6 +67,13 @@ Outcome CQXDocBase::OpenForEditing(const std::string& path, const DurabilityOpti
   keeper_->GoOn(continuation);
   if (report) report->stale_lock = keeper_->StaleLock();
   return {};
+}
+
+int CQXDocBase::Activate() {
+  CTransaction step(&session_);
+  if (!step.Begin(qxLoadText("IDS_QX_TRANS_ACTIVATE").c_str())) return 0;
+  for (DPoolBase* pool : session_.Pools()) pool->OnAfterActive(0, nullptr);
+  return step.Commit();
 }
 
 Outcome CQXDocBase::Save() {

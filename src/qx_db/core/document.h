@@ -38,6 +38,10 @@ class QXDB_API CQXDocBase {
   /// The same, with the right to write: refused while another document has it. Keeps the steps.
   Outcome OpenForEditing(const std::string& path, const DurabilityOptions& options = {},
                          ModelFileReport* report = nullptr);
+  /// For a model that becomes the one worked on: lets its pools bring in line what a file may have
+  /// left open (DPoolBase::OnAfterActive), as one step that can be undone. A model in line is left
+  /// as it is, without a step. 0, changing nothing, when a pool refuses.
+  int Activate();
   /// Saves to the document's path; fails when it has none, or when the file there was changed since
   /// it was opened. The history goes with the model, within its limits; steps that were kept in the
   /// file are folded in.

@@ -1,6 +1,7 @@
 #include "qx_db/model/coordinate_pool.h"
 
 #include <array>
+#include <set>
 
 #include "qx_db/core/session.h"
 #include "qx_db/lib/message.h"
@@ -178,6 +179,7 @@ bool DPoolCord::GetAxesAt(const tagTCord& system, const Vector3& point, Triad& a
     axes.y = Rotated(frame.axes.y, frame.axes.z, at.y);
     return true;
   }
+  if (system.type != tagTCord::kSpherical) return false;
   const Vector3 outward = Rotated(frame.axes.x, frame.axes.z, at.z);
   const Vector3 along_phi = Cross(frame.axes.z, outward);
   axes.x = Rotated(frame.axes.z, along_phi, at.y);
@@ -205,6 +207,7 @@ bool DPoolCord::FromGlobal(ITR system, const Vector3& point, Vector3& coordinate
 // ---- rules --------------------------------------------------------------------------------------
 
 int DPoolCord::SetAtNU(ITR pos, const tagTCord& record) {
+  if (!IsLive(pos)) return 0;
   std::int32_t steps = 0;
   for (ITR at = record.reference; at; at = GetAtNU(at).reference) {
     if (at == pos || ++steps > GetSize()) {
@@ -217,7 +220,49 @@ int DPoolCord::SetAtNU(ITR pos, const tagTCord& record) {
   return DPool::SetAtNU(pos, record);
 }
 
+namespace {
+
+bool IsGlobal(const DPoolCord& systems, ITR system) {
+  const tagTCord& record = systems.GetAtNU(system);
+  Frame frame;
+  if (record.type != tagTCord::kRectangular || record.reference != 0) return false;
+  if (!systems.GetFrame(record, frame)) return false;
+  const Frame global;
+  const auto is_near = [](const Vector3& a, const Vector3& b) { return Distance(a, b) <= 1e-12; };
+  return is_near(frame.origin, global.origin) && is_near(frame.axes.x, global.axes.x) &&
+         is_near(frame.axes.y, global.axes.y);
+}
+
+}  // namespace
+
+/// Whether the open step leaves the default system as the global one. One that a file brought
+/// otherwise, and that the step does not touch, does not block it.
+bool DPoolCord::KeepsDefault() const {
+  const ITR now = GetDefaultItr();
+  const Step& step = GetSession()->History().Current();
+  std::set<ITR> inserted;
+  for (const Change& change : step.changes) {
+    if (change.type != code::kCord) continue;
+    const ITR item = change.item;  // out of the packed notice
+    if (now != 0) {
+      if (item == now) return IsGlobal(*this, now);
+      continue;
+    }
+    if (change.operation == tagTRNotify::kInserted) inserted.insert(item);
+    if (inserted.contains(item)) continue;
+    const Key key = change.operation == tagTRNotify::kRemoved
+                        ? KeyOf(item)
+                        : LoadAt<Key>(step.bytes.data() + step.images[change.list_epoch].before);
+    if (key == kDefaultKey) return false;
+  }
+  return true;
+}
+
 int DPoolCord::ProcessRelation() {
+  if (ChangeFlags() && !KeepsDefault()) {
+    qxMsgOut(Severity::kRefusal, "IDS_QX_DB_CORD_DEFAULT", {std::to_string(kDefaultKey)});
+    return 0;
+  }
   if (!HasChanged(kRemovedFlag)) return 1;
   for (ITR pos = GetHeadPosition(); pos; Next(pos)) {
     const tagTCord& system = GetAtNU(pos);

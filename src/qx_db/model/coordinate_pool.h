@@ -28,7 +28,8 @@ class QXDB_API DPoolCord : public DPoolPlain<tagTCord> {
 
   // ---- the default system -----------------------------------------------------------------------
 
-  /// Key of the default system, the global rectangular one.
+  /// Key of the default system, the global rectangular one. Orientations without a system and
+  /// nodes in "system 1" count on its being that.
   static constexpr Key kDefaultKey = 1;
   /// Creates the default system unless key 1 is taken. Returns 1.
   int AddDefault() override;
@@ -49,7 +50,8 @@ class QXDB_API DPoolCord : public DPoolPlain<tagTCord> {
 
   /// The axes in which components count at a point: those of a rectangular system; radial,
   /// tangential and axial in a cylindrical one; radial, along theta and along phi in a spherical
-  /// one. On the axis of the latter two, where no direction is radial, those for angle 0.
+  /// one. On the axis of the latter two, where no direction is radial, those for angle 0. False for
+  /// a type that is none of the three.
   bool GetAxesAt(const tagTCord& system, const Vector3& point, Triad& axes) const;
 
   /// A point given in the coordinates of a system, in global ones, and back.
@@ -65,9 +67,12 @@ class QXDB_API DPoolCord : public DPoolPlain<tagTCord> {
 
   /// Refuses, with IDS_QX_DB_CORD_REFERENCED (keys of the removed system and of one given in it),
   /// to remove a system in which a remaining one is given: that one would jump to another place.
+  /// And, with IDS_QX_DB_CORD_DEFAULT (its key), a step that removes the default system, or makes it
+  /// any but the global rectangular one; its name is free.
   int ProcessRelation() override;
 
  private:
+  bool KeepsDefault() const;
   bool Chain(const tagTCord& system, std::vector<const tagTCord*>& chain) const;
 };
 

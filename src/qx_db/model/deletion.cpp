@@ -4,6 +4,7 @@
 #include <unordered_set>
 
 #include "qx_db/core/transaction.h"
+#include "qx_db/gateway/document.h"
 #include "qx_db/lib/message.h"
 #include "qx_db/model/reference_index.h"
 #include "qx_db/record/verbs.h"
@@ -162,6 +163,10 @@ class Closure {
 
   void FindBlockers() {
     const auto key = [](ITR item) { return std::to_string(KeyOf(item)); };
+    const ITR global = Pool<tagTCord>(session_).GetDefaultItr();
+    if (removed_.contains(global)) {
+      result_.blockers.push_back({"IDS_QX_DB_CORD_DEFAULT", {key(global)}});
+    }
     for (const Consequence& one : refusing_) {
       if (removed_.contains(one.item)) continue;
       result_.blockers.push_back({"IDS_QX_DB_CORD_REFERENCED", {key(one.cause), key(one.item)}});
@@ -212,12 +217,7 @@ DeletionPreview PreviewDeletion(const CQXDBSession& session, std::uint16_t type,
   return closure.Finish();
 }
 
-int DeleteRecords(CQXDBSession& session, std::uint16_t type, std::span<const ITR> items) {
-  if (type == code::kMset) {
-    TArray<ITR> sets;
-    sets.Assign(items.data(), items.size());
-    return Pool<tagTMset>(session).TR_Del(sets);
-  }
+int CheckDeletion(const CQXDBSession& session, std::uint16_t type, std::span<const ITR> items) {
   const DeletionPreview preview = PreviewDeletion(session, type, items);
   const auto set_of = [&](std::uint16_t of) {
     const std::vector<ITR> removed = preview.Removed(of);
@@ -225,10 +225,17 @@ int DeleteRecords(CQXDBSession& session, std::uint16_t type, std::span<const ITR
   };
   const std::unordered_set<ITR> elements = set_of(code::kElem);
   const std::unordered_set<ITR> nodes = set_of(code::kNode);
-  if (!Pool<tagTEcrd>(session).CheckRelation([&](ITR item) { return elements.contains(item); },
-                                             [&](ITR item) { return nodes.contains(item); })) {
-    return 0;
+  return Pool<tagTEcrd>(session).CheckRelation([&](ITR item) { return elements.contains(item); },
+                                               [&](ITR item) { return nodes.contains(item); });
+}
+
+int DeleteRecords(CQXDBSession& session, std::uint16_t type, std::span<const ITR> items) {
+  if (type == code::kMset) {
+    TArray<ITR> sets;
+    sets.Assign(items.data(), items.size());
+    return Pool<tagTMset>(session).TR_Del(sets);
   }
+  if (!CheckDeletion(session, type, items)) return 0;
   CTransaction transaction(&session);
   if (!transaction.Begin(qxLoadText("IDS_QX_TRANS_DELETE").c_str())) return 0;
   DPoolBase& pool = *session.GetDataPool(type);
@@ -238,6 +245,20 @@ int DeleteRecords(CQXDBSession& session, std::uint16_t type, std::span<const ITR
     if (!pool.Remove(item)) return 0;
   }
   return transaction.Commit();
+}
+
+// Here, because a deletion of nodes is judged by all that would follow from it.
+bool DPoolNode::ReadAPI(dbgateway::DataBase* from, int remove) {
+  const std::string name = "__CMD_DEL_" + GetAPIName().ToUtf8();
+  const auto table = from->FindCollection(name);
+  if (!remove || !table || !GetSession() || !GetSession()->GetDataPool(code::kEcrd)) {
+    return DPoolPlain::ReadAPI(from, remove);
+  }
+  std::vector<ITR> listed;
+  table->ForEachValue([&](const dbgateway::Field& key) { listed.push_back(Find(key.Integer())); });
+  if (CheckDeletion(*GetSession(), code::kNode, listed)) return DPoolPlain::ReadAPI(from, remove);
+  from->Tell({name, 0, "", "was refused by the model"});
+  return false;
 }
 
 std::vector<Use> WhereUsed(const CQXDBSession& session, std::uint16_t type, ITR item) {

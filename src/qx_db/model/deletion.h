@@ -53,6 +53,11 @@ struct QXDB_API DeletionPreview {
 QXDB_API DeletionPreview PreviewDeletion(const CQXDBSession& session, std::uint16_t type,
                                          std::span<const ITR> items);
 
+/// Whether the orientations of the elements that stay allow a deletion: 0, with a message, where it
+/// takes the reference node of one.
+QXDB_API int CheckDeletion(const CQXDBSession& session, std::uint16_t type,
+                           std::span<const ITR> items);
+
 /// Deletes records with their consequences as one step; mesh sets together with those of their
 /// nodes and elements that no other set holds. 0, with a message and nothing changed, when a rule
 /// refuses.

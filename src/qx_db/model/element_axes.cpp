@@ -93,7 +93,7 @@ int Give(bool done, const Triad& axes, double out[3][3]) {
 
 bool DPoolElem::IsPositionOf(const tagTElem& element, int index, Vector3& p) const {
   const ITR node = element.nodes[index];
-  if (node == 0 || KeyedSetBase::IsRemoved(node)) return false;
+  if (!IsLive(node)) return false;
   p = Nodes().Position(node);
   return true;
 }
@@ -114,7 +114,7 @@ Corners DPoolElem::CornersOf(const tagTElem& element) const {
 }
 
 int DPoolElem::GetElemLocalVector(ITR pos, double axes[3][3]) const {
-  if (pos != 0 && !KeyedSetBase::IsRemoved(pos)) return GetElemLocalVector(GetAtNU(pos), axes);
+  if (IsLive(pos)) return GetElemLocalVector(GetAtNU(pos), axes);
   Triad{{}, {}, {}}.CopyTo(axes);
   return 0;
 }
@@ -168,7 +168,7 @@ int DPoolElem::Calc1DElemLocalVector(const tagTElem& element, const tagTEcrd& or
 
 int DPoolElem::Calc1DElemLocalVector(const double p1[3], const double p2[3], ITR reference_node,
                                      double axes[3][3]) const {
-  if (reference_node == 0 || KeyedSetBase::IsRemoved(reference_node)) return 0;
+  if (!IsLive(reference_node)) return 0;
   const Vector3 a(p1);
   const Vector3 d = Vector3(p2) - a;
   if (!(Length(d) >= kShortestElement)) return 0;
@@ -216,7 +216,7 @@ int DPoolElem::IsValidEcrd(const tagTElem& element, const tagTEcrd& orientation)
   if (!EndsOf(element, p1, p2)) return refuse(by_node ? kOnLine : kParallel);
   if (by_node) {
     const ITR node = orientation.reference_node;
-    if (node == 0 || KeyedSetBase::IsRemoved(node)) return refuse(kOnLine);
+    if (!IsLive(node)) return refuse(kOnLine);
     // Written so that a number that is none is refused as well.
     const double distance = DistanceToLine(Nodes().Position(node), p1, p2 - p1);
     return distance >= 1e-7 ? 1 : refuse(kOnLine);
@@ -229,7 +229,7 @@ int DPoolElem::IsValidEcrd(const tagTElem& element, const tagTEcrd& orientation)
 }
 
 int DPoolElem::Get1DElemCord(ITR pos, tagTCord& out) const {
-  if (pos == 0) return 0;
+  if (!IsLive(pos)) return 0;
   const tagTElem& element = GetAtNU(pos);
   tagTEcrd orientation;
   if ((element.type != 2 && element.type != 3) || !GetElemCSys(pos, orientation)) return 0;
@@ -295,17 +295,18 @@ int DPoolElem::GetElemCenter(const tagTElem& element, double center[3]) const {
 }
 
 int DPoolElem::GetElemCenter(ITR pos, double center[3]) const {
-  return pos != 0 && !KeyedSetBase::IsRemoved(pos) && GetElemCenter(GetAtNU(pos), center);
+  return IsLive(pos) && GetElemCenter(GetAtNU(pos), center);
 }
 
 int DPoolElem::GetElemAxisByNodalCSys(ITR node, double v[3]) const {
   auto* assignments = GetSession()->GetPool<DPoolMeshCsys>(code::kMeshCsys);
-  const ITR system = assignments ? assignments->GetNodeCSysItr(node) : 0;
+  const ITR system = assignments && IsLive(node) ? assignments->GetNodeCSysItr(node) : 0;
   if (system == 0) return 0;
   const auto* systems = GetSession()->GetPool<DPoolCord>(code::kCord);
   const tagTCord& record = systems->GetAtNU(system);
   if (record.key == DPoolCord::kDefaultKey) return 1;
   // Node and system in the same units: directions do not depend on which, so they stay as stored.
+  // They do depend on the place, where the system is not rectangular.
   Triad axes;
   if (!systems->GetAxesAt(record, Nodes().Position(node), axes)) return 0;
   axes.ToLocal(Vector3(v)).CopyTo(v);

@@ -11,7 +11,10 @@
 namespace qx {
 namespace {
 
-bool IsLine(const tagTElem& element) { return element.type == 2 || element.type == 3; }
+/// Whether an element is one of those that are told apart: a line element that has a property.
+bool IsLineOfAProperty(const tagTElem& element) {
+  return (element.type == 2 || element.type == 3) && IsLive(element.property);
+}
 
 /// The copies made of nodes, one a property.
 class NodeCopies {
@@ -49,7 +52,7 @@ Sharing FindShared(const DPoolElem& elements, const DPoolNode& nodes) {
   sharing.seen.resize(slots);
   for (ITR pos = elements.GetHeadPosition(); pos; elements.Next(pos)) {
     const tagTElem& element = elements.GetAtNU(pos);
-    if (!IsLine(element)) continue;
+    if (!IsLineOfAProperty(element)) continue;
     for (const ITR node : element.nodes) {
       if (node == 0) continue;
       const std::size_t slot = nodes.Set().SlotOf(node);
@@ -96,7 +99,7 @@ int DPoolElem::SplitMergedTendonNode() {
   NodeCopies copies(*nodes);
   std::map<ITR, std::vector<ITR>> copies_of_element;
   for (ITR pos = GetHeadPosition(); pos; Next(pos)) {
-    if (!IsLine(GetAtNU(pos))) continue;
+    if (!IsLineOfAProperty(GetAtNU(pos))) continue;
     tagTElem element = GetAtNU(pos);
     std::vector<ITR> got;
     for (ITR& node : element.nodes) {

@@ -12,8 +12,6 @@
 namespace qx {
 namespace {
 
-bool IsDead(ITR itr) { return itr != 0 && KeyedSetBase::IsRemoved(itr); }
-
 /// Membership in the sets of element types, one bit a set.
 enum TypeBit : std::uint8_t { kCarries = 1, kKeeps = 2, kDefaults = 4, kInterfaceLine = 8 };
 
@@ -59,14 +57,18 @@ bool TakesAlong(std::int32_t type, std::uint16_t keyed_pool) {
 // ---- nodes --------------------------------------------------------------------------------------
 
 int DPoolNode::Get(ITR pos, tagTNode& out) const {
-  if (pos == 0 || KeyedSetBase::IsRemoved(pos)) return 0;
+  if (!IsLive(pos)) return 0;
   out = GetAtNU(pos);
   out.ConvertUnitOut(&GetSession()->Units());
   return 1;
 }
 
+int DPoolNode::SetAtNU(ITR pos, const tagTNode& node) {
+  return IsLive(pos) ? DPoolPlain::SetAtNU(pos, node) : 0;
+}
+
 int DPoolNode::SetAt(ITR pos, const tagTNode& node) {
-  if (pos == 0 || KeyedSetBase::IsRemoved(pos)) return 0;
+  if (!IsLive(pos)) return 0;
   tagTNode stored = node;
   stored.ConvertUnitIn(&GetSession()->Units());
   return SetAtNU(pos, stored);
@@ -161,7 +163,7 @@ ITR DPoolElem::InsertNU(const tagTElem& element) {
 }
 
 int DPoolElem::SetAtNU(ITR pos, const tagTElem& element) {
-  if (pos == 0) return 0;
+  if (!IsLive(pos)) return 0;
   const bool follow = AssociationIsCurrent();
   const bool new_key = GetAtNU(pos).key != element.key && element.key >= 0;
   if (!follow && !new_key) return DPool::SetAtNU(pos, element);
@@ -239,7 +241,7 @@ int DPoolElem::SetAtNUwSprop(ITR pos, const tagTElem& element, tagTSprop& proper
 }
 
 int DPoolElem::SetAtWithKeepData(ITR pos, const tagTElem& element) {
-  if (pos == 0) return 0;
+  if (!IsLive(pos)) return 0;
   // The data is looked up under the new key, once it has followed there.
   if (GetAtNU(pos).key != element.key && !SetAtNU(pos, element)) return 0;
   if (element_rule::KeepsOrientation(element.type)) {
@@ -258,7 +260,7 @@ int DPoolElem::SetAtWithKeepData(ITR pos, const tagTElem& element) {
 }
 
 int DPoolElem::SetAtSprop(ITR pos, const tagTSprop& property) {
-  if (pos == 0 || KeyedSetBase::IsRemoved(pos)) return 0;
+  if (!IsLive(pos)) return 0;
   tagTSprop stored = property;
   stored.key = GetAtNU(pos).key;
   stored.ConvertUnitIn(&GetSession()->Units());
@@ -278,11 +280,11 @@ int CopyKeyed(const CQXDBSession& session, Key key, T& out) {
 }  // namespace
 
 int DPoolElem::GetElemCSys(ITR pos, tagTEcrd& out) const {
-  return pos != 0 && CopyKeyed(*GetSession(), GetAtNU(pos).key, out);
+  return IsLive(pos) && CopyKeyed(*GetSession(), GetAtNU(pos).key, out);
 }
 
 int DPoolElem::GetElemNUSprop(ITR pos, tagTSprop& out) const {
-  return pos != 0 && CopyKeyed(*GetSession(), GetAtNU(pos).key, out);
+  return IsLive(pos) && CopyKeyed(*GetSession(), GetAtNU(pos).key, out);
 }
 
 int DPoolElem::GetElemSprop(ITR pos, tagTSprop& out) const {
@@ -304,7 +306,7 @@ int DPoolElem::RemoveAttached(ITR pos) {
 }
 
 int DPoolElem::RemoveNext(ITR& pos) {
-  if (pos == 0 || KeyedSetBase::IsRemoved(pos) || !RemoveAttached(pos)) return 0;
+  if (!IsLive(pos) || !RemoveAttached(pos)) return 0;
   RemoveDataAssoc(pos);
   const bool follow = AssociationIsCurrent();
   const int result = DPool::RemoveNext(pos);
@@ -440,7 +442,7 @@ int DPoolElem::GetItrSetByItrPropSet(const std::set<ITR>& properties,
 int DPoolElem::Private_ApplyProp(const TArray<ITR>& elements, ITR property) {
   if (IsDead(property)) return 0;
   for (const ITR pos : elements) {
-    if (pos == 0 || KeyedSetBase::IsRemoved(pos)) return 0;
+    if (!IsLive(pos)) return 0;
     tagTElem element = GetAtNU(pos);
     element.property = property;
     if (!SetAtNU(pos, element)) return 0;
@@ -452,7 +454,7 @@ namespace {
 
 /// Whether a record of one of the pools lists the element.
 int IsListed(const DPoolElem& elements, ITR pos, std::initializer_list<std::uint16_t> types) {
-  if (pos == 0) return 0;
+  if (!IsLive(pos)) return 0;
   for (const std::uint16_t type : types) {
     const DPoolBase* pool = elements.GetSession()->GetDataPool(type);
     if (!pool) continue;

@@ -25,7 +25,12 @@ class QXDB_API DPoolNode : public DPoolPlain<tagTNode> {
   /// 0 for a null position or a removed node.
   int Get(ITR pos, tagTNode& out) const;
   int SetAt(ITR pos, const tagTNode& node);
+  using DPool<tagTNode>::SetAtNU;
+  int SetAtNU(ITR pos, const tagTNode& node) override;
   Vector3 Position(ITR pos) const { return Vector3(GetAtNU(pos).position); }
+
+  /// Deletions are refused, with a message, where an element that stays is oriented by the node.
+  bool ReadAPI(dbgateway::DataBase* from, int remove) override;
 };
 
 /// Element type codes that the rules of elements tell apart. The sets overlap and differ on
@@ -47,8 +52,9 @@ QXDB_API bool TakesAlong(std::int32_t type, std::uint16_t keyed_pool);
 /// of its nodes; with its property in a step that removes nodes too, otherwise it loses the property
 /// (docs/local-axes.md tells it in full).
 ///
-/// An int result is 1 for success and 0 for failure. Local axes are the rows of a 3x3 array: unit
-/// vectors of local x, y and z in global coordinates.
+/// An int result is 1 for success and 0 for failure; an element that is null or removed is a
+/// failure that changes nothing. Local axes are the rows of a 3x3 array: unit vectors of local x, y
+/// and z in global coordinates.
 class QXDB_API DPoolElem : public DPoolPlain<tagTElem> {
  public:
   explicit DPoolElem(CQXDBSession* session);
@@ -96,8 +102,9 @@ class QXDB_API DPoolElem : public DPoolPlain<tagTElem> {
   void OnAfterUndoRedo() override;
   /// Gives every line element group of one property its own copy of a node that it shares with
   /// line elements of another property; the elements of the property met first keep the node, and
-  /// with it every orientation that refers to it. The copies join the mesh sets of the elements
-  /// that got them. One step of its own, or part of an open one.
+  /// with it every orientation that refers to it. Elements without a property are of no group and
+  /// keep their nodes. The copies join the mesh sets of the elements that got them. One step of its
+  /// own, or part of an open one.
   int SplitMergedTendonNode();
 
   // ---- local axes of any element (element_axes.cpp) ---------------------------------------------
@@ -168,8 +175,9 @@ class QXDB_API DPoolElem : public DPoolPlain<tagTElem> {
   /// Mean of the element's node positions; 0 for an element without nodes.
   int GetElemCenter(const tagTElem& element, double center[3]) const;
   int GetElemCenter(ITR pos, double center[3]) const;
-  /// Turns a global vector at a node into the components of the node's nodal system. 0 when the
-  /// node has none.
+  /// Turns a global vector at a node into the components of the node's nodal system; of a
+  /// cylindrical or spherical one, those along its directions at the node. 0 when the node has
+  /// none.
   int GetElemAxisByNodalCSys(ITR node, double v[3]) const;
 
   // ---- queries ----------------------------------------------------------------------------------

@@ -58,7 +58,7 @@ int DPoolMset::Delete(std::span<const ITR> sets, ITR emptied) {
     parent_of_gone.emplace(GetAtNU(set).key, GetAtNU(set).parent_key);
     if (!Remove(set)) return 0;
   }
-  PassUp(parent_of_gone);
+  if (!PassUp(parent_of_gone)) return 0;
   if (emptied) {
     tagTMset kept = GetAtNU(emptied);
     kept.nodes.RemoveAll();
@@ -112,14 +112,15 @@ Key DPoolMset::Survivor(Key key, const std::map<Key, Key>& parent_of_gone) {
   return 0;  // they are a ring
 }
 
-void DPoolMset::PassUp(const std::map<Key, Key>& parent_of_gone) {
+int DPoolMset::PassUp(const std::map<Key, Key>& parent_of_gone) {
   for (ITR pos = GetHeadPosition(); pos; Next(pos)) {
     const Key parent = Survivor(GetAtNU(pos).parent_key, parent_of_gone);
     if (parent == GetAtNU(pos).parent_key) continue;
     tagTMset child = GetAtNU(pos);
     child.parent_key = parent;
-    SetAtNU(pos, child);
+    if (!SetAtNU(pos, child)) return 0;
   }
+  return 1;
 }
 
 // ---- empty sets ---------------------------------------------------------------------------------
@@ -169,8 +170,7 @@ int DPoolMset::DeleteEmptyBelow(std::span<const ITR> roots) {
     parent_of_gone.emplace(record.key, record.parent_key);
     if (!Remove(*set)) return 0;
   }
-  PassUp(parent_of_gone);
-  return 1;
+  return PassUp(parent_of_gone);
 }
 
 }  // namespace qx

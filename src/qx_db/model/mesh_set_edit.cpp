@@ -12,8 +12,6 @@ namespace {
 
 std::span<const ITR> Span(const TArray<ITR>& items) { return {items.data(), items.size()}; }
 
-bool IsLive(ITR item) { return item != 0 && !KeyedSetBase::IsRemoved(item); }
-
 bool AllLive(const TArray<ITR>& items) { return std::all_of(items.begin(), items.end(), IsLive); }
 
 /// A list of items in the making, each once.

@@ -88,6 +88,18 @@ std::int32_t DPoolMset::GetNewColor() {
   return kColors[last];
 }
 
+/// The next colour that no set has, so that sets look different also where the counter starts anew
+/// with every program; simply the next where all are taken.
+std::int32_t DPoolMset::NextFreeColor() const {
+  std::set<std::int32_t> taken;
+  for (ITR pos = GetHeadPosition(); pos; Next(pos)) taken.insert(GetAtNU(pos).color);
+  std::int32_t color = GetNewColor();
+  for (std::size_t i = 1; i < std::size(kColors) && taken.contains(color); ++i) {
+    color = GetNewColor();
+  }
+  return color;
+}
+
 namespace {
 
 void NoteName(std::u16string_view name,
@@ -238,7 +250,7 @@ int DPoolMset::TR_Add(const char16_t* name, Key parent, ITR& out) {
   set.parent_key = parent;
   ITR added = 0;
   const int done = InStep("IDS_QX_TRANS_Add_Mesh_Set", [&] {
-    set.color = GetNewColor();
+    set.color = NextFreeColor();
     added = InsertNU(set);
     return added != 0;
   });
@@ -278,6 +290,10 @@ ITR DPoolMset::InsertNU(const tagTMset& record) {
     names_revision_ = Set().Revision();
   }
   return pos;
+}
+
+int DPoolMset::SetAtNU(ITR pos, const tagTMset& record) {
+  return IsLive(pos) ? DPoolPlain::SetAtNU(pos, record) : 0;
 }
 
 int DPoolMset::Remove(const ITR& pos) {

@@ -76,8 +76,9 @@ class QXDB_API DPoolMset : public DPoolPlain<tagTMset> {
 
   // ---- adding and changing ----------------------------------------------------------------------
 
-  /// Adds an empty set with a new colour under a key above 1. Refuses, with a message, a name that
-  /// is empty, longer than 63 characters or in use, and a parent that is neither 0 nor a set's key.
+  /// Adds an empty set, with the next colour that no set has, under a key above 1. Refuses, with a
+  /// message, a name that is empty, longer than 63 characters or in use, and a parent that is
+  /// neither 0 nor a set's key.
   int TR_Add(const char16_t* name, Key parent, ITR& out);
   /// Refuses names as TR_Add does.
   int TR_Rename(const ITR& set, const char16_t* name);
@@ -138,6 +139,8 @@ class QXDB_API DPoolMset : public DPoolPlain<tagTMset> {
 
   // ---- for the session --------------------------------------------------------------------------
 
+  using DPoolPlain<tagTMset>::SetAtNU;
+  int SetAtNU(ITR pos, const tagTMset& record) override;
   using DPoolPlain<tagTMset>::InsertNU;
   ITR InsertNU(const tagTMset& record) override;
   int ProcessRelation() override;
@@ -156,6 +159,7 @@ class QXDB_API DPoolMset : public DPoolPlain<tagTMset> {
     ItemMarks elements;
   };
 
+  std::int32_t NextFreeColor() const;
   int InStep(const char* text_key, const std::function<int()>& work);
   bool AcceptName(std::u16string_view name, ITR renamed) const;
   bool HoldsAll(std::span<const ITR> sets) const;
@@ -169,7 +173,7 @@ class QXDB_API DPoolMset : public DPoolPlain<tagTMset> {
   /// The set of that key, or the nearest set above it that is not gone; 0 for none.
   static Key Survivor(Key key, const std::map<Key, Key>& parent_of_gone);
   /// Gives the children of sets that are gone to the nearest set above that is not.
-  void PassUp(const std::map<Key, Key>& parent_of_gone);
+  int PassUp(const std::map<Key, Key>& parent_of_gone);
 
   std::map<std::u16string, std::int32_t, std::less<>> names_;  // highest number by base
   std::uint64_t names_revision_ = ~std::uint64_t{0};  // of the sets they were gathered from

@@ -18,6 +18,12 @@ class QXDB_API DPoolEcrd : public DPoolPlain<tagTEcrd> {
   /// Stores a record that DPoolElem::IsValidEcrd accepts for its element. A record without an
   /// element in the pool is stored unchecked.
   int SetAt(ITR pos, const tagTEcrd& record);
+  /// Stores unchecked; 0 for a null position or a removed record.
+  using DPool<tagTEcrd>::SetAtNU;
+  int SetAtNU(ITR pos, const tagTEcrd& record) override;
+  /// Refuses, with a message, orientations that DPoolElem::IsValidEcrd does not accept, save those
+  /// that say no other than what is stored, or what counts without a record.
+  bool ReadAPI(dbgateway::DataBase* from, int remove) override;
 
   /// Whether elements and nodes may be deleted together: 0, with
   /// IDS_QXMESH_REFERENCE_NODE_ERROR (key of the node), when one of the nodes is the reference
@@ -31,6 +37,9 @@ class QXDB_API DPoolEcrd : public DPoolPlain<tagTEcrd> {
   /// Gives records whose reference node was removed the default orientation of the edition,
   /// keeping key and element type. Returns 1.
   int ProcessRelation() override;
+
+ private:
+  bool IsAccepted(const tagTEcrd& record) const;
 };
 
 template <>

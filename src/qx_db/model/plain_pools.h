@@ -7,6 +7,11 @@
 
 namespace qx {
 
+/// Whether an iterator names a record that its pool has; or one that was removed and is kept for
+/// undo. A null one is neither.
+inline bool IsLive(ITR itr) { return itr != 0 && !KeyedSetBase::IsRemoved(itr); }
+inline bool IsDead(ITR itr) { return itr != 0 && KeyedSetBase::IsRemoved(itr); }
+
 /// The pool class of a record type: DPoolPlain, unless a header of model/ says otherwise.
 template <class T>
 struct PoolOf {
