@@ -6,6 +6,7 @@
 #include <span>
 
 #include "qx_db/core/transaction.h"
+#include "qx_db/lib/message.h"
 #include "qx_db/model/mesh_set_pool.h"
 #include "qx_db/record/element_types.h"
 
@@ -290,7 +291,7 @@ Outcome AddMesh(CQXDBSession& session, const Mesh& mesh, const std::string& file
   if (Outcome free = CheckFree(elements, element_keys, "element", file); !free) return free;
 
   CTransaction step(&session);
-  step.Begin(u"IDS_QX_TRANS_Import_Mesh");
+  step.Begin(qxLoadText("IDS_QX_TRANS_Import_Mesh").c_str());
   MeshAdder adder(session, mesh);
   std::vector<std::string> notes;
   if (!adder.AddNodes() || !adder.AddElements() || !adder.AddGroups(notes) || !step.Commit()) {

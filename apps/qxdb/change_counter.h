@@ -4,6 +4,7 @@
 #include <array>
 #include <map>
 #include <string>
+#include <unordered_map>
 
 #include "qx_db/core/session.h"
 
@@ -12,16 +13,31 @@
 
 namespace qx::app {
 
-/// Counts what a step inserted, removed and modified, pool by pool.
+/// Counts the records that a step inserted, removed and modified, pool by pool: each once, by how
+/// it stands in the end.
 class ChangeCounter final : public ISessionListener {
  public:
   void OnSessionEvent(CQXDBSession& session, SessionEvent, std::u16string_view,
                       std::span<const Change> changes) override {
+    struct Fate {
+      std::uint16_t type, first, last;
+    };
+    std::unordered_map<ITR, Fate> fates;
     for (const Change& change : changes) {
-      const DPoolBase& pool = *session.GetDataPool(change.type);
-      ++counts_[PoolLabel(pool)][change.operation - tagTRNotify::kInserted];
+      const ITR item = change.item;  // out of the packed notice
+      const Fate fate{change.type, change.operation, change.operation};
+      const auto [known, is_new] = fates.emplace(item, fate);
+      if (!is_new) known->second.last = change.operation;
+    }
+    for (const auto& [item, fate] : fates) {
+      const bool inserted = fate.first == tagTRNotify::kInserted;
+      const bool removed = fate.last == tagTRNotify::kRemoved;
+      if (inserted && removed) continue;
+      const std::uint16_t counts_as = inserted ? fate.first : fate.last;
+      ++counts_[PoolLabel(*session.GetDataPool(fate.type))][counts_as - tagTRNotify::kInserted];
     }
   }
+  bool IsEmpty() const { return counts_.empty(); }
 
   std::string Text() const {
     Table table({"pool", ">inserted", ">removed", ">modified"});

@@ -113,15 +113,13 @@ void RunDelete(const DeleteOptions& options, Context& context) {
   }
   if (!preview.blockers.empty()) {
     const Blocker& first = preview.blockers.front();
-    std::string reason = qxText(first.text, first.arguments);
-    if (reason.ends_with('.')) reason.pop_back();  // the line goes on after it
+    const std::string reason = MidLine(qxText(first.text, first.arguments));
     return context.Refuse({options.model, PoolLabel(*pool) + " " + options.keys, reason,
                            "see all reasons with --dry-run"});
   }
   const std::string before = HashText(session.StateHash());
   if (!DeleteRecords(session, type, asked)) {
-    return context.Refuse({options.model, PoolLabel(*pool) + " " + options.keys,
-                           "the deletion was refused", "see what depends on it with --dry-run"});
+    return context.Refuse(RefusalOf(options.model, PoolLabel(*pool) + " " + options.keys));
   }
   if (Outcome saved = document.Save(); !saved) return context.Refuse(saved.Error());
   const std::string after = HashText(session.StateHash());

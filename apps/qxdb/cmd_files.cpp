@@ -60,7 +60,10 @@ Outcome ReadInto(CQXDBSession& session, const std::string& path, std::vector<std
   auto mesh = exchange::ReadMsh(path, [&](double done) { bar.Show(done); });
   if (!mesh) return mesh.AsOutcome();
   notes = mesh->notes;
-  return exchange::AddMesh(session, *mesh, path);
+  exchange::AddReport added;
+  Outcome done = exchange::AddMesh(session, *mesh, path, &added);
+  notes.insert(notes.end(), added.notes.begin(), added.notes.end());
+  return done;
 }
 
 /// Declares the unit that the file's lengths are in; a new model keeps them so.

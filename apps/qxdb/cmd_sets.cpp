@@ -109,15 +109,6 @@ void List(const std::string& model, Context& context) {
 
 // ---- editing ------------------------------------------------------------------------------------
 
-/// Why the sets refused an edit.
-Failure WhyRefused(const std::string& model) {
-  const std::string& last = LastRefusal();
-  if (last.empty()) return {model, "", "the edit was refused", "check the sets it names"};
-  const std::size_t remedy = last.find("; ");
-  if (remedy == std::string::npos) return {model, "", last, "change what it names first"};
-  return {model, "", last.substr(0, remedy), last.substr(remedy + 2)};
-}
-
 /// The set of a key or a name.
 Result<ITR> FindSet(const DPoolMset& sets, const std::string& text, const std::string& model) {
   std::vector<ITR> found;
@@ -238,14 +229,16 @@ void RunEdit(const SetsOptions& options, const char16_t* step, SetsEdit work, bo
   transaction.Begin(step);
   const Result<int> done = work(edit);
   if (!done) return context.Refuse(done.Error());
-  if (!*done || !transaction.Commit()) return context.Refuse(WhyRefused(options.model));
-  if (!options.dry_run) {
+  if (!*done || !transaction.Commit()) return context.Refuse(RefusalOf(options.model));
+  const bool is_saved = !options.dry_run && !counter.IsEmpty();
+  if (is_saved) {
     if (Outcome saved = document.Save(); !saved) return context.Refuse(saved.Error());
   }
   JsonText json;
-  json.Begin().Text("model", options.model).Bool("saved", !options.dry_run);
+  json.Begin().Text("model", options.model).Bool("saved", is_saved);
   counter.Write(json);
-  context.Print(counter.Text() + (options.dry_run ? "not saved" : "saved"), json.End());
+  const char* ending = is_saved ? "saved" : counter.IsEmpty() ? "" : "not saved";
+  context.Print(counter.Text() + ending, json.End());
 }
 
 }  // namespace

@@ -163,10 +163,9 @@ class RefusalListener final : public IMessageSink {
   void Show(const Message& message) override {
     if (message.severity == Severity::kInfo) {
       fmt::print(stderr, "note: {}\n", message.text);
-      return;
+    } else {
+      text = MidLine(message.text);
     }
-    text = message.text;
-    if (text.ends_with('.')) text.pop_back();  // a failure's line goes on after it
   }
   std::string text;
 };
@@ -178,9 +177,30 @@ RefusalListener& Listener() {
 
 }  // namespace
 
+std::string MidLine(std::string text) {
+  if (text.ends_with('.')) text.pop_back();
+  const auto is = [&](std::size_t at, char from, char to) {
+    return at < text.size() && text[at] >= from && text[at] <= to;
+  };
+  // A name in capitals keeps them.
+  const bool is_word = is(0, 'A', 'Z') && (is(1, 'a', 'z') || is(1, ' ', ' '));
+  if (is_word) text[0] = static_cast<char>(text[0] - 'A' + 'a');
+  return text;
+}
+
 void ListenForRefusals() { SetMessageSink(&Listener()); }
 
 const std::string& LastRefusal() { return Listener().text; }
+
+Failure RefusalOf(const std::string& file, const std::string& place) {
+  const std::string& text = LastRefusal();
+  if (text.empty()) return {file, place, "the edit was refused", "look for what hangs on it"};
+  for (const char* divider : {"; ", ": "}) {
+    const std::size_t at = text.rfind(divider);
+    if (at != std::string::npos) return {file, place, text.substr(0, at), text.substr(at + 2)};
+  }
+  return {file, place, text, "change what it names first"};
+}
 
 Outcome CheckOutput(const std::string& output, const std::vector<std::string>& inputs) {
   for (const std::string& input : inputs) {

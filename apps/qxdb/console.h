@@ -70,10 +70,16 @@ class ProgressBar {
   bool shown_ = false;
 };
 
+/// A message's text as the middle of a line: without its capital and full stop.
+std::string MidLine(std::string text);
+
 /// Keeps the last message that refused something, which says why better than a result of 0.
 void ListenForRefusals();
-/// Its text without the full stop; "" when there was none.
+/// Its text as the middle of a line; "" when there was none.
 const std::string& LastRefusal();
+
+/// The failure that the last refusal tells of, its remedy taken apart from it.
+Failure RefusalOf(const std::string& file, const std::string& place = "");
 
 /// Fails when an output of a command would overwrite one of its inputs.
 Outcome CheckOutput(const std::string& output, const std::vector<std::string>& inputs);

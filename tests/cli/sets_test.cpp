@@ -35,7 +35,10 @@ TEST_F(SetsCli, ALifeOfSets) {
   EXPECT_NE(tree.out.find("key  nodes  elements  colour   name"), std::string::npos) << tree.out;
   EXPECT_NE(tree.out.find("in no set: 0 nodes, 0 elements"), std::string::npos);
 
-  EXPECT_EQ(Qxdb("sets add m.qxm top --under body --elements 2").code, 0);
+  const Ran added = Qxdb("sets add m.qxm top --under body --elements 2");
+  EXPECT_EQ(added.code, 0);
+  EXPECT_NE(added.out.find("mset         1        0         0\nsaved"), std::string::npos)
+      << "one new record, however it came about: " << added.out;
   EXPECT_EQ(Qxdb("sets add m.qxm corner --under top --nodes 1,5").code, 0);
   EXPECT_EQ(Qxdb("sets add m.qxm empty").code, 0);
   const std::string full =
@@ -65,6 +68,16 @@ TEST_F(SetsCli, ALifeOfSets) {
     EXPECT_EQ(Qxdb("import out.msh m.qxm --replace").code, 0);
     EXPECT_EQ(Tree(), before);
   }
+}
+
+TEST_F(SetsCli, TellsOfAGroupNameThatWasCut) {
+  std::string text = *ReadWholeFile(Path("good.msh"));
+  text.replace(text.find("body"), 4, std::string(100, 'n'));
+  Write("long.msh", text);
+  const Ran import = Qxdb("import long.msh long.qxm");
+  EXPECT_EQ(import.code, 0) << import.err;
+  EXPECT_NE(import.out.find("note: the group name \"nnn"), std::string::npos) << import.out;
+  EXPECT_NE(Qxdb("sets long.qxm").out.find(" " + std::string(63, 'n') + "\n"), std::string::npos);
 }
 
 TEST_F(SetsCli, RefusesInOneLineAndChangesNothing) {
