@@ -1,11 +1,14 @@
 // Orienting line elements.
 
+#include <cmath>
 #include <fmt/format.h>
 #include <memory>
 
 #include "qx_db/lib/message.h"
+#include "qx_db/model/element_axes.h"
 #include "qx_db/qx_db.h"
 
+#include "apps/qxdb/change_counter.h"
 #include "apps/qxdb/commands.h"
 #include "apps/qxdb/selection.h"
 
@@ -19,6 +22,7 @@ struct OrientOptions {
   std::vector<double> vector;
   double beta_deg = 0;
   Key system = 0;
+  bool repair = false;
   CLI::Option* by_node = nullptr;
   CLI::Option* by_vector = nullptr;
   CLI::Option* by_beta = nullptr;
@@ -53,9 +57,17 @@ Outcome Read(const OrientOptions& options, const CQXDBSession& session, tagTEcrd
   } else if (*options.by_vector) {
     record.method = tagTEcrd::kByVector;
     record.reference_vector = {options.vector[0], options.vector[1], options.vector[2]};
+    const Vector3 vector(record.reference_vector);
+    if (!IsFinite(vector) || Length(vector) == 0) {
+      return Failure{options.model, Describe(record), "is no direction",
+                     "give three numbers that are not all zero"};
+    }
   } else if (*options.by_beta) {
     record.method = tagTEcrd::kByBetaAngle;
     record.beta_angle_deg = options.beta_deg;
+    if (!std::isfinite(options.beta_deg)) {
+      return Failure{options.model, Describe(record), "is no angle", "give a number of degrees"};
+    }
   } else {
     const auto& systems = Pool<tagTCord>(session);
     record.method = tagTEcrd::kByCoordinateSystem;
@@ -68,8 +80,52 @@ Outcome Read(const OrientOptions& options, const CQXDBSession& session, tagTEcrd
       return Failure{options.model, place, "is not rectangular, so it orients no element",
                      "name a rectangular system"};
     }
+    Frame frame;
+    if (!systems.GetFrame(record.coordinate_system, frame)) {
+      return Failure{options.model, place, "has no axes, so it orients no element",
+                     "correct its points, or name another system"};
+    }
   }
   return {};
+}
+
+/// Orients one element, unless that would leave it without axes.
+Outcome Orient(const OrientOptions& options, DPoolElem& elements, ITR item, tagTEcrd record) {
+  const tagTElem element = elements.GetAtNU(item);
+  const std::string place = fmt::format("elem {}", element.key);
+  double center[3];
+  if (element.nodes.GetSize() < 2 || !elements.GetElemCenter(element, center)) {
+    return Failure{options.model, place, "lacks nodes, so it has no line to turn about",
+                   "give it its nodes first"};
+  }
+  const DPoolNode& nodes = Pool<tagTNode>(*elements.GetSession());
+  const bool needs_line = record.method != tagTEcrd::kByCoordinateSystem;
+  const double length =
+      Distance(nodes.Position(element.nodes[0]), nodes.Position(element.nodes[1]));
+  if (needs_line && !(length >= kShortestElement)) {
+    return Failure{options.model, place, "has no length, so it has no line to turn about",
+                   "move one of its nodes, or orient it by a system"};
+  }
+  if (!elements.SetAtNUwCsys(item, element, record, 1)) return RefusalOf(options.model);
+  double axes[3][3];
+  if (!elements.Calc1DElemLocalVector(element, record, axes)) {
+    return Failure{options.model, place, "would have no axes by " + Describe(record),
+                   "orient it otherwise"};
+  }
+  return {};
+}
+
+void Repair(const OrientOptions& options, CQXDocBase& document, Context& context) {
+  ChangeCounter counter;
+  document.GetDBSession()->AddListener(&counter);
+  if (!document.Activate()) return context.Refuse(RefusalOf(options.model));
+  if (!counter.IsEmpty()) {
+    if (Outcome saved = document.Save(); !saved) return context.Refuse(saved.Error());
+  }
+  JsonText json;
+  json.Begin().Text("model", options.model).Bool("saved", !counter.IsEmpty());
+  counter.Write(json);
+  context.Print(counter.Text() + (counter.IsEmpty() ? "" : "saved"), json.End());
 }
 
 void Show(const CQXDBSession& session, const TArray<ITR>& items, Context& context) {
@@ -97,6 +153,7 @@ void Run(const OrientOptions& options, Context& context) {
     return context.Refuse(opened.Error());
   }
   CQXDBSession& session = *document.GetDBSession();
+  if (options.repair) return Repair(options, document, context);
   auto& elements = Pool<tagTElem>(session);
   const auto ranges = KeyRanges::Parse(options.keys);
   if (!ranges) return context.Refuse(ranges.Error());
@@ -114,11 +171,9 @@ void Run(const OrientOptions& options, Context& context) {
   transaction.Begin(qxLoadText("IDS_QX_TRANS_ORIENT").c_str());
   std::int64_t oriented = 0;
   for (const ITR item : items) {
-    const tagTElem element = elements.GetAtNU(item);
-    if (!element_rule::CarriesOrientation(element.type)) continue;
-    if (!elements.SetAtNUwCsys(item, element, record, 1)) {
-      return context.Refuse({options.model, fmt::format("elem {}", element.key), LastRefusal(),
-                             "nothing was changed"});
+    if (!element_rule::CarriesOrientation(elements.GetAtNU(item).type)) continue;
+    if (Outcome done = Orient(options, elements, item, record); !done) {
+      return context.Refuse(done.Error());
     }
     ++oriented;
   }
@@ -126,14 +181,13 @@ void Run(const OrientOptions& options, Context& context) {
     return context.Refuse({options.model, "elem " + options.keys, "has no line element",
                            "name elements of a type that carries an orientation"});
   }
-  if (!transaction.Commit()) {
-    return context.Refuse({options.model, "", "the edit was refused", LastRefusal()});
-  }
+  if (!transaction.Commit()) return context.Refuse(RefusalOf(options.model));
   if (Outcome saved = document.Save(); !saved) return context.Refuse(saved.Error());
   JsonText json;
   json.Begin().Text("model", options.model).Integer("oriented", oriented);
   json.Text("orientation", Describe(record));
-  context.Print(fmt::format("{} elements oriented by {}\n", Grouped(oriented), Describe(record)),
+  context.Print(fmt::format("{} element{} oriented by {}\n", Grouped(oriented),
+                            oriented == 1 ? "" : "s", Describe(record)),
                 json.End());
 }
 
@@ -145,15 +199,21 @@ void AddOrient(CLI::App& app, Context& context) {
                  "qxdb orient frame.qxm 1-40 --vector 0 1 0");
   auto options = std::make_shared<OrientOptions>();
   command->add_option("model", options->model, "Model file")->required();
-  command->add_option("keys", options->keys, "Keys: 1-5,9,100- or all")->required();
+  command->add_option("keys", options->keys, "Keys: 1-5,9,100- or all");
   CLI::Option_group* how = command->add_option_group("how", "One of these; none shows what is set");
   options->by_node = how->add_option("--node", options->node, "Reference node, by key");
   options->by_vector =
       how->add_option("--vector", options->vector, "Reference vector")->expected(3);
   options->by_beta = how->add_option("--beta", options->beta_deg, "Angle about the line, degrees");
   options->by_system = how->add_option("--cord", options->system, "Coordinate system, by key");
+  how->add_flag("--repair", options->repair,
+                "For all elements: make the records that are missing, remove those of no element");
   how->require_option(0, 1);
-  command->callback([options, &context] { Run(*options, context); });
+  command->callback([options, &context] {
+    if (options->keys.empty() && !options->repair) throw CLI::RequiredError("keys");
+    if (!options->keys.empty() && options->repair) throw CLI::ExcludesError("keys", "--repair");
+    Run(*options, context);
+  });
 }
 
 }  // namespace qx::app
