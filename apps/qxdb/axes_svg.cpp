@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <fmt/format.h>
 #include <limits>
-#include <set>
+#include <map>
 
 #include "qx_db/app/topology_table.h"
 #include "qx_db/record/element_types.h"
@@ -122,18 +122,20 @@ std::string AxesSvg(const CQXDBSession& session, const std::vector<DrawnElement>
     double arrow;
   };
   std::vector<Drawing> drawings;
-  std::set<ITR> corners;
+  std::map<ITR, Vector3> corners;  // with the way out of the elements around
   double usual = 0;
   for (const DrawnElement& element : elements) {
     Drawing drawing{};
     for (const ITR node : pool.GetAtNU(element.item).nodes) {
       if (node == 0) continue;
-      corners.insert(node);
       drawing.points.push_back(nodes.Position(node));
       drawing.center += drawing.points.back();
     }
     if (!drawing.points.empty()) {
       drawing.center = 1.0 / static_cast<double>(drawing.points.size()) * drawing.center;
+    }
+    for (const ITR node : pool.GetAtNU(element.item).nodes) {
+      if (node) corners[node] += nodes.Position(node) - drawing.center;
     }
     drawing.arrow = ArrowLength(drawing.points, drawing.center);
     usual = std::max(usual, drawing.arrow);
@@ -166,12 +168,19 @@ std::string AxesSvg(const CQXDBSession& session, const std::vector<DrawnElement>
     }
   }
   constexpr std::size_t kMostLabels = 60;
-  for (const ITR node : corners) {
+  for (const auto& [node, way_out] : corners) {
     const Point p = at(nodes.Position(node));
     out += fmt::format("<circle cx='{:.1f}' cy='{:.1f}' r='3' fill='#555'/>\n", p.x, p.y);
     if (corners.size() > kMostLabels) continue;
-    out += fmt::format("<text x='{:.1f}' y='{:.1f}' fill='#555' font-size='11'>{}</text>\n",
-                       p.x + 5, p.y + 14, nodes.GetAtNU(node).key);
+    // Beside the node, away from its elements, whose axes are drawn inside.
+    const Point away = at(nodes.Position(node) + way_out);
+    const double reach = std::hypot(away.x - p.x, away.y - p.y);
+    const double scale = reach > 1e-9 ? 13 / reach : 0;
+    const Point label{p.x + scale * (away.x - p.x),
+                      p.y + (scale > 0 ? scale * (away.y - p.y) : 13) + 4};
+    out += fmt::format(
+        "<text x='{:.1f}' y='{:.1f}' fill='#555' font-size='11' text-anchor='middle'>{}</text>\n",
+        label.x, label.y, nodes.GetAtNU(node).key);
   }
   for (std::size_t i = 0; i < elements.size(); ++i) {
     if (!elements[i].has_axes) continue;

@@ -9,6 +9,6 @@ trap 'rm -f "$model"' EXIT
 draw() { "$qxdb" axes "$model" "$2" $3 --svg "axes-$1.svg" >/dev/null; }
 draw line 1-5
 draw plane 11-13
-draw special 21-24
-draw boundary 31-35
-draw material 41-43 --material
+draw special 21-26
+draw boundary 31-36
+draw material 41-44 --material
