@@ -5,6 +5,7 @@
 #include "qx_db/app/element_access.h"
 #include "qx_db/app/mesh_util.h"
 #include "qx_db/core/session.h"
+#include "qx_db/platform/pages.h"
 #include "qx_db/record/element_types.h"
 
 namespace qx {
@@ -15,6 +16,7 @@ DenseMesh::DenseMesh(const CQXDBSession& session) {
   const std::size_t node_count = nodes ? static_cast<std::size_t>(nodes->GetSize()) : 0;
   numbers_.Reserve(node_count);
   positions_.reserve(node_count);
+  PreferHugePages(positions_.data(), node_count * sizeof(Point3));
   for (ITR at = node_count ? nodes->GetHeadPosition() : 0; at; nodes->Set().Next(at)) {
     numbers_.Of(at);
     positions_.push_back(NodeAt(at)->position);
@@ -26,6 +28,9 @@ DenseMesh::DenseMesh(const CQXDBSession& session) {
   corners_.reserve(count);
   first_node_.reserve(count + 1);
   nodes_.reserve(8 * count);
+  PreferHugePages(nodes_.data(), nodes_.capacity() * sizeof(std::uint32_t));
+  PreferHugePages(elements_.data(), count * sizeof(ITR));
+  PreferHugePages(first_node_.data(), count * sizeof(std::size_t));
   first_node_.push_back(0);
   for (ITR at = count ? elements->GetHeadPosition() : 0; at; elements->Set().Next(at)) {
     AddElement(at);

@@ -4,7 +4,10 @@
 #include <array>
 #include <cmath>
 #include <compare>
+#include <memory>
 #include <numeric>
+
+#include "qx_db/platform/pages.h"
 
 namespace qx {
 namespace {
@@ -45,8 +48,8 @@ struct SideKind {
 constexpr SideKind kFaces{IsSolid, true};
 constexpr SideKind kEdges{IsSurface, false};
 
-/// Up to four numbers in ascending order, what is missing as the largest number.
-using SortedNodes = std::array<std::uint32_t, 4>;
+/// Up to four node numbers, what is missing as the largest.
+using SideCorners = std::array<std::uint32_t, 4>;
 
 void SortTwo(std::uint32_t& a, std::uint32_t& b) {
   const std::uint32_t low = std::min(a, b);
@@ -73,7 +76,17 @@ ShapeSides SidesOf(std::int32_t code, bool faces) {
   return sides;
 }
 
-/// Visits every side of the kind: its sorted corners, element, and side number.
+/// The same in ascending order.
+SideCorners Sorted(SideCorners n) {
+  SortTwo(n[0], n[1]);
+  SortTwo(n[2], n[3]);
+  SortTwo(n[0], n[2]);
+  SortTwo(n[1], n[3]);
+  SortTwo(n[1], n[2]);
+  return n;
+}
+
+/// Visits every side of the kind: its corners as they come, element, and side number.
 template <class Visit>
 void ForEachSide(const DenseMesh& mesh, const SideKind& kind, Visit&& visit) {
   std::array<ShapeSides, 9> known;
@@ -90,18 +103,9 @@ void ForEachSide(const DenseMesh& mesh, const SideKind& kind, Visit&& visit) {
     const ShapeSides& sides = known[shape];
     for (std::uint32_t s = 0; s < sides.count; ++s) {
       const auto& at = sides.corners[s];
-      SortedNodes n{nodes[at[0]], nodes[at[1]], at[2] < 0 ? SideEntry::kNodeMask : nodes[at[2]],
-                    at[3] < 0 ? SideEntry::kNodeMask : nodes[at[3]]};
-      if (kind.faces) {
-        SortTwo(n[0], n[1]);
-        SortTwo(n[2], n[3]);
-        SortTwo(n[0], n[2]);
-        SortTwo(n[1], n[3]);
-        SortTwo(n[1], n[2]);
-      } else {
-        SortTwo(n[0], n[1]);
-      }
-      visit(n, e, s);
+      visit(SideCorners{nodes[at[0]], nodes[at[1]], at[2] < 0 ? SideEntry::kNodeMask : nodes[at[2]],
+                        at[3] < 0 ? SideEntry::kNodeMask : nodes[at[3]]},
+            e, s);
     }
   }
 }
@@ -110,24 +114,27 @@ void ForEachSide(const DenseMesh& mesh, const SideKind& kind, Visit&& visit) {
 template <class Meet>
 void MatchSides(const DenseMesh& mesh, const SideKind& kind, Meet&& meet) {
   std::vector<std::uint64_t> first(std::size_t{mesh.NodeCount()} + 1, 0);
-  ForEachSide(mesh, kind, [&](const SortedNodes& n, std::uint32_t, std::uint32_t) {
-    ++first[std::size_t{n[0]} + 1];
+  ForEachSide(mesh, kind, [&](const SideCorners& n, std::uint32_t, std::uint32_t) {
+    ++first[std::size_t{std::min(std::min(n[0], n[1]), std::min(n[2], n[3]))} + 1];
   });
   for (std::size_t i = 1; i < first.size(); ++i) first[i] += first[i - 1];
-  std::vector<SideEntry> entries(first.back());
+  // Not filled with zeros first: all of it is written below.
+  const std::unique_ptr<SideEntry[]> entries(new SideEntry[first.back()]);
+  PreferHugePages(entries.get(), first.back() * sizeof(SideEntry));
   // Filling moves each bucket's start to its end, which is the next one's start.
-  ForEachSide(mesh, kind, [&](const SortedNodes& n, std::uint32_t element, std::uint32_t side) {
-    entries[first[n[0]]++] = {std::uint64_t{n[1]} << 32 | n[2], n[3] | side << 29, element};
-  });
+  ForEachSide(
+      mesh, kind, [&](const SideCorners& corners, std::uint32_t element, std::uint32_t side) {
+        const SideCorners n = Sorted(corners);
+        entries[first[n[0]]++] = {std::uint64_t{n[1]} << 32 | n[2], n[3] | side << 29, element};
+      });
   std::size_t begin = 0;
   for (std::uint32_t node = 0; node < mesh.NodeCount(); ++node) {
     const std::size_t end = first[node];
-    std::sort(entries.begin() + static_cast<std::ptrdiff_t>(begin),
-              entries.begin() + static_cast<std::ptrdiff_t>(end));
+    std::sort(entries.get() + begin, entries.get() + end);
     while (begin < end) {
       std::size_t next = begin + 1;
       while (next < end && entries[next].SameNodes(entries[begin])) ++next;
-      meet(std::span<const SideEntry>(entries).subspan(begin, next - begin));
+      meet(std::span<const SideEntry>(entries.get() + begin, next - begin));
       begin = next;
     }
   }

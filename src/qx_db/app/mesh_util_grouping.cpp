@@ -7,6 +7,7 @@
 #include "qx_db/app/mesh_util.h"
 #include "qx_db/app/record_numbers.h"
 #include "qx_db/app/side_nodes.h"
+#include "qx_db/platform/prefetch.h"
 
 namespace qx {
 namespace {
@@ -16,17 +17,18 @@ namespace {
 class SideGraph {
  public:
   SideGraph(int kind, const TArray<tagTElemSide>& sides) {
+    const std::vector<ITR> corners = Corners(kind, sides);
+    // Sides lie all over the mesh: what is read next is fetched ahead.
     RecordNumbers numbers;
-    first_node_.reserve(sides.size() + 1);
-    nodes_.reserve(sides.size() * 4);
-    for (const tagTElemSide& side : sides) {
-      first_node_.push_back(nodes_.size());
-      const SideNodes corners(kind, side, false);
-      for (const ITR node : corners.Nodes()) {
-        if (NodeAt(node)) nodes_.push_back(numbers.Of(node));
+    nodes_.reserve(corners.size());
+    std::size_t at = 0;
+    for (std::size_t& first : first_node_) {
+      for (; at < first; ++at) {
+        if (at + kAhead < corners.size()) Prefetch(corners[at + kAhead]);
+        if (NodeAt(corners[at])) nodes_.push_back(numbers.Of(corners[at]));
       }
+      first = nodes_.size();
     }
-    first_node_.push_back(nodes_.size());
     first_side_.assign(numbers.Count() + 1, 0);
     for (const std::uint32_t node : nodes_) ++first_side_[node + 1];
     for (std::size_t i = 1; i < first_side_.size(); ++i) first_side_[i] += first_side_[i - 1];
@@ -46,6 +48,27 @@ class SideGraph {
   std::size_t NodeCount() const { return first_side_.size() - 1; }
 
  private:
+  static constexpr std::size_t kAhead = 16;
+
+  /// The corners of all sides as they are; `first_node_` is given the end of those before each.
+  std::vector<ITR> Corners(int kind, const TArray<tagTElemSide>& sides) {
+    const auto* all = sides.data();
+    const std::size_t count = sides.size();
+    std::vector<ITR> corners;
+    corners.reserve(count * 4);
+    first_node_.reserve(count + 1);
+    for (std::size_t s = 0; s < count; ++s) {
+      if (s + 2 * kAhead < count) Prefetch(all[s + 2 * kAhead].element);
+      const tagTElem* next = s + kAhead < count ? ElementAt(all[s + kAhead].element) : nullptr;
+      if (next) Prefetch(reinterpret_cast<std::uint64_t>(next->nodes.data()));
+      first_node_.push_back(corners.size());
+      const SideNodes nodes(kind, all[s], false);
+      corners.insert(corners.end(), nodes.Nodes().begin(), nodes.Nodes().end());
+    }
+    first_node_.push_back(corners.size());
+    return corners;
+  }
+
   std::vector<std::size_t> first_node_;
   std::vector<std::uint32_t> nodes_;
   std::vector<std::size_t> first_side_;
