@@ -152,8 +152,8 @@ void DrawLabel(const SeedPreview& preview, int edge, const std::vector<CadPoint>
   if (beside.y > 1e-6 || (beside.y > -1e-6 && beside.x < 0)) beside = {-beside.x, -beside.y};
   const char* anchor = beside.x > 0.3 ? "start" : beside.x < -0.3 ? "end" : "middle";
   out += fmt::format("<text text-anchor=\"{}\" x=\"{:.1f}\" y=\"{:.1f}\">{}</text>\n", anchor,
-                     a.x + t * (b.x - a.x) + 10 * beside.x, a.y + t * (b.y - a.y) + 10 * beside.y + 4,
-                     text);
+                     a.x + t * (b.x - a.x) + 10 * beside.x,
+                     a.y + t * (b.y - a.y) + 10 * beside.y + 4, text);
 }
 
 /// What the colours mean of those that are in the picture.

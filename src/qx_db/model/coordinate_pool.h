@@ -67,8 +67,8 @@ class QXDB_API DPoolCord : public DPoolPlain<tagTCord> {
 
   /// Refuses, with IDS_QX_DB_CORD_REFERENCED (keys of the removed system and of one given in it),
   /// to remove a system in which a remaining one is given: that one would jump to another place.
-  /// And, with IDS_QX_DB_CORD_DEFAULT (its key), a step that removes the default system, or makes it
-  /// any but the global rectangular one; its name is free.
+  /// And, with IDS_QX_DB_CORD_DEFAULT (its key), a step that removes the default system, or makes
+  /// it any but the global rectangular one; its name is free.
   int ProcessRelation() override;
 
  private:

@@ -49,8 +49,8 @@ QXDB_API bool TakesAlong(std::int32_t type, std::uint16_t keyed_pool);
 
 /// The elements. An element takes along what is keyed by it when it is removed: its orientation,
 /// special property, solid material axes and scale factors. At the end of a step it dies with any
-/// of its nodes; with its property in a step that removes nodes too, otherwise it loses the property
-/// (docs/local-axes.md tells it in full).
+/// of its nodes; with its property in a step that removes nodes too, otherwise it loses the
+/// property (docs/local-axes.md tells it in full).
 ///
 /// An int result is 1 for success and 0 for failure; an element that is null or removed is a
 /// failure that changes nothing. Local axes are the rows of a 3x3 array: unit vectors of local x, y
