@@ -1,8 +1,11 @@
 #!/usr/bin/env bash
-# Builds and runs the benchmarks; arguments choose some of those that main.cpp lists.
+# Builds and runs the benchmarks; arguments choose some of those that main.cpp lists, or "qt_lists".
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . ./cmake/setup.sh
-need_packages "${BUILD_PACKAGES[@]}" libabsl-dev libboost-dev
+need_packages "${BUILD_PACKAGES[@]}" libabsl-dev libboost-dev qt6-base-dev
 build bench
-exec build/bench/bin/bench_qx "$@"
+if [ $# = 0 ] || [ "$1" = qt_lists ]; then
+  QT_QPA_PLATFORM=offscreen build/bench/bin/bench_qt_lists
+fi
+[ "${1:-}" = qt_lists ] || build/bench/bin/bench_qx "$@"
