@@ -6,6 +6,7 @@
 #include "qx_db/app/mesh_util.h"
 #include "qx_db/core/session.h"
 #include "qx_db/platform/pages.h"
+#include "qx_db/platform/prefetch.h"
 #include "qx_db/record/element_types.h"
 
 namespace qx {
@@ -32,8 +33,13 @@ DenseMesh::DenseMesh(const CQXDBSession& session) {
   PreferHugePages(elements_.data(), count * sizeof(ITR));
   PreferHugePages(first_node_.data(), count * sizeof(std::size_t));
   first_node_.push_back(0);
-  for (ITR at = count ? elements->GetHeadPosition() : 0; at; elements->Set().Next(at)) {
-    AddElement(at);
+  for (ITR at = count ? elements->GetHeadPosition() : 0; at;) {
+    const ITR element = at;
+    elements->Set().Next(at);
+    if (at) {  // the nodes of the next one are on their way while this one is taken
+      for (const ITR node : ElementAt(at)->nodes) Prefetch(node);
+    }
+    AddElement(element);
   }
 }
 

@@ -10,6 +10,7 @@
 #include "qx_db/core/relations.h"
 #include "qx_db/core/transaction.h"
 #include "qx_db/lib/message.h"
+#include "qx_db/platform/pages.h"
 #include "qx_db/pool/ext_db_pool.h"
 #include "qx_db/record/verbs.h"
 
@@ -224,7 +225,9 @@ class Importer {
   }
 
   static void ChooseAll(Lane& lane) {
-    lane.chosen.reserve(static_cast<std::size_t>(lane.from->GetSize()));
+    const auto size = static_cast<std::size_t>(lane.from->GetSize());
+    lane.chosen.reserve(size);
+    PreferHugePages(lane.chosen.data(), size * sizeof(ITR));
     for (ITR pos = lane.from->GetHeadPosition(); pos; lane.from->Next(pos)) lane.Choose(pos);
   }
 
@@ -271,6 +274,7 @@ class Importer {
       const auto size = to.GetSize() + static_cast<std::int32_t>(lane->chosen.size());
       if (size > to.HashSize()) to.SetHashSize(size);  // once, not by doubling
       lane->keys.reserve(lane->chosen.size());
+      PreferHugePages(lane->keys.data(), lane->chosen.size() * sizeof(lane->keys[0]));
       for (const ITR item : lane->chosen) {
         if (Outcome done = TransferRecord(*lane, item); !done) return done;
       }
