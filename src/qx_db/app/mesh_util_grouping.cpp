@@ -49,6 +49,11 @@ class SideGraph {
 
  private:
   static constexpr std::size_t kAhead = 16;
+  /// What is needed of an element may lie across two cache lines.
+  static void PrefetchTwo(std::uint64_t at) {
+    Prefetch(at);
+    Prefetch(at + 63);
+  }
 
   /// The corners of all sides as they are; `first_node_` is given the end of those before each.
   std::vector<ITR> Corners(int kind, const TArray<tagTElemSide>& sides) {
@@ -58,9 +63,9 @@ class SideGraph {
     corners.reserve(count * 4);
     first_node_.reserve(count + 1);
     for (std::size_t s = 0; s < count; ++s) {
-      if (s + 2 * kAhead < count) Prefetch(all[s + 2 * kAhead].element);
+      if (s + 2 * kAhead < count) PrefetchTwo(all[s + 2 * kAhead].element);
       const tagTElem* next = s + kAhead < count ? ElementAt(all[s + kAhead].element) : nullptr;
-      if (next) Prefetch(reinterpret_cast<std::uint64_t>(next->nodes.data()));
+      if (next) PrefetchTwo(reinterpret_cast<std::uint64_t>(next->nodes.data()));
       first_node_.push_back(corners.size());
       const SideNodes nodes(kind, all[s], false);
       corners.insert(corners.end(), nodes.Nodes().begin(), nodes.Nodes().end());
