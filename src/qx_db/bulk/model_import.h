@@ -96,9 +96,9 @@ class QXDB_API ExternalModel {
   std::string path_;
 };
 
-/// Brings records in through the external stores of the model's pools, in the model's units, as
-/// one undoable step; members that hold keys follow like references. Records that belong to
-/// another by their key (an element's orientation) take its new key. Refused, with nothing
+/// Brings records in by the rules of the external stores of the model's pools, in the model's
+/// units, as one undoable step; members that hold keys follow like references. Records that belong
+/// to another by their key (an element's orientation) take its new key. Refused, with nothing
 /// changed, when a chosen key is not there or a pool refuses a record.
 ///
 /// The records with which every model begins (the default mesh set, the global coordinate system)

@@ -137,8 +137,8 @@ Outcome StepLog::MakeRoom(std::uint64_t bytes) {
   return noted;
 }
 
-Outcome StepLog::Put(FrameKind kind, std::int64_t time_ms, std::vector<char>& frame) {
-  const std::size_t bytes = frame.size() - sizeof(Head);
+/// The head of the frame that goes next, without a payload and without its checksum.
+StepLog::Head StepLog::NextHead(FrameKind kind) const {
   Head head{};
   head.magic = Head::kMagic;
   head.kind = kind;
@@ -147,10 +147,15 @@ Outcome StepLog::Put(FrameKind kind, std::int64_t time_ms, std::vector<char>& fr
   head.sequence = sequence_ + 1;
   head.synced = synced_;
   head.extent = extent_;
-  head.time_ms = time_ms;
-  head.bytes = bytes;
-  head.payload = XXH3_64bits(frame.data() + sizeof(Head), bytes);
   head.previous = chain_;
+  return head;
+}
+
+Outcome StepLog::Put(FrameKind kind, std::int64_t time_ms, std::vector<char>& frame) {
+  Head head = NextHead(kind);
+  head.time_ms = time_ms;
+  head.bytes = frame.size() - sizeof(Head);
+  head.payload = XXH3_64bits(frame.data() + sizeof(Head), head.bytes);
   head.checksum = head.OwnChecksum(end_);
   StoreAt(frame.data(), head);
   frame.resize(Blocks(frame.size()));
@@ -172,6 +177,7 @@ Outcome StepLog::Append(FrameKind kind, std::int64_t time_ms, std::vector<char>&
 
 Outcome StepLog::Sync() {
   if (synced_ == sequence_) return {};
+  if (sync_failed_) return Fault(EIO);  // no mark may say what is not known
   if (const int error = SyncFile()) return Fault(error);
   synced_ = sequence_;
   int ignored = 0;  // the mark only helps to tell damage from an unfinished frame
@@ -182,15 +188,7 @@ Outcome StepLog::Sync() {
 /// Notes, where the next frame will go, that all before is on the device.
 void StepLog::Mark(FrameKind kind, int& error) {
   if (extent_ == 0) return;
-  Head head{};
-  head.magic = Head::kMagic;
-  head.kind = kind;
-  head.version = 1;
-  head.id = id_;
-  head.sequence = sequence_ + 1;
-  head.synced = synced_;
-  head.extent = extent_;
-  head.previous = chain_;
+  Head head = NextHead(kind);
   head.checksum = head.OwnChecksum(end_);
   error = file_->Write(reinterpret_cast<const char*>(&head), sizeof(head), end_);
 }

@@ -88,6 +88,7 @@ class QXDB_API StepLog {
   static Result<Scan> ScanBytes(const std::string& path, std::uint64_t start, std::uint64_t id,
                                 bool writing);
   int SyncFile();
+  Head NextHead(FrameKind kind) const;
   Outcome MakeRoom(std::uint64_t bytes);
   Outcome Put(FrameKind kind, std::int64_t time_ms, std::vector<char>& frame);
   void Mark(FrameKind kind, int& error);
