@@ -6,6 +6,7 @@
 #include <cmath>
 #include <gtest/gtest.h>
 #include <map>
+#include <numeric>
 #include <random>
 #include <set>
 
@@ -97,6 +98,39 @@ TEST(Adjacency, AgreesWithCountingInAMap) {
     const LooseSides loose = LooseFaces(DenseMesh(model.session));
     EXPECT_EQ(loose.free.size(), free);
     EXPECT_EQ(loose.shared.size(), shared);
+  }
+}
+
+TEST(Adjacency, LooseFacesDoNotDependOnTheOrderOfElements) {
+  // In random order most faces are open at the same time; two elements are there twice.
+  Model ordered, shuffled;
+  ordered.Block(32, 32, 32);
+  const auto places_of = [&](std::size_t e) {
+    std::vector<int> places;
+    for (const ITR node : ordered.At(ordered.elements[e]).nodes) {
+      places.push_back(static_cast<int>(NodeAt(node)->key) - 1);
+    }
+    return places;
+  };
+  for (const std::size_t twice : {0, 20010}) ordered.Element(14, places_of(twice));
+  for (const ITR node : ordered.nodes) shuffled.Node(NodeAt(node)->position);
+  std::vector<std::uint32_t> order(ordered.elements.size());
+  std::iota(order.begin(), order.end(), 0u);
+  std::shuffle(order.begin(), order.end(), std::mt19937(17));
+  for (const std::uint32_t e : order) shuffled.Element(14, places_of(e));
+  const auto sorted = [](const std::vector<DenseSide>& sides, auto&& number) {
+    std::vector<std::pair<std::uint32_t, std::uint32_t>> out;
+    for (const DenseSide& side : sides) out.push_back({number(side.element), side.side});
+    std::sort(out.begin(), out.end());
+    return out;
+  };
+  const LooseSides expected = LooseFaces(DenseMesh(ordered.session));
+  const LooseSides found = LooseFaces(DenseMesh(shuffled.session));
+  EXPECT_EQ(expected.free.size(), 6u * 32 * 32 - 3);
+  EXPECT_EQ(expected.shared.size(), 3u * 3 + 6 * 3);
+  for (const auto which : {&LooseSides::free, &LooseSides::shared}) {
+    EXPECT_EQ(sorted(expected.*which, [](std::uint32_t e) { return e; }),
+              sorted(found.*which, [&](std::uint32_t e) { return order[e]; }));
   }
 }
 

@@ -1,6 +1,8 @@
 #include "qx_db/app/dense_mesh.h"
 
 #include <algorithm>
+#include <limits>
+#include <stdexcept>
 
 #include "qx_db/app/element_access.h"
 #include "qx_db/app/mesh_util.h"
@@ -21,61 +23,63 @@ DenseMesh::DenseMesh(const CQXDBSession& session) {
   for (ITR at = node_count ? nodes->GetHeadPosition() : 0; at; nodes->Set().Next(at)) {
     numbers_.Of(at);
     positions_.push_back(NodeAt(at)->position);
+    all_finite_ &= IsFinite(positions_.back());
   }
   const std::size_t count = elements ? static_cast<std::size_t>(elements->GetSize()) : 0;
-  elements_.reserve(count);
-  faults_.reserve(count);
-  shapes_.reserve(count);
-  corners_.reserve(count);
-  first_node_.reserve(count + 1);
+  elements_.reserve(count + 1);
+  PreferHugePages(elements_.data(), count * sizeof(Row));
   nodes_.reserve(8 * count);
   PreferHugePages(nodes_.data(), nodes_.capacity() * sizeof(std::uint32_t));
-  PreferHugePages(elements_.data(), count * sizeof(ITR));
-  PreferHugePages(first_node_.data(), count * sizeof(std::size_t));
-  first_node_.push_back(0);
+  Type type(0);
   for (ITR at = count ? elements->GetHeadPosition() : 0; at;) {
     const ITR element = at;
     elements->Set().Next(at);
     if (at) {  // the nodes of the next one are on their way while this one is taken
       for (const ITR node : ElementAt(at)->nodes) Prefetch(node);
     }
-    AddElement(element);
+    if (ElementAt(element)->type != type.code) type = Type(ElementAt(element)->type);
+    AddElement(element, type);
   }
+  if (nodes_.size() > std::numeric_limits<std::uint32_t>::max()) {
+    throw std::length_error("the elements of this mesh have too many nodes");
+  }
+  elements_.push_back({0, static_cast<std::uint32_t>(nodes_.size()), CornerShape::kNone, 0, 0});
 }
 
-void DenseMesh::AddElement(ITR itr) {
+DenseMesh::Type::Type(std::int32_t type_code)
+    : code(type_code), is_special(type_code > element::kHex20) {
   constexpr int kUnknownDimension = 5;
+  const ElementTopology topology(code);
+  nodes = topology.Nodes();
+  shape = is_special ? CornerShape::kNone : topology::ShapeOf(code);
+  corners = static_cast<std::uint8_t>(topology.Corners());
+  const bool is_known = nodes != 0 || CQXMeshUtil::GetElemDim(code) != kUnknownDimension;
+  faults = is_known ? 0 : fault::kUnknownType;
+}
+
+void DenseMesh::AddElement(ITR itr, const Type& type) {
   const tagTElem& element = *ElementAt(itr);
-  const ElementTopology type(element.type);
-  const bool is_special = element.type > element::kHex20;
-  std::uint8_t faults = 0;
-  if (type.Nodes() == 0) {
-    if (CQXMeshUtil::GetElemDim(element.type) == kUnknownDimension) faults |= fault::kUnknownType;
-  } else if (element.nodes.GetSize() != type.Nodes()) {
-    faults |= fault::kWrongNodeCount;
-  }
+  std::uint8_t faults = type.faults;
+  if (type.nodes != 0 && element.nodes.GetSize() != type.nodes) faults |= fault::kWrongNodeCount;
   const std::size_t first = nodes_.size();
+  nodes_.resize(first + element.nodes.size());
+  std::uint32_t* const begin = nodes_.data() + first;
+  std::uint32_t* end = begin;
   for (const ITR node : element.nodes) {
     const std::uint32_t number =
         node && !KeyedSetBase::IsRemoved(node) ? numbers_.Find(node) : RecordNumbers::kNone;
     if (number == RecordNumbers::kNone) {
       faults |= fault::kMissingNode;
     } else {
-      if (!IsFinite(positions_[number])) faults |= fault::kNotFinite;
-      const auto same =
-          std::find(nodes_.begin() + static_cast<std::ptrdiff_t>(first), nodes_.end(), number);
-      if (same != nodes_.end() && !is_special) faults |= fault::kRepeatedNode;
+      if (!all_finite_ && !IsFinite(positions_[number])) faults |= fault::kNotFinite;
+      if (!type.is_special && std::find(begin, end, number) != end) faults |= fault::kRepeatedNode;
     }
-    nodes_.push_back(number);
+    *end++ = number;
   }
-  elements_.push_back(itr);
-  faults_.push_back(faults);
-  shapes_.push_back(is_special ? CornerShape::kNone : topology::ShapeOf(element.type));
-  corners_.push_back(static_cast<std::uint8_t>(type.Corners()));
-  first_node_.push_back(nodes_.size());
+  elements_.push_back({itr, static_cast<std::uint32_t>(first), type.shape, type.corners, faults});
 }
 
-const tagTElem& DenseMesh::Element(std::uint32_t e) const { return *ElementAt(elements_[e]); }
+const tagTElem& DenseMesh::Element(std::uint32_t e) const { return *ElementAt(ElementItr(e)); }
 
 Key DenseMesh::NodeKey(std::uint32_t n) const { return NodeAt(NodeItr(n))->key; }
 

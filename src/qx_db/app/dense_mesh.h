@@ -28,25 +28,27 @@ inline constexpr std::uint8_t kRepeatedNode = 16;  ///< one node more than once
 /// A picture of the mesh taken at construction. Nodes are numbered in the order of their pool,
 /// elements in that of theirs. Holds the parameter indices of nodes while it lives; editing the
 /// session makes it out of date. Special elements have their nodes but no shape: what they mean,
-/// and whether they may lie on one spot or on each other, is the application's business.
+/// and whether they may lie on one spot or on each other, is the application's business. Throws
+/// std::length_error when all elements together have 2^32 nodes or more.
 class QXDB_API DenseMesh {
  public:
   explicit DenseMesh(const CQXDBSession& session);
 
-  std::uint32_t ElementCount() const { return static_cast<std::uint32_t>(elements_.size()); }
-  ITR ElementItr(std::uint32_t e) const { return elements_[e]; }
+  std::uint32_t ElementCount() const { return static_cast<std::uint32_t>(elements_.size() - 1); }
+  ITR ElementItr(std::uint32_t e) const { return elements_[e].itr; }
   const tagTElem& Element(std::uint32_t e) const;
-  std::uint8_t Faults(std::uint32_t e) const { return faults_[e]; }
-  bool IsUsable(std::uint32_t e) const { return (faults_[e] & fault::kUnusable) == 0; }
+  std::uint8_t Faults(std::uint32_t e) const { return elements_[e].faults; }
+  bool IsUsable(std::uint32_t e) const { return (Faults(e) & fault::kUnusable) == 0; }
   /// kNone for special and unknown types.
-  CornerShape Shape(std::uint32_t e) const { return shapes_[e]; }
+  CornerShape Shape(std::uint32_t e) const { return elements_[e].shape; }
   /// Numbers of all nodes of an element, corners first; RecordNumbers::kNone for a missing one.
   std::span<const std::uint32_t> Nodes(std::uint32_t e) const {
-    return std::span(nodes_).subspan(first_node_[e], first_node_[e + 1] - first_node_[e]);
+    const std::size_t first = elements_[e].first_node;
+    return std::span(nodes_).subspan(first, elements_[e + 1].first_node - first);
   }
   /// The corners alone. Requires a usable element.
   std::span<const std::uint32_t> Corners(std::uint32_t e) const {
-    return std::span(nodes_).subspan(first_node_[e], corners_[e]);
+    return std::span(nodes_).subspan(elements_[e].first_node, elements_[e].corners);
   }
   /// Their positions, at most 8. Requires a usable element.
   void CornerPositions(std::uint32_t e, Point3* out) const {
@@ -61,15 +63,32 @@ class QXDB_API DenseMesh {
   const Point3& Position(std::uint32_t n) const { return positions_[n]; }
 
  private:
-  void AddElement(ITR itr);
+  /// What the type code of an element says.
+  struct Type {
+    explicit Type(std::int32_t type_code);
+
+    std::int32_t code;
+    std::int32_t nodes;  ///< 0 for any number
+    bool is_special;
+    CornerShape shape;
+    std::uint8_t corners;
+    std::uint8_t faults;
+  };
+  /// Four of them fill a cache line.
+  struct Row {
+    ITR itr;
+    std::uint32_t first_node;
+    CornerShape shape;
+    std::uint8_t corners;
+    std::uint8_t faults;
+  };
+
+  void AddElement(ITR itr, const Type& type);
 
   RecordNumbers numbers_;
   std::vector<Point3> positions_;
-  std::vector<ITR> elements_;
-  std::vector<std::uint8_t> faults_;
-  std::vector<CornerShape> shapes_;
-  std::vector<std::uint8_t> corners_;
-  std::vector<std::size_t> first_node_;
+  bool all_finite_ = true;
+  std::vector<Row> elements_;  ///< and one more, whose first node is the end of the last
   std::vector<std::uint32_t> nodes_;
 };
 

@@ -2,19 +2,23 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cmath>
 #include <compare>
 #include <memory>
 #include <numeric>
+#include <tuple>
+#include <utility>
 
 #include "qx_db/platform/pages.h"
+#include "qx_db/record/element_types.h"
 
 namespace qx {
 namespace {
 
 // ---- sides by their corners ---------------------------------------------------------------------
 
-/// A side in the bucket of its smallest corner: its other corners in ascending order, and whose
+/// A side among those with its smallest corner: its other corners in ascending order, and whose
 /// side it is. Node numbers have 29 bits, which leaves three for the side.
 struct SideEntry {
   static constexpr std::uint32_t kNodeMask = RecordNumbers::kNone;
@@ -23,35 +27,34 @@ struct SideEntry {
   std::uint32_t fourth_and_side;
   std::uint32_t element;
 
-  std::uint32_t Fourth() const { return fourth_and_side & kNodeMask; }
   DenseSide Side() const { return {element, fourth_and_side >> 29}; }
+  /// Without a branch: whether two sides meet cannot be foretold.
   bool SameNodes(const SideEntry& other) const {
-    return second_third == other.second_third && Fourth() == other.Fourth();
+    const std::uint32_t fourth = (fourth_and_side ^ other.fourth_and_side) & kNodeMask;
+    return ((second_third ^ other.second_third) | fourth) == 0;
   }
   friend bool operator<(const SideEntry& a, const SideEntry& b) {
-    if (a.second_third != b.second_third) return a.second_third < b.second_third;
-    if (a.Fourth() != b.Fourth()) return a.Fourth() < b.Fourth();
-    return a.element < b.element;
+    const auto order = [](const SideEntry& s) {
+      return std::tuple(s.second_third, s.fourth_and_side & kNodeMask, s.element);
+    };
+    return order(a) < order(b);
   }
 };
 
-bool IsSolid(CornerShape shape) { return shape >= CornerShape::kTetrahedron; }
-bool IsSurface(CornerShape shape) {
-  return shape == CornerShape::kTriangle || shape == CornerShape::kQuadrilateral;
-}
-
-/// Faces of solids, or edges of surfaces.
+/// Faces of solids, or edges of surfaces: of the elements with these shapes.
 struct SideKind {
-  bool (*has)(CornerShape);
+  CornerShape first, last;
   bool faces;
+
+  bool Has(CornerShape shape) const { return shape >= first && shape <= last; }
 };
-constexpr SideKind kFaces{IsSolid, true};
-constexpr SideKind kEdges{IsSurface, false};
+constexpr SideKind kFaces{CornerShape::kTetrahedron, CornerShape::kHexahedron, true};
+constexpr SideKind kEdges{CornerShape::kTriangle, CornerShape::kQuadrilateral, false};
 
 /// Up to four node numbers, what is missing as the largest.
 using SideCorners = std::array<std::uint32_t, 4>;
 
-void SortTwo(std::uint32_t& a, std::uint32_t& b) {
+inline void SortTwo(std::uint32_t& a, std::uint32_t& b) {
   const std::uint32_t low = std::min(a, b);
   b = std::max(a, b);
   a = low;
@@ -77,7 +80,7 @@ ShapeSides SidesOf(std::int32_t code, bool faces) {
 }
 
 /// The same in ascending order.
-SideCorners Sorted(SideCorners n) {
+inline SideCorners Sorted(SideCorners n) {
   SortTwo(n[0], n[1]);
   SortTwo(n[2], n[3]);
   SortTwo(n[0], n[2]);
@@ -86,68 +89,218 @@ SideCorners Sorted(SideCorners n) {
   return n;
 }
 
-/// Visits every side of the kind: its corners as they come, element, and side number.
-template <class Visit>
-void ForEachSide(const DenseMesh& mesh, const SideKind& kind, Visit&& visit) {
-  std::array<ShapeSides, 9> known;
-  std::array<bool, 9> have{};
-  for (std::uint32_t e = 0; e < mesh.ElementCount(); ++e) {
-    if (!kind.has(mesh.Shape(e)) || !mesh.IsUsable(e)) continue;
-    // One linear type of each shape stands for all: only corners count.
-    const auto shape = static_cast<std::size_t>(mesh.Shape(e));
-    if (!have[shape]) {
-      known[shape] = SidesOf(mesh.Element(e).type, kind.faces);
-      have[shape] = true;
+/// The elements of a mesh that have sides of a kind, and these sides.
+class SidedElements {
+ public:
+  SidedElements(const DenseMesh& mesh, const SideKind& kind) : mesh_(mesh), kind_(kind) {
+    // Any type of a shape stands for all of them, since only corners count.
+    for (std::int32_t code = element::kTri3; code <= element::kHex20; ++code) {
+      const CornerShape shape = topology::ShapeOf(code);
+      if (kind.Has(shape)) sides_[static_cast<std::size_t>(shape)] = SidesOf(code, kind.faces);
     }
-    const std::uint32_t* nodes = mesh.Corners(e).data();
-    const ShapeSides& sides = known[shape];
+  }
+
+  const DenseMesh& Mesh() const { return mesh_; }
+  bool Has(std::uint32_t e) const { return kind_.Has(mesh_.Shape(e)) && mesh_.IsUsable(e); }
+  /// Visits the sides of an element that has them: smallest corner, and the rest.
+  template <class Visit>
+  void ForEachSide(std::uint32_t e, Visit&& visit) const {
+    const ShapeSides& sides = sides_[static_cast<std::size_t>(mesh_.Shape(e))];
+    const std::uint32_t* nodes = mesh_.Corners(e).data();
+    constexpr std::uint32_t kNone = SideEntry::kNodeMask;
     for (std::uint32_t s = 0; s < sides.count; ++s) {
       const auto& at = sides.corners[s];
-      visit(SideCorners{nodes[at[0]], nodes[at[1]], at[2] < 0 ? SideEntry::kNodeMask : nodes[at[2]],
-                        at[3] < 0 ? SideEntry::kNodeMask : nodes[at[3]]},
-            e, s);
+      const SideCorners n = Sorted({nodes[at[0]], nodes[at[1]], at[2] < 0 ? kNone : nodes[at[2]],
+                                    at[3] < 0 ? kNone : nodes[at[3]]});
+      visit(n[0], SideEntry{std::uint64_t{n[1]} << 32 | n[2], n[3] | s << 29, e});
     }
+  }
+
+ private:
+  const DenseMesh& mesh_;
+  const SideKind kind_;
+  std::array<ShapeSides, 9> sides_;
+};
+
+/// Calls `meet` with each group of sides that have the same nodes, among the sides at(0) to
+/// at(size - 1) that have the same smallest corner.
+template <class At, class Meet>
+void MeetGroups(std::size_t size, At&& at, Meet&& meet) {
+  constexpr std::size_t kFew = 16;
+  if (size <= kFew) {
+    std::array<DenseSide, kFew> group;
+    std::uint32_t met = 0;
+    for (std::size_t i = 0; i < size; ++i) {
+      if ((met >> i & 1) != 0) continue;
+      const SideEntry& first = at(i);
+      group[0] = first.Side();
+      std::size_t count = 1;
+      for (std::size_t j = i + 1; j < size; ++j) {
+        const bool same = first.SameNodes(at(j));
+        group[count] = at(j).Side();
+        count += same;
+        met |= std::uint32_t{same} << j;
+      }
+      meet(std::span<const DenseSide>(group.data(), count));
+    }
+    return;
+  }
+  std::vector<SideEntry> sorted(size);
+  for (std::size_t i = 0; i < size; ++i) sorted[i] = at(i);
+  std::sort(sorted.begin(), sorted.end());
+  std::vector<DenseSide> group;
+  for (std::size_t i = 0; i < size; ++i) {
+    group.push_back(sorted[i].Side());
+    if (i + 1 < size && sorted[i].SameNodes(sorted[i + 1])) continue;
+    meet(std::span<const DenseSide>(group));
+    group.clear();
   }
 }
 
-/// Calls `meet` with each group of sides that have the same corners.
-template <class Meet>
-void MatchSides(const DenseMesh& mesh, const SideKind& kind, Meet&& meet) {
-  std::vector<std::uint64_t> first(std::size_t{mesh.NodeCount()} + 1, 0);
-  ForEachSide(mesh, kind, [&](const SideCorners& n, std::uint32_t, std::uint32_t) {
-    ++first[std::size_t{std::min(std::min(n[0], n[1]), std::min(n[2], n[3]))} + 1];
-  });
-  for (std::size_t i = 1; i < first.size(); ++i) first[i] += first[i - 1];
+/// Sides by their smallest corner, each kept only until the last element with that corner has
+/// come.
+class OpenSides {
+ public:
+  explicit OpenSides(const SidedElements& elements) : nodes_(elements.Mesh().NodeCount()) {
+    for (std::uint32_t e = 0; e < elements.Mesh().ElementCount(); ++e) {
+      if (!elements.Has(e)) continue;
+      for (const std::uint32_t node : elements.Mesh().Corners(e)) nodes_[node].last_element = e;
+    }
+  }
+
+  /// How many sides were ever kept at a time.
+  std::size_t Most() const { return links_.size(); }
+  void Add(std::uint32_t node, const SideEntry& side) {
+    std::uint32_t at = unused_;
+    if (at != kNone) {
+      unused_ = links_[at].next;
+    } else {
+      at = static_cast<std::uint32_t>(links_.size());
+      links_.emplace_back();
+    }
+    links_[at] = {side, std::exchange(nodes_[node].first_side, at)};
+  }
+  /// Meets what is complete with an element, and keeps it no longer.
+  template <class Meet>
+  void Close(std::uint32_t element, std::span<const std::uint32_t> corners, Meet&& meet) {
+    for (const std::uint32_t node : corners) {
+      if (nodes_[node].last_element != element || nodes_[node].first_side == kNone) continue;
+      taken_.clear();
+      for (std::uint32_t at = nodes_[node].first_side; at != kNone; at = links_[at].next) {
+        taken_.push_back(at);
+      }
+      const auto side = [&](std::size_t i) -> const SideEntry& { return links_[taken_[i]].side; };
+      MeetGroups(taken_.size(), side, meet);
+      links_[taken_.back()].next = std::exchange(unused_, taken_.front());
+      nodes_[node].first_side = kNone;
+    }
+  }
+  /// Visits all that is kept: smallest corner and side.
+  template <class Visit>
+  void ForEach(Visit&& visit) const {
+    for (std::uint32_t node = 0; node < nodes_.size(); ++node) {
+      for (std::uint32_t at = nodes_[node].first_side; at != kNone; at = links_[at].next) {
+        visit(node, links_[at].side);
+      }
+    }
+  }
+
+ private:
+  static constexpr std::uint32_t kNone = ~0u;
+  struct Node {
+    std::uint32_t last_element = kNone;
+    std::uint32_t first_side = kNone;
+  };
+  struct Link {
+    SideEntry side;
+    std::uint32_t next;
+  };
+
+  std::vector<Node> nodes_;
+  std::vector<Link> links_;
+  std::uint32_t unused_ = kNone;
+  std::vector<std::uint32_t> taken_;
+};
+
+/// Meets the groups among all sides that `for_each` visits, by a bucket for each node.
+template <class ForEach, class Meet>
+void MeetByBuckets(std::uint32_t nodes, ForEach&& for_each, Meet&& meet) {
+  std::vector<std::uint64_t> first(std::size_t{nodes} + 1, 0);
+  for_each([&](std::uint32_t node, const SideEntry&) { ++first[std::size_t{node} + 1]; });
+  std::partial_sum(first.begin(), first.end(), first.begin());
   // Not filled with zeros first: all of it is written below.
   const std::unique_ptr<SideEntry[]> entries(new SideEntry[first.back()]);
   PreferHugePages(entries.get(), first.back() * sizeof(SideEntry));
   // Filling moves each bucket's start to its end, which is the next one's start.
-  ForEachSide(
-      mesh, kind, [&](const SideCorners& corners, std::uint32_t element, std::uint32_t side) {
-        const SideCorners n = Sorted(corners);
-        entries[first[n[0]]++] = {std::uint64_t{n[1]} << 32 | n[2], n[3] | side << 29, element};
-      });
-  std::size_t begin = 0;
-  for (std::uint32_t node = 0; node < mesh.NodeCount(); ++node) {
-    const std::size_t end = first[node];
-    std::sort(entries.get() + begin, entries.get() + end);
-    while (begin < end) {
-      std::size_t next = begin + 1;
-      while (next < end && entries[next].SameNodes(entries[begin])) ++next;
-      meet(std::span<const SideEntry>(entries.get() + begin, next - begin));
-      begin = next;
-    }
+  for_each([&](std::uint32_t node, const SideEntry& side) { entries[first[node]++] = side; });
+  const SideEntry* begin = entries.get();
+  for (std::uint32_t node = 0; node < nodes; ++node) {
+    const SideEntry* const end = entries.get() + first[node];
+    const auto side = [&](std::size_t i) -> const SideEntry& { return begin[i]; };
+    MeetGroups(static_cast<std::size_t>(end - begin), side, meet);
+    begin = end;
   }
 }
 
+/// Calls `meet` with each group of sides that have the same corners.
+///
+/// On a mesh that is numbered with any sense few sides are open at a time, and those stay in the
+/// cache. When they become too many for that, the open ones and all that are to come are divided
+/// into buckets instead, which needs memory for all of them but none in random order.
+template <class Meet>
+void MatchSides(const DenseMesh& mesh, const SideKind& kind, Meet&& meet) {
+  const SidedElements elements(mesh, kind);
+  OpenSides open(elements);
+  const std::size_t too_many = std::max<std::size_t>(1 << 16, mesh.ElementCount() / 4);
+  std::uint32_t e = 0;
+  for (; e < mesh.ElementCount() && open.Most() < too_many; ++e) {
+    if (!elements.Has(e)) continue;
+    elements.ForEachSide(e,
+                         [&](std::uint32_t node, const SideEntry& side) { open.Add(node, side); });
+    open.Close(e, mesh.Corners(e), meet);
+  }
+  if (e == mesh.ElementCount()) return;
+  const auto for_each_left = [&](auto&& visit) {
+    open.ForEach(visit);
+    for (std::uint32_t rest = e; rest < mesh.ElementCount(); ++rest) {
+      if (elements.Has(rest)) elements.ForEachSide(rest, visit);
+    }
+  };
+  MeetByBuckets(mesh.NodeCount(), for_each_left, meet);
+}
+
+/// Sides by element, a bit for each.
+class SideMarks {
+ public:
+  explicit SideMarks(std::uint32_t elements) : marks_(elements, 0) {}
+  void Mark(const DenseSide& side) {
+    marks_[side.element] |= static_cast<std::uint8_t>(1u << side.side);
+    ++count_;
+  }
+  std::vector<DenseSide> InOrder() const {
+    std::vector<DenseSide> sides;
+    sides.reserve(count_);
+    for (std::uint32_t e = 0; e < marks_.size() && count_ > 0; ++e) {
+      for (std::uint32_t rest = marks_[e]; rest != 0; rest &= rest - 1) {
+        sides.push_back({e, static_cast<std::uint32_t>(std::countr_zero(rest))});
+      }
+    }
+    return sides;
+  }
+
+ private:
+  std::vector<std::uint8_t> marks_;
+  std::size_t count_ = 0;
+};
+
 LooseSides FindLooseSides(const DenseMesh& mesh, const SideKind& kind) {
-  LooseSides loose;
-  MatchSides(mesh, kind, [&](std::span<const SideEntry> group) {
-    if (group.size() == 1) loose.free.push_back(group[0].Side());
+  SideMarks free(mesh.ElementCount()), shared(mesh.ElementCount());
+  MatchSides(mesh, kind, [&](std::span<const DenseSide> group) {
+    if (group.size() == 1) free.Mark(group[0]);
     if (group.size() <= 2) return;
-    for (const SideEntry& entry : group) loose.shared.push_back(entry.Side());
+    for (const DenseSide& side : group) shared.Mark(side);
   });
-  return loose;
+  return {free.InOrder(), shared.InOrder()};
 }
 
 // ---- groups -------------------------------------------------------------------------------------
@@ -188,9 +341,9 @@ bool WalksUp(const DenseMesh& mesh, const DenseSide& side) {
 
 std::vector<Neighbour> ShellNeighbours(const DenseMesh& mesh) {
   std::vector<Neighbour> neighbours;
-  MatchSides(mesh, kEdges, [&](std::span<const SideEntry> group) {
+  MatchSides(mesh, kEdges, [&](std::span<const DenseSide> group) {
     if (group.size() != 2 || group[0].element == group[1].element) return;
-    const bool same = WalksUp(mesh, group[0].Side()) == WalksUp(mesh, group[1].Side());
+    const bool same = WalksUp(mesh, group[0]) == WalksUp(mesh, group[1]);
     neighbours.push_back({group[0].element, group[1].element, same});
   });
   return neighbours;
@@ -238,7 +391,7 @@ ShellOrientation OrientShells(const DenseMesh& mesh) {
   std::vector<std::uint32_t> patch;
   ShellOrientation result;
   for (std::uint32_t seed = 0; seed < mesh.ElementCount(); ++seed) {
-    if (state[seed] != kUnmet || !IsSurface(mesh.Shape(seed)) || !mesh.IsUsable(seed)) continue;
+    if (state[seed] != kUnmet || !kEdges.Has(mesh.Shape(seed)) || !mesh.IsUsable(seed)) continue;
     ++result.patches;
     state[seed] = kAsIs;
     patch.assign(1, seed);

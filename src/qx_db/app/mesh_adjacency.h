@@ -18,9 +18,10 @@ struct DenseSide {
 };
 
 /// Sides that belong to one element only, or to more than two. Faces of solids and edges of
-/// surfaces are compared by their corners; unusable elements take no part.
+/// surfaces are compared by their corners; unusable elements take no part. Both in the order of
+/// elements and of their sides.
 struct LooseSides {
-  std::vector<DenseSide> free;    ///< in the order of their smallest node
+  std::vector<DenseSide> free;
   std::vector<DenseSide> shared;  ///< by three or more elements: each of their sides
 };
 

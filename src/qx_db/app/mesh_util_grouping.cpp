@@ -1,84 +1,122 @@
 // Dividing sides by direction and into connected groups; dividing polylines.
 
 #include <algorithm>
+#include <array>
+#include <bit>
+#include <cstdint>
+#include <span>
 #include <utility>
 #include <vector>
 
 #include "qx_db/app/mesh_util.h"
-#include "qx_db/app/record_numbers.h"
 #include "qx_db/app/side_nodes.h"
 #include "qx_db/platform/prefetch.h"
 
 namespace qx {
 namespace {
 
-/// Which sides contain which nodes, both ways, as two arrays each: node numbers by side, and sides
-/// by node number.
-class SideGraph {
- public:
-  SideGraph(int kind, const TArray<tagTElemSide>& sides) {
-    const std::vector<ITR> corners = Corners(kind, sides);
-    // Sides lie all over the mesh: what is read next is fetched ahead.
-    RecordNumbers numbers;
-    nodes_.reserve(corners.size());
-    std::size_t at = 0;
-    for (std::size_t& first : first_node_) {
-      for (; at < first; ++at) {
-        if (at + kAhead < corners.size()) Prefetch(corners[at + kAhead]);
-        if (NodeAt(corners[at])) nodes_.push_back(numbers.Of(corners[at]));
-      }
-      first = nodes_.size();
-    }
-    first_side_.assign(numbers.Count() + 1, 0);
-    for (const std::uint32_t node : nodes_) ++first_side_[node + 1];
-    for (std::size_t i = 1; i < first_side_.size(); ++i) first_side_[i] += first_side_[i - 1];
-    sides_.resize(nodes_.size());
-    std::vector<std::size_t> next(first_side_.begin(), first_side_.end() - 1);
-    for (std::size_t s = 0; s + 1 < first_node_.size(); ++s) {
-      for (const std::uint32_t node : NodesOf(s)) sides_[next[node]++] = static_cast<int>(s);
-    }
-  }
+constexpr std::uint32_t kNoCorner = ~0u;
+/// Corners are numbered over all sides; every side has room for the most that one can have.
+constexpr std::uint32_t kCornersOfSide = 4;
 
-  std::span<const std::uint32_t> NodesOf(std::size_t side) const {
-    return std::span(nodes_).subspan(first_node_[side], first_node_[side + 1] - first_node_[side]);
+/// The corners of sides that lie on the same node, chained into a ring. Nodes are told apart by
+/// their iterators alone, so that none of their records, which lie all over the mesh, is read.
+class CornerRings {
+ public:
+  explicit CornerRings(std::size_t sides)
+      : next_(sides * kCornersOfSide, kNoCorner), heads_(std::bit_ceil(2 * sides + 2)) {}
+
+  void Add(ITR node, std::uint32_t corner) {
+    if (2 * (used_ + 1) > heads_.size()) Grow();
+    Head& head = HeadOf(node);
+    if (head.node == node) {
+      next_[corner] = std::exchange(next_[head.last], corner);
+    } else {
+      next_[corner] = corner;
+      head.node = node;
+      ++used_;
+    }
+    head.last = corner;
   }
-  std::span<const int> SidesOf(std::uint32_t node) const {
-    return std::span(sides_).subspan(first_side_[node], first_side_[node + 1] - first_side_[node]);
+  void PrefetchHead(ITR node) const { Prefetch(&heads_[PlaceOf(node)]); }
+  /// Visits the corners of the ring that a corner is in, which ends with it, and dissolves the
+  /// ring: a node hands on its sides once, so that a walk stays linear however many share it.
+  template <class Visit>
+  void Take(std::uint32_t corner, Visit&& visit) {
+    std::uint32_t at = std::exchange(next_[corner], kNoCorner);
+    while (at != kNoCorner) {
+      visit(at);
+      at = std::exchange(next_[at], kNoCorner);
+    }
   }
-  std::size_t NodeCount() const { return first_side_.size() - 1; }
 
  private:
-  static constexpr std::size_t kAhead = 16;
-  /// What is needed of an element may lie across two cache lines.
-  static void PrefetchTwo(std::uint64_t at) {
-    Prefetch(at);
-    Prefetch(at + 63);
+  struct Head {
+    ITR node = 0;
+    std::uint32_t last = kNoCorner;
+  };
+  /// Where to start looking for a node.
+  std::size_t PlaceOf(ITR node) const {
+    constexpr std::uint64_t kGolden = 0x9E3779B97F4A7C15;  // 2^64 by the golden ratio
+    return (node * kGolden >> 32) & (heads_.size() - 1);
   }
-
-  /// The corners of all sides as they are; `first_node_` is given the end of those before each.
-  std::vector<ITR> Corners(int kind, const TArray<tagTElemSide>& sides) {
-    const auto* all = sides.data();
-    const std::size_t count = sides.size();
-    std::vector<ITR> corners;
-    corners.reserve(count * 4);
-    first_node_.reserve(count + 1);
-    for (std::size_t s = 0; s < count; ++s) {
-      if (s + 2 * kAhead < count) PrefetchTwo(all[s + 2 * kAhead].element);
-      const tagTElem* next = s + kAhead < count ? ElementAt(all[s + kAhead].element) : nullptr;
-      if (next) PrefetchTwo(reinterpret_cast<std::uint64_t>(next->nodes.data()));
-      first_node_.push_back(corners.size());
-      const SideNodes nodes(kind, all[s], false);
-      corners.insert(corners.end(), nodes.Nodes().begin(), nodes.Nodes().end());
+  /// That of a node, or the free one that it is to have.
+  Head& HeadOf(ITR node) {
+    std::size_t at = PlaceOf(node);
+    while (heads_[at].node != 0 && heads_[at].node != node) at = (at + 1) & (heads_.size() - 1);
+    return heads_[at];
+  }
+  void Grow() {
+    std::vector<Head> old(2 * heads_.size());
+    old.swap(heads_);
+    for (const Head& head : old) {
+      if (head.node != 0) HeadOf(head.node) = head;
     }
-    first_node_.push_back(corners.size());
-    return corners;
   }
 
-  std::vector<std::size_t> first_node_;
-  std::vector<std::uint32_t> nodes_;
-  std::vector<std::size_t> first_side_;
-  std::vector<int> sides_;
+  std::vector<std::uint32_t> next_;
+  std::vector<Head> heads_;  ///< a power of two, at least half of them free
+  std::size_t used_ = 0;
 };
+
+/// The corners of all sides by node. Elements lie all over the memory, so sides go through in
+/// batches, and what the next batches read is on its way while one is taken.
+CornerRings RingsOf(int kind, std::span<const tagTElemSide> sides) {
+  constexpr std::size_t kBatch = 16;
+  const auto batch = [&](std::size_t first) {
+    first = std::min(first, sides.size());
+    return sides.subspan(first, std::min(kBatch, sides.size() - first));
+  };
+  CornerRings rings(sides.size());
+  std::array<ITR, kBatch * kCornersOfSide> corners;
+  for (std::size_t first = 0; first < sides.size(); first += kBatch) {
+    for (const tagTElemSide& side : batch(first + 2 * kBatch)) {
+      Prefetch(side.element);
+      Prefetch(side.element + 35);  // up to the list of its nodes, maybe on the next cache line
+    }
+    for (const tagTElemSide& side : batch(first + kBatch)) {
+      const tagTElem* element = ElementAt(side.element);
+      if (!element) continue;
+      Prefetch(element->nodes.begin());
+      Prefetch(element->nodes.end());
+    }
+    corners.fill(0);
+    ITR* at = corners.data();
+    for (const tagTElemSide& side : batch(first)) {
+      const SideNodes nodes(kind, side, false);
+      for (std::size_t c = 0; c < nodes.Count(); ++c) {
+        at[c] = nodes.Nodes()[c];
+        rings.PrefetchHead(at[c]);
+      }
+      at += kCornersOfSide;
+    }
+    for (std::size_t i = 0; i < corners.size(); ++i) {
+      if (corners[i] == 0) continue;
+      rings.Add(corners[i], static_cast<std::uint32_t>(first * kCornersOfSide + i));
+    }
+  }
+  return rings;
+}
 
 /// Walks a polyline and places a point every `step`.
 std::vector<Point3> PlacePoints(const TArray<tagTVector3<double>>& points, double step,
@@ -135,28 +173,21 @@ std::int32_t CQXMeshUtil::GroupElemSide(int kind, const TArray<tagTElemSide>& si
                                         std::list<std::list<int>>& groups) const {
   groups.clear();
   if (kind != kFaceSide && kind != kEdgeSide) return 0;
-  const SideGraph graph(kind, sides);
-  std::vector<char> side_met(sides.size(), 0);
-  // A node hands on its sides once: the walk stays linear however many sides share it.
-  std::vector<char> node_met(graph.NodeCount(), 0);
-  std::vector<int> queue;
-  queue.reserve(sides.size());
+  CornerRings rings = RingsOf(kind, {sides.data(), sides.size()});
+  std::vector<char> met(sides.size(), 0);
   for (std::size_t seed = 0; seed < sides.size(); ++seed) {
-    if (side_met[seed]) continue;
-    side_met[seed] = 1;
-    queue.assign(1, static_cast<int>(seed));
-    for (std::size_t at = 0; at < queue.size(); ++at) {
-      for (const std::uint32_t node : graph.NodesOf(static_cast<std::size_t>(queue[at]))) {
-        if (node_met[node]) continue;
-        node_met[node] = 1;
-        for (const int side : graph.SidesOf(node)) {
-          if (side_met[static_cast<std::size_t>(side)]) continue;
-          side_met[static_cast<std::size_t>(side)] = 1;
-          queue.push_back(side);
-        }
+    if (met[seed]) continue;
+    met[seed] = 1;
+    std::list<int>& group = groups.emplace_back(1, static_cast<int>(seed));
+    for (const int member : group) {  // and those that join meanwhile
+      const std::uint32_t first = static_cast<std::uint32_t>(member) * kCornersOfSide;
+      for (std::uint32_t corner = first; corner < first + kCornersOfSide; ++corner) {
+        rings.Take(corner, [&](std::uint32_t other) {
+          const std::uint32_t side = other / kCornersOfSide;
+          if (std::exchange(met[side], 1) == 0) group.push_back(static_cast<int>(side));
+        });
       }
     }
-    groups.emplace_back(queue.begin(), queue.end());
   }
   return static_cast<std::int32_t>(groups.size());
 }

@@ -11,7 +11,7 @@
 namespace qx {
 
 /// What the corners of an element form, whatever its class and order.
-enum class CornerShape : std::int32_t {
+enum class CornerShape : std::uint8_t {
   kNone,
   kPoint,
   kLine,

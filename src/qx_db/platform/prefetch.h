@@ -17,5 +17,6 @@ inline void Prefetch(std::uint64_t address) {
   __builtin_prefetch(reinterpret_cast<const void*>(address));
 #endif
 }
+inline void Prefetch(const void* at) { Prefetch(reinterpret_cast<std::uint64_t>(at)); }
 
 }  // namespace qx
