@@ -83,6 +83,11 @@ TEST_F(CheckCli, WritesMeasuresAsCellData) {
   EXPECT_TRUE(Has(vtu, "Name=\"aspect_ratio\""));
   EXPECT_TRUE(Has(vtu, "Name=\"shape\""));
   EXPECT_FALSE(Has(vtu, "Name=\"min_angle\""));
+  // Two tetrahedra of one sixth and one third: their mean is a quarter.
+  const Ran all = Qxdb("check good.qxm --measure all --json");
+  EXPECT_TRUE(Has(all.out, "\"relative-size\":{\"elements\":2")) << all.out;
+  EXPECT_TRUE(Has(all.out, "\"value\":0.4444444444444")) << all.out;
+  EXPECT_FALSE(Has(Qxdb("check good.qxm --json").out, "relative-size"));
   EXPECT_EQ(Qxdb("check good.qxm --vtu no/such/folder/out.vtu").code, 1);
 }
 
