@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <vector>
 
+#include "qx_db/app/element_turning.h"
 #include "qx_db/app/mesh_adjacency.h"
 #include "qx_db/app/mesh_findings.h"
-#include "qx_db/app/mesh_util.h"
 #include "qx_db/core/session.h"
 #include "qx_db/model/standard_pools.h"
 #include "qx_db/record/verbs.h"
@@ -153,12 +153,8 @@ bool RemoveDuplicateElements(CQXDBSession& session, RepairReport& report) {
 }
 
 bool Turn(CQXDBSession& session, const std::vector<ITR>& elements, std::int64_t& turned) {
-  const CQXMeshUtil util(&session);
-  for (const ITR element : elements) {
-    if (!util.FlipElement(element)) return false;
-    ++turned;
-  }
-  return true;
+  turned = static_cast<std::int64_t>(elements.size());
+  return TurnElements(session, elements);
 }
 
 bool TurnSolids(CQXDBSession& session, RepairReport& report) {
