@@ -4,7 +4,7 @@
 
 #include <memory>
 
-#include "qx_db/callback/app_db.h"
+#include "qx_db/callback/callbacks.h"
 
 #include "host/session.h"
 

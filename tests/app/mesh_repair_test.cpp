@@ -13,7 +13,7 @@
 #include "qx_db/app/mesh_adjacency.h"
 #include "qx_db/app/mesh_findings.h"
 #include "qx_db/app/mesh_mass.h"
-#include "qx_db/callback/app_db.h"
+#include "qx_db/callback/callbacks.h"
 #include "qx_db/core/transaction.h"
 #include "qx_db/record/control_records.h"
 
