@@ -532,7 +532,7 @@ void AddCheck(CLI::App& app, Context& context) {
   command->add_option("--worst", options->worst, "How many of the worst elements to name")
       ->check(CLI::Range(0, 1000))
       ->capture_default_str();
-  command->add_option("--bins", options->bins, "Bars of a histogram")
+  command->add_option("--bins", options->bins, "Bars of a histogram, at most")
       ->check(CLI::Range(1, 100))
       ->capture_default_str();
   command->add_flag("--no-histograms", options->no_histograms, "Tables only");

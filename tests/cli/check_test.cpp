@@ -91,6 +91,23 @@ TEST_F(CheckCli, WritesMeasuresAsCellData) {
   EXPECT_EQ(Qxdb("check good.qxm --vtu no/such/folder/out.vtu").code, 1);
 }
 
+TEST_F(CheckCli, BarsHaveShortNumbersAtTheirEnds) {
+  // Six times the volume, from -2 to 2.
+  struct Case {
+    const char* bins;
+    std::vector<const char*> bars;
+  };
+  const Case cases[] = {{"1", {"-2 .. 2 "}},
+                        {"3", {"-2 .. 0 ", " 0 .. 2 "}},
+                        {"6", {"-2 .. -1 ", " 1 .. 2 "}},
+                        {"10", {"-2 .. -1.5 ", "-0.5 .. 0 ", "1.5 .. 2 "}}};
+  for (const Case& c : cases) {
+    const std::string out =
+        Qxdb(std::string("check bad.qxm --measure jacobian --bins ") + c.bins).out;
+    for (const char* bar : c.bars) EXPECT_TRUE(Has(out, bar)) << c.bins << ": " << bar << out;
+  }
+}
+
 TEST_F(CheckCli, CountsEveryElementAndSaysWhatItDidNotMeasure) {
   Write("more.json",
         "{\"ELEM\":{\"11\":{\"TYPE\":2,\"NODE_KEY_ARRAY\":[1,2]},"
