@@ -76,6 +76,13 @@ int HostAppDB::GetPropThickness(CQXDBSession* session, const tagTElem& elem, dou
   return 1;
 }
 
+int HostAppDB::Get2DPropPlstrnThickness(CQXDBSession* session, ITR elem, double& thickness) {
+  const tagTElem* record = Live<tagTElem>(session, elem);
+  return record && GetPropertyType(session, elem) == tagTProp::kPlaneStrain
+             ? GetPropThickness(session, *record, thickness)
+             : 0;
+}
+
 double HostAppDB::GetFaceThickAvg(CQXDBSession* session, ITR elem) {
   const tagTElem* record = Live<tagTElem>(session, elem);
   double thickness = 0;

@@ -4,7 +4,7 @@
 
 #include <memory>
 
-#include "qx_db/callback/app_db.h"
+#include "qx_db/callback/callbacks.h"
 
 #include "host/session.h"
 
@@ -108,6 +108,7 @@ class HostAppDB final : public IAppDB {
 
   int GetPropThickness(CQXDBSession* session, ITR prop, double& thickness) override;
   int GetPropThickness(CQXDBSession* session, const tagTElem& elem, double& thickness) override;
+  int Get2DPropPlstrnThickness(CQXDBSession* session, ITR elem, double& thickness) override;
   double GetFaceThickAvg(CQXDBSession* session, ITR elem) override;
   double GetFaceThickAvgFromProp(CQXDBSession* session, ITR elem) override;
   double GetBeamVolume(CQXDBSession* session, ITR elem) override;

@@ -1,6 +1,6 @@
 #include "host/application.h"
 
-#include "qx_db/callback/db_interface.h"
+#include "qx_db/callback/callbacks.h"
 
 namespace qx::host {
 namespace {

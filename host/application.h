@@ -1,7 +1,7 @@
 #pragma once
 // The objects that make a process an application of this library.
 
-#include "qx_db/callback/update_db.h"
+#include "qx_db/callback/callbacks.h"
 
 #include "host/app_db_host.h"
 

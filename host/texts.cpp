@@ -27,6 +27,13 @@ bool IsKey(std::string_view text) {
   return text.starts_with("IDS_") && std::all_of(text.begin(), text.end(), fits);
 }
 
+/// How many arguments a text takes.
+int Slots(std::string_view text) {
+  int slots = 0;
+  for (std::size_t at = 0; (at = text.find("{}", at)) != std::string_view::npos; at += 2) ++slots;
+  return slots;
+}
+
 std::string WithLineBreaks(std::string_view text) {
   std::string result(text);
   for (std::size_t at = 0; (at = result.find("\\n", at)) != std::string::npos; ++at) {
@@ -37,7 +44,8 @@ std::string WithLineBreaks(std::string_view text) {
 
 }  // namespace
 
-Result<TextCatalogue> TextCatalogue::Parse(std::string_view lines, const std::string& file) {
+Result<TextCatalogue> TextCatalogue::Parse(std::string_view lines, const std::string& file,
+                                           const TextCatalogue* original) {
   TextCatalogue catalogue;
   constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
   if (lines.starts_with(kByteOrderMark)) lines.remove_prefix(kByteOrderMark.size());
@@ -46,7 +54,7 @@ Result<TextCatalogue> TextCatalogue::Parse(std::string_view lines, const std::st
     const std::string_view line = Trimmed(lines.substr(0, end));
     lines.remove_prefix(std::min(end + 1, lines.size()));
     if (line.empty() || line.front() == '#') continue;
-    const auto failure = [&](const char* what, const char* remedy) {
+    const auto failure = [&](const std::string& what, const std::string& remedy) {
       return Failure{file, "line " + std::to_string(number), what, remedy};
     };
     if (!IsUtf8(line)) return failure("is not UTF-8", "save the file as UTF-8");
@@ -56,6 +64,12 @@ Result<TextCatalogue> TextCatalogue::Parse(std::string_view lines, const std::st
       return failure("is not a resource key and its text", "write IDS_KEY = text");
     }
     const std::string text = WithLineBreaks(Trimmed(line.substr(equals + 1)));
+    std::string translated;
+    if (original && original->Text(key, translated) && Slots(text) != Slots(translated)) {
+      return failure(
+          "has another number of {} than the English text, which is \"" + translated + '"',
+          "write {} once for each argument");
+    }
     if (!catalogue.texts_.emplace(key, text).second) {
       return failure("gives a text to a key that has one", "keep one of the two lines");
     }
@@ -85,7 +99,8 @@ Outcome RegisterTexts(const std::string& translation) {
   if (translation.empty()) return {};
   const Result<std::string> lines = ReadWholeFile(translation);
   if (!lines) return lines.Error();
-  Result<TextCatalogue> parsed = TextCatalogue::Parse(*lines, translation);
+  Result<TextCatalogue> parsed =
+      TextCatalogue::Parse(*lines, translation, &TextCatalogue::English());
   if (!parsed) return parsed.Error();
   translated = *parsed;
   SetTextSource(&translated);

@@ -16,8 +16,11 @@ class TextCatalogue final : public ITextSource {
   /// The English texts.
   static const TextCatalogue& English();
   /// Reads the lines of a catalogue; `file` names it in a failure. Fails, naming the line, for
-  /// text that is no UTF-8, a line without "=", a key that is not one, and a key given twice.
-  static Result<TextCatalogue> Parse(std::string_view lines, const std::string& file);
+  /// text that is no UTF-8, a line without "=", a key that is not one, and a key given twice; with
+  /// the texts that these are a translation of, also for one that takes other arguments. Keys that
+  /// only the translation has do no harm: it may be that of another version.
+  static Result<TextCatalogue> Parse(std::string_view lines, const std::string& file,
+                                     const TextCatalogue* original = nullptr);
 
   /// The text of a key; a catalogue other than the English one answers in English what it lacks.
   bool Text(std::string_view key, std::string& text) const override;

@@ -74,23 +74,31 @@ std::string ReadLimit(const std::string& text, Limit& limit) {
   return limit.value >= 0 ? "" : fmt::format("\"{}\": there are never fewer than 0", text);
 }
 
+/// Stands for every measure there is.
+constexpr std::string_view kAllMeasures = "all";
+
 std::string ReadMeasure(const std::string& name) {
-  if (FindMeasure(name)) return "";
+  if (FindMeasure(name) || name == kAllMeasures) return "";
   std::string all;
   for (const MeasureInfo& known : Measures()) all += fmt::format(" {}", known.name);
-  return fmt::format("\"{}\" names no measure; choose from:{}", name, all);
+  return fmt::format("\"{}\" names no measure; choose from:{} {}", name, all, kAllMeasures);
 }
 
 std::vector<const MeasureInfo*> ChooseMeasures(const std::vector<std::string>& names) {
   std::vector<const MeasureInfo*> chosen;
+  const auto choose = [&](const MeasureInfo& info) {
+    if (std::find(chosen.begin(), chosen.end(), &info) == chosen.end()) chosen.push_back(&info);
+  };
   for (const std::string& name : names) {
-    const MeasureInfo* info = FindMeasure(name);
-    if (std::find(chosen.begin(), chosen.end(), info) == chosen.end()) chosen.push_back(info);
+    if (const MeasureInfo* info = FindMeasure(name)) {
+      choose(*info);
+    } else {
+      for (const MeasureInfo& each : Measures()) choose(each);
+    }
   }
   if (names.empty()) {
-    // Sizes of lines, surfaces and solids do not belong in one table unless someone asks.
     for (const MeasureInfo& info : Measures()) {
-      if (info.acceptable) chosen.push_back(&info);
+      if (info.shown == Shown::kByDefault) chosen.push_back(&info);
     }
   }
   return chosen;
@@ -504,8 +512,8 @@ void AddCheck(CLI::App& app, Context& context) {
   command->add_option("model", options->model, "Model file")->required();
   command
       ->add_option("--measure", options->measures,
-                   "Show these measures only, apart by commas; size and jacobian are shown when "
-                   "named")
+                   "Show these measures only, apart by commas, or all; without it those that most "
+                   "ask for")
       ->delimiter(',')
       ->allow_extra_args(false)
       ->check(CLI::Validator([](std::string& name) { return ReadMeasure(name); }, ""));
@@ -524,7 +532,7 @@ void AddCheck(CLI::App& app, Context& context) {
   command->add_option("--worst", options->worst, "How many of the worst elements to name")
       ->check(CLI::Range(0, 1000))
       ->capture_default_str();
-  command->add_option("--bins", options->bins, "Bars of a histogram")
+  command->add_option("--bins", options->bins, "Bars of a histogram, at most")
       ->check(CLI::Range(1, 100))
       ->capture_default_str();
   command->add_flag("--no-histograms", options->no_histograms, "Tables only");

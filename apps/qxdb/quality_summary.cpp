@@ -5,6 +5,8 @@
 #include <fmt/format.h>
 #include <limits>
 
+#include "qx_db/app/element_volume.h"
+
 #include "apps/qxdb/console.h"
 
 namespace qx::app {
@@ -12,26 +14,77 @@ namespace {
 
 /// What turns a measure of a shape from model units into current ones.
 double UnitFactor(Measure measure, CornerShape shape, double length_factor) {
+  if (measure == Measure::kDimension) return length_factor;
   if (measure != Measure::kSize && measure != Measure::kJacobian) return 1;
   if (shape == CornerShape::kLine) return length_factor;
   if (shape < CornerShape::kTetrahedron) return length_factor * length_factor;
   return length_factor * length_factor * length_factor;
 }
 
+/// The mean length, area or volume of each shape's elements; as many as there are shapes.
+std::vector<double> MeanSizes(const DenseMesh& mesh) {
+  constexpr std::size_t kShapes = static_cast<std::size_t>(CornerShape::kHexahedron) + 1;
+  std::vector<double> sizes(kShapes), counts(kShapes);
+  for (std::uint32_t e = 0; e < mesh.ElementCount(); ++e) {
+    if (!IsRated(mesh, e)) continue;
+    Point3 p[8];
+    mesh.CornerPositions(e, p);
+    sizes[static_cast<std::size_t>(mesh.Shape(e))] += std::abs(ShapeSize(mesh.Shape(e), p));
+    ++counts[static_cast<std::size_t>(mesh.Shape(e))];
+  }
+  for (std::size_t i = 0; i < kShapes; ++i) sizes[i] /= std::max(counts[i], 1.0);
+  return sizes;
+}
+
+/// The width of bars, a short number that divides the axis into at most `bins` of them from low to
+/// high; what it leaves at both ends is rounding.
+struct Ruler {
+  double low, high;
+  double scale = 1;  ///< a bar is this many ...
+  double unit = 1;   ///< ... of this power of ten, or its inverse, whichever is above 1
+  bool is_fraction = false;
+
+  static constexpr double kSlack = 1e-9;
+  double Edge(double number) const {
+    return is_fraction ? number * scale / unit : number * scale * unit;
+  }
+  double Bar() const { return Edge(1); }
+  double First() const { return std::floor(low / Bar() + kSlack); }
+  double Last() const { return std::ceil(high / Bar() - kSlack); }
+};
+
+Ruler MakeRuler(double low, double high, int bins) {
+  Ruler ruler{low, high};
+  double decade = std::floor(std::log10((high - low) / bins));
+  for (;; ++decade) {
+    ruler.unit = std::pow(10.0, std::abs(decade));
+    ruler.is_fraction = decade < 0;
+    for (const double scale : {1.0, 2.0, 5.0}) {
+      ruler.scale = scale;
+      if (ruler.Last() - ruler.First() <= bins) return ruler;
+    }
+  }
+}
+
+/// Bars of one width with short numbers at their ends; of one factor where positive values span
+/// more than three decades.
 std::vector<HistogramBin> MakeBins(double low, double high, int bins) {
-  constexpr double kThreeDecades = 1000;
+  constexpr double kThreeDecades = 1000, kRounding = 1e-9;
+  const double width = high - low;
+  const bool is_one = width <= kRounding * std::max(std::abs(low), std::abs(high));
+  if (is_one || bins == 1 || !std::isfinite(width)) return {{low, high}};
   std::vector<HistogramBin> histogram;
-  if (!(high > low)) {
-    histogram.push_back({low, high});
+  if (low > 0 && high / low > kThreeDecades) {
+    const auto edge = [&](int i) {
+      return i == bins ? high : low * std::pow(high / low, static_cast<double>(i) / bins);
+    };
+    for (int i = 0; i < bins; ++i) histogram.push_back({edge(i), edge(i + 1)});
     return histogram;
   }
-  const bool by_factor = low > 0 && high / low > kThreeDecades;
-  const auto edge = [&](int i) {
-    if (i == bins) return high;
-    const double t = static_cast<double>(i) / bins;
-    return by_factor ? low * std::pow(high / low, t) : low + t * (high - low);
-  };
-  for (int i = 0; i < bins; ++i) histogram.push_back({edge(i), edge(i + 1)});
+  const Ruler ruler = MakeRuler(low, high, bins);
+  for (double at = ruler.First(); at < ruler.Last(); ++at) {
+    histogram.push_back({ruler.Edge(at), ruler.Edge(at + 1)});
+  }
   return histogram;
 }
 
@@ -64,14 +117,19 @@ bool IsRated(const DenseMesh& mesh, std::uint32_t e) {
 std::vector<double> ValuesOf(const DenseMesh& mesh, const MeasureInfo& info, double length_factor) {
   constexpr double kNoise = 1e-14;  // of what would be nothing in exact numbers
   std::vector<double> values(mesh.ElementCount(), std::numeric_limits<double>::quiet_NaN());
+  std::vector<double> means;
+  if (info.is_relative) means = MeanSizes(mesh);
   for (std::uint32_t e = 0; e < mesh.ElementCount(); ++e) {
     if (!IsRated(mesh, e)) continue;
     Point3 p[8];
     mesh.CornerPositions(e, p);
-    const double value = Quality(info.measure, mesh.Shape(e), p);
+    const CornerShape shape = mesh.Shape(e);
+    const double value =
+        info.is_relative ? Quality(info.measure, shape, p, means[static_cast<std::size_t>(shape)])
+                         : Quality(info.measure, shape, p);
     values[e] = info.acceptable && std::abs(value) < kNoise
                     ? 0.0
-                    : value * UnitFactor(info.measure, mesh.Shape(e), length_factor);
+                    : value * UnitFactor(info.measure, shape, length_factor);
   }
   return values;
 }

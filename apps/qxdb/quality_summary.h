@@ -10,7 +10,8 @@
 
 namespace qx::app {
 
-/// One bar of a histogram: values from `low` up to `high`, of which the last bar has both ends.
+/// One bar of a histogram: values from `low` up to `high`; what rounding puts beyond the bars at
+/// both ends is in these.
 struct HistogramBin {
   double low, high;
   std::int64_t count = 0;
@@ -45,8 +46,8 @@ bool IsRated(const DenseMesh& mesh, std::uint32_t e);
 /// in it are multiplied by `length_factor`. What tables, limits and cell data are all made of.
 std::vector<double> ValuesOf(const DenseMesh& mesh, const MeasureInfo& info, double length_factor);
 
-/// Summarises the values of a measure. Bars grow by a constant factor where positive values span
-/// more than three decades.
+/// Summarises the values of a measure, in at most `bins` bars with short numbers at their ends.
+/// Bars grow by a constant factor where positive values span more than three decades.
 MeasureSummary Summarise(const DenseMesh& mesh, const MeasureInfo& info,
                          const std::vector<double>& values, int bins, std::size_t worst_shown);
 

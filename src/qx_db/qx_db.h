@@ -9,6 +9,7 @@
 #include "qx_db/app/mesh_util.h"
 #include "qx_db/bulk/record_file.h"
 #include "qx_db/callback/callbacks.h"
+#include "qx_db/callback/combo_refresh.h"
 #include "qx_db/core/document.h"
 #include "qx_db/core/model_diff.h"
 #include "qx_db/core/model_file.h"

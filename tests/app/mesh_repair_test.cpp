@@ -14,7 +14,7 @@
 #include "qx_db/app/mesh_adjacency.h"
 #include "qx_db/app/mesh_findings.h"
 #include "qx_db/app/mesh_mass.h"
-#include "qx_db/callback/app_db.h"
+#include "qx_db/callback/callbacks.h"
 #include "qx_db/core/transaction.h"
 #include "qx_db/record/control_records.h"
 
@@ -327,7 +327,13 @@ TEST(Repair, MendsAllAtOnce) {
   auto& elements = Pool<tagTElem>(model.session);
   tagTElem again = elements.GetAtNU(model.elements[2]);
   again.key = 77;
-  elements.InsertNU(again);
+  tagTMset only_copy, both;
+  only_copy.key = 1;
+  only_copy.elements = {elements.InsertNU(again)};
+  both.key = 2;
+  both.elements = {model.elements[1], only_copy.elements[0], model.elements[2]};
+  auto& sets = Pool<tagTMset>(model.session);
+  const ITR first_set = sets.InsertNU(only_copy), second_set = sets.InsertNU(both);
   model.Node({9, 9, 9});
   const ITR pointed_at = model.nodes[static_cast<std::size_t>(model.Node({8, 8, 8}))];
   model.Element(2, std::vector<int>{0, 1});
@@ -342,6 +348,9 @@ TEST(Repair, MendsAllAtOnce) {
   const RepairReport report = Repair(model, plan);
   EXPECT_EQ(report.solids_turned, 2);
   EXPECT_EQ(report.elements_removed, 1);
+  EXPECT_EQ(sets.GetAtNU(first_set).elements, TArray<ITR>{model.elements[2]})
+      << "a set lists what stays";
+  EXPECT_EQ(sets.GetAtNU(second_set).elements, (TArray<ITR>{model.elements[1], model.elements[2]}));
   EXPECT_EQ(report.nodes_removed, 1);
   EXPECT_EQ(report.nodes_kept, 1) << "a beam is turned by it";
   EXPECT_FALSE(KeyedSetBase::IsRemoved(pointed_at));

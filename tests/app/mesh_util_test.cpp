@@ -8,7 +8,7 @@
 #include <random>
 
 #include "qx_db/app/element_volume.h"
-#include "qx_db/callback/app_db.h"
+#include "qx_db/callback/callbacks.h"
 #include "qx_db/core/transaction.h"
 #include "qx_db/record/control_records.h"
 #include "qx_db/record/geometry_records.h"

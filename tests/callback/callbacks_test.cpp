@@ -427,8 +427,10 @@ TEST(Callbacks, TheHeaderTellsTheDefaultsThatTheCodeHas) {
   for (const Interface& interface : kInterfaces) {
     const DeclaredInterface declared = Declared(interface.name);
     for (const Expected& row : interface.table()) {
-      const std::string& told =
-          declared.operations.at(static_cast<std::size_t>(row.slot - 1)).answer;
+      const DeclaredOperation& operation =
+          declared.operations.at(static_cast<std::size_t>(row.slot - 1));
+      EXPECT_NE(operation.comment, "") << row.name << " tells a host author nothing";
+      const std::string& told = operation.answer;
       if (told == "must be supplied" || told == "refreshes the selection lists") continue;
       EXPECT_EQ(told, row.given == "\"\"" ? "empty text" : row.given) << row.name;
     }

@@ -7,6 +7,7 @@
 #include <regex>
 #include <set>
 #include <sstream>
+#include <utility>
 
 namespace qx {
 namespace {
@@ -66,9 +67,9 @@ bool IsWhole(const std::string& declaration) {
          (body || (count('{') == 0 && OneLine(declaration).back() == ';'));
 }
 
-DeclaredInterface ParseHeader(const fs::path& path) {
-  DeclaredInterface result;
-  result.header = path.filename().string();
+std::vector<DeclaredInterface> ParseHeader(const fs::path& path) {
+  std::vector<DeclaredInterface> found;
+  DeclaredInterface result;  // the class that is being read, if it has a name
   std::istringstream lines(ReadText(path));
   std::string section, comment, declaration;
   static const std::regex comment_line("\\s*/// (.*)");
@@ -76,7 +77,8 @@ DeclaredInterface ParseHeader(const fs::path& path) {
   static const std::regex class_line("^class QXDB_API (I\\w+) : public Call.*");
   std::smatch match;
   for (std::string line; std::getline(lines, line);) {
-    if (!declaration.empty() || line.starts_with("  virtual ")) {
+    const bool is_operation = !result.name.empty() && line.starts_with("  virtual ");
+    if (!declaration.empty() || is_operation) {
       declaration += line + ' ';
       if (!IsWhole(declaration)) continue;
       if (declaration.find('~') != std::string::npos) {
@@ -97,16 +99,17 @@ DeclaredInterface ParseHeader(const fs::path& path) {
       result.comment = OneLine(comment);
       comment.clear();
     } else if (line == "};" && !result.name.empty()) {
-      break;
+      found.push_back(std::exchange(result, {}));
+      section.clear();
     } else {
       comment.clear();
     }
   }
-  return result;
+  return found;
 }
 
 /// The sources that call an operation of an interface: they name the interface, and the operation
-/// behind a pointer.
+/// behind a pointer, or behind `app`, as what is given an application to ask calls it.
 class Callers {
  public:
   Callers() {
@@ -129,7 +132,9 @@ class Callers {
     std::set<std::string> names;
     for (const auto& [name, text] : texts_) {
       if (text.find(interface + "::Instance()") == std::string::npos) continue;
-      if (text.find("->" + operation + "(") != std::string::npos) names.insert(name);
+      for (const char* of : {"->", " app."}) {
+        if (text.find(of + operation + "(") != std::string::npos) names.insert(name);
+      }
     }
     std::string list;
     for (const std::string& name : names) list += (list.empty() ? "`" : ", `") + name + "`";
@@ -143,16 +148,7 @@ class Callers {
 }  // namespace
 
 std::vector<DeclaredInterface> DeclaredInterfaces() {
-  std::set<fs::path> headers;
-  for (const auto& entry : fs::directory_iterator(QX_SOURCE_DIR "/src/qx_db/callback")) {
-    if (entry.path().extension() == ".h") headers.insert(entry.path());
-  }
-  std::vector<DeclaredInterface> interfaces;
-  for (const fs::path& header : headers) {
-    DeclaredInterface parsed = ParseHeader(header);
-    if (!parsed.name.empty()) interfaces.push_back(std::move(parsed));
-  }
-  return interfaces;
+  return ParseHeader(QX_SOURCE_DIR "/src/qx_db/callback/callbacks.h");
 }
 
 std::string CallbackPage() {
@@ -160,13 +156,14 @@ std::string CallbackPage() {
   std::string page =
       "# Callback interfaces\n\n"
       "What the library asks of the application, operation by operation, in the order of the "
-      "slots; the\ndestructor stands before the first. Generated from `src/qx_db/callback/*.h` by "
-      "`QX_UPDATE_DOCS=1\ntest_callback`; a test fails when it is stale. *The application* as "
-      "caller means its own modules:\nnothing in this repository calls the operation.\n\n"
-      "`IElemSideDetect` (`elem_side_detect.h`) has a destructor only and no slot.\n";
+      "slots; the\ndestructor stands before the first. Generated from "
+      "`src/qx_db/callback/callbacks.h`, "
+      "which reads from top\nto bottom, by `QX_UPDATE_DOCS=1 test_callback`; a test fails when it "
+      "is "
+      "stale. *The application* as caller\nmeans its own modules: nothing in this repository calls "
+      "the operation.\n\n`IElemSideDetect` has a destructor only and no slot.\n";
   for (const DeclaredInterface& interface : DeclaredInterfaces()) {
-    page +=
-        "\n## " + interface.name + "\n\n`" + interface.header + "`. " + interface.comment + '\n';
+    page += "\n## " + interface.name + "\n\n" + interface.comment + '\n';
     std::string section = "none yet";
     int slot = 0;
     for (const DeclaredOperation& operation : interface.operations) {

@@ -17,13 +17,12 @@ struct DeclaredOperation {
 
 struct DeclaredInterface {
   std::string name;
-  std::string header;   ///< "app_db.h"
   std::string comment;  ///< of the class
   bool destructor_first = false;
   std::vector<DeclaredOperation> operations;  ///< without the destructor, in the order of the slots
 };
 
-/// All interfaces of src/qx_db/callback that have a slot, in the order of their headers' names.
+/// All interfaces of src/qx_db/callback/callbacks.h that have a slot, in their order there.
 std::vector<DeclaredInterface> DeclaredInterfaces();
 
 /// docs/callbacks.md: each operation, its default, and the sources that call it.

@@ -83,7 +83,29 @@ TEST_F(CheckCli, WritesMeasuresAsCellData) {
   EXPECT_TRUE(Has(vtu, "Name=\"aspect_ratio\""));
   EXPECT_TRUE(Has(vtu, "Name=\"shape\""));
   EXPECT_FALSE(Has(vtu, "Name=\"min_angle\""));
+  // Two tetrahedra of one sixth and one third: their mean is a quarter.
+  const Ran all = Qxdb("check good.qxm --measure all --json");
+  EXPECT_TRUE(Has(all.out, "\"relative-size\":{\"elements\":2")) << all.out;
+  EXPECT_TRUE(Has(all.out, "\"value\":0.4444444444444")) << all.out;
+  EXPECT_FALSE(Has(Qxdb("check good.qxm --json").out, "relative-size"));
   EXPECT_EQ(Qxdb("check good.qxm --vtu no/such/folder/out.vtu").code, 1);
+}
+
+TEST_F(CheckCli, BarsHaveShortNumbersAtTheirEnds) {
+  // Six times the volume, from -2 to 2.
+  struct Case {
+    const char* bins;
+    std::vector<const char*> bars;
+  };
+  const Case cases[] = {{"1", {"-2 .. 2 "}},
+                        {"3", {"-2 .. 0 ", " 0 .. 2 "}},
+                        {"6", {"-2 .. -1 ", " 1 .. 2 "}},
+                        {"10", {"-2 .. -1.5 ", "-0.5 .. 0 ", "1.5 .. 2 "}}};
+  for (const Case& c : cases) {
+    const std::string out =
+        Qxdb(std::string("check bad.qxm --measure jacobian --bins ") + c.bins).out;
+    for (const char* bar : c.bars) EXPECT_TRUE(Has(out, bar)) << c.bins << ": " << bar << out;
+  }
 }
 
 TEST_F(CheckCli, CountsEveryElementAndSaysWhatItDidNotMeasure) {

@@ -126,6 +126,14 @@ TEST_F(AppDB, AThicknessOfItsOwnGoesBeforeTheProperty) {
   const ITR quad = Element(element::kQuad4, kSquare, plate);
   const ITR tria = Element(element::kTri3, kTriangle, plate);
   EXPECT_EQ(host_.GetFaceThickAvg(&session_, quad), 0.5);
+  const ITR strained = host_.AddProperty(&session_, tagTProp::kPlaneStrain, u"", {0.75});
+  double thickness = 9;
+  EXPECT_EQ(host_.Get2DPropPlstrnThickness(&session_, quad, thickness), 0) << "a plate's";
+  EXPECT_EQ(thickness, 9);
+  EXPECT_EQ(host_.Get2DPropPlstrnThickness(&session_, Element(element::kTri3, kTriangle, strained),
+                                           thickness),
+            1);
+  EXPECT_EQ(thickness, 0.75);
   tagTE2DThick own;
   own.key = 1;
   own.elements = {quad, tria};

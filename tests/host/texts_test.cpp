@@ -155,6 +155,15 @@ TEST(Texts, AFaultyTranslationIsRefusedByLine) {
     ASSERT_FALSE(parsed) << c.lines;
     EXPECT_TRUE(parsed.Error().Line().starts_with(c.place)) << parsed.Error().Line();
   }
+  // A text takes the arguments of the one that it translates.
+  const auto original = TextCatalogue::Parse("IDS_A = {} of {}\nIDS_B = b", "e.txt");
+  ASSERT_TRUE(original);
+  for (const auto& [lines, place] :
+       {Case{"IDS_B = B\nIDS_A = {}", "t.txt: line 2: "}, Case{"IDS_B = {}", "t.txt: line 1: "},
+        Case{"IDS_A = {} aus {}\nIDS_NEW = {}", ""}}) {
+    const auto parsed = TextCatalogue::Parse(lines, "t.txt", &*original);
+    EXPECT_EQ(parsed ? "" : parsed.Error().Line().substr(0, 15), place) << lines;
+  }
   EXPECT_FALSE(RegisterTexts("/nowhere/texts.txt"));
   EXPECT_EQ(qxText("IDS_QX_TRANS_DELETE"), "Delete") << "without its translation";
   SetTextSource(nullptr);

@@ -4,8 +4,7 @@
 #include <map>
 #include <set>
 
-#include "qx_db/callback/app_db.h"
-#include "qx_db/callback/db_interface.h"
+#include "qx_db/callback/callbacks.h"
 
 #include "tests/model/mesh_model.h"
 

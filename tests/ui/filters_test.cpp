@@ -3,7 +3,7 @@
 #include <functional>
 #include <gtest/gtest.h>
 
-#include "qx_db/callback/func_db.h"
+#include "qx_db/callback/callbacks.h"
 #include "qx_db/record/catalogue.h"
 #include "qx_db/ui/selection_lists.h"
 

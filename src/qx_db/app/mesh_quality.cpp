@@ -14,7 +14,7 @@ namespace qx {
 namespace {
 
 constexpr MeasureInfo kMeasures[] = {
-    {Measure::kSize, "size", "size", "", false, {}},
+    {Measure::kSize, "size", "size", "", false, {}, Shown::kWhenNamed},
     {Measure::kEdgeRatio, "edge-ratio", "edge ratio", "", true, 5.0},
     {Measure::kAspectRatio, "aspect-ratio", "aspect ratio", "", true, 4.0},
     {Measure::kSkew, "skew", "skew", "", true, 0.5},
@@ -23,12 +23,33 @@ constexpr MeasureInfo kMeasures[] = {
     {Measure::kTaper, "taper", "taper", "", true, 0.7},
     {Measure::kMinAngle, "min-angle", "minimum angle", "deg", false, 30.0},
     {Measure::kMaxAngle, "max-angle", "maximum angle", "deg", true, 135.0},
-    {Measure::kJacobian, "jacobian", "Jacobian", "", false, {}},
+    {Measure::kJacobian, "jacobian", "Jacobian", "", false, {}, Shown::kWhenNamed},
     {Measure::kScaledJacobian, "scaled-jacobian", "scaled Jacobian", "", false, 0.3},
     {Measure::kShape, "shape", "shape", "", false, 0.3},
     {Measure::kCondition, "condition", "condition", "", true, 4.0},
     {Measure::kStretch, "stretch", "stretch", "", false, 0.25},
     {Measure::kCollapse, "collapse", "collapse", "", false, 0.1},
+    {Measure::kShear, "shear", "shear", "", false, 0.3, Shown::kWhenNamed},
+    {Measure::kRadiusRatio, "radius-ratio", "radius ratio", "", true, 3.0, Shown::kWhenNamed},
+    {Measure::kAspectFrobenius, "aspect-frobenius", "aspect Frobenius", "", true, 3.0,
+     Shown::kWhenNamed},
+    {Measure::kMeanAspectFrobenius, "mean-aspect-frobenius", "mean aspect Frobenius", "", true, 3.0,
+     Shown::kWhenNamed},
+    {Measure::kAspectGamma, "aspect-gamma", "aspect gamma", "", true, 3.0, Shown::kWhenNamed},
+    {Measure::kOddy, "oddy", "Oddy", "", true, 0.5, Shown::kWhenNamed},
+    {Measure::kDistortion, "distortion", "distortion", "", false, 0.5, Shown::kWhenNamed},
+    {Measure::kJacobianRatio, "jacobian-ratio", "Jacobian ratio", "", true, 2.0, Shown::kWhenNamed},
+    {Measure::kDiagonal, "diagonal", "diagonal", "", false, 0.65, Shown::kWhenNamed},
+    {Measure::kDimension, "dimension", "dimension", "", false, {}, Shown::kWhenNamed},
+    {Measure::kEquivolumeSkew, "equivolume-skew", "equivolume skew", "", true, 0.85,
+     Shown::kWhenNamed},
+    {Measure::kSquish, "squish", "squish", "", true, 0.8, Shown::kWhenNamed},
+    {Measure::kRelativeSize, "relative-size", "relative size", "", false, 0.3, Shown::kWhenNamed,
+     true},
+    {Measure::kShapeAndSize, "shape-and-size", "shape and size", "", false, 0.2, Shown::kWhenNamed,
+     true},
+    {Measure::kShearAndSize, "shear-and-size", "shear and size", "", false, 0.2, Shown::kWhenNamed,
+     true},
 };
 
 using Formula = double (*)(CornerShape, const Point3*);
@@ -43,6 +64,9 @@ constexpr Row All(Formula formula) {
 
 using namespace quality;
 
+constexpr Row kShapeFormulas = {TriShape, QuadShape, TetShape, nullptr, nullptr, HexShape};
+constexpr Row kShearFormulas = {nullptr, QuadShear, nullptr, nullptr, nullptr, HexShear};
+
 constexpr Row kFormulas[] = {
     All(ShapeSize),
     All(EdgeRatio),
@@ -56,10 +80,27 @@ constexpr Row kFormulas[] = {
     {nullptr, QuadJacobian, SolidJacobian, SolidJacobian, SolidJacobian, SolidJacobian},
     {TriScaledJacobian, QuadScaledJacobian, TetScaledJacobian, SolidScaledJacobian,
      SolidScaledJacobian, SolidScaledJacobian},
-    {TriShape, QuadShape, TetShape, nullptr, nullptr, HexShape},
+    kShapeFormulas,
     {TriCondition, QuadCondition, TetCondition, nullptr, nullptr, HexCondition},
     {nullptr, QuadStretch, nullptr, nullptr, nullptr, HexStretch},
     {nullptr, nullptr, TetCollapse, nullptr, nullptr, nullptr},
+    kShearFormulas,
+    {TriRadiusRatio, QuadRadiusRatio, TetRadiusRatio, nullptr, nullptr, nullptr},
+    {TriCondition, QuadFrobenius, TetFrobenius, nullptr, SolidFrobenius, SolidFrobenius},
+    {nullptr, QuadMeanFrobenius, nullptr, nullptr, SolidMeanFrobenius, SolidMeanFrobenius},
+    {nullptr, nullptr, TetGamma, nullptr, nullptr, nullptr},
+    {nullptr, QuadOddy, nullptr, nullptr, nullptr, HexOddy},
+    {nullptr, QuadDistortion, nullptr, nullptr, nullptr, HexDistortion},
+    {nullptr, QuadJacobianRatio, nullptr, SolidJacobianRatio, SolidJacobianRatio,
+     SolidJacobianRatio},
+    {nullptr, nullptr, nullptr, nullptr, nullptr, HexDiagonal},
+    {nullptr, nullptr, nullptr, nullptr, nullptr, HexDimension},
+    {nullptr, nullptr, TetEquivolumeSkew, nullptr, nullptr, nullptr},
+    {nullptr, nullptr, TetSquish, nullptr, nullptr, nullptr},
+    // Of relative measures what the size is multiplied with.
+    All([](CornerShape, const Point3*) { return 1.0; }),
+    kShapeFormulas,
+    kShearFormulas,
 };
 
 static_assert(std::size(kMeasures) == std::size(kFormulas));
@@ -76,13 +117,16 @@ const MeasureInfo* FindMeasure(std::string_view name) {
   return at == std::end(kMeasures) ? nullptr : at;
 }
 
-double Quality(Measure measure, CornerShape shape, const Point3* corners) {
+double Quality(Measure measure, CornerShape shape, const Point3* corners, double mean_size) {
   if (shape == CornerShape::kLine && measure == Measure::kSize) return ShapeSize(shape, corners);
   if (shape < CornerShape::kTriangle) return kNotDefined;
   const auto column =
       static_cast<std::size_t>(shape) - static_cast<std::size_t>(CornerShape::kTriangle);
   const Formula formula = kFormulas[static_cast<std::size_t>(measure)][column];
-  return formula ? formula(shape, corners) : kNotDefined;
+  if (!formula) return kNotDefined;
+  const double value = formula(shape, corners);
+  if (!kMeasures[static_cast<std::size_t>(measure)].is_relative) return value;
+  return value * RelativeSize(ShapeSize(shape, corners), mean_size);
 }
 
 double Quality(Measure measure, const tagTElem& element) {

@@ -1,6 +1,7 @@
 #pragma once
 // How well elements are shaped: measures after the Verdict library's report (docs/mesh-quality.md).
 
+#include <limits>
 #include <optional>
 #include <span>
 #include <string_view>
@@ -28,7 +29,26 @@ enum class Measure {
   kCondition,
   kStretch,
   kCollapse,
+  // Of interest to some; shown when asked for.
+  kShear,
+  kRadiusRatio,
+  kAspectFrobenius,
+  kMeanAspectFrobenius,
+  kAspectGamma,
+  kOddy,
+  kDistortion,
+  kJacobianRatio,
+  kDiagonal,
+  kDimension,
+  kEquivolumeSkew,
+  kSquish,
+  kRelativeSize,
+  kShapeAndSize,
+  kShearAndSize,
 };
+
+/// When a table of measures has a row for one.
+enum class Shown { kByDefault, kWhenNamed };
 
 /// What users need to know of a measure.
 struct MeasureInfo {
@@ -39,6 +59,9 @@ struct MeasureInfo {
   bool high_is_bad;
   /// The worst value that is still good; nothing for a measure that grows with the element.
   std::optional<double> acceptable;
+  Shown shown = Shown::kByDefault;
+  /// Whether it weighs an element's size against the mean size of its shape in the mesh.
+  bool is_relative = false;
 };
 
 /// All measures in the order of the enumeration.
@@ -50,11 +73,13 @@ QXDB_API const MeasureInfo* FindMeasure(std::string_view name);
 /// or volume, and of an inverted one where the measure divides by its Jacobian.
 inline constexpr double kUnbounded = 1e30;
 
-/// The value of a measure; NaN for a shape that does not have it. Coordinates must be finite.
-QXDB_API double Quality(Measure measure, CornerShape shape, const Point3* corners);
+/// The value of a measure; NaN for a shape that does not have it. Coordinates must be finite. A
+/// relative measure wants the mean length, area or volume of the mesh's elements of the shape.
+QXDB_API double Quality(Measure measure, CornerShape shape, const Point3* corners,
+                        double mean_size = std::numeric_limits<double>::quiet_NaN());
 
 /// The same of an element, 1 to 15 by type; NaN also when it has too few nodes, one is gone, or a
-/// coordinate is no number.
+/// coordinate is no number, and for a relative measure.
 QXDB_API double Quality(Measure measure, const tagTElem& element);
 
 }  // namespace qx

@@ -1,11 +1,13 @@
 #include "qx_db/app/mesh_repair.h"
 
 #include <algorithm>
+#include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
+#include "qx_db/app/element_turning.h"
 #include "qx_db/app/mesh_adjacency.h"
 #include "qx_db/app/mesh_findings.h"
-#include "qx_db/app/mesh_util.h"
 #include "qx_db/core/session.h"
 #include "qx_db/model/standard_pools.h"
 #include "qx_db/record/verbs.h"
@@ -136,14 +138,39 @@ bool MergeNodes(CQXDBSession& session, double tolerance, RepairReport& report) {
 
 // ---- the other repairs --------------------------------------------------------------------------
 
+/// Has mesh sets list the element that stays where they listed one that it repeats.
+bool ListKept(CQXDBSession& session, const std::unordered_map<ITR, ITR>& kept) {
+  auto* sets = session.GetPool<PoolOf<tagTMset>::type>(tagTMset::kType);
+  for (ITR at = sets ? sets->GetHeadPosition() : 0; at; sets->Next(at)) {
+    const TArray<ITR>& listed = sets->GetAtNU(at).elements;
+    const auto goes = [&](ITR element) { return kept.contains(element); };
+    if (std::none_of(listed.begin(), listed.end(), goes)) continue;
+    tagTMset copy = sets->GetAtNU(at);
+    std::unordered_set<ITR> met;
+    copy.elements.RemoveAll();
+    for (const ITR element : listed) {
+      const auto found = kept.find(element);
+      const ITR now = found == kept.end() ? element : found->second;
+      if (met.insert(now).second) copy.elements.Add(now);
+    }
+    if (!sets->SetAtNU(at, copy)) return false;
+  }
+  return true;
+}
+
 bool RemoveDuplicateElements(CQXDBSession& session, RepairReport& report) {
   std::vector<ITR> repeated;
+  std::unordered_map<ITR, ITR> kept;
   {
     const DenseMesh mesh(session);
-    for (const Duplicate& pair : DuplicateElements(mesh)) {
-      repeated.push_back(mesh.ElementItr(pair.first));
+    for (const auto& [later, earlier] : DuplicateElements(mesh)) {
+      repeated.push_back(mesh.ElementItr(later));
+      const auto also_repeats = kept.find(mesh.ElementItr(earlier));
+      kept[repeated.back()] =
+          also_repeats == kept.end() ? mesh.ElementItr(earlier) : also_repeats->second;
     }
   }
+  if (!repeated.empty() && !ListKept(session, kept)) return false;
   auto& elements = Pool<tagTElem>(session);
   for (const ITR element : repeated) {
     if (!elements.Remove(element)) return false;
@@ -153,12 +180,8 @@ bool RemoveDuplicateElements(CQXDBSession& session, RepairReport& report) {
 }
 
 bool Turn(CQXDBSession& session, const std::vector<ITR>& elements, std::int64_t& turned) {
-  const CQXMeshUtil util(&session);
-  for (const ITR element : elements) {
-    if (!util.FlipElement(element)) return false;
-    ++turned;
-  }
-  return true;
+  turned = static_cast<std::int64_t>(elements.size());
+  return TurnElements(session, elements);
 }
 
 bool TurnSolids(CQXDBSession& session, RepairReport& report) {

@@ -1,7 +1,7 @@
 // What the mesh utilities pass on to the application.
 
 #include "qx_db/app/mesh_util.h"
-#include "qx_db/callback/app_db.h"
+#include "qx_db/callback/callbacks.h"
 
 namespace qx {
 namespace {

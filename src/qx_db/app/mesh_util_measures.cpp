@@ -7,7 +7,7 @@
 #include "qx_db/app/face_triangles.h"
 #include "qx_db/app/mesh_util.h"
 #include "qx_db/app/side_nodes.h"
-#include "qx_db/callback/app_db.h"
+#include "qx_db/callback/callbacks.h"
 #include "qx_db/core/session.h"
 #include "qx_db/record/attribute_records.h"
 #include "qx_db/record/element_types.h"

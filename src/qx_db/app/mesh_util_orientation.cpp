@@ -5,6 +5,7 @@
 #include <span>
 
 #include "qx_db/app/element_access.h"
+#include "qx_db/app/element_turning.h"
 #include "qx_db/app/element_volume.h"
 #include "qx_db/app/mesh_util.h"
 #include "qx_db/core/session.h"
@@ -14,9 +15,7 @@
 namespace qx {
 namespace {
 
-struct Exchange {
-  std::int32_t a, b;
-};
+using Exchange = NodeExchange;
 
 constexpr Exchange kTri3[] = {{1, 2}};
 constexpr Exchange kTri6[] = {{1, 2}, {3, 5}};
@@ -35,6 +34,12 @@ constexpr std::span<const Exchange> kFlips[16] = {
     kTri3, kTet10, kQuad4, kPyramid13, kWedge6, kWedge15, kHex8,  kHex20};
 
 }  // namespace
+
+std::span<const NodeExchange> FlipOf(std::int32_t type) {
+  return type > 0 && type < static_cast<std::int32_t>(std::size(kFlips))
+             ? kFlips[type]
+             : std::span<const NodeExchange>();
+}
 
 int CQXMeshUtil::IsValidNormalSolid(ITR elem, int flip) const {
   const tagTElem* element = ElementAt(elem);
@@ -60,7 +65,7 @@ int CQXMeshUtil::FlipElement(ITR elem) const {
   if (element->type <= element::kLine3) return 1;
   if (!session_ || element->nodes.GetSize() < ElementTopology(element->type).Nodes()) return 0;
   tagTElem turned = *element;
-  for (const Exchange& exchange : kFlips[element->type]) {
+  for (const Exchange& exchange : FlipOf(element->type)) {
     Swap(turned.nodes[exchange.a], turned.nodes[exchange.b]);
   }
   return Pool<tagTElem>(*session_).SetAtNU(elem, turned);

@@ -18,6 +18,9 @@ double Ratio(double above, double below) {
   return below > 0 ? std::min(above / below, kUnbounded) : kUnbounded;
 }
 
+/// The mean of ratios, of which one without bound leaves none.
+double Mean(double sum, int count) { return sum < kUnbounded ? sum / count : kUnbounded; }
+
 /// Two extremes met so far.
 struct Range {
   double least = kUnbounded;
@@ -25,6 +28,19 @@ struct Range {
   void Take(double value) {
     least = std::min(least, value);
     most = std::max(most, value);
+  }
+};
+
+/// The edges from a corner of a solid, right-handed.
+struct Frame {
+  Point3 a, b, c;
+  double Determinant() const { return Triple(a, b, c); }
+  double Spread() const { return SquaredLength(a) + SquaredLength(b) + SquaredLength(c); }
+  /// How far the map from the unit cube is from one that only turns and scales; 1 for that.
+  double Condition() const {
+    const double across =
+        SquaredLength(Cross(a, b)) + SquaredLength(Cross(b, c)) + SquaredLength(Cross(c, a));
+    return Ratio(std::sqrt(Spread() * across), 3 * Determinant());
   }
 };
 
@@ -133,6 +149,13 @@ double FaceWarpage(CornerShape shape, const Point3* p) {
   return warpage;
 }
 
+double RelativeSize(double size, double mean_size) {
+  if (std::isnan(mean_size)) return mean_size;
+  if (!(size > 0) || !(mean_size > 0)) return 0;
+  const double ratio = std::min(size / mean_size, mean_size / size);
+  return ratio * ratio;
+}
+
 // ---- triangles ----------------------------------------------------------------------------------
 
 namespace {
@@ -165,6 +188,12 @@ double TriCondition(CornerShape shape, const Point3* p) {
   return Ratio(TriSpread(p), 2 * sqrt3 * ShapeSize(shape, p));
 }
 
+double TriRadiusRatio(CornerShape shape, const Point3* p) {
+  const double a = Distance(p[0], p[1]), b = Distance(p[1], p[2]), c = Distance(p[2], p[0]);
+  const double area = ShapeSize(shape, p);
+  return Ratio(a * b * c * (a + b + c), 16 * area * area);
+}
+
 // ---- quadrilaterals -----------------------------------------------------------------------------
 
 namespace {
@@ -182,17 +211,22 @@ struct QuadAxes {
 /// squares and products of the edges there.
 struct QuadCorners {
   double area[4], squares[4], product[4];
+  double own_area[4], oddness[4];  // in the corner's own plane; what the edges there differ in
   explicit QuadCorners(const Point3* p) {
     const QuadAxes axes(p);
     Point3 up = Cross(axes.x1, axes.x2);
     if (!Normalize(up)) up = {};
     for (int i = 0; i < 4; ++i) {
       const Point3 to = p[(i + 1) % 4] - p[i], from = p[(i + 3) % 4] - p[i];
+      const double difference = SquaredLength(to) - SquaredLength(from);
       area[i] = Dot(up, Cross(to, from));
       squares[i] = SquaredLength(to) + SquaredLength(from);
       product[i] = Length(to) * Length(from);
+      own_area[i] = Length(Cross(to, from));
+      oddness[i] = difference * difference + 4 * Dot(to, from) * Dot(to, from);
     }
   }
+  double Frobenius(int i) const { return Ratio(squares[i], 2 * own_area[i]); }
 };
 
 /// |cosine| between two directions; 1 when one has no length.
@@ -258,6 +292,57 @@ double QuadStretch(CornerShape shape, const Point3* p) {
   return diagonal > 0 ? sqrt2 * EdgeLengths(shape, p).least / diagonal : 0;
 }
 
+double QuadShear(CornerShape shape, const Point3* p) {
+  return std::max(QuadScaledJacobian(shape, p), 0.0);
+}
+
+double QuadRadiusRatio(CornerShape shape, const Point3* p) {
+  double squares = 0, least = kUnbounded;
+  for (int i = 0; i < 4; ++i) {
+    const Point3 &here = p[i], &next = p[(i + 1) % 4], &after = p[(i + 2) % 4];
+    squares += SquaredLength(next - here);
+    least = std::min(least, TriangleArea(here, next, after));
+  }
+  const double longest =
+      std::max({EdgeLengths(shape, p).most, Distance(p[0], p[2]), Distance(p[1], p[3])});
+  return Ratio(std::sqrt(squares) * longest, 4 * sqrt2 * least);
+}
+
+double QuadFrobenius(CornerShape, const Point3* p) {
+  const QuadCorners corners(p);
+  double most = 0;
+  for (int i = 0; i < 4; ++i) most = std::max(most, corners.Frobenius(i));
+  return most;
+}
+
+double QuadMeanFrobenius(CornerShape, const Point3* p) {
+  const QuadCorners corners(p);
+  double sum = 0;
+  for (int i = 0; i < 4; ++i) sum += corners.Frobenius(i);
+  return Mean(sum, 4);
+}
+
+double QuadOddy(CornerShape, const Point3* p) {
+  const QuadCorners corners(p);
+  double most = 0;
+  for (int i = 0; i < 4; ++i) {
+    const double area = corners.own_area[i];
+    most = std::max(most, Ratio(corners.oddness[i], 2 * area * area));
+  }
+  return most;
+}
+
+double QuadDistortion(CornerShape shape, const Point3* p) {
+  const double area = ShapeSize(shape, p);
+  return area > 0 ? QuadJacobian(shape, p) / area : 0;
+}
+
+double QuadJacobianRatio(CornerShape, const Point3* p) {
+  const QuadCorners corners(p);
+  const auto [least, most] = std::minmax_element(corners.area, corners.area + 4);
+  return Ratio(*most, *least);
+}
+
 // ---- tetrahedra ---------------------------------------------------------------------------------
 
 namespace {
@@ -316,13 +401,7 @@ double TetShape(CornerShape shape, const Point3* p) {
 double TetCondition(CornerShape, const Point3* p) {
   // The map from the regular tetrahedron, column by column.
   const Point3 a = p[1] - p[0], b = p[2] - p[0], c = p[3] - p[0];
-  const Point3 c1 = a;
-  const Point3 c2 = (1 / sqrt3) * (2 * b - a);
-  const Point3 c3 = (1 / std::sqrt(6.0)) * (3 * c - b - a);
-  const double spread = SquaredLength(c1) + SquaredLength(c2) + SquaredLength(c3);
-  const double across =
-      SquaredLength(Cross(c1, c2)) + SquaredLength(Cross(c2, c3)) + SquaredLength(Cross(c3, c1));
-  return Ratio(std::sqrt(spread * across), 3 * Triple(c1, c2, c3));
+  return Frame{a, (1 / sqrt3) * (2 * b - a), (1 / std::sqrt(6.0)) * (3 * c - b - a)}.Condition();
 }
 
 double TetCollapse(CornerShape, const Point3* p) {
@@ -339,6 +418,59 @@ double TetCollapse(CornerShape, const Point3* p) {
   return least;
 }
 
+namespace {
+
+/// The point from which a sphere through the corners is drawn, from the first corner, times twice
+/// the Jacobian.
+Point3 TowardsCircumcentre(const Point3* p) {
+  const Point3 a = p[1] - p[0], b = p[2] - p[0], c = p[3] - p[0];
+  return SquaredLength(a) * Cross(b, c) + SquaredLength(b) * Cross(c, a) +
+         SquaredLength(c) * Cross(a, b);
+}
+
+}  // namespace
+
+double TetRadiusRatio(CornerShape shape, const Point3* p) {
+  double area = 0;
+  for (const auto& f : kTetFaces) area += TriangleArea(p[f[0]], p[f[1]], p[f[2]]);
+  const double jacobian = 6 * ShapeSize(shape, p);
+  return Ratio(Length(TowardsCircumcentre(p)) * area, 3 * jacobian * std::abs(jacobian));
+}
+
+double TetFrobenius(CornerShape shape, const Point3* p) { return Ratio(1, TetShape(shape, p)); }
+
+double TetGamma(CornerShape shape, const Point3* p) {
+  double squares = 0;
+  for (int i = 0; i < 4; ++i) {
+    for (int k = 0; k < i; ++k) squares += SquaredLength(p[i] - p[k]);
+  }
+  const double length = std::sqrt(squares / 6);
+  return Ratio(sqrt2 * length * length * length, 12 * ShapeSize(shape, p));
+}
+
+double TetEquivolumeSkew(CornerShape shape, const Point3* p) {
+  // With R the radius of the sphere, a regular tetrahedron in it has the volume 8 R^3 / (9 sqrt 3).
+  const double radius = Length(TowardsCircumcentre(p));  // times twice the Jacobian
+  const double jacobian = 6 * ShapeSize(shape, p);
+  if (!(jacobian > 0) || !(radius > 0)) return 1;
+  const double part = jacobian / radius;
+  return 1 - 1.5 * sqrt3 * part * part * part * jacobian;
+}
+
+double TetSquish(CornerShape, const Point3* p) {
+  const Point3 middle = 0.25 * (p[0] + p[1] + p[2] + p[3]);
+  double squish = 0;
+  for (int c = 0; c < 4; ++c) {
+    const Point3 &u = p[kTetFaces[c][0]], &v = p[kTetFaces[c][1]], &w = p[kTetFaces[c][2]];
+    const Point3 normal = Cross(v - u, w - u);
+    const Point3 outwards = c < 3 ? normal : -normal;  // the last face is listed inwards
+    const Point3 way = (1.0 / 3) * (u + v + w) - middle;
+    const double product = Length(outwards) * Length(way);
+    squish = std::max(squish, product > 0 ? 1 - Dot(outwards, way) / product : 1.0);
+  }
+  return std::min(squish, 1.0);
+}
+
 double MinDihedralAngle(CornerShape, const Point3* p) { return DihedralAngles(p).least; }
 
 double MaxDihedralAngle(CornerShape, const Point3* p) { return DihedralAngles(p).most; }
@@ -346,13 +478,6 @@ double MaxDihedralAngle(CornerShape, const Point3* p) { return DihedralAngles(p)
 // ---- solids -------------------------------------------------------------------------------------
 
 namespace {
-
-/// The edges from a corner of a solid, right-handed.
-struct Frame {
-  Point3 a, b, c;
-  double Determinant() const { return Triple(a, b, c); }
-  double Spread() const { return SquaredLength(a) + SquaredLength(b) + SquaredLength(c); }
-};
 
 /// Neighbours of a corner, right-handed in an element that is not inverted.
 struct Neighbours {
@@ -386,16 +511,35 @@ Frame HexAxes(const Point3* p) {
           (p[4] - p[0]) + (p[5] - p[1]) + (p[6] - p[2]) + (p[7] - p[3])};
 }
 
-/// Visits the frames of the corners, and of a hexahedron that of its middle.
+/// Visits the frames of the corners.
 template <class Visit>
-void ForEachFrame(CornerShape shape, const Point3* p, Visit&& visit) {
+void ForEachCorner(CornerShape shape, const Point3* p, Visit&& visit) {
   for (const Neighbours& n : CornersOf(shape)) {
     const Point3& at = p[n.corner];
     visit(Frame{p[n.a] - at, p[n.b] - at, p[n.c] - at});
   }
+}
+
+/// Visits the frames of the corners, and of a hexahedron that of its middle.
+template <class Visit>
+void ForEachFrame(CornerShape shape, const Point3* p, Visit&& visit) {
+  ForEachCorner(shape, p, visit);
   if (shape != CornerShape::kHexahedron) return;
   const Frame axes = HexAxes(p);
   visit(Frame{0.25 * axes.a, 0.25 * axes.b, 0.25 * axes.c});
+}
+
+Range HexDiagonals(const Point3* p) {
+  constexpr int kDiagonals[4][2] = {{0, 6}, {1, 7}, {2, 4}, {3, 5}};
+  Range lengths;
+  for (const auto& d : kDiagonals) lengths.Take(Distance(p[d[0]], p[d[1]]));
+  return lengths;
+}
+
+/// The frame of a corner, seen from that of the ideal element.
+Frame AgainstIdeal(CornerShape shape, const Frame& f) {
+  if (shape != CornerShape::kWedge) return f;
+  return {f.a, (1 / sqrt3) * (2 * f.b - f.a), f.c};
 }
 
 }  // namespace
@@ -416,6 +560,25 @@ double SolidScaledJacobian(CornerShape shape, const Point3* p) {
     least = std::min(least, product > 0 ? f.Determinant() / product : 0.0);
   });
   return ideal * least;
+}
+
+double SolidFrobenius(CornerShape shape, const Point3* p) {
+  double most = 0;
+  ForEachCorner(shape, p,
+                [&](const Frame& f) { most = std::max(most, AgainstIdeal(shape, f).Condition()); });
+  return most;
+}
+
+double SolidMeanFrobenius(CornerShape shape, const Point3* p) {
+  double sum = 0;
+  ForEachCorner(shape, p, [&](const Frame& f) { sum += AgainstIdeal(shape, f).Condition(); });
+  return Mean(sum, static_cast<int>(CornersOf(shape).size()));
+}
+
+double SolidJacobianRatio(CornerShape shape, const Point3* p) {
+  Range jacobians;
+  ForEachCorner(shape, p, [&](const Frame& f) { jacobians.Take(f.Determinant()); });
+  return Ratio(jacobians.most, jacobians.least);
 }
 
 double HexAspect(CornerShape, const Point3* p) {
@@ -452,19 +615,62 @@ double HexShape(CornerShape shape, const Point3* p) {
 
 double HexCondition(CornerShape shape, const Point3* p) {
   double most = 0;
-  ForEachFrame(shape, p, [&](const Frame& f) {
-    const double across = SquaredLength(Cross(f.a, f.b)) + SquaredLength(Cross(f.b, f.c)) +
-                          SquaredLength(Cross(f.c, f.a));
-    most = std::max(most, Ratio(std::sqrt(f.Spread() * across), 3 * f.Determinant()));
-  });
+  ForEachFrame(shape, p, [&](const Frame& f) { most = std::max(most, f.Condition()); });
   return most;
 }
 
 double HexStretch(CornerShape shape, const Point3* p) {
-  constexpr int kDiagonals[4][2] = {{0, 6}, {1, 7}, {2, 4}, {3, 5}};
-  double longest = 0;
-  for (const auto& d : kDiagonals) longest = std::max(longest, Distance(p[d[0]], p[d[1]]));
+  const double longest = HexDiagonals(p).most;
   return longest > 0 ? sqrt3 * EdgeLengths(shape, p).least / longest : 0;
+}
+
+double HexDiagonal(CornerShape, const Point3* p) {
+  const Range lengths = HexDiagonals(p);
+  return lengths.most > 0 ? lengths.least / lengths.most : 0;
+}
+
+double HexShear(CornerShape shape, const Point3* p) {
+  return std::max(SolidScaledJacobian(shape, p), 0.0);
+}
+
+double HexOddy(CornerShape shape, const Point3* p) {
+  double most = 0;
+  ForEachCorner(shape, p, [&](const Frame& f) {
+    const double aa = Dot(f.a, f.a), bb = Dot(f.b, f.b), cc = Dot(f.c, f.c);
+    const double ab = Dot(f.a, f.b), bc = Dot(f.b, f.c), ca = Dot(f.c, f.a);
+    const double squares = aa * aa + bb * bb + cc * cc + 2 * (ab * ab + bc * bc + ca * ca);
+    const double trace = aa + bb + cc;
+    const double jacobian = std::max(f.Determinant(), 0.0);
+    most = std::max(most, Ratio(squares - trace * trace / 3, jacobian * std::cbrt(jacobian)));
+  });
+  return most;
+}
+
+double HexDistortion(CornerShape shape, const Point3* p) {
+  const double volume = ShapeSize(shape, p);
+  if (volume == 0) return 0;
+  double least = kUnbounded;
+  ForEachCorner(shape, p,
+                [&](const Frame& f) { least = std::min(least, f.Determinant() / volume); });
+  return least;
+}
+
+double HexDimension(CornerShape shape, const Point3* p) {
+  // The volume is a twelfth of three triple products (see HexahedronVolume); their factors are
+  // differences of corners: p[0] - p[1] + p[2] - p[3], p[4] - p[5] and p[6] - p[7] of a row.
+  constexpr int kProducts[3][8] = {
+      {3, 1, 7, 2, 6, 3, 2, 0}, {4, 3, 5, 7, 6, 4, 7, 0}, {1, 4, 2, 5, 6, 1, 5, 0}};
+  Point3 gradient[8];
+  for (const auto& at : kProducts) {
+    const Point3 a = (p[at[0]] - p[at[1]]) + (p[at[2]] - p[at[3]]);
+    const Point3 b = p[at[4]] - p[at[5]], c = p[at[6]] - p[at[7]];
+    const Point3 bc = Cross(b, c), ca = Cross(c, a), ab = Cross(a, b);
+    const Point3 by[8] = {bc, -bc, bc, -bc, ca, -ca, ab, -ab};
+    for (int i = 0; i < 8; ++i) gradient[at[i]] += by[i];
+  }
+  double squares = 0;
+  for (const Point3& by : gradient) squares += SquaredLength(by) / 144;
+  return squares > 0 ? std::abs(ShapeSize(shape, p)) / std::sqrt(2 * squares) : 0;
 }
 
 }  // namespace qx::quality

@@ -22,12 +22,19 @@ double MaxFaceAngle(CornerShape shape, const Point3* p);
 /// the worst face. Beyond the report for solids.
 double FaceWarpage(CornerShape shape, const Point3* p);
 
+/// The square of a size over the mean size or of its inverse, whichever is below 1; 0 for an
+/// inverted element. NaN when there is no mean size.
+double RelativeSize(double size, double mean_size);
+
 // ---- triangles ----------------------------------------------------------------------------------
 
 double TriAspect(CornerShape, const Point3* p);
 double TriScaledJacobian(CornerShape, const Point3* p);
 double TriShape(CornerShape, const Point3* p);
+/// Also the aspect Frobenius of a triangle.
 double TriCondition(CornerShape, const Point3* p);
+/// Radius of the circle through the corners over twice that of the circle inside.
+double TriRadiusRatio(CornerShape, const Point3* p);
 
 // ---- quadrilaterals -----------------------------------------------------------------------------
 
@@ -39,6 +46,17 @@ double QuadScaledJacobian(CornerShape, const Point3* p);
 double QuadShape(CornerShape, const Point3* p);
 double QuadCondition(CornerShape, const Point3* p);
 double QuadStretch(CornerShape, const Point3* p);
+double QuadShear(CornerShape, const Point3* p);
+double QuadRadiusRatio(CornerShape, const Point3* p);
+/// Largest and mean condition at the corners, each in its own plane.
+double QuadFrobenius(CornerShape, const Point3* p);
+double QuadMeanFrobenius(CornerShape, const Point3* p);
+double QuadOddy(CornerShape, const Point3* p);
+/// Least Jacobian at a corner over the area; both are taken along the normal in the middle, also
+/// of a warped element.
+double QuadDistortion(CornerShape, const Point3* p);
+/// Largest Jacobian at a corner over the least. Beyond the report.
+double QuadJacobianRatio(CornerShape, const Point3* p);
 
 // ---- tetrahedra ---------------------------------------------------------------------------------
 
@@ -48,6 +66,15 @@ double TetShape(CornerShape, const Point3* p);
 double TetCondition(CornerShape, const Point3* p);
 /// Smallest height over the longest edge of the face below it.
 double TetCollapse(CornerShape, const Point3* p);
+double TetRadiusRatio(CornerShape, const Point3* p);
+double TetFrobenius(CornerShape, const Point3* p);
+double TetGamma(CornerShape, const Point3* p);
+/// What is missing to the volume of the regular tetrahedron in the same sphere, as a share. Beyond
+/// the report.
+double TetEquivolumeSkew(CornerShape, const Point3* p);
+/// 1 minus the least cosine between a face's normal and the way from the element's centre to the
+/// face's. Beyond the report.
+double TetSquish(CornerShape, const Point3* p);
 double MinDihedralAngle(CornerShape, const Point3* p);
 double MaxDihedralAngle(CornerShape, const Point3* p);
 
@@ -60,6 +87,13 @@ double SolidJacobian(CornerShape shape, const Point3* p);
 /// pyramids beyond the report.
 double SolidScaledJacobian(CornerShape shape, const Point3* p);
 
+/// Largest and mean condition at the corners of a wedge or hexahedron, against the ideal one.
+/// Beyond the report for wedges.
+double SolidFrobenius(CornerShape shape, const Point3* p);
+double SolidMeanFrobenius(CornerShape shape, const Point3* p);
+/// Largest Jacobian at a corner over the least. Beyond the report.
+double SolidJacobianRatio(CornerShape shape, const Point3* p);
+
 /// Longest principal axis over shortest.
 double HexAspect(CornerShape, const Point3* p);
 double HexSkew(CornerShape, const Point3* p);
@@ -67,5 +101,13 @@ double HexTaper(CornerShape, const Point3* p);
 double HexShape(CornerShape, const Point3* p);
 double HexCondition(CornerShape, const Point3* p);
 double HexStretch(CornerShape, const Point3* p);
+double HexShear(CornerShape, const Point3* p);
+double HexOddy(CornerShape, const Point3* p);
+/// Least Jacobian at a corner over the volume.
+double HexDistortion(CornerShape, const Point3* p);
+/// Shortest diagonal over longest.
+double HexDiagonal(CornerShape, const Point3* p);
+/// A length for the time step of explicit solvers: the volume over its gradient by all corners.
+double HexDimension(CornerShape, const Point3* p);
 
 }  // namespace qx::quality

@@ -10,6 +10,7 @@ namespace qx {
 
 class CQXDBSession;
 class CQXDocBase;
+class CQXUnitCtrl;
 struct tagTElem;
 
 // ---- the application's own: the library hands pointers on and never looks inside ----------------

@@ -2,8 +2,7 @@
 
 #include <algorithm>
 
-#include "qx_db/callback/app_db.h"
-#include "qx_db/callback/db_interface.h"
+#include "qx_db/callback/callbacks.h"
 #include "qx_db/core/session.h"
 #include "qx_db/lib/variants.h"
 #include "qx_db/model/reference_index.h"

@@ -3,7 +3,7 @@
 
 #include <span>
 
-#include "qx_db/callback/update_db.h"
+#include "qx_db/callback/combo_refresh.h"
 #include "qx_db/core/session.h"
 #include "qx_db/ui/combo_box.h"
 

@@ -2,8 +2,7 @@
 
 #include <algorithm>
 
-#include "qx_db/callback/app_db.h"
-#include "qx_db/callback/func_db.h"
+#include "qx_db/callback/callbacks.h"
 
 namespace qx {
 namespace {

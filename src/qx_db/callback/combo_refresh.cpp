@@ -1,8 +1,9 @@
-#include "qx_db/callback/update_db.h"
+#include "qx_db/callback/combo_refresh.h"
 
 #include <array>
 #include <utility>
 
+#include "qx_db/callback/callbacks.h"
 #include "qx_db/core/session.h"
 
 namespace qx {
