@@ -25,23 +25,30 @@
 namespace qx::bench {
 namespace {
 
-constexpr int kSide = 100;
-
-/// A block of a hundred cubed slightly curved hexahedra, and the sides of its surface.
-struct Block {
+/// Blocks beside each other, each of `side` cubed slightly curved hexahedra, and the sides of their
+/// surfaces.
+struct Blocks {
   CQXDBSession session{AddStandardPools};
   TArray<ITR> nodes;
   TArray<ITR> elements;
   TArray<tagTElemSide> surface;
 
-  Block() {
+  Blocks(int count, int side) {
     session.EnableRecording(false);
+    for (int block = 0; block < count; ++block) Add(side, 2.0 * side * block);
+    const DenseMesh mesh(session);
+    surface = ToElemSides(mesh, LooseFaces(mesh).free);
+  }
+
+ private:
+  void Add(int side, double x) {
+    const std::int32_t first = nodes.GetSize();
     tagTNode node;
-    for (int k = 0; k <= kSide; ++k) {
-      for (int j = 0; j <= kSide; ++j) {
-        for (int i = 0; i <= kSide; ++i) {
+    for (int k = 0; k <= side; ++k) {
+      for (int j = 0; j <= side; ++j) {
+        for (int i = 0; i <= side; ++i) {
           node.key = nodes.GetSize() + 1;
-          node.position = {i + 0.1 * std::sin(0.1 * j), j + 0.1 * std::sin(0.1 * k), 1.0 * k};
+          node.position = {x + i + 0.1 * std::sin(0.1 * j), j + 0.1 * std::sin(0.1 * k), 1.0 * k};
           nodes.Add(Pool<tagTNode>(session).InsertNU(node));
         }
       }
@@ -51,21 +58,19 @@ struct Block {
     hex.nodes.SetSize(8);
     constexpr int kCorner[8][3] = {{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0},
                                    {0, 0, 1}, {1, 0, 1}, {1, 1, 1}, {0, 1, 1}};
-    for (int k = 0; k < kSide; ++k) {
-      for (int j = 0; j < kSide; ++j) {
-        for (int i = 0; i < kSide; ++i) {
+    for (int k = 0; k < side; ++k) {
+      for (int j = 0; j < side; ++j) {
+        for (int i = 0; i < side; ++i) {
           for (int c = 0; c < 8; ++c) {
-            hex.nodes[c] = nodes[NodeAt(i + kCorner[c][0], j + kCorner[c][1], k + kCorner[c][2])];
+            const int row = j + kCorner[c][1] + (side + 1) * (k + kCorner[c][2]);
+            hex.nodes[c] = nodes[first + i + kCorner[c][0] + (side + 1) * row];
           }
           hex.key = elements.GetSize() + 1;
           elements.Add(Pool<tagTElem>(session).InsertNU(hex));
         }
       }
     }
-    const DenseMesh mesh(session);
-    surface = ToElemSides(mesh, LooseFaces(mesh).free);
   }
-  static int NodeAt(int i, int j, int k) { return i + (kSide + 1) * (j + (kSide + 1) * k); }
 };
 
 /// Seconds of `work` as nanoseconds for each of `count` things.
@@ -97,7 +102,7 @@ TArray<tagTElemSide> Fan(CQXDBSession& session, int sides) {
   return fan;
 }
 
-void Ours(Block& block) {
+void Ours(Blocks& block) {
   const CQXMeshUtil util(&block.session);
   const std::int64_t count = block.elements.GetSize();
   Figure("minimum length of a hex",
@@ -166,23 +171,51 @@ void Ours(Block& block) {
 
 #ifdef QX_BENCH_VTK
 
-void BesideVtk(Block& block) {
+vtkNew<vtkUnstructuredGrid> GridOf(Blocks& blocks) {
   vtkNew<vtkPoints> points;
   points->SetDataType(VTK_DOUBLE);
-  for (const ITR n : block.nodes) {
-    const auto& p = Pool<tagTNode>(block.session).GetAtNU(n).position;
+  for (const ITR n : blocks.nodes) {
+    const auto& p = Pool<tagTNode>(blocks.session).GetAtNU(n).position;
     points->InsertNextPoint(p.x, p.y, p.z);
   }
   vtkNew<vtkUnstructuredGrid> grid;
   grid->SetPoints(points);
-  grid->Allocate(block.elements.GetSize());
-  for (const ITR e : block.elements) {
+  grid->Allocate(blocks.elements.GetSize());
+  for (const ITR e : blocks.elements) {
     vtkIdType ids[8];
-    const tagTElem& hex = Pool<tagTElem>(block.session).GetAtNU(e);
-    for (int c = 0; c < 8; ++c)
-      ids[c] = Pool<tagTNode>(block.session).GetAtNU(hex.nodes[c]).key - 1;
+    const tagTElem& hex = Pool<tagTElem>(blocks.session).GetAtNU(e);
+    for (int c = 0; c < 8; ++c) {
+      ids[c] = Pool<tagTNode>(blocks.session).GetAtNU(hex.nodes[c]).key - 1;
+    }
     grid->InsertNextCell(VTK_HEXAHEDRON, 8, ids);
   }
+  return grid;
+}
+
+void CompareGrouping(const std::string& what, Blocks& blocks, vtkUnstructuredGrid* grid) {
+  const CQXMeshUtil util(&blocks.session);
+  vtkNew<vtkDataSetSurfaceFilter> skin;
+  skin->SetInputData(grid);
+  skin->Update();
+  Compare(
+      what, "vtkConnectivityFilter", 0.5,
+      [&] {
+        return Time([&] {
+          std::list<std::list<int>> groups;
+          Keep(util.GroupElemSide(3, blocks.surface, groups));
+        });
+      },
+      [&] {
+        vtkNew<vtkConnectivityFilter> filter;
+        filter->SetInputData(skin->GetOutput());
+        filter->SetExtractionModeToAllRegions();
+        filter->ColorRegionsOn();  // the group of every side, as ours tells
+        return Time([&] { filter->Update(); });
+      });
+}
+
+void BesideVtk(Blocks& block) {
+  const auto grid = GridOf(block);
   const CQXMeshUtil util(&block.session);
   Compare(
       "volumes of a million hexahedra", "vtkMeshQuality", 0.5,
@@ -213,23 +246,9 @@ void BesideVtk(Block& block) {
         filter->SetInputData(grid);
         return Time([&] { filter->Update(); });
       });
-  vtkNew<vtkDataSetSurfaceFilter> skin;
-  skin->SetInputData(grid);
-  skin->Update();
-  Compare(
-      "grouping of 60 000 sides", "vtkConnectivityFilter", 0.5,
-      [&] {
-        return Time([&] {
-          std::list<std::list<int>> groups;
-          Keep(util.GroupElemSide(3, block.surface, groups));
-        });
-      },
-      [&] {
-        vtkNew<vtkConnectivityFilter> filter;
-        filter->SetInputData(skin->GetOutput());
-        filter->SetExtractionModeToAllRegions();
-        return Time([&] { filter->Update(); });
-      });
+  CompareGrouping("grouping of 60 000 sides in one group", block, grid);
+  Blocks hundred(100, 10);
+  CompareGrouping("grouping of 60 000 sides in a hundred groups", hundred, GridOf(hundred));
 }
 
 #endif
@@ -237,7 +256,7 @@ void BesideVtk(Block& block) {
 }  // namespace
 
 void MeshUtil() {
-  Block block;
+  Blocks block(1, 100);
   Ours(block);
 #ifdef QX_BENCH_VTK
   BesideVtk(block);
