@@ -133,6 +133,10 @@ TEST(Session, HistoryIsBoundedByStepsAndBytes) {
   for (int i = 0; i < 3; ++i) EXPECT_EQ(m.session.Undo(), 1);
   EXPECT_EQ(m.session.Undo(), 0);
   EXPECT_EQ(m.nodes.GetSize(), 7);
+  m.session.SetHistoryLimits({2, 1 << 20});
+  EXPECT_EQ(m.session.Redo() + m.session.Redo(), 2);
+  EXPECT_EQ(m.session.Redo(), 0) << "the step farthest from the present went";
+  EXPECT_EQ(m.nodes.GetSize(), 9);
   const std::size_t footprint = m.nodes.Set().Footprint();
   // A byte bound too small for a single step keeps none, and frees what was removed.
   m.session.SetHistoryLimits({1000, 100});
@@ -146,6 +150,94 @@ TEST(Session, HistoryIsBoundedByStepsAndBytes) {
   }
   EXPECT_EQ(m.session.Undo(), 0);
   EXPECT_LE(m.nodes.Set().Footprint(), footprint + (64 << 10));
+}
+
+TEST(Session, HistoryCountsWhatItAloneKeeps) {
+  MeshSession m;
+  const auto held = [&] { return m.session.History().Footprint(); };
+  m.Step(u"add", [&] { m.AddChain(1, 500); });
+  const std::size_t added = held();
+  EXPECT_EQ(m.session.Undo(), 1);
+  EXPECT_GE(held(), added + 500 * (sizeof(tagTNode) + sizeof(tagTElem)));
+  EXPECT_EQ(m.session.Redo(), 1);
+  EXPECT_EQ(held(), added);
+  m.Step(u"delete", [&] { m.nodes.Remove(m.nodes.Find(250)); });
+  const std::size_t deleted = held();
+  m.session.Undo();
+  EXPECT_EQ(held(), deleted - 2 * (sizeof(tagTElem) + 36) - 4 * sizeof(ITR) - sizeof(tagTNode) - 36)
+      << "the node and its two elements are the model's again";
+  m.session.Redo();
+  EXPECT_EQ(held(), deleted);
+  {
+    // A record that changes its size and goes, and comes back with the inner transaction.
+    CTransaction outer(&m.session);
+    outer.Begin(u"outer");
+    m.nodes.InsertNU(Node(1000));
+    CTransaction inner(&m.session);
+    inner.Begin(u"inner");
+    tagTActiveElemSet empty;
+    empty.key = 1;
+    m.sets.SetAtNU(m.sets.Find(1), empty);
+    m.sets.Remove(m.sets.Find(1));
+    inner.Rollback();
+    EXPECT_EQ(m.session.History().Current().held, 0u);
+    outer.Commit();
+  }
+  EXPECT_EQ(m.session.History().Done().size(), 3u);
+  m.session.Undo();
+  m.session.Undo();
+  m.session.SetHistoryLimits({1000, 100});
+  EXPECT_FALSE(m.session.CanUndo() || m.session.CanRedo());
+}
+
+TEST(Session, WhatAStepDoesUnrecordedIsFinal) {
+  MeshSession m;
+  const auto insert = [&](Key key, bool recorded = true) {
+    m.session.EnableRecording(recorded);
+    m.nodes.InsertNU(Node(key));
+    m.session.EnableRecording(true);
+  };
+  const auto keys = [&] {
+    TArray<Key> out;
+    m.nodes.GetKeyList(out, 1);
+    return std::vector<Key>(out.begin(), out.end());
+  };
+  insert(1);
+  {
+    CTransaction outer(&m.session);
+    outer.Begin(u"outer");
+    insert(2);
+    insert(3);
+    {
+      CTransaction inner(&m.session);
+      inner.Begin(u"inner");
+      insert(4);
+      insert(5, false);
+      insert(6);
+    }
+    EXPECT_EQ(keys(), (std::vector<Key>{1, 2, 3, 4, 5})) << "of the inner one, what is not final";
+    insert(7);
+    EXPECT_EQ(outer.Commit(), 1);
+  }
+  EXPECT_EQ(m.session.UndoName(), u"outer");
+  EXPECT_EQ(m.session.Undo(), 1);
+  EXPECT_EQ(keys(), (std::vector<Key>{1, 2, 3, 4, 5}));
+  EXPECT_EQ(m.session.Undo(), 0);
+  EXPECT_EQ(m.session.Redo(), 1);
+  {
+    CTransaction lost(&m.session);
+    lost.Begin(u"lost");
+    m.nodes.Remove(m.nodes.Find(1));
+    insert(8, false);
+    insert(9);
+    const ITR last = m.nodes.Find(9);
+    m.session.EnableRecording(false);
+    EXPECT_EQ(m.nodes.Remove(last), 1) << "freed: the step may not name it any more";
+    m.session.EnableRecording(true);
+    m.nodes.Remove(m.nodes.Find(2));
+  }
+  EXPECT_EQ(keys(), (std::vector<Key>{2, 3, 4, 5, 7, 8}));
+  EXPECT_EQ(m.session.Validate(), "");
 }
 
 TEST(Session, AnUnrecordedEditEndsTheHistory) {
@@ -194,6 +286,51 @@ TEST(Session, ListenersAndTheHookHearOnceAStep) {
   m.Step(u"b", [&] { m.nodes.InsertNU(Node(3)); });
   EXPECT_EQ(listener.heard, (std::vector<std::string>{"0a2", "1a2", "2a2"}));
   EXPECT_EQ(hooked, 3);
+}
+
+TEST(Session, ListenersCannotEditAndMayThrowOrLeave) {
+  struct Unruly : ISessionListener {
+    void OnSessionEvent(CQXDBSession& session, SessionEvent, std::u16string_view,
+                        std::span<const Change> changes) override {
+      ++heard;
+      if (leaving) session.RemoveListener(std::exchange(leaving, nullptr));
+      CTransaction transaction(&session);
+      EXPECT_EQ(transaction.Begin(u"again"), 0);
+      EXPECT_EQ(session.Undo() + session.Redo(), 0);
+      session.ForgetHistory();
+      // Unrecorded, which ends the history once the changes have been read.
+      if (edit) session.GetPool<DPoolNode>(code::kNode)->InsertNU(Node(77));
+      for (const Change& change : changes) KeyOf(change.item);
+      if (fail) throw std::runtime_error("listener");
+    }
+    int heard = 0;
+    bool fail = false;
+    bool edit = false;
+    ISessionListener* leaving = nullptr;
+  } first, second;
+  MeshSession m;
+  m.session.AddListener(&first);
+  m.session.AddListener(&second);
+  first.leaving = &second;
+  const auto step = [&](Key key) { return m.Step(u"add", [&] { m.nodes.InsertNU(Node(key)); }); };
+  EXPECT_EQ(step(1), 1);
+  EXPECT_EQ(second.heard, 0) << "it was gone before its turn";
+  first.fail = true;
+  EXPECT_THROW(step(2), std::runtime_error);
+  EXPECT_THROW(m.session.Undo(), std::runtime_error);
+  EXPECT_THROW(m.session.Redo(), std::runtime_error);
+  EXPECT_EQ(m.nodes.GetSize(), 2) << "each step was done all the same";
+  EXPECT_EQ(m.nodes.ChangeFlags(), 0u);
+  first.fail = false;
+  EXPECT_EQ(m.session.Undo(), 1);
+  first.edit = true;
+  EXPECT_EQ(m.session.Redo(), 1);
+  EXPECT_FALSE(m.session.CanUndo() || m.session.CanRedo());
+  EXPECT_EQ(m.nodes.GetSize(), 3);
+  first.edit = false;
+  EXPECT_EQ(step(4), 1);
+  EXPECT_EQ(m.session.Undo(), 1);
+  EXPECT_EQ(m.session.Validate(), "");
 }
 
 TEST(Session, CommandsAreUndoableSteps) {
