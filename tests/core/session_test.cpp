@@ -502,6 +502,21 @@ TEST(Session, UndoAfterASortPutsRecordsBackAtTheEndByKey) {
   m.session.Redo();
   EXPECT_EQ(m.nodes.GetSize(), 4);
   EXPECT_EQ(m.session.Validate(), "");
+  // Sorted within a step, between its removals and insertions.
+  m.Step(u"sort", [&] {
+    for (const Key k : {20, 7}) m.nodes.InsertNU(Node(k));
+    for (const Key k : {20, 9, 5}) m.nodes.Remove(m.nodes.Find(k));
+    m.nodes.SortAsc();
+    m.nodes.InsertNU(Node(2));
+  });
+  for (int round = 0; round < 2; ++round) {
+    EXPECT_EQ(m.session.Undo(), 1);
+    EXPECT_EQ(Contents(m.nodes), (NaiveModel{{1, 0}, {3, 0}, {5, 0}, {9, 0}}));
+    EXPECT_EQ(m.session.Validate(), "");
+    EXPECT_EQ(m.session.Redo(), 1);
+    EXPECT_EQ(Contents(m.nodes).size(), 4u);
+    EXPECT_EQ(m.session.Validate(), "");
+  }
 }
 
 TEST(Session, LargeStepsAreTakenBackAtOnceAndExactly) {

@@ -202,7 +202,6 @@ void Journal::Detach(Step& step, std::size_t begin, std::size_t end) {
 }
 
 void Journal::TakeBack(Step& step, std::size_t mark) {
-  // Records whose place in the list is gone, because it was sorted since, go to its end.
   std::vector<Change> displaced;
   for (std::size_t i = step.changes.size(); i > mark;) {
     Change& change = step.changes[i - 1];
@@ -213,7 +212,14 @@ void Journal::TakeBack(Step& step, std::size_t mark) {
       KeyedSetBase& set = Pool(change.type).Set();
       step.held -= HeldBytes(change.type, {&change, 1});
       if (!set.Relink(change.item, change.list_epoch, change.hash_epoch)) {
-        displaced.push_back(change);
+        // Its place in the list is gone, because that was sorted since. What is detached later
+        // must not rely on a place beside it.
+        set.AppendDetached(change.item);
+        set.MoveToTail(change.item);
+        try {
+          displaced.push_back(change);
+        } catch (const std::bad_alloc&) {  // it stays where it is
+        }
       }
       --i;
     } else {
@@ -226,10 +232,12 @@ void Journal::TakeBack(Step& step, std::size_t mark) {
       i = begin;
     }
   }
+  // Those that the step had not inserted itself, by key.
+  std::erase_if(displaced, [](const Change& c) { return KeyedSetBase::IsRemoved(c.item); });
   std::stable_sort(displaced.begin(), displaced.end(), [](const Change& a, const Change& b) {
     return KeyedSetBase::RecordAt(a.item)->GetKey() < KeyedSetBase::RecordAt(b.item)->GetKey();
   });
-  for (const Change& change : displaced) Pool(change.type).Set().AppendDetached(change.item);
+  for (const Change& change : displaced) Pool(change.type).Set().MoveToTail(change.item);
 }
 
 void Journal::DoAgain(Step& step) {

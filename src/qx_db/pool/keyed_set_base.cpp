@@ -386,6 +386,14 @@ void KeyedSetBase::AppendDetached(ITR pos) {
   InsertToList(item);
 }
 
+void KeyedSetBase::MoveToTail(ITR pos) {
+  char* item = ToItem(pos);
+  RemoveFromList(item);
+  InsertToList(item);
+  ++list_epoch_;
+  ++revision_;
+}
+
 bool KeyedSetBase::DetachTail(std::span<const ITR> items) {
   if (items.empty() || ToItr(tail_) != items.back()) return false;
   for (std::size_t i = 1; i < items.size(); ++i) {

@@ -152,6 +152,8 @@ class QXDB_API KeyedSetBase {
   bool Relink(ITR pos, std::uint32_t list_epoch, std::uint32_t hash_epoch);
   /// Puts a detached item back at the tail of the list.
   void AppendDetached(ITR pos);
+  /// Moves an item to the tail of the list. Detached items cannot be relinked after that.
+  void MoveToTail(ITR pos);
   /// Detaches, front to back, items that are the tail of the list in this order, so that Relink
   /// in the same order restores them. Cheaper than one by one when they are most of the set.
   /// False, changing nothing, when they are not the tail.
