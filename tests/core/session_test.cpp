@@ -240,6 +240,34 @@ TEST(Session, WhatAStepDoesUnrecordedIsFinal) {
   EXPECT_EQ(m.session.Validate(), "");
 }
 
+TEST(Session, WhatWasRemovedIsLeftAlone) {
+  for (const bool recorded : {true, false}) {
+    MeshSession m;
+    m.session.EnableRecording(recorded);
+    m.Step(u"add", [&] { m.AddChain(1, 3); });
+    const ITR stale[] = {m.sets.Find(1), m.elements.Find(3), 0};
+    m.Step(u"remove", [&] {
+      m.sets.Remove(stale[0]);
+      m.elements.Remove(stale[1]);
+    });
+    m.Step(u"again", [&] {
+      tagTActiveElemSet set;
+      set.key = 7;
+      tagTElem element;
+      element.key = 7;
+      ITR moving = stale[0];
+      EXPECT_EQ(m.sets.SetAtNU(stale[0], set) + m.elements.SetAtNU(stale[1], element), 0);
+      EXPECT_EQ(m.sets.Remove(stale[0]) + m.elements.Remove(stale[1]), 0);
+      EXPECT_EQ(m.sets.RemoveNext(moving), 0);
+      EXPECT_EQ(m.sets.SetAtNU(stale[2], set) + m.sets.Remove(stale[2]), 0);
+    });
+    EXPECT_EQ(m.session.History().Done().size(), recorded ? 2u : 0u);
+    EXPECT_EQ(m.sets.Remove(0), 0);
+    EXPECT_EQ(m.session.CanUndo(), recorded) << "what changes nothing ends no history";
+    EXPECT_EQ(m.session.Validate(), "");
+  }
+}
+
 TEST(Session, AnUnrecordedEditEndsTheHistory) {
   MeshSession m;
   m.Step(u"add", [&] { m.nodes.InsertNU(Node(1)); });

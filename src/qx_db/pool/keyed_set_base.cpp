@@ -250,7 +250,7 @@ int KeyedSetBase::SetAt(ITR pos, const TStructBase& record) {
 int KeyedSetBase::Remove(ITR pos) { return RemoveNext(pos); }
 
 int KeyedSetBase::RemoveNext(ITR& pos) {
-  if (pos == 0 || IsRemoved(pos)) return 0;  // once out, it is in no list to leave
+  if (pos == 0) return 0;
   char* item = ToItem(pos);
   OnUnlink(item);
   table_.Unlink(item);
@@ -263,7 +263,7 @@ int KeyedSetBase::RemoveNext(ITR& pos) {
 int KeyedSetBase::RemoveWithoutDelete(ITR pos) { return RemoveNextWithoutDelete(pos); }
 
 int KeyedSetBase::RemoveNextWithoutDelete(ITR& pos) {
-  if (pos == 0 || IsRemoved(pos)) return 0;
+  if (pos == 0 || IsRemoved(pos)) return 0;  // once out, it is in no list to leave
   char* item = ToItem(pos);
   OnUnlink(item);
   table_.Unlink(item);

@@ -91,7 +91,7 @@ class QXDB_API KeyedSetBase {
   /// 0 or of a removed record, the new key is negative, or the stored key is not found. Where
   /// memory runs out, everything is as it was.
   int SetAt(ITR pos, const TStructBase& record);
-  /// 0 for a position that is 0 or of a removed record.
+  /// Destroys the record. 0 for a null position; it must be of a record that is in the set.
   int Remove(ITR pos);
   /// Removes and moves `pos` to the next position in list order.
   int RemoveNext(ITR& pos);
