@@ -84,7 +84,7 @@ class QXDB_API CQXDBSession final : public ChangeRecorder {
   // ---- recording --------------------------------------------------------------------------------
 
   /// Whether transactions record their changes; on at first. Turning it off makes bulk loading
-  /// cheaper and its edits final.
+  /// cheaper and its edits final: a record removed meanwhile is freed, and references to it dangle.
   void EnableRecording(bool on);
   bool RecordingEnabled() const { return recording_enabled_; }
 
