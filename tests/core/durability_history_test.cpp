@@ -282,6 +282,33 @@ TEST_F(DurabilityTest, EachSettingIsDurableWhenItSays) {
   }
 }
 
+TEST_F(DurabilityTest, NothingIsWrittenAnewAmidAStep) {
+  for (const bool kept : {true, false}) {
+    const std::string path = Path("amid.qxm");
+    CQXDocBase document(SetUpSmallModel);
+    CQXDBSession& session = *document.GetDBSession();
+    RandomEdits edits(3);
+    for (int i = 0; i < 10; ++i) edits.Step(session);
+    ASSERT_EQ(document.SaveAs(path).Line(), "");
+    if (kept) ASSERT_EQ(document.KeepSteps().Line(), "");
+    const std::uint64_t before = session.StateHash();
+    {
+      CTransaction step(&session);
+      step.Begin(u"Open");
+      session.GetPool<DPoolNode>(code::kNode)->RemoveAll();
+      EXPECT_FALSE(document.Save());
+      EXPECT_FALSE(document.SaveAs(Path("other.qxm")));
+      EXPECT_FALSE(fs::exists(Path("other.qxm")));
+      if (kept) EXPECT_FALSE(document.Keeper()->Save());
+    }
+    EXPECT_EQ(session.StateHash(), before);
+    EXPECT_EQ(document.Save().Line(), "");
+    CQXDocBase reopened(SetUpSmallModel);
+    EXPECT_EQ(reopened.Open(path).Line(), "");
+    EXPECT_EQ(reopened.GetDBSession()->StateHash(), before);
+  }
+}
+
 TEST_F(DurabilityTest, ASaveWithoutAKeeperKeepsTheHistory) {
   const std::string path = Path("saved.qxm");
   CQXDocBase document(SetUpSmallModel);

@@ -77,6 +77,22 @@ TEST(FailingMemoryTest, LeavesEveryStepWholeOrUnmade) {
            if (i == 5) transaction.Commit();
          }
        }},
+      {"edit that goes on after a failure",
+       [](CQXDocBase& document) {
+         CQXDBSession& session = *document.GetDBSession();
+         auto& sets = *session.GetPool<DPoolActiveElemSet>(code::kActiveElemSet);
+         CTransaction transaction(&session);
+         transaction.Begin(u"Larger");
+         tagTActiveElemSet larger = sets.GetAtNU(sets.GetHeadPosition());
+         try {
+           for (int i = 0; i < 6; ++i) larger.elements.Append(larger.elements);
+           larger.key = 900;
+           sets.SetAtNU(sets.GetHeadPosition(), larger);
+         } catch (const std::bad_alloc&) {  // the record is as it was
+         }
+         transaction.Commit();
+         if (session.Undo()) session.Redo();
+       }},
       {"undo", [](CQXDocBase& document) { document.GetDBSession()->Undo(); }},
       {"redo", [](CQXDocBase& document) { document.GetDBSession()->Redo(); }},
       {"save", [](CQXDocBase& document) { (void)!document.Save(); }},

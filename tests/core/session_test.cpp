@@ -133,6 +133,10 @@ TEST(Session, HistoryIsBoundedByStepsAndBytes) {
   for (int i = 0; i < 3; ++i) EXPECT_EQ(m.session.Undo(), 1);
   EXPECT_EQ(m.session.Undo(), 0);
   EXPECT_EQ(m.nodes.GetSize(), 7);
+  m.session.SetHistoryLimits({2, 1 << 20});
+  EXPECT_EQ(m.session.Redo() + m.session.Redo(), 2);
+  EXPECT_EQ(m.session.Redo(), 0) << "the step farthest from the present went";
+  EXPECT_EQ(m.nodes.GetSize(), 9);
   const std::size_t footprint = m.nodes.Set().Footprint();
   // A byte bound too small for a single step keeps none, and frees what was removed.
   m.session.SetHistoryLimits({1000, 100});
@@ -146,6 +150,122 @@ TEST(Session, HistoryIsBoundedByStepsAndBytes) {
   }
   EXPECT_EQ(m.session.Undo(), 0);
   EXPECT_LE(m.nodes.Set().Footprint(), footprint + (64 << 10));
+}
+
+TEST(Session, HistoryCountsWhatItAloneKeeps) {
+  MeshSession m;
+  const auto held = [&] { return m.session.History().Footprint(); };
+  m.Step(u"add", [&] { m.AddChain(1, 500); });
+  const std::size_t added = held();
+  EXPECT_EQ(m.session.Undo(), 1);
+  EXPECT_GE(held(), added + 500 * (sizeof(tagTNode) + sizeof(tagTElem)));
+  EXPECT_EQ(m.session.Redo(), 1);
+  EXPECT_EQ(held(), added);
+  m.Step(u"delete", [&] { m.nodes.Remove(m.nodes.Find(250)); });
+  const std::size_t deleted = held();
+  m.session.Undo();
+  EXPECT_EQ(held(), deleted - 2 * (sizeof(tagTElem) + 36) - 4 * sizeof(ITR) - sizeof(tagTNode) - 36)
+      << "the node and its two elements are the model's again";
+  m.session.Redo();
+  EXPECT_EQ(held(), deleted);
+  {
+    // A record that changes its size and goes, and comes back with the inner transaction.
+    CTransaction outer(&m.session);
+    outer.Begin(u"outer");
+    m.nodes.InsertNU(Node(1000));
+    CTransaction inner(&m.session);
+    inner.Begin(u"inner");
+    tagTActiveElemSet empty;
+    empty.key = 1;
+    m.sets.SetAtNU(m.sets.Find(1), empty);
+    m.sets.Remove(m.sets.Find(1));
+    inner.Rollback();
+    EXPECT_EQ(m.session.History().Current().held, 0u);
+    outer.Commit();
+  }
+  EXPECT_EQ(m.session.History().Done().size(), 3u);
+  m.session.Undo();
+  m.session.Undo();
+  m.session.SetHistoryLimits({1000, 100});
+  EXPECT_FALSE(m.session.CanUndo() || m.session.CanRedo());
+}
+
+TEST(Session, WhatAStepDoesUnrecordedIsFinal) {
+  MeshSession m;
+  const auto insert = [&](Key key, bool recorded = true) {
+    m.session.EnableRecording(recorded);
+    m.nodes.InsertNU(Node(key));
+    m.session.EnableRecording(true);
+  };
+  const auto keys = [&] {
+    TArray<Key> out;
+    m.nodes.GetKeyList(out, 1);
+    return std::vector<Key>(out.begin(), out.end());
+  };
+  insert(1);
+  {
+    CTransaction outer(&m.session);
+    outer.Begin(u"outer");
+    insert(2);
+    insert(3);
+    {
+      CTransaction inner(&m.session);
+      inner.Begin(u"inner");
+      insert(4);
+      insert(5, false);
+      insert(6);
+    }
+    EXPECT_EQ(keys(), (std::vector<Key>{1, 2, 3, 4, 5})) << "of the inner one, what is not final";
+    insert(7);
+    EXPECT_EQ(outer.Commit(), 1);
+  }
+  EXPECT_EQ(m.session.UndoName(), u"outer");
+  EXPECT_EQ(m.session.Undo(), 1);
+  EXPECT_EQ(keys(), (std::vector<Key>{1, 2, 3, 4, 5}));
+  EXPECT_EQ(m.session.Undo(), 0);
+  EXPECT_EQ(m.session.Redo(), 1);
+  {
+    CTransaction lost(&m.session);
+    lost.Begin(u"lost");
+    m.nodes.Remove(m.nodes.Find(1));
+    insert(8, false);
+    insert(9);
+    const ITR last = m.nodes.Find(9);
+    m.session.EnableRecording(false);
+    EXPECT_EQ(m.nodes.Remove(last), 1) << "freed: the step may not name it any more";
+    m.session.EnableRecording(true);
+    m.nodes.Remove(m.nodes.Find(2));
+  }
+  EXPECT_EQ(keys(), (std::vector<Key>{2, 3, 4, 5, 7, 8}));
+  EXPECT_EQ(m.session.Validate(), "");
+}
+
+TEST(Session, WhatWasRemovedIsLeftAlone) {
+  for (const bool recorded : {true, false}) {
+    MeshSession m;
+    m.session.EnableRecording(recorded);
+    m.Step(u"add", [&] { m.AddChain(1, 3); });
+    const ITR stale[] = {m.sets.Find(1), m.elements.Find(3), 0};
+    m.Step(u"remove", [&] {
+      m.sets.Remove(stale[0]);
+      m.elements.Remove(stale[1]);
+    });
+    m.Step(u"again", [&] {
+      tagTActiveElemSet set;
+      set.key = 7;
+      tagTElem element;
+      element.key = 7;
+      ITR moving = stale[0];
+      EXPECT_EQ(m.sets.SetAtNU(stale[0], set) + m.elements.SetAtNU(stale[1], element), 0);
+      EXPECT_EQ(m.sets.Remove(stale[0]) + m.elements.Remove(stale[1]), 0);
+      EXPECT_EQ(m.sets.RemoveNext(moving), 0);
+      EXPECT_EQ(m.sets.SetAtNU(stale[2], set) + m.sets.Remove(stale[2]), 0);
+    });
+    EXPECT_EQ(m.session.History().Done().size(), recorded ? 2u : 0u);
+    EXPECT_EQ(m.sets.Remove(0), 0);
+    EXPECT_EQ(m.session.CanUndo(), recorded) << "what changes nothing ends no history";
+    EXPECT_EQ(m.session.Validate(), "");
+  }
 }
 
 TEST(Session, AnUnrecordedEditEndsTheHistory) {
@@ -194,6 +314,51 @@ TEST(Session, ListenersAndTheHookHearOnceAStep) {
   m.Step(u"b", [&] { m.nodes.InsertNU(Node(3)); });
   EXPECT_EQ(listener.heard, (std::vector<std::string>{"0a2", "1a2", "2a2"}));
   EXPECT_EQ(hooked, 3);
+}
+
+TEST(Session, ListenersCannotEditAndMayThrowOrLeave) {
+  struct Unruly : ISessionListener {
+    void OnSessionEvent(CQXDBSession& session, SessionEvent, std::u16string_view,
+                        std::span<const Change> changes) override {
+      ++heard;
+      if (leaving) session.RemoveListener(std::exchange(leaving, nullptr));
+      CTransaction transaction(&session);
+      EXPECT_EQ(transaction.Begin(u"again"), 0);
+      EXPECT_EQ(session.Undo() + session.Redo(), 0);
+      session.ForgetHistory();
+      // Unrecorded, which ends the history once the changes have been read.
+      if (edit) session.GetPool<DPoolNode>(code::kNode)->InsertNU(Node(77));
+      for (const Change& change : changes) KeyOf(change.item);
+      if (fail) throw std::runtime_error("listener");
+    }
+    int heard = 0;
+    bool fail = false;
+    bool edit = false;
+    ISessionListener* leaving = nullptr;
+  } first, second;
+  MeshSession m;
+  m.session.AddListener(&first);
+  m.session.AddListener(&second);
+  first.leaving = &second;
+  const auto step = [&](Key key) { return m.Step(u"add", [&] { m.nodes.InsertNU(Node(key)); }); };
+  EXPECT_EQ(step(1), 1);
+  EXPECT_EQ(second.heard, 0) << "it was gone before its turn";
+  first.fail = true;
+  EXPECT_THROW(step(2), std::runtime_error);
+  EXPECT_THROW(m.session.Undo(), std::runtime_error);
+  EXPECT_THROW(m.session.Redo(), std::runtime_error);
+  EXPECT_EQ(m.nodes.GetSize(), 2) << "each step was done all the same";
+  EXPECT_EQ(m.nodes.ChangeFlags(), 0u);
+  first.fail = false;
+  EXPECT_EQ(m.session.Undo(), 1);
+  first.edit = true;
+  EXPECT_EQ(m.session.Redo(), 1);
+  EXPECT_FALSE(m.session.CanUndo() || m.session.CanRedo());
+  EXPECT_EQ(m.nodes.GetSize(), 3);
+  first.edit = false;
+  EXPECT_EQ(step(4), 1);
+  EXPECT_EQ(m.session.Undo(), 1);
+  EXPECT_EQ(m.session.Validate(), "");
 }
 
 TEST(Session, CommandsAreUndoableSteps) {
@@ -365,6 +530,21 @@ TEST(Session, UndoAfterASortPutsRecordsBackAtTheEndByKey) {
   m.session.Redo();
   EXPECT_EQ(m.nodes.GetSize(), 4);
   EXPECT_EQ(m.session.Validate(), "");
+  // Sorted within a step, between its removals and insertions.
+  m.Step(u"sort", [&] {
+    for (const Key k : {20, 7}) m.nodes.InsertNU(Node(k));
+    for (const Key k : {20, 9, 5}) m.nodes.Remove(m.nodes.Find(k));
+    m.nodes.SortAsc();
+    m.nodes.InsertNU(Node(2));
+  });
+  for (int round = 0; round < 2; ++round) {
+    EXPECT_EQ(m.session.Undo(), 1);
+    EXPECT_EQ(Contents(m.nodes), (NaiveModel{{1, 0}, {3, 0}, {5, 0}, {9, 0}}));
+    EXPECT_EQ(m.session.Validate(), "");
+    EXPECT_EQ(m.session.Redo(), 1);
+    EXPECT_EQ(Contents(m.nodes).size(), 4u);
+    EXPECT_EQ(m.session.Validate(), "");
+  }
 }
 
 TEST(Session, LargeStepsAreTakenBackAtOnceAndExactly) {

@@ -118,6 +118,7 @@ TEST(Gateway, NothingIsPassedOverInSilence) {
       {R"({"NODE": {"9": 5}})", "NODE 9: is not an object"},
       {R"({"ELEM": {"9": {"TYPE": true}}})", "ELEM 9 TYPE"},
       {R"({"DEFSIZE": {"1": {"USE": 7}}})", "DEFSIZE 1 USE"},
+      {R"({"ECRD": {"4": {}}})", "ECRD 4: names no record of ELEM"},
   };
   for (const Case& c : cases) {
     MeshSession m;
@@ -127,6 +128,12 @@ TEST(Gateway, NothingIsPassedOverInSilence) {
     std::string lines;
     for (const auto& entry : document.Report()) lines += entry.Line() + "\n";
     EXPECT_NE(lines.find(c.told), std::string::npos) << c.text << ": " << lines;
+    MeshSession strict;
+    const std::uint64_t before = strict.session.StateHash();
+    ASSERT_TRUE(document.Parse(c.text));
+    document.SetStrict(true);
+    EXPECT_FALSE(ReadDocument(strict.session, document)) << c.text;
+    EXPECT_EQ(strict.session.StateHash(), before) << c.text;
   }
 }
 

@@ -144,6 +144,8 @@ TEST_F(MeshSets, CopyNamesCountOnFromTheHighestNumberInUse) {
   EXPECT_EQ(sets_.GetNewCopyName(longest.c_str()).GetLength(), 65);
   EXPECT_EQ(sets_.FreeName(longest), std::u16string(61, u'x') + u"-1");
   EXPECT_EQ(sets_.FreeName(u"Mesh"), u"Mesh-13");
+  for (Key key = 7; key < 30; ++key) Set(key, sets_.FreeName(longest), {});
+  EXPECT_EQ(sets_.FreeName(longest), std::u16string(60, u'x') + u"-24");
 }
 
 TEST_F(MeshSets, ColoursRepeatAfterThirtySix) {

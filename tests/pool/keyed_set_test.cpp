@@ -119,6 +119,36 @@ TEST(KeyedSet, ReKeyingOntoAUsedKeyPutsTheNewcomerFirst) {
   EXPECT_EQ(set.SetAtNU(0, Node(1)), 0);
 }
 
+TEST(KeyedSet, AChangeThatFailsLeavesTheSetAsItWas) {
+  const RecordOps ops = {sizeof(tagTNode), false,
+                         [](char* at, const TStructBase& from) {
+                           new (at) tagTNode(static_cast<const tagTNode&>(from));
+                         },
+                         [](char* at) { reinterpret_cast<tagTNode*>(at)->~tagTNode(); },
+                         [](char*, const TStructBase&) { throw std::bad_alloc(); }};
+  KeyedSetBase set(ops, 10000);
+  for (const Key key : {5, 10005, 20005, 7}) set.Insert(Node(key));  // three in one chain
+  for (const Key to : {10005, 15005, 7, 300000}) {
+    EXPECT_THROW(set.SetAt(set.Find(10005), Node(to)), std::bad_alloc) << to;
+    EXPECT_EQ(set.Validate(), "") << to;
+    EXPECT_EQ(+KeyedSetBase::RecordAt(set.Find(10005))->GetKey(), 10005);
+    EXPECT_EQ(set.GetMaxKey(), 20005);
+    EXPECT_FALSE(set.MayShareKeys());
+  }
+}
+
+TEST(KeyedSet, ADetachedRecordIsNeitherChangedNorDetachedAgain) {
+  CKeySet<tagTNode> set;
+  const ITR detached = set.InsertNU(Node(2));
+  set.RemoveWithoutDelete(detached);
+  const ITR namesake = set.InsertNU(Node(2));
+  EXPECT_EQ(set.SetAtNU(detached, Node(9)), 0);
+  EXPECT_EQ(set.RemoveWithoutDelete(detached), 0);
+  EXPECT_EQ(set.Find(2), namesake);
+  EXPECT_EQ(set.Validate(), "");
+  set.FreeDetached(detached);
+}
+
 /// What the set should be: a list of records in order.
 struct NaiveSet {
   std::list<std::pair<Key, double>> records;

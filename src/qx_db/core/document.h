@@ -43,8 +43,8 @@ class QXDB_API CQXDocBase {
   /// as it is, without a step. 0, changing nothing, when a pool refuses.
   int Activate();
   /// Saves to the document's path; fails when it has none, or when the file there was changed since
-  /// it was opened. The history goes with the model, within its limits; steps that were kept in the
-  /// file are folded in.
+  /// it was opened, or while a transaction is open. The history goes with the model, within its
+  /// limits; steps that were kept in the file are folded in.
   Outcome Save();
   /// The same to another path, which becomes the document's. Steps kept are kept there.
   Outcome SaveAs(const std::string& path);

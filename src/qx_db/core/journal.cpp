@@ -4,6 +4,7 @@
 #include <new>
 
 #include "qx_db/core/session.h"
+#include "qx_db/record/verbs.h"
 
 namespace qx {
 namespace {
@@ -16,9 +17,6 @@ std::uint32_t AppendImage(const TStructBase& record, AppendLog<char>& bytes) {
   record.Data2Stream(bytes.data() + begin, static_cast<int>(size));
   return size;
 }
-
-/// Bytes that a detached record keeps allocated.
-std::size_t HeldBytes(ITR item) { return KeyedSetBase::RecordAt(item)->GetSizePlusVfptr() + 36; }
 
 void ClearModified(ITR item) {
   KeyedSetBase::SetState(item, KeyedSetBase::StateOf(item) & ~KeyedSetBase::kModifiedBit);
@@ -33,11 +31,24 @@ Journal::~Journal() {
 
 DPoolBase& Journal::Pool(std::uint16_t type) const { return *session_.GetDataPool(type); }
 
+std::size_t Journal::HeldBytes(std::uint16_t type, std::span<const Change> changes) const {
+  constexpr std::size_t kLinksAndVptr = 36 + 8;
+  const Schema& schema = Pool(type).GetSchema();
+  const auto fixed = static_cast<std::size_t>(schema.FixedImageSize());
+  if (!schema.HasArrays()) return changes.size() * (fixed + kLinksAndVptr);
+  std::size_t bytes = 0;
+  for (const Change& change : changes) {
+    bytes += ImageSize(schema, *KeyedSetBase::RecordAt(change.item)) + kLinksAndVptr;
+  }
+  return bytes;
+}
+
 // ---- the open step ------------------------------------------------------------------------------
 
 void Journal::Open(std::u16string_view name) {
   current_ = Step{};
   current_.name = name;
+  final_ = 0;
   open_ = true;
 }
 
@@ -48,9 +59,11 @@ void Journal::Record(const tagTRNotify& notice) {
       const KeyedSetBase& set = Pool(notice.type).Set();
       change.list_epoch = set.ListEpoch();
       change.hash_epoch = set.HashEpoch();
-      current_.held += HeldBytes(notice.item);
     }
     current_.changes.push_back(change);
+    if (notice.operation == tagTRNotify::kRemoved) {
+      current_.held += HeldBytes(notice.type, {&change, 1});
+    }
     return;
   }
   const TStructBase& record = *KeyedSetBase::RecordAt(notice.item);
@@ -61,30 +74,49 @@ void Journal::Record(const tagTRNotify& notice) {
     const std::size_t at = current_.bytes.size();
     const std::uint32_t size = AppendImage(record, current_.bytes);
     const auto index = static_cast<std::uint32_t>(current_.images.size());
-    current_.images.push_back({at, 0, size, 0});
+    // After as before, until the change has been made.
+    current_.images.push_back({at, at, size, size});
     current_.changes.push_back({notice.item, notice.type, notice.operation, index, 0});
     return;
   }
   Step::Images& images = current_.images.back();
-  images.after = current_.bytes.size();
-  images.after_size = AppendImage(record, current_.bytes);
+  const std::size_t after = current_.bytes.size();
+  try {
+    images.after_size = AppendImage(record, current_.bytes);
+  } catch (...) {
+    RestoreImage(current_, current_.changes.back(), true);
+    throw;
+  }
+  images.after = after;
 }
 
 void Journal::RollbackTo(std::size_t mark) {
-  TakeBack(current_, mark);
-  while (current_.changes.size() > mark) {
+  const std::size_t first = std::max(mark, final_) - final_;
+  TakeBack(current_, first);
+  while (current_.changes.size() > first) {
     const Change change = current_.changes.back();
     current_.changes.pop_back();
     if (change.operation == tagTRNotify::kInserted) {
+      current_.held -= HeldBytes(change.type, {&change, 1});
       Pool(change.type).Set().FreeDetached(change.item);  // nobody's now
-    } else if (change.operation == tagTRNotify::kRemoved) {
-      current_.held -= HeldBytes(change.item);
-    } else {
+    } else if (change.operation == tagTRNotify::kModified) {
       ClearModified(change.item);
       current_.bytes.resize(current_.images.back().before);
       current_.images.pop_back();
     }
   }
+}
+
+void Journal::Finalize() {
+  if (!open_) return;
+  for (const Change& change : current_.changes) {
+    if (change.operation == tagTRNotify::kModified) ClearModified(change.item);
+  }
+  FreeDetached(current_, tagTRNotify::kRemoved);
+  final_ += current_.changes.size();
+  Step rest;
+  rest.name.swap(current_.name);
+  current_ = std::move(rest);
 }
 
 void Journal::Discard() {
@@ -165,10 +197,11 @@ void Journal::Detach(Step& step, std::size_t begin, std::size_t end) {
     change.list_epoch = set.ListEpoch();
     change.hash_epoch = set.HashEpoch();
   }
+  const Change* first = step.changes.data() + begin;
+  step.held += HeldBytes(first->type, {first, end - begin});
 }
 
 void Journal::TakeBack(Step& step, std::size_t mark) {
-  // Records whose place in the list is gone, because it was sorted since, go to its end.
   std::vector<Change> displaced;
   for (std::size_t i = step.changes.size(); i > mark;) {
     Change& change = step.changes[i - 1];
@@ -177,8 +210,16 @@ void Journal::TakeBack(Step& step, std::size_t mark) {
       --i;
     } else if (change.operation == tagTRNotify::kRemoved) {
       KeyedSetBase& set = Pool(change.type).Set();
+      step.held -= HeldBytes(change.type, {&change, 1});
       if (!set.Relink(change.item, change.list_epoch, change.hash_epoch)) {
-        displaced.push_back(change);
+        // Its place in the list is gone, because that was sorted since. What is detached later
+        // must not rely on a place beside it.
+        set.AppendDetached(change.item);
+        set.MoveToTail(change.item);
+        try {
+          displaced.push_back(change);
+        } catch (const std::bad_alloc&) {  // it stays where it is
+        }
       }
       --i;
     } else {
@@ -191,10 +232,12 @@ void Journal::TakeBack(Step& step, std::size_t mark) {
       i = begin;
     }
   }
+  // Those that the step had not inserted itself, by key.
+  std::erase_if(displaced, [](const Change& c) { return KeyedSetBase::IsRemoved(c.item); });
   std::stable_sort(displaced.begin(), displaced.end(), [](const Change& a, const Change& b) {
     return KeyedSetBase::RecordAt(a.item)->GetKey() < KeyedSetBase::RecordAt(b.item)->GetKey();
   });
-  for (const Change& change : displaced) Pool(change.type).Set().AppendDetached(change.item);
+  for (const Change& change : displaced) Pool(change.type).Set().MoveToTail(change.item);
 }
 
 void Journal::DoAgain(Step& step) {
@@ -203,6 +246,7 @@ void Journal::DoAgain(Step& step) {
     if (change.operation == tagTRNotify::kModified) {
       RestoreImage(step, change, false);
     } else if (change.operation == tagTRNotify::kInserted) {
+      step.held -= HeldBytes(change.type, {&change, 1});
       if (!set.Relink(change.item, change.list_epoch, change.hash_epoch)) {
         set.AppendDetached(change.item);
       }
@@ -210,6 +254,7 @@ void Journal::DoAgain(Step& step) {
       set.RemoveWithoutDelete(change.item);
       change.list_epoch = set.ListEpoch();
       change.hash_epoch = set.HashEpoch();
+      step.held += HeldBytes(change.type, {&change, 1});
     }
   }
 }
@@ -248,6 +293,11 @@ void Journal::ForgetOldest() {
   done_.pop_front();
 }
 
+void Journal::ForgetLatest() {
+  FreeDetached(undone_.front(), tagTRNotify::kInserted);
+  undone_.erase(undone_.begin());
+}
+
 void Journal::Forget() {
   ForgetUndone();
   while (!done_.empty()) ForgetOldest();
@@ -273,11 +323,17 @@ void Journal::SetLimits(const HistoryLimits& limits) {
 }
 
 void Journal::EnforceLimits() {
-  while (done_.size() > limits_.steps) ForgetOldest();
   std::size_t bytes = Footprint();
-  while (bytes > limits_.bytes && !done_.empty()) {
+  const auto beyond = [&] {
+    return done_.size() + undone_.size() > limits_.steps || bytes > limits_.bytes;
+  };
+  while (beyond() && !done_.empty()) {
     bytes -= done_.front().Footprint();
     ForgetOldest();
+  }
+  while (beyond() && !undone_.empty()) {
+    bytes -= undone_.front().Footprint();
+    ForgetLatest();
   }
 }
 

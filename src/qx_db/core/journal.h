@@ -9,6 +9,7 @@
 
 #include <cstdint>
 #include <deque>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -44,7 +45,7 @@ struct Step {
   AppendLog<Change> changes;
   AppendLog<Images> images;
   AppendLog<char> bytes;  ///< the images
-  std::size_t held = 0;   ///< bytes of removed records that only this step keeps alive
+  std::size_t held = 0;   ///< bytes of detached records that only this step keeps alive
   /// Where a file keeps the step: its number there, and when it was committed, in milliseconds
   /// since 1970. 0 without a file.
   std::int64_t number = 0;
@@ -57,7 +58,8 @@ struct Step {
   }
 };
 
-/// How far back one can go. Whichever bound is reached first drops the oldest step.
+/// How far back one can go, and forth again. Whichever bound is reached first drops the steps
+/// farthest from the present: the oldest of those done, then the latest of those undone.
 struct HistoryLimits {
   std::size_t steps = 1000;
   std::size_t bytes = std::size_t{1} << 30;
@@ -79,10 +81,16 @@ class QXDB_API Journal {
   bool IsOpen() const { return open_; }
   const Step& Current() const { return current_; }
   Step& Current() { return current_; }
+  /// The notice after a modification is to follow the one before it at once. Where memory runs out,
+  /// nothing of a notice is kept; the record is put back when it was the one after.
   void Record(const tagTRNotify& notice);
   void Reserve(std::size_t count) { current_.changes.reserve(current_.changes.size() + count); }
-  /// Takes back the changes of the open step after the first `mark` ones. It stays open.
+  /// How far the open step has come.
+  std::size_t Mark() const { return final_ + current_.changes.size(); }
+  /// Takes back the changes since a mark, as far as they are not final. The step stays open.
   void RollbackTo(std::size_t mark);
+  /// Makes what the open step has changed so far final, and goes on with it.
+  void Finalize();
   /// Takes back the whole open step and ends it.
   void Discard();
   /// Ends the open step; one that changed nothing leaves no trace. True when it was kept. The
@@ -100,10 +108,13 @@ class QXDB_API Journal {
   /// Take back the last done step, or do the last undone one again. Require that there is one.
   const Step& Undo();
   const Step& Redo();
+  /// Undoing may leave more than the limits allow: it takes no memory that was not taken before.
   void SetLimits(const HistoryLimits& limits);
   const HistoryLimits& Limits() const { return limits_; }
   void EnforceLimits();
   std::size_t Footprint() const;
+  /// Bytes that the records of changes in one pool keep allocated while they are detached.
+  std::size_t HeldBytes(std::uint16_t type, std::span<const Change> changes) const;
   /// Drops all history and frees what only it held.
   void Forget();
 
@@ -129,6 +140,7 @@ class QXDB_API Journal {
   void TryRestoreImage(const Step& step, const Change& change, bool before);
   void ForgetUndone();
   void ForgetOldest();
+  void ForgetLatest();
   void FreeDetached(Step& step, std::uint16_t operation);
 
   CQXDBSession& session_;
@@ -136,6 +148,7 @@ class QXDB_API Journal {
   bool open_ = false;
   bool reserved_ = false;  // the last of done_ is room for the open step
   Step current_;
+  std::size_t final_ = 0;     // changes of the open step that are no longer in it
   std::deque<Step> done_;     // oldest first
   std::vector<Step> undone_;  // the next to redo last
 };

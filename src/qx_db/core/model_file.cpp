@@ -315,6 +315,8 @@ struct ModelFileReader::Impl {
     return {path, place, what, kDamaged};
   }
   Outcome ReadDirectory();
+  bool HasPresentForm(const CQXDBSession& session) const;
+  Outcome ReadLog(StepLogContents& contents, ModelContinuation* to_go_on);
 };
 
 ModelFileReader::ModelFileReader(std::unique_ptr<Impl> impl) : impl_(std::move(impl)) {}
@@ -457,20 +459,46 @@ std::string ReplaySteps(const StepLogContents& log, StepReplay& replay) {
 
 }  // namespace
 
-Outcome ModelFileReader::ReadSteps(CQXDBSession& session, std::unique_ptr<StepNumbers>* numbers) {
+/// Whether every saved pool of the session stands in the file, in the form that it has here.
+bool ModelFileReader::Impl::HasPresentForm(const CQXDBSession& session) const {
+  return std::all_of(session.Pools().begin(), session.Pools().end(), [&](const DPoolBase* pool) {
+    if (!pool->NeedSaveNLoad()) return true;
+    const auto stored = schemas.find(pool->GetTypeCode());
+    return stored != schemas.end() && stored->second == SchemaToText(pool->GetSchema());
+  });
+}
+
+/// Reads the log of steps, and keeps it open to be appended to where `to_go_on` asks for it.
+Outcome ModelFileReader::Impl::ReadLog(StepLogContents& contents, ModelContinuation* to_go_on) {
+  if (!to_go_on) {
+    auto read = StepLog::Read(path, steps_start, steps_id);
+    if (!read) return read.AsOutcome();
+    contents = std::move(*read);
+    return {};
+  }
+  auto log = StepLog::Open(path, steps_start, steps_id, contents);
+  if (!log) return log.AsOutcome();
+  to_go_on->log = std::move(*log);
+  return {};
+}
+
+Outcome ModelFileReader::ReadSteps(CQXDBSession& session, ModelContinuation* to_go_on) {
   Impl& r = *impl_;
-  if (numbers) {
-    *numbers = std::make_unique<StepNumbers>();
-    (*numbers)->Reset(session);
+  if (to_go_on) {
+    to_go_on->numbers = std::make_unique<StepNumbers>();
+    to_go_on->numbers->Reset(session);
   }
   r.report.stamp.writing = static_cast<std::uint64_t>(r.report.revision);
   if (r.steps_id == 0) return {};
-  const auto log = StepLog::Read(r.path, r.steps_start, r.steps_id);
-  if (!log) return log.AsOutcome();
-  r.report.closed = log->closed;
-  r.report.unfinished_step = log->unfinished_step;
-  r.report.stamp = {r.steps_id, log->frames.size()};
-  if (log->frames.empty()) return {};
+  StepLogContents log;
+  if (Outcome read = r.ReadLog(log, to_go_on && r.HasPresentForm(session) ? to_go_on : nullptr);
+      !read) {
+    return read;
+  }
+  r.report.closed = log.closed;
+  r.report.unfinished_step = log.unfinished_step;
+  r.report.stamp = {r.steps_id, log.frames.size()};
+  if (log.frames.empty()) return {};
   std::map<std::uint16_t, std::unique_ptr<ImageReader>> readers;
   for (const auto& [type, schema] : r.schemas) {
     const DPoolBase* pool = session.GetDataPool(type);
@@ -485,29 +513,15 @@ Outcome ModelFileReader::ReadSteps(CQXDBSession& session, std::unique_ptr<StepNu
         const auto found = readers.find(type);
         return found == readers.end() ? nullptr : found->second.get();
       },
-      log->bytes.size());
-  const std::string fault = ReplaySteps(*log, replay);
+      log.bytes.size());
+  const std::string fault = ReplaySteps(log, replay);
   if (!fault.empty()) return r.Fault("steps", fault);
-  for (const StepFrame& frame : log->frames) {
+  for (const StepFrame& frame : log.frames) {
     r.report.steps += frame.kind == FrameKind::kCommit || frame.kind == FrameKind::kUndo ||
                       frame.kind == FrameKind::kRedo;
   }
-  if (numbers) **numbers = std::move(replay.Numbers());
+  if (to_go_on) *to_go_on->numbers = std::move(replay.Numbers());
   return {};
-}
-
-bool ModelFileReader::HasPresentForm(const CQXDBSession& session) const {
-  return std::all_of(session.Pools().begin(), session.Pools().end(), [&](const DPoolBase* pool) {
-    if (!pool->NeedSaveNLoad()) return true;
-    const auto stored = impl_->schemas.find(pool->GetTypeCode());
-    return stored != impl_->schemas.end() && stored->second == SchemaToText(pool->GetSchema());
-  });
-}
-
-Result<std::unique_ptr<StepLog>> ModelFileReader::OpenSteps() {
-  Impl& r = *impl_;
-  return r.steps_id == 0 ? std::unique_ptr<StepLog>()
-                         : StepLog::Open(r.path, r.steps_start, r.steps_id);
 }
 
 // ---- whole models -------------------------------------------------------------------------------
@@ -599,7 +613,7 @@ void TellOfCrash(const std::string& path, const ModelFileReport& found) {
 
 /// Reads pages and steps into an empty session.
 Outcome ReadModel(ModelFileReader& reader, CQXDBSession& stage, ModelFileReport& found,
-                  std::unique_ptr<StepNumbers>* numbers) {
+                  ModelContinuation* continuation) {
   if (Outcome units = reader.ReadUnits(stage.Units()); !units) return units;
   Outcome outcome;
   for (DPoolBase* pool : stage.Pools()) {
@@ -613,7 +627,7 @@ Outcome ReadModel(ModelFileReader& reader, CQXDBSession& stage, ModelFileReport&
           pool->GetSchema(), *KeyedSetBase::RecordAt(pos), stage, ReferenceScope::kAll);
     }
   }
-  if (Outcome steps = reader.ReadSteps(stage, numbers); !steps) return steps;
+  if (Outcome steps = reader.ReadSteps(stage, continuation); !steps) return steps;
   if (!stage.History().Done().empty() || !stage.History().Undone().empty()) {
     if (const std::string fault = stage.Validate(); !fault.empty()) {
       return Failure{"", "steps", fault, kDamaged};
@@ -629,6 +643,7 @@ Outcome ReadModel(ModelFileReader& reader, CQXDBSession& stage, ModelFileReport&
 
 Outcome LoadOnce(CQXDBSession& session, const std::string& path, ModelFileReport* report,
                  ModelContinuation* continuation) {
+  if (continuation) continuation->log.reset();  // of a try before
   auto reader = ModelFileReader::Open(path);
   if (!reader) return reader.AsOutcome();
   ModelFileReport found = (*reader)->Report();
@@ -643,19 +658,14 @@ Outcome LoadOnce(CQXDBSession& session, const std::string& path, ModelFileReport
   }
   // Everything is read into a session of its own, so that a fault leaves the open one alone.
   CQXDBSession stage(session.Setup());
-  std::unique_ptr<StepNumbers> numbers;
-  if (Outcome read = ReadModel(**reader, stage, found, continuation ? &numbers : nullptr); !read) {
+  if (Outcome read = ReadModel(**reader, stage, found, continuation); !read) {
     Failure fault = read.Error();
     fault.file = path;
     return fault;
   }
-  if (continuation) {
-    if ((*reader)->HasPresentForm(stage)) {
-      auto log = (*reader)->OpenSteps();
-      if (!log) return log.AsOutcome();
-      continuation->log = std::move(*log);
-    }
-    continuation->numbers = std::move(numbers);
+  // What was read may not be on the device yet, if its writer was killed.
+  if (continuation && continuation->log) {
+    if (Outcome synced = continuation->log->Sync(); !synced) return synced;
   }
   session.SwapContents(stage);
   session.SetHistoryLimits(session.History().Limits());

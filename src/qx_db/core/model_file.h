@@ -42,6 +42,7 @@ struct QXDB_API ModelFileReport {
 
 class StepLog;
 class StepNumbers;
+struct ModelContinuation;
 /// Puts the history of the model into the file's log of steps.
 using StepFill = std::function<Outcome(StepLog&)>;
 
@@ -78,12 +79,8 @@ class QXDB_API ModelFileReader {
   /// stays empty.
   Outcome ReadPool(DPoolBase& pool);
   /// Brings the session, filled from the pages, to where the steps behind them lead, with its
-  /// history. `numbers` is given those of the records, for who goes on writing.
-  Outcome ReadSteps(CQXDBSession& session, std::unique_ptr<StepNumbers>* numbers);
-  /// Whether every saved pool of the session stands in the file, in the form that it has here.
-  bool HasPresentForm(const CQXDBSession& session) const;
-  /// The log of steps, to append to; null in a file that has none.
-  Result<std::unique_ptr<StepLog>> OpenSteps();
+  /// history. `to_go_on` is given what appending takes.
+  Outcome ReadSteps(CQXDBSession& session, ModelContinuation* to_go_on = nullptr);
 
  private:
   struct Impl;

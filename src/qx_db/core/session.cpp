@@ -45,13 +45,10 @@ DPoolBase* CQXDBSession::FindOutlier(std::uint16_t type) const {
 void CQXDBSession::EnableRecording(bool on) {
   recording_enabled_ = on;
   recording_ = on && depth_ > 0;
+  if (recording_) UpdateHistoryMark();  // what is recorded from now on can be lost again
 }
 
-void CQXDBSession::PushNotify(const tagTRNotify& notice) {
-  // Recording may have been off and on again inside the transaction.
-  if (!journal_.IsOpen()) journal_.Open({});
-  journal_.Record(notice);
-}
+void CQXDBSession::PushNotify(const tagTRNotify& notice) { journal_.Record(notice); }
 
 void CQXDBSession::SetStepSink(StepSink* sink) {
   sink_ = sink;
@@ -60,9 +57,13 @@ void CQXDBSession::SetStepSink(StepSink* sink) {
 
 void CQXDBSession::OnUnrecordedChange() {
   if (sink_) sink_->OnUnrecordedChange();
+  if (announcing_) {  // the steps are being read
+    forget_ = true;
+    return;
+  }
   // Inside a transaction the open step, too, names records that may be about to be freed; what it
   // recorded so far becomes final.
-  if (journal_.IsOpen()) journal_.Close();
+  journal_.Finalize();
   journal_.Forget();
   has_history_ = sink_ != nullptr;
 }
@@ -77,7 +78,7 @@ void CQXDBSession::UpdateHistoryMark() {
 
 std::size_t CQXDBSession::BeginTransaction(std::u16string_view name) {
   if (depth_ == 0) journal_.Open(name);  // may throw, and then nothing has begun
-  if (depth_++ > 0) return journal_.Current().changes.size();
+  if (depth_++ > 0) return journal_.Mark();
   recording_ = recording_enabled_;
   UpdateHistoryMark();
   return 0;
@@ -153,7 +154,6 @@ int CQXDBSession::Replay(bool undo) {
     if (pool->ChangeFlags()) pool->OnAfterUndoRedo();
   }
   Announce(undo ? SessionEvent::kUndone : SessionEvent::kRedone, step);
-  ClearFlags();
   return 1;
 }
 
@@ -174,7 +174,7 @@ void CQXDBSession::SetHistoryLimits(const HistoryLimits& limits) {
 }
 
 void CQXDBSession::ForgetHistory() {
-  if (depth_ > 0) return;
+  if (depth_ > 0 || announcing_) return;
   journal_.Forget();
   UpdateHistoryMark();
 }
@@ -196,9 +196,24 @@ void CQXDBSession::AddListener(ISessionListener* listener) { listeners_.push_bac
 
 void CQXDBSession::RemoveListener(ISessionListener* listener) { std::erase(listeners_, listener); }
 
+/// What was announced stays until everyone has heard, also where one throws.
+struct CQXDBSession::Announcement {
+  explicit Announcement(CQXDBSession& of) : session(of) { session.announcing_ = true; }
+  ~Announcement() {
+    session.announcing_ = false;
+    if (std::exchange(session.forget_, false)) session.journal_.Forget();
+    session.ClearFlags();
+    session.UpdateHistoryMark();
+  }
+  CQXDBSession& session;
+};
+
 void CQXDBSession::Announce(SessionEvent event, const Step& step) {
+  const Announcement announcement(*this);
   if (g_step_hook) g_step_hook(*this);
   for (ISessionListener* listener : std::vector(listeners_)) {
+    // One that heard before may have taken this one off.
+    if (std::find(listeners_.begin(), listeners_.end(), listener) == listeners_.end()) continue;
     listener->OnSessionEvent(*this, event, step.name, {step.changes.data(), step.changes.size()});
   }
 }
@@ -208,7 +223,6 @@ void CQXDBSession::AnnounceLoaded() {
     pool->SetChangeFlags(DPoolBase::kInsertedFlag | DPoolBase::kRemovedFlag);
   }
   Announce(SessionEvent::kLoaded, Step{});
-  ClearFlags();
 }
 
 // ---- the whole ----------------------------------------------------------------------------------

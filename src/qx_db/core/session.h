@@ -20,7 +20,9 @@ class CQXDocBase;
 enum class SessionEvent { kCommitted, kUndone, kRedone, kLoaded };
 
 /// A host hears of finished steps here. Called after the change, with the change flags of the
-/// pools still set; must not edit the session.
+/// pools still set. The session cannot be edited meanwhile: transactions do not begin, undo and
+/// redo are refused. What a listener throws reaches the caller of Commit, Undo or Redo; the step
+/// stays done, and the listeners behind it do not hear of it.
 class QXDB_API ISessionListener {
  public:
   virtual ~ISessionListener() = default;
@@ -82,7 +84,7 @@ class QXDB_API CQXDBSession final : public ChangeRecorder {
   // ---- recording --------------------------------------------------------------------------------
 
   /// Whether transactions record their changes; on at first. Turning it off makes bulk loading
-  /// cheaper and its edits final.
+  /// cheaper and its edits final: a record removed meanwhile is freed, and references to it dangle.
   void EnableRecording(bool on);
   bool RecordingEnabled() const { return recording_enabled_; }
 
@@ -93,10 +95,10 @@ class QXDB_API CQXDBSession final : public ChangeRecorder {
 
   // ---- history ----------------------------------------------------------------------------------
 
-  bool CanUndo() const { return depth_ == 0 && !journal_.Done().empty(); }
-  bool CanRedo() const { return depth_ == 0 && !journal_.Undone().empty(); }
-  /// Take back the last step, or do the last undone one again, whole. 0 when there is none or a
-  /// transaction is open.
+  bool CanUndo() const { return IsIdle() && !journal_.Done().empty(); }
+  bool CanRedo() const { return IsIdle() && !journal_.Undone().empty(); }
+  /// Take back the last step, or do the last undone one again, whole. 0 when there is none, a
+  /// transaction is open or a step is being announced.
   int Undo();
   int Redo();
   /// Names of the steps that Undo and Redo would act on; empty when there is none.
@@ -136,8 +138,10 @@ class QXDB_API CQXDBSession final : public ChangeRecorder {
  private:
   friend class CTransaction;
   friend class StepReplay;
+  struct Announcement;
   static constexpr std::uint16_t kDense = 128;
 
+  bool IsIdle() const { return depth_ == 0 && !announcing_; }
   DPoolBase* FindOutlier(std::uint16_t type) const;
   std::size_t BeginTransaction(std::u16string_view name);
   int CommitTransaction();
@@ -158,7 +162,9 @@ class QXDB_API CQXDBSession final : public ChangeRecorder {
   std::vector<std::unique_ptr<DPoolBase>> pools_;
   std::vector<ISessionListener*> listeners_;
   bool recording_enabled_ = true;
-  int depth_ = 0;  // open transactions
+  int depth_ = 0;            // open transactions
+  bool announcing_ = false;  // a step to hook and listeners
+  bool forget_ = false;      // the history, once that is over
   StepSink* sink_ = nullptr;
   Journal journal_;
 };

@@ -177,6 +177,10 @@ Outcome StepKeeper::SaveWithoutHistory() { return Fold(nullptr, {0, 0}); }
 
 /// Writes pages and history as of now; `current` is a step whose changes are made already.
 Outcome StepKeeper::Fold(const Step* current, const HistoryLimits& kept) {
+  // The history leads to the state before an open step, the pages would hold one amid it.
+  if (!current && session_.History().IsOpen()) {
+    return Failure{path_, "", "a step is open", "commit it or roll it back, then save"};
+  }
   HistoryWriter history(session_, current, kept);
   std::unique_ptr<StepLog> log;
   list_epochs_.reserve(session_.Pools().size());

@@ -51,6 +51,7 @@ class QXDB_API StepKeeper final : public StepSink {
   /// Goes on with the file as it was loaded; without a log in it, the next step writes it anew.
   void GoOn(ModelContinuation& continuation);
   /// Writes the file anew with the steps folded in, and the history but for what the limits drop.
+  /// Fails, as all writing anew does, while a transaction is open.
   Outcome Save();
   /// The same without a history.
   Outcome SaveWithoutHistory();

@@ -308,7 +308,7 @@ Result<StepLogContents> StepLog::Read(const std::string& path, std::uint64_t sta
 }
 
 Result<std::unique_ptr<StepLog>> StepLog::Open(const std::string& path, std::uint64_t start,
-                                               std::uint64_t id) {
+                                               std::uint64_t id, StepLogContents& contents) {
   Result<Scan> scan = ScanLog(path, start, id, true);
   if (!scan) return scan.Error();
   std::unique_ptr<StepLog> log(new StepLog(path, std::move(scan->file), start, id));
@@ -318,9 +318,7 @@ Result<std::unique_ptr<StepLog>> StepLog::Open(const std::string& path, std::uin
   // What was read may not be on the device yet, if its writer was killed.
   log->synced_ = scan->synced;
   log->chain_ = scan->chain;
-  if (log->synced_ != log->sequence_) {
-    if (Outcome synced = log->Sync(); !synced) return synced.Error();
-  }
+  contents = std::move(scan->contents);
   return log;
 }
 

@@ -55,9 +55,10 @@ class QXDB_API StepLog {
   /// was on the device must be there; what was still being written is passed over.
   static Result<StepLogContents> Read(const std::string& path, std::uint64_t start,
                                       std::uint64_t id);
-  /// The same, to go on behind the last frame.
+  /// The same, to go on behind the last frame; from the next Sync on, all that was read is known to
+  /// be on the device.
   static Result<std::unique_ptr<StepLog>> Open(const std::string& path, std::uint64_t start,
-                                               std::uint64_t id);
+                                               std::uint64_t id, StepLogContents& contents);
 
   /// Room for a frame's head, to be followed by its payload.
   static std::vector<char> NewFrame();

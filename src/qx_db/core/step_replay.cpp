@@ -193,13 +193,13 @@ std::string StepReplay::ApplyBackward(const StoredChange& change, DPoolBase& poo
     if (!gone || !beside) return At(change, "removes a record from where it cannot have been");
     set.SetFormerNeighbours(item, previous, next);
     set.Relink(item, set.ListEpoch(), set.HashEpoch() + 1);
-    step.held += KeyedSetBase::RecordAt(item)->GetSizePlusVfptr() + 36;
   } else if (gone) {
     return At(change, "is of a record that is not there");
   } else if (change.operation == tagTRNotify::kInserted) {
     set.RemoveWithoutDelete(item);
     taken_back.list_epoch = set.ListEpoch();
     taken_back.hash_epoch = set.HashEpoch();
+    step.held += session_.journal_.HeldBytes(change.type, {&taken_back, 1});
   } else {
     if (std::string fault = ReadRecord(change, pool, true); !fault.empty()) return fault;
     Step::Images images{};

@@ -7,7 +7,7 @@
 namespace qx {
 
 int CTransaction::Begin(const char16_t* name) {
-  if (!session_ || open_) return 0;
+  if (!session_ || open_ || session_->announcing_) return 0;
   mark_ = session_->BeginTransaction(name ? name : u"");
   open_ = true;
   return 1;

@@ -45,14 +45,18 @@ void TellOfUnread(DataBase& document, const std::vector<DPoolBase*>& pools) {
   }
 }
 
-/// The failure of a read that a pool refused: the last thing told, or the pool itself.
-Failure Refused(const DPoolBase& pool, const DataBase& document) {
-  const std::string place = "table " + pool.GetAPIName().ToUtf8();
-  if (document.Report().empty())
-    return {"", place, "was refused by the model", "see the message above"};
+/// The failure of a read for what was told last.
+Failure Told(const DataBase& document) {
   return {
       "", "", document.Report().back().Line(),
       document.IsStrict() ? "correct it, or read without being strict" : "see the message above"};
+}
+
+/// The failure of a read that a pool refused: the last thing told, or the pool itself.
+Failure Refused(const DPoolBase& pool, const DataBase& document) {
+  if (!document.Report().empty()) return Told(document);
+  return {"", "table " + pool.GetAPIName().ToUtf8(), "was refused by the model",
+          "see the message above"};
 }
 
 Outcome Commit(CTransaction& transaction) {
@@ -66,7 +70,9 @@ Outcome ReadDocument(CQXDBSession& session, DataBase& document, std::span<DPoolB
   const std::vector<DPoolBase*> chosen = Chosen(session, pools);
   CTransaction transaction(&session);
   transaction.Begin(qxLoadText("IDS_QX_TRANS_READ_GATEWAY").c_str());
+  const std::size_t told = document.Report().size();
   TellOfUnread(document, chosen);
+  if (document.IsStrict() && document.Report().size() > told) return Told(document);
   for (DPoolBase* pool : chosen) MakeRecords(*pool, document);
   for (DPoolBase* pool : chosen) {
     if (!pool->ReadAPI(&document, 0)) return Refused(*pool, document);

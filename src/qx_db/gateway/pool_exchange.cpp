@@ -118,9 +118,22 @@ class PoolReader {
       RestoreAbsent(schema, from, former_.data(), *record);
       TellUnconverted(*record);
     }
-    if (existing ? pool_.SetAtNU(existing, record) != 0 : pool_.InsertNU(record) != 0) return;
+    if (existing ? pool_.SetAtNU(existing, record) != 0 : pool_.InsertNU(record) != 0) {
+      TellOwnerless(key);
+      return;
+    }
     refused_ = true;
     document_.Tell({pool_.GetAPIName().ToUtf8(), key, "", "was refused by the model"});
+  }
+
+  /// A record under the key of another one that is not there is kept, as any reference is that
+  /// names nothing.
+  void TellOwnerless(Key key) {
+    const Row& own = pool_.GetSchema().Rows().front();
+    const DPoolBase* owners = own.key_of ? session_.GetDataPool(own.key_of) : nullptr;
+    if (!owners || owners->Find(key)) return;
+    document_.Tell({pool_.GetAPIName().ToUtf8(), key, "",
+                    "names no record of " + owners->GetAPIName().ToUtf8()});
   }
 
   /// Numbers of a kind that nobody here knows pass as they are, which matters where units differ.

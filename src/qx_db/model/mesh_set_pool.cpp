@@ -64,6 +64,7 @@ Key DPoolMset::NewSetKey() const {
 
 int DPoolMset::CheckName(const char16_t* name) const {
   const std::u16string_view wanted = Compared(View(name));
+  if (AreNamesKnown()) return used_names_.contains(std::u16string(wanted));
   for (ITR pos = GetHeadPosition(); pos; Next(pos)) {
     if (GetAtNU(pos).name.View() == wanted) return 1;
   }
@@ -100,27 +101,24 @@ std::int32_t DPoolMset::NextFreeColor() const {
   return color;
 }
 
-namespace {
-
-void NoteName(std::u16string_view name,
-              std::map<std::u16string, std::int32_t, std::less<>>& names) {
+void DPoolMset::NoteName(std::u16string_view name) {
+  used_names_.emplace(name);
   TString<64> base(name);
   int number = 0;
-  DPoolMset::GetStrAndNumber(base, number);
-  const auto [entry, is_new] = names.emplace(base.View(), number);
+  GetStrAndNumber(base, number);
+  const auto [entry, is_new] = names_.emplace(base.View(), number);
   if (!is_new) entry->second = std::max(entry->second, number);
 }
 
-}  // namespace
-
 void DPoolMset::ReBuildMap() {
   names_.clear();
-  for (ITR pos = GetHeadPosition(); pos; Next(pos)) NoteName(GetAtNU(pos).name.View(), names_);
+  used_names_.clear();
+  for (ITR pos = GetHeadPosition(); pos; Next(pos)) NoteName(GetAtNU(pos).name.View());
   names_revision_ = Set().Revision();
 }
 
 CString DPoolMset::GetNewCopyName(const char16_t* name) {
-  if (names_revision_ != Set().Revision()) ReBuildMap();
+  if (!AreNamesKnown()) ReBuildMap();
   TString<64> base(View(name));
   int number = 0;
   GetStrAndNumber(base, number);
@@ -131,22 +129,29 @@ CString DPoolMset::GetNewCopyName(const char16_t* name) {
 }
 
 std::u16string DPoolMset::FreeName(std::u16string_view name) {
+  if (!AreNamesKnown()) ReBuildMap();
   TString<64> fitting(name);
   if (!CheckName(fitting.units)) return std::u16string(fitting.View());
   std::u16string copy(GetNewCopyName(fitting.units).View());
   if (copy.size() <= kLongestName && !CheckName(copy.c_str())) return copy;
-  // Too long with its number: the base gives way.
+  // Too long with its number: the base gives way, the more so the more digits the number has.
   int number = 0;
   GetStrAndNumber(fitting, number);
-  const std::u16string base(fitting.View());
-  for (std::int64_t next = 1;; ++next) {
+  const std::u16string_view base = fitting.View();
+  for (std::int64_t next = 1;;) {
     const std::u16string tail = Utf16("-" + std::to_string(next));
-    std::size_t length = std::min(base.size(), kLongestName - tail.size());
-    const bool splits_pair = length < base.size() && length > 0 && base[length - 1] >= 0xD800 &&
-                             base[length - 1] <= 0xDBFF;
-    if (splits_pair) --length;
-    copy = base.substr(0, length) + tail;
+    std::u16string_view cut = base.substr(0, kLongestName - tail.size());
+    const bool splits_pair =
+        cut.size() < base.size() && cut.back() >= 0xD800 && cut.back() <= 0xDBFF;
+    if (splits_pair) cut.remove_suffix(1);
+    copy = std::u16string(cut) + tail;
     if (!CheckName(copy.c_str())) return copy;
+    // On from the highest number of that base, by one digit at most: then the base is another.
+    const auto known = names_.find(cut);
+    const std::int64_t highest = known == names_.end() ? 0 : known->second;
+    std::int64_t more_digits = 10;
+    while (more_digits <= next) more_digits *= 10;
+    next = std::clamp(highest + 1, next + 1, more_digits);
   }
 }
 
@@ -161,12 +166,11 @@ int DPoolMset::NameApart(std::span<const ITR> items, std::vector<ITR>& renamed) 
     if (name.empty() || taken.insert(name).second) continue;
     tagTMset set = GetAtNU(pos);
     set.name.Set(FreeName(name));
-    const bool names_known = names_revision_ == Set().Revision();
     if (!SetAtNU(pos, set)) return 0;
     taken.emplace(set.name.View());
     renamed.push_back(pos);
-    if (!names_known) continue;
-    NoteName(set.name.View(), names_);
+    // The name that it gives up stays in use: by the one that had it before.
+    NoteName(set.name.View());
     names_revision_ = Set().Revision();
   }
   return 1;
@@ -283,27 +287,13 @@ int DPoolMset::TR_SetParent(const ITR& set, Key parent) {
 // ---- for the session ----------------------------------------------------------------------------
 
 ITR DPoolMset::InsertNU(const tagTMset& record) {
-  const bool names_known = names_revision_ == Set().Revision();
+  const bool names_known = AreNamesKnown();
   const ITR pos = DPoolPlain::InsertNU(record);
   if (pos != 0 && names_known) {
-    NoteName(GetAtNU(pos).name.View(), names_);
+    NoteName(GetAtNU(pos).name.View());
     names_revision_ = Set().Revision();
   }
   return pos;
-}
-
-int DPoolMset::SetAtNU(ITR pos, const tagTMset& record) {
-  return IsLive(pos) ? DPoolPlain::SetAtNU(pos, record) : 0;
-}
-
-int DPoolMset::Remove(const ITR& pos) {
-  ITR moving = pos;
-  return RemoveNext(moving);
-}
-
-int DPoolMset::RemoveNext(ITR& pos) {
-  if (pos == 0 || KeyedSetBase::IsRemoved(pos)) return 0;
-  return DPoolPlain::RemoveNext(pos);
 }
 
 void DPoolMset::OnAfterLoad(unsigned long, void*) { RemoveAllExtDB(); }

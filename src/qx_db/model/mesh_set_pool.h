@@ -8,6 +8,7 @@
 #include <memory>
 #include <span>
 #include <string>
+#include <unordered_set>
 
 #include "qx_db/model/item_marks.h"
 #include "qx_db/model/mesh_pools.h"
@@ -102,9 +103,6 @@ class QXDB_API DPoolMset : public DPoolPlain<tagTMset> {
 
   // ---- deleting ---------------------------------------------------------------------------------
 
-  /// Removes one set, not its nodes and elements.
-  int Remove(const ITR& pos) override;
-  int RemoveNext(ITR& pos) override;
   /// Deletes sets with those of their nodes and elements that no remaining set lists. Refused when
   /// the orientation of a remaining element needs one of the nodes.
   int TR_Del(const TArray<ITR>& sets);
@@ -139,8 +137,6 @@ class QXDB_API DPoolMset : public DPoolPlain<tagTMset> {
 
   // ---- for the session --------------------------------------------------------------------------
 
-  using DPoolPlain<tagTMset>::SetAtNU;
-  int SetAtNU(ITR pos, const tagTMset& record) override;
   using DPoolPlain<tagTMset>::InsertNU;
   ITR InsertNU(const tagTMset& record) override;
   int ProcessRelation() override;
@@ -175,7 +171,11 @@ class QXDB_API DPoolMset : public DPoolPlain<tagTMset> {
   /// Gives the children of sets that are gone to the nearest set above that is not.
   int PassUp(const std::map<Key, Key>& parent_of_gone);
 
+  bool AreNamesKnown() const { return names_revision_ == Set().Revision(); }
+  void NoteName(std::u16string_view name);
+
   std::map<std::u16string, std::int32_t, std::less<>> names_;  // highest number by base
+  std::unordered_set<std::u16string> used_names_;
   std::uint64_t names_revision_ = ~std::uint64_t{0};  // of the sets they were gathered from
   std::unique_ptr<ExternalMeshSets> external_;
 };

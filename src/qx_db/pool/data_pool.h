@@ -59,8 +59,8 @@ class QXDB_API DPool : public DPoolBase {
 
   /// Adds a copy of the record; 0, without a notice, when the key is negative or taken.
   virtual ITR InsertNU(const T& record);
-  /// Replaces the record at `pos`, which must not be 0 while recording. A refused change is still
-  /// reported, before and after.
+  /// Replaces the record at `pos`; 0, without a notice, where that is 0 or of a removed record. A
+  /// change that the set refuses is still reported, before and after.
   virtual int SetAtNU(ITR pos, const T& record);
   /// Removes and moves `pos` on.
   virtual int RemoveNext(ITR& pos);
@@ -103,6 +103,7 @@ ITR DPool<T>::InsertNU(const T& record) {
 
 template <class T>
 int DPool<T>::SetAtNU(ITR pos, const T& record) {
+  if (pos == 0 || KeyedSetBase::IsRemoved(pos)) return 0;
   if (!IsRecording()) {
     BeforeUnrecorded();
     return records_.SetAtNU(pos, record);
@@ -123,6 +124,7 @@ int DPool<T>::Remove(const ITR& pos) {
 
 template <class T>
 int DPool<T>::RemoveNext(ITR& pos) {
+  if (pos == 0 || KeyedSetBase::IsRemoved(pos)) return 0;
   if (!IsRecording()) {
     BeforeUnrecorded();
     return records_.RemoveNext(pos);

@@ -2,6 +2,7 @@
 // The container under every record pool, typed.
 
 #include "qx_db/pool/keyed_set_base.h"
+#include "qx_db/record/verbs.h"
 
 namespace qx {
 
@@ -46,19 +47,14 @@ class CKeySet : public KeyedSetBase {
 
  private:
   static RecordOps Ops() {
-    return {sizeof(T), !HasArrays(),
+    return {sizeof(T), !T::GetSchema().HasArrays(),
             [](char* at, const TStructBase& from) { new (at) T(static_cast<const T&>(from)); },
             [](char* at) { reinterpret_cast<T*>(at)->~T(); },
             [](char* to, const TStructBase& from) {
-              *reinterpret_cast<T*>(to) = static_cast<const T&>(from);
+              T& record = *reinterpret_cast<T*>(to);
+              ReserveArrays(T::GetSchema(), record, from);  // all that can fail of the assignment
+              record = static_cast<const T&>(from);
             }};
-  }
-  static bool HasArrays() {
-    if constexpr (requires { T::GetSchema(); }) {
-      return T::GetSchema().HasArrays();
-    } else {
-      return true;
-    }
   }
 };
 

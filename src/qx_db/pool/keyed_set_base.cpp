@@ -223,19 +223,26 @@ ITR KeyedSetBase::Insert(const TStructBase& record) {
 
 int KeyedSetBase::SetAt(ITR pos, const TStructBase& record) {
   const Key key = record.GetKey();
-  if (pos == 0 || key < 0) return 0;
+  if (pos == 0 || IsRemoved(pos) || key < 0) return 0;
   char* item = ToItem(pos);
+  const Key former = KeyAt(item);
   ++revision_;
-  if (key == KeyAt(item)) {
+  if (key == former) {
     ops_.assign(item + kRecordOffset, record);
     return 1;
   }
-  if (KeyAt(item) < 0 || !Find(KeyAt(item))) return 0;
+  if (former < 0 || !Find(former)) return 0;
+  const bool taken = Find(key) != 0;
+  table_.Unlink(item);  // by the former key
+  try {
+    ops_.assign(item + kRecordOffset, record);
+  } catch (...) {
+    table_.Relink(item);
+    throw;
+  }
   SetMinMaxKey(key);
-  shared_keys_ = shared_keys_ || Find(key) != 0;
-  used_keys_.OnFreed(KeyAt(item));
-  table_.Unlink(item);
-  ops_.assign(item + kRecordOffset, record);
+  shared_keys_ = shared_keys_ || taken;
+  used_keys_.OnFreed(former);
   table_.PushFront(item);
   return 1;
 }
@@ -377,6 +384,14 @@ void KeyedSetBase::AppendDetached(ITR pos) {
   Revive(item);
   table_.PushFront(item);
   InsertToList(item);
+}
+
+void KeyedSetBase::MoveToTail(ITR pos) {
+  char* item = ToItem(pos);
+  RemoveFromList(item);
+  InsertToList(item);
+  ++list_epoch_;
+  ++revision_;
 }
 
 bool KeyedSetBase::DetachTail(std::span<const ITR> items) {

@@ -19,6 +19,7 @@ struct RecordOps {
   bool trivial;  ///< no arrays: nothing to destroy
   void (*construct)(char* at, const TStructBase& from);
   void (*destroy)(char* at);
+  /// Throws std::bad_alloc, leaving the record as it was.
   void (*assign)(char* to, const TStructBase& from);
 };
 
@@ -87,8 +88,10 @@ class QXDB_API KeyedSetBase {
   ITR Insert(const TStructBase& record);
   /// Replaces the record at `pos`, re-keying it where needed. Deliberately no check that the new
   /// key is free: two records may then share it, and Find gives the re-keyed one. 0 when pos is
-  /// 0, the new key is negative, or the stored key is not found.
+  /// 0 or of a removed record, the new key is negative, or the stored key is not found. Where
+  /// memory runs out, everything is as it was.
   int SetAt(ITR pos, const TStructBase& record);
+  /// Destroys the record. 0 for a null position; it must be of a record that is in the set.
   int Remove(ITR pos);
   /// Removes and moves `pos` to the next position in list order.
   int RemoveNext(ITR& pos);
@@ -149,6 +152,8 @@ class QXDB_API KeyedSetBase {
   bool Relink(ITR pos, std::uint32_t list_epoch, std::uint32_t hash_epoch);
   /// Puts a detached item back at the tail of the list.
   void AppendDetached(ITR pos);
+  /// Moves an item to the tail of the list. Detached items cannot be relinked after that.
+  void MoveToTail(ITR pos);
   /// Detaches, front to back, items that are the tail of the list in this order, so that Relink
   /// in the same order restores them. Cheaper than one by one when they are most of the set.
   /// False, changing nothing, when they are not the tail.

@@ -49,6 +49,16 @@ std::uint32_t WriteImage(const Schema& schema, const TStructBase& record, char* 
   return static_cast<std::uint32_t>(at - out);
 }
 
+void ReserveArrays(const Schema& schema, TStructBase& to, const TStructBase& from) {
+  if (!schema.HasArrays()) return;
+  for (const Schema::Segment& segment : schema.Segments()) {
+    if (!segment.array) continue;
+    ArrayAt(Bytes(to), *segment.array)
+        .Reserve(ArrayAt(Bytes(from), *segment.array).count,
+                 static_cast<std::size_t>(segment.array->element_size));
+  }
+}
+
 std::uint64_t ReadImage(const Schema& schema, const char* image, TStructBase& record) {
   char* bytes = Bytes(record);
   const char* at = image;

@@ -25,6 +25,10 @@ QXDB_API std::uint64_t ReadImage(const Schema& schema, const char* image, TStruc
 /// ReadImage is safe on an image that passes.
 QXDB_API std::string CheckImage(const Schema& schema, const char* image, std::uint64_t size);
 
+/// Gives the arrays of `to` room for what those of `from` hold. Throws std::bad_alloc; the contents
+/// stay.
+QXDB_API void ReserveArrays(const Schema& schema, TStructBase& to, const TStructBase& from);
+
 /// The place of each stored member in an image that has passed CheckImage, and the image's size
 /// after the last.
 QXDB_API std::vector<std::size_t> MemberOffsets(const Schema& schema, const char* image);
