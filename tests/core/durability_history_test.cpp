@@ -290,7 +290,9 @@ TEST_F(DurabilityTest, NothingIsWrittenAnewAmidAStep) {
     RandomEdits edits(3);
     for (int i = 0; i < 10; ++i) edits.Step(session);
     ASSERT_EQ(document.SaveAs(path).Line(), "");
-    if (kept) ASSERT_EQ(document.KeepSteps().Line(), "");
+    if (kept) {
+      ASSERT_EQ(document.KeepSteps().Line(), "");
+    }
     const std::uint64_t before = session.StateHash();
     {
       CTransaction step(&session);
@@ -299,7 +301,9 @@ TEST_F(DurabilityTest, NothingIsWrittenAnewAmidAStep) {
       EXPECT_FALSE(document.Save());
       EXPECT_FALSE(document.SaveAs(Path("other.qxm")));
       EXPECT_FALSE(fs::exists(Path("other.qxm")));
-      if (kept) EXPECT_FALSE(document.Keeper()->Save());
+      if (kept) {
+        EXPECT_FALSE(document.Keeper()->Save());
+      }
     }
     EXPECT_EQ(session.StateHash(), before);
     EXPECT_EQ(document.Save().Line(), "");
