@@ -92,7 +92,7 @@ TEST_F(Axes, DeletionIsForetoldGuardedAndDone) {
   const Ran listed = Qxdb("delete m.qxm node 61 --dry-run --list");
   EXPECT_NE(listed.out.find("elem 41 by _ARGKEY"), std::string::npos) << "with its last element";
   EXPECT_EQ(Qxdb("delete m.qxm node 9999").code, 1);
-  EXPECT_EQ(Qxdb("delete m.qxm fly 1").code, 1);
+  EXPECT_EQ(Qxdb("delete m.qxm fly 1").code, 2);
 }
 
 }  // namespace

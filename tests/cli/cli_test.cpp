@@ -41,24 +41,55 @@ TEST_F(Cli, TakesAMeshThroughItsLife) {
   EXPECT_EQ(state.substr(at), copied.substr(copied.find("\"state\"")));
 }
 
-TEST_F(Cli, AnswersMisuseAndHelp) {
+TEST_F(Cli, TellsByItsExitCodeWhatHappened) {
+  ASSERT_EQ(Qxdb("import good.msh m.qxm").code, 0);
+  ASSERT_EQ(Qxdb("import good.msh mm.qxm --length mm").code, 0);
+  constexpr int kDone = 0, kRefused = 1, kMisuse = 2, kNo = 3;
   struct Case {
-    const char* arguments;
     int code;
+    std::vector<const char*> commands;
   };
-  const Case cases[] = {{"", 2},           {"fly", 2},          {"info", 2},
-                        {"--help", 0},     {"import x", 2},     {"edit move m.qxm 1 --by 1 2", 2},
-                        {"edit fly m", 2}, {"export --help", 0}};
-  for (const Case& c : cases) EXPECT_EQ(Qxdb(c.arguments).code, c.code) << c.arguments;
-  for (const char* command :
-       {"import", "export", "info", "show", "edit", "edit move", "edit renumber", "edit delete",
-        "gateway", "gateway write", "gateway read", "gateway describe", "verify"}) {
-    EXPECT_NE(Qxdb(std::string(command) + " --help").out.find("Example:\n  qxdb "),
-              std::string::npos)
-        << command;
+  const Case cases[] = {
+      {kDone,
+       {"--help", "export --help", "--version", "help", "help sets add", "diff m.qxm m.qxm"}},
+      {kRefused,
+       {"info x.qxm", "check x.qxm", "show m.qxm node 70", "diff m.qxm x.qxm", "undo m.qxm",
+        "import good.msh m.qxm"}},
+      {kMisuse,
+       {"", "fly", "info", "import x", "edit fly m", "edit move m.qxm 1 --by 1 2",
+        "edit move m.qxm 1 --by 1 2 nan", "show m.qxm beam", "show m.qxm node 9-3", "records none",
+        "orient m.qxm", "help fly", "material list x --form y", "seed solve --first 1"}},
+      {kNo, {"diff m.qxm mm.qxm", "check m.qxm --limit min-angle=89"}},
+  };
+  for (const Case& c : cases) {
+    for (const char* command : c.commands) {
+      const Ran run = Qxdb(command);
+      EXPECT_EQ(run.code, c.code) << command << "\n" << run.err;
+      const bool is_stopped = c.code == kRefused || c.code == kMisuse;
+      EXPECT_EQ(run.out.empty(), is_stopped) << command;
+      EXPECT_EQ(std::count(run.err.begin(), run.err.end(), '\n'), is_stopped) << command << run.err;
+      if (is_stopped) EXPECT_NE(run.err.find("; "), std::string::npos) << "no remedy: " << run.err;
+    }
   }
 }
 
+TEST_F(Cli, ExplainsEveryCommandWithAnExample) {
+  // Each command lists those below it, so none is forgotten here.
+  std::vector<std::string> names = {""};
+  for (std::size_t at = 0; at < names.size(); ++at) {
+    const std::string help = Qxdb(names[at] + " --help").out;
+    EXPECT_NE(help.find("Example:\n  qxdb " + names[at]), std::string::npos) << names[at] << help;
+    EXPECT_EQ(help, Qxdb("help " + names[at]).out);
+    const std::size_t list = help.find("\nSubcommands:\n");
+    if (list == std::string::npos) continue;
+    std::istringstream lines(help.substr(list + 14));
+    for (std::string line; std::getline(lines, line) && line.starts_with("  ");) {
+      if (line[2] == ' ') continue;  // a description goes on
+      names.push_back(names[at] + (at ? " " : "") + line.substr(2, line.find(' ', 2) - 2));
+    }
+  }
+  EXPECT_GT(names.size(), 40u);
+}
 TEST_F(Cli, RefusesBadInputInOneLineAndChangesNothing) {
   ASSERT_EQ(Qxdb("import good.msh m.qxm").code, 0);
   const std::string model = *ReadWholeFile(Path("m.qxm"));
@@ -114,7 +145,7 @@ TEST_F(Cli, RefusesBadInputInOneLineAndChangesNothing) {
   };
   for (const Case& c : cases) {
     const Ran run = Qxdb(c.arguments);
-    EXPECT_EQ(run.code, 1) << c.arguments;
+    EXPECT_TRUE(IsStopped(run)) << c.arguments;
     EXPECT_EQ(std::count(run.err.begin(), run.err.end(), '\n'), 1) << c.arguments << "\n"
                                                                    << run.err;
     EXPECT_NE(run.err.find(c.named), std::string::npos) << c.arguments << "\n" << run.err;
