@@ -8,6 +8,7 @@
 
 #include "qx_db/platform/text.h"
 #include "qx_db/qx_db.h"
+#include "qx_db/record/describe.h"
 #include "qx_db/record/element_types.h"
 
 #include "apps/qxdb/commands.h"
@@ -131,6 +132,28 @@ Outcome Info(Model& model, const LookOptions&, const Context& context) {
 
 // ---- show ---------------------------------------------------------------------------------------
 
+/// Records that have no form of their own in the gateway, as the members that their schema names.
+Outcome ShowMembers(DPoolBase& pool, const TArray<Key>& keys, const Context& context) {
+  const std::string label = PoolLabel(pool);
+  std::string text = fmt::format("{} has no gateway table; its records by their members:\n", label);
+  JsonText json;
+  json.Begin().Begin(label);
+  for (const Key key : keys) {
+    const TStructBase& record = *KeyedSetBase::RecordAt(pool.Find(key));
+    Table table({"member", "value"});
+    json.Begin(std::to_string(key));
+    for (const Row& row : pool.GetSchema().Rows()) {
+      const std::string value = MemberValueText(row, record);
+      table.Row({Utf8(row.name), value});
+      json.Text(Utf8(row.name), value);
+    }
+    json.End();
+    text += fmt::format("\n{} {}\n{}", label, key, table.Text());
+  }
+  context.Print(keys.IsEmpty() ? label + " holds no records\n" : text, json.End().End());
+  return {};
+}
+
 Outcome Show(Model& model, const LookOptions& options, const Context& context) {
   const auto pool = FindPool(model.session, options.pool);
   if (!pool) return pool.Error();
@@ -140,6 +163,7 @@ Outcome Show(Model& model, const LookOptions& options, const Context& context) {
     if (!items) return items.Error();
     for (const ITR item : *items) keys.Add(KeyOf(item));
   }
+  if ((*pool)->GetSchema().Gateway().empty()) return ShowMembers(**pool, keys, context);
   dbgateway::DataBase out;
   (*pool)->WriteAPI(&out, keys, 0);
   JsonText json;

@@ -7,6 +7,7 @@
 #include <map>
 #include <memory>
 
+#include "qx_db/material/gdb_file.h"
 #include "qx_db/material/material_file.h"
 #include "qx_db/qx_db.h"
 
@@ -213,12 +214,33 @@ Outcome Show(const MaterialOptions& options, const Context& context) {
 
 // ---- convert ------------------------------------------------------------------------------------
 
+/// Fails for units that the form would not be written in.
+Outcome CheckUnits(const MaterialOptions& options, MaterialForm form) {
+  if (options.units.empty() || form == MaterialForm::kGdb) return {};
+  if (form != MaterialForm::kGdbp) {
+    return Failure{"", "--units",
+                   fmt::format("a {} is always in the same units", InfoOf(form).what),
+                   "leave it out, or write a .gdbp file"};
+  }
+  const UnitSystem fixed = SystemOfFile({});
+  const auto asked = SystemNamed(options.units, fixed);
+  if (!asked) return asked.AsOutcome();
+  for (const UnitBase base : {UnitBase::kMass, UnitBase::kTime}) {
+    if ((*asked)[base] == fixed[base]) continue;
+    return Failure{"", "--units", fmt::format("a {} is always in kg and sec", InfoOf(form).what),
+                   "leave the unit of mass and time out"};
+  }
+  return {};
+}
+
 Outcome Convert(const MaterialOptions& options, const Context& context) {
   const Result<Opened> opened = OpenLibrary(options);
   if (!opened) return opened.Error();
   const auto form =
       options.target_form.empty() ? FormOfName(options.target) : FormNamed(options.target_form);
   if (!form) return form.Error();
+  if (Outcome taken = CheckUnits(options, *form); !taken) return taken;
+  if (Outcome free = CheckOutput(options.target, {options.file}); !free) return free;
   const auto page = options.target_code_page.empty() ? PageOf(options.code_page)
                                                      : PageOf(options.target_code_page);
   if (!page) return page.Error();
@@ -473,7 +495,8 @@ void AddMaterial(CLI::App& app, Context& context) {
                       "Its form; else by its extension: .txt .bin .cfd .cfdbin .gdbp");
   convert->add_option("--to-code-page", convert_options->target_code_page,
                       "Code page of what is written; else that of --code-page");
-  convert->add_option("--units", convert_options->units, std::string(units) + " (.gdbp only)");
+  convert->add_option("--units", convert_options->units,
+                      "The same, for a .gdbp file; other forms have units of their own");
   import->add_option("model", import_options->model, "Model file")->required();
   auto* names = import->add_option("names", import_options->names, "Names of materials");
   auto* all = import->add_flag("--all", import_options->all, "All materials of the library");

@@ -49,6 +49,7 @@ Outcome OpenTarget(Model& model, const TargetOptions& options) {
     return Failure{model.path, "", "exists already",
                    "add to it with --add or replace it with --replace"};
   }
+  if (Outcome is_file = CheckIsFile(model.path); !is_file) return is_file;
   const auto size = fs::file_size(PathFromUtf8(model.path), error);
   if (IsModelFile(model.path) || (!error && size == 0)) return {};
   return Failure{model.path, "", "is no model, and would be lost by replacing it",

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -97,6 +98,10 @@ TEST_F(Cli, RefusesBadInputInOneLineAndChangesNothing) {
   damaged[model.size() / 2] = static_cast<char>(damaged[model.size() / 2] ^ 4);
   Write("damaged.qxm", damaged);
   Write("empty.msh", "");
+  Write("notes.txt", "what must not be lost");
+  ASSERT_EQ(Qxdb("import good.msh other.qxm").code, 0);
+  fs::create_directory(Path("other"));
+  ASSERT_EQ(mkfifo(Path("pipe.msh").c_str(), 0600), 0);
   const std::string mesh = *ReadWholeFile(Path("good.msh"));
   Write("cut.msh", mesh.substr(0, mesh.find("$EndNodes")));
   const auto with = [&](const char* from, const char* to) {
@@ -127,6 +132,13 @@ TEST_F(Cli, RefusesBadInputInOneLineAndChangesNothing) {
       {"import large.msh x.qxm", "large.msh"},
       {"import count.msh x.qxm", "count.msh"},
       {"import good.msh m.qxm", "--add"},
+      {"import good.msh notes.txt --replace", "notes.txt: is no model"},
+      {"import good.msh good.msh --replace", "good.msh: is no model"},
+      {"import good.msh other --replace", "other: is a directory"},
+      {"import pipe.msh x.qxm", "pipe.msh: is a pipe or a device"},
+      {"info /dev/zero", "/dev/zero: is a pipe or a device"},
+      {"gateway write m.qxm other.qxm", "other.qxm: is a model"},
+      {"axes m.qxm all --svg other.qxm", "other.qxm: is a model"},
       {"import good.msh m.qxm --add", "good.msh"},
       {"import cut.json x.qxm", "cut.json: line 1"},
       {"import deep.json x.qxm", "deep.json: line 1"},
@@ -154,7 +166,29 @@ TEST_F(Cli, RefusesBadInputInOneLineAndChangesNothing) {
     EXPECT_FALSE(fs::exists(Path("x.qxm"))) << c.arguments;
     EXPECT_EQ(*ReadWholeFile(Path("m.qxm")), model) << c.arguments;
   }
+  EXPECT_EQ(*ReadWholeFile(Path("notes.txt")), "what must not be lost");
+  EXPECT_EQ(*ReadWholeFile(Path("good.msh")), mesh);
+  EXPECT_EQ(Qxdb("verify other.qxm").code, 0);
   EXPECT_NE(Qxdb("info missing.qxm --json").err.find("{\"error\":"), std::string::npos);
+}
+
+TEST_F(Cli, ShowsRecordsWithoutAGatewayTableByTheirMembers) {
+  CQXDocBase document(AddStandardPools);
+  document.New();
+  CQXDBSession& session = *document.GetDBSession();
+  tagTCurve curve;
+  curve.key = 7;
+  ASSERT_TRUE(Pool<tagTCurve>(session).InsertNU(curve));
+  ASSERT_TRUE(document.SaveAs(Path("m.qxm")));
+  const Ran text = Qxdb("show m.qxm curve");
+  EXPECT_NE(text.out.find("curve has no gateway table"), std::string::npos) << text.out;
+  const Ran json = Qxdb("show m.qxm curve 7 --json");
+  EXPECT_TRUE(json.out.starts_with("{\"curve\":{\"7\":{\"")) << json.out;
+  for (const Row& row : session.GetDataPool(code::kCurve)->GetSchema().Rows()) {
+    EXPECT_NE(json.out.find('"' + Utf8(row.name) + "\":\""), std::string::npos) << Utf8(row.name);
+  }
+  EXPECT_EQ(Qxdb("show m.qxm wrkpl").out, "wrkpl holds no records\n");
+  EXPECT_EQ(Qxdb("show m.qxm wrkpl 1").code, 1);
 }
 
 }  // namespace
