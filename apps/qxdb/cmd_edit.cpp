@@ -42,6 +42,10 @@ Result<std::string> Move(CQXDBSession& session, const Picked& picked, const Edit
     node.position.x += session.Units().In(unit::kLength, options.by[0]);
     node.position.y += session.Units().In(unit::kLength, options.by[1]);
     node.position.z += session.Units().In(unit::kLength, options.by[2]);
+    if (!IsFinite(Vector3(node.position))) {
+      return Failure{options.model, fmt::format("node {}", node.key),
+                     "would have a coordinate that is no finite number", "move it less far"};
+    }
     nodes.SetAtNU(item, node);
   }
   return std::string();
@@ -52,6 +56,11 @@ Result<std::string> RenumberRecords(CQXDBSession& session, const Picked& picked,
                                     const EditOptions& options) {
   DPoolBase& pool = *picked.pool;
   const TArray<ITR>& items = picked.items;
+  if (options.map.empty() && options.from - 1 > kMaxKey - items.GetSize()) {
+    return Failure{options.model, fmt::format("{} {}", PoolLabel(pool), options.keys),
+                   fmt::format("{} records have no keys from {} on", items.GetSize(), options.from),
+                   "begin lower"};
+  }
   KeyMap map = ConsecutiveKeys({items.begin(), items.end()}, options.from);
   if (!options.map.empty()) {
     Result<KeyMap> read = ReadKeyMap(options.map, pool);
@@ -131,8 +140,11 @@ void AddEdit(CLI::App& app, Context& context) {
   auto [renumber, renumber_options] = add("renumber", "Give records new keys",
                                           "qxdb edit renumber bracket.qxm node all --from 1001",
                                           u"Renumber", RenumberRecords, true);
-  auto* from = renumber->add_option("--from", renumber_options->from,
-                                    "First new key; the others follow in list order");
+  auto* from = renumber
+                   ->add_option("--from", renumber_options->from,
+                                "First new key; the others follow in list order")
+                   ->check(CLI::Range(Key{1}, kMaxKey))
+                   ->capture_default_str();
   renumber
       ->add_option("--map", renumber_options->map,
                    "JSON file of new keys by old ones: {\"NODE\": {\"1\": 101}}")

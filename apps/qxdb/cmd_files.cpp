@@ -1,5 +1,6 @@
 // Bringing meshes into models and handing them on: import and export.
 
+#include <algorithm>
 #include <filesystem>
 #include <fmt/format.h>
 
@@ -21,6 +22,8 @@ std::string ExtensionOf(const std::string& path) {
 
 // ---- import -------------------------------------------------------------------------------------
 
+constexpr std::string_view kCadExtensions[] = {".STEP", ".STP", ".IGES", ".IGS", ".BREP"};
+
 struct ImportOptions {
   std::string file;
   std::string model;
@@ -34,20 +37,25 @@ Outcome ReadGatewayTables(CQXDBSession& session, const std::string& path,
                           std::vector<std::string>& notes) {
   dbgateway::DataBase document;
   if (Outcome read = document.ReadFile(path); !read) return read;
+  const std::uint64_t before = session.StateHash();
   if (Outcome done = ReadDocument(session, document); !done) {
     Failure failure = done.Error();
     failure.file = path;
     return failure;
   }
   for (const auto& entry : document.Report()) notes.push_back(entry.Line());
-  return {};
+  return CheckRead(path, session.StateHash() != before, document);
 }
 
 Outcome ReadInto(CQXDBSession& session, const std::string& path, std::vector<std::string>& notes) {
+  if (Outcome is_file = CheckIsFile(path); !is_file) return is_file;
   const std::string extension = ExtensionOf(path);
   if (extension == ".JSON") return ReadGatewayTables(session, path, notes);
   if (extension != ".MSH") {
-    return Failure{path, "", "has an unknown format", "use a .msh or .json file"};
+    const bool is_cad = std::find(std::begin(kCadExtensions), std::end(kCadExtensions),
+                                  extension) != std::end(kCadExtensions);
+    return Failure{path, "", is_cad ? "is geometry, not a mesh" : "has an unknown format",
+                   is_cad ? "bring it in with: qxdb geom" : "use a .msh or .json file"};
   }
   ProgressBar bar("Reading " + path);
   auto mesh = exchange::ReadMsh(path, [&](double done) { bar.Show(done); });
@@ -121,6 +129,8 @@ Outcome ExportTo(CQXDBSession& session, const ExportOptions& options,
                  std::vector<std::string>& notes) {
   const std::string extension = ExtensionOf(options.file);
   if (extension == ".JSON") {
+    // JSON has no word for what is not finite, and null would come back as 0.
+    if (Outcome fits = exchange::CheckCanBeWritten(session, options.file); !fits) return fits;
     dbgateway::DataBase document;
     WriteDocument(session, document);
     return document.WriteFile(options.file, true);

@@ -57,13 +57,15 @@ Outcome Read(Model& model, const GatewayOptions& options, const Context& context
   dbgateway::DataBase in;
   if (Outcome read = in.ReadFile(options.file); !read) return read;
   in.SetStrict(options.strict);
+  Edit edit(model);
   const auto apply = options.remove ? ApplyDeletions : ReadDocument;
   if (Outcome done = apply(session, in, *pools); !done) {
     Failure failure = done.Error();
     failure.file = options.file;
     return failure;
   }
-  if (Outcome saved = model.document.Save(); !saved) return saved;
+  if (Outcome read = CheckRead(options.file, !edit.Changes().IsEmpty(), in); !read) return read;
+  if (Outcome saved = edit.Save(); !saved) return saved;
   std::string text = options.file + " -> " + options.model;
   JsonText json;
   json.Begin().Text("model", options.model).BeginArray("report");

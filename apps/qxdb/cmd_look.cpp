@@ -195,6 +195,12 @@ std::vector<std::string> FindProblems(const CQXDBSession& session, const ModelFi
       problems.push_back(fmt::format("element {}: has a node that is not there", element.key));
     }
   }
+  auto& nodes = *session.GetPool<DPoolNode>(code::kNode);
+  for (ITR pos = nodes.GetHeadPosition(); pos;) {
+    const tagTNode& node = nodes.GetNextNU(pos);
+    if (IsFinite(Vector3(node.position))) continue;
+    problems.push_back(fmt::format("node {}: a coordinate is not a finite number", node.key));
+  }
   if (const std::string fault = session.Validate(); !fault.empty()) problems.push_back(fault);
   return problems;
 }

@@ -164,10 +164,12 @@ Outcome List(const MaterialOptions& options, const Context& context) {
     for (const std::size_t at : columns) cells.push_back(Short(material.values[at]));
     text.Row(std::move(cells));
   }
+  const bool is_odd = all.empty() && !options.lint;
   context.Print(
-      fmt::format("{}{}{} material{}, {}\n", text.IsEmpty() ? "" : text.Text(),
+      fmt::format("{}{}{} material{}, {}{}\n", text.IsEmpty() ? "" : text.Text(),
                   NotesText(*opened, options), Grouped(static_cast<std::int64_t>(all.size())),
-                  all.size() == 1 ? "" : "s", InfoOf(opened->form).what),
+                  all.size() == 1 ? "" : "s", InfoOf(opened->form).what,
+                  is_odd ? "; --lint names what was left out" : ""),
       LibraryJson(*opened, options, table, all));
   return {};
 }

@@ -57,14 +57,14 @@ Outcome Read(const OrientOptions& options, const CQXDBSession& session, tagTEcrd
     record.reference_vector = {options.vector[0], options.vector[1], options.vector[2]};
     const Vector3 vector(record.reference_vector);
     if (!IsFinite(vector) || Length(vector) == 0) {
-      return Failure{options.model, Describe(record), "is no direction",
+      return Failure{"", Describe(record), "is no direction",
                      "give three numbers that are not all zero"};
     }
   } else if (*options.by_beta) {
     record.method = tagTEcrd::kByBetaAngle;
     record.beta_angle_deg = options.beta_deg;
     if (!std::isfinite(options.beta_deg)) {
-      return Failure{options.model, Describe(record), "is no angle", "give a number of degrees"};
+      return Failure{"", Describe(record), "is no angle", "give a number of degrees"};
     }
   } else {
     const auto& systems = Pool<tagTCord>(session);

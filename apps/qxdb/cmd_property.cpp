@@ -75,13 +75,13 @@ Outcome Add(Model& model, const PropertyOptions& options, std::string& done) {
   }
   for (const double value : options.values) {
     if (std::isfinite(value) && (value >= 0 || kind->name == "spring")) continue;
-    return Failure{options.model, "value " + Short(value), "is no size or mass of a property",
+    return Failure{"", "value " + Short(value), "is no size or mass of a property",
                    "give finite values from 0 on"};
   }
   if (TString<64> name; !options.name.empty()) {
     name.Set(Utf16(options.name));
     if (Utf8(name.View()) != options.name) {
-      return Failure{options.model, "", "the name is longer than 63 characters", "shorten it"};
+      return Failure{"", "name", "is longer than 63 characters", "shorten it"};
     }
   }
   TArray<double> values;

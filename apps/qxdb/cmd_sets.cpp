@@ -178,7 +178,9 @@ Result<int> ImportSets(Editing& edit) {
   const SetsOptions& options = edit.options;
   TArray<Key> keys;
   CStringArray names;
-  if (!edit.sets.LoadExtDB(Utf16(options.other).c_str(), keys, names)) return 0;
+  if (!edit.sets.LoadExtDB(Utf16(options.other).c_str(), keys, names)) {
+    return RefusalOf(options.other);
+  }
   TArray<Key> chosen;
   for (const std::string& wanted : options.sets) {
     const std::int32_t before = chosen.GetSize();

@@ -191,7 +191,8 @@ void ListenForRefusals() { SetMessageSink(&Listener()); }
 const std::string& LastRefusal() { return Listener().text; }
 
 Failure RefusalOf(const std::string& file, const std::string& place) {
-  const std::string& text = LastRefusal();
+  std::string text = LastRefusal();
+  if (text.starts_with(file + ": ")) text.erase(0, file.size() + 2);
   if (text.empty()) return {file, place, "the edit was refused", "look for what hangs on it"};
   for (const char* divider : {"; ", ": "}) {
     const std::size_t at = text.rfind(divider);

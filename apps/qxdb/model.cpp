@@ -36,8 +36,18 @@ Outcome CheckOutput(const std::string& output, const std::vector<std::string>& i
     return Failure{output, "", "is read by this command and would be overwritten",
                    "name another file"};
   }
+  std::error_code error;
+  if (fs::is_directory(PathFromUtf8(output), error)) {
+    return Failure{output, "", "is a directory", "name a file in it"};
+  }
   if (!IsModelFile(output)) return {};
   return Failure{output, "", "is a model, and would be lost by writing here", "name another file"};
+}
+
+Outcome CheckRead(const std::string& file, bool changed, const dbgateway::DataBase& document) {
+  if (changed || document.Report().empty()) return {};
+  return Failure{file, "", "brings nothing into the model: " + document.Report().front().Line(),
+                 "see the tables there are with: qxdb gateway describe"};
 }
 
 Outcome OpenTarget(Model& model, const TargetOptions& options) {

@@ -7,6 +7,7 @@
 
 #include "qx_db/core/document.h"
 #include "qx_db/core/transaction.h"
+#include "qx_db/gateway/document.h"
 
 #include "apps/qxdb/change_counter.h"
 #include "host/session.h"
@@ -29,6 +30,10 @@ struct Model {
 /// Fails when an output of a command would overwrite one of its inputs, or a model. An empty output
 /// is none.
 Outcome CheckOutput(const std::string& output, const std::vector<std::string>& inputs);
+
+/// Fails for a gateway text of which nothing was read, though there was something in it: it is no
+/// such text, or of something else.
+Outcome CheckRead(const std::string& file, bool changed, const dbgateway::DataBase& document);
 
 /// What a command that brings a file into a model does where that model exists.
 struct TargetOptions {

@@ -60,8 +60,8 @@ TEST_F(Axes, OrientationIsShownSetAndRefused) {
     int code;
     const char* says;
   } bad[] = {
-      {"4 --beta nan", 1, "is no angle"},         {"4 --vector 0 inf 0", 1, "is no direction"},
-      {"4 --vector 0 0 0", 1, "is no direction"}, {"all --repair", 2, ""},
+      {"4 --beta nan", 2, "is no angle"},         {"4 --vector 0 inf 0", 2, "is no direction"},
+      {"4 --vector 0 0 0", 2, "is no direction"}, {"all --repair", 2, ""},
       {"9 --beta 5", 1, "has no length"},         {"4 --cord 9", 1, "has no axes"},
       {"1 --vector 1 0 0", 1, "runs along it"},   {"4 --node 7", 1, "lies on its line"},
       {"4 --node 999", 1, "does not exist"},      {"4 --cord 2", 1, "is not rectangular"},

@@ -98,8 +98,11 @@ TEST_F(Cli, RefusesBadInputInOneLineAndChangesNothing) {
   damaged[model.size() / 2] = static_cast<char>(damaged[model.size() / 2] ^ 4);
   Write("damaged.qxm", damaged);
   Write("empty.msh", "");
+  Write("foreign.json", R"({"wing": {"1": 2}})");
   Write("notes.txt", "what must not be lost");
   ASSERT_EQ(Qxdb("import good.msh other.qxm").code, 0);
+  ASSERT_EQ(Qxdb("import good.msh far.qxm").code, 0);
+  ASSERT_EQ(Qxdb("edit move far.qxm 1 --by 1e308 0 0").code, 0);
   fs::create_directory(Path("other"));
   ASSERT_EQ(mkfifo(Path("pipe.msh").c_str(), 0600), 0);
   const std::string mesh = *ReadWholeFile(Path("good.msh"));
@@ -123,7 +126,11 @@ TEST_F(Cli, RefusesBadInputInOneLineAndChangesNothing) {
   };
   const Case cases[] = {
       {"import missing.msh x.qxm", "missing.msh"},
-      {"import . x.qxm", "."},
+      {"import . x.qxm", ".: is a directory"},
+      {"import foreign.json x.qxm", "foreign.json: brings nothing into the model: wing: "},
+      {"import foreign.json m.qxm --replace", "foreign.json: brings nothing"},
+      {"gateway read m.qxm foreign.json", "foreign.json: brings nothing"},
+      {"gateway write m.qxm .", ".: is a directory"},
       {"import empty.msh x.qxm", "empty.msh"},
       {"import cut.msh x.qxm", "cut.msh: $Nodes"},
       {"import twice.msh x.qxm", "twice.msh"},
@@ -151,6 +158,8 @@ TEST_F(Cli, RefusesBadInputInOneLineAndChangesNothing) {
       {"show m.qxm node 70", "70"},
       {"edit delete m.qxm node 70-", "70-"},
       {"edit renumber m.qxm node 1 --from 2", "NODE 2"},
+      {"edit renumber m.qxm node all --from 2147483644", "5 records have no keys from 2147483644"},
+      {"edit move far.qxm 1 --by 1e308 0 0", "node 1: would have a coordinate"},
       {"export m.qxm no/such/folder/x.vtu", "no/such/folder/x.vtu"},
       {"export m.qxm x.bdf", "x.bdf"},
       {"gateway read m.qxm loose.json --strict", "NODE 7 POS"},
