@@ -267,6 +267,28 @@ class MeshAdder {
 
 }  // namespace
 
+Outcome CheckCanBeWritten(const CQXDBSession& session, const std::string& path) {
+  const DPoolBase* pools[] = {session.GetDataPool(code::kNode), session.GetDataPool(code::kElem)};
+  for (const DPoolBase* pool : pools) {
+    if (!pool) {
+      return Failure{path, "", "the model has no pools for a mesh", "add the standard pools"};
+    }
+    if (static_cast<std::uint32_t>(pool->GetSize()) < KeyedSetBase::kParamMask) continue;
+    return Failure{path, "", "the model has too many nodes or elements", "write it in parts"};
+  }
+  const double length_unit = session.Units().GetConvertFactorCurrent(unit::kLength);
+  auto& nodes = *session.GetPool<DPoolNode>(code::kNode);
+  for (ITR at = nodes.GetHeadPosition(); at;) {
+    const tagTNode& node = nodes.GetNextNU(at);
+    const tagTVector3<double> p = node.position;
+    const double in_file[] = {p.x / length_unit, p.y / length_unit, p.z / length_unit};
+    if (std::all_of(in_file, in_file + 3, [](double x) { return std::isfinite(x); })) continue;
+    return Failure{path, Place("node", node.key), "a coordinate is not a finite number",
+                   "move or delete the node"};
+  }
+  return {};
+}
+
 Outcome CheckMesh(const Mesh& mesh, const std::string& file) {
   const std::vector<Key> element_keys = KeysOf(mesh.elements);
   if (Outcome keys = CheckKeys(mesh.node_keys, "node", file); !keys) return keys;

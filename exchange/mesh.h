@@ -53,6 +53,10 @@ struct Mesh {
 /// `file` and the key. Cost proportional to the mesh.
 Outcome CheckMesh(const Mesh& mesh, const std::string& file);
 
+/// Fails when no file of a mesh could hold the model's: without pools of nodes and elements, with
+/// more than fit, or with a node whose coordinates, in current units, are not finite numbers.
+Outcome CheckCanBeWritten(const CQXDBSession& session, const std::string& path);
+
 /// What AddMesh did.
 struct AddReport {
   std::size_t nodes = 0;

@@ -16,6 +16,7 @@
 #include "qx_db/record/element_types.h"
 
 #include "exchange/group_classes.h"
+#include "exchange/mesh.h"
 #include "exchange/msh_kinds.h"
 #include "exchange/msh_sink.h"
 
@@ -348,9 +349,6 @@ class MshModel {
 };
 
 Outcome CheckNumbers(const DPoolBase& pool, const char* what, const std::string& path) {
-  if (static_cast<std::uint32_t>(pool.GetSize()) >= KeyedSetBase::kParamMask) {
-    return Failure{path, "", "the model has too many nodes or elements", "write it in parts"};
-  }
   if (!pool.Find(0)) return {};
   return Failure{path, fmt::format("{} 0", what), "numbers in a MSH file begin at 1",
                  "renumber the model"};
@@ -360,11 +358,11 @@ Outcome CheckNumbers(const DPoolBase& pool, const char* what, const std::string&
 
 Outcome WriteMsh(const CQXDBSession& session, const std::string& path, MshEncoding encoding,
                  std::vector<std::string>* notes, const Progress& progress) {
-  for (const std::uint16_t type : {code::kNode, code::kElem, code::kMset}) {
-    if (session.GetDataPool(type)) continue;
-    return Failure{path, "", "the model has no pools for a mesh", "add the standard pools"};
+  if (!session.GetDataPool(code::kMset)) {
+    return Failure{path, "", "the model has no pool of mesh sets", "add the standard pools"};
   }
-  Outcome fits = CheckNumbers(*session.GetDataPool(code::kNode), "node", path);
+  Outcome fits = CheckCanBeWritten(session, path);
+  if (fits) fits = CheckNumbers(*session.GetDataPool(code::kNode), "node", path);
   if (fits) fits = CheckNumbers(*session.GetDataPool(code::kElem), "element", path);
   if (!fits) return fits;
 

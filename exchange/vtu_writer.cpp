@@ -9,6 +9,7 @@
 #include "qx_db/record/element_types.h"
 #include "qx_db/record/verbs.h"
 
+#include "exchange/mesh.h"
 #include "exchange/vtu_file.h"
 
 namespace qx::exchange {
@@ -226,16 +227,8 @@ Outcome CheckExtra(const std::vector<CellData>& extra, std::size_t elements,
 Outcome WriteVtu(const CQXDBSession& session, const std::string& path, VtuEncoding encoding,
                  const std::vector<CellData>& extra, std::vector<std::string>* notes,
                  const Progress& progress) {
-  const DPoolBase* nodes = session.GetDataPool(code::kNode);
-  const DPoolBase* elements = session.GetDataPool(code::kElem);
-  if (!nodes || !elements) {
-    return Failure{path, "", "the model has no pools for a mesh", "add the standard pools"};
-  }
-  for (const DPoolBase* pool : {nodes, elements}) {
-    if (static_cast<std::uint32_t>(pool->GetSize()) < KeyedSetBase::kParamMask) continue;
-    return Failure{path, "", "the model has too many nodes or elements", "write it in parts"};
-  }
-  const auto element_count = static_cast<std::size_t>(elements->GetSize());
+  if (Outcome fits = CheckCanBeWritten(session, path); !fits) return fits;
+  const auto element_count = static_cast<std::size_t>(session.GetDataPool(code::kElem)->GetSize());
   if (Outcome fits = CheckExtra(extra, element_count, path); !fits) return fits;
 
   const Grid grid(session);

@@ -22,6 +22,7 @@ void UseMillimetres(CQXDBSession& session) {
 #ifdef QX_HAS_OCCT
 
 Result<std::unique_ptr<ICADSession>> OpenCad(const std::string& path, const CQXDBSession& session) {
+  if (Outcome is_file = CheckIsFile(path); !is_file) return is_file.Error();
   const auto index = static_cast<std::size_t>(session.Units().Model()[UnitBase::kLength]);
   const UnitDefinition& unit = UnitsOf(UnitBase::kLength)[index];
   return occt::ReadCadFile(path, unit.numerator / unit.denominator);

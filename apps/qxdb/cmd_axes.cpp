@@ -2,14 +2,12 @@
 
 #include <array>
 #include <fmt/format.h>
-#include <memory>
 
 #include "qx_db/platform/file.h"
 #include "qx_db/qx_db.h"
 
 #include "apps/qxdb/axes_svg.h"
 #include "apps/qxdb/commands.h"
-#include "apps/qxdb/selection.h"
 
 namespace qx::app {
 namespace {
@@ -35,24 +33,17 @@ void WriteAxes(const Triad& axes, JsonText& json) {
   }
 }
 
-void Run(const AxesOptions& options, Context& context) {
-  CQXDocBase document(host::SetUpModel);
-  if (Outcome opened = document.Open(options.model); !opened) {
-    return context.Refuse(opened.Error());
-  }
-  const CQXDBSession& session = *document.GetDBSession();
+Outcome Run(Model& model, const AxesOptions& options, const Context& context) {
+  if (Outcome free = CheckOutput(options.svg, {options.model}); !free) return free;
+  const CQXDBSession& session = model.session;
   const auto& elements = Pool<tagTElem>(session);
-  const auto ranges = KeyRanges::Parse(options.keys);
-  if (!ranges) return context.Refuse(ranges.Error());
-  const TArray<ITR> items = ranges->Select(elements);
-  if (items.IsEmpty()) {
-    return context.Refuse(NothingSelected(options.model, elements, options.keys));
-  }
+  const auto items = PickItems(model, elements, options.keys);
+  if (!items) return items.Error();
   Table table({">elem", ">type", "x", "y", "z"});
   JsonText json;
   json.Begin().Text("model", options.model).BeginArray("elements");
   std::vector<DrawnElement> drawn;
-  for (const ITR item : items) {
+  for (const ITR item : *items) {
     const tagTElem& element = elements.GetAtNU(item);
     double axes[3][3]{};
     const bool good = options.material ? elements.GetElemMatlVector(item, axes) != 0
@@ -70,35 +61,30 @@ void Run(const AxesOptions& options, Context& context) {
   }
   json.End();
   if (!options.svg.empty()) {
-    if (Outcome free = CheckOutput(options.svg, {options.model}); !free) {
-      return context.Refuse(free.Error());
-    }
     constexpr std::size_t kMost = 2000;
     if (drawn.size() > kMost) {
-      return context.Refuse({options.svg, "",
-                             Grouped(items.GetSize()) + " elements are too many "
-                                                        "for one picture",
-                             "select at most " + Grouped(kMost)});
+      return Failure{options.svg, "",
+                     Grouped(items->GetSize()) +
+                         " elements are too many "
+                         "for one picture",
+                     "select at most " + Grouped(kMost)};
     }
     const std::string picture = AxesSvg(session, drawn);
-    if (Outcome written = WriteWholeFile(options.svg, picture); !written) {
-      return context.Refuse(written.Error());
-    }
+    if (Outcome written = WriteWholeFile(options.svg, picture); !written) return written;
   }
   context.Print(table.Text(), json.End());
+  return {};
 }
 
 }  // namespace
 
 void AddAxes(CLI::App& app, Context& context) {
-  CLI::App* command = AddCommand(app, context, "axes", "Show the local axes of elements",
-                                 "qxdb axes frame.qxm 1-40 --svg axes.svg");
-  auto options = std::make_shared<AxesOptions>();
-  command->add_option("model", options->model, "Model file")->required();
+  const auto [command, options] =
+      AddModelCommand<AxesOptions>(app, context, "axes", "Show the local axes of elements",
+                                   "qxdb axes frame.qxm 1-40 --svg axes.svg", Run);
   command->add_option("keys", options->keys, "Keys: 1-5,9,100- or all")->required();
   command->add_flag("--material", options->material, "Material axes instead of element axes");
   command->add_option("--svg", options->svg, "Draw the elements and their axes into this file");
-  command->callback([options, &context] { Run(*options, context); });
 }
 
 }  // namespace qx::app

@@ -5,7 +5,6 @@
 #include <cmath>
 #include <fmt/format.h>
 #include <map>
-#include <memory>
 #include <optional>
 #include <tuple>
 
@@ -19,7 +18,6 @@
 #include "apps/qxdb/option_values.h"
 #include "apps/qxdb/quality_summary.h"
 #include "exchange/vtu_writer.h"
-#include "host/session.h"
 
 namespace qx::app {
 namespace {
@@ -476,40 +474,33 @@ class Check {
   bool exceeded_ = false;
 };
 
-void Run(const CheckOptions& options, Context& context) {
+Outcome Run(Model& model, const CheckOptions& options, Context& context) {
+  if (Outcome free = CheckOutput(options.vtu, {options.model}); !free) return free;
   std::vector<Limit> limits(options.limits.size());
   for (std::size_t i = 0; i < limits.size(); ++i) ReadLimit(options.limits[i], limits[i]);
-  CQXDocBase document(host::SetUpModel);
-  if (Outcome opened = document.Open(options.model); !opened) {
-    return context.Refuse(opened.Error());
-  }
-  Check check(*document.GetDBSession(), options);
+  Check check(model.session, options);
   check.Overview();
   check.Findings();
   check.Quality(ChooseMeasures(options.measures));
   if (options.mass || options.density || options.thickness || options.section_area) check.Mass();
   check.Limits(limits);
   if (!options.vtu.empty()) {
-    if (Outcome free = CheckOutput(options.vtu, {options.model}); !free) {
-      return context.Refuse(free.Error());
-    }
-    if (Outcome written = check.WriteVtu(); !written) return context.Refuse(written.Error());
+    if (Outcome written = check.WriteVtu(); !written) return written;
   }
   context.Print(check.Text(), check.Json().End());
-  if (check.Exceeded()) context.exit_code = 1;
+  if (check.Exceeded()) context.exit_code = kNo;
+  return {};
 }
 
 }  // namespace
 
 void AddCheck(CLI::App& app, Context& context) {
-  CLI::App* command =
-      AddCommand(app, context, "check", "Find faults of a mesh and rate its elements",
-                 "qxdb check bracket.qxm --limit aspect-ratio=8 --limit "
-                 "inverted-solids=0\n\nMeasures and findings that a limit can "
-                 "name:\n  " +
-                     KnownNames());
-  auto options = std::make_shared<CheckOptions>();
-  command->add_option("model", options->model, "Model file")->required();
+  const auto [command, options] = AddModelCommand<CheckOptions>(
+      app, context, "check", "Find faults of a mesh and rate its elements",
+      "qxdb check bracket.qxm --limit aspect-ratio=8 --limit inverted-solids=0\n\n"
+      "Measures and findings that a limit can name:\n  " +
+          KnownNames(),
+      Run);
   command
       ->add_option("--measure", options->measures,
                    "Show these measures only, apart by commas, or all; without it those that most "
@@ -552,7 +543,6 @@ void AddCheck(CLI::App& app, Context& context) {
       ->add_option("--section-area", options->section_area,
                    "Section of lines where no property gives one")
       ->check(NonNegativeReal());
-  command->callback([options, &context] { Run(*options, context); });
 }
 
 }  // namespace qx::app

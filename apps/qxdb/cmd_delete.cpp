@@ -2,7 +2,6 @@
 
 #include <fmt/format.h>
 #include <map>
-#include <memory>
 
 #include "qx_db/lib/message.h"
 #include "qx_db/model/deletion.h"
@@ -74,29 +73,11 @@ void WriteJson(const CQXDBSession& session, const DeletionPreview& preview, Json
   json.End();
 }
 
-struct Selection {
-  DPoolBase* pool;
-  TArray<ITR> items;
-};
-
-/// Opens the model and finds the records that were named.
-Result<Selection> Select(const DeleteOptions& options, CQXDocBase& document) {
-  if (Outcome opened = document.Open(options.model); !opened) return opened.Error();
-  const auto pool = FindPool(*document.GetDBSession(), options.pool);
-  if (!pool) return pool.Error();
-  const auto ranges = KeyRanges::Parse(options.keys);
-  if (!ranges) return ranges.Error();
-  TArray<ITR> items = ranges->Select(**pool);
-  if (items.IsEmpty()) return NothingSelected(options.model, **pool, options.keys);
-  return Selection{*pool, std::move(items)};
-}
-
-void RunDelete(const DeleteOptions& options, Context& context) {
-  CQXDocBase document(host::SetUpModel);
-  const auto selection = Select(options, document);
-  if (!selection) return context.Refuse(selection.Error());
-  const auto& [pool, items] = *selection;
-  CQXDBSession& session = *document.GetDBSession();
+Outcome Delete(Model& model, const DeleteOptions& options, const Context& context) {
+  const auto picked = PickRecords(model, options.pool, options.keys);
+  if (!picked) return picked.Error();
+  const auto& [pool, items] = *picked;
+  CQXDBSession& session = model.session;
   const std::uint16_t type = pool->GetTypeCode();
   const std::span<const ITR> asked(items.data(), items.size());
   const DeletionPreview preview = PreviewDeletion(session, type, asked);
@@ -104,38 +85,33 @@ void RunDelete(const DeleteOptions& options, Context& context) {
   for (const Blocker& blocker : preview.blockers) {
     text += "blocked: " + qxText(blocker.text, blocker.arguments) + "\n";
   }
+  Edit edit(model);
   JsonText json;
-  json.Begin().Text("model", options.model).Bool("saved", !options.dry_run);
-  WriteJson(session, preview, json);
-  if (options.dry_run) {
-    context.Print(text + "(not deleted)\n", json.End());
-    return;
+  json.Begin().Text("model", model.path);
+  WriteJson(session, preview, json);  // while the records are there
+  if (!options.dry_run) {
+    const std::string place = PoolLabel(*pool) + " " + options.keys;
+    if (!preview.blockers.empty()) {
+      const Blocker& first = preview.blockers.front();
+      return Failure{model.path, place, MidLine(qxText(first.text, first.arguments)),
+                     "see all reasons with --dry-run"};
+    }
+    if (!DeleteRecords(session, type, asked)) return RefusalOf(model.path, place);
   }
-  if (!preview.blockers.empty()) {
-    const Blocker& first = preview.blockers.front();
-    const std::string reason = MidLine(qxText(first.text, first.arguments));
-    return context.Refuse({options.model, PoolLabel(*pool) + " " + options.keys, reason,
-                           "see all reasons with --dry-run"});
-  }
-  const std::string before = HashText(session.StateHash());
-  if (!DeleteRecords(session, type, asked)) {
-    return context.Refuse(RefusalOf(options.model, PoolLabel(*pool) + " " + options.keys));
-  }
-  if (Outcome saved = document.Save(); !saved) return context.Refuse(saved.Error());
-  const std::string after = HashText(session.StateHash());
-  json.Text("before", before).Text("after", after);
-  context.Print(text + fmt::format("state {} -> {}\n", before, after), json.End());
+  if (Outcome saved = edit.Save(options.dry_run); !saved) return saved;
+  edit.WriteStates(json);
+  context.Print(text + (options.dry_run ? "(not deleted)\n" : edit.StateLine()), json.End());
+  return {};
 }
 
-void RunWhereUsed(const DeleteOptions& options, Context& context) {
-  CQXDocBase document(host::SetUpModel);
-  const auto selection = Select(options, document);
-  if (!selection) return context.Refuse(selection.Error());
-  const auto& [pool, items] = *selection;
-  CQXDBSession& session = *document.GetDBSession();
+Outcome ListUses(Model& model, const DeleteOptions& options, const Context& context) {
+  const auto picked = PickRecords(model, options.pool, options.keys);
+  if (!picked) return picked.Error();
+  const auto& [pool, items] = *picked;
+  const CQXDBSession& session = model.session;
   Table table({"record", "used by", "as"});
   JsonText json;
-  json.Begin().Text("model", options.model).BeginArray("uses");
+  json.Begin().Text("model", model.path).BeginArray("uses");
   for (const ITR item : items) {
     for (const Use& use : WhereUsed(session, pool->GetTypeCode(), item)) {
       const std::string as = use.row ? Utf8(use.row->name) : "key";
@@ -147,33 +123,31 @@ void RunWhereUsed(const DeleteOptions& options, Context& context) {
     }
   }
   context.Print(table.IsEmpty() ? "used nowhere\n" : table.Text(), json.End().End());
+  return {};
 }
 
-std::shared_ptr<DeleteOptions> AddSelection(CLI::App& command) {
-  auto options = std::make_shared<DeleteOptions>();
-  command.add_option("model", options->model, "Model file")->required();
-  command.add_option("pool", options->pool, "Table of the records: node, elem, mset, ...")
+void AddSelection(CLI::App& command, DeleteOptions& options) {
+  command.add_option("pool", options.pool, "Table of the records: node, elem, mset, ...")
       ->required();
-  command.add_option("keys", options->keys, "Keys: 1-5,9,100- or all")->required();
-  return options;
+  command.add_option("keys", options.keys, "Keys: 1-5,9,100- or all")->required();
 }
 
 }  // namespace
 
 void AddDelete(CLI::App& app, Context& context) {
-  CLI::App* command = AddCommand(app, context, "delete", "Delete records and what hangs on them",
-                                 "qxdb delete wing.qxm node 1-5 --dry-run");
-  const auto options = AddSelection(*command);
+  const auto [command, options] = AddModelCommand<DeleteOptions>(
+      app, context, "delete", "Delete records and what hangs on them",
+      "qxdb delete wing.qxm node 1-5 --dry-run", Delete);
+  AddSelection(*command, *options);
   command->add_flag("--dry-run", options->dry_run, "Say what would happen, change nothing");
   command->add_flag("--list", options->list, "Name every record instead of counting them");
-  command->callback([options, &context] { RunDelete(*options, context); });
 }
 
 void AddWhereUsed(CLI::App& app, Context& context) {
-  CLI::App* command = AddCommand(app, context, "where-used", "Show what refers to records",
-                                 "qxdb where-used wing.qxm node 12");
-  const auto options = AddSelection(*command);
-  command->callback([options, &context] { RunWhereUsed(*options, context); });
+  const auto [command, options] =
+      AddModelCommand<DeleteOptions>(app, context, "where-used", "Show what refers to records",
+                                     "qxdb where-used wing.qxm node 12", ListUses);
+  AddSelection(*command, *options);
 }
 
 }  // namespace qx::app

@@ -29,29 +29,38 @@ struct EditOptions {
 };
 
 /// Text for the file of options.write_map, where the edit has any.
-using Edit = Result<std::string> (*)(CQXDBSession&, DPoolBase&, const TArray<ITR>&,
-                                     const EditOptions&);
+using Change = Result<std::string> (*)(CQXDBSession&, const Picked&, const EditOptions&);
 
-Result<std::string> Move(CQXDBSession& session, DPoolBase& pool, const TArray<ITR>& items,
-                         const EditOptions& options) {
-  auto& nodes = static_cast<DPoolNode&>(pool);
+Result<std::string> Move(CQXDBSession& session, const Picked& picked, const EditOptions& options) {
+  auto& nodes = static_cast<DPoolNode&>(*picked.pool);
   const auto is_finite = [](double shift) { return std::isfinite(shift); };
   if (!std::all_of(options.by.begin(), options.by.end(), is_finite)) {
-    return Failure{options.model, "--by", "is not a finite shift", "give three numbers"};
+    return Failure{"", "--by", "is not a finite shift", "give three numbers"};
   }
-  for (const ITR item : items) {
+  for (const ITR item : picked.items) {
     tagTNode node = nodes.GetAtNU(item);
     node.position.x += session.Units().In(unit::kLength, options.by[0]);
     node.position.y += session.Units().In(unit::kLength, options.by[1]);
     node.position.z += session.Units().In(unit::kLength, options.by[2]);
+    if (!IsFinite(Vector3(node.position))) {
+      return Failure{options.model, fmt::format("node {}", node.key),
+                     "would have a coordinate that is no finite number", "move it less far"};
+    }
     nodes.SetAtNU(item, node);
   }
   return std::string();
 }
 
 /// Gives the records consecutive keys, in list order, or those that a map names.
-Result<std::string> RenumberRecords(CQXDBSession& session, DPoolBase& pool,
-                                    const TArray<ITR>& items, const EditOptions& options) {
+Result<std::string> RenumberRecords(CQXDBSession& session, const Picked& picked,
+                                    const EditOptions& options) {
+  DPoolBase& pool = *picked.pool;
+  const TArray<ITR>& items = picked.items;
+  if (options.map.empty() && options.from - 1 > kMaxKey - items.GetSize()) {
+    return Failure{options.model, fmt::format("{} {}", PoolLabel(pool), options.keys),
+                   fmt::format("{} records have no keys from {} on", items.GetSize(), options.from),
+                   "begin lower"};
+  }
   KeyMap map = ConsecutiveKeys({items.begin(), items.end()}, options.from);
   if (!options.map.empty()) {
     Result<KeyMap> read = ReadKeyMap(options.map, pool);
@@ -71,52 +80,37 @@ Result<std::string> RenumberRecords(CQXDBSession& session, DPoolBase& pool,
   return options.write_map.empty() ? std::string() : KeyMapText(pool, map);
 }
 
-Result<std::string> Delete(CQXDBSession& session, DPoolBase& pool, const TArray<ITR>& items,
+Result<std::string> Delete(CQXDBSession& session, const Picked& picked,
                            const EditOptions& options) {
-  if (DeleteRecords(session, pool.GetTypeCode(), {items.begin(), items.end()})) {
+  const auto& [pool, items] = picked;
+  if (DeleteRecords(session, pool->GetTypeCode(), {items.begin(), items.end()})) {
     return std::string();
   }
-  return Failure{options.model, PoolLabel(pool) + " " + options.keys, "cannot be deleted",
-                 "see the message above"};
+  return RefusalOf(options.model, PoolLabel(*pool) + " " + options.keys);
 }
 
-void Run(const EditOptions& options, const char16_t* name, Edit edit, Context& context) {
+Outcome Run(Model& model, const EditOptions& options, const char16_t* name, Change change,
+            const Context& context) {
   if (Outcome free = CheckOutput(options.write_map, {options.model, options.map}); !free) {
-    return context.Refuse(free.Error());
+    return free;
   }
-  CQXDocBase document(host::SetUpModel);
-  if (Outcome opened = document.Open(options.model); !opened) {
-    return context.Refuse(opened.Error());
-  }
-  CQXDBSession& session = *document.GetDBSession();
-  const auto pool = FindPool(session, options.pool);
-  if (!pool) return context.Refuse(pool.Error());
-  const auto ranges = KeyRanges::Parse(options.keys);
-  if (!ranges) return context.Refuse(ranges.Error());
-  const TArray<ITR> items = ranges->Select(**pool);
-  if (items.IsEmpty()) {
-    return context.Refuse(NothingSelected(options.model, **pool, options.keys));
-  }
-  const std::string before = HashText(session.StateHash());
-  ChangeCounter counter;
-  session.AddListener(&counter);
-  CTransaction transaction(&session);
-  transaction.Begin(name);
-  const Result<std::string> map = edit(session, **pool, items, options);
-  if (!map) return context.Refuse(map.Error());
-  if (!transaction.Commit()) {
-    return context.Refuse({options.model, "", "the edit was refused", "see the message above"});
-  }
-  const Outcome stored = SaveWith(document, options.write_map, *map, options.dry_run);
-  if (!stored) return context.Refuse(stored.Error());
-  const std::string after = HashText(session.StateHash());
+  const auto picked = PickRecords(model, options.pool, options.keys);
+  if (!picked) return picked.Error();
+  Edit edit(model);
+  std::string map;
+  Outcome done = edit.Do(name, [&]() -> Outcome {
+    const Result<std::string> changed = change(model.session, *picked, options);
+    if (changed) map = *changed;
+    return changed.AsOutcome();
+  });
+  if (done) done = edit.Save(options.dry_run, options.write_map, map);
+  if (!done) return done;
   JsonText json;
-  json.Begin().Text("model", options.model).Text("before", before).Text("after", after);
-  json.Bool("saved", !options.dry_run);
-  counter.Write(json);
-  context.Print(counter.Text() + fmt::format("state {} -> {}{}\n", before, after,
-                                             options.dry_run ? " (not saved)" : ""),
-                json.End());
+  json.Begin().Text("model", options.model);
+  edit.WriteStates(json);
+  edit.Changes().Write(json);
+  context.Print(edit.Changes().Text() + edit.StateLine(), json.End());
+  return {};
 }
 
 }  // namespace
@@ -126,15 +120,16 @@ void AddEdit(CLI::App& app, Context& context) {
                                  "qxdb edit move bracket.qxm 1-100 --by 0 0 2.5");
   command->require_subcommand(1);
   const auto add = [&](const char* name, const char* what, const char* example,
-                       const char16_t* step, Edit edit, bool any_pool) {
-    CLI::App* sub = AddCommand(*command, context, name, what, example);
-    auto options = std::make_shared<EditOptions>();
-    sub->add_option("model", options->model, "Model file")->required();
+                       const char16_t* step, Change change, bool any_pool) {
+    const auto run = [=](Model& model, const EditOptions& options, const Context& the_context) {
+      return Run(model, options, step, change, the_context);
+    };
+    auto added = AddModelCommand<EditOptions>(*command, context, name, what, example, run);
+    const auto& [sub, options] = added;
     if (any_pool) sub->add_option("pool", options->pool, "node or elem")->required();
     sub->add_option("keys", options->keys, "Keys: 1-5,9,100- or all")->required();
     sub->add_flag("--dry-run", options->dry_run, "Say what would change, save nothing");
-    sub->callback([options, step, edit, &context] { Run(*options, step, edit, context); });
-    return std::pair(sub, options);
+    return added;
   };
   auto [move, move_options] =
       add("move", "Shift nodes", "qxdb edit move bracket.qxm 1-100 --by 0 0 2.5", u"Move nodes",
@@ -145,8 +140,11 @@ void AddEdit(CLI::App& app, Context& context) {
   auto [renumber, renumber_options] = add("renumber", "Give records new keys",
                                           "qxdb edit renumber bracket.qxm node all --from 1001",
                                           u"Renumber", RenumberRecords, true);
-  auto* from = renumber->add_option("--from", renumber_options->from,
-                                    "First new key; the others follow in list order");
+  auto* from = renumber
+                   ->add_option("--from", renumber_options->from,
+                                "First new key; the others follow in list order")
+                   ->check(CLI::Range(Key{1}, kMaxKey))
+                   ->capture_default_str();
   renumber
       ->add_option("--map", renumber_options->map,
                    "JSON file of new keys by old ones: {\"NODE\": {\"1\": 101}}")

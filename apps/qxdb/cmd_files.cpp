@@ -1,8 +1,8 @@
 // Bringing meshes into models and handing them on: import and export.
 
+#include <algorithm>
 #include <filesystem>
 #include <fmt/format.h>
-#include <memory>
 
 #include "qx_db/platform/file.h"
 #include "qx_db/platform/text.h"
@@ -20,18 +20,14 @@ std::string ExtensionOf(const std::string& path) {
   return AsciiUpper(Utf8FromPath(PathFromUtf8(path).extension()));
 }
 
-bool Exists(const std::string& path) {
-  std::error_code error;
-  return std::filesystem::exists(PathFromUtf8(path), error);
-}
-
 // ---- import -------------------------------------------------------------------------------------
+
+constexpr std::string_view kCadExtensions[] = {".STEP", ".STP", ".IGES", ".IGS", ".BREP"};
 
 struct ImportOptions {
   std::string file;
   std::string model;
-  bool add = false;
-  bool replace = false;
+  TargetOptions target;
   std::string length_unit = "m";
   CLI::Option* length = nullptr;  // whether the unit was given
 };
@@ -41,20 +37,25 @@ Outcome ReadGatewayTables(CQXDBSession& session, const std::string& path,
                           std::vector<std::string>& notes) {
   dbgateway::DataBase document;
   if (Outcome read = document.ReadFile(path); !read) return read;
+  const std::uint64_t before = session.StateHash();
   if (Outcome done = ReadDocument(session, document); !done) {
     Failure failure = done.Error();
     failure.file = path;
     return failure;
   }
   for (const auto& entry : document.Report()) notes.push_back(entry.Line());
-  return {};
+  return CheckRead(path, session.StateHash() != before, document);
 }
 
 Outcome ReadInto(CQXDBSession& session, const std::string& path, std::vector<std::string>& notes) {
+  if (Outcome is_file = CheckIsFile(path); !is_file) return is_file;
   const std::string extension = ExtensionOf(path);
   if (extension == ".JSON") return ReadGatewayTables(session, path, notes);
   if (extension != ".MSH") {
-    return Failure{path, "", "has an unknown format", "use a .msh or .json file"};
+    const bool is_cad = std::find(std::begin(kCadExtensions), std::end(kCadExtensions),
+                                  extension) != std::end(kCadExtensions);
+    return Failure{path, "", is_cad ? "is geometry, not a mesh" : "has an unknown format",
+                   is_cad ? "bring it in with: qxdb geom" : "use a .msh or .json file"};
   }
   ProgressBar bar("Reading " + path);
   auto mesh = exchange::ReadMsh(path, [&](double done) { bar.Show(done); });
@@ -74,21 +75,13 @@ void SetLengthUnit(CQXDBSession& session, const std::string& name) {
   session.Units().SetCurrent(units);
 }
 
-void Import(const ImportOptions& options, Context& context) {
-  CQXDocBase document(host::SetUpModel);
-  document.New();
-  if (Exists(options.model) && !options.replace) {
-    if (!options.add) {
-      return context.Refuse({options.model, "", "exists already",
-                             "add to it with --add or replace it with --replace"});
-    }
-    if (Outcome opened = document.Open(options.model); !opened) {
-      return context.Refuse(opened.Error());
-    }
-  }
-  CQXDBSession& session = *document.GetDBSession();
+Outcome Import(const ImportOptions& options, const Context& context) {
+  Model model(options.model);
+  if (Outcome opened = OpenTarget(model, options.target); !opened) return opened;
+  CQXDBSession& session = model.session;
   const UnitSystem current = session.Units().Current();
-  if (document.Path().empty()) {
+  const bool is_new = model.document.Path().empty();
+  if (is_new) {
     SetLengthUnit(session, options.length_unit);
   } else if (options.length->count() > 0) {
     UnitSystem of_file = current;
@@ -98,12 +91,10 @@ void Import(const ImportOptions& options, Context& context) {
   std::vector<std::int32_t> before;
   for (const DPoolBase* pool : session.Pools()) before.push_back(pool->GetSize());
   std::vector<std::string> notes;
-  if (Outcome read = ReadInto(session, options.file, notes); !read) {
-    return context.Refuse(read.Error());
-  }
-  if (!document.Path().empty()) session.Units().SetCurrent(current);
-  if (document.Path().empty()) session.ForgetHistory();  // a new model starts with what it holds
-  if (Outcome saved = document.SaveAs(options.model); !saved) return context.Refuse(saved.Error());
+  if (Outcome read = ReadInto(session, options.file, notes); !read) return read;
+  if (!is_new) session.Units().SetCurrent(current);
+  if (is_new) session.ForgetHistory();  // a new model starts with what it holds
+  if (Outcome saved = model.document.SaveAs(options.model); !saved) return saved;
 
   std::string text = options.file + " -> " + options.model + ":";
   JsonText json;
@@ -123,6 +114,7 @@ void Import(const ImportOptions& options, Context& context) {
   }
   json.End().End();
   context.Print(text, json);
+  return {};
 }
 
 // ---- export -------------------------------------------------------------------------------------
@@ -137,6 +129,8 @@ Outcome ExportTo(CQXDBSession& session, const ExportOptions& options,
                  std::vector<std::string>& notes) {
   const std::string extension = ExtensionOf(options.file);
   if (extension == ".JSON") {
+    // JSON has no word for what is not finite, and null would come back as 0.
+    if (Outcome fits = exchange::CheckCanBeWritten(session, options.file); !fits) return fits;
     dbgateway::DataBase document;
     WriteDocument(session, document);
     return document.WriteFile(options.file, true);
@@ -160,15 +154,10 @@ Outcome ExportTo(CQXDBSession& session, const ExportOptions& options,
   return exchange::WriteVtu(session, options.file, encoding, {}, &notes, progress);
 }
 
-void Export(const ExportOptions& options, Context& context) {
-  CQXDocBase document(host::SetUpModel);
-  if (Outcome opened = document.Open(options.model); !opened) {
-    return context.Refuse(opened.Error());
-  }
+Outcome Export(Model& model, const ExportOptions& options, const Context& context) {
+  if (Outcome free = CheckOutput(options.file, {options.model}); !free) return free;
   std::vector<std::string> notes;
-  if (Outcome written = ExportTo(*document.GetDBSession(), options, notes); !written) {
-    return context.Refuse(written.Error());
-  }
+  if (Outcome written = ExportTo(model.session, options, notes); !written) return written;
   std::error_code error;
   const auto size = std::filesystem::file_size(PathFromUtf8(options.file), error);
   std::string text = fmt::format("{} -> {} ({})", options.model, options.file, Bytes(size));
@@ -180,39 +169,36 @@ void Export(const ExportOptions& options, Context& context) {
     json.Text({}, note);
   }
   context.Print(text, json.End().End());
+  return {};
 }
 
 }  // namespace
 
 void AddImport(CLI::App& app, Context& context) {
-  CLI::App* command = AddCommand(app, context, "import", "Bring a mesh file into a model",
-                                 "qxdb import bracket.msh bracket.qxm");
-  auto options = std::make_shared<ImportOptions>();
+  const auto [command, options] =
+      AddCommand<ImportOptions>(app, context, "import", "Bring a mesh file into a model",
+                                "qxdb import bracket.msh bracket.qxm", Import);
   command->add_option("file", options->file, "Mesh (.msh) or gateway text (.json)")->required();
   command->add_option("model", options->model, "Model file to write")->required();
-  auto* add = command->add_flag("--add", options->add, "Add to the model if it exists");
-  command->add_flag("--replace", options->replace, "Replace the model if it exists")->excludes(add);
+  AddTarget(*command, options->target);
   std::vector<std::string> units;
   for (const UnitDefinition& unit : UnitsOf(UnitBase::kLength)) units.emplace_back(unit.name);
   options->length =
       command->add_option("--length", options->length_unit, "Unit of the lengths in the file")
           ->check(CLI::IsMember(units))
           ->capture_default_str();
-  command->callback([options, &context] { Import(*options, context); });
 }
 
 void AddExport(CLI::App& app, Context& context) {
-  CLI::App* command = AddCommand(app, context, "export", "Write a model for another program",
-                                 "qxdb export bracket.qxm bracket.vtu");
-  auto options = std::make_shared<ExportOptions>();
-  command->add_option("model", options->model, "Model file")->required();
+  const auto [command, options] =
+      AddModelCommand<ExportOptions>(app, context, "export", "Write a model for another program",
+                                     "qxdb export bracket.qxm bracket.vtu", Export);
   command->add_option("file", options->file, "File to write: .vtu, .msh or .json")->required();
   command
       ->add_option("--encoding", options->encoding,
                    "How a VTU stores its arrays; a MSH is text with ascii, else binary")
       ->check(CLI::IsMember({"raw", "base64", "inline", "ascii"}))
       ->capture_default_str();
-  command->callback([options, &context] { Export(*options, context); });
 }
 
 }  // namespace qx::app

@@ -1,16 +1,13 @@
 // Mending a mesh: all repairs that are asked for as one undoable step.
 
 #include <fmt/format.h>
-#include <memory>
 #include <optional>
 
 #include "qx_db/app/mesh_repair.h"
 #include "qx_db/qx_db.h"
 
-#include "apps/qxdb/change_counter.h"
 #include "apps/qxdb/commands.h"
 #include "apps/qxdb/option_values.h"
-#include "host/session.h"
 
 namespace qx::app {
 namespace {
@@ -70,50 +67,35 @@ void Describe(const RepairReport& report, std::string& text, JsonText& json) {
   json.End();
 }
 
-void Run(const FixOptions& options, Context& context) {
-  CQXDocBase document(host::SetUpModel);
-  if (Outcome opened = document.Open(options.model); !opened) {
-    return context.Refuse(opened.Error());
-  }
-  CQXDBSession& session = *document.GetDBSession();
-  const std::string before = HashText(session.StateHash());
-  ChangeCounter counter;
-  session.AddListener(&counter);
+Outcome Fix(Model& model, const FixOptions& options, const Context& context) {
+  Edit edit(model);
   RepairReport report;
-  CTransaction transaction(&session);
-  transaction.Begin(u"Repair mesh");
-  if (!RepairMesh(session, PlanOf(options, session.Units()), report) || !transaction.Commit()) {
-    return context.Refuse(
-        {options.model, "", "the model refused the repair", "see the message above"});
-  }
-  const bool save = !options.dry_run && report.ChangedAnything();
-  if (save) {
-    if (Outcome saved = document.Save(); !saved) return context.Refuse(saved.Error());
-  }
-  const std::string after = HashText(session.StateHash());
+  Outcome done = edit.Do(u"Repair mesh", [&]() -> Outcome {
+    if (RepairMesh(model.session, PlanOf(options, model.session.Units()), report)) return {};
+    return RefusalOf(model.path);
+  });
+  if (done) done = edit.Save(options.dry_run);
+  if (!done) return done;
   std::string text;
   JsonText json;
-  json.Begin().Text("model", options.model).Text("before", before).Text("after", after);
-  json.Bool("saved", save);
+  json.Begin().Text("model", model.path);
+  edit.WriteStates(json);
   Describe(report, text, json);
-  counter.Write(json);
-  if (!report.ChangedAnything()) text += "nothing to repair\n";
-  if (report.ChangedAnything()) {
-    text += counter.Text();
-    text += fmt::format("state {} -> {}{}\n", before, after, save ? "" : " (not saved)");
-  }
+  edit.Changes().Write(json);
+  text += report.ChangedAnything() ? edit.Changes().Text() + edit.StateLine()
+                                   : std::string("nothing to repair\n");
   context.Print(text, json.End());
+  return {};
 }
 
 }  // namespace
 
 void AddFix(CLI::App& app, Context& context) {
-  CLI::App* command = AddCommand(app, context, "fix", "Repair a mesh",
-                                 "qxdb fix bracket.qxm --solids --merge-nodes 1e-6");
+  const auto [command, options] =
+      AddModelCommand<FixOptions>(app, context, "fix", "Repair a mesh",
+                                  "qxdb fix bracket.qxm --solids --merge-nodes 1e-6", Fix);
   command->description(
       "Repair a mesh, as one step. Without a choice: --solids --shells --duplicate-elements");
-  auto options = std::make_shared<FixOptions>();
-  command->add_option("model", options->model, "Model file")->required();
   command->add_flag("--solids", options->solids, "Turn inverted solids over");
   command->add_flag("--shells", options->shells, "Make shells agree with their neighbours");
   command->add_flag("--duplicate-elements", options->duplicate_elements,
@@ -125,7 +107,6 @@ void AddFix(CLI::App& app, Context& context) {
                    "Merge nodes that are no farther apart than this, in current length units")
       ->check(NonNegativeReal());
   command->add_flag("--dry-run", options->dry_run, "Say what would change, save nothing");
-  command->callback([options, &context] { Run(*options, context); });
 }
 
 }  // namespace qx::app

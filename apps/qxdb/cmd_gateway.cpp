@@ -1,7 +1,6 @@
 // The JSON gateway: write, read, describe.
 
 #include <fmt/format.h>
-#include <memory>
 
 #include "qx_db/qx_db.h"
 
@@ -32,21 +31,13 @@ Result<std::vector<DPoolBase*>> Selected(CQXDBSession& session,
   return pools;
 }
 
-void Write(const GatewayOptions& options, Context& context) {
-  CQXDocBase document(host::SetUpModel);
-  if (Outcome opened = document.Open(options.model); !opened) {
-    return context.Refuse(opened.Error());
-  }
-  const auto pools = Selected(*document.GetDBSession(), options.tables);
-  if (!pools) return context.Refuse(pools.Error());
+Outcome Write(Model& model, const GatewayOptions& options, const Context& context) {
+  if (Outcome free = CheckOutput(options.file, {options.model}); !free) return free;
+  const auto pools = Selected(model.session, options.tables);
+  if (!pools) return pools.Error();
   dbgateway::DataBase out;
-  WriteDocument(*document.GetDBSession(), out, *pools);
-  if (Outcome free = CheckOutput(options.file, {options.model}); !free) {
-    return context.Refuse(free.Error());
-  }
-  if (Outcome written = out.WriteFile(options.file, true); !written) {
-    return context.Refuse(written.Error());
-  }
+  WriteDocument(model.session, out, *pools);
+  if (Outcome written = out.WriteFile(options.file, true); !written) return written;
   std::string text = options.model + " -> " + options.file;
   JsonText json;
   json.Begin().Text("file", options.file).Begin("records");
@@ -56,26 +47,25 @@ void Write(const GatewayOptions& options, Context& context) {
     json.Integer(name, count);
   }
   context.Print(text, json.End().End());
+  return {};
 }
 
-void Read(const GatewayOptions& options, Context& context) {
-  CQXDocBase document(host::SetUpModel);
-  if (Outcome opened = document.Open(options.model); !opened) {
-    return context.Refuse(opened.Error());
-  }
-  CQXDBSession& session = *document.GetDBSession();
+Outcome Read(Model& model, const GatewayOptions& options, const Context& context) {
+  CQXDBSession& session = model.session;
   const auto pools = Selected(session, options.tables);
-  if (!pools) return context.Refuse(pools.Error());
+  if (!pools) return pools.Error();
   dbgateway::DataBase in;
-  if (Outcome read = in.ReadFile(options.file); !read) return context.Refuse(read.Error());
+  if (Outcome read = in.ReadFile(options.file); !read) return read;
   in.SetStrict(options.strict);
+  Edit edit(model);
   const auto apply = options.remove ? ApplyDeletions : ReadDocument;
   if (Outcome done = apply(session, in, *pools); !done) {
     Failure failure = done.Error();
     failure.file = options.file;
-    return context.Refuse(failure);
+    return failure;
   }
-  if (Outcome saved = document.Save(); !saved) return context.Refuse(saved.Error());
+  if (Outcome read = CheckRead(options.file, !edit.Changes().IsEmpty(), in); !read) return read;
+  if (Outcome saved = edit.Save(); !saved) return saved;
   std::string text = options.file + " -> " + options.model;
   JsonText json;
   json.Begin().Text("model", options.model).BeginArray("report");
@@ -84,17 +74,19 @@ void Read(const GatewayOptions& options, Context& context) {
     json.Text({}, entry.Line());
   }
   context.Print(text, json.End().Text("state", HashText(session.StateHash())).End());
+  return {};
 }
 
-void Describe(const GatewayOptions& options, Context& context) {
+Outcome Describe(const GatewayOptions& options, const Context& context) {
   CQXDBSession session(host::SetUpModel);
   if (options.schema) {
     JsonText json;
     const std::string text = GatewayJsonSchema(session);
-    return context.Print(text, json.Raw({}, text));
+    context.Print(text, json.Raw({}, text));
+    return {};
   }
   const auto pools = Selected(session, options.tables);
-  if (!pools) return context.Refuse(pools.Error());
+  if (!pools) return pools.Error();
   dbgateway::DataBase out;
   std::vector<DPoolBase*> described = *pools;
   if (described.empty()) described.assign(session.Pools().begin(), session.Pools().end());
@@ -106,6 +98,7 @@ void Describe(const GatewayOptions& options, Context& context) {
   JsonText json;
   json.Raw({}, out.ToText());
   context.Print(out.ToText(true), json);
+  return {};
 }
 
 }  // namespace
@@ -114,27 +107,27 @@ void AddGateway(CLI::App& app, Context& context) {
   CLI::App* command = AddCommand(app, context, "gateway", "Exchange records as JSON tables",
                                  "qxdb gateway write bracket.qxm bracket.json");
   command->require_subcommand(1);
-  auto options = std::make_shared<GatewayOptions>();
-  const auto add = [&](const char* name, const char* what, const char* example,
-                       void (*run)(const GatewayOptions&, Context&)) {
-    CLI::App* sub = AddCommand(*command, context, name, what, example);
+  const auto [write, write_options] = AddModelCommand<GatewayOptions>(
+      *command, context, "write", "Write tables to a file",
+      "qxdb gateway write bracket.qxm bracket.json --table NODE", Write);
+  const auto [read, read_options] = AddModelCommand<GatewayOptions>(
+      *command, context, "read", "Read tables into a model as one step",
+      "qxdb gateway read bracket.qxm changes.json --strict", Read);
+  const auto [describe, describe_options] =
+      AddCommand<GatewayOptions>(*command, context, "describe", "Print the fields of every table",
+                                 "qxdb gateway describe --table ELEM", Describe);
+  const std::pair<CLI::App*, GatewayOptions*> all[] = {
+      {write, write_options}, {read, read_options}, {describe, describe_options}};
+  for (const auto& [sub, options] : all) {
     sub->add_option("--table", options->tables, "Only these tables, e.g. NODE");
-    sub->callback([options, run, &context] { run(*options, context); });
-    return sub;
-  };
-  CLI::App* write = add("write", "Write tables to a file",
-                        "qxdb gateway write bracket.qxm bracket.json --table NODE", Write);
-  CLI::App* read = add("read", "Read tables into a model as one step",
-                       "qxdb gateway read bracket.qxm changes.json --strict", Read);
-  for (CLI::App* sub : {write, read}) {
-    sub->add_option("model", options->model, "Model file")->required();
+    if (sub == describe) continue;
     sub->add_option("file", options->file, "Gateway text (.json)")->required();
   }
-  read->add_flag("--strict", options->strict, "Refuse where a value would be coerced or skipped");
-  read->add_flag("--delete", options->remove, "Apply the deletion tables (__CMD_DEL_...)");
-  CLI::App* describe = add("describe", "Print the fields of every table",
-                           "qxdb gateway describe --table ELEM", Describe);
-  describe->add_flag("--schema", options->schema, "Print the JSON Schema (draft 4) of all tables");
+  read->add_flag("--strict", read_options->strict,
+                 "Refuse where a value would be coerced or skipped");
+  read->add_flag("--delete", read_options->remove, "Apply the deletion tables (__CMD_DEL_...)");
+  describe->add_flag("--schema", describe_options->schema,
+                     "Print the JSON Schema (draft 4) of all tables");
 }
 
 }  // namespace qx::app

@@ -1,16 +1,12 @@
 // Geometry: what a CAD file holds, and bringing it into a model.
 
-#include <filesystem>
 #include <fmt/format.h>
-#include <memory>
 
 #include "qx_db/model/cad_keys.h"
-#include "qx_db/platform/file.h"
 #include "qx_db/qx_db.h"
 
 #include "apps/qxdb/cad_input.h"
 #include "apps/qxdb/commands.h"
-#include "host/session.h"
 
 namespace qx::app {
 namespace {
@@ -18,8 +14,7 @@ namespace {
 struct GeomOptions {
   std::string cad;
   std::string model;
-  bool add = false;
-  bool replace = false;
+  TargetOptions target;
 };
 
 Key KeyOf(ITR itr) { return KeyedSetBase::RecordAt(itr)->GetKey(); }
@@ -92,36 +87,17 @@ void ListEdges(const ICADSession& cad, const CadInstance& keys, std::string_view
   text += '\n' + table.Text();
 }
 
-/// Opens the model the geometry goes to, or a new one in millimetres.
-Outcome OpenTarget(CQXDocBase& document, const GeomOptions& options) {
-  document.New();
-  if (Outcome free = CheckOutput(options.model, {options.cad}); !free) return free;
-  std::error_code error;
-  const bool exists =
-      !options.model.empty() && std::filesystem::exists(PathFromUtf8(options.model), error);
-  if (exists && options.add) return document.Open(options.model);
-  if (exists && !options.replace) {
-    return Failure{options.model, "", "exists already",
-                   "add to it with --add or replace it with --replace"};
-  }
-  UseMillimetres(*document.GetDBSession());
-  return {};
-}
-
-void Geom(const GeomOptions& options, Context& context) {
-  CQXDocBase document(host::SetUpModel);
-  if (Outcome opened = OpenTarget(document, options); !opened) {
-    return context.Refuse(opened.Error());
-  }
-  CQXDBSession& session = *document.GetDBSession();
+Outcome Geom(const GeomOptions& options, const Context& context) {
+  Model model(options.model);
+  if (Outcome opened = OpenTarget(model, options.target); !opened) return opened;
+  CQXDBSession& session = model.session;
+  if (model.document.Path().empty()) UseMillimetres(session);
   const auto cad = OpenCad(options.cad, session);
-  if (!cad) return context.Refuse(cad.Error());
+  if (!cad) return cad.AsOutcome();
   const auto keys = AddCadGeometry(session, **cad, FileName(options.cad));
-  if (!keys) return context.Refuse(keys.Error());
+  if (!keys) return keys.AsOutcome();
   if (!options.model.empty()) {
-    if (Outcome saved = document.SaveAs(options.model); !saved) {
-      return context.Refuse(saved.Error());
-    }
+    if (Outcome saved = model.document.SaveAs(options.model); !saved) return saved;
   }
   std::string text;
   JsonText json;
@@ -132,20 +108,18 @@ void Geom(const GeomOptions& options, Context& context) {
   text += options.model.empty() ? "\nnot stored: name a model to bring the geometry into it\n"
                                 : fmt::format("\n{} -> {}\n", options.cad, options.model);
   context.Print(text, json.End());
+  return {};
 }
 
 }  // namespace
 
 void AddGeom(CLI::App& app, Context& context) {
-  CLI::App* command =
-      AddCommand(app, context, "geom", "List the geometry of a CAD file and bring it into a model",
-                 "qxdb geom joint.step joint.qxm");
-  auto options = std::make_shared<GeomOptions>();
+  const auto [command, options] = AddCommand<GeomOptions>(
+      app, context, "geom", "List the geometry of a CAD file and bring it into a model",
+      "qxdb geom joint.step joint.qxm", Geom);
   command->add_option("file", options->cad, "CAD file: STEP, IGES or BREP")->required();
   command->add_option("model", options->model, "Model file to write");
-  auto* add = command->add_flag("--add", options->add, "Add to the model if it exists");
-  command->add_flag("--replace", options->replace, "Replace the model if it exists")->excludes(add);
-  command->callback([options, &context] { Geom(*options, context); });
+  AddTarget(*command, options->target);
 }
 
 }  // namespace qx::app

@@ -3,11 +3,9 @@
 #include <ctime>
 #include <fmt/format.h>
 #include <map>
-#include <memory>
 
 #include "qx_db/qx_db.h"
 
-#include "apps/qxdb/change_counter.h"
 #include "apps/qxdb/commands.h"
 #include "apps/qxdb/selection.h"
 
@@ -81,13 +79,9 @@ void WriteStep(JsonText& json, const Step& step) {
   json.Integer("removed", counts.removed).Integer("modified", counts.modified);
 }
 
-void Log(const HistoryOptions& options, Context& context) {
-  CQXDocBase document(host::SetUpModel);
-  ModelFileReport report;
-  if (Outcome opened = document.Open(options.model, &report); !opened) {
-    return context.Refuse(opened.Error());
-  }
-  const CQXDBSession& session = *document.GetDBSession();
+Outcome Log(Model& model, const HistoryOptions& options, const Context& context) {
+  const ModelFileReport& report = model.report;
+  const CQXDBSession& session = model.session;
   const std::size_t done = session.History().Done().size();
   Table table({"", ">step", "time", ">added", ">removed", ">changed", "name"});
   JsonText json;
@@ -110,24 +104,22 @@ void Log(const HistoryOptions& options, Context& context) {
   }
   json.End().End();
   context.Print(WriterText(report) + (steps.empty() ? "no history\n" : table.Text()), json);
+  return {};
 }
 
 /// Opens for editing, moves in the history, and says where that led.
 template <class Move>
-void Go(const HistoryOptions& options, Context& context, Move&& move) {
-  CQXDocBase document(host::SetUpModel);
-  ModelFileReport report;
-  if (Outcome opened = document.OpenForEditing(options.model, {}, &report); !opened) {
-    return context.Refuse(opened.Error());
-  }
-  CQXDBSession& session = *document.GetDBSession();
+Outcome Go(const HistoryOptions& options, const Context& context, Move&& move) {
+  Model model(options.model);
+  if (Outcome opened = model.OpenForEditing(); !opened) return opened;
+  CQXDBSession& session = model.session;
   const std::string before = HashText(session.StateHash());
   // However many steps it takes, they are put on the device once.
-  StepKeeper& keeper = *document.Keeper();
+  StepKeeper& keeper = *model.document.Keeper();
   keeper.SetOptions({Durability::kInterval, std::chrono::hours(24)});
   Outcome moved = move(session);
   if (Outcome flushed = keeper.Flush(); moved && !flushed) moved = flushed;
-  if (!moved) return context.Refuse(keeper.Fault() ? moved.Error() : keeper.Fault().Error());
+  if (!moved) return keeper.Fault() ? moved : keeper.Fault();
   const auto& done = session.History().Done();
   const std::string after = HashText(session.StateHash());
   JsonText json;
@@ -138,11 +130,13 @@ void Go(const HistoryOptions& options, Context& context, Move&& move) {
   const std::string at =
       done.empty() ? "before the first step"
                    : fmt::format("at step {} \"{}\"", done.back().number, Utf8(done.back().name));
-  context.Print(WriterText(report) + fmt::format("{}: state {} -> {}\n", at, before, after), json);
+  context.Print(WriterText(model.report) + fmt::format("{}: state {} -> {}\n", at, before, after),
+                json);
+  return {};
 }
 
-void UndoOrRedo(const HistoryOptions& options, bool undo, Context& context) {
-  Go(options, context, [&](CQXDBSession& session) -> Outcome {
+Outcome UndoOrRedo(const HistoryOptions& options, bool undo, const Context& context) {
+  return Go(options, context, [&](CQXDBSession& session) -> Outcome {
     const std::size_t there =
         undo ? session.History().Done().size() : session.History().Undone().size();
     if (there < static_cast<std::size_t>(options.count)) {
@@ -154,15 +148,15 @@ void UndoOrRedo(const HistoryOptions& options, bool undo, Context& context) {
     }
     for (int i = 0; i < options.count; ++i) {
       if (!(undo ? session.Undo() : session.Redo())) {
-        return Failure{options.model, "", "the step could not be made", "see the message above"};
+        return RefusalOf(options.model);
       }
     }
     return {};
   });
 }
 
-void Checkout(const HistoryOptions& options, Context& context) {
-  Go(options, context, [&](CQXDBSession& session) -> Outcome {
+Outcome Checkout(const HistoryOptions& options, const Context& context) {
+  return Go(options, context, [&](CQXDBSession& session) -> Outcome {
     const std::vector<const Step*> steps = AllSteps(session);
     std::size_t wanted = 0;  // steps that are to be done
     while (wanted < steps.size() && options.step != 0 && steps[wanted]->number != options.step) {
@@ -177,36 +171,36 @@ void Checkout(const HistoryOptions& options, Context& context) {
     }
     while (session.History().Done().size() != wanted) {
       if (!(session.History().Done().size() > wanted ? session.Undo() : session.Redo())) {
-        return Failure{options.model, "", "the step could not be made", "see the message above"};
+        return RefusalOf(options.model);
       }
     }
     return {};
   });
 }
 
-void Compact(const HistoryOptions& options, Context& context) {
-  CQXDocBase document(host::SetUpModel);
-  ModelFileReport report;
-  if (Outcome opened = document.OpenForEditing(options.model, {}, &report); !opened) {
-    return context.Refuse(opened.Error());
+Outcome Compact(const HistoryOptions& options, const Context& context) {
+  std::uint64_t bytes_before = 0;
+  std::string writer;
+  {
+    Model model(options.model);
+    if (Outcome opened = model.OpenForEditing(); !opened) return opened;
+    StepKeeper& keeper = *model.document.Keeper();
+    Outcome saved = options.keep_history ? keeper.Save() : keeper.SaveWithoutHistory();
+    if (!saved) return saved;
+    bytes_before = model.report.file_bytes;
+    writer = WriterText(model.report);
   }
-  StepKeeper& keeper = *document.Keeper();
-  Outcome saved = options.keep_history ? keeper.Save() : keeper.SaveWithoutHistory();
-  if (!saved) return context.Refuse(saved.Error());
-  document.Release();
-  ModelFileReport now;
-  if (Outcome opened = document.Open(options.model, &now); !opened) {
-    return context.Refuse(opened.Error());
-  }
-  const auto steps = static_cast<std::int64_t>(AllSteps(*document.GetDBSession()).size());
+  Model now(options.model);
+  if (Outcome opened = now.Open(); !opened) return opened;
+  const auto steps = static_cast<std::int64_t>(AllSteps(now.session).size());
   JsonText json;
   json.Begin().Text("model", options.model).Integer("steps", steps);
-  json.Integer("bytes_before", static_cast<std::int64_t>(report.file_bytes));
-  json.Integer("bytes_after", static_cast<std::int64_t>(now.file_bytes)).End();
-  context.Print(
-      WriterText(report) + fmt::format("{} -> {}, {} steps of history\n", Bytes(report.file_bytes),
-                                       Bytes(now.file_bytes), steps),
-      json);
+  json.Integer("bytes_before", static_cast<std::int64_t>(bytes_before));
+  json.Integer("bytes_after", static_cast<std::int64_t>(now.report.file_bytes)).End();
+  context.Print(writer + fmt::format("{} -> {}, {} steps of history\n", Bytes(bytes_before),
+                                     Bytes(now.report.file_bytes), steps),
+                json);
+  return {};
 }
 
 struct Blamed {
@@ -214,16 +208,12 @@ struct Blamed {
   bool removed;
 };
 
-void Blame(const HistoryOptions& options, Context& context) {
-  CQXDocBase document(host::SetUpModel);
-  if (Outcome opened = document.Open(options.model); !opened) {
-    return context.Refuse(opened.Error());
-  }
-  CQXDBSession& session = *document.GetDBSession();
+Outcome Blame(Model& model, const HistoryOptions& options, const Context& context) {
+  CQXDBSession& session = model.session;
   const auto pool = FindPool(session, options.pool);
-  if (!pool) return context.Refuse(pool.Error());
+  if (!pool) return pool.Error();
   const auto ranges = KeyRanges::Parse(options.keys);
-  if (!ranges) return context.Refuse(ranges.Error());
+  if (!ranges) return ranges.Error();
   // The last done step to name a record, there or removed; one pass over the history for all.
   std::map<Key, Blamed> records;
   for (const ITR item : ranges->Select(**pool)) records[KeyOf(item)] = {nullptr, false};
@@ -238,7 +228,7 @@ void Blame(const HistoryOptions& options, Context& context) {
     }
   }
   if (records.empty()) {
-    return context.Refuse(NothingSelected(options.model, **pool, options.keys));
+    return NothingSelected(options.model, **pool, options.keys);
   }
   Table table({">key", ">step", "time", "name"});
   JsonText json;
@@ -260,40 +250,43 @@ void Blame(const HistoryOptions& options, Context& context) {
   }
   json.End().End();
   context.Print(table.Text(), json);
+  return {};
 }
 
 }  // namespace
 
 void AddHistory(CLI::App& app, Context& context) {
-  const auto add = [&](const char* name, const char* what, const char* example, auto&& run) {
-    CLI::App* command = AddCommand(app, context, name, what, example);
-    auto options = std::make_shared<HistoryOptions>();
-    command->add_option("model", options->model, "Model file")->required();
-    command->callback([options, run, &context] { run(*options, context); });
-    return std::pair(command, options);
+  AddModelCommand<HistoryOptions>(app, context, "log",
+                                  "List the steps that a model file keeps; * is the last one done",
+                                  "qxdb log wing.qxm", Log);
+  // Those that go back and forth in the file open it for that.
+  const auto add = [&](const char* name, const char* what, const char* example, auto work) {
+    auto added = AddCommand<HistoryOptions>(app, context, name, what, example, work);
+    added.first->add_option("model", added.second->model, "Model file")->required();
+    return added;
   };
-  add("log", "List the steps that a model file keeps; * is the last one done", "qxdb log wing.qxm",
-      Log);
   for (const bool undo : {true, false}) {
-    auto [command, options] =
+    const auto [command, options] =
         add(undo ? "undo" : "redo", undo ? "Take steps back" : "Do steps again that were undone",
             undo ? "qxdb undo wing.qxm" : "qxdb redo wing.qxm --count 2",
-            [undo](const HistoryOptions& o, Context& c) { UndoOrRedo(o, undo, c); });
+            [undo](const HistoryOptions& o, const Context& c) { return UndoOrRedo(o, undo, c); });
     command->add_option("--count", options->count, "How many steps")
-        ->check(CLI::Range(1, 1000000000));
+        ->check(CLI::Range(1, 1000000000))
+        ->capture_default_str();
   }
-  auto [checkout, checkout_options] =
+  const auto [checkout, checkout_options] =
       add("checkout", "Go to the state after a step, back or forth; 0 is before the first",
           "qxdb checkout wing.qxm --step 3", Checkout);
   checkout->add_option("--step", checkout_options->step, "Number of the step, as in qxdb log")
       ->required()
       ->check(CLI::Range(std::int64_t{0}, std::int64_t{1} << 53));
-  auto [compact, compact_options] =
+  const auto [compact, compact_options] =
       add("compact", "Write the file anew, without its history", "qxdb compact wing.qxm", Compact);
   compact->add_flag("--keep-history", compact_options->keep_history,
                     "Fold the steps in, keep the history within its limits");
-  auto [blame, blame_options] =
-      add("blame", "Say which step last changed records", "qxdb blame wing.qxm node 1-20", Blame);
+  const auto [blame, blame_options] =
+      AddModelCommand<HistoryOptions>(app, context, "blame", "Say which step last changed records",
+                                      "qxdb blame wing.qxm node 1-20", Blame);
   blame->add_option("pool", blame_options->pool, "node, elem, ...")->required();
   blame->add_option("keys", blame_options->keys, "Keys: 1-5,9,100- or all")->required();
 }

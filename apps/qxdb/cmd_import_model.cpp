@@ -1,7 +1,6 @@
 // Records that travel between models: parts of another model, pools in files of their own.
 
 #include <fmt/format.h>
-#include <memory>
 #include <tuple>
 
 #include "qx_db/bulk/record_file.h"
@@ -11,7 +10,6 @@
 #include "apps/qxdb/commands.h"
 #include "apps/qxdb/key_map_file.h"
 #include "apps/qxdb/selection.h"
-#include "host/session.h"
 
 namespace qx::app {
 namespace {
@@ -73,10 +71,10 @@ std::vector<std::string> LooseLines(const ImportReport& report, const CQXDBSessi
 }
 
 /// Says what came, saves the model unless this was a dry run.
-void Finish(CQXDocBase& document, const ImportOptionsText& asked, const ImportReport& report,
-            Context& context) {
+Outcome Finish(Model& model, const ImportOptionsText& asked, const ImportReport& report,
+               const Context& context) {
   constexpr std::size_t kShown = 20;
-  const CQXDBSession& session = *document.GetDBSession();
+  const CQXDBSession& session = model.session;
   const bool dry = asked.options.dry_run;
   Table table({"pool", ">records", ">overwritten", ">renumbered", ">joined"});
   JsonText json;
@@ -127,65 +125,59 @@ void Finish(CQXDocBase& document, const ImportOptionsText& asked, const ImportRe
     text += record + ": numbers of a kind that is not known kept the units they had\n";
   }
   json.End();
-  const Outcome stored = SaveWith(document, asked.key_map, report.KeyMapJson(session), dry);
-  if (!stored) return context.Refuse(stored.Error());
+  Outcome stored = SaveWith(model.document, asked.key_map, report.KeyMapJson(session), dry);
+  if (!stored) return stored;
   context.Print(text + (dry ? "nothing was saved: a dry run\n" : ""), json.End());
+  return {};
 }
 
-void RunImportModel(ImportOptionsText& asked, Context& context) {
-  if (Outcome free = CheckOutput(asked.key_map, {asked.from, asked.model}); !free) {
-    return context.Refuse(free.Error());
-  }
-  CQXDocBase document(host::SetUpModel);
-  if (Outcome opened = document.Open(asked.model); !opened) return context.Refuse(opened.Error());
+Outcome RunImportModel(Model& model, const ImportOptionsText& asked, const Context& context) {
+  if (Outcome free = CheckOutput(asked.key_map, {asked.from, asked.model}); !free) return free;
   auto from = ExternalModel::Open(asked.from, host::SetUpModel);
-  if (!from) return context.Refuse(from.Error());
-  asked.options.with_references = !asked.only;
+  if (!from) return from.AsOutcome();
+  ImportOptions options = asked.options;
+  options.with_references = !asked.only;
   for (const std::string& text : asked.choices) {
     auto choice = ParseChoice((*from)->Records(), asked.from, text);
-    if (!choice) {
-      Failure fault = choice.Error();
-      if (fault.file.empty()) fault.file = asked.from;
-      return context.Refuse(fault);
-    }
-    asked.options.choices.push_back(std::move(*choice));
+    if (!choice) return choice.AsOutcome();
+    options.choices.push_back(std::move(*choice));
   }
-  const auto report = ImportRecords(*document.GetDBSession(), **from, asked.options);
-  if (!report) return context.Refuse(report.Error());
-  Finish(document, asked, *report, context);
+  const auto report = ImportRecords(model.session, **from, options);
+  if (!report) return report.AsOutcome();
+  return Finish(model, asked, *report, context);
 }
 
-void RunPoolImport(const ImportOptionsText& asked, Context& context) {
-  if (Outcome free = CheckOutput(asked.key_map, {asked.from, asked.model}); !free) {
-    return context.Refuse(free.Error());
-  }
-  CQXDocBase document(host::SetUpModel);
-  if (Outcome opened = document.Open(asked.model); !opened) return context.Refuse(opened.Error());
-  const auto report = ImportRecordFile(*document.GetDBSession(), asked.from, asked.options);
-  if (!report) return context.Refuse(report.Error());
-  Finish(document, asked, *report, context);
+Outcome RunPoolImport(Model& model, const ImportOptionsText& asked, const Context& context) {
+  if (Outcome free = CheckOutput(asked.key_map, {asked.from, asked.model}); !free) return free;
+  const auto report = ImportRecordFile(model.session, asked.from, asked.options);
+  if (!report) return report.AsOutcome();
+  return Finish(model, asked, *report, context);
 }
 
-void RunPoolExport(const std::string& model, const std::string& name, const std::string& file,
-                   Context& context) {
-  if (Outcome free = CheckOutput(file, {model}); !free) return context.Refuse(free.Error());
-  CQXDocBase document(host::SetUpModel);
-  if (Outcome opened = document.Open(model); !opened) return context.Refuse(opened.Error());
-  const auto pool = FindPool(*document.GetDBSession(), name);
-  if (!pool) return context.Refuse(pool.Error());
+struct PoolOptions {
+  std::string model, pool, file;
+};
+
+Outcome RunPoolExport(Model& model, const PoolOptions& options, const Context& context) {
+  const std::string& file = options.file;
+  if (Outcome free = CheckOutput(file, {model.path}); !free) return free;
+  const auto pool = FindPool(model.session, options.pool);
+  if (!pool) return pool.Error();
   CQXBulkHandler handler(file);
   Outcome outcome;
-  if (!qxSaveDPool(handler, **pool, &outcome)) return context.Refuse(outcome.Error());
+  if (!qxSaveDPool(handler, **pool, &outcome)) return outcome;
   const BulkHeader& header = handler.Header();
   JsonText json;
   json.Begin().Text("file", file).Text("record", header.record).Integer("records", header.records);
   context.Print(fmt::format("{}: {} records of {}\n", file, Grouped(header.records), header.record),
                 json.End());
+  return {};
 }
 
-void RunPoolInfo(const std::string& file, Context& context) {
+Outcome RunPoolInfo(const PoolOptions& options, const Context& context) {
+  const std::string& file = options.file;
   CQXBulkHandler handler(file);
-  if (Outcome opened = handler.Open(); !opened) return context.Refuse(opened.Error());
+  if (Outcome opened = handler.Open(); !opened) return opened;
   const BulkHeader& header = handler.Header();
   const std::string length(
       UnitsOf(UnitBase::kLength)[static_cast<std::size_t>(header.units[UnitBase::kLength])].name);
@@ -197,6 +189,7 @@ void RunPoolInfo(const std::string& file, Context& context) {
       fmt::format("{}: {} records of {} (pool {}), {}, lengths in {}\n", file,
                   Grouped(header.records), header.record, header.pool, Bytes(header.bytes), length),
       json.End());
+  return {};
 }
 
 /// The options that every import takes.
@@ -211,10 +204,14 @@ void AddImportOptions(CLI::App& command, ImportOptionsText& asked) {
 }  // namespace
 
 void AddImportModel(CLI::App& app, Context& context) {
-  CLI::App* command =
-      AddCommand(app, context, "import-model", "Bring records of another model into a model",
-                 "qxdb import-model wheel.qxm car.qxm --pool elem:1-500");
-  auto asked = std::make_shared<ImportOptionsText>();
+  const auto run = [](const ImportOptionsText& asked, const Context& to) {
+    Model model(asked.model);
+    if (Outcome opened = model.Open(); !opened) return opened;
+    return RunImportModel(model, asked, to);
+  };
+  const auto [command, asked] = AddCommand<ImportOptionsText>(
+      app, context, "import-model", "Bring records of another model into a model",
+      "qxdb import-model wheel.qxm car.qxm --pool elem:1-500", run);
   command->add_option("from", asked->from, "Model file to take from")->required();
   command->add_option("into", asked->model, "Model file to bring into")->required();
   command->add_option("--pool", asked->choices,
@@ -224,42 +221,29 @@ void AddImportModel(CLI::App& app, Context& context) {
   command->add_flag("--link-existing", asked->options.link_existing,
                     "Lead references to what stays behind to the model's records of the same key");
   AddImportOptions(*command, *asked);
-  command->callback([asked, &context] { RunImportModel(*asked, context); });
 }
 
 void AddPool(CLI::App& app, Context& context) {
   CLI::App* command = AddCommand(app, context, "pool", "Single pools in files of their own",
                                  "qxdb pool export car.qxm viewpoint views.qxr");
   command->require_subcommand(1);
-  {
-    CLI::App* sub = AddCommand(*command, context, "export", "Write a pool to a record file",
-                               "qxdb pool export car.qxm viewpoint views.qxr");
-    struct Names {
-      std::string model, pool, file;
-    };
-    auto names = std::make_shared<Names>();
-    sub->add_option("model", names->model, "Model file")->required();
-    sub->add_option("pool", names->pool, "Pool, e.g. viewpoint")->required();
-    sub->add_option("file", names->file, "Record file to write")->required();
-    sub->callback(
-        [names, &context] { RunPoolExport(names->model, names->pool, names->file, context); });
-  }
-  {
-    CLI::App* sub = AddCommand(*command, context, "import", "Bring a record file into a model",
-                               "qxdb pool import car.qxm views.qxr");
-    auto asked = std::make_shared<ImportOptionsText>();
-    sub->add_option("model", asked->model, "Model file")->required();
-    sub->add_option("file", asked->from, "Record file")->required();
-    AddImportOptions(*sub, *asked);
-    sub->callback([asked, &context] { RunPoolImport(*asked, context); });
-  }
-  {
-    CLI::App* sub = AddCommand(*command, context, "info", "Say what a record file holds",
-                               "qxdb pool info views.qxr");
-    auto file = std::make_shared<std::string>();
-    sub->add_option("file", *file, "Record file")->required();
-    sub->callback([file, &context] { RunPoolInfo(*file, context); });
-  }
+
+  const auto [exported, names] =
+      AddModelCommand<PoolOptions>(*command, context, "export", "Write a pool to a record file",
+                                   "qxdb pool export car.qxm viewpoint views.qxr", RunPoolExport);
+  exported->add_option("pool", names->pool, "Pool, e.g. viewpoint")->required();
+  exported->add_option("file", names->file, "Record file to write")->required();
+
+  const auto [imported, asked] = AddModelCommand<ImportOptionsText>(
+      *command, context, "import", "Bring a record file into a model",
+      "qxdb pool import car.qxm views.qxr", RunPoolImport);
+  imported->add_option("file", asked->from, "Record file")->required();
+  AddImportOptions(*imported, *asked);
+
+  const auto [info, looked_at] =
+      AddCommand<PoolOptions>(*command, context, "info", "Say what a record file holds",
+                              "qxdb pool info views.qxr", RunPoolInfo);
+  info->add_option("file", looked_at->file, "Record file")->required();
 }
 
 }  // namespace qx::app

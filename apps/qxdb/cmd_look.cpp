@@ -5,10 +5,10 @@
 #include <fmt/format.h>
 #include <limits>
 #include <map>
-#include <memory>
 
 #include "qx_db/platform/text.h"
 #include "qx_db/qx_db.h"
+#include "qx_db/record/describe.h"
 #include "qx_db/record/element_types.h"
 
 #include "apps/qxdb/commands.h"
@@ -16,6 +16,12 @@
 
 namespace qx::app {
 namespace {
+
+struct LookOptions {
+  std::string model;
+  std::string pool;
+  std::string keys = "all";
+};
 
 // ---- info ---------------------------------------------------------------------------------------
 
@@ -97,17 +103,15 @@ void InfoSets(const CQXDBSession& session, std::string& text, JsonText& json) {
              text, json);
 }
 
-void Info(const std::string& model, Context& context) {
-  CQXDocBase document(host::SetUpModel);
-  ModelFileReport report;
-  if (Outcome opened = document.Open(model, &report); !opened) {
-    return context.Refuse(opened.Error());
-  }
-  const CQXDBSession& session = *document.GetDBSession();
-  std::string text = fmt::format("{}: {}, saved {} time{}\n", model, Bytes(report.file_bytes),
+Outcome Info(Model& model, const LookOptions&, const Context& context) {
+  const ModelFileReport& report = model.report;
+  const CQXDBSession& session = model.session;
+  std::string text = fmt::format("{}: {}, saved {} time{}\n", model.path, Bytes(report.file_bytes),
                                  report.revision, report.revision == 1 ? "" : "s");
   JsonText json;
-  json.Begin().Text("model", model).Integer("bytes", static_cast<std::int64_t>(report.file_bytes));
+  json.Begin()
+      .Text("model", model.path)
+      .Integer("bytes", static_cast<std::int64_t>(report.file_bytes));
   json.Integer("revision", report.revision);
   InfoMesh(session, text, json);
   InfoSets(session, text, json);
@@ -123,37 +127,49 @@ void Info(const std::string& model, Context& context) {
   const std::string hash = HashText(session.StateHash());
   text += "\nstate      " + hash + "\n";
   context.Print(text, json.Text("state", hash).End());
+  return {};
 }
 
 // ---- show ---------------------------------------------------------------------------------------
 
-struct ShowOptions {
-  std::string model;
-  std::string pool;
-  std::string keys = "all";
-};
+/// Records that have no form of their own in the gateway, as the members that their schema names.
+Outcome ShowMembers(DPoolBase& pool, const TArray<Key>& keys, const Context& context) {
+  const std::string label = PoolLabel(pool);
+  std::string text = fmt::format("{} has no gateway table; its records by their members:\n", label);
+  JsonText json;
+  json.Begin().Begin(label);
+  for (const Key key : keys) {
+    const TStructBase& record = *KeyedSetBase::RecordAt(pool.Find(key));
+    Table table({"member", "value"});
+    json.Begin(std::to_string(key));
+    for (const Row& row : pool.GetSchema().Rows()) {
+      const std::string value = MemberValueText(row, record);
+      table.Row({Utf8(row.name), value});
+      json.Text(Utf8(row.name), value);
+    }
+    json.End();
+    text += fmt::format("\n{} {}\n{}", label, key, table.Text());
+  }
+  context.Print(keys.IsEmpty() ? label + " holds no records\n" : text, json.End().End());
+  return {};
+}
 
-void Show(const ShowOptions& options, Context& context) {
-  CQXDocBase document(host::SetUpModel);
-  if (Outcome opened = document.Open(options.model); !opened) {
-    return context.Refuse(opened.Error());
-  }
-  const auto pool = FindPool(*document.GetDBSession(), options.pool);
-  if (!pool) return context.Refuse(pool.Error());
-  const auto ranges = KeyRanges::Parse(options.keys);
-  if (!ranges) return context.Refuse(ranges.Error());
+Outcome Show(Model& model, const LookOptions& options, const Context& context) {
+  const auto pool = FindPool(model.session, options.pool);
+  if (!pool) return pool.Error();
   TArray<Key> keys;
-  for (const ITR item : ranges->Select(**pool)) {
-    keys.Add(KeyedSetBase::RecordAt(item)->GetKey());
+  if ((*pool)->GetSize() > 0 || options.keys != "all") {
+    const auto items = PickItems(model, **pool, options.keys);
+    if (!items) return items.Error();
+    for (const ITR item : *items) keys.Add(KeyOf(item));
   }
-  if (keys.IsEmpty() && options.keys != "all") {
-    return context.Refuse(NothingSelected(options.model, **pool, options.keys));
-  }
+  if ((*pool)->GetSchema().Gateway().empty()) return ShowMembers(**pool, keys, context);
   dbgateway::DataBase out;
   (*pool)->WriteAPI(&out, keys, 0);
   JsonText json;
   json.Raw({}, out.ToText());
   context.Print(out.ToText(true), json);
+  return {};
 }
 
 // ---- verify -------------------------------------------------------------------------------------
@@ -179,17 +195,19 @@ std::vector<std::string> FindProblems(const CQXDBSession& session, const ModelFi
       problems.push_back(fmt::format("element {}: has a node that is not there", element.key));
     }
   }
+  auto& nodes = *session.GetPool<DPoolNode>(code::kNode);
+  for (ITR pos = nodes.GetHeadPosition(); pos;) {
+    const tagTNode& node = nodes.GetNextNU(pos);
+    if (IsFinite(Vector3(node.position))) continue;
+    problems.push_back(fmt::format("node {}: a coordinate is not a finite number", node.key));
+  }
   if (const std::string fault = session.Validate(); !fault.empty()) problems.push_back(fault);
   return problems;
 }
 
-void Verify(const std::string& model, Context& context) {
-  CQXDocBase document(host::SetUpModel);
-  ModelFileReport report;
-  if (Outcome opened = document.Open(model, &report); !opened) {
-    return context.Refuse(opened.Error());
-  }
-  const auto problems = FindProblems(*document.GetDBSession(), report);
+Outcome Verify(Model& model, const LookOptions&, Context& context) {
+  const ModelFileReport& report = model.report;
+  const auto problems = FindProblems(model.session, report);
   std::int64_t records = 0;
   std::size_t pools = 0;
   for (const auto& pool : report.pools) {
@@ -197,11 +215,11 @@ void Verify(const std::string& model, Context& context) {
     pools += pool.records > 0;
   }
   constexpr std::size_t kMostShown = 20;
-  std::string text =
-      fmt::format("{}: {} bytes and {} records in {} pools read, every checksum right\n", model,
-                  Grouped(static_cast<std::int64_t>(report.file_bytes)), Grouped(records), pools);
+  std::string text = fmt::format(
+      "{}: {} bytes and {} records in {} pools read, every checksum right\n", model.path,
+      Grouped(static_cast<std::int64_t>(report.file_bytes)), Grouped(records), pools);
   JsonText json;
-  json.Begin().Text("model", model).Integer("records", records).BeginArray("problems");
+  json.Begin().Text("model", model.path).Integer("records", records).BeginArray("problems");
   for (std::size_t i = 0; i < problems.size(); ++i) {
     if (i < kMostShown) text += problems[i] + '\n';
     json.Text({}, problems[i]);
@@ -210,36 +228,29 @@ void Verify(const std::string& model, Context& context) {
     text += fmt::format("... and {} more\n", problems.size() - kMostShown);
   }
   text += problems.empty() ? "no problems found" : fmt::format("{} problems", problems.size());
-  context.exit_code = problems.empty() ? 0 : 1;
+  context.exit_code = problems.empty() ? kDone : kNo;
   context.Print(text, json.End().End());
+  return {};
 }
 
 }  // namespace
 
 void AddInfo(CLI::App& app, Context& context) {
-  CLI::App* command =
-      AddCommand(app, context, "info", "Summarise a model", "qxdb info bracket.qxm");
-  auto model = std::make_shared<std::string>();
-  command->add_option("model", *model, "Model file")->required();
-  command->callback([model, &context] { Info(*model, context); });
+  AddModelCommand<LookOptions>(app, context, "info", "Summarise a model", "qxdb info bracket.qxm",
+                               Info);
 }
 
 void AddShow(CLI::App& app, Context& context) {
-  CLI::App* command = AddCommand(app, context, "show", "Print records by pool and key",
-                                 "qxdb show bracket.qxm node 1-5,9");
-  auto options = std::make_shared<ShowOptions>();
-  command->add_option("model", options->model, "Model file")->required();
+  const auto [command, options] =
+      AddModelCommand<LookOptions>(app, context, "show", "Print records by pool and key",
+                                   "qxdb show bracket.qxm node 1-5,9", Show);
   command->add_option("pool", options->pool, "Pool, e.g. node or elem")->required();
   command->add_option("keys", options->keys, "Keys: 1-5,9,100- or all")->capture_default_str();
-  command->callback([options, &context] { Show(*options, context); });
 }
 
 void AddVerify(CLI::App& app, Context& context) {
-  CLI::App* command = AddCommand(app, context, "verify", "Check a model file and its references",
-                                 "qxdb verify bracket.qxm");
-  auto model = std::make_shared<std::string>();
-  command->add_option("model", *model, "Model file")->required();
-  command->callback([model, &context] { Verify(*model, context); });
+  AddModelCommand<LookOptions>(app, context, "verify", "Check a model file and its references",
+                               "qxdb verify bracket.qxm", Verify);
 }
 
 }  // namespace qx::app

@@ -7,11 +7,11 @@
 #include <map>
 #include <memory>
 
+#include "qx_db/material/gdb_file.h"
 #include "qx_db/material/material_file.h"
 #include "qx_db/qx_db.h"
 
 #include "apps/qxdb/commands.h"
-#include "host/session.h"
 
 namespace qx::app {
 namespace {
@@ -139,9 +139,9 @@ JsonText LibraryJson(const Opened& opened, const MaterialOptions& options,
 
 // ---- list and show ------------------------------------------------------------------------------
 
-void List(const MaterialOptions& options, Context& context) {
+Outcome List(const MaterialOptions& options, const Context& context) {
   const Result<Opened> opened = OpenLibrary(options);
-  if (!opened) return context.Refuse(opened.Error());
+  if (!opened) return opened.Error();
   const MaterialTable table = Shown(*opened, options);
   const bool grouped = std::any_of(table.materials.begin(), table.materials.end(),
                                    [](const Material& m) { return !m.category.IsEmpty(); });
@@ -164,11 +164,14 @@ void List(const MaterialOptions& options, Context& context) {
     for (const std::size_t at : columns) cells.push_back(Short(material.values[at]));
     text.Row(std::move(cells));
   }
+  const bool is_odd = all.empty() && !options.lint;
   context.Print(
-      fmt::format("{}{}{} material{}, {}\n", text.IsEmpty() ? "" : text.Text(),
+      fmt::format("{}{}{} material{}, {}{}\n", text.IsEmpty() ? "" : text.Text(),
                   NotesText(*opened, options), Grouped(static_cast<std::int64_t>(all.size())),
-                  all.size() == 1 ? "" : "s", InfoOf(opened->form).what),
+                  all.size() == 1 ? "" : "s", InfoOf(opened->form).what,
+                  is_odd ? "; --lint names what was left out" : ""),
       LibraryJson(*opened, options, table, all));
+  return {};
 }
 
 /// The materials of a name; those whose case fits when there are such.
@@ -189,12 +192,12 @@ Failure NoSuchMaterial(const MaterialOptions& options, const std::string& name) 
           "see qxdb material list " + options.file};
 }
 
-void Show(const MaterialOptions& options, Context& context) {
+Outcome Show(const MaterialOptions& options, const Context& context) {
   const Result<Opened> opened = OpenLibrary(options);
-  if (!opened) return context.Refuse(opened.Error());
+  if (!opened) return opened.Error();
   const MaterialTable table = Shown(*opened, options);
   const auto found = Named(table, options.names[0]);
-  if (found.empty()) return context.Refuse(NoSuchMaterial(options, options.names[0]));
+  if (found.empty()) return NoSuchMaterial(options, options.names[0]);
   std::string text;
   for (const Material* material : found) {
     const std::string category = material->category.ToUtf8();
@@ -208,23 +211,45 @@ void Show(const MaterialOptions& options, Context& context) {
     text += values.Text();
   }
   context.Print(text + NotesText(*opened, options), LibraryJson(*opened, options, table, found));
+  return {};
 }
 
 // ---- convert ------------------------------------------------------------------------------------
 
-void Convert(const MaterialOptions& options, Context& context) {
+/// Fails for units that the form would not be written in.
+Outcome CheckUnits(const MaterialOptions& options, MaterialForm form) {
+  if (options.units.empty() || form == MaterialForm::kGdb) return {};
+  if (form != MaterialForm::kGdbp) {
+    return Failure{"", "--units",
+                   fmt::format("a {} is always in the same units", InfoOf(form).what),
+                   "leave it out, or write a .gdbp file"};
+  }
+  const UnitSystem fixed = SystemOfFile({});
+  const auto asked = SystemNamed(options.units, fixed);
+  if (!asked) return asked.AsOutcome();
+  for (const UnitBase base : {UnitBase::kMass, UnitBase::kTime}) {
+    if ((*asked)[base] == fixed[base]) continue;
+    return Failure{"", "--units", fmt::format("a {} is always in kg and sec", InfoOf(form).what),
+                   "leave the unit of mass and time out"};
+  }
+  return {};
+}
+
+Outcome Convert(const MaterialOptions& options, const Context& context) {
   const Result<Opened> opened = OpenLibrary(options);
-  if (!opened) return context.Refuse(opened.Error());
+  if (!opened) return opened.Error();
   const auto form =
       options.target_form.empty() ? FormOfName(options.target) : FormNamed(options.target_form);
-  if (!form) return context.Refuse(form.Error());
+  if (!form) return form.Error();
+  if (Outcome taken = CheckUnits(options, *form); !taken) return taken;
+  if (Outcome free = CheckOutput(options.target, {options.file}); !free) return free;
   const auto page = options.target_code_page.empty() ? PageOf(options.code_page)
                                                      : PageOf(options.target_code_page);
-  if (!page) return context.Refuse(page.Error());
+  if (!page) return page.Error();
   std::vector<std::string> lost;
   const Outcome written =
       WriteMaterials(opened->table, options.target, *form, *page, opened->units, &lost);
-  if (!written) return context.Refuse(written.Error());
+  if (!written) return written.Error();
   const auto count = static_cast<std::int64_t>(opened->table.materials.size());
   std::string text =
       fmt::format("{}: {} materials as {}\n", options.target, Grouped(count), InfoOf(*form).what);
@@ -238,6 +263,7 @@ void Convert(const MaterialOptions& options, Context& context) {
   json.End();
   WriteNotes(*opened, options, json);
   context.Print(text + NotesText(*opened, options), json.End());
+  return {};
 }
 
 // ---- import -------------------------------------------------------------------------------------
@@ -393,32 +419,31 @@ Result<Key> Put(DPoolMatl& pool, KnownMaterials& known, const MaterialTable& tab
   return record.key;
 }
 
-void ImportMaterials(const MaterialOptions& options, Context& context) {
+Outcome ImportMaterials(const MaterialOptions& options, const Context& context) {
   const Result<Opened> opened = OpenLibrary(options);
-  if (!opened) return context.Refuse(opened.Error());
-  CQXDocBase document(host::SetUpModel);
-  if (Outcome open = document.Open(options.model); !open) return context.Refuse(open.Error());
-  CQXDBSession& session = *document.GetDBSession();
-  const MaterialTable table = InUnits(opened->table, session.Units().Model());
+  if (!opened) return opened.AsOutcome();
+  Model model(options.model);
+  if (Outcome open = model.Open(); !open) return open;
+  const MaterialTable table = InUnits(opened->table, model.session.Units().Model());
   const auto chosen = Chosen(table, options);
-  if (!chosen) return context.Refuse(chosen.Error());
-  auto& pool = *session.GetPool<DPoolMatl>(code::kMatl);
-  KnownMaterials known(pool);
-  CTransaction transaction(&session);
-  transaction.Begin(u"Import materials");
+  if (!chosen) return chosen.AsOutcome();
+  auto& pool = *model.session.GetPool<DPoolMatl>(code::kMatl);
   Table text({">key", "material"});
   JsonText json;
   json.Begin().Text("model", options.model).BeginArray("materials");
-  for (const Material* material : *chosen) {
-    const Result<Key> key = Put(pool, known, table, *material, options, KindOf(opened->form));
-    if (!key) return context.Refuse(key.Error());
-    text.Row({std::to_string(*key), material->name.ToUtf8()});
-    json.Begin().Integer("key", *key).Text("name", material->name.ToUtf8()).End();
-  }
-  if (!transaction.Commit()) {
-    return context.Refuse({options.model, "", "the import was refused", "see the message above"});
-  }
-  if (Outcome saved = document.Save(); !saved) return context.Refuse(saved.Error());
+  Edit edit(model);
+  Outcome done = edit.Do(u"Import materials", [&]() -> Outcome {
+    KnownMaterials known(pool);
+    for (const Material* material : *chosen) {
+      const Result<Key> key = Put(pool, known, table, *material, options, KindOf(opened->form));
+      if (!key) return key.AsOutcome();
+      text.Row({std::to_string(*key), material->name.ToUtf8()});
+      json.Begin().Integer("key", *key).Text("name", material->name.ToUtf8()).End();
+    }
+    return {};
+  });
+  if (done) done = edit.Save();
+  if (!done) return done;
   std::string result = text.IsEmpty() ? "no materials\n" : text.Text();
   json.End().BeginArray("lost");
   for (const std::string& property : Homeless(table, *chosen)) {
@@ -428,9 +453,10 @@ void ImportMaterials(const MaterialOptions& options, Context& context) {
   json.End();
   WriteNotes(*opened, options, json);
   context.Print(result + NotesText(*opened, options), json.End());
+  return {};
 }
 
-using Job = void (*)(const MaterialOptions&, Context&);
+using Job = Outcome (*)(const MaterialOptions&, const Context&);
 
 }  // namespace
 
@@ -440,8 +466,8 @@ void AddMaterial(CLI::App& app, Context& context) {
                  "qxdb material list examples/materials/common.gdbp --units m,kN");
   command->require_subcommand(1);
   const auto add = [&](const char* name, const char* what, const char* example, Job job) {
-    CLI::App* sub = AddCommand(*command, context, name, what, example);
-    auto options = std::make_shared<MaterialOptions>();
+    auto added = AddCommand<MaterialOptions>(*command, context, name, what, example, job);
+    const auto& [sub, options] = added;
     sub->add_option("file", options->file, "Library file")->required();
     sub->add_option("--form", options->form,
                     "Its form (text, binary, fluid, particle, gdb, gdbp); else as it looks");
@@ -449,17 +475,17 @@ void AddMaterial(CLI::App& app, Context& context) {
                     "Of a text without a mark: 1252, UTF-8, ...; else that of the locale");
     sub->add_flag("--lint", options->lint,
                   "Name each line that is left out or read otherwise than it looks");
-    sub->callback([options, job, &context] { job(*options, context); });
-    return std::pair(sub, options);
+    return added;
   };
-  auto [list, list_options] = add("list", "List the materials of a library",
-                                  "qxdb material list steel.gdbp --units m,kN --lint", List);
-  auto [show, show_options] = add("show", "Print all properties of a material",
-                                  "qxdb material show steel.gdbp S235 --units in,lbf,F", Show);
-  auto [convert, convert_options] =
+  const auto [list, list_options] = add("list", "List the materials of a library",
+                                        "qxdb material list steel.gdbp --units m,kN --lint", List);
+  const auto [show, show_options] =
+      add("show", "Print all properties of a material",
+          "qxdb material show steel.gdbp S235 --units in,lbf,F", Show);
+  const auto [convert, convert_options] =
       add("convert", "Write a library in another form",
           "qxdb material convert steel.txt steel.gdbp --units mm,N", Convert);
-  auto [import, import_options] =
+  const auto [import, import_options] =
       add("import", "Take materials into a model, as one undoable step",
           "qxdb material import steel.gdbp bracket.qxm S235 S355", ImportMaterials);
   const char* units = "Units by name, such as mm,N,J,C; the others as the file has them";
@@ -471,16 +497,16 @@ void AddMaterial(CLI::App& app, Context& context) {
                       "Its form; else by its extension: .txt .bin .cfd .cfdbin .gdbp");
   convert->add_option("--to-code-page", convert_options->target_code_page,
                       "Code page of what is written; else that of --code-page");
-  convert->add_option("--units", convert_options->units, std::string(units) + " (.gdbp only)");
+  convert->add_option("--units", convert_options->units,
+                      "The same, for a .gdbp file; other forms have units of their own");
   import->add_option("model", import_options->model, "Model file")->required();
   auto* names = import->add_option("names", import_options->names, "Names of materials");
   auto* all = import->add_flag("--all", import_options->all, "All materials of the library");
   all->excludes(names);
-  import->add_flag("--replace", import_options->replace, "Overwrite materials of the same name");
-  import->callback([names, all, options = import_options, &context] {
+  import->parse_complete_callback([names, all] {
     if (names->empty() && all->empty()) throw CLI::RequiredError("names or --all");
-  ImportMaterials(*options, context);
 });
+import->add_flag("--replace", import_options->replace, "Overwrite materials of the same name");
 }  // namespace qx::app
 
 }  // namespace qx::app

@@ -2,13 +2,11 @@
 
 #include <cmath>
 #include <fmt/format.h>
-#include <memory>
 
 #include "qx_db/lib/message.h"
 #include "qx_db/model/element_axes.h"
 #include "qx_db/qx_db.h"
 
-#include "apps/qxdb/change_counter.h"
 #include "apps/qxdb/commands.h"
 #include "apps/qxdb/selection.h"
 
@@ -59,14 +57,14 @@ Outcome Read(const OrientOptions& options, const CQXDBSession& session, tagTEcrd
     record.reference_vector = {options.vector[0], options.vector[1], options.vector[2]};
     const Vector3 vector(record.reference_vector);
     if (!IsFinite(vector) || Length(vector) == 0) {
-      return Failure{options.model, Describe(record), "is no direction",
+      return Failure{"", Describe(record), "is no direction",
                      "give three numbers that are not all zero"};
     }
   } else if (*options.by_beta) {
     record.method = tagTEcrd::kByBetaAngle;
     record.beta_angle_deg = options.beta_deg;
     if (!std::isfinite(options.beta_deg)) {
-      return Failure{options.model, Describe(record), "is no angle", "give a number of degrees"};
+      return Failure{"", Describe(record), "is no angle", "give a number of degrees"};
     }
   } else {
     const auto& systems = Pool<tagTCord>(session);
@@ -115,20 +113,18 @@ Outcome Orient(const OrientOptions& options, DPoolElem& elements, ITR item, tagT
   return {};
 }
 
-void Repair(const OrientOptions& options, CQXDocBase& document, Context& context) {
-  ChangeCounter counter;
-  document.GetDBSession()->AddListener(&counter);
-  if (!document.Activate()) return context.Refuse(RefusalOf(options.model));
-  if (!counter.IsEmpty()) {
-    if (Outcome saved = document.Save(); !saved) return context.Refuse(saved.Error());
-  }
+Outcome Repair(Model& model, const Context& context) {
+  Edit edit(model);
+  if (!model.document.Activate()) return RefusalOf(model.path);
+  if (Outcome saved = edit.Save(); !saved) return saved;
   JsonText json;
-  json.Begin().Text("model", options.model).Bool("saved", !counter.IsEmpty());
-  counter.Write(json);
-  context.Print(counter.Text() + (counter.IsEmpty() ? "" : "saved"), json.End());
+  json.Begin().Text("model", model.path).Bool("saved", edit.IsSaved());
+  edit.Changes().Write(json);
+  context.Print(edit.Changes().Text() + (edit.IsSaved() ? "saved" : ""), json.End());
+  return {};
 }
 
-void Show(const CQXDBSession& session, const TArray<ITR>& items, Context& context) {
+Outcome Show(const CQXDBSession& session, const TArray<ITR>& items, const Context& context) {
   auto& elements = Pool<tagTElem>(session);
   Table table({">elem", "type", "orientation"});
   JsonText json;
@@ -145,60 +141,48 @@ void Show(const CQXDBSession& session, const TArray<ITR>& items, Context& contex
   }
   context.Print(table.IsEmpty() ? "no line elements among these\n" : table.Text(),
                 json.End().End());
+  return {};
 }
 
-void Run(const OrientOptions& options, Context& context) {
-  CQXDocBase document(host::SetUpModel);
-  if (Outcome opened = document.Open(options.model); !opened) {
-    return context.Refuse(opened.Error());
-  }
-  CQXDBSession& session = *document.GetDBSession();
-  if (options.repair) return Repair(options, document, context);
-  auto& elements = Pool<tagTElem>(session);
-  const auto ranges = KeyRanges::Parse(options.keys);
-  if (!ranges) return context.Refuse(ranges.Error());
-  const TArray<ITR> items = ranges->Select(elements);
-  if (items.IsEmpty()) {
-    return context.Refuse(NothingSelected(options.model, elements, options.keys));
-  }
+Outcome Run(Model& model, const OrientOptions& options, const Context& context) {
+  if (options.repair) return Repair(model, context);
+  auto& elements = Pool<tagTElem>(model.session);
+  const auto items = PickItems(model, elements, options.keys);
+  if (!items) return items.Error();
   if (!*options.by_node && !*options.by_vector && !*options.by_beta && !*options.by_system) {
-    return Show(session, items, context);
+    return Show(model.session, *items, context);
   }
   tagTEcrd record;
-  if (Outcome read = Read(options, session, record); !read) return context.Refuse(read.Error());
-
-  CTransaction transaction(&session);
-  transaction.Begin(qxLoadText("IDS_QX_TRANS_ORIENT").c_str());
+  if (Outcome read = Read(options, model.session, record); !read) return read;
+  Edit edit(model);
   std::int64_t oriented = 0;
-  for (const ITR item : items) {
-    if (!element_rule::CarriesOrientation(elements.GetAtNU(item).type)) continue;
-    if (Outcome done = Orient(options, elements, item, record); !done) {
-      return context.Refuse(done.Error());
+  Outcome done = edit.Do(qxLoadText("IDS_QX_TRANS_ORIENT").c_str(), [&]() -> Outcome {
+    for (const ITR item : *items) {
+      if (!element_rule::CarriesOrientation(elements.GetAtNU(item).type)) continue;
+      if (Outcome turned = Orient(options, elements, item, record); !turned) return turned;
+      ++oriented;
     }
-    ++oriented;
-  }
-  if (oriented == 0) {
-    return context.Refuse({options.model, "elem " + options.keys, "has no line element",
-                           "name elements of a type that carries an orientation"});
-  }
-  if (!transaction.Commit()) return context.Refuse(RefusalOf(options.model));
-  if (Outcome saved = document.Save(); !saved) return context.Refuse(saved.Error());
+    if (oriented > 0) return {};
+    return Failure{options.model, "elem " + options.keys, "has no line element",
+                   "name elements of a type that carries an orientation"};
+  });
+  if (done) done = edit.Save();
+  if (!done) return done;
   JsonText json;
   json.Begin().Text("model", options.model).Integer("oriented", oriented);
   json.Text("orientation", Describe(record));
   context.Print(fmt::format("{} element{} oriented by {}\n", Grouped(oriented),
                             oriented == 1 ? "" : "s", Describe(record)),
                 json.End());
+  return {};
 }
 
 }  // namespace
 
 void AddOrient(CLI::App& app, Context& context) {
-  CLI::App* command =
-      AddCommand(app, context, "orient", "Show or set the orientation of line elements",
-                 "qxdb orient frame.qxm 1-40 --vector 0 1 0");
-  auto options = std::make_shared<OrientOptions>();
-  command->add_option("model", options->model, "Model file")->required();
+  const auto [command, options] = AddModelCommand<OrientOptions>(
+      app, context, "orient", "Show or set the orientation of line elements",
+      "qxdb orient frame.qxm 1-40 --vector 0 1 0", Run);
   command->add_option("keys", options->keys, "Keys: 1-5,9,100- or all");
   CLI::Option_group* how = command->add_option_group("how", "One of these; none shows what is set");
   options->by_node = how->add_option("--node", options->node, "Reference node, by key");
@@ -209,10 +193,9 @@ void AddOrient(CLI::App& app, Context& context) {
   how->add_flag("--repair", options->repair,
                 "For all elements: make the records that are missing, remove those of no element");
   how->require_option(0, 1);
-  command->callback([options, &context] {
+  command->parse_complete_callback([options = options] {
     if (options->keys.empty() && !options->repair) throw CLI::RequiredError("keys");
     if (!options->keys.empty() && options->repair) throw CLI::ExcludesError("keys", "--repair");
-    Run(*options, context);
   });
 }
 

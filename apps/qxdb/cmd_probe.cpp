@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <fmt/format.h>
-#include <memory>
 
 #include "qx_db/net/web_address.h"
 #include "qx_db/net/web_util.h"
@@ -30,7 +29,7 @@ std::string LimitFault(const std::string& text) {
 }
 
 /// No answer is an answer too: it goes where a result goes.
-void Probe(const Arguments& arguments, Context& context) {
+Outcome Probe(const Arguments& arguments, Context& context) {
   ProbeOptions options = arguments.options;
   options.answer_limit = std::chrono::milliseconds(static_cast<int>(arguments.limit_s * 1000));
   options.connect_limit = std::min(options.connect_limit, options.answer_limit);
@@ -52,16 +51,16 @@ void Probe(const Arguments& arguments, Context& context) {
     json.Text("reason", status.Error().Line());
   }
   context.Print(text + "\n", json.End());
-  if (!connected) context.exit_code = 1;
+  if (!connected) context.exit_code = kNo;
+  return {};
 }
 
 }  // namespace
 
 void AddProbe(CLI::App& app, Context& context) {
-  auto arguments = std::make_shared<Arguments>();
-  CLI::App* command =
-      AddCommand(app, context, "probe", "Tell whether a web address answers with status 200",
-                 "qxdb probe https://updates.example.com/");
+  const auto [command, arguments] = AddCommand<Arguments>(
+      app, context, "probe", "Tell whether a web address answers with status 200",
+      "qxdb probe https://updates.example.com/", Probe);
   command->add_option("address", arguments->address, "http or https address")->required();
   command->add_option("--limit", arguments->limit_s, "Seconds to wait for an answer")
       ->check(CLI::Validator(LimitFault, "in [0.001 - 3600]"))
@@ -69,7 +68,6 @@ void AddProbe(CLI::App& app, Context& context) {
   command->add_option("--ca", arguments->options.authorities_file,
                       "PEM file of the authorities to trust instead of the platform's");
   command->add_option("--crl", arguments->options.revoked_file, "PEM file of revoked certificates");
-  command->callback([arguments, &context] { Probe(*arguments, context); });
 }
 
 }  // namespace qx::app

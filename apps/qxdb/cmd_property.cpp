@@ -4,12 +4,10 @@
 #include <cmath>
 #include <fmt/format.h>
 #include <map>
-#include <memory>
 
 #include "qx_db/qx_db.h"
 
 #include "apps/qxdb/commands.h"
-#include "apps/qxdb/selection.h"
 
 namespace qx::app {
 namespace {
@@ -29,12 +27,8 @@ std::string KindName(const tagTProp& property) {
   return kind ? std::string(kind->name) : std::to_string(property.type);
 }
 
-void List(const PropertyOptions& options, Context& context) {
-  CQXDocBase document(host::SetUpModel);
-  if (Outcome opened = document.Open(options.model); !opened) {
-    return context.Refuse(opened.Error());
-  }
-  CQXDBSession& session = *document.GetDBSession();
+Outcome List(Model& model, const PropertyOptions&, const Context& context) {
+  CQXDBSession& session = model.session;
   std::map<ITR, TArray<ITR>> elements;
   auto& mesh = Pool<tagTElem>(session);
   for (ITR pos = mesh.GetHeadPosition(); pos; mesh.Next(pos)) {
@@ -59,11 +53,13 @@ void List(const PropertyOptions& options, Context& context) {
     json.Integer("elements", users.GetSize()).Real("mass", mass).End();
   }
   context.Print(table.IsEmpty() ? "no properties\n" : table.Text(), json.End().End());
+  return {};
 }
 
-using Edit = Outcome (*)(CQXDBSession&, const PropertyOptions&, std::string& done);
+using Change = Outcome (*)(Model&, const PropertyOptions&, std::string& done);
 
-Outcome Add(CQXDBSession& session, const PropertyOptions& options, std::string& done) {
+Outcome Add(Model& model, const PropertyOptions& options, std::string& done) {
+  CQXDBSession& session = model.session;
   const host::PropertyKind* kind = nullptr;
   std::string known;
   for (const host::PropertyKind& one : host::PropertyKinds()) {
@@ -79,13 +75,13 @@ Outcome Add(CQXDBSession& session, const PropertyOptions& options, std::string& 
   }
   for (const double value : options.values) {
     if (std::isfinite(value) && (value >= 0 || kind->name == "spring")) continue;
-    return Failure{options.model, "value " + Short(value), "is no size or mass of a property",
+    return Failure{"", "value " + Short(value), "is no size or mass of a property",
                    "give finite values from 0 on"};
   }
   if (TString<64> name; !options.name.empty()) {
     name.Set(Utf16(options.name));
     if (Utf8(name.View()) != options.name) {
-      return Failure{options.model, "", "the name is longer than 63 characters", "shorten it"};
+      return Failure{"", "name", "is longer than 63 characters", "shorten it"};
     }
   }
   TArray<double> values;
@@ -104,47 +100,37 @@ Outcome Add(CQXDBSession& session, const PropertyOptions& options, std::string& 
   return {};
 }
 
-Outcome Assign(CQXDBSession& session, const PropertyOptions& options, std::string& done) {
+Outcome Assign(Model& model, const PropertyOptions& options, std::string& done) {
+  CQXDBSession& session = model.session;
   const ITR property = IAppDB::Instance()->PropFindItr(&session, options.property);
   if (!property && options.property != 0) {
     return Failure{options.model, "property " + std::to_string(options.property),
                    "there is no such property", "see them with: qxdb property list MODEL"};
   }
-  const auto ranges = KeyRanges::Parse(options.keys);
-  if (!ranges) return ranges.Error();
   auto& mesh = Pool<tagTElem>(session);
-  const TArray<ITR> items = ranges->Select(mesh);
-  if (items.IsEmpty()) return NothingSelected(options.model, mesh, options.keys);
-  for (const ITR item : items) {
+  const auto items = PickItems(model, mesh, options.keys);
+  if (!items) return items.Error();
+  for (const ITR item : *items) {
     tagTElem element = mesh.GetAtNU(item);
     element.property = property;
     mesh.SetAtNU(item, element);
   }
   done =
-      fmt::format("gave property {} to {} elements\n", options.property, Grouped(items.GetSize()));
+      fmt::format("gave property {} to {} elements\n", options.property, Grouped(items->GetSize()));
   return {};
 }
 
-/// One transaction on the model, saved when it succeeds.
-void Run(const PropertyOptions& options, Edit edit, Context& context) {
-  CQXDocBase document(host::SetUpModel);
-  if (Outcome opened = document.Open(options.model); !opened) {
-    return context.Refuse(opened.Error());
-  }
-  CQXDBSession& session = *document.GetDBSession();
-  CTransaction transaction(&session);
-  transaction.Begin(qxLoadText("IDS_QX_TRANS_Modify_Property").c_str());
-  std::string done;
-  if (Outcome edited = edit(session, options, done); !edited) {
-    return context.Refuse(edited.Error());
-  }
-  if (!transaction.Commit()) {
-    return context.Refuse({options.model, "", "the edit was refused", "see the message above"});
-  }
-  if (Outcome saved = document.Save(); !saved) return context.Refuse(saved.Error());
+Outcome Run(Model& model, const PropertyOptions& options, Change change, const Context& context) {
+  Edit edit(model);
+  std::string text;
+  Outcome done = edit.Do(qxLoadText("IDS_QX_TRANS_Modify_Property").c_str(),
+                         [&] { return change(model, options, text); });
+  if (done) done = edit.Save();
+  if (!done) return done;
   JsonText json;
-  json.Begin().Text("model", options.model).Text("done", done.substr(0, done.size() - 1));
-  context.Print(done, json.End());
+  json.Begin().Text("model", options.model).Text("done", text.substr(0, text.size() - 1));
+  context.Print(text, json.End());
+  return {};
 }
 
 }  // namespace
@@ -153,18 +139,17 @@ void AddProperty(CLI::App& app, Context& context) {
   CLI::App* command = AddCommand(app, context, "property", "List, add and assign properties",
                                  "qxdb property list bracket.qxm");
   command->require_subcommand(1);
-  const auto sub = [&](const char* name, const char* what, const char* example) {
-    CLI::App* added = AddCommand(*command, context, name, what, example);
-    auto options = std::make_shared<PropertyOptions>();
-    added->add_option("model", options->model, "Model file")->required();
-    return std::pair(added, options);
+  AddModelCommand<PropertyOptions>(*command, context, "list",
+                                   "List the properties with their elements and masses",
+                                   "qxdb property list bracket.qxm", List);
+  const auto sub = [&](const char* name, const char* what, const char* example, Change change) {
+    const auto run = [change](Model& model, const PropertyOptions& options, const Context& to) {
+      return Run(model, options, change, to);
+    };
+    return AddModelCommand<PropertyOptions>(*command, context, name, what, example, run);
   };
-  auto [list, list_options] = sub("list", "List the properties with their elements and masses",
-                                  "qxdb property list bracket.qxm");
-  list->callback([options = list_options, &context] { List(*options, context); });
-
-  auto [add, add_options] =
-      sub("add", "Add a property", "qxdb property add bracket.qxm plate Web 0.012 --material 1");
+  const auto [add, add_options] = sub(
+      "add", "Add a property", "qxdb property add bracket.qxm plate Web 0.012 --material 1", Add);
   add->add_option("kind", add_options->kind, "Kind: plate, beam, solid, ...")->required();
   add->add_option("name", add_options->name, "Name")->required();
   add->add_option("values", add_options->values,
@@ -172,15 +157,13 @@ void AddProperty(CLI::App& app, Context& context) {
                   "moments about y and z, torsional constant, mass per length. Point mass: mass. "
                   "Springs: six stiffnesses");
   add->add_option("--material", add_options->material, "Key of its material");
-  add->callback([options = add_options, &context] { Run(*options, Add, context); });
 
-  auto [assign, assign_options] =
-      sub("assign", "Give a property to elements", "qxdb property assign bracket.qxm 1 all");
+  const auto [assign, assign_options] = sub("assign", "Give a property to elements",
+                                            "qxdb property assign bracket.qxm 1 all", Assign);
   assign->add_option("property", assign_options->property, "Key of the property, 0 for none")
       ->required();
   assign->add_option("keys", assign_options->keys, "Keys of elements: 1-5,9,100- or all")
       ->required();
-  assign->callback([options = assign_options, &context] { Run(*options, Assign, context); });
 }
 
 }  // namespace qx::app

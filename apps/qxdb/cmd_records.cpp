@@ -1,7 +1,6 @@
 // What the model database holds, in words: records, units; and what distinguishes two models.
 
 #include <fmt/format.h>
-#include <memory>
 
 #include "qx_db/core/model_diff.h"
 #include "qx_db/platform/text.h"
@@ -98,12 +97,13 @@ struct RecordsOptions {
   bool markdown = false;
 };
 
-void Records(const RecordsOptions& options, Context& context) {
+Outcome Records(const RecordsOptions& options, const Context& context) {
   CQXDBSession session(host::SetUpModel);
   JsonText json;
   if (options.markdown) {
     json.Begin().Text("markdown", Catalogue(session)).End();
-    return context.Print(Catalogue(session), json);
+    context.Print(Catalogue(session), json);
+    return {};
   }
   std::string text;
   json.BeginArray();
@@ -130,16 +130,17 @@ void Records(const RecordsOptions& options, Context& context) {
     if (named) text += members.Text();
   }
   if (list.IsEmpty()) {
-    return context.Refuse({"", "record \"" + options.record + "\"", "there is no such record",
-                           "see the names with: qxdb records"});
+    return Failure{"", "record \"" + options.record + "\"", "there is no such record",
+                   "see the names with: qxdb records"};
   }
   context.Print(options.record.empty() ? list.Text() : text, json.End());
+  return {};
 }
 
 // ---- units --------------------------------------------------------------------------------------
 
 /// Every member that carries a unit, so that the whole catalogue can be checked on one page.
-void DescribeUnits(Context& context) {
+Outcome DescribeUnits(const Context& context) {
   CQXDBSession session(host::SetUpModel);
   Table table({"record", "member", ">category", "quantity", "converted"});
   JsonText json;
@@ -158,9 +159,10 @@ void DescribeUnits(Context& context) {
     }
   }
   context.Print(table.Text(), json.End());
+  return {};
 }
 
-void ListUnits(Context& context) {
+Outcome ListUnits(const Context& context) {
   Table table({"base", ">index", "unit", "definition"});
   JsonText json;
   json.Begin();
@@ -176,6 +178,7 @@ void ListUnits(Context& context) {
     json.End();
   }
   context.Print(table.Text(), json.End());
+  return {};
 }
 
 // ---- diff ---------------------------------------------------------------------------------------
@@ -202,15 +205,13 @@ std::string DifferenceText(const RecordDifference& difference, const DiffOptions
   return text;
 }
 
-void Diff(const DiffOptions& options, Context& context) {
-  CQXDocBase documents[2] = {CQXDocBase(host::SetUpModel), CQXDocBase(host::SetUpModel)};
-  for (int i = 0; i < 2; ++i) {
-    if (Outcome opened = documents[i].Open(i ? options.second : options.first); !opened) {
-      return context.Refuse(opened.Error());
-    }
+Outcome Diff(const DiffOptions& options, Context& context) {
+  Model first(options.first), second(options.second);
+  for (Model* model : {&first, &second}) {
+    if (Outcome opened = model->Open(); !opened) return opened;
   }
-  const CQXDBSession& session = *documents[0].GetDBSession();
-  const auto differences = DiffModels(session, *documents[1].GetDBSession());
+  const CQXDBSession& session = first.session;
+  const auto differences = DiffModels(session, second.session);
   Table table({"pool", ">key", "difference"});
   JsonText json;
   json.Begin().Integer("differences", static_cast<std::int64_t>(differences.size()));
@@ -227,41 +228,39 @@ void Diff(const DiffOptions& options, Context& context) {
     text += fmt::format("... and {} more; see all with --most {}\n",
                         differences.size() - options.most, differences.size());
   }
-  const bool same_units = session.Units().Model() == documents[1].GetDBSession()->Units().Model();
+  const bool same_units = session.Units().Model() == second.session.Units().Model();
   if (!same_units) text += "the models have different units: their numbers do not compare\n";
   json.End().Bool("same_units", same_units);
-  context.exit_code = differences.empty() && same_units ? 0 : 1;
+  context.exit_code = differences.empty() && same_units ? kDone : kNo;
   context.Print(text, json.End());
+  return {};
 }
 
 }  // namespace
 
 void AddRecords(CLI::App& app, Context& context) {
-  CLI::App* command = AddCommand(app, context, "records", "Describe the records of a model",
-                                 "qxdb records tagTCord");
-  auto options = std::make_shared<RecordsOptions>();
+  const auto [command, options] = AddCommand<RecordsOptions>(
+      app, context, "records", "Describe the records of a model", "qxdb records tagTCord", Records);
   command->add_option("record", options->record, "Record or pool, e.g. tagTNode or node");
   command->add_flag("--markdown", options->markdown, "All of them, as a page of documentation");
-  command->callback([options, &context] { Records(*options, context); });
 }
 
 void AddUnits(CLI::App& app, Context& context) {
-  CLI::App* command = AddCommand(app, context, "units", "List the units, or what carries them",
-                                 "qxdb units --describe");
-  auto describe = std::make_shared<bool>(false);
+  const auto run = [](bool describe, const Context& to) {
+    return describe ? DescribeUnits(to) : ListUnits(to);
+  };
+  const auto [command, describe] = AddCommand<bool>(
+      app, context, "units", "List the units, or what carries them", "qxdb units --describe", run);
   command->add_flag("--describe", *describe, "List each member that carries a unit");
-  command->callback(
-      [describe, &context] { *describe ? DescribeUnits(context) : ListUnits(context); });
 }
 
 void AddDiff(CLI::App& app, Context& context) {
-  CLI::App* command = AddCommand(app, context, "diff", "Compare two models record by record",
-                                 "qxdb diff before.qxm after.qxm");
-  auto options = std::make_shared<DiffOptions>();
+  const auto [command, options] =
+      AddCommand<DiffOptions>(app, context, "diff", "Compare two models record by record",
+                              "qxdb diff before.qxm after.qxm", Diff);
   command->add_option("first", options->first, "Model file")->required();
   command->add_option("second", options->second, "Model file")->required();
   command->add_option("--most", options->most, "Differences to print")->capture_default_str();
-  command->callback([options, &context] { Diff(*options, context); });
 }
 
 }  // namespace qx::app

@@ -13,7 +13,6 @@
 #include "apps/qxdb/commands.h"
 #include "apps/qxdb/seed_preview.h"
 #include "apps/qxdb/selection.h"
-#include "host/session.h"
 
 namespace qx::app {
 namespace {
@@ -223,7 +222,8 @@ bool SameSeeding(const tagTSzct& a, const tagTSzct& b) {
 
 /// The edges of the part whose keys are in the list; every part of the list must name one. A range
 /// leaves out edges without length, which a single key may name.
-Result<std::vector<int>> SelectEdges(const SeedPreview& preview, const std::string& list) {
+Result<std::vector<int>> SelectEdges(const SeedPreview& preview, const SeedOptions& options,
+                                     const std::string& list) {
   std::vector<int> selected;
   for (std::size_t begin = 0; begin <= list.size();) {
     const std::size_t end = std::min(list.find(',', begin), list.size());
@@ -237,7 +237,7 @@ Result<std::vector<int>> SelectEdges(const SeedPreview& preview, const std::stri
       if (fits && range->Contains(preview.KeyOf(edge))) selected.push_back(edge);
     }
     if (selected.size() == before) {
-      return Failure{"", "edge " + part, "is not the key of an edge of this part",
+      return Failure{options.cad, "edge " + part, "is not the key of an edge of this part",
                      "see the keys with: qxdb geom"};
     }
     begin = end + 1;
@@ -267,17 +267,13 @@ Outcome FreeEdges(DPoolSzct& controls, const SeedPreview& preview, const std::ve
     if (controls.Exist(item, control)) former.insert(control);
   }
   if (!controls.IsEmpty() && !controls.DeleteGKeyArrayExist(items)) {
-    return Failure{options.model, "", "edges cannot be taken out of their size controls",
-                   "see the message above"};
+    return RefusalOf(options.model);
   }
   for (const ITR pos : former) {
     const tagTSzct& control = controls.GetAtNU(pos);
     const bool useless =
         control.edges.IsEmpty() && control.reversed_edges.IsEmpty() && control.bodies.IsEmpty();
-    if (useless && !controls.Remove(pos)) {
-      return Failure{options.model, "", "a size control cannot be removed",
-                     "see the message above"};
-    }
+    if (useless && !controls.Remove(pos)) return RefusalOf(options.model);
   }
   return {};
 }
@@ -313,7 +309,7 @@ Result<tagTSzct> ControlOf(const CQXDBSession& session, const SeedPreview& previ
     control->name.Set(name);
   }
   if (options.reverse.empty()) return *control;
-  const auto reversed = SelectEdges(preview, options.reverse);
+  const auto reversed = SelectEdges(preview, options, options.reverse);
   if (!reversed) return reversed.Error();
   for (const int edge : *reversed) {
     if (!std::binary_search(edges.begin(), edges.end(), edge)) {
@@ -329,18 +325,17 @@ Result<tagTSzct> ControlOf(const CQXDBSession& session, const SeedPreview& previ
 
 /// A model and its part, opened.
 struct Opened {
-  CQXDocBase document{host::SetUpModel};
+  Model& model;
   std::unique_ptr<ICADSession> cad;
   SeedPreview preview;
 };
 
-Outcome Open(const SeedOptions& options, Opened& opened) {
+Outcome OpenPart(const SeedOptions& options, Opened& opened) {
   for (const std::string& output :
        {options.output.svg, options.output.points, options.output.vtu}) {
     if (Outcome free = CheckOutput(output, {options.model, options.cad}); !free) return free;
   }
-  if (Outcome done = opened.document.Open(options.model); !done) return done;
-  const CQXDBSession& session = *opened.document.GetDBSession();
+  const CQXDBSession& session = opened.model.session;
   auto cad = OpenCad(options.cad, session);
   if (!cad) return cad.AsOutcome();
   opened.cad = std::move(*cad);
@@ -368,27 +363,25 @@ Outcome WriteOutputs(const Opened& opened, const OutputOptions& output) {
     }
   }
   if (output.vtu.empty()) return {};
-  return WriteSeedVtu(preview, opened.document.GetDBSession()->Units().Model(), output.vtu);
+  return WriteSeedVtu(preview, opened.model.session.Units().Model(), output.vtu);
 }
 
 void PrintPreview(const Opened& opened, const std::string& last_line, JsonText& json,
                   const Context& context) {
-  const CQXDBSession& session = *opened.document.GetDBSession();
+  const CQXDBSession& session = opened.model.session;
   WriteSeedJson(opened.preview, json);
   context.Print(SeedTable(opened.preview, session.Units().GetUnitName(unit::kLength)) + last_line,
                 json.End());
 }
 
 Outcome AddControl(Opened& opened, const SeedOptions& options, tagTSzct& control) {
-  CQXDBSession& session = *opened.document.GetDBSession();
+  CQXDBSession& session = opened.model.session;
   DPoolSzct& controls = Pool<tagTSzct>(session);
-  const auto edges = SelectEdges(opened.preview, options.edges);
+  const auto edges = SelectEdges(opened.preview, options, options.edges);
   if (!edges) return edges.AsOutcome();
   auto made = ControlOf(session, opened.preview, *edges, options);
   if (!made) return made.AsOutcome();
   control = std::move(*made);
-  CTransaction transaction(&session);
-  transaction.Begin(qxLoadText("IDS_QX_TRANS_ADD_SZCT").c_str());
   if (Outcome freed = FreeEdges(controls, opened.preview, *edges, options); !freed) return freed;
   if (!controls.InsertNU(control)) {
     return Failure{options.model, "", "there is no key left for a size control", "renumber some"};
@@ -407,26 +400,20 @@ Outcome AddControl(Opened& opened, const SeedOptions& options, tagTSzct& control
                    fmt::format("edge {}{}", opened.preview.KeyOf(mismatch.edge), other),
                    mismatch.what, "seed both the same way (--reverse turns one), or add --force"};
   }
-  if (!transaction.Commit()) {
-    return Failure{options.model, "", "the edit was refused", "see the message above"};
-  }
   return {};
 }
 
-void Add(const SeedOptions& options, Context& context) {
-  Opened opened;
-  if (Outcome done = Open(options, opened); !done) return context.Refuse(done.Error());
+Outcome Add(Model& model, const SeedOptions& options, const Context& context) {
+  Opened opened{model, {}, {}};
+  if (Outcome done = OpenPart(options, opened); !done) return done;
   tagTSzct control;
-  if (Outcome done = AddControl(opened, options, control); !done) {
-    return context.Refuse(done.Error());
-  }
+  Edit edit(model);
+  Outcome done = edit.Do(qxLoadText("IDS_QX_TRANS_ADD_SZCT").c_str(),
+                         [&] { return AddControl(opened, options, control); });
   // The outputs first: where one cannot be written, nothing is stored.
-  if (Outcome written = WriteOutputs(opened, options.output); !written) {
-    return context.Refuse(written.Error());
-  }
-  if (!options.dry_run) {
-    if (Outcome saved = opened.document.Save(); !saved) return context.Refuse(saved.Error());
-  }
+  if (done) done = WriteOutputs(opened, options.output);
+  if (done) done = edit.Save(options.dry_run);
+  if (!done) return done;
   JsonText json;
   json.Begin().Text("model", options.model).Integer("control", control.key);
   json.Bool("saved", !options.dry_run);
@@ -434,20 +421,21 @@ void Add(const SeedOptions& options, Context& context) {
                fmt::format("size control {} on {} edges{}\n", control.key, control.edges.GetSize(),
                            options.dry_run ? " (not saved)" : ""),
                json, context);
+  return {};
 }
 
-void Show(const SeedOptions& options, Context& context) {
-  Opened opened;
-  if (Outcome done = Open(options, opened); !done) return context.Refuse(done.Error());
-  CQXDBSession& session = *opened.document.GetDBSession();
+Outcome Show(Model& model, const SeedOptions& options, Context& context) {
+  Opened opened{model, {}, {}};
+  if (Outcome done = OpenPart(options, opened); !done) return done;
+  CQXDBSession& session = opened.model.session;
   SeedPart(session, *opened.cad, opened.preview);
-  if (Outcome written = WriteOutputs(opened, options.output); !written) {
-    return context.Refuse(written.Error());
-  }
+  if (Outcome written = WriteOutputs(opened, options.output); !written) return written;
   JsonText json;
   json.Begin().Text("model", options.model);
-  if (!opened.preview.mismatches.empty() || !opened.preview.faults.empty()) context.exit_code = 1;
+  const SeedPreview& preview = opened.preview;
+  if (!preview.mismatches.empty() || !preview.faults.empty()) context.exit_code = kNo;
   PrintPreview(opened, "", json, context);
+  return {};
 }
 
 struct SolveOptions {
@@ -455,10 +443,10 @@ struct SolveOptions {
   SeedingKnown known;
 };
 
-void Solve(const SolveOptions& options, Context& context) {
+Outcome Solve(const SolveOptions& options, const Context& context) {
   const auto grading = options.grading == "linear" ? Grading::kLinear : Grading::kGeometric;
   const auto solved = SolveSeeding(grading, options.known);
-  if (!solved) return context.Refuse(solved.Error());
+  if (!solved) return solved.Error();
   JsonText json;
   json.Begin().Text("grading", options.grading).Integer("divisions", solved->divisions);
   json.Real("first", solved->first).Real("last", solved->last).Real("ratio", solved->ratio);
@@ -469,6 +457,7 @@ void Solve(const SolveOptions& options, Context& context) {
       Short(solved->length));
   if (solved->rounded) text += "the divisions were rounded, and the sizes scaled to the length\n";
   context.Print(text, json);
+  return {};
 }
 
 // ---- their options ------------------------------------------------------------------------------
@@ -487,14 +476,14 @@ void AddKnown(CLI::App& command, SeedingKnown& known) {
 }
 
 void AddSeedAdd(CLI::App& group, Context& context) {
-  CLI::App* command = AddCommand(group, context, "add", "Seed edges by a new size control",
-                                 "qxdb seed add joint.qxm joint.step 12-15 --method geometric "
-                                 "--divisions 10 --ratio 4 --svg joint.svg");
-  auto options = std::make_shared<SeedOptions>();
+  const auto [command, options] =
+      AddModelCommand<SeedOptions>(group, context, "add", "Seed edges by a new size control",
+                                   "qxdb seed add joint.qxm joint.step 12-15 --method geometric "
+                                   "--divisions 10 --ratio 4 --svg joint.svg",
+                                   Add);
   SeedingOptions& seeding = options->seeding;
   std::vector<std::string> methods;
   for (const MethodNameEntry& entry : MethodNames()) methods.emplace_back(entry.name);
-  command->add_option("model", options->model, "Model file")->required();
   command->add_option("file", options->cad, "CAD file of the part")->required();
   command->add_option("edges", options->edges, "Keys of edges: 12-15,20 or all")->required();
   command->add_option("--method", seeding.method, "How to seed")
@@ -512,30 +501,25 @@ void AddSeedAdd(CLI::App& group, Context& context) {
   command->add_flag("--force", options->force, "Store seeds that do not match across a joint");
   command->add_flag("--dry-run", options->dry_run, "Show the seeds, save nothing");
   AddOutputs(*command, options->output);
-  command->callback([options, &context] { Add(*options, context); });
 }
 
 void AddSeedShow(CLI::App& group, Context& context) {
-  CLI::App* command = AddCommand(group, context, "show", "Show all seeds and check that they match",
-                                 "qxdb seed show joint.qxm joint.step --svg joint.svg");
-  auto options = std::make_shared<SeedOptions>();
-  command->add_option("model", options->model, "Model file")->required();
+  const auto [command, options] = AddModelCommand<SeedOptions>(
+      group, context, "show", "Show all seeds and check that they match",
+      "qxdb seed show joint.qxm joint.step --svg joint.svg", Show);
   command->add_option("file", options->cad, "CAD file of the part")->required();
   AddOutputs(*command, options->output);
-  command->callback([options, &context] { Show(*options, context); });
 }
 
 void AddSeedSolve(CLI::App& group, Context& context) {
-  CLI::App* command =
-      AddCommand(group, context, "solve", "Solve a grading for what is not given of it",
-                 "qxdb seed solve --first 0.5 --ratio 4 --length 20");
-  auto options = std::make_shared<SolveOptions>();
+  const auto [command, options] = AddCommand<SolveOptions>(
+      group, context, "solve", "Solve a grading for what is not given of it",
+      "qxdb seed solve --first 0.5 --ratio 4 --length 20", Solve);
   command->add_option("--grading", options->grading, "How sizes grow")
       ->check(CLI::IsMember({"geometric", "linear"}))
       ->capture_default_str();
   AddKnown(*command, options->known);
   command->add_option("--length", options->known.length, "Length of the edge");
-  command->callback([options, &context] { Solve(*options, context); });
 }
 
 }  // namespace

@@ -9,9 +9,7 @@
 #include "qx_db/platform/stdio_file.h"
 #include "qx_db/qx_db.h"
 
-#include "apps/qxdb/change_counter.h"
 #include "apps/qxdb/commands.h"
-#include "host/session.h"
 
 namespace qx::app {
 namespace {
@@ -79,14 +77,14 @@ std::int64_t CountFree(const DPoolBase& pool, const DPoolMset& sets, TArray<ITR>
   return count;
 }
 
-void List(const std::string& model, Context& context) {
-  CQXDocBase document(host::SetUpModel);
-  if (Outcome opened = document.Open(model); !opened) return context.Refuse(opened.Error());
-  const CQXDBSession& session = *document.GetDBSession();
+Outcome List(const std::string& path, const Context& context) {
+  Model model(path);
+  if (Outcome opened = model.Open(); !opened) return opened;
+  const CQXDBSession& session = model.session;
   const auto& sets = *session.GetPool<DPoolMset>(code::kMset);
   Table table({">key", ">nodes", ">elements", "colour", "name"});
   JsonText json;
-  json.Begin().Text("model", model).BeginArray("sets");
+  json.Begin().Text("model", path).BeginArray("sets");
   for (const TreeRow& row : Tree(sets)) {
     const tagTMset& set = sets.GetAtNU(row.set);
     const std::string name = Utf8(set.name.View());
@@ -105,6 +103,7 @@ void List(const std::string& model, Context& context) {
   std::string text = table.IsEmpty() ? "no mesh sets\n" : table.Text();
   text += fmt::format("in no set: {} nodes, {} elements", Grouped(nodes), Grouped(elements));
   context.Print(text, json.End());
+  return {};
 }
 
 // ---- editing ------------------------------------------------------------------------------------
@@ -126,7 +125,7 @@ Result<ITR> FindSet(const DPoolMset& sets, const std::string& text, const std::s
 }
 
 struct Editing {
-  CQXDBSession& session;
+  Model& model;
   DPoolMset& sets;
   const SetsOptions& options;
   std::vector<ITR> chosen;  ///< the sets that the options name
@@ -137,23 +136,16 @@ struct Editing {
 using SetsEdit = Result<int> (*)(Editing&);
 
 /// Records of a pool by ranges of keys; none for an empty text.
-Result<TArray<ITR>> Select(const DPoolBase& pool, const std::string& keys,
-                           const std::string& model) {
+Result<TArray<ITR>> PickAny(const Model& model, std::uint16_t type, const std::string& keys) {
   if (keys.empty()) return TArray<ITR>();
-  const auto ranges = KeyRanges::Parse(keys);
-  if (!ranges) return ranges.Error();
-  TArray<ITR> items = ranges->Select(pool);
-  if (items.IsEmpty()) return NothingSelected(model, pool, keys);
-  return items;
+  return PickItems(model, *model.session.GetDataPool(type), keys);
 }
 
 Result<int> AddOne(Editing& edit) {
   const SetsOptions& options = edit.options;
-  const DPoolBase& node_pool = *edit.session.GetDataPool(code::kNode);
-  const DPoolBase& element_pool = *edit.session.GetDataPool(code::kElem);
-  auto nodes = Select(node_pool, options.nodes, options.model);
+  auto nodes = PickAny(edit.model, code::kNode, options.nodes);
   if (!nodes) return nodes.Error();
-  const auto elements = Select(element_pool, options.elements, options.model);
+  const auto elements = PickAny(edit.model, code::kElem, options.elements);
   if (!elements) return elements.Error();
   for (const ITR element : *elements) {
     nodes->Append(static_cast<const tagTElem*>(KeyedSetBase::RecordAt(element))->nodes);
@@ -186,7 +178,9 @@ Result<int> ImportSets(Editing& edit) {
   const SetsOptions& options = edit.options;
   TArray<Key> keys;
   CStringArray names;
-  if (!edit.sets.LoadExtDB(Utf16(options.other).c_str(), keys, names)) return 0;
+  if (!edit.sets.LoadExtDB(Utf16(options.other).c_str(), keys, names)) {
+    return RefusalOf(options.other);
+  }
   TArray<Key> chosen;
   for (const std::string& wanted : options.sets) {
     const std::int32_t before = chosen.GetSize();
@@ -201,44 +195,44 @@ Result<int> ImportSets(Editing& edit) {
                              options.with_children, edit.parent);
 }
 
-void RunEdit(const SetsOptions& options, const char16_t* step, SetsEdit work, bool in_model,
-             Context& context) {
-  CQXDocBase document(host::SetUpModel);
-  if (Outcome opened = document.Open(options.model); !opened) {
-    return context.Refuse(opened.Error());
-  }
-  CQXDBSession& session = *document.GetDBSession();
-  Editing edit{session, *session.GetPool<DPoolMset>(code::kMset), options, {}};
+/// Finds the sets that the options name.
+Outcome FindSets(Editing& edit, bool in_model) {
+  const SetsOptions& options = edit.options;
   for (std::size_t i = 0; in_model && i < options.sets.size(); ++i) {
     const auto set = FindSet(edit.sets, options.sets[i], options.model);
-    if (!set) return context.Refuse(set.Error());
+    if (!set) return set.Error();
     if (std::count(edit.chosen.begin(), edit.chosen.end(), *set) > 0) {
-      return context.Refuse({options.model, "mesh set \"" + options.sets[i] + "\"",
-                             "is named twice", "name each set once"});
+      return Failure{options.model, "mesh set \"" + options.sets[i] + "\"", "is named twice",
+                     "name each set once"};
     }
     edit.chosen.push_back(*set);
   }
-  if (!options.parent.empty() && options.parent != "0") {
-    const auto parent = FindSet(edit.sets, options.parent, options.model);
-    if (!parent) return context.Refuse(parent.Error());
-    edit.parent = edit.sets.GetAtNU(*parent).key;
-  }
-  ChangeCounter counter;
-  session.AddListener(&counter);
-  CTransaction transaction(&session);
-  transaction.Begin(step);
-  const Result<int> done = work(edit);
-  if (!done) return context.Refuse(done.Error());
-  if (!*done || !transaction.Commit()) return context.Refuse(RefusalOf(options.model));
-  const bool is_saved = !options.dry_run && !counter.IsEmpty();
-  if (is_saved) {
-    if (Outcome saved = document.Save(); !saved) return context.Refuse(saved.Error());
-  }
+  if (options.parent.empty() || options.parent == "0") return {};
+  const auto parent = FindSet(edit.sets, options.parent, options.model);
+  if (!parent) return parent.Error();
+  edit.parent = edit.sets.GetAtNU(*parent).key;
+  return {};
+}
+
+Outcome RunEdit(Model& model, const SetsOptions& options, const std::u16string& step, SetsEdit work,
+                const Context& context) {
+  Editing editing{model, *model.session.GetPool<DPoolMset>(code::kMset), options, {}};
+  if (Outcome found = FindSets(editing, work != ImportSets); !found) return found;
+  Edit edit(model);
+  Outcome done = edit.Do(step, [&]() -> Outcome {
+    const Result<int> worked = work(editing);
+    if (!worked) return worked.Error();
+    return *worked ? Outcome() : RefusalOf(options.model);
+  });
+  if (done) done = edit.Save(options.dry_run);
+  if (!done) return done;
+  const ChangeCounter& changes = edit.Changes();
   JsonText json;
-  json.Begin().Text("model", options.model).Bool("saved", is_saved);
-  counter.Write(json);
-  const char* ending = is_saved ? "saved" : counter.IsEmpty() ? "" : "not saved";
-  context.Print(counter.Text() + ending, json.End());
+  json.Begin().Text("model", options.model).Bool("saved", edit.IsSaved());
+  changes.Write(json);
+  const char* ending = edit.IsSaved() ? "saved" : changes.IsEmpty() ? "" : "not saved";
+  context.Print(changes.Text() + ending, json.End());
+  return {};
 }
 
 }  // namespace
@@ -252,17 +246,17 @@ void AddSets(CLI::App& app, Context& context) {
   command->callback([command, model, &context] {
     if (!command->get_subcommands().empty()) return;
     if (model->empty()) throw CLI::RequiredError("model");
-    List(*model, context);
+    context.Conclude(List(*model, context));
   });
   const auto add = [&](const char* name, const char* what, const char* example, SetsEdit work) {
-    CLI::App* sub = AddCommand(*command, context, name, what, example);
-    auto options = std::make_shared<SetsOptions>();
-    sub->add_option("model", options->model, "Model file")->required();
-    sub->add_flag("--dry-run", options->dry_run, "Say what would change, save nothing");
-    const std::u16string step = Utf16(std::string(what));
-    const bool in_model = work != ImportSets;
-    sub->callback([=, &context] { RunEdit(*options, step.c_str(), work, in_model, context); });
-    return std::pair(sub, options);
+    const auto run = [step = Utf16(std::string(what)), work](Model& on, const SetsOptions& options,
+                                                             const Context& to) {
+      return RunEdit(on, options, step, work, to);
+    };
+    auto added = AddModelCommand<SetsOptions>(*command, context, name, what, example, run);
+    added.first->add_flag("--dry-run", added.second->dry_run,
+                          "Say what would change, save nothing");
+    return added;
   };
   constexpr const char* kUnder = "Set to put it under, by key or name; 0 for none";
   const auto add_set = [](CLI::App* sub, SetsOptions& options) {
@@ -273,37 +267,37 @@ void AddSets(CLI::App& app, Context& context) {
     return sub->add_option("sets", options.sets, what);
   };
 
-  auto [added, add_options] =
+  const auto [added, add_options] =
       add("add", "Add a mesh set", "qxdb sets add bracket.qxm upright --elements 1-500", AddOne);
   added->add_option("name", add_options->name, "Name of the set")->required();
   added->add_option("--under", add_options->parent, kUnder);
   added->add_option("--nodes", add_options->nodes, "Keys of nodes: 1-5,9,100- or all");
   added->add_option("--elements", add_options->elements, "Keys of elements, with their nodes");
 
-  auto [renamed, rename_options] =
+  const auto [renamed, rename_options] =
       add("rename", "Rename a mesh set", "qxdb sets rename bracket.qxm 2 upright", Rename);
   add_set(renamed, *rename_options);
   renamed->add_option("name", rename_options->name, "New name")->required();
 
-  auto [moved, move_options] = add("move", "Put a mesh set under another",
-                                   "qxdb sets move bracket.qxm upright --under 0", Move);
+  const auto [moved, move_options] = add("move", "Put a mesh set under another",
+                                         "qxdb sets move bracket.qxm upright --under 0", Move);
   add_set(moved, *move_options);
   moved->add_option("--under", move_options->parent, kUnder)->required();
 
-  auto [merged, merge_options] =
+  const auto [merged, merge_options] =
       add("merge", "Merge mesh sets into the first",
           "qxdb sets merge bracket.qxm upright \"left side\" \"right side\"", Merge);
   add_sets(merged, *merge_options, "Sets, by key or name")->expected(2, 1 << 20)->required();
 
-  auto [deleted, delete_options] = add("delete", "Delete mesh sets with what only they hold",
-                                       "qxdb sets delete bracket.qxm upright", Delete);
+  const auto [deleted, delete_options] = add("delete", "Delete mesh sets with what only they hold",
+                                             "qxdb sets delete bracket.qxm upright", Delete);
   add_sets(deleted, *delete_options, "Sets, by key or name")->expected(1, 1 << 20)->required();
 
   add("clean", "Remove mesh sets that hold nothing", "qxdb sets clean bracket.qxm", Clean);
   add("rebuild", "Bring mesh sets in line with the mesh; what is in none goes to the default one",
       "qxdb sets rebuild bracket.qxm", Rebuild);
 
-  auto [imported, import_options] =
+  const auto [imported, import_options] =
       add("import", "Bring mesh sets of another model in, with their mesh",
           "qxdb sets import assembly.qxm bracket.qxm upright", ImportSets);
   imported->add_option("other", import_options->other, "Model file to take them from")->required();

@@ -1,12 +1,14 @@
 #pragma once
-// The commands of qxdb. Each function adds one to the application; its callback does the work,
-// prints the result and sets the context's exit code. Sessions and documents are set up with
-// host::SetUpModel, so that every command works on the same kind of model.
+// The commands of qxdb. Each function adds one to the application. What a command does is a
+// function of its options: it prints the result, or returns the failure that stopped it.
 
 #include <CLI/CLI.hpp>
+#include <memory>
+#include <string>
+#include <utility>
 
 #include "apps/qxdb/console.h"
-#include "host/session.h"
+#include "apps/qxdb/model.h"
 
 namespace qx::app {
 
@@ -39,5 +41,34 @@ void AddProbe(CLI::App& app, Context& context);
 /// A command with an example in its help. `--json` is taken before or after its name.
 CLI::App* AddCommand(CLI::App& app, Context& context, const std::string& name,
                      const std::string& what, const std::string& example);
+
+/// The same with the work that it does on its options, which live as long as the command.
+template <class Options, class Work>
+std::pair<CLI::App*, Options*> AddCommand(CLI::App& app, Context& context, const std::string& name,
+                                          const std::string& what, const std::string& example,
+                                          Work work) {
+  CLI::App* command = AddCommand(app, context, name, what, example);
+  auto options = std::make_shared<Options>();
+  command->callback([options, work, &context] { context.Conclude(work(*options, context)); });
+  return {command, options.get()};
+}
+
+/// The flags --add and --replace of a command that brings a file into a model.
+void AddTarget(CLI::App& command, TargetOptions& options);
+
+/// A command whose first argument is a model, which is opened for it.
+template <class Options, class Work>
+std::pair<CLI::App*, Options*> AddModelCommand(CLI::App& app, Context& context,
+                                               const std::string& name, const std::string& what,
+                                               const std::string& example, Work work) {
+  const auto on_model = [work](const Options& options, Context& the_context) {
+    Model model(options.model);
+    if (Outcome opened = model.Open(); !opened) return opened;
+    return work(model, options, the_context);
+  };
+  auto [command, options] = AddCommand<Options>(app, context, name, what, example, on_model);
+  command->add_option("model", options->model, "Model file")->required();
+  return {command, options};
+}
 
 }  // namespace qx::app

@@ -3,12 +3,10 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
-#include <filesystem>
 #include <fmt/format.h>
 #include <unistd.h>
 
 #include "qx_db/lib/message.h"
-#include "qx_db/platform/file.h"
 #include "qx_db/platform/text.h"
 
 namespace qx::app {
@@ -193,7 +191,8 @@ void ListenForRefusals() { SetMessageSink(&Listener()); }
 const std::string& LastRefusal() { return Listener().text; }
 
 Failure RefusalOf(const std::string& file, const std::string& place) {
-  const std::string& text = LastRefusal();
+  std::string text = LastRefusal();
+  if (text.starts_with(file + ": ")) text.erase(0, file.size() + 2);
   if (text.empty()) return {file, place, "the edit was refused", "look for what hangs on it"};
   for (const char* divider : {"; ", ": "}) {
     const std::size_t at = text.rfind(divider);
@@ -202,21 +201,10 @@ Failure RefusalOf(const std::string& file, const std::string& place) {
   return {file, place, text, "change what it names first"};
 }
 
-Outcome CheckOutput(const std::string& output, const std::vector<std::string>& inputs) {
-  for (const std::string& input : inputs) {
-    std::error_code error;
-    if (output.empty() || input.empty()) continue;
-    if (std::filesystem::equivalent(PathFromUtf8(output), PathFromUtf8(input), error)) {
-      return Failure{output, "", "is read by this command and would be overwritten",
-                     "name another file"};
-    }
-  }
-  return {};
-}
-
-void Context::Refuse(const Failure& refused) {
-  exit_code = 1;
-  Failure failure = refused;
+void Context::Conclude(const Outcome& outcome) {
+  if (outcome) return;
+  Failure failure = outcome.Error();
+  exit_code = failure.file.empty() ? kMisuse : kRefused;
   if (failure.remedy.starts_with("see the message above")) {
     failure.remedy = LastRefusal().empty() ? "look for what hangs on it" : LastRefusal();
   }

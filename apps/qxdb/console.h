@@ -81,18 +81,24 @@ const std::string& LastRefusal();
 /// The failure that the last refusal tells of, its remedy taken apart from it.
 Failure RefusalOf(const std::string& file, const std::string& place = "");
 
-/// Fails when an output of a command would overwrite one of its inputs.
-Outcome CheckOutput(const std::string& output, const std::vector<std::string>& inputs);
+/// What qxdb ends with.
+enum ExitCode : int {
+  kDone = 0,
+  kRefused = 1,    ///< a file, a model or the system stopped it
+  kNo = kRefused,  ///< done, and the answer is no: a limit exceeded, a difference, a problem
+  kMisuse = 2,     ///< what was typed makes no sense
+};
 
 /// What every command is given and gives back.
 struct Context {
   bool json = false;
-  int exit_code = 0;
+  int exit_code = kDone;
 
   /// Prints a command's result: its text, or its JSON when that was asked for.
   void Print(const std::string& text, const JsonText& json_text) const;
-  /// Prints a failure as one line on stderr (as an object with --json) and sets exit code 1.
-  void Refuse(const Failure& failure);
+  /// Prints what stopped a command, if anything did, as one line on stderr (as an object with
+  /// --json). A failure that concerns no file is one of what was typed, which the exit code says.
+  void Conclude(const Outcome& outcome);
 };
 
 }  // namespace qx::app

@@ -60,8 +60,8 @@ TEST_F(Axes, OrientationIsShownSetAndRefused) {
     int code;
     const char* says;
   } bad[] = {
-      {"4 --beta nan", 1, "is no angle"},         {"4 --vector 0 inf 0", 1, "is no direction"},
-      {"4 --vector 0 0 0", 1, "is no direction"}, {"all --repair", 2, ""},
+      {"4 --beta nan", 2, "is no angle"},         {"4 --vector 0 inf 0", 2, "is no direction"},
+      {"4 --vector 0 0 0", 2, "is no direction"}, {"all --repair", 2, ""},
       {"9 --beta 5", 1, "has no length"},         {"4 --cord 9", 1, "has no axes"},
       {"1 --vector 1 0 0", 1, "runs along it"},   {"4 --node 7", 1, "lies on its line"},
       {"4 --node 999", 1, "does not exist"},      {"4 --cord 2", 1, "is not rectangular"},
@@ -92,7 +92,7 @@ TEST_F(Axes, DeletionIsForetoldGuardedAndDone) {
   const Ran listed = Qxdb("delete m.qxm node 61 --dry-run --list");
   EXPECT_NE(listed.out.find("elem 41 by _ARGKEY"), std::string::npos) << "with its last element";
   EXPECT_EQ(Qxdb("delete m.qxm node 9999").code, 1);
-  EXPECT_EQ(Qxdb("delete m.qxm fly 1").code, 1);
+  EXPECT_EQ(Qxdb("delete m.qxm fly 1").code, 2);
 }
 
 }  // namespace

@@ -19,6 +19,9 @@ struct Ran {
   std::string err;
 };
 
+/// Whether a command ended by a refusal or as misuse, which its exit code tells apart.
+inline bool IsStopped(const Ran& run) { return run.code == 1 || run.code == 2; }
+
 class Cli : public testing::Test {
  protected:
   Cli() {

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -41,24 +42,58 @@ TEST_F(Cli, TakesAMeshThroughItsLife) {
   EXPECT_EQ(state.substr(at), copied.substr(copied.find("\"state\"")));
 }
 
-TEST_F(Cli, AnswersMisuseAndHelp) {
+TEST_F(Cli, TellsByItsExitCodeWhatHappened) {
+  ASSERT_EQ(Qxdb("import good.msh m.qxm").code, 0);
+  ASSERT_EQ(Qxdb("import good.msh mm.qxm --length mm").code, 0);
   struct Case {
-    const char* arguments;
     int code;
+    bool is_stopped;
+    std::vector<const char*> commands;
   };
-  const Case cases[] = {{"", 2},           {"fly", 2},          {"info", 2},
-                        {"--help", 0},     {"import x", 2},     {"edit move m.qxm 1 --by 1 2", 2},
-                        {"edit fly m", 2}, {"export --help", 0}};
-  for (const Case& c : cases) EXPECT_EQ(Qxdb(c.arguments).code, c.code) << c.arguments;
-  for (const char* command :
-       {"import", "export", "info", "show", "edit", "edit move", "edit renumber", "edit delete",
-        "gateway", "gateway write", "gateway read", "gateway describe", "verify"}) {
-    EXPECT_NE(Qxdb(std::string(command) + " --help").out.find("Example:\n  qxdb "),
-              std::string::npos)
-        << command;
+  const Case cases[] = {
+      {0,
+       false,
+       {"--help", "export --help", "--version", "help", "help sets add", "diff m.qxm m.qxm"}},
+      {1,
+       true,
+       {"info x.qxm", "check x.qxm", "show m.qxm node 70", "diff m.qxm x.qxm", "undo m.qxm",
+        "import good.msh m.qxm"}},
+      {2,
+       true,
+       {"", "fly", "info", "import x", "edit fly m", "edit move m.qxm 1 --by 1 2",
+        "edit move m.qxm 1 --by 1 2 nan", "show m.qxm beam", "show m.qxm node 9-3", "records none",
+        "orient m.qxm", "help fly", "material list x --form y", "seed solve --first 1"}},
+      {1, false, {"diff m.qxm mm.qxm", "check m.qxm --limit min-angle=89"}},
+  };
+  for (const Case& c : cases) {
+    for (const char* command : c.commands) {
+      const Ran run = Qxdb(command);
+      EXPECT_EQ(run.code, c.code) << command << "\n" << run.err;
+      EXPECT_EQ(run.out.empty(), c.is_stopped) << command;
+      EXPECT_EQ(std::count(run.err.begin(), run.err.end(), '\n'), c.is_stopped)
+          << command << run.err;
+      EXPECT_EQ(run.err.find("; ") != std::string::npos, c.is_stopped) << "no remedy: " << run.err;
+    }
   }
 }
 
+TEST_F(Cli, ExplainsEveryCommandWithAnExample) {
+  // Each command lists those below it, so none is forgotten here.
+  std::vector<std::string> names = {""};
+  for (std::size_t at = 0; at < names.size(); ++at) {
+    const std::string help = Qxdb(names[at] + " --help").out;
+    EXPECT_NE(help.find("Example:\n  qxdb " + names[at]), std::string::npos) << names[at] << help;
+    EXPECT_EQ(help, Qxdb("help " + names[at]).out);
+    const std::size_t list = help.find("\nSubcommands:\n");
+    if (list == std::string::npos) continue;
+    std::istringstream lines(help.substr(list + 14));
+    for (std::string line; std::getline(lines, line) && line.starts_with("  ");) {
+      if (line[2] == ' ') continue;  // a description goes on
+      names.push_back(names[at] + (at ? " " : "") + line.substr(2, line.find(' ', 2) - 2));
+    }
+  }
+  EXPECT_GT(names.size(), 40u);
+}
 TEST_F(Cli, RefusesBadInputInOneLineAndChangesNothing) {
   ASSERT_EQ(Qxdb("import good.msh m.qxm").code, 0);
   const std::string model = *ReadWholeFile(Path("m.qxm"));
@@ -66,6 +101,13 @@ TEST_F(Cli, RefusesBadInputInOneLineAndChangesNothing) {
   damaged[model.size() / 2] = static_cast<char>(damaged[model.size() / 2] ^ 4);
   Write("damaged.qxm", damaged);
   Write("empty.msh", "");
+  Write("foreign.json", R"({"wing": {"1": 2}})");
+  Write("notes.txt", "what must not be lost");
+  ASSERT_EQ(Qxdb("import good.msh other.qxm").code, 0);
+  ASSERT_EQ(Qxdb("import good.msh far.qxm").code, 0);
+  ASSERT_EQ(Qxdb("edit move far.qxm 1 --by 1e308 0 0").code, 0);
+  fs::create_directory(Path("other"));
+  ASSERT_EQ(mkfifo(Path("pipe.msh").c_str(), 0600), 0);
   const std::string mesh = *ReadWholeFile(Path("good.msh"));
   Write("cut.msh", mesh.substr(0, mesh.find("$EndNodes")));
   const auto with = [&](const char* from, const char* to) {
@@ -87,7 +129,11 @@ TEST_F(Cli, RefusesBadInputInOneLineAndChangesNothing) {
   };
   const Case cases[] = {
       {"import missing.msh x.qxm", "missing.msh"},
-      {"import . x.qxm", "."},
+      {"import . x.qxm", ".: is a directory"},
+      {"import foreign.json x.qxm", "foreign.json: brings nothing into the model: wing: "},
+      {"import foreign.json m.qxm --replace", "foreign.json: brings nothing"},
+      {"gateway read m.qxm foreign.json", "foreign.json: brings nothing"},
+      {"gateway write m.qxm .", ".: is a directory"},
       {"import empty.msh x.qxm", "empty.msh"},
       {"import cut.msh x.qxm", "cut.msh: $Nodes"},
       {"import twice.msh x.qxm", "twice.msh"},
@@ -96,6 +142,13 @@ TEST_F(Cli, RefusesBadInputInOneLineAndChangesNothing) {
       {"import large.msh x.qxm", "large.msh"},
       {"import count.msh x.qxm", "count.msh"},
       {"import good.msh m.qxm", "--add"},
+      {"import good.msh notes.txt --replace", "notes.txt: is no model"},
+      {"import good.msh good.msh --replace", "good.msh: is no model"},
+      {"import good.msh other --replace", "other: is a directory"},
+      {"import pipe.msh x.qxm", "pipe.msh: is a pipe or a device"},
+      {"info /dev/zero", "/dev/zero: is a pipe or a device"},
+      {"gateway write m.qxm other.qxm", "other.qxm: is a model"},
+      {"axes m.qxm all --svg other.qxm", "other.qxm: is a model"},
       {"import good.msh m.qxm --add", "good.msh"},
       {"import cut.json x.qxm", "cut.json: line 1"},
       {"import deep.json x.qxm", "deep.json: line 1"},
@@ -108,13 +161,15 @@ TEST_F(Cli, RefusesBadInputInOneLineAndChangesNothing) {
       {"show m.qxm node 70", "70"},
       {"edit delete m.qxm node 70-", "70-"},
       {"edit renumber m.qxm node 1 --from 2", "NODE 2"},
+      {"edit renumber m.qxm node all --from 2147483644", "5 records have no keys from 2147483644"},
+      {"edit move far.qxm 1 --by 1e308 0 0", "node 1: would have a coordinate"},
       {"export m.qxm no/such/folder/x.vtu", "no/such/folder/x.vtu"},
       {"export m.qxm x.bdf", "x.bdf"},
       {"gateway read m.qxm loose.json --strict", "NODE 7 POS"},
   };
   for (const Case& c : cases) {
     const Ran run = Qxdb(c.arguments);
-    EXPECT_EQ(run.code, 1) << c.arguments;
+    EXPECT_TRUE(IsStopped(run)) << c.arguments;
     EXPECT_EQ(std::count(run.err.begin(), run.err.end(), '\n'), 1) << c.arguments << "\n"
                                                                    << run.err;
     EXPECT_NE(run.err.find(c.named), std::string::npos) << c.arguments << "\n" << run.err;
@@ -123,7 +178,29 @@ TEST_F(Cli, RefusesBadInputInOneLineAndChangesNothing) {
     EXPECT_FALSE(fs::exists(Path("x.qxm"))) << c.arguments;
     EXPECT_EQ(*ReadWholeFile(Path("m.qxm")), model) << c.arguments;
   }
+  EXPECT_EQ(*ReadWholeFile(Path("notes.txt")), "what must not be lost");
+  EXPECT_EQ(*ReadWholeFile(Path("good.msh")), mesh);
+  EXPECT_EQ(Qxdb("verify other.qxm").code, 0);
   EXPECT_NE(Qxdb("info missing.qxm --json").err.find("{\"error\":"), std::string::npos);
+}
+
+TEST_F(Cli, ShowsRecordsWithoutAGatewayTableByTheirMembers) {
+  CQXDocBase document(AddStandardPools);
+  document.New();
+  CQXDBSession& session = *document.GetDBSession();
+  tagTCurve curve;
+  curve.key = 7;
+  ASSERT_TRUE(Pool<tagTCurve>(session).InsertNU(curve));
+  ASSERT_TRUE(document.SaveAs(Path("m.qxm")));
+  const Ran text = Qxdb("show m.qxm curve");
+  EXPECT_NE(text.out.find("curve has no gateway table"), std::string::npos) << text.out;
+  const Ran json = Qxdb("show m.qxm curve 7 --json");
+  EXPECT_TRUE(json.out.starts_with("{\"curve\":{\"7\":{\"")) << json.out;
+  for (const Row& row : session.GetDataPool(code::kCurve)->GetSchema().Rows()) {
+    EXPECT_NE(json.out.find('"' + Utf8(row.name) + "\":\""), std::string::npos) << Utf8(row.name);
+  }
+  EXPECT_EQ(Qxdb("show m.qxm wrkpl").out, "wrkpl holds no records\n");
+  EXPECT_EQ(Qxdb("show m.qxm wrkpl 1").code, 1);
 }
 
 }  // namespace

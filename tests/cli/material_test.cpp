@@ -61,18 +61,25 @@ TEST_F(MaterialCli, ImportsIntoAModelInItsUnits) {
 
 TEST_F(MaterialCli, RefusesInOneLineAndWritesNothing) {
   Write("cut.bin", std::string("P\0e\0l\0o\0r\0M\0a\0t\0l\0\1\0\0\0\x13\0\0\0", 26));
+  Write("empty.gdbp", "");
+  ASSERT_EQ(Qxdb("import good.msh m.qxm").code, 0);
   Write("wide.txt", "\xEF\xBB\xBF*\xE6\xBC\xA2\nS" + Values(1));
   for (const char* arguments :
        {"list none.txt", "list .", "list cut.bin", "show steel.txt S999",
         "list steel.txt --units parsec", "list steel.txt --code-page 437",
         "list steel.txt --form x", "convert steel.txt out.doc", "convert steel.txt out.gdb",
-        "convert wide.txt western.txt --to-code-page 1252"}) {
+        "convert wide.txt western.txt --to-code-page 1252", "list empty.gdbp",
+        "convert steel.txt out.bin --units m,kN", "convert steel.txt out.gdbp --units mm,g",
+        "convert steel.txt m.qxm --to binary", "list /dev/zero --form text"}) {
     const Ran ran = Qxdb(std::string("material ") + arguments);
-    EXPECT_EQ(ran.code, 1) << arguments;
+    EXPECT_TRUE(IsStopped(ran)) << arguments;
     EXPECT_EQ(std::count(ran.err.begin(), ran.err.end(), '\n'), 1) << ran.err;
     EXPECT_EQ(ran.out, "") << arguments;
   }
-  for (const char* name : {"out.doc", "out.gdb", "western.txt"}) {
+  EXPECT_NE(Qxdb("material list empty.gdbp").err.find("empty.gdbp: is empty; add **Version"),
+            std::string::npos);
+  EXPECT_EQ(Qxdb("verify m.qxm").code, 0) << "a library is not written over a model";
+  for (const char* name : {"out.doc", "out.gdb", "out.bin", "out.gdbp", "western.txt"}) {
     EXPECT_FALSE(std::filesystem::exists(Path(name))) << name;
   }
 }

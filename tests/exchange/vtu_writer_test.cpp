@@ -1,8 +1,10 @@
 #include "exchange/vtu_writer.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 #include <filesystem>
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 #include <limits>
 #include <map>
@@ -13,6 +15,7 @@
 
 #include "exchange/base64.h"
 #include "exchange/msh_reader.h"
+#include "exchange/msh_writer.h"
 #include "sample_mesh.h"
 #include "tests/scratch_folder.h"
 
@@ -325,6 +328,30 @@ TEST_F(VtuWriter, AFileThatCannotBeWrittenIsNotThere) {
             std::string::npos);
   const auto files = std::filesystem::directory_iterator(folder_.Path());
   EXPECT_EQ(std::distance(files, {}), 1) << "no neighbour is left behind";
+}
+
+/// No text form has a number for it that all readers know, so that no form takes it.
+TEST_F(VtuWriter, ACoordinateThatIsNoNumberIsRefusedInEveryForm) {
+  tagTNode& node = nodes_.GetAtNU(nodes_.GetHeadPosition());
+  const std::string named =
+      fmt::format(": node {}: a coordinate is not a finite number; ", +node.key);
+  for (const double bad : {std::nan(""), HUGE_VAL, -HUGE_VAL}) {
+    node.position.z = bad;
+    for (const VtuEncoding encoding : kEncodings) {
+      EXPECT_NE(WriteVtu(session_, path_, encoding).Line().find(named), std::string::npos);
+    }
+    for (const MshEncoding encoding : {MshEncoding::kAscii, MshEncoding::kBinary}) {
+      EXPECT_NE(WriteMsh(session_, path_, encoding).Line().find(named), std::string::npos);
+    }
+  }
+  EXPECT_FALSE(std::filesystem::exists(path_));
+  // What is finite in the model need not be in the units of the file.
+  node.position.z = 1e308;
+  EXPECT_TRUE(WriteVtu(session_, path_));
+  UnitSystem millimetres;
+  millimetres[UnitBase::kLength] = FindUnit(UnitBase::kLength, "mm");
+  session_.Units().SetCurrent(millimetres);
+  EXPECT_FALSE(WriteVtu(session_, path_));
 }
 
 TEST(WriteVtu, AnEmptyModelIsAnEmptyGrid) {

@@ -128,7 +128,7 @@ TEST_F(MaterialDb, TextTableComesFromItsFixedPlace) {
 TEST_F(MaterialDb, LintNamesEachLineThatIsNotReadAsItLooks) {
   const std::string seventeen = "|1|2|3|4|5|6|7|8|9|10|11|12|13|14|15|16\n";
   const std::string table = "*Steel\n# a remark\n\nshort|1|2\n" + ("a" + seventeen) + "odd|zero" +
-                            seventeen.substr(2) + "*\n";
+                            seventeen.substr(2) + "*\n# R" + seventeen;
   std::vector<std::int64_t> lines;
   std::string all;
   const auto lint = [&](std::int64_t line, const std::string& why) {
@@ -136,8 +136,9 @@ TEST_F(MaterialDb, LintNamesEachLineThatIsNotReadAsItLooks) {
     all += why + "\n";
   };
   ASSERT_TRUE(ParseTextTable(table, "t", CodePage(), lint));
-  EXPECT_EQ(lines, (std::vector<std::int64_t>{4, 6, 7}));
+  EXPECT_EQ(lines, (std::vector<std::int64_t>{4, 6, 7, 8}));
   EXPECT_NE(all.find("3 fields where 17"), std::string::npos) << all;
+  EXPECT_NE(all.find("so it is read as a material"), std::string::npos) << all;
   EXPECT_NE(all.find("\"zero\" is read as 0"), std::string::npos) << all;
   const std::string utf8 = "*Steel\nSt\xC3\xA4hle" + seventeen;
   lines.clear();

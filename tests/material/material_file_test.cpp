@@ -99,6 +99,23 @@ TEST_F(MaterialFile, UnitSystemsByNameAndText) {
   }
 }
 
+TEST(WriteMaterials, NoFormTakesAValueThatIsNoNumber) {
+  const ScratchFolder folder;
+  for (const MaterialForm form : kWritable) {
+    const std::string path = folder.Path(std::string(InfoOf(form).name));
+    MaterialTable table = Sample();
+    const auto write = [&] { return WriteMaterials(table, path, form, CodePage(), UnitSystem()); };
+    table.materials[1].values[*table.Find("mass density")] = std::nan("");
+    EXPECT_NE(write().Line().find("material \"" + table.materials[1].name.ToUtf8() +
+                                  "\": has a value that is not a number; "),
+              std::string::npos)
+        << write().Line();
+    EXPECT_FALSE(std::filesystem::exists(path));
+    table.materials.pop_back();
+    EXPECT_TRUE(write()) << write().Line();
+  }
+}
+
 /// The library that comes with the system: both forms load, say the same, and are what they claim.
 TEST(ShippedMaterials, LoadInBothForms) {
   const std::string folder = std::string(QX_SOURCE_DIR) + "/examples/materials/";

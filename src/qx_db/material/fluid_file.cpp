@@ -210,10 +210,7 @@ Outcome AppendMaterial(const FluidMaterial& material, const std::string& file,
     const FluidProperty& property = FluidProperties()[i];
     if (material.values[i] == 0.0) continue;
     const double value = material.values[i] / property.factor;
-    if (!(value - value == 0.0)) {
-      return Failure{file, "material \"" + material.name.ToUtf8() + "\"",
-                     "has a value that is not a number", "correct it"};
-    }
+    if (Outcome good = CheckValues(material.name, {&value, 1}, file); !good) return good;
     added = AppendRecord(property.keyword, Utf16(ShortestText(value)),
                          static_cast<std::size_t>(property.width), file, text);
   }

@@ -167,12 +167,9 @@ Outcome AppendMaterial(const GdbMaterial& material, const GdbStyle& style, const
     return Failure{file, "material " + Quoted(material.name.Left(40).ToUtf8()),
                    "has a name of over 1024 characters", "give it a shorter name"};
   }
+  if (Outcome good = CheckValues(material.name, material.values, file); !good) return good;
   text += name;
   for (const double value : material.values) {
-    if (!(value - value == 0.0)) {
-      return Failure{file, "material " + Quoted(name), "has a value that is not a number",
-                     "correct it"};
-    }
     text += ",\t";
     text += style.number(value);
   }

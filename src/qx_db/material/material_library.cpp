@@ -1,5 +1,7 @@
 #include "qx_db/material/material_library.h"
 
+#include <algorithm>
+#include <cmath>
 #include <filesystem>
 
 #include "qx_db/platform/file.h"
@@ -69,6 +71,13 @@ Outcome CheckName(const CString& name, const std::string& file) {
   if (Utf16(utf8) == name.View()) return {};
   return Failure{file, "material \"" + utf8 + "\"", "has half a character in its name",
                  "give it another name"};
+}
+
+Outcome CheckValues(const CString& name, std::span<const double> values, const std::string& file) {
+  const auto is_finite = [](double value) { return std::isfinite(value); };
+  if (std::all_of(values.begin(), values.end(), is_finite)) return {};
+  return Failure{file, "material \"" + name.ToUtf8() + "\"", "has a value that is not a number",
+                 "correct it"};
 }
 
 }  // namespace qx

@@ -57,4 +57,7 @@ Outcome CheckMayWrite(const std::string& path);
 /// Fails when a name is not well-formed UTF-16, and so could not be written to a text without loss.
 QXDB_API Outcome CheckName(const CString& name, const std::string& file);
 
+/// Fails when a value of a material is not finite: no form of file can hold it for every reader.
+Outcome CheckValues(const CString& name, std::span<const double> values, const std::string& file);
+
 }  // namespace qx

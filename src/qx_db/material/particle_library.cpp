@@ -92,6 +92,9 @@ Outcome WriteParticleLibrary(const FluidLibrary& library, const std::string& pat
     return Failure{path, "\"" + name.Left(40).ToUtf8() + "\"",
                    "has over 255 characters or a NUL in it", "give it another name"};
   }
+  for (const FluidMaterial& material : library.materials) {
+    if (Outcome good = CheckValues(material.name, material.values, path); !good) return good;
+  }
   return WriteFileBy(path, [&](std::ostream& out) { WriteAll(library, out); });
 }
 

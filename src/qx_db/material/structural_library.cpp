@@ -69,6 +69,7 @@ Outcome CheckBlocks(const MaterialCategories& categories, const std::string& fil
     if (Outcome good = CheckBlock(category.name, file); !good) return good;
     for (const MaterialRow& row : category.rows) {
       if (Outcome good = CheckBlock(row.name, file); !good) return good;
+      if (Outcome good = CheckValues(row.name, row.values, file); !good) return good;
       if (row.values.size() > kBinaryValues) {
         return Failure{file, "material \"" + row.name.ToUtf8() + "\"",
                        "has more than the 18 values of a binary library",

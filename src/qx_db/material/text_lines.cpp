@@ -86,6 +86,7 @@ std::size_t TextLines::MostLines(std::size_t bytes) const {
 }
 
 Failure TextLines::At(std::string what, std::string remedy) const {
+  if (number_ == 0) return {file_, "", "is empty", std::move(remedy)};
   return {file_, "line " + std::to_string(number_), std::move(what), std::move(remedy)};
 }
 

@@ -32,7 +32,7 @@ class QXDB_API TextLines {
   std::int64_t Number() const { return number_; }  ///< of the last line, from 1
   /// Bounds the number of lines of at least `bytes` bytes each, to take memory once.
   std::size_t MostLines(std::size_t bytes) const;
-  /// A failure at the last line.
+  /// A failure at the last line; that the file is empty when it has none.
   Failure At(std::string what, std::string remedy) const;
   /// UTF-8 when the file said so by its mark.
   const CodePage& Page() const { return page_; }

@@ -47,6 +47,9 @@ class TableReader {
       NoteSkipped(line);
       return {};
     }
+    if (lint_ && Trimmed(line).starts_with('#')) {
+      Note("starts with '#' but has 17 fields, so it is read as a material; take a '|' out of it");
+    }
     if (lint_ && line.find("||") != std::string_view::npos) {
       Note("has an empty field, so the fields behind it move up by one; write 0");
     }
@@ -104,14 +107,11 @@ Outcome CheckText(const CString& name, const char* forbidden, const std::string&
 
 Outcome AppendRow(const MaterialRow& row, const std::string& file, std::string& text) {
   if (Outcome good = CheckText(row.name, "|\r\n", file); !good) return good;
+  if (Outcome good = CheckValues(row.name, row.values, file); !good) return good;
   const std::size_t start = text.size();
   text += row.name.ToUtf8();
   for (std::size_t i = 0; i < kTextValues; ++i) {
     const double value = i < row.values.size() ? row.values[i] : 0.0;
-    if (!(value - value == 0.0)) {
-      return Failure{file, "\"" + row.name.ToUtf8() + "\"", "has a value that is not a number",
-                     "correct it"};
-    }
     text += " | " + ShortestText(value);
   }
   text += '\n';

@@ -44,6 +44,12 @@ Outcome CheckIsFile(const std::string& path) {
   if (status.type() == fs::file_type::directory) {
     return Failure{path, "", "is a directory", "name a file in it"};
   }
+  // What is read from a pipe or a device may never end, and is gone after one look at how it
+  // begins.
+  if (!fs::is_regular_file(status)) {
+    return Failure{path, "", "is a pipe or a device, not a file",
+                   "store what it gives in a file, and name that"};
+  }
   return {};
 }
 
@@ -58,11 +64,9 @@ Result<std::string> ReadWholeFile(const std::string& path) {
     bytes.resize(size);
     in.read(bytes.data(), static_cast<std::streamsize>(size));
     bytes.resize(static_cast<std::size_t>(in.gcount()));
-  } else {  // a pipe or a device has no size
-    in.clear();
-    bytes.assign(std::istreambuf_iterator<char>(in), {});
   }
-  if (in.bad()) return Failure{path, "", "cannot be read: " + Reason(errno), "check the disk"};
+  if (error || in.bad())
+    return Failure{path, "", "cannot be read: " + Reason(errno), "check the disk"};
   return bytes;
 }
 

@@ -16,8 +16,8 @@ namespace qx {
 QXDB_API std::filesystem::path PathFromUtf8(std::string_view path);
 QXDB_API std::string Utf8FromPath(const std::filesystem::path& path);
 
-/// The content of a regular file. Fails, naming the file, when it is missing, is a directory or
-/// cannot be read.
+/// The content of a regular file. Fails, naming the file, when it is missing, is a directory, a
+/// pipe or a device, or cannot be read.
 QXDB_API Result<std::string> ReadWholeFile(const std::string& path);
 
 /// Fails, naming the file and the remedy, unless `path` is a regular file that exists.
