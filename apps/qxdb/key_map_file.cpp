@@ -2,6 +2,7 @@
 
 #include <charconv>
 #include <fmt/format.h>
+#include <ostream>
 
 #include "qx_db/gateway/document.h"
 #include "qx_db/platform/file.h"
@@ -43,16 +44,17 @@ std::string KeyMapText(const DPoolBase& pool, const KeyMap& map) {
 
 Outcome SaveWith(CQXDocBase& document, const std::string& path, const std::string& map,
                  bool dry_run) {
-  // The map first: that it cannot be written must not be found out when the model is saved.
-  if (!path.empty()) {
-    if (Outcome written = WriteWholeFile(path, map); !written) return written;
-  }
-  Outcome saved = dry_run ? Outcome() : document.Save();
-  if (!saved && !path.empty()) {
-    std::error_code ignored;
-    std::filesystem::remove(PathFromUtf8(path), ignored);
-  }
-  return saved;
+  const auto save = [&] { return dry_run ? Outcome() : document.Save(); };
+  if (path.empty()) return save();
+  // The map takes its place only once the model is saved, and the model is saved only when the map
+  // is written.
+  Outcome saved;
+  Outcome written = WriteFileBy(path, [&](std::ostream& out) {
+    out << map << std::flush;
+    if (out) saved = save();
+    if (!saved) out.setstate(std::ios::failbit);
+  });
+  return saved ? written : saved;
 }
 
 }  // namespace qx::app

@@ -13,7 +13,7 @@ Result<KeyMap> ReadKeyMap(const std::string& path, const DPoolBase& pool);
 std::string KeyMapText(const DPoolBase& pool, const KeyMap& map);
 
 /// Writes the map of what became of the keys, where `path` is not empty, and, but for a dry run,
-/// saves the model. Where that fails there is no map either.
+/// saves the model. Where that fails the file at `path` is as it was.
 Outcome SaveWith(CQXDocBase& document, const std::string& path, const std::string& map,
                  bool dry_run);
 

@@ -77,9 +77,9 @@ int main(int argc, char** argv) {
   app.footer(
       "Exit codes:\n"
       "  0 done\n"
-      "  1 refused: a file cannot be read, written or understood, or the model forbids it\n"
+      "  1 refused: a file cannot be read, written or understood, or the model forbids it;\n"
+      "    or the answer is no: a limit exceeded, a difference, a problem, no connection\n"
       "  2 misuse: the command line makes no sense\n"
-      "  3 done, and the answer is no: a limit exceeded, a difference, a problem, no connection\n"
       "Example:\n  qxdb import wing.msh wing.qxm");
   app.set_version_flag("--version", "qxdb " QX_VERSION);
   app.require_subcommand(1);

@@ -67,14 +67,14 @@ Ruler MakeRuler(double low, double high, int bins) {
 }
 
 /// Bars of one width with short numbers at their ends; of one factor where positive values span
-/// more than three decades.
-std::vector<HistogramBin> MakeBins(double low, double high, int bins) {
-  constexpr double kThreeDecades = 1000, kRounding = 1e-9;
+/// more than three decades. A rated measure is a plain number, of which the small are all alike.
+std::vector<HistogramBin> MakeBins(double low, double high, int bins, bool is_rated) {
+  constexpr double kThreeDecades = 1000, kLarge = 100, kRounding = 1e-9;
   const double width = high - low;
   const bool is_one = width <= kRounding * std::max(std::abs(low), std::abs(high));
   if (is_one || bins == 1 || !std::isfinite(width)) return {{low, high}};
   std::vector<HistogramBin> histogram;
-  if (low > 0 && high / low > kThreeDecades) {
+  if (low > 0 && high / low > kThreeDecades && (!is_rated || high > kLarge)) {
     const auto edge = [&](int i) {
       return i == bins ? high : low * std::pow(high / low, static_cast<double>(i) / bins);
     };
@@ -161,7 +161,7 @@ MeasureSummary Summarise(const DenseMesh& mesh, const MeasureInfo& info,
   summary.elements = static_cast<std::int64_t>(rated.size());
   if (bounded) {
     summary.mean = sum / static_cast<double>(bounded);
-    summary.histogram = MakeBins(low, high, bins);
+    summary.histogram = MakeBins(low, high, bins, info.acceptable.has_value());
     for (const auto& [value, e] : rated) {
       if (value < kUnbounded) Count(summary.histogram, value, is_outside(value));
     }

@@ -71,7 +71,7 @@ TEST_F(CheckCli, TellsALimitExceededFromMisuse) {
   for (const Case& c : cases) {
     const Ran run = Qxdb(c.arguments);
     EXPECT_EQ(run.code, c.code) << c.arguments << run.out << run.err;
-    EXPECT_EQ(Has(run.out, "EXCEEDED"), c.code == 1) << c.arguments;
+    EXPECT_EQ(Has(run.out, "EXCEEDED"), c.code == 1 && run.err.empty()) << c.arguments;
   }
 }
 

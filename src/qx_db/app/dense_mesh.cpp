@@ -16,13 +16,11 @@ namespace qx {
 DenseMesh::DenseMesh(const CQXDBSession& session) {
   const DPoolBase* nodes = session.GetDataPool(code::kNode);
   const DPoolBase* elements = session.GetDataPool(code::kElem);
-  const std::size_t node_count = nodes ? static_cast<std::size_t>(nodes->GetSize()) : 0;
-  numbers_.Reserve(node_count);
-  positions_.reserve(node_count);
-  PreferHugePages(positions_.data(), node_count * sizeof(Point3));
-  for (ITR at = node_count ? nodes->GetHeadPosition() : 0; at; nodes->Set().Next(at)) {
-    numbers_.Of(at);
-    positions_.push_back(NodeAt(at)->position);
+  if (nodes) numbers_ = PoolNumbers(nodes->Set());
+  positions_.reserve(numbers_.Count());
+  PreferHugePages(positions_.data(), numbers_.Count() * sizeof(Point3));
+  for (const ITR node : numbers_.Records()) {
+    positions_.push_back(NodeAt(node)->position);
     all_finite_ &= IsFinite(positions_.back());
   }
   const std::size_t count = elements ? static_cast<std::size_t>(elements->GetSize()) : 0;
@@ -30,15 +28,21 @@ DenseMesh::DenseMesh(const CQXDBSession& session) {
   PreferHugePages(elements_.data(), count * sizeof(Row));
   nodes_.reserve(8 * count);
   PreferHugePages(nodes_.data(), nodes_.capacity() * sizeof(std::uint32_t));
-  Type type(0);
-  for (ITR at = count ? elements->GetHeadPosition() : 0; at;) {
-    const ITR element = at;
-    elements->Set().Next(at);
-    if (at) {  // the nodes of the next one are on their way while this one is taken
-      for (const ITR node : ElementAt(at)->nodes) Prefetch(node);
-    }
-    if (ElementAt(element)->type != type.code) type = Type(ElementAt(element)->type);
-    AddElement(element, type);
+  // A second walk goes ahead, so that the list of an element's nodes is on its way when it is
+  // taken.
+  constexpr int kAhead = 8;
+  ITR at = count ? elements->GetHeadPosition() : 0, ahead = at;
+  const auto go_ahead = [&] {
+    if (!ahead) return;
+    Prefetch(ElementAt(ahead)->nodes.begin());
+    Prefetch(ElementAt(ahead)->nodes.end());
+    elements->Set().Next(ahead);
+  };
+  for (int i = 0; i < kAhead; ++i) go_ahead();
+  for (Type type(0); at; elements->Set().Next(at)) {
+    go_ahead();
+    if (ElementAt(at)->type != type.code) type = Type(ElementAt(at)->type);
+    AddElement(at, type);
   }
   if (nodes_.size() > std::numeric_limits<std::uint32_t>::max()) {
     throw std::length_error("the elements of this mesh have too many nodes");
@@ -65,14 +69,18 @@ void DenseMesh::AddElement(ITR itr, const Type& type) {
   nodes_.resize(first + element.nodes.size());
   std::uint32_t* const begin = nodes_.data() + first;
   std::uint32_t* end = begin;
+  std::uint64_t met = 0;
   for (const ITR node : element.nodes) {
-    const std::uint32_t number =
-        node && !KeyedSetBase::IsRemoved(node) ? numbers_.Find(node) : RecordNumbers::kNone;
-    if (number == RecordNumbers::kNone) {
+    const std::uint32_t number = numbers_.Find(node);
+    if (number == PoolNumbers::kNone) {
       faults |= fault::kMissingNode;
     } else {
       if (!all_finite_ && !IsFinite(positions_[number])) faults |= fault::kNotFinite;
-      if (!type.is_special && std::find(begin, end, number) != end) faults |= fault::kRepeatedNode;
+      // Numbers that differ in their last bits need no search.
+      const std::uint64_t bit = std::uint64_t{1} << (number % 64);
+      const bool maybe_met = (met & bit) != 0 && !type.is_special;
+      if (maybe_met && std::find(begin, end, number) != end) faults |= fault::kRepeatedNode;
+      met |= bit;
     }
     *end++ = number;
   }

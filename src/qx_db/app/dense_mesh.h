@@ -26,10 +26,10 @@ inline constexpr std::uint8_t kRepeatedNode = 16;  ///< one node more than once
 }  // namespace fault
 
 /// A picture of the mesh taken at construction. Nodes are numbered in the order of their pool,
-/// elements in that of theirs. Holds the parameter indices of nodes while it lives; editing the
-/// session makes it out of date. Special elements have their nodes but no shape: what they mean,
-/// and whether they may lie on one spot or on each other, is the application's business. Throws
-/// std::length_error when all elements together have 2^32 nodes or more.
+/// elements in that of theirs. Editing the session makes it out of date. Special elements have
+/// their nodes but no shape: what they mean, and whether they may lie on one spot or on each other,
+/// is the application's business. Throws std::length_error when there are 2^29 nodes, or all
+/// elements together have 2^32.
 class QXDB_API DenseMesh {
  public:
   explicit DenseMesh(const CQXDBSession& session);
@@ -41,7 +41,7 @@ class QXDB_API DenseMesh {
   bool IsUsable(std::uint32_t e) const { return (Faults(e) & fault::kUnusable) == 0; }
   /// kNone for special and unknown types.
   CornerShape Shape(std::uint32_t e) const { return elements_[e].shape; }
-  /// Numbers of all nodes of an element, corners first; RecordNumbers::kNone for a missing one.
+  /// Numbers of all nodes of an element, corners first; PoolNumbers::kNone for a missing one.
   std::span<const std::uint32_t> Nodes(std::uint32_t e) const {
     const std::size_t first = elements_[e].first_node;
     return std::span(nodes_).subspan(first, elements_[e + 1].first_node - first);
@@ -56,7 +56,7 @@ class QXDB_API DenseMesh {
   }
 
   /// The numbers of nodes, to find those of other records' references.
-  const RecordNumbers& Numbers() const { return numbers_; }
+  const PoolNumbers& Numbers() const { return numbers_; }
   std::uint32_t NodeCount() const { return numbers_.Count(); }
   ITR NodeItr(std::uint32_t n) const { return numbers_.Records()[n]; }
   Key NodeKey(std::uint32_t n) const;
@@ -85,7 +85,7 @@ class QXDB_API DenseMesh {
 
   void AddElement(ITR itr, const Type& type);
 
-  RecordNumbers numbers_;
+  PoolNumbers numbers_;
   std::vector<Point3> positions_;
   bool all_finite_ = true;
   std::vector<Row> elements_;  ///< and one more, whose first node is the end of the last

@@ -21,7 +21,7 @@ namespace {
 /// A side among those with its smallest corner: its other corners in ascending order, and whose
 /// side it is. Node numbers have 29 bits, which leaves three for the side.
 struct SideEntry {
-  static constexpr std::uint32_t kNodeMask = RecordNumbers::kNone;
+  static constexpr std::uint32_t kNodeMask = PoolNumbers::kNone;
 
   std::uint64_t second_third;
   std::uint32_t fourth_and_side;
@@ -467,7 +467,7 @@ class NodeGrid {
       if (IsFinite(p)) placed.push_back({{place(p.x), place(p.y), place(p.z)}, n});
     }
     std::sort(placed.begin(), placed.end());
-    cell_of_node_.assign(mesh.NodeCount(), RecordNumbers::kNone);
+    cell_of_node_.assign(mesh.NodeCount(), PoolNumbers::kNone);
     for (const auto& [cell, node] : placed) {
       if (cells_.empty() || cells_.back() != cell) cells_.push_back(cell);
       cell_of_node_[node] = static_cast<std::uint32_t>(cells_.size() - 1);
@@ -555,7 +555,7 @@ std::vector<Duplicate> DuplicateNodes(const DenseMesh& mesh, double tolerance) {
   std::vector<Duplicate> found;
   for (std::uint32_t n = 0; n < mesh.NodeCount(); ++n) {
     const std::uint32_t home = grid.CellOf(n);
-    if (home == RecordNumbers::kNone) continue;
+    if (home == PoolNumbers::kNone) continue;
     std::uint32_t nearest = n;
     for (const std::uint32_t cell : grid.Around(home)) {
       for (const std::uint32_t other : kept[cell]) {
@@ -595,7 +595,7 @@ std::vector<std::uint32_t> UnreferencedNodes(const DenseMesh& mesh) {
   std::vector<char> used(mesh.NodeCount(), 0);
   for (std::uint32_t e = 0; e < mesh.ElementCount(); ++e) {
     for (const std::uint32_t node : mesh.Nodes(e)) {
-      if (node != RecordNumbers::kNone) used[node] = 1;
+      if (node != PoolNumbers::kNone) used[node] = 1;
     }
   }
   std::vector<std::uint32_t> unused;

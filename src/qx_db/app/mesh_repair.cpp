@@ -29,7 +29,7 @@ std::int64_t RefuseCollapses(const DenseMesh& mesh, Replacement& becomes) {
     for (std::size_t i = 0; i < nodes.size(); ++i) {
       for (std::size_t k = 0; k < nodes.size(); ++k) {
         const std::uint32_t a = nodes[i], b = nodes[k];
-        if (a == b || a == RecordNumbers::kNone || b == RecordNumbers::kNone) continue;
+        if (a == b || a == PoolNumbers::kNone || b == PoolNumbers::kNone) continue;
         if (becomes[a] != becomes[b] || becomes[a] == a) continue;
         becomes[a] = a;
         ++refused;
@@ -41,12 +41,12 @@ std::int64_t RefuseCollapses(const DenseMesh& mesh, Replacement& becomes) {
 
 /// Replaces references to merged nodes in a copy of a record; in lists that are sets, members that
 /// became equal are dropped. True when something changed.
-bool Redirect(const RecordNumbers& numbers, const Replacement& becomes, const Schema& schema,
+bool Redirect(const PoolNumbers& numbers, const Replacement& becomes, const Schema& schema,
               TStructBase& record) {
   bool changed = false;
   const auto after = [&](ITR node) {
-    const std::uint32_t number = node ? numbers.Find(node) : RecordNumbers::kNone;
-    return number == RecordNumbers::kNone ? node : numbers.Records()[becomes[number]];
+    const std::uint32_t number = node ? numbers.Find(node) : PoolNumbers::kNone;
+    return number == PoolNumbers::kNone ? node : numbers.Records()[becomes[number]];
   };
   ForEachReference(schema, record, [&](const Row& row, char* slot) {
     if (row.target != code::kNode) return;
@@ -59,14 +59,14 @@ bool Redirect(const RecordNumbers& numbers, const Replacement& becomes, const Sc
 }
 
 /// Whether a reference of the record leads to a merged node; reads only.
-bool Concerns(const RecordNumbers& numbers, const Replacement& becomes, const Schema& schema,
+bool Concerns(const PoolNumbers& numbers, const Replacement& becomes, const Schema& schema,
               TStructBase& record) {
   bool concerned = false;
   ForEachReference(schema, record, [&](const Row& row, const char* slot) {
     if (row.target != code::kNode) return;
     const ITR node = LoadAt<ITR>(slot);
-    const std::uint32_t number = node ? numbers.Find(node) : RecordNumbers::kNone;
-    concerned |= number != RecordNumbers::kNone && becomes[number] != number;
+    const std::uint32_t number = node ? numbers.Find(node) : PoolNumbers::kNone;
+    concerned |= number != PoolNumbers::kNone && becomes[number] != number;
   });
   return concerned;
 }
@@ -96,7 +96,7 @@ bool PointsAtNodes(const DPoolBase& pool) {
                      [](const Row* row) { return row->target == code::kNode; });
 }
 
-bool RedirectAll(CQXDBSession& session, const RecordNumbers& numbers, const Replacement& becomes) {
+bool RedirectAll(CQXDBSession& session, const PoolNumbers& numbers, const Replacement& becomes) {
   for (DPoolBase* pool : session.Pools()) {
     if (!PointsAtNodes(*pool)) continue;
     std::vector<ITR> concerned;
@@ -219,7 +219,7 @@ void MarkPointedAt(CQXDBSession& session, const DenseMesh& mesh, std::vector<cha
                          const ITR node = LoadAt<ITR>(slot);
                          if (row.target != code::kNode || row.IsArray() || !node) return;
                          const std::uint32_t number = mesh.Numbers().Find(node);
-                         if (number != RecordNumbers::kNone) needed[number] = 1;
+                         if (number != PoolNumbers::kNone) needed[number] = 1;
                        });
     }
   }
@@ -233,7 +233,7 @@ bool RemoveUnreferencedNodes(CQXDBSession& session, RepairReport& report) {
     MarkPointedAt(session, mesh, needed);
     for (std::uint32_t e = 0; e < mesh.ElementCount(); ++e) {
       for (const std::uint32_t number : mesh.Nodes(e)) {
-        if (number != RecordNumbers::kNone) needed[number] = 2;
+        if (number != PoolNumbers::kNone) needed[number] = 2;
       }
     }
     for (std::uint32_t n = 0; n < mesh.NodeCount(); ++n) {

@@ -1,15 +1,16 @@
 // Dividing sides by direction and into connected groups; dividing polylines.
 
 #include <algorithm>
-#include <array>
 #include <bit>
 #include <cstdint>
+#include <memory>
 #include <span>
 #include <utility>
 #include <vector>
 
 #include "qx_db/app/mesh_util.h"
 #include "qx_db/app/side_nodes.h"
+#include "qx_db/platform/parallel.h"
 #include "qx_db/platform/prefetch.h"
 
 namespace qx {
@@ -79,41 +80,43 @@ class CornerRings {
   std::size_t used_ = 0;
 };
 
-/// The corners of all sides by node. Elements lie all over the memory, so sides go through in
-/// batches, and what the next batches read is on its way while one is taken.
+/// The corners of sides `first` to `end`, 0 where there is none. Elements lie all over the memory,
+/// so what the next ones read is on its way while one is taken.
+void TakeCorners(int kind, std::span<const tagTElemSide> sides, std::size_t first, std::size_t end,
+                 ITR* corners) {
+  constexpr std::size_t kAhead = 16;
+  for (std::size_t s = first; s < end; ++s) {
+    if (s + 2 * kAhead < end) {
+      const std::uint64_t far = sides[s + 2 * kAhead].element;
+      Prefetch(far);
+      Prefetch(far + 35);  // up to the list of its nodes, maybe on the next cache line
+    }
+    const tagTElem* near = s + kAhead < end ? ElementAt(sides[s + kAhead].element) : nullptr;
+    if (near) {
+      Prefetch(near->nodes.begin());
+      Prefetch(near->nodes.end());
+    }
+    const SideNodes nodes(kind, sides[s], false);
+    for (std::size_t c = 0; c < kCornersOfSide; ++c) {
+      corners[s * kCornersOfSide + c] = c < nodes.Count() ? nodes.Nodes()[c] : 0;
+    }
+  }
+}
+
+/// The corners of all sides by node.
 CornerRings RingsOf(int kind, std::span<const tagTElemSide> sides) {
-  constexpr std::size_t kBatch = 16;
-  const auto batch = [&](std::size_t first) {
-    first = std::min(first, sides.size());
-    return sides.subspan(first, std::min(kBatch, sides.size() - first));
-  };
+  constexpr std::size_t kLeast = 5000;  // below that a thread costs more than it saves
+  const std::size_t count = sides.size() * kCornersOfSide;
+  // Not filled with zeros first: all of it is written below.
+  const std::unique_ptr<ITR[]> corners(new ITR[count]);
+  ParallelFor(sides.size(), kLeast, [&](std::size_t first, std::size_t end) {
+    TakeCorners(kind, sides, first, end, corners.get());
+  });
   CornerRings rings(sides.size());
-  std::array<ITR, kBatch * kCornersOfSide> corners;
-  for (std::size_t first = 0; first < sides.size(); first += kBatch) {
-    for (const tagTElemSide& side : batch(first + 2 * kBatch)) {
-      Prefetch(side.element);
-      Prefetch(side.element + 35);  // up to the list of its nodes, maybe on the next cache line
-    }
-    for (const tagTElemSide& side : batch(first + kBatch)) {
-      const tagTElem* element = ElementAt(side.element);
-      if (!element) continue;
-      Prefetch(element->nodes.begin());
-      Prefetch(element->nodes.end());
-    }
-    corners.fill(0);
-    ITR* at = corners.data();
-    for (const tagTElemSide& side : batch(first)) {
-      const SideNodes nodes(kind, side, false);
-      for (std::size_t c = 0; c < nodes.Count(); ++c) {
-        at[c] = nodes.Nodes()[c];
-        rings.PrefetchHead(at[c]);
-      }
-      at += kCornersOfSide;
-    }
-    for (std::size_t i = 0; i < corners.size(); ++i) {
-      if (corners[i] == 0) continue;
-      rings.Add(corners[i], static_cast<std::uint32_t>(first * kCornersOfSide + i));
-    }
+  constexpr std::size_t kAhead = 32;
+  for (std::size_t i = 0; i < count; ++i) {
+    if (i + kAhead < count) rings.PrefetchHead(corners[i + kAhead]);
+    if (corners[i] != 0) rings.Add(corners[i], static_cast<std::uint32_t>(i));
   }
   return rings;
 }
