@@ -24,22 +24,18 @@ constexpr std::uint32_t kCornersOfSide = 4;
 /// their iterators alone, so that none of their records, which lie all over the mesh, is read.
 class CornerRings {
  public:
-  explicit CornerRings(std::size_t sides)
-      : next_(sides * kCornersOfSide, kNoCorner), heads_(std::bit_ceil(2 * sides + 2)) {}
-
-  void Add(ITR node, std::uint32_t corner) {
-    if (2 * (used_ + 1) > heads_.size()) Grow();
-    Head& head = HeadOf(node);
-    if (head.node == node) {
-      next_[corner] = std::exchange(next_[head.last], corner);
-    } else {
-      next_[corner] = corner;
-      head.node = node;
-      ++used_;
+  /// Of all corners but those with no node, 0. The span is to live as long.
+  explicit CornerRings(std::span<const ITR> nodes)
+      : nodes_(nodes),
+        next_(nodes.size(), kNoCorner),
+        last_(std::bit_ceil(nodes.size() / 2 + 2), kNoCorner) {
+    constexpr std::size_t kAhead = 16;
+    for (std::size_t i = 0; i < nodes.size(); ++i) {
+      if (i + kAhead < nodes.size()) Prefetch(&last_[PlaceOf(nodes[i + kAhead])]);
+      if (nodes[i] != 0) Add(static_cast<std::uint32_t>(i));
     }
-    head.last = corner;
   }
-  void PrefetchHead(ITR node) const { Prefetch(&heads_[PlaceOf(node)]); }
+
   /// Visits the corners of the ring that a corner is in, which ends with it, and dissolves the
   /// ring: a node hands on its sides once, so that a walk stays linear however many share it.
   template <class Visit>
@@ -52,31 +48,39 @@ class CornerRings {
   }
 
  private:
-  struct Head {
-    ITR node = 0;
-    std::uint32_t last = kNoCorner;
-  };
+  void Add(std::uint32_t corner) {
+    if (2 * (used_ + 1) > last_.size()) Grow();
+    std::uint32_t& last = LastOf(nodes_[corner]);
+    if (last == kNoCorner) {
+      next_[corner] = corner;
+      ++used_;
+    } else {
+      next_[corner] = std::exchange(next_[last], corner);
+    }
+    last = corner;
+  }
   /// Where to start looking for a node.
   std::size_t PlaceOf(ITR node) const {
     constexpr std::uint64_t kGolden = 0x9E3779B97F4A7C15;  // 2^64 by the golden ratio
-    return (node * kGolden >> 32) & (heads_.size() - 1);
+    return (node * kGolden >> 32) & (last_.size() - 1);
   }
-  /// That of a node, or the free one that it is to have.
-  Head& HeadOf(ITR node) {
+  /// The place of the last corner on a node, or the free one that it is to have.
+  std::uint32_t& LastOf(ITR node) {
     std::size_t at = PlaceOf(node);
-    while (heads_[at].node != 0 && heads_[at].node != node) at = (at + 1) & (heads_.size() - 1);
-    return heads_[at];
+    while (last_[at] != kNoCorner && nodes_[last_[at]] != node) at = (at + 1) & (last_.size() - 1);
+    return last_[at];
   }
   void Grow() {
-    std::vector<Head> old(2 * heads_.size());
-    old.swap(heads_);
-    for (const Head& head : old) {
-      if (head.node != 0) HeadOf(head.node) = head;
+    std::vector<std::uint32_t> old(2 * last_.size(), kNoCorner);
+    old.swap(last_);
+    for (const std::uint32_t corner : old) {
+      if (corner != kNoCorner) LastOf(nodes_[corner]) = corner;
     }
   }
 
+  std::span<const ITR> nodes_;
   std::vector<std::uint32_t> next_;
-  std::vector<Head> heads_;  ///< a power of two, at least half of them free
+  std::vector<std::uint32_t> last_;  ///< by node; a power of two, at least half of them free
   std::size_t used_ = 0;
 };
 
@@ -103,22 +107,15 @@ void TakeCorners(int kind, std::span<const tagTElemSide> sides, std::size_t firs
   }
 }
 
-/// The corners of all sides by node.
-CornerRings RingsOf(int kind, std::span<const tagTElemSide> sides) {
+/// The corners of all sides.
+std::unique_ptr<ITR[]> CornersOf(int kind, std::span<const tagTElemSide> sides) {
   constexpr std::size_t kLeast = 5000;  // below that a thread costs more than it saves
-  const std::size_t count = sides.size() * kCornersOfSide;
-  // Not filled with zeros first: all of it is written below.
-  const std::unique_ptr<ITR[]> corners(new ITR[count]);
+  // Not filled with zeros first: all of it is written.
+  std::unique_ptr<ITR[]> corners(new ITR[sides.size() * kCornersOfSide]);
   ParallelFor(sides.size(), kLeast, [&](std::size_t first, std::size_t end) {
     TakeCorners(kind, sides, first, end, corners.get());
   });
-  CornerRings rings(sides.size());
-  constexpr std::size_t kAhead = 32;
-  for (std::size_t i = 0; i < count; ++i) {
-    if (i + kAhead < count) rings.PrefetchHead(corners[i + kAhead]);
-    if (corners[i] != 0) rings.Add(corners[i], static_cast<std::uint32_t>(i));
-  }
-  return rings;
+  return corners;
 }
 
 /// Walks a polyline and places a point every `step`.
@@ -176,7 +173,8 @@ std::int32_t CQXMeshUtil::GroupElemSide(int kind, const TArray<tagTElemSide>& si
                                         std::list<std::list<int>>& groups) const {
   groups.clear();
   if (kind != kFaceSide && kind != kEdgeSide) return 0;
-  CornerRings rings = RingsOf(kind, {sides.data(), sides.size()});
+  const auto corners = CornersOf(kind, {sides.data(), sides.size()});
+  CornerRings rings({corners.get(), sides.size() * kCornersOfSide});
   std::vector<char> met(sides.size(), 0);
   for (std::size_t seed = 0; seed < sides.size(); ++seed) {
     if (met[seed]) continue;
