@@ -203,6 +203,7 @@ void Journal::Detach(Step& step, std::size_t begin, std::size_t end) {
 
 void Journal::TakeBack(Step& step, std::size_t mark) {
   std::vector<Change> displaced;
+  if (mark == 0) step.held = 0;  // none of what was removed stays so
   for (std::size_t i = step.changes.size(); i > mark;) {
     Change& change = step.changes[i - 1];
     if (change.operation == tagTRNotify::kModified) {
@@ -210,7 +211,7 @@ void Journal::TakeBack(Step& step, std::size_t mark) {
       --i;
     } else if (change.operation == tagTRNotify::kRemoved) {
       KeyedSetBase& set = Pool(change.type).Set();
-      step.held -= HeldBytes(change.type, {&change, 1});
+      if (mark > 0) step.held -= HeldBytes(change.type, {&change, 1});
       if (!set.Relink(change.item, change.list_epoch, change.hash_epoch)) {
         // Its place in the list is gone, because that was sorted since. What is detached later
         // must not rely on a place beside it.
@@ -241,12 +242,12 @@ void Journal::TakeBack(Step& step, std::size_t mark) {
 }
 
 void Journal::DoAgain(Step& step) {
+  step.held = 0;  // of what was inserted
   for (Change& change : step.changes) {
     KeyedSetBase& set = Pool(change.type).Set();
     if (change.operation == tagTRNotify::kModified) {
       RestoreImage(step, change, false);
     } else if (change.operation == tagTRNotify::kInserted) {
-      step.held -= HeldBytes(change.type, {&change, 1});
       if (!set.Relink(change.item, change.list_epoch, change.hash_epoch)) {
         set.AppendDetached(change.item);
       }
