@@ -14,11 +14,11 @@
 #include "qx_db/app/mesh_adjacency.h"
 #include "qx_db/app/mesh_findings.h"
 #include "qx_db/app/mesh_mass.h"
-#include "qx_db/callback/callbacks.h"
 #include "qx_db/core/transaction.h"
 #include "qx_db/record/control_records.h"
 
 #include "mesh_builder.h"
+#include "tests/silent_app_db.h"
 
 namespace qx {
 namespace {
@@ -362,17 +362,7 @@ TEST(Repair, MendsAllAtOnce) {
 // ---- mass ---------------------------------------------------------------------------------------
 
 /// An application that knows densities by property and one thickness.
-class MassApplication : public IAppDB {
- public:
-  int QueryMode(CQXDBSession*, int) override { return 0; }
-  Key GetMatlKey(CQXDBSession*, ITR) override { return 0; }
-  Key GetMatlNewKey(CQXDBSession*) override { return 0; }
-  ITR MatlFindItr(CQXDBSession*, Key) override { return 0; }
-  ITR GetMatlByName(CQXDBSession*, const CString&) override { return 0; }
-  int SetMatlName(CQXDBSession*, ITR, const CString&) override { return 0; }
-  int GetMatlType(CQXDBSession*, ITR) override { return 0; }
-  int IsMatlUsed(CQXDBSession*, ITR) override { return 0; }
-  int RemoveMatlW(CQXDBSession*, ITR) override { return 0; }
+struct MassApplication : SilentAppDB {
   double GetElemMatlDensity(CQXDBSession*, ITR elem) override {
     return ElementAt(elem)->type >= 8 ? 2.7 : 0;
   }

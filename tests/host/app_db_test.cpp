@@ -8,6 +8,7 @@
 #include "qx_db/record/element_types.h"
 
 #include "host/application.h"
+#include "tests/silent_app_db.h"
 
 namespace qx::host {
 namespace {
@@ -326,17 +327,7 @@ void ExpectDefaults(HostAppDB& host, CQXDBSession* session, ITR itr) {
       QX_ASK(SetMatlName(s, r, u"x")),
   };
 #undef QX_ASK
-  struct Silent : IAppDB {
-    int QueryMode(CQXDBSession*, int) override { return 0; }
-    Key GetMatlKey(CQXDBSession*, ITR) override { return 0; }
-    Key GetMatlNewKey(CQXDBSession*) override { return 0; }
-    ITR MatlFindItr(CQXDBSession*, Key) override { return 0; }
-    ITR GetMatlByName(CQXDBSession*, const CString&) override { return 0; }
-    int SetMatlName(CQXDBSession*, ITR, const CString&) override { return 0; }
-    int GetMatlType(CQXDBSession*, ITR) override { return 0; }
-    int IsMatlUsed(CQXDBSession*, ITR) override { return 0; }
-    int RemoveMatlW(CQXDBSession*, ITR) override { return 0; }
-  } silent;
+  SilentAppDB silent;
   for (std::size_t i = 0; i < std::size(questions); ++i) {
     EXPECT_EQ(questions[i](host, session, itr), questions[i](silent, session, itr))
         << "question " << i;

@@ -4,30 +4,21 @@
 #include <map>
 #include <set>
 
-#include "qx_db/callback/callbacks.h"
-
 #include "tests/model/mesh_model.h"
+#include "tests/silent_app_db.h"
 
 namespace qx {
 namespace {
 
 // ---- relations ----------------------------------------------------------------------------------
 
-struct ModeApp final : IAppDB {
+struct ModeApp final : SilentAppDB {
   int mode = 0;
   int asked = 0;
   int QueryMode(CQXDBSession*, int which) override {
     asked = which;
     return mode;
   }
-  Key GetMatlKey(CQXDBSession*, ITR) override { return 0; }
-  Key GetMatlNewKey(CQXDBSession*) override { return 0; }
-  ITR MatlFindItr(CQXDBSession*, Key) override { return 0; }
-  ITR GetMatlByName(CQXDBSession*, const CString&) override { return 0; }
-  int SetMatlName(CQXDBSession*, ITR, const CString&) override { return 0; }
-  int GetMatlType(CQXDBSession*, ITR) override { return 0; }
-  int IsMatlUsed(CQXDBSession*, ITR) override { return 0; }
-  int RemoveMatlW(CQXDBSession*, ITR) override { return 0; }
 };
 
 struct SplitHost final : IQXDbInterface {
