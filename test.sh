@@ -1,12 +1,21 @@
 #!/usr/bin/env bash
-# Sets up what is needed and passes the tests: with GCC, optimised, and with Clang under the
-# address and undefined-behaviour sanitizers, with a short run of every fuzz target.
-# "./test.sh quick" leaves out the second.
+# Sets up what is needed and passes the tests: with GCC, optimised; with Clang under the address and
+# undefined-behaviour sanitizers, with a short run of every fuzz target; readers beside an owner
+# under the thread sanitizer; then the first use on a bare system.
+#   ./test.sh quick     the GCC build and its tests only
+#   ./test.sh nightly   all of it, and the long proofs: site, packages, both scripts in bare systems
 set -euo pipefail
 cd "$(dirname "$0")"
 . ./cmake/setup.sh
 
+mode=${1:-landing}
+case "$mode" in
+  quick | landing | nightly) ;;
+  *) stop "unknown argument \"$mode\": quick, nightly or nothing" ;;
+esac
+
 need_packages "${BUILD_PACKAGES[@]}" "${TEST_PACKAGES[@]}"
+choose_components all
 
 echo "Formatting"
 git ls-files -z -- '*.h' '*.cpp' | xargs -0 clang-format --dry-run --Werror
@@ -18,8 +27,24 @@ run_tests() {
 
 build release
 run_tests release
-[ "${1:-}" = quick ] && exit
+[ "$mode" = quick ] && exit
 
 build sanitize
-export ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1
+export ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 LSAN_OPTIONS=print_suppressions=0
 run_tests sanitize
+
+echo "Readers beside an editing owner, under the thread sanitizer"
+if ! { cmake -S tests/threads -B build/threads -G Ninja -DCMAKE_CXX_COMPILER=clang++ &&
+       cmake --build build/threads --target check; } >build/threads.log 2>&1; then
+  tail -n 40 build/threads.log >&2
+  stop "a race, or a build that failed; the whole log is build/threads.log"
+fi
+
+packaging/first-use.sh run
+[ "$mode" = landing ] && exit
+
+docs/build.sh
+packaging/check-packages.sh
+packaging/first-use.sh test
+packaging/first-use.sh run-test
+packaging/first-use.sh test-run

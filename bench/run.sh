@@ -4,6 +4,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 . ./cmake/setup.sh
 need_packages "${BUILD_PACKAGES[@]}" libabsl-dev libboost-dev qt6-base-dev
+SWITCHES=(-DQX_QT=ON -DQX_OCCT=OFF -DQX_TESTS=OFF)
 build bench
 if [ $# = 0 ] || [ "$1" = qt_lists ]; then
   QT_QPA_PLATFORM=offscreen build/bench/bin/bench_qt_lists

@@ -9,7 +9,7 @@
 #include "qx_db/qx_db.h"
 #include "qx_db/record/element_types.h"
 
-#include "exchange/msh_reader.h"
+#include "exchange/msh/msh_reader.h"
 #include "host/session.h"
 #include "host/texts.h"
 

@@ -106,7 +106,7 @@ void NestGroups(Mesh& mesh) {
     if (least != wholes.end()) parents[part] = static_cast<std::int32_t>(*least);
   }
   if (work == 0 && count > 0) {
-    mesh.notes.push_back("the physical groups overlap too much to be arranged in a hierarchy");
+    mesh.report.Assumed("the groups overlap too much to be arranged in a hierarchy");
     return;
   }
   for (std::uint32_t part = 0; part < count; ++part) mesh.groups[part].parent = parents[part];

@@ -9,6 +9,7 @@
 #include "qx_db/lib/message.h"
 #include "qx_db/model/mesh_set_pool.h"
 #include "qx_db/record/element_types.h"
+#include "qx_db/record/verbs.h"
 
 #include "exchange/key_set.h"
 #include "exchange/set_names.h"
@@ -46,13 +47,14 @@ Outcome CheckCoordinates(const Mesh& mesh, const std::string& file) {
 
 Outcome CheckElements(const Mesh& mesh, const KeySet& nodes, const std::string& file) {
   for (const Mesh::Element& element : mesh.elements) {
-    const ElementType* type = FindElementType(element.type);
-    if (!type) {
+    const std::size_t count =
+        mesh.NodesOf(static_cast<std::size_t>(&element - mesh.elements.data()));
+    constexpr std::int32_t kFirstSpecial = 30;
+    if (count == 0 || (element.type < kFirstSpecial && !FindElementType(element.type))) {
       return Failure{file, Place("element", element.key),
-                     fmt::format("its type {} is none of 1 to 15", element.type),
+                     fmt::format("its type {} is none of 1 to 15 and no special one", element.type),
                      "choose another element type"};
     }
-    const auto count = static_cast<std::size_t>(type->nodes);
     if (element.first > mesh.connectivity.size() ||
         mesh.connectivity.size() - element.first < count) {
       return Failure{file, Place("element", element.key),
@@ -151,9 +153,10 @@ void MakeRoom(DPool<T>& pool, std::size_t more) {
 /// The steps of adding a mesh. Each gives false when a pool refuses a record.
 class MeshAdder {
  public:
-  MeshAdder(CQXDBSession& session, const Mesh& mesh)
+  MeshAdder(CQXDBSession& session, const Mesh& mesh, const KeyMap& properties)
       : session_(session),
         mesh_(mesh),
+        properties_(properties),
         nodes_(*session.GetPool<DPoolNode>(code::kNode)),
         elements_(*session.GetPool<DPoolElem>(code::kElem)),
         sets_(*session.GetPool<DPoolMset>(code::kMset)) {}
@@ -181,18 +184,20 @@ class MeshAdder {
       const auto batch =
           std::span(mesh_.elements).subspan(begin, std::min(kBatch, mesh_.elements.size() - begin));
       keys.clear();
-      for (const Mesh::Element& from : batch) {
-        const Key* first = mesh_.connectivity.data() + from.first;
-        keys.insert(keys.end(), first, first + FindElementType(from.type)->nodes);
+      for (std::size_t i = 0; i < batch.size(); ++i) {
+        const Key* first = mesh_.connectivity.data() + batch[i].first;
+        keys.insert(keys.end(), first, first + mesh_.NodesOf(begin + i));
       }
       found.resize(keys.size());
       nodes_.Set().FindMany(keys, found);
       if (std::find(found.begin(), found.end(), 0) != found.end()) return false;
       const ITR* next = found.data();
-      for (const Mesh::Element& from : batch) {
-        const auto count = static_cast<std::size_t>(FindElementType(from.type)->nodes);
+      for (std::size_t i = 0; i < batch.size(); ++i) {
+        const Mesh::Element& from = batch[i];
+        const std::size_t count = mesh_.NodesOf(begin + i);
         element.key = from.key;
         element.type = from.type;
+        element.property = PropertyOf(from);
         element.nodes.Assign(next, count);
         next += count;
         if (!elements_.InsertNU(element)) return false;
@@ -201,17 +206,19 @@ class MeshAdder {
     return true;
   }
 
-  bool AddGroups(std::vector<std::string>& notes) {
+  bool AddGroups(AddReport& report) {
     SetNames names(sets_, mesh_.groups);
     std::vector<ITR> added;
     for (const Mesh::Group& group : mesh_.groups) {
       tagTMset set;
-      set.name.Set(names.Fit(group.name, notes));
+      set.name.Set(names.Fit(group.name, report.losses));
       set.color = group.color == Mesh::Group::kNone ? DPoolMset::GetNewColor() : group.color;
       if (!ListMembers(group, set)) return false;
       added.push_back(AddSet(group.key, set));
       if (!added.back()) return false;
+      report.set_keys.push_back(set.key);
     }
+    report.losses.Lost("elements whose property is not there", without_property_);
     for (std::size_t i = 0; i < added.size(); ++i) {
       const std::int32_t parent = mesh_.groups[i].parent;
       if (parent == Mesh::Group::kNone) continue;
@@ -258,8 +265,23 @@ class MeshAdder {
     return sets_.InsertNU(set);
   }
 
+  /// The property that an element's key names; most elements have that of the one before.
+  ITR PropertyOf(const Mesh::Element& element) {
+    if (element.property == 0) return 0;
+    if (element.property != last_property_.first) {
+      const auto renamed = properties_.find(element.property);
+      const Key key = renamed == properties_.end() ? element.property : renamed->second;
+      last_property_ = {element.property, FindRecord(session_, code::kProp, key)};
+    }
+    without_property_ += last_property_.second == 0;
+    return last_property_.second;
+  }
+
   CQXDBSession& session_;
   const Mesh& mesh_;
+  const KeyMap& properties_;
+  std::pair<Key, ITR> last_property_{0, 0};
+  std::uint64_t without_property_ = 0;
   DPoolNode& nodes_;
   DPoolElem& elements_;
   DPoolMset& sets_;
@@ -299,8 +321,18 @@ Outcome CheckMesh(const Mesh& mesh, const std::string& file) {
   return CheckGroups(mesh, nodes, KeySet(element_keys), file);
 }
 
-Outcome AddMesh(CQXDBSession& session, const Mesh& mesh, const std::string& file,
-                AddReport* report) {
+std::size_t Mesh::NodesOf(std::size_t index) const {
+  const Element& element = elements[index];
+  if (const ElementType* type = FindElementType(element.type)) {
+    return static_cast<std::size_t>(type->nodes);
+  }
+  const std::size_t end =
+      index + 1 < elements.size() ? elements[index + 1].first : connectivity.size();
+  return end > element.first ? end - element.first : 0;
+}
+
+Outcome AddMesh(CQXDBSession& session, const Mesh& mesh, const std::string& file, AddReport* report,
+                const KeyMap& properties) {
   for (const std::uint16_t type : {code::kNode, code::kElem, code::kMset}) {
     if (session.GetDataPool(type)) continue;
     return Failure{file, "", "the model has no pools for a mesh", "add the standard pools"};
@@ -314,14 +346,12 @@ Outcome AddMesh(CQXDBSession& session, const Mesh& mesh, const std::string& file
 
   CTransaction step(&session);
   step.Begin(qxLoadText("IDS_QX_TRANS_Import_Mesh").c_str());
-  MeshAdder adder(session, mesh);
-  std::vector<std::string> notes;
-  if (!adder.AddNodes() || !adder.AddElements() || !adder.AddGroups(notes) || !step.Commit()) {
+  MeshAdder adder(session, mesh, properties);
+  AddReport added{mesh.node_keys.size(), mesh.elements.size(), mesh.groups.size(), {}, {}};
+  if (!adder.AddNodes() || !adder.AddElements() || !adder.AddGroups(added) || !step.Commit()) {
     return Failure{file, "", "the model refuses the mesh", "check the mesh before it is added"};
   }
-  if (report) {
-    *report = {mesh.node_keys.size(), mesh.elements.size(), mesh.groups.size(), std::move(notes)};
-  }
+  if (report) *report = std::move(added);
   return {};
 }
 

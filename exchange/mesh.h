@@ -5,10 +5,14 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "qx_db/core/session.h"
 #include "qx_db/platform/outcome.h"
+
+#include "exchange/loss_report.h"
 
 namespace qx::exchange {
 
@@ -19,9 +23,19 @@ using Progress = std::function<void(double)>;
 struct Mesh {
   struct Element {
     Key key;
-    std::int32_t type;  ///< element type code, 1 to 15
+    std::int32_t type;  ///< element type code
     std::size_t first;  ///< index of its first node in `connectivity`
+    Key property = 0;   ///< key of its property; 0 for none
     friend bool operator==(const Element&, const Element&) = default;
+  };
+  /// How a file knows a group: its number there, for elements of one dimension. See tagTSetTag.
+  struct SetTag {
+    std::int32_t kind = 0;
+    std::int32_t dimension = -1;
+    std::int32_t tag = 0;
+    bool named = true;
+    std::vector<std::pair<Key, std::int32_t>> sides = {};  ///< element and side, from 0
+    friend bool operator==(const SetTag&, const SetTag&) = default;
   };
   /// A named group of elements. Groups may overlap, share a name, and be empty.
   struct Group {
@@ -30,10 +44,11 @@ struct Mesh {
     std::string name;    ///< UTF-8
     int dimension = -1;  ///< of its elements; -1 when they differ or are not known
     std::vector<Key> elements;
-    std::vector<Key> nodes = {};  ///< that belong to it besides those of its elements
-    std::int32_t parent = kNone;  ///< index of the group that it is a part of
-    std::int32_t color = kNone;   ///< 0xRRGGBB; kNone for one of the model's choice
-    Key key = 0;                  ///< wish for a key in the model; 0 for none
+    std::vector<Key> nodes = {};    ///< that belong to it besides those of its elements
+    std::int32_t parent = kNone;    ///< index of the group that it is a part of
+    std::int32_t color = kNone;     ///< 0xRRGGBB; kNone for one of the model's choice
+    Key key = 0;                    ///< wish for a key in the model; 0 for none
+    std::vector<SetTag> tags = {};  ///< how the file knows it
     friend bool operator==(const Group&, const Group&) = default;
   };
 
@@ -42,9 +57,13 @@ struct Mesh {
   std::vector<Element> elements;
   std::vector<Key> connectivity;  ///< node keys, element after element
   std::vector<Group> groups;
-  /// What the reader changed or left out, a line each: "9-node quadrilaterals were read as 8-node
-  /// quadrilaterals: 48".
-  std::vector<std::string> notes;
+  /// What the reader changed, left out or took for granted: "9-node quadrilaterals were read as
+  /// 8-node quadrilaterals: 48".
+  LossReport report;
+
+  /// Number of nodes of the element at `index`: what its type says, or, for a code without a known
+  /// number, what there is up to the next element.
+  std::size_t NodesOf(std::size_t index) const;
 };
 
 /// Checks a mesh as a whole: keys between 1 and 2147483647, none twice, finite coordinates, every
@@ -62,17 +81,21 @@ struct AddReport {
   std::size_t nodes = 0;
   std::size_t elements = 0;
   std::size_t groups = 0;
-  /// What did not go in as it was, a line each: names that were cut.
-  std::vector<std::string> notes;
+  std::vector<Key> set_keys;  ///< of the mesh sets that the groups became
+  LossReport losses;          ///< names that were cut, references to nothing
 };
+
+/// Keys that records got in the model where their own were taken.
+using KeyMap = std::unordered_map<Key, Key>;
 
 /// Adds a mesh that has passed CheckMesh to a session as one undoable step: nodes, elements, and
 /// for each group a mesh set of its elements with their nodes, in the groups' hierarchy, under the
 /// group's name, of which 63 UTF-16 units are kept. A set's key is the one that its group wishes if
 /// that is free, else a new one; a group that wishes for the key of the default mesh set fills that
 /// one as long as it is empty. Fails, with the session as it was, when the number of a node or an
-/// element is taken already. `file` stands for the mesh in messages.
+/// element is taken already. Elements refer to the properties of the model with their keys, or with
+/// those that `properties` gives for them. `file` stands for the mesh in messages.
 Outcome AddMesh(CQXDBSession& session, const Mesh& mesh, const std::string& file,
-                AddReport* report = nullptr);
+                AddReport* report = nullptr, const KeyMap& properties = {});
 
 }  // namespace qx::exchange

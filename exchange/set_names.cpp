@@ -26,7 +26,7 @@ SetNames::SetNames(const DPoolMset& sets, std::span<const Mesh::Group> groups) {
   }
 }
 
-std::u16string SetNames::Fit(const std::string& name, std::vector<std::string>& notes) {
+std::u16string SetNames::Fit(const std::string& name, LossReport& report) {
   std::u16string full = Utf16(name);
   if (full.size() <= kLongest) return full;
   const std::u16string head = Head(full, kLongest);
@@ -35,10 +35,8 @@ std::u16string SetNames::Fit(const std::string& name, std::vector<std::string>& 
     const std::u16string tail = Utf16(fmt::format("~{}", ++number));
     cut = Head(full, kLongest - tail.size()) + tail;
   }
-  notes.push_back(
-      fmt::format("the group name \"{}\" is longer than {} characters and was cut to "
-                  "\"{}\"",
-                  name, kLongest, Utf8(cut)));
+  report.Changed(fmt::format("names of groups were cut to {} characters", kLongest), 1,
+                 fmt::format("\"{}\", now \"{}\"", name, Utf8(cut)));
   return cut;
 }
 

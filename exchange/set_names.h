@@ -20,8 +20,8 @@ class SetNames {
   /// The sets that are there and the groups to come, whose names are not to be hit by a cut.
   SetNames(const DPoolMset& sets, std::span<const Mesh::Group> groups);
 
-  /// The name to use for a group's name; a cut adds a line to `notes`.
-  std::u16string Fit(const std::string& name, std::vector<std::string>& notes);
+  /// The name to use for a group's name; a cut is told in `report`.
+  std::u16string Fit(const std::string& name, LossReport& report);
 
  private:
   std::set<std::u16string> taken_;

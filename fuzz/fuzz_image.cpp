@@ -14,7 +14,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   std::vector<char> image(data + 1, data + size);
   const Schema& schema = pool.GetSchema();
   if (!CheckImage(schema, image.data(), image.size()).empty()) return 0;
-  TStructBase& record = *pool.GetDataPtrForUndoRedo();
+  const auto made = pool.NewRecord();
+  TStructBase& record = *made;
   if (!record.Stream2Data(image.data(), static_cast<int>(image.size()))) std::abort();
   if (record.GetSizePlusVfptr() - 8 != image.size()) std::abort();
   KeysToIterators(schema, record, session, ReferenceScope::kAll);

@@ -4,11 +4,11 @@
 #include <cstdlib>
 #include <string_view>
 
-#include "exchange/msh_reader.h"
+#include "exchange/msh/msh_reader.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string_view bytes(reinterpret_cast<const char*>(data), size);
-  const qx::Result<qx::exchange::Mesh> mesh = qx::exchange::ParseMsh(bytes, "input");
+  const qx::Result<qx::exchange::Deck> mesh = qx::exchange::ParseMsh(bytes, "input");
   if (mesh ? !qx::exchange::CheckMesh(*mesh, "input") : mesh.Error().what.empty()) std::abort();
   return 0;
 }

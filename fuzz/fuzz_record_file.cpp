@@ -8,6 +8,7 @@
 #include <xxhash.h>
 
 #include "qx_db/qx_db.h"
+#include "qx_db/record/verbs.h"
 
 namespace {
 
@@ -33,7 +34,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         mend ? Mended(data, size) : std::string(reinterpret_cast<const char*>(data), size));
     DPoolBase* pool = opened ? session.GetDataPool(file.Header().type) : nullptr;
     if (!pool || !file.Read(*pool)) continue;
-    if (!pool->Set().Validate().empty()) std::abort();
+    for (ITR pos = pool->GetHeadPosition(); pos; pool->Next(pos)) {
+      KeysToIterators(pool->GetSchema(), *KeyedSetBase::RecordAt(pos), session,
+                      ReferenceScope::kAll);
+    }
+    if (!session.Validate().empty()) std::abort();
     pool->Set().RemoveAll();
   }
   return 0;

@@ -17,19 +17,12 @@ class HostProcess final : public IQXDbInterface {
   int IsCancelled(CQXDBSession*) override { return 0; }
 };
 
-void RefreshAfterStep(CQXDBSession& session) {
-  if (IUpdateDB* update = IUpdateDB::Instance()) update->UpdateDB(&session, 0);
-}
-
 }  // namespace
 
 Application::Application() {
   // Never destroyed: the slot names it to the end of the process.
   static auto* const process = new HostProcess;
   static_cast<void>(process);
-  SetStepHook(RefreshAfterStep);
 }
-
-Application::~Application() { SetStepHook(nullptr); }
 
 }  // namespace qx::host

@@ -7,19 +7,18 @@
 
 namespace qx::host {
 
-/// Passes finished steps on to the selection lists. This host has no views of its own.
+/// Refreshes the selection lists, as its base does. This host has no views of its own.
 class HostUpdateDB final : public IUpdateDB {
  public:
   void UpdateView(CQXDBSession*) override {}
 };
 
 /// To be made once, at the start of a program and before any model: registers the callback objects
-/// and has the lists refreshed after every step of any session. Its end unregisters them, save the
+/// so that lists are refreshed after every event of any session. Its end unregisters them, save the
 /// IQXDbInterface, which the library keeps for the life of the process.
 class Application {
  public:
   Application();
-  ~Application();
   Application(const Application&) = delete;
   Application& operator=(const Application&) = delete;
 

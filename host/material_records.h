@@ -45,8 +45,6 @@ struct tagTMatl final : TRecord<tagTMatl, code::kMatl> {
   TString<128> library;          ///< name of the library it was taken from; empty for none
   TString<64> library_category;  ///< standard or family within the library
 
-  static const Schema& GetSchema();
-
   /// The shear modulus, derived as E / (2 (1 + nu)) when none is given.
   double ShearModulus() const;
 };

@@ -6,8 +6,6 @@
 
 namespace qx {
 
-using GF = GatewayField;
-
 namespace {
 
 int NonStructuralMass(const TStructBase& record, int) {
@@ -26,74 +24,62 @@ int Damping(const TStructBase&, int number) {
 
 }  // namespace
 
-const Schema& tagTProp::GetSchema() {
-  static constexpr GatewayField kFields[] = {
-      {"NAME", GF::Type::kString, u"_NAME"},
-      {"TYPE", GF::Type::kInteger, u"_TYPE"},
-      {"DIMENSION", GF::Type::kInteger, u"_DIMENSION"},
-      {"COLOR", GF::Type::kInteger, u"_COLOR"},
-      {"MATERIAL_KEY", GF::Type::kInteger, u"_MATERIAL"},
-      {"CORD_KEY", GF::Type::kInteger, u"_CORD"},
-      {"THICKNESS", GF::Type::kReal, u"_THICKNESS"},
-      {"NON_STRUCTURAL_MASS", GF::Type::kReal, u"_NS_MASS"},
-      {"AREA", GF::Type::kReal, u"_AREA"},
-      {"INERTIA_Y", GF::Type::kReal, u"_INERTIA_Y"},
-      {"INERTIA_Z", GF::Type::kReal, u"_INERTIA_Z"},
-      {"INERTIA_YZ", GF::Type::kReal, u"_INERTIA_YZ"},
-      {"TORSION", GF::Type::kReal, u"_TORSION"},
-      {"SHEAR_AREA_Y", GF::Type::kReal, u"_SHEAR_AREA_Y"},
-      {"SHEAR_AREA_Z", GF::Type::kReal, u"_SHEAR_AREA_Z"},
-      {"PERIMETER", GF::Type::kReal, u"_PERIMETER"},
-      {"STRESS_POINTS", GF::Type::kArray, u"_STRESS_POINT0", nullptr, GF::Form::kRun, 8},
-      {"MASS", GF::Type::kReal, u"_MASS"},
-      {"STIFFNESS", GF::Type::kArray, u"_STIFFNESS0", nullptr, GF::Form::kRun, 6},
-      {"DAMPING", GF::Type::kArray, u"_DAMPING0", nullptr, GF::Form::kRun, 6},
-  };
-  static const Schema schema("tagTProp", kType, sizeof(tagTProp),
-                             RowList()
-                                 .Add(u"_KEY", &tagTProp::key)
-                                 .Add(u"_NAME", &tagTProp::name)
-                                 .Add(u"_TYPE", &tagTProp::type)
-                                 .Add(u"_DIMENSION", &tagTProp::dimension)
-                                 .Add(u"_COLOR", &tagTProp::color)
-                                 .Add(u"_MATERIAL", &tagTProp::material)
-                                 .To(code::kMatl)
-                                 .Add(u"_CORD", &tagTProp::coordinate_system)
-                                 .To(code::kCord)
-                                 .Add(u"_THICKNESS", &tagTProp::thickness)
-                                 .In(unit::kLength, 0)
-                                 .Add(u"_NS_MASS", &tagTProp::non_structural_mass)
-                                 .InBy(NonStructuralMass, unit::kMassPerArea, 1)
-                                 .Add(u"_AREA", &tagTProp::area)
-                                 .In(unit::kArea, 2)
-                                 .Add(u"_INERTIA_Y", &tagTProp::inertia_y)
-                                 .In(unit::kSecondMomentOfArea, 3)
-                                 .Add(u"_INERTIA_Z", &tagTProp::inertia_z)
-                                 .In(unit::kSecondMomentOfArea, 3)
-                                 .Add(u"_INERTIA_YZ", &tagTProp::inertia_yz)
-                                 .In(unit::kSecondMomentOfArea, 3)
-                                 .Add(u"_TORSION", &tagTProp::torsion)
-                                 .In(unit::kSecondMomentOfArea, 3)
-                                 .Add(u"_SHEAR_AREA_Y", &tagTProp::shear_area_y)
-                                 .In(unit::kArea, 2)
-                                 .Add(u"_SHEAR_AREA_Z", &tagTProp::shear_area_z)
-                                 .In(unit::kArea, 2)
-                                 .Add(u"_PERIMETER", &tagTProp::perimeter)
-                                 .In(unit::kLength, 0)
-                                 .AddNumbered(u"_STRESS_POINT", &tagTProp::stress_points)
-                                 .In(unit::kLength, 0)
-                                 .Add(u"_MASS", &tagTProp::mass)
-                                 .In(unit::kMass, 4)
-                                 .AddNumbered(u"_STIFFNESS", &tagTProp::stiffness)
-                                 .InBy(Stiffness, unit::kStiffness, 5)
-                                 .AddNumbered(u"_DAMPING", &tagTProp::damping)
-                                 .InBy(Damping, unit::kDamping, 6)
-                                 .Take(),
-                             kFields);
-  return schema;
+QX_RECORD(tagTProp) {
+  rows.Add(u"_NAME", &tagTProp::name)
+      .Add(u"_TYPE", &tagTProp::type)
+      .Add(u"_DIMENSION", &tagTProp::dimension)
+      .Add(u"_COLOR", &tagTProp::color)
+      .Add(u"_MATERIAL", &tagTProp::material)
+      .Add(u"_CORD", &tagTProp::coordinate_system)
+      .Add(u"_THICKNESS", &tagTProp::thickness)
+      .In(unit::kLength, 0)
+      .Add(u"_NS_MASS", &tagTProp::non_structural_mass)
+      .InBy(NonStructuralMass, unit::kMassPerArea, 1, {&tagTProp::type, &tagTProp::dimension})
+      .Add(u"_AREA", &tagTProp::area)
+      .In(unit::kArea, 2)
+      .Add(u"_INERTIA_Y", &tagTProp::inertia_y)
+      .In(unit::kSecondMomentOfArea, 3)
+      .Add(u"_INERTIA_Z", &tagTProp::inertia_z)
+      .In(unit::kSecondMomentOfArea, 3)
+      .Add(u"_INERTIA_YZ", &tagTProp::inertia_yz)
+      .In(unit::kSecondMomentOfArea, 3)
+      .Add(u"_TORSION", &tagTProp::torsion)
+      .In(unit::kSecondMomentOfArea, 3)
+      .Add(u"_SHEAR_AREA_Y", &tagTProp::shear_area_y)
+      .In(unit::kArea, 2)
+      .Add(u"_SHEAR_AREA_Z", &tagTProp::shear_area_z)
+      .In(unit::kArea, 2)
+      .Add(u"_PERIMETER", &tagTProp::perimeter)
+      .In(unit::kLength, 0)
+      .AddNumbered(u"_STRESS_POINT", &tagTProp::stress_points)
+      .In(unit::kLength, 0)
+      .Add(u"_MASS", &tagTProp::mass)
+      .In(unit::kMass, 4)
+      .AddNumbered(u"_STIFFNESS", &tagTProp::stiffness)
+      .InBy(Stiffness, unit::kStiffness, 5)
+      .AddNumbered(u"_DAMPING", &tagTProp::damping)
+      .InBy(Damping, unit::kDamping, 6);
+  fields.Add("NAME", &tagTProp::name)
+      .Add("TYPE", &tagTProp::type)
+      .Add("DIMENSION", &tagTProp::dimension)
+      .Add("COLOR", &tagTProp::color)
+      .Add("MATERIAL_KEY", &tagTProp::material)
+      .Add("CORD_KEY", &tagTProp::coordinate_system)
+      .Add("THICKNESS", &tagTProp::thickness)
+      .Add("NON_STRUCTURAL_MASS", &tagTProp::non_structural_mass)
+      .Add("AREA", &tagTProp::area)
+      .Add("INERTIA_Y", &tagTProp::inertia_y)
+      .Add("INERTIA_Z", &tagTProp::inertia_z)
+      .Add("INERTIA_YZ", &tagTProp::inertia_yz)
+      .Add("TORSION", &tagTProp::torsion)
+      .Add("SHEAR_AREA_Y", &tagTProp::shear_area_y)
+      .Add("SHEAR_AREA_Z", &tagTProp::shear_area_z)
+      .Add("PERIMETER", &tagTProp::perimeter)
+      .Add("STRESS_POINTS", &tagTProp::stress_points)
+      .Add("MASS", &tagTProp::mass)
+      .Add("STIFFNESS", &tagTProp::stiffness)
+      .Add("DAMPING", &tagTProp::damping);
 }
-
-QX_RECORD(tagTProp);
 
 namespace host {
 namespace {

@@ -32,10 +32,10 @@ struct tagTProp final : TRecord<tagTProp, code::kProp> {
   Key key = 0;
   TString<64> name;
   std::int32_t type = kUndefined;
-  std::int32_t dimension = -1;    ///< of a kUndefined property: 0 to 3, -1 for any
-  std::int32_t color = 0xC08040;  ///< 0x00BBGGRR
-  ITR material = 0;               ///< a tagTMatl
-  ITR coordinate_system = 0;      ///< a tagTCord; 0 for the global one
+  std::int32_t dimension = -1;          ///< of a kUndefined property: 0 to 3, -1 for any
+  std::int32_t color = 0xC08040;        ///< 0x00BBGGRR
+  TRef<code::kMatl> material;           ///< a tagTMatl
+  TRef<code::kCord> coordinate_system;  ///< a tagTCord; 0 for the global one
 
   double thickness = 0;            ///< of surfaces
   double non_structural_mass = 0;  ///< per length of lines, per area of surfaces
@@ -46,14 +46,12 @@ struct tagTProp final : TRecord<tagTProp, code::kProp> {
   double torsion = 0;       ///< torsional constant
   double shear_area_y = 0;  ///< effective in shear
   double shear_area_z = 0;
-  double perimeter = 0;       ///< of the section
-  double stress_points[8]{};  ///< y, z of four points of the section to find stresses at
+  double perimeter = 0;             ///< of the section
+  PackedDouble stress_points[8]{};  ///< y, z of four points of the section to find stresses at
 
-  double mass = 0;        ///< of point masses
-  double stiffness[6]{};  ///< of springs: T1 to T3, R1 to R3
-  double damping[6]{};    ///< the same
-
-  static const Schema& GetSchema();
+  double mass = 0;              ///< of point masses
+  PackedDouble stiffness[6]{};  ///< of springs: T1 to T3, R1 to R3
+  PackedDouble damping[6]{};    ///< the same
 };
 
 #pragma pack(pop)

@@ -3,12 +3,16 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "qx_db/core/session.h"
 #include "qx_db/model/cad_session.h"
 #include "qx_db/platform/outcome.h"
 
 namespace qx::app {
+
+/// What the names of CAD files end with.
+inline const std::vector<std::string> kCadExtensions = {".step", ".stp", ".iges", ".igs", ".brep"};
 
 /// The geometry of a CAD file in the model's length unit. Fails as well when this program was built
 /// without a CAD kernel.

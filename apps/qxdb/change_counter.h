@@ -17,8 +17,9 @@ namespace qx::app {
 /// it stands in the end.
 class ChangeCounter final : public ISessionListener {
  public:
-  void OnSessionEvent(CQXDBSession& session, SessionEvent, std::u16string_view,
+  void OnSessionEvent(CQXDBSession& session, SessionEvent event, std::u16string_view,
                       std::span<const Change> changes) override {
+    if (event == SessionEvent::kRolledBack) return;
     struct Fate {
       std::uint16_t type, first, last;
     };

@@ -8,6 +8,7 @@
 
 #include "apps/qxdb/axes_svg.h"
 #include "apps/qxdb/commands.h"
+#include "apps/qxdb/output.h"
 
 namespace qx::app {
 namespace {
@@ -16,6 +17,7 @@ struct AxesOptions {
   std::string model;
   std::string keys;
   std::string svg;
+  bool force = false;
   bool material = false;
 };
 
@@ -34,7 +36,9 @@ void WriteAxes(const Triad& axes, JsonText& json) {
 }
 
 Outcome Run(Model& model, const AxesOptions& options, const Context& context) {
-  if (Outcome free = CheckOutput(options.svg, {options.model}); !free) return free;
+  if (Outcome free = CheckOutput(options.svg, OutputKind::kSvg, options.force, {options.model});
+      !free)
+    return free;
   const CQXDBSession& session = model.session;
   const auto& elements = Pool<tagTElem>(session);
   const auto items = PickItems(model, elements, options.keys);
@@ -78,13 +82,15 @@ Outcome Run(Model& model, const AxesOptions& options, const Context& context) {
 
 }  // namespace
 
-void AddAxes(CLI::App& app, Context& context) {
+void AddAxes(Command& app, Context& context) {
   const auto [command, options] =
       AddModelCommand<AxesOptions>(app, context, "axes", "Show the local axes of elements",
                                    "qxdb axes frame.qxm 1-40 --svg axes.svg", Run);
-  command->add_option("keys", options->keys, "Keys: 1-5,9,100- or all")->required();
-  command->add_flag("--material", options->material, "Material axes instead of element axes");
-  command->add_option("--svg", options->svg, "Draw the elements and their axes into this file");
+  command->Add("keys", &options->keys, "Keys: 1-5,9,100- or all").Keys().Required();
+  command->Add("--material", &options->material, "Material axes instead of element axes");
+  command->Add("--svg", &options->svg, "Draw the elements and their axes into this file")
+      .File({".svg"});
+  AddForce(*command, options->force);
 }
 
 }  // namespace qx::app

@@ -16,8 +16,9 @@
 
 #include "apps/qxdb/commands.h"
 #include "apps/qxdb/option_values.h"
+#include "apps/qxdb/output.h"
 #include "apps/qxdb/quality_summary.h"
-#include "exchange/vtu_writer.h"
+#include "exchange/vtk/vtu_writer.h"
 
 namespace qx::app {
 namespace {
@@ -27,6 +28,7 @@ struct CheckOptions {
   std::vector<std::string> measures;
   std::vector<std::string> limits;
   std::string vtu;
+  bool force = false;
   int bins = 10;
   std::size_t worst = 5;
   std::optional<double> tolerance;
@@ -290,12 +292,12 @@ class Check {
       std::replace(name.begin(), name.end(), '-', '_');
       extra.push_back({name, ValuesOf(mesh_, *s.info, length_factor_)});
     }
-    std::vector<std::string> notes;
+    exchange::LossReport losses;
     Outcome written = exchange::WriteVtu(session_, options_.vtu,
-                                         exchange::VtuEncoding::kAppendedRaw, extra, &notes);
+                                         exchange::VtuEncoding::kAppendedRaw, extra, &losses);
     if (!written) return written;
     text_ += fmt::format("\n{}: measures as cell data: {}\n", options_.vtu, extra.size());
-    for (const std::string& note : notes) text_ += "  " + note + "\n";
+    for (const std::string& note : losses.Lines()) text_ += "  " + note + "\n";
     json_.Text("vtu", options_.vtu);
     return {};
   }
@@ -475,7 +477,9 @@ class Check {
 };
 
 Outcome Run(Model& model, const CheckOptions& options, Context& context) {
-  if (Outcome free = CheckOutput(options.vtu, {options.model}); !free) return free;
+  if (Outcome free = CheckOutput(options.vtu, OutputKind::kVtu, options.force, {options.model});
+      !free)
+    return free;
   std::vector<Limit> limits(options.limits.size());
   for (std::size_t i = 0; i < limits.size(); ++i) ReadLimit(options.limits[i], limits[i]);
   Check check(model.session, options);
@@ -494,55 +498,52 @@ Outcome Run(Model& model, const CheckOptions& options, Context& context) {
 
 }  // namespace
 
-void AddCheck(CLI::App& app, Context& context) {
+void AddCheck(Command& app, Context& context) {
   const auto [command, options] = AddModelCommand<CheckOptions>(
       app, context, "check", "Find faults of a mesh and rate its elements",
-      "qxdb check bracket.qxm --limit aspect-ratio=8 --limit inverted-solids=0\n\n"
-      "Measures and findings that a limit can name:\n  " +
-          KnownNames(),
-      Run);
+      "qxdb check bracket.qxm --limit aspect-ratio=8 --limit inverted-solids=0", Run);
+  command->notes = "Measures and findings that a limit can name:\n  " + KnownNames();
   command
-      ->add_option("--measure", options->measures,
-                   "Show these measures only, apart by commas, or all; without it those that most "
-                   "ask for")
-      ->delimiter(',')
-      ->allow_extra_args(false)
-      ->check(CLI::Validator([](std::string& name) { return ReadMeasure(name); }, ""));
+      ->Add("--measure", &options->measures,
+            "Show these measures only, apart by commas, or all; without it those that most "
+            "ask for")
+      .SplitAtCommas()
+      .OneAtATime()
+      .Check({ReadMeasure, ""});
   command
-      ->add_option("--limit", options->limits,
-                   "NAME=NUMBER: exit with 1 when an element is worse or broken, or there are "
-                   "more; may be given again")
-      ->allow_extra_args(false)
-      ->check(CLI::Validator(
-          [](std::string& text) {
-            Limit limit;
-            return ReadLimit(text, limit);
-          },
-          ""));
-  command->add_option("--vtu", options->vtu, "Write the mesh with the measures as cell data");
-  command->add_option("--worst", options->worst, "How many of the worst elements to name")
-      ->check(CLI::Range(0, 1000))
-      ->capture_default_str();
-  command->add_option("--bins", options->bins, "Bars of a histogram, at most")
-      ->check(CLI::Range(1, 100))
-      ->capture_default_str();
-  command->add_flag("--no-histograms", options->no_histograms, "Tables only");
+      ->Add("--limit", &options->limits,
+            "NAME=NUMBER: exit with 1 when an element is worse or broken, or there are "
+            "more; may be given again")
+      .OneAtATime()
+      .Check({[](const std::string& text) {
+                Limit limit;
+                return ReadLimit(text, limit);
+              },
+              ""});
+  command->Add("--vtu", &options->vtu, "Write the mesh with the measures as cell data")
+      .File({".vtu"});
+  AddForce(*command, options->force);
+  command->Add("--worst", &options->worst, "How many of the worst elements to name")
+      .Range(0, 1000)
+      .ShowDefault();
+  command->Add("--bins", &options->bins, "Bars of a histogram, at most")
+      .Range(1, 100)
+      .ShowDefault();
+  command->Add("--no-histograms", &options->no_histograms, "Tables only");
+  command->Add("--tolerance", &options->tolerance, "Distance within which nodes are duplicates")
+      .Check(NonNegativeReal());
+  command->Add("--mass", &options->mass, "Masses, centres and inertia by property");
   command
-      ->add_option("--tolerance", options->tolerance, "Distance within which nodes are duplicates")
-      ->check(NonNegativeReal());
-  command->add_flag("--mass", options->mass, "Masses, centres and inertia by property");
+      ->Add("--density", &options->density,
+            "Mass density where no property gives one, in current units")
+      .Check(NonNegativeReal());
   command
-      ->add_option("--density", options->density,
-                   "Mass density where no property gives one, in current units")
-      ->check(NonNegativeReal());
+      ->Add("--thickness", &options->thickness, "Thickness of surfaces where no property gives one")
+      .Check(NonNegativeReal());
   command
-      ->add_option("--thickness", options->thickness,
-                   "Thickness of surfaces where no property gives one")
-      ->check(NonNegativeReal());
-  command
-      ->add_option("--section-area", options->section_area,
-                   "Section of lines where no property gives one")
-      ->check(NonNegativeReal());
+      ->Add("--section-area", &options->section_area,
+            "Section of lines where no property gives one")
+      .Check(NonNegativeReal());
 }
 
 }  // namespace qx::app

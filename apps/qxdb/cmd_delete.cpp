@@ -126,24 +126,25 @@ Outcome ListUses(Model& model, const DeleteOptions& options, const Context& cont
   return {};
 }
 
-void AddSelection(CLI::App& command, DeleteOptions& options) {
-  command.add_option("pool", options.pool, "Table of the records: node, elem, mset, ...")
-      ->required();
-  command.add_option("keys", options.keys, "Keys: 1-5,9,100- or all")->required();
+void AddSelection(Command& command, DeleteOptions& options) {
+  command.Add("pool", &options.pool, "Table of the records: node, elem, mset, ...")
+      .Pool()
+      .Required();
+  command.Add("keys", &options.keys, "Keys: 1-5,9,100- or all").Keys().Required();
 }
 
 }  // namespace
 
-void AddDelete(CLI::App& app, Context& context) {
+void AddDelete(Command& app, Context& context) {
   const auto [command, options] = AddModelCommand<DeleteOptions>(
       app, context, "delete", "Delete records and what hangs on them",
       "qxdb delete wing.qxm node 1-5 --dry-run", Delete);
   AddSelection(*command, *options);
-  command->add_flag("--dry-run", options->dry_run, "Say what would happen, change nothing");
-  command->add_flag("--list", options->list, "Name every record instead of counting them");
+  command->Add("--dry-run", &options->dry_run, "Say what would happen, change nothing");
+  command->Add("--list", &options->list, "Name every record instead of counting them");
 }
 
-void AddWhereUsed(CLI::App& app, Context& context) {
+void AddWhereUsed(Command& app, Context& context) {
   const auto [command, options] =
       AddModelCommand<DeleteOptions>(app, context, "where-used", "Show what refers to records",
                                      "qxdb where-used wing.qxm node 12", ListUses);

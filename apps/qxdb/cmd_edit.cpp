@@ -12,6 +12,7 @@
 #include "apps/qxdb/change_counter.h"
 #include "apps/qxdb/commands.h"
 #include "apps/qxdb/key_map_file.h"
+#include "apps/qxdb/output.h"
 #include "apps/qxdb/selection.h"
 
 namespace qx::app {
@@ -25,6 +26,7 @@ struct EditOptions {
   Key from = 1;
   std::string map;        // file of new keys
   std::string write_map;  // file for what was done
+  bool force = false;
   bool dry_run = false;
 };
 
@@ -91,7 +93,9 @@ Result<std::string> Delete(CQXDBSession& session, const Picked& picked,
 
 Outcome Run(Model& model, const EditOptions& options, const char16_t* name, Change change,
             const Context& context) {
-  if (Outcome free = CheckOutput(options.write_map, {options.model, options.map}); !free) {
+  if (Outcome free = CheckOutput(options.write_map, OutputKind::kGateway, options.force,
+                                 {options.model, options.map});
+      !free) {
     return free;
   }
   const auto picked = PickRecords(model, options.pool, options.keys);
@@ -115,10 +119,9 @@ Outcome Run(Model& model, const EditOptions& options, const char16_t* name, Chan
 
 }  // namespace
 
-void AddEdit(CLI::App& app, Context& context) {
-  CLI::App* command = AddCommand(app, context, "edit", "Change records of a model",
-                                 "qxdb edit move bracket.qxm 1-100 --by 0 0 2.5");
-  command->require_subcommand(1);
+void AddEdit(Command& app, Context& context) {
+  Command* command = AddCommand(app, context, "edit", "Change records of a model",
+                                "qxdb edit move bracket.qxm 1-100 --by 0 0 2.5");
   const auto add = [&](const char* name, const char* what, const char* example,
                        const char16_t* step, Change change, bool any_pool) {
     const auto run = [=](Model& model, const EditOptions& options, const Context& the_context) {
@@ -126,31 +129,35 @@ void AddEdit(CLI::App& app, Context& context) {
     };
     auto added = AddModelCommand<EditOptions>(*command, context, name, what, example, run);
     const auto& [sub, options] = added;
-    if (any_pool) sub->add_option("pool", options->pool, "node or elem")->required();
-    sub->add_option("keys", options->keys, "Keys: 1-5,9,100- or all")->required();
-    sub->add_flag("--dry-run", options->dry_run, "Say what would change, save nothing");
+    if (any_pool) sub->Add("pool", &options->pool, "node or elem").Pool().Required();
+    sub->Add("keys", &options->keys, "Keys: 1-5,9,100- or all").Keys().Required();
+    sub->Add("--dry-run", &options->dry_run, "Say what would change, save nothing");
     return added;
   };
   auto [move, move_options] =
       add("move", "Shift nodes", "qxdb edit move bracket.qxm 1-100 --by 0 0 2.5", u"Move nodes",
           Move, false);
-  move->add_option("--by", move_options->by, "Shift in x, y and z, in current length units")
-      ->expected(3)
-      ->required();
+  move->Add("--by", &move_options->by, "Shift in x, y and z, in current length units")
+      .Count(3)
+      .Required();
   auto [renumber, renumber_options] = add("renumber", "Give records new keys",
                                           "qxdb edit renumber bracket.qxm node all --from 1001",
                                           u"Renumber", RenumberRecords, true);
-  auto* from = renumber
-                   ->add_option("--from", renumber_options->from,
-                                "First new key; the others follow in list order")
-                   ->check(CLI::Range(Key{1}, kMaxKey))
-                   ->capture_default_str();
+  Option& from =
+      renumber
+          ->Add("--from", &renumber_options->from, "First new key; the others follow in list order")
+          .Range(Key{1}, kMaxKey)
+          .ShowDefault();
   renumber
-      ->add_option("--map", renumber_options->map,
-                   "JSON file of new keys by old ones: {\"NODE\": {\"1\": 101}}")
-      ->excludes(from);
-  renumber->add_option("--write-map", renumber_options->write_map,
-                       "Write the keys as they changed to a JSON file");
+      ->Add("--map", &renumber_options->map,
+            "JSON file of new keys by old ones: {\"NODE\": {\"1\": 101}}")
+      .File({".json"})
+      .Excludes(from);
+  renumber
+      ->Add("--write-map", &renumber_options->write_map,
+            "Write the keys as they changed to a JSON file")
+      .File({".json"});
+  AddForce(*renumber, renumber_options->force);
   add("delete", "Delete records and what hangs on them", "qxdb edit delete bracket.qxm elem 1-500",
       u"Delete", Delete, true);
 }

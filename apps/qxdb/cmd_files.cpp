@@ -1,17 +1,19 @@
 // Bringing meshes into models and handing them on: import and export.
 
 #include <algorithm>
+#include <cstdio>
 #include <filesystem>
 #include <fmt/format.h>
 
 #include "qx_db/platform/file.h"
+#include "qx_db/platform/plain_text.h"
 #include "qx_db/platform/text.h"
 #include "qx_db/qx_db.h"
 
+#include "apps/qxdb/cad_input.h"
 #include "apps/qxdb/commands.h"
-#include "exchange/msh_reader.h"
-#include "exchange/msh_writer.h"
-#include "exchange/vtu_writer.h"
+#include "apps/qxdb/output.h"
+#include "exchange/transfer.h"
 
 namespace qx::app {
 namespace {
@@ -22,19 +24,49 @@ std::string ExtensionOf(const std::string& path) {
 
 // ---- import -------------------------------------------------------------------------------------
 
-constexpr std::string_view kCadExtensions[] = {".STEP", ".STP", ".IGES", ".IGS", ".BREP"};
-
 struct ImportOptions {
   std::string file;
   std::string model;
   TargetOptions target;
-  std::string length_unit = "m";
-  CLI::Option* length = nullptr;  // whether the unit was given
+  std::string units;
+  std::string format;
+  std::vector<std::string> include_dirs;
+  bool strict = false;
+  std::string report;
 };
+
+/// Writes all that was lost, changed and assumed to the report file, if one was asked for.
+Outcome WriteReport(const exchange::LossReport& losses, const std::string& file,
+                    const std::string& format, const char* direction,
+                    const std::string& report_file) {
+  if (report_file.empty()) return {};
+  return WriteWholeFile(report_file, losses.ToJson(file, format, direction));
+}
+
+/// The same briefly, a line each.
+void Print(const exchange::LossReport& losses, std::string& text, JsonText& json) {
+  json.BeginArray("notes");
+  for (const std::string& line : losses.Lines()) {
+    text += "\nnote: " + OneLine(line);
+    json.Text({}, line);
+  }
+  json.End();
+}
+
+/// The format of that name, null for an empty one.
+Result<const exchange::Format*> NamedFormat(const std::string& name) {
+  if (name.empty()) return static_cast<const exchange::Format*>(nullptr);
+  if (const exchange::Format* format = exchange::FindFormat(name)) return format;
+  std::string known;
+  for (const exchange::Format& format : exchange::Formats()) {
+    known += (known.empty() ? "" : ", ") + std::string(format.name);
+  }
+  return Failure{"", "", "'" + name + "' is no format", "name one of: " + known};
+}
 
 /// Reads every table of a gateway text.
 Outcome ReadGatewayTables(CQXDBSession& session, const std::string& path,
-                          std::vector<std::string>& notes) {
+                          exchange::LossReport& losses) {
   dbgateway::DataBase document;
   if (Outcome read = document.ReadFile(path); !read) return read;
   const std::uint64_t before = session.StateHash();
@@ -43,56 +75,76 @@ Outcome ReadGatewayTables(CQXDBSession& session, const std::string& path,
     failure.file = path;
     return failure;
   }
-  for (const auto& entry : document.Report()) notes.push_back(entry.Line());
+  for (const auto& entry : document.Report()) losses.Assumed(entry.Line());
   return CheckRead(path, session.StateHash() != before, document);
 }
 
-Outcome ReadInto(CQXDBSession& session, const std::string& path, std::vector<std::string>& notes) {
-  if (Outcome is_file = CheckIsFile(path); !is_file) return is_file;
-  const std::string extension = ExtensionOf(path);
-  if (extension == ".JSON") return ReadGatewayTables(session, path, notes);
-  if (extension != ".MSH") {
-    const bool is_cad = std::find(std::begin(kCadExtensions), std::end(kCadExtensions),
-                                  extension) != std::end(kCadExtensions);
-    return Failure{path, "", is_cad ? "is geometry, not a mesh" : "has an unknown format",
-                   is_cad ? "bring it in with: qxdb geom" : "use a .msh or .json file"};
+Outcome ReadGateway(CQXDBSession& session, const ImportOptions& options, bool is_new,
+                    exchange::LossReport& losses) {
+  const UnitSystem before = session.Units().Current();
+  if (!options.units.empty()) {
+    const auto units = exchange::ParseUnits(options.units, before);
+    if (!units) return units.AsOutcome();
+    if (is_new) session.Units().SetModel(*units);
+    session.Units().SetCurrent(*units);  // the tables are converted from the current units
   }
-  ProgressBar bar("Reading " + path);
-  auto mesh = exchange::ReadMsh(path, [&](double done) { bar.Show(done); });
-  if (!mesh) return mesh.AsOutcome();
-  notes = mesh->notes;
-  exchange::AddReport added;
-  Outcome done = exchange::AddMesh(session, *mesh, path, &added);
-  notes.insert(notes.end(), added.notes.begin(), added.notes.end());
-  return done;
+  Outcome read = ReadGatewayTables(session, options.file, losses);
+  if (!is_new) session.Units().SetCurrent(before);
+  return read;
 }
 
-/// Declares the unit that the file's lengths are in; a new model keeps them so.
-void SetLengthUnit(CQXDBSession& session, const std::string& name) {
-  UnitSystem units = session.Units().Model();
-  units[UnitBase::kLength] = FindUnit(UnitBase::kLength, name);
-  session.Units().SetModel(units);
-  session.Units().SetCurrent(units);
+Outcome ReadInto(CQXDBSession& session, const ImportOptions& options, bool is_new,
+                 exchange::LossReport& losses, std::string& format_name) {
+  if (Outcome is_file = CheckIsFile(options.file); !is_file) return is_file;
+  const auto named = NamedFormat(options.format);
+  if (!named) return named.AsOutcome();
+  const std::string extension = ExtensionOf(options.file);
+  if (!*named && extension == ".JSON") {
+    format_name = "json";
+    return ReadGateway(session, options, is_new, losses);
+  }
+  const auto found = *named ? named : exchange::FormatToRead(options.file);
+  const bool is_cad =
+      std::any_of(kCadExtensions.begin(), kCadExtensions.end(),
+                  [&](const std::string& cad) { return AsciiUpper(cad) == extension; });
+  if (!found && is_cad) {
+    return Failure{options.file, "", "is geometry, not a mesh", "bring it in with: qxdb geom"};
+  }
+  if (!found) return found.AsOutcome();
+  format_name = (*found)->name;
+  ProgressBar bar("Reading " + options.file);
+  exchange::ImportOptions import;
+  import.format = *found;
+  import.units = options.units;
+  import.set_model_units = is_new;
+  import.strict = options.strict;
+  import.read.include_dirs = options.include_dirs;
+  import.read.progress = [&](double done) { bar.Show(done);
+};
+return exchange::ImportFile(session, options.file, import, losses);
+}  // namespace
+
+/// The faults of a file besides the first, which the failure itself tells.
+void PrintFurtherFaults(const exchange::LossReport& losses) {
+  for (std::size_t i = 1; i < losses.faults.size(); ++i) {
+    std::fprintf(stderr, "%s\n", OneLine(losses.faults[i].Line()).c_str());
+  }
 }
 
 Outcome Import(const ImportOptions& options, const Context& context) {
   Model model(options.model);
   if (Outcome opened = OpenTarget(model, options.target); !opened) return opened;
   CQXDBSession& session = model.session;
-  const UnitSystem current = session.Units().Current();
   const bool is_new = model.document.Path().empty();
-  if (is_new) {
-    SetLengthUnit(session, options.length_unit);
-  } else if (options.length->count() > 0) {
-    UnitSystem of_file = current;
-    of_file[UnitBase::kLength] = FindUnit(UnitBase::kLength, options.length_unit);
-    session.Units().SetCurrent(of_file);  // the readers convert from the current units
-  }
   std::vector<std::int32_t> before;
   for (const DPoolBase* pool : session.Pools()) before.push_back(pool->GetSize());
-  std::vector<std::string> notes;
-  if (Outcome read = ReadInto(session, options.file, notes); !read) return read;
-  if (!is_new) session.Units().SetCurrent(current);
+  exchange::LossReport losses;
+  std::string format;
+  const Outcome read = ReadInto(session, options, is_new, losses, format);
+  Outcome told = WriteReport(losses, options.file, format, "import", options.report);
+  if (!told) return told;
+  if (!read) PrintFurtherFaults(losses);
+  if (!read) return read;
   if (is_new) session.ForgetHistory();  // a new model starts with what it holds
   if (Outcome saved = model.document.SaveAs(options.model); !saved) return saved;
 
@@ -107,13 +159,9 @@ Outcome Import(const ImportOptions& options, const Context& context) {
     text += fmt::format("\n  {:>9}  {}", Grouped(added), name);
     json.Integer(name, added);
   }
-  json.End().BeginArray("notes");
-  for (const std::string& note : notes) {
-    text += "\nnote: " + note;
-    json.Text({}, note);
-  }
-  json.End().End();
-  context.Print(text, json);
+  json.End();
+  Print(losses, text, json);
+  context.Print(text, json.End());
   return {};
 }
 
@@ -122,83 +170,160 @@ Outcome Import(const ImportOptions& options, const Context& context) {
 struct ExportOptions {
   std::string model;
   std::string file;
-  std::string encoding = "base64";
+  std::string units;
+  std::string format;
+  std::string encoding;
+  std::vector<std::string> choices;
+  bool strict = false;
+  bool force = false;
+  std::string report;
 };
 
-Outcome ExportTo(CQXDBSession& session, const ExportOptions& options,
-                 std::vector<std::string>& notes) {
-  const std::string extension = ExtensionOf(options.file);
-  if (extension == ".JSON") {
+Outcome ExportTo(CQXDBSession& session, const ExportOptions& options, exchange::LossReport& losses,
+                 std::string& format_name) {
+  const auto named = NamedFormat(options.format);
+  if (!named) return named.AsOutcome();
+  if (!*named && ExtensionOf(options.file) == ".JSON") {
+    format_name = "json";
     // JSON has no word for what is not finite, and null would come back as 0.
     if (Outcome fits = exchange::CheckCanBeWritten(session, options.file); !fits) return fits;
     dbgateway::DataBase document;
     WriteDocument(session, document);
     return document.WriteFile(options.file, true);
   }
-  if (extension != ".VTU" && extension != ".MSH") {
-    return Failure{options.file, "", "has an unknown format", "use a .vtu, .msh or .json file"};
+  const auto found = *named ? named : exchange::FormatToWrite(options.file);
+  if (!found) return found.AsOutcome();
+  const exchange::Format& format = **found;
+  format_name = format.name;
+  if (!format.write) {
+    return Failure{"", "", "'" + format_name + "' cannot be written", "name another format"};
   }
+  std::vector<std::string> choices = options.choices;
+  if (!options.encoding.empty()) choices.push_back("encoding=" + options.encoding);
+  const auto values = exchange::ParseOptionValues(format.write_options, choices);
+  if (!values) return values.AsOutcome();
   ProgressBar bar("Writing " + options.file);
-  const auto progress = [&](double done) { bar.Show(done); };
-  if (extension == ".MSH") {
-    using exchange::MshEncoding;
-    const MshEncoding msh_encoding =
-        options.encoding == "ascii" ? MshEncoding::kAscii : MshEncoding::kBinary;
-    return exchange::WriteMsh(session, options.file, msh_encoding, &notes, progress);
+  exchange::ExportOptions write;
+  write.format = &format;
+  write.units = options.units;
+  write.strict = options.strict;
+  write.write.values = *values;
+  write.write.progress = [&](double done) { bar.Show(done); };
+  return exchange::ExportFile(session, options.file, write, losses);
+}
+
+/// Extensions that a command takes, that of gateway texts among them.
+std::vector<std::string> Extensions(bool to_read) {
+  std::vector<std::string> all;
+  for (const exchange::Format& format : exchange::Formats()) {
+    if (to_read ? !format.read : !format.write) continue;
+    all.insert(all.end(), format.extensions.begin(), format.extensions.end());
   }
-  using exchange::VtuEncoding;
-  const VtuEncoding encoding = options.encoding == "raw"      ? VtuEncoding::kAppendedRaw
-                               : options.encoding == "inline" ? VtuEncoding::kInlineBase64
-                               : options.encoding == "ascii"  ? VtuEncoding::kAscii
-                                                              : VtuEncoding::kAppendedBase64;
-  return exchange::WriteVtu(session, options.file, encoding, {}, &notes, progress);
+  all.emplace_back(".json");
+  return all;
+}
+
+/// What the formats are called, and what can be chosen of them.
+std::string FormatNotes(bool to_read) {
+  std::string notes = "Formats:";
+  for (const exchange::Format& format : exchange::Formats()) {
+    if (to_read ? !format.read : !format.write) continue;
+    notes += fmt::format("\n  {:<8} {}", format.name, format.title);
+    const auto options = to_read ? format.read_options : format.write_options;
+    for (const exchange::FormatOption& option : options) {
+      notes += fmt::format("\n           {}: {} ({})", option.name, option.meaning, option.values);
+    }
+  }
+  return notes;
+}
+
+/// What any format offers as its encoding.
+std::vector<std::string> Encodings() {
+  std::vector<std::string> all;
+  for (const exchange::Format& format : exchange::Formats()) {
+    for (const exchange::FormatOption& option : format.write_options) {
+      if (option.name != "encoding") continue;
+      for (std::size_t at = 0; at < option.values.size();) {
+        const std::size_t end = std::min(option.values.find(", ", at), option.values.size());
+        std::string value(option.values.substr(at, end - at));
+        if (std::find(all.begin(), all.end(), value) == all.end()) all.push_back(std::move(value));
+        at = end + 2;
+      }
+    }
+  }
+  return all;
+}
+
+std::string Joined(const std::vector<std::string>& words) {
+  std::string text;
+  for (const std::string& word : words) text += (text.empty() ? "" : ", ") + word;
+  return text;
 }
 
 Outcome Export(Model& model, const ExportOptions& options, const Context& context) {
-  if (Outcome free = CheckOutput(options.file, {options.model}); !free) return free;
-  std::vector<std::string> notes;
-  if (Outcome written = ExportTo(model.session, options, notes); !written) return written;
+  Outcome free =
+      CheckOutput(options.file, OutputKindOf(options.file), options.force, {options.model});
+  if (!free) return free;
+  exchange::LossReport losses;
+  std::string format;
+  const Outcome written = ExportTo(model.session, options, losses, format);
+  Outcome told = WriteReport(losses, options.file, format, "export", options.report);
+  if (!told) return told;
+  if (!written) return written;
   std::error_code error;
   const auto size = std::filesystem::file_size(PathFromUtf8(options.file), error);
   std::string text = fmt::format("{} -> {} ({})", options.model, options.file, Bytes(size));
   JsonText json;
   json.Begin().Text("file", options.file).Integer("bytes", static_cast<std::int64_t>(size));
-  json.BeginArray("notes");
-  for (const std::string& note : notes) {
-    text += "\nnote: " + note;
-    json.Text({}, note);
-  }
-  context.Print(text, json.End().End());
+  Print(losses, text, json);
+  context.Print(text, json.End());
   return {};
 }
 
-}  // namespace
+}  // namespace qx::app
 
-void AddImport(CLI::App& app, Context& context) {
+void AddImport(Command& app, Context& context) {
   const auto [command, options] =
-      AddCommand<ImportOptions>(app, context, "import", "Bring a mesh file into a model",
-                                "qxdb import bracket.msh bracket.qxm", Import);
-  command->add_option("file", options->file, "Mesh (.msh) or gateway text (.json)")->required();
-  command->add_option("model", options->model, "Model file to write")->required();
+      AddCommand<ImportOptions>(app, context, "import", "Bring a mesh or a deck into a model",
+                                "qxdb import bracket.msh bracket.qxm --units mm", Import);
+  const std::vector<std::string> extensions = Extensions(true);
+  command->Add("file", &options->file, "File to read: " + Joined(extensions))
+      .File(extensions)
+      .Required();
+  command->Add("model", &options->model, "Model file to write").Model().Required();
   AddTarget(*command, options->target);
-  std::vector<std::string> units;
-  for (const UnitDefinition& unit : UnitsOf(UnitBase::kLength)) units.emplace_back(unit.name);
-  options->length =
-      command->add_option("--length", options->length_unit, "Unit of the lengths in the file")
-          ->check(CLI::IsMember(units))
-          ->capture_default_str();
+  command->Add("--units", &options->units,
+               "Units of the file's numbers, as mm or mm,N,t; untold those it names itself, or m");
+  command->Add("--format", &options->format, "Format to read it as, whatever it looks like");
+  command->Add("--include-dir", &options->include_dirs, "Folder that a deck may include files of")
+      .OneAtATime();
+  command->Add("--strict", &options->strict, "Refuse a file of which anything is lost or changed");
+  command
+      ->Add("--report", &options->report, "File for all that was lost, changed or assumed (JSON)")
+      .File({".json"});
+  command->notes = FormatNotes(true);
 }
 
-void AddExport(CLI::App& app, Context& context) {
+void AddExport(Command& app, Context& context) {
   const auto [command, options] =
       AddModelCommand<ExportOptions>(app, context, "export", "Write a model for another program",
                                      "qxdb export bracket.qxm bracket.vtu", Export);
-  command->add_option("file", options->file, "File to write: .vtu, .msh or .json")->required();
+  const std::vector<std::string> extensions = Extensions(false);
+  command->Add("file", &options->file, "File to write: " + Joined(extensions))
+      .File(extensions)
+      .Required();
+  AddForce(*command, options->force);
+  command->Add("--units", &options->units, "Units to write in, as mm or mm,N,t");
+  command->Add("--format", &options->format, "Format to write, whatever the extension");
+  command->Add("--encoding", &options->encoding, "How numbers are stored, as the formats below say")
+      .OneOf(Encodings());
+  command->Add("--option", &options->choices, "Further choice of the format, as version=2.2")
+      .OneAtATime();
+  command->Add("--strict", &options->strict, "Refuse when anything is lost or changed");
   command
-      ->add_option("--encoding", options->encoding,
-                   "How a VTU stores its arrays; a MSH is text with ascii, else binary")
-      ->check(CLI::IsMember({"raw", "base64", "inline", "ascii"}))
-      ->capture_default_str();
+      ->Add("--report", &options->report, "File for all that was lost, changed or assumed (JSON)")
+      .File({".json"});
+  command->notes = FormatNotes(false);
 }
 
 }  // namespace qx::app

@@ -90,23 +90,23 @@ Outcome Fix(Model& model, const FixOptions& options, const Context& context) {
 
 }  // namespace
 
-void AddFix(CLI::App& app, Context& context) {
+void AddFix(Command& app, Context& context) {
   const auto [command, options] =
       AddModelCommand<FixOptions>(app, context, "fix", "Repair a mesh",
                                   "qxdb fix bracket.qxm --solids --merge-nodes 1e-6", Fix);
-  command->description(
-      "Repair a mesh, as one step. Without a choice: --solids --shells --duplicate-elements");
-  command->add_flag("--solids", options->solids, "Turn inverted solids over");
-  command->add_flag("--shells", options->shells, "Make shells agree with their neighbours");
-  command->add_flag("--duplicate-elements", options->duplicate_elements,
-                    "Remove lines, surfaces and solids that have the nodes of an earlier one");
-  command->add_flag("--unreferenced-nodes", options->unreferenced_nodes,
-                    "Remove nodes that nothing uses");
+  command->what =
+      "Repair a mesh, as one step. Without a choice: --solids --shells --duplicate-elements";
+  command->Add("--solids", &options->solids, "Turn inverted solids over");
+  command->Add("--shells", &options->shells, "Make shells agree with their neighbours");
+  command->Add("--duplicate-elements", &options->duplicate_elements,
+               "Remove lines, surfaces and solids that have the nodes of an earlier one");
+  command->Add("--unreferenced-nodes", &options->unreferenced_nodes,
+               "Remove nodes that nothing uses");
   command
-      ->add_option("--merge-nodes", options->merge_tolerance,
-                   "Merge nodes that are no farther apart than this, in current length units")
-      ->check(NonNegativeReal());
-  command->add_flag("--dry-run", options->dry_run, "Say what would change, save nothing");
+      ->Add("--merge-nodes", &options->merge_tolerance,
+            "Merge nodes that are no farther apart than this, in current length units")
+      .Check(NonNegativeReal());
+  command->Add("--dry-run", &options->dry_run, "Say what would change, save nothing");
 }
 
 }  // namespace qx::app

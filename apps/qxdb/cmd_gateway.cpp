@@ -2,9 +2,11 @@
 
 #include <fmt/format.h>
 
+#include "qx_db/platform/plain_text.h"
 #include "qx_db/qx_db.h"
 
 #include "apps/qxdb/commands.h"
+#include "apps/qxdb/output.h"
 #include "apps/qxdb/selection.h"
 
 namespace qx::app {
@@ -17,6 +19,7 @@ struct GatewayOptions {
   bool strict = false;
   bool remove = false;
   bool schema = false;
+  bool force = false;
 };
 
 /// The pools of the tables asked for; empty, for all, when none was.
@@ -32,7 +35,10 @@ Result<std::vector<DPoolBase*>> Selected(CQXDBSession& session,
 }
 
 Outcome Write(Model& model, const GatewayOptions& options, const Context& context) {
-  if (Outcome free = CheckOutput(options.file, {options.model}); !free) return free;
+  if (Outcome free =
+          CheckOutput(options.file, OutputKind::kGateway, options.force, {options.model});
+      !free)
+    return free;
   const auto pools = Selected(model.session, options.tables);
   if (!pools) return pools.Error();
   dbgateway::DataBase out;
@@ -70,7 +76,7 @@ Outcome Read(Model& model, const GatewayOptions& options, const Context& context
   JsonText json;
   json.Begin().Text("model", options.model).BeginArray("report");
   for (const auto& entry : in.Report()) {
-    text += "\nnote: " + entry.Line();
+    text += "\nnote: " + OneLine(entry.Line());
     json.Text({}, entry.Line());
   }
   context.Print(text, json.End().Text("state", HashText(session.StateHash())).End());
@@ -103,10 +109,9 @@ Outcome Describe(const GatewayOptions& options, const Context& context) {
 
 }  // namespace
 
-void AddGateway(CLI::App& app, Context& context) {
-  CLI::App* command = AddCommand(app, context, "gateway", "Exchange records as JSON tables",
-                                 "qxdb gateway write bracket.qxm bracket.json");
-  command->require_subcommand(1);
+void AddGateway(Command& app, Context& context) {
+  Command* command = AddCommand(app, context, "gateway", "Exchange records as JSON tables",
+                                "qxdb gateway write bracket.qxm bracket.json");
   const auto [write, write_options] = AddModelCommand<GatewayOptions>(
       *command, context, "write", "Write tables to a file",
       "qxdb gateway write bracket.qxm bracket.json --table NODE", Write);
@@ -116,18 +121,18 @@ void AddGateway(CLI::App& app, Context& context) {
   const auto [describe, describe_options] =
       AddCommand<GatewayOptions>(*command, context, "describe", "Print the fields of every table",
                                  "qxdb gateway describe --table ELEM", Describe);
-  const std::pair<CLI::App*, GatewayOptions*> all[] = {
+  const std::pair<Command*, GatewayOptions*> all[] = {
       {write, write_options}, {read, read_options}, {describe, describe_options}};
   for (const auto& [sub, options] : all) {
-    sub->add_option("--table", options->tables, "Only these tables, e.g. NODE");
+    sub->Add("--table", &options->tables, "Only these tables, e.g. NODE").Pool();
     if (sub == describe) continue;
-    sub->add_option("file", options->file, "Gateway text (.json)")->required();
+    sub->Add("file", &options->file, "Gateway text (.json)").File({".json"}).Required();
   }
-  read->add_flag("--strict", read_options->strict,
-                 "Refuse where a value would be coerced or skipped");
-  read->add_flag("--delete", read_options->remove, "Apply the deletion tables (__CMD_DEL_...)");
-  describe->add_flag("--schema", describe_options->schema,
-                     "Print the JSON Schema (draft 4) of all tables");
+  AddForce(*write, write_options->force);
+  read->Add("--strict", &read_options->strict, "Refuse where a value would be coerced or skipped");
+  read->Add("--delete", &read_options->remove, "Apply the deletion tables (__CMD_DEL_...)");
+  describe->Add("--schema", &describe_options->schema,
+                "Print the JSON Schema (draft 4) of all tables");
 }
 
 }  // namespace qx::app

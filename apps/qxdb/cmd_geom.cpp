@@ -113,12 +113,14 @@ Outcome Geom(const GeomOptions& options, const Context& context) {
 
 }  // namespace
 
-void AddGeom(CLI::App& app, Context& context) {
+void AddGeom(Command& app, Context& context) {
   const auto [command, options] = AddCommand<GeomOptions>(
       app, context, "geom", "List the geometry of a CAD file and bring it into a model",
       "qxdb geom joint.step joint.qxm", Geom);
-  command->add_option("file", options->cad, "CAD file: STEP, IGES or BREP")->required();
-  command->add_option("model", options->model, "Model file to write");
+  command->Add("file", &options->cad, "CAD file: STEP, IGES or BREP")
+      .File(kCadExtensions)
+      .Required();
+  command->Add("model", &options->model, "Model file to write").Model();
   AddTarget(*command, options->target);
 }
 

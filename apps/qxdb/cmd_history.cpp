@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 #include <map>
 
+#include "qx_db/platform/plain_text.h"
 #include "qx_db/qx_db.h"
 
 #include "apps/qxdb/commands.h"
@@ -127,9 +128,9 @@ Outcome Go(const HistoryOptions& options, const Context& context, Move&& move) {
   json.Integer("step", done.empty() ? 0 : done.back().number);
   json.Integer("undoable", static_cast<std::int64_t>(done.size()));
   json.Integer("redoable", static_cast<std::int64_t>(session.History().Undone().size())).End();
-  const std::string at =
-      done.empty() ? "before the first step"
-                   : fmt::format("at step {} \"{}\"", done.back().number, Utf8(done.back().name));
+  const std::string at = done.empty() ? "before the first step"
+                                      : fmt::format("at step {} \"{}\"", done.back().number,
+                                                    OneLine(Utf8(done.back().name)));
   context.Print(WriterText(model.report) + fmt::format("{}: state {} -> {}\n", at, before, after),
                 json);
   return {};
@@ -255,14 +256,14 @@ Outcome Blame(Model& model, const HistoryOptions& options, const Context& contex
 
 }  // namespace
 
-void AddHistory(CLI::App& app, Context& context) {
+void AddHistory(Command& app, Context& context) {
   AddModelCommand<HistoryOptions>(app, context, "log",
                                   "List the steps that a model file keeps; * is the last one done",
                                   "qxdb log wing.qxm", Log);
   // Those that go back and forth in the file open it for that.
   const auto add = [&](const char* name, const char* what, const char* example, auto work) {
     auto added = AddCommand<HistoryOptions>(app, context, name, what, example, work);
-    added.first->add_option("model", added.second->model, "Model file")->required();
+    added.first->Add("model", &added.second->model, "Model file").Model().Required();
     return added;
   };
   for (const bool undo : {true, false}) {
@@ -270,25 +271,23 @@ void AddHistory(CLI::App& app, Context& context) {
         add(undo ? "undo" : "redo", undo ? "Take steps back" : "Do steps again that were undone",
             undo ? "qxdb undo wing.qxm" : "qxdb redo wing.qxm --count 2",
             [undo](const HistoryOptions& o, const Context& c) { return UndoOrRedo(o, undo, c); });
-    command->add_option("--count", options->count, "How many steps")
-        ->check(CLI::Range(1, 1000000000))
-        ->capture_default_str();
+    command->Add("--count", &options->count, "How many steps").Range(1, 1000000000).ShowDefault();
   }
   const auto [checkout, checkout_options] =
       add("checkout", "Go to the state after a step, back or forth; 0 is before the first",
           "qxdb checkout wing.qxm --step 3", Checkout);
-  checkout->add_option("--step", checkout_options->step, "Number of the step, as in qxdb log")
-      ->required()
-      ->check(CLI::Range(std::int64_t{0}, std::int64_t{1} << 53));
+  checkout->Add("--step", &checkout_options->step, "Number of the step, as in qxdb log")
+      .Required()
+      .Range(std::int64_t{0}, std::int64_t{1} << 53);
   const auto [compact, compact_options] =
       add("compact", "Write the file anew, without its history", "qxdb compact wing.qxm", Compact);
-  compact->add_flag("--keep-history", compact_options->keep_history,
-                    "Fold the steps in, keep the history within its limits");
+  compact->Add("--keep-history", &compact_options->keep_history,
+               "Fold the steps in, keep the history within its limits");
   const auto [blame, blame_options] =
       AddModelCommand<HistoryOptions>(app, context, "blame", "Say which step last changed records",
                                       "qxdb blame wing.qxm node 1-20", Blame);
-  blame->add_option("pool", blame_options->pool, "node, elem, ...")->required();
-  blame->add_option("keys", blame_options->keys, "Keys: 1-5,9,100- or all")->required();
+  blame->Add("pool", &blame_options->pool, "node, elem, ...").Pool().Required();
+  blame->Add("keys", &blame_options->keys, "Keys: 1-5,9,100- or all").Keys().Required();
 }
 
 }  // namespace qx::app

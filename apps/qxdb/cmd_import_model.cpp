@@ -5,10 +5,12 @@
 
 #include "qx_db/bulk/record_file.h"
 #include "qx_db/platform/file.h"
+#include "qx_db/platform/plain_text.h"
 #include "qx_db/qx_db.h"
 
 #include "apps/qxdb/commands.h"
 #include "apps/qxdb/key_map_file.h"
+#include "apps/qxdb/output.h"
 #include "apps/qxdb/selection.h"
 
 namespace qx::app {
@@ -19,6 +21,7 @@ struct ImportOptionsText {
   std::string model;
   std::vector<std::string> choices;  // "node" or "node:1-100"
   std::string key_map;
+  bool force = false;
   bool only = false;
   ImportOptions options;
 };
@@ -94,7 +97,7 @@ Outcome Finish(Model& model, const ImportOptionsText& asked, const ImportReport&
   for (std::size_t i = 0; i < report.renamed.size(); ++i) {
     const std::string line = report.renamed[i].Line(session);
     json.Text({}, line);
-    if (i < kShown) text += line + "\n";
+    if (i < kShown) text += OneLine(line) + "\n";
   }
   if (report.renamed.size() > kShown) {
     text += fmt::format("and {} names more\n", report.renamed.size() - kShown);
@@ -132,7 +135,10 @@ Outcome Finish(Model& model, const ImportOptionsText& asked, const ImportReport&
 }
 
 Outcome RunImportModel(Model& model, const ImportOptionsText& asked, const Context& context) {
-  if (Outcome free = CheckOutput(asked.key_map, {asked.from, asked.model}); !free) return free;
+  if (Outcome free =
+          CheckOutput(asked.key_map, OutputKind::kGateway, asked.force, {asked.from, asked.model});
+      !free)
+    return free;
   auto from = ExternalModel::Open(asked.from, host::SetUpModel);
   if (!from) return from.AsOutcome();
   ImportOptions options = asked.options;
@@ -148,7 +154,10 @@ Outcome RunImportModel(Model& model, const ImportOptionsText& asked, const Conte
 }
 
 Outcome RunPoolImport(Model& model, const ImportOptionsText& asked, const Context& context) {
-  if (Outcome free = CheckOutput(asked.key_map, {asked.from, asked.model}); !free) return free;
+  if (Outcome free =
+          CheckOutput(asked.key_map, OutputKind::kGateway, asked.force, {asked.from, asked.model});
+      !free)
+    return free;
   const auto report = ImportRecordFile(model.session, asked.from, asked.options);
   if (!report) return report.AsOutcome();
   return Finish(model, asked, *report, context);
@@ -156,11 +165,13 @@ Outcome RunPoolImport(Model& model, const ImportOptionsText& asked, const Contex
 
 struct PoolOptions {
   std::string model, pool, file;
+  bool force = false;
 };
 
 Outcome RunPoolExport(Model& model, const PoolOptions& options, const Context& context) {
   const std::string& file = options.file;
-  if (Outcome free = CheckOutput(file, {model.path}); !free) return free;
+  if (Outcome free = CheckOutput(file, OutputKind::kPool, options.force, {model.path}); !free)
+    return free;
   const auto pool = FindPool(model.session, options.pool);
   if (!pool) return pool.Error();
   CQXBulkHandler handler(file);
@@ -193,17 +204,19 @@ Outcome RunPoolInfo(const PoolOptions& options, const Context& context) {
 }
 
 /// The options that every import takes.
-void AddImportOptions(CLI::App& command, ImportOptionsText& asked) {
-  command.add_flag("--keep-keys", asked.options.keep_keys,
-                   "Keep the keys, overwriting records of the same key; otherwise new ones");
-  command.add_flag("--dry-run", asked.options.dry_run,
-                   "Say what would come, clash and be renumbered; save nothing");
-  command.add_option("--key-map", asked.key_map, "Write the old and new keys to a JSON file");
+void AddImportOptions(Command& command, ImportOptionsText& asked) {
+  command.Add("--keep-keys", &asked.options.keep_keys,
+              "Keep the keys, overwriting records of the same key; otherwise new ones");
+  command.Add("--dry-run", &asked.options.dry_run,
+              "Say what would come, clash and be renumbered; save nothing");
+  AddForce(command, asked.force);
+  command.Add("--key-map", &asked.key_map, "Write the old and new keys to a JSON file")
+      .File({".json"});
 }
 
 }  // namespace
 
-void AddImportModel(CLI::App& app, Context& context) {
+void AddImportModel(Command& app, Context& context) {
   const auto run = [](const ImportOptionsText& asked, const Context& to) {
     Model model(asked.model);
     if (Outcome opened = model.Open(); !opened) return opened;
@@ -212,38 +225,37 @@ void AddImportModel(CLI::App& app, Context& context) {
   const auto [command, asked] = AddCommand<ImportOptionsText>(
       app, context, "import-model", "Bring records of another model into a model",
       "qxdb import-model wheel.qxm car.qxm --pool elem:1-500", run);
-  command->add_option("from", asked->from, "Model file to take from")->required();
-  command->add_option("into", asked->model, "Model file to bring into")->required();
-  command->add_option("--pool", asked->choices,
-                      "A pool, or some of its keys: node, elem:1-500; all pools without");
-  command->add_flag("--only", asked->only,
-                    "Leave behind what the chosen records refer to and what belongs to them");
-  command->add_flag("--link-existing", asked->options.link_existing,
-                    "Lead references to what stays behind to the model's records of the same key");
+  command->Add("from", &asked->from, "Model file to take from").Model().Required();
+  command->Add("into", &asked->model, "Model file to bring into").Model().Required();
+  command->Add("--pool", &asked->choices,
+               "A pool, or some of its keys: node, elem:1-500; all pools without");
+  command->Add("--only", &asked->only,
+               "Leave behind what the chosen records refer to and what belongs to them");
+  command->Add("--link-existing", &asked->options.link_existing,
+               "Lead references to what stays behind to the model's records of the same key");
   AddImportOptions(*command, *asked);
 }
 
-void AddPool(CLI::App& app, Context& context) {
-  CLI::App* command = AddCommand(app, context, "pool", "Single pools in files of their own",
-                                 "qxdb pool export car.qxm viewpoint views.qxr");
-  command->require_subcommand(1);
-
+void AddPool(Command& app, Context& context) {
+  Command* command = AddCommand(app, context, "pool", "Single pools in files of their own",
+                                "qxdb pool export car.qxm viewpoint views.qxr");
   const auto [exported, names] =
       AddModelCommand<PoolOptions>(*command, context, "export", "Write a pool to a record file",
                                    "qxdb pool export car.qxm viewpoint views.qxr", RunPoolExport);
-  exported->add_option("pool", names->pool, "Pool, e.g. viewpoint")->required();
-  exported->add_option("file", names->file, "Record file to write")->required();
+  exported->Add("pool", &names->pool, "Pool, e.g. viewpoint").Pool().Required();
+  exported->Add("file", &names->file, "Record file to write").File({".qxr"}).Required();
+  AddForce(*exported, names->force);
 
   const auto [imported, asked] = AddModelCommand<ImportOptionsText>(
       *command, context, "import", "Bring a record file into a model",
       "qxdb pool import car.qxm views.qxr", RunPoolImport);
-  imported->add_option("file", asked->from, "Record file")->required();
+  imported->Add("file", &asked->from, "Record file").File({".qxr"}).Required();
   AddImportOptions(*imported, *asked);
 
   const auto [info, looked_at] =
       AddCommand<PoolOptions>(*command, context, "info", "Say what a record file holds",
                               "qxdb pool info views.qxr", RunPoolInfo);
-  info->add_option("file", looked_at->file, "Record file")->required();
+  info->Add("file", &looked_at->file, "Record file").File({".qxr"}).Required();
 }
 
 }  // namespace qx::app

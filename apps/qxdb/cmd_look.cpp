@@ -6,6 +6,8 @@
 #include <limits>
 #include <map>
 
+#include "qx_db/core/model_check.h"
+#include "qx_db/platform/plain_text.h"
 #include "qx_db/platform/text.h"
 #include "qx_db/qx_db.h"
 #include "qx_db/record/describe.h"
@@ -89,7 +91,7 @@ void InfoSetsOf(const Pool& sets, const char* label, const char* name, std::stri
   for (ITR pos = sets.GetHeadPosition(); pos; sets.Next(pos)) {
     const auto& set = sets.GetAtNU(pos);
     text += fmt::format("{:<9} {:>11}  \"{}\"\n", label, Grouped(set.elements.GetSize()),
-                        set.GetName().ToUtf8());
+                        OneLine(set.GetName().ToUtf8()));
     json.Begin().Integer("key", set.key).Text("name", set.GetName().ToUtf8());
     json.Integer("elements", set.elements.GetSize()).End();
   }
@@ -207,7 +209,9 @@ std::vector<std::string> FindProblems(const CQXDBSession& session, const ModelFi
 
 Outcome Verify(Model& model, const LookOptions&, Context& context) {
   const ModelFileReport& report = model.report;
-  const auto problems = FindProblems(model.session, report);
+  auto problems = FindProblems(model.session, report);
+  const Outcome straight = CheckCircles(model.session, ReferenceForm::kIterators, model.path);
+  if (!straight) problems.push_back(straight.Error().what);
   std::int64_t records = 0;
   std::size_t pools = 0;
   for (const auto& pool : report.pools) {
@@ -235,20 +239,20 @@ Outcome Verify(Model& model, const LookOptions&, Context& context) {
 
 }  // namespace
 
-void AddInfo(CLI::App& app, Context& context) {
+void AddInfo(Command& app, Context& context) {
   AddModelCommand<LookOptions>(app, context, "info", "Summarise a model", "qxdb info bracket.qxm",
                                Info);
 }
 
-void AddShow(CLI::App& app, Context& context) {
+void AddShow(Command& app, Context& context) {
   const auto [command, options] =
       AddModelCommand<LookOptions>(app, context, "show", "Print records by pool and key",
                                    "qxdb show bracket.qxm node 1-5,9", Show);
-  command->add_option("pool", options->pool, "Pool, e.g. node or elem")->required();
-  command->add_option("keys", options->keys, "Keys: 1-5,9,100- or all")->capture_default_str();
+  command->Add("pool", &options->pool, "Pool, e.g. node or elem").Pool().Required();
+  command->Add("keys", &options->keys, "Keys: 1-5,9,100- or all").Keys().ShowDefault();
 }
 
-void AddVerify(CLI::App& app, Context& context) {
+void AddVerify(Command& app, Context& context) {
   AddModelCommand<LookOptions>(app, context, "verify", "Check a model file and its references",
                                "qxdb verify bracket.qxm", Verify);
 }

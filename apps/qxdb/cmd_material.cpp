@@ -9,9 +9,11 @@
 
 #include "qx_db/material/gdb_file.h"
 #include "qx_db/material/material_file.h"
+#include "qx_db/platform/plain_text.h"
 #include "qx_db/qx_db.h"
 
 #include "apps/qxdb/commands.h"
+#include "apps/qxdb/output.h"
 
 namespace qx::app {
 namespace {
@@ -29,6 +31,7 @@ struct MaterialOptions {
   std::string model;
   bool all = false;
   bool replace = false;
+  bool force = false;
 };
 
 struct Note {
@@ -200,8 +203,9 @@ Outcome Show(const MaterialOptions& options, const Context& context) {
   if (found.empty()) return NoSuchMaterial(options, options.names[0]);
   std::string text;
   for (const Material* material : found) {
-    const std::string category = material->category.ToUtf8();
-    text += material->name.ToUtf8() + (category.empty() ? "" : "  (" + category + ")") + "\n";
+    const std::string category = OneLine(material->category.ToUtf8());
+    text +=
+        OneLine(material->name.ToUtf8()) + (category.empty() ? "" : "  (" + category + ")") + "\n";
     Table values({"property", ">value", "unit"});
     for (std::size_t i = 0; i < table.columns.size(); ++i) {
       const MaterialColumn& column = table.columns[i];
@@ -242,10 +246,16 @@ Outcome Convert(const MaterialOptions& options, const Context& context) {
       options.target_form.empty() ? FormOfName(options.target) : FormNamed(options.target_form);
   if (!form) return form.Error();
   if (Outcome taken = CheckUnits(options, *form); !taken) return taken;
-  if (Outcome free = CheckOutput(options.target, {options.file}); !free) return free;
   const auto page = options.target_code_page.empty() ? PageOf(options.code_page)
                                                      : PageOf(options.target_code_page);
   if (!page) return page.Error();
+  const auto is_library = [&](const std::string& path) {
+    return static_cast<bool>(ReadMaterials(path, *form, *page));
+  };
+  if (Outcome free = CheckOutput(options.target, is_library, options.force, {options.file});
+      !free) {
+    return free;
+  }
   std::vector<std::string> lost;
   const Outcome written =
       WriteMaterials(opened->table, options.target, *form, *page, opened->units, &lost);
@@ -460,21 +470,20 @@ using Job = Outcome (*)(const MaterialOptions&, const Context&);
 
 }  // namespace
 
-void AddMaterial(CLI::App& app, Context& context) {
-  CLI::App* command =
+void AddMaterial(Command& app, Context& context) {
+  Command* command =
       AddCommand(app, context, "material", "List, convert and import material libraries",
                  "qxdb material list examples/materials/common.gdbp --units m,kN");
-  command->require_subcommand(1);
   const auto add = [&](const char* name, const char* what, const char* example, Job job) {
     auto added = AddCommand<MaterialOptions>(*command, context, name, what, example, job);
     const auto& [sub, options] = added;
-    sub->add_option("file", options->file, "Library file")->required();
-    sub->add_option("--form", options->form,
-                    "Its form (text, binary, fluid, particle, gdb, gdbp); else as it looks");
-    sub->add_option("--code-page", options->code_page,
-                    "Of a text without a mark: 1252, UTF-8, ...; else that of the locale");
-    sub->add_flag("--lint", options->lint,
-                  "Name each line that is left out or read otherwise than it looks");
+    sub->Add("file", &options->file, "Library file").File().Required();
+    sub->Add("--form", &options->form,
+             "Its form (text, binary, fluid, particle, gdb, gdbp); else as it looks");
+    sub->Add("--code-page", &options->code_page,
+             "Of a text without a mark: 1252, UTF-8, ...; else that of the locale");
+    sub->Add("--lint", &options->lint,
+             "Name each line that is left out or read otherwise than it looks");
     return added;
   };
   const auto [list, list_options] = add("list", "List the materials of a library",
@@ -489,24 +498,22 @@ void AddMaterial(CLI::App& app, Context& context) {
       add("import", "Take materials into a model, as one undoable step",
           "qxdb material import steel.gdbp bracket.qxm S235 S355", ImportMaterials);
   const char* units = "Units by name, such as mm,N,J,C; the others as the file has them";
-  list->add_option("--units", list_options->units, units);
-  show->add_option("name", show_options->names, "Name of the material")->expected(1)->required();
-  show->add_option("--units", show_options->units, units);
-  convert->add_option("target", convert_options->target, "File to write")->required();
-  convert->add_option("--to", convert_options->target_form,
-                      "Its form; else by its extension: .txt .bin .cfd .cfdbin .gdbp");
-  convert->add_option("--to-code-page", convert_options->target_code_page,
-                      "Code page of what is written; else that of --code-page");
-  convert->add_option("--units", convert_options->units,
-                      "The same, for a .gdbp file; other forms have units of their own");
-  import->add_option("model", import_options->model, "Model file")->required();
-  auto* names = import->add_option("names", import_options->names, "Names of materials");
-  auto* all = import->add_flag("--all", import_options->all, "All materials of the library");
-  all->excludes(names);
-  import->parse_complete_callback([names, all] {
-    if (names->empty() && all->empty()) throw CLI::RequiredError("names or --all");
-});
-import->add_flag("--replace", import_options->replace, "Overwrite materials of the same name");
+  list->Add("--units", &list_options->units, units);
+  show->Add("name", &show_options->names, "Name of the material").Count(1).Required();
+  show->Add("--units", &show_options->units, units);
+  convert->Add("target", &convert_options->target, "File to write").File().Required();
+  AddForce(*convert, convert_options->force);
+  convert->Add("--to", &convert_options->target_form,
+               "Its form; else by its extension: .txt .bin .cfd .cfdbin .gdbp");
+  convert->Add("--to-code-page", &convert_options->target_code_page,
+               "Code page of what is written; else that of --code-page");
+  convert->Add("--units", &convert_options->units,
+               "The same, for a .gdbp file; other forms have units of their own");
+  import->Add("model", &import_options->model, "Model file").Model().Required();
+  Option& names = import->Add("names", &import_options->names, "Names of materials");
+  Option& all = import->Add("--all", &import_options->all, "All materials of the library");
+  import->ExactlyOne(names, all);
+  import->Add("--replace", &import_options->replace, "Overwrite materials of the same name");
 }  // namespace qx::app
 
 }  // namespace qx::app

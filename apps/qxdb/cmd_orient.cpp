@@ -21,10 +21,10 @@ struct OrientOptions {
   double beta_deg = 0;
   Key system = 0;
   bool repair = false;
-  CLI::Option* by_node = nullptr;
-  CLI::Option* by_vector = nullptr;
-  CLI::Option* by_beta = nullptr;
-  CLI::Option* by_system = nullptr;
+  Option* by_node = nullptr;
+  Option* by_vector = nullptr;
+  Option* by_beta = nullptr;
+  Option* by_system = nullptr;
 };
 
 std::string Describe(const tagTEcrd& record) {
@@ -45,14 +45,14 @@ std::string Describe(const tagTEcrd& record) {
 }
 
 Outcome Read(const OrientOptions& options, const CQXDBSession& session, tagTEcrd& record) {
-  if (*options.by_node) {
+  if (options.by_node->is_given) {
     record.method = tagTEcrd::kByNode;
     record.reference_node = Pool<tagTNode>(session).Find(options.node);
     if (record.reference_node == 0) {
       return Failure{options.model, fmt::format("node {}", options.node), "does not exist",
                      "name a node of the model"};
     }
-  } else if (*options.by_vector) {
+  } else if (options.by_vector->is_given) {
     record.method = tagTEcrd::kByVector;
     record.reference_vector = {options.vector[0], options.vector[1], options.vector[2]};
     const Vector3 vector(record.reference_vector);
@@ -60,7 +60,7 @@ Outcome Read(const OrientOptions& options, const CQXDBSession& session, tagTEcrd
       return Failure{"", Describe(record), "is no direction",
                      "give three numbers that are not all zero"};
     }
-  } else if (*options.by_beta) {
+  } else if (options.by_beta->is_given) {
     record.method = tagTEcrd::kByBetaAngle;
     record.beta_angle_deg = options.beta_deg;
     if (!std::isfinite(options.beta_deg)) {
@@ -149,7 +149,8 @@ Outcome Run(Model& model, const OrientOptions& options, const Context& context) 
   auto& elements = Pool<tagTElem>(model.session);
   const auto items = PickItems(model, elements, options.keys);
   if (!items) return items.Error();
-  if (!*options.by_node && !*options.by_vector && !*options.by_beta && !*options.by_system) {
+  if (!options.by_node->is_given && !options.by_vector->is_given && !options.by_beta->is_given &&
+      !options.by_system->is_given) {
     return Show(model.session, *items, context);
   }
   tagTEcrd record;
@@ -158,7 +159,7 @@ Outcome Run(Model& model, const OrientOptions& options, const Context& context) 
   std::int64_t oriented = 0;
   Outcome done = edit.Do(qxLoadText("IDS_QX_TRANS_ORIENT").c_str(), [&]() -> Outcome {
     for (const ITR item : *items) {
-      if (!element_rule::CarriesOrientation(elements.GetAtNU(item).type)) continue;
+      if (!element_rule::IsWithEcrdType(elements.GetAtNU(item).type)) continue;
       if (Outcome turned = Orient(options, elements, item, record); !turned) return turned;
       ++oriented;
     }
@@ -179,24 +180,22 @@ Outcome Run(Model& model, const OrientOptions& options, const Context& context) 
 
 }  // namespace
 
-void AddOrient(CLI::App& app, Context& context) {
+void AddOrient(Command& app, Context& context) {
   const auto [command, options] = AddModelCommand<OrientOptions>(
       app, context, "orient", "Show or set the orientation of line elements",
       "qxdb orient frame.qxm 1-40 --vector 0 1 0", Run);
-  command->add_option("keys", options->keys, "Keys: 1-5,9,100- or all");
-  CLI::Option_group* how = command->add_option_group("how", "One of these; none shows what is set");
-  options->by_node = how->add_option("--node", options->node, "Reference node, by key");
-  options->by_vector =
-      how->add_option("--vector", options->vector, "Reference vector")->expected(3);
-  options->by_beta = how->add_option("--beta", options->beta_deg, "Angle about the line, degrees");
-  options->by_system = how->add_option("--cord", options->system, "Coordinate system, by key");
-  how->add_flag("--repair", options->repair,
-                "For all elements: make the records that are missing, remove those of no element");
-  how->require_option(0, 1);
-  command->parse_complete_callback([options = options] {
-    if (options->keys.empty() && !options->repair) throw CLI::RequiredError("keys");
-    if (!options->keys.empty() && options->repair) throw CLI::ExcludesError("keys", "--repair");
-  });
+  Option& keys = command->Add("keys", &options->keys, "Keys: 1-5,9,100- or all").Keys();
+  options->by_node = &command->Add("--node", &options->node, "Reference node, by key");
+  options->by_vector = &command->Add("--vector", &options->vector, "Reference vector").Count(3);
+  options->by_beta = &command->Add("--beta", &options->beta_deg, "Angle about the line, degrees");
+  options->by_system = &command->Add("--cord", &options->system, "Coordinate system, by key");
+  Option& repair = command->Add(
+      "--repair", &options->repair,
+      "For all elements: make the records that are missing, remove those of no element");
+  command->AtMostOne(
+      "how", "One of these; none shows what is set",
+      {options->by_node, options->by_vector, options->by_beta, options->by_system, &repair});
+  command->ExactlyOne(keys, repair);
 }
 
 }  // namespace qx::app

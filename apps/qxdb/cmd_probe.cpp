@@ -7,6 +7,7 @@
 #include "qx_db/net/web_util.h"
 
 #include "apps/qxdb/commands.h"
+#include "apps/qxdb/option_values.h"
 
 namespace qx::app {
 namespace {
@@ -19,14 +20,6 @@ struct Arguments {
 
 constexpr double kLeastLimitS = 0.001;
 constexpr double kMostLimitS = 3600;
-
-/// CLI11's own range admits "nan", which no comparison keeps out of it.
-std::string LimitFault(const std::string& text) {
-  double limit_s = 0;
-  const bool fits =
-      CLI::detail::lexical_cast(text, limit_s) && limit_s >= kLeastLimitS && limit_s <= kMostLimitS;
-  return fits ? "" : fmt::format("{} is no number in [{} - {}]", text, kLeastLimitS, kMostLimitS);
-}
 
 /// No answer is an answer too: it goes where a result goes.
 Outcome Probe(const Arguments& arguments, Context& context) {
@@ -57,17 +50,20 @@ Outcome Probe(const Arguments& arguments, Context& context) {
 
 }  // namespace
 
-void AddProbe(CLI::App& app, Context& context) {
+void AddProbe(Command& app, Context& context) {
   const auto [command, arguments] = AddCommand<Arguments>(
       app, context, "probe", "Tell whether a web address answers with status 200",
       "qxdb probe https://updates.example.com/", Probe);
-  command->add_option("address", arguments->address, "http or https address")->required();
-  command->add_option("--limit", arguments->limit_s, "Seconds to wait for an answer")
-      ->check(CLI::Validator(LimitFault, "in [0.001 - 3600]"))
-      ->capture_default_str();
-  command->add_option("--ca", arguments->options.authorities_file,
-                      "PEM file of the authorities to trust instead of the platform's");
-  command->add_option("--crl", arguments->options.revoked_file, "PEM file of revoked certificates");
+  command->Add("address", &arguments->address, "http or https address").Required();
+  command->Add("--limit", &arguments->limit_s, "Seconds to wait for an answer")
+      .Check(RealBetween(kLeastLimitS, kMostLimitS))
+      .ShowDefault();
+  command
+      ->Add("--ca", &arguments->options.authorities_file,
+            "PEM file of the authorities to trust instead of the platform's")
+      .File({".pem"});
+  command->Add("--crl", &arguments->options.revoked_file, "PEM file of revoked certificates")
+      .File({".pem"});
 }
 
 }  // namespace qx::app

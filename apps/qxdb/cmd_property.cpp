@@ -135,10 +135,9 @@ Outcome Run(Model& model, const PropertyOptions& options, Change change, const C
 
 }  // namespace
 
-void AddProperty(CLI::App& app, Context& context) {
-  CLI::App* command = AddCommand(app, context, "property", "List, add and assign properties",
-                                 "qxdb property list bracket.qxm");
-  command->require_subcommand(1);
+void AddProperty(Command& app, Context& context) {
+  Command* command = AddCommand(app, context, "property", "List, add and assign properties",
+                                "qxdb property list bracket.qxm");
   AddModelCommand<PropertyOptions>(*command, context, "list",
                                    "List the properties with their elements and masses",
                                    "qxdb property list bracket.qxm", List);
@@ -150,20 +149,20 @@ void AddProperty(CLI::App& app, Context& context) {
   };
   const auto [add, add_options] = sub(
       "add", "Add a property", "qxdb property add bracket.qxm plate Web 0.012 --material 1", Add);
-  add->add_option("kind", add_options->kind, "Kind: plate, beam, solid, ...")->required();
-  add->add_option("name", add_options->name, "Name")->required();
-  add->add_option("values", add_options->values,
-                  "In current units. Surfaces: thickness, mass per area. Lines: area, second "
-                  "moments about y and z, torsional constant, mass per length. Point mass: mass. "
-                  "Springs: six stiffnesses");
-  add->add_option("--material", add_options->material, "Key of its material");
+  add->Add("kind", &add_options->kind, "Kind: plate, beam, solid, ...").Required();
+  add->Add("name", &add_options->name, "Name").Required();
+  add->Add("values", &add_options->values,
+           "In current units. Surfaces: thickness, mass per area. Lines: area, second "
+           "moments about y and z, torsional constant, mass per length. Point mass: mass. "
+           "Springs: six stiffnesses");
+  add->Add("--material", &add_options->material, "Key of its material");
 
   const auto [assign, assign_options] = sub("assign", "Give a property to elements",
                                             "qxdb property assign bracket.qxm 1 all", Assign);
-  assign->add_option("property", assign_options->property, "Key of the property, 0 for none")
-      ->required();
-  assign->add_option("keys", assign_options->keys, "Keys of elements: 1-5,9,100- or all")
-      ->required();
+  assign->Add("property", &assign_options->property, "Key of the property, 0 for none").Required();
+  assign->Add("keys", &assign_options->keys, "Keys of elements: 1-5,9,100- or all")
+      .Keys()
+      .Required();
 }
 
 }  // namespace qx::app

@@ -24,16 +24,18 @@ std::string TargetText(const CQXDBSession& session, const Row& row) {
   std::string text = RecordName(session, row.target);
   if (row.reference_rule == ReferenceRule::kAlwaysLookUp) text += ", looked up even when 0";
   if (row.reference_rule == ReferenceRule::kTolerant) text += ", never fails";
+  if (row.reference_rule == ReferenceRule::kNotSaved) text += ", not saved";
   if (row.reference_rule == ReferenceRule::kLeftAlone) text += ", converted by files only";
   return text;
 }
 
-std::string UnitText(const Row& row) {
+std::string UnitText(const Schema& schema, const Row& row, TStructBase& fresh) {
   const UnitRule& rule = row.unit;
   if (rule.category == unit::kNone) return "";
-  std::string text(FindUnitCategory(rule.category)->name);
+  if (rule.category_at) return UnitCasesText(schema, row, fresh);
+  const UnitCategory* category = FindUnitCategory(rule.category);
+  std::string text(category ? category->name : "any");
   if (rule.listed_only) text += " (not converted)";
-  if (rule.category_at) text += " (depends)";
   return text;
 }
 
@@ -50,8 +52,7 @@ std::string GatewayText(const Schema& schema, const Row& row) {
   return text;
 }
 
-std::vector<std::string> MemberCells(const DPoolBase& pool, const Row& row,
-                                     const TStructBase& fresh) {
+std::vector<std::string> MemberCells(const DPoolBase& pool, const Row& row, TStructBase& fresh) {
   const std::string value = row.IsArray() || row.kind == MemberKind::kReference
                                 ? std::string()
                                 : MemberValueText(row, fresh);
@@ -60,7 +61,7 @@ std::vector<std::string> MemberCells(const DPoolBase& pool, const Row& row,
           std::to_string(row.offset),
           value,
           TargetText(*pool.GetSession(), row),
-          UnitText(row),
+          UnitText(pool.GetSchema(), row, fresh),
           GatewayText(pool.GetSchema(), row)};
 }
 
@@ -79,8 +80,7 @@ std::string Catalogue(CQXDBSession& session) {
       "start; the key is at 8.\n";
   for (DPoolBase* pool : session.Pools()) {
     const Schema& schema = pool->GetSchema();
-    TStructBase* fresh = pool->GetDataPtrForUndoRedo();
-    fresh->Init();
+    const auto fresh = pool->NewRecord();
     text +=
         fmt::format("\n## {}\n\nType code {}, {} bytes; pool `{}`, table {}.\n\n", schema.Name(),
                     pool->GetTypeCode(), schema.RecordSize(), Utf8(pool->GetIOName()),
@@ -117,8 +117,7 @@ Outcome Records(const RecordsOptions& options, const Context& context) {
               std::to_string(schema.Rows().size()), PoolLabel(*pool)});
     json.Begin().Text("record", schema.Name()).Integer("code", schema.Type());
     json.Integer("bytes", schema.RecordSize()).BeginArray("members");
-    TStructBase* fresh = pool->GetDataPtrForUndoRedo();
-    fresh->Init();
+    const auto fresh = pool->NewRecord();
     Table members({"member", "kind", ">offset", "default", "refers to", "unit", "field"});
     for (const Row& row : schema.Rows()) {
       const auto cells = MemberCells(*pool, row, *fresh);
@@ -145,17 +144,20 @@ Outcome DescribeUnits(const Context& context) {
   Table table({"record", "member", ">category", "quantity", "converted"});
   JsonText json;
   json.BeginArray();
-  for (const DPoolBase* pool : session.Pools()) {
+  for (DPoolBase* pool : session.Pools()) {
     for (const Row* row : pool->GetSchema().UnitRows()) {
       const UnitRule& rule = row->unit;
-      const std::string_view quantity = FindUnitCategory(rule.category)->name;
-      const char* converted = rule.listed_only   ? "no: kept in degrees"
-                              : rule.category_at ? "by the record's other members"
-                                                 : "yes";
+      const UnitCategory* fixed = FindUnitCategory(rule.category);
+      const std::string_view quantity = fixed ? fixed->name : "any";
+      const std::string cases = UnitCasesText(pool->GetSchema(), *row, *pool->NewRecord());
+      const std::string converted = rule.listed_only ? "no: kept in degrees"
+                                    : cases.empty()  ? "yes"
+                                                     : cases;
       table.Row({pool->GetSchema().Name(), Utf8(row->name), std::to_string(rule.category),
                  std::string(quantity), converted});
       json.Begin().Text("record", pool->GetSchema().Name()).Text("member", Utf8(row->name));
-      json.Integer("category", rule.category).Bool("converted", !rule.listed_only).End();
+      json.Integer("category", rule.category).Bool("converted", !rule.listed_only);
+      json.Text("cases", cases).End();
     }
   }
   context.Print(table.Text(), json.End());
@@ -238,29 +240,29 @@ Outcome Diff(const DiffOptions& options, Context& context) {
 
 }  // namespace
 
-void AddRecords(CLI::App& app, Context& context) {
+void AddRecords(Command& app, Context& context) {
   const auto [command, options] = AddCommand<RecordsOptions>(
       app, context, "records", "Describe the records of a model", "qxdb records tagTCord", Records);
-  command->add_option("record", options->record, "Record or pool, e.g. tagTNode or node");
-  command->add_flag("--markdown", options->markdown, "All of them, as a page of documentation");
+  command->Add("record", &options->record, "Record or pool, e.g. tagTNode or node").Record();
+  command->Add("--markdown", &options->markdown, "All of them, as a page of documentation");
 }
 
-void AddUnits(CLI::App& app, Context& context) {
+void AddUnits(Command& app, Context& context) {
   const auto run = [](bool describe, const Context& to) {
     return describe ? DescribeUnits(to) : ListUnits(to);
   };
   const auto [command, describe] = AddCommand<bool>(
       app, context, "units", "List the units, or what carries them", "qxdb units --describe", run);
-  command->add_flag("--describe", *describe, "List each member that carries a unit");
+  command->Add("--describe", describe, "List each member that carries a unit");
 }
 
-void AddDiff(CLI::App& app, Context& context) {
+void AddDiff(Command& app, Context& context) {
   const auto [command, options] =
       AddCommand<DiffOptions>(app, context, "diff", "Compare two models record by record",
                               "qxdb diff before.qxm after.qxm", Diff);
-  command->add_option("first", options->first, "Model file")->required();
-  command->add_option("second", options->second, "Model file")->required();
-  command->add_option("--most", options->most, "Differences to print")->capture_default_str();
+  command->Add("first", &options->first, "Model file").Model().Required();
+  command->Add("second", &options->second, "Model file").Model().Required();
+  command->Add("--most", &options->most, "Differences to print").ShowDefault();
 }
 
 }  // namespace qx::app

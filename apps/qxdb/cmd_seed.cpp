@@ -11,6 +11,7 @@
 
 #include "apps/qxdb/cad_input.h"
 #include "apps/qxdb/commands.h"
+#include "apps/qxdb/output.h"
 #include "apps/qxdb/seed_preview.h"
 #include "apps/qxdb/selection.h"
 
@@ -24,6 +25,7 @@ struct OutputOptions {
   std::string svg;
   std::string vtu;
   std::string points;
+  bool force = false;
 };
 
 /// The seeding as given on the command line, in current units.
@@ -44,7 +46,6 @@ struct SeedOptions {
   std::string name;
   SeedingOptions seeding;
   bool replace = false;
-  bool force = false;
   bool dry_run = false;
   OutputOptions output;
 };
@@ -331,9 +332,13 @@ struct Opened {
 };
 
 Outcome OpenPart(const SeedOptions& options, Opened& opened) {
-  for (const std::string& output :
-       {options.output.svg, options.output.points, options.output.vtu}) {
-    if (Outcome free = CheckOutput(output, {options.model, options.cad}); !free) return free;
+  const OutputOptions& output = options.output;
+  const std::pair<const std::string&, OutputKind> files[] = {{output.svg, OutputKind::kSvg},
+                                                             {output.points, OutputKind::kPoints},
+                                                             {output.vtu, OutputKind::kVtu}};
+  for (const auto& [file, kind] : files) {
+    Outcome free = CheckOutput(file, kind, output.force, {options.model, options.cad});
+    if (!free) return free;
   }
   const CQXDBSession& session = opened.model.session;
   auto cad = OpenCad(options.cad, session);
@@ -393,7 +398,7 @@ Outcome AddControl(Opened& opened, const SeedOptions& options, tagTSzct& control
   for (const SeedMismatch& mismatch : opened.preview.mismatches) {
     const bool ours = std::binary_search(edges->begin(), edges->end(), mismatch.edge) ||
                       std::binary_search(edges->begin(), edges->end(), mismatch.other);
-    if (!ours || options.force) continue;
+    if (!ours || options.output.force) continue;
     const std::string other =
         mismatch.other ? fmt::format(" and {}", opened.preview.KeyOf(mismatch.other)) : "";
     return Failure{options.model,
@@ -462,20 +467,22 @@ Outcome Solve(const SolveOptions& options, const Context& context) {
 
 // ---- their options ------------------------------------------------------------------------------
 
-void AddOutputs(CLI::App& command, OutputOptions& output) {
-  command.add_option("--svg", output.svg, "Write a picture of the edges and their seeds");
-  command.add_option("--points", output.points, "Write the points as JSON");
-  command.add_option("--vtu", output.vtu, "Write the points and intervals as a VTK file");
+/// The outputs, and --force, which a command may give a second meaning.
+void AddOutputs(Command& command, OutputOptions& output, const char* also_forced = "") {
+  command.Add("--svg", &output.svg, "Write a picture of the edges and their seeds").File({".svg"});
+  command.Add("--points", &output.points, "Write the points as JSON").File({".json"});
+  command.Add("--vtu", &output.vtu, "Write the points and intervals as a VTK file").File({".vtu"});
+  AddForce(command, output.force, also_forced);
 }
 
-void AddKnown(CLI::App& command, SeedingKnown& known) {
-  command.add_option("--divisions", known.divisions, "Number of divisions");
-  command.add_option("--first", known.first, "Size at the start");
-  command.add_option("--last", known.last, "Size at the end");
-  command.add_option("--ratio", known.ratio, "Last size over first size");
+void AddKnown(Command& command, SeedingKnown& known) {
+  command.Add("--divisions", &known.divisions, "Number of divisions");
+  command.Add("--first", &known.first, "Size at the start");
+  command.Add("--last", &known.last, "Size at the end");
+  command.Add("--ratio", &known.ratio, "Last size over first size");
 }
 
-void AddSeedAdd(CLI::App& group, Context& context) {
+void AddSeedAdd(Command& group, Context& context) {
   const auto [command, options] =
       AddModelCommand<SeedOptions>(group, context, "add", "Seed edges by a new size control",
                                    "qxdb seed add joint.qxm joint.step 12-15 --method geometric "
@@ -484,50 +491,46 @@ void AddSeedAdd(CLI::App& group, Context& context) {
   SeedingOptions& seeding = options->seeding;
   std::vector<std::string> methods;
   for (const MethodNameEntry& entry : MethodNames()) methods.emplace_back(entry.name);
-  command->add_option("file", options->cad, "CAD file of the part")->required();
-  command->add_option("edges", options->edges, "Keys of edges: 12-15,20 or all")->required();
-  command->add_option("--method", seeding.method, "How to seed")
-      ->check(CLI::IsMember(methods))
-      ->capture_default_str();
-  command->add_option("--size", seeding.size, "Element size");
+  command->Add("file", &options->cad, "CAD file of the part").File(kCadExtensions).Required();
+  command->Add("edges", &options->edges, "Keys of edges: 12-15,20 or all").Keys().Required();
+  command->Add("--method", &seeding.method, "How to seed").OneOf(methods).ShowDefault();
+  command->Add("--size", &seeding.size, "Element size");
   AddKnown(*command, seeding.known);
-  command->add_option("--uniform", seeding.uniform,
-                      "Fraction of the edge to divide evenly: at its start, or, negative, its end");
-  command->add_flag("--symmetric", seeding.symmetric, "Grade from both ends to the middle");
-  command->add_option("--at", seeding.at, "Fractions of the length, e.g. 0.1 0.25 0.7");
-  command->add_option("--reverse", options->reverse, "Keys of edges to seed from their end");
-  command->add_option("--name", options->name, "Name of the size control");
-  command->add_flag("--replace", options->replace, "Take the edges out of other size controls");
-  command->add_flag("--force", options->force, "Store seeds that do not match across a joint");
-  command->add_flag("--dry-run", options->dry_run, "Show the seeds, save nothing");
-  AddOutputs(*command, options->output);
+  command->Add("--uniform", &seeding.uniform,
+               "Fraction of the edge to divide evenly: at its start, or, negative, its end");
+  command->Add("--symmetric", &seeding.symmetric, "Grade from both ends to the middle");
+  command->Add("--at", &seeding.at, "Fractions of the length, e.g. 0.1 0.25 0.7");
+  command->Add("--reverse", &options->reverse, "Keys of edges to seed from their end").Keys();
+  command->Add("--name", &options->name, "Name of the size control");
+  command->Add("--replace", &options->replace, "Take the edges out of other size controls");
+  command->Add("--dry-run", &options->dry_run, "Show the seeds, save nothing");
+  AddOutputs(*command, options->output, "; store seeds that do not match across a joint");
 }
 
-void AddSeedShow(CLI::App& group, Context& context) {
+void AddSeedShow(Command& group, Context& context) {
   const auto [command, options] = AddModelCommand<SeedOptions>(
       group, context, "show", "Show all seeds and check that they match",
       "qxdb seed show joint.qxm joint.step --svg joint.svg", Show);
-  command->add_option("file", options->cad, "CAD file of the part")->required();
+  command->Add("file", &options->cad, "CAD file of the part").File(kCadExtensions).Required();
   AddOutputs(*command, options->output);
 }
 
-void AddSeedSolve(CLI::App& group, Context& context) {
+void AddSeedSolve(Command& group, Context& context) {
   const auto [command, options] = AddCommand<SolveOptions>(
       group, context, "solve", "Solve a grading for what is not given of it",
       "qxdb seed solve --first 0.5 --ratio 4 --length 20", Solve);
-  command->add_option("--grading", options->grading, "How sizes grow")
-      ->check(CLI::IsMember({"geometric", "linear"}))
-      ->capture_default_str();
+  command->Add("--grading", &options->grading, "How sizes grow")
+      .OneOf({"geometric", "linear"})
+      .ShowDefault();
   AddKnown(*command, options->known);
-  command->add_option("--length", options->known.length, "Length of the edge");
+  command->Add("--length", &options->known.length, "Length of the edge");
 }
 
 }  // namespace
 
-void AddSeed(CLI::App& app, Context& context) {
-  CLI::App* group = AddCommand(app, context, "seed", "Seed edges for meshing",
-                               "qxdb seed add joint.qxm joint.step all --divisions 10");
-  group->require_subcommand(1);
+void AddSeed(Command& app, Context& context) {
+  Command* group = AddCommand(app, context, "seed", "Seed edges for meshing",
+                              "qxdb seed add joint.qxm joint.step all --divisions 10");
   AddSeedAdd(*group, context);
   AddSeedShow(*group, context);
   AddSeedSolve(*group, context);

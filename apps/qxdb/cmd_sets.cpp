@@ -66,7 +66,9 @@ std::vector<TreeRow> Tree(const DPoolMset& sets) {
 }
 
 /// What belongs to no set.
-std::int64_t CountFree(const DPoolBase& pool, const DPoolMset& sets, TArray<ITR> tagTMset::*list) {
+template <std::uint16_t Type>
+std::int64_t CountFree(const DPoolBase& pool, const DPoolMset& sets,
+                       TRefArray<Type> tagTMset::*list) {
   ItemMarks listed(pool);
   for (ITR pos = sets.GetHeadPosition(); pos; sets.Next(pos)) {
     const TArray<ITR>& items = sets.GetAtNU(pos).*list;
@@ -237,61 +239,58 @@ Outcome RunEdit(Model& model, const SetsOptions& options, const std::u16string& 
 
 }  // namespace
 
-void AddSets(CLI::App& app, Context& context) {
-  CLI::App* command = AddCommand(app, context, "sets", "Show and change the mesh sets of a model",
-                                 "qxdb sets bracket.qxm");
-  command->require_subcommand(0, 1);
+void AddSets(Command& app, Context& context) {
+  Command* command = AddCommand(app, context, "sets", "Show and change the mesh sets of a model",
+                                "qxdb sets bracket.qxm");
   auto model = std::make_shared<std::string>();
-  command->add_option("model", *model, "Model file");
-  command->callback([command, model, &context] {
-    if (!command->get_subcommands().empty()) return;
-    if (model->empty()) throw CLI::RequiredError("model");
-    context.Conclude(List(*model, context));
-  });
+  command->Add("model", model.get(), "Model file").Model();
+  command->work = [model, &context] {
+    context.Conclude(model->empty()
+                         ? Failure{"", "sets", "model is required", "see: qxdb sets --help"}
+                         : List(*model, context));
+  };
   const auto add = [&](const char* name, const char* what, const char* example, SetsEdit work) {
     const auto run = [step = Utf16(std::string(what)), work](Model& on, const SetsOptions& options,
                                                              const Context& to) {
       return RunEdit(on, options, step, work, to);
     };
     auto added = AddModelCommand<SetsOptions>(*command, context, name, what, example, run);
-    added.first->add_flag("--dry-run", added.second->dry_run,
-                          "Say what would change, save nothing");
+    added.first->Add("--dry-run", &added.second->dry_run, "Say what would change, save nothing");
     return added;
   };
   constexpr const char* kUnder = "Set to put it under, by key or name; 0 for none";
-  const auto add_set = [](CLI::App* sub, SetsOptions& options) {
-    const auto take = [&options](const std::string& set) { options.sets = {set}; };
-    sub->add_option_function<std::string>("set", take, "Set, by key or name")->required();
+  const auto add_set = [](Command* sub, SetsOptions& options) {
+    sub->Add("set", &options.sets, "Set, by key or name").Count(1).Required();
   };
-  const auto add_sets = [](CLI::App* sub, SetsOptions& options, const char* what) {
-    return sub->add_option("sets", options.sets, what);
+  const auto add_sets = [](Command* sub, SetsOptions& options, const char* what) -> Option& {
+    return sub->Add("sets", &options.sets, what);
   };
 
   const auto [added, add_options] =
       add("add", "Add a mesh set", "qxdb sets add bracket.qxm upright --elements 1-500", AddOne);
-  added->add_option("name", add_options->name, "Name of the set")->required();
-  added->add_option("--under", add_options->parent, kUnder);
-  added->add_option("--nodes", add_options->nodes, "Keys of nodes: 1-5,9,100- or all");
-  added->add_option("--elements", add_options->elements, "Keys of elements, with their nodes");
+  added->Add("name", &add_options->name, "Name of the set").Required();
+  added->Add("--under", &add_options->parent, kUnder);
+  added->Add("--nodes", &add_options->nodes, "Keys of nodes: 1-5,9,100- or all").Keys();
+  added->Add("--elements", &add_options->elements, "Keys of elements, with their nodes").Keys();
 
   const auto [renamed, rename_options] =
       add("rename", "Rename a mesh set", "qxdb sets rename bracket.qxm 2 upright", Rename);
   add_set(renamed, *rename_options);
-  renamed->add_option("name", rename_options->name, "New name")->required();
+  renamed->Add("name", &rename_options->name, "New name").Required();
 
   const auto [moved, move_options] = add("move", "Put a mesh set under another",
                                          "qxdb sets move bracket.qxm upright --under 0", Move);
   add_set(moved, *move_options);
-  moved->add_option("--under", move_options->parent, kUnder)->required();
+  moved->Add("--under", &move_options->parent, kUnder).Required();
 
   const auto [merged, merge_options] =
       add("merge", "Merge mesh sets into the first",
           "qxdb sets merge bracket.qxm upright \"left side\" \"right side\"", Merge);
-  add_sets(merged, *merge_options, "Sets, by key or name")->expected(2, 1 << 20)->required();
+  add_sets(merged, *merge_options, "Sets, by key or name").Count(2, 1 << 20).Required();
 
   const auto [deleted, delete_options] = add("delete", "Delete mesh sets with what only they hold",
                                              "qxdb sets delete bracket.qxm upright", Delete);
-  add_sets(deleted, *delete_options, "Sets, by key or name")->expected(1, 1 << 20)->required();
+  add_sets(deleted, *delete_options, "Sets, by key or name").Count(1, 1 << 20).Required();
 
   add("clean", "Remove mesh sets that hold nothing", "qxdb sets clean bracket.qxm", Clean);
   add("rebuild", "Bring mesh sets in line with the mesh; what is in none goes to the default one",
@@ -300,12 +299,12 @@ void AddSets(CLI::App& app, Context& context) {
   const auto [imported, import_options] =
       add("import", "Bring mesh sets of another model in, with their mesh",
           "qxdb sets import assembly.qxm bracket.qxm upright", ImportSets);
-  imported->add_option("other", import_options->other, "Model file to take them from")->required();
+  imported->Add("other", &import_options->other, "Model file to take them from").Model().Required();
   add_sets(imported, *import_options, "Sets, by key or name; all when none is named");
-  imported->add_option("--under", import_options->parent, kUnder);
-  imported->add_flag("--keep-keys", import_options->keep_keys,
-                     "Nodes and elements keep their keys, which must be free");
-  imported->add_flag("--with-children", import_options->with_children, "With all sets below them");
+  imported->Add("--under", &import_options->parent, kUnder);
+  imported->Add("--keep-keys", &import_options->keep_keys,
+                "Nodes and elements keep their keys, which must be free");
+  imported->Add("--with-children", &import_options->with_children, "With all sets below them");
 }
 
 }  // namespace qx::app

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include "qx_db/lib/message.h"
+#include "qx_db/platform/plain_text.h"
 #include "qx_db/platform/text.h"
 
 namespace qx::app {
@@ -21,15 +22,20 @@ std::size_t Width(std::string_view text) {
 
 std::string Quoted(std::string_view text) {
   std::string out = "\"";
-  for (const char c : text) {
-    const auto u = static_cast<unsigned char>(c);
-    if (c == '"' || c == '\\') {
+  const std::string valid = ValidUtf8(text);
+  for (std::size_t i = 0; i < valid.size(); ++i) {
+    const auto u = static_cast<unsigned char>(valid[i]);
+    const auto next = static_cast<unsigned char>(i + 1 < valid.size() ? valid[i + 1] : 0);
+    if (u == '"' || u == '\\') {
       out += '\\';
-      out += c;
-    } else if (u < 0x20) {
+      out += valid[i];
+    } else if (u < 0x20 || u == 0x7F) {
       out += fmt::format("\\u{:04x}", u);
+    } else if (u == 0xC2 && next < 0xA0) {  // the control characters behind ASCII
+      out += fmt::format("\\u{:04x}", next);
+      ++i;
     } else {
-      out += c;
+      out += valid[i];
     }
   }
   return out + '"';
@@ -42,6 +48,11 @@ Table::Table(std::vector<std::string> headings) : headings_(std::move(headings))
     right_.push_back(heading.starts_with('>'));
     if (right_.back()) heading.erase(0, 1);
   }
+}
+
+void Table::Row(std::vector<std::string> cells) {
+  for (std::string& cell : cells) cell = OneLine(cell);
+  rows_.push_back(std::move(cells));
 }
 
 std::string Table::Text() const {
@@ -143,13 +154,13 @@ void ProgressBar::Show(double fraction) {
   if (std::chrono::steady_clock::now() - start_ < std::chrono::seconds(1)) return;
   shown_ = true;
   const int filled = static_cast<int>(30 * std::clamp(fraction, 0.0, 1.0));
-  fmt::print(stderr, "\r{} [{:<30}] {:3.0f} %", what_,
+  fmt::print(stderr, "\r{} [{:<30}] {:3.0f} %", OneLine(what_),
              std::string(static_cast<std::size_t>(filled), '#'), 100 * fraction);
   std::fflush(stderr);
 }
 
 void Context::Print(const std::string& text, const JsonText& json_text) const {
-  const std::string& out = json ? json_text.Result() : text;
+  const std::string out = json ? json_text.Result() : PlainLines(text);
   std::fwrite(out.data(), 1, out.size(), stdout);
   if (!out.empty() && out.back() != '\n') std::fputc('\n', stdout);
 }
@@ -160,7 +171,7 @@ class RefusalListener final : public IMessageSink {
  public:
   void Show(const Message& message) override {
     if (message.severity == Severity::kInfo) {
-      fmt::print(stderr, "note: {}\n", message.text);
+      fmt::print(stderr, "note: {}\n", OneLine(message.text));
     } else {
       text = MidLine(message.text);
     }

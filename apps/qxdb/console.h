@@ -17,7 +17,8 @@ class Table {
  public:
   /// A heading that starts with '>' is a column of numbers.
   explicit Table(std::vector<std::string> headings);
-  void Row(std::vector<std::string> cells) { rows_.push_back(std::move(cells)); }
+  /// Each cell becomes one line, whatever it holds.
+  void Row(std::vector<std::string> cells);
   bool IsEmpty() const { return rows_.empty(); }
   std::string Text() const;
 
@@ -89,12 +90,26 @@ enum ExitCode : int {
   kMisuse = 2,     ///< what was typed makes no sense
 };
 
+struct ExitMeaning {
+  ExitCode code;
+  const char* meaning;
+};
+inline constexpr ExitMeaning kExitMeanings[] = {
+    {kDone, "done"},
+    {kRefused,
+     "refused: a file cannot be read, written or understood, or the model forbids it; or the "
+     "answer is no: a limit exceeded, a difference, a problem, no connection"},
+    {kMisuse, "misuse: the command line makes no sense"},
+};
+
 /// What every command is given and gives back.
 struct Context {
   bool json = false;
   int exit_code = kDone;
 
-  /// Prints a command's result: its text, or its JSON when that was asked for.
+  /// Prints a command's result: its text, or its JSON when that was asked for. All that a command
+  /// prints passes here or through Conclude, where what could drive a terminal is taken out of it;
+  /// a name within a text is to be made OneLine by who puts it there.
   void Print(const std::string& text, const JsonText& json_text) const;
   /// Prints what stopped a command, if anything did, as one line on stderr (as an object with
   /// --json). A failure that concerns no file is one of what was typed, which the exit code says.

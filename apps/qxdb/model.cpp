@@ -27,23 +27,6 @@ bool IsModelFile(const std::string& path) {
 
 }  // namespace
 
-Outcome CheckOutput(const std::string& output, const std::vector<std::string>& inputs) {
-  if (output.empty()) return {};
-  for (const std::string& input : inputs) {
-    std::error_code error;
-    if (input.empty() || !fs::equivalent(PathFromUtf8(output), PathFromUtf8(input), error))
-      continue;
-    return Failure{output, "", "is read by this command and would be overwritten",
-                   "name another file"};
-  }
-  std::error_code error;
-  if (fs::is_directory(PathFromUtf8(output), error)) {
-    return Failure{output, "", "is a directory", "name a file in it"};
-  }
-  if (!IsModelFile(output)) return {};
-  return Failure{output, "", "is a model, and would be lost by writing here", "name another file"};
-}
-
 Outcome CheckRead(const std::string& file, bool changed, const dbgateway::DataBase& document) {
   if (changed || document.Report().empty()) return {};
   return Failure{file, "", "brings nothing into the model: " + document.Report().front().Line(),

@@ -27,10 +27,6 @@ struct Model {
   Outcome OpenForEditing() { return document.OpenForEditing(path, {}, &report); }
 };
 
-/// Fails when an output of a command would overwrite one of its inputs, or a model. An empty output
-/// is none.
-Outcome CheckOutput(const std::string& output, const std::vector<std::string>& inputs);
-
 /// Fails for a gateway text of which nothing was read, though there was something in it: it is no
 /// such text, or of something else.
 Outcome CheckRead(const std::string& file, bool changed, const dbgateway::DataBase& document);

@@ -20,22 +20,6 @@ constexpr double kWidth = 900;
 constexpr double kMargin = 40;
 constexpr double kLegend = 36;  // height below the drawing
 
-/// Edges sampled finely enough to look smooth.
-std::vector<CadPoint> Sample(const ICADSession& cad, int edge) {
-  const EdgeKind kind = cad.GetEdgeKind(edge);
-  if (kind == EdgeKind::kDegenerate) return {};
-  const std::size_t count = kind == EdgeKind::kLine ? 2 : 97;
-  std::vector<double> at(count);
-  std::vector<CadPoint> points(count);
-  for (std::size_t i = 0; i < count; ++i) {
-    at[i] = cad.GetEdgeLength(edge) * static_cast<double>(i) / static_cast<double>(count - 1);
-  }
-  if (!cad.GetParametersAtLengths(edge, at, at.data()) || !cad.GetPoints(edge, at, points.data())) {
-    return {};
-  }
-  return points;
-}
-
 /// From space onto the picture.
 class Projection {
  public:
@@ -170,12 +154,27 @@ void DrawLegend(double y, const std::set<const Style*>& used, std::string& out) 
 
 }  // namespace
 
+std::vector<CadPoint> SampleEdge(const ICADSession& cad, int edge) {
+  const EdgeKind kind = cad.GetEdgeKind(edge);
+  if (kind == EdgeKind::kDegenerate) return {};
+  const std::size_t count = kind == EdgeKind::kLine ? 2 : 97;
+  std::vector<double> at(count);
+  std::vector<CadPoint> points(count);
+  for (std::size_t i = 0; i < count; ++i) {
+    at[i] = cad.GetEdgeLength(edge) * static_cast<double>(i) / static_cast<double>(count - 1);
+  }
+  if (!cad.GetParametersAtLengths(edge, at, at.data()) || !cad.GetPoints(edge, at, points.data())) {
+    return {};
+  }
+  return points;
+}
+
 std::string SeedPicture(const SeedPreview& preview) {
   const ICADSession& cad = *preview.cad;
   std::map<int, std::vector<CadPoint>> curves;
   std::vector<CadPoint> all;
   for (const auto& [edge, key] : preview.keys.edges) {
-    curves[edge] = Sample(cad, edge);
+    curves[edge] = SampleEdge(cad, edge);
     all.insert(all.end(), curves[edge].begin(), curves[edge].end());
   }
   const Projection project(all);

@@ -7,7 +7,7 @@
 #include "qx_db/qx_db.h"
 #include "qx_db/record/element_types.h"
 
-#include "exchange/vtu_writer.h"
+#include "exchange/vtk/vtu_writer.h"
 
 namespace qx::app {
 

@@ -55,6 +55,9 @@ const char* MethodName(std::int32_t method);
 std::string SeedTable(const SeedPreview& preview, std::string_view unit);
 void WriteSeedJson(const SeedPreview& preview, JsonText& json);
 
+/// Points along an edge, near enough to each other to look smooth; none for one without length.
+std::vector<CadPoint> SampleEdge(const ICADSession& cad, int edge);
+
 /// A picture of all edges with their seeds, as SVG: seen along z when all lies in one plane of that
 /// direction, otherwise from the right, front and above.
 std::string SeedPicture(const SeedPreview& preview);

@@ -1,6 +1,7 @@
 #pragma once
 // The whole public interface of QX_db.
 
+#include "qx_db/app/app_util.h"
 #include "qx_db/app/mesh_adjacency.h"
 #include "qx_db/app/mesh_findings.h"
 #include "qx_db/app/mesh_mass.h"
@@ -16,10 +17,13 @@
 #include "qx_db/core/read_snapshot.h"
 #include "qx_db/core/renumber.h"
 #include "qx_db/core/session.h"
+#include "qx_db/core/step_changes.h"
 #include "qx_db/core/transaction.h"
 #include "qx_db/gateway/document.h"
 #include "qx_db/gateway/document_exchange.h"
+#include "qx_db/lib/math_lib.h"
 #include "qx_db/lib/message.h"
+#include "qx_db/lib/string_token.h"
 #include "qx_db/lib/units.h"
 #include "qx_db/lib/variants.h"
 #include "qx_db/material/material_db.h"
@@ -38,6 +42,8 @@
 #include "qx_db/net/web_util.h"
 #include "qx_db/pool/data_pool.h"
 #include "qx_db/pool/ext_db_pool.h"
+#include "qx_db/pool/fixed_size_mem.h"
+#include "qx_db/pool/hash_size.h"
 #include "qx_db/pool/temp_pool.h"
 #include "qx_db/pool/value_array.h"
 #include "qx_db/record/catalogue.h"

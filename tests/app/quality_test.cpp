@@ -13,7 +13,7 @@
 #include "qx_db/app/mesh_quality.h"
 #include "qx_db/gateway/document.h"
 
-#include "exchange/msh_reader.h"
+#include "exchange/msh/msh_reader.h"
 #include "mesh_builder.h"
 #include "tests/corpus.h"
 #include "tests/exchange/mesh_measure.h"

@@ -256,6 +256,38 @@ TEST_F(Bulk, ReferencesThatLeadNowhereOrInACircleAreNamed) {
   EXPECT_EQ(report->loose[0].target_key, 77);
 }
 
+TEST_F(Bulk, WhatStepsHaveMadeOfAFileIsWhatComes) {
+  const std::string path = Path("steps.qxm");
+  CQXDocBase document(AddStandardPools);
+  CQXDBSession& session = *document.GetDBSession();
+  FillModel(session);
+  ASSERT_EQ(document.SaveAs(path).Line(), "");
+  ASSERT_EQ(document.KeepSteps().Line(), "");
+  auto& nodes = Pool<tagTNode>(session);
+  const auto insert = [&](Key key) {
+    CTransaction step(&session);
+    step.Begin(u"Insert");
+    tagTNode node;
+    node.key = key;
+    nodes.InsertNU(node);
+    ASSERT_EQ(step.Commit(), 1);
+  };
+  insert(900);
+  insert(901);
+  ASSERT_EQ(session.Undo(), 1);
+  const std::uint64_t state = session.StateHash();
+  document.Release();
+  const auto from = ExternalModel::Open(path, AddStandardPools);
+  ASSERT_TRUE(from) << from.Error().Line();
+  CQXDBSession into(AddStandardPools);
+  ImportOptions options;
+  options.keep_keys = true;
+  ASSERT_TRUE(ImportRecords(into, **from, options));
+  EXPECT_TRUE(Pool<tagTNode>(into).Find(900)) << "done since the last save";
+  EXPECT_FALSE(Pool<tagTNode>(into).Find(901)) << "undone";
+  EXPECT_EQ(into.StateHash(), state);
+}
+
 TEST_F(Bulk, RecordFilesRestoreEveryPool) {
   for (DPoolBase* pool : source_.Pools()) {
     if (pool->GetSize() == 0) continue;

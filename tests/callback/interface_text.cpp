@@ -121,7 +121,8 @@ class Callers {
         const std::string text = ReadText(entry.path());
         if (text.find("::Instance()") == std::string::npos) continue;
         std::string name = fs::relative(entry.path(), root).generic_string();
-        if (name.starts_with("src/qx_db/callback/")) continue;
+        const bool is_interface = name.starts_with("src/qx_db/callback/");
+        if (is_interface && !name.ends_with("/callbacks.cpp")) continue;
         if (name.starts_with("src/")) name = name.substr(4);
         texts_[name] = text;
       }

@@ -20,7 +20,7 @@ namespace {
 namespace fs = std::filesystem;
 
 TEST_F(Cli, TakesAMeshThroughItsLife) {
-  EXPECT_EQ(Qxdb("import good.msh m.qxm --length mm").code, 0);
+  EXPECT_EQ(Qxdb("import good.msh m.qxm --units mm").code, 0);
   const Ran info = Qxdb("info m.qxm");
   EXPECT_NE(info.out.find("2  4-node tetrahedra"), std::string::npos) << info.out;
   EXPECT_NE(info.out.find("\"body\""), std::string::npos);
@@ -35,7 +35,7 @@ TEST_F(Cli, TakesAMeshThroughItsLife) {
   EXPECT_EQ(Qxdb("verify m.qxm").code, 0);
   EXPECT_EQ(Qxdb("export m.qxm m.vtu").code, 0);
   EXPECT_EQ(Qxdb("gateway write m.qxm m.json").code, 0);
-  EXPECT_EQ(Qxdb("import m.json copy.qxm --length mm").code, 0);
+  EXPECT_EQ(Qxdb("import m.json copy.qxm --units mm").code, 0);
   const std::string state = Qxdb("info m.qxm --json").out;
   const std::string copied = Qxdb("info copy.qxm --json").out;
   const auto at = state.find("\"state\"");
@@ -44,7 +44,7 @@ TEST_F(Cli, TakesAMeshThroughItsLife) {
 
 TEST_F(Cli, TellsByItsExitCodeWhatHappened) {
   ASSERT_EQ(Qxdb("import good.msh m.qxm").code, 0);
-  ASSERT_EQ(Qxdb("import good.msh mm.qxm --length mm").code, 0);
+  ASSERT_EQ(Qxdb("import good.msh mm.qxm --units mm").code, 0);
   struct Case {
     int code;
     bool is_stopped;
@@ -147,13 +147,13 @@ TEST_F(Cli, RefusesBadInputInOneLineAndChangesNothing) {
       {"import good.msh other --replace", "other: is a directory"},
       {"import pipe.msh x.qxm", "pipe.msh: is a pipe or a device"},
       {"info /dev/zero", "/dev/zero: is a pipe or a device"},
-      {"gateway write m.qxm other.qxm", "other.qxm: is a model"},
-      {"axes m.qxm all --svg other.qxm", "other.qxm: is a model"},
+      {"gateway write m.qxm other.qxm", "other.qxm: exists and is not of the kind"},
+      {"axes m.qxm all --svg other.qxm", "other.qxm: exists and is not of the kind"},
       {"import good.msh m.qxm --add", "good.msh"},
       {"import cut.json x.qxm", "cut.json: line 1"},
       {"import deep.json x.qxm", "deep.json: line 1"},
       {"import bytes.json x.qxm", "bytes.json: line 1"},
-      {"info damaged.qxm", "damaged.qxm: page"},
+      {"info damaged.qxm", "damaged.qxm: "},
       {"info missing.qxm", "missing.qxm"},
       {"verify good.msh", "good.msh"},
       {"show m.qxm beam", "node, elem"},
@@ -164,7 +164,7 @@ TEST_F(Cli, RefusesBadInputInOneLineAndChangesNothing) {
       {"edit renumber m.qxm node all --from 2147483644", "5 records have no keys from 2147483644"},
       {"edit move far.qxm 1 --by 1e308 0 0", "node 1: would have a coordinate"},
       {"export m.qxm no/such/folder/x.vtu", "no/such/folder/x.vtu"},
-      {"export m.qxm x.bdf", "x.bdf"},
+      {"export m.qxm x.xyz", "x.xyz"},
       {"gateway read m.qxm loose.json --strict", "NODE 7 POS"},
   };
   for (const Case& c : cases) {

@@ -44,7 +44,7 @@ TEST_F(MaterialCli, ConvertsThroughEveryForm) {
 }
 
 TEST_F(MaterialCli, ImportsIntoAModelInItsUnits) {
-  ASSERT_EQ(Qxdb("import good.msh m.qxm --length m").code, 0);
+  ASSERT_EQ(Qxdb("import good.msh m.qxm --units m").code, 0);
   const Ran import = Qxdb("material import steel.txt m.qxm S355 S235");
   ASSERT_EQ(import.code, 0) << import.err;
   EXPECT_NE(import.out.find("weight density"), std::string::npos) << "what finds no place is told";

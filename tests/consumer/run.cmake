@@ -1,6 +1,7 @@
-# Installs the build into a staged folder and builds an outside consumer against it, once through
-# the CMake package and once through pkg-config.
-# Needs BUILD, SOURCE, STAGE, CXX, LIBDIR.
+# Installs the build into a staged folder and builds and runs an outside consumer of every component
+# against it, once through the CMake package and once through pkg-config; then asks for a component
+# that there is not.
+# Needs BUILD, SOURCE, STAGE, CXX, LIBDIR, COMPONENTS (separated by commas).
 
 function(run)
   execute_process(COMMAND ${ARGV} RESULT_VARIABLE result OUTPUT_VARIABLE out ERROR_VARIABLE out)
@@ -10,19 +11,44 @@ function(run)
 endfunction()
 
 file(REMOVE_RECURSE ${STAGE})
+file(MAKE_DIRECTORY ${STAGE})
 run(${CMAKE_COMMAND} --install ${BUILD} --prefix ${STAGE}/usr)
-run(${CMAKE_COMMAND} -S ${SOURCE} -B ${STAGE}/build -DCMAKE_PREFIX_PATH=${STAGE}/usr
-    -DCMAKE_CXX_COMPILER=${CXX} -DCMAKE_CXX_FLAGS=${FLAGS})
-run(${CMAKE_COMMAND} --build ${STAGE}/build)
-run(${STAGE}/build/consumer)
-
 set(ENV{PKG_CONFIG_PATH} ${STAGE}/usr/${LIBDIR}/pkgconfig)
-execute_process(COMMAND pkg-config --cflags --libs qx_db OUTPUT_VARIABLE flags
-                OUTPUT_STRIP_TRAILING_WHITESPACE RESULT_VARIABLE result)
-if(NOT result EQUAL 0)
-  message(FATAL_ERROR "pkg-config does not find qx_db")
+
+function(configure component)
+  execute_process(COMMAND ${CMAKE_COMMAND} -S ${SOURCE} -B ${STAGE}/build-${component}
+    -DCOMPONENT=${component} -DCMAKE_PREFIX_PATH=${STAGE}/usr -DCMAKE_CXX_COMPILER=${CXX}
+    -DCMAKE_CXX_FLAGS=${FLAGS} RESULT_VARIABLE result OUTPUT_VARIABLE out ERROR_VARIABLE out)
+  set(result ${result} PARENT_SCOPE)
+  set(out "${out}" PARENT_SCOPE)
+endfunction()
+
+function(consume component source module)
+  configure("${component}")
+  if(NOT result EQUAL 0)
+    message(FATAL_ERROR "find_package(QX_db COMPONENTS ${component}): ${out}")
+  endif()
+  run(${CMAKE_COMMAND} --build ${STAGE}/build-${component})
+  run(${CMAKE_COMMAND} -E chdir ${STAGE} ${STAGE}/build-${component}/consumer)
+
+  execute_process(COMMAND pkg-config --cflags --libs ${module} OUTPUT_VARIABLE flags
+                  OUTPUT_STRIP_TRAILING_WHITESPACE RESULT_VARIABLE result)
+  if(NOT result EQUAL 0)
+    message(FATAL_ERROR "pkg-config does not find ${module}")
+  endif()
+  separate_arguments(flags UNIX_COMMAND "${flags}")
+  run(${CXX} ${FLAGS} -fPIC ${SOURCE}/${source}.cpp -o ${STAGE}/consumer_${source} ${flags}
+      -Wl,-rpath,${STAGE}/usr/${LIBDIR})
+  run(${CMAKE_COMMAND} -E chdir ${STAGE} ${STAGE}/consumer_${source})
+endfunction()
+
+consume("" core qx_db)
+string(REPLACE "," ";" components "${COMPONENTS}")
+foreach(component IN LISTS components)
+  consume(${component} ${component} qx_db-${component})
+endforeach()
+
+configure(teapot)
+if(result EQUAL 0 OR NOT out MATCHES "lacks:[ \n]+teapot[ \n]+\\(no")
+  message(FATAL_ERROR "a component that is none was not told: ${out}")
 endif()
-separate_arguments(flags UNIX_COMMAND "${flags}")
-run(${CXX} ${FLAGS} ${SOURCE}/main.cpp -o ${STAGE}/consumer ${flags}
-    -Wl,-rpath,${STAGE}/usr/${LIBDIR})
-run(${STAGE}/consumer)

@@ -13,7 +13,7 @@
 #include "qx_db/platform/file.h"
 
 #include "tests/core/durable_model.h"
-#include "tests/core/faulty_vfs.h"
+#include "tests/core/test_disk.h"
 #include "tests/scratch_folder.h"
 
 namespace qx {

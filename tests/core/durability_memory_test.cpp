@@ -28,6 +28,12 @@ class FastDisk final : public FileSystem {
     file = std::make_unique<File>(std::move(real));
     return 0;
   }
+  int Create(const std::string& path, bool guarded, std::unique_ptr<RawFile>& file) override {
+    std::unique_ptr<RawFile> real;
+    if (const int error = FileSystem::Create(path, guarded, real)) return error;
+    file = std::make_unique<File>(std::move(real));
+    return 0;
+  }
   int SyncFolderOf(const std::string&) override { return 0; }
 
  private:
@@ -42,6 +48,8 @@ class FastDisk final : public FileSystem {
     int Resize(std::uint64_t size) override { return real->Resize(size); }
     int Sync() override { return 0; }
     int Size(std::uint64_t& size) override { return real->Size(size); }
+    int Id(FileId& id) override { return real->Id(id); }
+    int Claim() override { return real->Claim(); }
     std::unique_ptr<RawFile> real;
   };
 };

@@ -91,6 +91,31 @@ TEST_F(ModelFile, AReferenceToARemovedRecordIsWrittenAsNone) {
   EXPECT_EQ(restored.nodes, (TArray<ITR>{0, opened.GetDataPool(code::kNode)->Find(2)}));
 }
 
+TEST_F(ModelFile, ElementsGeneratedOnGeometryStayOutAndTheRestVerifies) {
+  CQXDBSession session(AddStandardPools);
+  auto& entries = *session.GetPool<PoolOf<tagTGElem>::type>(code::kGElem);
+  auto& heads = *session.GetPool<PoolOf<tagTGElemHead>::type>(code::kGElemHead);
+  tagTGElem entry;
+  tagTGElemHead head;
+  for (Key key = 1; key <= 3; ++key) {
+    entry.key = key;
+    head.data.Add(entries.InsertNU(entry));
+  }
+  head.key = 1;
+  heads.InsertNU(head);
+  ASSERT_EQ(SaveModel(session, Path("a.qxm")).Line(), "");
+  CQXDBSession opened(AddStandardPools);
+  ModelFileReport report;
+  ASSERT_EQ(LoadModel(opened, Path("a.qxm"), &report).Line(), "");
+  for (const ModelFileReport::Pool& pool : report.pools) {
+    EXPECT_NE(pool.type, code::kGElem);
+    EXPECT_EQ(pool.unresolved_references, 0) << pool.io_name;
+  }
+  EXPECT_EQ(opened.GetDataPool(code::kGElem)->GetSize(), 0);
+  EXPECT_EQ(opened.StateHash(), session.StateHash());
+  EXPECT_EQ(opened.Validate(), "");
+}
+
 TEST_F(ModelFile, IsADatabaseThatAnyToolCanRead) {
   CQXDBSession session(AddStandardPools);
   FillMesh(session, 10);

@@ -10,7 +10,7 @@
 
 #include "qx_db/gateway/document.h"
 
-#include "exchange/msh_reader.h"
+#include "exchange/msh/msh_reader.h"
 #include "mesh_measure.h"
 
 namespace qx::exchange {
@@ -108,7 +108,7 @@ TEST_P(MshCorpus, HasTheExpectedTotals) {
       });
   ASSERT_FALSE(expected.IsDetached());
 
-  const Result<Mesh> mesh = ReadMsh(path);
+  const Result<Deck> mesh = ReadMsh(path);
   ASSERT_TRUE(mesh) << mesh.AsOutcome().Line();
   EXPECT_EQ(mesh->node_keys.size(),
             static_cast<std::size_t>(expected.Find("num_points").Integer()));
@@ -140,15 +140,16 @@ TEST_P(MshCorpus, HasTheExpectedTotals) {
 
 TEST(MshReduction, ReducedWedgesFillTheCylinder) {
   QX_REQUIRE_CORPUS(path, "gmsh/cylinder_prism.msh");
-  const Result<Mesh> mesh = ReadMsh(path);
+  const Result<Deck> mesh = ReadMsh(path);
   ASSERT_TRUE(mesh) << mesh.AsOutcome().Line();
   const std::map<std::int32_t, Totals> found = Measure(*mesh);
   const double height = 5.48;
   const double end = found.at(element::kTri6).size / 2;  // triangles lie on both ends
   EXPECT_NEAR(found.at(element::kWedge15).size / (end * height), 1, 1e-9);
   EXPECT_EQ(found.at(element::kWedge15).negative, 0);
-  ASSERT_EQ(mesh->notes.size(), 3u);
-  EXPECT_EQ(mesh->notes[1], "18-node wedges were read as 15-node wedges: 96");
+  const std::vector<std::string> lines = mesh->report.Lines();
+  ASSERT_EQ(lines.size(), 3u);
+  EXPECT_EQ(lines[1], "18-node wedges were read as 15-node wedges: 96");
 }
 
 }  // namespace

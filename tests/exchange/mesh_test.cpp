@@ -6,14 +6,14 @@
 #include "qx_db/qx_db.h"
 #include "qx_db/record/element_types.h"
 
-#include "exchange/msh_reader.h"
+#include "exchange/msh/msh_reader.h"
 #include "sample_mesh.h"
 
 namespace qx::exchange {
 namespace {
 
 Mesh SampleMesh() {
-  Result<Mesh> mesh = ParseMsh(sample::Write(sample::Make(), {"4.1"}), "sample");
+  Result<Deck> mesh = ParseMsh(sample::Write(sample::Make(), {"4.1"}), "sample");
   EXPECT_TRUE(mesh) << mesh.AsOutcome().Line();
   return *mesh;
 }
@@ -158,10 +158,9 @@ TEST_F(AddMeshTest, LongNamesAreCutAndStayUnique) {
     names.push_back(Utf8(sets_.GetNextNU(at).name.View()));
   EXPECT_EQ(names, (std::vector<std::string>{x60, x60 + "abc", x60 + "a~1", x60 + "a~2",
                                              x60 + "a~3", x60 + "ab", x60}));
-  ASSERT_EQ(report.notes.size(), 4u);
-  EXPECT_EQ(report.notes[0], "the group name \"" + x60 +
-                                 "abcd\" is longer than 63 characters and was cut to \"" + x60 +
-                                 "a~1\"");
+  EXPECT_EQ(report.losses.Lines(),
+            (std::vector<std::string>{"names of groups were cut to 63 characters: 4 (first: \"" +
+                                      x60 + "abcd\", now \"" + x60 + "a~1\")"}));
 }
 
 TEST_F(AddMeshTest, CoordinatesAreInCurrentUnits) {

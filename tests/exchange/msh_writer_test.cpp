@@ -1,6 +1,6 @@
 // Meshes and their sets through a MSH file and back.
 
-#include "exchange/msh_writer.h"
+#include "exchange/msh/msh_writer.h"
 
 #include <filesystem>
 #include <gtest/gtest.h>
@@ -12,7 +12,7 @@
 #include "qx_db/record/element_types.h"
 
 #include "exchange/group_classes.h"
-#include "exchange/msh_reader.h"
+#include "exchange/msh/msh_reader.h"
 #include "sample_mesh.h"
 #include "tests/corpus.h"
 #include "tests/scratch_folder.h"
@@ -26,8 +26,8 @@ class MshWriter : public testing::Test {
  protected:
   /// Puts the model through a file into `back`.
   void ThroughFile(MshEncoding encoding, CQXDBSession& back) {
-    ASSERT_EQ(WriteMsh(session_, path_, encoding, &notes_).Line(), "");
-    const Result<Mesh> mesh = ReadMsh(path_);
+    ASSERT_EQ(WriteMsh(session_, path_, encoding, &report_).Line(), "");
+    const Result<Deck> mesh = ReadMsh(path_);
     ASSERT_EQ(mesh.AsOutcome().Line(), "");
     back.Units().SetModel(session_.Units().Model());
     ASSERT_EQ(AddMesh(back, *mesh, path_).Line(), "");
@@ -54,11 +54,11 @@ class MshWriter : public testing::Test {
   DPoolMset& sets_ = *session_.GetPool<DPoolMset>(code::kMset);
   const ScratchFolder folder_;
   const std::string path_ = folder_.Path("mesh.msh");
-  std::vector<std::string> notes_;
+  LossReport report_;
 };
 
 TEST_F(MshWriter, AModelComesBackBitForBit) {
-  Result<Mesh> mesh = ParseMsh(sample::Write(sample::Make(), {"4.1"}), "sample");
+  Result<Deck> mesh = ParseMsh(sample::Write(sample::Make(), {"4.1"}), "sample");
   ASSERT_TRUE(mesh);
   ASSERT_TRUE(AddMesh(session_, *mesh, "sample"));
   // Elements are numbered from 10: lines, triangles, quadrilaterals, tetrahedra in pairs.
@@ -75,11 +75,11 @@ TEST_F(MshWriter, AModelComesBackBitForBit) {
     ThroughFile(encoding, back);
     EXPECT_EQ(back.StateHash(), session_.StateHash());
   }
-  EXPECT_TRUE(notes_.empty());
+  EXPECT_TRUE(report_.entries.empty());
 }
 
 TEST_F(MshWriter, OtherProgramsSeePhysicalGroups) {
-  Result<Mesh> mesh = ParseMsh(sample::Write(sample::Make({1, 2, 3}), {"4.1"}), "sample");
+  Result<Deck> mesh = ParseMsh(sample::Write(sample::Make({1, 2, 3}), {"4.1"}), "sample");
   ASSERT_TRUE(AddMesh(session_, *mesh, "sample"));
   sets_.RemoveAll();
   Set(5, u"both", {10, 11, 12, 13}, {});
@@ -122,11 +122,13 @@ TEST_F(MshWriter, SaysWhatItLeavesOut) {
   Set(2, u"two\nlines", {1, 2, 3}, {});
   CQXDBSession back{AddStandardPools};
   ThroughFile(MshEncoding::kAscii, back);
-  EXPECT_EQ(notes_, (std::vector<std::string>{
-                        "elements of type 46 were left out: 1",
-                        "elements without all their nodes were left out: 1",
-                        "active element sets were left out: 1",
-                        "line ends and the like in names of mesh sets became question marks: 1"}));
+  EXPECT_EQ(report_.Lines(),
+            (std::vector<std::string>{
+                "elements of type 46 were left out: 1 (the format has no such element)",
+                "elements without all their nodes were left out: 1",
+                "line ends and the like in names of mesh sets became question marks: 1",
+                "records of ACTIVEELEMSET were left out: 1 (the format has no place for "
+                "them)"}));
   const auto& sets = *back.GetPool<DPoolMset>(code::kMset);
   ASSERT_EQ(sets.GetSize(), 1) << "an empty default set is not written";
   EXPECT_EQ(sets.GetAtNU(sets.Find(2)).name.View(), u"two?lines");
@@ -187,14 +189,14 @@ TEST(MshMeshSets, FaultsOfTheSectionAreNamed) {
 }
 
 TEST_F(MshWriter, DamagedFilesAreReadOrRefused) {
-  Result<Mesh> mesh = ParseMsh(sample::Write(sample::Make({1, 2, 4}), {"4.1"}), "sample");
+  Result<Deck> mesh = ParseMsh(sample::Write(sample::Make({1, 2, 4}), {"4.1"}), "sample");
   ASSERT_TRUE(AddMesh(session_, *mesh, "sample"));
   Set(40, u"mixed", {10, 12}, {16}, 2);
   for (const MshEncoding encoding : kEncodings) {
     ASSERT_TRUE(WriteMsh(session_, path_, encoding));
     const std::string bytes = *ReadWholeFile(path_);
     const auto attack = [](const std::string& damaged) {
-      const Result<Mesh> read = ParseMsh(damaged, "damaged");
+      const Result<Deck> read = ParseMsh(damaged, "damaged");
       const std::string line = read ? CheckMesh(*read, "damaged").Line() : read.Error().Line();
       EXPECT_EQ(line.rfind("damaged: ", 0), read ? std::string::npos : 0u) << line;
     };
@@ -257,7 +259,7 @@ TEST(NestGroups, GivesUpOnATangle) {
   for (int i = 0; i < 20000; ++i) mesh.groups.push_back({"g", 0, {1}});
   NestGroups(mesh);
   EXPECT_EQ(mesh.groups[0].parent, Mesh::Group::kNone);
-  ASSERT_EQ(mesh.notes.size(), 1u);
+  ASSERT_EQ(mesh.report.entries.size(), 1u);
 }
 
 // ---- real files ---------------------------------------------------------------------------------
@@ -274,17 +276,17 @@ INSTANTIATE_TEST_SUITE_P(Corpus, MshRoundTrip,
 TEST_P(MshRoundTrip, IsIdentity) {
   const std::string name = std::string("gmsh/") + GetParam();
   QX_REQUIRE_CORPUS(file, name);
-  const Result<Mesh> mesh = ReadMsh(file);
+  const Result<Deck> mesh = ReadMsh(file);
   ASSERT_TRUE(mesh) << mesh.AsOutcome().Line();
   CQXDBSession model{AddStandardPools};
   ASSERT_TRUE(AddMesh(model, *mesh, file));
   const ScratchFolder folder;
   const std::string path = folder.Path("back.msh");
   for (const MshEncoding encoding : kEncodings) {
-    std::vector<std::string> notes;
-    ASSERT_EQ(WriteMsh(model, path, encoding, &notes).Line(), "");
-    EXPECT_TRUE(notes.empty());
-    const Result<Mesh> again = ReadMsh(path);
+    LossReport report;
+    ASSERT_EQ(WriteMsh(model, path, encoding, &report).Line(), "");
+    EXPECT_TRUE(report.entries.empty());
+    const Result<Deck> again = ReadMsh(path);
     ASSERT_TRUE(again) << again.AsOutcome().Line();
     ASSERT_EQ(again->groups.size(), mesh->groups.size());
     for (std::size_t i = 0; i < mesh->groups.size(); ++i) {

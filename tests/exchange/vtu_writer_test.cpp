@@ -1,4 +1,4 @@
-#include "exchange/vtu_writer.h"
+#include "exchange/vtk/vtu_writer.h"
 
 #include <algorithm>
 #include <cmath>
@@ -13,9 +13,9 @@
 #include "qx_db/platform/file.h"
 #include "qx_db/qx_db.h"
 
-#include "exchange/base64.h"
-#include "exchange/msh_reader.h"
-#include "exchange/msh_writer.h"
+#include "exchange/msh/msh_reader.h"
+#include "exchange/msh/msh_writer.h"
+#include "exchange/vtk/base64.h"
 #include "sample_mesh.h"
 #include "tests/scratch_folder.h"
 
@@ -146,7 +146,7 @@ TEST(Base64, AnyPiecesGiveTheSameText) {
 class VtuWriter : public testing::Test {
  protected:
   VtuWriter() {
-    Result<Mesh> mesh = ParseMsh(sample::Write(sample::Make(), {"4.1"}), "sample");
+    Result<Deck> mesh = ParseMsh(sample::Write(sample::Make(), {"4.1"}), "sample");
     EXPECT_TRUE(AddMesh(session_, *mesh, "sample"));
   }
 
@@ -196,9 +196,9 @@ TEST_F(VtuWriter, EveryEncodingHoldsTheModel) {
   for (std::size_t i = 0; i < extra.size(); ++i) extra[i] = 1.0 / (static_cast<double>(i) + 3);
   for (const VtuEncoding encoding : kEncodings) {
     SCOPED_TRACE(testing::Message() << "encoding " << static_cast<int>(encoding));
-    std::vector<std::string> notes;
-    ASSERT_EQ(WriteVtu(session_, path_, encoding, {{"a<b>&\"c\"", extra}}, &notes).Line(), "");
-    EXPECT_TRUE(notes.empty());
+    LossReport report;
+    ASSERT_EQ(WriteVtu(session_, path_, encoding, {{"a<b>&\"c\"", extra}}, &report).Line(), "");
+    EXPECT_TRUE(report.entries.empty());
     VtuFile file = Read(path_);
     EXPECT_NE(file.head.find("byte_order=\"LittleEndian\" header_type=\"UInt64\""),
               std::string::npos);
@@ -271,11 +271,13 @@ TEST_F(VtuWriter, WhatCannotBeACellIsLeftOutWithANote) {
   set.elements.Add(second);
   set.elements.Add(0);
   sets_.InsertNU(set);
-  std::vector<std::string> notes;
-  ASSERT_EQ(WriteVtu(session_, path_, VtuEncoding::kAscii, {{"value", values}}, &notes).Line(), "");
-  EXPECT_EQ(notes, (std::vector<std::string>{"elements of type 46 were left out: 1",
-                                             "elements of type 81 were left out: 2",
-                                             "elements without all their nodes were left out: 1"}));
+  LossReport report;
+  ASSERT_EQ(WriteVtu(session_, path_, VtuEncoding::kAscii, {{"value", values}}, &report).Line(),
+            "");
+  EXPECT_EQ(report.Lines(),
+            (std::vector<std::string>{"elements of type 46 were left out: 1",
+                                      "elements of type 81 were left out: 2",
+                                      "elements without all their nodes were left out: 1"}));
   VtuFile file = Read(path_);
   EXPECT_EQ(file.arrays["types"].size(), static_cast<std::size_t>(cells));
   EXPECT_EQ(file.arrays["value"], std::vector<double>(static_cast<std::size_t>(cells)));
@@ -323,7 +325,7 @@ TEST_F(VtuWriter, CoordinatesAreInCurrentUnits) {
 TEST_F(VtuWriter, AFileThatCannotBeWrittenIsNotThere) {
   const std::string folder = folder_.Path("folder.vtu");
   std::filesystem::create_directories(folder);
-  EXPECT_NE(WriteVtu(session_, folder).Line().find("cannot be replaced"), std::string::npos);
+  EXPECT_NE(WriteVtu(session_, folder).Line().find("is a directory"), std::string::npos);
   EXPECT_NE(WriteVtu(session_, folder + "/no/file").Line().find("cannot be created"),
             std::string::npos);
   const auto files = std::filesystem::directory_iterator(folder_.Path());

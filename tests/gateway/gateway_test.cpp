@@ -275,6 +275,9 @@ TEST(JsonText, RefusalsNameLineAndColumn) {
       {std::string(100000, '['), "line 1, column 51", "deeper than 512"},
       {"{\"A\": \"\xC0\x80\"}", "line 1", "is not JSON"},
       {"{\"A\": \"\xED\xA0\x80\"}", "line 1", "is not JSON"},
+      {"{\"\\uDFAA\": 0}", "line 1", "surrogate"},
+      {"{\"A\": {\"1\": {\"B\": \"x\\uDC00\"}}}", "line 1", "surrogate"},
+      {"{\"A\": \"\\uD834x\"}", "line 1", "is not JSON"},
       {"{\"A\": 1} x", "line 1, column 10", "is not JSON"},
   };
   for (const Case& c : cases) {

@@ -23,7 +23,10 @@ namespace qx {
 /// Collects messages as long as it lives.
 class Messages final : public IMessageSink {
  public:
-  Messages() { SetMessageSink(this); }
+  Messages() {
+    InstallTexts({});  // keys will do
+    SetMessageSink(this);
+  }
   ~Messages() override { SetMessageSink(nullptr); }
   void Show(const Message& message) override { all.push_back(message); }
   std::vector<Message> all;

@@ -188,6 +188,37 @@ TEST_F(SizeControls, AreCleanedAfterLoading) {
   EXPECT_EQ(locked.locked, (TArray<std::int32_t>{1}));
 }
 
+TEST_F(SizeControls, CleaningUpAfterLoadingCostsNoHistory) {
+  const ScratchFolder folder;
+  const std::string path = folder.Path("m.qxm");
+  ASSERT_EQ(Step([&] { Add({E(1)}); }), 1);
+  ASSERT_EQ(Step([&] { Add({}); }), 1);
+  ASSERT_EQ(Step([&] { Add({E(2)}); }), 1);
+  ASSERT_TRUE(document_.SaveAs(path));
+  const std::uint64_t state = session_.StateHash();
+  const std::size_t steps = session_.History().Done().size();
+  for (int round = 0; round < 2; ++round) {
+    CQXDocBase opened(AddStandardPools);
+    CQXDBSession& session = *opened.GetDBSession();
+    ASSERT_EQ(opened.OpenForEditing(path).Line(), "");
+    EXPECT_EQ(Pool<tagTSzct>(session).GetSize(), 2) << "the empty one left";
+    EXPECT_EQ(session.History().Done().size(), steps + 1) << "by a step of its own, once";
+    EXPECT_FALSE(opened.IsModified());
+  }
+  for (const bool editing : {true, false, false}) {
+    CQXDocBase opened(AddStandardPools);
+    CQXDBSession& session = *opened.GetDBSession();
+    ASSERT_EQ((editing ? opened.OpenForEditing(path) : opened.Open(path)).Line(), "");
+    if (editing) {
+      ASSERT_EQ(session.Undo(), 1);
+    }
+    // Taken back, it is not done again at once: that would end what can be redone.
+    EXPECT_EQ(session.StateHash(), state);
+    EXPECT_EQ(session.History().Done().size(), steps);
+    EXPECT_TRUE(session.CanRedo());
+  }
+}
+
 TEST_F(SizeControls, GeometryIsFoundAgainByItsName) {
   const auto found = FindCadGeometry(session_, cad_, "part.step");
   ASSERT_TRUE(found);

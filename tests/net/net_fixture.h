@@ -30,7 +30,7 @@ class NetTest : public testing::Test, public IMessageSink {
     CQXWebUtil::SetCredentialPrompt(nullptr);
     CQXWebUtil::SetOptions({});
   }
-  void Show(const Message& message) override { messages_.push_back(message.key); }
+  void Show(const Message& message) override { messages_.push_back(message.text); }
 
   /// What the two queries say, which must agree: the status, or 0.
   static int Status(const std::string& address) {

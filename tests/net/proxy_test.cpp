@@ -84,7 +84,7 @@ TEST_F(Proxy, IsAskedAndAnsweredForSecureAddresses) {
 TEST_F(Proxy, EndsWhenThePromptIsCancelled) {
   LoopbackServer proxy(Asking());
   setenv("all_proxy", proxy.Host().c_str(), 1);
-  const std::vector<std::string> canceled{"IDS_QX_NET_CANCELED"};
+  const std::vector<std::string> canceled{"Canceled!"};
   for (const char* address : {"http://far.test/", "https://far.test/"}) {
     messages_.clear();
     Answers prompt({ProxyCredentials{"bob", "wrong"}});
@@ -111,7 +111,7 @@ TEST_F(Proxy, EndsWhenTheRequestCannotBeSentAgain) {
     setenv("all_proxy", proxy.Host().c_str(), 1);
     Answers prompt({{"ann", "open"}, {"ann", "open"}});
     EXPECT_EQ(Connected(address), 0) << address;
-    EXPECT_EQ(messages_, std::vector<std::string>{"IDS_QX_NET_SEND_FAILED"}) << address;
+    EXPECT_EQ(messages_, std::vector<std::string>{"Send Request Failed!"}) << address;
     EXPECT_EQ(prompt.challenges.size(), 1u) << address;
   }
 }

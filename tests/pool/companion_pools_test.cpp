@@ -5,6 +5,8 @@
 
 #include "qx_db/qx_db.h"
 
+#include "tests/scratch_folder.h"
+
 namespace qx {
 namespace {
 
@@ -30,6 +32,28 @@ TEST(ValueArray, AnotherSizeStartsAfreshAndTheSameSizeKeeps) {
   EXPECT_EQ(array[1].nodes[0], 7u);
   array.SetSize(-4);
   EXPECT_TRUE(array.IsEmpty());
+}
+
+TEST(ScratchPool, IsNeitherSavedNorLoadedWithOrWithoutASession) {
+  const ScratchFolder folder;
+  CQXBulkHandler file(folder.Path("nodes.qxp"));
+  DPoolTmp<tagTNode> scratch;
+  tagTNode node;
+  node.key = 1;
+  scratch.InsertNU(node);
+  Outcome outcome;
+  EXPECT_EQ(qxSaveDPool(file, scratch, &outcome), 1);
+  EXPECT_FALSE(std::filesystem::exists(file.Path()));
+  EXPECT_EQ(qxLoadDPool(file, scratch, &outcome), 1);
+  EXPECT_EQ(scratch.GetSize(), 1);
+  // The nodes of a model in a file do not get into it either.
+  CQXDBSession session(AddStandardPools);
+  auto& nodes = *session.GetPool<DPoolNode>(code::kNode);
+  node.key = 2;
+  nodes.InsertNU(node);
+  ASSERT_EQ(qxSaveDPool(file, nodes, &outcome), 1);
+  EXPECT_EQ(qxLoadDPool(file, scratch, &outcome), 1);
+  EXPECT_EQ(scratch.GetSize(), 1);
 }
 
 TEST(ScratchPool, LeavesNoTraceInTheSession) {
@@ -107,6 +131,28 @@ TEST_F(ExternalNodes, AReceivedKeyDoesNotHideTheExternalRecordOfThatKey) {
   nodes.RemoveAllExtDB();
   EXPECT_EQ(nodes.FindExtDB(1, external), 0u);
   EXPECT_EQ(nodes.GetSize(), 2);
+}
+
+TEST_F(ExternalNodes, ARecordIsKnownWhateverKeyItGets) {
+  const ITR outside = Outside(5, 5);
+  const ITR pos = nodes.TransferToDB(outside, 0, 40);
+  ASSERT_EQ(KeyOf(pos), 40);
+  ASSERT_EQ(nodes.SetAtNU(pos, NodeAt(77, 5)), 1);
+  EXPECT_EQ(nodes.TransferToDB(outside, 0, 0), pos);
+  int external = 9;
+  EXPECT_EQ(nodes.FindExtDB(5, external), pos);
+  EXPECT_EQ(external, 0);
+  // The key that it had is free for another, which does not pass for it.
+  const ITR other = Outside(6, 6);
+  const ITR second = nodes.TransferToDB(other, 0, 40);
+  EXPECT_EQ(KeyOf(second), 40);
+  EXPECT_EQ(nodes.TransferToDB(outside, 0, 0), pos);
+  // Nor does a record that takes the place of the first, which was freed.
+  nodes.Remove(pos);
+  nodes.InsertNU(NodeAt(77, 9));
+  const ITR again = nodes.TransferToDB(outside, 0, 0);
+  EXPECT_EQ(X(again), 5);
+  EXPECT_NE(again, nodes.Find(77));
 }
 
 TEST_F(ExternalNodes, WhatWasUndoneOrRemovedComesAgain) {

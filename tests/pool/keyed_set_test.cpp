@@ -64,6 +64,48 @@ TEST(KeyedSet, SizesItsTableAsAsked) {
   EXPECT_EQ(CKeySet<tagTNode>(50000).HashSize(), 50000);
 }
 
+/// However few buckets are asked for, a key is found by all of its bits and taken once.
+TEST(KeyedSet, EveryDefaultSizeFindsEveryKeyOnce) {
+  for (std::int32_t size = 1; size <= 10001; size += size < 40 || size > 8150 ? 1 : 97) {
+    CKeySet<tagTNode> set;
+    set.SetDefaultHashSize(size);
+    set.SetHashSize(size + 1);
+    EXPECT_EQ(set.HashSize(), size + 1);
+    // Keys that differ by multiples of a power of two and of the size, up to the largest.
+    std::vector<Key> keys = {0, kMaxKey};
+    for (std::int64_t key = 1; key < kMaxKey; key *= 2) keys.push_back(static_cast<Key>(key));
+    for (std::int64_t i = 1; i <= 3; ++i) {
+      keys.push_back(static_cast<Key>(kMaxKey - i * (size + 1)));
+      keys.push_back(static_cast<Key>(kMaxKey - i * 262144));
+    }
+    std::map<Key, ITR> inserted;
+    for (const Key key : keys) {
+      const bool fresh = !inserted.contains(key);
+      const ITR item = set.InsertNU(Node(key));
+      ASSERT_EQ(item != 0, fresh) << "key " << key << " with " << size;
+      if (fresh) inserted[key] = item;
+    }
+    for (const auto& [key, item] : inserted) ASSERT_EQ(set.Find(key), item) << key;
+    ASSERT_EQ(set.Validate(), "") << size;
+    std::vector<Key> sorted;
+    for (const auto& [key, item] : inserted) sorted.push_back(key);
+    ASSERT_EQ(Keys(set, 1), sorted);
+  }
+}
+
+TEST(KeyedSet, FewBucketsAreCountedAsAskedAndGrowAsManyDo) {
+  CKeySet<tagTNode> set;
+  set.SetDefaultHashSize(2);
+  set.SetHashSize(3);
+  for (Key key = 1; key <= 8; ++key) ASSERT_NE(set.InsertNU(Node(key)), 0u);
+  for (Key key = 1; key <= 8; ++key) EXPECT_NE(set.Find(key), 0u);
+  EXPECT_EQ(set.HashSize(), 12);  // 3, 6, 12: once items outnumber buckets
+  set.Optimize();
+  EXPECT_EQ(set.HashSize(), 8);
+  set.SetHashSize(-5);
+  EXPECT_EQ(set.HashSize(), 8);
+}
+
 TEST(KeyedSet, KeysAreReservedUntilReset) {
   CKeySet<tagTNode> set;
   for (const Key key : {7, 2, 9}) set.InsertNU(Node(key));
@@ -120,7 +162,9 @@ TEST(KeyedSet, ReKeyingOntoAUsedKeyPutsTheNewcomerFirst) {
 }
 
 TEST(KeyedSet, AChangeThatFailsLeavesTheSetAsItWas) {
-  const RecordOps ops = {sizeof(tagTNode), false,
+  const RecordOps ops = {sizeof(tagTNode),
+                         false,
+                         nullptr,
                          [](char* at, const TStructBase& from) {
                            new (at) tagTNode(static_cast<const tagTNode&>(from));
                          },

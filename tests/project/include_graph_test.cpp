@@ -33,8 +33,9 @@ const std::vector<std::string> kLayers = {
     "src/qx_db/net",
     "src/qx_db",
     "adapters",
-    "exchange",
     "host",
+    "exchange",
+    "viewer",
     "apps",
 };
 
@@ -42,7 +43,7 @@ Graph ReadGraph() {
   const fs::path root = QX_SOURCE_DIR;
   const std::regex include("^#include \"([^\"]+)\"");
   Graph graph;
-  for (const char* top : {"src", "adapters", "exchange", "host", "apps"}) {
+  for (const char* top : {"src", "adapters", "exchange", "host", "viewer", "apps"}) {
     if (!fs::exists(root / top)) continue;
     for (const auto& entry : fs::recursive_directory_iterator(root / top)) {
       const auto extension = entry.path().extension();

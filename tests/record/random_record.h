@@ -55,8 +55,14 @@ void FillRandomly(const Schema& schema, TStructBase& record, Targets&& targets) 
           StoreAt(element, reference(row));
           continue;
         }
-        fill(row, element, row.element_size);
-        if (row.inner_reference >= 0) StoreAt(element + row.inner_reference, reference(row));
+        if (!row.elements) fill(row, element, row.element_size);
+        for (const Row& part : row.elements ? row.elements->Rows() : std::span<const Row>()) {
+          if (part.IsReference()) {
+            StoreAt(element + part.offset, reference(part));
+          } else {
+            fill(part, element + part.offset, part.size);
+          }
+        }
       }
     }
   }

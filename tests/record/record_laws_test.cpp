@@ -9,6 +9,8 @@
 #include <valijson/schema_parser.hpp>
 #include <valijson/validator.hpp>
 
+#include "qx_db/model/deck_pools.h"
+
 #include "tests/record/random_record.h"
 #include "tests/scratch_folder.h"
 
@@ -19,6 +21,7 @@ namespace {
 void AddPlainPools(CQXDBSession& session) {
 #define QX_ADD_POOL(T) session.AddPool(std::make_unique<DPoolPlain<T>>(&session));
   QX_FOR_EACH_RECORD(QX_ADD_POOL)
+  QX_FOR_EACH_DECK_RECORD(QX_ADD_POOL)
 #undef QX_ADD_POOL
 }
 
@@ -35,17 +38,29 @@ class PopulatedSession {
         items_[pool->GetTypeCode()].push_back(pool->InsertNU(record));
       }
     }
-    for (DPoolBase* pool : session_.Pools()) {
-      for (const ITR item : items_[pool->GetTypeCode()]) {
-        FillRandomly(pool->GetSchema(), *KeyedSetBase::RecordAt(item),
-                     [&](std::uint16_t type) -> const std::vector<ITR>& { return items_[type]; });
-      }
-    }
+    Fill([&](std::uint16_t type) -> const std::vector<ITR>& { return items_[type]; });
+  }
+
+  /// No references to what files do not keep, which come back as none.
+  void RefersToWhatIsSaved() {
+    Fill([&](std::uint16_t type) -> const std::vector<ITR>& {
+      static const std::vector<ITR> none;
+      return type == code::kGElem ? none : items_[type];
+    });
   }
   CQXDBSession& operator*() { return session_; }
   CQXDBSession* operator->() { return &session_; }
 
  private:
+  template <class Targets>
+  void Fill(Targets&& targets) {
+    for (DPoolBase* pool : session_.Pools()) {
+      for (const ITR item : items_[pool->GetTypeCode()]) {
+        FillRandomly(pool->GetSchema(), *KeyedSetBase::RecordAt(item), targets);
+      }
+    }
+  }
+
   CQXDBSession session_;
   std::map<std::uint16_t, std::vector<ITR>> items_;
 };
@@ -119,6 +134,39 @@ RC_GTEST_PROP(RecordLaws, UnitsInAndOutRestoreEveryNumber, ()) {
       }
     }
   });
+}
+
+/// Each number with a unit becomes what its category makes of it, and nothing else changes; so that
+/// a conversion that does nothing is found, too.
+RC_GTEST_PROP(RecordLaws, UnitsConvertTheNumbersThatHaveOneAndNoOthers, ()) {
+  PopulatedSession session;
+  UnitSystem other;
+  other[UnitBase::kLength] = FindUnit(UnitBase::kLength, "in");
+  other[UnitBase::kTemperature] = FindUnit(UnitBase::kTemperature, "F");
+  session->Units().SetCurrent(other);
+  int lengths = 0;
+  ForEveryRecord(*session, [&](DPoolBase& pool, TStructBase& record) {
+    ITR at = pool.Find(record.GetKey());
+    const TStructBase& before = *pool.CopyToDummyPtr(at);
+    record.ConvertUnitOut(&session->Units());
+    for (const Row& row : pool.GetSchema().Rows()) {
+      if (row.IsArray() || row.number != Row::Number::kDouble) continue;
+      for (std::int32_t i = 0; i < row.size / 8; ++i) {
+        const std::int32_t place = row.offset + i * 8;
+        const auto x = LoadAt<double>(reinterpret_cast<const char*>(&before) + place);
+        const auto y = LoadAt<double>(reinterpret_cast<const char*>(&record) + place);
+        const int category =
+            row.unit.listed_only ? unit::kNone : CategoryOf(row, before, row.part + i);
+        const bool length = category == unit::kLength;
+        const bool degree = category == unit::kTemperature;
+        lengths += length;
+        if (length) RC_ASSERT(std::abs(y - x / 0.0254) <= 1e-9 * std::abs(y));
+        if (degree) RC_ASSERT(std::abs(y - (x * 1.8 + 32)) <= 1e-9 * (std::abs(y) + 500));
+        if (category == unit::kNone) RC_ASSERT(y == x);
+      }
+    }
+  });
+  RC_ASSERT(lengths > 100);
 }
 
 /// A record as its gateway form: units and fields apart, everything a host would exchange.
@@ -215,6 +263,7 @@ TEST(RecordGateway, EveryFieldTakesEveryKindOfValueAndSaysWhatItMadeOfIt) {
 
 RC_GTEST_PROP(RecordLaws, ModelFilesRestoreTheState, ()) {
   PopulatedSession session;
+  session.RefersToWhatIsSaved();
   const ScratchFolder folder;
   const std::string path = folder.Path("model.qxm");
   RC_ASSERT(SaveModel(*session, path).Line() == "");

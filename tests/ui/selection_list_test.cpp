@@ -405,5 +405,33 @@ TEST_P(EachSetList, CreatesAlsoWhereNoHostRefreshes) {
   SetStepHook(hook);
 }
 
+TEST_P(EachSetList, DropsARecordOfATransactionThatIsRolledBack) {
+  auto list = GetParam().make();
+  FakeWindow window(*list);
+  Step(session_, [&] { Add(session_, 1, u"Wall"); });
+  list->SetDB(&session_);
+  ITR out = 0;
+  CTransaction dialog(&session_);
+  dialog.Begin(u"dialog");
+  window.Type(u"Roof");
+  EXPECT_EQ(GetParam().or_create(*list, out), 1);
+  EXPECT_EQ(window.Texts(), (Texts{"Wall", "Roof"}));
+  dialog.Rollback();
+  EXPECT_EQ(window.Texts(), Texts{"Wall"});
+  EXPECT_EQ(KeyOf(Selected(*list)), 1);
+  // A part of a transaction is no news; the record that then takes the place is another one.
+  dialog.Begin(u"dialog");
+  {
+    CTransaction part(&session_);
+    part.Begin(u"part");
+    window.Type(u"Roof");
+    EXPECT_EQ(GetParam().or_create(*list, out), 1);
+  }
+  Add(session_, 7, u"Door");
+  dialog.Commit();
+  EXPECT_EQ(window.Texts(), (Texts{"Wall", "Door"}));
+  EXPECT_EQ(KeyOf(Selected(*list)), 1);
+}
+
 }  // namespace
 }  // namespace qx

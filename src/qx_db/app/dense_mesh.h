@@ -30,6 +30,7 @@ inline constexpr std::uint8_t kRepeatedNode = 16;  ///< one node more than once
 /// their nodes but no shape: what they mean, and whether they may lie on one spot or on each other,
 /// is the application's business. Throws std::length_error when there are 2^29 nodes, or all
 /// elements together have 2^32.
+/// Threads: reads the session and writes nothing to it; once made, any number may read it.
 class QXDB_API DenseMesh {
  public:
   explicit DenseMesh(const CQXDBSession& session);

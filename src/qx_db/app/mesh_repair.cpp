@@ -105,11 +105,11 @@ bool RedirectAll(CQXDBSession& session, const PoolNumbers& numbers, const Replac
       if (Concerns(numbers, becomes, pool->GetSchema(), record)) concerned.push_back(at);
     }
     for (ITR at : concerned) {
-      TStructBase* copy = pool->CopyToDummyPtr(at);
+      const auto copy = pool->CopyRecord(at);
       Redirect(numbers, becomes, pool->GetSchema(), *copy);
       // The nodes of an element are a sequence; all other lists of nodes are sets.
       if (pool->GetTypeCode() != code::kElem) DropRepeats(pool->GetSchema(), *copy);
-      if (!pool->SetAtNU(at, copy)) return false;
+      if (!pool->SetAtNU(at, copy.get())) return false;
     }
   }
   return true;

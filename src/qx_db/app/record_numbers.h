@@ -13,6 +13,7 @@ namespace qx {
 /// parameter index and believed only when the record at that number is the same one, so nothing
 /// need be cleared before; destruction puts the indices back. Numbers live as long as the object,
 /// unless another one numbers the same records meanwhile.
+/// Threads: one at a time for a session, since the marks are in its records.
 class RecordNumbers {
  public:
   /// Found nowhere: beyond every number.

@@ -6,6 +6,7 @@
 #include <map>
 #include <unordered_set>
 
+#include "qx_db/core/model_check.h"
 #include "qx_db/core/model_file.h"
 #include "qx_db/core/relations.h"
 #include "qx_db/core/transaction.h"
@@ -44,94 +45,6 @@ std::vector<std::uint16_t> Needs(const Schema& schema) {
   return types;
 }
 
-// ---- the check of a model from outside ----------------------------------------------------------
-
-/// A list of faults as one text: the first few, and how many there are.
-class FaultList {
- public:
-  void Add(std::string fault) {
-    if (count_++ < kShown) text_ += (text_.empty() ? "" : ", ") + std::move(fault);
-  }
-  std::int64_t Count() const { return count_; }
-  std::string Text() const {
-    return count_ > kShown ? text_ + fmt::format(", and {} more", count_ - kShown) : text_;
-  }
-
- private:
-  static constexpr std::int64_t kShown = 8;
-  std::int64_t count_ = 0;
-  std::string text_;
-};
-
-/// Answers for many keys whether a pool has them.
-class KeysOf {
- public:
-  explicit KeysOf(const DPoolBase* pool) : pool_(pool) {
-    if (!pool || pool->GetSize() == 0) return;
-    const KeyedSetBase& set = pool->Set();
-    low_ = set.GetMinKey();
-    high_ = set.GetMaxKey();
-    // Without gaps, as models mostly are, the bounds tell.
-    dense_ = !set.MayShareKeys() && std::int64_t{high_} - low_ + 1 == set.GetSize();
-  }
-  bool Has(Key key) const {
-    return dense_ ? key >= low_ && key <= high_ : !pool_ || pool_->Find(key) != 0;
-  }
-
- private:
-  const DPoolBase* pool_;
-  Key low_ = 0, high_ = 0;
-  bool dense_ = false;
-};
-
-void FindMissing(const CQXDBSession& records, const DPoolBase& pool, FaultList& faults) {
-  if (pool.GetSchema().References().empty()) return;
-  std::map<std::uint16_t, KeysOf> targets;
-  std::uint16_t last_type = 0;
-  const KeysOf* last = nullptr;
-  for (ITR pos = pool.GetHeadPosition(); pos; pool.Next(pos)) {
-    TStructBase& record = *KeyedSetBase::RecordAt(pos);
-    ForEachReference(pool.GetSchema(), record, [&](const Row& row, const char* slot) {
-      const auto key = LoadAt<Key>(slot);
-      if (!last || row.target != last_type) {
-        last_type = row.target;
-        last = &targets.try_emplace(last_type, records.GetDataPool(last_type)).first->second;
-      }
-      if (key == 0 || last->Has(key)) return;
-      faults.Add(fmt::format("{} {} {} names {} {}", TableOf(records, pool.GetTypeCode()),
-                             record.GetKey(), Utf8(row.name), TableOf(records, row.target), key));
-    });
-  }
-}
-
-/// Follows one member from record to record within a pool.
-void FindCycles(const CQXDBSession& records, const DPoolBase& pool, const Row& row,
-                FaultList& faults) {
-  std::vector<std::uint32_t> visit(pool.Set().SlotLimit(), 0);  // number of the walk, from 1
-  std::uint32_t walk = 0;
-  for (ITR start = pool.GetHeadPosition(); start; pool.Next(start)) {
-    ++walk;
-    ITR at = start;
-    while (at && visit[pool.Set().SlotOf(at)] == 0) {
-      visit[pool.Set().SlotOf(at)] = walk;
-      const auto key = LoadAt<Key>(detail::Bytes(*KeyedSetBase::RecordAt(at)) + row.offset);
-      at = key ? pool.Find(key) : 0;
-    }
-    if (!at || visit[pool.Set().SlotOf(at)] != walk) continue;
-    faults.Add(fmt::format("{} {} {} leads back to itself", TableOf(records, pool.GetTypeCode()),
-                           KeyOf(at), Utf8(row.name)));
-  }
-}
-
-Outcome CheckMissing(const CQXDBSession& records, const std::string& path) {
-  FaultList missing;
-  for (const DPoolBase* pool : records.Pools()) FindMissing(records, *pool, missing);
-  if (missing.Count() == 0) return {};
-  return Failure{path, "references",
-                 fmt::format("{} lead nowhere: {}", missing.Count(), missing.Text()),
-                 "open it, repair or delete these records, and save it"};
-}
-
 // ---- the import ---------------------------------------------------------------------------------
 
 /// One pool outside and its counterpart.
@@ -146,6 +59,7 @@ struct Lane {
   std::int64_t overwritten = 0;
   std::vector<std::pair<Key, Key>> keys = {};  // outside, and here
   ITR joined = 0;  // item outside for which the model's default record stands
+  std::unique_ptr<TStructBase> incoming = {};  // the record at hand
 
   bool Choose(ITR item) {
     const std::uint32_t slot = from->Set().SlotOf(item);
@@ -373,14 +287,14 @@ class Importer {
 
   /// Lets the model's own record stand for one from outside, and list what that lists.
   Outcome Join(Lane& lane, ITR item, const TStructBase& record) {
-    ITR own = lane.to->Find(record.GetKey());
+    const ITR own = lane.to->Find(record.GetKey());
     lane.Came(item, own);
     lane.joined = item;
     std::vector<std::pair<const Row*, TArray<ITR>>> lists;
     for (const Row* row : lane.to->GetSchema().References()) {
       if (row->IsArray()) lists.emplace_back(row, ListAt(record, *row));
     }
-    TStructBase* joint = lane.to->CopyToDummyPtr(own);  // over `record`
+    const auto joint = lane.to->CopyRecord(own);
     bool grown = false;
     for (const auto& [row, more] : lists) {
       auto& list = const_cast<TArray<ITR>&>(ListAt(*joint, *row));
@@ -391,7 +305,7 @@ class Importer {
         grown = true;
       }
     }
-    if (!grown || lane.to->SetAtNU(own, joint)) return {};
+    if (!grown || lane.to->SetAtNU(own, joint.get())) return {};
     return Refused(lane, item);
   }
 
@@ -404,10 +318,12 @@ class Importer {
                    "was refused by the model", "see the message above"};
   }
 
-  /// The record as it comes into the model, in the scratch record of its type.
+  /// The record as it comes into the model, valid until the lane's next.
   TStructBase* Prepared(Lane& lane, ITR item, bool tell) {
     const Schema& schema = lane.from->GetSchema();
-    TStructBase* record = lane.from->CopyToDummyPtr(item);
+    if (!lane.incoming) lane.incoming = lane.from->NewRecord();
+    lane.from->Set().CopyTo(*lane.incoming, item);
+    TStructBase* record = lane.incoming.get();
     char* bytes = detail::Bytes(*record);
     const auto member = [&](const Row& row, Key key) {
       return Place{&lane, KeyOf(item), &row, row.target ? row.target : row.key_of, key, tell};
@@ -532,39 +448,36 @@ std::string ImportReport::KeyMapJson(const CQXDBSession& session) const {
   return text + "\n}\n";
 }
 
+namespace {
+
+/// Iterators become keys again, as an import follows them.
+void KeysForIterators(CQXDBSession& session) {
+  for (const DPoolBase* pool : session.Pools()) {
+    if (pool->GetSchema().References().empty()) continue;
+    for (ITR pos = pool->GetHeadPosition(); pos; pool->Next(pos)) {
+      ForEachReference(pool->GetSchema(), *KeyedSetBase::RecordAt(pos), [](const Row&, char* slot) {
+        StoreAt<ITR>(slot, static_cast<ITR>(KeyOf(LoadAt<ITR>(slot))));
+      });
+    }
+  }
+}
+
+}  // namespace
+
 Result<std::unique_ptr<ExternalModel>> ExternalModel::Open(const std::string& path,
                                                            CQXDBSession::PoolSetup setup) {
-  auto reader = ModelFileReader::Open(path);
-  if (!reader) return reader.Error();
-  auto model = std::make_unique<ExternalModel>(setup, path);
-  CQXDBSession& records = model->records_;
-  for (const ModelFileReport::Pool& pool : (*reader)->Report().pools) {
-    if (pool.records == 0 || records.GetDataPool(pool.type)) continue;
-    return Failure{
-        path, "pool " + pool.io_name,
-        fmt::format("holds records of type {}, which this program does not know", pool.type),
-        "open it with the program that wrote it"};
+  auto records = ReadModel(path, setup, {.complete = true});
+  if (!records) return records.Error();
+  (*records)->ForgetHistory();
+  if (Outcome checked = qx::CheckCircles(**records, ReferenceForm::kIterators, path); !checked) {
+    return checked.Error();
   }
-  if (Outcome units = (*reader)->ReadUnits(records.Units()); !units) return units.Error();
-  Outcome outcome;
-  for (DPoolBase* pool : records.Pools()) {
-    if (!qxLoadDPool(**reader, *pool, &outcome)) return outcome.Error();
-  }
-  if (Outcome checked = CheckMissing(records, path); !checked) return checked.Error();
-  if (Outcome checked = model->CheckCircles(); !checked) return checked.Error();
-  return Result<std::unique_ptr<ExternalModel>>(std::move(model));
+  KeysForIterators(**records);
+  return std::unique_ptr<ExternalModel>(new ExternalModel(std::move(*records), path));
 }
 
 Outcome ExternalModel::CheckCircles() const {
-  FaultList circles;
-  for (const DPoolBase* pool : records_.Pools()) {
-    for (const Row& row : pool->GetSchema().Rows()) {
-      const bool own = row.target == pool->GetTypeCode() || row.key_of == pool->GetTypeCode();
-      if (own && !row.IsArray() && pool->GetSize() > 0) FindCycles(records_, *pool, row, circles);
-    }
-  }
-  if (circles.Count() == 0) return {};
-  return Failure{path_, "references", circles.Text(), "open it, break the circle, and save it"};
+  return qx::CheckCircles(*records_, ReferenceForm::kKeys, path_);
 }
 
 Result<ImportReport> ImportRecords(CQXDBSession& session, const ExternalModel& from,

@@ -1,6 +1,7 @@
 #pragma once
 // Records of another model, or of a record file, into an open model.
 
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
@@ -74,25 +75,28 @@ struct QXDB_API ImportReport {
 };
 
 /// Pools read from a file into a session of their own, keys standing where iterators will.
+/// Threads: shares nothing; may be opened on any thread, and is used by one at a time.
 class QXDB_API ExternalModel {
  public:
-  /// Reads a model file. Every reference in it must lead to a record of the file, and no chain of
-  /// references within a pool may lead back to where it began; the failure lists those that do
-  /// not, by pool and key.
+  /// Reads a model file, with the steps in it (ReadModel). Every reference in it must lead to a
+  /// record of the file, and no chain of references within a pool may lead back to where it began;
+  /// the failure lists those that do not, by pool and key.
   static Result<std::unique_ptr<ExternalModel>> Open(const std::string& path,
                                                      CQXDBSession::PoolSetup setup);
   /// An empty one, for pools that come from elsewhere; `path` is what failures name.
   explicit ExternalModel(CQXDBSession::PoolSetup setup, std::string path = {})
-      : records_(setup), path_(std::move(path)) {}
+      : ExternalModel(std::make_unique<CQXDBSession>(setup), std::move(path)) {}
 
-  CQXDBSession& Records() { return records_; }
-  const CQXDBSession& Records() const { return records_; }
+  CQXDBSession& Records() { return *records_; }
+  const CQXDBSession& Records() const { return *records_; }
   const std::string& Path() const { return path_; }
   /// Fails where a chain of references within a pool leads back to where it began.
   Outcome CheckCircles() const;
 
  private:
-  CQXDBSession records_;
+  ExternalModel(std::unique_ptr<CQXDBSession> records, std::string path)
+      : records_(std::move(records)), path_(std::move(path)) {}
+  std::unique_ptr<CQXDBSession> records_;
   std::string path_;
 };
 

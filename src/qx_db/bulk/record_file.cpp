@@ -148,6 +148,10 @@ Outcome CQXBulkHandler::OpenBytes(std::string content) {
 
 Outcome CQXBulkHandler::Write(const DPoolBase& pool, const UnitSystem& units) {
   const Schema& schema = pool.GetSchema();
+  for (ITR pos = pool.GetHeadPosition(); pos && schema.HasArrays(); pool.Next(pos)) {
+    const std::string fault = ImageFault(schema, *KeyedSetBase::RecordAt(pos));
+    if (!fault.empty()) return Failure{path_, "records", fault, "split the record"};
+  }
   header_ = {schema.Name(), Utf8(pool.GetIOName()), pool.GetTypeCode(), pool.GetSize(), 0, 0,
              units,         SchemaToText(schema)};
   // Once over the records for what the header says of them, and once to write them.
@@ -186,10 +190,12 @@ Outcome CQXBulkHandler::Read(DPoolBase& pool) const {
 }
 
 int qxSaveDPool(CQXBulkHandler& file, const DPoolBase& pool, Outcome* outcome) {
+  if (!pool.NeedSaveNLoad()) return Told({}, outcome);
   return Told(file.Write(pool, pool.GetSession()->Units().Model()), outcome);
 }
 
 int qxLoadDPool(CQXBulkHandler& file, DPoolBase& pool, Outcome* outcome) {
+  if (!pool.NeedSaveNLoad()) return Told({}, outcome);
   Outcome opened = file.Open();
   return Told(opened ? file.Read(pool) : std::move(opened), outcome);
 }

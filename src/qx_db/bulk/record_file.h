@@ -29,6 +29,7 @@ struct QXDB_API BulkHeader {
 QXDB_API void qxWriteBulkHeader(std::ostream& out, const BulkHeader& header);
 
 /// A record file by its path.
+/// Threads: shares nothing; one thread at a time.
 class QXDB_API CQXBulkHandler {
  public:
   explicit CQXBulkHandler(std::string path) : path_(std::move(path)) {}

@@ -28,7 +28,15 @@ template class CallbackSlot<IQXDbInterface, Registration::kFirstWins>;
 
 IAppDB::IAppDB() : CallbackSlot(this) {}
 IAppDB::~IAppDB() = default;
-IUpdateDB::IUpdateDB() : CallbackSlot(this) {}
+/// What the sessions call after every event; see SetStepHook.
+void IUpdateDB::Tell(CQXDBSession& session) {
+  if (IUpdateDB* update = IUpdateDB::Instance()) update->UpdateDB(&session, 0);
+}
+
+IUpdateDB::IUpdateDB() : CallbackSlot(this) {
+  static const StepHook former = SetStepHook(Tell);
+  static_cast<void>(former);
+}
 IUpdateDB::~IUpdateDB() = default;
 IFuncDB::IFuncDB() : CallbackSlot(this) {}
 IFuncDB::~IFuncDB() = default;

@@ -29,6 +29,11 @@
 // - An iterator may be 0, or name a record that was removed: answer as for something unknown.
 // - Colours are 0x00BBGGRR.
 // - The order of the operations of a class is part of the binary interface.
+// - Threads: objects are made and ended on the main thread, before any model is open and after. A
+//   call comes on the thread that works with `session`; where an application has sessions on
+//   several threads, snapshots among them, its operations must bear that. Those that are told of
+//   changes or show something concern the user interface, and so the thread of the sessions bound
+//   to it.
 
 #include <vector>
 
@@ -70,7 +75,10 @@ class QXDB_API IQXDbInterface : public CallbackSlot<IQXDbInterface, Registration
 
 // ==== changes ====================================================================================
 
-/// Told after a change.
+/// Told after a change: of every session, by the library itself, after each commit, undo, redo,
+/// load and roll-back of an outermost transaction, with the change flags of the pools concerned
+/// still set. The session cannot be edited meanwhile. Calls come on the thread that drives the
+/// session.
 class QXDB_API IUpdateDB : public CallbackSlot<IUpdateDB, Registration::kLastWins> {
  public:
   virtual ~IUpdateDB();
@@ -87,6 +95,9 @@ class QXDB_API IUpdateDB : public CallbackSlot<IUpdateDB, Registration::kLastWin
  protected:
   IUpdateDB();
   IUpdateDB(const IUpdateDB&) = default;
+
+ private:
+  static void Tell(CQXDBSession& session);
 };
 
 // ==== analysis cases =============================================================================

@@ -1,37 +1,46 @@
 #pragma once
-// A SQLite file layer that keeps a checksum in the reserved bytes of every page it writes.
+// Databases inside open files, with a checksum at the end of every page.
+//
+// SQLite knows nothing of paths here: it reads and writes through a file that is open already, of
+// which it is shown the pages. So what else is in the folder (journals, logs of its own) and what a
+// name looks like cannot matter, and the file that was checked is the one that is read.
 
 #include <cstdint>
+#include <string>
 
 #include "qx_db/platform/outcome.h"
+#include "qx_db/platform/raw_file.h"
 
-struct sqlite3_vfs;
+struct sqlite3;
 
 namespace qx {
 
 /// Bytes at the end of every page that SQLite leaves to us.
 inline constexpr int kPageReserve = 8;
 
-/// Name under which the layer is registered with SQLite; registers it on the first call. The
-/// layer sits on the default file layer, or on the one set by SetBaseVfs.
-const char* CheckedVfs();
-
-/// Lets tests put a file layer of their own under the checked one. Null: the default.
-QXDB_API void SetBaseVfs(sqlite3_vfs* base);
-
-/// Where the header of a database keeps what we look at before SQLite does.
+/// What the header of a database says before SQLite looks at it.
 struct DatabaseHeader {
   std::uint32_t page_size;
   std::uint32_t page_count;
-  std::uint32_t application_id;
   std::uint32_t format;  ///< the user version
   std::uint64_t file_size;
   std::uint64_t PageBytes() const { return std::uint64_t{page_size} * page_count; }
 };
 
-/// Reads the file at `path` raw: it must be a database with the application id given, of whole
-/// pages, each with the right checksum. What follows the pages is not looked at. The first fault is
-/// reported with its page. Cost: one sequential read.
-Result<DatabaseHeader> CheckPages(const std::string& path, std::uint32_t application_id);
+/// Reads the header: it must be that of a database with the application id given, made as ours are
+/// (no log of writes, no vacuum, pages with room for a checksum), and the file must be long enough.
+/// `path` is what failures name. What follows the pages is not looked at.
+Result<DatabaseHeader> ReadHeader(RawFile& file, const std::string& path,
+                                  std::uint32_t application_id);
+
+/// Whether every page has the right checksum; the first that has not is named. Cost: one sequential
+/// read.
+Outcome CheckPages(RawFile& file, const std::string& path, const DatabaseHeader& header);
+
+/// Opens the pages of a file to be read; each is checked when it is read. Gives a result code of
+/// SQLite; `database` must be closed in any case, before the file.
+int OpenToRead(RawFile& file, const DatabaseHeader& header, sqlite3** database);
+/// Opens an empty file to be filled with pages; each gets its checksum when it is written.
+int OpenToWrite(RawFile& file, sqlite3** database);
 
 }  // namespace qx

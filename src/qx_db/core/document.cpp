@@ -10,7 +10,8 @@ CQXDocBase::CQXDocBase(CQXDBSession::PoolSetup setup) : session_(setup, this) {
   saved_state_ = session_.StateHash();
 }
 
-void CQXDocBase::New() {
+int CQXDocBase::New() {
+  if (session_.IsBusy()) return 0;
   CQXDBSession fresh(session_.Setup());
   for (DPoolBase* pool : fresh.Pools()) pool->AddDefault();
   Release();
@@ -18,6 +19,7 @@ void CQXDocBase::New() {
   session_.AnnounceLoaded();
   path_.clear();
   saved_state_ = session_.StateHash();
+  return 1;
 }
 
 /// Loads past the keeper, which must not take the exchange for an edit. It stays when the load
@@ -65,6 +67,8 @@ Outcome CQXDocBase::OpenForEditing(const std::string& path, const DurabilityOpti
   if (Outcome loaded = Load(path, report, &continuation); !loaded) return loaded;
   keeper_ = std::make_unique<StepKeeper>(session_, path, std::move(*lock), options);
   keeper_->GoOn(continuation);
+  RunLoadHooks(session_);
+  saved_state_ = session_.StateHash();
   if (report) report->stale_lock = keeper_->StaleLock();
   return {};
 }

@@ -16,6 +16,8 @@ namespace qx {
 ///
 /// A document may keep its steps: from then on each committed, undone and redone step is in the
 /// file, durable as its options say, and the file is no one else's to write.
+///
+/// Threads: the document is used on the thread that drives its session.
 class QXDB_API CQXDocBase {
  public:
   explicit CQXDocBase(CQXDBSession::PoolSetup setup);
@@ -30,8 +32,9 @@ class QXDB_API CQXDocBase {
   /// Whether the model differs from what was last opened or saved.
   bool IsModified() const { return session_.StateHash() != saved_state_; }
 
-  /// Empties the model and adds each pool's default record. Steps are no longer kept.
-  void New();
+  /// Empties the model and adds each pool's default record. Steps are no longer kept. 0, changing
+  /// nothing, while a transaction is open or a step is being told of.
+  int New();
   /// Replaces the model by a file's, to be read only or saved as a whole: its last state, with its
   /// history. On failure the document is as it was. Steps are no longer kept.
   Outcome Open(const std::string& path, ModelFileReport* report = nullptr);

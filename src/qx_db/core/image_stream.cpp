@@ -6,7 +6,7 @@ namespace qx {
 
 std::uint32_t AppendImage(const Schema& schema, const TStructBase& record,
                           std::vector<char>& stream) {
-  const std::uint32_t size = ImageSize(schema, record);
+  const auto size = static_cast<std::uint32_t>(ImageSize(schema, record));
   const std::size_t at = stream.size();
   stream.resize(at + 4 + size);
   StoreAt(stream.data() + at, size);
@@ -17,6 +17,7 @@ std::uint32_t AppendImage(const Schema& schema, const TStructBase& record,
 
 std::string ReadImages(std::span<const char> stream, std::int64_t count, const ImageReader& reader,
                        DPoolBase& pool) {
+  const auto record = pool.NewRecord();
   std::size_t at = 0;
   for (std::int64_t i = 0; i < count; ++i) {
     const auto fault_of = [i](const std::string& what) {
@@ -29,7 +30,6 @@ std::string ReadImages(std::span<const char> stream, std::int64_t count, const I
     if (const std::string fault = reader.Check(image, size); !fault.empty()) {
       return fault_of(fault);
     }
-    TStructBase* record = pool.GetDataPtrForUndoRedo();
     reader.Read(image, *record);
     if (!pool.Set().Insert(*record)) {
       return fault_of("key " + std::to_string(record->GetKey()) +

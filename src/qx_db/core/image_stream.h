@@ -11,7 +11,7 @@
 
 namespace qx {
 
-/// Appends a record; returns the bytes of its image.
+/// Appends a record, whose image must not exceed kMaxImageSize; returns the image's bytes.
 QXDB_API std::uint32_t AppendImage(const Schema& schema, const TStructBase& record,
                                    std::vector<char>& stream);
 

@@ -49,6 +49,7 @@ void Journal::Open(std::u16string_view name) {
   current_ = Step{};
   current_.name = name;
   final_ = 0;
+  taken_back_ = false;
   open_ = true;
 }
 
@@ -90,9 +91,21 @@ void Journal::Record(const tagTRNotify& notice) {
   images.after = after;
 }
 
+void Journal::BeforeUnits() {
+  if (current_.units) return;
+  const CQXUnitCtrl& now = session_.Units();
+  current_.units = std::make_unique<Step::Units>(Step::Units{now, now});
+}
+
+void Journal::AfterUnits() {
+  const CQXUnitCtrl& now = session_.Units();
+  current_.units->after = now;
+  if (current_.units->before == now) current_.units.reset();
+}
+
 void Journal::RollbackTo(std::size_t mark) {
   const std::size_t first = std::max(mark, final_) - final_;
-  TakeBack(current_, first);
+  if (!taken_back_) TakeBack(current_, first);
   while (current_.changes.size() > first) {
     const Change change = current_.changes.back();
     current_.changes.pop_back();
@@ -109,21 +122,50 @@ void Journal::RollbackTo(std::size_t mark) {
 
 void Journal::Finalize() {
   if (!open_) return;
+  const auto is_removal = [](const Change& change) {
+    return change.operation == tagTRNotify::kRemoved;
+  };
+  final_removals_.reserve(final_removals_.size() +
+                          static_cast<std::size_t>(std::count_if(
+                              current_.changes.begin(), current_.changes.end(), is_removal)));
+  for (const Change& change : current_.changes) {
+    if (change.operation == tagTRNotify::kModified) ClearModified(change.item);
+    if (is_removal(change)) final_removals_.emplace_back(change.type, change.item);
+  }
+  EndFinal();
+}
+
+void Journal::EndFinal() {
+  final_ += current_.changes.size();
+  Step rest;
+  rest.name.swap(current_.name);
+  rest.units.swap(current_.units);
+  current_ = std::move(rest);
+}
+
+void Journal::FreeFinal() {
   for (const Change& change : current_.changes) {
     if (change.operation == tagTRNotify::kModified) ClearModified(change.item);
   }
   FreeDetached(current_, tagTRNotify::kRemoved);
-  final_ += current_.changes.size();
-  Step rest;
-  rest.name.swap(current_.name);
-  current_ = std::move(rest);
+  EndFinal();
+  for (const auto& [type, item] : final_removals_) Pool(type).Set().FreeDetached(item);
+  final_removals_.clear();
+}
+
+void Journal::TakeBackOpen() {
+  if (reserved_) done_.pop_back();
+  reserved_ = false;
+  TakeBack(current_, 0);
+  taken_back_ = true;
 }
 
 void Journal::Discard() {
   if (reserved_) done_.pop_back();
   reserved_ = false;
   if (open_) RollbackTo(0);
-  open_ = false;
+  if (HasFinal()) FreeFinal();
+  open_ = taken_back_ = false;
 }
 
 void Journal::ReserveClose() {
@@ -132,21 +174,26 @@ void Journal::ReserveClose() {
 }
 
 bool Journal::Close() {
-  open_ = false;
-  if (current_.changes.empty()) return false;
+  if (current_.IsEmpty()) {
+    open_ = false;
+    return false;
+  }
   CloseEvenEmpty();
   return true;
 }
 
 void Journal::CloseEvenEmpty() {
+  ReserveClose();  // where that fails the step is still open, and can be taken back
   open_ = false;
   for (const Change& change : current_.changes) {
     if (change.operation == tagTRNotify::kModified) ClearModified(change.item);
   }
-  ReserveClose();
   reserved_ = false;
+  if (current_.number == 0) current_.number = next_number_;
+  next_number_ = std::max(next_number_, current_.number + 1);
   ForgetUndone();
   done_.back() = std::move(current_);
+  Count(done_.back());
   current_ = Step{};
 }
 
@@ -173,9 +220,9 @@ void Journal::TryRestoreImage(const Step& step, const Change& change, bool befor
     return;
   }
   DPoolBase& pool = Pool(change.type);
-  TStructBase* scratch = pool.GetDataPtrForUndoRedo();
-  scratch->Stream2Data(image, size);
-  pool.Set().SetAt(change.item, *scratch);
+  const auto whole = pool.NewRecord();
+  whole->Stream2Data(image, size);
+  pool.Set().SetAt(change.item, *whole);
 }
 
 /// Detaches the records of changes [begin, end), which one pool inserted in this order.
@@ -203,7 +250,10 @@ void Journal::Detach(Step& step, std::size_t begin, std::size_t end) {
 
 void Journal::TakeBack(Step& step, std::size_t mark) {
   std::vector<Change> displaced;
-  if (mark == 0) step.held = 0;  // none of what was removed stays so
+  if (mark == 0) {
+    step.held = 0;  // none of what was removed stays so
+    if (step.units) session_.SetUnits(step.units->before);
+  }
   for (std::size_t i = step.changes.size(); i > mark;) {
     Change& change = step.changes[i - 1];
     if (change.operation == tagTRNotify::kModified) {
@@ -243,6 +293,7 @@ void Journal::TakeBack(Step& step, std::size_t mark) {
 
 void Journal::DoAgain(Step& step) {
   step.held = 0;  // of what was inserted
+  if (step.units) session_.SetUnits(step.units->after);
   for (Change& change : step.changes) {
     KeyedSetBase& set = Pool(change.type).Set();
     if (change.operation == tagTRNotify::kModified) {
@@ -266,6 +317,7 @@ const Step& Journal::Undo() {
   undone_.push_back(std::move(done_.back()));
   done_.pop_back();
   TakeBack(undone_.back(), 0);
+  Count(undone_.back());
   return undone_.back();
 }
 
@@ -273,6 +325,7 @@ const Step& Journal::Redo() {
   done_.push_back(std::move(undone_.back()));
   undone_.pop_back();
   DoAgain(done_.back());
+  Count(done_.back());
   return done_.back();
 }
 
@@ -285,17 +338,23 @@ void Journal::FreeDetached(Step& step, std::uint16_t operation) {
 void Journal::ForgetUndone() {
   // From the last undone step to the first: a record inserted by one and removed by a later one
   // belongs to the insertion, and is freed once.
-  for (Step& step : undone_) FreeDetached(step, tagTRNotify::kInserted);
+  for (Step& step : undone_) {
+    FreeDetached(step, tagTRNotify::kInserted);
+    bytes_ -= step.counted;
+  }
   undone_.clear();
 }
 
 void Journal::ForgetOldest() {
   FreeDetached(done_.front(), tagTRNotify::kRemoved);
+  first_state_ = done_.front().number;
+  bytes_ -= done_.front().counted;
   done_.pop_front();
 }
 
 void Journal::ForgetLatest() {
   FreeDetached(undone_.front(), tagTRNotify::kInserted);
+  bytes_ -= undone_.front().counted;
   undone_.erase(undone_.begin());
 }
 
@@ -304,38 +363,59 @@ void Journal::Forget() {
   while (!done_.empty()) ForgetOldest();
 }
 
+std::string Journal::Validate() const {
+  const auto fault = [&](const Step& step) -> std::string {
+    for (const Change& change : step.changes) {
+      const DPoolBase* pool = session_.GetDataPool(change.type);
+      if (pool && pool->Set().Owns(change.item) && !pool->Set().IsFree(change.item)) continue;
+      return "invariant 10 at step " + std::to_string(step.number) +
+             ": it names a record that does not exist";
+    }
+    return {};
+  };
+  for (const Step& step : done_) {
+    if (std::string found = fault(step); !found.empty()) return found;
+  }
+  for (const Step& step : undone_) {
+    if (std::string found = fault(step); !found.empty()) return found;
+  }
+  return fault(current_);
+}
+
 std::int64_t Journal::NumberSteps(std::int64_t next, std::int64_t time_ms) {
+  next = std::max(next, next_number_);
   const auto learn = [&](const Step& step) { next = std::max(next, step.number + 1); };
   std::for_each(done_.begin(), done_.end(), learn);
   std::for_each(undone_.begin(), undone_.end(), learn);
   const auto stamp = [&](Step& step) {
-    if (step.number != 0) return;
-    step.number = next++;
-    step.time_ms = time_ms;
+    if (step.number == 0) step.number = next++;  // one that was read from a file without numbers
+    if (step.time_ms == 0) step.time_ms = time_ms;
   };
   std::for_each(done_.begin(), done_.end(), stamp);
   std::for_each(undone_.rbegin(), undone_.rend(), stamp);
-  return next;
+  return next_number_ = next;
 }
 
-void Journal::SetLimits(const HistoryLimits& limits) {
-  limits_ = limits;
-  EnforceLimits();
+void Journal::SetLimits(const HistoryLimits& limits) { limits_ = limits; }
+
+void Journal::Count(Step& step) {
+  bytes_ -= step.counted;
+  step.counted = step.Footprint();
+  bytes_ += step.counted;
 }
 
 void Journal::EnforceLimits() {
-  std::size_t bytes = Footprint();
+  if (!is_counted_) {
+    for (Step& step : done_) step.counted = step.Footprint();
+    for (Step& step : undone_) step.counted = step.Footprint();
+    bytes_ = Footprint();
+    is_counted_ = true;
+  }
   const auto beyond = [&] {
-    return done_.size() + undone_.size() > limits_.steps || bytes > limits_.bytes;
+    return done_.size() + undone_.size() > limits_.steps || bytes_ > limits_.bytes;
   };
-  while (beyond() && !done_.empty()) {
-    bytes -= done_.front().Footprint();
-    ForgetOldest();
-  }
-  while (beyond() && !undone_.empty()) {
-    bytes -= undone_.front().Footprint();
-    ForgetLatest();
-  }
+  while (beyond() && !done_.empty()) ForgetOldest();
+  while (beyond() && !undone_.empty()) ForgetLatest();
 }
 
 std::size_t Journal::Footprint() const {

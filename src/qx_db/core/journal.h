@@ -9,11 +9,13 @@
 
 #include <cstdint>
 #include <deque>
+#include <memory>
 #include <span>
 #include <string>
 #include <vector>
 
 #include "qx_db/core/append_log.h"
+#include "qx_db/lib/units.h"
 #include "qx_db/pool/notify.h"
 #include "qx_db/pool/pool_base.h"
 
@@ -41,16 +43,25 @@ struct Step {
     std::uint32_t after_size;
   };
 
+  /// A change of the model's units.
+  struct Units {
+    CQXUnitCtrl before;
+    CQXUnitCtrl after;
+  };
+
   std::u16string name;
+  std::unique_ptr<Units> units;  ///< null where they stay
   AppendLog<Change> changes;
   AppendLog<Images> images;
-  AppendLog<char> bytes;  ///< the images
-  std::size_t held = 0;   ///< bytes of detached records that only this step keeps alive
-  /// Where a file keeps the step: its number there, and when it was committed, in milliseconds
-  /// since 1970. 0 without a file.
+  AppendLog<char> bytes;    ///< the images
+  std::size_t held = 0;     ///< bytes of detached records that only this step keeps alive
+  std::size_t counted = 0;  ///< what the journal's sum has of its footprint
+  /// Names the step, also in a file that keeps it; higher than that of every step made before. When
+  /// a file first kept it, in milliseconds since 1970, 0 without one.
   std::int64_t number = 0;
   std::int64_t time_ms = 0;
 
+  bool IsEmpty() const { return changes.empty() && !units; }
   /// Memory that dropping the step would free.
   std::size_t Footprint() const {
     return changes.capacity() * sizeof(Change) + images.capacity() * sizeof(Images) +
@@ -69,7 +80,8 @@ struct HistoryLimits {
 ///
 /// Invariants: (1) changes are taken back in reverse order and redone in order, nothing between;
 /// (2) a record that a change names is linked or detached, never freed; (3) a detached record is
-/// owned by exactly one step: the done step that removed it, or the undone step that inserted it.
+/// owned by exactly one step: the done step that removed it, or the undone step that inserted it;
+/// or by the journal itself, when its removal has become final in the open step.
 class QXDB_API Journal {
  public:
   explicit Journal(CQXDBSession& session) : session_(session) {}
@@ -84,14 +96,24 @@ class QXDB_API Journal {
   /// The notice after a modification is to follow the one before it at once. Where memory runs out,
   /// nothing of a notice is kept; the record is put back when it was the one after.
   void Record(const tagTRNotify& notice);
+  /// The session's units are about to change, in the open step; then, that they have.
+  void BeforeUnits();
+  void AfterUnits();
   void Reserve(std::size_t count) { current_.changes.reserve(current_.changes.size() + count); }
   /// How far the open step has come.
   std::size_t Mark() const { return final_ + current_.changes.size(); }
   /// Takes back the changes since a mark, as far as they are not final. The step stays open.
   void RollbackTo(std::size_t mark);
-  /// Makes what the open step has changed so far final, and goes on with it.
+  /// Makes what the open step has changed so far final, but for units, and goes on with it. What it
+  /// removed stays allocated, for records that still refer to it, until FreeFinal.
   void Finalize();
-  /// Takes back the whole open step and ends it.
+  /// Whether records are gone for good that others may still refer to.
+  bool HasFinal() const { return !final_removals_.empty(); }
+  /// Makes all of the open step final and frees what it removed: nothing refers to that any more.
+  void FreeFinal();
+  /// Takes back the whole open step, which still tells what it was.
+  void TakeBackOpen();
+  /// Ends the open step: takes back what was not, and forgets it.
   void Discard();
   /// Ends the open step; one that changed nothing leaves no trace. True when it was kept. The
   /// limits apply when EnforceLimits is called next, so that the step can be announced first.
@@ -108,7 +130,8 @@ class QXDB_API Journal {
   /// Take back the last done step, or do the last undone one again. Require that there is one.
   const Step& Undo();
   const Step& Redo();
-  /// Undoing may leave more than the limits allow: it takes no memory that was not taken before.
+  /// They hold from the next EnforceLimits on. Undoing may leave more than the limits allow: it
+  /// takes no memory that was not taken before.
   void SetLimits(const HistoryLimits& limits);
   const HistoryLimits& Limits() const { return limits_; }
   void EnforceLimits();
@@ -118,21 +141,40 @@ class QXDB_API Journal {
   /// Drops all history and frees what only it held.
   void Forget();
 
-  /// Gives steps without a number the next ones; see the session.
+  /// Gives steps without a time this one. Returns the number after the highest, at least `next`.
   std::int64_t NumberSteps(std::int64_t next, std::int64_t time_ms);
+  /// The number of the state that the oldest step done starts from: of the step before it, or a
+  /// negative one, or 0 as long as nothing has changed.
+  std::int64_t FirstState() const { return first_state_; }
+  /// The number of the present state: of the last step done, or of the first state.
+  std::int64_t State() const { return done_.empty() ? first_state_ : done_.back().number; }
+  /// The present state, without a history, is one that no step leads to.
+  void NewState() { first_state_ = --last_state_; }
+
+  /// "" or the first broken invariant of the history.
+  std::string Validate() const;
 
   // ---- history from a file ----------------------------------------------------------------------
 
   /// An empty step, to be filled while it is taken back; it is the next to redo.
-  Step& AddUndone() { return undone_.emplace_back(); }
+  Step& AddUndone() {
+    is_counted_ = false;
+    return undone_.emplace_back();
+  }
   /// Exchanges the histories of two journals whose sessions have exchanged their contents.
   void SwapHistory(Journal& other) {
     done_.swap(other.done_);
     undone_.swap(other.undone_);
+    for (Journal* journal : {this, &other}) {
+      journal->NewState();
+      journal->is_counted_ = false;
+      journal->next_number_ = journal->NumberSteps(1, 0);
+    }
   }
 
  private:
   DPoolBase& Pool(std::uint16_t type) const;
+  void EndFinal();
   void TakeBack(Step& step, std::size_t mark);
   void DoAgain(Step& step);
   void Detach(Step& step, std::size_t begin, std::size_t end);
@@ -141,6 +183,7 @@ class QXDB_API Journal {
   void ForgetUndone();
   void ForgetOldest();
   void ForgetLatest();
+  void Count(Step& step);
   void FreeDetached(Step& step, std::uint16_t operation);
 
   CQXDBSession& session_;
@@ -148,9 +191,16 @@ class QXDB_API Journal {
   bool open_ = false;
   bool reserved_ = false;  // the last of done_ is room for the open step
   Step current_;
-  std::size_t final_ = 0;     // changes of the open step that are no longer in it
+  std::size_t final_ = 0;    // changes of the open step that are no longer in it
+  bool taken_back_ = false;  // the open step, but for what is final
+  std::vector<std::pair<std::uint16_t, ITR>> final_removals_;
   std::deque<Step> done_;     // oldest first
   std::vector<Step> undone_;  // the next to redo last
+  std::size_t bytes_ = 0;     // the footprints of done_ and undone_, as counted
+  bool is_counted_ = true;    // else to be counted anew
+  std::int64_t first_state_ = 0;
+  std::int64_t last_state_ = 0;  // given to one without a step
+  std::int64_t next_number_ = 1;
 };
 
 }  // namespace qx

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -68,13 +69,25 @@ class QXDB_API ModelFileWriter {
   std::unique_ptr<Impl> impl_;
 };
 
-/// A model file being read. Opening checks every page of it.
+/// A model file being read, from one open handle: whatever becomes of its name meanwhile, all that
+/// is read is of one file. Opening reads its header and directory; each page is checked when it is
+/// read.
 class QXDB_API ModelFileReader {
  public:
-  static Result<std::unique_ptr<ModelFileReader>> Open(const std::string& path);
+  /// With `writing`, for who has the right to append steps (ReadSteps).
+  static Result<std::unique_ptr<ModelFileReader>> Open(const std::string& path,
+                                                       bool writing = false);
   ~ModelFileReader();
   const ModelFileReport& Report() const;
+  /// Checks every page, also those that no question touches. Cost: one sequential read.
+  Outcome CheckAllPages();
   Outcome ReadUnits(CQXUnitCtrl& units);
+  /// Called with the images of a chunk (image_stream.h) and their number; gives "" or what is wrong
+  /// with them, which ends the reading.
+  using ChunkVisit = std::function<std::string(std::span<const char> images, std::int64_t records)>;
+  /// The chunks of a pool in the order of its list, each checked by its checksum. None of a pool
+  /// that the file does not hold. What is not asked for is not read.
+  Outcome ForEachChunk(std::uint16_t type, const ChunkVisit& visit);
   /// Fills an empty pool, keys still standing for references. A pool that the file does not hold
   /// stays empty.
   Outcome ReadPool(DPoolBase& pool);
@@ -113,11 +126,31 @@ struct ModelContinuation {
   ~ModelContinuation();
 };
 
-/// Replaces the contents of a session by a file's: all pools are read, then keys become
-/// iterators, the steps since the last save are done again, then the pools' OnAfterLoad hooks run.
-/// The history comes with it. On failure the session is as it was.
+/// Replaces the contents of a session by a file's, as ReadModel reads it, with its history. On
+/// failure the session is as it was. Whoever goes on with the file (`continuation`) calls
+/// RunLoadHooks when steps are kept again.
 QXDB_API Outcome LoadModel(CQXDBSession& session, const std::string& path,
                            ModelFileReport* report = nullptr,
                            ModelContinuation* continuation = nullptr);
+
+struct ModelReadOptions {
+  /// Fails where a reference leads to no record, naming such references by pool and key. Otherwise
+  /// they are cleared, and counted in the report.
+  bool complete = false;
+};
+
+/// Reads a model file into a session of its own. This is the one way in which files are read, for
+/// opening, editing, importing, comparing and verifying: all pools are read, then keys become
+/// iterators, then the steps since the last save are done again with the history, then the pools'
+/// OnAfterLoad hooks run.
+QXDB_API Result<std::unique_ptr<CQXDBSession>> ReadModel(const std::string& path,
+                                                         CQXDBSession::PoolSetup setup,
+                                                         const ModelReadOptions& options = {},
+                                                         ModelFileReport* report = nullptr);
+
+/// Runs the pools' OnAfterLoad hooks. What they change is one step, undoable as any other, so that
+/// the history stays. While there are undone steps, which a new one would end, nothing is changed.
+/// 1, or 0 when the step was refused.
+QXDB_API int RunLoadHooks(CQXDBSession& session);
 
 }  // namespace qx

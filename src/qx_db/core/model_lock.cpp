@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <charconv>
 #include <filesystem>
+#include <string_view>
 
 #include "qx_db/platform/file.h"
+#include "qx_db/platform/new_file.h"
 #include "qx_db/platform/raw_file.h"
 
 namespace qx {
@@ -23,7 +25,9 @@ struct Holder {
                                        [](unsigned char c) { return c > ' ' && c < 127; });
     const char* digits = text.data() + end + 1;
     const auto [stop, fault] = std::from_chars(digits, text.data() + text.size(), process);
-    if (printable && fault == std::errc() && process > 0) host = text.substr(0, end);
+    const bool whole =
+        fault == std::errc() && std::string_view(stop, text.data() + text.size()) == "\n";
+    if (printable && whole && process > 0) host = text.substr(0, end);
   }
   std::string Text() const {
     return host.empty() ? "an unknown process" : host + ", process " + std::to_string(process);
@@ -66,6 +70,11 @@ Result<std::unique_ptr<ModelLock>> ModelLock::Take(const std::string& model) {
     return Failure{path, "", "cannot be locked: " + ErrorText(error),
                    "check the folder, its permissions, and that this is a plain file"};
   }
+  if (!text.empty() && former.host.empty()) {
+    taken->lock_->LeaveFile();
+    return Failure{path, "", "is no lock, and stands where one would be",
+                   "rename it, or save under another name"};
+  }
   // A lock held on another host may be invisible from here.
   if (!former.host.empty() && former.host != HostName()) {
     taken->lock_->LeaveFile();
@@ -81,6 +90,7 @@ Result<std::unique_ptr<ModelLock>> ModelLock::Take(const std::string& model) {
     return Failure{model, "", "is being edited under another name",
                    "close it there, or open it for reading"};
   }
+  NewFile::RemoveLeftovers(model);
   return taken;
 }
 

@@ -1,5 +1,7 @@
 #include "qx_db/pool/pool_base.h"
 
+#include <algorithm>
+
 #include "qx_db/core/relations.h"
 #include "qx_db/core/session.h"
 #include "qx_db/core/transaction.h"
@@ -19,17 +21,6 @@ std::u16string IONameOf(std::string_view record_name) {
 
 DPoolBase::DPoolBase(std::uint16_t type, CQXDBSession* session)
     : session_(session), type_(type), recorder_(session) {}
-
-TStructBase* FreshRecord(DPoolBase& pool) {
-  TStructBase* record = pool.GetDataPtrForUndoRedo();
-  for (const Row& row : pool.GetSchema().Rows()) {
-    if (row.IsArray()) continue;
-    std::memset(reinterpret_cast<char*>(record) + row.offset, 0,
-                static_cast<std::size_t>(row.size));
-  }
-  record->Init();
-  return record;
-}
 
 DPoolBase::~DPoolBase() = default;
 
@@ -70,6 +61,48 @@ CString DPoolBase::GetAPIName() const {
 void DPoolBase::TArrayK2TArrayITR(const TArray<Key>& keys, TArray<ITR>& out) const {
   out.SetSize(keys.GetSize());
   set_->FindMany({keys.data(), keys.size()}, {out.data(), out.size()});
+}
+
+namespace {
+
+/// The step among those from `begin` to `end` that did the operation to the item; null for none.
+template <class Steps>
+const Step* StepOf(Steps begin, Steps end, ITR item, std::uint16_t operation) {
+  for (; begin != end; ++begin) {
+    const auto& changes = begin->changes;
+    if (std::any_of(changes.begin(), changes.end(), [&](const Change& change) {
+          return change.item == item && change.operation == operation;
+        })) {
+      return &*begin;
+    }
+  }
+  return nullptr;
+}
+
+}  // namespace
+
+StampCheck DPoolBase::Check(const RecordStamp& stamp) const {
+  if (!set_->IsAlive(stamp)) return {};
+  if (!KeyedSetBase::IsRemoved(stamp.item)) return {true, {}, 0};
+  StampCheck gone;
+  if (!session_) return gone;
+  // What is detached belongs to the open step or a done one that removed it, or to an undone one
+  // that inserted it.
+  const Journal& history = session_->History();
+  const auto& done = history.Done();
+  const Step* step = nullptr;
+  if (history.IsOpen()) {
+    step = StepOf(&history.Current(), &history.Current() + 1, stamp.item, tagTRNotify::kRemoved);
+  }
+  if (!step) step = StepOf(done.rbegin(), done.rend(), stamp.item, tagTRNotify::kRemoved);
+  if (!step) {
+    const auto& undone = history.Undone();
+    step = StepOf(undone.begin(), undone.end(), stamp.item, tagTRNotify::kInserted);
+  }
+  if (!step) return gone;
+  gone.removed_by = step->name;
+  gone.step = step->number;
+  return gone;
 }
 
 DeletorBase::~DeletorBase() = default;

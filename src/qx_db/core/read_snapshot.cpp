@@ -1,6 +1,7 @@
 #include "qx_db/core/read_snapshot.h"
 
 #include "qx_db/core/step_numbers.h"
+#include "qx_db/pool/hash_size.h"
 #include "qx_db/record/verbs.h"
 
 namespace qx {
@@ -17,7 +18,7 @@ std::unique_ptr<CQXDBSession> TakeSnapshot(const CQXDBSession& session) {
     if (!pool->NeedSaveNLoad() || !to) continue;
     auto& items = copies[pool->GetTypeCode()];
     items.reserve(static_cast<std::size_t>(pool->GetSize()));
-    to->Set().SetHashSize(pool->GetSize());
+    to->Set().SetHashSize(GF_GetHashSizeByCount(pool->GetSize()));
     for (ITR pos = pool->GetHeadPosition(); pos; pool->Next(pos)) {
       const ITR item = to->Set().CreateDetached(*KeyedSetBase::RecordAt(pos));
       to->Set().AppendDetached(item);

@@ -9,9 +9,9 @@
 namespace qx {
 
 /// A session with the records and units that `session` has now, equal by StateHash, without its
-/// history or listeners. Nothing is shared: another thread may read it, or hand it to an exporter,
-/// while the first session is edited (but not through CopyToDummyPtr, whose scratch record is one
-/// of the process). Cost: a copy of every record, and its memory.
+/// history or listeners. To be taken on the thread that drives `session`. Nothing is shared:
+/// another thread may read, export, check and save it while the first session is edited. Cost: a
+/// copy of every record, and its memory.
 QXDB_API std::unique_ptr<CQXDBSession> TakeSnapshot(const CQXDBSession& session);
 
 }  // namespace qx

@@ -98,12 +98,25 @@ int DropDeadReferences(DPoolBase& pool) {
     if (fate == Fate::kRemoved) {
       changed += pool.Remove(item);
     } else if (fate == Fate::kRepaired) {
-      TStructBase* repaired = pool.CopyToDummyPtr(item);
+      const auto repaired = pool.CopyRecord(item);
       for (const Row* row : rows) ClearFrom(*row, detail::Bytes(*repaired));
-      changed += pool.SetAtNU(item, repaired);
+      changed += pool.SetAtNU(item, repaired.get());
     }
   }
   return changed;
+}
+
+void ClearDeadReferences(DPoolBase& pool) {
+  const auto& rows = pool.GetSchema().References();
+  if (rows.empty()) return;
+  for (ITR item = pool.GetHeadPosition(); item; pool.Next(item)) {
+    TStructBase& record = *KeyedSetBase::RecordAt(item);
+    for (const Row* row : rows) {
+      if (Count(*row, record).dead == 0) continue;
+      ClearFrom(*row, detail::Bytes(record));
+      pool.Set().Touch();
+    }
+  }
 }
 
 }  // namespace qx

@@ -12,6 +12,10 @@ namespace qx {
 /// Returns how many records were changed or removed.
 QXDB_API int DropDeadReferences(DPoolBase& pool);
 
+/// Clears every reference of the pool's records to a removed record, or drops it from its array, in
+/// place and unrecorded. Takes no memory.
+QXDB_API void ClearDeadReferences(DPoolBase& pool);
+
 /// Drops the entries of a reference array, in the record at `bytes`, whose reference is gone, with
 /// the entries beside them; the others keep their order.
 QXDB_API void DropEntries(const Row& row, char* bytes, bool (*is_gone)(ITR));

@@ -20,13 +20,13 @@ struct KeyChange {
 };
 
 Outcome Apply(const KeyChange& change) {
-  ITR pos = change.pos;
+  const ITR pos = change.pos;
   if (LoadAt<Key>(detail::Bytes(*KeyedSetBase::RecordAt(pos)) + change.offset) == change.key) {
     return {};
   }
-  TStructBase* record = change.pool->CopyToDummyPtr(pos);
+  const auto record = change.pool->CopyRecord(pos);
   StoreAt(detail::Bytes(*record) + change.offset, change.key);
-  if (change.pool->SetAtNU(pos, record)) return {};
+  if (change.pool->SetAtNU(pos, record.get())) return {};
   return Failure{"", change.pool->GetAPIName().ToUtf8() + " " + std::to_string(KeyOf(pos)),
                  "cannot be given another key", "see the message above"};
 }

@@ -37,16 +37,17 @@ Result<std::unique_ptr<ImageReader>> ImageReader::Make(const Schema& present,
       return Failure{"", place, "member " + name + " has another form than in this version",
                      "open it with the version that wrote it"};
     }
-    row.name = reader->names_.emplace_back(match->name).c_str();
-    row.offset = offset;
-    row.number = match->number;
+    Row& stored_row = rows.emplace_back(*match);
+    stored_row.name = reader->names_.emplace_back(match->name).c_str();
+    stored_row.offset = offset;
+    stored_row.beside = 0;  // what names other members by their place now
+    stored_row.unit = UnitRule{};
     offset += row.size;
-    rows.push_back(row);
-  }
-  if (!lines.eof() || rows.empty() || std::u16string_view(rows[0].name) != u"_KEY") {
-    return Failure{"", place, "the stored schema cannot be read", "restore it from a backup"};
   }
   reader->stored_ = std::make_unique<Schema>(present.Name(), present.Type(), offset, rows);
+  if (!lines.eof() || !reader->stored_->Validate().empty()) {
+    return Failure{"", place, "the stored schema cannot be read", "restore it from a backup"};
+  }
   return reader;
 }
 

@@ -1,7 +1,12 @@
 #include "qx_db/core/session.h"
 
 #include <algorithm>
-#include <cassert>
+#include <new>
+#include <utility>
+
+#include "qx_db/core/relations.h"
+#include "qx_db/core/transaction.h"
+#include "qx_db/lib/message.h"
 
 namespace qx {
 namespace {
@@ -21,17 +26,30 @@ CQXDBSession::~CQXDBSession() {
   // Detached records are freed through their pools, so history goes first.
   journal_.Discard();
   journal_.Forget();
-  recording_ = has_history_ = false;
+  recording_ = minds_unrecorded_ = false;
+  while (innermost_) {  // transactions that outlive their session have nothing to end
+    innermost_->open_ = false;
+    innermost_ = innermost_->outer_;
+  }
 }
 
 // ---- pools --------------------------------------------------------------------------------------
 
-void CQXDBSession::AddPool(std::unique_ptr<DPoolBase> pool) {
+int CQXDBSession::AddPool(std::unique_ptr<DPoolBase> pool) {
   const std::uint16_t type = pool->GetTypeCode();
-  assert(!GetDataPool(type) && "one pool per type code");
+  std::string fault = pool->GetSchema().Validate();
+  if (fault.empty() && GetDataPool(type)) {
+    fault = std::string(pool->GetSchema().Name()) + ": there is a pool of type code " +
+            std::to_string(type) + " already";
+  }
+  if (!fault.empty()) {
+    if (setup_fault_.empty()) setup_fault_ = std::move(fault);
+    return 0;
+  }
   if (type < kDense) dense_[type] = pool.get();
   order_.push_back(pool.get());
   pools_.push_back(std::move(pool));
+  return 1;
 }
 
 DPoolBase* CQXDBSession::FindOutlier(std::uint16_t type) const {
@@ -44,7 +62,7 @@ DPoolBase* CQXDBSession::FindOutlier(std::uint16_t type) const {
 
 void CQXDBSession::EnableRecording(bool on) {
   recording_enabled_ = on;
-  recording_ = on && depth_ > 0;
+  recording_ = on && innermost_;
   if (recording_) UpdateHistoryMark();  // what is recorded from now on can be lost again
 }
 
@@ -55,42 +73,87 @@ void CQXDBSession::SetStepSink(StepSink* sink) {
   UpdateHistoryMark();
 }
 
-void CQXDBSession::OnUnrecordedChange() {
+bool CQXDBSession::AllowUnrecorded() {
+  if (announcing_) return false;
   if (sink_) sink_->OnUnrecordedChange();
-  if (announcing_) {  // the steps are being read
-    forget_ = true;
-    return;
-  }
-  // Inside a transaction the open step, too, names records that may be about to be freed; what it
-  // recorded so far becomes final.
+  // Inside a transaction what the open step recorded so far becomes final: it, too, names records
+  // that may be about to be freed.
   journal_.Finalize();
   journal_.Forget();
-  has_history_ = sink_ != nullptr;
+  journal_.NewState();
+  state_known_ = false;
+  minds_unrecorded_ = sink_ != nullptr;
+  return true;
 }
 
-/// With a sink, unrecorded changes are to be heard of even without a history to lose.
+/// With a sink, or somebody who knows the present state, unrecorded changes are to be heard of even
+/// without a history to lose; while a step is told of, to be refused.
 void CQXDBSession::UpdateHistoryMark() {
-  has_history_ =
-      sink_ || journal_.IsOpen() || !journal_.Done().empty() || !journal_.Undone().empty();
+  minds_unrecorded_ = announcing_ || sink_ || state_known_ || journal_.IsOpen() ||
+                      !journal_.Done().empty() || !journal_.Undone().empty();
+}
+
+std::int64_t CQXDBSession::State() {
+  state_known_ = true;
+  UpdateHistoryMark();
+  return journal_.State();
+}
+
+// ---- units --------------------------------------------------------------------------------------
+
+template <class Edit>
+void SessionUnits::Change(Edit&& edit) {
+  if (session_.announcing_) return;
+  if (session_.IsRecording()) {
+    session_.journal_.BeforeUnits();
+    edit();
+    session_.journal_.AfterUnits();
+    return;
+  }
+  if (session_.sink_) session_.sink_->OnUnrecordedChange();
+  edit();
+}
+
+void SessionUnits::SetModel(const UnitSystem& system) {
+  Change([&] { CQXUnitCtrl::SetModel(system); });
+}
+
+void SessionUnits::SetCurrent(const UnitSystem& system) {
+  Change([&] { CQXUnitCtrl::SetCurrent(system); });
+}
+
+SessionUnits& SessionUnits::operator=(const CQXUnitCtrl& units) {
+  Change([&] { CQXUnitCtrl::operator=(units); });
+  return *this;
+}
+
+int CQXDBSession::ChangeUnits(const UnitSystem& current) {
+  CTransaction step(this);
+  if (!IsValid(current) || !step.Begin(qxLoadText("IDS_QX_TRANS_UNITS").c_str())) return 0;
+  units_.SetCurrent(current);
+  return step.Commit();
 }
 
 // ---- transactions -------------------------------------------------------------------------------
 
-std::size_t CQXDBSession::BeginTransaction(std::u16string_view name) {
-  if (depth_ == 0) journal_.Open(name);  // may throw, and then nothing has begun
-  if (depth_++ > 0) return journal_.Mark();
+void CQXDBSession::BeginTransaction(CTransaction& transaction, std::u16string_view name) {
+  if (!innermost_) journal_.Open(name);  // may throw, and then nothing has begun
+  transaction.mark_ = journal_.Mark();
+  transaction.units_ = units_;
+  transaction.outer_ = std::exchange(innermost_, &transaction);
+  if (transaction.outer_) return;
   recording_ = recording_enabled_;
   UpdateHistoryMark();
-  return 0;
 }
 
 /// Lets every pool repair its references, again while repairs cause others. 0 when one refuses.
 int CQXDBSession::ProcessRelations() {
   constexpr int kMaxRounds = 16;
+  if (journal_.Mark() > 0) recording_ = true;  // repairs belong to what they repair
   std::size_t seen = 0;
   for (int round = 0; round < kMaxRounds; ++round) {
-    if (journal_.Current().changes.size() == seen) break;
-    seen = journal_.Current().changes.size();
+    if (journal_.Mark() == seen) break;
+    seen = journal_.Mark();
     for (DPoolBase* pool : order_) {
       if (!pool->ProcessRelation()) return 0;
     }
@@ -98,36 +161,79 @@ int CQXDBSession::ProcessRelations() {
   return 1;
 }
 
+/// Frees what is gone for good in the open step, once nothing refers to it: no record, in whatever
+/// way its pool deals with relations, and no image that could be put back.
+void CQXDBSession::SettleFinal() {
+  recording_ = true;
+  try {
+    for (std::size_t seen = ~std::size_t{0}; journal_.Mark() != seen;) {
+      seen = journal_.Mark();
+      for (DPoolBase* pool : order_) DropDeadReferences(*pool);
+    }
+  } catch (const std::bad_alloc&) {  // in place, then
+  }
+  recording_ = false;
+  for (DPoolBase* pool : order_) ClearDeadReferences(*pool);
+  journal_.FreeFinal();
+}
+
 int CQXDBSession::CommitTransaction() {
-  if (depth_ > 1) {
-    --depth_;
+  CTransaction& transaction = *innermost_;
+  if (transaction.outer_) {
+    innermost_ = transaction.outer_;
+    transaction.open_ = false;
     return 1;
   }
   if (!ProcessRelations()) return 0;  // still open: the caller rolls back
-  if (sink_ && journal_.IsOpen() && !journal_.Current().changes.empty()) {
-    journal_.ReserveClose();
-    if (!sink_->OnCommit(*this, journal_.Current())) return 0;
+  const bool changed = journal_.Mark() > 0 || journal_.Current().units;
+  if (journal_.HasFinal()) SettleFinal();
+  if (journal_.IsOpen() && !journal_.Current().IsEmpty()) {
+    journal_.ReserveClose();  // room first: nothing may fail once the step is made
+    if (sink_ && !sink_->OnCommit(*this, journal_.Current())) return 0;
   }
-  depth_ = 0;
+  innermost_ = nullptr;
+  transaction.open_ = false;
   recording_ = false;
-  if (journal_.IsOpen() && journal_.Close()) {
-    Announce(SessionEvent::kCommitted, journal_.Done().back());
-    journal_.EnforceLimits();
+  const bool kept = journal_.IsOpen() && journal_.Close();
+  std::exception_ptr fault;
+  if (changed) {
+    fault = Announce(SessionEvent::kCommitted, kept ? journal_.Done().back() : journal_.Current());
   }
+  journal_.EnforceLimits();
   ClearFlags();
   UpdateHistoryMark();
+  if (fault) std::rethrow_exception(fault);
   return 1;
 }
 
-void CQXDBSession::RollbackTransaction(std::size_t mark) {
-  if (--depth_ > 0) {  // the outer transaction goes on
-    if (journal_.IsOpen()) journal_.RollbackTo(mark);
-    return;
+/// Takes back what the transaction did, and ends it with those inside it.
+void CQXDBSession::RollbackTransaction(CTransaction& transaction) {
+  for (CTransaction* inner = innermost_; inner != &transaction; inner = inner->outer_) {
+    inner->open_ = false;
   }
-  journal_.Discard();
+  innermost_ = transaction.outer_;
+  transaction.open_ = false;
+  if (!innermost_) return RollbackOutermost();
+  journal_.RollbackTo(transaction.mark_);
+  SetUnits(transaction.units_);
+  if (journal_.Current().units) journal_.AfterUnits();
+}
+
+void CQXDBSession::RollbackOutermost() {
+  const bool changed = journal_.Mark() > 0 || journal_.Current().units;
+  if (journal_.HasFinal()) {
+    journal_.RollbackTo(0);
+    SettleFinal();
+  } else {
+    journal_.TakeBackOpen();
+  }
   recording_ = false;
+  std::exception_ptr fault;
+  if (changed) fault = Announce(SessionEvent::kRolledBack, journal_.Current());
+  journal_.Discard();
   ClearFlags();
   UpdateHistoryMark();
+  if (fault) std::rethrow_exception(fault);
 }
 
 // ---- history ------------------------------------------------------------------------------------
@@ -153,7 +259,8 @@ int CQXDBSession::Replay(bool undo) {
   for (DPoolBase* pool : order_) {
     if (pool->ChangeFlags()) pool->OnAfterUndoRedo();
   }
-  Announce(undo ? SessionEvent::kUndone : SessionEvent::kRedone, step);
+  const auto fault = Announce(undo ? SessionEvent::kUndone : SessionEvent::kRedone, step);
+  if (fault) std::rethrow_exception(fault);
   return 1;
 }
 
@@ -170,11 +277,16 @@ std::u16string_view CQXDBSession::RedoName() const {
 
 void CQXDBSession::SetHistoryLimits(const HistoryLimits& limits) {
   journal_.SetLimits(limits);
+  if (announcing_) {  // the steps are being read
+    bound_ = true;
+    return;
+  }
+  journal_.EnforceLimits();
   UpdateHistoryMark();
 }
 
 void CQXDBSession::ForgetHistory() {
-  if (depth_ > 0 || announcing_) return;
+  if (IsBusy()) return;
   journal_.Forget();
   UpdateHistoryMark();
 }
@@ -194,57 +306,67 @@ void CQXDBSession::ClearFlags() {
 
 void CQXDBSession::AddListener(ISessionListener* listener) { listeners_.push_back(listener); }
 
-void CQXDBSession::RemoveListener(ISessionListener* listener) { std::erase(listeners_, listener); }
-
-/// What was announced stays until everyone has heard, also where one throws.
-struct CQXDBSession::Announcement {
-  explicit Announcement(CQXDBSession& of) : session(of) { session.announcing_ = true; }
-  ~Announcement() {
-    session.announcing_ = false;
-    if (std::exchange(session.forget_, false)) session.journal_.Forget();
-    session.ClearFlags();
-    session.UpdateHistoryMark();
+void CQXDBSession::RemoveListener(ISessionListener* listener) {
+  if (announcing_) {  // the list is being walked
+    std::replace(listeners_.begin(), listeners_.end(), listener,
+                 static_cast<ISessionListener*>(nullptr));
+  } else {
+    std::erase(listeners_, listener);
   }
-  CQXDBSession& session;
-};
+}
 
-void CQXDBSession::Announce(SessionEvent event, const Step& step) {
-  const Announcement announcement(*this);
-  if (g_step_hook) g_step_hook(*this);
-  for (ISessionListener* listener : std::vector(listeners_)) {
-    // One that heard before may have taken this one off.
-    if (std::find(listeners_.begin(), listeners_.end(), listener) == listeners_.end()) continue;
-    listener->OnSessionEvent(*this, event, step.name, {step.changes.data(), step.changes.size()});
+/// Tells everyone, whoever throws; returns what was thrown first. What is told of stays as it is
+/// until then.
+std::exception_ptr CQXDBSession::Announce(SessionEvent event, const Step& step) {
+  std::exception_ptr fault;
+  const auto tell = [&](auto&& call) {
+    try {
+      call();
+    } catch (...) {
+      if (!fault) fault = std::current_exception();
+    }
+  };
+  announcing_ = true;
+  UpdateHistoryMark();
+  if (g_step_hook) tell([&] { g_step_hook(*this); });
+  const std::size_t count = listeners_.size();  // one that comes meanwhile hears of the next
+  for (std::size_t i = 0; i < count; ++i) {
+    if (!listeners_[i]) continue;  // one that heard before has taken this one off
+    tell([&] {
+      listeners_[i]->OnSessionEvent(*this, event, step.name,
+                                    {step.changes.data(), step.changes.size()});
+    });
   }
+  announcing_ = false;
+  std::erase(listeners_, nullptr);
+  if (std::exchange(bound_, false)) journal_.EnforceLimits();
+  ClearFlags();
+  UpdateHistoryMark();
+  return fault;
 }
 
 void CQXDBSession::AnnounceLoaded() {
   for (DPoolBase* pool : order_) {
     pool->SetChangeFlags(DPoolBase::kInsertedFlag | DPoolBase::kRemovedFlag);
   }
-  Announce(SessionEvent::kLoaded, Step{});
+  if (const auto fault = Announce(SessionEvent::kLoaded, Step{})) std::rethrow_exception(fault);
 }
 
 // ---- the whole ----------------------------------------------------------------------------------
 
-std::string CQXDBSession::Validate() const {
-  for (const DPoolBase* pool : order_) {
-    if (const std::string fault = pool->Set().Validate(); !fault.empty()) {
-      return Utf8(pool->GetIOName()) + ": " + fault;
-    }
-  }
-  return {};
-}
-
-void CQXDBSession::SwapContents(CQXDBSession& other) {
-  OnUnrecordedChange();
+int CQXDBSession::SwapContents(CQXDBSession& other) {
+  if (IsBusy() || other.IsBusy()) return 0;
+  AllowUnrecorded();
   for (DPoolBase* pool : order_) {
     if (DPoolBase* twin = other.GetDataPool(pool->GetTypeCode())) pool->Set().Swap(twin->Set());
   }
-  std::swap(units_, other.units_);
+  const CQXUnitCtrl units = units_;
+  SetUnits(other.units_);
+  other.SetUnits(units);
   journal_.SwapHistory(other.journal_);
   UpdateHistoryMark();
   other.UpdateHistoryMark();
+  return 1;
 }
 
 }  // namespace qx

@@ -2,6 +2,7 @@
 // One open model: its pools, its units, and the history of its edits.
 
 #include <array>
+#include <exception>
 #include <memory>
 #include <span>
 #include <string>
@@ -17,17 +18,26 @@ namespace qx {
 class CQXDocBase;
 
 /// What happened to a session as a whole.
-enum class SessionEvent { kCommitted, kUndone, kRedone, kLoaded };
+enum class SessionEvent {
+  kCommitted,
+  kUndone,
+  kRedone,
+  kLoaded,
+  kRolledBack,  ///< an outermost transaction that had changed something
+};
 
-/// A host hears of finished steps here. Called after the change, with the change flags of the
-/// pools still set. The session cannot be edited meanwhile: transactions do not begin, undo and
-/// redo are refused. What a listener throws reaches the caller of Commit, Undo or Redo; the step
-/// stays done, and the listeners behind it do not hear of it.
+/// A host hears of finished steps here, on the thread that drives the session. Called after the
+/// change, with the change flags of the pools still set. The session cannot be edited meanwhile:
+/// transactions do not begin, undo and redo, loading, and every change of a pool or of the units
+/// are refused. What a listener throws reaches the caller of Commit, Rollback, Undo or Redo, once
+/// all have heard; where several throw, the first; from the end of a transaction by its destructor,
+/// nobody. The step stays done.
 class QXDB_API ISessionListener {
  public:
   virtual ~ISessionListener() = default;
-  /// `changes` name the records concerned, in the order of the edit; empty for kLoaded. A removed
-  /// record can still be read through its iterator during the call.
+  /// `changes` name the records concerned, in the order of the edit, also where they were taken
+  /// back; empty for kLoaded. A removed record can still be read through its iterator during the
+  /// call.
   virtual void OnSessionEvent(CQXDBSession& session, SessionEvent event,
                               std::u16string_view step_name, std::span<const Change> changes) = 0;
 };
@@ -48,8 +58,35 @@ class QXDB_API StepSink {
   virtual void OnUnrecordedChange() = 0;
 };
 
-/// A session owns one pool per type code for the life of the model. Not copyable. Everything runs
-/// on the thread that owns the session; nothing is locked.
+/// The units of a session. Changed in a transaction that records, they are part of its step, and
+/// undone and redone with it; outside of one, of no step, as by who has yet to fill the model.
+/// Refused while the session tells of a step.
+class QXDB_API SessionUnits final : public CQXUnitCtrl {
+ public:
+  void SetModel(const UnitSystem& system);
+  void SetCurrent(const UnitSystem& system);
+  SessionUnits& operator=(const CQXUnitCtrl& units);
+
+ private:
+  friend class CQXDBSession;
+  explicit SessionUnits(CQXDBSession& session) : session_(session) {}
+  template <class Edit>
+  void Change(Edit&& edit);
+  CQXDBSession& session_;
+};
+
+class CTransaction;
+
+/// A session owns one pool per type code for the life of the model. Not copyable.
+///
+/// Threads: nothing is locked. One thread at a time drives a session: edits, steps, undo, loading.
+/// While none changes it, any number of threads may read it: what is const here and in its pools,
+/// StateHash, Validate, SaveModel, TakeSnapshot, the gateway out, a DenseMesh. Exports of mesh
+/// files and the lists of CQXMeshUtil mark records, and are for one thread at a time. Sessions
+/// share nothing that is written: a snapshot may be read, exported, checked and saved by one thread
+/// while its original is edited by another, and many snapshots by as many. The callback interfaces
+/// and the selection lists hear on the thread that drives the session; they are of the user
+/// interface, and so must be the sessions that they are bound to.
 class QXDB_API CQXDBSession final : public ChangeRecorder {
  public:
   /// Adds the pools of a kind of model to an empty session.
@@ -62,8 +99,12 @@ class QXDB_API CQXDBSession final : public ChangeRecorder {
 
   // ---- pools ------------------------------------------------------------------------------------
 
-  /// Takes a pool over, under its type code, which must be free.
-  void AddPool(std::unique_ptr<DPoolBase> pool);
+  /// Takes a pool over, under its type code. 0 refuses one whose code is taken or whose records
+  /// have a schema with a fault; SetupFault() tells it.
+  int AddPool(std::unique_ptr<DPoolBase> pool);
+  /// Why the first pool that was refused was; "" when none was. A session that lacks a pool opens
+  /// and saves no model.
+  const std::string& SetupFault() const { return setup_fault_; }
   /// The pool of a type code, null when there is none. Owned by the session.
   DPoolBase* GetDataPool(std::uint16_t type) const {
     return type < kDense ? dense_[type] : FindOutlier(type);
@@ -78,8 +119,11 @@ class QXDB_API CQXDBSession final : public ChangeRecorder {
   PoolSetup Setup() const { return setup_; }
 
   CQXDocBase* GetDoc() const { return document_; }
-  CQXUnitCtrl& Units() { return units_; }
+  SessionUnits& Units() { return units_; }
   const CQXUnitCtrl& Units() const { return units_; }
+  /// Makes `current` the units that users see, as one undoable step or as part of the open one. 0,
+  /// changing nothing, where it is no unit system, or a step is being told of.
+  int ChangeUnits(const UnitSystem& current);
 
   // ---- recording --------------------------------------------------------------------------------
 
@@ -90,25 +134,31 @@ class QXDB_API CQXDBSession final : public ChangeRecorder {
 
   void PushNotify(const tagTRNotify& notice) override;
   void ReserveNotices(std::size_t count) override { journal_.Reserve(count); }
-  /// Drops the history: records it relies on may be about to be freed.
-  void OnUnrecordedChange() override;
+  /// Drops the history: records it relies on may be about to be freed. Refuses, while a step is
+  /// being told of.
+  bool AllowUnrecorded() override;
 
   // ---- history ----------------------------------------------------------------------------------
 
-  bool CanUndo() const { return IsIdle() && !journal_.Done().empty(); }
-  bool CanRedo() const { return IsIdle() && !journal_.Undone().empty(); }
+  bool CanUndo() const { return !IsBusy() && !journal_.Done().empty(); }
+  bool CanRedo() const { return !IsBusy() && !journal_.Undone().empty(); }
   /// Take back the last step, or do the last undone one again, whole. 0 when there is none, a
   /// transaction is open or a step is being announced.
   int Undo();
   int Redo();
+  /// Whether a transaction is open, or a step is being told of.
+  bool IsBusy() const { return innermost_ != nullptr || announcing_; }
+  /// Names the present state of the records, to ask ChangesSince later: the number of the last step
+  /// done. Where no step leads to it, a number below 1 that holds in this session only.
+  std::int64_t State();
   /// Names of the steps that Undo and Redo would act on; empty when there is none.
   std::u16string_view UndoName() const;
   std::u16string_view RedoName() const;
   const Journal& History() const { return journal_; }
   void SetHistoryLimits(const HistoryLimits& limits);
   void ForgetHistory();
-  /// Gives the steps without a number the next ones, from `next` on, and the time. Returns the
-  /// number after the highest.
+  /// Gives the steps without a time this one. Returns the number after the highest, at least
+  /// `next`: that of the next step.
   std::int64_t NumberSteps(std::int64_t next, std::int64_t time_ms) {
     return journal_.NumberSteps(next, time_ms);
   }
@@ -124,30 +174,43 @@ class QXDB_API CQXDBSession final : public ChangeRecorder {
 
   // ---- the whole --------------------------------------------------------------------------------
 
-  /// A 64-bit hash over the images of all records of the pools that are saved, in list order with
-  /// keys for references: equal for models that a file would not tell apart.
+  /// A 64-bit hash over the model's and the current units, and the images of all records of the
+  /// pools that are saved, in list order with keys for references: equal for models that a file
+  /// would not tell apart.
   std::uint64_t StateHash() const;
-  /// "" or the first broken invariant of any pool, by its I/O name.
+  /// "" or the first broken invariant, by number, with the pool's I/O name and the record's key.
+  /// Those of the pools' containers (1 to 5, see KeyedSetBase), and of the model:
+  ///  6 no two records of a pool share a key
+  ///  7 arrays are as long as they say
+  ///  8 a reference is 0 or a record that is in its target pool; in an open step also one that the
+  ///    step removed
+  ///  9 the units exist
+  /// 10 what the history names exists (see Journal)
+  /// Cost proportional to the model and its history. Sound on any content: it follows no reference
+  /// that it has not checked.
   std::string Validate() const;
   /// Exchanges the records and units of two sessions with the same pools. Drops this history, and
-  /// takes over the other's.
-  void SwapContents(CQXDBSession& other);
+  /// takes over the other's. 0, changing nothing, when one of them is busy.
+  int SwapContents(CQXDBSession& other);
   /// Tells listeners that the contents were replaced as a whole.
   void AnnounceLoaded();
 
  private:
   friend class CTransaction;
+  friend class Journal;
+  friend class SessionUnits;
   friend class StepReplay;
-  struct Announcement;
   static constexpr std::uint16_t kDense = 128;
 
-  bool IsIdle() const { return depth_ == 0 && !announcing_; }
   DPoolBase* FindOutlier(std::uint16_t type) const;
-  std::size_t BeginTransaction(std::u16string_view name);
+  void BeginTransaction(CTransaction& transaction, std::u16string_view name);
   int CommitTransaction();
-  void RollbackTransaction(std::size_t mark);
+  void RollbackTransaction(CTransaction& transaction);
+  void RollbackOutermost();
   int ProcessRelations();
-  void Announce(SessionEvent event, const Step& step);
+  void SettleFinal();
+  void SetUnits(const CQXUnitCtrl& units) { static_cast<CQXUnitCtrl&>(units_) = units; }
+  [[nodiscard]] std::exception_ptr Announce(SessionEvent event, const Step& step);
   void FlagChanges(const Step& step);
   void ClearFlags();
   int Replay(bool undo);
@@ -156,21 +219,23 @@ class QXDB_API CQXDBSession final : public ChangeRecorder {
 
   PoolSetup setup_;
   CQXDocBase* document_;
-  CQXUnitCtrl units_;
+  SessionUnits units_{*this};
   std::array<DPoolBase*, kDense> dense_{};
   std::vector<DPoolBase*> order_;
   std::vector<std::unique_ptr<DPoolBase>> pools_;
+  std::string setup_fault_;
   std::vector<ISessionListener*> listeners_;
   bool recording_enabled_ = true;
-  int depth_ = 0;            // open transactions
-  bool announcing_ = false;  // a step to hook and listeners
-  bool forget_ = false;      // the history, once that is over
+  CTransaction* innermost_ = nullptr;  // of the open transactions
+  bool announcing_ = false;            // a step to hook and listeners
+  bool bound_ = false;                 // the history, once that is over
+  bool state_known_ = false;           // somebody may ask for changes since the present state
   StepSink* sink_ = nullptr;
   Journal journal_;
 };
 
-/// Called once per finished step, after relations and before the change flags are cleared. The
-/// application layer installs its refresh here; null for none. Returns the former one.
+/// Called once per event that listeners hear of, before them, with the change flags set. The first
+/// IUpdateDB that is made installs its refresh here; null for none. Returns the former one.
 using StepHook = void (*)(CQXDBSession&);
 QXDB_API StepHook SetStepHook(StepHook hook);
 

@@ -32,6 +32,7 @@ class StepEncoder {
     out_.resize(out_.size() + letters * 2);
     std::memcpy(out_.data() + out_.size() - letters * 2, step_.name.data(), letters * 2);
     out_.reserve(out_.size() + step_.bytes.size() / 2 + step_.changes.size() * 2 * kChangeBytes);
+    if (step_.units) PutUnits(*step_.units);
     std::uint32_t counts[3] = {};
     for (const Change& change : step_.changes) {
       if (!pool_ || pool_->GetTypeCode() != change.type) {
@@ -43,11 +44,20 @@ class StepEncoder {
       Append(*pool_, change);
     }
     for (std::size_t i = 0; i < 3; ++i) StoreAt(out_.data() + head + 8 + 4 * i, counts[i]);
-    StoreAt(out_.data() + head + 20, counts[0] + counts[1] + counts[2]);
+    StoreAt(out_.data() + head + 20, counts[0] + counts[1] + counts[2] + (step_.units ? 1 : 0));
   }
 
  private:
   static constexpr std::size_t kChangeBytes = 16;
+
+  void PutUnits(const Step::Units& units) {
+    const std::string text = UnitsText(form_ == StepForm::kBackward ? units.before : units.after);
+    Put(out_, std::uint16_t{0});
+    Put(out_, StoredChange::kUnits);
+    Put(out_, std::uint64_t{0});  // no number, no key
+    Put(out_, static_cast<std::uint32_t>(text.size()));
+    out_.insert(out_.end(), text.begin(), text.end());
+  }
 
   void Append(const DPoolBase& pool, const Change& change) {
     const bool backward = form_ == StepForm::kBackward;
@@ -77,7 +87,7 @@ class StepEncoder {
       return;
     }
     const TStructBase& record = *KeyedSetBase::RecordAt(change.item);
-    AppendImage(pool.GetSchema(), ImageSize(pool.GetSchema(), record),
+    AppendImage(pool.GetSchema(), static_cast<std::uint32_t>(ImageSize(pool.GetSchema(), record)),
                 [&](char* to, std::uint32_t) { WriteImage(pool.GetSchema(), record, to); });
   }
 
@@ -95,6 +105,7 @@ class StepEncoder {
     ForEachReferenceInImage(schema, out_.data() + at, [&](const Row& row, char* slot) {
       const auto item = LoadAt<ITR>(slot);
       if (item == 0) return;
+      if (row.reference_rule == ReferenceRule::kNotSaved) return StoreAt(slot, ITR{0});
       const DPoolBase* target = session_.GetDataPool(row.target);
       const std::uint32_t number = target ? numbers_.Of(*target, item) : StepNumbers::kNone;
       const auto key = static_cast<std::uint32_t>(KeyOf(item));
@@ -127,6 +138,37 @@ void EncodeStep(const CQXDBSession& session, const Step& step, StepForm form, St
   StepEncoder(session, step, form, numbers, out).Encode();
 }
 
+// ---- units --------------------------------------------------------------------------------------
+
+std::string UnitsText(const CQXUnitCtrl& units) {
+  std::string text;
+  for (const UnitSystem& system : {units.Model(), units.Current(), units.Previous()}) {
+    for (int b = 0; b < kUnitBaseCount; ++b) {
+      const auto base = static_cast<UnitBase>(b);
+      text += UnitsOf(base)[static_cast<std::size_t>(system[base])].name;
+      text += '\n';
+    }
+  }
+  return text;
+}
+
+bool UnitsFromText(std::string_view text, CQXUnitCtrl& units) {
+  UnitSystem systems[3];
+  for (UnitSystem& system : systems) {
+    for (int b = 0; b < kUnitBaseCount; ++b) {
+      const auto base = static_cast<UnitBase>(b);
+      const std::size_t end = text.find('\n');
+      if (end == text.npos || (system[base] = FindUnit(base, text.substr(0, end))) < 0)
+        return false;
+      text.remove_prefix(end + 1);
+    }
+  }
+  units.SetModel(systems[0]);
+  units.SetCurrent(systems[2]);
+  units.SetCurrent(systems[1]);
+  return text.empty();
+}
+
 // ---- reading ------------------------------------------------------------------------------------
 
 template <class T>
@@ -157,7 +199,7 @@ bool StepDecoder::Next(StoredChange& change) {
   if (!Take(change.type) || !Take(change.operation) || !Take(change.number) || !Take(change.key)) {
     return false;
   }
-  if (change.operation < tagTRNotify::kInserted || change.operation > tagTRNotify::kModified) {
+  if (change.operation < tagTRNotify::kInserted || change.operation > StoredChange::kUnits) {
     return Fail("has an unknown kind of change");
   }
   change.previous = change.next = StepNumbers::kNone;

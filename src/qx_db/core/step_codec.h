@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "qx_db/core/journal.h"
@@ -31,8 +32,11 @@ void EncodeStep(const CQXDBSession& session, const Step& step, StepForm form, St
 void NumberRecords(const CQXDBSession& session, const Step& step, std::uint16_t operation,
                    StepNumbers& numbers);
 
-/// A change as it stands in the file.
+/// A change as it stands in the file. `operation` is as in tagTRNotify, or kUnits for a change of
+/// the model's units, whose image is their text.
 struct StoredChange {
+  static constexpr std::uint16_t kUnits = 103;
+
   std::uint16_t type = 0;
   std::uint16_t operation = 0;
   std::uint32_t number = 0;
@@ -65,6 +69,10 @@ class StepDecoder {
   std::uint32_t changes_ = 0;
   std::string fault_;
 };
+
+/// Units as a step holds them, by name; false for a text that is none.
+std::string UnitsText(const CQXUnitCtrl& units);
+bool UnitsFromText(std::string_view text, CQXUnitCtrl& units);
 
 /// A reference in an image of a step: none, a record by number, or, where it has none, by key.
 struct StoredReference {

@@ -141,10 +141,15 @@ void StepKeeper::GoOn(ModelContinuation& continuation) {
 
 // ---- the order of the lists ---------------------------------------------------------------------
 
-bool StepKeeper::MustFold() {
+StepKeeper::Keeping StepKeeper::HowToKeep() {
   const std::lock_guard guard(mutex_);
+  // A file that was removed is written anew; one that was replaced refuses what is appended.
+  if (behind_ || !log_ || log_->SyncFailed() || !OrderIsKnown() ||
+      log_->Look() == StepLog::Place::kGone) {
+    return Keeping::kFold;
+  }
   const std::size_t most = std::max(options_.log_bytes, 2 * options_.kept.bytes);
-  return behind_ || log_->SyncFailed() || log_->Bytes() > most || !OrderIsKnown();
+  return log_->Bytes() > most ? Keeping::kFoldIfPossible : Keeping::kAppend;
 }
 
 ModelStamp StepKeeper::Stamp() {
@@ -181,16 +186,21 @@ Outcome StepKeeper::Fold(const Step* current, const HistoryLimits& kept) {
   if (!current && session_.History().IsOpen()) {
     return Failure{path_, "", "a step is open", "commit it or roll it back, then save"};
   }
+  if (log_ && log_->Look() == StepLog::Place::kReplaced) return log_->CheckName();
   HistoryWriter history(session_, current, kept);
   std::unique_ptr<StepLog> log;
   list_epochs_.reserve(session_.Pools().size());
   // Until it is known which of the files has the name, only another such save is safe.
-  behind_ = true;
+  const bool was_behind = std::exchange(behind_, true);
   Outcome written = WriteModel(
       session_, path_, [&](StepLog& steps) { return history.Write(steps); }, &log);
-  if (!written) return written;
   const std::lock_guard guard(mutex_);
+  if (!written && !log) {  // the old file still has its name
+    if (log_) behind_ = was_behind;
+    return written;
+  }
   log_ = std::move(log);
+  if (!written) return written;  // the new one has it, but not durably
   numbers_ = std::move(history.Numbers());
   undoable_ = history.Undoable();
   redoable_ = history.Redoable();
@@ -250,13 +260,26 @@ Outcome StepKeeper::AppendStep(const Step& step) {
   return done;
 }
 
+/// Writes the file anew where that is due. `append` tells whether the step is yet to be appended.
+Outcome StepKeeper::FoldFirst(const Step* current, bool& append) {
+  const Keeping keeping = HowToKeep();
+  append = keeping == Keeping::kAppend;
+  if (append) return {};
+  Outcome folded = Fold(current, options_.kept);
+  append = !folded && keeping == Keeping::kFoldIfPossible && !behind_;
+  return folded;
+}
+
 bool StepKeeper::OnCommit(CQXDBSession&, Step& step) {
   step.number = next_number_;
   step.time_ms = NowMs();
   if (options_.durability == Durability::kOnSave) {
     behind_ = true;
-  } else if (!Report(MustFold() ? Fold(&step, options_.kept) : AppendStep(step))) {
-    return false;
+  } else {
+    bool append = false;
+    Outcome kept = FoldFirst(&step, append);
+    if (append) kept = AppendStep(step);
+    if (!Report(std::move(kept))) return false;
   }
   ++next_number_;
   return true;
@@ -265,8 +288,9 @@ bool StepKeeper::OnCommit(CQXDBSession&, Step& step) {
 bool StepKeeper::AppendMove(FrameKind kind, std::size_t& from, std::size_t& to) {
   move_unwritten_ = false;
   if (options_.durability == Durability::kOnSave) return behind_ = true;
-  if (MustFold()) {
-    if (!Report(Fold(nullptr, options_.kept))) return false;
+  bool append = false;
+  if (Outcome folded = FoldFirst(nullptr, append); !folded && !append) {
+    return Report(std::move(folded));
   }
   // A step that memory still has, but no longer the file: its outcome is written as a whole.
   if (from == 0) return move_unwritten_ = true;
@@ -292,9 +316,10 @@ bool StepKeeper::OnMoved(CQXDBSession&) {
 // ---- intervals ----------------------------------------------------------------------------------
 
 Outcome StepKeeper::Flush() {
-  if (MustFold()) return Fold(nullptr, options_.kept);
+  if (HowToKeep() == Keeping::kFold) return Fold(nullptr, options_.kept);
   const std::lock_guard guard(mutex_);
-  return log_->Sync();
+  Outcome synced = log_->Sync();
+  return synced ? log_->CheckName() : synced;
 }
 
 void StepKeeper::StartTimer() {

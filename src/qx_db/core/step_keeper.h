@@ -75,7 +75,14 @@ class QXDB_API StepKeeper final : public StepSink {
 
  private:
   bool Report(Outcome outcome);
-  bool MustFold();
+  /// What has to be done to keep a step.
+  enum class Keeping {
+    kAppend,
+    kFoldIfPossible,  ///< the log has outgrown its bound; appending does as well
+    kFold,
+  };
+  Keeping HowToKeep();
+  Outcome FoldFirst(const Step* current, bool& append);
   bool OrderIsKnown() const;
   void LearnOrder();
   Outcome Fold(const Step* current, const HistoryLimits& kept);

@@ -48,12 +48,11 @@ std::uint64_t Blocks(std::uint64_t bytes) {
 
 /// What a look through a log found.
 struct StepLog::Scan {
-  std::unique_ptr<RawFile> file;
   StepLogContents contents;
   std::uint64_t end = 0, extent = 0, sequence = 0, synced = 0, chain = 0;
 };
 
-StepLog::StepLog(std::string path, std::unique_ptr<RawFile> file, std::uint64_t start,
+StepLog::StepLog(std::string path, std::shared_ptr<RawFile> file, std::uint64_t start,
                  std::uint64_t id)
     : path_(std::move(path)),
       file_(std::move(file)),
@@ -70,14 +69,32 @@ Failure StepLog::Fault(int error) const {
 
 // ---- writing ------------------------------------------------------------------------------------
 
-Result<std::unique_ptr<StepLog>> StepLog::Create(const std::string& path, std::uint64_t start,
+Result<std::unique_ptr<StepLog>> StepLog::Create(std::shared_ptr<RawFile> file,
+                                                 const std::string& path, std::uint64_t start,
                                                  std::uint64_t id) {
-  std::unique_ptr<RawFile> file;
-  int error = Files().Open(path, true, file);
-  if (!error) error = file->Claim();
+  const int error = file->Claim();
   std::unique_ptr<StepLog> log(new StepLog(path, std::move(file), start, id));
   if (error) return log->Fault(error);
   return log;
+}
+
+StepLog::Place StepLog::Look() const {
+  FileId ours, named;
+  const int error = Files().IdOf(path_, named);
+  if (error == ENOENT || error == ENOTDIR) return Place::kGone;
+  return !error && file_->Id(ours) == 0 && ours == named ? Place::kNamed : Place::kReplaced;
+}
+
+Outcome StepLog::CheckName() const {
+  switch (extent_ == 0 ? Place::kNamed : Look()) {
+    case Place::kNamed:
+      return {};
+    case Place::kGone:
+      return Failure{path_, "", "was removed by another program", "repeat it, or save the model"};
+    default:
+      return Failure{path_, "", "was replaced by another program since it was opened",
+                     "save under another name"};
+  }
 }
 
 int StepLog::SyncFile() {
@@ -116,7 +133,8 @@ Outcome StepLog::MakeRoom(std::uint64_t bytes) {
   const bool large = bytes >= kLargeFrame;
   const std::uint64_t spare = large ? 0 : std::clamp(end_ - start_, kLeastGrowth, kMostGrowth);
   const std::uint64_t before = extent_;
-  const std::uint64_t size = Blocks(end_ + kBlock + bytes + spare);
+  // The note, the frame, and a free block for the next note or mark.
+  const std::uint64_t size = Blocks(end_ + kBlock + bytes + kBlock + spare);
   if (const int error = file_->Resize(size)) return Fault(error);
   if (!large) {
     const std::vector<char> zeros(static_cast<std::size_t>(size - before));
@@ -167,12 +185,36 @@ Outcome StepLog::Put(FrameKind kind, std::int64_t time_ms, std::vector<char>& fr
 }
 
 Outcome StepLog::Append(FrameKind kind, std::int64_t time_ms, std::vector<char>& frame, bool sync) {
+  if (Outcome named = CheckName(); !named) return named;
   if (Outcome room = MakeRoom(Blocks(frame.size())); !room) return room;
   const auto before = std::tuple(end_, sequence_, chain_);
   Outcome done = Put(kind, time_ms, frame);
+  const bool put = static_cast<bool>(done);
   if (done && sync) done = Sync();
-  if (!done) std::tie(end_, sequence_, chain_) = before;
-  return done;
+  if (done && sync) {
+    done = CheckName();
+    if (!done) WipeMark();
+  }
+  if (done) return done;
+  std::tie(end_, sequence_, chain_) = before;
+  if (Withdraw() || !put) return done;
+  Failure fault = done.Error();
+  fault.what += ", and it may come back when the file is opened again";
+  return fault;
+}
+
+/// Takes back what says that the last frame is on the device.
+void StepLog::WipeMark() {
+  const std::vector<char> nothing(sizeof(Head));
+  [[maybe_unused]] const int error = file_->Write(nothing.data(), nothing.size(), end_);
+}
+
+/// Writes a mark over the frame that was refused, so that nobody reads it.
+bool StepLog::Withdraw() {
+  synced_ = std::min(synced_, sequence_);
+  int error = 0;
+  Mark(FrameKind::kMark, error);
+  return !error && (extent_ == 0 || file_->Sync() == 0);
 }
 
 Outcome StepLog::Sync() {
@@ -205,31 +247,24 @@ Outcome StepLog::Close() {
 
 /// What a writer is just appending can look like damage to who reads it in two glances; damage
 /// looks the same each time.
-Result<StepLog::Scan> StepLog::ScanLog(const std::string& path, std::uint64_t start,
-                                       std::uint64_t id, bool writing) {
+Result<StepLog::Scan> StepLog::ScanLog(RawFile& file, const std::string& path, std::uint64_t start,
+                                       std::uint64_t id) {
   std::optional<Failure> last;
   for (;;) {
-    Result<Scan> scan = ScanBytes(path, start, id, writing);
-    if (scan || writing || (last && last->Line() == scan.Error().Line())) return scan;
+    Result<Scan> scan = ScanBytes(file, path, start, id);
+    if (scan || (last && last->Line() == scan.Error().Line())) return scan;
     last = scan.Error();
   }
 }
 
-Result<StepLog::Scan> StepLog::ScanBytes(const std::string& path, std::uint64_t start,
-                                         std::uint64_t id, bool writing) {
+Result<StepLog::Scan> StepLog::ScanBytes(RawFile& file, const std::string& path,
+                                         std::uint64_t start, std::uint64_t id) {
   constexpr const char* kRemedy = "restore it from a backup";
   Scan scan;
   std::uint64_t size = 0;
-  int error = Files().Open(path, writing, scan.file);
-  if (!error) error = scan.file->Size(size);
+  int error = file.Size(size);
   if (error) {
-    return Failure{path, "",
-                   (writing ? "cannot be written: " : "cannot be read: ") + ErrorText(error),
-                   "check permissions"};
-  }
-  if (writing && scan.file->Claim() != 0) {
-    return Failure{path, "", "is being edited under another name",
-                   "close it there, or open it for reading"};
+    return Failure{path, "", "cannot be read: " + ErrorText(error), "check the disk"};
   }
   if (size < start + kBlock) {
     return Failure{path, "byte " + std::to_string(size), "is truncated: its steps are missing",
@@ -237,7 +272,7 @@ Result<StepLog::Scan> StepLog::ScanBytes(const std::string& path, std::uint64_t 
   }
   std::vector<char>& bytes = scan.contents.bytes;
   bytes.resize(size - start);
-  if ((error = scan.file->Read(bytes.data(), bytes.size(), start)) != 0) {
+  if ((error = file.Read(bytes.data(), bytes.size(), start)) != 0) {
     return Failure{path, "", "cannot be read: " + ErrorText(error), "check the disk"};
   }
   Head head{};
@@ -300,18 +335,23 @@ Result<StepLog::Scan> StepLog::ScanBytes(const std::string& path, std::uint64_t 
   return scan;
 }
 
-Result<StepLogContents> StepLog::Read(const std::string& path, std::uint64_t start,
+Result<StepLogContents> StepLog::Read(RawFile& file, const std::string& path, std::uint64_t start,
                                       std::uint64_t id) {
-  Result<Scan> scan = ScanLog(path, start, id, false);
+  Result<Scan> scan = ScanLog(file, path, start, id);
   if (!scan) return scan.Error();
   return std::move(scan->contents);
 }
 
-Result<std::unique_ptr<StepLog>> StepLog::Open(const std::string& path, std::uint64_t start,
+Result<std::unique_ptr<StepLog>> StepLog::Open(std::shared_ptr<RawFile> file,
+                                               const std::string& path, std::uint64_t start,
                                                std::uint64_t id, StepLogContents& contents) {
-  Result<Scan> scan = ScanLog(path, start, id, true);
+  if (file->Claim() != 0) {
+    return Failure{path, "", "is being edited under another name",
+                   "close it there, or open it for reading"};
+  }
+  Result<Scan> scan = ScanLog(*file, path, start, id);
   if (!scan) return scan.Error();
-  std::unique_ptr<StepLog> log(new StepLog(path, std::move(scan->file), start, id));
+  std::unique_ptr<StepLog> log(new StepLog(path, std::move(file), start, id));
   log->end_ = scan->end;
   log->extent_ = scan->extent;
   log->sequence_ = scan->sequence;

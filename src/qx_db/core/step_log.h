@@ -47,23 +47,33 @@ class QXDB_API StepLog {
 
   /// Starts a log at byte `start` of a file that nobody sees yet. Append does not sync until
   /// FinishNew has made the file durable.
-  static Result<std::unique_ptr<StepLog>> Create(const std::string& path, std::uint64_t start,
+  static Result<std::unique_ptr<StepLog>> Create(std::shared_ptr<RawFile> file,
+                                                 const std::string& path, std::uint64_t start,
                                                  std::uint64_t id);
   Outcome FinishNew();
 
   /// Reads the log at `start`, which has the id given, whole. A frame of which it is known that it
-  /// was on the device must be there; what was still being written is passed over.
-  static Result<StepLogContents> Read(const std::string& path, std::uint64_t start,
+  /// was on the device must be there; what was still being written is passed over. `path` is what
+  /// failures name.
+  static Result<StepLogContents> Read(RawFile& file, const std::string& path, std::uint64_t start,
                                       std::uint64_t id);
   /// The same, to go on behind the last frame; from the next Sync on, all that was read is known to
-  /// be on the device.
-  static Result<std::unique_ptr<StepLog>> Open(const std::string& path, std::uint64_t start,
+  /// be on the device. `path` is the file's own name, not a link.
+  static Result<std::unique_ptr<StepLog>> Open(std::shared_ptr<RawFile> file,
+                                               const std::string& path, std::uint64_t start,
                                                std::uint64_t id, StepLogContents& contents);
+
+  /// What has become of the file's name.
+  enum class Place { kNamed, kGone, kReplaced };
+  Place Look() const;
+  /// Success while the path names this file; the failure says what became of it.
+  Outcome CheckName() const;
 
   /// Room for a frame's head, to be followed by its payload.
   static std::vector<char> NewFrame();
-  /// Appends a frame that begins with NewFrame(); with `sync` it is on the device afterwards. On
-  /// failure the log is as it was.
+  /// Appends a frame that begins with NewFrame(); with `sync` it is on the device afterwards. The
+  /// path must name the file, before and, with `sync`, after. On failure the log is as it was; the
+  /// failure says so where the device does not promise that the frame stays away.
   Outcome Append(FrameKind kind, std::int64_t time_ms, std::vector<char>& frame, bool sync);
   /// Puts everything appended on the device.
   Outcome Sync();
@@ -83,20 +93,22 @@ class QXDB_API StepLog {
  private:
   struct Head;
   struct Scan;
-  StepLog(std::string path, std::unique_ptr<RawFile> file, std::uint64_t start, std::uint64_t id);
-  static Result<Scan> ScanLog(const std::string& path, std::uint64_t start, std::uint64_t id,
-                              bool writing);
-  static Result<Scan> ScanBytes(const std::string& path, std::uint64_t start, std::uint64_t id,
-                                bool writing);
+  StepLog(std::string path, std::shared_ptr<RawFile> file, std::uint64_t start, std::uint64_t id);
+  static Result<Scan> ScanLog(RawFile& file, const std::string& path, std::uint64_t start,
+                              std::uint64_t id);
+  static Result<Scan> ScanBytes(RawFile& file, const std::string& path, std::uint64_t start,
+                                std::uint64_t id);
   int SyncFile();
   Head NextHead(FrameKind kind) const;
   Outcome MakeRoom(std::uint64_t bytes);
   Outcome Put(FrameKind kind, std::int64_t time_ms, std::vector<char>& frame);
   void Mark(FrameKind kind, int& error);
+  void WipeMark();
+  bool Withdraw();
   Failure Fault(int error) const;
 
   std::string path_;
-  std::unique_ptr<RawFile> file_;
+  std::shared_ptr<RawFile> file_;
   std::uint64_t start_;
   std::uint64_t id_;
   std::uint64_t end_;           // where the next frame goes

@@ -54,17 +54,23 @@ DPoolBase* StepReplay::PoolOf(const StoredChange& change) const {
   return pool && pool->NeedSaveNLoad() && readers_(change.type) ? pool : nullptr;
 }
 
-/// Reads the image into the pool's scratch record.
+/// The record that the images of a pool are read into.
+TStructBase& StepReplay::Read(const DPoolBase& pool) {
+  auto& record = read_[pool.GetTypeCode()];
+  if (!record) record = pool.NewRecord();
+  return *record;
+}
+
 std::string StepReplay::ReadRecord(const StoredChange& change, DPoolBase& pool, bool resolve) {
   const ImageReader& reader = *readers_(change.type);
   if (const std::string fault = reader.Check(change.image.data(), change.image.size());
       !fault.empty()) {
     return fault;
   }
-  TStructBase* record = pool.GetDataPtrForUndoRedo();
-  reader.Read(change.image.data(), *record);
-  if (resolve) ResolveReferences(pool, *record);
-  return record->GetKey() < 0 ? At(change, "has a negative key") : std::string();
+  TStructBase& record = Read(pool);
+  reader.Read(change.image.data(), record);
+  if (resolve) ResolveReferences(pool, record);
+  return record.GetKey() < 0 ? At(change, "has a negative key") : std::string();
 }
 
 void StepReplay::ResolveReferences(DPoolBase& pool, TStructBase& record) const {
@@ -84,11 +90,24 @@ void StepReplay::ResolveReferences(DPoolBase& pool, TStructBase& record) const {
 std::string StepReplay::Create(const StoredChange& change, DPoolBase& pool, Waiting& waiting) {
   if (std::string fault = ReadRecord(change, pool, false); !fault.empty()) return fault;
   waiting.Reserve();
-  const ITR item = pool.Set().CreateDetached(*pool.GetDataPtrForUndoRedo());
+  const ITR item = pool.Set().CreateDetached(Read(pool));
   waiting.Add(pool.Set(), item);
   return numbers_.Assign(pool, change.number, item, spare_)
              ? std::string()
              : At(change, "names a new record by a number that is taken");
+}
+
+/// Changes the session's units to those of a step, or back to them, and has the step know both.
+std::string StepReplay::ApplyUnits(const StoredChange& change, Step& step, StepForm form) {
+  CQXUnitCtrl other;
+  if (step.units || !UnitsFromText({change.image.data(), change.image.size()}, other)) {
+    return "changes units to such as are not known";
+  }
+  const CQXUnitCtrl now = session_.units_;
+  step.units = std::make_unique<Step::Units>(form == StepForm::kForward ? Step::Units{now, other}
+                                                                        : Step::Units{other, now});
+  session_.SetUnits(other);
+  return {};
 }
 
 // ---- forward ------------------------------------------------------------------------------------
@@ -115,7 +134,7 @@ std::string StepReplay::ApplyForward(const StoredChange& change, DPoolBase& pool
   }
   if (std::string fault = ReadRecord(change, pool, true); !fault.empty()) return fault;
   journal.Record({change.type, change.operation, item, 0});
-  set.SetAt(item, *pool.GetDataPtrForUndoRedo());
+  set.SetAt(item, Read(pool));
   journal.Record({change.type, change.operation, item, 1});
   return {};
 }
@@ -149,6 +168,11 @@ std::string StepReplay::Commit(std::span<const char> bytes, std::int64_t time_ms
     if (std::string fault = Create(change, *pool, waiting); !fault.empty()) return fault;
   }
   while (decoder.Next(change)) {
+    if (change.operation == StoredChange::kUnits) {
+      std::string fault = ApplyUnits(change, journal.Current(), StepForm::kForward);
+      if (!fault.empty()) return fault;
+      continue;
+    }
     DPoolBase* pool = PoolOf(change);
     if (!pool) return At(change, "is of a pool that the file does not hold");
     if (std::string fault = ApplyForward(change, *pool); !fault.empty()) return fault;
@@ -206,8 +230,8 @@ std::string StepReplay::ApplyBackward(const StoredChange& change, DPoolBase& poo
     images.after = step.bytes.size();
     images.after_size = KeepImage(*KeyedSetBase::RecordAt(item), step.bytes);
     images.before = step.bytes.size();
-    images.before_size = KeepImage(*pool.GetDataPtrForUndoRedo(), step.bytes);
-    set.SetAt(item, *pool.GetDataPtrForUndoRedo());
+    images.before_size = KeepImage(Read(pool), step.bytes);
+    set.SetAt(item, Read(pool));
     taken_back.list_epoch = static_cast<std::uint32_t>(step.images.size());
     step.images.push_back(images);
   }
@@ -223,7 +247,12 @@ std::string StepReplay::TakeBackPast(std::span<const char> bytes, std::int64_t t
   Waiting waiting;
   StoredChange change;
   // First the records that the step removed, so that references and neighbours find them.
+  std::vector<StoredChange> units;
   while (decoder.Next(change)) {
+    if (change.operation == StoredChange::kUnits) {
+      units.push_back(change);
+      continue;
+    }
     DPoolBase* pool = PoolOf(change);
     if (!pool) return At(change, "is of a pool that the file does not hold");
     changes.push_back(change);
@@ -242,6 +271,9 @@ std::string StepReplay::TakeBackPast(std::span<const char> bytes, std::int64_t t
   step.time_ms = time_ms;
   step.changes.reserve(changes.size());
   std::string fault;
+  for (const StoredChange& c : units) {
+    if (fault.empty()) fault = ApplyUnits(c, step, StepForm::kBackward);
+  }
   for (auto c = changes.rbegin(); c != changes.rend() && fault.empty(); ++c) {
     fault = ApplyBackward(*c, *PoolOf(*c), step);
     if (fault.empty() && c->operation == tagTRNotify::kRemoved) waiting.UseLast();

@@ -3,6 +3,8 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
+#include <memory>
 #include <span>
 #include <string>
 
@@ -39,8 +41,10 @@ class StepReplay {
 
   DPoolBase* PoolOf(const StoredChange& change) const;
   std::string ReadRecord(const StoredChange& change, DPoolBase& pool, bool resolve);
+  TStructBase& Read(const DPoolBase& pool);
   void ResolveReferences(DPoolBase& pool, TStructBase& record) const;
   std::string Create(const StoredChange& change, DPoolBase& pool, Waiting& waiting);
+  std::string ApplyUnits(const StoredChange& change, Step& step, StepForm form);
   std::string ApplyForward(const StoredChange& change, DPoolBase& pool);
   std::string ApplyBackward(const StoredChange& change, DPoolBase& pool, Step& step);
   void ForgetUndone();
@@ -49,6 +53,7 @@ class StepReplay {
   Readers readers_;
   std::uint64_t spare_;
   StepNumbers numbers_;
+  std::map<std::uint16_t, std::unique_ptr<TStructBase>> read_;
   std::size_t past_ = 0;
 };
 

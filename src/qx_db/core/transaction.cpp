@@ -6,30 +6,35 @@
 
 namespace qx {
 
+CTransaction::~CTransaction() {
+  try {
+    Rollback();
+  } catch (...) {  // by a listener, when everything was taken back
+  }
+}
+
 int CTransaction::Begin(const char16_t* name) {
   if (!session_ || open_ || session_->announcing_) return 0;
-  mark_ = session_->BeginTransaction(name ? name : u"");
+  session_->BeginTransaction(*this, name ? name : u"");
   open_ = true;
   return 1;
 }
 
 int CTransaction::Commit(int) {
-  if (!open_) return 0;
-  open_ = false;
+  if (!open_ || session_->innermost_ != this) return 0;
   try {
     if (session_->CommitTransaction()) return 1;
   } catch (...) {
-    if (session_->depth_ > 0) session_->RollbackTransaction(mark_);
+    if (open_) session_->RollbackTransaction(*this);
     throw;
   }
-  session_->RollbackTransaction(mark_);
+  session_->RollbackTransaction(*this);
   return 0;
 }
 
 int CTransaction::Rollback() {
   if (!open_) return 0;
-  open_ = false;
-  session_->RollbackTransaction(mark_);
+  session_->RollbackTransaction(*this);
   return 1;
 }
 

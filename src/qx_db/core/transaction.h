@@ -7,6 +7,7 @@
 #include <variant>
 #include <vector>
 
+#include "qx_db/lib/units.h"
 #include "qx_db/platform/text.h"
 #include "qx_db/record/types.h"
 
@@ -16,28 +17,34 @@ class CQXDBSession;
 
 /// Groups edits into one undoable step. A transaction inside another joins it: its commit leaves
 /// the step open, its rollback takes back only its own part. Destruction rolls back what was not
-/// committed.
+/// committed. Used on the thread that drives the session, which should outlive it.
 class QXDB_API CTransaction {
  public:
   explicit CTransaction(CQXDBSession* session) : session_(session) {}
-  ~CTransaction() { Rollback(); }
+  ~CTransaction();
   CTransaction(const CTransaction&) = delete;
   CTransaction& operator=(const CTransaction&) = delete;
 
   /// Opens the transaction under a name that the user sees. 0 when there is no session, this object
   /// is open already, or the session is telling its listeners of a step.
   int Begin(const char16_t* name);
-  /// Processes relations and ends the step. 0, with everything rolled back, when a pool refuses.
-  /// `notify` is accepted for callers that pass it and has no effect.
+  /// Processes relations and ends the step. 0, with everything rolled back, when a pool refuses; 0,
+  /// with everything as it was and still open, while a transaction inside this one is. `notify` is
+  /// accepted for callers that pass it and has no effect.
   int Commit(int notify = 1);
-  /// Takes back every change since Begin. 0 when the transaction is not open.
+  /// Takes back every change since Begin, and ends the transactions inside. 0 when the transaction
+  /// is not open.
   int Rollback();
   bool IsOpen() const { return open_; }
 
  private:
+  friend class CQXDBSession;
+
   CQXDBSession* session_;
+  CTransaction* outer_ = nullptr;  // that this one is in, while it is open
   bool open_ = false;
   std::size_t mark_ = 0;
+  CQXUnitCtrl units_;  // at Begin
 };
 
 /// A parameter of a command.

@@ -175,6 +175,7 @@ class QXDB_API Collection {
 };
 
 /// The document. Its root is an object whose members are the tables.
+/// Threads: a document shares nothing; one thread at a time.
 class QXDB_API DataBase {
  public:
   DataBase();

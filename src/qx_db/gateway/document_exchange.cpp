@@ -23,9 +23,9 @@ void MakeRecords(DPoolBase& pool, DataBase& document) {
   if (!table) return;
   table->ForEach([&](Key key, std::string_view, const dbgateway::Record&) {
     if (key == 0 || pool.Find(key)) return;
-    TStructBase* record = FreshRecord(pool);
-    StoreAt(reinterpret_cast<char*>(record) + 8, key);
-    pool.InsertNU(record);
+    const auto record = pool.NewRecord();
+    StoreAt(reinterpret_cast<char*>(record.get()) + 8, key);
+    pool.InsertNU(record.get());
   });
 }
 

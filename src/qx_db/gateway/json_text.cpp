@@ -17,6 +17,15 @@ namespace {
 
 constexpr const char* kTooLarge = "a number is too large";
 
+/// Whether a text holds one half of a surrogate pair, as an escape can name it but no UTF-8 text
+/// can hold it: the three bytes that begin with ED A0 to ED BF.
+bool HoldsSurrogate(std::string_view text) {
+  for (std::size_t at = 0; (at = text.find('\xED', at)) != std::string_view::npos; ++at) {
+    if (at + 1 < text.size() && static_cast<unsigned char>(text[at + 1]) >= 0xA0) return true;
+  }
+  return false;
+}
+
 /// Passes the reader's events on to the document under construction, numbers converted, depth
 /// limited.
 class Builder {
@@ -28,10 +37,10 @@ class Builder {
   bool Null() { return out_.Null(); }
   bool Bool(bool value) { return out_.Bool(value); }
   bool String(const char* text, rapidjson::SizeType size, bool copy) {
-    return out_.String(text, size, copy);
+    return Whole({text, size}) && out_.String(text, size, copy);
   }
   bool Key(const char* text, rapidjson::SizeType size, bool copy) {
-    return out_.Key(text, size, copy);
+    return Whole({text, size}) && out_.Key(text, size, copy);
   }
   bool StartObject() { return Deeper() && out_.StartObject(); }
   bool EndObject(rapidjson::SizeType count) { return --depth_, out_.EndObject(count); }
@@ -69,6 +78,9 @@ class Builder {
   bool Fail(const char* fault) {
     fault_ = fault;
     return false;
+  }
+  bool Whole(std::string_view text) {
+    return !HoldsSurrogate(text) || Fail("half of a surrogate pair stands alone");
   }
   bool Deeper() {
     return ++depth_ <= DataBase::kMaxDepth || Fail("the nesting is deeper than 512 levels");

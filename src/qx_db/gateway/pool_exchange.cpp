@@ -97,13 +97,8 @@ class PoolReader {
 
  private:
   void ReadRecord(Key key, dbgateway::Record& from) {
-    ITR existing = pool_.Find(key);
-    TStructBase* record = nullptr;
-    if (existing) {
-      record = pool_.CopyToDummyPtr(existing);
-    } else {
-      record = FreshRecord(pool_);
-    }
+    const ITR existing = pool_.Find(key);
+    const auto record = existing ? pool_.CopyRecord(existing) : pool_.NewRecord();
     const Schema& schema = pool_.GetSchema();
     const bool has_units = !schema.UnitRows().empty();
     if (has_units) {
@@ -118,7 +113,7 @@ class PoolReader {
       RestoreAbsent(schema, from, former_.data(), *record);
       TellUnconverted(*record);
     }
-    if (existing ? pool_.SetAtNU(existing, record) != 0 : pool_.InsertNU(record) != 0) {
+    if (existing ? pool_.SetAtNU(existing, record.get()) != 0 : pool_.InsertNU(record.get()) != 0) {
       TellOwnerless(key);
       return;
     }
@@ -177,10 +172,11 @@ bool DPoolBase::WriteAPI(DataBase* to, TArray<Key>& keys, int) {
   if (schema_->Gateway().empty()) return true;
   Collection table = to->AddCollection(GetAPIName().ToUtf8());
   if (keys.IsEmpty()) GetKeyList(keys, 0);
+  const auto record = NewRecord();
   for (const Key key : keys) {
-    ITR found = Find(key);
+    const ITR found = Find(key);
     if (!found) continue;
-    TStructBase* record = CopyToDummyPtr(found);
+    set_->CopyTo(*record, found);
     if (session_) record->ConvertUnitOut(&session_->Units());
     dbgateway::Record entry = table.Add(key);
     record->api_convert_db_to_record(session_, &entry, 0);
@@ -190,7 +186,7 @@ bool DPoolBase::WriteAPI(DataBase* to, TArray<Key>& keys, int) {
 
 bool DPoolBase::DescAPI(Field* to) {
   if (schema_->Gateway().empty()) return true;
-  return FreshRecord(*this)->api_description(to);
+  return NewRecord()->api_description(to);
 }
 
 }  // namespace qx

@@ -4,6 +4,7 @@
 
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "qx_db/platform/text.h"
@@ -29,6 +30,8 @@ struct Message {
 };
 
 /// Where messages go: a modal box in a desktop host, stderr in a command line, a list in a test.
+/// Threads: messages come on the thread whose call they are about; install sinks and texts before
+/// threads start, and make them safe to call from several where there are several.
 class QXDB_API IMessageSink {
  public:
   virtual ~IMessageSink() = default;
@@ -39,8 +42,14 @@ class QXDB_API IMessageSink {
 QXDB_API void SetTextSource(const ITextSource* source);
 QXDB_API void SetMessageSink(IMessageSink* sink);
 
+/// Makes a table of keys and their texts (UTF-8) the catalogue, for an application that has no
+/// class of its own for it. The table is copied; one installed before is replaced. An application
+/// on QX_db::host calls qx::host::RegisterTexts instead, which brings the English texts.
+QXDB_API void InstallTexts(std::vector<std::pair<std::string, std::string>> table);
+
 /// The text of a key with {} replaced by the arguments in turn. A key without a text is shown as
-/// itself, followed by the arguments, so that nothing is lost when a host has no catalogue.
+/// itself, followed by the arguments, so that nothing is lost when a host has no catalogue; the
+/// first time that there is no catalogue at all a warning says so, to the sink or else on stderr.
 QXDB_API std::string qxText(std::string_view key, const std::vector<std::string>& arguments = {});
 
 /// The same as UTF-16.
@@ -49,5 +58,8 @@ QXDB_API CString qxLoadText(std::string_view key);
 /// Sends a message to the host's sink; without one it goes nowhere.
 QXDB_API void qxMsgOut(Severity severity, std::string_view key,
                        const std::vector<std::string>& arguments = {});
+
+/// The same for a text that is not the host's to word: the message has no key.
+QXDB_API void qxMsgOutText(Severity severity, const std::string& text);
 
 }  // namespace qx

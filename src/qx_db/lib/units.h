@@ -106,7 +106,8 @@ QXDB_API bool IsValid(const UnitSystem& system);
 
 /// Converts values of a category between three unit systems: the model's, in which records are
 /// stored; the current one, which the user and the gateway see; and the previous one, which was
-/// current before the last change.
+/// current before the last change. A value; reading one from several threads is safe while none
+/// changes it.
 class QXDB_API CQXUnitCtrl {
  public:
   const UnitSystem& Model() const { return model_; }
@@ -130,6 +131,8 @@ class QXDB_API CQXUnitCtrl {
   double InPrevious(int category, double value) const {
     return ToModel(previous_, category, value);
   }
+
+  friend bool operator==(const CQXUnitCtrl&, const CQXUnitCtrl&) = default;
 
   /// Name of the current unit of a base category (1, 2, 3, 4, 8, 21 or 37); "" for the others.
   std::string_view GetUnitName(int category) const;

@@ -1,5 +1,7 @@
 #include "qx_db/material/gdb_file.h"
 
+#include <span>
+
 #include "qx_db/platform/file.h"
 #include "qx_db/platform/local_date.h"
 
@@ -17,7 +19,9 @@ struct VersionRow {
   std::string_view version;
   std::size_t values;
 };
-constexpr VersionRow kVersions[] = {{"2.6.5", kGdbValues}, {"2.7.0", kGdbpValues}};
+constexpr std::array<VersionRow, 2> SetVersionData() {
+  return {{{"2.6.5", kGdbValues}, {"2.7.0", kGdbpValues}}};
+}
 
 constexpr UnitBase kUnitOrder[] = {UnitBase::kForce, UnitBase::kLength, UnitBase::kHeat,
                                    UnitBase::kTemperature, UnitBase::kTime};
@@ -55,7 +59,7 @@ class GdbReader {
     while (lines_.Next(line)) {
       if (IsRemark(line)) continue;
       Outcome read = !file_.units.flag && Has(line, kUnitMark) ? ReadUnits(line)
-                     : Has(line, kVersionMark)                 ? ReadVersion(line)
+                     : Has(line, kVersionMark)                 ? GetVersion(line)
                                                                : ReadMaterial(line);
       if (!read) return read.Error();
     }
@@ -84,7 +88,7 @@ class GdbReader {
     return lines_.At(*wrong, "write **Unit, force, length, heat, temperature by known names");
   }
 
-  Outcome ReadVersion(std::string_view line) {
+  Outcome GetVersion(std::string_view line) {
     if (!gdbp_ || values_ != 0) {
       Note(gdbp_ ? "left out: the version was given before"
                  : "left out: a file in the older form has no version");
@@ -95,7 +99,7 @@ class GdbReader {
       return lines_.At("is no version line of 2 fields", "write **Version, 2.7.0");
     }
     const std::string_view version = Trimmed(parts_[1]);
-    for (const VersionRow& row : kVersions) {
+    for (const VersionRow& row : SetVersionData()) {
       if (EqualNoCase(row.version, version)) values_ = row.values;
     }
     if (values_ != 0) return {};
@@ -121,13 +125,25 @@ class GdbReader {
     GdbMaterial& material = file_.materials.emplace_back();
     material.name = CString::FromUtf8(Trimmed(parts_[0]));
     material.units = file_.units;
-    for (std::size_t i = 0; i < values_; ++i) {
+    return values_ == kGdbValues ? Load_GDB(material) : Load_Lastest(material);
+  }
+
+  /// A line of the older form: the name and the first 12 values.
+  Outcome Load_GDB(GdbMaterial& material) {
+    return SetData(std::span(material.values).first(kGdbValues));
+  }
+  /// A line of the newer form: the name and all 17.
+  Outcome Load_Lastest(GdbMaterial& material) { return SetData(material.values); }
+
+  /// The numbers of a line, which stay in the units of the file.
+  Outcome SetData(std::span<double> values) {
+    for (std::size_t i = 0; i < values.size(); ++i) {
       const ParsedNumber number = ParseNumber(parts_[i + 1]);
       if (!number.in_range) {
         return lines_.At(Quoted(Trimmed(parts_[i + 1])) + " is too large", "correct the number");
       }
       if (!number.whole && lint_) NoteOddNumber(i, number.value);
-      material.values[i] = number.value;
+      values[i] = number.value;
     }
     return {};
   }
@@ -177,20 +193,25 @@ Outcome AppendMaterial(const GdbMaterial& material, const GdbStyle& style, const
   return {};
 }
 
-std::string HeadText(const std::vector<CString>& titles, const T_UNIT_INDEX& units,
-                     const GdbStyle& style) {
-  const std::string rule = ";" + std::string(75, '-') + "\n";
-  const LocalDate today = Today();
-  std::string text = rule + ";  Material DataBase File.\n;  Date : " + std::to_string(today.year) +
-                     "/" + std::to_string(today.month) + "/" + std::to_string(today.day) + "\n" +
-                     rule + "\n";
-  text +=
+/// The version line and the unit line.
+std::string WriteUnit(const T_UNIT_INDEX& units, const GdbStyle& style) {
+  std::string text =
       std::string(kVersionMark) + ", " + std::string(style.version) + "\n" + std::string(kUnitMark);
   for (std::size_t i = 0; i < 4; ++i) {
     const auto index = static_cast<std::size_t>(units.*kUnitPlaces[i]);
     text += ", " + std::string(UnitsOf(kUnitOrder[i])[index].name);
   }
-  text += "\n\n;";
+  return text + "\n\n";
+}
+
+/// All that stands before the first material.
+std::string WriteInfo(const std::vector<CString>& titles, const T_UNIT_INDEX& units,
+                      const GdbStyle& style) {
+  const std::string rule = ";" + std::string(75, '-') + "\n";
+  const LocalDate today = Today();
+  std::string text = rule + ";  Material DataBase File.\n;  Date : " + std::to_string(today.year) +
+                     "/" + std::to_string(today.month) + "/" + std::to_string(today.day) + "\n" +
+                     rule + "\n" + WriteUnit(units, style) + ";";
   for (std::size_t i = 0; i < titles.size(); ++i) {
     // A line end in a title would put the rest of it among the data.
     std::string title = titles[i].ToUtf8();
@@ -281,7 +302,7 @@ Outcome WriteGdbFile(const std::string& path, const std::vector<GdbMaterial>& ma
                      const std::vector<CString>& titles, const T_UNIT_INDEX& units,
                      const CodePage& page, const GdbStyle& style) {
   if (Outcome may = CheckMayWrite(path); !may) return may;
-  std::string text = HeadText(titles, units, style);
+  std::string text = WriteInfo(titles, units, style);
   for (const GdbMaterial& material : materials) {
     if (Outcome good = AppendMaterial(material, style, path, text); !good) return good;
   }

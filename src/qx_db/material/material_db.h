@@ -11,6 +11,7 @@ namespace qx {
 /// written to their files (docs/material-files.md). Operations return 1, or 0 after one message to
 /// the user that names file and place; the library is then as it was. Structural loaders add their
 /// categories to those already there: call Clear for a library of its own.
+/// Threads: shares nothing; one thread at a time.
 class QXDB_API CMaterialDB {
  public:
   /// The document is not owned and may be null.

@@ -19,6 +19,7 @@ struct MaterialEntry {
 /// Library files of the forms .gdb and .gdbp (docs/material-files.md), in the order they were
 /// loaded. Operations return 1, or 0 after one message to the user that names file and line; the
 /// entries, and the files, are then as they were.
+/// Threads: one at a time, that of the session it is given.
 class QXDB_API CMaterialGDB {
  public:
   /// The document is not owned and may be null: values then stay in the units of their file.

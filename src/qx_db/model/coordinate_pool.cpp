@@ -207,7 +207,7 @@ bool DPoolCord::FromGlobal(ITR system, const Vector3& point, Vector3& coordinate
 // ---- rules --------------------------------------------------------------------------------------
 
 int DPoolCord::SetAtNU(ITR pos, const tagTCord& record) {
-  if (!IsLive(pos)) return 0;
+  if (!Set().IsLinked(pos)) return 0;
   std::int32_t steps = 0;
   for (ITR at = record.reference; at; at = GetAtNU(at).reference) {
     if (at == pos || ++steps > GetSize()) {

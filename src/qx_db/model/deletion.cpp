@@ -63,11 +63,12 @@ class Closure {
   /// With mesh sets go the nodes and elements that no remaining set holds.
   void AskForTheirMesh(std::span<const ITR> sets) {
     const auto& pool = Pool<tagTMset>(session_);
-    AskForOrphans(sets, pool, &tagTMset::elements, code::kElem, u"_ELEM_IDS");
-    AskForOrphans(sets, pool, &tagTMset::nodes, code::kNode, u"_NODE_IDS");
+    AskForOrphans(sets, pool, &tagTMset::elements, u"_ELEM_IDS");
+    AskForOrphans(sets, pool, &tagTMset::nodes, u"_NODE_IDS");
   }
-  void AskForOrphans(std::span<const ITR> sets, const DPoolMset& pool, TArray<ITR> tagTMset::*list,
-                     std::uint16_t type, const char16_t* name) {
+  template <std::uint16_t Type>
+  void AskForOrphans(std::span<const ITR> sets, const DPoolMset& pool,
+                     TRefArray<Type> tagTMset::*list, const char16_t* name) {
     std::unordered_set<ITR> held;
     for (ITR pos = pool.GetHeadPosition(); pos; pool.Next(pos)) {
       const TArray<ITR>& items = pool.GetAtNU(pos).*list;
@@ -78,7 +79,7 @@ class Closure {
       if (!removed_.contains(set)) continue;
       for (const ITR item : pool.GetAtNU(set).*list) {
         if (item == 0 || held.contains(item) || KeyedSetBase::IsRemoved(item)) continue;
-        Remove({type, item, Effect::kRemoved, row, code::kMset, set});
+        Remove({Type, item, Effect::kRemoved, row, code::kMset, set});
         mesh_of_sets_.insert(item);
       }
     }

@@ -97,8 +97,8 @@ Outcome CheckHyperbolic(const tagTSzct& control, double length) {
       return checked;
     }
   }
-  const double size =
-      two_sided ? std::sqrt(control.dbl_params[4] * control.dbl_params[5]) : control.dbl_params[4];
+  const double start = control.dbl_params[4];
+  const double size = two_sided ? std::sqrt(start * control.dbl_params[5]) : start;
   if (size / length <= 1.0 / n - 1e-10) return {};
   return Bad(fmt::format("the size {:.9g} is not below the length over the divisions, {:.9g}", size,
                          length / n),

@@ -114,7 +114,7 @@ Corners DPoolElem::CornersOf(const tagTElem& element) const {
 }
 
 int DPoolElem::GetElemLocalVector(ITR pos, double axes[3][3]) const {
-  if (IsLive(pos)) return GetElemLocalVector(GetAtNU(pos), axes);
+  if (Set().IsLinked(pos)) return GetElemLocalVector(GetAtNU(pos), axes);
   Triad{{}, {}, {}}.CopyTo(axes);
   return 0;
 }
@@ -159,8 +159,8 @@ int DPoolElem::Calc1DElemLocalVector(const tagTElem& element, const tagTEcrd& or
       return 0;
   }
   const auto* systems = GetSession()->GetPool<DPoolCord>(code::kCord);
-  const ITR system =
-      orientation.coordinate_system ? orientation.coordinate_system : systems->GetDefaultItr();
+  const ITR given = orientation.coordinate_system;
+  const ITR system = given ? given : systems->GetDefaultItr();
   if (system && systems->GetAtNU(system).type != tagTCord::kRectangular) return 0;
   Frame frame;
   return Give(systems->GetFrame(system, frame), frame.axes, axes);
@@ -229,7 +229,7 @@ int DPoolElem::IsValidEcrd(const tagTElem& element, const tagTEcrd& orientation)
 }
 
 int DPoolElem::Get1DElemCord(ITR pos, tagTCord& out) const {
-  if (!IsLive(pos)) return 0;
+  if (!Set().IsLinked(pos)) return 0;
   const tagTElem& element = GetAtNU(pos);
   tagTEcrd orientation;
   if ((element.type != 2 && element.type != 3) || !GetElemCSys(pos, orientation)) return 0;
@@ -295,7 +295,7 @@ int DPoolElem::GetElemCenter(const tagTElem& element, double center[3]) const {
 }
 
 int DPoolElem::GetElemCenter(ITR pos, double center[3]) const {
-  return IsLive(pos) && GetElemCenter(GetAtNU(pos), center);
+  return Set().IsLinked(pos) && GetElemCenter(GetAtNU(pos), center);
 }
 
 int DPoolElem::GetElemAxisByNodalCSys(ITR node, double v[3]) const {

@@ -43,7 +43,7 @@ bool HasSpecialProperty(std::int32_t type) {
 }  // namespace
 
 namespace element_rule {
-bool CarriesOrientation(std::int32_t type) { return HasBit(type, kCarries); }
+bool IsWithEcrdType(std::int32_t type) { return HasBit(type, kCarries); }
 bool KeepsOrientation(std::int32_t type) { return HasBit(type, kKeeps); }
 bool HasDefaultOrientation(std::int32_t type) { return HasBit(type, kDefaults); }
 bool IsInterfaceLine(std::int32_t type) { return HasBit(type, kInterfaceLine); }
@@ -56,18 +56,18 @@ bool TakesAlong(std::int32_t type, std::uint16_t keyed_pool) {
 // ---- nodes --------------------------------------------------------------------------------------
 
 int DPoolNode::Get(ITR pos, tagTNode& out) const {
-  if (!IsLive(pos)) return 0;
+  if (!Set().IsLinked(pos)) return 0;
   out = GetAtNU(pos);
   out.ConvertUnitOut(&GetSession()->Units());
   return 1;
 }
 
 int DPoolNode::SetAtNU(ITR pos, const tagTNode& node) {
-  return IsLive(pos) ? DPoolPlain::SetAtNU(pos, node) : 0;
+  return Set().IsLinked(pos) ? DPoolPlain::SetAtNU(pos, node) : 0;
 }
 
 int DPoolNode::SetAt(ITR pos, const tagTNode& node) {
-  if (!IsLive(pos)) return 0;
+  if (!Set().IsLinked(pos)) return 0;
   tagTNode stored = node;
   stored.ConvertUnitIn(&GetSession()->Units());
   return SetAtNU(pos, stored);
@@ -162,7 +162,7 @@ ITR DPoolElem::InsertNU(const tagTElem& element) {
 }
 
 int DPoolElem::SetAtNU(ITR pos, const tagTElem& element) {
-  if (!IsLive(pos)) return 0;
+  if (!Set().IsLinked(pos)) return 0;
   const bool follow = AssociationIsCurrent();
   const bool new_key = GetAtNU(pos).key != element.key && element.key >= 0;
   if (!follow && !new_key) return DPool::SetAtNU(pos, element);
@@ -209,10 +209,9 @@ void DPoolElem::FollowKey(const Attached& attached, Key key) {
   for (std::size_t i = 0; i < kAttached.size(); ++i) {
     if (attached[i] == 0) continue;
     DPoolBase& pool = *GetSession()->GetDataPool(kAttached[i]);
-    ITR item = attached[i];
-    TStructBase* record = pool.CopyToDummyPtr(item);
+    const auto record = pool.CopyRecord(attached[i]);
     StoreAt<Key>(detail::Bytes(*record) + 8, key);
-    pool.SetAtNU(item, record);
+    pool.SetAtNU(attached[i], record.get());
   }
 }
 
@@ -240,7 +239,7 @@ int DPoolElem::SetAtNUwSprop(ITR pos, const tagTElem& element, tagTSprop& proper
 }
 
 int DPoolElem::SetAtWithKeepData(ITR pos, const tagTElem& element) {
-  if (!IsLive(pos)) return 0;
+  if (!Set().IsLinked(pos)) return 0;
   // The data is looked up under the new key, once it has followed there.
   if (GetAtNU(pos).key != element.key && !SetAtNU(pos, element)) return 0;
   if (element_rule::KeepsOrientation(element.type)) {
@@ -259,7 +258,7 @@ int DPoolElem::SetAtWithKeepData(ITR pos, const tagTElem& element) {
 }
 
 int DPoolElem::SetAtSprop(ITR pos, const tagTSprop& property) {
-  if (!IsLive(pos)) return 0;
+  if (!Set().IsLinked(pos)) return 0;
   tagTSprop stored = property;
   stored.key = GetAtNU(pos).key;
   stored.ConvertUnitIn(&GetSession()->Units());
@@ -279,11 +278,11 @@ int CopyKeyed(const CQXDBSession& session, Key key, T& out) {
 }  // namespace
 
 int DPoolElem::GetElemCSys(ITR pos, tagTEcrd& out) const {
-  return IsLive(pos) && CopyKeyed(*GetSession(), GetAtNU(pos).key, out);
+  return Set().IsLinked(pos) && CopyKeyed(*GetSession(), GetAtNU(pos).key, out);
 }
 
 int DPoolElem::GetElemNUSprop(ITR pos, tagTSprop& out) const {
-  return IsLive(pos) && CopyKeyed(*GetSession(), GetAtNU(pos).key, out);
+  return Set().IsLinked(pos) && CopyKeyed(*GetSession(), GetAtNU(pos).key, out);
 }
 
 int DPoolElem::GetElemSprop(ITR pos, tagTSprop& out) const {
@@ -305,7 +304,7 @@ int DPoolElem::RemoveAttached(ITR pos) {
 }
 
 int DPoolElem::RemoveNext(ITR& pos) {
-  if (!IsLive(pos) || !RemoveAttached(pos)) return 0;
+  if (!Set().IsLinked(pos) || !RemoveAttached(pos)) return 0;
   RemoveDataAssoc(pos);
   const bool follow = AssociationIsCurrent();
   const int result = DPool::RemoveNext(pos);
@@ -441,7 +440,7 @@ int DPoolElem::GetItrSetByItrPropSet(const std::set<ITR>& properties,
 int DPoolElem::Private_ApplyProp(const TArray<ITR>& elements, ITR property) {
   if (IsDead(property)) return 0;
   for (const ITR pos : elements) {
-    if (!IsLive(pos)) return 0;
+    if (!Set().IsLinked(pos)) return 0;
     tagTElem element = GetAtNU(pos);
     element.property = property;
     if (!SetAtNU(pos, element)) return 0;
@@ -453,7 +452,7 @@ namespace {
 
 /// Whether a record of one of the pools lists the element.
 int IsListed(const DPoolElem& elements, ITR pos, std::initializer_list<std::uint16_t> types) {
-  if (!IsLive(pos)) return 0;
+  if (!elements.Set().IsLinked(pos)) return 0;
   for (const std::uint16_t type : types) {
     const DPoolBase* pool = elements.GetSession()->GetDataPool(type);
     if (!pool) continue;

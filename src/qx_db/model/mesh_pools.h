@@ -36,7 +36,7 @@ class QXDB_API DPoolNode : public DPoolPlain<tagTNode> {
 /// Element type codes that the rules of elements tell apart. The sets overlap and differ on
 /// purpose; none may be derived from another.
 namespace element_rule {
-QXDB_API bool CarriesOrientation(std::int32_t type);     ///< loses its orientation when removed
+QXDB_API bool IsWithEcrdType(std::int32_t type);         ///< loses its orientation when removed
 QXDB_API bool KeepsOrientation(std::int32_t type);       ///< keeps it when overwritten
 QXDB_API bool HasDefaultOrientation(std::int32_t type);  ///< is turned as by default without one
 QXDB_API bool IsInterfaceLine(std::int32_t type);

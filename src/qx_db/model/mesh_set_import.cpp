@@ -28,15 +28,14 @@ class SetImporter {
     const auto known = brought_.find(item);
     if (known != brought_.end()) return known->second;
     DPoolBase& to = *model_.GetDataPool(type);
-    TStructBase* record = Copied(type, item);
-    if (!record) return 0;
+    const auto record = Copied(type, item);
     const Key key = keep_keys_ ? record->GetKey() : NewKey(to);
     if (to.Find(key)) {
       qxMsgOut(Severity::kRefusal, "IDS_QX_DB_MSET_KEY_TAKEN",
                {to.GetAPIName().ToUtf8(), std::to_string(key)});
       return 0;
     }
-    return brought_[item] = Insert(to, record, key);
+    return brought_[item] = Insert(to, *record, key);
   }
 
   /// Brings an element with its nodes and the records of its key.
@@ -59,10 +58,9 @@ class SetImporter {
   }
 
  private:
-  /// A copy of a file's record in the scratch record of its type, in model units, its references
-  /// to records of the model. Valid until the next.
-  TStructBase* Copied(std::uint16_t type, ITR item) {
-    TStructBase* record = file_.GetDataPool(type)->CopyToDummyPtr(item);
+  /// A copy of a file's record, in model units, its references to records of the model.
+  std::unique_ptr<TStructBase> Copied(std::uint16_t type, ITR item) {
+    auto record = file_.GetDataPool(type)->CopyRecord(item);
     record->ConvertUnitOut(&file_.Units());  // its current units are the model's
     const Schema& schema = model_.GetDataPool(type)->GetSchema();
     ForEachReference(schema, *record, [&](const Row& row, char* slot) {
@@ -91,17 +89,17 @@ class SetImporter {
                        }
                      });
     if (!nodes_are_there) return false;
-    TStructBase* record = Copied(type, item);
+    const auto record = Copied(type, item);
     const ITR there = to.Find(key);
-    if (!there) return Insert(to, record, key) != 0;
-    StoreAt<Key>(reinterpret_cast<char*>(record) + 8, key);
-    return to.SetAtNU(there, record) != 0;
+    if (!there) return Insert(to, *record, key) != 0;
+    StoreAt<Key>(reinterpret_cast<char*>(record.get()) + 8, key);
+    return to.SetAtNU(there, record.get()) != 0;
   }
 
-  static ITR Insert(DPoolBase& to, TStructBase* record, Key key) {
+  static ITR Insert(DPoolBase& to, TStructBase& record, Key key) {
     if (key < 0) return 0;
-    StoreAt<Key>(reinterpret_cast<char*>(record) + 8, key);
-    return to.InsertNU(record);
+    StoreAt<Key>(reinterpret_cast<char*>(&record) + 8, key);
+    return to.InsertNU(&record);
   }
 
   static Key NewKey(const DPoolBase& pool) {

@@ -22,17 +22,17 @@ bool IsSameOrientation(tagTEcrd a, const tagTEcrd& b) {
 }  // namespace
 
 int DPoolEcrd::Get(ITR pos, tagTEcrd& out) const {
-  if (!IsLive(pos)) return 0;
+  if (!Set().IsLinked(pos)) return 0;
   out = GetAtNU(pos);
   return 1;
 }
 
 int DPoolEcrd::SetAt(ITR pos, const tagTEcrd& record) {
-  return IsLive(pos) && IsAccepted(record) ? SetAtNU(pos, record) : 0;
+  return Set().IsLinked(pos) && IsAccepted(record) ? SetAtNU(pos, record) : 0;
 }
 
 int DPoolEcrd::SetAtNU(ITR pos, const tagTEcrd& record) {
-  return IsLive(pos) ? DPoolPlain::SetAtNU(pos, record) : 0;
+  return Set().IsLinked(pos) ? DPoolPlain::SetAtNU(pos, record) : 0;
 }
 
 bool DPoolEcrd::IsAccepted(const tagTEcrd& record) const {

@@ -18,8 +18,21 @@ struct PoolOf {
   using type = DPoolPlain<T>;
 };
 
+/// Elements generated on geometry, reached through the pool of their heads. Made anew by whoever
+/// meshes: the pool is neither saved nor loaded.
+class QXDB_API DPoolGElem : public DPoolPlain<tagTGElem> {
+ public:
+  using DPoolPlain::DPoolPlain;
+  int NeedSaveNLoad() const override { return 0; }
+};
+template <>
+struct PoolOf<tagTGElem> {
+  using type = DPoolGElem;
+};
+
 using DPoolActiveElemSet = DPoolPlain<tagTActiveElemSet>;
 using DPoolESid = DPoolPlain<tagTESid>;
+using DPoolFunc = DPoolPlain<tagTFunc>;
 
 #define QX_DECLARE_POOL(T)             \
   extern template class DPool<T>;      \

@@ -195,7 +195,7 @@ int DPoolElem::CalcFluidBndLocalVectorPlane(const tagTElem& element, double axes
 // ---- material axes ------------------------------------------------------------------------------
 
 int DPoolElem::GetElemMatlVector(ITR pos, double axes[3][3]) const {
-  return IsLive(pos) && GetElemMatlVector(GetAtNU(pos), axes);
+  return Set().IsLinked(pos) && GetElemMatlVector(GetAtNU(pos), axes);
 }
 
 int DPoolElem::GetElemMatlVector(const tagTElem& element, double axes[3][3]) const {

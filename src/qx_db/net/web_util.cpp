@@ -225,12 +225,12 @@ int AnswerProxy(Request& request, const WebAddress& address, const ProxySetting&
     if (challenge.proxy.empty() && challenge.attempt > 1) return status;
     ProxyCredentials credentials;
     if (!g_prompt || g_prompt->Ask(challenge, credentials) != ICredentialPrompt::kForceRetry) {
-      qxMsgOut(Severity::kWarning, "IDS_QX_NET_CANCELED");
+      qxMsgOutText(Severity::kWarning, "Canceled!");
       return status;
     }
     if (!challenge.proxy.empty()) request.SetCredentials(credentials);
     status = request.Send();
-    if (status == 0) qxMsgOut(Severity::kError, "IDS_QX_NET_SEND_FAILED");
+    if (status == 0) qxMsgOutText(Severity::kError, "Send Request Failed!");
     if (status != kProxyAsks) return status;
   }
 }

@@ -53,11 +53,12 @@ class QXDB_API ICredentialPrompt {
 
 /// Queries of the application about its connection. Synchronous; for the thread of the user
 /// interface, which the prompt needs. Nothing is kept from one query to the next.
+/// Threads: one thread at a time for an object; options of the process are set before the first.
 class QXDB_API CQXWebUtil {
  public:
   /// 1 when a GET request to an http or https address answers 200; 0 for any other answer, for
-  /// none within the limits, and for what is no such address. Says IDS_QX_NET_CANCELED or
-  /// IDS_QX_NET_SEND_FAILED where a proxy's question ends the probe, and nothing else.
+  /// none within the limits, and for what is no such address. Says "Canceled!" or
+  /// "Send Request Failed!" where a proxy's question ends the probe, and nothing else.
   static int IsInternetConnected(const CString& address);
   /// The same as the status of the answer, or why there was none.
   static Result<int> Probe(const CString& address);

@@ -1,20 +1,14 @@
 #include "qx_db/platform/file.h"
 
-#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <fstream>
+#include <ostream>
+#include <streambuf>
 #include <system_error>
+#include <vector>
 
-#ifdef _WIN32
-#define WIN32_LEAN_AND_MEAN
-#include <windows.h>
-#else
-#include <sys/stat.h>
-#include <unistd.h>
-#endif
-
-#include "qx_db/platform/raw_file.h"
+#include "qx_db/platform/new_file.h"
 
 namespace qx {
 namespace fs = std::filesystem;
@@ -89,99 +83,81 @@ bool IsSamePlace(const std::string& a, const std::string& b) {
   return a == b || (!error_a && !error_b && place_a == place_b);
 }
 
-std::int64_t FileIdentity([[maybe_unused]] const std::string& path) {
-#ifdef _WIN32
-  return 0;
-#else
-  struct stat found {};
-  return stat(path.c_str(), &found) == 0 ? static_cast<std::int64_t>(found.st_ino) : 0;
-#endif
-}
-
-std::string SiblingName(const std::string& path) {
-  static std::atomic<unsigned> serial{0};
-#ifdef _WIN32
-  const unsigned long process = GetCurrentProcessId();
-#else
-  const auto process = getpid();
-#endif
-  return path + "." + std::to_string(process) + "-" + std::to_string(++serial) + ".new";
-}
-
-namespace {
-
-/// Gives a file that is to replace another its owner and permissions; an error where the other
-/// may not be written.
-int TakeOverPermissions([[maybe_unused]] const std::string& from,
-                        [[maybe_unused]] const std::string& to) {
-#ifndef _WIN32
-  struct stat old {};
-  if (stat(to.c_str(), &old) != 0) return 0;  // there is none
-  if (access(to.c_str(), W_OK) != 0) return errno;
-  // Only an administrator can give a file away; who is not keeps it.
-  if ([[maybe_unused]] const int given = chown(from.c_str(), old.st_uid, old.st_gid); given != 0) {
-    errno = 0;
-  }
-  if (chmod(from.c_str(), old.st_mode & 0777) != 0) return errno;
-#endif
-  return 0;
-}
-
-}  // namespace
-
-Outcome ReplaceFileDurably(const std::string& from, const std::string& name) {
-  const std::string to = LinkTarget(name);
-  std::unique_ptr<RawFile> file;
-  int error = TakeOverPermissions(from, to);
-  if (error) {
-    return Failure{to, "", "may not be replaced: " + Reason(error),
-                   "change its permissions, or save under another name"};
-  }
-  error = Files().Open(from, true, file);
-  if (error == 0) error = file->Sync();
-  file.reset();
-  if (error) {
-    return Failure{to, "", "cannot be made durable: " + Reason(error), "check the disk"};
-  }
-  if ((error = Files().Rename(from, to)) != 0) {
-    return Failure{to, "", "cannot be replaced: " + Reason(error), "check permissions"};
-  }
-  if ((error = Files().SyncFolderOf(to)) != 0) {
-    return Failure{to, "", "cannot be made durable: " + Reason(error), "check the disk"};
-  }
-  return {};
-}
-
 Outcome WriteWholeFile(const std::string& path, std::string_view bytes) {
   return WriteFileBy(path, [&](std::ostream& out) {
     out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
   });
 }
 
+namespace {
+
+/// A stream's way into an open file. What fails is remembered.
+class FileBuffer final : public std::streambuf {
+ public:
+  explicit FileBuffer(RawFile& file) : file_(file), room_(std::size_t{1} << 16) { Empty(); }
+  /// 0 or the error of the first write that failed.
+  int Finish() {
+    Flush();
+    return error_;
+  }
+
+ protected:
+  int_type overflow(int_type c) override {
+    if (!Flush()) return traits_type::eof();
+    if (!traits_type::eq_int_type(c, traits_type::eof())) {
+      *pptr() = traits_type::to_char_type(c);
+      pbump(1);
+    }
+    return traits_type::not_eof(c);
+  }
+  std::streamsize xsputn(const char* from, std::streamsize size) override {
+    if (size < epptr() - pptr()) {
+      std::memcpy(pptr(), from, static_cast<std::size_t>(size));
+      pbump(static_cast<int>(size));
+      return size;
+    }
+    return Flush() && Put(from, static_cast<std::size_t>(size)) ? size : 0;
+  }
+  int sync() override { return Flush() ? 0 : -1; }
+
+ private:
+  void Empty() { setp(room_.data(), room_.data() + room_.size()); }
+  bool Flush() {
+    const bool done = Put(pbase(), static_cast<std::size_t>(pptr() - pbase()));
+    Empty();
+    return done;
+  }
+  bool Put(const char* from, std::size_t size) {
+    if (!error_ && size > 0) error_ = file_.Write(from, size, at_);
+    at_ += size;
+    return error_ == 0;
+  }
+
+  RawFile& file_;
+  std::vector<char> room_;
+  std::uint64_t at_ = 0;
+  int error_ = 0;
+};
+
+}  // namespace
+
 Outcome WriteFileBy(const std::string& path, const std::function<void(std::ostream&)>& write) {
-  const std::string sibling = SiblingName(LinkTarget(path));
-  const auto failed = [&](const char* what, const char* remedy) {
-    const std::string reason = Reason(errno);
-    std::error_code ignored;
-    fs::remove(PathFromUtf8(sibling), ignored);
-    return Failure{path, "", std::string(what) + ": " + reason, remedy};
-  };
   std::error_code error;
   const fs::file_status status = fs::status(PathFromUtf8(path), error);
   if (fs::exists(status) && !fs::is_regular_file(status) && !fs::is_directory(status)) {
     return Failure{path, "", "is not a file, and would be replaced by one", "name a file"};
   }
-  std::ofstream out(PathFromUtf8(sibling), std::ios::binary | std::ios::trunc);
-  if (!out) return failed("cannot be created", "check the folder and its permissions");
+  auto file = NewFile::Create(path);
+  if (!file) return file.AsOutcome();
+  FileBuffer buffer((*file)->File());
+  std::ostream out(&buffer);
   write(out);
-  out.close();
-  if (!out) return failed("cannot be written", "free some disk space");
-  Outcome replaced = ReplaceFileDurably(sibling, path);
-  if (!replaced) {
-    std::error_code ignored;
-    fs::remove(PathFromUtf8(sibling), ignored);
+  const int failed = buffer.Finish();
+  if (failed || !out) {
+    return Failure{path, "", "cannot be written: " + Reason(failed ? failed : EIO),
+                   "free some disk space"};
   }
-  return replaced;
+  return (*file)->TakePlace();
 }
 
 }  // namespace qx

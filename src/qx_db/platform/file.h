@@ -29,22 +29,11 @@ QXDB_API Outcome WriteFileBy(const std::string& path,
                              const std::function<void(std::ostream&)>& write);
 QXDB_API Outcome WriteWholeFile(const std::string& path, std::string_view bytes);
 
-/// Renames `from` over `to` so that after a crash the name holds one or the other, whole:
-/// `from` is synced first, the folder after. A link stays a link to the new file, which has the
-/// old one's permissions; a file that may not be written is not replaced.
-QXDB_API Outcome ReplaceFileDurably(const std::string& from, const std::string& to);
-
 /// The path of the file that a path leads to by symbolic links at its end; the path itself when it
 /// is none. There need not be a file.
 QXDB_API std::string LinkTarget(const std::string& path);
 
 /// Whether two paths lead to one place in the folders.
 QXDB_API bool IsSamePlace(const std::string& a, const std::string& b);
-
-/// A number that changes when another file takes the name; 0 when there is none, or no such number.
-QXDB_API std::int64_t FileIdentity(const std::string& path);
-
-/// A name beside `path` that no other process uses, for a file on its way to replace it.
-QXDB_API std::string SiblingName(const std::string& path);
 
 }  // namespace qx

@@ -1,5 +1,7 @@
 #include "qx_db/platform/outcome.h"
 
+#include "qx_db/platform/plain_text.h"
+
 namespace qx {
 
 std::string Failure::Line() const {
@@ -10,11 +12,7 @@ std::string Failure::Line() const {
     line += *part;
   }
   if (!remedy.empty()) line += "; " + remedy;
-  // A message is one line whatever a file name or a quoted text contains.
-  for (char& c : line) {
-    if (static_cast<unsigned char>(c) < 0x20 || c == 0x7f) c = '?';
-  }
-  return line;
+  return OneLine(line);  // whatever a file name or a quoted text contains
 }
 
 }  // namespace qx

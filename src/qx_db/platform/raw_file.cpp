@@ -58,6 +58,12 @@ class SystemFile final : public RawFile {
     size = static_cast<std::uint64_t>(found.QuadPart);
     return 0;
   }
+  int Id(FileId& id) override {
+    BY_HANDLE_FILE_INFORMATION info{};
+    if (!GetFileInformationByHandle(handle_, &info)) return LastError();
+    id = {info.dwVolumeSerialNumber, std::uint64_t{info.nFileIndexHigh} << 32 | info.nFileIndexLow};
+    return 0;
+  }
 
  private:
   template <class Move>
@@ -112,6 +118,12 @@ class SystemFile final : public RawFile {
     size = static_cast<std::uint64_t>(found.st_size);
     return 0;
   }
+  int Id(FileId& id) override {
+    struct stat found {};
+    if (fstat(fd_, &found) != 0) return errno;
+    id = {static_cast<std::uint64_t>(found.st_dev), static_cast<std::uint64_t>(found.st_ino)};
+    return 0;
+  }
   int Claim() override {
     claimed_ = flock(fd_, LOCK_EX | LOCK_NB) == 0;
     return !claimed_ && errno == EWOULDBLOCK ? EWOULDBLOCK : 0;  // not every file system has claims
@@ -138,16 +150,24 @@ class SystemFile final : public RawFile {
 
 }  // namespace
 
-int FileSystem::Open(const std::string& path, bool writing, std::unique_ptr<RawFile>& file) {
+namespace {
+
 #ifdef _WIN32
-  HANDLE handle =
-      CreateFileW(PathFromUtf8(path).c_str(), writing ? GENERIC_READ | GENERIC_WRITE : GENERIC_READ,
-                  FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
-                  FILE_ATTRIBUTE_NORMAL, nullptr);
+
+int OpenAs(const std::string& path, DWORD access, DWORD disposition,
+           std::unique_ptr<RawFile>& file) {
+  HANDLE handle = CreateFileW(PathFromUtf8(path).c_str(), access,
+                              FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                              disposition, FILE_ATTRIBUTE_NORMAL, nullptr);
   if (handle == INVALID_HANDLE_VALUE) return LastError();
   file = std::make_unique<SystemFile>(handle);
+  return 0;
+}
+
 #else
-  const int fd = open(path.c_str(), (writing ? O_RDWR : O_RDONLY) | O_CLOEXEC);
+
+int OpenAs(const std::string& path, int flags, mode_t mode, std::unique_ptr<RawFile>& file) {
+  const int fd = open(path.c_str(), flags | O_CLOEXEC, mode);
   if (fd < 0) return errno;
   try {
     file = std::make_unique<SystemFile>(fd);
@@ -155,8 +175,41 @@ int FileSystem::Open(const std::string& path, bool writing, std::unique_ptr<RawF
     close(fd);
     throw;
   }
-#endif
   return 0;
+}
+
+#endif
+
+}  // namespace
+
+int FileSystem::Open(const std::string& path, bool writing, std::unique_ptr<RawFile>& file) {
+#ifdef _WIN32
+  return OpenAs(path, writing ? GENERIC_READ | GENERIC_WRITE : GENERIC_READ, OPEN_EXISTING, file);
+#else
+  return OpenAs(path, writing ? O_RDWR : O_RDONLY, 0, file);
+#endif
+}
+
+int FileSystem::Create(const std::string& path, [[maybe_unused]] bool guarded,
+                       std::unique_ptr<RawFile>& file) {
+#ifdef _WIN32
+  return OpenAs(path, GENERIC_READ | GENERIC_WRITE, CREATE_NEW, file);
+#else
+  return OpenAs(path, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW, guarded ? 0600 : 0666, file);
+#endif
+}
+
+int FileSystem::IdOf(const std::string& path, FileId& id) {
+#ifdef _WIN32
+  std::unique_ptr<RawFile> file;
+  const int error = OpenAs(path, 0, OPEN_EXISTING, file);
+  return error ? error : file->Id(id);
+#else
+  struct stat found {};
+  if (stat(path.c_str(), &found) != 0) return errno;
+  id = {static_cast<std::uint64_t>(found.st_dev), static_cast<std::uint64_t>(found.st_ino)};
+  return 0;
+#endif
 }
 
 int FileSystem::Rename(const std::string& from, const std::string& to) {

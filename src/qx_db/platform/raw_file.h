@@ -9,6 +9,13 @@
 
 namespace qx {
 
+/// Tells a file from any other, whatever paths lead to it.
+struct FileId {
+  std::uint64_t device = 0;
+  std::uint64_t number = 0;
+  bool operator==(const FileId&) const = default;
+};
+
 /// An open file. Every operation gives 0 or the system's error number, never a short count.
 class QXDB_API RawFile {
  public:
@@ -21,6 +28,7 @@ class QXDB_API RawFile {
   /// Returns once everything written is on the device, the file's size included.
   virtual int Sync() = 0;
   virtual int Size(std::uint64_t& size) = 0;
+  virtual int Id(FileId& id) = 0;
   /// Claims the file itself, under whatever name it was opened, until it is closed here; an error
   /// while another open file has the claim.
   virtual int Claim() { return 0; }
@@ -32,6 +40,11 @@ class QXDB_API FileSystem {
  public:
   virtual ~FileSystem() = default;
   virtual int Open(const std::string& path, bool writing, std::unique_ptr<RawFile>& file);
+  /// Makes a file where there is nothing of that name, not even a link; EEXIST where there is. With
+  /// `guarded` only its owner may read it.
+  virtual int Create(const std::string& path, bool guarded, std::unique_ptr<RawFile>& file);
+  /// Which file a path leads to; ENOENT when none.
+  virtual int IdOf(const std::string& path, FileId& id);
   virtual int Rename(const std::string& from, const std::string& to);
   virtual int Remove(const std::string& path);
   /// Makes the names in the folder of `path` durable.

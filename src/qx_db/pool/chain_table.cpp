@@ -1,5 +1,6 @@
 #include "qx_db/pool/chain_table.h"
 
+#include <algorithm>
 #include <cstring>
 #include <utility>
 
@@ -8,6 +9,7 @@
 namespace qx {
 
 void ChainTable::Allocate(std::int32_t n) {
+  n = std::max(n, kMinSize);
   const std::size_t bytes = LineCount(n) * sizeof(Line);
   AddressRange memory(bytes, bytes);
   memory.Back(bytes);

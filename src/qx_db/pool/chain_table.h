@@ -37,14 +37,24 @@ struct ItemLinks {
 /// Invariants: (1) a chain holds the items of its bucket, linked both ways; (2) an entry marked
 /// first names the first item of its bucket, and a bucket with items has one; (3) every entry
 /// names an item of its chain, none twice; (4) an item without an entry has its bucket marked.
+///
+/// A tag keeps 18 bits of the quotient, so that a table has at least kMinSize buckets: with fewer,
+/// two keys would have one name.
 class QXDB_API ChainTable {
+  static constexpr int kLocalBits = 3;
+  static constexpr int kQuotientBits = 18;
+
  public:
+  /// The fewest buckets with which the quotient of every key fits into a tag.
+  static constexpr std::int32_t kMinSize =
+      static_cast<std::int32_t>((std::uint32_t{kMaxKey} >> kQuotientBits) + 1);
+
   /// Items of `store` have their key at byte 12 and their links at `links_offset`.
   ChainTable(const ItemStore& store, std::uint32_t links_offset)
       : store_(&store), links_offset_(links_offset) {}
 
-  /// Replaces the table by an empty one of n buckets, n >= 10000. Throws std::bad_alloc, leaving
-  /// everything as it was.
+  /// Replaces the table by an empty one of n buckets, or of kMinSize. Throws std::bad_alloc,
+  /// leaving everything as it was.
   void Allocate(std::int32_t n);
   /// Empties all chains without touching the items.
   void Clear();
@@ -57,7 +67,7 @@ class QXDB_API ChainTable {
     std::uint32_t quotient;
     std::uint32_t line;
     std::uint32_t local;
-    std::uint32_t Tag() const { return kUsed | quotient << 3 | local; }
+    std::uint32_t Tag() const { return kUsed | quotient << kLocalBits | local; }
   };
   /// By multiplication with 2^64 / size, rounded up; exact for all 31-bit keys (Lemire, Kaser,
   /// Kurz: Faster remainder by direct computation, 2019). Valid until the table is resized.
@@ -112,12 +122,14 @@ class QXDB_API ChainTable {
   static constexpr std::uint32_t kEntries = 8;
   static constexpr std::uint32_t kWidth = 6;
 
-  // A tag: local bucket (3 bits), quotient (18 bits), marks.
+  // A tag: local bucket, quotient, marks.
   static constexpr std::uint32_t kFirst = 1u << 29;
   static constexpr std::uint32_t kUsed = 1u << 30;
   static constexpr std::uint32_t kIncomplete = 1u << 31;  // of the bucket with the tag's place
-  static constexpr std::uint32_t kLocalMask = 7;
-  static constexpr std::uint32_t kNameMask = kUsed | 0x1FFFFF;
+  static constexpr std::uint32_t kLocalMask = (1u << kLocalBits) - 1;
+  static constexpr std::uint32_t kNameMask = kUsed | ((1u << (kLocalBits + kQuotientBits)) - 1);
+  static_assert(kWidth <= kLocalMask + 1 && (kNameMask & kFirst) == 0);
+  static_assert(std::uint32_t{kMaxKey} / kMinSize < 1u << kQuotientBits);
   static constexpr std::uint32_t kFirstMask = kUsed | kFirst | kLocalMask;
 
   struct alignas(64) Line {

@@ -9,7 +9,8 @@ namespace qx {
 
 /// A pool of records of type T: a keyed set that reports its changes. While the session records,
 /// a removal detaches the record and reports it, so that undo can put it back; otherwise it frees
-/// at once. A concrete pool supplies GetDeletor and GetIOName.
+/// at once. While the session tells of a step, every change is refused. A concrete pool supplies
+/// GetDeletor and GetIOName. Threads: see DPoolBase.
 template <class T>
 class QXDB_API DPool : public DPoolBase {
  public:
@@ -18,7 +19,8 @@ class QXDB_API DPool : public DPoolBase {
     schema_ = &T::GetSchema();
   }
 
-  /// The scratch record of the pool type. Overwritten by CopyToDummyPtr and by undo.
+  /// The scratch record of the pool type, one of the process. Overwritten by CopyToDummyPtr; the
+  /// library itself neither reads nor writes it.
   static T& GetDefault() {
     static T scratch;
     return scratch;
@@ -37,7 +39,9 @@ class QXDB_API DPool : public DPoolBase {
   int SetAtNU(ITR pos, const TStructBase* record) override {
     return SetAtNU(pos, static_cast<const T&>(*record));
   }
-  int RemoveWithoutDelete(const ITR& pos) override { return records_.RemoveWithoutDelete(pos); }
+  int RemoveWithoutDelete(const ITR& pos) override {
+    return MayChangeUnrecorded() ? records_.RemoveWithoutDelete(pos) : 0;
+  }
   int Remove(const ITR& pos) override;
   TStructBase* GetDataPtrForUndoRedo() override { return &GetDefault(); }
   void Optimize() override { records_.Optimize(); }
@@ -59,7 +63,7 @@ class QXDB_API DPool : public DPoolBase {
 
   /// Adds a copy of the record; 0, without a notice, when the key is negative or taken.
   virtual ITR InsertNU(const T& record);
-  /// Replaces the record at `pos`; 0, without a notice, where that is 0 or of a removed record. A
+  /// Replaces the record at `pos`; 0, without a notice, where that is of no record in the pool. A
   /// change that the set refuses is still reported, before and after.
   virtual int SetAtNU(ITR pos, const T& record);
   /// Removes and moves `pos` on.
@@ -88,7 +92,7 @@ class QXDB_API DPool : public DPoolBase {
 template <class T>
 ITR DPool<T>::InsertNU(const T& record) {
   const bool recording = IsRecording();
-  if (!recording) BeforeUnrecorded();
+  if (!recording && !MayChangeUnrecorded()) return 0;
   const ITR pos = records_.InsertNU(record);
   if (pos == 0 || !recording) return pos;
   try {
@@ -103,11 +107,8 @@ ITR DPool<T>::InsertNU(const T& record) {
 
 template <class T>
 int DPool<T>::SetAtNU(ITR pos, const T& record) {
-  if (pos == 0 || KeyedSetBase::IsRemoved(pos)) return 0;
-  if (!IsRecording()) {
-    BeforeUnrecorded();
-    return records_.SetAtNU(pos, record);
-  }
+  if (!records_.IsLinked(pos)) return 0;
+  if (!IsRecording()) return MayChangeUnrecorded() ? records_.SetAtNU(pos, record) : 0;
   Notify(tagTRNotify::kModified, pos, 0);
   change_flags_ |= kModifiedFlag;
   KeyedSetBase::SetState(pos, KeyedSetBase::StateOf(pos) | KeyedSetBase::kModifiedBit);
@@ -124,11 +125,8 @@ int DPool<T>::Remove(const ITR& pos) {
 
 template <class T>
 int DPool<T>::RemoveNext(ITR& pos) {
-  if (pos == 0 || KeyedSetBase::IsRemoved(pos)) return 0;
-  if (!IsRecording()) {
-    BeforeUnrecorded();
-    return records_.RemoveNext(pos);
-  }
+  if (!records_.IsLinked(pos)) return 0;
+  if (!IsRecording()) return MayChangeUnrecorded() ? records_.RemoveNext(pos) : 0;
   const ITR removed = pos;
   const std::uint32_t list_epoch = records_.ListEpoch();
   const std::uint32_t hash_epoch = records_.HashEpoch();
@@ -146,8 +144,7 @@ int DPool<T>::RemoveNext(ITR& pos) {
 template <class T>
 void DPool<T>::RemoveAll() {
   if (!IsRecording() || records_.IsEmpty()) {
-    if (!records_.IsEmpty()) BeforeUnrecorded();
-    records_.RemoveAll();
+    if (records_.IsEmpty() || MayChangeUnrecorded()) records_.RemoveAll();
     return;
   }
   recorder_->ReserveNotices(static_cast<std::size_t>(records_.GetSize()));

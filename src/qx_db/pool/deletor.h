@@ -6,6 +6,7 @@
 namespace qx {
 
 /// Deletes records of one pool and sees to what refers to them. Each concrete pool owns one.
+/// Threads: on the one that drives the session.
 class QXDB_API DeletorBase {
  public:
   explicit DeletorBase(DPoolBase& pool) : pool_(pool) {}

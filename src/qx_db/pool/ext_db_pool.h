@@ -1,7 +1,6 @@
 #pragma once
 // Pools with a second store for records from outside.
 
-#include <map>
 #include <memory>
 #include <span>
 #include <unordered_map>
@@ -42,8 +41,9 @@ class IExternalStore {
 };
 
 /// A pool proper with an external store, the map from external keys to the keys that the records
-/// received, and the map from those to positions. The three are emptied together; they take no
-/// memory until a record comes from outside.
+/// received, and what tells where each came to be: by the record, so that it may get another key.
+/// They are emptied together, and take no memory until a record comes from outside.
+/// Threads: see DPoolBase; the external store counts as part of the pool.
 template <class T>
 class QXDB_API DPoolExtDB : public DPool<T>, public IExternalStore {
  public:
@@ -67,7 +67,7 @@ class QXDB_API DPoolExtDB : public DPool<T>, public IExternalStore {
   ITR TransferToDB(ITR item, int keep_key, Key key) override;
   ITR BringToDB(const TStructBase& record, int keep_key, Key key) override;
   /// Transfers those of the keys that have not been; every key must be in one of the stores. 0 at
-  /// the first transfer that fails.
+  /// the first transfer that fails. Expected time linear in the keys.
   int Private_Import(const TArray<Key>& keys, int keep_key, Key key);
   TStructBase& ExternalAt(ITR item) override { return Outside().store.GetAtNU(item); }
 
@@ -78,32 +78,40 @@ class QXDB_API DPoolExtDB : public DPool<T>, public IExternalStore {
   void RemoveAllExtDB() override { outside_.reset(); }
 
  private:
-  /// Marks a record of the external store that was transferred; its key is its new one.
-  static constexpr std::uint32_t kTransferredBit = KeyedSetBase::kModifiedBit;
-
+  /// What became of a record of the external store.
+  struct Transfer {
+    ITR item;                   ///< in the external store
+    RecordStamp record;         ///< in the pool proper, whatever key it has there by now
+    std::unique_ptr<T> former;  ///< the pool's record as it was before it was overwritten
+  };
   struct External {
-    CKeySet<tagTKeyMap> key_map;
+    CKeySet<tagTKeyMap> key_map;  ///< external keys to received ones
     CKeySet<T> store;
-    std::map<Key, ITR> transfer_map;
-    std::map<Key, T> overwritten;  ///< by key: the pool's records as they were before
+    std::unordered_map<Key, Transfer> transfers;  ///< by external key
+    std::unordered_map<ITR, Key> external_keys;  ///< of transferred items, which have received ones
+    std::unordered_map<Key, ITR> shadowed;       ///< items whose external key another received
   };
   External& Outside() {
     if (!outside_) outside_ = std::make_unique<External>();
     return *outside_;
   }
-  static bool IsTransferred(ITR item) {
-    return (KeyedSetBase::StateOf(item) & kTransferredBit) != 0;
+  bool IsTransferred(ITR item) const { return outside_->external_keys.contains(item); }
+  /// Where a transferred record is; 0 when it has left the pool since, or when one that was
+  /// overwritten is what it was before.
+  ITR Position(const Transfer& transfer) const {
+    const ITR pos = transfer.record.item;
+    if (!this->Set().IsAlive(transfer.record) || KeyedSetBase::IsRemoved(pos)) return 0;
+    const bool undone = transfer.former &&
+                        Differences(T::GetSchema(), *transfer.former, this->GetAtNU(pos)).empty();
+    return undone ? 0 : pos;
   }
-  /// The position that a key of the pool proper was transferred to; 0 when it was not, when the
-  /// record has left the pool since, or when one that was overwritten is what it was before.
-  ITR Transferred(Key key) const {
-    const auto found = outside_->transfer_map.find(key);
-    if (found == outside_->transfer_map.end() || this->Find(key) != found->second) return 0;
-    const auto former = outside_->overwritten.find(key);
-    const bool undone =
-        former != outside_->overwritten.end() &&
-        Differences(T::GetSchema(), former->second, this->GetAtNU(found->second)).empty();
-    return undone ? 0 : found->second;
+  /// Where the record of an external key came to be; 0 when it has not come, or is to come again.
+  ITR Transferred(Key external) const {
+    const auto found = outside_->transfers.find(external);
+    if (found == outside_->transfers.end()) return 0;
+    const ITR pos = Position(found->second);
+    if (!pos) ForgetLost();
+    return pos;
   }
   void ForgetLost() const;
   /// `key` when it is positive and free, otherwise a new one.
@@ -118,37 +126,28 @@ class QXDB_API DPoolExtDB : public DPool<T>, public IExternalStore {
 template <class T>
 int DPoolExtDB<T>::SetAtNUExtDB(ITR item, const T& record) {
   if (!Outside().store.SetAtNU(item, record)) return 0;
-  KeyedSetBase::SetState(item, KeyedSetBase::StateOf(item) & ~kTransferredBit);
+  outside_->external_keys.erase(item);
   return 1;
 }
 
 /// Lets the records whose copies have left the pool be what they were before they were transferred:
-/// under their external keys, and in no map. Cost: a walk over the external store.
+/// under their external keys, and in no map. Cost: a walk over what was transferred.
 template <class T>
 void DPoolExtDB<T>::ForgetLost() const {
-  CKeySet<T>& store = outside_->store;
-  CKeySet<tagTKeyMap>& key_map = outside_->key_map;
-  std::vector<ITR> lost;  // entries of the key map
-  for (ITR entry = key_map.GetHeadPosition(); entry; key_map.Next(entry)) {
-    const Key inside = key_map.GetAtNU(entry).value;
-    if (outside_->transfer_map.contains(inside) && !Transferred(inside)) lost.push_back(entry);
-  }
-  std::unordered_map<Key, ITR> items;  // by the keys they received
-  for (ITR item = store.GetHeadPosition(); item && !lost.empty(); store.Next(item)) {
-    if (IsTransferred(item)) items.emplace(store.GetAtNU(item).GetKey(), item);
-  }
-  for (const ITR entry : lost) {
-    const tagTKeyMap& keys = key_map.GetAtNU(entry);
-    if (const auto found = items.find(keys.value); found != items.end()) {
-      T record = store.GetAtNU(found->second);
-      record.key = keys.key;
-      store.SetAtNU(found->second, record);
-      KeyedSetBase::SetState(found->second,
-                             KeyedSetBase::StateOf(found->second) & ~kTransferredBit);
+  External& outside = *outside_;
+  for (auto at = outside.transfers.begin(); at != outside.transfers.end();) {
+    if (Position(at->second)) {
+      ++at;
+      continue;
     }
-    outside_->transfer_map.erase(keys.value);
-    outside_->overwritten.erase(keys.value);
-    key_map.Remove(entry);
+    const ITR item = at->second.item;
+    if (outside.external_keys.erase(item)) {
+      T record = outside.store.GetAtNU(item);
+      record.key = at->first;
+      outside.store.SetAtNU(item, record);
+    }
+    outside.key_map.Remove(outside.key_map.Find(at->first));
+    at = outside.transfers.erase(at);
   }
 }
 
@@ -156,57 +155,50 @@ template <class T>
 ITR DPoolExtDB<T>::FindExtDB(Key key, int& external) const {
   external = 1;
   if (key < 0 || !outside_) return 0;
-  if (const ITR entry = outside_->key_map.Find(key)) {
-    if (const ITR pos = Transferred(outside_->key_map.GetAtNU(entry).value)) {
-      external = 0;
-      return pos;
-    }
-    ForgetLost();
+  if (const ITR pos = Transferred(key)) {
+    external = 0;
+    return pos;
   }
-  const CKeySet<T>& store = outside_->store;
-  ITR item = store.Find(key);
+  const ITR item = outside_->store.Find(key);
   if (!item || !IsTransferred(item)) return item;
   // The new key of a transferred record may be the external key of another.
-  for (item = store.GetHeadPosition(); item; store.Next(item)) {
-    if (!IsTransferred(item) && store.GetAtNU(item).GetKey() == key) break;
-  }
-  return item;
+  const auto hidden = outside_->shadowed.find(key);
+  return hidden == outside_->shadowed.end() ? 0 : hidden->second;
 }
 
 template <class T>
 ITR DPoolExtDB<T>::TransferToDB(ITR item, int keep_key, Key key) {
   External& outside = Outside();
-  Key own = outside.store.GetAtNU(item).GetKey();
-  const ITR known = outside.key_map.Find(own);
-  if (known || IsTransferred(item)) {
-    const Key inside = IsTransferred(item) ? own : outside.key_map.GetAtNU(known).value;
-    if (const ITR pos = Transferred(inside)) return pos;
-    ForgetLost();
-    own = outside.store.GetAtNU(item).GetKey();
-    if (IsTransferred(item) || outside.key_map.Find(own)) return 0;
-  }
+  const auto known = outside.external_keys.find(item);
+  const Key own =
+      known == outside.external_keys.end() ? outside.store.GetAtNU(item).GetKey() : known->second;
+  if (const ITR pos = Transferred(own)) return pos;
   T record = outside.store.GetAtNU(item);
   ITR pos = keep_key ? this->Find(own) : 0;
   const Key target = keep_key ? own : FreeKey(key);
+  std::unique_ptr<T> former;
   if (pos) {
-    const T former = this->GetAtNU(pos);
+    former = std::make_unique<T>(this->GetAtNU(pos));
     if (!this->SetAtNU(pos, record)) return 0;
-    if (!Differences(T::GetSchema(), former, this->GetAtNU(pos)).empty()) {
-      outside.overwritten.emplace(own, former);
-    }
+    if (Differences(T::GetSchema(), *former, this->GetAtNU(pos)).empty()) former.reset();
   } else {
-    if (outside.transfer_map.contains(target)) ForgetLost();  // of one that left the pool
     record.key = target;
     pos = this->InsertNU(record);
     if (!pos) return 0;
+    const ITR hidden = target != own ? outside.store.Find(target) : 0;
+    if (hidden && !IsTransferred(hidden)) outside.shadowed[target] = hidden;
+    if (const auto at = outside.shadowed.find(own);
+        at != outside.shadowed.end() && at->second == item) {
+      outside.shadowed.erase(at);
+    }
     outside.store.SetAtNU(item, record);
   }
   tagTKeyMap entry;
   entry.key = own;
   entry.value = target;
   outside.key_map.InsertNU(entry);
-  outside.transfer_map.emplace_hint(outside.transfer_map.end(), target, pos);
-  KeyedSetBase::SetState(item, KeyedSetBase::StateOf(item) | kTransferredBit);
+  outside.external_keys[item] = own;
+  outside.transfers[own] = {item, this->Stamp(pos), std::move(former)};
   return pos;
 }
 

@@ -37,6 +37,12 @@ std::uint64_t InverseOfOdd(std::uint64_t odd) {
 
 }  // namespace
 
+#ifdef NDEBUG
+const bool ItemStore::kReuses = true;
+#else
+const bool ItemStore::kReuses = false;
+#endif
+
 ItemStore::ItemStore(std::uint32_t slot_size)
     : slot_size_(slot_size),
       shift_(std::countr_zero(slot_size)),
@@ -60,18 +66,43 @@ char* ItemStore::TakeReturned() {
   return slot;
 }
 
-void ItemStore::Return(char* slot) {
+/// Marks a slot as one that no record is in.
+void ItemStore::Close(char* slot) {
   StoreAt(slot, kReturnedState);
   StoreAt(slot + 4, free_);
   ASAN_POISON_MEMORY_REGION(slot + kUsedWhenReturned, slot_size_ - kUsedWhenReturned);
-  free_ = slot;
+}
+
+void ItemStore::Return(char* slot) {
+  Close(slot);
+  if (!generations_.empty()) {
+    if (const std::uint32_t number = NumberOf(slot); number < generations_.size()) {
+      ++generations_[number];
+    }
+  }
+  if (kReuses) free_ = slot;
+}
+
+bool ItemStore::IsReturned(const char* slot) {
+  return LoadAt<std::uint32_t>(slot) == kReturnedState;
+}
+
+void ItemStore::CountGenerations() {
+  if (generations_.size() < SlotLimit()) generations_.resize(SlotLimit());
 }
 
 void ItemStore::Clear() {
+  if (kReuses) return Release();
+  if (!closed_) closed_ = range_.data();
+  for (; closed_ != next_; closed_ += slot_size_) Close(closed_);
+}
+
+void ItemStore::Release() {
   // What is mapped here next must not find it closed.
   if (range_.data()) ASAN_UNPOISON_MEMORY_REGION(range_.data(), range_.backed());
   range_ = AddressRange();
-  next_ = end_ = free_ = nullptr;
+  generations_.clear();
+  next_ = end_ = free_ = closed_ = nullptr;
 }
 
 }  // namespace qx

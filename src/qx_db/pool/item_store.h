@@ -4,6 +4,7 @@
 #include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <vector>
 
 #include "qx_db/platform/pages.h"
 
@@ -15,7 +16,7 @@ namespace qx {
 class QXDB_API ItemStore {
  public:
   explicit ItemStore(std::uint32_t slot_size);
-  ~ItemStore() { Clear(); }
+  ~ItemStore() { Release(); }
   ItemStore(ItemStore&&) noexcept = default;
   ItemStore& operator=(ItemStore&&) noexcept = default;
 
@@ -29,8 +30,21 @@ class QXDB_API ItemStore {
   }
   /// Gives a slot back. Its first word keeps the mark of a removed item until it is taken again.
   void Return(char* slot);
-  /// Gives back all slots and their memory.
+  /// Whether a slot taken before has been given back since.
+  static bool IsReturned(const char* slot);
+  /// Gives back all slots and, where slots are used again, their memory.
   void Clear();
+
+  /// Whether a returned slot may be taken again. Not so in a debug build of the library.
+  static const bool kReuses;
+
+  /// Counts from now on how often each slot that was taken so far is returned. Throws
+  /// std::bad_alloc.
+  void CountGenerations();
+  /// The count; 0 for slots that are not counted.
+  std::uint32_t GenerationOf(std::uint32_t number) const {
+    return number < generations_.size() ? generations_[number] : 0;
+  }
 
   char* At(std::uint32_t number) const { return range_.data() + std::size_t{number} * slot_size_; }
   std::uint32_t NumberOf(const char* slot) const {
@@ -39,20 +53,30 @@ class QXDB_API ItemStore {
     return static_cast<std::uint32_t>((distance >> shift_) * inverse_);
   }
   /// One more than the highest slot number taken so far.
-  std::uint32_t SlotLimit() const { return static_cast<std::uint32_t>(Footprint() / slot_size_); }
+  std::uint32_t SlotLimit() const { return NumberOf(next_); }
+  /// Whether an address lies in a slot taken so far, returned or not.
+  bool Covers(const char* slot) const {
+    return reinterpret_cast<std::uintptr_t>(slot) -
+               reinterpret_cast<std::uintptr_t>(range_.data()) <
+           Footprint();
+  }
   /// Bytes that slots have taken so far.
   std::size_t Footprint() const { return static_cast<std::size_t>(next_ - range_.data()); }
 
  private:
   char* TakeReturned();
   void Grow();
+  void Release();
+  void Close(char* slot);
 
   std::uint32_t slot_size_;
   int shift_;
   std::uint64_t inverse_;
   char* next_ = nullptr;
   char* end_ = nullptr;
-  char* free_ = nullptr;  // returned slots, linked through their bytes 4 to 11
+  char* free_ = nullptr;    // returned slots, linked through their bytes 4 to 11
+  char* closed_ = nullptr;  // up to here all slots were given back, where none is used again
+  std::vector<std::uint32_t> generations_;
   AddressRange range_;
 };
 

@@ -47,7 +47,11 @@ class CKeySet : public KeyedSetBase {
 
  private:
   static RecordOps Ops() {
-    return {sizeof(T), !T::GetSchema().HasArrays(),
+    return {sizeof(T),
+            !T::GetSchema().HasArrays(),
+            [](const TStructBase* from) -> TStructBase* {
+              return from ? new T(static_cast<const T&>(*from)) : new T();
+            },
             [](char* at, const TStructBase& from) { new (at) T(static_cast<const T&>(from)); },
             [](char* at) { reinterpret_cast<T*>(at)->~T(); },
             [](char* to, const TStructBase& from) {

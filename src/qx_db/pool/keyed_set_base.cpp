@@ -9,11 +9,12 @@
 namespace qx {
 
 KeyedSetBase::KeyedSetBase(const RecordOps& ops, std::int32_t hash_size)
-    : ops_(ops),
+    : hash_size_(std::max(hash_size, kDefaultHashSize)),
+      ops_(ops),
       links_offset_(kRecordOffset + ops.size),
       store_(links_offset_ + sizeof(ItemLinks)),
       table_(store_, links_offset_) {
-  table_.Allocate(std::max(hash_size, kDefaultHashSize));
+  table_.Allocate(hash_size_);
 }
 
 KeyedSetBase::~KeyedSetBase() { RemoveAll(); }
@@ -66,6 +67,7 @@ void KeyedSetBase::RemoveFromList(char* item) {
 
 void KeyedSetBase::Resize(std::int32_t n) {
   table_.Allocate(n);
+  hash_size_ = n;
   ++hash_epoch_;
   HashWholeList();
 }
@@ -76,7 +78,7 @@ void KeyedSetBase::SetDefaultHashSize(std::int32_t n) {
 }
 
 void KeyedSetBase::SetHashSize(std::int32_t n) {
-  if (n > default_hash_size_ && n != HashSize()) Resize(n);
+  if (n > 0 && n > default_hash_size_ && n != HashSize()) Resize(n);
 }
 
 void KeyedSetBase::Optimize() {
@@ -111,14 +113,18 @@ void KeyedSetBase::HashWholeList() {
 /// answers as it would have. Otherwise order does not matter and walking the list is faster.
 /// A crowded table is only slower, so that no memory for a larger one is no failure.
 void KeyedSetBase::Grow() {
-  const std::int32_t size = HashSize();
-  if (size > kMaxKey / 2) return;
+  if (hash_size_ > kMaxKey / 2) return;
+  hash_size_ *= 2;
+  const std::int32_t size = table_.Size();
+  if (hash_size_ <= size) return;  // the table has had more buckets than were asked for
   ChainTable grown(store_, links_offset_);
   try {
     grown.Allocate(size * 2);
   } catch (const std::bad_alloc&) {
+    hash_size_ /= 2;
     return;
   }
+  hash_size_ = grown.Size();
   table_.Swap(grown);  // `grown` is the old table now
   ++hash_epoch_;
   if (shared_keys_) {
@@ -175,7 +181,7 @@ void KeyedSetBase::SortAsc() {
     char* first;
     char* last;
   };
-  const std::int32_t size = HashSize();
+  const std::int32_t size = table_.Size();
   const std::int32_t low = min_key_ / size;
   const std::int32_t high = max_key_ / size;
   std::vector<Slot> slots(static_cast<std::size_t>(high - low) + 1, Slot{nullptr, nullptr});
@@ -279,6 +285,7 @@ void KeyedSetBase::RemoveAll() {
   ++revision_;
   used_keys_.Forget();
   const bool by_page = detached_ == 0;
+  if (by_page) ++incarnation_;
   if (count_ == 0) {  // the buckets are zero already
     if (by_page) store_.Clear();
     return;
@@ -440,10 +447,19 @@ void KeyedSetBase::FreeDetached(ITR pos) {
   DestroyItem(ToItem(pos));
 }
 
+// ---- positions that outlive their records -------------------------------------------------------
+
+RecordStamp KeyedSetBase::Stamp(ITR pos) {
+  if (!Owns(pos) || IsFree(pos)) return {};
+  store_.CountGenerations();
+  return {pos, GenerationOf(pos)};
+}
+
 // ---- the whole ----------------------------------------------------------------------------------
 
 void KeyedSetBase::Swap(KeyedSetBase& other) {
   std::swap(default_hash_size_, other.default_hash_size_);
+  std::swap(hash_size_, other.hash_size_);
   std::swap(head_, other.head_);
   std::swap(tail_, other.tail_);
   std::swap(count_, other.count_);
@@ -456,6 +472,7 @@ void KeyedSetBase::Swap(KeyedSetBase& other) {
   revision_ = other.revision_ = std::max(revision_, other.revision_) + 1;
   used_keys_.Forget();
   other.used_keys_.Forget();
+  incarnation_ = other.incarnation_ = std::max(incarnation_, other.incarnation_) + 1;
   std::swap(store_, other.store_);
   table_.Swap(other.table_);
 }

@@ -2,6 +2,7 @@
 // The part of the keyed set that does not depend on the record type.
 
 #include <cstdint>
+#include <memory>
 #include <span>
 #include <string>
 #include <vector>
@@ -17,10 +18,19 @@ namespace qx {
 struct RecordOps {
   std::uint32_t size;
   bool trivial;  ///< no arrays: nothing to destroy
+  /// A record on its own: a copy, or with the defaults where there is nothing to copy.
+  TStructBase* (*make)(const TStructBase* from);
   void (*construct)(char* at, const TStructBase& from);
   void (*destroy)(char* at);
   /// Throws std::bad_alloc, leaving the record as it was.
   void (*assign)(char* to, const TStructBase& from);
+};
+
+/// A position, and which of the records that its slot has held was meant.
+struct RecordStamp {
+  ITR item = 0;
+  std::uint64_t generation = 0;  ///< never 0 of a record
+  friend bool operator==(const RecordStamp&, const RecordStamp&) = default;
 };
 
 /// An insertion-ordered, doubly linked list of records threaded through a chained hash table on
@@ -32,12 +42,15 @@ struct RecordOps {
 /// were recorded, 31 reserved.
 ///
 /// Invariants, checked by Validate() under these numbers:
-///  1 every linked item is in exactly the chain of (key mod hash size), and the table's own
+///  1 every linked item is in exactly the chain of (key mod buckets), and the table's own
 ///    invariants hold (see ChainTable)
 ///  2 the list holds exactly `count` items, linked both ways, from head to tail
 ///  3 keys are not negative
 ///  4 min key <= every key <= max key
 ///  5 no linked item carries the removed mark
+///
+/// Threads: none inside the set. While nobody changes it, any number of threads may call what is
+/// const, save GetNewKeyUp, which remembers where it looked.
 class QXDB_API KeyedSetBase {
  public:
   static constexpr std::uint32_t kParamMask = 0x1FFFFFFF;
@@ -54,13 +67,16 @@ class QXDB_API KeyedSetBase {
 
   /// Sets the default size, below which explicit sizing never goes, and grows the table to it.
   void SetDefaultHashSize(std::int32_t n);
-  /// Resizes to n buckets; ignored unless n is above the default size and not the current one.
+  /// Resizes to n buckets; ignored unless n is positive, above the default size and not the current
+  /// one.
   void SetHashSize(std::int32_t n);
   /// One bucket a record, when there are more records than the default size.
   void Optimize();
   /// Empties the chains and pushes every item, in list order, at the front of its chain.
   void RebuildHash();
-  std::int32_t HashSize() const { return table_.Size(); }
+  /// The number of buckets asked for. The table has that many, or ChainTable::kMinSize: fewer would
+  /// save nothing, and nothing but time depends on it.
+  std::int32_t HashSize() const { return hash_size_; }
 
   // ---- looking up and walking -------------------------------------------------------------------
 
@@ -136,6 +152,38 @@ class QXDB_API KeyedSetBase {
     const std::uint32_t slot = SlotOf(pos);
     return slot < SlotLimit() && ToItr(store_.At(slot)) == pos;
   }
+  /// Whether a position is of a record in the set: not of one removed, nor, as long as its slot is
+  /// free, of one freed, nor anything else.
+  bool IsLinked(ITR pos) const { return store_.Covers(ToItem(pos)) && !IsRemoved(pos); }
+
+  /// Whether the slot of an item that the set owned has been freed since.
+  bool IsFree(ITR pos) const { return ItemStore::IsReturned(ToItem(pos)); }
+
+  // ---- records and positions that outlive them --------------------------------------------------
+
+  /// A record of the set's type that is in no set: with its defaults, or a copy.
+  std::unique_ptr<TStructBase> NewRecord() const {
+    return std::unique_ptr<TStructBase>(ops_.make(nullptr));
+  }
+  std::unique_ptr<TStructBase> CopyRecord(ITR pos) const {
+    return std::unique_ptr<TStructBase>(ops_.make(RecordAt(pos)));
+  }
+  /// Makes a record of the set's type a copy of the one at `pos`.
+  void CopyTo(TStructBase& record, ITR pos) const {
+    ops_.assign(reinterpret_cast<char*>(&record), *RecordAt(pos));
+  }
+  /// The record at `pos`, linked or detached, and no later one of its slot. A stamp of nothing
+  /// where there is none. Generations are counted beside the items, from the first stamp on.
+  RecordStamp Stamp(ITR pos);
+  /// Whether the stamp's record is still alive, linked or detached. Constant time.
+  bool IsAlive(const RecordStamp& stamp) const {
+    return stamp.generation != 0 && Owns(stamp.item) &&
+           GenerationOf(stamp.item) == stamp.generation;
+  }
+  /// Whether the slots of freed records are used again. In debug builds they are not, so that every
+  /// operation that checks a position tells a stale one.
+  static bool ReusesSlots() { return ItemStore::kReuses; }
+
   /// Whether SetAt has ever given a record a key that another one had at that moment.
   bool MayShareKeys() const { return shared_keys_; }
 
@@ -193,6 +241,9 @@ class QXDB_API KeyedSetBase {
   }
 
  private:
+  std::uint64_t GenerationOf(ITR pos) const {
+    return std::uint64_t{incarnation_} << 32 | store_.GenerationOf(SlotOf(pos));
+  }
   char* NewItem(const TStructBase& record);
   void DestroyItem(char* item);
   void InsertToList(char* item);
@@ -212,6 +263,7 @@ class QXDB_API KeyedSetBase {
   void ForEachItem(F&& visit) const;
 
   std::int32_t default_hash_size_ = kDefaultHashSize;
+  std::int32_t hash_size_;
   char* head_ = nullptr;
   char* tail_ = nullptr;
   std::int32_t count_ = 0;
@@ -222,8 +274,9 @@ class QXDB_API KeyedSetBase {
   std::uint32_t links_offset_;
   std::uint32_t list_epoch_ = 0;
   std::uint32_t hash_epoch_ = 0;
-  std::int32_t detached_ = 0;  // items alive but not linked
-  bool shared_keys_ = false;   // SetAt has given two records one key
+  std::int32_t detached_ = 0;      // items alive but not linked
+  bool shared_keys_ = false;       // SetAt has given two records one key
+  std::uint32_t incarnation_ = 1;  // of the slots as a whole
   std::uint64_t revision_ = 0;
   mutable UsedKeys used_keys_;
   ItemStore store_;

@@ -20,7 +20,7 @@ struct tagTRNotify {
   std::int32_t phase = 0;  ///< of a modification: 0 before it, 1 after it; otherwise 0
 };
 
-/// Whether, and to whom, changes are reported.
+/// Whether, and to whom, changes are reported. For the thread that edits the pools.
 class ChangeRecorder {
  public:
   bool IsRecording() const { return recording_; }
@@ -28,14 +28,15 @@ class ChangeRecorder {
   virtual void PushNotify(const tagTRNotify& notice) = 0;
   /// Makes room, so that the next `count` notices of insertions or removals cannot fail.
   virtual void ReserveNotices(std::size_t count) = 0;
-  /// Called before a change that is not recorded, while recorded ones could still be undone.
-  virtual void OnUnrecordedChange() = 0;
-  bool HasHistory() const { return has_history_; }
+  /// Asked before a change that is not recorded, as long as MindsUnrecorded: while recorded ones
+  /// could still be undone, or a step is being told of. False refuses the change.
+  virtual bool AllowUnrecorded() = 0;
+  bool MindsUnrecorded() const { return minds_unrecorded_; }
 
  protected:
   ~ChangeRecorder() = default;
   bool recording_ = false;
-  bool has_history_ = false;
+  bool minds_unrecorded_ = false;
 };
 
 }  // namespace qx

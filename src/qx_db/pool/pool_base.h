@@ -2,6 +2,7 @@
 // The untyped interface of every pool: what the session, the gateway and the host see.
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -22,15 +23,24 @@ class DataBase;
 /// The I/O name of the pool of a record type: "_NODE" for "tagTNode".
 QXDB_API std::u16string IONameOf(std::string_view record_name);
 
-class DPoolBase;
-
-/// The pool type's scratch record with the default of every member, also of those that Init leaves
-/// alone.
-QXDB_API TStructBase* FreshRecord(DPoolBase& pool);
+/// What became of a record that a stamp names.
+struct StampCheck {
+  bool same = false;  ///< it is there
+  /// Otherwise the step that took it away, as long as the history has it: its name and its number,
+  /// which is 0 for the step that is open. Empty and -1 once nothing is known of the record.
+  std::u16string removed_by;
+  std::int64_t step = -1;
+  explicit operator bool() const { return same; }
+};
 
 /// One pool of a session. The order of the virtual operations is part of the binary interface;
 /// DPool<T> continues it. Unless said otherwise operations return 1 or an iterator for success
 /// and 0 for failure.
+///
+/// Threads: a pool is its session's, and used from the thread that drives it. While nobody changes
+/// the session, as with a snapshot, any number of threads may call what is const, and NewRecord and
+/// CopyRecord; not GetKeyList and GetItrList with `sorted`, not CopyToDummyPtr, whose record is one
+/// of the process, and not the marks of SetParamIdx.
 class QXDB_API DPoolBase {
  public:
   /// Bits of the change flags, set while the session records.
@@ -71,7 +81,7 @@ class QXDB_API DPoolBase {
   virtual std::int32_t GetSize() const = 0;
   virtual void Next(ITR& pos) const = 0;
   /// Copies the record at `pos` into the pool type's scratch record, which it returns. The next
-  /// call overwrites it.
+  /// call overwrites it, from whatever session and thread: the library itself uses CopyRecord.
   virtual TStructBase* CopyToDummyPtr(ITR& pos) = 0;
   virtual void SetMinMaxKey(Key key) = 0;
   virtual void ResetMinMaxKey() = 0;
@@ -113,6 +123,19 @@ class QXDB_API DPoolBase {
   void SetChangeFlags(std::uint32_t flags) { change_flags_ = flags; }
   bool HasChanged(std::uint32_t mask) const { return (change_flags_ & mask) != 0; }
 
+  /// A record of the pool's type that is in no pool: with the default of every member, or a copy of
+  /// the one at `pos`. The caller's own.
+  std::unique_ptr<TStructBase> NewRecord() const { return set_->NewRecord(); }
+  std::unique_ptr<TStructBase> CopyRecord(ITR pos) const { return set_->CopyRecord(pos); }
+
+  /// Names the record at `pos` beyond its removal; a stamp of nothing for a position of none. Costs
+  /// four bytes a slot of the pool, once the first is taken. Throws std::bad_alloc.
+  RecordStamp Stamp(ITR pos) { return set_->Stamp(pos); }
+  /// Whether the stamp still means the same record, in constant time, and else which step removed
+  /// it, which walks back through the history. Loading, and emptying the pool outside a step, end
+  /// all stamps.
+  StampCheck Check(const RecordStamp& stamp) const;
+
   /// The positions of a list of keys, entry by entry; 0 for an unknown key.
   void TArrayK2TArrayITR(const TArray<Key>& keys, TArray<ITR>& out) const;
 
@@ -131,9 +154,9 @@ class QXDB_API DPoolBase {
   void Notify(std::uint16_t operation, ITR item, std::int32_t phase = 0) {
     recorder_->PushNotify({type_, operation, item, phase});
   }
-  /// To be called before a change that is not recorded.
-  void BeforeUnrecorded() {
-    if (recorder_ && recorder_->HasHistory()) recorder_->OnUnrecordedChange();
+  /// To be asked before a change that is not recorded. False refuses it.
+  bool MayChangeUnrecorded() {
+    return !recorder_ || !recorder_->MindsUnrecorded() || recorder_->AllowUnrecorded();
   }
 
   CQXDBSession* session_;

@@ -8,6 +8,7 @@ namespace qx {
 /// A pool outside undo and outside saving: changes leave no notice, a removed record is freed at
 /// once. It takes part in the gateway exchange like any pool; what a read has put in stays, also
 /// when the read is refused. Not added to a session, which has a pool of that type of its own.
+/// Threads: shares nothing; one thread at a time.
 template <class T>
 class QXDB_API DPoolTmp : public DPool<T> {
  public:

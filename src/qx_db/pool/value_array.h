@@ -8,6 +8,7 @@
 namespace qx {
 
 /// An owned array of records, each fully constructed. An empty array holds no storage.
+/// Threads: shares nothing; one thread at a time.
 template <class T>
 class TVArray {
  public:

@@ -3,6 +3,7 @@
 
 #include "qx_db/record/array_elements.h"
 #include "qx_db/record/record.h"
+#include "qx_db/record/unit_descriptor.h"
 
 namespace qx {
 
@@ -17,7 +18,7 @@ struct QXDB_API tagTFunc final : TRecord<tagTFunc, code::kFunc> {
   TArray<tagTFuncValue> values_z;  ///< third component
   std::int32_t type = 0;           ///< kind of the values, a FunctionKind
   std::int32_t variable = 0;       ///< kind of the variable, a FunctionKind
-  ITR coordinate_system = 0;
+  TRef<code::kCord> coordinate_system;
   std::int32_t variables = 1;
   std::int32_t variable2 = 0;      ///< kind of the second variable
   TArray<tagTFuncValue> values2;   ///< for the second variable
@@ -26,8 +27,6 @@ struct QXDB_API tagTFunc final : TRecord<tagTFunc, code::kFunc> {
   std::int32_t extrapolation_z = 0;
   std::int32_t independent_samples = 0;
   std::int32_t dependent_samples = 0;
-
-  static const Schema& GetSchema();
 };
 
 /// A function of a variable and of the functions at its values.
@@ -37,8 +36,6 @@ struct QXDB_API tagTFunc3D final : TRecord<tagTFunc3D, code::kFunc3D> {
   std::int32_t function_type = 0;
   std::int32_t variable = 0;  ///< kind of the variable, a FunctionKind
   TArray<tagTFunc3DSet> set;
-
-  static const Schema& GetSchema();
 };
 
 /// A curve by points on a geometry edge.
@@ -49,15 +46,13 @@ struct QXDB_API tagTCurve final : TRecord<tagTCurve, code::kCurve> {
   tagTVector3<double> point1;
   tagTVector3<double> point2;
   tagTVector3<double> point3;
-  ITR edge = 0;
+  TRef<code::kGKey> edge;
   std::int32_t direction = 0;  ///< flag
   std::int32_t divisions = 0;
   std::int32_t on_nodes = 0;  ///< flag
   std::int32_t reversed = 0;  ///< flag
-  TArray<ITR> elements;
+  TRefArray<code::kElem> elements;
   TArray<tagTElemSide> sides;
-
-  static const Schema& GetSchema();
 };
 
 /// A layout definition.
@@ -68,8 +63,6 @@ struct QXDB_API tagTLdfs final : TRecord<tagTLdfs, code::kLdfs> {
   tagTVector3<double> point1;
   tagTVector3<double> point2;
   tagTVector3<double> point3;
-
-  static const Schema& GetSchema();
 };
 
 /// How an object is displayed.
@@ -80,17 +73,13 @@ struct QXDB_API tagTInfo final : TRecord<tagTInfo, code::kInfo> {
   std::int32_t show = 0;       ///< flag
   std::int32_t show_mesh = 0;  ///< flag
   std::int32_t mode = 0;
-
-  static const Schema& GetSchema();
 };
 
 /// Links a pile element to the element around it.
 struct QXDB_API tagTPink final : TRecord<tagTPink, code::kPink> {
   Key key = 0;
-  ITR pile = 0;
-  ITR link = 0;
-
-  static const Schema& GetSchema();
+  TRef<code::kElem> pile;
+  TRef<code::kElem> link;
 };
 
 /// A flow path.
@@ -98,8 +87,6 @@ struct QXDB_API tagTPFlow final : TRecord<tagTPFlow, code::kPFlow> {
   Key key = 0;
   TString<64> name;
   TArray<tagTVector3<double>> points;
-
-  static const Schema& GetSchema();
 };
 
 /// Whether a case takes part.
@@ -109,8 +96,6 @@ struct QXDB_API tagPOHVCase final : TRecord<tagPOHVCase, code::kPOHVCase> {
   std::int32_t active = 0;               ///< flag
   std::int64_t case_handle = 0;          ///< of the host
   std::int64_t virtual_case_handle = 0;  ///< of the host
-
-  static const Schema& GetSchema();
 };
 
 /// A selection of results and how to combine them.
@@ -120,8 +105,6 @@ struct QXDB_API tagTRtcb final : TRecord<tagTRtcb, code::kRtcb> {
   std::int32_t method = 0;
   std::int32_t option = 0;
   TArray<tagTSelectedResult> selected;
-
-  static const Schema& GetSchema();
 };
 
 /// A line along which stresses are linearised.
@@ -136,28 +119,22 @@ struct QXDB_API tagTStlz final : TRecord<tagTStlz, code::kStlz> {
   tagTVector3<double> point2;
   double radius = 0;
   std::int32_t divisions = 0;
-
-  static const Schema& GetSchema();
 };
 
 /// Marks an element as of a part.
 struct QXDB_API tagTEvok final : TRecord<tagTEvok, code::kEvok> {
   Key key = 0;
-  ITR element = 0;
+  TRef<code::kElem> element;
   std::int32_t part = 0;
   std::int32_t state = 0;
-
-  static const Schema& GetSchema();
 };
 
 /// Marks a node as of a part.
 struct QXDB_API tagTNvok final : TRecord<tagTNvok, code::kNvok> {
   Key key = 0;
-  ITR node = 0;
+  TRef<code::kNode> node;
   std::int32_t part = 0;
   std::int32_t state = 0;
-
-  static const Schema& GetSchema();
 };
 
 /// A probe of a quantity over nodes, geometry or a cutting plane.
@@ -168,13 +145,11 @@ struct QXDB_API tagTFQuan final : TRecord<tagTFQuan, code::kFQuan> {
   std::int32_t cutting_mode = 0;
   std::int32_t cutting_type = 0;
   std::int32_t limited_plane = 0;  ///< flag
-  TArray<ITR> nodes;
-  TArray<ITR> geometry;
+  TRefArray<code::kNode> nodes;
+  TRefArray<code::kGeom> geometry;
   tagTVector3<double> point1;
   tagTVector3<double> point2;
   tagTVector3<double> point3;
-
-  static const Schema& GetSchema();
 };
 
 /// A region of nodes, elements or element sides.
@@ -182,12 +157,10 @@ struct QXDB_API tagTRegion final : TRecord<tagTRegion, code::kRegion> {
   Key key = 0;
   TString<64> name;
   std::int32_t type = 0;
-  TArray<ITR> nodes;
-  TArray<ITR> elements;
-  TArray<ITR> sides;
+  TRefArray<code::kNode> nodes;
+  TRefArray<code::kElem> elements;
+  TRefArray<code::kESid> sides;
   TArray<std::int32_t> directions;  ///< one a side
-
-  static const Schema& GetSchema();
 };
 
 /// The units chosen, by their index in each list.
@@ -198,8 +171,6 @@ struct QXDB_API tagTPUnit final : TRecord<tagTPUnit, code::kPUnit> {
   std::int32_t mass = 0;
   std::int32_t time = 0;
   std::int32_t heat = 0;
-
-  static const Schema& GetSchema();
 };
 
 #pragma pack(pop)
@@ -219,5 +190,21 @@ QX_DECLARE_RECORD(tagTNvok);
 QX_DECLARE_RECORD(tagTFQuan);
 QX_DECLARE_RECORD(tagTRegion);
 QX_DECLARE_RECORD(tagTPUnit);
+
+/// Unit categories, group by group.
+using CQXFuncUnit = TUnitDescriptor<tagTFunc, 1>;
+using CQXFunc3DUnit = TUnitDescriptor<tagTFunc3D, 1>;
+using CQXCurveUnit = TUnitDescriptor<tagTCurve, 1>;
+using CQXLdfsUnit = TUnitDescriptor<tagTLdfs, 1>;
+using CQXPFlowUnit = TUnitDescriptor<tagTPFlow, 1>;
+using CQXStlzUnit = TUnitDescriptor<tagTStlz, 1>;
+using CQXFQuanUnit = TUnitDescriptor<tagTFQuan, 1>;
+extern template class TUnitDescriptor<tagTFunc, 1>;
+extern template class TUnitDescriptor<tagTFunc3D, 1>;
+extern template class TUnitDescriptor<tagTCurve, 1>;
+extern template class TUnitDescriptor<tagTLdfs, 1>;
+extern template class TUnitDescriptor<tagTPFlow, 1>;
+extern template class TUnitDescriptor<tagTStlz, 1>;
+extern template class TUnitDescriptor<tagTFQuan, 1>;
 
 }  // namespace qx

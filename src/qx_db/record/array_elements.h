@@ -8,10 +8,12 @@ namespace qx {
 #pragma pack(push, 4)
 
 /// A side of an element. Whether the number names a face or an edge is not stored.
-struct tagTElemSide {
-  ITR element = 0;
+struct QXDB_API tagTElemSide {
+  TRef<code::kElem> element;
   std::int32_t side = 0;
   friend bool operator==(const tagTElemSide&, const tagTElemSide&) = default;
+
+  static const ElementSchema& GetSchema();
 };
 
 /// A weight and the degrees of freedom it applies to.
@@ -19,25 +21,33 @@ struct QXDB_API tagTWeightDOF {
   double weight = 0;
   std::int32_t dof[6]{};  ///< flags T1 to T3, R1 to R3
 
-  static const IO_VAR* GetVarIOInfo();
+  static const ElementSchema& GetSchema();
+  static const IO_VAR* GetVarIOInfo() { return GetSchema().IoVars(); }
 };
 
 /// A pair of a function table.
-struct tagTFuncValue {
+struct QXDB_API tagTFuncValue {
   double variable = 0;
   double value = 0;
+
+  static const ElementSchema& GetSchema();
 };
 
 /// One function of a 3D function and the value of the variable it stands for.
-struct tagTFunc3DSet {
+struct QXDB_API tagTFunc3DSet {
   double variable = 0;
-  ITR function = 0;  ///< a tagTFunc
+  TRef<code::kFunc> function;
+
+  static const ElementSchema& GetSchema();
+  static const IO_VAR* GetVarIOInfo() { return GetSchema().IoVars(); }
 };
 
 /// The thickness of a gauging shell at a distance.
-struct tagTGaugingThick {
+struct QXDB_API tagTGaugingThick {
   double distance = 0;
   double thickness = 0;
+
+  static const ElementSchema& GetSchema();
 };
 
 /// A result and its factor in a combination.
@@ -46,7 +56,8 @@ struct QXDB_API tagTSelectedResult {
   TString<64> step;
   double factor = 0;
 
-  static const IO_VAR* GetVarIOInfo();
+  static const ElementSchema& GetSchema();
+  static const IO_VAR* GetVarIOInfo() { return GetSchema().IoVars(); }
 };
 
 #pragma pack(pop)
@@ -54,12 +65,5 @@ struct QXDB_API tagTSelectedResult {
 static_assert(sizeof(tagTElemSide) == 12 && sizeof(tagTWeightDOF) == 32);
 static_assert(sizeof(tagTFuncValue) == 16 && sizeof(tagTFunc3DSet) == 16);
 static_assert(sizeof(tagTSelectedResult) == 264);
-
-namespace detail {
-template <>
-struct MemberTraits<tagTFuncValue> : MemberTraits<double> {};
-template <>
-struct MemberTraits<tagTGaugingThick> : MemberTraits<double> {};
-}  // namespace detail
 
 }  // namespace qx

@@ -4,6 +4,7 @@
 
 #include "qx_db/record/default_name.h"
 #include "qx_db/record/record.h"
+#include "qx_db/record/unit_descriptor.h"
 
 namespace qx {
 
@@ -13,15 +14,13 @@ namespace qx {
 struct QXDB_API tagTE1DOffset final : TRecord<tagTE1DOffset, code::kE1DOffset> {
   Key key = 0;
   TString<64> name{DefaultName("IDS_QXMESH_FEPARAM_NAME_OFFSET")};
-  TArray<ITR> elements;
+  TRefArray<code::kElem> elements;
   std::int32_t end_a = 1;  ///< flag
-  double offset_a[3]{};
+  PackedDouble offset_a[3]{};
   std::int32_t end_b = 0;  ///< flag
-  double offset_b[3]{};
+  PackedDouble offset_b[3]{};
   std::int32_t csys_type = 1;     ///< 0 global, 1 element
   std::int32_t from_section = 1;  ///< flag
-
-  static const Schema& GetSchema();
 };
 
 /// Releases of the ends of beams: T1 to T3, R1 to R3 at A, then at B.
@@ -32,38 +31,32 @@ struct QXDB_API tagTE1DRelease final : TRecord<tagTE1DRelease, code::kE1DRelease
 
   Key key = 0;
   TString<64> name{DefaultName("IDS_QXMESH_FEPARAM_NAME_RELEASE")};
-  TArray<ITR> elements;
+  TRefArray<code::kElem> elements;
   std::int32_t released[12]{};  ///< flags
   std::int32_t type = kFactors;
-  double partial_translation_a[3]{};
-  double partial_rotation_a[3]{};
-  double partial_translation_b[3]{};
-  double partial_rotation_b[3]{};
-
-  static const Schema& GetSchema();
+  PackedDouble partial_translation_a[3]{};
+  PackedDouble partial_rotation_a[3]{};
+  PackedDouble partial_translation_b[3]{};
+  PackedDouble partial_rotation_b[3]{};
 };
 
 /// Thickness of plates, uniform or by corner.
 struct QXDB_API tagTE2DThick final : TRecord<tagTE2DThick, code::kE2DThick> {
   Key key = 0;
   TString<64> name{DefaultName("IDS_QXMESH_FEPARAM_NAME_THICK")};
-  TArray<ITR> elements;
-  std::int32_t uniform = 1;         ///< flag
-  ITR function = 0;                 ///< varies the thickness
-  double thickness[4]{1, 1, 1, 1};  ///< at the corners
-
-  static const Schema& GetSchema();
+  TRefArray<code::kElem> elements;
+  std::int32_t uniform = 1;               ///< flag
+  TRef<code::kFunc> function;             ///< varies the thickness
+  PackedDouble thickness[4]{1, 1, 1, 1};  ///< at the corners
 };
 
 /// Offset of plates. Shares the default name of the beam offset on purpose.
 struct QXDB_API tagTE2DOffset final : TRecord<tagTE2DOffset, code::kE2DOffset> {
   Key key = 0;
   TString<64> name{DefaultName("IDS_QXMESH_FEPARAM_NAME_OFFSET")};
-  TArray<ITR> elements;
-  ITR function = 0;  ///< varies the offset
+  TRefArray<code::kElem> elements;
+  TRef<code::kFunc> function;  ///< varies the offset
   double offset = 0;
-
-  static const Schema& GetSchema();
 };
 
 /// Material coordinate system of plates.
@@ -75,26 +68,22 @@ struct QXDB_API tagTE2DMatlCsys final : TRecord<tagTE2DMatlCsys, code::kE2DMatlC
 
   Key key = 0;
   TString<64> name{DefaultName("IDS_QXMESH_FEPARAM_NAME_MATLCSYS")};
-  TArray<ITR> elements;
+  TRefArray<code::kElem> elements;
   std::int32_t type = kByAngle;
-  ITR coordinate_system = 0;
+  TRef<code::kCord> coordinate_system;
   std::int32_t csys_axis = 0;  ///< axis of the system to project: 0 x, 1 y, 2 z
   double angle_deg = 0;        ///< from the element's x axis
   tagTVector3<double> reference_vector{1, 0, 0};
-
-  static const Schema& GetSchema();
 };
 
 /// Releases along the edges of plates.
 struct QXDB_API tagTE2DRelease final : TRecord<tagTE2DRelease, code::kE2DRelease> {
   Key key = 0;
   TString<64> name{DefaultName("IDS_QXMESH_FEPARAM_NAME_RELEASE_2D")};
-  TArray<ITR> elements;
-  TArray<ITR> nodes;
-  ITR coordinate_system = 0;
+  TRefArray<code::kElem> elements;
+  TRefArray<code::kNode> nodes;
+  TRef<code::kCord> coordinate_system;
   std::int32_t released[6]{};  ///< flags
-
-  static const Schema& GetSchema();
 };
 
 /// Material axes of one solid element, keyed by it.
@@ -103,65 +92,53 @@ struct QXDB_API tagTE3DMatlCsys final : TRecord<tagTE3DMatlCsys, code::kE3DMatlC
   tagTVector3<double> x_axis{0, 0, 0};
   tagTVector3<double> y_axis{1, 0, 0};
   tagTVector3<double> z_axis{0, 1, 0};
-
-  static const Schema& GetSchema();
 };
 
 /// Factors on the material of one solid element, keyed by it.
 struct QXDB_API tagTE3DScaleFac final : TRecord<tagTE3DScaleFac, code::kE3DScaleFac> {
   Key key = 0;
-  double elastic_modulus[3]{};
-  double thermal_expansion[3]{};
-  double poisson_ratio[3]{};
+  PackedDouble elastic_modulus[3]{};
+  PackedDouble thermal_expansion[3]{};
+  PackedDouble poisson_ratio[3]{};
   double density = 0;
-
-  static const Schema& GetSchema();
 };
 
 /// Properties of plates below and above the water table.
 struct QXDB_API tagTE2DSatUnsat final : TRecord<tagTE2DSatUnsat, code::kE2DSatUnsat> {
   Key key = 0;
   TString<64> name{DefaultName("IDS_QXMESH_FEPARAM_2D_SAT_UNSAT")};
-  TArray<ITR> elements;
-  ITR saturated = 0;
-  ITR unsaturated = 0;
-
-  static const Schema& GetSchema();
+  TRefArray<code::kElem> elements;
+  TRef<code::kProp> saturated;
+  TRef<code::kProp> unsaturated;
 };
 
 /// Properties of solids below and above the water table.
 struct QXDB_API tagTE3DSatUnsat final : TRecord<tagTE3DSatUnsat, code::kE3DSatUnsat> {
   Key key = 0;
   TString<64> name{DefaultName("IDS_QXMESH_FEPARAM_3D_SAT_UNSAT")};
-  TArray<ITR> elements;
-  ITR saturated = 0;
-  ITR unsaturated = 0;
-
-  static const Schema& GetSchema();
+  TRefArray<code::kElem> elements;
+  TRef<code::kProp> saturated;
+  TRef<code::kProp> unsaturated;
 };
 
 /// Properties of plates above and below a temperature.
 struct QXDB_API tagTE2DAutoTemp final : TRecord<tagTE2DAutoTemp, code::kE2DAutoTemp> {
   Key key = 0;
   TString<64> name{DefaultName("IDS_QXMESH_FEPARAM_2D_AUTO_TEMP")};
-  TArray<ITR> elements;
-  ITR above = 0;
-  ITR below = 0;
+  TRefArray<code::kElem> elements;
+  TRef<code::kProp> above;
+  TRef<code::kProp> below;
   double reference_temperature = 0;
-
-  static const Schema& GetSchema();
 };
 
 /// Properties of solids above and below a temperature.
 struct QXDB_API tagTE3DAutoTemp final : TRecord<tagTE3DAutoTemp, code::kE3DAutoTemp> {
   Key key = 0;
   TString<64> name{DefaultName("IDS_QXMESH_FEPARAM_3D_AUTO_TEMP")};
-  TArray<ITR> elements;
-  ITR above = 0;
-  ITR below = 0;
+  TRefArray<code::kElem> elements;
+  TRef<code::kProp> above;
+  TRef<code::kProp> below;
   double reference_temperature = 0;
-
-  static const Schema& GetSchema();
 };
 
 #pragma pack(pop)
@@ -178,5 +155,21 @@ QX_DECLARE_RECORD(tagTE2DSatUnsat);
 QX_DECLARE_RECORD(tagTE3DSatUnsat);
 QX_DECLARE_RECORD(tagTE2DAutoTemp);
 QX_DECLARE_RECORD(tagTE3DAutoTemp);
+
+/// Unit categories, group by group.
+using CQXE1DOffsetUnit = TUnitDescriptor<tagTE1DOffset, 1>;
+using CQXE1DReleaseUnit = TUnitDescriptor<tagTE1DRelease, 2>;
+using CQXE2DThickUnit = TUnitDescriptor<tagTE2DThick, 1>;
+using CQXE2DOffsetUnit = TUnitDescriptor<tagTE2DOffset, 1>;
+using CQXE2DMatlCsysUnit = TUnitDescriptor<tagTE2DMatlCsys, 1>;
+using CQXE2DAutoTempUnit = TUnitDescriptor<tagTE2DAutoTemp, 1>;
+using CQXE3DAutoTempUnit = TUnitDescriptor<tagTE3DAutoTemp, 1>;
+extern template class TUnitDescriptor<tagTE1DOffset, 1>;
+extern template class TUnitDescriptor<tagTE1DRelease, 2>;
+extern template class TUnitDescriptor<tagTE2DThick, 1>;
+extern template class TUnitDescriptor<tagTE2DOffset, 1>;
+extern template class TUnitDescriptor<tagTE2DMatlCsys, 1>;
+extern template class TUnitDescriptor<tagTE2DAutoTemp, 1>;
+extern template class TUnitDescriptor<tagTE3DAutoTemp, 1>;
 
 }  // namespace qx

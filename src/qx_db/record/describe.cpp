@@ -1,6 +1,7 @@
 #include "qx_db/record/describe.h"
 
 #include <fmt/format.h>
+#include <vector>
 
 namespace qx {
 namespace {
@@ -67,6 +68,64 @@ std::string MemberKindText(const Row& row) {
       break;
   }
   return NumbersKind(row.number, row.size);
+}
+
+namespace {
+
+/// Codes of methods, types and kinds lie below this.
+constexpr std::int32_t kMostCodes = 64;
+
+std::string CategoryName(int category) {
+  const UnitCategory* found = category > unit::kNone ? FindUnitCategory(category) : nullptr;
+  return found ? std::string(found->name) : std::string();
+}
+
+/// What the values of one member make of a number's unit: "_METHOD 1: length, 3: time"; "" when
+/// the number does not depend on it.
+std::string CasesBy(const Row& by, const Row& row, TStructBase& record, int number) {
+  char* at = detail::Bytes(record) + by.offset;
+  const auto kept = LoadAt<std::int32_t>(at);
+  std::string cases;
+  bool varies = false;
+  StoreAt<std::int32_t>(at, 0);
+  const int first = CategoryOf(row, record, number);
+  for (std::int32_t code = 0; code < kMostCodes; ++code) {
+    StoreAt(at, code);
+    const int category = CategoryOf(row, record, number);
+    varies |= category != first && category != unit::kUnknown;
+    const std::string name = CategoryName(category);
+    if (!name.empty()) cases += fmt::format("{}{}: {}", cases.empty() ? " " : ", ", code, name);
+  }
+  StoreAt(at, kept);
+  return varies ? Utf8(by.name) + cases : std::string();
+}
+
+}  // namespace
+
+std::string UnitCasesText(const Schema& schema, const Row& row, TStructBase& fresh) {
+  if (!row.unit.category_at) return {};
+  std::vector<std::string> numbers;
+  ForEachUnitNumber(row, [&](int number, std::int32_t) {
+    std::string& text = numbers.emplace_back();
+    for (const std::int32_t offset : row.unit.by) {
+      const Row* by = offset ? schema.At(offset) : nullptr;
+      const std::string cases = by ? CasesBy(*by, row, fresh, number) : std::string();
+      if (!cases.empty()) text += (text.empty() ? "" : "; or ") + cases;
+    }
+    if (text.empty()) text = CategoryName(CategoryOf(row, fresh, number));
+    if (text.empty()) text = "none";
+  });
+  std::string text;
+  for (std::size_t i = 0; i < numbers.size();) {
+    std::size_t end = i + 1;
+    while (end < numbers.size() && numbers[end] == numbers[i]) ++end;
+    if (end - i == numbers.size()) return numbers[i];
+    const std::string place =
+        end - i == 1 ? fmt::format("[{}]", i) : fmt::format("[{}-{}]", i, end - 1);
+    text += fmt::format("{}{} {}", text.empty() ? "" : "; ", place, numbers[i]);
+    i = end;
+  }
+  return text;
 }
 
 std::string MemberValueText(const Row& row, const TStructBase& record) {

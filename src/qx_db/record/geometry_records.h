@@ -4,6 +4,7 @@
 
 #include "qx_db/lib/variants.h"
 #include "qx_db/record/record.h"
+#include "qx_db/record/unit_descriptor.h"
 
 namespace qx {
 
@@ -18,12 +19,10 @@ struct QXDB_API tagTGeom final : TRecord<tagTGeom, code::kGeom> {
   TString<64> name;
   std::int32_t color = 0;
   std::int32_t item_handle = 0;  ///< of the CAD session
-  ITR property = 0;
+  TRef<code::kProp> property;
   std::int32_t type = -1;  ///< none yet
-  ITR set = 0;
-  ITR material = 0;
-
-  static const Schema& GetSchema();
+  TRef<code::kGset> set;
+  TRef<code::kMatl> material;
 };
 
 /// Locates one topological item of a geometry object.
@@ -38,9 +37,7 @@ struct QXDB_API tagTGKey final : TRecord<tagTGKey, code::kGKey> {
   std::int32_t instance = 0;
   std::int32_t body = 0;
   std::int32_t item = 0;
-  ITR geometry = 0;
-
-  static const Schema& GetSchema();
+  TRef<code::kGeom> geometry;
   std::int32_t ItemNumber() const { return item & 0xFFFFFF; }
   std::int32_t ItemType() const {
     return static_cast<std::int32_t>(static_cast<std::uint32_t>(item) >> 24);
@@ -54,20 +51,16 @@ struct QXDB_API tagTGKey final : TRecord<tagTGKey, code::kGKey> {
 /// The elements generated on one geometry item, a list a side number.
 struct QXDB_API tagTGElem final : TRecord<tagTGElem, code::kGElem> {
   Key key = 0;
-  ITR geometry_key = 0;
-  TArray<ITR> elements[12]{};
-  ITR node = 0;
-
-  static const Schema& GetSchema();
+  TRef<code::kGKey> geometry_key;
+  TRefArray<code::kElem> elements[12]{};
+  TRef<code::kNode> node;
 };
 
 /// Heads the geometry-element records of one geometry key; the last one is current.
 struct QXDB_API tagTGElemHead final : TRecord<tagTGElemHead, code::kGElemHead> {
   Key key = 0;
-  ITR geometry_key = 0;
-  TArray<ITR> data;
-
-  static const Schema& GetSchema();
+  TRef<code::kGKey> geometry_key;
+  TRefArray<code::kGElem> data;
 };
 
 /// A geometry set.
@@ -75,8 +68,6 @@ struct QXDB_API tagTGset final : TRecord<tagTGset, code::kGset> {
   Key key = 0;
   TString<64> name;
   TString<128> description;
-
-  static const Schema& GetSchema();
 };
 
 /// The display grid: one record, with key 1.
@@ -88,18 +79,14 @@ struct QXDB_API tagTGrid final : TRecord<tagTGrid, code::kGrid> {
   double spacing = GridSpacing();  ///< by edition: 1 in C, else 20
   std::int32_t lines = 20;
   std::int32_t show_axes = 1;  ///< flag
-
-  static const Schema& GetSchema();
 };
 
 /// A work plane: origin, normal, first axis.
 struct QXDB_API tagTWrkPl final : TRecord<tagTWrkPl, code::kWrkPl> {
   Key key = 0;
   TString<64> name;
-  double plane[9]{0, 0, 0, 0, 0, 1, 1, 0, 0};  ///< origin, then two directions
+  PackedDouble plane[9]{0, 0, 0, 0, 0, 1, 1, 0, 0};  ///< origin, then two directions
   double angle_deg = 0;
-
-  static const Schema& GetSchema();
 };
 
 /// A datum point, axis or plane.
@@ -112,8 +99,6 @@ struct QXDB_API tagTDatum final : TRecord<tagTDatum, code::kDatum> {
   tagTVector3<double> position;
   tagTVector3<double> direction{0, 0, 1};
   tagTVector3<double> reference;  ///< direction in the plane
-
-  static const Schema& GetSchema();
 
   /// Deliberate: resets everything but the position, so that a datum stays where it is.
   void Init() override;
@@ -133,15 +118,13 @@ struct QXDB_API tagTCord final : TRecord<tagTCord, code::kCord> {
   TString<64> name;
   std::int32_t method = kByPoints;
   std::int32_t type = kRectangular;
-  ITR reference = 0;       ///< the system this one is given in; 0 for global
-  std::int32_t plane = 0;  ///< which axes the points give: 0 x and xy, 1 y and yz, 2 z and zx
+  TRef<code::kCord> reference;  ///< the system this one is given in; 0 for global
+  std::int32_t plane = 0;       ///< which axes the points give: 0 x and xy, 1 y and yz, 2 z and zx
   tagTVector3<double> origin;
   tagTVector3<double> axis_point{1, 0, 0};   ///< on the first axis
   tagTVector3<double> plane_point{0, 1, 0};  ///< in the first plane
   std::int32_t rotation_order = 0;           ///< 0 xyz, 1 xzy, 2 yxz, 3 yzx, 4 zxy, 5 zyx
   tagTVector3<double> rotation_deg;
-
-  static const Schema& GetSchema();
 };
 
 /// A saved view.
@@ -151,10 +134,8 @@ struct QXDB_API tagTViewPoint final : TRecord<tagTViewPoint, code::kViewPoint> {
   TString<64> name;
   std::int32_t version = 1;
   double zoom = 0;
-  double center[2]{};    ///< on the screen
-  double rotation[4]{};  ///< quaternion; all zero, not the identity, until set
-
-  static const Schema& GetSchema();
+  PackedDouble center[2]{};    ///< on the screen
+  PackedDouble rotation[4]{};  ///< quaternion; all zero, not the identity, until set
 };
 
 #pragma pack(pop)
@@ -169,5 +150,15 @@ QX_DECLARE_RECORD(tagTWrkPl);
 QX_DECLARE_RECORD(tagTDatum);
 QX_DECLARE_RECORD(tagTCord);
 QX_DECLARE_RECORD(tagTViewPoint);
+
+/// Unit categories, group by group.
+using CQXGridUnit = TUnitDescriptor<tagTGrid, 1>;
+using CQXWrkPlUnit = TUnitDescriptor<tagTWrkPl, 2>;
+using CQXDatumUnit = TUnitDescriptor<tagTDatum, 1>;
+using CQXCordUnit = TUnitDescriptor<tagTCord, 4>;
+extern template class TUnitDescriptor<tagTGrid, 1>;
+extern template class TUnitDescriptor<tagTWrkPl, 2>;
+extern template class TUnitDescriptor<tagTDatum, 1>;
+extern template class TUnitDescriptor<tagTCord, 4>;
 
 }  // namespace qx

@@ -4,13 +4,6 @@
 
 namespace qx {
 
-const Schema& tagTKeyMap::GetSchema() {
-  static const Schema schema(
-      "tagTKeyMap", kType, sizeof(tagTKeyMap),
-      RowList().Add(u"_KEY", &tagTKeyMap::key).Add(u"_VALUE", &tagTKeyMap::value).Take());
-  return schema;
-}
-
-QX_RECORD(tagTKeyMap);
+QX_RECORD(tagTKeyMap) { rows.Add(u"_VALUE", &tagTKeyMap::value); }
 
 }  // namespace qx

@@ -11,8 +11,6 @@ namespace qx {
 struct QXDB_API tagTKeyMap final : TRecord<tagTKeyMap, 0> {
   Key key = 0;             ///< in the external store
   std::int32_t value = 0;  ///< in the pool proper
-
-  static const Schema& GetSchema();
 };
 
 #pragma pack(pop)

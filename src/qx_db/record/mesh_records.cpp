@@ -7,23 +7,11 @@
 
 namespace qx {
 
-using GF = GatewayField;
-
 // ---- tagTNode -----------------------------------------------------------------------------------
 
-const Schema& tagTNode::GetSchema() {
-  static constexpr GatewayField kFields[] = {
-      {"POS", GF::Type::kArray, u"_POSITION", "X, Y, Z"},
-  };
-  static const Schema schema("tagTNode", kType, sizeof(tagTNode),
-                             RowList()
-                                 .Add(u"_KEY", &tagTNode::key)
-                                 .Add(u"_POSITION", &tagTNode::position)
-                                 .In(unit::kLength)
-                                 .Add(u"_FLAGS", &tagTNode::flags)
-                                 .Take(),
-                             kFields);
-  return schema;
+QX_RECORD(tagTNode) {
+  rows.Add(u"_POSITION", &tagTNode::position).In(unit::kLength).Add(u"_FLAGS", &tagTNode::flags);
+  fields.Add("POS", &tagTNode::position, "X, Y, Z");
 }
 
 int tagTNode::REad(char* buffer, int length) const { return Data2Stream(buffer, length); }
@@ -41,26 +29,16 @@ bool tagTNode::api_convert_data(CQXDBSession*, DBG_NODE* value, bool out) {
 
 // ---- tagTElem -----------------------------------------------------------------------------------
 
-const Schema& tagTElem::GetSchema() {
-  static constexpr GatewayField kFields[] = {
-      {"TYPE", GF::Type::kInteger, u"_TYPE"},
-      {"NODE_KEY_ARRAY", GF::Type::kArray, u"_NODE_IDS"},
-      {"PROPERTY", GF::Type::kInteger, u"_PROPERTY", nullptr, GF::Form::kLookUp},
-  };
-  static const Schema schema("tagTElem", kType, sizeof(tagTElem),
-                             RowList()
-                                 .Add(u"_KEY", &tagTElem::key)
-                                 .Add(u"_TYPE", &tagTElem::type)
-                                 .Add(u"_NODE_IDS", &tagTElem::nodes)
-                                 .To(code::kNode)
-                                 .When(OnRemoval::kDie)
-                                 .Add(u"_PROPERTY", &tagTElem::property)
-                                 .To(code::kProp)
-                                 .Add(u"_FLAGS", &tagTElem::flags)
-                                 .Add(u"_OVERLAP", &tagTElem::overlap)
-                                 .Take(),
-                             kFields);
-  return schema;
+QX_RECORD(tagTElem) {
+  rows.Add(u"_TYPE", &tagTElem::type)
+      .Add(u"_NODE_IDS", &tagTElem::nodes)
+      .When(OnRemoval::kDie)
+      .Add(u"_PROPERTY", &tagTElem::property)
+      .Add(u"_FLAGS", &tagTElem::flags)
+      .Add(u"_OVERLAP", &tagTElem::overlap);
+  fields.Add("TYPE", &tagTElem::type)
+      .Add("NODE_KEY_ARRAY", &tagTElem::nodes)
+      .LookUp("PROPERTY", &tagTElem::property);
 }
 
 namespace {
@@ -109,33 +87,26 @@ tagTEcrd::tagTEcrd() {
   beta_angle_deg = by_angle ? 90.0 : 0.0;
 }
 
-const Schema& tagTEcrd::GetSchema() {
-  static constexpr GatewayField kFields[] = {
-      {"ELEM_TYPE", GF::Type::kInteger, u"_IELEMTYPE"}, {"TYPE", GF::Type::kInteger, u"_ITYPE"},
-      {"REF_NODE", GF::Type::kInteger, u"_ITRRNODE"},   {"REF", GF::Type::kArray, u"_VREFVEC"},
-      {"BETA_ANGLE", GF::Type::kReal, u"_BETAANGLE"},   {"CORD", GF::Type::kInteger, u"_ITRCORD"},
-      {"INTER_X", GF::Type::kArray, u"_VECINTERX"},
-  };
-  static const Schema schema(
-      "tagTEcrd", kType, sizeof(tagTEcrd),
-      RowList()
-          .Add(u"_KEY", &tagTEcrd::key)
-          .KeyOf(code::kElem)
-          .Add(u"_IELEMTYPE", &tagTEcrd::element_type)
-          .Add(u"_ITYPE", &tagTEcrd::method)
-          .Add(u"_ITRRNODE", &tagTEcrd::reference_node)
-          .To(code::kNode)
-          .Add(u"_VREFVEC", &tagTEcrd::reference_vector)
-          .Add(u"_BETAANGLE", &tagTEcrd::beta_angle_deg)
-          .Listed(unit::kAngle)
-          // Deliberate: neither conversion of the record touches its coordinate system. Hosts
-          // hand such records around within a session; only the model file converts the member.
-          .Add(u"_ITRCORD", &tagTEcrd::coordinate_system)
-          .To(code::kCord, ReferenceRule::kLeftAlone)
-          .Add(u"_VECINTERX", &tagTEcrd::intersection_x)
-          .Take(),
-      kFields);
-  return schema;
+QX_RECORD(tagTEcrd) {
+  rows.KeyOf(code::kElem)
+      .Add(u"_IELEMTYPE", &tagTEcrd::element_type)
+      .Add(u"_ITYPE", &tagTEcrd::method)
+      .Add(u"_ITRRNODE", &tagTEcrd::reference_node)
+      .Add(u"_VREFVEC", &tagTEcrd::reference_vector)
+      .Add(u"_BETAANGLE", &tagTEcrd::beta_angle_deg)
+      .Listed(unit::kAngle);
+  // Deliberate: neither conversion of the record touches its coordinate system. Hosts
+  // hand such records around within a session; only the model file converts the member.
+  rows.Add(u"_ITRCORD", &tagTEcrd::coordinate_system)
+      .Converts(ReferenceRule::kLeftAlone)
+      .Add(u"_VECINTERX", &tagTEcrd::intersection_x);
+  fields.Add("ELEM_TYPE", &tagTEcrd::element_type)
+      .Add("TYPE", &tagTEcrd::method)
+      .Add("REF_NODE", &tagTEcrd::reference_node)
+      .Add("REF", &tagTEcrd::reference_vector)
+      .Add("BETA_ANGLE", &tagTEcrd::beta_angle_deg)
+      .Add("CORD", &tagTEcrd::coordinate_system)
+      .Add("INTER_X", &tagTEcrd::intersection_x);
 }
 
 bool tagTEcrd::api_convert_data(CQXDBSession* session, DBG_ERCD* value, bool out) {
@@ -161,20 +132,9 @@ bool tagTEcrd::api_convert_data(CQXDBSession* session, DBG_ERCD* value, bool out
 
 // ---- tagTActiveElemSet --------------------------------------------------------------------------
 
-const Schema& tagTActiveElemSet::GetSchema() {
-  static constexpr GatewayField kFields[] = {
-      {"NAME", GF::Type::kString, u"_NAME"},
-      {"ELEM_KEY_ARRAY", GF::Type::kArray, u"_ELEM_IDS"},
-  };
-  static const Schema schema("tagTActiveElemSet", kType, sizeof(tagTActiveElemSet),
-                             RowList()
-                                 .Add(u"_KEY", &tagTActiveElemSet::key)
-                                 .Add(u"_NAME", &tagTActiveElemSet::name)
-                                 .Add(u"_ELEM_IDS", &tagTActiveElemSet::elements)
-                                 .To(code::kElem)
-                                 .Take(),
-                             kFields);
-  return schema;
+QX_RECORD(tagTActiveElemSet) {
+  rows.Add(u"_NAME", &tagTActiveElemSet::name).Add(u"_ELEM_IDS", &tagTActiveElemSet::elements);
+  fields.Add("NAME", &tagTActiveElemSet::name).Add("ELEM_KEY_ARRAY", &tagTActiveElemSet::elements);
 }
 
 bool tagTActiveElemSet::api_convert_data(CQXDBSession* session, DBG_ACTIVEELEMSET* value,
@@ -192,22 +152,14 @@ bool tagTActiveElemSet::api_convert_data(CQXDBSession* session, DBG_ACTIVEELEMSE
 
 // ---- tagTESid -----------------------------------------------------------------------------------
 
-const Schema& tagTESid::GetSchema() {
-  static const Schema schema("tagTESid", kType, sizeof(tagTESid),
-                             RowList()
-                                 .Add(u"_KEY", &tagTESid::key)
-                                 // Deliberate: a side never fails to convert; a null node is 0.
-                                 .Add(u"_TARR_NODE", &tagTESid::nodes)
-                                 .To(code::kNode, ReferenceRule::kTolerant)
-                                 .When(OnRemoval::kDie)
-                                 .Take());
-  return schema;
+QX_RECORD(tagTESid) {
+  // Deliberate: a side never fails to convert; a null node is 0.
+  rows.Add(u"_TARR_NODE", &tagTESid::nodes)
+      .Converts(ReferenceRule::kTolerant)
+      .When(OnRemoval::kDie);
 }
 
-QX_RECORD(tagTNode);
-QX_RECORD(tagTElem);
-QX_RECORD(tagTEcrd);
-QX_RECORD(tagTActiveElemSet);
-QX_RECORD(tagTESid);
+template class TUnitDescriptor<tagTNode, 1>;
+template class TUnitDescriptor<tagTEcrd, 1>;
 
 }  // namespace qx

@@ -23,8 +23,6 @@ struct QXDB_API tagTNode final : TRecord<tagTNode, code::kNode> {
   tagTVector3<double> position;  ///< in model length units
   std::uint32_t flags = 0;       ///< state bits, set by the pools
 
-  static const Schema& GetSchema();
-
   /// Copies `length` bytes of the members after the vptr to `buffer`; returns 1.
   virtual int REad(char* buffer, int length) const;
   /// Towards the gateway (`out`) makes the value present with this position; from it takes the
@@ -35,13 +33,11 @@ struct QXDB_API tagTNode final : TRecord<tagTNode, code::kNode> {
 /// A finite element.
 struct QXDB_API tagTElem final : TRecord<tagTElem, code::kElem> {
   Key key = 0;
-  std::int32_t type = 0;     ///< element type code, see app/topology_table.h
-  TArray<ITR> nodes;         ///< in connectivity order
-  ITR property = 0;          ///< a record of the host's property pool
-  std::uint32_t flags = 0;   ///< state bits, set by the pools
-  std::int32_t overlap = 0;  ///< overlap marker
-
-  static const Schema& GetSchema();
+  std::int32_t type = 0;         ///< element type code, see app/topology_table.h
+  TRefArray<code::kNode> nodes;  ///< in connectivity order
+  TRef<code::kProp> property;    ///< a record of the host's property pool
+  std::uint32_t flags = 0;       ///< state bits, set by the pools
+  std::int32_t overlap = 0;      ///< overlap marker
 
   /// Towards the gateway (`out`) sets type, node keys (0 for none) and, when there is one, the
   /// property key. From it takes the parts that are present; an entry whose key is unknown keeps
@@ -62,13 +58,11 @@ struct QXDB_API tagTEcrd final : TRecord<tagTEcrd, code::kEcrd> {
   Key key = 0;
   std::int32_t element_type = 0;
   std::int32_t method = 0;  ///< default by edition: vector, or beta angle in A and C
-  ITR reference_node = 0;
+  TRef<code::kNode> reference_node;
   tagTVector3<double> reference_vector{0, 0, 1};
   double beta_angle_deg = 0;  ///< default by edition: 0, or 90 in A and C
-  ITR coordinate_system = 0;
+  TRef<code::kCord> coordinate_system;
   tagTVector3<double> intersection_x;  ///< direction, used by interface elements
-
-  static const Schema& GetSchema();
 
   /// As for an element: every part towards the gateway, the present parts from it.
   bool api_convert_data(CQXDBSession* session, DBG_ERCD* value, bool out);
@@ -78,9 +72,7 @@ struct QXDB_API tagTEcrd final : TRecord<tagTEcrd, code::kEcrd> {
 struct QXDB_API tagTActiveElemSet final : TRecord<tagTActiveElemSet, code::kActiveElemSet> {
   Key key = 0;
   TString<64> name;
-  TArray<ITR> elements;
-
-  static const Schema& GetSchema();
+  TRefArray<code::kElem> elements;
 
   bool api_convert_data(CQXDBSession* session, DBG_ACTIVEELEMSET* value, bool out);
 };
@@ -88,9 +80,7 @@ struct QXDB_API tagTActiveElemSet final : TRecord<tagTActiveElemSet, code::kActi
 /// An element side, given by the nodes that bound it.
 struct QXDB_API tagTESid final : TRecord<tagTESid, code::kESid> {
   Key key = 0;
-  TArray<ITR> nodes;
-
-  static const Schema& GetSchema();
+  TRefArray<code::kNode> nodes;
 };
 
 #pragma pack(pop)
@@ -104,8 +94,11 @@ QX_DECLARE_RECORD(tagTEcrd);
 QX_DECLARE_RECORD(tagTActiveElemSet);
 QX_DECLARE_RECORD(tagTESid);
 
-/// Unit categories of a node: one group, the position.
-using CQXNodeUnit = TUnitDescriptor<tagTNode>;
+/// Unit categories, group by group.
+using CQXNodeUnit = TUnitDescriptor<tagTNode, 1>;
+using CQXEcrdUnit = TUnitDescriptor<tagTEcrd, 1>;
+extern template class TUnitDescriptor<tagTNode, 1>;
+extern template class TUnitDescriptor<tagTEcrd, 1>;
 
 /// A node's position as a plain gateway value that may be absent.
 class DBG_NODE {

@@ -2,6 +2,7 @@
 // The settings of mesh generation. The codes are those of the meshers that the host drives.
 
 #include "qx_db/record/record.h"
+#include "qx_db/record/unit_descriptor.h"
 
 namespace qx {
 
@@ -82,13 +83,15 @@ struct QXDB_API tagMGInfo final : TRecord<tagMGInfo, code::kMGInfo> {
   std::int32_t offset_positive = 1;
   std::int32_t internal_mesh = 1;
   std::int32_t auto_imprint = 0;
-  TArray<ITR> bodies;
-
-  static const Schema& GetSchema();
+  TRefArray<code::kGKey> bodies;
 };
 
 #pragma pack(pop)
 
 QX_DECLARE_RECORD(tagMGInfo);
+
+/// Unit categories, group by group.
+using CQXMGInfoUnit = TUnitDescriptor<tagMGInfo, 2>;
+extern template class TUnitDescriptor<tagMGInfo, 2>;
 
 }  // namespace qx

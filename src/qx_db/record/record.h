@@ -7,8 +7,8 @@ namespace qx {
 
 #pragma pack(push, 4)
 
-/// Base of record type `T` with type code `Code`. `T` declares its members with their defaults
-/// and `static const Schema& GetSchema()`; its .cpp defines the rows and QX_RECORD(T).
+/// Base of record type `T` with type code `Code`. `T` declares its members with their defaults, the
+/// key first, as `Key key`; its .cpp says what the members are, with QX_RECORD(T).
 template <class T, std::uint16_t Code>
 class QXDB_API TRecord : public TStructBase {
  public:
@@ -16,8 +16,10 @@ class QXDB_API TRecord : public TStructBase {
 
   /// The type's default instance, as Init leaves a record. Thread-safe; never modified.
   static const T& GTCD();
+  /// The type's schema. Thread-safe; always the same.
+  static const Schema& GetSchema();
   /// The type's member descriptors, ended by an all-zero one. Thread-safe; always the same.
-  static const IO_VAR* GetVarIOInfo() { return T::GetSchema().IoVars(); }
+  static const IO_VAR* GetVarIOInfo() { return GetSchema().IoVars(); }
 
   std::uint16_t GetType() const override { return Code; }
   CString GetName() const override;
@@ -49,6 +51,3 @@ class QXDB_API TRecord : public TStructBase {
 
 /// In the header, after the struct: its operations are compiled once, in its .cpp.
 #define QX_DECLARE_RECORD(T) extern template class TRecord<T, T::kType>
-
-/// In the .cpp, after including record_impl.h.
-#define QX_RECORD(T) template class TRecord<T, T::kType>

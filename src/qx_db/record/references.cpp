@@ -26,7 +26,7 @@ int KeysToIterators(const Schema& schema, TStructBase& record, CQXDBSession& ses
     // An array's entries are always looked up, a single reference only when it is set.
     const bool optional = !row.IsArray() && row.reference_rule != ReferenceRule::kAlwaysLookUp;
     const ITR found = pool && !(optional && key == 0) ? pool->Find(key) : 0;
-    if (found == 0 && key != 0) ++unknown;
+    if (found == 0 && key != 0 && row.reference_rule != ReferenceRule::kNotSaved) ++unknown;
     StoreAt(slot, found);
   });
   return unknown;

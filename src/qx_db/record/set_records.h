@@ -12,7 +12,6 @@ namespace qx {
     Key key = 0;                                     \
     TString<64> name;                                \
     TString<128> description;                        \
-    static const Schema& GetSchema();                \
   };                                                 \
   QX_DECLARE_RECORD(T)
 

@@ -40,6 +40,7 @@ struct IO_VAR {
 ///
 /// Packed to 4 bytes like everything derived from it: a packed record on an unpacked base would
 /// be misaligned, and so undefined, at every odd item address.
+/// Threads: a record is a value: any number may read it while none changes it.
 class QXDB_API TStructBase {
  public:
   virtual ~TStructBase() = default;

@@ -1,36 +1,31 @@
 #pragma once
 // The unit categories of a record type, group by group.
 
-#include <algorithm>
-#include <vector>
+#include <array>
 
 #include "qx_db/record/schema.h"
 
 namespace qx {
 
-/// One 32-bit unit-category code per group of members of record type `T`, read off its rows.
-template <class T>
-class TUnitDescriptor {
+/// The unit categories of record type `T`, one 32-bit code for each of its groups of members,
+/// behind the vptr. Read off the type's rows; one instance a process, made on the first call.
+///
+/// A record's header names its descriptor, as CQXNodeUnit, and declares the instantiation extern;
+/// its .cpp defines it, after including record_impl.h.
+template <class T, int Groups>
+class QXDB_API TUnitDescriptor {
  public:
   virtual ~TUnitDescriptor() = default;
 
-  static const TUnitDescriptor& Instance() {
-    static const TUnitDescriptor instance;
-    return instance;
-  }
-  int GroupCount() const { return static_cast<int>(codes_.size()); }
+  static const TUnitDescriptor& Instance();
+  static constexpr int GroupCount() { return Groups; }
   /// Category of a group; requires 0 <= group < GroupCount().
   std::int32_t Code(int group) const { return codes_[static_cast<std::size_t>(group)]; }
 
  private:
-  TUnitDescriptor() {
-    for (const Row* row : T::GetSchema().UnitRows()) {
-      const auto group = static_cast<std::size_t>(row->unit.group);
-      codes_.resize(std::max(codes_.size(), group + 1));
-      codes_[group] = row->unit.category;
-    }
-  }
-  std::vector<std::int32_t> codes_;
+  TUnitDescriptor();
+
+  std::array<std::int32_t, Groups> codes_{};
 };
 
 }  // namespace qx

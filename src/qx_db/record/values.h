@@ -28,6 +28,19 @@ struct tagTVector3 {
   friend bool operator==(const tagTVector3&, const tagTVector3&) = default;
 };
 
+/// A double in an array of a record, where it lies at an address aligned to 4 bytes only. Reads and
+/// writes as a double; that its address is none of a double, no compiler has to be told.
+struct PackedDouble {
+  constexpr PackedDouble(double number = 0) : value(number) {}
+  constexpr operator double() const { return value; }
+  constexpr PackedDouble& operator+=(double other) { return *this = value + other; }
+  constexpr PackedDouble& operator-=(double other) { return *this = value - other; }
+  constexpr PackedDouble& operator*=(double other) { return *this = value * other; }
+  constexpr PackedDouble& operator/=(double other) { return *this = value / other; }
+
+  double value;
+};
+
 /// A fixed text of N UTF-16 units: at most N - 1 units of text, always terminated, and zero after
 /// the terminator, so that equal texts are equal bytes.
 template <std::size_t N>
@@ -163,5 +176,6 @@ class TArray : private ArrayStorage {
 
 static_assert(sizeof(TArray<ITR>) == 16 && alignof(TArray<ITR>) == 4);
 static_assert(sizeof(tagTVector3<double>) == 24 && alignof(tagTVector3<double>) == 4);
+static_assert(sizeof(PackedDouble) == 8 && alignof(PackedDouble) == 4);
 
 }  // namespace qx

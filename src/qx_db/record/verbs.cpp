@@ -12,7 +12,7 @@ using detail::Bytes;
 
 // ---- images -------------------------------------------------------------------------------------
 
-std::uint32_t ImageSize(const Schema& schema, const TStructBase& record) {
+std::uint64_t ImageSize(const Schema& schema, const TStructBase& record) {
   std::uint64_t size = static_cast<std::uint64_t>(schema.FixedImageSize());
   if (schema.HasArrays()) {
     for (const Schema::Segment& segment : schema.Segments()) {
@@ -21,14 +21,22 @@ std::uint32_t ImageSize(const Schema& schema, const TStructBase& record) {
               static_cast<std::uint64_t>(segment.array->element_size);
     }
   }
-  return static_cast<std::uint32_t>(size);
+  return size;
 }
 
-std::uint32_t WriteImage(const Schema& schema, const TStructBase& record, char* out) {
+std::string ImageFault(const Schema& schema, const TStructBase& record) {
+  const std::uint64_t size = ImageSize(schema, record);
+  if (size <= kMaxImageSize) return {};
+  return std::string(schema.Name()) + " " + std::to_string(record.GetKey()) + " takes " +
+         std::to_string(size) + " bytes where an image has at most " +
+         std::to_string(kMaxImageSize);
+}
+
+std::uint64_t WriteImage(const Schema& schema, const TStructBase& record, char* out) {
   const char* bytes = Bytes(record);
   if (!schema.HasArrays()) {
     std::memcpy(out, bytes + 8, static_cast<std::size_t>(schema.FixedImageSize()));
-    return static_cast<std::uint32_t>(schema.FixedImageSize());
+    return static_cast<std::uint64_t>(schema.FixedImageSize());
   }
   char* at = out;
   for (const Schema::Segment& segment : schema.Segments()) {
@@ -46,7 +54,7 @@ std::uint32_t WriteImage(const Schema& schema, const TStructBase& record, char* 
     if (length) std::memcpy(at, array.data, length);
     at += length;
   }
-  return static_cast<std::uint32_t>(at - out);
+  return static_cast<std::uint64_t>(at - out);
 }
 
 void ReserveArrays(const Schema& schema, TStructBase& to, const TStructBase& from) {
@@ -87,19 +95,47 @@ std::uint64_t ReadImage(const Schema& schema, const char* image, TStructBase& re
 
 namespace {
 
-/// "" or the first text member of an image that has no terminator.
+bool IsTerminated(const char* text, std::int32_t size) {
+  for (std::int32_t i = 0; i < size; i += 2) {
+    if (LoadAt<char16_t>(text + i) == 0) return true;
+  }
+  return false;
+}
+
+/// The name of the first text without a terminator in `count` elements; "" when there is none.
+std::string CheckElementTexts(const Row& row, const char* elements, std::int64_t count) {
+  for (std::int64_t i = 0; i < count; ++i, elements += row.element_size) {
+    const std::string place = Utf8(row.name) + "[" + std::to_string(i) + "]";
+    if (!row.elements) {
+      if (!IsTerminated(elements, row.element_size)) return place;
+      continue;
+    }
+    for (const Row& part : row.elements->Rows()) {
+      if (part.number == Row::Number::kText && !IsTerminated(elements + part.offset, part.size)) {
+        return place + " " + Utf8(part.name);
+      }
+    }
+  }
+  return {};
+}
+
+/// "" or the first text of an image that has no terminator.
 std::string CheckTexts(const Schema& schema, const char* image) {
   std::int64_t shift = -8;
   for (const Row& row : schema.Rows()) {
     const char* member = image + row.offset + shift;
+    std::string place;
     if (row.IsArray()) {
-      shift += LoadAt<ArrayHeader>(member).count * row.element_size;
-    } else if (row.number == Row::Number::kText) {
-      std::int32_t i = 0;
-      while (i < row.size && LoadAt<char16_t>(member + i) != 0) i += 2;
-      if (i == row.size) {
-        return std::string(schema.Name()) + " " + Utf8(row.name) + ": text without a terminator";
-      }
+      const std::int64_t count = LoadAt<ArrayHeader>(member).count;
+      const bool has_texts =
+          row.elements ? row.elements->HasTexts() : row.number == Row::Number::kText;
+      if (has_texts) place = CheckElementTexts(row, member + sizeof(ArrayHeader), count);
+      shift += count * row.element_size;
+    } else if (row.number == Row::Number::kText && !IsTerminated(member, row.size)) {
+      place = Utf8(row.name);
+    }
+    if (!place.empty()) {
+      return std::string(schema.Name()) + " " + place + ": text without a terminator";
     }
   }
   return {};
@@ -172,9 +208,10 @@ std::vector<std::size_t> MemberOffsets(const Schema& schema, const char* image) 
 
 int ImageIteratorsToKeys(const Schema& schema, char* image) {
   int removed_targets = 0;
-  ForEachReferenceInImage(schema, image, [&](const Row&, char* slot) {
+  ForEachReferenceInImage(schema, image, [&](const Row& row, char* slot) {
     const ITR itr = LoadAt<ITR>(slot);
     if (itr == 0) return;
+    if (row.reference_rule == ReferenceRule::kNotSaved) return StoreAt<std::int64_t>(slot, 0);
     const bool removed = IsRemoved(itr);
     removed_targets += removed;
     StoreAt<std::int64_t>(slot, removed ? 0 : KeyOf(itr));
@@ -183,6 +220,15 @@ int ImageIteratorsToKeys(const Schema& schema, char* image) {
 }
 
 // ---- references ---------------------------------------------------------------------------------
+
+namespace {
+
+bool IsTolerant(const Row& row) {
+  return row.reference_rule == ReferenceRule::kTolerant ||
+         row.reference_rule == ReferenceRule::kNotSaved;
+}
+
+}  // namespace
 
 bool IteratorsToKeys(const Schema& schema, TStructBase& record) {
   const auto convert = [](char* slot) {
@@ -201,7 +247,7 @@ bool IteratorsToKeys(const Schema& schema, TStructBase& record) {
     if (array.count == 0) continue;
     char* slot = static_cast<char*>(array.data) + std::max(row->inner_reference, 0);
     for (std::int32_t i = 0; i < array.count; ++i, slot += row->element_size) {
-      if (!convert(slot) && row->reference_rule != ReferenceRule::kTolerant) return false;
+      if (!convert(slot) && !IsTolerant(*row)) return false;
     }
   }
   return true;
@@ -225,27 +271,30 @@ double Convert(const CQXUnitCtrl& units, UnitDirection direction, int category, 
 
 }  // namespace
 
+/// Category of a number of the member, or of each element of an array member.
+int CategoryOf(const Row& row, const TStructBase& record, int number) {
+  return row.unit.category_at ? row.unit.category_at(record, number) : row.unit.category;
+}
+
 void ConvertUnits(const Schema& schema, TStructBase& record, const CQXUnitCtrl& units,
                   UnitDirection direction) {
   char* bytes = Bytes(record);
   for (const Row* row : schema.UnitRows()) {
     if (row->unit.listed_only) continue;
-    char* number = bytes + row->offset;
-    int in_element = row->size / 8;
+    char* element = bytes + row->offset;
     std::int64_t elements = 1;
     if (row->IsArray()) {
       const ArrayStorage& array = ArrayAt(bytes, *row);
-      number = static_cast<char*>(array.data);
-      in_element = row->element_size / 8;
+      element = static_cast<char*>(array.data);
       elements = array.count;
     }
-    for (std::int64_t e = 0; e < elements; ++e) {
-      for (int i = 0; i < in_element; ++i, number += 8) {
-        const int category = row->unit.category_at ? row->unit.category_at(record, row->part + i)
-                                                   : row->unit.category;
-        if (category <= unit::kNone) continue;
-        StoreAt(number, Convert(units, direction, category, LoadAt<double>(number)));
-      }
+    for (std::int64_t e = 0; e < elements; ++e, element += row->element_size) {
+      ForEachUnitNumber(*row, [&](int number, std::int32_t offset) {
+        const int category = CategoryOf(*row, record, number);
+        if (category <= unit::kNone) return;
+        char* at = element + offset;
+        StoreAt(at, Convert(units, direction, category, LoadAt<double>(at)));
+      });
     }
   }
 }
@@ -255,12 +304,11 @@ std::vector<const Row*> LeftUnconverted(const Schema& schema, const TStructBase&
   for (const Row* row : schema.UnitRows()) {
     if (!row->unit.category_at) continue;
     if (row->IsArray() && ArrayAt(Bytes(record), *row).count == 0) continue;
-    const int numbers = (row->IsArray() ? row->element_size : row->size) / 8;
-    for (int i = 0; i < numbers; ++i) {
-      if (row->unit.category_at(record, row->part + i) != unit::kUnknown) continue;
-      rows.push_back(row);
-      break;
-    }
+    bool unknown = false;
+    ForEachUnitNumber(*row, [&](int number, std::int32_t) {
+      unknown |= CategoryOf(*row, record, number) == unit::kUnknown;
+    });
+    if (unknown) rows.push_back(row);
   }
   return rows;
 }

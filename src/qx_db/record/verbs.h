@@ -11,11 +11,18 @@ namespace qx {
 
 // ---- images -------------------------------------------------------------------------------------
 
-/// Bytes of the record's image.
-QXDB_API std::uint32_t ImageSize(const Schema& schema, const TStructBase& record);
+/// The largest image that the format and the interfaces of records can carry. Whoever writes one
+/// asks first.
+inline constexpr std::uint64_t kMaxImageSize = 0x7FFFFFFF - 8;
+
+/// Bytes of the record's image, be they too many.
+QXDB_API std::uint64_t ImageSize(const Schema& schema, const TStructBase& record);
+
+/// "" or why the record has no image: that its size exceeds the format.
+QXDB_API std::string ImageFault(const Schema& schema, const TStructBase& record);
 
 /// Writes the image to `out`, which has room for ImageSize bytes; returns the bytes written.
-QXDB_API std::uint32_t WriteImage(const Schema& schema, const TStructBase& record, char* out);
+QXDB_API std::uint64_t WriteImage(const Schema& schema, const TStructBase& record, char* out);
 
 /// Fills the record from a trusted image; returns the image's size as its own counts tell it.
 QXDB_API std::uint64_t ReadImage(const Schema& schema, const char* image, TStructBase& record);
@@ -76,6 +83,26 @@ enum class UnitDirection { kIn, kOut, kPreviousIn };
 /// Converts the members that carry a unit: current to model, model to current, previous to model.
 QXDB_API void ConvertUnits(const Schema& schema, TStructBase& record, const CQXUnitCtrl& units,
                            UnitDirection direction);
+
+/// Unit category of a number of the member, or of each element of an array member, by its index as
+/// UnitRule counts them.
+QXDB_API int CategoryOf(const Row& row, const TStructBase& record, int number);
+
+/// Calls `visit(number, offset)` for every number with a unit in the member, or in each element of
+/// an array member.
+template <class Visit>
+void ForEachUnitNumber(const Row& row, Visit&& visit) {
+  const std::int32_t size = row.IsArray() ? row.element_size : row.size;
+  if (row.number == Row::Number::kDouble) {
+    for (std::int32_t i = 0; i < size / 8; ++i) visit(row.part + i, i * 8);
+  } else if (row.elements) {
+    int number = 0;
+    for (const Row& part : row.elements->Rows()) {
+      if (part.number != Row::Number::kDouble) continue;
+      for (std::int32_t i = 0; i < part.size / 8; ++i) visit(number++, part.offset + i * 8);
+    }
+  }
+}
 
 /// Rows whose numbers no conversion touches, because what they measure is not known.
 QXDB_API std::vector<const Row*> LeftUnconverted(const Schema& schema, const TStructBase& record);

@@ -105,7 +105,7 @@ SelectionList::SelectionList(ComboFamily family) : family_(family) {
 
 SelectionList::~SelectionList() { std::erase(RegistryOf(family_), this); }
 
-std::span<SelectionList* const> SelectionList::Live(ComboFamily family) {
+const SelectionList::Registry& SelectionList::Live(ComboFamily family) {
   return RegistryOf(family);
 }
 
@@ -190,7 +190,7 @@ int SelectionList::ChangeSelect(ITR item) {
 
 void SelectionList::Reselect() {
   // What is not listed any more gives way to the first item, which may stand for no record.
-  const int index = has_selection_ ? Find(selected_, selected_key_) : kNone;
+  const int index = has_selection_ && !IsSelectedGone() ? Find(selected_, selected_key_) : kNone;
   Select(index == kNone && GetCount() > 0 ? 0 : index);
 }
 
@@ -203,6 +203,14 @@ void SelectionList::Store(const ComboItem* item) {
   has_selection_ = item != nullptr;
   selected_ = item ? item->data : 0;
   selected_key_ = item ? item->key : 0;
+  DPoolBase* const pool = selected_ ? Pool() : nullptr;
+  stamp_ = pool ? pool->Stamp(selected_) : RecordStamp();
+}
+
+/// Whether the record was freed since it was selected. Data that an application adds are no
+/// records.
+bool SelectionList::IsSelectedGone() const {
+  return stamp_.generation != 0 && !Pool()->Set().IsAlive(stamp_);
 }
 
 int SelectionList::GetSelected(ITR& out) const {
@@ -226,8 +234,8 @@ int SelectionList::GetSelectedOrCreate(ITR& out, bool* created) {
   const TString<64> name(GetWindowText().View());
   if (!pool || !HasWindow() || IsBlank(name.View())) return 0;
   const ComboItem* item = Selected();
-  const bool is_selected = item && item->text == name.View() && pool->Set().Owns(item->data) &&
-                           !KeyedSetBase::IsRemoved(item->data);
+  const bool is_selected =
+      item && item->text == name.View() && pool->Set().IsLinked(item->data) && !IsSelectedGone();
   ITR record = is_selected ? item->data : pool->GetItr(name.units);
   if (!record) {
     record = Create(*pool, name.View());

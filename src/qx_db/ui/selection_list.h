@@ -1,7 +1,7 @@
 #pragma once
 // The pattern of all lists that dialogs pick records from: bound to a session, following its pool.
 
-#include <span>
+#include <vector>
 
 #include "qx_db/callback/combo_refresh.h"
 #include "qx_db/core/session.h"
@@ -28,7 +28,8 @@ class QXDB_API SelectionList : public CComboBox {
   int OnSelchange() override;
 
   /// The live lists of a family in the order they were made.
-  static std::span<SelectionList* const> Live(ComboFamily family);
+  using Registry = std::vector<SelectionList*>;
+  static const Registry& Live(ComboFamily family);
   /// Rebuilds the live lists of a family that are bound to the session.
   static void RefreshAll(ComboFamily family, CQXDBSession* session);
 
@@ -79,12 +80,14 @@ class QXDB_API SelectionList : public CComboBox {
   void Select(int index);
   void Reselect();
   void Store(const ComboItem* item);
+  bool IsSelectedGone() const;
   ITR Create(DPoolBase& pool, std::u16string_view name);
 
   ComboFamily family_;
   CQXDBSession* session_ = nullptr;
   bool has_selection_ = false;
   ITR selected_ = 0;
+  RecordStamp stamp_;     // of the record, which may go while another takes its place
   Key selected_key_ = 0;  // tells items of the data 0 apart
 };
 
@@ -94,7 +97,8 @@ class TSelectionList : public SelectionList {
  public:
   /// Rebuilds the live lists of this class that are bound to the session.
   static void UpdateDB(CQXDBSession* session) { RefreshAll(Family, session); }
-  static std::span<SelectionList* const> Live() { return SelectionList::Live(Family); }
+  /// The live lists of this class in the order they were made.
+  inline static const Registry& m_slCtrl = SelectionList::Live(Family);
 
  protected:
   TSelectionList() : SelectionList(Family) {}

@@ -1,0 +1,106 @@
+#include "apps/qxdb/output.h"
+
+#include <filesystem>
+#include <fstream>
+#include <string_view>
+
+#include "qx_db/platform/file.h"
+#include "qx_db/platform/text.h"
+
+namespace qx::app {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string HeadOf(const std::string& path) {
+  std::string head(1024, '\0');
+  std::ifstream in(PathFromUtf8(path), std::ios::binary);
+  in.read(head.data(), static_cast<std::streamsize>(head.size()));
+  head.resize(static_cast<std::size_t>(in.gcount()));
+  return head;
+}
+
+/// The first name in a JSON object; "{}" for an empty object, "" for anything else.
+std::string FirstName(std::string_view json) {
+  const auto skip = [&] {
+    json.remove_prefix(std::min(json.find_first_not_of(" \t\r\n"), json.size()));
+  };
+  skip();
+  if (!json.starts_with('{')) return {};
+  json.remove_prefix(1);
+  skip();
+  if (json.starts_with('}')) return "{}";
+  if (!json.starts_with('"')) return {};
+  json.remove_prefix(1);
+  return std::string(json.substr(0, json.find('"')));
+}
+
+bool IsTableName(std::string_view name) {
+  constexpr std::string_view kLetters = "ABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_";
+  return name == "{}" ||
+         (!name.empty() && name.find_first_not_of(kLetters) == std::string_view::npos);
+}
+
+bool Begins(OutputKind kind, const std::string& path) {
+  const std::string head = HeadOf(path);
+  switch (kind) {
+    case OutputKind::kGateway:
+      return IsTableName(FirstName(head));
+    case OutputKind::kMsh:
+      return head.starts_with("$MeshFormat");
+    case OutputKind::kVtu:
+      return head.find("<VTKFile type=\"UnstructuredGrid\"") != std::string::npos;
+    case OutputKind::kSvg:
+      return head.starts_with("<svg ");
+    case OutputKind::kHtml:
+      return head.find("<meta name=\"generator\" content=\"qxdb view\">") != std::string::npos;
+    case OutputKind::kPng:
+      return head.starts_with("\x89PNG");
+    case OutputKind::kPool:
+      return head.starts_with("QXDBREC1");
+    case OutputKind::kPoints:
+      return FirstName(head) == "edges";
+  }
+  return false;
+}
+
+}  // namespace
+
+OutputKind OutputKindOf(const std::string& path) {
+  const std::string extension = AsciiUpper(Utf8FromPath(PathFromUtf8(path).extension()));
+  return extension == ".MSH"   ? OutputKind::kMsh
+         : extension == ".VTU" ? OutputKind::kVtu
+                               : OutputKind::kGateway;
+}
+
+Outcome CheckOutput(const std::string& output, OutputKind kind, bool force,
+                    const std::vector<std::string>& inputs) {
+  return CheckOutput(
+      output, [kind](const std::string& path) { return Begins(kind, path); }, force, inputs);
+}
+
+Outcome CheckOutput(const std::string& output,
+                    const std::function<bool(const std::string&)>& is_kind, bool force,
+                    const std::vector<std::string>& inputs) {
+  if (output.empty()) return {};
+  const fs::path path = PathFromUtf8(output);
+  std::error_code error;
+  for (const std::string& input : inputs) {
+    if (input.empty() || !fs::equivalent(path, PathFromUtf8(input), error)) continue;
+    return Failure{output, "", "is read by this command and would be overwritten",
+                   "name another file"};
+  }
+  if (fs::is_directory(path, error)) {
+    return Failure{output, "", "is a directory", "name a file in it"};
+  }
+  if (force || !fs::is_regular_file(path, error)) return {};
+  if (fs::file_size(path, error) == 0 || is_kind(output)) return {};
+  return Failure{output, "", "exists and is not of the kind that is written here",
+                 "name another file, or replace it with --force"};
+}
+
+void AddForce(Command& command, bool& force, const char* also) {
+  command.Add("--force", &force, std::string("Replace a file that exists, whatever it is") + also);
+}
+
+}  // namespace qx::app

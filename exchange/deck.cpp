@@ -1,0 +1,314 @@
+#include "exchange/deck.h"
+
+#include <algorithm>
+#include <fmt/format.h>
+#include <map>
+#include <unordered_map>
+
+#include "qx_db/app/topology_table.h"
+#include "qx_db/core/transaction.h"
+#include "qx_db/lib/message.h"
+#include "qx_db/model/mesh_set_pool.h"
+#include "qx_db/record/element_types.h"
+#include "qx_db/record/verbs.h"
+
+#include "host/records.h"
+
+namespace qx::exchange {
+namespace {
+
+bool IsLiveItem(ITR itr) { return itr != 0 && !KeyedSetBase::IsRemoved(itr); }
+
+/// Key of the global coordinate system.
+constexpr Key kGlobalSystem = 1;
+
+/// Whether records of a type have the key of the record that they belong to.
+bool HasKeyOfAnother(const Schema& schema) { return schema.Rows()[0].key_of != 0; }
+
+/// "FIELD" of tagTField.
+std::string NameOf(const Schema& schema) {
+  std::string name = Utf8(IONameOf(schema.Name()));
+  return name.substr(1);
+}
+
+// ---- into a session -----------------------------------------------------------------------------
+
+class RecordAdder {
+ public:
+  RecordAdder(CQXDBSession& session, LossReport& report) : session_(session), report_(report) {}
+
+  void SetSetKeys(const std::vector<Key>& keys) { set_keys_ = &keys; }
+  const KeyMap& KeysOf(std::uint16_t code) { return keys_[code]; }
+
+  /// Adds the records of one type; false when the pool refuses one.
+  template <class T>
+  bool Add(std::vector<T> records) {
+    if (records.empty()) return true;
+    const Schema& schema = T::GetSchema();
+    DPoolBase* pool = host::PoolFor<T>(&session_);
+    if (!pool) {
+      report_.Lost("records of " + NameOf(schema) + " were left out", records.size(), {},
+                   "the model has no pool for them");
+      return true;
+    }
+    GiveKeys(*pool, records);
+    std::vector<std::pair<ITR, std::size_t>> again;  // of which a target came later
+    for (std::size_t i = 0; i < records.size(); ++i) {
+      RenameReferences(schema, records[i]);
+      records[i].ConvertUnitIn(&session_.Units());
+      T resolved = records[i];
+      const int unknown = KeysToIterators(schema, resolved, session_, ReferenceScope::kAll);
+      const ITR added = pool->InsertNU(&resolved);
+      if (!added) return false;
+      if (unknown > 0) again.emplace_back(added, i);
+    }
+    for (const auto& [item, i] : again) {
+      const int unknown = KeysToIterators(schema, records[i], session_, ReferenceScope::kAll);
+      report_.Lost("references to records that are not there", static_cast<std::uint64_t>(unknown),
+                   fmt::format("{} {}", NameOf(schema), records[i].key));
+      if (!pool->SetAtNU(item, &records[i])) return false;
+    }
+    return true;
+  }
+
+ private:
+  /// The records' own keys where they are free; new ones otherwise.
+  template <class T>
+  void GiveKeys(DPoolBase& pool, std::vector<T>& records) {
+    if (HasKeyOfAnother(T::GetSchema())) return;
+    KeyMap& keys = keys_[T::kType];
+    std::unordered_map<Key, bool> used;
+    Key next = std::max(pool.Set().GetNewKey(), kGlobalSystem + 1);
+    for (const T& record : records)
+      next = std::max(next, record.key == kMaxKey ? 1 : record.key + 1);
+    for (T& record : records) {
+      // The global system's key is its own, whether the model has it already or not.
+      const bool is_global = T::kType == code::kCord && record.key == kGlobalSystem;
+      const bool is_free =
+          record.key > 0 && !is_global && !pool.Find(record.key) && !used[record.key];
+      const Key key = is_free ? record.key : next++;
+      used[key] = true;
+      if (record.key > 0 && key != record.key) keys[record.key] = key;
+      record.key = key;
+    }
+  }
+
+  void RenameReferences(const Schema& schema, TStructBase& record) {
+    ForEachReference(schema, record, [&](const Row& row, char* slot) {
+      const auto key = static_cast<Key>(LoadAt<std::int64_t>(slot));
+      if (key == 0) return;
+      if (row.target == code::kMset) {
+        const auto place = static_cast<std::size_t>(key) - 1;
+        StoreAt<std::int64_t>(slot, place < set_keys_->size() ? (*set_keys_)[place] : 0);
+        return;
+      }
+      const auto of_pool = keys_.find(row.target);
+      if (of_pool == keys_.end()) return;
+      const auto renamed = of_pool->second.find(key);
+      if (renamed != of_pool->second.end()) StoreAt<std::int64_t>(slot, renamed->second);
+    });
+  }
+
+  CQXDBSession& session_;
+  LossReport& report_;
+  const std::vector<Key> none_;
+  const std::vector<Key>* set_keys_ = &none_;
+  std::map<std::uint16_t, KeyMap> keys_;
+};
+
+/// The tags of the groups as records.
+std::vector<tagTSetTag> TagsOf(const Deck& deck) {
+  std::vector<tagTSetTag> tags;
+  for (std::size_t i = 0; i < deck.groups.size(); ++i) {
+    for (const Mesh::SetTag& from : deck.groups[i].tags) {
+      tagTSetTag tag;
+      tag.format.Set(Utf16(deck.format));
+      tag.set = i + 1;
+      tag.kind = from.kind;
+      tag.dimension = from.dimension;
+      tag.tag = from.tag;
+      tag.named = from.named;
+      for (const auto& [element, side] : from.sides) {
+        tag.sides.Add({static_cast<ITR>(element), side});
+      }
+      tags.push_back(std::move(tag));
+    }
+  }
+  return tags;
+}
+
+// ---- out of a session ---------------------------------------------------------------------------
+
+class DeckMaker {
+ public:
+  explicit DeckMaker(const CQXDBSession& session) : session_(session) {}
+
+  Deck Make() {
+    ListNodes();
+    ListElements();
+    ListGroups();
+    std::apply([&](auto&... records) { (ListRecords(records), ...); }, deck_.records);
+    MoveTags();
+    return std::move(deck_);
+  }
+
+ private:
+  template <class T>
+  const DPoolBase* PoolOfType() const {
+    return host::PoolFor<T>(const_cast<CQXDBSession*>(&session_));
+  }
+  template <class T, class Visit>
+  void ForEachOf(Visit&& visit) const {
+    const DPoolBase* pool = PoolOfType<T>();
+    if (!pool) return;
+    for (ITR pos = pool->GetHeadPosition(); pos; pool->Next(pos)) {
+      visit(*static_cast<const T*>(KeyedSetBase::RecordAt(pos)));
+    }
+  }
+
+  void ListNodes() {
+    const double unit = session_.Units().GetConvertFactorCurrent(unit::kLength);
+    ForEachOf<tagTNode>([&](const tagTNode& node) {
+      deck_.node_keys.push_back(node.key);
+      for (const double x : {node.position.x, node.position.y, node.position.z}) {
+        deck_.coordinates.push_back(x / unit);
+      }
+    });
+  }
+
+  void ListElements() {
+    ForEachOf<tagTElem>([&](const tagTElem& element) {
+      const ElementTopology topology(element.type);
+      const bool fits = topology.Nodes() == 0 || topology.Nodes() == element.nodes.GetSize();
+      if (!fits || element.nodes.IsEmpty() ||
+          !std::all_of(element.nodes.begin(), element.nodes.end(), IsLiveItem)) {
+        deck_.report.Lost("elements without all their nodes were left out", 1,
+                          fmt::format("element {}", element.key));
+        return;
+      }
+      const Key property = IsLiveItem(element.property) ? KeyOf(element.property) : 0;
+      deck_.elements.push_back({element.key, element.type, deck_.connectivity.size(), property});
+      for (const ITR node : element.nodes) deck_.connectivity.push_back(KeyOf(node));
+    });
+  }
+
+  void ListGroups() {
+    auto* pool = session_.GetPool<DPoolMset>(code::kMset);
+    auto* nodes = session_.GetPool<DPoolNode>(code::kNode);
+    auto* elements = session_.GetPool<DPoolElem>(code::kElem);
+    if (!pool || !nodes || !elements) return;
+    for (ITR at = pool->GetHeadPosition(); at; pool->Next(at)) {
+      const tagTMset& set = pool->GetAtNU(at);
+      if (at == pool->DefaultItr() && set.nodes.IsEmpty() && set.elements.IsEmpty()) continue;
+      Mesh::Group group;
+      group.name = Utf8(set.name.View());
+      group.color = set.color;
+      group.key = set.key;
+      ItemMarks told(*nodes);
+      for (const ITR element : set.elements) {
+        if (!IsLiveItem(element)) continue;
+        group.elements.push_back(KeyOf(element));
+        const TArray<ITR>& of_element = elements->GetAtNU(element).nodes;
+        told.Add({of_element.data(), of_element.size()});
+      }
+      for (const ITR node : set.nodes) {
+        if (IsLiveItem(node) && told.Insert(node)) group.nodes.push_back(KeyOf(node));
+      }
+      place_[set.key] = static_cast<std::int32_t>(deck_.groups.size());
+      parents_.push_back(set.parent_key);
+      deck_.groups.push_back(std::move(group));
+    }
+    for (std::size_t i = 0; i < parents_.size(); ++i) {
+      const auto parent = place_.find(parents_[i]);
+      if (parent != place_.end()) deck_.groups[i].parent = parent->second;
+    }
+  }
+
+  template <class T>
+  void ListRecords(std::vector<T>& records) {
+    ForEachOf<T>([&](const T& from) {
+      records.push_back(from);
+      ForEachReference(T::GetSchema(), records.back(), [&](const Row& row, char* slot) {
+        const ITR itr = LoadAt<ITR>(slot);
+        Key key = IsLiveItem(itr) ? KeyOf(itr) : 0;
+        if (row.target == code::kMset && key != 0) {
+          const auto place = place_.find(key);
+          key = place == place_.end() ? 0 : place->second + 1;
+        }
+        StoreAt<std::int64_t>(slot, key);
+      });
+      records.back().ConvertUnitOut(&session_.Units());
+    });
+  }
+
+  /// The tags of sets stand with their groups.
+  void MoveTags() {
+    for (const tagTSetTag& from : deck_.Of<tagTSetTag>()) {
+      const auto place = static_cast<std::size_t>(from.set);
+      if (place == 0) continue;
+      Mesh::SetTag tag{from.kind, from.dimension, from.tag, from.named != 0, {}};
+      for (const tagTElemSide& side : from.sides) {
+        if (side.element) tag.sides.emplace_back(static_cast<Key>(side.element), side.side);
+      }
+      deck_.groups[place - 1].tags.push_back(std::move(tag));
+      deck_.format = Utf8(from.format.View());
+    }
+    deck_.Of<tagTSetTag>().clear();
+  }
+
+  const CQXDBSession& session_;
+  Deck deck_;
+  std::map<Key, std::int32_t> place_;  // of a mesh set among the groups
+  std::vector<Key> parents_;
+};
+
+}  // namespace
+
+Outcome AddDeck(CQXDBSession& session, const Deck& deck, const std::string& file,
+                LossReport& report) {
+  CTransaction step(&session);
+  step.Begin(qxLoadText("IDS_QX_TRANS_Import_Mesh").c_str());
+  const auto refused = [&] {
+    return Failure{file, "", "the model refuses the deck", "check the file"};
+  };
+  LossReport found = deck.report;
+  RecordAdder adder(session, found);
+  const bool before = adder.Add(deck.Of<tagTCord>()) && adder.Add(deck.Of<tagTMatl>()) &&
+                      adder.Add(deck.Of<tagTProp>());
+  if (!before) return refused();
+  AddReport added;
+  if (Outcome done = AddMesh(session, deck, file, &added, adder.KeysOf(code::kProp)); !done) {
+    return done;
+  }
+  found.Append(added.losses);
+  adder.SetSetKeys(added.set_keys);
+  std::vector<tagTSetTag> tags = TagsOf(deck);
+  const bool after = adder.Add(deck.Of<tagTMeshCsys>()) && adder.Add(deck.Of<tagTEcrd>()) &&
+                     adder.Add(deck.Of<tagTE1DOffset>()) && adder.Add(deck.Of<tagTE1DRelease>()) &&
+                     adder.Add(deck.Of<tagTE2DThick>()) && adder.Add(deck.Of<tagTE2DOffset>()) &&
+                     adder.Add(deck.Of<tagTE2DMatlCsys>()) &&
+                     adder.Add(deck.Of<tagTE3DMatlCsys>()) && adder.Add(deck.Of<tagTSprop>()) &&
+                     adder.Add(deck.Of<tagTBset>()) && adder.Add(deck.Of<tagTField>()) &&
+                     adder.Add(std::move(tags)) && adder.Add(deck.Of<tagTBlock>()) &&
+                     adder.Add(deck.Of<tagTCarried>()) && adder.Add(deck.Of<tagTOrigin>());
+  if (!after || !step.Commit()) return refused();
+  report.Append(found);
+  return {};
+}
+
+void ReportUnwritten(const CQXDBSession& session, std::span<const std::uint16_t> written,
+                     LossReport& report) {
+  for (const DPoolBase* pool : session.Pools()) {
+    const std::uint16_t code = pool->GetTypeCode();
+    if (std::find(written.begin(), written.end(), code) != written.end()) continue;
+    if (code == code::kOrigin || !pool->NeedSaveNLoad()) continue;
+    std::int32_t count = pool->GetSize();
+    if (code == code::kCord && pool->Find(kGlobalSystem)) --count;  // every model has it
+    report.Lost("records of " + NameOf(pool->GetSchema()) + " were left out",
+                static_cast<std::uint64_t>(count), {}, "the format has no place for them");
+  }
+}
+
+Deck DeckOf(const CQXDBSession& session) { return DeckMaker(session).Make(); }
+
+}  // namespace qx::exchange

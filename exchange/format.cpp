@@ -1,0 +1,171 @@
+#include "exchange/format.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <fmt/format.h>
+#include <fstream>
+
+#include "qx_db/platform/file.h"
+#include "qx_db/platform/text.h"
+
+#include "exchange/msh/msh_format.h"
+#include "exchange/nastran/nas_format.h"
+#include "exchange/vtk/vtu_format.h"
+
+namespace qx::exchange {
+namespace {
+
+std::string ExtensionOf(const std::string& path) {
+  std::string extension = Utf8FromPath(PathFromUtf8(path).extension());
+  for (char& c : extension) c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+  return extension;
+}
+
+/// What files of other kinds begin with, so that one can be told what it has.
+struct OtherKind {
+  std::string_view head;
+  const char* what;
+};
+constexpr OtherKind kOtherKinds[] = {
+    {"SQLite format 3", "a model file or another database"},
+    {"ISO-10303-21", "STEP geometry: bring it in with qxdb geom"},
+    {"DBRep_DrawableShape", "BREP geometry: bring it in with qxdb geom"},
+    {"CASCADE Topology", "BREP geometry: bring it in with qxdb geom"},
+    {"\x89HDF", "an HDF5 file"},
+    {"CDF\x01", "a netCDF file"},
+    {"CDF\x02", "a netCDF file"},
+    {"CDF\x05", "a netCDF file"},
+    {"PK\x03\x04", "a ZIP archive: unpack it first"},
+    {"\x1f\x8b", "a gzip archive: unpack it first"},
+    {"\xfd"
+     "7zXZ",
+     "an xz archive: unpack it first"},
+    {"BZh", "a bzip2 archive: unpack it first"},
+    {"%PDF", "a PDF document"},
+    {"\x89PNG", "a picture"},
+    {"solid ", "an STL surface"},
+    {"ply", "a PLY surface"},
+};
+
+std::string WhatItLooksLike(std::string_view head) {
+  if (head.empty()) return "it is empty";
+  for (const OtherKind& kind : kOtherKinds) {
+    if (head.starts_with(kind.head)) return std::string("it looks like ") + kind.what;
+  }
+  const bool is_text = std::all_of(head.begin(), head.end(), [](char c) {
+    return static_cast<unsigned char>(c) >= 0x20 || c == '\n' || c == '\r' || c == '\t';
+  });
+  if (!is_text) return "it looks like binary data";
+  if (head.find_first_not_of(" \t\r\n") == std::string_view::npos) return "it is blank";
+  if (head[head.find_first_not_of(" \t\r\n")] == '<') return "it looks like XML";
+  if (head[head.find_first_not_of(" \t\r\n")] == '{') return "it looks like JSON";
+  return "it looks like text";
+}
+
+Result<std::string> HeadOf(const std::string& path) {
+  if (Outcome is_file = CheckIsFile(path); !is_file) return is_file.Error();
+  std::ifstream in(PathFromUtf8(path), std::ios::binary);
+  std::string head(4096, '\0');
+  in.read(head.data(), static_cast<std::streamsize>(head.size()));
+  if (in.bad() || !in.is_open()) {
+    return Failure{path, "", "cannot be read", "check its permissions"};
+  }
+  head.resize(static_cast<std::size_t>(in.gcount()));
+  return head;
+}
+
+bool HasExtension(const Format& format, const std::string& extension) {
+  return std::find(format.extensions.begin(), format.extensions.end(), extension) !=
+         format.extensions.end();
+}
+
+}  // namespace
+
+std::span<const Format> Formats() {
+  static const Format formats[] = {MshFormat(), NastranFormat(), VtuFormat()};
+  return formats;
+}
+
+const Format* FindFormat(std::string_view name) {
+  const auto formats = Formats();
+  const auto found = std::find_if(formats.begin(), formats.end(),
+                                  [&](const Format& format) { return format.name == name; });
+  return found == formats.end() ? nullptr : &*found;
+}
+
+Result<const Format*> FormatToRead(const std::string& path) {
+  const Result<std::string> head = HeadOf(path);
+  if (!head) return head.Error();
+  const std::string extension = ExtensionOf(path);
+  const Format* by_name = nullptr;
+  const Format* by_content = nullptr;
+  for (const Format& format : Formats()) {
+    if (!format.read) continue;
+    const bool is_named = HasExtension(format, extension);
+    if (is_named && !by_name) by_name = &format;
+    if (format.looks_like && format.looks_like(*head) && (!by_content || is_named)) {
+      by_content = &format;
+    }
+  }
+  if (by_content) return by_content;
+  if (by_name) return by_name;
+  return Failure{path, "", "is of no known format: " + WhatItLooksLike(*head),
+                 "use one of: " + KnownExtensions(true)};
+}
+
+Result<const Format*> FormatToWrite(const std::string& path) {
+  const std::string extension = ExtensionOf(path);
+  for (const Format& format : Formats()) {
+    if (format.write && HasExtension(format, extension)) return &format;
+  }
+  return Failure{path, "", "has an unknown format", "use one of: " + KnownExtensions(false)};
+}
+
+Result<OptionValues> ParseOptionValues(std::span<const FormatOption> options,
+                                       std::span<const std::string> given) {
+  std::string known;
+  for (const FormatOption& option : options) {
+    known += fmt::format("{}{}={}", known.empty() ? "" : "; ", option.name, option.values);
+  }
+  if (known.empty()) known = "none";
+  OptionValues values;
+  for (const std::string& text : given) {
+    const std::size_t equals = text.find('=');
+    const std::string name = text.substr(0, equals);
+    const std::string value = equals == std::string::npos ? "" : text.substr(equals + 1);
+    const auto option =
+        std::find_if(options.begin(), options.end(),
+                     [&](const FormatOption& known_option) { return known_option.name == name; });
+    const bool is_known =
+        option != options.end() && !value.empty() &&
+        fmt::format(", {}, ", option->values).find(", " + value + ", ") != std::string::npos;
+    if (!is_known) {
+      return Failure{"", "", fmt::format("'{}' is no option of the format", text),
+                     "its options are: " + known};
+    }
+    values[name] = value;
+  }
+  return values;
+}
+
+std::string_view ValueOf(const OptionValues& values, std::span<const FormatOption> options,
+                         std::string_view name) {
+  if (const auto given = values.find(name); given != values.end()) return given->second;
+  for (const FormatOption& option : options) {
+    if (option.name == name) return option.values.substr(0, option.values.find(','));
+  }
+  return {};
+}
+
+std::string KnownExtensions(bool to_read) {
+  std::string known;
+  for (const Format& format : Formats()) {
+    if (to_read ? !format.read : !format.write) continue;
+    for (const std::string_view extension : format.extensions) {
+      known += fmt::format("{}{}", known.empty() ? "" : ", ", extension);
+    }
+  }
+  return known;
+}
+
+}  // namespace qx::exchange

@@ -1,0 +1,17 @@
+#pragma once
+// A session as Nastran bulk data.
+
+#include "exchange/format.h"
+
+namespace qx::exchange {
+
+/// Writes nodes, elements, properties, materials and coordinate systems in current units. A model
+/// that came from a deck goes back as that deck: cards of which nothing changed keep their text,
+/// and so do comments, control decks and cards that the model has no place for, with the numbers
+/// that their nodes and elements have now; changed ones are written anew in their place, new ones
+/// at the end of the bulk data. `report` tells what has no place. The file is complete or not
+/// there.
+Outcome WriteNastran(CQXDBSession& session, const std::string& path, const WriteOptions& options,
+                     LossReport& report);
+
+}  // namespace qx::exchange

@@ -1,0 +1,100 @@
+#pragma once
+// The file side of a VTK XML unstructured grid: declarations and streams of arrays.
+
+#include <functional>
+#include <ostream>
+#include <string>
+#include <type_traits>
+#include <vector>
+
+#include "exchange/vtk/base64.h"
+#include "exchange/vtk/vtu_writer.h"
+
+namespace qx::exchange {
+
+/// Takes the values of one array after another and writes them in the file's encoding.
+class ArraySink {
+ public:
+  /// Neither is owned. `total` is the number of values to come, for the progress.
+  ArraySink(std::ostream& out, VtuEncoding encoding, std::uint64_t total, const Progress& progress);
+
+  void Begin(std::uint64_t bytes, int values_a_line);
+  template <class T>
+  void Put(T value) {
+    if (encoding_ == VtuEncoding::kAscii) {
+      PutText(value);
+    } else {
+      const char* bytes = reinterpret_cast<const char*>(&value);
+      buffer_.append(bytes, sizeof(T));
+    }
+    ++count_;
+    if (buffer_.size() >= kBufferSize) Flush();
+  }
+  void End();
+  /// False after a failed write: the rest need not be produced.
+  bool Good() const { return out_.good(); }
+
+ private:
+  static constexpr std::size_t kBufferSize = 1 << 16;
+
+  void PutText(double value);
+  void PutText(std::int64_t value);
+  void PutText(std::int32_t value) { PutText(std::int64_t{value}); }
+  void PutText(std::uint8_t value) { PutText(std::int64_t{value}); }
+  void EndTextValue();
+  void Flush();
+
+  std::ostream& out_;
+  VtuEncoding encoding_;
+  std::uint64_t total_;
+  const Progress& progress_;
+  std::uint64_t count_ = 0;
+  std::uint64_t next_report_ = 0;
+  int values_a_line_ = 1;
+  int in_line_ = 0;
+  std::string buffer_;
+  std::string encoded_;
+  Base64Encoder base64_;
+};
+
+/// One array: its declaration, and the function that puts its values into a sink.
+struct DataArray {
+  std::string name;
+  const char* type;  ///< as VTK names it
+  int components;
+  std::uint64_t values;
+  std::uint64_t value_bytes;
+  std::function<void(ArraySink&)> fill;
+
+  std::uint64_t Bytes() const { return values * value_bytes; }
+};
+
+/// An array of `values` numbers of type T.
+template <class T>
+DataArray MakeArray(std::string name, int components, std::uint64_t values,
+                    std::function<void(ArraySink&)> fill) {
+  constexpr const char* kType = std::is_same_v<T, double>         ? "Float64"
+                                : std::is_same_v<T, std::int64_t> ? "Int64"
+                                : std::is_same_v<T, std::int32_t> ? "Int32"
+                                                                  : "UInt8";
+  static_assert(std::is_same_v<T, double> || std::is_same_v<T, std::int64_t> ||
+                std::is_same_v<T, std::int32_t> || std::is_same_v<T, std::uint8_t>);
+  return {std::move(name), kType, components, values, sizeof(T), std::move(fill)};
+}
+
+/// All that is in the file.
+struct VtuContent {
+  struct Section {
+    const char* name;  ///< "PointData"
+    std::vector<DataArray> arrays;
+  };
+  std::uint64_t points = 0;
+  std::uint64_t cells = 0;
+  std::vector<Section> sections;
+};
+
+/// Writes a whole file. Failure names the path, which then holds what it held before.
+Outcome WriteVtuFile(const VtuContent& content, const std::string& path, VtuEncoding encoding,
+                     const Progress& progress);
+
+}  // namespace qx::exchange

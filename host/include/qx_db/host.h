@@ -1,0 +1,8 @@
+#pragma once
+// The reference application layer with its English texts: link QX_db::host.
+
+#include "host/application.h"
+#include "host/element_mass.h"
+#include "host/records.h"
+#include "host/session.h"
+#include "host/texts.h"

@@ -1,0 +1,102 @@
+"""Finite-element models behind numpy arrays, with undo.
+
+    import qxdb
+
+    with qxdb.open("wing.qxm") as model:
+        nodes = model.nodes
+        with model.step("raise tip"):
+            nodes.xyz[nodes.xyz[:, 0] > 10, 2] += 0.5
+        model.undo()
+
+Numbers are in the units of the model (`model.units`). Arrays are copies: what changes the model is
+assigning to columns and records, and the methods that say so; each such change is one step of the
+history, and so is everything in a `with model.step(name)`.
+"""
+
+from __future__ import annotations
+
+from typing import Any, NamedTuple
+
+from . import _core
+from ._errors import (
+    ClosedError,
+    Error,
+    FileError,
+    MissingError,
+    RefusedError,
+    ThreadError,
+    TypeFault,
+    ValueFault,
+)
+from ._model import Event, Finding, Model, Step, new, open, read
+from ._seeding import Curves, Seeds
+from ._sets import KeySet, Members, MeshSet
+from ._table import Ragged, Record, Table
+from ._units import Quantity, categories, convert, unit_names
+
+__version__: str = _core.version
+
+__all__ = [
+    "ClosedError", "Curves", "Error", "Event", "FileError", "Finding", "KeySet", "Members",
+    "MeshSet", "MissingError", "Model", "Quantity", "Ragged", "Record", "RefusedError", "Seeds",
+    "Step", "Table", "ThreadError", "TypeFault", "ValueFault", "categories", "convert", "formats",
+    "from_meshio", "from_vtk", "materials", "measures", "new", "open", "probe", "read",
+    "unit_names",
+]  # fmt: skip
+
+
+class Format(NamedTuple):
+    """A format of files of other programs."""
+
+    extension: str
+    what: str
+    reads: bool
+    writes: bool
+
+
+def formats() -> list[Format]:
+    """What qxdb.read reads and model.write writes, by extension."""
+    return [Format(*row) for row in _core.formats()]
+
+
+class Measure(NamedTuple):
+    """A measure of the shape of elements; `acceptable` is the worst value that is still good, None
+    for one that grows with the element."""
+
+    name: str
+    label: str
+    unit: str
+    high_is_bad: bool
+    acceptable: float | None
+
+
+def measures() -> list[Measure]:
+    """The measures that model.elements.quality takes."""
+    return [Measure(*row) for row in _core.measures()]
+
+
+def probe(url: str) -> int:
+    """The status with which a web address answers. Raises FileError, with the reason, where there
+    is no answer."""
+    return _core.probe(url)
+
+
+def materials(path: Any, *units: str, form: str | None = None, code_page: str | None = None) -> Any:
+    """Reads a material file; see qxdb._materials.materials."""
+    from ._materials import materials as read_materials
+
+    return read_materials(path, *units, form=form, code_page=code_page)
+
+
+def from_meshio(mesh: Any, units: Any = ()) -> Model:
+    """A new model of a meshio.Mesh whose numbers are in `units`; cell sets become mesh sets."""
+    from ._interchange import from_meshio as take
+
+    return take(mesh, units)
+
+
+def from_vtk(grid: Any, units: Any = ()) -> Model:
+    """A new model of a vtkUnstructuredGrid whose numbers are in `units`."""
+    from ._interchange import from_vtk as take
+
+    return take(grid, units)

@@ -1,0 +1,623 @@
+"""A model: opening, steps, history, and the way to everything in it."""
+
+from __future__ import annotations
+
+import json
+import os
+import weakref
+from collections.abc import Callable, Iterator, Mapping
+from contextlib import contextmanager
+from datetime import datetime, timezone
+from types import TracebackType
+from typing import TYPE_CHECKING, Any, NamedTuple, Optional, Union
+
+import numpy as np
+from numpy.typing import ArrayLike, NDArray
+
+from . import _core
+from ._errors import FileError, MissingError, RefusedError, ValueFault
+from ._progress import shown
+from ._schema import PoolInfo, pool_info
+from ._table import Elements, Keys, Nodes, Record, Table, as_keys
+from ._units import Units, system_indices
+
+if TYPE_CHECKING:
+    from ._materials import Material
+    from ._sets import MeshSets
+
+Path = Union[str, "os.PathLike[str]"]
+_UTC = timezone.utc
+_OPERATIONS = {100: "inserted", 101: "removed", 102: "modified"}
+
+
+class Step(NamedTuple):
+    """One step of the history.
+
+    number: by which checkout knows it; time: of its commit; done: false for one that was undone
+    """
+
+    number: int
+    time: Optional[datetime]
+    name: str
+    inserted: int
+    removed: int
+    modified: int
+    done: bool
+
+
+def _step(step: tuple[int, int, str, int, int, int, bool]) -> Step:
+    number, ms, name, inserted, removed, modified, done = step
+    time = datetime.fromtimestamp(ms / 1000, _UTC) if ms else None
+    return Step(number, time, name, inserted, removed, modified, done)
+
+
+class Blamed(NamedTuple):
+    """The last step that changed a record; None for before the history. `gone`: it was removed."""
+
+    key: int
+    step: Optional[Step]
+    gone: bool
+
+
+class Difference(NamedTuple):
+    """One difference of two models: "only in first", "only in second", "changed" (then `members`
+    tells in what), or "order" (of the whole pool, with key 0)."""
+
+    kind: str
+    pool: str
+    key: int
+    members: list[str]
+
+
+class Event(NamedTuple):
+    """What a listener hears: "committed", "undone", "redone", "rolled back" or "loaded", the step's
+    name, and what changed: a table of pool codes, operations and keys in the order of the edit.
+
+    changes: structured array with the fields pool (int32), operation (100 inserted, 101 removed,
+        102 modified) and key (int32); a row for each change of a record
+    """
+
+    kind: str
+    step: str
+    changes: NDArray[np.void]
+
+
+class Finding(NamedTuple):
+    """One kind of finding: what it is, what mends it, whether it is wrong in every mesh, and the
+    keys of the elements (or nodes) concerned; int32."""
+
+    name: str
+    label: str
+    remedy: str
+    is_fault: bool
+    of_nodes: bool
+    keys: Keys
+
+
+class Body(NamedTuple):
+    """The elements of one property, or all, as a rigid body; model units.
+
+    center: (3,); inertia: (3, 3) about the centre, products as negative integrals
+    """
+
+    property: int
+    elements: int
+    length: float
+    area: float
+    volume: float
+    mass: float
+    center: NDArray[np.float64]
+    inertia: NDArray[np.float64]
+
+
+class MassReport(NamedTuple):
+    """Masses by property and in total, and how many elements count for nothing because their
+    density, or their thickness or section, is not known."""
+
+    total: Body
+    by_property: list[Body]
+    without_density: int
+    without_section: int
+
+
+class Sides(NamedTuple):
+    """Sides of elements: keys of the elements and numbers of the sides; int32, (n,) each."""
+
+    elements: Keys
+    sides: NDArray[np.int32]
+
+
+class Frame(NamedTuple):
+    """Where a coordinate system is: origin (3,) and unit axes as rows (3, 3), global."""
+
+    origin: NDArray[np.float64]
+    axes: NDArray[np.float64]
+
+
+def _body(mass: dict[str, Any]) -> Body:
+    xx, yy, zz, xy, yz, zx = mass["inertia"]
+    inertia = np.array([[xx, xy, zx], [xy, yy, yz], [zx, yz, zz]])
+    rest = {k: v for k, v in mass.items() if k not in ("center", "inertia")}
+    return Body(center=np.array(mass["center"]), inertia=inertia, **rest)
+
+
+class Systems(Table):
+    """The coordinate systems. Key 0 stands for the global one where a system is asked for."""
+
+    def _of_keys(self, keys: Keys) -> Table:
+        return Systems(self._model, self.info, keys)
+
+    def frame(self, key: int) -> Frame:
+        """Origin and axes of a system."""
+        return Frame(*self._model._core.frame(key))
+
+    def to_global(self, key: int, points: ArrayLike) -> NDArray[np.float64]:
+        """Points (n, 3) in the coordinates of a system as global ones: x, y, z; r, theta, z; or r,
+        theta, phi; angles in degrees."""
+        return self._model._core.map_points(key, np.asarray(points, dtype=float), True)
+
+    def from_global(self, key: int, points: ArrayLike) -> NDArray[np.float64]:
+        """Global points (n, 3) in the coordinates of a system."""
+        return self._model._core.map_points(key, np.asarray(points, dtype=float), False)
+
+
+class Pools(Mapping[str, Table]):
+    """Every pool of a model by its table name, whatever the case: `model.pools["mset"]`."""
+
+    def __init__(self, model: Model) -> None:
+        self._model = model
+
+    def __getitem__(self, name: str) -> Table:
+        info = self._model._pools.get(str(name).lower())
+        if info is None:
+            raise MissingError(
+                "is no pool of the model",
+                place=repr(name),
+                remedy=f"it has {', '.join(self)}",
+            )
+        return self._model._table(info)
+
+    def __iter__(self) -> Iterator[str]:
+        return iter(self._model._pools)
+
+    def __len__(self) -> int:
+        return len(self._model._pools)
+
+    def __repr__(self) -> str:
+        return f"<pools: {', '.join(self)}>"
+
+
+# By the code of the type, the classes of tables that are more than a table.
+_CLASSES: dict[int, type[Table]] = {2: Systems, 3: Nodes, 4: Elements}
+
+
+class Model:
+    """One open model. Use it as a context manager: the end of the block closes it.
+
+    Made by qxdb.open, qxdb.new and qxdb.read. It belongs to the thread that made it. Everything
+    that is read is a copy; nothing refers to the model's memory, so that tables, columns and
+    records of a closed model raise ClosedError, and nothing else happens.
+    """
+
+    def __init__(self, core: _core.Model, like: Optional[Model] = None) -> None:
+        """For the functions of this package; `like` has the same pools."""
+        self._core = core
+        self._pools: dict[str, PoolInfo] = {}
+        if like is not None:
+            self._pools = like._pools
+        else:
+            infos = [pool_info(pool) for pool in core.pools()]
+            self._pools = {info.table.lower(): info for info in infos}
+        self._codes = {info.code: info for info in self._pools.values()}
+        self._listeners: list[Callable[[Event], None]] = []
+        self.notes: list[str] = []
+
+    # ---- the whole ------------------------------------------------------------------------------
+
+    def __enter__(self) -> Model:
+        return self
+
+    def __exit__(
+        self,
+        kind: Optional[type[BaseException]],
+        error: Optional[BaseException],
+        trace: Optional[TracebackType],
+    ) -> None:
+        self.close()
+
+    def close(self) -> None:
+        """Rolls back an open step and lets go of the file. Steps that were committed to a file
+        opened for editing are in it; other changes since the last save are lost. May be called
+        again."""
+        self._core.close()
+
+    @property
+    def closed(self) -> bool:
+        """Whether the model was closed."""
+        return self._core.closed
+
+    @property
+    def read_only(self) -> bool:
+        """Whether it was opened to be read."""
+        return self._core.read_only
+
+    @property
+    def path(self) -> str:
+        """The model file; "" for a model that was never saved."""
+        return self._core.path
+
+    @property
+    def modified(self) -> bool:
+        """Whether the model differs from what was last opened or saved."""
+        return self._core.is_modified()
+
+    def save(self, path: Optional[Path] = None) -> None:
+        """Saves the model with its history; to another file, which becomes its own. From then on
+        every step is in the file when it is committed."""
+        self._core.save(None if path is None else os.fspath(path))
+
+    def snapshot(self) -> Model:
+        """A copy of the model as it is now, without its history, for another thread or to try
+        things. It belongs to the first thread that uses it."""
+        return Model(self._core.snapshot(), like=self)
+
+    @property
+    def state(self) -> int:
+        """A 64-bit hash of the whole content: equal for models that a file would not tell apart."""
+        return self._core.state_hash()
+
+    def validate(self) -> str:
+        """"" or the first broken invariant of the database itself."""
+        return self._core.validate()
+
+    @property
+    def file_report(self) -> dict[str, Any]:
+        """What opening found in the file: its bytes, saves, steps since, and who else writes it."""
+        return self._core.report()
+
+    @property
+    def units(self) -> Units:
+        """The units that all numbers of the model are in."""
+        return Units(self)
+
+    # ---- tables ---------------------------------------------------------------------------------
+
+    @property
+    def pools(self) -> Pools:
+        """Every pool by name."""
+        return Pools(self)
+
+    def _table(self, info: PoolInfo) -> Table:
+        return _CLASSES.get(info.code, Table)(self, info)
+
+    def _table_of_code(self, code: int) -> Table:
+        return self._table(self._codes[code])
+
+    def _record(self, code: int, key: int) -> Record:
+        return Record(self._table_of_code(code), key)
+
+    @property
+    def nodes(self) -> Nodes:
+        """The nodes."""
+        return Nodes(self, self._codes[3])
+
+    @property
+    def elements(self) -> Elements:
+        """The elements."""
+        return Elements(self, self._codes[4])
+
+    @property
+    def systems(self) -> Systems:
+        """The coordinate systems."""
+        return Systems(self, self._codes[2])
+
+    @property
+    def materials(self) -> Table:
+        """The materials."""
+        return self._table_of_code(7)
+
+    @property
+    def properties(self) -> Table:
+        """The properties of elements."""
+        return self._table_of_code(8)
+
+    @property
+    def sets(self) -> MeshSets:
+        """The mesh sets."""
+        from ._sets import MeshSets
+
+        return MeshSets(self)
+
+    # ---- steps and history ----------------------------------------------------------------------
+
+    @contextmanager
+    def step(self, name: str) -> Iterator[None]:
+        """Everything in the block is one step of the history: `with model.step("raise tip"): ...`.
+        An exception rolls it back. A step inside another joins it; its exception takes back only
+        its own part. Raises RefusedError, with everything rolled back, where the model refuses."""
+        self._core.begin_step(name)
+        depth = self._core.open_steps()
+        try:
+            yield
+        except BaseException:
+            if not self._core.closed and self._core.open_steps() >= depth:
+                self._core.roll_back_step()
+            raise
+        self._core.commit_step()
+
+    @property
+    def history(self) -> list[Step]:
+        """The steps, oldest first; those that were undone last."""
+        return [_step(step) for step in self._core.history()]
+
+    def undo(self, count: int = 1) -> None:
+        """Takes back the last steps."""
+        self._core.undo(count)
+
+    def redo(self, count: int = 1) -> None:
+        """Does steps again that were undone."""
+        self._core.redo(count)
+
+    def checkout(self, number: int) -> None:
+        """Goes back or forth to the state after the step of that number; 0 is before the first."""
+        self._core.checkout(number)
+
+    def forget_history(self) -> None:
+        """Drops all steps; the state stays."""
+        self._core.forget_history()
+
+    def blame(self, table: Table, keys: Any = None) -> list[Blamed]:
+        """The last step that changed each record; also of records that were removed."""
+        taken = table.keys if keys is None else as_keys(keys)
+        found = self._core.blame(table.info.code, taken.tolist())
+        return [Blamed(key, _step(step) if step else None, gone) for key, step, gone in found]
+
+    def diff(self, other: Model) -> list[Difference]:
+        """What distinguishes this model (the first) from another (the second), record by record."""
+        return [
+            Difference(kind, self._codes[code].table.lower(), key, members)
+            for kind, code, key, members in self._core.diff(other._core)
+        ]
+
+    def listen(self, function: Callable[[Event], None]) -> Callable[[], None]:
+        """Has the function called after each step that is committed, undone or redone. It may read
+        the model, not edit it. What it raises reaches the caller of the step, which stays done.
+        Returns a function that ends the listening."""
+        if not self._listeners:
+            me = weakref.ref(self)
+
+            def tell(kind: str, step: str, pools: Keys, operations: Keys, keys: Keys) -> None:
+                model = me()
+                if model is not None:
+                    model._tell(kind, step, pools, operations, keys)
+
+            self._core.set_listener(tell)
+        self._listeners.append(function)
+        return lambda: self._stop(function)
+
+    def _stop(self, function: Callable[[Event], None]) -> None:
+        if function in self._listeners:
+            self._listeners.remove(function)
+        if not self._listeners and not self.closed:
+            self._core.set_listener(None)
+
+    def _tell(self, kind: str, step: str, pools: Keys, operations: Keys, keys: Keys) -> None:
+        changes = np.empty(
+            len(keys), dtype=[("pool", np.int32), ("operation", np.int32), ("key", np.int32)]
+        )
+        changes["pool"], changes["operation"], changes["key"] = pools, operations, keys
+        failed: Optional[BaseException] = None
+        for function in list(self._listeners):
+            try:
+                function(Event(kind, step, changes))
+            except BaseException as error:
+                failed = failed or error
+        if failed is not None:
+            raise failed
+
+    # ---- the mesh -------------------------------------------------------------------------------
+
+    def default_tolerance(self) -> float:
+        """A tenth of a billionth of the mesh's extent, so that rounding is no difference."""
+        xyz = self.nodes.xyz[:]
+        xyz = xyz[np.isfinite(xyz).all(axis=1)]
+        return 1e-10 * float(np.linalg.norm(np.ptp(xyz, axis=0))) if len(xyz) else 0.0
+
+    def findings(self, tolerance: Optional[float] = None) -> dict[str, Finding]:
+        """What is wrong, or worth knowing, of the mesh, by name; also kinds that were not found,
+        without keys. Nodes within `tolerance` (model units) of each other count as duplicates."""
+        if tolerance is None:
+            tolerance = self.default_tolerance()
+        found = [Finding(*finding) for finding in self._core.findings(tolerance)]
+        return {finding.name: finding for finding in found}
+
+    def repair(
+        self,
+        merge_nodes: Union[float, bool, None] = None,
+        duplicate_elements: bool = False,
+        inverted_solids: bool = False,
+        misoriented_shells: bool = False,
+        unreferenced_nodes: bool = False,
+    ) -> dict[str, int]:
+        """Mends what is asked for as one step, and tells how much was done.
+
+        merge_nodes: distance (model units) within which nodes become one; True for the default
+        """
+        if merge_nodes is True:
+            merge_nodes = self.default_tolerance()
+        distance = None if merge_nodes is None or merge_nodes is False else float(merge_nodes)
+        return self._core.repair(
+            distance, duplicate_elements, inverted_solids, misoriented_shells, unreferenced_nodes
+        )
+
+    def free_faces(self) -> Sides:
+        """The faces of solids that one element alone has."""
+        return Sides(*self._core.loose_sides(True, False))
+
+    def free_edges(self) -> Sides:
+        """The edges of surface elements that one element alone has."""
+        return Sides(*self._core.loose_sides(False, False))
+
+    def parts(self) -> NDArray[np.int32]:
+        """Which part of the mesh each element belongs to, (n,), from 0; -1 for none. Parts hang
+        together by nodes."""
+        return self._core.parts()
+
+    def mass(
+        self,
+        density: Optional[float] = None,
+        thickness: Optional[float] = None,
+        section_area: Optional[float] = None,
+    ) -> MassReport:
+        """Mass, centre and inertia by property; the arguments (model units) stand in where
+        materials and properties tell nothing."""
+        total, by_property, no_density, no_section = self._core.mass(
+            density, thickness, section_area
+        )
+        return MassReport(_body(total), [_body(b) for b in by_property], no_density, no_section)
+
+    # ---- in and out -----------------------------------------------------------------------------
+
+    def read(self, path: Path, *units: str, progress: Any = None) -> list[str]:
+        """Brings a file of another program into the model as one step; returns what was changed or
+        left out, a line each.
+
+        units: that the file's numbers are in ("mm", ...); the model's where they are left out
+        progress: called with the part done, 0 to 1; False for silence
+        """
+        before = self.units.current
+        wanted = system_indices(units, self.units)
+        self._core.set_current_units(wanted)
+        try:
+            with shown(progress, f"Reading {os.fspath(path)}") as tell:
+                notes = self._core.read(os.fspath(path), tell)
+        finally:
+            self._core.set_current_units(system_indices(list(before.values()), before))
+        self.notes = notes
+        return notes
+
+    def write(self, path: Path, progress: Any = None) -> list[str]:
+        """Writes the model for another program, by the extension of the path (qxdb.formats()), in
+        current units; returns what was left out, a line each."""
+        target = os.fspath(path)
+        if self.path and os.path.exists(target) and os.path.samefile(target, self.path):
+            raise FileError(
+                "is the model itself", file=target, remedy="write to a file of another name"
+            )
+        with shown(progress, f"Writing {target}") as tell:
+            return self._core.write_file(target, tell)
+
+    def to_dict(self, *pools: Union[str, Table]) -> dict[str, Any]:
+        """The gateway document of the pools (of all that are not empty): tables of records of named
+        fields, by key as text; in current units."""
+        codes = [(p if isinstance(p, Table) else self.pools[p]).info.code for p in pools]
+        out: dict[str, Any] = json.loads(self._core.gateway_text(codes))
+        return out
+
+    def update(self, document: Mapping[str, Any], strict: bool = False) -> list[str]:
+        """Reads a gateway document as one step: adds records and replaces those that are there.
+        Returns what was told, a line each; with `strict`, any of it refuses the whole."""
+        return self._core.read_gateway(_json(document), False, strict, "Read a document")
+
+    def apply_deletions(self, document: Mapping[str, Any], strict: bool = False) -> list[str]:
+        """Applies the deletion tables of a gateway document as one step."""
+        return self._core.read_gateway(_json(document), True, strict, "Delete by a document")
+
+    def json_schema(self) -> dict[str, Any]:
+        """The JSON Schema (draft 4) of the model's gateway documents."""
+        out: dict[str, Any] = json.loads(self._core.gateway_schema())
+        return out
+
+    def add_materials(self, *materials: Material) -> Keys:
+        """Adds materials of a library (qxdb.materials) to the model as one step; returns their
+        keys. Values are converted to model units."""
+        from ._materials import add
+
+        return add(self, materials)
+
+    def to_meshio(self) -> Any:
+        """The mesh as a meshio.Mesh, in model units: points, cells of the ordinary types, keys as
+        point and cell data, mesh sets as cell sets."""
+        from ._interchange import to_meshio
+
+        return to_meshio(self)
+
+    def to_vtk(self) -> Any:
+        """The mesh as a vtkUnstructuredGrid, in model units, with keys as point and cell data."""
+        from ._interchange import to_vtk
+
+        return to_vtk(self)
+
+    # ---- showing itself -------------------------------------------------------------------------
+
+    def picture(self, width: int = 640, height: int = 480) -> NDArray[np.uint8]:
+        """The mesh seen from the right, front and above: (height, width, 3), red green blue."""
+        return self._core.picture(width, height)
+
+    def view(self, command: str = "qxdb", height: int = 600) -> Any:
+        """The viewer's page of the model as it is now, to be turned and picked in, for a notebook:
+        what it returns shows itself there; its `page` is the page, which needs no network. Made by
+        the command line, `command`; FileError where that, or its viewer, is not installed."""
+        from ._display import viewer_page
+
+        return viewer_page(self, command, height)
+
+    def __repr__(self) -> str:
+        if self.closed:
+            return "<model, closed>"
+        name = self.path or "not saved"
+        counts = f"{len(self.nodes)} nodes, {len(self.elements)} elements, {len(self.sets)} sets"
+        return f"<model {name}: {counts}>"
+
+    def _repr_html_(self) -> str:
+        from ._display import model_html
+
+        return model_html(self)
+
+
+def _json(document: Mapping[str, Any]) -> str:
+    def plain(value: Any) -> Any:
+        if isinstance(value, (np.generic, np.ndarray)):
+            return value.tolist()
+        raise TypeError(f"{type(value).__name__} has no form in JSON")
+
+    try:
+        return json.dumps(document, allow_nan=False, default=plain)
+    except (TypeError, ValueError) as error:
+        raise ValueFault(
+            str(error), place="gateway document", remedy="use dicts, lists, numbers and texts"
+        ) from None
+
+
+def open(path: Path, mode: str = "edit") -> Model:  # noqa: A001 - it is qxdb.open
+    """Opens a model file.
+
+    mode "edit": every step is in the file when it is committed, as with the command line; refused
+        while another process has the file. "read": as the file is now, beside a writer; refuses
+        edits.
+    """
+    if mode not in ("edit", "read"):
+        raise ValueFault("is no mode", place=repr(mode), remedy='use "edit" or "read"')
+    return Model(_core.open(os.fspath(path), mode == "edit"))
+
+
+def new(*units: str) -> Model:
+    """An empty model, in m, N, kg, sec, C, J and deg save for the units named: new("mm")."""
+    model = Model(_core.new())
+    if units:
+        model._core.set_model_units(system_indices(units, model.units))
+    return model
+
+
+def read(path: Path, units: Union[str, tuple[str, ...]] = (), progress: Any = None) -> Model:
+    """A new model with the content of a file of another program (qxdb.formats()).
+
+    units: that the file's numbers are in, "mm" or ("mm", "N"); the model is stored in them
+    progress: called with the part done, 0 to 1; False for silence
+
+    `model.notes` tells what was changed or left out.
+    """
+    model = new(*((units,) if isinstance(units, str) else units))
+    model.read(path, progress=progress)
+    model.forget_history()
+    return model

@@ -1,0 +1,96 @@
+// Files of other programs: the one place where Python meets the readers and writers.
+
+#include <algorithm>
+#include <filesystem>
+#include <pybind11/stl.h>
+
+#include "qx_db/gateway/document_exchange.h"
+#include "qx_db/platform/file.h"
+
+#include "exchange/transfer.h"
+#include "handle.h"
+
+namespace qx::python {
+namespace {
+
+std::string ExtensionOf(const std::string& path) {
+  return AsciiUpper(Utf8FromPath(PathFromUtf8(path).extension()));
+}
+
+/// Brings a file into the model as one step; what was changed or left out, a line each.
+std::vector<std::string> Read(Handle& handle, const std::string& path, const py::object& progress) {
+  std::vector<std::string> notes;
+  const auto tell = ProgressTo(progress);
+  Edit(handle, "Read " + path, [&](CQXDBSession& session) {
+    const py::gil_scoped_release others_may_run;
+    Require(CheckIsFile(path));
+    const std::string extension = ExtensionOf(path);
+    if (extension == ".JSON") {
+      dbgateway::DataBase document;
+      Require(document.ReadFile(path));
+      Require(ReadDocument(session, document));
+      for (const auto& entry : document.Report()) notes.push_back(entry.Line());
+      return;
+    }
+    const auto format = exchange::FormatToRead(path);
+    Require(format.AsOutcome());
+    exchange::ImportOptions options;
+    options.format = *format;
+    options.read.progress = tell;
+    exchange::LossReport losses;
+    Require(exchange::ImportFile(session, path, options, losses));
+    notes = losses.Lines();
+  });
+  return notes;
+}
+
+/// Writes the model for another program; what was left out, a line each.
+std::vector<std::string> Write(Handle& handle, const std::string& path,
+                               const py::object& progress) {
+  const Guard guard(handle);
+  std::vector<std::string> notes;
+  const auto tell = ProgressTo(progress);
+  CQXDBSession& session = handle.Session();
+  const py::gil_scoped_release others_may_run;
+  const std::string extension = ExtensionOf(path);
+  if (extension == ".JSON") {
+    // JSON has no word for what is not finite, and null would come back as 0.
+    Require(exchange::CheckCanBeWritten(session, path));
+    dbgateway::DataBase document;
+    WriteDocument(session, document);
+    Require(document.WriteFile(path, true));
+  } else {
+    const auto format = exchange::FormatToWrite(path);
+    Require(format.AsOutcome());
+    exchange::ExportOptions options;
+    options.format = *format;
+    options.write.progress = tell;
+    exchange::LossReport losses;
+    Require(exchange::ExportFile(session, path, options, losses));
+    notes = losses.Lines();
+  }
+  return notes;
+}
+
+/// (extension, what it is, whether it is read, whether it is written)
+std::vector<std::tuple<std::string, std::string, bool, bool>> Formats() {
+  std::vector<std::tuple<std::string, std::string, bool, bool>> formats;
+  for (const exchange::Format& format : exchange::Formats()) {
+    for (const std::string_view extension : format.extensions) {
+      formats.emplace_back(extension, format.title, format.read != nullptr,
+                           format.write != nullptr);
+    }
+  }
+  formats.emplace_back(".json", "gateway document", true, true);
+  return formats;
+}
+
+}  // namespace
+
+void BindExchange(py::module_& module, py::class_<Handle, std::shared_ptr<Handle>>& model) {
+  module.def("formats", Formats);
+  model.def("read", Read, py::arg("path"), py::arg("progress"))
+      .def("write_file", Write, py::arg("path"), py::arg("progress"));
+}
+
+}  // namespace qx::python

@@ -1,0 +1,111 @@
+// Mesh sets: adding, changing, merging and deleting them by their rules.
+
+#include <pybind11/numpy.h>
+#include <pybind11/stl.h>
+
+#include "qx_db/model/mesh_set_pool.h"
+#include "qx_db/model/standard_pools.h"
+
+#include "handle.h"
+
+namespace qx::python {
+namespace {
+
+using Keys = py::array_t<Key, py::array::c_style | py::array::forcecast>;
+
+DPoolMset& Sets(CQXDBSession& session) { return Pool<tagTMset>(session); }
+
+ITR Find(const DPoolBase& pool, Key key) {
+  const ITR found = pool.Find(key);
+  if (!found) {
+    Refuse(FaultKind::kMissing, Place(pool, key), "is not in the model", "see the pool's keys");
+  }
+  return found;
+}
+
+TArray<ITR> FindAll(const DPoolBase& pool, const Keys& keys) {
+  TArray<ITR> items;
+  items.Reserve(keys.size());
+  for (py::ssize_t i = 0; i < keys.size(); ++i) items.Add(Find(pool, keys.data()[i]));
+  return items;
+}
+
+void Demand(const Handle& handle, int done) {
+  if (!done) throw Fault(FaultKind::kRefused, LastRefusal(handle.Path()));
+}
+
+Key Add(Handle& handle, const std::string& name, Key parent) {
+  Key key = 0;
+  Edit(handle, "Add a mesh set", [&](CQXDBSession& session) {
+    ITR added = 0;
+    Demand(handle, Sets(session).TR_Add(Utf16(name).c_str(), parent, added));
+    key = KeyOf(added);
+  });
+  return key;
+}
+
+/// Adds members to a set, or takes them off its lists.
+void ChangeMembers(Handle& handle, Key set, const Keys& nodes, const Keys& elements, bool add) {
+  Edit(handle, add ? "Add to a mesh set" : "Take off a mesh set", [&](CQXDBSession& session) {
+    DPoolMset& sets = Sets(session);
+    const TArray<ITR> of_nodes = FindAll(Pool<tagTNode>(session), nodes);
+    const TArray<ITR> of_elements = FindAll(Pool<tagTElem>(session), elements);
+    const ITR at = Find(sets, set);
+    Demand(handle, add ? sets.Private_Add_NodeElem(at, of_nodes, of_elements)
+                       : sets.Private_Del_NodeElem(at, of_nodes, of_elements));
+  });
+}
+
+}  // namespace
+
+void BindSets(py::class_<Handle, std::shared_ptr<Handle>>& model) {
+  model.def("set_add", Add, py::arg("name"), py::arg("parent"))
+      .def("set_members", ChangeMembers, py::arg("set"), py::arg("nodes"), py::arg("elements"),
+           py::arg("add"))
+      .def(
+          "set_rename",
+          [](Handle& handle, Key set, const std::string& name) {
+            Edit(handle, "Rename a mesh set", [&](CQXDBSession& session) {
+              DPoolMset& sets = Sets(session);
+              Demand(handle, sets.TR_Rename(Find(sets, set), Utf16(name).c_str()));
+            });
+          },
+          py::arg("set"), py::arg("name"))
+      .def(
+          "set_parent",
+          [](Handle& handle, Key set, Key parent) {
+            Edit(handle, "Move a mesh set", [&](CQXDBSession& session) {
+              DPoolMset& sets = Sets(session);
+              Demand(handle, sets.TR_SetParent(Find(sets, set), parent));
+            });
+          },
+          py::arg("set"), py::arg("parent"))
+      .def(
+          "set_merge",
+          [](Handle& handle, Key into, const Keys& others) {
+            Edit(handle, "Merge mesh sets", [&](CQXDBSession& session) {
+              DPoolMset& sets = Sets(session);
+              Demand(handle, sets.Merge(Find(sets, into), FindAll(sets, others)));
+            });
+          },
+          py::arg("into"), py::arg("others"))
+      .def(
+          "set_delete",
+          [](Handle& handle, const Keys& keys) {
+            Edit(handle, "Delete mesh sets", [&](CQXDBSession& session) {
+              DPoolMset& sets = Sets(session);
+              Demand(handle, sets.TR_Del(FindAll(sets, keys)));
+            });
+          },
+          py::arg("sets"))
+      .def(
+          "set_rebuild",
+          [](Handle& handle, bool gather) {
+            Edit(handle, "Rebuild mesh sets", [&](CQXDBSession& session) {
+              Demand(handle, Sets(session).RebuildMeshset(gather));
+            });
+          },
+          py::arg("gather"));
+}
+
+}  // namespace qx::python

@@ -1,0 +1,201 @@
+"""Questions about the mesh, mesh sets, systems, materials, gateway, seeding, probe, units."""
+
+from __future__ import annotations
+
+from pathlib import Path
+
+import numpy as np
+import pytest
+import qxdb
+from conftest import SOURCE
+
+
+def test_measures_of_a_block(cube: qxdb.Model) -> None:
+    np.testing.assert_allclose(cube.elements.sizes, 1)
+    np.testing.assert_allclose(cube.elements.volumes, 1)
+    corner = cube.nodes.xyz[:][cube.elements["hex8"].nodes.rows].mean(axis=1)
+    np.testing.assert_allclose(cube.elements.centers, corner)
+    np.testing.assert_allclose(cube.elements["hex8"].axes(), np.broadcast_to(np.eye(3), (8, 3, 3)))
+    for measure in qxdb.measures():
+        values = cube.elements.quality(measure.name)
+        assert values.shape == (8,)
+        if measure.acceptable is not None and not np.isnan(values).all():
+            good = values <= measure.acceptable + 1e-9 if measure.high_is_bad else values >= 0
+            assert good.all(), measure.name
+    assert len(cube.free_faces().elements) == 24 and cube.parts().max() == 0
+    report = cube.mass(density=2.0)
+    assert report.total.mass == pytest.approx(16) and report.without_density == 0
+    np.testing.assert_allclose(report.total.center, 1)
+    np.testing.assert_allclose(report.total.inertia, np.eye(3) * 16 * 8 / 12, atol=1e-12)
+    assert cube.mass().without_density == 8
+    some = cube.elements[[3, 1]]
+    np.testing.assert_array_equal(some.centers, cube.elements.centers[[2, 0]])
+    with pytest.raises(qxdb.ValueFault):
+        cube.elements.quality("beauty")
+
+
+def test_findings_and_repair(cube: qxdb.Model) -> None:
+    assert not any(f.is_fault and len(f.keys) for f in cube.findings().values())
+    with cube.step("spoil"):
+        keys = cube.nodes.insert(cube.nodes.xyz[:3] + 1e-7)
+        cube.elements["hex8"].nodes[0] = cube.elements["hex8"].nodes[0][[4, 5, 6, 7, 0, 1, 2, 3]]
+    found = cube.findings(tolerance=1e-6)
+    assert found["inverted-solids"].keys.tolist() == [1]
+    assert set(found["duplicate-nodes"].keys.tolist()) == set(keys.tolist())
+    done = cube.repair(merge_nodes=1e-6, inverted_solids=True)
+    assert (done["nodes_merged"], done["solids_turned"]) == (3, 1)
+    assert len(cube.nodes) == 27 and (cube.elements.sizes > 0).all()
+
+
+def test_mesh_sets_are_sets(bracket: qxdb.Model) -> None:
+    sets = bracket.sets
+    foot, whole = sets["foot"], sets["bracket"]
+    assert foot.elements <= whole.elements or foot.elements.isdisjoint(whole.elements)
+    both, rest = foot | whole, whole - foot
+    assert both.elements == foot.elements | whole.elements
+    assert set(rest.elements) == set(whole.elements) - set(foot.elements)
+    upper = sets.add("rest", rest, parent="bracket")
+    assert upper.elements == rest.elements and upper.parent == whole
+    assert upper in whole.children
+    used = bracket.elements[upper.elements.keys].nodes[:].values
+    assert upper.nodes >= qxdb.KeySet(used)
+    upper.name = "the rest"
+    assert "the rest" in sets and "rest" not in sets
+    first = upper.elements.keys[:5]
+    upper.discard(elements=first)
+    assert not set(first) & set(upper.elements)
+    upper |= qxdb.Members(elements=first)
+    assert set(first) <= set(upper.elements)
+    steps = len(bracket.history)
+    for act in (
+        lambda: sets.add("the rest"),
+        lambda: sets.add(""),
+        lambda: setattr(whole, "parent", upper),
+        lambda: sets["nobody"],
+        lambda: sets.add("x", elements=[10**9]),
+    ):
+        state = bracket.state
+        with pytest.raises(qxdb.Error) as caught:
+            act()
+        assert bracket.state == state and caught.value.remedy
+    assert len(bracket.history) == steps
+    nodes = len(bracket.nodes)
+    sets.delete(upper)
+    assert "the rest" not in sets and len(bracket.nodes) == nodes
+
+
+def test_coordinate_systems() -> None:
+    model = qxdb.new()
+    (key,) = model.systems.insert(
+        name="hub", type=1, origin=[1, 0, 0], pt_axis=[1, 0, 1], pt_plain=[2, 0, 0]
+    )
+    frame = model.systems.frame(key)
+    np.testing.assert_allclose(frame.origin, [1, 0, 0])
+    points = np.array([[2.0, 0, 5], [1, 3, 0]])
+    there = model.systems.from_global(key, points)
+    np.testing.assert_allclose(model.systems.to_global(key, there), points, atol=1e-12)
+    np.testing.assert_allclose(model.systems.from_global(0, points), points)
+    with pytest.raises(qxdb.MissingError):
+        model.systems.frame(77)
+    with pytest.raises(qxdb.ValueFault):
+        model.systems.to_global(key, [1, 2, 3])
+
+
+def test_gateway_as_dicts(cube: qxdb.Model) -> None:
+    document = cube.to_dict("node")
+    assert list(document) == ["NODE"] and len(document["NODE"]) == 27
+    state = cube.state
+    cube.update(document)
+    assert cube.state == state
+    cube.update({"NODE": {"5": {"POS": [9.0, 8.0, 7.0]}, "99": {"POS": np.array([1.0, 2, 3])}}})
+    np.testing.assert_array_equal(cube.nodes[[5, 99]].xyz, [[9, 8, 7], [1, 2, 3]])
+    assert cube.update({"NODE": {"5": {"COLOUR": 3}}})
+    for bad in ({"NODE": {"5": {"POS": [float("nan")] * 3}}}, {"NODE": {"5": {"POS": object()}}}):
+        with pytest.raises(qxdb.ValueFault):
+            cube.update(bad)
+    with pytest.raises(qxdb.RefusedError):
+        cube.update({"NODE": {"5": {"COLOUR": 3}}}, strict=True)
+    assert "NODE" in str(cube.json_schema())
+
+
+def test_materials_go_into_a_model() -> None:
+    folder = SOURCE / "examples" / "materials"
+    file = next(f for f in sorted(folder.iterdir()) if f.suffix in (".gdbp", ".txt"))
+    library = qxdb.materials(file)
+    assert library and library[0].values
+    model = qxdb.new("mm")
+    keys = model.add_materials(*library)
+    assert len(keys) == len(library) and len(model.history) == 1
+    steel = max(library, key=lambda m: m.values["elastic modulus"].values)
+    stored = model.materials[int(keys[library.index(steel)])]
+    assert stored.name == steel.name
+    in_model = steel["elastic modulus"].to("N/mm^2").values
+    assert stored.elastic_modulus == pytest.approx(float(in_model))
+    with pytest.raises(qxdb.MissingError):
+        library.named("unobtainium")
+
+
+def test_units_and_quantities(bracket: qxdb.Model) -> None:
+    assert bracket.units["length"] == "mm" and bracket.nodes.xyz.unit == "mm"
+    np.testing.assert_allclose(bracket.nodes.xyz.to("in") * 25.4, bracket.nodes.xyz)
+    assert float(qxdb.convert(1, "N/mm^2", "N/m^2")) == pytest.approx(1e6)
+    assert float(qxdb.convert(100, "C", "F")) == pytest.approx(212)
+    assert qxdb.Quantity(1, "in") + qxdb.Quantity(25.4, "mm") == qxdb.Quantity(2, "in")
+    assert bracket.units.of("stress") == "N/mm^2"
+    for bad in (lambda: qxdb.convert(1, "mm", "N"), lambda: qxdb.Quantity(1, "furlong")):
+        with pytest.raises(qxdb.ValueFault):
+            bad()
+    with pytest.raises(qxdb.ValueFault, match="second unit"):
+        qxdb.new("mm", "in")
+    with qxdb.read(SOURCE / "examples" / "bracket.msh", units="m") as metres:
+        assert metres.nodes.xyz.max() == bracket.nodes.xyz.max()
+    model = qxdb.new()
+    model.read(SOURCE / "examples" / "bracket.msh", "mm")
+    np.testing.assert_allclose(model.nodes.xyz * 1000, bracket.nodes.xyz)
+    assert model.units.current["length"] == "m"
+
+
+def test_seeding() -> None:
+    curves = qxdb.Curves()
+    line = curves.line([0, 0, 0], [10, 0, 0])
+    arc = curves.arc([0, 0, 0], [0, 0, 1], [2, 0, 0], 90)
+    assert len(curves) == 2 and curves.length(arc) == pytest.approx(np.pi)
+    even = curves.seed(line, "divisions", divisions=5)
+    np.testing.assert_allclose(even.points[:, 0], np.linspace(0, 10, 6))
+    graded = curves.seed(line, "linear", first=0.5, last=2)
+    steps = np.diff(graded.fractions)
+    assert (np.diff(steps) > 0).all() and graded.fractions[-1] == pytest.approx(1)
+    mirrored = curves.seed(line, "linear", first=0.5, last=2, reversed=True)
+    np.testing.assert_allclose(np.diff(mirrored.fractions), steps[::-1], rtol=1e-9)
+    at = curves.seed(arc, "positions", at=[0.25, 0.5])
+    np.testing.assert_allclose(at.fractions, [0, 0.25, 0.5, 1], atol=1e-9)
+    for bad in (
+        lambda: curves.seed(line, "divisions", divisions=0),
+        lambda: curves.seed(line, "size", size=-1),
+        lambda: curves.seed(line, "size", divisions=3),
+        lambda: curves.seed(line, "luck"),
+        lambda: curves.seed(9, "divisions", divisions=2),
+        lambda: curves.line([0, 0], [1, 1, 1]),
+        lambda: curves.line([0, 0, np.nan], [1, 1, 1]),
+    ):
+        with pytest.raises(qxdb.Error) as caught:
+            bad()
+        assert caught.value.fault
+
+
+def test_probe_says_why() -> None:
+    with pytest.raises(qxdb.FileError) as caught:
+        qxdb.probe("http://127.0.0.1:9/")
+    assert caught.value.fault and caught.value.remedy
+
+
+def test_files_of_others(tmp_path: Path, bracket: qxdb.Model) -> None:
+    for kind in (f for f in qxdb.formats() if f.writes):
+        target = tmp_path / f"bracket{kind.extension}"
+        bracket.write(target)
+        assert target.stat().st_size > 1000
+        if kind.reads:
+            with qxdb.read(target, units="mm") as again:
+                np.testing.assert_array_equal(again.nodes.xyz, bracket.nodes.xyz)
+                assert again.elements.counts() == bracket.elements.counts()
+                assert [s.elements for s in again.sets] == [s.elements for s in bracket.sets]

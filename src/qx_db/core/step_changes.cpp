@@ -1,0 +1,102 @@
+#include "qx_db/core/step_changes.h"
+
+#include <algorithm>
+#include <unordered_map>
+
+#include "qx_db/record/verbs.h"
+
+namespace qx {
+namespace {
+
+/// Follows records from the known state to the present one.
+class Coalescer {
+ public:
+  explicit Coalescer(const CQXDBSession& session) : session_(session) {}
+
+  /// The next step on the way, done or taken back.
+  void Pass(const Step& step, bool done) {
+    if (done) {
+      for (const Change& change : step.changes) Pass(step, change, true);
+    } else {
+      for (std::size_t i = step.changes.size(); i-- > 0;) Pass(step, step.changes[i], false);
+    }
+  }
+
+  std::vector<RecordChange> Result() const {
+    std::vector<RecordChange> changes;
+    for (const Fate& fate : fates_) {
+      const bool is = !KeyedSetBase::IsRemoved(fate.item);
+      RecordChange change{fate.type, tagTRNotify::kModified, fate.item};
+      if (fate.was && is) {
+        change.members = Modified(fate);
+        if (change.members.empty()) continue;
+      } else if (fate.was != is) {
+        change.operation = is ? tagTRNotify::kInserted : tagTRNotify::kRemoved;
+      } else {
+        continue;
+      }
+      changes.push_back(std::move(change));
+    }
+    return changes;
+  }
+
+ private:
+  struct Fate {
+    ITR item;
+    std::uint16_t type;
+    bool was;                     // there, in the known state
+    const char* image = nullptr;  // then; null where it was not modified since
+  };
+
+  void Pass(const Step& step, const Change& change, bool done) {
+    const bool modified = change.operation == tagTRNotify::kModified;
+    const bool appears = !modified && (change.operation == tagTRNotify::kInserted) == done;
+    const auto [place, is_new] = places_.try_emplace(ITR{change.item}, fates_.size());
+    if (is_new) fates_.push_back({change.item, change.type, !appears});
+    Fate& fate = fates_[place->second];
+    if (!modified || !fate.was || fate.image) return;
+    const Step::Images& images = step.images[change.list_epoch];
+    fate.image = step.bytes.data() + (done ? images.before : images.after);
+  }
+
+  std::vector<const Row*> Modified(const Fate& fate) const {
+    if (!fate.image) return {};
+    const DPoolBase& pool = *session_.GetDataPool(fate.type);
+    const auto before = pool.NewRecord();
+    ReadImage(pool.GetSchema(), fate.image, *before);
+    return Differences(pool.GetSchema(), *before, *KeyedSetBase::RecordAt(fate.item));
+  }
+
+  const CQXDBSession& session_;
+  std::vector<Fate> fates_;
+  std::unordered_map<ITR, std::size_t> places_;
+};
+
+}  // namespace
+
+std::optional<std::vector<RecordChange>> ChangesSince(const CQXDBSession& session,
+                                                      std::int64_t state) {
+  const Journal& history = session.History();
+  if (history.IsOpen()) return {};
+  const auto is_known = [&](const Step& step) { return step.number == state; };
+  const auto& done = history.Done();
+  const auto& undone = history.Undone();
+  auto next = done.begin();  // of the steps done since
+  const bool is_first = state == history.FirstState();
+  if (!is_first) {
+    const auto known = std::find_if(done.begin(), done.end(), is_known);
+    next = known == done.end() ? known : known + 1;
+    if (known == done.end()) {
+      const auto taken_back = std::find_if(undone.begin(), undone.end(), is_known);
+      if (taken_back == undone.end()) return {};
+      Coalescer since(session);
+      for (auto step = taken_back; step != undone.end(); ++step) since.Pass(*step, false);
+      return since.Result();
+    }
+  }
+  Coalescer since(session);
+  for (; next != done.end(); ++next) since.Pass(*next, true);
+  return since.Result();
+}
+
+}  // namespace qx

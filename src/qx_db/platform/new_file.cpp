@@ -1,0 +1,145 @@
+#include "qx_db/platform/new_file.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <filesystem>
+#include <random>
+#include <string_view>
+#include <system_error>
+#include <vector>
+
+#ifndef _WIN32
+#include <sys/stat.h>
+#include <unistd.h>
+#endif
+
+#include "qx_db/platform/file.h"
+
+namespace qx {
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr std::string_view kEnding = ".new";
+constexpr std::size_t kDigits = 16;
+
+/// "<target>.0123456789abcdef.new" with digits of chance.
+std::string RandomName(const std::string& target) {
+  static constexpr char kHex[] = "0123456789abcdef";
+  std::random_device random;
+  std::string digits;
+  for (std::size_t i = 0; i < kDigits; ++i) digits += kHex[random() % 16];
+  return target + "." + digits + std::string(kEnding);
+}
+
+/// Whether a file's name is one that this library gives to a file on its way to the name `target`,
+/// or, as versions before did, "<target>.<process>-<number>.new".
+bool IsOnItsWayTo(std::string_view name, std::string_view target) {
+  if (!name.starts_with(target) || !name.ends_with(kEnding)) return false;
+  name.remove_prefix(target.size());
+  if (name.size() < kEnding.size() + 2 || name[0] != '.') return false;
+  const std::string_view middle = name.substr(1, name.size() - 1 - kEnding.size());
+  const auto all = [](std::string_view text, std::string_view of) {
+    return !text.empty() && text.find_first_not_of(of) == std::string_view::npos;
+  };
+  const std::size_t dash = middle.find('-');
+  if (dash == std::string_view::npos) {
+    return middle.size() == kDigits && all(middle, "0123456789abcdef");
+  }
+  return all(middle.substr(0, dash), "0123456789") && all(middle.substr(dash + 1), "0123456789");
+}
+
+bool Exists(const std::string& path) {
+  FileId id;
+  return Files().IdOf(path, id) == 0;
+}
+
+/// Gives a file that is to replace another its owner and permissions; an error where the other
+/// may not be written.
+int TakeOverPermissions([[maybe_unused]] const std::string& from,
+                        [[maybe_unused]] const std::string& to) {
+#ifndef _WIN32
+  struct stat old {};
+  if (stat(to.c_str(), &old) != 0) return 0;  // there is none
+  if (access(to.c_str(), W_OK) != 0) return errno;
+  // Only an administrator can give a file away; who is not keeps it.
+  if ([[maybe_unused]] const int given = chown(from.c_str(), old.st_uid, old.st_gid); given != 0) {
+    errno = 0;
+  }
+  if (chmod(from.c_str(), old.st_mode & 0777) != 0) return errno;
+#endif
+  return 0;
+}
+
+}  // namespace
+
+NewFile::NewFile(std::string target, std::string name, std::unique_ptr<RawFile> file)
+    : target_(std::move(target)), name_(std::move(name)), file_(std::move(file)) {}
+
+NewFile::~NewFile() {
+  if (!has_place_) Files().Remove(name_);
+}
+
+Result<std::unique_ptr<NewFile>> NewFile::Create(const std::string& path) {
+  std::error_code ignored;
+  if (fs::is_directory(PathFromUtf8(path), ignored)) {
+    return Failure{path, "", "is a directory", "name a file in it"};
+  }
+  std::string target = LinkTarget(path);
+  std::unique_ptr<RawFile> file;
+  std::string name;
+  int error = EEXIST;
+  for (int tries = 0; error == EEXIST && tries < 8; ++tries) {
+    name = RandomName(target);
+    error = Files().Create(name, Exists(target), file);
+  }
+  if (error) {
+    const bool full = error == ENOSPC || error == EDQUOT;
+    return Failure{path, "", "cannot be created: " + ErrorText(error),
+                   full ? "free some disk space" : "check the folder and its permissions"};
+  }
+  std::unique_ptr<NewFile> made(new NewFile(std::move(target), std::move(name), std::move(file)));
+  made->file_->Claim();  // so that nobody takes it for a leftover
+  return made;
+}
+
+Outcome NewFile::TakePlace() {
+  const auto fails = [&](const char* what, int error, const char* remedy) {
+    return Failure{target_, "", what + (": " + ErrorText(error)), remedy};
+  };
+  if (const int error = TakeOverPermissions(name_, target_)) {
+    return fails("may not be replaced", error,
+                 "change its permissions, or save under another name");
+  }
+  if (const int error = file_->Sync())
+    return fails("cannot be made durable", error, "check the disk");
+  if (const int error = Files().Rename(name_, target_)) {
+    return fails("cannot be replaced", error, "check permissions");
+  }
+  has_place_ = true;
+  if (const int error = Files().SyncFolderOf(target_)) {
+    return fails("cannot be made durable", error, "check the disk");
+  }
+  return {};
+}
+
+void NewFile::RemoveLeftovers(const std::string& path) {
+  const fs::path target = PathFromUtf8(LinkTarget(path));
+  const std::string name = Utf8FromPath(target.filename());
+  std::error_code error;
+  std::vector<std::string> found;
+  const fs::path folder = target.parent_path().empty() ? fs::path(".") : target.parent_path();
+  for (fs::directory_iterator entry(folder, error), end; !error && entry != end;
+       entry.increment(error)) {
+    const fs::path file = entry->path().filename();
+    if (IsOnItsWayTo(Utf8FromPath(file), name)) found.push_back(Utf8FromPath(entry->path()));
+  }
+  for (const std::string& leftover : found) {
+    std::error_code unknown;
+    if (!fs::is_regular_file(fs::symlink_status(PathFromUtf8(leftover), unknown))) continue;
+    std::unique_ptr<RawFile> file;
+    if (Files().Open(leftover, true, file) == 0 && file->Claim() == 0) Files().Remove(leftover);
+  }
+}
+
+}  // namespace qx

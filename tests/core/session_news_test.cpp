@@ -1,0 +1,425 @@
+// What a session tells, whom, and what it refuses meanwhile.
+
+#include <functional>
+#include <gtest/gtest.h>
+
+#include "qx_db/qx_db.h"
+
+#include "tests/scratch_folder.h"
+
+namespace qx {
+namespace {
+
+tagTNode Node(Key key, double x = 0) {
+  tagTNode node;
+  node.key = key;
+  node.position.x = x;
+  return node;
+}
+
+struct Model {
+  CQXDBSession session{AddStandardPools};
+  DPoolNode& nodes = *session.GetPool<DPoolNode>(code::kNode);
+  DPoolElem& elements = *session.GetPool<DPoolElem>(code::kElem);
+  DPoolActiveElemSet& sets = *session.GetPool<DPoolActiveElemSet>(code::kActiveElemSet);
+
+  template <class Edit>
+  int Step(const char16_t* name, Edit&& edit) {
+    CTransaction transaction(&session);
+    transaction.Begin(name);
+    edit();
+    return transaction.Commit();
+  }
+  int Add(Key key) {
+    return Step(u"add", [&] { nodes.InsertNU(Node(key)); });
+  }
+};
+
+struct Listener : ISessionListener {
+  explicit Listener(CQXDBSession& session) : of(session) { of.AddListener(this); }
+  ~Listener() override { of.RemoveListener(this); }
+  void OnSessionEvent(CQXDBSession& session, SessionEvent event, std::u16string_view,
+                      std::span<const Change> changes) override {
+    heard.push_back(event);
+    flags = session.GetDataPool(code::kNode)->ChangeFlags();
+    if (act) act(changes);
+  }
+  CQXDBSession& of;
+  std::vector<SessionEvent> heard;
+  std::uint32_t flags = 0;
+  std::function<void(std::span<const Change>)> act;
+};
+
+TEST(SessionNews, AListenerCannotEditInAnyWay) {
+  Model m;
+  m.Add(1);
+  Listener listener(m.session);
+  const ITR first = m.nodes.Find(1);
+  listener.act = [&](std::span<const Change>) {
+    ITR moving = first;
+    EXPECT_EQ(m.nodes.InsertNU(Node(77)), 0u);
+    EXPECT_EQ(m.nodes.SetAtNU(first, Node(1, 5)), 0);
+    EXPECT_EQ(m.nodes.Remove(first), 0);
+    EXPECT_EQ(m.nodes.RemoveNext(moving), 0);
+    EXPECT_EQ(m.nodes.RemoveWithoutDelete(first), 0);
+    m.nodes.RemoveAll();
+    m.session.EnableRecording(true);
+    EXPECT_EQ(m.nodes.InsertNU(Node(78)), 0u);
+    m.session.SetHistoryLimits({0, 0});
+    m.session.ForgetHistory();
+  };
+  EXPECT_EQ(m.Add(2), 1);
+  EXPECT_EQ(m.nodes.GetSize(), 2);
+  EXPECT_EQ(m.nodes.Find(1), first);
+  EXPECT_FALSE(m.session.CanUndo()) << "the limits it set hold from then on";
+  listener.act = nullptr;
+  m.session.SetHistoryLimits({});
+  EXPECT_EQ(m.Add(3), 1);
+  EXPECT_TRUE(m.session.CanUndo());
+  EXPECT_EQ(m.session.Validate(), "");
+}
+
+TEST(SessionNews, AListenerThatThrowsSilencesNobodyAndUnboundsNothing) {
+  Model m;
+  m.session.SetHistoryLimits({3, std::size_t{1} << 20});
+  Listener first(m.session), second(m.session);
+  first.act = [](std::span<const Change>) { throw std::runtime_error("listener"); };
+  for (Key key = 1; key <= 10; ++key) EXPECT_THROW(m.Add(key), std::runtime_error);
+  EXPECT_EQ(m.nodes.GetSize(), 10);
+  EXPECT_EQ(m.session.History().Done().size(), 3u);
+  EXPECT_EQ(second.heard.size(), 10u);
+}
+
+TEST(SessionNews, AnOuterTransactionWaitsForTheInnerOne) {
+  Model m;
+  CTransaction outer(&m.session), inner(&m.session);
+  outer.Begin(u"outer");
+  m.nodes.InsertNU(Node(1));
+  inner.Begin(u"inner");
+  m.nodes.InsertNU(Node(2));
+  EXPECT_EQ(outer.Commit(), 0);
+  EXPECT_TRUE(outer.IsOpen() && inner.IsOpen());
+  EXPECT_EQ(inner.Commit(), 1);
+  EXPECT_EQ(outer.Commit(), 1);
+  EXPECT_EQ(m.nodes.GetSize(), 2);
+  EXPECT_EQ(m.session.History().Done().size(), 1u);
+  // Taken back, the outer one ends those inside it.
+  outer.Begin(u"outer");
+  inner.Begin(u"inner");
+  m.nodes.InsertNU(Node(3));
+  EXPECT_EQ(outer.Rollback(), 1);
+  EXPECT_FALSE(inner.IsOpen());
+  EXPECT_EQ(inner.Commit() + inner.Rollback(), 0);
+  EXPECT_EQ(m.nodes.GetSize(), 2);
+  EXPECT_EQ(m.Add(3), 1);
+}
+
+TEST(SessionNews, AnUnrecordedChangeFreesNothingThatIsStillNamed) {
+  for (const bool commit : {true, false}) {
+    Model m;
+    auto& groups = *m.session.GetPool<DPool<tagTRegion>>(code::kRegion);
+    m.Step(u"mesh", [&] {
+      for (Key key = 1; key <= 3; ++key) m.nodes.InsertNU(Node(key));
+      tagTRegion set;
+      set.key = 1;
+      set.nodes = {m.nodes.Find(1), m.nodes.Find(2), m.nodes.Find(3)};
+      groups.InsertNU(set);
+    });
+    CTransaction transaction(&m.session);
+    transaction.Begin(u"mixed");
+    m.nodes.Remove(m.nodes.Find(2));
+    m.session.EnableRecording(false);
+    m.nodes.InsertNU(Node(50));
+    m.session.EnableRecording(true);
+    m.nodes.InsertNU(Node(60));
+    if (commit) {
+      EXPECT_EQ(transaction.Commit(), 1);
+    } else {
+      EXPECT_EQ(transaction.Rollback(), 1);
+    }
+    std::vector<Key> keys;
+    for (const ITR node : groups.GetAtNU(groups.Find(1)).nodes) keys.push_back(KeyOf(node));
+    EXPECT_EQ(keys, (std::vector<Key>{1, 3})) << commit;
+    EXPECT_EQ(m.session.Validate(), "");
+  }
+}
+
+TEST(SessionNews, ARollBackIsHeardWhileWhatItTookBackCanStillBeRead) {
+  Model m;
+  m.Add(1);
+  Listener listener(m.session);
+  std::vector<Key> keys;
+  listener.act = [&](std::span<const Change> changes) {
+    for (const Change& change : changes) keys.push_back(KeyOf(change.item));
+  };
+  {
+    CTransaction outer(&m.session);
+    outer.Begin(u"dialog");
+    {
+      CTransaction inner(&m.session);
+      inner.Begin(u"inner");
+      m.nodes.InsertNU(Node(8));
+    }
+    EXPECT_TRUE(listener.heard.empty()) << "the outermost one counts";
+    m.nodes.InsertNU(Node(7));
+    m.nodes.SetAtNU(m.nodes.Find(1), Node(1, 4));
+  }
+  EXPECT_EQ(listener.heard, std::vector{SessionEvent::kRolledBack});
+  EXPECT_EQ(listener.flags, DPoolBase::kInsertedFlag | DPoolBase::kModifiedFlag);
+  EXPECT_EQ(keys, (std::vector<Key>{7, 1}));
+  EXPECT_EQ(m.nodes.ChangeFlags(), 0u);
+  m.Step(u"nothing", [] {});
+  { CTransaction(&m.session).Begin(u"nothing"); }
+  EXPECT_EQ(listener.heard.size(), 1u) << "what changed nothing is no news";
+  // A listener that throws is heard of from Rollback, not from a destructor.
+  listener.act = [](std::span<const Change>) { throw std::runtime_error("listener"); };
+  CTransaction transaction(&m.session);
+  transaction.Begin(u"thrown");
+  m.nodes.InsertNU(Node(9));
+  EXPECT_THROW(transaction.Rollback(), std::runtime_error);
+  {
+    CTransaction ended(&m.session);
+    ended.Begin(u"thrown");
+    m.nodes.InsertNU(Node(9));
+  }
+  EXPECT_EQ(m.nodes.GetSize(), 1);
+  EXPECT_EQ(m.session.Validate(), "");
+}
+
+// ---- stamps -------------------------------------------------------------------------------------
+
+TEST(Stamps, TellTheRecordFromALaterOneInItsPlace) {
+  Model m;
+  m.Add(1);
+  const ITR pos = m.nodes.Find(1);
+  const RecordStamp stamp = m.nodes.Stamp(pos);
+  EXPECT_TRUE(m.nodes.Check(stamp));
+  m.Step(u"modify", [&] { m.nodes.SetAtNU(pos, Node(5, 2)); });
+  EXPECT_TRUE(m.nodes.Check(stamp)) << "another key is no other record";
+  {
+    CTransaction transaction(&m.session);
+    transaction.Begin(u"remove it");
+    m.nodes.Remove(pos);
+    EXPECT_EQ(m.nodes.Check(stamp).removed_by, u"remove it");
+    EXPECT_EQ(m.nodes.Check(stamp).step, 0) << "which is open";
+    transaction.Commit();
+  }
+  EXPECT_FALSE(m.nodes.Check(stamp));
+  EXPECT_EQ(m.nodes.Check(stamp).removed_by, u"remove it");
+  EXPECT_EQ(m.nodes.Check(stamp).step, m.session.History().Done().back().number);
+  m.session.Undo();
+  EXPECT_TRUE(m.nodes.Check(stamp)) << "it is the same one that came back";
+  m.session.Undo();
+  m.session.Undo();
+  EXPECT_EQ(m.nodes.Check(stamp).removed_by, u"add") << "that which brought it, undone";
+  m.Add(2);  // ends the redo, and with it the record
+  EXPECT_FALSE(m.nodes.Check(stamp));
+  EXPECT_EQ(m.nodes.Check(stamp).step, -1);
+  EXPECT_EQ(m.nodes.SetAtNU(pos, Node(9)), m.nodes.Find(2) == pos ? 1 : 0);
+  EXPECT_TRUE(KeyedSetBase::ReusesSlots() || m.nodes.Find(2) != pos);
+  EXPECT_FALSE(m.nodes.Check(stamp));
+}
+
+TEST(Stamps, AreOfNothingForPositionsOfNone) {
+  Model m;
+  EXPECT_EQ(m.nodes.Stamp(0), RecordStamp{});
+  EXPECT_FALSE(m.nodes.Check({}));
+  for (Key key = 1; key <= 3; ++key) m.nodes.InsertNU(Node(key));
+  std::vector<RecordStamp> stamps;
+  for (Key key = 1; key <= 3; ++key) stamps.push_back(m.nodes.Stamp(m.nodes.Find(key)));
+  EXPECT_EQ(m.nodes.Stamp(stamps[0].item + 4), RecordStamp{});
+  m.nodes.RemoveAll();  // unrecorded: the slots, and here their memory, are given back
+  for (const RecordStamp& stamp : stamps) {
+    EXPECT_FALSE(m.nodes.Check(stamp));
+    EXPECT_EQ(m.nodes.Stamp(stamp.item), RecordStamp{});
+    EXPECT_EQ(m.nodes.SetAtNU(stamp.item, Node(1)), 0);
+    EXPECT_EQ(m.nodes.Remove(stamp.item), 0);
+  }
+  for (Key key = 1; key <= 3; ++key) m.nodes.InsertNU(Node(key));
+  for (const RecordStamp& stamp : stamps) EXPECT_FALSE(m.nodes.Check(stamp));
+  Model other;
+  stamps = {m.nodes.Stamp(m.nodes.Find(1))};
+  EXPECT_EQ(m.session.SwapContents(other.session), 1);
+  EXPECT_FALSE(m.nodes.Check(stamps[0]) || other.nodes.Check(stamps[0]));
+}
+
+// ---- changes since ------------------------------------------------------------------------------
+
+/// Changes as text: "+7 -2 ~1(_POSITION)".
+std::string Since(Model& m, std::int64_t state) {
+  const auto changes = ChangesSince(m.session, state);
+  if (!changes) return "unknown";
+  std::string text;
+  for (const RecordChange& change : *changes) {
+    const char sign = "+-~"[change.operation - tagTRNotify::kInserted];
+    text += (text.empty() ? "" : " ") + (sign + std::to_string(KeyOf(change.item)));
+    for (const Row* row : change.members) text += "(" + Utf8(row->name) + ")";
+  }
+  return text;
+}
+
+TEST(ChangesSince, ComeCoalescedPerRecordInBothDirections) {
+  Model m;
+  const std::int64_t empty = m.session.State();
+  EXPECT_EQ(Since(m, empty), "");
+  m.Add(1);
+  const std::int64_t one = m.session.State();
+  m.Step(u"several", [&] {
+    m.nodes.InsertNU(Node(2));
+    m.nodes.InsertNU(Node(3));
+    m.nodes.SetAtNU(m.nodes.Find(1), Node(1, 5));
+  });
+  const std::int64_t three = m.session.State();
+  m.Step(u"more", [&] {
+    m.nodes.Remove(m.nodes.Find(3));
+    m.nodes.SetAtNU(m.nodes.Find(2), Node(20, 1));
+  });
+  EXPECT_EQ(Since(m, empty), "+1 +20") << "3 came and went";
+  EXPECT_EQ(Since(m, one), "+20 ~1(_POSITION)");
+  EXPECT_EQ(Since(m, three), "-3 ~20(_KEY)(_POSITION)");
+  EXPECT_EQ(Since(m, m.session.State()), "");
+  const std::int64_t last = m.session.State();
+  m.session.Undo();
+  EXPECT_EQ(Since(m, last), "~2(_KEY)(_POSITION) +3");
+  m.session.Undo();
+  EXPECT_EQ(Since(m, last), "-2 ~1(_POSITION)");
+  EXPECT_EQ(Since(m, one), "");
+  m.Step(u"back and forth", [&] { m.nodes.SetAtNU(m.nodes.Find(1), Node(1, 7)); });
+  m.Step(u"back and forth", [&] { m.nodes.SetAtNU(m.nodes.Find(1), Node(1, 0)); });
+  EXPECT_EQ(Since(m, one), "") << "in the end as before";
+  EXPECT_EQ(Since(m, last), "unknown") << "that way has been left";
+  m.session.SetHistoryLimits({1, 1 << 20});
+  EXPECT_EQ(Since(m, one), "unknown");
+  const std::int64_t present = m.session.State();
+  m.nodes.InsertNU(Node(100));  // of no step
+  EXPECT_EQ(Since(m, present), "unknown");
+  const std::int64_t unnamed = m.session.State();
+  m.nodes.InsertNU(Node(101));
+  EXPECT_EQ(Since(m, unnamed), "unknown") << "heard although there is no history to lose";
+  EXPECT_NE(m.session.State(), unnamed);
+}
+
+TEST(ChangesSince, KnowTheStepsOfAFileByTheirNumbers) {
+  const ScratchFolder folder;
+  const std::string path = folder.Path("model.qxm");
+  std::int64_t known = 0;
+  {
+    CQXDocBase document(AddStandardPools);
+    ASSERT_TRUE(document.SaveAs(path) && document.KeepSteps());
+    auto& session = *document.GetDBSession();
+    auto& nodes = *session.GetPool<DPoolNode>(code::kNode);
+    for (const Key key : {1, 2}) {
+      CTransaction step(&session);
+      step.Begin(u"add");
+      nodes.InsertNU(Node(key));
+      step.Commit();
+      if (key == 1) known = session.State();
+    }
+  }
+  Model m;
+  ASSERT_TRUE(LoadModel(m.session, path));
+  EXPECT_EQ(Since(m, known), "+2");
+}
+
+// ---- units --------------------------------------------------------------------------------------
+
+UnitSystem Millimetres() {
+  UnitSystem units;
+  units[UnitBase::kLength] = FindUnit(UnitBase::kLength, "mm");
+  return units;
+}
+
+TEST(UnitsAsAStep, AreUndoneKeptInTheLogAndMakeTheModelModified) {
+  const ScratchFolder folder;
+  const std::string path = folder.Path("model.qxm");
+  const UnitSystem metres, millimetres = Millimetres();
+  {
+    CQXDocBase document(AddStandardPools);
+    CQXDBSession& session = *document.GetDBSession();
+    ASSERT_TRUE(document.SaveAs(path) && document.KeepSteps());
+    EXPECT_EQ(session.ChangeUnits(millimetres), 1);
+    EXPECT_EQ(session.Units().Current(), millimetres);
+    EXPECT_TRUE(document.IsModified());
+    EXPECT_EQ(session.Undo(), 1);
+    EXPECT_EQ(session.Units().Current(), metres);
+    EXPECT_FALSE(document.IsModified());
+    EXPECT_EQ(session.Redo(), 1);
+    EXPECT_EQ(session.Units().Current(), millimetres);
+    EXPECT_EQ(session.Units().Previous(), metres);
+  }
+  for (const bool folded : {false, true}) {
+    CQXDocBase document(AddStandardPools);
+    CQXDBSession& session = *document.GetDBSession();
+    ASSERT_TRUE(document.OpenForEditing(path)) << folded;
+    EXPECT_EQ(session.Units().Current(), millimetres) << folded;
+    EXPECT_EQ(session.Undo(), 1);
+    EXPECT_EQ(session.Units().Current(), metres) << folded;
+    EXPECT_EQ(session.Redo(), 1);
+    EXPECT_EQ(session.Units().Current(), millimetres) << folded;
+    ASSERT_TRUE(document.Save());  // the steps go behind new pages
+  }
+}
+
+TEST(UnitsAsAStep, GoBackWithTheTransactionThatChangedThem) {
+  Model m;
+  const UnitSystem metres, millimetres = Millimetres();
+  CTransaction outer(&m.session), inner(&m.session);
+  outer.Begin(u"outer");
+  m.session.Units().SetModel(millimetres);
+  inner.Begin(u"inner");
+  EXPECT_EQ(m.session.ChangeUnits(millimetres), 1);
+  inner.Rollback();
+  EXPECT_EQ(m.session.Units().Current(), metres);
+  EXPECT_EQ(m.session.Units().Model(), millimetres);
+  outer.Commit();
+  EXPECT_EQ(m.session.Undo(), 1);
+  EXPECT_EQ(m.session.Units().Model(), metres);
+  outer.Begin(u"outer");
+  m.session.ChangeUnits(millimetres);
+  m.session.ChangeUnits(metres);
+  outer.Rollback();
+  EXPECT_TRUE(m.session.CanRedo()) << "nothing came of it";
+  Listener listener(m.session);
+  listener.act = [&](std::span<const Change>) {
+    m.session.Units().SetCurrent(millimetres);
+    EXPECT_EQ(m.session.ChangeUnits(millimetres), 0);
+  };
+  m.Add(1);
+  EXPECT_EQ(m.session.Units().Current(), metres);
+}
+
+// ---- what must be true --------------------------------------------------------------------------
+
+TEST(Validate, NamesWhatABrokenModelBreaks) {
+  const auto fault = [](auto&& break_it) {
+    Model m;
+    m.Step(u"mesh", [&] {
+      for (Key key = 1; key <= 3; ++key) m.nodes.InsertNU(Node(key));
+      tagTElem element;
+      element.key = 4;
+      element.nodes = {m.nodes.Find(1), m.nodes.Find(2)};
+      m.elements.InsertNU(element);
+    });
+    EXPECT_EQ(m.session.Validate(), "");
+    break_it(m);
+    return m.session.Validate();
+  };
+  EXPECT_EQ(fault([](Model& m) { m.nodes.SetAtNU(m.nodes.Find(3), Node(2)); }),
+            "_NODE: invariant 6 at key 2: another record has the key");
+  EXPECT_EQ(fault([](Model& m) { m.nodes.Remove(m.nodes.Find(2)); }),
+            "_ELEM: invariant 8 at key 4: _NODE_IDS refers to what is no record of its pool");
+  EXPECT_EQ(fault([](Model& m) {
+              auto& nodes = m.elements.GetAtNU(m.elements.Find(4)).nodes;
+              const_cast<ITR&>(nodes.data()[1]) = m.elements.Find(4);
+            }),
+            "_ELEM: invariant 8 at key 4: _NODE_IDS refers to what is no record of its pool");
+  EXPECT_EQ(fault([](Model& m) {
+              UnitSystem units;
+              units[UnitBase::kMass] = 4711;
+              m.session.Units().SetCurrent(units);
+            }),
+            "invariant 9: a unit does not exist");
+}
+
+}  // namespace
+}  // namespace qx

@@ -1,0 +1,335 @@
+// Nastran decks: forms of cards, systems, what follows edits, and real decks through a model.
+
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <map>
+
+#include "qx_db/gateway/document.h"
+#include "qx_db/platform/file.h"
+#include "qx_db/qx_db.h"
+
+#include "exchange/nastran/nas_reader.h"
+#include "exchange/transfer.h"
+#include "host/session.h"
+#include "sample_mesh.h"
+#include "tests/corpus.h"
+#include "tests/scratch_folder.h"
+
+namespace qx::exchange {
+namespace {
+
+Result<Deck> Parse(const std::string& bulk, std::vector<Failure>* all = nullptr) {
+  std::vector<Failure> faults;
+  const NasText text(bulk, "deck.bdf");
+  Result<Deck> deck = ParseNastran(text, "deck.bdf", faults);
+  if (all) *all = faults;
+  return deck;
+}
+
+TEST(NastranNumbers, InEveryForm) {
+  const std::pair<const char*, double> cases[] = {
+      {"1.5", 1.5},    {"-2.+3", -2000}, {"2.9-7", 2.9e-7}, {"1.0D5", 1e5},
+      {"+3.e-2", .03}, {".5", .5},       {"7.", 7},         {"-.1+1", -1},
+  };
+  for (const auto& [text, value] : cases) {
+    ASSERT_TRUE(NasReal(text)) << text;
+    EXPECT_DOUBLE_EQ(*NasReal(text), value) << text;
+  }
+  for (const char* text : {"", "x", "1.5x", "--1", "1.e", "+"}) EXPECT_FALSE(NasReal(text)) << text;
+}
+
+TEST(NastranCards, SmallLargeFreeAndContinuedOnesSayTheSame) {
+  const char* forms[] = {
+      "GRID    7               1.5     -2.     3.\n",
+      "GRID*   7                               1.5             -2.\n*       3.\n",
+      "GRID,7,,1.5,-2.,3.\n",
+      "GRID*,7,,1.5,-2.,+A\n*A,3.\n",
+      "GRID\t7\t\t1.5\t-2.\t3.\n",
+      "grid    7               1.5     -2.     3.     $ a comment, with commas\n",
+      "GRID           7             1.5     -2.      3.\r\n",
+  };
+  for (const char* form : forms) {
+    const Result<Deck> deck = Parse(form);
+    ASSERT_TRUE(deck) << form << deck.AsOutcome().Line();
+    EXPECT_EQ(deck->node_keys, std::vector<Key>{7}) << form;
+    EXPECT_EQ(deck->coordinates, (std::vector<double>{1.5, -2, 3})) << form;
+  }
+}
+
+std::string Grids(int count) {
+  std::string text;
+  for (int i = 1; i <= count; ++i)
+    text += "GRID," + std::to_string(i) + ",," + std::to_string(i) + ".,0.,0.\n";
+  return text;
+}
+
+TEST(NastranCards, ContinuationsAreFoundByTheirNames) {
+  const std::string text =
+      Grids(16) +
+      "CHEXA   1       1       1       2       3       4       5       6       +A\n"
+      "CHEXA   2       1       9       10      11      12      13      14      +B\n"
+      "+B      15      16\n"
+      "+A      7       8\n";
+  const Result<Deck> deck = Parse(text);
+  ASSERT_TRUE(deck) << deck.AsOutcome().Line();
+  ASSERT_EQ(deck->elements.size(), 2u);
+  EXPECT_EQ(deck->connectivity[7], 8);
+  EXPECT_EQ(deck->connectivity[15], 16);
+}
+
+TEST(NastranCards, NodeOrdersOfQuadraticSolids) {
+  std::string text =
+      Grids(20) + "CHEXA,1,1,1,2,3,4,5,6\n,7,8,9,10,11,12,13,14\n,15,16,17,18,19,20\n";
+  text += "CPENTA,2,1,1,2,3,4,5,6\n,7,8,9,10,11,12,13,14\n,15\n";
+  const Result<Deck> deck = Parse(text);
+  ASSERT_TRUE(deck) << deck.AsOutcome().Line();
+  EXPECT_EQ(deck->elements[0].type, element::kHex20);
+  EXPECT_EQ((std::vector<Key>(deck->connectivity.begin() + 12, deck->connectivity.begin() + 20)),
+            (std::vector<Key>{17, 18, 19, 20, 13, 14, 15, 16}));
+  EXPECT_EQ((std::vector<Key>(deck->connectivity.begin() + 29, deck->connectivity.begin() + 35)),
+            (std::vector<Key>{13, 14, 15, 10, 11, 12}));
+}
+
+TEST(NastranFaults, AreAllNamed) {
+  std::vector<Failure> faults;
+  const Result<Deck> deck = Parse(
+      "GRID,1,,x,0.,0.\nGRID,2,,0.,0.,0.\nGRID,2,,0.,0.,0.\nCROD,1,1,1,9\nGRID,3,8,0.,0.,0.\n"
+      "GRID,99999999999,,0.,0.,0.\nCTRIA3,2,1,1,2\n",
+      &faults);
+  EXPECT_FALSE(deck);
+  std::string all;
+  for (const Failure& fault : faults) all += fault.Line() + "\n";
+  for (const char* expected :
+       {"deck.bdf: line 1, GRID: field 4 is 'x', not a number",
+        "line 3, GRID: node 2 is there twice", "line 4, CROD: its node 9 is not there",
+        "line 5, GRID: coordinate system 8", "line 6, GRID: field 2 is '99999999999'",
+        "line 7, CTRIA3: it has fewer than 3 nodes"}) {
+    EXPECT_NE(all.find(expected), std::string::npos) << expected << "\n" << all;
+  }
+}
+
+TEST(NastranFaults, EveryTruncationIsReadOrRefused) {
+  const std::string whole =
+      "SOL 101\nCEND\nBEGIN BULK\nCORD2R,1,,0.,0.,0.,0.,0.,1.\n,1.,0.,0.\n" + Grids(8) +
+      "CHEXA   1       1       1       2       3       4       5       6       +A      \n"
+      "+A      7       8\nPSOLID,1,1\nMAT1,1,2.+11,,.3\nSPC1,1,123,1,THRU,4\nENDDATA\n";
+  for (std::size_t length = 0; length <= whole.size(); ++length) {
+    const Result<Deck> deck = Parse(whole.substr(0, length));
+    if (deck) {
+      EXPECT_EQ(CheckMesh(*deck, "deck").Line(), "");
+    }
+  }
+}
+
+class NastranModel : public testing::Test {
+ protected:
+  void Import(const std::string& deck) {
+    ASSERT_TRUE(WriteWholeFile(path_, deck));
+    LossReport report;
+    ASSERT_EQ(ImportFile(session_, path_, {}, report).Line(), "");
+    EXPECT_EQ(session_.Validate(), "");
+  }
+  std::string Export() {
+    LossReport report;
+    const std::string out = folder_.Path("out.bdf");
+    EXPECT_EQ(ExportFile(session_, out, {}, report).Line(), "");
+    return *ReadWholeFile(out);
+  }
+
+  const ScratchFolder folder_;
+  const std::string path_ = folder_.Path("in.bdf");
+  CQXDBSession session_{host::SetUpModel};
+};
+
+constexpr const char* kDeck =
+    "$ a deck of our own\nSOL 101\nCEND\nLOAD = 3\nBEGIN BULK\n"
+    "GRID    1               0.0     0.0     0.0\n"
+    "GRID    2               1.000   0.0     0.0             123\n"
+    "$ between\n"
+    "GRID,3,,1.,1.0,0.00\n"
+    "GRID    4               0.0     1.0     0.0\n"
+    "CQUAD4  1       5       1       2       3       4\n"
+    "CROD,2,6,1,3\n"
+    "PSHELL  5       7       .10     7               7\n"
+    "PROD,6,7,.02\n"
+    "MAT1    7       2.1+11          .3      7850.\n"
+    "FORCE   3       2               10.     1.      0.      0.\n"
+    "SPC1    1       123456  1       4\n"
+    "WEIRD   1       2       3\n"
+    "ENDDATA\n";
+
+TEST_F(NastranModel, UntouchedDecksComeBackToTheLetter) {
+  Import(kDeck);
+  EXPECT_EQ(Export(), kDeck);
+  const auto& sets = *session_.GetDataPool(code::kBset);
+  EXPECT_EQ(sets.GetSize(), 2);
+  EXPECT_NE(const_cast<DPoolBase&>(sets).GetItr(u"SPC 1"), 0u);
+  EXPECT_NE(const_cast<DPoolBase&>(sets).GetItr(u"LOAD 3"), 0u);
+}
+
+TEST_F(NastranModel, OnlyMovedNodesDiffer) {
+  Import(kDeck);
+  auto& nodes = *session_.GetPool<DPoolNode>(code::kNode);
+  CTransaction step(&session_);
+  step.Begin(u"move");
+  tagTNode node = nodes.GetAtNU(nodes.Find(4));
+  node.position.z = 0.5;
+  ASSERT_TRUE(nodes.SetAtNU(nodes.Find(4), node));
+  node = nodes.GetAtNU(nodes.Find(2));
+  node.position.x = 2;
+  ASSERT_TRUE(nodes.SetAtNU(nodes.Find(2), node));
+  ASSERT_TRUE(step.Commit());
+  std::string expected = kDeck;
+  const std::string was = "GRID    4               0.0     1.0     0.0\n";
+  expected.replace(expected.find(was), was.size(), "GRID    4               0.      1.      0.5\n");
+  const std::string constrained = "GRID    2               1.000   0.0     0.0             123\n";
+  expected.replace(expected.find(constrained), constrained.size(),
+                   "GRID    2               2.      0.      0.              123\n");
+  EXPECT_EQ(Export(), expected);
+  ASSERT_TRUE(session_.Undo());
+  EXPECT_EQ(Export(), kDeck);
+}
+
+TEST_F(NastranModel, NumbersInCarriedCardsFollow) {
+  Import(kDeck);
+  auto& nodes = *session_.GetPool<DPoolNode>(code::kNode);
+  CTransaction step(&session_);
+  step.Begin(u"renumber");
+  tagTNode node = nodes.GetAtNU(nodes.Find(2));
+  node.key = 2000;
+  ASSERT_TRUE(nodes.SetAtNU(nodes.Find(2), node));
+  ASSERT_TRUE(step.Commit());
+  const std::string out = Export();
+  EXPECT_NE(out.find("FORCE   3       2000            10.     1."), std::string::npos) << out;
+  EXPECT_NE(out.find("CQUAD4  1       5       1       2000    3       4\n"), std::string::npos)
+      << out;
+  EXPECT_NE(out.find("SPC1    1       123456  1       4\n"), std::string::npos) << out;
+}
+
+TEST_F(NastranModel, IncludesStayBelowTheDeckUnlessTrusted) {
+  const std::string sub = folder_.Path("sub");
+  std::filesystem::create_directory(sub);
+  const std::string path = sub + "/in.bdf";
+  ASSERT_TRUE(WriteWholeFile(folder_.Path("far.inc"), "GRID,9,,0.,0.,0.\n"));
+  ASSERT_TRUE(WriteWholeFile(sub + "/near.inc", "GRID,8,,0.,0.,0.\n"));
+  ASSERT_TRUE(WriteWholeFile(sub + "/loop.inc", "INCLUDE 'loop.inc'\n"));
+  const auto line = [&](const std::string& deck, std::vector<std::string> folders = {}) {
+    EXPECT_TRUE(WriteWholeFile(path, deck));
+    std::vector<Failure> faults;
+    ReadOptions options;
+    options.include_dirs = std::move(folders);
+    const auto read = ReadNastran(path, options, faults);
+    return read ? std::to_string(read->node_keys.size()) : read.Error().Line();
+  };
+  EXPECT_EQ(line("INCLUDE 'NEAR.inc'\nGRID,1,,0.,0.,0.\n"), "2");
+  EXPECT_EQ(line("INCLUDE '.\\near.inc'\n"), "1");
+  EXPECT_NE(line("INCLUDE '" + folder_.Path("far.inc") + "'\n").find("not below the deck's folder"),
+            std::string::npos);
+  EXPECT_EQ(line("INCLUDE 'far.inc'\n", {folder_.Path().string()}), "1");
+  EXPECT_NE(line("INCLUDE 'loop.inc'\n").find("includes itself"), std::string::npos);
+  EXPECT_NE(line("INCLUDE 'gone.inc'\n").find("line 1: included file 'gone.inc' is not there"),
+            std::string::npos);
+}
+
+class NastranCorpus : public testing::TestWithParam<const char*> {};
+INSTANTIATE_TEST_SUITE_P(
+    All, NastranCorpus,
+    testing::Values("cbar_orientation.bdf", "cbush_test.bdf", "comp_plate.bdf", "cylinder.bdf",
+                    "fixed_motor.bdf", "hemisphere.bdf", "kobayashi_wing.dat",
+                    "rigid_point_mass.bdf", "simple_case.dat", "simple_case_basic.dat",
+                    "test_mass.dat", "truss_rand_coords.dat", "two_hexs.bdf", "bwb/bwb_saero.bdf",
+                    "elements/static_elements.bdf", "satellite/JOBS/QS/relative_path.bdf"),
+    [](const auto& test) {
+      std::string name = test.param;
+      std::replace_if(
+          name.begin(), name.end(),
+          [](char c) { return !std::isalnum(static_cast<unsigned char>(c)); }, '_');
+      return name;
+    });
+
+TEST_P(NastranCorpus, HasTheExpectedTotalsAndComesBack) {
+  const std::string name = std::string("nastran/") + GetParam();
+  QX_REQUIRE_CORPUS(totals_path, "expected/mesh_totals.json");
+  QX_REQUIRE_CORPUS(path, name);
+  dbgateway::DataBase document;
+  ASSERT_TRUE(document.ReadFile(totals_path));
+  dbgateway::Record expected;
+  document.FindCollection("files")->ForEach(
+      [&](Key, std::string_view file, dbgateway::Record record) {
+        if (file == name) expected = record;
+      });
+  ASSERT_FALSE(expected.IsDetached());
+  ImportOptions options;
+  options.set_model_units = true;
+  options.read.include_dirs = {CorpusFile("nastran/satellite")};
+  CQXDBSession session(host::SetUpModel);
+  LossReport in;
+  ASSERT_EQ(ImportFile(session, path, options, in).Line(), "");
+  EXPECT_EQ(session.Validate(), "");
+  EXPECT_EQ(session.GetDataPool(code::kNode)->GetSize(), expected.Find("num_points").Integer());
+  std::int64_t elements = 0;
+  auto& pool = *session.GetPool<DPoolElem>(code::kElem);
+  std::map<int, std::int64_t> by_corners;
+  for (ITR at = pool.GetHeadPosition(); at;) {
+    const tagTElem& element = pool.GetNextNU(at);
+    if (element.type > element::kLine3) ++by_corners[FindElementType(element.type)->dimension];
+    elements += element.type > element::kLine3;
+  }
+  std::int64_t wanted = 0;
+  for (const char* kind :
+       {"triangle", "quad", "tetra", "tetra10", "wedge", "hexahedron", "hexahedron20"}) {
+    if (const dbgateway::Field totals = expected.Find("elements").Member(kind)) {
+      wanted += totals.Member("count").Integer();
+    }
+  }
+  // The totals leave out the CSHEAR, the CQUAD8 and the CTRIA6 of this deck.
+  if (name.ends_with("static_elements.bdf")) wanted += 3;
+  EXPECT_EQ(elements, wanted);
+  if (const dbgateway::Field low = expected.Find("bbox_min")) {
+    auto& nodes = *session.GetPool<DPoolNode>(code::kNode);
+    for (std::size_t d = 0; d < 3; ++d) {
+      double least = INFINITY;
+      double most = -INFINITY;
+      for (ITR at = nodes.GetHeadPosition(); at;) {
+        const tagTVector3<double> p = nodes.GetNextNU(at).position;
+        const double x = d == 0 ? p.x : d == 1 ? p.y : p.z;
+        least = std::min(least, x);
+        most = std::max(most, x);
+      }
+      EXPECT_NEAR(least, low.At(d).Real(), 1e-6 * (1 + std::abs(least)));
+      EXPECT_NEAR(most, expected.Find("bbox_max").At(d).Real(), 1e-6 * (1 + std::abs(most)));
+    }
+  }
+  // Out and in again, nothing differs.
+  const ScratchFolder folder;
+  LossReport out;
+  ASSERT_EQ(ExportFile(session, folder.Path("once.bdf"), {}, out).Line(), "");
+  CQXDBSession again(host::SetUpModel);
+  ASSERT_EQ(ImportFile(again, folder.Path("once.bdf"), options, in).Line(), "");
+  ASSERT_EQ(ExportFile(again, folder.Path("twice.bdf"), {}, out).Line(), "");
+  EXPECT_TRUE(*ReadWholeFile(folder.Path("once.bdf")) == *ReadWholeFile(folder.Path("twice.bdf")));
+  if (in.IsLossless() && path.find("satellite") == std::string::npos) {
+    std::string original = *ReadWholeFile(path);
+    if (!original.ends_with('\n')) original += '\n';
+    EXPECT_TRUE(*ReadWholeFile(folder.Path("once.bdf")) == original) << path;
+  }
+}
+
+TEST(NastranSystems, PlaceNodesWhereTheAnswerSays) {
+  QX_REQUIRE_CORPUS(local, "nastran/simple_case.dat");
+  QX_REQUIRE_CORPUS(basic, "nastran/simple_case_basic.dat");
+  std::vector<Failure> faults;
+  const Result<Deck> a = ReadNastran(local, {}, faults);
+  const Result<Deck> b = ReadNastran(basic, {}, faults);
+  ASSERT_TRUE(a) << a.AsOutcome().Line();
+  ASSERT_TRUE(b) << b.AsOutcome().Line();
+  ASSERT_EQ(a->coordinates.size(), b->coordinates.size());
+  for (std::size_t i = 0; i < a->coordinates.size(); ++i) {
+    EXPECT_NEAR(a->coordinates[i], b->coordinates[i], 4e-6);
+  }
+}
+
+}  // namespace
+}  // namespace qx::exchange

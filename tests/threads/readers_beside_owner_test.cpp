@@ -1,0 +1,206 @@
+// One thread edits a model; others read, export, check, save and open snapshots of it. Run under
+// the thread sanitizer, which ends it at the first race.
+
+#include <algorithm>
+#include <atomic>
+#include <gtest/gtest.h>
+#include <memory>
+#include <thread>
+#include <vector>
+
+#include "qx_db/app/dense_mesh.h"
+#include "qx_db/app/mesh_findings.h"
+#include "qx_db/app/mesh_util.h"
+#include "qx_db/bulk/record_file.h"
+#include "qx_db/core/document.h"
+#include "qx_db/core/model_diff.h"
+#include "qx_db/core/read_snapshot.h"
+#include "qx_db/core/renumber.h"
+#include "qx_db/core/step_changes.h"
+#include "qx_db/core/transaction.h"
+#include "qx_db/gateway/document_exchange.h"
+#include "qx_db/model/mesh_pools.h"
+#include "qx_db/model/mesh_set_pool.h"
+#include "qx_db/model/standard_pools.h"
+
+#include "tests/scratch_folder.h"
+
+/// A race is told only while the sanitizer remembers the earlier access: as long as it can, since
+/// readers work for seconds.
+extern "C" const char* __tsan_default_options() { return "history_size=7 halt_on_error=1"; }
+
+namespace qx {
+namespace {
+
+/// The owner's model: a strip of quadrilaterals, all in one mesh set, with a region of their nodes.
+class Strip {
+ public:
+  CQXDocBase document{AddStandardPools};
+  CQXDBSession& session = *document.GetDBSession();
+  DPoolNode& nodes = *session.GetPool<DPoolNode>(code::kNode);
+  DPoolElem& elements = *session.GetPool<DPoolElem>(code::kElem);
+  DPool<tagTRegion>& regions = *session.GetPool<DPool<tagTRegion>>(code::kRegion);
+  static constexpr int kCells = 300;
+
+  template <class Edit>
+  int Step(const char16_t* name, Edit&& edit) {
+    CTransaction step(&session);
+    return step.Begin(name) && (edit(), step.Commit());
+  }
+
+  Strip() {
+    Step(u"strip", [&] {
+      tagTMset set;
+      set.key = 7;
+      set.name.Set(u"strip");
+      tagTRegion region;
+      region.key = 1;
+      for (int i = 0; i <= kCells; ++i) {
+        for (const int j : {0, 1}) {
+          tagTNode node;
+          node.key = 2 * i + j + 1;
+          node.position = {double(i), double(j), 0};
+          region.nodes.Add(nodes.InsertNU(node));
+        }
+        if (i == 0) continue;
+        tagTElem element;
+        element.key = i;
+        element.type = 6;
+        for (const int corner : {-1, 1, 2, 0}) element.nodes.Add(nodes.Find(2 * i + corner));
+        set.elements.Add(elements.InsertNU(element));
+      }
+      regions.InsertNU(region);
+      set.nodes = region.nodes;
+      session.GetPool<DPoolMset>(code::kMset)->InsertNU(set);
+    });
+  }
+
+  /// One of the edits that go through every path of the journal, relations and renumbering.
+  void Edit(int round) {
+    const Key key = 1 + round * 37 % (2 * kCells);
+    switch (round % 6) {
+      case 0:
+        Step(u"remove", [&] { nodes.Remove(nodes.Find(key)); });
+        break;
+      case 1:
+        session.Undo();
+        break;
+      case 2:
+        Step(u"move", [&] {
+          const ITR pos = nodes.Find(key);
+          tagTNode node = nodes.GetAtNU(pos);
+          node.position.z = round;
+          nodes.SetAtNU(pos, node);
+        });
+        break;
+      case 3: {
+        const ITR pos = nodes.Find(key);
+        const std::vector<ITR> items{pos};
+        ASSERT_TRUE(Renumber(session, nodes, ConsecutiveKeys(items, 100000 + round)));
+        session.Undo();
+        break;
+      }
+      case 4: {
+        CTransaction given_up(&session);
+        given_up.Begin(u"given up");
+        elements.Remove(elements.GetHeadPosition());
+        break;
+      }
+      default:
+        Step(u"replace", [&] {
+          const ITR pos = regions.Find(1);
+          tagTRegion region = regions.GetAtNU(pos);
+          std::reverse(region.nodes.begin(), region.nodes.end());
+          regions.SetAtNU(pos, region);
+        });
+    }
+  }
+};
+
+/// What readers do to a snapshot; everything must agree with what the owner saw when he took it.
+void Read(CQXDBSession& snapshot, std::uint64_t hash, const std::string& path) {
+  EXPECT_EQ(snapshot.StateHash(), hash);
+  EXPECT_EQ(snapshot.Validate(), "");
+  // Exports: the gateway's text, and a record file.
+  dbgateway::DataBase out;
+  WriteDocument(snapshot, out);
+  CQXBulkHandler record_file(path + ".records");
+  EXPECT_TRUE(record_file.Write(*snapshot.GetDataPool(code::kElem), snapshot.Units().Model()));
+  // Checks and selections.
+  const DenseMesh mesh(snapshot);
+  FindFaults(mesh, 1e-9);
+  const CQXMeshUtil util(&snapshot);
+  TArray<ITR> elements, found;
+  snapshot.GetDataPool(code::kElem)->GetItrList(elements, 0);
+  EXPECT_GT(util.GetNodeListByElemItrArray(elements, found, 1), 0);
+  EXPECT_GT(util.GetNodeListByMsetItrArray({snapshot.GetDataPool(code::kMset)->Find(7)}, found), 0);
+  // Saving, opening, comparing.
+  EXPECT_TRUE(SaveModel(snapshot, path));
+  CQXDBSession again(AddStandardPools);
+  const Outcome loaded = LoadModel(again, path);
+  EXPECT_TRUE(loaded) << (loaded ? "" : loaded.Line());
+  EXPECT_EQ(again.StateHash(), hash);
+  EXPECT_TRUE(DiffModels(snapshot, again).empty());
+  dbgateway::DataBase in;
+  WriteDocument(again, in);
+  EXPECT_TRUE(ReadDocument(again, in));
+}
+
+// Readers share no lock, and live as long as the owner edits: nothing but what they share of the
+// library could put their accesses in an order.
+TEST(Threads, ReadersOfSnapshotsBesideAnEditingOwner) {
+  const ScratchFolder folder;
+  Strip strip;
+  ASSERT_TRUE(strip.document.SaveAs(folder.Path("owner.qxm")));
+  DurabilityOptions options;
+  options.durability = Durability::kInterval;
+  options.interval = std::chrono::milliseconds(5);
+  ASSERT_TRUE(strip.document.KeepSteps(options));
+  int round = 0;
+  for (int phase = 0; phase < 4; ++phase) {
+    std::atomic<int> reading = 0;
+    std::vector<std::thread> readers;
+    for (int i = 0; i < 3; ++i) {
+      strip.Edit(round++);
+      const std::shared_ptr<CQXDBSession> snapshot = TakeSnapshot(strip.session);
+      readers.emplace_back([&, i, snapshot, hash = strip.session.StateHash()] {
+        reading.fetch_add(1, std::memory_order_relaxed);
+        while (reading.load(std::memory_order_relaxed) < 3) std::this_thread::yield();
+        Read(*snapshot, hash, folder.Path("reader" + std::to_string(i) + ".qxm"));
+        reading.fetch_add(1, std::memory_order_relaxed);
+      });
+    }
+    do {
+      const std::int64_t before = strip.session.State();
+      strip.Edit(round++);
+      EXPECT_TRUE(ChangesSince(strip.session, before));
+      EXPECT_EQ(strip.session.Validate(), "");
+    } while (reading.load(std::memory_order_relaxed) < 6);
+    for (std::thread& thread : readers) thread.join();
+  }
+}
+
+TEST(Threads, OneSnapshotIsReadBySeveral) {
+  Strip strip;
+  const auto snapshot = TakeSnapshot(strip.session);
+  const std::uint64_t hash = snapshot->StateHash();
+  const ScratchFolder folder;
+  std::thread readers[3];
+  for (int i = 0; i < 3; ++i) {
+    readers[i] = std::thread([&, i] {
+      EXPECT_EQ(snapshot->StateHash(), hash);
+      EXPECT_EQ(snapshot->Validate(), "");
+      EXPECT_TRUE(SaveModel(*snapshot, folder.Path("copy" + std::to_string(i) + ".qxm")));
+      dbgateway::DataBase out;
+      WriteDocument(*snapshot, out);
+      const DenseMesh mesh(*snapshot);
+      EXPECT_EQ(mesh.ElementCount(), std::uint32_t{Strip::kCells});
+      EXPECT_EQ(TakeSnapshot(*snapshot)->StateHash(), hash);
+    });
+  }
+  for (int round = 0; round < 20; ++round) strip.Edit(round);
+  for (std::thread& thread : readers) thread.join();
+}
+
+}  // namespace
+}  // namespace qx

@@ -1,0 +1,219 @@
+// What the page is given: the surface, packs, edits on request.
+
+#include "viewer/page_data.h"
+
+#include <cstring>
+#include <gtest/gtest.h>
+#include <map>
+#include <rapidjson/document.h>
+#include <zlib.h>
+
+#include "qx_db/model/mesh_pools.h"
+#include "qx_db/record/element_types.h"
+
+#include "host/session.h"
+#include "tests/scratch_folder.h"
+#include "viewer/edits.h"
+#include "viewer/source.h"
+
+namespace qx {
+namespace {
+
+/// A pack as the page reads it.
+struct ReadPack {
+  explicit ReadPack(const std::string& packed) {
+    std::string plain(std::size_t{1} << 24, '\0');
+    uLongf size = plain.size();
+    EXPECT_EQ(uncompress(reinterpret_cast<Bytef*>(plain.data()), &size,
+                         reinterpret_cast<const Bytef*>(packed.data()), packed.size()),
+              Z_OK);
+    EXPECT_EQ(plain.substr(0, 4), "QXP1");
+    std::uint32_t length = 0;
+    std::memcpy(&length, plain.data() + 4, 4);
+    text.Parse(plain.data() + 8, length);
+    EXPECT_FALSE(text.HasParseError());
+    data = plain.substr(8 + length, size - 8 - length);
+  }
+  std::vector<std::int32_t> Integers(const char* name) const {
+    const auto& entry = text["arrays"][name];
+    std::vector<std::int32_t> out(entry[2].GetUint64());
+    if (!out.empty()) std::memcpy(out.data(), data.data() + entry[1].GetUint64(), 4 * out.size());
+    for (std::size_t i = entry[3].GetUint(); i < out.size(); ++i) {
+      out[i] = static_cast<std::int32_t>(static_cast<std::uint32_t>(out[i]) +
+                                         static_cast<std::uint32_t>(out[i - entry[3].GetUint()]));
+    }
+    return out;
+  }
+  rapidjson::Document text;
+  std::string data;
+};
+
+/// n x n x n hexahedra, keys from 1.
+void AddCube(CQXDBSession& session, int n) {
+  auto& nodes = *session.GetPool<DPoolNode>(code::kNode);
+  auto& elements = *session.GetPool<DPoolElem>(code::kElem);
+  std::vector<ITR> at;
+  const int m = n + 1;
+  for (int k = 0; k < m * m * m; ++k) {
+    tagTNode node;
+    node.key = k + 1;
+    node.position = {1.0 * (k % m), 1.0 * (k / m % m), 1.0 * (k / m / m)};
+    at.push_back(nodes.InsertNU(node));
+  }
+  for (int k = 0; k < n * n * n; ++k) {
+    const int a = k % n + m * (k / n % n + m * (k / n / n));
+    tagTElem element;
+    element.key = k + 1;
+    element.type = element::kHex8;
+    for (const int place : {a, a + 1, a + 1 + m, a + m}) {
+      element.nodes.Add(at[static_cast<std::size_t>(place)]);
+    }
+    for (int i = 0; i < 4; ++i) {
+      const int place = std::array{a, a + 1, a + 1 + m, a + m}[static_cast<std::size_t>(i)] + m * m;
+      element.nodes.Add(at[static_cast<std::size_t>(place)]);
+    }
+    elements.InsertNU(element);
+  }
+}
+
+TEST(PackTest, NumbersComeBackWhateverTheirStrideAndSign) {
+  const std::vector<std::int32_t> values{5, -7, 2147483647, -2147483647 - 1, 0, 12, 12};
+  for (const int stride : {1, 2, 3, 9}) {
+    viewer::Pack pack;
+    pack.Integers("a", values, stride);
+    pack.Integers("none", {});
+    const ReadPack read(pack.Finish());
+    EXPECT_EQ(read.Integers("a"), values) << stride;
+    EXPECT_TRUE(read.Integers("none").empty());
+  }
+}
+
+TEST(PageDataTest, SurfaceOfACubeIsClosedAndSeenNodesComeFirst) {
+  CQXDBSession session(host::SetUpModel);
+  AddCube(session, 6);
+  const viewer::PageData data(session);
+  EXPECT_EQ(data.Surface().FaceCount(), 6u * 36);
+  const ReadPack base(data.Base({}));
+  const auto nodes = base.Integers("face_node4");
+  ASSERT_EQ(nodes.size(), 4u * 6 * 36);
+  // Closed: each edge is passed once either way.
+  std::map<std::pair<int, int>, int> edges;
+  for (std::size_t f = 0; f < nodes.size(); f += 4) {
+    for (std::size_t i = 0; i < 4; ++i) ++edges[{nodes[f + i], nodes[f + (i + 1) % 4]}];
+  }
+  for (const auto& [edge, count] : edges) {
+    EXPECT_EQ(count, 1);
+    EXPECT_TRUE(edges.count({edge.second, edge.first}));
+  }
+  const int seen = base.text["seen_nodes"].GetInt();
+  EXPECT_EQ(seen, 343 - 125);
+  EXPECT_LT(*std::max_element(nodes.begin(), nodes.end()), seen);
+  EXPECT_EQ(base.Integers("node_key").size(), static_cast<std::size_t>(seen));
+  const ReadPack volume(data.Volume());
+  EXPECT_EQ(volume.Integers("node_key").size(), 125u);
+  EXPECT_EQ(volume.Integers("solid_element8").size(), 216u);
+}
+
+TEST(PageDataTest, ACornerTakesAtMostTwelveBytes) {
+  CQXDBSession session(host::SetUpModel);
+  AddCube(session, 20);
+  const viewer::PageData data(session);
+  // All of it, names and keys of every element included.
+  EXPECT_LT(data.Base({}).size(), 12 * data.Surface().CornerCount());
+}
+
+TEST(EditsTest, PreviewChangesNothingAndTellsWhatTheEditDoes) {
+  struct Case {
+    const char* request;
+    std::map<std::string, std::size_t> lists;  ///< of the preview, those that are not empty
+  };
+  const Case cases[] = {
+      {R"({"edit":"delete","table":"elem","keys":[1,2]})", {{"element_removed", 2}}},
+      {R"({"edit":"delete","table":"node","keys":[1]})",
+       {{"element_removed", 1}, {"node_removed", 1}}},
+      {R"({"edit":"move","nodes":[1,2,3],"by":[0,0,0.5]})", {{"node_changed", 3}}},
+      {R"({"edit":"set","name":"two","elements":[1,2],"nodes":[]})", {}},
+  };
+  for (const Case& each : cases) {
+    SCOPED_TRACE(each.request);
+    CQXDBSession session(host::SetUpModel);
+    AddCube(session, 3);
+    const std::uint64_t before = session.StateHash();
+    const auto preview = viewer::PreviewEdit(session, each.request, {});
+    ASSERT_TRUE(preview) << preview.Error().Line();
+    EXPECT_EQ(session.StateHash(), before);
+    ASSERT_TRUE(viewer::ApplyEdit(session, each.request, {}));
+    EXPECT_NE(session.StateHash(), before);
+    const std::string done = viewer::LastChanges(session);
+    for (const std::string& pack : {*preview, done}) {
+      const ReadPack read(pack);
+      for (const char* list : {"element_added", "element_removed", "element_changed", "node_added",
+                               "node_removed", "node_changed"}) {
+        const auto expected = each.lists.find(list);
+        EXPECT_EQ(read.Integers(list).size(), expected == each.lists.end() ? 0 : expected->second)
+            << list;
+      }
+    }
+    ASSERT_TRUE(viewer::ApplyEdit(session, R"({"edit":"undo"})", {}));
+    EXPECT_EQ(session.StateHash(), before);
+  }
+}
+
+TEST(EditsTest, RequestsThatMakeNoSenseAreRefusedAndChangeNothing) {
+  CQXDBSession session(host::SetUpModel);
+  AddCube(session, 2);
+  const std::uint64_t before = session.StateHash();
+  for (const char* request :
+       {"", "[]", "{", "{}", R"({"edit":7})", R"({"edit":"delete"})",
+        R"({"edit":"delete","table":"nothing","keys":[1]})",
+        R"({"edit":"delete","table":"elem","keys":[]})",
+        R"({"edit":"delete","table":"elem","keys":[1,99]})",
+        R"({"edit":"delete","table":"elem","keys":["1"]})",
+        R"({"edit":"delete","table":"elem","keys":1})", R"({"edit":"move","nodes":[1],"by":[1,2]})",
+        R"({"edit":"move","nodes":[1],"by":[1,2,"3"]})",
+        R"({"edit":"move","nodes":[1],"by":[1e308,1e308,1e308],"by":[1e309,0,0]})",
+        R"({"edit":"set","name":"","elements":[1]})", R"({"edit":"fix","merge_tolerance":-1})",
+        R"({"edit":"undo"})", R"({"edit":"redo"})"}) {
+    EXPECT_FALSE(viewer::ApplyEdit(session, request, {})) << request;
+    EXPECT_EQ(session.StateHash(), before) << request;
+  }
+}
+
+TEST(SourceTest, LooksAtThePastWhileThePresentStays) {
+  const ScratchFolder folder;
+  const std::string path = folder.Path("cube.qxm");
+  {
+    CQXDocBase document(host::SetUpModel);
+    AddCube(*document.GetDBSession(), 3);
+    ASSERT_TRUE(document.SaveAs(path));
+  }
+  auto source = viewer::Source::Open(path, true, {});
+  ASSERT_TRUE(source) << source.Error().Line();
+  for (const char* keys : {"[1]", "[2,3]"}) {
+    const std::string request =
+        std::string(R"({"edit":"delete","table":"elem","keys":)") + keys + "}";
+    ASSERT_TRUE((*source)->Edit(request));
+  }
+  const std::size_t expected[] = {27, 26, 24};
+  for (const int step : {0, 2, 1, 2, 0}) {
+    const auto base = (*source)->Get("base", step);
+    ASSERT_TRUE(base) << base.Error().Line();
+    EXPECT_EQ(ReadPack(*base).Integers("element_key").size(), expected[step]) << step;
+  }
+  EXPECT_FALSE((*source)->Get("base", 3));
+  EXPECT_FALSE((*source)->Get("base", -2));
+  EXPECT_EQ(ReadPack(*(*source)->Get("changes", 2)).Integers("element_removed"),
+            (std::vector<std::int32_t>{2, 3}));
+  EXPECT_EQ((*source)->StepsDone(), 2u);
+  // Another looks on, and sees what is done meanwhile.
+  auto other = viewer::Source::Open(path, false, {});
+  ASSERT_TRUE(other);
+  ASSERT_TRUE((*source)->Edit(R"({"edit":"undo"})"));
+  EXPECT_TRUE((*other)->Follow());
+  EXPECT_FALSE((*other)->Follow());
+  EXPECT_EQ(ReadPack(*(*other)->Get("base")).Integers("element_key").size(), 26u);
+  EXPECT_FALSE((*other)->Edit(R"({"edit":"undo"})"));
+}
+
+}  // namespace
+}  // namespace qx

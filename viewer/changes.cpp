@@ -1,0 +1,140 @@
+// The history as the page shows it: the steps, and what one of them changed.
+
+#include <array>
+#include <map>
+#include <unordered_map>
+
+#include "qx_db/app/element_access.h"
+#include "qx_db/app/topology_table.h"
+#include "qx_db/lib/units.h"
+#include "qx_db/platform/text.h"
+#include "qx_db/record/verbs.h"
+
+#include "viewer/page_data.h"
+#include "viewer/records.h"
+
+namespace qx::viewer {
+namespace {
+
+/// What became of a record in a step, by how it stands in the end.
+enum Fate { kAdded, kRemoved, kChanged };
+
+/// The fate of each record that a step touched, but for those that came and went in it.
+std::map<std::uint16_t, std::vector<std::pair<ITR, Fate>>> FatesOf(const Step& step) {
+  struct Course {
+    std::uint16_t type, first, last;
+  };
+  std::unordered_map<ITR, std::size_t> place;
+  std::vector<std::pair<ITR, Course>> courses;  // in the order of the step
+  for (const Change& change : step.changes) {
+    const ITR item = change.item;  // out of the packed notice
+    const auto [known, is_new] = place.emplace(item, courses.size());
+    if (is_new) courses.push_back({item, {change.type, change.operation, change.operation}});
+    courses[known->second].second.last = change.operation;
+  }
+  std::map<std::uint16_t, std::vector<std::pair<ITR, Fate>>> fates;
+  for (const auto& [item, course] : courses) {
+    const bool added = course.first == tagTRNotify::kInserted;
+    const bool removed = course.last == tagTRNotify::kRemoved;
+    if (added && removed) continue;
+    fates[course.type].emplace_back(item, added ? kAdded : removed ? kRemoved : kChanged);
+  }
+  return fates;
+}
+
+/// Appends the corner-to-corner lines of a removed element, which is readable as long as its step.
+void AddOutline(ITR item, const CQXDBSession& session, std::vector<double>& out) {
+  const auto& element = *static_cast<const tagTElem*>(KeyedSetBase::RecordAt(item));
+  const ElementTopology type(element.type);
+  const auto add = [&](std::int32_t a, std::int32_t b) {
+    for (const std::int32_t place : {a, b}) {
+      // A node that went as well still has its position.
+      const ITR at = element.nodes[place];
+      if (at == 0) return;
+    }
+    for (const std::int32_t place : {a, b}) {
+      const auto& node =
+          *static_cast<const tagTNode*>(KeyedSetBase::RecordAt(element.nodes[place]));
+      for (const double c : {node.position.x, node.position.y, node.position.z}) {
+        out.push_back(session.Units().Out(unit::kLength, c));
+      }
+    }
+  };
+  if (type.Edges() == 0 || element.nodes.GetSize() < type.Corners()) {
+    for (std::int32_t i = 1; i < element.nodes.GetSize(); ++i) add(0, i);
+    return;
+  }
+  for (std::int32_t edge = 0; edge < type.Edges(); ++edge) {
+    const auto corners = type.Edge(edge, false);
+    add(corners[0], corners[1]);
+  }
+}
+
+}  // namespace
+
+void WriteChangeCounts(Json& json, const CQXDBSession& session, const Step& step) {
+  json.StartObject();
+  for (const auto& [type, records] : FatesOf(step)) {
+    std::array<std::int64_t, 3> counts{};
+    for (const auto& [item, fate] : records) ++counts[static_cast<std::size_t>(fate)];
+    json.Name(TableName(*session.GetDataPool(type))).StartArray();
+    for (const std::int64_t count : counts) json.Int64(count);
+    json.EndArray();
+  }
+  json.EndObject();
+}
+
+void WriteSteps(Json& json, const CQXDBSession& session) {
+  const auto write = [&](const Step& step, bool done) {
+    json.StartObject();
+    json.Integer("number", step.number).Integer("time_ms", step.time_ms);
+    json.Text("name", Utf8(step.name)).Flag("done", done).Name("counts");
+    WriteChangeCounts(json, session, step);
+    json.EndObject();
+  };
+  json.StartArray();
+  for (const Step& step : session.History().Done()) write(step, true);
+  const auto& undone = session.History().Undone();
+  for (auto step = undone.rbegin(); step != undone.rend(); ++step) write(*step, false);
+  json.EndArray();
+}
+
+std::string LastChanges(const CQXDBSession& session) {
+  Pack pack;
+  const auto& done = session.History().Done();
+  std::vector<std::int32_t> keys[2][3];  // elements, nodes; by fate
+  std::vector<double> outlines;
+  if (!done.empty()) {
+    for (const auto& [type, records] : FatesOf(done.back())) {
+      if (type != code::kElem && type != code::kNode) continue;
+      for (const auto& [item, fate] : records) {
+        keys[type == code::kNode][fate].push_back(KeyOf(item));
+        if (type == code::kElem && fate == kRemoved) AddOutline(item, session, outlines);
+      }
+    }
+    pack.Text().Text("name", Utf8(done.back().name)).Name("counts");
+    WriteChangeCounts(pack.Text(), session, done.back());
+  }
+  constexpr const char* kPools[] = {"element", "node"};
+  constexpr const char* kFates[] = {"added", "removed", "changed"};
+  for (int pool = 0; pool < 2; ++pool) {
+    for (int fate = 0; fate < 3; ++fate) {
+      pack.Integers(std::string(kPools[pool]) + "_" + kFates[fate], keys[pool][fate]);
+    }
+  }
+  // Relative to the first of them, for floats are too coarse far from the origin.
+  Json& json = pack.Text();
+  std::array<double, 3> from{};
+  if (!outlines.empty()) from = {outlines[0], outlines[1], outlines[2]};
+  json.Name("outline_origin").StartArray();
+  for (const double c : from) json.Number(c);
+  json.EndArray();
+  std::vector<float> relative(outlines.size());
+  for (std::size_t i = 0; i < outlines.size(); ++i) {
+    relative[i] = static_cast<float>(outlines[i] - from[i % 3]);
+  }
+  pack.Floats("outlines", relative);
+  return pack.Finish();
+}
+
+}  // namespace qx::viewer

@@ -1,0 +1,177 @@
+#include "viewer/html_file.h"
+
+#include <algorithm>
+#include <map>
+
+#include "qx_db/app/mesh_quality.h"
+#include "qx_db/platform/file.h"
+
+#include "viewer/assets.h"
+
+namespace qx::viewer {
+namespace {
+
+std::string Base64(std::string_view bytes) {
+  constexpr char kDigits[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+  std::string out;
+  out.reserve((bytes.size() + 2) / 3 * 4);
+  for (std::size_t i = 0; i < bytes.size(); i += 3) {
+    const std::size_t count = std::min<std::size_t>(3, bytes.size() - i);
+    std::uint32_t group = 0;
+    for (std::size_t j = 0; j < 3; ++j) {
+      group = group << 8 | (j < count ? static_cast<unsigned char>(bytes[i + j]) : 0u);
+    }
+    for (std::size_t j = 0; j < 4; ++j) {
+      out += j <= count ? kDigits[group >> (18 - 6 * j) & 63] : '=';
+    }
+  }
+  return out;
+}
+
+void Put(std::string& text, std::string_view mark, std::string_view with) {
+  const std::size_t at = text.find(mark);
+  if (at != std::string::npos) text.replace(at, mark.size(), with);
+}
+
+/// Collects what the page is to hold.
+class Filling {
+ public:
+  Filling(Source& source, HtmlReport& report, std::int64_t present)
+      : source_(source), report_(report), present_(present) {}
+
+  /// A pack of the state that is the page's present.
+  Outcome Add(const std::string& name) { return AddAs(name, name, present_); }
+  Outcome Add(const std::string& name, std::int64_t step) {
+    return AddAs(name + "@" + std::to_string(step), name, step);
+  }
+
+  /// The states before the present one and what their steps changed.
+  Outcome AddHistory(std::size_t most_bytes) {
+    const auto count = static_cast<std::int64_t>(source_.StepCount());
+    const auto now = static_cast<std::int64_t>(source_.StepsDone());
+    std::size_t bytes = 0;
+    std::int64_t taken = 0;
+    for (std::int64_t step = count; step >= 0 && bytes <= most_bytes; --step, ++taken) {
+      const std::string before = blocks_;
+      if (step != now) {
+        if (Outcome added = Add("base", step); !added) return added;
+        bytes += last_;
+      }
+      if (step > 0) {
+        if (Outcome added = Add("changes", step); !added) return added;
+        bytes += last_;
+      }
+      if (bytes > most_bytes) {
+        blocks_ = before;
+        break;
+      }
+    }
+    if (taken < count + 1) {
+      report_.left_out.push_back("the oldest " + std::to_string(count + 1 - taken) +
+                                 " states of the history, for the file's size");
+    }
+    return {};
+  }
+
+  Outcome AddValues(const HtmlOptions& options) {
+    if (!options.values.empty()) {
+      for (const std::string& name : options.values) {
+        if (Outcome added = Add(std::string(kValuesPrefix) + name); !added) return added;
+      }
+      return {};
+    }
+    std::vector<std::string> names;
+    // The most telling first.
+    for (const char* name : {"scaled-jacobian", "aspect-ratio", "min-angle"}) names.push_back(name);
+    for (const MeasureInfo& info : Measures()) {
+      const std::string name(info.name);
+      if (info.shown == Shown::kByDefault &&
+          std::find(names.begin(), names.end(), name) == names.end()) {
+        names.push_back(name);
+      }
+    }
+    names.insert(names.end(), {"part", "thickness", "x", "y", "z"});
+    std::size_t bytes = 0;
+    for (const std::string& name : names) {
+      if (bytes > options.value_bytes) {
+        report_.left_out.push_back("colours by " + name + " and what follows it in the list");
+        return {};
+      }
+      if (Outcome added = Add(std::string(kValuesPrefix) + name); !added) return added;
+      bytes += last_;
+    }
+    return {};
+  }
+
+  const std::string& Blocks() const { return blocks_; }
+  std::size_t Last() const { return last_; }
+
+ private:
+  Outcome AddAs(const std::string& full, const std::string& name, std::int64_t step) {
+    Result<std::string> pack = source_.Get(name, step);
+    if (!pack) return pack.Error();
+    // Names are the library's own; still, nothing of the kind gets out of its quotes.
+    last_ = pack->size();
+    blocks_ += "<script type=\"application/octet-stream\" data-name=\"" + EscapedHtml(full) +
+               "\">" + Base64(*pack) + "</script>\n";
+    return {};
+  }
+
+  Source& source_;
+  HtmlReport& report_;
+  std::int64_t present_;
+  std::string blocks_;
+  std::size_t last_ = 0;
+};
+
+}  // namespace
+
+Result<std::string> HtmlPage(Source& source, const HtmlOptions& options, HtmlReport& report) {
+  source.SetServed(false);
+  Filling filling(source, report, options.step);
+  if (Outcome added = filling.Add("base"); !added) return added.Error();
+  report.base_bytes = filling.Last();
+  report.surface_corners = source.Present().Surface().CornerCount();
+  if (source.Present().SolidCount() <= options.most_solids) {
+    if (Outcome added = filling.Add("volume"); !added) return added.Error();
+  } else {
+    report.left_out.push_back("the inside: no cuts, and nothing behind what is hidden");
+  }
+  for (const char* name : {"findings", "glyphs"}) {
+    if (Outcome added = filling.Add(name); !added) return added.Error();
+  }
+  if (source.HasSeeds()) {
+    if (Outcome added = filling.Add("seeds"); !added) return added.Error();
+  }
+  if (Outcome added = filling.AddValues(options); !added) return added.Error();
+  if (options.with_changes) {
+    if (Outcome added = filling.Add("changes"); !added) return added.Error();
+  }
+  if (options.step_bytes > 0) {
+    if (Outcome added = filling.AddHistory(options.step_bytes); !added) return added.Error();
+  }
+
+  std::string page(PageHtml());
+  const std::string name = Utf8FromPath(PathFromUtf8(source.Path()).filename());
+  Put(page, "<!--TITLE-->", EscapedHtml(name));
+  std::string head =
+      "<meta http-equiv=\"Content-Security-Policy\" content=\"default-src 'none'; "
+      "script-src 'unsafe-inline'; style-src 'unsafe-inline'; img-src data: blob:; "
+      "base-uri 'none'; form-action 'none'\">\n<style>\n";
+  head += PageStyle();
+  head += "</style>";
+  Put(page, "<!--HEAD-->", head);
+  std::string tail = filling.Blocks();
+  if (!options.scene.empty()) {
+    tail += "<script type=\"application/json\" id=\"scene\" data-scene=\"" +
+            EscapedHtml(options.scene) + "\"></script>\n";
+  }
+  tail += "<script>\n";
+  tail += PageScript();
+  tail += "</script>";
+  Put(page, "<!--TAIL-->", tail);
+  report.bytes = page.size();
+  return page;
+}
+
+}  // namespace qx::viewer

@@ -1,0 +1,813 @@
+// What is shown of the model, and how: visibility, colours, cuts, marks, selection, history.
+
+import { cutSolids, Mesh, solidEdges } from './mesh.js';
+import * as palette from './palette.js';
+import { Stage } from './stage.js';
+
+const MOVED = 0x9db8ff; // elements at nodes that moved
+const UNBOUNDED = 1e29; // ratios without bound come as 1e30
+
+export const plainColors = {
+  set: 'mesh set', property: 'property', material: 'material', kind: 'element kind', part: 'connected part', none: 'nothing',
+};
+export const fields = { thickness: 'thickness', x: 'x of the middle', y: 'y of the middle', z: 'z of the middle' };
+
+const softwareRenderer = () => {
+  const gl = document.createElement('canvas').getContext('webgl2');
+  if (!gl) return null;
+  const info = gl.getExtension('WEBGL_debug_renderer_info');
+  const name = info ? gl.getParameter(info.UNMASKED_RENDERER_WEBGL) : '';
+  gl.getExtension('WEBGL_lose_context')?.loseContext();
+  return /swiftshader|llvmpipe|software|basic render/i.test(name);
+};
+
+export class App {
+  constructor(data) {
+    this.data = data;
+    this.hidden = new Set();
+    this.hiddenElements = new Set();
+    this.isolated = null;
+    this.color = { by: 'set', palette: 'viridis', range: null, limit: null, only: false };
+    this.selection = { elements: new Set(), nodes: new Set(), faces: new Set() };
+    this.clip = { axis: null, at: 0.5, flip: false };
+    this.glyphs = { axes: false, material: false, orientation: false, systems: false, seeds: true };
+    this.marks = new Map(); // elements by number: colour
+    this.nodeMarks = [];
+    this.finding = null;
+    this.step = null;
+    this.angle = 30;
+    this.mode = 'element';
+    this.measured = [];
+    this.packs = new Map();
+    this.listeners = {};
+    this.software = softwareRenderer();
+  }
+
+  on(event, listener) {
+    (this.listeners[event] ||= []).push(listener);
+  }
+  tell(event, ...what) {
+    for (const listener of this.listeners[event] || []) listener(...what);
+  }
+
+  start(canvas, antialias) {
+    this.stage = new Stage(canvas, { antialias: antialias ?? !this.software });
+  }
+
+  /** A pack of the state that is shown, kept. */
+  async pack(name) {
+    const key = `${name}@${this.step ?? 'now'}`;
+    if (!this.packs.has(key)) {
+      if (this.packs.size > 40) this.packs.clear();
+      this.packs.set(key, await this.data.get(name, this.stepAsked));
+    }
+    return this.packs.get(key);
+  }
+  get stepAsked() {
+    return this.step == null || this.step === this.present ? undefined : this.step;
+  }
+
+  // ---- loading ----------------------------------------------------------------------------------
+
+  async load({ keepCamera = false } = {}) {
+    const base = await this.data.get('base', this.stepAsked);
+    this.mesh = new Mesh(base);
+    this.volume = null;
+    if (this.stepAsked === undefined) this.present = this.mesh.about.step;
+    this.steps = this.stepAsked === undefined ? this.mesh.about.steps : this.steps || this.mesh.about.steps;
+    this.clearSelection(false);
+    this.measured = [];
+    this.isolated = null;
+    this.hiddenElements.clear();
+    this.marks.clear();
+    this.nodeMarks = [];
+    this.materialOf = new Map(this.mesh.about.properties.map((p) => [p.key, p.material]));
+    if (this.needsVolume()) await this.loadVolume().catch(() => {});
+    await this.loadSeeds();
+    this.rebuild();
+    if (!keepCamera) this.stage.view('iso');
+    await this.recolor();
+    await this.showGlyphs();
+    this.applyClip();
+    this.tell('loaded');
+  }
+
+  needsVolume() {
+    return this.clip.axis || this.hidden.size > 0;
+  }
+
+  /** The inside of the solids, fetched when it is first needed. */
+  async loadVolume() {
+    if (this.mesh.solids) return;
+    this.tell('busy', 'loading the inside');
+    try {
+      const mesh = this.mesh;
+      this.volume ||= this.data.get('volume', this.stepAsked);
+      const pack = await this.volume;
+      if (!mesh.solids) mesh.addVolume(pack);
+    } finally {
+      this.tell('busy', null);
+    }
+  }
+
+  // ---- visibility -------------------------------------------------------------------------------
+
+  idOfProperty(e) {
+    const p = this.mesh.elementProperty[e];
+    return p < 0 ? 0 : this.mesh.about.properties[p].key;
+  }
+
+  /** A mark for each element that is shown; null when all are. */
+  computeVisible() {
+    const { mesh, hidden } = this;
+    if (!hidden.size && !this.hiddenElements.size && !this.isolated) return null;
+    const visible = new Uint8Array(mesh.elementCount).fill(1);
+    if (this.isolated) for (let e = 0; e < visible.length; e++) visible[e] = this.isolated.elements[e];
+    for (const set of mesh.sets) if (hidden.has(`set:${set.key}`)) for (const e of set.elementList) visible[e] = 0;
+    const kinds = new Uint8Array(256);
+    for (const type of mesh.about.types) if (hidden.has(`kind:${type.code}`)) kinds[type.code] = 1;
+    const properties = mesh.about.properties.map((p) => hidden.has(`property:${p.key}`) || hidden.has(`material:${p.material}`));
+    const none = hidden.has('property:0');
+    for (let e = 0; e < visible.length; e++) {
+      const p = mesh.elementProperty[e];
+      if (kinds[mesh.elementType[e]] || (p < 0 ? none : properties[p])) visible[e] = 0;
+    }
+    for (const e of this.hiddenElements) visible[e] = 0;
+    return visible;
+  }
+
+  /** After what is visible has changed. */
+  async updateVisible() {
+    if (!this.mesh.solids && this.mesh.about.solids) {
+      await this.loadVolume().catch((error) => this.tell('notice', `Hidden solids leave the others open: ${error.message}`));
+    }
+    const target = this.selection;
+    target.faces.clear();
+    this.rebuild();
+    await this.recolor();
+    this.applyClip();
+    this.tell('visible');
+  }
+
+  rebuild() {
+    this.visible = this.computeVisible();
+    const faces = this.mesh.visibleFaces(this.visible);
+    this.adjacency = this.mesh.adjacency(faces, 30);
+    this.stage.show(this.mesh, faces, this.adjacency, this.visible);
+  }
+
+  setHidden(id, hide) {
+    if (hide) this.hidden.add(id);
+    else this.hidden.delete(id);
+    return this.updateVisible();
+  }
+
+  isolate(label, elements) {
+    const marked = new Uint8Array(this.mesh.elementCount);
+    for (const e of elements) marked[e] = 1;
+    this.isolated = { label, elements: marked };
+    return this.updateVisible().then(() => this.stage.fit());
+  }
+
+  hideElements(elements) {
+    for (const e of elements) this.hiddenElements.add(e);
+    this.clearSelection(false);
+    return this.updateVisible();
+  }
+
+  showAll() {
+    this.hidden.clear();
+    this.hiddenElements.clear();
+    this.isolated = null;
+    return this.updateVisible();
+  }
+
+  /** The elements of a row of the tree. */
+  elementsOf(id) {
+    const [what, text] = id.split(':');
+    const key = Number(text);
+    const { mesh } = this;
+    if (what === 'set') {
+      const all = new Set();
+      const add = (set) => {
+        for (const e of set.elementList) all.add(e);
+        for (const child of mesh.sets) if (child.parent === set.key && child !== set && child.key !== child.parent) add(child);
+      };
+      mesh.sets.filter((set) => set.key === key).forEach(add);
+      return [...all];
+    }
+    const out = [];
+    for (let e = 0; e < mesh.elementCount; e++) {
+      const property = this.idOfProperty(e);
+      if (what === 'kind' ? mesh.elementType[e] === key
+        : what === 'property' ? property === key : this.materialOf.get(property) === key) out.push(e);
+    }
+    return out;
+  }
+
+  // ---- colours ----------------------------------------------------------------------------------
+
+  /** Own colours where the records have different ones, a palette's otherwise. */
+  colorsOfRecords(records) {
+    const own = new Set(records.map((r) => r.color));
+    return records.map((r, i) => (records.length > 1 && own.size > 1 ? r.color : palette.thing(i)));
+  }
+
+  async setColor(change) {
+    Object.assign(this.color, change);
+    if (change.by) {
+      this.color.range = change.range || null;
+      this.color.limit = null;
+      this.color.only = false;
+    }
+    await this.recolor();
+  }
+
+  measureOf(name) {
+    return this.mesh.about.measures.find((m) => m.name === name);
+  }
+
+  /** Colours of all elements, and the legend that tells them. */
+  async elementColors() {
+    const { mesh } = this;
+    const { by } = this.color;
+    const colors = new Uint32Array(mesh.elementCount).fill(palette.neutral);
+    const things = (title, rows, place) => {
+      for (let e = 0; e < colors.length; e++) {
+        const row = rows[place(e)];
+        if (row) colors[e] = row.color;
+      }
+      return { colors, legend: { title, rows: rows.filter((r) => r.show !== false) } };
+    };
+    if (by === 'none') return { colors, legend: null };
+    if (by === 'set') {
+      const depth = (set, seen = new Set()) => {
+        const parent = mesh.sets.find((s) => s.key === set.parent);
+        return !parent || seen.has(set) ? 0 : 1 + depth(parent, seen.add(set));
+      };
+      const ordered = [...mesh.sets].sort((a, b) => depth(a) - depth(b));
+      for (const set of ordered) for (const e of set.elementList) colors[e] = set.color;
+      const rows = mesh.sets.filter((s) => s.elements).map((s) => ({ label: s.name, color: s.color, count: s.elements }));
+      return { colors, legend: { title: 'Mesh sets', rows } };
+    }
+    if (by === 'kind') {
+      const place = new Int16Array(256);
+      mesh.about.types.forEach((t, i) => (place[t.code] = i));
+      const rows = mesh.about.types.map((t, i) => ({ label: t.name, color: palette.thing(i), count: t.elements }));
+      return things('Element kinds', rows, (e) => place[mesh.elementType[e]]);
+    }
+    if (by === 'property' || by === 'material') {
+      const { properties, materials } = mesh.about;
+      const records = by === 'property' ? properties : materials;
+      const own = this.colorsOfRecords(records);
+      const used = new Set(mesh.elementProperty);
+      const rows = records.map((r, i) => ({ label: `${r.key}  ${r.name}`, color: own[i] }));
+      const placeOfMaterial = new Map(materials.map((m, i) => [m.key, i]));
+      const place = properties.map((p, i) => (by === 'property' ? i : placeOfMaterial.get(p.material) ?? -1));
+      properties.forEach((_, i) => {
+        if (rows[place[i]]) rows[place[i]].show ||= used.has(i);
+      });
+      rows.forEach((r) => (r.show ||= false));
+      const shown = things(by === 'property' ? 'Properties' : 'Materials', rows, (e) => place[mesh.elementProperty[e]] ?? -1);
+      if (used.has(-1)) shown.legend.rows.push({ label: `no ${by}`, color: palette.neutral });
+      return shown;
+    }
+    return this.valueColors(colors, by);
+  }
+
+  async valueColors(colors, by) {
+    const pack = await this.pack(`values/${by}`);
+    const values = pack.array('values');
+    const { visible } = this;
+    const measure = this.measureOf(by);
+    let low = Infinity;
+    let high = -Infinity;
+    let unbounded = 0;
+    for (let e = 0; e < values.length; e++) {
+      if (visible && !visible[e]) continue;
+      const v = values[e];
+      if (!(v === v)) continue;
+      if (Math.abs(v) > UNBOUNDED) {
+        unbounded++;
+        continue;
+      }
+      if (v < low) low = v;
+      if (v > high) high = v;
+    }
+    if (by === 'part') {
+      const count = Math.max(high, 0);
+      for (let e = 0; e < values.length; e++) if (values[e] === values[e]) colors[e] = palette.thing(values[e] - 1);
+      const rows = Array.from({ length: Math.min(count, 12) }, (_, i) => ({ label: `part ${i + 1}`, color: palette.thing(i) }));
+      if (count > 12) rows.push({ label: `and ${count - 12} more`, color: palette.neutral });
+      return { colors, legend: { title: 'Connected parts', rows } };
+    }
+    const [from, to] = this.color.range || [low, high];
+    const limit = this.color.limit ?? measure?.acceptable ?? null;
+    const fails = (v) => measure && limit != null && (measure.high_is_bad ? v > limit : v < limit);
+    const map = palette.table(this.color.palette);
+    const scale = to > from ? 255 / (to - from) : 0;
+    let failing = 0;
+    let none = 0;
+    const failed = this.failed = new Map(); // shown where only they are to be seen
+    for (let e = 0; e < values.length; e++) {
+      const v = values[e];
+      if (!(v === v)) {
+        colors[e] = palette.outside;
+        none++;
+        continue;
+      }
+      const bad = fails(v);
+      if (bad && (!visible || visible[e])) failing++;
+      if (bad && this.color.only && (!visible || visible[e])) failed.set(e, palette.marks.fault);
+      colors[e] = this.color.only ? (bad ? palette.marks.fault : palette.neutral)
+        : map[Math.max(0, Math.min(255, Math.round((Math.abs(v) > UNBOUNDED ? (v > 0 ? to : from) - from : v - from) * scale)))];
+    }
+    const label = measure ? measure.label : fields[by] || by;
+    const unit = measure ? measure.unit : this.mesh.about.length_unit;
+    return { colors, legend: { title: label, unit, range: [from, to], data: [low, high], map, limit, measure, failing, unbounded, none } };
+  }
+
+  async recolor() {
+    let result;
+    try {
+      result = await this.elementColors();
+    } catch (error) {
+      this.tell('notice', `No colours by ${this.color.by}: ${error.message}`);
+      this.color.by = 'set';
+      result = await this.elementColors();
+    }
+    this.colors = result.colors;
+    this.legend = result.legend;
+    this.paint();
+    this.tell('legend', this.legend);
+    await this.outlineMarked(this.legend?.map && this.color.only ? this.failed : new Map(), 'failed');
+    this.stage.draw();
+  }
+
+  /** Puts colours, marks and selection on what is drawn. */
+  paint() {
+    const { colors, marks, selection, stage } = this;
+    const mixed = (a, b, t) => {
+      const part = (shift) => Math.round((a >> shift & 255) * (1 - t) + (b >> shift & 255) * t) << shift;
+      return part(16) | part(8) | part(0);
+    };
+    // With marks on, everything else steps back.
+    const paler = marks.size > 0;
+    const of = (e, isFace) => {
+      if (isFace || selection.elements.has(e)) return palette.selected;
+      const mark = marks.get(e);
+      if (mark !== undefined) return mark;
+      const own = e < 0 ? palette.neutral : colors[e];
+      return paler ? mixed(own, 0xc9ced6, 0.8) : own;
+    };
+    stage.faces.paint((f) => of(stage.table.element[f], selection.faces.has(f)));
+    stage.caps.paint((i) => of(stage.capOf[i], false));
+    stage.paintLines((e) => of(e, false));
+    const nodes = this.nodeMarks.concat([...selection.nodes].map((n) => [n, palette.selected]));
+    for (const n of this.measured) nodes.push([n, palette.marks.changed]);
+    stage.paintPoints((e) => of(e, false), nodes.filter(([n]) => 3 * n < this.mesh.position.length));
+    stage.draw();
+  }
+
+  // ---- cutting ----------------------------------------------------------------------------------
+
+  async setClip(change) {
+    Object.assign(this.clip, change);
+    if (this.clip.axis && !this.mesh.solids && this.mesh.about.solids) {
+      await this.loadVolume().catch((error) => this.tell('notice', `The cut stays open: ${error.message}`));
+    }
+    this.applyClip();
+    this.tell('clip');
+  }
+
+  applyClip() {
+    const { clip, stage } = this;
+    if (!clip.axis) {
+      stage.setClip(null);
+      stage.setCaps(null);
+      stage.caps.paint(() => 0);
+      stage.draw();
+      return;
+    }
+    const axis = 'xyz'.indexOf(clip.axis);
+    const [low, high] = [this.fullLow(axis), this.fullHigh(axis)];
+    const sign = clip.flip ? -1 : 1;
+    const normal = [0, 0, 0];
+    normal[axis] = sign;
+    // A hair off, so that a plane on a layer of nodes cuts one side of it.
+    const at = sign * (low + clip.at * (high - low)) + 1e-7 * (high - low);
+    stage.setClip(normal, at);
+    if (this.mesh.solids) stage.setCaps(cutSolids(this.mesh, this.visible, normal, at));
+    this.paint();
+  }
+  /** The bounds of the whole model, whatever of it is shown, so that a cut stays where it is. */
+  fullLow(axis) {
+    return this.bounds()[0][axis];
+  }
+  fullHigh(axis) {
+    return this.bounds()[1][axis];
+  }
+  bounds() {
+    const { mesh } = this;
+    if (this.boundsOf === mesh) return this.box;
+    const low = [Infinity, Infinity, Infinity];
+    const high = [-Infinity, -Infinity, -Infinity];
+    const p = mesh.position;
+    for (let i = 0; i < p.length; i++) {
+      if (p[i] < low[i % 3]) low[i % 3] = p[i];
+      if (p[i] > high[i % 3]) high[i % 3] = p[i];
+    }
+    this.boundsOf = mesh;
+    return (this.box = p.length ? [low, high] : [[-1, -1, -1], [1, 1, 1]]);
+  }
+  /** The place of the cut in the model's coordinates. */
+  clipPlace() {
+    const axis = 'xyz'.indexOf(this.clip.axis);
+    return this.mesh.about.origin[axis] + this.fullLow(axis) + this.clip.at * (this.fullHigh(axis) - this.fullLow(axis));
+  }
+
+  // ---- selection --------------------------------------------------------------------------------
+
+  clearSelection(repaint = true) {
+    for (const set of Object.values(this.selection)) set.clear();
+    this.picked = null;
+    if (repaint) this.paint();
+    this.tell('selected');
+  }
+
+  /** A pick at a place of the canvas, by the mode at work. */
+  pickAt(x, y, add) {
+    const { selection, stage } = this;
+    const t0 = performance.now();
+    if (this.mode === 'measure') return this.measureAt(x, y);
+    if (!add) for (const set of Object.values(selection)) set.clear();
+    if (this.mode === 'node') {
+      const n = stage.pickNode(x, y);
+      if (n >= 0) {
+        if (add && selection.nodes.has(n)) selection.nodes.delete(n);
+        else selection.nodes.add(n);
+        this.picked = { table: 'node', key: this.mesh.nodeKey[n] };
+      }
+    } else {
+      const hit = stage.pick(x, y);
+      if (hit && hit.element >= 0) {
+        if (this.mode === 'face' && hit.face >= 0) this.addFaces(hit.face);
+        else if (add && selection.elements.has(hit.element)) selection.elements.delete(hit.element);
+        else selection.elements.add(hit.element);
+        this.picked = { table: 'elem', key: this.mesh.elementKey[hit.element] };
+      } else if (hit && hit.node >= 0) {
+        selection.nodes.add(hit.node);
+        this.picked = { table: 'node', key: this.mesh.nodeKey[hit.node] };
+      } else {
+        this.picked = null;
+      }
+    }
+    this.pickTime = performance.now() - t0;
+    this.paint();
+    this.tell('selected');
+    return this.picked;
+  }
+
+  /** The faces that hang together with one without a fold beyond the angle. */
+  addFaces(face) {
+    const { across, normals } = this.adjacency;
+    const bound = Math.cos((this.angle * Math.PI) / 180);
+    const { faces } = this.selection;
+    const todo = [face];
+    faces.add(face);
+    while (todo.length) {
+      const f = todo.pop();
+      for (let s = 0; s < 4; s++) {
+        const g = across[4 * f + s];
+        if (g < 0 || faces.has(g)) continue;
+        const dot = normals[3 * f] * normals[3 * g] + normals[3 * f + 1] * normals[3 * g + 1] + normals[3 * f + 2] * normals[3 * g + 2];
+        if (Math.abs(dot) < bound) continue;
+        faces.add(g);
+        todo.push(g);
+      }
+    }
+  }
+
+  pickBox(x0, y0, x1, y1, add) {
+    const { selection, stage } = this;
+    if (!add) for (const set of Object.values(selection)) set.clear();
+    const box = [Math.min(x0, x1), Math.min(y0, y1), Math.max(x0, x1), Math.max(y0, y1)];
+    for (const f of stage.facesIn(...box)) selection.elements.add(stage.table.element[f]);
+    for (const e of stage.linesIn(...box)) selection.elements.add(e);
+    this.picked = null;
+    this.paint();
+    this.tell('selected');
+  }
+
+  /** Elements and nodes of the selection, those of faces included, by number. */
+  selectedElements() {
+    const out = new Set(this.selection.elements);
+    for (const f of this.selection.faces) out.add(this.stage.table.element[f]);
+    return out;
+  }
+  selectedNodes() {
+    const out = new Set(this.selection.nodes);
+    const { table } = this.stage;
+    for (const f of this.selection.faces) for (let i = table.first[f]; i < table.first[f + 1]; i++) out.add(table.node[i]);
+    return out;
+  }
+
+  select(table, key) {
+    this.clearSelection(false);
+    if (table === 'elem') {
+      const e = this.mesh.elementOfKey(key);
+      if (e < 0) return false;
+      this.selection.elements.add(e);
+    } else if (table === 'node') {
+      const n = this.mesh.nodeOfKey(key);
+      if (n >= 0) this.selection.nodes.add(n);
+      else if (this.mesh.solids || !this.data.served) return false;
+    } else if (table === 'mset') {
+      const set = this.mesh.sets.find((s) => s.key === key);
+      if (!set) return false;
+      for (const e of set.elementList) this.selection.elements.add(e);
+      for (const n of set.nodeList) if (!set.elements && 3 * n < this.mesh.position.length) this.selection.nodes.add(n);
+    } else if (table === 'prop') {
+      for (const e of this.elementsOf(`property:${key}`)) this.selection.elements.add(e);
+    } else if (table === 'matl') {
+      for (const e of this.elementsOf(`material:${key}`)) this.selection.elements.add(e);
+    }
+    this.picked = { table, key };
+    this.paint();
+    this.tell('selected');
+    return true;
+  }
+
+  /** Coordinates of what is selected, for fitting. */
+  selectionPlaces() {
+    const p = this.mesh.position;
+    const out = [];
+    const add = (n) => out.push(p[3 * n], p[3 * n + 1], p[3 * n + 2]);
+    for (const n of this.selectedNodes()) if (3 * n < p.length) add(n);
+    const elements = this.selectedElements();
+    const { table } = this.stage;
+    for (let f = 0; f < table.count && elements.size; f++) {
+      if (elements.has(table.element[f])) for (let i = table.first[f]; i < table.first[f + 1]; i++) add(table.node[i]);
+    }
+    this.mesh.lineElement.forEach((e, i) => elements.has(e) && [0, 1].forEach((k) => add(this.mesh.lineNode[2 * i + k])));
+    this.mesh.pointElement.forEach((e, i) => elements.has(e) && add(this.mesh.pointNode[i]));
+    if (!out.length && this.mesh.solids) for (const e of [...elements].slice(0, 100)) this.mesh.nodesOf(e).forEach(add);
+    return out;
+  }
+
+  // ---- measuring --------------------------------------------------------------------------------
+
+  measureAt(x, y) {
+    const n = this.stage.pickNode(x, y);
+    if (n < 0) return null;
+    if (this.measured.length >= 3) this.measured = [];
+    this.measured.push(n);
+    this.paint();
+    this.tell('measured');
+    return n;
+  }
+
+  /** Distance and its parts of two nodes; of three the angle at the second as well. */
+  measurement() {
+    const p = (n) => [...this.mesh.position.subarray(3 * n, 3 * n + 3)];
+    const [a, b, c] = this.measured.map(p);
+    const minus = (u, v) => u.map((x, i) => x - v[i]);
+    const length = (u) => Math.hypot(...u);
+    const out = { keys: this.measured.map((n) => this.mesh.nodeKey[n]) };
+    if (b) {
+      out.delta = minus(b, a);
+      out.distance = length(out.delta);
+    }
+    if (c) {
+      const u = minus(a, b);
+      const v = minus(c, b);
+      const dot = u[0] * v[0] + u[1] * v[1] + u[2] * v[2];
+      const cross = length([u[1] * v[2] - u[2] * v[1], u[2] * v[0] - u[0] * v[2], u[0] * v[1] - u[1] * v[0]]);
+      out.angle = (Math.atan2(cross, dot) * 180) / Math.PI;
+    }
+    return out;
+  }
+
+  // ---- marks ------------------------------------------------------------------------------------
+
+  clearMarks() {
+    this.marks.clear();
+    this.nodeMarks = [];
+    this.finding = null;
+    for (const name of ['removed', 'free_edge', 'shared_edge', 'inside']) this.stage.setOverlay(name, null);
+    this.paint();
+    this.tell('marks', null);
+  }
+
+  /** Marks what a pack of changes names: a step of the history, or what an edit would do. `ahead`:
+   * it has not happened yet, so that what it removes is still there. */
+  markChanges(pack, ahead) {
+    this.marks.clear();
+    this.nodeMarks = [];
+    const { mesh } = this;
+    const mark = (name, color) => {
+      for (const key of pack.array(`element_${name}`)) {
+        const e = mesh.elementOfKey(key);
+        if (e >= 0) this.marks.set(e, color);
+      }
+      for (const key of pack.array(`node_${name}`)) {
+        const n = mesh.nodeOfKey(key);
+        if (n >= 0 && this.nodeMarks.length < 20000) this.nodeMarks.push([n, color]);
+      }
+    };
+    mark('added', palette.marks.added);
+    mark('changed', palette.marks.changed);
+    if (ahead) mark('removed', palette.marks.removed);
+    // Nodes that moved say little by themselves: the elements at them are marked too, paler.
+    const moved = new Set(this.nodeMarks.filter(([, c]) => c === palette.marks.changed).map(([n]) => n));
+    if (moved.size) {
+      const { table } = this.stage;
+      for (let f = 0; f < table.count; f++) {
+        if (this.marks.has(table.element[f])) continue;
+        for (let i = table.first[f]; i < table.first[f + 1]; i++) {
+          if (moved.has(table.node[i])) this.marks.set(table.element[f], MOVED);
+        }
+      }
+    }
+    const relative = pack.array('outlines');
+    const from = pack.text.outline_origin;
+    const shift = from.map((c, i) => c - mesh.about.origin[i]);
+    const places = new Float32Array(relative.length);
+    for (let i = 0; i < places.length; i++) places[i] = relative[i] + shift[i % 3];
+    this.stage.setOverlay('removed', ahead ? null : places, palette.marks.removed, 1.8, true);
+    if (!this.marks.size && (this.nodeMarks.length || places.length)) this.marks.set(-2, 0); // still pale
+    this.paint();
+    this.tell('marks', pack);
+    return this.outlineMarked();
+  }
+
+  /** Outlines marked solids, which may lie inside, so that they are seen through what is before. */
+  async outlineMarked(marks = this.marks, name = 'inside') {
+    const { mesh, stage } = this;
+    stage.setOverlay(name, null);
+    if (!mesh.about.solids || ![...marks.keys()].some((e) => e >= 0)) return;
+    await this.loadVolume().catch(() => {});
+    if (!mesh.solids || this.mesh !== mesh) return;
+    const lines = [];
+    const tints = [];
+    const p = mesh.position;
+    for (const { corners, node, element } of mesh.solids) {
+      for (let i = 0; i < element.length && lines.length < 600000; i++) {
+        const color = marks.get(element[i]);
+        if (color === undefined || color === MOVED) continue;
+        for (const edge of solidEdges[corners]) {
+          for (const place of edge) {
+            const n = 3 * node[corners * i + place];
+            lines.push(p[n], p[n + 1], p[n + 2]);
+            tints.push((color >> 16) / 255, (color >> 8 & 255) / 255, (color & 255) / 255);
+          }
+        }
+      }
+    }
+    stage.setOverlay(name, new Float32Array(lines), new Float32Array(tints), 1.6, true);
+    stage.draw();
+  }
+
+  async findings() {
+    return this.pack('findings');
+  }
+
+  async markFinding(name) {
+    const pack = await this.findings();
+    this.clearMarks();
+    this.finding = name;
+    const p = this.mesh.position;
+    if (name === 'free_edge' || name === 'shared_edge') {
+      const nodes = pack.array(name);
+      const places = new Float32Array(3 * nodes.length);
+      nodes.forEach((n, i) => places.set(p.subarray(3 * n, 3 * n + 3), 3 * i));
+      this.stage.setOverlay(name, places, name === 'free_edge' ? palette.marks.fault : palette.marks.note, 4);
+    } else {
+      const finding = pack.text.findings.find((f) => f.name === name);
+      const color = finding.fault ? palette.marks.fault : palette.marks.note;
+      for (const key of pack.array(name)) {
+        if (finding.of_nodes) {
+          const n = this.mesh.nodeOfKey(key);
+          if (n >= 0) this.nodeMarks.push([n, color]);
+        } else {
+          const e = this.mesh.elementOfKey(key);
+          if (e >= 0) this.marks.set(e, color);
+        }
+      }
+      if (!this.marks.size) this.marks.set(-2, 0);
+    }
+    this.paint();
+    this.tell('marks', null);
+    await this.outlineMarked();
+  }
+
+  // ---- glyphs -----------------------------------------------------------------------------------
+
+  async showGlyphs() {
+    const { stage, mesh } = this;
+    const wanted = ['axes', 'material', 'orientation'].filter((name) => this.glyphs[name]);
+    for (const name of ['axes', 'material', 'orientation', 'systems']) stage.setOverlay(name, null);
+    const colors = [0xd55e00, 0x009e73, 0x0072b2].map((c) => [(c >> 16) / 255, (c >> 8 & 255) / 255, (c & 255) / 255]);
+    const draw = (name, triads, count, size, which) => {
+      const places = new Float32Array(count * which.length * 6);
+      const tints = new Float32Array(places.length);
+      let k = 0;
+      for (let i = 0; i < count; i++) {
+        for (const a of which) {
+          for (let end = 0; end < 2; end++) {
+            for (let c = 0; c < 3; c++) {
+              places[k] = triads[12 * i + c] + end * size * triads[12 * i + 3 + 3 * a + c];
+              tints[k++] = colors[a][c];
+            }
+          }
+        }
+      }
+      stage.setOverlay(name, places, tints, 2.5);
+    };
+    if (wanted.length) {
+      const pack = await this.pack('glyphs').catch((error) => this.tell('notice', error.message));
+      if (!pack) return;
+      for (const name of wanted) {
+        const triads = pack.array(name);
+        const of = pack.array(`${name}_element`);
+        const kept = [];
+        for (let i = 0; i < of.length; i++) {
+          if (!this.visible || this.visible[of[i]]) kept.push(...triads.subarray(12 * i, 12 * i + 12));
+        }
+        const size = (1.1 * stage.radius) / Math.cbrt(Math.max(8, mesh.elementCount));
+        draw(name, kept, kept.length / 12, size, name === 'orientation' ? [1, 2] : [0, 1, 2]);
+        if (pack.text[`${name}_cut`]) this.tell('notice', 'Only the first 20 000 axes are drawn.');
+      }
+    }
+    this.showSeeds();
+    if (this.glyphs.systems) {
+      const triads = mesh.about.systems.flatMap((s) => [...s.origin, ...s.axes.flat()]);
+      draw('systems', triads, mesh.about.systems.length, 0.18 * stage.radius, [0, 1, 2]);
+    }
+    stage.draw();
+  }
+
+  async loadSeeds() {
+    if (!this.mesh.about.seeds || this.seeds) return;
+    const pack = await this.data.get('seeds');
+    const shift = pack.text.origin.map((c, i) => c - this.mesh.about.origin[i]);
+    const placed = (name) => pack.array(name).map((v, i) => v + shift[i % 3]);
+    this.seeds = { curves: placed('curves'), dots: placed('seeds'), curveControl: pack.array('curve_control'), seedControl: pack.array('seed_control') };
+    this.stage.beside = this.seeds.curves;
+  }
+
+  /** Edges of geometry in the colours of their size controls, and their seeds. */
+  showSeeds() {
+    const { seeds, stage } = this;
+    const on = seeds && this.glyphs.seeds;
+    stage.setOverlay('curves', null);
+    stage.setDots('seeds', null);
+    if (!on) return;
+    const controls = [...new Set(seeds.seedControl)];
+    const color = (control) => (control ? palette.thing(controls.indexOf(control)) : 0x8b949e);
+    const tints = new Float32Array(seeds.curves.length);
+    seeds.curveControl.forEach((control, i) => {
+      const c = color(control);
+      for (let k = 6 * i; k < 6 * i + 6; k++) tints[k] = (c >> (16 - 8 * (k % 3)) & 255) / 255;
+    });
+    stage.setOverlay('curves', seeds.curves, tints, 2);
+    stage.setDots('seeds', seeds.dots, Array.from(seeds.seedControl, color));
+  }
+
+  // ---- history ----------------------------------------------------------------------------------
+
+  /** The state after so many steps, with what the last of them changed marked. */
+  async goTo(step) {
+    const before = this.step;
+    this.step = step === this.present ? null : step;
+    this.tell('busy', 'loading the step');
+    try {
+      await this.load({ keepCamera: true });
+      this.shownStep = step;
+      if (step > 0) {
+        const changes = await this.data.get('changes', step);
+        await this.markChanges(changes, false);
+      } else {
+        this.clearMarks();
+      }
+    } catch (error) {
+      this.step = before;
+      this.tell('notice', error.message);
+    } finally {
+      this.tell('busy', null);
+    }
+    this.tell('step');
+  }
+
+  async leaveHistory() {
+    this.step = null;
+    this.shownStep = null;
+    await this.load({ keepCamera: true });
+    this.clearMarks();
+    this.tell('step');
+  }
+
+  bytes() {
+    return this.mesh.bytes() + this.stage.bytes();
+  }
+}

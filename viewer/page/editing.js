@@ -1,0 +1,119 @@
+// Editing, where the program was started for it: each edit is shown before it is done.
+
+import { el, grouped } from './dom.js';
+
+export function buildEditing(app, right) {
+  const holder = el('section', { class: 'editing' });
+  right.append(holder);
+  app.on('loaded', () => fill(app, holder));
+  app.on('selected', () => fill(app, holder));
+  app.on('step', () => fill(app, holder));
+}
+
+const keysOf = (keys, numbers) => [...numbers].filter((n) => n >= 0).map((n) => keys[n]);
+
+function fill(app, holder) {
+  if (!app.mesh?.about.editable) {
+    holder.replaceChildren();
+    return;
+  }
+  const elements = keysOf(app.mesh.elementKey, app.selectedElements());
+  const own = keysOf(app.mesh.nodeKey, app.selection.nodes);
+  const nodes = keysOf(app.mesh.nodeKey, app.selectedNodes());
+  const past = app.shownStep != null && app.shownStep !== app.present;
+  const undone = app.steps.some((s) => !s.done);
+  const act = (label, title, enabled, onclick, id) => el('button', { type: 'button', title, disabled: past || !enabled, onclick, 'data-edit': id }, label);
+  const form = el('div', { class: 'edit-form' });
+  holder.replaceChildren(
+    el('h2', {}, 'Edit'),
+    past ? el('p', { class: 'hint' }, 'The past cannot be changed; go back to the present.') : '',
+    el('div', { class: 'row-buttons' },
+      act('Delete', 'Delete the selected elements, or nodes with what hangs on them', elements.length || own.length,
+        () => preview(app, form, own.length && !elements.length ? { edit: 'delete', table: 'node', keys: own } : { edit: 'delete', table: 'elem', keys: elements }), 'delete'),
+      act('Make a set', 'A mesh set of the selection', elements.length || own.length, () => askSet(app, form, elements, own), 'set'),
+      act('Move', 'Move the selected nodes, or those of the faces and elements', nodes.length || elements.length, () => askMove(app, form, nodes), 'move'),
+      act('Fix', 'Repair the mesh', true, () => askFix(app, form), 'fix'),
+      act('Undo', 'Take the last step back', app.present > 0, () => perform(app, form, { edit: 'undo' }), 'undo'),
+      act('Redo', 'Do the step again that was undone', undone, () => perform(app, form, { edit: 'redo' }), 'redo')),
+    form);
+}
+
+const cancel = (app, form) => el('button', { type: 'button', onclick: () => {
+  form.replaceChildren();
+  app.clearMarks();
+} }, 'Cancel');
+
+function ask(app, form, title, controls, request) {
+  const go = el('form', { onsubmit: (event) => {
+    event.preventDefault();
+    const wanted = request();
+    if (wanted) preview(app, form, wanted);
+  } }, el('h3', {}, title), controls, el('div', { class: 'row-buttons' }, el('button', { type: 'submit', class: 'primary' }, 'Show what it does'), cancel(app, form)));
+  form.replaceChildren(go);
+  go.querySelector('input')?.focus();
+}
+
+function askSet(app, form, elements, nodes) {
+  const name = el('input', { type: 'text', maxLength: 63, required: true, 'aria-label': 'Name of the set' });
+  ask(app, form, 'Make a mesh set', el('label', { class: 'field' }, el('span', {}, 'Name'), name), () => ({ edit: 'set', name: name.value, elements, nodes }));
+}
+
+function askMove(app, form, nodes) {
+  const all = new Set(nodes);
+  for (const e of app.selection.elements) for (const n of app.mesh.nodesOf(e)) all.add(app.mesh.nodeKey[n]);
+  const by = ['x', 'y', 'z'].map((axis) => el('input', { type: 'number', step: 'any', value: 0, 'aria-label': `By in ${axis}` }));
+  ask(app, form, `Move ${grouped(all.size)} node${all.size > 1 ? 's' : ''} by`, el('div', { class: 'pair' }, by), () => ({ edit: 'move', nodes: [...all], by: by.map((i) => Number(i.value)) }));
+}
+
+function askFix(app, form) {
+  const texts = { solids: 'Turn inverted solids over', shells: 'Make shells agree with their neighbours', duplicate_elements: 'Remove duplicate elements', unreferenced_nodes: 'Remove nodes that nothing uses' };
+  const boxes = Object.entries(texts).map(([name, text]) => [name, el('input', { type: 'checkbox', checked: name !== 'unreferenced_nodes' }), text]);
+  const tolerance = el('input', { type: 'number', step: 'any', min: 0, placeholder: 'no', 'aria-label': 'Merge nodes within' });
+  ask(app, form, 'Repair the mesh', [boxes.map(([, box, text]) => el('label', { class: 'check' }, box, ` ${text}`)), el('label', { class: 'field' }, el('span', {}, 'Merge nodes within'), tolerance)], () => {
+    const request = { edit: 'fix' };
+    for (const [name, box] of boxes) request[name] = box.checked;
+    if (tolerance.value !== '') request.merge_tolerance = Number(tolerance.value);
+    return request;
+  });
+}
+
+/** Shows what a request would do, in the picture and in numbers, and asks. */
+async function preview(app, form, request) {
+  app.tell('busy', 'trying it on a copy');
+  try {
+    const pack = await app.data.preview(request);
+    const counts = Object.entries(pack.text.counts || {});
+    app.markChanges(pack, true);
+    const rows = counts.map(([table, [added, removed, changed]]) => el('tr', {}, el('th', { scope: 'row' }, table), el('td', {}, added ? `+${grouped(added)}` : ''), el('td', {}, removed ? `−${grouped(removed)}` : ''), el('td', {}, changed ? `~${grouped(changed)}` : '')));
+    form.replaceChildren(
+      el('h3', {}, pack.text.name || request.edit),
+      rows.length ? el('table', { class: 'counts' }, el('tr', {}, el('th', {}), el('td', {}, 'added'), el('td', {}, 'removed'), el('td', {}, 'changed')), rows) : el('p', { class: 'hint' }, 'Nothing would change.'),
+      el('div', { class: 'row-buttons' }, rows.length ? el('button', { type: 'button', class: 'primary', 'data-edit': 'do', onclick: () => perform(app, form, request) }, 'Do it') : '', cancel(app, form)));
+    form.querySelector('.primary')?.focus();
+  } catch (error) {
+    form.replaceChildren(el('p', { class: 'fails', role: 'alert' }, error.message), el('div', { class: 'row-buttons' }, cancel(app, form)));
+  }
+  app.tell('busy', null);
+}
+
+async function perform(app, form, request) {
+  app.editingNow = true;
+  app.tell('busy', 'editing');
+  try {
+    await app.data.edit(request);
+    app.revisionSeen?.((await app.data.state()).revision);
+    app.packs.clear();
+    form.replaceChildren();
+    app.clearMarks();
+    app.step = null;
+    app.shownStep = null;
+    await app.load({ keepCamera: true });
+    if (request.edit !== 'undo' && request.edit !== 'redo') app.markChanges(await app.data.get('changes'), false);
+    app.tell('step');
+  } catch (error) {
+    form.replaceChildren(el('p', { class: 'fails', role: 'alert' }, error.message), el('div', { class: 'row-buttons' }, cancel(app, form)));
+  } finally {
+    app.editingNow = false;
+    app.tell('busy', null);
+  }
+}

@@ -1,0 +1,58 @@
+// A picture for a report: views side by side with a legend, and nothing to click.
+
+import { el } from './dom.js';
+import { buildLegend, drawTriad } from './overlay.js';
+
+export async function buildPicture(app, root, scene) {
+  document.documentElement.dataset.theme = scene.dark ? 'dark' : 'light';
+  document.body.className = 'picture';
+  const canvas = el('canvas', { id: 'view' });
+  const legend = el('div', { class: 'legend' });
+  const title = el('div', { class: 'caption' });
+  const holder = el('div', { id: 'stage' }, canvas, title, legend);
+  root.append(holder);
+  app.start(canvas, true);
+  app.stage.setTheme(scene.dark);
+  app.stage.setEdges(scene.edges);
+  app.stage.useCamera(scene.perspective);
+  if (scene.palette) app.color.palette = scene.palette;
+  app.stage.resize();
+  await app.load();
+  if (scene.sets.length) {
+    const keys = app.mesh.sets.filter((set) => scene.sets.includes(set.name)).map((set) => set.key);
+    await app.isolate('', keys.flatMap((key) => app.elementsOf(`set:${key}`)));
+  }
+  await app.setColor({ by: scene.color, range: scene.range || null });
+  if (scene.cut_axis) await app.setClip({ axis: scene.cut_axis, at: scene.cut_at });
+  let note = '';
+  if (scene.changes && app.data.has('changes')) {
+    const pack = await app.data.get('changes');
+    await app.markChanges(pack, false);
+    note = ` · step ${app.mesh.about.step}: ${pack.text.name || ''}`;
+  }
+  if (scene.findings) {
+    const pack = await app.findings();
+    const fault = pack.text.findings.find((f) => f.fault);
+    if (fault) {
+      await app.markFinding(fault.name);
+      note = ` · ${fault.count} ${fault.label}`;
+    }
+  }
+  const { width, height } = canvas.parentElement.getBoundingClientRect();
+  const columns = scene.views.length > 1 ? Math.ceil(Math.sqrt(scene.views.length)) : 1;
+  const rows = Math.ceil(scene.views.length / columns);
+  app.stage.setPanes(scene.views.map((view, i) => ({
+    view, x: ((i % columns) * width) / columns, y: (Math.floor(i / columns) * height) / rows,
+    width: width / columns, height: height / rows,
+  })));
+  title.textContent = app.mesh.about.name + note;
+  buildLegend(legend, app, false);
+  for (const pane of app.stage.panes) {
+    const label = scene.views.length > 1 ? pane.view : '';
+    const triad = el('div', { class: 'pane-triad' }, drawTriad(pane.camera), label);
+    triad.style.left = `${pane.x + 10}px`;
+    triad.style.top = `${pane.y + pane.height - 84}px`;
+    holder.append(triad);
+  }
+  app.stage.drawNow();
+}

@@ -1,0 +1,786 @@
+// What is drawn: the mesh in buffers of the graphics card, cameras, and picking.
+
+import {
+  BufferAttribute, BufferGeometry, ColorManagement, DoubleSide, GLSL3, LinearSRGBColorSpace, LineBasicMaterial,
+  LineSegments, Mesh as Drawn, OrthographicCamera, PerspectiveCamera, Plane, Points, Quaternion, Raycaster, Scene,
+  ShaderMaterial, Vector2, Vector3, Vector4, WebGLRenderer,
+} from 'three';
+import { OrbitControls } from 'three/examples/jsm/controls/OrbitControls.js';
+import { LineMaterial } from 'three/examples/jsm/lines/LineMaterial.js';
+import { LineSegments2 } from 'three/examples/jsm/lines/LineSegments2.js';
+import { LineSegmentsGeometry } from 'three/examples/jsm/lines/LineSegmentsGeometry.js';
+
+import { middleShares, triangles } from './mesh.js';
+
+ColorManagement.enabled = false; // colours are what the screen is to show
+
+// Edges are drawn where a triangle's barycentric coordinate is small; a side that is no edge of its
+// face has 1 there at all three corners. That costs no lines, which software renderers are slow at.
+const faceVertex = `
+  in vec4 edge; in vec4 sharp; in vec4 tint;
+  out vec3 vView; out vec3 vPlace; out vec3 vEdge; out vec3 vSharp; out vec4 vTint;
+  void main() {
+    vec4 view = modelViewMatrix * vec4(position, 1.0);
+    vView = view.xyz; vPlace = position; vEdge = edge.xyz; vSharp = sharp.xyz; vTint = tint;
+    gl_Position = projectionMatrix * view;
+    gl_Position.z -= 0.000004 * edge.w * gl_Position.w; // shells before the solids they lie on
+  }`;
+const faceFragment = `
+  precision highp float;
+  in vec3 vView; in vec3 vPlace; in vec3 vEdge; in vec3 vSharp; in vec4 vTint;
+  out vec4 color;
+  uniform vec4 clip; uniform vec3 ink; uniform float edges; uniform float cap; uniform float backShade; uniform float scale;
+  float nearest(vec3 b, out float coarse) {
+    vec3 w = fwidth(b);
+    vec3 d = b / max(w, vec3(1e-6));
+    coarse = max(w.x, max(w.y, w.z));
+    return min(d.x, min(d.y, d.z));
+  }
+  void main() {
+    if (dot(vPlace, clip.xyz) > clip.w) discard;
+    vec3 n = normalize(cross(dFdx(vView), dFdy(vView)));
+    float front = abs(n.z);
+    float light = cap > 0.5 ? 0.98 : 0.50 + 0.40 * front + 0.14 * max(dot(n.z < 0.0 ? -n : n, normalize(vec3(-0.35, 0.62, 0.7))), 0.0);
+    vec3 c = vTint.rgb * light;
+    if (cap < 0.5 && !gl_FrontFacing) c *= backShade;
+    float coarse;
+    float d = nearest(vEdge, coarse);
+    // Edges closer together than a few pixels would turn everything dark.
+    float fade = 1.0 - smoothstep(0.10, 0.42, coarse);
+    float line = (1.0 - smoothstep(0.35 * scale, 1.15 * scale, d)) * edges * (0.10 + 0.48 * fade);
+    float ignored;
+    float s = nearest(vSharp, ignored);
+    line = max(line, (1.0 - smoothstep(0.75 * scale, 1.6 * scale, s)) * 0.88);
+    color = vec4(mix(c, ink, line), 1.0);
+  }`;
+const pointVertex = `
+  in vec4 tint; out vec4 vTint; out vec3 vPlace; uniform float size;
+  void main() {
+    vTint = tint; vPlace = position;
+    gl_Position = projectionMatrix * modelViewMatrix * vec4(position, 1.0);
+    gl_Position.z -= 0.0006 * gl_Position.w;
+    gl_PointSize = size;
+  }`;
+const pointFragment = `
+  precision highp float;
+  in vec4 vTint; in vec3 vPlace; out vec4 color; uniform vec4 clip; uniform vec3 ink;
+  void main() {
+    if (dot(vPlace, clip.xyz) > clip.w) discard;
+    float r = length(gl_PointCoord - 0.5);
+    if (r > 0.5) discard;
+    color = vec4(mix(vTint.rgb, ink, smoothstep(0.34, 0.42, r)), 1.0);
+  }`;
+
+export const views = {
+  iso: [1, -1.25, 0.85], front: [0, -1, 0], back: [0, 1, 0], left: [-1, 0, 0], right: [1, 0, 0], top: [0, 0, 1],
+  bottom: [0, 0, -1],
+};
+const upOf = (view) => (view === 'top' || view === 'bottom' ? [0, 1, 0] : [0, 0, 1]);
+
+const noClip = new Vector4(0, 0, 0, 1);
+
+/** Non-indexed triangles of polygons; `color(i)` and `tri` of polygon i come later. */
+class FaceBuffers {
+  constructor(material) {
+    this.geometry = new BufferGeometry();
+    this.object = new Drawn(this.geometry, material);
+    this.object.frustumCulled = false;
+    this.face = new Uint32Array(0);
+  }
+  allocate(count) {
+    this.geometry.dispose();
+    this.geometry = this.object.geometry = new BufferGeometry();
+    this.position = new Float32Array(9 * count);
+    this.edge = new Uint8Array(12 * count);
+    this.sharp = new Uint8Array(12 * count);
+    this.tint = new Uint8Array(12 * count);
+    this.face = new Uint32Array(count);
+    const set = (name, array, size, normalized) =>
+      this.geometry.setAttribute(name, new BufferAttribute(array, size, normalized));
+    set('position', this.position, 3, false);
+    set('edge', this.edge, 4, true);
+    set('sharp', this.sharp, 4, true);
+    set('tint', this.tint, 4, true);
+  }
+  bytes() {
+    return this.face.length * (36 + 36 + 4);
+  }
+  /** The corner flags of triangle t: sides opposite its corners that are edges, and that are sharp. */
+  flags(t, edges, sharps) {
+    for (let v = 0; v < 3; v++) {
+      for (let c = 0; c < 3; c++) {
+        const own = v === c ? 255 : 0;
+        this.edge[12 * t + 4 * v + c] = edges[c] ? own : 255;
+        this.sharp[12 * t + 4 * v + c] = sharps[c] ? own : 255;
+      }
+    }
+  }
+  paint(colorOf) {
+    const { tint, face } = this;
+    for (let t = 0; t < face.length; t++) {
+      const c = colorOf(face[t]);
+      for (let k = 12 * t; k < 12 * t + 12; k += 4) {
+        tint[k] = c >> 16;
+        tint[k + 1] = c >> 8;
+        tint[k + 2] = c;
+      }
+    }
+    if (this.geometry.attributes.tint) this.geometry.attributes.tint.needsUpdate = true;
+  }
+}
+
+export class Stage {
+  constructor(canvas, { antialias }) {
+    this.canvas = canvas;
+    this.renderer = new WebGLRenderer({ canvas, antialias, alpha: true, preserveDrawingBuffer: true });
+    this.renderer.outputColorSpace = LinearSRGBColorSpace;
+    this.renderer.localClippingEnabled = true;
+    this.renderer.setClearColor(0, 0);
+    this.scene = new Scene();
+    this.clip = noClip.clone();
+    this.clipPlane = new Plane(new Vector3(-1, 0, 0), 1e30);
+    this.ink = new Vector3(0.09, 0.13, 0.19);
+    const uniforms = (cap) => ({
+      clip: { value: cap ? noClip : this.clip }, ink: { value: this.ink }, edges: { value: 1 }, cap: { value: cap },
+      backShade: { value: 0.86 }, scale: { value: 1 },
+    });
+    const material = (cap) => new ShaderMaterial({
+      vertexShader: faceVertex, fragmentShader: faceFragment, glslVersion: GLSL3, uniforms: uniforms(cap), side: DoubleSide,
+      polygonOffset: true, polygonOffsetFactor: 1, polygonOffsetUnits: 1,
+    });
+    this.faces = new FaceBuffers(material(0));
+    this.caps = new FaceBuffers(material(1));
+    this.points = new Points(new BufferGeometry(), new ShaderMaterial({
+      vertexShader: pointVertex, fragmentShader: pointFragment, glslVersion: GLSL3,
+      uniforms: { clip: { value: this.clip }, ink: { value: this.ink }, size: { value: 9 } },
+    }));
+    this.points.frustumCulled = false;
+    this.scene.add(this.faces.object, this.caps.object, this.points);
+    this.lines = null;
+    this.overlays = new Map();
+    this.size = new Vector2(1, 1);
+    this.center = new Vector3();
+    this.radius = 1;
+    this.perspective = false;
+    this.cameras = { flat: new OrthographicCamera(), deep: new PerspectiveCamera(35) };
+    for (const camera of Object.values(this.cameras)) camera.up.set(0, 0, 1);
+    this.panes = null; // of a picture with several views
+    this.onDraw = [];
+    this.useCamera(false);
+    this.raycaster = new Raycaster();
+  }
+
+  get camera() {
+    return this.perspective ? this.cameras.deep : this.cameras.flat;
+  }
+
+  // ---- cameras ----------------------------------------------------------------------------------
+
+  useCamera(perspective) {
+    const before = this.controls && { camera: this.camera, target: this.controls.target.clone() };
+    this.perspective = perspective;
+    this.controls?.dispose();
+    this.controls = new OrbitControls(this.camera, this.canvas);
+    this.controls.zoomToCursor = true;
+    this.controls.enableDamping = false;
+    this.controls.addEventListener('change', () => this.draw());
+    if (!before) return;
+    const direction = before.camera.position.clone().sub(before.target).normalize();
+    this.controls.target.copy(before.target);
+    if (perspective) {
+      const height = (before.camera.top - before.camera.bottom) / before.camera.zoom;
+      const distance = height / 2 / Math.tan((this.cameras.deep.fov * Math.PI) / 360);
+      this.camera.position.copy(before.target).addScaledVector(direction, distance);
+    } else {
+      const distance = before.camera.position.distanceTo(before.target);
+      const height = 2 * distance * Math.tan((this.cameras.deep.fov * Math.PI) / 360);
+      this.camera.zoom = 1;
+      this.flatHeight = height;
+      this.camera.position.copy(before.target).addScaledVector(direction, 4 * this.radius);
+    }
+    this.resize();
+  }
+
+  resize() {
+    const { clientWidth: width, clientHeight: height } = this.canvas.parentElement;
+    const ratio = Math.min(window.devicePixelRatio || 1, 2);
+    this.ratio = ratio;
+    this.renderer.setPixelRatio(ratio);
+    this.renderer.setSize(width, height, false);
+    this.size.set(width, height);
+    this.faces.object.material.uniforms.scale.value = ratio;
+    this.caps.object.material.uniforms.scale.value = ratio;
+    this.points.material.uniforms.size.value = 9 * ratio;
+    this.frame(this.camera, width / height);
+    this.draw();
+  }
+
+  /** The camera's frame for an aspect ratio. */
+  frame(camera, aspect) {
+    const far = 6 * this.radius;
+    if (camera.isOrthographicCamera) {
+      const h = (this.flatHeight || 2 * this.radius) / 2;
+      camera.top = h;
+      camera.bottom = -h;
+      camera.right = h * aspect;
+      camera.left = -h * aspect;
+      camera.near = -far;
+      camera.far = 2 * far + 4 * this.radius;
+    } else {
+      camera.aspect = aspect;
+      const distance = camera.position.distanceTo(this.center);
+      camera.near = Math.max(distance - 2 * this.radius, this.radius * 0.002);
+      camera.far = distance + 4 * this.radius;
+    }
+    camera.updateProjectionMatrix();
+  }
+
+  /** Looks along a direction at all that is there, or at `only`, a list of coordinates. */
+  look(direction, up, only) {
+    const d = new Vector3(...direction).normalize();
+    this.camera.up.set(...(up || [0, 0, 1]));
+    this.aim(this.camera, d, this.size.x / this.size.y, only);
+    this.controls.target.copy(this.aimed);
+    this.controls.update();
+    this.draw();
+  }
+
+  fit(only) {
+    const d = this.camera.position.clone().sub(this.controls.target).normalize();
+    this.look(d.toArray(), this.camera.up.toArray(), only);
+  }
+
+  view(name) {
+    this.look(views[name], upOf(name));
+  }
+
+  /** Places a camera so that everything is in its frame. */
+  aim(camera, direction, aspect, only) {
+    const points = only || this.sample || [];
+    camera.position.copy(direction);
+    camera.lookAt(0, 0, 0);
+    camera.updateMatrixWorld();
+    const axes = [0, 1, 2].map((i) => new Vector3().setFromMatrixColumn(camera.matrixWorld, i));
+    const low = [1e30, 1e30, 1e30];
+    const high = [-1e30, -1e30, -1e30];
+    for (let i = 0; i < points.length; i += 3) {
+      for (let a = 0; a < 3; a++) {
+        const v = axes[a].x * points[i] + axes[a].y * points[i + 1] + axes[a].z * points[i + 2];
+        if (v < low[a]) low[a] = v;
+        if (v > high[a]) high[a] = v;
+      }
+    }
+    if (!points.length) {
+      low.fill(-1);
+      high.fill(1);
+    }
+    const target = new Vector3();
+    axes.forEach((axis, a) => target.addScaledVector(axis, (low[a] + high[a]) / 2));
+    const least = only ? this.radius * 0.05 : this.radius * 1e-3;
+    const height = Math.max(high[1] - low[1], (high[0] - low[0]) / aspect, least) * 1.14;
+    camera.zoom = 1;
+    this.aimed = target;
+    if (camera.isOrthographicCamera) {
+      this.flatHeight = height;
+      camera.position.copy(target).addScaledVector(direction, 4 * this.radius);
+    } else {
+      const depth = (high[2] - low[2]) / 2;
+      camera.position.copy(target).addScaledVector(direction, height / 2 / Math.tan((camera.fov * Math.PI) / 360) + depth);
+    }
+    this.frame(camera, aspect);
+  }
+
+  /** Turns the view about its axes by degrees. */
+  turn(right, up) {
+    const offset = this.camera.position.clone().sub(this.controls.target);
+    const q = new Quaternion().setFromAxisAngle(this.camera.up, (right * Math.PI) / 180);
+    offset.applyQuaternion(q);
+    const side = new Vector3().crossVectors(this.camera.up, offset).normalize();
+    const tilted = offset.clone().applyAxisAngle(side, (-up * Math.PI) / 180);
+    if (tilted.angleTo(this.camera.up) > 0.02 && tilted.angleTo(this.camera.up) < Math.PI - 0.02) offset.copy(tilted);
+    this.camera.position.copy(this.controls.target).add(offset);
+    this.controls.update();
+    this.draw();
+  }
+
+  zoom(factor) {
+    if (this.perspective) this.camera.position.lerp(this.controls.target, 1 - 1 / factor);
+    else this.camera.zoom *= factor;
+    this.camera.updateProjectionMatrix();
+    this.controls.update();
+    this.draw();
+  }
+
+  // ---- contents ---------------------------------------------------------------------------------
+
+  /** Takes the mesh and the table of the faces that are to be seen. */
+  show(mesh, faces, adjacency, visible) {
+    this.mesh = mesh;
+    this.table = faces;
+    const p = mesh.position;
+    let count = 0;
+    for (let f = 0; f < faces.count; f++) count += triangles[faces.size(f)].length;
+    const buffers = this.faces;
+    buffers.allocate(count);
+    const { sharp } = adjacency;
+    const middle = [0, 0, 0];
+    let t = 0;
+    for (let f = 0; f < faces.count; f++) {
+      const at = faces.first[f];
+      const size = faces.size(f);
+      if (size > 4) {
+        const [corner, between] = middleShares[size];
+        middle.fill(0);
+        for (let i = 0; i < size; i++) {
+          const share = 2 * i < size ? corner : between;
+          for (let c = 0; c < 3; c++) middle[c] += share * p[3 * faces.node[at + i] + c];
+        }
+      }
+      const shell = faces.side[f] === 255 ? 255 : 0;
+      for (const [a, b, c, sa, sb, sc] of triangles[size]) {
+        let k = 9 * t;
+        for (const place of [a, b, c]) {
+          const from = place < 0 ? middle : p;
+          const n = place < 0 ? 0 : 3 * faces.node[at + place];
+          buffers.position[k++] = from[n];
+          buffers.position[k++] = from[n + 1];
+          buffers.position[k++] = from[n + 2];
+        }
+        for (let v = 0; v < 3; v++) buffers.edge[12 * t + 4 * v + 3] = shell;
+        const s = sharp[f];
+        buffers.flags(t, [sa >= 0, sb >= 0, sc >= 0], [sa >= 0 && s >> sa & 1, sb >= 0 && s >> sb & 1, sc >= 0 && s >> sc & 1]);
+        buffers.face[t++] = f;
+      }
+    }
+    this.showLines(visible);
+    this.showPoints(visible);
+    this.measure();
+    this.setCaps(null);
+  }
+
+  /** The box of what is seen, and some of its points for fitting. */
+  measure() {
+    const parts = [this.faces.position, this.linePosition, this.pointPosition, this.beside].filter((a) => a && a.length);
+    const low = new Vector3(1e30, 1e30, 1e30);
+    const high = new Vector3(-1e30, -1e30, -1e30);
+    const sample = [];
+    for (const a of parts) {
+      const step = 3 * Math.max(1, Math.floor(a.length / 3 / 30000));
+      for (let i = 0; i < a.length; i += 3) {
+        if (a[i] < low.x) low.x = a[i];
+        if (a[i + 1] < low.y) low.y = a[i + 1];
+        if (a[i + 2] < low.z) low.z = a[i + 2];
+        if (a[i] > high.x) high.x = a[i];
+        if (a[i + 1] > high.y) high.y = a[i + 1];
+        if (a[i + 2] > high.z) high.z = a[i + 2];
+        if (i % step === 0) sample.push(a[i], a[i + 1], a[i + 2]);
+      }
+    }
+    this.sample = sample;
+    if (!sample.length) {
+      low.set(-1, -1, -1);
+      high.set(1, 1, 1);
+    }
+    this.low = low;
+    this.high = high;
+    this.center.addVectors(low, high).multiplyScalar(0.5);
+    this.radius = Math.max(low.distanceTo(high) / 2, 1e-9);
+  }
+
+  fatLines(position, color, width) {
+    const geometry = new LineSegmentsGeometry();
+    geometry.setPositions(position);
+    if (color instanceof Float32Array) geometry.setColors(color);
+    const vertexColors = color instanceof Float32Array;
+    const material = new LineMaterial({ linewidth: width, vertexColors, color: vertexColors ? 0xffffff : color });
+    material.clippingPlanes = [this.clipPlane];
+    material.resolution.set(this.size.x, this.size.y);
+    const object = new LineSegments2(geometry, material);
+    object.frustumCulled = false;
+    return object;
+  }
+
+  showLines(visible) {
+    const { lineNode, lineElement, position: p } = this.mesh;
+    const of = [];
+    const position = [];
+    for (let i = 0; i < lineElement.length; i++) {
+      if (visible && !visible[lineElement[i]]) continue;
+      of.push(lineElement[i]);
+      for (const n of [3 * lineNode[2 * i], 3 * lineNode[2 * i + 1]]) position.push(p[n], p[n + 1], p[n + 2]);
+    }
+    this.lineOf = of;
+    this.linePosition = new Float32Array(position);
+    this.remove(this.lines);
+    this.lines = null;
+  }
+
+  paintLines(colorOf) {
+    const count = this.lineOf.length;
+    if (!count) return;
+    const color = new Float32Array(6 * count);
+    for (let i = 0; i < count; i++) {
+      const c = colorOf(this.lineOf[i]);
+      for (let k = 6 * i; k < 6 * i + 6; k += 3) {
+        color[k] = (c >> 16 & 255) / 255;
+        color[k + 1] = (c >> 8 & 255) / 255;
+        color[k + 2] = (c & 255) / 255;
+      }
+    }
+    this.remove(this.lines);
+    if (count <= 50000) {
+      this.lines = this.fatLines(this.linePosition, color, 3.2);
+    } else { // thin, for there are many
+      const geometry = new BufferGeometry();
+      geometry.setAttribute('position', new BufferAttribute(this.linePosition, 3));
+      geometry.setAttribute('color', new BufferAttribute(color, 3));
+      this.lines = new LineSegments(geometry, new LineBasicMaterial({ vertexColors: true, clippingPlanes: [this.clipPlane] }));
+      this.lines.frustumCulled = false;
+    }
+    this.scene.add(this.lines);
+  }
+
+  showPoints(visible) {
+    const { pointNode, pointElement, loneNode, position: p } = this.mesh;
+    const of = [];
+    const nodes = [];
+    const position = [];
+    const add = (n, e) => {
+      of.push(e);
+      nodes.push(n);
+      position.push(p[3 * n], p[3 * n + 1], p[3 * n + 2]);
+    };
+    for (let i = 0; i < pointNode.length; i++) {
+      if (!visible || visible[pointElement[i]]) add(pointNode[i], pointElement[i]);
+    }
+    if (!visible || !this.mesh.elementCount) for (const n of loneNode) add(n, -1);
+    this.pointOf = of;
+    this.pointNodes = nodes;
+    this.pointPosition = new Float32Array(position);
+  }
+
+  /** Points: of elements, without elements, and the nodes that are selected or marked. */
+  paintPoints(colorOf, more) {
+    const all = this.pointNodes.map((n, i) => [n, colorOf(this.pointOf[i])]).concat(more);
+    const position = new Float32Array(3 * all.length);
+    const tint = new Uint8Array(4 * all.length);
+    all.forEach(([n, c], i) => {
+      position.set(this.mesh.position.subarray(3 * n, 3 * n + 3), 3 * i);
+      tint.set([c >> 16, c >> 8, c, 255], 4 * i);
+    });
+    const geometry = new BufferGeometry();
+    geometry.setAttribute('position', new BufferAttribute(position, 3));
+    geometry.setAttribute('tint', new BufferAttribute(tint, 4, true));
+    this.points.geometry.dispose();
+    this.points.geometry = geometry;
+  }
+
+  /** Polygons where the plane cuts solids; null for none. */
+  setCaps(cut) {
+    const polygons = cut ? cut.element.length : 0;
+    let count = 0;
+    for (let i = 0; i < polygons; i++) count += cut.first[i + 1] - cut.first[i] - 2;
+    this.caps.allocate(count);
+    this.capOf = cut ? cut.element : [];
+    let t = 0;
+    for (let i = 0; i < polygons; i++) {
+      const a = cut.first[i];
+      const k = cut.first[i + 1] - a;
+      for (let j = 1; j + 1 < k; j++) {
+        [a, a + j, a + j + 1].forEach((q, v) => {
+          for (let c = 0; c < 3; c++) this.caps.position[9 * t + 3 * v + c] = cut.points[3 * q + c];
+        });
+        this.caps.flags(t, [true, j + 2 === k, j === 1], [false, false, false]);
+        this.caps.face[t++] = i;
+      }
+    }
+    this.caps.object.visible = count > 0;
+  }
+
+  setClip(normal, at) {
+    if (!normal) {
+      this.clip.copy(noClip);
+      this.clipPlane.set(new Vector3(-1, 0, 0), 1e30);
+    } else {
+      this.clip.set(...normal, at);
+      this.clipPlane.set(new Vector3(...normal).negate(), at);
+    }
+  }
+
+  /** Lines over the mesh under a name; null takes them away. `color` may be one for each end. */
+  setOverlay(name, position, color, width = 2.5, through = false) {
+    this.remove(this.overlays.get(name));
+    this.overlays.delete(name);
+    if (!position || !position.length) return;
+    const object = this.fatLines(position, color, width);
+    object.renderOrder = 2;
+    if (through) { // seen through what lies before it
+      object.material.depthTest = false;
+      object.material.transparent = true;
+      object.material.opacity = 0.75;
+    }
+    this.overlays.set(name, object);
+    this.scene.add(object);
+  }
+
+  /** Points over the mesh under a name, with colours 0xRRGGBB. */
+  setDots(name, position, colors) {
+    this.remove(this.overlays.get(name));
+    this.overlays.delete(name);
+    if (!position || !position.length) return;
+    const tint = new Uint8Array(4 * colors.length);
+    colors.forEach((c, i) => tint.set([c >> 16, c >> 8, c, 255], 4 * i));
+    const geometry = new BufferGeometry();
+    geometry.setAttribute('position', new BufferAttribute(position, 3));
+    geometry.setAttribute('tint', new BufferAttribute(tint, 4, true));
+    const object = new Points(geometry, this.points.material.clone());
+    object.material.uniforms.clip.value = this.clip;
+    object.material.uniforms.ink.value = this.ink;
+    object.frustumCulled = false;
+    this.overlays.set(name, object);
+    this.scene.add(object);
+  }
+
+  remove(object) {
+    if (!object) return;
+    this.scene.remove(object);
+    object.geometry.dispose();
+    object.material.dispose();
+  }
+
+  setTheme(dark) {
+    if (dark) this.ink.set(0.03, 0.045, 0.07);
+    else this.ink.set(0.09, 0.13, 0.19);
+    this.draw();
+  }
+
+  setEdges(on) {
+    this.faces.object.material.uniforms.edges.value = on ? 1 : 0;
+    this.caps.object.material.uniforms.edges.value = on ? 1 : 0;
+    this.draw();
+  }
+
+  bytes() {
+    return this.faces.bytes() + this.caps.bytes();
+  }
+
+  // ---- drawing ----------------------------------------------------------------------------------
+
+  /** Draws with the next frame of the screen. */
+  draw() {
+    if (this.waiting) return;
+    this.waiting = true;
+    requestAnimationFrame(() => this.drawNow());
+  }
+
+  drawNow() {
+    this.waiting = false;
+    const { renderer } = this;
+    renderer.setScissorTest(false);
+    renderer.clear();
+    const lines = [this.lines, ...this.overlays.values()].filter((o) => o && o.material.resolution);
+    if (!this.panes) {
+      if (this.perspective) this.frame(this.camera, this.size.x / this.size.y);
+      renderer.setViewport(0, 0, this.size.x, this.size.y);
+      renderer.render(this.scene, this.camera);
+    } else {
+      renderer.setScissorTest(true);
+      renderer.autoClear = false;
+      for (const pane of this.panes) {
+        const y = this.size.y - pane.y - pane.height;
+        renderer.setViewport(pane.x, y, pane.width, pane.height);
+        renderer.setScissor(pane.x, y, pane.width, pane.height);
+        for (const o of lines) o.material.resolution.set(pane.width, pane.height);
+        renderer.clear();
+        renderer.render(this.scene, pane.camera);
+      }
+    }
+    for (const then of this.onDraw) then();
+  }
+
+  /** Several views share the picture; each is given its place. */
+  setPanes(places) {
+    const flat = this.flatHeight;
+    this.panes = places.map(({ view, ...place }) => {
+      const camera = this.perspective ? new PerspectiveCamera(35) : new OrthographicCamera();
+      camera.up.set(...upOf(view));
+      this.aim(camera, new Vector3(...views[view]).normalize(), place.width / place.height);
+      camera.updateMatrixWorld();
+      return { ...place, view, camera };
+    });
+    this.flatHeight = flat;
+  }
+
+  // ---- picking ----------------------------------------------------------------------------------
+
+  /** Where a place of the model is on the screen: x, y in pixels, and depth; from -1 to 1. */
+  project(x, y, z, camera = this.camera) {
+    const v = this.projected ||= new Vector3();
+    v.set(x, y, z).project(camera);
+    return [((v.x + 1) / 2) * this.size.x, ((1 - v.y) / 2) * this.size.y, v.z];
+  }
+
+  ray(x, y) {
+    this.camera.updateMatrixWorld();
+    this.raycaster.setFromCamera(new Vector2((2 * x) / this.size.x - 1, 1 - (2 * y) / this.size.y), this.camera);
+    return this.raycaster.ray;
+  }
+
+  isCut(x, y, z) {
+    const { clip } = this;
+    return clip.x * x + clip.y * y + clip.z * z > clip.w;
+  }
+
+  /** The nearest triangle that a ray meets: [distance, triangle], or null. */
+  cast(buffers, ray, clipped) {
+    const { position: p, face } = buffers;
+    if (!face.length) return null;
+    const { x: ox, y: oy, z: oz } = ray.origin;
+    const { x: dx, y: dy, z: dz } = ray.direction;
+    let best = Infinity;
+    let found = -1;
+    for (let t = 0, k = 0; t < face.length; t++, k += 9) {
+      const ax = p[k];
+      const ay = p[k + 1];
+      const az = p[k + 2];
+      const e1x = p[k + 3] - ax;
+      const e1y = p[k + 4] - ay;
+      const e1z = p[k + 5] - az;
+      const e2x = p[k + 6] - ax;
+      const e2y = p[k + 7] - ay;
+      const e2z = p[k + 8] - az;
+      const px = dy * e2z - dz * e2y;
+      const py = dz * e2x - dx * e2z;
+      const pz = dx * e2y - dy * e2x;
+      const det = e1x * px + e1y * py + e1z * pz;
+      if (det === 0) continue;
+      const inv = 1 / det;
+      const sx = ox - ax;
+      const sy = oy - ay;
+      const sz = oz - az;
+      const u = (sx * px + sy * py + sz * pz) * inv;
+      if (u < -1e-6 || u > 1.000001) continue;
+      const qx = sy * e1z - sz * e1y;
+      const qy = sz * e1x - sx * e1z;
+      const qz = sx * e1y - sy * e1x;
+      const v = (dx * qx + dy * qy + dz * qz) * inv;
+      if (v < -1e-6 || u + v > 1.000001) continue;
+      const distance = (e2x * qx + e2y * qy + e2z * qz) * inv;
+      if (distance >= best) continue;
+      if (!this.perspective || distance > 0) {
+        if (clipped && this.isCut(ox + distance * dx, oy + distance * dy, oz + distance * dz)) continue;
+        best = distance;
+        found = t;
+      }
+    }
+    return found < 0 ? null : [best, found];
+  }
+
+  /** What is at a place of the screen: {face, element, point, kind}, or null. */
+  pick(x, y) {
+    const ray = this.ray(x, y);
+    let hit = null;
+    const on = this.cast(this.faces, ray, true);
+    if (on) {
+      const face = this.faces.face[on[1]];
+      hit = { distance: on[0], face, element: this.table.element[face], kind: 'face' };
+    }
+    const cap = this.cast(this.caps, ray, false);
+    if (cap && (!hit || cap[0] < hit.distance)) {
+      hit = { distance: cap[0], face: -1, element: this.capOf[this.caps.face[cap[1]]], kind: 'cut' };
+    }
+    if (hit) hit.point = ray.at(hit.distance, new Vector3()).toArray();
+    const depth = hit ? this.project(...hit.point)[2] + 0.002 : 1;
+    // Lines and points are met by their place on the screen, as they have no width in the model.
+    let reach = 7;
+    const lp = this.linePosition;
+    for (let i = 0; i < this.lineOf.length; i++) {
+      const a = this.project(lp[6 * i], lp[6 * i + 1], lp[6 * i + 2]);
+      const b = this.project(lp[6 * i + 3], lp[6 * i + 4], lp[6 * i + 5]);
+      const l2 = (b[0] - a[0]) ** 2 + (b[1] - a[1]) ** 2 || 1;
+      const t = Math.min(1, Math.max(0, ((x - a[0]) * (b[0] - a[0]) + (y - a[1]) * (b[1] - a[1])) / l2));
+      const d = Math.hypot(a[0] + t * (b[0] - a[0]) - x, a[1] + t * (b[1] - a[1]) - y);
+      if (d >= reach || a[2] + t * (b[2] - a[2]) > depth) continue;
+      const q = [0, 1, 2].map((c) => lp[6 * i + c] + t * (lp[6 * i + 3 + c] - lp[6 * i + c]));
+      if (this.isCut(...q)) continue;
+      reach = d;
+      hit = { face: -1, element: this.lineOf[i], kind: 'line', point: q };
+    }
+    const pp = this.pointPosition;
+    for (let i = 0; i < this.pointNodes.length; i++) {
+      const s = this.project(pp[3 * i], pp[3 * i + 1], pp[3 * i + 2]);
+      const d = Math.hypot(s[0] - x, s[1] - y);
+      if (d >= Math.min(reach, 8) || s[2] > depth || this.isCut(pp[3 * i], pp[3 * i + 1], pp[3 * i + 2])) continue;
+      reach = d;
+      hit = { face: -1, element: this.pointOf[i], node: this.pointNodes[i], kind: 'point', point: [...pp.subarray(3 * i, 3 * i + 3)] };
+    }
+    return hit;
+  }
+
+  /** The node nearest to a place of the screen that is not hidden: its number, or -1. */
+  pickNode(x, y) {
+    const hit = this.pick(x, y);
+    const p = this.mesh.position;
+    let best = 18;
+    let found = -1;
+    const ask = (n) => {
+      const s = this.project(p[3 * n], p[3 * n + 1], p[3 * n + 2]);
+      const d = Math.hypot(s[0] - x, s[1] - y);
+      if (d < best) {
+        best = d;
+        found = n;
+      }
+    };
+    if (hit && hit.kind === 'face') {
+      best = Infinity; // one of its own, however large it is on the screen
+      for (let i = this.table.first[hit.face]; i < this.table.first[hit.face + 1]; i++) ask(this.table.node[i]);
+      return found;
+    }
+    if (hit && hit.kind === 'point') return hit.node;
+    if (hit) {
+      best = Infinity;
+      for (const n of this.mesh.nodesOf(hit.element)) ask(n);
+      return found;
+    }
+    for (const n of this.pointNodes) ask(n);
+    for (let i = 0; i < this.table.node.length && this.table.node.length < 400000; i++) ask(this.table.node[i]);
+    return found;
+  }
+
+  /** The faces that look towards the eye with their middle in a box of the screen. */
+  facesIn(x0, y0, x1, y1) {
+    const p = this.mesh.position;
+    const { table } = this;
+    const found = [];
+    const view = new Vector3();
+    const n = [0, 0, 0];
+    this.camera.getWorldDirection(view);
+    for (let f = 0; f < table.count; f++) {
+      let x = 0;
+      let y = 0;
+      let z = 0;
+      const k = table.corners(f);
+      for (let i = 0; i < k; i++) {
+        const at = 3 * table.node[table.first[f] + i];
+        x += p[at] / k;
+        y += p[at + 1] / k;
+        z += p[at + 2] / k;
+      }
+      if (this.isCut(x, y, z)) continue;
+      const s = this.project(x, y, z);
+      if (s[0] < x0 || s[0] > x1 || s[1] < y0 || s[1] > y1) continue;
+      this.mesh.normal(table, f, n);
+      if (table.side[f] !== 255 && n[0] * view.x + n[1] * view.y + n[2] * view.z > 0.02) continue;
+      found.push(f);
+    }
+    return found;
+  }
+
+  linesIn(x0, y0, x1, y1) {
+    const lp = this.linePosition;
+    return this.lineOf.filter((_, i) => {
+      const s = this.project((lp[6 * i] + lp[6 * i + 3]) / 2, (lp[6 * i + 1] + lp[6 * i + 4]) / 2, (lp[6 * i + 2] + lp[6 * i + 5]) / 2);
+      return s[0] >= x0 && s[0] <= x1 && s[1] >= y0 && s[1] <= y1;
+    });
+  }
+}

@@ -1,0 +1,15 @@
+# Installs by the lock file into TO, unless that has been done for the same lock file.
+set(mark ${TO}/package-lock.json)
+if(EXISTS ${TO}/node_modules/playwright-core)
+  file(SHA256 ${mark} there)
+  file(SHA256 ${FROM}/package-lock.json wanted)
+  if(there STREQUAL wanted)
+    return()
+  endif()
+endif()
+file(COPY ${FROM}/package.json ${FROM}/package-lock.json DESTINATION ${TO})
+execute_process(COMMAND ${NPM} ci --ignore-scripts --no-audit --no-fund --silent
+                WORKING_DIRECTORY ${TO} RESULT_VARIABLE result)
+if(result)
+  message(FATAL_ERROR "npm ci failed in ${TO}")
+endif()

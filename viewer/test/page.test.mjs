@@ -1,0 +1,262 @@
+// The page in a browser without a window, as its users have it: as one file, and served.
+
+import assert from 'node:assert/strict';
+import { request } from 'node:http';
+import { after, describe, test } from 'node:test';
+
+import { bracket, closeAll, comparePicture, cube, htmlOf, open, qxdb, serve, until } from './support.mjs';
+
+after(closeAll);
+
+const run = (page, body, argument) => page.evaluate(`(async (argument) => { const { app } = window.qx; ${body} })(${JSON.stringify(argument ?? null)})`);
+const clean = (page) => assert.deepEqual(page.faults, []);
+
+describe('a page of one file', () => {
+  let page;
+  test('shows the model and asks for nothing', async () => {
+    page = await open(htmlOf(bracket()));
+    const seen = await run(page, 'return { faces: app.stage.table.count, elements: app.mesh.elementCount, title: document.title };');
+    assert.deepEqual(seen, { faces: 3546, elements: 5849, title: 'bracket.qxm – QX_db' });
+    await comparePicture(page, 'bracket');
+    clean(page);
+  });
+
+  test('picks what is under the pointer: element, node, faces that hang together', async () => {
+    await run(page, "app.setMode('element'); app.stage.view('iso'); app.stage.drawNow();");
+    const picked = await run(page, `
+      // The middle of a drawn face, as the eye sees it, picks that face's element.
+      const { stage, mesh } = app; const { table } = stage; const out = { right: 0, asked: 0, slowest: 0 };
+      for (let f = 0; f < table.count; f += 11) {
+        const middle = [0, 1, 2].map((c) => { let sum = 0; for (let i = 0; i < 3; i++) sum += mesh.position[3 * table.node[table.first[f] + i] + c] / 3; return sum; });
+        const [x, y] = stage.project(...middle); const hit = stage.pick(x, y);
+        if (!hit || Math.hypot(...hit.point.map((v, c) => v - middle[c])) > 1e-3) continue; // hidden by another
+        out.asked++;
+        app.pickAt(x, y, false); out.slowest = Math.max(out.slowest, app.pickTime);
+        const e = [...app.selection.elements][0];
+        const nodes = new Set(mesh.nodesOf(table.element[f]).map(String));
+        if (e === table.element[f] || mesh.nodesOf(e).every((n) => nodes.has(String(n)))) out.right++;
+      }
+      return out;`);
+    assert.ok(picked.asked > 10);
+    assert.ok(picked.right >= 0.8 * picked.asked, JSON.stringify(picked)); // shells lie on solids here
+    assert.match(await page.locator('.record h2').textContent(), /^Element \d+$/);
+    await run(page, "app.setMode('node');");
+    const node = await run(page, `
+      const n = app.stage.table.node[0]; app.stage.fit();
+      const [x, y] = app.stage.project(...app.mesh.position.subarray(3 * n, 3 * n + 3));
+      app.pickAt(x + 2, y + 2, false);
+      const at = app.mesh.position.subarray(3 * [...app.selection.nodes][0]); const s = app.stage.project(at[0], at[1], at[2]);
+      return Math.hypot(s[0] - x, s[1] - y);`);
+    assert.ok(node < 12, `the node picked is ${node} pixels away`);
+    const faces = await run(page, `app.setMode('face'); app.clearSelection(); app.stage.view('left');
+      const r = app.stage.canvas.getBoundingClientRect(); app.pickAt(r.width / 2, r.height / 2, false);
+      const p = app.mesh.position; const { table } = app.stage;
+      return [...app.selection.faces].map((f) => Math.max(...[0, 1, 2].map((i) => p[3 * table.node[table.first[f] + i]])) - app.stage.low.x);`);
+    assert.ok(faces.length > 50, 'one side of the part');
+    assert.ok(faces.every((x) => Math.abs(x) < 1e-3), 'all of it in one plane');
+    await run(page, "app.clearSelection(); app.setMode('element'); app.stage.view('iso');");
+    clean(page);
+  });
+
+  test('hides, isolates and shows again', async () => {
+    const counts = await run(page, `const out = []; const note = () => out.push(app.stage.table.count);
+      const set = app.mesh.sets.find((s) => s.name === 'bracket');
+      note(); await app.setHidden('set:' + set.key, true); note(); await app.showAll(); note();
+      await app.isolate('x', app.elementsOf('set:' + app.mesh.sets.find((s) => s.name === 'foot').key)); note(); await app.showAll(); return out;`);
+    assert.deepEqual(counts, [3546, 944, 3546, 500]);
+  });
+
+  test('steps through the history and marks what each step changed', async () => {
+    qxdb('edit', 'move', 'bracket.qxm', '1-40', '--by', '0', '0', '1');
+    qxdb('delete', 'bracket.qxm', 'elem', '4000-4020');
+    const past = await open(htmlOf('bracket.qxm'));
+    const seen = await run(past, `const out = [];
+      for (const step of [0, 1, 2]) { await app.goTo(step); out.push([app.mesh.elementCount, app.nodeMarks.length, app.stage.overlays.has('removed')]); }
+      return out;`);
+    assert.deepEqual(seen.map(([elements]) => elements), [5849, 5849, 5828]);
+    assert.equal(seen[0][1], 0);
+    assert.ok(seen[1][1] > 0 && seen[1][1] <= 40, 'moved nodes are marked, those seen');
+    assert.ok(seen[2][2], 'what was removed is outlined');
+    assert.equal(await past.locator('.step').count(), 3);
+    await comparePicture(past, 'bracket-step-2');
+    await past.keyboard.press('Escape');
+    await until(past, 'window.qx.app.shownStep === null');
+    clean(past);
+    await past.close();
+  });
+});
+
+describe('numbers that the page finds by itself', () => {
+  let page;
+  test('a cut of a cube has an area of 1 wherever it is, also through what hiding bared', async () => {
+    page = await open(htmlOf(cube('cube', 5)));
+    const areas = await run(page, `const out = [];
+      const area = () => { const p = app.stage.caps.position; let sum = 0;
+        for (let k = 0; k < p.length; k += 9) { const u = [0, 1, 2].map((c) => p[k + 3 + c] - p[k + c]); const v = [0, 1, 2].map((c) => p[k + 6 + c] - p[k + c]);
+          sum += Math.hypot(u[1] * v[2] - u[2] * v[1], u[2] * v[0] - u[0] * v[2], u[0] * v[1] - u[1] * v[0]) / 2; } return sum; };
+      for (const axis of ['x', 'y', 'z']) for (const at of [0.1, 0.4, 0.5, 0.93]) { await app.setClip({ axis, at }); out.push(area()); }
+      await app.setClip({ axis: null }); return out;`);
+    for (const area of areas) assert.ok(Math.abs(area - 1) < 1e-4, `${areas}`);
+  });
+
+  test('hiding one element bares the faces of its neighbours', async () => {
+    const counts = await run(page, `const out = []; const key = (e) => app.mesh.elementOfKey(e);
+      for (const own of [63, 1]) { // in the middle, at a corner
+        await app.hideElements([key(own)]); out.push(app.stage.table.count); await app.showAll(); }
+      await app.isolate('x', [key(63)]); out.push(app.stage.table.count); await app.showAll(); out.push(app.stage.table.count); return out;`);
+    assert.deepEqual(counts, [156, 150, 6, 150]);
+  });
+
+  test('measures as qxdb check does', async () => {
+    const range = await run(page, "await app.setColor({ by: 'size' }).catch(() => {}); return app.legend.range;").catch(() => null);
+    if (range) for (const v of range) assert.ok(Math.abs(v - 0.008) < 1e-6);
+    const m = await run(page, `const at = (key) => app.mesh.nodeOfKey(key); app.setMode('measure'); app.measured = [at(6), at(1), at(31)]; return app.measurement();`);
+    assert.ok(Math.abs(m.distance - 1) < 1e-6);
+    assert.ok(Math.abs(m.angle - 90) < 1e-4);
+    clean(page);
+    await page.close();
+  });
+});
+
+describe('served', () => {
+  /** A request with headers that a browser would not let a page set. */
+  const ask = (address, { path, host, method = 'GET', headers = {}, body } = {}) => new Promise((resolve, reject) => {
+    const url = new URL(path ?? '', address);
+    const sent = request({ host: url.hostname, port: url.port, path: url.pathname + url.search, method, headers: { Host: host ?? url.host, ...headers } }, (response) => {
+      let text = '';
+      response.on('data', (data) => (text += data));
+      response.on('end', () => resolve({ status: response.statusCode, headers: response.headers, text }));
+    });
+    sent.on('error', reject);
+    sent.end(body);
+  });
+
+  test('answers its own page alone', async () => {
+    const { address, stop } = await serve(cube('guarded', 2));
+    const url = new URL(address);
+    const json = { 'Content-Type': 'application/json' };
+    const cases = [
+      ['the page', {}, 200],
+      ['no token', { path: '/' }, 404],
+      ['a wrong token', { path: `/${'0'.repeat(32)}/api/base` }, 404],
+      ['a name that leads here', { host: 'evil.example' }, 403],
+      ['the same with our port', { host: `evil.example:${url.port}` }, 403],
+      ['another site asks', { headers: { Origin: 'http://evil.example' } }, 403],
+      ['another site asks, told by the browser', { headers: { 'Sec-Fetch-Site': 'cross-site' }, path: 'api/base' }, 403],
+      ['out of its folder', { path: `${url.pathname}..%2f..%2fetc/passwd` }, 404],
+      ['data that are none', { path: 'api/nothing' }, 404],
+      ['a step that is none', { path: 'api/base?step=77' }, 404],
+      ['a record that is none', { path: 'api/record?table=node&key=-5' }, 404],
+      ['an edit, though it may only look', { path: 'api/edit', method: 'POST', headers: json, body: '{"edit":"undo"}' }, 409],
+      ['a form', { path: 'api/edit', method: 'POST', headers: { 'Content-Type': 'text/plain' }, body: '{}' }, 415],
+    ];
+    for (const [name, how, status] of cases) assert.equal((await ask(address, how)).status, status, name);
+    const { headers } = await ask(address);
+    assert.match(headers['content-security-policy'], /default-src 'none'; script-src 'self'/);
+    assert.doesNotMatch(headers['content-security-policy'], /unsafe/);
+    assert.equal(await stop(), 0);
+  });
+
+  test('ends with its page, and follows the file', async () => {
+    const model = cube('followed', 3);
+    const { address, ended } = await serve(model);
+    const page = await open(address);
+    await run(page, "app.select('elem', 14); return null;");
+    await page.locator('.record .members').waitFor();
+    assert.match(await page.locator('.record').textContent(), /node ids.*Used \d+ times?.*In mesh sets/);
+    qxdb('delete', model, 'elem', '1');
+    await until(page, 'window.qx.app.mesh.elementCount === 26');
+    clean(page);
+    await page.close({ runBeforeUnload: false });
+    assert.equal(await ended, 0);
+  });
+
+  test('edits with a preview, as one step that can be undone', async () => {
+    const model = cube('edited', 3);
+    const before = JSON.parse(qxdb('info', model, '--json')).state;
+    const { address, stop } = await serve(model, '--edit');
+    const page = await open(address);
+    await run(page, "app.select('elem', 1);");
+    await page.click('[data-edit=delete]');
+    await page.locator('[data-edit=do]').waitFor();
+    assert.match(await page.locator('.counts').textContent(), /elem.*1/);
+    assert.equal(await run(page, 'return app.mesh.elementCount;'), 27, 'a preview changes nothing');
+    await page.click('[data-edit=do]');
+    await until(page, 'window.qx.app.mesh.elementCount === 26');
+    await page.click('[data-edit=undo]');
+    await until(page, 'window.qx.app.mesh.elementCount === 27');
+    await page.click('[data-edit=redo]');
+    await until(page, 'window.qx.app.mesh.elementCount === 26');
+    await page.click('[data-edit=undo]');
+    await until(page, 'window.qx.app.mesh.elementCount === 27');
+    await run(page, "app.select('elem', 5);");
+    await page.click('[data-edit=set]');
+    await page.fill('.edit-form input', 'picked');
+    await page.click('.edit-form .primary');
+    await page.click('[data-edit=do]');
+    await until(page, "window.qx.app.mesh.sets.some((s) => s.name === 'picked' && s.elements === 1)");
+    await page.click('[data-edit=undo]');
+    await until(page, "!window.qx.app.mesh.sets.some((s) => s.name === 'picked')");
+    clean(page);
+    await page.close();
+    await stop();
+    assert.equal(JSON.parse(qxdb('info', model, '--json')).state, before);
+  });
+});
+
+test('names of a model never become markup', async () => {
+  const names = ['<img src=x onerror="window.hacked=1">', '</script><script>window.hacked=1</script>', '"><svg onload=window.hacked=1>', "'; window.hacked=1; '"];
+  const model = cube('hostile', 2);
+  names.forEach((name, i) => qxdb('sets', 'add', model, name, '--elements', String(i + 1)));
+  const { address, stop } = await serve(model, '--stay');
+  for (const url of [htmlOf(model), address]) {
+    const page = await open(url);
+    const shown = await page.locator('.tree .name').allTextContents();
+    for (const name of names) assert.ok(shown.includes(name), `${name} among ${shown}`);
+    await run(page, "for (const s of app.mesh.sets) app.select('mset', s.key);");
+    await page.waitForTimeout(300);
+    assert.equal(await page.evaluate('window.hacked'), undefined);
+    assert.equal(await page.locator('#app img').count(), 0);
+    clean(page);
+    await page.close();
+  }
+  await stop();
+});
+
+test('works by keyboard and on a small touch screen', async () => {
+  const page = await open(htmlOf(cube('touched', 3)), { viewport: { width: 390, height: 780 }, hasTouch: true, isMobile: true, colorScheme: 'dark' });
+  assert.equal(await page.evaluate('document.documentElement.dataset.theme'), 'dark');
+  assert.ok(!(await page.locator('#left').evaluate((e) => e.getBoundingClientRect().right > 0)), 'panels give way');
+  const box = await page.locator('#view').boundingBox();
+  await page.touchscreen.tap(box.x + box.width / 2, box.y + box.height / 2);
+  assert.equal(await run(page, 'return app.selectedElements().size;'), 1);
+  const before = await run(page, 'return app.stage.camera.position.toArray();');
+  await page.focus('#view');
+  for (const key of ['ArrowLeft', '6', 'f', 'p', 'e', 'Escape']) await page.keyboard.press(key);
+  assert.notDeepEqual(await run(page, 'return app.stage.camera.position.toArray();'), before);
+  assert.equal(await run(page, 'return app.selectedElements().size + (app.stage.perspective ? 0 : 1);'), 0);
+  const unnamed = await page.evaluate(`[...document.querySelectorAll('button, input, select')].filter((e) =>
+    !(e.getAttribute('aria-label') || e.textContent.trim() || e.labels?.length || e.title)).length`);
+  assert.equal(unnamed, 0, 'every control has a name');
+  clean(page);
+  await page.close();
+});
+
+test('a million elements', { skip: process.env.QX_NIGHTLY ? false : 'takes minutes: set QX_NIGHTLY' }, async () => {
+  const model = cube('million', 100);
+  const { address, stop } = await serve(model, '--stay');
+  const started = performance.now();
+  const page = await open(address, { patience: 120000 });
+  const shown = performance.now() - started;
+  const seen = await run(page, `const out = { faces: app.stage.table.count, bytes: app.bytes() };
+    app.pickAt(app.stage.size.x / 2, app.stage.size.y / 2, false); out.pick_ms = app.pickTime;
+    let t = performance.now(); await app.setClip({ axis: 'x', at: 0.5 }); out.cut_ms = performance.now() - t; out.caps = app.capsCount ?? app.stage.capOf.length;
+    t = performance.now(); app.applyClip(); out.cut_again_ms = performance.now() - t; return out;`);
+  console.log(`first picture ${shown.toFixed(0)} ms, pick ${seen.pick_ms.toFixed(1)} ms, first cut ${seen.cut_ms.toFixed(0)} ms, next ${seen.cut_again_ms.toFixed(0)} ms, ${(seen.bytes / 1e6).toFixed(0)} MB`);
+  assert.equal(seen.faces, 60000);
+  assert.equal(seen.caps, 10000);
+  assert.ok(seen.pick_ms < 250);
+  clean(page);
+  await page.close();
+  await stop();
+});
