@@ -6,7 +6,7 @@ BUILD_PACKAGES=(g++ cmake ninja-build pkg-config lld rapidjson-dev libsqlite3-de
                 libcli11-dev libxxhash-dev libicu-dev libcurl4-openssl-dev libssl-dev)
 # What the tests need on top.
 TEST_PACKAGES=(git libgtest-dev librapidcheck-dev libvalijson-dev clang libclang-rt-14-dev clang-format
-               xz-utils mmdebstrap chromium python3-pytest python3-hypothesis python3-pip
+               xz-utils mmdebstrap mount chromium python3-pytest python3-hypothesis python3-pip
                python3-setuptools python3-wheel python3-venv mypy)
 
 # The components: switch of CMake | what it gives | what it rests on | packages | "main" where the

@@ -73,10 +73,22 @@ bash -c '. /usr/share/bash-completion/completions/qxdb; COMP_WORDS=(qxdb verif) 
 cmake -S . -B app -DCMAKE_BUILD_TYPE=Release
 cmake --build app
 app/first bracket.msh
-g++ -std=c++20 first.cpp $(pkg-config --cflags --libs qx_db-exchange qx_db) -o first
+g++ -std=c++20 first.cpp $(pkg-config --cflags --libs qx_db-exchange qx_db-host) -o first
 ./first bracket.msh
 
-apt-get purge -y -qq qxdb 'libqx-*'
+python3 - <<'PYTHON'
+import qxdb
+
+with qxdb.open("bracket.qxm") as model:
+    top = model.nodes.xyz[:, 2].max()
+    with model.step("raise the top"):
+        model.nodes.xyz[model.nodes.xyz[:, 2] > top - 0.5, 2] += 0.5
+    assert model.nodes.xyz[:, 2].max() == top + 0.5
+    model.undo()
+    assert model.nodes.xyz[:, 2].max() == top
+PYTHON
+
+apt-get purge -y -qq qxdb python3-qxdb 'libqx-*'
 find / -xdev -name '*qx*' -not -path '/tmp/*' -not -path '/var/*' | sort >left
 [ ! -s left ] || { cat left; exit 1; }
 USE
