@@ -5,35 +5,11 @@
 
 #include "qx_db/qx_db.h"
 
+#include "tests/core/mesh_session.h"
 #include "tests/scratch_folder.h"
 
 namespace qx {
 namespace {
-
-tagTNode Node(Key key, double x = 0) {
-  tagTNode node;
-  node.key = key;
-  node.position.x = x;
-  return node;
-}
-
-struct Model {
-  CQXDBSession session{AddStandardPools};
-  DPoolNode& nodes = *session.GetPool<DPoolNode>(code::kNode);
-  DPoolElem& elements = *session.GetPool<DPoolElem>(code::kElem);
-  DPoolActiveElemSet& sets = *session.GetPool<DPoolActiveElemSet>(code::kActiveElemSet);
-
-  template <class Edit>
-  int Step(const char16_t* name, Edit&& edit) {
-    CTransaction transaction(&session);
-    transaction.Begin(name);
-    edit();
-    return transaction.Commit();
-  }
-  int Add(Key key) {
-    return Step(u"add", [&] { nodes.InsertNU(Node(key)); });
-  }
-};
 
 struct Listener : ISessionListener {
   explicit Listener(CQXDBSession& session) : of(session) { of.AddListener(this); }
@@ -51,7 +27,7 @@ struct Listener : ISessionListener {
 };
 
 TEST(SessionNews, AListenerCannotEditInAnyWay) {
-  Model m;
+  MeshSession m;
   m.Add(1);
   Listener listener(m.session);
   const ITR first = m.nodes.Find(1);
@@ -80,7 +56,7 @@ TEST(SessionNews, AListenerCannotEditInAnyWay) {
 }
 
 TEST(SessionNews, AListenerThatThrowsSilencesNobodyAndUnboundsNothing) {
-  Model m;
+  MeshSession m;
   m.session.SetHistoryLimits({3, std::size_t{1} << 20});
   Listener first(m.session), second(m.session);
   first.act = [](std::span<const Change>) { throw std::runtime_error("listener"); };
@@ -91,7 +67,7 @@ TEST(SessionNews, AListenerThatThrowsSilencesNobodyAndUnboundsNothing) {
 }
 
 TEST(SessionNews, AnOuterTransactionWaitsForTheInnerOne) {
-  Model m;
+  MeshSession m;
   CTransaction outer(&m.session), inner(&m.session);
   outer.Begin(u"outer");
   m.nodes.InsertNU(Node(1));
@@ -116,7 +92,7 @@ TEST(SessionNews, AnOuterTransactionWaitsForTheInnerOne) {
 
 TEST(SessionNews, AnUnrecordedChangeFreesNothingThatIsStillNamed) {
   for (const bool commit : {true, false}) {
-    Model m;
+    MeshSession m;
     auto& groups = *m.session.GetPool<DPool<tagTRegion>>(code::kRegion);
     m.Step(u"mesh", [&] {
       for (Key key = 1; key <= 3; ++key) m.nodes.InsertNU(Node(key));
@@ -145,7 +121,7 @@ TEST(SessionNews, AnUnrecordedChangeFreesNothingThatIsStillNamed) {
 }
 
 TEST(SessionNews, ARollBackIsHeardWhileWhatItTookBackCanStillBeRead) {
-  Model m;
+  MeshSession m;
   m.Add(1);
   Listener listener(m.session);
   std::vector<Key> keys;
@@ -189,7 +165,7 @@ TEST(SessionNews, ARollBackIsHeardWhileWhatItTookBackCanStillBeRead) {
 // ---- stamps -------------------------------------------------------------------------------------
 
 TEST(Stamps, TellTheRecordFromALaterOneInItsPlace) {
-  Model m;
+  MeshSession m;
   m.Add(1);
   const ITR pos = m.nodes.Find(1);
   const RecordStamp stamp = m.nodes.Stamp(pos);
@@ -221,7 +197,7 @@ TEST(Stamps, TellTheRecordFromALaterOneInItsPlace) {
 }
 
 TEST(Stamps, AreOfNothingForPositionsOfNone) {
-  Model m;
+  MeshSession m;
   EXPECT_EQ(m.nodes.Stamp(0), RecordStamp{});
   EXPECT_FALSE(m.nodes.Check({}));
   for (Key key = 1; key <= 3; ++key) m.nodes.InsertNU(Node(key));
@@ -237,7 +213,7 @@ TEST(Stamps, AreOfNothingForPositionsOfNone) {
   }
   for (Key key = 1; key <= 3; ++key) m.nodes.InsertNU(Node(key));
   for (const RecordStamp& stamp : stamps) EXPECT_FALSE(m.nodes.Check(stamp));
-  Model other;
+  MeshSession other;
   stamps = {m.nodes.Stamp(m.nodes.Find(1))};
   EXPECT_EQ(m.session.SwapContents(other.session), 1);
   EXPECT_FALSE(m.nodes.Check(stamps[0]) || other.nodes.Check(stamps[0]));
@@ -246,7 +222,7 @@ TEST(Stamps, AreOfNothingForPositionsOfNone) {
 // ---- changes since ------------------------------------------------------------------------------
 
 /// Changes as text: "+7 -2 ~1(_POSITION)".
-std::string Since(Model& m, std::int64_t state) {
+std::string Since(MeshSession& m, std::int64_t state) {
   const auto changes = ChangesSince(m.session, state);
   if (!changes) return "unknown";
   std::string text;
@@ -259,7 +235,7 @@ std::string Since(Model& m, std::int64_t state) {
 }
 
 TEST(ChangesSince, ComeCoalescedPerRecordInBothDirections) {
-  Model m;
+  MeshSession m;
   const std::int64_t empty = m.session.State();
   EXPECT_EQ(Since(m, empty), "");
   m.Add(1);
@@ -316,7 +292,7 @@ TEST(ChangesSince, KnowTheStepsOfAFileByTheirNumbers) {
       if (key == 1) known = session.State();
     }
   }
-  Model m;
+  MeshSession m;
   ASSERT_TRUE(LoadModel(m.session, path));
   EXPECT_EQ(Since(m, known), "+2");
 }
@@ -361,7 +337,7 @@ TEST(UnitsAsAStep, AreUndoneKeptInTheLogAndMakeTheModelModified) {
 }
 
 TEST(UnitsAsAStep, GoBackWithTheTransactionThatChangedThem) {
-  Model m;
+  MeshSession m;
   const UnitSystem metres, millimetres = Millimetres();
   CTransaction outer(&m.session), inner(&m.session);
   outer.Begin(u"outer");
@@ -392,7 +368,7 @@ TEST(UnitsAsAStep, GoBackWithTheTransactionThatChangedThem) {
 
 TEST(Validate, NamesWhatABrokenModelBreaks) {
   const auto fault = [](auto&& break_it) {
-    Model m;
+    MeshSession m;
     m.Step(u"mesh", [&] {
       for (Key key = 1; key <= 3; ++key) m.nodes.InsertNU(Node(key));
       tagTElem element;
@@ -404,16 +380,16 @@ TEST(Validate, NamesWhatABrokenModelBreaks) {
     break_it(m);
     return m.session.Validate();
   };
-  EXPECT_EQ(fault([](Model& m) { m.nodes.SetAtNU(m.nodes.Find(3), Node(2)); }),
+  EXPECT_EQ(fault([](MeshSession& m) { m.nodes.SetAtNU(m.nodes.Find(3), Node(2)); }),
             "_NODE: invariant 6 at key 2: another record has the key");
-  EXPECT_EQ(fault([](Model& m) { m.nodes.Remove(m.nodes.Find(2)); }),
+  EXPECT_EQ(fault([](MeshSession& m) { m.nodes.Remove(m.nodes.Find(2)); }),
             "_ELEM: invariant 8 at key 4: _NODE_IDS refers to what is no record of its pool");
-  EXPECT_EQ(fault([](Model& m) {
+  EXPECT_EQ(fault([](MeshSession& m) {
               auto& nodes = m.elements.GetAtNU(m.elements.Find(4)).nodes;
               const_cast<ITR&>(nodes.data()[1]) = m.elements.Find(4);
             }),
             "_ELEM: invariant 8 at key 4: _NODE_IDS refers to what is no record of its pool");
-  EXPECT_EQ(fault([](Model& m) {
+  EXPECT_EQ(fault([](MeshSession& m) {
               UnitSystem units;
               units[UnitBase::kMass] = 4711;
               m.session.Units().SetCurrent(units);
