@@ -116,6 +116,28 @@ TEST_F(ModelFile, ElementsGeneratedOnGeometryStayOutAndTheRestVerifies) {
   EXPECT_EQ(opened.Validate(), "");
 }
 
+/// Models past one GiB, where the database leaves out a page: it is moved forward to try that.
+TEST_F(ModelFile, OpensWhenItReachesPastThePageThatIsLeftOut) {
+  const int lock_byte = sqlite3_test_control(SQLITE_TESTCTRL_PENDING_BYTE, 1 << 20);
+  for (const Key last : {20000, 100000}) {  // of small pages and of large ones
+    CQXDBSession session(AddStandardPools);
+    FillMesh(session, last);
+    const std::string path = Path("past.qxm");
+    ASSERT_EQ(SaveModel(session, path).Line(), "");
+    ASSERT_GT(fs::file_size(path), 3 << 19);
+    CQXDBSession opened(AddStandardPools);
+    EXPECT_EQ(LoadModel(opened, path).Line(), "");
+    EXPECT_EQ(opened.StateHash(), session.StateHash());
+    // Nothing hides in the hole.
+    std::fstream file(path, std::ios::in | std::ios::out | std::ios::binary);
+    file.seekp((1 << 20) + 100);
+    file.put('x');
+    file.close();
+    EXPECT_NE(LoadModel(opened, path).Line(), "");
+  }
+  sqlite3_test_control(SQLITE_TESTCTRL_PENDING_BYTE, lock_byte);
+}
+
 TEST_F(ModelFile, IsADatabaseThatAnyToolCanRead) {
   CQXDBSession session(AddStandardPools);
   FillMesh(session, 10);
