@@ -40,6 +40,15 @@ class IExternalStore {
   virtual int NameApart(std::span<const ITR> /*items*/, std::vector<ITR>& /*renamed*/) { return 1; }
 };
 
+/// What a pool keeps of records from outside. Beside the pool, not in it, and told apart by a cast:
+/// the header of every pool would else be dearer to compile by a third.
+class ExternalRecordsBase {
+ public:
+  virtual ~ExternalRecordsBase() = default;
+};
+template <class T>
+struct ExternalRecords;
+
 /// A pool proper with an external store, the map from external keys to the keys that the records
 /// received, and what tells where each came to be: by the record, so that it may get another key.
 /// They are emptied together, and take no memory until a record comes from outside.
@@ -49,7 +58,7 @@ class QXDB_API DPoolExtDB : public DPool<T>, public IExternalStore {
  public:
   using DPool<T>::DPool;
 
-  ITR InsertNUExtDB(const T& record) { return Outside().store.InsertNU(record); }
+  ITR InsertNUExtDB(const T& record);
   ITR InsertNUExtDB(const TStructBase* record) override {
     return InsertNUExtDB(static_cast<const T&>(*record));
   }
@@ -60,73 +69,107 @@ class QXDB_API DPoolExtDB : public DPool<T>, public IExternalStore {
     return SetAtNUExtDB(item, static_cast<const T&>(*record));
   }
   /// The positions in the external store, as CKeySet::GetItrList gives them.
-  std::int32_t GetItrListExtDB(TArray<ITR>& out, int sorted) {
-    return Outside().store.GetItrList(out, sorted);
-  }
+  std::int32_t GetItrListExtDB(TArray<ITR>& out, int sorted);
   ITR FindExtDB(Key key, int& external) const override;
   ITR TransferToDB(ITR item, int keep_key, Key key) override;
   ITR BringToDB(const TStructBase& record, int keep_key, Key key) override;
   /// Transfers those of the keys that have not been; every key must be in one of the stores. 0 at
   /// the first transfer that fails. Expected time linear in the keys.
   int Private_Import(const TArray<Key>& keys, int keep_key, Key key);
-  TStructBase& ExternalAt(ITR item) override { return Outside().store.GetAtNU(item); }
+  TStructBase& ExternalAt(ITR item) override;
 
-  void SetExtHashSize(std::int32_t n) override {
-    Outside().key_map.SetHashSize(n);
-    Outside().store.SetHashSize(n);
-  }
+  void SetExtHashSize(std::int32_t n) override;
   void RemoveAllExtDB() override { outside_.reset(); }
 
  private:
+  using External = ExternalRecords<T>;
+  External& Outside();
+  External& Known() const { return static_cast<External&>(*outside_); }
+  bool IsTransferred(ITR item) const;
+  /// Where the record of an external key came to be; 0 when it has not come, or is to come again.
+  ITR Transferred(Key external) const;
+  void ForgetLost() const;
+  /// `key` when it is positive and free, otherwise a new one.
+  Key FreeKey(Key key);
+
+  std::unique_ptr<ExternalRecordsBase> outside_;  // an External
+};
+
+template <class T>
+struct ExternalRecords : ExternalRecordsBase {
   /// What became of a record of the external store.
   struct Transfer {
     ITR item;                   ///< in the external store
     RecordStamp record;         ///< in the pool proper, whatever key it has there by now
     std::unique_ptr<T> former;  ///< the pool's record as it was before it was overwritten
-  };
-  struct External {
-    CKeySet<tagTKeyMap> key_map;  ///< external keys to received ones
-    CKeySet<T> store;
-    std::unordered_map<Key, Transfer> transfers;  ///< by external key
-    std::unordered_map<ITR, Key> external_keys;  ///< of transferred items, which have received ones
-    std::unordered_map<Key, ITR> shadowed;       ///< items whose external key another received
-  };
-  External& Outside() {
-    if (!outside_) outside_ = std::make_unique<External>();
-    return *outside_;
-  }
-  bool IsTransferred(ITR item) const { return outside_->external_keys.contains(item); }
-  /// Where a transferred record is; 0 when it has left the pool since, or when one that was
-  /// overwritten is what it was before.
-  ITR Position(const Transfer& transfer) const {
-    const ITR pos = transfer.record.item;
-    if (!this->Set().IsAlive(transfer.record) || KeyedSetBase::IsRemoved(pos)) return 0;
-    const bool undone = transfer.former &&
-                        Differences(T::GetSchema(), *transfer.former, this->GetAtNU(pos)).empty();
-    return undone ? 0 : pos;
-  }
-  /// Where the record of an external key came to be; 0 when it has not come, or is to come again.
-  ITR Transferred(Key external) const {
-    const auto found = outside_->transfers.find(external);
-    if (found == outside_->transfers.end()) return 0;
-    const ITR pos = Position(found->second);
-    if (!pos) ForgetLost();
-    return pos;
-  }
-  void ForgetLost() const;
-  /// `key` when it is positive and free, otherwise a new one.
-  Key FreeKey(Key key) {
-    if (this->IsEmpty()) this->ResetMinMaxKey();
-    return key > 0 && !this->Find(key) ? key : this->GetNewKey();
-  }
 
-  std::unique_ptr<External> outside_;
+    /// Where the record is in its pool; 0 when it has left it since, or when one that was
+    /// overwritten is what it was before.
+    ITR Position(const DPool<T>& pool) const {
+      const ITR pos = record.item;
+      if (!pool.Set().IsAlive(record) || KeyedSetBase::IsRemoved(pos)) return 0;
+      const bool undone = former && Differences(T::GetSchema(), *former, pool.GetAtNU(pos)).empty();
+      return undone ? 0 : pos;
+    }
+  };
+  CKeySet<tagTKeyMap> key_map;  ///< external keys to received ones
+  CKeySet<T> store;
+  std::unordered_map<Key, Transfer> transfers;  ///< by external key
+  std::unordered_map<ITR, Key> external_keys;   ///< of transferred items, which have received ones
+  std::unordered_map<Key, ITR> shadowed;        ///< items whose external key another received
 };
+
+template <class T>
+ExternalRecords<T>& DPoolExtDB<T>::Outside() {
+  if (!outside_) outside_ = std::make_unique<External>();
+  return Known();
+}
+
+template <class T>
+bool DPoolExtDB<T>::IsTransferred(ITR item) const {
+  return Known().external_keys.contains(item);
+}
+
+template <class T>
+ITR DPoolExtDB<T>::Transferred(Key external) const {
+  const auto found = Known().transfers.find(external);
+  if (found == Known().transfers.end()) return 0;
+  const ITR pos = found->second.Position(*this);
+  if (!pos) ForgetLost();
+  return pos;
+}
+
+template <class T>
+Key DPoolExtDB<T>::FreeKey(Key key) {
+  if (this->IsEmpty()) this->ResetMinMaxKey();
+  return key > 0 && !this->Find(key) ? key : this->GetNewKey();
+}
+
+template <class T>
+ITR DPoolExtDB<T>::InsertNUExtDB(const T& record) {
+  return Outside().store.InsertNU(record);
+}
+
+template <class T>
+std::int32_t DPoolExtDB<T>::GetItrListExtDB(TArray<ITR>& out, int sorted) {
+  return Outside().store.GetItrList(out, sorted);
+}
+
+template <class T>
+TStructBase& DPoolExtDB<T>::ExternalAt(ITR item) {
+  return Outside().store.GetAtNU(item);
+}
+
+template <class T>
+void DPoolExtDB<T>::SetExtHashSize(std::int32_t n) {
+  Outside().key_map.SetHashSize(n);
+  Outside().store.SetHashSize(n);
+}
 
 template <class T>
 int DPoolExtDB<T>::SetAtNUExtDB(ITR item, const T& record) {
   if (!Outside().store.SetAtNU(item, record)) return 0;
-  outside_->external_keys.erase(item);
+  Known().external_keys.erase(item);
   return 1;
 }
 
@@ -134,9 +177,9 @@ int DPoolExtDB<T>::SetAtNUExtDB(ITR item, const T& record) {
 /// under their external keys, and in no map. Cost: a walk over what was transferred.
 template <class T>
 void DPoolExtDB<T>::ForgetLost() const {
-  External& outside = *outside_;
+  External& outside = Known();
   for (auto at = outside.transfers.begin(); at != outside.transfers.end();) {
-    if (Position(at->second)) {
+    if (at->second.Position(*this)) {
       ++at;
       continue;
     }
@@ -159,11 +202,11 @@ ITR DPoolExtDB<T>::FindExtDB(Key key, int& external) const {
     external = 0;
     return pos;
   }
-  const ITR item = outside_->store.Find(key);
+  const ITR item = Known().store.Find(key);
   if (!item || !IsTransferred(item)) return item;
   // The new key of a transferred record may be the external key of another.
-  const auto hidden = outside_->shadowed.find(key);
-  return hidden == outside_->shadowed.end() ? 0 : hidden->second;
+  const auto hidden = Known().shadowed.find(key);
+  return hidden == Known().shadowed.end() ? 0 : hidden->second;
 }
 
 template <class T>
