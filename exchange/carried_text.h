@@ -1,5 +1,6 @@
 #pragma once
 // Text that is carried along, put together and taken apart again.
+// Threads: shares nothing; one at a time for each object.
 
 #include <fmt/format.h>
 #include <iterator>

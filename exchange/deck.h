@@ -2,6 +2,7 @@
 // The neutral deck: what every reader fills and every writer of decks is given. The mesh is plain
 // arrays (mesh.h); everything about it is the catalogue's own records, with keys where a model has
 // iterators, so that a deck and a model can say the same.
+// Threads: shares nothing; one at a time for each object. AddDeck and DeckOf: as transfer.h.
 
 #include <optional>
 #include <span>

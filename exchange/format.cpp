@@ -65,7 +65,7 @@ std::string WhatItLooksLike(std::string_view head) {
 Result<std::string> HeadOf(const std::string& path) {
   if (Outcome is_file = CheckIsFile(path); !is_file) return is_file.Error();
   std::ifstream in(PathFromUtf8(path), std::ios::binary);
-  std::string head(4096, '\0');
+  std::string head(65536, '\0');
   in.read(head.data(), static_cast<std::streamsize>(head.size()));
   if (in.bad() || !in.is_open()) {
     return Failure{path, "", "cannot be read", "check its permissions"};
@@ -91,6 +91,11 @@ const Format* FindFormat(std::string_view name) {
   const auto found = std::find_if(formats.begin(), formats.end(),
                                   [&](const Format& format) { return format.name == name; });
   return found == formats.end() ? nullptr : &*found;
+}
+
+bool IsOfFormat(const Format& format, const std::string& path) {
+  const Result<std::string> head = HeadOf(path);
+  return head && format.looks_like && format.looks_like(*head);
 }
 
 Result<const Format*> FormatToRead(const std::string& path) {

@@ -1,6 +1,7 @@
 #pragma once
 // The registry of file formats: what import, export, their help and their documentation derive
 // from. docs/decks.md tells how to add one.
+// Threads: the table is fixed; readers and writers as transfer.h says of its functions.
 
 #include <functional>
 #include <map>
@@ -51,7 +52,8 @@ struct Format {
   std::string_view title;                        ///< "Gmsh mesh (MSH 2.0, 2.2, 4.0, 4.1)"
   std::span<const std::string_view> extensions;  ///< ".msh", lower case
   unsigned capabilities = 0;
-  /// Whether a file that begins so is of the format. Looks at bytes only; null for never.
+  /// Whether a file that begins so, with up to 64 KiB, is of the format; what `write` has
+  /// written must be. Looks at bytes only.
   bool (*looks_like)(std::string_view head) = nullptr;
   /// Reads and checks a file; null for a format that is only written. Of several faults the first
   /// is returned, all of them, up to LossReport::kMostFaults, go to `faults`.
@@ -70,6 +72,9 @@ std::span<const Format> Formats();
 
 /// The format of that name; null for an unknown one.
 const Format* FindFormat(std::string_view name);
+
+/// Whether a file begins as those of the format do; not so where it cannot be read.
+bool IsOfFormat(const Format& format, const std::string& path);
 
 /// The format to read a file with: the one its first bytes look like, or else that of its
 /// extension. Fails in a line that names what the file looks like and which formats are known.

@@ -1,5 +1,6 @@
 #pragma once
 // Elements told apart by the groups they are in, and groups by what they have in common.
+// Threads: shares nothing; one at a time for each object.
 
 #include <cstdint>
 #include <span>

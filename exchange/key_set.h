@@ -1,5 +1,6 @@
 #pragma once
 // A set of keys for checks over whole meshes.
+// Threads: shares nothing; one at a time for each object.
 
 #include <cstdint>
 #include <span>

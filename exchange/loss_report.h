@@ -1,5 +1,6 @@
 #pragma once
 // What a file and a model could not tell each other: one form for both directions.
+// Threads: shares nothing; one at a time for each object.
 
 #include <cstdint>
 #include <string>

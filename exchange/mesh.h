@@ -1,5 +1,6 @@
 #pragma once
 // A mesh between a file and a model: what every reader fills and AddMesh puts into a session.
+// Threads: shares nothing; one at a time for each object. AddMesh: the one that drives the session.
 
 #include <cstddef>
 #include <cstdint>

@@ -1,5 +1,6 @@
 #pragma once
 // Names of groups as names of mesh sets.
+// Threads: shares nothing; one at a time for each object.
 
 #include <map>
 #include <set>

@@ -1,6 +1,8 @@
 #pragma once
 // A file into a session and a session into a file, by the registry: all that import and export do
 // besides opening and saving the model.
+// Threads: one at a time for a session: its owner, who alone may import, or whoever reads a
+// snapshot of it.
 
 #include "exchange/format.h"
 

@@ -1,6 +1,7 @@
 #pragma once
 // The reference application's side of the database: what it answers from its own materials and
 // properties. Operations that it does not override have nothing behind them in this host.
+// Threads: as IAppDB: that of the session asked about.
 
 #include <memory>
 

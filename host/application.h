@@ -1,5 +1,6 @@
 #pragma once
 // The objects that make a process an application of this library.
+// Threads: made and ended on the main thread.
 
 #include "qx_db/callback/callbacks.h"
 

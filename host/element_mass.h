@@ -1,5 +1,6 @@
 #pragma once
 // Sizes and masses of elements from their shape, property and material.
+// Threads: one at a time for a session: its owner, or whoever reads a snapshot of it.
 
 #include <array>
 #include <unordered_map>

@@ -1,5 +1,6 @@
 #pragma once
 // The materials of a structural model.
+// Threads: records are values (TStructBase).
 
 #include <span>
 #include <string_view>

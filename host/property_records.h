@@ -1,5 +1,6 @@
 #pragma once
 // The properties of a structural model: what an element is besides its shape.
+// Threads: records are values (TStructBase).
 
 #include <span>
 #include <string_view>

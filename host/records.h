@@ -1,5 +1,6 @@
 #pragma once
 // Reading and editing records by iterators that may be stale: what the host's answers rest on.
+// Threads: the one that drives the session.
 
 #include <algorithm>
 #include <string_view>

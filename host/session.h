@@ -1,5 +1,6 @@
 #pragma once
 // The kind of model that this host works with.
+// Threads: see CQXDBSession.
 
 #include "qx_db/core/document.h"
 

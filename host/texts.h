@@ -1,6 +1,7 @@
 #pragma once
 // The user texts of the reference host. The English ones stand in texts_en.txt, one line for each
 // resource key; they are compiled in. A translator's file of the same form may go before them.
+// Threads: registered before others start; then any, for catalogues never change.
 
 #include <map>
 #include <string>

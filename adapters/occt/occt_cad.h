@@ -1,5 +1,6 @@
 #pragma once
 // The CAD session on real geometry, read from STEP, IGES and BREP files by Open CASCADE.
+// Threads: a CAD session is for one at a time; reading files from any.
 
 #include <memory>
 #include <string>

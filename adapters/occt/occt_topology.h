@@ -1,5 +1,6 @@
 #pragma once
 // Bodies, faces and edges of a shape under numbers. For the .cpp files of this folder only.
+// Threads: what the CAD session has.
 
 #include <TopTools_IndexedMapOfShape.hxx>
 

@@ -1,5 +1,6 @@
 #pragma once
 // Trying work on outside data where its failure does no harm. For the .cpp files of this folder.
+// Threads: any.
 
 #include <functional>
 

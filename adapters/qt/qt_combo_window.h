@@ -1,5 +1,6 @@
 #pragma once
 // A selection list on a QComboBox.
+// Threads: that of the user interface.
 
 #include <QtCore/QEvent>
 #include <QtCore/QPointer>

@@ -1,5 +1,6 @@
 #pragma once
 // The dialog that asks for the credentials of a proxy.
+// Threads: that of the user interface.
 
 #include <QtCore/QPointer>
 #include <QtWidgets/QDialog>

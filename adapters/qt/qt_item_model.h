@@ -1,5 +1,6 @@
 #pragma once
 // The items of a selection list as Qt's views read them.
+// Threads: that of the user interface.
 
 #include <QtCore/QAbstractListModel>
 #include <span>

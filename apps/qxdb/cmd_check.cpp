@@ -477,7 +477,8 @@ class Check {
 };
 
 Outcome Run(Model& model, const CheckOptions& options, Context& context) {
-  if (Outcome free = CheckOutput(options.vtu, OutputKind::kVtu, options.force, {options.model});
+  if (Outcome free =
+          CheckOutput(options.vtu, *exchange::FindFormat("vtu"), options.force, {options.model});
       !free)
     return free;
   std::vector<Limit> limits(options.limits.size());

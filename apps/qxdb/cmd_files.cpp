@@ -33,6 +33,7 @@ struct ImportOptions {
   std::vector<std::string> include_dirs;
   bool strict = false;
   std::string report;
+  bool force = false;
 };
 
 /// Writes all that was lost, changed and assumed to the report file, if one was asked for.
@@ -132,6 +133,11 @@ void PrintFurtherFaults(const exchange::LossReport& losses) {
 }
 
 Outcome Import(const ImportOptions& options, const Context& context) {
+  if (Outcome free = CheckOutput(options.report, OutputKind::kReport, options.force,
+                                 {options.file, options.model});
+      !free) {
+    return free;
+  }
   Model model(options.model);
   if (Outcome opened = OpenTarget(model, options.target); !opened) return opened;
   CQXDBSession& session = model.session;
@@ -179,37 +185,49 @@ struct ExportOptions {
   std::string report;
 };
 
-Outcome ExportTo(CQXDBSession& session, const ExportOptions& options, exchange::LossReport& losses,
-                 std::string& format_name) {
+/// The format to write; null for a gateway text.
+Result<const exchange::Format*> FormatOf(const ExportOptions& options) {
   const auto named = NamedFormat(options.format);
-  if (!named) return named.AsOutcome();
-  if (!*named && ExtensionOf(options.file) == ".JSON") {
-    format_name = "json";
+  if (!named || (!*named && ExtensionOf(options.file) == ".JSON")) return named;
+  const auto found = *named ? named : exchange::FormatToWrite(options.file);
+  if (found && !(*found)->write) {
+    return Failure{"", "", "'" + std::string((*found)->name) + "' cannot be written",
+                   "name another format"};
+  }
+  return found;
+}
+
+Outcome ExportTo(CQXDBSession& session, const ExportOptions& options,
+                 const exchange::Format* format, exchange::LossReport& losses) {
+  if (!format) {
     // JSON has no word for what is not finite, and null would come back as 0.
     if (Outcome fits = exchange::CheckCanBeWritten(session, options.file); !fits) return fits;
     dbgateway::DataBase document;
     WriteDocument(session, document);
     return document.WriteFile(options.file, true);
   }
-  const auto found = *named ? named : exchange::FormatToWrite(options.file);
-  if (!found) return found.AsOutcome();
-  const exchange::Format& format = **found;
-  format_name = format.name;
-  if (!format.write) {
-    return Failure{"", "", "'" + format_name + "' cannot be written", "name another format"};
-  }
   std::vector<std::string> choices = options.choices;
   if (!options.encoding.empty()) choices.push_back("encoding=" + options.encoding);
-  const auto values = exchange::ParseOptionValues(format.write_options, choices);
+  const auto values = exchange::ParseOptionValues(format->write_options, choices);
   if (!values) return values.AsOutcome();
   ProgressBar bar("Writing " + options.file);
   exchange::ExportOptions write;
-  write.format = &format;
+  write.format = format;
   write.units = options.units;
   write.strict = options.strict;
   write.write.values = *values;
   write.write.progress = [&](double done) { bar.Show(done); };
   return exchange::ExportFile(session, options.file, write, losses);
+}
+
+/// The one rule for what an export writes.
+Outcome CheckOutputs(const ExportOptions& options, const exchange::Format* format) {
+  const std::vector<std::string> read = {options.model};
+  Outcome free = format ? CheckOutput(options.file, *format, options.force, read)
+                        : CheckOutput(options.file, OutputKind::kGateway, options.force, read);
+  if (!free) return free;
+  return CheckOutput(options.report, OutputKind::kReport, options.force,
+                     {options.model, options.file});
 }
 
 /// Extensions that a command takes, that of gateway texts among them.
@@ -261,13 +279,13 @@ std::string Joined(const std::vector<std::string>& words) {
 }
 
 Outcome Export(Model& model, const ExportOptions& options, const Context& context) {
-  Outcome free =
-      CheckOutput(options.file, OutputKindOf(options.file), options.force, {options.model});
-  if (!free) return free;
+  const auto format = FormatOf(options);
+  if (!format) return format.AsOutcome();
+  if (Outcome free = CheckOutputs(options, *format); !free) return free;
   exchange::LossReport losses;
-  std::string format;
-  const Outcome written = ExportTo(model.session, options, losses, format);
-  Outcome told = WriteReport(losses, options.file, format, "export", options.report);
+  const Outcome written = ExportTo(model.session, options, *format, losses);
+  const std::string format_name(*format ? (*format)->name : "json");
+  Outcome told = WriteReport(losses, options.file, format_name, "export", options.report);
   if (!told) return told;
   if (!written) return written;
   std::error_code error;
@@ -301,6 +319,7 @@ void AddImport(Command& app, Context& context) {
   command
       ->Add("--report", &options->report, "File for all that was lost, changed or assumed (JSON)")
       .File({".json"});
+  command->Add("--force", &options->force, "Replace the file of --report, whatever it is");
   command->notes = FormatNotes(true);
 }
 

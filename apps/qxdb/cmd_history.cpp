@@ -88,6 +88,7 @@ Outcome Log(Model& model, const HistoryOptions& options, const Context& context)
   JsonText json;
   json.Begin().Text("model", options.model).Integer("since_save", report.steps);
   json.Bool("closed", report.closed).Bool("unfinished_step", report.unfinished_step);
+  json.Bool("history_cut", report.history_cut);
   json.Text("writer", report.writer);
   json.BeginArray("steps");
   const std::vector<const Step*> steps = AllSteps(session);

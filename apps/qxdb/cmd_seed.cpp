@@ -334,11 +334,15 @@ struct Opened {
 Outcome OpenPart(const SeedOptions& options, Opened& opened) {
   const OutputOptions& output = options.output;
   const std::pair<const std::string&, OutputKind> files[] = {{output.svg, OutputKind::kSvg},
-                                                             {output.points, OutputKind::kPoints},
-                                                             {output.vtu, OutputKind::kVtu}};
+                                                             {output.points, OutputKind::kPoints}};
+  std::vector<std::string> named = {options.model, options.cad};
   for (const auto& [file, kind] : files) {
-    Outcome free = CheckOutput(file, kind, output.force, {options.model, options.cad});
-    if (!free) return free;
+    if (Outcome free = CheckOutput(file, kind, output.force, named); !free) return free;
+    named.push_back(file);
+  }
+  if (Outcome free = CheckOutput(output.vtu, *exchange::FindFormat("vtu"), output.force, named);
+      !free) {
+    return free;
   }
   const CQXDBSession& session = opened.model.session;
   auto cad = OpenCad(options.cad, session);

@@ -11,6 +11,7 @@
 #include "apps/qxdb/completion.h"
 #include "apps/qxdb/manual.h"
 #include "apps/qxdb/model.h"
+#include "apps/qxdb/output.h"
 #include "apps/qxdb/selection.h"
 
 namespace qx::app {
@@ -29,6 +30,7 @@ std::vector<std::string> NamesOf(ValueKind kind) {
 struct ManualOptions {
   std::vector<std::string> command;
   std::string folder;
+  bool force = false;
 };
 
 Outcome PrintManual(const Command& program, const ManualOptions& options) {
@@ -45,8 +47,15 @@ Outcome PrintManual(const Command& program, const ManualOptions& options) {
   }
   std::error_code error;
   std::filesystem::create_directories(PathFromUtf8(options.folder), error);
+  const auto path_of = [&](const ManualPage& page) {
+    return options.folder + "/" + page.name + ".1";
+  };
   for (const ManualPage& page : pages) {
-    const std::string path = options.folder + "/" + page.name + ".1";
+    Outcome free = CheckOutput(path_of(page), OutputKind::kManual, options.force, {});
+    if (!free) return free;
+  }
+  for (const ManualPage& page : pages) {
+    const std::string path = path_of(page);
     if (Outcome written = WriteWholeFile(path, page.text); !written) return written;
   }
   fmt::print("{} pages in {}\n", pages.size(), options.folder);
@@ -79,6 +88,7 @@ void AddManual(Command& app, Context& context) {
   command->Add("--into", &options->folder, "Write all pages into this folder instead")
       .File()
       .Excludes(names);
+  AddForce(*command, options->force);
 }
 
 }  // namespace qx::app

@@ -5,7 +5,6 @@
 #include <string_view>
 
 #include "qx_db/platform/file.h"
-#include "qx_db/platform/text.h"
 
 namespace qx::app {
 namespace {
@@ -13,7 +12,7 @@ namespace {
 namespace fs = std::filesystem;
 
 std::string HeadOf(const std::string& path) {
-  std::string head(1024, '\0');
+  std::string head(std::size_t{64} << 10, '\0');
   std::ifstream in(PathFromUtf8(path), std::ios::binary);
   in.read(head.data(), static_cast<std::streamsize>(head.size()));
   head.resize(static_cast<std::size_t>(in.gcount()));
@@ -46,10 +45,6 @@ bool Begins(OutputKind kind, const std::string& path) {
   switch (kind) {
     case OutputKind::kGateway:
       return IsTableName(FirstName(head));
-    case OutputKind::kMsh:
-      return head.starts_with("$MeshFormat");
-    case OutputKind::kVtu:
-      return head.find("<VTKFile type=\"UnstructuredGrid\"") != std::string::npos;
     case OutputKind::kSvg:
       return head.starts_with("<svg ");
     case OutputKind::kHtml:
@@ -60,34 +55,41 @@ bool Begins(OutputKind kind, const std::string& path) {
       return head.starts_with("QXDBREC1");
     case OutputKind::kPoints:
       return FirstName(head) == "edges";
+    case OutputKind::kReport:
+      return FirstName(head) == "file" && head.find("\"direction\": ") != std::string::npos &&
+             head.find("\"lossless\": ") != std::string::npos;
+    case OutputKind::kManual:
+      return head.starts_with(".TH ");
   }
   return false;
 }
 
 }  // namespace
 
-OutputKind OutputKindOf(const std::string& path) {
-  const std::string extension = AsciiUpper(Utf8FromPath(PathFromUtf8(path).extension()));
-  return extension == ".MSH"   ? OutputKind::kMsh
-         : extension == ".VTU" ? OutputKind::kVtu
-                               : OutputKind::kGateway;
+Outcome CheckOutput(const std::string& output, OutputKind kind, bool force,
+                    const std::vector<std::string>& others) {
+  return CheckOutput(
+      output, [kind](const std::string& path) { return Begins(kind, path); }, force, others);
 }
 
-Outcome CheckOutput(const std::string& output, OutputKind kind, bool force,
-                    const std::vector<std::string>& inputs) {
+Outcome CheckOutput(const std::string& output, const exchange::Format& format, bool force,
+                    const std::vector<std::string>& others) {
   return CheckOutput(
-      output, [kind](const std::string& path) { return Begins(kind, path); }, force, inputs);
+      output, [&](const std::string& path) { return exchange::IsOfFormat(format, path); }, force,
+      others);
 }
 
 Outcome CheckOutput(const std::string& output,
                     const std::function<bool(const std::string&)>& is_kind, bool force,
-                    const std::vector<std::string>& inputs) {
+                    const std::vector<std::string>& others) {
   if (output.empty()) return {};
   const fs::path path = PathFromUtf8(output);
   std::error_code error;
-  for (const std::string& input : inputs) {
-    if (input.empty() || !fs::equivalent(path, PathFromUtf8(input), error)) continue;
-    return Failure{output, "", "is read by this command and would be overwritten",
+  for (const std::string& other : others) {
+    if (other.empty()) continue;
+    if (!IsSamePlace(output, other) && !fs::equivalent(path, PathFromUtf8(other), error)) continue;
+    return Failure{output, "",
+                   "is read by this command, or written by it before, and would be overwritten",
                    "name another file"};
   }
   if (fs::is_directory(path, error)) {

@@ -1,5 +1,6 @@
 #pragma once
 // Gathers what the sections of a MSH file say into a mesh.
+// Threads: shares nothing; one at a time for each object.
 
 #include <array>
 #include <cstdint>

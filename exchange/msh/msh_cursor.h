@@ -1,5 +1,6 @@
 #pragma once
 // Reads the bytes of a MSH file front to back: sections, text, and numbers as the file stores them.
+// Threads: shares nothing; one at a time for each object.
 
 #include <cstdint>
 #include <optional>

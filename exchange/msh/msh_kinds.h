@@ -1,5 +1,6 @@
 #pragma once
 // The element kinds of MSH files and what becomes of them.
+// Threads: any; the tables never change.
 
 #include <cstdint>
 #include <optional>

@@ -1,5 +1,6 @@
 #pragma once
 // What of a model goes into a MSH file: cells, sets with their tags, and the entities they lie on.
+// Threads: shares nothing; one at a time for each object.
 
 #include <array>
 #include <cstdint>

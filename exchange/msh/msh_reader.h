@@ -1,5 +1,6 @@
 #pragma once
 // Gmsh MSH files, versions 2.0 to 2.2, 4.0 and 4.1, ASCII and binary.
+// Threads: functions from any; a session given is read or filled as transfer.h says.
 
 #include <string>
 #include <string_view>

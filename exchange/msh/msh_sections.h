@@ -1,5 +1,6 @@
 #pragma once
 // The sections of MSH files, one function each, by version of the format.
+// Threads: shares nothing; one at a time for each object.
 
 #include "exchange/msh/msh_builder.h"
 #include "exchange/msh/msh_cursor.h"

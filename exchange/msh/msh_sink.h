@@ -1,5 +1,6 @@
 #pragma once
 // Writes numbers as a MSH file stores them, in text or binary.
+// Threads: shares nothing; one at a time for each object.
 
 #include <cstdint>
 #include <fmt/format.h>

@@ -1,5 +1,6 @@
 #pragma once
 // The sections of a written MSH file, by version of the format.
+// Threads: shares nothing; one at a time for each object.
 
 #include "exchange/msh/msh_model.h"
 #include "exchange/msh/msh_sink.h"

@@ -1,5 +1,6 @@
 #pragma once
 // Gmsh MSH files, versions 4.1 and 2.2.
+// Threads: functions from any; a session given is read or filled as transfer.h says.
 
 #include "exchange/mesh.h"
 

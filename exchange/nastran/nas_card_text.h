@@ -1,5 +1,6 @@
 #pragma once
 // The cards of a deck's records, written.
+// Threads: shares nothing; one at a time for each object.
 
 #include <map>
 #include <string>

@@ -1,5 +1,6 @@
 #pragma once
 // The text of a Nastran deck taken apart: files and what they include, cards and their fields.
+// Threads: shares nothing; one at a time for each object.
 
 #include <cstdint>
 #include <optional>

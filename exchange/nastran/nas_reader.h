@@ -1,5 +1,6 @@
 #pragma once
 // Nastran bulk data into a deck.
+// Threads: functions from any; a session given is read or filled as transfer.h says.
 
 #include "exchange/format.h"
 #include "exchange/nastran/nas_cards.h"

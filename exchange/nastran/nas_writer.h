@@ -1,5 +1,6 @@
 #pragma once
 // A session as Nastran bulk data.
+// Threads: functions from any; a session given is read or filled as transfer.h says.
 
 #include "exchange/format.h"
 

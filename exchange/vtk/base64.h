@@ -1,5 +1,6 @@
 #pragma once
 // Base64 (RFC 4648) of a stream of bytes.
+// Threads: shares nothing; one at a time for each object.
 
 #include <cstdint>
 #include <string>

@@ -1,5 +1,6 @@
 #pragma once
 // The file side of a VTK XML unstructured grid: declarations and streams of arrays.
+// Threads: shares nothing; one at a time for each object.
 
 #include <functional>
 #include <ostream>

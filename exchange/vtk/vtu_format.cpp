@@ -11,6 +11,11 @@ constexpr FormatOption kWriteOptions[] = {
     {"encoding", "base64, raw, inline, ascii", "how arrays are stored"},
 };
 
+bool LooksLike(std::string_view head) {
+  return head.find("<VTKFile ") != std::string_view::npos &&
+         head.find("UnstructuredGrid") != std::string_view::npos;
+}
+
 Outcome Write(CQXDBSession& session, const std::string& path, const WriteOptions& options,
               LossReport& report) {
   const std::string_view name = ValueOf(options.values, kWriteOptions, "encoding");
@@ -29,6 +34,7 @@ Format VtuFormat() {
   format.title = "VTK XML unstructured grid";
   format.extensions = kExtensions;
   format.capabilities = capability::kElements | capability::kSets;
+  format.looks_like = LooksLike;
   format.write = Write;
   format.write_options = kWriteOptions;
   return format;

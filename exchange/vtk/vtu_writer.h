@@ -1,5 +1,6 @@
 #pragma once
 // VTK XML unstructured grids, for every tool that reads VTK files.
+// Threads: functions from any; a session given is read or filled as transfer.h says.
 
 #include "exchange/mesh.h"
 

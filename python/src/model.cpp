@@ -78,6 +78,7 @@ py::dict ReportOf(const Handle& handle) {
   out["steps_since_save"] = report.steps;
   out["closed"] = report.closed;
   out["unfinished_step"] = report.unfinished_step;
+  out["history_cut"] = report.history_cut;
   out["writer"] = report.writer;
   out["unresolved_references"] = report.UnresolvedReferences();
   return out;

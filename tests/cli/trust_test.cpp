@@ -5,6 +5,7 @@
 #include "qx_db/platform/text.h"
 #include "qx_db/qx_db.h"
 
+#include "exchange/format.h"
 #include "tests/cli/cli_fixture.h"
 
 namespace qx {
@@ -58,41 +59,94 @@ TEST_F(Cli, NamesOfFilesAreNamesOfFiles) {
   EXPECT_EQ(long_name.err.find("backup"), std::string::npos) << long_name.err;
 }
 
+const std::string kSteel =
+    "*Steel\nS235|210000|0.3|81000|1.2e-5|7.7e-5|7.85e-6|0|20|0.05|440|0|360|0|0|0|235\n";
+
+/// A command that writes a file.
+struct Writing {
+  std::string command;  ///< up to what names the file
+  std::string name;     ///< of the file
+  std::string argument = name;
+  bool draws = false;  ///< with a browser, which is not asked to here
+};
+
 TEST_F(Cli, AFileOfAnotherKindIsReplacedOnlyByForce) {
   ASSERT_EQ(Qxdb("import good.msh m.qxm").code, 0);
   ASSERT_EQ(Qxdb("import good.msh other.qxm").code, 0);
+  Write("steel.txt", kSteel);
   const std::string model = *ReadWholeFile(Path("other.qxm"));
-  struct Case {
-    const char* command;  // before the name of the file
-    const char* name;
-    const char* after;
+  std::vector<Writing> cases = {
+      {"gateway write m.qxm", "o.json"},
+      {"pool export m.qxm node", "o.qxr"},
+      {"check m.qxm --vtu", "o.vtu"},
+      {"axes m.qxm all --svg", "o.svg"},
+      {"edit renumber m.qxm node all --dry-run --write-map", "o.json"},
+      {"import-model other.qxm m.qxm --dry-run --key-map", "o.json"},
+      {"export m.qxm e.vtu --report", "o.json"},
+      {"import good.msh m.qxm --replace --report", "o.json"},
+      {"material convert steel.txt", "o.gdbp"},
+      {"manual --into", "pages/qxdb.1", "pages"},
+#ifdef QX_HAS_VIEWER
+      {"view m.qxm --html", "o.html"},
+      {"picture m.qxm", "o.png", "o.png", true},
+#endif
   };
-  const Case cases[] = {
-      {"gateway write m.qxm", "o.json", ""},
-      {"pool export m.qxm node", "o.qxr", ""},
-      {"export m.qxm", "o.vtu", ""},
-      {"export m.qxm", "o.msh", ""},
-      {"export m.qxm", "o.json", ""},
-      {"check m.qxm --vtu", "o.vtu", ""},
-      {"axes m.qxm all --svg", "o.svg", ""},
-      {"edit renumber m.qxm node all --dry-run --write-map", "o.json", ""},
-      {"import-model other.qxm m.qxm --dry-run --key-map", "o.json", ""},
-  };
-  for (const Case& c : cases) {
-    const std::string command = std::string(c.command) + " " + c.name + c.after;
+  for (const exchange::Format& format : exchange::Formats()) {
+    for (const std::string_view extension : format.extensions) {
+      if (!format.write) continue;
+      cases.push_back({"export m.qxm", "o" + std::string(extension)});
+    }
+    if (!format.write) continue;
+    cases.push_back({"export m.qxm --format " + std::string(format.name), "o.any"});
+    cases.push_back({"export m.qxm --strict", "o" + std::string(format.extensions[0])});
+  }
+  cases.push_back({"export m.qxm", "o.json"});
+#ifdef QX_HAS_OCCT
+  const std::string joint = QX_SOURCE_DIR "/examples/joint.step";
+  ASSERT_EQ(Qxdb("geom " + joint + " seeds.qxm").code, 0);
+  const std::string seed = "seed show seeds.qxm " + joint;
+  for (const char* option : {" --svg", " --points", " --vtu"}) {
+    cases.push_back({seed + option, std::string("o.") + (option + 3)});
+  }
+#endif
+  std::filesystem::create_directory(Path("pages"));
+  for (const Writing& c : cases) {
+    const std::string command = c.command + " " + c.argument;
     for (const std::string& mine :
          {std::string("my notes\n"), std::string("{\"name\": 1}"), model}) {
       Write(c.name, mine);
       const Ran refused = Qxdb(command);
       EXPECT_EQ(refused.code, 1) << command << refused.out;
-      EXPECT_NE(refused.err.find("--force"), std::string::npos) << refused.err;
+      EXPECT_NE(refused.err.find("--force"), std::string::npos) << command << refused.err;
       EXPECT_TRUE(*ReadWholeFile(Path(c.name)) == mine) << command;
     }
+    if (c.draws) continue;
+    // What the format cannot hold is refused by --strict, and then nothing is replaced.
     const Ran forced = Qxdb(command + " --force");
-    EXPECT_EQ(forced.code, 0) << command << forced.err;
-    EXPECT_EQ(Qxdb(command).code, 0) << command << ", over what it wrote itself";
+    if (forced.code != 0 && command.find("--strict") != std::string::npos) {
+      EXPECT_TRUE(*ReadWholeFile(Path(c.name)) == model) << command;
+    } else {
+      EXPECT_EQ(forced.code, 0) << command << forced.err;
+      EXPECT_EQ(Qxdb(command).code, 0) << command << ", over what it wrote itself";
+      std::filesystem::remove(Path(c.name));
+      EXPECT_EQ(Qxdb(command).code, 0) << command;
+    }
     std::filesystem::remove(Path(c.name));
-    EXPECT_EQ(Qxdb(command).code, 0) << command;
+  }
+}
+
+TEST_F(Cli, NoOutputIsWrittenOverAnotherOfTheSameCommand) {
+  ASSERT_EQ(Qxdb("import good.msh m.qxm").code, 0);
+  const std::string model = *ReadWholeFile(Path("m.qxm"));
+  for (const char* command :
+       {"export m.qxm o.json --report ./o.json --force", "export m.qxm m.qxm --format msh --force",
+        "export m.qxm o.msh --report m.qxm --force", "gateway write m.qxm ./m.qxm --force",
+        "import good.msh m.qxm --replace --report m.qxm --force",
+        "import good.msh m.qxm --replace --report good.msh --force"}) {
+    const Ran run = Qxdb(command);
+    EXPECT_EQ(run.code, 1) << command;
+    EXPECT_NE(run.err.find("would be overwritten"), std::string::npos) << command << run.err;
+    EXPECT_TRUE(*ReadWholeFile(Path("m.qxm")) == model) << command;
   }
 }
 

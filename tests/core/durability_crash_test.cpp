@@ -119,6 +119,70 @@ TEST(Crash, ReopensAsOfTheLastAcknowledgedStep) {
   EXPECT_GT(unfinished, points / 100) << "the disk tore too little";
 }
 
+// A step too large to be written twice goes behind the end of the file, in an order of its own.
+TEST(Crash, ALargeStepArrivesWholeOrNotAtAll) {
+  const ScratchFolder folder;
+  const std::string path = folder.Path("crashed.qxm");
+  const std::string left = folder.Path("left.qxm");
+  const auto insert = [](CQXDBSession& session, Key first, Key count) {
+    CTransaction transaction(&session);
+    transaction.Begin(u"Insert");
+    tagTNode node;
+    for (node.key = first; node.key < first + count; ++node.key) {
+      session.GetPool<DPoolNode>(code::kNode)->InsertNU(node);
+    }
+    return transaction.Commit();
+  };
+  std::vector<TestDisk::Event> log;
+  std::vector<Acknowledged> told;
+  {
+    TestDisk disk;
+    disk.Record();
+    CQXDocBase document(SetUpSmallModel);
+    CQXDBSession& session = *document.GetDBSession();
+    ASSERT_EQ(document.SaveAs(path).Line(), "");
+    ASSERT_EQ(document.KeepSteps().Line(), "");
+    Key next = 1;
+    for (const Key count : {1, 5500, 1, 5600}) {
+      told.push_back({disk.Recorded(), session.StateHash(), 0});
+      ASSERT_EQ(insert(session, next, count), 1);
+      next += count;
+    }
+    told.push_back({disk.Recorded(), session.StateHash(), 0});
+    log = disk.Log();
+  }
+  std::mt19937 random(3);
+  CrashedDisk crashed(log);
+  TestDisk quick;  // which syncs at once
+  std::size_t last = 0;
+  int arrived = 0;
+  for (std::size_t event = told[0].event; event <= log.size(); ++event) {
+    crashed.PlayTo(event);
+    while (last + 1 < told.size() && told[last + 1].event <= event) ++last;
+    for (int variant = 0; variant < 12; ++variant) {
+      const auto bytes = crashed.Leftover(path, random);
+      ASSERT_TRUE(bytes);
+      WriteBytes(left, *bytes);
+      CQXDocBase reader(SetUpSmallModel);
+      ASSERT_EQ(reader.OpenForEditing(left).Line(), "") << "event " << event;
+      CQXDBSession& found = *reader.GetDBSession();
+      const bool before = found.StateHash() == told[last].state;
+      ASSERT_TRUE(before || (last + 1 < told.size() && found.StateHash() == told[last + 1].state))
+          << "event " << event;
+      arrived += !before;
+      if (variant > 1) continue;
+      // What is written next takes the place of what did not arrive.
+      ASSERT_EQ(insert(found, 100000, variant ? 6000 : 1), 1)
+          << reader.Keeper()->Fault().Line();
+      const std::uint64_t state = found.StateHash();
+      reader.Release();
+      ASSERT_EQ(reader.Open(left).Line(), "") << "event " << event;
+      ASSERT_EQ(found.StateHash(), state);
+    }
+  }
+  EXPECT_GT(arrived, 0) << "no step arrived that was not acknowledged yet";
+}
+
 // ---- failing disks ------------------------------------------------------------------------------
 
 TEST(Crash, EveryFailingOperationLeavesModelAndFileGood) {

@@ -175,6 +175,46 @@ TEST_F(TrustTest, ARefusedStepDoesNotComeBack) {
   }
 }
 
+TEST_F(TrustTest, AFileClosedRightAfterALargeStepOpensAgain) {
+  const std::string path = Path("large.qxm");
+  TestDisk disk;  // which syncs at once
+  // Frames that fit, that take new room, and that go beyond the end, by a block more or less.
+  for (const Key count : {1, 1300, 5370, 5455, 5540, 9000}) {
+    for (const bool killed : {false, true}) {
+      SCOPED_TRACE(std::to_string(count) + (killed ? " nodes, killed" : " nodes, closed"));
+      fs::remove(path);
+      const auto document = Kept(path, 1);
+      CQXDBSession& session = *document->GetDBSession();
+      const auto insert = [&](Key first) {
+        CTransaction transaction(&session);
+        transaction.Begin(u"Insert");
+        tagTNode node;
+        for (node.key = first; node.key < first + count; ++node.key) {
+          session.GetPool<DPoolNode>(code::kNode)->InsertNU(node);
+        }
+        return transaction.Commit();
+      };
+      for (const Key first : {100, 100000}) {
+        ASSERT_EQ(insert(first), 1) << document->Keeper()->Fault().Line();
+        if (killed) {
+          fs::copy_file(path, Path("killed.qxm"), fs::copy_options::overwrite_existing);
+          EXPECT_EQ(StateAt(Path("killed.qxm")), session.StateHash());
+          continue;
+        }
+        document->Release();
+        ASSERT_EQ(document->OpenForEditing(path).Line(), "");
+      }
+      const std::uint64_t state = session.StateHash();
+      EXPECT_EQ(session.Undo(), 1);
+      EXPECT_EQ(session.Undo(), 1);
+      EXPECT_EQ(session.Redo(), 1);
+      EXPECT_EQ(session.Redo(), 1);
+      document->Release();
+      EXPECT_EQ(StateAt(path), state);
+    }
+  }
+}
+
 // ---- readers beside a writer --------------------------------------------------------------------
 
 TEST_F(TrustTest, ReadersBesideABusyWriterAreToldOfNoDamage) {
@@ -427,6 +467,61 @@ void SealAll(std::string& bytes) {
   }
 }
 
+TEST_F(TrustTest, StepsToTwoRecordsWithOneKeyAreFoundOnOpening) {
+  const std::string path = Path("shared.qxm");
+  // A commit, undone since, so that only doing it again would lead there.
+  {
+    const auto document = Kept(path, 3);
+    EXPECT_EQ(InsertNode(*document->GetDBSession(), 0x4D4D4D4D), 1);
+    EXPECT_EQ(document->GetDBSession()->Undo(), 1);
+  }
+  std::string bytes = BytesOf(path);
+  int forged = 0;
+  for (std::size_t at = 0; (at = bytes.find("MMMM", at)) != std::string::npos; ++forged) {
+    bytes.replace(at, 4, std::string("\2\0\0\0", 4));
+  }
+  ASSERT_GE(forged, 2) << "the change and the image name the key";
+  SealAll(bytes);
+  WriteBytes(path, bytes);
+  CQXDocBase reader(SetUpSmallModel);
+  const std::string said = reader.Open(path).Line();
+  EXPECT_NE(said.find("gives two records of NODE the key 2"), std::string::npos) << said;
+
+  // A past that went through such a state: it ends there, and that is told.
+  CQXDocBase document(SetUpSmallModel);
+  CQXDBSession& session = *document.GetDBSession();
+  auto& nodes = *session.GetPool<DPoolNode>(code::kNode);
+  const auto rekey = [&](ITR pos, Key key) {
+    CTransaction transaction(&session);
+    transaction.Begin(u"Key");
+    tagTNode node = nodes.GetAtNU(pos);
+    node.key = key;
+    nodes.SetAtNU(pos, node);
+    return transaction.Commit();
+  };
+  InsertNode(session, 1);
+  InsertNode(session, 2);
+  const ITR second = nodes.Find(2);
+  ASSERT_EQ(rekey(second, 1), 1);
+  ASSERT_EQ(rekey(second, 3), 1);
+  InsertNode(session, 4);
+  ASSERT_EQ(document.SaveAs(path).Line(), "");
+  ASSERT_EQ(session.History().Done().size(), 5u);
+  ModelFileReport report;
+  ASSERT_EQ(reader.OpenForEditing(path, {}, &report).Line(), "");
+  EXPECT_TRUE(report.history_cut);
+  CQXDBSession& read = *reader.GetDBSession();
+  EXPECT_EQ(read.StateHash(), session.StateHash());
+  EXPECT_EQ(read.History().Done().size(), 1u) << "nothing leads to the shared key";
+  // What is left of the history is one like any other, also in the file.
+  EXPECT_EQ(InsertNode(read, 5), 1);
+  while (read.Undo()) EXPECT_EQ(read.Validate(), "");
+  while (read.Redo()) EXPECT_EQ(read.Validate(), "");
+  const std::uint64_t state = read.StateHash();
+  reader.Release();
+  EXPECT_EQ(StateAt(path), state);
+}
+
 TEST_F(TrustTest, BytesThatAStrangerChangedAndSealedDoNoHarm) {
   const std::string path = Path("stranger.qxm");
   {
@@ -524,6 +619,62 @@ TEST_F(TrustTest, LeftoversOfKilledSavesAreCleanedUpByTheNextWriter) {
                                              "left.qxm.notes.new",
                                              "other.qxm.0123456789abcdef.new"};
   EXPECT_EQ(Names(), expected);
+}
+
+TEST_F(TrustTest, LeftoversOfKilledExportsAreCleanedUpByTheNextWriter) {
+  const std::string path = Path("left.vtu");
+  const pid_t child = fork();
+  if (child == 0) {
+    const Outcome never = WriteFileBy(path, [](std::ostream& out) {
+      out << std::string(100000, 'x') << std::flush;
+      kill(getpid(), SIGKILL);
+    });
+    _exit(1);
+  }
+  int status = 0;
+  waitpid(child, &status, 0);
+  ASSERT_TRUE(WIFSIGNALED(status));
+  ASSERT_EQ(Names().size(), 1u) << "the kill left nothing";
+  WriteBytes(path + ".0123456789abcdef.new.fedcba9876543210.new", "of one that was strict");
+  WriteBytes(path + ".0123456789abcdef.new.fedcba98765432.new", "the user's own");
+  WriteBytes(Path("victim"), "precious");
+  fs::create_symlink(Path("victim"), path + ".00000000000000aa.new");
+  fs::create_directory(path + ".00000000000000bb.new");
+  WriteBytes(path + ".00000000000000cc.new", "being written");
+  const int held = open((path + ".00000000000000cc.new").c_str(), O_RDONLY);
+  ASSERT_EQ(flock(held, LOCK_EX), 0);
+  ASSERT_EQ(WriteWholeFile(path, "text").Line(), "");
+  close(held);
+  const std::vector<std::string> expected = {"left.vtu",
+                                             "left.vtu.00000000000000aa.new",
+                                             "left.vtu.00000000000000bb.new",
+                                             "left.vtu.00000000000000cc.new",
+                                             "left.vtu.0123456789abcdef.new.fedcba98765432.new",
+                                             "victim"};
+  EXPECT_EQ(Names(), expected);
+  EXPECT_EQ(BytesOf(Path("victim")), "precious");
+}
+
+TEST_F(TrustTest, WritersOfOneFileLeaveEachOtherAlone) {
+  const std::string path = Path("shared.json");
+  std::vector<pid_t> children;
+  for (int i = 0; i < 4; ++i) {
+    children.push_back(fork());
+    if (children.back() != 0) continue;
+    TestDisk disk;  // which syncs at once
+    bool written = true;
+    for (int round = 0; round < 500 && written; ++round) {
+      written = static_cast<bool>(WriteWholeFile(path, std::string(3000, 'x')));
+    }
+    _exit(written ? 0 : 1);
+  }
+  for (const pid_t child : children) {
+    int status = 0;
+    waitpid(child, &status, 0);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+  }
+  EXPECT_EQ(Names(), std::vector<std::string>{"shared.json"});
+  EXPECT_EQ(BytesOf(path), std::string(3000, 'x'));
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// The layers stay in order and the include graph stays free of cycles.
+// The layers stay in order, the include graph stays free of cycles, and headers say their threads.
 
 #include <filesystem>
 #include <fstream>
@@ -87,6 +87,26 @@ TEST(IncludeGraph, FoldersIncludeOnlyWhatStandsBelowThem) {
       EXPECT_LE(LayerOf(target), LayerOf(file)) << file << " includes " << target;
     }
   }
+}
+
+TEST(Headers, SayWhatMayBeCalledFromWhichThread) {
+  const fs::path root = QX_SOURCE_DIR;
+  int headers = 0;
+  for (const char* top : {"src/qx_db", "exchange", "host", "adapters/occt", "adapters/qt"}) {
+    for (fs::recursive_directory_iterator entry(root / top), end; entry != end; ++entry) {
+      // Of the formats each has headers of its own, which exchange/format.h speaks for.
+      if (entry->is_directory() &&
+          (top == std::string("exchange") || entry->path().filename() == "include")) {
+        entry.disable_recursion_pending();
+      }
+      if (entry->path().extension() != ".h" || entry->path().filename() == "qx_db.h") continue;
+      std::ifstream in(entry->path());
+      const std::string text(std::istreambuf_iterator<char>(in), {});
+      EXPECT_NE(text.find("Threads:"), std::string::npos) << entry->path();
+      ++headers;
+    }
+  }
+  EXPECT_GT(headers, 100);
 }
 
 TEST(IncludeGraph, HasNoCycle) {

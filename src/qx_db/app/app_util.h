@@ -31,7 +31,7 @@ struct Tensor3 {
 ///
 /// A system of 0 is the global one. All return 1; or 0, with the output untouched, for a system
 /// that was removed, has no axes or is of no known type, and for a number that is not finite. The
-/// session is not owned and must outlive this. For the session's thread.
+/// session is not owned and must outlive this. Threads: that of the session.
 class QXDB_API CQXAppUtil {
  public:
   enum class Units { kModel, kCurrent };

@@ -1,5 +1,6 @@
 #pragma once
 // From iterators to elements and node positions, without a lookup: an iterator is an address.
+// Threads: one at a time for a session: its owner, or whoever reads a snapshot of it.
 
 #include <cstdint>
 

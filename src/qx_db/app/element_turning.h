@@ -1,5 +1,6 @@
 #pragma once
 // Turning elements over, and what other records tell of their sides with them.
+// Threads: the one that drives the session.
 
 #include <cstdint>
 #include <span>

@@ -1,5 +1,6 @@
 #pragma once
 // Lengths, areas, volumes and moments of elements from their corners.
+// Threads: one at a time for a session: its owner, or whoever reads a snapshot of it.
 
 #include "qx_db/app/point3.h"
 #include "qx_db/app/topology_table.h"

@@ -2,6 +2,7 @@
 // How faces are cut into triangles for their areas. There are two ways on purpose: one for the
 // face of an element by its number of nodes, one for a surface element by its type. They cut the
 // same shapes differently, and areas of warped faces that hosts have stored depend on both.
+// Threads: any; nothing is kept between calls.
 
 #include <array>
 #include <cstdint>

@@ -1,5 +1,6 @@
 #pragma once
 // How the elements of a mesh meet: shared and free sides, orientation, parts, duplicates.
+// Threads: one at a time for a session: its owner, or whoever reads a snapshot of it.
 
 #include <cstdint>
 #include <span>

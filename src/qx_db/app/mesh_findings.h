@@ -1,5 +1,6 @@
 #pragma once
 // What is wrong with a mesh, found in one go.
+// Threads: one at a time for a session: its owner, or whoever reads a snapshot of it.
 
 #include <string_view>
 #include <vector>

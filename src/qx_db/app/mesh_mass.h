@@ -1,5 +1,6 @@
 #pragma once
 // Mass, centre and inertia of a mesh by property.
+// Threads: one at a time for a session: its owner, or whoever reads a snapshot of it.
 
 #include <cstdint>
 #include <optional>

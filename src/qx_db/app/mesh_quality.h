@@ -1,5 +1,6 @@
 #pragma once
 // How well elements are shaped: measures after the Verdict library's report (docs/mesh-quality.md).
+// Threads: one at a time for a session: its owner, or whoever reads a snapshot of it.
 
 #include <limits>
 #include <optional>

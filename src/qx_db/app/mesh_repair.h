@@ -1,5 +1,6 @@
 #pragma once
 // Mending a mesh: orientation, duplicates, nodes that nothing uses.
+// Threads: the one that drives the session.
 
 #include <cstdint>
 #include <optional>

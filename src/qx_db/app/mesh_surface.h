@@ -1,5 +1,6 @@
 #pragma once
 // What of a mesh is seen from outside: faces, lines, points.
+// Threads: one at a time for a session: its owner, or whoever reads a snapshot of it.
 
 #include <array>
 #include <cstdint>

@@ -1,5 +1,6 @@
 #pragma once
 // Points and directions in space for the measures of elements: more of lib/math.h.
+// Threads: any; nothing is kept between calls.
 
 #include "qx_db/lib/math.h"
 #include "qx_db/record/values.h"

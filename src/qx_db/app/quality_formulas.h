@@ -2,6 +2,7 @@
 // The formulas behind the quality measures, a function each. Names and formulas follow C. J.
 // Stimpson, C. D. Ernst, P. Knupp, P. P. Pebay, D. Thompson: The Verdict Geometric Quality Library,
 // SAND2007-1751; what goes beyond it is said at the function.
+// Threads: any; nothing is kept between calls.
 
 #include "qx_db/app/point3.h"
 #include "qx_db/app/topology_table.h"

@@ -1,5 +1,6 @@
 #pragma once
 // The nodes of one side of an element.
+// Threads: values: one at a time for each object.
 
 #include <array>
 #include <span>

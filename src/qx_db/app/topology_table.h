@@ -1,6 +1,7 @@
 #pragma once
 // How the element types are put together: nodes, edges and faces by type code. One constant table
 // answers every question; its words are numbered because hosts read it by number.
+// Threads: any; the tables never change.
 
 #include <cstddef>
 #include <cstdint>

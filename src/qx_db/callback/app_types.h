@@ -1,6 +1,7 @@
 #pragma once
 // What the callback interfaces take from the application: types that are its own, declared only,
 // and small plain structures that both sides must agree on.
+// Threads: values: one at a time for each object.
 
 #include <cstdint>
 

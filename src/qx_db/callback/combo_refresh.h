@@ -1,5 +1,6 @@
 #pragma once
 // How selection lists hear of changes: IUpdateDB refreshes them by family.
+// Threads: that of the user interface. A refresh is set before it starts.
 
 #include <cstdint>
 #include <span>

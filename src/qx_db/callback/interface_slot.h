@@ -14,7 +14,7 @@ enum class Registration {
 
 /// Base of an interface `I` with a slot. Registering is what the constructor does; copies copy
 /// nothing and do not register, but their end empties a kLastWins slot like any other's.
-/// Plain pointers without a lock: register on the main thread before any model work.
+/// Threads: plain pointers without a lock; register on the main thread before any model work.
 template <class I, Registration Rule>
 class QXDB_API CallbackSlot {
  public:

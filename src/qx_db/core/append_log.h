@@ -1,5 +1,6 @@
 #pragma once
 // A vector of plain values that grows without copying where the system can remap pages.
+// Threads: shares nothing; one at a time for each object.
 
 #include <algorithm>
 #include <cstddef>

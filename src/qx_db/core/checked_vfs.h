@@ -4,6 +4,7 @@
 // SQLite knows nothing of paths here: it reads and writes through a file that is open already, of
 // which it is shown the pages. So what else is in the folder (journals, logs of its own) and what a
 // name looks like cannot matter, and the file that was checked is the one that is read.
+// Threads: any, for a file each; the layer below SQLite is set up once.
 
 #include <cstdint>
 #include <string>

@@ -1,5 +1,6 @@
 #pragma once
 // Records of one pool as a stream of images, each behind its length, keys for references.
+// Threads: reading, any number while none changes the session; filling, the one that drives it.
 
 #include <cstdint>
 #include <span>

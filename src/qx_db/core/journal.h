@@ -6,6 +6,8 @@
 // its former neighbours in it. A modification keeps the record's image before and after. Images
 // in the journal hold iterators, which is sound because no record they point to is freed while
 // the journal holds it; keys take their place only where an image leaves the process.
+// Threads: a session's, on the thread that drives it; what is const, any number while none changes
+// it.
 
 #include <cstdint>
 #include <deque>

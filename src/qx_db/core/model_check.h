@@ -1,5 +1,6 @@
 #pragma once
 // What must be true of the records of a model as a whole, whoever wrote them.
+// Threads: any number while none changes the session.
 
 #include <cstdint>
 #include <map>

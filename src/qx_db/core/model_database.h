@@ -1,6 +1,7 @@
 #pragma once
 // The database in a model file: its tables, and statements over them. docs/model-file.md has its
 // form.
+// Threads: shares nothing; one at a time for each object.
 
 #include <cstdint>
 #include <memory>

@@ -1,5 +1,6 @@
 #pragma once
 // What distinguishes two models.
+// Threads: any number while none changes the session.
 
 #include <cstdint>
 #include <vector>

@@ -106,8 +106,10 @@ ModelContinuation::~ModelContinuation() = default;
 
 namespace {
 
-/// Says what a crash has left, unless the writer is still at work.
-void TellOfCrash(const std::string& path, const ModelFileReport& found) {
+/// Says what of the history cannot be, and what a crash has left, unless the writer is still at
+/// work.
+void TellOfSteps(const std::string& path, const ModelFileReport& found) {
+  if (found.history_cut) qxMsgOut(Severity::kWarning, "IDS_QX_HISTORY_CUT", {path});
   if (found.closed || !found.writer.empty()) return;
   if (found.steps > 0) {
     qxMsgOut(Severity::kInfo, "IDS_QX_STEPS_RECOVERED", {path, std::to_string(found.steps)});
@@ -183,6 +185,7 @@ class ModelReading {
     found_.steps = now.steps;
     found_.closed = now.closed;
     found_.unfinished_step = now.unfinished_step;
+    found_.history_cut = now.history_cut;
     found_.stamp = now.stamp;
   }
 
@@ -272,7 +275,7 @@ Outcome LoadModel(CQXDBSession& session, const std::string& path, ModelFileRepor
   session.SetHistoryLimits(session.History().Limits());
   session.AnnounceLoaded();
   if (!continuation) RunLoadHooks(session);
-  TellOfCrash(path, found);
+  TellOfSteps(path, found);
   if (report) *report = std::move(found);
   return {};
 }

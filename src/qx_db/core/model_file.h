@@ -1,5 +1,7 @@
 #pragma once
 // The model file: one SQLite database per model. Its form is described in docs/model-file.md.
+// Threads: writing reads the session only, beside other readers; loading is on the thread that
+// drives it. Readers and writers of files share nothing, one thread at a time each.
 
 #include <cstdint>
 #include <functional>
@@ -34,6 +36,7 @@ struct QXDB_API ModelFileReport {
   std::int64_t revision = 0;     ///< counts the saves of this file
   std::int64_t steps = 0;        ///< commits, undos and redos read that came after the last save
   bool closed = true;            ///< no writer has it open, or ended without closing it
+  bool history_cut = false;      ///< older steps led to states that cannot be, and were dropped
   bool unfinished_step = false;  ///< passed over: one that was never acknowledged
   std::string stale_lock;        ///< "host, process n" of a writer that ended without leaving
   std::string writer;            ///< the same of one that is at work; not told when this is it

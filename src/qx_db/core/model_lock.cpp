@@ -39,7 +39,7 @@ std::string LockPath(const std::string& model) { return LinkTarget(model) + ".lo
 /// Whether the file itself is claimed by who opened it under another name, or lost its lock file.
 bool IsClaimed(const std::string& model) {
   std::unique_ptr<RawFile> file;
-  return Files().Open(model, false, file) == 0 && file->Claim() != 0;
+  return Files().Open(model, false, file) == 0 && file->Claim() == EWOULDBLOCK;
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 #pragma once
 // One writer to a model file.
+// Threads: any; a lock may be let go of on another than took it.
 
 #include <memory>
 #include <string>

@@ -167,7 +167,7 @@ std::string ReplaySteps(const StepLogContents& log, StepReplay& replay) {
   const auto past_end =
       std::find_if(log.frames.begin(), log.frames.end(),
                    [](const StepFrame& frame) { return frame.kind != FrameKind::kPast; });
-  for (auto frame = past_end; frame != log.frames.begin();) {
+  for (auto frame = past_end; frame != log.frames.begin() && !replay.IsCut();) {
     --frame;
     if (std::string fault = replay.TakeBackPast(frame->payload, frame->time_ms); !fault.empty()) {
       return "past step " + std::to_string(frame - log.frames.begin() + 1) + " " + fault;
@@ -184,6 +184,7 @@ std::string ReplaySteps(const StepLogContents& log, StepReplay& replay) {
       return "step frame " + std::to_string(frame - log.frames.begin() + 1) + " " + fault;
     }
   }
+  replay.DropBeforeCut();
   return {};
 }
 
@@ -246,6 +247,7 @@ Outcome ModelFileReader::ReadSteps(CQXDBSession& session, ModelContinuation* to_
       log.bytes.size());
   const std::string fault = ReplaySteps(log, replay);
   if (!fault.empty()) return r.Fault("steps", fault);
+  r.report.history_cut = replay.IsCut();
   for (const StepFrame& frame : log.frames) {
     r.report.steps += frame.kind == FrameKind::kCommit || frame.kind == FrameKind::kUndo ||
                       frame.kind == FrameKind::kRedo;

@@ -9,7 +9,7 @@
 namespace qx {
 
 /// A session with the records and units that `session` has now, equal by StateHash, without its
-/// history or listeners. To be taken on the thread that drives `session`. Nothing is shared:
+/// history or listeners. Threads: taken on the one that drives `session`. Nothing is shared:
 /// another thread may read, export, check and save it while the first session is edited. Cost: a
 /// copy of every record, and its memory.
 QXDB_API std::unique_ptr<CQXDBSession> TakeSnapshot(const CQXDBSession& session);

@@ -1,5 +1,6 @@
 #pragma once
 // What happens to references when the records they point to are removed.
+// Threads: the one that drives the session.
 
 #include "qx_db/pool/pool_base.h"
 

@@ -1,5 +1,6 @@
 #pragma once
 // New keys for the records of a pool.
+// Threads: the one that drives the session.
 
 #include <span>
 #include <utility>

@@ -1,5 +1,6 @@
 #pragma once
 // Schemas as they stand in a model file, and records read through the schema of another version.
+// Threads: functions from any; objects are values, one at a time for each.
 
 #include <deque>
 #include <memory>

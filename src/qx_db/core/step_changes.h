@@ -23,8 +23,8 @@ struct RecordChange {
 /// not as before. Steps done, undone and redone since are in the history, or were read with it from
 /// the file whose log has them, so that a number remembered from an earlier run of a program serves
 /// as well, as long as it is positive. Nothing where the history no longer leads there, or a
-/// transaction is open: then all is to be read anew. Cost proportional to the steps in between. On
-/// the thread that drives the session.
+/// transaction is open: then all is to be read anew. Cost proportional to the steps in between.
+/// Threads: the one that drives the session.
 QXDB_API std::optional<std::vector<RecordChange>> ChangesSince(const CQXDBSession& session,
                                                                std::int64_t state);
 

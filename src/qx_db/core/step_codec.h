@@ -1,5 +1,6 @@
 #pragma once
 // One step as bytes. Its form is described in docs/durability.md.
+// Threads: shares nothing; one at a time for each object.
 
 #include <cstdint>
 #include <span>

@@ -38,6 +38,9 @@ struct DurabilityOptions {
 /// The sink of a session whose model file it has the right to write. A step that cannot be kept
 /// is refused; Fault() says why.
 ///
+/// Threads: the one that drives the session; a timer of its own only puts on the device what has
+/// been appended.
+///
 /// Invariant: unless `behind_`, the file's pages and steps give the session's state and history.
 class QXDB_API StepKeeper final : public StepSink {
  public:
@@ -106,6 +109,7 @@ class QXDB_API StepKeeper final : public StepSink {
   std::size_t redoable_ = 0;     // and do again
   std::int64_t next_number_ = 1;
   Outcome fault_;
+  std::vector<char> frame_;  // of the last step: its memory serves the next
 
   std::mutex mutex_;  // guards log_ against the timer
   std::condition_variable wake_;

@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <optional>
 #include <tuple>
+#include <utility>
 #include <xxhash.h>
 
 #include "qx_db/record/types.h"
@@ -72,9 +73,9 @@ Failure StepLog::Fault(int error) const {
 Result<std::unique_ptr<StepLog>> StepLog::Create(std::shared_ptr<RawFile> file,
                                                  const std::string& path, std::uint64_t start,
                                                  std::uint64_t id) {
-  const int error = file->Claim();
+  const int claimed = file->Claim();
   std::unique_ptr<StepLog> log(new StepLog(path, std::move(file), start, id));
-  if (error) return log->Fault(error);
+  if (claimed == EWOULDBLOCK) return log->Fault(claimed);
   return log;
 }
 
@@ -124,22 +125,21 @@ Outcome StepLog::FinishNew() {
   return {};
 }
 
-std::vector<char> StepLog::NewFrame() { return std::vector<char>(sizeof(Head)); }
+std::vector<char> StepLog::NewFrame(std::vector<char> before) {
+  before.assign(sizeof(Head), 0);
+  return before;
+}
 
+/// Blocks that were written once make the small steps to come cheaper: syncing them changes no
+/// metadata.
 Outcome StepLog::MakeRoom(std::uint64_t bytes) {
-  if (extent_ == 0 || end_ + bytes + kBlock <= extent_) return {};
-  // Blocks that were written once make the small steps to come cheaper: syncing them changes no
-  // metadata. A large step is not to be written twice, and leaves no room behind.
-  const bool large = bytes >= kLargeFrame;
-  const std::uint64_t spare = large ? 0 : std::clamp(end_ - start_, kLeastGrowth, kMostGrowth);
+  const std::uint64_t spare = std::clamp(end_ - start_, kLeastGrowth, kMostGrowth);
   const std::uint64_t before = extent_;
   // The note, the frame, and a free block for the next note or mark.
   const std::uint64_t size = Blocks(end_ + kBlock + bytes + kBlock + spare);
   if (const int error = file_->Resize(size)) return Fault(error);
-  if (!large) {
-    const std::vector<char> zeros(static_cast<std::size_t>(size - before));
-    if (const int error = file_->Write(zeros.data(), zeros.size(), before)) return Fault(error);
-  }
+  const std::vector<char> zeros(static_cast<std::size_t>(size - before));
+  if (const int error = file_->Write(zeros.data(), zeros.size(), before)) return Fault(error);
   if (const int error = SyncFile()) return Fault(error);
   synced_ = sequence_;
   extent_ = size;
@@ -184,13 +184,51 @@ Outcome StepLog::Put(FrameKind kind, std::int64_t time_ms, std::vector<char>& fr
   return {};
 }
 
+/// Puts a frame for which there is no room, and which is too large to be written twice, on the
+/// device: it goes behind the place of a note, which is written once the frame and the size of the
+/// file are there. Before that nothing leads to the frame. No room is left behind.
+Outcome StepLog::PutBeyondEnd(FrameKind kind, std::int64_t time_ms, std::vector<char>& frame,
+                              bool& is_linked) {
+  const std::uint64_t size = end_ + kBlock + Blocks(frame.size()) + kBlock;
+  if (const int error = file_->Resize(size)) return Fault(error);
+  const std::uint64_t place = end_;
+  Head note = NextHead(FrameKind::kRoom);
+  note.extent = size;
+  note.payload = XXH3_64bits(nullptr, 0);
+  note.checksum = note.OwnChecksum(place);
+  end_ += kBlock;
+  sequence_ = note.sequence;
+  chain_ = note.checksum;
+  if (Outcome done = Put(kind, time_ms, frame); !done) return done;
+  if (const int error = SyncFile()) return Fault(error);
+  std::vector<char> block(kBlock);
+  StoreAt(block.data(), note);
+  is_linked = true;
+  if (const int error = file_->Write(block.data(), block.size(), place)) return Fault(error);
+  const std::uint64_t before = std::exchange(extent_, size);
+  Outcome done = Sync();
+  if (!done) extent_ = before;
+  return done;
+}
+
 Outcome StepLog::Append(FrameKind kind, std::int64_t time_ms, std::vector<char>& frame, bool sync) {
   if (Outcome named = CheckName(); !named) return named;
-  if (Outcome room = MakeRoom(Blocks(frame.size())); !room) return room;
+  const std::uint64_t bytes = Blocks(frame.size());
+  const bool fits = extent_ == 0 || end_ + bytes + kBlock <= extent_;
+  const bool goes_beyond = !fits && bytes >= kLargeFrame;
+  if (!fits && !goes_beyond) {
+    if (Outcome room = MakeRoom(bytes); !room) return room;
+  }
   const auto before = std::tuple(end_, sequence_, chain_);
-  Outcome done = Put(kind, time_ms, frame);
-  const bool put = static_cast<bool>(done);
-  if (done && sync) done = Sync();
+  bool put = false;
+  Outcome done;
+  if (goes_beyond) {
+    done = PutBeyondEnd(kind, time_ms, frame, put);
+  } else {
+    done = Put(kind, time_ms, frame);
+    put = static_cast<bool>(done);
+    if (done && sync) done = Sync();
+  }
   if (done && sync) {
     done = CheckName();
     if (!done) WipeMark();
@@ -345,7 +383,7 @@ Result<StepLogContents> StepLog::Read(RawFile& file, const std::string& path, st
 Result<std::unique_ptr<StepLog>> StepLog::Open(std::shared_ptr<RawFile> file,
                                                const std::string& path, std::uint64_t start,
                                                std::uint64_t id, StepLogContents& contents) {
-  if (file->Claim() != 0) {
+  if (file->Claim() == EWOULDBLOCK) {
     return Failure{path, "", "is being edited under another name",
                    "close it there, or open it for reading"};
   }

@@ -2,6 +2,7 @@
 // The steps behind the pages of a model file: an append-only log of checksummed frames.
 //
 // Its form, and why it survives a crash, is described in docs/durability.md.
+// Threads: one at a time; StepKeeper's timer and its session take turns.
 
 #include <cstdint>
 #include <memory>
@@ -69,8 +70,8 @@ class QXDB_API StepLog {
   /// Success while the path names this file; the failure says what became of it.
   Outcome CheckName() const;
 
-  /// Room for a frame's head, to be followed by its payload.
-  static std::vector<char> NewFrame();
+  /// Room for a frame's head, to be followed by its payload, in the memory of one before.
+  static std::vector<char> NewFrame(std::vector<char> before = {});
   /// Appends a frame that begins with NewFrame(); with `sync` it is on the device afterwards. The
   /// path must name the file, before and, with `sync`, after. On failure the log is as it was; the
   /// failure says so where the device does not promise that the frame stays away.
@@ -102,6 +103,8 @@ class QXDB_API StepLog {
   Head NextHead(FrameKind kind) const;
   Outcome MakeRoom(std::uint64_t bytes);
   Outcome Put(FrameKind kind, std::int64_t time_ms, std::vector<char>& frame);
+  Outcome PutBeyondEnd(FrameKind kind, std::int64_t time_ms, std::vector<char>& frame,
+                       bool& is_linked);
   void Mark(FrameKind kind, int& error);
   void WipeMark();
   bool Withdraw();

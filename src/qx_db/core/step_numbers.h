@@ -4,6 +4,7 @@
 // A key cannot: a step may give it to another record, or two records may share it for a moment,
 // and a removed record has none. A number belongs to one record as long as the file is continued:
 // the records of the file's model have 0, 1, 2 ... in list order, later ones follow.
+// Threads: shares nothing; one at a time for each object.
 
 #include <cstdint>
 #include <map>

@@ -1,6 +1,7 @@
 #include "qx_db/core/step_replay.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <vector>
 
 #include "qx_db/core/session.h"
@@ -149,6 +150,17 @@ void StepReplay::ForgetUndone() {
   }
 }
 
+/// What is wrong with the keys of the records that a step has left in their pools; "" for nothing.
+std::string StepReplay::SharedKey(const Step& step) const {
+  for (const Change& change : step.changes) {
+    const DPoolBase& pool = *session_.GetDataPool(change.type);
+    if (KeyedSetBase::IsRemoved(change.item) || !pool.Set().SharesKey(change.item)) continue;
+    return "gives two records of " + pool.GetAPIName().ToUtf8() + " the key " +
+           std::to_string(KeyOf(change.item));
+  }
+  return {};
+}
+
 std::string StepReplay::Commit(std::span<const char> bytes, std::int64_t time_ms) {
   StepHead head;
   StepDecoder decoder(bytes, StepForm::kForward);
@@ -179,6 +191,7 @@ std::string StepReplay::Commit(std::span<const char> bytes, std::int64_t time_ms
     if (change.operation == tagTRNotify::kInserted) waiting.UseFirst();
   }
   if (!decoder.Fault().empty()) return decoder.Fault();
+  if (std::string fault = SharedKey(journal.Current()); !fault.empty()) return fault;
   journal.CloseEvenEmpty();
   return {};
 }
@@ -280,7 +293,17 @@ std::string StepReplay::TakeBackPast(std::span<const char> bytes, std::int64_t t
   }
   std::reverse(step.changes.begin(), step.changes.end());
   ++past_;
+  is_cut_ = fault.empty() && !SharedKey(step).empty();
   return fault;
+}
+
+void StepReplay::DropBeforeCut() {
+  Journal& journal = session_.journal_;
+  if (!is_cut_ || journal.Done().empty()) return;
+  const HistoryLimits limits = journal.Limits();
+  journal.SetLimits({journal.Done().size() + journal.Undone().size() - 1, SIZE_MAX});
+  journal.EnforceLimits();
+  journal.SetLimits(limits);
 }
 
 std::string StepReplay::EndPast() {

@@ -1,5 +1,6 @@
 #pragma once
 // Steps from a file applied to the model that the file holds.
+// Threads: shares nothing; one at a time for each object.
 
 #include <cstdint>
 #include <functional>
@@ -28,6 +29,10 @@ class StepReplay {
   /// Steps that were done before the state which the session holds, newest first; then the end of
   /// them.
   std::string TakeBackPast(std::span<const char> step, std::int64_t time_ms);
+  /// Whether the last of them leads to a state in which two records share a key: none before it are
+  /// to be taken back, and DropBeforeCut drops it once all steps are made.
+  bool IsCut() const { return is_cut_; }
+  void DropBeforeCut();
   std::string EndPast();
   /// Steps since, in their order.
   std::string Commit(std::span<const char> step, std::int64_t time_ms);
@@ -48,6 +53,7 @@ class StepReplay {
   std::string ApplyForward(const StoredChange& change, DPoolBase& pool);
   std::string ApplyBackward(const StoredChange& change, DPoolBase& pool, Step& step);
   void ForgetUndone();
+  std::string SharedKey(const Step& step) const;
 
   CQXDBSession& session_;
   Readers readers_;
@@ -55,6 +61,7 @@ class StepReplay {
   StepNumbers numbers_;
   std::map<std::uint16_t, std::unique_ptr<TStructBase>> read_;
   std::size_t past_ = 0;
+  bool is_cut_ = false;
 };
 
 }  // namespace qx

@@ -17,7 +17,7 @@ class CQXDBSession;
 
 /// Groups edits into one undoable step. A transaction inside another joins it: its commit leaves
 /// the step open, its rollback takes back only its own part. Destruction rolls back what was not
-/// committed. Used on the thread that drives the session, which should outlive it.
+/// committed. Threads: the one that drives the session, which should outlive it.
 class QXDB_API CTransaction {
  public:
   explicit CTransaction(CQXDBSession* session) : session_(session) {}

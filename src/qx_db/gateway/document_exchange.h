@@ -1,5 +1,6 @@
 #pragma once
 // Whole documents: every table at once, and the JSON Schema of them all.
+// Threads: as the session: the one that drives it, to write out any number that only read.
 
 #include <span>
 #include <string>

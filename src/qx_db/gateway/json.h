@@ -1,5 +1,6 @@
 #pragma once
 // The JSON library behind the gateway document. For the .cpp files of this folder only.
+// Threads: shares nothing; one at a time for each object.
 
 #ifndef RAPIDJSON_HAS_STDSTRING
 #define RAPIDJSON_HAS_STDSTRING 1

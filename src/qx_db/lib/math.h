@@ -1,6 +1,7 @@
 #pragma once
 // Vector mathematics of three dimensions. Angles are in degrees. Not-a-number and infinity never
 // pass for a valid length: what cannot be normalised is reported, not guessed.
+// Threads: any; nothing is kept between calls.
 
 #include <cmath>
 

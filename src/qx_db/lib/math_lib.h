@@ -2,6 +2,7 @@
 // Vector operations under the names, and for the plain arrays, that callers bring along. All are
 // those of lib/math.h, with its rules: angles in degrees, and what cannot be normalised is
 // reported.
+// Threads: any; nothing is kept between calls.
 
 #include "qx_db/lib/math.h"
 

@@ -1,5 +1,6 @@
 #pragma once
 // A text in tokens.
+// Threads: values: one at a time for each object.
 
 #include <string_view>
 

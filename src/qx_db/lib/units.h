@@ -106,8 +106,7 @@ QXDB_API bool IsValid(const UnitSystem& system);
 
 /// Converts values of a category between three unit systems: the model's, in which records are
 /// stored; the current one, which the user and the gateway see; and the previous one, which was
-/// current before the last change. A value; reading one from several threads is safe while none
-/// changes it.
+/// current before the last change. Threads: a value; any number may read it while none changes it.
 class QXDB_API CQXUnitCtrl {
  public:
   const UnitSystem& Model() const { return model_; }

@@ -1,5 +1,6 @@
 #pragma once
 // The edition of the application that hosts the library. A few defaults depend on it.
+// Threads: set before others start; then any.
 
 #include "qx_db/export.h"
 

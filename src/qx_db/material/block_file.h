@@ -1,5 +1,6 @@
 #pragma once
 // Binary material files: numbers in little-endian order, texts in fixed blocks of UTF-16.
+// Threads: functions from any; objects are values, one at a time for each.
 
 #include <cstdint>
 #include <istream>

@@ -1,5 +1,6 @@
 #pragma once
 // Fluid and particle materials: the keyword file of fixed records, and the binary library.
+// Threads: functions from any; objects are values, one at a time for each.
 
 #include <array>
 #include <cstdint>

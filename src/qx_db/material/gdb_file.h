@@ -1,6 +1,7 @@
 #pragma once
 // The .gdbp material library, and its older form .gdb: a text file with its own units and a line of
 // fields per material.
+// Threads: functions from any; objects are values, one at a time for each.
 
 #include <array>
 #include <cstdint>

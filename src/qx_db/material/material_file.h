@@ -1,5 +1,6 @@
 #pragma once
 // Material files of every form, as tables: what is listed, converted and imported.
+// Threads: functions from any; objects are values, one at a time for each.
 
 #include <span>
 #include <string>

@@ -1,5 +1,6 @@
 #pragma once
 // A library of structural materials in memory, and the columns of its values.
+// Threads: functions from any; objects are values, one at a time for each.
 
 #include <span>
 #include <string>

@@ -1,5 +1,6 @@
 #pragma once
 // Materials of any file as one table of properties: what a host makes its own records of.
+// Threads: functions from any; objects are values, one at a time for each.
 
 #include <optional>
 #include <string>

@@ -1,5 +1,6 @@
 #pragma once
 // The binary library of structural materials.
+// Threads: functions from any; objects are values, one at a time for each.
 
 #include "qx_db/material/block_file.h"
 #include "qx_db/material/material_library.h"

@@ -1,5 +1,6 @@
 #pragma once
 // Text files of materials, line by line: code page, line ends, fields and numbers.
+// Threads: functions from any; objects are values, one at a time for each.
 
 #include <cstdint>
 #include <functional>

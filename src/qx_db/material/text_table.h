@@ -1,5 +1,6 @@
 #pragma once
 // The text table of structural materials: "*category" lines, and a line of fields per material.
+// Threads: functions from any; objects are values, one at a time for each.
 
 #include "qx_db/material/material_library.h"
 

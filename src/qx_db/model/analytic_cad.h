@@ -1,5 +1,6 @@
 #pragma once
 // A CAD session of curves given by formulas: lines, arcs, circles, polylines and cubic splines.
+// Threads: a CAD session is for one at a time.
 
 #include <memory>
 

@@ -1,5 +1,6 @@
 #pragma once
 // The curves of the analytic CAD session. For its .cpp file only.
+// Threads: values: one at a time for each object.
 
 #include <numbers>
 #include <vector>

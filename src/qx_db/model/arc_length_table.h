@@ -1,5 +1,6 @@
 #pragma once
 // Arc length of a curve as a function of its parameter, and back.
+// Threads: values: one at a time for each object.
 
 #include <algorithm>
 #include <array>

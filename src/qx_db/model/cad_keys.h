@@ -1,5 +1,6 @@
 #pragma once
 // Geometry of a CAD session in the model: an object a body, and a key for each body, face and edge.
+// Threads: the one that drives the session.
 
 #include <map>
 #include <string>

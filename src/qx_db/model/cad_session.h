@@ -54,7 +54,7 @@ struct CadTopology {
 
 /// The geometry of one CAD model. Edges are numbered from 1 on. A query about an edge that is not
 /// there, or with a value that is not finite, answers false and leaves its output. Not owned by the
-/// pools that ask it; used on the thread of its session.
+/// pools that ask it. Threads: that of its session.
 class QXDB_API ICADSession {
  public:
   virtual ~ICADSession();

@@ -5,6 +5,7 @@
 // in: x, y, z when it is rectangular; radius, angle and height (r, theta, z) when it is
 // cylindrical; radius, angle from the z axis and angle about it (r, theta, phi) when it is
 // spherical. Angles are in degrees. A chain of references ends at a null one, the global system.
+// Threads: see DPoolBase.
 
 #include "qx_db/lib/math.h"
 #include "qx_db/model/plain_pools.h"

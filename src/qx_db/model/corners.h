@@ -1,5 +1,6 @@
 #pragma once
 // The corner points that the axes of an element follow from.
+// Threads: values: one at a time for each object.
 
 #include <array>
 #include <cstdint>

@@ -1,5 +1,6 @@
 #pragma once
 // Pools of what files bring along (record/deck_records.h): without rules of their own.
+// Threads: see DPoolBase.
 
 #include "qx_db/pool/ext_db_pool.h"
 #include "qx_db/record/deck_records.h"

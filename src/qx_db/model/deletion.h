@@ -3,6 +3,8 @@
 //
 // All three rest on the reference index of the element pool, which turns the references of a pool
 // round once and keeps that until the pool changes; a question then costs what its answer is long.
+// Threads: the one that drives the session; previews and uses keep an index in it, so that on a
+// snapshot, too, they are for one at a time.
 
 #include <span>
 #include <string>

@@ -1,5 +1,6 @@
 #pragma once
 // Seeding one edge: from a size control to points on the curve.
+// Threads: the one that uses the CAD session.
 
 #include <span>
 #include <vector>

@@ -2,6 +2,7 @@
 // The geometry of local axes: axes from points and directions, without pools. All functions give
 // false, leaving the result alone, where the axes are not determined: points that coincide, a
 // reference along the element, a number that is not finite. docs/local-axes.md has the pictures.
+// Threads: any; nothing is kept between calls.
 
 #include <span>
 

@@ -1,5 +1,6 @@
 #pragma once
 // A set of items of one pool, as one bit each.
+// Threads: values: one at a time for each object.
 
 #include <algorithm>
 #include <bit>

@@ -1,5 +1,6 @@
 #pragma once
 // Which coordinate system the nodes of a mesh set are given in and solved in.
+// Threads: see DPoolBase.
 
 #include "qx_db/model/coordinate_pool.h"
 

@@ -1,5 +1,6 @@
 #pragma once
 // The settings that meshes were generated with.
+// Threads: see DPoolBase.
 
 #include "qx_db/model/plain_pools.h"
 

@@ -1,5 +1,6 @@
 #pragma once
 // The pools of the finite-element mesh. docs/local-axes.md shows the axes of every element family.
+// Threads: see DPoolBase.
 
 #include <array>
 #include <memory>

@@ -1,5 +1,6 @@
 #pragma once
 // Mesh sets of another model file, and how they come into a model.
+// Threads: the one that drives the session.
 
 #include <memory>
 #include <span>

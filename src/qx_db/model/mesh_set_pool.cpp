@@ -1,6 +1,7 @@
 #include "qx_db/model/mesh_set_pool.h"
 
 #include <algorithm>
+#include <atomic>
 #include <limits>
 #include <unordered_set>
 
@@ -84,9 +85,8 @@ void DPoolMset::GetStrAndNumber(TString<64>& name, int& number) {
 }
 
 std::int32_t DPoolMset::GetNewColor() {
-  static int last = -1;
-  if (++last == static_cast<int>(std::size(kColors))) last = 0;
-  return kColors[last];
+  static std::atomic<std::uint32_t> next{0};  // of the process: sessions of any thread ask
+  return kColors[next++ % std::size(kColors)];
 }
 
 /// The next colour that no set has, so that sets look different also where the counter starts anew

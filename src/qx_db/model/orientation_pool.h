@@ -1,5 +1,6 @@
 #pragma once
 // How line elements are turned about their axes.
+// Threads: see DPoolBase.
 
 #include <functional>
 #include <set>

@@ -1,5 +1,6 @@
 #pragma once
 // A pool for every record type. Most need no rules of their own; PoolOf says which class serves.
+// Threads: see DPoolBase.
 
 #include "qx_db/pool/ext_db_pool.h"
 #include "qx_db/pool/temp_pool.h"

@@ -1,5 +1,6 @@
 #pragma once
 // Who refers to a record: the references of the model, turned round.
+// Threads: its pool's; a question may renew it, so one at a time also where nothing changes.
 
 #include <functional>
 #include <memory>

@@ -1,5 +1,6 @@
 #pragma once
 // Whether seeded edges go together: at the corners of faces, and across the joints of bodies.
+// Threads: the one that uses the CAD session.
 
 #include <map>
 #include <string>

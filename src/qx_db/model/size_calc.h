@@ -1,5 +1,6 @@
 #pragma once
 // From a size control to the fractions at which an edge is seeded.
+// Threads: values: one at a time for each object.
 
 #include "qx_db/model/cad_session.h"
 #include "qx_db/platform/c_array.h"

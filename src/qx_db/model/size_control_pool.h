@@ -1,5 +1,6 @@
 #pragma once
 // The size controls of a model: which edges are seeded how.
+// Threads: see DPoolBase.
 
 #include <list>
 

@@ -1,5 +1,6 @@
 #pragma once
 // What an engineer knows of a graded edge, and the rest of it.
+// Threads: any; nothing is kept between calls.
 
 #include <optional>
 

@@ -1,5 +1,6 @@
 #pragma once
 // The pools that every model has.
+// Threads: see DPoolBase.
 
 #include "qx_db/core/session.h"
 #include "qx_db/model/mesh_coordinate_pool.h"

@@ -1,5 +1,6 @@
 #pragma once
 // The mesh while it is being made.
+// Threads: shares nothing; one at a time for each object.
 
 #include "qx_db/model/plain_pools.h"
 

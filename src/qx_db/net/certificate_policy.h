@@ -1,5 +1,6 @@
 #pragma once
 // Which faults of a server's certificate a probe forgives.
+// Threads: the one that uses the handle.
 
 #include "qx_db/net/curl_handles.h"
 

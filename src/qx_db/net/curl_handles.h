@@ -1,5 +1,6 @@
 #pragma once
 // Owners of what libcurl hands out.
+// Threads: the one that uses the handle.
 
 #include <curl/curl.h>
 #include <memory>

@@ -1,5 +1,6 @@
 #pragma once
 // The proxy that the platform sets for an address.
+// Threads: any; the environment is only read.
 
 #include <string>
 

@@ -1,5 +1,6 @@
 #pragma once
 // Settings by key and name, as one platform keeps them in its registry.
+// Threads: any; each question reads the settings anew.
 
 #include <cstdint>
 #include <string>

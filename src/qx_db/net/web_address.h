@@ -1,5 +1,6 @@
 #pragma once
 // Addresses to probe.
+// Threads: functions from any; objects are values, one at a time for each.
 
 #include <string>
 #include <string_view>

@@ -1,5 +1,6 @@
 #pragma once
 // The growable array that the interfaces of the calculators fill.
+// Threads: values: one at a time for each object.
 
 #include <cstddef>
 #include <cstdint>

@@ -9,7 +9,7 @@
 namespace qx {
 
 /// One code page, of which all are supersets of ASCII: UTF-8, or what Windows calls an ANSI code
-/// page (874, 932, 936, 949, 950, 1250 to 1258). A small value, copied freely.
+/// page (874, 932, 936, 949, 950, 1250 to 1258). A small value, copied freely. Threads: any.
 class QXDB_API CodePage {
  public:
   /// UTF-8.

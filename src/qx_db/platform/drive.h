@@ -1,5 +1,6 @@
 #pragma once
 // Paths with a drive letter, on every system.
+// Threads: any; nothing is kept between calls.
 
 #include <string>
 #include <string_view>

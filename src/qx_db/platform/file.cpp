@@ -78,8 +78,9 @@ std::string LinkTarget(const std::string& path) {
 
 bool IsSamePlace(const std::string& a, const std::string& b) {
   std::error_code error_a, error_b;
-  const fs::path place_a = fs::weakly_canonical(PathFromUtf8(a), error_a);
-  const fs::path place_b = fs::weakly_canonical(PathFromUtf8(b), error_b);
+  // Made absolute first: the standard leaves that out where a path's first part does not exist.
+  const fs::path place_a = fs::weakly_canonical(fs::absolute(PathFromUtf8(a), error_a), error_a);
+  const fs::path place_b = fs::weakly_canonical(fs::absolute(PathFromUtf8(b), error_b), error_b);
   return a == b || (!error_a && !error_b && place_a == place_b);
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 // Files by UTF-8 path: read whole, written whole and atomically.
+// Threads: any; two that write one file at once leave the file of one of them, whole.
 
 #include <cstdint>
 #include <filesystem>

@@ -1,5 +1,6 @@
 #pragma once
 // A file that one process holds at a time, with a text for the others to read.
+// Threads: any; a lock may be let go of on another than took it.
 
 #include <cstdint>
 #include <memory>

@@ -1,5 +1,6 @@
 #pragma once
 // Today's date where the user is.
+// Threads: any; nothing is kept between calls.
 
 namespace qx {
 

@@ -3,12 +3,14 @@
 #include <algorithm>
 #include <cerrno>
 #include <filesystem>
+#include <memory>
 #include <random>
 #include <string_view>
 #include <system_error>
 #include <vector>
 
 #ifndef _WIN32
+#include <dirent.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #endif
@@ -33,20 +35,51 @@ std::string RandomName(const std::string& target) {
 }
 
 /// Whether a file's name is one that this library gives to a file on its way to the name `target`,
-/// or, as versions before did, "<target>.<process>-<number>.new".
+/// or to such a name in turn; or, as versions before did, "<target>.<process>-<number>.new".
 bool IsOnItsWayTo(std::string_view name, std::string_view target) {
-  if (!name.starts_with(target) || !name.ends_with(kEnding)) return false;
-  name.remove_prefix(target.size());
-  if (name.size() < kEnding.size() + 2 || name[0] != '.') return false;
-  const std::string_view middle = name.substr(1, name.size() - 1 - kEnding.size());
+  if (name.size() <= target.size() + kEnding.size() + 1 || !name.starts_with(target) ||
+      !name.ends_with(kEnding) || name[target.size()] != '.') {
+    return false;
+  }
+  name.remove_prefix(target.size() + 1);
+  name.remove_suffix(kEnding.size());
   const auto all = [](std::string_view text, std::string_view of) {
     return !text.empty() && text.find_first_not_of(of) == std::string_view::npos;
   };
-  const std::size_t dash = middle.find('-');
-  if (dash == std::string_view::npos) {
-    return middle.size() == kDigits && all(middle, "0123456789abcdef");
+  const std::size_t dash = name.find('-');
+  if (dash != std::string_view::npos) {
+    return all(name.substr(0, dash), "0123456789") && all(name.substr(dash + 1), "0123456789");
   }
-  return all(middle.substr(0, dash), "0123456789") && all(middle.substr(dash + 1), "0123456789");
+  while (name.size() > kDigits && name.substr(kDigits).starts_with(std::string(kEnding) + ".")) {
+    if (!all(name.substr(0, kDigits), "0123456789abcdef")) return false;
+    name.remove_prefix(kDigits + kEnding.size() + 1);
+  }
+  return name.size() == kDigits && all(name, "0123456789abcdef");
+}
+
+/// Whether a name still is that of an open file.
+bool Names(const std::string& name, RawFile& file) {
+  FileId named, ours;
+  return Files().IdOf(name, named) == 0 && file.Id(ours) == 0 && named == ours;
+}
+
+/// Calls `take` with each name in a folder, "" for the present one; with none where it cannot be
+/// read.
+template <class Take>
+void ForEachName(const std::string& folder, Take&& take) {
+#ifdef _WIN32
+  std::error_code error;
+  const fs::path listed = folder.empty() ? fs::path(".") : PathFromUtf8(folder);
+  for (fs::directory_iterator entry(listed, error), end; !error && entry != end;
+       entry.increment(error)) {
+    take(Utf8FromPath(entry->path().filename()));
+  }
+#else
+  // Not the standard's iterator, of which some end the process where memory runs out.
+  const std::unique_ptr<DIR, int (*)(DIR*)> listed(opendir(folder.empty() ? "." : folder.c_str()),
+                                                   closedir);
+  while (const dirent* entry = listed ? readdir(listed.get()) : nullptr) take(entry->d_name);
+#endif
 }
 
 bool Exists(const std::string& path) {
@@ -85,6 +118,7 @@ Result<std::unique_ptr<NewFile>> NewFile::Create(const std::string& path) {
   if (fs::is_directory(PathFromUtf8(path), ignored)) {
     return Failure{path, "", "is a directory", "name a file in it"};
   }
+  RemoveLeftovers(path);
   std::string target = LinkTarget(path);
   std::unique_ptr<RawFile> file;
   std::string name;
@@ -92,21 +126,33 @@ Result<std::unique_ptr<NewFile>> NewFile::Create(const std::string& path) {
   for (int tries = 0; error == EEXIST && tries < 8; ++tries) {
     name = RandomName(target);
     error = Files().Create(name, Exists(target), file);
+    if (error) continue;
+    // Before it was claimed, another process may have taken it for a leftover.
+    if (file->Claim() == EWOULDBLOCK || !Names(name, *file)) error = EEXIST;
   }
   if (error) {
     const bool full = error == ENOSPC || error == EDQUOT;
     return Failure{path, "", "cannot be created: " + ErrorText(error),
                    full ? "free some disk space" : "check the folder and its permissions"};
   }
-  std::unique_ptr<NewFile> made(new NewFile(std::move(target), std::move(name), std::move(file)));
-  made->file_->Claim();  // so that nobody takes it for a leftover
-  return made;
+  return std::unique_ptr<NewFile>(new NewFile(std::move(target), std::move(name), std::move(file)));
+}
+
+/// Opens and claims the file that has the name, where it is not the one that was made.
+int NewFile::Follow() {
+  if (Names(name_, *file_)) return 0;
+  std::unique_ptr<RawFile> other;
+  if (const int error = Files().Open(name_, true, other)) return error;
+  if (other->Claim() == EWOULDBLOCK || !Names(name_, *other)) return ENOENT;
+  file_ = std::move(other);
+  return 0;
 }
 
 Outcome NewFile::TakePlace() {
   const auto fails = [&](const char* what, int error, const char* remedy) {
     return Failure{target_, "", what + (": " + ErrorText(error)), remedy};
   };
+  if (const int error = Follow()) return fails("cannot be replaced", error, "repeat it");
   if (const int error = TakeOverPermissions(name_, target_)) {
     return fails("may not be replaced", error,
                  "change its permissions, or save under another name");
@@ -124,16 +170,14 @@ Outcome NewFile::TakePlace() {
 }
 
 void NewFile::RemoveLeftovers(const std::string& path) {
-  const fs::path target = PathFromUtf8(LinkTarget(path));
-  const std::string name = Utf8FromPath(target.filename());
-  std::error_code error;
+  const std::string target = LinkTarget(path);
+  const std::size_t name = Utf8FromPath(PathFromUtf8(target).filename()).size();
   std::vector<std::string> found;
-  const fs::path folder = target.parent_path().empty() ? fs::path(".") : target.parent_path();
-  for (fs::directory_iterator entry(folder, error), end; !error && entry != end;
-       entry.increment(error)) {
-    const fs::path file = entry->path().filename();
-    if (IsOnItsWayTo(Utf8FromPath(file), name)) found.push_back(Utf8FromPath(entry->path()));
-  }
+  ForEachName(target.substr(0, target.size() - name), [&](std::string_view file) {
+    if (IsOnItsWayTo(file, std::string_view(target).substr(target.size() - name))) {
+      found.push_back(target.substr(0, target.size() - name) + std::string(file));
+    }
+  });
   for (const std::string& leftover : found) {
     std::error_code unknown;
     if (!fs::is_regular_file(fs::symlink_status(PathFromUtf8(leftover), unknown))) continue;

@@ -1,6 +1,7 @@
 #pragma once
 // What went wrong, where, and what to do about it: the result of every operation that reads or
 // writes outside data.
+// Threads: values: one at a time for each object.
 
 #include <optional>
 #include <string>

@@ -1,5 +1,6 @@
 #pragma once
 // Memory straight from the operating system: zeroed blocks, and address ranges that fill up.
+// Threads: functions from any; an AddressRange one at a time.
 
 #include <cstddef>
 #include <utility>

@@ -10,8 +10,9 @@ namespace qx {
 
 /// Divides the numbers from 0 to `count` into ranges of at least `least`, one for each core that
 /// there is, and calls `work(begin, end)` for all of them at the same time, one on the calling
-/// thread. Returns when all have ended, and then throws what one of them threw. Where the system
-/// grants no thread, the caller does its work too. Requires that `least` is above 0.
+/// thread. Threads: to be called from any, also at once. Returns when all have ended, and then
+/// throws what one of them threw. Where the system grants no thread, the caller does its work too.
+/// Requires that `least` is above 0.
 QXDB_API void ParallelFor(std::size_t count, std::size_t least,
                           const std::function<void(std::size_t, std::size_t)>& work);
 

@@ -1,6 +1,7 @@
 #pragma once
 // Texts from outside as they may be shown: a name can hold what drives a terminal, ends a line,
 // turns the direction of writing, or is no text at all.
+// Threads: any; nothing is kept between calls.
 
 #include <string>
 #include <string_view>

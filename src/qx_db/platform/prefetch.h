@@ -1,5 +1,6 @@
 #pragma once
 // A hint that memory will be read soon.
+// Threads: any; nothing is kept between calls.
 
 #include <cstdint>
 

@@ -64,6 +64,15 @@ class SystemFile final : public RawFile {
     id = {info.dwVolumeSerialNumber, std::uint64_t{info.nFileIndexHigh} << 32 | info.nFileIndexLow};
     return 0;
   }
+  int Claim() override {
+    OVERLAPPED place{};  // the last byte a file could have: nobody reads or writes there
+    place.Offset = 0xFFFFFFFE;
+    place.OffsetHigh = 0x7FFFFFFF;
+    if (LockFileEx(handle_, LOCKFILE_EXCLUSIVE_LOCK | LOCKFILE_FAIL_IMMEDIATELY, 0, 1, 0, &place)) {
+      return 0;
+    }
+    return GetLastError() == ERROR_LOCK_VIOLATION ? EWOULDBLOCK : ENOTSUP;
+  }
 
  private:
   template <class Move>
@@ -126,7 +135,7 @@ class SystemFile final : public RawFile {
   }
   int Claim() override {
     claimed_ = flock(fd_, LOCK_EX | LOCK_NB) == 0;
-    return !claimed_ && errno == EWOULDBLOCK ? EWOULDBLOCK : 0;  // not every file system has claims
+    return claimed_ ? 0 : errno == EWOULDBLOCK ? EWOULDBLOCK : ENOTSUP;
   }
 
  private:

@@ -1,6 +1,7 @@
 #pragma once
 // Files as durability sees them: bytes at places, and when they are on the device.
 
+#include <cerrno>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -17,6 +18,7 @@ struct FileId {
 };
 
 /// An open file. Every operation gives 0 or the system's error number, never a short count.
+/// Threads: one at a time.
 class QXDB_API RawFile {
  public:
   virtual ~RawFile() = default;
@@ -29,13 +31,14 @@ class QXDB_API RawFile {
   virtual int Sync() = 0;
   virtual int Size(std::uint64_t& size) = 0;
   virtual int Id(FileId& id) = 0;
-  /// Claims the file itself, under whatever name it was opened, until it is closed here; an error
-  /// while another open file has the claim.
-  virtual int Claim() { return 0; }
+  /// Claims the file itself, under whatever name it was opened, until it is closed here;
+  /// EWOULDBLOCK while another open file has the claim, ENOTSUP where the file system knows no
+  /// claims.
+  virtual int Claim() { return ENOTSUP; }
 };
 
 /// The operations whose order decides what a crash leaves behind. Tests put a layer of their own
-/// in its place.
+/// in its place. Threads: any, at once.
 class QXDB_API FileSystem {
  public:
   virtual ~FileSystem() = default;
@@ -51,9 +54,10 @@ class QXDB_API FileSystem {
   virtual int SyncFolderOf(const std::string& path);
 };
 
-/// The file system in use.
+/// The file system in use; from any thread.
 QXDB_API FileSystem& Files();
-/// Puts another in its place, null for the real one. Not while files are open.
+/// Puts another in its place, null for the real one. Not while files are open, nor while another
+/// thread reads or writes any.
 QXDB_API void SetFiles(FileSystem* files);
 
 /// The system's text for an error number.

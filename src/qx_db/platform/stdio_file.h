@@ -1,5 +1,6 @@
 #pragma once
 // What a desktop framework gives to write a file piece by piece, over any stream.
+// Threads: shares nothing; one at a time for each object.
 
 #include <cstddef>
 #include <ostream>

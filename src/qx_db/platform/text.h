@@ -1,5 +1,6 @@
 #pragma once
 // UTF-16 text as the interfaces carry it, and its conversion to the UTF-8 of shells and files.
+// Threads: functions from any; objects are values, one at a time for each.
 
 #include <cstddef>
 #include <string>

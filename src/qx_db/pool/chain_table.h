@@ -1,5 +1,6 @@
 #pragma once
 // The hash table of a keyed set: chains of items by key mod size, with their heads in cache lines.
+// Threads: as KeyedSetBase, of which it is a part.
 
 #include <bit>
 #include <cstdint>

@@ -8,8 +8,8 @@
 namespace qx {
 
 /// Hands out uninitialised blocks of one size, aligned to 16 bytes: a bump of a pointer each, or a
-/// block that was given back. Blocks never move; all go at once with FreeAll or the manager. For
-/// one thread.
+/// block that was given back. Blocks never move; all go at once with FreeAll or the manager.
+/// Threads: one at a time for each object.
 class CFixedSizeMemMgr {
  public:
   explicit CFixedSizeMemMgr(std::size_t block_bytes)

@@ -1,5 +1,6 @@
 #pragma once
 // How large a hash table should be.
+// Threads: any; nothing is kept between calls.
 
 #include <algorithm>
 

@@ -1,5 +1,6 @@
 #pragma once
 // Memory for the items of one keyed set: slots of one size in one range of addresses.
+// Threads: as KeyedSetBase, of which it is a part.
 
 #include <bit>
 #include <cstddef>

@@ -1,5 +1,6 @@
 #pragma once
 // The container under every record pool, typed.
+// Threads: see KeyedSetBase.
 
 #include "qx_db/pool/keyed_set_base.h"
 #include "qx_db/record/verbs.h"

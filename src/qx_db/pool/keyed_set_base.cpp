@@ -136,6 +136,13 @@ void KeyedSetBase::Grow() {
 
 // ---- looking up and walking ---------------------------------------------------------------------
 
+bool KeyedSetBase::SharesKey(ITR pos) const {
+  const Key key = KeyAt(ToItem(pos));
+  char* item = table_.First(table_.PlaceOf(key).bucket);
+  while (item && (KeyAt(item) != key || ToItr(item) == pos)) item = LinksOf(item).hash_next;
+  return item != nullptr;
+}
+
 void KeyedSetBase::FindMany(std::span<const Key> keys, std::span<ITR> found) const {
   constexpr std::size_t kBatch = 16;
   for (std::size_t begin = 0; begin < keys.size(); begin += kBatch) {

@@ -186,6 +186,8 @@ class QXDB_API KeyedSetBase {
 
   /// Whether SetAt has ever given a record a key that another one had at that moment.
   bool MayShareKeys() const { return shared_keys_; }
+  /// Whether another record has the key of this one, which is not removed.
+  bool SharesKey(ITR pos) const;
 
   // ---- for the undo journal ---------------------------------------------------------------------
 

@@ -20,7 +20,7 @@ struct tagTRNotify {
   std::int32_t phase = 0;  ///< of a modification: 0 before it, 1 after it; otherwise 0
 };
 
-/// Whether, and to whom, changes are reported. For the thread that edits the pools.
+/// Whether, and to whom, changes are reported. Threads: the one that edits the pools.
 class ChangeRecorder {
  public:
   bool IsRecording() const { return recording_; }

@@ -1,5 +1,6 @@
 #pragma once
 // What is known of keys that are in use, so that a search for a free one need not start over.
+// Threads: its pool's.
 
 #include <algorithm>
 #include <array>

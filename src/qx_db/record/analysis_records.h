@@ -1,5 +1,6 @@
 #pragma once
 // Functions, curves, and the records of analysis and result features.
+// Threads: records are values (TStructBase).
 
 #include "qx_db/record/array_elements.h"
 #include "qx_db/record/record.h"

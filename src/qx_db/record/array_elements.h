@@ -1,5 +1,6 @@
 #pragma once
 // The structures that array members are made of: plain, packed, without a key.
+// Threads: records are values (TStructBase).
 
 #include "qx_db/record/schema.h"
 

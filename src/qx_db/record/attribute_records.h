@@ -1,6 +1,7 @@
 #pragma once
 // Attributes of elements: offsets, releases, thicknesses, material axes, property switches. Most
 // name their elements in a list; those of solids are keyed by the element.
+// Threads: records are values (TStructBase).
 
 #include "qx_db/record/default_name.h"
 #include "qx_db/record/record.h"

@@ -1,5 +1,6 @@
 #pragma once
 // Every record type of the library.
+// Threads: any; the tables never change.
 
 #include "qx_db/record/analysis_records.h"
 #include "qx_db/record/attribute_records.h"

@@ -1,6 +1,7 @@
 #pragma once
 // What steers mesh generation and groups its results: mesh sets, size controls, seeds, layers,
 // special properties.
+// Threads: records are values (TStructBase).
 
 #include "qx_db/record/array_elements.h"
 #include "qx_db/record/default_name.h"

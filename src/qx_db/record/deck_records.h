@@ -2,6 +2,7 @@
 // What files bring along that the catalogue has no record for: fields of values, the tags of sets,
 // the file's own division of the mesh, text that is carried along, and where it all came from.
 // Their codes begin at 1000, apart from those of the catalogue.
+// Threads: records are values (TStructBase).
 
 #include "qx_db/record/array_elements.h"
 #include "qx_db/record/record.h"

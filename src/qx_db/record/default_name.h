@@ -1,5 +1,6 @@
 #pragma once
 // Default names of records: user texts of resource keys.
+// Threads: any.
 
 #include "qx_db/lib/message.h"
 #include "qx_db/record/values.h"

@@ -1,5 +1,6 @@
 #pragma once
 // Records in words: what a member is, what it holds.
+// Threads: any.
 
 #include <string>
 

@@ -1,6 +1,7 @@
 #pragma once
 // The element type codes of solids, surfaces, lines and points: the codes that every mesh format
 // exchanges. Codes from 30 on are special elements whose meaning belongs to the host.
+// Threads: any; the tables never change.
 
 #include <cstdint>
 #include <span>

@@ -1,5 +1,6 @@
 #pragma once
 // What the variables and the values of function tables are, and so how they convert.
+// Threads: any; the tables never change.
 
 #include <cstdint>
 #include <span>

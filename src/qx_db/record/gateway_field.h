@@ -1,6 +1,7 @@
 #pragma once
 // The fields by which a record travels through the gateway. They group and rename members, so that
 // they are a list of their own; each names its member by member pointer.
+// Threads: made once with their schema, and only read from then on.
 
 #include <vector>
 

@@ -1,6 +1,7 @@
 #pragma once
 // Geometry objects and what ties the mesh to them; grid, work planes, datums, coordinate systems,
 // views.
+// Threads: records are values (TStructBase).
 
 #include "qx_db/lib/variants.h"
 #include "qx_db/record/record.h"

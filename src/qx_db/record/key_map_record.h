@@ -1,5 +1,6 @@
 #pragma once
 // What key a record received when it came from outside.
+// Threads: records are values (TStructBase).
 
 #include "qx_db/record/record.h"
 

@@ -1,6 +1,7 @@
 #pragma once
 // The records of the finite-element mesh: nodes, elements, the orientation of line elements,
 // active element sets and element sides.
+// Threads: records are values (TStructBase).
 
 #include <optional>
 #include <vector>

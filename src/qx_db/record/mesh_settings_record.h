@@ -1,5 +1,6 @@
 #pragma once
 // The settings of mesh generation. The codes are those of the meshers that the host drives.
+// Threads: records are values (TStructBase).
 
 #include "qx_db/record/record.h"
 #include "qx_db/record/unit_descriptor.h"

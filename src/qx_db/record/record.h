@@ -1,5 +1,6 @@
 #pragma once
 // What a record type inherits: every virtual operation of the base, each one call of a verb.
+// Threads: records are values (TStructBase); what is static here, any.
 
 #include "qx_db/record/verbs.h"
 

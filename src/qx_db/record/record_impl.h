@@ -1,5 +1,6 @@
 #pragma once
 // Definitions of the operations of TRecord, for the .cpp files of the catalogue only.
+// Threads: any.
 
 #include <algorithm>
 #include <cstring>

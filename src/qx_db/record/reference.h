@@ -1,5 +1,6 @@
 #pragma once
 // How a record refers to others: by types that name the pool that they point into.
+// Threads: records are values (TStructBase).
 
 #include "qx_db/record/values.h"
 

@@ -3,6 +3,7 @@
 // what no type can: the name of a member, the unit of a number, what becomes of the record when a
 // target goes. Place, size and kind come from the member, and so does the pool that a reference
 // points into.
+// Threads: made once with their schema, and only read from then on.
 
 #include <initializer_list>
 #include <span>

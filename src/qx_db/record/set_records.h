@@ -1,5 +1,6 @@
 #pragma once
 // The named sets that group boundary, load, fluid and other data: ten types with one layout.
+// Threads: records are values (TStructBase).
 
 #include "qx_db/record/record.h"
 

@@ -1,5 +1,6 @@
 #pragma once
 // The widths that every record, pool and file of the system agrees on, and the type codes.
+// Threads: any; the tables never change.
 
 #include <cstdint>
 #include <cstring>

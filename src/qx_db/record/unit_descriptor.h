@@ -1,5 +1,6 @@
 #pragma once
 // The unit categories of a record type, group by group.
+// Threads: made once with their schema, and only read from then on.
 
 #include <array>
 

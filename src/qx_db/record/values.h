@@ -1,5 +1,6 @@
 #pragma once
 // The value types that record members are made of. All are packed to 4 bytes, like the records.
+// Threads: records are values (TStructBase).
 
 #include <algorithm>
 #include <cstddef>

@@ -1,5 +1,6 @@
 #pragma once
 // What is done to records in general, each once, over the rows of their schema.
+// Threads: any, for records that no other changes.
 
 #include <span>
 #include <string>

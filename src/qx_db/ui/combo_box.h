@@ -8,7 +8,7 @@
 namespace qx {
 
 /// Items with data, one of them selected or none. The window, when there is one, shows them; it is
-/// told only what changed. Not copyable; for the thread of the user interface.
+/// told only what changed. Not copyable. Threads: that of the user interface.
 class QXDB_API CComboBox {
  public:
   static constexpr int kNone = -1;

@@ -17,7 +17,7 @@ struct ComboItem {
   friend bool operator==(const ComboItem&, const ComboItem&) = default;
 };
 
-/// The window of a CComboBox. Calls come on the thread of the user interface. A window reports what
+/// The window of a CComboBox. Threads: that of the user interface. A window reports what
 /// the user selects through CComboBox::WindowSelected, and what he types through WindowEdited;
 /// nothing that it is told here.
 class QXDB_API IComboWindow {

@@ -1,5 +1,6 @@
 #pragma once
 // The pattern of all lists that dialogs pick records from: bound to a session, following its pool.
+// Threads: that of the user interface.
 
 #include <vector>
 

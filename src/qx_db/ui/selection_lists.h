@@ -1,6 +1,7 @@
 #pragma once
 // The drop-down lists that dialogs pick records from, one class for each kind of record and two for
 // functions. docs/selection-lists.md tells what each option admits.
+// Threads: that of the user interface.
 
 #include "qx_db/callback/app_types.h"
 #include "qx_db/record/analysis_records.h"
