@@ -47,7 +47,7 @@ struct Mesh {
     std::vector<Key> elements;
     std::vector<Key> nodes = {};    ///< that belong to it besides those of its elements
     std::int32_t parent = kNone;    ///< index of the group that it is a part of
-    std::int32_t color = kNone;     ///< 0xRRGGBB; kNone for one of the model's choice
+    std::int32_t color = kNone;     ///< 0x00BBGGRR; kNone for one of the model's choice
     Key key = 0;                    ///< wish for a key in the model; 0 for none
     std::vector<SetTag> tags = {};  ///< how the file knows it
     friend bool operator==(const Group&, const Group&) = default;

@@ -426,10 +426,11 @@ Outcome Add(Model& model, const SeedOptions& options, const Context& context) {
   JsonText json;
   json.Begin().Text("model", options.model).Integer("control", control.key);
   json.Bool("saved", !options.dry_run);
-  PrintPreview(opened,
-               fmt::format("size control {} on {} edges{}\n", control.key, control.edges.GetSize(),
-                           options.dry_run ? " (not saved)" : ""),
-               json, context);
+  PrintPreview(
+      opened,
+      fmt::format("size control {} on {} edge{}{}\n", control.key, control.edges.GetSize(),
+                  control.edges.GetSize() == 1 ? "" : "s", options.dry_run ? " (not saved)" : ""),
+      json, context);
   return {};
 }
 

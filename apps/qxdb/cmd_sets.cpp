@@ -79,6 +79,14 @@ std::int64_t CountFree(const DPoolBase& pool, const DPoolMset& sets,
   return count;
 }
 
+/// How many records a list names: null entries and repeated ones are none.
+std::int64_t CountOf(const TArray<ITR>& list) {
+  std::vector<ITR> items(list.begin(), list.end());
+  std::sort(items.begin(), items.end());
+  const auto end = std::unique(items.begin(), items.end());
+  return end - items.begin() - (end != items.begin() && items.front() == 0);
+}
+
 Outcome List(const std::string& path, const Context& context) {
   Model model(path);
   if (Outcome opened = model.Open(); !opened) return opened;
@@ -91,12 +99,13 @@ Outcome List(const std::string& path, const Context& context) {
     const tagTMset& set = sets.GetAtNU(row.set);
     const std::string name = Utf8(set.name.View());
     const std::string color = fmt::format("#{:06X}", static_cast<std::uint32_t>(set.color));
-    table.Row({std::to_string(set.key), Grouped(set.nodes.GetSize()),
-               Grouped(set.elements.GetSize()), color,
+    const std::int64_t nodes = CountOf(set.nodes);
+    const std::int64_t elements = CountOf(set.elements);
+    table.Row({std::to_string(set.key), Grouped(nodes), Grouped(elements), color,
                std::string(2 * static_cast<std::size_t>(row.depth), ' ') + name});
     json.Begin().Integer("key", set.key).Text("name", name).Integer("parent", set.parent_key);
-    json.Integer("depth", row.depth).Text("colour", color).Integer("nodes", set.nodes.GetSize());
-    json.Integer("elements", set.elements.GetSize()).End();
+    json.Integer("depth", row.depth).Text("colour", color).Integer("nodes", nodes);
+    json.Integer("elements", elements).End();
   }
   const std::int64_t nodes = CountFree(*session.GetDataPool(code::kNode), sets, &tagTMset::nodes);
   const std::int64_t elements =
@@ -132,6 +141,7 @@ struct Editing {
   const SetsOptions& options;
   std::vector<ITR> chosen;  ///< the sets that the options name
   Key parent = 0;
+  std::vector<std::string> notes = {};  ///< what there is to tell beyond the changes
 };
 
 /// Does the work; 0 when the model refuses.
@@ -193,8 +203,16 @@ Result<int> ImportSets(Editing& edit) {
     return Failure{options.other, "mesh set \"" + wanted + "\"", "is not there",
                    "see qxdb sets " + options.other};
   }
-  return edit.sets.TR_Import(options.sets.empty() ? keys : chosen, options.keep_keys,
-                             options.with_children, edit.parent);
+  if (!edit.sets.TR_Import(options.sets.empty() ? keys : chosen, options.keep_keys,
+                           options.with_children, edit.parent)) {
+    return 0;
+  }
+  const ImportReport& report = *edit.sets.LastImport();
+  const CQXDBSession& session = edit.model.session;
+  for (const auto& clash : report.clashes) edit.notes.push_back(clash.Line(session));
+  for (const auto& renamed : report.renamed) edit.notes.push_back(renamed.Line(session));
+  for (const auto& loose : report.loose) edit.notes.push_back(loose.Line(session));
+  return 1;
 }
 
 /// Finds the sets that the options name.
@@ -233,7 +251,14 @@ Outcome RunEdit(Model& model, const SetsOptions& options, const std::u16string& 
   json.Begin().Text("model", options.model).Bool("saved", edit.IsSaved());
   changes.Write(json);
   const char* ending = edit.IsSaved() ? "saved" : changes.IsEmpty() ? "" : "not saved";
-  context.Print(changes.Text() + ending, json.End());
+  json.BeginArray("notes");
+  std::string notes;
+  for (const std::string& note : editing.notes) {
+    json.Text({}, note);
+    notes += OneLine(note) + "\n";
+  }
+  json.End();
+  context.Print(notes + changes.Text() + ending, json.End());
   return {};
 }
 

@@ -98,7 +98,9 @@ std::string SeedTable(const SeedPreview& preview, std::string_view unit) {
       std::count_if(preview.keys.edges.begin(), preview.keys.edges.end(), [&](const auto& entry) {
         return preview.cad->GetEdgeKind(entry.first) == EdgeKind::kDegenerate;
       });
-  if (pointlike > 0) text += fmt::format("{} edges have no length and no seeds\n", pointlike);
+  if (pointlike > 0)
+    text += pointlike == 1 ? std::string("1 edge has no length and no seeds\n")
+                           : fmt::format("{} edges have no length and no seeds\n", pointlike);
   text += fmt::format("{} of {} edges seeded, {} pairs of edges lie on each other\n",
                       preview.seeds.size(), preview.cad->GetEdgeCount(), preview.twins.size());
   for (const SeedPreview::Fault& fault : preview.faults) {

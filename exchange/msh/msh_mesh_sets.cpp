@@ -1,7 +1,7 @@
 // $QXMeshSets: what physical groups cannot say of mesh sets. Text in every file, as names are:
 //
 //   number of sets
-//   key  colour (RRGGBB)  parent (place among these sets from 1, 0 for none)
+//   key  colour (BBGGRR)  parent (place among these sets from 1, 0 for none)
 //     number of groups  (dimension  tag) ...  number of nodes  (node) ...  "name"
 //
 // a line for each set. The nodes are those that belong to it besides the nodes of its elements.

@@ -252,7 +252,17 @@ TEST(Findings, NameEveryFault) {
   node.position.x = std::nan("");
   nodes.SetAtNU(model.nodes[0], node);
   EXPECT_EQ(find("undefined-nodes"), 1u);
-  EXPECT_EQ(FindingNames().size(), 15u);
+  const int line = model.Node({50, 0, 0});
+  model.Node({60, 0, 0}), model.Node({70, 0, 0});
+  model.Element(2, std::vector<int>{line, line + 1});
+  EXPECT_EQ(find("without-axes"), 0u);
+  tagTEcrd along;
+  along.key = static_cast<Key>(model.elements.size());
+  along.method = tagTEcrd::kByNode;
+  along.reference_node = model.nodes[static_cast<std::size_t>(line + 2)];
+  Pool<tagTEcrd>(model.session).InsertNU(along);
+  EXPECT_EQ(find("without-axes"), 1u) << "its reference node is on its line";
+  EXPECT_EQ(FindingNames().size(), 16u);
 }
 
 TEST(Findings, LeaveSpecialElementsToTheApplication) {
@@ -354,8 +364,8 @@ TEST(Repair, MendsAllAtOnce) {
   EXPECT_EQ(report.nodes_removed, 1);
   EXPECT_EQ(report.nodes_kept, 1) << "a beam is turned by it";
   EXPECT_FALSE(KeyedSetBase::IsRemoved(pointed_at));
-  EXPECT_EQ(CountFindings(model),
-            (std::map<std::string, std::size_t>{{"free-faces", 6}, {"unreferenced-nodes", 1}}));
+  EXPECT_EQ(CountFindings(model), (std::map<std::string, std::size_t>{{"free-faces", 6}}))
+      << "what is kept is not found again";
   EXPECT_FALSE(Repair(model, plan).ChangedAnything()) << "nothing is left to mend";
 }
 

@@ -1,6 +1,7 @@
 #include <cmath>
 #include <gtest/gtest.h>
 #include <limits>
+#include <random>
 #include <rapidcheck/gtest.h>
 
 #include "qx_db/model/element_axes.h"
@@ -163,6 +164,39 @@ TEST(LineAxes, FailForWhatIsNoLine) {
   EXPECT_EQ(m.elements.Calc1DElemLocalVector(element, record, axes), 0);  // a dead one
   double center[3];
   EXPECT_EQ(m.elements.GetElemCenter(element, center), 0);
+}
+
+TEST(LineAxes, AreNeverMadeOfRounding) {
+  MeshModel m;
+  const ITR node = m.Node(3, 0, 0, 0);
+  std::mt19937 random(11);
+  std::uniform_real_distribution<double> coordinate(-1, 1), along(-2, 3), size(-3, 7);
+  int accepted = 0;
+  for (int i = 0; i < 2000; ++i) {
+    const double scale = std::pow(10.0, size(random));
+    const auto point = [&] {
+      return scale * Vector3(coordinate(random), coordinate(random), coordinate(random));
+    };
+    const Vector3 p1 = point();
+    const Vector3 p2 = point();
+    const Vector3 on_line = p1 + along(random) * (p2 - p1);
+    tagTNode moved;
+    moved.key = 3;
+    moved.position = on_line.As<tagTVector3<double>>();
+    m.nodes.SetAtNU(node, moved);
+    const double a[3] = {p1.x, p1.y, p1.z};
+    const double b[3] = {p2.x, p2.y, p2.z};
+    double axes[3][3];
+    EXPECT_EQ(m.elements.Calc1DElemLocalVector(a, b, node, axes), 0) << "at a scale of " << scale;
+    // What is accepted as an orientation gives axes.
+    const Vector3 off = on_line + 2e-7 * Vector3(coordinate(random), coordinate(random), 1);
+    if (DistanceToLine(off, p1, p2 - p1) < 1e-7) continue;
+    ++accepted;
+    moved.position = off.As<tagTVector3<double>>();
+    m.nodes.SetAtNU(node, moved);
+    EXPECT_EQ(m.elements.Calc1DElemLocalVector(a, b, node, axes), 1) << "at a scale of " << scale;
+  }
+  EXPECT_GT(accepted, 500);
 }
 
 TEST(LineAxes, ComeFromARectangularSystemOnly) {

@@ -84,7 +84,18 @@ struct Tangle : MeshModel {
       Add<tagTPropCtrl>(
           key, [&](auto& r) { r.property = properties.Find(*rc::gen::inRange<Key>(1, 4)); });
     }
+    for (Key key = 1; key <= 4; ++key) {
+      Add<tagTGeom>(key, [](auto&) {});
+      Add<tagTGKey>(key, [&](auto& r) { r.geometry = Some<tagTGeom>(4); });
+    }
     for (Key key = 1; key <= 3; ++key) {
+      Add<tagMGInfo>(key, [&](auto& r) { r.bodies = Several<tagTGKey>(4); });
+      Add<tagTSzct>(key, [&](auto& r) {
+        r.edges = Several<tagTGKey>(4);
+        r.reversed_edges = Several<tagTGKey>(4);
+        r.bodies = Several<tagTGKey>(4);
+        for (std::int32_t i = 0; i < r.edges.GetSize(); ++i) r.locked.Add(Maybe() && Maybe());
+      });
       Add<tagTRegion>(key, [&](auto& r) {
         r.sides = Several<tagTESid>(3);
         r.directions.SetSize(r.sides.GetSize());
@@ -128,8 +139,9 @@ struct Tangle : MeshModel {
 
 RC_GTEST_PROP(Deletion, DoesWhatThePreviewSays, ()) {
   Tangle m;
-  const std::uint16_t type = *rc::gen::element(code::kNode, code::kElem, code::kCord, code::kProp,
-                                               code::kMset, code::kESid, code::kE2DThick);
+  const std::uint16_t type =
+      *rc::gen::element(code::kNode, code::kElem, code::kCord, code::kProp, code::kMset,
+                        code::kESid, code::kE2DThick, code::kGKey, code::kGeom);
   TArray<ITR> all;
   m.session.GetDataPool(type)->GetItrList(all, 0);
   std::vector<ITR> items;

@@ -23,7 +23,11 @@ struct ModeApp final : SilentAppDB {
 
 struct SplitHost final : IQXDbInterface {
   int split = 0;
-  int NeedSplitMergedTendonNode(CQXDBSession*) override { return split; }
+  int asked = 0;
+  int NeedSplitMergedTendonNode(CQXDBSession*) override {
+    ++asked;
+    return split;
+  }
   CQXDBSession* GetActiveSession() override { return nullptr; }
   CString GetMaterialFolder() override { return {}; }
   int IsReadOnly(CQXDBSession*) override { return 0; }
@@ -143,6 +147,23 @@ TEST(MergedNodes, AreSplitAtTheEndOfAStepWhenTheHostSaysSo) {
   }
 }
 
+TEST(MergedNodes, AreAskedForOnceAndByTheEditAlone) {
+  const InEdition in(Edition::kC);
+  Host().split = Host().asked = 0;
+  MeshModel m;
+  m.Node(1, 0, 0, 0);
+  const ITR spare = m.Node(2, 1, 0, 0);
+  const ITR property = m.Property(1);
+  const ITR element = m.Element(1, 1, {1}, property);
+  ASSERT_EQ(m.Step([&] { m.properties.Remove(property); }), 1);
+  EXPECT_EQ(+m.elements.GetAtNU(element).property, 0u) << "it lost its property";
+  EXPECT_EQ(Host().asked, 0) << "a repair, and no edit of elements";
+  ASSERT_EQ(m.Step([&] { m.elements.SetAtNU(element, m.elements.GetAtNU(element)); }), 1);
+  EXPECT_EQ(Host().asked, 1);
+  ASSERT_EQ(m.Step([&] { m.nodes.Remove(spare); }), 1);
+  EXPECT_EQ(Host().asked, 2);
+}
+
 // ---- orientation records ------------------------------------------------------------------------
 
 TEST(Orientation, IsResetWhenItsNodeGoes) {
@@ -221,7 +242,8 @@ TEST(Orientation, ForgetsASystemThatGoes) {
   ASSERT_EQ(m.Step([&] { m.systems.Remove(m.systems.Find(8)); }), 1);
   m.session.ForgetHistory();  // frees the system
   double axes[3][3];
-  EXPECT_EQ(m.elements.GetElemLocalVector(element, axes), 1) << "by the default system";
+  EXPECT_EQ(m.elements.GetElemLocalVector(element, axes), 1) << "by the default orientation";
+  EXPECT_EQ(m.orientations.GetAtNU(m.orientations.Find(1)).method, tagTEcrd::kByVector);
 }
 
 TEST(Orientation, IsBroughtIntoLineWhenAModelBecomesActive) {

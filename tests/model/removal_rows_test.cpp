@@ -1,7 +1,9 @@
 // What every row says of the removal of its target, against what a step does.
 
 #include <gtest/gtest.h>
+#include <map>
 
+#include "qx_db/model/deletion.h"
 #include "qx_db/qx_db.h"
 #include "qx_db/record/verbs.h"
 
@@ -75,6 +77,9 @@ const char* Expected(OnRemoval rule, bool with_other) {
       return with_other ? "cleared" : "removed";
     case OnRemoval::kRefuse:
       return "refused";
+    case OnRemoval::kReset:  // a new record's says nothing by it
+    case OnRemoval::kPassUp:
+      return "cleared";
   }
   return "";
 }
@@ -89,16 +94,75 @@ TEST(RemovalRows, EveryRowTellsWhatAStepDoes) {
       for (const bool with_other : {false, true}) {
         if (with_other && !row->IsArray()) continue;
         ++rows;
-        // Deliberate: what is for no edge or body any more, their pools remove.
-        const std::uint16_t type = pool->GetTypeCode();
-        const bool empty = (type == code::kSzct || type == code::kMGInfo) && !with_other;
         EXPECT_EQ(OutcomeOf(pool->GetTypeCode(), row->name, with_other),
-                  empty ? "removed" : Expected(row->on_removal, with_other))
+                  Expected(row->on_removal, with_other))
             << pool->GetSchema().Name() << " " << Utf8(row->name) << (with_other ? " of two" : "");
       }
     }
   }
   EXPECT_GT(rows, 80);
+}
+
+/// Each record that a step or a preview removes or changes, with what becomes of it.
+using Fates = std::map<std::pair<std::uint16_t, Key>, bool>;  // removed?
+
+TEST(RemovalRows, APreviewTellsWhatTheDeletionDoes) {
+  struct Witness final : ISessionListener {
+    Fates fates;
+    void OnSessionEvent(CQXDBSession&, SessionEvent, std::u16string_view,
+                        std::span<const Change> changes) override {
+      for (const Change& change : changes) {
+        fates[{change.type, KeyOf(change.item)}] |= change.operation == tagTRNotify::kRemoved;
+      }
+    }
+  };
+  SilentAppDB app;
+  const CQXDBSession pattern(AddStandardPools);
+  int rows = 0;
+  for (const DPoolBase* source : pattern.Pools()) {
+    for (const Row& row : source->GetSchema().Rows()) {
+      const std::uint16_t to = row.target ? row.target : row.key_of;
+      if (!to || !pattern.GetDataPool(to)) continue;
+      for (const bool with_other : {false, true}) {
+        SCOPED_TRACE(std::string(source->GetSchema().Name()) + " " + Utf8(row.name));
+        CQXDBSession session(AddStandardPools);
+        DPoolBase& targets = *session.GetDataPool(to);
+        const ITR target = AddFresh(targets, kTarget);
+        const ITR other = AddFresh(targets, kOther);
+        DPoolBase& pool = *session.GetDataPool(source->GetTypeCode());
+        const ITR holder = AddFresh(pool, row.offset == 8 ? kTarget : kHolder);
+        if (row.key_of && row.offset != 8) {
+          StoreAt(detail::Bytes(*KeyedSetBase::RecordAt(holder)) + row.offset, kTarget);
+        } else if (row.target) {
+          if (with_other) Refer(row, holder, {target, other});
+          if (!with_other) Refer(row, holder, {target});
+        }
+        ++rows;
+        const std::vector<ITR> asked = {target};
+        const std::uint64_t before = session.StateHash();
+        const DeletionPreview preview = PreviewDeletion(session, to, asked);
+        EXPECT_EQ(session.StateHash(), before);
+        Fates expected;
+        for (const Consequence& one : preview.consequences) {
+          expected[{one.type, KeyOf(one.item)}] |= one.effect == Effect::kRemoved;
+          if (one.item == target) continue;
+          EXPECT_EQ(one.cause, target);
+          EXPECT_EQ(one.row, row.offset == 8 ? nullptr : pool.GetSchema().Find(row.name));
+        }
+        Witness witness;
+        session.AddListener(&witness);
+        const int done = DeleteRecords(session, to, asked);
+        EXPECT_EQ(done, preview.blockers.empty());
+        if (done) {
+          EXPECT_EQ(witness.fates, expected);
+        }
+        if (!done) {
+          EXPECT_EQ(session.StateHash(), before);
+        }
+      }
+    }
+  }
+  EXPECT_GT(rows, 160);
 }
 
 }  // namespace

@@ -13,7 +13,7 @@
 
 namespace qx {
 
-DenseMesh::DenseMesh(const CQXDBSession& session) {
+DenseMesh::DenseMesh(const CQXDBSession& session) : session_(&session) {
   const DPoolBase* nodes = session.GetDataPool(code::kNode);
   const DPoolBase* elements = session.GetDataPool(code::kElem);
   if (nodes) numbers_ = PoolNumbers(nodes->Set());

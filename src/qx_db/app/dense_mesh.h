@@ -35,6 +35,9 @@ class QXDB_API DenseMesh {
  public:
   explicit DenseMesh(const CQXDBSession& session);
 
+  /// What it is a picture of.
+  const CQXDBSession& Session() const { return *session_; }
+
   std::uint32_t ElementCount() const { return static_cast<std::uint32_t>(elements_.size() - 1); }
   ITR ElementItr(std::uint32_t e) const { return elements_[e].itr; }
   const tagTElem& Element(std::uint32_t e) const;
@@ -90,6 +93,7 @@ class QXDB_API DenseMesh {
   std::vector<Point3> positions_;
   bool all_finite_ = true;
   std::vector<Row> elements_;  ///< and one more, whose first node is the end of the last
+  const CQXDBSession* session_;
   std::vector<std::uint32_t> nodes_;
 };
 

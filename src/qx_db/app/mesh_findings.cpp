@@ -6,6 +6,8 @@
 
 #include "qx_db/app/element_volume.h"
 #include "qx_db/app/mesh_adjacency.h"
+#include "qx_db/model/standard_pools.h"
+#include "qx_db/record/verbs.h"
 
 namespace qx {
 namespace {
@@ -84,10 +86,24 @@ std::vector<Key> RepeatedNodes(const DenseMesh& mesh, double tolerance) {
   return keys;
 }
 
-std::vector<Key> UnusedNodes(const DenseMesh& mesh, double) {
+std::vector<Key> KeysOfUnusedNodes(const DenseMesh& mesh, double) {
   std::vector<Key> keys;
-  for (const std::uint32_t n : UnreferencedNodes(mesh)) keys.push_back(mesh.NodeKey(n));
+  for (const std::uint32_t n : FindUnusedNodes(mesh).unused) keys.push_back(mesh.NodeKey(n));
   return keys;
+}
+
+/// Line elements that are sound but for their orientation.
+std::vector<Key> WithoutAxes(const DenseMesh& mesh, double) {
+  const auto& elements = Pool<tagTElem>(mesh.Session());
+  return KeysOf(mesh, [&](std::uint32_t e) {
+    const std::int32_t type = mesh.Element(e).type;
+    if (!element_rule::IsWithEcrdType(type) && !element_rule::HasDefaultOrientation(type)) {
+      return false;
+    }
+    double axes[3][3];
+    return mesh.IsUsable(e) && !HasSize(mesh, e, SizeSign::kZero) &&
+           !elements.GetElemLocalVector(mesh.Element(e), axes);
+  });
 }
 
 std::vector<Key> UndefinedNodes(const DenseMesh& mesh, double) {
@@ -124,7 +140,9 @@ constexpr Kind kKinds[] = {
     {"duplicate-nodes", "duplicate nodes", "fix --merge-nodes TOLERANCE", false, true,
      RepeatedNodes},
     {"unreferenced-nodes", "nodes that no element uses", "fix --unreferenced-nodes", false, true,
-     UnusedNodes},
+     KeysOfUnusedNodes},
+    {"without-axes", "line elements whose orientation gives no axes", "orient KEYS --beta ANGLE",
+     true, false, WithoutAxes},
 };
 
 struct SideKind {
@@ -146,6 +164,30 @@ constexpr SideKind kSideKinds[] = {
 
 bool IsInvertedSolid(const DenseMesh& mesh, std::uint32_t e) {
   return mesh.Shape(e) >= CornerShape::kTetrahedron && HasSize(mesh, e, SizeSign::kNegative);
+}
+
+UnusedNodes FindUnusedNodes(const DenseMesh& mesh) {
+  UnusedNodes found{UnreferencedNodes(mesh)};
+  if (found.unused.empty()) return found;
+  std::vector<char> needed(mesh.NodeCount(), 0);
+  for (const DPoolBase* pool : mesh.Session().Pools()) {
+    const auto rows = pool->GetSchema().References();
+    const bool leads_to_nodes = std::any_of(rows.begin(), rows.end(), [](const Row* row) {
+      return row->target == code::kNode && !row->IsArray();
+    });
+    for (ITR at = leads_to_nodes ? pool->GetHeadPosition() : 0; at; pool->Next(at)) {
+      for (const Row* row : rows) {
+        if (row->target != code::kNode || row->IsArray()) continue;
+        const ITR node = LoadAt<ITR>(detail::Bytes(*KeyedSetBase::RecordAt(at)) + row->offset);
+        const std::uint32_t number = node ? mesh.Numbers().Find(node) : PoolNumbers::kNone;
+        if (number != PoolNumbers::kNone) needed[number] = 1;
+      }
+    }
+  }
+  const std::size_t without_elements = found.unused.size();
+  std::erase_if(found.unused, [&](std::uint32_t n) { return needed[n] != 0; });
+  found.kept = static_cast<std::int64_t>(without_elements - found.unused.size());
+  return found;
 }
 
 std::vector<Finding> FindFaults(const DenseMesh& mesh, double tolerance) {

@@ -26,6 +26,15 @@ QXDB_API std::vector<Finding> FindFaults(const DenseMesh& mesh, double tolerance
 /// Whether a solid of an ordinary type is listed inside out; false for one that is flat or broken.
 QXDB_API bool IsInvertedSolid(const DenseMesh& mesh, std::uint32_t e);
 
+/// Nodes that no element uses and no single reference of another record leads to, and how many of
+/// those without elements such references keep: being listed in a set keeps no node alive, being
+/// the reference node of a beam does.
+struct UnusedNodes {
+  std::vector<std::uint32_t> unused;
+  std::int64_t kept = 0;
+};
+QXDB_API UnusedNodes FindUnusedNodes(const DenseMesh& mesh);
+
 /// The names of all kinds, for command lines and scripts.
 QXDB_API std::vector<std::string_view> FindingNames();
 

@@ -208,38 +208,13 @@ bool TurnShells(CQXDBSession& session, RepairReport& report) {
   return Turn(session, turned, report.shells_turned);
 }
 
-/// Marks the nodes that single references of other records lead to: being listed in a set keeps
-/// no node alive, being the reference node of a beam does.
-void MarkPointedAt(CQXDBSession& session, const DenseMesh& mesh, std::vector<char>& needed) {
-  for (DPoolBase* pool : session.Pools()) {
-    if (pool->GetTypeCode() == code::kElem || !PointsAtNodes(*pool)) continue;
-    for (ITR at = pool->GetHeadPosition(); at; pool->Next(at)) {
-      ForEachReference(pool->GetSchema(), *KeyedSetBase::RecordAt(at),
-                       [&](const Row& row, const char* slot) {
-                         const ITR node = LoadAt<ITR>(slot);
-                         if (row.target != code::kNode || row.IsArray() || !node) return;
-                         const std::uint32_t number = mesh.Numbers().Find(node);
-                         if (number != PoolNumbers::kNone) needed[number] = 1;
-                       });
-    }
-  }
-}
-
 bool RemoveUnreferencedNodes(CQXDBSession& session, RepairReport& report) {
   std::vector<ITR> unused;
   {
     const DenseMesh mesh(session);
-    std::vector<char> needed(mesh.NodeCount(), 0);
-    MarkPointedAt(session, mesh, needed);
-    for (std::uint32_t e = 0; e < mesh.ElementCount(); ++e) {
-      for (const std::uint32_t number : mesh.Nodes(e)) {
-        if (number != PoolNumbers::kNone) needed[number] = 2;
-      }
-    }
-    for (std::uint32_t n = 0; n < mesh.NodeCount(); ++n) {
-      if (needed[n] == 0) unused.push_back(mesh.NodeItr(n));
-      report.nodes_kept += needed[n] == 1;
-    }
+    const UnusedNodes found = FindUnusedNodes(mesh);
+    for (const std::uint32_t n : found.unused) unused.push_back(mesh.NodeItr(n));
+    report.nodes_kept = found.kept;
   }
   auto& nodes = Pool<tagTNode>(session);
   for (const ITR node : unused) {

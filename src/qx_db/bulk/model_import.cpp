@@ -47,18 +47,24 @@ std::vector<std::uint16_t> Needs(const Schema& schema) {
 
 // ---- the import ---------------------------------------------------------------------------------
 
+/// The mesh of a part: what it lists comes only because it is of a chosen set.
+bool IsMesh(std::uint16_t type) {
+  return type == code::kNode || type == code::kElem || type == code::kMset;
+}
+
 /// One pool outside and its counterpart.
 struct Lane {
   DPoolBase* from;
   DPoolBase* to;
-  IExternalStore* store;
+  IExternalStore* store;      // null for a pool of the host that has none
   std::vector<ITR> chosen;    // items outside, in the order in which they come
   std::vector<bool> marks;    // by slot outside: chosen
   std::vector<ITR> position;  // by slot outside: where it came to
   ITR first;                  // the record with which every model begins, as new; 0 for none
   std::int64_t overwritten = 0;
   std::vector<std::pair<Key, Key>> keys = {};  // outside, and here
-  ITR joined = 0;  // item outside for which the model's default record stands
+  std::unordered_set<ITR> joined = {};         // items outside for which records of the model stand
+  std::vector<bool> attributes = {};  // by slot outside: comes because of the mesh it lists
   std::unique_ptr<TStructBase> incoming = {};  // the record at hand
 
   bool Choose(ITR item) {
@@ -72,6 +78,21 @@ struct Lane {
   void Leave(ITR item) { marks[from->Set().SlotOf(item)] = false; }
   bool IsChosen(ITR item) const { return marks[from->Set().SlotOf(item)]; }
   ITR PositionOf(ITR item) const { return position[from->Set().SlotOf(item)]; }
+  bool IsAttribute(ITR item) const {
+    return !attributes.empty() && attributes[from->Set().SlotOf(item)];
+  }
+  /// Brings the record in hand into the pool; IExternalStore::BringToDB tells the keys.
+  ITR Bring(TStructBase& record, bool keep_key, Key wanted) {
+    if (store) return store->BringToDB(record, keep_key, wanted);
+    if (!keep_key) {
+      const Key key = wanted > 0 && !to->Find(wanted) ? wanted : to->Set().GetNewKey();
+      if (key < 0) return 0;
+      StoreAt(detail::Bytes(record) + 8, key);
+    }
+    const ITR there = to->Find(record.GetKey());
+    if (!there) return to->InsertNU(&record);
+    return to->SetAtNU(there, &record) ? there : 0;
+  }
   void Came(ITR item, ITR to_pos) {
     position[from->Set().SlotOf(item)] = to_pos;
     keys.emplace_back(KeyOf(item), KeyOf(to_pos));
@@ -88,7 +109,7 @@ class Importer {
     for (DPoolBase* pool : from_.Pools()) {
       DPoolBase* to = into.GetDataPool(pool->GetTypeCode());
       auto* store = dynamic_cast<IExternalStore*>(to);
-      if (!store || pool->GetSize() == 0) continue;
+      if (!to || (!store && !options.as_part) || pool->GetSize() == 0) continue;
       const std::size_t slots = pool->Set().SlotLimit();
       Lane lane{pool, to, store, {}, std::vector<bool>(slots), std::vector<ITR>(slots), 0};
       if (DPoolBase* as_new = fresh_.GetDataPool(pool->GetTypeCode())) {
@@ -105,7 +126,9 @@ class Importer {
     if (!done) return done.Error();
     for (auto& [type, lane] : lanes_) {
       if (lane.chosen.empty()) continue;
-      report_.pools.push_back({type, lane.overwritten, lane.joined != 0, std::move(lane.keys)});
+      report_.pools.push_back({type, lane.overwritten,
+                               static_cast<std::int64_t>(lane.joined.size()),
+                               std::move(lane.keys)});
     }
     return std::move(report_);
   }
@@ -148,13 +171,54 @@ class Importer {
   void ChooseNeeded() {
     std::map<std::uint16_t, std::size_t> done;
     for (bool grown = true; grown;) {
-      grown = false;
+      grown = options_.as_part && ChooseAttributes();
       for (auto& [type, lane] : lanes_) {
         for (std::size_t& next = done[type]; next < lane.chosen.size(); ++next) {
           grown |= ChooseFor(lane, lane.chosen[next]);
         }
       }
     }
+  }
+
+  /// What is nothing without the mesh that comes, once all of that is chosen: what would die with
+  /// it if the rest were removed and would not if it were there.
+  bool ChooseAttributes() {
+    bool grown = false;
+    for (auto& [type, lane] : lanes_) {
+      if (IsMesh(type)) continue;
+      for (ITR item = lane.from->GetHeadPosition(); item; lane.from->Next(item)) {
+        if (lane.IsChosen(item) || !ComesWithItsMesh(lane, item)) continue;
+        if (lane.attributes.empty()) lane.attributes.resize(lane.marks.size());
+        lane.attributes[lane.from->Set().SlotOf(item)] = true;
+        grown |= lane.Choose(item);
+      }
+    }
+    return grown;
+  }
+
+  bool ComesWithItsMesh(Lane& lane, ITR item) {
+    bool some = false;
+    bool lacks = false;
+    ForEachReference(lane.from->GetSchema(), *KeyedSetBase::RecordAt(item),
+                     [&](const Row& row, const char* slot) {
+                       const bool all = row.on_removal == OnRemoval::kDie && IsMesh(row.target);
+                       if (!all && row.on_removal != OnRemoval::kDieWithLast) return;
+                       const Key key = LoadAt<Key>(slot);
+                       Lane* target = key ? LaneOf(row.target) : nullptr;
+                       const ITR found = target ? target->from->Find(key) : 0;
+                       const bool comes = found && target->IsChosen(found);
+                       some |= comes;
+                       lacks |= all && key && !comes;
+                     });
+    return some && !lacks;
+  }
+
+  /// Whether a record brings what a row names. Attributes of a part bring none of its mesh: they
+  /// are cut to what comes. The hierarchy above a part stays.
+  bool Brings(const Lane& lane, ITR item, const Row& row) const {
+    if (!options_.as_part) return true;
+    if (row.key_of) return row.offset == 8;
+    return !(lane.IsAttribute(item) && IsMesh(row.target) && row.IsArray());
   }
 
   /// What the record refers to, and what belongs to it.
@@ -168,10 +232,11 @@ class Importer {
     TStructBase& record = *KeyedSetBase::RecordAt(item);
     const Schema& schema = lane.from->GetSchema();
     ForEachReference(schema, record, [&](const Row& row, const char* slot) {
-      choose(row.target, LoadAt<Key>(slot));
+      if (Brings(lane, item, row)) choose(row.target, LoadAt<Key>(slot));
     });
     for (const Row& row : schema.Rows()) {
-      if (row.key_of) choose(row.key_of, LoadAt<Key>(detail::Bytes(record) + row.offset));
+      if (row.key_of && Brings(lane, item, row))
+        choose(row.key_of, LoadAt<Key>(detail::Bytes(record) + row.offset));
     }
     for (auto& [type, other] : lanes_) {
       const Row* owner = OwnerRow(other.from->GetSchema());
@@ -207,11 +272,11 @@ class Importer {
   }
 
   Outcome NameApart(Lane& lane) {
-    if (!lane.from->GetSchema().Find(u"_NAME")) return {};
+    if (!lane.store || !lane.from->GetSchema().Find(u"_NAME")) return {};
     std::vector<ITR> came, renamed;
     for (const ITR item : lane.chosen) {
       const ITR pos = lane.PositionOf(item);
-      if (pos && item != lane.joined) came.push_back(pos);
+      if (pos && !lane.joined.contains(item)) came.push_back(pos);
     }
     const bool named = lane.store->NameApart(came, renamed) != 0;
     const std::unordered_set<ITR> others(renamed.begin(), renamed.end());
@@ -249,23 +314,56 @@ class Importer {
       return {};
     }
     // What belongs to a record has taken its key, and replaces what is there for it.
-    const bool keep = options_.keep_keys || OwnerRow(lane.from->GetSchema());
+    const bool keep = (options_.keep_keys && !options_.as_part) || OwnerRow(lane.from->GetSchema());
     const bool is_default = lane.first && record->GetKey() == lane.DefaultKey();
     if (!keep && is_default && IsModelsOwn(lane, item, *record)) return Join(lane, item, *record);
+    if (options_.as_part && !OwnerRow(lane.from->GetSchema())) return Settle(lane, item, *record);
     const bool overwrites = keep && lane.to->Find(record->GetKey());
     const Key wanted = is_default ? lane.DefaultKey() : KeyBesideDefault(lane);
-    const ITR pos = lane.store->BringToDB(*record, keep, wanted);
-    if (!pos) return Refused(lane, item);
     lane.overwritten += overwrites;
+    return Arrived(lane, item, lane.Bring(*record, keep, wanted));
+  }
+
+  Outcome Arrived(Lane& lane, ITR item, ITR pos) {
+    if (!pos) return Refused(lane, item);
     lane.Came(item, pos);
     if (waits_) deferred_.emplace_back(&lane, item);
     return {};
   }
 
-  /// 0 for any new key; where the model lacks its default record, one that is not for that.
+  /// Brings a record of a part under the key that it is to have.
+  Outcome Settle(Lane& lane, ITR item, TStructBase& record) {
+    const std::uint16_t type = lane.to->GetTypeCode();
+    const Key key = record.GetKey();
+    const auto bring_anew = [&] {
+      return Arrived(lane, item, lane.Bring(record, false, KeyBesideDefault(lane)));
+    };
+    if (IsMesh(type) && (!options_.keep_keys || type == code::kMset)) return bring_anew();
+    const ITR there = lane.to->Find(key);
+    if (!there) return Arrived(lane, item, lane.Bring(record, true, 0));
+    if (IsMesh(type)) {
+      qxMsgOut(Severity::kRefusal, "IDS_QX_DB_MSET_KEY_TAKEN",
+               {TableOf(into_, type), std::to_string(key)});
+      return Refused(lane, item);
+    }
+    const TStructBase& own = *KeyedSetBase::RecordAt(there);
+    if (!waits_ && Differences(lane.to->GetSchema(), record, own).empty()) {
+      lane.Came(item, there);
+      lane.joined.insert(item);
+      report_.clashes.push_back({type, key, key, true});
+      return {};
+    }
+    if (Outcome done = bring_anew(); !done) return done;
+    report_.clashes.push_back({type, key, KeyOf(lane.PositionOf(item)), false});
+    return {};
+  }
+
+  /// 0 for any new key; where the model lacks its default record, one that is not for that. Once
+  /// the largest key is in use, the free ones below it.
   static Key KeyBesideDefault(const Lane& lane) {
     const Key key = lane.DefaultKey();
-    return key && !lane.to->Find(key) ? lane.to->Set().GetNewKeyUp(key + 1) : 0;
+    if (key && !lane.to->Find(key)) return lane.to->Set().GetNewKeyUp(key + 1);
+    return lane.to->Set().GetNewKey() < 0 ? lane.to->Set().GetNewKeyUp(1) : 0;
   }
 
   /// Whether the model has the same record, but for what it lists. What neither has changed since
@@ -289,7 +387,10 @@ class Importer {
   Outcome Join(Lane& lane, ITR item, const TStructBase& record) {
     const ITR own = lane.to->Find(record.GetKey());
     lane.Came(item, own);
-    lane.joined = item;
+    lane.joined.insert(item);
+    if (options_.as_part) {
+      report_.clashes.push_back({lane.to->GetTypeCode(), KeyOf(item), KeyOf(own), true});
+    }
     std::vector<std::pair<const Row*, TArray<ITR>>> lists;
     for (const Row* row : lane.to->GetSchema().References()) {
       if (row->IsArray()) lists.emplace_back(row, ListAt(record, *row));
@@ -314,6 +415,10 @@ class Importer {
   }
 
   Outcome Refused(const Lane& lane, ITR item) const {
+    if (KeyBesideDefault(lane) < 0) {
+      return Failure{"", TableOf(into_, lane.to->GetTypeCode()), "has no free key left",
+                     "renumber its records from 1 on"};
+    }
     return Failure{"", TableOf(into_, lane.to->GetTypeCode()) + " " + std::to_string(KeyOf(item)),
                    "was refused by the model", "see the message above"};
   }
@@ -326,7 +431,9 @@ class Importer {
     TStructBase* record = lane.incoming.get();
     char* bytes = detail::Bytes(*record);
     const auto member = [&](const Row& row, Key key) {
-      return Place{&lane, KeyOf(item), &row, row.target ? row.target : row.key_of, key, tell};
+      // That a part is cut out is what was asked for.
+      const bool told = tell && Brings(lane, item, row);
+      return Place{&lane, KeyOf(item), &row, row.target ? row.target : row.key_of, key, told};
     };
     for (const Row* row : schema.References()) {
       if (row->IsArray()) {
@@ -421,6 +528,13 @@ std::string ImportReport::Loose::Line(const CQXDBSession& session) const {
   return fmt::format("{} {} {}: {} {} {}", TableOf(session, type), key, Utf8(member),
                      TableOf(session, target), target_key,
                      linked ? "is the model's own" : "does not come along; cleared");
+}
+
+std::string ImportReport::Clash::Line(const CQXDBSession& session) const {
+  return joined ? fmt::format("{} {}: the model has the same and keeps that",
+                              TableOf(session, type), key)
+                : fmt::format("{} {}: the model has another of this key; came as {}",
+                              TableOf(session, type), key, here);
 }
 
 std::string ImportReport::Renamed::Line(const CQXDBSession& session) const {

@@ -29,6 +29,14 @@ struct ImportOptions {
   /// they are cleared, or leave their array, and a record that is nothing without them (an element
   /// without one of its nodes) does not come either.
   bool link_existing = false;
+  /// The chosen mesh sets come as a part of a mesh, to be added to another. Sets, nodes and
+  /// elements receive new keys; with `keep_keys` nodes and elements keep theirs, and one that is
+  /// taken refuses the import. Every other record keeps its key where that is free; where it is
+  /// taken, the model's own record stands for an equal one, and one that differs receives a new
+  /// key. What is nothing without the mesh that comes (attributes that list its elements,
+  /// assignments to its sets) comes too, with its lists cut to that; the sets above the chosen ones
+  /// do not.
+  bool as_part = false;
   /// Everything is done and reported, and taken back.
   bool dry_run = false;
 };
@@ -38,7 +46,7 @@ struct QXDB_API ImportReport {
   struct Pool {
     std::uint16_t type = 0;
     std::int64_t overwritten = 0;
-    std::int64_t joined = 0;  ///< those for which the model's own default record stands
+    std::int64_t joined = 0;  ///< those for which the model's own record stands
     /// Key outside and key in the model of every record that came or joined, in their order.
     std::vector<std::pair<Key, Key>> keys;
   };
@@ -60,7 +68,16 @@ struct QXDB_API ImportReport {
     std::string to;
     std::string Line(const CQXDBSession& session) const;
   };
+  /// A record of a part whose key is in use in the model.
+  struct Clash {
+    std::uint16_t type = 0;
+    Key key = 0;   ///< outside
+    Key here = 0;  ///< that of the model's equal record, or the one it received
+    bool joined = false;
+    std::string Line(const CQXDBSession& session) const;
+  };
   std::vector<Pool> pools;  ///< those that anything came into
+  std::vector<Clash> clashes;
   std::vector<Loose> loose;
   std::vector<Renamed> renamed;
   /// Chosen records that stayed behind, being nothing without what does not come.

@@ -32,9 +32,11 @@ ITR DPoolBase::GetItr(const char16_t* name) {
   return 0;
 }
 
-int DPoolBase::ProcessRelation() {
-  DropDeadReferences(*this);
-  return 1;
+int DPoolBase::ProcessRelation() { return session_ ? session_->Follow().Process(*this) : 1; }
+
+bool DPoolBase::WasEdited(std::uint32_t mask) const {
+  const bool processing = session_ && session_->IsProcessingRelations();
+  return ((processing ? edited_flags_ : change_flags_) & mask) != 0;
 }
 
 ITR DPoolBase::InsertNUCustom(const TStructBase*) { return 0; }

@@ -4,9 +4,11 @@
 #include <new>
 #include <utility>
 
+#include "qx_db/core/belongings.h"
 #include "qx_db/core/relations.h"
 #include "qx_db/core/transaction.h"
 #include "qx_db/lib/message.h"
+#include "qx_db/record/verbs.h"
 
 namespace qx {
 namespace {
@@ -18,7 +20,11 @@ StepHook g_step_hook = nullptr;
 StepHook SetStepHook(StepHook hook) { return std::exchange(g_step_hook, hook); }
 
 CQXDBSession::CQXDBSession(PoolSetup setup, CQXDocBase* document)
-    : setup_(setup), document_(document), journal_(*this) {
+    : setup_(setup),
+      document_(document),
+      journal_(*this),
+      belongings_(std::make_unique<Belongings>(*this)),
+      relations_(std::make_unique<Relations>(*this)) {
   if (setup_) setup_(*this);
 }
 
@@ -48,6 +54,7 @@ int CQXDBSession::AddPool(std::unique_ptr<DPoolBase> pool) {
   }
   if (type < kDense) dense_[type] = pool.get();
   order_.push_back(pool.get());
+  belongings_->Learn(*pool);
   pools_.push_back(std::move(pool));
   return 1;
 }
@@ -67,6 +74,13 @@ void CQXDBSession::EnableRecording(bool on) {
 }
 
 void CQXDBSession::PushNotify(const tagTRNotify& notice) { journal_.Record(notice); }
+
+/// A record has another key than before: what belongs to it follows.
+void CQXDBSession::OnNewKey(std::uint16_t type, ITR item, Key former) {
+  DPoolBase& pool = *GetDataPool(type);
+  if (recording_) rekeyed_.push_back({&pool, item, former});
+  belongings_->FollowKey(pool, item, former);
+}
 
 void CQXDBSession::SetStepSink(StepSink* sink) {
   sink_ = sink;
@@ -150,25 +164,58 @@ void CQXDBSession::BeginTransaction(CTransaction& transaction, std::u16string_vi
 int CQXDBSession::ProcessRelations() {
   constexpr int kMaxRounds = 16;
   if (journal_.Mark() > 0) recording_ = true;  // repairs belong to what they repair
+  for (DPoolBase* pool : order_) pool->edited_flags_ = pool->change_flags_;
   std::size_t seen = 0;
-  for (int round = 0; round < kMaxRounds; ++round) {
-    if (journal_.Mark() == seen) break;
+  int kept = 1;
+  for (round_ = 1; kept && round_ <= kMaxRounds && journal_.Mark() != seen; ++round_) {
     seen = journal_.Mark();
     for (DPoolBase* pool : order_) {
-      if (!pool->ProcessRelation()) return 0;
+      kept = pool->ProcessRelation() || rehearsing_;
+      if (!kept) break;
     }
   }
+  round_ = 0;
+  return kept;
+}
+
+/// Refuses a step that gave a record a key which another one of its pool has.
+int CQXDBSession::RefuseSharedKeys() {
+  for (const Rekeyed& one : rekeyed_) {
+    const KeyedSetBase& set = one.pool->Set();
+    if (!set.IsLinked(one.item)) continue;
+    const Key key = KeyOf(one.item);
+    const ITR first = set.Find(key);
+    const ITR second = set.NextOfKey(first);
+    if (!second) continue;
+    const auto former = [&](ITR item) {
+      const auto known = std::find_if(rekeyed_.begin(), rekeyed_.end(),
+                                      [&](const Rekeyed& other) { return other.item == item; });
+      return std::to_string(known == rekeyed_.end() ? key : known->former);
+    };
+    qxMsgOut(Severity::kRefusal, "IDS_QX_DB_KEY_SHARED",
+             {one.pool->GetAPIName().ToUtf8(), former(second), former(first), std::to_string(key)});
+    return rehearsing_;
+  }
   return 1;
+}
+
+/// What is known of the open step only.
+void CQXDBSession::ForgetStep() {
+  round_ = 0;
+  rekeyed_.clear();
+  belongings_->Forget();
+  relations_->Forget();
 }
 
 /// Frees what is gone for good in the open step, once nothing refers to it: no record, in whatever
 /// way its pool deals with relations, and no image that could be put back.
 void CQXDBSession::SettleFinal() {
   recording_ = true;
+  relations_->Forget();  // whatever was repaired already
   try {
     for (std::size_t seen = ~std::size_t{0}; journal_.Mark() != seen;) {
       seen = journal_.Mark();
-      for (DPoolBase* pool : order_) DropDeadReferences(*pool);
+      for (DPoolBase* pool : order_) relations_->Process(*pool);
     }
   } catch (const std::bad_alloc&) {  // in place, then
   }
@@ -184,7 +231,7 @@ int CQXDBSession::CommitTransaction() {
     transaction.open_ = false;
     return 1;
   }
-  if (!ProcessRelations()) return 0;  // still open: the caller rolls back
+  if (!ProcessRelations() || !RefuseSharedKeys()) return 0;  // still open: the caller rolls back
   const bool changed = journal_.Mark() > 0 || journal_.Current().units;
   if (journal_.HasFinal()) SettleFinal();
   if (journal_.IsOpen() && !journal_.Current().IsEmpty()) {
@@ -201,6 +248,7 @@ int CQXDBSession::CommitTransaction() {
   }
   journal_.EnforceLimits();
   ClearFlags();
+  ForgetStep();
   UpdateHistoryMark();
   if (fault) std::rethrow_exception(fault);
   return 1;
@@ -215,6 +263,7 @@ void CQXDBSession::RollbackTransaction(CTransaction& transaction) {
   transaction.open_ = false;
   if (!innermost_) return RollbackOutermost();
   journal_.RollbackTo(transaction.mark_);
+  relations_->Forget();
   SetUnits(transaction.units_);
   if (journal_.Current().units) journal_.AfterUnits();
 }
@@ -232,6 +281,7 @@ void CQXDBSession::RollbackOutermost() {
   if (changed) fault = Announce(SessionEvent::kRolledBack, journal_.Current());
   journal_.Discard();
   ClearFlags();
+  ForgetStep();
   UpdateHistoryMark();
   if (fault) std::rethrow_exception(fault);
 }

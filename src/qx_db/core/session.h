@@ -7,6 +7,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "qx_db/core/journal.h"
@@ -15,7 +16,9 @@
 
 namespace qx {
 
+class Belongings;
 class CQXDocBase;
+class Relations;
 
 /// What happened to a session as a whole.
 enum class SessionEvent {
@@ -138,6 +141,24 @@ class QXDB_API CQXDBSession final : public ChangeRecorder {
   /// being told of.
   bool AllowUnrecorded() override;
 
+  void OnNewKey(std::uint16_t type, ITR item, Key former) override;
+
+  // ---- what follows -----------------------------------------------------------------------------
+
+  /// What belongs to records by their keys.
+  Belongings& Owned() { return *belongings_; }
+  const Belongings& Owned() const { return *belongings_; }
+  /// What the rows say of the open step.
+  Relations& Follow() { return *relations_; }
+  /// Whether the relations of a step are being processed.
+  bool IsProcessingRelations() const { return round_ > 0; }
+  /// In which round, from 1 on; 0 while they are not. They are processed again while repairs cause
+  /// others.
+  int RelationRound() const { return round_; }
+  /// Whether a step is only rehearsed, to be taken back: rules that would refuse it say so and let
+  /// it go on.
+  bool IsRehearsing() const { return rehearsing_; }
+
   // ---- history ----------------------------------------------------------------------------------
 
   bool CanUndo() const { return !IsBusy() && !journal_.Done().empty(); }
@@ -198,6 +219,7 @@ class QXDB_API CQXDBSession final : public ChangeRecorder {
  private:
   friend class CTransaction;
   friend class Journal;
+  friend class Rehearsal;
   friend class SessionUnits;
   friend class StepReplay;
   static constexpr std::uint16_t kDense = 128;
@@ -208,6 +230,8 @@ class QXDB_API CQXDBSession final : public ChangeRecorder {
   void RollbackTransaction(CTransaction& transaction);
   void RollbackOutermost();
   int ProcessRelations();
+  int RefuseSharedKeys();
+  void ForgetStep();
   void SettleFinal();
   void SetUnits(const CQXUnitCtrl& units) { static_cast<CQXUnitCtrl&>(units_) = units; }
   [[nodiscard]] std::exception_ptr Announce(SessionEvent event, const Step& step);
@@ -230,8 +254,18 @@ class QXDB_API CQXDBSession final : public ChangeRecorder {
   bool announcing_ = false;            // a step to hook and listeners
   bool bound_ = false;                 // the history, once that is over
   bool state_known_ = false;           // somebody may ask for changes since the present state
+  int round_ = 0;                      // of the relations that are being processed
+  bool rehearsing_ = false;
   StepSink* sink_ = nullptr;
   Journal journal_;
+  std::unique_ptr<Belongings> belongings_;
+  std::unique_ptr<Relations> relations_;
+  struct Rekeyed {
+    DPoolBase* pool;
+    ITR item;
+    Key former;
+  };
+  std::vector<Rekeyed> rekeyed_;  // in the open step
 };
 
 /// Called once per event that listeners hear of, before them, with the change flags set. The first

@@ -22,6 +22,17 @@ class Coalescer {
     }
   }
 
+  void Pass(const Step& step, const Change& change, bool done) {
+    const bool modified = change.operation == tagTRNotify::kModified;
+    const bool appears = !modified && (change.operation == tagTRNotify::kInserted) == done;
+    const auto [place, is_new] = places_.try_emplace(ITR{change.item}, fates_.size());
+    if (is_new) fates_.push_back({change.item, change.type, !appears});
+    Fate& fate = fates_[place->second];
+    if (!modified || !fate.was || fate.image) return;
+    const Step::Images& images = step.images[change.list_epoch];
+    fate.image = step.bytes.data() + (done ? images.before : images.after);
+  }
+
   std::vector<RecordChange> Result() const {
     std::vector<RecordChange> changes;
     for (const Fate& fate : fates_) {
@@ -47,17 +58,6 @@ class Coalescer {
     bool was;                     // there, in the known state
     const char* image = nullptr;  // then; null where it was not modified since
   };
-
-  void Pass(const Step& step, const Change& change, bool done) {
-    const bool modified = change.operation == tagTRNotify::kModified;
-    const bool appears = !modified && (change.operation == tagTRNotify::kInserted) == done;
-    const auto [place, is_new] = places_.try_emplace(ITR{change.item}, fates_.size());
-    if (is_new) fates_.push_back({change.item, change.type, !appears});
-    Fate& fate = fates_[place->second];
-    if (!modified || !fate.was || fate.image) return;
-    const Step::Images& images = step.images[change.list_epoch];
-    fate.image = step.bytes.data() + (done ? images.before : images.after);
-  }
 
   std::vector<const Row*> Modified(const Fate& fate) const {
     if (!fate.image) return {};
@@ -96,6 +96,17 @@ std::optional<std::vector<RecordChange>> ChangesSince(const CQXDBSession& sessio
   }
   Coalescer since(session);
   for (; next != done.end(); ++next) since.Pass(*next, true);
+  return since.Result();
+}
+
+std::vector<RecordChange> ChangesOfOpenStep(const CQXDBSession& session, std::size_t from) {
+  const Journal& journal = session.History();
+  const Step& step = journal.Current();
+  const std::size_t begin = journal.Mark() - step.changes.size();
+  Coalescer since(session);
+  for (std::size_t i = std::max(from, begin) - begin; i < step.changes.size(); ++i) {
+    since.Pass(step, step.changes[i], true);
+  }
   return since.Result();
 }
 

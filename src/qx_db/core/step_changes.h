@@ -28,4 +28,7 @@ struct RecordChange {
 QXDB_API std::optional<std::vector<RecordChange>> ChangesSince(const CQXDBSession& session,
                                                                std::int64_t state);
 
+/// The same of the open step, from the change on that is its `from`th (Journal::Mark).
+std::vector<RecordChange> ChangesOfOpenStep(const CQXDBSession& session, std::size_t from);
+
 }  // namespace qx

@@ -21,6 +21,7 @@ class TextTable final : public ITextSource {
 
 const ITextSource* g_texts = nullptr;
 IMessageSink* g_sink = nullptr;
+thread_local MessageCapture* t_capture = nullptr;
 
 /// Once a process: somebody forgot to bring the texts, and users would see keys.
 void WarnOfMissingTexts() {
@@ -71,12 +72,22 @@ std::string qxText(std::string_view key, const std::vector<std::string>& argumen
 
 CString qxLoadText(std::string_view key) { return CString::FromUtf8(qxText(key)); }
 
+MessageCapture::MessageCapture() : outer_(t_capture) { t_capture = this; }
+MessageCapture::~MessageCapture() { t_capture = outer_; }
+
+void MessageCapture::Take(Severity severity, std::string_view key,
+                          const std::vector<std::string>& arguments) {
+  messages_.push_back({severity, std::string(key), arguments, ""});
+}
+
 void qxMsgOut(Severity severity, std::string_view key, const std::vector<std::string>& arguments) {
+  if (t_capture) return t_capture->Take(severity, key, arguments);
   if (!g_sink) return;
   g_sink->Show({severity, std::string(key), arguments, qxText(key, arguments)});
 }
 
 void qxMsgOutText(Severity severity, const std::string& text) {
+  if (t_capture) return t_capture->Take(severity, "", {text});
   if (g_sink) g_sink->Show({severity, "", {}, text});
 }
 

@@ -59,6 +59,23 @@ QXDB_API CString qxLoadText(std::string_view key);
 QXDB_API void qxMsgOut(Severity severity, std::string_view key,
                        const std::vector<std::string>& arguments = {});
 
+/// While it lives, what the calls of this thread have to say is kept here, and neither text source
+/// nor sink hears of it. The one made last takes all.
+class QXDB_API MessageCapture {
+ public:
+  MessageCapture();
+  ~MessageCapture();
+  MessageCapture(const MessageCapture&) = delete;
+  MessageCapture& operator=(const MessageCapture&) = delete;
+  const std::vector<Message>& Messages() const { return messages_; }
+  /// Keeps a message, without a text.
+  void Take(Severity severity, std::string_view key, const std::vector<std::string>& arguments);
+
+ private:
+  MessageCapture* outer_;
+  std::vector<Message> messages_;
+};
+
 /// The same for a text that is not the host's to word: the message has no key.
 QXDB_API void qxMsgOutText(Severity severity, const std::string& text);
 

@@ -261,17 +261,9 @@ bool DPoolCord::KeepsDefault() const {
 int DPoolCord::ProcessRelation() {
   if (ChangeFlags() && !KeepsDefault()) {
     qxMsgOut(Severity::kRefusal, "IDS_QX_DB_CORD_DEFAULT", {std::to_string(kDefaultKey)});
-    return 0;
+    if (!GetSession()->IsRehearsing()) return 0;
   }
-  if (!HasChanged(kRemovedFlag)) return 1;
-  for (ITR pos = GetHeadPosition(); pos; Next(pos)) {
-    const tagTCord& system = GetAtNU(pos);
-    if (system.reference == 0 || !KeyedSetBase::IsRemoved(system.reference)) continue;
-    qxMsgOut(Severity::kRefusal, "IDS_QX_DB_CORD_REFERENCED",
-             {std::to_string(KeyOf(system.reference)), std::to_string(system.key)});
-    return 0;
-  }
-  return 1;
+  return DPoolPlain::ProcessRelation();
 }
 
 }  // namespace qx

@@ -66,10 +66,10 @@ class QXDB_API DPoolCord : public DPoolPlain<tagTCord> {
   int SetAtNU(ITR pos, const tagTCord& record) override;
   using DPool<tagTCord>::SetAtNU;
 
-  /// Refuses, with IDS_QX_DB_CORD_REFERENCED (keys of the removed system and of one given in it),
-  /// to remove a system in which a remaining one is given: that one would jump to another place.
-  /// And, with IDS_QX_DB_CORD_DEFAULT (its key), a step that removes the default system, or makes
-  /// it any but the global rectangular one; its name is free.
+  /// To remove a system in which a remaining one is given is refused by their row, with
+  /// IDS_QX_DB_CORD_REFERENCED (keys of both): that one would jump to another place. Beyond the
+  /// rows this refuses, with IDS_QX_DB_CORD_DEFAULT (its key), a step that removes the default
+  /// system, or makes it any but the global rectangular one; its name is free.
   int ProcessRelation() override;
 
  private:

@@ -1,8 +1,12 @@
 #include "qx_db/model/deletion.h"
 
-#include <set>
+#include <algorithm>
+#include <map>
+#include <unordered_map>
 #include <unordered_set>
 
+#include "qx_db/core/belongings.h"
+#include "qx_db/core/rehearsal.h"
 #include "qx_db/core/transaction.h"
 #include "qx_db/gateway/document.h"
 #include "qx_db/lib/message.h"
@@ -12,194 +16,181 @@
 namespace qx {
 namespace {
 
-/// Calls `visit` for the reference slots of one row of a record.
-template <class Visit>
-void ForEachTarget(const Row& row, ITR item, Visit&& visit) {
-  char* bytes = detail::Bytes(*KeyedSetBase::RecordAt(item));
+/// Removes what is asked for, with what goes along at once. 0 when a rule refuses.
+int RemoveAsked(CQXDBSession& session, std::uint16_t type, std::span<const ITR> items) {
+  if (type == code::kMset) {
+    TArray<ITR> sets;
+    sets.Assign(items.data(), items.size());
+    return Pool<tagTMset>(session).TR_Del(sets);
+  }
+  if (!CheckDeletion(session, type, items) && !session.IsRehearsing()) return 0;
+  DPoolBase& pool = *session.GetDataPool(type);
+  for (const ITR item : items) {
+    // One asked for twice, or taken along by another, is gone already.
+    if (item == 0 || KeyedSetBase::IsRemoved(item)) continue;
+    if (!pool.Remove(item)) return 0;
+  }
+  return 1;
+}
+
+/// The first target of a row that `is` tells; 0 for none.
+template <class Is>
+ITR FindTarget(const Row& row, ITR item, Is&& is) {
+  ITR found = 0;
   const auto take = [&](const Row&, const char* slot) {
-    if (const ITR target = LoadAt<ITR>(slot)) visit(target);
+    const ITR target = LoadAt<ITR>(slot);
+    if (!found && target && is(target)) found = target;
   };
+  char* bytes = detail::Bytes(*KeyedSetBase::RecordAt(item));
   if (row.IsArray()) {
     const ArrayStorage& array = detail::ArrayAt(bytes, row);
     detail::ForEachSlot(row, static_cast<char*>(array.data), array.count, take);
   } else {
     take(row, bytes + row.offset);
   }
+  return found;
 }
 
-/// Works out what follows from what, by the same rows that the pools follow when it happens.
-class Closure {
+/// Tells what a rehearsal has done, and why, once it is taken back: the records are then as they
+/// were, and say themselves what they depend on.
+class Account {
  public:
-  explicit Closure(const CQXDBSession& session)
-      : session_(session), elements_(Pool<tagTElem>(session)) {}
-
-  void Ask(std::uint16_t type, std::span<const ITR> items) {
-    for (const ITR item : items) {
-      if (item && !KeyedSetBase::IsRemoved(item)) Remove({type, item, Effect::kRemoved});
+  Account(const CQXDBSession& session, std::uint16_t type, std::span<const ITR> asked,
+          const std::vector<RecordChange>& changes)
+      : session_(session), changes_(changes) {
+    for (std::size_t i = 0; i < changes.size(); ++i) {
+      const RecordChange& change = changes[i];
+      if (change.operation != tagTRNotify::kRemoved) continue;
+      removed_.emplace(change.item, i);
+      removed_by_key_.emplace(std::pair(change.type, KeyOf(change.item)), change.item);
     }
-    with_sets_ = type == code::kMset;
-    if (with_sets_) AskForTheirMesh(items);
+    for (const ITR item : asked) {
+      const auto found = removed_.find(item);
+      if (found == removed_.end() || !told_.insert(item).second) continue;
+      result_.push_back({type, item, Effect::kRemoved});
+    }
+    if (type == code::kMset) LearnLists();
   }
 
-  DeletionPreview Finish() {
-    do {
-      while (next_ < result_.consequences.size()) Follow(result_.consequences[next_++]);
-    } while (RemoveThoseThatLostTheLast());
-    // Whoever goes anyway is neither changed nor reset, and blocks nothing.
-    for (const Consequence& change : changes_) {
-      if (!removed_.contains(change.item)) result_.consequences.push_back(change);
+  std::vector<Consequence> Tell() {
+    for (const RecordChange& change : changes_) {
+      if (change.operation == tagTRNotify::kRemoved) TellRemoved(change);
     }
-    FindBlockers();
+    for (const RecordChange& change : changes_) {
+      if (change.operation == tagTRNotify::kModified) TellChanged(change);
+    }
     return std::move(result_);
   }
 
  private:
-  bool Remove(const Consequence& consequence) {
-    if (!removed_.insert(consequence.item).second) return false;
-    result_.consequences.push_back(consequence);
-    return true;
-  }
+  struct Reason {
+    const Row* row = nullptr;
+    std::uint16_t type = 0;
+    ITR cause = 0;
+  };
 
-  /// With mesh sets go the nodes and elements that no remaining set holds.
-  void AskForTheirMesh(std::span<const ITR> sets) {
-    const auto& pool = Pool<tagTMset>(session_);
-    AskForOrphans(sets, pool, &tagTMset::elements, u"_ELEM_IDS");
-    AskForOrphans(sets, pool, &tagTMset::nodes, u"_NODE_IDS");
-  }
-  template <std::uint16_t Type>
-  void AskForOrphans(std::span<const ITR> sets, const DPoolMset& pool,
-                     TRefArray<Type> tagTMset::*list, const char16_t* name) {
-    std::unordered_set<ITR> held;
-    for (ITR pos = pool.GetHeadPosition(); pos; pool.Next(pos)) {
-      const TArray<ITR>& items = pool.GetAtNU(pos).*list;
-      if (!removed_.contains(pos)) held.insert(items.begin(), items.end());
-    }
-    const Row* row = pool.GetSchema().Find(name);
-    for (const ITR set : sets) {
-      if (!removed_.contains(set)) continue;
-      for (const ITR item : pool.GetAtNU(set).*list) {
-        if (item == 0 || held.contains(item) || KeyedSetBase::IsRemoved(item)) continue;
-        Remove({Type, item, Effect::kRemoved, row, code::kMset, set});
-        mesh_of_sets_.insert(item);
-      }
-    }
-  }
+  bool IsRemoved(ITR item) const { return removed_.contains(item); }
 
-  /// What one removal brings about directly. Takes a copy: the list grows meanwhile.
-  void Follow(const Consequence gone) {
-    if (gone.type == code::kElem) FollowKeys(gone);
-    if (gone.type == code::kMset) FollowChildren(gone);
-    elements_.References().ForEachUser(
-        gone.type, gone.item, [&](DPoolBase& pool, const Row& row, ITR user) {
-          if (pool.GetTypeCode() == code::kEcrd && gone.type == code::kNode) {
-            oriented_.emplace_back(gone.item, user);
-          }
-          if (removed_.contains(user)) return;
-          Consequence next{pool.GetTypeCode(), user, Effect::kChanged, &row, gone.type, gone.item};
-          switch (row.on_removal) {
-            case OnRemoval::kDie:
-              next.effect = Effect::kRemoved;
-              Remove(next);
-              break;
-            case OnRemoval::kRefuse:
-              refusing_.push_back(next);
-              break;
-            case OnRemoval::kDieWithLast:
-              if (losing_seen_.insert(user).second) losing_.push_back(next);
-              Change(next);
-              break;
-            case OnRemoval::kClear:
-              if (IsResetBy(next)) next.effect = Effect::kReset;
-              Change(next);
-          }
-        });
-  }
-
-  void FollowKeys(const Consequence& gone) {
-    const tagTElem& element = elements_.GetAtNU(gone.item);
-    for (const std::uint16_t type : element_rule::kKeyedPools) {
-      const ITR keyed = session_.GetDataPool(type)->Find(element.key);
-      if (keyed == 0 || !element_rule::TakesAlong(element.type, type)) continue;
-      Remove({type, keyed, Effect::kRemoved, nullptr, gone.type, gone.item});
-    }
-  }
-
-  void FollowChildren(const Consequence& gone) {
-    auto& sets = Pool<tagTMset>(session_);
-    TArray<ITR> children;
-    sets.GetItrListByParentMsetK(sets.GetAtNU(gone.item).key, children);
-    const Row* row = sets.GetSchema().Find(u"_PARENTMSETK");
-    for (const ITR child : children) {
-      Change({code::kMset, child, Effect::kChanged, row, gone.type, gone.item});
-    }
-  }
-
-  /// An orientation by a node that goes is reset as a whole.
-  bool IsResetBy(const Consequence& change) const {
-    return change.type == code::kEcrd && change.cause_type == code::kNode &&
-           Pool<tagTEcrd>(session_).GetAtNU(change.item).method == tagTEcrd::kByNode;
-  }
-
-  void Change(const Consequence& change) {
-    if (changed_.emplace(change.item, change.row).second) changes_.push_back(change);
-  }
-
-  bool RemoveThoseThatLostTheLast() {
-    bool any = false;
-    for (Consequence& one : losing_) {
-      if (removed_.contains(one.item)) continue;
-      bool keeps_some = false;
-      for (const Row* row : session_.GetDataPool(one.type)->GetSchema().References()) {
-        if (row->on_removal != OnRemoval::kDieWithLast) continue;
-        ForEachTarget(*row, one.item, [&](ITR target) {
-          keeps_some |= !removed_.contains(target) && !KeyedSetBase::IsRemoved(target);
+  /// The sets that were asked for list what goes with them.
+  void LearnLists() {
+    for (const Consequence& set : std::vector(result_)) {
+      for (const Row* row : session_.GetDataPool(code::kMset)->GetSchema().References()) {
+        if (!row->IsArray()) continue;
+        FindTarget(*row, set.item, [&](ITR item) {
+          if (IsRemoved(item)) listed_.try_emplace(item, Reason{row, code::kMset, set.item});
+          return false;
         });
       }
-      if (keeps_some) continue;
-      one.effect = Effect::kRemoved;
-      any |= Remove(one);
+    }
+  }
+
+  /// A removed record by whose key the row is.
+  Reason ByKey(const Row& row, ITR item) const {
+    const auto key = LoadAt<Key>(detail::Bytes(*KeyedSetBase::RecordAt(item)) + row.offset);
+    const auto found =
+        key && row.key_of ? removed_by_key_.find({row.key_of, key}) : removed_by_key_.end();
+    if (found == removed_by_key_.end()) return {};
+    return {row.offset == 8 ? nullptr : &row, row.key_of, found->second};
+  }
+
+  Reason ByReference(const Row& row, ITR item) const {
+    const ITR cause = FindTarget(row, item, [this](ITR target) { return IsRemoved(target); });
+    return cause ? Reason{&row, row.target, cause} : Reason{};
+  }
+
+  Reason WhyRemoved(std::uint16_t type, ITR item) const {
+    if (const auto listed = listed_.find(item); listed != listed_.end()) return listed->second;
+    const Schema& schema = session_.GetDataPool(type)->GetSchema();
+    if (const Reason owner = ByKey(schema.Rows().front(), item); owner.cause) return owner;
+    Reason any;
+    for (const Row* row : schema.References()) {
+      const Reason reason = ByReference(*row, item);
+      if (!reason.cause) continue;
+      if (row->on_removal == OnRemoval::kDie) return reason;
+      if (!any.cause || row->on_removal == OnRemoval::kDieWithLast) any = reason;
     }
     return any;
   }
 
-  void FindBlockers() {
-    const auto key = [](ITR item) { return std::to_string(KeyOf(item)); };
-    const ITR global = Pool<tagTCord>(session_).GetDefaultItr();
-    if (removed_.contains(global)) {
-      result_.blockers.push_back({"IDS_QX_DB_CORD_DEFAULT", {key(global)}});
+  /// Causes before what they bring about: a chain of those is as long as types refer to one
+  /// another.
+  void TellRemoved(const RecordChange& change) {
+    if (!told_.insert(change.item).second) return;
+    const Reason why = WhyRemoved(change.type, change.item);
+    if (const auto cause = removed_.find(why.cause); cause != removed_.end()) {
+      TellRemoved(changes_[cause->second]);
     }
-    for (const Consequence& one : refusing_) {
-      if (removed_.contains(one.item)) continue;
-      result_.blockers.push_back({"IDS_QX_DB_CORD_REFERENCED", {key(one.cause), key(one.item)}});
-    }
-    std::set<ITR> nodes;  // each named once
-    for (const auto& [node, orientation] : oriented_) {
-      const ITR element = elements_.Find(KeyOf(orientation));
-      if (element == 0 || IsExempt(element) || !nodes.insert(node).second) continue;
-      result_.blockers.push_back({"IDS_QXMESH_REFERENCE_NODE_ERROR", {key(node)}});
-    }
+    result_.push_back({change.type, change.item, Effect::kRemoved, why.row, why.type, why.cause});
   }
 
-  /// Whether an element may lose its reference node because it goes itself. Deleting mesh sets
-  /// asks that before anything goes, of the elements of the sets only.
-  bool IsExempt(ITR element) const {
-    return with_sets_ ? mesh_of_sets_.contains(element) : removed_.contains(element);
+  void TellChanged(const RecordChange& change) {
+    const TStructBase& record = *KeyedSetBase::RecordAt(change.item);
+    for (const Row* row : session_.GetDataPool(change.type)->GetSchema().References()) {
+      if (row->on_removal != OnRemoval::kReset || !row->reset.counts(record)) continue;
+      const Reason why = ByReference(*row, change.item);
+      if (!why.cause) continue;
+      result_.push_back({change.type, change.item, Effect::kReset, row, why.type, why.cause});
+      return;
+    }
+    for (const Row* row : change.members) {
+      const Reason why = row->target ? ByReference(*row, change.item) : ByKey(*row, change.item);
+      result_.push_back({change.type, change.item, Effect::kChanged, row, why.type, why.cause});
+    }
   }
 
   const CQXDBSession& session_;
-  const DPoolElem& elements_;
-  DeletionPreview result_;
-  std::size_t next_ = 0;
-  std::unordered_set<ITR> removed_;
-  std::vector<Consequence> changes_;
-  std::set<std::pair<ITR, const Row*>> changed_;
-  std::vector<Consequence> losing_;
-  std::unordered_set<ITR> losing_seen_;
-  std::vector<Consequence> refusing_;
-  std::vector<std::pair<ITR, ITR>> oriented_;  // a node that goes, an orientation that names it
-  bool with_sets_ = false;
-  std::unordered_set<ITR> mesh_of_sets_;
+  const std::vector<RecordChange>& changes_;
+  std::vector<Consequence> result_;
+  std::unordered_map<ITR, std::size_t> removed_;  // which of the changes
+  std::map<std::pair<std::uint16_t, Key>, ITR> removed_by_key_;
+  std::unordered_map<ITR, Reason> listed_;
+  std::unordered_set<ITR> told_;
 };
+
+/// The elements whose orientation is another now, with their axes.
+std::vector<Turn> AxesAfter(const CQXDBSession& session, const std::vector<RecordChange>& changes) {
+  std::vector<Turn> turns;
+  const auto& elements = Pool<tagTElem>(session);
+  for (const RecordChange& change : changes) {
+    if (change.type != code::kEcrd || change.operation != tagTRNotify::kModified) continue;
+    const ITR element = elements.Find(KeyOf(change.item));
+    if (!element) continue;
+    Turn& turn = turns.emplace_back();
+    turn.element = element;
+    turn.will_have_axes = elements.GetElemLocalVector(element, turn.after) != 0;
+  }
+  return turns;
+}
+
+/// Keeps those that the axes before tell to be turned.
+void CompareAxes(const CQXDBSession& session, std::vector<Turn>& turns) {
+  const auto& elements = Pool<tagTElem>(session);
+  std::erase_if(turns, [&](Turn& turn) {
+    turn.has_axes = elements.GetElemLocalVector(turn.element, turn.before) != 0;
+    return turn.has_axes == turn.will_have_axes &&
+           std::equal(&turn.before[0][0], &turn.before[0][0] + 9, &turn.after[0][0]);
+  });
+}
 
 }  // namespace
 
@@ -213,39 +204,47 @@ std::vector<ITR> DeletionPreview::Removed(std::uint16_t type) const {
 
 DeletionPreview PreviewDeletion(const CQXDBSession& session, std::uint16_t type,
                                 std::span<const ITR> items) {
-  Closure closure(session);
-  closure.Ask(type, items);
-  return closure.Finish();
+  std::vector<ITR> asked;
+  for (const ITR item : items) {
+    if (item && !KeyedSetBase::IsRemoved(item)) asked.push_back(item);
+  }
+  DeletionPreview preview;
+  if (asked.empty()) return preview;
+  std::vector<RecordChange> changes;
+  {
+    Rehearsal rehearsal(session);
+    RemoveAsked(rehearsal.Session(), type, asked);
+    rehearsal.Settle();
+    changes = rehearsal.Changes();
+    preview.turns = AxesAfter(session, changes);
+    for (const Message& refusal : rehearsal.Refusals()) {
+      preview.blockers.push_back({refusal.key, refusal.arguments});
+    }
+  }
+  CompareAxes(session, preview.turns);
+  preview.consequences = Account(session, type, asked, changes).Tell();
+  return preview;
 }
 
+/// Nodes go only where they are asked for, so that only then an element can lose one of its
+/// orientation. Elements go with their nodes.
 int CheckDeletion(const CQXDBSession& session, std::uint16_t type, std::span<const ITR> items) {
-  const DeletionPreview preview = PreviewDeletion(session, type, items);
-  const auto set_of = [&](std::uint16_t of) {
-    const std::vector<ITR> removed = preview.Removed(of);
-    return std::unordered_set<ITR>(removed.begin(), removed.end());
+  if (type != code::kNode) return 1;
+  const std::unordered_set<ITR> nodes(items.begin(), items.end());
+  const auto goes = [&](ITR item) { return nodes.contains(item); };
+  const auto& elements = Pool<tagTElem>(session);
+  const auto dies = [&](ITR element) {
+    const auto& of_element = elements.GetAtNU(element).nodes;
+    return std::any_of(of_element.begin(), of_element.end(), goes);
   };
-  const std::unordered_set<ITR> elements = set_of(code::kElem);
-  const std::unordered_set<ITR> nodes = set_of(code::kNode);
-  return Pool<tagTEcrd>(session).CheckRelation([&](ITR item) { return elements.contains(item); },
-                                               [&](ITR item) { return nodes.contains(item); });
+  return Pool<tagTEcrd>(session).CheckRelation(dies, goes);
 }
 
 int DeleteRecords(CQXDBSession& session, std::uint16_t type, std::span<const ITR> items) {
-  if (type == code::kMset) {
-    TArray<ITR> sets;
-    sets.Assign(items.data(), items.size());
-    return Pool<tagTMset>(session).TR_Del(sets);
-  }
-  if (!CheckDeletion(session, type, items)) return 0;
+  if (type == code::kMset) return RemoveAsked(session, type, items);
   CTransaction transaction(&session);
   if (!transaction.Begin(qxLoadText("IDS_QX_TRANS_DELETE").c_str())) return 0;
-  DPoolBase& pool = *session.GetDataPool(type);
-  for (const ITR item : items) {
-    // One asked for twice, or taken along by another, is gone already.
-    if (item == 0 || KeyedSetBase::IsRemoved(item)) continue;
-    if (!pool.Remove(item)) return 0;
-  }
-  return transaction.Commit();
+  return RemoveAsked(session, type, items) ? transaction.Commit() : 0;
 }
 
 // Here, because a deletion of nodes is judged by all that would follow from it.
@@ -265,11 +264,9 @@ bool DPoolNode::ReadAPI(dbgateway::DataBase* from, int remove) {
 std::vector<Use> WhereUsed(const CQXDBSession& session, std::uint16_t type, ITR item) {
   std::vector<Use> uses;
   if (item == 0 || KeyedSetBase::IsRemoved(item)) return uses;
-  if (type == code::kElem) {
-    for (const std::uint16_t keyed : element_rule::kKeyedPools) {
-      const ITR user = session.GetDataPool(keyed)->Find(KeyOf(item));
-      if (user) uses.push_back({keyed, user, nullptr});
-    }
+  for (const Belongings::Kind& kind : session.Owned().Of(type)) {
+    const ITR user = session.Owned().Find(kind, item);
+    if (user) uses.push_back({kind.pool->GetTypeCode(), user, nullptr});
   }
   if (type == code::kMset) {
     auto& sets = Pool<tagTMset>(session);

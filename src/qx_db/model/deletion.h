@@ -1,8 +1,10 @@
 #pragma once
 // What a deletion would do, told before anything happens; deleting; and where a record is used.
 //
-// All three rest on the reference index of the element pool, which turns the references of a pool
-// round once and keeps that until the pool changes; a question then costs what its answer is long.
+// A preview is the deletion itself, rehearsed (core/rehearsal.h) and read from the journal. Where a
+// record is used rests on the reference index of the element pool, which turns the references of a
+// pool round once and keeps that until the pool changes; a question then costs what its answer is
+// long.
 // Threads: the one that drives the session; previews and uses keep an index in it, so that on a
 // snapshot, too, they are for one at a time.
 
@@ -26,8 +28,8 @@ struct Consequence {
   std::uint16_t type = 0;  ///< type code of the record's pool
   ITR item = 0;
   Effect effect = Effect::kRemoved;
-  /// The member that refers to what was removed; null for what was asked for, and for what goes
-  /// because it is keyed by an element.
+  /// The member that refers to what was removed, or that changes; null for what was asked for, and
+  /// for what goes because it is keyed by an element.
   const Row* row = nullptr;
   std::uint16_t cause_type = 0;  ///< the removed record that brings it about; 0 when asked for
   ITR cause = 0;
@@ -40,18 +42,31 @@ struct Blocker {
   std::vector<std::string> arguments;
 };
 
+/// A line element whose axes a deletion turns, because what its orientation refers to goes. Rows
+/// are the unit vectors of local x, y and z.
+struct Turn {
+  ITR element = 0;
+  bool has_axes = false;  ///< before; where it had none, these are zero
+  bool will_have_axes = false;
+  double before[3][3] = {};
+  double after[3][3] = {};
+};
+
 struct QXDB_API DeletionPreview {
   /// A record appears once as removed or reset, or once for each changed member. Those asked for
   /// come first; causes come before what they bring about.
   std::vector<Consequence> consequences;
   std::vector<Blocker> blockers;
+  /// The elements that it turns, in the order of their orientations above.
+  std::vector<Turn> turns;
 
   /// The removed records of a pool.
   std::vector<ITR> Removed(std::uint16_t type) const;
 };
 
-/// What DeleteRecords would do. Records that are null or removed already are passed over. The
-/// model is not touched.
+/// What DeleteRecords would do, by a rehearsal: no trace is left, but nobody else may use the
+/// session meanwhile. Records that are null or removed already are passed over. Cost: that of the
+/// deletion, a few times over at most.
 QXDB_API DeletionPreview PreviewDeletion(const CQXDBSession& session, std::uint16_t type,
                                          std::span<const ITR> items);
 

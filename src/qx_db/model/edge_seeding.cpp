@@ -224,6 +224,19 @@ Outcome CheckApart(const Seeds& seeds, bool given) {
              given ? "leave one of them out" : "give sizes less far apart");
 }
 
+/// A geometric array has no leading 0.0, and so does not say where a uniform part at the start
+/// ends.
+void MarkUniformStart(const tagTSzct& control, Seeds& seeds) {
+  const double part = control.dbl_params[7];
+  if (control.method != tagTSzct::kGeometricGrading || !(part >= 1e-10)) return;
+  const auto behind =
+      std::find_if(seeds.begin(), seeds.end(), [&](double at) { return at > part; });
+  const std::vector<double> graded(behind, seeds.end());
+  seeds.SetSize(behind - seeds.begin());
+  seeds.Add(part);
+  for (const double at : graded) seeds.Add(at);
+}
+
 bool MapToCurve(const ICADSession& cad, int edge, bool by_parameter, EdgeSeeds& out) {
   double first;
   double last;
@@ -274,6 +287,7 @@ Outcome SeedEdge(ICADSession& cad, int edge, const tagTSzct& control, bool rever
   if (Outcome filled = method.fill(cad, edge, control, out.fractions); !filled) {
     return AtEdge(edge, filled.Error());
   }
+  MarkUniformStart(control, out.fractions);
   Close(out.fractions);
   const bool given = control.method == tagTSzct::kByPositions;
   if (reversed && !(given && !control.custom_seeds.IsEmpty())) {

@@ -1,6 +1,7 @@
 #include "qx_db/model/element_axes.h"
 
 #include <algorithm>
+#include <limits>
 
 #include "qx_db/core/session.h"
 #include "qx_db/lib/message.h"
@@ -14,14 +15,38 @@ namespace qx {
 
 // ---- geometry -----------------------------------------------------------------------------------
 
-bool LineAxes(const Vector3& p1, const Vector3& p2, const Vector3& reference, Triad& axes) {
+double RoundingOf(std::span<const Vector3> points) {
+  double largest = 0;
+  for (const Vector3& p : points) {
+    largest = std::max({largest, std::abs(p.x), std::abs(p.y), std::abs(p.z)});
+  }
+  constexpr double kUnits = 8;
+  return kUnits * std::numeric_limits<double>::epsilon() * largest;
+}
+
+namespace {
+
+/// What DPoolElem::IsValidEcrd accepts is never rounding: a reference node at that distance from
+/// the line, and a reference vector at that angle to it, as a sine.
+constexpr double kAcceptedDistance = 1e-7;
+constexpr double kAcceptedSine = 1.3e-7;
+
+bool UnitNormalBeyond(const Vector3& a, const Vector3& b, double parallel, Vector3& normal) {
+  normal = Cross(a, b);
+  return Normalize(normal, parallel);
+}
+
+}  // namespace
+
+bool LineAxes(const Vector3& p1, const Vector3& p2, const Vector3& reference, Triad& axes,
+              double parallel) {
   Vector3 x = p2 - p1;
   const double length = Length(x);
   if (!(length >= kShortestElement) || !std::isfinite(length)) return false;
   x = (1 / length) * x;
   Vector3 z0 = reference;
   Vector3 y;
-  if (!Normalize(z0) || !UnitNormal(z0, x, y)) return false;
+  if (!Normalize(z0) || !UnitNormalBeyond(z0, x, parallel, y)) return false;
   axes = {x, y, Cross(x, y)};
   return true;
 }
@@ -66,7 +91,10 @@ bool PlaneAxes(std::span<const Vector3> corners, const Vector3& along, Triad& ax
   Vector3 a = is_triangle ? corners[1] - corners[0] : corners[2] - corners[0];
   Vector3 b = is_triangle ? corners[2] - corners[0] : corners[3] - corners[1];
   Vector3 z;
-  if (!Normalize(a) || !Normalize(b) || !UnitNormal(a, b, z)) return false;
+  const double shorter = std::min(Length(a), Length(b));
+  const double parallel =
+      shorter > 0 ? std::max(kParallelTolerance, RoundingOf(corners) / shorter) : 1;
+  if (!Normalize(a) || !Normalize(b) || !UnitNormalBeyond(a, b, parallel, z)) return false;
   Vector3 x = along;
   if (!Normalize(x)) return false;
   x = Across(x, z);
@@ -173,6 +201,8 @@ int DPoolElem::Calc1DElemLocalVector(const double p1[3], const double p2[3], ITR
   const Vector3 d = Vector3(p2) - a;
   if (!(Length(d) >= kShortestElement)) return 0;
   const Vector3 r = Nodes().Position(reference_node);
+  const Vector3 points[] = {a, Vector3(p2), r};
+  if (DistanceToLine(r, a, d) < std::min(RoundingOf(points), kAcceptedDistance)) return 0;
   const Vector3 v = r - FootOnLine(r, a, d);
   const double w[3] = {v.x, v.y, v.z};
   return Calc1DElemLocalVector(p1, p2, w, axes);
@@ -182,8 +212,14 @@ int DPoolElem::Calc1DElemLocalVector(const double p1[3], const double p2[3],
                                      const double reference_vector[3], double axes[3][3]) const {
   const Vector3 a(p1);
   const Vector3 b(p2);
+  const Vector3 points[] = {a, b};
+  const double length = Distance(a, b);
+  const double rounding = length > 0 ? std::min(RoundingOf(points) / length, kAcceptedSine) : 0;
   Triad triad;
-  if (!LineAxes(a, b, TurnedReference(a, b, Vector3(reference_vector)), triad)) return 0;
+  if (!LineAxes(a, b, TurnedReference(a, b, Vector3(reference_vector)), triad,
+                std::max(rounding, kParallelTolerance))) {
+    return 0;
+  }
   CleanAxes(triad);
   return Give(true, triad, axes);
 }
@@ -237,6 +273,10 @@ int DPoolElem::Get1DElemCord(ITR pos, tagTCord& out) const {
   Vector3 p1;
   Vector3 p2;
   if (!EndsOf(element, p1, p2) || !Calc1DElemLocalVector(element, orientation, axes)) return 0;
+  const tagTCord fresh;
+  out.plane = fresh.plane;
+  out.type = fresh.type;
+  out.reference = fresh.reference;
   out.method = tagTCord::kByPoints;
   out.origin = p1.As<tagTVector3<double>>();
   out.axis_point = p2.As<tagTVector3<double>>();

@@ -13,9 +13,14 @@ namespace qx {
 /// Elements shorter than this, in model units, have no direction.
 inline constexpr double kShortestElement = 1e-8;
 
+/// What is below this may be the rounding of the points' coordinates: eight units in the last place
+/// of the largest.
+QXDB_API double RoundingOf(std::span<const Vector3> points);
+
 /// Axes of a line from p1 to p2: x along it, z as near to the reference direction as x allows,
-/// y = z x x.
-QXDB_API bool LineAxes(const Vector3& p1, const Vector3& p2, const Vector3& reference, Triad& axes);
+/// y = z x x. `parallel`: sine of the angle below which line and reference have one direction.
+QXDB_API bool LineAxes(const Vector3& p1, const Vector3& p2, const Vector3& reference, Triad& axes,
+                       double parallel = kParallelTolerance);
 
 /// The direction that orients a line when a reference direction was given: the one itself in
 /// editions A and C, where it shows local z; turned by 90 degrees about the line in all others,

@@ -6,14 +6,12 @@
 
 namespace qx {
 
-/// Mesh-generation settings, beside the mesh sets. A record names the bodies it is for.
+/// Mesh-generation settings, beside the mesh sets. A record names the bodies it is for, and is
+/// removed with the last of them; one that never named a body is a setting for all and stays.
 class QXDB_API DPoolMGInfo : public DPoolPlain<tagMGInfo> {
  public:
   explicit DPoolMGInfo(CQXDBSession* session) : DPoolPlain(session) {}
 
-  /// Bodies that died leave the records; a record that loses its last body is removed. Records
-  /// that never named a body are settings for all and stay.
-  int ProcessRelation() override;
   using DPoolPlain<tagMGInfo>::SetAtNU;
   /// 0, with nothing changed, when `pos` is not a record of this pool.
   int SetAtNU(ITR pos, const tagMGInfo& record) override;

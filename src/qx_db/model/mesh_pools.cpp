@@ -3,23 +3,25 @@
 #include <algorithm>
 
 #include "qx_db/callback/callbacks.h"
+#include "qx_db/core/belongings.h"
+#include "qx_db/core/relations.h"
 #include "qx_db/core/session.h"
 #include "qx_db/lib/variants.h"
 #include "qx_db/model/reference_index.h"
+#include "qx_db/record/element_types.h"
 #include "qx_db/record/verbs.h"
 
 namespace qx {
 namespace {
 
 /// Membership in the sets of element types, one bit a set.
-enum TypeBit : std::uint8_t { kCarries = 1, kKeeps = 2, kDefaults = 4, kInterfaceLine = 8 };
+enum TypeBit : std::uint8_t { kKeeps = 1, kDefaults = 2, kInterfaceLine = 4 };
 
 constexpr std::array<std::uint8_t, 88> TypeBits() {
   std::array<std::uint8_t, 88> bits{};
   const auto set = [&](std::uint8_t bit, std::initializer_list<std::size_t> types) {
     for (const std::size_t type : types) bits[type] |= bit;
   };
-  set(kCarries, {2, 3, 46, 47, 54, 77, 79, 80, 81});
   set(kKeeps, {2, 3, 46, 47, 54});
   set(kDefaults, {2, 3, 54, 79, 80, 81});
   set(kInterfaceLine, {46, 47, 71, 72});
@@ -32,25 +34,17 @@ bool HasBit(std::int32_t type, TypeBit bit) {
          (kBits[static_cast<std::size_t>(type)] & bit) != 0;
 }
 
-constexpr const auto& kAttached = element_rule::kKeyedPools;
-
-/// From this code on elements may have a special property.
-constexpr std::int32_t kFirstSpecial = 30;
 bool HasSpecialProperty(std::int32_t type) {
-  return type >= kFirstSpecial && type != 46 && type != 47;
+  return element::CarriesSpecialProperty(type) && type != 46 && type != 47;
 }
 
 }  // namespace
 
 namespace element_rule {
-bool IsWithEcrdType(std::int32_t type) { return HasBit(type, kCarries); }
+bool IsWithEcrdType(std::int32_t type) { return element::CarriesOrientation(type); }
 bool KeepsOrientation(std::int32_t type) { return HasBit(type, kKeeps); }
 bool HasDefaultOrientation(std::int32_t type) { return HasBit(type, kDefaults); }
 bool IsInterfaceLine(std::int32_t type) { return HasBit(type, kInterfaceLine); }
-bool TakesAlong(std::int32_t type, std::uint16_t keyed_pool) {
-  if (keyed_pool == code::kEcrd) return HasBit(type, kCarries);
-  return keyed_pool != code::kSprop || type >= kFirstSpecial;
-}
 }  // namespace element_rule
 
 // ---- nodes --------------------------------------------------------------------------------------
@@ -121,7 +115,8 @@ ReferenceIndex& DPoolElem::References() const {
 }
 
 bool DPoolElem::AssociationIsCurrent() const {
-  return by_node_ && by_node_->revision == Set().Revision();
+  // What is rehearsed is taken back, and the association then holds as it was.
+  return by_node_ && by_node_->revision == Set().Revision() && !GetSession()->IsRehearsing();
 }
 
 std::int32_t DPoolElem::GetElemListByNodeItr(ITR node, TArray<ITR>& out) const {
@@ -163,65 +158,21 @@ ITR DPoolElem::InsertNU(const tagTElem& element) {
 
 int DPoolElem::SetAtNU(ITR pos, const tagTElem& element) {
   if (!Set().IsLinked(pos)) return 0;
-  const bool follow = AssociationIsCurrent();
-  const bool new_key = GetAtNU(pos).key != element.key && element.key >= 0;
-  if (!follow && !new_key) return DPool::SetAtNU(pos, element);
+  if (!AssociationIsCurrent()) return DPool::SetAtNU(pos, element);
   const tagTElem before = GetAtNU(pos);
-  Attached attached{};
-  if (new_key) {
-    attached = TakeAttached(pos);
-    const ITR former = Find(element.key);
-    if (former) displaced_.try_emplace(former, AttachedTo(element.key));
-  }
   if (!DPool::SetAtNU(pos, element)) return 0;
-  if (new_key) FollowKey(attached, element.key);
-  displaced_revision_ = Set().Revision();
-  if (follow) {
-    UpdateDataAssoc(pos, before, element);
-    by_node_->revision = Set().Revision();
-  }
+  UpdateDataAssoc(pos, before, element);
+  by_node_->revision = Set().Revision();
   return 1;
 }
 
-DPoolElem::Attached DPoolElem::AttachedTo(Key key) const {
-  Attached attached{};
-  for (std::size_t i = 0; i < kAttached.size(); ++i) {
-    const DPoolBase* pool = GetSession()->GetDataPool(kAttached[i]);
-    if (pool && !pool->Set().IsEmpty()) attached[i] = pool->Set().Find(key);
-  }
-  return attached;
-}
-
-/// What is keyed by the element at `pos`, which no longer waits as displaced.
-DPoolElem::Attached DPoolElem::TakeAttached(ITR pos) {
-  if (displaced_revision_ != Set().Revision()) displaced_.clear();
-  const auto found = displaced_.find(pos);
-  if (found == displaced_.end()) return AttachedTo(GetAtNU(pos).key);
-  Attached attached = found->second;
-  displaced_.erase(found);
-  for (ITR& item : attached) {
-    if (IsDead(item)) item = 0;
-  }
-  return attached;
-}
-
-void DPoolElem::FollowKey(const Attached& attached, Key key) {
-  for (std::size_t i = 0; i < kAttached.size(); ++i) {
-    if (attached[i] == 0) continue;
-    DPoolBase& pool = *GetSession()->GetDataPool(kAttached[i]);
-    const auto record = pool.CopyRecord(attached[i]);
-    StoreAt<Key>(detail::Bytes(*record) + 8, key);
-    pool.SetAtNU(attached[i], record.get());
-  }
-}
-
-/// Stores a record under its key, whether the pool has one with that key or not.
+/// Stores a record that belongs to an element, whether there is one already or not.
 template <class T>
-int DPoolElem::StoreAttached(std::uint16_t type, const T& record) {
-  auto* pool = GetSession()->GetPool<DPool<T>>(type);
+int DPoolElem::StoreAttached(ITR pos, const T& record) {
+  auto* pool = GetSession()->GetPool<DPool<T>>(T::kType);
   if (!pool) return 0;
-  const ITR pos = pool->Find(record.key);
-  return pos ? pool->SetAtNU(pos, record) : pool->InsertNU(record) != 0;
+  const ITR there = GetSession()->Owned().Find(T::kType, pos);
+  return there ? pool->SetAtNU(there, record) : pool->InsertNU(record) != 0;
 }
 
 int DPoolElem::SetAtNUwCsys(ITR pos, const tagTElem& element, tagTEcrd& orientation, int check) {
@@ -229,13 +180,13 @@ int DPoolElem::SetAtNUwCsys(ITR pos, const tagTElem& element, tagTEcrd& orientat
   if (!SetAtNU(pos, element)) return 0;
   orientation.key = element.key;
   orientation.element_type = element.type;
-  return StoreAttached(code::kEcrd, orientation);
+  return StoreAttached(pos, orientation);
 }
 
 int DPoolElem::SetAtNUwSprop(ITR pos, const tagTElem& element, tagTSprop& property, int) {
   if (!SetAtNU(pos, element)) return 0;
   property.key = element.key;
-  return StoreAttached(code::kSprop, property);
+  return StoreAttached(pos, property);
 }
 
 int DPoolElem::SetAtWithKeepData(ITR pos, const tagTElem& element) {
@@ -262,27 +213,26 @@ int DPoolElem::SetAtSprop(ITR pos, const tagTSprop& property) {
   tagTSprop stored = property;
   stored.key = GetAtNU(pos).key;
   stored.ConvertUnitIn(&GetSession()->Units());
-  return StoreAttached(code::kSprop, stored);
+  return StoreAttached(pos, stored);
 }
 
 namespace {
 
 template <class T>
-int CopyKeyed(const CQXDBSession& session, Key key, T& out) {
-  const auto* pool = session.GetPool<DPool<T>>(T::kType);
-  const ITR pos = pool ? pool->Find(key) : 0;
-  if (pos) out = pool->GetAtNU(pos);
+int CopyKeyed(const CQXDBSession& session, ITR element, T& out) {
+  const ITR pos = session.Owned().Find(T::kType, element);
+  if (pos) out = session.GetPool<DPool<T>>(T::kType)->GetAtNU(pos);
   return pos != 0;
 }
 
 }  // namespace
 
 int DPoolElem::GetElemCSys(ITR pos, tagTEcrd& out) const {
-  return Set().IsLinked(pos) && CopyKeyed(*GetSession(), GetAtNU(pos).key, out);
+  return Set().IsLinked(pos) && CopyKeyed(*GetSession(), pos, out);
 }
 
 int DPoolElem::GetElemNUSprop(ITR pos, tagTSprop& out) const {
-  return Set().IsLinked(pos) && CopyKeyed(*GetSession(), GetAtNU(pos).key, out);
+  return Set().IsLinked(pos) && CopyKeyed(*GetSession(), pos, out);
 }
 
 int DPoolElem::GetElemSprop(ITR pos, tagTSprop& out) const {
@@ -293,18 +243,9 @@ int DPoolElem::GetElemSprop(ITR pos, tagTSprop& out) const {
 
 // ---- removing -----------------------------------------------------------------------------------
 
-int DPoolElem::RemoveAttached(ITR pos) {
-  const std::int32_t type = GetAtNU(pos).type;
-  const Attached attached = displaced_.empty() ? AttachedTo(GetAtNU(pos).key) : TakeAttached(pos);
-  for (std::size_t i = 0; i < kAttached.size(); ++i) {
-    if (attached[i] == 0 || !element_rule::TakesAlong(type, kAttached[i])) continue;
-    if (!GetSession()->GetDataPool(kAttached[i])->Remove(attached[i])) return 0;
-  }
-  return 1;
-}
-
 int DPoolElem::RemoveNext(ITR& pos) {
-  if (!Set().IsLinked(pos) || !RemoveAttached(pos)) return 0;
+  if (!Set().IsLinked(pos)) return 0;
+  if (GetSession() && !GetSession()->Owned().TakeAlong(GetTypeCode(), pos)) return 0;
   RemoveDataAssoc(pos);
   const bool follow = AssociationIsCurrent();
   const int result = DPool::RemoveNext(pos);
@@ -318,64 +259,37 @@ int DPoolElem::Remove(const ITR& pos) {
 }
 
 void DPoolElem::RemoveAll() {
-  for (ITR pos = GetHeadPosition(); pos; Next(pos)) RemoveAttached(pos);
+  for (ITR pos = GetSession() ? GetHeadPosition() : 0; pos; Next(pos)) {
+    GetSession()->Owned().TakeAlong(GetTypeCode(), pos);
+  }
   by_node_.reset();
   DPool::RemoveAll();
 }
 
 // ---- reacting -----------------------------------------------------------------------------------
 
+/// An element dies with its property only in a step that removes nodes, or, where the application
+/// says so, adds or changes elements; otherwise it loses it. That depends on the step and is no
+/// matter of a row.
 int DPoolElem::ProcessRelation() {
-  displaced_.clear();
   CQXDBSession& session = *GetSession();
   constexpr int kTendonMode = 99;
   IAppDB* app = IAppDB::Instance();
   const bool wide = (app && app->QueryMode(&session, kTendonMode) != 0) || IsVariantC();
   const DPoolBase* nodes = session.GetDataPool(code::kNode);
-  const bool nodes_went = nodes && nodes->HasChanged(kRemovedFlag);
-  if (!nodes_went && !(wide && HasChanged(kInsertedFlag | kModifiedFlag))) {
-    return ForgetDeadProperties();
-  }
-  if (!ProcessDeadElements()) return 0;
-  if (!wide) return 1;
+  const bool runs = (nodes && nodes->WasEdited(kRemovedFlag)) ||
+                    (wide && WasEdited(kInsertedFlag | kModifiedFlag));
+  const Row* property = GetSchema().Find(u"_PROPERTY");
+  const auto rule = [&](const Row& row) {
+    return &row == property && runs ? OnRemoval::kDie : row.on_removal;
+  };
+  if (!session.Follow().Process(*this, rule)) return 0;
+  if (!runs || !wide) return 1;
   IQXDbInterface* host = IQXDbInterface::Instance();
   if (!host) return 0;
+  // Asked once a step: later rounds only repair what splitting has caused.
+  if (session.RelationRound() > 1) return 1;
   return host->NeedSplitMergedTendonNode(&session) ? SplitMergedTendonNode() : 1;
-}
-
-int DPoolElem::ProcessDeadElements() {
-  const auto revision = [this](std::uint16_t type) {
-    const DPoolBase* pool = GetSession()->GetDataPool(type);
-    return pool ? pool->Set().Revision() : 0;
-  };
-  const std::array others = {revision(code::kNode), revision(code::kProp)};
-  if (processed_ == std::array{others[0], others[1], Set().Revision()}) return 1;
-  for (ITR pos = GetHeadPosition(); pos;) {
-    const tagTElem& element = GetAtNU(pos);
-    const bool dies =
-        std::any_of(element.nodes.begin(), element.nodes.end(), IsDead) || IsDead(element.property);
-    if (!dies) {
-      Next(pos);
-    } else if (!RemoveNext(pos)) {
-      return 0;
-    }
-  }
-  processed_ = {others[0], others[1], Set().Revision()};
-  return 1;
-}
-
-/// In a step that removed no node elements outlive their property; they must not keep pointing to
-/// it once it is freed.
-int DPoolElem::ForgetDeadProperties() {
-  const DPoolBase* properties = GetSession()->GetDataPool(code::kProp);
-  if (!properties || !properties->HasChanged(kRemovedFlag)) return 1;
-  for (ITR pos = GetHeadPosition(); pos; Next(pos)) {
-    if (!IsDead(GetAtNU(pos).property)) continue;
-    tagTElem element = GetAtNU(pos);
-    element.property = 0;
-    if (!SetAtNU(pos, element)) return 0;
-  }
-  return 1;
 }
 
 void DPoolElem::OnAfterActive(unsigned long, void*) {
@@ -407,10 +321,7 @@ void DPoolElem::OnAfterActive(unsigned long, void*) {
   }
 }
 
-void DPoolElem::OnAfterUndoRedo() {
-  displaced_.clear();
-  by_node_.reset();
-}
+void DPoolElem::OnAfterUndoRedo() { by_node_.reset(); }
 
 // ---- queries ------------------------------------------------------------------------------------
 

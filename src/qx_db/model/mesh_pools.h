@@ -2,10 +2,8 @@
 // The pools of the finite-element mesh. docs/local-axes.md shows the axes of every element family.
 // Threads: see DPoolBase.
 
-#include <array>
 #include <memory>
 #include <set>
-#include <unordered_map>
 #include <vector>
 
 #include "qx_db/lib/math.h"
@@ -41,11 +39,6 @@ QXDB_API bool IsWithEcrdType(std::int32_t type);         ///< loses its orientat
 QXDB_API bool KeepsOrientation(std::int32_t type);       ///< keeps it when overwritten
 QXDB_API bool HasDefaultOrientation(std::int32_t type);  ///< is turned as by default without one
 QXDB_API bool IsInterfaceLine(std::int32_t type);
-/// The pools whose records are keyed by elements, in the order in which a removed element takes
-/// its records along; and whether one of that type takes its record of such a pool.
-inline constexpr std::array<std::uint16_t, 4> kKeyedPools = {
-    code::kEcrd, code::kSprop, code::kE3DMatlCsys, code::kE3DScaleFac};
-QXDB_API bool TakesAlong(std::int32_t type, std::uint16_t keyed_pool);
 }  // namespace element_rule
 
 /// The elements. An element takes along what is keyed by it when it is removed: its orientation,
@@ -68,7 +61,7 @@ class QXDB_API DPoolElem : public DPoolPlain<tagTElem> {
   Key GetNewKeyUp(Key start) const { return Set().GetNewKeyUp(start); }
   using DPool<tagTElem>::InsertNU;
   ITR InsertNU(const tagTElem& element) override;
-  /// Overwrites an element; what is keyed by it follows to a new key.
+  /// Overwrites an element; what belongs to it by its key follows to a new one (Belongings).
   using DPool<tagTElem>::SetAtNU;
   int SetAtNU(ITR pos, const tagTElem& element) override;
   /// Overwrites an element and keeps its orientation and special property as far as its new type
@@ -203,21 +196,12 @@ class QXDB_API DPoolElem : public DPoolPlain<tagTElem> {
   ReferenceIndex& References() const;
 
  private:
-  /// The records keyed by an element, one for each of kKeyedPools; 0 for none.
-  using Attached = std::array<ITR, element_rule::kKeyedPools.size()>;
-
-  Attached AttachedTo(Key key) const;
-  Attached TakeAttached(ITR pos);
-  int RemoveAttached(ITR pos);
-  void FollowKey(const Attached& attached, Key key);
   /// Keep the elements of the nodes right when one element changes or goes.
   void UpdateDataAssoc(ITR pos, const tagTElem& before, const tagTElem& after);
   void RemoveDataAssoc(ITR pos);
   bool AssociationIsCurrent() const;
   template <class T>
-  int StoreAttached(std::uint16_t type, const T& record);
-  int ProcessDeadElements();
-  int ForgetDeadProperties();
+  int StoreAttached(ITR pos, const T& record);
   bool IsPositionOf(const tagTElem& element, int index, Vector3& p) const;
   bool EndsOf(const tagTElem& element, Vector3& p1, Vector3& p2) const;
   Corners CornersOf(const tagTElem& element) const;
@@ -228,12 +212,6 @@ class QXDB_API DPoolElem : public DPoolPlain<tagTElem> {
   /// Elements by node, as far as edits since the index was built have changed them.
   struct NodeAssociation;
   mutable std::unique_ptr<NodeAssociation> by_node_;
-  /// What was keyed by elements whose key another element has taken over. Holds as long as
-  /// elements are re-keyed one after the other, with no other change in between.
-  std::unordered_map<ITR, Attached> displaced_;
-  std::uint64_t displaced_revision_ = 0;
-  /// Revisions of the pools when dead elements were last looked for.
-  std::array<std::uint64_t, 3> processed_{};
 };
 
 template <>

@@ -52,7 +52,7 @@ bool DPoolMset::HoldsAll(std::span<const ITR> sets) const {
 int DPoolMset::Delete(std::span<const ITR> sets, ITR emptied) {
   if (!HoldsAll(sets)) return 0;
   const Orphans orphans = FindOrphans(sets, emptied);
-  if (!MayDelete(orphans)) return 0;
+  if (!MayDelete(orphans) && !GetSession()->IsRehearsing()) return 0;
   std::map<Key, Key> parent_of_gone;
   for (const ITR set : sets) {
     parent_of_gone.emplace(GetAtNU(set).key, GetAtNU(set).parent_key);

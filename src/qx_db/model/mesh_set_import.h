@@ -6,6 +6,7 @@
 #include <span>
 #include <string>
 
+#include "qx_db/bulk/model_import.h"
 #include "qx_db/core/session.h"
 #include "qx_db/platform/outcome.h"
 
@@ -13,15 +14,10 @@ namespace qx {
 
 class CStringArray;
 
-/// Another model file, read into a session of its own.
-///
-/// What an import of sets brings: their nodes; their elements with all nodes of these; the records
-/// that are kept by element key (orientation, special property, material axes, scale factors),
-/// with the reference nodes that these need; and the sets. Lengths and other quantities go from
-/// the file's units to the model's. References to anything else, properties and coordinate systems
-/// say, lead to the model's own record of the same key, or nowhere. Within one import, what two
-/// sets share comes in once and stays shared. A set takes its name, or a copy name where that is in
-/// use, its colour, and as parent the set that was its parent if that one comes along.
+/// Another model file, from which mesh sets are brought by the importer of all records, as parts
+/// (ImportOptions::as_part): with their mesh, what belongs to its elements, and what these refer
+/// to. A set takes its name, or a copy name where that is in use, and as parent the set that was
+/// its parent if that one comes along.
 class QXDB_API ExternalMeshSets {
  public:
   /// Reads a model file with pools as `setup` adds them.
@@ -36,10 +32,14 @@ class QXDB_API ExternalMeshSets {
   int Import(CQXDBSession& into, std::span<const Key> keys, bool keep_keys, bool with_children,
              Key parent);
 
- private:
-  explicit ExternalMeshSets(CQXDBSession::PoolSetup setup) : file_(setup) {}
+  /// What the last import did; null when there was none.
+  const ImportReport* Report() const { return report_.get(); }
 
-  CQXDBSession file_;
+ private:
+  explicit ExternalMeshSets(std::unique_ptr<ExternalModel> file) : file_(std::move(file)) {}
+
+  std::unique_ptr<ExternalModel> file_;
+  std::unique_ptr<ImportReport> report_;
 };
 
 }  // namespace qx

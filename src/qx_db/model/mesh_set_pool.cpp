@@ -92,8 +92,14 @@ std::int32_t DPoolMset::GetNewColor() {
 /// The next colour that no set has, so that sets look different also where the counter starts anew
 /// with every program; simply the next where all are taken.
 std::int32_t DPoolMset::NextFreeColor() const {
+  // Once all of the table are taken nothing more is to be learned from the sets.
   std::set<std::int32_t> taken;
-  for (ITR pos = GetHeadPosition(); pos; Next(pos)) taken.insert(GetAtNU(pos).color);
+  for (ITR pos = GetHeadPosition(); pos && taken.size() < std::size(kColors); Next(pos)) {
+    const std::int32_t color = GetAtNU(pos).color;
+    if (std::find(std::begin(kColors), std::end(kColors), color) != std::end(kColors)) {
+      taken.insert(color);
+    }
+  }
   std::int32_t color = GetNewColor();
   for (std::size_t i = 1; i < std::size(kColors) && taken.contains(color); ++i) {
     color = GetNewColor();
@@ -182,7 +188,7 @@ bool DPoolMset::AcceptName(std::u16string_view name, ITR renamed) const {
     fault = "IDS_QX_DB_MSET_NAME_EMPTY";
   } else if (name.size() > kLongestName) {
     fault = "IDS_QX_DB_MSET_NAME_LONG";
-  } else {
+  } else if (!AreNamesKnown() || used_names_.contains(std::u16string(name))) {
     for (ITR pos = GetHeadPosition(); pos && !fault; Next(pos)) {
       if (pos != renamed && GetAtNU(pos).name.View() == name) fault = "IDS_QX_DB_MSET_NAME_TAKEN";
     }
@@ -243,6 +249,7 @@ int DPoolMset::InStep(const char* text_key, const std::function<int()>& work) {
 
 int DPoolMset::TR_Add(const char16_t* name, Key parent, ITR& out) {
   out = 0;
+  if (!AreNamesKnown()) ReBuildMap();  // once for a run of additions
   if (!AcceptName(View(name), 0)) return 0;
   if (parent != 0 && !Find(parent)) {
     qxMsgOut(Severity::kRefusal, "IDS_QX_DB_MSET_NO_PARENT", {std::to_string(parent)});
@@ -330,6 +337,10 @@ int DPoolMset::Private_Import(const TArray<std::int32_t>& keys, int keep_keys, i
   if (!external_ || (parent != 0 && !Find(parent))) return 0;
   return external_->Import(*GetSession(), {keys.data(), keys.size()}, keep_keys != 0,
                            with_children != 0, parent);
+}
+
+const ImportReport* DPoolMset::LastImport() const {
+  return external_ ? external_->Report() : nullptr;
 }
 
 int DPoolMset::TR_Import(const TArray<std::int32_t>& keys, int keep_keys, int with_children,

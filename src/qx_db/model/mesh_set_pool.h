@@ -16,6 +16,7 @@
 namespace qx {
 
 class ExternalMeshSets;
+struct ImportReport;
 
 /// The mesh sets. A set lists its nodes and elements, which other sets may list too, and names its
 /// parent by key; a parent key that names no set makes a top-level set. The set with key 1 is the
@@ -23,7 +24,7 @@ class ExternalMeshSets;
 ///
 /// When a step ends, dead nodes, elements and geometry leave the sets; the children of a set that
 /// died go up to its parent, those of a renumbered set follow it; and a step that would make a set
-/// its own ancestor is refused.
+/// its own ancestor is refused, and so is one that gives the default mesh set another key.
 ///
 /// Operations give 1 for success and 0 for failure. TR_ ones, and those that say so, are one
 /// undoable step that joins a transaction that is open and, while the session records, leave
@@ -56,8 +57,8 @@ class QXDB_API DPoolMset : public DPoolPlain<tagTMset> {
   /// Splits a trailing hyphen with digits off a name: "Mesh-12" into "Mesh" and 12. Without one, or
   /// with the hyphen in first place, the name stays and the number is 0.
   static void GetStrAndNumber(TString<64>& name, int& number);
-  /// The next colour of a table of 36, 0xRRGGBB. One counter for the whole process, for
-  /// any thread.
+  /// The next colour of a table of 36, 0x00BBGGRR as all colours. One counter for the whole process,
+  /// for any thread.
   static std::int32_t GetNewColor();
   /// Gathers anew which bases of names are in use with which highest number. Queries see to it by
   /// themselves.
@@ -134,6 +135,8 @@ class QXDB_API DPoolMset : public DPoolPlain<tagTMset> {
   int Private_Import(const TArray<std::int32_t>& keys, int keep_keys, int with_children,
                      int parent);
   int TR_Import(const TArray<std::int32_t>& keys, int keep_keys, int with_children, int parent);
+  /// What the last import that succeeded did; null when there was none since the file was opened.
+  const ImportReport* LastImport() const;
 
   // ---- for the session --------------------------------------------------------------------------
 

@@ -74,41 +74,19 @@ int DPoolEcrd::CheckRelation(std::set<ITR>& elements, std::set<ITR>& nodes) cons
 
 int DPoolEcrd::CheckRelation(const Contains& elements, const Contains& nodes) const {
   const DPoolBase* pool = GetSession()->GetDataPool(code::kElem);
+  std::set<ITR> refused;
   for (ITR pos = GetHeadPosition(); pos; Next(pos)) {
     const tagTEcrd& record = GetAtNU(pos);
     // The cheap questions first: the result is the same in any order.
     if (record.reference_node == 0 || !nodes(record.reference_node)) continue;
     const ITR element = pool->Find(record.key);
     if (element == 0 || KeyedSetBase::IsRemoved(element) || elements(element)) continue;
+    if (!refused.insert(record.reference_node).second) continue;
     qxMsgOut(Severity::kRefusal, "IDS_QXMESH_REFERENCE_NODE_ERROR",
              {std::to_string(KeyOf(record.reference_node))});
-    return 0;
+    if (!GetSession()->IsRehearsing()) return 0;
   }
-  return 1;
-}
-
-int DPoolEcrd::ProcessRelation() {
-  const auto lost = [this](std::uint16_t type) {
-    const DPoolBase* pool = GetSession()->GetDataPool(type);
-    return pool && pool->HasChanged(kRemovedFlag);
-  };
-  if (!lost(code::kNode) && !lost(code::kCord)) return 1;
-  for (ITR pos = GetHeadPosition(); pos; Next(pos)) {
-    const tagTEcrd& record = GetAtNU(pos);
-    if (!IsDead(record.reference_node) && !IsDead(record.coordinate_system)) continue;
-    tagTEcrd repaired = record;
-    if (IsDead(record.reference_node) && record.method == tagTEcrd::kByNode) {
-      repaired = tagTEcrd();
-      repaired.key = record.key;
-      repaired.element_type = record.element_type;
-    }
-    // A reference that the method does not use is let go, so that it never outlives its target;
-    // the orientation stays. Without a coordinate system the default one counts.
-    if (IsDead(repaired.reference_node)) repaired.reference_node = 0;
-    if (IsDead(repaired.coordinate_system)) repaired.coordinate_system = 0;
-    if (!SetAtNU(pos, repaired)) return 0;
-  }
-  return 1;
+  return refused.empty();
 }
 
 }  // namespace qx

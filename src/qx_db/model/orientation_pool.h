@@ -9,7 +9,9 @@
 
 namespace qx {
 
-/// The orientation records, each under the key of its element.
+/// The orientation records, each under the key of its element. When the node or the system by which
+/// one turns its element is removed, the end of the step gives it the default orientation of the
+/// edition, keeping key and element type; a reference that does not count is cleared.
 class QXDB_API DPoolEcrd : public DPoolPlain<tagTEcrd> {
  public:
   explicit DPoolEcrd(CQXDBSession* session) : DPoolPlain(session) {}
@@ -34,10 +36,6 @@ class QXDB_API DPoolEcrd : public DPoolPlain<tagTEcrd> {
   /// The same for sets of any form, given as the question whether an item is in them.
   using Contains = std::function<bool(ITR)>;
   int CheckRelation(const Contains& elements, const Contains& nodes) const;
-
-  /// Gives records whose reference node was removed the default orientation of the edition,
-  /// keeping key and element type. Returns 1.
-  int ProcessRelation() override;
 
  private:
   bool IsAccepted(const tagTEcrd& record) const;

@@ -145,9 +145,7 @@ int DPoolSzct::Drop(Leaves&& leaves, Empty empty) {
       DropFrom(after, leaves);
     }
     const bool has_edges = changes ? IsInUse(after) : had_edges;
-    const bool goes = !has_edges && !locked &&
-                      (empty == Empty::kLeave || (empty == Empty::kLeaveIfEmptied && had_edges));
-    if (goes) {
+    if (!has_edges && !locked && empty == Empty::kLeave) {
       if (!RemoveNext(pos)) return 0;
       continue;
     }
@@ -170,13 +168,6 @@ int DPoolSzct::DeleteGKeyArrayExist(const TArray<ITR>& edges) {
   if (IsEmpty()) return 0;
   const std::set<ITR> leaving(edges.begin(), edges.end());
   return Drop([&](ITR itr) { return leaving.contains(itr); }, Empty::kStay);
-}
-
-int DPoolSzct::ProcessRelation() {
-  const DPoolBase* keys = GetSession()->GetDataPool(code::kGKey);
-  if (!keys || !keys->HasChanged(kRemovedFlag)) return 1;
-  return Drop([](ITR itr) { return itr != 0 && KeyedSetBase::IsRemoved(itr); },
-              Empty::kLeaveIfEmptied);
 }
 
 void DPoolSzct::OnAfterLoad(unsigned long, void*) {

@@ -12,7 +12,8 @@ namespace qx {
 
 /// The size controls. An edge belongs to a control that lists it in `edges` or `reversed_edges`.
 /// A control is locked when an entry of `locked` is not 0; while `locked` has an entry for each of
-/// `edges`, entries leave with their edges.
+/// `edges`, entries leave with their edges. A control that loses its last edge or body with removed
+/// geometry keys is removed at the end of the step, unless it was locked.
 class QXDB_API DPoolSzct : public DPoolPlain<tagTSzct> {
  public:
   explicit DPoolSzct(CQXDBSession* session) : DPoolPlain(session) {}
@@ -43,14 +44,11 @@ class QXDB_API DPoolSzct : public DPoolPlain<tagTSzct> {
   int DeleteGKeyExist(ITR edge);
   int DeleteGKeyArrayExist(const TArray<ITR>& edges);
 
-  /// After geometry keys were removed: drops them from all controls. A control that loses its last
-  /// edge so is removed, unless it was locked.
-  int ProcessRelation() override;
   /// Drops edges that the model does not hold. Controls without edges are removed, unless locked.
   void OnAfterLoad(unsigned long flags, void* context) override;
 
  private:
-  enum class Empty { kStay, kLeaveIfEmptied, kLeave };
+  enum class Empty { kStay, kLeave };
   template <class Leaves>
   int Drop(Leaves&& leaves, Empty empty);
 

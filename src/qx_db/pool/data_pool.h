@@ -108,12 +108,18 @@ ITR DPool<T>::InsertNU(const T& record) {
 template <class T>
 int DPool<T>::SetAtNU(ITR pos, const T& record) {
   if (!records_.IsLinked(pos)) return 0;
-  if (!IsRecording()) return MayChangeUnrecorded() ? records_.SetAtNU(pos, record) : 0;
+  const Key former = records_.GetAtNU(pos).GetKey();
+  if (!IsRecording()) {
+    if (!MayChangeUnrecorded() || !records_.SetAtNU(pos, record)) return 0;
+    TellNewKey(pos, former);
+    return 1;
+  }
   Notify(tagTRNotify::kModified, pos, 0);
   change_flags_ |= kModifiedFlag;
   KeyedSetBase::SetState(pos, KeyedSetBase::StateOf(pos) | KeyedSetBase::kModifiedBit);
   const int result = records_.SetAtNU(pos, record);
   Notify(tagTRNotify::kModified, pos, 1);
+  if (result) TellNewKey(pos, former);
   return result;
 }
 
@@ -138,6 +144,7 @@ int DPool<T>::RemoveNext(ITR& pos) {
     throw;
   }
   change_flags_ |= kRemovedFlag;
+  ++removals_;
   return 1;
 }
 
@@ -149,6 +156,7 @@ void DPool<T>::RemoveAll() {
   }
   recorder_->ReserveNotices(static_cast<std::size_t>(records_.GetSize()));
   change_flags_ |= kRemovedFlag;
+  ++removals_;
   for (ITR pos = records_.GetHeadPosition(); pos; records_.Next(pos)) {
     Notify(tagTRNotify::kRemoved, pos);
   }

@@ -218,6 +218,14 @@ void KeyedSetBase::SortAsc() {
   }
 }
 
+ITR KeyedSetBase::NextOfKey(ITR pos) const {
+  const Key key = KeyAt(ToItem(pos));
+  for (char* item = LinksOf(ToItem(pos)).hash_next; item; item = LinksOf(item).hash_next) {
+    if (KeyAt(item) == key) return ToItr(item);
+  }
+  return 0;
+}
+
 // ---- changing -----------------------------------------------------------------------------------
 
 ITR KeyedSetBase::Insert(const TStructBase& record) {
@@ -230,7 +238,7 @@ ITR KeyedSetBase::Insert(const TStructBase& record) {
   SetMinMaxKey(key);
   table_.PushFront(item, place);
   InsertToList(item);
-  ++revision_;
+  Touch();
   return ToItr(item);
 }
 
@@ -239,7 +247,7 @@ int KeyedSetBase::SetAt(ITR pos, const TStructBase& record) {
   if (pos == 0 || IsRemoved(pos) || key < 0) return 0;
   char* item = ToItem(pos);
   const Key former = KeyAt(item);
-  ++revision_;
+  Touch();
   if (key == former) {
     ops_.assign(item + kRecordOffset, record);
     return 1;
@@ -289,7 +297,7 @@ int KeyedSetBase::RemoveNextWithoutDelete(ITR& pos) {
 
 void KeyedSetBase::RemoveAll() {
   max_key_ = min_key_ = 0;
-  ++revision_;
+  Touch();
   used_keys_.Forget();
   const bool by_page = detached_ == 0;
   if (by_page) ++incarnation_;
@@ -316,7 +324,7 @@ void KeyedSetBase::RemoveAll() {
 }
 
 void KeyedSetBase::RemoveAllWithoutDelete() {
-  ++revision_;
+  Touch();
   used_keys_.Forget();
   if (shared_keys_) {
     // One by one, so that chains with equal keys come back in their order.
@@ -368,7 +376,7 @@ Key KeyedSetBase::GetNewKeyUp(Key start) const {
 
 void KeyedSetBase::Revive(char* item) {
   SetState(ToItr(item), StateOf(ToItr(item)) & ~kRemovedBit);
-  ++revision_;
+  Touch();
   --detached_;
   // Wider only: keys handed out while the item was away stay reserved.
   max_key_ = std::max(max_key_, KeyAt(item));
@@ -405,7 +413,7 @@ void KeyedSetBase::MoveToTail(ITR pos) {
   RemoveFromList(item);
   InsertToList(item);
   ++list_epoch_;
-  ++revision_;
+  Touch();
 }
 
 bool KeyedSetBase::DetachTail(std::span<const ITR> items) {
@@ -413,7 +421,7 @@ bool KeyedSetBase::DetachTail(std::span<const ITR> items) {
   for (std::size_t i = 1; i < items.size(); ++i) {
     if (ToItr(LinksOf(ToItem(items[i])).list_prev) != items[i - 1]) return false;
   }
-  ++revision_;
+  Touch();
   used_keys_.Forget();
   char* before = LinksOf(ToItem(items.front())).list_prev;
   const bool most = items.size() > static_cast<std::size_t>(count_) / 2 && !shared_keys_;
@@ -476,7 +484,9 @@ void KeyedSetBase::Swap(KeyedSetBase& other) {
   std::swap(hash_epoch_, other.hash_epoch_);
   std::swap(detached_, other.detached_);
   std::swap(shared_keys_, other.shared_keys_);
-  revision_ = other.revision_ = std::max(revision_, other.revision_) + 1;
+  last_revision_ = other.last_revision_ = std::max(last_revision_, other.last_revision_);
+  Touch();
+  other.Touch();
   used_keys_.Forget();
   other.used_keys_.Forget();
   incarnation_ = other.incarnation_ = std::max(incarnation_, other.incarnation_) + 1;

@@ -82,6 +82,8 @@ class QXDB_API KeyedSetBase {
 
   /// Position of the record with this key, 0 when there is none. Expected constant time.
   ITR Find(Key key) const { return key < 0 ? 0 : ToItr(table_.Find(key, shared_keys_)); }
+  /// Another record of the same key, after this one among those; 0 when there is none.
+  ITR NextOfKey(ITR pos) const;
   /// The positions of many keys at once; overlapping the cache misses makes this faster than as
   /// many calls of Find. Requires found.size() == keys.size().
   void FindMany(std::span<const Key> keys, std::span<ITR> found) const;
@@ -143,7 +145,21 @@ class QXDB_API KeyedSetBase {
   /// derived from the records holds as long as this number stays.
   std::uint64_t Revision() const { return revision_; }
   /// To be called after a record was changed in place.
-  void Touch() { ++revision_; }
+  void Touch() { revision_ = ++last_revision_; }
+  /// What of a set depends on more than its records. Recalled once the records are as they were
+  /// when it was remembered, it makes the set what it was; no revision in between is given again.
+  struct Memory {
+    std::uint64_t revision;
+    Key max_key, min_key;
+    bool shared_keys;
+  };
+  Memory Remember() const { return {revision_, max_key_, min_key_, shared_keys_}; }
+  void Recall(const Memory& memory) {
+    revision_ = memory.revision;
+    max_key_ = memory.max_key;
+    min_key_ = memory.min_key;
+    shared_keys_ = memory.shared_keys;
+  }
   /// A number below SlotLimit() of each item, linked or removed; it stays the item's own for life.
   std::uint32_t SlotOf(ITR pos) const { return store_.NumberOf(ToItem(pos)); }
   std::uint32_t SlotLimit() const { return store_.SlotLimit(); }
@@ -253,7 +269,7 @@ class QXDB_API KeyedSetBase {
   void Resize(std::int32_t n);
   void HashWholeList();
   void OnUnlink(const char* item) {
-    ++revision_;
+    Touch();
     used_keys_.OnFreed(KeyAt(item));
   }
   void GrowIfCrowded() {
@@ -280,6 +296,7 @@ class QXDB_API KeyedSetBase {
   bool shared_keys_ = false;       // SetAt has given two records one key
   std::uint32_t incarnation_ = 1;  // of the slots as a whole
   std::uint64_t revision_ = 0;
+  std::uint64_t last_revision_ = 0;  // given so far
   mutable UsedKeys used_keys_;
   ItemStore store_;
   ChainTable table_;

@@ -31,6 +31,8 @@ class ChangeRecorder {
   /// Asked before a change that is not recorded, as long as MindsUnrecorded: while recorded ones
   /// could still be undone, or a step is being told of. False refuses the change.
   virtual bool AllowUnrecorded() = 0;
+  /// A record has another key than before, recorded or not: what belongs to it follows.
+  virtual void OnNewKey(std::uint16_t type, ITR item, Key former) = 0;
   bool MindsUnrecorded() const { return minds_unrecorded_; }
 
  protected:

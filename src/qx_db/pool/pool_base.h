@@ -122,6 +122,9 @@ class QXDB_API DPoolBase {
   std::uint32_t ChangeFlags() const { return change_flags_; }
   void SetChangeFlags(std::uint32_t flags) { change_flags_ = flags; }
   bool HasChanged(std::uint32_t mask) const { return (change_flags_ & mask) != 0; }
+  /// The same before the step's own repairs: while relations are processed, by the flags with which
+  /// that began; otherwise by those of now.
+  bool WasEdited(std::uint32_t mask) const;
 
   /// A record of the pool's type that is in no pool: with the default of every member, or a copy of
   /// the one at `pos`. The caller's own.
@@ -159,9 +162,21 @@ class QXDB_API DPoolBase {
     return !recorder_ || !recorder_->MindsUnrecorded() || recorder_->AllowUnrecorded();
   }
 
+  void TellNewKey(ITR item, Key former) {
+    if (recorder_ && KeyedSetBase::RecordAt(item)->GetKey() != former) {
+      recorder_->OnNewKey(type_, item, former);
+    }
+  }
+
   CQXDBSession* session_;
   std::uint16_t type_;
   std::uint32_t change_flags_ = 0;
+  std::uint64_t removals_ = 0;  // recorded ones, for whoever refers to the records
+
+  friend class CQXDBSession;
+  friend class Relations;
+  std::uint32_t edited_flags_ = 0;            // see WasEdited
+  std::vector<std::uint64_t> seen_removals_;  // by reference row: its target's, as repaired last
 
   ChangeRecorder* recorder_;  // the session, as pools see it; null without a session
   KeyedSetBase* set_ = nullptr;

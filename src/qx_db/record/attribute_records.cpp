@@ -162,7 +162,7 @@ QX_RECORD(tagTE2DRelease) {
 }
 
 QX_RECORD(tagTE3DMatlCsys) {
-  rows.KeyOf(code::kElem);
+  rows.KeyOf(code::kElem).GoesWithOwner();
   // Deliberate: the default is not the identity; hosts tell an unset record by it.
   rows.AddParts({u"_LOCVECXX", u"_LOCVECXY", u"_LOCVECXZ"}, &tagTE3DMatlCsys::x_axis)
       .AddParts({u"_LOCVECYX", u"_LOCVECYY", u"_LOCVECYZ"}, &tagTE3DMatlCsys::y_axis)
@@ -174,6 +174,7 @@ QX_RECORD(tagTE3DMatlCsys) {
 
 QX_RECORD(tagTE3DScaleFac) {
   rows.KeyOf(code::kElem)
+      .GoesWithOwner()
       .AddParts({u"_TENSMOD11", u"_TENSMOD22", u"_TENSMOD33"}, &tagTE3DScaleFac::elastic_modulus)
       .AddParts({u"_THEREXP11", u"_THEREXP22", u"_THEREXP33"}, &tagTE3DScaleFac::thermal_expansion)
       .AddParts({u"_NU12", u"_NU23", u"_NU31"}, &tagTE3DScaleFac::poisson_ratio)

@@ -2,6 +2,8 @@
 
 #include <cstddef>
 
+#include "qx_db/record/element_types.h"
+#include "qx_db/record/mesh_records.h"
 #include "qx_db/record/record_impl.h"
 
 namespace qx {
@@ -46,7 +48,8 @@ QX_RECORD(tagTMset) {
       .Add(u"_CONNECT", &tagTMset::connected)
       .Add(u"_CONNECTNSIZE", &tagTMset::connected_nodes)
       .Add(u"_PARENTMSETK", &tagTMset::parent_key)
-      .KeyOf(code::kMset);
+      .KeyOf(code::kMset)
+      .When(OnRemoval::kPassUp);
   fields.Add("NAME", &tagTMset::name)
       .Add("NODE_KEY_ARRAY", &tagTMset::nodes)
       .Add("ELEM_KEY_ARRAY", &tagTMset::elements)
@@ -61,8 +64,11 @@ QX_RECORD(tagTSzct) {
   rows.Add(u"_NAME", &tagTSzct::name)
       .Add(u"_ARGKEY", &tagTSzct::edges)
       .Beside(&tagTSzct::locked)
+      .DiesWithLastUnless(&tagTSzct::locked)
       .Add(u"_ARGKEY_REV", &tagTSzct::reversed_edges)
+      .DiesWithLastUnless(&tagTSzct::locked)
       .Add(u"_ARBODYGKEY", &tagTSzct::bodies)
+      .DiesWithLastUnless(&tagTSzct::locked)
       .Add(u"_METHOD", &tagTSzct::method)
       .AddNumbered(u"_INT_PARAM", &tagTSzct::int_params)
       .AddNumbered(u"_DBL_PARAM", &tagTSzct::dbl_params)
@@ -168,8 +174,17 @@ QX_RECORD(tagTOpti) {
       .Add(u"_ELEMSIDE", &tagTOpti::sides);
 }
 
+namespace {
+
+bool TakesSpecialProperty(const TStructBase& element) {
+  return element::CarriesSpecialProperty(static_cast<const tagTElem&>(element).type);
+}
+
+}  // namespace
+
 QX_RECORD(tagTSprop) {
   rows.KeyOf(code::kElem)
+      .GoesWithOwner(TakesSpecialProperty)
       .AddParts({u"_BDOF0", u"_BDOF1", u"_BDOF2", u"_BDOF3", u"_BDOF4", u"_BDOF5"}, &tagTSprop::dof)
       .Add(u"_BDOFTEMP", &tagTSprop::dof_temperature)
       .Add(u"_CORDTYPE", &tagTSprop::csys_type)

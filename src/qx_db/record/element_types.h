@@ -38,6 +38,16 @@ inline constexpr std::int32_t kWedge6 = 12;
 inline constexpr std::int32_t kWedge15 = 13;
 inline constexpr std::int32_t kHex8 = 14;
 inline constexpr std::int32_t kHex20 = 15;
+
+/// Whether an element of that type takes the orientation, or the special property, under its key
+/// along when it is removed.
+constexpr bool CarriesOrientation(std::int32_t type) {
+  for (const std::int32_t carrier : {2, 3, 46, 47, 54, 77, 79, 80, 81}) {
+    if (type == carrier) return true;
+  }
+  return false;
+}
+constexpr bool CarriesSpecialProperty(std::int32_t type) { return type >= 30; }
 }  // namespace element
 
 /// All of them, codes 1 to 15 in order.

@@ -134,7 +134,7 @@ QX_RECORD(tagTCord) {
   // found.
   rows.Add(u"_REFCORD", &tagTCord::reference)
       .Converts(ReferenceRule::kAlwaysLookUp)
-      .When(OnRemoval::kRefuse)
+      .Refuses("IDS_QX_DB_CORD_REFERENCED")
       .Add(u"_PLANE", &tagTCord::plane)
       .AddParts({u"_ORIGINX", u"_ORIGINY", u"_ORIGINZ"}, &tagTCord::origin)
       .In(unit::kLength, 0)

@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "qx_db/lib/variants.h"
+#include "qx_db/record/element_types.h"
 #include "qx_db/record/record_impl.h"
 
 namespace qx {
@@ -87,11 +88,41 @@ tagTEcrd::tagTEcrd() {
   beta_angle_deg = by_angle ? 90.0 : 0.0;
 }
 
+namespace {
+
+bool TakesOrientation(const TStructBase& element) {
+  return element::CarriesOrientation(static_cast<const tagTElem&>(element).type);
+}
+
+bool IsBy(const TStructBase& record, std::int32_t method) {
+  return static_cast<const tagTEcrd&>(record).method == method;
+}
+
+/// Back to what counts for an element without an orientation of its own, rather than to what the
+/// method would make of no target: that would be the axes of another system.
+void ResetOrientation(TStructBase& record) {
+  auto& orientation = static_cast<tagTEcrd&>(record);
+  tagTEcrd fresh;
+  fresh.key = orientation.key;
+  fresh.element_type = orientation.element_type;
+  orientation = fresh;
+}
+
+constexpr ResetRule kWithItsNode = {
+    [](const TStructBase& record) { return IsBy(record, tagTEcrd::kByNode); }, ResetOrientation};
+constexpr ResetRule kWithItsSystem = {
+    [](const TStructBase& record) { return IsBy(record, tagTEcrd::kByCoordinateSystem); },
+    ResetOrientation};
+
+}  // namespace
+
 QX_RECORD(tagTEcrd) {
   rows.KeyOf(code::kElem)
+      .GoesWithOwner(TakesOrientation)
       .Add(u"_IELEMTYPE", &tagTEcrd::element_type)
       .Add(u"_ITYPE", &tagTEcrd::method)
       .Add(u"_ITRRNODE", &tagTEcrd::reference_node)
+      .Resets(kWithItsNode)
       .Add(u"_VREFVEC", &tagTEcrd::reference_vector)
       .Add(u"_BETAANGLE", &tagTEcrd::beta_angle_deg)
       .Listed(unit::kAngle);
@@ -99,6 +130,7 @@ QX_RECORD(tagTEcrd) {
   // hand such records around within a session; only the model file converts the member.
   rows.Add(u"_ITRCORD", &tagTEcrd::coordinate_system)
       .Converts(ReferenceRule::kLeftAlone)
+      .Resets(kWithItsSystem)
       .Add(u"_VECINTERX", &tagTEcrd::intersection_x);
   fields.Add("ELEM_TYPE", &tagTEcrd::element_type)
       .Add("TYPE", &tagTEcrd::method)

@@ -87,7 +87,8 @@ QX_RECORD(tagMGInfo) {
       .Add(u"_OFSETPS", &tagMGInfo::offset_positive)
       .Add(u"_INTERMS", &tagMGInfo::internal_mesh)
       .Add(u"_AUTOIMP", &tagMGInfo::auto_imprint)
-      .Add(u"_BODY", &tagMGInfo::bodies);
+      .Add(u"_BODY", &tagMGInfo::bodies)
+      .When(OnRemoval::kDieWithLast);
 }
 
 template class TUnitDescriptor<tagMGInfo, 2>;

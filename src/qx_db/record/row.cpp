@@ -79,6 +79,26 @@ RowList& RowList::When(OnRemoval rule) {
   return *this;
 }
 
+RowList& RowList::Refuses(const char* text_key) {
+  for (Row& row : Group()) row.refusal = text_key;
+  return When(OnRemoval::kRefuse);
+}
+
+RowList& RowList::Resets(const ResetRule& rule) {
+  for (Row& row : Group()) row.reset = rule;
+  return When(OnRemoval::kReset);
+}
+
+RowList& RowList::GoesWithOwner(bool (*taken_along)(const TStructBase& owner)) {
+  for (Row& row : Group()) row.taken_along = taken_along;
+  return When(OnRemoval::kDie);
+}
+
+RowList& RowList::DiesWithLastUnless(const Member& lock) {
+  for (Row& row : Group()) row.lock = lock.AsRow().offset;
+  return When(OnRemoval::kDieWithLast);
+}
+
 RowList& RowList::Beside(const Member& other) {
   for (Row& row : Group()) row.beside = other.AsRow().offset;
   return *this;

@@ -49,12 +49,22 @@ enum class ReferenceRule : std::uint8_t {
   kNotSaved,
 };
 
-/// What becomes of a record when a record that it refers to is removed.
+/// What becomes of a record when a record that it refers to, or is keyed by, is removed.
 enum class OnRemoval : std::uint8_t {
   kClear,        ///< it lives on; the reference is cleared, or leaves its array
   kDie,          ///< it is nothing without its target, and is removed too
-  kDieWithLast,  ///< it is removed with the last target of its arrays of this rule
+  kDieWithLast,  ///< it is removed with the last target of its arrays of this rule, unless locked
   kRefuse,       ///< the removal is refused
+  kReset,        ///< it is reset where the reference counts (ResetRule); else as kClear
+  kPassUp,       ///< of a key: it is given the one that the removed record has in this member
+};
+
+/// How a record is reset when a target goes on which what it says depends.
+struct ResetRule {
+  /// Whether what the record says depends on this reference.
+  bool (*counts)(const TStructBase&) = nullptr;
+  /// Makes it say what counts without a target. Leaves its key alone.
+  void (*reset)(TStructBase&) = nullptr;
 };
 
 /// One row: a stored member.
@@ -75,9 +85,16 @@ struct Row {
   std::uint16_t target = 0;  ///< type code of the pool that references point into; 0 for none
   ReferenceRule reference_rule = ReferenceRule::kCommon;
   /// Type code of the pool in which this number is a key: of a record that this one belongs to,
-  /// where it is the record's own key. 0 for none.
+  /// where it is the record's own key. 0 for none. It follows that record to a new key.
   std::uint16_t key_of = 0;
   OnRemoval on_removal = OnRemoval::kClear;
+  ResetRule reset;                ///< of kReset
+  const char* refusal = nullptr;  ///< of kRefuse: resource key; keys of the target and the record
+  /// Of kDie and the record's own key: whether a removed record takes this one along; null: always.
+  bool (*taken_along)(const TStructBase& owner) = nullptr;
+  /// Of kDieWithLast: offset of an array of 32-bit flags; one that is not 0 keeps the record. 0 for
+  /// none.
+  std::int32_t lock = 0;
   std::int32_t beside = 0;  ///< offset of an array with an entry for each of this one; 0 for none
   std::int32_t inner_reference = -1;  ///< offset of the reference in each array element, if any
   UnitRule unit;
@@ -257,6 +274,15 @@ class QXDB_API RowList {
   RowList& KeyOf(std::uint16_t target);
   /// What the removal of a target means for the record.
   RowList& When(OnRemoval rule);
+  /// The same as When(kRefuse), with the text that is shown.
+  RowList& Refuses(const char* text_key);
+  /// The same as When(kReset).
+  RowList& Resets(const ResetRule& rule);
+  /// The same as When(kDie), for a key: it goes with the record that it is of, where that takes it
+  /// along.
+  RowList& GoesWithOwner(bool (*taken_along)(const TStructBase& owner) = nullptr);
+  /// The same as When(kDieWithLast), unless a flag of that member is set.
+  RowList& DiesWithLastUnless(const Member& lock);
   /// The array of another member has one entry for each of this one, and loses them together.
   RowList& Beside(const Member& other);
   RowList& In(int category, int group = 0);

@@ -188,8 +188,10 @@ std::string Schema::RowFault(const Row& row) const {
     return fault(row.elements->Validate().c_str());
   }
   const bool refers = row.target != 0;
-  if (!refers && (row.on_removal != OnRemoval::kClear ||
-                  row.reference_rule != ReferenceRule::kCommon || row.beside != 0)) {
+  const bool is_key = row.key_of != 0 && row.on_removal != OnRemoval::kDieWithLast &&
+                      row.on_removal != OnRemoval::kReset && row.on_removal != OnRemoval::kRefuse;
+  const bool falls = row.on_removal != OnRemoval::kClear && !is_key;
+  if (!refers && (falls || row.reference_rule != ReferenceRule::kCommon || row.beside != 0)) {
     return fault("has rules for references but is none");
   }
   if (row.beside != 0) {
@@ -197,6 +199,19 @@ std::string Schema::RowFault(const Row& row) const {
     if (!row.IsArray() || !other || other->kind != MemberKind::kValueArray ||
         other->element_size != sizeof(std::int32_t)) {
       return fault("names no array of 32-bit values beside it");
+    }
+  }
+  if (row.on_removal == OnRemoval::kReset && (!row.reset.counts || !row.reset.reset)) {
+    return fault("is not said what it is reset to");
+  }
+  if (row.on_removal == OnRemoval::kPassUp && (row.key_of != type_ || row.offset == 8)) {
+    return fault("passes up to what is not above it");
+  }
+  if (row.lock != 0) {
+    const Row* lock = At(row.lock);
+    if (!lock || lock->kind != MemberKind::kValueArray ||
+        lock->element_size != sizeof(std::int32_t)) {
+      return fault("is locked by no array of 32-bit flags");
     }
   }
   if (row.key_of != 0 && (row.IsArray() || row.size != sizeof(Key))) {

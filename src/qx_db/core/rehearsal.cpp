@@ -1,0 +1,61 @@
+#include "qx_db/core/rehearsal.h"
+
+#include "qx_db/core/relations.h"
+
+namespace qx {
+
+Rehearsal::Rehearsal(const CQXDBSession& session)
+    : session_(const_cast<CQXDBSession&>(session)),
+      transaction_(&session_),
+      outer_(session_.innermost_),
+      units_(session_.Units()),
+      announcing_(session_.announcing_),
+      recording_(session_.recording_),
+      minds_unrecorded_(session_.minds_unrecorded_),
+      rehearsing_(session_.rehearsing_),
+      round_(session_.round_),
+      rekeyed_(session_.rekeyed_.size()),
+      belongings_(*session_.belongings_) {
+  for (const DPoolBase* pool : session_.Pools()) {
+    pools_.push_back({pool->ChangeFlags(), pool->Set().Remember()});
+  }
+  session_.announcing_ = false;
+  session_.round_ = 0;
+  session_.relations_->Forget();  // what it knows may be of a step that is being told of
+  session_.BeginTransaction(transaction_, u"");
+  session_.rehearsing_ = session_.recording_ = true;
+  from_ = begin_ = session_.journal_.Mark();
+  if (begin_ == 0) return;
+  const MessageCapture none;  // what the open step has against itself is no answer
+  Settle();
+  from_ = session_.journal_.Mark();
+}
+
+Rehearsal::~Rehearsal() {
+  if (session_.journal_.Mark() != begin_) session_.journal_.RollbackTo(begin_);
+  if (!outer_) session_.journal_.Discard();
+  session_.SetUnits(units_);
+  session_.innermost_ = outer_;
+  session_.announcing_ = announcing_;
+  session_.recording_ = recording_;
+  session_.minds_unrecorded_ = minds_unrecorded_;
+  session_.round_ = round_;
+  session_.rehearsing_ = rehearsing_;
+  session_.rekeyed_.resize(rekeyed_);
+  session_.relations_->Forget();
+  *session_.belongings_ = std::move(belongings_);
+  std::size_t i = 0;
+  for (DPoolBase* pool : session_.Pools()) {
+    pool->SetChangeFlags(pools_[i].flags);
+    pool->Set().Recall(pools_[i++].memory);
+  }
+}
+
+void Rehearsal::Settle() {
+  session_.ProcessRelations();
+  session_.RefuseSharedKeys();
+}
+
+std::vector<RecordChange> Rehearsal::Changes() const { return ChangesOfOpenStep(session_, from_); }
+
+}  // namespace qx
