@@ -9,9 +9,12 @@
 #include "qx_db/platform/text.h"
 
 #include "exchange/abaqus/abaqus_format.h"
+#ifdef QX_HAS_EXODUS
+#include "exchange/exodus/exodus_format.h"
+#endif
 #include "exchange/msh/msh_format.h"
 #include "exchange/nastran/nas_format.h"
-#include "exchange/vtk/vtu_format.h"
+#include "exchange/vtk/vtk_formats.h"
 
 namespace qx::exchange {
 namespace {
@@ -83,7 +86,12 @@ bool HasExtension(const Format& format, const std::string& extension) {
 }  // namespace
 
 std::span<const Format> Formats() {
-  static const Format formats[] = {AbaqusFormat(), MshFormat(), NastranFormat(), VtuFormat()};
+  static const Format formats[] = {AbaqusFormat(),
+#ifdef QX_HAS_EXODUS
+                                   ExodusFormat(),
+#endif
+                                   MshFormat(),    NastranFormat(), PvtuFormat(),
+                                   VtkFormat(),    VtuFormat()};
   return formats;
 }
 

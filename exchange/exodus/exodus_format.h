@@ -1,11 +1,11 @@
 #pragma once
-// The row of VTK XML unstructured grids in the registry.
+// The row of Exodus II files in the registry.
 // Threads: any; the tables never change.
 
 #include "exchange/format.h"
 
 namespace qx::exchange {
 
-Format VtuFormat();
+Format ExodusFormat();
 
 }  // namespace qx::exchange
