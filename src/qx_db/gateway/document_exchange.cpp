@@ -24,7 +24,7 @@ void MakeRecords(DPoolBase& pool, DataBase& document) {
   table->ForEach([&](Key key, std::string_view, const dbgateway::Record&) {
     if (key == 0 || pool.Find(key)) return;
     const auto record = pool.NewRecord();
-    StoreAt(reinterpret_cast<char*>(record.get()) + 8, key);
+    KeyedSetBase::SetKey(*record, key);
     pool.InsertNU(record.get());
   });
 }

@@ -106,7 +106,7 @@ class PoolReader {
       // The record speaks the gateway's units while it takes over the gateway's values.
       record->ConvertUnitOut(&session_.Units());
     }
-    StoreAt(detail::Bytes(*record) + 8, key);
+    KeyedSetBase::SetKey(*record, key);
     record->api_convert_record_to_db(&session_, &from);
     if (has_units) {
       record->ConvertUnitIn(&session_.Units());

@@ -3,12 +3,10 @@
 
 #include <memory>
 #include <span>
-#include <unordered_map>
 #include <vector>
 
 #include "qx_db/pool/data_pool.h"
-#include "qx_db/record/key_map_record.h"
-#include "qx_db/record/verbs.h"
+#include "qx_db/pool/external_records.h"
 
 namespace qx {
 
@@ -40,210 +38,56 @@ class IExternalStore {
   virtual int NameApart(std::span<const ITR> /*items*/, std::vector<ITR>& /*renamed*/) { return 1; }
 };
 
-/// What a pool keeps of records from outside. Beside the pool, not in it, and told apart by a cast:
-/// the header of every pool would else be dearer to compile by a third.
-class ExternalRecordsBase {
- public:
-  virtual ~ExternalRecordsBase() = default;
-};
-template <class T>
-struct ExternalRecords;
-
-/// A pool proper with an external store, the map from external keys to the keys that the records
-/// received, and what tells where each came to be: by the record, so that it may get another key.
-/// They are emptied together, and take no memory until a record comes from outside.
+/// A pool proper with an external store, which takes no memory until a record comes from outside.
 /// Threads: see DPoolBase; the external store counts as part of the pool.
 template <class T>
 class QXDB_API DPoolExtDB : public DPool<T>, public IExternalStore {
  public:
   using DPool<T>::DPool;
 
-  ITR InsertNUExtDB(const T& record);
+  ITR InsertNUExtDB(const T& record) { return Outside().Store().Insert(record); }
   ITR InsertNUExtDB(const TStructBase* record) override {
     return InsertNUExtDB(static_cast<const T&>(*record));
   }
   ITR InsertNUCustom(const TStructBase* record) override { return InsertNUExtDB(record); }
   /// Replaces a record of the external store. One that was transferred becomes a new one there.
-  int SetAtNUExtDB(ITR item, const T& record);
+  int SetAtNUExtDB(ITR item, const T& record) { return Outside().SetAt(item, record); }
   int SetAtNUExtDB(ITR item, const TStructBase* record) override {
     return SetAtNUExtDB(item, static_cast<const T&>(*record));
   }
   /// The positions in the external store, as CKeySet::GetItrList gives them.
-  std::int32_t GetItrListExtDB(TArray<ITR>& out, int sorted);
-  ITR FindExtDB(Key key, int& external) const override;
-  ITR TransferToDB(ITR item, int keep_key, Key key) override;
+  std::int32_t GetItrListExtDB(TArray<ITR>& out, int sorted) {
+    return Outside().Store().GetItrList(out, sorted);
+  }
+  ITR FindExtDB(Key key, int& external) const override {
+    external = 1;
+    return key < 0 || !outside_ ? 0 : outside_->Find(key, external);
+  }
+  ITR TransferToDB(ITR item, int keep_key, Key key) override {
+    return Outside().Transfer(item, keep_key, keep_key ? 0 : FreeKey(key));
+  }
   ITR BringToDB(const TStructBase& record, int keep_key, Key key) override;
   /// Transfers those of the keys that have not been; every key must be in one of the stores. 0 at
   /// the first transfer that fails. Expected time linear in the keys.
   int Private_Import(const TArray<Key>& keys, int keep_key, Key key);
-  TStructBase& ExternalAt(ITR item) override;
+  TStructBase& ExternalAt(ITR item) override { return *KeyedSetBase::RecordAt(item); }
 
-  void SetExtHashSize(std::int32_t n) override;
+  void SetExtHashSize(std::int32_t n) override { Outside().SetHashSize(n); }
   void RemoveAllExtDB() override { outside_.reset(); }
 
  private:
-  using External = ExternalRecords<T>;
-  External& Outside();
-  External& Known() const { return static_cast<External&>(*outside_); }
-  bool IsTransferred(ITR item) const;
-  /// Where the record of an external key came to be; 0 when it has not come, or is to come again.
-  ITR Transferred(Key external) const;
-  void ForgetLost() const;
+  ExternalRecords& Outside() {
+    if (!outside_) outside_ = std::make_unique<ExternalRecords>(*this);
+    return *outside_;
+  }
   /// `key` when it is positive and free, otherwise a new one.
-  Key FreeKey(Key key);
+  Key FreeKey(Key key) {
+    if (this->IsEmpty()) this->ResetMinMaxKey();
+    return key > 0 && !this->Find(key) ? key : this->GetNewKey();
+  }
 
-  std::unique_ptr<ExternalRecordsBase> outside_;  // an External
+  std::unique_ptr<ExternalRecords> outside_;
 };
-
-template <class T>
-struct ExternalRecords : ExternalRecordsBase {
-  /// What became of a record of the external store.
-  struct Transfer {
-    ITR item;                   ///< in the external store
-    RecordStamp record;         ///< in the pool proper, whatever key it has there by now
-    std::unique_ptr<T> former;  ///< the pool's record as it was before it was overwritten
-
-    /// Where the record is in its pool; 0 when it has left it since, or when one that was
-    /// overwritten is what it was before.
-    ITR Position(const DPool<T>& pool) const {
-      const ITR pos = record.item;
-      if (!pool.Set().IsAlive(record) || KeyedSetBase::IsRemoved(pos)) return 0;
-      const bool undone = former && Differences(T::GetSchema(), *former, pool.GetAtNU(pos)).empty();
-      return undone ? 0 : pos;
-    }
-  };
-  CKeySet<tagTKeyMap> key_map;  ///< external keys to received ones
-  CKeySet<T> store;
-  std::unordered_map<Key, Transfer> transfers;  ///< by external key
-  std::unordered_map<ITR, Key> external_keys;   ///< of transferred items, which have received ones
-  std::unordered_map<Key, ITR> shadowed;        ///< items whose external key another received
-};
-
-template <class T>
-ExternalRecords<T>& DPoolExtDB<T>::Outside() {
-  if (!outside_) outside_ = std::make_unique<External>();
-  return Known();
-}
-
-template <class T>
-bool DPoolExtDB<T>::IsTransferred(ITR item) const {
-  return Known().external_keys.contains(item);
-}
-
-template <class T>
-ITR DPoolExtDB<T>::Transferred(Key external) const {
-  const auto found = Known().transfers.find(external);
-  if (found == Known().transfers.end()) return 0;
-  const ITR pos = found->second.Position(*this);
-  if (!pos) ForgetLost();
-  return pos;
-}
-
-template <class T>
-Key DPoolExtDB<T>::FreeKey(Key key) {
-  if (this->IsEmpty()) this->ResetMinMaxKey();
-  return key > 0 && !this->Find(key) ? key : this->GetNewKey();
-}
-
-template <class T>
-ITR DPoolExtDB<T>::InsertNUExtDB(const T& record) {
-  return Outside().store.InsertNU(record);
-}
-
-template <class T>
-std::int32_t DPoolExtDB<T>::GetItrListExtDB(TArray<ITR>& out, int sorted) {
-  return Outside().store.GetItrList(out, sorted);
-}
-
-template <class T>
-TStructBase& DPoolExtDB<T>::ExternalAt(ITR item) {
-  return Outside().store.GetAtNU(item);
-}
-
-template <class T>
-void DPoolExtDB<T>::SetExtHashSize(std::int32_t n) {
-  Outside().key_map.SetHashSize(n);
-  Outside().store.SetHashSize(n);
-}
-
-template <class T>
-int DPoolExtDB<T>::SetAtNUExtDB(ITR item, const T& record) {
-  if (!Outside().store.SetAtNU(item, record)) return 0;
-  Known().external_keys.erase(item);
-  return 1;
-}
-
-/// Lets the records whose copies have left the pool be what they were before they were transferred:
-/// under their external keys, and in no map. Cost: a walk over what was transferred.
-template <class T>
-void DPoolExtDB<T>::ForgetLost() const {
-  External& outside = Known();
-  for (auto at = outside.transfers.begin(); at != outside.transfers.end();) {
-    if (at->second.Position(*this)) {
-      ++at;
-      continue;
-    }
-    const ITR item = at->second.item;
-    if (outside.external_keys.erase(item)) {
-      T record = outside.store.GetAtNU(item);
-      record.key = at->first;
-      outside.store.SetAtNU(item, record);
-    }
-    outside.key_map.Remove(outside.key_map.Find(at->first));
-    at = outside.transfers.erase(at);
-  }
-}
-
-template <class T>
-ITR DPoolExtDB<T>::FindExtDB(Key key, int& external) const {
-  external = 1;
-  if (key < 0 || !outside_) return 0;
-  if (const ITR pos = Transferred(key)) {
-    external = 0;
-    return pos;
-  }
-  const ITR item = Known().store.Find(key);
-  if (!item || !IsTransferred(item)) return item;
-  // The new key of a transferred record may be the external key of another.
-  const auto hidden = Known().shadowed.find(key);
-  return hidden == Known().shadowed.end() ? 0 : hidden->second;
-}
-
-template <class T>
-ITR DPoolExtDB<T>::TransferToDB(ITR item, int keep_key, Key key) {
-  External& outside = Outside();
-  const auto known = outside.external_keys.find(item);
-  const Key own =
-      known == outside.external_keys.end() ? outside.store.GetAtNU(item).GetKey() : known->second;
-  if (const ITR pos = Transferred(own)) return pos;
-  T record = outside.store.GetAtNU(item);
-  ITR pos = keep_key ? this->Find(own) : 0;
-  const Key target = keep_key ? own : FreeKey(key);
-  std::unique_ptr<T> former;
-  if (pos) {
-    former = std::make_unique<T>(this->GetAtNU(pos));
-    if (!this->SetAtNU(pos, record)) return 0;
-    if (Differences(T::GetSchema(), *former, this->GetAtNU(pos)).empty()) former.reset();
-  } else {
-    record.key = target;
-    pos = this->InsertNU(record);
-    if (!pos) return 0;
-    const ITR hidden = target != own ? outside.store.Find(target) : 0;
-    if (hidden && !IsTransferred(hidden)) outside.shadowed[target] = hidden;
-    if (const auto at = outside.shadowed.find(own);
-        at != outside.shadowed.end() && at->second == item) {
-      outside.shadowed.erase(at);
-    }
-    outside.store.SetAtNU(item, record);
-  }
-  tagTKeyMap entry;
-  entry.key = own;
-  entry.value = target;
-  outside.key_map.InsertNU(entry);
-  outside.external_keys[item] = own;
-  outside.transfers[own] = {item, this->Stamp(pos), std::move(former)};
-  return pos;
-}
 
 template <class T>
 ITR DPoolExtDB<T>::BringToDB(const TStructBase& outside, int keep_key, Key key) {

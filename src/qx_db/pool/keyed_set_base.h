@@ -240,6 +240,12 @@ class QXDB_API KeyedSetBase {
   static TStructBase* RecordAt(ITR pos) {
     return reinterpret_cast<TStructBase*>(ToItem(pos) + kRecordOffset);
   }
+  /// Gives a record that is in no set another key.
+  static void SetKey(TStructBase& record, Key key) {
+    StoreAt(reinterpret_cast<char*>(&record) + kKeyOffset, key);
+  }
+  /// What the set knows of its record type, for another set of it.
+  const RecordOps& Operations() const { return ops_; }
 
   /// Exchanges the whole contents with a set of the same record type; positions stay valid.
   void Swap(KeyedSetBase& other);
@@ -250,10 +256,11 @@ class QXDB_API KeyedSetBase {
 
  protected:
   static constexpr std::uint32_t kRecordOffset = 4;
+  static constexpr std::uint32_t kKeyOffset = 8;  // in a record
 
   static char* ToItem(ITR pos) { return reinterpret_cast<char*>(pos); }
   static ITR ToItr(const char* item) { return reinterpret_cast<ITR>(item); }
-  static Key KeyAt(const char* item) { return LoadAt<Key>(item + kRecordOffset + 8); }
+  static Key KeyAt(const char* item) { return LoadAt<Key>(item + kRecordOffset + kKeyOffset); }
   ItemLinks& LinksOf(char* item) const {
     return *reinterpret_cast<ItemLinks*>(item + links_offset_);
   }
