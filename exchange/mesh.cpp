@@ -163,7 +163,7 @@ class MeshAdder {
 
   bool AddNodes() {
     MakeRoom(nodes_, mesh_.node_keys.size());
-    const double unit = session_.Units().GetConvertFactorCurrent(unit::kLength);
+    const double unit = session_.Units().GetConvertFactorCurrent(CQXNodeUnit::Instance().Code(0));
     tagTNode node;
     const double* at = mesh_.coordinates.data();
     for (const Key key : mesh_.node_keys) {
@@ -298,7 +298,8 @@ Outcome CheckCanBeWritten(const CQXDBSession& session, const std::string& path) 
     if (static_cast<std::uint32_t>(pool->GetSize()) < KeyedSetBase::kParamMask) continue;
     return Failure{path, "", "the model has too many nodes or elements", "write it in parts"};
   }
-  const double length_unit = session.Units().GetConvertFactorCurrent(unit::kLength);
+  const double length_unit =
+      session.Units().GetConvertFactorCurrent(CQXNodeUnit::Instance().Code(0));
   auto& nodes = *session.GetPool<DPoolNode>(code::kNode);
   for (ITR at = nodes.GetHeadPosition(); at;) {
     const tagTNode& node = nodes.GetNextNU(at);

@@ -79,6 +79,8 @@ double tagTMatl::ShearModulus() const {
   return shear_modulus != 0 ? shear_modulus : elastic_modulus / (2 * (1 + poisson_ratio));
 }
 
+template class TUnitDescriptor<tagTMatl, 9>;
+
 namespace host {
 namespace {
 

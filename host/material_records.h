@@ -7,6 +7,7 @@
 
 #include "qx_db/pool/ext_db_pool.h"
 #include "qx_db/record/record.h"
+#include "qx_db/record/unit_descriptor.h"
 
 namespace qx {
 
@@ -51,6 +52,10 @@ struct tagTMatl final : TRecord<tagTMatl, code::kMatl> {
 };
 
 #pragma pack(pop)
+
+/// Unit categories, group by group.
+using CQXMatlUnit = TUnitDescriptor<tagTMatl, 9>;
+extern template class TUnitDescriptor<tagTMatl, 9>;
 
 using DPoolMatl = DPoolPlain<tagTMatl>;
 

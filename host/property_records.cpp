@@ -81,6 +81,8 @@ QX_RECORD(tagTProp) {
       .Add("DAMPING", &tagTProp::damping);
 }
 
+template class TUnitDescriptor<tagTProp, 7>;
+
 namespace host {
 namespace {
 

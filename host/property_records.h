@@ -7,6 +7,7 @@
 
 #include "qx_db/pool/ext_db_pool.h"
 #include "qx_db/record/record.h"
+#include "qx_db/record/unit_descriptor.h"
 
 namespace qx {
 
@@ -56,6 +57,10 @@ struct tagTProp final : TRecord<tagTProp, code::kProp> {
 };
 
 #pragma pack(pop)
+
+/// Unit categories, group by group.
+using CQXPropUnit = TUnitDescriptor<tagTProp, 7>;
+extern template class TUnitDescriptor<tagTProp, 7>;
 
 using DPoolProp = DPoolPlain<tagTProp>;
 

@@ -56,7 +56,7 @@ void AddOutline(ITR item, const CQXDBSession& session, std::vector<double>& out)
       const auto& node =
           *static_cast<const tagTNode*>(KeyedSetBase::RecordAt(element.nodes[place]));
       for (const double c : {node.position.x, node.position.y, node.position.z}) {
-        out.push_back(session.Units().Out(unit::kLength, c));
+        out.push_back(session.Units().Out(CQXNodeUnit::Instance().Code(0), c));
       }
     }
   };

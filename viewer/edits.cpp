@@ -111,7 +111,8 @@ Outcome Move(CQXDBSession& session, const Request& request, const RefusalText& r
   Vector3 shift;
   for (rapidjson::SizeType i = 0; i < 3; ++i) {
     if (!by->value[i].IsNumber()) return Misunderstood("\"by\" is no list of three lengths");
-    shift[static_cast<int>(i)] = session.Units().In(unit::kLength, by->value[i].GetDouble());
+    shift[static_cast<int>(i)] =
+        session.Units().In(CQXNodeUnit::Instance().Code(0), by->value[i].GetDouble());
   }
   return AsStep(session, u"Move nodes", refusal, [&]() -> Outcome {
     for (const ITR item : *nodes) {

@@ -39,11 +39,16 @@ Result<std::string> Move(CQXDBSession& session, const Picked& picked, const Edit
   if (!std::all_of(options.by.begin(), options.by.end(), is_finite)) {
     return Failure{"", "--by", "is not a finite shift", "give three numbers"};
   }
+  Vector3 shift;
+  for (int i = 0; i < 3; ++i) {
+    shift[i] = session.Units().In(CQXNodeUnit::Instance().Code(0),
+                                  options.by[static_cast<std::size_t>(i)]);
+  }
   for (const ITR item : picked.items) {
     tagTNode node = nodes.GetAtNU(item);
-    node.position.x += session.Units().In(unit::kLength, options.by[0]);
-    node.position.y += session.Units().In(unit::kLength, options.by[1]);
-    node.position.z += session.Units().In(unit::kLength, options.by[2]);
+    node.position.x += shift.x;
+    node.position.y += shift.y;
+    node.position.z += shift.z;
     if (!IsFinite(Vector3(node.position))) {
       return Failure{options.model, fmt::format("node {}", node.key),
                      "would have a coordinate that is no finite number", "move it less far"};

@@ -197,7 +197,7 @@ constexpr MethodRow kMethods[] = {
 /// The size control for an edge of this length. Sizes are turned into model units.
 Result<tagTSzct> MakeControl(const CQXDBSession& session, SeedingOptions options, double length) {
   for (auto* size : {&options.size, &options.known.first, &options.known.last}) {
-    if (*size) **size = session.Units().In(unit::kLength, **size);
+    if (*size) **size = session.Units().In(CQXSzctUnit::Instance().Code(0), **size);
   }
   for (const MethodRow& row : kMethods) {
     if (options.method != MethodName(row.method)) continue;

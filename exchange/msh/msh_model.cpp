@@ -31,7 +31,7 @@ MshModel::MshModel(const CQXDBSession& session)
     : session_(session),
       nodes_(*session.GetPool<DPoolNode>(code::kNode)),
       elements_(*session.GetPool<DPoolElem>(code::kElem)),
-      length_unit_(session.Units().GetConvertFactorCurrent(unit::kLength)) {
+      length_unit_(session.Units().GetConvertFactorCurrent(CQXNodeUnit::Instance().Code(0))) {
   ListCells();
   classes_ = ElementClasses(cells_.size());
   ListSets(*session.GetPool<DPoolMset>(code::kMset));

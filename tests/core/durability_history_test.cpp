@@ -447,7 +447,7 @@ TEST_F(DurabilityTest, AfterAFailedSyncTheFileIsWrittenAnew) {
   ASSERT_EQ(document.KeepSteps({Durability::kInterval, std::chrono::hours(1)}).Line(), "");
   for (int i = 0; i < 3; ++i) edits.Step(*document.GetDBSession());
   const ModelStamp before = StampOf(path);
-  disk.FailAt(0, EIO, false);
+  disk.FailSyncs(1);
   EXPECT_FALSE(document.Keeper()->Flush());
   EXPECT_TRUE(document.Keeper()->Flush());
   EXPECT_NE(StampOf(path).writing, before.writing);

@@ -13,6 +13,7 @@ class TestFile final : public RawFile {
  public:
   TestFile(std::unique_ptr<RawFile> real, int file) : real_(std::move(real)), file_(file) {}
   int Read(char* to, std::size_t size, std::uint64_t at) override {
+    g_disk->Look();
     if (const int error = g_disk->Next()) return error;
     return real_->Read(to, size, at);
   }
@@ -35,6 +36,7 @@ class TestFile final : public RawFile {
     return 0;  // a crash happens on paper only
   }
   int Size(std::uint64_t& size) override {
+    g_disk->Look();
     if (const int error = g_disk->Next()) return error;
     return real_->Size(size);
   }
@@ -92,6 +94,7 @@ int TestDisk::FileOf(const std::string& path, bool fresh) {
 }
 
 int TestDisk::Open(const std::string& path, bool writing, std::unique_ptr<RawFile>& file) {
+  Look();
   if (const int error = Next()) return error;
   std::unique_ptr<RawFile> real;
   if (const int error = FileSystem::Open(path, writing, real)) return error;
@@ -106,6 +109,11 @@ int TestDisk::Create(const std::string& path, bool guarded, std::unique_ptr<RawF
   if (const int error = FileSystem::Create(path, guarded, real)) return error;
   file = std::make_unique<TestFile>(std::move(real), FileOf(path, true));
   return 0;
+}
+
+int TestDisk::IdOf(const std::string& path, FileId& id) {
+  Look();
+  return FileSystem::IdOf(path, id);
 }
 
 int TestDisk::Rename(const std::string& from, const std::string& to) {

@@ -35,6 +35,11 @@ class TestDisk final : public FileSystem {
   void FailCreating(int error) { failing_creation_ = error; }
   /// Called once, after the next sync that succeeds.
   std::function<void()> after_sync;
+  /// Called before every look at a file or at its name.
+  std::function<void()> before_look;
+  void Look() {
+    if (before_look) before_look();
+  }
   /// Operations since the last FailAt.
   int Operations() const { return operations_; }
   bool HasFailed() const { return failed_; }
@@ -59,6 +64,7 @@ class TestDisk final : public FileSystem {
 
   int Open(const std::string& path, bool writing, std::unique_ptr<RawFile>& file) override;
   int Create(const std::string& path, bool guarded, std::unique_ptr<RawFile>& file) override;
+  int IdOf(const std::string& path, FileId& id) override;
   int Rename(const std::string& from, const std::string& to) override;
   int SyncFolderOf(const std::string& path) override;
 

@@ -89,13 +89,16 @@ TEST_F(TrustTest, NoStepIsAcknowledgedIntoAFileThatLostItsName) {
   const std::string theirs = Path("theirs.qxm");
   Kept(theirs, 7)->Release();
   const std::string their_bytes = BytesOf(theirs);
-  for (const bool between : {false, true}) {
+  for (const auto& [between, over] : {std::pair(false, false), std::pair(true, false),
+                                      std::pair(false, true), std::pair(true, true)}) {
     SCOPED_TRACE(between ? "between sync and acknowledgement" : "before the step");
+    SCOPED_TRACE(over ? "copied over it" : "renamed over it");
     TestDisk disk;
     const auto document = Kept(path, 3);
     CQXDBSession& session = *document->GetDBSession();
     const std::uint64_t before = session.StateHash();
-    const auto replace = [&] {
+    const auto replace = [&, over = over] {
+      if (over) return WriteBytes(path, their_bytes);
       fs::copy_file(theirs, path + ".theirs", fs::copy_options::overwrite_existing);
       fs::rename(path + ".theirs", path);
     };
@@ -251,6 +254,85 @@ TEST_F(TrustTest, ReadersBesideABusyWriterAreToldOfNoDamage) {
   waitpid(child, &status, 0);
   EXPECT_TRUE(WIFSIGNALED(status)) << "the writer ended by itself";
   EXPECT_EQ(faults, "");
+}
+
+/// Two models alike in every size, so that half of one and half of the other would pass for a
+/// model; and what may put one in the other's place.
+class ReplacingTest : public TrustTest {
+ protected:
+  std::uint64_t Make(const std::string& path, double x) {
+    CQXDocBase document(SetUpSmallModel);
+    CQXDBSession& session = *document.GetDBSession();
+    tagTNode node;
+    node.position.x = x;
+    tagTElem element;
+    element.overlap = static_cast<int>(x);
+    for (node.key = 1; node.key < 300; ++node.key) {
+      session.GetPool<DPoolNode>(code::kNode)->InsertNU(node);
+      element.key = node.key;
+      session.GetDataPool(code::kElem)->InsertNU(&element);
+    }
+    EXPECT_EQ(document.SaveAs(path).Line(), "");
+    EXPECT_EQ(document.KeepSteps().Line(), "");
+    EXPECT_EQ(InsertNode(session, 1000), 1);
+    return session.StateHash();
+  }
+
+  const std::string path_ = Path("model.qxm");
+  const std::string ours_ = Path("ours.qxm");
+  const std::string theirs_ = Path("theirs.qxm");
+  const std::uint64_t our_state_ = Make(ours_, 1);
+  const std::uint64_t their_state_ = Make(theirs_, 2);
+  /// By name, as savers do it; and by writing over it, as copying does.
+  const std::vector<std::function<void()>> replacements_ = {
+      [this] {
+        fs::copy_file(theirs_, path_ + ".theirs");
+        fs::rename(path_ + ".theirs", path_);
+      },
+      [this] { WriteBytes(path_, BytesOf(theirs_)); }};
+};
+
+TEST_F(ReplacingTest, AFileReplacedAtAnyMomentOfItsOpeningIsReadWhole) {
+  ASSERT_EQ(fs::file_size(ours_), fs::file_size(theirs_));
+  TestDisk disk;
+  for (std::size_t how = 0; how < replacements_.size(); ++how) {
+    for (const bool editing : {false, true}) {
+      bool within = true;
+      int refused = 0;
+      int moment = 0;
+      for (; within; ++moment) {
+        SCOPED_TRACE("way " + std::to_string(how) + (editing ? ", editing" : ", reading") +
+                     ", moment " + std::to_string(moment));
+        fs::remove(path_);
+        fs::copy_file(ours_, path_);
+        int left = moment;
+        disk.before_look = [&] {
+          if (left-- == 0) replacements_[how]();
+        };
+        CQXDocBase document(SetUpSmallModel);
+        CQXDBSession& session = *document.GetDBSession();
+        const Outcome opened = editing ? document.OpenForEditing(path_) : document.Open(path_);
+        disk.before_look = nullptr;
+        within = left < 0;
+        if (!within) replacements_[how]();
+        ASSERT_EQ(opened.Line(), "");
+        const std::uint64_t state = session.StateHash();
+        ASSERT_TRUE(state == our_state_ || state == their_state_) << "half of one and half";
+        if (!editing) continue;
+        // A step goes into the file that has the name, or nowhere.
+        if (InsertNode(session, 2000)) {
+          ASSERT_EQ(state, their_state_);
+          ASSERT_EQ(StateAt(path_), session.StateHash());
+        } else {
+          ++refused;
+          ASSERT_EQ(StateAt(path_), their_state_);
+        }
+      }
+      EXPECT_GT(moment, 20);
+      // Only what happens behind the last look of an opening is left to the first step to notice.
+      EXPECT_LE(refused, 2);
+    }
+  }
 }
 
 // ---- strangers' files ---------------------------------------------------------------------------

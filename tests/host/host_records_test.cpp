@@ -112,6 +112,8 @@ TEST(HostRecords, UnitsAreThoseOfTheQuantity) {
   EXPECT_NEAR(material.density + 0, 7850, 1e-9);
   EXPECT_NEAR(material.reference_temperature + 0, 100, 1e-9);
   EXPECT_EQ(material.poisson_ratio + 0, 0.3);
+  EXPECT_EQ(CQXMatlUnit::Instance().Code(0), unit::kStress);
+  EXPECT_EQ(CQXPropUnit::Instance().Code(6), unit::kDamping);
   EXPECT_NEAR(material.ShearModulus(), 2.1e11 / 2.6, 1);
 
   // Mass beside the material is spread over what the kind of property has: a length or an area.

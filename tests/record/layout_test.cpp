@@ -226,7 +226,8 @@ TEST(Layout, FreshRecordsEqualTheDefaultInstance) {
 
 /// A descriptor's codes, read where its vptr ends; and whether its record's rows name those groups.
 template <class Descriptor, class Record>
-std::string UnitCodes() {
+std::string UnitCodes(std::set<std::uint16_t>& types) {
+  types.insert(Record::kType);
   const Descriptor& units = Descriptor::Instance();
   EXPECT_EQ(&units, &Descriptor::Instance());
   std::set<int> groups;
@@ -237,31 +238,39 @@ std::string UnitCodes() {
 }
 
 TEST(Layout, UnitDescriptorsHoldACodeAGroup) {
-  EXPECT_EQ((UnitCodes<CQXNodeUnit, tagTNode>()), "1");
-  EXPECT_EQ((UnitCodes<CQXCordUnit, tagTCord>()), "1,1,1,4");
-  EXPECT_EQ((UnitCodes<CQXEcrdUnit, tagTEcrd>()), "4");
-  EXPECT_EQ((UnitCodes<CQXE1DOffsetUnit, tagTE1DOffset>()), "1");
-  EXPECT_EQ((UnitCodes<CQXE1DReleaseUnit, tagTE1DRelease>()), "24,25");
-  EXPECT_EQ((UnitCodes<CQXE2DThickUnit, tagTE2DThick>()), "1");
-  EXPECT_EQ((UnitCodes<CQXE2DOffsetUnit, tagTE2DOffset>()), "1");
-  EXPECT_EQ((UnitCodes<CQXE2DMatlCsysUnit, tagTE2DMatlCsys>()), "4");
-  EXPECT_EQ((UnitCodes<CQXE2DAutoTempUnit, tagTE2DAutoTemp>()), "21");
-  EXPECT_EQ((UnitCodes<CQXE3DAutoTempUnit, tagTE3DAutoTemp>()), "21");
-  EXPECT_EQ((UnitCodes<CQXGridUnit, tagTGrid>()), "1");
-  EXPECT_EQ((UnitCodes<CQXWrkPlUnit, tagTWrkPl>()), "1,4");
-  EXPECT_EQ((UnitCodes<CQXDatumUnit, tagTDatum>()), "1");
-  EXPECT_EQ((UnitCodes<CQXSzctUnit, tagTSzct>()), "1,1");
-  EXPECT_EQ((UnitCodes<CQXDefSizeUnit, tagTDefSize>()), "1");
-  EXPECT_EQ((UnitCodes<CQXLyctUnit, tagTLyct>()), "1");
-  EXPECT_EQ((UnitCodes<CQXSpropUnit, tagTSprop>()), "8,20,1");
-  EXPECT_EQ((UnitCodes<CQXFuncUnit, tagTFunc>()), "1");
-  EXPECT_EQ((UnitCodes<CQXFunc3DUnit, tagTFunc3D>()), "1");
-  EXPECT_EQ((UnitCodes<CQXCurveUnit, tagTCurve>()), "1");
-  EXPECT_EQ((UnitCodes<CQXLdfsUnit, tagTLdfs>()), "1");
-  EXPECT_EQ((UnitCodes<CQXPFlowUnit, tagTPFlow>()), "1");
-  EXPECT_EQ((UnitCodes<CQXStlzUnit, tagTStlz>()), "1");
-  EXPECT_EQ((UnitCodes<CQXFQuanUnit, tagTFQuan>()), "1");
-  EXPECT_EQ((UnitCodes<CQXMGInfoUnit, tagMGInfo>()), "1,4");
+  std::set<std::uint16_t> types;
+  EXPECT_EQ((UnitCodes<CQXNodeUnit, tagTNode>(types)), "1");
+  EXPECT_EQ((UnitCodes<CQXCordUnit, tagTCord>(types)), "1,1,1,4");
+  EXPECT_EQ((UnitCodes<CQXEcrdUnit, tagTEcrd>(types)), "4");
+  EXPECT_EQ((UnitCodes<CQXE1DOffsetUnit, tagTE1DOffset>(types)), "1");
+  EXPECT_EQ((UnitCodes<CQXE1DReleaseUnit, tagTE1DRelease>(types)), "24,25");
+  EXPECT_EQ((UnitCodes<CQXE2DThickUnit, tagTE2DThick>(types)), "1");
+  EXPECT_EQ((UnitCodes<CQXE2DOffsetUnit, tagTE2DOffset>(types)), "1");
+  EXPECT_EQ((UnitCodes<CQXE2DMatlCsysUnit, tagTE2DMatlCsys>(types)), "4");
+  EXPECT_EQ((UnitCodes<CQXE2DAutoTempUnit, tagTE2DAutoTemp>(types)), "21");
+  EXPECT_EQ((UnitCodes<CQXE3DAutoTempUnit, tagTE3DAutoTemp>(types)), "21");
+  EXPECT_EQ((UnitCodes<CQXGridUnit, tagTGrid>(types)), "1");
+  EXPECT_EQ((UnitCodes<CQXWrkPlUnit, tagTWrkPl>(types)), "1,4");
+  EXPECT_EQ((UnitCodes<CQXDatumUnit, tagTDatum>(types)), "1");
+  EXPECT_EQ((UnitCodes<CQXSzctUnit, tagTSzct>(types)), "1,1");
+  EXPECT_EQ((UnitCodes<CQXDefSizeUnit, tagTDefSize>(types)), "1");
+  EXPECT_EQ((UnitCodes<CQXLyctUnit, tagTLyct>(types)), "1");
+  EXPECT_EQ((UnitCodes<CQXSpropUnit, tagTSprop>(types)), "8,20,1");
+  EXPECT_EQ((UnitCodes<CQXFuncUnit, tagTFunc>(types)), "1");
+  EXPECT_EQ((UnitCodes<CQXFunc3DUnit, tagTFunc3D>(types)), "1");
+  EXPECT_EQ((UnitCodes<CQXCurveUnit, tagTCurve>(types)), "1");
+  EXPECT_EQ((UnitCodes<CQXLdfsUnit, tagTLdfs>(types)), "1");
+  EXPECT_EQ((UnitCodes<CQXPFlowUnit, tagTPFlow>(types)), "1");
+  EXPECT_EQ((UnitCodes<CQXStlzUnit, tagTStlz>(types)), "1");
+  EXPECT_EQ((UnitCodes<CQXFQuanUnit, tagTFQuan>(types)), "1");
+  EXPECT_EQ((UnitCodes<CQXMGInfoUnit, tagMGInfo>(types)), "1,4");
+  EXPECT_EQ((UnitCodes<CQXFieldUnit, tagTField>(types)), "-1,-1");
+  // Every type with units has one.
+  const CQXDBSession session(AddStandardPools);
+  for (const DPoolBase* pool : session.Pools()) {
+    EXPECT_EQ(types.contains(pool->GetTypeCode()), !pool->GetSchema().UnitRows().empty())
+        << pool->GetSchema().Name();
+  }
 }
 
 TEST(Layout, ConcurrentFirstCallsSeeOneSchema) {

@@ -136,36 +136,69 @@ RC_GTEST_PROP(RecordLaws, UnitsInAndOutRestoreEveryNumber, ()) {
   });
 }
 
-/// Each number with a unit becomes what its category makes of it, and nothing else changes; so that
-/// a conversion that does nothing is found, too.
+/// Lets the kinds that units follow from be such as there are, and no array with a unit be empty.
+void GiveUnits(const Schema& schema, TStructBase& record) {
+  char* bytes = detail::Bytes(record);
+  for (const Row* row : schema.UnitRows()) {
+    for (const std::int32_t by : row->unit.by) {
+      if (by) StoreAt(bytes + by, *rc::gen::inRange<std::int32_t>(0, 25));
+    }
+    if (!row->IsArray() || detail::ArrayAt(bytes, *row).count > 0) continue;
+    ArrayStorage& array = detail::ArrayAt(bytes, *row);
+    array.Resize(1, static_cast<std::size_t>(row->element_size));
+    ForEachUnitNumber(*row, [&](int, std::int32_t offset) {
+      StoreAt(static_cast<char*>(array.data) + offset, 7.5);
+    });
+  }
+}
+
+/// Each number with a unit, also in arrays, becomes what its category makes of it, and nothing else
+/// changes; so that a conversion that does nothing is found, too.
 RC_GTEST_PROP(RecordLaws, UnitsConvertTheNumbersThatHaveOneAndNoOthers, ()) {
   PopulatedSession session;
   UnitSystem other;
   other[UnitBase::kLength] = FindUnit(UnitBase::kLength, "in");
+  other[UnitBase::kForce] = FindUnit(UnitBase::kForce, "lbf");
   other[UnitBase::kTemperature] = FindUnit(UnitBase::kTemperature, "F");
   session->Units().SetCurrent(other);
+  const CQXUnitCtrl& units = session->Units();
   int lengths = 0;
+  int in_arrays = 0;
   ForEveryRecord(*session, [&](DPoolBase& pool, TStructBase& record) {
+    GiveUnits(pool.GetSchema(), record);
     ITR at = pool.Find(record.GetKey());
     const TStructBase& before = *pool.CopyToDummyPtr(at);
     record.ConvertUnitOut(&session->Units());
+    const char* then = detail::Bytes(before);
+    const char* now = detail::Bytes(record);
     for (const Row& row : pool.GetSchema().Rows()) {
-      if (row.IsArray() || row.number != Row::Number::kDouble) continue;
-      for (std::int32_t i = 0; i < row.size / 8; ++i) {
-        const std::int32_t place = row.offset + i * 8;
-        const auto x = LoadAt<double>(reinterpret_cast<const char*>(&before) + place);
-        const auto y = LoadAt<double>(reinterpret_cast<const char*>(&record) + place);
-        const int category =
-            row.unit.listed_only ? unit::kNone : CategoryOf(row, before, row.part + i);
-        const bool length = category == unit::kLength;
-        const bool degree = category == unit::kTemperature;
-        lengths += length;
-        if (length) RC_ASSERT(std::abs(y - x / 0.0254) <= 1e-9 * std::abs(y));
-        if (degree) RC_ASSERT(std::abs(y - (x * 1.8 + 32)) <= 1e-9 * (std::abs(y) + 500));
-        if (category == unit::kNone) RC_ASSERT(y == x);
+      const bool array = row.IsArray();
+      const std::int32_t elements = array ? detail::ArrayAt(then, row).count : 1;
+      for (std::int32_t e = 0; e < elements; ++e) {
+        const auto element = [&](const char* bytes) {
+          return array ? static_cast<const char*>(detail::ArrayAt(bytes, row).data) +
+                             e * row.element_size
+                       : bytes + row.offset;
+        };
+        ForEachUnitNumber(row, [&](int number, std::int32_t offset) {
+          const auto x = LoadAt<double>(element(then) + offset);
+          const auto y = LoadAt<double>(element(now) + offset);
+          const int category = row.unit.listed_only ? unit::kNone : CategoryOf(row, before, number);
+          const bool length = category == unit::kLength;
+          const bool degree = category == unit::kTemperature;
+          const double expected = length                   ? x / 0.0254
+                                  : degree                 ? x * 1.8 + 32
+                                  : category > unit::kNone ? units.Out(category, x)
+                                                           : x;
+          lengths += length;
+          in_arrays += array && y != x;
+          if (category <= unit::kNone) RC_ASSERT(y == x);
+          RC_ASSERT(std::abs(y - expected) <= 1e-9 * (std::abs(y) + (degree ? 500 : 0)));
+        });
       }
     }
   });
+  RC_ASSERT(in_arrays > 10);
   RC_ASSERT(lengths > 100);
 }
 

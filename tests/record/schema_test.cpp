@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "qx_db/platform/file.h"
 #include "qx_db/qx_db.h"
 #include "qx_db/record/record_impl.h"
 
@@ -266,7 +267,48 @@ TEST(Images, LargerThanTheFormatAreCountedInFullAndRefused) {
                                 ": records: tagTRtcb 5 takes 4488000156 bytes where an image has "
                                 "at most 2147483639; split the record");
   EXPECT_TRUE(std::filesystem::is_empty(folder.Path("")));
+  // Neither can such a record come into a pool, nor a step change it: undo could not bring it back.
+  tagTRtcb large;
+  large.key = 6;
+  auto& large_claim = *reinterpret_cast<ArrayStorage*>(&large.selected);
+  large_claim.count = claim.count;
+  const ITR pos = pool.Find(5);
+  CTransaction step(&session);
+  ASSERT_EQ(step.Begin(u"Change"), 1);
+  EXPECT_EQ(pool.InsertNU(large), 0);
+  EXPECT_EQ(pool.SetAtNU(pos, combination), 0);
   claim.count = 0;
+  large.key = 5;
+  EXPECT_EQ(pool.SetAtNU(pos, large), 0);
+  EXPECT_EQ(step.Commit(), 1);
+  EXPECT_EQ(session.History().Done().size(), 0u) << "nothing was changed";
+  large_claim.count = 0;
+}
+
+TEST(Images, AStepWithOneTooLargeForTheFileIsRefusedAndNothingIsWritten) {
+  const ScratchFolder folder;
+  const std::string path = folder.Path("model.qxm");
+  CQXDocBase document(AddStandardPools);
+  ASSERT_EQ(document.SaveAs(path).Line(), "");
+  ASSERT_EQ(document.KeepSteps().Line(), "");
+  CQXDBSession& session = *document.GetDBSession();
+  auto& pool = *session.GetPool<PoolOf<tagTRtcb>::type>(code::kRtcb);
+  const auto bytes = ReadWholeFile(path);
+  tagTRtcb combination;
+  combination.key = 5;
+  // The last that a file takes, had it the bytes, and the first that it does not.
+  const std::int32_t most = static_cast<std::int32_t>((900'000'000 - 148 - 16 + 8) / 264);
+  CTransaction step(&session);
+  ASSERT_EQ(step.Begin(u"Insert"), 1);
+  tagTRtcb& stored = pool.GetAtNU(pool.InsertNU(combination));
+  reinterpret_cast<ArrayStorage*>(&stored.selected)->count = most + 1;
+  EXPECT_EQ(step.Commit(), 0);
+  EXPECT_EQ(document.Keeper()->Fault().Line(),
+            path +
+                ": the step: changes a tagTRtcb that takes 900000180 bytes where a file has room "
+                "for 900000000; split the record");
+  EXPECT_EQ(*ReadWholeFile(path), *bytes);
+  EXPECT_EQ(pool.GetSize(), 0);
 }
 
 }  // namespace

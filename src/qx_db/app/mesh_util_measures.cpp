@@ -99,8 +99,8 @@ int CQXMeshUtil::GetNormalVecByNodes(ITR node0, ITR node1, ITR node2, double nor
     p[i] = node->position;
     if (!session_) continue;
     const CQXUnitCtrl& units = session_->Units();
-    p[i] = {units.Out(unit::kLength, p[i].x), units.Out(unit::kLength, p[i].y),
-            units.Out(unit::kLength, p[i].z)};
+    const int category = CQXNodeUnit::Instance().Code(0);
+    p[i] = {units.Out(category, p[i].x), units.Out(category, p[i].y), units.Out(category, p[i].z)};
   }
   return StoreUnit(Cross(p[1] - p[0], p[2] - p[0]), normal);
 }

@@ -1,7 +1,5 @@
 #include "qx_db/core/image_stream.h"
 
-#include "qx_db/record/verbs.h"
-
 namespace qx {
 
 std::uint32_t AppendImage(const Schema& schema, const TStructBase& record,

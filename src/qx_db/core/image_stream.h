@@ -9,8 +9,13 @@
 
 #include "qx_db/core/schema_text.h"
 #include "qx_db/pool/pool_base.h"
+#include "qx_db/record/verbs.h"
 
 namespace qx {
+
+/// The largest image that a file takes: below the largest value of a database.
+inline constexpr std::uint64_t kMaxStoredImage = 900'000'000;
+static_assert(kMaxStoredImage <= kMaxImageSize);
 
 /// Appends a record, whose image must not exceed kMaxImageSize; returns the image's bytes.
 QXDB_API std::uint32_t AppendImage(const Schema& schema, const TStructBase& record,

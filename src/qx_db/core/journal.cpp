@@ -9,20 +9,19 @@
 namespace qx {
 namespace {
 
-/// Appends a record's image to `bytes`, all or nothing; returns its size.
-std::uint32_t AppendImage(const TStructBase& record, AppendLog<char>& bytes) {
-  const std::uint32_t size = record.GetSizePlusVfptr() - 8;
-  const std::size_t begin = bytes.size();
-  bytes.resize(begin + size);
-  record.Data2Stream(bytes.data() + begin, static_cast<int>(size));
-  return size;
-}
-
 void ClearModified(ITR item) {
   KeyedSetBase::SetState(item, KeyedSetBase::StateOf(item) & ~KeyedSetBase::kModifiedBit);
 }
 
 }  // namespace
+
+std::size_t AppendImage(const Schema& schema, const TStructBase& record, AppendLog<char>& bytes) {
+  const auto size = static_cast<std::size_t>(ImageSize(schema, record));
+  const std::size_t begin = bytes.size();
+  bytes.resize(begin + size);
+  WriteImage(schema, record, bytes.data() + begin);
+  return size;
+}
 
 Journal::~Journal() {
   Discard();
@@ -67,13 +66,14 @@ void Journal::Record(const tagTRNotify& notice) {
     }
     return;
   }
+  const Schema& schema = Pool(notice.type).GetSchema();
   const TStructBase& record = *KeyedSetBase::RecordAt(notice.item);
   if (notice.phase == 0) {
     // Room first, so that nothing fails once the image is in.
     current_.changes.reserve(current_.changes.size() + 1);
     current_.images.reserve(current_.images.size() + 1);
     const std::size_t at = current_.bytes.size();
-    const std::uint32_t size = AppendImage(record, current_.bytes);
+    const std::size_t size = AppendImage(schema, record, current_.bytes);
     const auto index = static_cast<std::uint32_t>(current_.images.size());
     // After as before, until the change has been made.
     current_.images.push_back({at, at, size, size});
@@ -83,7 +83,7 @@ void Journal::Record(const tagTRNotify& notice) {
   Step::Images& images = current_.images.back();
   const std::size_t after = current_.bytes.size();
   try {
-    images.after_size = AppendImage(record, current_.bytes);
+    images.after_size = AppendImage(schema, record, current_.bytes);
   } catch (...) {
     RestoreImage(current_, current_.changes.back(), true);
     throw;
@@ -212,16 +212,16 @@ void Journal::RestoreImage(const Step& step, const Change& change, bool before) 
 void Journal::TryRestoreImage(const Step& step, const Change& change, bool before) {
   const Step::Images& images = step.images[change.list_epoch];
   const char* image = step.bytes.data() + (before ? images.before : images.after);
-  const auto size = static_cast<int>(before ? images.before_size : images.after_size);
+  const Schema& schema = Pool(change.type).GetSchema();
   TStructBase& record = *KeyedSetBase::RecordAt(change.item);
   if (LoadAt<Key>(image) == record.GetKey()) {
-    record.Stream2Data(image, size);
+    ReadImage(schema, image, record);
     Pool(change.type).Set().Touch();
     return;
   }
   DPoolBase& pool = Pool(change.type);
   const auto whole = pool.NewRecord();
-  whole->Stream2Data(image, size);
+  ReadImage(schema, image, *whole);
   pool.Set().SetAt(change.item, *whole);
 }
 

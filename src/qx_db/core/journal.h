@@ -41,8 +41,8 @@ struct Step {
   struct Images {
     std::size_t before;
     std::size_t after;
-    std::uint32_t before_size;
-    std::uint32_t after_size;
+    std::size_t before_size;
+    std::size_t after_size;
   };
 
   /// A change of the model's units.
@@ -77,6 +77,10 @@ struct HistoryLimits {
   std::size_t steps = 1000;
   std::size_t bytes = std::size_t{1} << 30;
 };
+
+/// Appends a record's image, iterators and all, to those of a step, all or nothing; returns its
+/// size. Pools take no record whose image exceeds the format.
+std::size_t AppendImage(const Schema& schema, const TStructBase& record, AppendLog<char>& bytes);
 
 /// The open step, and the steps that can be undone and redone.
 ///

@@ -117,12 +117,15 @@ void TellOfSteps(const std::string& path, const ModelFileReport& found) {
   if (found.unfinished_step) qxMsgOut(Severity::kInfo, "IDS_QX_STEP_UNFINISHED", {path});
 }
 
-/// One reading of a file into a session of its own.
+/// One reading of an open file into a session of its own.
 class ModelReading {
  public:
-  ModelReading(const std::string& path, CQXDBSession::PoolSetup setup,
-               const ModelReadOptions& options)
-      : path_(path), options_(options), stage_(std::make_unique<CQXDBSession>(setup)) {}
+  ModelReading(const std::string& path, std::shared_ptr<RawFile> file,
+               CQXDBSession::PoolSetup setup, const ModelReadOptions& options)
+      : path_(path),
+        file_(std::move(file)),
+        options_(options),
+        stage_(std::make_unique<CQXDBSession>(setup)) {}
 
   Outcome Run(ModelContinuation* continuation) {
     Outcome read = Read(continuation);
@@ -137,7 +140,7 @@ class ModelReading {
  private:
   Outcome Read(ModelContinuation* continuation) {
     if (Outcome whole = CheckSetup(*stage_, path_); !whole) return whole;
-    auto reader = ModelFileReader::Open(path_, continuation != nullptr);
+    auto reader = ModelFileReader::Open(path_, file_);
     if (!reader) return reader.AsOutcome();
     if (Outcome sound = (*reader)->CheckAllPages(); !sound) return sound;
     if (Outcome pages = ReadPages(**reader); !pages) return pages;
@@ -207,10 +210,27 @@ class ModelReading {
   }
 
   const std::string& path_;
+  const std::shared_ptr<RawFile> file_;
   const ModelReadOptions options_;
   std::unique_ptr<CQXDBSession> stage_;
   ModelFileReport found_;
 };
+
+/// Tells what an open file holds from what other programs may have put in its place. The file tells
+/// it from one that was given its name; its log, from one that was copied over it.
+struct ModelIdentity {
+  FileId file;
+  std::uint64_t log = 0;  ///< 0 where there is none
+  bool operator==(const ModelIdentity&) const = default;
+};
+
+ModelIdentity IdentityOf(RawFile& file, const std::string& path) {
+  ModelIdentity identity;
+  if (file.Id(identity.file) != 0) return {};
+  const auto header = ReadHeader(file, path, kApplicationId);
+  if (!header || StepLog::IdAt(file, header->PageBytes(), identity.log) != 0) identity.log = 0;
+  return identity;
+}
 
 /// A file that another process replaces while it is read is read again.
 Result<std::unique_ptr<CQXDBSession>> Read(const std::string& path, CQXDBSession::PoolSetup setup,
@@ -218,21 +238,25 @@ Result<std::unique_ptr<CQXDBSession>> Read(const std::string& path, CQXDBSession
                                            ModelContinuation* continuation) {
   constexpr int kTries = 5;
   for (int i = 1;; ++i) {
-    FileId before, after;
-    if (Files().IdOf(path, before) != 0) before = {};
     if (continuation) continuation->log.reset();  // of a try before
-    ModelReading reading(path, setup, options);
+    auto file = OpenModelFile(path, continuation != nullptr);
+    if (!file) return file.Error();
+    const ModelIdentity before = IdentityOf(**file, path);
+    ModelReading reading(path, *file, setup, options);
     Outcome read = reading.Run(continuation);
-    if (Files().IdOf(path, after) != 0) after = {};
-    // To be written to, it must be the one that still has the name.
-    const bool moved = !(before == after);
+    // Half of one and half of another is no model: the log says so at the latest. One that is whole
+    // is good for reading, but to be written to, it must still be there.
+    FileId named;
+    const bool overwritten = !(before == IdentityOf(**file, path));
+    const bool renamed = Files().IdOf(path, named) != 0 || !(named == before.file);
+    const bool moved = overwritten || renamed;
     if (read && !(continuation && moved)) {
       found = std::move(reading.Found());
       if (!continuation && !found.closed) found.writer = ModelLock::Writer(path);
       return reading.TakeSession();
     }
-    if (moved && i < kTries) continue;
-    if (!read) return read.Error();
+    if (!moved) return read.Error();
+    if (i < kTries) continue;
     return Failure{path, "", "is replaced again and again by another program",
                    "end that program, or open a copy"};
   }

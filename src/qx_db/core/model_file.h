@@ -44,6 +44,7 @@ struct QXDB_API ModelFileReport {
   std::int64_t UnresolvedReferences() const;
 };
 
+class RawFile;
 class StepLog;
 class StepNumbers;
 struct ModelContinuation;
@@ -80,6 +81,9 @@ class QXDB_API ModelFileReader {
   /// With `writing`, for who has the right to append steps (ReadSteps).
   static Result<std::unique_ptr<ModelFileReader>> Open(const std::string& path,
                                                        bool writing = false);
+  /// The same of a file that is open already; `path` is what failures name.
+  static Result<std::unique_ptr<ModelFileReader>> Open(const std::string& path,
+                                                       std::shared_ptr<RawFile> file);
   ~ModelFileReader();
   const ModelFileReport& Report() const;
   /// Checks every page, also those that no question touches. Cost: one sequential read.
@@ -115,6 +119,9 @@ QXDB_API Outcome SaveModel(const CQXDBSession& session, const std::string& path)
 /// The same by who has the right to write, with a history; see ModelFileWriter::Finish.
 Outcome WriteModel(const CQXDBSession& session, const std::string& path, const StepFill& fill,
                    std::unique_ptr<StepLog>* log);
+
+/// Opens the file of a model, unread.
+Result<std::shared_ptr<RawFile>> OpenModelFile(const std::string& path, bool writing);
 
 /// The stamp of the file at `path`; all zero where there is none that can be read. Pages are not
 /// checked.

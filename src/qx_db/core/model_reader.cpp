@@ -63,17 +63,28 @@ Outcome ModelFileReader::Impl::ReadDirectory() {
   return {};
 }
 
-Result<std::unique_ptr<ModelFileReader>> ModelFileReader::Open(const std::string& path,
-                                                               bool writing) {
+Result<std::shared_ptr<RawFile>> OpenModelFile(const std::string& path, bool writing) {
   if (Outcome is_file = CheckIsFile(path); !is_file) return is_file.Error();
-  auto impl = std::make_unique<Impl>();
-  impl->path = path;
   std::unique_ptr<RawFile> file;
   if (const int error = Files().Open(path, writing, file)) {
     return Failure{path, "",
                    (writing ? "cannot be written: " : "cannot be read: ") + ErrorText(error),
                    "check permissions"};
   }
+  return std::shared_ptr<RawFile>(std::move(file));
+}
+
+Result<std::unique_ptr<ModelFileReader>> ModelFileReader::Open(const std::string& path,
+                                                               bool writing) {
+  auto file = OpenModelFile(path, writing);
+  if (!file) return file.Error();
+  return Open(path, std::move(*file));
+}
+
+Result<std::unique_ptr<ModelFileReader>> ModelFileReader::Open(const std::string& path,
+                                                               std::shared_ptr<RawFile> file) {
+  auto impl = std::make_unique<Impl>();
+  impl->path = path;
   impl->file = std::move(file);
   auto database = ModelDatabase::Open(*impl->file, path);
   if (!database) return database.Error();

@@ -16,7 +16,6 @@ namespace qx {
 namespace {
 
 constexpr std::size_t kChunkBytes = std::size_t{1} << 20;
-constexpr std::size_t kLargestImage = 900'000'000;  // below the largest value of a database
 
 /// Tells the log of this file from that of any other.
 std::int64_t NewLogId() {
@@ -136,7 +135,7 @@ Outcome ModelFileWriter::WritePool(const DPoolBase& pool) {
   for (ITR pos = pool.GetHeadPosition(); pos; pool.Next(pos)) {
     const TStructBase& record = *KeyedSetBase::RecordAt(pos);
     const std::uint64_t size = ImageSize(schema, record);
-    if (size > kLargestImage) {
+    if (size > kMaxStoredImage) {
       return Failure{w.path, std::string(schema.Name()) + " " + std::to_string(record.GetKey()),
                      "is too large for a model file", "split the record"};
     }

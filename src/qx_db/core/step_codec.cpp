@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "qx_db/core/image_stream.h"
 #include "qx_db/core/session.h"
 #include "qx_db/record/verbs.h"
 
@@ -23,7 +24,7 @@ class StepEncoder {
               std::vector<char>& out)
       : session_(session), step_(step), form_(form), numbers_(numbers), out_(out) {}
 
-  void Encode() {
+  std::string Encode() {
     const std::size_t head = out_.size();
     Put(out_, step_.number);
     for (int i = 0; i < 4; ++i) Put(out_, std::uint32_t{0});
@@ -42,9 +43,11 @@ class StepEncoder {
       if (!saved_) continue;
       ++counts[change.operation - tagTRNotify::kInserted];
       Append(*pool_, change);
+      if (!fault_.empty()) return fault_;
     }
     for (std::size_t i = 0; i < 3; ++i) StoreAt(out_.data() + head + 8 + 4 * i, counts[i]);
     StoreAt(out_.data() + head + 20, counts[0] + counts[1] + counts[2] + (step_.units ? 1 : 0));
+    return {};
   }
 
  private:
@@ -79,7 +82,7 @@ class StepEncoder {
     }
     if (image) {
       AppendImage(pool.GetSchema(), backward ? images->before_size : images->after_size,
-                  [&](char* to, std::uint32_t size) { std::memcpy(to, image, size); });
+                  [&](char* to, std::size_t size) { std::memcpy(to, image, size); });
       return;
     }
     if ((change.operation == tagTRNotify::kRemoved) != backward) {
@@ -87,8 +90,8 @@ class StepEncoder {
       return;
     }
     const TStructBase& record = *KeyedSetBase::RecordAt(change.item);
-    AppendImage(pool.GetSchema(), static_cast<std::uint32_t>(ImageSize(pool.GetSchema(), record)),
-                [&](char* to, std::uint32_t) { WriteImage(pool.GetSchema(), record, to); });
+    AppendImage(pool.GetSchema(), ImageSize(pool.GetSchema(), record),
+                [&](char* to, std::size_t) { WriteImage(pool.GetSchema(), record, to); });
   }
 
   std::uint32_t NumberOf(const DPoolBase& pool, ITR item) const {
@@ -96,7 +99,14 @@ class StepEncoder {
   }
 
   template <class Fill>
-  void AppendImage(const Schema& schema, std::uint32_t size, Fill&& fill) {
+  void AppendImage(const Schema& schema, std::uint64_t image_size, Fill&& fill) {
+    if (image_size > kMaxStoredImage) {
+      fault_ = "changes a " + std::string(schema.Name()) + " that takes " +
+               std::to_string(image_size) + " bytes where a file has room for " +
+               std::to_string(kMaxStoredImage);
+      return;
+    }
+    const auto size = static_cast<std::uint32_t>(image_size);
     const std::size_t at = out_.size() + sizeof(size);
     out_.resize(at + size);
     StoreAt(out_.data() + at - sizeof(size), size);
@@ -121,6 +131,7 @@ class StepEncoder {
   std::vector<char>& out_;
   const DPoolBase* pool_ = nullptr;  // of the last change
   bool saved_ = false;
+  std::string fault_;
 };
 
 }  // namespace
@@ -133,9 +144,9 @@ void NumberRecords(const CQXDBSession& session, const Step& step, std::uint16_t 
   }
 }
 
-void EncodeStep(const CQXDBSession& session, const Step& step, StepForm form, StepNumbers& numbers,
-                std::vector<char>& out) {
-  StepEncoder(session, step, form, numbers, out).Encode();
+std::string EncodeStep(const CQXDBSession& session, const Step& step, StepForm form,
+                       StepNumbers& numbers, std::vector<char>& out) {
+  return StepEncoder(session, step, form, numbers, out).Encode();
 }
 
 // ---- units --------------------------------------------------------------------------------------

@@ -26,9 +26,10 @@ struct StepHead {
 
 /// Appends a step whose changes the session has just made (kForward), or has in its history:
 /// undone (kForward) or done (kBackward). Records without a number are given one. Pools that are
-/// not saved are left out. Throws std::bad_alloc.
-void EncodeStep(const CQXDBSession& session, const Step& step, StepForm form, StepNumbers& numbers,
-                std::vector<char>& out);
+/// not saved are left out. Gives "" or which record's image exceeds kMaxStoredImage. Throws
+/// std::bad_alloc.
+std::string EncodeStep(const CQXDBSession& session, const Step& step, StepForm form,
+                       StepNumbers& numbers, std::vector<char>& out);
 /// Gives numbers to the records that the step inserted, or, after it, that only it keeps.
 void NumberRecords(const CQXDBSession& session, const Step& step, std::uint16_t operation,
                    StepNumbers& numbers);

@@ -61,13 +61,12 @@ class HistoryWriter {
     std::vector<std::vector<char>> past;
     std::size_t bytes = 0;
     for (const Step* step : done_) {
-      past.push_back(Frame(*step, StepForm::kBackward));
-      bytes += past.back().size();
-      if (bytes > kept_.bytes) {
-        past.pop_back();
+      std::vector<char> frame = StepLog::NewFrame();
+      if (!HasRoom(*step, StepForm::kBackward, frame, bytes)) {
         undone_.clear();
         break;
       }
+      past.push_back(std::move(frame));
     }
     undoable_ = past.size();
     for (std::size_t i = past.size(); i-- > 0;) {
@@ -75,8 +74,8 @@ class HistoryWriter {
       if (!done) return done;
     }
     for (const Step* step : undone_) {
-      std::vector<char> frame = Frame(*step, StepForm::kForward);
-      if ((bytes += frame.size()) > kept_.bytes) break;
+      std::vector<char> frame = StepLog::NewFrame();
+      if (!HasRoom(*step, StepForm::kForward, frame, bytes)) break;
       Outcome done = log.Append(FrameKind::kCommit, step->time_ms, frame, false);
       if (!done) return done;
       ++redoable_;
@@ -94,10 +93,11 @@ class HistoryWriter {
   std::size_t Redoable() const { return redoable_; }
 
  private:
-  std::vector<char> Frame(const Step& step, StepForm form) {
-    std::vector<char> frame = StepLog::NewFrame();
-    EncodeStep(session_, step, form, numbers_, frame);
-    return frame;
+  /// Fills the frame of a step, whose bytes join `bytes`; false where it is too much for the file.
+  bool HasRoom(const Step& step, StepForm form, std::vector<char>& frame, std::size_t& bytes) {
+    const std::string fault = EncodeStep(session_, step, form, numbers_, frame);
+    bytes += frame.size();
+    return fault.empty() && bytes <= kept_.bytes;
   }
 
   const CQXDBSession& session_;
@@ -249,8 +249,9 @@ Outcome StepKeeper::AppendStep(const Step& step) {
     }
   };
   try {
-    EncodeStep(session_, step, StepForm::kForward, numbers_, frame_);
-    done = Append(FrameKind::kCommit, step.time_ms, frame_);
+    const std::string fault = EncodeStep(session_, step, StepForm::kForward, numbers_, frame_);
+    done = fault.empty() ? Append(FrameKind::kCommit, step.time_ms, frame_)
+                         : Outcome(Failure{path_, "the step", fault, "split the record"});
   } catch (...) {
     take_numbers_back();
     throw;

@@ -83,7 +83,15 @@ StepLog::Place StepLog::Look() const {
   FileId ours, named;
   const int error = Files().IdOf(path_, named);
   if (error == ENOENT || error == ENOTDIR) return Place::kGone;
-  return !error && file_->Id(ours) == 0 && ours == named ? Place::kNamed : Place::kReplaced;
+  const bool is_ours = !error && file_->Id(ours) == 0 && ours == named && HoldsThisLog();
+  return is_ours ? Place::kNamed : Place::kReplaced;
+}
+
+/// Whether nobody has copied another file over this one. Where that cannot be read, writing will
+/// tell.
+bool StepLog::HoldsThisLog() const {
+  std::uint64_t id = 0;
+  return extent_ == 0 || IdAt(*file_, start_, id) != 0 || id == id_;
 }
 
 Outcome StepLog::CheckName() const {
@@ -231,7 +239,7 @@ Outcome StepLog::Append(FrameKind kind, std::int64_t time_ms, std::vector<char>&
   }
   if (done && sync) {
     done = CheckName();
-    if (!done) WipeMark();
+    if (!done && HoldsThisLog()) WipeMark();
   }
   if (done) return done;
   std::tie(end_, sequence_, chain_) = before;
@@ -267,7 +275,8 @@ Outcome StepLog::Sync() {
 
 /// Notes, where the next frame will go, that all before is on the device.
 void StepLog::Mark(FrameKind kind, int& error) {
-  if (extent_ == 0) return;
+  // What another copied over the file is not ours to mark.
+  if (extent_ == 0 || !HoldsThisLog()) return;
   Head head = NextHead(kind);
   head.checksum = head.OwnChecksum(end_);
   error = file_->Write(reinterpret_cast<const char*>(&head), sizeof(head), end_);
@@ -282,6 +291,20 @@ Outcome StepLog::Close() {
 }
 
 // ---- reading ------------------------------------------------------------------------------------
+
+int StepLog::IdAt(RawFile& file, std::uint64_t start, std::uint64_t& id) {
+  id = 0;
+  std::uint64_t size = 0;
+  if (const int error = file.Size(size)) return error;
+  if (size < start + kBlock) return 0;
+  Head head{};
+  if (const int error = file.Read(reinterpret_cast<char*>(&head), sizeof(head), start)) {
+    return error;
+  }
+  const bool whole = head.magic == Head::kMagic && head.checksum == head.OwnChecksum(start);
+  if (whole && head.kind == FrameKind::kBegin) id = head.id;
+  return 0;
+}
 
 /// What a writer is just appending can look like damage to who reads it in two glances; damage
 /// looks the same each time.

@@ -64,7 +64,11 @@ class QXDB_API StepLog {
                                                const std::string& path, std::uint64_t start,
                                                std::uint64_t id, StepLogContents& contents);
 
-  /// What has become of the file's name.
+  /// The id of the log at `start`, 0 where none stands. Gives 0 or the system's error number.
+  static int IdAt(RawFile& file, std::uint64_t start, std::uint64_t& id);
+
+  /// What has become of the file's name. A file that another was copied over is replaced, too,
+  /// though device and number stay: its log is another one.
   enum class Place { kNamed, kGone, kReplaced };
   Place Look() const;
   /// Success while the path names this file; the failure says what became of it.
@@ -99,6 +103,7 @@ class QXDB_API StepLog {
                               std::uint64_t id);
   static Result<Scan> ScanBytes(RawFile& file, const std::string& path, std::uint64_t start,
                                 std::uint64_t id);
+  bool HoldsThisLog() const;
   int SyncFile();
   Head NextHead(FrameKind kind) const;
   Outcome MakeRoom(std::uint64_t bytes);

@@ -16,15 +16,6 @@ std::string At(const StoredChange& change, const char* what) {
   return "change of key " + std::to_string(change.key) + " " + what;
 }
 
-/// Appends a record's image, iterators and all; returns its size.
-std::uint32_t KeepImage(const TStructBase& record, AppendLog<char>& bytes) {
-  const std::uint32_t size = record.GetSizePlusVfptr() - 8;
-  const std::size_t at = bytes.size();
-  bytes.resize(at + size);
-  record.Data2Stream(bytes.data() + at, static_cast<int>(size));
-  return size;
-}
-
 }  // namespace
 
 /// New records of a step that no change has put to use yet; freed when the step fails before.
@@ -241,9 +232,9 @@ std::string StepReplay::ApplyBackward(const StoredChange& change, DPoolBase& poo
     if (std::string fault = ReadRecord(change, pool, true); !fault.empty()) return fault;
     Step::Images images{};
     images.after = step.bytes.size();
-    images.after_size = KeepImage(*KeyedSetBase::RecordAt(item), step.bytes);
+    images.after_size = AppendImage(pool.GetSchema(), *KeyedSetBase::RecordAt(item), step.bytes);
     images.before = step.bytes.size();
-    images.before_size = KeepImage(Read(pool), step.bytes);
+    images.before_size = AppendImage(pool.GetSchema(), Read(pool), step.bytes);
     set.SetAt(item, Read(pool));
     taken_back.list_epoch = static_cast<std::uint32_t>(step.images.size());
     step.images.push_back(images);

@@ -4,6 +4,7 @@
 #include "qx_db/pool/deletor.h"
 #include "qx_db/pool/keyed_set.h"
 #include "qx_db/pool/pool_base.h"
+#include "qx_db/record/verbs.h"
 
 namespace qx {
 
@@ -61,10 +62,12 @@ class QXDB_API DPool : public DPoolBase {
 
   // ---- 42 to 46 of the virtual operations -------------------------------------------------------
 
-  /// Adds a copy of the record; 0, without a notice, when the key is negative or taken.
+  /// Adds a copy of the record; 0, without a notice, when the key is negative or taken, or the
+  /// record's image would exceed kMaxImageSize.
   virtual ITR InsertNU(const T& record);
-  /// Replaces the record at `pos`; 0, without a notice, where that is of no record in the pool. A
-  /// change that the set refuses is still reported, before and after.
+  /// Replaces the record at `pos`; 0, without a notice, where that is of no record in the pool, or
+  /// the image of one or the other would exceed kMaxImageSize. A change that the set refuses is
+  /// still reported, before and after.
   virtual int SetAtNU(ITR pos, const T& record);
   /// Removes and moves `pos` on.
   virtual int RemoveNext(ITR& pos);
@@ -86,13 +89,18 @@ class QXDB_API DPool : public DPoolBase {
   void SetParamIdx(ITR pos, std::uint32_t index) { records_.SetParamIdx(pos, index); }
 
  private:
+  /// What has no image can be neither saved nor brought back by undo.
+  bool HasImage(const T& record) const {
+    return !schema_->HasArrays() || ImageSize(*schema_, record) <= kMaxImageSize;
+  }
+
   CKeySet<T> records_;
 };
 
 template <class T>
 ITR DPool<T>::InsertNU(const T& record) {
   const bool recording = IsRecording();
-  if (!recording && !MayChangeUnrecorded()) return 0;
+  if (!HasImage(record) || (!recording && !MayChangeUnrecorded())) return 0;
   const ITR pos = records_.InsertNU(record);
   if (pos == 0 || !recording) return pos;
   try {
@@ -107,13 +115,14 @@ ITR DPool<T>::InsertNU(const T& record) {
 
 template <class T>
 int DPool<T>::SetAtNU(ITR pos, const T& record) {
-  if (!records_.IsLinked(pos)) return 0;
+  if (!records_.IsLinked(pos) || !HasImage(record)) return 0;
   const Key former = records_.GetAtNU(pos).GetKey();
   if (!IsRecording()) {
     if (!MayChangeUnrecorded() || !records_.SetAtNU(pos, record)) return 0;
     TellNewKey(pos, former);
     return 1;
   }
+  if (!HasImage(GetAtNU(pos))) return 0;
   Notify(tagTRNotify::kModified, pos, 0);
   change_flags_ |= kModifiedFlag;
   KeyedSetBase::SetState(pos, KeyedSetBase::StateOf(pos) | KeyedSetBase::kModifiedBit);

@@ -68,6 +68,8 @@ QX_RECORD(tagTField) {
       .InBy(FieldCategory, unit::kUnknown, 1, {&tagTField::category});
 }
 
+template class TUnitDescriptor<tagTField, 2>;
+
 QX_RECORD(tagTSetTag) {
   rows.Add(u"_FORMAT", &tagTSetTag::format)
       .Add(u"_MSET", &tagTSetTag::set)

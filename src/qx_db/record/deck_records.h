@@ -6,6 +6,7 @@
 
 #include "qx_db/record/array_elements.h"
 #include "qx_db/record/record.h"
+#include "qx_db/record/unit_descriptor.h"
 
 namespace qx {
 
@@ -168,5 +169,9 @@ QX_DECLARE_RECORD(tagTSetTag);
 QX_DECLARE_RECORD(tagTBlock);
 QX_DECLARE_RECORD(tagTCarried);
 QX_DECLARE_RECORD(tagTOrigin);
+
+/// Unit categories, group by group: a field's numbers are of the category that it names.
+using CQXFieldUnit = TUnitDescriptor<tagTField, 2>;
+extern template class TUnitDescriptor<tagTField, 2>;
 
 }  // namespace qx

@@ -1,7 +1,8 @@
 #include "qx_db/record/describe.h"
 
+#include <algorithm>
 #include <fmt/format.h>
-#include <vector>
+#include <set>
 
 namespace qx {
 namespace {
@@ -80,52 +81,82 @@ std::string CategoryName(int category) {
   return found ? std::string(found->name) : std::string();
 }
 
-/// What the values of one member make of a number's unit: "_METHOD 1: length, 3: time"; "" when
+/// Lists with more runs of codes than this are told once.
+constexpr int kShortList = 6;
+
+std::string InLists(const std::string& list, UnitLists& to) {
+  auto found = std::find(to.lists.begin(), to.lists.end(), list);
+  if (found == to.lists.end()) found = to.lists.insert(found, list);
+  return ": see " + UnitLists::Letter(static_cast<std::size_t>(found - to.lists.begin()));
+}
+
+/// What the values of one member make of a number's unit: "_METHOD 1: length, 3-5: time"; "" when
 /// the number does not depend on it.
-std::string CasesBy(const Row& by, const Row& row, TStructBase& record, int number) {
+std::string CasesBy(const Row& by, const Row& row, TStructBase& record, int number,
+                    std::set<int>& categories, UnitLists* lists) {
   char* at = detail::Bytes(record) + by.offset;
   const auto kept = LoadAt<std::int32_t>(at);
-  std::string cases;
-  bool varies = false;
-  StoreAt<std::int32_t>(at, 0);
-  const int first = CategoryOf(row, record, number);
+  std::vector<int> of_code;
   for (std::int32_t code = 0; code < kMostCodes; ++code) {
     StoreAt(at, code);
-    const int category = CategoryOf(row, record, number);
-    varies |= category != first && category != unit::kUnknown;
-    const std::string name = CategoryName(category);
-    if (!name.empty()) cases += fmt::format("{}{}: {}", cases.empty() ? " " : ", ", code, name);
+    of_code.push_back(CategoryOf(row, record, number));
   }
   StoreAt(at, kept);
-  return varies ? Utf8(by.name) + cases : std::string();
+  std::string list;
+  int runs = 0;
+  bool varies = false;
+  for (std::size_t code = 0; code < of_code.size();) {
+    const std::size_t first = code;
+    const int category = of_code[first];
+    while (code < of_code.size() && of_code[code] == category) ++code;
+    varies |= category != of_code[0] && category != unit::kUnknown;
+    const std::string name = CategoryName(category);
+    if (name.empty()) continue;
+    const std::string codes =
+        code - first == 1 ? std::to_string(first) : fmt::format("{}-{}", first, code - 1);
+    list += fmt::format("{}{}: {}", list.empty() ? "" : ", ", codes, name);
+    ++runs;
+  }
+  if (!varies) return {};
+  for (const int category : of_code) {
+    if (category > unit::kNone) categories.insert(category);
+  }
+  return Utf8(by.name) + (lists && runs > kShortList ? InLists(list, *lists) : " " + list);
 }
 
 }  // namespace
 
-std::string UnitCasesText(const Schema& schema, const Row& row, TStructBase& fresh) {
-  if (!row.unit.category_at) return {};
+UnitCases UnitCasesOf(const Schema& schema, const Row& row, TStructBase& fresh, UnitLists* lists) {
+  if (!row.unit.category_at) return {"", {row.unit.category}};
+  std::set<int> categories;
   std::vector<std::string> numbers;
   ForEachUnitNumber(row, [&](int number, std::int32_t) {
     std::string& text = numbers.emplace_back();
     for (const std::int32_t offset : row.unit.by) {
       const Row* by = offset ? schema.At(offset) : nullptr;
-      const std::string cases = by ? CasesBy(*by, row, fresh, number) : std::string();
+      const std::string cases =
+          by ? CasesBy(*by, row, fresh, number, categories, lists) : std::string();
       if (!cases.empty()) text += (text.empty() ? "" : "; or ") + cases;
     }
-    if (text.empty()) text = CategoryName(CategoryOf(row, fresh, number));
+    const int fixed = CategoryOf(row, fresh, number);
+    if (text.empty() && fixed > unit::kNone) categories.insert(fixed);
+    if (text.empty()) text = CategoryName(fixed);
     if (text.empty()) text = "none";
   });
-  std::string text;
+  UnitCases found{"", {categories.begin(), categories.end()}};
   for (std::size_t i = 0; i < numbers.size();) {
     std::size_t end = i + 1;
     while (end < numbers.size() && numbers[end] == numbers[i]) ++end;
-    if (end - i == numbers.size()) return numbers[i];
+    if (end - i == numbers.size()) {
+      found.text = numbers[i];
+      break;
+    }
     const std::string place =
         end - i == 1 ? fmt::format("[{}]", i) : fmt::format("[{}-{}]", i, end - 1);
-    text += fmt::format("{}{} {}", text.empty() ? "" : "; ", place, numbers[i]);
+    found.text += fmt::format("{}{} {}", found.text.empty() ? "" : "; ", place, numbers[i]);
     i = end;
   }
-  return text;
+  return found;
 }
 
 std::string MemberValueText(const Row& row, const TStructBase& record) {
