@@ -50,6 +50,55 @@ void Relations() {
   Figure("relations of 1000 removed nodes, beyond a walk", 1e3 * (step - walk), "ms", 40);
 }
 
+/// What a preview costs beside the deletion that it tells of; and the whole end of a step.
+void Previews() {
+  CQXDBSession session(AddStandardPools);
+  FillBlock(session, kMillion);
+  auto& nodes = Pool<tagTNode>(session);
+  std::mt19937 random(7);
+  std::vector<ITR> asked;
+  for (int i = 0; i < kRemovedNodes; ++i) {
+    asked.push_back(nodes.Find(static_cast<Key>(random() % kMillion + 1)));
+  }
+  Compare(
+      "preview of the deletion of 1000 nodes", "the deletion", 3.0,
+      [&] { return Time([&] { Keep(PreviewDeletion(session, code::kNode, asked)); }); },
+      [&] {
+        const double seconds = Time([&] { DeleteRecords(session, code::kNode, asked); });
+        session.Undo();
+        return seconds;
+      });
+  const double step = Median(5, [&] {
+    const double seconds = Time([&] { DeleteRecords(session, code::kNode, asked); });
+    session.Undo();
+    return seconds;
+  });
+  Figure("deletion of 1000 nodes of a million elements", 1e3 * step, "ms", 150);
+}
+
+/// New keys for a million elements with orientations, each the former key of the next.
+void NewKeysOfOwners() {
+  CQXDBSession session(AddStandardPools);
+  FillBlock(session, kMillion);
+  auto& elements = Pool<tagTElem>(session);
+  tagTEcrd orientation;
+  for (Key key = 1; key <= kMillion; ++key) {
+    orientation.key = key;
+    Pool<tagTEcrd>(session).InsertNU(orientation);
+  }
+  const double seconds = Time([&] {
+    CTransaction step(&session);
+    step.Begin(u"shift");
+    for (ITR pos = elements.GetHeadPosition(); pos; elements.Next(pos)) {
+      tagTElem element = elements.GetAtNU(pos);
+      ++element.key;
+      elements.SetAtNU(pos, element);
+    }
+    step.Commit();
+  });
+  Figure("a million elements with orientations take the next key", seconds, "s", 6);
+}
+
 /// A million elements of one type on a grid of nodes.
 void FillPlane(CQXDBSession& session, std::int32_t type, int side) {
   auto& nodes = Pool<tagTNode>(session);
@@ -145,6 +194,8 @@ void Uses() {
 
 void Mesh() {
   Relations();
+  Previews();
+  NewKeysOfOwners();
   LocalAxes();
   NewKeys();
   Uses();

@@ -95,5 +95,22 @@ TEST_F(Axes, DeletionIsForetoldGuardedAndDone) {
   EXPECT_EQ(Qxdb("delete m.qxm fly 1").code, 2);
 }
 
+TEST_F(Axes, NoBeamIsTurnedUnasked) {
+  Write("cord.json", R"({"CORD": {"30": {"PT_AXIS": [1, 1, 0], "PT_PLAIN": [0, 1, 0]}}})");
+  ASSERT_EQ(Qxdb("gateway read m.qxm cord.json").code, 0);
+  ASSERT_EQ(Qxdb("orient m.qxm 1 --cord 30").code, 0);
+  const std::string before = State();
+  const Ran foretold = Qxdb("delete m.qxm cord 30 --dry-run");
+  EXPECT_EQ(foretold.code, 0);
+  EXPECT_NE(foretold.out.find("turned element"), std::string::npos) << foretold.out;
+  EXPECT_NE(foretold.out.find("(0.707107, 0.707107, 0)"), std::string::npos) << foretold.out;
+  const Ran asks = Qxdb("delete m.qxm cord 30");
+  EXPECT_EQ(asks.code, 1);
+  EXPECT_NE(asks.err.find("would turn 1 line element"), std::string::npos) << asks.err;
+  EXPECT_EQ(State(), before);
+  EXPECT_EQ(Qxdb("delete m.qxm cord 30 --yes").code, 0);
+  EXPECT_EQ(Qxdb("orient m.qxm 1").out.find("cord"), std::string::npos);
+}
+
 }  // namespace
 }  // namespace qx

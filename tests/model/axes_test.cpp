@@ -371,7 +371,13 @@ TEST(LineAxes, BecomeASystemOfThreePoints) {
   record.method = tagTEcrd::kByNode;
   record.reference_node = m.nodes.Find(3);
   m.orientations.InsertNU(record);
+  system.plane = 2;
+  system.type = tagTCord::kCylindrical;
+  system.reference = m.Keyed<tagTCord>(9);
   ASSERT_EQ(m.elements.Get1DElemCord(element, system), 1);
+  EXPECT_EQ(system.plane, tagTCord().plane);
+  EXPECT_EQ(system.type, tagTCord().type);
+  EXPECT_EQ(+system.reference, 0u);
   Frame frame;
   ASSERT_TRUE(m.systems.GetFrame(system, frame));
   Axes axes;

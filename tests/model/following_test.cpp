@@ -198,15 +198,31 @@ struct Ship : MeshModel {
     turned.method = tagTEcrd::kByCoordinateSystem;
     turned.coordinate_system = systems.Find(5);
     orientations.InsertNU(turned);
+    tagTGeom geometry;
+    geometry.key = 1;
+    geometry.name.Set(name);
+    const ITR solid = Pool<tagTGeom>(session).InsertNU(geometry);
+    tagTGKey edge;
+    for (edge.key = 1; edge.key <= 2; ++edge.key) {
+      edge.geometry = edge.key == 1 ? solid : 0;
+      Pool<tagTGKey>(session).InsertNU(edge);
+    }
+    tagTSzct control;
+    control.key = 2;
+    control.edges = {Pool<tagTGKey>(session).Find(1), Pool<tagTGKey>(session).Find(2)};
+    control.locked = {1, 0};
+    Pool<tagTSzct>(session).InsertNU(control);
     tagTMset set;
     set.key = 7;
     set.name.Set(name);
+    set.geometry = solid;
     set.parent_key = 8;
     set.elements = {elements.Find(1), elements.Find(2)};
     set.nodes = {nodes.Find(1), nodes.Find(2), nodes.Find(3)};
     Pool<tagTMset>(session).InsertNU(set);
     set.key = 8;
     set.name.Set(u"above");
+    set.geometry = 0;
     set.parent_key = 0;
     set.elements = {elements.Find(3)};
     Pool<tagTMset>(session).InsertNU(set);
@@ -274,17 +290,40 @@ TEST(Parts, BringWhatIsTheirsAndJoinOnlyWhatIsEqual) {
     last = assignments.Set().GetTailPosition();
     EXPECT_EQ(+assignments.GetAtNU(last).mesh_set, sets.GetItr(u"wing skin"));
     EXPECT_EQ(KeyOf(assignments.GetAtNU(last).coordinate_system), 6) << "the same here";
+    // And so do the settings of its geometry.
+    auto& controls = Pool<tagTSzct>(hull.session);
+    ASSERT_EQ(controls.GetSize(), 2);
+    const tagTSzct& control = controls.GetAtNU(controls.Set().GetTailPosition());
+    ASSERT_EQ(control.edges.GetSize(), 1);
+    EXPECT_EQ(control.locked, (TArray<std::int32_t>{1}));
+    EXPECT_EQ(+Pool<tagTGKey>(hull.session).GetAtNU(control.edges[0]).geometry, +set.geometry);
+    EXPECT_EQ(Utf8(Pool<tagTGeom>(hull.session).GetAtNU(set.geometry).name.View()), "wing skin");
+    EXPECT_EQ(Pool<tagTGKey>(hull.session).GetSize(), 3);
     std::set<std::string> told;
     for (const auto& clash : sets.LastImport()->clashes) told.insert(clash.Line(hull.session));
     EXPECT_TRUE(told.contains("PROP 1: the model has another of this key; came as 3"));
     EXPECT_TRUE(told.contains("PROP 2: the model has the same and keeps that"));
     EXPECT_TRUE(told.contains("CORD 5: the model has another of this key; came as 7"));
     EXPECT_TRUE(told.contains("CORD 6: the model has the same and keeps that"));
-    EXPECT_EQ(told.size(), 6u) << "and of the thickness and the assignment";
+    EXPECT_EQ(told.size(), 9u) << "and of the attributes and the geometry";
     EXPECT_EQ(hull.session.Validate(), "");
     hull.session.Undo();
     EXPECT_EQ(hull.session.StateHash(), before);
   }
+}
+
+TEST(Parts, FindRoomBelowTheLargestKey) {
+  const ScratchFolder folder;
+  const std::string file = folder.Path("wing.qxm");
+  ASSERT_TRUE(SaveModel(Ship(u"wing").session, file));
+  Ship hull(u"hull");
+  hull.Node(2147483647, 0, 0, 0);
+  auto& sets = Pool<tagTMset>(hull.session);
+  TArray<Key> keys;
+  CStringArray names;
+  ASSERT_EQ(sets.LoadExtDB(Utf16(file).c_str(), keys, names), 1);
+  ASSERT_EQ(sets.TR_Import({7}, 0, 0, 0), 1);
+  EXPECT_EQ(KeyOf(sets.GetAtNU(sets.GetItr(u"wing")).nodes[0]), 5);
 }
 
 // ---- previews leave no trace --------------------------------------------------------------------
@@ -405,6 +444,22 @@ TEST(Preview, WorksInSnapshotsAndWhileAStepIsToldOf) {
   m.session.AddListener(&asks);
   m.Step([&] { m.Node(9, 0, 0, 9); });
   EXPECT_EQ(asks.found, wanted);
+  asks.found = 0;
+  m.session.Undo();
+  EXPECT_EQ(asks.found, wanted);
+  asks.found = 0;
+  const std::uint64_t hash = m.session.StateHash();
+  {
+    CTransaction given_up(&m.session);
+    given_up.Begin(u"given up");
+    m.Node(10, 0, 0, 9);
+    m.nodes.Remove(m.nodes.Find(2));
+    m.elements.Remove(m.items[1]);
+  }
+  EXPECT_EQ(asks.found, wanted);
+  EXPECT_EQ(m.session.StateHash(), hash);
+  EXPECT_EQ(m.session.Validate(), "");
+  EXPECT_EQ(m.session.Redo(), 1);
 }
 
 }  // namespace

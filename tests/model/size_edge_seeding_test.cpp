@@ -104,6 +104,28 @@ TEST(EdgeSeeding, TakesPositionsAsFractionsOrAsPoints) {
   }
 }
 
+TEST(EdgeSeeding, AUniformPartIsEvenAndEndsWhereItSays) {
+  AnalyticCad cad;
+  ASSERT_TRUE(cad.AddLine({0, 0, 0}, {10, 0, 0}));
+  for (const double part : {0.2, -0.2, 0.5, -0.5}) {
+    for (const tagTSzct& control : {Geometric(3, 8, part), Linear(1, 0.5, 8, part)}) {
+      EdgeSeeds seeds;
+      ASSERT_TRUE(SeedEdge(cad, 1, control, false, seeds));
+      const auto& at = seeds.fractions;
+      const double border = part > 0 ? part : 1 + part;
+      const auto end = std::find_if(at.begin(), at.end(),
+                                    [&](double f) { return std::abs(f - border) < 1e-12; });
+      ASSERT_NE(end, at.end()) << "no seed where the part of " << part << " ends";
+      const auto first = part > 0 ? at.begin() : end;
+      const auto last = part > 0 ? end : at.end() - 1;
+      ASSERT_GT(last - first, 0);
+      for (auto i = first; i != last; ++i) {
+        EXPECT_NEAR(i[1] - i[0], std::abs(part) / static_cast<double>(last - first), 1e-12);
+      }
+    }
+  }
+}
+
 TEST(EdgeSeeding, RefusesWithAReason) {
   AnalyticCad cad;
   ASSERT_TRUE(cad.AddLine({0, 0, 0}, {10, 0, 0}));

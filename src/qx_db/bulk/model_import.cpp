@@ -202,7 +202,10 @@ class Importer {
     ForEachReference(lane.from->GetSchema(), *KeyedSetBase::RecordAt(item),
                      [&](const Row& row, const char* slot) {
                        const bool all = row.on_removal == OnRemoval::kDie && IsMesh(row.target);
-                       if (!all && row.on_removal != OnRemoval::kDieWithLast) return;
+                       // The keys of a geometry object are what its settings list.
+                       const bool part =
+                           lane.to->GetTypeCode() == code::kGKey && row.target == code::kGeom;
+                       if (!all && !part && row.on_removal != OnRemoval::kDieWithLast) return;
                        const Key key = LoadAt<Key>(slot);
                        Lane* target = key ? LaneOf(row.target) : nullptr;
                        const ITR found = target ? target->from->Find(key) : 0;
@@ -218,7 +221,8 @@ class Importer {
   bool Brings(const Lane& lane, ITR item, const Row& row) const {
     if (!options_.as_part) return true;
     if (row.key_of) return row.offset == 8;
-    return !(lane.IsAttribute(item) && IsMesh(row.target) && row.IsArray());
+    return !(lane.IsAttribute(item) && row.IsArray() &&
+             (IsMesh(row.target) || row.on_removal == OnRemoval::kDieWithLast));
   }
 
   /// What the record refers to, and what belongs to it.

@@ -41,7 +41,8 @@ ITR Belongings::Find(const Kind& kind, ITR owner) const {
 
 ITR Belongings::Find(std::uint16_t type, ITR owner) const {
   const DPoolBase* pool = session_->GetDataPool(type);
-  if (!pool || owner == 0) return 0;
+  if (!pool || owner == 0 || !pool->GetSchema().Rows().front().key_of) return 0;
+  if (owner_of_.empty()) return pool->Set().Find(KeyOf(owner));
   for (const Kind& kind : Of(pool->GetSchema().Rows().front().key_of)) {
     if (kind.pool == pool) return Find(kind, owner);
   }

@@ -8,6 +8,7 @@ Rehearsal::Rehearsal(const CQXDBSession& session)
     : session_(const_cast<CQXDBSession&>(session)),
       transaction_(&session_),
       outer_(session_.innermost_),
+      rolled_back_(!outer_ && session_.journal_.IsOpen()),
       units_(session_.Units()),
       announcing_(session_.announcing_),
       recording_(session_.recording_),
@@ -19,6 +20,7 @@ Rehearsal::Rehearsal(const CQXDBSession& session)
   for (const DPoolBase* pool : session_.Pools()) {
     pools_.push_back({pool->ChangeFlags(), pool->Set().Remember()});
   }
+  if (rolled_back_) aside_ = std::move(session_.journal_.Current());
   session_.announcing_ = false;
   session_.round_ = 0;
   session_.relations_->Forget();  // what it knows may be of a step that is being told of
@@ -33,7 +35,12 @@ Rehearsal::Rehearsal(const CQXDBSession& session)
 
 Rehearsal::~Rehearsal() {
   if (session_.journal_.Mark() != begin_) session_.journal_.RollbackTo(begin_);
-  if (!outer_) session_.journal_.Discard();
+  if (rolled_back_) {
+    session_.journal_.TakeBackOpen();  // as which it is known
+    session_.journal_.Current() = std::move(aside_);
+  } else if (!outer_) {
+    session_.journal_.Discard();
+  }
   session_.SetUnits(units_);
   session_.innermost_ = outer_;
   session_.announcing_ = announcing_;

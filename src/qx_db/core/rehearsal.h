@@ -48,6 +48,8 @@ class QXDB_API Rehearsal {
   MessageCapture messages_;
   CTransaction transaction_;
   CTransaction* outer_;
+  bool rolled_back_;  // a step that is being told of and still open
+  Step aside_;        // that step
   CQXUnitCtrl units_;
   bool announcing_, recording_, minds_unrecorded_, rehearsing_;
   int round_;

@@ -25,10 +25,42 @@ bool HasAny(const Row& row, const TStructBase& record, Is&& is) {
   return false;
 }
 
+/// See DropEntries. Entries before the first that goes are not touched.
+template <class Is>
+void DropFrom(const Row& row, char* bytes, Is&& is_gone) {
+  ArrayStorage& array = detail::ArrayAt(bytes, row);
+  // The array beside this one holds 32-bit values; one of another length belongs to nothing.
+  auto* beside = reinterpret_cast<ArrayStorage*>(bytes + row.beside);
+  auto* companions = row.beside && beside->count == array.count
+                         ? static_cast<std::int32_t*>(beside->data)
+                         : nullptr;
+  const auto size = static_cast<std::size_t>(row.element_size);
+  char* const elements = static_cast<char*>(array.data);
+  const std::size_t reference = static_cast<std::size_t>(std::max(row.inner_reference, 0));
+  const auto count = static_cast<std::size_t>(array.count);
+  std::size_t kept = 0;
+  for (std::size_t i = 0; i < count; ++i) {
+    const char* element = elements + i * size;
+    const ITR itr = LoadAt<ITR>(element + reference);
+    if (is_gone(itr)) continue;
+    if (kept != i) {
+      if (size == sizeof(ITR)) {
+        StoreAt(elements + kept * size, itr);
+      } else {
+        std::memmove(elements + kept * size, element, size);
+      }
+      if (companions) companions[kept] = companions[i];
+    }
+    ++kept;
+  }
+  array.count = static_cast<std::int32_t>(kept);
+  if (companions) beside->count = array.count;
+}
+
 template <class Is>
 void ClearFrom(const Row& row, char* bytes, Is&& is) {
   if (row.IsArray()) {
-    DropEntries(row, bytes, is);
+    DropFrom(row, bytes, is);
   } else if (is(LoadAt<ITR>(bytes + row.offset))) {
     StoreAt<ITR>(bytes + row.offset, 0);
   }
@@ -66,7 +98,7 @@ void Relations::Learn() {
     if (changes[i].operation == tagTRNotify::kRemoved) gone_.push_back(changes[i].item);
   }
   known_ = journal.Mark();
-  constexpr std::size_t kBitsForOne = 16;
+  constexpr std::size_t kBitsForOne = 256;
   constexpr int kMostBits = 25;
   int bits = 64 - shift_;
   while (bits < kMostBits && (std::size_t{1} << bits) < gone_.size() * kBitsForOne) ++bits;
@@ -111,8 +143,35 @@ std::vector<const Row*> Relations::RowsToRepair(DPoolBase& pool) const {
   return rows;
 }
 
+/// Whether the filter knows any of the references of the rows, which is all that most records are
+/// asked for: without branches on each.
+bool Relations::MayHaveGone(const std::vector<const Row*>& rows, const TStructBase& record) const {
+  const Filter known = Known();
+  const auto bit = [known](ITR itr) { return known.Bit(itr); };
+  const char* bytes = detail::Bytes(record);
+  std::uint64_t any = 0;
+  for (const Row* row : rows) {
+    if (!row->IsArray()) {
+      any |= bit(LoadAt<ITR>(bytes + row->offset));
+      continue;
+    }
+    const ArrayStorage& array = detail::ArrayAt(bytes, *row);
+    const char* slot = static_cast<const char*>(array.data) + std::max(row->inner_reference, 0);
+    const std::int32_t count = array.count;
+    if (row->element_size == sizeof(ITR)) {
+      for (std::int32_t i = 0; i < count; ++i)
+        any |= bit(LoadAt<ITR>(slot + 8 * static_cast<std::ptrdiff_t>(i)));
+    } else {
+      for (std::int32_t i = 0; i < count; ++i, slot += row->element_size) {
+        any |= bit(LoadAt<ITR>(slot));
+      }
+    }
+  }
+  return (any & 1) != 0;
+}
+
 bool Relations::HasGone(const Row& row, const TStructBase& record) const {
-  return HasAny(row, record, [this](ITR itr) { return Is(itr); });
+  return HasAny(row, record, [known = Known()](ITR itr) { return known.IsGone(itr); });
 }
 
 /// Whether a record that dies with the last of its targets has one left, or is locked.
@@ -147,12 +206,13 @@ Relations::Fate Relations::FateOf(const std::vector<const Row*>& rows, const Sch
 
 void Relations::Repair(const std::vector<const Row*>& rows, TStructBase& record,
                        const Rule& rule) const {
-  const auto is_gone = [this](ITR itr) { return Is(itr); };
+  const auto is_gone = [known = Known()](ITR itr) { return known.IsGone(itr); };
   void (*reset)(TStructBase&) = nullptr;
   const Row* locked = nullptr;
   for (const Row* row : rows) {
-    if (!HasGone(*row, record)) continue;
     const OnRemoval what = rule ? rule(*row) : row->on_removal;
+    if (what != OnRemoval::kReset && !row->lock) continue;  // the rest is cleared below
+    if (!HasGone(*row, record)) continue;
     if (what == OnRemoval::kReset && row->reset.counts(record)) reset = row->reset.reset;
     if (IsLocked(*row, record)) locked = row;
   }
@@ -187,6 +247,7 @@ int Relations::Process(DPoolBase& pool, const Rule& rule) {
     const ITR item = pos;
     pool.Next(pos);
     const TStructBase& record = *KeyedSetBase::RecordAt(item);
+    if (!MayHaveGone(rows, record)) continue;
     const Fate fate = FateOf(rows, schema, record, rule);
     if (fate == Fate::kUntouched) continue;
     if (fate == Fate::kRefused) {
@@ -209,24 +270,7 @@ int Relations::Process(DPoolBase& pool, const Rule& rule) {
 }
 
 void DropEntries(const Row& row, char* bytes, const std::function<bool(ITR)>& is_gone) {
-  ArrayStorage& array = detail::ArrayAt(bytes, row);
-  // The array beside this one holds 32-bit values; one of another length belongs to nothing.
-  auto* beside = reinterpret_cast<ArrayStorage*>(bytes + row.beside);
-  auto* companions = row.beside && beside->count == array.count
-                         ? static_cast<std::int32_t*>(beside->data)
-                         : nullptr;
-  const auto size = static_cast<std::size_t>(row.element_size);
-  char* const elements = static_cast<char*>(array.data);
-  std::int32_t kept = 0;
-  for (std::int32_t i = 0; i < array.count; ++i) {
-    const char* element = elements + static_cast<std::size_t>(i) * size;
-    if (is_gone(LoadAt<ITR>(element + std::max(row.inner_reference, 0)))) continue;
-    std::memmove(elements + static_cast<std::size_t>(kept) * size, element, size);
-    if (companions) companions[kept] = companions[i];
-    ++kept;
-  }
-  array.count = kept;
-  if (companions) beside->count = kept;
+  DropFrom(row, bytes, is_gone);
 }
 
 void ClearDeadReferences(DPoolBase& pool) {

@@ -39,6 +39,7 @@ class QXDB_API Relations {
 
   void Learn();
   std::vector<const Row*> RowsToRepair(DPoolBase& pool) const;
+  bool MayHaveGone(const std::vector<const Row*>& rows, const TStructBase& record) const;
   bool HasGone(const Row& row, const TStructBase& record) const;
   bool KeepsAny(const Schema& schema, const TStructBase& record) const;
   Fate FateOf(const std::vector<const Row*>& rows, const Schema& schema, const TStructBase& record,
@@ -46,20 +47,34 @@ class QXDB_API Relations {
   void Repair(const std::vector<const Row*>& rows, TStructBase& record, const Rule& rule) const;
   void Refuse(const std::vector<const Row*>& rows, const TStructBase& record) const;
   int FollowKeys(DPoolBase& pool, const Row& row);
-  bool MayBeGone(ITR itr) const {
-    return (filter_[HashOf(itr) >> 6] >> (HashOf(itr) & 63) & 1) != 0;
+  /// A bit for every removed record, and by chance for few others. By value, for tight loops.
+  struct Filter {
+    const std::uint64_t* bits;
+    int shift;
+
+    static std::size_t HashOf(ITR itr, int shift) {
+      return static_cast<std::size_t>((itr >> 2) * 0x9E3779B97F4A7C15u >> shift);
+    }
+    /// In its lowest bit.
+    std::uint64_t Bit(ITR itr) const {
+      const std::size_t hash = HashOf(itr, shift);
+      return bits[hash >> 6] >> (hash & 63);
+    }
+    bool IsGone(ITR itr) const {
+      return (Bit(itr) & 1) != 0 && itr != 0 && KeyedSetBase::IsRemoved(itr);
+    }
+  };
+  Filter Known() const { return {filter_.data(), shift_}; }
+  bool Is(ITR itr) const { return Known().IsGone(itr); }
+  void Mark(ITR itr) {
+    const std::size_t hash = Filter::HashOf(itr, shift_);
+    filter_[hash >> 6] |= std::uint64_t{1} << (hash & 63);
   }
-  bool Is(ITR itr) const { return MayBeGone(itr) && itr != 0 && KeyedSetBase::IsRemoved(itr); }
-  std::size_t HashOf(ITR itr) const {
-    return static_cast<std::size_t>((itr >> 2) * 0x9E3779B97F4A7C15u >> shift_);
-  }
-  void Mark(ITR itr) { filter_[HashOf(itr) >> 6] |= std::uint64_t{1} << (HashOf(itr) & 63); }
 
   CQXDBSession& session_;
   std::size_t changed_ = 0;
   std::size_t known_ = 0;  // changes of the open step that were looked at
   std::vector<ITR> gone_;  // removed by them
-  // A bit for every removed record, and by chance for few others.
   int shift_ = 64 - 12;
   std::vector<std::uint64_t> filter_ = std::vector<std::uint64_t>((1 << 12) / 64);
 };

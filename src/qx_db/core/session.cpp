@@ -77,9 +77,10 @@ void CQXDBSession::PushNotify(const tagTRNotify& notice) { journal_.Record(notic
 
 /// A record has another key than before: what belongs to it follows.
 void CQXDBSession::OnNewKey(std::uint16_t type, ITR item, Key former) {
-  DPoolBase& pool = *GetDataPool(type);
-  if (recording_) rekeyed_.push_back({&pool, item, former});
-  belongings_->FollowKey(pool, item, former);
+  DPoolBase* pool = GetDataPool(type);
+  if (!pool || !pool->Set().Owns(item)) return;  // of a pool that is not the session's
+  if (recording_) rekeyed_.push_back({pool, item, former});
+  belongings_->FollowKey(*pool, item, former);
 }
 
 void CQXDBSession::SetStepSink(StepSink* sink) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <limits>
 
+#include "qx_db/core/belongings.h"
 #include "qx_db/core/session.h"
 #include "qx_db/lib/message.h"
 #include "qx_db/lib/variants.h"
@@ -141,27 +142,41 @@ Corners DPoolElem::CornersOf(const tagTElem& element) const {
   return corners;
 }
 
+namespace {
+
+/// By the orientation stored for it; 0 for none.
+int AxesOf(const DPoolElem& elements, const tagTElem& element, const DPoolEcrd& orientations,
+           ITR stored, double axes[3][3]) {
+  Triad{{}, {}, {}}.CopyTo(axes);
+  if (stored) {
+    const tagTEcrd& orientation = orientations.GetAtNU(stored);
+    return element_rule::IsInterfaceLine(element.type)
+               ? elements.CalcIntfcLocalVectorLine(element, orientation, axes)
+               : elements.Calc1DElemLocalVector(element, orientation, axes);
+  }
+  if (element_rule::HasDefaultOrientation(element.type)) {
+    return elements.Calc1DElemLocalVector(element, tagTEcrd(), axes);
+  }
+  return element.type < 31 ? elements.Calc2DElemLocalVector(element, axes)
+                           : elements.CalcSpecialElemLocalVector(element, axes);
+}
+
+}  // namespace
+
 int DPoolElem::GetElemLocalVector(ITR pos, double axes[3][3]) const {
-  if (Set().IsLinked(pos)) return GetElemLocalVector(GetAtNU(pos), axes);
+  const auto& orientations = *GetSession()->GetPool<DPoolEcrd>(code::kEcrd);
+  if (Set().IsLinked(pos)) {
+    const ITR stored = orientations.IsEmpty() ? 0 : GetSession()->Owned().Find(code::kEcrd, pos);
+    return AxesOf(*this, GetAtNU(pos), orientations, stored, axes);
+  }
   Triad{{}, {}, {}}.CopyTo(axes);
   return 0;
 }
 
 int DPoolElem::GetElemLocalVector(const tagTElem& element, double axes[3][3]) const {
-  Triad{{}, {}, {}}.CopyTo(axes);
-  const auto* orientations = GetSession()->GetPool<DPoolEcrd>(code::kEcrd);
-  const ITR stored = orientations->IsEmpty() ? 0 : orientations->Find(element.key);
-  if (stored) {
-    const tagTEcrd& orientation = orientations->GetAtNU(stored);
-    return element_rule::IsInterfaceLine(element.type)
-               ? CalcIntfcLocalVectorLine(element, orientation, axes)
-               : Calc1DElemLocalVector(element, orientation, axes);
-  }
-  if (element_rule::HasDefaultOrientation(element.type)) {
-    return Calc1DElemLocalVector(element, tagTEcrd(), axes);
-  }
-  return element.type < 31 ? Calc2DElemLocalVector(element, axes)
-                           : CalcSpecialElemLocalVector(element, axes);
+  const auto& orientations = *GetSession()->GetPool<DPoolEcrd>(code::kEcrd);
+  const ITR stored = orientations.IsEmpty() ? 0 : orientations.Find(element.key);
+  return AxesOf(*this, element, orientations, stored, axes);
 }
 
 int DPoolElem::Calc1DElemLocalVector(const tagTElem& element, const tagTEcrd& orientation,
