@@ -272,25 +272,30 @@ void AlterAt(FuzzedDataProvider& data, std::string& bytes, std::size_t at) {
 
 void Alter(FuzzedDataProvider& data, std::string& bytes) {
   const auto at = data.ConsumeIntegralInRange<std::size_t>(0, bytes.size());
-  switch (data.ConsumeIntegralInRange<int>(0, 6)) {
-    case 0:
-      return AlterAt<std::uint8_t>(data, bytes, at);
-    case 1:
-      return AlterAt<std::uint16_t>(data, bytes, at);
-    case 2:
-      return AlterAt<std::uint32_t>(data, bytes, at / 2 * 2);
-    case 3:
-      return AlterAt<std::uint64_t>(data, bytes, at / 4 * 4);
-    case 4:
-      bytes.resize(at);
-      return;
-    case 5:
-      bytes.insert(at, data.ConsumeRandomLengthString(16));
-      return;
-    default: {  // a piece of it, again
+  // What keeps its length gets furthest.
+  switch (data.ConsumeIntegralInRange<int>(0, 15)) {
+    case 0: {  // a piece of it, again
       const std::string piece = bytes.substr(at, data.ConsumeIntegralInRange<std::size_t>(0, 64));
       bytes.insert(data.ConsumeIntegralInRange<std::size_t>(0, bytes.size()), piece);
+      return;
     }
+    case 1:
+      bytes.resize(at);
+      return;
+    case 2:
+      bytes.insert(at, data.ConsumeRandomLengthString(16));
+      return;
+    case 3:
+    case 4:
+      return AlterAt<std::uint8_t>(data, bytes, at);
+    case 5:
+    case 6:
+      return AlterAt<std::uint16_t>(data, bytes, at);
+    case 7:
+    case 8:
+      return AlterAt<std::uint64_t>(data, bytes, at / 4 * 4);
+    default:
+      return AlterAt<std::uint32_t>(data, bytes, at / 4 * 4);
   }
 }
 
@@ -397,9 +402,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
   }();
   FuzzedDataProvider data(bytes, size);
   FileParts parts = base;
-  do {
-    Alter(data, parts);
-  } while (data.remaining_bytes() > 0);
+  for (int left = data.ConsumeIntegralInRange<int>(0, 3); left >= 0; --left) Alter(data, parts);
   std::ofstream(path, std::ios::binary | std::ios::trunc) << PutTogether(parts);
   OpenAndUse(path);
   return 0;

@@ -160,7 +160,17 @@ void ProgressBar::Show(double fraction) {
 }
 
 void Context::Print(const std::string& text, const JsonText& json_text) const {
-  const std::string out = json ? json_text.Result() : PlainLines(text);
+  std::string out = json ? json_text.Result() : text;
+  if (!json) {
+    for (const std::string& name : names_of_lines) {
+      for (std::size_t at = 0; (at = out.find(name, at)) != std::string::npos;) {
+        const std::string shown = OneLine(name);
+        out.replace(at, name.size(), shown);
+        at += shown.size();
+      }
+    }
+    out = PlainLines(out);
+  }
   std::fwrite(out.data(), 1, out.size(), stdout);
   if (!out.empty() && out.back() != '\n') std::fputc('\n', stdout);
 }

@@ -106,6 +106,7 @@ inline constexpr ExitMeaning kExitMeanings[] = {
 struct Context {
   bool json = false;
   int exit_code = kDone;
+  std::vector<std::string> names_of_lines;  ///< arguments with line ends, to be shown without
 
   /// Prints a command's result: its text, or its JSON when that was asked for. All that a command
   /// prints passes here or through Conclude, where what could drive a terminal is taken out of it;

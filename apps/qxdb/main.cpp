@@ -1,6 +1,7 @@
 // qxdb: the command line of QX_db, and its reference host application.
 
 #include <cstdlib>
+#include <cstring>
 #include <fmt/format.h>
 
 #include "apps/qxdb/command_line.h"
@@ -84,5 +85,8 @@ int main(int argc, char** argv) {
   AddManual(app, context);
   AddComplete(app, context);
   AddHelp(app, context);
+  for (int i = 1; i < argc; ++i) {
+    if (std::strchr(argv[i], '\n')) context.names_of_lines.emplace_back(argv[i]);
+  }
   return RunCommandLine(app, context, argc, argv);
 }

@@ -27,6 +27,15 @@ TEST_F(Cli, NamesFromFilesCannotDriveTheTerminal) {
     const Ran json = Qxdb(std::string(command) + " --json");
     EXPECT_EQ(json.out.find('\x1b'), std::string::npos) << command;
   }
+  for (const char* command : {"info", "log", "verify", "export --report r.json"}) {
+    const std::string name = "\"$(printf 'x\\nqxdb: all is well.qxm')\"";
+    ASSERT_EQ(std::system(
+                  ("cp " + Path("m.qxm") + " \"" + folder_.Path().string() + "/\"" + name).c_str()),
+              0);
+    const Ran run = Qxdb(std::string(command) + " " + name + (command[0] == 'e' ? " o.msh" : ""));
+    EXPECT_EQ(run.code, 0) << run.err;
+    EXPECT_EQ(("\n" + run.out + run.err).find("\nqxdb: all"), std::string::npos) << command;
+  }
   const Ran refused = Qxdb("info \"$(printf 'x\\033[31m.qxm')\"");
   EXPECT_EQ(refused.code, 1);
   EXPECT_EQ(refused.err.find('\x1b'), std::string::npos);

@@ -172,8 +172,7 @@ TEST(Crash, ALargeStepArrivesWholeOrNotAtAll) {
       arrived += !before;
       if (variant > 1) continue;
       // What is written next takes the place of what did not arrive.
-      ASSERT_EQ(insert(found, 100000, variant ? 6000 : 1), 1)
-          << reader.Keeper()->Fault().Line();
+      ASSERT_EQ(insert(found, 100000, variant ? 6000 : 1), 1) << reader.Keeper()->Fault().Line();
       const std::uint64_t state = found.StateHash();
       reader.Release();
       ASSERT_EQ(reader.Open(left).Line(), "") << "event " << event;

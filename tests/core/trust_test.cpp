@@ -461,7 +461,8 @@ TEST_F(TrustTest, NamesOfAnyKindAreNames) {
   fs::create_directories(deep);
   for (const std::string& path :
        {std::string("file:name.qxm"), std::string("file:other.qxm?mode=ro"),
-        std::string(":memory:"), std::string("-x.qxm"), deep + "/long.qxm"}) {
+        std::string(":memory:"), std::string("-x.qxm"), deep + "/long.qxm",
+        std::string(246, 'd') + ".qxm"}) {
     CQXDocBase document(SetUpSmallModel);
     EXPECT_EQ(document.SaveAs(path).Line(), "");
     EXPECT_TRUE(fs::exists(path)) << path;
@@ -718,6 +719,10 @@ TEST_F(TrustTest, LeftoversOfKilledExportsAreCleanedUpByTheNextWriter) {
   ASSERT_TRUE(WIFSIGNALED(status));
   ASSERT_EQ(Names().size(), 1u) << "the kill left nothing";
   WriteBytes(path + ".0123456789abcdef.new.fedcba9876543210.new", "of one that was strict");
+  const std::string longest(255, 'd');
+  WriteBytes(Path(longest.substr(0, 234) + ".0123456789abcdef.new"), "of a long name");
+  ASSERT_EQ(WriteWholeFile(Path(longest), "text").Line(), "");
+  fs::remove(Path(longest));
   WriteBytes(path + ".0123456789abcdef.new.fedcba98765432.new", "the user's own");
   WriteBytes(Path("victim"), "precious");
   fs::create_symlink(Path("victim"), path + ".00000000000000aa.new");

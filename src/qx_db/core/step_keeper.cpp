@@ -11,10 +11,6 @@
 namespace qx {
 namespace {
 
-/// Memory for a step's frame that is kept for the next step: taking it anew from the system each
-/// time would cost a step of that size a third of its commit.
-constexpr std::size_t kKeptFrame = std::size_t{16} << 20;
-
 std::int64_t NowMs() {
   return std::chrono::duration_cast<std::chrono::milliseconds>(
              std::chrono::system_clock::now().time_since_epoch())
@@ -237,7 +233,7 @@ Outcome StepKeeper::AppendStep(const Step& step) {
                      "two records share the key", "renumber one of them"};
     }
   }
-  frame_ = StepLog::NewFrame(std::move(frame_));
+  std::vector<char> frame = StepLog::NewFrame();
   Outcome done;
   NumberRecords(session_, step, tagTRNotify::kInserted, numbers_);
   const auto take_numbers_back = [&] {
@@ -249,14 +245,13 @@ Outcome StepKeeper::AppendStep(const Step& step) {
     }
   };
   try {
-    const std::string fault = EncodeStep(session_, step, StepForm::kForward, numbers_, frame_);
-    done = fault.empty() ? Append(FrameKind::kCommit, step.time_ms, frame_)
+    const std::string fault = EncodeStep(session_, step, StepForm::kForward, numbers_, frame);
+    done = fault.empty() ? Append(FrameKind::kCommit, step.time_ms, frame)
                          : Outcome(Failure{path_, "the step", fault, "split the record"});
   } catch (...) {
     take_numbers_back();
     throw;
   }
-  if (frame_.capacity() > kKeptFrame) frame_ = {};
   if (!done) {
     take_numbers_back();
     return done;

@@ -109,7 +109,6 @@ class QXDB_API StepKeeper final : public StepSink {
   std::size_t redoable_ = 0;     // and do again
   std::int64_t next_number_ = 1;
   Outcome fault_;
-  std::vector<char> frame_;  // of the last step: its memory serves the next
 
   std::mutex mutex_;  // guards log_ against the timer
   std::condition_variable wake_;

@@ -133,10 +133,7 @@ Outcome StepLog::FinishNew() {
   return {};
 }
 
-std::vector<char> StepLog::NewFrame(std::vector<char> before) {
-  before.assign(sizeof(Head), 0);
-  return before;
-}
+std::vector<char> StepLog::NewFrame() { return std::vector<char>(sizeof(Head)); }
 
 /// Blocks that were written once make the small steps to come cheaper: syncing them changes no
 /// metadata.

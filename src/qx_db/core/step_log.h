@@ -74,8 +74,8 @@ class QXDB_API StepLog {
   /// Success while the path names this file; the failure says what became of it.
   Outcome CheckName() const;
 
-  /// Room for a frame's head, to be followed by its payload, in the memory of one before.
-  static std::vector<char> NewFrame(std::vector<char> before = {});
+  /// Room for a frame's head, to be followed by its payload.
+  static std::vector<char> NewFrame();
   /// Appends a frame that begins with NewFrame(); with `sync` it is on the device afterwards. The
   /// path must name the file, before and, with `sync`, after. On failure the log is as it was; the
   /// failure says so where the device does not promise that the frame stays away.

@@ -24,19 +24,29 @@ namespace {
 
 constexpr std::string_view kEnding = ".new";
 constexpr std::size_t kDigits = 16;
+/// Of a longer name only so many bytes are in the name on the way, since 255 is the most there is.
+constexpr std::size_t kLongestStem = 255 - 1 - kDigits - kEnding.size();
 
-/// "<target>.0123456789abcdef.new" with digits of chance.
+/// The length of the last part of a path.
+std::size_t NameSize(const std::string& path) {
+  return Utf8FromPath(PathFromUtf8(path).filename()).size();
+}
+
+/// "<target>.0123456789abcdef.new" with digits of chance; of a long name its beginning.
 std::string RandomName(const std::string& target) {
   static constexpr char kHex[] = "0123456789abcdef";
   std::random_device random;
   std::string digits;
   for (std::size_t i = 0; i < kDigits; ++i) digits += kHex[random() % 16];
-  return target + "." + digits + std::string(kEnding);
+  const std::size_t name = NameSize(target);
+  const std::size_t stem = target.size() - name + std::min(name, kLongestStem);
+  return target.substr(0, stem) + "." + digits + std::string(kEnding);
 }
 
 /// Whether a file's name is one that this library gives to a file on its way to the name `target`,
 /// or to such a name in turn; or, as versions before did, "<target>.<process>-<number>.new".
 bool IsOnItsWayTo(std::string_view name, std::string_view target) {
+  target = target.substr(0, kLongestStem);
   if (name.size() <= target.size() + kEnding.size() + 1 || !name.starts_with(target) ||
       !name.ends_with(kEnding) || name[target.size()] != '.') {
     return false;
@@ -133,7 +143,9 @@ Result<std::unique_ptr<NewFile>> NewFile::Create(const std::string& path) {
   if (error) {
     const bool full = error == ENOSPC || error == EDQUOT;
     return Failure{path, "", "cannot be created: " + ErrorText(error),
-                   full ? "free some disk space" : "check the folder and its permissions"};
+                   full                    ? "free some disk space"
+                   : error == ENAMETOOLONG ? "give it a shorter name"
+                                           : "check the folder and its permissions"};
   }
   return std::unique_ptr<NewFile>(new NewFile(std::move(target), std::move(name), std::move(file)));
 }
@@ -164,18 +176,18 @@ Outcome NewFile::TakePlace() {
   }
   has_place_ = true;
   if (const int error = Files().SyncFolderOf(target_)) {
-    return fails("cannot be made durable", error, "check the disk");
+    return fails("is written, but that cannot be made durable", error, "check the disk");
   }
   return {};
 }
 
 void NewFile::RemoveLeftovers(const std::string& path) {
   const std::string target = LinkTarget(path);
-  const std::size_t name = Utf8FromPath(PathFromUtf8(target).filename()).size();
+  const std::size_t folder = target.size() - NameSize(target);
   std::vector<std::string> found;
-  ForEachName(target.substr(0, target.size() - name), [&](std::string_view file) {
-    if (IsOnItsWayTo(file, std::string_view(target).substr(target.size() - name))) {
-      found.push_back(target.substr(0, target.size() - name) + std::string(file));
+  ForEachName(target.substr(0, folder), [&](std::string_view file) {
+    if (IsOnItsWayTo(file, std::string_view(target).substr(folder))) {
+      found.push_back(target.substr(0, folder) + std::string(file));
     }
   });
   for (const std::string& leftover : found) {
