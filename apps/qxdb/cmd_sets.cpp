@@ -6,6 +6,8 @@
 #include <memory>
 #include <set>
 
+#include "qx_db/bulk/model_import.h"
+#include "qx_db/platform/plain_text.h"
 #include "qx_db/platform/stdio_file.h"
 #include "qx_db/qx_db.h"
 
@@ -253,9 +255,13 @@ Outcome RunEdit(Model& model, const SetsOptions& options, const std::u16string& 
   const char* ending = edit.IsSaved() ? "saved" : changes.IsEmpty() ? "" : "not saved";
   json.BeginArray("notes");
   std::string notes;
-  for (const std::string& note : editing.notes) {
-    json.Text({}, note);
-    notes += OneLine(note) + "\n";
+  constexpr std::size_t kShown = 20;
+  for (std::size_t i = 0; i < editing.notes.size(); ++i) {
+    json.Text({}, editing.notes[i]);
+    if (i < kShown) notes += OneLine(editing.notes[i]) + "\n";
+  }
+  if (editing.notes.size() > kShown) {
+    notes += fmt::format("and {} more; --json has them all\n", editing.notes.size() - kShown);
   }
   json.End();
   context.Print(notes + changes.Text() + ending, json.End());

@@ -50,6 +50,7 @@ ITR Belongings::Find(std::uint16_t type, ITR owner) const {
 }
 
 void Belongings::FollowKey(DPoolBase& owners, ITR owner, Key former) {
+  if (Of(owners.GetTypeCode()).empty()) return;
   const Key key = KeyOf(owner);
   // Another owner that has had this key until now.
   ITR other = owners.Set().Find(key);

@@ -35,7 +35,7 @@ class QXDB_API Rehearsal {
   /// What has become of each record since it began, in the order in which they were first
   /// concerned. Removed records can be read as long as this lives.
   std::vector<RecordChange> Changes() const;
-  /// What was refused so far.
+  /// What the user would have been told so far; of what was refused, with Severity::kRefusal.
   const std::vector<Message>& Refusals() const { return messages_.Messages(); }
 
  private:

@@ -87,7 +87,8 @@ void KeepLocked(const Row& row, TStructBase& record) {
 /// Learns of what the open step has removed since it was last asked.
 void Relations::Learn() {
   const Journal& journal = session_.History();
-  if (journal.HasFinal()) {  // of these nothing is known but that they are marked
+  // Of what is final, or was removed outside a step, nothing is known but that it is marked.
+  if (journal.HasFinal() || !journal.IsOpen()) {
     std::fill(filter_.begin(), filter_.end(), ~std::uint64_t{0});
     return;
   }
@@ -98,7 +99,7 @@ void Relations::Learn() {
     if (changes[i].operation == tagTRNotify::kRemoved) gone_.push_back(changes[i].item);
   }
   known_ = journal.Mark();
-  constexpr std::size_t kBitsForOne = 256;
+  constexpr std::size_t kBitsForOne = 512;
   constexpr int kMostBits = 25;
   int bits = 64 - shift_;
   while (bits < kMostBits && (std::size_t{1} << bits) < gone_.size() * kBitsForOne) ++bits;
@@ -109,11 +110,6 @@ void Relations::Learn() {
   } else {
     for (std::size_t i = first; i < gone_.size(); ++i) Mark(gone_[i]);
   }
-}
-
-bool Relations::IsGone(ITR itr) {
-  Learn();
-  return Is(itr);
 }
 
 void Relations::Forget() {
@@ -136,7 +132,8 @@ std::vector<const Row*> Relations::RowsToRepair(DPoolBase& pool) const {
   for (std::size_t i = 0; i < references.size(); ++i) {
     const DPoolBase* target = session_.GetDataPool(references[i]->target);
     if (!target || !target->HasChanged(DPoolBase::kRemovedFlag)) continue;
-    if (pool.seen_removals_[i] == target->removals_) continue;
+    const bool is_known = session_.History().IsOpen();
+    if (is_known && pool.seen_removals_[i] == target->removals_) continue;
     pool.seen_removals_[i] = target->removals_;
     rows.push_back(references[i]);
   }
@@ -255,12 +252,10 @@ int Relations::Process(DPoolBase& pool, const Rule& rule) {
       if (!session_.IsRehearsing()) return 0;
     } else if (fate == Fate::kRemoved) {
       if (!pool.Remove(item)) return 0;
-      ++changed_;
     } else {
       const auto repaired = pool.CopyRecord(item);
       Repair(rows, *repaired, rule);
       if (!pool.SetAtNU(item, repaired.get())) return 0;
-      ++changed_;
     }
   }
   for (const Row& row : schema.Rows()) {
@@ -373,7 +368,6 @@ int Relations::FollowKeys(DPoolBase& pool, const Row& row) {
     const bool itself = &pool == targets && wanted == repaired->GetKey();
     StoreAt<Key>(detail::Bytes(*repaired) + row.offset, itself ? 0 : wanted);
     if (!pool.SetAtNU(pos, repaired.get())) return 0;
-    ++changed_;
   }
   return 1;
 }

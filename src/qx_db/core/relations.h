@@ -27,10 +27,6 @@ class QXDB_API Relations {
   /// when a pool they refer to has removals that they do not know yet. The changes are recorded
   /// like any other. 0, with a message, where a row refuses a removal.
   int Process(DPoolBase& pool, const Rule& rule = nullptr);
-  /// How many records Process has changed or removed so far.
-  std::size_t Changed() const { return changed_; }
-  /// Whether the open step has removed the record. Cheap where it has not.
-  bool IsGone(ITR itr);
   /// The step has ended.
   void Forget();
 
@@ -72,7 +68,6 @@ class QXDB_API Relations {
   }
 
   CQXDBSession& session_;
-  std::size_t changed_ = 0;
   std::size_t known_ = 0;  // changes of the open step that were looked at
   std::vector<ITR> gone_;  // removed by them
   int shift_ = 64 - 12;

@@ -218,6 +218,7 @@ DeletionPreview PreviewDeletion(const CQXDBSession& session, std::uint16_t type,
     changes = rehearsal.Changes();
     preview.turns = AxesAfter(session, changes);
     for (const Message& refusal : rehearsal.Refusals()) {
+      if (refusal.severity != Severity::kRefusal) continue;
       preview.blockers.push_back({refusal.key, refusal.arguments});
     }
   }
