@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "exchange/format.h"
+#include "exchange/deck_text.h"
 
 namespace qx::exchange {
 
@@ -36,7 +36,7 @@ class NasText {
   /// A text that is there already.
   NasText(std::string text, std::string name);
 
-  const std::string& Text() const { return text_; }
+  const std::string& Text() const { return deck_.Text(); }
   /// Where the bulk data begins and ends; what stands before is executive and case control.
   std::size_t BulkBegin() const { return bulk_begin_; }
   std::size_t BulkEnd() const { return bulk_end_; }
@@ -44,33 +44,21 @@ class NasText {
 
   std::string_view FieldText(const NasCard& card, std::size_t field) const;
   /// "line 12" with the file where it is an included one, of a place in the text.
-  std::string Place(std::size_t at, std::string& file) const;
+  std::string Place(std::size_t at, std::string& file) const { return deck_.Place(at, file); }
   std::size_t Comments() const { return comments_; }
 
  private:
-  struct Source {
-    std::size_t begin;  ///< in the text
-    std::string file;
-    std::size_t line;  ///< number of its first line, from 1
-  };
-  class Reader;
-
-  NasText() = default;
+  explicit NasText(DeckText text);
   void FindBulk();
   void ListCards();
   void AddLine(std::size_t begin, std::size_t end);
 
-  std::string text_;
-  std::vector<Source> sources_;
+  DeckText deck_;
   std::size_t bulk_begin_ = 0;
   std::size_t bulk_end_ = 0;
   std::vector<NasCard> cards_;
   std::vector<std::string> labels_;  ///< tenth field of each card's last line
   std::size_t comments_ = 0;
 };
-
-/// A number in any of the format's forms: "1.5", "-2.+3", "1.0D5"; none for other text.
-std::optional<double> NasReal(std::string_view text);
-std::optional<std::int64_t> NasInteger(std::string_view text);
 
 }  // namespace qx::exchange

@@ -156,7 +156,7 @@ class NasReader {
   double Real(const NasCard& card, std::size_t field, double none = 0) {
     const std::string_view text = Text(card, field);
     if (text.empty()) return none;
-    const auto value = NasReal(text);
+    const auto value = DeckReal(text);
     if (value && std::isfinite(*value)) return *value;
     Fault(card, fmt::format("field {} is '{}', not a number", field + 2, text), "correct it");
     return none;
@@ -164,7 +164,7 @@ class NasReader {
   Key Number(const NasCard& card, std::size_t field, Key none = 0) {
     const std::string_view text = Text(card, field);
     if (text.empty()) return none;
-    const auto value = NasInteger(text);
+    const auto value = DeckInteger(text);
     if (value && *value >= 0 && *value <= kMaxKey) return static_cast<Key>(*value);
     Fault(card,
           fmt::format("field {} is '{}', not a number from 0 to {}", field + 2, text, kMaxKey),
@@ -330,7 +330,7 @@ class NasReader {
       tagTEcrd orientation;
       orientation.key = key;
       orientation.element_type = type;
-      const bool is_node = NasInteger(first) && Text(from, 5).empty() && Text(from, 6).empty() &&
+      const bool is_node = DeckInteger(first) && Text(from, 5).empty() && Text(from, 6).empty() &&
                            !first.empty() && first.find('.') == std::string_view::npos;
       if (is_node) {
         orientation.method = tagTEcrd::kByNode;
@@ -688,7 +688,7 @@ class NasReader {
                                      [&](const KeyRule& r) { return r.name == card.name; });
       if (rule == std::end(kKeyRules)) continue;
       const auto add = [&](std::size_t field, bool is_node) {
-        const auto number = NasInteger(Text(card, field));
+        const auto number = DeckInteger(Text(card, field));
         if (!number || *number < 1 || *number > kMaxKey) return;
         const auto key = static_cast<Key>(*number);
         if (is_node ? grid_index_.contains(key) : element_index_.contains(key)) {

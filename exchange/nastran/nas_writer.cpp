@@ -79,7 +79,7 @@ std::string Followed(const tagTCarried& carried, LossReport& report) {
     const auto at = static_cast<std::size_t>(place.at);
     const auto length = static_cast<std::size_t>(place.length);
     if (place.at < 0 || place.length < 0 || at + length > text.size()) continue;
-    const auto was = NasInteger(text.substr(at, length));
+    const auto was = DeckInteger(text.substr(at, length));
     if (was && *was == now[i]) continue;
     gone += now[i] == 0;
     edits.push_back(InField(text, at, length, now[i] == 0 ? "" : fmt::format("{}", now[i])));
@@ -197,7 +197,10 @@ std::string Renewed(const std::string& followed, const Entities& now, const std:
     }
   }
   report.Changed("cards of changed records were written as simpler ones", rewritten);
-  edits.push_back({source.BulkEnd(), source.BulkEnd(), NewCards(now, done)});
+  std::string added = NewCards(now, done);
+  if (!added.empty() && !std::string_view(source.Text()).substr(0, source.BulkEnd()).ends_with('\n'))
+    added = "\n" + added;
+  edits.push_back({source.BulkEnd(), source.BulkEnd(), std::move(added)});
   return Apply(source.Text(), std::move(edits));
 }
 

@@ -1,0 +1,61 @@
+#pragma once
+// The text of a deck: its file and what that includes as one, and numbers as decks write them.
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "exchange/format.h"
+
+namespace qx::exchange {
+
+/// A deck as one text, in which included files stand where they are included.
+class DeckText {
+ public:
+  DeckText() = default;
+  /// A text that is there already.
+  DeckText(std::string text, std::string name);
+
+  const std::string& Text() const { return text_; }
+  /// "line 12" of a place in the text; `file` becomes the file that the line came from.
+  std::string Place(std::size_t at, std::string& file) const;
+
+ private:
+  struct Source {
+    std::size_t begin;  ///< in the text
+    std::string file;
+    std::size_t line;  ///< number of its first line, from 1
+  };
+  friend class DeckTextReader;
+
+  std::string text_;
+  std::vector<Source> sources_;
+};
+
+/// Lines of a deck in whose place the content of another file stands.
+struct IncludeLine {
+  std::size_t begin;
+  std::size_t end;
+  std::string name;  ///< of the file, as the deck gives it; "" where it gives none
+  std::string head;  ///< what stays of the lines, before the content
+};
+
+/// The first include of a file's text whose line begins at `from` or after it.
+using FindInclude =
+    std::function<std::optional<IncludeLine>(const std::string& text, std::size_t from)>;
+
+/// Reads a deck with what it includes, from its own folder and those that the options name; tells
+/// in `report` what it took for granted. Nothing, with the reason in `faults`, when a file cannot
+/// be read, lies elsewhere, or includes itself.
+std::optional<DeckText> ReadDeckText(const std::string& path, const ReadOptions& options,
+                                     const FindInclude& find, std::vector<Failure>& faults,
+                                     LossReport& report);
+
+/// A number in any of the forms of decks: "1.5", "-2.+3", "1.0D5"; none for other text.
+std::optional<double> DeckReal(std::string_view text);
+std::optional<std::int64_t> DeckInteger(std::string_view text);
+
+}  // namespace qx::exchange
