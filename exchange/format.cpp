@@ -8,6 +8,7 @@
 #include "qx_db/platform/file.h"
 #include "qx_db/platform/text.h"
 
+#include "exchange/abaqus/abaqus_format.h"
 #include "exchange/msh/msh_format.h"
 #include "exchange/nastran/nas_format.h"
 #include "exchange/vtk/vtu_format.h"
@@ -82,7 +83,7 @@ bool HasExtension(const Format& format, const std::string& extension) {
 }  // namespace
 
 std::span<const Format> Formats() {
-  static const Format formats[] = {MshFormat(), NastranFormat(), VtuFormat()};
+  static const Format formats[] = {AbaqusFormat(), MshFormat(), NastranFormat(), VtuFormat()};
   return formats;
 }
 

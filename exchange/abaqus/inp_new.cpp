@@ -1,0 +1,327 @@
+#include "exchange/abaqus/inp_new.h"
+
+#include <algorithm>
+#include <fmt/format.h>
+
+#include "qx_db/model/coordinate_pool.h"
+#include "qx_db/record/element_types.h"
+
+namespace qx::exchange {
+namespace {
+
+constexpr std::size_t kLongestName = 80;
+
+/// The tag that this format gave a group; null for none.
+const Mesh::SetTag* TagOf(const Mesh::Group& group, const std::string& format) {
+  if (format != "abaqus" || group.tags.empty()) return nullptr;
+  return &group.tags.front();
+}
+
+}  // namespace
+
+InpSystems SystemsOf(const CQXDBSession& session) {
+  InpSystems systems;
+  const auto* pool = session.GetPool<DPoolCord>(code::kCord);
+  if (!pool) return systems;
+  const double unit = session.Units().GetConvertFactorCurrent(unit::kLength);
+  for (ITR at = pool->GetHeadPosition(); at; pool->Next(at)) {
+    Frame frame;
+    if (!pool->GetFrame(at, frame)) continue;
+    const tagTCord& record = pool->GetAtNU(at);
+    InpSystemPoints points;
+    points.type = record.type;
+    points.origin = (1 / unit) * frame.origin;
+    points.x = frame.axes.ToGlobal({1, 0, 0});
+    points.y = frame.axes.ToGlobal({0, 1, 0});
+    points.z = frame.axes.ToGlobal({0, 0, 1});
+    systems.emplace(record.key, points);
+  }
+  return systems;
+}
+
+std::string InpNames::New(const std::string& wish) {
+  std::string name = wish.empty() ? "unnamed" : wish;
+  if (name.size() > kLongestName - 4) name.resize(kLongestName - 4);
+  std::string own = name;
+  for (int n = 2; !taken_.insert(InpLabel(own)).second; ++n) own = fmt::format("{}~{}", name, n);
+  return own;
+}
+
+InpNewText::InpNewText(const Deck& now, const InpSystems& systems, LossReport& report)
+    : now_(now), systems_(systems), report_(report) {
+  for (const tagTBlock& block : now.Of<tagTBlock>()) {
+    if (block.format.View() != kInpFormat) continue;
+    const std::string name = Utf8(block.name.View());
+    for (const ITR element : block.elements) type_names_[static_cast<Key>(element)] = name;
+  }
+  for (const tagTProp& property : now.Of<tagTProp>()) properties_[property.key] = &property;
+  for (const tagTMatl& material : now.Of<tagTMatl>()) materials_[material.key] = &material;
+  for (const tagTEcrd& record : now.Of<tagTEcrd>()) orientations_[record.key] = &record;
+  for (std::size_t i = 0; i < now.Of<tagTSprop>().size(); ++i) {
+    masses_[now.Of<tagTSprop>()[i].key] = i;
+  }
+  for (const Mesh::Group& group : now.groups) names_.Take(group.name);
+  for (std::size_t i = 0; i < now.elements.size(); ++i) {
+    const Key key = now.elements[i].key;
+    if (!type_names_.contains(key) && TypeOf(i).empty()) left_out_.insert(key);
+  }
+}
+
+const tagTProp* InpNewText::PropertyOf(Key key) const {
+  const auto found = properties_.find(key);
+  return found == properties_.end() ? nullptr : found->second;
+}
+
+const tagTMatl* InpNewText::MaterialOf(const tagTProp& property) const {
+  const auto found = materials_.find(static_cast<Key>(property.material));
+  return found == materials_.end() ? nullptr : found->second;
+}
+
+std::string InpNewText::SystemOf(const tagTProp& property) const {
+  const auto key = static_cast<Key>(property.coordinate_system);
+  if (key == 0 || !systems_.contains(key)) return {};
+  for (const tagTCord& system : now_.Of<tagTCord>()) {
+    if (system.key != key) continue;
+    const std::string name = Utf8(system.name.View());
+    return name.empty() ? fmt::format("System-{}", key) : name;
+  }
+  return {};
+}
+
+// ---- elements -----------------------------------------------------------------------------------
+
+InpFamily InpNewText::FamilyOf(const Mesh::Element& element) const {
+  const tagTProp* property = PropertyOf(element.property);
+  const std::int32_t type = property ? property->type : tagTProp::kUndefined;
+  switch (FindElementType(element.type)->dimension) {
+    case 0:
+      return type == tagTProp::kPointSpring ? InpFamily::kSpring : InpFamily::kMass;
+    case 1:
+      return type == tagTProp::kTruss    ? InpFamily::kTruss
+             : type == tagTProp::kSpring ? InpFamily::kSpring
+             : type == tagTProp::kElasticLink || type == tagTProp::kRigidLink
+                 ? InpFamily::kConnector
+                 : InpFamily::kBeam;
+    case 2:
+      return type == tagTProp::kMembrane      ? InpFamily::kMembrane
+             : type == tagTProp::kPlaneStress ? InpFamily::kPlaneStress
+             : type == tagTProp::kPlaneStrain ? InpFamily::kPlaneStrain
+                                              : InpFamily::kShell;
+    default:
+      return InpFamily::kSolid;
+  }
+}
+
+std::string InpNewText::TypeOf(std::size_t index) const {
+  const Mesh::Element& element = now_.elements[index];
+  const auto came_with = type_names_.find(element.key);
+  if (came_with != type_names_.end()) {
+    const auto type = FindInpElement(InpLabel(came_with->second));
+    if (type && type->type == element.type) return came_with->second;
+  }
+  if (!FindElementType(element.type)) return {};
+  if (element.type == element::kPoint && FamilyOf(element) == InpFamily::kMass &&
+      !masses_.contains(element.key)) {
+    return {};
+  }
+  return std::string(InpElementName(element.type, FamilyOf(element)));
+}
+
+std::string InpNewText::Elements(std::span<const std::size_t> elements,
+                                 const std::function<Key(Key)>& number,
+                                 const std::function<std::string(Key)>& node) {
+  std::map<std::string, std::string> by_type;
+  std::vector<std::string> nodes;
+  std::string type;
+  for (const std::size_t index : elements) {
+    const Mesh::Element& element = now_.elements[index];
+    type = TypeOf(index);
+    if (type.empty()) {
+      const ElementType* known = FindElementType(element.type);
+      report_.Lost(known ? fmt::format("{} were left out", known->plural)
+                         : fmt::format("elements of code {} were left out", element.type),
+                   1, fmt::format("element {}", element.key), "the format has none");
+      continue;
+    }
+    const std::size_t count = now_.NodesOf(index);
+    nodes.clear();
+    for (std::size_t i = 0; i < count; ++i) {
+      nodes.push_back(node(now_.connectivity[element.first + InpNode(element.type, i)]));
+    }
+    if (std::find(nodes.begin(), nodes.end(), std::string()) != nodes.end()) {
+      report_.Lost("elements between instances were left out", 1,
+                   fmt::format("element {}", element.key), "each instance has its own nodes");
+      continue;
+    }
+    AppendElement(by_type[type], number(element.key), nodes);
+  }
+  std::string text;
+  for (const auto& [name, lines] : by_type) {
+    text += fmt::format("*Element, type={}\n", name) + lines;
+  }
+  return text;
+}
+
+// ---- records ------------------------------------------------------------------------------------
+
+std::string InpNewText::Material(const tagTMatl& material) {
+  if (const std::string parts = UnwrittenPartsOf(material); !parts.empty()) {
+    report_.Lost("parts of materials were left out: " + parts, 1, Utf8(material.name.View()));
+  }
+  return MaterialText(material, Utf8(material.name.View()));
+}
+
+std::string InpNewText::System(const tagTCord& system) {
+  const auto points = systems_.find(system.key);
+  const std::string name = Utf8(system.name.View());
+  if (points == systems_.end()) {
+    report_.Lost("coordinate systems without axes were left out", 1, name);
+    return {};
+  }
+  return OrientationText(points->second,
+                         name.empty() ? fmt::format("System-{}", system.key) : name);
+}
+
+std::string InpNewText::Section(const tagTProp& property, const std::string& set,
+                                std::span<const Key> elements) {
+  std::optional<Vector3> direction;
+  std::uint64_t others = 0;
+  for (const Key element : elements) {
+    const auto found = orientations_.find(element);
+    if (found == orientations_.end()) continue;
+    const Vector3 vector(found->second->reference_vector);
+    if (found->second->method != tagTEcrd::kByVector || (direction && !(*direction == vector))) {
+      ++others;
+    } else {
+      direction = vector;
+    }
+  }
+  report_.Lost("orientations of elements were left out", others, {},
+               "a section has one direction for all its elements");
+  const tagTMatl* material = MaterialOf(property);
+  const std::string text =
+      SectionText(property, set, material ? Utf8(material->name.View()) : std::string(),
+                  material ? material->elastic_modulus : 0, material ? material->ShearModulus() : 0,
+                  SystemOf(property), direction);
+  if (text.empty()) {
+    report_.Lost("properties were left out", 1, Utf8(property.name.View()),
+                 "the format has no section for them");
+  }
+  return text;
+}
+
+// ---- a whole deck -------------------------------------------------------------------------------
+
+void InpNewText::AppendGroup(std::string& text, const Mesh::Group& group, std::size_t place) {
+  const std::string name = group.name.empty() ? fmt::format("Set-{}", place + 1) : group.name;
+  const Mesh::SetTag* tag = TagOf(group, now_.format);
+  for (const Mesh::SetTag& sides : group.tags) {
+    if (sides.kind != tagTSetTag::kSides || sides.sides.empty()) continue;
+    std::unordered_map<Key, std::int32_t> types;
+    for (const Mesh::Element& element : now_.elements) types[element.key] = element.type;
+    text += fmt::format("*Surface, name={}, type=ELEMENT\n", InpName(name));
+    for (const auto& [element, side] : sides.sides) {
+      const auto type = types.find(element);
+      if (type == types.end() || !Writes(element)) continue;
+      text += fmt::format("{}, {}\n", element,
+                          SideName(side, FindElementType(type->second)->dimension == 2));
+    }
+    return;
+  }
+  std::vector<Key> elements = group.elements;
+  std::erase_if(elements, [&](Key element) { return !Writes(element); });
+  std::sort(elements.begin(), elements.end());
+  std::vector<Key> nodes = group.nodes;
+  std::sort(nodes.begin(), nodes.end());
+  if (!elements.empty() || (nodes.empty() && !tag)) text += SetText(false, name, elements);
+  if (!nodes.empty()) text += SetText(true, name, nodes);
+}
+
+std::string InpNewText::Groups() {
+  std::string text;
+  for (std::size_t i = 0; i < now_.groups.size(); ++i) AppendGroup(text, now_.groups[i], i);
+  return text;
+}
+
+std::string InpNewText::Masses() {
+  std::map<double, std::vector<Key>> by_mass;
+  std::uint64_t more = 0;
+  for (const Mesh::Element& element : now_.elements) {
+    const auto found = masses_.find(element.key);
+    if (found == masses_.end() || element.type != element::kPoint) continue;
+    const tagTSprop& mass = now_.Of<tagTSprop>()[found->second];
+    more += mass.has_offset != 0 || std::any_of(std::begin(mass.inertia), std::end(mass.inertia),
+                                                [](double i) { return i != 0; });
+    by_mass[mass.mass].push_back(element.key);
+  }
+  report_.Lost("inertias and offsets of masses were left out", more, {},
+               "a mass element has its mass only");
+  std::string text;
+  for (auto& [mass, elements] : by_mass) {
+    std::sort(elements.begin(), elements.end());
+    const std::string name = names_.New(fmt::format("Mass-{}", InpReal(mass, 6)));
+    text += SetText(false, name, elements);
+    text += fmt::format("*Mass, elset={}\n{}\n", InpName(name), InpReal(mass));
+  }
+  return text;
+}
+
+std::string InpNewText::All() {
+  std::string text = "*Heading\nmesh of a model\n*Node\n";
+  for (std::size_t i = 0; i < now_.node_keys.size(); ++i) {
+    AppendNode(text, now_.node_keys[i], Vector3(&now_.coordinates[3 * i]));
+  }
+  std::vector<std::size_t> all(now_.elements.size());
+  for (std::size_t i = 0; i < all.size(); ++i) all[i] = i;
+  text += Elements(
+      all, [](Key key) { return key; }, [](Key key) { return fmt::format("{}", key); });
+  text += Groups();
+  for (const tagTCord& system : now_.Of<tagTCord>()) {
+    if (system.key != DPoolCord::kDefaultKey) text += System(system);
+  }
+  for (const tagTMeshCsys& assigned : now_.Of<tagTMeshCsys>()) {
+    const auto group = static_cast<std::size_t>(assigned.mesh_set);
+    const auto points = systems_.find(static_cast<Key>(assigned.coordinate_system));
+    if (group == 0 || group > now_.groups.size() || points == systems_.end()) continue;
+    if (now_.groups[group - 1].nodes.empty()) {
+      report_.Lost("systems of the nodes of elements were left out", 1,
+                   now_.groups[group - 1].name);
+      continue;
+    }
+    text += TransformText(points->second, now_.groups[group - 1].name);
+  }
+  for (const tagTMatl& material : now_.Of<tagTMatl>()) text += Material(material);
+  std::map<Key, std::vector<Key>> of_property;
+  for (std::size_t i = 0; i < now_.elements.size(); ++i) {
+    const Mesh::Element& element = now_.elements[i];
+    if (element.property != 0 && Writes(element.key)) {
+      of_property[element.property].push_back(element.key);
+    }
+  }
+  for (const tagTProp& property : now_.Of<tagTProp>()) {
+    const auto found = of_property.find(property.key);
+    if (found == of_property.end()) {
+      report_.Lost("properties of no element were left out", 1, Utf8(property.name.View()));
+      continue;
+    }
+    auto& elements = found->second;
+    std::sort(elements.begin(), elements.end());
+    const std::string wish = Utf8(property.name.View());
+    const bool has_set =
+        std::any_of(now_.groups.begin(), now_.groups.end(), [&](const Mesh::Group& group) {
+          std::vector<Key> members = group.elements;
+          if (group.name != wish || members.size() != elements.size()) return false;
+          std::sort(members.begin(), members.end());
+          return members == elements;
+        });
+    const std::string name =
+        has_set ? wish : names_.New(wish.empty() ? fmt::format("Section-{}", property.key) : wish);
+    const std::string section = Section(property, name, elements);
+    if (section.empty()) continue;
+    if (!has_set) text += SetText(false, name, elements);
+    text += section;
+  }
+  return text + Masses();
+}
+
+}  // namespace qx::exchange

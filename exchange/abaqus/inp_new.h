@@ -1,0 +1,73 @@
+#pragma once
+// What a model has that no deck's text has yet, as text.
+
+#include <functional>
+#include <map>
+#include <set>
+#include <string>
+#include <unordered_map>
+#include <unordered_set>
+#include <vector>
+
+#include "exchange/abaqus/inp_deck.h"
+#include "exchange/abaqus/inp_pieces.h"
+
+namespace qx::exchange {
+
+/// Where the coordinate systems of a session are, by key; those without axes are not there.
+using InpSystems = std::map<Key, InpSystemPoints>;
+InpSystems SystemsOf(const CQXDBSession& session);
+
+/// Names that the deck gives to what the model has no names for, each but once.
+class InpNames {
+ public:
+  void Take(std::string_view name) { taken_.insert(InpLabel(name)); }
+  std::string New(const std::string& wish);
+
+ private:
+  std::set<std::string> taken_;
+};
+
+/// Writes nodes and elements, sets, materials, systems and sections of a deck.
+class InpNewText {
+ public:
+  InpNewText(const Deck& now, const InpSystems& systems, LossReport& report);
+
+  /// Name of an element's type: the one it came with, or one that fits its property. Empty for an
+  /// element that the format has none for.
+  std::string TypeOf(std::size_t element) const;
+  /// Whether the format has an element for that one.
+  bool Writes(Key element) const { return !left_out_.contains(element); }
+  /// Elements by their types. `number` and `node` say what is written for keys.
+  std::string Elements(std::span<const std::size_t> elements, const std::function<Key(Key)>& number,
+                       const std::function<std::string(Key)>& node);
+  std::string Material(const tagTMatl& material);
+  std::string System(const tagTCord& system);
+  /// A section over a set; tells what it leaves out.
+  std::string Section(const tagTProp& property, const std::string& set,
+                      std::span<const Key> elements);
+  const tagTProp* PropertyOf(Key key) const;
+  const tagTMatl* MaterialOf(const tagTProp& property) const;
+  std::string SystemOf(const tagTProp& property) const;
+  /// The whole deck.
+  std::string All();
+
+ private:
+  InpFamily FamilyOf(const Mesh::Element& element) const;
+  std::string Groups();
+  std::string Masses();
+  void AppendGroup(std::string& text, const Mesh::Group& group, std::size_t place);
+
+  const Deck& now_;
+  const InpSystems& systems_;
+  LossReport& report_;
+  InpNames names_;
+  std::unordered_map<Key, std::string> type_names_;  // of elements that came from a deck
+  std::map<Key, const tagTProp*> properties_;
+  std::map<Key, const tagTMatl*> materials_;
+  std::unordered_map<Key, const tagTEcrd*> orientations_;
+  std::unordered_map<Key, std::size_t> masses_;
+  std::unordered_set<Key> left_out_;
+};
+
+}  // namespace qx::exchange

@@ -1,0 +1,159 @@
+#include "exchange/abaqus/inp_writer.h"
+
+#include <algorithm>
+#include <fmt/format.h>
+#include <iterator>
+
+#include "qx_db/platform/file.h"
+#include "qx_db/record/verbs.h"
+
+#include "exchange/abaqus/inp_edit.h"
+#include "host/records.h"
+
+namespace qx::exchange {
+namespace {
+
+template <class Entry>
+Key KeyNow(const Entry& entry) {
+  return entry.target && !KeyedSetBase::IsRemoved(entry.target) ? KeyOf(entry.target) : 0;
+}
+
+/// The deck's text with the numbers that the nodes and elements named in it have now. Lines of
+/// which one is gone go with it, where each line is of one.
+std::string Followed(const tagTCarried& carried, bool is_flat, LossReport& report) {
+  const std::string_view text(carried.text.data(), carried.text.size());
+  std::vector<Key> now(carried.places.size());
+  const auto list = [&](const auto& keys) {
+    for (const auto& key : keys) {
+      if (key.place < 0 || key.place >= carried.places.GetSize()) continue;
+      now[static_cast<std::size_t>(key.place)] = KeyNow(key);
+    }
+  };
+  list(carried.node_keys);
+  list(carried.element_keys);
+  std::vector<InpEdit> edits;
+  std::uint64_t gone = 0;
+  for (std::size_t i = 0; i < now.size(); ++i) {
+    const tagTTextPlace& place = carried.places[static_cast<std::ptrdiff_t>(i)];
+    const auto at = static_cast<std::size_t>(place.at);
+    const auto length = static_cast<std::size_t>(place.length);
+    if (place.at < 0 || place.length < 0 || at > text.size() || length > text.size() - at) continue;
+    if (now[i] == 0) {
+      ++gone;
+      const std::size_t before = at == 0 ? std::string_view::npos : text.rfind('\n', at - 1);
+      const std::size_t line = before == std::string_view::npos ? 0 : before + 1;
+      const std::size_t end = std::min(text.find('\n', at), text.size() - 1) + 1;
+      const bool is_first =
+          text.substr(line, at - line).find_first_of(",*") == std::string_view::npos;
+      if (is_first) edits.push_back({line, end, {}});
+      continue;
+    }
+    const auto was = DeckInteger(text.substr(at, length));
+    if (!is_flat || (was && *was == now[i])) continue;
+    edits.push_back({at, at + length, fmt::format("{}", now[i])});
+  }
+  report.Lost("numbers of nodes and elements that are gone, in carried keywords", gone);
+  return Apply(text, std::move(edits));
+}
+
+/// Tells of units that carried numbers do not follow.
+void CheckUnits(CQXDBSession& session, LossReport& report) {
+  const UnitSystem& current = session.Units().Current();
+  host::ForEach<tagTOrigin>(&session, [&](ITR, const tagTOrigin& origin) {
+    if (origin.format.View() != kInpFormat) return true;
+    const bool is_same =
+        std::equal(current.index.begin(), current.index.end(), std::begin(origin.units));
+    report.Changed("carried keywords keep the units that the deck was read in", is_same ? 0 : 1, {},
+                   "only what the model knows is converted");
+    return false;
+  });
+}
+
+/// The deck that the model came from, with what changed in its place; empty when it cannot be
+/// read any more.
+std::string Renewed(CQXDBSession& session, const Deck& now, const InpSystems& systems,
+                    const tagTCarried& carried, const std::string& path, LossReport& report) {
+  std::map<std::int32_t, const tagTCarried*> instances;
+  host::ForEach<tagTCarried>(&session, [&](ITR, const tagTCarried& record) {
+    if (record.format.View() == kInpFormat && record.keyword.View() == kInpInstance) {
+      instances.emplace(record.part, &record);
+    }
+    return true;
+  });
+  LossReport unused;
+  const InpText text(Followed(carried, instances.empty(), report), path);
+  std::vector<Failure> faults;
+  Result<InpModel> model = ParseInp(text, path, {}, faults);
+  if (!model) {
+    report.Lost("the deck that the model came from", 1, {},
+                faults.empty() ? "" : faults.front().Line());
+    return {};
+  }
+  if (model->placements.empty()) model->placements.emplace_back();
+  std::vector<InpKeysNow> keys(instances.empty() ? 0 : model->placements.size());
+  for (std::size_t p = 0; p < keys.size(); ++p) {
+    const InpScope& scope = model->scopes[model->placements[p].scope];
+    keys[p].nodes.resize(scope.numbers.size());
+    keys[p].elements.resize(scope.elements.size());
+    const auto found = instances.find(static_cast<std::int32_t>(p));
+    if (found == instances.end()) continue;
+    const auto list = [](const auto& entries, std::vector<Key>& to) {
+      for (const auto& entry : entries) {
+        const auto place = static_cast<std::size_t>(entry.place);
+        if (place < to.size()) to[place] = KeyNow(entry);
+      }
+    };
+    list(found->second->node_keys, keys[p].nodes);
+    list(found->second->element_keys, keys[p].elements);
+  }
+  return InpEditor(text, *model, now, keys, systems, report).Text();
+}
+
+}  // namespace
+
+Outcome WriteAbaqus(CQXDBSession& session, const std::string& path, const WriteOptions& options,
+                    LossReport& report) {
+  if (Outcome fits = CheckCanBeWritten(session, path); !fits) return fits;
+  LossReport found;
+  const Deck now = DeckOf(session);
+  const InpSystems systems = SystemsOf(session);
+  found.Append(now.report);
+  if (options.progress) options.progress(0.3);
+  const tagTCarried* carried = nullptr;
+  host::ForEach<tagTCarried>(&session, [&](ITR, const tagTCarried& record) {
+    if (record.format.View() != kInpFormat || record.keyword.View() != kInpDeck) return true;
+    if (!carried) {
+      carried = &record;
+    } else {
+      found.Lost("decks besides the first that the model came from", 1);
+    }
+    return true;
+  });
+  std::string text;
+  if (carried) {
+    CheckUnits(session, found);
+    text = Renewed(session, now, systems, *carried, path, found);
+  }
+  if (text.empty()) text = InpNewText(now, systems, found).All();
+  constexpr std::uint16_t kWritten[] = {
+      code::kCord,  code::kNode,     code::kElem,   code::kMset,      code::kProp,
+      code::kMatl,  code::kMeshCsys, code::kEcrd,   code::kE2DOffset, code::kSprop,
+      code::kBlock, code::kSetTag,   code::kCarried};
+  std::vector<std::uint16_t> written(std::begin(kWritten), std::end(kWritten));
+  if (carried) written.push_back(code::kBset);
+  ReportUnwritten(session, written, found);
+  std::uint64_t others = 0;
+  host::ForEach<tagTCarried>(&session, [&](ITR, const tagTCarried& record) {
+    others += record.format.View() != kInpFormat;
+    return true;
+  });
+  found.Lost("texts that other formats left were left out", others);
+  if (options.progress) options.progress(0.8);
+  Outcome done = WriteWholeFile(path, text);
+  if (!done) return done;
+  report.Append(found);
+  if (options.progress) options.progress(1.0);
+  return {};
+}
+
+}  // namespace qx::exchange
