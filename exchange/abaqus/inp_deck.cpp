@@ -71,7 +71,7 @@ class DeckMaker {
     for (const InpMaterial& material : model_.materials) {
       tagTMatl record = material.record;
       record.key = static_cast<Key>(deck_.Of<tagTMatl>().size()) + 1;
-      materials_.emplace(InpLabel(Utf8(record.name.View())), record.key);
+      materials_.emplace(material.label, record.key);
       deck_.Of<tagTMatl>().push_back(record);
     }
   }
@@ -312,17 +312,19 @@ class TextCarrier {
 
  private:
   void CarryBlock(const InpBlock& block) {
-    const InpKeys keys = InpKeysOf(block.keyword);
-    if (keys == InpKeys::kNone || keys == InpKeys::kUnknown) return;
-    if (keys == InpKeys::kParameters) {
-      for (const InpParameter& parameter : text_.Parameters(block)) {
-        if (parameter.name == "REFNODE" || parameter.name == "ROTNODE" ||
-            parameter.name == "NODE") {
-          Add(parameter.value, true);
-        }
-      }
-      return;
+    if (block.keyword == "ELEMENT") return CarryElements(block);
+    InpKeys keys = InpKeysOf(block.keyword);
+    if (keys == InpKeys::kByType) {
+      const auto type = text_.Parameter(block, "TYPE");
+      keys = InpKeysOfType(block.keyword, type ? InpLabel(*type) : std::string());
     }
+    if (keys == InpKeys::kNone || keys == InpKeys::kUnknown) return;
+    for (const InpParameter& parameter : text_.Parameters(block)) {
+      if (parameter.name == "REFNODE" || parameter.name == "ROTNODE" || parameter.name == "NODE") {
+        Add(parameter.value, true);
+      }
+    }
+    if (keys == InpKeys::kParameters) return;
     InpLines lines(text_.Text(), block.data, block.end);
     bool is_count = true;  // of the terms of an equation
     std::int64_t terms = 0;
@@ -339,6 +341,17 @@ class TextCarrier {
         for (std::size_t i = 0; i < fields.size(); i += 3, --terms) Add(fields[i], true);
         is_count = terms < 1;
       }
+    }
+  }
+
+  /// The nodes of elements that the model has no types for.
+  void CarryElements(const InpBlock& block) {
+    const auto type = text_.Parameter(block, "TYPE");
+    if (!type || FindInpElement(InpLabel(*type))) return;
+    InpLines lines(text_.Text(), block.data, block.end);
+    for (bool goes_on = false; lines.Next(); goes_on = lines.GoesOn()) {
+      const auto fields = lines.Fields();
+      for (std::size_t i = goes_on ? 0 : 1; i < fields.size(); ++i) Add(fields[i], true);
     }
   }
 
@@ -399,7 +412,7 @@ std::vector<std::string> SectionNames(const InpModel& model) {
     for (int n = 2; !section.is_mass && !taken.insert(own).second; ++n) {
       own = fmt::format("{}~{}", name, n);
     }
-    names.push_back(std::move(own));
+    names.push_back(Utf8(Utf16(own)));  // as a property's name holds it
   }
   return names;
 }

@@ -87,12 +87,18 @@ void InpEditor::EditSectionValues(std::size_t index, const tagTProp& then, const
   const tagTMatl* material = new_.MaterialOf(now);
   const std::string name = material ? Utf8(material->name.View()) : std::string();
   // A material that the deck has no record of keeps its name.
-  const bool had_material = then.material != 0;
-  if (InpLabel(name) != section.material && (had_material || material)) {
+  const auto material_then = static_cast<std::size_t>(then.material);
+  const std::string name_then = material_then == 0
+                                    ? std::string()
+                                    : Utf8(then_.Of<tagTMatl>()[material_then - 1].name.View());
+  if (InpLabel(name) != InpLabel(name_then)) {
     SetParameter(section.scope, block, "material", name);
   }
   const std::string system = new_.SystemOf(now);
-  if (InpLabel(system) != section.system && (then.coordinate_system != 0 || !system.empty())) {
+  const auto system_then = static_cast<std::size_t>(then.coordinate_system);
+  const std::string its_name =
+      system_then == 0 ? std::string() : Utf8(then_.Of<tagTCord>()[system_then - 2].name.View());
+  if (InpLabel(system) != InpLabel(its_name)) {
     SetParameter(section.scope, block, "orientation", system);
   }
   report_.Lost("parts of changed properties were left out", HasUnwritten(then, now) ? 1 : 0,

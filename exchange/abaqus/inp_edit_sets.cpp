@@ -89,13 +89,6 @@ void InpEditor::EditSet(std::size_t g, const Mesh::Group* now) {
   const InpSet& set = model_.sets[what.set];
   std::vector<InpMember> members;
   if (now) members = MembersNow(what, *now);
-  // An instance's own scope and the assembly's set name their members differently.
-  std::vector<InpMember> then = set.members;
-  for (InpMember& member : then) {
-    if (member.instance >= 0 && static_cast<std::size_t>(member.instance) == what.placement) {
-      member.instance = -1;
-    }
-  }
   if (set.kind == InpSet::Kind::kElements) {
     auto& numbers = set_now_[{what.set, what.placement}];
     for (const InpMember& member : members) numbers.push_back(member.number);
@@ -103,13 +96,7 @@ void InpEditor::EditSet(std::size_t g, const Mesh::Group* now) {
   const bool has_written_out =
       std::any_of(set.parameters.begin(), set.parameters.end(),
                   [&](std::size_t block) { return written_out_.contains(block); });
-  const bool is_edge = model_.IsFlat() && set.scope == kAssembly;
-  if (is_edge) {
-    // In the assembly of a single instance the members carry its name.
-    for (InpMember& member : members) member.instance = 0;
-    then = set.members;
-  }
-  if (now && members == then && !has_written_out) return;
+  if (now && members == set.members && !has_written_out) return;
   if (!now) {
     report_.Changed("sets that the model has no more were left out", 1, then_.groups[g].name,
                     "keywords that are carried may name them");

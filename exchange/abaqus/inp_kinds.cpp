@@ -138,19 +138,19 @@ constexpr Keyword kKeywords[] = {
     {"FIELD", kNodeFirst},
     {"KINEMATICCOUPLING", kNodeFirst},
     {"DISTRIBUTINGCOUPLING", kNodeFirst},
-    {"NORMAL", kElementFirst},
+    {"MONITOR", kParameters},
     {"NODALTHICKNESS", kNodeFirst},
     {"DLOAD", kElementFirst},
     {"DFLUX", kElementFirst},
     {"FILM", kElementFirst},
     {"RADIATE", kElementFirst},
-    {"DISTRIBUTION", kElementFirst},
+
     {"MPC", kNodesBehind},
     {"EQUATION", kEquation},
     {"RIGIDBODY", kParameters},
     {"COUPLING", kParameters},
     {"PRE-TENSIONSECTION", kParameters},
-    {"INITIALCONDITIONS", kNodeFirst},
+    {"INITIALCONDITIONS", kByType},
 };
 
 /// Keywords whose data names sets and numbers that are no keys.
@@ -213,7 +213,6 @@ constexpr std::string_view kWithoutKeys[] = {"AMPLITUDE",
                                              "MEMBRANESECTION",
                                              "MODALDAMPING",
                                              "MODALDYNAMIC",
-                                             "MONITOR",
                                              "NODEFILE",
                                              "NODEOUTPUT",
                                              "NODEPRINT",
@@ -347,6 +346,14 @@ InpKeys InpKeysOf(std::string_view keyword) {
     if (known.name == keyword) return known.keys;
   }
   return IsIn(kWithoutKeys, keyword) ? kNone : kUnknown;
+}
+
+InpKeys InpKeysOfType(std::string_view, std::string_view type) {
+  constexpr std::string_view kOfNodes[] = {"TEMPERATURE",  "VELOCITY",    "ROTATINGVELOCITY",
+                                           "FIELD",        "PRESSURE",    "PORE PRESSURE",
+                                           "DISPLACEMENT", "ACCELERATION"};
+  constexpr std::string_view kOfElements[] = {"STRESS", "HARDENING", "SOLUTION", "PLASTIC STRAIN"};
+  return IsIn(kOfNodes, type) ? kNodeFirst : IsIn(kOfElements, type) ? kElementFirst : kUnknown;
 }
 
 bool IsInpCondition(std::string_view keyword) { return IsIn(kConditions, keyword); }

@@ -51,9 +51,12 @@ enum class InpKeys {
   kElementFirst,  ///< each line begins with an element
   kNodesBehind,   ///< each line has nodes behind its first field: MPC
   kEquation,      ///< a count, then node, degree of freedom and factor
-  kParameters,    ///< REFNODE=, ROTNODE=, NODE= of the keyword line
+  kParameters,    ///< REFNODE=, ROTNODE=, NODE= of the keyword line, which others may have too
+  kByType,        ///< TYPE= tells
 };
 InpKeys InpKeysOf(std::string_view keyword);
+/// The same of a keyword with a TYPE=.
+InpKeys InpKeysOfType(std::string_view keyword, std::string_view type);
 
 /// Whether a keyword states a load, a condition or a constraint: it becomes a boundary set.
 bool IsInpCondition(std::string_view keyword);

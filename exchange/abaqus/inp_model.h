@@ -156,6 +156,7 @@ struct InpSection {
 
 struct InpMaterial {
   std::size_t block = 0;
+  std::string label;
   std::map<std::string, std::size_t> options;  ///< block of each that is read
   std::size_t last = 0;                        ///< last block of the material
   tagTMatl record;

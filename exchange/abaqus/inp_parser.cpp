@@ -375,7 +375,12 @@ void InpParser::ShiftNumbers() {
 void InpParser::Carry() {
   const std::string& keyword = block_->keyword;
   ++model_.carried[keyword];
-  if (InpKeysOf(keyword) == InpKeys::kUnknown) ++model_.unchecked[keyword];
+  InpKeys keys = InpKeysOf(keyword);
+  if (keys == InpKeys::kByType) {
+    const auto type = Parameter("TYPE");
+    keys = InpKeysOfType(keyword, type ? InpLabel(*type) : std::string());
+  }
+  if (keys == InpKeys::kUnknown) ++model_.unchecked[keyword];
   if (!IsInpCondition(keyword)) return;
   std::string name = fmt::format("{}: {}", step_, keyword);
   if (const auto own = NameBefore(text_.Text(), block_->begin); !own.empty()) {

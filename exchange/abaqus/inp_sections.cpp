@@ -302,6 +302,7 @@ void InpParser::ReadMaterial() {
   material_ = model_.materials.size();
   InpMaterial material;
   material.block = at_;
+  material.label = InpLabel(name);
   material.last = at_;
   material.record.name.Set(Utf16(name));
   model_.materials.push_back(std::move(material));

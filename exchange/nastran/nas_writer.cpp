@@ -198,7 +198,8 @@ std::string Renewed(const std::string& followed, const Entities& now, const std:
   }
   report.Changed("cards of changed records were written as simpler ones", rewritten);
   std::string added = NewCards(now, done);
-  if (!added.empty() && !std::string_view(source.Text()).substr(0, source.BulkEnd()).ends_with('\n'))
+  if (!added.empty() &&
+      !std::string_view(source.Text()).substr(0, source.BulkEnd()).ends_with('\n'))
     added = "\n" + added;
   edits.push_back({source.BulkEnd(), source.BulkEnd(), std::move(added)});
   return Apply(source.Text(), std::move(edits));

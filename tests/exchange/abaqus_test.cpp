@@ -515,6 +515,53 @@ TEST_F(AbaqusModel, RenumberedInstancesKeepTheDecksNumbers) {
   ExpectEdited(out, {});
 }
 
+TEST_F(AbaqusModel, SetsOfTheAssemblyAndTurnedInstancesFollow) {
+  // One instance, turned by 90 degrees about z after a shift.
+  const std::string deck =
+      "*Part, name=p\n" + std::string(kBlock) +
+      "*End Part\n*Assembly, name=a\n*Instance, name=j, part=p\n2., 0., 0.\n"
+      "2., 0., 0., 2., 0., 1., 90.\n*End Instance\n*Nset, nset=tips, instance=j\n101, 102\n"
+      "*Elset, elset=top, instance=j\n1\n*Surface, name=face\ntop, S2\n*End Assembly\n"
+      "*Step\n*Boundary\nj.103, 1\ntips, 2\n*Initial conditions, type=stress\nj.1, 0.\n"
+      "*Strange\n103, 1\n*End step\n";
+  Import(deck);
+  LossReport in;
+  CQXDBSession other(host::SetUpModel);
+  ASSERT_EQ(ImportFile(other, path_, {}, in).Line(), "");
+  bool is_told = false;
+  for (const Loss& loss : in.entries) {
+    is_told = is_told || loss.what == "keywords not checked against renumbering: STRANGE 1";
+  }
+  EXPECT_TRUE(is_told);
+  EXPECT_EQ(Export(), deck);
+  Edit([&] {
+    const tagTVector3<double> at = nodes_.GetAtNU(nodes_.Find(103)).position;
+    ExpectPoint({at.x, at.y, at.z}, {1, 1, 1}, "node 103");
+    Move(103, 1, 1.5, 1);  // along x of the part
+    Change<tagTNode>(103, [](tagTNode& node) { node.key = 900; });
+    Change<tagTNode>(101, [](tagTNode& node) { node.key = 901; });
+  });
+  ExpectEdited(deck, {{"101, 0., 0., 1.\n", ""},
+                      {"103, 1., 1., 1.\n", ""},
+                      {"4, 101, 102, 103, 104\n", "4, 901, 102, 900, 104\n"},
+                      {"*End Part", "*Node\n901, 0., 0., 1.\n900, 1.5, 1., 1.\n*End Part"},
+                      {"instance=j\n101, 102", "instance=j\n102, 901"},
+                      {"j.103, 1\ntips", "j.900, 1\ntips"}});
+}
+
+TEST_F(AbaqusModel, OneCoordinateOfATurnedInstanceChanges) {
+  Import(TwoInstances());
+  const Key key = 208;  // 104 of the second
+  Edit([&] {
+    tagTNode node = nodes_.GetAtNU(nodes_.Find(key));
+    node.position.z += 0.5;
+    ASSERT_TRUE(nodes_.SetAtNU(nodes_.Find(key), node));
+  });
+  const std::string out = Export();
+  EXPECT_NE(out.find("104, 0., 1., 1.5\n"), std::string::npos) << out;
+  ExpectEdited(out, {});
+}
+
 TEST_F(AbaqusModel, ModelsOfOtherFormatsBecomeDecks) {
   const std::string msh = folder_.Path("sample.msh");
   ASSERT_TRUE(WriteWholeFile(msh, sample::Write(sample::Make(), sample::kForms[0])));

@@ -37,7 +37,8 @@ TEST(NastranNumbers, InEveryForm) {
     ASSERT_TRUE(DeckReal(text)) << text;
     EXPECT_DOUBLE_EQ(*DeckReal(text), value) << text;
   }
-  for (const char* text : {"", "x", "1.5x", "--1", "1.e", "+"}) EXPECT_FALSE(DeckReal(text)) << text;
+  for (const char* text : {"", "x", "1.5x", "--1", "1.e", "+"})
+    EXPECT_FALSE(DeckReal(text)) << text;
 }
 
 TEST(NastranCards, SmallLargeFreeAndContinuedOnesSayTheSame) {
