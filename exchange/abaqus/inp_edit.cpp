@@ -43,7 +43,7 @@ std::string Apply(std::string_view text, std::vector<InpEdit> edits, std::size_t
 }
 
 InpEditor::InpEditor(const InpText& text, const InpModel& model, const Deck& now,
-                     const std::vector<InpKeysNow>& keys, const InpSystems& systems,
+                     const std::vector<InpKeysNow>& keys, const SystemFrames& systems,
                      LossReport& report)
     : text_(text),
       model_(model),

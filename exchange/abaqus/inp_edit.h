@@ -36,7 +36,7 @@ class InpEditor {
   /// The deck as its text has it, and the model as it is now. `keys` has an entry for each
   /// placement, or none where the numbers of the deck are the keys.
   InpEditor(const InpText& text, const InpModel& model, const Deck& now,
-            const std::vector<InpKeysNow>& keys, const InpSystems& systems, LossReport& report);
+            const std::vector<InpKeysNow>& keys, const SystemFrames& systems, LossReport& report);
 
   std::string Text();
 
@@ -112,7 +112,7 @@ class InpEditor {
   const InpText& text_;
   const InpModel& model_;
   const Deck& now_;
-  const InpSystems& systems_;
+  const SystemFrames& systems_;
   LossReport& report_;
   std::vector<InpGroup> groups_;
   Deck then_;

@@ -19,26 +19,6 @@ const Mesh::SetTag* TagOf(const Mesh::Group& group, const std::string& format) {
 
 }  // namespace
 
-InpSystems SystemsOf(const CQXDBSession& session) {
-  InpSystems systems;
-  const auto* pool = session.GetPool<DPoolCord>(code::kCord);
-  if (!pool) return systems;
-  const double unit = session.Units().GetConvertFactorCurrent(unit::kLength);
-  for (ITR at = pool->GetHeadPosition(); at; pool->Next(at)) {
-    Frame frame;
-    if (!pool->GetFrame(at, frame)) continue;
-    const tagTCord& record = pool->GetAtNU(at);
-    InpSystemPoints points;
-    points.type = record.type;
-    points.origin = (1 / unit) * frame.origin;
-    points.x = frame.axes.ToGlobal({1, 0, 0});
-    points.y = frame.axes.ToGlobal({0, 1, 0});
-    points.z = frame.axes.ToGlobal({0, 0, 1});
-    systems.emplace(record.key, points);
-  }
-  return systems;
-}
-
 std::string InpNames::New(const std::string& wish) {
   std::string name = wish.empty() ? "unnamed" : wish;
   if (name.size() > kLongestName - 4) name.resize(kLongestName - 4);
@@ -47,7 +27,7 @@ std::string InpNames::New(const std::string& wish) {
   return own;
 }
 
-InpNewText::InpNewText(const Deck& now, const InpSystems& systems, LossReport& report)
+InpNewText::InpNewText(const Deck& now, const SystemFrames& systems, LossReport& report)
     : now_(now), systems_(systems), report_(report) {
   for (const tagTBlock& block : now.Of<tagTBlock>()) {
     if (block.format.View() != kInpFormat) continue;

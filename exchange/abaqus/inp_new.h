@@ -14,10 +14,6 @@
 
 namespace qx::exchange {
 
-/// Where the coordinate systems of a session are, by key; those without axes are not there.
-using InpSystems = std::map<Key, InpSystemPoints>;
-InpSystems SystemsOf(const CQXDBSession& session);
-
 /// Names that the deck gives to what the model has no names for, each but once.
 class InpNames {
  public:
@@ -31,7 +27,7 @@ class InpNames {
 /// Writes nodes and elements, sets, materials, systems and sections of a deck.
 class InpNewText {
  public:
-  InpNewText(const Deck& now, const InpSystems& systems, LossReport& report);
+  InpNewText(const Deck& now, const SystemFrames& systems, LossReport& report);
 
   /// Name of an element's type: the one it came with, or one that fits its property. Empty for an
   /// element that the format has none for.
@@ -59,7 +55,7 @@ class InpNewText {
   void AppendGroup(std::string& text, const Mesh::Group& group, std::size_t place);
 
   const Deck& now_;
-  const InpSystems& systems_;
+  const SystemFrames& systems_;
   LossReport& report_;
   InpNames names_;
   std::unordered_map<Key, std::string> type_names_;  // of elements that came from a deck

@@ -187,7 +187,7 @@ std::string SectionText(const tagTProp& p, std::string_view set, std::string_vie
 
 // ---- systems ------------------------------------------------------------------------------------
 
-std::string OrientationText(const InpSystemPoints& s, std::string_view name) {
+std::string OrientationText(const SystemFrame& s, std::string_view name) {
   const std::string head = fmt::format("*Orientation, name={}", InpName(name));
   if (s.type != tagTCord::kRectangular) {
     return head +
@@ -199,7 +199,7 @@ std::string OrientationText(const InpSystemPoints& s, std::string_view name) {
   return head + "\n" + Line(0, a.x, a.y, a.z, b.x, b.y, b.z, s.origin.x, s.origin.y, s.origin.z);
 }
 
-std::string TransformText(const InpSystemPoints& s, std::string_view set) {
+std::string TransformText(const SystemFrame& s, std::string_view set) {
   const std::string head = fmt::format("*Transform, nset={}", InpName(set));
   if (s.type == tagTCord::kRectangular) return head + "\n" + Points(s.x, s.y);
   return head + (s.type == tagTCord::kCylindrical ? ", type=C\n" : ", type=S\n") +

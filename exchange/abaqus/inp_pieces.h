@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "exchange/abaqus/inp_model.h"
+#include "exchange/system_frames.h"
 
 namespace qx::exchange {
 
@@ -53,15 +54,7 @@ std::string SectionText(const tagTProp& property, std::string_view set, std::str
                         double elastic, double shear, std::string_view orientation,
                         const std::optional<Vector3>& direction);
 
-/// Two points, and a third, which give a system in global coordinates.
-struct InpSystemPoints {
-  std::int32_t type = 0;  ///< of tagTCord
-  Vector3 origin;
-  Vector3 x;  ///< unit axes
-  Vector3 y;
-  Vector3 z;
-};
-std::string OrientationText(const InpSystemPoints& system, std::string_view name);
-std::string TransformText(const InpSystemPoints& system, std::string_view set);
+std::string OrientationText(const SystemFrame& system, std::string_view name);
+std::string TransformText(const SystemFrame& system, std::string_view set);
 
 }  // namespace qx::exchange

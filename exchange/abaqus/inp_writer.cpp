@@ -71,7 +71,7 @@ void CheckUnits(CQXDBSession& session, LossReport& report) {
 
 /// The deck that the model came from, with what changed in its place; empty when it cannot be
 /// read any more.
-std::string Renewed(CQXDBSession& session, const Deck& now, const InpSystems& systems,
+std::string Renewed(CQXDBSession& session, const Deck& now, const SystemFrames& systems,
                     const tagTCarried& carried, const std::string& path, LossReport& report) {
   std::map<std::int32_t, const tagTCarried*> instances;
   host::ForEach<tagTCarried>(&session, [&](ITR, const tagTCarried& record) {
@@ -116,7 +116,7 @@ Outcome WriteAbaqus(CQXDBSession& session, const std::string& path, const WriteO
   if (Outcome fits = CheckCanBeWritten(session, path); !fits) return fits;
   LossReport found;
   const Deck now = DeckOf(session);
-  const InpSystems systems = SystemsOf(session);
+  const SystemFrames systems = SystemsOf(session);
   found.Append(now.report);
   if (options.progress) options.progress(0.3);
   const tagTCarried* carried = nullptr;

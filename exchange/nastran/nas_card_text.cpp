@@ -155,12 +155,16 @@ bool NasCardText::Writes(Key element) const {
   return found != elements_.end() && !NameOf(found->second).empty();
 }
 
-std::string NasCardText::Node(Key key, std::string_view constraints) const {
-  const double* at = &deck_.coordinates[3 * nodes_.at(key)];
+std::string NasCardText::Node(Key key, const NasGridRest& rest) const {
+  const Vector3 basic(&deck_.coordinates[3 * nodes_.at(key)]);
+  const Vector3 at = rest.frame ? rest.frame->FromGlobal(basic) : basic;
   const auto output = outputs_.find(key);
+  const char* const none = has_grid_defaults_ ? "0" : "";
   NasFields card("GRID", digits_);
-  card.Number(key).Blank().Real(at[0]).Real(at[1]).Real(at[2]);
-  card.Number(output == outputs_.end() ? 0 : output->second).Word(std::string(constraints));
+  card.Number(key).Word(rest.frame ? std::string(rest.system) : none);
+  card.Real(at.x).Real(at.y).Real(at.z);
+  card.Word(output == outputs_.end() ? none : fmt::format("{}", output->second));
+  card.Word(std::string(rest.constraints)).Word(std::string(rest.superelement));
   return card.Text();
 }
 

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "exchange/deck.h"
+#include "exchange/system_frames.h"
 
 namespace qx::exchange {
 
@@ -27,6 +28,14 @@ class NasFields {
   std::vector<std::string> fields_;
 };
 
+/// What the card of a node says that the model has no place for.
+struct NasGridRest {
+  std::string_view system;             ///< field of the system that the node is given in
+  const SystemFrame* frame = nullptr;  ///< that system; null for the basic one
+  std::string_view constraints;        ///< permanent ones
+  std::string_view superelement;
+};
+
 /// Writes the cards of one deck. Two decks say the same of a node, an element, and so on, when the
 /// cards are equal.
 class NasCardText {
@@ -34,8 +43,9 @@ class NasCardText {
   /// `digits` of real numbers: 0 for as many as they need.
   NasCardText(const Deck& deck, int digits);
 
-  /// With the permanent constraints of the card it came from.
-  std::string Node(Key key, std::string_view constraints = {}) const;
+  std::string Node(Key key, const NasGridRest& rest = {}) const;
+  /// Blank fields of nodes' cards stand for other numbers than 0: a card of defaults is there.
+  void MindGridDefaults() { has_grid_defaults_ = true; }
   std::string Element(Key key) const;
   std::string Property(Key key) const;
   std::string Material(Key key) const;
@@ -53,6 +63,7 @@ class NasCardText {
 
   const Deck& deck_;
   int digits_;
+  bool has_grid_defaults_ = false;
   std::unordered_map<Key, std::size_t> nodes_;
   std::unordered_map<Key, std::size_t> elements_;
   std::unordered_map<Key, const tagTProp*> properties_;

@@ -13,6 +13,9 @@
 #include "qx_db/model/standard_pools.h"
 #include "qx_db/record/element_types.h"
 
+#include "exchange/nastran/nas_carried.h"
+#include "exchange/nastran/nas_properties.h"
+
 namespace qx::exchange {
 namespace {
 
@@ -53,41 +56,6 @@ constexpr ElementCard kElementCards[] = {
     {"CONM2", 1, 1, element::kPoint, 1, 0, false},
 };
 
-/// Cards that are carried: where their node and element numbers stand. Lists go to the end.
-struct KeyRule {
-  std::string_view name;
-  std::array<std::int8_t, 5> nodes{-1, -1, -1, -1, -1};
-  std::int8_t node_list = -1;
-  std::array<std::int8_t, 2> elements{-1, -1};
-  std::int8_t element_list = -1;
-};
-constexpr KeyRule kKeyRules[] = {
-    {"SPC", {1, 4, -1, -1, -1}},
-    {"SPC1", {-1, -1, -1, -1, -1}, 2},
-    {"FORCE", {1, -1, -1, -1, -1}},
-    {"MOMENT", {1, -1, -1, -1, -1}},
-    {"FORCE1", {1, 3, 4, -1, -1}},
-    {"MOMENT1", {1, 3, 4, -1, -1}},
-    {"PLOAD", {2, 3, 4, 5, -1}},
-    {"PLOAD1", {-1, -1, -1, -1, -1}, -1, {1, -1}},
-    {"PLOAD2", {-1, -1, -1, -1, -1}, -1, {-1, -1}, 2},
-    {"PLOAD4", {6, 7, -1, -1, -1}, -1, {1, -1}},
-    {"TEMP", {1, 3, 5, -1, -1}},
-    {"RBE2", {1, -1, -1, -1, -1}, 3},
-    {"RBAR", {1, 2, -1, -1, -1}},
-    {"PLOTEL", {1, 2, -1, -1, -1}},
-    {"CELAS1", {2, 4, -1, -1, -1}},
-    {"CELAS2", {2, 4, -1, -1, -1}},
-    {"CDAMP1", {2, 4, -1, -1, -1}},
-    {"CDAMP2", {2, 4, -1, -1, -1}},
-    {"CMASS1", {2, 4, -1, -1, -1}},
-    {"CMASS2", {2, 4, -1, -1, -1}},
-    {"CONM1", {1, -1, -1, -1, -1}},
-    {"CVISC", {2, 3, -1, -1, -1}},
-    {"SUPORT", {0, 2, 4, 6, -1}},
-    {"ASET1", {-1, -1, -1, -1, -1}, 1},
-};
-
 /// Loads and constraints: cards whose first field is the number of a set.
 constexpr std::string_view kLoadCards[] = {
     "FORCE",  "FORCE1", "FORCE2", "MOMENT", "MOMENT1", "MOMENT2", "PLOAD", "PLOAD1", "PLOAD2",
@@ -100,11 +68,11 @@ bool IsIn(const List& list, std::string_view name) {
   return std::find(std::begin(list), std::end(list), name) != std::end(list);
 }
 
-class NasReader {
+class NasReader : private NasFieldReader {
  public:
   NasReader(const NasText& text, const std::string& file, std::vector<Failure>& faults,
             std::vector<NasSource>* sources)
-      : text_(text), file_(file), faults_(faults), sources_(sources) {}
+      : NasFieldReader(text, file, faults), sources_(sources) {}
 
   Result<Deck> Read() {
     deck_.format = "nastran";
@@ -120,7 +88,12 @@ class NasReader {
     if (!faults_.empty()) return faults_.front();
     MakePlaceholders();
     MakeBlocks();
-    CarryText();
+    deck_.Of<tagTCarried>().push_back(CarryNasText(
+        text_,
+        [this](bool is_node, Key key) {
+          return is_node ? grid_index_.contains(key) : element_index_.contains(key);
+        },
+        unchecked_));
     Tell();
     if (Outcome checked = CheckMesh(deck_, file_); !checked) {
       faults_.push_back(checked.Error());
@@ -138,46 +111,6 @@ class NasReader {
     std::array<double, 3> at;
     std::size_t card;
   };
-
-  bool IsFull() const { return faults_.size() >= LossReport::kMostFaults; }
-
-  // ---- fields -----------------------------------------------------------------------------------
-
-  void Fault(const NasCard& card, std::string what, std::string remedy) {
-    if (IsFull()) return;
-    std::string file;
-    std::string place = text_.Place(card.begin, file) + ", " + card.name;
-    faults_.push_back(
-        {file.empty() ? file_ : file, std::move(place), std::move(what), std::move(remedy)});
-  }
-  std::string_view Text(const NasCard& card, std::size_t field) const {
-    return text_.FieldText(card, field);
-  }
-  double Real(const NasCard& card, std::size_t field, double none = 0) {
-    const std::string_view text = Text(card, field);
-    if (text.empty()) return none;
-    const auto value = DeckReal(text);
-    if (value && std::isfinite(*value)) return *value;
-    Fault(card, fmt::format("field {} is '{}', not a number", field + 2, text), "correct it");
-    return none;
-  }
-  Key Number(const NasCard& card, std::size_t field, Key none = 0) {
-    const std::string_view text = Text(card, field);
-    if (text.empty()) return none;
-    const auto value = DeckInteger(text);
-    if (value && *value >= 0 && *value <= kMaxKey) return static_cast<Key>(*value);
-    Fault(card,
-          fmt::format("field {} is '{}', not a number from 0 to {}", field + 2, text, kMaxKey),
-          "correct it");
-    return none;
-  }
-  Key Number(const NasCard& card, std::size_t field, const NasCard* defaults, Key none = 0) {
-    return Text(card, field).empty() && defaults ? Number(*defaults, field, none)
-                                                 : Number(card, field, none);
-  }
-  std::array<double, 3> Vector(const NasCard& card, std::size_t field) {
-    return {Real(card, field), Real(card, field + 1), Real(card, field + 2)};
-  }
 
   void Source(Kind kind, Key key, std::size_t card, std::size_t part = 0) {
     if (sources_) sources_->push_back({kind, key, card, part});
@@ -398,42 +331,14 @@ class NasReader {
   }
 
   bool ReadMaterial(const NasCard& card, std::size_t index) {
-    const std::string_view kind = std::string_view(card.name).substr(3);
-    if (kind != "1" && kind != "2" && kind != "8" && kind != "9" && kind != "10") return false;
     tagTMatl material;
-    material.key = Number(card, 0);
+    bool in_part = false;
+    if (!ReadNasMaterial(*this, card, material, in_part)) return false;
     if (material.key < 1 || !material_keys_.insert(material.key).second) {
       Fault(card, "the material has no number of its own", "give it one");
       return true;
     }
-    material.name.Set(Utf16(fmt::format("{} {}", card.name, material.key)));
-    if (kind == "1") {
-      material.elastic_modulus = Real(card, 1);
-      material.shear_modulus = Real(card, 2);
-      material.poisson_ratio = Real(card, 3);
-      if (Text(card, 1).empty() && material.shear_modulus > 0) {
-        material.elastic_modulus = 2 * (1 + material.poisson_ratio) * material.shear_modulus;
-      }
-      if (Text(card, 3).empty() && material.shear_modulus > 0 && material.elastic_modulus > 0) {
-        material.poisson_ratio = material.elastic_modulus / (2 * material.shear_modulus) - 1;
-      }
-      material.density = Real(card, 4);
-      material.thermal_expansion = Real(card, 5);
-      material.reference_temperature = Real(card, 6);
-      material.structural_damping = Real(card, 7);
-      material.tensile_strength = Real(card, 8);
-      material.compressive_strength = Real(card, 9);
-      material.shear_strength = Real(card, 10);
-    } else if (kind == "8") {
-      material.elastic_modulus = Real(card, 1);
-      material.poisson_ratio = Real(card, 3);
-      material.shear_modulus = Real(card, 4);
-      material.density = Real(card, 7);
-      ++simplified_[card.name];
-    } else {
-      material.density = Real(card, kind == "2" ? 7 : kind == "9" ? 22 : 3);
-      ++simplified_[card.name];
-    }
+    simplified_[card.name] += in_part;
     deck_.Of<tagTMatl>().push_back(material);
     Source(Kind::kMaterial, material.key, index);
     return true;
@@ -441,71 +346,13 @@ class NasReader {
 
   bool ReadProperty(const NasCard& card, std::size_t index) {
     tagTProp property;
-    const std::string& name = card.name;
-    const auto material = [&](std::size_t field) {
-      property.material = static_cast<ITR>(Number(card, field));
-    };
-    if (name == "PSHELL") {
-      property.type = tagTProp::kPlate;
-      material(1);
-      property.thickness = Real(card, 2);
-      property.non_structural_mass = Real(card, 7);
-    } else if (name == "PCOMP") {
-      property.type = tagTProp::kPlate;
-      property.material = static_cast<ITR>(Number(card, 8));
-      Key last_material = 0;
-      double last = 0;
-      for (std::size_t ply = 8; ply + 1 < card.fields.size(); ply += 4) {
-        if (Text(card, ply).empty() && Text(card, ply + 1).empty() && Text(card, ply + 2).empty())
-          continue;
-        last_material = Number(card, ply, last_material);
-        last = Real(card, ply + 1, last);
-        property.thickness += last;
-      }
-      if (AsciiUpper(Text(card, 7)) == "SYM") property.thickness *= 2;
-      property.non_structural_mass = Real(card, 2);
-      ++simplified_[name];
-    } else if (name == "PSHEAR") {
-      property.type = tagTProp::kMembrane;
-      material(1);
-      property.thickness = Real(card, 2);
-      property.non_structural_mass = Real(card, 3);
-    } else if (name == "PSOLID") {
-      property.type = tagTProp::kSolid;
-      material(1);
-    } else if (name == "PROD") {
-      property.type = tagTProp::kTruss;
-      material(1);
-      property.area = Real(card, 2);
-      property.torsion = Real(card, 3);
-      property.non_structural_mass = Real(card, 5);
-    } else if (name == "PBAR" || name == "PBEAM") {
-      property.type = tagTProp::kBeam;
-      material(1);
-      property.area = Real(card, 2);
-      property.inertia_z = Real(card, 3);
-      property.inertia_y = Real(card, 4);
-      property.torsion = Real(card, name == "PBAR" ? 5 : 6);
-      property.inertia_yz = name == "PBEAM" ? Real(card, 5) : 0;
-      property.non_structural_mass = Real(card, name == "PBAR" ? 6 : 7);
-    } else if (name == "PBARL" || name == "PBEAML" || name == "PTUBE") {
-      property.type = name == "PTUBE" ? tagTProp::kTruss : tagTProp::kBeam;
-      material(1);
-      ++simplified_[name];
-    } else if (name == "PBUSH") {
-      property.type = tagTProp::kElasticLink;
-      if (AsciiUpper(Text(card, 1)) == "K") {
-        for (std::size_t i = 0; i < 6; ++i) property.stiffness[i] = Real(card, 2 + i);
-      }
-    } else {
-      return false;
-    }
-    property.key = Number(card, 0);
+    bool in_part = false;
+    if (!ReadNasProperty(*this, card, property, in_part)) return false;
     if (property.key < 1 || !property_keys_.insert(property.key).second) {
       Fault(card, "the property has no number of its own", "give it one");
       return true;
     }
-    property.name.Set(Utf16(fmt::format("{} {}", name, property.key)));
+    simplified_[card.name] += in_part;
     deck_.Of<tagTProp>().push_back(property);
     Source(Kind::kProperty, property.key, index);
     return true;
@@ -670,79 +517,34 @@ class NasReader {
     }
   }
 
-  void CarryText() {
-    tagTCarried carried;
-    carried.key = 1;
-    carried.format.Set(u"nastran");
-    carried.keyword.Set(kNasDeck);
-    carried.checked = tagTCarried::kChecked;
-    carried.text.Assign(text_.Text().data(), text_.Text().size());
-    struct Place {
-      NasField field;
-      bool is_node;
-      Key key;
-    };
-    std::vector<Place> places;
-    for (const NasCard& card : text_.Cards()) {
-      const auto rule = std::find_if(std::begin(kKeyRules), std::end(kKeyRules),
-                                     [&](const KeyRule& r) { return r.name == card.name; });
-      if (rule == std::end(kKeyRules)) continue;
-      const auto add = [&](std::size_t field, bool is_node) {
-        const auto number = DeckInteger(Text(card, field));
-        if (!number || *number < 1 || *number > kMaxKey) return;
-        const auto key = static_cast<Key>(*number);
-        if (is_node ? grid_index_.contains(key) : element_index_.contains(key)) {
-          places.push_back({card.fields[field], is_node, key});
-        }
-      };
-      for (const std::int8_t field : rule->nodes) {
-        if (field >= 0) add(static_cast<std::size_t>(field), true);
-      }
-      for (const std::int8_t field : rule->elements) {
-        if (field >= 0) add(static_cast<std::size_t>(field), false);
-      }
-      for (std::size_t f = static_cast<std::size_t>(rule->node_list);
-           rule->node_list >= 0 && f < card.fields.size(); ++f) {
-        add(f, true);
-      }
-      for (std::size_t f = static_cast<std::size_t>(rule->element_list);
-           rule->element_list >= 0 && f < card.fields.size(); ++f) {
-        add(f, false);
-      }
-    }
-    std::sort(places.begin(), places.end(),
-              [](const Place& a, const Place& b) { return a.field.at < b.field.at; });
-    for (const Place& place : places) {
-      const std::int32_t index = carried.places.GetSize();
-      if (place.is_node) {
-        carried.node_keys.Add({index, static_cast<ITR>(place.key)});
-      } else {
-        carried.element_keys.Add({index, static_cast<ITR>(place.key)});
-      }
-      carried.places.Add({static_cast<std::int32_t>(place.field.at),
-                          static_cast<std::int32_t>(place.field.length)});
-    }
-    deck_.Of<tagTCarried>().push_back(std::move(carried));
-  }
-
   void Tell() {
     LossReport& report = deck_.report;
     for (const auto& [name, count] : reduced_) {
       report.Changed(name + " without all mid-side nodes were read by their corners", count);
     }
     for (const auto& [name, count] : simplified_) {
+      if (count == 0) continue;
       report.Assumed(
           fmt::format("{} {} are held in part; their cards are carried whole", count, name));
     }
     if (moved_ > 0) {
       report.Assumed(fmt::format("{} nodes given in local systems are in the basic one", moved_));
     }
-    if (!carried_.empty()) {
+    const auto list = [](const std::map<std::string, std::uint64_t>& counts) {
       std::string names;
-      for (const auto& [name, count] : carried_) {
+      for (const auto& [name, count] : counts) {
         names += fmt::format("{}{} {}", names.empty() ? "" : ", ", name, count);
       }
-      report.Assumed("cards carried as text: " + names);
+      return names;
+    };
+    if (!carried_.empty()) report.Assumed("cards carried as text: " + list(carried_));
+    if (!unchecked_.cards.empty()) {
+      report.Assumed("cards not checked against renumbering: " + list(unchecked_.cards),
+                     "it is not known which of their numbers are nodes or elements");
+    }
+    if (!unchecked_.ranges.empty()) {
+      report.Assumed("ranges (THRU) not checked against renumbering: " + list(unchecked_.ranges),
+                     "what lies between their ends is not named");
     }
     if (with_constraints_ > 0) {
       report.Assumed(fmt::format("{} nodes have permanent constraints, which their cards carry",
@@ -756,9 +558,6 @@ class NasReader {
     std::size_t card;
   };
 
-  const NasText& text_;
-  const std::string& file_;
-  std::vector<Failure>& faults_;
   std::vector<NasSource>* sources_;
   Deck deck_;
   const NasCard* grid_defaults_ = nullptr;
@@ -779,6 +578,7 @@ class NasReader {
   std::map<std::string, std::uint64_t> carried_;
   std::map<std::string, std::uint64_t> reduced_;
   std::map<std::string, std::uint64_t> simplified_;
+  NasUnchecked unchecked_;
   std::uint64_t moved_ = 0;
   std::uint64_t with_constraints_ = 0;
 };

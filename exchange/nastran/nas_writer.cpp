@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <fmt/format.h>
+#include <map>
 #include <ostream>
 #include <set>
 #include <unordered_map>
@@ -107,6 +108,7 @@ class Entities {
   std::string Card(Kind kind, Key key) const { return Of(exact_, kind, key); }
   std::string Compared(Kind kind, Key key) const { return Of(compared_, kind, key); }
   const NasCardText& Cards() const { return exact_; }
+  NasCardText& Cards() { return exact_; }
 
  private:
   static std::size_t Index(Kind kind) {
@@ -157,9 +159,36 @@ std::string NewCards(const Entities& now, const std::set<std::pair<Kind, Key>>& 
   return text;
 }
 
+/// What a node's card keeps when the node changes.
+NasGridRest RestOf(const NasText& source, std::size_t index, const NasCard* defaults,
+                   const NasCardText& now, const SystemFrames& systems) {
+  const NasCard& card = source.Cards()[index];
+  NasGridRest rest{source.FieldText(card, 1), nullptr, source.FieldText(card, 6),
+                   source.FieldText(card, 7)};
+  const std::string_view system =
+      rest.system.empty() && defaults ? source.FieldText(*defaults, 1) : rest.system;
+  const Key number = static_cast<Key>(DeckInteger(system).value_or(0));
+  const auto found = now.Systems().find(number);
+  if (number == 0 || found == now.Systems().end()) return rest;
+  const auto frame = systems.find(found->second->key);
+  if (frame != systems.end()) rest.frame = &frame->second;
+  return rest;
+}
+
+/// How many fields a card has that its new text leaves blank.
+std::uint64_t DroppedFields(const NasText& source, const NasCard& card, const std::string& text) {
+  const NasText now(text, "");
+  if (now.Cards().empty()) return 0;
+  std::uint64_t dropped = 0;
+  for (std::size_t f = 0; f < card.fields.size(); ++f) {
+    dropped += !source.FieldText(card, f).empty() && now.FieldText(now.Cards()[0], f).empty();
+  }
+  return dropped;
+}
+
 /// The deck that the model came from, with what changed in its place.
-std::string Renewed(const std::string& followed, const Entities& now, const std::string& path,
-                    LossReport& report) {
+std::string Renewed(const std::string& followed, Entities& now, const SystemFrames& systems,
+                    const std::string& path, LossReport& report) {
   const NasText source(followed, path);
   std::vector<NasSource> sources;
   std::vector<Failure> faults;
@@ -167,8 +196,14 @@ std::string Renewed(const std::string& followed, const Entities& now, const std:
   std::set<std::pair<Kind, Key>> done;
   if (!before) return {};
   const Entities then(*before);
+  const NasCard* defaults = nullptr;
+  for (const NasCard& card : source.Cards()) {
+    if (card.name == "GRDSET") defaults = &card;
+  }
+  if (defaults) now.Cards().MindGridDefaults();
   std::vector<Edit> edits;
   std::uint64_t rewritten = 0;
+  std::map<std::string, std::uint64_t> dropped;
   for (std::size_t i = 0; i < sources.size(); ++i) {
     const NasSource& from = sources[i];
     if (from.kind == Kind::kCarried || from.part > 0) continue;
@@ -182,7 +217,7 @@ std::string Renewed(const std::string& followed, const Entities& now, const std:
       is_same = is_same && is_there && was_there &&
                 now.Compared(from.kind, key) == then.Compared(from.kind, key);
       if (is_there && from.kind == Kind::kNode) {
-        text += now.Cards().Node(key, source.FieldText(source.Cards()[from.card], 6));
+        text += now.Cards().Node(key, RestOf(source, from.card, defaults, now.Cards(), systems));
       } else if (is_there) {
         text += now.Card(from.kind, key);
       }
@@ -192,11 +227,18 @@ std::string Renewed(const std::string& followed, const Entities& now, const std:
     const std::string_view name = std::string_view(text).substr(0, text.find_first_of(" *\n"));
     const bool is_other = !text.empty() && name != card.name;
     rewritten += is_other;
+    if (!is_other && !text.empty()) {
+      dropped[card.name] += DroppedFields(source, card, text);
+    }
     for (std::size_t line = 0; line < card.lines.size(); ++line) {
       edits.push_back({card.lines[line].first, card.lines[line].second, line == 0 ? text : ""});
     }
   }
   report.Changed("cards of changed records were written as simpler ones", rewritten);
+  for (const auto& [name, count] : dropped) {
+    report.Lost(fmt::format("fields of changed {} cards were left out", name), count, {},
+                "the model has no place for them");
+  }
   std::string added = NewCards(now, done);
   if (!added.empty() &&
       !std::string_view(source.Text()).substr(0, source.BulkEnd()).ends_with('\n'))
@@ -214,7 +256,8 @@ Outcome WriteNastran(CQXDBSession& session, const std::string& path, const Write
   const Deck deck = DeckOf(session);
   found.Append(deck.report);
   if (options.progress) options.progress(0.3);
-  const Entities now(deck);
+  Entities now(deck);
+  const SystemFrames systems = SystemsOf(session);
   std::string text;
   host::ForEach<tagTCarried>(&session, [&](ITR, const tagTCarried& carried) {
     if (carried.format.View() != u"nastran" || carried.keyword.View() != kNasDeck) return true;
@@ -222,7 +265,7 @@ Outcome WriteNastran(CQXDBSession& session, const std::string& path, const Write
       found.Lost("decks besides the first that the model came from", 1);
       return true;
     }
-    text = Renewed(Followed(carried, found), now, path, found);
+    text = Renewed(Followed(carried, found), now, systems, path, found);
     return true;
   });
   if (text.empty()) text = "SOL 101\nCEND\nBEGIN BULK\n" + NewCards(now, {}) + "ENDDATA\n";

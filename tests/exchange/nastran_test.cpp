@@ -209,6 +209,54 @@ TEST_F(NastranModel, NumbersInCarriedCardsFollow) {
   EXPECT_NE(out.find("SPC1    1       123456  1       4\n"), std::string::npos) << out;
 }
 
+TEST_F(NastranModel, ChangedCardsKeepTheirSystemsOrSayWhatTheyLose) {
+  const std::string deck =
+      "BEGIN BULK\n"
+      "GRDSET          5\n"
+      "CORD2C  5               1.      0.      0.      1.      0.      1.\n"
+      "        2.      0.      0.\n"
+      "GRID    1               2.      90.     3.      5       6       7\n"
+      "GRID    2       0       0.      0.      0.\n"
+      "CQUAD4  1       5       1       2       3       4       45.\n"
+      "GRID    3       0       1.      0.      0.\nGRID    4       0       1.      1.      0.\n"
+      "RBE3    9               1       123     1.      123     2       3\n"
+      "SPC1    1       123     1       THRU    4\nENDDATA\n";
+  ASSERT_TRUE(WriteWholeFile(path_, deck));
+  LossReport in;
+  ASSERT_EQ(ImportFile(session_, path_, {}, in).Line(), "");
+  std::string told;
+  for (const Loss& loss : in.entries) told += loss.Line() + "\n";
+  EXPECT_NE(told.find("cards not checked against renumbering: RBE3 1"), std::string::npos) << told;
+  EXPECT_NE(told.find("ranges (THRU) not checked against renumbering: SPC1 1"), std::string::npos);
+  auto& nodes = *session_.GetPool<DPoolNode>(code::kNode);
+  auto& elements = *session_.GetPool<DPoolElem>(code::kElem);
+  CTransaction step(&session_);
+  step.Begin(u"move");
+  tagTNode node = nodes.GetAtNU(nodes.Find(1));
+  EXPECT_NEAR(node.position.y, 2, 1e-12);
+  node.position.z = 4;
+  ASSERT_TRUE(nodes.SetAtNU(nodes.Find(1), node));
+  node.key = 6;
+  node.position = {1, 2, 3};
+  ASSERT_TRUE(nodes.InsertNU(node));
+  tagTElem element = elements.GetAtNU(elements.Find(1));
+  std::swap(element.nodes[1], element.nodes[2]);
+  ASSERT_TRUE(elements.SetAtNU(elements.Find(1), element));
+  ASSERT_TRUE(step.Commit());
+  LossReport out;
+  ASSERT_EQ(ExportFile(session_, folder_.Path("out.bdf"), {}, out).Line(), "");
+  const std::string text = *ReadWholeFile(folder_.Path("out.bdf"));
+  EXPECT_NE(text.find("GRID    1               2.      90.     4.      5       6       7\n"),
+            std::string::npos)
+      << text;
+  EXPECT_NE(text.find("GRID    6       0       1.      2.      3.      0\n"), std::string::npos)
+      << text;
+  told.clear();
+  for (const Loss& loss : out.entries) told += loss.Line() + "\n";
+  EXPECT_NE(told.find("fields of changed CQUAD4 cards were left out: 1"), std::string::npos)
+      << told;
+}
+
 TEST_F(NastranModel, IncludesStayBelowTheDeckUnlessTrusted) {
   const std::string sub = folder_.Path("sub");
   std::filesystem::create_directory(sub);
