@@ -390,10 +390,11 @@ std::string InpEditor::Merge() {
       if (name.empty()) {
         name = names_.New(model_.scopes[scope].name + "-" + model_.placements[p].name);
         copies[p] = name;
+        const std::size_t part_end = model_.scopes[scope].end;
         const std::size_t behind =
-            std::find_if(text_.Blocks().begin(), text_.Blocks().end(), [&](const InpBlock& block) {
-              return block.begin == model_.scopes[scope].end;
-            })->data;
+            std::find_if(text_.Blocks().begin(), text_.Blocks().end(),
+                         [part_end](const InpBlock& block) { return block.begin == part_end; })
+                ->data;
         std::vector<InpEdit> edits = states_[p].edits;
         for (const InpParameter& parameter : text_.Parameters(head)) {
           if (parameter.name != "NAME") continue;
