@@ -16,7 +16,7 @@ bool Differ(double a, double b) {
   return std::abs(a - b) > 1e-14 * std::max(std::abs(a), std::abs(b));
 }
 
-/// Numbers without a name of their own text: those of one line, comments and blanks apart.
+/// How the line that ends there ends.
 std::string_view LineEndOf(std::string_view text, std::size_t end) {
   return end > 1 && text[end - 1] == '\n' && text[end - 2] == '\r' ? "\r\n" : "\n";
 }
