@@ -32,6 +32,7 @@ std::optional<double> DeckReal(std::string_view text) {
   for (std::size_t i = 0; i < text.size(); ++i) {
     const char c = text[i];
     const bool is_sign = c == '+' || c == '-';
+    if (is_sign && i > 0 && number.empty()) return std::nullopt;
     if (c == 'd' || c == 'D' || c == 'e' || c == 'E') {
       number += 'e';
     } else if (is_sign && i > 0 && number.back() != 'e') {

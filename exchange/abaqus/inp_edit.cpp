@@ -16,7 +16,7 @@ bool Differ(double a, double b) {
   return std::abs(a - b) > 1e-14 * std::max(std::abs(a), std::abs(b));
 }
 
-/// Numbers without a name of their own text: those of one line, comments and blanks apart.
+/// How the line that ends there ends.
 std::string_view LineEndOf(std::string_view text, std::size_t end) {
   return end > 1 && text[end - 1] == '\n' && text[end - 2] == '\r' ? "\r\n" : "\n";
 }
@@ -390,10 +390,11 @@ std::string InpEditor::Merge() {
       if (name.empty()) {
         name = names_.New(model_.scopes[scope].name + "-" + model_.placements[p].name);
         copies[p] = name;
+        const std::size_t part_end = model_.scopes[scope].end;
         const std::size_t behind =
-            std::find_if(text_.Blocks().begin(), text_.Blocks().end(), [&](const InpBlock& block) {
-              return block.begin == model_.scopes[scope].end;
-            })->data;
+            std::find_if(text_.Blocks().begin(), text_.Blocks().end(),
+                         [part_end](const InpBlock& block) { return block.begin == part_end; })
+                ->data;
         std::vector<InpEdit> edits = states_[p].edits;
         for (const InpParameter& parameter : text_.Parameters(head)) {
           if (parameter.name != "NAME") continue;

@@ -37,7 +37,7 @@ TEST(NastranNumbers, InEveryForm) {
     ASSERT_TRUE(DeckReal(text)) << text;
     EXPECT_DOUBLE_EQ(*DeckReal(text), value) << text;
   }
-  for (const char* text : {"", "x", "1.5x", "--1", "1.e", "+"})
+  for (const char* text : {"", "x", "1.5x", "--1", "1.e", "+", "+-5"})
     EXPECT_FALSE(DeckReal(text)) << text;
 }
 
