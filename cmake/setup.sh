@@ -3,7 +3,8 @@
 
 # What the library, the command line and the examples need.
 BUILD_PACKAGES=(g++ cmake ninja-build pkg-config lld rapidjson-dev libsqlite3-dev libfmt-dev
-                libcli11-dev libxxhash-dev libicu-dev libcurl4-openssl-dev libssl-dev)
+                libcli11-dev libxxhash-dev libicu-dev libcurl4-openssl-dev libssl-dev
+                libpugixml-dev zlib1g-dev liblz4-dev)
 # What the tests need on top.
 TEST_PACKAGES=(git libgtest-dev librapidcheck-dev libvalijson-dev clang libclang-rt-14-dev clang-format
                xz-utils mmdebstrap mount chromium python3-pytest python3-hypothesis python3-pip
@@ -15,7 +16,7 @@ COMPONENTS=(
   "QX_OCCT|CAD files|Open CASCADE|libocct-foundation-dev libocct-modeling-data-dev \
 libocct-modeling-algorithms-dev libocct-data-exchange-dev libocct-ocaf-dev libtbb-dev|"
   "QX_QT|selection lists on Qt widgets|Qt 6|qt6-base-dev|"
-  "QX_VIEWER|the viewer in the browser|npm, esbuild or cpp-httplib|libcpp-httplib-dev zlib1g-dev \
+  "QX_VIEWER|the viewer in the browser|npm, esbuild or cpp-httplib|libcpp-httplib-dev \
 esbuild $(command -v npm >/dev/null || echo npm)|main"  # npm's package drags in hundreds
   "QX_PYTHON|the Python package|pybind11|pybind11-dev python3-dev python3-numpy|"
 )

@@ -283,6 +283,8 @@ Outcome AddDeck(CQXDBSession& session, const Deck& deck, const std::string& file
   found.Append(added.losses);
   adder.SetSetKeys(added.set_keys);
   std::vector<tagTSetTag> tags = TagsOf(deck);
+  const std::vector<tagTSetTag>& others = deck.Of<tagTSetTag>();  // of other formats
+  tags.insert(tags.end(), others.begin(), others.end());
   const bool after = adder.Add(deck.Of<tagTMeshCsys>()) && adder.Add(deck.Of<tagTEcrd>()) &&
                      adder.Add(deck.Of<tagTE1DOffset>()) && adder.Add(deck.Of<tagTE1DRelease>()) &&
                      adder.Add(deck.Of<tagTE2DThick>()) && adder.Add(deck.Of<tagTE2DOffset>()) &&

@@ -10,7 +10,7 @@
 
 #include "exchange/msh/msh_format.h"
 #include "exchange/nastran/nas_format.h"
-#include "exchange/vtk/vtu_format.h"
+#include "exchange/vtk/vtk_formats.h"
 
 namespace qx::exchange {
 namespace {
@@ -82,7 +82,8 @@ bool HasExtension(const Format& format, const std::string& extension) {
 }  // namespace
 
 std::span<const Format> Formats() {
-  static const Format formats[] = {MshFormat(), NastranFormat(), VtuFormat()};
+  static const Format formats[] = {MshFormat(), NastranFormat(), PvtuFormat(), VtkFormat(),
+                                   VtuFormat()};
   return formats;
 }
 

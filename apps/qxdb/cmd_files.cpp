@@ -31,6 +31,7 @@ struct ImportOptions {
   std::string units;
   std::string format;
   std::vector<std::string> include_dirs;
+  std::vector<std::string> choices;
   bool strict = false;
   std::string report;
 };
@@ -112,6 +113,8 @@ Outcome ReadInto(CQXDBSession& session, const ImportOptions& options, bool is_ne
   }
   if (!found) return found.AsOutcome();
   format_name = (*found)->name;
+  const auto values = exchange::ParseOptionValues((*found)->read_options, options.choices);
+  if (!values) return values.AsOutcome();
   ProgressBar bar("Reading " + options.file);
   exchange::ImportOptions import;
   import.format = *found;
@@ -119,6 +122,7 @@ Outcome ReadInto(CQXDBSession& session, const ImportOptions& options, bool is_ne
   import.set_model_units = is_new;
   import.strict = options.strict;
   import.read.include_dirs = options.include_dirs;
+  import.read.values = *values;
   import.read.progress = [&](double done) { bar.Show(done);
 };
 return exchange::ImportFile(session, options.file, import, losses);
@@ -296,6 +300,8 @@ void AddImport(Command& app, Context& context) {
                "Units of the file's numbers, as mm or mm,N,t; untold those it names itself, or m");
   command->Add("--format", &options->format, "Format to read it as, whatever it looks like");
   command->Add("--include-dir", &options->include_dirs, "Folder that a deck may include files of")
+      .OneAtATime();
+  command->Add("--option", &options->choices, "Choice of the format, as points=merged")
       .OneAtATime();
   command->Add("--strict", &options->strict, "Refuse a file of which anything is lost or changed");
   command

@@ -4,95 +4,83 @@
 #include <fmt/format.h>
 #include <iterator>
 #include <limits>
+#include <sstream>
 
 #include "qx_db/platform/file.h"
 
 namespace qx::exchange {
 namespace {
 
-struct EncodingNames {
-  const char* format;    // of an array
-  const char* appended;  // encoding of the appended data; null when there is none
-};
+// What stands in the document for the values of an array; no markup can contain it.
+constexpr const char* kPlaceholder = "@";
 
-constexpr EncodingNames kNames[] = {
-    {"appended", "raw"}, {"appended", "base64"}, {"binary", nullptr}, {"ascii", nullptr}};
-
-const EncodingNames& NamesOf(VtuEncoding encoding) {
-  return kNames[static_cast<std::size_t>(encoding)];
+VtkCompression CompressionOf(const VtuForm& form) {
+  if (!form.IsPacked()) return VtkCompression::kNone;
+  return form.compression == VtuCompression::kLz4 ? VtkCompression::kLz4 : VtkCompression::kZlib;
 }
 
-bool IsBase64(VtuEncoding encoding) {
-  return encoding == VtuEncoding::kAppendedBase64 || encoding == VtuEncoding::kInlineBase64;
+std::uint64_t StoredSize(const DataArray& array, const VtuForm& form) {
+  const std::uint64_t bytes = sizeof(std::uint64_t) + array.Bytes();
+  return form.IsBase64() ? Base64Size(bytes) : bytes;
 }
 
-/// The length that stands before the bytes of a binary array.
-using ArrayHeader = std::uint64_t;
-
-std::uint64_t StoredSize(const DataArray& array, VtuEncoding encoding) {
-  const std::uint64_t bytes = sizeof(ArrayHeader) + array.Bytes();
-  return IsBase64(encoding) ? Base64Size(bytes) : bytes;
-}
-
-/// A text as the value of an attribute. Control characters, which XML 1.0 does not know, become
-/// question marks.
-std::string XmlText(const std::string& text) {
-  std::string out;
-  for (const char c : text) {
-    switch (c) {
-      case '&':
-        out += "&amp;";
-        break;
-      case '<':
-        out += "&lt;";
-        break;
-      case '>':
-        out += "&gt;";
-        break;
-      case '"':
-        out += "&quot;";
-        break;
-      default:
-        out += static_cast<unsigned char>(c) < 0x20 ? '?' : c;
-    }
-  }
-  return out;
+/// A name without control characters, which XML 1.0 does not know.
+std::string XmlName(std::string name) {
+  for (char& c : name) c = static_cast<unsigned char>(c) < 0x20 ? '?' : c;
+  return name;
 }
 
 class Writer {
  public:
-  Writer(const VtuContent& content, std::ostream& out, VtuEncoding encoding,
+  Writer(const VtuContent& content, std::ostream& out, const VtuForm& form,
          const Progress& progress)
-      : content_(content),
-        out_(out),
-        encoding_(encoding),
-        sink_(out, encoding, TotalValues(content), progress) {}
+      : content_(content), out_(out), form_(form), progress_(progress) {}
 
   void Write() {
-    constexpr bool kLittle = std::endian::native == std::endian::little;
-    Put("<?xml version=\"1.0\"?>\n"
-        "<VTKFile type=\"UnstructuredGrid\" version=\"1.0\" byte_order=\"{}\" "
-        "header_type=\"UInt64\">\n<UnstructuredGrid>\n"
-        "<Piece NumberOfPoints=\"{}\" NumberOfCells=\"{}\">\n",
-        kLittle ? "LittleEndian" : "BigEndian", content_.points, content_.cells);
-    for (const VtuContent::Section& section : content_.sections) {
-      Put("<{}>\n", section.name);
-      for (const DataArray& array : section.arrays) Declare(array);
-      Put("</{}>\n", section.name);
+    // How long packed arrays are is known when they are packed.
+    std::ostringstream packed;
+    std::vector<std::uint64_t> offsets;
+    if (form_.IsAppended() && form_.IsPacked()) {
+      ArraySink sink(packed, form_, TotalValues(), progress_);
+      std::uint64_t offset = 0;
+      ForEachArray([&](const DataArray& array) {
+        offsets.push_back(offset);
+        offset += PutValues(array, sink);
+      });
     }
-    Put("</Piece>\n</UnstructuredGrid>\n");
-    if (const char* encoding = NamesOf(encoding_).appended) {
-      Put("<AppendedData encoding=\"{}\">\n_", encoding);
-      ForEachArray([this](const DataArray& array) { PutValues(array); });
-      Put("\n</AppendedData>\n");
+    const std::string text = Document(offsets);
+    ArraySink sink(out_, form_, TotalValues(), progress_);
+    // The document, with the values of the arrays where they are awaited.
+    std::size_t at = 0;
+    const auto put_up_to = [&](std::string_view tag) {
+      const std::size_t place = text.find(kPlaceholder + std::string(tag), at);
+      out_ << std::string_view(text).substr(at, place - at);
+      at = place + 1;
+    };
+    if (form_.IsAppended()) {
+      put_up_to("</AppendedData>");
+      out_ << "\n_";
+      if (form_.IsPacked()) {
+        out_ << packed.view();
+      } else {
+        ForEachArray([&](const DataArray& array) { PutValues(array, sink); });
+      }
+      out_ << '\n';
+    } else {
+      ForEachArray([&](const DataArray& array) {
+        put_up_to("</DataArray>");
+        out_ << '\n';
+        PutValues(array, sink);
+        out_ << '\n';
+      });
     }
-    Put("</VTKFile>\n");
+    out_ << std::string_view(text).substr(at);
   }
 
  private:
-  static std::uint64_t TotalValues(const VtuContent& content) {
+  std::uint64_t TotalValues() const {
     std::uint64_t total = 0;
-    for (const VtuContent::Section& section : content.sections) {
+    for (const VtuContent::Section& section : content_.sections) {
       for (const DataArray& array : section.arrays) total += array.values;
     }
     return total;
@@ -105,54 +93,98 @@ class Writer {
     }
   }
 
-  template <class... Args>
-  void Put(fmt::format_string<Args...> text, Args&&... args) {
-    fmt::format_to(std::ostreambuf_iterator<char>(out_), text, std::forward<Args>(args)...);
-  }
-
-  void Declare(const DataArray& array) {
-    Put("<DataArray type=\"{}\" Name=\"{}\" NumberOfComponents=\"{}\" format=\"{}\"", array.type,
-        XmlText(array.name), array.components, NamesOf(encoding_).format);
-    if (NamesOf(encoding_).appended) {
-      Put(" offset=\"{}\"/>\n", offset_);
-      offset_ += StoredSize(array, encoding_);
-      return;
+  /// The file without values. `offsets` are those of packed arrays.
+  std::string Document(const std::vector<std::uint64_t>& offsets) {
+    pugi::xml_document document;
+    document.append_child(pugi::node_declaration).append_attribute("version") = "1.0";
+    content_.notes.Write(document);
+    pugi::xml_node root = document.append_child("VTKFile");
+    root.append_attribute("type") = "UnstructuredGrid";
+    root.append_attribute("version") = "1.0";
+    constexpr bool kLittle = std::endian::native == std::endian::little;
+    root.append_attribute("byte_order") = kLittle ? "LittleEndian" : "BigEndian";
+    root.append_attribute("header_type") = "UInt64";
+    if (form_.IsPacked()) {
+      root.append_attribute("compressor") = CompressionOf(form_) == VtkCompression::kLz4
+                                                ? "vtkLZ4DataCompressor"
+                                                : "vtkZLibDataCompressor";
     }
-    Put(">\n");
-    PutValues(array);
-    Put("\n</DataArray>\n");
+    pugi::xml_node grid = root.append_child("UnstructuredGrid");
+    if (content_.time) {
+      pugi::xml_node time = grid.append_child("FieldData").append_child("DataArray");
+      time.append_attribute("type") = "Float64";
+      time.append_attribute("Name") = "TimeValue";
+      time.append_attribute("NumberOfTuples") = 1;
+      time.append_attribute("format") = "ascii";
+      time.text() = fmt::format("{}", *content_.time).c_str();
+    }
+    pugi::xml_node piece = grid.append_child("Piece");
+    piece.append_attribute("NumberOfPoints") = std::to_string(content_.points).c_str();
+    piece.append_attribute("NumberOfCells") = std::to_string(content_.cells).c_str();
+    std::uint64_t offset = 0;
+    auto packed_offset = offsets.begin();
+    for (const VtuContent::Section& section : content_.sections) {
+      pugi::xml_node parent = piece.append_child(section.name);
+      for (const DataArray& array : section.arrays) {
+        Declare(parent, array, offsets.empty() ? offset : *packed_offset++);
+        offset += StoredSize(array, form_);
+      }
+    }
+    if (form_.IsAppended()) {
+      pugi::xml_node appended = root.append_child("AppendedData");
+      appended.append_attribute("encoding") = form_.IsBase64() ? "base64" : "raw";
+      appended.text() = kPlaceholder;
+    }
+    std::ostringstream text;
+    document.save(text, "");
+    return text.str();
   }
 
-  void PutValues(const DataArray& array) {
-    if (!sink_.Good()) return;
-    sink_.Begin(array.Bytes(), array.components > 1 ? array.components : 16);
-    array.fill(sink_);
-    sink_.End();
+  void Declare(pugi::xml_node parent, const DataArray& array, std::uint64_t offset) {
+    pugi::xml_node node = parent.append_child("DataArray");
+    node.append_attribute("type") = array.type;
+    node.append_attribute("Name") = XmlName(array.name).c_str();
+    node.append_attribute("NumberOfComponents") = array.components;
+    node.append_attribute("format") = form_.IsText()       ? "ascii"
+                                      : form_.IsAppended() ? "appended"
+                                                           : "binary";
+    if (form_.IsAppended()) {
+      node.append_attribute("offset") = std::to_string(offset).c_str();
+    } else {
+      node.text() = kPlaceholder;
+    }
+  }
+
+  static std::uint64_t PutValues(const DataArray& array, ArraySink& sink) {
+    if (!sink.Good()) return 0;
+    sink.Begin(array.Bytes(), array.components > 1 ? array.components : 16);
+    array.fill(sink);
+    return sink.End();
   }
 
   const VtuContent& content_;
   std::ostream& out_;
-  VtuEncoding encoding_;
-  ArraySink sink_;
-  std::uint64_t offset_ = 0;
+  VtuForm form_;
+  const Progress& progress_;
 };
 
 }  // namespace
 
 // ---- ArraySink ----------------------------------------------------------------------------------
 
-ArraySink::ArraySink(std::ostream& out, VtuEncoding encoding, std::uint64_t total,
+ArraySink::ArraySink(std::ostream& out, const VtuForm& form, std::uint64_t total,
                      const Progress& progress)
-    : out_(out), encoding_(encoding), total_(total), progress_(progress) {
+    : out_(out), form_(form), packer_(CompressionOf(form)), total_(total), progress_(progress) {
   if (!progress_) next_report_ = std::numeric_limits<std::uint64_t>::max();
 }
 
 void ArraySink::Begin(std::uint64_t bytes, int values_a_line) {
   values_a_line_ = values_a_line;
   in_line_ = 0;
-  if (encoding_ == VtuEncoding::kAscii) return;
-  const ArrayHeader header = bytes;
-  buffer_.append(reinterpret_cast<const char*>(&header), sizeof(header));
+  written_ = 0;
+  bytes_ = bytes;
+  if (form_.IsText() || form_.IsPacked()) return;
+  buffer_.append(reinterpret_cast<const char*>(&bytes), sizeof(bytes));
 }
 
 void ArraySink::PutText(double value) {
@@ -171,34 +203,69 @@ void ArraySink::EndTextValue() {
   if (full) in_line_ = 0;
 }
 
-void ArraySink::Flush() {
-  if (IsBase64(encoding_)) {
+/// Bytes into the file, by base64 where that is the file's encoding.
+void ArraySink::Write(std::string_view bytes) {
+  if (form_.IsBase64()) {
     encoded_.clear();
-    base64_.Add(buffer_, encoded_);
-    out_ << encoded_;
-  } else {
-    out_ << buffer_;
+    base64_.Add(bytes, encoded_);
+    bytes = encoded_;
   }
-  buffer_.clear();
+  out_ << bytes;
+  written_ += bytes.size();
+}
+
+void ArraySink::EndStream() {
+  if (!form_.IsBase64()) return;
+  encoded_.clear();
+  base64_.Finish(encoded_);
+  out_ << encoded_;
+  written_ += encoded_.size();
+}
+
+/// Packs the whole blocks that there are.
+void ArraySink::PackBlocks() {
+  std::string_view rest = buffer_;
+  while (rest.size() >= VtkPacker::kBlockBytes) {
+    packer_.AddBlock(rest.substr(0, VtkPacker::kBlockBytes));
+    rest.remove_prefix(VtkPacker::kBlockBytes);
+  }
+  buffer_.erase(0, buffer_.size() - rest.size());
+}
+
+void ArraySink::Flush() {
+  if (form_.IsPacked()) {
+    PackBlocks();
+  } else {
+    Write(buffer_);
+    buffer_.clear();
+  }
   if (count_ < next_report_) return;
   progress_(static_cast<double>(count_) / static_cast<double>(total_ + 1));
   next_report_ = count_ + total_ / 90 + 1;
 }
 
-void ArraySink::End() {
+std::uint64_t ArraySink::End() {
   Flush();
-  if (!IsBase64(encoding_)) return;
-  encoded_.clear();
-  base64_.Finish(encoded_);
-  out_ << encoded_;
+  if (form_.IsPacked()) {
+    if (!buffer_.empty()) packer_.AddBlock(buffer_);
+    buffer_.clear();
+    const VtkPacker::Packed packed = packer_.Take(bytes_);
+    // In base64 the header is a stream of its own.
+    Write({reinterpret_cast<const char*>(packed.header.data()),
+           packed.header.size() * sizeof(packed.header[0])});
+    EndStream();
+    Write(packed.blocks);
+  }
+  EndStream();
+  return written_;
 }
 
 // ---- the file -----------------------------------------------------------------------------------
 
-Outcome WriteVtuFile(const VtuContent& content, const std::string& path, VtuEncoding encoding,
+Outcome WriteVtuFile(const VtuContent& content, const std::string& path, const VtuForm& form,
                      const Progress& progress) {
-  Outcome outcome = WriteFileBy(
-      path, [&](std::ostream& out) { Writer(content, out, encoding, progress).Write(); });
+  Outcome outcome =
+      WriteFileBy(path, [&](std::ostream& out) { Writer(content, out, form, progress).Write(); });
   if (outcome && progress) progress(1.0);
   return outcome;
 }

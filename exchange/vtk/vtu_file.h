@@ -8,20 +8,35 @@
 #include <vector>
 
 #include "exchange/vtk/base64.h"
+#include "exchange/vtk/vtk_coding.h"
+#include "exchange/vtk/vtk_notes.h"
 #include "exchange/vtk/vtu_writer.h"
 
 namespace qx::exchange {
 
+/// How a file is stored.
+struct VtuForm {
+  VtuEncoding encoding = VtuEncoding::kAppendedBase64;
+  VtuCompression compression = VtuCompression::kNone;
+
+  bool IsText() const { return encoding == VtuEncoding::kAscii; }
+  bool IsBase64() const {
+    return encoding == VtuEncoding::kAppendedBase64 || encoding == VtuEncoding::kInlineBase64;
+  }
+  bool IsAppended() const { return encoding <= VtuEncoding::kAppendedBase64; }
+  bool IsPacked() const { return compression != VtuCompression::kNone && !IsText(); }
+};
+
 /// Takes the values of one array after another and writes them in the file's encoding.
 class ArraySink {
  public:
-  /// Neither is owned. `total` is the number of values to come, for the progress.
-  ArraySink(std::ostream& out, VtuEncoding encoding, std::uint64_t total, const Progress& progress);
+  /// None is owned. `total` is the number of values to come, for the progress.
+  ArraySink(std::ostream& out, const VtuForm& form, std::uint64_t total, const Progress& progress);
 
   void Begin(std::uint64_t bytes, int values_a_line);
   template <class T>
   void Put(T value) {
-    if (encoding_ == VtuEncoding::kAscii) {
+    if (form_.IsText()) {
       PutText(value);
     } else {
       const char* bytes = reinterpret_cast<const char*>(&value);
@@ -30,7 +45,8 @@ class ArraySink {
     ++count_;
     if (buffer_.size() >= kBufferSize) Flush();
   }
-  void End();
+  /// Ends the array and gives what it takes in the file, in bytes.
+  std::uint64_t End();
   /// False after a failed write: the rest need not be produced.
   bool Good() const { return out_.good(); }
 
@@ -43,13 +59,19 @@ class ArraySink {
   void PutText(std::uint8_t value) { PutText(std::int64_t{value}); }
   void EndTextValue();
   void Flush();
+  void PackBlocks();
+  void Write(std::string_view bytes);
+  void EndStream();
 
   std::ostream& out_;
-  VtuEncoding encoding_;
+  VtuForm form_;
+  VtkPacker packer_;
   std::uint64_t total_;
   const Progress& progress_;
   std::uint64_t count_ = 0;
   std::uint64_t next_report_ = 0;
+  std::uint64_t written_ = 0;  // of this array, as all below
+  std::uint64_t bytes_ = 0;
   int values_a_line_ = 1;
   int in_line_ = 0;
   std::string buffer_;
@@ -91,10 +113,12 @@ struct VtuContent {
   std::uint64_t points = 0;
   std::uint64_t cells = 0;
   std::vector<Section> sections;
+  std::optional<double> time;  ///< of the fields, when it is one
+  VtkNotes notes;
 };
 
 /// Writes a whole file. Failure names the path, which then holds what it held before.
-Outcome WriteVtuFile(const VtuContent& content, const std::string& path, VtuEncoding encoding,
+Outcome WriteVtuFile(const VtuContent& content, const std::string& path, const VtuForm& form,
                      const Progress& progress);
 
 }  // namespace qx::exchange

@@ -1,7 +1,9 @@
 #include "exchange/vtk/vtu_writer.h"
 
 #include <algorithm>
+#include <cmath>
 #include <fmt/format.h>
+#include <limits>
 #include <map>
 #include <set>
 
@@ -9,43 +11,15 @@
 #include "qx_db/record/element_types.h"
 #include "qx_db/record/verbs.h"
 
-#include "exchange/mesh.h"
+#include "exchange/deck.h"
+#include "exchange/vtk/vtk_kinds.h"
 #include "exchange/vtk/vtu_file.h"
+#include "host/records.h"
 
 namespace qx::exchange {
 namespace {
 
-/// How VTK knows an element type: its cell type, and the place in our node list of each node of
-/// VTK's; null for the same order.
-struct VtkKind {
-  std::uint8_t cell_type;
-  const std::int8_t* order = nullptr;
-};
-
-// VTK's wedges have their first triangle facing outward, ours inward.
-constexpr std::int8_t kWedge6Order[] = {0, 2, 1, 3, 5, 4};
-constexpr std::int8_t kWedge15Order[] = {0, 2, 1, 3, 5, 4, 8, 7, 6, 11, 10, 9, 12, 14, 13};
-
-// By element type code, from 1.
-constexpr VtkKind kVtkKinds[] = {
-    {1},  // point
-    {3},
-    {21},  // lines
-    {5},
-    {22},  // triangles
-    {9},
-    {23},  // quadrilaterals
-    {10},
-    {24},  // tetrahedra
-    {14},
-    {27},  // pyramids
-    {13, kWedge6Order},
-    {26, kWedge15Order},
-    {12},
-    {25},  // hexahedra
-};
-
-const VtkKind& KindOf(std::int32_t code) { return kVtkKinds[code - 1]; }
+bool IsMissing(ITR itr) { return itr == 0 || KeyedSetBase::IsRemoved(itr); }
 
 /// The nodes and elements of a model as points and cells.
 class Grid {
@@ -85,7 +59,7 @@ class Grid {
     return MakeArray<std::int64_t>("connectivity", 1, connectivity_, [this](ArraySink& sink) {
       for (const Cell& cell : cells_) {
         const tagTElem& element = *cell.element;
-        const std::int8_t* order = KindOf(element.type).order;
+        const std::int8_t* order = VtkCellOf(element.type).order;
         for (std::int32_t i = 0; i < element.nodes.GetSize(); ++i) {
           const ITR node = element.nodes[order ? order[i] : i];
           sink.Put(std::int64_t{nodes_.GetParamIdx(node)});
@@ -110,12 +84,40 @@ class Grid {
     return MakeArray<std::uint8_t>(std::move(name), 1, Cells(), [this, &elements](ArraySink& sink) {
       std::vector<std::uint8_t> is_member(cells_.size() + 1);  // the last for what is no cell
       for (const ITR element : elements) {
-        if (element == 0 || KeyedSetBase::IsRemoved(element)) continue;
+        if (IsMissing(element)) continue;
         is_member[std::min<std::size_t>(elements_.GetParamIdx(element), cells_.size())] = 1;
       }
       for (std::size_t i = 0; i < cells_.size(); ++i) sink.Put(is_member[i]);
     });
   }
+  /// Nodes of a set besides those of its elements; `count` is told their number.
+  DataArray OwnNodes(std::string name, const tagTMset& set, std::size_t& count) const {
+    ItemMarks told(nodes_);
+    for (const ITR element : set.elements) {
+      if (IsMissing(element)) continue;
+      const TArray<ITR>& nodes = elements_.GetAtNU(element).nodes;
+      told.Add({nodes.data(), nodes.size()});
+    }
+    std::vector<std::uint32_t> own;
+    for (const ITR node : set.nodes) {
+      if (!IsMissing(node) && told.Insert(node)) own.push_back(nodes_.GetParamIdx(node));
+    }
+    count = own.size();
+    return MakeArray<std::uint8_t>(std::move(name), 1, Points(), [this, own](ArraySink& sink) {
+      std::vector<std::uint8_t> is_member(Points());
+      for (const std::uint32_t node : own) is_member[node] = 1;
+      for (const std::uint8_t flag : is_member) sink.Put(flag);
+    });
+  }
+  /// The place of a field's target among the points or cells; kNowhere for one that is not there.
+  static constexpr std::size_t kNowhere = ~std::size_t{0};
+  std::size_t PlaceOf(ITR target, bool of_points) const {
+    if (IsMissing(target)) return kNowhere;
+    if (of_points) return nodes_.GetParamIdx(target);
+    const std::size_t cell = elements_.GetParamIdx(target);
+    return cell < cells_.size() ? cell : kNowhere;
+  }
+  std::size_t Targets(bool of_points) const { return of_points ? Points() : Cells(); }
   DataArray Values(std::string name, const std::vector<double>& values) const {
     return MakeArray<double>(std::move(name), 1, Cells(), [this, &values](ArraySink& sink) {
       for (const Cell& cell : cells_) sink.Put(values[cell.position]);
@@ -145,9 +147,8 @@ class Grid {
       ++other_types_[element.type];
       return;
     }
-    const auto missing = [](ITR node) { return node == 0 || KeyedSetBase::IsRemoved(node); };
     if (element.nodes.GetSize() != type->nodes ||
-        std::any_of(element.nodes.begin(), element.nodes.end(), missing)) {
+        std::any_of(element.nodes.begin(), element.nodes.end(), IsMissing)) {
       ++incomplete_;
       return;
     }
@@ -180,35 +181,169 @@ class ArrayNames {
   }
 
  private:
-  std::set<std::string> taken_{"element_key", "element_type", "property_key"};
+  std::set<std::string> taken_{"node_key", "element_key", "element_type", "property_key"};
 };
 
-std::vector<DataArray> CellArrays(const Grid& grid, const CQXDBSession& session,
-                                  const std::vector<CellData>& extra) {
-  std::vector<DataArray> arrays;
-  arrays.push_back(
-      grid.OfElements<std::int32_t>("element_key", [](const tagTElem& e) { return e.key; }));
-  arrays.push_back(
-      grid.OfElements<std::int32_t>("element_type", [](const tagTElem& e) { return e.type; }));
-  arrays.push_back(grid.OfElements<std::int32_t>(
-      "property_key", [](const tagTElem& e) { return KeyOf(e.property); }));
-  ArrayNames names;
-  const auto add_sets = [&](const auto* sets, ITR left_out) {
-    for (ITR at = sets ? sets->GetHeadPosition() : 0; at; sets->Next(at)) {
-      const auto& set = sets->GetAtNU(at);
-      if (at == left_out && set.elements.IsEmpty()) continue;
-      const std::string tail = fmt::format("(set {})", set.key);
-      arrays.push_back(grid.Members(names.Unique(Utf8(set.name.View()), tail), set.elements));
+/// Puts together what is in the file.
+class Contents {
+ public:
+  Contents(const Grid& grid, const CQXDBSession& session, LossReport& report)
+      : grid_(grid), session_(session), report_(report) {}
+
+  VtuContent Make(const std::vector<CellData>& extra) {
+    content_.points = grid_.Points();
+    content_.cells = grid_.Cells();
+    points_.push_back(grid_.NodeKeys());
+    cells_.push_back(
+        grid_.OfElements<std::int32_t>("element_key", [](const tagTElem& e) { return e.key; }));
+    cells_.push_back(
+        grid_.OfElements<std::int32_t>("element_type", [](const tagTElem& e) { return e.type; }));
+    cells_.push_back(grid_.OfElements<std::int32_t>(
+        "property_key", [](const tagTElem& e) { return KeyOf(e.property); }));
+    AddSets();
+    AddFields();
+    for (const CellData& data : extra) {
+      cells_.push_back(grid_.Values(names_.Unique(data.name, "(value)"), data.values));
     }
-  };
-  const auto* mesh_sets = session.GetPool<DPoolMset>(code::kMset);
-  add_sets(mesh_sets, mesh_sets ? mesh_sets->DefaultItr() : 0);
-  add_sets(session.GetPool<DPoolActiveElemSet>(code::kActiveElemSet), 0);
-  for (const CellData& data : extra) {
-    arrays.push_back(grid.Values(names.Unique(data.name, "(value)"), data.values));
+    content_.notes.units = session_.Units().Current();
+    content_.sections.push_back({"PointData", std::move(points_)});
+    content_.sections.push_back({"CellData", std::move(cells_)});
+    content_.sections.push_back({"Points", {grid_.Coordinates()}});
+    content_.sections.push_back({"Cells",
+                                 {grid_.Connectivity(), grid_.Offsets(),
+                                  grid_.OfElements<std::uint8_t>("types", [](const tagTElem& e) {
+                                    return VtkCellOf(e.type).number;
+                                  })}});
+    return std::move(content_);
   }
-  return arrays;
-}
+
+ private:
+  template <class T, class Visit>
+  void ForEachOf(Visit&& visit) {
+    host::ForEach<T>(const_cast<CQXDBSession*>(&session_), [&](ITR at, const T& record) {
+      visit(at, record);
+      return true;
+    });
+  }
+
+  void AddSets() {
+    const auto* pool = session_.GetPool<DPoolMset>(code::kMset);
+    const ITR by_default = pool ? pool->DefaultItr() : 0;
+    ForEachOf<tagTMset>([&](ITR at, const tagTMset& set) {
+      if (at == by_default && set.elements.IsEmpty() && set.nodes.IsEmpty()) return;
+      const std::string name = Utf8(set.name.View());
+      const std::string array = names_.Unique(name, fmt::format("(set {})", set.key));
+      cells_.push_back(grid_.Members(array, set.elements));
+      std::size_t own = 0;
+      DataArray nodes = grid_.OwnNodes(array, set, own);
+      if (own > 0) points_.push_back(std::move(nodes));
+      content_.notes.sets.push_back({array, name, set.key, set.parent_key, set.color});
+    });
+    ForEachOf<tagTActiveElemSet>([&](ITR, const tagTActiveElemSet& set) {
+      const std::string tail = fmt::format("(set {})", set.key);
+      cells_.push_back(grid_.Members(names_.Unique(Utf8(set.name.View()), tail), set.elements));
+    });
+    ForEachOf<tagTSetTag>([&](ITR, const tagTSetTag& from) {
+      if (IsMissing(from.set)) return;
+      VtkNotes::Tag tag{KeyOf(from.set),
+                        Utf8(from.format.View()),
+                        {from.kind, from.dimension, from.tag, from.named != 0, {}}};
+      for (const tagTElemSide& side : from.sides) {
+        if (!IsMissing(side.element)) tag.tag.sides.emplace_back(KeyOf(side.element), side.side);
+      }
+      content_.notes.tags.push_back(std::move(tag));
+    });
+  }
+
+  void AddFields() {
+    std::set<double> times;
+    ForEachOf<tagTField>([&](ITR, const tagTField& field) {
+      const std::string name = Utf8(field.name.View());
+      if (field.place == tagTField::kElementNodes || field.components < 1) {
+        report_.Lost(field.components < 1 ? "fields whose values have no fixed number"
+                                          : "fields by node of each element",
+                     1, name, "the format has values of points and cells only");
+        return;
+      }
+      const bool of_points = field.place == tagTField::kNodes;
+      const std::size_t found = of_points ? CountTargets(field, field.node_values, true)
+                                          : CountTargets(field, field.element_values, false);
+      const bool is_partial = found < grid_.Targets(of_points);
+      const std::string array = names_.Unique(name, fmt::format("(field {})", field.key));
+      (of_points ? points_ : cells_).push_back(ArrayOf(field, array, of_points, is_partial));
+      content_.notes.fields.push_back({array, of_points, name, field.category, field.integers,
+                                       field.step, field.time, is_partial});
+      times.insert(field.time);
+    });
+    if (times.size() == 1 && *times.begin() != 0) content_.time = *times.begin();
+  }
+
+  /// How many points or cells have all their values; tells of values of others.
+  template <class List>
+  std::size_t CountTargets(const tagTField& field, const List& values, bool of_points) {
+    std::uint64_t lost = 0;
+    std::size_t found = 0;
+    for (const auto& value : values) {
+      const bool is_there = grid_.PlaceOf(value.target, of_points) != Grid::kNowhere;
+      found += is_there;
+      lost += !is_there;
+    }
+    report_.Lost("values of elements that are not in the file", lost, Utf8(field.name.View()));
+    return found / static_cast<std::size_t>(field.components);
+  }
+
+  DataArray ArrayOf(const tagTField& field, const std::string& name, bool of_points,
+                    bool is_partial) {
+    const auto width = static_cast<std::size_t>(field.components);
+    const std::size_t count = grid_.Targets(of_points) * width;
+    // Gathered when they are written, so that one field at a time is in memory.
+    const auto gather = [this, &field, of_points, count, width] {
+      std::vector<double> values(count, std::numeric_limits<double>::quiet_NaN());
+      tagTField in_current = field;
+      in_current.ConvertUnitOut(&session_.Units());
+      const auto scatter = [&](const auto& list) {
+        std::size_t component = 0;
+        ITR last = 0;
+        for (const auto& value : list) {
+          component = value.target == last ? component + 1 : 0;
+          last = value.target;
+          const std::size_t place = grid_.PlaceOf(value.target, of_points);
+          if (place != Grid::kNowhere && component < width) {
+            values[place * width + component] = value.value;
+          }
+        }
+      };
+      if (of_points) {
+        scatter(in_current.node_values);
+      } else {
+        scatter(in_current.element_values);
+      }
+      return values;
+    };
+    const auto all_whole = [](const auto& list) {
+      return std::all_of(list.begin(), list.end(), [](const auto& entry) {
+        return std::abs(entry.value) < 9e18 && std::nearbyint(entry.value) == entry.value;
+      });
+    };
+    if (field.integers && !is_partial && all_whole(field.node_values) &&
+        all_whole(field.element_values)) {
+      return MakeArray<std::int64_t>(name, field.components, count, [gather](ArraySink& sink) {
+        for (const double value : gather()) sink.Put(static_cast<std::int64_t>(value));
+      });
+    }
+    return MakeArray<double>(name, field.components, count, [gather](ArraySink& sink) {
+      for (const double value : gather()) sink.Put(value);
+    });
+  }
+
+  const Grid& grid_;
+  const CQXDBSession& session_;
+  LossReport& report_;
+  ArrayNames names_;
+  std::vector<DataArray> points_;
+  std::vector<DataArray> cells_;
+  VtuContent content_;
+};
 
 Outcome CheckExtra(const std::vector<CellData>& extra, std::size_t elements,
                    const std::string& path) {
@@ -224,23 +359,24 @@ Outcome CheckExtra(const std::vector<CellData>& extra, std::size_t elements,
 }  // namespace
 
 Outcome WriteVtu(const CQXDBSession& session, const std::string& path, VtuEncoding encoding,
-                 const std::vector<CellData>& extra, LossReport* report, const Progress& progress) {
+                 const std::vector<CellData>& extra, LossReport* report, const Progress& progress,
+                 VtuCompression compression) {
   if (Outcome fits = CheckCanBeWritten(session, path); !fits) return fits;
   const auto element_count = static_cast<std::size_t>(session.GetDataPool(code::kElem)->GetSize());
   if (Outcome fits = CheckExtra(extra, element_count, path); !fits) return fits;
 
   const Grid grid(session);
-  VtuContent content{grid.Points(), grid.Cells(), {}};
-  content.sections.push_back({"PointData", {grid.NodeKeys()}});
-  content.sections.push_back({"CellData", CellArrays(grid, session, extra)});
-  content.sections.push_back({"Points", {grid.Coordinates()}});
-  content.sections.push_back({"Cells",
-                              {grid.Connectivity(), grid.Offsets(),
-                               grid.OfElements<std::uint8_t>("types", [](const tagTElem& e) {
-                                 return KindOf(e.type).cell_type;
-                               })}});
-  if (Outcome written = WriteVtuFile(content, path, encoding, progress); !written) return written;
-  if (report) grid.FillReport(*report);
+  LossReport found;
+  grid.FillReport(found);
+  Contents contents(grid, session, found);
+  const VtuContent content = contents.Make(extra);
+  if (Outcome written = WriteVtuFile(content, path, {encoding, compression}, progress); !written) {
+    return written;
+  }
+  constexpr std::uint16_t kWritten[] = {code::kNode,          code::kElem,   code::kMset,
+                                        code::kActiveElemSet, code::kSetTag, code::kField};
+  ReportUnwritten(session, kWritten, found);
+  if (report) report->Append(found);
   return {};
 }
 

@@ -1,4 +1,4 @@
-// Real MSH files against totals that were computed independently.
+// Real files against totals that were computed independently.
 
 #include "../corpus.h"
 
@@ -10,6 +10,7 @@
 
 #include "qx_db/gateway/document.h"
 
+#include "exchange/format.h"
 #include "exchange/msh/msh_reader.h"
 #include "mesh_measure.h"
 
@@ -22,9 +23,13 @@ struct KindName {
   std::int32_t code;
 };
 constexpr KindName kKindNames[] = {
-    {"vertex", 1}, {"line", 2},    {"gmsh8", 3},       {"triangle", 4},      {"triangle6", 5},
-    {"quad", 6},   {"quad8", 7},   {"quad9", 7},       {"tetra", 8},         {"tetra10", 9},
-    {"wedge", 12}, {"gmsh13", 13}, {"hexahedron", 14}, {"hexahedron20", 15},
+    {"vertex", 1},      {"line", 2},          {"gmsh8", 3},
+    {"triangle", 4},    {"triangle6", 5},     {"quad", 6},
+    {"quad8", 7},       {"quad9", 7},         {"tetra", 8},
+    {"tetra10", 9},     {"wedge", 12},        {"gmsh13", 13},
+    {"hexahedron", 14}, {"hexahedron20", 15}, {"pixel", 6},
+    {"pyramid", 10},    {"pyramid13", 11},    {"other:pyramid13(13)", 11},
+    {"wedge15", 13},
 };
 
 struct Totals {
@@ -57,22 +62,55 @@ std::map<std::int32_t, Totals> Measure(const Mesh& mesh) {
   return totals;
 }
 
-void ExpectTotals(const Totals& found, const dbgateway::Field& expected, std::int32_t code) {
+/// `turned`: the totals are those of elements whose nodes the file lists the other way round.
+void ExpectTotals(const Totals& found, const dbgateway::Field& expected, std::int32_t code,
+                  bool turned) {
   EXPECT_EQ(found.count, expected.Member("count").Integer());
+  const double sign = turned ? -1 : 1;
+  if (code == element::kPyramid5 || code == element::kPyramid13) return;  // not measured
   const char* names[] = {"", "total_length", "total_area", "total_volume"};
   const int dimension = FindElementType(code)->dimension;
   const bool curved = dimension == 2 && code != element::kTri3;
   const double tolerance = curved ? 1e-6 : 1e-9;
   if (const dbgateway::Field total = expected.Member(names[dimension])) {
-    EXPECT_NEAR(found.size / total.Real(), 1, tolerance);
+    EXPECT_NEAR(sign * found.size / total.Real(), 1, tolerance);
   }
   // Single sizes are differences of coordinates, whose own rounding weighs more in them.
   if (const dbgateway::Field least = expected.Member("min")) {
-    EXPECT_NEAR(found.least / least.Real(), 1, 1e-6);
-    EXPECT_NEAR(found.most / expected.Member("max").Real(), 1, 1e-6);
+    EXPECT_NEAR(sign * (turned ? found.most : found.least) / least.Real(), 1, 1e-6);
+    EXPECT_NEAR(sign * (turned ? found.least : found.most) / expected.Member("max").Real(), 1,
+                1e-6);
   }
   if (const dbgateway::Field negative = expected.Member("negative")) {
-    EXPECT_EQ(found.negative, negative.Integer());
+    EXPECT_EQ(turned ? found.count - found.negative : found.negative, negative.Integer());
+  }
+}
+
+/// Fields are as many as the totals tell of, with the ranges that they tell.
+void ExpectFields(const Deck& deck, const dbgateway::Record& expected) {
+  for (const char* kind : {"point_arrays", "cell_arrays"}) {
+    const dbgateway::Field arrays = expected.Find(kind);
+    if (!arrays) continue;
+    std::size_t count = 0;
+    for (const tagTField& field : deck.Of<tagTField>()) {
+      if ((field.place == tagTField::kNodes) != (kind[0] == 'p')) continue;
+      ++count;
+      const dbgateway::Field array = arrays.Member(Utf8(field.name.View()));
+      ASSERT_TRUE(array);
+      EXPECT_EQ(field.components, array.Member("components").Integer());
+      double least = INFINITY, most = -INFINITY;
+      const auto widen = [&](const auto& values) {
+        for (const auto& entry : values) {
+          least = std::min(least, entry.value);
+          most = std::max(most, entry.value);
+        }
+      };
+      widen(field.node_values);
+      widen(field.element_values);
+      EXPECT_EQ(least, array.Member("range").At(0).Real());
+      EXPECT_EQ(most, array.Member("range").At(1).Real());
+    }
+    EXPECT_EQ(count, arrays.Size());
   }
 }
 
@@ -83,16 +121,25 @@ std::string Unpacked(const std::string& path) {
   return std::system(command.c_str()) == 0 ? to : "";
 }
 
-class MshCorpus : public testing::TestWithParam<const char*> {};
-INSTANTIATE_TEST_SUITE_P(All, MshCorpus,
-                         testing::Values("adapter.msh", "bimetal.msh", "box.msh", "compass.msh",
-                                         "couette-flow.msh", "cylinder_prism.msh", "demo.msh",
-                                         "floquet_lumped.msh", "grid_in_msh_01.3da.v4.msh",
-                                         "quadhex_serendipity1.msh", "triangular-aerofoil.msh.xz"),
-                         [](const auto& test) { return sample::TestName(test.param); });
+class Corpus : public testing::TestWithParam<const char*> {};
+INSTANTIATE_TEST_SUITE_P(
+    All, Corpus,
+    testing::Values("gmsh/adapter.msh", "gmsh/bimetal.msh", "gmsh/box.msh", "gmsh/compass.msh",
+                    "gmsh/couette-flow.msh", "gmsh/cylinder_prism.msh", "gmsh/demo.msh",
+                    "gmsh/floquet_lumped.msh", "gmsh/grid_in_msh_01.3da.v4.msh",
+                    "gmsh/quadhex_serendipity1.msh", "gmsh/triangular-aerofoil.msh.xz",
+                    "vtk/qualityEx.vtk", "vtk/QuadraticPyramid.vtu", "vtk/QuadraticWedge.vtu",
+                    "vtk/AngularSector.vtk", "vtk/beam_w14.vtk",
+                    "vtk/celldata_appended_binary_compressed.vtu",
+                    "vtk/celldata_appended_binary_uncompressed.vtu", "vtk/QuadraticTetra.vtu",
+                    "vtk/box_hybrid_mesh.vtu", "vtk/post.vtk", "vtk/made/AngularSector_lz4.vtu",
+                    "vtk/made/AngularSector.pvtu", "exodus/four.e", "exodus/four-p.e",
+                    "exodus/turbine.e", "exodus/brick.e", "exodus/2block1.g",
+                    "exodus/four-sidesets.e"),
+    [](const auto& test) { return sample::TestName(test.param); });
 
-TEST_P(MshCorpus, HasTheExpectedTotals) {
-  const std::string name = std::string("gmsh/") + GetParam();
+TEST_P(Corpus, HasTheExpectedTotals) {
+  const std::string name = GetParam();
   QX_REQUIRE_CORPUS(totals_path, "expected/mesh_totals.json");
   QX_REQUIRE_CORPUS(packed_path, name);
   const bool is_packed = name.ends_with(".xz");
@@ -108,7 +155,10 @@ TEST_P(MshCorpus, HasTheExpectedTotals) {
       });
   ASSERT_FALSE(expected.IsDetached());
 
-  const Result<Deck> mesh = ReadMsh(path);
+  const auto format = FormatToRead(path);
+  if (!format) GTEST_SKIP() << format.Error().Line();
+  std::vector<Failure> faults;
+  const Result<Deck> mesh = (*format)->read(path, {}, faults);
   ASSERT_TRUE(mesh) << mesh.AsOutcome().Line();
   EXPECT_EQ(mesh->node_keys.size(),
             static_cast<std::size_t>(expected.Find("num_points").Integer()));
@@ -131,10 +181,12 @@ TEST_P(MshCorpus, HasTheExpectedTotals) {
     ++kinds;
     SCOPED_TRACE(kind.name);
     ASSERT_TRUE(found.contains(kind.code));
-    ExpectTotals(found.at(kind.code), totals, kind.code);
+    const bool is_wedge = kind.code == element::kWedge6 || kind.code == element::kWedge15;
+    ExpectTotals(found.at(kind.code), totals, kind.code, is_wedge && name.starts_with("vtk/"));
   }
   EXPECT_EQ(kinds, elements.Size()) << "every kind of the totals is compared";
   EXPECT_EQ(kinds, found.size()) << "no other kind was read";
+  ExpectFields(*mesh, expected);
   if (is_packed) std::filesystem::remove(path);
 }
 

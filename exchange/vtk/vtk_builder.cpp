@@ -1,0 +1,551 @@
+#include "exchange/vtk/vtk_builder.h"
+
+#include <algorithm>
+#include <bit>
+#include <cmath>
+#include <fmt/format.h>
+#include <set>
+#include <unordered_set>
+
+#include "qx_db/record/element_types.h"
+
+#include "exchange/key_set.h"
+
+namespace qx::exchange {
+namespace {
+
+constexpr double kLargestWhole = 9007199254740992;  // 2^53: beyond it doubles leave some out
+
+Failure Fault(const std::string& file, const VtkPiece& piece, std::string where, std::string what) {
+  if (!piece.place.empty()) where = piece.place + (where.empty() ? "" : ", ") + where;
+  return {file, std::move(where), std::move(what), "write the file again"};
+}
+
+std::vector<double> Reals(const VtkArray& array, std::uint64_t& rounded) {
+  std::vector<double> values(array.Count());
+  double* to = values.data();
+  array.ForEach([&](auto value) {
+    *to = static_cast<double>(value);
+    if constexpr (sizeof(value) == 8 && std::is_integral_v<decltype(value)>) {
+      rounded += std::abs(*to) > kLargestWhole;
+    }
+    ++to;
+  });
+  return values;
+}
+
+bool IsGhostArray(const VtkArray& array) {
+  return array.components == 1 && (array.name == "vtkGhostType" || array.name == "vtkGhostLevels");
+}
+
+void SetName(tagTField& field, const std::string& name, LossReport& report) {
+  field.name.Set(Utf16(name));
+  const std::string kept = Utf8(field.name.View());
+  if (kept != name) {
+    report.Changed("names of fields were cut", 1, fmt::format("\"{}\", now \"{}\"", name, kept));
+  }
+}
+
+}  // namespace
+
+std::size_t VtkBuilder::PlaceHash::operator()(const Place& place) const {
+  std::uint64_t hash = 0;
+  for (const std::uint64_t bits : place.bits) {
+    hash = (std::rotl(hash, 29) ^ bits) * 0x9E3779B97F4A7C15;  // Knuth's multiplicative hashing
+  }
+  return static_cast<std::size_t>(hash ^ hash >> 32);
+}
+
+Outcome VtkBuilder::Add(VtkPiece piece, const std::string& file) {
+  ++piece_;
+  if (piece.points + deck_.node_keys.size() > KeyedSetBase::kParamMask ||
+      piece.cells + deck_.elements.size() > KeyedSetBase::kParamMask) {
+    return Fault(file, piece, "", "it has more points or cells than a model can hold");
+  }
+  if (Outcome points = AddPoints(piece, file); !points) return points;
+  if (Outcome cells = AddCells(piece, file); !cells) return cells;
+  for (const VtkArray& array : piece.point_data) AddData(array, true);
+  for (const VtkArray& array : piece.cell_data) AddData(array, false);
+  return {};
+}
+
+// ---- the mesh -----------------------------------------------------------------------------------
+
+Outcome VtkBuilder::AddPoints(const VtkPiece& piece, const std::string& file) {
+  std::vector<double>& all = deck_.coordinates;
+  const std::size_t base = all.size();
+  all.resize(base + piece.coordinates.Count());
+  double* to = all.data() + base;
+  piece.coordinates.ForEach([&](auto value) { *to++ = static_cast<double>(value); });
+  const auto bad = std::find_if(all.begin() + static_cast<std::ptrdiff_t>(base), all.end(),
+                                [](double x) { return !std::isfinite(x); });
+  if (bad != all.end()) {
+    const auto at = static_cast<std::size_t>(bad - all.begin()) - base;
+    return Fault(file, piece, fmt::format("point {}", at / 3),
+                 "a coordinate is not a finite number");
+  }
+  point_keys_.resize(piece.points);
+  is_repeated_.clear();
+  Key next = static_cast<Key>(deck_.node_keys.size());
+  if (pieces_ < 2) {
+    for (Key& key : point_keys_) key = ++next;
+  } else {
+    const auto place_of = [&](std::size_t i) {
+      Place place;
+      for (std::size_t d = 0; d < 3; ++d) {
+        place.bits[d] = std::bit_cast<std::uint64_t>(all[base + 3 * i + d] + 0.0);  // -0 is 0
+      }
+      return place;
+    };
+    std::unordered_map<Place, std::uint32_t, PlaceHash> here;
+    here.reserve(piece.points);
+    for (std::size_t i = 0; i < piece.points; ++i) ++here[place_of(i)];
+    is_repeated_.assign(piece.points, false);
+    std::size_t kept = base;
+    for (std::size_t i = 0; i < piece.points; ++i) {
+      const Place place = place_of(i);
+      const bool is_double = here[place] > 1;
+      const auto [there, is_new] =
+          places_.try_emplace(place, Occupant{next + 1, piece_, is_double});
+      // Where a piece has two points at one place they are to be apart: a crack, a contact.
+      const bool is_shared =
+          !is_new && !is_double && !there->second.is_double && there->second.piece != piece_;
+      shared_ += is_shared;
+      doubles_ += !is_new && !is_shared && there->second.piece != piece_;
+      if (is_shared && merge_) {
+        is_repeated_[i] = true;
+        point_keys_[i] = there->second.key;
+        continue;
+      }
+      point_keys_[i] = ++next;
+      std::copy_n(all.begin() + static_cast<std::ptrdiff_t>(base + 3 * i), 3,
+                  all.begin() + static_cast<std::ptrdiff_t>(kept));
+      kept += 3;
+    }
+    all.resize(kept);
+  }
+  deck_.node_keys.reserve(static_cast<std::size_t>(next));
+  for (Key key = static_cast<Key>(deck_.node_keys.size()) + 1; key <= next; ++key) {
+    deck_.node_keys.push_back(key);
+  }
+  return {};
+}
+
+Outcome VtkBuilder::AddCells(const VtkPiece& piece, const std::string& file) {
+  const std::vector<std::int64_t> types = piece.types.Integers();
+  const std::vector<std::int64_t> offsets = piece.offsets.Integers();
+  std::vector<Key> nodes(piece.connectivity.Count());
+  std::size_t wrong = nodes.size();
+  Key* to = nodes.data();
+  piece.connectivity.ForEach([&](auto value) {
+    const auto index = static_cast<std::uint64_t>(static_cast<std::int64_t>(value));
+    if (index < piece.points) {
+      *to = point_keys_[index];
+    } else {
+      wrong = std::min(wrong, static_cast<std::size_t>(to - nodes.data()));
+    }
+    ++to;
+  });
+  if (wrong < nodes.size()) {
+    const auto cell =
+        std::upper_bound(offsets.begin(), offsets.end(), static_cast<std::int64_t>(wrong)) -
+        offsets.begin();
+    return Fault(file, piece, fmt::format("cell {}", cell),
+                 fmt::format("it names a point that is none of the {}", piece.points));
+  }
+  std::vector<std::int64_t> ghosts;
+  std::int64_t ghost_bits = 1;  // a cell that another piece has, too
+  for (const VtkArray& array : piece.cell_data) {
+    if (pieces_ < 2 || !IsGhostArray(array)) continue;
+    ghosts = array.Integers();
+    if (array.name == "vtkGhostLevels") ghost_bits = -1;
+  }
+
+  first_element_ = deck_.elements.size();
+  cell_of_.clear();
+  deck_.elements.reserve(first_element_ + piece.cells);
+  deck_.connectivity.reserve(deck_.connectivity.size() + nodes.size());
+  std::int64_t begin = 0;
+  std::int64_t last_type = -1;
+  std::size_t last_count = 0;
+  std::optional<VtkKind> kind;
+  for (std::size_t cell = 0; cell < piece.cells; ++cell) {
+    const std::int64_t end = offsets[cell];
+    if (end < begin || end > static_cast<std::int64_t>(nodes.size())) {
+      return Fault(file, piece, fmt::format("cell {}", cell),
+                   fmt::format("its offset {} is not between {} and {}", end, begin, nodes.size()));
+    }
+    const Key* const first = nodes.data() + begin;
+    const auto count = static_cast<std::size_t>(end - begin);
+    begin = end;
+    if (types[cell] != last_type || count != last_count) {
+      last_type = types[cell];
+      last_count = count;
+      const bool is_number = last_type >= 0 && last_type < 256;
+      kind = FindVtkKind(is_number ? static_cast<int>(last_type) : 255, count, old_hexahedra_);
+    }
+    if (!kind) {
+      return Fault(file, piece, fmt::format("cell {}", cell),
+                   fmt::format("a cell of type {} cannot have {} nodes", last_type, count));
+    }
+    if (!ghosts.empty() && (ghosts[cell] & ghost_bits) > 0) {
+      ++ghosts_;
+      continue;
+    }
+    if (kind->code == 0) {
+      ++left_out_[kind->plural];
+      continue;
+    }
+    if (kind->fate == VtkKind::Fate::kReduced) ++reduced_[{kind->plural, kind->code}];
+    if (kind->fate == VtkKind::Fate::kRenamed) ++renamed_[{kind->plural, kind->code}];
+    if (kind->fate == VtkKind::Fate::kSplit) {
+      ++renamed_[{kind->plural, kind->code}];
+      SplitCell(static_cast<int>(last_type), *kind, first, count, cell);
+      continue;
+    }
+    AddElement(kind->code, cell);
+    const auto used = static_cast<std::size_t>(FindElementType(kind->code)->nodes);
+    if (kind->order) {
+      for (std::size_t i = 0; i < used; ++i) deck_.connectivity.push_back(first[kind->order[i]]);
+    } else {
+      deck_.connectivity.insert(deck_.connectivity.end(), first, first + used);
+    }
+  }
+  return {};
+}
+
+/// A new element, whose nodes are to be put behind those of the others.
+void VtkBuilder::AddElement(std::int32_t code, std::size_t cell) {
+  deck_.elements.push_back(
+      {static_cast<Key>(deck_.elements.size() + 1), code, deck_.connectivity.size()});
+  cell_of_.push_back(cell);
+}
+
+void VtkBuilder::SplitCell(int number, const VtkKind& kind, const Key* nodes, std::size_t count,
+                           std::size_t cell) {
+  const auto width = static_cast<std::size_t>(FindElementType(kind.code)->nodes);
+  for (std::size_t i = 0; i + width <= count; ++i) {
+    AddElement(kind.code, cell);
+    // Every second triangle of a strip runs the other way round.
+    const bool turned = number == kVtkTriangleStrip && i % 2 == 1;
+    for (std::size_t n = 0; n < width; ++n) {
+      deck_.connectivity.push_back(nodes[i + (turned && n > 0 ? width - n : n)]);
+    }
+  }
+}
+
+// ---- data ---------------------------------------------------------------------------------------
+
+VtkBuilder::Role VtkBuilder::RoleOf(const VtkArray& array, bool of_points) const {
+  if (array.components != 1 || !array.IsInteger()) return Role::kField;
+  if (of_points && array.name == "node_key") return Role::kNodeKey;
+  if (!of_points && array.name == "element_key") return Role::kElementKey;
+  if (!of_points && array.name == "element_type") return Role::kElementType;
+  if (!of_points && array.name == "property_key") return Role::kPropertyKey;
+  const bool is_set =
+      std::any_of(notes_.sets.begin(), notes_.sets.end(),
+                  [&](const VtkNotes::Set& set) { return set.array == array.name; });
+  return is_set ? Role::kSet : Role::kField;
+}
+
+void VtkBuilder::AddData(const VtkArray& array, bool of_points) {
+  if (pieces_ > 1 && IsGhostArray(array)) return;
+  const auto key_of = [](std::int64_t value) {
+    return value > 0 && value <= kMaxKey ? static_cast<Key>(value) : 0;
+  };
+  const std::size_t elements = deck_.elements.size();
+  switch (RoleOf(array, of_points)) {
+    case Role::kNodeKey: {
+      const std::vector<std::int64_t> keys = array.Integers();
+      node_wishes_.resize(deck_.node_keys.size());
+      for (std::size_t i = 0; i < keys.size(); ++i) {
+        if (!is_repeated_.empty() && is_repeated_[i]) continue;
+        node_wishes_[static_cast<std::size_t>(point_keys_[i]) - 1] = key_of(keys[i]);
+      }
+      return;
+    }
+    case Role::kElementKey: {
+      const std::vector<std::int64_t> keys = array.Integers();
+      element_wishes_.resize(elements);
+      for (std::size_t e = first_element_; e < elements; ++e) {
+        const std::size_t cell = cell_of_[e - first_element_];
+        const bool is_part = e > first_element_ && cell_of_[e - first_element_ - 1] == cell;
+        if (!is_part) element_wishes_[e] = key_of(keys[cell]);
+      }
+      return;
+    }
+    case Role::kElementType: {
+      const std::vector<std::int64_t> types = array.Integers();
+      for (std::size_t e = first_element_; e < elements; ++e) {
+        if (types[cell_of_[e - first_element_]] != deck_.elements[e].type) {
+          return AddField(array, of_points);
+        }
+      }
+      return;
+    }
+    case Role::kPropertyKey: {
+      const std::vector<std::int64_t> keys = array.Integers();
+      for (std::size_t e = first_element_; e < elements; ++e) {
+        deck_.elements[e].property = key_of(keys[cell_of_[e - first_element_]]);
+      }
+      return;
+    }
+    case Role::kSet:
+      return AddMembers(array, of_points);
+    case Role::kField:
+      return AddField(array, of_points);
+  }
+}
+
+void VtkBuilder::AddMembers(const VtkArray& array, bool of_points) {
+  const std::vector<std::int64_t> flags = array.Integers();
+  auto& [elements, nodes] = members_[array.name];
+  if (of_points) {
+    for (std::size_t i = 0; i < flags.size(); ++i) {
+      const bool is_here = is_repeated_.empty() || !is_repeated_[i];
+      if (flags[i] != 0 && is_here) nodes.push_back(point_keys_[i]);
+    }
+    return;
+  }
+  for (std::size_t e = first_element_; e < deck_.elements.size(); ++e) {
+    if (flags[cell_of_[e - first_element_]] != 0) elements.push_back(static_cast<Key>(e + 1));
+  }
+}
+
+tagTField& VtkBuilder::FieldFor(const VtkArray& array, bool of_points) {
+  const auto [found, is_new] = fields_.try_emplace(FieldKey{of_points, array.name});
+  tagTField& field = found->second;
+  if (!is_new) return field;
+  field_order_.push_back(found->first);
+  field.place = of_points ? tagTField::kNodes : tagTField::kElements;
+  field.components = static_cast<std::int32_t>(array.components);
+  field.integers = array.IsInteger();
+  field.time = time_;
+  const auto note = std::find_if(notes_.fields.begin(), notes_.fields.end(), [&](const auto& n) {
+    return n.array == array.name && n.of_points == of_points;
+  });
+  if (note == notes_.fields.end()) {
+    SetName(field, array.name, deck_.report);
+    return field;
+  }
+  SetName(field, note->name, deck_.report);
+  field.category = note->category;
+  field.integers = note->integers;
+  field.step = note->step;
+  field.time = note->time;
+  return field;
+}
+
+void VtkBuilder::AddField(const VtkArray& array, bool of_points) {
+  tagTField& field = FieldFor(array, of_points);
+  const std::size_t width = array.components;
+  if (static_cast<std::size_t>(field.components) != width) {
+    deck_.report.Lost("arrays whose components differ from piece to piece", 1, array.place);
+    return;
+  }
+  const std::vector<double> values = Reals(array, rounded_);
+  const bool is_partial =
+      std::any_of(notes_.fields.begin(), notes_.fields.end(), [&](const auto& note) {
+        return note.partial && note.array == array.name && note.of_points == of_points;
+      });
+  const std::size_t targets = of_points ? point_keys_.size() : cell_of_.size();
+  const auto have = field.node_values.size() + field.element_values.size();
+  if (have + targets * width > static_cast<std::size_t>(kMaxKey)) {
+    deck_.report.Lost("values of fields that have too many", targets * width, array.place);
+    return;
+  }
+  const auto fill = [&](auto& list, const auto& source_and_key) {
+    std::int64_t at = list.GetSize();
+    list.SetSize(at + static_cast<std::int64_t>(targets * width));
+    auto* to = list.data() + at;
+    for (std::size_t i = 0; i < targets; ++i) {
+      const auto [source, key] = source_and_key(i);
+      if (key == 0) continue;
+      const double* from = values.data() + source * width;
+      if (is_partial && std::all_of(from, from + width, [](double x) { return std::isnan(x); })) {
+        continue;
+      }
+      for (std::size_t c = 0; c < width; ++c, ++to) {
+        to->value = from[c];
+        to->target = static_cast<ITR>(key);
+      }
+    }
+    list.SetSize(to - list.data());
+  };
+  if (of_points) {
+    fill(field.node_values, [&](std::size_t i) {
+      const bool is_here = is_repeated_.empty() || !is_repeated_[i];
+      return std::pair(i, is_here ? point_keys_[i] : 0);
+    });
+  } else {
+    fill(field.element_values, [&](std::size_t i) {
+      return std::pair(cell_of_[i], static_cast<Key>(first_element_ + i + 1));
+    });
+  }
+}
+
+// ---- the end ------------------------------------------------------------------------------------
+
+/// Keys for places: the wished ones where they are free, new ones elsewhere; none when the places
+/// themselves will do.
+void VtkBuilder::GiveKeys(std::vector<Key>& wishes, std::size_t count, const char* what,
+                          std::vector<Key>& keys) {
+  if (wishes.empty()) return;
+  wishes.resize(count);
+  const bool is_whole = std::find(wishes.begin(), wishes.end(), 0) == wishes.end();
+  if (is_whole && KeySet(wishes).Repeated() == 0) {
+    keys = std::move(wishes);
+    return;
+  }
+  std::unordered_set<Key> used(wishes.begin(), wishes.end());
+  std::unordered_set<Key> given;
+  Key next = 1;
+  std::uint64_t again = 0;
+  Key first = 0;
+  for (const Key wish : wishes) {
+    Key key = wish;
+    if (key == 0 || !given.insert(key).second) {
+      again += key != 0;
+      if (key != 0 && first == 0) first = key;
+      while (used.contains(next)) ++next;
+      key = next++;
+    }
+    keys.push_back(key);
+  }
+  deck_.report.Changed(fmt::format("numbers that {} share were given anew", what), again,
+                       first == 0 ? "" : fmt::format("number {}", first));
+}
+
+void VtkBuilder::Rename(const std::vector<Key>& nodes, const std::vector<Key>& elements) {
+  const auto rename = [](std::vector<Key>& list, const std::vector<Key>& keys) {
+    if (keys.empty()) return;
+    for (Key& key : list) key = keys[static_cast<std::size_t>(key) - 1];
+  };
+  rename(deck_.node_keys, nodes);
+  rename(deck_.connectivity, nodes);
+  for (auto& [name, lists] : members_) {
+    rename(lists.first, elements);
+    rename(lists.second, nodes);
+  }
+  for (std::size_t i = 0; i < elements.size(); ++i) deck_.elements[i].key = elements[i];
+  const auto rename_targets = [](auto& values, const std::vector<Key>& keys) {
+    if (keys.empty()) return;
+    for (auto& value : values) {
+      value.target = static_cast<ITR>(keys[static_cast<std::size_t>(ITR{value.target}) - 1]);
+    }
+  };
+  for (auto& [name, field] : fields_) {
+    rename_targets(field.node_values, nodes);
+    rename_targets(field.element_values, elements);
+  }
+}
+
+void VtkBuilder::AddSets() {
+  std::map<Key, std::size_t> place;
+  for (const VtkNotes::Set& set : notes_.sets) {
+    Mesh::Group group;
+    group.name = set.name;
+    group.color = set.color;
+    group.key = set.key;
+    if (const auto found = members_.find(set.array); found != members_.end()) {
+      group.elements = found->second.first;
+      group.nodes = found->second.second;
+    }
+    place.emplace(set.key, deck_.groups.size());
+    deck_.groups.push_back(std::move(group));
+  }
+  for (std::size_t i = 0; i < notes_.sets.size(); ++i) {
+    const auto parent = place.find(notes_.sets[i].parent);
+    if (parent == place.end() || notes_.sets[i].parent == 0) continue;
+    deck_.groups[i].parent = static_cast<std::int32_t>(parent->second);
+  }
+  Key key = 0;
+  for (const VtkNotes::Tag& from : notes_.tags) {
+    const auto set = place.find(from.set);
+    if (set == place.end()) continue;
+    tagTSetTag tag;
+    tag.key = ++key;
+    tag.format.Set(Utf16(from.format));
+    tag.set = set->second + 1;
+    tag.kind = from.tag.kind;
+    tag.dimension = from.tag.dimension;
+    tag.tag = from.tag.tag;
+    tag.named = from.tag.named;
+    for (const auto& [element, side] : from.tag.sides) {
+      tag.sides.Add({static_cast<ITR>(element), side});
+    }
+    deck_.Of<tagTSetTag>().push_back(std::move(tag));
+  }
+}
+
+Deck VtkBuilder::Finish(const char* format) {
+  std::vector<Key> nodes;
+  std::vector<Key> elements;
+  GiveKeys(node_wishes_, deck_.node_keys.size(), "points", nodes);
+  GiveKeys(element_wishes_, deck_.elements.size(), "cells", elements);
+  Rename(nodes, elements);
+  AddSets();
+  Key key = 0;
+  for (const FieldKey& name : field_order_) {
+    tagTField& field = fields_[name];
+    field.key = ++key;
+    deck_.Of<tagTField>().push_back(std::move(field));
+  }
+  std::set<Key> properties;
+  for (const Mesh::Element& element : deck_.elements) {
+    if (element.property > 0) properties.insert(element.property);
+  }
+  for (const Key number : properties) {
+    tagTProp property;
+    property.key = number;
+    property.name.Set(Utf16(fmt::format("property {}", number)));
+    deck_.Of<tagTProp>().push_back(property);
+  }
+  if (!properties.empty()) {
+    deck_.report.Assumed(
+        fmt::format("{} properties are known by number only: they hold it", properties.size()));
+  }
+  deck_.units = notes_.units;
+  deck_.format = format;
+  FillReport();
+  return std::move(deck_);
+}
+
+void VtkBuilder::FillReport() {
+  LossReport& report = deck_.report;
+  for (const auto& [kind, count] : reduced_) {
+    report.Changed(
+        fmt::format("{} were read as {}", kind.first, FindElementType(kind.second)->plural), count);
+  }
+  for (const auto& [kind, count] : renamed_) {
+    report.Assumed(fmt::format("{} {} were read as {}", count, kind.first,
+                               FindElementType(kind.second)->plural));
+  }
+  for (const auto& [plural, count] : left_out_) {
+    report.Lost(plural + " were left out", count, {}, "the model has no such element");
+  }
+  report.Changed("ghost cells, which another piece has, were left out", ghosts_);
+  report.Changed("whole numbers beyond 2^53 were rounded", rounded_);
+  if (shared_ > 0) {
+    report.Assumed(
+        merge_ ? fmt::format("{} points at the place of a point of another piece are one node",
+                             shared_)
+               : fmt::format("{} points at the place of a point of another piece stayed apart; "
+                             "--option points=merged makes one node of each",
+                             shared_));
+  }
+  if (merge_ && doubles_ > 0) {
+    report.Assumed(
+        fmt::format("{} points at the place of a point of another piece stayed apart", doubles_),
+        "a piece has two at one place");
+  }
+  if (!reduced_.empty() || !left_out_.empty()) {
+    const KeySet used(deck_.connectivity);
+    const auto unused = std::count_if(deck_.node_keys.begin(), deck_.node_keys.end(),
+                                      [&](Key key) { return !used.Contains(key); });
+    report.Changed("nodes that belong to no element that was read",
+                   static_cast<std::uint64_t>(unused));
+  }
+}
+
+}  // namespace qx::exchange
