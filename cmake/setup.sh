@@ -18,6 +18,7 @@ libocct-modeling-algorithms-dev libocct-data-exchange-dev libocct-ocaf-dev libtb
   "QX_QT|selection lists on Qt widgets|Qt 6|qt6-base-dev|"
   "QX_VIEWER|the viewer in the browser|npm, esbuild or cpp-httplib|libcpp-httplib-dev \
 esbuild $(command -v npm >/dev/null || echo npm)|main"  # npm's package drags in hundreds
+  "QX_EXODUS|Exodus files|netCDF|libnetcdf-dev|"
   "QX_PYTHON|the Python package|pybind11|pybind11-dev python3-dev python3-numpy|"
 )
 

@@ -8,6 +8,9 @@
 #include "qx_db/platform/file.h"
 #include "qx_db/platform/text.h"
 
+#ifdef QX_HAS_EXODUS
+#include "exchange/exodus/exodus_format.h"
+#endif
 #include "exchange/msh/msh_format.h"
 #include "exchange/nastran/nas_format.h"
 #include "exchange/vtk/vtk_formats.h"
@@ -82,8 +85,11 @@ bool HasExtension(const Format& format, const std::string& extension) {
 }  // namespace
 
 std::span<const Format> Formats() {
-  static const Format formats[] = {MshFormat(), NastranFormat(), PvtuFormat(), VtkFormat(),
-                                   VtuFormat()};
+  static const Format formats[] = {
+#ifdef QX_HAS_EXODUS
+      ExodusFormat(),
+#endif
+      MshFormat(),    NastranFormat(), PvtuFormat(), VtkFormat(), VtuFormat()};
   return formats;
 }
 

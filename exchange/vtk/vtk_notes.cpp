@@ -149,11 +149,13 @@ VtkNotes VtkNotes::Read(const pugi::xml_document& document) {
       ReadSides(x.attribute("sides").as_string(), tag.tag);
       notes.tags.push_back(std::move(tag));
     } else if (what == "field") {
-      notes.fields.push_back(
-          {Text(x.attribute("array")), std::string_view(x.attribute("of").as_string()) == "points",
-           Text(x.attribute("name")), x.attribute("category").as_int(),
-           x.attribute("integers").as_int(), x.attribute("step").as_int(),
-           x.attribute("time").as_double(), x.attribute("partial").as_int() != 0});
+      std::int32_t category = x.attribute("category").as_int(unit::kUnknown);
+      if (category < 0 || category >= unit::kCount) category = unit::kUnknown;
+      notes.fields.push_back({Text(x.attribute("array")),
+                              std::string_view(x.attribute("of").as_string()) == "points",
+                              Text(x.attribute("name")), category, x.attribute("integers").as_int(),
+                              x.attribute("step").as_int(), x.attribute("time").as_double(),
+                              x.attribute("partial").as_int() != 0});
     }
   }
   return notes;

@@ -29,7 +29,7 @@ struct VtkNotes {
     std::string array;
     bool of_points = true;
     std::string name;
-    std::int32_t category = 0;
+    std::int32_t category = unit::kUnknown;
     std::int32_t integers = 0;
     std::int32_t step = 0;
     double time = 0;

@@ -444,7 +444,9 @@ std::string SetsAndFields(const Deck& deck) {
     std::vector<Key> members = group.elements;
     std::sort(members.begin(), members.end());
     for (const Key key : members) text += fmt::format(" {}", key);
-    for (const Key key : group.nodes) text += fmt::format(" n{}", key);
+    std::vector<Key> nodes = group.nodes;
+    std::sort(nodes.begin(), nodes.end());
+    for (const Key key : nodes) text += fmt::format(" n{}", key);
     for (const Mesh::SetTag& tag : group.tags) {
       text += fmt::format(" tag {} {} {} {} {}", tag.kind, tag.dimension, tag.tag, tag.named,
                           tag.sides.size());
@@ -455,10 +457,10 @@ std::string SetsAndFields(const Deck& deck) {
   for (const tagTField& field : deck.Of<tagTField>()) {
     text += fmt::format("field {} {} {} {} {} {}:", Utf8(field.name.View()), field.place,
                         field.components, field.step, field.time, field.category);
-    for (const auto& v : field.node_values) text += fmt::format(" {}@{}", v.value, ITR{v.target});
-    for (const auto& v : field.element_values) {
-      text += fmt::format(" {}@{}", v.value, ITR{v.target});
-    }
+    std::map<ITR, std::string> values;  // whatever the order of their targets in the file
+    for (const auto& v : field.node_values) values[v.target] += fmt::format(" {}", v.value);
+    for (const auto& v : field.element_values) values[v.target] += fmt::format(" {}", v.value);
+    for (const auto& [target, of_target] : values) text += fmt::format(" @{}", target) + of_target;
     text += '\n';
   }
   return text;

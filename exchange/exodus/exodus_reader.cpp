@@ -1,0 +1,521 @@
+#include "exchange/exodus/exodus_reader.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <fmt/format.h>
+#include <map>
+#include <tuple>
+#include <unordered_set>
+
+#include "qx_db/app/topology_table.h"
+#include "qx_db/platform/text.h"
+#include "qx_db/record/element_types.h"
+
+#include "exchange/exodus/exodus_kinds.h"
+#include "exchange/exodus/nc_file.h"
+#include "exchange/key_set.h"
+
+namespace qx::exchange {
+namespace {
+
+class ExodusReader {
+ public:
+  ExodusReader(NcReader& in, const std::string& name, const ReadOptions& options)
+      : in_(in), name_(name), options_(options) {}
+
+  Result<Deck> Read() {
+    deck_.format = "exodus";
+    ReadNodes();
+    Tell(0.2);
+    ReadBlocks();
+    Tell(0.5);
+    ReadSets();
+    if (in_.Ok()) ReadVariables();
+    ReadTexts();
+    TellOfTheRest();
+    if (!in_.Ok()) return in_.Error();
+    if (Outcome checked = CheckMesh(deck_, name_); !checked) return checked.Error();
+    Tell(1);
+    return Result<Deck>(std::move(deck_));
+  }
+
+ private:
+  struct Block {
+    std::int64_t id;
+    std::int64_t first;  // its first element in the file, from 0
+    std::int64_t count;
+  };
+
+  void Tell(double done) {
+    if (options_.progress && in_.Ok()) options_.progress(done);
+    if (options_.is_cancelled && options_.is_cancelled()) in_.Fail("", "the import was cancelled");
+  }
+
+  std::uint64_t Count(const std::string& dimension) const {
+    return in_.Dimension(dimension).value_or(0);
+  }
+
+  /// Fails for a number of things that the file cannot hold, or the model.
+  void CheckNumber(const char* dimension, std::uint64_t count) {
+    if (count <= static_cast<std::uint64_t>(kMaxKey) && count <= in_.MostValues()) return;
+    in_.Fail(dimension, fmt::format("{} of them are more than the file can hold", count));
+  }
+
+  /// The numbers that a map gives to nodes or elements; their places, from 1, without one.
+  std::vector<Key> Ids(const std::string& map, std::uint64_t count, const char* what) {
+    std::vector<Key> keys(count);
+    for (std::size_t i = 0; i < count; ++i) keys[i] = static_cast<Key>(i + 1);
+    if (!in_.Has(map)) return keys;
+    const std::vector<std::int64_t> ids = in_.Integers(map, count);
+    if (!in_.Ok()) return keys;
+    std::unordered_set<std::int64_t> used;
+    bool are_good = true;
+    for (const std::int64_t id : ids) {
+      are_good = are_good && id > 0 && id <= kMaxKey && used.insert(id).second;
+    }
+    if (!are_good) {
+      deck_.report.Changed(fmt::format("numbers of {} were given anew", what), count, map,
+                           "those of the file are not whole, positive and different");
+      return keys;
+    }
+    for (std::size_t i = 0; i < count; ++i) keys[i] = static_cast<Key>(ids[i]);
+    return keys;
+  }
+
+  // ---- the mesh -----------------------------------------------------------------------------
+
+  void ReadNodes() {
+    const std::uint64_t nodes = Count("num_nodes");
+    dimension_ = in_.NeededDimension("num_dim");
+    if (in_.Ok() && (dimension_ < 1 || dimension_ > 3)) {
+      in_.Fail("num_dim", fmt::format("{} dimensions cannot be", dimension_));
+    }
+    CheckNumber("num_nodes", nodes);
+    if (!in_.Ok()) return;
+    std::vector<double> together;
+    if (in_.Has("coord")) together = in_.Reals("coord", dimension_ * nodes);
+    const bool apart = !in_.Has("coord") && nodes > 0;
+    std::vector<double> axis;
+    for (std::size_t d = 0; d < dimension_ && in_.Ok(); ++d) {
+      if (apart) axis = in_.Reals(fmt::format("coord{}", "xyz"[d]), nodes);
+      if (!in_.Ok()) return;
+      deck_.coordinates.resize(3 * nodes);
+      for (std::size_t i = 0; i < nodes; ++i) {
+        deck_.coordinates[3 * i + d] = apart ? axis[i] : together[d * nodes + i];
+      }
+    }
+    deck_.node_keys = Ids("node_num_map", nodes, "nodes");
+  }
+
+  std::vector<std::string> NamesOf(const std::string& variable, std::uint64_t count) {
+    std::vector<std::string> names;
+    if (in_.Has(variable)) names = in_.Texts(variable);
+    names.resize(count);
+    for (std::string& name : names) {
+      if (!IsUtf8(name)) name = "?";
+    }
+    return names;
+  }
+  std::vector<std::int64_t> IdsOf(const std::string& property, std::uint64_t count) {
+    if (in_.Has(property)) return in_.Integers(property, count);
+    std::vector<std::int64_t> ids(count);
+    for (std::size_t i = 0; i < count; ++i) ids[i] = static_cast<std::int64_t>(i + 1);
+    return ids;
+  }
+
+  Mesh::Group& AddGroup(const std::string& name, const char* what, std::int64_t id, int kind,
+                        int dimension) {
+    Mesh::Group group;
+    group.name = name.empty() ? fmt::format("{} {}", what, id) : name;
+    group.dimension = dimension;
+    Mesh::SetTag tag;
+    tag.kind = kind;
+    tag.dimension = dimension;
+    tag.tag = id == static_cast<std::int32_t>(id) ? static_cast<std::int32_t>(id) : 0;
+    tag.named = !name.empty();
+    group.tags.push_back(std::move(tag));
+    deck_.groups.push_back(std::move(group));
+    return deck_.groups.back();
+  }
+
+  void ReadBlocks() {
+    const std::uint64_t elements = Count("num_elem");
+    const std::uint64_t blocks = Count("num_el_blk");
+    CheckNumber("num_elem", elements);
+    CheckNumber("num_el_blk", blocks);
+    if (!in_.Ok()) return;
+    const std::vector<std::int64_t> ids = IdsOf("eb_prop1", blocks);
+    const std::vector<std::string> names = NamesOf("eb_names", blocks);
+    // A bound on what the numbers below may ask for.
+    std::vector<std::uint64_t> counts(blocks);
+    std::uint64_t total = 0;
+    for (std::size_t b = 0; b < blocks; ++b) {
+      counts[b] = Count(fmt::format("num_el_in_blk{}", b + 1));
+      total += std::min<std::uint64_t>(counts[b], 1u << 31);
+    }
+    if (in_.Ok() && total != elements) {
+      in_.Fail("num_elem", fmt::format("the blocks have {} elements of {}", total, elements));
+    }
+    if (!in_.Ok()) return;
+    element_keys_ = Ids("elem_num_map", elements, "elements");
+    if (!in_.Ok()) return;
+    index_.assign(elements, kAway);
+    for (std::size_t b = 0; b < blocks && in_.Ok(); ++b) {
+      ReadBlock(b + 1, ids[b], names[b], static_cast<std::int64_t>(counts[b]));
+    }
+    if (!deck_.report.IsLossless()) {
+      const KeySet used(deck_.connectivity);
+      const auto unused = std::count_if(deck_.node_keys.begin(), deck_.node_keys.end(),
+                                        [&](Key key) { return !used.Contains(key); });
+      deck_.report.Changed("nodes that belong to no element that was read",
+                           static_cast<std::uint64_t>(unused));
+    }
+  }
+
+  void ReadBlock(std::size_t number, std::int64_t id, const std::string& name, std::int64_t count) {
+    const std::int64_t first = blocks_.empty() ? 0 : blocks_.back().first + blocks_.back().count;
+    blocks_.push_back({id, first, count});
+    const std::string connect = fmt::format("connect{}", number);
+    const std::string type = in_.TextAttribute(connect, "elem_type");
+    const auto width = static_cast<std::int64_t>(Count(fmt::format("num_nod_per_el{}", number)));
+    const auto kind = FindExodusKind(type, width);
+    const int dimension = kind ? FindElementType(kind->code)->dimension : -1;
+    Mesh::Group& group = AddGroup(name, "block", id, tagTSetTag::kElements, std::max(dimension, 0));
+    if (count == 0) return;
+    if (!kind) {
+      deck_.report.Lost(
+          fmt::format("elements of type '{}' with {} nodes were left out", type, width),
+          static_cast<std::uint64_t>(count), fmt::format("block {}", id),
+          "the model has no such element");
+      return;
+    }
+    if (kind->is_reduced) {
+      deck_.report.Changed(fmt::format("{}-node elements of type '{}' were read as {}", width, type,
+                                       FindElementType(kind->code)->plural),
+                           static_cast<std::uint64_t>(count), fmt::format("block {}", id));
+    }
+    const std::vector<std::int64_t> nodes =
+        in_.Integers(connect, static_cast<std::uint64_t>(count * width));
+    if (!in_.Ok()) return;
+    const auto used = static_cast<std::size_t>(FindElementType(kind->code)->nodes);
+    for (std::int64_t e = 0; e < count; ++e) {
+      const auto place = static_cast<std::size_t>(first + e);
+      index_[place] = deck_.elements.size();
+      deck_.elements.push_back({element_keys_[place], kind->code, deck_.connectivity.size()});
+      group.elements.push_back(element_keys_[place]);
+      for (std::size_t i = 0; i < used; ++i) {
+        const std::size_t from = kind->order ? static_cast<std::size_t>(kind->order[i]) : i;
+        const std::int64_t node = nodes[static_cast<std::size_t>(e * width) + from];
+        if (node < 1 || node > static_cast<std::int64_t>(deck_.node_keys.size())) {
+          return in_.Fail(connect, fmt::format("element {} names node {} of {}", e + 1, node,
+                                               deck_.node_keys.size()));
+        }
+        deck_.connectivity.push_back(deck_.node_keys[static_cast<std::size_t>(node) - 1]);
+      }
+    }
+    ReadAttributes(number, blocks_.back());
+  }
+
+  // ---- fields -------------------------------------------------------------------------------
+
+  tagTField& Field(const std::string& name, std::int32_t place, std::int32_t step, double time) {
+    auto [found, is_new] = fields_.try_emplace({name, place, step}, deck_.Of<tagTField>().size());
+    if (!is_new) return deck_.Of<tagTField>()[found->second];
+    tagTField field;
+    field.key = static_cast<Key>(deck_.Of<tagTField>().size() + 1);
+    field.name.Set(Utf16(name));
+    if (Utf8(field.name.View()) != name) {
+      deck_.report.Changed("names of fields were cut", 1, fmt::format("\"{}\"", name));
+    }
+    field.place = place;
+    field.step = step;
+    field.time = time;
+    deck_.Of<tagTField>().push_back(std::move(field));
+    return deck_.Of<tagTField>().back();
+  }
+
+  /// Adds the values of a block's elements. What is no number has no value.
+  void AddElementValues(tagTField& field, const Block& block, const std::vector<double>& values,
+                        std::size_t stride = 1, std::size_t offset = 0) {
+    for (std::int64_t e = 0; e < block.count; ++e) {
+      const auto place = static_cast<std::size_t>(block.first + e);
+      const double value = values[static_cast<std::size_t>(e) * stride + offset];
+      if (index_[place] == kAway || std::isnan(value)) continue;
+      field.element_values.Add({value, static_cast<ITR>(element_keys_[place])});
+    }
+  }
+
+  void ReadAttributes(std::size_t number, const Block& block) {
+    const std::uint64_t count = Count(fmt::format("num_att_in_blk{}", number));
+    const std::string variable = fmt::format("attrib{}", number);
+    if (count == 0 || count > 10000 || !in_.Has(variable)) return;
+    const std::vector<std::string> names = NamesOf(fmt::format("attrib_name{}", number), count);
+    const std::vector<double> values =
+        in_.Reals(variable, count * static_cast<std::uint64_t>(block.count));
+    for (std::size_t a = 0; a < count && in_.Ok(); ++a) {
+      const std::string name = names[a].empty() ? std::to_string(a + 1) : names[a];
+      AddElementValues(Field(std::string(kExodusAttribute) + name, tagTField::kElements, 0, 0),
+                       block, values, count, a);
+    }
+  }
+
+  void ReadVariables() {
+    const std::uint64_t steps = Count("time_step");
+    CheckNumber("time_step", steps);
+    if (!in_.Ok()) return;
+    std::vector<double> times;
+    if (in_.Has("time_whole")) times = in_.Reals("time_whole", steps);
+    times.resize(in_.Ok() ? steps : 0);
+    const std::uint64_t of_nodes = Count("num_nod_var");
+    const std::uint64_t of_elements = Count("num_elem_var");
+    if (steps == 0 || of_nodes > 10000 || of_elements > 10000) return;
+    const std::vector<std::string> node_names = NamesOf("name_nod_var", of_nodes);
+    const std::vector<std::string> element_names = NamesOf("name_elem_var", of_elements);
+    const std::uint64_t nodes = deck_.node_keys.size();
+    const bool is_old = in_.Has("vals_nod_var");  // all variables in one array
+    if (is_old) {
+      deck_.report.Lost("variables of nodes were left out", of_nodes, "vals_nod_var",
+                        "they are in the form of 32-bit files of old");
+    }
+    struct Part {
+      std::size_t variable;
+      std::size_t block;
+      std::string name;
+    };
+    std::vector<Part> parts;
+    for (const std::string& name : in_.Variables()) {
+      unsigned variable = 0;
+      unsigned block = 0;
+      if (std::sscanf(name.c_str(), "vals_elem_var%ueb%u", &variable, &block) != 2) continue;
+      if (variable < 1 || variable > of_elements || block < 1 || block > blocks_.size()) continue;
+      if (blocks_[block - 1].count > 0) parts.push_back({variable - 1, block - 1, name});
+    }
+    std::sort(parts.begin(), parts.end(), [](const Part& a, const Part& b) {
+      return std::pair(a.variable, a.block) < std::pair(b.variable, b.block);
+    });
+    for (std::uint64_t step = 0; step < steps && in_.Ok(); ++step) {
+      const auto number = static_cast<std::int32_t>(step + 1);
+      for (std::size_t v = 0; v < of_nodes && !is_old && in_.Ok(); ++v) {
+        const std::vector<double> values =
+            in_.RealsAt(fmt::format("vals_nod_var{}", v + 1), step, nodes);
+        if (!in_.Ok()) return;
+        tagTField& field = Field(node_names[v], tagTField::kNodes, number, times[step]);
+        field.node_values.Reserve(static_cast<std::int64_t>(nodes));
+        for (std::size_t i = 0; i < nodes; ++i) {
+          if (std::isnan(values[i])) continue;
+          field.node_values.Add({values[i], static_cast<ITR>(deck_.node_keys[i])});
+        }
+      }
+      for (const Part& part : parts) {
+        const Block& block = blocks_[part.block];
+        const std::vector<double> values =
+            in_.RealsAt(part.name, step, static_cast<std::uint64_t>(block.count));
+        if (!in_.Ok()) return;
+        AddElementValues(
+            Field(element_names[part.variable], tagTField::kElements, number, times[step]), block,
+            values);
+      }
+      Tell(0.6 + 0.3 * static_cast<double>(step + 1) / static_cast<double>(steps));
+    }
+  }
+
+  // ---- sets ---------------------------------------------------------------------------------
+
+  void ReadSets() {
+    ForEachSet(
+        "num_node_sets", "ns", "node set", tagTSetTag::kNodes, "num_nod_ns",
+        [&](std::size_t number, std::uint64_t count, Mesh::Group& group) {
+          for (const std::int64_t node : in_.Integers(fmt::format("node_ns{}", number), count)) {
+            if (node < 1 || node > static_cast<std::int64_t>(deck_.node_keys.size())) {
+              in_.Fail(fmt::format("node_ns{}", number), fmt::format("node {} is not there", node));
+              return;
+            }
+            group.nodes.push_back(deck_.node_keys[static_cast<std::size_t>(node) - 1]);
+          }
+          TellOfFactors(fmt::format("dist_fact_ns{}", number), fmt::format("num_nod_ns{}", number));
+        });
+    ForEachSet("num_elem_sets", "els", "element set", tagTSetTag::kElements, "num_ele_els",
+               [&](std::size_t number, std::uint64_t count, Mesh::Group& group) {
+                 std::uint64_t gone = 0;
+                 for (const std::int64_t element :
+                      in_.Integers(fmt::format("elem_els{}", number), count)) {
+                   const Mesh::Element* found =
+                       ElementAt(fmt::format("elem_els{}", number), element);
+                   if (found) group.elements.push_back(found->key);
+                   gone += !found;
+                 }
+                 deck_.report.Lost("members of sets that were not read", gone, group.name);
+               });
+    ForEachSet("num_side_sets", "ss", "side set", tagTSetTag::kSides, "num_side_ss",
+               [&](std::size_t number, std::uint64_t count, Mesh::Group& group) {
+                 ReadSides(number, count, group);
+               });
+    // A set may list a member twice, the model's sets list it once.
+    for (Mesh::Group& group : deck_.groups) {
+      for (std::vector<Key>* members : {&group.elements, &group.nodes}) {
+        if (group.tags[0].kind == tagTSetTag::kElements && group.tags[0].dimension >= 0) continue;
+        std::unordered_set<Key> seen;
+        const auto end = std::remove_if(members->begin(), members->end(),
+                                        [&](Key key) { return !seen.insert(key).second; });
+        deck_.report.Changed("members that sets list twice",
+                             static_cast<std::uint64_t>(members->end() - end), group.name);
+        members->erase(end, members->end());
+      }
+    }
+  }
+
+  template <class Fill>
+  void ForEachSet(const char* dimension, const std::string& letters, const char* what, int kind,
+                  const char* size, const Fill& fill) {
+    const std::uint64_t sets = Count(dimension);
+    if (!in_.Ok() || sets == 0) return;
+    CheckNumber(dimension, sets);
+    if (!in_.Ok()) return;
+    const std::vector<std::int64_t> ids = IdsOf(letters + "_prop1", sets);
+    const std::vector<std::string> names = NamesOf(letters + "_names", sets);
+    for (std::size_t s = 0; s < sets && in_.Ok(); ++s) {
+      Mesh::Group& group = AddGroup(names[s], what, ids[s], kind, -1);
+      const std::uint64_t count = Count(size + std::to_string(s + 1));
+      if (count > 0) fill(s + 1, count, group);
+    }
+  }
+
+  /// The element at a place of the file, from 1; null for one that was left out.
+  const Mesh::Element* ElementAt(const std::string& variable, std::int64_t place) {
+    if (place < 1 || place > static_cast<std::int64_t>(index_.size())) {
+      in_.Fail(variable, fmt::format("element {} is not there", place));
+      return nullptr;
+    }
+    const std::size_t index = index_[static_cast<std::size_t>(place) - 1];
+    return index == kAway ? nullptr : &deck_.elements[index];
+  }
+
+  void ReadSides(std::size_t number, std::uint64_t count, Mesh::Group& group) {
+    const std::string elements_name = fmt::format("elem_ss{}", number);
+    const std::vector<std::int64_t> elements = in_.Integers(elements_name, count);
+    const std::vector<std::int64_t> sides = in_.Integers(fmt::format("side_ss{}", number), count);
+    std::uint64_t gone = 0;
+    std::unordered_set<Key> seen;
+    for (std::size_t i = 0; i < count && in_.Ok(); ++i) {
+      const Mesh::Element* element = ElementAt(elements_name, elements[i]);
+      if (!element) {
+        ++gone;
+        continue;
+      }
+      const std::int32_t side = SideOfExodus(element->type, sides[i], dimension_ == 3);
+      if (side < 0) {
+        in_.Fail(fmt::format("side_ss{}", number),
+                 fmt::format("element {} has no side {}", element->key, sides[i]));
+        return;
+      }
+      group.tags[0].sides.emplace_back(element->key, side);
+      for (const Key node : NodesOf(*element, side)) {
+        if (seen.insert(node).second) group.nodes.push_back(node);
+      }
+    }
+    deck_.report.Lost("sides of elements that were not read", gone, group.name);
+    TellOfFactors(fmt::format("dist_fact_ss{}", number), fmt::format("num_df_ss{}", number));
+  }
+
+  std::vector<Key> NodesOf(const Mesh::Element& element, std::int32_t side) const {
+    const ElementTopology topology(element.type);
+    const Key* const own = deck_.connectivity.data() + element.first;
+    const int dimension = FindElementType(element.type)->dimension;
+    std::vector<Key> nodes;
+    if (dimension == 3) {
+      for (const std::int32_t node : topology.Face(side, true)) nodes.push_back(own[node]);
+    } else if (dimension == 2 && side < topology.Edges()) {
+      for (const std::int32_t node : topology.Edge(side, true)) nodes.push_back(own[node]);
+    } else if (dimension == 2) {
+      nodes.assign(own, own + topology.Nodes());
+    } else {
+      nodes.push_back(own[side]);
+    }
+    return nodes;
+  }
+
+  /// Factors that are not 1 have no place in the model.
+  void TellOfFactors(const std::string& variable, const std::string& dimension) {
+    if (!in_.Ok() || !in_.Has(variable)) return;
+    const std::vector<double> factors = in_.Reals(variable, Count(dimension));
+    const auto others =
+        std::count_if(factors.begin(), factors.end(), [](double factor) { return factor != 1; });
+    deck_.report.Lost("distribution factors of sets", static_cast<std::uint64_t>(others), variable);
+  }
+
+  // ---- the rest -----------------------------------------------------------------------------
+
+  void ReadTexts() {
+    if (!in_.Ok()) return;
+    tagTOrigin origin;
+    origin.title.Set(Utf16(in_.TextAttribute("", "title")));
+    deck_.Of<tagTOrigin>().push_back(origin);
+    std::int32_t order = 0;
+    for (const char* name : {"qa_records", "info_records"}) {
+      if (!in_.Has(name)) continue;
+      std::string text;
+      for (const std::string& line : in_.Texts(name)) {
+        text += (IsUtf8(line) ? line : std::string("?")) + "\n";
+      }
+      if (!in_.Ok() || text.empty()) continue;
+      tagTCarried carried;
+      carried.key = ++order;
+      carried.format.Set(u"exodus");
+      carried.keyword.Set(Utf16(name));
+      carried.order = order;
+      carried.checked = tagTCarried::kNoKeys;
+      carried.text.Assign(text.data(), text.size());
+      deck_.Of<tagTCarried>().push_back(std::move(carried));
+    }
+  }
+
+  void TellOfTheRest() {
+    if (!in_.Ok()) return;
+    LossReport& report = deck_.report;
+    report.Lost("variables of the whole mesh were left out", Count("num_glo_var"));
+    report.Lost("variables of node sets were left out", Count("num_nset_var"));
+    report.Lost("variables of side sets were left out", Count("num_sset_var"));
+    report.Lost("blocks of edges were left out", Count("num_ed_blk"));
+    report.Lost("blocks of faces were left out", Count("num_fa_blk"));
+    report.Lost("further numberings of nodes were left out", Count("num_node_maps"));
+    report.Lost("further numberings of elements were left out", Count("num_elem_maps"));
+    std::uint64_t properties = 0;
+    for (const std::string& variable : in_.Variables()) {
+      for (const char* letters : {"eb_prop", "ns_prop", "ss_prop"}) {
+        properties += variable.starts_with(letters) && !variable.ends_with("_prop1");
+      }
+    }
+    report.Lost("further properties of blocks and sets were left out", properties);
+  }
+
+  static constexpr std::size_t kAway = ~std::size_t{0};
+
+  NcReader& in_;
+  const std::string& name_;
+  const ReadOptions& options_;
+  std::uint64_t dimension_ = 3;
+  Deck deck_;
+  std::vector<Block> blocks_;
+  std::vector<Key> element_keys_;   // by place in the file
+  std::vector<std::size_t> index_;  // in the deck, by place in the file
+  std::map<std::tuple<std::string, std::int32_t, std::int32_t>, std::size_t> fields_;
+};
+
+}  // namespace
+
+Result<Deck> ReadExodus(const std::string& path, const ReadOptions& options,
+                        std::vector<Failure>& faults) {
+  const auto file = NcReader::Open(path);
+  Result<Deck> deck = file ? ExodusReader(**file, path, options).Read() : file.Error();
+  if (!deck) faults.push_back(deck.Error());
+  return deck;
+}
+
+Result<Deck> ParseExodus(std::string_view bytes, const std::string& name) {
+  const auto file = NcReader::OpenMemory(bytes, name);
+  if (!file) return file.Error();
+  return ExodusReader(**file, name, {}).Read();
+}
+
+}  // namespace qx::exchange

@@ -1,0 +1,339 @@
+#include "exchange/exodus/nc_file.h"
+
+#include <filesystem>
+#include <fmt/format.h>
+#include <netcdf.h>
+#include <netcdf_mem.h>
+
+#include "qx_db/platform/file.h"
+
+namespace qx::exchange {
+namespace {
+
+// What a file may unfold to: containers that pack, or keep nothing of what was never written.
+constexpr std::uint64_t kMostGrowth = 256;
+constexpr std::uint64_t kAlwaysAllowed = std::uint64_t{64} << 20;
+
+std::mutex& LibraryMutex() {
+  static std::mutex mutex;
+  return mutex;
+}
+
+}  // namespace
+
+NcReader::NcReader(std::string name, std::uint64_t bytes)
+    : lock_(LibraryMutex()),
+      name_(std::move(name)),
+      file_bytes_(bytes),
+      left_(kAlwaysAllowed + kMostGrowth * bytes) {}
+
+NcReader::~NcReader() {
+  if (id_ >= 0) nc_close(id_);
+}
+
+Result<std::unique_ptr<NcReader>> NcReader::Opened(std::unique_ptr<NcReader> file, int status) {
+  if (status != NC_NOERR) {
+    file->id_ = -1;
+    return Failure{file->name_, "", fmt::format("is no netCDF file: {}", nc_strerror(status)),
+                   "write the file again"};
+  }
+  // What a classic container says it has must be in it.
+  int format = 0;
+  if (nc_inq_format(file->id_, &format) == NC_NOERR && format != NC_FORMAT_NETCDF4 &&
+      format != NC_FORMAT_NETCDF4_CLASSIC) {
+    file->left_ = 16 * file->file_bytes_;
+  }
+  return file;
+}
+
+Result<std::unique_ptr<NcReader>> NcReader::Open(const std::string& path) {
+  if (Outcome is_file = CheckIsFile(path); !is_file) return is_file.Error();
+  // An absolute path is never taken for an address in a network.
+  std::error_code error;
+  const std::filesystem::path absolute = std::filesystem::absolute(PathFromUtf8(path), error);
+  const auto bytes = std::filesystem::file_size(absolute, error);
+  std::unique_ptr<NcReader> file(new NcReader(path, error ? 0 : bytes));
+  const int status = nc_open(Utf8FromPath(absolute).c_str(), NC_NOWRITE, &file->id_);
+  return Opened(std::move(file), status);
+}
+
+Result<std::unique_ptr<NcReader>> NcReader::OpenMemory(std::string_view bytes,
+                                                       const std::string& name) {
+  std::unique_ptr<NcReader> file(new NcReader(name, bytes.size()));
+  const int status =
+      nc_open_mem("memory", NC_NOWRITE, bytes.size(), const_cast<char*>(bytes.data()), &file->id_);
+  return Opened(std::move(file), status);
+}
+
+void NcReader::Fail(std::string place, std::string what) {
+  if (!failure_) {
+    failure_ = Failure{name_, std::move(place), std::move(what), "write the file again"};
+  }
+}
+
+std::optional<std::uint64_t> NcReader::Dimension(const std::string& name) const {
+  int id = 0;
+  std::size_t length = 0;
+  if (nc_inq_dimid(id_, name.c_str(), &id) != NC_NOERR) return std::nullopt;
+  if (nc_inq_dimlen(id_, id, &length) != NC_NOERR) return std::nullopt;
+  return length;
+}
+
+std::uint64_t NcReader::NeededDimension(const std::string& name) {
+  const auto length = Dimension(name);
+  if (!length) Fail("", fmt::format("there is no dimension '{}'", name));
+  return length.value_or(0);
+}
+
+bool NcReader::Has(const std::string& variable) const {
+  int id = 0;
+  return nc_inq_varid(id_, variable.c_str(), &id) == NC_NOERR;
+}
+
+std::vector<std::string> NcReader::Variables() const {
+  std::vector<std::string> names;
+  int count = 0;
+  nc_inq_nvars(id_, &count);
+  for (int i = 0; i < count; ++i) {
+    char name[NC_MAX_NAME + 1] = "";
+    if (nc_inq_varname(id_, i, name) == NC_NOERR) names.emplace_back(name);
+  }
+  return names;
+}
+
+int NcReader::Find(const std::string& variable, std::vector<std::size_t>& lengths) {
+  if (failure_) return -1;
+  int id = 0;
+  int count = 0;
+  int dimensions[NC_MAX_VAR_DIMS];
+  if (nc_inq_varid(id_, variable.c_str(), &id) != NC_NOERR ||
+      nc_inq_varndims(id_, id, &count) != NC_NOERR ||
+      nc_inq_vardimid(id_, id, dimensions) != NC_NOERR) {
+    Fail("", fmt::format("there is no variable '{}'", variable));
+    return -1;
+  }
+  for (int i = 0; i < count; ++i) {
+    std::size_t length = 0;
+    nc_inq_dimlen(id_, dimensions[i], &length);
+    lengths.push_back(length);
+  }
+  return id;
+}
+
+/// Whether a variable may be read: `count` values of `width` bytes in memory.
+bool NcReader::Admit(const std::string& variable, std::uint64_t count, std::uint64_t width) {
+  if (count > left_ / width) {
+    Fail(variable,
+         fmt::format("it says that it has {} values, more than the file can hold", count));
+    return false;
+  }
+  left_ -= count * width;
+  return true;
+}
+
+std::vector<std::int64_t> NcReader::Integers(const std::string& variable, std::uint64_t count) {
+  std::vector<std::size_t> lengths;
+  const int id = Find(variable, lengths);
+  if (id < 0) return {};
+  std::uint64_t have = 1;
+  for (const std::size_t length : lengths) have *= std::min<std::uint64_t>(length, 1u << 31);
+  if (have != count) {
+    Fail(variable, fmt::format("it has {} values of {}", have, count));
+    return {};
+  }
+  if (!Admit(variable, count, sizeof(std::int64_t))) return {};
+  std::vector<std::int64_t> values(count);
+  static_assert(sizeof(long long) == sizeof(std::int64_t));
+  const int status =
+      count == 0 ? NC_NOERR
+                 : nc_get_var_longlong(id_, id, reinterpret_cast<long long*>(values.data()));
+  if (status != NC_NOERR) Fail(variable, nc_strerror(status));
+  return Ok() ? values : std::vector<std::int64_t>();
+}
+
+std::vector<double> NcReader::Reals(const std::string& variable, std::uint64_t count) {
+  std::vector<std::size_t> lengths;
+  const int id = Find(variable, lengths);
+  if (id < 0) return {};
+  std::uint64_t have = 1;
+  for (const std::size_t length : lengths) have *= std::min<std::uint64_t>(length, 1u << 31);
+  if (have != count) {
+    Fail(variable, fmt::format("it has {} values of {}", have, count));
+    return {};
+  }
+  if (!Admit(variable, count, sizeof(double))) return {};
+  std::vector<double> values(count);
+  const int status = count == 0 ? NC_NOERR : nc_get_var_double(id_, id, values.data());
+  if (status != NC_NOERR) Fail(variable, nc_strerror(status));
+  return Ok() ? values : std::vector<double>();
+}
+
+std::vector<double> NcReader::RealsAt(const std::string& variable, std::uint64_t step,
+                                      std::uint64_t count) {
+  std::vector<std::size_t> lengths;
+  const int id = Find(variable, lengths);
+  if (id < 0) return {};
+  if (lengths.size() != 2 || lengths[1] != count || step >= lengths[0]) {
+    Fail(variable, fmt::format("it has not {} values of step {}", count, step + 1));
+    return {};
+  }
+  if (!Admit(variable, count, sizeof(double))) return {};
+  std::vector<double> values(count);
+  const std::size_t start[] = {step, 0};
+  const std::size_t length[] = {1, count};
+  const int status =
+      count == 0 ? NC_NOERR : nc_get_vara_double(id_, id, start, length, values.data());
+  if (status != NC_NOERR) Fail(variable, nc_strerror(status));
+  return Ok() ? values : std::vector<double>();
+}
+
+std::vector<std::string> NcReader::Texts(const std::string& variable) {
+  std::vector<std::size_t> lengths;
+  const int id = Find(variable, lengths);
+  if (id < 0) return {};
+  nc_type type = NC_NAT;
+  nc_inq_vartype(id_, id, &type);
+  if (lengths.empty() || type != NC_CHAR) {
+    Fail(variable, "it is no list of texts");
+    return {};
+  }
+  std::uint64_t count = 1;
+  for (std::size_t i = 0; i + 1 < lengths.size(); ++i) {
+    count *= std::min<std::uint64_t>(lengths[i], 1u << 20);
+  }
+  const std::uint64_t width = lengths.back();
+  if (width > (1u << 20) || !Admit(variable, count * width, 1)) {
+    Fail(variable, "its texts are too long");
+    return {};
+  }
+  std::string all(count * width, '\0');
+  const int status = all.empty() ? NC_NOERR : nc_get_var_text(id_, id, all.data());
+  if (status != NC_NOERR) Fail(variable, nc_strerror(status));
+  std::vector<std::string> texts;
+  for (std::uint64_t i = 0; i < count && Ok(); ++i) {
+    std::string text = all.substr(i * width, width);
+    text.resize(std::min(text.find('\0'), text.size()));
+    text.resize(text.find_last_not_of(' ') + 1);
+    texts.push_back(std::move(text));
+  }
+  return texts;
+}
+
+std::string NcReader::TextAttribute(const std::string& variable, const char* name) const {
+  int id = NC_GLOBAL;
+  if (!variable.empty() && nc_inq_varid(id_, variable.c_str(), &id) != NC_NOERR) return {};
+  std::size_t length = 0;
+  nc_type type = NC_NAT;
+  if (nc_inq_att(id_, id, name, &type, &length) != NC_NOERR || type != NC_CHAR || length > 100000) {
+    return {};
+  }
+  std::string text(length, '\0');
+  if (length > 0 && nc_get_att_text(id_, id, name, text.data()) != NC_NOERR) return {};
+  text.resize(std::min(text.find('\0'), text.size()));
+  return text;
+}
+
+// ---- writing ------------------------------------------------------------------------------------
+
+NcWriter::NcWriter(const std::string& path, bool large) : lock_(LibraryMutex()) {
+  std::error_code error;
+  const std::filesystem::path absolute = std::filesystem::absolute(PathFromUtf8(path), error);
+  const int container = large ? NC_64BIT_DATA : NC_64BIT_OFFSET;
+  Check(nc_create(Utf8FromPath(absolute).c_str(), NC_CLOBBER | container, &id_));
+  // Every value is written: nothing needs to be filled before.
+  int before = 0;
+  if (wrong_.empty()) Check(nc_set_fill(id_, NC_NOFILL, &before));
+}
+
+NcWriter::~NcWriter() {
+  if (id_ >= 0) nc_close(id_);
+}
+
+bool NcWriter::Check(int status) {
+  if (status != NC_NOERR && wrong_.empty()) wrong_ = nc_strerror(status);
+  return wrong_.empty();
+}
+
+int NcWriter::Dimension(const std::string& name, std::size_t length) {
+  int id = -1;
+  if (wrong_.empty() && nc_inq_dimid(id_, name.c_str(), &id) != NC_NOERR) {
+    Check(nc_def_dim(id_, name.c_str(), length == 0 ? NC_UNLIMITED : length, &id));
+  }
+  return id;
+}
+
+int NcWriter::Find(const std::string& variable) {
+  int id = NC_GLOBAL;
+  if (wrong_.empty() && !variable.empty()) Check(nc_inq_varid(id_, variable.c_str(), &id));
+  return id;
+}
+
+void NcWriter::Text(const std::string& variable, const char* name, const std::string& text) {
+  const int id = Find(variable);
+  if (wrong_.empty()) Check(nc_put_att_text(id_, id, name, text.size(), text.c_str()));
+}
+
+void NcWriter::Real(const char* name, float value) {
+  if (wrong_.empty()) Check(nc_put_att_float(id_, NC_GLOBAL, name, NC_FLOAT, 1, &value));
+}
+
+void NcWriter::Integer(const char* name, int value) {
+  if (wrong_.empty()) Check(nc_put_att_int(id_, NC_GLOBAL, name, NC_INT, 1, &value));
+}
+
+void NcWriter::Define(const std::string& variable, Type type, const std::vector<int>& dimensions) {
+  constexpr nc_type kTypes[] = {NC_INT, NC_DOUBLE, NC_CHAR};
+  int id = 0;
+  if (wrong_.empty()) {
+    Check(nc_def_var(id_, variable.c_str(), kTypes[static_cast<int>(type)],
+                     static_cast<int>(dimensions.size()), dimensions.data(), &id));
+  }
+}
+
+void NcWriter::EndDefinitions() {
+  if (wrong_.empty()) Check(nc_enddef(id_));
+}
+
+void NcWriter::Put(const std::string& variable, const std::vector<std::int32_t>& values) {
+  const int id = Find(variable);
+  if (wrong_.empty() && !values.empty()) Check(nc_put_var_int(id_, id, values.data()));
+}
+
+void NcWriter::Put(const std::string& variable, const std::vector<double>& values) {
+  const int id = Find(variable);
+  if (wrong_.empty() && !values.empty()) Check(nc_put_var_double(id_, id, values.data()));
+}
+
+void NcWriter::PutAt(const std::string& variable, std::size_t step,
+                     const std::vector<double>& values) {
+  const int id = Find(variable);
+  const std::size_t start[] = {step, 0};
+  const std::size_t count[] = {1, values.size()};
+  if (wrong_.empty() && !values.empty()) {
+    Check(nc_put_vara_double(id_, id, start, count, values.data()));
+  }
+}
+
+void NcWriter::PutTime(std::size_t step, double time) {
+  const int id = Find("time_whole");
+  if (wrong_.empty()) Check(nc_put_var1_double(id_, id, &step, &time));
+}
+
+void NcWriter::Put(const std::string& variable, const std::vector<std::string>& texts,
+                   std::size_t width) {
+  std::string all;
+  for (const std::string& text : texts) {
+    all += text.substr(0, width - 1);
+    all.resize(all.size() + width - std::min(text.size(), width - 1));
+  }
+  const int id = Find(variable);
+  if (wrong_.empty() && !all.empty()) Check(nc_put_var_text(id_, id, all.data()));
+}
+
+std::string NcWriter::Finish() {
+  if (id_ >= 0) Check(nc_close(id_));
+  id_ = -1;
+  return wrong_;
+}
+
+}  // namespace qx::exchange

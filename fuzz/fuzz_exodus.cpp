@@ -1,0 +1,14 @@
+// Any bytes as an Exodus file: refused with a full failure, or a mesh that stands its check.
+
+#include <cstdint>
+#include <cstdlib>
+#include <string_view>
+
+#include "exchange/exodus/exodus_reader.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const std::string_view bytes(reinterpret_cast<const char*>(data), size);
+  const auto mesh = qx::exchange::ParseExodus(bytes, "input");
+  if (mesh ? !qx::exchange::CheckMesh(*mesh, "input") : mesh.Error().what.empty()) std::abort();
+  return 0;
+}

@@ -1,0 +1,312 @@
+// Exodus files: real ones against what is known of them, through models and out again, sides, and
+// files that are broken.
+
+#ifdef QX_HAS_EXODUS
+
+#include <algorithm>
+#include <filesystem>
+#include <fmt/format.h>
+#include <gtest/gtest.h>
+
+#include "qx_db/app/topology_table.h"
+#include "qx_db/gateway/document.h"
+#include "qx_db/platform/file.h"
+#include "qx_db/qx_db.h"
+
+#include "exchange/exodus/exodus_kinds.h"
+#include "exchange/exodus/exodus_reader.h"
+#include "exchange/exodus/exodus_writer.h"
+#include "exchange/msh/msh_reader.h"
+#include "exchange/transfer.h"
+#include "host/session.h"
+#include "sample_mesh.h"
+#include "tests/corpus.h"
+#include "tests/scratch_folder.h"
+
+namespace qx::exchange {
+namespace {
+
+// Sides as the format documents them: corners from 1, outwards.
+TEST(ExodusSides, AreTheFacesThatTheFormatDocuments) {
+  struct Solid {
+    std::int32_t code;
+    std::vector<std::vector<std::int32_t>> sides;
+  };
+  const Solid solids[] = {
+      {element::kTet4, {{1, 2, 4}, {2, 3, 4}, {1, 4, 3}, {1, 3, 2}}},
+      {element::kPyramid5, {{1, 2, 5}, {2, 3, 5}, {3, 4, 5}, {1, 5, 4}, {1, 4, 3, 2}}},
+      {element::kWedge6, {{1, 2, 5, 4}, {2, 3, 6, 5}, {1, 4, 6, 3}, {1, 3, 2}, {4, 5, 6}}},
+      {element::kHex8,
+       {{1, 2, 6, 5}, {2, 3, 7, 6}, {3, 4, 8, 7}, {1, 5, 8, 4}, {1, 4, 3, 2}, {5, 6, 7, 8}}},
+  };
+  for (const Solid& solid : solids) {
+    const ElementTopology topology(solid.code);
+    for (std::size_t s = 0; s < solid.sides.size(); ++s) {
+      const auto number = static_cast<std::int64_t>(s + 1);
+      const std::int32_t ours = SideOfExodus(solid.code, number, true);
+      ASSERT_GE(ours, 0);
+      EXPECT_EQ(ExodusSideOf(solid.code, ours), number);
+      std::vector<std::int32_t> expected = solid.sides[s];
+      for (std::int32_t& corner : expected) --corner;
+      std::vector<std::int32_t> found(topology.Face(ours, false).begin(),
+                                      topology.Face(ours, false).end());
+      std::sort(expected.begin(), expected.end());
+      std::sort(found.begin(), found.end());
+      EXPECT_EQ(found, expected) << "type " << solid.code << ", side " << number;
+    }
+    EXPECT_EQ(SideOfExodus(solid.code, 0, true), -1);
+    EXPECT_EQ(SideOfExodus(solid.code, static_cast<std::int64_t>(solid.sides.size() + 1), true),
+              -1);
+  }
+  // Surfaces in space have a front and a back before their edges.
+  EXPECT_EQ(SideOfExodus(element::kQuad4, 3, true), 0);
+  EXPECT_EQ(SideOfExodus(element::kQuad4, 1, true), 4);
+  EXPECT_EQ(SideOfExodus(element::kTri6, 2, true), 4);
+  EXPECT_EQ(SideOfExodus(element::kTri3, 3, false), 2);
+  for (const std::int32_t code : {element::kTri3, element::kQuad8}) {
+    for (std::int32_t side = 0; side < FindElementType(code)->corners + 2; ++side) {
+      EXPECT_EQ(SideOfExodus(code, ExodusSideOf(code, side), true), side);
+    }
+  }
+}
+
+TEST(ExodusKinds, AreKnownByShapeAndNumberOfNodes) {
+  struct Case {
+    const char* type;
+    std::int64_t nodes;
+    std::int32_t code;
+    bool is_reduced;
+  };
+  using namespace element;
+  const Case cases[] = {
+      {"HEX", 8, kHex8, false},
+      {"hex27", 27, kHex20, true},
+      {"HEX", 12, kHex8, true},
+      {"TETRA", 4, kTet4, false},
+      {"tet", 8, kTet4, true},
+      {"TETRA14", 14, kTet10, true},
+      {"shell4", 4, kQuad4, false},
+      {"SHELL", 3, kTri3, false},
+      {"SHELL9", 9, kQuad8, true},
+      {"TRISHELL6", 6, kTri6, false},
+      {"TRIANGLE", 7, kTri6, true},
+      {"WEDGE", 12, kWedge6, true},
+      {"pyramid14", 14, kPyramid13, true},
+      {"TRUSS", 2, kLine2, false},
+      {"BEAM", 3, kLine3, false},
+      {"SPHERE", 1, kPoint, false},
+      {"NSIDED", 5, 0, false},
+      {"HEX", 7, 0, false},
+  };
+  for (const Case& c : cases) {
+    const auto kind = FindExodusKind(c.type, c.nodes);
+    EXPECT_EQ(kind ? kind->code : 0, c.code) << c.type << " " << c.nodes;
+    if (kind) {
+      EXPECT_EQ(kind->is_reduced, c.is_reduced) << c.type << " " << c.nodes;
+    }
+  }
+}
+
+class ExodusCorpus : public testing::TestWithParam<const char*> {
+ protected:
+  void Import(CQXDBSession& session, const std::string& path) {
+    ImportOptions options;
+    options.set_model_units = true;
+    LossReport report;
+    ASSERT_EQ(ImportFile(session, path, options, report).Line(), "");
+    EXPECT_EQ(session.Validate(), "");
+  }
+  const ScratchFolder folder_;
+};
+INSTANTIATE_TEST_SUITE_P(All, ExodusCorpus,
+                         testing::Values("exodus/2block1.g", "exodus/brick.e", "exodus/four-p.e",
+                                         "exodus/four-sidesets.e", "exodus/four.e",
+                                         "exodus/turbine.e"),
+                         [](const auto& test) { return sample::TestName(test.param); });
+
+/// The groups of one kind: number, name and members of each.
+std::string GroupsOf(const Deck& deck, std::int32_t kind, bool is_block) {
+  std::string text;
+  for (const Mesh::Group& group : deck.groups) {
+    const Mesh::SetTag& tag = group.tags.at(0);
+    if (tag.kind != kind || (tag.dimension >= 0) != is_block) continue;
+    const std::size_t count = kind == tagTSetTag::kSides   ? tag.sides.size()
+                              : kind == tagTSetTag::kNodes ? group.nodes.size()
+                                                           : group.elements.size();
+    text += fmt::format("{} '{}' {}\n", tag.tag, tag.named ? group.name : "", count);
+  }
+  return text;
+}
+
+TEST_P(ExodusCorpus, HasTheExpectedBlocksAndSets) {
+  QX_REQUIRE_CORPUS(totals_path, "expected/mesh_totals.json");
+  QX_REQUIRE_CORPUS(path, GetParam());
+  dbgateway::DataBase document;
+  ASSERT_TRUE(document.ReadFile(totals_path));
+  dbgateway::Record expected;
+  document.FindCollection("files")->ForEach(
+      [&](Key, std::string_view file, dbgateway::Record record) {
+        if (file == GetParam()) expected = record;
+      });
+  ASSERT_FALSE(expected.IsDetached());
+  std::vector<Failure> faults;
+  const Result<Deck> deck = ReadExodus(path, {}, faults);
+  ASSERT_TRUE(deck) << deck.AsOutcome().Line();
+  const auto compare = [&](const char* name, std::int32_t kind, bool is_block) {
+    const dbgateway::Field list = expected.Find(name);
+    if (!list) return;
+    std::string text;
+    for (std::size_t i = 0; i < list.Size(); ++i) {
+      text += fmt::format("{} '{}' {}\n", list.At(i).Member("id").Integer(),
+                          list.At(i).Member("name").Text(), list.At(i).Member("count").Integer());
+    }
+    EXPECT_EQ(GroupsOf(*deck, kind, is_block), text) << name;
+  };
+  compare("blocks", tagTSetTag::kElements, true);
+  compare("node_sets", tagTSetTag::kNodes, false);
+  compare("side_sets", tagTSetTag::kSides, false);
+  for (const char* name : {"node_num_map", "elem_num_map"}) {
+    const dbgateway::Field map = expected.Find(name);
+    if (!map) continue;
+    std::vector<Key> keys = deck->node_keys;
+    if (name[0] == 'e') {
+      keys.clear();
+      for (const Mesh::Element& element : deck->elements) keys.push_back(element.key);
+    }
+    std::int64_t sum = 0;
+    for (const Key key : keys) sum += key;
+    EXPECT_EQ(sum, map.Member("sum").Integer());
+    for (std::size_t i = 0; i < map.Member("first").Size(); ++i) {
+      EXPECT_EQ(keys[i], map.Member("first").At(i).Integer());
+    }
+  }
+}
+
+TEST_P(ExodusCorpus, IsAFixedPoint) {
+  QX_REQUIRE_CORPUS(path, GetParam());
+  CQXDBSession session(host::SetUpModel);
+  Import(session, path);
+  LossReport out;
+  ASSERT_EQ(ExportFile(session, folder_.Path("once.e"), {}, out).Line(), "");
+  EXPECT_EQ(out.Lines(), std::vector<std::string>());
+  CQXDBSession again(host::SetUpModel);
+  Import(again, folder_.Path("once.e"));
+  const Deck before = DeckOf(session);
+  const Deck after = DeckOf(again);
+  EXPECT_EQ(after.node_keys, before.node_keys);
+  EXPECT_EQ(after.coordinates, before.coordinates);
+  EXPECT_EQ(after.elements, before.elements);
+  EXPECT_EQ(after.connectivity, before.connectivity);
+  ASSERT_EQ(after.groups.size(), before.groups.size());
+  for (std::size_t i = 0; i < after.groups.size(); ++i) {
+    EXPECT_EQ(after.groups[i].name, before.groups[i].name);
+    EXPECT_EQ(after.groups[i].elements, before.groups[i].elements);
+    EXPECT_EQ(after.groups[i].nodes, before.groups[i].nodes);
+    EXPECT_EQ(after.groups[i].tags, before.groups[i].tags);
+  }
+  ASSERT_EQ(after.Of<tagTField>().size(), before.Of<tagTField>().size());
+  ASSERT_EQ(ExportFile(again, folder_.Path("twice.e"), {}, out).Line(), "");
+  EXPECT_TRUE(*ReadWholeFile(folder_.Path("once.e")) == *ReadWholeFile(folder_.Path("twice.e")));
+}
+
+// ---- made here ----------------------------------------------------------------------------------
+
+/// Elements of every kind with overlapping sets, fields of two steps and an attribute.
+class ExodusModelTest : public testing::Test {
+ protected:
+  ExodusModelTest() {
+    Result<Deck> mesh = ParseMsh(sample::Write(sample::Make(), {"4.1"}), "sample");
+    EXPECT_TRUE(mesh);
+    tagTField attribute;
+    attribute.name.Set(u"exodus:attribute thickness");
+    attribute.place = tagTField::kElements;
+    for (const Mesh::Element& element : mesh->elements) {
+      if (element.type != element::kQuad4) continue;
+      attribute.element_values.Add({0.5 + element.key, static_cast<ITR>(element.key)});
+    }
+    mesh->Of<tagTField>().push_back(attribute);
+    for (int step = 1; step <= 2; ++step) {
+      tagTField field;
+      field.name.Set(u"u");
+      field.components = 3;
+      field.step = step;
+      field.time = 0.25 * step;
+      for (int c = 0; c < 3; ++c) {
+        field.node_values.Add({step + 0.1 * c, static_cast<ITR>(mesh->node_keys[5])});
+      }
+      mesh->Of<tagTField>().push_back(field);
+    }
+    LossReport report;
+    EXPECT_TRUE(AddDeck(session_, *mesh, "sample", report));
+  }
+  CQXDBSession session_{host::SetUpModel};
+  const ScratchFolder folder_;
+};
+
+TEST_F(ExodusModelTest, BlocksSetsFieldsAndAttributesComeBack) {
+  LossReport report;
+  ASSERT_EQ(WriteExodus(session_, folder_.Path("all.e"), {}, report).Line(), "");
+  std::vector<Failure> faults;
+  const Result<Deck> deck = ReadExodus(folder_.Path("all.e"), {}, faults);
+  ASSERT_TRUE(deck) << deck.AsOutcome().Line();
+  const Deck before = DeckOf(session_);
+  std::map<Key, std::pair<std::int32_t, std::vector<Key>>> nodes[2];
+  for (const Deck* of : {&before, &*deck}) {
+    for (std::size_t i = 0; i < of->elements.size(); ++i) {
+      const auto first =
+          of->connectivity.begin() + static_cast<std::ptrdiff_t>(of->elements[i].first);
+      nodes[of != &before][of->elements[i].key] = {
+          of->elements[i].type,
+          std::vector<Key>(first, first + static_cast<std::ptrdiff_t>(of->NodesOf(i)))};
+    }
+  }
+  EXPECT_EQ(nodes[0], nodes[1]);
+  // Every element is in one block; sets that are none are there as element sets.
+  std::map<std::string, std::size_t> sets;
+  std::size_t in_blocks = 0;
+  for (const Mesh::Group& group : deck->groups) {
+    if (group.tags[0].dimension >= 0) in_blocks += group.elements.size();
+    if (group.tags[0].named) sets[group.name] = group.elements.size();
+  }
+  EXPECT_EQ(in_blocks, before.elements.size());
+  for (const Mesh::Group& group : before.groups) {
+    EXPECT_EQ(sets[group.name], group.elements.size()) << group.name;
+  }
+  std::map<std::string, std::string> fields;
+  for (const tagTField& field : deck->Of<tagTField>()) {
+    std::string& text = fields[Utf8(field.name.View())];
+    for (const auto& v : field.node_values) text += fmt::format("{}:{} ", field.time, v.value);
+    for (const auto& v : field.element_values) text += fmt::format("{} ", v.value - ITR{v.target});
+  }
+  EXPECT_EQ(fields["u_x"], "0.25:1 0.5:2 ");
+  EXPECT_EQ(fields["u_z"], "0.25:1.2 0.5:2.2 ");
+  EXPECT_EQ(fields["exodus:attribute thickness"], "0.5 0.5 ");
+  EXPECT_EQ(fields.size(), 4u);
+}
+
+TEST_F(ExodusModelTest, EveryTruncationAndWrongBytesAreReadOrRefused) {
+  LossReport report;
+  ASSERT_TRUE(WriteExodus(session_, folder_.Path("all.e"), {}, report));
+  const std::string whole = *ReadWholeFile(folder_.Path("all.e"));
+  const auto check = [](const std::string& bytes) {
+    const Result<Deck> deck = ParseExodus(bytes, "broken.e");
+    if (deck) {
+      EXPECT_EQ(CheckMesh(*deck, "broken.e").Line(), "");
+    } else {
+      EXPECT_FALSE(deck.Error().what.empty());
+    }
+  };
+  for (std::size_t i = 0; i < whole.size(); i += 1 + whole.size() / 1500) {
+    check(whole.substr(0, i));
+    std::string wrong = whole;
+    wrong[i] = static_cast<char>(wrong[i] ^ 0x47);
+    check(wrong);
+  }
+  EXPECT_NE(ParseExodus("CDF", "short.e").Error().Line().find("is no netCDF file"),
+            std::string::npos);
+}
+
+}  // namespace
+}  // namespace qx::exchange
+
+#endif
