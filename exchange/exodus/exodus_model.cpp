@@ -34,7 +34,8 @@ std::vector<double> ExodusModel::Values(const Variable& variable, std::size_t st
   std::vector<double> values(of_nodes ? deck_.node_keys.size() : Elements(), kNoValue);
   const auto found = variable.at.find(step);
   if (found == variable.at.end()) return values;
-  const auto& [field, wanted] = found->second;
+  const tagTField* const field = found->second.first;
+  const std::int32_t wanted = found->second.second;
   const auto scatter = [&](const auto& list, const auto& places) {
     std::int32_t component = 0;
     ITR last = 0;
@@ -216,7 +217,7 @@ void ExodusModel::MakeVariables() {
   };
   std::set<std::pair<std::int32_t, double>> steps;
   for (const tagTField& field : deck_.Of<tagTField>()) {
-    if (is_fit(field) && !is_attribute(field)) steps.insert({field.step, field.time});
+    if (is_fit(field) && !is_attribute(field)) steps.insert({field.step, double{field.time}});
   }
   steps_.assign(steps.begin(), steps.end());
   std::uint64_t split = 0;
@@ -233,7 +234,8 @@ void ExodusModel::MakeVariables() {
       continue;
     }
     const auto step = static_cast<std::size_t>(
-        std::lower_bound(steps_.begin(), steps_.end(), std::pair(field.step, field.time)) -
+        std::lower_bound(steps_.begin(), steps_.end(),
+                         std::pair(std::int32_t{field.step}, double{field.time})) -
         steps_.begin());
     split += field.components > 1;
     for (std::int32_t c = 0; c < field.components; ++c) {

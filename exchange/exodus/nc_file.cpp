@@ -1,7 +1,10 @@
 #include "exchange/exodus/nc_file.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <fmt/format.h>
+#include <fstream>
+#include <iterator>
 #include <netcdf.h>
 #include <netcdf_mem.h>
 
@@ -13,6 +16,96 @@ namespace {
 // What a file may unfold to: containers that pack, or keep nothing of what was never written.
 constexpr std::uint64_t kMostGrowth = 256;
 constexpr std::uint64_t kAlwaysAllowed = std::uint64_t{64} << 20;
+
+// Most bytes that the description at the beginning of a classic container may take.
+constexpr std::uint64_t kMostHeader = std::uint64_t{16} << 20;
+
+/// Walks over the description at the beginning of a classic container. The library believes the
+/// counts in it, and would ask for any amount of memory.
+class ClassicHeader {
+ public:
+  explicit ClassicHeader(std::string_view bytes) : bytes_(bytes) {}
+
+  /// Whether every count fits into what there is. Other containers are not looked at.
+  bool IsSound() {
+    if (!bytes_.starts_with("CDF")) return true;
+    const char version = bytes_.size() > 3 ? bytes_[3] : '\0';
+    if (version != 1 && version != 2 && version != 5) return true;
+    width_ = version == 5 ? 8 : 4;
+    Skip(4 + width_);  // and the number of records
+    List([&] {
+      Name();
+      lengths_.push_back(Number(width_));
+    });
+    // One dimension may be the one that grows.
+    is_sound_ = is_sound_ && std::count(lengths_.begin(), lengths_.end(), 0u) <= 1;
+    Attributes();
+    List([&] {
+      Name();
+      const std::uint64_t dimensions = Number(width_);
+      for (std::uint64_t i = 0; i < dimensions && is_sound_; ++i) {
+        const std::uint64_t id = Number(width_);
+        // Only the first dimension may be the one that grows, whose length is 0.
+        is_sound_ = is_sound_ && id < lengths_.size() && (i == 0 || lengths_[id] > 0);
+      }
+      Attributes();
+      Type();
+      Skip(width_ + (version == 1 ? 4 : 8));  // size and place
+    });
+    return is_sound_;
+  }
+
+ private:
+  void Skip(std::uint64_t count, std::uint64_t size = 1) {
+    is_sound_ = is_sound_ && count <= (bytes_.size() - at_) / size;
+    if (is_sound_) at_ += count * size;
+  }
+  std::uint64_t Number(std::uint64_t width) {
+    const std::size_t first = at_;
+    Skip(width);
+    std::uint64_t number = 0;
+    for (std::uint64_t i = 0; i < width && is_sound_; ++i) {
+      number = number << 8 | static_cast<unsigned char>(bytes_[first + i]);
+    }
+    return number;
+  }
+  void Padded(std::uint64_t count, std::uint64_t size) {
+    Skip(count, size);
+    if (is_sound_) Skip((4 - count * size % 4) % 4);
+  }
+  void Name() { Padded(Number(width_), 1); }
+  /// Bytes of a number of the type that stands here.
+  std::uint64_t Type() {
+    constexpr std::uint64_t kSizes[] = {0, 1, 1, 2, 4, 4, 8, 1, 2, 4, 8, 8};
+    const std::uint64_t type = Number(4);
+    is_sound_ = is_sound_ && type >= 1 && type < std::size(kSizes);
+    return is_sound_ ? kSizes[type] : 1;
+  }
+  void Attributes() {
+    List([&] {
+      Name();
+      const std::uint64_t size = Type();
+      Padded(Number(width_), size);
+    });
+  }
+  template <class F>
+  void List(F&& item) {
+    Skip(4);
+    const std::uint64_t count = Number(width_);
+    is_sound_ = is_sound_ && count <= bytes_.size() - at_;
+    for (std::uint64_t i = 0; i < count && is_sound_; ++i) item();
+  }
+
+  std::string_view bytes_;
+  std::size_t at_ = 0;
+  std::uint64_t width_ = 4;
+  std::vector<std::uint64_t> lengths_;  // of dimensions
+  bool is_sound_ = true;
+};
+
+Failure UnsoundHeader(const std::string& name) {
+  return {name, "", "is no netCDF file: its description ends early", "write the file again"};
+}
 
 std::mutex& LibraryMutex() {
   static std::mutex mutex;
@@ -52,13 +145,19 @@ Result<std::unique_ptr<NcReader>> NcReader::Open(const std::string& path) {
   std::error_code error;
   const std::filesystem::path absolute = std::filesystem::absolute(PathFromUtf8(path), error);
   const auto bytes = std::filesystem::file_size(absolute, error);
-  std::unique_ptr<NcReader> file(new NcReader(path, error ? 0 : bytes));
+  std::string head(error ? 0 : std::min<std::uint64_t>(bytes, kMostHeader), '\0');
+  std::ifstream in(absolute, std::ios::binary);
+  in.read(head.data(), static_cast<std::streamsize>(head.size()));
+  if (!in) return Failure{path, "", "cannot be read", "check its permissions"};
+  if (!ClassicHeader(head).IsSound()) return UnsoundHeader(path);
+  std::unique_ptr<NcReader> file(new NcReader(path, bytes));
   const int status = nc_open(Utf8FromPath(absolute).c_str(), NC_NOWRITE, &file->id_);
   return Opened(std::move(file), status);
 }
 
 Result<std::unique_ptr<NcReader>> NcReader::OpenMemory(std::string_view bytes,
                                                        const std::string& name) {
+  if (!ClassicHeader(bytes).IsSound()) return UnsoundHeader(name);
   std::unique_ptr<NcReader> file(new NcReader(name, bytes.size()));
   const int status =
       nc_open_mem("memory", NC_NOWRITE, bytes.size(), const_cast<char*>(bytes.data()), &file->id_);

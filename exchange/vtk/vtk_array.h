@@ -9,6 +9,8 @@
 #include <type_traits>
 #include <vector>
 
+#include "exchange/vtk/buffer.h"
+
 namespace qx::exchange {
 
 enum class VtkNumber : std::uint8_t {
@@ -62,9 +64,11 @@ class VtkArray {
   VtkArray& operator=(VtkArray&&) = default;
 
   void Borrow(std::string_view bytes) { bytes_ = bytes; }
-  void Own(std::vector<char> bytes) {
-    own_ = std::move(bytes);
-    bytes_ = {own_.data(), own_.size()};
+  /// Room for so many bytes of its own, to be filled.
+  char* Allocate(std::size_t bytes) {
+    own_ = Buffer(bytes);
+    bytes_ = own_.View();
+    return own_.Data();
   }
   /// Takes numbers of the machine's own kind.
   void Own(const std::vector<std::int64_t>& values) { OwnNumbers(values, VtkNumber::kInt64); }
@@ -121,12 +125,11 @@ class VtkArray {
   void OwnNumbers(const std::vector<T>& values, VtkNumber of) {
     number = of;
     swapped = false;
-    std::vector<char> bytes(values.size() * sizeof(T));
-    if (!values.empty()) std::memcpy(bytes.data(), values.data(), bytes.size());
-    Own(std::move(bytes));
+    char* const bytes = Allocate(values.size() * sizeof(T));
+    if (!values.empty()) std::memcpy(bytes, values.data(), bytes_.size());
   }
 
-  std::vector<char> own_;
+  Buffer own_;
   std::string_view bytes_;
 };
 

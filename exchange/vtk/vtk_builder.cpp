@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <bit>
 #include <cmath>
+#include <cstring>
 #include <fmt/format.h>
 #include <set>
 #include <unordered_set>
@@ -32,6 +33,16 @@ std::vector<double> Reals(const VtkArray& array, std::uint64_t& rounded) {
     ++to;
   });
   return values;
+}
+
+/// Cell types; 255, which is none, for what is not from 0 to 254.
+std::vector<std::uint8_t> TypesOf(const VtkArray& array) {
+  std::vector<std::uint8_t> types(array.Count());
+  std::uint8_t* to = types.data();
+  array.ForEach([&](auto value) {
+    *to++ = value >= 0 && value < 255 ? static_cast<std::uint8_t>(value) : std::uint8_t{255};
+  });
+  return types;
 }
 
 bool IsGhostArray(const VtkArray& array) {
@@ -131,28 +142,44 @@ Outcome VtkBuilder::AddPoints(const VtkPiece& piece, const std::string& file) {
   return {};
 }
 
-Outcome VtkBuilder::AddCells(const VtkPiece& piece, const std::string& file) {
-  const std::vector<std::int64_t> types = piece.types.Integers();
-  const std::vector<std::int64_t> offsets = piece.offsets.Integers();
-  std::vector<Key> nodes(piece.connectivity.Count());
-  std::size_t wrong = nodes.size();
-  Key* to = nodes.data();
+/// Turns the places of points that the cells name into keys, behind the connectivity that is there.
+Outcome VtkBuilder::AddNodes(const VtkPiece& piece, const std::vector<std::int64_t>& offsets,
+                             const std::string& file) {
+  const std::size_t base = deck_.connectivity.size();
+  deck_.connectivity.resize(base + piece.connectivity.Count());
+  Key* const nodes = deck_.connectivity.data() + base;
+  Key* to = nodes;
+  const Key* wrong = nullptr;
   piece.connectivity.ForEach([&](auto value) {
     const auto index = static_cast<std::uint64_t>(static_cast<std::int64_t>(value));
     if (index < piece.points) {
       *to = point_keys_[index];
-    } else {
-      wrong = std::min(wrong, static_cast<std::size_t>(to - nodes.data()));
+    } else if (!wrong) {
+      wrong = to;
     }
     ++to;
   });
-  if (wrong < nodes.size()) {
-    const auto cell =
-        std::upper_bound(offsets.begin(), offsets.end(), static_cast<std::int64_t>(wrong)) -
-        offsets.begin();
-    return Fault(file, piece, fmt::format("cell {}", cell),
-                 fmt::format("it names a point that is none of the {}", piece.points));
-  }
+  if (!wrong) return {};
+  const auto cell = std::upper_bound(offsets.begin(), offsets.end(), wrong - nodes);
+  return Fault(file, piece, fmt::format("cell {}", cell - offsets.begin()),
+               fmt::format("it names a point that is none of the {}", piece.points));
+}
+
+Outcome VtkBuilder::AddCells(const VtkPiece& piece, const std::string& file) {
+  const std::vector<std::uint8_t> types = TypesOf(piece.types);
+  const std::vector<std::int64_t> offsets = piece.offsets.Integers();
+  const std::size_t base = deck_.connectivity.size();
+  if (Outcome added = AddNodes(piece, offsets, file); !added) return added;
+  const std::size_t node_count = deck_.connectivity.size() - base;
+  // Elements have at most the nodes of their cells and can take their place, unless cells are
+  // split.
+  const bool is_split = std::any_of(types.begin(), types.end(), [](std::uint8_t type) {
+    return type == kVtkPolyVertex || type == kVtkPolyLine || type == kVtkTriangleStrip;
+  });
+  std::vector<Key> apart;
+  if (is_split)
+    apart.assign(deck_.connectivity.begin() + static_cast<std::ptrdiff_t>(base),
+                 deck_.connectivity.end());
   std::vector<std::int64_t> ghosts;
   std::int64_t ghost_bits = 1;  // a cell that another piece has, too
   for (const VtkArray& array : piece.cell_data) {
@@ -163,26 +190,26 @@ Outcome VtkBuilder::AddCells(const VtkPiece& piece, const std::string& file) {
 
   first_element_ = deck_.elements.size();
   cell_of_.clear();
+  cell_of_.reserve(piece.cells);
   deck_.elements.reserve(first_element_ + piece.cells);
-  deck_.connectivity.reserve(deck_.connectivity.size() + nodes.size());
+  node_end_ = base;
   std::int64_t begin = 0;
-  std::int64_t last_type = -1;
+  int last_type = -1;
   std::size_t last_count = 0;
   std::optional<VtkKind> kind;
   for (std::size_t cell = 0; cell < piece.cells; ++cell) {
     const std::int64_t end = offsets[cell];
-    if (end < begin || end > static_cast<std::int64_t>(nodes.size())) {
+    if (end < begin || end > static_cast<std::int64_t>(node_count)) {
       return Fault(file, piece, fmt::format("cell {}", cell),
-                   fmt::format("its offset {} is not between {} and {}", end, begin, nodes.size()));
+                   fmt::format("its offset {} is not between {} and {}", end, begin, node_count));
     }
-    const Key* const first = nodes.data() + begin;
+    const Key* const first = (is_split ? apart.data() : deck_.connectivity.data() + base) + begin;
     const auto count = static_cast<std::size_t>(end - begin);
     begin = end;
     if (types[cell] != last_type || count != last_count) {
       last_type = types[cell];
       last_count = count;
-      const bool is_number = last_type >= 0 && last_type < 256;
-      kind = FindVtkKind(is_number ? static_cast<int>(last_type) : 255, count, old_hexahedra_);
+      kind = FindVtkKind(last_type, count, old_hexahedra_);
     }
     if (!kind) {
       return Fault(file, piece, fmt::format("cell {}", cell),
@@ -200,37 +227,41 @@ Outcome VtkBuilder::AddCells(const VtkPiece& piece, const std::string& file) {
     if (kind->fate == VtkKind::Fate::kRenamed) ++renamed_[{kind->plural, kind->code}];
     if (kind->fate == VtkKind::Fate::kSplit) {
       ++renamed_[{kind->plural, kind->code}];
-      SplitCell(static_cast<int>(last_type), *kind, first, count, cell);
-      continue;
-    }
-    AddElement(kind->code, cell);
-    const auto used = static_cast<std::size_t>(FindElementType(kind->code)->nodes);
-    if (kind->order) {
-      for (std::size_t i = 0; i < used; ++i) deck_.connectivity.push_back(first[kind->order[i]]);
+      SplitCell(last_type, *kind, first, count, cell);
     } else {
-      deck_.connectivity.insert(deck_.connectivity.end(), first, first + used);
+      AddElement(kind->code, first, kind->order, cell);
     }
   }
+  deck_.connectivity.resize(node_end_);
   return {};
 }
 
-/// A new element, whose nodes are to be put behind those of the others.
-void VtkBuilder::AddElement(std::int32_t code, std::size_t cell) {
-  deck_.elements.push_back(
-      {static_cast<Key>(deck_.elements.size() + 1), code, deck_.connectivity.size()});
-  cell_of_.push_back(cell);
+/// A new element of these nodes, of which `order` tells which come when. They may be those that
+/// stand where the element's are put.
+void VtkBuilder::AddElement(std::int32_t code, const Key* nodes, const std::int8_t* order,
+                            std::size_t cell) {
+  const auto count = static_cast<std::size_t>(FindElementType(code)->nodes);
+  deck_.elements.push_back({static_cast<Key>(deck_.elements.size() + 1), code, node_end_});
+  cell_of_.push_back(static_cast<std::uint32_t>(cell));
+  std::array<Key, 20> ordered;
+  for (std::size_t i = 0; order && i < count; ++i) ordered[i] = nodes[order[i]];
+  const Key* const from = order ? ordered.data() : nodes;
+  if (node_end_ + count > deck_.connectivity.size()) {
+    deck_.connectivity.resize(2 * (node_end_ + count));
+  }
+  Key* const to = deck_.connectivity.data() + node_end_;
+  if (to != from) std::memmove(to, from, count * sizeof(Key));
+  node_end_ += count;
 }
 
 void VtkBuilder::SplitCell(int number, const VtkKind& kind, const Key* nodes, std::size_t count,
                            std::size_t cell) {
+  // Every second triangle of a strip runs the other way round.
+  constexpr std::int8_t kTurned[] = {0, 2, 1};
   const auto width = static_cast<std::size_t>(FindElementType(kind.code)->nodes);
   for (std::size_t i = 0; i + width <= count; ++i) {
-    AddElement(kind.code, cell);
-    // Every second triangle of a strip runs the other way round.
     const bool turned = number == kVtkTriangleStrip && i % 2 == 1;
-    for (std::size_t n = 0; n < width; ++n) {
-      deck_.connectivity.push_back(nodes[i + (turned && n > 0 ? width - n : n)]);
-    }
+    AddElement(kind.code, nodes + i, turned ? kTurned : nullptr, cell);
   }
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 // Gathers the pieces of a VTK file, XML or legacy, into a deck.
 
+#include <array>
 #include <map>
 #include <optional>
 #include <string>
@@ -43,7 +44,9 @@ class VtkBuilder {
 
   Outcome AddPoints(const VtkPiece& piece, const std::string& file);
   Outcome AddCells(const VtkPiece& piece, const std::string& file);
-  void AddElement(std::int32_t code, std::size_t cell);
+  Outcome AddNodes(const VtkPiece& piece, const std::vector<std::int64_t>& offsets,
+                   const std::string& file);
+  void AddElement(std::int32_t code, const Key* nodes, const std::int8_t* order, std::size_t cell);
   void SplitCell(int number, const VtkKind& kind, const Key* nodes, std::size_t count,
                  std::size_t cell);
   Role RoleOf(const VtkArray& array, bool of_points) const;
@@ -65,10 +68,11 @@ class VtkBuilder {
   Deck deck_;  // nodes and elements have their places, from 1, as keys until the end
 
   // Of the piece that is being added.
-  std::vector<Key> point_keys_;       // 0 never
-  std::vector<bool> is_repeated_;     // points that an earlier piece has; empty for none
-  std::vector<std::size_t> cell_of_;  // the cell of each element from first_element_ on
+  std::vector<Key> point_keys_;         // 0 never
+  std::vector<bool> is_repeated_;       // points that an earlier piece has; empty for none
+  std::vector<std::uint32_t> cell_of_;  // the cell of each element from first_element_ on
   std::size_t first_element_ = 0;
+  std::size_t node_end_ = 0;  // of the connectivity that elements have
 
   std::vector<Key> node_wishes_;
   std::vector<Key> element_wishes_;

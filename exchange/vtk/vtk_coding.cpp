@@ -170,12 +170,10 @@ std::string VtkDecoder::Decode(std::string_view stored, bool is_base64, std::uin
     array.Borrow(source.Take(bytes));
     return {};
   }
-  std::vector<char> out(bytes);
-  if (!source.Read(out.data(), bytes)) {
+  left_ -= bytes;
+  if (!source.Read(array.Allocate(bytes), bytes)) {
     return fmt::format("its {} bytes are not all there as base64", bytes);
   }
-  left_ -= bytes;
-  array.Own(std::move(out));
   return {};
 }
 
@@ -188,7 +186,7 @@ std::string VtkDecoder::DecodeBlocks(Source& source, std::uint64_t values, VtkAr
   // Writers end the header of an array without blocks here or after two more numbers.
   if (blocks == 0) {
     if (std::string wrong = CheckLength(0, values, array); !wrong.empty()) return wrong;
-    array.Own(std::vector<char>());
+    array.Allocate(0);
     return {};
   }
   if (!source.Read(head + width, 2 * width)) return kShort;
@@ -213,9 +211,8 @@ std::string VtkDecoder::DecodeBlocks(Source& source, std::uint64_t values, VtkAr
     }
   }
   left_ -= bytes;
-  std::vector<char> out(bytes);
   std::vector<char> packed;
-  char* to = out.data();
+  char* to = array.Allocate(bytes);
   if (!inflater_) inflater_ = std::make_unique<Inflater>();
   for (std::size_t i = 0; i < blocks; ++i) {
     std::string_view from;
@@ -237,7 +234,6 @@ std::string VtkDecoder::DecodeBlocks(Source& source, std::uint64_t values, VtkAr
     if (!is_good) return fmt::format("block {} cannot be unpacked to {} bytes", i + 1, size);
     to += size;
   }
-  array.Own(std::move(out));
   return {};
 }
 

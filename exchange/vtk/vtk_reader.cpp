@@ -6,7 +6,6 @@
 #include <charconv>
 #include <fmt/format.h>
 
-#include "qx_db/platform/file.h"
 #include "qx_db/platform/text.h"
 
 #include "exchange/vtk/vtk_builder.h"
@@ -655,8 +654,8 @@ Result<Deck> ParseVtk(std::string_view bytes, const std::string& name, const Rea
 
 Result<Deck> ReadVtk(const std::string& path, const ReadOptions& options,
                      std::vector<Failure>& faults) {
-  const Result<std::string> bytes = ReadWholeFile(path);
-  Result<Deck> deck = bytes ? ParseVtk(*bytes, path, options) : bytes.Error();
+  const Result<Buffer> bytes = ReadBuffer(path);
+  Result<Deck> deck = bytes ? ParseVtk(bytes->View(), path, options) : bytes.Error();
   if (!deck) faults.push_back(deck.Error());
   return deck;
 }

@@ -184,22 +184,25 @@ void ArraySink::Begin(std::uint64_t bytes, int values_a_line) {
   written_ = 0;
   bytes_ = bytes;
   if (form_.IsText() || form_.IsPacked()) return;
-  buffer_.append(reinterpret_cast<const char*>(&bytes), sizeof(bytes));
+  std::memcpy(buffer_.data(), &bytes, sizeof(bytes));
+  used_ = sizeof(bytes);
 }
 
 void ArraySink::PutText(double value) {
-  fmt::format_to(std::back_inserter(buffer_), "{}", value);
+  char* const to = buffer_.data() + used_;
+  used_ += static_cast<std::size_t>(fmt::format_to(to, "{}", value) - to);
   EndTextValue();
 }
 
 void ArraySink::PutText(std::int64_t value) {
-  fmt::format_to(std::back_inserter(buffer_), "{}", value);
+  char* const to = buffer_.data() + used_;
+  used_ += static_cast<std::size_t>(fmt::format_to(to, "{}", value) - to);
   EndTextValue();
 }
 
 void ArraySink::EndTextValue() {
   const bool full = ++in_line_ == values_a_line_;
-  buffer_ += full ? '\n' : ' ';
+  buffer_[used_++] = full ? '\n' : ' ';
   if (full) in_line_ = 0;
 }
 
@@ -224,20 +227,21 @@ void ArraySink::EndStream() {
 
 /// Packs the whole blocks that there are.
 void ArraySink::PackBlocks() {
-  std::string_view rest = buffer_;
+  std::string_view rest{buffer_.data(), used_};
   while (rest.size() >= VtkPacker::kBlockBytes) {
     packer_.AddBlock(rest.substr(0, VtkPacker::kBlockBytes));
     rest.remove_prefix(VtkPacker::kBlockBytes);
   }
-  buffer_.erase(0, buffer_.size() - rest.size());
+  used_ = rest.size();
+  std::memmove(buffer_.data(), rest.data(), used_);
 }
 
 void ArraySink::Flush() {
   if (form_.IsPacked()) {
     PackBlocks();
   } else {
-    Write(buffer_);
-    buffer_.clear();
+    Write({buffer_.data(), used_});
+    used_ = 0;
   }
   if (count_ < next_report_) return;
   progress_(static_cast<double>(count_) / static_cast<double>(total_ + 1));
@@ -247,8 +251,8 @@ void ArraySink::Flush() {
 std::uint64_t ArraySink::End() {
   Flush();
   if (form_.IsPacked()) {
-    if (!buffer_.empty()) packer_.AddBlock(buffer_);
-    buffer_.clear();
+    if (used_ > 0) packer_.AddBlock({buffer_.data(), used_});
+    used_ = 0;
     const VtkPacker::Packed packed = packer_.Take(bytes_);
     // In base64 the header is a stream of its own.
     Write({reinterpret_cast<const char*>(packed.header.data()),

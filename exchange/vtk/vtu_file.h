@@ -2,6 +2,7 @@
 // The file side of a VTK XML unstructured grid: declarations and streams of arrays.
 // Threads: shares nothing; one at a time for each object.
 
+#include <cstring>
 #include <functional>
 #include <ostream>
 #include <string>
@@ -40,11 +41,11 @@ class ArraySink {
     if (form_.IsText()) {
       PutText(value);
     } else {
-      const char* bytes = reinterpret_cast<const char*>(&value);
-      buffer_.append(bytes, sizeof(T));
+      std::memcpy(buffer_.data() + used_, &value, sizeof(T));
+      used_ += sizeof(T);
     }
     ++count_;
-    if (buffer_.size() >= kBufferSize) Flush();
+    if (used_ >= kBufferSize) Flush();
   }
   /// Ends the array and gives what it takes in the file, in bytes.
   std::uint64_t End();
@@ -53,6 +54,7 @@ class ArraySink {
 
  private:
   static constexpr std::size_t kBufferSize = 1 << 16;
+  static constexpr std::size_t kLongestValue = 64;  // as text
 
   void PutText(double value);
   void PutText(std::int64_t value);
@@ -75,7 +77,8 @@ class ArraySink {
   std::uint64_t bytes_ = 0;
   int values_a_line_ = 1;
   int in_line_ = 0;
-  std::string buffer_;
+  std::vector<char> buffer_ = std::vector<char>(kBufferSize + kLongestValue);
+  std::size_t used_ = 0;
   std::string encoded_;
   Base64Encoder base64_;
 };

@@ -18,7 +18,7 @@ Result<Deck> ReadVtu(const std::string& path, const ReadOptions& options,
 
 /// The same of a file in memory; `name` stands for it in messages. Pieces of a PVTU file are not
 /// read.
-Result<Deck> ParseVtu(std::string bytes, const std::string& name);
+Result<Deck> ParseVtu(std::string_view bytes, const std::string& name);
 
 /// Options of reading, shared by VTU and PVTU.
 std::span<const FormatOption> VtuReadOptions();

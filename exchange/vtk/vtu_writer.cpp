@@ -273,7 +273,7 @@ class Contents {
       (of_points ? points_ : cells_).push_back(ArrayOf(field, array, of_points, is_partial));
       content_.notes.fields.push_back({array, of_points, name, field.category, field.integers,
                                        field.step, field.time, is_partial});
-      times.insert(field.time);
+      times.insert(double{field.time});
     });
     if (times.size() == 1 && *times.begin() != 0) content_.time = *times.begin();
   }

@@ -6,6 +6,12 @@
 
 #include "tests/cli/cli_fixture.h"
 
+#ifdef QX_HAS_EXODUS
+#define QX_EXODUS_FILES ".exo .e .g .ex2 .exii .gen "
+#else
+#define QX_EXODUS_FILES ""
+#endif
+
 namespace qx {
 namespace {
 
@@ -34,7 +40,7 @@ TEST_F(Shell, SuggestsWhatMayStandNext) {
       {"exp", "export"},
       {"edit ''", "move|renumber|delete"},
       {"edit m", "move"},
-      {"export m.qxm ''", ":files .msh .bdf .dat .nas .blk .vtu .json"},
+      {"export m.qxm ''", ":files " QX_EXODUS_FILES ".msh .bdf .dat .nas .blk .vtu .json"},
       {"export m.qxm a.vtu --encoding ''", "binary|ascii|base64|raw|inline"},
       {"export m.qxm a.vtu --encoding = ba", "base64"},
       {"export m.qxm a.vtu --encoding=ba", "--encoding=base64"},
@@ -52,7 +58,7 @@ TEST_F(Shell, SuggestsWhatMayStandNext) {
       {"check --measure size --mea", "--measure"},
       // What was given, or excludes something given, is not offered.
       {"import a.msh m.qxm --add --",
-       "--json|--units|--format|--include-dir|--strict|--report|--force|--help"},
+       "--json|--units|--format|--include-dir|--option|--strict|--report|--force|--help"},
       {"orient m.qxm --node 1 --", "--json|--help"},
       {"material import a.gdbp m.qxm S235 --a", ""},
       {"edit renumber m.qxm node 1 --map k.json --f", "--force"},

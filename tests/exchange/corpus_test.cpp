@@ -101,8 +101,8 @@ void ExpectFields(const Deck& deck, const dbgateway::Record& expected) {
       double least = INFINITY, most = -INFINITY;
       const auto widen = [&](const auto& values) {
         for (const auto& entry : values) {
-          least = std::min(least, entry.value);
-          most = std::max(most, entry.value);
+          least = std::min(least, double{entry.value});
+          most = std::max(most, double{entry.value});
         }
       };
       widen(field.node_values);

@@ -275,7 +275,7 @@ TEST_F(ExodusModelTest, BlocksSetsFieldsAndAttributesComeBack) {
   std::map<std::string, std::string> fields;
   for (const tagTField& field : deck->Of<tagTField>()) {
     std::string& text = fields[Utf8(field.name.View())];
-    for (const auto& v : field.node_values) text += fmt::format("{}:{} ", field.time, v.value);
+    for (const auto& v : field.node_values) text += fmt::format("{}:{} ", +field.time, +v.value);
     for (const auto& v : field.element_values) text += fmt::format("{} ", v.value - ITR{v.target});
   }
   EXPECT_EQ(fields["u_x"], "0.25:1 0.5:2 ");

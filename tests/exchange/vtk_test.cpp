@@ -175,13 +175,13 @@ void ExpectSample(const Deck& deck) {
   EXPECT_EQ(fields[0].name.View(), u"v");
   EXPECT_EQ(fields[0].components, 3);
   ASSERT_EQ(fields[0].node_values.GetSize(), 42);
-  EXPECT_EQ(fields[0].node_values[15].value, 5 / 3.0);
-  EXPECT_EQ(fields[0].node_values[17].value, 1e300);
+  EXPECT_EQ(+fields[0].node_values[15].value, 5 / 3.0);
+  EXPECT_EQ(+fields[0].node_values[17].value, 1e300);
   EXPECT_EQ(ITR{fields[0].node_values[17].target}, ITR{6});
   EXPECT_EQ(fields[1].integers, 1);
   ASSERT_EQ(fields[1].element_values.GetSize(), 2);
-  EXPECT_EQ(fields[1].element_values[0].value, -7);
-  EXPECT_EQ(fields[1].element_values[1].value, 300);
+  EXPECT_EQ(+fields[1].element_values[0].value, -7);
+  EXPECT_EQ(+fields[1].element_values[1].value, 300);
 }
 
 TEST(VtuForms, AllSayTheSame) {
@@ -239,7 +239,8 @@ TEST(VtkCells, BecomeElementsOrAreNamed) {
     int type;
     int nodes;
     std::vector<std::int32_t> codes;
-    std::vector<Key> first = {};  // nodes of the first element, from 0, where they are not 0, 1, 2...
+    std::vector<Key> first =
+        {};  // nodes of the first element, from 0, where they are not 0, 1, 2...
     const char* note = "";
   };
   using namespace element;
@@ -377,7 +378,8 @@ TEST(VtkFaults, AreNamed) {
       {with("Int16", "Int128"), "numbers of type 'Int128' are not known"},
       {with(" -7\n", " -7x\n"), "\"mark\": '-7x' is no integer"},
       {with(" 8\n 14\n", " 8\n 15\n"), "\"connectivity\": it has 14 values of 15"},
-      {with("12\n 13\n</DataArray>\n</Cells>", "12\n 12\n</DataArray>\n</Cells>"), "cell 1: a cell of type 12 cannot have 6 nodes"},
+      {with("12\n 13\n</DataArray>\n</Cells>", "12\n 12\n</DataArray>\n</Cells>"),
+       "cell 1: a cell of type 12 cannot have 6 nodes"},
       {with(" 0.125\n", " nan\n"), "point 0: a coordinate is not a finite number"},
       {with(" 13\n</DataArray>\n<DataArray type=\"Int32\"",
             " 99\n</DataArray>\n<DataArray type=\"Int32\""),
@@ -456,10 +458,10 @@ std::string SetsAndFields(const Deck& deck) {
   }
   for (const tagTField& field : deck.Of<tagTField>()) {
     text += fmt::format("field {} {} {} {} {} {}:", Utf8(field.name.View()), field.place,
-                        field.components, field.step, field.time, field.category);
+                        +field.components, +field.step, +field.time, +field.category);
     std::map<ITR, std::string> values;  // whatever the order of their targets in the file
-    for (const auto& v : field.node_values) values[v.target] += fmt::format(" {}", v.value);
-    for (const auto& v : field.element_values) values[v.target] += fmt::format(" {}", v.value);
+    for (const auto& v : field.node_values) values[v.target] += fmt::format(" {}", +v.value);
+    for (const auto& v : field.element_values) values[v.target] += fmt::format(" {}", +v.value);
     for (const auto& [target, of_target] : values) text += fmt::format(" @{}", target) + of_target;
     text += '\n';
   }
