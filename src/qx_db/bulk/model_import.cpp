@@ -87,7 +87,7 @@ struct Lane {
     if (!keep_key) {
       const Key key = wanted > 0 && !to->Find(wanted) ? wanted : to->Set().GetNewKey();
       if (key < 0) return 0;
-      StoreAt(detail::Bytes(record) + 8, key);
+      KeyedSetBase::SetKey(record, key);
     }
     const ITR there = to->Find(record.GetKey());
     if (!there) return to->InsertNU(&record);

@@ -62,7 +62,7 @@ void Belongings::FollowKey(DPoolBase& owners, ITR owner, Key former) {
     if (there) owner_of_[there] = other;  // or nobody's
     if (!item) continue;
     const auto record = pool.CopyRecord(item);
-    StoreAt<Key>(detail::Bytes(*record) + 8, key);
+    KeyedSetBase::SetKey(*record, key);
     pool.SetAtNU(item, record.get());
     if (there || other) {
       owner_of_[item] = owner;

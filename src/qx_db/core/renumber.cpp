@@ -16,7 +16,7 @@ Outcome Apply(DPoolBase& pool, const NewKey& change) {
   const auto [pos, key] = change;
   if (KeyOf(pos) == key) return {};
   const auto record = pool.CopyRecord(pos);
-  StoreAt(detail::Bytes(*record) + 8, key);
+  KeyedSetBase::SetKey(*record, key);
   if (pool.SetAtNU(pos, record.get())) return {};
   return Failure{"", pool.GetAPIName().ToUtf8() + " " + std::to_string(KeyOf(pos)),
                  "cannot be given another key", "see the message above"};
