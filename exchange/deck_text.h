@@ -1,5 +1,6 @@
 #pragma once
 // The text of a deck: its file and what that includes as one, and numbers as decks write them.
+// Threads: shares nothing; one at a time for each object.
 
 #include <cstdint>
 #include <functional>

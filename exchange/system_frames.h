@@ -1,5 +1,6 @@
 #pragma once
 // Where the coordinate systems of a session are, for writers that give points in them.
+// Threads: as the session they read.
 
 #include <map>
 
