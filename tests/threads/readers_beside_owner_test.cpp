@@ -21,8 +21,10 @@
 #include "qx_db/gateway/document_exchange.h"
 #include "qx_db/model/mesh_pools.h"
 #include "qx_db/model/mesh_set_pool.h"
-#include "qx_db/model/standard_pools.h"
 
+#include "exchange/loss_report.h"
+#include "exchange/transfer.h"
+#include "host/session.h"
 #include "tests/scratch_folder.h"
 
 /// A race is told only while the sanitizer remembers the earlier access: as long as it can, since
@@ -35,7 +37,7 @@ namespace {
 /// The owner's model: a strip of quadrilaterals, all in one mesh set, with a region of their nodes.
 class Strip {
  public:
-  CQXDocBase document{AddStandardPools};
+  CQXDocBase document{host::SetUpModel};
   CQXDBSession& session = *document.GetDBSession();
   DPoolNode& nodes = *session.GetPool<DPoolNode>(code::kNode);
   DPoolElem& elements = *session.GetPool<DPoolElem>(code::kElem);
@@ -121,7 +123,14 @@ class Strip {
 void Read(CQXDBSession& snapshot, std::uint64_t hash, const std::string& path) {
   EXPECT_EQ(snapshot.StateHash(), hash);
   EXPECT_EQ(snapshot.Validate(), "");
-  // Exports: the gateway's text, and a record file.
+  // Exports: every format of meshes and decks, the gateway's text, and a record file.
+  for (const exchange::Format& format : exchange::Formats()) {
+    if (!format.write) continue;
+    exchange::LossReport losses;
+    const std::string file = path + std::string(format.extensions[0]);
+    const Outcome written = exchange::ExportFile(snapshot, file, {}, losses);
+    EXPECT_TRUE(written) << (written ? "" : written.Line());
+  }
   dbgateway::DataBase out;
   WriteDocument(snapshot, out);
   CQXBulkHandler record_file(path + ".records");
@@ -136,7 +145,7 @@ void Read(CQXDBSession& snapshot, std::uint64_t hash, const std::string& path) {
   EXPECT_GT(util.GetNodeListByMsetItrArray({snapshot.GetDataPool(code::kMset)->Find(7)}, found), 0);
   // Saving, opening, comparing.
   EXPECT_TRUE(SaveModel(snapshot, path));
-  CQXDBSession again(AddStandardPools);
+  CQXDBSession again(host::SetUpModel);
   const Outcome loaded = LoadModel(again, path);
   EXPECT_TRUE(loaded) << (loaded ? "" : loaded.Line());
   EXPECT_EQ(again.StateHash(), hash);
