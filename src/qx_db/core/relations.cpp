@@ -96,7 +96,8 @@ void Relations::Learn() {
   const std::size_t begin = journal.Mark() - changes.size();
   const std::size_t first = gone_.size();
   for (std::size_t i = known_ > begin ? known_ - begin : 0; i < changes.size(); ++i) {
-    if (changes[i].operation == tagTRNotify::kRemoved) gone_.push_back(changes[i].item);
+    const ITR item = changes[i].item;  // by value: changes are packed
+    if (changes[i].operation == tagTRNotify::kRemoved) gone_.push_back(item);
   }
   known_ = journal.Mark();
   constexpr std::size_t kBitsForOne = 512;
