@@ -18,6 +18,7 @@ bool HasAny(const Row& row, const TStructBase& record, Is&& is) {
   const char* bytes = detail::Bytes(record);
   if (!row.IsArray()) return is(LoadAt<ITR>(bytes + row.offset));
   const ArrayStorage& array = detail::ArrayAt(bytes, row);
+  if (array.count == 0) return false;
   const char* slot = static_cast<const char*>(array.data) + std::max(row.inner_reference, 0);
   for (std::int32_t i = 0; i < array.count; ++i, slot += row.element_size) {
     if (is(LoadAt<ITR>(slot))) return true;
@@ -154,11 +155,13 @@ bool Relations::MayHaveGone(const std::vector<const Row*>& rows, const TStructBa
       continue;
     }
     const ArrayStorage& array = detail::ArrayAt(bytes, *row);
-    const char* slot = static_cast<const char*>(array.data) + std::max(row->inner_reference, 0);
     const std::int32_t count = array.count;
+    if (count == 0) continue;  // nor has it any memory then
+    const char* slot = static_cast<const char*>(array.data) + std::max(row->inner_reference, 0);
     if (row->element_size == sizeof(ITR)) {
-      for (std::int32_t i = 0; i < count; ++i)
+      for (std::int32_t i = 0; i < count; ++i) {
         any |= bit(LoadAt<ITR>(slot + 8 * static_cast<std::ptrdiff_t>(i)));
+      }
     } else {
       for (std::int32_t i = 0; i < count; ++i, slot += row->element_size) {
         any |= bit(LoadAt<ITR>(slot));
