@@ -28,7 +28,7 @@ def every_type(without: tuple[str, ...] = ()) -> qxdb.Model:
     """One element of each ordinary type, on nodes of its own."""
     model = qxdb.new()
     rng = np.random.default_rng(1)
-    from qxdb._table import ELEMENT_NAMES, ELEMENT_NODES
+    from qxdb._schema import ELEMENT_NAMES, ELEMENT_NODES
 
     with model.step("one of each"):
         for code, name in ELEMENT_NAMES.items():

@@ -196,6 +196,8 @@ def test_files_of_others(tmp_path: Path, bracket: qxdb.Model) -> None:
         assert target.stat().st_size > 1000
         if kind.reads:
             with qxdb.read(target, units="mm") as again:
-                np.testing.assert_array_equal(again.nodes.xyz, bracket.nodes.xyz)
+                # Decks with fields of 16 columns have no room for every digit.
+                lost = 1e-13 if kind.extension in (".bdf", ".dat", ".nas", ".blk") else 0
+                np.testing.assert_allclose(again.nodes.xyz, bracket.nodes.xyz, rtol=0, atol=lost)
                 assert again.elements.counts() == bracket.elements.counts()
                 assert [s.elements for s in again.sets] == [s.elements for s in bracket.sets]

@@ -5,7 +5,7 @@ from __future__ import annotations
 import numpy as np
 import pytest
 import qxdb
-from qxdb._table import RaggedColumn
+from qxdb._columns import RaggedColumn
 
 
 def test_columns_are_copies_and_assignment_is_one_step(cube: qxdb.Model) -> None:

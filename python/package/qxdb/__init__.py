@@ -18,6 +18,7 @@ from __future__ import annotations
 from typing import Any, NamedTuple
 
 from . import _core
+from ._columns import Ragged
 from ._errors import (
     ClosedError,
     Error,
@@ -31,7 +32,7 @@ from ._errors import (
 from ._model import Event, Finding, Model, Step, new, open, read
 from ._seeding import Curves, Seeds
 from ._sets import KeySet, Members, MeshSet
-from ._table import Ragged, Record, Table
+from ._table import Record, Table
 from ._units import Quantity, categories, convert, unit_names
 
 __version__: str = _core.version

@@ -9,7 +9,7 @@ import numpy as np
 
 from ._errors import ValueFault
 from ._model import Model, new
-from ._table import ELEMENT_NAMES, ELEMENT_NODES, ELEMENT_TYPES
+from ._schema import ELEMENT_NAMES, ELEMENT_NODES, ELEMENT_TYPES
 
 # meshio lists the nodes of every ordinary type as this library does.
 _MESHIO = {

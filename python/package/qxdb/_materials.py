@@ -9,7 +9,7 @@ import numpy as np
 
 from . import _core
 from ._errors import MissingError
-from ._table import Keys
+from ._columns import Keys
 from ._units import Quantity, convert, system_indices
 
 if TYPE_CHECKING:

@@ -15,10 +15,12 @@ import numpy as np
 from numpy.typing import ArrayLike, NDArray
 
 from . import _core
+from ._columns import Keys, as_keys
 from ._errors import FileError, MissingError, RefusedError, ValueFault
+from ._mesh import Elements, Nodes
 from ._progress import shown
 from ._schema import PoolInfo, pool_info
-from ._table import Elements, Keys, Nodes, Record, Table, as_keys
+from ._table import Record, Table
 from ._units import Units, system_indices
 
 if TYPE_CHECKING:

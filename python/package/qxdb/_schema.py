@@ -10,6 +10,9 @@ from __future__ import annotations
 from dataclasses import dataclass
 from typing import Any
 
+from . import _core
+from ._errors import ValueFault
+
 # Where the rule gives a poor name: by table and schema name of the (first) member.
 _NAMES = {
     ("NODE", "_POSITION"): "position",
@@ -131,3 +134,18 @@ RESERVED = frozenset(
     "key keys columns info model table rows record records insert remove renumber where_used "
     "preview_removal to_pandas to_structured to_dict get set update exists xyz".split()
 )
+
+
+ELEMENT_TYPES = {name: code for code, name, *_ in _core.element_types()}
+ELEMENT_NAMES = {code: name for name, code in ELEMENT_TYPES.items()}
+ELEMENT_NODES = {code: nodes for code, _, _, nodes, *_ in _core.element_types()}
+ELEMENT_DIMENSIONS = {code: dimension for code, *_, dimension in _core.element_types()}
+
+
+def element_type(name: str) -> int:
+    """The code of an element type by name; raises ValueFault for an unknown one."""
+    if name not in ELEMENT_TYPES:
+        raise ValueFault(
+            "is no element type", place=repr(name), remedy=f"use {', '.join(ELEMENT_TYPES)}"
+        )
+    return ELEMENT_TYPES[name]

@@ -8,7 +8,7 @@ from typing import TYPE_CHECKING, Any, Optional, Union
 import numpy as np
 
 from ._errors import MissingError
-from ._table import Keys, as_keys
+from ._columns import Keys, as_keys
 
 if TYPE_CHECKING:
     from ._model import Model

@@ -1,0 +1,146 @@
+"""Nodes and elements as tables."""
+
+from __future__ import annotations
+
+from typing import Any, cast
+
+import numpy as np
+from numpy.typing import NDArray
+
+from ._columns import Column, Keys, NodesColumn, as_keys, numbers, reference_keys
+from ._errors import TypeFault
+from ._schema import ELEMENT_NAMES, element_type
+from ._table import Table
+from ._units import Quantity, to_model
+
+
+class Nodes(Table):
+    """The nodes: `xyz` (n x 3, model units), `keys`, `flags`."""
+
+    @property
+    def xyz(self) -> Column:
+        """Positions, (n, 3), in model units. Assigning is one recorded change."""
+        return cast(Column, self._column("position"))
+
+    def insert(self, count: Any = None, *, keys: Any = None, **columns: Any) -> Keys:
+        """Adds nodes at positions `insert(xyz)`, (n, 3), as one step; returns their keys."""
+        if count is not None and np.ndim(count) > 0 or isinstance(count, Quantity):
+            columns["position"] = count
+            count = None
+        if "xyz" in columns:
+            columns["position"] = columns.pop("xyz")
+        if set(columns) != {"position"} or count is not None:
+            return super().insert(count, keys=keys, **columns)
+        column = self.xyz
+        xyz = numbers(
+            column.info, to_model(columns["position"], column.unit, "nodes"), column._place
+        )
+        if xyz.ndim == 1 and xyz.shape == (3,):
+            xyz = xyz.reshape(1, 3)
+        given = None if keys is None else as_keys(keys)
+        return self._model._core.insert_nodes(np.ascontiguousarray(xyz), given, "Insert nodes")
+
+
+class Elements(Table):
+    """The elements. Those of one type by its name: `model.elements["hex8"].nodes` is n x 8."""
+
+    def __getitem__(self, index: Any) -> Any:
+        if isinstance(index, str):
+            return ElementsOfType(self._model, self.info, element_type(index))
+        return super().__getitem__(index)
+
+    def _of_keys(self, keys: Keys) -> Table:
+        return Elements(self._model, self.info, keys)
+
+    def counts(self) -> dict[str, int]:
+        """The number of elements of each type that there is; a special type by its code."""
+        codes, counts = np.unique(self._column("type")[:], return_counts=True)
+        named = (ELEMENT_NAMES.get(code, str(code)) for code in codes.tolist())
+        return dict(zip(named, counts.tolist()))
+
+    def insert(self, count: Any = None, *, keys: Any = None, **columns: Any) -> Keys:
+        """Adds elements of one type as one step: `insert("hex8", nodes=keys)`; returns their keys.
+
+        nodes: (n, nodes of the type), keys of nodes; or `node_rows`: their row numbers
+        property: key of a property, or a record
+        """
+        if not isinstance(count, str):
+            return super().insert(count, keys=keys, **columns)
+        names = {"nodes", "node_rows", "property"}
+        if set(columns) - names or len(columns.keys() & {"nodes", "node_rows"}) != 1:
+            raise TypeFault(
+                "takes nodes or node_rows, and property",
+                place=f"elements {count}",
+                remedy="assign other columns afterwards",
+            )
+        as_rows = "node_rows" in columns
+        nodes = np.asarray(columns["node_rows" if as_rows else "nodes"])
+        if nodes.dtype.kind not in "iu":
+            raise TypeFault(
+                f"takes whole numbers, not {nodes.dtype}",
+                place=f"elements {count}",
+                remedy="give keys or row numbers of nodes",
+            )
+        if nodes.ndim == 1:
+            nodes = nodes.reshape(1, -1)
+        given = None if keys is None else as_keys(keys)
+        of = reference_keys(columns.get("property"))
+        return self._model._core.insert_elements(
+            element_type(count), nodes, as_rows, given, int(of), f"Insert {count} elements"
+        )
+
+    @property
+    def centers(self) -> NDArray[np.float64]:
+        """The mean of each element's nodes, (n, 3), model units; NaN without nodes."""
+        return self._rows(self._model._core.centers())
+
+    @property
+    def sizes(self) -> NDArray[np.float64]:
+        """Length, area or signed volume of each element from its corners, (n,), model units; 0 for
+        types without one."""
+        return self._rows(self._model._core.element_numbers("size"))
+
+    @property
+    def volumes(self) -> NDArray[np.float64]:
+        """Volumes, (n,), model units: signed ones of solids; of surfaces and lines by thickness and
+        section of their properties."""
+        return self._rows(self._model._core.element_numbers("volume"))
+
+    def axes(self, material: bool = False) -> NDArray[np.float64]:
+        """Local axes, (n, 3, 3): unit vectors of local x, y and z as rows, in global coordinates;
+        material axes where asked for; NaN where they are not determined."""
+        return self._rows(self._model._core.axes(material))
+
+    def quality(self, measure: str, progress: Any = None) -> NDArray[np.float64]:
+        """One value of a measure of shape an element, (n,); NaN where it has none; model units.
+        qxdb.measures() lists them."""
+        from ._progress import shown
+
+        with shown(progress, measure) as tell:
+            return self._rows(self._model._core.quality(measure, tell))
+
+    def _rows(self, values: NDArray[np.float64]) -> NDArray[np.float64]:
+        """Of all elements, those of this table."""
+        if self._selection is None:
+            return values
+        return values[self.rows_of(self.keys)]
+
+
+class ElementsOfType(Elements):
+    """The elements of one type; always those that there are now."""
+
+    @property
+    def nodes(self) -> NodesColumn:
+        """Keys of the nodes, (n, nodes of the type); `.rows` gives row numbers."""
+        return NodesColumn(self, self.info.columns["nodes"])
+
+    @property
+    def type_name(self) -> str:
+        """The type: "hex8"."""
+        return ELEMENT_NAMES[cast(int, self._selection)]
+
+    def __setattr__(self, name: str, value: Any) -> None:
+        if name == "nodes":
+            self.nodes[:] = value
+        else:
+            super().__setattr__(name, value)
