@@ -78,7 +78,7 @@ std::string LossReport::ToJson(const std::string& file, const std::string& forma
   std::string json = fmt::format(
       "{{\n  \"file\": {},\n  \"format\": {},\n  \"direction\": {},\n  \"lossless\": {},\n"
       "  \"losses\": [",
-      Quoted(file), Quoted(format), Quoted(direction), IsLossless());
+      Quoted(file), Quoted(format), Quoted(direction), IsLossless() && faults.empty());
   const char* before = "\n";
   for (const Loss& loss : entries) {
     json += fmt::format(

@@ -77,7 +77,7 @@ Result<UnitSystem> ParseUnits(const std::string& names, const UnitSystem& rest) 
       known += (known.empty() ? "" : ", ") + std::string(unit.name);
     }
     return Failure{"", "", fmt::format("'{}' is no unit", name),
-                   fmt::format("name one of length ({}), or several as in mm,N,t", known)};
+                   fmt::format("name one of length ({}), or several as in mm,N,ton", known)};
   }
   return units;
 }

@@ -11,7 +11,7 @@ namespace qx::exchange {
 struct ImportOptions {
   ReadOptions read;
   const Format* format = nullptr;  ///< null: found from the file
-  /// Units of the file's numbers, as names: "mm" or "mm,N,t". Empty: those that the file names, or
+  /// Units of the file's numbers, as names: "mm" or "mm,N,ton". Empty: those that the file names, or
   /// else the session's current ones, which is told as taken for granted.
   std::string units;
   bool set_model_units = false;  ///< the model keeps the file's units: for a new one
@@ -25,7 +25,7 @@ struct ExportOptions {
   bool strict = false;
 };
 
-/// "mm,N,t" on top of a system. Fails, naming no file, for a name that is no unit.
+/// "mm,N,ton" on top of a system. Fails, naming no file, for a name that is no unit.
 Result<UnitSystem> ParseUnits(const std::string& names, const UnitSystem& rest);
 
 /// Brings a file into a session as one undoable step. `report` tells what was lost, changed and

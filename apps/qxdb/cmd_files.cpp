@@ -315,7 +315,7 @@ void AddImport(Command& app, Context& context) {
   command->Add("model", &options->model, "Model file to write").Model().Required();
   AddTarget(*command, options->target);
   command->Add("--units", &options->units,
-               "Units of the file's numbers, as mm or mm,N,t; untold those it names itself, or m");
+               "Units of the file's numbers, as mm or mm,N,ton; untold those it names itself, or m");
   command->Add("--format", &options->format, "Format to read it as, whatever it looks like");
   command->Add("--include-dir", &options->include_dirs, "Folder that a deck may include files of")
       .OneAtATime();
@@ -338,7 +338,7 @@ void AddExport(Command& app, Context& context) {
       .File(extensions)
       .Required();
   AddForce(*command, options->force);
-  command->Add("--units", &options->units, "Units to write in, as mm or mm,N,t");
+  command->Add("--units", &options->units, "Units to write in, as mm or mm,N,ton");
   command->Add("--format", &options->format, "Format to write, whatever the extension");
   command->Add("--encoding", &options->encoding, "How numbers are stored, as the formats below say")
       .OneOf(Encodings());

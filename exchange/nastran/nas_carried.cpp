@@ -32,7 +32,6 @@ constexpr KeyRule kKeyRules[] = {
     {"TEMP", {1, 3, 5, -1, -1}},
     {"RBE2", {1, -1, -1, -1, -1}, 3},
     {"RBAR", {1, 2, -1, -1, -1}},
-    {"PLOTEL", {1, 2, -1, -1, -1}},
     {"CELAS1", {2, 4, -1, -1, -1}},
     {"CELAS2", {2, 4, -1, -1, -1}},
     {"CDAMP1", {2, 4, -1, -1, -1}},
@@ -47,12 +46,13 @@ constexpr KeyRule kKeyRules[] = {
 
 /// Cards that are read, or that name no node and no element.
 constexpr std::string_view kWithoutKeys[] = {
-    "GRID",   "GRDSET", "CORD2R", "CORD2C", "CORD2S",  "CROD",    "CTUBE",  "CONROD",  "CBAR",
-    "CBEAM",  "CBUSH",  "CTRIA3", "CTRIAR", "CTRIA6",  "CQUAD4",  "CQUADR", "CSHEAR",  "CQUAD8",
-    "CTETRA", "CPYRAM", "CPENTA", "CHEXA",  "CONM2",   "BAROR",   "BEAMOR", "GRAV",    "LOAD",
-    "SPCADD", "MPCADD", "TEMPD",  "PARAM",  "EIGR",    "EIGRL",   "EIGC",   "EIGB",    "TSTEP",
-    "FREQ",   "FREQ1",  "FREQ2",  "NLPARM", "TABLED1", "TABLED2", "DLOAD",  "ENDDATA", "MAT1",
-    "MAT2",   "MAT4",   "MAT8",   "MAT9",   "MAT10",   "MATS1",   "MATT1",  "DCONSTR", "INCLUDE"};
+    "GRID",    "GRDSET",  "CORD2R", "CORD2C",  "CORD2S",  "CROD",    "CTUBE",  "CONROD",
+    "CBAR",    "CBEAM",   "CBUSH",  "CTRIA3",  "CTRIAR",  "CTRIA6",  "CQUAD4", "CQUADR",
+    "CSHEAR",  "CQUAD8",  "CTETRA", "CPYRAM",  "CPENTA",  "CHEXA",   "CONM2",  "BAROR",
+    "BEAMOR",  "GRAV",    "LOAD",   "SPCADD",  "MPCADD",  "TEMPD",   "PARAM",  "EIGR",
+    "EIGRL",   "EIGC",    "EIGB",   "TSTEP",   "FREQ",    "FREQ1",   "FREQ2",  "NLPARM",
+    "TABLED1", "TABLED2", "DLOAD",  "ENDDATA", "MAT1",    "MAT2",    "MAT4",   "MAT8",
+    "MAT9",    "MAT10",   "MATS1",  "MATT1",   "DCONSTR", "INCLUDE", "PLOTEL"};
 
 bool IsKnown(std::string_view name) {
   // Properties have numbers of their own only.

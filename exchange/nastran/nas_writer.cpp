@@ -187,14 +187,19 @@ std::uint64_t DroppedFields(const NasText& source, const NasCard& card, const st
 }
 
 /// The deck that the model came from, with what changed in its place.
-std::string Renewed(const std::string& followed, Entities& now, const SystemFrames& systems,
-                    const std::string& path, LossReport& report) {
+Result<std::string> Renewed(const std::string& followed, Entities& now, const SystemFrames& systems,
+                            const std::string& path, LossReport& report) {
   const NasText source(followed, path);
   std::vector<NasSource> sources;
   std::vector<Failure> faults;
   const Result<Deck> before = ParseNastran(source, path, faults, &sources);
   std::set<std::pair<Kind, Key>> done;
-  if (!before) return {};
+  if (!before) {  // never a deck without the text that came with it
+    return Failure{path, before.Error().place,
+                   "cannot be written: the deck that the model came from does not read any more: " +
+                       before.Error().what,
+                   "export to another format, or delete the CARRIED record to write a new deck"};
+  }
   const Entities then(*before);
   const NasCard* defaults = nullptr;
   for (const NasCard& card : source.Cards()) {
@@ -258,17 +263,18 @@ Outcome WriteNastran(CQXDBSession& session, const std::string& path, const Write
   if (options.progress) options.progress(0.3);
   Entities now(deck);
   const SystemFrames systems = SystemsOf(session);
-  std::string text;
+  Result<std::string> text = std::string();
   host::ForEach<tagTCarried>(&session, [&](ITR, const tagTCarried& carried) {
     if (carried.format.View() != u"nastran" || carried.keyword.View() != kNasDeck) return true;
-    if (!text.empty()) {
+    if (!text || !text->empty()) {
       found.Lost("decks besides the first that the model came from", 1);
       return true;
     }
     text = Renewed(Followed(carried, found), now, systems, path, found);
     return true;
   });
-  if (text.empty()) text = "SOL 101\nCEND\nBEGIN BULK\n" + NewCards(now, {}) + "ENDDATA\n";
+  if (!text) return text.AsOutcome();
+  if (text->empty()) *text = "SOL 101\nCEND\nBEGIN BULK\n" + NewCards(now, {}) + "ENDDATA\n";
   for (const auto& [type, count] : now.Cards().Unwritten()) {
     found.Lost(fmt::format("elements of type {} were left out", type), count, {},
                "the format has no card for them");
@@ -282,7 +288,7 @@ Outcome WriteNastran(CQXDBSession& session, const std::string& path, const Write
       code::kMatl,  code::kMeshCsys,   code::kEcrd,  code::kBset,   code::kE1DOffset,
       code::kSprop, code::kE1DRelease, code::kBlock, code::kSetTag, code::kCarried};
   ReportUnwritten(session, kWritten, found);
-  Outcome written = WriteWholeFile(path, text);
+  Outcome written = WriteWholeFile(path, *text);
   if (!written) return written;
   report.Append(found);
   if (options.progress) options.progress(1.0);

@@ -638,7 +638,9 @@ std::vector<Key> NewKeys(const DPoolBase& pool, const std::optional<Keys>& keys,
     }
     return out;
   }
-  const std::int64_t first = std::max<std::int64_t>(pool.Set().GetNewKey(), 1);
+  // Past the largest key it is negative.
+  const std::int64_t next = pool.Set().GetNewKey();
+  const std::int64_t first = next < 0 ? std::int64_t{kMaxKey} + 1 : std::max<std::int64_t>(next, 1);
   if (first + static_cast<std::int64_t>(count) - 1 > kMaxKey) {
     Refuse(FaultKind::kRefused, PoolLabel(pool), "has no more keys", "give keys that are free");
   }

@@ -194,7 +194,9 @@ TEST_F(NastranModel, OnlyMovedNodesDiffer) {
 }
 
 TEST_F(NastranModel, NumbersInCarriedCardsFollow) {
-  Import(kDeck);
+  std::string deck = kDeck;
+  deck.insert(deck.find("WEIRD"), "PLOTEL  9       2       3\n");
+  Import(deck);
   auto& nodes = *session_.GetPool<DPoolNode>(code::kNode);
   CTransaction step(&session_);
   step.Begin(u"renumber");
@@ -207,6 +209,7 @@ TEST_F(NastranModel, NumbersInCarriedCardsFollow) {
   EXPECT_NE(out.find("CQUAD4  1       5       1       2000    3       4\n"), std::string::npos)
       << out;
   EXPECT_NE(out.find("SPC1    1       123456  1       4\n"), std::string::npos) << out;
+  EXPECT_NE(out.find("PLOTEL  9       2000    3"), std::string::npos) << out;
 }
 
 TEST_F(NastranModel, ChangedCardsKeepTheirSystemsOrSayWhatTheyLose) {

@@ -115,7 +115,8 @@ class MeshSet(Members):
         return self._model.pools["mset"][self._key]
 
     def _list(self, name: str) -> KeySet:
-        return KeySet(self._record._one()._column(name)[:].values)
+        keys = self._record._one()._column(name)[:].values
+        return KeySet(keys[keys > 0])
 
     @property
     def nodes(self) -> KeySet:
