@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <fmt/format.h>
+#include <utility>
 
 #include "qx_db/record/element_types.h"
 
@@ -25,8 +26,12 @@ std::string_view LineEndOf(std::string_view text, std::size_t end) {
 
 std::string Apply(std::string_view text, std::vector<InpEdit> edits, std::size_t begin,
                   std::size_t end) {
+  // What is put in at a place comes before what is put instead of that which stands there.
+  const auto order = [](const InpEdit& edit) {
+    return std::pair(edit.begin, edit.end != edit.begin);
+  };
   std::stable_sort(edits.begin(), edits.end(),
-                   [](const InpEdit& a, const InpEdit& b) { return a.begin < b.begin; });
+                   [&order](const InpEdit& a, const InpEdit& b) { return order(a) < order(b); });
   end = std::min(end, text.size());
   std::string out;
   std::size_t done = begin;
@@ -324,26 +329,43 @@ void InpEditor::WriteOutGenerators(std::size_t p) {
   }
 }
 
+/// What is new stands in front of everything that names it: sets, surfaces, sections and steps.
 void InpEditor::AppendNew(std::size_t p) {
   State& state = states_[p];
   const InpScope& scope = ScopeOf(p);
-  std::string text;
-  if (!state.new_nodes.empty()) text += "*Node\n";
+  std::size_t behind_all = 0, behind_nodes = 0, first_node = scope.end, first_element = scope.end;
+  for (const InpRun& run : scope.node_runs) {
+    first_node = std::min(first_node, Block(run.block).begin);
+    behind_nodes = std::max(behind_nodes, DataEnd(Block(run.block)));
+  }
+  for (const InpRun& run : scope.element_runs) {
+    first_element = std::min(first_element, Block(run.block).begin);
+    behind_all = std::max(behind_all, DataEnd(Block(run.block)));
+  }
+  behind_all = std::max(behind_all, behind_nodes);
+  std::string nodes;
+  if (!state.new_nodes.empty()) nodes += "*Node\n";
   for (const Key key : state.new_nodes) {
     const Vector3 now(&now_.coordinates[3 * node_place_.Find(key)]);
-    AppendNode(text, LocalNode(key).number, model_.placements[p].frame.From(now));
+    AppendNode(nodes, LocalNode(key).number, model_.placements[p].frame.From(now));
   }
-  // Frames of *SYSTEM end with their part; what stands behind them here is global.
-  if (!text.empty() && model_.inputs.size() > 1) text = "*System\n" + text;
-  text += new_.Elements(
+  const std::string elements = new_.Elements(
       state.new_elements, [&](Key key) { return LocalElement(key).number; },
       [&](Key key) { return NodeName(p, key); });
-  if (text.empty()) return;
-  // In front of the sets and sections that name what is new.
-  const auto first = std::find_if(state.edits.begin(), state.edits.end(), [&](const InpEdit& edit) {
-    return edit.begin == scope.end && edit.end == scope.end;
-  });
-  state.edits.insert(first, {scope.end, scope.end, std::move(text)});
+  const auto put_in = [&state](std::size_t at, std::string text) {
+    if (!text.empty()) state.edits.insert(state.edits.begin(), {at, at, std::move(text)});
+  };
+  if (behind_all == 0) {  // the scope has nothing of its own yet
+    put_in(scope.end, nodes + elements);
+    return;
+  }
+  put_in(std::max(first_element == scope.end ? behind_all : first_element, behind_nodes), elements);
+  if (!nodes.empty() && model_.inputs.size() > 1) {
+    // Nodes that follow may count in the frame of a *SYSTEM, which must stay as it is for them.
+    put_in(behind_nodes == 0 ? behind_all : behind_nodes, "*System\n" + nodes);
+  } else {
+    put_in(std::min(first_node, first_element), nodes);
+  }
 }
 
 // ---- together -----------------------------------------------------------------------------------

@@ -9,6 +9,7 @@
 #include <map>
 #include <set>
 
+#include "qx_db/core/renumber.h"
 #include "qx_db/gateway/document.h"
 #include "qx_db/platform/file.h"
 #include "qx_db/qx_db.h"
@@ -425,7 +426,7 @@ TEST_F(AbaqusModel, NumbersInCarriedKeywordsFollow) {
                         "*Nset, nset=all\n1, 2, 3, 4, 5, 600\n** between\n"
                         "*Element, type=S4R, elset=left"},
                        {"6, 2\n", "600, 2\n"},
-                       {"*Step, name=one", "*Node\n600, 2., 1., 0.\n*Step, name=one"}});
+                       {"*Node\n  1,", "*Node\n600, 2., 1., 0.\n*Node\n  1,"}});
 }
 
 TEST_F(AbaqusModel, SetsAndSectionsFollow) {
@@ -544,7 +545,7 @@ TEST_F(AbaqusModel, SetsOfTheAssemblyAndTurnedInstancesFollow) {
   ExpectEdited(deck, {{"101, 0., 0., 1.\n", ""},
                       {"103, 1., 1., 1.\n", ""},
                       {"4, 101, 102, 103, 104\n", "4, 901, 102, 900, 104\n"},
-                      {"*End Part", "*Node\n901, 0., 0., 1.\n900, 1.5, 1., 1.\n*End Part"},
+                      {"*Node\n1\n", "*Node\n901, 0., 0., 1.\n900, 1.5, 1., 1.\n*Node\n1\n"},
                       {"instance=j\n101, 102", "instance=j\n102, 901"},
                       {"j.103, 1\ntips", "j.900, 1\ntips"}});
 }
@@ -599,6 +600,31 @@ INSTANTIATE_TEST_SUITE_P(All, AbaqusCorpus,
                                          "3d_test_cube_two_materials", "81fbi", "b31h", "in",
                                          "pload4_chexa20", "single_block", "tet10"),
                          [](const auto& test) { return sample::TestName(test.param); });
+
+/// Whatever names the renumbered ones, they stand in front of it.
+TEST_P(AbaqusCorpus, ReadsAgainAfterRenumbering) {
+  const std::string name = std::string("abaqus/") + GetParam() + ".inp";
+  QX_REQUIRE_CORPUS(path, name);
+  const ScratchFolder folder;
+  CQXDBSession session(host::SetUpModel);
+  LossReport report;
+  ASSERT_EQ(ImportFile(session, path, {}, report).Line(), "");
+  for (const std::uint16_t code : {code::kNode, code::kElem}) {
+    DPoolBase& pool = *session.GetDataPool(code);
+    TArray<ITR> items;
+    pool.GetItrList(items, 0);
+    std::vector<ITR> some;
+    for (std::int32_t i = 0; i < items.GetSize(); i += 7) some.push_back(items[i]);
+    ASSERT_TRUE(Renumber(session, pool, ConsecutiveKeys(some, 5'000'000)));
+  }
+  const std::string out = folder.Path("out.inp");
+  ASSERT_EQ(ExportFile(session, out, {}, report).Line(), "");
+  CQXDBSession again(host::SetUpModel);
+  ASSERT_EQ(ImportFile(again, out, {}, report).Line(), "");
+  for (const std::uint16_t code : {code::kNode, code::kElem, code::kMset, code::kBset}) {
+    EXPECT_EQ(again.GetDataPool(code)->GetSize(), session.GetDataPool(code)->GetSize()) << code;
+  }
+}
 
 TEST_P(AbaqusCorpus, HasTheExpectedTotalsAndComesBack) {
   const std::string name = std::string("abaqus/") + GetParam() + ".inp";
