@@ -312,6 +312,27 @@ TEST(Parts, BringWhatIsTheirsAndJoinOnlyWhatIsEqual) {
   }
 }
 
+TEST(Parts, DoNotTakeTheirOwnForTheModels) {
+  const ScratchFolder folder;
+  const std::string file = folder.Path("wing.qxm");
+  Ship wing(u"wing");
+  wing.Step([&] {  // one content under the two keys that come, the second the next of the model
+    auto property = wing.properties.GetAtNU(wing.properties.Find(1));
+    property.key = 3;
+    wing.properties.SetAtNU(wing.properties.Find(2), property);
+  });
+  ASSERT_TRUE(SaveModel(wing.session, file));
+  Ship hull(u"hull");
+  auto& sets = Pool<tagTMset>(hull.session);
+  TArray<Key> keys;
+  CStringArray names;
+  ASSERT_EQ(sets.LoadExtDB(Utf16(file).c_str(), keys, names), 1);
+  ASSERT_EQ(sets.TR_Import({7}, 0, 0, 0), 1);
+  const tagTMset& set = sets.GetAtNU(sets.GetItr(u"wing"));
+  EXPECT_EQ(KeyOf(hull.elements.GetAtNU(set.elements[0]).property), 4);
+  EXPECT_EQ(KeyOf(hull.elements.GetAtNU(set.elements[1]).property), 3);
+}
+
 TEST(Parts, FindRoomBelowTheLargestKey) {
   const ScratchFolder folder;
   const std::string file = folder.Path("wing.qxm");

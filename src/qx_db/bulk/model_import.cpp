@@ -357,7 +357,9 @@ class Importer {
       report_.clashes.push_back({type, key, key, true});
       return {};
     }
-    if (Outcome done = bring_anew(); !done) return done;
+    if (Outcome done = Arrived(lane, item, lane.Bring(record, false, KeyBesideBoth(lane))); !done) {
+      return done;
+    }
     report_.clashes.push_back({type, key, KeyOf(lane.PositionOf(item)), false});
     return {};
   }
@@ -368,6 +370,15 @@ class Importer {
     const Key key = lane.DefaultKey();
     if (key && !lane.to->Find(key)) return lane.to->Set().GetNewKeyUp(key + 1);
     return lane.to->Set().GetNewKey() < 0 ? lane.to->Set().GetNewKeyUp(1) : 0;
+  }
+
+  /// A key that no record of either model has: one still to come must not find its own taken.
+  static Key KeyBesideBoth(const Lane& lane) {
+    const std::int64_t next = std::max<std::int64_t>(
+        lane.to->Set().GetNewKey(), std::int64_t{lane.from->Set().GetMaxKey()} + 1);
+    const bool fits = next <= INT32_MAX && next != lane.DefaultKey();
+    const Key key = fits ? static_cast<Key>(next) : 0;
+    return key > 0 && !lane.to->Find(key) ? key : KeyBesideDefault(lane);
   }
 
   /// Whether the model has the same record, but for what it lists. What neither has changed since
