@@ -333,6 +333,26 @@ TEST(Parts, DoNotTakeTheirOwnForTheModels) {
   EXPECT_EQ(KeyOf(hull.elements.GetAtNU(set.elements[1]).property), 3);
 }
 
+/// A system that counts from another is compared when that one has come.
+TEST(Parts, JoinSystemsThatCountFromOthers) {
+  const ScratchFolder folder;
+  const std::string file = folder.Path("ship.qxm");
+  Ship ship(u"ship");
+  ship.Step([&] {
+    tagTCord system = ship.systems.GetAtNU(ship.systems.Find(5));
+    system.reference = ship.systems.Find(6);
+    ship.systems.SetAtNU(ship.systems.Find(5), system);
+  });
+  ASSERT_TRUE(SaveModel(ship.session, file));
+  const std::int32_t systems = ship.systems.GetSize();
+  auto& sets = Pool<tagTMset>(ship.session);
+  TArray<Key> keys;
+  CStringArray names;
+  ASSERT_EQ(sets.LoadExtDB(Utf16(file).c_str(), keys, names), 1);
+  ASSERT_EQ(sets.TR_Import({7}, 0, 0, 0), 1);
+  EXPECT_EQ(ship.systems.GetSize(), systems);
+}
+
 TEST(Parts, FindRoomBelowTheLargestKey) {
   const ScratchFolder folder;
   const std::string file = folder.Path("wing.qxm");

@@ -258,6 +258,7 @@ class Importer {
       if (size > to.HashSize()) to.SetHashSize(size);  // once, not by doubling
       lane->keys.reserve(lane->chosen.size());
       PreferHugePages(lane->keys.data(), lane->chosen.size() * sizeof(lane->keys[0]));
+      if (options_.as_part) OrderByReference(*lane);  // what waits cannot be compared
       for (const ITR item : lane->chosen) {
         if (Outcome done = TransferRecord(*lane, item); !done) return done;
       }
@@ -266,7 +267,7 @@ class Importer {
       waits_ = false;
       TStructBase* record = Prepared(*lane, item, false);
       const ITR pos = lane->PositionOf(item);
-      StoreAt(detail::Bytes(*record) + 8, KeyOf(pos));
+      KeyedSetBase::SetKey(*record, KeyOf(pos));
       if (!lane->to->SetAtNU(pos, record)) return Refused(*lane, item);
     }
     for (auto& [type, lane] : lanes_) {
@@ -306,6 +307,39 @@ class Importer {
     };
     for (auto& [type, lane] : lanes_) enter(type);
     return order;
+  }
+
+  /// Puts what a record refers to in its own pool before it. Circles have been refused.
+  static void OrderByReference(Lane& lane) {
+    const Schema& schema = lane.from->GetSchema();
+    const auto rows = schema.References();
+    if (std::none_of(rows.begin(), rows.end(),
+                     [&](const Row* row) { return row->target == schema.Type(); })) {
+      return;
+    }
+    std::vector<ITR> order;
+    std::unordered_set<ITR> entered;
+    std::vector<std::pair<ITR, bool>> open;  // and whether what it refers to stands before it
+    for (const ITR chosen : lane.chosen) {
+      open.emplace_back(chosen, false);
+      while (!open.empty()) {
+        const auto [item, is_ready] = open.back();
+        if (is_ready) order.push_back(item);
+        if (is_ready || !entered.insert(item).second) {
+          open.pop_back();
+          continue;
+        }
+        open.back().second = true;
+        ForEachReference(schema, *KeyedSetBase::RecordAt(item),
+                         [&](const Row& row, const char* slot) {
+                           const Key key = LoadAt<Key>(slot);
+                           const bool own = row.target == schema.Type() && key > 0;
+                           const ITR needed = own ? lane.from->Find(key) : 0;
+                           if (needed && lane.IsChosen(needed)) open.emplace_back(needed, false);
+                         });
+      }
+    }
+    lane.chosen = std::move(order);
   }
 
   Outcome TransferRecord(Lane& lane, ITR item) {
