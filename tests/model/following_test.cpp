@@ -339,9 +339,9 @@ TEST(Parts, JoinSystemsThatCountFromOthers) {
   const std::string file = folder.Path("ship.qxm");
   Ship ship(u"ship");
   ship.Step([&] {
-    tagTCord system = ship.systems.GetAtNU(ship.systems.Find(5));
-    system.reference = ship.systems.Find(6);
-    ship.systems.SetAtNU(ship.systems.Find(5), system);
+    tagTCord system = ship.systems.GetAtNU(ship.systems.Find(6));
+    system.reference = ship.systems.Find(5);
+    ship.systems.SetAtNU(ship.systems.Find(6), system);
   });
   ASSERT_TRUE(SaveModel(ship.session, file));
   const std::int32_t systems = ship.systems.GetSize();
