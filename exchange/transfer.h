@@ -11,8 +11,8 @@ namespace qx::exchange {
 struct ImportOptions {
   ReadOptions read;
   const Format* format = nullptr;  ///< null: found from the file
-  /// Units of the file's numbers, as names: "mm" or "mm,N,ton". Empty: those that the file names, or
-  /// else the session's current ones, which is told as taken for granted.
+  /// Units of the file's numbers, as names: "mm" or "mm,N,ton". Empty: those that the file names,
+  /// or else the session's current ones, which is told as taken for granted.
   std::string units;
   bool set_model_units = false;  ///< the model keeps the file's units: for a new one
   bool strict = false;           ///< any loss fails

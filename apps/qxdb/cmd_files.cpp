@@ -314,8 +314,9 @@ void AddImport(Command& app, Context& context) {
       .Required();
   command->Add("model", &options->model, "Model file to write").Model().Required();
   AddTarget(*command, options->target);
-  command->Add("--units", &options->units,
-               "Units of the file's numbers, as mm or mm,N,ton; untold those it names itself, or m");
+  command->Add(
+      "--units", &options->units,
+      "Units of the file's numbers, as mm or mm,N,ton; untold those it names itself, or m");
   command->Add("--format", &options->format, "Format to read it as, whatever it looks like");
   command->Add("--include-dir", &options->include_dirs, "Folder that a deck may include files of")
       .OneAtATime();

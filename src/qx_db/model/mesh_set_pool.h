@@ -57,8 +57,8 @@ class QXDB_API DPoolMset : public DPoolPlain<tagTMset> {
   /// Splits a trailing hyphen with digits off a name: "Mesh-12" into "Mesh" and 12. Without one, or
   /// with the hyphen in first place, the name stays and the number is 0.
   static void GetStrAndNumber(TString<64>& name, int& number);
-  /// The next colour of a table of 36, 0x00BBGGRR as all colours. One counter for the whole process,
-  /// for any thread.
+  /// The next colour of a table of 36, 0x00BBGGRR as all colours. One counter for the whole
+  /// process, for any thread.
   static std::int32_t GetNewColor();
   /// Gathers anew which bases of names are in use with which highest number. Queries see to it by
   /// themselves.
