@@ -203,17 +203,24 @@ void InpParser::FillNodes() {
   AddToParameterSet("NSET", Kind::kNodes, first);
 }
 
+/// The set that the block's OLD SET names; kNoPlace, and a fault, where the scope has none.
+std::size_t InpParser::CopiedSet(Kind kind) {
+  const std::string old = Required("OLDSET");
+  std::int32_t instance = -1;
+  const std::size_t set = FindSet(kind, old, instance);
+  if (set != kNoPlace && instance < 0 && model_.sets[set].scope == scope_) return set;
+  if (!old.empty()) {
+    Fault(block_->begin,
+          fmt::format("{} set '{}' is not there", kind == Kind::kNodes ? "node" : "element", old),
+          "add it before");
+  }
+  return kNoPlace;
+}
+
 /// Nodes of a set moved, turned or reflected, with other numbers.
 void InpParser::CopyNodes() {
-  std::int32_t instance = -1;
-  const std::string old = Required("OLDSET");
-  const std::size_t set = FindSet(Kind::kNodes, old, instance);
-  if (set == kNoPlace || instance >= 0 || model_.sets[set].scope != scope_) {
-    if (!old.empty()) {
-      Fault(block_->begin, fmt::format("node set '{}' is not there", old), "add it before");
-    }
-    return;
-  }
+  const std::size_t set = CopiedSet(Kind::kNodes);
+  if (set == kNoPlace) return;
   const Key change = Number(Required("CHANGENUMBER"), block_->begin, "a change");
   const auto times = Parameter("MULTIPLE");
   const Key multiple = times && !times->empty() ? Number(*times, block_->begin, "copies") : 1;
@@ -358,15 +365,8 @@ void InpParser::GenerateElements() {
 }
 
 void InpParser::CopyElements() {
-  std::int32_t instance = -1;
-  const std::string old = Required("OLDSET");
-  const std::size_t set = FindSet(Kind::kElements, old, instance);
-  if (set == kNoPlace || instance >= 0 || model_.sets[set].scope != scope_) {
-    if (!old.empty()) {
-      Fault(block_->begin, fmt::format("element set '{}' is not there", old), "add it before");
-    }
-    return;
-  }
+  const std::size_t set = CopiedSet(Kind::kElements);
+  if (set == kNoPlace) return;
   const Key shift = Number(Required("ELEMENTSHIFT"), block_->begin, "a change");
   const std::string given = Required("SHIFTNODES");
   const auto nodes = DeckInteger(given);

@@ -89,8 +89,9 @@ class InpParser {
 
   // ---- generated nodes and elements (inp_generate.cpp) ------------------------------------------
 
-  void GenerateNodes();     // NGEN
-  void FillNodes();         // NFILL
+  void GenerateNodes();  // NGEN
+  void FillNodes();      // NFILL
+  std::size_t CopiedSet(Kind kind);
   void CopyNodes();         // NCOPY
   void GenerateElements();  // ELGEN
   void CopyElements();      // ELCOPY
