@@ -279,6 +279,10 @@ TEST(JsonText, RefusalsNameLineAndColumn) {
       {"{\"A\": {\"1\": {\"B\": \"x\\uDC00\"}}}", "line 1", "surrogate"},
       {"{\"A\": \"\\uD834x\"}", "line 1", "is not JSON"},
       {"{\"A\": 1} x", "line 1, column 10", "is not JSON"},
+      // Characters that the end cuts off: what they announce lies past the memory of the text.
+      {"{\"beyond short strings\": \"\xE9", "line 1, column 27", "is not JSON"},
+      {"{\"beyond short strings\": \"\xF0\x9F", "line 1, column 27", "is not JSON"},
+      {"{\"beyond short strings\": \"\xF0}", "line 1, column 27", "is not JSON"},
   };
   for (const Case& c : cases) {
     DataBase document;

@@ -124,6 +124,16 @@ std::string PlaceOf(std::string_view text, std::size_t offset) {
   return "line " + std::to_string(line) + ", column " + std::to_string(column);
 }
 
+/// Where a character of UTF-8 begins that the end of the text cuts off; npos if none does.
+std::size_t CutCharacter(std::string_view text) {
+  for (std::size_t back = 1; back <= std::min<std::size_t>(3, text.size()); ++back) {
+    const auto lead = static_cast<unsigned char>(text[text.size() - back]);
+    const std::size_t length = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : lead >= 0xC0 ? 2 : 1;
+    if (length > back) return text.size() - back;
+  }
+  return std::string_view::npos;
+}
+
 /// Feeds a reader's events into a document, as Document::Populate wants it. The text is parsed in
 /// place: the document's strings, and each number on its way to std::from_chars, are parts of it.
 struct Generator {
@@ -135,6 +145,11 @@ struct Generator {
     constexpr unsigned kFlags = rapidjson::kParseInsituFlag | rapidjson::kParseIterativeFlag |
                                 rapidjson::kParseNumbersAsStringsFlag |
                                 rapidjson::kParseValidateEncodingFlag;
+    // The reader takes as many bytes as a character announces, even past the end of the text.
+    if (const std::size_t cut = CutCharacter(text); cut != std::string_view::npos) {
+      result.Set(rapidjson::kParseErrorStringInvalidEncoding, cut);
+      return false;
+    }
     rapidjson::InsituStringStream stream(text.data());
     rapidjson::GenericReader<Encoding, Encoding, BlockAllocator> reader;
     Builder builder(out);
