@@ -71,36 +71,25 @@ void Mass::Add(const Mass& other) {
   }
 }
 
-ElementMasses::Stamp ElementMasses::StampOf(CQXDBSession* session) {
+std::uint64_t ElementMasses::RevisionOf(CQXDBSession* session) {
   const DPoolBase* pool = PoolFor<tagTE2DThick>(session);
-  if (!pool) return {reinterpret_cast<std::uint64_t>(session)};
-  Stamp stamp{reinterpret_cast<std::uint64_t>(session), pool->Set().Revision(),
-              static_cast<std::uint64_t>(pool->GetSize())};
-  ForEach<tagTE2DThick>(session, [&](ITR, const tagTE2DThick& record) {
-    const TArray<ITR>& elements = record.elements;
-    stamp[3] = elements.size();
-    if (!elements.IsEmpty()) {
-      stamp[4] = elements[0];
-      stamp[5] = elements[elements.GetSize() - 1];
-    }
-    return false;  // of the first record only
-  });
-  return stamp;
+  return pool ? pool->Set().Revision() : 0;
 }
 
-ElementMasses::ElementMasses(CQXDBSession* session) : session_(session), stamp_(StampOf(session)) {
-  ForEach<tagTE2DThick>(session, [&](ITR, const tagTE2DThick& record) {
-    for (const ITR itr : record.elements) {
-      const tagTElem* elem = Live<tagTElem>(session, itr);
-      if (elem) own_thickness_[itr] = MeanThickness(record, ElementTopology(elem->type).Corners());
-    }
+ElementMasses::ElementMasses(CQXDBSession* session)
+    : session_(session), revision_(RevisionOf(session)) {
+  ForEach<tagTE2DThick>(session, [&](ITR itr, const tagTE2DThick& record) {
+    for (const ITR elem : record.elements) own_thickness_[elem] = itr;
     return true;
   });
 }
 
 double ElementMasses::Thickness(const tagTElem& elem, ITR itr) const {
   const auto own = own_thickness_.find(itr);
-  if (own != own_thickness_.end()) return own->second;
+  if (own != own_thickness_.end()) {
+    const tagTE2DThick* record = Live<tagTE2DThick>(session_, own->second);
+    if (record) return MeanThickness(*record, ElementTopology(elem.type).Corners());
+  }
   const tagTProp* property = Live<tagTProp>(session_, elem.property);
   return property ? property->thickness : 0;
 }

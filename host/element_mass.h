@@ -2,7 +2,6 @@
 // Sizes and masses of elements from their shape, property and material.
 // Threads: one at a time for a session: its owner, or whoever reads a snapshot of it.
 
-#include <array>
 #include <unordered_map>
 
 #include "qx_db/app/point3.h"
@@ -33,7 +32,9 @@ class ElementMasses {
  public:
   explicit ElementMasses(CQXDBSession* session);
   /// Whether this still answers for the session, in constant time.
-  bool IsCurrent(CQXDBSession* session) const { return StampOf(session) == stamp_; }
+  bool IsCurrent(CQXDBSession* session) const {
+    return session == session_ && RevisionOf(session) == revision_;
+  }
 
   /// Volume of a line element, 0 for any other.
   double BeamVolume(ITR elem) const;
@@ -47,14 +48,12 @@ class ElementMasses {
   Mass Of(ITR elem) const;
 
  private:
-  /// Tells the states of thickness records apart, of sessions at one address too: the session, the
-  /// revision of the pool, and what its first record begins and ends with.
-  using Stamp = std::array<std::uint64_t, 6>;
-  static Stamp StampOf(CQXDBSession* session);
+  /// That of the thickness records, which no two pools share; 0 without the pool.
+  static std::uint64_t RevisionOf(CQXDBSession* session);
 
   CQXDBSession* session_;
-  Stamp stamp_;
-  std::unordered_map<ITR, double> own_thickness_;  // elements with one of their own
+  std::uint64_t revision_;
+  std::unordered_map<ITR, ITR> own_thickness_;  // the record of an element that has one
 };
 
 }  // namespace qx::host

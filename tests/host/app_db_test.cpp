@@ -3,6 +3,7 @@
 #include <cmath>
 #include <gtest/gtest.h>
 #include <limits>
+#include <optional>
 
 #include "qx_db/qx_db.h"
 #include "qx_db/record/element_types.h"
@@ -381,6 +382,26 @@ TEST_F(AppDB, FaultyElementsHaveNoMassButDoNoHarm) {
   double center[3];
   EXPECT_TRUE(std::isnan(host_.GetMSetMass(&session_, {undefined})));
   EXPECT_EQ(host_.GetMassCenter(&session_, {undefined}, center), 0);
+}
+
+// Models at one address, with records at the same addresses, that differ in a value only.
+TEST(HostAppDB, KeepsNothingOfAModelThatIsGone) {
+  HostAppDB host;
+  std::optional<CQXDBSession> session;
+  for (const double thickness : {1.0, 2.0, 3.0}) {
+    session.emplace(SetUpModel);
+    tagTElem element;
+    element.key = 1;
+    element.type = element::kQuad4;
+    const ITR elem = Pool<tagTElem>(*session).InsertNU(element);
+    tagTE2DThick own;
+    own.key = 1;
+    own.elements = {elem};
+    own.uniform = 1;
+    own.thickness[0] = thickness;
+    Pool<tagTE2DThick>(*session).InsertNU(own);
+    EXPECT_EQ(host.GetFaceThickAvg(&*session, elem), thickness);
+  }
 }
 
 TEST(HostApplication, RegistersItsObjectsAndRefreshesListsAfterSteps) {

@@ -1,6 +1,7 @@
 #include "qx_db/pool/keyed_set_base.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstring>
 #include <utility>
 
@@ -8,10 +9,23 @@
 
 namespace qx {
 
+namespace {
+
+/// Where the revisions of a new set begin. Each has 2^36 numbers of its own, so that what is kept
+/// about one set cannot be taken for another's that came to lie at the same address.
+std::uint64_t FirstRevision() {
+  static std::atomic<std::uint64_t> sets{0};
+  return ++sets << 36;
+}
+
+}  // namespace
+
 KeyedSetBase::KeyedSetBase(const RecordOps& ops, std::int32_t hash_size)
     : hash_size_(std::max(hash_size, kDefaultHashSize)),
       ops_(ops),
       links_offset_(kRecordOffset + ops.size),
+      last_revision_(FirstRevision()),
+      revision_(last_revision_),
       store_(links_offset_ + sizeof(ItemLinks)),
       table_(store_, links_offset_) {
   table_.Allocate(hash_size_);
@@ -484,7 +498,6 @@ void KeyedSetBase::Swap(KeyedSetBase& other) {
   std::swap(hash_epoch_, other.hash_epoch_);
   std::swap(detached_, other.detached_);
   std::swap(shared_keys_, other.shared_keys_);
-  last_revision_ = other.last_revision_ = std::max(last_revision_, other.last_revision_);
   Touch();
   other.Touch();
   used_keys_.Forget();

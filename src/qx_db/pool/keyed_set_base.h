@@ -141,8 +141,9 @@ class QXDB_API KeyedSetBase {
 
   // ---- for what is derived from the records -----------------------------------------------------
 
-  /// Grows with every change of the set or of a record in it, undo and redo included. What was
-  /// derived from the records holds as long as this number stays.
+  /// Another number after every change of the set or of a record in it, undo and redo included; no
+  /// two sets of the process ever have the same. What was derived from the records holds as long as
+  /// this number stays.
   std::uint64_t Revision() const { return revision_; }
   /// To be called after a record was changed in place.
   void Touch() { revision_ = ++last_revision_; }
@@ -302,8 +303,8 @@ class QXDB_API KeyedSetBase {
   std::int32_t detached_ = 0;      // items alive but not linked
   bool shared_keys_ = false;       // SetAt has given two records one key
   std::uint32_t incarnation_ = 1;  // of the slots as a whole
-  std::uint64_t revision_ = 0;
-  std::uint64_t last_revision_ = 0;  // given so far
+  std::uint64_t last_revision_;    // given so far
+  std::uint64_t revision_;
   mutable UsedKeys used_keys_;
   ItemStore store_;
   ChainTable table_;
