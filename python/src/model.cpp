@@ -312,14 +312,24 @@ std::vector<std::int32_t> FromSystem(const UnitSystem& system) {
   return {system.index.begin(), system.index.end()};
 }
 
-/// Base by base: its name, and (name, numerator, denominator, offset) of each unit.
+/// Temperatures on one scale as those of another, by the indices of the scales.
+double Temperature(double value, std::int32_t from, std::int32_t to) {
+  UnitSystem system;
+  CQXUnitCtrl units;
+  system[UnitBase::kTemperature] = to;
+  units.SetModel(system);
+  system[UnitBase::kTemperature] = from;
+  units.SetCurrent(system);
+  return units.In(unit::kTemperature, value);
+}
+
+/// Base by base: its name, and (name, numerator, denominator) of each unit.
 py::list UnitTables() {
   py::list out;
   for (int base = 0; base < kUnitBaseCount; ++base) {
     py::list units;
     for (const UnitDefinition& unit : UnitsOf(static_cast<UnitBase>(base))) {
-      units.append(
-          py::make_tuple(std::string(unit.name), unit.numerator, unit.denominator, unit.offset));
+      units.append(py::make_tuple(std::string(unit.name), unit.numerator, unit.denominator));
     }
     out.append(py::make_tuple(std::string(UnitBaseName(static_cast<UnitBase>(base))), units));
   }
@@ -345,6 +355,7 @@ void BindModel(py::module_& module, py::class_<Handle, Shared>& model) {
   module.def("open", OpenModel, py::arg("path"), py::arg("to_edit"));
   module.def("new", [] { return std::make_shared<Handle>(); });
   module.def("unit_tables", UnitTables);
+  module.def("temperatures", py::vectorize(Temperature));
   module.def("unit_categories", UnitCategories);
 
   model.def("save", Save, py::arg("path") = py::none())

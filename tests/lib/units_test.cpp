@@ -50,6 +50,8 @@ TEST(Units, FactorsAreExact) {
     EXPECT_NEAR(units.Out(c.category, c.expected), c.value, 1e-12 * std::max(1.0, c.value))
         << c.category;
   }
+  EXPECT_EQ(units.Out(unit::kTemperature, 20), 68) << "to the last digit";
+  EXPECT_EQ(units.In(unit::kTemperature, 68), 20);
   EXPECT_EQ(units.GetConvertFactorCurrent(unit::kLength), 25.4);
   EXPECT_EQ(units.GetConvertFactorCurrent(999), 1.0);
 }

@@ -74,7 +74,7 @@ def _size(factors: list[tuple[int, int, int]]) -> float:
     """The size of a unit in SI."""
     size = 1.0
     for base, index, power in factors:
-        _, numerator, denominator, _ = _TABLES[base][1][index]
+        _, numerator, denominator = _TABLES[base][1][index]
         size *= (numerator / denominator) ** power
     return size
 
@@ -93,9 +93,7 @@ def convert(values: ArrayLike, from_unit: str, to_unit: str) -> NDArray[np.float
         )
     array = np.asarray(values, dtype=float)
     if _is_absolute_temperature(_powers(source)):
-        _, n1, d1, o1 = _TABLES[_TEMPERATURE][1][source[0][1]]
-        _, n2, d2, o2 = _TABLES[_TEMPERATURE][1][target[0][1]]
-        return np.asarray((array + o1) * n1 / d1 * d2 / n2 - o2)
+        return np.asarray(_core.temperatures(array, source[0][1], target[0][1]))
     return np.asarray(array * (_size(source) / _size(target)))
 
 

@@ -44,9 +44,9 @@ constexpr UnitDefinition kTimes[] = {
 };
 constexpr UnitDefinition kTemperatures[] = {
     {"C", 1, 1, 273.15, "SI: t/C = T/K - 273.15"},
-    {"F", 5, 9, 459.67, "SP811: T/K = (t/F + 459.67)/1.8"},
-    {"K", 1, 1, 0, "SI"},
-    {"R", 5, 9, 0, "SP811: T/K = (T/R)/1.8"},
+    {"F", 5, 9, 459.67, "SP811: T/K = (t/F + 459.67)/1.8", 32},
+    {"K", 1, 1, 0, "SI", 273.15},
+    {"R", 5, 9, 0, "SP811: T/K = (T/R)/1.8", 491.67},
 };
 constexpr UnitDefinition kHeats[] = {
     {"J", 1, 1, 0, "SI"},
@@ -189,20 +189,25 @@ double CQXUnitCtrl::Factor(const UnitSystem& system, int category) const {
   return factor;
 }
 
-double CQXUnitCtrl::ToModel(const UnitSystem& system, int category, double value) const {
-  if (category != unit::kTemperature) return value * Factor(system, category);
+double CQXUnitCtrl::Temperature(double value, const UnitSystem& from, const UnitSystem& to) {
   constexpr int kBase = static_cast<int>(UnitBase::kTemperature);
-  if (&Unit(system, kBase) == &Unit(model_, kBase)) return value;
-  return (value + Unit(system, kBase).offset) * Factor(system, category) -
-         Unit(model_, kBase).offset;
+  const UnitDefinition& a = Unit(from, kBase);
+  const UnitDefinition& b = Unit(to, kBase);
+  if (&a == &b) return value;
+  const double numerator = a.numerator * b.denominator;
+  const double denominator = a.denominator * b.numerator;
+  if (a.offset == 0 && b.offset == 0) return value * numerator / denominator;
+  return (value - a.ice) * numerator / denominator + b.ice;
+}
+
+double CQXUnitCtrl::ToModel(const UnitSystem& system, int category, double value) const {
+  return category == unit::kTemperature ? Temperature(value, system, model_)
+                                        : value * Factor(system, category);
 }
 
 double CQXUnitCtrl::Out(int category, double value) const {
-  if (category != unit::kTemperature) return value / Factor(current_, category);
-  constexpr int kBase = static_cast<int>(UnitBase::kTemperature);
-  if (&Unit(current_, kBase) == &Unit(model_, kBase)) return value;
-  return (value + Unit(model_, kBase).offset) / Factor(current_, category) -
-         Unit(current_, kBase).offset;
+  return category == unit::kTemperature ? Temperature(value, model_, current_)
+                                        : value / Factor(current_, category);
 }
 
 std::string_view CQXUnitCtrl::GetUnitName(int category) const {

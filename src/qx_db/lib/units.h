@@ -66,13 +66,15 @@ inline constexpr int kCount = 42;
 }  // namespace unit
 
 /// One named unit: SI value = (value + offset) * numerator / denominator. Both integers are exact
-/// as doubles; `source` names the definition.
+/// as doubles; `source` names the definition. Of a temperature `ice` is the value at 0 C, over
+/// which two scales are converted so that 20 C are 68 F to the last digit.
 struct UnitDefinition {
   std::string_view name;
   double numerator;
   double denominator;
   double offset;
   std::string_view source;
+  double ice = 0;
 };
 
 /// One category: its code, name, and the exponent of each base.
@@ -139,6 +141,7 @@ class QXDB_API CQXUnitCtrl {
  private:
   double Factor(const UnitSystem& system, int category) const;
   double ToModel(const UnitSystem& system, int category, double value) const;
+  static double Temperature(double value, const UnitSystem& from, const UnitSystem& to);
 
   UnitSystem model_;
   UnitSystem current_;
