@@ -1,13 +1,21 @@
 #include "tests/callback/interface_text.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <gtest/gtest.h>
 #include <map>
 #include <regex>
 #include <set>
 #include <sstream>
+#include <unistd.h>
 #include <utility>
+
+#ifndef QX_COMPILER  // a build that does not ask it
+#define QX_COMPILER "false"
+#define QX_INCLUDES ""
+#endif
 
 namespace qx {
 namespace {
@@ -108,42 +116,86 @@ std::vector<DeclaredInterface> ParseHeader(const fs::path& path) {
   return found;
 }
 
-/// The sources that call an operation of an interface: they name the interface, and the operation
-/// behind a pointer, or behind `app`, as what is given an application to ask calls it.
+/// Who calls which operation, by the compiler's word: the header is compiled with every operation
+/// deprecated under its interface and slot, and the warnings are read.
 class Callers {
  public:
   Callers() {
     const fs::path root = QX_SOURCE_DIR;
-    for (const char* top : {"src/qx_db", "adapters", "exchange", "host", "apps"}) {
-      if (!fs::exists(root / top)) continue;
+    const fs::path marked = fs::temp_directory_path() / ("qx_callers_" + std::to_string(getpid()));
+    WriteMarkedHeader(root / "src" / kHeader, marked / kHeader);
+    for (const char* top : {"src/qx_db", "adapters", "exchange", "host", "apps", "viewer"}) {
       for (const auto& entry : fs::recursive_directory_iterator(root / top)) {
-        if (entry.path().extension() != ".cpp" && entry.path().extension() != ".h") continue;
-        const std::string text = ReadText(entry.path());
-        if (text.find("::Instance()") == std::string::npos) continue;
-        std::string name = fs::relative(entry.path(), root).generic_string();
-        const bool is_interface = name.starts_with("src/qx_db/callback/");
-        if (is_interface && !name.ends_with("/callbacks.cpp")) continue;
-        if (name.starts_with("src/")) name = name.substr(4);
-        texts_[name] = text;
+        if (entry.path().extension() != ".cpp") continue;
+        static const std::regex named(
+            "\\bI(AppDB|UpdateDB|FuncDB|CustomPostDB|CustomMcas|"
+            "RenderConnect|QXDbInterface)\\b");
+        if (std::regex_search(ReadText(entry.path()), named)) Compile(entry.path(), marked);
       }
     }
+    fs::remove_all(marked);
   }
 
-  std::string Of(const std::string& interface, const std::string& operation) const {
-    std::set<std::string> names;
-    for (const auto& [name, text] : texts_) {
-      if (text.find(interface + "::Instance()") == std::string::npos) continue;
-      for (const char* of : {"->", " app."}) {
-        if (text.find(of + operation + "(") != std::string::npos) names.insert(name);
-      }
-    }
+  std::string Of(const std::string& interface, int slot) const {
+    const auto found = of_.find({interface, slot});
     std::string list;
-    for (const std::string& name : names) list += (list.empty() ? "`" : ", `") + name + "`";
+    for (const std::string& name : found == of_.end() ? std::set<std::string>() : found->second) {
+      list += (list.empty() ? "`" : ", `") + name + "`";
+    }
     return list.empty() ? "the application" : list;
   }
+  /// The sources that did not compile.
+  const std::vector<std::string>& Faults() const { return faults_; }
 
  private:
-  std::map<std::string, std::string> texts_;
+  static constexpr const char* kHeader = "qx_db/callback/callbacks.h";
+
+  static void WriteMarkedHeader(const fs::path& from, const fs::path& to) {
+    fs::create_directories(to.parent_path());
+    std::ifstream in(from);
+    std::ofstream out(to);
+    std::string interface;
+    int slot = 0;
+    static const std::regex class_line("^class QXDB_API (I\\w+) : public Call.*");
+    std::smatch match;
+    for (std::string line; std::getline(in, line);) {
+      if (std::regex_match(line, match, class_line)) {
+        interface = match[1];
+        slot = 0;
+      }
+      if (line.starts_with("  virtual ") && line.find('~') == std::string::npos) {
+        out << "  [[deprecated(\"slot " << interface << ' ' << ++slot << "\")]]" << line << '\n';
+      } else {
+        out << line << '\n';
+      }
+    }
+  }
+
+  void Compile(const fs::path& source, const fs::path& marked) {
+    const std::string command = std::string("LC_ALL=C ") + QX_COMPILER +
+                                " -std=c++20 -fsyntax-only "
+                                "-Wdeprecated-declarations -I'" +
+                                marked.string() + "'" QX_INCLUDES " '" + source.string() + "' 2>&1";
+    FILE* said = popen(command.c_str(), "r");
+    std::string text;
+    for (char buffer[4096]; said && std::fgets(buffer, sizeof(buffer), said);) text += buffer;
+    std::string name = fs::relative(source, QX_SOURCE_DIR).generic_string();
+    if (!said || pclose(said) != 0) faults_.push_back(name + ": " + text);
+    if (name.starts_with("src/")) name = name.substr(4);
+    static const std::regex call("slot (I\\w+) ([0-9]+)");
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) {
+      std::smatch match;
+      // A warning stands in the source, "note: declared here" and the lines shown in the header.
+      const bool is_call = line.starts_with(source.string()) && line.find("warning:") != line.npos;
+      if (is_call && std::regex_search(line, match, call)) {
+        of_[{match[1], std::stoi(match[2])}].insert(name);
+      }
+    }
+  }
+
+  std::map<std::pair<std::string, int>, std::set<std::string>> of_;
+  std::vector<std::string> faults_;
 };
 
 }  // namespace
@@ -154,6 +206,7 @@ std::vector<DeclaredInterface> DeclaredInterfaces() {
 
 std::string CallbackPage() {
   const Callers callers;
+  for (const std::string& fault : callers.Faults()) ADD_FAILURE() << fault;
   std::string page =
       "# Callback interfaces\n\n"
       "What the library asks of the application, operation by operation, in the order of the "
@@ -173,8 +226,9 @@ std::string CallbackPage() {
         if (!section.empty()) page += "\n### " + section + '\n';
         page += "\n| slot | operation | default | called by | |\n|---|---|---|---|---|\n";
       }
-      page += "| " + std::to_string(++slot) + " | `" + operation.signature + "` | " +
-              operation.answer + " | " + callers.Of(interface.name, operation.name) + " | " +
+      ++slot;
+      page += "| " + std::to_string(slot) + " | `" + operation.signature + "` | " +
+              operation.answer + " | " + callers.Of(interface.name, slot) + " | " +
               operation.comment + " |\n";
     }
   }
