@@ -15,6 +15,8 @@ Command* AddCommand(Command& app, Context& context, const std::string& name,
                     const std::string& what, const std::string& example) {
   Command& command = app.AddCommand(name, what, example);
   command.Add("--json", &context.json, "Print the result as JSON");
+  command.Add("--threads", &context.threads, "Threads to use; one for each core without it")
+      .Range(1, 1024);
   return &command;
 }
 

@@ -1,5 +1,7 @@
 // The module qxdb._core: what the package is built on. Its users are the package's own files.
 
+#include "qx_db/platform/parallel.h"
+
 #include "handle.h"
 #include "host/application.h"
 #include "host/texts.h"
@@ -39,6 +41,7 @@ PYBIND11_MODULE(_core, module) {
     }
   });
   module.attr("version") = QX_VERSION;
+  module.def("set_threads", qx::SetWorkThreads);
   py::class_<Handle, std::shared_ptr<Handle>> model(module, "Model");
   BindModel(module, model);
   BindColumns(model);

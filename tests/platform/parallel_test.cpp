@@ -4,12 +4,34 @@
 #include <atomic>
 #include <gtest/gtest.h>
 #include <stdexcept>
+#include <thread>
 #include <vector>
 
 namespace qx {
 namespace {
 
+/// Allows as many threads as the ranges below are.
+struct Threads {
+  explicit Threads(unsigned threads) { SetWorkThreads(threads); }
+  ~Threads() { SetWorkThreads(1); }
+};
+
+TEST(ParallelFor, TakesNoThreadUnasked) {
+  const auto caller = std::this_thread::get_id();
+  const auto on_caller = [&] {
+    std::atomic<bool> all = true;
+    ParallelFor(100, 1, [&](std::size_t, std::size_t) {
+      if (std::this_thread::get_id() != caller) all = false;
+    });
+    return all.load();
+  };
+  EXPECT_TRUE(on_caller());
+  const Threads three(3);
+  EXPECT_FALSE(on_caller());
+}
+
 TEST(ParallelFor, MeetsEveryNumberOnce) {
+  const Threads threads(4);
   for (const std::size_t count : {0, 1, 7, 100, 10001}) {
     for (const std::size_t least : {1, 3, 5000, 20000}) {
       std::vector<std::atomic<int>> met(count);
@@ -25,6 +47,7 @@ TEST(ParallelFor, MeetsEveryNumberOnce) {
 }
 
 TEST(ParallelFor, ThrowsWhatARangeThrewWhenAllHaveEnded) {
+  const Threads threads(4);
   std::atomic<std::size_t> done{0};
   const auto work = [&](std::size_t begin, std::size_t end) {
     done += end - begin;

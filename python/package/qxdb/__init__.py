@@ -42,7 +42,7 @@ __all__ = [
     "MeshSet", "MissingError", "Model", "Quantity", "Ragged", "Record", "RefusedError", "Seeds",
     "Step", "Table", "ThreadError", "TypeFault", "ValueFault", "categories", "convert", "formats",
     "from_meshio", "from_vtk", "materials", "measures", "new", "open", "probe", "read",
-    "unit_names",
+    "set_threads", "unit_names",
 ]  # fmt: skip
 
 
@@ -76,17 +76,27 @@ def measures() -> list[Measure]:
     return [Measure(*row) for row in _core.measures()]
 
 
+def set_threads(count: int = 0) -> None:
+    """How many threads the work on large arrays may use; 0, as at first, means one for each core."""
+    if count < 0:
+        raise ValueFault(f"{count} is no number of threads", remedy="give 0 or more")
+    _core.set_threads(count)
+
+
+set_threads()
+
+
 def probe(url: str) -> int:
     """The status with which a web address answers. Raises FileError, with the reason, where there
     is no answer."""
     return _core.probe(url)
 
 
-def materials(path: Any, *units: str, form: str | None = None, code_page: str | None = None) -> Any:
+def materials(path: Any, *units: str, form: str | None = None, encoding: str | None = None) -> Any:
     """Reads a material file; see qxdb._materials.materials."""
     from ._materials import materials as read_materials
 
-    return read_materials(path, *units, form=form, code_page=code_page)
+    return read_materials(path, *units, form=form, encoding=encoding)
 
 
 def from_meshio(mesh: Any, units: Any = ()) -> Model:

@@ -1,6 +1,7 @@
 #include "qx_db/platform/parallel.h"
 
 #include <algorithm>
+#include <atomic>
 #include <exception>
 #include <mutex>
 #include <system_error>
@@ -9,10 +10,21 @@
 
 namespace qx {
 
+namespace {
+
+std::atomic<unsigned> work_threads{1};
+
+}  // namespace
+
+void SetWorkThreads(unsigned threads) {
+  work_threads = threads ? threads : std::max(1u, std::thread::hardware_concurrency());
+}
+
+unsigned WorkThreads() { return work_threads; }
+
 void ParallelFor(std::size_t count, std::size_t least,
                  const std::function<void(std::size_t, std::size_t)>& work) {
-  const std::size_t cores = std::max(1u, std::thread::hardware_concurrency());
-  const std::size_t ranges = std::clamp<std::size_t>(count / least, 1, cores);
+  const std::size_t ranges = std::clamp<std::size_t>(count / least, 1, WorkThreads());
   std::mutex mutex;
   std::exception_ptr thrown;
   const auto do_range = [&](std::size_t range) {
