@@ -52,6 +52,20 @@ TEST(SideWhenTurned, HasTheNodesThatTheSideHad) {
   }
 }
 
+TEST(TurnElements, ALineKeepsTheThicknessesItShouldNotHave) {
+  Model model;
+  const ITR line = model.Element(2, IdealCorners(CornerShape::kLine));
+  tagTE2DThick record;
+  record.key = 1;
+  record.elements = {line};
+  record.uniform = 0;
+  for (int i = 0; i < 4; ++i) record.thickness[i] = i + 1;
+  auto& pool = Pool<tagTE2DThick>(model.session);
+  const ITR itr = pool.InsertNU(record);
+  ASSERT_TRUE(TurnElements(model.session, std::vector{line}));
+  for (int i = 0; i < 4; ++i) EXPECT_EQ(pool.GetAtNU(itr).thickness[i], i + 1);
+}
+
 /// Repairs in one step, and checks that undoing it gives back the same model.
 void RepairAndCheckUndo(Model& model, const RepairPlan& plan, const std::function<void()>& check) {
   model.session.ForgetHistory();

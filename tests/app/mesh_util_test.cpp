@@ -195,19 +195,36 @@ TEST(Measures, MinimumLengthWalksTheListAsItStands) {
   EXPECT_EQ(model.util.GetElemMinLength({model.Element(1, std::vector<int>{0}), 0}), 0);
 }
 
-TEST(Measures, NormalsOfEdgesPointOutOfTheElement) {
+TEST(Measures, EdgesFaceOutOfTheElement) {
   Model model;
   const ITR quad = model.Element(6, CornersOf(6));
   const Point3 wanted[4] = {{0, -1, 0}, {1, 0, 0}, {0, 1, 0}, {-1, 0, 0}};
   for (std::int32_t e = 0; e < 4; ++e) {
     double n[3];
-    ASSERT_EQ(model.util.GetElemEdgeSideNormal({quad, e}, n), 1);
+    ASSERT_EQ(model.util.GetElemEdgeSideOutward({quad, e}, n), 1);
     EXPECT_LT(Length(Point3(n[0], n[1], n[2]) - wanted[e]), 1e-15);
     EXPECT_EQ(model.util.GetEdgeLength({quad, e}), 1);
   }
   double n[3];
   const ITR hex = model.Element(14, CornersOf(14));
-  EXPECT_EQ(model.util.GetElemEdgeSideNormal({hex, 0}, n), 0);
+  EXPECT_EQ(model.util.GetElemEdgeSideOutward({hex, 0}, n), 0);
+}
+
+TEST(Measures, NormalsOfEdgesAreOfTheirOwnNodes) {
+  Model model;
+  double n[3] = {9, 9, 9};
+  EXPECT_EQ(model.util.GetElemEdgeSideNormal({model.Element(6, CornersOf(6)), 0}, n), 0);
+  EXPECT_EQ(n[2], 0) << "two nodes";
+  const ITR quad = model.Element(7, CornersOf(7));
+  EXPECT_EQ(model.util.GetElemEdgeSideNormal({quad, 0}, n), 0) << "three on a line";
+  std::vector<int> places;
+  for (const Point3& p :
+       {Point3(0, 0, 0), Point3(1, 0, 0), Point3(1, 1, 0), Point3(0, 1, 0), Point3(0.5, -0.2, 0),
+        Point3(1, 0.5, 0), Point3(0.5, 1, 0), Point3(0, 0.5, 0)}) {
+    places.push_back(model.Node(p));
+  }
+  ASSERT_EQ(model.util.GetElemEdgeSideNormal({model.Element(7, places), 0}, n), 1);
+  EXPECT_EQ(n[2], -1) << "from corner to corner to the middle";
 }
 
 TEST(Measures, TypesOfSides) {
@@ -345,6 +362,10 @@ TEST(Lists, OnGeometry) {
   EXPECT_EQ(model.util.GetElemSideListByGKeyItr(on_face, sides, 7u), 3);
   EXPECT_EQ(sides, wanted);
   EXPECT_EQ(model.util.GetElemSideListByGKeyItrArray({on_face, off, 0, on_face}, sides), 6);
+  // Many keys are looked up in another way.
+  EXPECT_EQ(model.util.GetElemSideListByGKeyItrArray(
+                {off, off, on_face, off, off, off, on_face, on_face, off}, sides),
+            9);
   TArray<ITR> list;
   EXPECT_EQ(model.util.GetElemListByGKeyItr(on_face, list), 2) << "each once";
   EXPECT_EQ(model.util.GetNodeListByGKeyItr(on_face, list, 0), 8) << "of faces 0 and 5";

@@ -104,7 +104,7 @@ bool RenumberOnGeometry(CQXDBSession& session, const Turned& turned) {
 // ---- what plates are given ----------------------------------------------------------------------
 
 void TurnOver(tagTE2DThick& record, std::int32_t type) {
-  if (record.uniform) return;
+  if (record.uniform || FlipOf(type).empty()) return;  // a line has nothing to exchange
   // Later exchanges are of mid-side nodes, which have no thickness.
   const NodeExchange corners = FlipOf(type)[0];
   std::swap(record.thickness[corners.a], record.thickness[corners.b]);

@@ -123,9 +123,12 @@ class QXDB_API CQXMeshUtil {
   double GetElemMinLength(const tagTElemSide& side) const;
   /// Unit normal of a face, from its first three corners. 0, with zeros, when it has none.
   int GetElemSideNormal(const tagTElemSide& side, double normal[3]) const;
+  /// Unit normal of an edge, from its first three nodes: that of the plane a curved edge lies in.
+  /// 0, with zeros, for an edge of two nodes, or of three on a line.
+  int GetElemEdgeSideNormal(const tagTElemSide& side, double normal[3]) const;
   /// The direction in which an edge of a surface element faces: in the element's plane, square to
   /// the edge, outwards. 0, with zeros, when there is none.
-  int GetElemEdgeSideNormal(const tagTElemSide& side, double normal[3]) const;
+  int GetElemEdgeSideOutward(const tagTElemSide& side, double direction[3]) const;
   /// Unit normal of three nodes, of which coordinates in current units are taken.
   int GetNormalVecByNodes(ITR node0, ITR node1, ITR node2, double normal[3]) const;
   /// Mean of all nodes.

@@ -49,19 +49,22 @@ const tagTGElem* CurrentData(ITR gelem) {
   return LiveRecord<tagTGElem>(head->data[head->data.GetSize() - 1]);
 }
 
-/// Finds the geometry-element heads of geometry keys; sorted once, so that many keys cost little.
+/// Finds the geometry-element heads of geometry keys. The first few are looked for one by one, as a
+/// question about one key should cost no more than a walk; then all heads are sorted, once.
 class HeadIndex {
  public:
-  explicit HeadIndex(const CQXDBSession* session) {
-    const DPoolBase* pool = session ? session->GetDataPool(code::kGElemHead) : nullptr;
-    for (ITR at = pool ? pool->GetHeadPosition() : 0; at; pool->Next(at)) {
-      entries_.push_back({LiveRecord<tagTGElemHead>(at)->geometry_key, at});
+  explicit HeadIndex(const CQXDBSession* session)
+      : pool_(session ? session->GetDataPool(code::kGElemHead) : nullptr) {}
+
+  ITR Find(ITR gkey) {
+    if (!pool_ || !LiveRecord<tagTGKey>(gkey)) return 0;
+    if (walks_ < kFewWalks) {
+      ++walks_;
+      ITR at = pool_->GetHeadPosition();
+      while (at && LiveRecord<tagTGElemHead>(at)->geometry_key != gkey) pool_->Next(at);
+      return at;
     }
-    std::stable_sort(entries_.begin(), entries_.end(),
-                     [](const Entry& a, const Entry& b) { return a.key < b.key; });
-  }
-  ITR Find(ITR gkey) const {
-    if (!LiveRecord<tagTGKey>(gkey)) return 0;
+    if (entries_.empty()) Sort();
     const auto at = std::lower_bound(entries_.begin(), entries_.end(), gkey,
                                      [](const Entry& a, ITR key) { return a.key < key; });
     return at != entries_.end() && at->key == gkey ? at->head : 0;
@@ -72,6 +75,18 @@ class HeadIndex {
     ITR key;
     ITR head;
   };
+  static constexpr int kFewWalks = 4;
+
+  void Sort() {
+    for (ITR at = pool_->GetHeadPosition(); at; pool_->Next(at)) {
+      entries_.push_back({LiveRecord<tagTGElemHead>(at)->geometry_key, at});
+    }
+    std::stable_sort(entries_.begin(), entries_.end(),
+                     [](const Entry& a, const Entry& b) { return a.key < b.key; });
+  }
+
+  const DPoolBase* pool_;
+  int walks_ = 0;
   std::vector<Entry> entries_;
 };
 
@@ -123,7 +138,7 @@ std::vector<ITR> KeysOfBody(const CQXDBSession* session, ITR gkey) {
   return keys;
 }
 
-void CollectNodes(const HeadIndex& heads, std::span<const ITR> gkeys, bool all, Collector& found) {
+void CollectNodes(HeadIndex& heads, std::span<const ITR> gkeys, bool all, Collector& found) {
   for (const ITR gkey : gkeys) {
     CollectNodes(heads.Find(gkey), LiveRecord<tagTGKey>(gkey), all, found);
   }
@@ -147,7 +162,7 @@ std::int32_t CQXMeshUtil::GetElemSideListByGElemItr(ITR gelem, TArray<tagTElemSi
 std::int32_t CQXMeshUtil::GetElemSideListByGKeyItrArray(const TArray<ITR>& gkeys,
                                                         TArray<tagTElemSide>& sides) const {
   sides.RemoveAll();
-  const HeadIndex heads(session_);
+  HeadIndex heads(session_);
   for (const ITR gkey : gkeys) AppendSides(heads.Find(gkey), sides);
   return sides.GetSize();
 }
@@ -177,7 +192,7 @@ std::int32_t CQXMeshUtil::GetElemListByGKeyItr(ITR gkey, TArray<ITR>& out) const
 std::int32_t CQXMeshUtil::GetElemListByGKeyItrArray(const TArray<ITR>& gkeys,
                                                     TArray<ITR>& out) const {
   Collector found;
-  const HeadIndex heads(session_);
+  HeadIndex heads(session_);
   for (const ITR gkey : gkeys) CollectElements(heads.Find(gkey), found);
   return found.MoveTo(out);
 }
@@ -208,14 +223,16 @@ std::int32_t CQXMeshUtil::GetNodeListByMsetItrArray(const TArray<ITR>& msets,
 
 std::int32_t CQXMeshUtil::GetNodeListByGKeyItr(ITR gkey, TArray<ITR>& out, int all) const {
   Collector found;
-  CollectNodes(HeadIndex(session_), One(gkey), all != 0, found);
+  HeadIndex heads(session_);
+  CollectNodes(heads, One(gkey), all != 0, found);
   return found.MoveTo(out);
 }
 
 std::int32_t CQXMeshUtil::GetNodeListByGKeyItrArray(const TArray<ITR>& gkeys, TArray<ITR>& out,
                                                     int all) const {
   Collector found;
-  CollectNodes(HeadIndex(session_), Many(gkeys), all != 0, found);
+  HeadIndex heads(session_);
+  CollectNodes(heads, Many(gkeys), all != 0, found);
   return found.MoveTo(out);
 }
 
@@ -234,7 +251,7 @@ std::int32_t CQXMeshUtil::GetBodyNodeListByGKeyItr(ITR gkey, TArray<ITR>& out, i
 std::int32_t CQXMeshUtil::GetBodyNodeListByGKeyItrArray(const TArray<ITR>& gkeys, TArray<ITR>& out,
                                                         int all) const {
   Collector found;
-  const HeadIndex heads(session_);
+  HeadIndex heads(session_);
   for (const ITR gkey : gkeys) CollectNodes(heads, KeysOfBody(session_, gkey), all != 0, found);
   return found.MoveTo(out);
 }

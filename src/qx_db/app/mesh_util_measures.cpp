@@ -79,15 +79,22 @@ int CQXMeshUtil::GetElemSideNormal(const tagTElemSide& side, double normal[3]) c
 }
 
 int CQXMeshUtil::GetElemEdgeSideNormal(const tagTElemSide& side, double normal[3]) const {
+  Point3 p[3];
+  if (!SideNodes(kEdgeSide, side, true).Positions(3, p)) return StoreUnit({}, normal);
+  return StoreUnit(Cross(p[1] - p[0], p[2] - p[0]), normal);
+}
+
+int CQXMeshUtil::GetElemEdgeSideOutward(const tagTElemSide& side, double direction[3]) const {
   Point3 edge[2];
   Point3 face[3];
   const tagTElem* element = ElementAt(side.element);
   if (!element || ElementTopology(element->type).Class() != topology::kSurfaceClass ||
       !SideNodes(kEdgeSide, side, false).Positions(2, edge) ||
       !SideNodes(kFaceSide, {side.element, 0}, false).Positions(3, face)) {
-    return StoreUnit({}, normal);
+    return StoreUnit({}, direction);
   }
-  return StoreUnit(Cross(edge[1] - edge[0], Cross(face[1] - face[0], face[2] - face[0])), normal);
+  return StoreUnit(Cross(edge[1] - edge[0], Cross(face[1] - face[0], face[2] - face[0])),
+                   direction);
 }
 
 int CQXMeshUtil::GetNormalVecByNodes(ITR node0, ITR node1, ITR node2, double normal[3]) const {
