@@ -20,14 +20,15 @@ namespace {
 
 struct MaterialOptions {
   std::string file;
-  std::string form;       ///< empty: as the file says
-  std::string code_page;  ///< empty: that of the locale
-  std::string units;      ///< empty: as the file has them
+  std::string form;      ///< empty: as the file says
+  std::string encoding;  ///< empty: as the bytes look
+  std::string units;     ///< empty: as the file has them
   bool lint = false;
+  bool strict = false;
   std::vector<std::string> names;
   std::string target;
   std::string target_form;
-  std::string target_code_page;
+  std::string target_encoding;
   std::string model;
   bool all = false;
   bool replace = false;
@@ -35,7 +36,7 @@ struct MaterialOptions {
 };
 
 struct Note {
-  std::int64_t line;
+  std::int64_t line;  ///< or record; 0: the file as such
   std::string why;
 };
 
@@ -48,23 +49,23 @@ struct Opened {
   std::vector<Note> notes;
 };
 
-Result<CodePage> PageOf(const std::string& name) {
-  return name.empty() ? Result<CodePage>(CodePage::OfLocale()) : CodePage::Named(name);
-}
-
 Result<Opened> OpenLibrary(const MaterialOptions& options) {
   Opened opened;
   const auto form = options.form.empty() ? FormOfFile(options.file) : FormNamed(options.form);
   if (!form) return form.Error();
   opened.form = *form;
-  const auto page = PageOf(options.code_page);
+  bool assumed = false;
+  const auto page = options.encoding.empty() ? GuessPage(options.file, opened.form, &assumed)
+                                             : CodePage::Named(options.encoding);
   if (!page) return page.Error();
   opened.page = *page;
-  MaterialLint lint;
-  if (options.lint) {
-    lint = [&](std::int64_t line, const std::string& why) { opened.notes.push_back({line, why}); };
+  if (assumed) {
+    opened.notes.push_back({0, "is read as " + page->Name() + "; --encoding names another"});
   }
-  auto table = ReadMaterials(options.file, opened.form, opened.page, lint);
+  const auto note = [&](std::int64_t line, const std::string& why) {
+    opened.notes.push_back({line, why});
+  };
+  auto table = ReadMaterials(options.file, opened.form, opened.page, {note, options.strict});
   if (!table) return table.Error();
   opened.table = std::move(*table);
   opened.units = UnitsOfTable(opened.table);
@@ -92,18 +93,29 @@ std::string_view PlaceWord(MaterialForm form) {
   return form == MaterialForm::kFluid ? "record" : "line";
 }
 
-std::string NotesText(const Opened& opened, const MaterialOptions& options) {
-  if (!options.lint) return {};
+/// What concerns the file as a whole, and with `lines` also each line that was left out or read
+/// otherwise than it looks.
+std::string NotesText(const Opened& opened, const MaterialOptions& options, bool lines) {
   std::string text;
   for (const Note& note : opened.notes) {
-    text +=
-        fmt::format("{}: {} {}: {}\n", options.file, PlaceWord(opened.form), note.line, note.why);
+    if (note.line == 0) {
+      text += fmt::format("{}: {}\n", options.file, note.why);
+    } else if (lines) {
+      text +=
+          fmt::format("{}: {} {}: {}\n", options.file, PlaceWord(opened.form), note.line, note.why);
+    }
   }
-  return text.empty() ? options.file + ": nothing was left out\n" : text;
+  return text;
+}
+
+/// The same as --lint asks for it.
+std::string LintText(const Opened& opened, const MaterialOptions& options) {
+  const std::string text = NotesText(opened, options, options.lint);
+  return text.empty() && options.lint ? options.file + ": nothing was left out\n" : text;
 }
 
 void WriteNotes(const Opened& opened, const MaterialOptions& options, JsonText& json) {
-  if (!options.lint) return;
+  if (!options.lint && opened.notes.empty()) return;
   json.BeginArray("lint");
   for (const Note& note : opened.notes) {
     json.Begin().Integer(PlaceWord(opened.form), note.line).Text("why", note.why).End();
@@ -170,7 +182,7 @@ Outcome List(const MaterialOptions& options, const Context& context) {
   const bool is_odd = all.empty() && !options.lint;
   context.Print(
       fmt::format("{}{}{} material{}, {}{}\n", text.IsEmpty() ? "" : text.Text(),
-                  NotesText(*opened, options), Grouped(static_cast<std::int64_t>(all.size())),
+                  LintText(*opened, options), Grouped(static_cast<std::int64_t>(all.size())),
                   all.size() == 1 ? "" : "s", InfoOf(opened->form).what,
                   is_odd ? "; --lint names what was left out" : ""),
       LibraryJson(*opened, options, table, all));
@@ -195,6 +207,20 @@ Failure NoSuchMaterial(const MaterialOptions& options, const std::string& name) 
           "see qxdb material list " + options.file};
 }
 
+/// Reads strictly and prints what a lenient reader would pass over.
+Outcome Lint(const MaterialOptions& given, const Context& context) {
+  MaterialOptions options = given;
+  options.lint = true;
+  options.strict = true;
+  const Result<Opened> opened = OpenLibrary(options);
+  if (!opened) return opened.Error();
+  JsonText json;
+  json.Begin().Text("file", options.file).Text("form", InfoOf(opened->form).name);
+  WriteNotes(*opened, options, json);
+  context.Print(LintText(*opened, options), json.End());
+  return {};
+}
+
 Outcome Show(const MaterialOptions& options, const Context& context) {
   const Result<Opened> opened = OpenLibrary(options);
   if (!opened) return opened.Error();
@@ -214,7 +240,7 @@ Outcome Show(const MaterialOptions& options, const Context& context) {
     }
     text += values.Text();
   }
-  context.Print(text + NotesText(*opened, options), LibraryJson(*opened, options, table, found));
+  context.Print(text + LintText(*opened, options), LibraryJson(*opened, options, table, found));
   return {};
 }
 
@@ -246,8 +272,8 @@ Outcome Convert(const MaterialOptions& options, const Context& context) {
       options.target_form.empty() ? FormOfName(options.target) : FormNamed(options.target_form);
   if (!form) return form.Error();
   if (Outcome taken = CheckUnits(options, *form); !taken) return taken;
-  const auto page = options.target_code_page.empty() ? PageOf(options.code_page)
-                                                     : PageOf(options.target_code_page);
+  const auto page = options.target_encoding.empty() ? Result<CodePage>(opened->page)
+                                                    : CodePage::Named(options.target_encoding);
   if (!page) return page.Error();
   const auto is_library = [&](const std::string& path) {
     return static_cast<bool>(ReadMaterials(path, *form, *page));
@@ -272,7 +298,7 @@ Outcome Convert(const MaterialOptions& options, const Context& context) {
   }
   json.End();
   WriteNotes(*opened, options, json);
-  context.Print(text + NotesText(*opened, options), json.End());
+  context.Print(text + LintText(*opened, options), json.End());
   return {};
 }
 
@@ -462,7 +488,7 @@ Outcome ImportMaterials(const MaterialOptions& options, const Context& context) 
   }
   json.End();
   WriteNotes(*opened, options, json);
-  context.Print(result + NotesText(*opened, options), json.End());
+  context.Print(result + NotesText(*opened, options, true), json.End());
   return {};
 }
 
@@ -474,14 +500,20 @@ void AddMaterial(Command& app, Context& context) {
   Command* command =
       AddCommand(app, context, "material", "List, convert and import material libraries",
                  "qxdb material list examples/materials/common.gdbp --units m,kN");
-  const auto add = [&](const char* name, const char* what, const char* example, Job job) {
+  const auto add_plain = [&](const char* name, const char* what, const char* example, Job job) {
     auto added = AddCommand<MaterialOptions>(*command, context, name, what, example, job);
     const auto& [sub, options] = added;
     sub->Add("file", &options->file, "Library file").File().Required();
     sub->Add("--form", &options->form,
              "Its form (text, binary, fluid, particle, gdb, gdbp); else as it looks");
-    sub->Add("--code-page", &options->code_page,
-             "Of a text without a mark: 1252, UTF-8, ...; else that of the locale");
+    sub->Add("--encoding", &options->encoding,
+             "Of a text without a mark: UTF-8, 1252, ...; else UTF-8 where its bytes are that, or "
+             "the code page of the locale");
+    return added;
+  };
+  const auto add = [&](const char* name, const char* what, const char* example, Job job) {
+    auto added = add_plain(name, what, example, job);
+    const auto& [sub, options] = added;
     sub->Add("--lint", &options->lint,
              "Name each line that is left out or read otherwise than it looks");
     return added;
@@ -491,6 +523,10 @@ void AddMaterial(Command& app, Context& context) {
   const auto [show, show_options] =
       add("show", "Print all properties of a material",
           "qxdb material show steel.gdbp S235 --units in,lbf,F", Show);
+  add_plain(
+      "lint",
+      "Name all that is left out or read otherwise than it looks, and refuse what is doubtful",
+      "qxdb material lint steel.gdbp", Lint);
   const auto [convert, convert_options] =
       add("convert", "Write a library in another form",
           "qxdb material convert steel.txt steel.gdbp --units mm,N", Convert);
@@ -505,8 +541,8 @@ void AddMaterial(Command& app, Context& context) {
   AddForce(*convert, convert_options->force);
   convert->Add("--to", &convert_options->target_form,
                "Its form; else by its extension: .txt .bin .cfd .cfdbin .gdbp");
-  convert->Add("--to-code-page", &convert_options->target_code_page,
-               "Code page of what is written; else that of --code-page");
+  convert->Add("--to-encoding", &convert_options->target_encoding,
+               "Code page of what is written; else that of what is read");
   convert->Add("--units", &convert_options->units,
                "The same, for a .gdbp file; other forms have units of their own");
   import->Add("model", &import_options->model, "Model file").Model().Required();
@@ -514,6 +550,6 @@ void AddMaterial(Command& app, Context& context) {
   Option& all = import->Add("--all", &import_options->all, "All materials of the library");
   import->ExactlyOne(names, all);
   import->Add("--replace", &import_options->replace, "Overwrite materials of the same name");
-}  // namespace qx::app
+}
 
 }  // namespace qx::app

@@ -13,14 +13,13 @@ namespace {
 /// (columns, materials): a column is (property, category of unit, unit); a material is (category,
 /// name, values).
 py::tuple Materials(const std::string& path, const std::optional<std::string>& form,
-                    const std::optional<std::string>& code_page,
+                    const std::optional<std::string>& encoding,
                     const std::optional<std::vector<std::int32_t>>& units) {
   const LibraryTurn turn;
   const auto of_form = form ? FormNamed(*form) : FormOfFile(path);
   if (!of_form) throw Fault(form ? FaultKind::kValue : FaultKind::kFile, of_form.Error());
-  const auto page =
-      code_page ? CodePage::Named(*code_page) : Result<CodePage>(CodePage::OfLocale());
-  if (!page) throw Fault(FaultKind::kValue, page.Error());
+  const auto page = encoding ? CodePage::Named(*encoding) : GuessPage(path, *of_form);
+  if (!page) throw Fault(encoding ? FaultKind::kValue : FaultKind::kFile, page.Error());
   auto table = ReadMaterials(path, *of_form, *page);
   Require(table.AsOutcome());
   if (units) {
@@ -59,7 +58,7 @@ int Probe(const std::string& address) {
 }  // namespace
 
 void BindOutside(py::module_& module) {
-  module.def("materials", Materials, py::arg("path"), py::arg("form"), py::arg("code_page"),
+  module.def("materials", Materials, py::arg("path"), py::arg("form"), py::arg("encoding"),
              py::arg("units"));
   module.def("probe", Probe, py::arg("address"));
 }

@@ -53,9 +53,9 @@ MaterialCategories GoldenCategories() {
   return categories;
 }
 
-Result<StructuralLibrary> ParseStructural(const std::string& bytes) {
+Result<StructuralLibrary> ParseStructural(const std::string& bytes, const MaterialLint& lint = {}) {
   BlockReader reader(std::make_unique<std::istringstream>(bytes), bytes.size(), "golden.bin");
-  return ReadStructuralLibrary(reader);
+  return ReadStructuralLibrary(reader, lint);
 }
 
 class MaterialDb : public MaterialFiles {
@@ -101,6 +101,38 @@ TEST_F(MaterialDb, BinaryLibraryReadsBackUnchanged) {
     RC_ASSERT(db_.LoadFromBin(Wide("law.bin").c_str()) == 1);
     RC_ASSERT(db_.GetCategories() == categories);
   });
+}
+
+TEST_F(MaterialDb, DoubtfulLibrariesAreReadButByAStrictReader) {
+  // Of 3 columns, a name and 2 values a row, with the titles that three writers might keep.
+  const auto narrow = [](int titles) {
+    std::string bytes = Wide16("PelorMatl") + U32(1) + U32(3);
+    for (int i = 0; i < titles; ++i) bytes += Block("title");
+    return bytes + Block("steel") + U32(1) + Block("S235") + F64(1) + F64(2);
+  };
+  const MaterialCategories two = {{u"steel", {{u"S235", {1, 2}}}}};
+  struct Case {
+    std::string bytes;
+    MaterialCategories categories;
+  };
+  const Case cases[] = {{GoldenLibrary() + "x", GoldenCategories()},
+                        {narrow(5), two},
+                        {narrow(3), two},
+                        {narrow(21), two}};
+  for (const Case& c : cases) {
+    const std::size_t at = static_cast<std::size_t>(&c - cases);
+    Put("doubtful.bin", c.bytes);
+    db_.Clear();
+    EXPECT_EQ(db_.LoadFromBin(Wide("doubtful.bin").c_str()), 1) << at;
+    EXPECT_EQ(db_.GetCategories(), c.categories) << at;
+    int notes = 0;
+    const auto count = [&](std::int64_t, const std::string&) { ++notes; };
+    EXPECT_FALSE(ReadStructuralLibrary(folder_.Path("doubtful.bin"), {count, true})) << at;
+    EXPECT_TRUE(ReadMaterials(folder_.Path("doubtful.bin"), MaterialForm::kBinary, {}, count));
+    EXPECT_EQ(notes, 1) << at;
+  }
+  Put("doubtful.bin", narrow(4));
+  EXPECT_EQ(db_.LoadFromBin(Wide("doubtful.bin").c_str()), 0) << "no number of titles fits";
 }
 
 TEST_F(MaterialDb, TextTableComesFromItsFixedPlace) {
@@ -261,21 +293,24 @@ TEST_F(MaterialDb, KeywordFileNumbersAndCounts) {
     std::string bytes;
     int loaded;
     std::int32_t offset;
+    std::size_t materials;
+    bool doubtful = false;  // read, but for a strict reader
   };
   const std::string material = Record("*END");
   const Case cases[] = {
-      {FluidHead("0") + material, 1, 13},
-      {FluidHead("-3"), 1, 13},
-      {FluidHead("1") + Record("*SMATERIALNO", "0") + material, 1, 1},
-      {FluidHead("1") + Record("*SMATERIALNO", "1") + material, 1, 13},
-      {FluidHead("1") + Record("*SMATERIALNO", "-4294967296") + material, 1, 13},
-      {FluidHead("1"), 0, 0},
-      {FluidHead("2") + material + Record("x"), 0, 0},
-      {FluidHead("1") + material + Record("*E", "1"), 0, 0},
-      {FluidHead("one") + material, 0, 0},
-      {FluidHead("4294967296") + material, 0, 0},
-      {FluidHead("1") + Record("*E", "1e999") + material, 0, 0},
-      {Record("another file") + Record("", "1") + material, 0, 0},
+      {FluidHead("0") + material, 1, 13, 0},
+      {FluidHead("-3"), 1, 13, 0},
+      {FluidHead("1") + Record("*SMATERIALNO", "0") + material, 1, 1, 1},
+      {FluidHead("1") + Record("*SMATERIALNO", "1") + material, 1, 13, 1},
+      {FluidHead("1") + Record("*SMATERIALNO", "-4294967296") + material, 1, 13, 1},
+      {FluidHead("1") + material + "x", 1, 13, 1, true},
+      {FluidHead("1"), 1, 13, 0, true},
+      {FluidHead("2") + material + Record("x"), 1, 13, 2, true},
+      {FluidHead("1") + material + Record("*E", "1") + material, 1, 13, 1, true},
+      {FluidHead("one") + material, 1, 13, 0, true},
+      {FluidHead("4294967296") + material, 1, 13, 1, true},
+      {FluidHead("1") + Record("*E", "1e999") + material, 0, 0, 0},
+      {Record("another file") + Record("", "1") + material, 0, 0, 0},
   };
   for (const Case& c : cases) {
     Put("c.cfd", c.bytes);
@@ -285,8 +320,14 @@ TEST_F(MaterialDb, KeywordFileNumbersAndCounts) {
     const std::size_t at = static_cast<std::size_t>(&c - cases);
     EXPECT_EQ(db_.LoadFromCFD(Wide("c.cfd").c_str()), c.loaded) << at;
     EXPECT_EQ(messages_.all.size(), c.loaded ? 0u : 1u) << at;
+    int notes = 0;
+    const auto count = [&](std::int64_t, const std::string&) { ++notes; };
+    EXPECT_EQ(bool(ParseFluidFile(c.bytes, "c.cfd", count)), c.loaded == 1) << at;
+    EXPECT_EQ(notes > 0, c.doubtful) << at;
+    EXPECT_EQ(bool(ParseFluidFile(c.bytes, "c.cfd", {count, true})), c.loaded && !c.doubtful) << at;
     if (c.loaded) {
       EXPECT_EQ(db_.GetFluids().numbering_offset, c.offset) << at;
+      EXPECT_EQ(db_.GetFluids().materials.size(), c.materials) << at;
     } else {
       EXPECT_EQ(db_.GetFluids(), before) << at;
     }
@@ -306,9 +347,9 @@ std::string GoldenParticles() {
   return bytes;
 }
 
-Result<FluidLibrary> ParseParticles(const std::string& bytes) {
+Result<FluidLibrary> ParseParticles(const std::string& bytes, const MaterialLint& lint = {}) {
   BlockReader reader(std::make_unique<std::istringstream>(bytes), bytes.size(), "golden.cfdbin");
-  return ReadParticleLibrary(reader);
+  return ReadParticleLibrary(reader, lint);
 }
 
 TEST_F(MaterialDb, ParticleLibraryIsAsItsGoldenFile) {
@@ -347,26 +388,28 @@ TEST(MaterialAttack, BinaryFormsRefuseEveryCutAndStandEveryFlip) {
       ASSERT_TRUE(IsClear(*failure)) << failure->Line();
     }
   };
+  const MaterialLint strict([](std::int64_t, const std::string&) {}, true);
   std::string small = GoldenLibrary();
   Attack(small, [&](const std::string& bytes, bool cut) {
-    const auto read = ParseStructural(bytes);
+    const auto read = ParseStructural(bytes, strict);
     check(static_cast<bool>(read), read ? nullptr : &read.Error(), cut);
   });
   // Of the particle library, whose title blocks are alike, what stands around them.
   const std::string particles = GoldenParticles();
   for (std::size_t length = 0; length < particles.size(); ++length) {
-    ASSERT_FALSE(ParseParticles(particles.substr(0, length))) << length;
+    ASSERT_FALSE(ParseParticles(particles.substr(0, length), strict)) << length;
   }
   for (std::size_t i = 0; i < 8 * 80; ++i) {
     std::string flipped = particles;
     flipped[i / 8] = static_cast<char>(flipped[i / 8] ^ 1 << i % 8);
     const bool offset = i / 8 >= 46 + 8 && i / 8 < 46 + 12;  // any number is one
     const bool filler = i / 8 >= 46 + 12 + 2 * 6;
-    ASSERT_EQ(static_cast<bool>(ParseParticles(flipped)), offset || filler) << i;
+    ASSERT_EQ(static_cast<bool>(ParseParticles(flipped, strict)), offset || filler) << i;
   }
 }
 
 TEST(MaterialAttack, TextFormsStandEveryCutAndFlip) {
+  const MaterialLint strict([](std::int64_t, const std::string&) {}, true);
   const std::string table = "*Steel\nS235|1|2|3|4|5|6|7|8|9|10|11|12|13|14|15|16\n";
   Attack(table, [](const std::string& bytes, bool) {
     const auto read = ParseTextTable(bytes, "t.txt", CodePage::OfLocaleName("ja"));
@@ -375,7 +418,9 @@ TEST(MaterialAttack, TextFormsStandEveryCutAndFlip) {
   const std::string fluid =
       FluidHead("1") + Record("*NAME", "AIR") + Record("*E", "7e6") + Record("*END");
   Attack(fluid, [&](const std::string& bytes, bool cut) {
-    const auto read = ParseFluidFile(bytes, "f.cfd");
+    const auto lenient = ParseFluidFile(bytes, "f.cfd");
+    ASSERT_TRUE(lenient || IsClear(lenient.Error()));
+    const auto read = ParseFluidFile(bytes, "f.cfd", strict);
     ASSERT_TRUE(read || IsClear(read.Error()));
     // Of the last record, the two bytes that are never read may be missing.
     if (cut) {
@@ -404,7 +449,6 @@ TEST_F(MaterialDb, RefusesOutsideFaultsInOneMessageAndKeepsItsLibrary) {
       {"4 GiB of rows", with(26 + 22 * 512, U32(0xFFFFFFFF)), &CMaterialDB::LoadFromBin,
        "category 1"},
       {"no terminator", with(26, std::string(512, 'a')), &CMaterialDB::LoadFromBin, "title 1"},
-      {"more behind", golden + "x", &CMaterialDB::LoadFromBin, "1 bytes follow"},
       {"NUL", "*a\nb" + std::string(1, '\0') + row, &CMaterialDB::LoadFromText, "line 2"},
       {"UTF-16", "\xFF\xFE*\0", &CMaterialDB::LoadFromText, "UTF-16"},
       {"a megabyte in a line", "*a\nb" + std::string(1 << 20, ' ') + row,
@@ -487,6 +531,21 @@ TEST(MaterialDbInside, WritesTextsAndBlocks) {
   const std::u16string full(256, u'x');
   EXPECT_EQ(db.WriteCharBlock(file, u"%s", full.c_str()), 0);
   EXPECT_EQ(out.str().size(), 520u) << "what does not fit is not begun";
+}
+
+// Each with what printf makes of it.
+TEST(MaterialDbInside, TakesTheFormatsOfPrintf) {
+  const std::pair<std::u16string, const char*> cases[] = {
+      {FormatText(u"%.3f|%e|%g", {2.5, 0.5, 1e-7}), "2.500|5.000000e-01|1e-07"},
+      {FormatText(u"%5d|%-5d|%05d|%+d", {42, 42, 42, 42}), "   42|42   |00042|+42"},
+      {FormatText(u"%-4s|%4s|%.2s", {u"ab", u"ab", u"abc"}), "ab  |  ab|ab"},
+      {FormatText(u"%x|%X|%#o|%u", {255, 255u, 8, -1}), "ff|FF|010|4294967295"},
+      {FormatText(u"%ld|%lld|%c%%", {-7L, 1LL << 40, 65}), "-7|1099511627776|A%"},
+      {FormatText(u"%s", {u"\u00e9"}), "\u00e9"},
+  };
+  for (const auto& [text, expected] : cases) EXPECT_EQ(Utf8(text), expected);
+  EXPECT_THROW(FormatText(u"%d %d", {1}), std::runtime_error);
+  EXPECT_THROW(FormatText(u"%d", {u"text"}), std::runtime_error);
 }
 
 TEST(MaterialDbInside, TellsTextFromNumbers) {

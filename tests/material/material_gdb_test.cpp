@@ -91,6 +91,20 @@ TEST_F(MaterialGdb, OldFormBecomesTheNewOneWhenSaved) {
   EXPECT_NE(Bytes("old.gdbp").find("\nSteel,\t1,\t2,\t3"), std::string::npos);
 }
 
+TEST_F(MaterialGdb, AnotherLibraryOfTheNewNameIsNotReplaced) {
+  Put("steel.gdb", "**Unit, N, mm, J, C\n" + Line("Old", 12));
+  const std::string other = Library(Line("New", 17));
+  Put("steel.gdbp", other);
+  ASSERT_EQ(Load("steel.gdb"), 1);
+  ASSERT_EQ(Load("steel.gdbp"), 1);
+  EXPECT_EQ(db_.Save(0), 0);
+  ASSERT_EQ(messages_.all.size(), 1u);
+  EXPECT_NE(messages_.all[0].text.find("steel.gdbp"), std::string::npos) << messages_.all[0].text;
+  EXPECT_EQ(Bytes("steel.gdbp"), other);
+  EXPECT_TRUE(Exists("steel.gdb"));
+  EXPECT_EQ(db_.Save(1), 1) << "its own file";
+}
+
 TEST_F(MaterialGdb, ReadsOrRefusesWithTheLine) {
   struct Case {
     const char* what;
@@ -123,7 +137,9 @@ TEST_F(MaterialGdb, ReadsOrRefusesWithTheLine) {
       {"a unit of another kind", "a.gdb", "**Unit, mm, N, J, C\n", 1, 0},
       {"milli is not mega", "a.gdb", "**Unit, N, mm, mJ, C\n", 1, 0},
       {"two units", "a.gdbp", "**Unit, N, mm\n", 1, 0},
-      {"no units at all", "a.gdb", "; empty\n", 1, 0},
+      {"remarks only", "a.gdb", "; empty\n", 0, 0},
+      {"remarks only, newer", "a.gdbp", "; empty\n", 0, 0},
+      {"no materials", "a.gdbp", head, 0, 0},
       {"too large", "a.gdb", "**Unit, N, mm\na, 1e999,,,,,,,,,,,\n", 2, 0},
       {"NUL", "a.gdb", "**Unit, N, mm\n\n" + std::string(1, '\0'), 3, 0},
       {"a megabyte", "a.gdb", "**Unit, N, mm\n" + std::string(1 << 20, ','), 2, 0},
@@ -325,7 +341,9 @@ TEST(GdbAttack, StandsEveryCutAndFlip) {
       const auto read = ParseGdbFile(attacked, "a.gdbp", gdbp, *CodePage::Named("932"));
       ASSERT_TRUE(read || IsClear(read.Error()));
       if (cut && gdbp && attacked.size() + 4 < head) {
-        ASSERT_FALSE(read) << attacked.size();
+        const MaterialLint strict([](std::int64_t, const std::string&) {}, true);
+        ASSERT_FALSE(ParseGdbFile(attacked, "a.gdbp", gdbp, *CodePage::Named("932"), strict))
+            << attacked.size();
       }
     });
   }

@@ -47,19 +47,19 @@ def materials(
     path: Union[str, os.PathLike[str]],
     *units: str,
     form: Optional[str] = None,
-    code_page: Optional[str] = None,
+    encoding: Optional[str] = None,
 ) -> MaterialLibrary:
     """Reads a material file.
 
     units: to have the values in ("mm", "N"); as the file has them where left out
     form: of the file ("text", "binary", "fluid", "particle", "gdb", "gdbp"); by its look otherwise
-    code_page: of its texts; that of the locale otherwise
+    encoding: of its texts ("utf-8", "1252"); UTF-8 where its bytes are that, else the locale's
     """
     system = None
     if units:
         default = {base: str(table[0][0]) for base, table in _core.unit_tables()}
         system = system_indices(units, default)
-    columns, rows = _core.materials(os.fspath(path), form, code_page, system)
+    columns, rows = _core.materials(os.fspath(path), form, encoding, system)
     out = MaterialLibrary()
     for category, name, values in rows:
         quantities = {

@@ -5,6 +5,8 @@
 #include <bit>
 #include <cstring>
 #include <filesystem>
+#include <fmt/args.h>
+#include <fmt/printf.h>
 #include <fstream>
 
 #include "qx_db/material/text_lines.h"
@@ -77,34 +79,19 @@ Outcome BlockReader::ReadText(CString& text, const std::string& place) {
                  "use an undamaged copy of the file"};
 }
 
-Outcome BlockReader::CheckEnd() const {
+Outcome BlockReader::CheckEnd(const MaterialLint& lint) const {
   if (left_ == 0) return {};
-  return Failure{file_, "end", std::to_string(left_) + " bytes follow the last material",
-                 "use an undamaged copy of the file"};
-}
-
-std::u16string FormatValue::Text() const {
-  if (const auto* text = std::get_if<std::u16string>(&value_)) return *text;
-  if (const auto* number = std::get_if<double>(&value_)) return Utf16(SixDigitText(*number));
-  return Utf16(std::to_string(std::get<std::int64_t>(value_)));
+  const std::string bytes = left_ == 1 ? "1 byte follows" : std::to_string(left_) + " bytes follow";
+  return lint.Doubt(
+      0, {file_, "end", bytes + " the last material", "use an undamaged copy of the file"});
 }
 
 std::u16string FormatText(const char16_t* format, std::initializer_list<FormatValue> values) {
-  std::u16string text;
-  const FormatValue* next = values.begin();
-  for (std::u16string_view rest = format; !rest.empty(); rest.remove_prefix(1)) {
-    if (rest[0] != u'%' || rest.size() == 1) {
-      text += rest[0];
-      continue;
-    }
-    rest.remove_prefix(1);
-    if (rest[0] == u'%') {
-      text += u'%';
-    } else if (next != values.end()) {
-      text += (next++)->Text();
-    }
+  fmt::dynamic_format_arg_store<fmt::printf_context> arguments;
+  for (const FormatValue& value : values) {
+    std::visit([&](const auto& held) { arguments.push_back(held); }, value.Value());
   }
-  return text;
+  return Utf16(fmt::vsprintf(Utf8(format), fmt::basic_format_args<fmt::printf_context>(arguments)));
 }
 
 unsigned WriteText(CStdioFile& file, std::u16string_view text) {

@@ -2,13 +2,16 @@
 // Binary material files: numbers in little-endian order, texts in fixed blocks of UTF-16.
 // Threads: functions from any; objects are values, one at a time for each.
 
+#include <concepts>
 #include <cstdint>
 #include <istream>
 #include <memory>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <variant>
 
+#include "qx_db/material/text_lines.h"
 #include "qx_db/platform/outcome.h"
 #include "qx_db/platform/stdio_file.h"
 
@@ -42,8 +45,8 @@ class QXDB_API BlockReader {
   Outcome CheckCount(std::uint64_t count, std::uint64_t size, const std::string& place) const;
   Outcome ReadMagic(std::u16string_view magic);
   Outcome ReadText(CString& text, const std::string& place);
-  /// Fails when bytes follow.
-  Outcome CheckEnd() const;
+  /// Bytes that follow make the file doubtful.
+  Outcome CheckEnd(const MaterialLint& lint) const;
 
  private:
   std::unique_ptr<std::istream> stream_;
@@ -51,21 +54,29 @@ class QXDB_API BlockReader {
   std::string file_;
 };
 
-/// A value for a place of a format; `const char16_t*`, integers and doubles convert to it.
+/// A value for a place of a format: a text, an integer or a double.
 class QXDB_API FormatValue {
  public:
-  FormatValue(const char16_t* text) : value_(std::u16string(text)) {}
-  FormatValue(std::int32_t number) : value_(std::int64_t{number}) {}
-  FormatValue(std::uint32_t number) : value_(std::int64_t{number}) {}
+  using Held =
+      std::variant<std::string, std::int32_t, std::uint32_t, long long, unsigned long long, double>;
+  FormatValue(const char16_t* text) : value_(Utf8(text)) {}
   FormatValue(double number) : value_(number) {}
-  std::u16string Text() const;
+  template <std::integral T>
+  FormatValue(T number) : value_(static_cast<Wide<T>>(number)) {}
+  const Held& Value() const { return value_; }
 
  private:
-  std::variant<std::u16string, std::int64_t, double> value_;
+  template <class T>
+  using Wide =
+      std::conditional_t<sizeof(T) <= 4,
+                         std::conditional_t<std::is_signed_v<T>, std::int32_t, std::uint32_t>,
+                         std::conditional_t<std::is_signed_v<T>, long long, unsigned long long>>;
+  Held value_;
 };
 
-/// A printf-like text in which each of %s, %d, %u and %g takes the next value as its type has it
-/// (a double as "%g" does) and %% is a percent sign.
+/// The text that printf makes of a format and its values: flags, widths, precisions and all
+/// conversions but %n; %s takes texts of UTF-16. Throws std::runtime_error for a place without a
+/// value, or with one that does not suit it.
 QXDB_API std::u16string FormatText(const char16_t* format,
                                    std::initializer_list<FormatValue> values);
 

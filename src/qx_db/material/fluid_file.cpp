@@ -1,7 +1,6 @@
 // The keyword file: records of 160 bytes of UTF-16, a keyword and a value each.
 
 #include <algorithm>
-#include <charconv>
 #include <cstring>
 
 #include "qx_db/lib/variants.h"
@@ -15,6 +14,7 @@ constexpr std::size_t kRecordBytes = 160;
 constexpr std::size_t kRecordUnits = 79;  // that are read of a record
 constexpr std::size_t kValueStart = 30;
 constexpr std::size_t kNameWidth = 48;
+constexpr std::size_t kMostMaterials = std::size_t{1} << 31;  // beyond any count that fits
 
 bool Has(std::u16string_view text, std::u16string_view part) {
   return text.find(part) != std::u16string_view::npos;
@@ -58,15 +58,15 @@ class FluidReader {
 
   Result<FluidLibrary> Read() {
     if (Outcome head = ReadHead(); !head) return head.Error();
-    if (library_.materials.empty()) return std::move(library_);
-    for (record_ = 2; record_ < records_.Count(); ++record_) {
+    for (record_ = 2; record_ < records_.Count() && !library_.materials.empty(); ++record_) {
       const std::u16string upper(CString(records_.Text(record_)).MakeUpper().View());
       if (Outcome read = ReadRecord(upper); !read) return read.Error();
     }
     if (current_ < library_.materials.size()) {
-      return Refuse("the file ends after " + std::to_string(current_) + " of the " +
-                        std::to_string(library_.materials.size()) + " materials that it counts",
-                    "use a complete copy of the file or correct the count in record 1");
+      Outcome fewer = Doubt("the file ends after " + std::to_string(current_) + " of the " +
+                                std::to_string(counted_) + " materials that it counts",
+                            "use a complete copy of the file or correct the count in record 1");
+      if (!fewer) return fewer.Error();
     }
     return std::move(library_);
   }
@@ -75,9 +75,11 @@ class FluidReader {
   Failure Refuse(std::string what, std::string remedy) const {
     return records_.At(record_, std::move(what), std::move(remedy));
   }
-  void Note(const std::string& why) const {
-    if (lint_) lint_(static_cast<std::int64_t>(record_), why);
+  Outcome Doubt(std::string what, std::string remedy) const {
+    return lint_.Doubt(static_cast<std::int64_t>(record_),
+                       Refuse(std::move(what), std::move(remedy)));
   }
+  void Note(const std::string& why) const { lint_(static_cast<std::int64_t>(record_), why); }
 
   Outcome ReadHead() {
     if (records_.Count() == 0 || !Has(records_.Text(0), kFluidMagic)) {
@@ -86,7 +88,8 @@ class FluidReader {
     library_.title = CString(records_.Text(0)).Trim();
     record_ = records_.Count();
     if (records_.EndsInsideARecord()) {
-      return Refuse("the file ends inside it", "use a complete copy of the file");
+      Outcome cut = Doubt("the file ends inside it", "use a complete copy of the file");
+      if (!cut) return cut;
     }
     record_ = 1;
     if (records_.Count() == 1) {
@@ -98,26 +101,31 @@ class FluidReader {
   Outcome ReadCount() {
     std::u16string digits(Part(records_.Text(1), kValueStart, kRecordUnits));
     std::erase_if(digits, [](char16_t c) { return c == u' ' || c == u'*'; });
-    const std::string text = Utf8(digits);
-    std::int64_t count = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), count);
-    if (error != std::errc() || end != text.data() + text.size()) {
-      return Refuse("\"" + text + "\" is no number of materials", "correct the number");
+    const ParsedNumber number = ParseNumber(Utf8(digits));
+    if (!number.whole) {
+      Outcome none =
+          Doubt("\"" + Utf8(digits) + "\" is no number of materials", "correct the number");
+      if (!none) return none;
     }
-    const std::size_t left = records_.Count() - 2;  // a material takes a record at least
-    if (count > static_cast<std::int64_t>(left)) {
-      return Refuse(
-          "counts " + text + " materials, but only " + std::to_string(left) + " records follow",
-          "use a complete copy of the file or correct the number");
+    counted_ = number.value < 1                ? 0
+               : number.value > kMostMaterials ? kMostMaterials
+                                               : static_cast<std::size_t>(number.value);
+    // A material takes a record at least: memory is taken for those that can be there.
+    const std::size_t left = records_.Count() - 2;
+    if (counted_ > left) {
+      Outcome more = Doubt("counts " + Utf8(digits) + " materials, but only " +
+                               std::to_string(left) + " records follow",
+                           "use a complete copy of the file or correct the number");
+      if (!more) return more;
     }
-    library_.materials.resize(static_cast<std::size_t>(std::max<std::int64_t>(count, 0)));
+    library_.materials.resize(std::min(counted_, left));
     return {};
   }
 
   Outcome ReadRecord(const std::u16string& text) {
     if (Has(text, u"*SMATERIALNO")) return ReadNumbering(text);
     if (Has(text, u"*NAME")) {
-      if (Outcome open = CheckOpen(); !open) return open;
+      if (!IsOpen()) return NoteClosed();
       CString name(Part(text, kValueStart, kNameWidth));
       if (IsVariantBOnline()) name.Trim();
       library_.materials[current_].name = name;
@@ -129,7 +137,7 @@ class FluidReader {
       if (Has(text, properties[i].keyword) && !excepted) return ReadValue(text, i);
     }
     if (Has(text, u"*END")) {
-      if (Outcome open = CheckOpen(); !open) return open;
+      if (!IsOpen()) return NoteClosed();
       ++current_;
     } else if (!CString(text).Trim().IsEmpty()) {
       Note("left out: no known keyword in \"" + CString(text).Trim().ToUtf8() + "\"");
@@ -137,11 +145,12 @@ class FluidReader {
     return {};
   }
 
-  Outcome CheckOpen() const {
-    if (current_ < library_.materials.size()) return {};
-    return Refuse("belongs to no material: the " + std::to_string(current_) +
-                      " that the file counts have ended",
-                  "correct the count in record 1");
+  bool IsOpen() const { return current_ < library_.materials.size(); }
+  /// Of a record behind the materials that the file counts.
+  Outcome NoteClosed() const {
+    return Doubt("belongs to no material: the " + std::to_string(current_) +
+                     " that the file counts have ended",
+                 "correct the count in record 1");
   }
 
   Outcome ReadNumbering(const std::u16string& text) {
@@ -155,7 +164,7 @@ class FluidReader {
   }
 
   Outcome ReadValue(const std::u16string& text, std::size_t index) {
-    if (Outcome open = CheckOpen(); !open) return open;
+    if (!IsOpen()) return NoteClosed();
     const FluidProperty& property = FluidProperties()[index];
     const std::string digits =
         Utf8(Part(text, kValueStart, static_cast<std::size_t>(property.width)));
@@ -172,6 +181,7 @@ class FluidReader {
   const Records& records_;
   const MaterialLint& lint_;
   FluidLibrary library_;
+  std::size_t counted_ = 0;  // by record 1
   std::size_t current_ = 0;
   std::size_t record_ = 0;
 };

@@ -45,8 +45,9 @@ struct FluidLibrary {
   friend bool operator==(const FluidLibrary&, const FluidLibrary&) = default;
 };
 
-/// Reads a keyword file (docs/material-files.md). Fails, naming file and record, for a file cut
-/// inside a record, and for one with more or fewer materials than it counts.
+/// Reads a keyword file (docs/material-files.md). Fails, naming file and record, for what is none.
+/// A file cut inside a record, and one with more or fewer materials than it counts, is doubtful: of
+/// those that it counts it has as many as there are records for.
 QXDB_API Result<FluidLibrary> ReadFluidFile(const std::string& path, const MaterialLint& lint = {});
 QXDB_API Result<FluidLibrary> ParseFluidFile(std::string_view bytes, const std::string& file,
                                              const MaterialLint& lint = {});
@@ -54,8 +55,10 @@ QXDB_API Result<FluidLibrary> ParseFluidFile(std::string_view bytes, const std::
 QXDB_API Outcome WriteFluidFile(const FluidLibrary& library, const std::string& path);
 
 /// Reads and writes the binary library. What is written reads back unchanged.
-QXDB_API Result<FluidLibrary> ReadParticleLibrary(const std::string& path);
-QXDB_API Result<FluidLibrary> ReadParticleLibrary(BlockReader& reader);
+QXDB_API Result<FluidLibrary> ReadParticleLibrary(const std::string& path,
+                                                  const MaterialLint& lint = {});
+QXDB_API Result<FluidLibrary> ReadParticleLibrary(BlockReader& reader,
+                                                  const MaterialLint& lint = {});
 QXDB_API Outcome WriteParticleLibrary(const FluidLibrary& library, const std::string& path);
 
 }  // namespace qx

@@ -64,8 +64,11 @@ class GdbReader {
       if (!read) return read.Error();
     }
     if (Outcome check = lines_.Check(); !check) return check.Error();
-    if (Outcome head = CheckHead("the file ends without"); !head) return head.Error();
-    file_.values = values_;
+    if (Outcome head = CheckHead("the file ends without"); !head) {
+      if (Outcome empty = lint_.Doubt(lines_.Number(), head.Error()); !empty) return empty.Error();
+    }
+    // Without a version, and so without materials, a line would have what this version writes.
+    file_.values = values_ != 0 ? values_ : kGdbpValues;
     return std::move(file_);
   }
 

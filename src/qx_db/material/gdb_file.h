@@ -59,8 +59,9 @@ struct GdbFile {
 QXDB_API bool IsGdbp(std::string_view path);
 
 /// Reads a file (docs/material-files.md). Lines with another number of fields than the form has
-/// are left out; `lint`, if any, hears of them. Fails, naming file and line, for what is no text, a
-/// missing, late or unknown version or unit, a line of over 4096 characters or a number too large.
+/// are left out; `lint`, if any, hears of them. Fails, naming file and line, for what is no text,
+/// data before version and units, an unknown version or unit, a line of over 4096 characters or a
+/// number too large; a strict one also for a file that names no version or units at all.
 QXDB_API Result<GdbFile> ReadGdbFile(const std::string& path, const CodePage& page,
                                      const MaterialLint& lint = {});
 QXDB_API Result<GdbFile> ParseGdbFile(std::string bytes, const std::string& file, bool gdbp,

@@ -197,20 +197,33 @@ Result<MaterialForm> FormOfFile(const std::string& path) {
   return by_name ? *by_name : Result<MaterialForm>(MaterialForm::kText);
 }
 
+Result<CodePage> GuessPage(const std::string& path, MaterialForm form, bool* told) {
+  if (told) *told = false;
+  const bool is_text =
+      form == MaterialForm::kText || form == MaterialForm::kGdb || form == MaterialForm::kGdbp;
+  if (!is_text) return CodePage();
+  const Result<std::string> bytes = ReadWholeFile(path);
+  if (!bytes) return bytes.Error();
+  const bool ascii =
+      std::all_of(bytes->begin(), bytes->end(), [](char c) { return (c & 0x80) == 0; });
+  if (told) *told = !ascii && !bytes->starts_with("\xEF\xBB\xBF");
+  return IsUtf8(*bytes) ? CodePage() : CodePage::OfLocale();
+}
+
 Result<MaterialTable> ReadMaterials(const std::string& path, MaterialForm form,
                                     const CodePage& page, const MaterialLint& lint) {
   switch (form) {
     case MaterialForm::kText:
       return AsTable(ReadTextTable(path, page, lint), kTextValues);
     case MaterialForm::kBinary: {
-      Result<StructuralLibrary> read = ReadStructuralLibrary(path);
+      Result<StructuralLibrary> read = ReadStructuralLibrary(path, lint);
       if (!read) return read.Error();
       return TableOf(std::move(read->categories), kBinaryValues);
     }
     case MaterialForm::kFluid:
       return AsTable(ReadFluidFile(path, lint));
     case MaterialForm::kParticle:
-      return AsTable(ReadParticleLibrary(path));
+      return AsTable(ReadParticleLibrary(path, lint));
     case MaterialForm::kGdb:
     case MaterialForm::kGdbp:
       return AsTable(ReadGdbFile(path, page, lint), path);

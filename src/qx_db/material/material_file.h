@@ -30,6 +30,12 @@ QXDB_API Result<MaterialForm> FormOfFile(const std::string& path);
 /// By extension alone, for a file to be written; fails with the extensions that there are.
 QXDB_API Result<MaterialForm> FormOfName(const std::string& path);
 
+/// The code page that a text file without a mark seems to be in: UTF-8 where its bytes are that,
+/// else that of the locale. `told` is set where the choice matters: a byte is not ASCII. UTF-8, and
+/// not told, for the forms that are no text. Fails as reading the file does.
+QXDB_API Result<CodePage> GuessPage(const std::string& path, MaterialForm form,
+                                    bool* told = nullptr);
+
 /// Reads a file as a table in the units that its values are in. Fails as the reader of its form
 /// does.
 QXDB_API Result<MaterialTable> ReadMaterials(const std::string& path, MaterialForm form,

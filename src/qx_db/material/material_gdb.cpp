@@ -118,6 +118,14 @@ int CMaterialGDB::Save(int index) {
     const auto old_length = static_cast<int>(kOldExtension.size());
     new_path = entry.path.Left(entry.path.GetLength() - old_length) + CString(u".gdbp");
     if (Outcome may = CheckMayWrite(old_path); !may) return Report(may.Error());
+    const std::string target = SystemPath(new_path.View());
+    std::error_code unknown;
+    if (fs::exists(fs::symlink_status(PathFromUtf8(target), unknown))) {
+      return Report(
+          {target, "",
+           "is a library of its own, which saving " + old_path + " in the newer form would replace",
+           "rename or move one of the two"});
+    }
   }
   T_UNIT_INDEX written = Units() ? FileUnitsOf(Units()->Current()) : entry.units;
   written.time = 0;  // the line that is written has no place for it

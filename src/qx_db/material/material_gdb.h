@@ -36,7 +36,8 @@ class QXDB_API CMaterialGDB {
   /// Appends an entry, its values converted to the session's current units.
   int Load(const char16_t* path, const char16_t* name);
   /// Writes an entry in the form .gdbp, in the session's current units; an entry of a .gdb file
-  /// becomes one of a .gdbp file, which replaces it. The version written is not one that Load
+  /// becomes one of a .gdbp file, which replaces it; where there is a .gdbp file of that name
+  /// already, which is another library, nothing is saved. The version written is not one that Load
   /// takes: a saved file is for a user to look at, who then sets its version to 2.7.0. Returns 0,
   /// without a message, for an index of no entry and without titles.
   int Save(int index);

@@ -54,7 +54,7 @@ void WriteAll(const FluidLibrary& library, std::ostream& out) {
 
 }  // namespace
 
-Result<FluidLibrary> ReadParticleLibrary(BlockReader& reader) {
+Result<FluidLibrary> ReadParticleLibrary(BlockReader& reader, const MaterialLint& lint) {
   if (Outcome magic = reader.ReadMagic(kParticleMagic); !magic) return magic.Error();
   Head head;
   static_assert(sizeof(head) == 12);
@@ -74,13 +74,13 @@ Result<FluidLibrary> ReadParticleLibrary(BlockReader& reader) {
     if (read) read = reader.Read(material.values.data(), sizeof(material.values), place);
     if (!read) return read.Error();
   }
-  if (Outcome end = reader.CheckEnd(); !end) return end.Error();
+  if (Outcome end = reader.CheckEnd(lint); !end) return end.Error();
   return library;
 }
 
-Result<FluidLibrary> ReadParticleLibrary(const std::string& path) {
+Result<FluidLibrary> ReadParticleLibrary(const std::string& path, const MaterialLint& lint) {
   Result<BlockReader> reader = BlockReader::Open(path);
-  return reader ? ReadParticleLibrary(*reader) : Result<FluidLibrary>(reader.Error());
+  return reader ? ReadParticleLibrary(*reader, lint) : Result<FluidLibrary>(reader.Error());
 }
 
 Outcome WriteParticleLibrary(const FluidLibrary& library, const std::string& path) {

@@ -2,54 +2,60 @@
 
 #include <algorithm>
 #include <array>
-#include <cstring>
+#include <optional>
+#include <sstream>
 
 #include "qx_db/platform/file.h"
 
 namespace qx {
 namespace {
 
-constexpr std::size_t kRowBytes = kBlockBytes + kBinaryValues * sizeof(double);
 constexpr std::size_t kCategoryBytes = kBlockBytes + sizeof(std::uint32_t);
 /// Rows are read by so many at a time: few calls, and the buffer stays in the cache.
 constexpr std::size_t kRowsPerRead = 256;
 
+constexpr const char* kUndamaged = "use an undamaged copy of the file";
+
 std::string CategoryPlace(std::size_t index) { return "category " + std::to_string(index + 1); }
 
-Outcome ReadRows(BlockReader& reader, std::uint32_t count, const std::string& place,
-                 std::vector<MaterialRow>& rows) {
-  if (Outcome fits = reader.CheckCount(count, kRowBytes, place); !fits) return fits;
+/// Rows of `values` numbers each.
+Outcome ReadRows(BlockReader& reader, std::uint32_t count, std::size_t values,
+                 const std::string& place, std::vector<MaterialRow>& rows) {
+  const std::size_t row_bytes = kBlockBytes + values * sizeof(double);
+  if (Outcome fits = reader.CheckCount(count, row_bytes, place); !fits) return fits;
   rows.resize(count);
-  std::vector<char> buffer(kRowBytes * std::min<std::size_t>(count, kRowsPerRead));
+  std::vector<char> buffer(row_bytes * std::min<std::size_t>(count, kRowsPerRead));
   for (std::size_t i = 0; i < count; ++i) {
     const std::size_t in_buffer = i % kRowsPerRead;
     if (in_buffer == 0) {
       const std::size_t rows_now = std::min(kRowsPerRead, count - i);
-      if (Outcome read = reader.Read(buffer.data(), rows_now * kRowBytes, place); !read) {
+      if (Outcome read = reader.Read(buffer.data(), rows_now * row_bytes, place); !read) {
         return read;
       }
     }
-    const char* row = buffer.data() + in_buffer * kRowBytes;
+    const char* row = buffer.data() + in_buffer * row_bytes;
     if (!TextOfBlock(row, rows[i].name)) {
       return Failure{reader.File(), place + ", material " + std::to_string(i + 1),
-                     "has a name without a terminator", "use an undamaged copy of the file"};
+                     "has a name without a terminator", kUndamaged};
     }
-    rows[i].values.resize(kBinaryValues);
-    std::memcpy(rows[i].values.data(), row + kBlockBytes, kBinaryValues * sizeof(double));
+    rows[i].values.resize(values);
+    std::copy_n(row + kBlockBytes, values * sizeof(double),
+                reinterpret_cast<char*>(rows[i].values.data()));
   }
   return {};
 }
 
-Outcome ReadCategory(BlockReader& reader, std::size_t index, MaterialCategory& category) {
+Outcome ReadCategory(BlockReader& reader, std::size_t index, std::size_t values,
+                     MaterialCategory& category) {
   const std::string place = CategoryPlace(index);
   if (Outcome read = reader.ReadText(category.name, place); !read) return read;
   std::uint32_t rows = 0;
   if (Outcome read = reader.Read(&rows, sizeof(rows), place); !read) return read;
-  return ReadRows(reader, rows, place, category.rows);
+  return ReadRows(reader, rows, values, place, category.rows);
 }
 
-Outcome ReadTitles(BlockReader& reader, CStringArray& titles) {
-  for (int i = 0; i < kStructuralTitleCount; ++i) {
+Outcome ReadTitles(BlockReader& reader, std::uint32_t count, CStringArray& titles) {
+  for (std::uint32_t i = 0; i < count; ++i) {
     CString title;
     Outcome read = reader.ReadText(title, "title " + std::to_string(i + 1));
     if (!read) return read;
@@ -103,31 +109,66 @@ void WriteAll(const MaterialCategories& categories, std::ostream& out) {
 
 }  // namespace
 
-Result<StructuralLibrary> ReadStructuralLibrary(BlockReader& reader) {
-  if (Outcome magic = reader.ReadMagic(kStructuralMagic); !magic) return magic.Error();
-  std::uint32_t counts[2] = {0, 0};  // categories, columns
-  if (Outcome read = reader.Read(counts, sizeof(counts), "counts"); !read) return read.Error();
-  if (counts[1] != kStructuralColumnCount) {
-    return Failure{reader.File(), "counts",
-                   "has " + std::to_string(counts[1]) + " columns where 19 are known",
-                   "use an undamaged copy of the file"};
-  }
+namespace {
+
+/// What follows the counts of categories and columns, with so many titles.
+Result<StructuralLibrary> ReadBody(BlockReader& reader, const std::uint32_t (&counts)[2],
+                                   std::uint32_t titles) {
   StructuralLibrary library;
-  if (Outcome read = ReadTitles(reader, library.titles); !read) return read.Error();
+  if (Outcome read = ReadTitles(reader, titles, library.titles); !read) return read.Error();
   if (Outcome fits = reader.CheckCount(counts[0], kCategoryBytes, "counts"); !fits) {
     return fits.Error();
   }
   library.categories.resize(counts[0]);
   for (std::size_t i = 0; i < counts[0]; ++i) {
-    if (Outcome read = ReadCategory(reader, i, library.categories[i]); !read) return read.Error();
+    Outcome read = ReadCategory(reader, i, counts[1] - 1, library.categories[i]);
+    if (!read) return read.Error();
   }
-  if (Outcome end = reader.CheckEnd(); !end) return end.Error();
   return library;
 }
 
-Result<StructuralLibrary> ReadStructuralLibrary(const std::string& path) {
+/// A library of fewer columns than are known. Its writer may have kept the two titles without
+/// values, all titles, or only those that it counts: the number that makes the file come out even.
+Result<StructuralLibrary> ReadNarrow(BlockReader& reader, const std::uint32_t (&counts)[2]) {
+  std::string rest(reader.Left(), '\0');
+  if (Outcome read = reader.Read(rest.data(), rest.size(), "titles"); !read) return read.Error();
+  std::optional<Failure> fault;
+  for (const std::uint32_t titles :
+       {counts[1] + kTitlesWithoutValues, counts[1], std::uint32_t{kStructuralTitleCount}}) {
+    BlockReader again(std::make_unique<std::istringstream>(rest), rest.size(), reader.File());
+    Result<StructuralLibrary> read = ReadBody(again, counts, titles);
+    if (read && again.Left() == 0) return read;
+    if (!fault) {
+      fault =
+          read ? Failure{reader.File(), "end", "does not come out even", kUndamaged} : read.Error();
+    }
+  }
+  return *fault;
+}
+
+}  // namespace
+
+Result<StructuralLibrary> ReadStructuralLibrary(BlockReader& reader, const MaterialLint& lint) {
+  if (Outcome magic = reader.ReadMagic(kStructuralMagic); !magic) return magic.Error();
+  std::uint32_t counts[2] = {0, 0};  // categories, columns
+  if (Outcome read = reader.Read(counts, sizeof(counts), "counts"); !read) return read.Error();
+  if (counts[1] != kStructuralColumnCount) {
+    const Failure other{reader.File(), "counts",
+                        "has " + std::to_string(counts[1]) + " columns where 19 are known",
+                        kUndamaged};
+    if (counts[1] < 1 || counts[1] > kStructuralColumnCount) return other;
+    if (Outcome narrow = lint.Doubt(0, other); !narrow) return narrow.Error();
+    return ReadNarrow(reader, counts);
+  }
+  Result<StructuralLibrary> library = ReadBody(reader, counts, kStructuralTitleCount);
+  if (!library) return library;
+  if (Outcome end = reader.CheckEnd(lint); !end) return end.Error();
+  return library;
+}
+
+Result<StructuralLibrary> ReadStructuralLibrary(const std::string& path, const MaterialLint& lint) {
   Result<BlockReader> reader = BlockReader::Open(path);
-  return reader ? ReadStructuralLibrary(*reader) : Result<StructuralLibrary>(reader.Error());
+  return reader ? ReadStructuralLibrary(*reader, lint) : Result<StructuralLibrary>(reader.Error());
 }
 
 Outcome WriteStructuralLibrary(const MaterialCategories& categories, const std::string& path) {

@@ -2,6 +2,7 @@
 // Text files of materials, line by line: code page, line ends, fields and numbers.
 // Threads: functions from any; objects are values, one at a time for each.
 
+#include <concepts>
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -12,9 +13,33 @@
 
 namespace qx {
 
-/// Told of each line (or record, or block) that a reader leaves out or reads otherwise than it
-/// looks, and why; the formats themselves say nothing.
-using MaterialLint = std::function<void(std::int64_t line, const std::string& why)>;
+/// Told of each line (or record, from 0; or 0 for the file as such) that a reader leaves out or
+/// reads otherwise than it looks, and why; the formats themselves say nothing. Without one a reader
+/// is silent, and as lenient as the formats are.
+class MaterialLint {
+ public:
+  using Hear = std::function<void(std::int64_t line, const std::string& why)>;
+  MaterialLint() = default;
+  /// With `strict`, what makes a file doubtful as a whole is refused: bytes behind its end, another
+  /// number of materials than it counts, no material at all.
+  template <std::invocable<std::int64_t, const std::string&> F>
+  MaterialLint(F hear, bool strict = false) : hear_(std::move(hear)), strict_(strict) {}
+
+  explicit operator bool() const { return hear_ != nullptr; }
+  void operator()(std::int64_t line, const std::string& why) const {
+    if (hear_) hear_(line, why);
+  }
+  /// Of a doubtful file: the fault itself when strict, else success, and the listener is told.
+  Outcome Doubt(std::int64_t line, Failure fault) const {
+    if (strict_) return fault;
+    (*this)(line, fault.what);
+    return {};
+  }
+
+ private:
+  Hear hear_;
+  bool strict_ = false;
+};
 
 /// The lines of a text file as UTF-8. A line ends with CR, LF or both.
 class QXDB_API TextLines {
