@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
 # Sets up what is needed and passes the tests: with GCC, optimised; with Clang under the address and
-# undefined-behaviour sanitizers, with a short run of every fuzz target; readers beside an owner
-# under the thread sanitizer; then the first use on a bare system.
+# undefined-behaviour sanitizers, where every fuzz target reads its committed corpus, and nothing of
+# chance; readers beside an owner under the thread sanitizer; then the first use on a bare system.
 #   ./test.sh quick     the GCC build and its tests only
-#   ./test.sh nightly   all of it, and the long proofs: site, packages, both scripts in bare systems
+#   ./test.sh nightly   all of it, and the long proofs: a minute of chance for every fuzz target, site,
+#                       packages, both scripts in bare systems
 set -euo pipefail
 cd "$(dirname "$0")"
 . ./cmake/setup.sh
@@ -43,6 +44,7 @@ fi
 packaging/first-use.sh run
 [ "$mode" = landing ] && exit
 
+fuzz/run.sh all 60
 docs/build.sh
 packaging/check-packages.sh
 packaging/first-use.sh test

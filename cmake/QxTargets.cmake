@@ -18,6 +18,12 @@ if(QX_SANITIZE)
       -fsanitize-ignorelist=${CMAKE_CURRENT_LIST_DIR}/sanitize-ignore.txt)
   endif()
 endif()
+if(QX_FUZZ)
+  # What a fuzzer sees of a library: each edge that an input takes, and what was compared there.
+  # Without a fuzzer the address sanitizer takes the calls and does nothing.
+  add_library(qx_fuzzed INTERFACE)
+  target_compile_options(qx_fuzzed INTERFACE -fsanitize=fuzzer-no-link)
+endif()
 if(QX_COVERAGE)
   target_compile_options(qx_options INTERFACE --coverage)
   target_link_options(qx_options INTERFACE --coverage)
@@ -25,3 +31,10 @@ endif()
 if(QX_LLD)
   target_link_options(qx_options INTERFACE -fuse-ld=lld)
 endif()
+
+# qx_fuzz_sees(<target>): the fuzz targets follow what this one does.
+function(qx_fuzz_sees target)
+  if(QX_FUZZ)
+    target_link_libraries(${target} PRIVATE $<BUILD_INTERFACE:qx_fuzzed>)
+  endif()
+endfunction()

@@ -284,7 +284,8 @@ void InpEditor::ReportRest() {
   const auto offset_of = [](const Deck& deck) {
     std::vector<std::pair<double, std::int64_t>> all;
     for (const tagTE2DOffset& offset : deck.Of<tagTE2DOffset>()) {
-      all.emplace_back(offset.offset, offset.elements.GetSize());
+      const double value = offset.offset;  // packed in the record: no reference may bind to it
+      all.emplace_back(value, offset.elements.GetSize());
     }
     std::sort(all.begin(), all.end());
     return all;

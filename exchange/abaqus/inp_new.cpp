@@ -232,7 +232,8 @@ std::string InpNewText::Masses() {
     const tagTSprop& mass = now_.Of<tagTSprop>()[found->second];
     more += mass.has_offset != 0 || std::any_of(std::begin(mass.inertia), std::end(mass.inertia),
                                                 [](double i) { return i != 0; });
-    by_mass[mass.mass].push_back(element.key);
+    const double value = mass.mass;  // packed in the record: no reference may bind to it
+    by_mass[value].push_back(element.key);
   }
   report_.Lost("inertias and offsets of masses were left out", more, {},
                "a mass element has its mass only");

@@ -169,7 +169,8 @@ class LegacyReader {
     array.place = fmt::format("byte {}", At());
     const std::uint64_t least = is_binary_ ? SizeOf(number) : 2;  // a digit and a blank
     if (is_binary_) Line();
-    if (count > (rest_.size() + 1) / least) {
+    const std::uint64_t room = rest_.size() + (is_binary_ ? 0 : 1);  // no blank behind the last
+    if (count > room / least) {
       return Fail(fmt::format("the file ends before {} values", count), kAgain);
     }
     if (is_binary_) {

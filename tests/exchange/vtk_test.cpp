@@ -404,6 +404,9 @@ TEST(VtkFaults, AreNamed) {
       {legacy + "STRUCTURED_POINTS\nDIMENSIONS 9999999 9999999 9\n", "too short for so many"},
       {legacy + "UNSTRUCTURED_GRID\nPOINTS 1 float\n0 0 0\nPOINT_DATA 2\n", "2 points of 1"},
       {legacy + "UNSTRUCTURED_GRID\nNONSENSE\n", "'NONSENSE' is not known here"},
+      {"# vtk DataFile Version 3.0\nx\nBINARY\nDATASET POLYDATA\nPOINTS 1 float\n" +
+           std::string(11, '\0'),
+       "the file ends before 3 values"},  // one byte short
   };
   for (const Case& c : legacy_cases) {
     const std::string line = ParseVtk(c.text, "wrong.vtk").AsOutcome().Line();

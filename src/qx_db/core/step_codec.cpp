@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <tuple>
 
 #include "qx_db/core/image_stream.h"
 #include "qx_db/core/session.h"
@@ -10,114 +11,139 @@
 namespace qx {
 namespace {
 
-template <class T>
-void Put(std::vector<char>& out, T value) {
-  const std::size_t at = out.size();
-  out.resize(at + sizeof(T));
-  StoreAt(out.data() + at, value);
-}
-
 /// The changes of one step on their way out.
 class StepEncoder {
  public:
-  StepEncoder(const CQXDBSession& session, const Step& step, StepForm form, StepNumbers& numbers,
-              std::vector<char>& out)
-      : session_(session), step_(step), form_(form), numbers_(numbers), out_(out) {}
+  StepEncoder(const CQXDBSession& session, const Step& step, StepForm form)
+      : session_(session), step_(step), backward_(form == StepForm::kBackward) {}
 
-  std::string Encode() {
-    const std::size_t head = out_.size();
-    Put(out_, step_.number);
-    for (int i = 0; i < 4; ++i) Put(out_, std::uint32_t{0});
-    const std::size_t letters = std::min<std::size_t>(step_.name.size(), 0xFFFF);
-    Put(out_, static_cast<std::uint32_t>(letters));
-    out_.resize(out_.size() + letters * 2);
-    std::memcpy(out_.data() + out_.size() - letters * 2, step_.name.data(), letters * 2);
-    out_.reserve(out_.size() + step_.bytes.size() / 2 + step_.changes.size() * 2 * kChangeBytes);
-    if (step_.units) PutUnits(*step_.units);
+  StepSize Size() {
+    StepSize size;
+    size.bytes = sizeof(Head) + 2 * Letters();
+    if (step_.units) size.bytes += sizeof(ChangeHead) + sizeof(std::uint32_t) + Units().size();
     std::uint32_t counts[3] = {};
-    for (const Change& change : step_.changes) {
-      if (!pool_ || pool_->GetTypeCode() != change.type) {
-        pool_ = session_.GetDataPool(change.type);
-        saved_ = pool_->NeedSaveNLoad() != 0;
-      }
-      if (!saved_) continue;
+    ForEachChange([&](const DPoolBase& pool, const Change& change) {
       ++counts[change.operation - tagTRNotify::kInserted];
-      Append(*pool_, change);
-      if (!fault_.empty()) return fault_;
+      const Image image = ImageOf(pool, change);
+      if (image.size > kMaxStoredImage && size.fault.empty()) {
+        size.fault = "changes a " + std::string(pool.GetSchema().Name()) + " that takes " +
+                     std::to_string(image.size) + " bytes where a file has room for " +
+                     std::to_string(kMaxStoredImage);
+      }
+      size.bytes += sizeof(ChangeHead) + (NamesPlace(change) ? sizeof(Place) : 0) +
+                    sizeof(std::uint32_t) + image.size;
+    });
+    std::tie(size.inserted, size.removed, size.modified) =
+        std::tie(counts[0], counts[1], counts[2]);
+    return size;
+  }
+
+  void Encode(const StepNumbers& numbers, const StepSize& size, FrameSink& out) {
+    Put(out, Head{step_.number, size.inserted, size.removed, size.modified,
+                  size.inserted + size.removed + size.modified + (step_.units ? 1 : 0),
+                  static_cast<std::uint32_t>(Letters())});
+    if (Letters() > 0) std::memcpy(out.Room(2 * Letters()), step_.name.data(), 2 * Letters());
+    if (step_.units) {
+      const std::string text = Units();
+      Put(out, ChangeHead{0, StoredChange::kUnits, 0, 0});
+      Put(out, static_cast<std::uint32_t>(text.size()));
+      std::memcpy(out.Room(text.size()), text.data(), text.size());
     }
-    for (std::size_t i = 0; i < 3; ++i) StoreAt(out_.data() + head + 8 + 4 * i, counts[i]);
-    StoreAt(out_.data() + head + 20, counts[0] + counts[1] + counts[2] + (step_.units ? 1 : 0));
-    return {};
+    ForEachChange([&](const DPoolBase& pool, const Change& change) {
+      PutChange(pool, change, numbers, out);
+    });
   }
 
  private:
-  static constexpr std::size_t kChangeBytes = 16;
+#pragma pack(push, 4)
+  struct Head {
+    std::int64_t number;
+    std::uint32_t inserted, removed, modified, changes, letters;
+  };
+#pragma pack(pop)
+  struct ChangeHead {
+    std::uint16_t type, operation;
+    std::uint32_t number;
+    Key key;
+  };
+  struct Place {
+    std::uint32_t previous, next;
+  };
+  /// The image that a change has in the file: of the journal, of the record itself, or none.
+  struct Image {
+    std::uint64_t size = 0;
+    const char* bytes = nullptr;
+    const TStructBase* record = nullptr;
+  };
 
-  void PutUnits(const Step::Units& units) {
-    const std::string text = UnitsText(form_ == StepForm::kBackward ? units.before : units.after);
-    Put(out_, std::uint16_t{0});
-    Put(out_, StoredChange::kUnits);
-    Put(out_, std::uint64_t{0});  // no number, no key
-    Put(out_, static_cast<std::uint32_t>(text.size()));
-    out_.insert(out_.end(), text.begin(), text.end());
+  template <class T>
+  static void Put(FrameSink& out, const T& value) {
+    std::memcpy(out.Room(sizeof(T)), &value, sizeof(T));
   }
 
-  void Append(const DPoolBase& pool, const Change& change) {
-    const bool backward = form_ == StepForm::kBackward;
-    const bool modified = change.operation == tagTRNotify::kModified;
-    const Step::Images* images = modified ? &step_.images[change.list_epoch] : nullptr;
-    const char* image =
-        images ? step_.bytes.data() + (backward ? images->before : images->after) : nullptr;
-    // One write: steps of many small changes are common.
-    struct {
-      std::uint16_t type, operation;
-      std::uint32_t number;
-      Key key;
-    } const head{change.type, change.operation, numbers_.Of(pool, change.item),
-                 image ? LoadAt<Key>(image) : KeyOf(change.item)};
-    Put(out_, head);
-    if (change.operation == tagTRNotify::kRemoved && backward) {
-      Put(out_, NumberOf(pool, pool.Set().PreviousOf(change.item)));
-      Put(out_, NumberOf(pool, pool.Set().NextOf(change.item)));
+  std::size_t Letters() const { return std::min<std::size_t>(step_.name.size(), 0xFFFF); }
+  std::string Units() const {
+    return UnitsText(backward_ ? step_.units->before : step_.units->after);
+  }
+  bool NamesPlace(const Change& change) const {
+    return backward_ && change.operation == tagTRNotify::kRemoved;
+  }
+
+  template <class Visit>
+  void ForEachChange(Visit&& visit) const {
+    const DPoolBase* pool = nullptr;  // of the last change
+    bool is_saved = false;
+    for (const Change& change : step_.changes) {
+      if (!pool || pool->GetTypeCode() != change.type) {
+        pool = session_.GetDataPool(change.type);
+        is_saved = pool->NeedSaveNLoad() != 0;
+      }
+      if (is_saved) visit(*pool, change);
     }
-    if (image) {
-      AppendImage(pool.GetSchema(), backward ? images->before_size : images->after_size,
-                  [&](char* to, std::size_t size) { std::memcpy(to, image, size); });
-      return;
+  }
+
+  Image ImageOf(const DPoolBase& pool, const Change& change) const {
+    if (change.operation == tagTRNotify::kModified) {
+      const Step::Images& images = step_.images[change.list_epoch];
+      return {backward_ ? images.before_size : images.after_size,
+              step_.bytes.data() + (backward_ ? images.before : images.after), nullptr};
     }
-    if ((change.operation == tagTRNotify::kRemoved) != backward) {
-      Put(out_, std::uint32_t{0});  // the record is there when the step is applied
-      return;
-    }
+    // Of the others the record is there when the step is applied, or has to come with it.
+    if ((change.operation == tagTRNotify::kRemoved) != backward_) return {};
     const TStructBase& record = *KeyedSetBase::RecordAt(change.item);
-    AppendImage(pool.GetSchema(), ImageSize(pool.GetSchema(), record),
-                [&](char* to, std::size_t) { WriteImage(pool.GetSchema(), record, to); });
+    return {ImageSize(pool.GetSchema(), record), nullptr, &record};
   }
 
-  std::uint32_t NumberOf(const DPoolBase& pool, ITR item) const {
-    return item ? numbers_.Of(pool, item) : StepNumbers::kNone;
-  }
-
-  template <class Fill>
-  void AppendImage(const Schema& schema, std::uint64_t image_size, Fill&& fill) {
-    if (image_size > kMaxStoredImage) {
-      fault_ = "changes a " + std::string(schema.Name()) + " that takes " +
-               std::to_string(image_size) + " bytes where a file has room for " +
-               std::to_string(kMaxStoredImage);
-      return;
+  void PutChange(const DPoolBase& pool, const Change& change, const StepNumbers& numbers,
+                 FrameSink& out) const {
+    const Image image = ImageOf(pool, change);
+    Put(out, ChangeHead{change.type, change.operation, numbers.Of(pool, change.item),
+                        image.bytes ? LoadAt<Key>(image.bytes) : KeyOf(change.item)});
+    if (NamesPlace(change)) {
+      const auto number_of = [&](ITR item) {
+        return item ? numbers.Of(pool, item) : StepNumbers::kNone;
+      };
+      Put(out, Place{number_of(pool.Set().PreviousOf(change.item)),
+                     number_of(pool.Set().NextOf(change.item))});
     }
-    const auto size = static_cast<std::uint32_t>(image_size);
-    const std::size_t at = out_.size() + sizeof(size);
-    out_.resize(at + size);
-    StoreAt(out_.data() + at - sizeof(size), size);
-    fill(out_.data() + at, size);
-    if (schema.References().empty()) return;
-    ForEachReferenceInImage(schema, out_.data() + at, [&](const Row& row, char* slot) {
+    Put(out, static_cast<std::uint32_t>(image.size));
+    if (image.size == 0) return;
+    char* to = out.Room(image.size);
+    if (image.bytes) {
+      std::memcpy(to, image.bytes, image.size);
+    } else {
+      WriteImage(pool.GetSchema(), *image.record, to);
+    }
+    if (!pool.GetSchema().References().empty()) NumberReferences(pool.GetSchema(), numbers, to);
+  }
+
+  void NumberReferences(const Schema& schema, const StepNumbers& numbers, char* image) const {
+    ForEachReferenceInImage(schema, image, [&](const Row& row, char* slot) {
       const auto item = LoadAt<ITR>(slot);
       if (item == 0) return;
       if (row.reference_rule == ReferenceRule::kNotSaved) return StoreAt(slot, ITR{0});
       const DPoolBase* target = session_.GetDataPool(row.target);
-      const std::uint32_t number = target ? numbers_.Of(*target, item) : StepNumbers::kNone;
+      const std::uint32_t number = target ? numbers.Of(*target, item) : StepNumbers::kNone;
       const auto key = static_cast<std::uint32_t>(KeyOf(item));
       StoreAt(slot, number != StepNumbers::kNone ? StoredReference::kNumber | number
                                                  : StoredReference::kKey | key);
@@ -126,12 +152,7 @@ class StepEncoder {
 
   const CQXDBSession& session_;
   const Step& step_;
-  StepForm form_;
-  StepNumbers& numbers_;
-  std::vector<char>& out_;
-  const DPoolBase* pool_ = nullptr;  // of the last change
-  bool saved_ = false;
-  std::string fault_;
+  bool backward_;
 };
 
 }  // namespace
@@ -144,9 +165,13 @@ void NumberRecords(const CQXDBSession& session, const Step& step, std::uint16_t 
   }
 }
 
-std::string EncodeStep(const CQXDBSession& session, const Step& step, StepForm form,
-                       StepNumbers& numbers, std::vector<char>& out) {
-  return StepEncoder(session, step, form, numbers, out).Encode();
+StepSize SizeOfStep(const CQXDBSession& session, const Step& step, StepForm form) {
+  return StepEncoder(session, step, form).Size();
+}
+
+void EncodeStep(const CQXDBSession& session, const Step& step, StepForm form,
+                const StepNumbers& numbers, const StepSize& size, FrameSink& out) {
+  StepEncoder(session, step, form).Encode(numbers, size, out);
 }
 
 // ---- units --------------------------------------------------------------------------------------

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "qx_db/core/journal.h"
+#include "qx_db/core/step_log.h"
 #include "qx_db/core/step_numbers.h"
 
 namespace qx {
@@ -24,12 +25,19 @@ struct StepHead {
   std::uint32_t inserted = 0, removed = 0, modified = 0;
 };
 
-/// Appends a step whose changes the session has just made (kForward), or has in its history:
-/// undone (kForward) or done (kBackward). Records without a number are given one. Pools that are
-/// not saved are left out. Gives "" or which record's image exceeds kMaxStoredImage. Throws
-/// std::bad_alloc.
-std::string EncodeStep(const CQXDBSession& session, const Step& step, StepForm form,
-                       StepNumbers& numbers, std::vector<char>& out);
+/// What a step will take.
+struct StepSize {
+  std::uint64_t bytes = 0;
+  std::uint32_t inserted = 0, removed = 0, modified = 0;
+  std::string fault;  ///< which record's image exceeds kMaxStoredImage; "" when none does
+};
+
+/// A step whose changes the session has just made (kForward), or has in its history: undone
+/// (kForward) or done (kBackward). Pools that are not saved are left out.
+StepSize SizeOfStep(const CQXDBSession& session, const Step& step, StepForm form);
+/// Encodes it, without a fault in its size, into as many bytes. Throws std::bad_alloc.
+void EncodeStep(const CQXDBSession& session, const Step& step, StepForm form,
+                const StepNumbers& numbers, const StepSize& size, FrameSink& out);
 /// Gives numbers to the records that the step inserted, or, after it, that only it keeps.
 void NumberRecords(const CQXDBSession& session, const Step& step, std::uint16_t operation,
                    StepNumbers& numbers);

@@ -54,31 +54,30 @@ class HistoryWriter {
     for (const Step* step : undone_) {
       NumberRecords(session_, *step, tagTRNotify::kInserted, numbers_);
     }
-    std::vector<std::vector<char>> past;
-    std::size_t bytes = 0;
+    std::vector<StepSize> past;
+    std::uint64_t bytes = 0;
     for (const Step* step : done_) {
-      std::vector<char> frame = StepLog::NewFrame();
-      if (!HasRoom(*step, StepForm::kBackward, frame, bytes)) {
+      const StepSize size = SizeOfStep(session_, *step, StepForm::kBackward);
+      if (!HasRoom(size, bytes)) {
         undone_.clear();
         break;
       }
-      past.push_back(std::move(frame));
+      past.push_back(size);
     }
     undoable_ = past.size();
     for (std::size_t i = past.size(); i-- > 0;) {
-      Outcome done = log.Append(FrameKind::kPast, done_[i]->time_ms, past[i], false);
+      Outcome done = Append(log, FrameKind::kPast, *done_[i], StepForm::kBackward, past[i]);
       if (!done) return done;
     }
     for (const Step* step : undone_) {
-      std::vector<char> frame = StepLog::NewFrame();
-      if (!HasRoom(*step, StepForm::kForward, frame, bytes)) break;
-      Outcome done = log.Append(FrameKind::kCommit, step->time_ms, frame, false);
+      const StepSize size = SizeOfStep(session_, *step, StepForm::kForward);
+      if (!HasRoom(size, bytes)) break;
+      Outcome done = Append(log, FrameKind::kCommit, *step, StepForm::kForward, size);
       if (!done) return done;
       ++redoable_;
     }
     for (std::size_t i = 0; i < redoable_; ++i) {
-      std::vector<char> frame = StepLog::NewFrame();
-      Outcome done = log.Append(FrameKind::kUndo, NowMs(), frame, false);
+      Outcome done = log.Append(FrameKind::kUndo, NowMs(), {}, false);
       if (!done) return done;
     }
     return {};
@@ -89,11 +88,17 @@ class HistoryWriter {
   std::size_t Redoable() const { return redoable_; }
 
  private:
-  /// Fills the frame of a step, whose bytes join `bytes`; false where it is too much for the file.
-  bool HasRoom(const Step& step, StepForm form, std::vector<char>& frame, std::size_t& bytes) {
-    const std::string fault = EncodeStep(session_, step, form, numbers_, frame);
-    bytes += frame.size();
-    return fault.empty() && bytes <= kept_.bytes;
+  /// Adds what a step takes to `bytes`; false where it is too much for the file.
+  bool HasRoom(const StepSize& size, std::uint64_t& bytes) const {
+    bytes += size.bytes;
+    return size.fault.empty() && bytes <= kept_.bytes;
+  }
+  Outcome Append(StepLog& log, FrameKind kind, const Step& step, StepForm form,
+                 const StepSize& size) {
+    const auto encode = [&](FrameSink& out) {
+      EncodeStep(session_, step, form, numbers_, size, out);
+    };
+    return log.Append(kind, step.time_ms, {size.bytes, encode}, false);
   }
 
   const CQXDBSession& session_;
@@ -218,9 +223,9 @@ bool StepKeeper::Report(Outcome outcome) {
   return false;
 }
 
-Outcome StepKeeper::Append(FrameKind kind, std::int64_t time_ms, std::vector<char>& frame) {
+Outcome StepKeeper::Append(FrameKind kind, std::int64_t time_ms, const FramePayload& payload) {
   const std::lock_guard guard(mutex_);
-  return log_->Append(kind, time_ms, frame, options_.durability == Durability::kEveryStep);
+  return log_->Append(kind, time_ms, payload, options_.durability == Durability::kEveryStep);
 }
 
 Outcome StepKeeper::AppendStep(const Step& step) {
@@ -233,7 +238,6 @@ Outcome StepKeeper::AppendStep(const Step& step) {
                      "two records share the key", "renumber one of them"};
     }
   }
-  std::vector<char> frame = StepLog::NewFrame();
   Outcome done;
   NumberRecords(session_, step, tagTRNotify::kInserted, numbers_);
   const auto take_numbers_back = [&] {
@@ -245,9 +249,12 @@ Outcome StepKeeper::AppendStep(const Step& step) {
     }
   };
   try {
-    const std::string fault = EncodeStep(session_, step, StepForm::kForward, numbers_, frame);
-    done = fault.empty() ? Append(FrameKind::kCommit, step.time_ms, frame)
-                         : Outcome(Failure{path_, "the step", fault, "split the record"});
+    const StepSize size = SizeOfStep(session_, step, StepForm::kForward);
+    const auto encode = [&](FrameSink& out) {
+      EncodeStep(session_, step, StepForm::kForward, numbers_, size, out);
+    };
+    done = size.fault.empty() ? Append(FrameKind::kCommit, step.time_ms, {size.bytes, encode})
+                              : Outcome(Failure{path_, "the step", size.fault, "split the record"});
   } catch (...) {
     take_numbers_back();
     throw;
@@ -295,8 +302,7 @@ bool StepKeeper::AppendMove(FrameKind kind, std::size_t& from, std::size_t& to) 
   }
   // A step that memory still has, but no longer the file: its outcome is written as a whole.
   if (from == 0) return move_unwritten_ = true;
-  std::vector<char> frame = StepLog::NewFrame();
-  if (!Report(Append(kind, NowMs(), frame))) return false;
+  if (!Report(Append(kind, NowMs(), {}))) return false;
   --from;
   ++to;
   return true;

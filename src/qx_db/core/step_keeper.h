@@ -91,7 +91,7 @@ class QXDB_API StepKeeper final : public StepSink {
   Outcome Fold(const Step* current, const HistoryLimits& kept);
   Outcome AppendStep(const Step& step);
   bool AppendMove(FrameKind kind, std::size_t& from, std::size_t& to);
-  Outcome Append(FrameKind kind, std::int64_t time_ms, std::vector<char>& frame);
+  Outcome Append(FrameKind kind, std::int64_t time_ms, const FramePayload& payload);
   void SyncAtIntervals();
   void StartTimer();
   void StopTimer();

@@ -40,6 +40,9 @@ namespace {
 constexpr std::uint64_t kLeastGrowth = std::uint64_t{64} << 10;
 constexpr std::uint64_t kMostGrowth = std::uint64_t{1} << 20;
 constexpr std::uint64_t kLargeFrame = std::uint64_t{256} << 10;
+constexpr std::uint64_t kMostSpare = std::uint64_t{16} << 20;
+/// A large frame is written in pieces of this, each as soon as it is made.
+constexpr std::size_t kPiece = std::size_t{256} << 10;
 
 std::uint64_t Blocks(std::uint64_t bytes) {
   return (bytes + StepLog::kBlock - 1) / StepLog::kBlock * StepLog::kBlock;
@@ -116,7 +119,7 @@ Outcome StepLog::FinishNew() {
   // A free block behind the last frame: the note that the file has grown must fit in before.
   const std::uint64_t size = end_ + kBlock;
   if (const int error = file_->Resize(size)) return Fault(error);
-  extent_ = size;
+  extent_ = written_ = size;
   synced_ = sequence_;
   Head head{};
   head.magic = Head::kMagic;
@@ -133,8 +136,6 @@ Outcome StepLog::FinishNew() {
   return {};
 }
 
-std::vector<char> StepLog::NewFrame() { return std::vector<char>(sizeof(Head)); }
-
 /// Blocks that were written once make the small steps to come cheaper: syncing them changes no
 /// metadata.
 Outcome StepLog::MakeRoom(std::uint64_t bytes) {
@@ -150,14 +151,28 @@ Outcome StepLog::MakeRoom(std::uint64_t bytes) {
   extent_ = size;
   // What the file holds from now on may not be cut off unnoticed: this goes where it was before.
   const auto place = std::tuple(end_, sequence_, chain_);
-  std::vector<char> frame = NewFrame();
-  Outcome noted = Put(FrameKind::kRoom, 0, frame);
+  Outcome noted = Put(FrameKind::kRoom, 0, {});
   if (noted) noted = Sync();
   if (!noted) {
     extent_ = before;
     std::tie(end_, sequence_, chain_) = place;
+  } else {
+    written_ = size;
   }
   return noted;
+}
+
+/// The same for the room that a large frame left: some blocks ahead of a small one are written with
+/// it.
+Outcome StepLog::FillAhead(std::uint64_t bytes) {
+  const std::uint64_t behind = end_ + bytes + kBlock;
+  if (extent_ == 0 || bytes >= kLargeFrame || behind <= written_) return {};
+  const std::uint64_t from = std::max(written_, end_ + bytes);
+  const std::uint64_t to = std::min(extent_, behind + kLeastGrowth);
+  const std::vector<char> zeros(static_cast<std::size_t>(to - from));
+  if (const int error = file_->Write(zeros.data(), zeros.size(), from)) return Fault(error);
+  written_ = to;
+  return {};
 }
 
 /// The head of the frame that goes next, without a payload and without its checksum.
@@ -174,16 +189,95 @@ StepLog::Head StepLog::NextHead(FrameKind kind) const {
   return head;
 }
 
-Outcome StepLog::Put(FrameKind kind, std::int64_t time_ms, std::vector<char>& frame) {
+/// Writes the payload of a frame at a place, hashing it while it is at hand. The first piece, in
+/// which the head stands, is kept for the end: before it is written nothing leads to the others.
+class StepLog::FrameWriter final : public FrameSink {
+ public:
+  FrameWriter(RawFile& file, std::uint64_t place, std::uint64_t payload)
+      : file_(file), first_place_(place), place_(place) {
+    XXH3_64bits_reset(&hash_);
+    piece_.resize(
+        static_cast<std::size_t>(std::min<std::uint64_t>(kPiece, Blocks(sizeof(Head) + payload))));
+  }
+
+  char* Room(std::size_t bytes) override {
+    if (used_ + bytes > piece_.size()) Drain();
+    if (used_ + bytes > piece_.size()) piece_.resize(Blocks(used_ + bytes));
+    char* room = piece_.data() + used_;
+    used_ += bytes;
+    return room;
+  }
+  /// Checksum of the whole payload.
+  std::uint64_t Finish() {
+    Hash();
+    const std::size_t whole = Blocks(used_);
+    if (piece_.size() < whole) piece_.resize(whole);
+    std::fill(piece_.begin() + static_cast<std::ptrdiff_t>(used_),
+              piece_.begin() + static_cast<std::ptrdiff_t>(whole), 0);
+    used_ = whole;
+    WriteOut(whole);
+    return XXH3_64bits_digest(&hash_);
+  }
+  /// Writes the piece with the head; 0 or the error number of this or of an earlier write.
+  int WriteFirst(const Head& head) {
+    if (error_) return error_;
+    StoreAt(first_.data(), head);
+    return file_.Write(first_.data(), first_size_, first_place_);
+  }
+  /// Bytes in the file.
+  std::uint64_t Bytes() const { return place_ - first_place_; }
+
+ private:
+  void Hash() {
+    XXH3_64bits_update(&hash_, piece_.data() + hashed_, used_ - hashed_);
+    hashed_ = used_;
+  }
+  /// Lets the blocks go that are full.
+  void Drain() {
+    Hash();
+    const std::size_t whole = used_ / kBlock * kBlock;
+    const std::size_t rest = used_ - whole;
+    const bool is_first = first_.empty();
+    WriteOut(whole);
+    if (is_first) {
+      piece_.resize(kPiece);
+      std::copy_n(first_.data() + whole, rest, piece_.data());
+    } else {
+      std::copy_n(piece_.data() + whole, rest, piece_.data());
+    }
+    used_ = hashed_ = rest;
+  }
+  void WriteOut(std::size_t whole) {
+    if (first_.empty()) {
+      first_ = std::exchange(piece_, {});
+      first_size_ = whole;
+    } else {
+      if (!error_) error_ = file_.Write(piece_.data(), whole, place_);
+      if (!error_) error_ = file_.StartSync(place_, whole);
+    }
+    place_ += whole;
+  }
+
+  RawFile& file_;
+  std::uint64_t first_place_, place_;
+  std::vector<char> first_, piece_;
+  std::size_t first_size_ = 0;
+  std::size_t used_ = sizeof(Head), hashed_ = sizeof(Head);  // of the piece
+  XXH3_state_t hash_;
+  int error_ = 0;
+};
+
+Outcome StepLog::Put(FrameKind kind, std::int64_t time_ms, const FramePayload& payload) {
+  FrameWriter writer(*file_, end_, payload.bytes);
+  if (payload.make) payload.make(writer);
   Head head = NextHead(kind);
   head.time_ms = time_ms;
-  head.bytes = frame.size() - sizeof(Head);
-  head.payload = XXH3_64bits(frame.data() + sizeof(Head), head.bytes);
+  head.bytes = payload.bytes;
+  head.payload = writer.Finish();
   head.checksum = head.OwnChecksum(end_);
-  StoreAt(frame.data(), head);
-  frame.resize(Blocks(frame.size()));
-  if (const int error = file_->Write(frame.data(), frame.size(), end_)) return Fault(error);
-  end_ += frame.size();
+  if (const int error = writer.WriteFirst(head)) return Fault(error);
+  end_ += writer.Bytes();
+  written_ = std::max(written_, end_);
   sequence_ = head.sequence;
   chain_ = head.checksum;
   return {};
@@ -191,10 +285,13 @@ Outcome StepLog::Put(FrameKind kind, std::int64_t time_ms, std::vector<char>& fr
 
 /// Puts a frame for which there is no room, and which is too large to be written twice, on the
 /// device: it goes behind the place of a note, which is written once the frame and the size of the
-/// file are there. Before that nothing leads to the frame. No room is left behind.
-Outcome StepLog::PutBeyondEnd(FrameKind kind, std::int64_t time_ms, std::vector<char>& frame,
+/// file are there. Before that nothing leads to the frame. Room is left behind for the next such
+/// frames, which takes no space on the device before they come: they need one sync, not two.
+Outcome StepLog::PutBeyondEnd(FrameKind kind, std::int64_t time_ms, const FramePayload& payload,
                               bool& is_linked) {
-  const std::uint64_t size = end_ + kBlock + Blocks(frame.size()) + kBlock;
+  const std::uint64_t bytes = Blocks(sizeof(Head) + payload.bytes);
+  const std::uint64_t spare = std::clamp(end_ - start_, bytes, std::max(bytes, kMostSpare));
+  const std::uint64_t size = Blocks(end_ + kBlock + bytes + kBlock + spare);
   if (const int error = file_->Resize(size)) return Fault(error);
   const std::uint64_t place = end_;
   Head note = NextHead(FrameKind::kRoom);
@@ -204,7 +301,7 @@ Outcome StepLog::PutBeyondEnd(FrameKind kind, std::int64_t time_ms, std::vector<
   end_ += kBlock;
   sequence_ = note.sequence;
   chain_ = note.checksum;
-  if (Outcome done = Put(kind, time_ms, frame); !done) return done;
+  if (Outcome done = Put(kind, time_ms, payload); !done) return done;
   if (const int error = SyncFile()) return Fault(error);
   std::vector<char> block(kBlock);
   StoreAt(block.data(), note);
@@ -216,23 +313,30 @@ Outcome StepLog::PutBeyondEnd(FrameKind kind, std::int64_t time_ms, std::vector<
   return done;
 }
 
-Outcome StepLog::Append(FrameKind kind, std::int64_t time_ms, std::vector<char>& frame, bool sync) {
+Outcome StepLog::Append(FrameKind kind, std::int64_t time_ms, const FramePayload& payload,
+                        bool sync) {
   if (Outcome named = CheckName(); !named) return named;
-  const std::uint64_t bytes = Blocks(frame.size());
+  const std::uint64_t bytes = Blocks(sizeof(Head) + payload.bytes);
   const bool fits = extent_ == 0 || end_ + bytes + kBlock <= extent_;
   const bool goes_beyond = !fits && bytes >= kLargeFrame;
   if (!fits && !goes_beyond) {
     if (Outcome room = MakeRoom(bytes); !room) return room;
   }
+  if (Outcome filled = fits ? FillAhead(bytes) : Outcome(); !filled) return filled;
   const auto before = std::tuple(end_, sequence_, chain_);
   bool put = false;
   Outcome done;
-  if (goes_beyond) {
-    done = PutBeyondEnd(kind, time_ms, frame, put);
-  } else {
-    done = Put(kind, time_ms, frame);
-    put = static_cast<bool>(done);
-    if (done && sync) done = Sync();
+  try {
+    if (goes_beyond) {
+      done = PutBeyondEnd(kind, time_ms, payload, put);
+    } else {
+      done = Put(kind, time_ms, payload);
+      put = static_cast<bool>(done);
+      if (done && sync) done = Sync();
+    }
+  } catch (...) {
+    std::tie(end_, sequence_, chain_) = before;
+    throw;
   }
   if (done && sync) {
     done = CheckName();
@@ -410,7 +514,7 @@ Result<std::unique_ptr<StepLog>> StepLog::Open(std::shared_ptr<RawFile> file,
   Result<Scan> scan = ScanLog(*file, path, start, id);
   if (!scan) return scan.Error();
   std::unique_ptr<StepLog> log(new StepLog(path, std::move(file), start, id));
-  log->end_ = scan->end;
+  log->end_ = log->written_ = scan->end;
   log->extent_ = scan->extent;
   log->sequence_ = scan->sequence;
   // What was read may not be on the device yet, if its writer was killed.

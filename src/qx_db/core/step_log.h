@@ -5,6 +5,7 @@
 // Threads: one at a time; StepKeeper's timer and its session take turns.
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <span>
 #include <string>
@@ -41,6 +42,20 @@ struct StepLogContents {
   bool unfinished_step = false;  ///< behind the last frame stands one that was never acknowledged
 };
 
+/// Takes the payload of a frame as it is made.
+class FrameSink {
+ public:
+  virtual ~FrameSink() = default;
+  /// Room for the next `bytes`, to be filled before the next call. Throws std::bad_alloc.
+  virtual char* Room(std::size_t bytes) = 0;
+};
+
+/// What a frame is to hold, made while it is written.
+struct FramePayload {
+  std::uint64_t bytes = 0;  ///< as many as `make` asks room for
+  std::function<void(FrameSink&)> make = {};
+};
+
 /// The log of one file, open for appending.
 class QXDB_API StepLog {
  public:
@@ -74,12 +89,10 @@ class QXDB_API StepLog {
   /// Success while the path names this file; the failure says what became of it.
   Outcome CheckName() const;
 
-  /// Room for a frame's head, to be followed by its payload.
-  static std::vector<char> NewFrame();
-  /// Appends a frame that begins with NewFrame(); with `sync` it is on the device afterwards. The
-  /// path must name the file, before and, with `sync`, after. On failure the log is as it was; the
+  /// Appends a frame; with `sync` it is on the device afterwards. The path must name the file,
+  /// before and, with `sync`, after. On failure, and when `make` throws, the log is as it was; the
   /// failure says so where the device does not promise that the frame stays away.
-  Outcome Append(FrameKind kind, std::int64_t time_ms, std::vector<char>& frame, bool sync);
+  Outcome Append(FrameKind kind, std::int64_t time_ms, const FramePayload& payload, bool sync);
   /// Puts everything appended on the device.
   Outcome Sync();
   /// Says that the writer is done, once that is durable.
@@ -98,6 +111,7 @@ class QXDB_API StepLog {
  private:
   struct Head;
   struct Scan;
+  class FrameWriter;
   StepLog(std::string path, std::shared_ptr<RawFile> file, std::uint64_t start, std::uint64_t id);
   static Result<Scan> ScanLog(RawFile& file, const std::string& path, std::uint64_t start,
                               std::uint64_t id);
@@ -107,8 +121,9 @@ class QXDB_API StepLog {
   int SyncFile();
   Head NextHead(FrameKind kind) const;
   Outcome MakeRoom(std::uint64_t bytes);
-  Outcome Put(FrameKind kind, std::int64_t time_ms, std::vector<char>& frame);
-  Outcome PutBeyondEnd(FrameKind kind, std::int64_t time_ms, std::vector<char>& frame,
+  Outcome FillAhead(std::uint64_t bytes);
+  Outcome Put(FrameKind kind, std::int64_t time_ms, const FramePayload& payload);
+  Outcome PutBeyondEnd(FrameKind kind, std::int64_t time_ms, const FramePayload& payload,
                        bool& is_linked);
   void Mark(FrameKind kind, int& error);
   void WipeMark();
@@ -121,6 +136,7 @@ class QXDB_API StepLog {
   std::uint64_t id_;
   std::uint64_t end_;           // where the next frame goes
   std::uint64_t extent_ = 0;    // the file's size, durably; 0 while it is new
+  std::uint64_t written_ = 0;   // up to here every block was written once
   std::uint64_t sequence_ = 0;  // of the last frame
   std::uint64_t synced_ = 0;    // the last frame known to be on the device
   std::uint64_t chain_ = 0;     // checksum of the last frame's head

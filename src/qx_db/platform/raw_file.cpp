@@ -114,6 +114,14 @@ class SystemFile final : public RawFile {
   int Resize(std::uint64_t size) override {
     return ftruncate(fd_, static_cast<off_t>(size)) == 0 ? 0 : errno;
   }
+#ifdef __linux__
+  int StartSync(std::uint64_t at, std::size_t size) override {
+    const int done = sync_file_range(fd_, static_cast<off_t>(at), static_cast<off_t>(size),
+                                     SYNC_FILE_RANGE_WRITE);
+    // Where it is not to be had, Sync does all of it.
+    return done == 0 || errno == ENOSYS || errno == EINVAL || errno == ESPIPE ? 0 : errno;
+  }
+#endif
   int Sync() override {
 #ifdef __linux__
     return fdatasync(fd_) == 0 ? 0 : errno;

@@ -27,6 +27,8 @@ class QXDB_API RawFile {
   virtual int Write(const char* from, std::size_t size, std::uint64_t at) = 0;
   /// Cuts the file or extends it by zeros.
   virtual int Resize(std::uint64_t size) = 0;
+  /// Lets the device begin with what was written there, where the system knows how; Sync waits.
+  virtual int StartSync(std::uint64_t /*at*/, std::size_t /*size*/) { return 0; }
   /// Returns once everything written is on the device, the file's size included.
   virtual int Sync() = 0;
   virtual int Size(std::uint64_t& size) = 0;
