@@ -94,6 +94,14 @@ void QtComboWindow::ShowItems(std::span<const ComboItem> items, int selected) {
   }
 }
 
+void QtComboWindow::ShowItem(std::span<const ComboItem> items, int index) {
+  const QSignalBlocker silence(box_);
+  model_->SetItem(index, items[static_cast<std::size_t>(index)]);
+  width_known_ = false;
+  // Of its own accord a box selects the first item that it gets.
+  if (box_.currentIndex() != index_) Select(index_);
+}
+
 void QtComboWindow::Select(int index) {
   const QSignalBlocker silence(box_);
   index_ = index;
@@ -141,6 +149,8 @@ void QtComboWindow::PostToParent(std::uint32_t command) {
   const auto low = static_cast<std::uint16_t>(command & 0xFFFF);
   const auto high = static_cast<std::uint16_t>(command >> 16);
   QCoreApplication::postEvent(box_.parentWidget(), new ComboCommandEvent(low, high, &box_));
+  QMetaObject::invokeMethod(
+      this, [this, low, high] { emit Commanded(low, high); }, Qt::QueuedConnection);
 }
 
 void QtComboWindow::OnCurrentIndexChanged(int index) {

@@ -12,7 +12,8 @@
 
 namespace qx {
 
-/// What a list tells its parent window, as an event: override QWidget::customEvent to hear it.
+/// What a list tells its parent window, as an event: override QWidget::customEvent to hear it, or
+/// connect to QtComboWindow::Commanded.
 class ComboCommandEvent final : public QEvent {
  public:
   ComboCommandEvent(std::uint16_t control_id, std::uint16_t what, QComboBox* source)
@@ -38,6 +39,7 @@ class ComboCommandEvent final : public QEvent {
 /// is current. Leaving the field selects an item of exactly that name, where there is one, and
 /// keeps the name otherwise. The list may end before the box or after it.
 class QtComboWindow final : public QObject, public IComboWindow {
+  Q_OBJECT
  public:
   QtComboWindow(QComboBox& box, CComboBox& list, std::uint16_t control_id);
   ~QtComboWindow() override;
@@ -46,6 +48,7 @@ class QtComboWindow final : public QObject, public IComboWindow {
   int FindKey(Key key) const;
 
   void ShowItems(std::span<const ComboItem> items, int selected) override;
+  void ShowItem(std::span<const ComboItem> items, int index) override;
   void Select(int index) override;
   CString EditText() const override { return FromQt(box_.currentText()); }
   void SetEditText(const CString& text) override;
@@ -54,6 +57,11 @@ class QtComboWindow final : public QObject, public IComboWindow {
   bool HasParent() const override { return box_.parentWidget() != nullptr; }
   void PostToParent(std::uint32_t command) override;
   void ListGone() override { list_ = nullptr; }
+
+ Q_SIGNALS:
+  /// The same as the event that the parent widget gets, for those who are not the parent: a dialog
+  /// whose boxes stand in a group or on a page. Comes once the current event is over.
+  void Commanded(quint16 control_id, quint16 what);
 
  protected:
   bool eventFilter(QObject* watched, QEvent* event) override;

@@ -38,6 +38,17 @@ void QtItemModel::SetItems(std::span<const ComboItem> items) {
   }
 }
 
+void QtItemModel::SetItem(int at, const ComboItem& item) {
+  if (at == rowCount()) {
+    beginInsertRows({}, at, at);
+    items_.push_back(item);
+    endInsertRows();
+  } else {
+    items_[static_cast<std::size_t>(at)] = item;
+    emit dataChanged(index(at), index(at));
+  }
+}
+
 int QtItemModel::rowCount(const QModelIndex& parent) const {
   return parent.isValid() ? 0 : static_cast<int>(items_.size());
 }

@@ -28,6 +28,8 @@ class QtItemModel final : public QAbstractListModel {
   using QAbstractListModel::QAbstractListModel;
 
   void SetItems(std::span<const ComboItem> items);
+  /// Puts one item behind the others, or in the place of one of them.
+  void SetItem(int at, const ComboItem& item);
   const std::vector<ComboItem>& Items() const { return items_; }
 
   int rowCount(const QModelIndex& parent = {}) const override;

@@ -137,6 +137,41 @@ TEST_F(QtLists, TheSampleMakesASetByTypingAndFollowsUndo) {
   EXPECT_EQ(chosen.text(), "Boundary set: 1   Material: 2");
 }
 
+// A dialog whose boxes stand in a group is not their parent.
+TEST_F(QtLists, CommandsReachWhoConnects) {
+  QWidget dialog;
+  QWidget group(&dialog);
+  QComboBox box(&group);
+  AddSet(1, u"a");
+  AddSet(2, u"b");
+  CCobxBset list;
+  auto* window = new QtComboWindow(box, list, 9);
+  list.SetDB(&session_);
+  QApplication::processEvents();
+  int heard = 0;
+  QObject::connect(window, &QtComboWindow::Commanded, &dialog, [&](quint16 id, quint16 what) {
+    EXPECT_EQ(id, 9);
+    EXPECT_EQ(what, CComboBox::kSelectionChanged);
+    ++heard;
+  });
+  box.setCurrentIndex(1);
+  EXPECT_EQ(heard, 0) << "not amid the change";
+  QApplication::processEvents();
+  EXPECT_EQ(heard, 1);
+}
+
+TEST_F(QtLists, ItemsComeOneByOneWithoutSelectingOne) {
+  QWidget dialog;
+  QComboBox box(&dialog);
+  CComboBox list;
+  new QtComboWindow(box, list, 1);
+  for (const char16_t* text : {u"a", u"b", u"c"}) list.SetItemData(list.AddString(text), 7);
+  EXPECT_EQ(Texts(box), (QStringList{"a", "b", "c"}));
+  EXPECT_EQ(box.currentIndex(), -1);
+  EXPECT_EQ(list.GetCurSel(), -1);
+  EXPECT_EQ(box.itemData(2, QtItemModel::kRecordRole).toLongLong(), 7);
+}
+
 TEST_F(QtLists, CommandsReachTheParentThroughTheEventLoop) {
   Parent parent;
   QComboBox box(&parent);

@@ -36,6 +36,12 @@ class FakeWindow final : public IComboWindow {
     ++shows;
     Show(index);
   }
+  void ShowItem(std::span<const ComboItem> shown, int index) override {
+    const auto at = static_cast<std::size_t>(index);
+    if (at == items.size()) items.emplace_back();
+    items.at(at) = shown[at];
+    ++item_shows;
+  }
   void Select(int index) override {
     ++selects;
     Show(index);
@@ -63,6 +69,7 @@ class FakeWindow final : public IComboWindow {
   std::u16string edit;
   bool has_parent = true;
   int shows = 0;
+  int item_shows = 0;
   int selects = 0;
   int fits = 0;
   std::vector<std::uint32_t> posted;

@@ -273,6 +273,18 @@ struct Meddling final : TSelectionList<ComboFamily::kBset> {
   int updates = 0;
 };
 
+TEST(ComboBox, FilledItemByItemShowsEachOnce) {
+  CComboBox list;
+  FakeWindow window(list);
+  for (int i = 0; i < 100; ++i) {
+    list.SetItemData(list.AddString(CString(Utf16(std::to_string(i)))), static_cast<ITR>(i));
+  }
+  EXPECT_EQ(window.items, list.Items());
+  EXPECT_EQ(window.shows, 0);
+  EXPECT_EQ(window.item_shows, 199) << "a text, and a datum that is not 0";
+  EXPECT_EQ(window.selected, CComboBox::kNone);
+}
+
 TEST(SelectionLists, EachIsRefreshedOnceWhateverListsDoMeanwhile) {
   CQXDBSession session;
   auto first = std::make_unique<Meddling>();

@@ -51,8 +51,16 @@ const ComboItem* CComboBox::At(int index) const {
 }
 
 void CComboBox::AddItem(ComboItem item) {
-  Change change(*this);
   items_.push_back(std::move(item));
+  ShowItem(GetCount() - 1);
+}
+
+/// Tells the window of one item at once, so that filling a list item by item takes no longer than
+/// it must; a change that is open tells of all.
+void CComboBox::ShowItem(int index) {
+  if (!window_ || changes_ > 0) return;
+  window_->ShowItem(items_, index);
+  CompareText();
 }
 
 int CComboBox::AddString(const CString& text) {
@@ -62,8 +70,8 @@ int CComboBox::AddString(const CString& text) {
 
 int CComboBox::SetItemData(int index, ITR data) {
   if (!At(index)) return 0;
-  Change change(*this);
-  items_[static_cast<std::size_t>(index)].data = data;
+  ITR& held = items_[static_cast<std::size_t>(index)].data;
+  if (std::exchange(held, data) != data) ShowItem(index);
   return 1;
 }
 

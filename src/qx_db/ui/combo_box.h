@@ -89,6 +89,7 @@ class QXDB_API CComboBox {
  private:
   const ComboItem* At(int index) const;
   void CompareText();
+  void ShowItem(int index);
 
   IComboWindow* window_ = nullptr;
   std::vector<ComboItem> items_;

@@ -28,6 +28,9 @@ class QXDB_API IComboWindow {
   /// one of them changed. An open list stays open, and a text that the user is typing stays as
   /// long as the selected record does.
   virtual void ShowItems(std::span<const ComboItem> items, int selected) = 0;
+  /// Shows the item at `index` of `items`: a new one behind those that are shown, or one of them
+  /// that is another now. The other items and the selection stay.
+  virtual void ShowItem(std::span<const ComboItem> items, int index) = 0;
   /// Selects an item, -1 for none; the edit field shows its text.
   virtual void Select(int index) = 0;
   /// Text of the edit field; of the selected item where there is no such field.

@@ -15,41 +15,83 @@ namespace qx {
 
 // ---- sets that can be made by typing a name -----------------------------------------------------
 
-/// A class for a kind of set. GetSelected<Kind>: the selected record. GetSelected<Kind>OrCreate:
-/// the record with the typed name, which it makes, in one undoable step, when there is none.
-#define QX_SET_LIST_OPERATIONS(Kind)                                 \
- public:                                                             \
-  int GetSelected##Kind(ITR& out) const { return GetSelected(out); } \
-  int GetSelected##Kind##OrCreate(ITR& out) { return GetSelectedOrCreate(out); }
+// GetSelected...: the selected record. GetSelected...OrCreate: the record with the typed name,
+// which it makes, in one undoable step, when there is none.
 
-#define QX_SET_LIST(Kind)                                                          \
-  class QXDB_API CCobx##Kind final : public TSelectionList<ComboFamily::k##Kind> { \
-    QX_SET_LIST_OPERATIONS(Kind)                                                   \
-  }
+/// Boundary sets.
+class QXDB_API CCobxBset : public TSelectionList<ComboFamily::kBset> {
+ public:
+  int GetSelectedBset(ITR& out) const { return GetSelected(out); }
+  int GetSelectedBsetOrCreate(ITR& out) { return GetSelectedOrCreate(out); }
+};
 
-QX_SET_LIST(Bset);     // boundary sets
-QX_SET_LIST(Lset);     // load sets
-QX_SET_LIST(Tset);     // thermal sets
-QX_SET_LIST(TTset);    // thermal transient sets
-QX_SET_LIST(CFDset);   // fluid sets
-QX_SET_LIST(CFDPset);  // fluid particle sets
-QX_SET_LIST(Eset);     // electric sets
-QX_SET_LIST(TEset);    // thermo-electric sets
+/// Load sets.
+class QXDB_API CCobxLset : public TSelectionList<ComboFamily::kLset> {
+ public:
+  int GetSelectedLset(ITR& out) const { return GetSelected(out); }
+  int GetSelectedLsetOrCreate(ITR& out) { return GetSelectedOrCreate(out); }
+};
+
+/// Thermal sets.
+class QXDB_API CCobxTset : public TSelectionList<ComboFamily::kTset> {
+ public:
+  int GetSelectedTset(ITR& out) const { return GetSelected(out); }
+  int GetSelectedTsetOrCreate(ITR& out) { return GetSelectedOrCreate(out); }
+};
+
+/// Thermal transient sets.
+class QXDB_API CCobxTTset : public TSelectionList<ComboFamily::kTTset> {
+ public:
+  int GetSelectedTTset(ITR& out) const { return GetSelected(out); }
+  int GetSelectedTTsetOrCreate(ITR& out) { return GetSelectedOrCreate(out); }
+};
+
+/// Fluid sets.
+class QXDB_API CCobxCFDset : public TSelectionList<ComboFamily::kCFDset> {
+ public:
+  int GetSelectedCFDset(ITR& out) const { return GetSelected(out); }
+  int GetSelectedCFDsetOrCreate(ITR& out) { return GetSelectedOrCreate(out); }
+};
+
+/// Fluid particle sets.
+class QXDB_API CCobxCFDPset : public TSelectionList<ComboFamily::kCFDPset> {
+ public:
+  int GetSelectedCFDPset(ITR& out) const { return GetSelected(out); }
+  int GetSelectedCFDPsetOrCreate(ITR& out) { return GetSelectedOrCreate(out); }
+};
+
+/// Electric sets.
+class QXDB_API CCobxEset : public TSelectionList<ComboFamily::kEset> {
+ public:
+  int GetSelectedEset(ITR& out) const { return GetSelected(out); }
+  int GetSelectedEsetOrCreate(ITR& out) { return GetSelectedOrCreate(out); }
+};
+
+/// Thermo-electric sets.
+class QXDB_API CCobxTEset : public TSelectionList<ComboFamily::kTEset> {
+ public:
+  int GetSelectedTEset(ITR& out) const { return GetSelected(out); }
+  int GetSelectedTEsetOrCreate(ITR& out) { return GetSelectedOrCreate(out); }
+};
 
 /// Dynamic sets.
-class QXDB_API CCobxDset final : public TSelectionList<ComboFamily::kDset> {
-  QX_SET_LIST_OPERATIONS(Dset)
+class QXDB_API CCobxDset : public TSelectionList<ComboFamily::kDset> {
+ public:
+  int GetSelectedDset(ITR& out) const { return GetSelected(out); }
+  int GetSelectedDsetOrCreate(ITR& out) { return GetSelectedOrCreate(out); }
   int GetSelectedName(CString& out) const { return GetSelectedText(out); }
 };
 
 /// Frequency-response sets.
-class QXDB_API CCobxFRset final : public TSelectionList<ComboFamily::kFRset> {
-  QX_SET_LIST_OPERATIONS(FRset)
+class QXDB_API CCobxFRset : public TSelectionList<ComboFamily::kFRset> {
+ public:
+  int GetSelectedFRset(ITR& out) const { return GetSelected(out); }
+  int GetSelectedFRsetOrCreate(ITR& out) { return GetSelectedOrCreate(out); }
   int GetSelectedName(CString& out) const { return GetSelectedText(out); }
 };
 
 /// Geometry sets.
-class QXDB_API CCobxGset final : public TSelectionList<ComboFamily::kGset> {
+class QXDB_API CCobxGset : public TSelectionList<ComboFamily::kGset> {
  public:
   int GetSelectedGset(ITR& out) const { return GetSelected(out); }
   int GetSelectedGsetOrCreate(ITR& out);
@@ -64,13 +106,10 @@ class QXDB_API CCobxGset final : public TSelectionList<ComboFamily::kGset> {
   static bool m_bNew;
 };
 
-#undef QX_SET_LIST
-#undef QX_SET_LIST_OPERATIONS
-
 // ---- mesh sets and views ------------------------------------------------------------------------
 
 /// Mesh sets.
-class QXDB_API CCobxMset final : public TSelectionList<ComboFamily::kMset> {
+class QXDB_API CCobxMset : public TSelectionList<ComboFamily::kMset> {
  public:
   int GetSelectedMset(ITR& out) const { return GetSelected(out); }
   /// On: the first item stands for the whole mesh; it is selected as the iterator 0. Off at first.
@@ -83,7 +122,7 @@ class QXDB_API CCobxMset final : public TSelectionList<ComboFamily::kMset> {
 };
 
 /// Saved views.
-class QXDB_API CCobxViewPoint final : public TSelectionList<ComboFamily::kViewPoint> {
+class QXDB_API CCobxViewPoint : public TSelectionList<ComboFamily::kViewPoint> {
  public:
   int GetSelectedViewPoint(ITR& out) const { return GetSelected(out); }
 };
@@ -91,7 +130,7 @@ class QXDB_API CCobxViewPoint final : public TSelectionList<ComboFamily::kViewPo
 // ---- materials and properties, as the application lists them ------------------------------------
 
 /// Materials that the registered IAppDB lists, as "key: name".
-class QXDB_API CCobxMatl final : public TSelectionList<ComboFamily::kMatl> {
+class QXDB_API CCobxMatl : public TSelectionList<ComboFamily::kMatl> {
  public:
   int GetSelectedMatl(ITR& out) const { return GetSelected(out); }
   /// Admits materials of this type, or of these, only.
@@ -122,7 +161,7 @@ class QXDB_API CCobxMatl final : public TSelectionList<ComboFamily::kMatl> {
 };
 
 /// Properties that the registered IAppDB lists, as "key: name".
-class QXDB_API CCobxProp final : public TSelectionList<ComboFamily::kProp> {
+class QXDB_API CCobxProp : public TSelectionList<ComboFamily::kProp> {
  public:
   int GetSelectedProp(ITR& out) const { return GetSelected(out); }
   /// Admits properties of this type besides those added before; without any all types.
@@ -149,7 +188,7 @@ class QXDB_API CCobxProp final : public TSelectionList<ComboFamily::kProp> {
 
 /// Coordinate systems. The items for the system of the element and of its material, where they are
 /// enabled, come first and are selected as the iterator 0.
-class QXDB_API CCobxCord final : public TSelectionList<ComboFamily::kCord> {
+class QXDB_API CCobxCord : public TSelectionList<ComboFamily::kCord> {
  public:
   int GetSelectedCord(ITR& out) const { return GetSelected(out); }
   /// Whether the item for the element's system, or its material's, is the selected one.
@@ -183,7 +222,7 @@ class QXDB_API CCobxCord final : public TSelectionList<ComboFamily::kCord> {
 
 /// Functions, and after them the data types that the registered IFuncDB adds. A surface function
 /// has two variables; a space function has one, a length; every other one is always admitted.
-class QXDB_API CCobxFunc final : public TSelectionList<ComboFamily::kFunc> {
+class QXDB_API CCobxFunc : public TSelectionList<ComboFamily::kFunc> {
  public:
   int GetSelectedFunc(ITR& out) const { return GetSelected(out); }
   /// Off: no space functions; no surface functions. On at first.
@@ -206,7 +245,7 @@ class QXDB_API CCobxFunc final : public TSelectionList<ComboFamily::kFunc> {
 };
 
 /// Functions of one kind of value in one kind of variable.
-class QXDB_API CCobxFuncQX final : public TSelectionList<ComboFamily::kFuncQX> {
+class QXDB_API CCobxFuncQX : public TSelectionList<ComboFamily::kFuncQX> {
  public:
   static constexpr std::int32_t kAny = -1;
 
