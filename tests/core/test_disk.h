@@ -33,6 +33,8 @@ class TestDisk final : public FileSystem {
   void FailSyncs(int times) { syncs_to_fail_ = times; }
   /// Only new files cannot be created.
   void FailCreating(int error) { failing_creation_ = error; }
+  /// Whether a file can be claimed, which not every file system knows.
+  bool knows_claims = true;
   /// Called once, after the next sync that succeeds.
   std::function<void()> after_sync;
   /// Called before every look at a file or at its name.

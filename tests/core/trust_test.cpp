@@ -4,6 +4,7 @@
 
 #include "tests/core/trust.h"
 
+#include <chrono>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
@@ -14,6 +15,7 @@
 #include <unistd.h>
 
 #include "qx_db/platform/file.h"
+#include "qx_db/platform/new_file.h"
 
 #include "tests/core/durable_model.h"
 #include "tests/core/test_disk.h"
@@ -356,6 +358,28 @@ TEST_F(TrustTest, LeftoversOfKilledExportsAreCleanedUpByTheNextWriter) {
                                              "victim"};
   EXPECT_EQ(Names(), expected);
   EXPECT_EQ(BytesOf(Path("victim")), "precious");
+}
+
+TEST_F(TrustTest, LeftoversGoByAgeWhereFilesKnowNoClaims) {
+  TestDisk disk;
+  disk.knows_claims = false;
+  const std::string path = Path("left.json");
+  WriteBytes(path, "as it was");
+  const std::string mine = path + ".0123456789abcdef.new";
+  WriteBytes(mine, "of today");
+  const std::string old = path + ".fedcba9876543210.new";
+  WriteBytes(old, "of long ago");
+  fs::last_write_time(old, fs::file_time_type::clock::now() - std::chrono::hours(25));
+  auto slow = NewFile::Create(path);
+  ASSERT_TRUE(slow);
+  EXPECT_FALSE(fs::exists(old));
+  EXPECT_TRUE(fs::exists(mine));
+  // One that takes more than a day is refused what another has taken for a leftover.
+  fs::last_write_time((*slow)->Name(), fs::file_time_type::clock::now() - std::chrono::hours(25));
+  NewFile::RemoveLeftovers(path);
+  const std::string said = (*slow)->TakePlace().Line();
+  EXPECT_NE(said.find("repeat it"), std::string::npos) << said;
+  EXPECT_EQ(BytesOf(path), "as it was");
 }
 
 TEST_F(TrustTest, WritersOfOneFileLeaveEachOtherAlone) {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <filesystem>
 #include <memory>
 #include <random>
@@ -71,6 +72,15 @@ bool IsOnItsWayTo(std::string_view name, std::string_view target) {
 bool Names(const std::string& name, RawFile& file) {
   FileId named, ours;
   return Files().IdOf(name, named) == 0 && file.Id(ours) == 0 && named == ours;
+}
+
+/// Where the file system knows no claims, nobody can be asked whether he still writes: a file that
+/// was not written to for a day is taken for a leftover. Whoever should be at it after all is
+/// refused the place, and told to repeat it.
+bool IsAbandoned(const std::string& path) {
+  std::error_code error;
+  const auto written = fs::last_write_time(PathFromUtf8(path), error);
+  return !error && written + std::chrono::hours(24) < fs::file_time_type::clock::now();
 }
 
 /// Calls `take` with each name in a folder, "" for the present one; with none where it cannot be
@@ -194,7 +204,9 @@ void NewFile::RemoveLeftovers(const std::string& path) {
     std::error_code unknown;
     if (!fs::is_regular_file(fs::symlink_status(PathFromUtf8(leftover), unknown))) continue;
     std::unique_ptr<RawFile> file;
-    if (Files().Open(leftover, true, file) == 0 && file->Claim() == 0) Files().Remove(leftover);
+    if (Files().Open(leftover, true, file) != 0) continue;
+    const int claimed = file->Claim();
+    if (claimed == 0 || (claimed != EWOULDBLOCK && IsAbandoned(leftover))) Files().Remove(leftover);
   }
 }
 

@@ -38,7 +38,7 @@ class QXDB_API NewFile {
   bool HasPlace() const { return has_place_; }
 
   /// Removes what killed processes left of new files for `path`: plain files of such names that
-  /// nobody has claimed. Where the file system knows no claims, they stay.
+  /// nobody has claimed; where the file system knows no claims, those a day old.
   static void RemoveLeftovers(const std::string& path);
 
  private:
