@@ -49,7 +49,7 @@ class QXDB_API Relations {
     int shift;
 
     static std::size_t HashOf(ITR itr, int shift) {
-      return static_cast<std::size_t>((itr >> 2) * 0x9E3779B97F4A7C15u >> shift);
+      return static_cast<std::size_t>(itr * 0x9E3779B97F4A7C15u >> shift);
     }
     /// In its lowest bit.
     std::uint64_t Bit(ITR itr) const {
