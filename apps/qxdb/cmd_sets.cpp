@@ -109,7 +109,8 @@ Outcome List(const std::string& path, const Context& context) {
       CountFree(*session.GetDataPool(code::kElem), sets, &tagTMset::elements);
   json.End().Integer("nodes_of_no_set", nodes).Integer("elements_of_no_set", elements);
   std::string text = table.IsEmpty() ? "no mesh sets\n" : table.Text();
-  text += fmt::format("in no set: {} nodes, {} elements", Grouped(nodes), Grouped(elements));
+  text += fmt::format("in no set: {} node{}, {} element{}", Grouped(nodes), nodes == 1 ? "" : "s",
+                      Grouped(elements), elements == 1 ? "" : "s");
   context.Print(text, json.End());
   return {};
 }

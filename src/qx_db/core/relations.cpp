@@ -292,7 +292,6 @@ FormerKeys::FormerKeys(const DPoolBase& pool, const Row& row, const DPoolBase& t
     : pool_(pool), row_(row), targets_(targets) {
   for (const Change& change : step.changes) {
     if (change.type != pool.GetTypeCode() && change.type != targets.GetTypeCode()) continue;
-    changed_ = true;
     const ITR item = change.item;  // out of the packed notice
     if (change.operation == tagTRNotify::kInserted) {
       inserted_.insert(item);
