@@ -65,11 +65,12 @@ int AllWhere(CQXDBSession* session, TArray<ITR>& out, Fits&& fits) {
   return out.GetSize();
 }
 
-/// A key above all of the pool's; 0 without the pool or when keys have run out.
+/// A key above all of the pool's, or, once the largest is in use, the lowest free one; 0 without
+/// the pool.
 template <class T>
 Key NewKey(CQXDBSession* session) {
   const DPoolBase* pool = PoolFor<T>(session);
-  return pool ? std::max(pool->Set().GetNewKey(), 0) : 0;
+  return pool ? std::max(pool->Set().GetFreeKey(), 0) : 0;
 }
 
 /// Adds a record as one undoable step, named by a resource key. Its key is made when it is 0.

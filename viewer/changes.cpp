@@ -99,7 +99,7 @@ void WriteSteps(Json& json, const CQXDBSession& session) {
   json.EndArray();
 }
 
-std::string LastChanges(const CQXDBSession& session) {
+std::string LastChanges(const CQXDBSession& session, std::span<const Key> turned) {
   Pack pack;
   const auto& done = session.History().Done();
   std::vector<std::int32_t> keys[2][3];  // elements, nodes; by fate
@@ -122,6 +122,7 @@ std::string LastChanges(const CQXDBSession& session) {
       pack.Integers(std::string(kPools[pool]) + "_" + kFates[fate], keys[pool][fate]);
     }
   }
+  pack.Integers("element_turned", turned);
   // Relative to the first of them, for floats are too coarse far from the origin.
   Json& json = pack.Text();
   std::array<double, 3> from{};

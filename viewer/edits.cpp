@@ -71,13 +71,26 @@ Outcome AsStep(CQXDBSession& session, const char16_t* name, const RefusalText& r
   return transaction.Commit() ? Outcome() : Refused(refusal);
 }
 
-Outcome Delete(CQXDBSession& session, const Request& request, const RefusalText& refusal) {
+/// The deletion that a request asks for.
+Result<SessionEdit> DeletionOf(const CQXDBSession& session, const Request& request) {
   const DPoolBase* pool = FindTable(session, TextOf(request, "table"));
   if (!pool) return Misunderstood("there is no table \"" + TextOf(request, "table") + "\"");
-  const auto items = RecordsOf(request, "keys", *pool);
+  auto items = RecordsOf(request, "keys", *pool);
   if (!items) return items.Error();
   if (items->empty()) return Misunderstood("nothing is selected");
-  return DeleteRecords(session, pool->GetTypeCode(), *items) ? Outcome() : Refused(refusal);
+  return SessionEdit([type = pool->GetTypeCode(), items = std::move(*items)](CQXDBSession& in) {
+    return DeleteRecords(in, type, items);
+  });
+}
+
+Outcome Delete(CQXDBSession& session, const Request& request, const RefusalText& refusal) {
+  const auto deletion = DeletionOf(session, request);
+  if (!deletion) return deletion.Error();
+  if (!FlagOf(request, "turn") && !TurnsOf(session, *deletion).empty()) {
+    return Failure{"", "", "would turn elements whose orientation or system goes",
+                   "see its preview, and ask for it with \"turn\""};
+  }
+  return (*deletion)(session) ? Outcome() : Refused(refusal);
 }
 
 Outcome AddSet(CQXDBSession& session, const Request& request, const RefusalText& refusal) {
@@ -192,8 +205,16 @@ Result<std::string> PreviewEdit(const CQXDBSession& session, std::string_view te
   }
   if (edit == "redo") return Failure{"", "redo", "has no preview", "do it, and undo it"};
   const std::unique_ptr<CQXDBSession> copy = TakeSnapshot(session);
-  if (Outcome done = Apply(*copy, *request, refusal); !done) return done.Error();
-  return LastChanges(*copy);
+  std::vector<Key> turned;
+  if (edit == "delete") {
+    const auto deletion = DeletionOf(*copy, *request);
+    if (!deletion) return deletion.Error();
+    for (const Turn& turn : TurnsOf(*copy, *deletion)) turned.push_back(KeyOf(turn.element));
+    if (!(*deletion)(*copy)) return Refused(refusal);
+  } else if (Outcome done = Apply(*copy, *request, refusal); !done) {
+    return done.Error();
+  }
+  return LastChanges(*copy, turned);
 }
 
 }  // namespace qx::viewer

@@ -264,7 +264,7 @@ void PageData::AddSets(Pack& pack) const {
     std::sort(of_nodes.begin() + static_cast<std::ptrdiff_t>(nodes_before), of_nodes.end());
     json.StartObject();
     json.Integer("key", set.key).Text("name", set.GetName().ToUtf8());
-    json.Integer("color", set.color & 0xFFFFFF).Integer("parent", set.parent_key);
+    json.Integer("color", RgbOfBgr(set.color)).Integer("parent", set.parent_key);
     json.Integer("elements", static_cast<std::int64_t>(of_elements.size() - elements_before));
     json.Integer("nodes", static_cast<std::int64_t>(of_nodes.size() - nodes_before));
     json.EndObject();

@@ -10,6 +10,7 @@
 
 #include "apps/qxdb/commands.h"
 #include "apps/qxdb/selection.h"
+#include "apps/qxdb/turns.h"
 
 namespace qx::app {
 namespace {
@@ -59,54 +60,6 @@ std::string Listing(const CQXDBSession& session, const DeletionPreview& preview)
   return table.Text();
 }
 
-std::string AxesText(bool has, const double (&axes)[3][3]) {
-  if (!has) return "none";
-  std::string text;
-  for (const auto& row : axes) {
-    text += fmt::format("{}({:.6g}, {:.6g}, {:.6g})", text.empty() ? "" : " ", row[0] + 0.0,
-                        row[1] + 0.0, row[2] + 0.0);
-  }
-  return text;
-}
-
-/// The beams that lose what turns them, with their axes; the first few unless all are asked for.
-std::string Turns(const DeletionPreview& preview, bool all) {
-  constexpr std::size_t kShown = 10;
-  if (preview.turns.empty()) return "";
-  Table table({"turned element", "local x, y, z before", "after"});
-  const std::size_t shown = all ? preview.turns.size() : std::min(kShown, preview.turns.size());
-  for (std::size_t i = 0; i < shown; ++i) {
-    const Turn& turn = preview.turns[i];
-    table.Row({std::to_string(KeyOf(turn.element)), AxesText(turn.has_axes, turn.before),
-               AxesText(turn.will_have_axes, turn.after)});
-  }
-  std::string text = table.Text();
-  if (shown < preview.turns.size()) {
-    text += fmt::format("and {} more; --list has them all\n", preview.turns.size() - shown);
-  }
-  return text;
-}
-
-void WriteAxes(JsonText& json, const char* name, bool has, const double (&axes)[3][3]) {
-  json.BeginArray(name);
-  for (const auto& row : axes) {
-    for (const double value : row) {
-      if (has) json.Real({}, value);
-    }
-  }
-  json.End();
-}
-
-/// Beams are not turned unasked.
-Outcome AskForTurns(const DeletionPreview& preview, const DeleteOptions& options,
-                    const std::string& place) {
-  if (preview.turns.empty() || options.yes) return {};
-  const std::size_t count = preview.turns.size();
-  const std::string what = count == 1 ? "1 line element" : fmt::format("{} line elements", count);
-  return Failure{options.model, place, "would turn " + what,
-                 "see the axes with --dry-run; to have them turned repeat it with --yes"};
-}
-
 void WriteJson(const CQXDBSession& session, const DeletionPreview& preview, JsonText& json) {
   json.BeginArray("consequences");
   for (const Consequence& one : preview.consequences) {
@@ -115,14 +68,9 @@ void WriteJson(const CQXDBSession& session, const DeletionPreview& preview, Json
     json.Text("effect", kEffects[static_cast<std::size_t>(one.effect)]);
     json.Text("because_of", Reason(session, one)).End();
   }
-  json.End().BeginArray("turns");
-  for (const Turn& turn : preview.turns) {
-    json.Begin().Integer("element", KeyOf(turn.element));
-    WriteAxes(json, "before", turn.has_axes, turn.before);
-    WriteAxes(json, "after", turn.will_have_axes, turn.after);
-    json.End();
-  }
-  json.End().BeginArray("blockers");
+  json.End();
+  WriteTurns(preview.turns, json);
+  json.BeginArray("blockers");
   for (const Blocker& blocker : preview.blockers) {
     json.Begin().Text("key", blocker.text).Text("text", qxText(blocker.text, blocker.arguments));
     json.End();
@@ -139,7 +87,7 @@ Outcome Delete(Model& model, const DeleteOptions& options, const Context& contex
   const std::span<const ITR> asked(items.data(), items.size());
   const DeletionPreview preview = PreviewDeletion(session, type, asked);
   std::string text = options.list ? Listing(session, preview) : Summary(session, preview);
-  text += Turns(preview, options.list);
+  text += TurnsText(preview.turns, options.list);
   for (const Blocker& blocker : preview.blockers) {
     text += "blocked: " + qxText(blocker.text, blocker.arguments) + "\n";
   }
@@ -154,11 +102,14 @@ Outcome Delete(Model& model, const DeleteOptions& options, const Context& contex
       return Failure{model.path, place, MidLine(qxText(first.text, first.arguments)),
                      "see all reasons with --dry-run"};
     }
-    if (Outcome asks = AskForTurns(preview, options, place); !asks) return asks;
+    if (Outcome asks = AskForTurns(preview.turns, options.yes, model.path, place); !asks) {
+      return asks;
+    }
     if (!DeleteRecords(session, type, asked)) return RefusalOf(model.path, place);
   }
   if (Outcome saved = edit.Save(options.dry_run); !saved) return saved;
   edit.WriteStates(json);
+  edit.Changes().Write(json);
   context.Print(text + (options.dry_run ? "(not deleted)\n" : edit.StateLine()), json.End());
   return {};
 }
@@ -194,13 +145,13 @@ void AddSelection(Command& command, DeleteOptions& options) {
 
 }  // namespace
 
-void AddDelete(Command& app, Context& context) {
+void AddDelete(Command& app, Context& context, const std::string& under) {
   const auto [command, options] = AddModelCommand<DeleteOptions>(
       app, context, "delete", "Delete records and what hangs on them",
-      "qxdb delete wing.qxm node 1-5 --dry-run", Delete);
+      "qxdb " + under + "delete wing.qxm node 1-5 --dry-run", Delete);
   AddSelection(*command, *options);
   command->Add("--dry-run", &options->dry_run, "Say what would happen, change nothing");
-  command->Add("--yes", &options->yes, "Turn line elements whose system goes, without asking");
+  AddYes(*command, options->yes);
   command->Add("--list", &options->list, "Name every record instead of counting them");
 }
 

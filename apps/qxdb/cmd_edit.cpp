@@ -87,15 +87,6 @@ Result<std::string> RenumberRecords(CQXDBSession& session, const Picked& picked,
   return options.write_map.empty() ? std::string() : KeyMapText(pool, map);
 }
 
-Result<std::string> Delete(CQXDBSession& session, const Picked& picked,
-                           const EditOptions& options) {
-  const auto& [pool, items] = picked;
-  if (DeleteRecords(session, pool->GetTypeCode(), {items.begin(), items.end()})) {
-    return std::string();
-  }
-  return RefusalOf(options.model, PoolLabel(*pool) + " " + options.keys);
-}
-
 Outcome Run(Model& model, const EditOptions& options, const char16_t* name, Change change,
             const Context& context) {
   if (Outcome free = CheckOutput(options.write_map, OutputKind::kGateway, options.force,
@@ -163,8 +154,7 @@ void AddEdit(Command& app, Context& context) {
             "Write the keys as they changed to a JSON file")
       .File({".json"});
   AddForce(*renumber, renumber_options->force);
-  add("delete", "Delete records and what hangs on them", "qxdb edit delete bracket.qxm elem 1-500",
-      u"Delete", Delete, true);
+  AddDelete(*command, context, "edit ");
 }
 
 }  // namespace qx::app

@@ -8,6 +8,7 @@
 #include "apps/qxdb/commands.h"
 #include "apps/qxdb/output.h"
 #include "apps/qxdb/selection.h"
+#include "apps/qxdb/turns.h"
 
 namespace qx::app {
 namespace {
@@ -20,6 +21,8 @@ struct GatewayOptions {
   bool remove = false;
   bool schema = false;
   bool force = false;
+  bool yes = false;
+  bool dry_run = false;
 };
 
 /// The pools of the tables asked for; empty, for all, when none was.
@@ -63,6 +66,16 @@ Outcome Read(Model& model, const GatewayOptions& options, const Context& context
   dbgateway::DataBase in;
   if (Outcome read = in.ReadFile(options.file); !read) return read;
   in.SetStrict(options.strict);
+  std::vector<Turn> turns;
+  if (options.remove) {
+    turns = TurnsOf(session, [&](CQXDBSession& rehearsed) {
+      dbgateway::DataBase tried;  // a document is told what became of it
+      tried.SetStrict(options.strict);
+      return tried.ReadFile(options.file) && ApplyDeletions(rehearsed, tried, *pools);
+    });
+    const bool may = options.yes || options.dry_run;
+    if (Outcome asked = AskForTurns(turns, may, options.model, options.file); !asked) return asked;
+  }
   Edit edit(model);
   const auto apply = options.remove ? ApplyDeletions : ReadDocument;
   if (Outcome done = apply(session, in, *pools); !done) {
@@ -71,7 +84,7 @@ Outcome Read(Model& model, const GatewayOptions& options, const Context& context
     return failure;
   }
   if (Outcome read = CheckRead(options.file, !edit.Changes().IsEmpty(), in); !read) return read;
-  if (Outcome saved = edit.Save(); !saved) return saved;
+  if (Outcome saved = edit.Save(options.dry_run); !saved) return saved;
   std::string text = options.file + " -> " + options.model;
   JsonText json;
   json.Begin().Text("model", options.model).BeginArray("report");
@@ -79,7 +92,11 @@ Outcome Read(Model& model, const GatewayOptions& options, const Context& context
     text += "\nnote: " + OneLine(entry.Line());
     json.Text({}, entry.Line());
   }
-  context.Print(text, json.End().Text("state", HashText(session.StateHash())).End());
+  json.End();
+  WriteTurns(turns, json);
+  if (!turns.empty()) text += "\n" + TurnsText(turns, false);
+  if (options.dry_run) text += "\n(not saved)";
+  context.Print(text, json.Text("state", HashText(session.StateHash())).End());
   return {};
 }
 
@@ -131,6 +148,8 @@ void AddGateway(Command& app, Context& context) {
   AddForce(*write, write_options->force);
   read->Add("--strict", &read_options->strict, "Refuse where a value would be coerced or skipped");
   read->Add("--delete", &read_options->remove, "Apply the deletion tables (__CMD_DEL_...)");
+  AddYes(*read, read_options->yes);
+  read->Add("--dry-run", &read_options->dry_run, "Say what would be told, save nothing");
   describe->Add("--schema", &describe_options->schema,
                 "Print the JSON Schema (draft 4) of all tables");
 }

@@ -1,7 +1,6 @@
 // Records that travel between models: parts of another model, pools in files of their own.
 
 #include <fmt/format.h>
-#include <tuple>
 
 #include "qx_db/bulk/record_file.h"
 #include "qx_db/platform/file.h"
@@ -9,6 +8,7 @@
 #include "qx_db/qx_db.h"
 
 #include "apps/qxdb/commands.h"
+#include "apps/qxdb/import_text.h"
 #include "apps/qxdb/key_map_file.h"
 #include "apps/qxdb/output.h"
 #include "apps/qxdb/selection.h"
@@ -42,92 +42,14 @@ Result<ImportChoice> ParseChoice(CQXDBSession& from, const std::string& path,
   return choice;
 }
 
-/// A line for the references of one member of a record that lead the same way; those that were
-/// cleared stand first.
-std::vector<std::string> LooseLines(const ImportReport& report, const CQXDBSession& session) {
-  constexpr int kNamed = 6;
-  std::vector<std::string> lines;
-  for (const bool linked : {false, true}) {
-    const ImportReport::Loose* former = nullptr;
-    int count = 0;
-    const auto end = [&] {
-      if (count > kNamed) lines.back() += fmt::format(" and {} more", count - kNamed);
-      if (former) lines.back() += linked ? ": the model's own" : ": do not come along; cleared";
-    };
-    for (const ImportReport::Loose& loose : report.loose) {
-      if (loose.linked != linked) continue;
-      if (!former || std::tie(former->type, former->key, former->member) !=
-                         std::tie(loose.type, loose.key, loose.member)) {
-        end();
-        count = 0;
-        lines.push_back(fmt::format("{} {} {}: {}", PoolLabel(*session.GetDataPool(loose.type)),
-                                    loose.key, Utf8(loose.member),
-                                    PoolLabel(*session.GetDataPool(loose.target))));
-      }
-      former = &loose;
-      if (++count <= kNamed)
-        lines.back() += fmt::format("{} {}", count > 1 ? "," : "", loose.target_key);
-    }
-    end();
-  }
-  return lines;
-}
-
 /// Says what came, saves the model unless this was a dry run.
 Outcome Finish(Model& model, const ImportOptionsText& asked, const ImportReport& report,
                const Context& context) {
-  constexpr std::size_t kShown = 20;
   const CQXDBSession& session = model.session;
   const bool dry = asked.options.dry_run;
-  Table table({"pool", ">records", ">overwritten", ">renumbered", ">joined"});
   JsonText json;
-  json.Begin().Text("model", asked.model).Bool("saved", !dry).Begin("pools");
-  for (const ImportReport::Pool& pool : report.pools) {
-    const auto renumbered = std::count_if(pool.keys.begin(), pool.keys.end(),
-                                          [](const auto& key) { return key.first != key.second; });
-    const auto records = static_cast<std::int64_t>(pool.keys.size()) - pool.joined;
-    const std::string label = PoolLabel(*session.GetDataPool(pool.type));
-    table.Row({label, Grouped(records), Grouped(pool.overwritten), Grouped(renumbered),
-               Grouped(pool.joined)});
-    json.Begin(label).Integer("records", records).Integer("overwritten", pool.overwritten);
-    json.Integer("renumbered", renumbered).Integer("joined", pool.joined).End();
-  }
-  json.End().BeginArray("renamed");
-  std::string text = table.IsEmpty() ? "nothing came\n" : table.Text();
-  for (std::size_t i = 0; i < report.renamed.size(); ++i) {
-    const std::string line = report.renamed[i].Line(session);
-    json.Text({}, line);
-    if (i < kShown) text += OneLine(line) + "\n";
-  }
-  if (report.renamed.size() > kShown) {
-    text += fmt::format("and {} names more\n", report.renamed.size() - kShown);
-  }
-  json.End().BeginArray("left");
-  for (const auto& [type, key] : report.left) {
-    json.Text({}, PoolLabel(*session.GetDataPool(type)) + " " + std::to_string(key));
-  }
-  for (const ImportReport::Pool& pool : report.pools) {
-    const auto left = std::count_if(report.left.begin(), report.left.end(),
-                                    [&](const auto& record) { return record.first == pool.type; });
-    if (left == 0) continue;
-    text += fmt::format("{} {} stay behind, being nothing without what does not come\n",
-                        Grouped(left), PoolLabel(*session.GetDataPool(pool.type)));
-  }
-  json.End().BeginArray("loose");
-  for (const ImportReport::Loose& loose : report.loose) json.Text({}, loose.Line(session));
-  json.End().BeginArray("unconverted");
-  const std::vector<std::string> lines = LooseLines(report, session);
-  for (std::size_t i = 0; i < std::min(lines.size(), kShown); ++i) text += lines[i] + "\n";
-  if (lines.size() > kShown) {
-    text += fmt::format("and {} lists of references more; --json has them all\n",
-                        lines.size() - kShown);
-  }
-  for (const auto& [type, key] : report.unconverted) {
-    const std::string record = PoolLabel(*session.GetDataPool(type)) + " " + std::to_string(key);
-    json.Text({}, record);
-    text += record + ": numbers of a kind that is not known kept the units they had\n";
-  }
-  json.End();
+  json.Begin().Text("model", asked.model).Bool("saved", !dry);
+  const std::string text = DescribeImport(report, session, json);
   Outcome stored = SaveWith(model.document, asked.key_map, report.KeyMapJson(session), dry);
   if (!stored) return stored;
   context.Print(text + (dry ? "nothing was saved: a dry run\n" : ""), json.End());

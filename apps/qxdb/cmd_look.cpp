@@ -90,10 +90,11 @@ void InfoSetsOf(const Pool& sets, const char* label, const char* name, std::stri
   json.BeginArray(name);
   for (ITR pos = sets.GetHeadPosition(); pos; sets.Next(pos)) {
     const auto& set = sets.GetAtNU(pos);
-    text += fmt::format("{:<9} {:>11}  \"{}\"\n", label, Grouped(set.elements.GetSize()),
+    const std::int64_t elements = CountOf(set.elements);
+    text += fmt::format("{:<9} {:>11}  \"{}\"\n", label, Grouped(elements),
                         OneLine(set.GetName().ToUtf8()));
     json.Begin().Integer("key", set.key).Text("name", set.GetName().ToUtf8());
-    json.Integer("elements", set.elements.GetSize()).End();
+    json.Integer("elements", elements).End();
   }
   json.End();
 }

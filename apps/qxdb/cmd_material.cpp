@@ -439,7 +439,7 @@ Result<Key> Put(DPoolMatl& pool, KnownMaterials& known, const MaterialTable& tab
   }
   ITR there = known.Find(record);
   if (!there) {
-    record.key = pool.GetNewKey();
+    record.key = pool.Set().GetFreeKey();
     known.Add(record, pool.InsertNU(record));
     return record.key;
   }

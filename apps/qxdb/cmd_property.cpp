@@ -115,8 +115,8 @@ Outcome Assign(Model& model, const PropertyOptions& options, std::string& done) 
     element.property = property;
     mesh.SetAtNU(item, element);
   }
-  done =
-      fmt::format("gave property {} to {} elements\n", options.property, Grouped(items->GetSize()));
+  done = fmt::format("gave property {} to {} element{}\n", options.property,
+                     Grouped(items->GetSize()), items->GetSize() == 1 ? "" : "s");
   return {};
 }
 

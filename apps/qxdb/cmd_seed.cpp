@@ -298,7 +298,7 @@ Result<tagTSzct> ControlOf(const CQXDBSession& session, const SeedPreview& previ
     if (!control) control = std::move(*made);
     control->edges.Add(preview.keys.edges.at(edge));
   }
-  control->key = Pool<tagTSzct>(session).GetNewKey();
+  control->key = Pool<tagTSzct>(session).Set().GetFreeKey();
   if (!options.name.empty()) {
     const std::u16string name = Utf16(options.name);
     const std::size_t most = std::size(control->name.units) - 1;

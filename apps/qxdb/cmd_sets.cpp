@@ -6,12 +6,12 @@
 #include <memory>
 #include <set>
 
-#include "qx_db/bulk/model_import.h"
-#include "qx_db/platform/plain_text.h"
 #include "qx_db/platform/stdio_file.h"
 #include "qx_db/qx_db.h"
 
 #include "apps/qxdb/commands.h"
+#include "apps/qxdb/import_text.h"
+#include "apps/qxdb/turns.h"
 
 namespace qx::app {
 namespace {
@@ -27,6 +27,7 @@ struct SetsOptions {
   bool keep_keys = false;
   bool with_children = false;
   bool dry_run = false;
+  bool yes = false;
 };
 
 // ---- the tree -----------------------------------------------------------------------------------
@@ -81,14 +82,6 @@ std::int64_t CountFree(const DPoolBase& pool, const DPoolMset& sets,
   return count;
 }
 
-/// How many records a list names: null entries and repeated ones are none.
-std::int64_t CountOf(const TArray<ITR>& list) {
-  std::vector<ITR> items(list.begin(), list.end());
-  std::sort(items.begin(), items.end());
-  const auto end = std::unique(items.begin(), items.end());
-  return end - items.begin() - (end != items.begin() && items.front() == 0);
-}
-
 Outcome List(const std::string& path, const Context& context) {
   Model model(path);
   if (Outcome opened = model.Open(); !opened) return opened;
@@ -100,7 +93,9 @@ Outcome List(const std::string& path, const Context& context) {
   for (const TreeRow& row : Tree(sets)) {
     const tagTMset& set = sets.GetAtNU(row.set);
     const std::string name = Utf8(set.name.View());
-    const std::string color = fmt::format("#{:06X}", static_cast<std::uint32_t>(set.color));
+    const auto c = static_cast<std::uint32_t>(set.color);  // blue above green above red
+    const std::string color =
+        fmt::format("#{:02X}{:02X}{:02X}", c & 0xFF, c >> 8 & 0xFF, c >> 16 & 0xFF);
     const std::int64_t nodes = CountOf(set.nodes);
     const std::int64_t elements = CountOf(set.elements);
     table.Row({std::to_string(set.key), Grouped(nodes), Grouped(elements), color,
@@ -114,7 +109,8 @@ Outcome List(const std::string& path, const Context& context) {
       CountFree(*session.GetDataPool(code::kElem), sets, &tagTMset::elements);
   json.End().Integer("nodes_of_no_set", nodes).Integer("elements_of_no_set", elements);
   std::string text = table.IsEmpty() ? "no mesh sets\n" : table.Text();
-  text += fmt::format("in no set: {} nodes, {} elements", Grouped(nodes), Grouped(elements));
+  text += fmt::format("in no set: {} node{}, {} element{}", Grouped(nodes), nodes == 1 ? "" : "s",
+                      Grouped(elements), elements == 1 ? "" : "s");
   context.Print(text, json.End());
   return {};
 }
@@ -143,7 +139,8 @@ struct Editing {
   const SetsOptions& options;
   std::vector<ITR> chosen;  ///< the sets that the options name
   Key parent = 0;
-  std::vector<std::string> notes = {};  ///< what there is to tell beyond the changes
+  std::string told = {};  ///< what there is to tell beyond the changes
+  JsonText json = {};     ///< and as members of the result
 };
 
 /// Does the work; 0 when the model refuses.
@@ -181,7 +178,18 @@ Result<int> Merge(Editing& edit) {
 }
 
 Result<int> Delete(Editing& edit) {
-  return edit.sets.TR_Del(std::list<ITR>(edit.chosen.begin(), edit.chosen.end()));
+  const auto remove = [&](CQXDBSession& session) {
+    return DeleteRecords(session, code::kMset, edit.chosen);
+  };
+  const std::vector<Turn> turns = TurnsOf(edit.model.session, remove);
+  const SetsOptions& options = edit.options;
+  const bool may = options.yes || options.dry_run;
+  if (Outcome asked = AskForTurns(turns, may, options.model, "delete"); !asked) {
+    return asked.Error();
+  }
+  edit.told += TurnsText(turns, false);
+  WriteTurns(turns, edit.json);
+  return remove(edit.model.session);
 }
 
 Result<int> Clean(Editing& edit) { return edit.sets.TR_Del_EmptyMset(); }
@@ -209,11 +217,7 @@ Result<int> ImportSets(Editing& edit) {
                            options.with_children, edit.parent)) {
     return 0;
   }
-  const ImportReport& report = *edit.sets.LastImport();
-  const CQXDBSession& session = edit.model.session;
-  for (const auto& clash : report.clashes) edit.notes.push_back(clash.Line(session));
-  for (const auto& renamed : report.renamed) edit.notes.push_back(renamed.Line(session));
-  for (const auto& loose : report.loose) edit.notes.push_back(loose.Line(session));
+  edit.told += DescribeImport(*edit.sets.LastImport(), edit.model.session, edit.json);
   return 1;
 }
 
@@ -239,6 +243,7 @@ Outcome FindSets(Editing& edit, bool in_model) {
 Outcome RunEdit(Model& model, const SetsOptions& options, const std::u16string& step, SetsEdit work,
                 const Context& context) {
   Editing editing{model, *model.session.GetPool<DPoolMset>(code::kMset), options, {}};
+  editing.json.Begin().Text("model", options.model);
   if (Outcome found = FindSets(editing, work != ImportSets); !found) return found;
   Edit edit(model);
   Outcome done = edit.Do(step, [&]() -> Outcome {
@@ -249,22 +254,11 @@ Outcome RunEdit(Model& model, const SetsOptions& options, const std::u16string& 
   if (done) done = edit.Save(options.dry_run);
   if (!done) return done;
   const ChangeCounter& changes = edit.Changes();
-  JsonText json;
-  json.Begin().Text("model", options.model).Bool("saved", edit.IsSaved());
+  JsonText& json = editing.json;
+  json.Bool("saved", edit.IsSaved());
   changes.Write(json);
   const char* ending = edit.IsSaved() ? "saved" : changes.IsEmpty() ? "" : "not saved";
-  json.BeginArray("notes");
-  std::string notes;
-  constexpr std::size_t kShown = 20;
-  for (std::size_t i = 0; i < editing.notes.size(); ++i) {
-    json.Text({}, editing.notes[i]);
-    if (i < kShown) notes += OneLine(editing.notes[i]) + "\n";
-  }
-  if (editing.notes.size() > kShown) {
-    notes += fmt::format("and {} more; --json has them all\n", editing.notes.size() - kShown);
-  }
-  json.End();
-  context.Print(notes + changes.Text() + ending, json.End());
+  context.Print(editing.told + changes.Text() + ending, json.End());
   return {};
 }
 
@@ -322,6 +316,7 @@ void AddSets(Command& app, Context& context) {
   const auto [deleted, delete_options] = add("delete", "Delete mesh sets with what only they hold",
                                              "qxdb sets delete bracket.qxm upright", Delete);
   add_sets(deleted, *delete_options, "Sets, by key or name").Count(1, 1 << 20).Required();
+  AddYes(*deleted, delete_options->yes);
 
   add("clean", "Remove mesh sets that hold nothing", "qxdb sets clean bracket.qxm", Clean);
   add("rebuild", "Bring mesh sets in line with the mesh; what is in none goes to the default one",

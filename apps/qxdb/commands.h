@@ -33,7 +33,8 @@ void AddPool(Command& app, Context& context);
 void AddGeom(Command& app, Context& context);
 void AddSeed(Command& app, Context& context);
 void AddOrient(Command& app, Context& context);
-void AddDelete(Command& app, Context& context);
+/// `under`: the words before the command's name, each with a blank behind it.
+void AddDelete(Command& app, Context& context, const std::string& under = {});
 void AddWhereUsed(Command& app, Context& context);
 void AddAxes(Command& app, Context& context);
 void AddMaterial(Command& app, Context& context);

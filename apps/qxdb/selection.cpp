@@ -76,6 +76,13 @@ Result<DPoolBase*> FindPool(CQXDBSession& session, const std::string& name) {
   return Failure{"", "pool \"" + name + "\"", "there is no such pool", "name one of " + known};
 }
 
+std::int64_t CountOf(const TArray<ITR>& list) {
+  std::vector<ITR> items(list.begin(), list.end());
+  std::sort(items.begin(), items.end());
+  const auto end = std::unique(items.begin(), items.end());
+  return end - items.begin() - (end != items.begin() && items.front() == 0);
+}
+
 Failure NothingSelected(const std::string& file, const DPoolBase& pool, const std::string& keys) {
   return {file, "pool " + PoolLabel(pool), "has no record with keys " + keys,
           "see the keys with: qxdb show " + file + " " + PoolLabel(pool)};

@@ -28,6 +28,9 @@ Result<DPoolBase*> FindPool(CQXDBSession& session, const std::string& name);
 /// A pool's table name as people write it: "node".
 std::string PoolLabel(const DPoolBase& pool);
 
+/// How many records a list names: null entries and repeated ones are none.
+std::int64_t CountOf(const TArray<ITR>& list);
+
 /// The failure for keys that select nothing in a pool.
 Failure NothingSelected(const std::string& file, const DPoolBase& pool, const std::string& keys);
 

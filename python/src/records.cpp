@@ -26,14 +26,20 @@ std::vector<ITR> Find(const DPoolBase& pool, const std::vector<Key>& keys) {
 
 py::object NameOf(const Row* row) { return row ? py::cast(Utf8(row->name)) : py::none(); }
 
-/// (consequences, reasons of refusal); a consequence is (pool code, key, effect, member or None).
+/// Axes as three rows; None where there are none.
+py::object AxesOf(bool has, const double (&axes)[3][3]) {
+  return has ? py::object(py::array_t<double>({3, 3}, &axes[0][0])) : py::none();
+}
+
+/// (consequences, reasons of refusal, elements that it turns); a consequence is (pool code, key,
+/// effect, member or None), a turn (key, axes before, axes after).
 py::tuple PreviewDelete(Handle& handle, int code, const std::vector<Key>& keys) {
   const Guard guard(handle);
   DPoolBase& pool = PoolOfCode(handle.Session(), code);
   const DeletionPreview preview =
       PreviewDeletion(handle.Session(), pool.GetTypeCode(), Find(pool, keys));
   constexpr const char* kEffects[] = {"removed", "reset", "changed"};
-  py::list consequences, blockers;
+  py::list consequences, blockers, turns;
   for (const Consequence& consequence : preview.consequences) {
     consequences.append(py::make_tuple(consequence.type, KeyOf(consequence.item),
                                        kEffects[static_cast<int>(consequence.effect)],
@@ -42,7 +48,11 @@ py::tuple PreviewDelete(Handle& handle, int code, const std::vector<Key>& keys) 
   for (const Blocker& blocker : preview.blockers) {
     blockers.append(qxText(blocker.text, blocker.arguments));
   }
-  return py::make_tuple(consequences, blockers);
+  for (const Turn& turn : preview.turns) {
+    turns.append(py::make_tuple(KeyOf(turn.element), AxesOf(turn.has_axes, turn.before),
+                                AxesOf(turn.will_have_axes, turn.after)));
+  }
+  return py::make_tuple(consequences, blockers, turns);
 }
 
 void Delete(Handle& handle, int code, const std::vector<Key>& keys, const std::string& step) {

@@ -101,6 +101,21 @@ def test_coordinate_systems() -> None:
         model.systems.to_global(key, [1, 2, 3])
 
 
+def test_a_preview_tells_what_turns() -> None:
+    model = qxdb.new()
+    model.update(
+        {
+            "NODE": {"1": {"POS": [0, 0, 0]}, "2": {"POS": [1, 0, 0]}},
+            "ELEM": {"7": {"TYPE": 2, "NODE_KEY_ARRAY": [1, 2]}},
+            "ECRD": {"7": {"ELEM_TYPE": 2, "TYPE": 1, "REF": [0, 3, 4]}},
+        }
+    )
+    (turn,) = model.pools["ECRD"].preview_removal(7).turns
+    assert turn.element == model.elements[7]
+    assert turn.before.shape == turn.after.shape == (3, 3)
+    assert abs(turn.before - turn.after).max() > 0.1
+
+
 def test_gateway_as_dicts(cube: qxdb.Model) -> None:
     document = cube.to_dict("node")
     assert list(document) == ["NODE"] and len(document["NODE"]) == 27

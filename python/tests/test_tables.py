@@ -181,6 +181,7 @@ def test_records_as_objects(cube: qxdb.Model) -> None:
     preview = cube.nodes.preview_removal(500)
     assert {(c.record, c.effect) for c in preview.consequences} >= {(node, "removed")}
     assert any(c.record == element for c in preview.consequences) and preview.allowed
+    assert preview.turns == []
     node.remove()
     assert not node.exists and not element.exists
     for use in (lambda: node.position, lambda: setattr(node, "position", [0, 0, 0])):

@@ -16,7 +16,10 @@ class Axes : public Cli {
     const Ran made = Qxdb("import " QX_SOURCE_DIR "/docs/pictures/local-axes.json m.qxm");
     ASSERT_EQ(made.code, 0) << made.err;
   }
-  std::string State() { return Qxdb("info m.qxm --json").out; }
+  std::string State() {
+    const std::string info = Qxdb("info m.qxm --json").out;
+    return info.substr(info.find("\"state\""));
+  }
 };
 
 TEST_F(Axes, PicturesAreAsPublished) {
@@ -95,21 +98,50 @@ TEST_F(Axes, DeletionIsForetoldGuardedAndDone) {
   EXPECT_EQ(Qxdb("delete m.qxm fly 1").code, 2);
 }
 
-TEST_F(Axes, NoBeamIsTurnedUnasked) {
-  Write("cord.json", R"({"CORD": {"30": {"PT_AXIS": [1, 1, 0], "PT_PLAIN": [0, 1, 0]}}})");
-  ASSERT_EQ(Qxdb("gateway read m.qxm cord.json").code, 0);
+/// By whatever command what turns it goes: its system, its orientation, a spring's property, or the
+/// node that a spring is turned by.
+TEST_F(Axes, NothingIsTurnedUnasked) {
+  Write("more.json", R"({
+      "CORD": {"30": {"PT_AXIS": [1, 1, 0], "PT_PLAIN": [0, 1, 0]}},
+      "NODE": {"501": {"POS": [0, 0, 0]}, "502": {"POS": [1, 1, 0]}, "503": {"POS": [0, 5, 3]}},
+      "ELEM": {"501": {"TYPE": 31, "NODE_KEY_ARRAY": [501, 502]}},
+      "SPROP": {"501": {"CORD_TYPE": 2, "REF_NODE": 503}}})");
+  ASSERT_EQ(Qxdb("gateway read m.qxm more.json").code, 0);
   ASSERT_EQ(Qxdb("orient m.qxm 1 --cord 30").code, 0);
+  ASSERT_EQ(Qxdb("sets add m.qxm loose --nodes 503").code, 0);
+  Write("cord.json", R"({"__CMD_DEL_CORD": [30]})");
+  Write("ecrd.json", R"({"__CMD_DEL_ECRD": [1]})");
   const std::string before = State();
-  const Ran foretold = Qxdb("delete m.qxm cord 30 --dry-run");
-  EXPECT_EQ(foretold.code, 0);
-  EXPECT_NE(foretold.out.find("turned element"), std::string::npos) << foretold.out;
-  EXPECT_NE(foretold.out.find("(0.707107, 0.707107, 0)"), std::string::npos) << foretold.out;
-  const Ran asks = Qxdb("delete m.qxm cord 30");
-  EXPECT_EQ(asks.code, 1);
-  EXPECT_NE(asks.err.find("would turn 1 line element"), std::string::npos) << asks.err;
-  EXPECT_EQ(State(), before);
-  EXPECT_EQ(Qxdb("delete m.qxm cord 30 --yes").code, 0);
-  EXPECT_EQ(Qxdb("orient m.qxm 1").out.find("cord"), std::string::npos);
+  const struct {
+    const char* command;
+    const char* element;
+  } cases[] = {{"delete m.qxm cord 30", "1"},
+               {"edit delete m.qxm cord 30", "1"},
+               {"delete m.qxm ecrd 1", "1"},
+               {"delete m.qxm sprop 501", "501"},
+               {"delete m.qxm node 503", "501"},
+               {"sets delete m.qxm loose", "501"},
+               {"gateway read m.qxm cord.json --delete", "1"},
+               {"gateway read m.qxm ecrd.json --delete", "1"}};
+  for (const auto& c : cases) {
+    const std::string command = c.command;
+    const Ran foretold = Qxdb(command + " --dry-run");
+    EXPECT_EQ(foretold.code, 0) << command << foretold.err;
+    EXPECT_NE(foretold.out.find("turned element"), std::string::npos) << command << foretold.out;
+    EXPECT_NE(foretold.out.find("0.707107, 0.707107, 0"), std::string::npos) << foretold.out;
+    const Ran asks = Qxdb(command);
+    EXPECT_EQ(asks.code, 1) << command;
+    EXPECT_NE(asks.err.find(std::string("would turn 1 element: ") + c.element + ";"),
+              std::string::npos)
+        << command << asks.err;
+    EXPECT_EQ(State(), before);
+    const Ran done = Qxdb(command + " --yes --json");
+    EXPECT_EQ(done.code, 0) << command << done.err;
+    EXPECT_NE(done.out.find(std::string("\"turns\":[{\"element\":") + c.element), std::string::npos)
+        << command << done.out;
+    EXPECT_NE(State(), before) << command;
+    EXPECT_EQ(Qxdb("undo m.qxm").code, 0);
+  }
 }
 
 }  // namespace

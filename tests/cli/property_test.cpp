@@ -23,6 +23,13 @@ TEST_F(Cli, PropertiesGiveElementsTheirMass) {
       << list;
 }
 
+TEST_F(Cli, PropertiesFindAKeyBelowTheLargest) {
+  Write("m.json", R"({"PROP": {"2147483647": {"NAME": "last"}, "1": {"NAME": "first"}}})");
+  ASSERT_EQ(Qxdb("import m.json m.qxm").code, 0);
+  const Ran added = Qxdb("property add m.qxm plate Web 0.01");
+  EXPECT_EQ(added.out, "added property 2\n") << added.err;
+}
+
 TEST_F(Cli, PropertiesRefuseWhatIsNotThere) {
   Write("m.json", kModel);
   ASSERT_EQ(Qxdb("import m.json m.qxm").code, 0);

@@ -70,6 +70,33 @@ TEST_F(SetsCli, ALifeOfSets) {
   }
 }
 
+TEST_F(SetsCli, AllCountWhatASetNamesOnce) {
+  Write("twice.json",
+        R"({"MSET": {"2": {"ELEM_KEY_ARRAY": [1, 1, 2], "NODE_KEY_ARRAY": [3, 3]}}})");
+  ASSERT_EQ(Qxdb("gateway read m.qxm twice.json").code, 0);
+  EXPECT_NE(Tree().find("\"body\" 1 2\n"), std::string::npos) << Tree();
+  const std::string info = Qxdb("info m.qxm --json").out;
+  EXPECT_NE(info.find(R"("name":"body","elements":2})"), std::string::npos) << info;
+}
+
+TEST_F(SetsCli, AnImportTellsWhatItDecided) {
+  ASSERT_EQ(Qxdb("sets add other.qxm wing --elements 1").code, 0);
+  for (const char* model : {"m", "other"}) {
+    Write("more.json", std::string(R"({"PROP": {"1": {"NAME": ")") + model +
+                           R"("}}, "ELEM": {"1": {"PROPERTY": 1}}})");
+    ASSERT_EQ(Qxdb(std::string("gateway read ") + model + ".qxm more.json").code, 0);
+  }
+  const Ran dry = Qxdb("sets import m.qxm other.qxm wing --dry-run");
+  EXPECT_EQ(dry.code, 0) << dry.err;
+  for (const char* told : {"overwritten  renumbered  joined",
+                           "PROP 1: the model has another of this key; came as 2"}) {
+    EXPECT_NE(dry.out.find(told), std::string::npos) << told << "\n" << dry.out;
+  }
+  ASSERT_EQ(Qxdb("sets add m.qxm third").code, 0);
+  const std::string told = Qxdb("sets import m.qxm other.qxm wing --json").out;
+  EXPECT_NE(told.find(R"("renumbered_sets":["mset 3: came as 4"])"), std::string::npos) << told;
+}
+
 TEST_F(SetsCli, TellsOfAGroupNameThatWasCut) {
   std::string text = *ReadWholeFile(Path("good.msh"));
   text.replace(text.find("body"), 4, std::string(100, 'n'));

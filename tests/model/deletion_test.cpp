@@ -5,6 +5,8 @@
 #include <rapidcheck/gtest.h>
 #include <set>
 
+#include "qx_db/record/verbs.h"
+
 #include "tests/model/mesh_model.h"
 
 namespace qx {
@@ -152,6 +154,10 @@ RC_GTEST_PROP(Deletion, DoesWhatThePreviewSays, ()) {
   const DeletionPreview preview = PreviewDeletion(m.session, type, items);
   RC_ASSERT(m.session.StateHash() == before);
   const Fates expected = FatesOf(preview);
+  const std::set<ITR> asked(items.begin(), items.end());
+  for (const Consequence& one : preview.consequences) {
+    RC_ASSERT(one.cause != 0 || asked.contains(one.item));
+  }
 
   const Listening sink;
   Witness witness;
@@ -204,6 +210,75 @@ RC_GTEST_PROP(Deletion, DoesWhatThePreviewSays, ()) {
   RC_ASSERT(m.session.Redo() == 1);
   RC_ASSERT(m.session.Undo() == 1);
   RC_ASSERT(m.session.StateHash() == before);
+}
+
+/// The image of every record, with keys for references.
+std::map<std::pair<std::uint16_t, Key>, std::string> ContentOf(const CQXDBSession& session) {
+  std::map<std::pair<std::uint16_t, Key>, std::string> content;
+  for (const DPoolBase* pool : session.Pools()) {
+    const Schema& schema = pool->GetSchema();
+    for (ITR pos = pool->GetHeadPosition(); pos; pool->Next(pos)) {
+      const TStructBase& record = *KeyedSetBase::RecordAt(pos);
+      std::string image(ImageSize(schema, record), '\0');
+      WriteImage(schema, record, image.data());
+      ImageIteratorsToKeys(schema, image.data());
+      content.emplace(std::pair(pool->GetTypeCode(), KeyOf(pos)), std::move(image));
+    }
+  }
+  return content;
+}
+
+/// In an open step that has removed something, a preview tells by what the step would end otherwise
+/// for the deletion.
+RC_GTEST_PROP(Deletion, InAStepIsToldByWhatTheStepWouldEndWithOtherwise, ()) {
+  Tangle m;
+  const auto choose = [&] {
+    const std::uint16_t type =
+        *rc::gen::element(code::kNode, code::kElem, code::kProp, code::kESid, code::kGKey);
+    std::vector<ITR> items;
+    DPoolBase& pool = *m.session.GetDataPool(type);
+    for (ITR pos = pool.GetHeadPosition(); pos; pool.Next(pos)) {
+      if (*rc::gen::inRange(0, 3) == 0) items.push_back(pos);
+    }
+    return std::pair(type, items);
+  };
+  const auto [first_type, first] = choose();
+  const auto [then_type, then] = choose();
+  const auto remove_first = [&] {
+    for (const ITR item : first) m.session.GetDataPool(first_type)->Remove(item);
+  };
+  const Listening sink;
+  const bool changes = m.Step(remove_first) && !first.empty();
+  const auto otherwise = ContentOf(m.session);
+  if (changes) {
+    RC_ASSERT(m.session.Undo() == 1);
+  }
+
+  CTransaction step(&m.session);
+  step.Begin(u"both");
+  remove_first();
+  std::vector<ITR> asked;
+  for (const ITR item : then) {
+    if (!KeyedSetBase::IsRemoved(item)) asked.push_back(item);
+  }
+  const std::size_t mark = m.session.History().Mark();
+  const DeletionPreview preview = PreviewDeletion(m.session, then_type, asked);
+  RC_ASSERT(m.session.History().Mark() == mark);
+  std::set<std::pair<std::uint16_t, Key>> expected;
+  for (const Consequence& one : preview.consequences) {
+    expected.insert({one.type, Tangle::KeyOf(one.item)});
+    RC_ASSERT(one.cause != 0 || std::find(asked.begin(), asked.end(), one.item) != asked.end());
+  }
+  const bool done = DeleteRecords(m.session, then_type, asked) != 0;
+  RC_ASSERT(done == preview.blockers.empty());
+  if (!done || !step.Commit()) return;
+  const auto content = ContentOf(m.session);
+  std::set<std::pair<std::uint16_t, Key>> happened;
+  for (const auto& [who, image] : otherwise) {
+    const auto found = content.find(who);
+    if (found == content.end() || found->second != image) happened.insert(who);
+  }
+  RC_ASSERT(expected == happened);
 }
 
 RC_GTEST_PROP(WhereUsed, FindsEveryReferenceAndNoOther, ()) {

@@ -6,9 +6,11 @@
 
 #include "qx_db/bulk/model_import.h"
 #include "qx_db/core/belongings.h"
+#include "qx_db/core/document.h"
 #include "qx_db/core/model_file.h"
 #include "qx_db/core/read_snapshot.h"
 #include "qx_db/model/deletion.h"
+#include "qx_db/platform/file.h"
 
 #include "tests/model/mesh_model.h"
 #include "tests/scratch_folder.h"
@@ -108,12 +110,43 @@ TEST(Following, TwoRecordsOfOneKeyAreRefusedByName) {
               sink.heard[0] == "IDS_QX_DB_KEY_SHARED ELEM 2 1 2")
       << sink.heard[0];
   EXPECT_EQ(m.session.StateHash(), before);
-  // What belongs to nothing must not be mistaken for another's.
-  m.Keyed<tagTEcrd>(50);
-  EXPECT_EQ(m.Step([&] { GiveKey(m.elements, m.items[0], 50); }), 0);
-  EXPECT_EQ(sink.heard.size(), 2u);
-  EXPECT_EQ(m.AngleOf(0), 1);
-  EXPECT_EQ(m.session.Validate(), "");
+}
+
+/// What lies under a key without an owner is not taken for that of who takes the key.
+TEST(Following, WhoTakesAKeyTakesNoOrphan) {
+  for (const bool with_own : {false, true}) {
+    for (const int how : {0, 1, 2}) {  // renumbered, new, new with what the step brings for it
+      Turned m(3);
+      tagTEcrd orphan;
+      orphan.key = 50;
+      orphan.method = tagTEcrd::kByBetaAngle;
+      orphan.beta_angle_deg = 77;
+      const ITR there = m.orientations.InsertNU(orphan);
+      m.Keyed<tagTSprop>(50);
+      if (!with_own) m.Step([&] { m.orientations.Remove(m.orientations.Find(1)); });
+      const std::uint64_t before = m.session.StateHash();
+      ITR element = m.items[0];
+      ASSERT_EQ(m.Step([&] {
+        if (how == 0) GiveKey(m.elements, element, 50);
+        if (how == 1) element = m.Element(50, 2, {1, 2});
+        if (how != 2) return;
+        orphan.beta_angle_deg = 5;
+        m.orientations.SetAtNU(there, orphan);
+        element = m.Element(50, 2, {1, 2});
+      }),
+                1);
+      tagTEcrd found;
+      const bool has = how == 2 || (how == 0 && with_own);
+      ASSERT_EQ(m.elements.GetElemCSys(element, found), has) << with_own << how;
+      if (has) {
+        EXPECT_EQ(found.beta_angle_deg, how == 2 ? 5 : 1);
+      }
+      EXPECT_TRUE(Pool<tagTSprop>(m.session).IsEmpty());
+      EXPECT_EQ(m.session.Validate(), "");
+      m.session.Undo();
+      EXPECT_EQ(m.session.StateHash(), before);
+    }
+  }
 }
 
 TEST(Following, TheDefaultMeshSetKeepsItsKey) {
@@ -126,6 +159,17 @@ TEST(Following, TheDefaultMeshSetKeepsItsKey) {
   EXPECT_EQ(sink.heard, std::vector<std::string>{"IDS_QX_DB_MSET_DEFAULT 1"});
   EXPECT_EQ(sets.TR_Del_EmptyMset(), 1);
   EXPECT_EQ(sets.DefaultItr(), set);
+  // It goes when that is what is asked for, and a new one can be made.
+  for (const bool under_another_key : {false, true}) {
+    ASSERT_EQ(m.Step([&] {
+      if (under_another_key) GiveKey(sets, sets.DefaultItr(), 7);
+      EXPECT_EQ(sets.Private_Del(TArray<ITR>{sets.GetHeadPosition()}), 1);
+    }),
+              1);
+    EXPECT_TRUE(sets.IsEmpty());
+    EXPECT_EQ(sets.RebuildMeshset(1), 1);
+    EXPECT_NE(sets.DefaultItr(), 0u);
+  }
 }
 
 // ---- coordinate systems -------------------------------------------------------------------------
@@ -353,6 +397,50 @@ TEST(Parts, JoinSystemsThatCountFromOthers) {
   EXPECT_EQ(ship.systems.GetSize(), systems);
 }
 
+/// The same lengths in other units differ by rounding; numbers that no conversion touches are
+/// compared bit for bit.
+TEST(Parts, JoinWhatDiffersByTheRoundingOfUnitsOnly) {
+  for (const int other : {0, 1, 2}) {  // nothing, a direction by one bit, a length beyond rounding
+    const ScratchFolder folder;
+    const std::string file = folder.Path("mm.qxm");
+    const auto fill = [&](Ship& ship, double scale, bool changed) {
+      ship.Step([&] {
+        tagTCord system = ship.systems.GetAtNU(ship.systems.Find(6));
+        system.axis_point = {12.3456 * scale, 45.678 * scale, 0.1 * scale};
+        system.plane_point = {0, 0.3 * scale, 0};
+        if (changed && other == 2) system.axis_point.x *= 1 + 1e-14;
+        ship.systems.SetAtNU(ship.systems.Find(6), system);
+        tagTDatum property = ship.properties.GetAtNU(ship.properties.Find(2));
+        property.position = {0.1 * scale, 0.7 * scale, 1.3 * scale};
+        property.direction = {0.3, 0, 1};
+        if (changed && other == 1) property.direction.x = std::nextafter(0.3, 1);
+        ship.properties.SetAtNU(ship.properties.Find(2), property);
+      });
+    };
+    {
+      Ship wing(u"wing");
+      UnitSystem millimetres = wing.session.Units().Model();
+      millimetres[UnitBase::kLength] = FindUnit(UnitBase::kLength, "mm");
+      wing.session.Units().SetModel(millimetres);
+      fill(wing, 1000, true);
+      ASSERT_TRUE(SaveModel(wing.session, file));
+    }
+    Ship hull(u"hull");
+    fill(hull, 1, false);
+    auto& sets = Pool<tagTMset>(hull.session);
+    TArray<Key> keys;
+    CStringArray names;
+    ASSERT_EQ(sets.LoadExtDB(Utf16(file).c_str(), keys, names), 1);
+    ASSERT_EQ(sets.TR_Import({7}, 0, 0, 0), 1);
+    const tagTMset& set = sets.GetAtNU(sets.GetItr(u"wing"));
+    const ITR second = hull.elements.GetAtNU(set.elements[1]).property;
+    EXPECT_EQ(KeyOf(second) == 2, other != 1);
+    auto& assignments = Pool<tagTMeshCsys>(hull.session);
+    const ITR last = assignments.Set().GetTailPosition();
+    EXPECT_EQ(KeyOf(assignments.GetAtNU(last).coordinate_system) == 6, other != 2);
+  }
+}
+
 TEST(Parts, FindRoomBelowTheLargestKey) {
   const ScratchFolder folder;
   const std::string file = folder.Path("wing.qxm");
@@ -396,7 +484,9 @@ std::vector<std::uint64_t> TraceOf(CQXDBSession& session) {
                                       session.CanRedo(),
                                       session.RecordingEnabled(),
                                       session.IsRecording(),
-                                      session.MindsUnrecorded()};
+                                      session.MindsUnrecorded(),
+                                      session.IsRehearsing(),
+                                      static_cast<std::uint64_t>(session.RelationRound())};
   for (const DPoolBase* pool : session.Pools()) {
     const KeyedSetBase& set = pool->Set();
     trace.insert(trace.end(), {pool->ChangeFlags(), static_cast<std::uint64_t>(set.GetMaxKey()),
@@ -409,7 +499,10 @@ std::vector<std::uint64_t> TraceOf(CQXDBSession& session) {
   return trace;
 }
 
+int g_hooked = 0;
+
 TEST(Preview, LeavesNoTrace) {
+  const StepHook former = SetStepHook([](CQXDBSession&) { ++g_hooked; });
   for (const int when : {0, 1, 2}) {
     Turned m(5);
     const ITR lone = m.Node(3, 1, 1, 1);
@@ -430,6 +523,7 @@ TEST(Preview, LeavesNoTrace) {
     }
     if (when == 2) m.session.EnableRecording(false);
     Ears ears;
+    g_hooked = 0;
     m.session.AddListener(&ears);
     m.session.SetStepSink(&ears);
     const Listening sink;
@@ -447,7 +541,7 @@ TEST(Preview, LeavesNoTrace) {
     TArray<ITR> users_after;
     m.elements.GetElemListByNodeItr(nodes[0], users_after);
     EXPECT_EQ(users, users_after);
-    EXPECT_EQ(ears.heard, 0);
+    EXPECT_EQ(ears.heard + g_hooked, 0);
     EXPECT_TRUE(sink.heard.empty());
     EXPECT_EQ(m.session.Validate(), "");
     m.session.SetStepSink(nullptr);
@@ -459,6 +553,45 @@ TEST(Preview, LeavesNoTrace) {
     }
     if (when == 0) {
       EXPECT_EQ(m.session.Redo(), 1);
+    }
+  }
+  SetStepHook(former);
+}
+
+/// Neither in a model that may not be written, nor in the log of one that may.
+TEST(Preview, WritesNothing) {
+  const ScratchFolder folder;
+  const std::string file = folder.Path("m.qxm");
+  ASSERT_TRUE(SaveModel(Turned(3).session, file));
+  const auto files = [&] {
+    std::map<std::string, std::string> contents;
+    for (const auto& one : std::filesystem::directory_iterator(folder.Path())) {
+      contents[one.path().filename().string()] = *ReadWholeFile(one.path().string());
+    }
+    return contents;
+  };
+  for (const bool to_edit : {false, true}) {
+    CQXDocBase document(SetUpWithProperties);
+    if (!to_edit) std::filesystem::permissions(file, std::filesystem::perms::owner_read);
+    ASSERT_TRUE(to_edit ? document.OpenForEditing(file) : document.Open(file));
+    CQXDBSession& session = *document.GetDBSession();
+    if (to_edit) {
+      CTransaction step(&session);
+      step.Begin(u"kept");
+      Pool<tagTElem>(session).Remove(Pool<tagTElem>(session).Find(3));
+      ASSERT_EQ(step.Commit(), 1);
+      ASSERT_EQ(session.Undo(), 1);
+    }
+    const auto before = files();
+    const auto trace = TraceOf(session);
+    const std::vector<ITR> asked = {Pool<tagTNode>(session).Find(1)};
+    EXPECT_EQ(PreviewDeletion(session, code::kNode, asked).consequences.size(), 7u);
+    EXPECT_EQ(TraceOf(session), trace);
+    EXPECT_FALSE(document.IsModified());
+    EXPECT_EQ(files(), before) << "no frame of a log";
+    std::filesystem::permissions(file, std::filesystem::perms::owner_all);
+    if (to_edit) {
+      EXPECT_EQ(session.Redo(), 1);
     }
   }
 }

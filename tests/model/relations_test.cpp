@@ -4,6 +4,8 @@
 #include <map>
 #include <set>
 
+#include "qx_db/model/deletion.h"
+
 #include "tests/model/mesh_model.h"
 #include "tests/silent_app_db.h"
 
@@ -148,20 +150,34 @@ TEST(MergedNodes, AreSplitAtTheEndOfAStepWhenTheHostSaysSo) {
 }
 
 TEST(MergedNodes, AreAskedForOnceAndByTheEditAlone) {
-  const InEdition in(Edition::kC);
-  Host().split = Host().asked = 0;
-  MeshModel m;
-  m.Node(1, 0, 0, 0);
-  const ITR spare = m.Node(2, 1, 0, 0);
-  const ITR property = m.Property(1);
-  const ITR element = m.Element(1, 1, {1}, property);
-  ASSERT_EQ(m.Step([&] { m.properties.Remove(property); }), 1);
-  EXPECT_EQ(+m.elements.GetAtNU(element).property, 0u) << "it lost its property";
-  EXPECT_EQ(Host().asked, 0) << "a repair, and no edit of elements";
-  ASSERT_EQ(m.Step([&] { m.elements.SetAtNU(element, m.elements.GetAtNU(element)); }), 1);
-  EXPECT_EQ(Host().asked, 1);
-  ASSERT_EQ(m.Step([&] { m.nodes.Remove(spare); }), 1);
-  EXPECT_EQ(Host().asked, 2);
+  for (const Edition edition : {Edition::kGeneral, Edition::kC}) {
+    const InEdition in(edition);
+    ModeApp app;
+    app.mode = edition != Edition::kC;
+    Host().split = Host().asked = 0;
+    MeshModel m;
+    m.Node(1, 0, 0, 0);
+    const ITR spare = m.Node(2, 1, 0, 0);
+    const ITR property = m.Property(1);
+    const ITR element = m.Element(1, 1, {1}, property);
+    tagTMset set;
+    set.key = 7;
+    set.elements = {element};
+    set.nodes = {spare};
+    Pool<tagTMset>(m.session).InsertNU(set);
+    ASSERT_EQ(m.Step([&] { m.properties.Remove(property); }), 1);
+    EXPECT_EQ(+m.elements.GetAtNU(element).property, 0u) << "it lost its property";
+    EXPECT_EQ(Host().asked, 0) << "a repair, and no edit of elements";
+    ASSERT_EQ(m.Step([&] { m.elements.SetAtNU(element, m.elements.GetAtNU(element)); }), 1);
+    EXPECT_EQ(Host().asked, 1);
+    ASSERT_EQ(m.Step([&] { m.nodes.Remove(spare); }), 1);
+    EXPECT_EQ(Host().asked, 2);
+    m.session.Undo();
+    EXPECT_EQ(Host().asked, 2) << "nothing is repaired by an undo";
+    const std::vector<ITR> asked = {spare};
+    EXPECT_EQ(PreviewDeletion(m.session, code::kNode, asked).consequences.size(), 2u);
+    EXPECT_EQ(Host().asked, 3) << "its answer decides";
+  }
 }
 
 // ---- orientation records ------------------------------------------------------------------------

@@ -7,6 +7,7 @@
 #include "qx_db/qx_db.h"
 #include "qx_db/record/verbs.h"
 
+#include "host/session.h"
 #include "tests/silent_app_db.h"
 
 namespace qx {
@@ -38,7 +39,7 @@ void Refer(const Row& row, ITR holder, std::initializer_list<ITR> targets) {
 
 /// What a step that removes the target makes of the record that refers to it.
 std::string OutcomeOf(std::uint16_t type, std::u16string_view member, bool with_other) {
-  CQXDBSession session(AddStandardPools);
+  CQXDBSession session(host::SetUpModel);
   DPoolBase& pool = *session.GetDataPool(type);
   const Row& row = *pool.GetSchema().Find(member);
   DPoolBase& targets = *session.GetDataPool(row.target);
@@ -86,7 +87,7 @@ const char* Expected(OnRemoval rule, bool with_other) {
 
 TEST(RemovalRows, EveryRowTellsWhatAStepDoes) {
   SilentAppDB app;
-  const CQXDBSession session(AddStandardPools);
+  const CQXDBSession session(host::SetUpModel);
   int rows = 0;
   for (const DPoolBase* pool : session.Pools()) {
     for (const Row* row : pool->GetSchema().References()) {
@@ -117,7 +118,7 @@ TEST(RemovalRows, APreviewTellsWhatTheDeletionDoes) {
     }
   };
   SilentAppDB app;
-  const CQXDBSession pattern(AddStandardPools);
+  const CQXDBSession pattern(host::SetUpModel);
   int rows = 0;
   for (const DPoolBase* source : pattern.Pools()) {
     for (const Row& row : source->GetSchema().Rows()) {
@@ -125,7 +126,7 @@ TEST(RemovalRows, APreviewTellsWhatTheDeletionDoes) {
       if (!to || !pattern.GetDataPool(to)) continue;
       for (const bool with_other : {false, true}) {
         SCOPED_TRACE(std::string(source->GetSchema().Name()) + " " + Utf8(row.name));
-        CQXDBSession session(AddStandardPools);
+        CQXDBSession session(host::SetUpModel);
         DPoolBase& targets = *session.GetDataPool(to);
         const ITR target = AddFresh(targets, kTarget);
         const ITR other = AddFresh(targets, kOther);

@@ -159,6 +159,28 @@ TEST(EditsTest, PreviewChangesNothingAndTellsWhatTheEditDoes) {
   }
 }
 
+TEST(EditsTest, NothingIsTurnedUnasked) {
+  CQXDBSession session(host::SetUpModel);
+  AddCube(session, 2);
+  tagTElem spring;
+  spring.key = 900;
+  spring.type = 31;
+  spring.nodes = {Pool<tagTNode>(session).Find(1), Pool<tagTNode>(session).Find(2)};
+  Pool<tagTElem>(session).InsertNU(spring);
+  tagTSprop property;
+  property.key = 900;
+  property.csys_type = 1;  // by its vector
+  property.reference_vector = {0.3, 0.4, 0.5};
+  Pool<tagTSprop>(session).InsertNU(property);
+  const std::string request = R"({"edit":"delete","table":"sprop","keys":[900])";
+  const auto preview = viewer::PreviewEdit(session, request + "}", {});
+  ASSERT_TRUE(preview) << preview.Error().Line();
+  EXPECT_EQ(ReadPack(*preview).Integers("element_turned").size(), 1u);
+  EXPECT_FALSE(viewer::ApplyEdit(session, request + "}", {}));
+  EXPECT_FALSE(session.CanUndo());
+  EXPECT_TRUE(viewer::ApplyEdit(session, request + R"(,"turn":true})", {}));
+}
+
 TEST(EditsTest, RequestsThatMakeNoSenseAreRefusedAndChangeNothing) {
   CQXDBSession session(host::SetUpModel);
   AddCube(session, 2);

@@ -84,11 +84,13 @@ async function preview(app, form, request) {
     const pack = await app.data.preview(request);
     const counts = Object.entries(pack.text.counts || {});
     app.markChanges(pack, true);
+    const turned = [...pack.array('element_turned')];
     const rows = counts.map(([table, [added, removed, changed]]) => el('tr', {}, el('th', { scope: 'row' }, table), el('td', {}, added ? `+${grouped(added)}` : ''), el('td', {}, removed ? `−${grouped(removed)}` : ''), el('td', {}, changed ? `~${grouped(changed)}` : '')));
     form.replaceChildren(
       el('h3', {}, pack.text.name || request.edit),
       rows.length ? el('table', { class: 'counts' }, el('tr', {}, el('th', {}), el('td', {}, 'added'), el('td', {}, 'removed'), el('td', {}, 'changed')), rows) : el('p', { class: 'hint' }, 'Nothing would change.'),
-      el('div', { class: 'row-buttons' }, rows.length ? el('button', { type: 'button', class: 'primary', 'data-edit': 'do', onclick: () => perform(app, form, request) }, 'Do it') : '', cancel(app, form)));
+      turned.length ? el('p', { class: 'hint' }, `Turns the local axes of ${turned.length > 1 ? `${grouped(turned.length)} elements` : 'element'}: ${turned.slice(0, 6).join(', ')}${turned.length > 6 ? ', …' : ''}`) : '',
+      el('div', { class: 'row-buttons' }, rows.length ? el('button', { type: 'button', class: 'primary', 'data-edit': 'do', onclick: () => perform(app, form, { ...request, turn: true }) }, 'Do it') : '', cancel(app, form)));
     form.querySelector('.primary')?.focus();
   } catch (error) {
     form.replaceChildren(el('p', { class: 'fails', role: 'alert' }, error.message), el('div', { class: 'row-buttons' }, cancel(app, form)));

@@ -171,11 +171,22 @@ class Consequence(NamedTuple):
     member: str
 
 
+class Turn(NamedTuple):
+    """An element that a removal would turn. Axes are 3 by 3, rows the unit vectors of local x, y
+    and z; None where the element has none."""
+
+    element: Record
+    before: Optional[np.ndarray]
+    after: Optional[np.ndarray]
+
+
 class RemovalPreview(NamedTuple):
-    """What a removal would do, and why it would be refused; nothing is changed."""
+    """What a removal would do, and why it would be refused; nothing is changed. remove turns
+    elements without asking: `turns` is where to look first."""
 
     consequences: list[Consequence]
     blockers: list[str]
+    turns: list[Turn]
 
     @property
     def allowed(self) -> bool:
@@ -377,12 +388,14 @@ class Table(NamesMany):
     def preview_removal(self, keys: Any = None) -> RemovalPreview:
         """What remove would do."""
         taken = self.keys if keys is None else as_keys(keys)
-        done, blockers = self._model._core.preview_delete(self.info.code, taken.tolist())
+        done, blockers, turned = self._model._core.preview_delete(self.info.code, taken.tolist())
         consequences = [
             Consequence(self._model._record(code, key), effect, member or "")
             for code, key, effect, member in done
         ]
-        return RemovalPreview(consequences, blockers)
+        elements = self._model.elements
+        turns = [Turn(elements[key], before, after) for key, before, after in turned]
+        return RemovalPreview(consequences, blockers, turns)
 
     def where_used(self, key: Union[int, Record]) -> list[Use]:
         """Every use of a record of this pool by others."""

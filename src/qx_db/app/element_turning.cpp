@@ -154,7 +154,7 @@ bool SplitTurned(CQXDBSession& session, const Turned& turned) {
   });
   if (!done) return false;
   for (T& record : added) {
-    record.key = pool->GetNewKey();
+    record.key = pool->Set().GetFreeKey();
     if (!pool->InsertNU(record)) return false;
   }
   return true;

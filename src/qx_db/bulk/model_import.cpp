@@ -85,7 +85,7 @@ struct Lane {
   ITR Bring(TStructBase& record, bool keep_key, Key wanted) {
     if (store) return store->BringToDB(record, keep_key, wanted);
     if (!keep_key) {
-      const Key key = wanted > 0 && !to->Find(wanted) ? wanted : to->Set().GetNewKey();
+      const Key key = wanted > 0 && !to->Find(wanted) ? wanted : to->Set().GetFreeKey();
       if (key < 0) return 0;
       KeyedSetBase::SetKey(record, key);
     }
@@ -385,7 +385,7 @@ class Importer {
       return Refused(lane, item);
     }
     const TStructBase& own = *KeyedSetBase::RecordAt(there);
-    if (!waits_ && Differences(lane.to->GetSchema(), record, own).empty()) {
+    if (!waits_ && Differences(lane.to->GetSchema(), record, own, units_).empty()) {
       lane.Came(item, there);
       lane.joined.insert(item);
       report_.clashes.push_back({type, key, key, true});
@@ -398,12 +398,10 @@ class Importer {
     return {};
   }
 
-  /// 0 for any new key; where the model lacks its default record, one that is not for that. Once
-  /// the largest key is in use, the free ones below it.
+  /// 0 for any new key; where the model lacks its default record, one that is not for that.
   static Key KeyBesideDefault(const Lane& lane) {
     const Key key = lane.DefaultKey();
-    if (key && !lane.to->Find(key)) return lane.to->Set().GetNewKeyUp(key + 1);
-    return lane.to->Set().GetNewKey() < 0 ? lane.to->Set().GetNewKeyUp(1) : 0;
+    return key && !lane.to->Find(key) ? lane.to->Set().GetNewKeyUp(key + 1) : 0;
   }
 
   /// A key that no record of either model has: one still to come must not find its own taken.
@@ -425,7 +423,7 @@ class Importer {
     const TStructBase& as_new = *KeyedSetBase::RecordAt(lane.first);
     std::vector<const Row*> edited = Differences(schema, *KeyedSetBase::RecordAt(item), as_new);
     for (const Row* row : Differences(schema, mine, as_new)) edited.push_back(row);
-    const auto rows = Differences(schema, record, mine);
+    const auto rows = Differences(schema, record, mine, units_);
     return std::all_of(rows.begin(), rows.end(), [&](const Row* row) {
       return row->kind == MemberKind::kReferenceArray ||
              std::find(edited.begin(), edited.end(), row) == edited.end();
@@ -464,7 +462,7 @@ class Importer {
   }
 
   Outcome Refused(const Lane& lane, ITR item) const {
-    if (KeyBesideDefault(lane) < 0) {
+    if (lane.to->Set().GetFreeKey() < 0) {
       return Failure{"", TableOf(into_, lane.to->GetTypeCode()), "has no free key left",
                      "renumber its records from 1 on"};
     }

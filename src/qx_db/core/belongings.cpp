@@ -58,8 +58,9 @@ void Belongings::FollowKey(DPoolBase& owners, ITR owner, Key former) {
   for (const Kind& kind : Of(owners.GetTypeCode())) {
     DPoolBase& pool = *kind.pool;
     const ITR item = FindAt(kind, former, owner);
-    const ITR there = other || item ? FindAt(kind, key, other) : 0;
-    if (there) owner_of_[there] = other;  // or nobody's
+    const ITR there = FindAt(kind, key, other);
+    if (there && !other) found_.push_back(there);
+    if (there && (other || item)) owner_of_[there] = other;  // or nobody's
     if (!item) continue;
     const auto record = pool.CopyRecord(item);
     KeyedSetBase::SetKey(*record, key);
@@ -73,6 +74,47 @@ void Belongings::FollowKey(DPoolBase& owners, ITR owner, Key former) {
     const ITR rest = owner_of_.empty() ? 0 : pool.Set().Find(former);
     if (rest && !pool.Set().NextOfKey(rest)) owner_of_.erase(rest);
   }
+}
+
+int Belongings::RemoveOrphans(const Step& step) {
+  std::map<std::uint16_t, std::int32_t> came;
+  std::int32_t* count = nullptr;
+  std::uint16_t last = 0;
+  for (const Change& change : step.changes) {
+    if (!count || change.type != last) count = &came[last = change.type];
+    *count += change.operation == tagTRNotify::kInserted;
+  }
+  for (const auto& [owner_type, kinds] : kinds_) {
+    for (const Kind& kind : kinds) {
+      // Where all have come in the step, none was there before.
+      const bool all_came = kind.pool->GetSize() <= came[kind.pool->GetTypeCode()];
+      if (came[owner_type] == 0 && found_.empty()) continue;
+      if (!all_came && !RemoveOrphans(kind, owner_type, step)) return 0;
+    }
+  }
+  return 1;
+}
+
+int Belongings::RemoveOrphans(const Kind& kind, std::uint16_t owner_type, const Step& step) {
+  const KeyedSetBase& owners = session_->GetDataPool(owner_type)->Set();
+  const KeyedSetBase& set = kind.pool->Set();
+  std::vector<ITR> found;
+  std::vector<bool> touched(set.SlotLimit());
+  for (const ITR item : found_) {
+    if (set.Owns(item)) found.push_back(item);
+  }
+  for (const Change& change : step.changes) {
+    const ITR item = change.item;  // out of the packed notice
+    if (change.type == kind.pool->GetTypeCode()) touched[set.SlotOf(item)] = true;
+    if (change.type != owner_type || change.operation != tagTRNotify::kInserted) continue;
+    if (!owners.IsLinked(item)) continue;
+    if (const ITR there = set.Find(KeyOf(item))) found.push_back(there);
+  }
+  for (const ITR item : found) {
+    if (!set.IsLinked(item) || touched[set.SlotOf(item)] || !owners.Find(KeyOf(item))) continue;
+    if (!kind.pool->Remove(item)) return 0;
+  }
+  return 1;
 }
 
 int Belongings::TakeAlong(std::uint16_t owner_type, ITR owner) {

@@ -6,6 +6,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "qx_db/core/journal.h"
 #include "qx_db/pool/pool_base.h"
 
 namespace qx {
@@ -38,15 +39,24 @@ class QXDB_API Belongings {
   void FollowKey(DPoolBase& owners, ITR owner, Key former);
   /// Removes what goes with the owner, which is about to be removed. 0 where a pool refuses.
   int TakeAlong(std::uint16_t owner_type, ITR owner);
+  /// Who takes a key does not take what lies there without an owner: removes what lies under the
+  /// keys of owners that came in the open step, or took those keys in it, unless the step itself
+  /// has touched it. 0 where a pool refuses. Cost proportional to the step.
+  int RemoveOrphans(const Step& step);
   /// The step has ended: keys alone say what belongs to what.
-  void Forget() { owner_of_.clear(); }
+  void Forget() {
+    owner_of_.clear();
+    found_.clear();
+  }
 
  private:
   ITR FindAt(const Kind& kind, Key key, ITR owner) const;
+  int RemoveOrphans(const Kind& kind, std::uint16_t owner_type, const Step& step);
 
   CQXDBSession* session_;
   std::map<std::uint16_t, std::vector<Kind>> kinds_;  // by the owner's type
   std::unordered_map<ITR, ITR> owner_of_;             // of belongings that share a key
+  std::vector<ITR> found_;  // under a key that an owner took, and then of no other owner
 };
 
 }  // namespace qx

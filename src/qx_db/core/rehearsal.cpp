@@ -26,11 +26,7 @@ Rehearsal::Rehearsal(const CQXDBSession& session)
   session_.relations_->Forget();  // what it knows may be of a step that is being told of
   session_.BeginTransaction(transaction_, u"");
   session_.rehearsing_ = session_.recording_ = true;
-  from_ = begin_ = session_.journal_.Mark();
-  if (begin_ == 0) return;
-  const MessageCapture none;  // what the open step has against itself is no answer
-  Settle();
-  from_ = session_.journal_.Mark();
+  begin_ = session_.journal_.Mark();
 }
 
 Rehearsal::~Rehearsal() {
@@ -63,6 +59,6 @@ void Rehearsal::Settle() {
   session_.RefuseSharedKeys();
 }
 
-std::vector<RecordChange> Rehearsal::Changes() const { return ChangesOfOpenStep(session_, from_); }
+std::vector<RecordChange> Rehearsal::Changes() const { return ChangesOfOpenStep(session_, begin_); }
 
 }  // namespace qx

@@ -15,9 +15,9 @@ namespace qx {
 /// While it lives, the session is one that may be edited: what is done to it is seen by who reads
 /// it, and is taken back when this ends. Neither listeners nor sink, history, change flags, maximum
 /// keys, revisions nor messages to the user tell of it; the application's questions are asked as in
-/// the edit, since their answers decide. Works in any session: in an open transaction, whose own
-/// relations are processed first, while a step is being told of, in one whose file cannot be
-/// written. Rules that would refuse the step say so and let it go on, so that all of them speak.
+/// the edit, since their answers decide. Works in any session: in an open transaction, of whose
+/// step it is a part, while a step is being told of, in one whose file cannot be written. Rules
+/// that would refuse the step say so and let it go on, so that all of them speak.
 ///
 /// Cost: that of the edit, and of taking it back. Threads: edits, so that nobody else may read the
 /// session meanwhile, whatever its constness says.
@@ -28,6 +28,10 @@ class QXDB_API Rehearsal {
   Rehearsal(const Rehearsal&) = delete;
   Rehearsal& operator=(const Rehearsal&) = delete;
 
+  /// Whether the step of an open transaction has changed the session already.
+  static bool IsWithinAStep(const CQXDBSession& session) {
+    return session.innermost_ && session.journal_.Mark() > 0;
+  }
   /// The session, to be edited.
   CQXDBSession& Session() { return session_; }
   /// Does what the end of the step would do: relations, and the refusal of shared keys.
@@ -54,7 +58,6 @@ class QXDB_API Rehearsal {
   bool announcing_, recording_, minds_unrecorded_, rehearsing_;
   int round_;
   std::size_t begin_ = 0;  // how far the open step had come
-  std::size_t from_ = 0;   // and with its own relations
   std::size_t rekeyed_;
   Belongings belongings_;
   std::vector<PoolState> pools_;

@@ -101,7 +101,7 @@ void Relations::Learn() {
     if (changes[i].operation == tagTRNotify::kRemoved) gone_.push_back(item);
   }
   known_ = journal.Mark();
-  constexpr std::size_t kBitsForOne = 512;
+  constexpr std::size_t kBitsForOne = 256;  // few enough to stay in the cache nearest to the core
   constexpr int kMostBits = 25;
   int bits = 64 - shift_;
   while (bits < kMostBits && (std::size_t{1} << bits) < gone_.size() * kBitsForOne) ++bits;
@@ -244,9 +244,10 @@ int Relations::Process(DPoolBase& pool, const Rule& rule) {
   Learn();
   const auto rows = RowsToRepair(pool);
   const Schema& schema = pool.GetSchema();
-  for (ITR pos = rows.empty() ? 0 : pool.GetHeadPosition(); pos;) {
+  const KeyedSetBase& records = pool.Set();
+  for (ITR pos = rows.empty() ? 0 : records.GetHeadPosition(); pos;) {
     const ITR item = pos;
-    pool.Next(pos);
+    records.Next(pos);
     const TStructBase& record = *KeyedSetBase::RecordAt(item);
     if (!MayHaveGone(rows, record)) continue;
     const Fate fate = FateOf(rows, schema, record, rule);
@@ -291,7 +292,6 @@ FormerKeys::FormerKeys(const DPoolBase& pool, const Row& row, const DPoolBase& t
     : pool_(pool), row_(row), targets_(targets) {
   for (const Change& change : step.changes) {
     if (change.type != pool.GetTypeCode() && change.type != targets.GetTypeCode()) continue;
-    changed_ = true;
     const ITR item = change.item;  // out of the packed notice
     if (change.operation == tagTRNotify::kInserted) {
       inserted_.insert(item);

@@ -49,7 +49,7 @@ class QXDB_API Relations {
     int shift;
 
     static std::size_t HashOf(ITR itr, int shift) {
-      return static_cast<std::size_t>((itr >> 2) * 0x9E3779B97F4A7C15u >> shift);
+      return static_cast<std::size_t>(itr * 0x9E3779B97F4A7C15u >> shift);
     }
     /// In its lowest bit.
     std::uint64_t Bit(ITR itr) const {
@@ -81,9 +81,10 @@ class QXDB_API FormerKeys {
   /// Of the rows' pool and its targets', as far as the step changed them.
   FormerKeys(const DPoolBase& pool, const Row& row, const DPoolBase& targets, const Step& step);
 
-  bool Changed() const { return changed_; }
-  /// Whether the step touched the record.
-  bool Touched(ITR item) const { return touched_.contains(item); }
+  /// Whether a target has left a key that it had: otherwise nothing follows.
+  bool Changed() const { return !moved_.empty() || !gone_.empty(); }
+  /// The records and targets that the step touched.
+  const std::unordered_set<ITR>& Touched() const { return touched_; }
   /// The target that had a key when the step began and has another now; 0 for none.
   ITR RenumberedFrom(Key key) const;
   /// The key that a record should name now. One that kept its member follows the target which had
@@ -102,7 +103,6 @@ class QXDB_API FormerKeys {
   const DPoolBase& pool_;
   const Row& row_;
   const DPoolBase& targets_;
-  bool changed_ = false;
   std::unordered_set<ITR> inserted_;
   std::unordered_set<ITR> touched_;
   std::unordered_map<ITR, Identity> former_;  // of modified and removed records

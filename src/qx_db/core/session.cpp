@@ -167,7 +167,9 @@ int CQXDBSession::ProcessRelations() {
   if (journal_.Mark() > 0) recording_ = true;  // repairs belong to what they repair
   for (DPoolBase* pool : order_) pool->edited_flags_ = pool->change_flags_;
   std::size_t seen = 0;
-  int kept = 1;
+  // Of what is final in the step nobody knows what it touched.
+  int kept = !journal_.IsOpen() || journal_.HasFinal() ||
+             belongings_->RemoveOrphans(journal_.Current()) || rehearsing_;
   for (round_ = 1; kept && round_ <= kMaxRounds && journal_.Mark() != seen; ++round_) {
     seen = journal_.Mark();
     for (DPoolBase* pool : order_) {

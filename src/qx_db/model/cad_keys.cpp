@@ -25,7 +25,7 @@ class KeyWriter {
 
   ITR Add(std::int32_t type, int number, int body, ITR geometry) {
     tagTGKey key;
-    key.key = keys_.GetNewKey();
+    key.key = keys_.Set().GetFreeKey();
     key.instance = instance_;
     key.body = body;
     key.SetItem(type, number);
@@ -68,7 +68,7 @@ Result<CadInstance> AddCadGeometry(CQXDBSession& session, const ICADSession& cad
     ITR& itr = object_of[body];
     if (itr == 0) {
       tagTGeom geometry;
-      geometry.key = objects.GetNewKey();
+      geometry.key = objects.Set().GetFreeKey();
       geometry.name.Set(ObjectName(name) + Utf16(std::to_string(body)));
       geometry.item_handle = body;
       itr = objects.InsertNU(geometry);

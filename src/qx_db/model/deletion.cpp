@@ -89,7 +89,8 @@ class Account {
     ITR cause = 0;
   };
 
-  bool IsRemoved(ITR item) const { return removed_.contains(item); }
+  /// By the deletion, or by the open step before it.
+  bool IsGone(ITR item) const { return removed_.contains(item) || KeyedSetBase::IsRemoved(item); }
 
   /// The sets that were asked for list what goes with them.
   void LearnLists() {
@@ -97,7 +98,8 @@ class Account {
       for (const Row* row : session_.GetDataPool(code::kMset)->GetSchema().References()) {
         if (!row->IsArray()) continue;
         FindTarget(*row, set.item, [&](ITR item) {
-          if (IsRemoved(item)) listed_.try_emplace(item, Reason{row, code::kMset, set.item});
+          if (removed_.contains(item))
+            listed_.try_emplace(item, Reason{row, code::kMset, set.item});
           return false;
         });
       }
@@ -114,8 +116,19 @@ class Account {
   }
 
   Reason ByReference(const Row& row, ITR item) const {
-    const ITR cause = FindTarget(row, item, [this](ITR target) { return IsRemoved(target); });
+    ITR cause = FindTarget(row, item, [this](ITR target) { return removed_.contains(target); });
+    if (!cause) cause = FindTarget(row, item, [this](ITR target) { return IsGone(target); });
     return cause ? Reason{&row, row.target, cause} : Reason{};
+  }
+
+  /// A changed member goes by what it names, or by what the list names beside which it stands.
+  Reason WhyChanged(const Schema& schema, const Row& row, ITR item) const {
+    Reason why = row.target ? ByReference(row, item) : ByKey(row, item);
+    for (const Row* list : schema.References()) {
+      if (why.cause || row.offset == 8) break;
+      if (list->beside == row.offset || list->lock == row.offset) why = ByReference(*list, item);
+    }
+    return why;
   }
 
   Reason WhyRemoved(std::uint16_t type, ITR item) const {
@@ -145,7 +158,8 @@ class Account {
 
   void TellChanged(const RecordChange& change) {
     const TStructBase& record = *KeyedSetBase::RecordAt(change.item);
-    for (const Row* row : session_.GetDataPool(change.type)->GetSchema().References()) {
+    const Schema& schema = session_.GetDataPool(change.type)->GetSchema();
+    for (const Row* row : schema.References()) {
       if (row->on_removal != OnRemoval::kReset || !row->reset.counts(record)) continue;
       const Reason why = ByReference(*row, change.item);
       if (!why.cause) continue;
@@ -153,7 +167,7 @@ class Account {
       return;
     }
     for (const Row* row : change.members) {
-      const Reason why = row->target ? ByReference(*row, change.item) : ByKey(*row, change.item);
+      const Reason why = WhyChanged(schema, *row, change.item);
       result_.push_back({change.type, change.item, Effect::kChanged, row, why.type, why.cause});
     }
   }
@@ -167,30 +181,95 @@ class Account {
   std::unordered_set<ITR> told_;
 };
 
-/// The elements whose orientation is another now, with their axes.
-std::vector<Turn> AxesAfter(const CQXDBSession& session, const std::vector<RecordChange>& changes) {
+/// What an edit would do, without what the step that is open would end with anyway.
+class Forecast {
+ public:
+  std::vector<RecordChange> changes;
+  std::vector<Blocker> blockers;
   std::vector<Turn> turns;
-  const auto& elements = Pool<tagTElem>(session);
-  for (const RecordChange& change : changes) {
-    if (change.type != code::kEcrd || change.operation != tagTRNotify::kModified) continue;
-    const ITR element = elements.Find(KeyOf(change.item));
-    if (!element) continue;
-    Turn& turn = turns.emplace_back();
-    turn.element = element;
-    turn.will_have_axes = elements.GetElemLocalVector(element, turn.after) != 0;
-  }
-  return turns;
-}
 
-/// Keeps those that the axes before tell to be turned.
-void CompareAxes(const CQXDBSession& session, std::vector<Turn>& turns) {
-  const auto& elements = Pool<tagTElem>(session);
-  std::erase_if(turns, [&](Turn& turn) {
-    turn.has_axes = elements.GetElemLocalVector(turn.element, turn.before) != 0;
-    return turn.has_axes == turn.will_have_axes &&
-           std::equal(&turn.before[0][0], &turn.before[0][0] + 9, &turn.after[0][0]);
-  });
-}
+  Forecast(const CQXDBSession& session, const SessionEdit& edit) : session_(session) {
+    const bool within_a_step = Rehearsal::IsWithinAStep(session);
+    {
+      Rehearsal rehearsal(session);
+      edit(rehearsal.Session());
+      rehearsal.Settle();
+      changes = rehearsal.Changes();
+      blockers = BlockersOf(rehearsal);
+      TellAxesAfter();
+      if (within_a_step) KeepOutcome();
+    }
+    if (!within_a_step) {
+      CompareAxes();
+      return;
+    }
+    Rehearsal anyway(session);
+    anyway.Settle();
+    for (const Blocker& blocker : BlockersOf(anyway)) std::erase(blockers, blocker);
+    LeaveOut(anyway.Changes());
+    CompareAxes();
+  }
+
+ private:
+  static std::vector<Blocker> BlockersOf(const Rehearsal& rehearsal) {
+    std::vector<Blocker> blockers;
+    for (const Message& message : rehearsal.Refusals()) {
+      if (message.severity != Severity::kRefusal) continue;
+      blockers.push_back({message.key, message.arguments});
+    }
+    return blockers;
+  }
+
+  /// What belongs to an element may turn it. It is found while that is as it will be.
+  void TellAxesAfter() {
+    const auto& elements = Pool<tagTElem>(session_);
+    std::unordered_set<ITR> told;
+    for (const RecordChange& change : changes) {
+      const Row& key = session_.GetDataPool(change.type)->GetSchema().Rows().front();
+      const ITR element = key.key_of == code::kElem ? elements.Find(KeyOf(change.item)) : 0;
+      if (!element || !told.insert(element).second) continue;
+      Turn& turn = turns.emplace_back();
+      turn.element = element;
+      turn.will_have_axes = elements.GetElemLocalVector(element, turn.after) != 0;
+    }
+  }
+
+  /// Keeps those that the axes before tell to be turned.
+  void CompareAxes() {
+    const auto& elements = Pool<tagTElem>(session_);
+    std::erase_if(turns, [&](Turn& turn) {
+      turn.has_axes = elements.GetElemLocalVector(turn.element, turn.before) != 0;
+      return turn.has_axes == turn.will_have_axes &&
+             (!turn.has_axes ||
+              std::equal(&turn.before[0][0], &turn.before[0][0] + 9, &turn.after[0][0]));
+    });
+  }
+
+  void KeepOutcome() {
+    for (const RecordChange& change : changes) {
+      if (change.operation != tagTRNotify::kModified) continue;
+      outcome_.emplace(change.item, session_.GetDataPool(change.type)->CopyRecord(change.item));
+    }
+  }
+
+  /// Leaves out what happens to records without the edit as well; they are as that leaves them.
+  void LeaveOut(const std::vector<RecordChange>& anyway) {
+    std::unordered_map<ITR, std::uint16_t> known;
+    for (const RecordChange& change : anyway) known.emplace(change.item, change.operation);
+    std::erase_if(changes, [&](RecordChange& change) {
+      const auto found = known.find(change.item);
+      if (found == known.end()) return false;
+      if (found->second == tagTRNotify::kRemoved) return true;
+      if (change.operation != tagTRNotify::kModified) return false;
+      change.members = Differences(session_.GetDataPool(change.type)->GetSchema(),
+                                   *outcome_.at(change.item), *KeyedSetBase::RecordAt(change.item));
+      return change.members.empty();
+    });
+  }
+
+  const CQXDBSession& session_;
+  std::unordered_map<ITR, std::unique_ptr<TStructBase>> outcome_;  // of modified records
+};
 
 }  // namespace
 
@@ -208,23 +287,15 @@ DeletionPreview PreviewDeletion(const CQXDBSession& session, std::uint16_t type,
   for (const ITR item : items) {
     if (item && !KeyedSetBase::IsRemoved(item)) asked.push_back(item);
   }
-  DeletionPreview preview;
-  if (asked.empty()) return preview;
-  std::vector<RecordChange> changes;
-  {
-    Rehearsal rehearsal(session);
-    RemoveAsked(rehearsal.Session(), type, asked);
-    rehearsal.Settle();
-    changes = rehearsal.Changes();
-    preview.turns = AxesAfter(session, changes);
-    for (const Message& refusal : rehearsal.Refusals()) {
-      if (refusal.severity != Severity::kRefusal) continue;
-      preview.blockers.push_back({refusal.key, refusal.arguments});
-    }
-  }
-  CompareAxes(session, preview.turns);
-  preview.consequences = Account(session, type, asked, changes).Tell();
-  return preview;
+  if (asked.empty()) return {};
+  Forecast forecast(session,
+                    [&](CQXDBSession& rehearsed) { return RemoveAsked(rehearsed, type, asked); });
+  return {Account(session, type, asked, forecast.changes).Tell(), std::move(forecast.blockers),
+          std::move(forecast.turns)};
+}
+
+std::vector<Turn> TurnsOf(const CQXDBSession& session, const SessionEdit& edit) {
+  return std::move(Forecast(session, edit).turns);
 }
 
 /// Nodes go only where they are asked for, so that only then an element can lose one of its

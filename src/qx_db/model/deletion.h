@@ -8,6 +8,7 @@
 // Threads: the one that drives the session; previews and uses keep an index in it, so that on a
 // snapshot, too, they are for one at a time.
 
+#include <functional>
 #include <span>
 #include <string>
 #include <vector>
@@ -29,7 +30,7 @@ struct Consequence {
   ITR item = 0;
   Effect effect = Effect::kRemoved;
   /// The member that refers to what was removed, or that changes; null for what was asked for, and
-  /// for what goes because it is keyed by an element.
+  /// for what goes because it is keyed by another record.
   const Row* row = nullptr;
   std::uint16_t cause_type = 0;  ///< the removed record that brings it about; 0 when asked for
   ITR cause = 0;
@@ -40,10 +41,11 @@ struct Consequence {
 struct Blocker {
   std::string text;
   std::vector<std::string> arguments;
+  friend bool operator==(const Blocker&, const Blocker&) = default;
 };
 
-/// A line element whose axes a deletion turns, because what its orientation refers to goes. Rows
-/// are the unit vectors of local x, y and z.
+/// An element whose local axes an edit turns, because its orientation or special property goes, or
+/// loses what it refers to. Rows are the unit vectors of local x, y and z.
 struct Turn {
   ITR element = 0;
   bool has_axes = false;  ///< before; where it had none, these are zero
@@ -57,7 +59,7 @@ struct QXDB_API DeletionPreview {
   /// come first; causes come before what they bring about.
   std::vector<Consequence> consequences;
   std::vector<Blocker> blockers;
-  /// The elements that it turns, in the order of their orientations above.
+  /// The elements that it turns, each once.
   std::vector<Turn> turns;
 
   /// The removed records of a pool.
@@ -65,10 +67,18 @@ struct QXDB_API DeletionPreview {
 };
 
 /// What DeleteRecords would do, by a rehearsal: no trace is left, but nobody else may use the
-/// session meanwhile. Records that are null or removed already are passed over. Cost: that of the
-/// deletion, a few times over at most.
+/// session meanwhile. Records that are null or removed already are passed over. In an open step
+/// that is what would follow at its end and would not without the deletion. Cost: that of the
+/// deletion, a few times over at most, and in an open step that of ending it.
 QXDB_API DeletionPreview PreviewDeletion(const CQXDBSession& session, std::uint16_t type,
                                          std::span<const ITR> items);
+
+/// An edit of a session; 0 where it fails.
+using SessionEdit = std::function<int(CQXDBSession&)>;
+
+/// The elements that would stay and be turned by an edit, whatever else it does: all that deletes
+/// asks here, or a preview, before it does so. By a rehearsal, as above.
+QXDB_API std::vector<Turn> TurnsOf(const CQXDBSession& session, const SessionEdit& edit);
 
 /// Whether the orientations of the elements that stay allow a deletion: 0, with a message, where it
 /// takes the reference node of one.

@@ -26,7 +26,7 @@ class NodeCopies {
     ITR& copy = copies_[{node, property}];
     if (copy == 0) {
       tagTNode record = nodes_.GetAtNU(node);
-      record.key = nodes_.GetNewKey();
+      record.key = nodes_.Set().GetFreeKey();
       copy = nodes_.InsertNU(record);
     }
     return copy;

@@ -53,12 +53,9 @@ int DPoolMset::Delete(std::span<const ITR> sets, ITR emptied) {
   if (!HoldsAll(sets)) return 0;
   const Orphans orphans = FindOrphans(sets, emptied);
   if (!MayDelete(orphans) && !GetSession()->IsRehearsing()) return 0;
-  std::map<Key, Key> parent_of_gone;
   for (const ITR set : sets) {
-    parent_of_gone.emplace(GetAtNU(set).key, GetAtNU(set).parent_key);
     if (!Remove(set)) return 0;
   }
-  if (!PassUp(parent_of_gone)) return 0;
   if (emptied) {
     tagTMset kept = GetAtNU(emptied);
     kept.nodes.RemoveAll();
@@ -103,26 +100,6 @@ int DPoolMset::DeleteMesh(const Orphans& orphans) {
          orphans.nodes.ForEach(remove_from(*GetSession()->GetDataPool(code::kNode)));
 }
 
-Key DPoolMset::Survivor(Key key, const std::map<Key, Key>& parent_of_gone) {
-  for (std::size_t step = 0; step <= parent_of_gone.size(); ++step) {
-    const auto gone = parent_of_gone.find(key);
-    if (gone == parent_of_gone.end()) return key;
-    key = gone->second;
-  }
-  return 0;  // they are a ring
-}
-
-int DPoolMset::PassUp(const std::map<Key, Key>& parent_of_gone) {
-  for (ITR pos = GetHeadPosition(); pos; Next(pos)) {
-    const Key parent = Survivor(GetAtNU(pos).parent_key, parent_of_gone);
-    if (parent == GetAtNU(pos).parent_key) continue;
-    tagTMset child = GetAtNU(pos);
-    child.parent_key = parent;
-    if (!SetAtNU(pos, child)) return 0;
-  }
-  return 1;
-}
-
 // ---- empty sets ---------------------------------------------------------------------------------
 
 int DPoolMset::TR_Del_EmptyMset() {
@@ -162,15 +139,13 @@ int DPoolMset::DeleteEmptyBelow(std::span<const ITR> roots) {
       }
     }
   }
-  std::map<Key, Key> parent_of_gone;
   const ITR kept = DefaultItr();
   for (auto set = order.rbegin(); set != order.rend(); ++set) {
     const tagTMset& record = GetAtNU(*set);
     if (*set == kept || !record.nodes.IsEmpty() || !record.elements.IsEmpty()) continue;
-    parent_of_gone.emplace(record.key, record.parent_key);
     if (!Remove(*set)) return 0;
   }
-  return PassUp(parent_of_gone);
+  return 1;
 }
 
 }  // namespace qx

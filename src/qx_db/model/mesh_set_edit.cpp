@@ -1,6 +1,7 @@
 // What mesh sets list: adding, taking away, merging, and bringing the lists in line with the mesh.
 
 #include <algorithm>
+#include <map>
 #include <unordered_set>
 #include <vector>
 
@@ -46,6 +47,16 @@ TArray<ITR> Without(const DPoolBase& pool, const TArray<ITR>& list, const TArray
     if (!marks.Has(item)) rest.Add(item);
   }
   return rest;
+}
+
+/// The set of that key, or the nearest set above it that is not gone; 0 for none.
+Key Survivor(Key key, const std::map<Key, Key>& parent_of_gone) {
+  for (std::size_t step = 0; step <= parent_of_gone.size(); ++step) {
+    const auto gone = parent_of_gone.find(key);
+    if (gone == parent_of_gone.end()) return key;
+    key = gone->second;
+  }
+  return 0;  // they are a ring
 }
 
 }  // namespace

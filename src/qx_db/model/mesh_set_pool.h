@@ -24,7 +24,8 @@ struct ImportReport;
 ///
 /// When a step ends, dead nodes, elements and geometry leave the sets; the children of a set that
 /// died go up to its parent, those of a renumbered set follow it; and a step that would make a set
-/// its own ancestor is refused, and so is one that gives the default mesh set another key.
+/// its own ancestor is refused, and so is one that gives the default mesh set another key. It may
+/// be deleted like any other; AddDefault makes it anew.
 ///
 /// Operations give 1 for success and 0 for failure. TR_ ones, and those that say so, are one
 /// undoable step that joins a transaction that is open and, while the session records, leave
@@ -169,10 +170,6 @@ class QXDB_API DPoolMset : public DPoolPlain<tagTMset> {
   int DeleteEmptyBelow(std::span<const ITR> roots);
   int MergeInto(ITR into, std::span<const ITR> others);
   int Rebuild(bool gather);
-  /// The set of that key, or the nearest set above it that is not gone; 0 for none.
-  static Key Survivor(Key key, const std::map<Key, Key>& parent_of_gone);
-  /// Gives the children of sets that are gone to the nearest set above that is not.
-  int PassUp(const std::map<Key, Key>& parent_of_gone);
 
   bool AreNamesKnown() const { return names_revision_ == Set().Revision(); }
   void NoteName(std::u16string_view name);

@@ -1,6 +1,8 @@
 // What happens to mesh sets when a step ends, beyond what their rows say.
 
+#include <algorithm>
 #include <unordered_map>
+#include <vector>
 
 #include "qx_db/core/relations.h"
 #include "qx_db/core/session.h"
@@ -14,15 +16,17 @@ namespace {
 /// A set that the step touched and that is its own ancestor; 0 when there is none. Rings that were
 /// there before, as a file may bring them, are none of the step's business.
 ITR FindRing(const DPoolMset& sets, const FormerKeys& step) {
-  std::unordered_map<ITR, ITR> walk_of;  // by set: from where it was first walked over
-  for (ITR start = sets.GetHeadPosition(); start; sets.Next(start)) {
-    if (!step.Touched(start)) continue;
+  std::vector<ITR> touched(step.Touched().begin(), step.Touched().end());
+  std::sort(touched.begin(), touched.end());  // so that always the same one is named
+  std::unordered_map<ITR, ITR> walk_of;       // by set: from where it was first walked over
+  for (const ITR start : touched) {
+    if (KeyedSetBase::IsRemoved(start)) continue;
     ITR at = start;
     while (at && walk_of.emplace(at, start).second) at = sets.Find(sets.GetAtNU(at).parent_key);
     if (!at || walk_of[at] != start) continue;
     ITR on_ring = at;
     do {
-      if (step.Touched(on_ring)) return on_ring;
+      if (step.Touched().contains(on_ring)) return on_ring;
       on_ring = sets.Find(sets.GetAtNU(on_ring).parent_key);
     } while (on_ring != at);
   }

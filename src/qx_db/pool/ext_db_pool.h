@@ -83,7 +83,7 @@ class QXDB_API DPoolExtDB : public DPool<T>, public IExternalStore {
   /// `key` when it is positive and free, otherwise a new one.
   Key FreeKey(Key key) {
     if (this->IsEmpty()) this->ResetMinMaxKey();
-    return key > 0 && !this->Find(key) ? key : this->GetNewKey();
+    return key > 0 && !this->Find(key) ? key : this->Set().GetFreeKey();
   }
 
   std::unique_ptr<ExternalRecords> outside_;

@@ -134,6 +134,12 @@ class QXDB_API KeyedSetBase {
   /// largest key, gives a negative number. Expected constant time where keys are dense: a full
   /// range is known by its count, and a run of used keys once walked is remembered.
   Key GetNewKeyUp(Key start) const;
+  /// The key for a new record: above all, or, once the largest is in use, the smallest free one
+  /// from 1 on. Negative where there is none.
+  Key GetFreeKey() const {
+    const Key next = GetNewKey();
+    return next > 0 ? next : GetNewKeyUp(1);
+  }
   std::uint32_t GetParamIdx(ITR pos) const { return StateOf(pos) & kParamMask; }
   void SetParamIdx(ITR pos, std::uint32_t index) {
     SetState(pos, (StateOf(pos) & ~kParamMask) | (index & kParamMask));

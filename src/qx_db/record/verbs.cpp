@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <cstring>
+#include <limits>
 
 namespace qx {
 
@@ -333,6 +335,61 @@ std::vector<const Row*> Differences(const Schema& schema, const TStructBase& a,
     }
     if (!equal) rows.push_back(&row);
   }
+  return rows;
+}
+
+namespace {
+
+/// Whether two numbers of a category differ by no more than what a conversion to the model's units
+/// and the number that came by another one may have rounded away.
+bool IsRounding(const CQXUnitCtrl& units, int category, double a, double b) {
+  const double zero = units.In(category, 0);
+  if (zero == 0 && units.In(category, 1) == 1) return false;  // nothing is converted
+  // Temperatures are counted from absolute zero in between, at most so far off.
+  constexpr double kFarthestZero = 460;
+  constexpr double kUnits = 8;
+  double largest = std::max(std::abs(a), std::abs(b));
+  if (category == unit::kTemperature) largest += kFarthestZero;
+  return std::abs(a - b) <= kUnits * std::numeric_limits<double>::epsilon() * largest;
+}
+
+bool IsSameButForRounding(const Row& row, const TStructBase& a, const TStructBase& b,
+                          const CQXUnitCtrl& units) {
+  if ((row.unit.category <= unit::kNone && !row.unit.category_at) || row.unit.listed_only) {
+    return false;
+  }
+  const char* x = Bytes(a) + row.offset;
+  const char* y = Bytes(b) + row.offset;
+  std::int64_t elements = 1;
+  if (row.IsArray()) {
+    elements = ArrayAt(Bytes(a), row).count;
+    if (elements != ArrayAt(Bytes(b), row).count) return false;
+    x = static_cast<const char*>(ArrayAt(Bytes(a), row).data);
+    y = static_cast<const char*>(ArrayAt(Bytes(b), row).data);
+  }
+  const auto size = static_cast<std::size_t>(row.IsArray() ? row.element_size : row.size);
+  std::vector<char> element(size);
+  for (; elements > 0; --elements, x += size, y += size) {
+    std::memcpy(element.data(), x, size);
+    ForEachUnitNumber(row, [&](int number, std::int32_t offset) {
+      const int category = CategoryOf(row, a, number);
+      const auto there = LoadAt<double>(y + offset);
+      if (category > unit::kNone &&
+          IsRounding(units, category, LoadAt<double>(x + offset), there)) {
+        StoreAt(element.data() + offset, there);
+      }
+    });
+    if (std::memcmp(element.data(), y, size) != 0) return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+std::vector<const Row*> Differences(const Schema& schema, const TStructBase& a,
+                                    const TStructBase& b, const CQXUnitCtrl& units) {
+  std::vector<const Row*> rows = Differences(schema, a, b);
+  std::erase_if(rows, [&](const Row* row) { return IsSameButForRounding(*row, a, b, units); });
   return rows;
 }
 

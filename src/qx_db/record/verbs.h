@@ -114,6 +114,11 @@ QXDB_API std::vector<const Row*> LeftUnconverted(const Schema& schema, const TSt
 QXDB_API std::vector<const Row*> Differences(const Schema& schema, const TStructBase& a,
                                              const TStructBase& b);
 
+/// The same of records of which one has been converted In by `units`: numbers that this converts
+/// are equal where they differ by no more than a few units of its rounding, all others bit for bit.
+QXDB_API std::vector<const Row*> Differences(const Schema& schema, const TStructBase& a,
+                                             const TStructBase& b, const CQXUnitCtrl& units);
+
 // ---- gateway (defined in gateway/) --------------------------------------------------------------
 
 QXDB_API bool GatewayWrite(const Schema& schema, const TStructBase& record, dbgateway::Record& to);

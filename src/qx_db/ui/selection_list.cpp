@@ -20,7 +20,7 @@ template <class T>
 ITR Named(DPoolBase& pool, std::u16string_view name) {
   auto& typed = static_cast<typename PoolOf<T>::type&>(pool);
   T record;
-  record.key = typed.GetNewKey();
+  record.key = typed.Set().GetFreeKey();
   record.name.Set(name);
   return typed.InsertNU(record);
 }
