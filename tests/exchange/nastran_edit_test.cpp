@@ -1,0 +1,412 @@
+// Nastran decks whose model changed: every number follows, what has no place is told, and what is
+// written reads as the model that it was written of.
+
+#include <algorithm>
+#include <cmath>
+#include <fmt/format.h>
+#include <functional>
+#include <gtest/gtest.h>
+#include <map>
+#include <random>
+#include <set>
+
+#include "qx_db/platform/file.h"
+#include "qx_db/qx_db.h"
+
+#include "exchange/nastran/nas_values.h"
+#include "exchange/transfer.h"
+#include "host/records.h"
+#include "host/session.h"
+#include "tests/scratch_folder.h"
+
+namespace qx::exchange {
+namespace {
+
+/// A model in a folder of its own.
+class Model {
+ public:
+  void Import(const std::string& deck, const std::string& name = "in.bdf") {
+    ASSERT_TRUE(WriteWholeFile(folder_.Path(name), deck));
+    LossReport report;
+    ImportOptions options;
+    options.set_model_units = true;
+    ASSERT_EQ(ImportFile(session_, folder_.Path(name), options, report).Line(), "") << deck;
+    told_in_ = Lines(report);
+    ASSERT_EQ(session_.Validate(), "");
+  }
+  std::string Export() {
+    LossReport report;
+    const std::string path = folder_.Path("out.bdf");
+    EXPECT_EQ(ExportFile(session_, path, {}, report).Line(), "");
+    told_out_ = Lines(report);
+    return ReadWholeFile(path).operator*();
+  }
+  /// Changes a record, or several, in one step.
+  void Edit(const std::function<void()>& edit) {
+    CTransaction step(&session_);
+    step.Begin(u"edit");
+    edit();
+    ASSERT_TRUE(step.Commit());
+  }
+  template <class T>
+  void Change(Key key, const std::function<void(T&)>& change) {
+    DPoolBase& pool = *host::PoolFor<T>(&session_);
+    const ITR at = pool.Find(key);
+    ASSERT_NE(at, 0u) << key;
+    T record = *static_cast<const T*>(KeyedSetBase::RecordAt(at));
+    change(record);
+    ASSERT_TRUE(pool.SetAtNU(at, &record)) << key;
+  }
+  template <class T>
+  void Renumber(Key key, Key to) {
+    Change<T>(key, [to](T& record) { record.key = to; });
+  }
+  template <class T>
+  void Remove(Key key) {
+    DPoolBase& pool = *host::PoolFor<T>(&session_);
+    ASSERT_TRUE(pool.Remove(pool.Find(key))) << key;
+  }
+  CQXDBSession& Session() { return session_; }
+  const std::string& ToldIn() const { return told_in_; }
+  const std::string& ToldOut() const { return told_out_; }
+
+ private:
+  static std::string Lines(const LossReport& report) {
+    std::string lines;
+    for (const std::string& line : report.Lines()) lines += line + '\n';
+    return lines;
+  }
+
+  const ScratchFolder folder_;
+  CQXDBSession session_{host::SetUpModel};
+  std::string told_in_;
+  std::string told_out_;
+};
+
+// ---- cases --------------------------------------------------------------------------------------
+
+/// Nodes 1 to 9 on a line, a quadrilateral, rods, and what a case adds.
+std::string DeckWith(const std::string& cards, const std::string& control = "") {
+  std::string deck = "SOL 101\nCEND\n" + control + "BEGIN BULK\n";
+  for (int i = 1; i < 10; ++i) {
+    deck +=
+        fmt::format("GRID    {:<16}{:<8}{:<8}0.\n", i, fmt::format("{}.", i), i % 2 ? "0." : "1.");
+  }
+  deck += "CQUAD4  1       1       1       2       3       4\n";
+  for (int i = 2; i < 6; ++i) deck += fmt::format("CROD    {:<8}2       {:<8}{}\n", i, i, i + 1);
+  return deck + "PSHELL  1       1       .1      1\nPROD    2       1       .2\n" +
+         "MAT1    1       2.+11           .3\n" + cards + "ENDDATA\n";
+}
+
+struct Case {
+  const char* name;
+  std::string deck;
+  std::function<void(Model&)> edit;
+  std::vector<std::string> has;      ///< lines of the deck that comes out
+  std::vector<std::string> has_not;  ///< texts that are not in it
+  std::vector<std::string> told;     ///< in the report
+};
+
+const auto kNothing = [](Model&) {};
+void RenumberNode2(Model& model) { model.Renumber<tagTNode>(2, 2000); }
+void RemoveNode9(Model& model) { model.Remove<tagTNode>(9); }
+void RemoveRod3(Model& model) { model.Remove<tagTElem>(3); }
+void RenumberRod3(Model& model) { model.Renumber<tagTElem>(3, 300); }
+
+std::vector<Case> Cases() {
+  const std::string system =
+      "CORD2R  5               1.      0.      0.      1.      0.      1.\n"
+      "        2.      0.      0.\n";
+  return {
+      // Lists and ranges.
+      {"SingleInList",
+       DeckWith("SPC1    1       123     2       7\n"),
+       RenumberNode2,
+       {"SPC1    1       123     2000    7"},
+       {},
+       {}},
+      {"RangeStaysWhereItIsRight",
+       DeckWith("SPC1    1       123     3       THRU    8\n"),
+       RenumberNode2,
+       {"SPC1    1       123     3       THRU    8"},
+       {},
+       {}},
+      {"RangeIsDivided",
+       DeckWith("SPC1    1       123     1       THRU    9\n"),
+       RenumberNode2,
+       {"SPC1    1       123     1       2000", "SPC1    1       123     3       THRU    9"},
+       {"1       THRU    9\n"},
+       {}},
+      {"RangeWithoutTheNewcomer",
+       DeckWith("SPC1    1       123     1       THRU    8\n"),
+       [](Model& model) {
+         model.Renumber<tagTNode>(4, 40);
+         model.Renumber<tagTNode>(9, 4);
+       },
+       {"SPC1    1       123     1       THRU    3", "SPC1    1       123     5       THRU    8",
+        "SPC1    1       123     40"},
+       {},
+       {}},
+      {"RangeByStep",
+       DeckWith("SET1    7       1       THRU    9       BY      2\n"),
+       [](Model& model) { model.Renumber<tagTNode>(5, 50); },
+       {"SET1    7       1       3       7       9       50"},
+       {},
+       {}},
+      {"LoadRange",
+       DeckWith("PLOAD4  1       2       5.                              THRU    5\n"),
+       RenumberRod3,
+       {"PLOAD4  1       2       5.", "PLOAD4  1       300     5.", "PLOAD4  1       4       5.",
+        "PLOAD4  1       5       5."},
+       {"THRU"},
+       {}},
+      {"GoneInList",
+       DeckWith("SPC1    1       123     8       9\n"),
+       RemoveNode9,
+       {"SPC1    1       123     8"},
+       {},
+       {"numbers of what is gone were taken out of SPC1 cards: 1"}},
+      {"GoneCards",
+       DeckWith("FORCE   1       9               1.      1.      0.      0.\n"
+                "PLOAD4  1       3       5.\nSPC1    1       123     9\n"
+                "MPC     1       8       1       1.      9       1       -1.\n"
+                "SPC     1       9       123     0.      8       123     0.\n"),
+       [](Model& model) {
+         RemoveNode9(model);
+         RemoveRod3(model);
+       },
+       {"SPC     1                               8       123     0."},
+       {"FORCE", "PLOAD4", "SPC1", "MPC"},
+       {"FORCE cards were left out: 1", "PLOAD4 cards were left out: 1", "first: line"}},
+      {"Rbe3",
+       DeckWith("RBE3    99              1       123     1.      123     2       3\n"
+                "        2.      12      4       9       UM      2       3       5\n"
+                "        6\n"),
+       [](Model& model) {
+         RenumberNode2(model);
+         RemoveNode9(model);
+       },
+       {"RBE3    99              1       123     1.      123     2000    3",
+        "        2.      12      4               UM      2000    3       5"},
+       {},
+       {}},
+      {"Mpc",
+       DeckWith("MPC     1       2       1       1.      3       1       -1.\n"
+                "                2       2       1.\n"),
+       RenumberNode2,
+       {"MPC     1       2000    1       1.      3       1       -1.",
+        "                2000    2       1."},
+       {},
+       {}},
+      {"FreeFieldBeyondEightFields",
+       DeckWith("RBE2,50,1,123,2,3,4,5,6,7,8,9\n"),
+       RenumberNode2,
+       {"RBE2,50,1,123,2000,3,4,5,6,7,8,9"},
+       {},
+       {}},
+      {"NinthFieldThatIsNoLabel",
+       DeckWith("RBE2,50,1,123,3,4,5,6,7,2\n"),
+       RenumberNode2,
+       {"RBE2,50,1,123,3,4,5,6,7,2000"},
+       {},
+       {}},
+      {"PlotelWithTheNumberOfAnother",
+       DeckWith("PLOTEL  2       2       3\n"),
+       RenumberNode2,
+       {"PLOTEL  2       2000    3"},
+       {},
+       {}},
+      {"CarriedElementMakesRoom",
+       DeckWith("RBAR    7       1       2\n"),
+       [](Model& model) { model.Renumber<tagTElem>(3, 7); },
+       {"CROD    7       2       3       4", "RBAR    8       1       2"},
+       {},
+       {"numbers of RBAR cards, which only their text has, were changed: 1"}},
+      {"UnknownCardsAreTold",
+       DeckWith("WEIRD   1       2\n"),
+       RenumberNode2,
+       {"WEIRD   1       2"},
+       {},
+       {"WEIRD cards were not checked against renumbering: 1"}},
+      // Systems.
+      {"SystemByAngles",
+       DeckWith(system),
+       [](Model& model) {
+         model.Change<tagTCord>(5, [](tagTCord& cord) {
+           cord.method = tagTCord::kByAngles;
+           cord.origin = {3, 0, 0};
+           cord.rotation_deg = {0, 0, 90};
+         });
+       },
+       {"CORD2R  5               3.      0.      0.      3.      0.      1.",
+        "        3.      1.      0."},
+       {},
+       {}},
+      {"SystemByXAndPlane",
+       DeckWith(system),
+       [](Model& model) {
+         model.Change<tagTCord>(5, [](tagTCord& cord) {
+           cord.plane = 0;
+           cord.axis_point = {1, 1, 0};
+           cord.plane_point = {0, 0, 0};
+         });
+       },
+       {"CORD2R  5               1.      0.      0.      1.      0.      1.",
+        "        1.      1.      0."},
+       {},
+       {}},
+      {"NodesOfASystemRenumbered",
+       DeckWith("CORD1R  5       1       2       3\n"),
+       RenumberNode2,
+       {"CORD1R  5       1       2000    3"},
+       {},
+       {}},
+      {"NodesOfASystemMoved",
+       DeckWith("CORD1R  5       1       2       3       6       1       3"
+                "       4\n"),
+       [](Model& model) { model.Change<tagTNode>(2, [](tagTNode& node) { node.position.z = 5; }); },
+       {"CORD2R  5               1.      0.      0.      2.      1.      0.",
+        "CORD1R  6       1       3       4"},
+       {},
+       {"CORD1R cards were written by their points: 1"}},
+      {"SystemRenumbered",
+       DeckWith(system + "GRID    20      5       1.      1.      1.      5\n"
+                         "FORCE   1       1       5       1.      1.\n"),
+       [](Model& model) { model.Renumber<tagTCord>(5, 55); },
+       {"CORD2R  55", "GRID    20      55      1.      1.      1.      55",
+        "FORCE   1       1       55      1.      1."},
+       {},
+       {}},
+      // Fields that only the text has, and precision.
+      {"MovedFieldByField",
+       DeckWith("GRID*   30                              .300\n*       "
+                "        4.50\n"),
+       [](Model& model) {
+         model.Change<tagTNode>(30, [](tagTNode& node) { node.position.x = 1.0 / 3; });
+       },
+       {"GRID*   30                              .333333333333333", "*               4.50"},
+       {},
+       {}},
+      {"SmallFieldThatIsTooSmall",
+       DeckWith("GRID    31              1.50    2.50    3.50"
+                "            123\n"),
+       [](Model& model) {
+         model.Change<tagTNode>(31, [](tagTNode& node) { node.position.y = 0.0123456789; });
+       },
+       {"GRID*   31                              1.50            0.0123456789",
+        "*       3.50                            123"},
+       {},
+       {}},
+      {"ChangedPropertyKeepsTheRest",
+       DeckWith("PSHELL  9       1       .10     1       2.0     1       .9      .05     -.5\n"),
+       [](Model& model) {
+         model.Change<tagTProp>(9, [](tagTProp& property) { property.thickness = .2; });
+       },
+       {"PSHELL  9       1       0.2     1       2.0     1       .9      .05     -.5"},
+       {},
+       {}},
+      {"PropertyAndMaterialRenumbered",
+       DeckWith("MATS1   1               PLASTIC\n"),
+       [](Model& model) {
+         model.Renumber<tagTProp>(1, 11);
+         model.Renumber<tagTMatl>(1, 101);
+       },
+       {"PSHELL  11      101     .1      101", "MAT1    101     2.+11           .3",
+        "PROD    2       101     .2", "CQUAD4  1       11      1", "MATS1   101"},
+       {},
+       {}},
+      {"ChangesThatACardCannotSay",
+       DeckWith("MAT8    8       1.+11   2.+10   .3      1.+9                    1500.\n"),
+       [](Model& model) {
+         model.Change<tagTMatl>(8, [](tagTMatl& material) {
+           material.density = 1600;
+           material.elastic_modulus = 3e11;
+         });
+       },
+       {"MAT8    8       1.+11   2.+10   .3      1.+9                    1600."},
+       {"MAT1    8"},
+       {"changes of what MAT8 cards describe were left out: 1"}},
+      {"ElementWithoutAProperty",
+       DeckWith("CROD    40              1       2\n"),
+       kNothing,
+       {"CROD    40              1       2"},
+       {},
+       {}},
+      {"DeletedPropertyIsNotInvented",
+       DeckWith(""),
+       [](Model& model) {
+         model.Change<tagTElem>(3, [](tagTElem& element) { element.property = 0; });
+       },
+       {"CROD    3               3       4"},
+       {},
+       {"elements without a property name none in their cards: 1"}},
+      {"Names",
+       DeckWith(""),
+       [](Model& model) {
+         model.Change<tagTProp>(1, [](tagTProp& p) { p.name.Set(u"a \"skin\"\nof two"); });
+       },
+       {"$ Property 1: \"a \\\"skin\\\"\\nof two\""},
+       {},
+       {}},
+      {"FluidAndAbsolute",
+       DeckWith("GRID    50              1.      1.      1.      -1\n"
+                "CONM2   60      1       -1      5.      3.      2.      1.\n"),
+       [](Model& model) {
+         model.Change<tagTNode>(50, [](tagTNode& node) { node.position.x = 4; });
+         model.Change<tagTSprop>(60, [](tagTSprop& mass) { mass.offset.y = 7; });
+       },
+       {"GRID    50              4.      1.      1.      -1",
+        "CONM2   60      1       -1      5.      3.      7.      1."},
+       {},
+       {}},
+      // Sets of the case control.
+      {"SetsFollow",
+       DeckWith("", "SET 1 = 1 THRU 4, 7\nSET 2 = 2,3\nDISP = 1\nSTRESS = 2\n"),
+       [](Model& model) {
+         RenumberNode2(model);
+         RemoveRod3(model);
+       },
+       {"SET 1 = 1, 3, 4, 7, 2000", "SET 2 = 2", "DISP = 1"},
+       {},
+       {}},
+      {"UntouchedSetsStay",
+       DeckWith("", "SET 1 = 1 THRU 4 EXCEPT 3,\n   7\nDISP = 1\n"),
+       kNothing,
+       {"SET 1 = 1 THRU 4 EXCEPT 3,", "   7"},
+       {"$ Set"},
+       {}},
+      {"SetsOfUnknownKindAreTold",
+       DeckWith("", "SET 1 = 1 THRU 4\n"),
+       RenumberNode2,
+       {"SET 1 = 1 THRU 4"},
+       {},
+       {"sets of the case control were not checked"}},
+  };
+}
+
+class NastranEdit : public testing::TestWithParam<Case> {};
+INSTANTIATE_TEST_SUITE_P(All, NastranEdit, testing::ValuesIn(Cases()),
+                         [](const auto& test) { return std::string(test.param.name); });
+
+TEST_P(NastranEdit, ComesOutRight) {
+  Model model;
+  model.Import(GetParam().deck);
+  EXPECT_EQ(model.Export(), GetParam().deck);
+  model.Edit([&] { GetParam().edit(model); });
+  const std::string text = model.Export();
+  for (const std::string& line : GetParam().has) {
+    EXPECT_NE(text.find("\n" + line), std::string::npos) << line << "\n" << text;
+  }
+  for (const std::string& part : GetParam().has_not) {
+    EXPECT_EQ(text.find(part), std::string::npos) << part << "\n" << text;
+  }
+  for (const std::string& part : GetParam().told) {
+    EXPECT_NE(model.ToldOut().find(part), std::string::npos) << part << "\n" << model.ToldOut();
+  }
+  Model again;
+  again.Import(text);
+  EXPECT_EQ(again.Export(), text);
+}
+
+}  // namespace
+}  // namespace qx::exchange
