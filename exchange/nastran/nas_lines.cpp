@@ -41,6 +41,7 @@ bool IsNasLine(std::string_view card) {
 
 NasLineForm NasLineForm::Of(const NasText& text, const NasCard& card, const NasCard* defaults) {
   NasLineForm form;
+  form.fills = false;
   if (card.name == "CONM2") {
     form.is_absolute = DeckInteger(text.FieldText(card, 2)) == -1;
   } else if (card.name != "CBUSH") {
@@ -205,9 +206,12 @@ void AddOrientation(NasFields& card, const NasLineRecords& records, const NasLin
                     const std::array<Key, 2>& nodes, const NasNodeFrames& frames,
                     const NasSystems& systems) {
   tagTEcrd record;
-  if (records.orientation) record = *records.orientation;
   const bool is_bush = card.Name() == "CBUSH";
-  if (is_bush && !records.orientation) {
+  const tagTEcrd* given = records.orientation;
+  const bool is_gone =
+      given && given->method == tagTEcrd::kByNode && given->reference_node == 0;  // its node is
+  if (given && !is_gone) record = *given;
+  if (is_bush ? !given || is_gone : !given && !form.fills) {
     card.Blank(3);
     return;
   }

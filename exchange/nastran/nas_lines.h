@@ -30,7 +30,10 @@ bool IsNasLine(std::string_view card);
 struct NasLineForm {
   std::string ends = "GGG";  ///< OFFT: system of the orientation and of the offset at each end
   bool is_absolute = false;  ///< a mass is given by its place
+  /// A line without an orientation gets the one that the model takes for it.
+  bool fills = true;
 
+  /// Of a card that is there, to which nothing is added.
   static NasLineForm Of(const NasText& text, const NasCard& card, const NasCard* defaults);
 };
 

@@ -198,12 +198,25 @@ class Renewer {
     const NasCard& card = text_.Cards()[index];
     if (now.IsEmpty()) return text_.Remove(index);
     const std::size_t count = std::max(then.Count(), now.Count());
-    bool is_same = then.Name() == now.Name();
-    for (std::size_t f = 0; is_same && f < count; ++f) is_same = then.At(f).IsSame(now.At(f));
-    if (is_same) return;
-    if (now.Name() != card.name) return Replace(index, now);
-    for (std::size_t f = 0; f < count; ++f) {
-      if (then.At(f).IsSame(now.At(f))) continue;
+    // A number of what is gone was taken out of the text; the model may say another.
+    const auto is_emptied = [&card](std::size_t f) {
+      return std::any_of(card.changed.begin(), card.changed.end(), [f](const auto& change) {
+        return change.first == f && change.second.empty();
+      });
+    };
+    const auto is_same = [&](std::size_t f) {
+      return then.At(f).IsSame(now.At(f)) && !is_emptied(f);
+    };
+    bool all_same = then.Name() == now.Name();
+    for (std::size_t f = 0; all_same && f < count; ++f) all_same = is_same(f);
+    if (!all_same && now.Name() != card.name) return Replace(index, now);
+    for (const auto& [f, text] : card.changed) {
+      if (f < count || !text.empty()) continue;
+      emptied_.Add(text_, card);
+      break;
+    }
+    for (std::size_t f = 0; !all_same && f < count; ++f) {
+      if (is_same(f)) continue;
       const std::string_view text = text_.FieldText(card, f);
       // A shell without a material for shear does not get one.
       if (text.empty() && card.name == "PSHELL" && f == 5) continue;
@@ -444,6 +457,10 @@ class Renewer {
       report_.Lost("changes of what " + name + " cards describe were left out", told.count,
                    told.where, "these have no fields for them, or say more there");
     }
+    for (const auto& [name, told] : emptied_) {
+      report_.Lost("numbers of what is gone were taken out of " + name + " cards", told.count,
+                   told.where, "the model has no place for these fields");
+    }
     for (const auto& [name, told] : off_nodes_) {
       report_.Changed(name + " cards were written by their points", told.count, told.where,
                       "their nodes are elsewhere, or the system was changed");
@@ -523,8 +540,16 @@ class Renewer {
       report_.Changed("cards of boundary sets that are gone or have another name were kept", 1,
                       Utf8(name), "they are text of the deck");
     }
+    for (const tagTEcrd& record : now_deck_.Of<tagTEcrd>()) {
+      const bool is_gone = record.method == tagTEcrd::kByNode && record.reference_node == 0;
+      if (!is_gone || !now_->HasElement(record.key)) continue;
+      report_.Changed("lines are turned as those without an orientation", 1,
+                      fmt::format("element {}", record.key), "the node of theirs is gone");
+    }
+    std::set<Key> elements;
+    for (const Mesh::Element& element : now_deck_.elements) elements.insert(element.key);
     for (const tagTSprop& record : now_deck_.Of<tagTSprop>()) {
-      if (now_->IsMass(record.key)) continue;
+      if (now_->IsMass(record.key) || !elements.contains(record.key)) continue;
       report_.Lost("special properties of elements were left out", 1,
                    fmt::format("element {}", record.key), "only masses have a card for them");
     }
@@ -564,6 +589,7 @@ class Renewer {
   std::string loose_names_;
   NasTally rewritten_;
   NasTally kept_;
+  NasTally emptied_;
   NasTally off_nodes_;
 };
 

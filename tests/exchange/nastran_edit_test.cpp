@@ -1,87 +1,14 @@
 // Nastran decks whose model changed: every number follows, what has no place is told, and what is
 // written reads as the model that it was written of.
 
-#include <algorithm>
-#include <cmath>
 #include <fmt/format.h>
 #include <functional>
 #include <gtest/gtest.h>
-#include <map>
-#include <random>
-#include <set>
 
-#include "qx_db/platform/file.h"
-#include "qx_db/qx_db.h"
-
-#include "exchange/nastran/nas_values.h"
-#include "exchange/transfer.h"
-#include "host/records.h"
-#include "host/session.h"
-#include "tests/scratch_folder.h"
+#include "nastran_model.h"
 
 namespace qx::exchange {
 namespace {
-
-/// A model in a folder of its own.
-class Model {
- public:
-  void Import(const std::string& deck, const std::string& name = "in.bdf") {
-    ASSERT_TRUE(WriteWholeFile(folder_.Path(name), deck));
-    LossReport report;
-    ImportOptions options;
-    options.set_model_units = true;
-    ASSERT_EQ(ImportFile(session_, folder_.Path(name), options, report).Line(), "") << deck;
-    told_in_ = Lines(report);
-    ASSERT_EQ(session_.Validate(), "");
-  }
-  std::string Export() {
-    LossReport report;
-    const std::string path = folder_.Path("out.bdf");
-    EXPECT_EQ(ExportFile(session_, path, {}, report).Line(), "");
-    told_out_ = Lines(report);
-    return ReadWholeFile(path).operator*();
-  }
-  /// Changes a record, or several, in one step.
-  void Edit(const std::function<void()>& edit) {
-    CTransaction step(&session_);
-    step.Begin(u"edit");
-    edit();
-    ASSERT_TRUE(step.Commit());
-  }
-  template <class T>
-  void Change(Key key, const std::function<void(T&)>& change) {
-    DPoolBase& pool = *host::PoolFor<T>(&session_);
-    const ITR at = pool.Find(key);
-    ASSERT_NE(at, 0u) << key;
-    T record = *static_cast<const T*>(KeyedSetBase::RecordAt(at));
-    change(record);
-    ASSERT_TRUE(pool.SetAtNU(at, &record)) << key;
-  }
-  template <class T>
-  void Renumber(Key key, Key to) {
-    Change<T>(key, [to](T& record) { record.key = to; });
-  }
-  template <class T>
-  void Remove(Key key) {
-    DPoolBase& pool = *host::PoolFor<T>(&session_);
-    ASSERT_TRUE(pool.Remove(pool.Find(key))) << key;
-  }
-  CQXDBSession& Session() { return session_; }
-  const std::string& ToldIn() const { return told_in_; }
-  const std::string& ToldOut() const { return told_out_; }
-
- private:
-  static std::string Lines(const LossReport& report) {
-    std::string lines;
-    for (const std::string& line : report.Lines()) lines += line + '\n';
-    return lines;
-  }
-
-  const ScratchFolder folder_;
-  CQXDBSession session_{host::SetUpModel};
-  std::string told_in_;
-  std::string told_out_;
-};
 
 // ---- cases --------------------------------------------------------------------------------------
 
@@ -101,17 +28,17 @@ std::string DeckWith(const std::string& cards, const std::string& control = "") 
 struct Case {
   const char* name;
   std::string deck;
-  std::function<void(Model&)> edit;
+  std::function<void(NastranModel&)> edit;
   std::vector<std::string> has;      ///< lines of the deck that comes out
   std::vector<std::string> has_not;  ///< texts that are not in it
   std::vector<std::string> told;     ///< in the report
 };
 
-const auto kNothing = [](Model&) {};
-void RenumberNode2(Model& model) { model.Renumber<tagTNode>(2, 2000); }
-void RemoveNode9(Model& model) { model.Remove<tagTNode>(9); }
-void RemoveRod3(Model& model) { model.Remove<tagTElem>(3); }
-void RenumberRod3(Model& model) { model.Renumber<tagTElem>(3, 300); }
+const auto kNothing = [](NastranModel&) {};
+void RenumberNode2(NastranModel& model) { model.Renumber<tagTNode>(2, 2000); }
+void RemoveNode9(NastranModel& model) { model.Remove<tagTNode>(9); }
+void RemoveRod3(NastranModel& model) { model.Remove<tagTElem>(3); }
+void RenumberRod3(NastranModel& model) { model.Renumber<tagTElem>(3, 300); }
 
 std::vector<Case> Cases() {
   const std::string system =
@@ -139,7 +66,7 @@ std::vector<Case> Cases() {
        {}},
       {"RangeWithoutTheNewcomer",
        DeckWith("SPC1    1       123     1       THRU    8\n"),
-       [](Model& model) {
+       [](NastranModel& model) {
          model.Renumber<tagTNode>(4, 40);
          model.Renumber<tagTNode>(9, 4);
        },
@@ -149,7 +76,7 @@ std::vector<Case> Cases() {
        {}},
       {"RangeByStep",
        DeckWith("SET1    7       1       THRU    9       BY      2\n"),
-       [](Model& model) { model.Renumber<tagTNode>(5, 50); },
+       [](NastranModel& model) { model.Renumber<tagTNode>(5, 50); },
        {"SET1    7       1       3       7       9       50"},
        {},
        {}},
@@ -171,7 +98,7 @@ std::vector<Case> Cases() {
                 "PLOAD4  1       3       5.\nSPC1    1       123     9\n"
                 "MPC     1       8       1       1.      9       1       -1.\n"
                 "SPC     1       9       123     0.      8       123     0.\n"),
-       [](Model& model) {
+       [](NastranModel& model) {
          RemoveNode9(model);
          RemoveRod3(model);
        },
@@ -182,7 +109,7 @@ std::vector<Case> Cases() {
        DeckWith("RBE3    99              1       123     1.      123     2       3\n"
                 "        2.      12      4       9       UM      2       3       5\n"
                 "        6\n"),
-       [](Model& model) {
+       [](NastranModel& model) {
          RenumberNode2(model);
          RemoveNode9(model);
        },
@@ -218,7 +145,7 @@ std::vector<Case> Cases() {
        {}},
       {"CarriedElementMakesRoom",
        DeckWith("RBAR    7       1       2\n"),
-       [](Model& model) { model.Renumber<tagTElem>(3, 7); },
+       [](NastranModel& model) { model.Renumber<tagTElem>(3, 7); },
        {"CROD    7       2       3       4", "RBAR    8       1       2"},
        {},
        {"numbers of RBAR cards, which only their text has, were changed: 1"}},
@@ -231,7 +158,7 @@ std::vector<Case> Cases() {
       // Systems.
       {"SystemByAngles",
        DeckWith(system),
-       [](Model& model) {
+       [](NastranModel& model) {
          model.Change<tagTCord>(5, [](tagTCord& cord) {
            cord.method = tagTCord::kByAngles;
            cord.origin = {3, 0, 0};
@@ -244,7 +171,7 @@ std::vector<Case> Cases() {
        {}},
       {"SystemByXAndPlane",
        DeckWith(system),
-       [](Model& model) {
+       [](NastranModel& model) {
          model.Change<tagTCord>(5, [](tagTCord& cord) {
            cord.plane = 0;
            cord.axis_point = {1, 1, 0};
@@ -264,7 +191,9 @@ std::vector<Case> Cases() {
       {"NodesOfASystemMoved",
        DeckWith("CORD1R  5       1       2       3       6       1       3"
                 "       4\n"),
-       [](Model& model) { model.Change<tagTNode>(2, [](tagTNode& node) { node.position.z = 5; }); },
+       [](NastranModel& model) {
+         model.Change<tagTNode>(2, [](tagTNode& node) { node.position.z = 5; });
+       },
        {"CORD2R  5               1.      0.      0.      2.      1.      0.",
         "CORD1R  6       1       3       4"},
        {},
@@ -272,7 +201,7 @@ std::vector<Case> Cases() {
       {"SystemRenumbered",
        DeckWith(system + "GRID    20      5       1.      1.      1.      5\n"
                          "FORCE   1       1       5       1.      1.\n"),
-       [](Model& model) { model.Renumber<tagTCord>(5, 55); },
+       [](NastranModel& model) { model.Renumber<tagTCord>(5, 55); },
        {"CORD2R  55", "GRID    20      55      1.      1.      1.      55",
         "FORCE   1       1       55      1.      1."},
        {},
@@ -281,7 +210,7 @@ std::vector<Case> Cases() {
       {"MovedFieldByField",
        DeckWith("GRID*   30                              .300\n*       "
                 "        4.50\n"),
-       [](Model& model) {
+       [](NastranModel& model) {
          model.Change<tagTNode>(30, [](tagTNode& node) { node.position.x = 1.0 / 3; });
        },
        {"GRID*   30                              .333333333333333", "*               4.50"},
@@ -290,7 +219,7 @@ std::vector<Case> Cases() {
       {"SmallFieldThatIsTooSmall",
        DeckWith("GRID    31              1.50    2.50    3.50"
                 "            123\n"),
-       [](Model& model) {
+       [](NastranModel& model) {
          model.Change<tagTNode>(31, [](tagTNode& node) { node.position.y = 0.0123456789; });
        },
        {"GRID*   31                              1.50            0.0123456789",
@@ -299,7 +228,7 @@ std::vector<Case> Cases() {
        {}},
       {"ChangedPropertyKeepsTheRest",
        DeckWith("PSHELL  9       1       .10     1       2.0     1       .9      .05     -.5\n"),
-       [](Model& model) {
+       [](NastranModel& model) {
          model.Change<tagTProp>(9, [](tagTProp& property) { property.thickness = .2; });
        },
        {"PSHELL  9       1       0.2     1       2.0     1       .9      .05     -.5"},
@@ -307,7 +236,7 @@ std::vector<Case> Cases() {
        {}},
       {"PropertyAndMaterialRenumbered",
        DeckWith("MATS1   1               PLASTIC\n"),
-       [](Model& model) {
+       [](NastranModel& model) {
          model.Renumber<tagTProp>(1, 11);
          model.Renumber<tagTMatl>(1, 101);
        },
@@ -317,7 +246,7 @@ std::vector<Case> Cases() {
        {}},
       {"ChangesThatACardCannotSay",
        DeckWith("MAT8    8       1.+11   2.+10   .3      1.+9                    1500.\n"),
-       [](Model& model) {
+       [](NastranModel& model) {
          model.Change<tagTMatl>(8, [](tagTMatl& material) {
            material.density = 1600;
            material.elastic_modulus = 3e11;
@@ -334,7 +263,7 @@ std::vector<Case> Cases() {
        {}},
       {"DeletedPropertyIsNotInvented",
        DeckWith(""),
-       [](Model& model) {
+       [](NastranModel& model) {
          model.Change<tagTElem>(3, [](tagTElem& element) { element.property = 0; });
        },
        {"CROD    3               3       4"},
@@ -342,7 +271,7 @@ std::vector<Case> Cases() {
        {"elements without a property name none in their cards: 1"}},
       {"Names",
        DeckWith(""),
-       [](Model& model) {
+       [](NastranModel& model) {
          model.Change<tagTProp>(1, [](tagTProp& p) { p.name.Set(u"a \"skin\"\nof two"); });
        },
        {"$ Property 1: \"a \\\"skin\\\"\\nof two\""},
@@ -351,7 +280,7 @@ std::vector<Case> Cases() {
       {"FluidAndAbsolute",
        DeckWith("GRID    50              1.      1.      1.      -1\n"
                 "CONM2   60      1       -1      5.      3.      2.      1.\n"),
-       [](Model& model) {
+       [](NastranModel& model) {
          model.Change<tagTNode>(50, [](tagTNode& node) { node.position.x = 4; });
          model.Change<tagTSprop>(60, [](tagTSprop& mass) { mass.offset.y = 7; });
        },
@@ -362,7 +291,7 @@ std::vector<Case> Cases() {
       // Sets of the case control.
       {"SetsFollow",
        DeckWith("", "SET 1 = 1 THRU 4, 7\nSET 2 = 2,3\nDISP = 1\nSTRESS = 2\n"),
-       [](Model& model) {
+       [](NastranModel& model) {
          RenumberNode2(model);
          RemoveRod3(model);
        },
@@ -389,7 +318,7 @@ INSTANTIATE_TEST_SUITE_P(All, NastranEdit, testing::ValuesIn(Cases()),
                          [](const auto& test) { return std::string(test.param.name); });
 
 TEST_P(NastranEdit, ComesOutRight) {
-  Model model;
+  NastranModel model;
   model.Import(GetParam().deck);
   EXPECT_EQ(model.Export(), GetParam().deck);
   model.Edit([&] { GetParam().edit(model); });
@@ -403,7 +332,7 @@ TEST_P(NastranEdit, ComesOutRight) {
   for (const std::string& part : GetParam().told) {
     EXPECT_NE(model.ToldOut().find(part), std::string::npos) << part << "\n" << model.ToldOut();
   }
-  Model again;
+  NastranModel again;
   again.Import(text);
   EXPECT_EQ(again.Export(), text);
 }

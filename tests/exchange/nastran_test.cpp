@@ -124,7 +124,7 @@ TEST(NastranFaults, EveryTruncationIsReadOrRefused) {
   }
 }
 
-class NastranModel : public testing::Test {
+class NastranSession : public testing::Test {
  protected:
   void Import(const std::string& deck) {
     ASSERT_TRUE(WriteWholeFile(path_, deck));
@@ -161,7 +161,7 @@ constexpr const char* kDeck =
     "WEIRD   1       2       3\n"
     "ENDDATA\n";
 
-TEST_F(NastranModel, UntouchedDecksComeBackToTheLetter) {
+TEST_F(NastranSession, UntouchedDecksComeBackToTheLetter) {
   Import(kDeck);
   EXPECT_EQ(Export(), kDeck);
   const auto& sets = *session_.GetDataPool(code::kBset);
@@ -170,7 +170,7 @@ TEST_F(NastranModel, UntouchedDecksComeBackToTheLetter) {
   EXPECT_NE(const_cast<DPoolBase&>(sets).GetItr(u"LOAD 3"), 0u);
 }
 
-TEST_F(NastranModel, OnlyMovedNodesDiffer) {
+TEST_F(NastranSession, OnlyMovedNodesDiffer) {
   Import(kDeck);
   auto& nodes = *session_.GetPool<DPoolNode>(code::kNode);
   CTransaction step(&session_);
@@ -193,7 +193,7 @@ TEST_F(NastranModel, OnlyMovedNodesDiffer) {
   EXPECT_EQ(Export(), kDeck);
 }
 
-TEST_F(NastranModel, NumbersInCarriedCardsFollow) {
+TEST_F(NastranSession, NumbersInCarriedCardsFollow) {
   std::string deck = kDeck;
   deck.insert(deck.find("WEIRD"), "PLOTEL  9       2       3\n");
   Import(deck);
@@ -212,7 +212,7 @@ TEST_F(NastranModel, NumbersInCarriedCardsFollow) {
   EXPECT_NE(out.find("PLOTEL  9       2000    3"), std::string::npos) << out;
 }
 
-TEST_F(NastranModel, ChangedCardsKeepTheirSystemsAndWhatOnlyTheySay) {
+TEST_F(NastranSession, ChangedCardsKeepTheirSystemsAndWhatOnlyTheySay) {
   Import(
       "BEGIN BULK\n"
       "GRDSET          5\n"
@@ -246,7 +246,7 @@ TEST_F(NastranModel, ChangedCardsKeepTheirSystemsAndWhatOnlyTheySay) {
   }
 }
 
-TEST_F(NastranModel, IncludesStayBelowTheDeckUnlessTrusted) {
+TEST_F(NastranSession, IncludesStayBelowTheDeckUnlessTrusted) {
   const std::string sub = folder_.Path("sub");
   std::filesystem::create_directory(sub);
   const std::string path = sub + "/in.bdf";
