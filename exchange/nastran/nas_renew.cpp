@@ -505,6 +505,12 @@ class Renewer {
         report_.Lost("properties have no card but their number", 1, where,
                      "it is not known what kind they are, or the format has none for it");
       }
+      const bool is_new = !done_.contains({Kind::kProperty, property.key});
+      const bool is_spring = NasCardOfProperty(property) == "PBUSH";
+      if (now_->HasProperty(property.key) && is_new && !is_spring && property.material == 0) {
+        report_.Changed("properties without a material were written without one", 1, where,
+                        "the format takes that for another kind, or refuses it");
+      }
       if (property.type == tagTProp::kPlaneStress) {
         report_.Changed("properties of plane stress were written as those of membranes", 1, where,
                         "the format has none of their own");
