@@ -105,6 +105,11 @@ class NasReader : private NasFieldReader {
     if (IsOfModel()) return Result<Deck>(std::move(deck_));
     ReadNasSets(text_, deck_);
     FindUntold();
+    if (reading_.leaves_text) {
+      deck_.report = {};
+      TellText();
+      return Result<Deck>(std::move(deck_));
+    }
     if (reading_.carries) Carry();
     Tell();
     if (Outcome checked = CheckMesh(deck_, file_); !checked) {
@@ -539,10 +544,6 @@ class NasReader : private NasFieldReader {
       report.Changed(name + " without all mid-side nodes were read by their corners", told.count,
                      told.where, "the model has no element with some of them");
     }
-    for (const auto& [name, told] : in_part_) {
-      assume(fmt::format("{} {} are held in part; their cards are carried whole", told.count, name),
-             told.where, "the model has no place for some of their fields");
-    }
     for (const auto& [name, told] : without_property_) {
       assume(fmt::format("{} {} have no property", told.count, name), told.where,
              "they name none, and none has their own number");
@@ -551,19 +552,52 @@ class NasReader : private NasFieldReader {
       assume(fmt::format("{} {} give no axes", told.count, name), told.where,
              "their points coincide or lie on one line");
     }
-    const auto count = [&](std::uint64_t number, std::string_view what, std::string why) {
-      if (number > 0) assume(fmt::format("{} {}", number, what), "", std::move(why));
-    };
-    count(moved_, "nodes given in local systems are in the basic one", "");
-    count(with_constraints_, "nodes have permanent constraints", "their cards carry these");
-    count(in_superelements_, "nodes are in superelements", "their cards carry that");
-    count(in_fluid_, "nodes are in a fluid", "their cards carry that");
-    count(plotted_twice_, "PLOTEL are carried as text", "other elements have their numbers");
-    if (!carried_.IsEmpty()) assume("cards carried as text: " + carried_.List(), "", "");
+    if (moved_ > 0) {
+      assume(fmt::format("{} nodes given in local systems are in the basic one", moved_), "", "");
+    }
+    TellText();
     if (!unchecked_.IsEmpty()) {
       assume("cards not checked against renumbering: " + unchecked_.List(),
              unchecked_.begin()->second.where,
              "it is not known which of their numbers are nodes or elements");
+    }
+  }
+
+  /// What only the text says: it is carried, or left behind.
+  void TellText() {
+    LossReport& report = deck_.report;
+    const bool is_left = reading_.leaves_text;
+    for (const auto& [name, told] : in_part_) {
+      constexpr const char* kWhy = "the model has no place for some of their fields";
+      if (is_left) {
+        report.Lost("what " + name + " cards say besides was left out", told.count, told.where,
+                    kWhy);
+      } else {
+        report.Add(
+            {Loss::Kind::kAssumed,
+             fmt::format("{} {} are held in part; their cards are carried whole", told.count, name),
+             1, told.where, kWhy});
+      }
+    }
+    const auto count = [&](std::uint64_t number, const std::string& what, std::string why) {
+      if (number == 0) return;
+      if (is_left) {
+        report.Lost(what + ", which was left out", number, "", std::move(why));
+      } else {
+        report.Assumed(fmt::format("{} {}", number, what), std::move(why));
+      }
+    };
+    count(with_constraints_, "nodes have permanent constraints", "their cards carry these");
+    count(in_superelements_, "nodes are in superelements", "their cards carry that");
+    count(in_fluid_, "nodes are in a fluid", "their cards carry that");
+    count(plotted_twice_, "PLOTEL are carried as text", "other elements have their numbers");
+    if (!is_left && !carried_.IsEmpty()) {
+      report.Assumed("cards carried as text: " + carried_.List());
+    }
+    for (const auto& [name, told] : carried_) {
+      if (is_left)
+        report.Lost(name + " cards were left out", told.count, told.where,
+                    "they are text of a Nastran deck");
     }
   }
 

@@ -28,6 +28,8 @@ struct NasReading {
   /// their index, describe what the model holds, and nothing that they name need be there.
   std::function<bool(std::size_t)> is_described;
   bool carries = true;  ///< the deck carries the text
+  /// The text is left behind: the report tells what only it says, and nothing else.
+  bool leaves_text = false;
 };
 
 /// Reads a deck: GRID, coordinate systems, elements, properties, materials, sets of the case

@@ -41,7 +41,9 @@ std::string FormOf(double value, int digits, std::size_t width) {
     forms.push_back(sign + "." + rest);
   }
   const std::string mantissa = sign + number.substr(0, 1) + "." + number.substr(1);
-  forms.push_back(fmt::format("{}e{}", mantissa, exponent));
+  // Zeros that are no digits read worse than an exponent.
+  const auto at = exponent >= 7 && count <= exponent - 2 ? forms.begin() : forms.end();
+  forms.insert(at, fmt::format("{}e{}", mantissa, exponent));
   forms.push_back(fmt::format("{}{:+}", mantissa, exponent));
   for (std::string& form : forms) {
     if (form.size() <= width) return std::move(form);

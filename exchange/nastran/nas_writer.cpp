@@ -136,4 +136,19 @@ Outcome WriteNastran(CQXDBSession& session, const std::string& path, const Write
   return {};
 }
 
+void TellNasText(CQXDBSession& session, LossReport& report) {
+  host::ForEach<tagTCarried>(&session, [&](ITR, const tagTCarried& record) {
+    if (record.format.View() != u"nastran" || record.keyword.View() != kNasDeck) return true;
+    const std::string name = "deck that the model came from";
+    const NasText text(std::string(record.text.data(), record.text.size()), name);
+    std::vector<Failure> faults;
+    NasReading reading;
+    reading.leaves_text = true;
+    if (const Result<Deck> deck = ParseNastran(text, name, faults, reading)) {
+      report.Append(deck->report);
+    }
+    return true;
+  });
+}
+
 }  // namespace qx::exchange

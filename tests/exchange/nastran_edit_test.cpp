@@ -337,5 +337,23 @@ TEST_P(NastranEdit, ComesOutRight) {
   EXPECT_EQ(again.Export(), text);
 }
 
+TEST(NastranElsewhere, WhatOnlyItsTextSaysIsTold) {
+  NastranModel model;
+  model.Import(
+      DeckWith("FORCE   1       9               1.      1.      0.      0.\n"
+               "CONROD  70      1       2       1       2.5\n"
+               "GRID    71              0.      0.      0.              123\n"));
+  for (const char* name : {"out.msh", "out.vtu", "out.inp"}) {
+    const std::string told = model.ExportAs(name);
+    for (const char* part :
+         {"FORCE cards were left out: 1", "what CONROD cards say besides was left out: 1",
+          "nodes have permanent constraints, which was left out: 1"}) {
+      EXPECT_NE(told.find(part), std::string::npos) << name << "\n" << told;
+    }
+  }
+  model.Export();
+  EXPECT_EQ(model.ToldOut().find("was left out"), std::string::npos) << model.ToldOut();
+}
+
 }  // namespace
 }  // namespace qx::exchange

@@ -28,11 +28,14 @@ class NastranModel {
     ASSERT_EQ(session_.Validate(), "");
   }
   std::string Export() {
+    told_out_ = ExportAs("out.bdf");
+    return *ReadWholeFile(folder_.Path("out.bdf"));
+  }
+  /// Writes a file by the format of its name; returns what is told.
+  std::string ExportAs(const std::string& name) {
     LossReport report;
-    const std::string path = folder_.Path("out.bdf");
-    EXPECT_EQ(ExportFile(session_, path, {}, report).Line(), "");
-    told_out_ = Lines(report);
-    return ReadWholeFile(path).operator*();
+    EXPECT_EQ(ExportFile(session_, folder_.Path(name), {}, report).Line(), "");
+    return Lines(report);
   }
   /// Changes a record, or several, in one step.
   void Edit(const std::function<void()>& edit) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 #include <map>
 
@@ -11,6 +12,7 @@
 #include "qx_db/qx_db.h"
 
 #include "exchange/nastran/nas_reader.h"
+#include "exchange/nastran/nas_values.h"
 #include "exchange/transfer.h"
 #include "host/session.h"
 #include "sample_mesh.h"
@@ -109,6 +111,109 @@ TEST(NastranFaults, AreAllNamed) {
         "line 7, CTRIA3: it has fewer than 3 nodes"}) {
     EXPECT_NE(all.find(expected), std::string::npos) << expected << "\n" << all;
   }
+}
+
+TEST(NastranFaults, ManyWrongCardsAreAsManyLinesInTheOrderOfTheFile) {
+  std::string text;
+  for (int i = 0; i < 40; ++i) {
+    constexpr const char* kWrong[] = {"GRID,1,,x,y,z\n", "CROD,5,1,1,99\n", "CTRIA3,6,1,1\n",
+                                      "GRID,9,77,0.,0.,0.\n"};
+    text += fmt::format("GRID,{},,0.,0.,0.\n", 100 + i);
+    std::string wrong = kWrong[i % 4];
+    text += wrong.replace(wrong.find(',') + 1, 1, std::to_string(1000 + i));
+  }
+  std::vector<Failure> faults;
+  EXPECT_FALSE(Parse(text, &faults));
+  ASSERT_EQ(faults.size(), 40u);
+  for (std::size_t i = 0; i < faults.size(); ++i) {
+    EXPECT_EQ(faults[i].place.substr(0, faults[i].place.find(',')),
+              fmt::format("line {}", 2 * i + 2));
+  }
+}
+
+TEST(NastranReports, TellWhatTheModelHasNoPlaceFor) {
+  const std::pair<const char*, const char*> cases[] = {
+      {"", "the deck was read to its end (no ENDDATA ends it)"},
+      {"CQUAD4,1,1,1,2,3,4,45.\n", "1 CQUAD4 are held in part; their cards are carried whole"},
+      {"CONROD,1,1,2,7,1.5\n", "1 CONROD are held in part"},
+      {"CROD,1,,1,2\n", "1 CROD have no property (they name none"},
+      {"CBUSH,1,1,1,2,1.,0.,0.,,.3\n", "1 CBUSH are held in part"},
+      {"PSHELL,1,7,.1,8\nMAT1,7,1.\nMAT1,8,1.\n", "1 PSHELL are held in part"},
+      {"PBARL,1,7,,ROD,,,,,.5\nMAT1,7,1.\n", "1 PBARL are held in part"},
+      {"MAT8,1,1.,2.,.3\n", "1 MAT8 are held in part"},
+      {"CQUAD8,1,1,1,2,3,4,5\n", "CQUAD8 without all mid-side nodes were read by their corners: 1"},
+      {"WEIRD,1,2\n", "cards not checked against renumbering: WEIRD 1"},
+      {"CORD2R,9,,0.,0.,0.,0.,0.,0.,\n,0.,0.,0.\n", "1 CORD2R give no axes"},
+  };
+  for (const auto& [cards, expected] : cases) {
+    const Result<Deck> deck = Parse(Grids(8) + cards);
+    ASSERT_TRUE(deck) << deck.AsOutcome().Line();
+    std::string told;
+    for (const std::string& line : deck->report.Lines()) told += line + "\n";
+    EXPECT_NE(told.find(expected), std::string::npos) << cards << told;
+  }
+}
+
+/// Vectors count in the displacement system of a node, in the basic one, or along the element.
+TEST(NastranVectors, CountInTheSystemsThatTheirCardsName) {
+  // Displacements of node 1 count along y and against x.
+  const std::string deck =
+      "CORD2C,5,,0.,0.,0.,0.,0.,1.,\n,1.,0.,0.\nGRID,1,,0.,2.,0.,5\nGRID,2,,0.,2.,4.\n"
+      "CORD2R,6,,0.,0.,0.,1.,0.,0.,\n,0.,1.,0.\n";
+  struct Case {
+    const char* card;
+    Vector3 orientation;
+    std::array<Vector3, 2> offsets;
+    std::array<int, 2> by_element;
+  };
+  const Case cases[] = {
+      {"CBAR,1,1,1,2,1.,0.,0.,,\n,,,0.,1.,0.,0.,1.,0.\n",
+       {0, 1, 0},
+       {{{-1, 0, 0}, {0, 1, 0}}},
+       {0, 0}},
+      {"CBEAM,1,1,1,2,1.,0.,0.,BGO,\n,,,0.,1.,0.,0.,1.,0.\n",
+       {1, 0, 0},
+       {{{-1, 0, 0}, {0, 1, 0}}},
+       {0, 1}},
+      {"BAROR,,,,,1.,0.,0.,GOO\nCBAR,1,1,1,2,,,,,\n,,,0.,1.,0.,0.,1.,0.\n",
+       {0, 1, 0},
+       {{{0, 1, 0}, {0, 1, 0}}},
+       {1, 1}},
+  };
+  for (const Case& c : cases) {
+    const Result<Deck> read = Parse(deck + c.card);
+    ASSERT_TRUE(read) << read.AsOutcome().Line();
+    ASSERT_EQ(read->Of<tagTEcrd>().size(), 1u);
+    EXPECT_LT(Distance(Vector3(read->Of<tagTEcrd>()[0].reference_vector), c.orientation), 1e-12)
+        << c.card;
+    for (const tagTE1DOffset& offset : read->Of<tagTE1DOffset>()) {
+      for (std::size_t end = 0; end < 2; ++end) {
+        if (!(end ? offset.end_b : offset.end_a)) continue;
+        const auto& of = end ? offset.offset_b : offset.offset_a;
+        EXPECT_LT(Distance(Vector3(of[0], of[1], of[2]), c.offsets[end]), 1e-12) << c.card;
+        EXPECT_EQ(offset.csys_type, c.by_element[end]) << c.card;
+      }
+    }
+  }
+  const Result<Deck> bush = Parse(deck + "CBUSH,1,1,1,2,,,,6\nCONM2,2,1,-1,5.,1.,2.,3.\n");
+  ASSERT_TRUE(bush) << bush.AsOutcome().Line();
+  EXPECT_EQ(bush->Of<tagTEcrd>()[0].method, tagTEcrd::kByCoordinateSystem);
+  EXPECT_EQ(bush->Of<tagTEcrd>()[0].coordinate_system, 6u);
+  EXPECT_EQ(Vector3(bush->Of<tagTSprop>()[0].offset), Vector3(1, 0, 3));
+}
+
+TEST(NastranNumbers, HoldAllDigitsThatTheirFieldHas) {
+  const std::pair<double, const char*> cases[] = {
+      {0.123456789012345, ".123456789012345"},
+      {-0.5, "-0.5"},
+      {1e-7, "1.e-7"},
+      {1.2345678901e-100, "1.2345678901-100"},
+      {1.0 / 3, ".333333333333333"},
+      {-123456.789012345, "-123456.78901235"},
+      {2e11, "2.e11"},
+      {0, "0."},
+  };
+  for (const auto& [value, text] : cases) EXPECT_EQ(NasReal(value, 16), text);
 }
 
 TEST(NastranFaults, EveryTruncationIsReadOrRefused) {
