@@ -2,8 +2,12 @@
 // written reads as the model that it was written of.
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <functional>
 #include <gtest/gtest.h>
+#include <set>
+
+#include "qx_db/record/element_types.h"
 
 #include "nastran_model.h"
 
@@ -335,6 +339,43 @@ TEST_P(NastranEdit, ComesOutRight) {
   NastranModel again;
   again.Import(text);
   EXPECT_EQ(again.Export(), text);
+}
+
+TEST(NastranSets, ComeBackWithTheirNamesMembersAndParents) {
+  Mesh mesh;
+  for (Key key = 1; key < 90; ++key) {
+    mesh.node_keys.push_back(key);
+    mesh.coordinates.insert(mesh.coordinates.end(), {key * 1.0, key % 2 * 1.0, 0});
+    if (key < 3) continue;
+    mesh.elements.push_back({key, element::kTri3, mesh.connectivity.size()});
+    mesh.connectivity.insert(mesh.connectivity.end(), {key - 2, key - 1, key});
+  }
+  mesh.groups = {{"whole\n\"wing\"", -1, {}, {}},
+                 {"skin \xC3\xA4", -1, {3, 4, 5, 9}, {50, 51, 52}, 0},
+                 {"tips, SET 1 = ALL", -1, {}, {7, 8}, 0},
+                 {"$ ENDDATA", -1, {80}, {}, 1},
+                 {"long", -1, {}, {}}};
+  for (Key key = 3; key < 90; key += 2) mesh.groups.back().elements.push_back(key);
+  NastranModel model;
+  ASSERT_TRUE(AddMesh(model.Session(), mesh, "mesh"));
+  const std::string text = model.Export();
+  NastranModel again;
+  again.Import(text);
+  EXPECT_EQ(again.Export(), text);
+  const Deck before = DeckOf(model.Session());
+  const Deck after = DeckOf(again.Session());
+  const auto facts = [](const Deck& deck) {
+    std::set<std::string> found;
+    for (const Mesh::Group& group : deck.groups) {
+      found.insert(fmt::format(
+          "{} in {}: {} {}", group.name,
+          group.parent < 0 ? "" : deck.groups[static_cast<std::size_t>(group.parent)].name,
+          fmt::join(group.elements, " "), fmt::join(group.nodes, " ")));
+    }
+    return found;
+  };
+  EXPECT_EQ(facts(before), facts(after)) << text;
+  EXPECT_EQ(after.Of<tagTProp>().size(), 0u) << text;
 }
 
 TEST(NastranElsewhere, WhatOnlyItsTextSaysIsTold) {
