@@ -579,25 +579,25 @@ class NasReader : private NasFieldReader {
              1, told.where, kWhy});
       }
     }
-    const auto count = [&](std::uint64_t number, const std::string& what, std::string why) {
+    const auto count = [&](std::uint64_t number, const char* what, const char* left) {
       if (number == 0) return;
       if (is_left) {
-        report.Lost(what + ", which was left out", number, "", std::move(why));
+        report.Lost(fmt::format("{} were left out", left), number, "", "only their cards say them");
       } else {
-        report.Assumed(fmt::format("{} {}", number, what), std::move(why));
+        report.Assumed(fmt::format("{} {}", number, what), "their cards carry that");
       }
     };
-    count(with_constraints_, "nodes have permanent constraints", "their cards carry these");
-    count(in_superelements_, "nodes are in superelements", "their cards carry that");
-    count(in_fluid_, "nodes are in a fluid", "their cards carry that");
-    count(plotted_twice_, "PLOTEL are carried as text", "other elements have their numbers");
-    if (!is_left && !carried_.IsEmpty()) {
+    count(with_constraints_, "nodes have permanent constraints", "permanent constraints of nodes");
+    count(in_superelements_, "nodes are in superelements", "superelements of nodes");
+    count(in_fluid_, "nodes are in a fluid", "marks of nodes in a fluid");
+    count(plotted_twice_, "PLOTEL have numbers of other elements and are no elements",
+          "PLOTEL with numbers of other elements");
+    if (carried_.IsEmpty()) return;
+    if (is_left) {
+      report.Lost("cards carried as text were left out", carried_.Total(),
+                  carried_.begin()->second.where, carried_.List());
+    } else {
       report.Assumed("cards carried as text: " + carried_.List());
-    }
-    for (const auto& [name, told] : carried_) {
-      if (is_left)
-        report.Lost(name + " cards were left out", told.count, told.where,
-                    "they are text of a Nastran deck");
     }
   }
 

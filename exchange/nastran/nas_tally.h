@@ -21,6 +21,11 @@ class NasTally {
     Told& told = by_name_[card.name];
     if (++told.count == 1) told.where = text.Place(card);
   }
+  std::uint64_t Total() const {
+    std::uint64_t total = 0;
+    for (const auto& [name, told] : by_name_) total += told.count;
+    return total;
+  }
   bool IsEmpty() const { return by_name_.empty(); }
   auto begin() const { return by_name_.begin(); }
   auto end() const { return by_name_.end(); }
