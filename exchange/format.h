@@ -63,6 +63,9 @@ struct Format {
   /// or not there.
   Outcome (*write)(CQXDBSession& session, const std::string& path, const WriteOptions& options,
                    LossReport& report) = nullptr;
+  /// Tells what only the text says that a model carries of a file of the format: one of another
+  /// does not have it. Null for a format that carries none, or whose writers tell.
+  void (*tell_text)(CQXDBSession& session, LossReport& report) = nullptr;
   std::span<const FormatOption> read_options = {};
   std::span<const FormatOption> write_options = {};
 };

@@ -127,6 +127,9 @@ Outcome ExportFile(CQXDBSession& session, const std::string& path, const ExportO
                                        : ParseUnits(options.units, session.Units().Current());
   if (!units) return units.AsOutcome();
   const CurrentUnits in_units(session, *units);
+  for (const Format& other : Formats()) {
+    if (other.tell_text && other.name != format->name) other.tell_text(session, report);
+  }
   if (!options.strict) return format->write(session, path, options.write, report);
   // Written beside it first, so that a loss leaves what was there.
   const auto beside = NewFile::Create(path);

@@ -1,5 +1,5 @@
 #pragma once
-// The cards of a deck's records, written.
+// The cards of a deck's records.
 // Threads: shares nothing; one at a time for each object.
 
 #include <map>
@@ -9,75 +9,79 @@
 #include <vector>
 
 #include "exchange/deck.h"
-#include "exchange/system_frames.h"
+#include "exchange/nastran/nas_lines.h"
+#include "exchange/nastran/nas_systems.h"
+#include "exchange/nastran/nas_values.h"
 
 namespace qx::exchange {
 
-/// Fields of one card; writes small fields where all fit, large ones otherwise.
-class NasFields {
- public:
-  NasFields(std::string name, int digits) : name_(std::move(name)), digits_(digits) {}
-  NasFields& Number(Key key);  ///< blank for 0
-  NasFields& Real(double value);
-  NasFields& Blank(int count = 1);
-  NasFields& Word(std::string text);
-  std::string Text() const;
-
- private:
-  std::string name_;
-  int digits_;
-  std::vector<std::string> fields_;
-};
-
-/// What the card of a node says that the model has no place for.
-struct NasGridRest {
-  std::string_view system;             ///< field of the system that the node is given in
-  const SystemFrame* frame = nullptr;  ///< that system; null for the basic one
-  std::string_view constraints;        ///< permanent ones
-  std::string_view superelement;
-};
-
-/// Writes the cards of one deck. Two decks say the same of a node, an element, and so on, when the
-/// cards are equal.
+/// The cards of one deck, whose systems have the numbers that the format knows them by as keys. Two
+/// decks say the same of a node, an element, and so on, when the fields are the same.
 class NasCardText {
  public:
-  /// `digits` of real numbers: 0 for as many as they need.
-  NasCardText(const Deck& deck, int digits);
+  /// `cards` names the cards that properties and materials came from: by their keys.
+  using Names = std::map<Key, std::string>;
+  explicit NasCardText(const Deck& deck, Names property_cards = {}, Names material_cards = {});
 
-  std::string Node(Key key, const NasGridRest& rest = {}) const;
-  /// Blank fields of nodes' cards stand for other numbers than 0: a card of defaults is there.
-  void MindGridDefaults() { has_grid_defaults_ = true; }
-  std::string Element(Key key) const;
-  std::string Property(Key key) const;
-  std::string Material(Key key) const;
-  /// By the number that the format knows it by.
-  std::string System(Key number) const;
+  const Deck& GetDeck() const { return deck_; }
+  const NasSystems& Systems() const { return systems_; }
 
-  const std::map<Key, const tagTCord*>& Systems() const { return systems_; }
-  /// Elements that no card is for, by type.
-  const std::map<std::int32_t, std::uint64_t>& Unwritten() const { return unwritten_; }
-  bool Writes(Key element) const;
+  /// A node in the basic system. `says_zero`: blank fields stand for other numbers than 0, as a
+  /// card of defaults is there.
+  NasFields Node(Key key, bool says_zero) const;
+  Vector3 PointOf(Key node) const;
+  /// The number of the system that a node's displacements are in.
+  Key OutputOf(Key node) const;
+  /// `form` of the card that the element came from. No fields for an element without a card.
+  NasFields Element(Key key, const NasLineForm& form = {}) const;
+  /// The card that the property came from, with the fields that the model has a place for.
+  NasFields Property(Key key) const;
+  NasFields Material(Key key) const;
+  /// A system as it is given where the format can say so, by its place otherwise.
+  NasFields System(Key number) const;
+
+  bool HasNode(Key key) const { return nodes_.contains(key); }
+  bool HasElement(Key key) const;  ///< and a card for it
+  bool HasProperty(Key key) const;
+  bool HasMaterial(Key key) const { return materials_.contains(key); }
+  bool HasSystem(Key number) const { return records_.contains(number); }
+  const tagTProp* PropertyOf(Key key) const;
+  const tagTMatl* MaterialOf(Key key) const;
+  const tagTCord* SystemOf(Key number) const;
+  Key PropertyOfElement(Key key) const;  ///< 0 for none
+  /// Whether the element is written as a mass.
+  bool IsMass(Key element) const;
+
+  /// Elements that no card is for, by type, with the first of each.
+  const std::map<std::int32_t, std::pair<std::uint64_t, Key>>& Unwritten() const {
+    return unwritten_;
+  }
+  NasNodeFrame FrameOf(Key node) const;
 
  private:
   std::string NameOf(std::size_t element) const;
-  Key NumberOf(ITR system) const;
+  std::string PropertyCard(Key key) const;
 
   const Deck& deck_;
-  int digits_;
-  bool has_grid_defaults_ = false;
+  NasSystems systems_;
   std::unordered_map<Key, std::size_t> nodes_;
   std::unordered_map<Key, std::size_t> elements_;
-  std::unordered_map<Key, const tagTProp*> properties_;
-  std::unordered_map<Key, const tagTMatl*> materials_;
-  std::map<Key, const tagTCord*> systems_;
-  std::unordered_map<Key, Key> system_numbers_;  // by key
-  std::unordered_map<Key, Key> outputs_;         // of nodes
-  std::unordered_map<Key, const tagTEcrd*> orientations_;
-  std::unordered_map<Key, const tagTE1DOffset*> offsets_;
-  std::unordered_map<Key, const tagTE1DRelease*> releases_;
+  std::map<Key, const tagTProp*> properties_;
+  std::map<Key, const tagTMatl*> materials_;
+  std::map<Key, const tagTCord*> records_;
+  std::unordered_map<Key, Key> outputs_;  // of nodes
+  std::unordered_map<Key, NasLineRecords> lines_;
   std::unordered_map<Key, const tagTSprop*> masses_;
   std::unordered_map<Key, std::string> names_;  // of the cards that elements came from
-  std::map<std::int32_t, std::uint64_t> unwritten_;
+  Names property_cards_;
+  Names material_cards_;
+  std::map<std::int32_t, std::pair<std::uint64_t, Key>> unwritten_;
 };
+
+/// Whether a card of that name names a property.
+bool NasHasProperty(std::string_view card);
+
+/// The key of a model's global system, which needs no card.
+inline constexpr Key kNasGlobalSystem = 1;
 
 }  // namespace qx::exchange

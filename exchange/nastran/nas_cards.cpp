@@ -94,6 +94,7 @@ void NasText::FindBulk() {
       is_bulk = true;
     } else if (BeginsWith(line.substr(0, line.find('$')), "ENDDATA")) {
       bulk_end_ = at;
+      is_ended_ = true;
       break;
     }
     at = end;
@@ -106,72 +107,87 @@ void NasText::ListCards() {
     AddLine(at, end);
     at = end;
   }
+  for (std::size_t i = 0; i < cards_.size(); ++i) TakeNinth(i);
   labels_ = {};
+  ninth_ = {};
 }
 
-void NasText::AddLine(std::size_t begin, std::size_t end) {
-  const std::string_view text(Text());
-  const std::size_t comment = std::min(text.substr(begin, end - begin).find('$'), end - begin);
-  comments_ += comment < end - begin;
-  const std::size_t stop = begin + comment;
-  const NasField all = Trimmed(text, begin, stop);
-  if (all.length == 0) return;
+namespace {
+
+/// The fields of a line, the name or the label it goes on from first.
+std::vector<NasField> FieldsOf(std::string_view text, NasLine& line) {
   std::vector<NasField> fields;
-  const bool is_free = text.substr(begin, stop - begin).find(',') != std::string_view::npos;
-  bool is_large = false;
-  if (is_free) {
-    for (std::size_t at = begin; at <= stop;) {
-      const std::size_t comma = std::min(text.find(',', at), stop);
+  const auto is_marked = [&] {
+    return fields[0].length > 0 &&
+           (text[fields[0].at + fields[0].length - 1] == '*' || text[fields[0].at] == '*');
+  };
+  if (line.form == NasLine::Form::kFree) {
+    for (std::size_t at = line.begin; at <= line.stop;) {
+      const std::size_t comma = std::min(text.find(',', at), line.stop);
       fields.push_back(Trimmed(text, at, comma));
       at = comma + 1;
     }
-    is_large = fields[0].length > 0 && text[fields[0].at + fields[0].length - 1] == '*';
-    is_large = is_large || (fields[0].length > 0 && text[fields[0].at] == '*');
-  } else {
-    // A tab goes on to the next column of eight, as the card of a small field is wide.
-    std::vector<std::size_t> column_at;  // place of each eighth column
-    std::size_t column = 0;
-    for (std::size_t at = begin; at < stop; ++at) {
-      while (column_at.size() * 8 <= column) column_at.push_back(at);
-      column = text[at] == '\t' ? (column / 8 + 1) * 8 : column + 1;
-    }
-    const auto place = [&](std::size_t eighth) {
-      return eighth < column_at.size() ? column_at[eighth] : stop;
-    };
-    fields.push_back(Trimmed(text, place(0), place(1)));
-    const bool marked = fields[0].length > 0 && (text[fields[0].at + fields[0].length - 1] == '*' ||
-                                                 text[fields[0].at] == '*');
-    is_large = marked;
-    const std::size_t width = is_large ? 2 : 1;
-    for (std::size_t f = 0; f < (is_large ? 4u : 8u); ++f) {
-      fields.push_back(Trimmed(text, place(1 + f * width), place(1 + (f + 1) * width)));
-    }
-    fields.push_back(Trimmed(text, place(9), place(10)));
+    line.is_large = is_marked();
+    line.given = fields.size() - 1;
+    while (fields.size() > 1 && fields.back().length == 0) fields.pop_back();
+    return fields;
   }
-  const std::size_t per_line = is_large ? 4 : 8;
-  std::string first(text.substr(fields[0].at, fields[0].length));
+  // A tab goes on to the next column of eight, as the card of a small field is wide.
+  std::vector<std::size_t> column_at;  // place of each eighth column
+  std::size_t column = 0;
+  for (std::size_t at = line.begin; at < line.stop; ++at) {
+    while (column_at.size() * 8 <= column) column_at.push_back(at);
+    if (text[at] == '\t') line.form = NasLine::Form::kTabs;
+    column = text[at] == '\t' ? (column / 8 + 1) * 8 : column + 1;
+  }
+  const auto place = [&](std::size_t eighth) {
+    return eighth < column_at.size() ? column_at[eighth] : line.stop;
+  };
+  fields.push_back(Trimmed(text, place(0), place(1)));
+  line.is_large = is_marked();
+  const std::size_t width = line.is_large ? 2 : 1;
+  for (std::size_t f = 0; f < (line.is_large ? 4u : 8u); ++f) {
+    fields.push_back(Trimmed(text, place(1 + f * width), place(1 + (f + 1) * width)));
+  }
+  fields.push_back(Trimmed(text, place(9), place(10)));
+  return fields;
+}
+
+/// A label without the sign before it.
+std::string_view LabelName(std::string_view label) {
+  return label.substr(!label.empty() && (label[0] == '+' || label[0] == '*') ? 1 : 0);
+}
+
+}  // namespace
+
+void NasText::AddLine(std::size_t begin, std::size_t end) {
+  const std::string_view text(Text());
+  NasLine line;
+  line.begin = begin;
+  line.end = end;
+  line.stop = begin + std::min(text.substr(begin, end - begin).find_first_of("$\r\n"), end - begin);
+  if (Trimmed(text, begin, line.stop).length == 0) return;
+  const bool is_free = text.substr(begin, line.stop - begin).find(',') != std::string_view::npos;
+  line.form = is_free ? NasLine::Form::kFree : NasLine::Form::kColumns;
+  std::vector<NasField> fields = FieldsOf(text, line);
+  const auto read = [&](const NasField& field) { return text.substr(field.at, field.length); };
+  std::string first(read(fields[0]));
   const bool goes_on = first.empty() || first[0] == '+' || first[0] == '*';
-  std::string label;
-  if (fields.size() > per_line + 1) {
-    label = std::string(text.substr(fields[per_line + 1].at, fields[per_line + 1].length));
-  }
   std::size_t to = cards_.size();
   if (goes_on) {
     if (cards_.empty()) return;
     to = cards_.size() - 1;
-    const auto name = [](std::string_view of) {
-      return of.empty() ? std::string()
-                        : std::string(of.substr(of[0] == '+' || of[0] == '*' ? 1 : 0));
-    };
-    const std::string wanted = name(first);
-    if (!wanted.empty() && name(labels_[to]) != wanted) {
+    const std::string_view wanted = LabelName(first);
+    if (!wanted.empty() && LabelName(labels_[to]) != wanted) {
       for (std::size_t i = labels_.size(); i-- > 0;) {
-        if (!labels_[i].empty() && name(labels_[i]) == wanted) {
+        if (!labels_[i].empty() && LabelName(labels_[i]) == wanted) {
           to = i;
           break;
         }
       }
     }
+    if (!wanted.empty() && LabelName(labels_[to]) == wanted) ninth_[to].reset();
+    TakeNinth(to);
   } else {
     if (first.ends_with('*')) first.pop_back();
     NasCard card;
@@ -179,19 +195,65 @@ void NasText::AddLine(std::size_t begin, std::size_t end) {
     card.begin = begin;
     cards_.push_back(std::move(card));
     labels_.emplace_back();
+    ninth_.emplace_back();
   }
-  NasCard& card = cards_[to];
-  card.lines.emplace_back(begin, end);
-  for (std::size_t f = 1; f <= per_line; ++f) {
-    card.fields.push_back(f < fields.size() ? fields[f] : NasField{stop, 0});
+  const std::size_t per_line = line.is_large ? 4 : 8;
+  labels_[to].clear();
+  ninth_[to].reset();
+  if (fields.size() == per_line + 2) {
+    const NasField last = fields.back();
+    labels_[to] = std::string(read(last));
+    if (is_free && DeckReal(read(last)) && read(last)[0] != '+') ninth_[to] = last;
+    fields.pop_back();
   }
-  // Free fields beyond a line's, which are no label, go on with the card.
-  labels_[to] = label;
+  fields.erase(fields.begin());
+  AddFields(cards_[to], line, fields, per_line);
 }
 
+/// Fields beyond a line's go on as those of the next line would.
+void NasText::AddFields(NasCard& card, NasLine line, const std::vector<NasField>& fields,
+                        std::size_t per_line) {
+  line.first = card.fields.size();
+  card.lines.push_back(line);
+  card.fields.insert(card.fields.end(), fields.begin(), fields.end());
+  const std::size_t lines = std::max<std::size_t>(1, (fields.size() + per_line - 1) / per_line);
+  card.fields.resize(line.first + lines * per_line, NasField{line.stop, 0});
+}
+
+void NasText::TakeNinth(std::size_t card) {
+  if (!ninth_[card]) return;
+  const NasField field = *ninth_[card];
+  ninth_[card].reset();
+  NasCard& of = cards_[card];
+  const NasLine& line = of.lines.back();
+  of.fields.push_back(field);
+  of.fields.resize(of.fields.size() + (line.is_large ? 3 : 7), NasField{line.stop, 0});
+}
+
+// ---- changes ------------------------------------------------------------------------------------
+
 std::string_view NasText::FieldText(const NasCard& card, std::size_t field) const {
+  for (const auto& [index, text] : card.changed) {
+    if (index == field) return text;
+  }
   if (field >= card.fields.size()) return {};
   return std::string_view(Text()).substr(card.fields[field].at, card.fields[field].length);
+}
+
+void NasText::Change(std::size_t card, std::size_t field, std::string text) {
+  if (FieldText(cards_[card], field) == text) return;
+  for (auto& [index, now] : cards_[card].changed) {
+    if (index == field) {
+      now = std::move(text);
+      return;
+    }
+  }
+  cards_[card].changed.emplace_back(field, std::move(text));
+}
+
+std::string NasText::Place(const NasCard& card) const {
+  std::string file;
+  return Place(card.begin, file);
 }
 
 }  // namespace qx::exchange

@@ -4,6 +4,7 @@
 #include <array>
 #include <cmath>
 #include <fmt/format.h>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -17,14 +18,23 @@ class NasFieldReader {
   NasFieldReader(const NasText& text, const std::string& file, std::vector<Failure>& faults)
       : text_(text), file_(file), faults_(faults) {}
 
-  bool IsFull() const { return faults_.size() >= LossReport::kMostFaults; }
+  bool IsFull() const { return found_.size() >= LossReport::kMostFaults; }
+  bool HasFaults() const { return !found_.empty(); }
+  const NasText& Source() const { return text_; }
 
+  /// A fault of a card; only the first of each is kept.
   void Fault(const NasCard& card, std::string what, std::string remedy) {
-    if (IsFull()) return;
+    if (IsFull() || found_.contains(card.begin)) return;
     std::string file;
     std::string place = text_.Place(card.begin, file) + ", " + card.name;
-    faults_.push_back(
-        {file.empty() ? file_ : file, std::move(place), std::move(what), std::move(remedy)});
+    found_.insert(
+        {card.begin,
+         {file.empty() ? file_ : file, std::move(place), std::move(what), std::move(remedy)}});
+  }
+  /// Hands the faults over in the order of the file.
+  void TellFaults() {
+    for (auto& [at, fault] : found_) faults_.push_back(std::move(fault));
+    found_.clear();
   }
   std::string_view Text(const NasCard& card, std::size_t field) const {
     return text_.FieldText(card, field);
@@ -59,6 +69,9 @@ class NasFieldReader {
   const NasText& text_;
   const std::string& file_;
   std::vector<Failure>& faults_;
+
+ private:
+  std::map<std::size_t, Failure> found_;  // by the place of the card
 };
 
 }  // namespace qx::exchange

@@ -24,11 +24,12 @@ Format NastranFormat() {
   format.name = "nastran";
   format.title = "Nastran bulk data";
   format.extensions = kExtensions;
-  format.capabilities =
-      capability::kElements | capability::kSystems | capability::kProperties | capability::kCarried;
+  format.capabilities = capability::kElements | capability::kSets | capability::kSystems |
+                        capability::kProperties | capability::kCarried;
   format.looks_like = LooksLike;
   format.read = ReadNastran;
   format.write = WriteNastran;
+  format.tell_text = TellNasText;
   return format;
 }
 

@@ -2,19 +2,23 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
-#include <cmath>
 #include <fmt/format.h>
 #include <map>
 #include <set>
 #include <unordered_map>
 
-#include "qx_db/model/coordinate_pool.h"
-#include "qx_db/model/standard_pools.h"
+#include "qx_db/platform/text.h"
 #include "qx_db/record/element_types.h"
 
-#include "exchange/nastran/nas_carried.h"
+#include "exchange/nastran/nas_card_text.h"
+#include "exchange/nastran/nas_control.h"
+#include "exchange/nastran/nas_lines.h"
+#include "exchange/nastran/nas_names.h"
+#include "exchange/nastran/nas_placing.h"
 #include "exchange/nastran/nas_properties.h"
+#include "exchange/nastran/nas_rules.h"
+#include "exchange/nastran/nas_systems.h"
+#include "exchange/nastran/nas_tally.h"
 
 namespace qx::exchange {
 namespace {
@@ -71,29 +75,42 @@ bool IsIn(const List& list, std::string_view name) {
 class NasReader : private NasFieldReader {
  public:
   NasReader(const NasText& text, const std::string& file, std::vector<Failure>& faults,
-            std::vector<NasSource>* sources)
-      : NasFieldReader(text, file, faults), sources_(sources) {}
+            const NasReading& reading)
+      : NasFieldReader(text, file, faults), reading_(reading) {}
 
   Result<Deck> Read() {
     deck_.format = "nastran";
-    // Defaults first, then what others refer to.
+    // Defaults first, then what others refer to. Plotted lines come last: they may have the numbers
+    // of other elements.
     for (const NasCard& card : text_.Cards()) {
       if (card.name == "GRDSET") grid_defaults_ = &card;
       if (card.name == "BAROR") bar_defaults_ = &card;
       if (card.name == "BEAMOR") beam_defaults_ = &card;
     }
-    for (std::size_t i = 0; i < text_.Cards().size() && !IsFull(); ++i) ReadCard(i);
+    for (const bool is_plotted : {false, true}) {
+      for (std::size_t i = 0; i < text_.Cards().size() && !IsFull(); ++i) {
+        const NasCard& card = text_.Cards()[i];
+        if (!card.is_gone && (card.name == "PLOTEL") == is_plotted) ReadCard(i);
+      }
+    }
     PlaceNodes();
-    CheckReferences();
+    if (!IsOfModel()) CheckReferences();
+    ReadLines();
+    TellFaults();
     if (!faults_.empty()) return faults_.front();
+    GiveProperties();
     MakePlaceholders();
     MakeBlocks();
-    deck_.Of<tagTCarried>().push_back(CarryNasText(
-        text_,
-        [this](bool is_node, Key key) {
-          return is_node ? grid_index_.contains(key) : element_index_.contains(key);
-        },
-        unchecked_));
+    ReadNasNames(text_, deck_);
+    if (IsOfModel()) return Result<Deck>(std::move(deck_));
+    ReadNasSets(text_, deck_);
+    FindUntold();
+    if (reading_.leaves_text) {
+      deck_.report = {};
+      TellText();
+      return Result<Deck>(std::move(deck_));
+    }
+    if (reading_.carries) Carry();
     Tell();
     if (Outcome checked = CheckMesh(deck_, file_); !checked) {
       faults_.push_back(checked.Error());
@@ -104,44 +121,53 @@ class NasReader : private NasFieldReader {
 
  private:
   using Kind = NasSource::Kind;
-  struct Grid {
-    Key key;
-    Key system;
-    Key output;
-    std::array<double, 3> at;
-    std::size_t card;
-  };
+  bool IsOfModel() const { return static_cast<bool>(reading_.is_described); }
 
-  void Source(Kind kind, Key key, std::size_t card, std::size_t part = 0) {
-    if (sources_) sources_->push_back({kind, key, card, part});
+  void Source(Kind kind, Key key, std::size_t card, std::size_t part = 0, std::size_t own = 0) {
+    if (reading_.sources) reading_.sources->push_back({kind, key, card, part});
+    if (kind == Kind::kCarried || !reading_.carries) return;
+    const NasField& field = text_.Cards()[card].fields[own];
+    definitions_.push_back({field, kind, key});
   }
 
   // ---- cards ------------------------------------------------------------------------------------
 
   void ReadCard(std::size_t index) {
     const NasCard& card = text_.Cards()[index];
+    if (IsOfModel() && !reading_.is_described(index)) return CarryCard(card, index);
     if (card.name == "GRID") return ReadGrid(card, index);
     if (card.name.starts_with("CORD") && card.name.size() == 6) return ReadSystem(card, index);
-    if (card.name.starts_with("MAT") && ReadMaterial(card, index)) return;
-    if (card.name.starts_with("P") && ReadProperty(card, index)) return;
+    if (IsNasMaterial(card.name)) return ReadMaterial(card, index);
+    if (IsNasProperty(card.name)) return ReadProperty(card, index);
     for (const ElementCard& kind : kElementCards) {
       if (card.name == kind.name) return ReadElement(card, kind, index);
     }
+    CarryCard(card, index);
+  }
+
+  void CarryCard(const NasCard& card, std::size_t index) {
     Source(Kind::kCarried, 0, index);
-    ++carried_[card.name];
+    carried_.Add(text_, card);
     const char* set = IsIn(kLoadCards, card.name)         ? "LOAD"
                       : IsIn(kConstraintCards, card.name) ? "SPC"
                       : IsIn(kMultiCards, card.name)      ? "MPC"
                                                           : nullptr;
-    if (set) sets_.insert({set, Number(card, 0)});
+    const auto number = DeckInteger(Text(card, 0));
+    if (set && number && *number > 0 && *number <= kMaxKey) {
+      sets_.insert({set, static_cast<Key>(*number)});
+    }
   }
 
   void ReadGrid(const NasCard& card, std::size_t index) {
     const Key key = Number(card, 0);
     if (key < 1) return Fault(card, "the node has no number", "give it one");
-    Grid grid{key, Number(card, 1, grid_defaults_), Number(card, 5, grid_defaults_),
-              Vector(card, 2), index};
-    if (!Text(card, 6).empty()) ++with_constraints_;
+    const NasCard* of_output = Text(card, 5).empty() && grid_defaults_ ? grid_defaults_ : &card;
+    const bool is_fluid = DeckInteger(Text(*of_output, 5)) == -1;
+    NasGrid grid{key, Number(card, 1, grid_defaults_), is_fluid ? 0 : Number(*of_output, 5),
+                 Vector(card, 2), index};
+    with_constraints_ += !Text(card, 6).empty();
+    in_fluid_ += is_fluid;
+    in_superelements_ += !Text(card, 7).empty();
     if (!grid_index_.emplace(key, grids_.size()).second) {
       return Fault(card, fmt::format("node {} is there twice", key), "remove one");
     }
@@ -157,20 +183,16 @@ class NasReader : private NasFieldReader {
     if (card.name[4] == '1') {
       for (std::size_t part = 0; part < 2; ++part) {
         const std::size_t at = part * 4;
-        if (part == 1 && Text(card, at).empty()) break;
+        if (Text(card, at).empty() && (part == 1 || IsOfModel())) continue;
         const Key key = Number(card, at);
         if (!NewSystem(card, key, type)) return;
-        by_nodes_.push_back({systems_.size() - 1,
-                             {Number(card, at + 1), Number(card, at + 2), Number(card, at + 3)},
-                             index});
-        Source(Kind::kSystem, key, index, part);
+        on_nodes_.push_back({systems_.size() - 1,
+                             {Number(card, at + 1), Number(card, at + 2), Number(card, at + 3)}});
+        Source(Kind::kSystem, key, index, part, at);
       }
       return;
     }
-    if (card.name[4] != '2') {
-      ++carried_[card.name];
-      return Source(Kind::kCarried, 0, index);
-    }
+    if (card.name[4] != '2') return CarryCard(card, index);
     const Key key = Number(card, 0);
     if (!NewSystem(card, key, type)) return;
     tagTCord& system = systems_.back();
@@ -197,6 +219,7 @@ class NasReader : private NasFieldReader {
     system.type = type;
     system.plane = 2;  // a point on z, and one in the plane of z and x
     systems_.push_back(system);
+    system_cards_.push_back(&card);
     return key > 0;
   }
 
@@ -220,19 +243,20 @@ class NasReader : private NasFieldReader {
     if (card.name == "CBUSH" && nodes[0] > 0 && nodes[1] == 0) {
       type = element::kPoint;  // to the ground
       count = 1;
-    } else if (!is_whole) {
+    } else if (!is_whole && !IsOfModel()) {
       return Fault(card, fmt::format("it has fewer than {} nodes", kind.corners), "complete it");
     }
-    if (!is_quadratic && given > kind.corners) ++reduced_[card.name];
+    if (!is_quadratic && given > kind.corners) reduced_.Add(text_, card);
     if (card.name == "PLOTEL" && element_index_.contains(key)) {
-      ++carried_[card.name];  // its numbers may be those of elements
+      ++plotted_twice_;
       return Source(Kind::kCarried, 0, index);
     }
     if (!element_index_.emplace(key, deck_.elements.size()).second) {
       return Fault(card, fmt::format("element {} is there twice", key), "remove one");
     }
     Key property = 0;
-    if (kind.has_property) property = Number(card, 1, DefaultsOf(card), key);
+    if (kind.has_property) property = Number(card, 1, DefaultsOf(card));
+    by_own_number_.push_back(kind.has_property && property == 0);
     deck_.elements.push_back({key, type, deck_.connectivity.size(), property});
     const std::size_t at = deck_.connectivity.size();
     deck_.connectivity.resize(at + count);
@@ -241,215 +265,116 @@ class NasReader : private NasFieldReader {
       deck_.connectivity[at + (order ? static_cast<std::size_t>(order[i]) : i)] = nodes[i];
     }
     element_cards_.push_back(index);
-    blocks_[card.name].push_back(key);
     Source(Kind::kElement, key, index);
-    if (card.name == "CBAR" || card.name == "CBEAM" || card.name == "CBUSH")
-      ReadLine(card, key, type);
-    if (card.name == "CONM2") ReadMass(card, key);
   }
 
   const NasCard* DefaultsOf(const NasCard& card) const {
     return card.name == "CBAR" ? bar_defaults_ : card.name == "CBEAM" ? beam_defaults_ : nullptr;
   }
 
-  /// Orientation, offsets and releases of bars and beams.
-  void ReadLine(const NasCard& card, Key key, std::int32_t type) {
-    if (type == element::kPoint) return;
-    const NasCard* defaults = DefaultsOf(card);
-    const bool own = !Text(card, 4).empty() || !Text(card, 5).empty() || !Text(card, 6).empty();
-    const NasCard& from = own || !defaults ? card : *defaults;
-    const std::string_view first = Text(from, 4);
-    if (!first.empty() || !Text(from, 5).empty() || !Text(from, 6).empty()) {
-      tagTEcrd orientation;
-      orientation.key = key;
-      orientation.element_type = type;
-      const bool is_node = DeckInteger(first) && Text(from, 5).empty() && Text(from, 6).empty() &&
-                           !first.empty() && first.find('.') == std::string_view::npos;
-      if (is_node) {
-        orientation.method = tagTEcrd::kByNode;
-        orientation.reference_node = static_cast<ITR>(Number(from, 4));
-      } else {
-        const auto v = Vector(from, 4);
-        orientation.method = tagTEcrd::kByVector;
-        orientation.reference_vector = {v[0], v[1], v[2]};
-      }
-      deck_.Of<tagTEcrd>().push_back(orientation);
+  /// Orientation, offsets and releases of lines, and masses, once nodes and systems are known.
+  void ReadLines() {
+    const NasSystems systems(systems_);
+    std::unordered_map<Key, Key> output;
+    for (const NasGrid& grid : grids_) {
+      if (grid.output > 0) output[grid.key] = grid.output;
     }
-    if (card.name == "CBUSH") return;
-    ReadOffsets(card, key);
-    ReadReleases(card, key);
-  }
-
-  void ReadOffsets(const NasCard& card, Key key) {
-    const auto a = Vector(card, 10);
-    const auto b = Vector(card, 13);
-    const auto is_zero = [](const std::array<double, 3>& v) {
-      return v[0] == 0 && v[1] == 0 && v[2] == 0;
+    const NasNodeFrames frames = [&](Key node) {
+      const auto grid = grid_index_.find(node);
+      if (grid == grid_index_.end()) return NasNodeFrame();
+      const Vector3 at(grids_[grid->second].at.data());
+      const auto of = output.find(node);
+      if (of == output.end()) return NasNodeFrame{at, Triad()};
+      return NasNodeFrame{at, systems.AxesAt(of->second, at).value_or(Triad())};
     };
-    if (is_zero(a) && is_zero(b)) return;
-    tagTE1DOffset offset;
-    offset.key = static_cast<Key>(deck_.Of<tagTE1DOffset>().size()) + 1;
-    offset.elements.Add(static_cast<ITR>(key));
-    offset.end_a = !is_zero(a);
-    offset.end_b = !is_zero(b);
-    for (std::size_t i = 0; i < 3; ++i) {
-      offset.offset_a[i] = a[i];
-      offset.offset_b[i] = b[i];
+    for (std::size_t e = 0; e < deck_.elements.size(); ++e) {
+      const NasCard& card = text_.Cards()[element_cards_[e]];
+      const Key* nodes = &deck_.connectivity[deck_.elements[e].first];
+      if (card.name == "CONM2") ReadNasMass(*this, card, nodes[0], frames, deck_);
+      if (!IsNasLine(card.name) || deck_.elements[e].type == element::kPoint) continue;
+      ReadNasLine(*this, card, DefaultsOf(card), {nodes[0], nodes[1]}, frames, systems, deck_);
     }
-    offset.csys_type = 0;
-    offset.from_section = 0;
-    deck_.Of<tagTE1DOffset>().push_back(offset);
-  }
-
-  void ReadReleases(const NasCard& card, Key key) {
-    const std::string_view ends[] = {Text(card, 8), Text(card, 9)};
-    if (ends[0].empty() && ends[1].empty()) return;
-    tagTE1DRelease release;
-    release.key = static_cast<Key>(deck_.Of<tagTE1DRelease>().size()) + 1;
-    release.elements.Add(static_cast<ITR>(key));
-    bool any = false;
-    for (std::size_t end = 0; end < 2; ++end) {
-      for (const char c : ends[end]) {
-        if (c < '1' || c > '6') continue;
-        release.released[end * 6 + static_cast<std::size_t>(c - '1')] = 1;
-        any = true;
-      }
+    // An orientation node that is not there leaves the element to its card.
+    for (const tagTEcrd& orientation : deck_.Of<tagTEcrd>()) {
+      const auto node = static_cast<Key>(orientation.reference_node);
+      if (orientation.method != tagTEcrd::kByNode || grid_index_.contains(node) || IsOfModel())
+        continue;
+      Fault(text_.Cards()[element_cards_[element_index_.at(orientation.key)]],
+            fmt::format("its orientation node {} is not there", node), "add the node");
     }
-    if (any) deck_.Of<tagTE1DRelease>().push_back(release);
   }
 
-  void ReadMass(const NasCard& card, Key key) {
-    tagTSprop mass;
-    mass.key = key;
-    mass.mass = Real(card, 3);
-    const auto offset = Vector(card, 4);
-    mass.offset = {offset[0], offset[1], offset[2]};
-    mass.has_offset = offset[0] != 0 || offset[1] != 0 || offset[2] != 0;
-    for (std::size_t i = 0; i < 6; ++i) mass.inertia[i] = Real(card, 8 + i);
-    if (const Key system = Number(card, 2)) mass.coordinate_system = static_cast<ITR>(system);
-    deck_.Of<tagTSprop>().push_back(mass);
-  }
-
-  bool ReadMaterial(const NasCard& card, std::size_t index) {
+  void ReadMaterial(const NasCard& card, std::size_t index) {
     tagTMatl material;
-    bool in_part = false;
-    if (!ReadNasMaterial(*this, card, material, in_part)) return false;
+    ReadNasMaterial(*this, card, material);
     if (material.key < 1 || !material_keys_.insert(material.key).second) {
-      Fault(card, "the material has no number of its own", "give it one");
-      return true;
+      return Fault(card, "the material has no number of its own", "give it one");
     }
-    simplified_[card.name] += in_part;
     deck_.Of<tagTMatl>().push_back(material);
+    material_sources_.push_back(&card);
     Source(Kind::kMaterial, material.key, index);
-    return true;
   }
 
-  bool ReadProperty(const NasCard& card, std::size_t index) {
+  void ReadProperty(const NasCard& card, std::size_t index) {
     tagTProp property;
-    bool in_part = false;
-    if (!ReadNasProperty(*this, card, property, in_part)) return false;
+    ReadNasProperty(*this, card, property);
     if (property.key < 1 || !property_keys_.insert(property.key).second) {
-      Fault(card, "the property has no number of its own", "give it one");
-      return true;
+      return Fault(card, "the property has no number of its own", "give it one");
     }
-    simplified_[card.name] += in_part;
     deck_.Of<tagTProp>().push_back(property);
+    property_sources_.push_back(&card);
     Source(Kind::kProperty, property.key, index);
-    return true;
   }
 
   // ---- together ---------------------------------------------------------------------------------
 
-  /// Brings nodes from their systems into the basic one. Systems may rest on nodes, and nodes on
-  /// systems, so both are worked through until nothing more is known.
   void PlaceNodes() {
-    CQXDBSession scratch(AddStandardPools);
-    auto& pool = *scratch.GetPool<DPoolCord>(code::kCord);
-    pool.RemoveAll();
-    std::unordered_map<Key, std::array<double, 3>> placed;
-    std::unordered_map<Key, ITR> known;
-    std::vector<char> node_done(grids_.size(), 0);
-    std::vector<char> system_done(systems_.size(), 0);
-    std::map<std::size_t, std::size_t> nodes_of;  // of a system, its place in by_nodes_
-    for (std::size_t i = 0; i < by_nodes_.size(); ++i) nodes_of[by_nodes_[i].system] = i;
-    bool goes_on = true;
-    while (goes_on) {
-      goes_on = false;
-      for (std::size_t s = 0; s < systems_.size(); ++s) {
-        if (system_done[s]) continue;
-        tagTCord system = systems_[s];
-        const auto reference = static_cast<Key>(system.reference);
-        const auto by_nodes = nodes_of.find(s);
-        if (by_nodes != nodes_of.end()) {
-          const auto& nodes = by_nodes_[by_nodes->second].nodes;
-          if (!placed.contains(nodes[0]) || !placed.contains(nodes[1]) ||
-              !placed.contains(nodes[2]))
-            continue;
-          const auto point = [&](Key node) {
-            const auto& p = placed.at(node);
-            return tagTVector3<double>{p[0], p[1], p[2]};
-          };
-          systems_[s].origin = system.origin = point(nodes[0]);
-          systems_[s].axis_point = system.axis_point = point(nodes[1]);
-          systems_[s].plane_point = system.plane_point = point(nodes[2]);
-        } else if (reference != 0 && !known.contains(reference)) {
-          continue;
-        }
-        system.reference = reference != 0 ? known.at(reference) : 0;
-        known[system.key] = pool.InsertNU(system);
-        system_done[s] = 1;
-        goes_on = true;
-      }
-      for (std::size_t n = 0; n < grids_.size(); ++n) {
-        if (node_done[n]) continue;
-        Grid& grid = grids_[n];
-        if (grid.system != 0) {
-          const auto system = known.find(grid.system);
-          if (system == known.end()) continue;
-          Frame frame;
-          if (!pool.GetFrame(system->second, frame)) continue;
-          const Vector3 local = ToRectangular(pool.GetAtNU(system->second).type,
-                                              Vector3(grid.at[0], grid.at[1], grid.at[2]));
-          const Vector3 global = frame.origin + frame.axes.ToGlobal(local);
-          grid.at = {global.x, global.y, global.z};
-          ++moved_;
-        }
-        node_done[n] = 1;
-        placed[grid.key] = grid.at;
-        goes_on = true;
-      }
+    const NasPlaced placed = PlaceNasNodes(grids_, systems_, on_nodes_, grid_index_);
+    moved_ = placed.moved;
+    for (const std::size_t s : placed.without_axes) without_axes_.Add(text_, *system_cards_[s]);
+    for (std::size_t s = 0; s < systems_.size() && !IsOfModel(); ++s) {
+      if (placed.systems[s]) continue;
+      Fault(*system_cards_[s],
+            fmt::format("what coordinate system {} is given in is not there, or leads back to it",
+                        systems_[s].key),
+            "complete or correct it");
     }
-    for (std::size_t s = 0; s < systems_.size(); ++s) {
-      if (!system_done[s] && faults_.size() < LossReport::kMostFaults) {
-        faults_.push_back({file_, fmt::format("coordinate system {}", systems_[s].key),
-                           "what it is given in is not there, or leads back to it",
-                           "complete or correct it"});
-      }
-    }
-    for (std::size_t n = 0; n < grids_.size(); ++n) {
-      if (node_done[n]) continue;
+    for (std::size_t n = 0; n < grids_.size() && !IsOfModel(); ++n) {
+      if (placed.nodes[n]) continue;
       Fault(text_.Cards()[grids_[n].card],
-            fmt::format("coordinate system {} of the node is not there", grids_[n].system),
+            fmt::format("coordinate system {} of the node is not there, or has no axes",
+                        grids_[n].system),
             "add it or correct the number");
     }
-    for (const Grid& grid : grids_) {
+    for (const NasGrid& grid : grids_) {
       deck_.node_keys.push_back(grid.key);
       deck_.coordinates.insert(deck_.coordinates.end(), grid.at.begin(), grid.at.end());
-      if (grid.output > 0) outputs_[grid.output].push_back(grid.key);
     }
     deck_.Of<tagTCord>() = systems_;
-    for (const auto& [system, nodes] : outputs_) {
-      if (!system_index_.contains(system)) {
-        faults_.push_back({file_, fmt::format("coordinate system {}", system),
-                           "nodes have their displacements in it and it is not there", "add it"});
+    AssignOutputs();
+  }
+
+  /// Nodes whose displacements are in a system are a mesh set that the system is assigned to.
+  void AssignOutputs() {
+    std::map<Key, std::vector<Key>> outputs;
+    for (const NasGrid& grid : grids_) {
+      if (grid.output < 1) continue;
+      if (!system_index_.contains(grid.output)) {
+        if (IsOfModel()) continue;
+        Fault(text_.Cards()[grid.card],
+              fmt::format("system {} of its displacements is not there", grid.output),
+              "add it or correct the number");
         continue;
       }
+      outputs[grid.output].push_back(grid.key);
+    }
+    for (const auto& [system, nodes] : outputs) {
       tagTMeshCsys assigned;
       assigned.key = static_cast<Key>(deck_.Of<tagTMeshCsys>().size()) + 1;
       assigned.mesh_set = deck_.groups.size() + 1;
       assigned.coordinate_system = static_cast<ITR>(system);
       deck_.Of<tagTMeshCsys>().push_back(assigned);
-      deck_.groups.push_back({fmt::format("displacements in system {}", system), 0, {}, nodes});
+      deck_.groups.push_back({fmt::format("{}{}", kNasOutputSet, system), 0, {}, nodes});
     }
   }
 
@@ -462,14 +387,18 @@ class NasReader : private NasFieldReader {
               "add the node or remove the element");
       }
     }
-    // An orientation node that is not there leaves the element to its card.
-    for (tagTEcrd& orientation : deck_.Of<tagTEcrd>()) {
-      const auto node = static_cast<Key>(orientation.reference_node);
-      if (orientation.method != tagTEcrd::kByNode || grid_index_.contains(node)) continue;
-      faults_.push_back({file_, fmt::format("element {}", orientation.key),
-                         fmt::format("its orientation node {} is not there", node),
-                         "add the node"});
-      if (IsFull()) break;
+  }
+
+  /// An element that names no property has the one of its own number, where there is one.
+  void GiveProperties() {
+    for (std::size_t e = 0; e < deck_.elements.size(); ++e) {
+      if (!by_own_number_[e]) continue;
+      Mesh::Element& element = deck_.elements[e];
+      if (property_keys_.contains(element.key)) {
+        element.property = element.key;
+      } else {
+        without_property_.Add(text_, text_.Cards()[element_cards_[e]]);
+      }
     }
   }
 
@@ -480,7 +409,7 @@ class NasReader : private NasFieldReader {
       if (element.property == 0 || !property_keys_.insert(element.property).second) continue;
       tagTProp property;
       property.key = element.property;
-      property.name.Set(Utf16(fmt::format("property {}", element.property)));
+      property.name.Set(Utf16(fmt::format("{}{}", kNasPlaceholder, element.property)));
       deck_.Of<tagTProp>().push_back(property);
       ++properties;
     }
@@ -492,8 +421,9 @@ class NasReader : private NasFieldReader {
       const auto material = static_cast<Key>(property.material);
       if (material == 0 || material_keys_.contains(material)) continue;
       property.material = 0;
-      deck_.report.Lost("materials of properties that are not there", 1,
-                        fmt::format("property {}", property.key));
+      deck_.report.Lost("materials of properties were left out", 1,
+                        fmt::format("property {}", property.key),
+                        "no card that is read describes them");
     }
     Key key = 0;
     for (const auto& [kind, number] : sets_) {
@@ -506,8 +436,12 @@ class NasReader : private NasFieldReader {
 
   /// The card that each element was read from.
   void MakeBlocks() {
+    std::map<std::string, std::vector<Key>> blocks;
+    for (std::size_t e = 0; e < deck_.elements.size(); ++e) {
+      blocks[text_.Cards()[element_cards_[e]].name].push_back(deck_.elements[e].key);
+    }
     Key key = 0;
-    for (const auto& [name, keys] : blocks_) {
+    for (const auto& [name, keys] : blocks) {
       tagTBlock block;
       block.key = ++key;
       block.format.Set(u"nastran");
@@ -517,70 +451,193 @@ class NasReader : private NasFieldReader {
     }
   }
 
-  void Tell() {
-    LossReport& report = deck_.report;
-    for (const auto& [name, count] : reduced_) {
-      report.Changed(name + " without all mid-side nodes were read by their corners", count);
+  // ---- the text ---------------------------------------------------------------------------------
+
+  /// Where the numbers of nodes, elements and systems are given.
+  void Carry() {
+    tagTCarried carried;
+    carried.key = 1;
+    carried.format.Set(u"nastran");
+    carried.keyword.Set(kNasDeck);
+    carried.checked = tagTCarried::kChecked;
+    for (const NasCard& card : text_.Cards()) {
+      if (NasKnowsKeysOf(card)) continue;
+      carried.checked = tagTCarried::kUnchecked;
+      unchecked_.Add(text_, card);
     }
-    for (const auto& [name, count] : simplified_) {
-      if (count == 0) continue;
-      report.Assumed(
-          fmt::format("{} {} are held in part; their cards are carried whole", count, name));
-    }
-    if (moved_ > 0) {
-      report.Assumed(fmt::format("{} nodes given in local systems are in the basic one", moved_));
-    }
-    const auto list = [](const std::map<std::string, std::uint64_t>& counts) {
-      std::string names;
-      for (const auto& [name, count] : counts) {
-        names += fmt::format("{}{} {}", names.empty() ? "" : ", ", name, count);
+    carried.text.Assign(text_.Text().data(), text_.Text().size());
+    std::sort(definitions_.begin(), definitions_.end(),
+              [](const Definition& a, const Definition& b) { return a.field.at < b.field.at; });
+    for (const Definition& definition : definitions_) {
+      const std::int32_t place = carried.places.GetSize();
+      const auto target = static_cast<ITR>(definition.key);
+      if (definition.kind == Kind::kNode) {
+        carried.node_keys.Add({place, target});
+      } else if (definition.kind == Kind::kElement) {
+        carried.element_keys.Add({place, target});
+      } else if (definition.kind == Kind::kSystem) {
+        carried.system_keys.Add({place, target});
+      } else {
+        continue;
       }
-      return names;
-    };
-    if (!carried_.empty()) report.Assumed("cards carried as text: " + list(carried_));
-    if (!unchecked_.cards.empty()) {
-      report.Assumed("cards not checked against renumbering: " + list(unchecked_.cards),
-                     "it is not known which of their numbers are nodes or elements");
+      carried.places.Add({static_cast<std::int32_t>(definition.field.at),
+                          static_cast<std::int32_t>(definition.field.length)});
     }
-    if (!unchecked_.ranges.empty()) {
-      report.Assumed("ranges (THRU) not checked against renumbering: " + list(unchecked_.ranges),
-                     "what lies between their ends is not named");
+    deck_.Of<tagTCarried>().push_back(std::move(carried));
+  }
+
+  /// Cards of which the model has a place for some fields only.
+  void FindUntold() {
+    bool any_line = false;
+    for (std::size_t e = 0; e < deck_.elements.size(); ++e) {
+      const NasCard& card = text_.Cards()[element_cards_[e]];
+      if (IsNasLine(card.name) || card.name == "CONM2") {
+        any_line = true;
+        continue;
+      }
+      const auto kind = std::find_if(std::begin(kElementCards), std::end(kElementCards),
+                                     [&](const ElementCard& k) { return k.name == card.name; });
+      for (std::size_t f = kind->first_node + kind->nodes; f < card.fields.size(); ++f) {
+        if (card.fields[f].length == 0 || DeckReal(Text(card, f)) == 0) continue;
+        in_part_.Add(text_, card);
+        break;
+      }
     }
-    if (with_constraints_ > 0) {
-      report.Assumed(fmt::format("{} nodes have permanent constraints, which their cards carry",
-                                 with_constraints_));
+    for (std::size_t i = 0; i < deck_.Of<tagTProp>().size(); ++i) {
+      if (i >= property_sources_.size()) break;  // placeholders follow
+      const NasCard& card = *property_sources_[i];
+      CountUntold(card, NasPropertyCard(card.name, deck_.Of<tagTProp>()[i]));
+    }
+    for (std::size_t i = 0; i < deck_.Of<tagTMatl>().size(); ++i) {
+      const NasCard& card = *material_sources_[i];
+      CountUntold(card, NasMaterialCard(card.name, deck_.Of<tagTMatl>()[i]));
+    }
+    if (!any_line) return;
+    const NasCardText cards(deck_);
+    for (std::size_t e = 0; e < deck_.elements.size(); ++e) {
+      const NasCard& card = text_.Cards()[element_cards_[e]];
+      if (!IsNasLine(card.name) && card.name != "CONM2") continue;
+      const NasLineForm form = NasLineForm::Of(text_, card, DefaultsOf(card));
+      CountUntold(card, cards.Element(deck_.elements[e].key, form));
     }
   }
 
-  struct ByNodes {
-    std::size_t system;
-    std::array<Key, 3> nodes;
-    std::size_t card;
+  void CountUntold(const NasCard& card, const NasFields& held) {
+    for (std::size_t f = 0; f < card.fields.size(); ++f) {
+      const std::string_view text = Text(card, f);
+      if (text.empty() || held.At(f).IsRead(text)) continue;
+      return in_part_.Add(text_, card);
+    }
+  }
+
+  // ---- the report -------------------------------------------------------------------------------
+
+  void Tell() {
+    LossReport& report = deck_.report;
+    const auto assume = [&](std::string what, std::string where, std::string why) {
+      report.Add({Loss::Kind::kAssumed, std::move(what), 1, std::move(where), std::move(why)});
+    };
+    if (!text_.IsEnded()) {
+      assume("the deck was read to its end", "", "no ENDDATA ends it");
+    }
+    for (const auto& [name, told] : reduced_) {
+      report.Changed(name + " without all mid-side nodes were read by their corners", told.count,
+                     told.where, "the model has no element with some of them");
+    }
+    for (const auto& [name, told] : without_property_) {
+      assume(fmt::format("{} {} have no property", told.count, name), told.where,
+             "they name none, and none has their own number");
+    }
+    for (const auto& [name, told] : without_axes_) {
+      assume(fmt::format("{} {} give no axes", told.count, name), told.where,
+             "their points coincide or lie on one line");
+    }
+    if (moved_ > 0) {
+      assume(fmt::format("{} nodes given in local systems are in the basic one", moved_), "", "");
+    }
+    TellText();
+    if (!unchecked_.IsEmpty()) {
+      assume("cards not checked against renumbering: " + unchecked_.List(),
+             unchecked_.begin()->second.where,
+             "it is not known which of their numbers are nodes or elements");
+    }
+  }
+
+  /// What only the text says: it is carried, or left behind.
+  void TellText() {
+    LossReport& report = deck_.report;
+    const bool is_left = reading_.leaves_text;
+    for (const auto& [name, told] : in_part_) {
+      constexpr const char* kWhy = "the model has no place for some of their fields";
+      if (is_left) {
+        report.Lost("what " + name + " cards say besides was left out", told.count, told.where,
+                    kWhy);
+      } else {
+        report.Add(
+            {Loss::Kind::kAssumed,
+             fmt::format("{} {} are held in part; their cards are carried whole", told.count, name),
+             1, told.where, kWhy});
+      }
+    }
+    const auto count = [&](std::uint64_t number, const char* what, const char* left) {
+      if (number == 0) return;
+      if (is_left) {
+        report.Lost(fmt::format("{} were left out", left), number, "", "only their cards say them");
+      } else {
+        report.Assumed(fmt::format("{} {}", number, what), "their cards carry that");
+      }
+    };
+    count(with_constraints_, "nodes have permanent constraints", "permanent constraints of nodes");
+    count(in_superelements_, "nodes are in superelements", "superelements of nodes");
+    count(in_fluid_, "nodes are in a fluid", "marks of nodes in a fluid");
+    count(plotted_twice_, "PLOTEL have numbers of other elements and are no elements",
+          "PLOTEL with numbers of other elements");
+    if (carried_.IsEmpty()) return;
+    if (is_left) {
+      report.Lost("cards carried as text were left out", carried_.Total(),
+                  carried_.begin()->second.where, carried_.List());
+    } else {
+      report.Assumed("cards carried as text: " + carried_.List());
+    }
+  }
+
+  struct Definition {
+    NasField field;
+    Kind kind;
+    Key key;
   };
 
-  std::vector<NasSource>* sources_;
+  const NasReading& reading_;
   Deck deck_;
   const NasCard* grid_defaults_ = nullptr;
   const NasCard* bar_defaults_ = nullptr;
   const NasCard* beam_defaults_ = nullptr;
-  std::vector<Grid> grids_;
+  std::vector<NasGrid> grids_;
   std::unordered_map<Key, std::size_t> grid_index_;
   std::unordered_map<Key, std::size_t> element_index_;
   std::vector<std::size_t> element_cards_;
+  std::vector<char> by_own_number_;
   std::vector<tagTCord> systems_;
+  std::vector<const NasCard*> system_cards_;
   std::map<Key, std::size_t> system_index_;
-  std::vector<ByNodes> by_nodes_;
+  std::vector<NasOnNodes> on_nodes_;
+  std::vector<const NasCard*> property_sources_;
+  std::vector<const NasCard*> material_sources_;
+  std::vector<Definition> definitions_;
   std::set<Key> material_keys_;
   std::set<Key> property_keys_;
-  std::map<std::string, std::vector<Key>> blocks_;
-  std::map<Key, std::vector<Key>> outputs_;
   std::set<std::pair<std::string, Key>> sets_;
-  std::map<std::string, std::uint64_t> carried_;
-  std::map<std::string, std::uint64_t> reduced_;
-  std::map<std::string, std::uint64_t> simplified_;
-  NasUnchecked unchecked_;
+  NasTally carried_;
+  NasTally reduced_;
+  NasTally in_part_;
+  NasTally unchecked_;
+  NasTally without_property_;
+  NasTally without_axes_;
   std::uint64_t moved_ = 0;
   std::uint64_t with_constraints_ = 0;
+  std::uint64_t in_superelements_ = 0;
+  std::uint64_t in_fluid_ = 0;
+  std::uint64_t plotted_twice_ = 0;
 };
 
 }  // namespace
@@ -590,19 +647,9 @@ const std::int8_t* NasOrder(std::int32_t type) {
   return type == element::kHex20 ? kHex20 : nullptr;
 }
 
-Key NasSystemNumber(const tagTCord& system) {
-  const std::string name = Utf8(system.name.View());
-  const std::size_t blank = name.rfind(' ');
-  Key number = 0;
-  if (name.starts_with("CORD") && blank != std::string::npos) {
-    std::from_chars(name.data() + blank + 1, name.data() + name.size(), number);
-  }
-  return number > 0 ? number : system.key;
-}
-
 Result<Deck> ParseNastran(const NasText& text, const std::string& file,
-                          std::vector<Failure>& faults, std::vector<NasSource>* sources) {
-  return NasReader(text, file, faults, sources).Read();
+                          std::vector<Failure>& faults, const NasReading& reading) {
+  return NasReader(text, file, faults, reading).Read();
 }
 
 Result<Deck> ReadNastran(const std::string& path, const ReadOptions& options,

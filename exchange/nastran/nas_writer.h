@@ -15,4 +15,8 @@ namespace qx::exchange {
 Outcome WriteNastran(CQXDBSession& session, const std::string& path, const WriteOptions& options,
                      LossReport& report);
 
+/// Tells what a deck that the model came from says and the model has no place for: a file of
+/// another format does not have it.
+void TellNasText(CQXDBSession& session, LossReport& report);
+
 }  // namespace qx::exchange

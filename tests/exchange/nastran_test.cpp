@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 #include <map>
 
@@ -11,6 +12,7 @@
 #include "qx_db/qx_db.h"
 
 #include "exchange/nastran/nas_reader.h"
+#include "exchange/nastran/nas_values.h"
 #include "exchange/transfer.h"
 #include "host/session.h"
 #include "sample_mesh.h"
@@ -111,6 +113,109 @@ TEST(NastranFaults, AreAllNamed) {
   }
 }
 
+TEST(NastranFaults, ManyWrongCardsAreAsManyLinesInTheOrderOfTheFile) {
+  std::string text;
+  for (int i = 0; i < 40; ++i) {
+    constexpr const char* kWrong[] = {"GRID,1,,x,y,z\n", "CROD,5,1,1,99\n", "CTRIA3,6,1,1\n",
+                                      "GRID,9,77,0.,0.,0.\n"};
+    text += fmt::format("GRID,{},,0.,0.,0.\n", 100 + i);
+    std::string wrong = kWrong[i % 4];
+    text += wrong.replace(wrong.find(',') + 1, 1, std::to_string(1000 + i));
+  }
+  std::vector<Failure> faults;
+  EXPECT_FALSE(Parse(text, &faults));
+  ASSERT_EQ(faults.size(), 40u);
+  for (std::size_t i = 0; i < faults.size(); ++i) {
+    EXPECT_EQ(faults[i].place.substr(0, faults[i].place.find(',')),
+              fmt::format("line {}", 2 * i + 2));
+  }
+}
+
+TEST(NastranReports, TellWhatTheModelHasNoPlaceFor) {
+  const std::pair<const char*, const char*> cases[] = {
+      {"", "the deck was read to its end (no ENDDATA ends it)"},
+      {"CQUAD4,1,1,1,2,3,4,45.\n", "1 CQUAD4 are held in part; their cards are carried whole"},
+      {"CONROD,1,1,2,7,1.5\n", "1 CONROD are held in part"},
+      {"CROD,1,,1,2\n", "1 CROD have no property (they name none"},
+      {"CBUSH,1,1,1,2,1.,0.,0.,,.3\n", "1 CBUSH are held in part"},
+      {"PSHELL,1,7,.1,8\nMAT1,7,1.\nMAT1,8,1.\n", "1 PSHELL are held in part"},
+      {"PBARL,1,7,,ROD,,,,,.5\nMAT1,7,1.\n", "1 PBARL are held in part"},
+      {"MAT8,1,1.,2.,.3\n", "1 MAT8 are held in part"},
+      {"CQUAD8,1,1,1,2,3,4,5\n", "CQUAD8 without all mid-side nodes were read by their corners: 1"},
+      {"WEIRD,1,2\n", "cards not checked against renumbering: WEIRD 1"},
+      {"CORD2R,9,,0.,0.,0.,0.,0.,0.,\n,0.,0.,0.\n", "1 CORD2R give no axes"},
+  };
+  for (const auto& [cards, expected] : cases) {
+    const Result<Deck> deck = Parse(Grids(8) + cards);
+    ASSERT_TRUE(deck) << deck.AsOutcome().Line();
+    std::string told;
+    for (const std::string& line : deck->report.Lines()) told += line + "\n";
+    EXPECT_NE(told.find(expected), std::string::npos) << cards << told;
+  }
+}
+
+/// Vectors count in the displacement system of a node, in the basic one, or along the element.
+TEST(NastranVectors, CountInTheSystemsThatTheirCardsName) {
+  // Displacements of node 1 count along y and against x.
+  const std::string deck =
+      "CORD2C,5,,0.,0.,0.,0.,0.,1.,\n,1.,0.,0.\nGRID,1,,0.,2.,0.,5\nGRID,2,,0.,2.,4.\n"
+      "CORD2R,6,,0.,0.,0.,1.,0.,0.,\n,0.,1.,0.\n";
+  struct Case {
+    const char* card;
+    Vector3 orientation;
+    std::array<Vector3, 2> offsets;
+    std::array<int, 2> by_element;
+  };
+  const Case cases[] = {
+      {"CBAR,1,1,1,2,1.,0.,0.,,\n,,,0.,1.,0.,0.,1.,0.\n",
+       {0, 1, 0},
+       {{{-1, 0, 0}, {0, 1, 0}}},
+       {0, 0}},
+      {"CBEAM,1,1,1,2,1.,0.,0.,BGO,\n,,,0.,1.,0.,0.,1.,0.\n",
+       {1, 0, 0},
+       {{{-1, 0, 0}, {0, 1, 0}}},
+       {0, 1}},
+      {"BAROR,,,,,1.,0.,0.,GOO\nCBAR,1,1,1,2,,,,,\n,,,0.,1.,0.,0.,1.,0.\n",
+       {0, 1, 0},
+       {{{0, 1, 0}, {0, 1, 0}}},
+       {1, 1}},
+  };
+  for (const Case& c : cases) {
+    const Result<Deck> read = Parse(deck + c.card);
+    ASSERT_TRUE(read) << read.AsOutcome().Line();
+    ASSERT_EQ(read->Of<tagTEcrd>().size(), 1u);
+    EXPECT_LT(Distance(Vector3(read->Of<tagTEcrd>()[0].reference_vector), c.orientation), 1e-12)
+        << c.card;
+    for (const tagTE1DOffset& offset : read->Of<tagTE1DOffset>()) {
+      for (std::size_t end = 0; end < 2; ++end) {
+        if (!(end ? offset.end_b : offset.end_a)) continue;
+        const auto& of = end ? offset.offset_b : offset.offset_a;
+        EXPECT_LT(Distance(Vector3(of[0], of[1], of[2]), c.offsets[end]), 1e-12) << c.card;
+        EXPECT_EQ(offset.csys_type, c.by_element[end]) << c.card;
+      }
+    }
+  }
+  const Result<Deck> bush = Parse(deck + "CBUSH,1,1,1,2,,,,6\nCONM2,2,1,-1,5.,1.,2.,3.\n");
+  ASSERT_TRUE(bush) << bush.AsOutcome().Line();
+  EXPECT_EQ(bush->Of<tagTEcrd>()[0].method, tagTEcrd::kByCoordinateSystem);
+  EXPECT_EQ(bush->Of<tagTEcrd>()[0].coordinate_system, 6u);
+  EXPECT_EQ(Vector3(bush->Of<tagTSprop>()[0].offset), Vector3(1, 0, 3));
+}
+
+TEST(NastranNumbers, HoldAllDigitsThatTheirFieldHas) {
+  const std::pair<double, const char*> cases[] = {
+      {0.123456789012345, ".123456789012345"},
+      {-0.5, "-0.5"},
+      {1e-7, "1.e-7"},
+      {1.2345678901e-100, "1.2345678901-100"},
+      {1.0 / 3, ".333333333333333"},
+      {-123456.789012345, "-123456.78901235"},
+      {2e11, "2.e11"},
+      {0, "0."},
+  };
+  for (const auto& [value, text] : cases) EXPECT_EQ(NasReal(value, 16), text);
+}
+
 TEST(NastranFaults, EveryTruncationIsReadOrRefused) {
   const std::string whole =
       "SOL 101\nCEND\nBEGIN BULK\nCORD2R,1,,0.,0.,0.,0.,0.,1.\n,1.,0.,0.\n" + Grids(8) +
@@ -124,7 +229,7 @@ TEST(NastranFaults, EveryTruncationIsReadOrRefused) {
   }
 }
 
-class NastranModel : public testing::Test {
+class NastranSession : public testing::Test {
  protected:
   void Import(const std::string& deck) {
     ASSERT_TRUE(WriteWholeFile(path_, deck));
@@ -161,7 +266,7 @@ constexpr const char* kDeck =
     "WEIRD   1       2       3\n"
     "ENDDATA\n";
 
-TEST_F(NastranModel, UntouchedDecksComeBackToTheLetter) {
+TEST_F(NastranSession, UntouchedDecksComeBackToTheLetter) {
   Import(kDeck);
   EXPECT_EQ(Export(), kDeck);
   const auto& sets = *session_.GetDataPool(code::kBset);
@@ -170,7 +275,7 @@ TEST_F(NastranModel, UntouchedDecksComeBackToTheLetter) {
   EXPECT_NE(const_cast<DPoolBase&>(sets).GetItr(u"LOAD 3"), 0u);
 }
 
-TEST_F(NastranModel, OnlyMovedNodesDiffer) {
+TEST_F(NastranSession, OnlyMovedNodesDiffer) {
   Import(kDeck);
   auto& nodes = *session_.GetPool<DPoolNode>(code::kNode);
   CTransaction step(&session_);
@@ -184,16 +289,16 @@ TEST_F(NastranModel, OnlyMovedNodesDiffer) {
   ASSERT_TRUE(step.Commit());
   std::string expected = kDeck;
   const std::string was = "GRID    4               0.0     1.0     0.0\n";
-  expected.replace(expected.find(was), was.size(), "GRID    4               0.      1.      0.5\n");
+  expected.replace(expected.find(was), was.size(), "GRID    4               0.0     1.0     0.5\n");
   const std::string constrained = "GRID    2               1.000   0.0     0.0             123\n";
   expected.replace(expected.find(constrained), constrained.size(),
-                   "GRID    2               2.      0.      0.              123\n");
+                   "GRID    2               2.      0.0     0.0             123\n");
   EXPECT_EQ(Export(), expected);
   ASSERT_TRUE(session_.Undo());
   EXPECT_EQ(Export(), kDeck);
 }
 
-TEST_F(NastranModel, NumbersInCarriedCardsFollow) {
+TEST_F(NastranSession, NumbersInCarriedCardsFollow) {
   std::string deck = kDeck;
   deck.insert(deck.find("WEIRD"), "PLOTEL  9       2       3\n");
   Import(deck);
@@ -212,8 +317,8 @@ TEST_F(NastranModel, NumbersInCarriedCardsFollow) {
   EXPECT_NE(out.find("PLOTEL  9       2000    3"), std::string::npos) << out;
 }
 
-TEST_F(NastranModel, ChangedCardsKeepTheirSystemsOrSayWhatTheyLose) {
-  const std::string deck =
+TEST_F(NastranSession, ChangedCardsKeepTheirSystemsAndWhatOnlyTheySay) {
+  Import(
       "BEGIN BULK\n"
       "GRDSET          5\n"
       "CORD2C  5               1.      0.      0.      1.      0.      1.\n"
@@ -222,15 +327,7 @@ TEST_F(NastranModel, ChangedCardsKeepTheirSystemsOrSayWhatTheyLose) {
       "GRID    2       0       0.      0.      0.\n"
       "CQUAD4  1       5       1       2       3       4       45.\n"
       "GRID    3       0       1.      0.      0.\nGRID    4       0       1.      1.      0.\n"
-      "RBE3    9               1       123     1.      123     2       3\n"
-      "SPC1    1       123     1       THRU    4\nENDDATA\n";
-  ASSERT_TRUE(WriteWholeFile(path_, deck));
-  LossReport in;
-  ASSERT_EQ(ImportFile(session_, path_, {}, in).Line(), "");
-  std::string told;
-  for (const Loss& loss : in.entries) told += loss.Line() + "\n";
-  EXPECT_NE(told.find("cards not checked against renumbering: RBE3 1"), std::string::npos) << told;
-  EXPECT_NE(told.find("ranges (THRU) not checked against renumbering: SPC1 1"), std::string::npos);
+      "ENDDATA\n");
   auto& nodes = *session_.GetPool<DPoolNode>(code::kNode);
   auto& elements = *session_.GetPool<DPoolElem>(code::kElem);
   CTransaction step(&session_);
@@ -246,21 +343,15 @@ TEST_F(NastranModel, ChangedCardsKeepTheirSystemsOrSayWhatTheyLose) {
   std::swap(element.nodes[1], element.nodes[2]);
   ASSERT_TRUE(elements.SetAtNU(elements.Find(1), element));
   ASSERT_TRUE(step.Commit());
-  LossReport out;
-  ASSERT_EQ(ExportFile(session_, folder_.Path("out.bdf"), {}, out).Line(), "");
-  const std::string text = *ReadWholeFile(folder_.Path("out.bdf"));
-  EXPECT_NE(text.find("GRID    1               2.      90.     4.      5       6       7\n"),
-            std::string::npos)
-      << text;
-  EXPECT_NE(text.find("GRID    6       0       1.      2.      3.      0\n"), std::string::npos)
-      << text;
-  told.clear();
-  for (const Loss& loss : out.entries) told += loss.Line() + "\n";
-  EXPECT_NE(told.find("fields of changed CQUAD4 cards were left out: 1"), std::string::npos)
-      << told;
+  const std::string text = Export();
+  for (const char* card : {"GRID    1               2.      90.     4.      5       6       7\n",
+                           "GRID    6       0       1.      2.      3.      0\n",
+                           "CQUAD4  1       5       1       3       2       4       45.\n"}) {
+    EXPECT_NE(text.find(card), std::string::npos) << card << text;
+  }
 }
 
-TEST_F(NastranModel, IncludesStayBelowTheDeckUnlessTrusted) {
+TEST_F(NastranSession, IncludesStayBelowTheDeckUnlessTrusted) {
   const std::string sub = folder_.Path("sub");
   std::filesystem::create_directory(sub);
   const std::string path = sub + "/in.bdf";

@@ -1,0 +1,67 @@
+#pragma once
+// Numbers in the text of a deck follow the nodes, elements and so on that they name.
+// Threads: shares nothing; one at a time for each object.
+
+#include <array>
+#include <functional>
+#include <map>
+#include <optional>
+#include <vector>
+
+#include "exchange/deck.h"
+#include "exchange/nastran/nas_rules.h"
+#include "exchange/nastran/nas_values.h"
+
+namespace qx::exchange {
+
+/// Which number each thing of a deck has now in the model that it became.
+class NasNumbers {
+ public:
+  /// The numbers that stand at the places of `carried`, whose text is `text`, are those of its
+  /// records; the model is `now`, in which systems have the numbers that `systems` gives for their
+  /// keys. Numbers at no place keep theirs.
+  NasNumbers(const tagTCarried& carried, const NasText& text, const Deck& now,
+             const std::map<Key, Key>& systems);
+
+  /// What is described where its own number stands: its number now, 0 when it is gone; none where
+  /// the text describes nothing of the model.
+  std::optional<Key> At(std::size_t place) const;
+  /// The number that a reference to `was` has now; 0 when that is gone.
+  Key Now(NasKind kind, Key was) const;
+  /// A thing that the text describes at a place, found by other means than a place; 0: it is gone.
+  void Describe(NasKind kind, std::size_t place, Key was, Key now);
+  /// A number that follows none of the model's records.
+  void Rename(NasKind kind, Key was, Key now);
+
+  /// Numbers that the model's records had in the text, and that they have now, ascending.
+  const std::vector<Key>& Were(NasKind kind) const { return were_[Index(kind)]; }
+  const std::vector<Key>& Are(NasKind kind) const { return are_[Index(kind)]; }
+  bool Was(NasKind kind, Key number) const;
+  bool Is(NasKind kind, Key number) const;
+  /// Whether any number is another, is gone, or is new.
+  bool HasChanged(NasKind kind) const;
+  bool HasChanged() const;
+  /// Members of a range in the text, as numbers of now; whether the same range names just these
+  /// now.
+  std::vector<Key> InRange(NasKind kind, Key from, Key to, Key step, bool& is_same) const;
+
+ private:
+  static std::size_t Index(NasKind kind) { return static_cast<std::size_t>(kind); }
+
+  std::vector<std::pair<std::size_t, Key>> places_;
+  std::map<std::size_t, Key> described_;
+  std::array<std::map<Key, Key>, kNasKinds> renamed_;  ///< where they differ
+  std::array<std::vector<Key>, kNasKinds> were_;
+  std::array<std::vector<Key>, kNasKinds> are_;
+};
+
+/// Whether a number stands in an ascending list.
+bool NasHas(const std::vector<Key>& list, Key number);
+
+/// Lets the numbers in the cards of a text follow. Cards that are described nowhere in the model
+/// and name what is gone are left out, where they cannot do without; `edits` gets cards that become
+/// several. Tells what was left out, and of cards of which it is not known what they number.
+void FollowNasNumbers(NasText& text, NasNumbers& numbers, std::vector<NasEdit>& edits,
+                      LossReport& report);
+
+}  // namespace qx::exchange

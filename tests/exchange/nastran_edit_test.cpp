@@ -1,0 +1,400 @@
+// Nastran decks whose model changed: every number follows, what has no place is told, and what is
+// written reads as the model that it was written of.
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+#include <functional>
+#include <gtest/gtest.h>
+#include <set>
+
+#include "qx_db/record/element_types.h"
+
+#include "nastran_model.h"
+
+namespace qx::exchange {
+namespace {
+
+// ---- cases --------------------------------------------------------------------------------------
+
+/// Nodes 1 to 9 on a line, a quadrilateral, rods, and what a case adds.
+std::string DeckWith(const std::string& cards, const std::string& control = "") {
+  std::string deck = "SOL 101\nCEND\n" + control + "BEGIN BULK\n";
+  for (int i = 1; i < 10; ++i) {
+    deck +=
+        fmt::format("GRID    {:<16}{:<8}{:<8}0.\n", i, fmt::format("{}.", i), i % 2 ? "0." : "1.");
+  }
+  deck += "CQUAD4  1       1       1       2       3       4\n";
+  for (int i = 2; i < 6; ++i) deck += fmt::format("CROD    {:<8}2       {:<8}{}\n", i, i, i + 1);
+  return deck + "PSHELL  1       1       .1      1\nPROD    2       1       .2\n" +
+         "MAT1    1       2.+11           .3\n" + cards + "ENDDATA\n";
+}
+
+struct Case {
+  const char* name;
+  std::string deck;
+  std::function<void(NastranModel&)> edit;
+  std::vector<std::string> has;      ///< lines of the deck that comes out
+  std::vector<std::string> has_not;  ///< texts that are not in it
+  std::vector<std::string> told;     ///< in the report
+};
+
+const auto kNothing = [](NastranModel&) {};
+void RenumberNode2(NastranModel& model) { model.Renumber<tagTNode>(2, 2000); }
+void RemoveNode9(NastranModel& model) { model.Remove<tagTNode>(9); }
+void RemoveRod3(NastranModel& model) { model.Remove<tagTElem>(3); }
+void RenumberRod3(NastranModel& model) { model.Renumber<tagTElem>(3, 300); }
+
+std::vector<Case> Cases() {
+  const std::string system =
+      "CORD2R  5               1.      0.      0.      1.      0.      1.\n"
+      "        2.      0.      0.\n";
+  return {
+      // Lists and ranges.
+      {"SingleInList",
+       DeckWith("SPC1    1       123     2       7\n"),
+       RenumberNode2,
+       {"SPC1    1       123     2000    7"},
+       {},
+       {}},
+      {"RangeStaysWhereItIsRight",
+       DeckWith("SPC1    1       123     3       THRU    8\n"),
+       RenumberNode2,
+       {"SPC1    1       123     3       THRU    8"},
+       {},
+       {}},
+      {"RangeIsDivided",
+       DeckWith("SPC1    1       123     1       THRU    9\n"),
+       RenumberNode2,
+       {"SPC1    1       123     1       2000", "SPC1    1       123     3       THRU    9"},
+       {"1       THRU    9\n"},
+       {}},
+      {"RangeWithoutTheNewcomer",
+       DeckWith("SPC1    1       123     1       THRU    8\n"),
+       [](NastranModel& model) {
+         model.Renumber<tagTNode>(4, 40);
+         model.Renumber<tagTNode>(9, 4);
+       },
+       {"SPC1    1       123     1       THRU    3", "SPC1    1       123     5       THRU    8",
+        "SPC1    1       123     40"},
+       {},
+       {}},
+      {"RangeByStep",
+       DeckWith("SET1    7       1       THRU    9       BY      2\n"),
+       [](NastranModel& model) { model.Renumber<tagTNode>(5, 50); },
+       {"SET1    7       1       3       7       9       50"},
+       {},
+       {}},
+      {"LoadRange",
+       DeckWith("PLOAD4  1       2       5.                              THRU    5\n"),
+       RenumberRod3,
+       {"PLOAD4  1       2       5.", "PLOAD4  1       300     5.", "PLOAD4  1       4       5.",
+        "PLOAD4  1       5       5."},
+       {"THRU"},
+       {}},
+      {"GoneInList",
+       DeckWith("SPC1    1       123     8       9\n"),
+       RemoveNode9,
+       {"SPC1    1       123     8"},
+       {},
+       {"numbers of what is gone were taken out of SPC1 cards: 1"}},
+      {"GoneCards",
+       DeckWith("FORCE   1       9               1.      1.      0.      0.\n"
+                "PLOAD4  1       3       5.\nSPC1    1       123     9\n"
+                "MPC     1       8       1       1.      9       1       -1.\n"
+                "SPC     1       9       123     0.      8       123     0.\n"),
+       [](NastranModel& model) {
+         RemoveNode9(model);
+         RemoveRod3(model);
+       },
+       {"SPC     1                               8       123     0."},
+       {"FORCE", "PLOAD4", "SPC1", "MPC"},
+       {"FORCE cards were left out: 1", "PLOAD4 cards were left out: 1", "first: line"}},
+      {"Rbe3",
+       DeckWith("RBE3    99              1       123     1.      123     2       3\n"
+                "        2.      12      4       9       UM      2       3       5\n"
+                "        6\n"),
+       [](NastranModel& model) {
+         RenumberNode2(model);
+         RemoveNode9(model);
+       },
+       {"RBE3    99              1       123     1.      123     2000    3",
+        "        2.      12      4               UM      2000    3       5"},
+       {},
+       {}},
+      {"Mpc",
+       DeckWith("MPC     1       2       1       1.      3       1       -1.\n"
+                "                2       2       1.\n"),
+       RenumberNode2,
+       {"MPC     1       2000    1       1.      3       1       -1.",
+        "                2000    2       1."},
+       {},
+       {}},
+      {"FreeFieldBeyondEightFields",
+       DeckWith("RBE2,50,1,123,2,3,4,5,6,7,8,9\n"),
+       RenumberNode2,
+       {"RBE2,50,1,123,2000,3,4,5,6,7,8,9"},
+       {},
+       {}},
+      {"NinthFieldThatIsNoLabel",
+       DeckWith("RBE2,50,1,123,3,4,5,6,7,2\n"),
+       RenumberNode2,
+       {"RBE2,50,1,123,3,4,5,6,7,2000"},
+       {},
+       {}},
+      {"PlotelWithTheNumberOfAnother",
+       DeckWith("PLOTEL  2       2       3\n"),
+       RenumberNode2,
+       {"PLOTEL  2       2000    3"},
+       {},
+       {}},
+      {"CarriedElementMakesRoom",
+       DeckWith("RBAR    7       1       2\n"),
+       [](NastranModel& model) { model.Renumber<tagTElem>(3, 7); },
+       {"CROD    7       2       3       4", "RBAR    8       1       2"},
+       {},
+       {"numbers of RBAR cards, which only their text has, were changed: 1"}},
+      {"UnknownCardsAreTold",
+       DeckWith("WEIRD   1       2\n"),
+       RenumberNode2,
+       {"WEIRD   1       2"},
+       {},
+       {"WEIRD cards were not checked against renumbering: 1"}},
+      // Systems.
+      {"SystemByAngles",
+       DeckWith(system),
+       [](NastranModel& model) {
+         model.Change<tagTCord>(5, [](tagTCord& cord) {
+           cord.method = tagTCord::kByAngles;
+           cord.origin = {3, 0, 0};
+           cord.rotation_deg = {0, 0, 90};
+         });
+       },
+       {"CORD2R  5               3.      0.      0.      3.      0.      1.",
+        "        3.      1.      0."},
+       {},
+       {}},
+      {"SystemByXAndPlane",
+       DeckWith(system),
+       [](NastranModel& model) {
+         model.Change<tagTCord>(5, [](tagTCord& cord) {
+           cord.plane = 0;
+           cord.axis_point = {1, 1, 0};
+           cord.plane_point = {0, 0, 0};
+         });
+       },
+       {"CORD2R  5               1.      0.      0.      1.      0.      1.",
+        "        1.      1.      0."},
+       {},
+       {}},
+      {"NodesOfASystemRenumbered",
+       DeckWith("CORD1R  5       1       2       3\n"),
+       RenumberNode2,
+       {"CORD1R  5       1       2000    3"},
+       {},
+       {}},
+      {"NodesOfASystemMoved",
+       DeckWith("CORD1R  5       1       2       3       6       1       3"
+                "       4\n"),
+       [](NastranModel& model) {
+         model.Change<tagTNode>(2, [](tagTNode& node) { node.position.z = 5; });
+       },
+       {"CORD2R  5               1.      0.      0.      2.      1.      0.",
+        "CORD1R  6       1       3       4"},
+       {},
+       {"CORD1R cards were written by their points: 1"}},
+      {"SystemRenumbered",
+       DeckWith(system + "GRID    20      5       1.      1.      1.      5\n"
+                         "FORCE   1       1       5       1.      1.\n"),
+       [](NastranModel& model) { model.Renumber<tagTCord>(5, 55); },
+       {"CORD2R  55", "GRID    20      55      1.      1.      1.      55",
+        "FORCE   1       1       55      1.      1."},
+       {},
+       {}},
+      // Fields that only the text has, and precision.
+      {"MovedFieldByField",
+       DeckWith("GRID*   30                              .300\n*       "
+                "        4.50\n"),
+       [](NastranModel& model) {
+         model.Change<tagTNode>(30, [](tagTNode& node) { node.position.x = 1.0 / 3; });
+       },
+       {"GRID*   30                              .333333333333333", "*               4.50"},
+       {},
+       {}},
+      {"SmallFieldThatIsTooSmall",
+       DeckWith("GRID    31              1.50    2.50    3.50"
+                "            123\n"),
+       [](NastranModel& model) {
+         model.Change<tagTNode>(31, [](tagTNode& node) { node.position.y = 0.0123456789; });
+       },
+       {"GRID*   31                              1.50            0.0123456789",
+        "*       3.50                            123"},
+       {},
+       {}},
+      {"ChangedPropertyKeepsTheRest",
+       DeckWith("PSHELL  9       1       .10     1       2.0     1       .9      .05     -.5\n"),
+       [](NastranModel& model) {
+         model.Change<tagTProp>(9, [](tagTProp& property) { property.thickness = .2; });
+       },
+       {"PSHELL  9       1       0.2     1       2.0     1       .9      .05     -.5"},
+       {},
+       {}},
+      {"PropertyAndMaterialRenumbered",
+       DeckWith("MATS1   1               PLASTIC\n"),
+       [](NastranModel& model) {
+         model.Renumber<tagTProp>(1, 11);
+         model.Renumber<tagTMatl>(1, 101);
+       },
+       {"PSHELL  11      101     .1      101", "MAT1    101     2.+11           .3",
+        "PROD    2       101     .2", "CQUAD4  1       11      1", "MATS1   101"},
+       {},
+       {}},
+      {"ChangesThatACardCannotSay",
+       DeckWith("MAT8    8       1.+11   2.+10   .3      1.+9                    1500.\n"),
+       [](NastranModel& model) {
+         model.Change<tagTMatl>(8, [](tagTMatl& material) {
+           material.density = 1600;
+           material.elastic_modulus = 3e11;
+         });
+       },
+       {"MAT8    8       1.+11   2.+10   .3      1.+9                    1600."},
+       {"MAT1    8"},
+       {"changes of what MAT8 cards describe were left out: 1"}},
+      {"ElementWithoutAProperty",
+       DeckWith("CROD    40              1       2\n"),
+       kNothing,
+       {"CROD    40              1       2"},
+       {},
+       {}},
+      {"DeletedPropertyIsNotInvented",
+       DeckWith(""),
+       [](NastranModel& model) {
+         model.Change<tagTElem>(3, [](tagTElem& element) { element.property = 0; });
+       },
+       {"CROD    3               3       4"},
+       {},
+       {"elements without a property name none in their cards: 1"}},
+      {"Names",
+       DeckWith(""),
+       [](NastranModel& model) {
+         model.Change<tagTProp>(1, [](tagTProp& p) { p.name.Set(u"a \"skin\"\nof two"); });
+       },
+       {"$ Property 1: \"a \\\"skin\\\"\\nof two\""},
+       {},
+       {}},
+      {"FluidAndAbsolute",
+       DeckWith("GRID    50              1.      1.      1.      -1\n"
+                "CONM2   60      1       -1      5.      3.      2.      1.\n"),
+       [](NastranModel& model) {
+         model.Change<tagTNode>(50, [](tagTNode& node) { node.position.x = 4; });
+         model.Change<tagTSprop>(60, [](tagTSprop& mass) { mass.offset.y = 7; });
+       },
+       {"GRID    50              4.      1.      1.      -1",
+        "CONM2   60      1       -1      5.      3.      7.      1."},
+       {},
+       {}},
+      // Sets of the case control.
+      {"SetsFollow",
+       DeckWith("", "SET 1 = 1 THRU 4, 7\nSET 2 = 2,3\nDISP = 1\nSTRESS = 2\n"),
+       [](NastranModel& model) {
+         RenumberNode2(model);
+         RemoveRod3(model);
+       },
+       {"SET 1 = 1, 3, 4, 7, 2000", "SET 2 = 2", "DISP = 1"},
+       {},
+       {}},
+      {"UntouchedSetsStay",
+       DeckWith("", "SET 1 = 1 THRU 4 EXCEPT 3,\n   7\nDISP = 1\n"),
+       kNothing,
+       {"SET 1 = 1 THRU 4 EXCEPT 3,", "   7"},
+       {"$ Set"},
+       {}},
+      {"SetsOfUnknownKindAreTold",
+       DeckWith("", "SET 1 = 1 THRU 4\n"),
+       RenumberNode2,
+       {"SET 1 = 1 THRU 4"},
+       {},
+       {"sets of the case control were not checked"}},
+  };
+}
+
+class NastranEdit : public testing::TestWithParam<Case> {};
+INSTANTIATE_TEST_SUITE_P(All, NastranEdit, testing::ValuesIn(Cases()),
+                         [](const auto& test) { return std::string(test.param.name); });
+
+TEST_P(NastranEdit, ComesOutRight) {
+  NastranModel model;
+  model.Import(GetParam().deck);
+  EXPECT_EQ(model.Export(), GetParam().deck);
+  model.Edit([&] { GetParam().edit(model); });
+  const std::string text = model.Export();
+  for (const std::string& line : GetParam().has) {
+    EXPECT_NE(text.find("\n" + line), std::string::npos) << line << "\n" << text;
+  }
+  for (const std::string& part : GetParam().has_not) {
+    EXPECT_EQ(text.find(part), std::string::npos) << part << "\n" << text;
+  }
+  for (const std::string& part : GetParam().told) {
+    EXPECT_NE(model.ToldOut().find(part), std::string::npos) << part << "\n" << model.ToldOut();
+  }
+  NastranModel again;
+  again.Import(text);
+  EXPECT_EQ(again.Export(), text);
+}
+
+TEST(NastranSets, ComeBackWithTheirNamesMembersAndParents) {
+  Mesh mesh;
+  for (Key key = 1; key < 90; ++key) {
+    mesh.node_keys.push_back(key);
+    mesh.coordinates.insert(mesh.coordinates.end(), {key * 1.0, key % 2 * 1.0, 0});
+    if (key < 3) continue;
+    mesh.elements.push_back({key, element::kTri3, mesh.connectivity.size()});
+    mesh.connectivity.insert(mesh.connectivity.end(), {key - 2, key - 1, key});
+  }
+  mesh.groups = {{"whole\n\"wing\"", -1, {}, {}},
+                 {"skin \xC3\xA4", -1, {3, 4, 5, 9}, {50, 51, 52}, 0},
+                 {"tips, SET 1 = ALL", -1, {}, {7, 8}, 0},
+                 {"$ ENDDATA", -1, {80}, {}, 1},
+                 {"long", -1, {}, {}}};
+  for (Key key = 3; key < 90; key += 2) mesh.groups.back().elements.push_back(key);
+  NastranModel model;
+  ASSERT_TRUE(AddMesh(model.Session(), mesh, "mesh"));
+  const std::string text = model.Export();
+  NastranModel again;
+  again.Import(text);
+  EXPECT_EQ(again.Export(), text);
+  const Deck before = DeckOf(model.Session());
+  const Deck after = DeckOf(again.Session());
+  const auto facts = [](const Deck& deck) {
+    std::set<std::string> found;
+    for (const Mesh::Group& group : deck.groups) {
+      found.insert(fmt::format(
+          "{} in {}: {} {}", group.name,
+          group.parent < 0 ? "" : deck.groups[static_cast<std::size_t>(group.parent)].name,
+          fmt::join(group.elements, " "), fmt::join(group.nodes, " ")));
+    }
+    return found;
+  };
+  EXPECT_EQ(facts(before), facts(after)) << text;
+  EXPECT_EQ(after.Of<tagTProp>().size(), 0u) << text;
+}
+
+TEST(NastranElsewhere, WhatOnlyItsTextSaysIsTold) {
+  NastranModel model;
+  model.Import(
+      DeckWith("FORCE   1       9               1.      1.      0.      0.\n"
+               "CONROD  70      1       2       1       2.5\n"
+               "GRID    71              0.      0.      0.              123\n"));
+  for (const char* name : {"out.msh", "out.vtu", "out.inp"}) {
+    const std::string told = model.ExportAs(name);
+    for (const char* part : {"cards carried as text were left out: 1 (FORCE 1",
+                             "what CONROD cards say besides was left out: 1",
+                             "permanent constraints of nodes were left out: 1"}) {
+      EXPECT_NE(told.find(part), std::string::npos) << name << "\n" << told;
+    }
+  }
+  model.Export();
+  EXPECT_EQ(model.ToldOut().find("left out"), std::string::npos) << model.ToldOut();
+}
+
+}  // namespace
+}  // namespace qx::exchange
