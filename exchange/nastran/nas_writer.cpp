@@ -274,20 +274,28 @@ Outcome WriteNastran(CQXDBSession& session, const std::string& path, const Write
     return true;
   });
   if (!text) return text.AsOutcome();
-  if (text->empty()) *text = "SOL 101\nCEND\nBEGIN BULK\n" + NewCards(now, {}) + "ENDDATA\n";
+  if (text->empty()) {
+    *text = MarkedDeck("$", "SOL 101\nCEND\nBEGIN BULK\n" + NewCards(now, {}) + "ENDDATA\n");
+  } else if (const std::string_view rest = WithoutDeckMark("$", *text);
+             rest.size() < text->size()) {
+    *text = MarkedDeck("$", rest);  // a deck of ours stays one
+  }
   for (const auto& [type, count] : now.Cards().Unwritten()) {
-    found.Lost(fmt::format("elements of type {} were left out", type), count, {},
-               "the format has no card for them");
+    found.Lost(fmt::format("elements of type {} were left out", type), count,
+               fmt::format("type {}", type), "the format has no card for them");
   }
   std::uint64_t sets = 0;
-  for (const Mesh::Group& group : deck.groups)
-    sets += !group.name.starts_with("displacements in system ");
-  found.Lost("mesh sets were left out", sets, {}, "bulk data has no place for them");
+  std::string first;
+  for (const Mesh::Group& group : deck.groups) {
+    const bool is_of_deck = group.name.starts_with("displacements in system ");
+    if (!is_of_deck && sets++ == 0) first = group.name;
+  }
+  found.Lost("mesh sets were left out", sets, first, "bulk data has no place for them");
   constexpr std::uint16_t kWritten[] = {
       code::kCord,  code::kNode,       code::kElem,  code::kMset,   code::kProp,
       code::kMatl,  code::kMeshCsys,   code::kEcrd,  code::kBset,   code::kE1DOffset,
       code::kSprop, code::kE1DRelease, code::kBlock, code::kSetTag, code::kCarried};
-  ReportUnwritten(session, kWritten, found);
+  ReportUnwritten(session, "nastran", kWritten, found);
   Outcome written = WriteWholeFile(path, *text);
   if (!written) return written;
   report.Append(found);
