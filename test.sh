@@ -3,7 +3,8 @@
 # undefined-behaviour sanitizers, with a short run of every fuzz target; readers beside an owner
 # under the thread sanitizer; then the first use on a bare system.
 #   ./test.sh quick     the GCC build and its tests only
-#   ./test.sh nightly   all of it, and the long proofs: site, packages, both scripts in bare systems
+#   ./test.sh nightly   all of it, and the long proofs: other programs that read what is exported,
+#                       site, packages, both scripts in bare systems
 set -euo pipefail
 cd "$(dirname "$0")"
 . ./cmake/setup.sh
@@ -42,6 +43,10 @@ fi
 
 packaging/first-use.sh run
 [ "$mode" = landing ] && exit
+
+echo "Files that were exported, read by other programs"
+need_packages "${ORACLE_PACKAGES[@]}"
+ctest --preset release -R '^python.oracles$' --output-on-failure
 
 docs/build.sh
 packaging/check-packages.sh
