@@ -3,8 +3,9 @@
 # undefined-behaviour sanitizers, where every fuzz target reads its committed corpus, and nothing of
 # chance; readers beside an owner under the thread sanitizer; then the first use on a bare system.
 #   ./test.sh quick     the GCC build and its tests only
-#   ./test.sh nightly   all of it, and the long proofs: a minute of chance for every fuzz target, site,
-#                       packages, both scripts in bare systems
+#   ./test.sh nightly   all of it, and the long proofs: a minute of chance for every fuzz target, other
+#                       programs that read what is exported, site, packages, both scripts in bare
+#                       systems
 set -euo pipefail
 cd "$(dirname "$0")"
 . ./cmake/setup.sh
@@ -45,6 +46,10 @@ packaging/first-use.sh run
 [ "$mode" = landing ] && exit
 
 fuzz/run.sh all 60
+echo "Files that were exported, read by other programs"
+need_packages "${ORACLE_PACKAGES[@]}"
+ctest --preset release -R '^python.oracles$' --output-on-failure
+
 docs/build.sh
 packaging/check-packages.sh
 packaging/first-use.sh test

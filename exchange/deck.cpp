@@ -182,8 +182,7 @@ class DeckMaker {
       const bool fits = topology.Nodes() == 0 || topology.Nodes() == element.nodes.GetSize();
       if (!fits || element.nodes.IsEmpty() ||
           !std::all_of(element.nodes.begin(), element.nodes.end(), IsLiveItem)) {
-        deck_.report.Lost("elements without all their nodes were left out", 1,
-                          fmt::format("element {}", element.key));
+        ReportIncomplete(1, element.key, deck_.report);
         return;
       }
       const Key property = IsLiveItem(element.property) ? KeyOf(element.property) : 0;
@@ -265,7 +264,7 @@ class DeckMaker {
 }  // namespace
 
 Outcome AddDeck(CQXDBSession& session, const Deck& deck, const std::string& file,
-                LossReport& report) {
+                LossReport& report, const Progress& progress) {
   CTransaction step(&session);
   step.Begin(qxLoadText("IDS_QX_TRANS_Import_Mesh").c_str());
   const auto refused = [&] {
@@ -277,9 +276,8 @@ Outcome AddDeck(CQXDBSession& session, const Deck& deck, const std::string& file
                       adder.Add(deck.Of<tagTProp>());
   if (!before) return refused();
   AddReport added;
-  if (Outcome done = AddMesh(session, deck, file, &added, adder.KeysOf(code::kProp)); !done) {
-    return done;
-  }
+  Outcome done = AddMesh(session, deck, file, &added, adder.KeysOf(code::kProp), progress);
+  if (!done) return done;
   found.Append(added.losses);
   adder.SetSetKeys(added.set_keys);
   std::vector<tagTSetTag> tags = TagsOf(deck);
@@ -296,19 +294,6 @@ Outcome AddDeck(CQXDBSession& session, const Deck& deck, const std::string& file
   if (!after || !step.Commit()) return refused();
   report.Append(found);
   return {};
-}
-
-void ReportUnwritten(const CQXDBSession& session, std::span<const std::uint16_t> written,
-                     LossReport& report) {
-  for (const DPoolBase* pool : session.Pools()) {
-    const std::uint16_t code = pool->GetTypeCode();
-    if (std::find(written.begin(), written.end(), code) != written.end()) continue;
-    if (code == code::kOrigin || !pool->NeedSaveNLoad()) continue;
-    std::int32_t count = pool->GetSize();
-    if (code == code::kCord && pool->Find(kGlobalSystem)) --count;  // every model has it
-    report.Lost("records of " + NameOf(pool->GetSchema()) + " were left out",
-                static_cast<std::uint64_t>(count), {}, "the format has no place for them");
-  }
 }
 
 Deck DeckOf(const CQXDBSession& session) { return DeckMaker(session).Make(); }

@@ -4,9 +4,11 @@
 // iterators, so that a deck and a model can say the same.
 // Threads: shares nothing; one at a time for each object. AddDeck and DeckOf: as transfer.h.
 
+#include <map>
 #include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 #include <tuple>
 #include <vector>
 
@@ -51,16 +53,32 @@ struct Deck : Mesh {
 /// what refers to it; those of nodes and elements must be free. What the model has no pool for is
 /// told in `report`, with names that were cut. Fails with the session as it was.
 Outcome AddDeck(CQXDBSession& session, const Deck& deck, const std::string& file,
-                LossReport& report);
+                LossReport& report, const Progress& progress = {});
 
 /// The whole of a session that a deck can say, in current units, in pool order. Elements without
 /// all their nodes are left out and told of in the deck's report, as are elements of codes without
 /// a known number of nodes. Changes nothing.
 Deck DeckOf(const CQXDBSession& session);
 
-/// Tells of the records of every pool but those of `written`, and of records that every model has:
-/// a format has no place for them.
-void ReportUnwritten(const CQXDBSession& session, std::span<const std::uint16_t> written,
-                     LossReport& report);
+/// Tells of what a file of `format` does not have of a model: records of every pool but those of
+/// `written`, and of those that every model has; text that other formats left; boundary sets, which
+/// are text, too, where none of the format came with them. With kCarried and kBset among `written`
+/// the writer itself tells what of the format's own text and sets it leaves out.
+void ReportUnwritten(const CQXDBSession& session, std::string_view format,
+                     std::span<const std::uint16_t> written, LossReport& report);
+
+/// Tells of elements that a format has no word for, by type: how many, and the key of the first.
+struct UnwrittenElements {
+  void Add(std::int32_t type, Key key);
+  void Report(LossReport& report) const;
+
+  struct Count {
+    std::uint64_t count = 0;
+    Key first = 0;
+  };
+  std::map<std::int32_t, Count> of_type;
+};
+/// Tells of elements without all their nodes, which no format can have.
+void ReportIncomplete(std::uint64_t count, Key first, LossReport& report);
 
 }  // namespace qx::exchange

@@ -5,6 +5,9 @@
 #include <filesystem>
 #include <fmt/format.h>
 
+#define XXH_INLINE_ALL
+#include <xxhash.h>
+
 #include "qx_db/platform/file.h"
 #include "qx_db/platform/text.h"
 
@@ -12,12 +15,28 @@ namespace qx::exchange {
 namespace {
 
 constexpr std::size_t kMostIncludes = 10000;
+constexpr std::string_view kMark = "written by qxdb, text ";
 
 std::size_t LinesIn(std::string_view text) {
   return static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n'));
 }
 
 }  // namespace
+
+std::string MarkedDeck(std::string_view comment, std::string_view text) {
+  return fmt::format("{} {}{:016x}\n{}", comment, kMark, XXH3_64bits(text.data(), text.size()),
+                     text);
+}
+
+std::string_view WithoutDeckMark(std::string_view comment, std::string_view text) {
+  const bool is_marked = text.starts_with(fmt::format("{} {}", comment, kMark));
+  return is_marked ? text.substr(std::min(text.find('\n'), text.size() - 1) + 1) : text;
+}
+
+bool IsMarkedDeck(std::string_view comment, const std::string& path) {
+  const Result<std::string> text = ReadWholeFile(path);
+  return text && *text == MarkedDeck(comment, WithoutDeckMark(comment, *text));
+}
 
 std::optional<std::int64_t> DeckInteger(std::string_view text) {
   if (text.starts_with('+')) text.remove_prefix(1);

@@ -55,6 +55,14 @@ std::optional<DeckText> ReadDeckText(const std::string& path, const ReadOptions&
                                      const FindInclude& find, std::vector<Failure>& faults,
                                      LossReport& report);
 
+/// A deck that this program made anew, with a line of comment at its head that says so, and of
+/// which text: a deck that somebody changed by hand is not ours any more.
+std::string MarkedDeck(std::string_view comment, std::string_view text);
+/// Whether the file is a marked deck that is as it was written.
+bool IsMarkedDeck(std::string_view comment, const std::string& path);
+/// The text behind the mark, which may be stale; all of it where there is none.
+std::string_view WithoutDeckMark(std::string_view comment, std::string_view text);
+
 /// A number in any of the forms of decks: "1.5", "-2.+3", "1.0D5"; none for other text.
 std::optional<double> DeckReal(std::string_view text);
 std::optional<std::int64_t> DeckInteger(std::string_view text);

@@ -66,7 +66,14 @@ std::string WhatItLooksLike(std::string_view head) {
   return "it looks like text";
 }
 
-Result<std::string> HeadOf(const std::string& path) {
+bool HasExtension(const Format& format, const std::string& extension) {
+  return std::find(format.extensions.begin(), format.extensions.end(), extension) !=
+         format.extensions.end();
+}
+
+}  // namespace
+
+Result<std::string> HeadOfFile(const std::string& path) {
   if (Outcome is_file = CheckIsFile(path); !is_file) return is_file.Error();
   std::ifstream in(PathFromUtf8(path), std::ios::binary);
   std::string head(65536, '\0');
@@ -78,12 +85,19 @@ Result<std::string> HeadOf(const std::string& path) {
   return head;
 }
 
-bool HasExtension(const Format& format, const std::string& extension) {
-  return std::find(format.extensions.begin(), format.extensions.end(), extension) !=
-         format.extensions.end();
+std::string CapabilityWords(unsigned capabilities) {
+  constexpr std::pair<unsigned, std::string_view> kWords[] = {
+      {capability::kElements, "elements"},     {capability::kSets, "sets"},
+      {capability::kFields, "fields"},         {capability::kSystems, "coordinate systems"},
+      {capability::kProperties, "properties"}, {capability::kUnits, "units"},
+      {capability::kCarried, "its own text"},
+  };
+  std::string words;
+  for (const auto& [bit, word] : kWords) {
+    if (capabilities & bit) words += fmt::format("{}{}", words.empty() ? "" : ", ", word);
+  }
+  return words;
 }
-
-}  // namespace
 
 std::span<const Format> Formats() {
   static const Format formats[] = {AbaqusFormat(),
@@ -103,12 +117,12 @@ const Format* FindFormat(std::string_view name) {
 }
 
 bool IsOfFormat(const Format& format, const std::string& path) {
-  const Result<std::string> head = HeadOf(path);
+  const Result<std::string> head = HeadOfFile(path);
   return head && format.looks_like && format.looks_like(*head);
 }
 
 Result<const Format*> FormatToRead(const std::string& path) {
-  const Result<std::string> head = HeadOf(path);
+  const Result<std::string> head = HeadOfFile(path);
   if (!head) return head.Error();
   const std::string extension = ExtensionOf(path);
   const Format* by_name = nullptr;
@@ -122,8 +136,14 @@ Result<const Format*> FormatToRead(const std::string& path) {
     }
   }
   if (by_content) return by_content;
-  if (by_name) return by_name;
-  return Failure{path, "", "is of no known format: " + WhatItLooksLike(*head),
+  if (by_name && by_name->may_be && by_name->may_be(*head)) return by_name;
+  const std::string looks = WhatItLooksLike(*head);
+  if (by_name) {
+    return Failure{path, "", fmt::format("is no {}: {}", by_name->title, looks),
+                   fmt::format("use one of: {}; or insist with --format {}", KnownExtensions(true),
+                               by_name->name)};
+  }
+  return Failure{path, "", "is of no known format: " + looks,
                  "use one of: " + KnownExtensions(true)};
 }
 

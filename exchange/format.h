@@ -24,26 +24,32 @@ struct FormatOption {
 /// What was chosen, by name. Names and values have been checked against the format's options.
 using OptionValues = std::map<std::string, std::string, std::less<>>;
 
+/// Asked now and then whether to stop; null for never.
+using IsCancelled = std::function<bool()>;
+
 struct ReadOptions {
   Progress progress;
-  std::function<bool()> is_cancelled;     ///< asked now and then; null for never
+  IsCancelled is_cancelled;
   std::vector<std::string> include_dirs;  ///< folders besides the deck's own that it may include
   OptionValues values;
 };
 
 struct WriteOptions {
   Progress progress;
+  IsCancelled is_cancelled;  ///< asked whenever progress is told; by ExportFile only
   OptionValues values;
 };
 
-/// What a format can hold, for help and documentation.
+/// What a file of a format keeps of a model that goes out and comes back; whatever else the model
+/// has is told as lost. For help and documentation, and for what tells of units.
 namespace capability {
 inline constexpr unsigned kElements = 1;
 inline constexpr unsigned kSets = 2;
 inline constexpr unsigned kFields = 4;
 inline constexpr unsigned kSystems = 8;
 inline constexpr unsigned kProperties = 16;
-inline constexpr unsigned kCarried = 32;
+inline constexpr unsigned kCarried = 32;  ///< of its own text what the model has no place for
+inline constexpr unsigned kUnits = 64;    ///< the file says which its numbers are in
 }  // namespace capability
 
 /// A file format. A format is a folder of exchange/ and one row of the table in format.cpp.
@@ -55,6 +61,12 @@ struct Format {
   /// Whether a file that begins so, with up to 64 KiB, is of the format; what `write` has
   /// written must be. Looks at bytes only.
   bool (*looks_like)(std::string_view head) = nullptr;
+  /// Whether a file of one of the extensions may be of the format though its head does not tell;
+  /// null for never.
+  bool (*may_be)(std::string_view head) = nullptr;
+  /// Whether `write` made the file, and nobody changed it by hand: it may be replaced unasked. Null
+  /// for a format that is only read. False where the file cannot be read.
+  bool (*is_own)(const std::string& path) = nullptr;
   /// Reads and checks a file; null for a format that is only written. Of several faults the first
   /// is returned, all of them, up to LossReport::kMostFaults, go to `faults`.
   Result<Deck> (*read)(const std::string& path, const ReadOptions& options,
@@ -76,11 +88,17 @@ std::span<const Format> Formats();
 /// The format of that name; null for an unknown one.
 const Format* FindFormat(std::string_view name);
 
+/// "elements, sets, units": the capabilities in words.
+std::string CapabilityWords(unsigned capabilities);
+
+/// The first bytes of a file, up to 64 KiB.
+Result<std::string> HeadOfFile(const std::string& path);
+
 /// Whether a file begins as those of the format do; not so where it cannot be read.
 bool IsOfFormat(const Format& format, const std::string& path);
 
-/// The format to read a file with: the one its first bytes look like, or else that of its
-/// extension. Fails in a line that names what the file looks like and which formats are known.
+/// The format to read a file with: the one its first bytes look like, whatever its extension.
+/// Fails in a line that names what the file looks like and which formats are known.
 Result<const Format*> FormatToRead(const std::string& path);
 
 /// The format to write a file in, by its extension. Fails naming those that are known.

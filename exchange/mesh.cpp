@@ -19,99 +19,114 @@ namespace {
 
 std::string Place(const char* what, Key key) { return fmt::format("{} {}", what, key); }
 
-/// The keys of nodes or elements: each at least 1, none twice.
-Outcome CheckKeys(std::span<const Key> keys, const char* what, const std::string& file) {
-  const auto least = std::min_element(keys.begin(), keys.end());
-  if (least != keys.end() && *least < 1) {
-    return Failure{file, Place(what, *least), "numbers lie between 1 and 2147483647",
-                   "renumber the mesh"};
-  }
-  if (const Key twice = KeySet(keys).Repeated()) {
-    return Failure{file, Place(what, twice), "the number is used twice", "renumber the mesh"};
-  }
-  return {};
-}
+/// Looks for everything that is wrong with a mesh, up to a bound.
+class MeshChecker {
+ public:
+  MeshChecker(const Mesh& mesh, const std::string& file) : mesh_(mesh), file_(file) {}
 
-Outcome CheckCoordinates(const Mesh& mesh, const std::string& file) {
-  if (mesh.coordinates.size() != mesh.node_keys.size() * 3) {
-    return Failure{file, "", "nodes and coordinates differ in number", "write the file again"};
-  }
-  for (std::size_t i = 0; i < mesh.coordinates.size(); ++i) {
-    if (!std::isfinite(mesh.coordinates[i])) {
-      return Failure{file, Place("node", mesh.node_keys[i / 3]),
-                     "a coordinate is not a finite number", "correct the coordinate"};
+  /// The keys of nodes or elements: each at least 1, none twice.
+  void CheckKeys(std::span<const Key> keys, const char* what) {
+    for (const Key key : keys) {
+      if (key >= 1) continue;
+      Fault(Place(what, key), "numbers lie between 1 and 2147483647", "renumber the mesh");
+    }
+    if (!faults_.empty() || !KeySet(keys).Repeated()) return;  // a set needs sound keys
+    std::vector<Key> sorted(keys.begin(), keys.end());
+    std::sort(sorted.begin(), sorted.end());
+    for (auto at = sorted.begin(); (at = std::adjacent_find(at, sorted.end())) != sorted.end();) {
+      Fault(Place(what, *at), "the number is used twice", "renumber the mesh");
+      at = std::upper_bound(at, sorted.end(), *at);
     }
   }
-  return {};
-}
 
-Outcome CheckElements(const Mesh& mesh, const KeySet& nodes, const std::string& file) {
-  for (const Mesh::Element& element : mesh.elements) {
-    const std::size_t count =
-        mesh.NodesOf(static_cast<std::size_t>(&element - mesh.elements.data()));
+  void CheckCoordinates() {
+    if (mesh_.coordinates.size() != mesh_.node_keys.size() * 3) {
+      return Fault("", "nodes and coordinates differ in number", "write the file again");
+    }
+    for (std::size_t i = 0; i < mesh_.coordinates.size() && !IsFull(); ++i) {
+      if (std::isfinite(mesh_.coordinates[i])) continue;
+      Fault(Place("node", mesh_.node_keys[i / 3]), "a coordinate is not a finite number",
+            "correct the coordinate");
+      i = i / 3 * 3 + 2;
+    }
+  }
+
+  void CheckElements(const KeySet& nodes) {
     constexpr std::int32_t kFirstSpecial = 30;
-    if (count == 0 || (element.type < kFirstSpecial && !FindElementType(element.type))) {
-      return Failure{file, Place("element", element.key),
-                     fmt::format("its type {} is none of 1 to 15 and no special one", element.type),
-                     "choose another element type"};
-    }
-    if (element.first > mesh.connectivity.size() ||
-        mesh.connectivity.size() - element.first < count) {
-      return Failure{file, Place("element", element.key),
-                     fmt::format("it has fewer than {} nodes", count), "complete the element"};
-    }
-    for (const Key node : std::span(mesh.connectivity).subspan(element.first, count)) {
-      if (nodes.Contains(node)) continue;
-      return Failure{file, Place("element", element.key),
-                     fmt::format("its node {} is not in the mesh", node),
-                     "add the node or remove the element"};
-    }
-  }
-  return {};
-}
-
-/// Fails unless every member of the group is in the mesh.
-Outcome CheckMembers(const Mesh::Group& group, std::span<const Key> members, const KeySet& mesh,
-                     const char* what, const std::string& file) {
-  for (const Key member : members) {
-    if (mesh.Contains(member)) continue;
-    return Failure{file, fmt::format("group \"{}\"", group.name),
-                   fmt::format("its {} {} is not in the mesh", what, member),
-                   fmt::format("add the {} or remove it from the group", what)};
-  }
-  return {};
-}
-
-/// Fails when a group is a part of itself.
-Outcome CheckHierarchy(const Mesh& mesh, const std::string& file) {
-  const auto count = static_cast<std::int32_t>(mesh.groups.size());
-  std::vector<std::int32_t> walk_of(mesh.groups.size(), Mesh::Group::kNone);
-  for (std::int32_t start = 0; start < count; ++start) {
-    for (std::int32_t at = start; at != Mesh::Group::kNone;) {
-      const Mesh::Group& group = mesh.groups[static_cast<std::size_t>(at)];
-      std::int32_t& walk = walk_of[static_cast<std::size_t>(at)];
-      if (walk != Mesh::Group::kNone && walk != start) break;  // and all above it are right
-      if (walk == start || group.parent < Mesh::Group::kNone || group.parent >= count) {
-        return Failure{file, fmt::format("group \"{}\"", group.name),
-                       walk == start ? "it is a part of itself" : "it is a part of no group",
-                       "correct the hierarchy of the groups"};
+    for (std::size_t i = 0; i < mesh_.elements.size() && !IsFull(); ++i) {
+      const Mesh::Element& element = mesh_.elements[i];
+      const std::size_t count = mesh_.NodesOf(i);
+      const auto place = [&] { return Place("element", element.key); };
+      if (count == 0 || (element.type < kFirstSpecial && !FindElementType(element.type))) {
+        Fault(place(),
+              fmt::format("its type {} is none of 1 to 15 and no special one", element.type),
+              "choose another element type");
+      } else if (element.first > mesh_.connectivity.size() ||
+                 mesh_.connectivity.size() - element.first < count) {
+        Fault(place(), fmt::format("it has fewer than {} nodes", count), "complete the element");
+      } else {
+        const auto own = std::span(mesh_.connectivity).subspan(element.first, count);
+        const auto missing =
+            std::find_if_not(own.begin(), own.end(), [&](Key key) { return nodes.Contains(key); });
+        if (missing == own.end()) continue;
+        Fault(place(), fmt::format("its node {} is not in the mesh", *missing),
+              "add the node or remove the element");
       }
-      walk = start;
-      at = group.parent;
     }
   }
-  return {};
-}
 
-Outcome CheckGroups(const Mesh& mesh, const KeySet& nodes, const KeySet& elements,
-                    const std::string& file) {
-  for (const Mesh::Group& group : mesh.groups) {
-    Outcome there = CheckMembers(group, group.elements, elements, "element", file);
-    if (there) there = CheckMembers(group, group.nodes, nodes, "node", file);
-    if (!there) return there;
+  void CheckGroups(const KeySet& nodes, const KeySet& elements) {
+    for (const Mesh::Group& group : mesh_.groups) {
+      CheckMembers(group, group.elements, elements, "element");
+      CheckMembers(group, group.nodes, nodes, "node");
+      if (IsFull()) return;
+    }
+    CheckHierarchy();
   }
-  return CheckHierarchy(mesh, file);
-}
+
+  bool IsFull() const { return faults_.size() >= LossReport::kMostFaults; }
+  std::vector<Failure>& Faults() { return faults_; }
+
+ private:
+  void Fault(std::string place, std::string what, std::string remedy) {
+    if (!IsFull()) faults_.push_back({file_, std::move(place), std::move(what), std::move(remedy)});
+  }
+
+  /// Every member of a group is in the mesh; the first that is not is told.
+  void CheckMembers(const Mesh::Group& group, std::span<const Key> members, const KeySet& mesh,
+                    const char* what) {
+    const auto missing = std::find_if_not(members.begin(), members.end(),
+                                          [&](Key key) { return mesh.Contains(key); });
+    if (missing == members.end()) return;
+    Fault(fmt::format("group \"{}\"", group.name),
+          fmt::format("its {} {} is not in the mesh", what, *missing),
+          fmt::format("add the {} or remove it from the group", what));
+  }
+
+  /// No group is a part of itself.
+  void CheckHierarchy() {
+    const auto count = static_cast<std::int32_t>(mesh_.groups.size());
+    std::vector<std::int32_t> walk_of(mesh_.groups.size(), Mesh::Group::kNone);
+    for (std::int32_t start = 0; start < count; ++start) {
+      for (std::int32_t at = start; at != Mesh::Group::kNone;) {
+        const Mesh::Group& group = mesh_.groups[static_cast<std::size_t>(at)];
+        std::int32_t& walk = walk_of[static_cast<std::size_t>(at)];
+        if (walk != Mesh::Group::kNone && walk != start) break;  // and all above it are right
+        if (walk == start || group.parent < Mesh::Group::kNone || group.parent >= count) {
+          return Fault(fmt::format("group \"{}\"", group.name),
+                       walk == start ? "it is a part of itself" : "it is a part of no group",
+                       "correct the hierarchy of the groups");
+        }
+        walk = start;
+        at = group.parent;
+      }
+    }
+  }
+
+  const Mesh& mesh_;
+  const std::string& file_;
+  std::vector<Failure> faults_;
+};
 
 std::vector<Key> KeysOf(std::span<const Mesh::Element> elements) {
   std::vector<Key> keys(elements.size());
@@ -153,10 +168,12 @@ void MakeRoom(DPool<T>& pool, std::size_t more) {
 /// The steps of adding a mesh. Each gives false when a pool refuses a record.
 class MeshAdder {
  public:
-  MeshAdder(CQXDBSession& session, const Mesh& mesh, const KeyMap& properties)
+  MeshAdder(CQXDBSession& session, const Mesh& mesh, const KeyMap& properties,
+            const Progress& progress)
       : session_(session),
         mesh_(mesh),
         properties_(properties),
+        progress_(progress),
         nodes_(*session.GetPool<DPoolNode>(code::kNode)),
         elements_(*session.GetPool<DPoolElem>(code::kElem)),
         sets_(*session.GetPool<DPoolMset>(code::kMset)) {}
@@ -167,6 +184,7 @@ class MeshAdder {
     tagTNode node;
     const double* at = mesh_.coordinates.data();
     for (const Key key : mesh_.node_keys) {
+      Tell();
       node.key = key;
       node.position = {at[0] * unit, at[1] * unit, at[2] * unit};
       at += 3;
@@ -188,6 +206,7 @@ class MeshAdder {
         const Key* first = mesh_.connectivity.data() + batch[i].first;
         keys.insert(keys.end(), first, first + mesh_.NodesOf(begin + i));
       }
+      Tell(batch.size());
       found.resize(keys.size());
       nodes_.Set().FindMany(keys, found);
       if (std::find(found.begin(), found.end(), 0) != found.end()) return false;
@@ -230,6 +249,15 @@ class MeshAdder {
   }
 
  private:
+  /// Counts nodes and elements, which are most of the work.
+  void Tell(std::size_t more = 1) {
+    done_ += more;
+    if (done_ < next_report_ || !progress_) return;
+    const std::size_t total = mesh_.node_keys.size() + mesh_.elements.size();
+    next_report_ = done_ + total / 40 + 1;
+    progress_(0.9 * static_cast<double>(done_) / static_cast<double>(total + 1));
+  }
+
   /// The set's elements, and their nodes and the group's own, each once.
   bool ListMembers(const Mesh::Group& group, tagTMset& set) {
     set.elements.SetSize(static_cast<std::int64_t>(group.elements.size()));
@@ -280,6 +308,9 @@ class MeshAdder {
   CQXDBSession& session_;
   const Mesh& mesh_;
   const KeyMap& properties_;
+  const Progress& progress_;
+  std::size_t done_ = 0;
+  std::size_t next_report_ = 0;
   std::pair<Key, ITR> last_property_{0, 0};
   std::uint64_t without_property_ = 0;
   DPoolNode& nodes_;
@@ -312,14 +343,21 @@ Outcome CheckCanBeWritten(const CQXDBSession& session, const std::string& path) 
   return {};
 }
 
-Outcome CheckMesh(const Mesh& mesh, const std::string& file) {
+Outcome CheckMesh(const Mesh& mesh, const std::string& file, std::vector<Failure>* faults) {
+  MeshChecker check(mesh, file);
   const std::vector<Key> element_keys = KeysOf(mesh.elements);
-  if (Outcome keys = CheckKeys(mesh.node_keys, "node", file); !keys) return keys;
-  if (Outcome keys = CheckKeys(element_keys, "element", file); !keys) return keys;
-  if (Outcome finite = CheckCoordinates(mesh, file); !finite) return finite;
-  const KeySet nodes(mesh.node_keys);
-  if (Outcome there = CheckElements(mesh, nodes, file); !there) return there;
-  return CheckGroups(mesh, nodes, KeySet(element_keys), file);
+  check.CheckKeys(mesh.node_keys, "node");
+  check.CheckKeys(element_keys, "element");
+  check.CheckCoordinates();
+  if (check.Faults().empty()) {
+    const KeySet nodes(mesh.node_keys);
+    check.CheckElements(nodes);
+    check.CheckGroups(nodes, KeySet(element_keys));
+  }
+  if (check.Faults().empty()) return {};
+  const Failure first = check.Faults().front();
+  if (faults) faults->insert(faults->end(), check.Faults().begin(), check.Faults().end());
+  return first;
 }
 
 std::size_t Mesh::NodesOf(std::size_t index) const {
@@ -333,7 +371,7 @@ std::size_t Mesh::NodesOf(std::size_t index) const {
 }
 
 Outcome AddMesh(CQXDBSession& session, const Mesh& mesh, const std::string& file, AddReport* report,
-                const KeyMap& properties) {
+                const KeyMap& properties, const Progress& progress) {
   for (const std::uint16_t type : {code::kNode, code::kElem, code::kMset}) {
     if (session.GetDataPool(type)) continue;
     return Failure{file, "", "the model has no pools for a mesh", "add the standard pools"};
@@ -347,7 +385,7 @@ Outcome AddMesh(CQXDBSession& session, const Mesh& mesh, const std::string& file
 
   CTransaction step(&session);
   step.Begin(qxLoadText("IDS_QX_TRANS_Import_Mesh").c_str());
-  MeshAdder adder(session, mesh, properties);
+  MeshAdder adder(session, mesh, properties, progress);
   AddReport added{mesh.node_keys.size(), mesh.elements.size(), mesh.groups.size(), {}, {}};
   if (!adder.AddNodes() || !adder.AddElements() || !adder.AddGroups(added) || !step.Commit()) {
     return Failure{file, "", "the model refuses the mesh", "check the mesh before it is added"};

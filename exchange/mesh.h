@@ -69,9 +69,10 @@ struct Mesh {
 
 /// Checks a mesh as a whole: keys between 1 and 2147483647, none twice, finite coordinates, every
 /// node of every element and every element and node of every group there, and no group a part of
-/// itself. The first fault is reported with
-/// `file` and the key. Cost proportional to the mesh.
-Outcome CheckMesh(const Mesh& mesh, const std::string& file);
+/// itself. The first fault is returned, with `file` and the key; all of them, up to
+/// LossReport::kMostFaults, are added to `faults`. Cost proportional to the mesh.
+Outcome CheckMesh(const Mesh& mesh, const std::string& file,
+                  std::vector<Failure>* faults = nullptr);
 
 /// Fails when no file of a mesh could hold the model's: without pools of nodes and elements, with
 /// more than fit, or with a node whose coordinates, in current units, are not finite numbers.
@@ -97,6 +98,7 @@ using KeyMap = std::unordered_map<Key, Key>;
 /// element is taken already. Elements refer to the properties of the model with their keys, or with
 /// those that `properties` gives for them. `file` stands for the mesh in messages.
 Outcome AddMesh(CQXDBSession& session, const Mesh& mesh, const std::string& file,
-                AddReport* report = nullptr, const KeyMap& properties = {});
+                AddReport* report = nullptr, const KeyMap& properties = {},
+                const Progress& progress = {});
 
 }  // namespace qx::exchange

@@ -1,5 +1,7 @@
 #include "exchange/transfer.h"
 
+#include <algorithm>
+#include <charconv>
 #include <filesystem>
 #include <fmt/format.h>
 
@@ -24,6 +26,34 @@ class CurrentUnits {
  private:
   CQXUnitCtrl& units_;
   UnitSystem before_;
+};
+
+/// Gives a session a file's units while it is added: the old ones come back unless they are kept.
+class NewUnits {
+ public:
+  NewUnits(CQXDBSession& session, const UnitSystem& units, bool of_model)
+      : units_(session.Units()),
+        model_before_(units_.Model()),
+        current_before_(units_.Current()),
+        of_model_(of_model) {
+    if (of_model_) units_.SetModel(units);
+    units_.SetCurrent(units);
+  }
+  ~NewUnits() {
+    if (is_kept_ && of_model_) return;
+    if (of_model_) units_.SetModel(model_before_);
+    units_.SetCurrent(current_before_);
+  }
+  void Keep() { is_kept_ = true; }
+  NewUnits(const NewUnits&) = delete;
+  NewUnits& operator=(const NewUnits&) = delete;
+
+ private:
+  CQXUnitCtrl& units_;
+  UnitSystem model_before_;
+  UnitSystem current_before_;
+  bool of_model_;
+  bool is_kept_ = false;
 };
 
 std::string_view NameOf(const UnitSystem& units, UnitBase base) {
@@ -56,6 +86,149 @@ void AddOrigin(Deck& deck, const std::string& path, const UnitSystem& units, boo
   origin.units_assumed = assumed;
 }
 
+/// "mm,N,ton,s,K".
+std::string NamesOf(const UnitSystem& units) {
+  std::string names;
+  for (int i = 0; i < kUnitBaseCount; ++i) {
+    names += fmt::format("{}{}", i > 0 ? "," : "", NameOf(units, static_cast<UnitBase>(i)));
+  }
+  return names;
+}
+
+/// Thrown from where progress is told, which every reader and writer does, and caught in the two
+/// functions below: none can forget to ask. What they hold cleans up after itself.
+struct Cancelled {};
+
+/// A share of the progress, from `begin` to `end`, that asks whether to go on.
+Progress Watched(const Progress& tell, const IsCancelled& is_cancelled, double begin, double end) {
+  if (!tell && !is_cancelled) return {};
+  return [=](double done) {
+    if (is_cancelled && is_cancelled()) throw Cancelled();
+    if (tell) tell(begin + (end - begin) * done);
+  };
+}
+
+Failure WasCancelled(const std::string& path, const char* what) {
+  return {path, "", what, "run it again"};
+}
+
+/// The line that a place tells; the last one where it tells none.
+std::size_t LineOf(const Failure& fault) {
+  std::size_t line = 0;
+  constexpr std::string_view kLine = "line ";
+  const std::size_t found = fault.place.find(kLine);
+  if (found == std::string::npos) return std::string::npos;
+  const char* const at = fault.place.data() + found + kLine.size();
+  const auto parsed = std::from_chars(at, fault.place.data() + fault.place.size(), line);
+  return parsed.ec == std::errc() ? line : std::string::npos;
+}
+
+/// Puts faults in the order of their files and lines, each once; files in the order in which they
+/// were come upon.
+void SortFaults(std::vector<Failure>& faults) {
+  std::vector<std::string> files;
+  const auto file = [&](const Failure& fault) {
+    return std::find(files.begin(), files.end(), fault.file) - files.begin();
+  };
+  for (const Failure& fault : faults) {
+    if (file(fault) == std::ssize(files)) files.push_back(fault.file);
+  }
+  std::stable_sort(faults.begin(), faults.end(), [&](const Failure& a, const Failure& b) {
+    return std::pair(file(a), LineOf(a)) < std::pair(file(b), LineOf(b));
+  });
+  const auto same = [](const Failure& a, const Failure& b) { return a.Line() == b.Line(); };
+  faults.erase(std::unique(faults.begin(), faults.end(), same), faults.end());
+}
+
+/// Whether a deck says nothing of a model: no node, no element, no record but where it is from.
+bool IsEmpty(const Deck& deck) {
+  bool is_empty = deck.node_keys.empty() && deck.elements.empty() && deck.groups.empty();
+  const auto count = [&](const auto& records) {
+    using T = typename std::decay_t<decltype(records)>::value_type;
+    if (T::kType != code::kOrigin && T::kType != code::kCarried) is_empty &= records.empty();
+  };
+  std::apply([&](const auto&... records) { (count(records), ...); }, deck.records);
+  return is_empty;
+}
+
+Outcome Import(CQXDBSession& session, const std::string& path, const ImportOptions& options,
+               LossReport& report) {
+  const Format* format = options.format;
+  if (!format) {
+    const auto found = FormatToRead(path);
+    if (!found) return found.Error();
+    format = *found;
+  }
+  ReadOptions read = options.read;
+  read.progress = Watched(options.read.progress, options.read.is_cancelled, 0, 0.6);
+  const Progress add = Watched(options.read.progress, options.read.is_cancelled, 0.6, 1);
+  if (read.progress) read.progress(0);
+  Result<Deck> deck = format->read(path, read, report.faults);
+  if (!deck) {
+    if (read.is_cancelled && read.is_cancelled()) throw Cancelled();
+    SortFaults(report.faults);
+    return report.faults.empty() ? deck.AsOutcome() : report.faults.front();
+  }
+  if (IsEmpty(*deck)) {
+    return Failure{path, "", fmt::format("there is nothing in this {}", format->title),
+                   "check that it is the file that you mean"};
+  }
+  bool assumed = false;
+  const Result<UnitSystem> units = UnitsOf(*deck, session, options, report, assumed);
+  if (!units) return units.AsOutcome();
+  AddOrigin(*deck, path, *units, assumed);
+  if (options.strict) {
+    LossReport so_far = report;
+    so_far.Append(deck->report);
+    if (Outcome lossless = so_far.CheckLossless(path); !lossless) {
+      report = std::move(so_far);
+      return lossless;
+    }
+  }
+  NewUnits in_units(session, *units, options.set_model_units);
+  Outcome added = AddDeck(session, *deck, path, report, add);
+  if (added) in_units.Keep();
+  return added;
+}
+
+Outcome Export(CQXDBSession& session, const std::string& path, const ExportOptions& options,
+               LossReport& report) {
+  const Format* format = options.format;
+  if (!format) {
+    const auto found = FormatToWrite(path);
+    if (!found) return found.Error();
+    format = *found;
+  }
+  const Result<UnitSystem> units = options.units.empty()
+                                       ? Result<UnitSystem>(session.Units().Current())
+                                       : ParseUnits(options.units, session.Units().Current());
+  if (!units) return units.AsOutcome();
+  const CurrentUnits in_units(session, *units);
+  WriteOptions write = options.write;
+  write.progress = Watched(options.write.progress, options.write.is_cancelled, 0, 1);
+  LossReport found;
+  if (!(format->capabilities & capability::kUnits)) {
+    found.Assumed(fmt::format("the numbers are in {}", NamesOf(*units)),
+                  "the format has no place for units");
+  }
+  for (const Format& other : Formats()) {
+    if (other.tell_text && other.name != format->name) other.tell_text(session, found);
+  }
+  if (write.progress) write.progress(0);
+  if (!options.strict) {
+    Outcome written = format->write(session, path, write, found);
+    if (written) report.Append(found);
+    return written;
+  }
+  // Written beside it first, so that a loss leaves what was there.
+  const auto beside = NewFile::Create(path);
+  if (!beside) return beside.AsOutcome();
+  Outcome written = format->write(session, (*beside)->Name(), write, found);
+  report.Append(found);
+  if (written) written = report.CheckLossless(path);
+  return written ? (*beside)->TakePlace() : written;
+}
+
 }  // namespace
 
 Result<UnitSystem> ParseUnits(const std::string& names, const UnitSystem& rest) {
@@ -84,59 +257,20 @@ Result<UnitSystem> ParseUnits(const std::string& names, const UnitSystem& rest) 
 
 Outcome ImportFile(CQXDBSession& session, const std::string& path, const ImportOptions& options,
                    LossReport& report) {
-  const Format* format = options.format;
-  if (!format) {
-    const auto found = FormatToRead(path);
-    if (!found) return found.Error();
-    format = *found;
+  try {
+    return Import(session, path, options, report);
+  } catch (const Cancelled&) {
+    return WasCancelled(path, "the import was stopped; the model is as it was");
   }
-  Result<Deck> deck = format->read(path, options.read, report.faults);
-  if (!deck) return deck.AsOutcome();
-  bool assumed = false;
-  const Result<UnitSystem> units = UnitsOf(*deck, session, options, report, assumed);
-  if (!units) return units.AsOutcome();
-  AddOrigin(*deck, path, *units, assumed);
-  if (options.strict) {
-    LossReport so_far = report;
-    so_far.Append(deck->report);
-    if (Outcome lossless = so_far.CheckLossless(path); !lossless) {
-      report = std::move(so_far);
-      return lossless;
-    }
-  }
-  const UnitSystem model_before = session.Units().Model();
-  const UnitSystem current_before = session.Units().Current();
-  if (options.set_model_units) session.Units().SetModel(*units);
-  session.Units().SetCurrent(*units);
-  Outcome added = AddDeck(session, *deck, path, report);
-  if (!added && options.set_model_units) session.Units().SetModel(model_before);
-  if (!added || !options.set_model_units) session.Units().SetCurrent(current_before);
-  return added;
 }
 
 Outcome ExportFile(CQXDBSession& session, const std::string& path, const ExportOptions& options,
                    LossReport& report) {
-  const Format* format = options.format;
-  if (!format) {
-    const auto found = FormatToWrite(path);
-    if (!found) return found.Error();
-    format = *found;
+  try {
+    return Export(session, path, options, report);
+  } catch (const Cancelled&) {
+    return WasCancelled(path, "the export was stopped; nothing was written");
   }
-  const Result<UnitSystem> units = options.units.empty()
-                                       ? Result<UnitSystem>(session.Units().Current())
-                                       : ParseUnits(options.units, session.Units().Current());
-  if (!units) return units.AsOutcome();
-  const CurrentUnits in_units(session, *units);
-  for (const Format& other : Formats()) {
-    if (other.tell_text && other.name != format->name) other.tell_text(session, report);
-  }
-  if (!options.strict) return format->write(session, path, options.write, report);
-  // Written beside it first, so that a loss leaves what was there.
-  const auto beside = NewFile::Create(path);
-  if (!beside) return beside.AsOutcome();
-  Outcome written = format->write(session, (*beside)->Name(), options.write, report);
-  if (written) written = report.CheckLossless(path);
-  return written ? (*beside)->TakePlace() : written;
 }
 
 }  // namespace qx::exchange

@@ -1,7 +1,6 @@
 // Bringing meshes into models and handing them on: import and export.
 
 #include <algorithm>
-#include <cstdio>
 #include <filesystem>
 #include <fmt/format.h>
 
@@ -116,6 +115,7 @@ Outcome ReadInto(CQXDBSession& session, const ImportOptions& options, bool is_ne
   format_name = (*found)->name;
   const auto values = exchange::ParseOptionValues((*found)->read_options, options.choices);
   if (!values) return values.AsOutcome();
+  const Interrupt interrupt;
   ProgressBar bar("Reading " + options.file);
   exchange::ImportOptions import;
   import.format = *found;
@@ -126,14 +126,20 @@ Outcome ReadInto(CQXDBSession& session, const ImportOptions& options, bool is_ne
   import.read.values = *values;
   import.read.progress = [&](double done) { bar.Show(done);
 };
+import.read.is_cancelled = [&] { return interrupt.IsAsked();
+};  // namespace
 return exchange::ImportFile(session, options.file, import, losses);
-}  // namespace
+}  // namespace qx::app
 
-/// The faults of a file besides the first, which the failure itself tells.
-void PrintFurtherFaults(const exchange::LossReport& losses) {
-  for (std::size_t i = 1; i < losses.faults.size(); ++i) {
-    std::fprintf(stderr, "%s\n", OneLine(losses.faults[i].Line()).c_str());
-  }
+/// Prints the faults of a file in their order but for the last, which is returned.
+Outcome ToldOf(const exchange::LossReport& losses, const Outcome& read, const Context& context) {
+  const std::vector<Failure>& faults = losses.faults;
+  if (faults.size() < 2) return read;
+  const bool is_full = faults.size() >= exchange::LossReport::kMostFaults;
+  for (std::size_t i = 0; i + (is_full ? 0 : 1) < faults.size(); ++i) context.Tell(faults[i]);
+  if (!is_full) return faults.back();
+  return Failure{faults[0].file, "", fmt::format("reading ended with {} faults", faults.size()),
+                 "correct these first: there may be more"};
 }
 
 Outcome Import(const ImportOptions& options, const Context& context) {
@@ -153,8 +159,7 @@ Outcome Import(const ImportOptions& options, const Context& context) {
   const Outcome read = ReadInto(session, options, is_new, losses, format);
   Outcome told = WriteReport(losses, options.file, format, "import", options.report);
   if (!told) return told;
-  if (!read) PrintFurtherFaults(losses);
-  if (!read) return read;
+  if (!read) return ToldOf(losses, read, context);
   if (is_new) session.ForgetHistory();  // a new model starts with what it holds
   if (Outcome saved = model.document.SaveAs(options.model); !saved) return saved;
 
@@ -214,6 +219,7 @@ Outcome ExportTo(CQXDBSession& session, const ExportOptions& options,
   if (!options.encoding.empty()) choices.push_back("encoding=" + options.encoding);
   const auto values = exchange::ParseOptionValues(format->write_options, choices);
   if (!values) return values.AsOutcome();
+  const Interrupt interrupt;
   ProgressBar bar("Writing " + options.file);
   exchange::ExportOptions write;
   write.format = format;
@@ -221,6 +227,7 @@ Outcome ExportTo(CQXDBSession& session, const ExportOptions& options,
   write.strict = options.strict;
   write.write.values = *values;
   write.write.progress = [&](double done) { bar.Show(done); };
+  write.write.is_cancelled = [&] { return interrupt.IsAsked(); };
   return exchange::ExportFile(session, options.file, write, losses);
 }
 
@@ -251,6 +258,7 @@ std::string FormatNotes(bool to_read) {
   for (const exchange::Format& format : exchange::Formats()) {
     if (to_read ? !format.read : !format.write) continue;
     notes += fmt::format("\n  {:<8} {}", format.name, format.title);
+    notes += fmt::format("\n           keeps {}", exchange::CapabilityWords(format.capabilities));
     const auto options = to_read ? format.read_options : format.write_options;
     for (const exchange::FormatOption& option : options) {
       notes += fmt::format("\n           {}: {} ({})", option.name, option.meaning, option.values);
@@ -302,7 +310,7 @@ Outcome Export(Model& model, const ExportOptions& options, const Context& contex
   return {};
 }
 
-}  // namespace qx::app
+}  // namespace
 
 void AddImport(Command& app, Context& context) {
   const auto [command, options] =

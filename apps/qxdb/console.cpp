@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <csignal>
 #include <cstdio>
 #include <fmt/format.h>
 #include <unistd.h>
@@ -159,6 +160,27 @@ void ProgressBar::Show(double fraction) {
   std::fflush(stderr);
 }
 
+namespace {
+
+volatile std::sig_atomic_t interrupted = 0;
+
+void Remember(int signal) {
+  interrupted = 1;
+  std::signal(signal, SIG_DFL);
+}
+
+}  // namespace
+
+Interrupt::Interrupt() {
+  interrupted = 0;
+  before_ = std::signal(SIGINT, Remember);
+  if (before_ == SIG_IGN) std::signal(SIGINT, SIG_IGN);  // as in the background of a script
+}
+
+Interrupt::~Interrupt() { std::signal(SIGINT, before_); }
+
+bool Interrupt::IsAsked() const { return interrupted != 0; }
+
 void Context::Print(const std::string& text, const JsonText& json_text) const {
   std::string out = json ? json_text.Result() : text;
   if (!json) {
@@ -229,6 +251,10 @@ void Context::Conclude(const Outcome& outcome) {
   if (failure.remedy.starts_with("see the message above")) {
     failure.remedy = LastRefusal().empty() ? "look for what hangs on it" : LastRefusal();
   }
+  Tell(failure);
+}
+
+void Context::Tell(const Failure& failure) const {
   if (json) {
     JsonText error;
     error.Begin().Text("error", failure.what).Text("file", failure.file);

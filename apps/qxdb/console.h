@@ -71,6 +71,21 @@ class ProgressBar {
   bool shown_ = false;
 };
 
+/// Ctrl-C while this lives: it is told here, and the command stops where it leaves nothing half
+/// done; a second one ends the program at once.
+class Interrupt {
+ public:
+  Interrupt();
+  ~Interrupt();
+  Interrupt(const Interrupt&) = delete;
+  Interrupt& operator=(const Interrupt&) = delete;
+
+  bool IsAsked() const;
+
+ private:
+  void (*before_)(int);
+};
+
 /// A message's text as the middle of a line: without its capital and full stop.
 std::string MidLine(std::string text);
 
@@ -116,6 +131,8 @@ struct Context {
   /// Prints what stopped a command, if anything did, as one line on stderr (as an object with
   /// --json). A failure that concerns no file is one of what was typed, which the exit code says.
   void Conclude(const Outcome& outcome);
+  /// Prints one of several faults as Conclude does the last.
+  void Tell(const Failure& failure) const;
 };
 
 }  // namespace qx::app

@@ -75,7 +75,7 @@ Outcome CheckOutput(const std::string& output, OutputKind kind, bool force,
 Outcome CheckOutput(const std::string& output, const exchange::Format& format, bool force,
                     const std::vector<std::string>& others) {
   return CheckOutput(
-      output, [&](const std::string& path) { return exchange::IsOfFormat(format, path); }, force,
+      output, [&](const std::string& path) { return format.is_own && format.is_own(path); }, force,
       others);
 }
 

@@ -29,7 +29,7 @@ enum class OutputKind {
 /// writes, too. An empty path is no output.
 Outcome CheckOutput(const std::string& output, OutputKind kind, bool force,
                     const std::vector<std::string>& others);
-/// The same for a file of a registered format.
+/// The same for a file of a registered format: it is replaced when it is one of ours.
 Outcome CheckOutput(const std::string& output, const exchange::Format& format, bool force,
                     const std::vector<std::string>& others);
 /// The same for a kind that takes more to tell.

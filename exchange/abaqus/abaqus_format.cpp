@@ -1,5 +1,7 @@
 #include "exchange/abaqus/abaqus_format.h"
 
+#include <algorithm>
+
 #include "qx_db/platform/text.h"
 
 #include "exchange/abaqus/inp_deck.h"
@@ -10,20 +12,31 @@ namespace {
 
 constexpr std::string_view kExtensions[] = {".inp"};
 
-/// A line begins with one of the keywords that decks begin with.
+constexpr std::string_view kKeywords[] = {
+    "HEADING",  "PREPRINT",  "RESTART",          "PARAMETER", "INCLUDE",      "PART",
+    "ASSEMBLY", "NODE",      "ELEMENT",          "NSET",      "ELSET",        "NGEN",
+    "STEP",     "SURFACE",   "AMPLITUDE",        "MATERIAL",  "SOLIDSECTION", "SHELLSECTION",
+    "SYSTEM",   "TRANSFORM", "EQUATION",         "BOUNDARY",  "BEAMSECTION",  "ORIENTATION",
+    "NFILL",    "MPC",       "PHYSICALCONSTANTS"};
+
+/// The first keyword is one of those that decks have before or among the mesh.
 bool LooksLike(std::string_view head) {
-  const std::string upper = "\n" + AsciiUpper(head);
-  for (const std::string_view keyword :
-       {"\n*HEADING", "\n*NODE", "\n*PART", "\n*ELEMENT", "\n*MATERIAL", "\n*INCLUDE, INPUT"}) {
-    const std::size_t at = upper.find(keyword);
-    if (at == std::string::npos) continue;
-    const std::size_t behind = at + keyword.size();
-    if (behind == upper.size()) return true;
-    const char next = upper[behind];
-    if (next == ',' || next == '\n' || next == '\r' || next == ' ' || next == '=') return true;
+  for (std::size_t at = 0; at < head.size();) {
+    const std::size_t end = std::min(head.find('\n', at), head.size());
+    std::string_view line = head.substr(at, end - at);
+    at = end + 1;
+    line.remove_prefix(std::min(line.find_first_not_of(" \t\r"), line.size()));
+    if (line.empty() || line.starts_with("**")) continue;
+    if (line[0] != '*') return false;  // data before any keyword
+    line = line.substr(1, line.find_first_of(",\r") - 1);
+    std::string keyword = AsciiUpper(line);
+    std::erase_if(keyword, [](char c) { return c == ' ' || c == '\t'; });
+    return std::find(std::begin(kKeywords), std::end(kKeywords), keyword) != std::end(kKeywords);
   }
   return false;
 }
+
+bool IsOwn(const std::string& path) { return IsMarkedDeck(kInpComment, path); }
 
 }  // namespace
 
@@ -36,10 +49,7 @@ Result<Deck> ParseAbaqus(const InpText& text, const std::string& file, const Rea
   }
   Deck deck = DeckOf(*model);
   CarryText(text, *model, deck);
-  if (Outcome checked = CheckMesh(deck, file); !checked) {
-    faults.push_back(checked.Error());
-    return checked.Error();
-  }
+  if (Outcome checked = CheckMesh(deck, file, &faults); !checked) return checked.Error();
   return deck;
 }
 
@@ -62,6 +72,7 @@ Format AbaqusFormat() {
   format.capabilities = capability::kElements | capability::kSets | capability::kSystems |
                         capability::kProperties | capability::kCarried;
   format.looks_like = LooksLike;
+  format.is_own = IsOwn;
   format.read = ReadAbaqus;
   format.write = WriteAbaqus;
   return format;

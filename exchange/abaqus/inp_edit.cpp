@@ -62,7 +62,6 @@ InpEditor::InpEditor(const InpText& text, const InpModel& model, const Deck& now
   for (std::size_t i = 0; i < now.node_keys.size(); ++i) node_place_.Add(now.node_keys[i], i);
   for (std::size_t i = 0; i < now.elements.size(); ++i) element_place_.Add(now.elements[i].key, i);
   for (const InpSet& set : model.sets) names_.Take(set.name);
-  for (const Mesh::Group& group : now.groups) names_.Take(group.name);
   Locate(keys);
 }
 
@@ -424,7 +423,7 @@ std::string InpEditor::Merge() {
         }
         edits_.push_back(
             {behind, behind, Apply(text_.Text(), std::move(edits), head.begin, behind)});
-        ++split_parts_;
+        if (split_parts_++ == 0) split_part_ = model_.scopes[scope].name;
       }
       const InpBlock& instance = Block(model_.placements[p].block);
       for (const InpParameter& parameter : text_.Parameters(instance)) {
@@ -434,9 +433,13 @@ std::string InpEditor::Merge() {
     }
   }
   report_.Changed("parts were written once more for instances that are no longer alike",
-                  split_parts_);
-  report_.Changed("generated nodes and elements that changed were written out", written_out_.size(),
-                  {}, "the keywords state what they were");
+                  split_parts_, split_part_, "a part says one thing for all its instances");
+  if (!written_out_.empty()) {
+    std::string file;
+    report_.Changed("generated nodes and elements that changed were written out",
+                    written_out_.size(), text_.Place(Block(*written_out_.begin()).begin, file),
+                    "the keywords state what they were");
+  }
   return Apply(text_.Text(), std::move(edits_));
 }
 

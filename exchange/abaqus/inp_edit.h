@@ -96,6 +96,8 @@ class InpEditor {
   void EditMaterials();
   void EditSystems();
   void ReportRest();
+  void ReportProperties();
+  void ReportMasses();
   /// Adds an edit of a scope's own text: to all placements of a part, once elsewhere.
   void AddTo(std::size_t scope, const InpEdit& edit);
   void SetParameter(std::size_t scope, const InpBlock& block, const char* name,
@@ -129,6 +131,7 @@ class InpEditor {
   std::set<std::size_t> written_out_;       ///< blocks of generators
   InpNames names_;
   std::uint64_t split_parts_ = 0;
+  std::string split_part_;
 };
 
 }  // namespace qx::exchange

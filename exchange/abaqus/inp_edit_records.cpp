@@ -85,7 +85,7 @@ void InpEditor::EditSectionValues(std::size_t index, const tagTProp& then, const
   const InpSection& section = model_.sections[index];
   const InpBlock& block = Block(section.block);
   const tagTMatl* material = new_.MaterialOf(now);
-  const std::string name = material ? Utf8(material->name.View()) : std::string();
+  const std::string name = material ? new_.MaterialName(material->key) : std::string();
   // A material that the deck has no record of keeps its name.
   const auto material_then = static_cast<std::size_t>(then.material);
   const std::string name_then = material_then == 0
@@ -122,7 +122,7 @@ void InpEditor::EditSectionValues(std::size_t index, const tagTProp& then, const
   }
   AddTo(section.scope, {block.begin, DataEnd(block), text});
   report_.Changed("sections of changed properties were written as general ones", 1,
-                  section_names_[index]);
+                  section_names_[index], "the model has no shape of theirs");
 }
 
 /// Masses of a section change together or, which is told, not at all.
@@ -161,7 +161,7 @@ void InpEditor::EditMasses() {
 void InpEditor::EditMaterials() {
   std::map<std::string, const tagTMatl*> now;
   for (const tagTMatl& material : now_.Of<tagTMatl>()) {
-    now.emplace(InpLabel(Utf8(material.name.View())), &material);
+    now.emplace(InpLabel(new_.MaterialName(material.key)), &material);
   }
   std::set<std::string> of_deck;
   for (const InpMaterial& then : model_.materials) {
@@ -173,7 +173,8 @@ void InpEditor::EditMaterials() {
       std::size_t last = then.block;
       for (std::size_t i = then.block + 1; i <= then.last; ++i) last = i;
       for (std::size_t i = then.block; i <= last; ++i) Replace(i, edits_, {});
-      report_.Changed("materials that the model has no more were left out", 1, label);
+      report_.Changed("materials that the model has no more were left out", 1, label,
+                      "they were deleted or renamed");
       continue;
     }
     const tagTMatl& material = *found->second;
@@ -189,7 +190,8 @@ void InpEditor::EditMaterials() {
       InpLines lines(text_.Text(), Block(block->second).data, Block(block->second).end);
       std::uint64_t rows = 0;
       while (lines.Next()) ++rows;
-      report_.Changed("tables of changed materials were written as one line", rows > 1, label);
+      report_.Changed("tables of changed materials were written as one line", rows > 1, label,
+                      "the model has one value of each");
       Replace(block->second, edits_,
               data.empty() ? std::string() : MaterialOptionHead(material, option, title) + data);
     }
@@ -199,12 +201,14 @@ void InpEditor::EditMaterials() {
     }
     tagTMatl rest = material;
     if (const std::string parts = UnwrittenPartsOf(rest); !parts.empty()) {
-      report_.Lost("parts of materials were left out: " + parts, 1, label);
+      report_.Lost("parts of materials were left out: " + parts, 1, label,
+                   "their options are not among those that are written");
     }
   }
   std::string text;
   for (const tagTMatl& material : now_.Of<tagTMatl>()) {
-    if (!of_deck.contains(InpLabel(Utf8(material.name.View())))) text += new_.Material(material);
+    if (!of_deck.contains(InpLabel(new_.MaterialName(material.key))))
+      text += new_.Material(material);
   }
   if (!text.empty()) edits_.push_back({model_.model_end, model_.model_end, std::move(text)});
 }
@@ -214,7 +218,7 @@ void InpEditor::EditMaterials() {
 void InpEditor::EditSystems() {
   std::map<std::string, const tagTCord*> now;
   for (const tagTCord& system : now_.Of<tagTCord>()) {
-    if (system.key != DPoolCord::kDefaultKey) now.emplace(Utf8(system.name.View()), &system);
+    if (system.key != DPoolCord::kDefaultKey) now.emplace(new_.SystemName(system.key), &system);
   }
   std::set<std::string> of_deck;
   for (const InpSystem& then : model_.systems) {
@@ -229,7 +233,8 @@ void InpEditor::EditSystems() {
     const auto found = now.find(name);
     if (found == now.end()) {
       AddTo(scope, {block.begin, DataEnd(block), {}});
-      report_.Changed("coordinate systems that the model has no more were left out", 1, name);
+      report_.Changed("coordinate systems that the model has no more were left out", 1, name,
+                      "they were deleted or renamed");
       continue;
     }
     const tagTCord& system = *found->second;
@@ -253,6 +258,38 @@ void InpEditor::EditSystems() {
   if (!text.empty()) edits_.push_back({model_.model_end, model_.model_end, std::move(text)});
 }
 
+/// Properties that no section of the text stands for.
+void InpEditor::ReportProperties() {
+  std::set<Key> used;
+  for (const Mesh::Element& element : now_.elements) used.insert(element.property);
+  for (const tagTProp& property : now_.Of<tagTProp>()) {
+    const bool is_lost = !used.contains(property.key) && !section_of_.contains(property.key);
+    report_.Lost("properties of no element were left out", is_lost ? 1 : 0,
+                 Utf8(property.name.View()), "a section is of elements");
+  }
+}
+
+/// Masses of elements that no *MASS of the text is over.
+void InpEditor::ReportMasses() {
+  std::set<Key> written;
+  for (std::size_t p = 0; p < states_.size(); ++p) {
+    const InpScope& scope = ScopeOf(p);
+    for (std::size_t i = 0; i < scope.elements.size(); ++i) {
+      const std::int32_t section = scope.elements[i].section;
+      const bool has_mass =
+          section >= 0 && model_.sections[static_cast<std::size_t>(section)].is_mass;
+      if (has_mass && states_[p].elements[i] != kNoPlace) {
+        written.insert(now_.elements[states_[p].elements[i]].key);
+      }
+    }
+  }
+  for (const tagTSprop& mass : now_.Of<tagTSprop>()) {
+    report_.Lost("new masses and stiffnesses of elements were left out",
+                 written.contains(mass.key) ? 0 : 1, fmt::format("element {}", mass.key),
+                 "the deck has no keyword for them");
+  }
+}
+
 /// What changed and has no way into the text is told.
 void InpEditor::ReportRest() {
   std::map<Key, const tagTEcrd*> directions;
@@ -267,6 +304,7 @@ void InpEditor::ReportRest() {
   std::map<Key, const tagTEcrd*> then;
   for (const tagTEcrd& record : then_.Of<tagTEcrd>()) then[record.key] = &record;
   std::uint64_t changed = 0;
+  Key first_changed = 0;
   for (std::size_t p = 0; p < states_.size(); ++p) {
     const InpScope& scope = ScopeOf(p);
     for (std::size_t i = 0; i < scope.elements.size(); ++i) {
@@ -277,9 +315,13 @@ void InpEditor::ReportRest() {
       changed += before == then.end() || after == directions.end() ||
                  after->second->method != tagTEcrd::kByVector ||
                  Differ(before->second->reference_vector, after->second->reference_vector);
+      if (changed == 1 && first_changed == 0) {
+        first_changed = now_.elements[states_[p].elements[i]].key;
+      }
     }
   }
-  report_.Lost("changed orientations of lines were left out", changed, {},
+  report_.Lost("changed orientations of lines were left out", changed,
+               fmt::format("element {}", first_changed),
                "a section has one direction for all its elements");
   const auto offset_of = [](const Deck& deck) {
     std::vector<std::pair<double, std::int64_t>> all;
@@ -296,18 +338,32 @@ void InpEditor::ReportRest() {
   for (std::size_t i = 0; is_same && i < before.size(); ++i) {
     is_same = !Differ(before[i].first, after[i].first) && before[i].second == after[i].second;
   }
-  report_.Lost("changed offsets of plates were left out", is_same ? 0 : 1);
+  report_.Lost("changed offsets of plates were left out", is_same ? 0 : 1, "OFFSET",
+               "a section has one offset for all its elements");
   const bool same_transforms = then_.Of<tagTMeshCsys>().size() == now_.Of<tagTMeshCsys>().size();
-  report_.Lost("changed systems of nodes were left out", same_transforms ? 0 : 1);
+  report_.Lost("changed systems of nodes were left out", same_transforms ? 0 : 1, "*TRANSFORM",
+               "what the deck says of them stays");
   std::set<std::string> conditions(model_.conditions.begin(), model_.conditions.end());
   std::uint64_t others = 0;
+  std::string first_other;
+  std::set<std::string> still;
   for (const tagTBset& set : now_.Of<tagTBset>()) {
     // A name in the model may be a shorter one.
     const std::string name = Utf8(set.name.View());
     const auto at = conditions.lower_bound(name);
-    others += at == conditions.end() || !at->starts_with(name);
+    const bool is_other = at == conditions.end() || !at->starts_with(name);
+    if (is_other && others++ == 0) first_other = name;
+    if (!is_other) still.insert(*at);
   }
-  report_.Lost("boundary sets were left out", others, {}, "the deck has no keywords for them");
+  report_.Lost("boundary sets were left out", others, first_other,
+               "the deck has no keywords for them");
+  for (const std::string& condition : conditions) {
+    report_.Changed("loads and constraints whose boundary sets are gone stay in the deck",
+                    still.contains(condition) ? 0 : 1, condition,
+                    "the text of the deck is kept: take them out there");
+  }
+  ReportProperties();
+  ReportMasses();
 }
 
 }  // namespace qx::exchange

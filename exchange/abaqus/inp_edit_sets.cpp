@@ -78,7 +78,7 @@ std::vector<InpMember> InpEditor::MembersNow(const InpGroup& what, const Mesh::G
     }
   }
   report_.Lost("members of a part's set that belong to another instance were left out", elsewhere,
-               now.name);
+               now.name, "the set is one of its part");
   std::sort(members.begin(), members.end());
   members.erase(std::unique(members.begin(), members.end()), members.end());
   return members;
@@ -181,8 +181,7 @@ void InpEditor::AppendNewSet(const Mesh::Group& group) {
     edits = &states_[0].edits;
     end = ScopeOf(0).end;
   }
-  const std::string name = names_.New(group.name + (group.name.empty() ? "Set" : ""));
-  const std::string own = group.name.empty() ? name : group.name;
+  const std::string own = names_.Fit(group.name, "Set", "sets", report_);
   std::string text;
   for (const bool is_nodes : {false, true}) {
     std::map<std::size_t, std::vector<Key>> by_placement;

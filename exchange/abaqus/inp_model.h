@@ -17,6 +17,8 @@
 
 namespace qx::exchange {
 
+inline constexpr std::string_view kInpComment = "**";
+
 inline constexpr std::size_t kNoPlace = ~std::size_t{0};
 
 /// Where numbers stand in a list: constant time; memory in proportion to the list, not to the

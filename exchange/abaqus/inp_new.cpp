@@ -20,10 +20,32 @@ const Mesh::SetTag* TagOf(const Mesh::Group& group, const std::string& format) {
 }  // namespace
 
 std::string InpNames::New(const std::string& wish) {
-  std::string name = wish.empty() ? "unnamed" : wish;
-  if (name.size() > kLongestName - 4) name.resize(kLongestName - 4);
+  std::string name;
+  for (const char c : wish) {
+    name += c == '"' || static_cast<unsigned char>(c) < 0x20 || c == 0x7F ? '_' : c;
+  }
+  const std::size_t first = name.find_first_not_of(' ');
+  name = first == std::string::npos ? "unnamed"
+                                    : name.substr(first, name.find_last_not_of(' ') + 1 - first);
+  constexpr std::size_t kRoom = kLongestName - 4;  // for a number
+  if (name.size() > kRoom) {
+    std::size_t end = kRoom;
+    while (end > 0 && (static_cast<unsigned char>(name[end]) & 0xC0) == 0x80) --end;
+    name.resize(end);
+  }
   std::string own = name;
   for (int n = 2; !taken_.insert(InpLabel(own)).second; ++n) own = fmt::format("{}~{}", name, n);
+  return own;
+}
+
+std::string InpNames::Fit(const std::string& name, const std::string& wish, const char* of,
+                          LossReport& report) {
+  const std::string own = New(name.empty() ? wish : name);
+  if (!name.empty() && own != name) {
+    report.Changed(fmt::format("names of {} were written as others", of), 1,
+                   fmt::format("\"{}\", now \"{}\"", name, own),
+                   "the format knows neither quotes nor line ends in names, nor case");
+  }
   return own;
 }
 
@@ -40,7 +62,17 @@ InpNewText::InpNewText(const Deck& now, const SystemFrames& systems, LossReport&
   for (std::size_t i = 0; i < now.Of<tagTSprop>().size(); ++i) {
     masses_[now.Of<tagTSprop>()[i].key] = i;
   }
-  for (const Mesh::Group& group : now.groups) names_.Take(group.name);
+  InpNames of_materials, of_systems;
+  for (const tagTMatl& material : now.Of<tagTMatl>()) {
+    material_names_[material.key] = of_materials.Fit(
+        Utf8(material.name.View()), fmt::format("Material-{}", material.key), "materials", report);
+  }
+  for (const tagTCord& system : now.Of<tagTCord>()) {
+    if (system.key == DPoolCord::kDefaultKey) continue;
+    system_names_[system.key] =
+        of_systems.Fit(Utf8(system.name.View()), fmt::format("System-{}", system.key),
+                       "coordinate systems", report);
+  }
   for (std::size_t i = 0; i < now.elements.size(); ++i) {
     const Key key = now.elements[i].key;
     if (!type_names_.contains(key) && TypeOf(i).empty()) left_out_.insert(key);
@@ -59,13 +91,7 @@ const tagTMatl* InpNewText::MaterialOf(const tagTProp& property) const {
 
 std::string InpNewText::SystemOf(const tagTProp& property) const {
   const auto key = static_cast<Key>(property.coordinate_system);
-  if (key == 0 || !systems_.contains(key)) return {};
-  for (const tagTCord& system : now_.Of<tagTCord>()) {
-    if (system.key != key) continue;
-    const std::string name = Utf8(system.name.View());
-    return name.empty() ? fmt::format("System-{}", key) : name;
-  }
-  return {};
+  return key == 0 || !systems_.contains(key) ? std::string() : SystemName(key);
 }
 
 // ---- elements -----------------------------------------------------------------------------------
@@ -148,18 +174,18 @@ std::string InpNewText::Material(const tagTMatl& material) {
   if (const std::string parts = UnwrittenPartsOf(material); !parts.empty()) {
     report_.Lost("parts of materials were left out: " + parts, 1, Utf8(material.name.View()));
   }
-  return MaterialText(material, Utf8(material.name.View()));
+  return MaterialText(material, MaterialName(material.key));
 }
 
 std::string InpNewText::System(const tagTCord& system) {
   const auto points = systems_.find(system.key);
-  const std::string name = Utf8(system.name.View());
+  const std::string name = SystemName(system.key);
   if (points == systems_.end()) {
-    report_.Lost("coordinate systems without axes were left out", 1, name);
+    report_.Lost("coordinate systems without axes were left out", 1, name,
+                 "their points are one or lie on a line");
     return {};
   }
-  return OrientationText(points->second,
-                         name.empty() ? fmt::format("System-{}", system.key) : name);
+  return OrientationText(points->second, name);
 }
 
 std::string InpNewText::Section(const tagTProp& property, const std::string& set,
@@ -176,24 +202,31 @@ std::string InpNewText::Section(const tagTProp& property, const std::string& set
       direction = vector;
     }
   }
-  report_.Lost("orientations of elements were left out", others, {},
+  report_.Lost("orientations of elements were left out", others, Utf8(property.name.View()),
                "a section has one direction for all its elements");
   const tagTMatl* material = MaterialOf(property);
   const std::string text =
-      SectionText(property, set, material ? Utf8(material->name.View()) : std::string(),
+      SectionText(property, set, material ? MaterialName(material->key) : std::string(),
                   material ? material->elastic_modulus : 0, material ? material->ShearModulus() : 0,
                   SystemOf(property), direction);
   if (text.empty()) {
     report_.Lost("properties were left out", 1, Utf8(property.name.View()),
                  "the format has no section for them");
+  } else if (property.type == tagTProp::kBeam && material) {
+    report_.Changed("materials of beams became the stiffness of their sections", 1,
+                    Utf8(property.name.View()), "a section of any shape has no material");
   }
+  const bool has_more = property.non_structural_mass != 0 || property.mass != 0 ||
+                        property.shear_area_y != 0 || property.shear_area_z != 0;
+  report_.Lost("parts of properties were left out", has_more && !text.empty() ? 1 : 0,
+               Utf8(property.name.View()), "the section has no place for them");
   return text;
 }
 
 // ---- a whole deck -------------------------------------------------------------------------------
 
 void InpNewText::AppendGroup(std::string& text, const Mesh::Group& group, std::size_t place) {
-  const std::string name = group.name.empty() ? fmt::format("Set-{}", place + 1) : group.name;
+  const std::string& name = group_names_[place];
   const Mesh::SetTag* tag = TagOf(group, now_.format);
   for (const Mesh::SetTag& sides : group.tags) {
     if (sides.kind != tagTSetTag::kSides || sides.sides.empty()) continue;
@@ -215,32 +248,61 @@ void InpNewText::AppendGroup(std::string& text, const Mesh::Group& group, std::s
   std::sort(nodes.begin(), nodes.end());
   if (!elements.empty() || (nodes.empty() && !tag)) text += SetText(false, name, elements);
   if (!nodes.empty()) text += SetText(true, name, nodes);
+  report_.Changed("sets of elements and further nodes were written as two",
+                  elements.empty() || nodes.empty() ? 0 : 1, group.name,
+                  "a set of the format has either");
+}
+
+void InpNewText::TellOfNewSet(const std::string& name) {
+  if (new_sets_++ > 0) return;
+  report_.Assumed("sets were added for sections and masses, such as " + name,
+                  "the format assigns them to sets");
 }
 
 std::string InpNewText::Groups() {
   std::string text;
-  for (std::size_t i = 0; i < now_.groups.size(); ++i) AppendGroup(text, now_.groups[i], i);
+  InpNames of_nodes;  // apart from those of elements
+  std::uint64_t parents = 0;
+  std::string first;
+  for (std::size_t i = 0; i < now_.groups.size(); ++i) {
+    const Mesh::Group& group = now_.groups[i];
+    InpNames& names = group.elements.empty() && !group.nodes.empty() ? of_nodes : names_;
+    group_names_.push_back(names.Fit(group.name, fmt::format("Set-{}", i + 1), "sets", report_));
+    if (group.parent != Mesh::Group::kNone && parents++ == 0) first = group.name;
+    AppendGroup(text, group, i);
+  }
+  report_.Lost("places of sets in others", parents, first, "the members of each are listed");
   return text;
 }
 
 std::string InpNewText::Masses() {
   std::map<double, std::vector<Key>> by_mass;
   std::uint64_t more = 0;
+  std::uint64_t of_others = 0;
+  Key first = 0, first_of_others = 0;
   for (const Mesh::Element& element : now_.elements) {
     const auto found = masses_.find(element.key);
-    if (found == masses_.end() || element.type != element::kPoint) continue;
+    if (found == masses_.end()) continue;
+    if (element.type != element::kPoint) {
+      if (of_others++ == 0) first_of_others = element.key;
+      continue;
+    }
     const tagTSprop& mass = now_.Of<tagTSprop>()[found->second];
     more += mass.has_offset != 0 || std::any_of(std::begin(mass.inertia), std::end(mass.inertia),
                                                 [](double i) { return i != 0; });
+    if (more == 1 && first == 0) first = element.key;
     const double value = mass.mass;  // packed in the record: no reference may bind to it
     by_mass[value].push_back(element.key);
   }
-  report_.Lost("inertias and offsets of masses were left out", more, {},
-               "a mass element has its mass only");
+  report_.Lost("inertias and offsets of masses were left out", more,
+               fmt::format("element {}", first), "a mass element has its mass only");
+  report_.Lost("masses and stiffnesses of elements that are no points", of_others,
+               fmt::format("element {}", first_of_others), "the format has none");
   std::string text;
   for (auto& [mass, elements] : by_mass) {
     std::sort(elements.begin(), elements.end());
     const std::string name = names_.New(fmt::format("Mass-{}", InpReal(mass, 6)));
+    TellOfNewSet(name);
     text += SetText(false, name, elements);
     text += fmt::format("*Mass, elset={}\n{}\n", InpName(name), InpReal(mass));
   }
@@ -265,11 +327,11 @@ std::string InpNewText::All() {
     const auto points = systems_.find(static_cast<Key>(assigned.coordinate_system));
     if (group == 0 || group > now_.groups.size() || points == systems_.end()) continue;
     if (now_.groups[group - 1].nodes.empty()) {
-      report_.Lost("systems of the nodes of elements were left out", 1,
-                   now_.groups[group - 1].name);
+      report_.Lost("systems of the nodes of elements were left out", 1, now_.groups[group - 1].name,
+                   "the format has them for sets of nodes");
       continue;
     }
-    text += TransformText(points->second, now_.groups[group - 1].name);
+    text += TransformText(points->second, group_names_[group - 1]);
   }
   for (const tagTMatl& material : now_.Of<tagTMatl>()) text += Material(material);
   std::map<Key, std::vector<Key>> of_property;
@@ -282,24 +344,29 @@ std::string InpNewText::All() {
   for (const tagTProp& property : now_.Of<tagTProp>()) {
     const auto found = of_property.find(property.key);
     if (found == of_property.end()) {
-      report_.Lost("properties of no element were left out", 1, Utf8(property.name.View()));
+      report_.Lost("properties of no element were left out", 1, Utf8(property.name.View()),
+                   "a section is of elements");
       continue;
     }
     auto& elements = found->second;
     std::sort(elements.begin(), elements.end());
     const std::string wish = Utf8(property.name.View());
-    const bool has_set =
-        std::any_of(now_.groups.begin(), now_.groups.end(), [&](const Mesh::Group& group) {
-          std::vector<Key> members = group.elements;
-          if (group.name != wish || members.size() != elements.size()) return false;
-          std::sort(members.begin(), members.end());
-          return members == elements;
-        });
+    std::size_t set = 0;
+    for (; set < now_.groups.size(); ++set) {
+      const Mesh::Group& group = now_.groups[set];
+      std::vector<Key> members = group.elements;
+      if (group.name != wish || members.size() != elements.size()) continue;
+      std::sort(members.begin(), members.end());
+      if (members == elements) break;
+    }
+    const bool has_set = set < now_.groups.size();
     const std::string name =
-        has_set ? wish : names_.New(wish.empty() ? fmt::format("Section-{}", property.key) : wish);
+        has_set ? group_names_[set]
+                : names_.New(wish.empty() ? fmt::format("Section-{}", property.key) : wish);
     const std::string section = Section(property, name, elements);
     if (section.empty()) continue;
     if (!has_set) text += SetText(false, name, elements);
+    if (!has_set) TellOfNewSet(name);
     text += section;
   }
   return text + Masses();

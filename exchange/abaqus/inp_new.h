@@ -14,11 +14,17 @@
 
 namespace qx::exchange {
 
-/// Names that the deck gives to what the model has no names for, each but once.
+/// Names as the deck has them: without quotes and line ends, of at most 80 characters, and each but
+/// once, whatever the case of its letters.
 class InpNames {
  public:
   void Take(std::string_view name) { taken_.insert(InpLabel(name)); }
+  /// A name that nothing has yet, like the one that is wished for.
   std::string New(const std::string& wish);
+  /// The same for the name of something in the model, `wish` for one without; a name that becomes
+  /// another is told, as one "of" those things.
+  std::string Fit(const std::string& name, const std::string& wish, const char* of,
+                  LossReport& report);
 
  private:
   std::set<std::string> taken_;
@@ -45,12 +51,20 @@ class InpNewText {
   const tagTProp* PropertyOf(Key key) const;
   const tagTMatl* MaterialOf(const tagTProp& property) const;
   std::string SystemOf(const tagTProp& property) const;
+  /// Names as the deck has them; empty for key 0.
+  std::string MaterialName(Key key) const { return NameIn(material_names_, key); }
+  std::string SystemName(Key key) const { return NameIn(system_names_, key); }
   /// The whole deck.
   std::string All();
 
  private:
+  static std::string NameIn(const std::map<Key, std::string>& names, Key key) {
+    const auto found = names.find(key);
+    return found == names.end() ? std::string() : found->second;
+  }
   InpFamily FamilyOf(const Mesh::Element& element) const;
   std::string Groups();
+  void TellOfNewSet(const std::string& name);
   std::string Masses();
   void AppendGroup(std::string& text, const Mesh::Group& group, std::size_t place);
 
@@ -58,12 +72,16 @@ class InpNewText {
   const SystemFrames& systems_;
   LossReport& report_;
   InpNames names_;
+  std::vector<std::string> group_names_;
+  std::map<Key, std::string> material_names_;
+  std::map<Key, std::string> system_names_;
   std::unordered_map<Key, std::string> type_names_;  // of elements that came from a deck
   std::map<Key, const tagTProp*> properties_;
   std::map<Key, const tagTMatl*> materials_;
   std::unordered_map<Key, const tagTEcrd*> orientations_;
   std::unordered_map<Key, std::size_t> masses_;
   std::unordered_set<Key> left_out_;
+  std::uint64_t new_sets_ = 0;
 };
 
 }  // namespace qx::exchange

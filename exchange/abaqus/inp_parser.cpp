@@ -79,7 +79,7 @@ void InpParser::Fault(std::size_t at, std::string what, std::string remedy) {
   if (IsFull()) return;
   std::string file;
   std::string place = text_.Place(at, file);
-  if (block_) place += ", *" + block_->keyword;
+  if (block_) place += ", *" + block_->title;
   faults_.push_back(
       {file.empty() ? file_ : file, std::move(place), std::move(what), std::move(remedy)});
 }
@@ -131,7 +131,10 @@ Result<InpModel> InpParser::Parse() {
   const auto& blocks = text_.Blocks();
   for (at_ = 0; at_ < blocks.size() && !IsFull() && !is_cancelled_; ++at_) {
     block_ = &blocks[at_];
+    minded_.clear();
+    is_carried_ = false;
     ReadBlock();
+    TellOfUnminded();
     if (options_.progress && blocks.size() > 0 && at_ % (blocks.size() / 50 + 1) == 0) {
       options_.progress(0.2 +
                         0.4 * static_cast<double>(block_->end) / static_cast<double>(text.size()));
@@ -167,6 +170,17 @@ Result<InpModel> InpParser::Parse() {
         fmt::format("{} numbers in generated sets are of nothing", missing_in_ranges_));
   }
   return std::move(model_);
+}
+
+/// Parameters that nobody asked for have no place in the model.
+void InpParser::TellOfUnminded() {
+  if (is_carried_) return;
+  for (const InpParameter& parameter : text_.Parameters(*block_)) {
+    // They say nothing of the mesh: where lines stood, and who made a set.
+    if (parameter.name == "INPUT" || parameter.name == "INTERNAL") continue;
+    if (minded_.contains(parameter.name)) continue;
+    ++simplified_[fmt::format("*{} is held without {}", block_->title, parameter.name)];
+  }
 }
 
 void InpParser::ReadBlock() {
@@ -373,16 +387,17 @@ void InpParser::ShiftNumbers() {
 
 /// A keyword that has no place in the model: its text is carried.
 void InpParser::Carry() {
+  is_carried_ = true;
   const std::string& keyword = block_->keyword;
-  ++model_.carried[keyword];
+  ++model_.carried[block_->title];
   InpKeys keys = InpKeysOf(keyword);
   if (keys == InpKeys::kByType) {
     const auto type = Parameter("TYPE");
     keys = InpKeysOfType(keyword, type ? InpLabel(*type) : std::string());
   }
-  if (keys == InpKeys::kUnknown) ++model_.unchecked[keyword];
+  if (keys == InpKeys::kUnknown) ++model_.unchecked[block_->title];
   if (!IsInpCondition(keyword)) return;
-  std::string name = fmt::format("{}: {}", step_, keyword);
+  std::string name = fmt::format("{}: {}", step_, block_->title);
   if (const auto own = NameBefore(text_.Text(), block_->begin); !own.empty()) {
     name += fmt::format(" {}", own);
   }

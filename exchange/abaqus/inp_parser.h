@@ -32,7 +32,9 @@ class InpParser {
   double RealAt(std::span<const std::string_view> fields, std::size_t place, std::size_t line);
   Vector3 VectorAt(std::span<const std::string_view> fields, std::size_t place, std::size_t line);
   std::string Required(const char* parameter);
-  std::optional<std::string_view> Parameter(const char* name) const {
+  /// The parameter's value; whoever asks for it minds it.
+  std::optional<std::string_view> Parameter(const char* name) {
+    minded_.insert(name);
     return text_.Parameter(*block_, name);
   }
   InpLines Lines() const { return {text_.Text(), block_->data, block_->end}; }
@@ -41,6 +43,7 @@ class InpParser {
   // ---- structure (inp_parser.cpp) ---------------------------------------------------------------
 
   void ReadBlock();
+  void TellOfUnminded();
   bool ReadStructure();
   void BeginScope(std::string name);
   void EndScope();
@@ -118,8 +121,10 @@ class InpParser {
   const ReadOptions& options_;
   std::vector<Failure>& faults_;
   InpModel model_;
-  std::size_t at_ = 0;               ///< index of the block
-  const InpBlock* block_ = nullptr;  ///< the block
+  std::size_t at_ = 0;                 ///< index of the block
+  const InpBlock* block_ = nullptr;    ///< the block
+  std::set<std::string_view> minded_;  ///< parameters of the block that were asked for
+  bool is_carried_ = false;            ///< the block, whole
   std::size_t scope_ = 0;
   std::size_t input_ = 0;  ///< of *SYSTEM, among the inputs
   bool in_instance_ = false;

@@ -107,14 +107,21 @@ bool InpParser::ReadSection() {
                            : std::span<const std::string_view>();
   };
   tagTProp& property = section.property;
-  const auto simplify = [&](const char* why) { ++simplified_[block_->keyword + why]; };
+  const auto simplify = [&](const char* why) { ++simplified_["*" + block_->title + why]; };
   constexpr const char* kInPart = " is held in part";
+  // Numbers of the first line that the model has no place for.
+  const auto tell_of_more = [&](std::size_t used) {
+    bool has_more = rows.size() > 1;
+    for (std::size_t i = used; i < row(0).size(); ++i) has_more = has_more || !row(0)[i].empty();
+    if (has_more) simplify(kInPart);
+  };
   switch (kind) {
     case SectionKind::kSolid:
       // The elements tell whether it is a thickness or an area.
       property.type = tagTProp::kSolid;
       property.thickness = Parameter("COMPOSITE") ? 0 : RealAt(row(0), 0, line);
       if (Parameter("COMPOSITE")) simplify(kInPart);
+      if (!Parameter("COMPOSITE")) tell_of_more(1);
       break;
     case SectionKind::kShell:
       property.type = tagTProp::kPlate;
@@ -124,6 +131,7 @@ bool InpParser::ReadSection() {
         simplify(kInPart);
       } else {
         property.thickness = RealAt(row(0), 0, line);
+        tell_of_more(1);
       }
       if (const auto offset = Parameter("OFFSET"); offset && !offset->empty()) {
         const std::string label = InpLabel(*offset);
@@ -135,6 +143,7 @@ bool InpParser::ReadSection() {
     case SectionKind::kMembrane:
       property.type = tagTProp::kMembrane;
       property.thickness = RealAt(row(0), 0, line);
+      tell_of_more(1);
       break;
     case SectionKind::kBeam:
     case SectionKind::kGeneralBeam: {
@@ -173,6 +182,7 @@ bool InpParser::ReadSection() {
     case SectionKind::kMass:
       section.is_mass = true;
       section.mass = RealAt(row(0), 0, line);
+      tell_of_more(1);
       break;
     case SectionKind::kRotaryInertia:
       section.is_mass = true;
@@ -226,7 +236,8 @@ void InpParser::ReadBeamShape(InpSection& section, std::string_view shape,
     // Bredt's formula for thin walls.
     if (a + b > 0) p.torsion = 2 * a * a * b * b * d[2] / (a + b);
   } else {
-    ++simplified_[block_->keyword + ", SECTION=" + std::string(shape) + " is held without numbers"];
+    ++simplified_["*" + block_->title + ", SECTION=" + std::string(shape) +
+                  " is held without numbers"];
   }
 }
 
@@ -284,7 +295,7 @@ void InpParser::AssignSections() {
     if (!section.is_mass && host::DimensionOf(property) >= 0 &&
         host::DimensionOf(property) != dimension) {
       property = tagTProp();
-      ++simplified_[block_->keyword + " of elements of another dimension holds its place only"];
+      ++simplified_["*" + block_->title + " of elements of another dimension holds its place only"];
     }
   }
   block_ = nullptr;
@@ -330,8 +341,11 @@ bool InpParser::ReadMaterialOption() {
   const std::vector<std::string_view> fields(lines.Fields().begin(), lines.Fields().end());
   const std::size_t line = lines.Begin();
   const bool is_isotropic = label.starts_with("ISO");
-  if (lines.Next() || !is_isotropic)
-    ++simplified_["*" + keyword + " of a material is held in part"];
+  bool is_in_part = lines.Next() || !is_isotropic;
+  for (std::size_t i = keyword == "ELASTIC" ? 2 : 1; i < fields.size(); ++i) {
+    is_in_part = is_in_part || !fields[i].empty();  // temperatures and further variables
+  }
+  if (is_in_part) ++simplified_["*" + block_->title + " of a material is held in part"];
   if (!is_isotropic || material.options.contains(keyword)) return true;
   material.options[keyword] = at_;
   tagTMatl& record = material.record;

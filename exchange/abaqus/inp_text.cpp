@@ -52,11 +52,18 @@ std::string WithoutBlanks(std::string_view text) {
   return out;
 }
 
-std::string KeywordOf(std::string_view line) {
+/// "SOLID SECTION" of "*Solid  section, elset=a".
+std::string TitleOf(std::string_view line) {
   line = Trimmed(line);
   if (line.starts_with('*')) line.remove_prefix(1);
-  return AsciiUpper(WithoutBlanks(line.substr(0, line.find(','))));
+  std::string title;
+  for (const char c : AsciiUpper(Trimmed(line.substr(0, line.find(','))))) {
+    if (!IsBlank(c) || !title.ends_with(' ')) title += IsBlank(c) ? ' ' : c;
+  }
+  return title;
 }
+
+std::string KeywordOf(std::string_view line) { return WithoutBlanks(TitleOf(line)); }
 
 /// The parameters of the keyword lines from `begin` to `end`.
 std::vector<InpParameter> ParametersOf(std::string_view text, std::size_t begin, std::size_t end) {
@@ -130,7 +137,8 @@ InpText::InpText(DeckText text) : deck_(std::move(text)) {
   for (std::size_t at = NextKeyword(all, 0); at < all.size();) {
     InpBlock block;
     block.begin = at;
-    block.keyword = KeywordOf(all.substr(at, LineEnd(all, at) - at));
+    block.title = TitleOf(all.substr(at, LineEnd(all, at) - at));
+    block.keyword = WithoutBlanks(block.title);
     block.data = DataBegin(all, at);
     block.end = NextKeyword(all, block.data);
     at = block.end;

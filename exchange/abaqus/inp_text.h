@@ -23,6 +23,7 @@ struct InpParameter {
 /// A keyword with its data lines.
 struct InpBlock {
   std::string keyword;    ///< "SOLIDSECTION": in upper case, without blanks
+  std::string title;      ///< "SOLID SECTION": the same with the blanks between its words
   std::size_t begin = 0;  ///< of its line
   std::size_t data = 0;   ///< of the first line behind it
   std::size_t end = 0;    ///< of the next keyword

@@ -33,13 +33,14 @@ std::string Followed(const tagTCarried& carried, bool is_flat, LossReport& repor
   list(carried.element_keys);
   std::vector<InpEdit> edits;
   std::uint64_t gone = 0;
+  std::string first_gone;
   for (std::size_t i = 0; i < now.size(); ++i) {
     const tagTTextPlace& place = carried.places[static_cast<std::ptrdiff_t>(i)];
     const auto at = static_cast<std::size_t>(place.at);
     const auto length = static_cast<std::size_t>(place.length);
     if (place.at < 0 || place.length < 0 || at > text.size() || length > text.size() - at) continue;
     if (now[i] == 0) {
-      ++gone;
+      if (gone++ == 0) first_gone = text.substr(at, length);
       const std::size_t before = at == 0 ? std::string_view::npos : text.rfind('\n', at - 1);
       const std::size_t line = before == std::string_view::npos ? 0 : before + 1;
       const std::size_t end = std::min(text.find('\n', at), text.size() - 1) + 1;
@@ -52,7 +53,8 @@ std::string Followed(const tagTCarried& carried, bool is_flat, LossReport& repor
     if (!is_flat || (was && *was == now[i])) continue;
     edits.push_back({at, at + length, fmt::format("{}", now[i])});
   }
-  report.Lost("numbers of nodes and elements that are gone, in carried keywords", gone);
+  report.Lost("numbers of nodes and elements that are gone, in carried keywords", gone, first_gone,
+              "they were deleted");
   return Apply(text, std::move(edits));
 }
 
@@ -63,10 +65,52 @@ void CheckUnits(CQXDBSession& session, LossReport& report) {
     if (origin.format.View() != kInpFormat) return true;
     const bool is_same =
         std::equal(current.index.begin(), current.index.end(), std::begin(origin.units));
-    report.Changed("carried keywords keep the units that the deck was read in", is_same ? 0 : 1, {},
-                   "only what the model knows is converted");
+    report.Changed("carried keywords keep the units that the deck was read in", is_same ? 0 : 1,
+                   Utf8(origin.file.View()), "only what the model knows is converted");
     return false;
   });
+}
+
+/// Tells that the nodes and elements of an assembly keep the numbers that they have in their parts,
+/// which are not those of the model.
+void ReportNumbers(const InpModel& model,
+                   const std::map<std::int32_t, const tagTCarried*>& instances,
+                   LossReport& report) {
+  std::uint64_t others = 0, renumbered = 0;
+  std::string first, first_renumbered;
+  for (std::size_t p = 0; p < model.placements.size(); ++p) {
+    const InpPlacement& placement = model.placements[p];
+    const auto found = instances.find(static_cast<std::int32_t>(p));
+    if (found == instances.end()) continue;
+    const InpScope& scope = model.scopes[placement.scope];
+    const auto count = [&](const char* what, const auto& entries, const auto& number_at,
+                           std::size_t size, Key shift) {
+      for (const auto& entry : entries) {
+        const auto place = static_cast<std::size_t>(entry.place);
+        const Key now = KeyNow(entry);
+        if (place >= size || now == 0) continue;
+        const Key number = number_at(place);
+        if (now == number) continue;
+        const std::string name = fmt::format("{} {}, in {} {}", what, now, placement.name, number);
+        const bool is_shifted = now == number + shift;
+        if (is_shifted && others++ == 0) first = name;
+        if (!is_shifted && renumbered++ == 0) first_renumbered = name;
+      }
+    };
+    const auto node = [&](std::size_t i) { return scope.numbers[i]; };
+    const auto element = [&](std::size_t i) { return scope.elements[i].number; };
+    count("node", found->second->node_keys, node, scope.numbers.size(), placement.node_shift);
+    count("element", found->second->element_keys, element, scope.elements.size(),
+          placement.element_shift);
+  }
+  if (others > 0) {
+    report.Assumed(fmt::format("{} nodes and elements have the numbers of their parts again, such "
+                               "as {}",
+                               others, first),
+                   "each instance counts for itself");
+  }
+  report.Changed("nodes and elements that were renumbered keep the numbers of their parts",
+                 renumbered, first_renumbered, "instances of a part share its numbers");
 }
 
 /// The deck that the model came from, with what changed in its place; empty when it cannot be
@@ -85,11 +129,11 @@ std::string Renewed(CQXDBSession& session, const Deck& now, const SystemFrames& 
   std::vector<Failure> faults;
   Result<InpModel> model = ParseInp(text, path, {}, faults);
   if (!model) {
-    report.Lost("the deck that the model came from", 1, {},
-                faults.empty() ? "" : faults.front().Line());
+    report.Lost("the deck that the model came from", 1, model.Error().place, model.Error().what);
     return {};
   }
   if (model->placements.empty()) model->placements.emplace_back();
+  ReportNumbers(*model, instances, report);
   std::vector<InpKeysNow> keys(instances.empty() ? 0 : model->placements.size());
   for (std::size_t p = 0; p < keys.size(); ++p) {
     const InpScope& scope = model->scopes[model->placements[p].scope];
@@ -125,7 +169,8 @@ Outcome WriteAbaqus(CQXDBSession& session, const std::string& path, const WriteO
     if (!carried) {
       carried = &record;
     } else {
-      found.Lost("decks besides the first that the model came from", 1);
+      found.Lost("decks besides the first that the model came from", 1,
+                 fmt::format("carried text {}", record.key), "a deck is one");
     }
     return true;
   });
@@ -134,20 +179,16 @@ Outcome WriteAbaqus(CQXDBSession& session, const std::string& path, const WriteO
     CheckUnits(session, found);
     text = Renewed(session, now, systems, *carried, path, found);
   }
-  if (text.empty()) text = InpNewText(now, systems, found).All();
+  if (text.empty()) {
+    text = MarkedDeck(kInpComment, InpNewText(now, systems, found).All());
+  } else if (const auto rest = WithoutDeckMark(kInpComment, text); rest.size() < text.size()) {
+    text = MarkedDeck(kInpComment, rest);  // a deck of ours stays one
+  }
   constexpr std::uint16_t kWritten[] = {
-      code::kCord,  code::kNode,     code::kElem,   code::kMset,      code::kProp,
-      code::kMatl,  code::kMeshCsys, code::kEcrd,   code::kE2DOffset, code::kSprop,
-      code::kBlock, code::kSetTag,   code::kCarried};
-  std::vector<std::uint16_t> written(std::begin(kWritten), std::end(kWritten));
-  if (carried) written.push_back(code::kBset);
-  ReportUnwritten(session, written, found);
-  std::uint64_t others = 0;
-  host::ForEach<tagTCarried>(&session, [&](ITR, const tagTCarried& record) {
-    others += record.format.View() != kInpFormat;
-    return true;
-  });
-  found.Lost("texts that other formats left were left out", others);
+      code::kCord,  code::kNode,     code::kElem,    code::kMset,      code::kProp,
+      code::kMatl,  code::kMeshCsys, code::kEcrd,    code::kE2DOffset, code::kSprop,
+      code::kBlock, code::kSetTag,   code::kCarried, code::kBset};
+  ReportUnwritten(session, "abaqus", kWritten, found);
   if (options.progress) options.progress(0.8);
   Outcome done = WriteWholeFile(path, text);
   if (!done) return done;

@@ -15,6 +15,14 @@ bool LooksLike(std::string_view head) {
          (head.find("num_dim") != head.npos || head.find("len_string") != head.npos);
 }
 
+/// HDF5 may keep the names that tell far behind.
+bool MayBe(std::string_view head) { return head.starts_with("\x89HDF"); }
+
+bool IsOwn(const std::string& path) {
+  const Result<std::string> head = HeadOfFile(path);
+  return head && LooksLike(*head) && head->find(kExodusOwn) != std::string::npos;
+}
+
 }  // namespace
 
 Format ExodusFormat() {
@@ -25,6 +33,8 @@ Format ExodusFormat() {
   format.capabilities =
       capability::kElements | capability::kSets | capability::kFields | capability::kCarried;
   format.looks_like = LooksLike;
+  format.may_be = MayBe;
+  format.is_own = IsOwn;
   format.read = ReadExodus;
   format.write = WriteExodus;
   return format;

@@ -81,20 +81,18 @@ std::string ExodusModel::NameOf(const Mesh::Group& group, const tagTSetTag* tag,
 
 void ExodusModel::MakeBlocks() {
   std::unordered_map<Key, std::size_t> index;
-  std::map<std::int32_t, std::uint64_t> others;
+  UnwrittenElements others;
   std::uint64_t with_property = 0;
+  Key first_with_property = 0;
   for (std::size_t i = 0; i < deck_.elements.size(); ++i) {
     const Mesh::Element& element = deck_.elements[i];
     index[element.key] = i;
-    if (!FindElementType(element.type)) ++others[element.type];
-    with_property += element.property != 0;
+    if (!FindElementType(element.type)) others.Add(element.type, element.key);
+    if (element.property != 0 && with_property++ == 0) first_with_property = element.key;
   }
-  for (const auto& [type, count] : others) {
-    report_.Lost(fmt::format("elements of type {} were left out", type), count, {},
-                 "the format has no such element");
-  }
-  report_.Lost("elements were written without their property", with_property, {},
-               "the format has no place for it");
+  others.Report(report_);
+  report_.Lost("elements were written without their property", with_property,
+               fmt::format("element {}", first_with_property), "the format has no place for it");
   std::vector<bool> is_taken(deck_.elements.size());
   Ids ids(report_);
   for (const auto& group : deck_.groups) ids.Reserve(TagOf(group, tagTSetTag::kElements, true));
@@ -123,7 +121,8 @@ void ExodusModel::MakeBlocks() {
       if (!tagged && (group.elements.empty() || tags_.contains(group.key))) continue;
       is_block_[g] = try_block(group, tag);
       if (tagged && !is_block_[g]) {
-        report_.Changed("blocks whose elements overlap or differ in type became element sets");
+        report_.Changed("blocks whose elements overlap or differ in type became element sets", 1,
+                        group.name, "a block has elements of one type, each in one block");
       }
     }
   }
@@ -152,9 +151,10 @@ void ExodusModel::MakeSets() {
   }
   std::uint64_t parents = 0;
   std::uint64_t twice = 0;
+  std::string first_parent, first_twice;
   for (std::size_t g = 0; g < deck_.groups.size(); ++g) {
     const auto& group = deck_.groups[g];
-    parents += group.parent != Mesh::Group::kNone;
+    if (group.parent != Mesh::Group::kNone && parents++ == 0) first_parent = group.name;
     const tagTSetTag* const of_nodes = TagOf(group, tagTSetTag::kNodes, false);
     const tagTSetTag* const of_elements = TagOf(group, tagTSetTag::kElements, false);
     const tagTSetTag* const of_sides = TagOf(group, tagTSetTag::kSides, false);
@@ -176,15 +176,16 @@ void ExodusModel::MakeSets() {
     }
     const bool has_nodes = of_nodes || (!group.nodes.empty() && !of_sides);
     if (!has_nodes && is_written) continue;
-    twice += is_written;
+    if (is_written && twice++ == 0) first_twice = group.name;
     Set set{node_ids.Take(of_nodes), NameOf(group, of_nodes, "node set")};
     for (const Key key : group.nodes) {
       set.members.push_back(static_cast<std::int32_t>(node_place_.at(key)) + 1);
     }
     node_sets_.push_back(std::move(set));
   }
-  report_.Changed("sets of elements and further nodes were written as two", twice);
-  report_.Lost("places of sets in others", parents, {}, "the format has no hierarchy");
+  report_.Changed("sets of elements and further nodes were written as two", twice, first_twice,
+                  "a set of the format has either");
+  report_.Lost("places of sets in others", parents, first_parent, "the format has no hierarchy");
 }
 
 void ExodusModel::AddSides(const Mesh::Group& group, const tagTSetTag& tag, std::int32_t id) {
@@ -203,7 +204,8 @@ void ExodusModel::AddSides(const Mesh::Group& group, const tagTSetTag& tag, std:
     set.members.push_back(static_cast<std::int32_t>(place->second) + 1);
     set.sides.push_back(number);
   }
-  report_.Lost("sides of elements that are not there", gone, group.name);
+  report_.Lost("sides of elements that are not there", gone, group.name,
+               "they were deleted, or have no place there");
   side_sets_.push_back(std::move(set));
 }
 
@@ -221,6 +223,7 @@ void ExodusModel::MakeVariables() {
   }
   steps_.assign(steps.begin(), steps.end());
   std::uint64_t split = 0;
+  std::string first_split;
   for (const tagTField& field : deck_.Of<tagTField>()) {
     const std::string name = Utf8(field.name.View());
     if (!is_fit(field)) {
@@ -237,7 +240,7 @@ void ExodusModel::MakeVariables() {
         std::lower_bound(steps_.begin(), steps_.end(),
                          std::pair(std::int32_t{field.step}, double{field.time})) -
         steps_.begin());
-    split += field.components > 1;
+    if (field.components > 1 && split++ == 0) first_split = name;
     for (std::int32_t c = 0; c < field.components; ++c) {
       std::string part = name;
       if (field.components == 3) {
@@ -248,7 +251,8 @@ void ExodusModel::MakeVariables() {
       AddVariable(field, std::move(part), step, c);
     }
   }
-  report_.Changed("fields of several components were written as a variable for each", split);
+  report_.Changed("fields of several components were written as a variable for each", split,
+                  first_split, "a variable has one number");
 }
 
 void ExodusModel::AddVariable(const tagTField& field, std::string name, std::size_t step,
@@ -260,8 +264,8 @@ void ExodusModel::AddVariable(const tagTField& field, std::string name, std::siz
   };
   auto found = find();
   if (found != variables.end() && found->at.contains(step)) {
-    report_.Changed("fields that share a name and a step got the field's number behind it", 1,
-                    name);
+    report_.Changed("fields that share a name and a step got the field's number behind it", 1, name,
+                    "variables are told apart by name");
     name += fmt::format(" (field {})", field.key);
     found = find();
   }
@@ -275,7 +279,7 @@ void ExodusModel::AddVariable(const tagTField& field, std::string name, std::siz
 void ExodusModel::TellOfTheRest() {
   constexpr std::uint16_t kWritten[] = {code::kNode,   code::kElem,  code::kMset,
                                         code::kSetTag, code::kField, code::kCarried};
-  ReportUnwritten(session_, kWritten, report_);
+  ReportUnwritten(session_, "exodus", kWritten, report_);
 }
 
 }  // namespace qx::exchange

@@ -1,6 +1,7 @@
 #pragma once
 // A model as the blocks, sets and variables of an Exodus file.
 
+#include <fmt/format.h>
 #include <map>
 #include <set>
 #include <string>
@@ -65,7 +66,10 @@ class ExodusModel {
     explicit Ids(LossReport& report) : report_(report) {}
     std::int32_t Take(const tagTSetTag* tag) {
       if (tag && used_.insert(tag->tag).second) return tag->tag;
-      if (tag) report_.Changed("numbers of sets that another set has too");
+      if (tag) {
+        report_.Changed("numbers of sets that another set has too", 1,
+                        fmt::format("number {}", tag->tag), "a number names one set");
+      }
       while (used_.contains(next_)) ++next_;
       used_.insert(next_);
       return next_;

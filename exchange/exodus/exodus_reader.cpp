@@ -169,7 +169,8 @@ class ExodusReader {
       const auto unused = std::count_if(deck_.node_keys.begin(), deck_.node_keys.end(),
                                         [&](Key key) { return !used.Contains(key); });
       deck_.report.Changed("nodes that belong to no element that was read",
-                           static_cast<std::uint64_t>(unused));
+                           static_cast<std::uint64_t>(unused), {},
+                           "only elements that were not read had them");
     }
   }
 
@@ -193,7 +194,8 @@ class ExodusReader {
     if (kind->is_reduced) {
       deck_.report.Changed(fmt::format("{}-node elements of type '{}' were read as {}", width, type,
                                        FindElementType(kind->code)->plural),
-                           static_cast<std::uint64_t>(count), fmt::format("block {}", id));
+                           static_cast<std::uint64_t>(count), fmt::format("block {}", id),
+                           "the model has no such element: nodes that it lacks are left over");
     }
     const std::vector<std::int64_t> nodes =
         in_.Integers(connect, static_cast<std::uint64_t>(count * width));
@@ -226,7 +228,8 @@ class ExodusReader {
     field.key = static_cast<Key>(deck_.Of<tagTField>().size() + 1);
     field.name.Set(Utf16(name));
     if (Utf8(field.name.View()) != name) {
-      deck_.report.Changed("names of fields were cut", 1, fmt::format("\"{}\"", name));
+      deck_.report.Changed("names of fields were cut", 1, fmt::format("\"{}\"", name),
+                           "a field's name has 63 characters");
     }
     field.place = place;
     field.step = step;
@@ -345,7 +348,8 @@ class ExodusReader {
                    if (found) group.elements.push_back(found->key);
                    gone += !found;
                  }
-                 deck_.report.Lost("members of sets that were not read", gone, group.name);
+                 deck_.report.Lost("members of sets that were not read", gone, group.name,
+                                   "their elements were left out");
                });
     ForEachSet("num_side_sets", "ss", "side set", tagTSetTag::kSides, "num_side_ss",
                [&](std::size_t number, std::uint64_t count, Mesh::Group& group) {
@@ -359,7 +363,8 @@ class ExodusReader {
         const auto end = std::remove_if(members->begin(), members->end(),
                                         [&](Key key) { return !seen.insert(key).second; });
         deck_.report.Changed("members that sets list twice",
-                             static_cast<std::uint64_t>(members->end() - end), group.name);
+                             static_cast<std::uint64_t>(members->end() - end), group.name,
+                             "a mesh set has each once");
         members->erase(end, members->end());
       }
     }
@@ -414,7 +419,8 @@ class ExodusReader {
         if (seen.insert(node).second) group.nodes.push_back(node);
       }
     }
-    deck_.report.Lost("sides of elements that were not read", gone, group.name);
+    deck_.report.Lost("sides of elements that were not read", gone, group.name,
+                      "their elements were left out");
     TellOfFactors(fmt::format("dist_fact_ss{}", number), fmt::format("num_df_ss{}", number));
   }
 
@@ -441,7 +447,8 @@ class ExodusReader {
     const std::vector<double> factors = in_.Reals(variable, Count(dimension));
     const auto others =
         std::count_if(factors.begin(), factors.end(), [](double factor) { return factor != 1; });
-    deck_.report.Lost("distribution factors of sets", static_cast<std::uint64_t>(others), variable);
+    deck_.report.Lost("distribution factors of sets", static_cast<std::uint64_t>(others), variable,
+                      "the model has no place for them");
   }
 
   // ---- the rest -----------------------------------------------------------------------------
@@ -470,23 +477,82 @@ class ExodusReader {
     }
   }
 
+  /// Whatever is in the file and was not read is told: by name, so that nothing is lost that nobody
+  /// thought of.
   void TellOfTheRest() {
     if (!in_.Ok()) return;
+    struct Kind {
+      std::string_view head;  ///< of the names of variables
+      const char* what;       ///< null for what is read, or follows from what is
+    };
+    // A number and what is behind it may follow the head. The first that fits decides.
+    static constexpr Kind kKinds[] = {
+        {"coor_names", nullptr},
+        {"coord", nullptr},
+        {"node_num_map", nullptr},
+        {"elem_num_map", nullptr},
+        {"connect", nullptr},
+        {"attrib_name", nullptr},
+        {"attrib", nullptr},
+        {"eb_prop1", nullptr},
+        {"ns_prop1", nullptr},
+        {"ss_prop1", nullptr},
+        {"els_prop1", nullptr},
+        {"eb_status", nullptr},
+        {"ns_status", nullptr},
+        {"ss_status", nullptr},
+        {"els_status", nullptr},
+        {"eb_names", nullptr},
+        {"ns_names", nullptr},
+        {"ss_names", nullptr},
+        {"els_names", nullptr},
+        {"node_ns", nullptr},
+        {"elem_els", nullptr},
+        {"elem_ss", nullptr},
+        {"side_ss", nullptr},
+        {"dist_fact_", nullptr},  // told set by set
+        {"time_whole", nullptr},
+        {"name_nod_var", nullptr},
+        {"name_elem_var", nullptr},
+        {"vals_nod_var", nullptr},
+        {"vals_elem_var", nullptr},
+        {"elem_var_tab", nullptr},
+        {"qa_records", nullptr},
+        {"info_records", nullptr},
+        {"eb_prop", "further properties of blocks and sets were left out"},
+        {"ns_prop", "further properties of blocks and sets were left out"},
+        {"ss_prop", "further properties of blocks and sets were left out"},
+        {"els_prop", "further properties of blocks and sets were left out"},
+        {"vals_glo_var", "variables of the whole mesh were left out"},
+        {"name_glo_var", nullptr},
+        {"vals_nset_var", "variables of node sets were left out"},
+        {"name_nset_var", nullptr},
+        {"nset_var_tab", nullptr},
+        {"vals_sset_var", "variables of side sets were left out"},
+        {"name_sset_var", nullptr},
+        {"sset_var_tab", nullptr},
+        {"ebconn", "blocks of edges were left out"},
+        {"fbconn", "blocks of faces were left out"},
+        {"node_map", "further numberings of nodes were left out"},
+        {"elem_map", "further numberings of elements were left out"},
+    };
     LossReport& report = deck_.report;
-    report.Lost("variables of the whole mesh were left out", Count("num_glo_var"));
-    report.Lost("variables of node sets were left out", Count("num_nset_var"));
-    report.Lost("variables of side sets were left out", Count("num_sset_var"));
-    report.Lost("blocks of edges were left out", Count("num_ed_blk"));
-    report.Lost("blocks of faces were left out", Count("num_fa_blk"));
-    report.Lost("further numberings of nodes were left out", Count("num_node_maps"));
-    report.Lost("further numberings of elements were left out", Count("num_elem_maps"));
-    std::uint64_t properties = 0;
     for (const std::string& variable : in_.Variables()) {
-      for (const char* letters : {"eb_prop", "ns_prop", "ss_prop"}) {
-        properties += variable.starts_with(letters) && !variable.ends_with("_prop1");
-      }
+      const auto* const kind =
+          std::find_if(std::begin(kKinds), std::end(kKinds),
+                       [&](const Kind& known) { return variable.starts_with(known.head); });
+      if (kind != std::end(kKinds) && !kind->what) continue;
+      report.Lost(kind == std::end(kKinds) ? "arrays of the file were left out" : kind->what, 1,
+                  variable, "the model has no place for them");
     }
-    report.Lost("further properties of blocks and sets were left out", properties);
+    if (dimension_ < 3 && !deck_.node_keys.empty()) {
+      report.Assumed(fmt::format("a mesh of {} dimensions lies in space, at 0", dimension_));
+    }
+    const std::uint64_t steps = Count("time_step");
+    if (steps > 0 && deck_.Of<tagTField>().empty()) {
+      report.Lost("times of steps without values", steps, "time_whole",
+                  "the model has the times of fields");
+    }
   }
 
   static constexpr std::size_t kAway = ~std::size_t{0};

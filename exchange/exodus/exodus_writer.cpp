@@ -121,6 +121,7 @@ class ExodusFile {
     out_.Real("version", 4.98f);
     out_.Integer("floating_point_word_size", 8);
     out_.Integer("file_size", 1);
+    out_.Integer(kExodusOwn, 1);
     out_.Integer("maximum_name_length", static_cast<int>(name_width_) - 1);
     out_.Text("", "title", title_);
     names_ = out_.Dimension("len_name", name_width_);
@@ -278,7 +279,9 @@ class ExodusFile {
       }
     }
     if (columns.empty()) return;
-    report_.Changed("attributes that elements of a block do not have became 0", missing);
+    report_.Changed("attributes that elements of a block do not have became 0", missing,
+                    fmt::format("block {}", model_.Blocks()[b].id),
+                    "all elements of a block have them");
     std::vector<double> rows;
     for (std::size_t e = 0; e < columns[0].size(); ++e) {
       for (const std::vector<double>& column : columns) rows.push_back(column[e]);

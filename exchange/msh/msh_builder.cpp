@@ -241,7 +241,7 @@ void MshBuilder::OrderFields() {
     order(field.node_values);
     order(field.element_values);
     mesh_.report.Lost("values of nodes and elements that were not read", dropped,
-                      Utf8(field.name.View()));
+                      Utf8(field.name.View()), "the model does not have them");
   }
 }
 
@@ -278,23 +278,27 @@ void MshBuilder::FillReport() {
   for (const auto& [number, count] : reduced_) {
     const MshKind kind = *FindMshKind(number);
     report.Changed(
-        fmt::format("{} were read as {}", kind.Name(), FindElementType(kind.code)->plural), count);
+        fmt::format("{} were read as {}", kind.Name(), FindElementType(kind.code)->plural), count,
+        {}, "the model has no such element: nodes that it lacks are left over");
   }
   for (const auto& [number, count] : left_out_) {
     const auto kind = FindMshKind(number);
     report.Lost(fmt::format("elements of type {} ({}) were left out", number,
                             kind ? kind->Name() : "an unknown kind"),
-                count);
+                count, {}, "the model has no such element");
   }
   if (!reduced_.empty() || !left_out_.empty()) {
     const KeySet used(mesh_.connectivity);
     const auto unused = std::count_if(mesh_.node_keys.begin(), mesh_.node_keys.end(),
                                       [&](Key key) { return !used.Contains(key); });
     report.Changed("nodes that belong to no element that was read",
-                   static_cast<std::uint64_t>(unused));
+                   static_cast<std::uint64_t>(unused), {},
+                   "only elements that were not read had them");
   }
-  report.Changed("elements that the file repeats for a further group were read once", repeated_);
-  report.Lost("parameters of nodes on their entities", parameters_);
+  report.Changed("elements that the file repeats for a further group were read once", repeated_, {},
+                 "an element is in several sets here");
+  report.Lost("parameters of nodes on their entities", parameters_, {},
+              "the model has no geometry that they belong to");
   const auto empty = std::count_if(
       mesh_.groups.begin(), mesh_.groups.end(),
       [](const Mesh::Group& group) { return group.elements.empty() && group.nodes.empty(); });

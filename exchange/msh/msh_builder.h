@@ -81,7 +81,9 @@ class MshBuilder {
   void AddField(tagTField field) { mesh_.Of<tagTField>().push_back(std::move(field)); }
   void AddCarried(tagTCarried carried);
   void SetUnits(const UnitSystem& units) { mesh_.units = units; }
-  void Lost(std::string what, std::uint64_t count) { mesh_.report.Lost(std::move(what), count); }
+  void Lost(std::string what, std::uint64_t count, std::string where, std::string why) {
+    mesh_.report.Lost(std::move(what), count, std::move(where), std::move(why));
+  }
 
   /// The mesh with its groups and report. Fails through `in` when the groups outgrow the file, of
   /// `file_bytes`: then a few lines would say that everything is in everything.

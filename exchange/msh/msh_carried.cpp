@@ -122,7 +122,8 @@ void CarryUnknown(MshCursor& in, MshBuilder& mesh, std::string_view name) {
   if (!in.Ok()) return;
   const std::string quoted(name);
   if (is_binary) {
-    mesh.Lost(fmt::format("sections ${} were left out", quoted), 1);
+    mesh.Lost(fmt::format("sections ${} were left out", quoted), 1, "$" + quoted,
+              "what is in a binary file of an unknown section cannot be told");
     return;
   }
   tagTCarried carried;

@@ -43,6 +43,18 @@ void MshCursor::Fail(std::string what, std::string remedy) {
   if (!failure_) failure_ = Failure{file_, Place(), std::move(what), std::move(remedy)};
 }
 
+void MshCursor::PassOver() {
+  if (!failure_ || encoding_.binary || passed_over_.size() + 1 >= LossReport::kMostFaults) return;
+  const std::size_t next = bytes_.find('\n', last_);
+  if (next == std::string_view::npos) return;
+  const std::size_t first = bytes_.find_first_not_of(" \t\r\n", next);
+  // What is wrong at the end of a section is the section.
+  if (first == std::string_view::npos || bytes_[first] == '$' || bytes_[last_] == '$') return;
+  passed_over_.push_back(std::move(*failure_));
+  failure_.reset();
+  at_ = next + 1;
+}
+
 std::string MshCursor::Place() const {
   const std::string section = section_.empty() ? "" : fmt::format("${}, ", Excerpt(section_));
   if (encoding_.binary) return fmt::format("{}byte {}", section, last_);

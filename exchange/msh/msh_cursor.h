@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "qx_db/record/types.h"
 
@@ -32,6 +33,11 @@ class MshCursor {
   std::size_t At() const { return at_; }
   /// Requires a fault.
   const Failure& Error() const { return *failure_; }
+  /// Goes on behind the line of a fault that concerns one line of text only, which is kept, as long
+  /// as not too many are; the rest is read for its faults. Does nothing without a fault.
+  void PassOver();
+  /// Faults that were passed over.
+  const std::vector<Failure>& PassedOver() const { return passed_over_; }
   /// Stops the reading for a fault in what was read last.
   void Fail(std::string what, std::string remedy);
   void SetEncoding(const Encoding& encoding) { encoding_ = encoding; }
@@ -90,6 +96,7 @@ class MshCursor {
   std::string_view section_;
   Encoding encoding_;
   std::optional<Failure> failure_;
+  std::vector<Failure> passed_over_;
 };
 
 }  // namespace qx::exchange

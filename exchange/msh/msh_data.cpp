@@ -16,6 +16,8 @@ std::int64_t ReadTagCount(MshCursor& in) {
   return 0;
 }
 
+constexpr const char* kOnlyFirst = "a field has one name and one time";
+
 /// The tags, which are text in every file; gives the number of nodes or elements that follow.
 std::uint64_t ReadHead(MshCursor& in, MshBuilder& mesh, tagTField& field, std::size_t bytes) {
   const std::int64_t texts = ReadTagCount(in);
@@ -23,7 +25,7 @@ std::uint64_t ReadHead(MshCursor& in, MshBuilder& mesh, tagTField& field, std::s
   for (std::int64_t i = 0; i < texts && in.Ok(); ++i) {
     std::string text = ReadQuotedName(in);
     if (i == 0) field.name.Set(Utf16(text));
-    if (i > 0) mesh.Lost("further texts of data sections", 1);
+    if (i > 0) mesh.Lost("further texts of data sections", 1, text, kOnlyFirst);
   }
   const std::int64_t reals = ReadTagCount(in);
   for (std::int64_t i = 0; i < reals && in.Ok(); ++i) {
@@ -31,13 +33,17 @@ std::uint64_t ReadHead(MshCursor& in, MshBuilder& mesh, tagTField& field, std::s
     if (i == 0) field.time = value;
   }
   mesh.Lost("further numbers of data sections",
-            static_cast<std::uint64_t>(std::max<std::int64_t>(reals - 1, 0)));
+            static_cast<std::uint64_t>(std::max<std::int64_t>(reals - 1, 0)),
+            Utf8(field.name.View()), kOnlyFirst);
   const std::int64_t integers = ReadTagCount(in);
   std::int64_t tags[3] = {0, 1, 0};
   for (std::int64_t i = 0; i < integers && in.Ok(); ++i) {
     const std::int64_t value = in.TextInteger();
     if (i < 3) tags[i] = value;
-    if (i == 3 && value != 0) mesh.Lost("partitions of data sections", 1);
+    if (i == 3 && value != 0) {
+      mesh.Lost("partitions of data sections", 1, Utf8(field.name.View()),
+                "a field is of the whole mesh");
+    }
   }
   if (integers < 3)
     in.Fail("there are fewer than three whole numbers", "write step, components and count");

@@ -21,11 +21,14 @@ bool LooksLike(std::string_view head) {
          (head.starts_with("$Comments") && head.find("$MeshFormat") != std::string_view::npos);
 }
 
+bool IsOwn(const std::string& path) {
+  const Result<std::string> head = HeadOfFile(path);
+  return head && LooksLike(*head) && head->find("$QXUnits") != std::string::npos;
+}
+
 Result<Deck> Read(const std::string& path, const ReadOptions& options,
                   std::vector<Failure>& faults) {
-  Result<Deck> deck = ReadMsh(path, options.progress);
-  if (!deck) faults.push_back(deck.Error());
-  return deck;
+  return ReadMsh(path, options.progress, &faults);
 }
 
 Outcome Write(CQXDBSession& session, const std::string& path, const WriteOptions& options,
@@ -43,9 +46,10 @@ Format MshFormat() {
   format.name = "msh";
   format.title = "Gmsh mesh (MSH 2.0 to 2.2, 4.0, 4.1)";
   format.extensions = kExtensions;
-  format.capabilities =
-      capability::kElements | capability::kSets | capability::kFields | capability::kCarried;
+  format.capabilities = capability::kElements | capability::kSets | capability::kFields |
+                        capability::kCarried | capability::kUnits;
   format.looks_like = LooksLike;
+  format.is_own = IsOwn;
   format.read = Read;
   format.write = Write;
   format.write_options = kWriteOptions;

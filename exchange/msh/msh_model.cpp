@@ -46,14 +46,14 @@ void MshModel::ListCells() {
     const tagTElem& element = elements_.GetAtNU(at);
     const ElementType* type = FindElementType(element.type);
     if (!type) {
-      ++other_types_[element.type];
+      others_.Add(element.type, element.key);
     } else if (element.nodes.GetSize() != type->nodes ||
                std::any_of(element.nodes.begin(), element.nodes.end(), IsMissing)) {
-      ++incomplete_;
+      if (incomplete_++ == 0) first_incomplete_ = element.key;
     } else {
       elements_.SetParamIdx(at, static_cast<std::uint32_t>(cells_.size()));
       cells_.push_back({&element});
-      with_property_ += element.property != 0;
+      if (element.property != 0 && with_property_++ == 0) first_with_property_ = element.key;
     }
   }
 }
@@ -79,7 +79,7 @@ void MshModel::ListSets(const DPoolMset& pool) {
     if (at == by_default && record.nodes.IsEmpty() && record.elements.IsEmpty()) continue;
     bool changed = false;
     Set set{&record, OneLine(record.name.View(), changed)};
-    renamed_ += changed;
+    if (changed && renamed_++ == 0) first_renamed_ = set.name;
     const std::vector<std::uint32_t> members = Members(record);
     classes_.AddGroup(members);
     ItemMarks told(nodes_);
@@ -227,18 +227,17 @@ const MshModel::Entity& MshModel::EntityOf(ITR node) const {
 }
 
 void MshModel::FillReport(LossReport& report) const {
-  for (const auto& [type, count] : other_types_) {
-    report.Lost(fmt::format("elements of type {} were left out", type),
-                static_cast<std::uint64_t>(count), {}, "the format has no such element");
-  }
-  report.Lost("elements without all their nodes were left out", incomplete_);
-  report.Lost("elements were written without their property", with_property_, {},
-              "the format has no place for it");
-  report.Changed("line ends and the like in names of mesh sets became question marks", renamed_);
-  report.Changed("tags of sets that another set has too", retagged_, first_retagged_);
+  others_.Report(report);
+  ReportIncomplete(incomplete_, first_incomplete_, report);
+  report.Lost("elements were written without their property", with_property_,
+              fmt::format("element {}", first_with_property_), "the format has no place for it");
+  report.Changed("line ends and the like in names of mesh sets became question marks", renamed_,
+                 first_renamed_, "a name is one line");
+  report.Changed("tags of sets that another set has too", retagged_, first_retagged_,
+                 "a tag names one set");
   constexpr std::uint16_t kWritten[] = {code::kNode,  code::kElem,  code::kMset,   code::kSetTag,
                                         code::kBlock, code::kField, code::kCarried};
-  ReportUnwritten(session_, kWritten, report);
+  ReportUnwritten(session_, "msh", kWritten, report);
 }
 
 }  // namespace qx::exchange

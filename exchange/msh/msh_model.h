@@ -88,10 +88,13 @@ class MshModel {
   std::vector<std::uint32_t> block_of_;  // entity of a cell's block, or kNone
   std::map<std::array<std::uint32_t, 3>, std::uint32_t> known_;
   std::array<std::int32_t, 4> last_tag_{};  // by dimension
-  std::map<std::int32_t, std::int64_t> other_types_;
+  UnwrittenElements others_;
   std::uint64_t incomplete_ = 0;
+  Key first_incomplete_ = 0;
   std::uint64_t with_property_ = 0;
+  Key first_with_property_ = 0;
   std::uint64_t renamed_ = 0;
+  std::string first_renamed_;
   std::uint64_t retagged_ = 0;
   std::string first_retagged_;
 };

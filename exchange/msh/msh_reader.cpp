@@ -165,26 +165,40 @@ void ReadPhysicalNames(MshCursor& in, MshBuilder& mesh) {
     if (!mesh.NameGroup(group, ReadQuotedName(in))) {
       in.Fail("the physical group has a name already", "remove one of the names");
     }
+    in.PassOver();
   }
 }
 
-Result<Deck> ParseMsh(std::string_view bytes, const std::string& name, const Progress& progress) {
-  if (bytes.empty()) return Failure{name, "", "is empty", "write the file again"};
-  MshCursor in(bytes, name, progress);
-  MshBuilder builder;
-  ReadSections(in, builder);
-  if (!in.Ok()) return in.Error();
-  Deck mesh = builder.Finish(in, bytes.size());
-  if (!in.Ok()) return in.Error();
-  if (Outcome checked = CheckMesh(mesh, name); !checked) return checked.Error();
-  if (progress) progress(1.0);
-  return Result<Deck>(std::move(mesh));
+Result<Deck> ParseMsh(std::string_view bytes, const std::string& name, const Progress& progress,
+                      std::vector<Failure>* faults) {
+  std::vector<Failure> found;
+  Result<Deck> deck = Failure{name, "", "is empty", "write the file again"};
+  if (!bytes.empty()) {
+    MshCursor in(bytes, name, progress);
+    MshBuilder builder;
+    ReadSections(in, builder);
+    found = in.PassedOver();
+    if (!in.Ok()) found.push_back(in.Error());
+    if (found.empty()) {
+      deck = builder.Finish(in, bytes.size());
+      if (!in.Ok()) found.push_back(in.Error());
+    }
+    if (found.empty()) (void)CheckMesh(*deck, name, &found);
+  } else {
+    found.push_back(deck.Error());
+  }
+  if (!found.empty()) deck = found.front();
+  if (faults) *faults = std::move(found);
+  if (deck && progress) progress(1.0);
+  return deck;
 }
 
-Result<Deck> ReadMsh(const std::string& path, const Progress& progress) {
+Result<Deck> ReadMsh(const std::string& path, const Progress& progress,
+                     std::vector<Failure>* faults) {
   const Result<std::string> bytes = ReadWholeFile(path);
+  if (!bytes && faults) faults->push_back(bytes.Error());
   if (!bytes) return bytes.Error();
-  return ParseMsh(*bytes, path, progress);
+  return ParseMsh(*bytes, path, progress, faults);
 }
 
 }  // namespace qx::exchange

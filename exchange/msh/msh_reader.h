@@ -4,6 +4,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "exchange/deck.h"
 
@@ -18,11 +19,13 @@ namespace qx::exchange {
 /// to their serendipity member where its nodes are a subset, and left out otherwise. All nodes are
 /// kept. Entities become blocks, data sections fields; periodicity, ghosts and, from text files,
 /// sections of other programs are carried. The mesh's report says so with counts. A failure names
-/// file, place and remedy.
-Result<Deck> ReadMsh(const std::string& path, const Progress& progress = {});
+/// file, place and remedy: of several the first is returned, all of them, up to
+/// LossReport::kMostFaults, go to `faults`.
+Result<Deck> ReadMsh(const std::string& path, const Progress& progress = {},
+                     std::vector<Failure>* faults = nullptr);
 
 /// The same from memory; `name` stands for the file in messages.
 Result<Deck> ParseMsh(std::string_view bytes, const std::string& name,
-                      const Progress& progress = {});
+                      const Progress& progress = {}, std::vector<Failure>* faults = nullptr);
 
 }  // namespace qx::exchange

@@ -24,11 +24,13 @@ void ReadAllNodes(MshCursor& in, MshBuilder& mesh, bool parametric) {
   for (std::uint64_t i = 0; i < count && in.Ok(); ++i) {
     mesh.AddNodeKey(in.Number(false, "node"));
     mesh.AddPoint({in.Real(), in.Real(), in.Real()});
-    if (!parametric) continue;
-    const std::int32_t dimension = in.Int();
-    in.SkipInts(1);  // the entity
-    if (dimension == 1 || dimension == 2) in.SkipReals(dimension);
-    mesh.LeaveOutParameters();
+    if (parametric) {
+      const std::int32_t dimension = in.Int();
+      in.SkipInts(1);  // the entity
+      if (dimension == 1 || dimension == 2) in.SkipReals(dimension);
+      mesh.LeaveOutParameters();
+    }
+    in.PassOver();
   }
 }
 
@@ -61,6 +63,7 @@ void ReadTextElements(MshCursor& in, MshBuilder& mesh, std::uint64_t count) {
       in.RestOfLine();
       mesh.LeaveOut(number);
     }
+    in.PassOver();
   }
 }
 

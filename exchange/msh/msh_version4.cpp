@@ -98,11 +98,18 @@ void ReadNodeBlocks(MshCursor& in, MshBuilder& mesh, Version version) {
       for (std::uint64_t i = 0; i < count && in.Ok(); ++i) {
         mesh.AddNodeKey(in.Number(false, "node"));
         ReadPoint(in, mesh, parameters);
+        in.PassOver();
       }
       continue;
     }
-    for (std::uint64_t i = 0; i < count && in.Ok(); ++i) mesh.AddNodeKey(in.Number(true, "node"));
-    for (std::uint64_t i = 0; i < count && in.Ok(); ++i) ReadPoint(in, mesh, parameters);
+    for (std::uint64_t i = 0; i < count && in.Ok(); ++i) {
+      mesh.AddNodeKey(in.Number(true, "node"));
+      in.PassOver();
+    }
+    for (std::uint64_t i = 0; i < count && in.Ok(); ++i) {
+      ReadPoint(in, mesh, parameters);
+      in.PassOver();
+    }
   }
   CheckTotal(in, total, sum, "nodes");
 }
@@ -117,6 +124,7 @@ void ReadBlock(MshCursor& in, MshBuilder& mesh, const MshKind& kind, std::uint64
     const Key key = in.Number(wide, "element");
     for (Key& node : of_element) node = in.Number(wide, "node");
     if (in.Ok()) mesh.AddElement(kind, key, of_element);
+    in.PassOver();
   }
 }
 

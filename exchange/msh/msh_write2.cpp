@@ -32,7 +32,10 @@ class Mesh22 {
 
   void FillReport(LossReport& report) const {
     report.Changed("elements are repeated under a further number for a further group", repeated_,
-                   {}, "so version 2.2 says that an element is in several groups");
+                   fmt::format("element {}", first_repeated_),
+                   "so version 2.2 says that an element is in several groups");
+    report.Lost("further groups of elements", unsaid_, fmt::format("element {}", kMaxKey),
+                "no number is free to repeat them under");
     std::uint64_t boundaries = 0;
     std::uint64_t on_entities = 0;
     for (const MshModel::Entity& entity : model_.Entities()) {
@@ -41,8 +44,8 @@ class Mesh22 {
       on_entities += entity.block->nodes.size();
     }
     constexpr const char* kWhy = "version 2.2 has no place for them";
-    report.Lost("boundaries of entities", boundaries, {}, kWhy);
-    report.Lost("entities that nodes lie on", on_entities, {}, kWhy);
+    report.Lost("boundaries of entities", boundaries, "$Entities", kWhy);
+    report.Lost("entities that nodes lie on", on_entities, "$Entities", kWhy);
   }
 
  private:
@@ -54,10 +57,13 @@ class Mesh22 {
       const MshModel::Entity& entity = model_.Entities()[cells[i].entity];
       const Key key = cells[i].element->key;
       for (std::size_t s = 0; s < entity.sets.size(); ++s) {
-        if (s > 0 && last == kMaxKey) break;
+        if (s > 0 && last == kMaxKey) {
+          ++unsaid_;
+          break;
+        }
         const std::int32_t group = model_.Sets()[entity.sets[s]].tags.at(entity.dimension).number;
         rows_.push_back({i, s == 0 ? key : ++last, group});
-        repeated_ += s > 0;
+        if (s > 0 && repeated_++ == 0) first_repeated_ = key;
       }
       if (entity.sets.empty()) rows_.push_back({i, key, 0});
     }
@@ -149,6 +155,8 @@ class Mesh22 {
   std::vector<Row> rows_;
   std::vector<std::vector<std::int32_t>> partitions_;  // by cell
   std::uint64_t repeated_ = 0;
+  Key first_repeated_ = 0;
+  std::uint64_t unsaid_ = 0;
 };
 
 }  // namespace

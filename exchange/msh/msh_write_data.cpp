@@ -58,7 +58,8 @@ FieldNumbers NumbersOf(const MshModel& model, const tagTField& field, LossReport
   } else {
     list(field.element_values);
   }
-  report.Lost("values of elements that are not in the file", dropped, Utf8(field.name.View()));
+  report.Lost("values of elements that are not in the file", dropped, Utf8(field.name.View()),
+              "they were deleted, or have no place there");
   return found;
 }
 
@@ -183,7 +184,8 @@ void WritePeriodic(const std::vector<const tagTCarried*>& records, MshSink& out,
     const std::string text = Follow(*record, true, "0").text;
     if (ReadLink(text, link, dropped)) links.push_back(std::move(link));
   }
-  report.Lost("periodic pairs of nodes of which one is gone", dropped);
+  report.Lost("periodic pairs of nodes of which one is gone", dropped, "$Periodic",
+              "it was deleted");
   if (links.empty()) return;
   out.Text("$Periodic\n");
   if (is_old) {
@@ -221,7 +223,7 @@ void WriteGhosts(std::string_view text, MshSink& out, LossReport& report) {
       ++dropped;
     }
   }
-  report.Lost("ghosts of elements that are gone", dropped);
+  report.Lost("ghosts of elements that are gone", dropped, "$GhostElements", "they were deleted");
   out.Text("$GhostElements\n");
   out.Size(ghosts.size());
   out.EndLine();
@@ -251,13 +253,14 @@ void WriteFields(const MshModel& model, MshSink& out, bool binary, bool with_par
     if (field.place < 0 || field.place > 2) return true;
     if (field.name.View() == kPartitionField) {
       if (!with_partitions) {
-        report.Lost("partitions that elements tell themselves", field.element_values.size(), {},
-                    "version 4.1 has them by entity: write version 2.2");
+        report.Lost("partitions that elements tell themselves", field.element_values.size(),
+                    Utf8(field.name.View()), "version 4.1 has them by entity: write version 2.2");
       }
       return true;
     }
     if (field.components < 1) {
-      report.Lost("fields whose values have no fixed number", 1, Utf8(field.name.View()));
+      report.Lost("fields whose values have no fixed number", 1, Utf8(field.name.View()),
+                  "a data section has as many of each node or element");
       return true;
     }
     tagTField in_current = field;
@@ -279,14 +282,16 @@ void WriteCarried(const MshModel& model, MshSink& out, bool binary, MshVersion v
     if (keyword == "Periodic" || keyword == "GhostEntities") return;
     if (keyword == "GhostElements") {
       if (is_old) {
-        report.Lost("ghost elements", carried.places.size(), {}, "version 4.1 has them");
+        report.Lost("ghost elements", carried.places.size(), "$GhostElements",
+                    "version 4.1 has them");
       } else {
         WriteGhosts(Follow(carried, true, "0").text, out, report);
       }
       return;
     }
     if (binary && keyword != "Comments") {
-      report.Lost("carried sections $" + keyword, 1, {}, "their text does not fit a binary file");
+      report.Lost("carried sections $" + keyword, 1, "$" + keyword,
+                  "their text does not fit a binary file");
       return;
     }
     if (carried.checked == tagTCarried::kUnchecked) {

@@ -1,5 +1,6 @@
 #include "exchange/msh/msh_writer.h"
 
+#include <algorithm>
 #include <ostream>
 
 #include "qx_db/platform/file.h"
@@ -17,7 +18,10 @@ void WriteNames(const MshModel& model, MshSink& out) {
       const auto tag = set.tags.find(dimension);
       if (tag == set.tags.end() || !tag->second.named) continue;
       ++count;
-      lines += fmt::format("{} {} \"{}\"\n", dimension, tag->second.number, set.name);
+      // The first quote ends a name for others; $QXMeshSets has it as it is.
+      std::string name = set.name;
+      std::replace(name.begin(), name.end(), '"', '\'');
+      lines += fmt::format("{} {} \"{}\"\n", dimension, tag->second.number, name);
     }
   }
   if (count > 0) out.Text("$PhysicalNames\n{}\n{}$EndPhysicalNames\n", count, lines);
@@ -58,9 +62,9 @@ void Write(const MshModel& model, MshSink& out, bool binary, MshVersion version,
   out.Text("$MeshFormat\n{} {} 8\n", is_old ? "2.2" : "4.1", binary ? 1 : 0);
   if (binary) out.Int(1);
   out.EndSection("MeshFormat");
+  WriteUnits(model, out);  // first, for it tells whose the file is
   WriteNames(model, out);
   WriteSets(model, out);
-  WriteUnits(model, out);
   if (is_old) {
     WriteMesh22(model, out, binary, report);
   } else {

@@ -7,6 +7,7 @@
 #include "qx_db/platform/file.h"
 #include "qx_db/record/verbs.h"
 
+#include "exchange/deck_text.h"
 #include "exchange/nastran/nas_card_text.h"
 #include "exchange/nastran/nas_reader.h"
 #include "exchange/nastran/nas_renew.h"
@@ -65,16 +66,13 @@ NasSetTags SetTags(CQXDBSession& session) {
   return tags;
 }
 
-/// What only files of other formats have a place for, and units that carried numbers are not in.
+/// Divisions and numbers that only files of other formats have a place for, and units that carried numbers are not in.
 void TellOthers(CQXDBSession& session, bool is_carried, LossReport& report) {
   std::map<std::string, std::uint64_t> counts;
   const auto count = [&](const auto& record, const char* what) {
     counts[what] += record.format.View() != u"nastran";
     return true;
   };
-  host::ForEach<tagTCarried>(&session, [&](ITR, const tagTCarried& record) {
-    return count(record, "texts that other formats left were left out");
-  });
   host::ForEach<tagTBlock>(&session, [&](ITR, const tagTBlock& record) {
     return count(record, "divisions of the mesh by other formats were left out");
   });
@@ -120,15 +118,17 @@ Outcome WriteNastran(CQXDBSession& session, const std::string& path, const Write
   });
   const tagTCarried& source = carried ? *carried : empty;
   const std::map<Key, Key> systems = NumberSystems(deck, source);
-  const Result<std::string> text =
-      RenewNasDeck(source, deck, systems, SetTags(session), path, found);
+  Result<std::string> text = RenewNasDeck(source, deck, systems, SetTags(session), path, found);
   if (!text) return text.AsOutcome();
+  // A deck of ours stays one; one that came from somebody is his.
+  const std::string_view rest = WithoutDeckMark("$", *text);
+  if (!carried || rest.size() < text->size()) *text = MarkedDeck("$", rest);
   TellOthers(session, carried != nullptr, found);
   constexpr std::uint16_t kWritten[] = {
       code::kCord,  code::kNode,       code::kElem,  code::kMset,   code::kProp,
       code::kMatl,  code::kMeshCsys,   code::kEcrd,  code::kBset,   code::kE1DOffset,
       code::kSprop, code::kE1DRelease, code::kBlock, code::kSetTag, code::kCarried};
-  ReportUnwritten(session, kWritten, found);
+  ReportUnwritten(session, "nastran", kWritten, found);
   Outcome written = WriteWholeFile(path, *text);
   if (!written) return written;
   report.Append(found);

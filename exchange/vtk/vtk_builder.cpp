@@ -53,7 +53,8 @@ void SetName(tagTField& field, const std::string& name, LossReport& report) {
   field.name.Set(Utf16(name));
   const std::string kept = Utf8(field.name.View());
   if (kept != name) {
-    report.Changed("names of fields were cut", 1, fmt::format("\"{}\", now \"{}\"", name, kept));
+    report.Changed("names of fields were cut", 1, fmt::format("\"{}\", now \"{}\"", name, kept),
+                   "a field's name has 63 characters");
   }
 }
 
@@ -371,7 +372,8 @@ void VtkBuilder::AddField(const VtkArray& array, bool of_points) {
   tagTField& field = FieldFor(array, of_points);
   const std::size_t width = array.components;
   if (static_cast<std::size_t>(field.components) != width) {
-    deck_.report.Lost("arrays whose components differ from piece to piece", 1, array.place);
+    deck_.report.Lost("arrays whose components differ from piece to piece", 1, array.place,
+                      "a field has as many everywhere");
     return;
   }
   const std::vector<double> values = Reals(array, rounded_);
@@ -382,7 +384,8 @@ void VtkBuilder::AddField(const VtkArray& array, bool of_points) {
   const std::size_t targets = of_points ? point_keys_.size() : cell_of_.size();
   const auto have = field.node_values.size() + field.element_values.size();
   if (have + targets * width > static_cast<std::size_t>(kMaxKey)) {
-    deck_.report.Lost("values of fields that have too many", targets * width, array.place);
+    deck_.report.Lost("values of fields that have too many", targets * width, array.place,
+                      "the model cannot hold them");
     return;
   }
   const auto fill = [&](auto& list, const auto& source_and_key) {
@@ -444,7 +447,8 @@ void VtkBuilder::GiveKeys(std::vector<Key>& wishes, std::size_t count, const cha
     keys.push_back(key);
   }
   deck_.report.Changed(fmt::format("numbers that {} share were given anew", what), again,
-                       first == 0 ? "" : fmt::format("number {}", first));
+                       first == 0 ? "" : fmt::format("number {}", first),
+                       "a number names one of them");
 }
 
 void VtkBuilder::Rename(const std::vector<Key>& nodes, const std::vector<Key>& elements) {
@@ -546,7 +550,8 @@ void VtkBuilder::FillReport() {
   LossReport& report = deck_.report;
   for (const auto& [kind, count] : reduced_) {
     report.Changed(
-        fmt::format("{} were read as {}", kind.first, FindElementType(kind.second)->plural), count);
+        fmt::format("{} were read as {}", kind.first, FindElementType(kind.second)->plural), count,
+        {}, "the model has no such element: nodes that it lacks are left over");
   }
   for (const auto& [kind, count] : renamed_) {
     report.Assumed(fmt::format("{} {} were read as {}", count, kind.first,
@@ -555,8 +560,10 @@ void VtkBuilder::FillReport() {
   for (const auto& [plural, count] : left_out_) {
     report.Lost(plural + " were left out", count, {}, "the model has no such element");
   }
-  report.Changed("ghost cells, which another piece has, were left out", ghosts_);
-  report.Changed("whole numbers beyond 2^53 were rounded", rounded_);
+  report.Changed("ghost cells, which another piece has, were left out", ghosts_, "vtkGhostType",
+                 "each element is read once");
+  report.Changed("whole numbers beyond 2^53 were rounded", rounded_, {},
+                 "fields hold double numbers");
   if (shared_ > 0) {
     report.Assumed(
         merge_ ? fmt::format("{} points at the place of a point of another piece are one node",
@@ -575,7 +582,8 @@ void VtkBuilder::FillReport() {
     const auto unused = std::count_if(deck_.node_keys.begin(), deck_.node_keys.end(),
                                       [&](Key key) { return !used.Contains(key); });
     report.Changed("nodes that belong to no element that was read",
-                   static_cast<std::uint64_t>(unused));
+                   static_cast<std::uint64_t>(unused), {},
+                   "only elements that were not read had them");
   }
 }
 

@@ -16,11 +16,19 @@ constexpr FormatOption kWriteOptions[] = {
     {"compression", "none, zlib, lz4", "how they are packed; text never is"},
 };
 
-bool LooksLikeVtu(std::string_view head) { return head.find("<VTKFile") != head.npos; }
+/// Our own notes stand before the root and may be long.
+bool LooksLikeVtu(std::string_view head) {
+  return head.find("<VTKFile") != head.npos || head.find("<?qxdb note=") != head.npos;
+}
 bool LooksLikePvtu(std::string_view head) {
   return LooksLikeVtu(head) && head.find("\"PUnstructuredGrid\"") != head.npos;
 }
 bool LooksLikeVtk(std::string_view head) { return head.starts_with("# vtk DataFile"); }
+
+bool IsOwnVtu(const std::string& path) {
+  const Result<std::string> head = HeadOfFile(path);
+  return head && LooksLikeVtu(*head) && head->find("<?qxdb ") != std::string::npos;
+}
 
 Outcome Write(CQXDBSession& session, const std::string& path, const WriteOptions& options,
               LossReport& report) {
@@ -43,8 +51,10 @@ Format VtuFormat() {
   format.name = "vtu";
   format.title = "VTK XML unstructured grid";
   format.extensions = kVtuExtensions;
-  format.capabilities = capability::kElements | capability::kSets | capability::kFields;
+  format.capabilities =
+      capability::kElements | capability::kSets | capability::kFields | capability::kUnits;
   format.looks_like = LooksLikeVtu;
+  format.is_own = IsOwnVtu;
   format.read = ReadVtu;
   format.write = Write;
   format.read_options = VtuReadOptions();

@@ -413,7 +413,8 @@ class LegacyReader {
       VtkArray array;
       ReadNumbers(is_binary_ ? VtkNumber::kUInt8 : VtkNumber::kFloat32,
                   is_table ? 4 * number : number * targets_, array);
-      builder_.Report().Lost("colours were left out", 1, fmt::format("\"{}\"", name));
+      builder_.Report().Lost("colours were left out", 1, fmt::format("\"{}\"", name),
+                             "the model has values, not colours");
       return true;
     }
     return false;
@@ -435,7 +436,7 @@ class LegacyReader {
       if (const std::string lower = Lower(type); lower == "string" || lower == "utf8_string") {
         SkipTexts(components * tuples);
         builder_.Report().Lost("arrays of texts were left out", 1,
-                               fmt::format("\"{}\"", Unquoted(name)));
+                               fmt::format("\"{}\"", Unquoted(name)), "fields hold numbers");
         continue;
       }
       VtkArray array;

@@ -209,7 +209,7 @@ Outcome VtuFile::ReadArrays(const pugi::xml_node& section, std::uint64_t targets
     if (type == "String" || type == "Bit") {
       builder.Report().Lost(
           type == "String" ? "arrays of texts were left out" : "arrays of bits were left out", 1,
-          fmt::format("\"{}\"", node.attribute("Name").as_string()));
+          fmt::format("\"{}\"", node.attribute("Name").as_string()), "fields hold numbers");
       continue;
     }
     VtkArray array;

@@ -125,12 +125,8 @@ class Grid {
   }
 
   void FillReport(LossReport& report) const {
-    for (const auto& [type, count] : other_types_) {
-      report.Lost(fmt::format("elements of type {} were left out", type),
-                  static_cast<std::uint64_t>(count));
-    }
-    report.Lost("elements without all their nodes were left out",
-                static_cast<std::uint64_t>(incomplete_));
+    others_.Report(report);
+    ReportIncomplete(incomplete_, first_incomplete_, report);
   }
 
  private:
@@ -144,12 +140,12 @@ class Grid {
     const tagTElem& element = elements_.GetAtNU(at);
     const ElementType* type = FindElementType(element.type);
     if (!type) {
-      ++other_types_[element.type];
+      others_.Add(element.type, element.key);
       return;
     }
     if (element.nodes.GetSize() != type->nodes ||
         std::any_of(element.nodes.begin(), element.nodes.end(), IsMissing)) {
-      ++incomplete_;
+      if (incomplete_++ == 0) first_incomplete_ = element.key;
       return;
     }
     elements_.SetParamIdx(at, static_cast<std::uint32_t>(cells_.size()));
@@ -162,8 +158,9 @@ class Grid {
   double length_unit_;
   std::vector<Cell> cells_;
   std::uint64_t connectivity_ = 0;
-  std::map<std::int32_t, std::uint64_t> other_types_;
+  UnwrittenElements others_;
   std::uint64_t incomplete_ = 0;
+  Key first_incomplete_ = 0;
 };
 
 /// Names of arrays, which VTK tells apart by name only.
@@ -171,7 +168,10 @@ class ArrayNames {
  public:
   /// `name`, or where that is empty or taken the name with `tail` and, if need be, a number
   /// behind it.
-  std::string Unique(const std::string& name, const std::string& tail) {
+  std::string Unique(std::string name, const std::string& tail) {
+    // XML has no word for control characters; the notes keep the name as it is.
+    std::replace_if(
+        name.begin(), name.end(), [](char c) { return static_cast<unsigned char>(c) < 0x20; }, '?');
     const std::string longer = name.empty() ? tail : name + " " + tail;
     std::string unique = name;
     for (int number = 1; unique.empty() || !taken_.insert(unique).second; ++number) {
@@ -288,7 +288,8 @@ class Contents {
       found += is_there;
       lost += !is_there;
     }
-    report_.Lost("values of elements that are not in the file", lost, Utf8(field.name.View()));
+    report_.Lost("values of elements that are not in the file", lost, Utf8(field.name.View()),
+                 "they were deleted, or have no place there");
     return found / static_cast<std::size_t>(field.components);
   }
 
@@ -375,7 +376,7 @@ Outcome WriteVtu(const CQXDBSession& session, const std::string& path, VtuEncodi
   }
   constexpr std::uint16_t kWritten[] = {code::kNode,          code::kElem,   code::kMset,
                                         code::kActiveElemSet, code::kSetTag, code::kField};
-  ReportUnwritten(session, kWritten, found);
+  ReportUnwritten(session, "vtu", kWritten, found);
   if (report) report->Append(found);
   return {};
 }

@@ -10,6 +10,7 @@
 
 #include "qx_db/gateway/document.h"
 
+#include "brief.h"
 #include "exchange/format.h"
 #include "exchange/msh/msh_reader.h"
 #include "mesh_measure.h"
@@ -199,7 +200,7 @@ TEST(MshReduction, ReducedWedgesFillTheCylinder) {
   const double end = found.at(element::kTri6).size / 2;  // triangles lie on both ends
   EXPECT_NEAR(found.at(element::kWedge15).size / (end * height), 1, 1e-9);
   EXPECT_EQ(found.at(element::kWedge15).negative, 0);
-  const std::vector<std::string> lines = mesh->report.Lines();
+  const std::vector<std::string> lines = Briefly(mesh->report);
   ASSERT_EQ(lines.size(), 3u);
   EXPECT_EQ(lines[1], "18-node wedges were read as 15-node wedges: 96");
 }

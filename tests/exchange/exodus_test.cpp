@@ -13,6 +13,7 @@
 #include "qx_db/platform/file.h"
 #include "qx_db/qx_db.h"
 
+#include "brief.h"
 #include "exchange/exodus/exodus_kinds.h"
 #include "exchange/exodus/exodus_reader.h"
 #include "exchange/exodus/exodus_writer.h"
@@ -188,7 +189,7 @@ TEST_P(ExodusCorpus, IsAFixedPoint) {
   Import(session, path);
   LossReport out;
   ASSERT_EQ(ExportFile(session, folder_.Path("once.e"), {}, out).Line(), "");
-  EXPECT_EQ(out.Lines(), std::vector<std::string>());
+  EXPECT_EQ(Briefly(out), (std::vector<std::string>{"the numbers are in m,N,kg,sec,C,J,deg"}));
   CQXDBSession again(host::SetUpModel);
   Import(again, folder_.Path("once.e"));
   const Deck before = DeckOf(session);

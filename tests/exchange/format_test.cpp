@@ -6,6 +6,7 @@
 #include <fstream>
 #include <gtest/gtest.h>
 
+#include "qx_db/platform/file.h"
 #include "qx_db/qx_db.h"
 
 #include "exchange/deck.h"
@@ -57,10 +58,109 @@ TEST(Formats, EachKnowsWhatItHasWrittenAndNothingElse) {
         EXPECT_EQ(IsOfFormat(other, path), &other == &format)
             << "written by " << format.name << ", asked of " << other.name;
       }
+      EXPECT_TRUE(format.is_own(path)) << format.name;
       ++written;
     }
   }
   EXPECT_GT(written, 8);
+}
+
+// A deck that somebody wrote, or changed, is nobody's to replace.
+TEST(Formats, WhatIsNotOursIsToldFromWhatIs) {
+  const ScratchFolder folder;
+  const std::string path = folder.Path("deck");
+  const std::pair<const char*, const char*> kByHand[] = {
+      {"abaqus", "*Heading\n mine\n*Node\n1, 0, 0, 0\n*Element, type=MASS\n1, 1\n"},
+      {"nastran", "BEGIN BULK\nGRID,1,,0.,0.,0.\nENDDATA\n"},
+      {"msh",
+       "$MeshFormat\n2.2 0 8\n$EndMeshFormat\n$Nodes\n1\n1 0 0 0\n$EndNodes\n$Elements\n1\n"
+       "1 15 2 0 1 1\n$EndElements\n"},
+  };
+  for (const auto& [name, text] : kByHand) {
+    const Format& format = *FindFormat(name);
+    std::ofstream(path) << text;
+    EXPECT_TRUE(IsOfFormat(format, path)) << name;
+    EXPECT_FALSE(format.is_own(path)) << name;
+    CQXDBSession session(AddStandardPools);
+    LossReport losses;
+    ASSERT_EQ(ImportFile(session, path, {}, losses).Line(), "");
+    DPoolBase& carried = *session.GetDataPool(code::kCarried);  // a deck made anew
+    CTransaction step(&session);
+    step.Begin(u"forget the deck");
+    while (carried.GetHeadPosition()) ASSERT_TRUE(carried.Remove(carried.GetHeadPosition()));
+    ASSERT_TRUE(step.Commit());
+    ExportOptions options;
+    options.format = &format;
+    ASSERT_EQ(ExportFile(session, path, options, losses).Line(), "");
+    EXPECT_TRUE(format.is_own(path)) << name;
+    if (format.name == "msh") continue;  // nobody writes loads into a mesh
+    std::ofstream(path, std::ios::app) << (format.name == "abaqus" ? "** loads\n" : "$ loads\n");
+    EXPECT_FALSE(format.is_own(path)) << name;
+  }
+}
+
+// An extension says nothing of a file: what is in it does.
+TEST(Formats, ContentDecides) {
+  const ScratchFolder folder;
+  const std::pair<const char*, const char*> kForeign[] = {
+      {"", "it is empty"},
+      {" \n\n", "it is blank"},
+      {"solid part\nfacet normal 0 0 1\n", "STL"},
+      {"dear reader,\n  GRID is a word, CEND another\n", "text"},
+      {"*KEYWORD\n*NODE\n       1  0.0\n", "text"},
+      {"{\"a\": 1}", "JSON"},
+      {"<html></html>", "XML"},
+      {"\x89PNG\r\n\x1a\n", "a picture"},
+      {"    -1\n  2411\n", "text"},
+  };
+  int asked = 0;
+  for (const Format& format : Formats()) {
+    if (!format.read) continue;
+    for (const std::string_view extension : format.extensions) {
+      for (const auto& [content, looks] : kForeign) {
+        const std::string path = folder.Path("file" + std::string(extension));
+        std::ofstream(path, std::ios::binary) << content;
+        const auto found = FormatToRead(path);
+        ASSERT_FALSE(found) << path << ": " << content;
+        const std::string line = found.AsOutcome().Line();
+        EXPECT_NE(line.find(looks), std::string::npos) << line;
+        EXPECT_NE(line.find(KnownExtensions(true)), std::string::npos) << line;
+        ++asked;
+      }
+    }
+  }
+  EXPECT_GT(asked, 100);
+}
+
+// A deck that says nothing makes no model.
+TEST(Formats, NothingIsNoModel) {
+  const ScratchFolder folder;
+  for (const auto& [name, text] : {std::pair{"a.inp", "*Heading\nnothing\n"},
+                                   std::pair{"a.bdf", "CEND\nBEGIN BULK\nENDDATA\n"}}) {
+    const std::string path = folder.Path(name);
+    std::ofstream(path) << text;
+    CQXDBSession session(AddStandardPools);
+    LossReport losses;
+    EXPECT_NE(ImportFile(session, path, {}, losses).Line().find("there is nothing in this"),
+              std::string::npos);
+    EXPECT_FALSE(session.CanUndo());
+  }
+}
+
+// What the documentation says of the formats is what the registry says.
+TEST(Formats, AreDocumentedAsTheyAre) {
+  const std::string page = *ReadWholeFile(std::string(QX_SOURCE_DIR) + "/docs/decks.md");
+  for (const Format& format : Formats()) {
+    std::string extensions;
+    for (const std::string_view extension : format.extensions) {
+      extensions += (extensions.empty() ? "`" : ", `") + std::string(extension) + "`";
+    }
+    const std::string row = "| `" + std::string(format.name) + "` | " + std::string(format.title) +
+                            " | " + extensions + " | " + (format.read ? "yes" : "-") + " | " +
+                            (format.write ? "yes" : "-") + " | " +
+                            CapabilityWords(format.capabilities) + " |\n";
+    EXPECT_NE(page.find(row), std::string::npos) << "docs/decks.md lacks the row\n" << row;
+  }
 }
 
 }  // namespace

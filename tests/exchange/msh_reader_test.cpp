@@ -4,6 +4,7 @@
 #include <fstream>
 #include <gtest/gtest.h>
 
+#include "brief.h"
 #include "sample_mesh.h"
 
 namespace qx::exchange {
@@ -93,7 +94,7 @@ TEST_P(MshForms, GroupsAndNotesTellTheWholeStory) {
   } else {
     notes.push_back("elements that the file repeats for a further group were read once: 4");
   }
-  EXPECT_EQ(read->report.Lines(), notes);
+  EXPECT_EQ(Briefly(read->report), notes);
 }
 
 TEST_P(MshForms, ACutFileIsRefusedWithItsPlace) {
@@ -237,6 +238,40 @@ TEST(MshReader, RefusesFaultsOfVersion4) {
       });
 }
 
+// Forty wrong lines are forty lines to mend, not one after the other.
+TEST(MshReader, TellsOfEveryWrongLine) {
+  for (const char* version : {"2.2", "4.1"}) {
+    std::string text = sample::Write(sample::Make(), {version});
+    const std::size_t nodes = text.find("$Nodes\n");
+    const std::size_t end = text.find("$EndNodes", nodes);
+    std::size_t wrong = 0;
+    for (std::size_t at = text.find('.', nodes); at < end && wrong < 40;
+         at = text.find('\n', at), at = text.find('.', at)) {
+      text[at] = ',';
+      ++wrong;
+    }
+    ASSERT_EQ(wrong, 40u);
+    std::vector<Failure> faults;
+    const Result<Deck> read = ParseMsh(text, "wrong.msh", {}, &faults);
+    ASSERT_FALSE(read);
+    EXPECT_EQ(faults.size(), wrong) << version;
+    std::set<std::string> places;
+    for (const Failure& fault : faults) {
+      EXPECT_NE(fault.what.find("' is not a number"), std::string::npos) << fault.Line();
+      places.insert(fault.place);
+    }
+    EXPECT_EQ(places.size(), wrong);
+    EXPECT_EQ(read.Error().Line(), faults.front().Line());
+  }
+  // References to nothing, too.
+  std::vector<Failure> faults;
+  EXPECT_FALSE(
+      ParseMsh("$MeshFormat\n2.2 0 8\n$EndMeshFormat\n$Nodes\n1\n1 0 0 0\n$EndNodes\n"
+               "$Elements\n3\n1 1 2 0 1 1 2\n2 1 2 0 1 1 3\n3 15 2 0 1 1\n$EndElements\n",
+               "f", {}, &faults));
+  EXPECT_EQ(faults.size(), 2u);
+}
+
 TEST(MshReader, NamesWhatIsNoFile) {
   const std::string folder = testing::TempDir();
   const std::string empty = folder + "/qx_empty.msh";
@@ -261,7 +296,7 @@ TEST(MshReader, KindsWithoutACounterpartAreLeftOutAndCounted) {
                                      "odd.msh");
   ASSERT_TRUE(read) << read.AsOutcome().Line();
   EXPECT_EQ(read->elements.size(), 2u);
-  EXPECT_EQ(read->report.Lines(),
+  EXPECT_EQ(Briefly(read->report),
             (std::vector<std::string>{"4-node lines were read as 2-node lines: 1",
                                       "elements of type 34 (polygons) were left out: 1",
                                       "elements of type 999 (an unknown kind) were left out: 1"}));

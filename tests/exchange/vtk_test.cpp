@@ -13,6 +13,7 @@
 #include "qx_db/platform/file.h"
 #include "qx_db/qx_db.h"
 
+#include "brief.h"
 #include "exchange/msh/msh_reader.h"
 #include "exchange/transfer.h"
 #include "exchange/vtk/base64.h"
@@ -296,7 +297,7 @@ TEST(VtkCells, BecomeElementsOrAreNamed) {
         }
       }
       std::string notes;
-      for (const std::string& line : deck->report.Lines()) notes += line + "\n";
+      for (const std::string& line : Briefly(deck->report)) notes += line + "\n";
       EXPECT_NE(notes.find(c.note), std::string::npos) << notes;
       EXPECT_EQ(notes.empty(), *c.note == 0) << notes;
     }
@@ -561,7 +562,7 @@ TEST(VtkPieces, SharedPointsStayApartOrAreMergedAsChosen) {
     const bool merged = choice[0] == 'm';
     EXPECT_EQ(deck->node_keys.size(), merged ? 7u : 8u);
     EXPECT_EQ(deck->elements.size(), 3u);
-    const std::vector<std::string> lines = deck->report.Lines();
+    const std::vector<std::string> lines = Briefly(deck->report);
     ASSERT_EQ(lines.size(), 2u);
     EXPECT_NE(lines[0].find("ghost cells"), std::string::npos);
     EXPECT_NE(lines[1].find(merged ? "are one node" : "stayed apart"), std::string::npos);

@@ -1,0 +1,137 @@
+// What a format has no place for, in words.
+
+#include <algorithm>
+#include <fmt/format.h>
+
+#include "qx_db/record/element_types.h"
+#include "qx_db/record/verbs.h"
+
+#include "exchange/deck.h"
+#include "host/records.h"
+
+namespace qx::exchange {
+namespace {
+
+/// Key of the global coordinate system, which every model has.
+constexpr Key kGlobalSystem = 1;
+constexpr const char* kWhy = "the format has no place for them";
+
+struct Words {
+  std::uint16_t code;
+  const char* plural;
+  const char* one;
+};
+constexpr Words kWords[] = {
+    {code::kCord, "coordinate systems", "coordinate system"},
+    {code::kMset, "mesh sets", "mesh set"},
+    {code::kMatl, "materials", "material"},
+    {code::kProp, "properties", "property"},
+    {code::kMeshCsys, "systems of the nodes of mesh sets", "assignment"},
+    {code::kEcrd, "orientations of elements", "element"},
+    {code::kE1DOffset, "offsets of lines", "offset"},
+    {code::kE1DRelease, "releases of the ends of lines", "release"},
+    {code::kE2DThick, "thicknesses of single surface elements", "thickness"},
+    {code::kE2DOffset, "offsets of surface elements", "offset"},
+    {code::kE2DMatlCsys, "material systems of surface elements", "assignment"},
+    {code::kE3DMatlCsys, "material systems of solid elements", "assignment"},
+    {code::kSprop, "masses and stiffnesses of single elements", "element"},
+    {code::kActiveElemSet, "active element sets", "set"},
+    {code::kField, "fields", "field"},
+    {code::kSetTag, "numbers that files gave to mesh sets", "number"},
+    {code::kBlock, "divisions of the mesh that files had", "block"},
+};
+
+/// "material 3" and "materials", or, of records without words of their own, those with their name.
+struct Named {
+  std::string plural;
+  std::string one;
+};
+Named NamesOf(const Schema& schema, std::uint16_t code) {
+  for (const Words& words : kWords) {
+    if (words.code == code) return {words.plural, words.one};
+  }
+  const std::string name = Utf8(IONameOf(schema.Name())).substr(1);
+  return {"records of " + name, name};
+}
+
+CQXDBSession* Mutable(const CQXDBSession& session) { return const_cast<CQXDBSession*>(&session); }
+
+/// Whether text of the format came with the model; tells of that of others, by format.
+bool ReportCarried(const CQXDBSession& session, std::string_view format, bool is_written,
+                   LossReport& report) {
+  bool has_own = false;
+  std::map<std::string, std::pair<std::uint64_t, std::string>> others;
+  host::ForEach<tagTCarried>(Mutable(session), [&](ITR, const tagTCarried& carried) {
+    const std::string from = Utf8(carried.format.View());
+    if (is_written && from == format) {
+      has_own = true;
+      return true;
+    }
+    auto& [count, first] = others[from];
+    if (count++ == 0) first = Utf8(carried.keyword.View());
+    return true;
+  });
+  for (const auto& [from, of_format] : others) {
+    report.Lost(fmt::format("text that came from {} files was left out", from), of_format.first,
+                of_format.second, "only that format has a place for it");
+  }
+  return has_own;
+}
+
+void ReportBoundarySets(const CQXDBSession& session, LossReport& report) {
+  std::uint64_t count = 0;
+  std::string first;
+  host::ForEach<tagTBset>(Mutable(session), [&](ITR, const tagTBset& set) {
+    if (count++ == 0) first = Utf8(set.name.View());
+    return true;
+  });
+  report.Lost("boundary sets were left out", count, first,
+              "their loads and constraints are text of another format");
+}
+
+}  // namespace
+
+void ReportUnwritten(const CQXDBSession& session, std::string_view format,
+                     std::span<const std::uint16_t> written, LossReport& report) {
+  const auto writes = [&](std::uint16_t code) {
+    return std::find(written.begin(), written.end(), code) != written.end();
+  };
+  const bool has_text = ReportCarried(session, format, writes(code::kCarried), report);
+  for (const DPoolBase* pool : session.Pools()) {
+    const std::uint16_t code = pool->GetTypeCode();
+    if (code == code::kBset && !(has_text && writes(code))) ReportBoundarySets(session, report);
+    if (code == code::kBset || code == code::kCarried || code == code::kOrigin) continue;
+    if (writes(code) || !pool->NeedSaveNLoad()) continue;
+    std::uint64_t count = 0;
+    Key first = 0;
+    for (ITR at = pool->GetHeadPosition(); at; pool->Next(at)) {
+      if (code == code::kCord && KeyOf(at) == kGlobalSystem) continue;
+      if (count++ == 0) first = KeyOf(at);
+    }
+    const Named named = NamesOf(pool->GetSchema(), code);
+    report.Lost(named.plural + " were left out", count, fmt::format("{} {}", named.one, first),
+                kWhy);
+  }
+}
+
+void UnwrittenElements::Add(std::int32_t type, Key key) {
+  Count& of = of_type[type];
+  if (of.count++ == 0) of.first = key;
+}
+
+void UnwrittenElements::Report(LossReport& report) const {
+  for (const auto& [type, of] : of_type) {
+    const ElementType* const known = FindElementType(type);
+    report.Lost(
+        (known ? std::string(known->plural) : fmt::format("special elements of type {}", type)) +
+            " were left out",
+        of.count, fmt::format("element {}", of.first), "the format has no such element");
+  }
+}
+
+void ReportIncomplete(std::uint64_t count, Key first, LossReport& report) {
+  report.Lost("elements without all their nodes were left out", count,
+              fmt::format("element {}", first), "their nodes are gone");
+}
+
+}  // namespace qx::exchange
