@@ -1,12 +1,16 @@
-// Benchmarks of QX_db with peers in the same process. Run all, or those named as arguments.
+// Benchmarks of QX_db with peers in the same process. Run all, or those named as arguments, with as
+// many threads as QX_THREADS says; one without it.
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <fmt/format.h>
 #include <malloc.h>
 #include <string_view>
 #include <sys/mman.h>
+
+#include "qx_db/platform/parallel.h"
 
 #include "bench/harness.h"
 
@@ -63,6 +67,9 @@ void Figure(const std::string& what, double value, const std::string& unit, doub
 
 int main(int argc, char** argv) {
   using namespace qx::bench;
+  const char* const threads = std::getenv("QX_THREADS");
+  qx::SetWorkThreads(threads ? static_cast<unsigned>(std::atoi(threads)) : 1);
+  fmt::print("threads: {}\n", qx::WorkThreads());
   constexpr Benchmark kBenchmarks[] = {
       {"keyed_set", KeyedSet}, {"undo", Undo},          {"file", File},
       {"gateway", Gateway},    {"mesh", Mesh},          {"mesh_util", MeshUtil},
