@@ -139,7 +139,7 @@ class MeshSet(Members):
 
     @property
     def color(self) -> int:
-        """Its colour, 0xRRGGBB. May be assigned."""
+        """Its colour, 0x00BBGGRR as all colours of a model. May be assigned."""
         return int(self._record.color)
 
     @color.setter

@@ -176,8 +176,8 @@ class Turn(NamedTuple):
     and z; None where the element has none."""
 
     element: Record
-    before: Optional[np.ndarray]
-    after: Optional[np.ndarray]
+    before: Optional[NDArray[np.float64]]
+    after: Optional[NDArray[np.float64]]
 
 
 class RemovalPreview(NamedTuple):
