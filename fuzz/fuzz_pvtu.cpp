@@ -10,6 +10,7 @@
 
 #include "exchange/vtk/vtu_reader.h"
 #include "fuzz/scratch.h"
+#include "fuzz/sound_model.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   using namespace qx;
@@ -26,5 +27,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (mesh ? !exchange::CheckMesh(*mesh, "input") : mesh.Error().what.empty() || faults.empty()) {
     std::abort();
   }
+  if (mesh) MustMakeASoundModel(*mesh);
   return 0;
 }

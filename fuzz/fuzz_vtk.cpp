@@ -1,5 +1,5 @@
 // Any bytes as a VTK file, XML or legacy: refused with a full failure, or a mesh that stands its
-// check.
+// check and makes a sound model.
 
 #include <cstdint>
 #include <cstdlib>
@@ -7,6 +7,7 @@
 
 #include "exchange/vtk/vtk_reader.h"
 #include "exchange/vtk/vtu_reader.h"
+#include "fuzz/sound_model.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string bytes(reinterpret_cast<const char*>(data), size);
@@ -19,6 +20,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (*mesh ? !qx::exchange::CheckMesh(**mesh, "input") : mesh->Error().what.empty()) {
       std::abort();
     }
+    if (*mesh) MustMakeASoundModel(**mesh);
   }
   return 0;
 }

@@ -39,12 +39,11 @@ void Put(const std::string& target, const std::string& name, const std::string& 
 
 // ---- meshes and decks ---------------------------------------------------------------------------
 
-/// What the session is in a format, with each of its options in turn.
+/// What the session is in a format; one of them with each of the format's options in turn.
 void ExportTo(CQXDBSession& session, const exchange::Format& format, const std::string& of) {
   std::vector<std::pair<std::string, exchange::OptionValues>> choices{{"", {}}};
-  const bool is_one_of_many = of.starts_with("kind");
   for (const exchange::FormatOption& option : format.write_options) {
-    if (is_one_of_many) break;
+    if (of != "small") break;
     std::string values = std::string(option.values) + ", ";
     for (std::size_t end; (end = values.find(", ")) != values.npos; values.erase(0, end + 2)) {
       const std::string value = values.substr(0, end);

@@ -253,6 +253,16 @@ inline void OpenAndUse(const std::string& path) {
   }
   while (session.Undo()) session.StateHash();
   while (session.Redo()) session.StateHash();
+  // Steps may lead to states that no edit could have made. To go on from there is safe all the
+  // same: the steps that were undone go, and the records with them that only these kept.
+  RandomEdits edits(static_cast<std::uint32_t>(state));
+  for (const int back : {1, 2, 100}) {
+    for (int i = 0; i < back && session.Undo(); ++i) {
+    }
+    for (int i = 0; i < 3; ++i) edits.Step(session);
+    session.StateHash();
+    [[maybe_unused]] const std::string fault = session.Validate();
+  }
 }
 
 }  // namespace qx::fuzz

@@ -16,9 +16,9 @@ if [ "$name" = all ]; then
   real=$(sed -nE 's/^QX_CORPUS:[A-Z]+=//p' build/sanitize/CMakeCache.txt)
   failed=0
   while read -r each _ _ files; do
-    "$0" "$each" "$seconds" || failed=1
+    fuzz/run.sh "$each" "$seconds" || failed=1
     if [ -n "$files" ] && [ -d "$real/$files" ]; then
-      "$0" "$each" "$seconds" "$real/$files" || failed=1
+      fuzz/run.sh "$each" "$seconds" "$real/$files" || failed=1
     fi
   done < <(grep '^[a-z]' fuzz/targets.txt)
   exit $failed

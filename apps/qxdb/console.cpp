@@ -182,7 +182,7 @@ Interrupt::~Interrupt() { std::signal(SIGINT, before_); }
 bool Interrupt::IsAsked() const { return interrupted != 0; }
 
 void Context::Print(const std::string& text, const JsonText& json_text) const {
-  std::string out = json ? json_text.Result() : text;
+  std::string out = json ? PlainJson(json_text.Result()) : text;
   if (!json) {
     for (const std::string& name : names_of_lines) {
       for (std::size_t at = 0; (at = out.find(name, at)) != std::string::npos;) {
@@ -259,7 +259,7 @@ void Context::Tell(const Failure& failure) const {
     JsonText error;
     error.Begin().Text("error", failure.what).Text("file", failure.file);
     error.Text("place", failure.place).Text("remedy", failure.remedy).End();
-    fmt::print(stderr, "{}\n", error.Result());
+    fmt::print(stderr, "{}\n", PlainJson(error.Result()));
   } else {
     fmt::print(stderr, "qxdb: {}\n", failure.Line());
   }

@@ -25,7 +25,12 @@ TEST_F(Cli, NamesFromFilesCannotDriveTheTerminal) {
       EXPECT_EQ((run.out + run.err).find(raw), std::string::npos) << command;
     }
     const Ran json = Qxdb(std::string(command) + " --json");
-    EXPECT_EQ(json.out.find('\x1b'), std::string::npos) << command;
+    for (const char* raw : {"\x1b", "\xC2\x9B", "\xE2\x80\xAE"}) {
+      EXPECT_EQ((json.out + json.err).find(raw), std::string::npos) << command;
+    }
+    if (std::string(command).starts_with("sets")) {
+      EXPECT_NE(json.out.find("\\u009b2J\\u202e"), std::string::npos) << "nothing is lost";
+    }
   }
   for (const char* command : {"info", "log", "verify", "export --report r.json"}) {
     const std::string name = "\"$(printf 'x\\nqxdb: all is well.qxm')\"";
@@ -78,6 +83,20 @@ struct Writing {
   std::string argument = name;
   bool draws = false;  ///< with a browser, which is not asked to here
 };
+
+TEST_F(Cli, ANameThatIsTooLongIsToldAsThat) {
+  ASSERT_EQ(Qxdb("import good.msh m.qxm").code, 0);
+  const std::string name = std::string(300, 'd') + ".qxm";
+  const std::string path = std::string(5000, '/') + name;
+  for (const std::string& each : {name, path}) {
+    for (const char* command : {"info ", "verify ", "check ", "log ", "import good.msh ",
+                                "export m.qxm --format vtu ", "gateway write m.qxm "}) {
+      const Ran ran = Qxdb(command + each);
+      EXPECT_EQ(ran.code, 1) << command;
+      EXPECT_NE(ran.err.find(" a shorter name"), std::string::npos) << command << ran.err;
+    }
+  }
+}
 
 TEST_F(Cli, AFileOfAnotherKindIsReplacedOnlyByForce) {
   ASSERT_EQ(Qxdb("import good.msh m.qxm").code, 0);

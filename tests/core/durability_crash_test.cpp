@@ -222,18 +222,22 @@ TEST(Crash, EveryFailingOperationLeavesModelAndFileGood) {
           EXPECT_EQ(saved.Error().file, path);
         }
         check(static_cast<bool>(saved), before);
-        CTransaction transaction(&session);
-        transaction.Begin(u"Many");
-        auto& nodes = *session.GetPool<DPoolNode>(code::kNode);
-        for (Key key = 1000; key < 4000; ++key) {
-          tagTNode node;
-          node.key = key;
-          nodes.InsertNU(node);
-        }
-        const bool committed = transaction.Commit() == 1;
-        check(committed, before);
-        if (!committed) {
-          EXPECT_NE(document.Keeper()->Fault().Error().remedy, "");
+        // Steps of one write; of several, beyond the end of the file; and in the room behind that.
+        for (const auto& [first, count] : {std::pair{1000, 3000}, {10000, 5600}, {20000, 5500}}) {
+          before = session.StateHash();
+          CTransaction transaction(&session);
+          transaction.Begin(u"Many");
+          auto& nodes = *session.GetPool<DPoolNode>(code::kNode);
+          for (Key key = first; key < first + count; ++key) {
+            tagTNode node;
+            node.key = key;
+            nodes.InsertNU(node);
+          }
+          const bool committed = transaction.Commit() == 1;
+          check(committed, before);
+          if (!committed) {
+            EXPECT_NE(document.Keeper()->Fault().Error().remedy, "");
+          }
         }
         for (const bool undo : {true, false}) {
           before = session.StateHash();

@@ -101,6 +101,16 @@ TEST(FailingMemoryTest, LeavesEveryStepWholeOrUnmade) {
          transaction.Commit();
          if (session.Undo()) session.Redo();
        }},
+      {"step written in pieces",
+       [](CQXDocBase& document) {
+         CTransaction transaction(document.GetDBSession());
+         transaction.Begin(u"Many");
+         tagTNode node;
+         for (node.key = 1000; node.key < 6600; ++node.key) {
+           document.GetDBSession()->GetPool<DPoolNode>(code::kNode)->InsertNU(node);
+         }
+         transaction.Commit();
+       }},
       {"undo", [](CQXDocBase& document) { document.GetDBSession()->Undo(); }},
       {"redo", [](CQXDocBase& document) { document.GetDBSession()->Redo(); }},
       {"save", [](CQXDocBase& document) { (void)!document.Save(); }},

@@ -1,8 +1,10 @@
-// One thread edits a model; others read, export, check, save and open snapshots of it. Run under
-// the thread sanitizer, which ends it at the first race.
+// One thread edits a model; others read, export, check, save and open snapshots of it; and several
+// threads each edit a model of their own. Run under the thread sanitizer, which ends it at the
+// first race.
 
 #include <algorithm>
 #include <atomic>
+#include <filesystem>
 #include <gtest/gtest.h>
 #include <memory>
 #include <thread>
@@ -19,6 +21,8 @@
 #include "qx_db/core/step_changes.h"
 #include "qx_db/core/transaction.h"
 #include "qx_db/gateway/document_exchange.h"
+#include "qx_db/material/material_file.h"
+#include "qx_db/material/material_library.h"
 #include "qx_db/model/mesh_pools.h"
 #include "qx_db/model/mesh_set_pool.h"
 
@@ -209,6 +213,68 @@ TEST(Threads, OneSnapshotIsReadBySeveral) {
   }
   for (int round = 0; round < 20; ++round) strip.Edit(round);
   for (std::thread& thread : readers) thread.join();
+}
+
+/// A session's life in one thread: everything that a process could keep for all of them, at once.
+void Own(const std::string& folder) {
+  std::filesystem::create_directories(folder);
+  Strip strip;
+  ASSERT_TRUE(strip.document.SaveAs(folder + "/owner.qxm"));
+  ASSERT_TRUE(strip.document.KeepSteps());
+  auto& sets = *strip.session.GetPool<DPoolMset>(code::kMset);
+  for (int round = 0; round < 24; ++round) {
+    strip.Edit(round);
+    strip.Step(u"set", [&] {
+      tagTMset set;
+      set.key = sets.GetNewKey();
+      set.name.Set(u"more");
+      set.color = sets.GetNewColor();
+      set.elements.Add(strip.elements.GetHeadPosition());
+      sets.InsertNU(set);
+    });
+    if (round % 8 == 7) strip.Step(u"fewer sets", [&] { sets.Remove(sets.Set().GetTailPosition()); });
+    UnitSystem units = strip.session.Units().Current();
+    units[UnitBase::kLength] = round % 2;
+    strip.session.ChangeUnits(units);
+    dbgateway::DataBase document;
+    WriteDocument(strip.session, document);
+    const std::string text = document.ToText();
+    EXPECT_TRUE(document.Parse(text));
+    EXPECT_EQ(strip.session.Validate(), "");
+  }
+  const std::shared_ptr<CQXDBSession> snapshot = TakeSnapshot(strip.session);
+  Read(*snapshot, strip.session.StateHash(), folder + "/read.qxm");
+  // Every format back in, each into a session of its own.
+  for (const exchange::Format& format : exchange::Formats()) {
+    if (!format.read || !format.write) continue;
+    CQXDBSession other(host::SetUpModel);
+    exchange::LossReport losses;
+    const Outcome read = exchange::ImportFile(
+        other, folder + "/read.qxm" + std::string(format.extensions[0]), {}, losses);
+    EXPECT_TRUE(read) << (read ? "" : read.Line());
+    EXPECT_EQ(other.Validate(), "");
+  }
+  MaterialTable table;
+  table.columns = {{"elastic modulus", unit::kStress, LibraryUnits()}};
+  table.materials = {{u"Steel", u"S235", {210000}}};
+  for (const MaterialFormInfo& form : MaterialForms()) {
+    if (form.name == "gdb") continue;  // read only
+    const std::string path = folder + "/materials" + std::string(form.extension);
+    const MaterialForm kind = *FormNamed(form.name);
+    const Outcome written = WriteMaterials(table, path, kind, CodePage(), LibraryUnits());
+    EXPECT_TRUE(written) << (written ? "" : written.Line());
+    EXPECT_TRUE(ReadMaterials(path, kind, CodePage()));
+  }
+}
+
+// Sessions share nothing, whoever drives them.
+TEST(Threads, OwnersOfDifferentSessionsBesideEachOther) {
+  const ScratchFolder folder;
+  std::thread owners[3];
+  for (int i = 0; i < 3; ++i) {
+    owners[i] = std::thread([&, i] { Own(folder.Path("owner" + std::to_string(i))); });
+  }
+  for (std::thread& owner : owners) owner.join();
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include "qx_db/core/model_lock.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
 #include <filesystem>
 #include <string_view>
@@ -68,7 +69,9 @@ Result<std::unique_ptr<ModelLock>> ModelLock::Take(const std::string& model) {
   }
   if (result == FileLock::Result::kFailed) {
     return Failure{path, "", "cannot be locked: " + ErrorText(error),
-                   "check the folder, its permissions, and that this is a plain file"};
+                   error == ENAMETOOLONG
+                       ? "give the model a shorter name"
+                       : "check the folder, its permissions, and that this is a plain file"};
   }
   if (!text.empty() && former.host.empty()) {
     taken->lock_->LeaveFile();

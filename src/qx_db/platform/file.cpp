@@ -34,7 +34,11 @@ Outcome CheckIsFile(const std::string& path) {
   if (status.type() == fs::file_type::not_found) {
     return Failure{path, "", "no such file", "check the path"};
   }
-  if (error) return Failure{path, "", "cannot be read: " + error.message(), "check permissions"};
+  if (error) {
+    const bool too_long = error == std::errc::filename_too_long;
+    return Failure{path, "", "cannot be read: " + error.message(),
+                   too_long ? "give it a shorter name" : "check permissions"};
+  }
   if (status.type() == fs::file_type::directory) {
     return Failure{path, "", "is a directory", "name a file in it"};
   }

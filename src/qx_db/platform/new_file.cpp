@@ -102,11 +102,6 @@ void ForEachName(const std::string& folder, Take&& take) {
 #endif
 }
 
-bool Exists(const std::string& path) {
-  FileId id;
-  return Files().IdOf(path, id) == 0;
-}
-
 /// Gives a file that is to replace another its owner and permissions; an error where the other
 /// may not be written.
 int TakeOverPermissions([[maybe_unused]] const std::string& from,
@@ -142,10 +137,13 @@ Result<std::unique_ptr<NewFile>> NewFile::Create(const std::string& path) {
   std::string target = LinkTarget(path);
   std::unique_ptr<RawFile> file;
   std::string name;
-  int error = EEXIST;
+  // The name on the way may be short enough where the target's is not.
+  FileId old;
+  const int looked = Files().IdOf(target, old);
+  int error = looked == ENAMETOOLONG ? looked : EEXIST;
   for (int tries = 0; error == EEXIST && tries < 8; ++tries) {
     name = RandomName(target);
-    error = Files().Create(name, Exists(target), file);
+    error = Files().Create(name, looked == 0, file);
     if (error) continue;
     // Before it was claimed, another process may have taken it for a leftover.
     if (file->Claim() == EWOULDBLOCK || !Names(name, *file)) error = EEXIST;

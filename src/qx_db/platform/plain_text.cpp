@@ -68,4 +68,23 @@ std::string PlainLines(std::string_view text) {
                   [](char32_t c) { return c == '\n' || (!ControlsTerminal(c) && !TurnsText(c)); });
 }
 
+std::string PlainJson(std::string_view text) {
+  constexpr char kHex[] = "0123456789abcdef";
+  std::string out;
+  out.reserve(text.size());
+  while (!text.empty()) {
+    const CodePoint c = First(text);
+    const std::size_t bytes = c.bytes ? c.bytes : 1;
+    // Below a blank only line ends and tabs stand in such a text, between its values.
+    if (c.value >= 0x20 && (ControlsTerminal(c.value) || TurnsText(c.value))) {
+      out += "\\u";
+      for (int shift = 12; shift >= 0; shift -= 4) out += kHex[c.value >> shift & 15];
+    } else {
+      out += text.substr(0, bytes);
+    }
+    text.remove_prefix(bytes);
+  }
+  return out;
+}
+
 }  // namespace qx

@@ -20,4 +20,7 @@ QXDB_API std::string OneLine(std::string_view text);
 /// The same, line by line.
 QXDB_API std::string PlainLines(std::string_view text);
 
+/// A JSON text in UTF-8 with these characters as escapes: it says the same.
+QXDB_API std::string PlainJson(std::string_view text);
+
 }  // namespace qx
