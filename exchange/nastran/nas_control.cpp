@@ -437,7 +437,8 @@ class SetWriter {
       first.title.name = group.name;
       const bool by_nodes = group.elements.empty() && !group.nodes.empty();
       Key& own = by_nodes ? number.nodes : number.elements;
-      if (own == 0) own = NewNumber();
+      // Sets of two decks may have come with one number.
+      if (own == 0 || wanted_.contains(own)) own = NewNumber();
       first.title.number = own;
       number_of[index] = own;
       first.kind = by_nodes ? NasKind::kNode : NasKind::kElement;
@@ -448,7 +449,8 @@ class SetWriter {
       wanted_[own] = first;
       if (by_nodes || group.nodes.empty()) continue;
       Wanted more;
-      more.title.number = number.nodes ? number.nodes : NewNumber();
+      const bool is_free = number.nodes != 0 && !wanted_.contains(number.nodes);
+      more.title.number = is_free ? number.nodes : NewNumber();
       more.title.lists = Title::Lists::kNodes;
       more.title.more_of = own;
       more.kind = NasKind::kNode;

@@ -144,7 +144,8 @@ class Renewer {
   bool IsDescribed(std::size_t card) const {
     const NasCard& of = text_.Cards()[card];
     for (const std::size_t field : {0, 4}) {
-      if (field < of.fields.size() && numbers_.At(of.fields[field].at)) return true;
+      const bool is_given = field < of.fields.size() && of.fields[field].length > 0;
+      if (is_given && numbers_.At(of.fields[field].at)) return true;
     }
     return false;
   }

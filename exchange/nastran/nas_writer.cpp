@@ -98,21 +98,18 @@ void TellOthers(CQXDBSession& session, bool is_carried, LossReport& report) {
 
 }  // namespace
 
-Outcome WriteNastran(CQXDBSession& session, const std::string& path, const WriteOptions& options,
-                     LossReport& report) {
-  if (Outcome fits = CheckCanBeWritten(session, path); !fits) return fits;
-  LossReport found;
+Result<std::string> NasDeckText(CQXDBSession& session, const std::string& path,
+                                LossReport& report) {
   Deck deck = DeckOf(session);
-  found.Append(deck.report);
-  if (options.progress) options.progress(0.3);
+  report.Append(deck.report);
   tagTCarried empty;
   empty.text.Assign(kEmptyDeck.data(), kEmptyDeck.size());
   const tagTCarried* carried = nullptr;
   host::ForEach<tagTCarried>(&session, [&](ITR, const tagTCarried& record) {
     if (record.format.View() != u"nastran" || record.keyword.View() != kNasDeck) return true;
     if (carried) {
-      found.Lost("decks besides the first that the model came from were left out", 1, {},
-                 "their carried cards have no place in one deck");
+      report.Lost("decks besides the first that the model came from were left out", 1, {},
+                  "their carried cards have no place in one deck");
     } else {
       carried = &record;
     }
@@ -120,10 +117,18 @@ Outcome WriteNastran(CQXDBSession& session, const std::string& path, const Write
   });
   const tagTCarried& source = carried ? *carried : empty;
   const std::map<Key, Key> systems = NumberSystems(deck, source);
-  const Result<std::string> text =
-      RenewNasDeck(source, deck, systems, SetTags(session), path, found);
+  TellOthers(session, carried != nullptr, report);
+  return RenewNasDeck(source, deck, systems, SetTags(session), path, report);
+}
+
+Outcome WriteNastran(CQXDBSession& session, const std::string& path, const WriteOptions& options,
+                     LossReport& report) {
+  if (Outcome fits = CheckCanBeWritten(session, path); !fits) return fits;
+  LossReport found;
+  if (options.progress) options.progress(0.1);
+  const Result<std::string> text = NasDeckText(session, path, found);
   if (!text) return text.AsOutcome();
-  TellOthers(session, carried != nullptr, found);
+  if (options.progress) options.progress(0.8);
   constexpr std::uint16_t kWritten[] = {
       code::kCord,  code::kNode,       code::kElem,  code::kMset,   code::kProp,
       code::kMatl,  code::kMeshCsys,   code::kEcrd,  code::kBset,   code::kE1DOffset,

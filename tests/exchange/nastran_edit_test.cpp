@@ -210,6 +210,14 @@ std::vector<Case> Cases() {
         "FORCE   1       1       55      1.      1."},
        {},
        {}},
+      {"SystemGone",
+       DeckWith("GRDSET          5\n" + system +
+                "GRID    20              1.      1.      1.\n"
+                "FORCE   1       1       5       1.      1.\n"),
+       [](NastranModel& model) { model.Remove<tagTCord>(5); },
+       {"GRDSET\n", "GRID    20              2.      1.      1.\n"},
+       {"FORCE", "CORD2R"},
+       {"FORCE cards were left out: 1"}},
       // Fields that only the text has, and precision.
       {"MovedFieldByField",
        DeckWith("GRID*   30                              .300\n*       "
