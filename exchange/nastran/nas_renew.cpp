@@ -420,10 +420,12 @@ class Renewer {
       NasFields card = now_->Node(key, grid_defaults_ != nullptr);
       added += card.Text();
     }
+    NasLineForm form;
+    form.says_ends = NasGivesEnds(text_, bar_defaults_) || NasGivesEnds(text_, beam_defaults_);
     std::vector<Key> elements;
     for (const Mesh::Element& element : now_deck_.elements) elements.push_back(element.key);
     for (const Key key : Sorted(std::move(elements))) {
-      if (!done_.contains({Kind::kElement, key})) added += now_->Element(key).Text();
+      if (!done_.contains({Kind::kElement, key})) added += now_->Element(key, form).Text();
     }
     for (const tagTProp& property : now_deck_.Of<tagTProp>()) {
       if (!now_->HasProperty(property.key)) continue;

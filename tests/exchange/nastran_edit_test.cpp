@@ -300,6 +300,16 @@ std::vector<Case> Cases() {
         "CONM2   60      1       -1      5.      3.      7.      1."},
        {},
        {}},
+      {"OffsetsBesideDefaults",
+       DeckWith("BAROR                                   1.      0.      0.      GOO\n"
+                "CBAR    80      5       1       2\n                        0.      1.      0.\n"
+                "PBAR    5       1       1.      1.      1.\n"),
+       [](NastranModel& model) {
+         model.Change<tagTE1DOffset>(1, [](tagTE1DOffset& offset) { offset.csys_type = 0; });
+       },
+       {"CBAR    80      5       1       2                               GGO\n"},
+       {},
+       {}},
       // Sets of the case control.
       {"SetsFollow",
        DeckWith("", "SET 1 = 1 THRU 4, 7\nSET 2 = 2,3\nDISP = 1\nSTRESS = 2\n"),
