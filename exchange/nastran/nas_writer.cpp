@@ -67,23 +67,23 @@ NasSetTags SetTags(CQXDBSession& session) {
 
 /// What only files of other formats have a place for, and units that carried numbers are not in.
 void TellOthers(CQXDBSession& session, bool is_carried, LossReport& report) {
-  std::map<std::string, std::uint64_t> counts;
-  const auto count = [&](const auto& record, const char* what) {
-    counts[what] += record.format.View() != u"nastran";
+  const auto tell = [&](const auto& record, const char* what, std::string where) {
+    if (record.format.View() == u"nastran") return true;
+    where = fmt::format("{} {}", Utf8(record.format.View()), where);
+    report.Lost(what, 1, std::move(where), "they are of use to their own format only");
     return true;
   };
   host::ForEach<tagTCarried>(&session, [&](ITR, const tagTCarried& record) {
-    return count(record, "texts that other formats left were left out");
+    return tell(record, "texts that other formats left were left out", Utf8(record.keyword.View()));
   });
   host::ForEach<tagTBlock>(&session, [&](ITR, const tagTBlock& record) {
-    return count(record, "divisions of the mesh by other formats were left out");
+    return tell(record, "divisions of the mesh by other formats were left out",
+                Utf8(record.name.View()));
   });
   host::ForEach<tagTSetTag>(&session, [&](ITR, const tagTSetTag& record) {
-    return count(record, "numbers of sets in other formats were left out");
+    return tell(record, "numbers of sets in other formats were left out",
+                fmt::format("{}", record.tag));
   });
-  for (const auto& [what, number] : counts) {
-    report.Lost(what, number, {}, "they are of use to their own format only");
-  }
   if (!is_carried) return;
   const UnitSystem& current = session.Units().Current();
   host::ForEach<tagTOrigin>(&session, [&](ITR, const tagTOrigin& origin) {
@@ -108,7 +108,8 @@ Result<std::string> NasDeckText(CQXDBSession& session, const std::string& path,
   host::ForEach<tagTCarried>(&session, [&](ITR, const tagTCarried& record) {
     if (record.format.View() != u"nastran" || record.keyword.View() != kNasDeck) return true;
     if (carried) {
-      report.Lost("decks besides the first that the model came from were left out", 1, {},
+      report.Lost("decks besides the first that the model came from were left out", 1,
+                  fmt::format("carried text {}", record.key),
                   "their carried cards have no place in one deck");
     } else {
       carried = &record;
