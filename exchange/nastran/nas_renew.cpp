@@ -134,7 +134,7 @@ class Renewer {
     }
     RenewNames(sources);
     std::string head;
-    WriteNasSets(text_, numbers_, now_deck_, tags_, edits_, head, report_);
+    WriteNasSets(text_, numbers_, now_deck_, WrittenGroups(), tags_, edits_, head, report_);
     AddNewCards();
     Tell(*before);
     return head + ApplyEdits(text_.Text(), std::move(edits_));
@@ -402,6 +402,36 @@ class Renewer {
         continue;
       loose_names_ += NameLine(NasKind::kProperty, property.key);
     }
+  }
+
+  /// The mesh sets with the elements that have a card; of points that have none their nodes.
+  std::vector<Mesh::Group> WrittenGroups() const {
+    std::vector<Mesh::Group> groups = now_deck_.groups;
+    if (now_->Unwritten().empty()) return groups;
+    std::map<Key, std::size_t> index;
+    for (std::size_t e = 0; e < now_deck_.elements.size(); ++e) {
+      index[now_deck_.elements[e].key] = e;
+    }
+    for (Mesh::Group& group : groups) {
+      std::set<Key> of_written;
+      std::set<Key> of_points;
+      std::erase_if(group.elements, [&](Key key) {
+        const std::size_t e = index.at(key);
+        const Mesh::Element& element = now_deck_.elements[e];
+        const bool is_written = now_->HasElement(key);
+        for (std::size_t i = 0; i < now_deck_.NodesOf(e); ++i) {
+          const Key node = now_deck_.connectivity[element.first + i];
+          if (is_written) of_written.insert(node);
+          if (!is_written && element.type == element::kPoint) of_points.insert(node);
+        }
+        return !is_written;
+      });
+      for (const Key node : group.nodes) of_points.erase(node);
+      for (const Key node : of_points) {
+        if (!of_written.contains(node)) group.nodes.push_back(node);
+      }
+    }
+    return groups;
   }
 
   // ---- what is new ------------------------------------------------------------------------------

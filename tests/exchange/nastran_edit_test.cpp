@@ -396,6 +396,23 @@ TEST(NastranSets, ComeBackWithTheirNamesMembersAndParents) {
   EXPECT_EQ(after.Of<tagTProp>().size(), 0u) << text;
 }
 
+TEST(NastranSets, OfPointsListTheirNodes) {
+  Mesh mesh;
+  mesh.node_keys = {11, 12};
+  mesh.coordinates = {0, 0, 0, 1, 0, 0};
+  mesh.elements = {{1, element::kPoint, 0}, {2, element::kLine2, 1}};
+  mesh.connectivity = {11, 11, 12};
+  mesh.groups = {{"corner", 0, {1}}, {"edge", 1, {1, 2}}};
+  NastranModel model;
+  ASSERT_TRUE(AddMesh(model.Session(), mesh, "mesh"));
+  const std::string text = model.Export();
+  EXPECT_NE(text.find("nodes of \"corner\"\nSET 1 = 11\n"), std::string::npos) << text;
+  EXPECT_NE(model.ToldOut().find("left out: 1 (they have no mass"), std::string::npos);
+  NastranModel again;
+  again.Import(text);
+  EXPECT_EQ(again.Export(), text);
+}
+
 TEST(NastranElsewhere, WhatOnlyItsTextSaysIsTold) {
   NastranModel model;
   model.Import(
