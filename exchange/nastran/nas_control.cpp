@@ -349,8 +349,9 @@ struct Wanted {
 
 class SetWriter {
  public:
-  SetWriter(const NasText& text, const NasNumbers& numbers, const Deck& now, const NasSetTags& tags)
-      : text_(text), control_(text), numbers_(numbers), now_(now), tags_(tags) {
+  SetWriter(const NasText& text, const NasNumbers& numbers, const Deck& now,
+            const std::vector<Mesh::Group>& groups, const NasSetTags& tags)
+      : control_(text), numbers_(numbers), now_(now), groups_(groups), tags_(tags) {
     for (const TextSet& set : control_.sets) taken_.insert(set.number);
     for (const auto& [key, of] : tags) {
       if (of.elements) taken_.insert(of.elements);
@@ -427,8 +428,8 @@ class SetWriter {
       of_outputs.insert(static_cast<std::int32_t>(assigned.mesh_set) - 1);
     }
     std::map<std::int32_t, Key> number_of;
-    for (std::size_t i = 0; i < now_.groups.size(); ++i) {
-      const Mesh::Group& group = now_.groups[i];
+    for (std::size_t i = 0; i < groups_.size(); ++i) {
+      const Mesh::Group& group = groups_[i];
       const auto index = static_cast<std::int32_t>(i);
       if (of_outputs.contains(index) && group.name.starts_with(kNasOutputSet)) continue;
       const auto tag = tags_.find(group.key);
@@ -437,7 +438,8 @@ class SetWriter {
       first.title.name = group.name;
       const bool by_nodes = group.elements.empty() && !group.nodes.empty();
       Key& own = by_nodes ? number.nodes : number.elements;
-      if (own == 0) own = NewNumber();
+      // Sets of two decks may have come with one number.
+      if (own == 0 || wanted_.contains(own)) own = NewNumber();
       first.title.number = own;
       number_of[index] = own;
       first.kind = by_nodes ? NasKind::kNode : NasKind::kElement;
@@ -448,7 +450,8 @@ class SetWriter {
       wanted_[own] = first;
       if (by_nodes || group.nodes.empty()) continue;
       Wanted more;
-      more.title.number = number.nodes ? number.nodes : NewNumber();
+      const bool is_free = number.nodes != 0 && !wanted_.contains(number.nodes);
+      more.title.number = is_free ? number.nodes : NewNumber();
       more.title.lists = Title::Lists::kNodes;
       more.title.more_of = own;
       more.kind = NasKind::kNode;
@@ -456,7 +459,7 @@ class SetWriter {
       wanted_[more.title.number] = std::move(more);
     }
     for (const auto& [index, number] : number_of) {
-      const auto parent = number_of.find(now_.groups[static_cast<std::size_t>(index)].parent);
+      const auto parent = number_of.find(groups_[static_cast<std::size_t>(index)].parent);
       if (parent != number_of.end()) wanted_[number].title.parent = parent->second;
     }
   }
@@ -497,10 +500,10 @@ class SetWriter {
       edits.push_back({title->second.begin, title->second.end, ""});
   }
 
-  const NasText& text_;
   const Control control_;
   const NasNumbers& numbers_;
   const Deck& now_;
+  const std::vector<Mesh::Group>& groups_;
   const NasSetTags& tags_;
   std::set<Key> taken_;
   std::map<Key, Wanted> wanted_;
@@ -510,9 +513,9 @@ class SetWriter {
 }  // namespace
 
 void WriteNasSets(const NasText& text, const NasNumbers& numbers, const Deck& now,
-                  const NasSetTags& tags, std::vector<NasEdit>& edits, std::string& head,
-                  LossReport& report) {
-  SetWriter(text, numbers, now, tags).Write(edits, head, report);
+                  const std::vector<Mesh::Group>& groups, const NasSetTags& tags,
+                  std::vector<NasEdit>& edits, std::string& head, LossReport& report) {
+  SetWriter(text, numbers, now, groups, tags).Write(edits, head, report);
 }
 
 }  // namespace qx::exchange

@@ -30,10 +30,11 @@ struct NasSetNumbers {
 };
 using NasSetTags = std::map<Key, NasSetNumbers>;
 
-/// What makes the control section say the groups of `now`: edits of sets that differ, and new sets
-/// behind CEND. Where there is no control section, `head` becomes one that stands before the text.
+/// What makes the control section say `groups`, which are those of `now` as far as they are
+/// written: edits of sets that differ, and new sets behind CEND. Where there is no control section,
+/// `head` becomes one that stands before the text.
 void WriteNasSets(const NasText& text, const NasNumbers& numbers, const Deck& now,
-                  const NasSetTags& tags, std::vector<NasEdit>& edits, std::string& head,
-                  LossReport& report);
+                  const std::vector<Mesh::Group>& groups, const NasSetTags& tags,
+                  std::vector<NasEdit>& edits, std::string& head, LossReport& report);
 
 }  // namespace qx::exchange

@@ -148,6 +148,7 @@ class Follower {
       : text_(text), numbers_(numbers), edits_(edits) {}
 
   void Follow(LossReport& report) {
+    if (!numbers_.HasChanged()) return;
     MakeRoom();
     for (std::size_t i = 0; i < text_.Cards().size(); ++i) FollowCard(i);
     for (const auto& [name, told] : left_out_) {
@@ -203,11 +204,12 @@ class Follower {
     const NasKeys keys = NasKeysOf(text_, text_.Cards()[index]);
     const NasCard& card = text_.Cards()[index];
     if (!keys.is_known) {
-      if (numbers_.HasChanged()) unchecked_.Add(text_, card);
+      unchecked_.Add(text_, card);
       return;
     }
-    bool is_read = false;
-    bool is_there = false;
+    // Cards of defaults go on without a number that is gone.
+    bool is_read = card.name == "GRDSET" || card.name == "BAROR" || card.name == "BEAMOR";
+    bool is_there = is_read;
     for (const NasKeyField& key : keys.fields) {
       if (!key.is_own) continue;
       const Key was = NumberAt(card, key.field);

@@ -50,8 +50,13 @@ NasLineForm NasLineForm::Of(const NasText& text, const NasCard& card, const NasC
     const std::string upper = AsciiUpper(std::string(ends));
     const bool is_form = upper.size() == 3 && upper.find_first_not_of("GBO") == std::string::npos;
     if (is_form) form.ends = upper;
+    form.says_ends = NasGivesEnds(text, defaults);
   }
   return form;
+}
+
+bool NasGivesEnds(const NasText& text, const NasCard* defaults) {
+  return defaults && !text.FieldText(*defaults, kForm).empty();
 }
 
 // ---- in -----------------------------------------------------------------------------------------
@@ -255,7 +260,7 @@ void AddNasLine(NasFields& card, const NasLineRecords& records, const NasLineFor
     ends[end + 1] = by_element ? 'O' : 'G';
     offsets[end] = by_element ? offset : frames(nodes[end]).axes.ToLocal(offset);
   }
-  card.Word(ends == "GGG" ? "" : ends);
+  card.Word(ends == "GGG" && !form.says_ends ? "" : ends);
   for (std::size_t end = 0; end < 2; ++end) {
     std::string pins;
     for (std::size_t i = 0; records.release && i < 6; ++i) {

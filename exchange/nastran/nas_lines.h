@@ -30,12 +30,16 @@ bool IsNasLine(std::string_view card);
 struct NasLineForm {
   std::string ends = "GGG";  ///< OFFT: system of the orientation and of the offset at each end
   bool is_absolute = false;  ///< a mass is given by its place
+  bool says_ends = false;    ///< a blank OFFT stands for that of a card of defaults
   /// A line without an orientation gets the one that the model takes for it.
   bool fills = true;
 
   /// Of a card that is there, to which nothing is added.
   static NasLineForm Of(const NasText& text, const NasCard& card, const NasCard* defaults);
 };
+
+/// Whether a card of defaults gives OFFT; false for null.
+bool NasGivesEnds(const NasText& text, const NasCard* defaults);
 
 /// Reads a line's records. `defaults` is the card that fills its blank fields; may be null.
 void ReadNasLine(NasFieldReader& in, const NasCard& card, const NasCard* defaults,

@@ -134,7 +134,7 @@ class Renewer {
     }
     RenewNames(sources);
     std::string head;
-    WriteNasSets(text_, numbers_, now_deck_, tags_, edits_, head, report_);
+    WriteNasSets(text_, numbers_, now_deck_, WrittenGroups(), tags_, edits_, head, report_);
     AddNewCards();
     Tell(*before);
     return head + ApplyEdits(text_.Text(), std::move(edits_));
@@ -144,7 +144,8 @@ class Renewer {
   bool IsDescribed(std::size_t card) const {
     const NasCard& of = text_.Cards()[card];
     for (const std::size_t field : {0, 4}) {
-      if (field < of.fields.size() && numbers_.At(of.fields[field].at)) return true;
+      const bool is_given = field < of.fields.size() && of.fields[field].length > 0;
+      if (is_given && numbers_.At(of.fields[field].at)) return true;
     }
     return false;
   }
@@ -403,6 +404,36 @@ class Renewer {
     }
   }
 
+  /// The mesh sets with the elements that have a card; of points that have none their nodes.
+  std::vector<Mesh::Group> WrittenGroups() const {
+    std::vector<Mesh::Group> groups = now_deck_.groups;
+    if (now_->Unwritten().empty()) return groups;
+    std::map<Key, std::size_t> index;
+    for (std::size_t e = 0; e < now_deck_.elements.size(); ++e) {
+      index[now_deck_.elements[e].key] = e;
+    }
+    for (Mesh::Group& group : groups) {
+      std::set<Key> of_written;
+      std::set<Key> of_points;
+      std::erase_if(group.elements, [&](Key key) {
+        const std::size_t e = index.at(key);
+        const Mesh::Element& element = now_deck_.elements[e];
+        const bool is_written = now_->HasElement(key);
+        for (std::size_t i = 0; i < now_deck_.NodesOf(e); ++i) {
+          const Key node = now_deck_.connectivity[element.first + i];
+          if (is_written) of_written.insert(node);
+          if (!is_written && element.type == element::kPoint) of_points.insert(node);
+        }
+        return !is_written;
+      });
+      for (const Key node : group.nodes) of_points.erase(node);
+      for (const Key node : of_points) {
+        if (!of_written.contains(node)) group.nodes.push_back(node);
+      }
+    }
+    return groups;
+  }
+
   // ---- what is new ------------------------------------------------------------------------------
 
   void AddNewCards() {
@@ -419,10 +450,12 @@ class Renewer {
       NasFields card = now_->Node(key, grid_defaults_ != nullptr);
       added += card.Text();
     }
+    NasLineForm form;
+    form.says_ends = NasGivesEnds(text_, bar_defaults_) || NasGivesEnds(text_, beam_defaults_);
     std::vector<Key> elements;
     for (const Mesh::Element& element : now_deck_.elements) elements.push_back(element.key);
     for (const Key key : Sorted(std::move(elements))) {
-      if (!done_.contains({Kind::kElement, key})) added += now_->Element(key).Text();
+      if (!done_.contains({Kind::kElement, key})) added += now_->Element(key, form).Text();
     }
     for (const tagTProp& property : now_deck_.Of<tagTProp>()) {
       if (!now_->HasProperty(property.key)) continue;

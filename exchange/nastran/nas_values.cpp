@@ -267,13 +267,15 @@ bool PatchLine(const NasText& text, const NasCard& card, std::size_t index, NasE
   }
   if (line.form == NasLine::Form::kTabs) return false;
   const std::size_t width = line.is_large ? kLarge : kSmall;
+  const bool has_comment = line.stop < line.end && text.Text()[line.stop] == '$';
+  const bool ends_in_text = !content.ends_with(' ') && !has_comment;
   const std::size_t was = content.size();
   for (const auto& [field, to] : card.changed) {
     if (field < line.first || field >= next) continue;
     const std::size_t column = kSmall + (field - line.first) * width;
     if (!IntoColumns(content, column, width, to)) return false;
   }
-  if (content.size() > was) content.resize(content.find_last_not_of(' ') + 1);
+  if (content.size() > was || ends_in_text) content.resize(content.find_last_not_of(' ') + 1);
   edit.text = std::move(content);
   return true;
 }

@@ -68,20 +68,20 @@ NasSetTags SetTags(CQXDBSession& session) {
 
 /// Divisions and numbers that only files of other formats have a place for, and units that carried numbers are not in.
 void TellOthers(CQXDBSession& session, bool is_carried, LossReport& report) {
-  std::map<std::string, std::uint64_t> counts;
-  const auto count = [&](const auto& record, const char* what) {
-    counts[what] += record.format.View() != u"nastran";
+  const auto tell = [&](const auto& record, const char* what, std::string where) {
+    if (record.format.View() == u"nastran") return true;
+    where = fmt::format("{} {}", Utf8(record.format.View()), where);
+    report.Lost(what, 1, std::move(where), "they are of use to their own format only");
     return true;
   };
   host::ForEach<tagTBlock>(&session, [&](ITR, const tagTBlock& record) {
-    return count(record, "divisions of the mesh by other formats were left out");
+    return tell(record, "divisions of the mesh by other formats were left out",
+                Utf8(record.name.View()));
   });
   host::ForEach<tagTSetTag>(&session, [&](ITR, const tagTSetTag& record) {
-    return count(record, "numbers of sets in other formats were left out");
+    return tell(record, "numbers of sets in other formats were left out",
+                fmt::format("{}", record.tag));
   });
-  for (const auto& [what, number] : counts) {
-    report.Lost(what, number, {}, "they are of use to their own format only");
-  }
   if (!is_carried) return;
   const UnitSystem& current = session.Units().Current();
   host::ForEach<tagTOrigin>(&session, [&](ITR, const tagTOrigin& origin) {
@@ -96,21 +96,19 @@ void TellOthers(CQXDBSession& session, bool is_carried, LossReport& report) {
 
 }  // namespace
 
-Outcome WriteNastran(CQXDBSession& session, const std::string& path, const WriteOptions& options,
-                     LossReport& report) {
-  if (Outcome fits = CheckCanBeWritten(session, path); !fits) return fits;
-  LossReport found;
+Result<std::string> NasDeckText(CQXDBSession& session, const std::string& path,
+                                LossReport& report) {
   Deck deck = DeckOf(session);
-  found.Append(deck.report);
-  if (options.progress) options.progress(0.3);
+  report.Append(deck.report);
   tagTCarried empty;
   empty.text.Assign(kEmptyDeck.data(), kEmptyDeck.size());
   const tagTCarried* carried = nullptr;
   host::ForEach<tagTCarried>(&session, [&](ITR, const tagTCarried& record) {
     if (record.format.View() != u"nastran" || record.keyword.View() != kNasDeck) return true;
     if (carried) {
-      found.Lost("decks besides the first that the model came from were left out", 1, {},
-                 "their carried cards have no place in one deck");
+      report.Lost("decks besides the first that the model came from were left out", 1,
+                  fmt::format("carried text {}", record.key),
+                  "their carried cards have no place in one deck");
     } else {
       carried = &record;
     }
@@ -118,12 +116,23 @@ Outcome WriteNastran(CQXDBSession& session, const std::string& path, const Write
   });
   const tagTCarried& source = carried ? *carried : empty;
   const std::map<Key, Key> systems = NumberSystems(deck, source);
-  Result<std::string> text = RenewNasDeck(source, deck, systems, SetTags(session), path, found);
-  if (!text) return text.AsOutcome();
+  TellOthers(session, carried != nullptr, report);
+  Result<std::string> text = RenewNasDeck(source, deck, systems, SetTags(session), path, report);
+  if (!text) return text;
   // A deck of ours stays one; one that came from somebody is his.
   const std::string_view rest = WithoutDeckMark("$", *text);
   if (!carried || rest.size() < text->size()) *text = MarkedDeck("$", rest);
-  TellOthers(session, carried != nullptr, found);
+  return text;
+}
+
+Outcome WriteNastran(CQXDBSession& session, const std::string& path, const WriteOptions& options,
+                     LossReport& report) {
+  if (Outcome fits = CheckCanBeWritten(session, path); !fits) return fits;
+  LossReport found;
+  if (options.progress) options.progress(0.1);
+  const Result<std::string> text = NasDeckText(session, path, found);
+  if (!text) return text.AsOutcome();
+  if (options.progress) options.progress(0.8);
   constexpr std::uint16_t kWritten[] = {
       code::kCord,  code::kNode,       code::kElem,  code::kMset,   code::kProp,
       code::kMatl,  code::kMeshCsys,   code::kEcrd,  code::kBset,   code::kE1DOffset,

@@ -15,6 +15,9 @@ namespace qx::exchange {
 Outcome WriteNastran(CQXDBSession& session, const std::string& path, const WriteOptions& options,
                      LossReport& report);
 
+/// The text of that deck; `path` stands for it in messages.
+Result<std::string> NasDeckText(CQXDBSession& session, const std::string& path, LossReport& report);
+
 /// Tells what a deck that the model came from says and the model has no place for: a file of
 /// another format does not have it.
 void TellNasText(CQXDBSession& session, LossReport& report);

@@ -210,6 +210,14 @@ std::vector<Case> Cases() {
         "FORCE   1       1       55      1.      1."},
        {},
        {}},
+      {"SystemGone",
+       DeckWith("GRDSET          5\n" + system +
+                "GRID    20              1.      1.      1.\n"
+                "FORCE   1       1       5       1.      1.\n"),
+       [](NastranModel& model) { model.Remove<tagTCord>(5); },
+       {"GRDSET\n", "GRID    20              2.      1.      1.\n"},
+       {"FORCE", "CORD2R"},
+       {"FORCE cards were left out: 1"}},
       // Fields that only the text has, and precision.
       {"MovedFieldByField",
        DeckWith("GRID*   30                              .300\n*       "
@@ -290,6 +298,16 @@ std::vector<Case> Cases() {
        },
        {"GRID    50              4.      1.      1.      -1",
         "CONM2   60      1       -1      5.      3.      7.      1."},
+       {},
+       {}},
+      {"OffsetsBesideDefaults",
+       DeckWith("BAROR                                   1.      0.      0.      GOO\n"
+                "CBAR    80      5       1       2\n                        0.      1.      0.\n"
+                "PBAR    5       1       1.      1.      1.\n"),
+       [](NastranModel& model) {
+         model.Change<tagTE1DOffset>(1, [](tagTE1DOffset& offset) { offset.csys_type = 0; });
+       },
+       {"CBAR    80      5       1       2                               GGO\n"},
        {},
        {}},
       // Sets of the case control.
@@ -376,6 +394,23 @@ TEST(NastranSets, ComeBackWithTheirNamesMembersAndParents) {
   };
   EXPECT_EQ(facts(before), facts(after)) << text;
   EXPECT_EQ(after.Of<tagTProp>().size(), 0u) << text;
+}
+
+TEST(NastranSets, OfPointsListTheirNodes) {
+  Mesh mesh;
+  mesh.node_keys = {11, 12};
+  mesh.coordinates = {0, 0, 0, 1, 0, 0};
+  mesh.elements = {{1, element::kPoint, 0}, {2, element::kLine2, 1}};
+  mesh.connectivity = {11, 11, 12};
+  mesh.groups = {{"corner", 0, {1}}, {"edge", 1, {1, 2}}};
+  NastranModel model;
+  ASSERT_TRUE(AddMesh(model.Session(), mesh, "mesh"));
+  const std::string text = model.Export();
+  EXPECT_NE(text.find("nodes of \"corner\"\nSET 1 = 11\n"), std::string::npos) << text;
+  EXPECT_NE(model.ToldOut().find("left out: 1 (they have no mass"), std::string::npos);
+  NastranModel again;
+  again.Import(text);
+  EXPECT_EQ(again.Export(), text);
 }
 
 TEST(NastranElsewhere, WhatOnlyItsTextSaysIsTold) {

@@ -14,6 +14,7 @@
 #include "exchange/nastran/nas_reader.h"
 #include "exchange/nastran/nas_values.h"
 #include "exchange/transfer.h"
+#include "host/records.h"
 #include "host/session.h"
 #include "sample_mesh.h"
 #include "tests/corpus.h"
@@ -456,6 +457,71 @@ TEST_P(NastranCorpus, HasTheExpectedTotalsAndComesBack) {
   if (in.IsLossless() && path.find("satellite") == std::string::npos) {
     EXPECT_TRUE(*ReadWholeFile(folder.Path("once.bdf")) == *ReadWholeFile(path)) << path;
   }
+}
+
+/// Gives every seventh record another key, and every third node another place.
+template <class T>
+void Shift(CQXDBSession& session, Key by) {
+  DPoolBase& records = *host::PoolFor<T>(&session);
+  std::vector<ITR> all;
+  for (ITR at = records.GetHeadPosition(); at; records.Next(at)) all.push_back(at);
+  CTransaction step(&session);
+  step.Begin(u"shift");
+  for (const ITR at : all) {
+    T record = *static_cast<const T*>(KeyedSetBase::RecordAt(at));
+    if constexpr (T::kType == code::kNode) record.position.z += record.key % 3 == 0;
+    if (record.key % 7 == 0) record.key += by;
+    ASSERT_TRUE(records.SetAtNU(at, &record));
+  }
+  ASSERT_TRUE(step.Commit());
+}
+
+TEST_P(NastranCorpus, ComesBackWithOtherNumbers) {
+  QX_REQUIRE_CORPUS(path, std::string("nastran/") + GetParam());
+  ImportOptions options;
+  options.set_model_units = true;
+  options.read.include_dirs = {CorpusFile("nastran/satellite")};
+  CQXDBSession session(host::SetUpModel);
+  CQXDBSession again(host::SetUpModel);
+  LossReport report;
+  ASSERT_EQ(ImportFile(session, path, options, report).Line(), "");
+  Shift<tagTNode>(session, 50000000);
+  Shift<tagTElem>(session, 60000000);
+  Shift<tagTProp>(session, 70000000);
+  Shift<tagTMatl>(session, 80000000);
+  const ScratchFolder folder;
+  ASSERT_EQ(ExportFile(session, folder.Path("once.bdf"), {}, report).Line(), "");
+  ASSERT_EQ(ImportFile(again, folder.Path("once.bdf"), options, report).Line(), "");
+  ASSERT_EQ(ExportFile(again, folder.Path("twice.bdf"), {}, report).Line(), "");
+  EXPECT_TRUE(*ReadWholeFile(folder.Path("once.bdf")) == *ReadWholeFile(folder.Path("twice.bdf")));
+  const Deck before = DeckOf(session);
+  const Deck after = DeckOf(again);
+  std::map<Key, Vector3> places;
+  for (std::size_t i = 0; i < after.node_keys.size(); ++i) {
+    places[after.node_keys[i]] = Vector3(&after.coordinates[3 * i]);
+  }
+  ASSERT_EQ(before.node_keys.size(), places.size());
+  for (std::size_t i = 0; i < before.node_keys.size(); ++i) {
+    const Vector3 at(&before.coordinates[3 * i]);
+    ASSERT_TRUE(places.contains(before.node_keys[i])) << before.node_keys[i];
+    ASSERT_LE(Distance(at, places[before.node_keys[i]]), 1e-11 * (1 + Length(at)));
+  }
+  const auto facts = [](const Deck& deck) {
+    std::map<Key, std::vector<Key>> found;
+    for (std::size_t e = 0; e < deck.elements.size(); ++e) {
+      const Mesh::Element& element = deck.elements[e];
+      std::vector<Key>& of = found[element.key];
+      of = {element.type, element.property};
+      for (std::size_t i = 0; i < deck.NodesOf(e); ++i) {
+        of.push_back(deck.connectivity[element.first + i]);
+      }
+    }
+    return found;
+  };
+  EXPECT_TRUE(facts(before) == facts(after));
+  EXPECT_EQ(before.Of<tagTProp>().size(), after.Of<tagTProp>().size());
+  EXPECT_EQ(before.Of<tagTMatl>().size(), after.Of<tagTMatl>().size());
+  EXPECT_EQ(before.Of<tagTEcrd>().size(), after.Of<tagTEcrd>().size());
 }
 
 TEST(NastranSystems, PlaceNodesWhereTheAnswerSays) {
