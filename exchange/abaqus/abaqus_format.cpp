@@ -47,8 +47,14 @@ Result<Deck> ParseAbaqus(const InpText& text, const std::string& file, const Rea
     if (faults.empty()) faults.push_back(model.Error());
     return model.Error();
   }
+  const auto tell = [&](double done) {
+    if (options.progress) options.progress(done);
+  };
+  tell(0.65);
   Deck deck = DeckOf(*model);
+  tell(0.8);
   CarryText(text, *model, deck);
+  tell(0.9);
   if (Outcome checked = CheckMesh(deck, file, &faults); !checked) return checked.Error();
   return deck;
 }
