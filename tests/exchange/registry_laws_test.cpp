@@ -190,7 +190,9 @@ std::string Told(const LossReport& report) {
 
 /// Lengths, areas and volumes are those of the elements that came through.
 void ExpectSizes(const Deck& deck, const std::map<Key, Numbers>& nodes, const Elements& expected) {
-  for (const auto& [key, element] : ElementsOf(deck)) {
+  for (const auto& entry : ElementsOf(deck)) {
+    const Key key = entry.first;
+    const auto& element = entry.second;
     if (element.first == element::kPyramid5 || element.first == element::kPyramid13) continue;
     const auto size = [&](const std::vector<Key>& of) {
       std::vector<sample::Point> points;
