@@ -141,7 +141,9 @@ std::vector<tagTSetTag> TagsOf(const Deck& deck) {
 
 class DeckMaker {
  public:
-  explicit DeckMaker(const CQXDBSession& session) : session_(session) {}
+  DeckMaker(const CQXDBSession& session, const Progress& progress)
+      : session_(session),
+        steps_(progress, SizeOf<tagTNode>(session) + 2 * SizeOf<tagTElem>(session)) {}
 
   Deck Make() {
     ListNodes();
@@ -153,6 +155,11 @@ class DeckMaker {
   }
 
  private:
+  template <class T>
+  static std::size_t SizeOf(const CQXDBSession& session) {
+    const DPoolBase* pool = session.GetDataPool(T::kType);
+    return pool ? static_cast<std::size_t>(pool->GetSize()) : 0;
+  }
   template <class T>
   const DPoolBase* PoolOfType() const {
     return host::PoolFor<T>(const_cast<CQXDBSession*>(&session_));
@@ -169,6 +176,7 @@ class DeckMaker {
   void ListNodes() {
     const double unit = session_.Units().GetConvertFactorCurrent(unit::kLength);
     ForEachOf<tagTNode>([&](const tagTNode& node) {
+      steps_.Step();
       deck_.node_keys.push_back(node.key);
       for (const double x : {node.position.x, node.position.y, node.position.z}) {
         deck_.coordinates.push_back(x / unit);
@@ -178,6 +186,7 @@ class DeckMaker {
 
   void ListElements() {
     ForEachOf<tagTElem>([&](const tagTElem& element) {
+      steps_.Step();
       const ElementTopology topology(element.type);
       const bool fits = topology.Nodes() == 0 || topology.Nodes() == element.nodes.GetSize();
       if (!fits || element.nodes.IsEmpty() ||
@@ -256,6 +265,7 @@ class DeckMaker {
   }
 
   const CQXDBSession& session_;
+  StepCounter steps_;
   Deck deck_;
   std::map<Key, std::int32_t> place_;  // of a mesh set among the groups
   std::vector<Key> parents_;
@@ -296,6 +306,8 @@ Outcome AddDeck(CQXDBSession& session, const Deck& deck, const std::string& file
   return {};
 }
 
-Deck DeckOf(const CQXDBSession& session) { return DeckMaker(session).Make(); }
+Deck DeckOf(const CQXDBSession& session, const Progress& progress) {
+  return DeckMaker(session, progress).Make();
+}
 
 }  // namespace qx::exchange

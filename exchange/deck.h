@@ -58,7 +58,7 @@ Outcome AddDeck(CQXDBSession& session, const Deck& deck, const std::string& file
 /// The whole of a session that a deck can say, in current units, in pool order. Elements without
 /// all their nodes are left out and told of in the deck's report, as are elements of codes without
 /// a known number of nodes. Changes nothing.
-Deck DeckOf(const CQXDBSession& session);
+Deck DeckOf(const CQXDBSession& session, const Progress& progress = {});
 
 /// Tells of what a file of `format` does not have of a model: records of every pool but those of
 /// `written`, and of those that every model has; text that other formats left; boundary sets, which

@@ -89,6 +89,25 @@ void ReportBoundarySets(const CQXDBSession& session, LossReport& report) {
               "their loads and constraints are text of another format");
 }
 
+/// Tells of tags or blocks that other formats left: a format writes its own.
+template <class T>
+void ReportOfOthers(const CQXDBSession& session, std::string_view format, const char* what,
+                    LossReport& report) {
+  std::map<std::string, std::pair<std::uint64_t, Key>> others;
+  host::ForEach<T>(Mutable(session), [&](ITR, const T& record) {
+    const std::string from = Utf8(record.format.View());
+    if (from == format) return true;
+    auto& [count, first] = others[from];
+    if (count++ == 0) first = record.key;
+    return true;
+  });
+  for (const auto& [from, of_format] : others) {
+    report.Lost(fmt::format("{} that came from {} files were left out", what, from),
+                of_format.first, fmt::format("number {}", of_format.second),
+                "each format has its own");
+  }
+}
+
 }  // namespace
 
 void ReportUnwritten(const CQXDBSession& session, std::string_view format,
@@ -97,6 +116,11 @@ void ReportUnwritten(const CQXDBSession& session, std::string_view format,
     return std::find(written.begin(), written.end(), code) != written.end();
   };
   const bool has_text = ReportCarried(session, format, writes(code::kCarried), report);
+  const bool keeps_all = format == "vtu";  // in its notes
+  if (writes(code::kSetTag) && !keeps_all) {
+    ReportOfOthers<tagTSetTag>(session, format, "tags of sets", report);
+  }
+  if (writes(code::kBlock)) ReportOfOthers<tagTBlock>(session, format, "blocks", report);
   for (const DPoolBase* pool : session.Pools()) {
     const std::uint16_t code = pool->GetTypeCode();
     if (code == code::kBset && !(has_text && writes(code))) ReportBoundarySets(session, report);

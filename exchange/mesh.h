@@ -2,6 +2,7 @@
 // A mesh between a file and a model: what every reader fills and AddMesh puts into a session.
 // Threads: shares nothing; one at a time for each object. AddMesh: the one that drives the session.
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -19,6 +20,30 @@ namespace qx::exchange {
 
 /// Told how far an operation is, from 0 to 1; at most about a hundred times.
 using Progress = std::function<void(double)>;
+
+/// The progress of a part of an operation, which is its share from `begin` to `end`.
+inline Progress ShareOf(const Progress& whole, double begin, double end) {
+  if (!whole) return {};
+  return [&whole, begin, end](double done) { whole(begin + (end - begin) * done); };
+}
+
+/// Counts steps of which there may be millions, and tells the progress now and then: often enough
+/// to stop within a moment.
+class StepCounter {
+ public:
+  StepCounter(const Progress& progress, std::size_t total)
+      : progress_(progress), total_(total), pace_(total / 40 + 1024) {}
+  void Step() {
+    if (++done_ % pace_ != 0 || !progress_) return;
+    progress_(static_cast<double>(done_) / static_cast<double>(std::max(total_, done_) + 1));
+  }
+
+ private:
+  const Progress& progress_;
+  std::size_t total_;
+  std::size_t pace_;
+  std::size_t done_ = 0;
+};
 
 /// A mesh as plain arrays. Node order within an element is this library's.
 struct Mesh {

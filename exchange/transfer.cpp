@@ -103,7 +103,8 @@ struct Cancelled {};
 Progress Watched(const Progress& tell, const IsCancelled& is_cancelled, double begin, double end) {
   if (!tell && !is_cancelled) return {};
   return [=](double done) {
-    if (is_cancelled && is_cancelled()) throw Cancelled();
+    // What tells of its end is done.
+    if (done < 1 && is_cancelled && is_cancelled()) throw Cancelled();
     if (tell) tell(begin + (end - begin) * done);
   };
 }

@@ -19,19 +19,25 @@ constexpr std::string_view kKeywords[] = {
     "SYSTEM",   "TRANSFORM", "EQUATION",         "BOUNDARY",  "BEAMSECTION",  "ORIENTATION",
     "NFILL",    "MPC",       "PHYSICALCONSTANTS"};
 
-/// The first keyword is one of those that decks have before or among the mesh.
+/// Keywords come before any data, and one of them is of those that decks have before or among the
+/// mesh. What begins with *KEYWORD is a deck of another family.
 bool LooksLike(std::string_view head) {
+  bool has_keyword = false;
   for (std::size_t at = 0; at < head.size();) {
     const std::size_t end = std::min(head.find('\n', at), head.size());
     std::string_view line = head.substr(at, end - at);
     at = end + 1;
     line.remove_prefix(std::min(line.find_first_not_of(" \t\r"), line.size()));
     if (line.empty() || line.starts_with("**")) continue;
-    if (line[0] != '*') return false;  // data before any keyword
-    line = line.substr(1, line.find_first_of(",\r") - 1);
-    std::string keyword = AsciiUpper(line);
+    if (line[0] != '*' && !has_keyword) return false;
+    if (line[0] != '*') continue;
+    std::string keyword = AsciiUpper(line.substr(1, line.find_first_of(",\r") - 1));
     std::erase_if(keyword, [](char c) { return c == ' ' || c == '\t'; });
-    return std::find(std::begin(kKeywords), std::end(kKeywords), keyword) != std::end(kKeywords);
+    if (keyword == "KEYWORD") return false;
+    has_keyword = true;
+    if (std::find(std::begin(kKeywords), std::end(kKeywords), keyword) != std::end(kKeywords)) {
+      return true;
+    }
   }
   return false;
 }
@@ -47,8 +53,14 @@ Result<Deck> ParseAbaqus(const InpText& text, const std::string& file, const Rea
     if (faults.empty()) faults.push_back(model.Error());
     return model.Error();
   }
+  const auto tell = [&](double done) {
+    if (options.progress) options.progress(done);
+  };
+  tell(0.65);
   Deck deck = DeckOf(*model);
+  tell(0.8);
   CarryText(text, *model, deck);
+  tell(0.9);
   if (Outcome checked = CheckMesh(deck, file, &faults); !checked) return checked.Error();
   return deck;
 }

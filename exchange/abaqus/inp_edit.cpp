@@ -49,18 +49,25 @@ std::string Apply(std::string_view text, std::vector<InpEdit> edits, std::size_t
 
 InpEditor::InpEditor(const InpText& text, const InpModel& model, const Deck& now,
                      const std::vector<InpKeysNow>& keys, const SystemFrames& systems,
-                     LossReport& report)
+                     LossReport& report, const Progress& progress)
     : text_(text),
       model_(model),
       now_(now),
       systems_(systems),
       report_(report),
+      steps_(progress, 3 * (now.node_keys.size() + now.elements.size())),
       then_(DeckOf(model, &groups_)),
       states_(model.placements.size()),
       new_(now, systems, report),
       section_names_(SectionNames(model)) {
-  for (std::size_t i = 0; i < now.node_keys.size(); ++i) node_place_.Add(now.node_keys[i], i);
-  for (std::size_t i = 0; i < now.elements.size(); ++i) element_place_.Add(now.elements[i].key, i);
+  for (std::size_t i = 0; i < now.node_keys.size(); ++i) {
+    steps_.Step();
+    node_place_.Add(now.node_keys[i], i);
+  }
+  for (std::size_t i = 0; i < now.elements.size(); ++i) {
+    steps_.Step();
+    element_place_.Add(now.elements[i].key, i);
+  }
   for (const InpSet& set : model.sets) names_.Take(set.name);
   Locate(keys);
 }
@@ -98,6 +105,7 @@ void InpEditor::Locate(const std::vector<InpKeysNow>& keys) {
     }
     state.elements.resize(scope.elements.size());
     for (std::size_t i = 0; i < scope.elements.size(); ++i) {
+      steps_.Step();
       const Key number = scope.elements[i].number;
       const Key key = is_flat ? number : i < keys[p].elements.size() ? keys[p].elements[i] : 0;
       state.elements[i] = element_place_.Find(key);
@@ -192,6 +200,7 @@ void InpEditor::EditNodes(std::size_t p) {
   const InpFrame& frame = model_.placements[p].frame;
   State& state = states_[p];
   for (std::size_t i = 0; i < scope.numbers.size(); ++i) {
+    steps_.Step();
     const InpSpot& spot = scope.node_at[i];
     if (state.nodes[i] == 0) {
       state.has_changed_nodes = true;
@@ -269,6 +278,7 @@ void InpEditor::EditElements(std::size_t p) {
   const InpScope& scope = ScopeOf(p);
   State& state = states_[p];
   for (std::size_t i = 0; i < scope.elements.size(); ++i) {
+    steps_.Step();
     const InpSpot& spot = scope.element_at[i];
     const std::size_t now = state.elements[i];
     if (now != kNoPlace && IsSame(p, i, now)) continue;

@@ -36,7 +36,8 @@ class InpEditor {
   /// The deck as its text has it, and the model as it is now. `keys` has an entry for each
   /// placement, or none where the numbers of the deck are the keys.
   InpEditor(const InpText& text, const InpModel& model, const Deck& now,
-            const std::vector<InpKeysNow>& keys, const SystemFrames& systems, LossReport& report);
+            const std::vector<InpKeysNow>& keys, const SystemFrames& systems, LossReport& report,
+            const Progress& progress);
 
   std::string Text();
 
@@ -116,6 +117,7 @@ class InpEditor {
   const Deck& now_;
   const SystemFrames& systems_;
   LossReport& report_;
+  StepCounter steps_;
   std::vector<InpGroup> groups_;
   Deck then_;
   std::vector<State> states_;

@@ -49,8 +49,13 @@ std::string InpNames::Fit(const std::string& name, const std::string& wish, cons
   return own;
 }
 
-InpNewText::InpNewText(const Deck& now, const SystemFrames& systems, LossReport& report)
-    : now_(now), systems_(systems), report_(report) {
+InpNewText::InpNewText(const Deck& now, const SystemFrames& systems, LossReport& report,
+                       const Progress& progress)
+    : now_(now),
+      systems_(systems),
+      report_(report),
+      progress_(progress),
+      steps_(progress_, now.node_keys.size() + now.elements.size()) {
   for (const tagTBlock& block : now.Of<tagTBlock>()) {
     if (block.format.View() != kInpFormat) continue;
     const std::string name = Utf8(block.name.View());
@@ -140,6 +145,7 @@ std::string InpNewText::Elements(std::span<const std::size_t> elements,
   std::vector<std::string> nodes;
   std::string type;
   for (const std::size_t index : elements) {
+    steps_.Step();
     const Mesh::Element& element = now_.elements[index];
     type = TypeOf(index);
     if (type.empty()) {
@@ -312,6 +318,7 @@ std::string InpNewText::Masses() {
 std::string InpNewText::All() {
   std::string text = "*Heading\nmesh of a model\n*Node\n";
   for (std::size_t i = 0; i < now_.node_keys.size(); ++i) {
+    steps_.Step();
     AppendNode(text, now_.node_keys[i], Vector3(&now_.coordinates[3 * i]));
   }
   std::vector<std::size_t> all(now_.elements.size());

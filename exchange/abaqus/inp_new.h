@@ -33,7 +33,8 @@ class InpNames {
 /// Writes nodes and elements, sets, materials, systems and sections of a deck.
 class InpNewText {
  public:
-  InpNewText(const Deck& now, const SystemFrames& systems, LossReport& report);
+  InpNewText(const Deck& now, const SystemFrames& systems, LossReport& report,
+             const Progress& progress = {});
 
   /// Name of an element's type: the one it came with, or one that fits its property. Empty for an
   /// element that the format has none for.
@@ -71,6 +72,8 @@ class InpNewText {
   const Deck& now_;
   const SystemFrames& systems_;
   LossReport& report_;
+  const Progress progress_;
+  StepCounter steps_;
   InpNames names_;
   std::vector<std::string> group_names_;
   std::map<Key, std::string> material_names_;

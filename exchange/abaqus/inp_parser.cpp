@@ -69,8 +69,9 @@ bool InpFrameOf(const Vector3& origin, const Vector3& along, const Vector3& in_p
 // ---- faults and fields --------------------------------------------------------------------------
 
 bool InpParser::GoesOn() {
-  if (++asked_ % 65536 == 0 && options_.is_cancelled && options_.is_cancelled()) {
-    is_cancelled_ = true;
+  if (++asked_ % 65536 == 0) {
+    if (options_.progress) options_.progress(told_);  // a block may be most of the deck
+    if (options_.is_cancelled && options_.is_cancelled()) is_cancelled_ = true;
   }
   return !is_cancelled_ && !IsFull();
 }
@@ -136,8 +137,8 @@ Result<InpModel> InpParser::Parse() {
     ReadBlock();
     TellOfUnminded();
     if (options_.progress && blocks.size() > 0 && at_ % (blocks.size() / 50 + 1) == 0) {
-      options_.progress(0.2 +
-                        0.4 * static_cast<double>(block_->end) / static_cast<double>(text.size()));
+      told_ = 0.2 + 0.4 * static_cast<double>(block_->end) / static_cast<double>(text.size());
+      options_.progress(told_);
     }
   }
   if (scope_ > kAssembly || in_instance_) {

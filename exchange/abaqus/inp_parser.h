@@ -131,6 +131,7 @@ class InpParser {
   bool is_skipping_ = false;  ///< what an instance adds to a part
   bool is_cancelled_ = false;
   std::size_t asked_ = 0;
+  double told_ = 0;  ///< of the progress
   std::size_t steps_ = 0;
   std::string step_ = "Initial";
   std::map<std::string, std::size_t> scopes_;  ///< parts by label

@@ -116,7 +116,8 @@ void ReportNumbers(const InpModel& model,
 /// The deck that the model came from, with what changed in its place; empty when it cannot be
 /// read any more.
 std::string Renewed(CQXDBSession& session, const Deck& now, const SystemFrames& systems,
-                    const tagTCarried& carried, const std::string& path, LossReport& report) {
+                    const tagTCarried& carried, const std::string& path, LossReport& report,
+                    const Progress& progress) {
   std::map<std::int32_t, const tagTCarried*> instances;
   host::ForEach<tagTCarried>(&session, [&](ITR, const tagTCarried& record) {
     if (record.format.View() == kInpFormat && record.keyword.View() == kInpInstance) {
@@ -127,7 +128,9 @@ std::string Renewed(CQXDBSession& session, const Deck& now, const SystemFrames& 
   LossReport unused;
   const InpText text(Followed(carried, instances.empty(), report), path);
   std::vector<Failure> faults;
-  Result<InpModel> model = ParseInp(text, path, {}, faults);
+  ReadOptions read;
+  read.progress = ShareOf(progress, 0, 0.5);
+  Result<InpModel> model = ParseInp(text, path, read, faults);
   if (!model) {
     report.Lost("the deck that the model came from", 1, model.Error().place, model.Error().what);
     return {};
@@ -150,7 +153,8 @@ std::string Renewed(CQXDBSession& session, const Deck& now, const SystemFrames& 
     list(found->second->node_keys, keys[p].nodes);
     list(found->second->element_keys, keys[p].elements);
   }
-  return InpEditor(text, *model, now, keys, systems, report).Text();
+  const Progress edit = ShareOf(progress, 0.5, 1);
+  return InpEditor(text, *model, now, keys, systems, report, edit).Text();
 }
 
 }  // namespace
@@ -159,7 +163,7 @@ Outcome WriteAbaqus(CQXDBSession& session, const std::string& path, const WriteO
                     LossReport& report) {
   if (Outcome fits = CheckCanBeWritten(session, path); !fits) return fits;
   LossReport found;
-  const Deck now = DeckOf(session);
+  const Deck now = DeckOf(session, ShareOf(options.progress, 0, 0.3));
   const SystemFrames systems = SystemsOf(session);
   found.Append(now.report);
   if (options.progress) options.progress(0.3);
@@ -177,10 +181,12 @@ Outcome WriteAbaqus(CQXDBSession& session, const std::string& path, const WriteO
   std::string text;
   if (carried) {
     CheckUnits(session, found);
-    text = Renewed(session, now, systems, *carried, path, found);
+    text =
+        Renewed(session, now, systems, *carried, path, found, ShareOf(options.progress, 0.3, 0.8));
   }
   if (text.empty()) {
-    text = MarkedDeck(kInpComment, InpNewText(now, systems, found).All());
+    text = MarkedDeck(kInpComment,
+                      InpNewText(now, systems, found, ShareOf(options.progress, 0.3, 0.8)).All());
   } else if (const auto rest = WithoutDeckMark(kInpComment, text); rest.size() < text.size()) {
     text = MarkedDeck(kInpComment, rest);  // a deck of ours stays one
   }

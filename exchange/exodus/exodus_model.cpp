@@ -18,8 +18,8 @@ constexpr double kNoValue = std::numeric_limits<double>::quiet_NaN();
 
 }  // namespace
 
-ExodusModel::ExodusModel(const CQXDBSession& session, LossReport& report)
-    : session_(session), report_(report), deck_(DeckOf(session)) {
+ExodusModel::ExodusModel(const CQXDBSession& session, LossReport& report, const Progress& progress)
+    : session_(session), report_(report), deck_(DeckOf(session, progress)) {
   report_.Append(deck_.report);
   for (std::size_t i = 0; i < deck_.node_keys.size(); ++i) node_place_[deck_.node_keys[i]] = i;
   FindTags();

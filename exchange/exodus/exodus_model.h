@@ -34,7 +34,7 @@ class ExodusModel {
     std::map<std::size_t, std::pair<const tagTField*, std::int32_t>> at;  ///< field, by step
   };
 
-  ExodusModel(const CQXDBSession& session, LossReport& report);
+  ExodusModel(const CQXDBSession& session, LossReport& report, const Progress& progress = {});
 
   const Deck& Source() const { return deck_; }
   std::size_t NodePlace(Key key) const { return node_place_.at(key); }

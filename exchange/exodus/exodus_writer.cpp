@@ -29,6 +29,7 @@ class ExodusFile {
     Prepare();
     DefineAll();
     out_.EndDefinitions();
+    Tell(0.35);
     PutMesh();
     Tell(0.6);
     PutSets("ns", "node_ns", model_.NodeSets());
@@ -256,6 +257,7 @@ class ExodusFile {
         }
       }
       out_.Put(fmt::format("connect{}", b + 1), connectivity);
+      Tell(0.35 + 0.25 * static_cast<double>(b + 1) / static_cast<double>(blocks.size()));
       PutAttributes(b);
     }
     out_.Put("eb_status", status);
@@ -322,6 +324,7 @@ class ExodusFile {
     }
     for (std::size_t step = 0; step < model_.Steps().size(); ++step) {
       out_.PutTime(step, model_.Steps()[step].second);
+      Tell(0.6 + 0.3 * static_cast<double>(step) / static_cast<double>(model_.Steps().size()));
       for (std::size_t v = 0; v < of_nodes.size() && has_nodes; ++v) {
         out_.PutAt(fmt::format("vals_nod_var{}", v + 1), step,
                    model_.Values(of_nodes[v], step, true));
@@ -358,7 +361,7 @@ Outcome WriteExodus(CQXDBSession& session, const std::string& path, const WriteO
                     LossReport& report) {
   if (Outcome fits = CheckCanBeWritten(session, path); !fits) return fits;
   LossReport found;
-  const ExodusModel model(session, found);
+  const ExodusModel model(session, found, ShareOf(options.progress, 0, 0.3));
   if (options.progress) options.progress(0.3);
   const auto file = NewFile::Create(path);
   if (!file) return file.AsOutcome();

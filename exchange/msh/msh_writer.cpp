@@ -95,6 +95,7 @@ Outcome WriteMsh(const CQXDBSession& session, const std::string& path, MshEncodi
   const MshModel model(session);
   LossReport found;
   model.FillReport(found);
+  if (progress) progress(0);  // what there is to write is known
   const bool binary = encoding == MshEncoding::kBinary;
   Outcome written = WriteFileBy(path, [&](std::ostream& out) {
     MshSink sink(out, binary, model.Items(), progress);
