@@ -117,19 +117,17 @@ Outcome ReadInto(CQXDBSession& session, const ImportOptions& options, bool is_ne
   if (!values) return values.AsOutcome();
   const Interrupt interrupt;
   ProgressBar bar("Reading " + options.file);
-  exchange::ImportOptions import;
-  import.format = *found;
-  import.units = options.units;
-  import.set_model_units = is_new;
-  import.strict = options.strict;
-  import.read.include_dirs = options.include_dirs;
-  import.read.values = *values;
-  import.read.progress = [&](double done) { bar.Show(done);
-};
-import.read.is_cancelled = [&] { return interrupt.IsAsked();
-};  // namespace
-return exchange::ImportFile(session, options.file, import, losses);
-}  // namespace qx::app
+  exchange::ImportOptions reading;
+  reading.format = *found;
+  reading.units = options.units;
+  reading.set_model_units = is_new;
+  reading.strict = options.strict;
+  reading.read.include_dirs = options.include_dirs;
+  reading.read.values = *values;
+  reading.read.progress = [&](double done) { bar.Show(done); };
+  reading.read.is_cancelled = [&] { return interrupt.IsAsked(); };
+  return exchange::ImportFile(session, options.file, reading, losses);
+}
 
 /// Prints the faults of a file in their order but for the last, which is returned.
 Outcome ToldOf(const exchange::LossReport& losses, const Outcome& read, const Context& context) {

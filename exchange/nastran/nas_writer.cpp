@@ -66,23 +66,8 @@ NasSetTags SetTags(CQXDBSession& session) {
   return tags;
 }
 
-/// Divisions and numbers that only files of other formats have a place for, and units that carried numbers are not in.
-void TellOthers(CQXDBSession& session, bool is_carried, LossReport& report) {
-  const auto tell = [&](const auto& record, const char* what, std::string where) {
-    if (record.format.View() == u"nastran") return true;
-    where = fmt::format("{} {}", Utf8(record.format.View()), where);
-    report.Lost(what, 1, std::move(where), "they are of use to their own format only");
-    return true;
-  };
-  host::ForEach<tagTBlock>(&session, [&](ITR, const tagTBlock& record) {
-    return tell(record, "divisions of the mesh by other formats were left out",
-                Utf8(record.name.View()));
-  });
-  host::ForEach<tagTSetTag>(&session, [&](ITR, const tagTSetTag& record) {
-    return tell(record, "numbers of sets in other formats were left out",
-                fmt::format("{}", record.tag));
-  });
-  if (!is_carried) return;
+/// Units that carried numbers are not in.
+void TellUnits(CQXDBSession& session, LossReport& report) {
   const UnitSystem& current = session.Units().Current();
   host::ForEach<tagTOrigin>(&session, [&](ITR, const tagTOrigin& origin) {
     if (origin.format.View() != u"nastran") return true;
@@ -116,7 +101,7 @@ Result<std::string> NasDeckText(CQXDBSession& session, const std::string& path,
   });
   const tagTCarried& source = carried ? *carried : empty;
   const std::map<Key, Key> systems = NumberSystems(deck, source);
-  TellOthers(session, carried != nullptr, report);
+  if (carried) TellUnits(session, report);
   Result<std::string> text = RenewNasDeck(source, deck, systems, SetTags(session), path, report);
   if (!text) return text;
   // A deck of ours stays one; one that came from somebody is his.
