@@ -171,6 +171,45 @@ TEST_F(DurabilityTest, AKilledWriterLosesNoAcknowledgedStep) {
   }
 }
 
+// Steps are written in pieces: an image may fill one to the last byte, or need more than one alone.
+TEST_F(DurabilityTest, AStepOfOneImageOfAnySizeComesBack) {
+  constexpr int kSizes[] = {0,      1,      3800,   3950,   4000,   4096,    8192,
+                            261000, 262000, 262144, 266240, 524288, 1000000, 10000000};
+  const std::string path = Path("sizes.qxm");
+  std::uint64_t state = 0;
+  const auto edit = [&](CQXDBSession& session, int size, Key key) {
+    CTransaction step(&session);
+    step.Begin(u"text");
+    tagTCarried carried;
+    carried.key = key;
+    const std::string text(static_cast<std::size_t>(size), 'x');
+    carried.text.Assign(text.data(), text.size());
+    ASSERT_NE(Pool<tagTCarried>(session).InsertNU(carried), 0u);
+    ASSERT_EQ(step.Commit(), 1);
+    state = session.StateHash();
+  };
+  {
+    CQXDocBase document(AddStandardPools);
+    ASSERT_EQ(document.SaveAs(path).Line(), "");
+  }
+  Key key = 0;
+  for (const int size : kSizes) {
+    {
+      CQXDocBase document(AddStandardPools);
+      ASSERT_EQ(document.OpenForEditing(path).Line(), "") << size;
+      edit(*document.GetDBSession(), size, ++key);
+      // And a history that is saved whole: its frames are written in the same way.
+      if (key % 3 == 0) {
+        ASSERT_EQ(document.Save().Line(), "");
+      }
+    }
+    CQXDocBase again(AddStandardPools);
+    ASSERT_EQ(again.Open(path).Line(), "") << size;
+    EXPECT_EQ(again.GetDBSession()->StateHash(), state) << size;
+    EXPECT_EQ(again.GetDBSession()->History().Done().size(), static_cast<std::size_t>(key));
+  }
+}
+
 TEST_F(DurabilityTest, WhatNoStepTellsIsWrittenWithTheNext) {
   const std::string path = Path("untold.qxm");
   CQXDocBase document(SetUpSmallModel);

@@ -29,6 +29,7 @@ class TestFile final : public RawFile {
     g_disk->Add({TestDisk::Event::kResize, file_, size, {}, {}, {}});
     return real_->Resize(size);
   }
+  int StartSync(std::uint64_t, std::size_t) override { return g_disk->Next(); }
   int Sync() override {
     if (const int error = g_disk->NextSync()) return error;
     g_disk->Add({TestDisk::Event::kSync, file_, 0, {}, {}, {}});

@@ -163,16 +163,14 @@ Outcome StepLog::MakeRoom(std::uint64_t bytes) {
 }
 
 /// The same for the room that a large frame left: some blocks ahead of a small one are written with
-/// it.
-Outcome StepLog::FillAhead(std::uint64_t bytes) {
+/// it. It makes the next steps cheaper and no more: that it failed, the frame will tell.
+void StepLog::FillAhead(std::uint64_t bytes) {
   const std::uint64_t behind = end_ + bytes + kBlock;
-  if (extent_ == 0 || bytes >= kLargeFrame || behind <= written_) return {};
+  if (extent_ == 0 || bytes >= kLargeFrame || behind <= written_) return;
   const std::uint64_t from = std::max(written_, end_ + bytes);
   const std::uint64_t to = std::min(extent_, behind + kLeastGrowth);
   const std::vector<char> zeros(static_cast<std::size_t>(to - from));
-  if (const int error = file_->Write(zeros.data(), zeros.size(), from)) return Fault(error);
-  written_ = to;
-  return {};
+  if (file_->Write(zeros.data(), zeros.size(), from) == 0) written_ = to;
 }
 
 /// The head of the frame that goes next, without a payload and without its checksum.
@@ -224,6 +222,8 @@ class StepLog::FrameWriter final : public FrameSink {
     StoreAt(first_.data(), head);
     return file_.Write(first_.data(), first_size_, first_place_);
   }
+  /// Whether the device failed: who syncs the file next may not be told of it again.
+  bool HasSyncFailed() const { return sync_error_ != 0; }
   /// Bytes in the file.
   std::uint64_t Bytes() const { return place_ - first_place_; }
 
@@ -232,10 +232,11 @@ class StepLog::FrameWriter final : public FrameSink {
     XXH3_64bits_update(&hash_, piece_.data() + hashed_, used_ - hashed_);
     hashed_ = used_;
   }
-  /// Lets the blocks go that are full.
+  /// Lets the blocks go that are full. The head stays with a block of its own at least.
   void Drain() {
-    Hash();
     const std::size_t whole = used_ / kBlock * kBlock;
+    if (whole == 0) return;
+    Hash();
     const std::size_t rest = used_ - whole;
     const bool is_first = first_.empty();
     WriteOut(whole);
@@ -253,7 +254,7 @@ class StepLog::FrameWriter final : public FrameSink {
       first_size_ = whole;
     } else {
       if (!error_) error_ = file_.Write(piece_.data(), whole, place_);
-      if (!error_) error_ = file_.StartSync(place_, whole);
+      if (!error_) error_ = sync_error_ = file_.StartSync(place_, whole);
     }
     place_ += whole;
   }
@@ -264,7 +265,7 @@ class StepLog::FrameWriter final : public FrameSink {
   std::size_t first_size_ = 0;
   std::size_t used_ = sizeof(Head), hashed_ = sizeof(Head);  // of the piece
   XXH3_state_t hash_;
-  int error_ = 0;
+  int error_ = 0, sync_error_ = 0;
 };
 
 Outcome StepLog::Put(FrameKind kind, std::int64_t time_ms, const FramePayload& payload) {
@@ -275,6 +276,11 @@ Outcome StepLog::Put(FrameKind kind, std::int64_t time_ms, const FramePayload& p
   head.bytes = payload.bytes;
   head.payload = writer.Finish();
   head.checksum = head.OwnChecksum(end_);
+  if (writer.Bytes() != Blocks(sizeof(Head) + payload.bytes)) {
+    return Failure{path_, "", "the step is not as long as it was measured",
+                   "save the model under another name"};
+  }
+  sync_failed_ = sync_failed_ || writer.HasSyncFailed();
   if (const int error = writer.WriteFirst(head)) return Fault(error);
   end_ += writer.Bytes();
   written_ = std::max(written_, end_);
@@ -290,9 +296,13 @@ Outcome StepLog::Put(FrameKind kind, std::int64_t time_ms, const FramePayload& p
 Outcome StepLog::PutBeyondEnd(FrameKind kind, std::int64_t time_ms, const FramePayload& payload,
                               bool& is_linked) {
   const std::uint64_t bytes = Blocks(sizeof(Head) + payload.bytes);
-  const std::uint64_t spare = std::clamp(end_ - start_, bytes, std::max(bytes, kMostSpare));
-  const std::uint64_t size = Blocks(end_ + kBlock + bytes + kBlock + spare);
-  if (const int error = file_->Resize(size)) return Fault(error);
+  const std::uint64_t spare = std::clamp(end_ - start_, std::min(bytes, kMostSpare), kMostSpare);
+  const std::uint64_t least = Blocks(end_ + kBlock + bytes + kBlock);
+  std::uint64_t size = least + Blocks(spare);
+  if (file_->Resize(size) != 0) {  // for the step itself there may be room
+    size = least;
+    if (const int error = file_->Resize(size)) return Fault(error);
+  }
   const std::uint64_t place = end_;
   Head note = NextHead(FrameKind::kRoom);
   note.extent = size;
@@ -322,7 +332,7 @@ Outcome StepLog::Append(FrameKind kind, std::int64_t time_ms, const FramePayload
   if (!fits && !goes_beyond) {
     if (Outcome room = MakeRoom(bytes); !room) return room;
   }
-  if (Outcome filled = fits ? FillAhead(bytes) : Outcome(); !filled) return filled;
+  if (fits) FillAhead(bytes);
   const auto before = std::tuple(end_, sequence_, chain_);
   bool put = false;
   Outcome done;
@@ -361,7 +371,7 @@ bool StepLog::Withdraw() {
   synced_ = std::min(synced_, sequence_);
   int error = 0;
   Mark(FrameKind::kMark, error);
-  return !error && (extent_ == 0 || file_->Sync() == 0);
+  return !error && (extent_ == 0 || SyncFile() == 0);
 }
 
 Outcome StepLog::Sync() {

@@ -121,7 +121,7 @@ class QXDB_API StepLog {
   int SyncFile();
   Head NextHead(FrameKind kind) const;
   Outcome MakeRoom(std::uint64_t bytes);
-  Outcome FillAhead(std::uint64_t bytes);
+  void FillAhead(std::uint64_t bytes);
   Outcome Put(FrameKind kind, std::int64_t time_ms, const FramePayload& payload);
   Outcome PutBeyondEnd(FrameKind kind, std::int64_t time_ms, const FramePayload& payload,
                        bool& is_linked);

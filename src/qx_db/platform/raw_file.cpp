@@ -118,8 +118,9 @@ class SystemFile final : public RawFile {
   int StartSync(std::uint64_t at, std::size_t size) override {
     const int done = sync_file_range(fd_, static_cast<off_t>(at), static_cast<off_t>(size),
                                      SYNC_FILE_RANGE_WRITE);
-    // Where it is not to be had, Sync does all of it.
-    return done == 0 || errno == ENOSYS || errno == EINVAL || errno == ESPIPE ? 0 : errno;
+    // Where it is not to be had, Sync does all of it; only what the device says counts.
+    const bool failed = done != 0 && (errno == EIO || errno == ENOSPC || errno == EDQUOT);
+    return failed ? errno : 0;
   }
 #endif
   int Sync() override {
