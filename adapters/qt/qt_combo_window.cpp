@@ -77,29 +77,33 @@ int QtComboWindow::FindKey(Key key) const {
   return found == items.end() ? CComboBox::kNone : static_cast<int>(found - items.begin());
 }
 
-void QtComboWindow::ShowItems(std::span<const ComboItem> items, int selected) {
+/// Changes what the box shows; a text that the user is typing stays as long as the selected record
+/// does.
+template <class Edit>
+void QtComboWindow::Change(int selected, Edit&& edit) {
   const auto record_at = [&](int index) { return box_.itemData(index, QtItemModel::kRecordRole); };
-  QLineEdit* const edit = box_.lineEdit();
+  QLineEdit* const field = box_.lineEdit();
   const QString typed = box_.currentText();
-  const bool typing = edit && typed != box_.itemText(box_.currentIndex());
-  const int cursor = edit ? edit->cursorPosition() : 0;
+  const bool typing = field && typed != box_.itemText(box_.currentIndex());
+  const int cursor = field ? field->cursorPosition() : 0;
   const QVariant former = record_at(box_.currentIndex());
   const QSignalBlocker silence(box_);
-  model_->SetItems(items);
+  edit();
   width_known_ = false;
   Select(selected);
   if (typing && record_at(selected) == former) {
-    edit->setText(typed);
-    edit->setCursorPosition(cursor);
+    field->setText(typed);
+    field->setCursorPosition(cursor);
   }
 }
 
+void QtComboWindow::ShowItems(std::span<const ComboItem> items, int selected) {
+  Change(selected, [&] { model_->SetItems(items); });
+}
+
 void QtComboWindow::ShowItem(std::span<const ComboItem> items, int index) {
-  const QSignalBlocker silence(box_);
-  model_->SetItem(index, items[static_cast<std::size_t>(index)]);
-  width_known_ = false;
   // Of its own accord a box selects the first item that it gets.
-  if (box_.currentIndex() != index_) Select(index_);
+  Change(index_, [&] { model_->SetItem(index, items[static_cast<std::size_t>(index)]); });
 }
 
 void QtComboWindow::Select(int index) {

@@ -69,6 +69,8 @@ class QtComboWindow final : public QObject, public IComboWindow {
  private:
   void OnCurrentIndexChanged(int index);
   void OnEditTextChanged();
+  template <class Edit>
+  void Change(int selected, Edit&& edit);
   int WidestItem() const;
   void WidenPopup();
 

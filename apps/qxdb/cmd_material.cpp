@@ -275,6 +275,9 @@ Outcome Convert(const MaterialOptions& options, const Context& context) {
   const auto page = options.target_encoding.empty() ? Result<CodePage>(opened->page)
                                                     : CodePage::Named(options.target_encoding);
   if (!page) return page.Error();
+  if (opened->table.materials.empty() && !options.force) {
+    return Failure{options.file, "", "has no materials", "see qxdb material lint " + options.file};
+  }
   const auto is_library = [&](const std::string& path) {
     return static_cast<bool>(ReadMaterials(path, *form, *page));
   };

@@ -7,6 +7,8 @@
 #include <new>
 #include <string_view>
 
+#include "qx_db/platform/parallel.h"
+
 namespace qx::app {
 namespace {
 
@@ -98,6 +100,7 @@ int RunCommandLine(Command& program, Context& context, int argc, char** argv) {
   CLI::App app(program.what, program.name);
   app.set_version_flag("--version", program.name + " " QX_VERSION);
   Declare(app, program);
+  app.parse_complete_callback([&] { SetWorkThreads(static_cast<unsigned>(context.threads)); });
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {

@@ -6,8 +6,6 @@
 #include <string>
 #include <utility>
 
-#include "qx_db/platform/parallel.h"
-
 #include "apps/qxdb/command.h"
 #include "apps/qxdb/console.h"
 #include "apps/qxdb/model.h"
@@ -56,10 +54,7 @@ std::pair<Command*, Options*> AddCommand(Command& app, Context& context, const s
                                          Work work) {
   Command* command = AddCommand(app, context, name, what, example);
   auto options = std::make_shared<Options>();
-  command->work = [options, work, &context] {
-    SetWorkThreads(static_cast<unsigned>(context.threads));
-    context.Conclude(work(*options, context));
-  };
+  command->work = [options, work, &context] { context.Conclude(work(*options, context)); };
   return {command, options.get()};
 }
 

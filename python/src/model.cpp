@@ -313,14 +313,14 @@ std::vector<std::int32_t> FromSystem(const UnitSystem& system) {
 }
 
 /// Temperatures on one scale as those of another, by the indices of the scales.
-double Temperature(double value, std::int32_t from, std::int32_t to) {
+py::object Temperatures(const py::array_t<double>& values, std::int32_t from, std::int32_t to) {
   UnitSystem system;
   CQXUnitCtrl units;
   system[UnitBase::kTemperature] = to;
   units.SetModel(system);
   system[UnitBase::kTemperature] = from;
   units.SetCurrent(system);
-  return units.In(unit::kTemperature, value);
+  return py::vectorize([&](double value) { return units.In(unit::kTemperature, value); })(values);
 }
 
 /// Base by base: its name, and (name, numerator, denominator) of each unit.
@@ -355,7 +355,7 @@ void BindModel(py::module_& module, py::class_<Handle, Shared>& model) {
   module.def("open", OpenModel, py::arg("path"), py::arg("to_edit"));
   module.def("new", [] { return std::make_shared<Handle>(); });
   module.def("unit_tables", UnitTables);
-  module.def("temperatures", py::vectorize(Temperature));
+  module.def("temperatures", Temperatures);
   module.def("unit_categories", UnitCategories);
 
   model.def("save", Save, py::arg("path") = py::none())

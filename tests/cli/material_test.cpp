@@ -85,6 +85,7 @@ TEST_F(MaterialCli, RefusesInOneLineAndWritesNothing) {
   Write("cut.bin", std::string("P\0e\0l\0o\0r\0M\0a\0t\0l\0\1\0\0\0\x13\0\0\0", 26));
   Write("empty.gdbp", "");
   ASSERT_EQ(Qxdb("material convert steel.txt more.bin").code, 0);
+  Write("none.gdbp", "; remarks only\n");
   Write("more.bin", *ReadWholeFile(Path("more.bin")) + "x");
   EXPECT_NE(Qxdb("material list more.bin").out.find("more.bin: 1 byte follows"), std::string::npos)
       << "read, and told of";
@@ -96,7 +97,8 @@ TEST_F(MaterialCli, RefusesInOneLineAndWritesNothing) {
         "convert steel.txt out.doc", "convert steel.txt out.gdb",
         "convert wide.txt western.txt --to-encoding 1252", "lint empty.gdbp", "lint more.bin",
         "convert steel.txt out.bin --units m,kN", "convert steel.txt out.gdbp --units mm,g",
-        "convert steel.txt m.qxm --to binary", "list /dev/zero --form text"}) {
+        "convert steel.txt m.qxm --to binary", "convert none.gdbp steel.txt",
+        "list /dev/zero --form text"}) {
     const Ran ran = Qxdb(std::string("material ") + arguments);
     EXPECT_TRUE(IsStopped(ran)) << arguments;
     EXPECT_EQ(std::count(ran.err.begin(), ran.err.end(), '\n'), 1) << ran.err;

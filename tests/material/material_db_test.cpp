@@ -6,6 +6,7 @@
 #include <sstream>
 
 #include "qx_db/lib/variants.h"
+#include "qx_db/material/material_file.h"
 #include "qx_db/material/text_table.h"
 #include "qx_db/platform/drive.h"
 
@@ -118,7 +119,8 @@ TEST_F(MaterialDb, DoubtfulLibrariesAreReadButByAStrictReader) {
   const Case cases[] = {{GoldenLibrary() + "x", GoldenCategories()},
                         {narrow(5), two},
                         {narrow(3), two},
-                        {narrow(21), two}};
+                        {narrow(21), two},
+                        {narrow(5) + "x", two}};
   for (const Case& c : cases) {
     const std::size_t at = static_cast<std::size_t>(&c - cases);
     Put("doubtful.bin", c.bytes);
@@ -128,9 +130,21 @@ TEST_F(MaterialDb, DoubtfulLibrariesAreReadButByAStrictReader) {
     int notes = 0;
     const auto count = [&](std::int64_t, const std::string&) { ++notes; };
     EXPECT_FALSE(ReadStructuralLibrary(folder_.Path("doubtful.bin"), {count, true})) << at;
-    EXPECT_TRUE(ReadMaterials(folder_.Path("doubtful.bin"), MaterialForm::kBinary, {}, count));
-    EXPECT_EQ(notes, 1) << at;
+    const auto form = FormOfFile(folder_.Path("doubtful.bin"));
+    ASSERT_TRUE(form && *form == MaterialForm::kBinary) << at;
+    const auto table = ReadMaterials(folder_.Path("doubtful.bin"), *form, {}, count);
+    ASSERT_TRUE(table) << at;
+    EXPECT_EQ(table->materials[0].values.size(), table->columns.size()) << at;
+    EXPECT_EQ(notes, at + 1 == std::size(cases) ? 2 : 1) << at;
   }
+  const std::string name_only = Wide16("PelorMatl") + U32(1) + U32(1) + Block("Name") +
+                                Block("steel") + U32(1) + Block("S235");
+  Put("doubtful.bin", name_only);
+  const auto table = ReadMaterials(folder_.Path("doubtful.bin"), MaterialForm::kBinary, {});
+  ASSERT_TRUE(table);
+  EXPECT_TRUE(table->columns.empty() && table->materials[0].values.empty());
+  EXPECT_TRUE(
+      WriteMaterials(*table, folder_.Path("w.gdbp"), MaterialForm::kGdbp, {}, UnitSystem()));
   Put("doubtful.bin", narrow(4));
   EXPECT_EQ(db_.LoadFromBin(Wide("doubtful.bin").c_str()), 0) << "no number of titles fits";
 }
@@ -544,6 +558,8 @@ TEST(MaterialDbInside, TakesTheFormatsOfPrintf) {
       {FormatText(u"%s", {u"\u00e9"}), "\u00e9"},
   };
   for (const auto& [text, expected] : cases) EXPECT_EQ(Utf8(text), expected);
+  EXPECT_EQ(FormatText(u"%-4s|%4s|%c", {u"\u65e5\u672c", u"\U0001d11e", 0xe9}),
+            u"\u65e5\u672c  |   \U0001d11e|\u00e9");
   EXPECT_THROW(FormatText(u"%d %d", {1}), std::runtime_error);
   EXPECT_THROW(FormatText(u"%d", {u"text"}), std::runtime_error);
 }

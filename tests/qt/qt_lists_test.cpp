@@ -172,6 +172,17 @@ TEST_F(QtLists, ItemsComeOneByOneWithoutSelectingOne) {
   EXPECT_EQ(box.itemData(2, QtItemModel::kRecordRole).toLongLong(), 7);
 }
 
+TEST_F(QtLists, WhatIsTypedStaysWhileItemsCome) {
+  QWidget dialog;
+  QComboBox box(&dialog);
+  box.setEditable(true);
+  CComboBox list;
+  new QtComboWindow(box, list, 1);
+  box.lineEdit()->setText("Wal");
+  list.AddString(u"Wall");
+  EXPECT_EQ(box.currentText(), "Wal");
+}
+
 TEST_F(QtLists, CommandsReachTheParentThroughTheEventLoop) {
   Parent parent;
   QComboBox box(&parent);

@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <fmt/args.h>
 #include <fmt/printf.h>
+#include <fmt/xchar.h>
 #include <fstream>
 
 #include "qx_db/material/text_lines.h"
@@ -83,15 +84,64 @@ Outcome BlockReader::CheckEnd(const MaterialLint& lint) const {
   if (left_ == 0) return {};
   const std::string bytes = left_ == 1 ? "1 byte follows" : std::to_string(left_) + " bytes follow";
   return lint.Doubt(
-      0, {file_, "end", bytes + " the last material", "use an undamaged copy of the file"});
+      {file_, "end", bytes + " the last material", "use an undamaged copy of the file"});
 }
 
-std::u16string FormatText(const char16_t* format, std::initializer_list<FormatValue> values) {
-  fmt::dynamic_format_arg_store<fmt::printf_context> arguments;
-  for (const FormatValue& value : values) {
-    std::visit([&](const auto& held) { arguments.push_back(held); }, value.Value());
+namespace {
+
+// The formatting library counts a width in units of its text: in characters, where those are wide.
+std::wstring Wide(std::u16string_view text) {
+  std::wstring wide;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const bool is_pair = sizeof(wchar_t) > 2 && (text[i] & 0xFC00) == 0xD800 &&
+                         i + 1 < text.size() && (text[i + 1] & 0xFC00) == 0xDC00;
+    if (is_pair) {
+      const std::uint32_t high = text[i] & 0x3FFu, low = text[i + 1] & 0x3FFu;
+      wide += static_cast<wchar_t>(0x10000u + (high << 10) + low);
+      ++i;
+    } else {
+      wide += static_cast<wchar_t>(text[i]);
+    }
   }
-  return Utf16(fmt::vsprintf(Utf8(format), fmt::basic_format_args<fmt::printf_context>(arguments)));
+  return wide;
+}
+
+std::u16string Narrow(std::wstring_view wide) {
+  std::u16string text;
+  for (const wchar_t c : wide) {
+    const auto code = static_cast<std::uint32_t>(c);
+    if (code >= 0x10000) {
+      text += static_cast<char16_t>(0xD800 + ((code - 0x10000) >> 10));
+      text += static_cast<char16_t>(0xDC00 + ((code - 0x10000) & 0x3FF));
+    } else {
+      text += static_cast<char16_t>(code);
+    }
+  }
+  return text;
+}
+
+}  // namespace
+
+FormatValue::FormatValue(const char16_t* text) : value_(std::u16string(text ? text : u"(null)")) {}
+
+std::u16string FormatText(const char16_t* format, std::initializer_list<FormatValue> values) {
+  fmt::dynamic_format_arg_store<fmt::wprintf_context> arguments;
+  for (const FormatValue& value : values) {
+    if (const auto* text = std::get_if<std::u16string>(&value.Value())) {
+      arguments.push_back(Wide(*text));
+    } else {
+      std::visit(
+          [&](const auto& held) {
+            if constexpr (std::is_arithmetic_v<std::decay_t<decltype(held)>>) {
+              arguments.push_back(held);
+            }
+          },
+          value.Value());
+    }
+  }
+  const std::wstring wide_format = Wide(format);
+  return Narrow(fmt::vsprintf(fmt::wstring_view(wide_format),
+                              fmt::basic_format_args<fmt::wprintf_context>(arguments)));
 }
 
 unsigned WriteText(CStdioFile& file, std::u16string_view text) {

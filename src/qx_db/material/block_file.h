@@ -57,9 +57,9 @@ class QXDB_API BlockReader {
 /// A value for a place of a format: a text, an integer or a double.
 class QXDB_API FormatValue {
  public:
-  using Held =
-      std::variant<std::string, std::int32_t, std::uint32_t, long long, unsigned long long, double>;
-  FormatValue(const char16_t* text) : value_(Utf8(text)) {}
+  using Held = std::variant<std::u16string, std::int32_t, std::uint32_t, long long,
+                            unsigned long long, double>;
+  FormatValue(const char16_t* text);
   FormatValue(double number) : value_(number) {}
   template <std::integral T>
   FormatValue(T number) : value_(static_cast<Wide<T>>(number)) {}

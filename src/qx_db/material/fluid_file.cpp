@@ -76,8 +76,7 @@ class FluidReader {
     return records_.At(record_, std::move(what), std::move(remedy));
   }
   Outcome Doubt(std::string what, std::string remedy) const {
-    return lint_.Doubt(static_cast<std::int64_t>(record_),
-                       Refuse(std::move(what), std::move(remedy)));
+    return lint_.Doubt(Refuse(std::move(what), std::move(remedy)));
   }
   void Note(const std::string& why) const { lint_(static_cast<std::int64_t>(record_), why); }
 

@@ -65,7 +65,7 @@ class GdbReader {
     }
     if (Outcome check = lines_.Check(); !check) return check.Error();
     if (Outcome head = CheckHead("the file ends without"); !head) {
-      if (Outcome empty = lint_.Doubt(lines_.Number(), head.Error()); !empty) return empty.Error();
+      if (Outcome empty = lint_.Doubt(head.Error()); !empty) return empty.Error();
     }
     // Without a version, and so without materials, a line would have what this version writes.
     file_.values = values_ != 0 ? values_ : kGdbpValues;

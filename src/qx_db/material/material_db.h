@@ -41,7 +41,8 @@ class QXDB_API CMaterialDB {
   void SetCodePage(const CodePage& page) { code_page_ = page; }
 
  protected:
-  /// Writes a text of printf's form without terminator; returns the bytes written.
+  /// Writes a text of printf's form without terminator; returns the bytes written. This and the
+  /// next throw std::runtime_error, and write nothing, where the values do not suit the format.
   template <class... Values>
   unsigned Write(CStdioFile& file, const char16_t* format, const Values&... values) {
     return WriteText(file, FormatText(format, {FormatValue(values)...}));

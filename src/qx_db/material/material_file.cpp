@@ -38,11 +38,20 @@ std::vector<MaterialColumn> FluidTableColumns() {
   return columns;
 }
 
+/// Of rows of up to `values` numbers; a library of fewer columns makes a table of as many.
 MaterialTable TableOf(MaterialCategories categories, std::size_t values) {
+  std::size_t longest = 0;
+  bool has_rows = false;
+  for (const MaterialCategory& category : categories) {
+    for (const MaterialRow& row : category.rows) longest = std::max(longest, row.values.size());
+    has_rows |= !category.rows.empty();
+  }
+  if (has_rows) values = std::min(values, longest);
   MaterialTable table;
   table.columns = StructuralTableColumns(values, LibraryUnits());
   for (MaterialCategory& category : categories) {
     for (MaterialRow& row : category.rows) {
+      row.values.resize(values);
       table.materials.push_back({category.name, std::move(row.name), std::move(row.values)});
     }
   }
@@ -189,7 +198,8 @@ Result<MaterialForm> FormOfFile(const std::string& path) {
   // The column count, in its two units, tells a library from a keyword file of the same magic.
   constexpr std::size_t kColumnsAt = kStructuralMagic.size() + 2;
   if (start.starts_with(kStructuralMagic) && start.size() > kColumnsAt + 1 &&
-      start[kColumnsAt] == kStructuralColumnCount && start[kColumnsAt + 1] == 0) {
+      start[kColumnsAt] >= 1 && start[kColumnsAt] <= kStructuralColumnCount &&
+      start[kColumnsAt + 1] == 0) {
     return MaterialForm::kBinary;
   }
   if (start.find(kFluidMagic) != start.npos) return MaterialForm::kFluid;

@@ -128,22 +128,24 @@ Result<StructuralLibrary> ReadBody(BlockReader& reader, const std::uint32_t (&co
 }
 
 /// A library of fewer columns than are known. Its writer may have kept the two titles without
-/// values, all titles, or only those that it counts: the number that makes the file come out even.
-Result<StructuralLibrary> ReadNarrow(BlockReader& reader, const std::uint32_t (&counts)[2]) {
+/// values, all titles, or only those that it counts: the number that leaves the fewest bytes over.
+Result<StructuralLibrary> ReadNarrow(BlockReader& reader, const std::uint32_t (&counts)[2],
+                                     const MaterialLint& lint) {
   std::string rest(reader.Left(), '\0');
   if (Outcome read = reader.Read(rest.data(), rest.size(), "titles"); !read) return read.Error();
-  std::optional<Failure> fault;
+  std::optional<Result<StructuralLibrary>> best;
+  std::uint64_t left = 0;
   for (const std::uint32_t titles :
        {counts[1] + kTitlesWithoutValues, counts[1], std::uint32_t{kStructuralTitleCount}}) {
     BlockReader again(std::make_unique<std::istringstream>(rest), rest.size(), reader.File());
     Result<StructuralLibrary> read = ReadBody(again, counts, titles);
-    if (read && again.Left() == 0) return read;
-    if (!fault) {
-      fault =
-          read ? Failure{reader.File(), "end", "does not come out even", kUndamaged} : read.Error();
-    }
+    if (best && (!read || (*best && again.Left() >= left))) continue;
+    left = again.Left();
+    best = std::move(read);
   }
-  return *fault;
+  const BlockReader behind(std::make_unique<std::istringstream>(), left, reader.File());
+  Outcome end = *best ? behind.CheckEnd(lint) : Outcome();
+  return end ? *best : Result<StructuralLibrary>(end.Error());
 }
 
 }  // namespace
@@ -157,8 +159,8 @@ Result<StructuralLibrary> ReadStructuralLibrary(BlockReader& reader, const Mater
                         "has " + std::to_string(counts[1]) + " columns where 19 are known",
                         kUndamaged};
     if (counts[1] < 1 || counts[1] > kStructuralColumnCount) return other;
-    if (Outcome narrow = lint.Doubt(0, other); !narrow) return narrow.Error();
-    return ReadNarrow(reader, counts);
+    if (Outcome narrow = lint.Doubt(other); !narrow) return narrow.Error();
+    return ReadNarrow(reader, counts, lint);
   }
   Result<StructuralLibrary> library = ReadBody(reader, counts, kStructuralTitleCount);
   if (!library) return library;

@@ -29,10 +29,11 @@ class MaterialLint {
   void operator()(std::int64_t line, const std::string& why) const {
     if (hear_) hear_(line, why);
   }
-  /// Of a doubtful file: the fault itself when strict, else success, and the listener is told.
-  Outcome Doubt(std::int64_t line, Failure fault) const {
+  /// Of a doubtful file: the fault itself when strict, else success, and the listener is told, as
+  /// of the file as such.
+  Outcome Doubt(const Failure& fault) const {
     if (strict_) return fault;
-    (*this)(line, fault.what);
+    (*this)(0, (fault.place.empty() ? "" : fault.place + ": ") + fault.what);
     return {};
   }
 
