@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 #include <span>
 
+#include "qx_db/core/belongings.h"
 #include "qx_db/core/transaction.h"
 #include "qx_db/lib/message.h"
 #include "qx_db/model/mesh_set_pool.h"
@@ -219,7 +220,9 @@ class MeshAdder {
         element.property = PropertyOf(from);
         element.nodes.Assign(next, count);
         next += count;
-        if (!elements_.InsertNU(element)) return false;
+        const ITR added = elements_.InsertNU(element);
+        if (!added) return false;
+        session_.Owned().ComeFromElsewhere(elements_, added);
       }
     }
     return true;

@@ -365,6 +365,7 @@ class Importer {
   Outcome Arrived(Lane& lane, ITR item, ITR pos) {
     if (!pos) return Refused(lane, item);
     lane.Came(item, pos);
+    into_.Owned().ComeFromElsewhere(*lane.to, pos);
     if (waits_) deferred_.emplace_back(&lane, item);
     return {};
   }

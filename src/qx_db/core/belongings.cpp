@@ -1,5 +1,7 @@
 #include "qx_db/core/belongings.h"
 
+#include <unordered_set>
+
 #include "qx_db/core/session.h"
 #include "qx_db/record/verbs.h"
 
@@ -59,7 +61,7 @@ void Belongings::FollowKey(DPoolBase& owners, ITR owner, Key former) {
     DPoolBase& pool = *kind.pool;
     const ITR item = FindAt(kind, former, owner);
     const ITR there = FindAt(kind, key, other);
-    if (there && !other) found_.push_back(there);
+    if (there && !other) found_.push_back({&kind, owners.GetTypeCode(), there});
     if (there && (other || item)) owner_of_[there] = other;  // or nobody's
     if (!item) continue;
     const auto record = pool.CopyRecord(item);
@@ -76,43 +78,23 @@ void Belongings::FollowKey(DPoolBase& owners, ITR owner, Key former) {
   }
 }
 
-int Belongings::RemoveOrphans(const Step& step) {
-  std::map<std::uint16_t, std::int32_t> came;
-  std::int32_t* count = nullptr;
-  std::uint16_t last = 0;
-  for (const Change& change : step.changes) {
-    if (!count || change.type != last) count = &came[last = change.type];
-    *count += change.operation == tagTRNotify::kInserted;
+void Belongings::ComeFromElsewhere(const DPoolBase& owners, ITR owner) {
+  for (const Kind& kind : Of(owners.GetTypeCode())) {
+    const ITR there = kind.pool->Set().Find(KeyOf(owner));
+    if (there) found_.push_back({&kind, owners.GetTypeCode(), there});
   }
-  for (const auto& [owner_type, kinds] : kinds_) {
-    for (const Kind& kind : kinds) {
-      // Where all have come in the step, none was there before.
-      const bool all_came = kind.pool->GetSize() <= came[kind.pool->GetTypeCode()];
-      if (came[owner_type] == 0 && found_.empty()) continue;
-      if (!all_came && !RemoveOrphans(kind, owner_type, step)) return 0;
-    }
-  }
-  return 1;
 }
 
-int Belongings::RemoveOrphans(const Kind& kind, std::uint16_t owner_type, const Step& step) {
-  const KeyedSetBase& owners = session_->GetDataPool(owner_type)->Set();
-  const KeyedSetBase& set = kind.pool->Set();
-  std::vector<ITR> found;
-  std::vector<bool> touched(set.SlotLimit());
-  for (const ITR item : found_) {
-    if (set.Owns(item)) found.push_back(item);
-  }
-  for (const Change& change : step.changes) {
-    const ITR item = change.item;  // out of the packed notice
-    if (change.type == kind.pool->GetTypeCode()) touched[set.SlotOf(item)] = true;
-    if (change.type != owner_type || change.operation != tagTRNotify::kInserted) continue;
-    if (!owners.IsLinked(item)) continue;
-    if (const ITR there = set.Find(KeyOf(item))) found.push_back(there);
-  }
-  for (const ITR item : found) {
-    if (!set.IsLinked(item) || touched[set.SlotOf(item)] || !owners.Find(KeyOf(item))) continue;
-    if (!kind.pool->Remove(item)) return 0;
+int Belongings::RemoveOrphans(const Step& step) {
+  if (found_.empty() || !session_->RecordingEnabled()) return 1;
+  std::unordered_set<ITR> orphans;
+  for (const Orphan& found : found_) orphans.insert(found.item);
+  for (const Change& change : step.changes) orphans.erase(ITR{change.item});
+  for (const Orphan& found : found_) {
+    const bool is_one = orphans.contains(found.item) &&
+                        found.kind->pool->Set().IsLinked(found.item) &&
+                        session_->GetDataPool(found.owner_type)->Find(KeyOf(found.item));
+    if (is_one && !found.kind->pool->Remove(found.item)) return 0;
   }
   return 1;
 }

@@ -39,9 +39,12 @@ class QXDB_API Belongings {
   void FollowKey(DPoolBase& owners, ITR owner, Key former);
   /// Removes what goes with the owner, which is about to be removed. 0 where a pool refuses.
   int TakeAlong(std::uint16_t owner_type, ITR owner);
-  /// Who takes a key does not take what lies there without an owner: removes what lies under the
-  /// keys of owners that came in the open step, or took those keys in it, unless the step itself
-  /// has touched it. 0 where a pool refuses. Cost proportional to the step.
+  /// The owner came with its key from another model or file.
+  void ComeFromElsewhere(const DPoolBase& owners, ITR owner);
+  /// Who takes a key by a new number, or brings it from elsewhere, does not take what lies there
+  /// without an owner: removes it, unless the step itself has touched it. Who is made under a key
+  /// takes what was stored for it before. 0 where a pool refuses. Nothing without recording, where
+  /// it is not known what the step touched.
   int RemoveOrphans(const Step& step);
   /// The step has ended: keys alone say what belongs to what.
   void Forget() {
@@ -51,12 +54,16 @@ class QXDB_API Belongings {
 
  private:
   ITR FindAt(const Kind& kind, Key key, ITR owner) const;
-  int RemoveOrphans(const Kind& kind, std::uint16_t owner_type, const Step& step);
 
+  struct Orphan {
+    const Kind* kind;
+    std::uint16_t owner_type;
+    ITR item;
+  };
   CQXDBSession* session_;
   std::map<std::uint16_t, std::vector<Kind>> kinds_;  // by the owner's type
   std::unordered_map<ITR, ITR> owner_of_;             // of belongings that share a key
-  std::vector<ITR> found_;  // under a key that an owner took, and then of no other owner
+  std::vector<Orphan> found_;  // under a key that an owner took, and then of no other owner
 };
 
 }  // namespace qx
