@@ -6,6 +6,7 @@
 #include <map>
 #include <unordered_set>
 
+#include "qx_db/core/belongings.h"
 #include "qx_db/core/model_check.h"
 #include "qx_db/core/model_file.h"
 #include "qx_db/core/relations.h"
