@@ -232,7 +232,8 @@ void Own(const std::string& folder) {
       set.elements.Add(strip.elements.GetHeadPosition());
       sets.InsertNU(set);
     });
-    if (round % 8 == 7) strip.Step(u"fewer sets", [&] { sets.Remove(sets.Set().GetTailPosition()); });
+    if (round % 8 == 7)
+      strip.Step(u"fewer sets", [&] { sets.Remove(sets.Set().GetTailPosition()); });
     UnitSystem units = strip.session.Units().Current();
     units[UnitBase::kLength] = round % 2;
     strip.session.ChangeUnits(units);
