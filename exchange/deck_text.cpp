@@ -15,6 +15,9 @@ namespace qx::exchange {
 namespace {
 
 constexpr std::size_t kMostIncludes = 10000;
+constexpr std::size_t kDeepestInclude = 64;
+/// Places in a deck's text are kept in 32 bits.
+constexpr std::size_t kLongestText = 2147483647;
 constexpr std::string_view kMark = "written by qxdb, text ";
 
 std::size_t LinesIn(std::string_view text) {
@@ -104,6 +107,11 @@ class DeckTextReader {
     Result<std::string> text = ReadWholeFile(path);
     if (!text) {
       faults_.push_back(text.Error());
+      return false;
+    }
+    if (text->size() >= kLongestText - to_.text_.size()) {
+      faults_.push_back(
+          {path, "", "makes a deck of over 2 GiB with what it includes", "divide the deck"});
       return false;
     }
     open_.push_back(path);
@@ -204,6 +212,9 @@ class DeckTextReader {
     for (const std::string& open : open_) {
       if (IsSamePlace(open, path))
         return fail(fmt::format("'{}' includes itself", name), "remove the INCLUDE");
+    }
+    if (open_.size() >= kDeepestInclude) {
+      return fail("files are included more than 64 deep", "include them from the deck itself");
     }
     if (++included_ > kMostIncludes)
       return fail("there are too many included files", "include fewer");

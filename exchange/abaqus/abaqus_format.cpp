@@ -1,6 +1,7 @@
 #include "exchange/abaqus/abaqus_format.h"
 
 #include <algorithm>
+#include <cctype>
 
 #include "qx_db/platform/text.h"
 
@@ -40,6 +41,26 @@ bool LooksLike(std::string_view head) {
     }
   }
   return false;
+}
+
+/// A keyword at first, of whatever name, but not those of a format that looks alike; or remarks
+/// only, as far as the head goes.
+bool MayBe(std::string_view head) {
+  bool has_remark = false;
+  for (std::size_t at = 0; at < head.size();) {
+    const std::size_t end = std::min(head.find('\n', at), head.size());
+    std::string_view line = head.substr(at, end - at);
+    at = end + 1;
+    line.remove_prefix(std::min(line.find_first_not_of(" \t\r"), line.size()));
+    if (line.empty()) continue;
+    if (line.starts_with("**")) {
+      has_remark = true;
+      continue;
+    }
+    const bool is_keyword = line.size() > 1 && line[0] == '*' && std::isalpha(line[1] & 0x7F) != 0;
+    return is_keyword && !AsciiUpper(line.substr(1)).starts_with("KEYWORD");
+  }
+  return has_remark;
 }
 
 bool IsOwn(const std::string& path) { return IsMarkedDeck(kInpComment, path); }
@@ -84,6 +105,7 @@ Format AbaqusFormat() {
   format.capabilities = capability::kElements | capability::kSets | capability::kSystems |
                         capability::kProperties | capability::kCarried;
   format.looks_like = LooksLike;
+  format.may_be = MayBe;
   format.is_own = IsOwn;
   format.read = ReadAbaqus;
   format.write = WriteAbaqus;

@@ -42,6 +42,22 @@ bool LooksLike(std::string_view head) {
   return false;
 }
 
+/// Nothing but remarks, blank lines and files to include.
+bool MayBe(std::string_view head) {
+  bool says_so = false;
+  for (std::size_t at = 0; at < head.size();) {
+    const std::size_t end = std::min(head.find('\n', at), head.size());
+    const std::string line = AsciiUpper(head.substr(at, end - at));
+    const bool is_whole = end < head.size();
+    at = end + 1;
+    const std::size_t start = line.find_first_not_of(" \t\r");
+    if (start == std::string::npos || !is_whole) continue;
+    if (line[start] != '$' && !line.starts_with("INCLUDE ")) return false;
+    says_so = true;
+  }
+  return says_so;
+}
+
 bool IsOwn(const std::string& path) { return IsMarkedDeck("$", path); }
 
 }  // namespace
@@ -54,6 +70,7 @@ Format NastranFormat() {
   format.capabilities = capability::kElements | capability::kSets | capability::kSystems |
                         capability::kProperties | capability::kCarried;
   format.looks_like = LooksLike;
+  format.may_be = MayBe;
   format.is_own = IsOwn;
   format.read = ReadNastran;
   format.write = WriteNastran;

@@ -111,12 +111,16 @@ constexpr Rule kRules[] = {
     {"DVPREL1", "p2"},
     {"DVMREL1", "m2"},
     {"DVCREL1", "e2"},
-    {"DESVAR DCONSTR DCONADD DLINK DOPTPRM DVGRID1", ""},
+    {"DVGRID", "n1 s2"},
+    {"DESVAR DCONSTR DCONADD DLINK DOPTPRM", ""},
     // Numbers of their own kinds only.
-    {"PARAM EIGR EIGRL EIGC EIGB TSTEP TSTEPNL FREQ FREQ1 FREQ2 FREQ3 FREQ4 NLPARM NLPCI MDLPRM",
-     ""},
+    {"PARAM", "@PARAM"},
+    {"EIGR EIGB", "n9"},
+    {"EIGC", "n3"},
+    {"TIC", "n1"},
+    {"EIGRL TSTEP TSTEPNL FREQ FREQ1 FREQ2 FREQ3 FREQ4 NLPARM NLPCI MDLPRM", ""},
     {"TABLED1 TABLED2 TABLED3 TABLED4 TABLEM1 TABLEM2 TABLEM3 TABLEM4 TABLES1 TABLEST TABDMP1", ""},
-    {"TABRND1 RANDPS RLOAD1 RLOAD2 TLOAD1 TLOAD2 TIC ENDDATA INCLUDE", ""},
+    {"TABRND1 RANDPS RLOAD1 RLOAD2 TLOAD1 TLOAD2 ENDDATA INCLUDE", ""},
 };
 
 struct Word {
@@ -217,6 +221,8 @@ class KeyLister {
     if (form == "RBE3") Rbe3();
     if (form == "PLOAD4") Pload4();
     if (form == "SET3") Set3();
+    // The point that weights are taken about; 0 is the origin.
+    if (form == "PARAM" && AsciiUpper(std::string(Text(0))) == "GRDPNT") Add(NasKind::kNode, 1);
     if (form == "NSM" || form == "NSM1") NonStructuralMass(form == "NSM1");
     return std::move(keys_);
   }

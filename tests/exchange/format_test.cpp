@@ -132,6 +132,23 @@ TEST(Formats, ContentDecides) {
   EXPECT_GT(asked, 100);
 }
 
+// Decks whose head names no keyword or card that is known, but can be nothing else.
+TEST(Formats, HeadsThatDoNotTellAreReadByTheirExtension) {
+  const ScratchFolder folder;
+  const std::pair<const char*, std::string> kDecks[] = {
+      {"remarks.bdf", "$ " + std::string(70000, '-') + "\n$\nGRID,1\n"},
+      {"parts.dat", "$ parts\nINCLUDE cells.bdf\n"},
+      {"of_a_user.inp", "*User Element, nodes=4\n1, 2\n"},
+      {"remarks.inp", "** " + std::string(70000, '-') + "\n*Node\n"},
+  };
+  for (const auto& [name, text] : kDecks) {
+    const std::string path = folder.Path(name);
+    std::ofstream(path, std::ios::binary) << text;
+    const auto found = FormatToRead(path);
+    EXPECT_TRUE(found) << found.AsOutcome().Line();
+  }
+}
+
 // A deck that says nothing makes no model.
 TEST(Formats, NothingIsNoModel) {
   const ScratchFolder folder;

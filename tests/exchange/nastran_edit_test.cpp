@@ -49,6 +49,15 @@ std::vector<Case> Cases() {
       "CORD2R  5               1.      0.      0.      1.      0.      1.\n"
       "        2.      0.      0.\n";
   return {
+      // Single numbers where they are easily passed over.
+      {"PointsOfCardsOfAnalysis",
+       DeckWith("TIC,1,2,3,1.\nEIGR,1,INV,0.,1.,1,1,,,\n,POINT,2,3\nEIGC,2,INV,POINT,2,3\n"
+                "PARAM,GRDPNT,2\nPARAM,POST,2\n"),
+       RenumberNode2,
+       {"TIC,1,2000,3,1.", ",POINT,2000,3", "EIGC,2,INV,POINT,2000,3", "PARAM,GRDPNT,2000",
+        "PARAM,POST,2\n"},
+       {},
+       {}},
       // Lists and ranges.
       {"SingleInList",
        DeckWith("SPC1    1       123     2       7\n"),

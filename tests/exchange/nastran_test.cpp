@@ -373,6 +373,12 @@ TEST_F(NastranSession, IncludesStayBelowTheDeckUnlessTrusted) {
             std::string::npos);
   EXPECT_EQ(line("INCLUDE 'far.inc'\n", {folder_.Path().string()}), "1");
   EXPECT_NE(line("INCLUDE 'loop.inc'\n").find("includes itself"), std::string::npos);
+  for (int i = 0; i < 70; ++i) {
+    const std::string name = "deep" + std::to_string(i) + ".inc";
+    const std::string next = "INCLUDE 'deep" + std::to_string(i + 1) + ".inc'\n";
+    ASSERT_TRUE(WriteWholeFile(sub + "/" + name, next));
+  }
+  EXPECT_NE(line("INCLUDE 'deep0.inc'\n").find("more than 64 deep"), std::string::npos);
   EXPECT_NE(line("INCLUDE 'gone.inc'\n").find("line 1: included file 'gone.inc' is not there"),
             std::string::npos);
 }
