@@ -11,7 +11,7 @@
 
 #include "qx_db/core/read_snapshot.h"
 #include "qx_db/platform/file.h"
-#include "qx_db/qx_db.h"
+#include "qx_db/record/deck_records.h"
 
 #include "tests/core/durable_model.h"
 #include "tests/core/test_disk.h"
