@@ -51,8 +51,9 @@ bool MayBe(std::string_view head) {
     const bool is_whole = end < head.size();
     at = end + 1;
     const std::size_t start = line.find_first_not_of(" \t\r");
-    if (start == std::string::npos || !is_whole) continue;
-    if (line[start] != '$' && !line.starts_with("INCLUDE ")) return false;
+    const bool is_remark = start != std::string::npos && line[start] == '$';
+    if (start == std::string::npos || (!is_remark && !is_whole)) continue;
+    if (!is_remark && !line.starts_with("INCLUDE ")) return false;
     says_so = true;
   }
   return says_so;

@@ -87,7 +87,8 @@ TEST_F(MaterialCli, RefusesInOneLineAndWritesNothing) {
   ASSERT_EQ(Qxdb("material convert steel.txt more.bin").code, 0);
   Write("none.gdbp", "; remarks only\n");
   Write("more.bin", *ReadWholeFile(Path("more.bin")) + "x");
-  EXPECT_NE(Qxdb("material list more.bin").out.find("more.bin: 1 byte follows"), std::string::npos)
+  EXPECT_NE(Qxdb("material list more.bin").out.find("more.bin: end: 1 byte follows"),
+            std::string::npos)
       << "read, and told of";
   ASSERT_EQ(Qxdb("import good.msh m.qxm").code, 0);
   Write("wide.txt", "\xEF\xBB\xBF*\xE6\xBC\xA2\nS" + Values(1));

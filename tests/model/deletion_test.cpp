@@ -244,8 +244,8 @@ RC_GTEST_PROP(Deletion, InAStepIsToldByWhatTheStepWouldEndWithOtherwise, ()) {
   };
   const auto [first_type, first] = choose();
   const auto [then_type, then] = choose();
-  const auto remove_first = [&] {
-    for (const ITR item : first) m.session.GetDataPool(first_type)->Remove(item);
+  const auto remove_first = [&m, &list = first, type = first_type] {
+    for (const ITR item : list) m.session.GetDataPool(type)->Remove(item);
   };
   const Listening sink;
   const bool changes = m.Step(remove_first) && !first.empty();

@@ -360,13 +360,13 @@ class Importer {
     const bool overwrites = keep && lane.to->Find(record->GetKey());
     const Key wanted = is_default ? lane.DefaultKey() : KeyBesideDefault(lane);
     lane.overwritten += overwrites;
-    return Arrived(lane, item, lane.Bring(*record, keep, wanted));
+    return Arrived(lane, item, lane.Bring(*record, keep, wanted), overwrites);
   }
 
-  Outcome Arrived(Lane& lane, ITR item, ITR pos) {
+  Outcome Arrived(Lane& lane, ITR item, ITR pos, bool overwrites = false) {
     if (!pos) return Refused(lane, item);
     lane.Came(item, pos);
-    into_.Owned().ComeFromElsewhere(*lane.to, pos);
+    if (!overwrites) into_.Owned().ComeFromElsewhere(*lane.to, pos);
     if (waits_) deferred_.emplace_back(&lane, item);
     return {};
   }

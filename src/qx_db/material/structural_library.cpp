@@ -128,7 +128,8 @@ Result<StructuralLibrary> ReadBody(BlockReader& reader, const std::uint32_t (&co
 }
 
 /// A library of fewer columns than are known. Its writer may have kept the two titles without
-/// values, all titles, or only those that it counts: the number that leaves the fewest bytes over.
+/// values, all titles, or only those that it counts: the number that leaves the fewest bytes over,
+/// and less than a value takes.
 Result<StructuralLibrary> ReadNarrow(BlockReader& reader, const std::uint32_t (&counts)[2],
                                      const MaterialLint& lint) {
   std::string rest(reader.Left(), '\0');
@@ -139,6 +140,9 @@ Result<StructuralLibrary> ReadNarrow(BlockReader& reader, const std::uint32_t (&
        {counts[1] + kTitlesWithoutValues, counts[1], std::uint32_t{kStructuralTitleCount}}) {
     BlockReader again(std::make_unique<std::istringstream>(rest), rest.size(), reader.File());
     Result<StructuralLibrary> read = ReadBody(again, counts, titles);
+    if (read && again.Left() >= sizeof(double)) {
+      read = Failure{reader.File(), "end", "does not come out even", kUndamaged};
+    }
     if (best && (!read || (*best && again.Left() >= left))) continue;
     left = again.Left();
     best = std::move(read);
