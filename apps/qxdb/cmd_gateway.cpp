@@ -68,10 +68,11 @@ Outcome Read(Model& model, const GatewayOptions& options, const Context& context
   in.SetStrict(options.strict);
   std::vector<Turn> turns;
   if (options.remove) {
+    const std::string document = in.ToText();  // what is tried is what is done
     turns = TurnsOf(session, [&](CQXDBSession& rehearsed) {
       dbgateway::DataBase tried;  // a document is told what became of it
       tried.SetStrict(options.strict);
-      return tried.ReadFile(options.file) && ApplyDeletions(rehearsed, tried, *pools);
+      return tried.Parse(document) && ApplyDeletions(rehearsed, tried, *pools);
     });
     const bool may = options.yes || options.dry_run;
     if (Outcome asked = AskForTurns(turns, may, options.model, options.file); !asked) return asked;
