@@ -141,7 +141,7 @@ TEST(Following, WhoTakesAKeyTakesNoOrphan) {
       ASSERT_EQ(m.elements.GetElemCSys(element, found), has) << with_own << how;
       const double beta[] = {1, 77, 5};
       if (has) {
-        EXPECT_EQ(found.beta_angle_deg, beta[how]);
+        EXPECT_EQ(+found.beta_angle_deg, beta[how]);
       }
       EXPECT_EQ(Pool<tagTSprop>(m.session).IsEmpty(), how == 0);
       EXPECT_EQ(m.session.Validate(), "");
