@@ -34,11 +34,16 @@ void CheckFailure(const qx::Failure& failure) {
   if (failure.what.empty() || failure.place.empty()) std::abort();
 }
 
+/// Of a strict reader: a library that is read is no longer and no shorter than it says.
+const qx::MaterialLint kStrict([](std::int64_t, const std::string&) {}, true);
+
 void TryStructural(const std::string& input) {
   const std::string bytes =
       File(qx::kStructuralMagic, input, 8, std::string(21 * qx::kBlockBytes, '\0'));
+  qx::BlockReader lenient = ReaderOf(bytes);
+  if (const auto read = qx::ReadStructuralLibrary(lenient); !read) CheckFailure(read.Error());
   qx::BlockReader reader = ReaderOf(bytes);
-  const auto library = qx::ReadStructuralLibrary(reader);
+  const auto library = qx::ReadStructuralLibrary(reader, kStrict);
   if (!library) return CheckFailure(library.Error());
   std::size_t size = 26 + 21 * qx::kBlockBytes;
   for (const qx::MaterialCategory& category : library->categories) {
@@ -53,8 +58,10 @@ void TryParticles(const std::string& input) {
     titles += Bytes(property.keyword, qx::kBlockBytes);
   }
   const std::string bytes = File(qx::kParticleMagic, input, 12, titles);
+  qx::BlockReader lenient = ReaderOf(bytes);
+  if (const auto read = qx::ReadParticleLibrary(lenient); !read) CheckFailure(read.Error());
   qx::BlockReader reader = ReaderOf(bytes);
-  const auto library = qx::ReadParticleLibrary(reader);
+  const auto library = qx::ReadParticleLibrary(reader, kStrict);
   if (!library) return CheckFailure(library.Error());
   const std::size_t size = 46 + 12 + 27 * 512 + library->materials.size() * (512 + 25 * 8);
   if (size != bytes.size()) std::abort();
