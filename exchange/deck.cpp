@@ -81,12 +81,16 @@ class RecordAdder {
     Key next = std::max(pool.Set().GetNewKey(), kGlobalSystem + 1);
     for (const T& record : records)
       next = std::max(next, record.key == kMaxKey ? 1 : record.key + 1);
+    const auto take = [&] {
+      while (next <= 0 || pool.Find(next) || used[next]) next = next >= kMaxKey ? 1 : next + 1;
+      return next;
+    };
     for (T& record : records) {
       // The global system's key is its own, whether the model has it already or not.
       const bool is_global = T::kType == code::kCord && record.key == kGlobalSystem;
       const bool is_free =
           record.key > 0 && !is_global && !pool.Find(record.key) && !used[record.key];
-      const Key key = is_free ? record.key : next++;
+      const Key key = is_free ? record.key : take();
       used[key] = true;
       if (record.key > 0 && key != record.key) keys[record.key] = key;
       record.key = key;

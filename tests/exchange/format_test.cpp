@@ -12,6 +12,8 @@
 #include "exchange/deck.h"
 #include "exchange/msh/msh_reader.h"
 #include "exchange/transfer.h"
+#include "host/records.h"
+#include "host/session.h"
 #include "sample_mesh.h"
 #include "tests/scratch_folder.h"
 
@@ -162,6 +164,26 @@ TEST(Formats, NothingIsNoModel) {
               std::string::npos);
     EXPECT_FALSE(session.CanUndo());
   }
+}
+
+// Records whose keys are taken get others, also where the largest key is in use.
+TEST(Decks, FindRoomBelowTheLargestKey) {
+  CQXDBSession session(host::SetUpModel);
+  auto& properties = Pool<tagTProp>(session);
+  Deck deck;
+  deck.node_keys = {1};
+  deck.coordinates = {0, 0, 0};
+  for (const Key key : {1, 2, 2147483647}) {
+    tagTProp property;
+    property.key = key;
+    properties.InsertNU(property);
+    if (key != 2) deck.Of<tagTProp>().push_back(property);
+  }
+  LossReport losses;
+  ASSERT_EQ(AddDeck(session, deck, "a", losses).Line(), "");
+  EXPECT_EQ(properties.GetSize(), 5);
+  EXPECT_EQ(session.Validate(), "");
+  for (const Key key : {3, 4}) EXPECT_NE(properties.Find(key), 0u) << key;
 }
 
 // What the documentation says of the formats is what the registry says.

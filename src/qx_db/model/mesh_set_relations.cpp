@@ -17,10 +17,11 @@ namespace {
 /// there before, as a file may bring them, are none of the step's business.
 ITR FindRing(const DPoolMset& sets, const FormerKeys& step) {
   std::vector<ITR> touched(step.Touched().begin(), step.Touched().end());
-  std::sort(touched.begin(), touched.end());  // so that always the same one is named
-  std::unordered_map<ITR, ITR> walk_of;       // by set: from where it was first walked over
+  std::erase_if(touched, [](ITR set) { return KeyedSetBase::IsRemoved(set); });
+  // By key, so that always the same one is named.
+  std::sort(touched.begin(), touched.end(), [](ITR a, ITR b) { return KeyOf(a) < KeyOf(b); });
+  std::unordered_map<ITR, ITR> walk_of;  // by set: from where it was first walked over
   for (const ITR start : touched) {
-    if (KeyedSetBase::IsRemoved(start)) continue;
     ITR at = start;
     while (at && walk_of.emplace(at, start).second) at = sets.Find(sets.GetAtNU(at).parent_key);
     if (!at || walk_of[at] != start) continue;
