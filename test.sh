@@ -19,6 +19,14 @@ esac
 need_packages "${BUILD_PACKAGES[@]}" "${TEST_PACKAGES[@]}"
 choose_components all
 
+# so_far WHAT: the time since the start and what the processors did in it, in minutes.
+so_far() {
+  times >build/times # a pipe would ask a process without children
+  awk -v what="$1" -v wall="$SECONDS" -F '[ms ]' '
+    { spent += $1 * 60 + $2 + $4 * 60 + $5 }
+    END { printf "%s: after %.1f min, %.1f min of processor\n", what, wall / 60, spent / 60 }' build/times
+}
+
 echo "Formatting"
 git ls-files -z -- '*.h' '*.cpp' | xargs -0 clang-format --dry-run --Werror
 
@@ -28,12 +36,16 @@ run_tests() {
 }
 
 build release
+so_far "Release built"
 run_tests release
+so_far "Release tested"
 [ "$mode" = quick ] && exit
 
 build sanitize
+so_far "Sanitizers built"
 export ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 LSAN_OPTIONS=print_suppressions=0
 run_tests sanitize
+so_far "Sanitizers tested"
 
 echo "Readers beside an editing owner, under the thread sanitizer"
 if ! { cmake -S tests/threads -B build/threads -G Ninja -DCMAKE_CXX_COMPILER=clang++ &&
@@ -42,7 +54,10 @@ if ! { cmake -S tests/threads -B build/threads -G Ninja -DCMAKE_CXX_COMPILER=cla
   stop "a race, or a build that failed; the whole log is build/threads.log"
 fi
 
+so_far "Threads tested"
+
 packaging/first-use.sh run
+so_far "First use tried"
 [ "$mode" = landing ] && exit
 
 fuzz/run.sh all 60
