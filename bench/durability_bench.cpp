@@ -1,11 +1,12 @@
 // What it costs that a step is durable when it is committed.
 
+#include <algorithm>
 #include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
+#include <fstream>
 #include <sqlite3.h>
 #include <string>
-#include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
 
@@ -68,11 +69,15 @@ class BareDatabase {
   sqlite3_stmt* insert_ = nullptr;
 };
 
-/// What a file takes; its size tells more, for it has holes.
-std::size_t BytesOnDisk(const std::string& path) {
-  struct stat found {};
-  if (stat(path.c_str(), &found) != 0) std::abort();
-  return 512 * static_cast<std::size_t>(found.st_blocks);
+/// What this process has handed to the system to write so far.
+std::size_t BytesWritten() {
+  std::ifstream counters("/proc/self/io");
+  std::string name;
+  std::size_t bytes = 0;
+  while (counters >> name >> bytes) {
+    if (name == "wchar:") return bytes;
+  }
+  std::abort();
 }
 
 /// Seconds that it takes to write bytes to a new file and to sync it; removing it does not count.
@@ -118,6 +123,9 @@ void DurableSteps() {
            1e6 * small_steps() / kSmallSteps, "us", 5);
   }
   session.SetHistoryLimits({});
+  double commit = 1;
+  for (int run = 0; run < 5; ++run) commit = std::min(commit, MoveNodes(session, 1, kNodes));
+  Figure("commit of 100 000 nodes, no file", 1e3 * commit, "ms", 2);
   if (!document.SaveAs(path) || !document.KeepSteps()) std::abort();
   BareDatabase database;
   const std::vector<char> step(150);
@@ -126,18 +134,18 @@ void DurableSteps() {
       for (int i = 0; i < kSmallSteps; ++i) database.Insert(step);
     });
   });
-  // The peer writes as many bytes as the step takes on the disk, and makes no edit.
+  // The peer writes as many bytes as the step does, and makes no edit.
   MoveNodes(session, 1, kNodes);
-  const std::size_t before = BytesOnDisk(path);
+  const std::size_t before = BytesWritten();
   MoveNodes(session, 1, kNodes);
-  const std::vector<char> bytes(BytesOnDisk(path) - before);
+  const std::vector<char> bytes(BytesWritten() - before);
   const auto plainly = [&] { return WritePlainly(bytes); };
   Compare(
       "step of 100 000 nodes, durable, with its edit", "write + fsync of as many bytes", 1.5,
       [&] { return Time([&] { MoveNodes(session, 1, kNodes); }); }, plainly);
   Compare(
       "its commit alone", "write + fsync of as many bytes", 1.5,
-      [&] { return MoveNodes(session, 1, kNodes); }, plainly);
+      [&] { return MoveNodes(session, 1, kNodes); }, plainly, Memory::kKept, 11);
   document.Release();
   std::filesystem::remove(path);
 }
