@@ -31,9 +31,10 @@ fi
 chroot "$root" chown -R "$who" /srv/worker
 # in_root COMMAND: with processes and mounts of its own, which end with it, and nothing of the
 # caller's environment, which a new user would not have. The root is a mount point, as any system's
-# is: else ./test.sh could not make a bare system in there.
+# is: else ./test.sh could not make a bare system in there. Terminals are the system's own, too.
 in_root() {
-  unshare --mount --pid --fork /bin/sh -c 'mount --bind "$1" "$1" && mount -t proc proc "$1/proc" && exec chroot "$1" \
+  unshare --mount --pid --fork /bin/sh -c 'mount --bind "$1" "$1" && mount -t proc proc "$1/proc" && mkdir -p "$1/dev/pts" && \
+    mount -t devpts -o newinstance,ptmxmode=0666,mode=0620,gid=5 devpts "$1/dev/pts" && exec chroot "$1" \
     env -i HOME=/srv/worker LC_ALL=C.UTF-8 PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin \
     /bin/su "$2" -s /bin/bash -c "cd /srv/worker/qx_db && $3"' \
     sh "$root" "$who" "$1"

@@ -4,6 +4,7 @@ Where that is in no standard place, name it: CMAKE_PREFIX_PATH=/opt/qx_db pip in
 """
 
 import re
+import shutil
 import subprocess
 import sys
 from pathlib import Path
@@ -36,6 +37,8 @@ class CMakeBuild(build_ext):
             "cmake", "-S", str(HERE), "-B", str(build), "-DCMAKE_BUILD_TYPE=Release",
             f"-DPython_EXECUTABLE={sys.executable}", f"-DQX_PYTHON_OUTPUT={target.parent}",
         ]  # fmt: skip
+        if shutil.which("ninja"):
+            configure += ["-G", "Ninja"]  # CMake's own choice is make, even where there is none
         subprocess.run(configure, check=True)
         subprocess.run(["cmake", "--build", str(build), "--parallel"], check=True)
 

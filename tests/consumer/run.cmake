@@ -1,7 +1,7 @@
 # Installs the build into a staged folder and builds and runs an outside consumer of every component
 # against it, once through the CMake package and once through pkg-config; then asks for a component
 # that there is not.
-# Needs BUILD, SOURCE, STAGE, CXX, LIBDIR, COMPONENTS (separated by commas).
+# Needs BUILD, SOURCE, STAGE, GENERATOR, CXX, LIBDIR, COMPONENTS (separated by commas).
 
 function(run)
   execute_process(COMMAND ${ARGV} RESULT_VARIABLE result OUTPUT_VARIABLE out ERROR_VARIABLE out)
@@ -16,7 +16,7 @@ run(${CMAKE_COMMAND} --install ${BUILD} --prefix ${STAGE}/usr)
 set(ENV{PKG_CONFIG_PATH} ${STAGE}/usr/${LIBDIR}/pkgconfig)
 
 function(configure component)
-  execute_process(COMMAND ${CMAKE_COMMAND} -S ${SOURCE} -B ${STAGE}/build-${component}
+  execute_process(COMMAND ${CMAKE_COMMAND} -G ${GENERATOR} -S ${SOURCE} -B ${STAGE}/build-${component}
     -DCOMPONENT=${component} -DCMAKE_PREFIX_PATH=${STAGE}/usr -DCMAKE_CXX_COMPILER=${CXX}
     -DCMAKE_CXX_FLAGS=${FLAGS} RESULT_VARIABLE result OUTPUT_VARIABLE out ERROR_VARIABLE out)
   set(result ${result} PARENT_SCOPE)
