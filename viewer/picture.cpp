@@ -11,6 +11,7 @@
 #include "qx_db/platform/file.h"
 
 #include "viewer/html_file.h"
+#include "viewer/png_mark.h"
 
 extern char** environ;
 
@@ -142,7 +143,7 @@ Outcome DrawPicture(Source& source, const PictureOptions& options, const std::st
                    "try qxdb view " + source.Path() + " --html page.html, and open that"};
   }
   const Result<std::string> bytes = ReadWholeFile(drawn.string());
-  return bytes ? WriteWholeFile(png, *bytes) : bytes.AsOutcome();
+  return bytes ? WriteWholeFile(png, MarkedPng(*bytes)) : bytes.AsOutcome();
 }
 
 }  // namespace qx::viewer

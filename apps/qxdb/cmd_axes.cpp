@@ -74,7 +74,7 @@ Outcome Run(Model& model, const AxesOptions& options, const Context& context) {
                      "select at most " + Grouped(kMost)};
     }
     const std::string picture = AxesSvg(session, drawn);
-    if (Outcome written = WriteWholeFile(options.svg, picture); !written) return written;
+    if (Outcome written = WriteWholeFile(options.svg, MarkedSvg(picture)); !written) return written;
   }
   context.Print(table.Text(), json.End());
   return {};

@@ -89,7 +89,7 @@ Result<std::string> RenumberRecords(CQXDBSession& session, const Picked& picked,
 
 Outcome Run(Model& model, const EditOptions& options, const char16_t* name, Change change,
             const Context& context) {
-  if (Outcome free = CheckOutput(options.write_map, OutputKind::kGateway, options.force,
+  if (Outcome free = CheckOutput(options.write_map, OutputKind::kKeyMap, options.force,
                                  {options.model, options.map});
       !free) {
     return free;

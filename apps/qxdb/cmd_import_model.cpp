@@ -58,7 +58,7 @@ Outcome Finish(Model& model, const ImportOptionsText& asked, const ImportReport&
 
 Outcome RunImportModel(Model& model, const ImportOptionsText& asked, const Context& context) {
   if (Outcome free =
-          CheckOutput(asked.key_map, OutputKind::kGateway, asked.force, {asked.from, asked.model});
+          CheckOutput(asked.key_map, OutputKind::kKeyMap, asked.force, {asked.from, asked.model});
       !free)
     return free;
   auto from = ExternalModel::Open(asked.from, host::SetUpModel);
@@ -77,7 +77,7 @@ Outcome RunImportModel(Model& model, const ImportOptionsText& asked, const Conte
 
 Outcome RunPoolImport(Model& model, const ImportOptionsText& asked, const Context& context) {
   if (Outcome free =
-          CheckOutput(asked.key_map, OutputKind::kGateway, asked.force, {asked.from, asked.model});
+          CheckOutput(asked.key_map, OutputKind::kKeyMap, asked.force, {asked.from, asked.model});
       !free)
     return free;
   const auto report = ImportRecordFile(model.session, asked.from, asked.options);

@@ -9,6 +9,8 @@
 
 #include "qx_db/material/gdb_file.h"
 #include "qx_db/material/material_file.h"
+#include "qx_db/platform/file.h"
+#include "qx_db/platform/new_file.h"
 #include "qx_db/platform/plain_text.h"
 #include "qx_db/qx_db.h"
 
@@ -265,6 +267,20 @@ Outcome CheckUnits(const MaterialOptions& options, MaterialForm form) {
   return {};
 }
 
+/// Whether a library is byte for byte what we write of what it says: then nobody put anything into
+/// it that replacing it would lose for good.
+bool IsOwnLibrary(const std::string& path, MaterialForm form) {
+  const auto page = GuessPage(path, form);
+  const auto table = page ? ReadMaterials(path, form, *page) : page.Error();
+  if (!table) return false;
+  const auto again = NewFile::Create(path);
+  if (!again) return false;
+  const std::string& name = (*again)->Name();
+  if (!WriteMaterials(*table, name, form, *page, UnitsOfTable(*table))) return false;
+  const auto old_bytes = ReadWholeFile(path), new_bytes = ReadWholeFile(name);
+  return old_bytes && new_bytes && *old_bytes == *new_bytes;
+}
+
 Outcome Convert(const MaterialOptions& options, const Context& context) {
   const Result<Opened> opened = OpenLibrary(options);
   if (!opened) return opened.Error();
@@ -278,11 +294,8 @@ Outcome Convert(const MaterialOptions& options, const Context& context) {
   if (opened->table.materials.empty() && !options.force) {
     return Failure{options.file, "", "has no materials", "see qxdb material lint " + options.file};
   }
-  const auto is_library = [&](const std::string& path) {
-    return static_cast<bool>(ReadMaterials(path, *form, *page));
-  };
-  if (Outcome free = CheckOutput(options.target, is_library, options.force, {options.file});
-      !free) {
+  const auto is_own = [&](const std::string& path) { return IsOwnLibrary(path, *form); };
+  if (Outcome free = CheckOutput(options.target, is_own, options.force, {options.file}); !free) {
     return free;
   }
   std::vector<std::string> lost;

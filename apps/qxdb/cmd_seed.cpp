@@ -362,7 +362,7 @@ Outcome OpenPart(const SeedOptions& options, Opened& opened) {
 Outcome WriteOutputs(const Opened& opened, const OutputOptions& output) {
   const SeedPreview& preview = opened.preview;
   if (!output.svg.empty()) {
-    if (Outcome written = WriteWholeFile(output.svg, SeedPicture(preview)); !written) {
+    if (Outcome written = WriteWholeFile(output.svg, MarkedSvg(SeedPicture(preview))); !written) {
       return written;
     }
   }

@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "apps/qxdb/console.h"
+#include "apps/qxdb/output.h"
 
 namespace qx::app {
 namespace {
@@ -92,7 +93,8 @@ class Page {
     std::string title = name_;
     std::transform(title.begin(), title.end(), title.begin(),
                    [](char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 32) : c; });
-    text_ = fmt::format(".TH \"{}\" 1 \"\" \"{}\" \"QX_db\"\n", Escaped(title), Escaped(version));
+    text_ = kManualMark;
+    text_ += fmt::format(".TH \"{}\" 1 \"\" \"{}\" \"QX_db\"\n", Escaped(title), Escaped(version));
     Section("NAME");
     text_ += Escaped(name_) + " \\- " + Escaped(MidLine(command.what)) + "\n";
     Section("SYNOPSIS");

@@ -1,15 +1,22 @@
 #include "apps/qxdb/output.h"
 
 #include <filesystem>
+#include <fmt/format.h>
 #include <fstream>
+#include <set>
 #include <string_view>
 
 #include "qx_db/platform/file.h"
+#include "qx_db/qx_db.h"
+
+#include "host/session.h"
 
 namespace qx::app {
 namespace {
 
 namespace fs = std::filesystem;
+
+constexpr const char* kSvgMark = "<!-- drawn by qxdb -->";
 
 std::string HeadOf(const std::string& path) {
   std::string head(std::size_t{64} << 10, '\0');
@@ -34,23 +41,53 @@ std::string FirstName(std::string_view json) {
   return std::string(json.substr(0, json.find('"')));
 }
 
-bool IsTableName(std::string_view name) {
-  constexpr std::string_view kLetters = "ABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_";
-  return name == "{}" ||
-         (!name.empty() && name.find_first_not_of(kLetters) == std::string_view::npos);
+/// Whether a model of ours has a pool of that name in the gateway's documents.
+bool IsTableName(const std::string& name) {
+  static const std::set<std::string> names = [] {
+    CQXDocBase document(host::SetUpModel);
+    std::set<std::string> all;
+    for (const DPoolBase* pool : document.GetDBSession()->Pools()) {
+      all.insert(pool->GetAPIName().ToUtf8());
+    }
+    return all;
+  }();
+  return names.contains(name);
+}
+
+/// Whether a text begins as a key map that we wrote: tables of numbers under numbers.
+bool IsKeyMap(std::string_view head) {
+  const std::string name = FirstName(head);
+  const auto take = [&](std::string_view text) {
+    head.remove_prefix(std::min(head.find_first_not_of(" \n"), head.size()));
+    const bool is_there = head.starts_with(text);
+    if (is_there) head.remove_prefix(text.size());
+    return is_there;
+  };
+  const auto take_number = [&] {
+    const std::size_t digits = std::min(head.find_first_not_of("0123456789"), head.size());
+    head.remove_prefix(digits);
+    return digits > 0;
+  };
+  if (!take("{")) return false;
+  if (take("}")) return true;
+  if (!IsTableName(name) || !take(fmt::format("\"{}\"", name)) || !take(": {")) return false;
+  return take("}") || (take("\"") && take_number() && take("\": ") && take_number());
 }
 
 bool Begins(OutputKind kind, const std::string& path) {
   const std::string head = HeadOf(path);
   switch (kind) {
     case OutputKind::kGateway:
-      return IsTableName(FirstName(head));
+      return head == "{}\n" || (head.starts_with("{\n  \"") && IsTableName(FirstName(head)));
+    case OutputKind::kKeyMap:
+      return IsKeyMap(head);
     case OutputKind::kSvg:
-      return head.starts_with("<svg ");
+      return head.starts_with("<svg ") && head.find(kSvgMark) != std::string::npos;
     case OutputKind::kHtml:
       return head.find("<meta name=\"generator\" content=\"qxdb view\">") != std::string::npos;
     case OutputKind::kPng:
-      return head.starts_with("\x89PNG");
+      return head.starts_with("\x89PNG") &&
+             head.find(std::string_view("tEXtSoftware\0qxdb", 17)) != std::string::npos;
     case OutputKind::kPool:
       return head.starts_with("QXDBREC1");
     case OutputKind::kPoints:
@@ -59,12 +96,16 @@ bool Begins(OutputKind kind, const std::string& path) {
       return FirstName(head) == "file" && head.find("\"direction\": ") != std::string::npos &&
              head.find("\"lossless\": ") != std::string::npos;
     case OutputKind::kManual:
-      return head.starts_with(".TH ");
+      return head.starts_with(kManualMark);
   }
   return false;
 }
 
 }  // namespace
+
+std::string MarkedSvg(std::string svg) {
+  return svg.insert(svg.find('>') + 1, fmt::format("\n{}", kSvgMark));
+}
 
 Outcome CheckOutput(const std::string& output, OutputKind kind, bool force,
                     const std::vector<std::string>& others) {

@@ -12,9 +12,15 @@
 
 namespace qx::app {
 
-/// What a command writes. A file of a kind is told by how it begins.
+/// A drawing that says behind its first tag that it is ours.
+std::string MarkedSvg(std::string svg);
+/// The first line of a manual page of ours.
+inline constexpr const char* kManualMark = ".\\\" made by qxdb manual\n";
+
+/// What a command writes. A file of ours is told by how it begins.
 enum class OutputKind {
-  kGateway,  ///< JSON of tables, key maps too
+  kGateway,  ///< JSON of tables
+  kKeyMap,   ///< JSON of keys for keys
   kSvg,
   kHtml,  ///< a page of the viewer
   kPng,
@@ -24,8 +30,8 @@ enum class OutputKind {
   kManual,  ///< a manual page
 };
 
-/// The one rule for all commands: a file that exists is replaced only when it is of the kind that
-/// is written, or empty, or with --force; and never one of `others`, which the command reads or
+/// The one rule for all commands: a file that exists is replaced only when we wrote it and it
+/// is of the kind, or empty, or with --force; and never one of `others`, which the command reads or
 /// writes, too. An empty path is no output.
 Outcome CheckOutput(const std::string& output, OutputKind kind, bool force,
                     const std::vector<std::string>& others);

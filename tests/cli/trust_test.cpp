@@ -1,6 +1,7 @@
 // What a stranger's file, or a slip of the user's, cannot do at the command line.
 
 #include <filesystem>
+#include <map>
 
 #include "qx_db/platform/text.h"
 #include "qx_db/qx_db.h"
@@ -113,6 +114,10 @@ TEST_F(Cli, AFileOfAnotherKindIsReplacedOnlyByForce) {
       {"export m.qxm e.vtu --report", "o.json"},
       {"import good.msh m.qxm --replace --report", "o.json"},
       {"material convert steel.txt", "o.gdbp"},
+      {"material convert steel.txt", "o.txt"},
+      {"material convert steel.txt", "o.bin"},
+      {"material convert steel.txt", "o.cfd"},
+      {"material convert steel.txt --to text", "o.md"},
       {"manual --into", "pages/qxdb.1", "pages"},
 #ifdef QX_HAS_VIEWER
       {"view m.qxm --html", "o.html"},
@@ -138,10 +143,24 @@ TEST_F(Cli, AFileOfAnotherKindIsReplacedOnlyByForce) {
   }
 #endif
   std::filesystem::create_directory(Path("pages"));
+  // That a file looks alike is no reason to replace it, nor is that it could be read.
+  const std::multimap<std::string, std::string> alike = {
+      {".txt", "cmake_minimum_required(VERSION 3.25)\n\nproject(mine)\n"},
+      {".txt", kSteel + "# kept by hand\n"},
+      {".md", "# Notes\n\n| a | b |\n"},
+      {".json", "{\"name\": 1}"},
+      {".json", "{\"A\": 1}"},
+      {".json", "{\"NODE\": [1]}"},
+      {".svg", "<svg xmlns=\"http://www.w3.org/2000/svg\"></svg>\n"},
+      {".1", ".TH MINE 1\n"},
+      {".png", "\x89PNG\r\n\x1A\n and so on"}};
   for (const Writing& c : cases) {
     const std::string command = c.command + " " + c.argument;
-    for (const std::string& mine :
-         {std::string("my notes\n"), std::string("{\"name\": 1}"), model}) {
+    std::vector<std::string> others = {"my notes\n", model};
+    const auto [first, last] =
+        alike.equal_range(std::filesystem::path(c.name).extension().string());
+    for (auto it = first; it != last; ++it) others.push_back(it->second);
+    for (const std::string& mine : others) {
       Write(c.name, mine);
       const Ran refused = Qxdb(command);
       EXPECT_EQ(refused.code, 1) << command << refused.out;
@@ -161,6 +180,15 @@ TEST_F(Cli, AFileOfAnotherKindIsReplacedOnlyByForce) {
     }
     std::filesystem::remove(Path(c.name));
   }
+}
+
+TEST_F(Cli, AKeyMapAndADocumentDoNotReplaceEachOther) {
+  ASSERT_EQ(Qxdb("import good.msh m.qxm").code, 0);
+  const std::string map = "edit renumber m.qxm node all --dry-run --write-map ";
+  ASSERT_EQ(Qxdb("gateway write m.qxm document.json").code, 0);
+  ASSERT_EQ(Qxdb(map + "map.json").code, 0);
+  EXPECT_EQ(Qxdb(map + "document.json").code, 1);
+  EXPECT_EQ(Qxdb("gateway write m.qxm map.json").code, 1);
 }
 
 TEST_F(Cli, NoOutputIsWrittenOverAnotherOfTheSameCommand) {
