@@ -5,8 +5,8 @@
 #include <cstdio>
 #include <list>
 
-#include "qx_db/app/mesh_adjacency.h"
 #include "qx_db/app/mesh_util.h"
+#include "qx_db/mesh/mesh_adjacency.h"
 #include "qx_db/model/standard_pools.h"
 
 #include "bench/harness.h"

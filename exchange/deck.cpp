@@ -5,9 +5,9 @@
 #include <map>
 #include <unordered_map>
 
-#include "qx_db/app/topology_table.h"
 #include "qx_db/core/transaction.h"
 #include "qx_db/lib/message.h"
+#include "qx_db/mesh/topology_table.h"
 #include "qx_db/model/mesh_set_pool.h"
 #include "qx_db/record/element_types.h"
 #include "qx_db/record/verbs.h"

@@ -2,7 +2,7 @@
 #include <limits>
 #include <set>
 
-#include "qx_db/app/topology_table.h"
+#include "qx_db/mesh/topology_table.h"
 
 #include "host/app_db_host.h"
 #include "host/element_mass.h"

@@ -1,6 +1,6 @@
 #include <span>
 
-#include "qx_db/app/topology_table.h"
+#include "qx_db/mesh/topology_table.h"
 
 #include "host/app_db_host.h"
 #include "host/records.h"

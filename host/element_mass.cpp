@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "qx_db/app/element_volume.h"
+#include "qx_db/mesh/element_volume.h"
 
 #include "host/records.h"
 

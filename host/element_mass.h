@@ -4,8 +4,8 @@
 
 #include <unordered_map>
 
-#include "qx_db/app/point3.h"
 #include "qx_db/core/session.h"
+#include "qx_db/mesh/point3.h"
 #include "qx_db/record/mesh_records.h"
 
 namespace qx::host {

@@ -4,9 +4,9 @@
 #include <map>
 #include <unordered_map>
 
-#include "qx_db/app/element_access.h"
-#include "qx_db/app/topology_table.h"
 #include "qx_db/lib/units.h"
+#include "qx_db/mesh/element_access.h"
+#include "qx_db/mesh/topology_table.h"
 #include "qx_db/platform/text.h"
 #include "qx_db/record/verbs.h"
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <map>
 
-#include "qx_db/app/mesh_quality.h"
+#include "qx_db/mesh/mesh_quality.h"
 #include "qx_db/platform/file.h"
 
 #include "viewer/assets.h"

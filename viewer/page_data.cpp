@@ -6,11 +6,11 @@
 #include <map>
 #include <set>
 
-#include "qx_db/app/element_volume.h"
-#include "qx_db/app/mesh_adjacency.h"
 #include "qx_db/app/mesh_findings.h"
-#include "qx_db/app/mesh_quality.h"
 #include "qx_db/lib/units.h"
+#include "qx_db/mesh/element_volume.h"
+#include "qx_db/mesh/mesh_adjacency.h"
+#include "qx_db/mesh/mesh_quality.h"
 #include "qx_db/model/coordinate_pool.h"
 #include "qx_db/model/mesh_pools.h"
 #include "qx_db/model/mesh_set_pool.h"

@@ -7,8 +7,8 @@
 #include <string_view>
 #include <vector>
 
-#include "qx_db/app/mesh_surface.h"
 #include "qx_db/core/session.h"
+#include "qx_db/mesh/mesh_surface.h"
 
 #include "viewer/pack.h"
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "qx_db/app/point3.h"
+#include "qx_db/mesh/point3.h"
 #include "qx_db/record/types.h"
 
 namespace qx::viewer {

@@ -5,7 +5,7 @@
 #include <limits>
 #include <map>
 
-#include "qx_db/app/topology_table.h"
+#include "qx_db/mesh/topology_table.h"
 #include "qx_db/record/element_types.h"
 
 namespace qx::app {

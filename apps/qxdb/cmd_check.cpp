@@ -8,9 +8,9 @@
 #include <optional>
 #include <tuple>
 
-#include "qx_db/app/mesh_adjacency.h"
 #include "qx_db/app/mesh_findings.h"
 #include "qx_db/app/mesh_mass.h"
+#include "qx_db/mesh/mesh_adjacency.h"
 #include "qx_db/qx_db.h"
 #include "qx_db/record/element_types.h"
 

@@ -5,7 +5,7 @@
 #include <fmt/format.h>
 #include <limits>
 
-#include "qx_db/app/element_volume.h"
+#include "qx_db/mesh/element_volume.h"
 
 #include "apps/qxdb/console.h"
 

@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "qx_db/app/dense_mesh.h"
-#include "qx_db/app/mesh_quality.h"
+#include "qx_db/mesh/dense_mesh.h"
+#include "qx_db/mesh/mesh_quality.h"
 
 namespace qx::app {
 

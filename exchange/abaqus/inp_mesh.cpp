@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <fmt/format.h>
 
-#include "qx_db/app/topology_table.h"
+#include "qx_db/mesh/topology_table.h"
 #include "qx_db/model/coordinate_pool.h"
 #include "qx_db/platform/text.h"
 #include "qx_db/record/element_types.h"

@@ -8,7 +8,7 @@
 #include <tuple>
 #include <unordered_set>
 
-#include "qx_db/app/topology_table.h"
+#include "qx_db/mesh/topology_table.h"
 #include "qx_db/platform/text.h"
 #include "qx_db/record/element_types.h"
 

@@ -10,7 +10,7 @@
 #include <pybind11/stl.h>
 #include <span>
 
-#include "qx_db/app/record_numbers.h"
+#include "qx_db/mesh/record_numbers.h"
 #include "qx_db/model/standard_pools.h"
 #include "qx_db/platform/parallel.h"
 #include "qx_db/platform/text.h"

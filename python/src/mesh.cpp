@@ -7,12 +7,12 @@
 #include <pybind11/numpy.h>
 #include <pybind11/stl.h>
 
-#include "qx_db/app/mesh_adjacency.h"
 #include "qx_db/app/mesh_findings.h"
 #include "qx_db/app/mesh_mass.h"
-#include "qx_db/app/mesh_quality.h"
 #include "qx_db/app/mesh_repair.h"
 #include "qx_db/app/mesh_util.h"
+#include "qx_db/mesh/mesh_adjacency.h"
+#include "qx_db/mesh/mesh_quality.h"
 #include "qx_db/model/standard_pools.h"
 #include "qx_db/platform/parallel.h"
 #include "qx_db/record/element_types.h"

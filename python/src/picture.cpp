@@ -6,7 +6,7 @@
 #include <cmath>
 #include <pybind11/numpy.h>
 
-#include "qx_db/app/mesh_adjacency.h"
+#include "qx_db/mesh/mesh_adjacency.h"
 
 #include "handle.h"
 

@@ -2,10 +2,8 @@
 // The whole public interface of QX_db.
 
 #include "qx_db/app/app_util.h"
-#include "qx_db/app/mesh_adjacency.h"
 #include "qx_db/app/mesh_findings.h"
 #include "qx_db/app/mesh_mass.h"
-#include "qx_db/app/mesh_quality.h"
 #include "qx_db/app/mesh_repair.h"
 #include "qx_db/app/mesh_util.h"
 #include "qx_db/bulk/record_file.h"
@@ -29,6 +27,8 @@
 #include "qx_db/material/material_db.h"
 #include "qx_db/material/material_file.h"
 #include "qx_db/material/material_gdb.h"
+#include "qx_db/mesh/mesh_adjacency.h"
+#include "qx_db/mesh/mesh_quality.h"
 #include "qx_db/model/analytic_cad.h"
 #include "qx_db/model/cad_keys.h"
 #include "qx_db/model/deletion.h"

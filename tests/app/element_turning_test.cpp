@@ -13,7 +13,7 @@
 #include "qx_db/record/control_records.h"
 #include "qx_db/record/geometry_records.h"
 
-#include "mesh_builder.h"
+#include "tests/mesh/mesh_builder.h"
 
 namespace qx {
 namespace {

@@ -10,14 +10,14 @@
 #include <random>
 #include <set>
 
-#include "qx_db/app/element_access.h"
-#include "qx_db/app/mesh_adjacency.h"
 #include "qx_db/app/mesh_findings.h"
 #include "qx_db/app/mesh_mass.h"
 #include "qx_db/core/transaction.h"
+#include "qx_db/mesh/element_access.h"
+#include "qx_db/mesh/mesh_adjacency.h"
 #include "qx_db/record/control_records.h"
 
-#include "mesh_builder.h"
+#include "tests/mesh/mesh_builder.h"
 #include "tests/silent_app_db.h"
 
 namespace qx {

@@ -7,13 +7,13 @@
 #include <gtest/gtest.h>
 #include <random>
 
-#include "qx_db/app/element_volume.h"
 #include "qx_db/callback/callbacks.h"
 #include "qx_db/core/transaction.h"
+#include "qx_db/mesh/element_volume.h"
 #include "qx_db/record/control_records.h"
 #include "qx_db/record/geometry_records.h"
 
-#include "mesh_builder.h"
+#include "tests/mesh/mesh_builder.h"
 
 namespace qx {
 namespace {

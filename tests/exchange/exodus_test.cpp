@@ -8,8 +8,8 @@
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
-#include "qx_db/app/topology_table.h"
 #include "qx_db/gateway/document.h"
+#include "qx_db/mesh/topology_table.h"
 #include "qx_db/platform/file.h"
 #include "qx_db/qx_db.h"
 

@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <gtest/gtest.h>
 
-#include "qx_db/app/dense_mesh.h"
 #include "qx_db/app/mesh_mass.h"
 #include "qx_db/gateway/document.h"
+#include "qx_db/mesh/dense_mesh.h"
 #include "qx_db/qx_db.h"
 #include "qx_db/record/element_types.h"
 

@@ -25,6 +25,7 @@ const std::vector<std::string> kLayers = {
     "src/qx_db/core",
     "src/qx_db/bulk",
     "src/qx_db/gateway",
+    "src/qx_db/mesh",
     "src/qx_db/callback",
     "src/qx_db/model",
     "src/qx_db/app",

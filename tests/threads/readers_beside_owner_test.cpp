@@ -10,7 +10,6 @@
 #include <thread>
 #include <vector>
 
-#include "qx_db/app/dense_mesh.h"
 #include "qx_db/app/mesh_findings.h"
 #include "qx_db/app/mesh_util.h"
 #include "qx_db/bulk/record_file.h"
@@ -23,6 +22,7 @@
 #include "qx_db/gateway/document_exchange.h"
 #include "qx_db/material/material_file.h"
 #include "qx_db/material/material_library.h"
+#include "qx_db/mesh/dense_mesh.h"
 #include "qx_db/model/mesh_pools.h"
 #include "qx_db/model/mesh_set_pool.h"
 

@@ -6,10 +6,10 @@
 #include <utility>
 #include <vector>
 
-#include "qx_db/app/element_access.h"
 #include "qx_db/app/mesh_util.h"
-#include "qx_db/app/topology_table.h"
 #include "qx_db/core/session.h"
+#include "qx_db/mesh/element_access.h"
+#include "qx_db/mesh/topology_table.h"
 #include "qx_db/model/standard_pools.h"
 #include "qx_db/record/analysis_records.h"
 #include "qx_db/record/attribute_records.h"

@@ -4,8 +4,8 @@
 #include <cmath>
 #include <functional>
 
-#include "qx_db/app/element_volume.h"
-#include "qx_db/app/mesh_adjacency.h"
+#include "qx_db/mesh/element_volume.h"
+#include "qx_db/mesh/mesh_adjacency.h"
 #include "qx_db/model/standard_pools.h"
 #include "qx_db/record/verbs.h"
 

@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "qx_db/app/dense_mesh.h"
+#include "qx_db/mesh/dense_mesh.h"
 
 namespace qx {
 

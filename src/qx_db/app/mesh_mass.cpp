@@ -2,10 +2,10 @@
 
 #include <map>
 
-#include "qx_db/app/element_access.h"
 #include "qx_db/app/mesh_util.h"
 #include "qx_db/callback/callbacks.h"
 #include "qx_db/core/session.h"
+#include "qx_db/mesh/element_access.h"
 #include "qx_db/record/control_records.h"
 #include "qx_db/record/verbs.h"
 

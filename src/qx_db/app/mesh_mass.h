@@ -6,8 +6,8 @@
 #include <optional>
 #include <vector>
 
-#include "qx_db/app/dense_mesh.h"
-#include "qx_db/app/element_volume.h"
+#include "qx_db/mesh/dense_mesh.h"
+#include "qx_db/mesh/element_volume.h"
 
 namespace qx {
 

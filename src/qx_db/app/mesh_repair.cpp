@@ -6,9 +6,9 @@
 #include <vector>
 
 #include "qx_db/app/element_turning.h"
-#include "qx_db/app/mesh_adjacency.h"
 #include "qx_db/app/mesh_findings.h"
 #include "qx_db/core/session.h"
+#include "qx_db/mesh/mesh_adjacency.h"
 #include "qx_db/model/standard_pools.h"
 #include "qx_db/record/verbs.h"
 

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "qx_db/app/mesh_util.h"
-#include "qx_db/app/side_nodes.h"
+#include "qx_db/mesh/side_nodes.h"
 #include "qx_db/platform/parallel.h"
 #include "qx_db/platform/prefetch.h"
 

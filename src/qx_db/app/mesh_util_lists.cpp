@@ -5,11 +5,11 @@
 #include <utility>
 #include <vector>
 
-#include "qx_db/app/element_access.h"
 #include "qx_db/app/mesh_util.h"
-#include "qx_db/app/record_numbers.h"
-#include "qx_db/app/side_nodes.h"
 #include "qx_db/core/session.h"
+#include "qx_db/mesh/element_access.h"
+#include "qx_db/mesh/record_numbers.h"
+#include "qx_db/mesh/side_nodes.h"
 #include "qx_db/record/control_records.h"
 #include "qx_db/record/geometry_records.h"
 

@@ -2,13 +2,13 @@
 
 #include <algorithm>
 
-#include "qx_db/app/element_access.h"
-#include "qx_db/app/element_volume.h"
-#include "qx_db/app/face_triangles.h"
 #include "qx_db/app/mesh_util.h"
-#include "qx_db/app/side_nodes.h"
 #include "qx_db/callback/callbacks.h"
 #include "qx_db/core/session.h"
+#include "qx_db/mesh/element_access.h"
+#include "qx_db/mesh/element_volume.h"
+#include "qx_db/mesh/face_triangles.h"
+#include "qx_db/mesh/side_nodes.h"
 #include "qx_db/record/attribute_records.h"
 #include "qx_db/record/element_types.h"
 
@@ -176,17 +176,7 @@ double CQXMeshUtil::GetElemVolume(ITR elem) const {
   }
 }
 
-int CQXMeshUtil::GetElemDim(std::int32_t type) {
-  struct Range {
-    std::int32_t first, last, dimension;
-  };
-  constexpr Range kRanges[] = {{1, 1, 0},   {2, 3, 1},   {4, 7, 2},  {8, 15, 3},
-                               {81, 81, 1}, {30, 80, 4}, {82, 87, 4}};
-  for (const Range& range : kRanges) {
-    if (type >= range.first && type <= range.last) return range.dimension;
-  }
-  return 5;
-}
+int CQXMeshUtil::GetElemDim(std::int32_t type) { return topology::DimensionOf(type); }
 
 int CQXMeshUtil::IsQuadratic(ITR elem) const {
   const tagTElem* element = ElementAt(elem);

@@ -4,11 +4,11 @@
 #include <limits>
 #include <span>
 
-#include "qx_db/app/element_access.h"
 #include "qx_db/app/element_turning.h"
-#include "qx_db/app/element_volume.h"
 #include "qx_db/app/mesh_util.h"
 #include "qx_db/core/session.h"
+#include "qx_db/mesh/element_access.h"
+#include "qx_db/mesh/element_volume.h"
 #include "qx_db/model/standard_pools.h"
 #include "qx_db/record/element_types.h"
 

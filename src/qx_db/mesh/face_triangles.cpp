@@ -1,4 +1,4 @@
-#include "qx_db/app/face_triangles.h"
+#include "qx_db/mesh/face_triangles.h"
 
 namespace qx {
 namespace {

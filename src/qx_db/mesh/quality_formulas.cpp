@@ -1,11 +1,11 @@
-#include "qx_db/app/quality_formulas.h"
+#include "qx_db/mesh/quality_formulas.h"
 
 #include <algorithm>
 #include <array>
 #include <numbers>
 
-#include "qx_db/app/element_volume.h"
-#include "qx_db/app/mesh_quality.h"
+#include "qx_db/mesh/element_volume.h"
+#include "qx_db/mesh/mesh_quality.h"
 #include "qx_db/record/element_types.h"
 
 namespace qx::quality {

@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "qx_db/app/point3.h"
+#include "qx_db/mesh/point3.h"
 #include "qx_db/pool/keyed_set_base.h"
 #include "qx_db/record/mesh_records.h"
 

@@ -5,8 +5,8 @@
 #include <array>
 #include <span>
 
-#include "qx_db/app/element_access.h"
-#include "qx_db/app/topology_table.h"
+#include "qx_db/mesh/element_access.h"
+#include "qx_db/mesh/topology_table.h"
 #include "qx_db/record/array_elements.h"
 
 namespace qx {

@@ -1,12 +1,11 @@
-#include "qx_db/app/dense_mesh.h"
+#include "qx_db/mesh/dense_mesh.h"
 
 #include <algorithm>
 #include <limits>
 #include <stdexcept>
 
-#include "qx_db/app/element_access.h"
-#include "qx_db/app/mesh_util.h"
 #include "qx_db/core/session.h"
+#include "qx_db/mesh/element_access.h"
 #include "qx_db/platform/pages.h"
 #include "qx_db/platform/prefetch.h"
 #include "qx_db/record/element_types.h"
@@ -52,12 +51,11 @@ DenseMesh::DenseMesh(const CQXDBSession& session) : session_(&session) {
 
 DenseMesh::Type::Type(std::int32_t type_code)
     : code(type_code), is_special(type_code > element::kHex20) {
-  constexpr int kUnknownDimension = 5;
   const ElementTopology topology(code);
   nodes = topology.Nodes();
   shape = is_special ? CornerShape::kNone : topology::ShapeOf(code);
   corners = static_cast<std::uint8_t>(topology.Corners());
-  const bool is_known = nodes != 0 || CQXMeshUtil::GetElemDim(code) != kUnknownDimension;
+  const bool is_known = nodes != 0 || topology::DimensionOf(code) != topology::kUnknownDimension;
   faults = is_known ? 0 : fault::kUnknownType;
 }
 

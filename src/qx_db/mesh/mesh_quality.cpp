@@ -1,13 +1,13 @@
-#include "qx_db/app/mesh_quality.h"
+#include "qx_db/mesh/mesh_quality.h"
 
 #include <algorithm>
 #include <array>
 #include <cstddef>
 #include <limits>
 
-#include "qx_db/app/element_access.h"
-#include "qx_db/app/element_volume.h"
-#include "qx_db/app/quality_formulas.h"
+#include "qx_db/mesh/element_access.h"
+#include "qx_db/mesh/element_volume.h"
+#include "qx_db/mesh/quality_formulas.h"
 #include "qx_db/record/element_types.h"
 
 namespace qx {

@@ -1,4 +1,4 @@
-#include "qx_db/app/topology_table.h"
+#include "qx_db/mesh/topology_table.h"
 
 #include <array>
 
@@ -233,5 +233,18 @@ std::size_t Index(std::int32_t code) {
 const std::int32_t* topology::RowOf(std::int32_t code) { return kTable.rows[Index(code)].data(); }
 
 CornerShape topology::ShapeOf(std::int32_t code) { return kTable.shapes[Index(code)]; }
+
+int topology::DimensionOf(std::int32_t code) {
+  struct Range {
+    std::int32_t first, last;
+    int dimension;
+  };
+  constexpr Range kRanges[] = {{1, 1, 0},  {2, 3, 1},   {4, 7, 2},
+                               {8, 15, 3}, {81, 81, 1}, {30, 87, kSpecialDimension}};
+  for (const Range& range : kRanges) {
+    if (code >= range.first && code <= range.last) return range.dimension;
+  }
+  return kUnknownDimension;
+}
 
 }  // namespace qx

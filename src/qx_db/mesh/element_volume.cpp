@@ -1,4 +1,4 @@
-#include "qx_db/app/element_volume.h"
+#include "qx_db/mesh/element_volume.h"
 
 #include <array>
 #include <cstddef>

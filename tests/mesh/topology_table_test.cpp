@@ -1,16 +1,16 @@
 // The topology table against a transcription of its own, and against itself.
 
-#include "qx_db/app/topology_table.h"
+#include "qx_db/mesh/topology_table.h"
 
 #include <algorithm>
 #include <gtest/gtest.h>
 #include <set>
 #include <vector>
 
-#include "qx_db/app/face_triangles.h"
 #include "qx_db/app/mesh_util.h"
+#include "qx_db/mesh/face_triangles.h"
 
-#include "mesh_builder.h"
+#include "tests/mesh/mesh_builder.h"
 
 namespace qx {
 namespace {

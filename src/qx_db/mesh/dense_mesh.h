@@ -5,9 +5,9 @@
 #include <span>
 #include <vector>
 
-#include "qx_db/app/point3.h"
-#include "qx_db/app/record_numbers.h"
-#include "qx_db/app/topology_table.h"
+#include "qx_db/mesh/point3.h"
+#include "qx_db/mesh/record_numbers.h"
+#include "qx_db/mesh/topology_table.h"
 #include "qx_db/record/mesh_records.h"
 
 namespace qx {

@@ -7,8 +7,8 @@
 #include <span>
 #include <string_view>
 
-#include "qx_db/app/point3.h"
-#include "qx_db/app/topology_table.h"
+#include "qx_db/mesh/point3.h"
+#include "qx_db/mesh/topology_table.h"
 #include "qx_db/record/mesh_records.h"
 
 namespace qx {

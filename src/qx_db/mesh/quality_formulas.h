@@ -4,8 +4,8 @@
 // SAND2007-1751; what goes beyond it is said at the function.
 // Threads: any; nothing is kept between calls.
 
-#include "qx_db/app/point3.h"
-#include "qx_db/app/topology_table.h"
+#include "qx_db/mesh/point3.h"
+#include "qx_db/mesh/topology_table.h"
 
 namespace qx::quality {
 

@@ -2,8 +2,8 @@
 // Lengths, areas, volumes and moments of elements from their corners.
 // Threads: one at a time for a session: its owner, or whoever reads a snapshot of it.
 
-#include "qx_db/app/point3.h"
-#include "qx_db/app/topology_table.h"
+#include "qx_db/mesh/point3.h"
+#include "qx_db/mesh/topology_table.h"
 
 namespace qx {
 

@@ -1,4 +1,4 @@
-#include "qx_db/app/mesh_adjacency.h"
+#include "qx_db/mesh/mesh_adjacency.h"
 
 #include <algorithm>
 #include <array>

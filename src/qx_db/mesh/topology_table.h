@@ -72,6 +72,12 @@ QXDB_API const std::int32_t* RowOf(std::int32_t code);
 /// 37, 54 and 81 are single and linear.
 QXDB_API CornerShape ShapeOf(std::int32_t code);
 
+/// Of a special type, and of a code that is none.
+inline constexpr int kSpecialDimension = 4;
+inline constexpr int kUnknownDimension = 5;
+/// Dimension of a type: 0 to 3, or one of those above.
+QXDB_API int DimensionOf(std::int32_t code);
+
 }  // namespace topology
 
 /// One row of the table, by name.

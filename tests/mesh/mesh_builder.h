@@ -6,8 +6,8 @@
 #include <vector>
 
 #include "qx_db/app/mesh_util.h"
-#include "qx_db/app/point3.h"
-#include "qx_db/app/topology_table.h"
+#include "qx_db/mesh/point3.h"
+#include "qx_db/mesh/topology_table.h"
 #include "qx_db/model/standard_pools.h"
 
 namespace qx::testing {

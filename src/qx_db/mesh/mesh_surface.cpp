@@ -1,6 +1,6 @@
-#include "qx_db/app/mesh_surface.h"
+#include "qx_db/mesh/mesh_surface.h"
 
-#include "qx_db/app/mesh_adjacency.h"
+#include "qx_db/mesh/mesh_adjacency.h"
 
 namespace qx {
 namespace {

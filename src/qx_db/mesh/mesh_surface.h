@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "qx_db/app/dense_mesh.h"
+#include "qx_db/mesh/dense_mesh.h"
 
 namespace qx {
 

@@ -7,16 +7,16 @@
 #include <random>
 #include <set>
 
-#include "qx_db/app/dense_mesh.h"
-#include "qx_db/app/element_volume.h"
 #include "qx_db/app/mesh_mass.h"
-#include "qx_db/app/mesh_quality.h"
 #include "qx_db/gateway/document.h"
+#include "qx_db/mesh/dense_mesh.h"
+#include "qx_db/mesh/element_volume.h"
+#include "qx_db/mesh/mesh_quality.h"
 
 #include "exchange/msh/msh_reader.h"
-#include "mesh_builder.h"
 #include "tests/corpus.h"
 #include "tests/exchange/mesh_measure.h"
+#include "tests/mesh/mesh_builder.h"
 
 namespace qx {
 namespace {

@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "qx_db/app/dense_mesh.h"
+#include "qx_db/mesh/dense_mesh.h"
 #include "qx_db/record/array_elements.h"
 
 namespace qx {
