@@ -29,19 +29,16 @@ bool Corners(CQXDBSession* session, const tagTElem& elem, int count, Point3* out
 }
 
 Extent ExtentOf(CQXDBSession* session, const tagTElem& elem) {
-  const ElementTopology topology(elem.type);
   const CornerShape shape = topology::ShapeOf(elem.type);
   Point3 corners[8];
-  if (shape <= CornerShape::kPoint || !Corners(session, elem, topology.Corners(), corners)) {
+  if (shape <= CornerShape::kPoint ||
+      !Corners(session, elem, topology::CornersOf(shape), corners)) {
     return {};
   }
   const Moments moments = ShapeMoments(shape, corners);
-  const int dimension = shape == CornerShape::kLine            ? 1
-                        : shape <= CornerShape::kQuadrilateral ? 2
-                                                               : 3;
   // An element turned inside out still has its mass.
   const double sign = moments.size < 0 ? -1 : 1;
-  return {dimension, sign * moments.size, sign * moments.first};
+  return {topology::DimensionOf(shape), sign * moments.size, sign * moments.first};
 }
 
 double MeanThickness(const tagTE2DThick& record, int corners) {

@@ -45,7 +45,6 @@ std::map<std::uint16_t, std::vector<std::pair<ITR, Fate>>> FatesOf(const Step& s
 /// Appends the corner-to-corner lines of a removed element, which is readable as long as its step.
 void AddOutline(ITR item, const CQXDBSession& session, std::vector<double>& out) {
   const auto& element = *static_cast<const tagTElem*>(KeyedSetBase::RecordAt(item));
-  const ElementTopology type(element.type);
   const auto add = [&](std::int32_t a, std::int32_t b) {
     for (const std::int32_t place : {a, b}) {
       // A node that went as well still has its position.
@@ -60,13 +59,8 @@ void AddOutline(ITR item, const CQXDBSession& session, std::vector<double>& out)
       }
     }
   };
-  if (type.Edges() == 0 || element.nodes.GetSize() < type.Corners()) {
-    for (std::int32_t i = 1; i < element.nodes.GetSize(); ++i) add(0, i);
-    return;
-  }
-  for (std::int32_t edge = 0; edge < type.Edges(); ++edge) {
-    const auto corners = type.Edge(edge, false);
-    add(corners[0], corners[1]);
+  for (const NodeLine& line : topology::OutlineOf(element.type, element.nodes.GetSize())) {
+    add(line.from, line.to);
   }
 }
 

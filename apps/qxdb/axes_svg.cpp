@@ -6,7 +6,6 @@
 #include <map>
 
 #include "qx_db/mesh/topology_table.h"
-#include "qx_db/record/element_types.h"
 
 namespace qx::app {
 namespace {
@@ -55,29 +54,6 @@ class Projection {
   double scale_ = 1;
   Point shift_{};
 };
-
-using Edges = std::vector<std::pair<int, int>>;
-
-/// The edges between an element's corners.
-Edges EdgesOf(const tagTElem& element) {
-  const int nodes = element.nodes.GetSize();
-  const ElementTopology solid(element.type);
-  if (solid.Class() == topology::kSolidClass && nodes >= solid.Corners()) {
-    Edges edges;
-    for (int i = 0; i < solid.Edges(); ++i) {
-      const auto edge = solid.Edge(i, false);
-      edges.emplace_back(edge[0], edge[1]);
-    }
-    return edges;
-  }
-  const ElementType* type = FindElementType(element.type);
-  int corners = static_cast<int>(CornersOfFirstFace(element.type, nodes));
-  if (corners == 0 || (type && type->dimension == 1)) corners = std::min(nodes, 2);
-  Edges edges;
-  for (int i = 0; i + 1 < corners; ++i) edges.emplace_back(i, i + 1);
-  if (corners > 2) edges.emplace_back(corners - 1, 0);
-  return edges;
-}
 
 std::string Line(Point a, Point b, const char* attributes) {
   return fmt::format("<line x1='{:.1f}' y1='{:.1f}' x2='{:.1f}' y2='{:.1f}' {}/>\n", a.x, a.y, b.x,
@@ -160,8 +136,7 @@ std::string AxesSvg(const CQXDBSession& session, const std::vector<DrawnElement>
       kWidth, kHeight);
   for (std::size_t i = 0; i < elements.size(); ++i) {
     const tagTElem& element = pool.GetAtNU(elements[i].item);
-    for (const auto& [a, b] : EdgesOf(element)) {
-      if (a >= element.nodes.GetSize() || b >= element.nodes.GetSize()) continue;
+    for (const auto& [a, b] : topology::OutlineOf(element.type, element.nodes.GetSize())) {
       if (element.nodes[a] == 0 || element.nodes[b] == 0) continue;
       out += Line(at(nodes.Position(element.nodes[a])), at(nodes.Position(element.nodes[b])),
                   "stroke='#555' stroke-width='1.5'");

@@ -276,6 +276,9 @@ TEST(Findings, LeaveSpecialElementsToTheApplication) {
   model.Element(50, std::vector<int>{0, 1, 3, 2});
   model.Element(30, std::vector<int>{model.Node({5, 5, 5})});
   model.Element(30, std::vector<int>{});
+  // Joints have the nodes of both their sides, more than a line or a plane has.
+  model.Element(46, std::vector<int>{0, 1, 2, 3});
+  model.Element(50, std::vector<int>{0, 1, 3, 2, 4, 5, 7, 6});
   const std::map<std::string, std::size_t> wanted{{"duplicate-nodes", 1}, {"free-faces", 1}};
   EXPECT_EQ(CountFindings(model), wanted);
   const DenseMesh mesh(model.session);

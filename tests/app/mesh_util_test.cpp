@@ -23,7 +23,10 @@ using testing::Model;
 
 constexpr std::int32_t kMeshTypes[] = {2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
 
-std::vector<Point3> CornersOf(std::int32_t type) { return IdealCorners(topology::ShapeOf(type)); }
+std::vector<Point3> CornersOf(std::int32_t type) {
+  const topology::SpecialForm* const form = topology::FormOf(type);
+  return IdealCorners(form ? form->shape : topology::ShapeOf(type));
+}
 
 std::vector<ITR> ToVector(const TArray<ITR>& list) { return {list.begin(), list.end()}; }
 

@@ -102,6 +102,28 @@ TEST_F(AppDB, MassesFollowFromShapePropertyAndMaterial) {
   EXPECT_NEAR(host_.GetMatlMass(&session_, steel), total - 12, 1e-6);
 }
 
+TEST_F(AppDB, SpecialElementsWeighWhatTheirSpecialPropertySays) {
+  const ITR steel = Steel();
+  const ITR beam = host_.AddProperty(&session_, tagTProp::kBeam, u"beam", {0.01, 0, 0, 0, 3});
+  host_.SetMatlInProp(&session_, beam, steel);
+  const ITR plate = host_.MakePropPlate(&session_, steel, 0.02);
+  const ITR solid = host_.MakePropSolid(&session_, steel);
+  for (const auto& [type, corners, property] :
+       {std::tuple{46, kLine, beam}, std::tuple{82, kLine, beam}, std::tuple{50, kSquare, plate},
+        std::tuple{87, kSquare, plate}, std::tuple{69, kBox, solid}}) {
+    SCOPED_TRACE(type);
+    const ITR elem = Element(type, corners, property);
+    EXPECT_EQ(host_.GetMSetMass(&session_, {elem}), 0);
+    EXPECT_EQ(host_.GetBeamVolume(&session_, elem) + host_.GetFaceVolume(&session_, elem), 0);
+    tagTSprop special;
+    special.key = KeyOf(elem);
+    special.mass = 7;
+    Pool<tagTSprop>(session_).InsertNU(special);
+    EXPECT_EQ(host_.GetMSetMass(&session_, {elem}), 7);
+    EXPECT_EQ(host_.GetSpecialElemMass(&session_, elem), 7);
+  }
+}
+
 TEST_F(AppDB, PointMassesMayDifferByAxis) {
   const ITR elem = Element(element::kPoint, {{1, 0, 0}}, 0);
   tagTSprop special;

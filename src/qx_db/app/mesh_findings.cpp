@@ -50,9 +50,8 @@ bool HasSize(const DenseMesh& mesh, std::uint32_t e, SizeSign sign) {
   for (std::size_t i = 1; i < mesh.Corners(e).size(); ++i) {
     extent = std::max(extent, Distance(p[0], p[i]));
   }
-  const int dimension = shape == CornerShape::kLine ? 1 : shape < CornerShape::kTetrahedron ? 2 : 3;
   const double size = ShapeSize(shape, p);
-  const double flat = kFlat * std::pow(extent, dimension);
+  const double flat = kFlat * std::pow(extent, topology::DimensionOf(shape));
   return sign == SizeSign::kNegative ? size < -flat : std::abs(size) <= flat;
 }
 

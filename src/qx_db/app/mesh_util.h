@@ -146,7 +146,7 @@ class QXDB_API CQXMeshUtil {
   double GetEdgeArea(const tagTElemSide& side) const;
   /// Perimeter of a line element's section; asks the application.
   double Get1DElemPerimeter(ITR elem) const;
-  /// Signed volume of a solid; for surfaces and lines what the application says.
+  /// Signed volume of a solid; for surfaces and lines, special ones too, what the application says.
   double GetElemVolume(ITR elem) const;
   /// Dimension of a type: 0 to 3; 4 for special types, 5 for unknown codes.
   static int GetElemDim(std::int32_t type);

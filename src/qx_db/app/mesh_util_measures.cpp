@@ -34,6 +34,12 @@ double SumOfTriangles(std::span<const NodeTriangle> triangles, const Point3* p) 
   return area;
 }
 
+/// What the first nodes of a type are measured as, special types included.
+CornerShape MeasuredShape(std::int32_t code) {
+  const topology::SpecialForm* const form = topology::FormOf(code);
+  return form ? form->shape : topology::ShapeOf(code);
+}
+
 int StoreMean(std::span<const ITR> nodes, double* out) {
   Point3 sum;
   for (const ITR itr : nodes) {
@@ -142,12 +148,11 @@ double CQXMeshUtil::GetFaceArea(ITR elem) const {
 }
 
 double CQXMeshUtil::GetElemQuantity(ITR elem) const {
-  constexpr std::int32_t kUnmeasuredLine = 81;
   const tagTElem* element = ElementAt(elem);
-  if (!element || element->type == kUnmeasuredLine) return 0.0;
+  if (!element) return 0.0;
+  const CornerShape shape = MeasuredShape(element->type);
   Point3 p[8];
-  if (!FirstPositions(*element, ElementTopology(element->type).Corners(), p)) return 0.0;
-  return ShapeSize(topology::ShapeOf(element->type), p);
+  return FirstPositions(*element, topology::CornersOf(shape), p) ? ShapeSize(shape, p) : 0.0;
 }
 
 double CQXMeshUtil::GetEdgeArea(const tagTElemSide& side) const {
@@ -165,14 +170,15 @@ double CQXMeshUtil::GetEdgeArea(const tagTElemSide& side) const {
 double CQXMeshUtil::GetElemVolume(ITR elem) const {
   const tagTElem* element = ElementAt(elem);
   if (!element) return 0.0;
-  switch (ElementTopology(element->type).Class()) {
-    case topology::kLineClass:
+  switch (topology::DimensionOf(MeasuredShape(element->type))) {
+    case 1:
       return GetBeamVolume(elem);
-    case topology::kSurfaceClass:
+    case 2:
       return GetFaceVolume(elem);
+    case 3:
+      return GetElemQuantity(elem);
     default:
-      return topology::ShapeOf(element->type) >= CornerShape::kTetrahedron ? GetElemQuantity(elem)
-                                                                           : 0.0;
+      return 0.0;
   }
 }
 
@@ -183,7 +189,10 @@ int CQXMeshUtil::IsQuadratic(ITR elem) const {
   return element ? IsQuadratic(element->type) : 0;
 }
 
-int CQXMeshUtil::IsQuadratic(std::int32_t type) { return type >= 3 && type <= 15 && type % 2 == 1; }
+int CQXMeshUtil::IsQuadratic(std::int32_t code) {
+  const ElementType* const type = FindElementType(code);
+  return type && type->nodes > type->corners ? 1 : 0;
+}
 
 int CQXMeshUtil::IsNodeQuadraticFor1D(ITR node) const {
   constexpr std::int32_t kMiddle = 2;

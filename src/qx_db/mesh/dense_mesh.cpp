@@ -53,10 +53,9 @@ DenseMesh::Type::Type(std::int32_t type_code)
     : code(type_code), is_special(type_code > element::kHex20) {
   const ElementTopology topology(code);
   nodes = topology.Nodes();
-  shape = is_special ? CornerShape::kNone : topology::ShapeOf(code);
+  shape = topology::ShapeOf(code);
   corners = static_cast<std::uint8_t>(topology.Corners());
-  const bool is_known = nodes != 0 || topology::DimensionOf(code) != topology::kUnknownDimension;
-  faults = is_known ? 0 : fault::kUnknownType;
+  faults = topology::DimensionOf(code) == topology::kUnknownDimension ? fault::kUnknownType : 0;
 }
 
 void DenseMesh::AddElement(ITR itr, const Type& type) {

@@ -43,7 +43,11 @@ void AddElement(MeshSurface& surface, const DenseMesh& mesh, std::uint32_t e) {
         surface.point_nodes.push_back(nodes[0]);
         surface.point_elements.push_back(e);
       }
-      for (std::size_t i = 1; i < nodes.size(); ++i) AddLine(surface, e, nodes[0], nodes[i]);
+      for (const NodeLine& line :
+           topology::OutlineOf(mesh.Element(e).type, static_cast<std::int32_t>(nodes.size()))) {
+        AddLine(surface, e, nodes[static_cast<std::size_t>(line.from)],
+                nodes[static_cast<std::size_t>(line.to)]);
+      }
       return;
     default:
       return;  // solids show their free faces

@@ -23,7 +23,8 @@ struct FaceList {
 
 /// The free faces of solids and all surface elements as faces; lines as pairs of nodes, one element
 /// of three nodes giving two; points. Special elements, whose shape is the application's, are a
-/// point when they have one node, and lines from their first node to each other one. Elements with
+/// point when they have one node, and else the lines of their outline (topology::OutlineOf); both
+/// sides of an interface are among these. Elements with
 /// a missing node or a coordinate that is no number are left out.
 struct QXDB_API MeshSurface {
   std::array<FaceList, 4> faces;  ///< of 3, 4, 6 and 8 nodes

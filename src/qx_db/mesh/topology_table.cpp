@@ -2,6 +2,8 @@
 
 #include <array>
 
+#include "qx_db/record/element_types.h"
+
 namespace qx {
 namespace {
 
@@ -55,42 +57,27 @@ constexpr Solid kShapes[] = {
      {{0, 3, 2, 1}, {4, 5, 6, 7}, {0, 1, 5, 4}, {1, 2, 6, 5}, {2, 3, 7, 6}, {3, 0, 4, 7}}},
 };
 
-/// The types of one shape: the code of the linear one and, unless 0, of the quadratic one.
-struct Family {
-  CornerShape shape;
-  std::int32_t linear;
-  std::int32_t quadratic;
-  std::int32_t type_class;
-};
+/// The classes of ordinary elements, by shape: their dimension and one.
+constexpr std::int32_t kClassOfShape[] = {
+    0,           kPointClass, kLineClass,  kSurfaceClass, kSurfaceClass,
+    kSolidClass, kSolidClass, kSolidClass, kSolidClass};
 
-constexpr Family kFamilies[] = {
-    {CornerShape::kPoint, 1, 0, kPointClass},
-    {CornerShape::kLine, 2, 3, kLineClass},
-    {CornerShape::kTriangle, 4, 5, kSurfaceClass},
-    {CornerShape::kQuadrilateral, 6, 7, kSurfaceClass},
-    {CornerShape::kTetrahedron, 8, 9, kSolidClass},
-    {CornerShape::kPyramid, 10, 11, kSolidClass},
-    {CornerShape::kWedge, 12, 13, kSolidClass},
-    {CornerShape::kHexahedron, 14, 15, kSolidClass},
-    {CornerShape::kLine, 37, 0, kSpecialClass},
-    {CornerShape::kLine, 46, 47, kSpecialClass},
-    {CornerShape::kTriangle, 48, 49, kSpecialClass},
-    {CornerShape::kQuadrilateral, 50, 51, kSpecialClass},
-    {CornerShape::kLine, 54, 0, kSpecialClass},
-    {CornerShape::kLine, 56, 57, kSpecialClass},
-    {CornerShape::kTriangle, 60, 61, kSpecialClass},
-    {CornerShape::kQuadrilateral, 62, 63, kSpecialClass},
-    {CornerShape::kQuadrilateral, 65, 66, kSpecialClass},
-    {CornerShape::kWedge, 67, 68, kSpecialClass},
-    {CornerShape::kHexahedron, 69, 70, kSpecialClass},
-    {CornerShape::kLine, 71, 72, kSpecialClass},
-    {CornerShape::kTriangle, 73, 74, kSpecialClass},
-    {CornerShape::kQuadrilateral, 75, 76, kSpecialClass},
-    {CornerShape::kLine, 79, 80, kSpecialClass},
-    {CornerShape::kLine, 81, 0, kSpecialClass},
-    {CornerShape::kLine, 82, 83, kSpecialClass},
-    {CornerShape::kTriangle, 84, 85, kSpecialClass},
-    {CornerShape::kQuadrilateral, 86, 87, kSpecialClass},
+/// The special types that have a row: a line of two nodes and a quadrilateral of eight.
+constexpr std::int32_t kFirstSpecial = 30;
+constexpr std::int32_t kSpecialLine = 81;
+constexpr std::int32_t kSpecialQuadrilateral = 87;
+
+/// What the first nodes of special types form, code by code or the linear and the quadratic one.
+constexpr SpecialForm kForms[] = {
+    {37, 37, CornerShape::kLine},           {46, 47, CornerShape::kLine, true},
+    {48, 49, CornerShape::kTriangle, true}, {50, 51, CornerShape::kQuadrilateral, true},
+    {54, 54, CornerShape::kLine},           {56, 57, CornerShape::kLine},
+    {60, 61, CornerShape::kTriangle},       {62, 63, CornerShape::kQuadrilateral},
+    {65, 66, CornerShape::kQuadrilateral},  {67, 68, CornerShape::kWedge},
+    {69, 70, CornerShape::kHexahedron},     {71, 72, CornerShape::kLine, true},
+    {73, 74, CornerShape::kTriangle, true}, {75, 76, CornerShape::kQuadrilateral, true},
+    {79, 80, CornerShape::kLine},           {82, 83, CornerShape::kLine},
+    {84, 85, CornerShape::kTriangle},       {86, 87, CornerShape::kQuadrilateral},
 };
 
 using Words = std::array<std::int32_t, kWords>;
@@ -183,16 +170,16 @@ void FillCornerAdjacency(const Solid& solid, Words& row) {
   }
 }
 
-Words MakeRow(const Family& family, bool quadratic) {
-  const Solid& solid = kShapes[static_cast<std::size_t>(family.shape)];
-  const bool is_point = family.shape == CornerShape::kPoint;
+std::size_t IndexOf(CornerShape shape) { return static_cast<std::size_t>(shape); }
+
+Words MakeRow(CornerShape shape, bool quadratic, std::int32_t type_class) {
+  const Solid& solid = kShapes[IndexOf(shape)];
+  const bool is_point = shape == CornerShape::kPoint;
   Words row{};
   for (std::int32_t i = kFacesOfFace; i < kFaceCorners; ++i) row[static_cast<std::size_t>(i)] = -1;
   row[kTail] = row[kTail + 1] = -1;
-  row[kClass] = family.type_class;
-  row[kSides] = solid.faces > 1                      ? solid.faces
-                : family.shape == CornerShape::kLine ? 2
-                                                     : solid.edges;
+  row[kClass] = type_class;
+  row[kSides] = solid.faces > 1 ? solid.faces : shape == CornerShape::kLine ? 2 : solid.edges;
   row[kCorners] = solid.corners;
   row[kNodes] = solid.corners + (quadratic ? solid.edges : 0);
   row[kEdges] = solid.edges;
@@ -205,19 +192,27 @@ Words MakeRow(const Family& family, bool quadratic) {
   return row;
 }
 
+CornerShape ShapeWith(std::int32_t dimension, std::int32_t corners) {
+  std::size_t shape = IndexOf(CornerShape::kPoint);
+  while (kClassOfShape[shape] != dimension + kPointClass || kShapes[shape].corners != corners) {
+    ++shape;
+  }
+  return static_cast<CornerShape>(shape);
+}
+
 struct Table {
   std::array<Words, kRows> rows{};
   std::array<CornerShape, kRows> shapes{};
 
   Table() {
-    for (const Family& family : kFamilies) {
-      Put(family, family.linear, false);
-      if (family.quadratic) Put(family, family.quadratic, true);
+    for (const ElementType& type : ElementTypes()) {
+      const auto code = static_cast<std::size_t>(type.code);
+      shapes[code] = ShapeWith(type.dimension, type.corners);
+      rows[code] =
+          MakeRow(shapes[code], type.nodes > type.corners, kClassOfShape[IndexOf(shapes[code])]);
     }
-  }
-  void Put(const Family& family, std::int32_t code, bool quadratic) {
-    rows[static_cast<std::size_t>(code)] = MakeRow(family, quadratic);
-    shapes[static_cast<std::size_t>(code)] = family.shape;
+    rows[kSpecialLine] = MakeRow(CornerShape::kLine, false, kSpecialClass);
+    rows[kSpecialQuadrilateral] = MakeRow(CornerShape::kQuadrilateral, true, kSpecialClass);
   }
 };
 
@@ -228,23 +223,71 @@ std::size_t Index(std::int32_t code) {
   return code >= 0 && code < kRows ? static_cast<std::size_t>(code) : 0;
 }
 
+/// Appends the edges of the plane or line that `corners` nodes from `first` on form.
+void AddRing(std::int32_t first, std::int32_t corners, std::vector<NodeLine>& lines) {
+  for (std::int32_t i = 0; i + 1 < corners; ++i) lines.push_back({first + i, first + i + 1});
+  if (corners > 2) lines.push_back({first + corners - 1, first});
+}
+
+std::vector<NodeLine> SpecialOutline(const SpecialForm& form, std::int32_t code,
+                                     std::int32_t nodes) {
+  std::vector<NodeLine> lines;
+  const std::int32_t corners = CornersOfFirstFace(form.shape);
+  AddRing(0, corners, lines);
+  const bool quadratic = form.first != form.last && code == form.last;
+  const Solid& side = kShapes[IndexOf(form.shape)];
+  const std::int32_t second = side.corners + (quadratic ? side.edges : 0);
+  if (!form.two_sided || nodes < 2 * second) return lines;
+  AddRing(second, corners, lines);
+  for (std::int32_t i = 0; i < corners; ++i) lines.push_back({i, second + i});
+  return lines;
+}
+
 }  // namespace
 
 const std::int32_t* topology::RowOf(std::int32_t code) { return kTable.rows[Index(code)].data(); }
 
 CornerShape topology::ShapeOf(std::int32_t code) { return kTable.shapes[Index(code)]; }
 
+int topology::DimensionOf(CornerShape shape) {
+  return shape == CornerShape::kNone ? kUnknownDimension
+                                     : kClassOfShape[IndexOf(shape)] - kPointClass;
+}
+
 int topology::DimensionOf(std::int32_t code) {
-  struct Range {
-    std::int32_t first, last;
-    int dimension;
-  };
-  constexpr Range kRanges[] = {{1, 1, 0},  {2, 3, 1},   {4, 7, 2},
-                               {8, 15, 3}, {81, 81, 1}, {30, 87, kSpecialDimension}};
-  for (const Range& range : kRanges) {
-    if (code >= range.first && code <= range.last) return range.dimension;
+  if (const ElementType* type = FindElementType(code)) return type->dimension;
+  if (code == kSpecialLine) return 1;
+  return code >= kFirstSpecial && code < kRows ? kSpecialDimension : kUnknownDimension;
+}
+
+std::int32_t topology::CornersOf(CornerShape shape) { return kShapes[IndexOf(shape)].corners; }
+
+std::int32_t topology::CornersOfFirstFace(CornerShape shape) {
+  const Solid& solid = kShapes[IndexOf(shape)];
+  return solid.faces == 0 ? solid.corners : CornersOfFace(solid, 0);
+}
+
+const SpecialForm* topology::FormOf(std::int32_t code) {
+  for (const SpecialForm& form : kForms) {
+    if (code == form.first || code == form.last) return &form;
   }
-  return kUnknownDimension;
+  return nullptr;
+}
+
+std::vector<NodeLine> topology::OutlineOf(std::int32_t code, std::int32_t nodes) {
+  std::vector<NodeLine> lines;
+  const SpecialForm* const form = FormOf(code);
+  if (form && nodes >= CornersOfFirstFace(form->shape)) return SpecialOutline(*form, code, nodes);
+  const ElementTopology type(code);
+  if (type.Edges() > 0 && nodes >= type.Corners()) {
+    for (std::int32_t edge = 0; edge < type.Edges(); ++edge) {
+      const auto ends = type.Edge(edge, false);
+      lines.push_back({ends[0], ends[1]});
+    }
+    return lines;
+  }
+  for (std::int32_t i = 1; i < nodes; ++i) lines.push_back({0, i});
+  return lines;
 }
 
 }  // namespace qx

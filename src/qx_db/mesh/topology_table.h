@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
+#include <vector>
 
 #include "qx_db/export.h"
 
@@ -22,6 +23,11 @@ enum class CornerShape : std::uint8_t {
   kPyramid,
   kWedge,
   kHexahedron,
+};
+
+/// Two positions in a list of nodes.
+struct NodeLine {
+  std::int32_t from, to;
 };
 
 namespace topology {
@@ -65,18 +71,36 @@ inline constexpr std::int32_t kTail = 335;  ///< 2 words of -1
 /// The row of a type code; a row of zeros for a code that has none.
 QXDB_API const std::int32_t* RowOf(std::int32_t code);
 
-/// What the corners of a type form; kNone for a code without a row.
-///
-/// Of the special types (30 to 87) those have a row whose corners are known because their length,
-/// area or volume is defined. They come in pairs, linear and then quadratic, like the others;
-/// 37, 54 and 81 are single and linear.
+/// What the corners of an ordinary type form; kNone for a special or unknown code: what special
+/// elements are, only the application can tell. Of those, 81 and 87 have a row all the same.
 QXDB_API CornerShape ShapeOf(std::int32_t code);
+/// Corners of a shape, and of its face 0: all of them where it is no solid.
+QXDB_API std::int32_t CornersOf(CornerShape shape);
+QXDB_API std::int32_t CornersOfFirstFace(CornerShape shape);
+
+/// How the first nodes of a special type lie, which is what its measure and its local axes are
+/// taken from.
+struct SpecialForm {
+  std::int32_t first, last;  ///< the code, or those of the linear and the quadratic type
+  CornerShape shape;
+  /// Whether the nodes are those of two such sides, one after the other, as of an interface.
+  bool two_sided = false;
+};
+/// Null for an ordinary or unknown code, and for a special one of which nothing is known.
+QXDB_API const SpecialForm* FormOf(std::int32_t code);
+
+/// The lines between corners that picture an element of so many nodes: its edges; of a special type
+/// those of its first face, of both sides where it has two, and between them; lines from the first
+/// node to each other one where nothing is known of the type, or the nodes are too few for it.
+QXDB_API std::vector<NodeLine> OutlineOf(std::int32_t code, std::int32_t nodes);
 
 /// Of a special type, and of a code that is none.
 inline constexpr int kSpecialDimension = 4;
 inline constexpr int kUnknownDimension = 5;
-/// Dimension of a type: 0 to 3, or one of those above.
+/// Dimension of a type: 0 to 3, or one of those above. 81 is a special type and a line.
 QXDB_API int DimensionOf(std::int32_t code);
+/// 0 for a point to 3 for a solid.
+QXDB_API int DimensionOf(CornerShape shape);
 
 }  // namespace topology
 

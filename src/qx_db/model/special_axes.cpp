@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "qx_db/core/session.h"
+#include "qx_db/mesh/topology_table.h"
 #include "qx_db/model/element_axes.h"
 #include "qx_db/model/mesh_pools.h"
 #include "qx_db/model/reference_index.h"
@@ -22,34 +23,20 @@ enum class Family : std::uint8_t {
   kPlane,  ///< plane or solid without a rule of its own
 };
 
-/// A run of element types of one family. `corners`: of the first face, 0 for lines and points.
+/// A run of element types of one family.
 struct SpecialTypes {
   std::int32_t first;
   std::int32_t last;
   Family family;
-  std::uint8_t corners;
 };
 
 constexpr SpecialTypes kSpecialTypes[] = {
-    {46, 47, Family::kInterfaceLine, 0},  {48, 49, Family::kInterfacePlane, 3},
-    {50, 51, Family::kInterfacePlane, 4}, {56, 57, Family::kFreeFieldLine, 0},
-    {60, 61, Family::kPlane, 3},          {62, 63, Family::kPlane, 4},
-    {65, 66, Family::kFreeFieldPlane, 4}, {67, 68, Family::kPlane, 3},
-    {69, 70, Family::kPlane, 4},          {71, 72, Family::kInterfaceLine, 0},
-    {73, 74, Family::kInterfacePlane, 3}, {75, 76, Family::kInterfacePlane, 4},
-    {82, 83, Family::kFluidLine, 0},      {84, 85, Family::kFluidPlane, 3},
-    {86, 87, Family::kFluidPlane, 4},
+    {46, 47, Family::kInterfaceLine},  {48, 51, Family::kInterfacePlane},
+    {56, 57, Family::kFreeFieldLine},  {60, 63, Family::kPlane},
+    {65, 66, Family::kFreeFieldPlane}, {67, 70, Family::kPlane},
+    {71, 72, Family::kInterfaceLine},  {73, 76, Family::kInterfacePlane},
+    {82, 83, Family::kFluidLine},      {84, 87, Family::kFluidPlane},
 };
-
-const SpecialTypes* FindSpecial(std::int32_t type) {
-  const auto found =
-      std::find_if(std::begin(kSpecialTypes), std::end(kSpecialTypes),
-                   [&](const SpecialTypes& row) { return row.first <= type && type <= row.last; });
-  return found == std::end(kSpecialTypes) ? nullptr : found;
-}
-
-/// Corners of the first face of the types 4 to 15.
-constexpr std::uint8_t kCorners[] = {3, 3, 4, 4, 3, 3, 4, 4, 3, 3, 4, 4};
 
 int Give(bool done, const Triad& axes, double out[3][3]) {
   if (done) axes.CopyTo(out);
@@ -74,12 +61,10 @@ bool BoundaryLineAxes(const Vector3& p1, const Vector3& p2, Triad& axes) {
 }  // namespace
 
 std::size_t CornersOfFirstFace(std::int32_t type, std::int32_t nodes) {
-  std::int32_t corners = std::min(nodes, 4);
-  if (type >= 4 && type <= 15) {
-    corners = kCorners[type - 4];
-  } else if (const SpecialTypes* special = FindSpecial(type)) {
-    corners = special->corners;
-  }
+  const topology::SpecialForm* const form = topology::FormOf(type);
+  const CornerShape shape = form ? form->shape : topology::ShapeOf(type);
+  const std::int32_t corners =
+      shape == CornerShape::kNone ? std::min(nodes, 4) : topology::CornersOfFirstFace(shape);
   return corners >= 3 && corners <= nodes ? static_cast<std::size_t>(corners) : 0;
 }
 
@@ -91,8 +76,11 @@ int DPoolElem::CalcSpecialElemLocalVector(const tagTElem& element, double axes[3
       &DPoolElem::CalcFreeFieldLocalVectorPlane, &DPoolElem::CalcFluidBndLocalVectorLine,
       &DPoolElem::CalcFluidBndLocalVectorPlane,  &DPoolElem::Calc2DElemLocalVector,
   };
-  const SpecialTypes* special = FindSpecial(element.type);
-  const Family family = special ? special->family : Family::kSpring;
+  const auto special = std::find_if(std::begin(kSpecialTypes), std::end(kSpecialTypes),
+                                    [&](const SpecialTypes& row) {
+                                      return row.first <= element.type && element.type <= row.last;
+                                    });
+  const Family family = special == std::end(kSpecialTypes) ? Family::kSpring : special->family;
   return (this->*kRules[static_cast<std::size_t>(family)])(element, axes);
 }
 
