@@ -45,12 +45,38 @@ struct Line {
   std::int64_t count;
 };
 
-void Describe(const RepairReport& report, std::string& text, JsonText& json) {
+/// What duplicates had and the elements that stay could not take, one line each as far as they can
+/// be read.
+void DescribeLosses(const CQXDBSession& session, const RepairReport& report, std::string& text,
+                    JsonText& json) {
+  constexpr std::size_t kMostLines = 20;
+  json.BeginArray("left_behind");
+  for (std::size_t i = 0; i < report.left_behind.size(); ++i) {
+    const LeftBehind& loss = report.left_behind[i];
+    const std::string pool = PoolLabel(*session.GetDataPool(loss.type));
+    if (i < kMostLines) {
+      text += fmt::format("             {} of {}: {} has its own, or lists its nodes otherwise\n",
+                          pool, loss.duplicate, loss.stays);
+    }
+    json.Begin().Integer("element", loss.duplicate).Integer("stays", loss.stays);
+    json.Text("pool", pool).End();
+  }
+  json.End();
+  if (report.left_behind.size() > kMostLines) {
+    text += fmt::format("             and {} more\n",
+                        Grouped(static_cast<std::int64_t>(report.left_behind.size() - kMostLines)));
+  }
+}
+
+void Describe(const CQXDBSession& session, const RepairReport& report, std::string& text,
+              JsonText& json) {
   const Line lines[] = {
       {"nodes_merged", "nodes merged", report.nodes_merged},
       {"merges_refused", "nodes left apart: merging would have collapsed an element",
        report.merges_refused},
       {"elements_removed", "duplicate elements removed", report.elements_removed},
+      {"attributes_dropped", "attributes of duplicates dropped",
+       static_cast<std::int64_t>(report.left_behind.size())},
       {"solids_turned", "inverted solids turned over", report.solids_turned},
       {"shells_turned", "shells turned to agree with their neighbours", report.shells_turned},
       {"one_sided_patches", "patches of shells left as they are: one-sided, no choice fits",
@@ -65,6 +91,7 @@ void Describe(const RepairReport& report, std::string& text, JsonText& json) {
     json.Integer(line.name, line.count);
   }
   json.End();
+  DescribeLosses(session, report, text, json);
 }
 
 Outcome Fix(Model& model, const FixOptions& options, const Context& context) {
@@ -80,7 +107,7 @@ Outcome Fix(Model& model, const FixOptions& options, const Context& context) {
   JsonText json;
   json.Begin().Text("model", model.path);
   edit.WriteStates(json);
-  Describe(report, text, json);
+  Describe(model.session, report, text, json);
   edit.Changes().Write(json);
   text += report.ChangedAnything() ? edit.Changes().Text() + edit.StateLine()
                                    : std::string("nothing to repair\n");

@@ -11,6 +11,7 @@
 #include "qx_db/record/analysis_records.h"
 #include "qx_db/record/attribute_records.h"
 #include "qx_db/record/control_records.h"
+#include "qx_db/record/deck_records.h"
 #include "qx_db/record/geometry_records.h"
 
 #include "tests/mesh/mesh_builder.h"
@@ -101,6 +102,14 @@ TEST(Repair, KeepsSidesOfTurnedSolidsWhereTheyAre) {
   result.sides = {{model.elements[1], 5}, {model.elements[0], 5}, {model.elements[0], 0}};
   const ITR opti = Pool<tagTOpti>(model.session).InsertNU(result);
 
+  tagTSetTag tag;
+  tag.key = 1;
+  tag.sides = result.sides;
+  tagTMset set;
+  set.key = 1;
+  tag.set = Pool<tagTMset>(model.session).InsertNU(set);
+  const ITR tagged = Pool<tagTSetTag>(model.session).InsertNU(tag);
+
   const auto faces = [&](const TArray<tagTElemSide>& sides) {
     std::set<std::set<ITR>> found;
     for (const tagTElemSide& side : sides) found.insert(NodesOf(model, 3, side));
@@ -119,6 +128,7 @@ TEST(Repair, KeepsSidesOfTurnedSolidsWhereTheyAre) {
     EXPECT_EQ(on_face(), geometry_before);
     const TArray<tagTElemSide> now = Pool<tagTOpti>(model.session).GetAtNU(opti).sides;
     EXPECT_EQ(faces(now), result_before);
+    EXPECT_EQ(Pool<tagTSetTag>(model.session).GetAtNU(tagged).sides, now) << "sides of a deck too";
     EXPECT_EQ(now[0], result.sides[0]) << "of an element that was not turned";
     EXPECT_NE(now[1], result.sides[1]);
   });

@@ -7,14 +7,12 @@
 #include <vector>
 
 #include "qx_db/app/mesh_util.h"
+#include "qx_db/app/side_references.h"
 #include "qx_db/core/session.h"
 #include "qx_db/mesh/element_access.h"
 #include "qx_db/mesh/topology_table.h"
 #include "qx_db/model/standard_pools.h"
-#include "qx_db/record/analysis_records.h"
 #include "qx_db/record/attribute_records.h"
-#include "qx_db/record/control_records.h"
-#include "qx_db/record/geometry_records.h"
 
 namespace qx {
 namespace {
@@ -23,15 +21,6 @@ using Turned = std::unordered_set<ITR>;
 
 std::int32_t TypeOf(ITR element) { return ElementAt(element)->type; }
 
-/// What the number of a side names where nothing else says: a face of a solid, an edge of any
-/// other, and an edge where there are not as many faces.
-int KindOfSide(std::int32_t type, std::int32_t side) {
-  const ElementTopology topology(type);
-  return topology.Class() == topology::kSolidClass && topology.HasFace(side)
-             ? CQXMeshUtil::kFaceSide
-             : CQXMeshUtil::kEdgeSide;
-}
-
 /// Changes a copy of every record of a pool and stores it where `change` says that it did.
 template <class T, class Change>
 bool ChangeEach(CQXDBSession& session, Change&& change) {
@@ -39,64 +28,6 @@ bool ChangeEach(CQXDBSession& session, Change&& change) {
   for (ITR at = pool ? pool->GetHeadPosition() : 0; at; pool->Next(at)) {
     T copy = *LiveRecord<T>(at);
     if (change(copy) && !pool->SetAtNU(at, copy)) return false;
-  }
-  return true;
-}
-
-// ---- numbers of sides ---------------------------------------------------------------------------
-
-template <class T>
-bool RenumberSides(CQXDBSession& session, const Turned& turned) {
-  return ChangeEach<T>(session, [&](T& record) {
-    bool changed = false;
-    for (tagTElemSide& side : record.sides) {
-      if (!turned.contains(+side.element)) continue;
-      const std::int32_t type = TypeOf(side.element);
-      const std::int32_t now = SideWhenTurned(type, KindOfSide(type, side.side), side.side);
-      changed |= now != side.side;
-      side.side = now;
-    }
-    return changed;
-  });
-}
-
-/// Moves the turned elements of a record to the lists of their new side numbers.
-bool Renumber(tagTGElem& data, int kind, const Turned& turned) {
-  constexpr std::int32_t kLists = 12;
-  TArray<ITR> now[kLists];
-  bool changed = false;
-  for (std::int32_t side = 0; side < kLists; ++side) {
-    for (const ITR element : data.elements[side]) {
-      const std::int32_t to =
-          turned.contains(element) ? SideWhenTurned(TypeOf(element), kind, side) : side;
-      now[to].Add(element);
-      changed |= to != side;
-    }
-  }
-  for (std::int32_t side = 0; changed && side < kLists; ++side) {
-    data.elements[side] = std::move(now[side]);
-  }
-  return changed;
-}
-
-/// The type of the geometry item tells what the numbers of a record name: faces on a face, edges on
-/// an edge.
-bool RenumberOnGeometry(CQXDBSession& session, const Turned& turned) {
-  auto* heads = session.GetPool<PoolOf<tagTGElemHead>::type>(tagTGElemHead::kType);
-  auto* pool = session.GetPool<PoolOf<tagTGElem>::type>(tagTGElem::kType);
-  if (!heads || !pool) return true;
-  for (ITR at = heads->GetHeadPosition(); at; heads->Next(at)) {
-    const auto* head = LiveRecord<tagTGElemHead>(at);
-    const auto* item = LiveRecord<tagTGKey>(head->geometry_key);
-    const std::int32_t type = item ? item->ItemType() : 0;
-    if (type != tagTGKey::kFace && type != tagTGKey::kEdge) continue;
-    const int kind = type == tagTGKey::kFace ? CQXMeshUtil::kFaceSide : CQXMeshUtil::kEdgeSide;
-    for (const ITR entry : TArray<ITR>(head->data)) {
-      const auto* data = LiveRecord<tagTGElem>(entry);
-      if (!data) continue;
-      tagTGElem copy = *data;
-      if (Renumber(copy, kind, turned) && !pool->SetAtNU(entry, copy)) return false;
-    }
   }
   return true;
 }
@@ -196,8 +127,11 @@ bool TurnElements(CQXDBSession& session, std::span<const ITR> elements) {
   }
   if (elements.empty()) return true;
   const Turned turned(elements.begin(), elements.end());
-  return RenumberOnGeometry(session, turned) && RenumberSides<tagTCurve>(session, turned) &&
-         RenumberSides<tagTOpti>(session, turned) && SplitTurned<tagTE2DThick>(session, turned) &&
+  const auto renumbered = [&](int kind, const tagTElemSide& side) -> std::optional<tagTElemSide> {
+    if (!turned.contains(+side.element)) return {};
+    return tagTElemSide{side.element, SideWhenTurned(TypeOf(side.element), kind, side.side)};
+  };
+  return ChangeSides(session, renumbered) && SplitTurned<tagTE2DThick>(session, turned) &&
          SplitTurned<tagTE2DOffset>(session, turned);
 }
 

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <unordered_map>
-#include <unordered_set>
 #include <vector>
 
 #include "qx_db/app/element_turning.h"
@@ -138,42 +137,23 @@ bool MergeNodes(CQXDBSession& session, double tolerance, RepairReport& report) {
 
 // ---- the other repairs --------------------------------------------------------------------------
 
-/// Has mesh sets list the element that stays where they listed one that it repeats.
-bool ListKept(CQXDBSession& session, const std::unordered_map<ITR, ITR>& kept) {
-  auto* sets = session.GetPool<PoolOf<tagTMset>::type>(tagTMset::kType);
-  for (ITR at = sets ? sets->GetHeadPosition() : 0; at; sets->Next(at)) {
-    const TArray<ITR>& listed = sets->GetAtNU(at).elements;
-    const auto goes = [&](ITR element) { return kept.contains(element); };
-    if (std::none_of(listed.begin(), listed.end(), goes)) continue;
-    tagTMset copy = sets->GetAtNU(at);
-    std::unordered_set<ITR> met;
-    copy.elements.RemoveAll();
-    for (const ITR element : listed) {
-      const auto found = kept.find(element);
-      const ITR now = found == kept.end() ? element : found->second;
-      if (met.insert(now).second) copy.elements.Add(now);
-    }
-    if (!sets->SetAtNU(at, copy)) return false;
-  }
-  return true;
-}
-
 bool RemoveDuplicateElements(CQXDBSession& session, RepairReport& report) {
-  std::vector<ITR> repeated;
-  std::unordered_map<ITR, ITR> kept;
+  std::vector<Replaced> repeated;
   {
     const DenseMesh mesh(session);
+    // An earlier one may be a duplicate itself: each is found among the first of its kind.
+    std::unordered_map<std::uint32_t, std::uint32_t> first;
     for (const auto& [later, earlier] : DuplicateElements(mesh)) {
-      repeated.push_back(mesh.ElementItr(later));
-      const auto also_repeats = kept.find(mesh.ElementItr(earlier));
-      kept[repeated.back()] =
-          also_repeats == kept.end() ? mesh.ElementItr(earlier) : also_repeats->second;
+      const auto known = first.find(earlier);
+      const std::uint32_t stays = known == first.end() ? earlier : known->second;
+      first.emplace(later, stays);
+      repeated.push_back({mesh.ElementItr(later), mesh.ElementItr(stays)});
     }
   }
-  if (!repeated.empty() && !ListKept(session, kept)) return false;
+  if (!repeated.empty() && !HandOn(session, repeated, report.left_behind)) return false;
   auto& elements = Pool<tagTElem>(session);
-  for (const ITR element : repeated) {
-    if (!elements.Remove(element)) return false;
+  for (const Replaced& pair : repeated) {
+    if (!elements.Remove(pair.goes)) return false;
     ++report.elements_removed;
   }
   return true;

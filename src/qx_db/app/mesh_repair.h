@@ -4,7 +4,9 @@
 
 #include <cstdint>
 #include <optional>
+#include <vector>
 
+#include "qx_db/app/element_heritage.h"
 #include "qx_db/export.h"
 
 namespace qx {
@@ -27,6 +29,8 @@ struct RepairReport {
   /// Nodes that would have met another node of their own element: left as they are.
   std::int64_t merges_refused = 0;
   std::int64_t elements_removed = 0;
+  /// What the elements that stay could not take over from their duplicates.
+  std::vector<LeftBehind> left_behind;
   std::int64_t solids_turned = 0;
   std::int64_t shells_turned = 0;
   /// Patches of shells, like a Moebius strip, in which no choice makes all agree.
