@@ -6,9 +6,9 @@
 #include <string>
 #include <utility>
 
-#include "apps/qxdb/command.h"
-#include "apps/qxdb/console.h"
-#include "apps/qxdb/model.h"
+#include "apps/qxdb/command/command.h"
+#include "apps/qxdb/command/console.h"
+#include "apps/qxdb/model/model.h"
 
 namespace qx::app {
 

@@ -4,7 +4,7 @@
 #include <cstring>
 #include <fmt/format.h>
 
-#include "apps/qxdb/command_line.h"
+#include "apps/qxdb/command/command_line.h"
 #include "apps/qxdb/commands.h"
 #include "host/application.h"
 #include "host/texts.h"

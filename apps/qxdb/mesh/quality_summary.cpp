@@ -1,0 +1,203 @@
+#include "apps/qxdb/mesh/quality_summary.h"
+
+#include <algorithm>
+#include <cmath>
+#include <fmt/format.h>
+#include <limits>
+
+#include "qx_db/mesh/element_volume.h"
+
+#include "apps/qxdb/command/console.h"
+
+namespace qx::app {
+namespace {
+
+/// What turns a measure of a shape from model units into current ones.
+double UnitFactor(Measure measure, CornerShape shape, double length_factor) {
+  if (measure == Measure::kDimension) return length_factor;
+  if (measure != Measure::kSize && measure != Measure::kJacobian) return 1;
+  if (shape == CornerShape::kLine) return length_factor;
+  if (shape < CornerShape::kTetrahedron) return length_factor * length_factor;
+  return length_factor * length_factor * length_factor;
+}
+
+/// The mean length, area or volume of each shape's elements; as many as there are shapes.
+std::vector<double> MeanSizes(const DenseMesh& mesh) {
+  constexpr std::size_t kShapes = static_cast<std::size_t>(CornerShape::kHexahedron) + 1;
+  std::vector<double> sizes(kShapes), counts(kShapes);
+  for (std::uint32_t e = 0; e < mesh.ElementCount(); ++e) {
+    if (!IsRated(mesh, e)) continue;
+    Point3 p[8];
+    mesh.CornerPositions(e, p);
+    sizes[static_cast<std::size_t>(mesh.Shape(e))] += std::abs(ShapeSize(mesh.Shape(e), p));
+    ++counts[static_cast<std::size_t>(mesh.Shape(e))];
+  }
+  for (std::size_t i = 0; i < kShapes; ++i) sizes[i] /= std::max(counts[i], 1.0);
+  return sizes;
+}
+
+/// The width of bars, a short number that divides the axis into at most `bins` of them from low to
+/// high; what it leaves at both ends is rounding.
+struct Ruler {
+  double low, high;
+  double scale = 1;  ///< a bar is this many ...
+  double unit = 1;   ///< ... of this power of ten, or its inverse, whichever is above 1
+  bool is_fraction = false;
+
+  static constexpr double kSlack = 1e-9;
+  double Edge(double number) const {
+    return is_fraction ? number * scale / unit : number * scale * unit;
+  }
+  double Bar() const { return Edge(1); }
+  double First() const { return std::floor(low / Bar() + kSlack); }
+  double Last() const { return std::ceil(high / Bar() - kSlack); }
+};
+
+Ruler MakeRuler(double low, double high, int bins) {
+  Ruler ruler{low, high};
+  double decade = std::floor(std::log10((high - low) / bins));
+  for (;; ++decade) {
+    ruler.unit = std::pow(10.0, std::abs(decade));
+    ruler.is_fraction = decade < 0;
+    for (const double scale : {1.0, 2.0, 5.0}) {
+      ruler.scale = scale;
+      if (ruler.Last() - ruler.First() <= bins) return ruler;
+    }
+  }
+}
+
+/// Bars of one width with short numbers at their ends; of one factor where positive values span
+/// more than three decades. A rated measure is a plain number, of which the small are all alike.
+std::vector<HistogramBin> MakeBins(double low, double high, int bins, bool is_rated) {
+  constexpr double kThreeDecades = 1000, kLarge = 100, kRounding = 1e-9;
+  const double width = high - low;
+  const bool is_one = width <= kRounding * std::max(std::abs(low), std::abs(high));
+  if (is_one || bins == 1 || !std::isfinite(width)) return {{low, high}};
+  std::vector<HistogramBin> histogram;
+  if (low > 0 && high / low > kThreeDecades && (!is_rated || high > kLarge)) {
+    const auto edge = [&](int i) {
+      return i == bins ? high : low * std::pow(high / low, static_cast<double>(i) / bins);
+    };
+    for (int i = 0; i < bins; ++i) histogram.push_back({edge(i), edge(i + 1)});
+    return histogram;
+  }
+  const Ruler ruler = MakeRuler(low, high, bins);
+  for (double at = ruler.First(); at < ruler.Last(); ++at) {
+    histogram.push_back({ruler.Edge(at), ruler.Edge(at + 1)});
+  }
+  return histogram;
+}
+
+void Count(std::vector<HistogramBin>& histogram, double value, bool is_outside) {
+  const auto at = std::upper_bound(histogram.begin(), histogram.end(), value,
+                                   [](double v, const HistogramBin& bin) { return v < bin.high; });
+  HistogramBin& bin = at == histogram.end() ? histogram.back() : *at;
+  ++bin.count;
+  bin.outside += is_outside;
+}
+
+/// Columns of a bar that stand for a count; one that counts anything is seen.
+std::size_t BarLength(std::int64_t count, std::int64_t most) {
+  constexpr int kWidth = 40;
+  return static_cast<std::size_t>((count * kWidth + most - 1) / most);
+}
+
+}  // namespace
+
+bool IsBeyond(const MeasureInfo& info, double value, double bound) {
+  constexpr double kRounding = 1e-9;
+  const double room = kRounding * std::abs(bound);
+  return info.high_is_bad ? value > bound + room : value < bound - room;
+}
+
+bool IsRated(const DenseMesh& mesh, std::uint32_t e) {
+  return mesh.IsUsable(e) && mesh.Shape(e) != CornerShape::kNone;
+}
+
+std::vector<double> ValuesOf(const DenseMesh& mesh, const MeasureInfo& info, double length_factor) {
+  constexpr double kNoise = 1e-14;  // of what would be nothing in exact numbers
+  std::vector<double> values(mesh.ElementCount(), std::numeric_limits<double>::quiet_NaN());
+  std::vector<double> means;
+  if (info.is_relative) means = MeanSizes(mesh);
+  for (std::uint32_t e = 0; e < mesh.ElementCount(); ++e) {
+    if (!IsRated(mesh, e)) continue;
+    Point3 p[8];
+    mesh.CornerPositions(e, p);
+    const CornerShape shape = mesh.Shape(e);
+    const double value =
+        info.is_relative ? Quality(info.measure, shape, p, means[static_cast<std::size_t>(shape)])
+                         : Quality(info.measure, shape, p);
+    values[e] = info.acceptable && std::abs(value) < kNoise
+                    ? 0.0
+                    : value * UnitFactor(info.measure, shape, length_factor);
+  }
+  return values;
+}
+
+MeasureSummary Summarise(const DenseMesh& mesh, const MeasureInfo& info,
+                         const std::vector<double>& values, int bins, std::size_t worst_shown) {
+  MeasureSummary summary;
+  summary.info = &info;
+  std::vector<std::pair<double, std::uint32_t>> rated;
+  double sum = 0, low = 0, high = 0;
+  std::int64_t bounded = 0;
+  const auto is_outside = [&](double value) {
+    return info.acceptable && IsBeyond(info, value, *info.acceptable);
+  };
+  for (std::uint32_t e = 0; e < mesh.ElementCount(); ++e) {
+    const double value = values[e];
+    if (std::isnan(value)) continue;
+    rated.push_back({value, e});
+    summary.outside += is_outside(value);
+    if (value >= kUnbounded) {
+      ++summary.unbounded;
+      continue;
+    }
+    low = bounded ? std::min(low, value) : value;
+    high = bounded ? std::max(high, value) : value;
+    sum += value;
+    ++bounded;
+  }
+  summary.elements = static_cast<std::int64_t>(rated.size());
+  if (bounded) {
+    summary.mean = sum / static_cast<double>(bounded);
+    summary.histogram = MakeBins(low, high, bins, info.acceptable.has_value());
+    for (const auto& [value, e] : rated) {
+      if (value < kUnbounded) Count(summary.histogram, value, is_outside(value));
+    }
+  }
+  summary.best = info.high_is_bad ? low : high;
+  if (bounded == 0 && !rated.empty()) summary.best = summary.mean = kUnbounded;
+  const std::size_t shown = std::min(worst_shown, rated.size());
+  std::partial_sort(rated.begin(), rated.begin() + static_cast<std::ptrdiff_t>(shown), rated.end(),
+                    [&](const auto& a, const auto& b) {
+                      if (a.first == b.first) return a.second < b.second;
+                      return info.high_is_bad ? a.first > b.first : a.first < b.first;
+                    });
+  for (std::size_t i = 0; i < shown; ++i) {
+    const tagTElem& element = mesh.Element(rated[i].second);
+    summary.worst.push_back({rated[i].first, element.key, element.type});
+  }
+  return summary;
+}
+
+std::string HistogramText(const MeasureSummary& summary) {
+  std::int64_t most = 1;
+  for (const HistogramBin& bin : summary.histogram) most = std::max(most, bin.count);
+  std::string text;
+  for (const HistogramBin& bin : summary.histogram) {
+    // The bad end of the bar at the side where the values are bad.
+    const std::size_t length = BarLength(bin.count, most);
+    const std::string bad(BarLength(bin.outside, most), '!');
+    const std::string good(length - std::min(length, bad.size()), '#');
+    text += fmt::format("  {:>11} .. {:<11} {:<40} {:>9}\n", Short(bin.low), Short(bin.high),
+                        summary.info->high_is_bad ? good + bad : bad + good, Grouped(bin.count));
+  }
+  if (summary.unbounded) {
+    text += fmt::format("  {:>11}    {:<11} {:<40} {:>9}\n", "", "unbounded", "",
+                        Grouped(summary.unbounded));
+  }
+  return text;
+}
+
+}  // namespace qx::app

@@ -1,0 +1,95 @@
+#pragma once
+// What most commands begin and end with: a model is opened, records of it are picked, one step
+// edits them, and the model is saved.
+
+#include <string>
+#include <vector>
+
+#include "qx_db/core/document.h"
+#include "qx_db/core/transaction.h"
+#include "qx_db/gateway/document.h"
+
+#include "apps/qxdb/model/change_counter.h"
+#include "host/session.h"
+
+namespace qx::app {
+
+/// A model that a command opened.
+struct Model {
+  explicit Model(std::string of) : path(std::move(of)) {}
+
+  const std::string path;
+  ModelFileReport report;
+  CQXDocBase document{host::SetUpModel};
+  CQXDBSession& session = *document.GetDBSession();
+
+  Outcome Open() { return document.Open(path, &report); }
+  Outcome OpenForEditing() { return document.OpenForEditing(path, {}, &report); }
+};
+
+/// Fails for a gateway text of which nothing was read, though there was something in it: it is no
+/// such text, or of something else.
+Outcome CheckRead(const std::string& file, bool changed, const dbgateway::DataBase& document);
+
+/// What a command that brings a file into a model does where that model exists.
+struct TargetOptions {
+  bool add = false;
+  bool replace = false;
+};
+
+/// Makes `model` the one to bring something into: a new one, or, to be added to, the one there is.
+/// Fails where the file exists and neither was asked for, or is to be replaced and no model.
+Outcome OpenTarget(Model& model, const TargetOptions& options);
+
+/// Records of one pool, in list order.
+struct Picked {
+  DPoolBase* pool = nullptr;
+  TArray<ITR> items;
+};
+
+/// The records of a pool with such keys ("1-5,9,100-" or "all"); fails when there are none.
+Result<TArray<ITR>> PickItems(const Model& model, const DPoolBase& pool, const std::string& keys);
+/// The same of a pool by its table name.
+Result<Picked> PickRecords(const Model& model, const std::string& pool, const std::string& keys);
+
+/// One step of editing: counts what it changes, and knows the states before and after.
+class Edit {
+ public:
+  /// Expects the model as it was opened.
+  explicit Edit(Model& model);
+  ~Edit();
+  Edit(const Edit&) = delete;
+  Edit& operator=(const Edit&) = delete;
+
+  /// Does `work`, which returns an Outcome, in a transaction of that name. Where it fails, or the
+  /// model refuses the whole, the model is as it was, and the failure says why.
+  template <class Work>
+  Outcome Do(const std::u16string& name, Work&& work) {
+    CTransaction transaction(&model_.session);
+    transaction.Begin(name.c_str());
+    if (Outcome done = work(); !done) return done;
+    return transaction.Commit() ? Outcome() : RefusalOf(model_.path);
+  }
+
+  const ChangeCounter& Changes() const { return changes_; }
+
+  /// Saves the model, but not in a dry run and not when nothing changed. A map of keys goes to a
+  /// file beside it (SaveWith), in a dry run too.
+  Outcome Save(bool dry_run = false, const std::string& map_file = {}, const std::string& map = {});
+  bool IsSaved() const { return is_saved_; }
+
+  /// "state 1234 -> 5678", and where it was not saved that.
+  std::string StateLine() const;
+  /// The members "before", "after" and "saved".
+  void WriteStates(JsonText& json) const;
+
+ private:
+  std::string State() const { return HashText(model_.session.StateHash()); }
+
+  Model& model_;
+  const std::string before_;
+  ChangeCounter changes_;
+  bool is_saved_ = false;
+};
+
+}  // namespace qx::app

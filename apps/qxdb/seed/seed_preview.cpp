@@ -1,0 +1,190 @@
+#include "apps/qxdb/seed/seed_preview.h"
+
+#include <algorithm>
+#include <fmt/format.h>
+#include <set>
+
+#include "qx_db/qx_db.h"
+#include "qx_db/record/element_types.h"
+
+#include "exchange/vtk/vtu_writer.h"
+
+namespace qx::app {
+
+void SeedPart(CQXDBSession& session, ICADSession& cad, SeedPreview& preview) {
+  preview.cad = &cad;
+  preview.seeds.clear();
+  preview.sources.clear();
+  preview.faults.clear();
+  std::set<int> met;
+  std::map<ITR, int> edge_of;
+  for (const auto& [edge, itr] : preview.keys.edges) edge_of[itr] = edge;
+  auto& controls = Pool<tagTSzct>(session);
+  for (ITR pos = controls.GetHeadPosition(); pos;) {
+    const tagTSzct& control = controls.GetNextNU(pos);
+    const std::set<ITR> reversed(control.reversed_edges.begin(), control.reversed_edges.end());
+    std::set<ITR> all(control.edges.begin(), control.edges.end());
+    all.insert(reversed.begin(), reversed.end());
+    for (const ITR itr : all) {
+      const auto edge = edge_of.find(itr);
+      if (edge == edge_of.end() || !met.insert(edge->second).second) continue;
+      const bool backwards = reversed.contains(itr);
+      EdgeSeeds seeds;
+      if (Outcome seeded = SeedEdge(cad, edge->second, control, backwards, seeds); !seeded) {
+        Failure failure = seeded.Error();
+        failure.place =
+            fmt::format("edge {} of size control {}", preview.KeyOf(edge->second), control.key);
+        preview.faults.push_back({edge->second, control.key, std::move(failure)});
+        continue;
+      }
+      preview.seeds[edge->second] = std::move(seeds);
+      preview.sources[edge->second] = {control.key, control.method, backwards};
+    }
+  }
+  preview.twins = FindTwinEdges(cad);
+  preview.mismatches = CheckSeedsMatch(cad, preview.twins, preview.seeds);
+}
+
+std::span<const MethodNameEntry> MethodNames() {
+  static constexpr MethodNameEntry kNames[] = {
+      {tagTSzct::kBySize, "size"},           {tagTSzct::kByDivisions, "divisions"},
+      {tagTSzct::kLinearGrading, "linear"},  {tagTSzct::kGeometricGrading, "geometric"},
+      {tagTSzct::kHyperbolic, "hyperbolic"}, {tagTSzct::kByPositions, "positions"},
+  };
+  return kNames;
+}
+
+const char* MethodName(std::int32_t method) {
+  for (const MethodNameEntry& entry : MethodNames()) {
+    if (entry.method == method) return entry.name;
+  }
+  return "unknown";
+}
+
+namespace {
+
+/// Length of the piece of an edge between two neighbouring seeds.
+double Interval(const SeedPreview& preview, int edge, std::size_t from) {
+  const EdgeSeeds& seeds = preview.seeds.at(edge);
+  double a = 0;
+  double b = 0;
+  preview.cad->GetLengthAt(edge, seeds.parameters[from], a);
+  preview.cad->GetLengthAt(edge, seeds.parameters[from + 1], b);
+  return b - a;
+}
+
+std::string MismatchText(const SeedPreview& preview, const SeedMismatch& mismatch) {
+  const std::string other =
+      mismatch.other ? fmt::format(" and {}", preview.KeyOf(mismatch.other)) : "";
+  return fmt::format("edge {}{}: {}", preview.KeyOf(mismatch.edge), other, mismatch.what);
+}
+
+}  // namespace
+
+std::string SeedTable(const SeedPreview& preview, std::string_view unit) {
+  Table table({">edge", "kind", fmt::format(">length/{}", unit), ">control", "method", ">divisions",
+               ">first", ">last", ""});
+  for (const auto& [edge, seeds] : preview.seeds) {
+    const SeedPreview::Source& source = preview.sources.at(edge);
+    table.Row({std::to_string(preview.KeyOf(edge)), EdgeKindName(preview.cad->GetEdgeKind(edge)),
+               Short(preview.cad->GetEdgeLength(edge)), std::to_string(source.control),
+               MethodName(source.method), std::to_string(seeds.Divisions()),
+               Short(Interval(preview, edge, 0)),
+               Short(Interval(preview, edge, seeds.Divisions() - 1)),
+               source.reversed ? "reversed" : ""});
+  }
+  std::string text = table.IsEmpty() ? "no edge is seeded\n" : table.Text();
+  const auto pointlike =
+      std::count_if(preview.keys.edges.begin(), preview.keys.edges.end(), [&](const auto& entry) {
+        return preview.cad->GetEdgeKind(entry.first) == EdgeKind::kDegenerate;
+      });
+  if (pointlike > 0)
+    text += pointlike == 1 ? std::string("1 edge has no length and no seeds\n")
+                           : fmt::format("{} edges have no length and no seeds\n", pointlike);
+  text += fmt::format("{} of {} edges seeded, {} pairs of edges lie on each other\n",
+                      preview.seeds.size(), preview.cad->GetEdgeCount(), preview.twins.size());
+  for (const SeedPreview::Fault& fault : preview.faults) {
+    text += "not seeded: " + fault.failure.Line() + '\n';
+  }
+  for (const SeedMismatch& mismatch : preview.mismatches) {
+    text += "mismatch: " + MismatchText(preview, mismatch) + '\n';
+  }
+  return text;
+}
+
+void WriteSeedJson(const SeedPreview& preview, JsonText& json) {
+  json.BeginArray("edges");
+  for (const auto& [edge, seeds] : preview.seeds) {
+    const SeedPreview::Source& source = preview.sources.at(edge);
+    json.Begin().Integer("key", preview.KeyOf(edge));
+    json.Text("kind", EdgeKindName(preview.cad->GetEdgeKind(edge)));
+    json.Real("length", preview.cad->GetEdgeLength(edge)).Integer("control", source.control);
+    json.Text("method", MethodName(source.method)).Bool("reversed", source.reversed);
+    json.Integer("divisions", static_cast<std::int64_t>(seeds.Divisions()));
+    json.Real("first", Interval(preview, edge, 0));
+    json.Real("last", Interval(preview, edge, seeds.Divisions() - 1)).End();
+  }
+  json.End().BeginArray("faults");
+  for (const SeedPreview::Fault& fault : preview.faults) {
+    json.Begin().Integer("key", preview.KeyOf(fault.edge)).Integer("control", fault.control);
+    json.Text("what", fault.failure.what).Text("remedy", fault.failure.remedy).End();
+  }
+  json.End().BeginArray("mismatches");
+  for (const SeedMismatch& mismatch : preview.mismatches) {
+    json.Text({}, MismatchText(preview, mismatch));
+  }
+  json.End();
+}
+
+std::string SeedPointsJson(const SeedPreview& preview) {
+  JsonText json;
+  json.Begin().BeginArray("edges");
+  for (const auto& [edge, seeds] : preview.seeds) {
+    json.Begin().Integer("key", preview.KeyOf(edge));
+    json.Integer("control", preview.sources.at(edge).control);
+    json.BeginArray("fractions");
+    for (const double fraction : seeds.fractions) json.Real({}, fraction);
+    json.End().BeginArray("points");
+    for (const CadPoint& point : seeds.points) {
+      json.BeginArray().Real({}, point.x).Real({}, point.y).Real({}, point.z).End();
+    }
+    json.End().End();
+  }
+  json.End().End();
+  return json.Result() + '\n';
+}
+
+Outcome WriteSeedVtu(const SeedPreview& preview, const UnitSystem& units, const std::string& path) {
+  // A model of its own: a node a seed, a line an interval.
+  CQXDBSession lines(AddStandardPools);
+  lines.EnableRecording(false);
+  lines.Units().SetModel(units);
+  lines.Units().SetCurrent(units);
+  auto& nodes = Pool<tagTNode>(lines);
+  auto& elements = Pool<tagTElem>(lines);
+  exchange::CellData edge_keys{"edge_key", {}};
+  exchange::CellData control_keys{"size_control_key", {}};
+  for (const auto& [edge, seeds] : preview.seeds) {
+    ITR former = 0;
+    for (const CadPoint& point : seeds.points) {
+      tagTNode node;
+      node.key = nodes.GetNewKey();
+      node.position = point.As<tagTVector3<double>>();
+      const ITR at = nodes.InsertNU(node);
+      if (former) {
+        tagTElem line;
+        line.key = elements.GetNewKey();
+        line.type = element::kLine2;
+        line.nodes = {former, at};
+        elements.InsertNU(line);
+        edge_keys.values.push_back(preview.KeyOf(edge));
+        control_keys.values.push_back(preview.sources.at(edge).control);
+      }
+      former = at;
+    }
+  }
+  return exchange::WriteVtu(lines, path, exchange::VtuEncoding::kAppendedBase64,
+                            {edge_keys, control_keys});
+}
+
+}  // namespace qx::app
