@@ -6,9 +6,9 @@
 #include "qx_db/platform/file.h"
 #include "qx_db/qx_db.h"
 
-#include "apps/qxdb/axes/axes_svg.h"
 #include "apps/qxdb/command/output.h"
 #include "apps/qxdb/commands.h"
+#include "host/axes_picture.h"
 
 namespace qx::app {
 namespace {
@@ -46,7 +46,7 @@ Outcome Run(Model& model, const AxesOptions& options, const Context& context) {
   Table table({">elem", ">type", "x", "y", "z"});
   JsonText json;
   json.Begin().Text("model", options.model).BeginArray("elements");
-  std::vector<DrawnElement> drawn;
+  std::vector<host::DrawnElement> drawn;
   for (const ITR item : *items) {
     const tagTElem& element = elements.GetAtNU(item);
     double axes[3][3]{};
@@ -73,7 +73,7 @@ Outcome Run(Model& model, const AxesOptions& options, const Context& context) {
                          "for one picture",
                      "select at most " + Grouped(kMost)};
     }
-    const std::string picture = AxesSvg(session, drawn);
+    const std::string picture = host::AxesSvg(session, drawn);
     if (Outcome written = WriteWholeFile(options.svg, MarkedSvg(picture)); !written) return written;
   }
   context.Print(table.Text(), json.End());

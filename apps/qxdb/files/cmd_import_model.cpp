@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include "qx_db/bulk/record_file.h"
+#include "qx_db/gateway/key_map_file.h"
 #include "qx_db/platform/file.h"
 #include "qx_db/platform/plain_text.h"
 #include "qx_db/qx_db.h"
@@ -10,7 +11,6 @@
 #include "apps/qxdb/command/output.h"
 #include "apps/qxdb/commands.h"
 #include "apps/qxdb/files/import_text.h"
-#include "apps/qxdb/files/key_map_file.h"
 #include "apps/qxdb/model/selection.h"
 
 namespace qx::app {

@@ -17,7 +17,7 @@
 #include "apps/qxdb/command/option_values.h"
 #include "apps/qxdb/command/output.h"
 #include "apps/qxdb/commands.h"
-#include "apps/qxdb/mesh/quality_summary.h"
+#include "apps/qxdb/mesh/histogram_text.h"
 #include "exchange/vtk/vtu_writer.h"
 
 namespace qx::app {

@@ -7,11 +7,11 @@
 #include <unordered_set>
 
 #include "qx_db/core/renumber.h"
+#include "qx_db/gateway/key_map_file.h"
 #include "qx_db/qx_db.h"
 
 #include "apps/qxdb/command/output.h"
 #include "apps/qxdb/commands.h"
-#include "apps/qxdb/files/key_map_file.h"
 #include "apps/qxdb/model/change_counter.h"
 #include "apps/qxdb/model/selection.h"
 

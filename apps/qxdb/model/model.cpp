@@ -4,9 +4,9 @@
 #include <fmt/format.h>
 #include <fstream>
 
+#include "qx_db/gateway/key_map_file.h"
 #include "qx_db/platform/file.h"
 
-#include "apps/qxdb/files/key_map_file.h"
 #include "apps/qxdb/model/selection.h"
 
 namespace qx::app {

@@ -13,7 +13,7 @@
 #include "apps/qxdb/commands.h"
 #include "apps/qxdb/files/cad_input.h"
 #include "apps/qxdb/model/selection.h"
-#include "apps/qxdb/seed/seed_preview.h"
+#include "apps/qxdb/seed/seed_output.h"
 
 namespace qx::app {
 namespace {
@@ -362,7 +362,8 @@ Outcome OpenPart(const SeedOptions& options, Opened& opened) {
 Outcome WriteOutputs(const Opened& opened, const OutputOptions& output) {
   const SeedPreview& preview = opened.preview;
   if (!output.svg.empty()) {
-    if (Outcome written = WriteWholeFile(output.svg, MarkedSvg(SeedPicture(preview))); !written) {
+    const std::string picture = MarkedSvg(host::SeedPicture(preview));
+    if (Outcome written = WriteWholeFile(output.svg, picture); !written) {
       return written;
     }
   }
@@ -395,7 +396,7 @@ Outcome AddControl(Opened& opened, const SeedOptions& options, tagTSzct& control
   if (!controls.InsertNU(control)) {
     return Failure{options.model, "", "there is no key left for a size control", "renumber some"};
   }
-  SeedPart(session, *opened.cad, opened.preview);
+  host::SeedPart(session, *opened.cad, opened.preview);
   for (const SeedPreview::Fault& fault : opened.preview.faults) {
     if (fault.control == control.key) return fault.failure;
   }
@@ -438,7 +439,7 @@ Outcome Show(Model& model, const SeedOptions& options, Context& context) {
   Opened opened{model, {}, {}};
   if (Outcome done = OpenPart(options, opened); !done) return done;
   CQXDBSession& session = opened.model.session;
-  SeedPart(session, *opened.cad, opened.preview);
+  host::SeedPart(session, *opened.cad, opened.preview);
   if (Outcome written = WriteOutputs(opened, options.output); !written) return written;
   JsonText json;
   json.Begin().Text("model", options.model);

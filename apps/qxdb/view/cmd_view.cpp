@@ -9,7 +9,7 @@
 #include "apps/qxdb/command/output.h"
 #include "apps/qxdb/commands.h"
 #include "apps/qxdb/files/cad_input.h"
-#include "apps/qxdb/seed/seed_preview.h"
+#include "host/seed_preview.h"
 
 #ifdef QX_HAS_VIEWER
 #include "viewer/html_file.h"
@@ -56,16 +56,16 @@ Outcome AddSeeds(viewer::Source& source, const std::string& path) {
   if (Outcome opened = model.Open(); !opened) return opened;
   auto cad = OpenCad(path, model.session);
   if (!cad) return cad.AsOutcome();
-  SeedPreview preview;
+  host::SeedPreview preview;
   preview.cad = cad->get();
   auto keys = FindCadGeometry(model.session, **cad, FileName(path));
   if (!keys) return keys.AsOutcome();
   preview.keys = std::move(*keys);
-  SeedPart(model.session, **cad, preview);
+  host::SeedPart(model.session, **cad, preview);
   std::vector<viewer::SeededEdge> edges;
   for (int edge = 1; edge <= (*cad)->GetEdgeCount(); ++edge) {
     viewer::SeededEdge& drawn = edges.emplace_back();
-    drawn.curve = SampleEdge(**cad, edge);
+    drawn.curve = host::SampleEdge(**cad, edge);
     if (const auto seeds = preview.seeds.find(edge); seeds != preview.seeds.end()) {
       drawn.seeds = seeds->second.points;
       drawn.control = preview.sources.at(edge).control;

@@ -1,8 +1,7 @@
-#include "apps/qxdb/seed/seed_preview.h"
+#include "apps/qxdb/seed/seed_output.h"
 
 #include <algorithm>
 #include <fmt/format.h>
-#include <set>
 
 #include "qx_db/qx_db.h"
 #include "qx_db/record/element_types.h"
@@ -10,40 +9,6 @@
 #include "exchange/vtk/vtu_writer.h"
 
 namespace qx::app {
-
-void SeedPart(CQXDBSession& session, ICADSession& cad, SeedPreview& preview) {
-  preview.cad = &cad;
-  preview.seeds.clear();
-  preview.sources.clear();
-  preview.faults.clear();
-  std::set<int> met;
-  std::map<ITR, int> edge_of;
-  for (const auto& [edge, itr] : preview.keys.edges) edge_of[itr] = edge;
-  auto& controls = Pool<tagTSzct>(session);
-  for (ITR pos = controls.GetHeadPosition(); pos;) {
-    const tagTSzct& control = controls.GetNextNU(pos);
-    const std::set<ITR> reversed(control.reversed_edges.begin(), control.reversed_edges.end());
-    std::set<ITR> all(control.edges.begin(), control.edges.end());
-    all.insert(reversed.begin(), reversed.end());
-    for (const ITR itr : all) {
-      const auto edge = edge_of.find(itr);
-      if (edge == edge_of.end() || !met.insert(edge->second).second) continue;
-      const bool backwards = reversed.contains(itr);
-      EdgeSeeds seeds;
-      if (Outcome seeded = SeedEdge(cad, edge->second, control, backwards, seeds); !seeded) {
-        Failure failure = seeded.Error();
-        failure.place =
-            fmt::format("edge {} of size control {}", preview.KeyOf(edge->second), control.key);
-        preview.faults.push_back({edge->second, control.key, std::move(failure)});
-        continue;
-      }
-      preview.seeds[edge->second] = std::move(seeds);
-      preview.sources[edge->second] = {control.key, control.method, backwards};
-    }
-  }
-  preview.twins = FindTwinEdges(cad);
-  preview.mismatches = CheckSeedsMatch(cad, preview.twins, preview.seeds);
-}
 
 std::span<const MethodNameEntry> MethodNames() {
   static constexpr MethodNameEntry kNames[] = {

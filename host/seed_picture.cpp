@@ -6,9 +6,9 @@
 #include <fmt/format.h>
 #include <set>
 
-#include "apps/qxdb/seed/seed_preview.h"
+#include "host/seed_preview.h"
 
-namespace qx::app {
+namespace qx::host {
 namespace {
 
 struct Flat {
@@ -217,4 +217,4 @@ std::string SeedPicture(const SeedPreview& preview) {
   return out + "</svg>\n";
 }
 
-}  // namespace qx::app
+}  // namespace qx::host

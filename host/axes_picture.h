@@ -1,12 +1,13 @@
 #pragma once
 // A picture of elements with their local axes.
+// Threads: one at a time for a session: its owner, or whoever reads a snapshot of it.
 
 #include <string>
 #include <vector>
 
 #include "qx_db/model/standard_pools.h"
 
-namespace qx::app {
+namespace qx::host {
 
 /// One element to draw.
 struct DrawnElement {
@@ -19,4 +20,4 @@ struct DrawnElement {
 /// centre: x red, y green, z blue. Node keys are written at the nodes when there are few.
 std::string AxesSvg(const CQXDBSession& session, const std::vector<DrawnElement>& elements);
 
-}  // namespace qx::app
+}  // namespace qx::host

@@ -1,4 +1,4 @@
-#include "apps/qxdb/axes/axes_svg.h"
+#include "host/axes_picture.h"
 
 #include <algorithm>
 #include <fmt/format.h>
@@ -7,7 +7,7 @@
 
 #include "qx_db/mesh/topology_table.h"
 
-namespace qx::app {
+namespace qx::host {
 namespace {
 
 constexpr double kWidth = 560;
@@ -183,4 +183,4 @@ std::string AxesSvg(const CQXDBSession& session, const std::vector<DrawnElement>
   return out + "</svg>\n";
 }
 
-}  // namespace qx::app
+}  // namespace qx::host

@@ -1,5 +1,6 @@
 #pragma once
-// What is to be seen of seeds before meshing: a table, a picture, points.
+// What is to be seen of seeds before meshing: where they are, what does not fit, a picture.
+// Threads: one at a time for a session: its owner, or whoever reads a snapshot of it.
 
 #include <map>
 #include <span>
@@ -10,9 +11,7 @@
 #include "qx_db/model/cad_keys.h"
 #include "qx_db/model/seed_match.h"
 
-#include "apps/qxdb/command/console.h"
-
-namespace qx::app {
+namespace qx::host {
 
 /// The seeds of a part with what they come from.
 struct SeedPreview {
@@ -42,19 +41,6 @@ struct SeedPreview {
 /// Seeds all edges of the part that have a size control; of several, the first in the pool.
 void SeedPart(CQXDBSession& session, ICADSession& cad, SeedPreview& preview);
 
-/// The methods of size controls by the names that commands use.
-struct MethodNameEntry {
-  std::int32_t method;
-  const char* name;
-};
-std::span<const MethodNameEntry> MethodNames();
-/// "unknown" for a method that is not among them.
-const char* MethodName(std::int32_t method);
-
-/// The table, with faults and mismatches below it; and the same as JSON members.
-std::string SeedTable(const SeedPreview& preview, std::string_view unit);
-void WriteSeedJson(const SeedPreview& preview, JsonText& json);
-
 /// Points along an edge, near enough to each other to look smooth; none for one without length.
 std::vector<CadPoint> SampleEdge(const ICADSession& cad, int edge);
 
@@ -62,8 +48,4 @@ std::vector<CadPoint> SampleEdge(const ICADSession& cad, int edge);
 /// direction, otherwise from the right, front and above.
 std::string SeedPicture(const SeedPreview& preview);
 
-/// The points of all seeded edges as a JSON text, and as a VTK file of lines.
-std::string SeedPointsJson(const SeedPreview& preview);
-Outcome WriteSeedVtu(const SeedPreview& preview, const UnitSystem& units, const std::string& path);
-
-}  // namespace qx::app
+}  // namespace qx::host

@@ -1,4 +1,4 @@
-#include "apps/qxdb/files/key_map_file.h"
+#include "qx_db/gateway/key_map_file.h"
 
 #include <charconv>
 #include <fmt/format.h>
@@ -7,7 +7,7 @@
 #include "qx_db/gateway/document.h"
 #include "qx_db/platform/file.h"
 
-namespace qx::app {
+namespace qx {
 
 Result<KeyMap> ReadKeyMap(const std::string& path, const DPoolBase& pool) {
   dbgateway::DataBase document;
@@ -57,4 +57,4 @@ Outcome SaveWith(CQXDocBase& document, const std::string& path, const std::strin
   return saved ? written : saved;
 }
 
-}  // namespace qx::app
+}  // namespace qx

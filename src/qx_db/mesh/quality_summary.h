@@ -1,14 +1,14 @@
 #pragma once
 // A quality measure over a whole mesh: extremes, mean, histogram, the worst elements.
+// Threads: one at a time for a session: its owner, or whoever reads a snapshot of it.
 
 #include <cstdint>
-#include <string>
 #include <vector>
 
 #include "qx_db/mesh/dense_mesh.h"
 #include "qx_db/mesh/mesh_quality.h"
 
-namespace qx::app {
+namespace qx {
 
 /// One bar of a histogram: values from `low` up to `high`; what rounding puts beyond the bars at
 /// both ends is in these.
@@ -37,21 +37,20 @@ struct MeasureSummary {
 };
 
 /// Whether a value is worse than a bound by more than rounding.
-bool IsBeyond(const MeasureInfo& info, double value, double bound);
+QXDB_API bool IsBeyond(const MeasureInfo& info, double value, double bound);
 
 /// Whether elements of this kind are rated: ordinary, and nothing wrong with their nodes.
-bool IsRated(const DenseMesh& mesh, std::uint32_t e);
+QXDB_API bool IsRated(const DenseMesh& mesh, std::uint32_t e);
 
 /// The values of a measure for all elements in list order, NaN where an element has none; lengths
 /// in it are multiplied by `length_factor`. What tables, limits and cell data are all made of.
-std::vector<double> ValuesOf(const DenseMesh& mesh, const MeasureInfo& info, double length_factor);
+QXDB_API std::vector<double> ValuesOf(const DenseMesh& mesh, const MeasureInfo& info,
+                                      double length_factor);
 
 /// Summarises the values of a measure, in at most `bins` bars with short numbers at their ends.
 /// Bars grow by a constant factor where positive values span more than three decades.
-MeasureSummary Summarise(const DenseMesh& mesh, const MeasureInfo& info,
-                         const std::vector<double>& values, int bins, std::size_t worst_shown);
+QXDB_API MeasureSummary Summarise(const DenseMesh& mesh, const MeasureInfo& info,
+                                  const std::vector<double>& values, int bins,
+                                  std::size_t worst_shown);
 
-/// The histogram as text, a line a bar.
-std::string HistogramText(const MeasureSummary& summary);
-
-}  // namespace qx::app
+}  // namespace qx
