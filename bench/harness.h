@@ -47,6 +47,7 @@ void File();
 void Gateway();
 void Mesh();
 void MeshUtil();
+void MeshBesidePeer();
 void MeshSets();
 void Materials();
 void Image();

@@ -1,8 +1,6 @@
-// The mesh utilities on a million hexahedra and on their boundary. With VTK at configuration time
-// its quality filter, surface filter and connectivity filter run beside them.
+// The mesh utilities on a million hexahedra and on their boundary.
 
 #include <cmath>
-#include <cstdio>
 #include <list>
 
 #include "qx_db/app/mesh_util.h"
@@ -10,17 +8,6 @@
 #include "qx_db/model/standard_pools.h"
 
 #include "bench/harness.h"
-
-#ifdef QX_BENCH_VTK
-#include <vtkCellArray.h>
-#include <vtkConnectivityFilter.h>
-#include <vtkDataSetSurfaceFilter.h>
-#include <vtkMeshQuality.h>
-#include <vtkNew.h>
-#include <vtkPoints.h>
-#include <vtkPolyData.h>
-#include <vtkUnstructuredGrid.h>
-#endif
 
 namespace qx::bench {
 namespace {
@@ -169,100 +156,11 @@ void Ours(Blocks& block) {
   }
 }
 
-#ifdef QX_BENCH_VTK
-
-vtkNew<vtkUnstructuredGrid> GridOf(Blocks& blocks) {
-  vtkNew<vtkPoints> points;
-  points->SetDataType(VTK_DOUBLE);
-  for (const ITR n : blocks.nodes) {
-    const auto& p = Pool<tagTNode>(blocks.session).GetAtNU(n).position;
-    points->InsertNextPoint(p.x, p.y, p.z);
-  }
-  vtkNew<vtkUnstructuredGrid> grid;
-  grid->SetPoints(points);
-  grid->Allocate(blocks.elements.GetSize());
-  for (const ITR e : blocks.elements) {
-    vtkIdType ids[8];
-    const tagTElem& hex = Pool<tagTElem>(blocks.session).GetAtNU(e);
-    for (int c = 0; c < 8; ++c) {
-      ids[c] = Pool<tagTNode>(blocks.session).GetAtNU(hex.nodes[c]).key - 1;
-    }
-    grid->InsertNextCell(VTK_HEXAHEDRON, 8, ids);
-  }
-  return grid;
-}
-
-void CompareGrouping(const std::string& what, Blocks& blocks, vtkUnstructuredGrid* grid) {
-  const CQXMeshUtil util(&blocks.session);
-  vtkNew<vtkDataSetSurfaceFilter> skin;
-  skin->SetInputData(grid);
-  skin->Update();
-  Compare(
-      what, "vtkConnectivityFilter", 0.5,
-      [&] {
-        return Time([&] {
-          std::list<std::list<int>> groups;
-          Keep(util.GroupElemSide(3, blocks.surface, groups));
-        });
-      },
-      [&] {
-        vtkNew<vtkConnectivityFilter> filter;
-        filter->SetInputData(skin->GetOutput());
-        filter->SetExtractionModeToAllRegions();
-        filter->ColorRegionsOn();  // the group of every side, as ours tells
-        return Time([&] { filter->Update(); });
-      });
-}
-
-void BesideVtk(Blocks& block) {
-  const auto grid = GridOf(block);
-  const CQXMeshUtil util(&block.session);
-  Compare(
-      "volumes of a million hexahedra", "vtkMeshQuality", 0.5,
-      [&] {
-        return Time([&] {
-          double sum = 0;
-          for (const ITR e : block.elements) sum += util.GetElemQuantity(e);
-          Keep(sum);
-        });
-      },
-      [&] {
-        vtkNew<vtkMeshQuality> filter;
-        filter->SetInputData(grid);
-        filter->SetHexQualityMeasureToVolume();
-        return Time([&] { filter->Update(); });
-      });
-  Compare(
-      "free faces of a million hexahedra", "vtkDataSetSurfaceFilter", 0.9,
-      [&] {
-        return Time([&] {
-          const DenseMesh mesh(block.session);
-          Keep(LooseFaces(mesh).free.size());
-        });
-      },
-      [&] {
-        // A layout that hides that the block is one, as a read mesh would.
-        vtkNew<vtkDataSetSurfaceFilter> filter;
-        filter->SetInputData(grid);
-        return Time([&] { filter->Update(); });
-      });
-  CompareGrouping("grouping of 60 000 sides in one group", block, grid);
-  Blocks hundred(100, 10);
-  CompareGrouping("grouping of 60 000 sides in a hundred groups", hundred, GridOf(hundred));
-}
-
-#endif
-
 }  // namespace
 
 void MeshUtil() {
   Blocks block(1, 100);
   Ours(block);
-#ifdef QX_BENCH_VTK
-  BesideVtk(block);
-#else
-  std::puts("(configured without VTK: no peer beside the mesh utilities)");
-#endif
 }
 
 }  // namespace qx::bench
