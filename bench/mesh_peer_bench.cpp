@@ -20,7 +20,7 @@
 
 #include "qx_db/app/mesh_util.h"
 #include "qx_db/mesh/mesh_adjacency.h"
-#include "qx_db/mesh/quality_summary.h"
+#include "qx_db/mesh/quality_values.h"
 #include "qx_db/model/standard_pools.h"
 #include "qx_db/platform/parallel.h"
 
@@ -178,12 +178,7 @@ void CompareQuality(const std::string& what, PeerModel& mesh, const char* measur
   const MeasureInfo& info = *FindMeasure(measure);
   Compare(
       std::string(measure) + " of " + what, "vtkMeshQuality", target,
-      [&] {
-        return Time([&] {
-          const DenseMesh dense(mesh.session);
-          Keep(ValuesOf(dense, info, 1).size());
-        });
-      },
+      [&] { return Time([&] { Keep(ValuesOf(mesh.session, info, 1).size()); }); },
       [&] {
         vtkNew<vtkMeshQuality> filter;
         filter->SetInputData(mesh.grid);

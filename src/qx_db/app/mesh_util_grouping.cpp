@@ -109,7 +109,7 @@ void TakeCorners(int kind, std::span<const tagTElemSide> sides, std::size_t firs
 
 /// The corners of all sides.
 std::unique_ptr<ITR[]> CornersOf(int kind, std::span<const tagTElemSide> sides) {
-  constexpr std::size_t kLeast = 5000;  // below that a thread costs more than it saves
+  constexpr std::size_t kLeast = 50000;  // below that a thread costs more than it saves
   // Not filled with zeros first: all of it is written.
   std::unique_ptr<ITR[]> corners(new ITR[sides.size() * kCornersOfSide]);
   ParallelFor(sides.size(), kLeast, [&](std::size_t first, std::size_t end) {

@@ -2,11 +2,12 @@
 
 #include <algorithm>
 #include <array>
+#include <limits>
 #include <numbers>
 
 #include "qx_db/mesh/element_volume.h"
 #include "qx_db/mesh/mesh_quality.h"
-#include "qx_db/record/element_types.h"
+#include "qx_db/mesh/shape_tables.h"
 
 namespace qx::quality {
 namespace {
@@ -20,6 +21,8 @@ double Ratio(double above, double below) {
 
 /// The mean of ratios, of which one without bound leaves none.
 double Mean(double sum, int count) { return sum < kUnbounded ? sum / count : kUnbounded; }
+
+constexpr double kDegreesOfRadian = 180 / std::numbers::pi;
 
 /// Two extremes met so far.
 struct Range {
@@ -37,34 +40,49 @@ struct Frame {
   double Determinant() const { return Triple(a, b, c); }
   double Spread() const { return SquaredLength(a) + SquaredLength(b) + SquaredLength(c); }
   /// How far the map from the unit cube is from one that only turns and scales; 1 for that.
-  double Condition() const {
+  double Condition() const { return std::min(std::sqrt(SquaredCondition()), kUnbounded); }
+  /// Infinite where the map turns inside out.
+  double SquaredCondition() const {
+    const Point3 ab = Cross(a, b);
     const double across =
-        SquaredLength(Cross(a, b)) + SquaredLength(Cross(b, c)) + SquaredLength(Cross(c, a));
-    return Ratio(std::sqrt(Spread() * across), 3 * Determinant());
+        SquaredLength(ab) + SquaredLength(Cross(b, c)) + SquaredLength(Cross(c, a));
+    const double determinant = Dot(ab, c);
+    return determinant > 0 ? Spread() / determinant * (across / determinant) / 9
+                           : std::numeric_limits<double>::infinity();
   }
 };
 
-ElementTopology LinearTopology(CornerShape shape) {
-  constexpr std::int32_t kCodes[] = {0,
-                                     element::kPoint,
-                                     element::kLine2,
-                                     element::kTri3,
-                                     element::kQuad4,
-                                     element::kTet4,
-                                     element::kPyramid5,
-                                     element::kWedge6,
-                                     element::kHex8};
-  return ElementTopology(kCodes[static_cast<std::size_t>(shape)]);
+/// Calls `work` with the table of a shape as a constant, so that what it does is unrolled.
+template <class Work>
+auto ForShape(CornerShape shape, Work&& work) {
+  switch (shape) {
+    case CornerShape::kTriangle:
+      return work.template operator()<CornerShape::kTriangle>();
+    case CornerShape::kQuadrilateral:
+      return work.template operator()<CornerShape::kQuadrilateral>();
+    case CornerShape::kTetrahedron:
+      return work.template operator()<CornerShape::kTetrahedron>();
+    case CornerShape::kPyramid:
+      return work.template operator()<CornerShape::kPyramid>();
+    case CornerShape::kWedge:
+      return work.template operator()<CornerShape::kWedge>();
+    default:
+      return work.template operator()<CornerShape::kHexahedron>();
+  }
 }
 
+/// The shortest and the longest edge. Squares are compared, and two roots taken.
 Range EdgeLengths(CornerShape shape, const Point3* p) {
-  const ElementTopology type = LinearTopology(shape);
-  Range range;
-  for (std::int32_t e = 0; e < type.Edges(); ++e) {
-    const auto ends = type.Edge(e, false);
-    range.Take(Distance(p[ends[0]], p[ends[1]]));
-  }
-  return range;
+  return ForShape(shape, [p]<CornerShape kShape>() {
+    constexpr const ShapeTable& kTable = TableOf(kShape);
+    double least = SquaredLength(p[kTable.edge[0][1]] - p[kTable.edge[0][0]]), most = least;
+    for (int e = 1; e < kTable.edges; ++e) {
+      const double square = SquaredLength(p[kTable.edge[e][1]] - p[kTable.edge[e][0]]);
+      least = std::min(least, square);
+      most = std::max(most, square);
+    }
+    return Range{std::sqrt(least), std::sqrt(most)};
+  });
 }
 
 /// Corners of a face, in order.
@@ -79,33 +97,72 @@ struct Face {
 
 template <class Visit>
 void ForEachFace(CornerShape shape, const Point3* p, Visit&& visit) {
-  const ElementTopology type = LinearTopology(shape);
-  for (std::int32_t f = 0; f < type.Faces(); ++f) {
-    Face face;
-    for (const std::int32_t place : type.Face(f, false)) face.at[face.count++] = p[place];
-    visit(face);
+  ForShape(shape, [&]<CornerShape kShape>() {
+    constexpr const ShapeTable& kTable = TableOf(kShape);
+    for (int f = 0; f < kTable.faces; ++f) {
+      Face face;
+      face.count = kTable.face[f][3] < 0 ? 3 : 4;
+      for (int c = 0; c < face.count; ++c) face.at[c] = p[kTable.face[f][c]];
+      visit(face);
+    }
+  });
+}
+
+/// An angle by its sine and cosine, both times the lengths of the two directions: told from others
+/// without an arc tangent.
+struct Opening {
+  double sine, cosine;  ///< the sine of one above 180 degrees is negative
+  double lengths;
+
+  /// Grows with the angle, from 0 to 4.
+  double Order() const {
+    const double c = lengths > 0 ? cosine / lengths : 1;
+    return sine < 0 ? 3 + c : 1 - c;
+  }
+  double Degrees() const {
+    const double angle = std::atan2(sine, cosine) * kDegreesOfRadian;
+    return angle < 0 ? angle + 360 : angle;
+  }
+};
+
+/// The least and the largest of angles met so far.
+class Openings {
+ public:
+  void Take(const Opening& opening) {
+    const double order = opening.Order();
+    // As long as it is none a value is taken, so that what is no number stays one.
+    if (!(order >= least_order_)) least_order_ = order, least_ = opening;
+    if (!(order <= most_order_)) most_order_ = order, most_ = opening;
+  }
+  Range Degrees() const { return {least_.Degrees(), most_.Degrees()}; }
+
+ private:
+  Opening least_{}, most_{};
+  double least_order_ = 5, most_order_ = -1;
+};
+
+void TakeAngles(const Face& face, Openings& openings) {
+  const Point3 up =
+      face.count == 4 ? Cross(face.at[2] - face.at[0], face.at[3] - face.at[1]) : face.NormalAt(0);
+  for (int i = 0; i < face.count; ++i) {
+    const Point3 to = face.Next(i) - face.at[i], from = face.Before(i) - face.at[i];
+    const Point3 normal = Cross(to, from);
+    const double sine = Length(normal);
+    const double lengths = std::sqrt(SquaredLength(to) * SquaredLength(from));
+    openings.Take({Dot(normal, up) < 0 ? -sine : sine, Dot(to, from), lengths});
   }
 }
 
 Range AnglesOf(const Face& face) {
-  const Point3 up =
-      face.count == 4 ? Cross(face.at[2] - face.at[0], face.at[3] - face.at[1]) : face.NormalAt(0);
-  Range range;
-  for (int i = 0; i < face.count; ++i) {
-    const double angle = AngleDeg(face.Next(i) - face.at[i], face.Before(i) - face.at[i]);
-    range.Take(Dot(face.NormalAt(i), up) < 0 ? 360 - angle : angle);
-  }
-  return range;
+  Openings openings;
+  TakeAngles(face, openings);
+  return openings.Degrees();
 }
 
 Range FaceAngles(CornerShape shape, const Point3* p) {
-  Range range;
-  ForEachFace(shape, p, [&](const Face& face) {
-    const Range angles = AnglesOf(face);
-    range.Take(angles.least);
-    range.Take(angles.most);
-  });
-  return range;
+  Openings openings;
+  ForEachFace(shape, p, [&](const Face& face) { TakeAngles(face, openings); });
+  return openings.Degrees();
 }
 
 }  // namespace
@@ -221,7 +278,7 @@ struct QuadCorners {
       const double difference = SquaredLength(to) - SquaredLength(from);
       area[i] = Dot(up, Cross(to, from));
       squares[i] = SquaredLength(to) + SquaredLength(from);
-      product[i] = Length(to) * Length(from);
+      product[i] = std::sqrt(SquaredLength(to) * SquaredLength(from));
       own_area[i] = Length(Cross(to, from));
       oddness[i] = difference * difference + 4 * Dot(to, from) * Dot(to, from);
     }
@@ -351,20 +408,23 @@ constexpr int kTetFaces[4][3] = {{1, 2, 3}, {2, 0, 3}, {0, 1, 3}, {0, 1, 2}};
 
 /// Angles in degrees between the faces, over the six edges.
 Range DihedralAngles(const Point3* p) {
-  const ElementTopology type = LinearTopology(CornerShape::kTetrahedron);
-  Range range;
-  for (std::int32_t e = 0; e < 6; ++e) {
-    const auto ends = type.Edge(e, false);
-    // The two corners off the edge.
-    int others[2], count = 0;
-    for (int c = 0; c < 4; ++c) {
-      if (c != ends[0] && c != ends[1]) others[count++] = c;
-    }
-    const Point3 along = p[ends[1]] - p[ends[0]];
-    range.Take(
-        AngleDeg(Cross(along, p[others[0]] - p[ends[0]]), Cross(along, p[others[1]] - p[ends[0]])));
+  // Normals of the faces opposite the corners, all outwards or, of an inverted one, all inwards.
+  Point3 normal[4];
+  double square[4];
+  for (int f = 0; f < 4; ++f) {
+    const Point3& at = p[kTetFaces[f][0]];
+    normal[f] = Cross(p[kTetFaces[f][1]] - at, p[kTetFaces[f][2]] - at);
+    if (f == 3) normal[f] = -normal[f];  // is listed the other way round
+    square[f] = SquaredLength(normal[f]);
   }
-  return range;
+  Openings openings;
+  for (int a = 1; a < 4; ++a) {
+    for (int b = 0; b < a; ++b) {
+      openings.Take({Length(Cross(normal[a], normal[b])), -Dot(normal[a], normal[b]),
+                     std::sqrt(square[a] * square[b])});
+    }
+  }
+  return openings.Degrees();
 }
 
 }  // namespace
@@ -378,14 +438,14 @@ double TetAspect(CornerShape shape, const Point3* p) {
 
 double TetScaledJacobian(CornerShape shape, const Point3* p) {
   const double jacobian = 6 * ShapeSize(shape, p);
-  double largest = std::abs(jacobian);
-  for (int c = 0; c < 4; ++c) {
-    double product = 1;
-    for (int other = 0; other < 4; ++other) {
-      if (other != c) product *= Distance(p[c], p[other]);
-    }
-    largest = std::max(largest, product);
+  double square[4][4];
+  for (int a = 1; a < 4; ++a) {
+    for (int b = 0; b < a; ++b) square[a][b] = square[b][a] = SquaredLength(p[a] - p[b]);
   }
+  const double product = std::sqrt(std::max(
+      {square[0][1] * square[0][2] * square[0][3], square[1][0] * square[1][2] * square[1][3],
+       square[2][0] * square[2][1] * square[2][3], square[3][0] * square[3][1] * square[3][2]}));
+  const double largest = std::max(std::abs(jacobian), product);
   return largest > 0 ? sqrt2 * jacobian / largest : 0;
 }
 
@@ -491,16 +551,16 @@ constexpr Neighbours kWedgeCorners[] = {{0, 1, 2, 3}, {1, 2, 0, 4}, {2, 0, 1, 5}
 constexpr Neighbours kHexCorners[] = {{0, 1, 3, 4}, {1, 2, 0, 5}, {2, 3, 1, 6}, {3, 0, 2, 7},
                                       {4, 7, 5, 0}, {5, 4, 6, 1}, {6, 5, 7, 2}, {7, 6, 4, 3}};
 
-std::span<const Neighbours> CornersOf(CornerShape shape) {
-  switch (shape) {
-    case CornerShape::kTetrahedron:
-      return kTetCorners;
-    case CornerShape::kPyramid:
-      return kPyramidCorners;
-    case CornerShape::kWedge:
-      return kWedgeCorners;
-    default:
-      return kHexCorners;
+template <CornerShape kShape>
+constexpr auto CornersOf() {
+  if constexpr (kShape == CornerShape::kTetrahedron) {
+    return std::to_array(kTetCorners);
+  } else if constexpr (kShape == CornerShape::kPyramid) {
+    return std::to_array(kPyramidCorners);
+  } else if constexpr (kShape == CornerShape::kWedge) {
+    return std::to_array(kWedgeCorners);
+  } else {
+    return std::to_array(kHexCorners);
   }
 }
 
@@ -514,10 +574,13 @@ Frame HexAxes(const Point3* p) {
 /// Visits the frames of the corners.
 template <class Visit>
 void ForEachCorner(CornerShape shape, const Point3* p, Visit&& visit) {
-  for (const Neighbours& n : CornersOf(shape)) {
-    const Point3& at = p[n.corner];
-    visit(Frame{p[n.a] - at, p[n.b] - at, p[n.c] - at});
-  }
+  ForShape(shape, [&]<CornerShape kShape>() {
+    constexpr auto kCorners = CornersOf<kShape>();
+    for (const Neighbours& n : kCorners) {
+      const Point3& at = p[n.corner];
+      visit(Frame{p[n.a] - at, p[n.b] - at, p[n.c] - at});
+    }
+  });
 }
 
 /// Visits the frames of the corners, and of a hexahedron that of its middle.
@@ -556,7 +619,7 @@ double SolidScaledJacobian(CornerShape shape, const Point3* p) {
                                                       : 1.0;
   double least = kUnbounded;
   ForEachFrame(shape, p, [&](const Frame& f) {
-    const double product = Length(f.a) * Length(f.b) * Length(f.c);
+    const double product = std::sqrt(SquaredLength(f.a) * SquaredLength(f.b) * SquaredLength(f.c));
     least = std::min(least, product > 0 ? f.Determinant() / product : 0.0);
   });
   return ideal * least;
@@ -571,8 +634,12 @@ double SolidFrobenius(CornerShape shape, const Point3* p) {
 
 double SolidMeanFrobenius(CornerShape shape, const Point3* p) {
   double sum = 0;
-  ForEachCorner(shape, p, [&](const Frame& f) { sum += AgainstIdeal(shape, f).Condition(); });
-  return Mean(sum, static_cast<int>(CornersOf(shape).size()));
+  int corners = 0;
+  ForEachCorner(shape, p, [&](const Frame& f) {
+    sum += AgainstIdeal(shape, f).Condition();
+    ++corners;
+  });
+  return Mean(sum, corners);
 }
 
 double SolidJacobianRatio(CornerShape shape, const Point3* p) {
@@ -604,19 +671,21 @@ double HexTaper(CornerShape, const Point3* p) {
 }
 
 double HexShape(CornerShape shape, const Point3* p) {
-  double least = 1;
+  // Cubes are compared, and one root taken: of det^2 / spread^3.
+  double least = 1.0 / 27;
   ForEachFrame(shape, p, [&](const Frame& f) {
-    const double determinant = f.Determinant();
-    least = std::min(least,
-                     determinant > 0 ? 3 * std::cbrt(determinant * determinant) / f.Spread() : 0.0);
+    const double determinant = f.Determinant(), spread = f.Spread();
+    const double cube =
+        determinant > 0 ? determinant / spread * (determinant / spread) / spread : 0.0;
+    least = std::min(least, cube);
   });
-  return least;
+  return 3 * std::cbrt(least);
 }
 
 double HexCondition(CornerShape shape, const Point3* p) {
   double most = 0;
-  ForEachFrame(shape, p, [&](const Frame& f) { most = std::max(most, f.Condition()); });
-  return most;
+  ForEachFrame(shape, p, [&](const Frame& f) { most = std::max(most, f.SquaredCondition()); });
+  return std::min(std::sqrt(most), kUnbounded);
 }
 
 double HexStretch(CornerShape shape, const Point3* p) {

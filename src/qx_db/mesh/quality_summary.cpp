@@ -2,36 +2,9 @@
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
-
-#include "qx_db/mesh/element_volume.h"
 
 namespace qx {
 namespace {
-
-/// What turns a measure of a shape from model units into current ones.
-double UnitFactor(Measure measure, CornerShape shape, double length_factor) {
-  if (measure == Measure::kDimension) return length_factor;
-  if (measure != Measure::kSize && measure != Measure::kJacobian) return 1;
-  if (shape == CornerShape::kLine) return length_factor;
-  if (shape < CornerShape::kTetrahedron) return length_factor * length_factor;
-  return length_factor * length_factor * length_factor;
-}
-
-/// The mean length, area or volume of each shape's elements; as many as there are shapes.
-std::vector<double> MeanSizes(const DenseMesh& mesh) {
-  constexpr std::size_t kShapes = static_cast<std::size_t>(CornerShape::kHexahedron) + 1;
-  std::vector<double> sizes(kShapes), counts(kShapes);
-  for (std::uint32_t e = 0; e < mesh.ElementCount(); ++e) {
-    if (!IsRated(mesh, e)) continue;
-    Point3 p[8];
-    mesh.CornerPositions(e, p);
-    sizes[static_cast<std::size_t>(mesh.Shape(e))] += std::abs(ShapeSize(mesh.Shape(e), p));
-    ++counts[static_cast<std::size_t>(mesh.Shape(e))];
-  }
-  for (std::size_t i = 0; i < kShapes; ++i) sizes[i] /= std::max(counts[i], 1.0);
-  return sizes;
-}
 
 /// The width of bars, a short number that divides the axis into at most `bins` of them from low to
 /// high; what it leaves at both ends is rounding.
@@ -99,30 +72,6 @@ bool IsBeyond(const MeasureInfo& info, double value, double bound) {
   constexpr double kRounding = 1e-9;
   const double room = kRounding * std::abs(bound);
   return info.high_is_bad ? value > bound + room : value < bound - room;
-}
-
-bool IsRated(const DenseMesh& mesh, std::uint32_t e) {
-  return mesh.IsUsable(e) && mesh.Shape(e) != CornerShape::kNone;
-}
-
-std::vector<double> ValuesOf(const DenseMesh& mesh, const MeasureInfo& info, double length_factor) {
-  constexpr double kNoise = 1e-14;  // of what would be nothing in exact numbers
-  std::vector<double> values(mesh.ElementCount(), std::numeric_limits<double>::quiet_NaN());
-  std::vector<double> means;
-  if (info.is_relative) means = MeanSizes(mesh);
-  for (std::uint32_t e = 0; e < mesh.ElementCount(); ++e) {
-    if (!IsRated(mesh, e)) continue;
-    Point3 p[8];
-    mesh.CornerPositions(e, p);
-    const CornerShape shape = mesh.Shape(e);
-    const double value =
-        info.is_relative ? Quality(info.measure, shape, p, means[static_cast<std::size_t>(shape)])
-                         : Quality(info.measure, shape, p);
-    values[e] = info.acceptable && std::abs(value) < kNoise
-                    ? 0.0
-                    : value * UnitFactor(info.measure, shape, length_factor);
-  }
-  return values;
 }
 
 MeasureSummary Summarise(const DenseMesh& mesh, const MeasureInfo& info,

@@ -5,8 +5,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "qx_db/mesh/dense_mesh.h"
-#include "qx_db/mesh/mesh_quality.h"
+#include "qx_db/mesh/quality_values.h"
 
 namespace qx {
 
@@ -38,14 +37,6 @@ struct MeasureSummary {
 
 /// Whether a value is worse than a bound by more than rounding.
 QXDB_API bool IsBeyond(const MeasureInfo& info, double value, double bound);
-
-/// Whether elements of this kind are rated: ordinary, and nothing wrong with their nodes.
-QXDB_API bool IsRated(const DenseMesh& mesh, std::uint32_t e);
-
-/// The values of a measure for all elements in list order, NaN where an element has none; lengths
-/// in it are multiplied by `length_factor`. What tables, limits and cell data are all made of.
-QXDB_API std::vector<double> ValuesOf(const DenseMesh& mesh, const MeasureInfo& info,
-                                      double length_factor);
 
 /// Summarises the values of a measure, in at most `bins` bars with short numbers at their ends.
 /// Bars grow by a constant factor where positive values span more than three decades.

@@ -2,60 +2,13 @@
 
 #include <array>
 
+#include "qx_db/mesh/shape_tables.h"
 #include "qx_db/record/element_types.h"
 
 namespace qx {
 namespace {
 
 using namespace topology;
-
-/// Corners, edges and faces of a shape; what the shape does not have is -1.
-struct Solid {
-  std::int32_t corners;
-  std::int32_t edges;
-  std::int32_t faces;
-  std::int32_t edge[12][2];
-  std::int32_t face[6][4];
-};
-
-constexpr Solid kShapes[] = {
-    {},                       // none
-    {1, 0, 0, {}, {}},        // point
-    {2, 1, 0, {{0, 1}}, {}},  // line
-    {3, 3, 1, {{0, 1}, {1, 2}, {2, 0}}, {{0, 1, 2, -1}}},
-    {4, 4, 1, {{0, 1}, {1, 2}, {2, 3}, {3, 0}}, {{0, 1, 2, 3}}},
-    {4,
-     6,
-     4,
-     {{0, 1}, {1, 2}, {2, 0}, {0, 3}, {1, 3}, {2, 3}},
-     {{0, 2, 1, -1}, {0, 1, 3, -1}, {1, 2, 3, -1}, {2, 0, 3, -1}}},
-    {5,
-     8,
-     5,
-     {{0, 1}, {1, 2}, {2, 3}, {3, 0}, {0, 4}, {1, 4}, {2, 4}, {3, 4}},
-     {{0, 3, 2, 1}, {0, 1, 4, -1}, {1, 2, 4, -1}, {2, 3, 4, -1}, {3, 0, 4, -1}}},
-    {6,
-     9,
-     5,
-     {{0, 1}, {1, 2}, {2, 0}, {3, 4}, {4, 5}, {5, 3}, {0, 3}, {1, 4}, {2, 5}},
-     {{0, 2, 1, -1}, {3, 4, 5, -1}, {0, 1, 4, 3}, {1, 2, 5, 4}, {2, 0, 3, 5}}},
-    {8,
-     12,
-     6,
-     {{0, 1},
-      {1, 2},
-      {2, 3},
-      {3, 0},
-      {4, 5},
-      {5, 6},
-      {6, 7},
-      {7, 4},
-      {0, 4},
-      {1, 5},
-      {2, 6},
-      {3, 7}},
-     {{0, 3, 2, 1}, {4, 5, 6, 7}, {0, 1, 5, 4}, {1, 2, 6, 5}, {2, 3, 7, 6}, {3, 0, 4, 7}}},
-};
 
 /// The classes of ordinary elements, by shape: their dimension and one.
 constexpr std::int32_t kClassOfShape[] = {
@@ -90,18 +43,18 @@ void Append(Words& row, std::int32_t first, std::int32_t list, std::int32_t room
   row[static_cast<std::size_t>(at)] = value;
 }
 
-std::int32_t CornersOfFace(const Solid& solid, std::int32_t face) {
+std::int32_t CornersOfFace(const ShapeTable& solid, std::int32_t face) {
   return solid.face[face][3] < 0 ? 3 : 4;
 }
 
-bool FaceHas(const Solid& solid, std::int32_t face, std::int32_t corner) {
+bool FaceHas(const ShapeTable& solid, std::int32_t face, std::int32_t corner) {
   for (std::int32_t i = 0; i < CornersOfFace(solid, face); ++i) {
     if (solid.face[face][i] == corner) return true;
   }
   return false;
 }
 
-std::int32_t EdgeBetween(const Solid& solid, std::int32_t a, std::int32_t b) {
+std::int32_t EdgeBetween(const ShapeTable& solid, std::int32_t a, std::int32_t b) {
   for (std::int32_t e = 0; e < solid.edges; ++e) {
     const auto& ends = solid.edge[e];
     if ((ends[0] == a && ends[1] == b) || (ends[0] == b && ends[1] == a)) return e;
@@ -109,7 +62,7 @@ std::int32_t EdgeBetween(const Solid& solid, std::int32_t a, std::int32_t b) {
   return -1;
 }
 
-void FillEdges(const Solid& solid, bool quadratic, Words& row) {
+void FillEdges(const ShapeTable& solid, bool quadratic, Words& row) {
   for (std::int32_t e = 0; e < solid.edges; ++e) {
     std::int32_t* out = row.data() + kEdgeList + 3 * e;
     out[0] = solid.edge[e][0];
@@ -119,7 +72,7 @@ void FillEdges(const Solid& solid, bool quadratic, Words& row) {
   }
 }
 
-void FillFaces(const Solid& solid, bool quadratic, Words& row) {
+void FillFaces(const ShapeTable& solid, bool quadratic, Words& row) {
   const bool mixed = solid.faces == 5;  // triangles beside quadrilaterals
   for (std::int32_t f = 0; f < solid.faces; ++f) {
     const std::int32_t corners = CornersOfFace(solid, f);
@@ -136,7 +89,7 @@ void FillFaces(const Solid& solid, bool quadratic, Words& row) {
   }
 }
 
-void FillFaceAdjacency(const Solid& solid, Words& row) {
+void FillFaceAdjacency(const ShapeTable& solid, Words& row) {
   for (std::int32_t f = 0; f < solid.faces; ++f) {
     const std::int32_t corners = CornersOfFace(solid, f);
     for (std::int32_t i = 0; i < corners; ++i) {
@@ -160,7 +113,7 @@ void FillFaceAdjacency(const Solid& solid, Words& row) {
   }
 }
 
-void FillCornerAdjacency(const Solid& solid, Words& row) {
+void FillCornerAdjacency(const ShapeTable& solid, Words& row) {
   for (std::int32_t e = 0; e < solid.edges; ++e) {
     const auto& ends = solid.edge[e];
     for (std::int32_t i = 0; i < 2; ++i) {
@@ -173,7 +126,7 @@ void FillCornerAdjacency(const Solid& solid, Words& row) {
 std::size_t IndexOf(CornerShape shape) { return static_cast<std::size_t>(shape); }
 
 Words MakeRow(CornerShape shape, bool quadratic, std::int32_t type_class) {
-  const Solid& solid = kShapes[IndexOf(shape)];
+  const ShapeTable& solid = kShapeTables[IndexOf(shape)];
   const bool is_point = shape == CornerShape::kPoint;
   Words row{};
   for (std::int32_t i = kFacesOfFace; i < kFaceCorners; ++i) row[static_cast<std::size_t>(i)] = -1;
@@ -194,7 +147,8 @@ Words MakeRow(CornerShape shape, bool quadratic, std::int32_t type_class) {
 
 CornerShape ShapeWith(std::int32_t dimension, std::int32_t corners) {
   std::size_t shape = IndexOf(CornerShape::kPoint);
-  while (kClassOfShape[shape] != dimension + kPointClass || kShapes[shape].corners != corners) {
+  while (kClassOfShape[shape] != dimension + kPointClass ||
+         kShapeTables[shape].corners != corners) {
     ++shape;
   }
   return static_cast<CornerShape>(shape);
@@ -235,7 +189,7 @@ std::vector<NodeLine> SpecialOutline(const SpecialForm& form, std::int32_t code,
   const std::int32_t corners = CornersOfFirstFace(form.shape);
   AddRing(0, corners, lines);
   const bool quadratic = form.first != form.last && code == form.last;
-  const Solid& side = kShapes[IndexOf(form.shape)];
+  const ShapeTable& side = kShapeTables[IndexOf(form.shape)];
   const std::int32_t second = side.corners + (quadratic ? side.edges : 0);
   if (!form.two_sided || nodes < 2 * second) return lines;
   AddRing(second, corners, lines);
@@ -260,10 +214,10 @@ int topology::DimensionOf(std::int32_t code) {
   return code >= kFirstSpecial && code < kRows ? kSpecialDimension : kUnknownDimension;
 }
 
-std::int32_t topology::CornersOf(CornerShape shape) { return kShapes[IndexOf(shape)].corners; }
+std::int32_t topology::CornersOf(CornerShape shape) { return kShapeTables[IndexOf(shape)].corners; }
 
 std::int32_t topology::CornersOfFirstFace(CornerShape shape) {
-  const Solid& solid = kShapes[IndexOf(shape)];
+  const ShapeTable& solid = kShapeTables[IndexOf(shape)];
   return solid.faces == 0 ? solid.corners : CornersOfFace(solid, 0);
 }
 

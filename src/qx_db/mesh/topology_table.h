@@ -9,21 +9,9 @@
 #include <vector>
 
 #include "qx_db/export.h"
+#include "qx_db/mesh/shape_tables.h"
 
 namespace qx {
-
-/// What the corners of an element form, whatever its class and order.
-enum class CornerShape : std::uint8_t {
-  kNone,
-  kPoint,
-  kLine,
-  kTriangle,
-  kQuadrilateral,
-  kTetrahedron,
-  kPyramid,
-  kWedge,
-  kHexahedron,
-};
 
 /// Two positions in a list of nodes.
 struct NodeLine {
