@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "qx_db/mesh/element_access.h"
 #include "qx_db/mesh/element_volume.h"
 
 #include "host/records.h"
@@ -10,35 +11,22 @@
 namespace qx::host {
 namespace {
 
-/// Length, area or volume of an element with its first moment; both zero where it has none.
+/// What has a length, an area or a volume: its dimension, and its moments; nothing, of dimension 0,
+/// for points, for special elements, and where a node is gone.
 struct Extent {
   int dimension = 0;
-  double size = 0;
-  Point3 first;
+  Moments moments;
 };
 
-/// The positions of an element's first nodes; false when it has fewer, or one is gone.
-bool Corners(CQXDBSession* session, const tagTElem& elem, int count, Point3* out) {
-  if (elem.nodes.GetSize() < count) return false;
-  for (int i = 0; i < count; ++i) {
-    const tagTNode* node = Live<tagTNode>(session, elem.nodes[i]);
-    if (!node) return false;
-    out[i] = node->position;
-  }
-  return true;
-}
-
-Extent ExtentOf(CQXDBSession* session, const tagTElem& elem) {
-  const CornerShape shape = topology::ShapeOf(elem.type);
+Extent ExtentOf(const tagTElem& elem) {
   Point3 corners[8];
-  if (shape <= CornerShape::kPoint ||
-      !Corners(session, elem, topology::CornersOf(shape), corners)) {
-    return {};
-  }
+  CornerShape shape;
+  if (!CornersOf(elem, shape, corners) || shape == CornerShape::kPoint) return {};
+  Extent extent{topology::DimensionOf(shape), {}};
   const Moments moments = ShapeMoments(shape, corners);
   // An element turned inside out still has its mass.
-  const double sign = moments.size < 0 ? -1 : 1;
-  return {topology::DimensionOf(shape), sign * moments.size, sign * moments.first};
+  extent.moments.Add(moments, moments.size < 0 ? -1 : 1);
+  return extent;
 }
 
 double MeanThickness(const tagTE2DThick& record, int corners) {
@@ -95,21 +83,21 @@ double ElementMasses::BeamVolume(ITR itr) const {
   const tagTElem* elem = Live<tagTElem>(session_, itr);
   const tagTProp* property = elem ? Live<tagTProp>(session_, elem->property) : nullptr;
   if (!property) return 0;
-  const Extent extent = ExtentOf(session_, *elem);
-  return extent.dimension == 1 ? extent.size * property->area : 0;
+  const Extent extent = ExtentOf(*elem);
+  return extent.dimension == 1 ? extent.moments.size * property->area : 0;
 }
 
 double ElementMasses::FaceVolume(ITR itr) const {
   const tagTElem* elem = Live<tagTElem>(session_, itr);
   if (!elem) return 0;
-  const Extent extent = ExtentOf(session_, *elem);
-  return extent.dimension == 2 ? extent.size * Thickness(*elem, itr) : 0;
+  const Extent extent = ExtentOf(*elem);
+  return extent.dimension == 2 ? extent.moments.size * Thickness(*elem, itr) : 0;
 }
 
 Mass ElementMasses::PointMass(ITR itr) const {
   const tagTElem* elem = Live<tagTElem>(session_, itr);
   Point3 position;
-  if (!elem || !Corners(session_, *elem, 1, &position)) return {};
+  if (!elem || !FirstPositions(*elem, 1, &position)) return {};
   double by_axis[3]{};
   const tagTProp* property = Live<tagTProp>(session_, elem->property);
   if (property && property->type == tagTProp::kPointMass) {
@@ -130,16 +118,16 @@ Mass ElementMasses::Of(ITR itr) const {
   const tagTElem* elem = Live<tagTElem>(session_, itr);
   const tagTProp* property = elem ? Live<tagTProp>(session_, elem->property) : nullptr;
   if (!property) return mass;
-  const Extent extent = ExtentOf(session_, *elem);
-  if (extent.size == 0) return mass;
+  const Extent extent = ExtentOf(*elem);
+  if (extent.moments.size == 0) return mass;
   const double through = extent.dimension == 1   ? property->area
                          : extent.dimension == 2 ? Thickness(*elem, itr)
                                                  : 1.0;
   const tagTMatl* material = Live<tagTMatl>(session_, property->material);
   double per_size = material ? material->density * through : 0;
   if (extent.dimension < 3) per_size += property->non_structural_mass;
-  const double whole = per_size * extent.size;
-  mass.Add(MassAt({whole, whole, whole}, (1 / extent.size) * extent.first));
+  const double whole = per_size * extent.moments.size;
+  mass.Add(MassAt({whole, whole, whole}, (1 / extent.moments.size) * extent.moments.first));
   return mass;
 }
 

@@ -77,12 +77,11 @@ void DropRepeats(const Schema& schema, TStructBase& record) {
     if (row->beside) continue;  // another array has an entry for each of these
     ArrayStorage& array = detail::ArrayAt(detail::Bytes(record), *row);
     ITR* nodes = static_cast<ITR*>(array.data);
-    RecordNumbers met;
+    DistinctRecords met;
     std::int32_t kept = 0;
     for (std::int32_t i = 0; i < array.count; ++i) {
       const ITR node = nodes[i];
-      const std::uint32_t before = met.Count();
-      if (node && met.Of(node) < before) continue;
+      if (node && !met.Add(node)) continue;
       nodes[kept++] = node;
     }
     array.count = kept;

@@ -26,8 +26,8 @@ class CQXDBSession;
 /// - Of a coordinate that is no number no measure is a number, and there is no normal and no
 ///   collapse; the minimum length and the bounding box go by the other coordinates.
 /// - An output may be the array that was passed in.
-/// Threads: on the one that drives the session, or, on a snapshot, on any one at a time: the lists
-/// number records in their own parameter indices.
+/// Threads: on the one that drives the session, or, on a snapshot, on any number at once; those
+/// that change elements on the first only.
 class QXDB_API CQXMeshUtil {
  public:
   static constexpr int kFaceSide = 3;

@@ -161,7 +161,7 @@ int CQXMeshUtil::ConvertStartEndElem(int kind, const TArray<tagTElemSide>& sides
     double normal[3];
     if (!normal_of(sides[i], normal)) continue;
     const Point3 up(reference[0], reference[1], reference[2]);
-    const bool is_with = AngleDeg(up, {normal[0], normal[1], normal[2]}) <= 90;
+    const bool is_with = AngleBetween(up, {normal[0], normal[1], normal[2]}) <= 90;
     (is_with ? with : against).Add(sides[i]);
   }
   start = std::move(with);

@@ -20,18 +20,18 @@ namespace {
 class Collector {
  public:
   void Add(ITR record) {
-    if (record && !KeyedSetBase::IsRemoved(record)) numbers_.Of(record);
+    if (record && !KeyedSetBase::IsRemoved(record)) found_.Add(record);
   }
   void Add(std::span<const ITR> records) {
     for (const ITR record : records) Add(record);
   }
   std::int32_t MoveTo(TArray<ITR>& out) const {
-    out.Assign(numbers_.Records().data(), numbers_.Records().size());
+    out.Assign(found_.Records().data(), found_.Records().size());
     return out.GetSize();
   }
 
  private:
-  RecordNumbers numbers_;
+  DistinctRecords found_;
 };
 
 std::span<const ITR> NodesOfElement(ITR itr, bool all) {

@@ -54,7 +54,7 @@ int CQXMeshUtil::IsValidNormalSolid(ITR elem, int flip) const {
   const Point3 up = p[third + 1] - p[0];
   // Without a length there is no angle, and nothing that turning over would mend.
   if (!(Length(normal) > 0) || !(Length(up) > 0)) return 0;
-  if (AngleDeg(up, normal) < 90) return 1;
+  if (AngleBetween(up, normal) < 90) return 1;
   if (flip) FlipElement(elem);
   return 0;
 }

@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "qx_db/mesh/point3.h"
+#include "qx_db/mesh/topology_table.h"
 #include "qx_db/pool/keyed_set_base.h"
 #include "qx_db/record/mesh_records.h"
 
@@ -30,6 +31,13 @@ inline bool FirstPositions(const tagTElem& element, std::int32_t count, Point3* 
     out[i] = node->position;
   }
   return true;
+}
+
+/// The corners of an element of an ordinary type; false for a special or unknown one, when it has
+/// fewer nodes than corners, and when one of these is gone.
+inline bool CornersOf(const tagTElem& element, CornerShape& shape, Point3* out) {
+  shape = topology::ShapeOf(element.type);
+  return shape != CornerShape::kNone && FirstPositions(element, TableOf(shape).corners, out);
 }
 
 }  // namespace qx

@@ -8,7 +8,6 @@
 #include "qx_db/mesh/element_access.h"
 #include "qx_db/mesh/element_volume.h"
 #include "qx_db/mesh/quality_formulas.h"
-#include "qx_db/record/element_types.h"
 
 namespace qx {
 namespace {
@@ -130,12 +129,11 @@ double Quality(Measure measure, CornerShape shape, const Point3* corners, double
 }
 
 double Quality(Measure measure, const tagTElem& element) {
-  if (element.type < element::kPoint || element.type > element::kHex20) return kNotDefined;
   Point3 corners[8];
-  const std::int32_t count = ElementTopology(element.type).Corners();
-  if (!FirstPositions(element, count, corners)) return kNotDefined;
-  if (!std::all_of(corners, corners + count, IsFinite)) return kNotDefined;
-  return Quality(measure, topology::ShapeOf(element.type), corners);
+  CornerShape shape;
+  if (!CornersOf(element, shape, corners)) return kNotDefined;
+  if (!std::all_of(corners, corners + TableOf(shape).corners, IsFinite)) return kNotDefined;
+  return Quality(measure, shape, corners);
 }
 
 }  // namespace qx

@@ -16,11 +16,4 @@ inline double Triple(const Point3& a, const Point3& b, const Point3& c) {
 }
 inline double SquaredLength(const Point3& a) { return Dot(a, a); }
 
-/// The angle between two directions in degrees, 0 to 180; exact at both ends, where an arc cosine
-/// loses half its digits. 0 when one has no length.
-inline double AngleDeg(const Point3& a, const Point3& b) {
-  constexpr double kDegrees = 57.295779513082320877;
-  return std::atan2(Length(Cross(a, b)), Dot(a, b)) * kDegrees;
-}
-
 }  // namespace qx

@@ -1,6 +1,7 @@
 #pragma once
 // Dense temporary numbers for records: what turns questions about a mesh into work on arrays.
 
+#include <algorithm>
 #include <cstdint>
 #include <stdexcept>
 #include <vector>
@@ -9,54 +10,43 @@
 
 namespace qx {
 
-/// Numbers records from 0 in the order they are first asked for. A record's number is kept in its
-/// parameter index and believed only when the record at that number is the same one, so nothing
-/// need be cleared before; destruction puts the indices back. Numbers live as long as the object,
-/// unless another one numbers the same records meanwhile.
-/// Threads: one at a time for a session, since the marks are in its records.
-class RecordNumbers {
+/// Collects records, each once, in the order they come, beside their pools: nothing is written to
+/// them, and none is read.
+/// Threads: values: one at a time for each object.
+class DistinctRecords {
  public:
-  /// Found nowhere: beyond every number.
-  static constexpr std::uint32_t kNone = KeyedSetBase::kParamMask;
-
-  RecordNumbers() = default;
-  RecordNumbers(const RecordNumbers&) = delete;
-  RecordNumbers& operator=(const RecordNumbers&) = delete;
-  ~RecordNumbers() {
-    for (std::size_t i = records_.size(); i-- > 0;) SetIndex(records_[i], before_[i]);
-  }
-
-  void Reserve(std::size_t count) {
-    records_.reserve(count);
-    before_.reserve(count);
-  }
-  /// The number of a live record, a new one if need be.
-  std::uint32_t Of(ITR record) {
-    const std::uint32_t index = KeyedSetBase::StateOf(record) & KeyedSetBase::kParamMask;
-    if (index < records_.size() && records_[index] == record) return index;
-    const auto number = static_cast<std::uint32_t>(records_.size());
+  /// Whether the record, not null, had not come before.
+  bool Add(ITR record) {
+    if (2 * (records_.size() + 1) > places_.size()) Grow();
+    std::uint32_t& place = PlaceOf(record);
+    if (place != kFree) return false;
+    place = static_cast<std::uint32_t>(records_.size());
     records_.push_back(record);
-    before_.push_back(index);
-    SetIndex(record, number);
-    return number;
+    return true;
   }
-  /// The number a record has; kNone when it has none.
-  std::uint32_t Find(ITR record) const {
-    const std::uint32_t index = KeyedSetBase::StateOf(record) & KeyedSetBase::kParamMask;
-    return index < records_.size() && records_[index] == record ? index : kNone;
-  }
-  std::uint32_t Count() const { return static_cast<std::uint32_t>(records_.size()); }
-  /// The records by number.
   const std::vector<ITR>& Records() const { return records_; }
 
  private:
-  static void SetIndex(ITR record, std::uint32_t index) {
-    const std::uint32_t rest = KeyedSetBase::StateOf(record) & ~KeyedSetBase::kParamMask;
-    KeyedSetBase::SetState(record, rest | index);
+  static constexpr std::uint32_t kFree = ~0u;
+
+  /// The place of a record, or the free one that it is to have. Records that lie beside each other
+  /// have places beside each other: a walk through a mesh stays within few cache lines.
+  std::uint32_t& PlaceOf(ITR record) {
+    constexpr int kItemBits = 6;  // an item is a little larger than this power of two
+    const std::size_t mask = places_.size() - 1;
+    std::size_t at = (record >> kItemBits) & mask;
+    while (places_[at] != kFree && records_[places_[at]] != record) at = (at + 1) & mask;
+    return places_[at];
+  }
+  void Grow() {
+    places_.assign(std::max<std::size_t>(16, 2 * places_.size()), kFree);
+    for (std::size_t i = 0; i < records_.size(); ++i) {
+      PlaceOf(records_[i]) = static_cast<std::uint32_t>(i);
+    }
   }
 
   std::vector<ITR> records_;
-  std::vector<std::uint32_t> before_;
+  std::vector<std::uint32_t> places_;  ///< a power of two, at least half of them free
 };
 
 /// Numbers the records of one pool from 0 in the order of their list, beside the pool: nothing is
@@ -64,7 +54,8 @@ class RecordNumbers {
 /// record is freed or created.
 class PoolNumbers {
  public:
-  static constexpr std::uint32_t kNone = RecordNumbers::kNone;
+  /// Found nowhere: beyond every number.
+  static constexpr std::uint32_t kNone = KeyedSetBase::kParamMask;
 
   PoolNumbers() = default;
   /// Throws std::length_error when there are kNone records or more.
