@@ -12,6 +12,7 @@
 #include "qx_db/mesh/dense_mesh.h"
 #include "qx_db/mesh/element_volume.h"
 #include "qx_db/mesh/mesh_quality.h"
+#include "qx_db/mesh/quality_values.h"
 
 #include "exchange/msh/msh_reader.h"
 #include "tests/corpus.h"
@@ -453,6 +454,46 @@ TEST(Corpus, TotalsAgree) {
     }
   }
   EXPECT_EQ(compared, 17);
+}
+
+TEST(QualityValues, OfRecordsAreThoseOfTheMesh) {
+  // Elements of all shapes on nodes of their own, each type also broken in one way or another.
+  std::mt19937 random(5);
+  testing::Model model;
+  auto& nodes = Pool<tagTNode>(model.session);
+  auto& elements = Pool<tagTElem>(model.session);
+  for (int trial = 0; trial < 6; ++trial) {
+    for (std::int32_t code = 1; code <= 15; ++code) {
+      const CornerShape shape = topology::ShapeOf(code);
+      const bool is_flat = shape < CornerShape::kTriangle;
+      const ITR element = model.Element(
+          code, is_flat ? testing::IdealCorners(shape) : Distorted(shape, random, 0.2));
+      tagTElem broken = elements.GetAtNU(element);
+      const ITR last = broken.nodes[broken.nodes.GetSize() - 1];
+      if (trial == 1) broken.nodes.Add(broken.nodes[0]);
+      if (trial == 2) broken.nodes[0] = 0;
+      if (trial == 3) broken.type = code + 15;
+      elements.SetAtNU(element, broken);
+      tagTNode node = nodes.GetAtNU(last);
+      if (trial == 4) node.position.y = std::numeric_limits<double>::infinity();
+      nodes.SetAtNU(last, node);
+    }
+  }
+  model.Element(46, testing::IdealCorners(CornerShape::kLine));
+  const DenseMesh mesh(model.session);
+  for (const MeasureInfo& info : Measures()) {
+    const std::vector<double> wanted = ValuesOf(mesh, info, 10),
+                              found = ValuesOf(model.session, info, 10);
+    ASSERT_EQ(found.size(), wanted.size());
+    std::size_t rated = 0;
+    for (std::size_t e = 0; e < wanted.size(); ++e) {
+      rated += !std::isnan(wanted[e]);
+      EXPECT_TRUE(found[e] == wanted[e] || (std::isnan(found[e]) && std::isnan(wanted[e])))
+          << info.name << " of element " << e + 1 << ": " << found[e] << ", " << wanted[e];
+    }
+    EXPECT_GE(rated, 4u) << info.name;
+    EXPECT_LT(rated, 31u) << info.name << ": the broken ones have none";
+  }
 }
 
 }  // namespace
