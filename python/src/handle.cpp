@@ -111,6 +111,7 @@ void Handle::Close() {
   while (!steps.empty()) steps.pop_back();
   session->RemoveListener(this);
   session = nullptr;
+  rows.clear();
   if (document) document->Release();
   document.reset();
   snapshot.reset();

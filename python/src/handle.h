@@ -7,6 +7,7 @@
 
 #include <exception>
 #include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -47,6 +48,8 @@ void ClearMessages();
 /// The failure that the last message tells, of a model.
 Failure LastRefusal(const std::string& file);
 
+class SlotRows;
+
 /// A model, or a snapshot of one. Invariants: (1) `session` is null once it is closed; (2) only the
 /// owner thread comes past a Guard; (3) `steps` are open transactions, the outermost first.
 class Handle : public ISessionListener {
@@ -81,6 +84,8 @@ class Handle : public ISessionListener {
   py::object listener;  ///< called with (event, step name, table, operation, key arrays), or none
   std::exception_ptr from_listener;
   ModelFileReport report;  ///< of the file it was opened from
+  /// By pool, as far as they were asked for; see RowsOf.
+  std::map<std::uint16_t, std::shared_ptr<const SlotRows>> rows;
 };
 
 /// To be held while a call uses a model. Refuses a closed model, another thread than the owner's,

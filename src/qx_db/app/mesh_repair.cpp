@@ -10,6 +10,7 @@
 #include "qx_db/app/mesh_findings.h"
 #include "qx_db/core/session.h"
 #include "qx_db/model/standard_pools.h"
+#include "qx_db/pool/bulk_edit.h"
 #include "qx_db/record/verbs.h"
 
 namespace qx {
@@ -104,13 +105,12 @@ bool RedirectAll(CQXDBSession& session, const PoolNumbers& numbers, const Replac
       TStructBase& record = *KeyedSetBase::RecordAt(at);
       if (Concerns(numbers, becomes, pool->GetSchema(), record)) concerned.push_back(at);
     }
-    for (ITR at : concerned) {
-      const auto copy = pool->CopyRecord(at);
-      Redirect(numbers, becomes, pool->GetSchema(), *copy);
+    const std::size_t set = SetMany(*pool, concerned, [&](TStructBase& record, std::size_t) {
+      Redirect(numbers, becomes, pool->GetSchema(), record);
       // The nodes of an element are a sequence; all other lists of nodes are sets.
-      if (pool->GetTypeCode() != code::kElem) DropRepeats(pool->GetSchema(), *copy);
-      if (!pool->SetAtNU(at, copy.get())) return false;
-    }
+      if (pool->GetTypeCode() != code::kElem) DropRepeats(pool->GetSchema(), record);
+    });
+    if (set != concerned.size()) return false;
   }
   return true;
 }
