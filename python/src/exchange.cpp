@@ -18,9 +18,8 @@ std::string ExtensionOf(const std::string& path) {
 }
 
 /// Brings a file into the model as one step; what was changed or left out, a line each.
-std::vector<std::string> Read(Handle& handle, const std::string& path, const py::object& progress) {
+std::vector<std::string> Read(Handle& handle, const std::string& path) {
   std::vector<std::string> notes;
-  const auto tell = ProgressTo(progress);
   Edit(handle, "Read " + path, [&](CQXDBSession& session) {
     const py::gil_scoped_release others_may_run;
     Require(CheckIsFile(path));
@@ -34,9 +33,11 @@ std::vector<std::string> Read(Handle& handle, const std::string& path, const py:
     }
     const auto format = exchange::FormatToRead(path);
     Require(format.AsOutcome());
+    // The reader tells how far it is, and the library's own work is only looked after.
+    const WorkWatch interrupts([](double done) { TellProgress({}, done); });
     exchange::ImportOptions options;
     options.format = *format;
-    options.read.progress = tell;
+    options.read.progress = [&](double done) { TellProgress(handle.progress, done); };
     exchange::LossReport losses;
     Require(exchange::ImportFile(session, path, options, losses));
     notes = losses.Lines();
@@ -45,11 +46,9 @@ std::vector<std::string> Read(Handle& handle, const std::string& path, const py:
 }
 
 /// Writes the model for another program; what was left out, a line each.
-std::vector<std::string> Write(Handle& handle, const std::string& path,
-                               const py::object& progress) {
+std::vector<std::string> Write(Handle& handle, const std::string& path) {
   const Guard guard(handle);
   std::vector<std::string> notes;
-  const auto tell = ProgressTo(progress);
   CQXDBSession& session = handle.Session();
   const py::gil_scoped_release others_may_run;
   const std::string extension = ExtensionOf(path);
@@ -62,9 +61,10 @@ std::vector<std::string> Write(Handle& handle, const std::string& path,
   } else {
     const auto format = exchange::FormatToWrite(path);
     Require(format.AsOutcome());
+    const WorkWatch interrupts([](double done) { TellProgress({}, done); });
     exchange::ExportOptions options;
     options.format = *format;
-    options.write.progress = tell;
+    options.write.progress = [&](double done) { TellProgress(handle.progress, done); };
     exchange::LossReport losses;
     Require(exchange::ExportFile(session, path, options, losses));
     notes = losses.Lines();
@@ -89,8 +89,7 @@ std::vector<std::tuple<std::string, std::string, bool, bool>> Formats() {
 
 void BindExchange(py::module_& module, py::class_<Handle, std::shared_ptr<Handle>>& model) {
   module.def("formats", Formats);
-  model.def("read", Read, py::arg("path"), py::arg("progress"))
-      .def("write_file", Write, py::arg("path"), py::arg("progress"));
+  model.def("read", Read, py::arg("path")).def("write_file", Write, py::arg("path"));
 }
 
 }  // namespace qx::python

@@ -101,7 +101,9 @@ Keys Insert(Handle& handle, int code, std::size_t count, const std::optional<Key
     MakeRoom(session, pool, count);
     const py::gil_scoped_release others_may_run;
     FreshRecords fresh(pool);
+    LongWork work(count);
     for (std::size_t i = 0; i < count; ++i) {
+      work.Step();
       TStructBase& record = fresh.Next();
       for (const ColumnWriter& writer : writers) writer.Apply(record, i);
       StoreAt(reinterpret_cast<char*>(&record) + 8, taken[i]);
@@ -127,7 +129,9 @@ Keys InsertNodes(Handle& handle, const py::array_t<double, py::array::c_style>& 
     const double* at = xyz.data();
     const py::gil_scoped_release others_may_run;
     tagTNode node;
+    LongWork work(count);
     for (std::size_t i = 0; i < count; ++i, at += 3) {
+      work.Step();
       node.key = taken[i];
       node.position = {at[0], at[1], at[2]};
       if (!pool.InsertNU(node)) RefuseInsert(handle, pool, node.key);
@@ -168,7 +172,9 @@ Keys InsertElements(Handle& handle, int type, const py::array& nodes, bool as_ro
     std::vector<ITR> found(kBatch * width);
     const std::int64_t* from = numbers.data();
     const py::gil_scoped_release others_may_run;
+    LongWork work(count);
     for (std::size_t begin = 0; begin < count; begin += kBatch) {
+      work.Step(begin == 0 ? 0 : kBatch);
       const std::size_t many = std::min(kBatch, count - begin);
       const std::span<const std::int64_t> wanted(from + begin * width, many * width);
       const std::span<ITR> into = std::span(found).first(wanted.size());

@@ -19,8 +19,15 @@ using Shared = std::shared_ptr<Handle>;
 
 // ---- opening and saving -------------------------------------------------------------------------
 
-Shared OpenModel(const std::string& path, bool to_edit) {
+/// `pause`: milliseconds between two calls of the function.
+void SetProgress(Handle& handle, py::object function, int pause) {
+  handle.progress = std::move(function);
+  handle.pause = WorkWatch::Pause(pause);
+}
+
+Shared OpenModel(const std::string& path, bool to_edit, const py::object& progress, int pause) {
   auto handle = std::make_shared<Handle>();
+  SetProgress(*handle, progress, pause);
   const Guard guard(*handle);
   Outcome opened;
   {
@@ -28,6 +35,7 @@ Shared OpenModel(const std::string& path, bool to_edit) {
     opened = to_edit ? handle->document->OpenForEditing(path, {}, &handle->report)
                      : handle->document->Open(path, &handle->report);
   }
+  SetProgress(*handle, py::none(), pause);
   Require(opened);
   handle->read_only = !to_edit;
   return handle;
@@ -121,7 +129,11 @@ void CommitStep(Handle& handle) {
 
 void RollBackStep(Handle& handle) {
   const Guard guard(handle, Guard::kEdit);
-  LastStep(handle)->Rollback();
+  {
+    const auto step = LastStep(handle);
+    const py::gil_scoped_release others_may_run;
+    step->Rollback();
+  }
   handle.RaiseFromListener();
 }
 
@@ -163,7 +175,11 @@ void MoveTo(Handle& handle, std::size_t wanted) {
   ClearMessages();
   while (session.History().Done().size() != wanted) {
     const bool back = session.History().Done().size() > wanted;
-    if (!(back ? session.Undo() : session.Redo())) {
+    const auto moved = [&] {
+      const py::gil_scoped_release others_may_run;
+      return (back ? session.Undo() : session.Redo()) != 0;
+    };
+    if (!moved()) {
       if (handle.steps.empty()) throw Fault(FaultKind::kRefused, LastRefusal(handle.Path()));
       Refuse(FaultKind::kRefused, "", "a step is open", "go back and forth when it has ended");
     }
@@ -352,7 +368,8 @@ py::list UnitCategories() {
 }  // namespace
 
 void BindModel(py::module_& module, py::class_<Handle, Shared>& model) {
-  module.def("open", OpenModel, py::arg("path"), py::arg("to_edit"));
+  module.def("open", OpenModel, py::arg("path"), py::arg("to_edit"), py::arg("progress"),
+             py::arg("pause"));
   module.def("new", [] { return std::make_shared<Handle>(); });
   module.def("unit_tables", UnitTables);
   module.def("temperatures", Temperatures);
@@ -398,6 +415,7 @@ void BindModel(py::module_& module, py::class_<Handle, Shared>& model) {
             handle.listener = std::move(function);
           },
           py::arg("function"))
+      .def("set_progress", SetProgress, py::arg("function"), py::arg("pause"))
       .def("begin_step", BeginStep, py::arg("name"))
       .def("commit_step", CommitStep)
       .def("roll_back_step", RollBackStep)

@@ -235,10 +235,9 @@ def test_a_removed_record_never_names_another(cube: qxdb.Model) -> None:
     assert cube.validate() == ""
 
 
-def test_progress_is_told_and_stops(tmp_path: Path, cube: qxdb.Model) -> None:
+def test_reading_and_writing_tell_and_stop(tmp_path: Path, cube: qxdb.Model) -> None:
     told: list[float] = []
     cube.write(tmp_path / "cube.vtu", progress=told.append)
-    cube.elements.quality("shape", progress=told.append)
     assert told and told == [t for t in told if 0 <= t <= 1] and told[-1] == 1
     cube.write(tmp_path / "cube.msh")
     before = (tmp_path / "cube.msh").read_bytes()
@@ -249,7 +248,6 @@ def test_progress_is_told_and_stops(tmp_path: Path, cube: qxdb.Model) -> None:
     state = cube.state
     for act in (
         lambda: cube.write(tmp_path / "cube.msh", progress=stop),
-        lambda: cube.elements.quality("shape", progress=stop),
         lambda: cube.read(tmp_path / "cube.msh", progress=stop),
     ):
         with pytest.raises(KeyboardInterrupt):

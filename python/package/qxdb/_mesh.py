@@ -9,6 +9,7 @@ from numpy.typing import NDArray
 
 from ._columns import Column, Keys, NodesColumn, as_keys, numbers, reference_keys
 from ._errors import TypeFault
+from ._progress import Progress
 from ._schema import ELEMENT_NAMES, element_type
 from ._table import Table
 from ._units import Quantity, to_model
@@ -111,13 +112,11 @@ class Elements(Table):
         material axes where asked for; NaN where they are not determined."""
         return self._rows(self._model._core.axes(material))
 
-    def quality(self, measure: str, progress: Any = None) -> NDArray[np.float64]:
+    def quality(self, measure: str, progress: Progress = None) -> NDArray[np.float64]:
         """One value of a measure of shape an element, (n,); NaN where it has none; model units.
         qxdb.measures() lists them."""
-        from ._progress import shown
-
-        with shown(progress, measure) as tell:
-            return self._rows(self._model._core.quality(measure, tell))
+        with self._model._telling(progress, measure):
+            return self._rows(self._model._core.quality(measure))
 
     def _rows(self, values: NDArray[np.float64]) -> NDArray[np.float64]:
         """Of all elements, those of this table."""

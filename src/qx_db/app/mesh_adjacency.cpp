@@ -10,6 +10,7 @@
 #include <tuple>
 #include <utility>
 
+#include "qx_db/platform/long_work.h"
 #include "qx_db/platform/pages.h"
 #include "qx_db/record/element_types.h"
 
@@ -252,8 +253,10 @@ void MatchSides(const DenseMesh& mesh, const SideKind& kind, Meet&& meet) {
   const SidedElements elements(mesh, kind);
   OpenSides open(elements);
   const std::size_t too_many = std::max<std::size_t>(1 << 16, mesh.ElementCount() / 4);
+  LongWork work(mesh.ElementCount());
   std::uint32_t e = 0;
   for (; e < mesh.ElementCount() && open.Most() < too_many; ++e) {
+    work.Step();
     if (!elements.Has(e)) continue;
     elements.ForEachSide(e,
                          [&](std::uint32_t node, const SideEntry& side) { open.Add(node, side); });
@@ -426,7 +429,9 @@ ShellOrientation OrientShells(const DenseMesh& mesh) {
 Parts ConnectedParts(const DenseMesh& mesh) {
   constexpr std::uint32_t kNoPart = ~0u;
   DisjointSets sets(mesh.NodeCount());
+  LongWork work(mesh.ElementCount());
   for (std::uint32_t e = 0; e < mesh.ElementCount(); ++e) {
+    work.Step();
     if (!mesh.IsUsable(e)) continue;
     for (const std::uint32_t node : mesh.Nodes(e)) sets.Join(mesh.Nodes(e)[0], node);
   }
@@ -553,7 +558,9 @@ std::vector<Duplicate> DuplicateNodes(const DenseMesh& mesh, double tolerance) {
   // few fit into one however large the tolerance is.
   std::vector<std::vector<std::uint32_t>> kept(grid.CellCount());
   std::vector<Duplicate> found;
+  LongWork work(mesh.NodeCount());
   for (std::uint32_t n = 0; n < mesh.NodeCount(); ++n) {
+    work.Step();
     const std::uint32_t home = grid.CellOf(n);
     if (home == PoolNumbers::kNone) continue;
     std::uint32_t nearest = n;

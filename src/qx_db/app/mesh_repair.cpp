@@ -10,6 +10,7 @@
 #include "qx_db/app/mesh_findings.h"
 #include "qx_db/core/session.h"
 #include "qx_db/model/standard_pools.h"
+#include "qx_db/platform/long_work.h"
 #include "qx_db/pool/bulk_edit.h"
 #include "qx_db/record/verbs.h"
 
@@ -101,8 +102,10 @@ bool RedirectAll(CQXDBSession& session, const PoolNumbers& numbers, const Replac
   for (DPoolBase* pool : session.Pools()) {
     if (!PointsAtNodes(*pool)) continue;
     std::vector<ITR> concerned;
+    LongWork work(static_cast<std::size_t>(pool->GetSize()));
     for (ITR at = pool->GetHeadPosition(); at; pool->Next(at)) {
       TStructBase& record = *KeyedSetBase::RecordAt(at);
+      work.Step();
       if (Concerns(numbers, becomes, pool->GetSchema(), record)) concerned.push_back(at);
     }
     const std::size_t set = SetMany(*pool, concerned, [&](TStructBase& record, std::size_t) {

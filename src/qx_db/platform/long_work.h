@@ -11,13 +11,16 @@
 namespace qx {
 
 /// Somebody who waits for the library's work on this thread, from construction to destruction; an
-/// inner watch takes the place of an outer one. `tell` is called on this thread, at most some
-/// twenty times a second, with the part done, 0 to 1, which never falls. What it throws ends the
-/// work like a lack of memory would: the exception reaches the caller, the model and its file are
-/// as they were. Commits, undo and redo are not ended.
+/// inner watch takes the place of an outer one, and one that tells nobody lets work run to its end.
+///
+/// `tell` is called on this thread, with `pause` between two calls, with the part done, 0 to 1,
+/// which never falls. What it throws ends the work as a lack of memory would: the exception reaches
+/// the caller, the model and its file are as they were. Undo, redo, and a commit once its step is
+/// being kept, are not ended.
 class QXDB_API WorkWatch {
  public:
-  explicit WorkWatch(std::function<void(double)> tell);
+  using Pause = std::chrono::milliseconds;
+  explicit WorkWatch(std::function<void(double)> tell, Pause pause = Pause(50));
   ~WorkWatch();
   WorkWatch(const WorkWatch&) = delete;
   WorkWatch& operator=(const WorkWatch&) = delete;
@@ -25,6 +28,7 @@ class QXDB_API WorkWatch {
  private:
   friend class LongWork;
   std::function<void(double)> tell_;
+  Pause pause_;
   std::chrono::steady_clock::time_point next_;  // when it is told again
   double told_ = 0;
   WorkWatch* outer_;
@@ -35,7 +39,8 @@ class QXDB_API WorkWatch {
 /// part. Without a watch, and between two looks at the clock, a step costs an addition.
 class QXDB_API LongWork {
  public:
-  explicit LongWork(std::size_t steps);
+  /// Within other work, it is `share` of that one's parts.
+  explicit LongWork(std::size_t steps, std::size_t share = 1);
   ~LongWork();
   LongWork(const LongWork&) = delete;
   LongWork& operator=(const LongWork&) = delete;
@@ -47,9 +52,11 @@ class QXDB_API LongWork {
   }
 
  private:
+  static bool IsWatched();
   void Look();
 
   std::size_t steps_;
+  std::size_t share_;
   std::size_t done_ = 0;
   std::size_t look_;  // from here on the clock is asked
   LongWork* outer_;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "qx_db/platform/long_work.h"
 #include "qx_db/platform/prefetch.h"
 #include "qx_db/record/verbs.h"
 
@@ -39,9 +40,11 @@ std::size_t SetMany(DPoolBase& pool, std::span<const ITR> positions,
     }
   };
   for (std::size_t i = 0; i < kAhead; ++i) fetch(i);
+  LongWork work(positions.size());
   const auto record = pool.NewRecord();  // one for all, for its arrays' room
   for (std::size_t i = 0; i < positions.size(); ++i) {
     fetch(i + kAhead);
+    work.Step();
     if (!set.IsLinked(positions[i])) return i;
     set.CopyTo(*record, positions[i]);
     change(*record, i);
