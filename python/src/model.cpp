@@ -442,14 +442,6 @@ void BindModel(py::module_& module, py::class_<Handle, Shared>& model) {
              return py::make_tuple(FromSystem(units.Model()), FromSystem(units.Current()));
            })
       .def(
-          "set_current_units",
-          [](Handle& handle, const std::vector<std::int32_t>& indices) {
-            // Of no step: for the time of reading one file.
-            const Guard guard(handle);
-            handle.Session().Units().SetCurrent(ToSystem(indices));
-          },
-          py::arg("indices"))
-      .def(
           "change_units",
           [](Handle& handle, const std::vector<std::int32_t>& indices) {
             const UnitSystem system = ToSystem(indices);

@@ -78,7 +78,7 @@ def measures() -> list[Measure]:
 
 def set_threads(count: int = 0) -> None:
     """How many threads the work on large arrays may use; 0, as at first, means one for each core."""
-    if count < 0:
+    if not isinstance(count, int) or count < 0:
         raise ValueFault(f"{count} is no number of threads", remedy="give 0 or more")
     _core.set_threads(count)
 

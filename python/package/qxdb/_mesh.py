@@ -7,7 +7,7 @@ from typing import Any, cast
 import numpy as np
 from numpy.typing import NDArray
 
-from ._columns import Column, Keys, NodesColumn, as_keys, numbers, reference_keys
+from ._columns import MAX_KEY, Column, Keys, NodesColumn, as_keys, numbers, reference_keys
 from ._errors import TypeFault
 from ._progress import Progress
 from ._schema import ELEMENT_NAMES, element_type
@@ -86,6 +86,12 @@ class Elements(Table):
             nodes = nodes.reshape(1, -1)
         given = None if keys is None else as_keys(keys)
         of = reference_keys(columns.get("property"))
+        if not isinstance(of, (int, np.integer)) or not 0 <= of <= MAX_KEY:
+            raise TypeFault(
+                f"is a {type(of).__name__}",
+                place=f"property of elements {count}",
+                remedy="give the key of a property, or a record; 0 or None for none",
+            )
         return self._model._core.insert_elements(
             element_type(count), nodes, as_rows, given, int(of), f"Insert {count} elements"
         )

@@ -15,8 +15,9 @@ import numpy as np
 from numpy.typing import ArrayLike, NDArray
 
 from . import _core, _progress
+from ._checked import checked, native
 from ._columns import Keys, as_keys
-from ._errors import FileError, MissingError, RefusedError, ValueFault
+from ._errors import FileError, MissingError, RefusedError, TypeFault, ValueFault
 from ._mesh import Elements, Nodes
 from ._progress import Progress, shown
 from ._schema import PoolInfo, pool_info
@@ -211,7 +212,7 @@ class Model:
 
     def __init__(self, core: _core.Model, like: Optional[Model] = None) -> None:
         """For the functions of this package; `like` has the same pools."""
-        self._core = core
+        self._core = checked(core)
         self._pools: dict[str, PoolInfo] = {}
         if like is not None:
             self._pools = like._pools
@@ -400,8 +401,14 @@ class Model:
 
     def diff(self, other: Model, progress: Progress = None) -> list[Difference]:
         """What distinguishes this model (the first) from another (the second), record by record."""
+        if not isinstance(other, Model):
+            raise TypeFault(
+                f"was given a {type(other).__name__}",
+                place="diff",
+                remedy="give a model: an open one, or a snapshot",
+            )
         with self._telling(progress, "Comparing"):
-            found = self._core.diff(other._core)
+            found = self._core.diff(native(other._core))
         return [
             Difference(kind, self._codes[code].table.lower(), key, members)
             for kind, code, key, members in found
@@ -411,6 +418,12 @@ class Model:
         """Has the function called after each step that is committed, undone or redone. It may read
         the model, not edit it. What it raises reaches the caller of the step, which stays done.
         Returns a function that ends the listening."""
+        if not callable(function):
+            raise TypeFault(
+                f"was given a {type(function).__name__}",
+                place="listen",
+                remedy="give a function of one event",
+            )
         if not self._listeners:
             me = weakref.ref(self)
 
@@ -477,7 +490,7 @@ class Model:
         """
         if merge_nodes is True:
             merge_nodes = self.default_tolerance()
-        distance = None if merge_nodes is None or merge_nodes is False else float(merge_nodes)
+        distance = None if merge_nodes is None or merge_nodes is False else merge_nodes
         with self._telling(progress, "Repairing"):
             return self._core.repair(
                 distance,
@@ -524,19 +537,19 @@ class Model:
         """Brings a file of another program into the model as one step; returns what was changed or
         left out, a line each.
 
-        units: that the file's numbers are in ("mm", ...); the model's where they are left out
+        units: that the file's numbers are in ("mm", ...); otherwise those that the file names, or
+            else the current ones
         progress: called with the part done, 0 to 1; False for silence
         """
-        before = self.units.current
-        wanted = system_indices(units, self.units)
-        self._core.set_current_units(wanted)
-        try:
-            with self._telling(progress, f"Reading {os.fspath(path)}"):
-                notes = self._core.read(os.fspath(path))
-        finally:
-            self._core.set_current_units(system_indices(list(before.values()), before))
-        self.notes = notes
-        return notes
+        return self._read(path, units, False, progress)
+
+    def _read(
+        self, path: Path, units: Sequence[str], keep_units: bool, progress: Progress
+    ) -> list[str]:
+        system_indices(units, self.units)  # whether they are units
+        with self._telling(progress, f"Reading {os.fspath(path)}"):
+            self.notes = self._core.read(os.fspath(path), ",".join(units), keep_units)
+        return self.notes
 
     def write(self, path: Path, progress: Progress = None) -> list[str]:
         """Writes the model for another program, by the extension of the path (qxdb.formats()), in
@@ -707,12 +720,13 @@ def new(*units: str) -> Model:
 def read(path: Path, units: Union[str, tuple[str, ...]] = (), progress: Progress = None) -> Model:
     """A new model with the content of a file of another program (qxdb.formats()).
 
-    units: that the file's numbers are in, "mm" or ("mm", "N"); the model is stored in them
+    units: that the file's numbers are in, "mm" or ("mm", "N"); otherwise those that the file
+        names, or else m, N, kg, sec, C, J and deg. The model is stored in them
     progress: called with the part done, 0 to 1; False for silence
 
     `model.notes` tells what was changed or left out.
     """
-    model = new(*((units,) if isinstance(units, str) else units))
-    model.read(path, progress=progress)
+    model = new()
+    model._read(path, (units,) if isinstance(units, str) else units, True, progress)
     model.forget_history()
     return model

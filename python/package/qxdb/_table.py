@@ -21,6 +21,7 @@ from ._columns import (
     Selection,
     as_keys,
     numbers,
+    texts,
 )
 from ._errors import MissingError, RefusedError, TypeFault, ValueFault
 from ._progress import Progress
@@ -326,8 +327,7 @@ class Table(NamesMany):
                 return info, column._elements(value[1]), np.asarray(value[0])
             return (info, *column._flat(value))
         if info.number == "text":
-            texts = [value] * count if isinstance(value, str) else [str(v) for v in value]
-            return info, texts, None
+            return info, texts(value, count, place), None
         shape = (count,) if info.width == 1 else (count, info.width)
         values = numbers(info, value, place)
         try:
@@ -353,6 +353,18 @@ class Table(NamesMany):
             count = len(keys) if count is None else count
         if count is None:
             count = self._count_of(columns)
+        if not isinstance(count, (int, np.integer)):
+            raise TypeFault(
+                f"is a {type(count).__name__}",
+                place="count",
+                remedy="give a whole number, and columns by name",
+            )
+        if not 0 <= count <= MAX_KEY:
+            raise ValueFault(
+                f"{count} is no number of records",
+                place=self.info.table.lower(),
+                remedy="give 0 to 2147483647",
+            )
         values = [self._prepared(name, value, count) for name, value in columns.items()]
         return self._model._core.insert(
             self.info.code,
@@ -434,9 +446,11 @@ class Table(NamesMany):
         keys: new keys by old ones; or the first of consecutive ones for the records of this table
         """
         if isinstance(keys, Mapping):
-            pairs = [(int(old), int(new)) for old, new in keys.items()]
+            old_keys, new_keys = list(keys), list(keys.values())
+            pairs = list(zip(as_keys(old_keys).tolist(), as_keys(new_keys, "new keys").tolist()))
         else:
-            pairs = [(old, keys + i) for i, old in enumerate(self.keys.tolist())]
+            (first,) = as_keys(keys).tolist()
+            pairs = [(old, first + i) for i, old in enumerate(self.keys.tolist())]
         for _, new in pairs:
             if not 1 <= new <= MAX_KEY:
                 raise ValueFault(
