@@ -67,7 +67,7 @@ CALLS: dict[str, Callable[[qxdb.Model, Any, Path], Any]] = {
     "dicts": lambda m, p, d: m.to_dict(progress=p),
     "update": lambda m, p, d: m.update(NEW_NODES, progress=p),
 }
-NEW_NODES = {"NODE": {str(k): {"POS": [0, 0, k]} for k in range(600000, 604000)}}
+NEW_NODES: dict[str, Any] = {"NODE": {str(k): {"POS": [0, 0, k]} for k in range(600000, 604000)}}
 
 
 @pytest.fixture(scope="module")

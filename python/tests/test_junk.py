@@ -18,7 +18,7 @@ JUNK: list[Any] = [
     {"NODE": {"1": {"POS": ["a", None]}}}, np.arange(3), np.zeros((2, 3)), np.zeros(0),
     np.full((27, 3), np.nan), np.array(["a"]), np.array([True] * 27), np.array(3),
     np.arange(24).reshape(3, 8)[:, ::-2], np.array([object()]), np.float32(2), slice(None), slice(5, 1),
-    Ellipsis, object(), print, qxdb.Quantity([1, 2, 3], "mm"), qxdb.Ragged([0], [1]),
+    Ellipsis, object(), print, qxdb.Quantity([1, 2, 3], "mm"), qxdb.Ragged(np.array([0]), np.array([1])),
 ]  # fmt: skip
 
 # By path from the model; those that close it, or go to files and the network, have their own tests.

@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 from pathlib import Path
+from typing import Any
 
 import numpy as np
 import pytest
@@ -112,6 +113,7 @@ def test_a_preview_tells_what_turns() -> None:
     )
     (turn,) = model.pools["ECRD"].preview_removal(7).turns
     assert turn.element == model.elements[7]
+    assert turn.before is not None and turn.after is not None
     assert turn.before.shape == turn.after.shape == (3, 3)
     assert abs(turn.before - turn.after).max() > 0.1
     with pytest.raises(qxdb.RefusedError, match="would turn 1 elements: 7; orient them first"):
@@ -155,7 +157,11 @@ def test_gateway_as_dicts(cube: qxdb.Model) -> None:
     cube.update({"NODE": {"5": {"POS": [9.0, 8.0, 7.0]}, "99": {"POS": np.array([1.0, 2, 3])}}})
     np.testing.assert_array_equal(cube.nodes[[5, 99]].xyz, [[9, 8, 7], [1, 2, 3]])
     assert cube.update({"NODE": {"5": {"COLOUR": 3}}})
-    for bad in ({"NODE": {"5": {"POS": [float("nan")] * 3}}}, {"NODE": {"5": {"POS": object()}}}):
+    wrong: list[dict[str, Any]] = [
+        {"NODE": {"5": {"POS": [float("nan")] * 3}}},
+        {"NODE": {"5": {"POS": object()}}},
+    ]
+    for bad in wrong:
         with pytest.raises(qxdb.ValueFault):
             cube.update(bad)
     with pytest.raises(qxdb.RefusedError):

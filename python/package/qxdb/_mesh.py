@@ -23,6 +23,10 @@ class Nodes(Table):
         """Positions, (n, 3), in model units. Assigning is one recorded change."""
         return cast(Column, self._column("position"))
 
+    @xyz.setter
+    def xyz(self, values: Any) -> None:
+        self._assign("position", values)
+
     def insert(self, count: Any = None, *, keys: Any = None, **columns: Any) -> Keys:
         """Adds nodes at positions `insert(xyz)`, (n, 3), as one step; returns their keys."""
         if count is not None and np.ndim(count) > 0 or isinstance(count, Quantity):
@@ -139,13 +143,11 @@ class ElementsOfType(Elements):
         """Keys of the nodes, (n, nodes of the type); `.rows` gives row numbers."""
         return NodesColumn(self, self.info.columns["nodes"])
 
+    @nodes.setter
+    def nodes(self, values: Any) -> None:
+        self.nodes[:] = values
+
     @property
     def type_name(self) -> str:
         """The type: "hex8"."""
         return ELEMENT_NAMES[cast(int, self._selection)]
-
-    def __setattr__(self, name: str, value: Any) -> None:
-        if name == "nodes":
-            self.nodes[:] = value
-        else:
-            super().__setattr__(name, value)

@@ -300,6 +300,12 @@ class Table(NamesMany):
             raise AttributeError(str(error)) from None
 
     def __setattr__(self, name: str, value: Any) -> None:
+        if isinstance(getattr(type(self), name, None), property):
+            object.__setattr__(self, name, value)
+        else:
+            self._assign(name, value)
+
+    def _assign(self, name: str, value: Any) -> None:
         column = self._column(name)
         if isinstance(value, Column) and value._table is self and value.info == column.info:
             return  # what an operation in place leaves, done already
