@@ -196,7 +196,8 @@ void UndoOrRedo(Handle& handle, int count, bool undo) {
     const std::string verb = undo ? "undone" : "redone";
     Refuse(FaultKind::kRefused, "",
            count < 1 ? "cannot take a count below 1"
-                     : "only " + std::to_string(there) + " steps can be " + verb,
+                     : "only " + std::to_string(there) + (there == 1 ? " step" : " steps") +
+                           " can be " + verb,
            "see model.history");
   }
   const auto steps = static_cast<std::size_t>(count);
