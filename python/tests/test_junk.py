@@ -69,6 +69,7 @@ calls = st.one_of(
 
 @settings(
     max_examples=1500,
+    database=None,
     deadline=None,
     suppress_health_check=[HealthCheck.function_scoped_fixture, HealthCheck.too_slow],
 )

@@ -32,6 +32,8 @@ class _Checked:
         self.native = native
 
     def __getattr__(self, name: str) -> Any:
+        if name == "native":  # of one that was made without its object, as copying does
+            raise AttributeError(name)
         found = getattr(self.native, name)
         if not callable(found):
             return found
