@@ -250,7 +250,7 @@ py::list Blame(Handle& handle, int code, const std::vector<Key>& keys) {
 
 /// (kind, pool code, key, names of members) of each difference.
 py::list Diff(Handle& first, Handle& second) {
-  const Guard one(first), other(second);
+  const Guard other(second), one(first);  // the first is told how far it is
   std::vector<RecordDifference> differences;
   {
     const py::gil_scoped_release others_may_run;

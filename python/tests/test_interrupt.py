@@ -42,6 +42,8 @@ def with_inverted_and_spare(model: qxdb.Model) -> None:
     model.elements.insert("hex8", nodes=model.elements["hex8"].nodes[:300])
 
 
+OTHER = qxdb.new()
+
 CALLS: dict[str, Callable[[qxdb.Model, Any, Path], Any]] = {
     "save": lambda m, p, d: m.save(progress=p),
     "save as": lambda m, p, d: m.save(d / "other.qxm", progress=p),
@@ -49,7 +51,7 @@ CALLS: dict[str, Callable[[qxdb.Model, Any, Path], Any]] = {
     "open to edit": lambda m, p, d: qxdb.open(d / "kept.qxm", progress=p).close(),
     "snapshot": lambda m, p, d: m.snapshot(progress=p),
     "validate": lambda m, p, d: m.validate(progress=p),
-    "diff": lambda m, p, d: m.diff(m, progress=p),
+    "diff": lambda m, p, d: m.diff(OTHER, progress=p),
     "findings": lambda m, p, d: m.findings(progress=p),
     "quality": lambda m, p, d: m.elements.quality("shape", progress=p),
     "free faces": lambda m, p, d: m.free_faces(progress=p),
