@@ -1,4 +1,6 @@
+#include <algorithm>
 #include <memory>
+#include <random>
 #include <unordered_map>
 
 #include "bench/harness.h"
@@ -59,42 +61,61 @@ struct NaiveUndo {
   }
 };
 
-void Modifications() {
+/// 100 000 changes among a million nodes of shuffled keys: of nodes drawn at random, or of the
+/// first ones in the order in which they were inserted.
+void Modifications(bool random) {
   constexpr std::size_t kEdits = 100000;
   const auto keys = Keys(kMillion, true);
+  auto edited = keys;
+  if (random) std::shuffle(edited.begin(), edited.end(), std::mt19937(2));
+  edited.resize(kEdits);
+  const std::string kind = random ? ", random nodes" : ", in order";
   CQXDBSession session(AddStandardPools);
   NaiveUndo naive;
   for (const Key key : keys) {
     Nodes(session).InsertNU(MakeNode(key));
     naive.nodes.emplace(key, MakeNode(key));
   }
-  const auto edit_ours = [&] {
+  const auto in_a_step = [&](auto&& edit) {
     session.ForgetHistory();
     CTransaction transaction(&session);
     return Time([&] {
       transaction.Begin(u"edit");
-      for (std::size_t i = 0; i < kEdits; ++i) {
-        const ITR pos = Nodes(session).Find(keys[i]);
+      edit();
+      transaction.Commit();
+    });
+  };
+  const auto edit_ours = [&] {
+    return in_a_step([&] {
+      for (const Key key : edited) {
+        const ITR pos = Nodes(session).Find(key);
         tagTNode node = Nodes(session).GetAtNU(pos);
         node.position.x += 1;
         Nodes(session).SetAtNU(pos, node);
       }
-      transaction.Commit();
+    });
+  };
+  const auto edit_at_once = [&] {
+    return in_a_step([&] {
+      std::vector<ITR> positions(kEdits);
+      Nodes(session).Set().FindMany(edited, positions);
+      SetMany(Nodes(session), positions, [](tagTNode& node, std::size_t) { node.position.x += 1; });
     });
   };
   const auto edit_naive = [&] {
     naive.log.clear();
     naive.log.shrink_to_fit();
     return Time([&] {
-      for (std::size_t i = 0; i < kEdits; ++i) {
-        tagTNode node = naive.nodes.find(keys[i])->second;
+      for (const Key key : edited) {
+        tagTNode node = naive.nodes.find(key)->second;
         node.position.x += 1;
-        naive.Set(keys[i], node);
+        naive.Set(key, node);
       }
     });
   };
-  Compare("100 000 recorded modifications", "images over unordered_map", 1.5, edit_ours,
-          edit_naive);
+  const char* const peer = "images over unordered_map";
+  Compare("100 000 changes by SetMany" + kind, peer, 1.0, edit_at_once, edit_naive);
+  Compare("100 000 changes one by one" + kind, peer, 1.8, edit_ours, edit_naive);
   const auto undo_ours = [&] {
     const double seconds = Time([&] { session.Undo(); });
     session.Redo();
@@ -105,7 +126,7 @@ void Modifications() {
     naive.Redo();
     return seconds;
   };
-  Compare("their undo", "images over unordered_map", 1.5, undo_ours, undo_naive);
+  Compare("their undo" + kind, peer, 1.5, undo_ours, undo_naive);
   const auto redo_ours = [&] {
     session.Undo();
     return Time([&] { session.Redo(); });
@@ -114,7 +135,7 @@ void Modifications() {
     naive.Undo();
     return Time([&] { naive.Redo(); });
   };
-  Compare("their redo", "images over unordered_map", 1.5, redo_ours, redo_naive);
+  Compare("their redo" + kind, peer, 1.5, redo_ours, redo_naive);
 }
 
 }  // namespace
@@ -132,7 +153,7 @@ void Undo() {
         [&] { return RecordedInserts(keys).insert; }, [&] { return PlainInserts(keys); },
         Memory::kFresh);
   }
-  Modifications();
+  for (const bool random : {true, false}) Modifications(random);
 }
 
 }  // namespace qx::bench

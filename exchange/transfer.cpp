@@ -67,7 +67,7 @@ Result<UnitSystem> UnitsOf(const Deck& deck, const CQXDBSession& session,
   assumed = options.units.empty() && !deck.units;
   if (!options.units.empty()) return ParseUnits(options.units, rest);
   if (assumed) {
-    report.Assumed(fmt::format("lengths were taken as {}; say --units if they are not",
+    report.Assumed(fmt::format("lengths were taken as {}; name the units if they are not",
                                NameOf(rest, UnitBase::kLength)),
                    "the file names no unit");
   }

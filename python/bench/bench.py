@@ -96,10 +96,18 @@ def main() -> None:
 
     filled = np.arange(len(rows) * 8, dtype=np.int64).reshape(-1, 8)
     column = model.elements["hex8"].nodes
+
+    def rows_anew() -> float:
+        model.nodes[[1]].set(position=np.random.default_rng().random(3))  # nothing kept holds
+        return timed(lambda: column.rows)
+
+    named = "copy of a filled int64 array"
+    ours, other = beside(rows_anew, lambda: timed(filled.copy), runs)
+    line("node rows of hexes, nodes edited", ours, other, 3, named)
     ours, other = beside(lambda: timed(lambda: column.rows), lambda: timed(filled.copy), runs)
-    line("connectivity as row numbers", ours, other, 3, "copy of a filled int64 array")
+    line("node rows of hexes, once more", ours, other, 3, named)
     ours, other = beside(lambda: timed(lambda: column[:]), lambda: timed(filled.copy), runs)
-    line("connectivity as keys", ours, other, None, "copy of a filled int64 array")
+    line("node keys of hexes", ours, other, None, named)
 
     try:
         from reference import Reference
@@ -111,19 +119,26 @@ def main() -> None:
         alone = Reference()
         alone.build(xyz, keys)
         moved = xyz + 0.25
+        some = np.random.default_rng(1).permutation(len(xyz))[: len(xyz) // 10].astype(np.int32) + 1
+        somewhere = moved[some - 1]
+        for what, keys_of, values in (
+            ("positions in, recorded", None, moved),
+            ("those of 10 % in random order", some, somewhere),
+        ):
 
-        def set_ours() -> float:
-            seconds = timed(lambda: model.nodes.xyz.__setitem__(slice(None), moved))
-            model.undo()
-            return seconds
+            def set_ours() -> float:
+                table = model.nodes if keys_of is None else model.nodes[keys_of]
+                seconds = timed(lambda: table.xyz.__setitem__(slice(None), values))
+                model.undo()
+                return seconds
 
-        def set_alone() -> float:
-            seconds = alone.set_all(moved)
-            alone.undo()
-            return float(seconds)
+            def set_alone() -> float:
+                seconds = alone.set_positions(values, keys_of)
+                alone.undo()
+                return float(seconds)
 
-        ours, other = beside(set_ours, set_alone, runs)
-        line("positions in, recorded", ours, other, 1.2, "C++ loop of SetAtNU")
+            ours, other = beside(set_ours, set_alone, runs)
+            line(what, ours, other, 1.2, "C++ SetMany")
         del alone
 
         def build_ours() -> float:

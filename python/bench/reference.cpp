@@ -3,9 +3,11 @@
 #include <chrono>
 #include <pybind11/numpy.h>
 #include <pybind11/pybind11.h>
+#include <pybind11/stl.h>
 
 #include "qx_db/core/transaction.h"
 #include "qx_db/model/standard_pools.h"
+#include "qx_db/pool/bulk_edit.h"
 
 #include "exchange/mesh.h"
 #include "host/application.h"
@@ -45,19 +47,27 @@ double Build(Reference& reference, const Reals& xyz, const Keys& hexes) {
   return Now() - begin;
 }
 
-/// Seconds of setting all positions, as one recorded step.
-double SetAll(Reference& reference, const Reals& xyz) {
+/// Seconds of setting the positions of nodes, of all where there are no keys, as one recorded step.
+double SetPositions(Reference& reference, const Reals& xyz, const std::optional<Keys>& keys) {
   auto& pool = qx::Pool<qx::tagTNode>(reference.session);
   const double begin = Now();
   qx::CTransaction step(&reference.session);
   step.Begin(u"Set");
-  const double* at = xyz.data();
-  for (qx::ITR pos = pool.GetHeadPosition(); pos; pool.Next(pos), at += 3) {
-    qx::tagTNode node = pool.GetAtNU(pos);
-    node.position = {at[0], at[1], at[2]};
-    pool.SetAtNU(pos, node);
+  std::vector<qx::ITR> positions(static_cast<std::size_t>(xyz.shape(0)));
+  if (keys) {
+    pool.Set().FindMany({keys->data(), positions.size()}, positions);
+  } else {
+    qx::ITR next = pool.GetHeadPosition();
+    for (qx::ITR& at : positions) {
+      at = next;
+      pool.Next(next);
+    }
   }
-  if (!step.Commit()) throw std::runtime_error("refused");
+  const double* from = xyz.data();
+  const auto set = qx::SetMany(pool, positions, [&](qx::tagTNode& node, std::size_t i) {
+    node.position = {from[3 * i], from[3 * i + 1], from[3 * i + 2]};
+  });
+  if (set != positions.size() || !step.Commit()) throw std::runtime_error("refused");
   return Now() - begin;
 }
 
@@ -69,6 +79,6 @@ PYBIND11_MODULE(reference, module) {
   py::class_<Reference>(module, "Reference")
       .def(py::init<>())
       .def("build", Build)
-      .def("set_all", SetAll)
+      .def("set_positions", SetPositions, py::arg("xyz"), py::arg("keys") = py::none())
       .def("undo", [](Reference& reference) { return reference.session.Undo(); });
 }

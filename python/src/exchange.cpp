@@ -17,26 +17,45 @@ std::string ExtensionOf(const std::string& path) {
   return AsciiUpper(Utf8FromPath(PathFromUtf8(path).extension()));
 }
 
-/// Brings a file into the model as one step; what was changed or left out, a line each.
-std::vector<std::string> Read(Handle& handle, const std::string& path, const py::object& progress) {
+/// Reads a gateway document whose numbers are in `units`, "" for the current ones.
+void ReadJson(CQXDBSession& session, const std::string& path, const std::string& units,
+              bool keep_units, std::vector<std::string>& notes) {
+  const UnitSystem before = session.Units().Current();
+  if (!units.empty()) {
+    const auto named = exchange::ParseUnits(units, before);
+    Require(named.AsOutcome(), FaultKind::kValue);
+    session.Units().SetCurrent(*named);
+    if (keep_units) session.Units().SetModel(*named);
+  }
+  dbgateway::DataBase document;
+  Require(document.ReadFile(path));  // a failure takes the step back, and the units with it
+  Require(ReadDocument(session, document));
+  if (!keep_units) session.Units().SetCurrent(before);
+  for (const auto& entry : document.Report()) notes.push_back(entry.Line());
+}
+
+/// Brings a file into the model as one step; what was changed or left out, a line each. `units` are
+/// those of the file's numbers, as "mm,N", and the model's from then on with `keep_units`.
+std::vector<std::string> Read(Handle& handle, const std::string& path, const std::string& units,
+                              bool keep_units) {
   std::vector<std::string> notes;
-  const auto tell = ProgressTo(progress);
   Edit(handle, "Read " + path, [&](CQXDBSession& session) {
     const py::gil_scoped_release others_may_run;
     Require(CheckIsFile(path));
     const std::string extension = ExtensionOf(path);
     if (extension == ".JSON") {
-      dbgateway::DataBase document;
-      Require(document.ReadFile(path));
-      Require(ReadDocument(session, document));
-      for (const auto& entry : document.Report()) notes.push_back(entry.Line());
+      ReadJson(session, path, units, keep_units, notes);
       return;
     }
     const auto format = exchange::FormatToRead(path);
     Require(format.AsOutcome());
+    // The reader tells how far it is, and the library's own work is only looked after.
+    const WorkWatch interrupts([](double done) { TellProgress({}, done); });
     exchange::ImportOptions options;
     options.format = *format;
-    options.read.progress = tell;
+    options.units = units;
+    options.set_model_units = keep_units;
+    options.read.progress = [&](double done) { TellProgress(handle.progress, done); };
     exchange::LossReport losses;
     Require(exchange::ImportFile(session, path, options, losses));
     notes = losses.Lines();
@@ -45,11 +64,9 @@ std::vector<std::string> Read(Handle& handle, const std::string& path, const py:
 }
 
 /// Writes the model for another program; what was left out, a line each.
-std::vector<std::string> Write(Handle& handle, const std::string& path,
-                               const py::object& progress) {
+std::vector<std::string> Write(Handle& handle, const std::string& path) {
   const Guard guard(handle);
   std::vector<std::string> notes;
-  const auto tell = ProgressTo(progress);
   CQXDBSession& session = handle.Session();
   const py::gil_scoped_release others_may_run;
   const std::string extension = ExtensionOf(path);
@@ -62,9 +79,10 @@ std::vector<std::string> Write(Handle& handle, const std::string& path,
   } else {
     const auto format = exchange::FormatToWrite(path);
     Require(format.AsOutcome());
+    const WorkWatch interrupts([](double done) { TellProgress({}, done); });
     exchange::ExportOptions options;
     options.format = *format;
-    options.write.progress = tell;
+    options.write.progress = [&](double done) { TellProgress(handle.progress, done); };
     exchange::LossReport losses;
     Require(exchange::ExportFile(session, path, options, losses));
     notes = losses.Lines();
@@ -89,8 +107,8 @@ std::vector<std::tuple<std::string, std::string, bool, bool>> Formats() {
 
 void BindExchange(py::module_& module, py::class_<Handle, std::shared_ptr<Handle>>& model) {
   module.def("formats", Formats);
-  model.def("read", Read, py::arg("path"), py::arg("progress"))
-      .def("write_file", Write, py::arg("path"), py::arg("progress"));
+  model.def("read", Read, py::arg("path"), py::arg("units"), py::arg("keep_units"))
+      .def("write_file", Write, py::arg("path"));
 }
 
 }  // namespace qx::python

@@ -111,10 +111,11 @@ void Handle::Close() {
   while (!steps.empty()) steps.pop_back();
   session->RemoveListener(this);
   session = nullptr;
+  rows.clear();
   if (document) document->Release();
   document.reset();
   snapshot.reset();
-  listener = py::object();
+  listener = progress = py::object();
 }
 
 void Handle::OnSessionEvent(CQXDBSession& of, SessionEvent event, std::u16string_view step_name,
@@ -151,7 +152,9 @@ void Handle::NumberSteps() {
   }
 }
 
-Guard::Guard(Handle& handle, Access access) : handle_(handle) {
+Guard::Guard(Handle& handle, Access access)
+    : handle_(handle),
+      watch_([&handle](double done) { TellProgress(handle.progress, done); }, handle.pause) {
   if (access == kEdit) turn_ = TakeTurn();
   if (handle.IsClosed()) {
     Refuse(FaultKind::kClosed, "", "the model is closed", "open it again");
@@ -175,12 +178,10 @@ Guard::~Guard() { --handle_.busy; }
 
 LibraryTurn::LibraryTurn() : turn_(TakeTurn()) {}
 
-std::function<void(double)> ProgressTo(py::object function) {
-  return [function = std::move(function)](double done) {
-    const py::gil_scoped_acquire python;
-    if (PyErr_CheckSignals() != 0) throw py::error_already_set();
-    if (!function.is_none()) function(done);
-  };
+void TellProgress(const py::object& function, double done) {
+  const py::gil_scoped_acquire python;
+  if (PyErr_CheckSignals() != 0) throw py::error_already_set();
+  if (function && !function.is_none()) function(done);
 }
 
 DPoolBase& PoolOfCode(const CQXDBSession& session, int code) {

@@ -7,6 +7,7 @@
 
 #include <exception>
 #include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -17,6 +18,7 @@
 
 #include "qx_db/core/document.h"
 #include "qx_db/core/transaction.h"
+#include "qx_db/platform/long_work.h"
 
 namespace qx::python {
 
@@ -46,6 +48,8 @@ void ListenForMessages();
 void ClearMessages();
 /// The failure that the last message tells, of a model.
 Failure LastRefusal(const std::string& file);
+
+class SlotRows;
 
 /// A model, or a snapshot of one. Invariants: (1) `session` is null once it is closed; (2) only the
 /// owner thread comes past a Guard; (3) `steps` are open transactions, the outermost first.
@@ -78,14 +82,20 @@ class Handle : public ISessionListener {
   std::optional<std::thread::id> owner;  ///< none: the first thread to use it
   int busy = 0;                          ///< calls that are at work, one within another
   std::vector<std::unique_ptr<CTransaction>> steps;
+  /// Called with the part done of a long call, 0 to 1, or none; and how long between two calls.
+  py::object progress;
+  WorkWatch::Pause pause{50};
   py::object listener;  ///< called with (event, step name, table, operation, key arrays), or none
   std::exception_ptr from_listener;
   ModelFileReport report;  ///< of the file it was opened from
+  /// By pool, as far as they were asked for; see RowsOf.
+  std::map<std::uint16_t, std::shared_ptr<const SlotRows>> rows;
 };
 
 /// To be held while a call uses a model. Refuses a closed model, another thread than the owner's,
 /// and editing what was opened to be read. Models of different threads are read at the same time;
 /// edits take turns process-wide, as they may ask what is of the process: texts, colours of sets.
+/// As long as it lives, Ctrl-C ends the library's work, and the model's `progress` is told of it.
 /// Made and destroyed with the interpreter lock.
 class Guard {
  public:
@@ -98,6 +108,7 @@ class Guard {
  private:
   Handle& handle_;
   std::unique_lock<std::recursive_mutex> turn_;
+  WorkWatch watch_;
 };
 
 /// Holds the library without a model, for questions that no model answers.
@@ -131,9 +142,9 @@ void Edit(Handle& handle, const std::string& name, Work&& work) {
   handle.RaiseFromListener();
 }
 
-/// Calls a Python function with the part done, 0 to 1, and looks for an interrupt; what either
-/// throws ends the call.
-std::function<void(double)> ProgressTo(py::object function);
+/// Looks for an interrupt and calls a Python function, if there is one, with the part done, 0 to 1;
+/// what either throws ends the call. Takes the interpreter lock.
+void TellProgress(const py::object& function, double done);
 
 /// Binds each subject to the module.
 void BindModel(py::module_& module, py::class_<Handle, std::shared_ptr<Handle>>& model);
@@ -143,6 +154,7 @@ void BindMesh(py::module_& module, py::class_<Handle, std::shared_ptr<Handle>>& 
 void BindPicture(py::class_<Handle, std::shared_ptr<Handle>>& model);
 void BindSets(py::class_<Handle, std::shared_ptr<Handle>>& model);
 void BindExchange(py::module_& module, py::class_<Handle, std::shared_ptr<Handle>>& model);
+void BindImporting(py::class_<Handle, std::shared_ptr<Handle>>& model);
 void BindGateway(py::class_<Handle, std::shared_ptr<Handle>>& model);
 void BindSeeding(py::module_& module);
 void BindOutside(py::module_& module);

@@ -14,6 +14,7 @@
 #include "qx_db/mesh/mesh_adjacency.h"
 #include "qx_db/mesh/mesh_quality.h"
 #include "qx_db/model/standard_pools.h"
+#include "qx_db/platform/long_work.h"
 #include "qx_db/platform/parallel.h"
 #include "qx_db/record/element_types.h"
 
@@ -45,21 +46,23 @@ std::vector<double> MeanSizes(const DenseMesh& mesh) {
 }
 
 /// One value an element; NaN where it has none.
-Reals QualityOf(Handle& handle, const std::string& name, const py::object& progress) {
+Reals QualityOf(Handle& handle, const std::string& name) {
   const Guard guard(handle);
   const MeasureInfo* info = FindMeasure(name);
   if (!info) {
     Refuse(FaultKind::kValue, "measure \"" + name + "\"", "is not known", "see qxdb.measures()");
   }
-  const auto tell = ProgressTo(progress);
-  const DenseMesh mesh(handle.Session());
-  Reals values(static_cast<py::ssize_t>(mesh.ElementCount()));
+  Reals values(static_cast<py::ssize_t>(Pool<tagTElem>(handle.Session()).GetSize()));
   double* out = values.mutable_data();
   const py::gil_scoped_release others_may_run;
+  LongWork work(10);
+  const DenseMesh mesh(handle.Session());
+  work.Step(3);
   const std::vector<double> means = info->is_relative ? MeanSizes(mesh) : std::vector<double>();
-  constexpr std::size_t kPiece = 1 << 18;  // between two looks for an interrupt
+  constexpr std::size_t kPiece = 1 << 16;  // between two looks for an interrupt
+  LongWork measuring(mesh.ElementCount(), 7);
   for (std::size_t piece = 0; piece < mesh.ElementCount(); piece += kPiece) {
-    tell(static_cast<double>(piece) / mesh.ElementCount());
+    measuring.Step(piece == 0 ? 0 : kPiece);
     const std::size_t count = std::min<std::size_t>(kPiece, mesh.ElementCount() - piece);
     ParallelFor(count, 1 << 12, [&](std::size_t begin, std::size_t end) {
       for (std::size_t i = piece + begin; i < piece + end; ++i) {
@@ -74,7 +77,6 @@ Reals QualityOf(Handle& handle, const std::string& name, const py::object& progr
       }
     });
   }
-  tell(1);
   return values;
 }
 
@@ -142,27 +144,30 @@ py::dict Repair(Handle& handle, std::optional<double> merge_tolerance, bool dupl
 /// share.
 py::tuple LooseSidesOf(Handle& handle, bool faces, bool shared) {
   const Guard guard(handle);
-  const DenseMesh mesh(handle.Session());
-  LooseSides loose;
+  std::vector<Key> elements;
+  std::vector<std::int32_t> numbers;
   {
     const py::gil_scoped_release others_may_run;
-    loose = faces ? LooseFaces(mesh) : LooseEdges(mesh);
+    const DenseMesh mesh(handle.Session());
+    const LooseSides loose = faces ? LooseFaces(mesh) : LooseEdges(mesh);
+    for (const DenseSide& side : shared ? loose.shared : loose.free) {
+      elements.push_back(mesh.Element(side.element).key);
+      numbers.push_back(static_cast<std::int32_t>(side.side));
+    }
   }
-  const std::vector<DenseSide>& sides = shared ? loose.shared : loose.free;
-  py::array_t<Key> elements(static_cast<py::ssize_t>(sides.size()));
-  py::array_t<std::int32_t> numbers(static_cast<py::ssize_t>(sides.size()));
-  for (std::size_t i = 0; i < sides.size(); ++i) {
-    elements.mutable_data()[i] = mesh.Element(sides[i].element).key;
-    numbers.mutable_data()[i] = static_cast<std::int32_t>(sides[i].side);
-  }
-  return py::make_tuple(elements, numbers);
+  const auto count = static_cast<py::ssize_t>(elements.size());
+  return py::make_tuple(py::array_t<Key>(count, elements.data()),
+                        py::array_t<std::int32_t>(count, numbers.data()));
 }
 
 /// The number of the part that each element belongs to; -1 for none.
 py::array_t<std::int32_t> PartsOf(Handle& handle) {
   const Guard guard(handle);
-  const DenseMesh mesh(handle.Session());
-  const Parts parts = ConnectedParts(mesh);
+  Parts parts;
+  {
+    const py::gil_scoped_release others_may_run;
+    parts = ConnectedParts(DenseMesh(handle.Session()));
+  }
   py::array_t<std::int32_t> out(static_cast<py::ssize_t>(parts.of_element.size()));
   for (std::size_t i = 0; i < parts.of_element.size(); ++i) {
     out.mutable_data()[i] = static_cast<std::int32_t>(parts.of_element[i]);
@@ -177,7 +182,11 @@ template <class Put>
 void ForElements(CQXDBSession& session, Put&& put) {
   const DPoolBase& pool = Pool<tagTElem>(session);
   py::ssize_t i = 0;
-  for (ITR at = pool.GetHeadPosition(); at; pool.Next(at)) put(at, i++);
+  LongWork work(static_cast<std::size_t>(pool.GetSize()));
+  for (ITR at = pool.GetHeadPosition(); at; pool.Next(at)) {
+    put(at, i++);
+    work.Step();
+  }
 }
 
 Reals ElementNumbers(Handle& handle, const std::string& what) {
@@ -278,14 +287,20 @@ Reals MapPoints(Handle& handle, Key system, const Reals& points, bool to_global)
            "give three coordinates a point");
   }
   Reals out({points.shape(0), py::ssize_t{3}});
-  for (py::ssize_t i = 0; i < points.shape(0); ++i) {
-    const Vector3 from(points.data() + 3 * i);
+  double* const results = out.mutable_data();
+  const py::ssize_t count = points.shape(0);
+  const double* const given = points.data();
+  const py::gil_scoped_release others_may_run;
+  LongWork work(static_cast<std::size_t>(count));
+  for (py::ssize_t i = 0; i < count; ++i) {
+    work.Step();
+    const Vector3 from(given + 3 * i);
     Vector3 to;
     if (!(to_global ? pool.ToGlobal(at, from, to) : pool.FromGlobal(at, from, to))) {
       Refuse(FaultKind::kRefused, Place(pool, system), "has no axes: its points lie on one line",
              "correct its points");
     }
-    to.CopyTo(out.mutable_data() + 3 * i);
+    to.CopyTo(results + 3 * i);
   }
   return out;
 }
@@ -322,7 +337,7 @@ py::list ElementTypeTable() {
 void BindMesh(py::module_& module, py::class_<Handle, std::shared_ptr<Handle>>& model) {
   module.def("measures", MeasureTable);
   module.def("element_types", ElementTypeTable);
-  model.def("quality", QualityOf, py::arg("measure"), py::arg("progress"))
+  model.def("quality", QualityOf, py::arg("measure"))
       .def("findings", FindingsOf, py::arg("tolerance"))
       .def("repair", Repair, py::arg("merge_tolerance"), py::arg("duplicate_elements"),
            py::arg("inverted_solids"), py::arg("misoriented_shells"), py::arg("unreferenced_nodes"))

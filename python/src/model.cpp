@@ -19,8 +19,15 @@ using Shared = std::shared_ptr<Handle>;
 
 // ---- opening and saving -------------------------------------------------------------------------
 
-Shared OpenModel(const std::string& path, bool to_edit) {
+/// `pause`: milliseconds between two calls of the function.
+void SetProgress(Handle& handle, py::object function, int pause) {
+  handle.progress = std::move(function);
+  handle.pause = WorkWatch::Pause(pause);
+}
+
+Shared OpenModel(const std::string& path, bool to_edit, const py::object& progress, int pause) {
   auto handle = std::make_shared<Handle>();
+  SetProgress(*handle, progress, pause);
   const Guard guard(*handle);
   Outcome opened;
   {
@@ -28,6 +35,7 @@ Shared OpenModel(const std::string& path, bool to_edit) {
     opened = to_edit ? handle->document->OpenForEditing(path, {}, &handle->report)
                      : handle->document->Open(path, &handle->report);
   }
+  SetProgress(*handle, py::none(), pause);
   Require(opened);
   handle->read_only = !to_edit;
   return handle;
@@ -121,7 +129,11 @@ void CommitStep(Handle& handle) {
 
 void RollBackStep(Handle& handle) {
   const Guard guard(handle, Guard::kEdit);
-  LastStep(handle)->Rollback();
+  {
+    const auto step = LastStep(handle);
+    const py::gil_scoped_release others_may_run;
+    step->Rollback();
+  }
   handle.RaiseFromListener();
 }
 
@@ -163,7 +175,11 @@ void MoveTo(Handle& handle, std::size_t wanted) {
   ClearMessages();
   while (session.History().Done().size() != wanted) {
     const bool back = session.History().Done().size() > wanted;
-    if (!(back ? session.Undo() : session.Redo())) {
+    const auto moved = [&] {
+      const py::gil_scoped_release others_may_run;
+      return (back ? session.Undo() : session.Redo()) != 0;
+    };
+    if (!moved()) {
       if (handle.steps.empty()) throw Fault(FaultKind::kRefused, LastRefusal(handle.Path()));
       Refuse(FaultKind::kRefused, "", "a step is open", "go back and forth when it has ended");
     }
@@ -180,7 +196,8 @@ void UndoOrRedo(Handle& handle, int count, bool undo) {
     const std::string verb = undo ? "undone" : "redone";
     Refuse(FaultKind::kRefused, "",
            count < 1 ? "cannot take a count below 1"
-                     : "only " + std::to_string(there) + " steps can be " + verb,
+                     : "only " + std::to_string(there) + (there == 1 ? " step" : " steps") +
+                           " can be " + verb,
            "see model.history");
   }
   const auto steps = static_cast<std::size_t>(count);
@@ -233,7 +250,7 @@ py::list Blame(Handle& handle, int code, const std::vector<Key>& keys) {
 
 /// (kind, pool code, key, names of members) of each difference.
 py::list Diff(Handle& first, Handle& second) {
-  const Guard one(first), other(second);
+  const Guard other(second), one(first);  // the first is told how far it is
   std::vector<RecordDifference> differences;
   {
     const py::gil_scoped_release others_may_run;
@@ -352,7 +369,8 @@ py::list UnitCategories() {
 }  // namespace
 
 void BindModel(py::module_& module, py::class_<Handle, Shared>& model) {
-  module.def("open", OpenModel, py::arg("path"), py::arg("to_edit"));
+  module.def("open", OpenModel, py::arg("path"), py::arg("to_edit"), py::arg("progress"),
+             py::arg("pause"));
   module.def("new", [] { return std::make_shared<Handle>(); });
   module.def("unit_tables", UnitTables);
   module.def("temperatures", Temperatures);
@@ -398,6 +416,7 @@ void BindModel(py::module_& module, py::class_<Handle, Shared>& model) {
             handle.listener = std::move(function);
           },
           py::arg("function"))
+      .def("set_progress", SetProgress, py::arg("function"), py::arg("pause"))
       .def("begin_step", BeginStep, py::arg("name"))
       .def("commit_step", CommitStep)
       .def("roll_back_step", RollBackStep)
@@ -423,14 +442,6 @@ void BindModel(py::module_& module, py::class_<Handle, Shared>& model) {
              const CQXUnitCtrl& units = handle.Session().Units();
              return py::make_tuple(FromSystem(units.Model()), FromSystem(units.Current()));
            })
-      .def(
-          "set_current_units",
-          [](Handle& handle, const std::vector<std::int32_t>& indices) {
-            // Of no step: for the time of reading one file.
-            const Guard guard(handle);
-            handle.Session().Units().SetCurrent(ToSystem(indices));
-          },
-          py::arg("indices"))
       .def(
           "change_units",
           [](Handle& handle, const std::vector<std::int32_t>& indices) {

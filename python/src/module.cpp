@@ -50,6 +50,7 @@ PYBIND11_MODULE(_core, module) {
   BindMesh(module, model);
   BindPicture(model);
   BindExchange(module, model);
+  BindImporting(model);
   BindGateway(model);
   BindSeeding(module);
   BindOutside(module);

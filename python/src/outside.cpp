@@ -16,11 +16,15 @@ py::tuple Materials(const std::string& path, const std::optional<std::string>& f
                     const std::optional<std::string>& encoding,
                     const std::optional<std::vector<std::int32_t>>& units) {
   const LibraryTurn turn;
-  const auto of_form = form ? FormNamed(*form) : FormOfFile(path);
-  if (!of_form) throw Fault(form ? FaultKind::kValue : FaultKind::kFile, of_form.Error());
-  const auto page = encoding ? CodePage::Named(*encoding) : GuessPage(path, *of_form);
-  if (!page) throw Fault(encoding ? FaultKind::kValue : FaultKind::kFile, page.Error());
-  auto table = ReadMaterials(path, *of_form, *page);
+  const auto read = [&] {
+    const py::gil_scoped_release others_may_run;
+    const auto of_form = form ? FormNamed(*form) : FormOfFile(path);
+    if (!of_form) throw Fault(form ? FaultKind::kValue : FaultKind::kFile, of_form.Error());
+    const auto page = encoding ? CodePage::Named(*encoding) : GuessPage(path, *of_form);
+    if (!page) throw Fault(encoding ? FaultKind::kValue : FaultKind::kFile, page.Error());
+    return ReadMaterials(path, *of_form, *page);
+  };
+  auto table = read();
   Require(table.AsOutcome());
   if (units) {
     UnitSystem system;

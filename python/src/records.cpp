@@ -36,8 +36,12 @@ py::object AxesOf(bool has, const double (&axes)[3][3]) {
 py::tuple PreviewDelete(Handle& handle, int code, const std::vector<Key>& keys) {
   const Guard guard(handle);
   DPoolBase& pool = PoolOfCode(handle.Session(), code);
-  const DeletionPreview preview =
-      PreviewDeletion(handle.Session(), pool.GetTypeCode(), Find(pool, keys));
+  const std::vector<ITR> items = Find(pool, keys);
+  DeletionPreview preview;
+  {
+    const py::gil_scoped_release others_may_run;
+    preview = PreviewDeletion(handle.Session(), pool.GetTypeCode(), items);
+  }
   constexpr const char* kEffects[] = {"removed", "reset", "changed"};
   py::list consequences, blockers, turns;
   for (const Consequence& consequence : preview.consequences) {
@@ -65,13 +69,25 @@ void Delete(Handle& handle, int code, const std::vector<Key>& keys, const std::s
   });
 }
 
-/// (pool code, key, member or None) of each use.
-py::list Uses(Handle& handle, int code, Key key) {
+/// (pool code, key, member or None, key of the record used) of each use.
+py::list Uses(Handle& handle, int code, const std::vector<Key>& keys) {
   const Guard guard(handle);
   DPoolBase& pool = PoolOfCode(handle.Session(), code);
+  std::vector<std::pair<Use, Key>> uses;
+  const std::vector<ITR> items = Find(pool, keys);
+  {
+    const py::gil_scoped_release others_may_run;
+    LongWork work(items.size());
+    for (const ITR item : items) {
+      for (const Use& use : WhereUsed(handle.Session(), pool.GetTypeCode(), item)) {
+        uses.emplace_back(use, KeyOf(item));
+      }
+      work.Step();
+    }
+  }
   py::list out;
-  for (const Use& use : WhereUsed(handle.Session(), pool.GetTypeCode(), Find(pool, {key})[0])) {
-    out.append(py::make_tuple(use.type, KeyOf(use.item), NameOf(use.row)));
+  for (const auto& [use, key] : uses) {
+    out.append(py::make_tuple(use.type, KeyOf(use.item), NameOf(use.row), key));
   }
   return out;
 }
@@ -79,6 +95,7 @@ py::list Uses(Handle& handle, int code, Key key) {
 void RenumberRecords(Handle& handle, int code, const std::vector<std::pair<Key, Key>>& map,
                      const std::string& step) {
   Edit(handle, step, [&](CQXDBSession& session) {
+    const py::gil_scoped_release others_may_run;
     Require(Renumber(session, PoolOfCode(session, code), map), FaultKind::kRefused);
   });
 }
@@ -120,7 +137,7 @@ std::vector<std::string> ReadGateway(Handle& handle, const std::string& text, bo
 void BindRecords(py::class_<Handle, std::shared_ptr<Handle>>& model) {
   model.def("preview_delete", PreviewDelete, py::arg("pool"), py::arg("keys"))
       .def("delete", Delete, py::arg("pool"), py::arg("keys"), py::arg("step"))
-      .def("where_used", Uses, py::arg("pool"), py::arg("key"))
+      .def("where_used", Uses, py::arg("pool"), py::arg("keys"))
       .def("renumber", RenumberRecords, py::arg("pool"), py::arg("map"), py::arg("step"));
 }
 

@@ -6,6 +6,7 @@
 
 #include "qx_db/model/analytic_cad.h"
 #include "qx_db/model/edge_seeding.h"
+#include "qx_db/platform/long_work.h"
 
 #include "handle.h"
 
@@ -37,6 +38,21 @@ int Taken(const Result<int>& edge) {
   return *edge;
 }
 
+/// How far along its edge each seed is, of the length.
+std::vector<double> FractionsOf(const AnalyticCad& cad, int edge, const EdgeSeeds& seeds) {
+  std::vector<double> fractions;
+  fractions.reserve(seeds.parameters.size());
+  const double length = cad.GetEdgeLength(edge);
+  LongWork work(seeds.parameters.size());
+  for (const double parameter : seeds.parameters) {
+    work.Step();
+    double along = 0;
+    cad.GetLengthAt(edge, parameter, along);
+    fractions.push_back(length > 0 ? along / length : 0);
+  }
+  return fractions;
+}
+
 /// (fractions, parameters, points n x 3) of an edge by a size control.
 py::tuple Seed(AnalyticCad& cad, int edge, int method, const std::vector<int>& int_params,
                const std::vector<double>& dbl_params, const std::vector<double>& ratios,
@@ -55,19 +71,21 @@ py::tuple Seed(AnalyticCad& cad, int edge, int method, const std::vector<int>& i
            "edges count from 1 to " + std::to_string(cad.GetEdgeCount()));
   }
   EdgeSeeds seeds;
-  Require(SeedEdge(cad, edge, control, reversed, seeds), FaultKind::kValue);
+  std::vector<double> along;
+  Outcome seeded;
+  {
+    const WorkWatch interrupts([](double done) { TellProgress({}, done); });
+    const py::gil_scoped_release others_may_run;
+    seeded = SeedEdge(cad, edge, control, reversed, seeds);
+    if (seeded) along = FractionsOf(cad, edge, seeds);
+  }
+  Require(seeded, FaultKind::kValue);
   Reals parameters(static_cast<py::ssize_t>(seeds.parameters.size()), seeds.parameters.data());
   Reals points({static_cast<py::ssize_t>(seeds.points.size()), py::ssize_t{3}});
   for (std::size_t i = 0; i < seeds.points.size(); ++i) {
     seeds.points[i].CopyTo(points.mutable_data() + 3 * i);
   }
-  Reals fractions(static_cast<py::ssize_t>(seeds.points.size()));
-  const double length = cad.GetEdgeLength(edge);
-  for (std::size_t i = 0; i < seeds.points.size(); ++i) {
-    double along = 0;
-    cad.GetLengthAt(edge, seeds.parameters[i], along);
-    fractions.mutable_data()[i] = length > 0 ? along / length : 0;
-  }
+  const Reals fractions(static_cast<py::ssize_t>(along.size()), along.data());
   return py::make_tuple(fractions, parameters, points);
 }
 

@@ -47,6 +47,7 @@ Key Add(Handle& handle, const std::string& name, Key parent) {
 /// Adds members to a set, or takes them off its lists.
 void ChangeMembers(Handle& handle, Key set, const Keys& nodes, const Keys& elements, bool add) {
   Edit(handle, add ? "Add to a mesh set" : "Take off a mesh set", [&](CQXDBSession& session) {
+    const py::gil_scoped_release others_may_run;
     DPoolMset& sets = Sets(session);
     const TArray<ITR> of_nodes = FindAll(Pool<tagTNode>(session), nodes);
     const TArray<ITR> of_elements = FindAll(Pool<tagTElem>(session), elements);
@@ -85,6 +86,7 @@ void BindSets(py::class_<Handle, std::shared_ptr<Handle>>& model) {
           [](Handle& handle, Key into, const Keys& others) {
             Edit(handle, "Merge mesh sets", [&](CQXDBSession& session) {
               DPoolMset& sets = Sets(session);
+              const py::gil_scoped_release others_may_run;
               Demand(handle, sets.Merge(Find(sets, into), FindAll(sets, others)));
             });
           },
@@ -94,6 +96,7 @@ void BindSets(py::class_<Handle, std::shared_ptr<Handle>>& model) {
           [](Handle& handle, const Keys& keys) {
             Edit(handle, "Delete mesh sets", [&](CQXDBSession& session) {
               DPoolMset& sets = Sets(session);
+              const py::gil_scoped_release others_may_run;
               Demand(handle, sets.TR_Del(FindAll(sets, keys)));
             });
           },
@@ -102,6 +105,7 @@ void BindSets(py::class_<Handle, std::shared_ptr<Handle>>& model) {
           "set_rebuild",
           [](Handle& handle, bool gather) {
             Edit(handle, "Rebuild mesh sets", [&](CQXDBSession& session) {
+              const py::gil_scoped_release others_may_run;
               Demand(handle, Sets(session).RebuildMeshset(gather));
             });
           },

@@ -20,7 +20,9 @@ def run(cells: list[str], name: str) -> list[Any]:
     shown = []
     for number, cell in enumerate(cells):
         tree = ast.parse(cell, f"{name}, cell {number}")
-        last = tree.body.pop() if tree.body and isinstance(tree.body[-1], ast.Expr) else None
+        end = tree.body[-1] if tree.body else None
+        last = end if isinstance(end, ast.Expr) else None
+        del tree.body[len(tree.body) - (last is not None) :]
         exec(compile(tree, f"{name}, cell {number}", "exec"), scope)
         if last is not None:
             value = eval(compile(ast.Expression(last.value), f"{name}, cell {number}", "eval"), scope)

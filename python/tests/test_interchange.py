@@ -2,6 +2,8 @@
 
 from __future__ import annotations
 
+from pathlib import Path
+
 import numpy as np
 import pytest
 import qxdb
@@ -58,7 +60,7 @@ def test_meshio(bracket: qxdb.Model) -> None:
     same_mesh(model, qxdb.from_meshio(model.to_meshio()))
 
 
-def test_meshio_lists_nodes_as_we_do(tmp_path, bracket: qxdb.Model) -> None:
+def test_meshio_lists_nodes_as_we_do(tmp_path: Path, bracket: qxdb.Model) -> None:
     """The same file by its reader and by ours: one connectivity."""
     meshio = pytest.importorskip("meshio")
     path = tmp_path / "all.msh"

@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 from pathlib import Path
+from typing import Any
 
 import numpy as np
 import pytest
@@ -112,8 +113,39 @@ def test_a_preview_tells_what_turns() -> None:
     )
     (turn,) = model.pools["ECRD"].preview_removal(7).turns
     assert turn.element == model.elements[7]
+    assert turn.before is not None and turn.after is not None
     assert turn.before.shape == turn.after.shape == (3, 3)
     assert abs(turn.before - turn.after).max() > 0.1
+    with pytest.raises(qxdb.RefusedError, match="would turn 1 elements: 7; orient them first"):
+        model.pools["ECRD"].remove(7, turns=False)
+    assert len(model.pools["ECRD"]) == 1
+    model.pools["ECRD"].remove(7)
+    assert len(model.pools["ECRD"]) == 0
+
+
+def test_records_of_another_model(tmp_path: Path, cube: qxdb.Model) -> None:
+    (steel,) = cube.materials.insert(name="steel", density=7850.0)
+    (plate,) = cube.properties.insert(name="plate", material=steel)
+    cube.elements[3].property = plate
+    cube.save(tmp_path / "cube.qxm")
+    model = qxdb.new("mm")
+    before = model.state
+    would = model.import_model(tmp_path / "cube.qxm", ["elem"], dry_run=True)
+    assert model.state == before and would.keys["elem"].keys() == set(range(1, 9))
+    model.nodes.insert([[0, 0, 0]], keys=[7])
+    came = model.import_model(tmp_path / "cube.qxm", {"elem": [3]})
+    assert came.keys["elem"] == {3: 1} and len(came.keys["node"]) == 8
+    np.testing.assert_allclose(
+        model.nodes[list(came.keys["node"].values())].xyz,
+        1000 * cube.nodes[list(came.keys["node"])].xyz[:],
+    )
+    (element,) = model.elements
+    assert element.property.material.name == "steel"
+    assert [s.name for s in model.history][-1].startswith("Import ")
+    with pytest.raises(qxdb.Error, match="99"):
+        model.import_model(tmp_path / "cube.qxm", {"elem": [99]})
+    model.undo()
+    assert len(model.elements) == 0 and model.validate() == ""
 
 
 def test_gateway_as_dicts(cube: qxdb.Model) -> None:
@@ -125,7 +157,11 @@ def test_gateway_as_dicts(cube: qxdb.Model) -> None:
     cube.update({"NODE": {"5": {"POS": [9.0, 8.0, 7.0]}, "99": {"POS": np.array([1.0, 2, 3])}}})
     np.testing.assert_array_equal(cube.nodes[[5, 99]].xyz, [[9, 8, 7], [1, 2, 3]])
     assert cube.update({"NODE": {"5": {"COLOUR": 3}}})
-    for bad in ({"NODE": {"5": {"POS": [float("nan")] * 3}}}, {"NODE": {"5": {"POS": object()}}}):
+    wrong: list[dict[str, Any]] = [
+        {"NODE": {"5": {"POS": [float("nan")] * 3}}},
+        {"NODE": {"5": {"POS": object()}}},
+    ]
+    for bad in wrong:
         with pytest.raises(qxdb.ValueFault):
             cube.update(bad)
     with pytest.raises(qxdb.RefusedError):
@@ -202,6 +238,20 @@ def test_probe_says_why() -> None:
     with pytest.raises(qxdb.FileError) as caught:
         qxdb.probe("http://127.0.0.1:9/")
     assert caught.value.fault and caught.value.remedy
+
+
+def test_units_are_those_named_or_those_of_the_file(tmp_path: Path, cube: qxdb.Model) -> None:
+    cube.write(tmp_path / "cube.inp")
+    assumed = "lengths were taken as"
+    with qxdb.read(tmp_path / "cube.inp", units="mm") as model:
+        assert model.units["length"] == "mm" and not any(assumed in n for n in model.notes)
+        np.testing.assert_allclose(model.nodes.xyz, cube.nodes.xyz)
+    with qxdb.read(tmp_path / "cube.inp") as model:
+        assert model.units["length"] == "m" and any(assumed in n for n in model.notes)
+    with qxdb.new("mm") as model:
+        model.read(tmp_path / "cube.inp", "in")
+        assert model.units["length"] == model.units.current["length"] == "mm"
+        np.testing.assert_allclose(model.nodes.xyz, 25.4 * cube.nodes.xyz)
 
 
 def test_files_of_others(tmp_path: Path, bracket: qxdb.Model) -> None:

@@ -25,7 +25,7 @@ pytestmark = pytest.mark.skipif(
 # Corners, and the pairs of them that mid-side nodes lie between, by the element's name.
 TRI = [(0, 1), (1, 2), (2, 0)]
 QUAD = [(0, 1), (1, 2), (2, 3), (3, 0)]
-CORNERS = {
+CORNERS: dict[str, Any] = {
     "line": [(0, 0, 0), (1, 0, 0)],
     "tri": [(0, 0, 0), (1, 0, 0), (0, 1, 0)],
     "quad": [(0, 0, 0), (1, 0, 0), (1, 1, 0), (0, 1, 0)],
@@ -62,8 +62,8 @@ def make(names: list[str], first: int = 11) -> qxdb.Model:
         for name in names:
             shape = shape_of(name)
             corners = np.array(CORNERS[shape], float)
-            points = list(corners) + [(corners[a] + corners[b]) / 2 for a, b in EDGES[shape]]
-            points = np.array(points[: ELEMENT_NODES[codes[name]]])
+            middles = [(corners[a] + corners[b]) / 2 for a, b in EDGES[shape]]
+            points = np.array([*corners, *middles][: ELEMENT_NODES[codes[name]]])
             for _ in range(2):
                 placed = rng.uniform(-50, 50, 3) + rng.uniform(0.5, 5) * points
                 nodes = model.nodes.insert(placed)
@@ -106,10 +106,10 @@ def check_grid(grid: Any, names: list[str], turned: tuple[str, ...] = ()) -> Non
         middle = points[:corners].mean(axis=0)
         for f in range(cell.GetNumberOfFaces()):
             face = cell.GetFace(f)
-            at = np.array([grid.GetPoint(face.GetPointId(n)) for n in range(face.GetNumberOfPoints())])
-            at = at[: 3 if len(at) in (3, 6) else 4]
-            normal = np.cross(at[1] - at[0], at[2] - at[0])
-            outward = np.dot(normal, at.mean(axis=0) - middle)
+            all_at = [grid.GetPoint(face.GetPointId(n)) for n in range(face.GetNumberOfPoints())]
+            on = np.array(all_at[: 3 if len(all_at) in (3, 6) else 4])
+            normal = np.cross(on[1] - on[0], on[2] - on[0])
+            outward = np.dot(normal, on.mean(axis=0) - middle)
             assert (outward < 0) == (kind in turned), f"{kind}: face {f}"
         assert len(set(ids)) == len(ids)
 
@@ -169,7 +169,7 @@ def test_vtk_reads_exodus(tmp_path: Path) -> None:
 # ---- meshio -------------------------------------------------------------------------------------
 
 # As meshio names them, which lists nodes as VTK does.
-MESHIO = {
+MESHIO: dict[str, Any] = {
     "line": ("line", ""), "line3": ("line", "3"), "triangle": ("tri", ""), "triangle6": ("tri", "6"),
     "quad": ("quad", ""), "quad8": ("quad", "8"), "tetra": ("tet", ""), "tetra10": ("tet", "10"),
     "pyramid": ("pyramid", ""), "wedge": ("wedge", ""), "hexahedron": ("hex", ""),
@@ -212,7 +212,7 @@ def test_meshio_reads(
                     np.testing.assert_allclose(points[corners + m], middle, atol=1e-9)
 
 
-def signed_size(shape: str, points: np.ndarray) -> float:
+def signed_size(shape: str, points: np.ndarray[Any, Any]) -> float:
     """A number of the sign of the volume; the length or area of others."""
     if shape == "line":
         return float(np.linalg.norm(points[1] - points[0]))
@@ -288,7 +288,7 @@ def test_gmsh_reads_msh(
 
 
 def check_element(
-    name: str, corners: int, reference: np.ndarray, points: np.ndarray, dimension: int
+    name: str, corners: int, reference: np.ndarray[Any, Any], points: np.ndarray[Any, Any], dimension: int
 ) -> None:
     """An element lies in space as in the program's reference: nodes amid two corners there are amid
     them here, and four corners turn the same way."""

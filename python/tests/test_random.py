@@ -124,7 +124,7 @@ class Edits(RuleBasedStateMachine):
             self.undone.append(self.done.pop())
         self.plain = self.done[-1][1].copy()
 
-    @precondition(lambda self: self.undone)
+    @precondition(lambda self: bool(self.undone))
     @rule()
     def redo(self) -> None:
         self.model.redo()

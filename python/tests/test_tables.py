@@ -2,6 +2,8 @@
 
 from __future__ import annotations
 
+from typing import Any
+
 import numpy as np
 import pytest
 import qxdb
@@ -40,29 +42,29 @@ def test_columns_are_copies_and_assignment_is_one_step(cube: qxdb.Model) -> None
         lambda n: n[[4, 2]].set(xyz=[[0, 0, 1], [0, 0, 2]]),
     ],
 )
-def test_every_form_of_assignment_is_numpys_and_one_step(cube: qxdb.Model, change) -> None:
+def test_every_form_of_assignment_is_numpys_and_one_step(cube: qxdb.Model, change: Any) -> None:
     class Plain:  # the same change of a plain array
-        def __init__(self, array, keys):
+        def __init__(self, array: Any, keys: Any) -> None:
             self.__dict__.update(array=array, keys=keys)
 
-        def __getattr__(self, name):
+        def __getattr__(self, name: str) -> Any:
             return self.array
 
-        def __setattr__(self, name, value):
+        def __setattr__(self, name: str, value: Any) -> None:
             self.array[:] = value
 
-        def __getitem__(self, index):
+        def __getitem__(self, index: Any) -> Any:
             array = np.asarray(index)
             rows = np.flatnonzero(array) if array.dtype == bool else array - 1
             outer = self.array
 
             class View:
-                def __setitem__(self, i, value):
+                def __setitem__(self, i: Any, value: Any) -> None:
                     outer[rows] = value
 
                 xyz = property(lambda self: self)
 
-                def set(self, xyz):
+                def set(self, xyz: Any) -> None:
                     outer[rows] = xyz
 
             return View()
@@ -129,7 +131,7 @@ def test_what_is_inserted_anywhere_reads_back() -> None:
     model.elements.insert("tri3", nodes=[[1, 2, 3]])
     done = 0
     for name, table in model.pools.items():
-        values = {}
+        values: dict[str, Any] = {}
         for column, info in table.info.columns.items():
             if column == "key" or info.number == "bytes":
                 continue
@@ -191,7 +193,7 @@ def test_records_as_objects(cube: qxdb.Model) -> None:
     assert node.exists and element.exists
 
 
-BAD = {
+BAD: dict[str, tuple[Any, type[Exception]]] = {
     "a shape": (lambda m: m.nodes.xyz.__setitem__(slice(None), np.zeros((3, 2))), ValueError),
     "a part's shape": (lambda m: m.nodes.xyz.__setitem__([0, 1], [1, 2]), ValueError),
     "an index": (lambda m: m.nodes.xyz.__setitem__(99, [1, 2, 3]), ValueError),
@@ -221,7 +223,7 @@ BAD = {
         ValueError,
     ),
     "offsets of others": (
-        lambda m: m.elements.nodes.__setitem__(slice(None), qxdb.Ragged([0, 1], [1])),
+        lambda m: m.elements.nodes.__setitem__(slice(None), qxdb.Ragged(np.array([0, 1]), np.array([1]))),
         ValueError,
     ),
 }

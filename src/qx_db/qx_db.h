@@ -42,6 +42,7 @@
 #include "qx_db/model/standard_pools.h"
 #include "qx_db/model/temp_mesh_pools.h"
 #include "qx_db/net/web_util.h"
+#include "qx_db/pool/bulk_edit.h"
 #include "qx_db/pool/data_pool.h"
 #include "qx_db/pool/ext_db_pool.h"
 #include "qx_db/pool/fixed_size_mem.h"

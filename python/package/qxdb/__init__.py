@@ -29,7 +29,7 @@ from ._errors import (
     TypeFault,
     ValueFault,
 )
-from ._model import Event, Finding, Model, Step, new, open, read
+from ._model import Event, Finding, Imported, Model, Step, new, open, read
 from ._seeding import Curves, Seeds
 from ._sets import KeySet, Members, MeshSet
 from ._table import Record, Table
@@ -38,8 +38,8 @@ from ._units import Quantity, categories, convert, unit_names
 __version__: str = _core.version
 
 __all__ = [
-    "ClosedError", "Curves", "Error", "Event", "FileError", "Finding", "KeySet", "Members",
-    "MeshSet", "MissingError", "Model", "Quantity", "Ragged", "Record", "RefusedError", "Seeds",
+    "ClosedError", "Curves", "Error", "Event", "FileError", "Finding", "Imported", "KeySet",
+    "Members", "MeshSet", "MissingError", "Model", "Quantity", "Ragged", "Record", "RefusedError", "Seeds",
     "Step", "Table", "ThreadError", "TypeFault", "ValueFault", "categories", "convert", "formats",
     "from_meshio", "from_vtk", "materials", "measures", "new", "open", "probe", "read",
     "set_threads", "unit_names",
@@ -78,7 +78,7 @@ def measures() -> list[Measure]:
 
 def set_threads(count: int = 0) -> None:
     """How many threads the work on large arrays may use; 0, as at first, means one for each core."""
-    if count < 0:
+    if not isinstance(count, int) or count < 0:
         raise ValueFault(f"{count} is no number of threads", remedy="give 0 or more")
     _core.set_threads(count)
 

@@ -113,6 +113,35 @@ def numbers(info: ColumnInfo, value: Any, place: str) -> NDArray[Any]:
     return array
 
 
+def texts(value: Any, count: int, place: str) -> list[str]:
+    """Checked values of a text column: one a record, or one for all."""
+    out = [value] * count if isinstance(value, str) else value
+    if not isinstance(out, (list, tuple, np.ndarray)) or np.ndim(cast(Any, out)) != 1:
+        raise TypeFault(
+            f"takes texts, not {type(value).__name__}", place=place, remedy="give str values"
+        )
+    if len(out) != count:
+        raise ValueFault(
+            f"takes {count} texts, not {len(out)}",
+            place=place,
+            remedy="give a value a record, or one for all",
+        )
+    for text in out:
+        if not isinstance(text, str):
+            raise TypeFault(
+                f"takes texts, not {type(text).__name__}", place=place, remedy="give str values"
+            )
+        try:
+            text.encode()
+        except UnicodeEncodeError:
+            raise ValueFault(
+                "was given a text with half a character in it",
+                place=place,
+                remedy="decode it from bytes again",
+            ) from None
+    return [str(text) for text in out]
+
+
 def reference_keys(value: Any) -> Any:
     if value is None:
         return 0
@@ -234,14 +263,16 @@ class Column(_Bound, NDArrayOperatorsMixin):
             return
         values = full[rows]
         keys = self._table.keys[rows]
-        self._write(keys, values.tolist() if self.info.number == "text" else values)
+        if self.info.number == "text":
+            self._write(keys, texts(values.tolist(), len(keys), self._place))
+        else:
+            self._write(keys, values)
 
     def _assign(self, value: Any) -> None:
         """Every record's value at once."""
         shape = self.shape
         if self.info.number == "text":
-            texts = [value] * shape[0] if isinstance(value, str) else [str(v) for v in value]
-            self._write(self._table._selection, texts)
+            self._write(self._table._selection, texts(value, shape[0], self._place))
             return
         values = numbers(self.info, value, self._place)
         try:

@@ -3,6 +3,11 @@
 from __future__ import annotations
 
 
+def _line(text: str) -> str:
+    """In one line, whatever was given where a name was wanted."""
+    return " ".join(text.split()) if "\n" in text else text
+
+
 class Error(Exception):
     """Any failure of this package; the model is then as it was.
 
@@ -15,11 +20,11 @@ class Error(Exception):
 
     def __init__(self, fault: str, *, file: str = "", place: str = "", remedy: str = "") -> None:
         self.file = file
-        self.place = place
-        self.fault = fault
+        self.place = _line(place)
+        self.fault = _line(fault)
         self.remedy = remedy
-        before = "".join(f"{part}: " for part in (file, place) if part)
-        super().__init__(before + fault + (f"; {remedy}" if remedy else ""))
+        before = "".join(f"{part}: " for part in (file, self.place) if part)
+        super().__init__(before + self.fault + (f"; {remedy}" if remedy else ""))
 
     def __str__(self) -> str:
         return str(self.args[0])

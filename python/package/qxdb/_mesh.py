@@ -7,8 +7,9 @@ from typing import Any, cast
 import numpy as np
 from numpy.typing import NDArray
 
-from ._columns import Column, Keys, NodesColumn, as_keys, numbers, reference_keys
+from ._columns import MAX_KEY, Column, Keys, NodesColumn, as_keys, numbers, reference_keys
 from ._errors import TypeFault
+from ._progress import Progress
 from ._schema import ELEMENT_NAMES, element_type
 from ._table import Table
 from ._units import Quantity, to_model
@@ -21,6 +22,10 @@ class Nodes(Table):
     def xyz(self) -> Column:
         """Positions, (n, 3), in model units. Assigning is one recorded change."""
         return cast(Column, self._column("position"))
+
+    @xyz.setter
+    def xyz(self, values: Any) -> None:
+        self._assign("position", values)
 
     def insert(self, count: Any = None, *, keys: Any = None, **columns: Any) -> Keys:
         """Adds nodes at positions `insert(xyz)`, (n, 3), as one step; returns their keys."""
@@ -85,6 +90,12 @@ class Elements(Table):
             nodes = nodes.reshape(1, -1)
         given = None if keys is None else as_keys(keys)
         of = reference_keys(columns.get("property"))
+        if not isinstance(of, (int, np.integer)) or not 0 <= of <= MAX_KEY:
+            raise TypeFault(
+                f"is a {type(of).__name__}",
+                place=f"property of elements {count}",
+                remedy="give the key of a property, or a record; 0 or None for none",
+            )
         return self._model._core.insert_elements(
             element_type(count), nodes, as_rows, given, int(of), f"Insert {count} elements"
         )
@@ -111,13 +122,11 @@ class Elements(Table):
         material axes where asked for; NaN where they are not determined."""
         return self._rows(self._model._core.axes(material))
 
-    def quality(self, measure: str, progress: Any = None) -> NDArray[np.float64]:
+    def quality(self, measure: str, progress: Progress = None) -> NDArray[np.float64]:
         """One value of a measure of shape an element, (n,); NaN where it has none; model units.
         qxdb.measures() lists them."""
-        from ._progress import shown
-
-        with shown(progress, measure) as tell:
-            return self._rows(self._model._core.quality(measure, tell))
+        with self._model._telling(progress, measure):
+            return self._rows(self._model._core.quality(measure))
 
     def _rows(self, values: NDArray[np.float64]) -> NDArray[np.float64]:
         """Of all elements, those of this table."""
@@ -134,13 +143,11 @@ class ElementsOfType(Elements):
         """Keys of the nodes, (n, nodes of the type); `.rows` gives row numbers."""
         return NodesColumn(self, self.info.columns["nodes"])
 
+    @nodes.setter
+    def nodes(self, values: Any) -> None:
+        self.nodes[:] = values
+
     @property
     def type_name(self) -> str:
         """The type: "hex8"."""
         return ELEMENT_NAMES[cast(int, self._selection)]
-
-    def __setattr__(self, name: str, value: Any) -> None:
-        if name == "nodes":
-            self.nodes[:] = value
-        else:
-            super().__setattr__(name, value)

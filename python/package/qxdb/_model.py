@@ -5,7 +5,7 @@ from __future__ import annotations
 import json
 import os
 import weakref
-from collections.abc import Callable, Iterator, Mapping
+from collections.abc import Callable, Iterator, Mapping, Sequence
 from contextlib import contextmanager
 from datetime import datetime, timezone
 from types import TracebackType
@@ -14,11 +14,12 @@ from typing import TYPE_CHECKING, Any, NamedTuple, Optional, Union
 import numpy as np
 from numpy.typing import ArrayLike, NDArray
 
-from . import _core
+from . import _core, _progress
+from ._checked import checked, native
 from ._columns import Keys, as_keys
-from ._errors import FileError, MissingError, RefusedError, ValueFault
+from ._errors import FileError, MissingError, RefusedError, TypeFault, ValueFault
 from ._mesh import Elements, Nodes
-from ._progress import shown
+from ._progress import Progress, shown
 from ._schema import PoolInfo, pool_info
 from ._table import Record, Table
 from ._units import Units, system_indices
@@ -122,6 +123,14 @@ class MassReport(NamedTuple):
     without_section: int
 
 
+class Imported(NamedTuple):
+    """What came from another model: by table, keys in this model by keys in the other; and what is
+    worth knowing, a line each."""
+
+    keys: dict[str, dict[int, int]]
+    notes: list[str]
+
+
 class Sides(NamedTuple):
     """Sides of elements: keys of the elements and numbers of the sides; int32, (n,) each."""
 
@@ -203,7 +212,7 @@ class Model:
 
     def __init__(self, core: _core.Model, like: Optional[Model] = None) -> None:
         """For the functions of this package; `like` has the same pools."""
-        self._core = core
+        self._core = checked(core)
         self._pools: dict[str, PoolInfo] = {}
         if like is not None:
             self._pools = like._pools
@@ -253,24 +262,40 @@ class Model:
         """Whether the model differs from what was last opened or saved."""
         return self._core.is_modified()
 
-    def save(self, path: Optional[Path] = None) -> None:
-        """Saves the model with its history; to another file, which becomes its own. From then on
-        every step is in the file when it is committed."""
-        self._core.save(None if path is None else os.fspath(path))
+    @contextmanager
+    def _telling(self, progress: Progress, what: str) -> Iterator[None]:
+        """Shows how far the module's work in the block is."""
+        with shown(progress, what) as tell:
+            self._core.set_progress(tell, _progress.PAUSE)
+            try:
+                yield
+            finally:
+                self._core.set_progress(None, _progress.PAUSE)
 
-    def snapshot(self) -> Model:
+    def save(self, path: Optional[Path] = None, progress: Progress = None) -> None:
+        """Saves the model with its history; to another file, which becomes its own. From then on
+        every step is in the file when it is committed.
+
+        progress: called with the part done, 0 to 1; False for silence
+        """
+        with self._telling(progress, "Saving"):
+            self._core.save(None if path is None else os.fspath(path))
+
+    def snapshot(self, progress: Progress = None) -> Model:
         """A copy of the model as it is now, without its history, for another thread or to try
         things. It belongs to the first thread that uses it."""
-        return Model(self._core.snapshot(), like=self)
+        with self._telling(progress, "Copying"):
+            return Model(self._core.snapshot(), like=self)
 
     @property
     def state(self) -> int:
         """A 64-bit hash of the whole content: equal for models that a file would not tell apart."""
         return self._core.state_hash()
 
-    def validate(self) -> str:
+    def validate(self, progress: Progress = None) -> str:
         """"" or the first broken invariant of the database itself."""
-        return self._core.validate()
+        with self._telling(progress, "Validating"):
+            return self._core.validate()
 
     @property
     def file_report(self) -> dict[str, Any]:
@@ -374,17 +399,31 @@ class Model:
         found = self._core.blame(table.info.code, taken.tolist())
         return [Blamed(key, _step(step) if step else None, gone) for key, step, gone in found]
 
-    def diff(self, other: Model) -> list[Difference]:
+    def diff(self, other: Model, progress: Progress = None) -> list[Difference]:
         """What distinguishes this model (the first) from another (the second), record by record."""
+        if not isinstance(other, Model):
+            raise TypeFault(
+                f"was given a {type(other).__name__}",
+                place="diff",
+                remedy="give a model: an open one, or a snapshot",
+            )
+        with self._telling(progress, "Comparing"):
+            found = self._core.diff(native(other._core))
         return [
             Difference(kind, self._codes[code].table.lower(), key, members)
-            for kind, code, key, members in self._core.diff(other._core)
+            for kind, code, key, members in found
         ]
 
     def listen(self, function: Callable[[Event], None]) -> Callable[[], None]:
         """Has the function called after each step that is committed, undone or redone. It may read
         the model, not edit it. What it raises reaches the caller of the step, which stays done.
         Returns a function that ends the listening."""
+        if not callable(function):
+            raise TypeFault(
+                f"was given a {type(function).__name__}",
+                place="listen",
+                remedy="give a function of one event",
+            )
         if not self._listeners:
             me = weakref.ref(self)
 
@@ -425,12 +464,15 @@ class Model:
         xyz = xyz[np.isfinite(xyz).all(axis=1)]
         return 1e-10 * float(np.linalg.norm(np.ptp(xyz, axis=0))) if len(xyz) else 0.0
 
-    def findings(self, tolerance: Optional[float] = None) -> dict[str, Finding]:
+    def findings(
+        self, tolerance: Optional[float] = None, progress: Progress = None
+    ) -> dict[str, Finding]:
         """What is wrong, or worth knowing, of the mesh, by name; also kinds that were not found,
         without keys. Nodes within `tolerance` (model units) of each other count as duplicates."""
         if tolerance is None:
             tolerance = self.default_tolerance()
-        found = [Finding(*finding) for finding in self._core.findings(tolerance)]
+        with self._telling(progress, "Checking"):
+            found = [Finding(*finding) for finding in self._core.findings(tolerance)]
         return {finding.name: finding for finding in found}
 
     def repair(
@@ -440,6 +482,7 @@ class Model:
         inverted_solids: bool = False,
         misoriented_shells: bool = False,
         unreferenced_nodes: bool = False,
+        progress: Progress = None,
     ) -> dict[str, int]:
         """Mends what is asked for as one step, and tells how much was done.
 
@@ -447,58 +490,68 @@ class Model:
         """
         if merge_nodes is True:
             merge_nodes = self.default_tolerance()
-        distance = None if merge_nodes is None or merge_nodes is False else float(merge_nodes)
-        return self._core.repair(
-            distance, duplicate_elements, inverted_solids, misoriented_shells, unreferenced_nodes
-        )
+        distance = None if merge_nodes is None or merge_nodes is False else merge_nodes
+        with self._telling(progress, "Repairing"):
+            return self._core.repair(
+                distance,
+                duplicate_elements,
+                inverted_solids,
+                misoriented_shells,
+                unreferenced_nodes,
+            )
 
-    def free_faces(self) -> Sides:
+    def free_faces(self, progress: Progress = None) -> Sides:
         """The faces of solids that one element alone has."""
-        return Sides(*self._core.loose_sides(True, False))
+        with self._telling(progress, "Matching faces"):
+            return Sides(*self._core.loose_sides(True, False))
 
-    def free_edges(self) -> Sides:
+    def free_edges(self, progress: Progress = None) -> Sides:
         """The edges of surface elements that one element alone has."""
-        return Sides(*self._core.loose_sides(False, False))
+        with self._telling(progress, "Matching edges"):
+            return Sides(*self._core.loose_sides(False, False))
 
-    def parts(self) -> NDArray[np.int32]:
+    def parts(self, progress: Progress = None) -> NDArray[np.int32]:
         """Which part of the mesh each element belongs to, (n,), from 0; -1 for none. Parts hang
         together by nodes."""
-        return self._core.parts()
+        with self._telling(progress, "Looking for parts"):
+            return self._core.parts()
 
     def mass(
         self,
         density: Optional[float] = None,
         thickness: Optional[float] = None,
         section_area: Optional[float] = None,
+        progress: Progress = None,
     ) -> MassReport:
         """Mass, centre and inertia by property; the arguments (model units) stand in where
         materials and properties tell nothing."""
-        total, by_property, no_density, no_section = self._core.mass(
-            density, thickness, section_area
-        )
+        with self._telling(progress, "Weighing"):
+            total, by_property, no_density, no_section = self._core.mass(
+                density, thickness, section_area
+            )
         return MassReport(_body(total), [_body(b) for b in by_property], no_density, no_section)
 
     # ---- in and out -----------------------------------------------------------------------------
 
-    def read(self, path: Path, *units: str, progress: Any = None) -> list[str]:
+    def read(self, path: Path, *units: str, progress: Progress = None) -> list[str]:
         """Brings a file of another program into the model as one step; returns what was changed or
         left out, a line each.
 
-        units: that the file's numbers are in ("mm", ...); the model's where they are left out
+        units: that the file's numbers are in ("mm", ...); otherwise those that the file names, or
+            else the current ones
         progress: called with the part done, 0 to 1; False for silence
         """
-        before = self.units.current
-        wanted = system_indices(units, self.units)
-        self._core.set_current_units(wanted)
-        try:
-            with shown(progress, f"Reading {os.fspath(path)}") as tell:
-                notes = self._core.read(os.fspath(path), tell)
-        finally:
-            self._core.set_current_units(system_indices(list(before.values()), before))
-        self.notes = notes
-        return notes
+        return self._read(path, units, False, progress)
 
-    def write(self, path: Path, progress: Any = None) -> list[str]:
+    def _read(
+        self, path: Path, units: Sequence[str], keep_units: bool, progress: Progress
+    ) -> list[str]:
+        system_indices(units, self.units)  # whether they are units
+        with self._telling(progress, f"Reading {os.fspath(path)}"):
+            self.notes = self._core.read(os.fspath(path), ",".join(units), keep_units)
+        return self.notes
+
+    def write(self, path: Path, progress: Progress = None) -> list[str]:
         """Writes the model for another program, by the extension of the path (qxdb.formats()), in
         current units; returns what was left out, a line each."""
         target = os.fspath(path)
@@ -506,24 +559,73 @@ class Model:
             raise FileError(
                 "is the model itself", file=target, remedy="write to a file of another name"
             )
-        with shown(progress, f"Writing {target}") as tell:
-            return self._core.write_file(target, tell)
+        with self._telling(progress, f"Writing {target}"):
+            return self._core.write_file(target)
 
-    def to_dict(self, *pools: Union[str, Table]) -> dict[str, Any]:
+    def import_model(
+        self,
+        path: Path,
+        choices: Union[Sequence[str], Mapping[str, Any]] = (),
+        *,
+        keep_keys: bool = False,
+        with_references: bool = True,
+        link_existing: bool = False,
+        as_part: bool = False,
+        dry_run: bool = False,
+        progress: Progress = None,
+    ) -> Imported:
+        """Brings records of another model file in as one step, in this model's units.
+
+        choices: names of tables, or keys by name of table (None for all of it); everything where
+            it is left out
+        keep_keys: whether they keep their keys and overwrite; otherwise each receives a new one
+        with_references: whether what they refer to, and what belongs to them, comes along
+        link_existing: whether references to what does not come lead to this model's own records of
+            the same keys; otherwise they are cleared
+        as_part: whether the chosen mesh sets come as a part of a mesh, to be added to this one
+        dry_run: whether all is done and told, and taken back
+        """
+        chosen = choices if isinstance(choices, Mapping) else dict.fromkeys(choices)
+        wanted = [
+            (self.pools[name].info.code, [] if keys is None else as_keys(keys).tolist())
+            for name, keys in chosen.items()
+            if keys is None or len(as_keys(keys))
+        ]
+        if chosen and not wanted:
+            return Imported({}, [])
+        with self._telling(progress, f"Importing {os.fspath(path)}"):
+            pools, notes = self._core.import_model(
+                os.fspath(path), wanted, keep_keys, with_references, link_existing, as_part, dry_run
+            )
+        keys = {
+            self._codes[code].table.lower(): dict(zip(there.tolist(), here.tolist()))
+            for code, there, here in pools
+        }
+        return Imported(keys, notes)
+
+    def to_dict(self, *pools: Union[str, Table], progress: Progress = None) -> dict[str, Any]:
         """The gateway document of the pools (of all that are not empty): tables of records of named
         fields, by key as text; in current units."""
         codes = [(p if isinstance(p, Table) else self.pools[p]).info.code for p in pools]
-        out: dict[str, Any] = json.loads(self._core.gateway_text(codes))
+        with self._telling(progress, "Telling"):
+            text = self._core.gateway_text(codes)
+        out: dict[str, Any] = json.loads(text)
         return out
 
-    def update(self, document: Mapping[str, Any], strict: bool = False) -> list[str]:
+    def update(
+        self, document: Mapping[str, Any], strict: bool = False, progress: Progress = None
+    ) -> list[str]:
         """Reads a gateway document as one step: adds records and replaces those that are there.
         Returns what was told, a line each; with `strict`, any of it refuses the whole."""
-        return self._core.read_gateway(_json(document), False, strict, "Read a document")
+        with self._telling(progress, "Reading a document"):
+            return self._core.read_gateway(_json(document), False, strict, "Read a document")
 
-    def apply_deletions(self, document: Mapping[str, Any], strict: bool = False) -> list[str]:
+    def apply_deletions(
+        self, document: Mapping[str, Any], strict: bool = False, progress: Progress = None
+    ) -> list[str]:
         """Applies the deletion tables of a gateway document as one step."""
-        return self._core.read_gateway(_json(document), True, strict, "Delete by a document")
+        with self._telling(progress, "Deleting"):
+            return self._core.read_gateway(_json(document), True, strict, "Delete by a document")
 
     def json_schema(self) -> dict[str, Any]:
         """The JSON Schema (draft 4) of the model's gateway documents."""
@@ -591,16 +693,20 @@ def _json(document: Mapping[str, Any]) -> str:
         ) from None
 
 
-def open(path: Path, mode: str = "edit") -> Model:  # noqa: A001 - it is qxdb.open
+def open(  # noqa: A001 - it is qxdb.open
+    path: Path, mode: str = "edit", progress: Progress = None
+) -> Model:
     """Opens a model file.
 
     mode "edit": every step is in the file when it is committed, as with the command line; refused
         while another process has the file. "read": as the file is now, beside a writer; refuses
         edits.
+    progress: called with the part done, 0 to 1; False for silence
     """
     if mode not in ("edit", "read"):
         raise ValueFault("is no mode", place=repr(mode), remedy='use "edit" or "read"')
-    return Model(_core.open(os.fspath(path), mode == "edit"))
+    with shown(progress, f"Opening {os.fspath(path)}") as tell:
+        return Model(_core.open(os.fspath(path), mode == "edit", tell, _progress.PAUSE))
 
 
 def new(*units: str) -> Model:
@@ -611,15 +717,16 @@ def new(*units: str) -> Model:
     return model
 
 
-def read(path: Path, units: Union[str, tuple[str, ...]] = (), progress: Any = None) -> Model:
+def read(path: Path, units: Union[str, tuple[str, ...]] = (), progress: Progress = None) -> Model:
     """A new model with the content of a file of another program (qxdb.formats()).
 
-    units: that the file's numbers are in, "mm" or ("mm", "N"); the model is stored in them
+    units: that the file's numbers are in, "mm" or ("mm", "N"); otherwise those that the file
+        names, or else m, N, kg, sec, C, J and deg. The model is stored in them
     progress: called with the part done, 0 to 1; False for silence
 
     `model.notes` tells what was changed or left out.
     """
-    model = new(*((units,) if isinstance(units, str) else units))
-    model.read(path, progress=progress)
+    model = new()
+    model._read(path, (units,) if isinstance(units, str) else units, True, progress)
     model.forget_history()
     return model

@@ -8,6 +8,7 @@ import numpy as np
 from numpy.typing import ArrayLike, NDArray
 
 from . import _core
+from ._checked import checked
 from ._errors import TypeFault, ValueFault
 
 
@@ -58,7 +59,7 @@ class Curves:
     """Edges given by formulas, numbered from 1; each method adds one and returns its number."""
 
     def __init__(self) -> None:
-        self._core = _core.Curves()
+        self._core = checked(_core.Curves())
 
     def line(self, start: ArrayLike, end: ArrayLike) -> int:
         """A straight edge."""

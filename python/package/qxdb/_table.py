@@ -21,8 +21,10 @@ from ._columns import (
     Selection,
     as_keys,
     numbers,
+    texts,
 )
 from ._errors import MissingError, RefusedError, TypeFault, ValueFault
+from ._progress import Progress
 from ._schema import ColumnInfo, PoolInfo
 from ._units import Quantity, to_model
 
@@ -124,9 +126,9 @@ class Record(NamesOne):
             out[name] = value.item() if isinstance(value, np.generic) else value
         return out
 
-    def remove(self) -> None:
+    def remove(self, *, turns: bool = True) -> None:
         """Removes the record with what hangs on it, as one step; see Table.remove."""
-        self._table.remove(self)
+        self._table.remove(self, turns=turns)
 
     def renumber(self, key: int) -> None:
         """Gives the record another key; references to it follow. This object follows too."""
@@ -155,11 +157,12 @@ class Record(NamesOne):
 
 
 class Use(NamedTuple):
-    """One use of a record: the record that names it, and by which member ("" for one that is keyed
-    by it)."""
+    """One use of a record: the record that names it, by which member ("" for one that is keyed by
+    it), and the key of the record that is used."""
 
     record: Record
     member: str
+    used: int
 
 
 class Consequence(NamedTuple):
@@ -181,8 +184,8 @@ class Turn(NamedTuple):
 
 
 class RemovalPreview(NamedTuple):
-    """What a removal would do, and why it would be refused; nothing is changed. remove turns
-    elements without asking: `turns` is where to look first."""
+    """What a removal would do, and why it would be refused; nothing is changed. `turns` are the
+    elements that stay and would be turned; remove(..., turns=False) refuses to."""
 
     consequences: list[Consequence]
     blockers: list[str]
@@ -297,6 +300,12 @@ class Table(NamesMany):
             raise AttributeError(str(error)) from None
 
     def __setattr__(self, name: str, value: Any) -> None:
+        if isinstance(getattr(type(self), name, None), property):
+            object.__setattr__(self, name, value)
+        else:
+            self._assign(name, value)
+
+    def _assign(self, name: str, value: Any) -> None:
         column = self._column(name)
         if isinstance(value, Column) and value._table is self and value.info == column.info:
             return  # what an operation in place leaves, done already
@@ -324,8 +333,7 @@ class Table(NamesMany):
                 return info, column._elements(value[1]), np.asarray(value[0])
             return (info, *column._flat(value))
         if info.number == "text":
-            texts = [value] * count if isinstance(value, str) else [str(v) for v in value]
-            return info, texts, None
+            return info, texts(value, count, place), None
         shape = (count,) if info.width == 1 else (count, info.width)
         values = numbers(info, value, place)
         try:
@@ -351,6 +359,18 @@ class Table(NamesMany):
             count = len(keys) if count is None else count
         if count is None:
             count = self._count_of(columns)
+        if not isinstance(count, (int, np.integer)):
+            raise TypeFault(
+                f"is a {type(count).__name__}",
+                place="count",
+                remedy="give a whole number, and columns by name",
+            )
+        if not 0 <= count <= MAX_KEY:
+            raise ValueFault(
+                f"{count} is no number of records",
+                place=self.info.table.lower(),
+                remedy="give 0 to 2147483647",
+            )
         values = [self._prepared(name, value, count) for name, value in columns.items()]
         return self._model._core.insert(
             self.info.code,
@@ -377,18 +397,38 @@ class Table(NamesMany):
         values = [self._prepared(name, value, count) for name, value in columns.items()]
         self._write(self._selection, values, step)
 
-    def remove(self, keys: Any = None) -> None:
+    def remove(self, keys: Any = None, *, turns: bool = True, progress: Progress = None) -> None:
         """Removes records, by default all of this table, with what hangs on them, as one step.
-        Raises RefusedError, changing nothing, where a rule forbids it; preview_removal tells."""
-        taken = self.keys if keys is None else as_keys(keys)
-        self._model._core.delete(
-            self.info.code, taken.tolist(), f"Remove {self.info.table.lower()}"
-        )
+        Raises RefusedError, changing nothing, where a rule forbids it; preview_removal tells.
 
-    def preview_removal(self, keys: Any = None) -> RemovalPreview:
+        turns: whether elements that stay may be turned by it, as by the removal of what orients
+            them; with False such a removal is refused, and the exception names the elements
+        progress: called with the part done, 0 to 1; False for silence
+        """
+        taken = self.keys if keys is None else as_keys(keys)
+        what = f"Remove {self.info.table.lower()}"
+        with self._model._telling(progress, what):
+            if not turns:
+                self._refuse_turns(taken)
+            self._model._core.delete(self.info.code, taken.tolist(), what)
+
+    def _refuse_turns(self, taken: Keys) -> None:
+        turned = self._model._core.preview_delete(self.info.code, taken.tolist())[2]
+        if turned:
+            named = ", ".join(str(key) for key, *_ in turned[:10])
+            raise RefusedError(
+                f"would turn {len(turned)} elements: {named}{', ...' if len(turned) > 10 else ''}",
+                place=f"removal from {self.info.table.lower()}",
+                remedy="orient them first, or allow it with turns=True",
+            )
+
+    def preview_removal(self, keys: Any = None, progress: Progress = None) -> RemovalPreview:
         """What remove would do."""
         taken = self.keys if keys is None else as_keys(keys)
-        done, blockers, turned = self._model._core.preview_delete(self.info.code, taken.tolist())
+        with self._model._telling(progress, "Looking ahead"):
+            done, blockers, turned = self._model._core.preview_delete(
+                self.info.code, taken.tolist()
+            )
         consequences = [
             Consequence(self._model._record(code, key), effect, member or "")
             for code, key, effect, member in done
@@ -397,21 +437,26 @@ class Table(NamesMany):
         turns = [Turn(elements[key], before, after) for key, before, after in turned]
         return RemovalPreview(consequences, blockers, turns)
 
-    def where_used(self, key: Union[int, Record]) -> list[Use]:
-        """Every use of a record of this pool by others."""
-        (one,) = as_keys(key).tolist()
-        uses = self._model._core.where_used(self.info.code, one)
-        return [Use(self._model._record(code, key), member or "") for code, key, member in uses]
+    def where_used(self, keys: Any, progress: Progress = None) -> list[Use]:
+        """Every use of records of this pool (one key, or several) by others."""
+        with self._model._telling(progress, "Looking for uses"):
+            uses = self._model._core.where_used(self.info.code, as_keys(keys).tolist())
+        record = self._model._record
+        return [Use(record(code, user), member or "", key) for code, user, member, key in uses]
 
-    def renumber(self, keys: Union[Mapping[int, int], int] = 1) -> None:
+    def renumber(
+        self, keys: Union[Mapping[int, int], int] = 1, progress: Progress = None
+    ) -> None:
         """Gives records new keys as one step, all at once; references follow.
 
         keys: new keys by old ones; or the first of consecutive ones for the records of this table
         """
         if isinstance(keys, Mapping):
-            pairs = [(int(old), int(new)) for old, new in keys.items()]
+            old_keys, new_keys = list(keys), list(keys.values())
+            pairs = list(zip(as_keys(old_keys).tolist(), as_keys(new_keys, "new keys").tolist()))
         else:
-            pairs = [(old, keys + i) for i, old in enumerate(self.keys.tolist())]
+            (first,) = as_keys(keys).tolist()
+            pairs = [(old, first + i) for i, old in enumerate(self.keys.tolist())]
         for _, new in pairs:
             if not 1 <= new <= MAX_KEY:
                 raise ValueFault(
@@ -419,7 +464,9 @@ class Table(NamesMany):
                     place=f"key {new}",
                     remedy="choose another key",
                 )
-        self._model._core.renumber(self.info.code, pairs, f"Renumber {self.info.table.lower()}")
+        what = f"Renumber {self.info.table.lower()}"
+        with self._model._telling(progress, what):
+            self._model._core.renumber(self.info.code, pairs, what)
 
     # ---- other forms ----------------------------------------------------------------------------
 

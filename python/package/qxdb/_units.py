@@ -3,7 +3,7 @@
 from __future__ import annotations
 
 import re
-from collections.abc import Iterator, Mapping
+from collections.abc import Iterator, Mapping, Sequence
 from typing import TYPE_CHECKING, Any
 
 import numpy as np
@@ -196,7 +196,7 @@ def categories() -> list[str]:
     return [name for name, _ in _CATEGORIES.values()]
 
 
-def system_indices(names: tuple[str, ...] | list[str], start: Mapping[str, str]) -> list[int]:
+def system_indices(names: Sequence[str], start: Mapping[str, str]) -> list[int]:
     """A unit system from names in any order; other bases keep the unit of `start`."""
     indices = [_UNITS[base].index(start[base]) for base in BASES]
     given: dict[int, str] = {}

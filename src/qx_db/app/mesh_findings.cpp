@@ -7,6 +7,7 @@
 #include "qx_db/mesh/element_volume.h"
 #include "qx_db/mesh/mesh_adjacency.h"
 #include "qx_db/model/standard_pools.h"
+#include "qx_db/platform/long_work.h"
 #include "qx_db/record/verbs.h"
 
 namespace qx {
@@ -14,7 +15,9 @@ namespace {
 
 std::vector<Key> KeysOf(const DenseMesh& mesh, const std::function<bool(std::uint32_t)>& concerns) {
   std::vector<Key> keys;
+  LongWork work(mesh.ElementCount());
   for (std::uint32_t e = 0; e < mesh.ElementCount(); ++e) {
+    work.Step();
     if (concerns(e)) keys.push_back(mesh.Element(e).key);
   }
   return keys;
@@ -191,13 +194,16 @@ UnusedNodes FindUnusedNodes(const DenseMesh& mesh) {
 
 std::vector<Finding> FindFaults(const DenseMesh& mesh, double tolerance) {
   std::vector<Finding> findings;
+  LongWork work(std::size(kKinds) + std::size(kSideKinds));
   for (const Kind& kind : kKinds) {
+    work.Step();
     findings.push_back({kind.name, kind.label, kind.remedy, kind.is_fault,
                         kind.find(mesh, tolerance), kind.of_nodes});
   }
   LooseSides loose;
   LooseSides (*found)(const DenseMesh&) = nullptr;
   for (const SideKind& kind : kSideKinds) {
+    work.Step();
     // Rows of one kind of side stand together: it is matched once.
     if (found != kind.find) loose = kind.find(mesh);
     found = kind.find;

@@ -6,6 +6,7 @@
 #include "qx_db/callback/callbacks.h"
 #include "qx_db/core/session.h"
 #include "qx_db/mesh/element_access.h"
+#include "qx_db/platform/long_work.h"
 #include "qx_db/record/control_records.h"
 #include "qx_db/record/verbs.h"
 
@@ -182,7 +183,9 @@ MassReport ComputeMass(CQXDBSession& session, const DenseMesh& mesh,
   MassReport report;
   report.has_application = IAppDB::Instance() != nullptr;
   Collector collector(session, assumptions, report);
+  LongWork work(mesh.ElementCount());
   for (std::uint32_t e = 0; e < mesh.ElementCount(); ++e) {
+    work.Step();
     if (!mesh.IsUsable(e)) continue;
     if (mesh.Shape(e) >= CornerShape::kLine) {
       collector.AddShape(mesh, e);

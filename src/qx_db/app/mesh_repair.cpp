@@ -9,6 +9,8 @@
 #include "qx_db/core/session.h"
 #include "qx_db/mesh/mesh_adjacency.h"
 #include "qx_db/model/standard_pools.h"
+#include "qx_db/platform/long_work.h"
+#include "qx_db/pool/bulk_edit.h"
 #include "qx_db/record/verbs.h"
 
 namespace qx {
@@ -98,17 +100,18 @@ bool RedirectAll(CQXDBSession& session, const PoolNumbers& numbers, const Replac
   for (DPoolBase* pool : session.Pools()) {
     if (!PointsAtNodes(*pool)) continue;
     std::vector<ITR> concerned;
+    LongWork work(static_cast<std::size_t>(pool->GetSize()));
     for (ITR at = pool->GetHeadPosition(); at; pool->Next(at)) {
       TStructBase& record = *KeyedSetBase::RecordAt(at);
+      work.Step();
       if (Concerns(numbers, becomes, pool->GetSchema(), record)) concerned.push_back(at);
     }
-    for (ITR at : concerned) {
-      const auto copy = pool->CopyRecord(at);
-      Redirect(numbers, becomes, pool->GetSchema(), *copy);
+    const std::size_t set = SetMany(*pool, concerned, [&](TStructBase& record, std::size_t) {
+      Redirect(numbers, becomes, pool->GetSchema(), record);
       // The nodes of an element are a sequence; all other lists of nodes are sets.
-      if (pool->GetTypeCode() != code::kElem) DropRepeats(pool->GetSchema(), *copy);
-      if (!pool->SetAtNU(at, copy.get())) return false;
-    }
+      if (pool->GetTypeCode() != code::kElem) DropRepeats(pool->GetSchema(), record);
+    });
+    if (set != concerned.size()) return false;
   }
   return true;
 }

@@ -12,6 +12,7 @@
 #include "qx_db/core/relations.h"
 #include "qx_db/core/transaction.h"
 #include "qx_db/lib/message.h"
+#include "qx_db/platform/long_work.h"
 #include "qx_db/platform/pages.h"
 #include "qx_db/pool/ext_db_pool.h"
 #include "qx_db/record/verbs.h"
@@ -253,6 +254,9 @@ class Importer {
   // ---- transferring ----
 
   Outcome Transfer() {
+    std::size_t records = 0;
+    for (const Lane* lane : InOrder()) records += lane->chosen.size();
+    LongWork work(records);
     for (Lane* lane : InOrder()) {
       KeyedSetBase& to = lane->to->Set();
       const auto size = to.GetSize() + static_cast<std::int32_t>(lane->chosen.size());
@@ -261,6 +265,7 @@ class Importer {
       PreferHugePages(lane->keys.data(), lane->chosen.size() * sizeof(lane->keys[0]));
       if (options_.as_part) OrderByReference(*lane);  // what waits cannot be compared
       for (const ITR item : lane->chosen) {
+        work.Step();
         if (Outcome done = TransferRecord(*lane, item); !done) return done;
       }
     }

@@ -9,6 +9,7 @@
 #include <vector>
 #include <xxhash.h>
 
+#include "qx_db/platform/long_work.h"
 #include "qx_db/record/types.h"
 
 namespace qx {
@@ -244,7 +245,9 @@ Outcome CheckPages(RawFile& file, const std::string& path, const DatabaseHeader&
   const std::uint64_t at_once = std::max<std::uint64_t>(1, kBlock / size);
   const std::uint64_t lock_page = LockByte() / size;
   std::vector<char> block(static_cast<std::size_t>(at_once) * size);
+  LongWork work(header.page_count);
   for (std::uint64_t first = 0; first < header.page_count; first += at_once) {
+    work.Step(first == 0 ? 0 : static_cast<std::size_t>(at_once));
     const std::uint64_t count = std::min<std::uint64_t>(at_once, header.page_count - first);
     if (const int error =
             file.Read(block.data(), static_cast<std::size_t>(count) * size, first * size)) {

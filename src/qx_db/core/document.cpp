@@ -3,11 +3,22 @@
 #include "qx_db/core/transaction.h"
 #include "qx_db/lib/message.h"
 #include "qx_db/platform/file.h"
+#include "qx_db/platform/long_work.h"
 
 namespace qx {
 
+namespace {
+
+/// The hash of a state that is saved or loaded: whoever waits may no longer end that.
+std::uint64_t HashOf(const CQXDBSession& session) {
+  const WorkWatch nobody({});
+  return session.StateHash();
+}
+
+}  // namespace
+
 CQXDocBase::CQXDocBase(CQXDBSession::PoolSetup setup) : session_(setup, this) {
-  saved_state_ = session_.StateHash();
+  saved_state_ = HashOf(session_);
 }
 
 int CQXDocBase::New() {
@@ -18,7 +29,7 @@ int CQXDocBase::New() {
   session_.SwapContents(fresh);
   session_.AnnounceLoaded();
   path_.clear();
-  saved_state_ = session_.StateHash();
+  saved_state_ = HashOf(session_);
   return 1;
 }
 
@@ -45,7 +56,7 @@ Outcome CQXDocBase::Load(const std::string& path, ModelFileReport* report,
     path_ = path;
     stamp_ = found.stamp;
     if (report) *report = std::move(found);
-    saved_state_ = session_.StateHash();
+    saved_state_ = HashOf(session_);
   }
   session_.SetStepSink(keeper_.get());
   return loaded;
@@ -68,7 +79,7 @@ Outcome CQXDocBase::OpenForEditing(const std::string& path, const DurabilityOpti
   keeper_ = std::make_unique<StepKeeper>(session_, path, std::move(*lock), options);
   keeper_->GoOn(continuation);
   RunLoadHooks(session_);
-  saved_state_ = session_.StateHash();
+  saved_state_ = HashOf(session_);
   if (report) report->stale_lock = keeper_->StaleLock();
   return {};
 }
@@ -120,7 +131,7 @@ Outcome CQXDocBase::SaveAs(const std::string& path) {
     }
   }
   path_ = path;
-  saved_state_ = session_.StateHash();
+  saved_state_ = HashOf(session_);
   return {};
 }
 

@@ -4,6 +4,7 @@
 #include <new>
 
 #include "qx_db/core/session.h"
+#include "qx_db/platform/prefetch.h"
 #include "qx_db/record/verbs.h"
 
 namespace qx {
@@ -11,6 +12,22 @@ namespace {
 
 void ClearModified(ITR item) {
   KeyedSetBase::SetState(item, KeyedSetBase::StateOf(item) & ~KeyedSetBase::kModifiedBit);
+}
+
+/// Starts loading the record of a change that comes up soon; steps name them in any order.
+void Fetch(const AppendLog<Change>& changes, std::size_t i) {
+  if (i >= changes.size()) return;
+  const ITR item = changes[i].item;
+  Prefetch(item);
+  Prefetch(item + 64);
+}
+constexpr std::size_t kAhead = 12;
+
+void ClearModified(const AppendLog<Change>& changes) {
+  for (std::size_t i = 0; i < changes.size(); ++i) {
+    if (i + kAhead < changes.size()) Prefetch(ITR{changes[i + kAhead].item});
+    if (changes[i].operation == tagTRNotify::kModified) ClearModified(changes[i].item);
+  }
 }
 
 }  // namespace
@@ -144,9 +161,7 @@ void Journal::EndFinal() {
 }
 
 void Journal::FreeFinal() {
-  for (const Change& change : current_.changes) {
-    if (change.operation == tagTRNotify::kModified) ClearModified(change.item);
-  }
+  ClearModified(current_.changes);
   FreeDetached(current_, tagTRNotify::kRemoved);
   EndFinal();
   for (const auto& [type, item] : final_removals_) Pool(type).Set().FreeDetached(item);
@@ -185,9 +200,7 @@ bool Journal::Close() {
 void Journal::CloseEvenEmpty() {
   ReserveClose();  // where that fails the step is still open, and can be taken back
   open_ = false;
-  for (const Change& change : current_.changes) {
-    if (change.operation == tagTRNotify::kModified) ClearModified(change.item);
-  }
+  ClearModified(current_.changes);
   reserved_ = false;
   if (current_.number == 0) current_.number = next_number_;
   next_number_ = std::max(next_number_, current_.number + 1);
@@ -256,6 +269,7 @@ void Journal::TakeBack(Step& step, std::size_t mark) {
   }
   for (std::size_t i = step.changes.size(); i > mark;) {
     Change& change = step.changes[i - 1];
+    Fetch(step.changes, i - 1 - kAhead);
     if (change.operation == tagTRNotify::kModified) {
       RestoreImage(step, change, true);
       --i;
@@ -294,7 +308,9 @@ void Journal::TakeBack(Step& step, std::size_t mark) {
 void Journal::DoAgain(Step& step) {
   step.held = 0;  // of what was inserted
   if (step.units) session_.SetUnits(step.units->after);
-  for (Change& change : step.changes) {
+  for (std::size_t i = 0; i < step.changes.size(); ++i) {
+    Change& change = step.changes[i];
+    Fetch(step.changes, i + kAhead);
     KeyedSetBase& set = Pool(change.type).Set();
     if (change.operation == tagTRNotify::kModified) {
       RestoreImage(step, change, false);

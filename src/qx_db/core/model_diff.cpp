@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "qx_db/platform/long_work.h"
 #include "qx_db/record/verbs.h"
 
 namespace qx {
@@ -49,7 +50,10 @@ void DiffPools(const DPoolBase& first, const DPoolBase* second,
   bool same_keys = true;
   std::vector<char> a;
   std::vector<char> b;
+  LongWork work(static_cast<std::size_t>(first.GetSize()),
+                static_cast<std::size_t>(first.GetSize()));
   for (ITR pos = first.GetHeadPosition(); pos; first.Next(pos)) {
+    work.Step();
     const Key key = KeyOf(pos);
     const ITR other = second ? second->Find(key) : 0;
     if (!other) {
@@ -77,10 +81,14 @@ void DiffPools(const DPoolBase& first, const DPoolBase* second,
 
 std::vector<RecordDifference> DiffModels(const CQXDBSession& first, const CQXDBSession& second) {
   std::vector<RecordDifference> differences;
+  std::size_t records = 0;
+  for (const DPoolBase* pool : first.Pools()) records += static_cast<std::size_t>(pool->GetSize());
+  LongWork work(records);
   for (const DPoolBase* pool : first.Pools()) {
     if (pool->NeedSaveNLoad()) {
       DiffPools(*pool, second.GetDataPool(pool->GetTypeCode()), differences);
     }
+    work.Step(static_cast<std::size_t>(pool->GetSize()));
   }
   for (const DPoolBase* pool : second.Pools()) {
     if (!pool->NeedSaveNLoad() || first.GetDataPool(pool->GetTypeCode())) continue;

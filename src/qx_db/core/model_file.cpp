@@ -12,6 +12,7 @@
 #include "qx_db/core/transaction.h"
 #include "qx_db/lib/message.h"
 #include "qx_db/platform/file.h"
+#include "qx_db/platform/long_work.h"
 #include "qx_db/platform/new_file.h"
 #include "qx_db/record/verbs.h"
 
@@ -83,8 +84,10 @@ Outcome WriteModel(const CQXDBSession& session, const std::string& path, const S
   if (!writer) return writer.AsOutcome();
   if (Outcome units = (*writer)->WriteUnits(session.Units()); !units) return units;
   Outcome outcome;
+  LongWork work(expected);
   for (const DPoolBase* pool : session.Pools()) {
     if (!qxSaveDPool(**writer, *pool, &outcome)) return outcome;
+    work.Step(static_cast<std::size_t>(pool->GetSize()) * pool->GetCheckSize());
   }
   return (*writer)->Finish(revision, fill, log);
 }
@@ -142,13 +145,17 @@ class ModelReading {
     if (Outcome whole = CheckSetup(*stage_, path_); !whole) return whole;
     auto reader = ModelFileReader::Open(path_, file_);
     if (!reader) return reader.AsOutcome();
+    LongWork work(6);
     if (Outcome sound = (*reader)->CheckAllPages(); !sound) return sound;
+    work.Step();
     if (Outcome pages = ReadPages(**reader); !pages) return pages;
+    work.Step(3);
     if (options_.complete) {
       if (Outcome whole = CheckReferences(*stage_, path_); !whole) return whole;
     }
     found_ = (*reader)->Report();
     Resolve();
+    work.Step();
     if (Outcome steps = (*reader)->ReadSteps(*stage_, continuation); !steps) return steps;
     TakeStepsOf((*reader)->Report());
     if (Outcome sound = CheckSteps(); !sound) return sound;
@@ -166,8 +173,14 @@ class ModelReading {
     }
     if (Outcome units = reader.ReadUnits(stage_->Units()); !units) return units;
     Outcome outcome;
+    std::size_t records = 0;
+    for (const ModelFileReport::Pool& pool : reader.Report().pools) {
+      records += static_cast<std::size_t>(std::max<std::int64_t>(pool.records, 0));
+    }
+    LongWork work(records);
     for (DPoolBase* pool : stage_->Pools()) {
       if (!qxLoadDPool(reader, *pool, &outcome)) return outcome;
+      work.Step(static_cast<std::size_t>(pool->GetSize()));
     }
     return {};
   }
@@ -177,7 +190,9 @@ class ModelReading {
     for (ModelFileReport::Pool& entry : found_.pools) {
       const DPoolBase* pool = stage_->GetDataPool(entry.type);
       if (!pool || pool->GetSchema().References().empty()) continue;
+      LongWork work(static_cast<std::size_t>(pool->GetSize()));
       for (ITR pos = pool->GetHeadPosition(); pos; pool->Next(pos)) {
+        work.Step();
         entry.unresolved_references += KeysToIterators(
             pool->GetSchema(), *KeyedSetBase::RecordAt(pos), *stage_, ReferenceScope::kAll);
       }

@@ -10,6 +10,7 @@
 #include "qx_db/core/step_log.h"
 #include "qx_db/core/step_replay.h"
 #include "qx_db/platform/file.h"
+#include "qx_db/platform/long_work.h"
 
 namespace qx {
 
@@ -158,10 +159,14 @@ Outcome ModelFileReader::ReadPool(DPoolBase& pool) {
   pool.Set().SetHashSize(static_cast<std::int32_t>(
       std::clamp<std::int64_t>(entry->records, 0, std::min<std::int64_t>(fits, kMaxKey))));
   std::int64_t records = 0;
+  const auto expected = static_cast<std::size_t>(std::max<std::int64_t>(entry->records, 0));
+  LongWork work(expected, expected);
   Outcome read =
       ForEachChunk(pool.GetTypeCode(), [&](std::span<const char> images, std::int64_t in_chunk) {
         records += in_chunk;
-        return ReadImages(images, in_chunk, **reader, pool);
+        std::string fault = ReadImages(images, in_chunk, **reader, pool);
+        work.Step(static_cast<std::size_t>(std::max<std::int64_t>(in_chunk, 0)));
+        return fault;
       });
   if (!read) return read;
   if (entry->records != records) {
@@ -178,7 +183,9 @@ std::string ReplaySteps(const StepLogContents& log, StepReplay& replay) {
   const auto past_end =
       std::find_if(log.frames.begin(), log.frames.end(),
                    [](const StepFrame& frame) { return frame.kind != FrameKind::kPast; });
+  LongWork work(log.frames.size());
   for (auto frame = past_end; frame != log.frames.begin() && !replay.IsCut();) {
+    work.Step();
     --frame;
     if (std::string fault = replay.TakeBackPast(frame->payload, frame->time_ms); !fault.empty()) {
       return "past step " + std::to_string(frame - log.frames.begin() + 1) + " " + fault;
@@ -186,6 +193,7 @@ std::string ReplaySteps(const StepLogContents& log, StepReplay& replay) {
   }
   if (std::string fault = replay.EndPast(); !fault.empty()) return fault;
   for (auto frame = past_end; frame != log.frames.end(); ++frame) {
+    work.Step();
     std::string fault;
     if (frame->kind == FrameKind::kCommit) fault = replay.Commit(frame->payload, frame->time_ms);
     if (frame->kind == FrameKind::kUndo) fault = replay.Undo();

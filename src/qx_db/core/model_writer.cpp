@@ -9,6 +9,7 @@
 #include "qx_db/core/schema_text.h"
 #include "qx_db/core/step_log.h"
 #include "qx_db/platform/file.h"
+#include "qx_db/platform/long_work.h"
 #include "qx_db/platform/new_file.h"
 #include "qx_db/record/verbs.h"
 
@@ -132,7 +133,10 @@ Outcome ModelFileWriter::WritePool(const DPoolBase& pool) {
     in_chunk = 0;
     return w.chunk.Run();
   };
+  const auto records = static_cast<std::size_t>(pool.GetSize());
+  LongWork work(records, records * pool.GetCheckSize());
   for (ITR pos = pool.GetHeadPosition(); pos; pool.Next(pos)) {
+    work.Step();
     const TStructBase& record = *KeyedSetBase::RecordAt(pos);
     const std::uint64_t size = ImageSize(schema, record);
     if (size > kMaxStoredImage) {

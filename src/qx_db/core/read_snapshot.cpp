@@ -1,6 +1,7 @@
 #include "qx_db/core/read_snapshot.h"
 
 #include "qx_db/core/step_numbers.h"
+#include "qx_db/platform/long_work.h"
 #include "qx_db/pool/hash_size.h"
 #include "qx_db/record/verbs.h"
 
@@ -13,6 +14,11 @@ std::unique_ptr<CQXDBSession> TakeSnapshot(const CQXDBSession& session) {
   StepNumbers numbers;
   numbers.Reset(session);
   std::vector<std::vector<ITR>> copies(0x10000);
+  std::size_t records = 0;
+  for (const DPoolBase* pool : session.Pools()) {
+    records += static_cast<std::size_t>(pool->GetSize());
+  }
+  LongWork work(2 * records);
   for (const DPoolBase* pool : session.Pools()) {
     DPoolBase* to = copy->GetDataPool(pool->GetTypeCode());
     if (!pool->NeedSaveNLoad() || !to) continue;
@@ -20,6 +26,7 @@ std::unique_ptr<CQXDBSession> TakeSnapshot(const CQXDBSession& session) {
     items.reserve(static_cast<std::size_t>(pool->GetSize()));
     to->Set().SetHashSize(GF_GetHashSizeByCount(pool->GetSize()));
     for (ITR pos = pool->GetHeadPosition(); pos; pool->Next(pos)) {
+      work.Step();
       const ITR item = to->Set().CreateDetached(*KeyedSetBase::RecordAt(pos));
       to->Set().AppendDetached(item);
       items.push_back(item);
@@ -29,6 +36,7 @@ std::unique_ptr<CQXDBSession> TakeSnapshot(const CQXDBSession& session) {
     const Schema& schema = pool->GetSchema();
     if (schema.References().empty()) continue;
     for (const ITR item : copies[pool->GetTypeCode()]) {
+      work.Step();
       ForEachReference(schema, *KeyedSetBase::RecordAt(item), [&](const Row& row, char* slot) {
         const auto original = LoadAt<ITR>(slot);
         const DPoolBase* target = session.GetDataPool(row.target);

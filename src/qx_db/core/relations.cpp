@@ -5,6 +5,7 @@
 
 #include "qx_db/core/session.h"
 #include "qx_db/lib/message.h"
+#include "qx_db/platform/long_work.h"
 #include "qx_db/record/verbs.h"
 
 namespace qx {
@@ -245,7 +246,9 @@ int Relations::Process(DPoolBase& pool, const Rule& rule) {
   const auto rows = RowsToRepair(pool);
   const Schema& schema = pool.GetSchema();
   const KeyedSetBase& records = pool.Set();
+  LongWork work(rows.empty() ? 0 : static_cast<std::size_t>(pool.GetSize()));
   for (ITR pos = rows.empty() ? 0 : records.GetHeadPosition(); pos;) {
+    work.Step();
     const ITR item = pos;
     records.Next(pos);
     const TStructBase& record = *KeyedSetBase::RecordAt(item);

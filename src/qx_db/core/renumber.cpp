@@ -4,6 +4,7 @@
 
 #include "qx_db/core/transaction.h"
 #include "qx_db/lib/message.h"
+#include "qx_db/platform/long_work.h"
 #include "qx_db/record/verbs.h"
 
 namespace qx {
@@ -66,7 +67,9 @@ Outcome Renumber(CQXDBSession& session, DPoolBase& pool, const KeyMap& map) {
   CTransaction transaction(&session);
   transaction.Begin(qxLoadText("IDS_QX_TRANS_RENUMBER").c_str());
   // What belongs to the records follows them, and so do keys elsewhere when the step ends.
+  LongWork work(changes->size());
   for (const NewKey& change : *changes) {
+    work.Step();
     if (Outcome applied = Apply(pool, change); !applied) return applied;
   }
   if (transaction.Commit()) return {};

@@ -8,6 +8,7 @@
 #include "qx_db/core/relations.h"
 #include "qx_db/core/transaction.h"
 #include "qx_db/lib/message.h"
+#include "qx_db/platform/long_work.h"
 #include "qx_db/record/verbs.h"
 
 namespace qx {
@@ -235,6 +236,7 @@ int CQXDBSession::CommitTransaction() {
     return 1;
   }
   if (!ProcessRelations() || !RefuseSharedKeys()) return 0;  // still open: the caller rolls back
+  const WorkWatch nobody({});                                // from here on there is no way back
   const bool changed = journal_.Mark() > 0 || journal_.Current().units;
   if (journal_.HasFinal()) SettleFinal();
   if (journal_.IsOpen() && !journal_.Current().IsEmpty()) {
@@ -302,6 +304,7 @@ const Step& CQXDBSession::ReplayLast(bool undo) {
 
 int CQXDBSession::Replay(bool undo) {
   if (undo ? !CanUndo() : !CanRedo()) return 0;
+  const WorkWatch nobody({});  // half a step is no state
   if (sink_ && !(undo ? sink_->OnUndo(*this) : sink_->OnRedo(*this))) return 0;
   const Step& step = ReplayLast(undo);
   if (sink_ && !sink_->OnMoved(*this)) {

@@ -1,6 +1,7 @@
 // What must be true of a model as a whole.
 
 #include "qx_db/core/session.h"
+#include "qx_db/platform/long_work.h"
 #include "qx_db/record/verbs.h"
 
 namespace qx {
@@ -13,7 +14,10 @@ class PoolCheck {
       : session_(session), pool_(pool), schema_(pool.GetSchema()) {}
 
   std::string Run() const {
+    const auto records = static_cast<std::size_t>(pool_.GetSize());
+    LongWork work(records, records);
     for (ITR pos = pool_.GetHeadPosition(); pos; pool_.Next(pos)) {
+      work.Step();
       if (pool_.Find(KeyOf(pos)) != pos) return Broken(6, pos, "another record has the key");
       if (const Row* row = FalseLength(pos)) return Broken(7, pos, Utf8(row->name));
       if (const Row* row = FalseReference(pos)) return Broken(8, pos, Utf8(row->name));
@@ -75,10 +79,14 @@ std::string CQXDBSession::Validate() const {
     if (const std::string fault = pool->Set().Validate(); !fault.empty()) return of(pool, fault);
   }
   // References are followed once every container is known to be sound.
+  std::size_t records = 0;
+  for (const DPoolBase* pool : order_) records += static_cast<std::size_t>(pool->GetSize());
+  LongWork work(records);
   for (const DPoolBase* pool : order_) {
     if (const std::string fault = PoolCheck(*this, *pool).Run(); !fault.empty()) {
       return of(pool, fault);
     }
+    work.Step(static_cast<std::size_t>(pool->GetSize()));
   }
   for (const UnitSystem& system : {units_.Model(), units_.Current(), units_.Previous()}) {
     if (!IsValid(system)) return "invariant 9: a unit does not exist";

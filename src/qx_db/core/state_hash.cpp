@@ -6,6 +6,7 @@
 #include <xxhash.h>
 
 #include "qx_db/core/session.h"
+#include "qx_db/platform/long_work.h"
 #include "qx_db/record/verbs.h"
 
 namespace qx {
@@ -20,12 +21,16 @@ std::uint64_t CQXDBSession::StateHash() const {
   std::sort(pools.begin(), pools.end(),
             [](auto* a, auto* b) { return a->GetTypeCode() < b->GetTypeCode(); });
   std::vector<char> image;
+  std::size_t records = 0;
+  for (const DPoolBase* pool : pools) records += static_cast<std::size_t>(pool->GetSize());
+  LongWork work(records);
   for (const DPoolBase* pool : pools) {
     if (!pool->NeedSaveNLoad() || pool->GetSize() == 0) continue;
     const std::int32_t head[2] = {pool->GetTypeCode(), pool->GetSize()};
     XXH3_64bits_update(&state, head, sizeof(head));
     const Schema& schema = pool->GetSchema();
     for (ITR pos = pool->GetHeadPosition(); pos; pool->Next(pos)) {
+      work.Step();
       const TStructBase& record = *KeyedSetBase::RecordAt(pos);
       image.resize(ImageSize(schema, record));
       WriteImage(schema, record, image.data());

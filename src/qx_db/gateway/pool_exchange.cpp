@@ -9,6 +9,7 @@
 #include "qx_db/core/transaction.h"
 #include "qx_db/gateway/document.h"
 #include "qx_db/lib/message.h"
+#include "qx_db/platform/long_work.h"
 #include "qx_db/record/verbs.h"
 
 namespace qx {
@@ -60,7 +61,9 @@ class PoolReader {
     }
     std::vector<Key> keys;
     keys.reserve(table->Size());
+    LongWork work(table->Size());
     table->ForEach([&](Key key, std::string_view entry, dbgateway::Record from) {
+      work.Step();
       if (key == 0) {
         document_.Tell({name, 0, "", "entry \"" + std::string(entry) + "\" has no usable key"});
         return;
@@ -173,7 +176,9 @@ bool DPoolBase::WriteAPI(DataBase* to, TArray<Key>& keys, int) {
   Collection table = to->AddCollection(GetAPIName().ToUtf8());
   if (keys.IsEmpty()) GetKeyList(keys, 0);
   const auto record = NewRecord();
+  LongWork work(keys.size());
   for (const Key key : keys) {
+    work.Step();
     const ITR found = Find(key);
     if (!found) continue;
     set_->CopyTo(*record, found);

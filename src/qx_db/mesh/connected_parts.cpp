@@ -4,6 +4,7 @@
 #include <numeric>
 
 #include "qx_db/mesh/mesh_adjacency.h"
+#include "qx_db/platform/long_work.h"
 
 namespace qx {
 namespace {
@@ -33,7 +34,9 @@ class DisjointSets {
 Parts ConnectedParts(const DenseMesh& mesh) {
   constexpr std::uint32_t kNoPart = ~0u;
   DisjointSets sets(mesh.NodeCount());
+  LongWork work(mesh.ElementCount());
   for (std::uint32_t e = 0; e < mesh.ElementCount(); ++e) {
+    work.Step();
     if (!mesh.IsUsable(e)) continue;
     for (const std::uint32_t node : mesh.Nodes(e)) sets.Join(mesh.Nodes(e)[0], node);
   }

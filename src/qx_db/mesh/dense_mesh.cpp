@@ -6,6 +6,7 @@
 
 #include "qx_db/core/session.h"
 #include "qx_db/mesh/element_access.h"
+#include "qx_db/platform/long_work.h"
 #include "qx_db/platform/pages.h"
 #include "qx_db/platform/prefetch.h"
 #include "qx_db/record/element_types.h"
@@ -38,7 +39,9 @@ DenseMesh::DenseMesh(const CQXDBSession& session) : session_(&session) {
     elements->Set().Next(ahead);
   };
   for (int i = 0; i < kAhead; ++i) go_ahead();
+  LongWork work(count);
   for (Type type(0); at; elements->Set().Next(at)) {
+    work.Step();
     go_ahead();
     if (ElementAt(at)->type != type.code) type = Type(ElementAt(at)->type);
     AddElement(at, type);

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "qx_db/mesh/mesh_adjacency.h"
+#include "qx_db/platform/long_work.h"
 
 namespace qx {
 
@@ -119,7 +120,9 @@ std::vector<Duplicate> DuplicateNodes(const DenseMesh& mesh, double tolerance) {
   // few fit into one however large the tolerance is.
   std::vector<std::vector<std::uint32_t>> kept(grid.CellCount());
   std::vector<Duplicate> found;
+  LongWork work(mesh.NodeCount());
   for (std::uint32_t n = 0; n < mesh.NodeCount(); ++n) {
+    work.Step();
     const std::uint32_t home = grid.CellOf(n);
     if (home == PoolNumbers::kNone) continue;
     std::uint32_t nearest = n;

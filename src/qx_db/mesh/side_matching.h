@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "qx_db/mesh/mesh_adjacency.h"
+#include "qx_db/platform/long_work.h"
 #include "qx_db/platform/pages.h"
 #include "qx_db/record/element_types.h"
 
@@ -252,8 +253,10 @@ void MatchSides(const DenseMesh& mesh, const SideKind& kind, Meet&& meet) {
   const SidedElements elements(mesh, kind);
   OpenSides open(elements);
   const std::size_t too_many = std::max<std::size_t>(1 << 16, mesh.ElementCount() / 4);
+  LongWork work(mesh.ElementCount());
   std::uint32_t e = 0;
   for (; e < mesh.ElementCount() && open.Most() < too_many; ++e) {
+    work.Step();
     if (!elements.Has(e)) continue;
     elements.ForEachSide(e,
                          [&](std::uint32_t node, const SideEntry& side) { open.Add(node, side); });

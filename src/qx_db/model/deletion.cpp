@@ -11,6 +11,7 @@
 #include "qx_db/gateway/document.h"
 #include "qx_db/lib/message.h"
 #include "qx_db/model/reference_index.h"
+#include "qx_db/platform/long_work.h"
 #include "qx_db/record/verbs.h"
 
 namespace qx {
@@ -25,7 +26,9 @@ int RemoveAsked(CQXDBSession& session, std::uint16_t type, std::span<const ITR> 
   }
   if (!CheckDeletion(session, type, items) && !session.IsRehearsing()) return 0;
   DPoolBase& pool = *session.GetDataPool(type);
+  LongWork work(items.size());
   for (const ITR item : items) {
+    work.Step();
     // One asked for twice, or taken along by another, is gone already.
     if (item == 0 || KeyedSetBase::IsRemoved(item)) continue;
     if (!pool.Remove(item)) return 0;
@@ -73,10 +76,13 @@ class Account {
   }
 
   std::vector<Consequence> Tell() {
+    LongWork work(2 * changes_.size());
     for (const RecordChange& change : changes_) {
+      work.Step();
       if (change.operation == tagTRNotify::kRemoved) TellRemoved(change);
     }
     for (const RecordChange& change : changes_) {
+      work.Step();
       if (change.operation == tagTRNotify::kModified) TellChanged(change);
     }
     return std::move(result_);
