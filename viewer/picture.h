@@ -32,8 +32,8 @@ struct PictureOptions {
   bool perspective = false;
 };
 
-/// Draws into a PNG file. Takes a browser of the Chromium family, found as "chromium" and the like
-/// on PATH or named by QXDB_BROWSER.
-Outcome DrawPicture(Source& source, const PictureOptions& options, const std::string& png);
+/// Draws a model file into a PNG file. Takes a browser that HeadlessBrowser finds.
+Outcome DrawPicture(const std::string& model, const PictureOptions& options,
+                    const std::string& png);
 
 }  // namespace qx::viewer

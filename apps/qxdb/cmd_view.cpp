@@ -159,9 +159,8 @@ Outcome DrawPicture(const PictureCommand& command, const Context& context) {
   options.no_edges = command.no_edges;
   options.dark = command.dark;
   options.perspective = command.perspective;
-  auto source = viewer::Source::Open(command.model, false, {});
-  if (!source) return source.Error();
-  if (Outcome drawn = viewer::DrawPicture(**source, options, command.png); !drawn) return drawn;
+  if (Outcome drawn = viewer::DrawPicture(command.model, options, command.png); !drawn)
+    return drawn;
   JsonText json;
   json.Begin().Text("model", command.model).Text("picture", command.png);
   context.Print(fmt::format("{}: {} x {} pixels\n", command.png, options.width, options.height),

@@ -52,6 +52,7 @@ export class App {
 
   start(canvas, antialias) {
     this.stage = new Stage(canvas, { antialias: antialias ?? !this.software });
+    this.stage.warmUp();
   }
 
   /** A pack of the state that is shown, kept. */

@@ -170,6 +170,17 @@ export class Stage {
     this.raycaster = new Raycaster();
   }
 
+  /** Draws a speck, so that the programs of the graphics card are made while the data are awaited. */
+  warmUp() {
+    for (const buffers of [this.faces, this.caps]) {
+      buffers.allocate(1);
+      buffers.object.geometry.setDrawRange(0, 3);
+    }
+    this.renderer.setSize(16, 16, false);
+    this.renderer.render(this.scene, this.camera);
+    this.renderer.getContext().flush();
+  }
+
   get camera() {
     return this.perspective ? this.cameras.deep : this.cameras.flat;
   }
@@ -568,7 +579,7 @@ export class Stage {
 
   /** Draws with the next frame of the screen. */
   draw() {
-    if (this.waiting) return;
+    if (this.waiting || this.still) return;
     this.waiting = true;
     requestAnimationFrame(() => this.drawNow());
   }

@@ -2,9 +2,10 @@
 
 import assert from 'node:assert/strict';
 import { request } from 'node:http';
+import { hostname } from 'node:os';
 import { after, describe, test } from 'node:test';
 
-import { bracket, closeAll, comparePicture, cube, htmlOf, open, qxdb, serve, until } from './support.mjs';
+import { bracket, closeAll, compareFile, comparePicture, cube, htmlOf, open, qxdb, refused, serve, until } from './support.mjs';
 
 after(closeAll);
 
@@ -14,7 +15,7 @@ const clean = (page) => assert.deepEqual(page.faults, []);
 describe('a page of one file', () => {
   let page;
   test('shows the model and asks for nothing', async () => {
-    page = await open(htmlOf(bracket()));
+    page = await open(htmlOf(bracket('bracket')));
     const seen = await run(page, 'return { faces: app.stage.table.count, elements: app.mesh.elementCount, title: document.title };');
     assert.deepEqual(seen, { faces: 3546, elements: 5849, title: 'bracket.qxm – QX_db' });
     await comparePicture(page, 'bracket');
@@ -118,6 +119,36 @@ describe('numbers that the page finds by itself', () => {
   });
 });
 
+describe('a picture without a window', () => {
+  test('has the views, the values, the marks that were asked for', async () => {
+    const model = bracket('drawn');
+    for (const [name, ...how] of [
+      ['picture-views', '--view', 'iso', 'top', 'front', '--color', 'scaled-jacobian', '--cut', 'y=0.5'],
+      ['picture-part', '--set', 'foot', '--dark', '--perspective', '--color', 'none', '--findings'],
+    ]) {
+      qxdb('picture', model, `${name}.png`, '--size', '900x600', ...how);
+      await compareFile(`${name}.png`, name);
+    }
+  });
+
+  test('is refused in one line where there is nothing to draw or none to draw it', () => {
+    const model = 'drawn.qxm';
+    const cases = [
+      [[model, '--color', 'nothing'], /values\/nothing/],
+      [[model, '--set', 'nosuch'], /there is no mesh set "nosuch"; list them/],
+      [['absent.qxm'], /absent.qxm: .*(no such|does not exist|cannot)/],
+      [[model, '--step', '7'], /step 7: is not in the history/],
+      [[model], /no browser|none was found/, { QXDB_BROWSER: './absent' }],
+      [[model], /the browser has ended/, { QXDB_BROWSER: '/bin/true' }],
+    ];
+    for (const [[from, ...how], text, env] of cases) {
+      const told = refused('picture', [from, 'refused.png', ...how], env);
+      assert.match(told, text);
+      assert.equal(told.trim().split('\n').length, 1, told);
+    }
+  });
+});
+
 describe('served', () => {
   /** A request with headers that a browser would not let a page set. */
   const ask = (address, { path, host, method = 'GET', headers = {}, body } = {}) => new Promise((resolve, reject) => {
@@ -154,7 +185,19 @@ describe('served', () => {
     const { headers } = await ask(address);
     assert.match(headers['content-security-policy'], /default-src 'none'; script-src 'self'/);
     assert.doesNotMatch(headers['content-security-policy'], /unsafe/);
+    // The server library would take seconds to compress the script.
+    const script = await ask(address, { path: 'page.js', headers: { 'Accept-Encoding': 'gzip, br' } });
+    assert.equal(script.headers['content-encoding'], undefined);
     assert.equal(await stop(), 0);
+  });
+
+  test('is reached by every address of the machine where that was asked for, and by no foreign name', async () => {
+    const { address, stop } = await serve(cube('reached', 2), '--host', '0.0.0.0');
+    const { port } = new URL(address);
+    const cases = [['127.0.0.1', 200], ['127.0.0.7', 200], ['[::1]', 200], ['localhost', 200], [hostname(), 200], ['evil.example', 403], ['127.0.0.1.evil.example', 403], ['', 403]];
+    for (const [name, status] of cases) assert.equal((await ask(address, { host: `${name}:${port}` })).status, status, name);
+    assert.equal((await ask(address, { host: '127.0.0.1:1' })).status, 403, 'another port');
+    await stop();
   });
 
   test('ends with its page, and follows the file', async () => {

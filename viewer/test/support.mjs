@@ -1,6 +1,6 @@
 // What the page's tests have in common: models made by qxdb, a browser without a window, pictures.
 
-import { execFileSync, spawn } from 'node:child_process';
+import { execFileSync, spawn, spawnSync } from 'node:child_process';
 import { existsSync, mkdirSync, mkdtempSync, readFileSync, rmSync, writeFileSync } from 'node:fs';
 import { createRequire } from 'node:module';
 import { tmpdir } from 'node:os';
@@ -17,6 +17,14 @@ process.on('exit', () => rmSync(folder, { recursive: true, force: true }));
 
 /** Runs qxdb; its output. */
 export const qxdb = (...args) => execFileSync(qxdbPath, args, { encoding: 'utf8', cwd: folder });
+
+/** What qxdb says of a command that it refuses, leaving no file behind. */
+export function refused(command, args, env = {}) {
+  const ran = spawnSync(qxdbPath, [command, ...args], { encoding: 'utf8', cwd: folder, env: { ...process.env, ...env } });
+  if (ran.status === 0) throw new Error(`${command} ${args.join(' ')} was done`);
+  if (existsSync(join(folder, args[1]))) throw new Error(`${args[1]} was left behind`);
+  return ran.stderr;
+}
 
 /** A cube of n x n x n hexahedra with sides of 1, as a model. */
 export function cube(name, n) {
@@ -36,9 +44,9 @@ export function cube(name, n) {
   return `${name}.qxm`;
 }
 
-export function bracket() {
-  if (!existsSync(join(folder, 'bracket.qxm'))) qxdb('import', join(here, '../../examples/bracket.msh'), 'bracket.qxm');
-  return 'bracket.qxm';
+export function bracket(name) {
+  qxdb('import', join(here, '../../examples/bracket.msh'), `${name}.qxm`);
+  return `${name}.qxm`;
 }
 
 const servers = new Set();
@@ -132,10 +140,9 @@ async function difference(page, a, b) {
   }, [a, b].map((buffer) => buffer.toString('base64')));
 }
 
-/** Compares the canvas of a page with the picture of that name, which someone has looked at. With
- * QX_NEW_PICTURES set it is written anew, to be looked at. */
-export async function comparePicture(page, name, tolerance = 0.01) {
-  const drawn = await page.locator('#stage').screenshot();
+/** Compares pictures with the one of that name, which someone has looked at. With QX_NEW_PICTURES
+ * set it is written anew, to be looked at. */
+async function compare(drawn, name, tolerance) {
   const path = join(here, 'pictures', `${name}.png`);
   if (process.env.QX_NEW_PICTURES) {
     mkdirSync(dirname(path), { recursive: true });
@@ -149,3 +156,8 @@ export async function comparePicture(page, name, tolerance = 0.01) {
     throw new Error(`${(100 * share).toFixed(2)} % of the pixels of ${name} differ; drawn: ${kept}`);
   }
 }
+
+/** Compares the canvas of a page. */
+export const comparePicture = async (page, name, tolerance = 0.01) => compare(await page.locator('#stage').screenshot(), name, tolerance);
+/** Compares a file that qxdb wrote. */
+export const compareFile = (file, name, tolerance = 0.01) => compare(readFileSync(join(folder, file)), name, tolerance);
