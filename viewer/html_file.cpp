@@ -8,6 +8,7 @@
 
 #include "viewer/assets.h"
 #include "viewer/base64.h"
+#include "viewer/field_values.h"
 
 namespace qx::viewer {
 namespace {
@@ -60,6 +61,7 @@ class Filling {
     std::vector<std::string> names;
     // The most telling first.
     for (const char* name : {"scaled-jacobian", "aspect-ratio", "min-angle"}) names.push_back(name);
+    for (std::string& name : FieldNames(source_.Session())) names.push_back(std::move(name));
     for (const MeasureInfo& info : Measures()) {
       const std::string name(info.name);
       if (info.shown == Shown::kByDefault &&

@@ -15,7 +15,7 @@ struct PictureOptions {
   int width = 1600, height = 1000;  ///< of the whole, in pixels
   /// "iso", "front", "back", "left", "right", "top", "bottom"; several share the picture.
   std::vector<std::string> views{"iso"};
-  /// "none", "set", "property", "material", "kind", or what PageData::Values knows.
+  /// "none", "set", "property", "material", "kind", "part", or what PageData::Values knows.
   std::string color = "set";
   std::string palette;        ///< of a range of colours: "viridis" unless said
   std::vector<double> range;  ///< two numbers, or none for what there is

@@ -214,8 +214,8 @@ void AddPicture(Command& app, Context& context) {
   command->Add("--size", &options->size, "Pixels, WIDTHxHEIGHT").ShowDefault();
   command
       ->Add("--color", &options->color,
-            "none, set, property, material, kind, part, thickness, x, y, z, or a measure of "
-            "qxdb check")
+            "none, set, property, material, kind, part, thickness, x, y, z, a measure of qxdb "
+            "check, or field:NAME, a field of the model")
       .ShowDefault();
   command->Add("--range", &options->range, "First and last value of the colours").Count(2);
   command->Add("--palette", &options->palette, "Colours of a range")

@@ -5,7 +5,7 @@ import { buildEditing } from './editing.js';
 import { buildInspector } from './inspector.js';
 import { buildLegend, drawTriad } from './overlay.js';
 import * as palette from './palette.js';
-import { fields, plainColors } from './app.js';
+import { colorsOfRecords, ownFields, plainColors } from './colors.js';
 import { views } from './stage.js';
 
 const icons = {
@@ -303,9 +303,9 @@ function buildTree(app, tree, note) {
   mesh.sets.forEach((s) => add(s, 0));
   part('Mesh sets', rows);
   part('Element kinds', about.types.map((t, i) => row(`kind:${t.code}`, t.name, palette.thing(i), t.elements)));
-  const own = app.colorsOfRecords(about.properties);
+  const own = colorsOfRecords(about.properties);
   part('Properties', about.properties.map((p, i) => row(`property:${p.key}`, `${p.key} ${p.name}`, own[i])));
-  const colors = app.colorsOfRecords(about.materials);
+  const colors = colorsOfRecords(about.materials);
   part('Materials', about.materials.map((m, i) => row(`material:${m.key}`, `${m.key} ${m.name}`, colors[i])));
   const systems = el('input', { type: 'checkbox', checked: app.glyphs.systems, 'aria-label': 'Show coordinate systems', onchange: () => {
     app.glyphs.systems = systems.checked;
@@ -327,7 +327,7 @@ function buildColour(app, holder) {
   const has = (name) => app.data.has(`values/${name}`, app.stepAsked);
   const only = (entries) => Object.fromEntries(Object.entries(entries).filter(([name]) => has(name)));
   const plain = Object.fromEntries(Object.entries(plainColors).filter(([name]) => name !== 'part' || has('part')));
-  const groups = [['', plain], ['Quality', only(common)], ['Quality, more', only(rare)], ['Fields', only(fields)]].filter(([, e]) => Object.keys(e).length);
+  const groups = [['', plain], ['Quality', only(common)], ['Quality, more', only(rare)], ['Fields', { ...only(Object.fromEntries(about.fields.map((f) => [f.name, f.label]))), ...only(ownFields) }]].filter(([, e]) => Object.keys(e).length);
   const content = [field('Colour by', choice(groups, app.color.by, (by) => app.setColor({ by }), 'Colour by'))];
   const { legend } = app;
   if (legend && legend.map) {

@@ -29,7 +29,7 @@ describe('a page of one file', () => {
       const { stage, mesh } = app; const { table } = stage; const out = { right: 0, asked: 0, slowest: 0 };
       for (let f = 0; f < table.count; f += 11) {
         const middle = [0, 1, 2].map((c) => { let sum = 0; for (let i = 0; i < 3; i++) sum += mesh.position[3 * table.node[table.first[f] + i] + c] / 3; return sum; });
-        const [x, y] = stage.project(...middle); const hit = stage.pick(x, y);
+        const [x, y] = stage.project(...middle); const hit = app.at(x, y);
         if (!hit || Math.hypot(...hit.point.map((v, c) => v - middle[c])) > 1e-3) continue; // hidden by another
         out.asked++;
         app.pickAt(x, y, false); out.slowest = Math.max(out.slowest, app.pickTime);
