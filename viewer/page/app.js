@@ -23,7 +23,7 @@ export class App {
     this.hidden = new Set();
     this.hiddenElements = new Set();
     this.isolated = null;
-    this.color = { by: 'set', palette: 'viridis', range: null, limit: null, only: false };
+    this.color = { by: null, palette: 'viridis', range: null, limit: null, only: false };
     this.selection = { elements: new Set(), nodes: new Set(), faces: new Set() };
     this.clip = { axis: null, at: 0.5, flip: false };
     this.glyphs = { axes: false, material: false, orientation: false, systems: false, seeds: true };
@@ -78,6 +78,7 @@ export class App {
     this.hiddenElements.clear();
     this.marks.clear();
     this.nodeMarks = [];
+    this.color.by ||= this.firstColor();
     this.materialOf = new Map(this.mesh.about.properties.map((p) => [p.key, p.material]));
     if (this.needsVolume()) await this.loadVolume().catch(() => {});
     await glyphs.loadSeeds(this);
@@ -87,6 +88,13 @@ export class App {
     await this.showGlyphs();
     this.applyClip();
     this.tell('loaded');
+  }
+
+  /** What tells most about a model at first sight. */
+  firstColor() {
+    const { about } = this.mesh;
+    if (about.sets.some((set) => set.elements)) return 'set';
+    return about.properties.length > 1 ? 'property' : 'kind';
   }
 
   needsVolume() {

@@ -124,7 +124,7 @@ function buildHead(app, head, { left, right }) {
     app.paint();
     app.tell('measured');
   };
-  const search = el('input', { type: 'search', placeholder: 'elem 12, node 5, a name …', 'aria-label': 'Find a record by key or name', spellcheck: false });
+  const search = el('input', { type: 'search', placeholder: 'elem 12, a name …', 'aria-label': 'Find a record by key or name', spellcheck: false });
   const form = el('form', { class: 'search', role: 'search', onsubmit: (event) => {
     event.preventDefault();
     find(app, search.value);
@@ -138,7 +138,7 @@ function buildHead(app, head, { left, right }) {
   head.append(
     button(icon('panel'), 'Panel: what is shown', drawer(left, right)),
     el('div', { class: 'title' }, name, facts),
-    viewButtons,
+    el('div', { class: 'tools' }, viewButtons,
     el('div', { class: 'group' }, button(icon('fit'), 'Fit to the window (F)', () => app.stage.fit()), deep, edges),
     modeButtons,
     form,
@@ -152,7 +152,7 @@ function buildHead(app, head, { left, right }) {
       button(icon('help'), 'Keys and facts (?)', () => {
         fillHelp(app, help);
         help.showModal();
-      })),
+      }))),
     button(icon('side'), 'Panel: what is known', drawer(right, left)),
     help);
   app.showHelp = () => {
@@ -337,7 +337,7 @@ function buildColour(app, holder) {
       range[i] = Number(event.target.value);
       app.setColor({ range: range[1] > range[0] ? range : null });
     } });
-    content.push(el('div', { class: 'field' }, el('span', {}, 'Range'), el('div', { class: 'pair' }, bound(0), bound(1),
+    content.push(el('div', { class: 'field wide' }, el('span', {}, 'Range'), el('div', { class: 'pair' }, bound(0), bound(1),
       button('auto', 'The range of what there is', () => app.setColor({ range: null })))));
     if (legend.measure) {
       const limit = el('input', { type: 'number', step: 'any', value: legend.limit ?? '', 'aria-label': 'Limit', onchange: () => app.setColor({ limit: limit.value === '' ? null : Number(limit.value) }) });

@@ -2,7 +2,7 @@
 
 import { Vector2, Vector3 } from 'three';
 
-function ray(stage, x, y) {
+function rayAt(stage, x, y) {
   stage.camera.updateMatrixWorld();
   stage.raycaster.setFromCamera(new Vector2((2 * x) / stage.size.x - 1, 1 - (2 * y) / stage.size.y), stage.camera);
   return stage.raycaster.ray;
@@ -60,7 +60,7 @@ function cast(stage, buffers, ray, clipped) {
 
 /** What is at a place of the screen: {face, element, point, kind}, or null. */
 export function pick(stage, x, y) {
-  const ray = ray(stage, x, y);
+  const ray = rayAt(stage, x, y);
   let hit = null;
   const on = cast(stage, stage.faces, ray, true);
   if (on) {

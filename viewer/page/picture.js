@@ -16,14 +16,13 @@ export async function buildPicture(app, root, scene) {
   app.stage.setTheme(scene.dark);
   app.stage.setEdges(scene.edges);
   app.stage.useCamera(scene.perspective);
-  if (scene.palette) app.color.palette = scene.palette;
+  Object.assign(app.color, { by: scene.color, range: scene.range || null, palette: scene.palette || app.color.palette });
   app.stage.resize();
   await app.load();
   if (scene.sets.length) {
     const keys = app.mesh.sets.filter((set) => scene.sets.includes(set.name)).map((set) => set.key);
     await app.isolate('', keys.flatMap((key) => app.elementsOf(`set:${key}`)));
   }
-  await app.setColor({ by: scene.color, range: scene.range || null });
   if (scene.cut_axis) await app.setClip({ axis: scene.cut_axis, at: scene.cut_at });
   let note = '';
   if (scene.changes && app.mesh.about.step > 0) {

@@ -15,19 +15,20 @@ import { middleShares, triangles } from './mesh.js';
 ColorManagement.enabled = false; // colours are what the screen is to show
 
 // Edges are drawn where a triangle's barycentric coordinate is small; a side that is no edge of its
-// face has 1 there at all three corners. That costs no lines, which software renderers are slow at.
+// face has 1 there at all three corners. That costs no lines, which software renderers are slow at;
+// the few edges at which faces fold are lines.
 const faceVertex = `
-  in vec4 edge; in vec4 sharp; in vec4 tint;
-  out vec3 vView; out vec3 vPlace; out vec3 vEdge; out vec3 vSharp; out vec4 vTint;
+  in vec4 edge; in vec4 tint;
+  out vec3 vView; out vec3 vPlace; out vec3 vEdge; out vec4 vTint;
   void main() {
     vec4 view = modelViewMatrix * vec4(position, 1.0);
-    vView = view.xyz; vPlace = position; vEdge = edge.xyz; vSharp = sharp.xyz; vTint = tint;
+    vView = view.xyz; vPlace = position; vEdge = edge.xyz; vTint = tint;
     gl_Position = projectionMatrix * view;
     gl_Position.z -= 0.000004 * edge.w * gl_Position.w; // shells before the solids they lie on
   }`;
 const faceFragment = `
   precision highp float;
-  in vec3 vView; in vec3 vPlace; in vec3 vEdge; in vec3 vSharp; in vec4 vTint;
+  in vec3 vView; in vec3 vPlace; in vec3 vEdge; in vec4 vTint;
   out vec4 color;
   uniform vec4 clip; uniform vec3 ink; uniform float edges; uniform float cap; uniform float backShade; uniform float scale;
   float nearest(vec3 b, out float coarse) {
@@ -48,9 +49,6 @@ const faceFragment = `
     // Edges closer together than a few pixels would turn everything dark.
     float fade = 1.0 - smoothstep(0.10, 0.42, coarse);
     float line = (1.0 - smoothstep(0.35 * scale, 1.15 * scale, d)) * edges * (0.10 + 0.48 * fade);
-    float ignored;
-    float s = nearest(vSharp, ignored);
-    line = max(line, (1.0 - smoothstep(0.75 * scale, 1.6 * scale, s)) * 0.88);
     color = vec4(mix(c, ink, line), 1.0);
   }`;
 const pointVertex = `
@@ -59,7 +57,7 @@ const pointVertex = `
     vTint = tint; vPlace = position;
     gl_Position = projectionMatrix * modelViewMatrix * vec4(position, 1.0);
     gl_Position.z -= 0.0006 * gl_Position.w;
-    gl_PointSize = size;
+    gl_PointSize = size * tint.a;
   }`;
 const pointFragment = `
   precision highp float;
@@ -92,7 +90,6 @@ class FaceBuffers {
     this.geometry = this.object.geometry = new BufferGeometry();
     this.position = new Float32Array(9 * count);
     this.edge = new Uint8Array(12 * count);
-    this.sharp = new Uint8Array(12 * count);
     this.tint = new Uint8Array(12 * count);
     this.face = new Uint32Array(count);
     this.place = new Int8Array(3 * count); // of each corner in its face
@@ -100,19 +97,17 @@ class FaceBuffers {
       this.geometry.setAttribute(name, new BufferAttribute(array, size, normalized));
     set('position', this.position, 3, false);
     set('edge', this.edge, 4, true);
-    set('sharp', this.sharp, 4, true);
     set('tint', this.tint, 4, true);
   }
   bytes() {
-    return this.face.length * (36 + 36 + 4 + 3);
+    return this.face.length * (36 + 24 + 4 + 3);
   }
-  /** The corner flags of triangle t: sides opposite its corners that are edges, and that are sharp. */
-  flags(t, edges, sharps) {
+  /** The corner flags of triangle t: which sides opposite its corners are edges. */
+  flags(t, edges) {
     for (let v = 0; v < 3; v++) {
       for (let c = 0; c < 3; c++) {
         const own = v === c ? 255 : 0;
         this.edge[12 * t + 4 * v + c] = edges[c] ? own : 255;
-        this.sharp[12 * t + 4 * v + c] = sharps[c] ? own : 255;
       }
     }
   }
@@ -337,7 +332,6 @@ export class Stage {
     for (let f = 0; f < faces.count; f++) count += triangles[faces.size(f)].length;
     const buffers = this.faces;
     buffers.allocate(count);
-    const { sharp } = adjacency;
     const middle = [0, 0, 0];
     let t = 0;
     for (let f = 0; f < faces.count; f++) {
@@ -365,11 +359,11 @@ export class Stage {
           buffers.position[k++] = from[n + 2];
         }
         for (let v = 0; v < 3; v++) buffers.edge[12 * t + 4 * v + 3] = shell;
-        const s = sharp[f];
-        buffers.flags(t, [sa >= 0, sb >= 0, sc >= 0], [sa >= 0 && s >> sa & 1, sb >= 0 && s >> sb & 1, sc >= 0 && s >> sc & 1]);
+        buffers.flags(t, [sa >= 0, sb >= 0, sc >= 0]);
         buffers.face[t++] = f;
       }
     }
+    this.showFolds(faces, adjacency);
     this.showLines(visible);
     this.showPoints(visible);
     this.measure();
@@ -432,6 +426,43 @@ export class Stage {
     return object;
   }
 
+  /** Lines, broad ones as far as there are not too many of them. */
+  anyLines(position, color, width) {
+    if (position.length <= 300000) return this.fatLines(position, color, width);
+    const geometry = new BufferGeometry();
+    geometry.setAttribute('position', new BufferAttribute(position, 3));
+    const vertexColors = color instanceof Float32Array;
+    if (vertexColors) geometry.setAttribute('color', new BufferAttribute(color, 3));
+    const object = new LineSegments(geometry, new LineBasicMaterial({ vertexColors, color: vertexColors ? 0xffffff : color, clippingPlanes: [this.clipPlane] }));
+    object.frustumCulled = false;
+    return object;
+  }
+
+  /** The edges at which faces fold, end, or meet by more than two. */
+  showFolds(faces, { sharp, across }) {
+    const p = this.mesh.position;
+    const places = [];
+    for (let f = 0; f < faces.count; f++) {
+      if (!sharp[f]) continue;
+      const corners = faces.corners(f);
+      const at = faces.first[f];
+      for (let s = 0; s < corners; s++) {
+        if (!(sharp[f] >> s & 1) || across[4 * f + s] > f) continue; // the other face draws it
+        const ends = [faces.node[at + s], faces.node[at + ((s + 1) % corners)]];
+        if (faces.size(f) > corners) ends.splice(1, 0, faces.node[at + corners + s]);
+        for (let i = 1; i < ends.length; i++) for (const n of [3 * ends[i - 1], 3 * ends[i]]) places.push(p[n], p[n + 1], p[n + 2]);
+      }
+    }
+    this.remove(this.folds);
+    this.folds = null;
+    if (!places.length) return;
+    this.folds = this.anyLines(new Float32Array(places), this.inkColor(), 1.7);
+    this.scene.add(this.folds);
+  }
+  inkColor() {
+    return this.ink.toArray().reduce((sum, c) => (sum << 8) | Math.round(255 * c), 0);
+  }
+
   showLines(visible) {
     const { lineNode, lineElement, position: p } = this.mesh;
     const of = [];
@@ -460,15 +491,7 @@ export class Stage {
       }
     }
     this.remove(this.lines);
-    if (count <= 50000) {
-      this.lines = this.fatLines(this.linePosition, color, 3.2);
-    } else { // thin, for there are many
-      const geometry = new BufferGeometry();
-      geometry.setAttribute('position', new BufferAttribute(this.linePosition, 3));
-      geometry.setAttribute('color', new BufferAttribute(color, 3));
-      this.lines = new LineSegments(geometry, new LineBasicMaterial({ vertexColors: true, clippingPlanes: [this.clipPlane] }));
-      this.lines.frustumCulled = false;
-    }
+    this.lines = this.anyLines(this.linePosition, color, 3.2);
     this.scene.add(this.lines);
   }
 
@@ -493,12 +516,13 @@ export class Stage {
 
   /** Points: of elements, without elements, and the nodes that are selected or marked. */
   paintPoints(colorOf, more) {
-    const all = this.pointNodes.map((n, i) => [n, colorOf(this.pointOf[i])]).concat(more);
+    // Nodes that no element has are many where a part hangs on links: small.
+    const all = this.pointNodes.map((n, i) => [n, colorOf(this.pointOf[i]), this.pointOf[i] < 0 ? 130 : 255]).concat(more);
     const position = new Float32Array(3 * all.length);
     const tint = new Uint8Array(4 * all.length);
-    all.forEach(([n, c], i) => {
+    all.forEach(([n, c, size = 255], i) => {
       position.set(this.mesh.position.subarray(3 * n, 3 * n + 3), 3 * i);
-      tint.set([c >> 16, c >> 8, c, 255], 4 * i);
+      tint.set([c >> 16, c >> 8, c, size], 4 * i);
     });
     const geometry = new BufferGeometry();
     geometry.setAttribute('position', new BufferAttribute(position, 3));
@@ -522,7 +546,7 @@ export class Stage {
         [a, a + j, a + j + 1].forEach((q, v) => {
           for (let c = 0; c < 3; c++) this.caps.position[9 * t + 3 * v + c] = cut.points[3 * q + c];
         });
-        this.caps.flags(t, [true, j + 2 === k, j === 1], [false, false, false]);
+        this.caps.flags(t, [true, j + 2 === k, j === 1]);
         this.caps.face[t++] = i;
       }
     }
@@ -583,6 +607,7 @@ export class Stage {
   setTheme(dark) {
     if (dark) this.ink.set(0.03, 0.045, 0.07);
     else this.ink.set(0.09, 0.13, 0.19);
+    this.folds?.material.color.set(this.inkColor());
     this.draw();
   }
 
@@ -610,7 +635,7 @@ export class Stage {
     const { renderer } = this;
     renderer.setScissorTest(false);
     renderer.clear();
-    const lines = [this.lines, ...this.overlays.values()].filter((o) => o && o.material.resolution);
+    const lines = [this.lines, this.folds, ...this.overlays.values()].filter((o) => o && o.material.resolution);
     if (!this.panes) {
       if (this.perspective) this.frame(this.camera, this.size.x / this.size.y);
       renderer.setViewport(0, 0, this.size.x, this.size.y);

@@ -270,6 +270,13 @@ test('works by keyboard and on a small touch screen', async () => {
   const page = await open(htmlOf(cube('touched', 3)), { viewport: { width: 390, height: 780 }, hasTouch: true, isMobile: true, colorScheme: 'dark' });
   assert.equal(await page.evaluate('document.documentElement.dataset.theme'), 'dark');
   assert.ok(!(await page.locator('#left').evaluate((e) => e.getBoundingClientRect().right > 0)), 'panels give way');
+  assert.equal(await page.evaluate('innerWidth'), 390, 'nothing widens the page');
+  for (const [panel, of] of [['Panel: what is shown', '#left'], ['Panel: what is known', '#right']]) {
+    await page.getByRole('button', { name: panel }).tap();
+    await until(page, `(({ left, right }) => left >= 0 && right <= 390 && right - left > 200)(document.querySelector('${of}').getBoundingClientRect())`);
+    await page.getByRole('button', { name: panel }).tap();
+    await until(page, `getComputedStyle(document.querySelector('${of}')).visibility === 'hidden'`);
+  }
   const box = await page.locator('#view').boundingBox();
   await page.touchscreen.tap(box.x + box.width / 2, box.y + box.height / 2);
   assert.equal(await run(page, 'return app.selectedElements().size;'), 1);
