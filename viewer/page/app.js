@@ -503,8 +503,8 @@ export class App {
   clearMarks() {
     marks.clearMarks(this);
   }
-  markChanges(pack, ahead) {
-    return marks.markChanges(this, pack, ahead);
+  markChanges(pack, how) {
+    return marks.markChanges(this, pack, how);
   }
   outlineMarked(of, name) {
     return marks.outlineMarked(this, of, name);
@@ -531,7 +531,7 @@ export class App {
       this.shownStep = step;
       if (step > 0) {
         const changes = await this.data.get('changes', step);
-        await this.markChanges(changes, false);
+        await this.markChanges(changes);
       } else {
         this.clearMarks();
       }

@@ -9,17 +9,19 @@ export function clearMarks(app) {
   app.marks.clear();
   app.nodeMarks = [];
   app.finding = null;
-  for (const name of ['removed', 'free_edge', 'shared_edge', 'inside']) app.stage.setOverlay(name, null);
+  for (const name of ['absent', 'free_edge', 'shared_edge', 'inside']) app.stage.setOverlay(name, null);
   app.paint();
   app.tell('marks', null);
 }
 
 /** Marks what a pack of changes names: a step of the history, or what an edit would do. `ahead`:
- * it has not happened yet, so that what it removes is still there. */
-export function markChanges(app, pack, ahead) {
+ * it has not happened yet, so that what it removes is still there; `back`: it is to be undone. */
+export function markChanges(app, pack, { ahead = false, back = false } = {}) {
   app.marks.clear();
   app.nodeMarks = [];
   const { mesh } = app;
+  const came = back ? 'removed' : 'added';
+  const went = back ? 'added' : 'removed';
   const mark = (name, color) => {
     for (const key of pack.array(`element_${name}`)) {
       const e = mesh.elementOfKey(key);
@@ -30,9 +32,9 @@ export function markChanges(app, pack, ahead) {
       if (n >= 0 && app.nodeMarks.length < 20000) app.nodeMarks.push([n, color]);
     }
   };
-  mark('added', palette.marks.added);
+  mark(came, palette.marks.added);
   mark('changed', palette.marks.changed);
-  if (ahead) mark('removed', palette.marks.removed);
+  if (ahead) mark(went, palette.marks.removed);
   // Nodes that moved say little by themselves: the elements at them are marked too, paler.
   const moved = new Set(app.nodeMarks.filter(([, c]) => c === palette.marks.changed).map(([n]) => n));
   if (moved.size) {
@@ -44,12 +46,13 @@ export function markChanges(app, pack, ahead) {
       }
     }
   }
-  const relative = pack.array('outlines');
+  // What is not in the picture: what went, or is to come.
+  const relative = pack.array(`outlines_${ahead ? came : went}`);
   const from = pack.text.outline_origin;
   const shift = from.map((c, i) => c - mesh.about.origin[i]);
   const places = new Float32Array(relative.length);
   for (let i = 0; i < places.length; i++) places[i] = relative[i] + shift[i % 3];
-  app.stage.setOverlay('removed', ahead ? null : places, palette.marks.removed, 1.8, true);
+  app.stage.setOverlay('absent', places, ahead ? palette.marks.added : palette.marks.removed, 1.8, true);
   if (!app.marks.size && (app.nodeMarks.length || places.length)) app.marks.set(-2, 0); // still pale
   app.paint();
   app.tell('marks', pack);

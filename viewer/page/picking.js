@@ -152,7 +152,8 @@ export function facesIn(stage, x0, y0, x1, y1) {
     const s = stage.project(x, y, z);
     if (s[0] < x0 || s[0] > x1 || s[1] < y0 || s[1] > y1) continue;
     stage.mesh.normal(table, f, n);
-    if (table.side[f] !== 255 && n[0] * view.x + n[1] * view.y + n[2] * view.z > 0.02) continue;
+    if (stage.perspective) view.set(x, y, z).sub(stage.camera.position).normalize();
+    if (table.side[f] !== 255 && n[0] * view.x + n[1] * view.y + n[2] * view.z > -0.02) continue;
     found.push(f);
   }
   return found;

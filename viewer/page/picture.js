@@ -27,7 +27,7 @@ export async function buildPicture(app, root, scene) {
   let note = '';
   if (scene.changes && app.mesh.about.step > 0) {
     const pack = await app.data.get('changes');
-    await app.markChanges(pack, false);
+    await app.markChanges(pack);
     note = ` · step ${app.mesh.about.step}: ${pack.text.name || ''}`;
   }
   if (scene.findings) {

@@ -5,12 +5,9 @@ import { request } from 'node:http';
 import { hostname } from 'node:os';
 import { after, describe, test } from 'node:test';
 
-import { bracket, closeAll, compareFile, comparePicture, cube, htmlOf, open, qxdb, refused, serve, until } from './support.mjs';
+import { bracket, clean, closeAll, compareFile, comparePicture, cube, htmlOf, open, qxdb, refused, run, serve, until } from './support.mjs';
 
 after(closeAll);
-
-const run = (page, body, argument) => page.evaluate(`(async (argument) => { const { app } = window.qx; ${body} })(${JSON.stringify(argument ?? null)})`);
-const clean = (page) => assert.deepEqual(page.faults, []);
 
 describe('a page of one file', () => {
   let page;
@@ -72,7 +69,7 @@ describe('a page of one file', () => {
     qxdb('delete', 'bracket.qxm', 'elem', '4000-4020');
     const past = await open(htmlOf('bracket.qxm'));
     const seen = await run(past, `const out = [];
-      for (const step of [0, 1, 2]) { await app.goTo(step); out.push([app.mesh.elementCount, app.nodeMarks.length, app.stage.overlays.has('removed')]); }
+      for (const step of [0, 1, 2]) { await app.goTo(step); out.push([app.mesh.elementCount, app.nodeMarks.length, app.stage.overlays.has('absent')]); }
       return out;`);
     assert.deepEqual(seen.map(([elements]) => elements), [5849, 5849, 5828]);
     assert.equal(seen[0][1], 0);
@@ -226,12 +223,20 @@ describe('served', () => {
     assert.equal(await run(page, 'return app.mesh.elementCount;'), 27, 'a preview changes nothing');
     await page.click('[data-edit=do]');
     await until(page, 'window.qx.app.mesh.elementCount === 26');
-    await page.click('[data-edit=undo]');
-    await until(page, 'window.qx.app.mesh.elementCount === 27');
-    await page.click('[data-edit=redo]');
-    await until(page, 'window.qx.app.mesh.elementCount === 26');
-    await page.click('[data-edit=undo]');
-    await until(page, 'window.qx.app.mesh.elementCount === 27');
+    // Back and forth, each shown first: what is to come is outlined, what is to go is marked.
+    const turn = async (what, name, counts, elements) => {
+      const before = await run(page, 'return app.mesh.elementCount;');
+      await page.click(`[data-edit=${what}]`);
+      await page.locator('[data-edit=do]').waitFor();
+      assert.match(await page.locator('.edit-form').textContent(), new RegExp(`${name}.*elem${counts}`, 'i'));
+      const seen = await run(page, "return { elements: app.mesh.elementCount, marked: [...app.marks.keys()].filter((e) => e >= 0).length, outlined: app.stage.overlays.has('absent') };");
+      assert.deepEqual(seen, { elements: before, marked: elements < before ? 1 : 0, outlined: elements > before });
+      await page.click('[data-edit=do]');
+      await until(page, `window.qx.app.mesh.elementCount === ${elements}`);
+    };
+    await turn('undo', 'Undo: Delete', '\\+1', 27);
+    await turn('redo', 'Redo: Delete', '−1', 26);
+    await turn('undo', 'Undo: Delete', '\\+1', 27);
     await run(page, "app.select('elem', 5);");
     await page.click('[data-edit=set]');
     await page.fill('.edit-form input', 'picked');
@@ -239,6 +244,7 @@ describe('served', () => {
     await page.click('[data-edit=do]');
     await until(page, "window.qx.app.mesh.sets.some((s) => s.name === 'picked' && s.elements === 1)");
     await page.click('[data-edit=undo]');
+    await page.click('[data-edit=do]');
     await until(page, "!window.qx.app.mesh.sets.some((s) => s.name === 'picked')");
     clean(page);
     await page.close();
