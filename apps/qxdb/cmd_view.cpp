@@ -116,7 +116,9 @@ Outcome View(const ViewOptions& options, const Context& context) {
     const bool shown = !options.no_browser && viewer::OpenBrowser(address);
     JsonText json;
     json.Begin().Text("model", options.model).Text("address", address).Bool("edit", options.edit);
-    context.Print(fmt::format("{} is at {}\n{}\n", options.model, address,
+    const bool is_all = options.host == "0.0.0.0" || options.host == "::";
+    context.Print(fmt::format("{} is at {}{}\n{}\n", options.model, address,
+                              is_all ? ", and there at every address of this machine" : "",
                               shown          ? "ends when the page is closed, or with Ctrl-C"
                               : options.stay ? "ends with Ctrl-C"
                                              : "open it in a browser; ends with it, or Ctrl-C"),

@@ -111,15 +111,15 @@ function buildHead(app, head, { left, right }) {
   };
   const viewButtons = el('div', { class: 'group', role: 'group', 'aria-label': 'Look from' },
     Object.keys(views).map((view, i) => button(view === 'iso' ? 'Iso' : view[0].toUpperCase() + view.slice(1), `Look from: ${view} (${i + 1})`, () => app.stage.view(view))));
-  const modeButtons = el('div', { class: 'group', role: 'radiogroup', 'aria-label': 'A click picks' });
+  const modeButtons = el('div', { class: 'group', role: 'group', 'aria-label': 'A click picks' });
   for (const [mode, label] of Object.entries(modes)) {
     modeButtons.append(button(label, mode === 'face' ? 'Pick faces that hang together' : mode === 'box' ? 'Pick what a box holds (or drag with Shift)' : mode === 'measure' ? 'Measure distance and angle between nodes' : `Pick ${mode}s`,
-      () => app.setMode(mode), { role: 'radio', 'data-mode': mode, 'aria-checked': String(mode === 'element') }));
+      () => app.setMode(mode), { 'data-mode': mode, 'aria-pressed': String(mode === 'element') }));
   }
   app.setMode = (mode) => {
     app.mode = mode;
     if (mode !== 'measure') app.measured = [];
-    for (const b of modeButtons.children) b.setAttribute('aria-checked', String(b.dataset.mode === mode));
+    for (const b of modeButtons.children) b.setAttribute('aria-pressed', String(b.dataset.mode === mode));
     app.stage.controls.enabled = mode !== 'box';
     app.paint();
     app.tell('measured');

@@ -270,6 +270,7 @@ test('names of a model never become markup', async () => {
     await page.close();
   }
   await stop();
+  qxdb('picture', model, 'hostile.png', '--set', ...names, '--size', '200x150'); // found by its script as well
 });
 
 test('works by keyboard and on a small touch screen', async () => {

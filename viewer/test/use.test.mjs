@@ -8,7 +8,7 @@ import { clean, closeAll, cube, faulty, htmlOf, open, qxdb, run, seeded, serve, 
 after(closeAll);
 
 const openPart = (page, title) => page.locator('#left summary', { hasText: title }).click();
-const mode = (page, name) => page.getByRole('radio', { name, exact: true }).or(page.locator(`[data-mode=${name.toLowerCase()}]`)).first().click();
+const mode = (page, name) => page.locator('[data-mode]', { hasText: name }).click();
 /** Where a node is on the window. */
 const placeOf = async (page, key) => {
   const [x, y] = await run(page, 'const n = app.mesh.nodeOfKey(argument); return app.stage.project(...app.mesh.position.subarray(3 * n, 3 * n + 3));', key);
