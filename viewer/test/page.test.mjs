@@ -246,6 +246,18 @@ describe('served', () => {
     await page.click('[data-edit=undo]');
     await page.click('[data-edit=do]');
     await until(page, "!window.qx.app.mesh.sets.some((s) => s.name === 'picked')");
+    await run(page, "app.select('node', 1);");
+    await page.click('[data-edit=move]');
+    await page.getByLabel('By in z').fill('-0.25');
+    await page.click('.edit-form .primary');
+    await page.locator('[data-edit=do]').waitFor();
+    const lowest = 'return app.mesh.about.origin[2] + Math.min(...app.mesh.position.filter((_, i) => i % 3 === 2));';
+    assert.deepEqual([await run(page, 'return app.nodeMarks.length;'), await run(page, lowest)], [1, 0]);
+    await page.click('[data-edit=do]');
+    await until(page, `Math.abs((() => { const { app } = window.qx; ${lowest} })() + 0.25) < 1e-6`);
+    await page.click('[data-edit=undo]');
+    await page.click('[data-edit=do]');
+    await until(page, `Math.abs((() => { const { app } = window.qx; ${lowest} })()) < 1e-6`);
     clean(page);
     await page.close();
     await stop();

@@ -54,7 +54,7 @@ export function cube(name, n) {
 }
 
 /** Two by two by two hexahedra with faults: number 8 is inside out, 9 is 1 again; beside them two
- * quadrilaterals with a common edge. Fields: "heat" by node, 10 times x; "push", a vector by node;
+ * quadrilaterals with a common edge, numbers 10 and 11, and a line, number 12. Fields: "heat" by node, 10 times x; "push", a vector by node;
  * "load" by element, its number, of hexahedra only. */
 export function faulty(name) {
   const { nodes, hexes } = cubeLines(2);
@@ -64,7 +64,7 @@ export function faulty(name) {
   const count = nodes.length;
   const quads = [[1, 2, 5, 4], [2, 3, 6, 5]].map((q) => q.map((i) => count + i));
   for (let k = 0; k < 6; k++) nodes.push(`${count + k + 1} ${2 + (k % 3) / 2} ${Math.floor(k / 3) / 2} 0`);
-  const elements = [...hexes.map((h) => `5 2 1 1 ${h.join(' ')}`), ...quads.map((q) => `3 2 2 2 ${q.join(' ')}`)];
+  const elements = [...hexes.map((h) => `5 2 1 1 ${h.join(' ')}`), ...quads.map((q) => `3 2 2 2 ${q.join(' ')}`), `1 2 3 3 ${count + 1} ${count + 2}`];
   const field = (place, label, components, values) => [`$${place}`, 1, `"${label}"`, 1, 0.0, 3, 0, components, values.length, ...values, `$End${place}`];
   const x = nodes.map((line) => Number(line.split(' ')[1]));
   return mshModel(name, ['$Nodes', nodes.length, ...nodes, '$EndNodes', '$Elements', elements.length, ...elements.map((e, i) => `${i + 1} ${e}`), '$EndElements',

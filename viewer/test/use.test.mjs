@@ -128,10 +128,12 @@ test('colours by the fields of a model, at nodes by their own values', async () 
 });
 
 test('draws axes, systems and seeds where they are asked for', async () => {
-  const page = await open(htmlOf(faulty('axes')));
+  const model = faulty('axes');
+  qxdb('orient', model, '12', '--vector', '0', '0', '1');
+  const page = await open(htmlOf(model));
   await openPart(page, 'Axes');
   const shown = (name) => run(page, 'return app.stage.overlays.get(argument)?.geometry.attributes.instanceStart?.count ?? 0;', name);
-  for (const [label, name, lines] of [['Local axes of elements', 'axes', 33], ['Show coordinate systems', 'systems', 3]]) {
+  for (const [label, name, lines] of [['Local axes of elements', 'axes', 36], ['Material axes', 'material', 36], ['Orientations of lines', 'orientation', 2], ['Show coordinate systems', 'systems', 3]]) {
     const box = page.getByLabel(label);
     await box.check();
     await until(page, `window.qx.app.stage.overlays.has('${name}')`);
@@ -141,8 +143,7 @@ test('draws axes, systems and seeds where they are asked for', async () => {
   }
   clean(page);
   await page.close();
-  const [model, ...flags] = seeded('seeded');
-  const { address, stop } = await serve(model, ...flags);
+  const { address, stop } = await serve(...seeded('seeded'));
   const seeds = await open(address);
   assert.ok(await run(seeds, "return app.stage.overlays.has('curves') && app.stage.overlays.get('seeds').geometry.attributes.position.count > 100;"));
   await openPart(seeds, 'Axes');
@@ -162,16 +163,16 @@ test('repairs from the page, shown first', async () => {
   assert.match(await page.locator('.counts').textContent(), /elem−1~1/);
   const marked = await run(page, 'return [...app.marks.keys()].filter((e) => e >= 0).map((e) => app.mesh.elementKey[e]).sort();');
   assert.deepEqual(marked, [8, 9]);
-  assert.equal(await run(page, 'return app.mesh.elementCount;'), 11, 'only shown so far');
+  assert.equal(await run(page, 'return app.mesh.elementCount;'), 12, 'only shown so far');
   await page.click('[data-edit=do]');
-  await until(page, 'window.qx.app.mesh.elementCount === 10');
+  await until(page, 'window.qx.app.mesh.elementCount === 11');
   // The history has it as one step, and marks what it changed.
   assert.match(await page.locator('.step').last().textContent(), /Repair mesh.*elem −1 ~1/);
   await page.keyboard.press('[');
-  await until(page, 'window.qx.app.shownStep !== null && window.qx.app.mesh.elementCount === 11');
+  await until(page, 'window.qx.app.shownStep !== null && window.qx.app.mesh.elementCount === 12');
   assert.ok(await page.locator('[data-edit=delete]').isDisabled(), 'the past cannot be changed');
   await page.keyboard.press(']');
-  await until(page, 'window.qx.app.mesh.elementCount === 10 && window.qx.app.marks.size > 0');
+  await until(page, 'window.qx.app.mesh.elementCount === 11 && window.qx.app.marks.size > 0');
   assert.ok(await run(page, "return app.stage.overlays.has('absent');"), 'what went is outlined');
   clean(page);
   await page.close();
