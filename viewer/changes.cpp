@@ -42,7 +42,10 @@ std::map<std::uint16_t, std::vector<std::pair<ITR, Fate>>> FatesOf(const Step& s
   return fates;
 }
 
-/// Appends the corner-to-corner lines of a removed element, which is readable as long as its step.
+/// Of elements that came, more are not outlined: a step that brought a whole mesh is known by it.
+constexpr std::size_t kMostOutlined = 5000;
+
+/// Appends the corner-to-corner lines of an element; a removed one is readable as long as its step.
 void AddOutline(ITR item, const CQXDBSession& session, std::vector<double>& out) {
   const auto& element = *static_cast<const tagTElem*>(KeyedSetBase::RecordAt(item));
   const auto add = [&](std::int32_t a, std::int32_t b) {
@@ -96,14 +99,16 @@ void WriteSteps(Json& json, const CQXDBSession& session) {
 std::string LastChanges(const CQXDBSession& session, std::span<const Key> turned) {
   Pack pack;
   const auto& done = session.History().Done();
-  std::vector<std::int32_t> keys[2][3];  // elements, nodes; by fate
-  std::vector<double> outlines;
+  std::vector<std::int32_t> keys[2][3];         // elements, nodes; by fate
+  std::array<std::vector<double>, 2> outlines;  // of elements added, removed
   if (!done.empty()) {
     for (const auto& [type, records] : FatesOf(done.back())) {
       if (type != code::kElem && type != code::kNode) continue;
       for (const auto& [item, fate] : records) {
         keys[type == code::kNode][fate].push_back(KeyOf(item));
-        if (type == code::kElem && fate == kRemoved) AddOutline(item, session, outlines);
+        if (type != code::kElem || fate == kChanged) continue;
+        if (fate == kAdded && keys[0][kAdded].size() > kMostOutlined) continue;
+        AddOutline(item, session, outlines[fate]);
       }
     }
     pack.Text().Text("name", Utf8(done.back().name)).Name("counts");
@@ -120,15 +125,19 @@ std::string LastChanges(const CQXDBSession& session, std::span<const Key> turned
   // Relative to the first of them, for floats are too coarse far from the origin.
   Json& json = pack.Text();
   std::array<double, 3> from{};
-  if (!outlines.empty()) from = {outlines[0], outlines[1], outlines[2]};
+  for (const auto& lines : outlines) {
+    if (!lines.empty()) from = {lines[0], lines[1], lines[2]};
+  }
   json.Name("outline_origin").StartArray();
   for (const double c : from) json.Number(c);
   json.EndArray();
-  std::vector<float> relative(outlines.size());
-  for (std::size_t i = 0; i < outlines.size(); ++i) {
-    relative[i] = static_cast<float>(outlines[i] - from[i % 3]);
+  for (const Fate fate : {kAdded, kRemoved}) {
+    std::vector<float> relative(outlines[fate].size());
+    for (std::size_t i = 0; i < relative.size(); ++i) {
+      relative[i] = static_cast<float>(outlines[fate][i] - from[i % 3]);
+    }
+    pack.Floats(std::string("outlines_") + kFates[fate], relative);
   }
-  pack.Floats("outlines", relative);
   return pack.Finish();
 }
 

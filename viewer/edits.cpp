@@ -199,11 +199,9 @@ Result<std::string> PreviewEdit(const CQXDBSession& session, std::string_view te
   const auto request = Parse(text);
   if (!request) return request.Error();
   const std::string edit = TextOf(*request, "edit");
-  if (edit == "undo") {
-    if (!session.CanUndo()) return Failure{"", "", "there is nothing to undo", ""};
-    return LastChanges(session);
+  if (edit == "undo" || edit == "redo") {
+    return Failure{"", edit, "has no preview of its own", "look at what its step changed"};
   }
-  if (edit == "redo") return Failure{"", "redo", "has no preview", "do it, and undo it"};
   const std::unique_ptr<CQXDBSession> copy = TakeSnapshot(session);
   std::vector<Key> turned;
   if (edit == "delete") {

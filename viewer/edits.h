@@ -23,8 +23,8 @@ using RefusalText = std::function<std::string()>;
 /// On failure the session is as it was.
 Outcome ApplyEdit(CQXDBSession& session, std::string_view request, const RefusalText& refusal);
 
-/// What it would do, tried on a copy of the session: the pack of LastChanges; of undo, the step
-/// that it takes back. Fails as the edit would, and for redo. Cost: a copy of every record.
+/// What it would do, tried on a copy of the session: the pack of LastChanges. Fails as the edit
+/// would, and for undo and redo: what their step changed tells it. Cost: a copy of every record.
 Result<std::string> PreviewEdit(const CQXDBSession& session, std::string_view request,
                                 const RefusalText& refusal);
 

@@ -7,26 +7,11 @@
 #include "qx_db/platform/file.h"
 
 #include "viewer/assets.h"
+#include "viewer/base64.h"
+#include "viewer/field_values.h"
 
 namespace qx::viewer {
 namespace {
-
-std::string Base64(std::string_view bytes) {
-  constexpr char kDigits[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-  std::string out;
-  out.reserve((bytes.size() + 2) / 3 * 4);
-  for (std::size_t i = 0; i < bytes.size(); i += 3) {
-    const std::size_t count = std::min<std::size_t>(3, bytes.size() - i);
-    std::uint32_t group = 0;
-    for (std::size_t j = 0; j < 3; ++j) {
-      group = group << 8 | (j < count ? static_cast<unsigned char>(bytes[i + j]) : 0u);
-    }
-    for (std::size_t j = 0; j < 4; ++j) {
-      out += j <= count ? kDigits[group >> (18 - 6 * j) & 63] : '=';
-    }
-  }
-  return out;
-}
 
 void Put(std::string& text, std::string_view mark, std::string_view with) {
   const std::size_t at = text.find(mark);
@@ -36,11 +21,10 @@ void Put(std::string& text, std::string_view mark, std::string_view with) {
 /// Collects what the page is to hold.
 class Filling {
  public:
-  Filling(Source& source, HtmlReport& report, std::int64_t present)
-      : source_(source), report_(report), present_(present) {}
+  Filling(Source& source, HtmlReport& report) : source_(source), report_(report) {}
 
   /// A pack of the state that is the page's present.
-  Outcome Add(const std::string& name) { return AddAs(name, name, present_); }
+  Outcome Add(const std::string& name) { return AddAs(name, name, Source::kNow); }
   Outcome Add(const std::string& name, std::int64_t step) {
     return AddAs(name + "@" + std::to_string(step), name, step);
   }
@@ -74,15 +58,10 @@ class Filling {
   }
 
   Outcome AddValues(const HtmlOptions& options) {
-    if (!options.values.empty()) {
-      for (const std::string& name : options.values) {
-        if (Outcome added = Add(std::string(kValuesPrefix) + name); !added) return added;
-      }
-      return {};
-    }
     std::vector<std::string> names;
     // The most telling first.
     for (const char* name : {"scaled-jacobian", "aspect-ratio", "min-angle"}) names.push_back(name);
+    for (std::string& name : FieldNames(source_.Session())) names.push_back(std::move(name));
     for (const MeasureInfo& info : Measures()) {
       const std::string name(info.name);
       if (info.shown == Shown::kByDefault &&
@@ -113,13 +92,12 @@ class Filling {
     // Names are the library's own; still, nothing of the kind gets out of its quotes.
     last_ = pack->size();
     blocks_ += "<script type=\"application/octet-stream\" data-name=\"" + EscapedHtml(full) +
-               "\">" + Base64(*pack) + "</script>\n";
+               "\">" + ToBase64(*pack) + "</script>\n";
     return {};
   }
 
   Source& source_;
   HtmlReport& report_;
-  std::int64_t present_;
   std::string blocks_;
   std::size_t last_ = 0;
 };
@@ -128,7 +106,7 @@ class Filling {
 
 Result<std::string> HtmlPage(Source& source, const HtmlOptions& options, HtmlReport& report) {
   source.SetServed(false);
-  Filling filling(source, report, options.step);
+  Filling filling(source, report);
   if (Outcome added = filling.Add("base"); !added) return added.Error();
   report.base_bytes = filling.Last();
   report.surface_corners = source.Present().Surface().CornerCount();
@@ -144,12 +122,7 @@ Result<std::string> HtmlPage(Source& source, const HtmlOptions& options, HtmlRep
     if (Outcome added = filling.Add("seeds"); !added) return added.Error();
   }
   if (Outcome added = filling.AddValues(options); !added) return added.Error();
-  if (options.with_changes) {
-    if (Outcome added = filling.Add("changes"); !added) return added.Error();
-  }
-  if (options.step_bytes > 0) {
-    if (Outcome added = filling.AddHistory(options.step_bytes); !added) return added.Error();
-  }
+  if (Outcome added = filling.AddHistory(options.step_bytes); !added) return added.Error();
 
   std::string page(PageHtml());
   const std::string name = Utf8FromPath(PathFromUtf8(source.Path()).filename());
@@ -162,10 +135,6 @@ Result<std::string> HtmlPage(Source& source, const HtmlOptions& options, HtmlRep
   head += "</style>";
   Put(page, "<!--HEAD-->", head);
   std::string tail = filling.Blocks();
-  if (!options.scene.empty()) {
-    tail += "<script type=\"application/json\" id=\"scene\" data-scene=\"" +
-            EscapedHtml(options.scene) + "\"></script>\n";
-  }
   tail += "<script>\n";
   tail += PageScript();
   tail += "</script>";

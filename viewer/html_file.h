@@ -16,13 +16,8 @@ struct HtmlOptions {
   std::uint32_t most_solids = 2'000'000;
   /// The steps of the history go in, latest first, as long as they take no more than this.
   std::size_t step_bytes = std::size_t{8} << 20;
-  /// Measures and fields that go in; without any, the usual measures as far as they take no more
-  /// than `value_bytes`.
-  std::vector<std::string> values;
+  /// The usual measures and fields go in as long as they take no more than this.
   std::size_t value_bytes = std::size_t{8} << 20;
-  std::string scene;                 ///< what to show, as JSON; empty for the page with its panels
-  std::int64_t step = Source::kNow;  ///< the state that is the page's present
-  bool with_changes = false;         ///< what the step before that state changed
 };
 
 /// What a page holds, and what it had to leave out, in words for the user.

@@ -3,12 +3,49 @@
 #include <bit>
 #include <cmath>
 #include <cstring>
+#include <initializer_list>
 #include <new>
 #include <zlib.h>
 
 namespace qx::viewer {
 
 static_assert(std::endian::native == std::endian::little);
+
+namespace {
+
+/// Pieces one after another, compressed at the fastest level: what crosses the loopback need not be
+/// small, and most of the gain is in the differences.
+std::string Deflated(std::initializer_list<std::string_view> pieces) {
+  constexpr std::size_t kStep = std::size_t{1} << 20;
+  z_stream stream{};
+  if (deflateInit(&stream, 1) != Z_OK) throw std::bad_alloc();
+  std::string out;
+  const auto run = [&](int flush) {
+    int state = Z_OK;
+    do {
+      const std::size_t used = out.size();
+      out.resize(used + kStep);
+      stream.next_out = reinterpret_cast<Bytef*>(out.data() + used);
+      stream.avail_out = static_cast<uInt>(kStep);
+      state = deflate(&stream, flush);
+      out.resize(out.size() - stream.avail_out);
+    } while (stream.avail_out == 0 && state != Z_STREAM_END);
+  };
+  for (std::string_view piece : pieces) {
+    while (!piece.empty()) {  // the library counts in 32 bits
+      const std::string_view part = piece.substr(0, std::size_t{1} << 30);
+      piece.remove_prefix(part.size());
+      stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(part.data()));
+      stream.avail_in = static_cast<uInt>(part.size());
+      run(Z_NO_FLUSH);
+    }
+  }
+  run(Z_FINISH);
+  deflateEnd(&stream);
+  return out;
+}
+
+}  // namespace
 
 Json& Json::Number(double value) {
   if (!std::isfinite(value)) {
@@ -71,21 +108,12 @@ std::string Pack::Finish() {
   text_.EndObject();
   std::string text = text_.Result();
   text.resize((text.size() + 3) / 4 * 4, ' ');
-  std::string plain = "QXP1";
+  std::string head = "QXP1";
   const auto length = static_cast<std::uint32_t>(text.size());
-  plain.append(reinterpret_cast<const char*>(&length), 4);
-  plain += text;
-  plain += data_;
+  head.append(reinterpret_cast<const char*>(&length), 4);
+  head += text;
+  std::string packed = Deflated({head, data_});
   data_.clear();
-  // The fastest level: what crosses the loopback need not be small, and most of the gain is in the
-  // differences.
-  uLongf size = compressBound(plain.size());
-  std::string packed(size, '\0');
-  if (compress2(reinterpret_cast<Bytef*>(packed.data()), &size,
-                reinterpret_cast<const Bytef*>(plain.data()), plain.size(), 1) != Z_OK) {
-    throw std::bad_alloc();
-  }
-  packed.resize(size);
   return packed;
 }
 

@@ -19,6 +19,7 @@
 
 #include "host/material_records.h"
 #include "host/property_records.h"
+#include "viewer/field_values.h"
 
 namespace qx::viewer {
 namespace {
@@ -296,6 +297,7 @@ std::string PageData::Base(const PageInfo& info) const {
   WriteHostRecords(json, session_);
   WriteSystems(json, session_, length_, origin_);
   WriteMeasures(json);
+  WriteFields(json, session_);
   json.Name("steps");
   WriteSteps(json, session_);
   return pack.Finish();
@@ -401,8 +403,15 @@ std::vector<float> ThicknessValues(const CQXDBSession& session, const DenseMesh&
 }  // namespace
 
 std::string PageData::Values(std::string_view name) const {
+  Pack pack;
   std::vector<float> values;
-  if (const MeasureInfo* info = FindMeasure(name)) {
+  if (auto field = FindField(session_, mesh_, name)) {
+    values = std::move(field->elements);
+    pack.Text().Text("label", field->label).Text("unit", field->unit);
+    std::vector<float> nodes(field->nodes.size());
+    for (std::size_t n = 0; n < nodes.size(); ++n) nodes[number_[n]] = field->nodes[n];
+    pack.Floats("node_values", nodes);
+  } else if (const MeasureInfo* info = FindMeasure(name)) {
     values = MeasureValues(mesh_, *info, length_);
   } else if (name == "part") {
     values = PartValues(mesh_);
@@ -418,7 +427,6 @@ std::string PageData::Values(std::string_view name) const {
   } else {
     return {};
   }
-  Pack pack;
   pack.Floats("values", values);
   return pack.Finish();
 }

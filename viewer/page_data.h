@@ -37,7 +37,8 @@ class PageData {
   /// The solids by their corners, and the nodes inside: to cut, and to look behind what is hidden.
   std::string Volume() const;
   /// A number for each element, NaN where there is none: a measure of quality by its name, or a
-  /// field ("thickness", "part", "x", "y", "z"). Empty for a name that is neither.
+  /// field ("thickness", "part", "x", "y", "z", or one of the model: see FindField), which may have
+  /// numbers for the nodes as well. Empty for a name that is neither.
   std::string Values(std::string_view name) const;
   /// What `check` finds, and free and shared edges, by the numbers of elements and nodes.
   std::string Findings() const;
@@ -69,7 +70,7 @@ class PageData {
 /// The steps of the history as a JSON list, oldest first.
 void WriteSteps(Json& json, const CQXDBSession& session);
 /// What the last done step of a session changed: keys of elements and nodes that it added and
-/// changed, outlines of the elements that it removed, and counts of the records of every pool. Of
+/// changed, outlines of the elements that it removed and of the first that it added, and counts of the records of every pool. Of
 /// the elements that it turned, `turned`, no step tells.
 std::string LastChanges(const CQXDBSession& session, std::span<const Key> turned = {});
 /// The same in a few words for a list: {"node": [added, removed, changed], ...}.

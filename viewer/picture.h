@@ -15,7 +15,7 @@ struct PictureOptions {
   int width = 1600, height = 1000;  ///< of the whole, in pixels
   /// "iso", "front", "back", "left", "right", "top", "bottom"; several share the picture.
   std::vector<std::string> views{"iso"};
-  /// "none", "set", "property", "material", "kind", or what PageData::Values knows.
+  /// "none", "set", "property", "material", "kind", "part", or what PageData::Values knows.
   std::string color = "set";
   std::string palette;        ///< of a range of colours: "viridis" unless said
   std::vector<double> range;  ///< two numbers, or none for what there is
@@ -32,8 +32,8 @@ struct PictureOptions {
   bool perspective = false;
 };
 
-/// Draws into a PNG file. Takes a browser of the Chromium family, found as "chromium" and the like
-/// on PATH or named by QXDB_BROWSER.
-Outcome DrawPicture(Source& source, const PictureOptions& options, const std::string& png);
+/// Draws a model file into a PNG file. Takes a browser that HeadlessBrowser finds.
+Outcome DrawPicture(const std::string& model, const PictureOptions& options,
+                    const std::string& png);
 
 }  // namespace qx::viewer

@@ -1,13 +1,14 @@
 // Every address below the token's is the page's; all else is refused. What guards it:
 // - a token of 128 random bits is the first part of every address;
-// - the Host header must name where the server listens, so that no name that someone else controls
-//   leads here;
+// - the Host header must be a number, "localhost" or the machine's own name, so that no name that
+//   someone else controls leads here;
 // - a request that a browser makes for another site (Origin, Sec-Fetch-Site) is refused;
 // - the content policy allows scripts, styles and connections of this address alone, none inline.
 
 #include "viewer/server.h"
 
 #include <algorithm>
+#include <arpa/inet.h>
 #include <array>
 #include <atomic>
 #include <charconv>
@@ -17,10 +18,12 @@
 #include <deque>
 #include <future>
 #include <httplib.h>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <random>
 #include <thread>
+#include <unistd.h>
 
 #include "viewer/assets.h"
 
@@ -127,11 +130,38 @@ class Desk {
   bool closed_ = false;
 };
 
+/// "192.168.0.7" or "[::1]".
+bool IsNumericAddress(std::string host) {
+  std::array<unsigned char, 16> bytes;
+  if (host.starts_with('[') && host.ends_with(']')) {
+    return inet_pton(AF_INET6, host.substr(1, host.size() - 2).c_str(), bytes.data()) == 1;
+  }
+  return inet_pton(AF_INET, host.c_str(), bytes.data()) == 1;
+}
+
+std::string MachineName() {
+  std::array<char, 256> name{};
+  return gethostname(name.data(), name.size() - 1) == 0 ? name.data() : "";
+}
+
 std::string ErrorJson(const Failure& failure) {
   Json json;
   json.StartObject();
   json.Text("error", failure.Line()).EndObject();
   return json.Result();
+}
+
+/// Gives a body as it is. Set as text, the library would compress it with its slowest settings,
+/// which takes seconds for the page's script and spares a loopback nothing.
+void Give(httplib::Response& response, std::shared_ptr<const std::string> body, const char* type) {
+  const std::size_t size = body->size();
+  response.set_content_provider(
+      size, type, [body = std::move(body)](std::size_t at, std::size_t count, auto& sink) {
+        return sink.write(body->data() + at, count);
+      });
+}
+void Give(httplib::Response& response, std::string body, const char* type) {
+  Give(response, std::make_shared<const std::string>(std::move(body)), type);
 }
 
 std::int64_t NumberOf(const httplib::Request& request, const char* name, std::int64_t otherwise) {
@@ -150,6 +180,7 @@ class PageServer {
 
  private:
   void AddRoutes();
+  bool LeadsHere(std::string host) const;
   bool IsAllowed(const httplib::Request& request) const;
   void Answer(const httplib::Request& request, httplib::Response& response);
   void AnswerPost(const httplib::Request& request, httplib::Response& response);
@@ -173,12 +204,23 @@ class PageServer {
   }
 };
 
+/// Whether a Host header is one that only our own page has. An attacker's page is reached by a name
+/// of his, which he may lead to any address; so numbers are good whatever they are, as the server
+/// may listen at several, and of names only our own.
+bool PageServer::LeadsHere(std::string host) const {
+  const std::string port = ":" + std::to_string(port_);
+  if (host.ends_with(port)) {
+    host.resize(host.size() - port.size());
+  } else if (port_ != 80) {  // which a browser leaves out
+    return false;
+  }
+  return host == options_.host || host == "localhost" || IsNumericAddress(host) ||
+         (!MachineName().empty() && host == MachineName());
+}
+
 bool PageServer::IsAllowed(const httplib::Request& request) const {
   const std::string host = request.get_header_value("Host");
-  const std::string port = ":" + std::to_string(port_);
-  const std::array<std::string, 4> names{options_.host + port, "127.0.0.1" + port,
-                                         "localhost" + port, "[::1]" + port};
-  if (std::find(names.begin(), names.end(), host) == names.end()) return false;
+  if (!LeadsHere(host)) return false;
   const std::string origin = request.get_header_value("Origin");
   if (!origin.empty() && origin != "http://" + host) return false;
   const std::string site = request.get_header_value("Sec-Fetch-Site");
@@ -198,20 +240,20 @@ void PageServer::AnswerState(httplib::Response& response) {
     json.Integer("done", static_cast<std::int64_t>(source_.StepsDone())).EndObject();
     return json.Result();
   });
-  response.set_content(text.value_or("{}"), "application/json");
+  Give(response, text.value_or("{}"), "application/json");
 }
 
 void PageServer::AnswerPack(const std::string& name, const httplib::Request& request,
                             httplib::Response& response) {
   const std::int64_t step = NumberOf(request, "step", Source::kNow);
-  const auto pack = desk_.Ask([&] { return source_.Get(name, step); });
+  auto pack = desk_.Ask([&] { return source_.Get(name, step); });
   if (!pack) return;
   if (!*pack) {
     response.status = 404;
-    response.set_content(ErrorJson(pack->Error()), "application/json");
+    Give(response, ErrorJson(pack->Error()), "application/json");
     return;
   }
-  response.set_content(**pack, "application/octet-stream");
+  Give(response, std::move(**pack), "application/octet-stream");
 }
 
 void PageServer::Answer(const httplib::Request& request, httplib::Response& response) {
@@ -230,21 +272,21 @@ void PageServer::Answer(const httplib::Request& request, httplib::Response& resp
     put("<!--TITLE-->", "QX_db");
     put("<!--HEAD-->", "<link rel=\"stylesheet\" href=\"page.css\">");
     put("<!--TAIL-->", "<script src=\"page.js\"></script>");
-    response.set_content(page, "text/html; charset=utf-8");
+    Give(response, std::move(page), "text/html; charset=utf-8");
   } else if (what == "page.js") {
-    response.set_content(PageScript().data(), PageScript().size(), "text/javascript");
+    Give(response, std::string(PageScript()), "text/javascript");
   } else if (what == "page.css") {
-    response.set_content(PageStyle().data(), PageStyle().size(), "text/css");
+    Give(response, std::string(PageStyle()), "text/css");
   } else if (what == "api/state") {
     AnswerState(response);
   } else if (what == "api/record") {
     const std::string table = request.get_param_value("table");
     const auto key = static_cast<Key>(NumberOf(request, "key", 0));
     const std::int64_t step = NumberOf(request, "step", Source::kNow);
-    const auto text = desk_.Ask([&] { return source_.Record(table, key, step); });
+    auto text = desk_.Ask([&] { return source_.Record(table, key, step); });
     if (!text) return;
     if (!*text) response.status = 404;
-    response.set_content(*text ? **text : ErrorJson(text->Error()), "application/json");
+    Give(response, *text ? std::move(**text) : ErrorJson(text->Error()), "application/json");
   } else if (what.starts_with("api/")) {
     AnswerPack(what.substr(4), request, response);
   } else {
@@ -271,15 +313,15 @@ void PageServer::AnswerPost(const httplib::Request& request, httplib::Response& 
     const auto done = desk_.Ask([&] { return source_.Edit(request.body); });
     if (!done) return;
     if (!*done) response.status = 409;
-    response.set_content(*done ? "{}" : ErrorJson(done->Error()), "application/json");
+    Give(response, *done ? "{}" : ErrorJson(done->Error()), "application/json");
   } else if (what == "api/preview") {
-    const auto pack = desk_.Ask([&] { return source_.Preview(request.body); });
+    auto pack = desk_.Ask([&] { return source_.Preview(request.body); });
     if (!pack) return;
     if (*pack) {
-      response.set_content(**pack, "application/octet-stream");
+      Give(response, std::move(**pack), "application/octet-stream");
     } else {
       response.status = 409;
-      response.set_content(ErrorJson(pack->Error()), "application/json");
+      Give(response, ErrorJson(pack->Error()), "application/json");
     }
   } else {
     response.status = 404;
@@ -333,10 +375,19 @@ Outcome PageServer::Run() {
   }
   const SignalGuard guard;
   std::thread listener([&] { server_.listen_after_bind(); });
-  const bool is_ipv6 = options_.host.find(':') != std::string::npos;
-  const std::string host = is_ipv6 ? "[" + options_.host + "]" : options_.host;
+  // An address that stands for all of the machine's is none to be opened.
+  std::string host = options_.host == "0.0.0.0" ? "127.0.0.1"
+                     : options_.host == "::"    ? "::1"
+                                                : options_.host;
+  if (host.find(':') != std::string::npos) host = "[" + host + "]";
   if (options_.on_ready) {
     options_.on_ready("http://" + host + ":" + std::to_string(port_) + "/" + token_ + "/");
+  }
+  // What the page asks first is made while the browser starts.
+  if (auto base = source_.Get("base"); !base) {
+    server_.stop();
+    listener.join();
+    return base.AsOutcome();
   }
   auto followed = Clock::now();
   while (!g_told_to_end && !IsDeserted()) {

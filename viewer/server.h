@@ -11,8 +11,9 @@
 namespace qx::viewer {
 
 struct ServeOptions {
-  std::string host =
-      "127.0.0.1";    ///< where to listen; anything but loopback is for the user to want
+  /// Where to listen; anything but loopback is for the user to want. "0.0.0.0" and "::" are all
+  /// addresses of the machine.
+  std::string host = "127.0.0.1";
   int port = 0;       ///< 0 for any that is free
   bool stay = false;  ///< go on when the page is closed
   /// Told the address, which holds the token, once the server listens.

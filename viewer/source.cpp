@@ -34,6 +34,7 @@ Result<std::unique_ptr<Source>> Source::Open(const std::string& path, bool editi
 
 void Source::Changed() {
   data_.reset();
+  base_.clear();
   past_data_.reset();
   past_.reset();
   ++revision_;
@@ -77,13 +78,17 @@ Result<std::string> Source::Get(std::string_view name, std::int64_t step) {
   if (!state) return state.Error();
   const PageData& data = *state->data;
   if (name == "base") {
+    const bool is_present = state->session == &Session();
+    if (is_present && !base_.empty()) return base_;
     PageInfo info;
     info.name = Utf8FromPath(PathFromUtf8(path_).filename());
     info.editable = editing_;
     info.served = served_;
     info.seeds = HasSeeds();
     info.step = state->session->History().Done().size();
-    return data.Base(info);
+    std::string base = data.Base(info);
+    if (is_present) base_ = base;
+    return base;
   }
   if (name == "volume") return data.Volume();
   if (name == "findings") return data.Findings();

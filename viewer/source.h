@@ -49,9 +49,15 @@ class Source {
   bool IsEditing() const { return editing_; }
   const std::string& Path() const { return path_; }
   /// Without a server behind it, the page offers less.
-  void SetServed(bool served) { served_ = served; }
+  void SetServed(bool served) {
+    served_ = served;
+    base_.clear();
+  }
   /// Gives the page the seeds of a part (SeedPack), by the name "seeds"; they stay as they are.
-  void SetSeeds(std::string pack) { seeds_ = std::move(pack); }
+  void SetSeeds(std::string pack) {
+    seeds_ = std::move(pack);
+    base_.clear();
+  }
   bool HasSeeds() const { return !seeds_.empty(); }
   /// The present as numbers.
   const PageData& Present();
@@ -72,6 +78,7 @@ class Source {
   std::string seeds_;
   CQXDocBase document_;
   std::optional<PageData> data_;
+  std::string base_;                  // of the present, once it was asked for
   std::unique_ptr<CQXDocBase> past_;  // stands at another step
   std::optional<PageData> past_data_;
   std::uint64_t revision_ = 1;

@@ -8,8 +8,8 @@ trap 'rm -rf "$work"' EXIT
 model=$work/bracket.qxm
 
 "$qxdb" import ../../examples/bracket.msh "$model" >/dev/null
-"$qxdb" picture "$model" viewer-sets.png --size 1100x720
-"$qxdb" picture "$model" viewer-quality.png --size 1100x720 --color scaled-jacobian --cut y=0.5
+"$qxdb" picture "$model" viewer-sets.png --force --size 1100x720
+"$qxdb" picture "$model" viewer-quality.png --force --size 1100x720 --color scaled-jacobian --cut y=0.5
 "$qxdb" edit move "$model" 4000-4200 --by 0 0 0.4 >/dev/null
 "$qxdb" delete "$model" elem 3000-3060 >/dev/null
-"$qxdb" picture "$model" viewer-history.png --size 1100x720 --changes
+"$qxdb" picture "$model" viewer-history.png --force --size 1100x720 --changes

@@ -2,18 +2,21 @@
 
 #include "viewer/page_data.h"
 
+#include <cmath>
 #include <cstring>
 #include <gtest/gtest.h>
 #include <map>
 #include <rapidjson/document.h>
 #include <zlib.h>
 
+#include "qx_db/model/deck_pools.h"
 #include "qx_db/model/mesh_pools.h"
 #include "qx_db/record/element_types.h"
 
 #include "host/session.h"
 #include "tests/scratch_folder.h"
 #include "viewer/edits.h"
+#include "viewer/field_values.h"
 #include "viewer/source.h"
 
 namespace qx {
@@ -120,6 +123,82 @@ TEST(PageDataTest, ACornerTakesAtMostTwelveBytes) {
   const viewer::PageData data(session);
   // All of it, names and keys of every element included.
   EXPECT_LT(data.Base({}).size(), 12 * data.Surface().CornerCount());
+}
+
+TEST(FieldsTest, AreFoundByKeyNameAndComponent) {
+  CQXDBSession session(host::SetUpModel);
+  AddCube(session, 2);
+  auto& fields = Pool<tagTField>(session);
+  tagTField moved;  // twice the position of a node, at two steps
+  moved.name.Set(u"moved");
+  moved.components = 3;
+  for (const int step : {1, 2}) {
+    moved.key = step;
+    moved.step = step;
+    for (ITR at = Pool<tagTNode>(session).GetHeadPosition(); at;) {
+      const ITR node = at;
+      const tagTNode& n = Pool<tagTNode>(session).GetNextNU(at);
+      if (n.key == 27) continue;  // one without
+      for (const double c : {n.position.x, n.position.y, n.position.z}) {
+        tagTNodeValue value;
+        value.value = 2 * step * c;
+        value.target = node;
+        moved.node_values.Add(value);
+      }
+    }
+    fields.InsertNU(moved);
+    moved.node_values.RemoveAll();
+  }
+  tagTField stress;  // at the nodes of one element
+  stress.key = 7;
+  stress.name.Set(u"a:b");
+  stress.place = tagTField::kElementNodes;
+  for (const double value : {1.0, 2.0, 6.0}) {
+    tagTElemValue entry;
+    entry.value = value;
+    entry.target = Pool<tagTElem>(session).Find(3);
+    stress.element_values.Add(entry);
+  }
+  fields.InsertNU(stress);
+
+  const DenseMesh mesh(session);
+  struct Case {
+    const char* name;
+    std::uint32_t node;  // none where there are no values by node
+    double value;
+  };
+  constexpr std::uint32_t kNone = ~0u;
+  // Node 26 (number 25) stands at 1, 2, 2.
+  for (const Case& each : {Case{"field:1", 25, 6},
+                           {"field:1:2", 25, 4},
+                           {"field:2:1", 25, 4},
+                           {"field:moved", 25, 12},
+                           {"field:moved:3", 25, 8},
+                           {"field:a:b", kNone, 3},
+                           {"field:7", kNone, 3}}) {
+    SCOPED_TRACE(each.name);
+    const auto found = viewer::FindField(session, mesh, each.name);
+    ASSERT_TRUE(found);
+    ASSERT_EQ(found->elements.size(), 8u);
+    if (each.node != kNone) {
+      EXPECT_FLOAT_EQ(found->nodes[each.node], static_cast<float>(each.value));
+      EXPECT_TRUE(std::isnan(found->nodes[26]));
+      EXPECT_TRUE(std::isnan(found->elements[7])) << "its last node has no value";
+      EXPECT_FALSE(std::isnan(found->elements[0]));
+    } else {
+      EXPECT_TRUE(found->nodes.empty());
+      EXPECT_FLOAT_EQ(found->elements[2], static_cast<float>(each.value));
+      EXPECT_TRUE(std::isnan(found->elements[3]));
+    }
+  }
+  for (const char* name : {"field:", "field:9", "field:none", "field:1:4", "field:1:-1",
+                           "field:7:0", "moved", "field:moved:x"}) {
+    EXPECT_FALSE(viewer::FindField(session, mesh, name)) << name;
+  }
+  EXPECT_EQ(viewer::FieldNames(session).size(), 4u + 4 + 1);
+  for (const std::string& name : viewer::FieldNames(session)) {
+    EXPECT_TRUE(viewer::FindField(session, mesh, name)) << name;
+  }
 }
 
 TEST(EditsTest, PreviewChangesNothingAndTellsWhatTheEditDoes) {

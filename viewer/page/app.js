@@ -1,16 +1,12 @@
 // What is shown of the model, and how: visibility, colours, cuts, marks, selection, history.
 
-import { cutSolids, Mesh, solidEdges } from './mesh.js';
+import { elementColors } from './colors.js';
+import * as glyphs from './glyphs.js';
+import * as marks from './marks.js';
+import { cutSolids, Mesh } from './mesh.js';
 import * as palette from './palette.js';
+import * as picking from './picking.js';
 import { Stage } from './stage.js';
-
-const MOVED = 0x9db8ff; // elements at nodes that moved
-const UNBOUNDED = 1e29; // ratios without bound come as 1e30
-
-export const plainColors = {
-  set: 'mesh set', property: 'property', material: 'material', kind: 'element kind', part: 'connected part', none: 'nothing',
-};
-export const fields = { thickness: 'thickness', x: 'x of the middle', y: 'y of the middle', z: 'z of the middle' };
 
 const softwareRenderer = () => {
   const gl = document.createElement('canvas').getContext('webgl2');
@@ -27,7 +23,7 @@ export class App {
     this.hidden = new Set();
     this.hiddenElements = new Set();
     this.isolated = null;
-    this.color = { by: 'set', palette: 'viridis', range: null, limit: null, only: false };
+    this.color = { by: null, palette: 'viridis', range: null, limit: null, only: false };
     this.selection = { elements: new Set(), nodes: new Set(), faces: new Set() };
     this.clip = { axis: null, at: 0.5, flip: false };
     this.glyphs = { axes: false, material: false, orientation: false, systems: false, seeds: true };
@@ -52,6 +48,7 @@ export class App {
 
   start(canvas, antialias) {
     this.stage = new Stage(canvas, { antialias: antialias ?? !this.software });
+    this.stage.warmUp();
   }
 
   /** A pack of the state that is shown, kept. */
@@ -81,15 +78,23 @@ export class App {
     this.hiddenElements.clear();
     this.marks.clear();
     this.nodeMarks = [];
+    this.color.by ||= this.firstColor();
     this.materialOf = new Map(this.mesh.about.properties.map((p) => [p.key, p.material]));
     if (this.needsVolume()) await this.loadVolume().catch(() => {});
-    await this.loadSeeds();
+    await glyphs.loadSeeds(this);
     this.rebuild();
     if (!keepCamera) this.stage.view('iso');
     await this.recolor();
     await this.showGlyphs();
     this.applyClip();
     this.tell('loaded');
+  }
+
+  /** What tells most about a model at first sight. */
+  firstColor() {
+    const { about } = this.mesh;
+    if (about.sets.some((set) => set.elements)) return 'set';
+    return about.properties.length > 1 ? 'property' : 'kind';
   }
 
   needsVolume() {
@@ -207,12 +212,6 @@ export class App {
 
   // ---- colours ----------------------------------------------------------------------------------
 
-  /** Own colours where the records have different ones, a palette's otherwise. */
-  colorsOfRecords(records) {
-    const own = new Set(records.map((r) => r.color));
-    return records.map((r, i) => (records.length > 1 && own.size > 1 ? r.color : palette.thing(i)));
-  }
-
   async setColor(change) {
     Object.assign(this.color, change);
     if (change.by) {
@@ -227,120 +226,21 @@ export class App {
     return this.mesh.about.measures.find((m) => m.name === name);
   }
 
-  /** Colours of all elements, and the legend that tells them. */
-  async elementColors() {
-    const { mesh } = this;
-    const { by } = this.color;
-    const colors = new Uint32Array(mesh.elementCount).fill(palette.neutral);
-    const things = (title, rows, place) => {
-      for (let e = 0; e < colors.length; e++) {
-        const row = rows[place(e)];
-        if (row) colors[e] = row.color;
-      }
-      return { colors, legend: { title, rows: rows.filter((r) => r.show !== false) } };
-    };
-    if (by === 'none') return { colors, legend: null };
-    if (by === 'set') {
-      const depth = (set, seen = new Set()) => {
-        const parent = mesh.sets.find((s) => s.key === set.parent);
-        return !parent || seen.has(set) ? 0 : 1 + depth(parent, seen.add(set));
-      };
-      const ordered = [...mesh.sets].sort((a, b) => depth(a) - depth(b));
-      for (const set of ordered) for (const e of set.elementList) colors[e] = set.color;
-      const rows = mesh.sets.filter((s) => s.elements).map((s) => ({ label: s.name, color: s.color, count: s.elements }));
-      return { colors, legend: { title: 'Mesh sets', rows } };
-    }
-    if (by === 'kind') {
-      const place = new Int16Array(256);
-      mesh.about.types.forEach((t, i) => (place[t.code] = i));
-      const rows = mesh.about.types.map((t, i) => ({ label: t.name, color: palette.thing(i), count: t.elements }));
-      return things('Element kinds', rows, (e) => place[mesh.elementType[e]]);
-    }
-    if (by === 'property' || by === 'material') {
-      const { properties, materials } = mesh.about;
-      const records = by === 'property' ? properties : materials;
-      const own = this.colorsOfRecords(records);
-      const used = new Set(mesh.elementProperty);
-      const rows = records.map((r, i) => ({ label: `${r.key}  ${r.name}`, color: own[i] }));
-      const placeOfMaterial = new Map(materials.map((m, i) => [m.key, i]));
-      const place = properties.map((p, i) => (by === 'property' ? i : placeOfMaterial.get(p.material) ?? -1));
-      properties.forEach((_, i) => {
-        if (rows[place[i]]) rows[place[i]].show ||= used.has(i);
-      });
-      rows.forEach((r) => (r.show ||= false));
-      const shown = things(by === 'property' ? 'Properties' : 'Materials', rows, (e) => place[mesh.elementProperty[e]] ?? -1);
-      if (used.has(-1)) shown.legend.rows.push({ label: `no ${by}`, color: palette.neutral });
-      return shown;
-    }
-    return this.valueColors(colors, by);
-  }
-
-  async valueColors(colors, by) {
-    const pack = await this.pack(`values/${by}`);
-    const values = pack.array('values');
-    const { visible } = this;
-    const measure = this.measureOf(by);
-    let low = Infinity;
-    let high = -Infinity;
-    let unbounded = 0;
-    for (let e = 0; e < values.length; e++) {
-      if (visible && !visible[e]) continue;
-      const v = values[e];
-      if (!(v === v)) continue;
-      if (Math.abs(v) > UNBOUNDED) {
-        unbounded++;
-        continue;
-      }
-      if (v < low) low = v;
-      if (v > high) high = v;
-    }
-    if (by === 'part') {
-      const count = Math.max(high, 0);
-      for (let e = 0; e < values.length; e++) if (values[e] === values[e]) colors[e] = palette.thing(values[e] - 1);
-      const rows = Array.from({ length: Math.min(count, 12) }, (_, i) => ({ label: `part ${i + 1}`, color: palette.thing(i) }));
-      if (count > 12) rows.push({ label: `and ${count - 12} more`, color: palette.neutral });
-      return { colors, legend: { title: 'Connected parts', rows } };
-    }
-    const [from, to] = this.color.range || [low, high];
-    const limit = this.color.limit ?? measure?.acceptable ?? null;
-    const fails = (v) => measure && limit != null && (measure.high_is_bad ? v > limit : v < limit);
-    const map = palette.table(this.color.palette);
-    const scale = to > from ? 255 / (to - from) : 0;
-    let failing = 0;
-    let none = 0;
-    const failed = this.failed = new Map(); // shown where only they are to be seen
-    for (let e = 0; e < values.length; e++) {
-      const v = values[e];
-      if (!(v === v)) {
-        colors[e] = palette.outside;
-        none++;
-        continue;
-      }
-      const bad = fails(v);
-      if (bad && (!visible || visible[e])) failing++;
-      if (bad && this.color.only && (!visible || visible[e])) failed.set(e, palette.marks.fault);
-      colors[e] = this.color.only ? (bad ? palette.marks.fault : palette.neutral)
-        : map[Math.max(0, Math.min(255, Math.round((Math.abs(v) > UNBOUNDED ? (v > 0 ? to : from) - from : v - from) * scale)))];
-    }
-    const label = measure ? measure.label : fields[by] || by;
-    const unit = measure ? measure.unit : this.mesh.about.length_unit;
-    return { colors, legend: { title: label, unit, range: [from, to], data: [low, high], map, limit, measure, failing, unbounded, none } };
-  }
-
   async recolor() {
     let result;
     try {
-      result = await this.elementColors();
+      result = await elementColors(this);
     } catch (error) {
       this.tell('notice', `No colours by ${this.color.by}: ${error.message}`);
       this.color.by = 'set';
-      result = await this.elementColors();
+      result = await elementColors(this);
     }
     this.colors = result.colors;
+    this.nodeColors = result.nodes;
     this.legend = result.legend;
     this.paint();
     this.tell('legend', this.legend);
-    await this.outlineMarked(this.legend?.map && this.color.only ? this.failed : new Map(), 'failed');
+    await this.outlineMarked(result.failed || new Map(), 'failed');
     this.stage.draw();
   }
 
@@ -360,7 +260,12 @@ export class App {
       const own = e < 0 ? palette.neutral : colors[e];
       return paler ? mixed(own, 0xc9ced6, 0.8) : own;
     };
-    stage.faces.paint((f) => of(stage.table.element[f], selection.faces.has(f)));
+    const { nodeColors } = this;
+    stage.faces.paint((f) => {
+      const e = stage.table.element[f];
+      const isPlain = nodeColors && !paler && !selection.faces.has(f) && !selection.elements.has(e);
+      return isPlain ? null : of(e, selection.faces.has(f));
+    }, nodeColors && stage.colorAt(nodeColors));
     stage.caps.paint((i) => of(stage.capOf[i], false));
     stage.paintLines((e) => of(e, false));
     const nodes = this.nodeMarks.concat([...selection.nodes].map((n) => [n, palette.selected]));
@@ -435,6 +340,11 @@ export class App {
     this.tell('selected');
   }
 
+  /** What is at a place of the canvas: {face, element, point, kind}, or null. */
+  at(x, y) {
+    return picking.pick(this.stage, x, y);
+  }
+
   /** A pick at a place of the canvas, by the mode at work. */
   pickAt(x, y, add) {
     const { selection, stage } = this;
@@ -442,14 +352,14 @@ export class App {
     if (this.mode === 'measure') return this.measureAt(x, y);
     if (!add) for (const set of Object.values(selection)) set.clear();
     if (this.mode === 'node') {
-      const n = stage.pickNode(x, y);
+      const n = picking.pickNode(stage, x, y);
       if (n >= 0) {
         if (add && selection.nodes.has(n)) selection.nodes.delete(n);
         else selection.nodes.add(n);
         this.picked = { table: 'node', key: this.mesh.nodeKey[n] };
       }
     } else {
-      const hit = stage.pick(x, y);
+      const hit = picking.pick(stage, x, y);
       if (hit && hit.element >= 0) {
         if (this.mode === 'face' && hit.face >= 0) this.addFaces(hit.face);
         else if (add && selection.elements.has(hit.element)) selection.elements.delete(hit.element);
@@ -492,8 +402,8 @@ export class App {
     const { selection, stage } = this;
     if (!add) for (const set of Object.values(selection)) set.clear();
     const box = [Math.min(x0, x1), Math.min(y0, y1), Math.max(x0, x1), Math.max(y0, y1)];
-    for (const f of stage.facesIn(...box)) selection.elements.add(stage.table.element[f]);
-    for (const e of stage.linesIn(...box)) selection.elements.add(e);
+    for (const f of picking.facesIn(stage, ...box)) selection.elements.add(stage.table.element[f]);
+    for (const e of picking.linesIn(stage, ...box)) selection.elements.add(e);
     this.picked = null;
     this.paint();
     this.tell('selected');
@@ -558,7 +468,7 @@ export class App {
   // ---- measuring --------------------------------------------------------------------------------
 
   measureAt(x, y) {
-    const n = this.stage.pickNode(x, y);
+    const n = picking.pickNode(this.stage, x, y);
     if (n < 0) return null;
     if (this.measured.length >= 3) this.measured = [];
     this.measured.push(n);
@@ -588,190 +498,25 @@ export class App {
     return out;
   }
 
-  // ---- marks ------------------------------------------------------------------------------------
+  // ---- marks and glyphs ---------------------------------------------------------------------------
 
   clearMarks() {
-    this.marks.clear();
-    this.nodeMarks = [];
-    this.finding = null;
-    for (const name of ['removed', 'free_edge', 'shared_edge', 'inside']) this.stage.setOverlay(name, null);
-    this.paint();
-    this.tell('marks', null);
+    marks.clearMarks(this);
   }
-
-  /** Marks what a pack of changes names: a step of the history, or what an edit would do. `ahead`:
-   * it has not happened yet, so that what it removes is still there. */
-  markChanges(pack, ahead) {
-    this.marks.clear();
-    this.nodeMarks = [];
-    const { mesh } = this;
-    const mark = (name, color) => {
-      for (const key of pack.array(`element_${name}`)) {
-        const e = mesh.elementOfKey(key);
-        if (e >= 0) this.marks.set(e, color);
-      }
-      for (const key of pack.array(`node_${name}`)) {
-        const n = mesh.nodeOfKey(key);
-        if (n >= 0 && this.nodeMarks.length < 20000) this.nodeMarks.push([n, color]);
-      }
-    };
-    mark('added', palette.marks.added);
-    mark('changed', palette.marks.changed);
-    if (ahead) mark('removed', palette.marks.removed);
-    // Nodes that moved say little by themselves: the elements at them are marked too, paler.
-    const moved = new Set(this.nodeMarks.filter(([, c]) => c === palette.marks.changed).map(([n]) => n));
-    if (moved.size) {
-      const { table } = this.stage;
-      for (let f = 0; f < table.count; f++) {
-        if (this.marks.has(table.element[f])) continue;
-        for (let i = table.first[f]; i < table.first[f + 1]; i++) {
-          if (moved.has(table.node[i])) this.marks.set(table.element[f], MOVED);
-        }
-      }
-    }
-    const relative = pack.array('outlines');
-    const from = pack.text.outline_origin;
-    const shift = from.map((c, i) => c - mesh.about.origin[i]);
-    const places = new Float32Array(relative.length);
-    for (let i = 0; i < places.length; i++) places[i] = relative[i] + shift[i % 3];
-    this.stage.setOverlay('removed', ahead ? null : places, palette.marks.removed, 1.8, true);
-    if (!this.marks.size && (this.nodeMarks.length || places.length)) this.marks.set(-2, 0); // still pale
-    this.paint();
-    this.tell('marks', pack);
-    return this.outlineMarked();
+  markChanges(pack, how) {
+    return marks.markChanges(this, pack, how);
   }
-
-  /** Outlines marked solids, which may lie inside, so that they are seen through what is before. */
-  async outlineMarked(marks = this.marks, name = 'inside') {
-    const { mesh, stage } = this;
-    stage.setOverlay(name, null);
-    if (!mesh.about.solids || ![...marks.keys()].some((e) => e >= 0)) return;
-    await this.loadVolume().catch(() => {});
-    if (!mesh.solids || this.mesh !== mesh) return;
-    const lines = [];
-    const tints = [];
-    const p = mesh.position;
-    for (const { corners, node, element } of mesh.solids) {
-      for (let i = 0; i < element.length && lines.length < 600000; i++) {
-        const color = marks.get(element[i]);
-        if (color === undefined || color === MOVED) continue;
-        for (const edge of solidEdges[corners]) {
-          for (const place of edge) {
-            const n = 3 * node[corners * i + place];
-            lines.push(p[n], p[n + 1], p[n + 2]);
-            tints.push((color >> 16) / 255, (color >> 8 & 255) / 255, (color & 255) / 255);
-          }
-        }
-      }
-    }
-    stage.setOverlay(name, new Float32Array(lines), new Float32Array(tints), 1.6, true);
-    stage.draw();
+  outlineMarked(of, name) {
+    return marks.outlineMarked(this, of, name);
   }
-
-  async findings() {
+  findings() {
     return this.pack('findings');
   }
-
-  async markFinding(name) {
-    const pack = await this.findings();
-    this.clearMarks();
-    this.finding = name;
-    const p = this.mesh.position;
-    if (name === 'free_edge' || name === 'shared_edge') {
-      const nodes = pack.array(name);
-      const places = new Float32Array(3 * nodes.length);
-      nodes.forEach((n, i) => places.set(p.subarray(3 * n, 3 * n + 3), 3 * i));
-      this.stage.setOverlay(name, places, name === 'free_edge' ? palette.marks.fault : palette.marks.note, 4);
-    } else {
-      const finding = pack.text.findings.find((f) => f.name === name);
-      const color = finding.fault ? palette.marks.fault : palette.marks.note;
-      for (const key of pack.array(name)) {
-        if (finding.of_nodes) {
-          const n = this.mesh.nodeOfKey(key);
-          if (n >= 0) this.nodeMarks.push([n, color]);
-        } else {
-          const e = this.mesh.elementOfKey(key);
-          if (e >= 0) this.marks.set(e, color);
-        }
-      }
-      if (!this.marks.size) this.marks.set(-2, 0);
-    }
-    this.paint();
-    this.tell('marks', null);
-    await this.outlineMarked();
+  markFinding(name) {
+    return marks.markFinding(this, name);
   }
-
-  // ---- glyphs -----------------------------------------------------------------------------------
-
-  async showGlyphs() {
-    const { stage, mesh } = this;
-    const wanted = ['axes', 'material', 'orientation'].filter((name) => this.glyphs[name]);
-    for (const name of ['axes', 'material', 'orientation', 'systems']) stage.setOverlay(name, null);
-    const colors = [0xd55e00, 0x009e73, 0x0072b2].map((c) => [(c >> 16) / 255, (c >> 8 & 255) / 255, (c & 255) / 255]);
-    const draw = (name, triads, count, size, which) => {
-      const places = new Float32Array(count * which.length * 6);
-      const tints = new Float32Array(places.length);
-      let k = 0;
-      for (let i = 0; i < count; i++) {
-        for (const a of which) {
-          for (let end = 0; end < 2; end++) {
-            for (let c = 0; c < 3; c++) {
-              places[k] = triads[12 * i + c] + end * size * triads[12 * i + 3 + 3 * a + c];
-              tints[k++] = colors[a][c];
-            }
-          }
-        }
-      }
-      stage.setOverlay(name, places, tints, 2.5);
-    };
-    if (wanted.length) {
-      const pack = await this.pack('glyphs').catch((error) => this.tell('notice', error.message));
-      if (!pack) return;
-      for (const name of wanted) {
-        const triads = pack.array(name);
-        const of = pack.array(`${name}_element`);
-        const kept = [];
-        for (let i = 0; i < of.length; i++) {
-          if (!this.visible || this.visible[of[i]]) kept.push(...triads.subarray(12 * i, 12 * i + 12));
-        }
-        const size = (1.1 * stage.radius) / Math.cbrt(Math.max(8, mesh.elementCount));
-        draw(name, kept, kept.length / 12, size, name === 'orientation' ? [1, 2] : [0, 1, 2]);
-        if (pack.text[`${name}_cut`]) this.tell('notice', 'Only the first 20 000 axes are drawn.');
-      }
-    }
-    this.showSeeds();
-    if (this.glyphs.systems) {
-      const triads = mesh.about.systems.flatMap((s) => [...s.origin, ...s.axes.flat()]);
-      draw('systems', triads, mesh.about.systems.length, 0.18 * stage.radius, [0, 1, 2]);
-    }
-    stage.draw();
-  }
-
-  async loadSeeds() {
-    if (!this.mesh.about.seeds || this.seeds) return;
-    const pack = await this.data.get('seeds');
-    const shift = pack.text.origin.map((c, i) => c - this.mesh.about.origin[i]);
-    const placed = (name) => pack.array(name).map((v, i) => v + shift[i % 3]);
-    this.seeds = { curves: placed('curves'), dots: placed('seeds'), curveControl: pack.array('curve_control'), seedControl: pack.array('seed_control') };
-    this.stage.beside = this.seeds.curves;
-  }
-
-  /** Edges of geometry in the colours of their size controls, and their seeds. */
-  showSeeds() {
-    const { seeds, stage } = this;
-    const on = seeds && this.glyphs.seeds;
-    stage.setOverlay('curves', null);
-    stage.setDots('seeds', null);
-    if (!on) return;
-    const controls = [...new Set(seeds.seedControl)];
-    const color = (control) => (control ? palette.thing(controls.indexOf(control)) : 0x8b949e);
-    const tints = new Float32Array(seeds.curves.length);
-    seeds.curveControl.forEach((control, i) => {
-      const c = color(control);
-      for (let k = 6 * i; k < 6 * i + 6; k++) tints[k] = (c >> (16 - 8 * (k % 3)) & 255) / 255;
-    });
-    stage.setOverlay('curves', seeds.curves, tints, 2);
-    stage.setDots('seeds', seeds.dots, Array.from(seeds.seedControl, color));
+  showGlyphs() {
+    return glyphs.showGlyphs(this);
   }
 
   // ---- history ----------------------------------------------------------------------------------
@@ -786,7 +531,7 @@ export class App {
       this.shownStep = step;
       if (step > 0) {
         const changes = await this.data.get('changes', step);
-        await this.markChanges(changes, false);
+        await this.markChanges(changes);
       } else {
         this.clearMarks();
       }

@@ -66,6 +66,11 @@ class InPage {
 /** Packs of the server; a name that it does not know is an error with the server's text. */
 class FromServer {
   served = true;
+  constructor() {
+    // Asked for before anything else is made ready.
+    this.first = this.fetch('base');
+    this.first.catch(() => {}); // told to who asks
+  }
   has() {
     return true;
   }
@@ -87,9 +92,14 @@ class FromServer {
     }
     return response;
   }
-  async get(name, step) {
+  async fetch(name, step) {
     const response = await this.ask(this.url(name, { step }));
     return inflate(new Uint8Array(await response.arrayBuffer()));
+  }
+  get(name, step) {
+    const { first } = this;
+    this.first = null;
+    return first && name === 'base' && step == null ? first : this.fetch(name, step);
   }
   async record(table, key, step) {
     return (await this.ask(this.url('record', { table, key, step }))).json();
@@ -115,5 +125,25 @@ class FromServer {
   }
 }
 
-export const openData = () =>
-  document.querySelector('script[data-name="base"]') ? new InPage() : new FromServer();
+/** Packs of the program that drives this browser to draw a picture. */
+class FromProgram {
+  served = false;
+  waiting = new Map();
+  has() {
+    return true;
+  }
+  get(name) {
+    return new Promise((resolve) => {
+      this.waiting.set(name, resolve);
+      window.qxAsk(name);
+    });
+  }
+  give(name, text) {
+    this.waiting.get(name)(inflate(fromBase64(text)));
+  }
+}
+
+export const openData = () => {
+  if (window.qxAsk) return new FromProgram();
+  return document.querySelector('script[data-name="base"]') ? new InPage() : new FromServer();
+};

@@ -33,8 +33,8 @@ function fill(app, holder) {
       act('Make a set', 'A mesh set of the selection', elements.length || own.length, () => askSet(app, form, elements, own), 'set'),
       act('Move', 'Move the selected nodes, or those of the faces and elements', nodes.length || elements.length, () => askMove(app, form, nodes), 'move'),
       act('Fix', 'Repair the mesh', true, () => askFix(app, form), 'fix'),
-      act('Undo', 'Take the last step back', app.present > 0, () => perform(app, form, { edit: 'undo' }), 'undo'),
-      act('Redo', 'Do the step again that was undone', undone, () => perform(app, form, { edit: 'redo' }), 'redo')),
+      act('Undo', 'Take the last step back', app.present > 0, () => preview(app, form, { edit: 'undo' }), 'undo'),
+      act('Redo', 'Do the step again that was undone', undone, () => preview(app, form, { edit: 'redo' }), 'redo')),
     form);
 }
 
@@ -81,13 +81,16 @@ function askFix(app, form) {
 async function preview(app, form, request) {
   app.tell('busy', 'trying it on a copy');
   try {
-    const pack = await app.data.preview(request);
-    const counts = Object.entries(pack.text.counts || {});
-    app.markChanges(pack, true);
+    const back = request.edit === 'undo';
+    const isOfStep = back || request.edit === 'redo';
+    const pack = isOfStep ? await app.data.get('changes', app.present + (back ? 0 : 1)) : await app.data.preview(request);
+    const counts = Object.entries(pack.text.counts || {}).map(([table, [added, removed, changed]]) =>
+      [table, back ? [removed, added, changed] : [added, removed, changed]]);
+    app.markChanges(pack, { ahead: true, back });
     const turned = [...pack.array('element_turned')];
     const rows = counts.map(([table, [added, removed, changed]]) => el('tr', {}, el('th', { scope: 'row' }, table), el('td', {}, added ? `+${grouped(added)}` : ''), el('td', {}, removed ? `−${grouped(removed)}` : ''), el('td', {}, changed ? `~${grouped(changed)}` : '')));
     form.replaceChildren(
-      el('h3', {}, pack.text.name || request.edit),
+      el('h3', {}, isOfStep ? `${back ? 'Undo' : 'Redo'}: ${pack.text.name}` : pack.text.name || request.edit),
       rows.length ? el('table', { class: 'counts' }, el('tr', {}, el('th', {}), el('td', {}, 'added'), el('td', {}, 'removed'), el('td', {}, 'changed')), rows) : el('p', { class: 'hint' }, 'Nothing would change.'),
       turned.length ? el('p', { class: 'hint' }, `Turns the local axes of ${turned.length > 1 ? `${grouped(turned.length)} elements` : 'element'}: ${turned.slice(0, 6).join(', ')}${turned.length > 6 ? ', …' : ''}`) : '',
       el('div', { class: 'row-buttons' }, rows.length ? el('button', { type: 'button', class: 'primary', 'data-edit': 'do', onclick: () => perform(app, form, { ...request, turn: true }) }, 'Do it') : '', cancel(app, form)));
@@ -110,7 +113,7 @@ async function perform(app, form, request) {
     app.step = null;
     app.shownStep = null;
     await app.load({ keepCamera: true });
-    if (request.edit !== 'undo' && request.edit !== 'redo') app.markChanges(await app.data.get('changes'), false);
+    if (request.edit !== 'undo' && request.edit !== 'redo') app.markChanges(await app.data.get('changes'));
     app.tell('step');
   } catch (error) {
     form.replaceChildren(el('p', { class: 'fails', role: 'alert' }, error.message), el('div', { class: 'row-buttons' }, cancel(app, form)));

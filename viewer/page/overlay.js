@@ -36,7 +36,7 @@ export function buildLegend(holder, app, interactive) {
   if (holder.hidden) return;
   holder.append(el('h3', {}, legend.title, legend.unit ? el('small', {}, ` ${legend.unit}`) : null));
   if (legend.rows) {
-    const most = interactive ? 16 : 14;
+    const most = !interactive ? 14 : matchMedia('(max-width: 900px)').matches ? 6 : 16;
     for (const { label, color, count } of legend.rows.slice(0, most)) {
       holder.append(el('div', { class: 'legend-row' }, swatch(color), el('span', { class: 'name' }, label),
         count == null ? null : el('span', { class: 'count' }, grouped(count))));

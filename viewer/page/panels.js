@@ -5,7 +5,7 @@ import { buildEditing } from './editing.js';
 import { buildInspector } from './inspector.js';
 import { buildLegend, drawTriad } from './overlay.js';
 import * as palette from './palette.js';
-import { fields, plainColors } from './app.js';
+import { colorsOfRecords, ownFields, plainColors } from './colors.js';
 import { views } from './stage.js';
 
 const icons = {
@@ -111,20 +111,20 @@ function buildHead(app, head, { left, right }) {
   };
   const viewButtons = el('div', { class: 'group', role: 'group', 'aria-label': 'Look from' },
     Object.keys(views).map((view, i) => button(view === 'iso' ? 'Iso' : view[0].toUpperCase() + view.slice(1), `Look from: ${view} (${i + 1})`, () => app.stage.view(view))));
-  const modeButtons = el('div', { class: 'group', role: 'radiogroup', 'aria-label': 'A click picks' });
+  const modeButtons = el('div', { class: 'group', role: 'group', 'aria-label': 'A click picks' });
   for (const [mode, label] of Object.entries(modes)) {
     modeButtons.append(button(label, mode === 'face' ? 'Pick faces that hang together' : mode === 'box' ? 'Pick what a box holds (or drag with Shift)' : mode === 'measure' ? 'Measure distance and angle between nodes' : `Pick ${mode}s`,
-      () => app.setMode(mode), { role: 'radio', 'data-mode': mode, 'aria-checked': String(mode === 'element') }));
+      () => app.setMode(mode), { 'data-mode': mode, 'aria-pressed': String(mode === 'element') }));
   }
   app.setMode = (mode) => {
     app.mode = mode;
     if (mode !== 'measure') app.measured = [];
-    for (const b of modeButtons.children) b.setAttribute('aria-checked', String(b.dataset.mode === mode));
+    for (const b of modeButtons.children) b.setAttribute('aria-pressed', String(b.dataset.mode === mode));
     app.stage.controls.enabled = mode !== 'box';
     app.paint();
     app.tell('measured');
   };
-  const search = el('input', { type: 'search', placeholder: 'elem 12, node 5, a name …', 'aria-label': 'Find a record by key or name', spellcheck: false });
+  const search = el('input', { type: 'search', placeholder: 'elem 12, a name …', 'aria-label': 'Find a record by key or name', spellcheck: false });
   const form = el('form', { class: 'search', role: 'search', onsubmit: (event) => {
     event.preventDefault();
     find(app, search.value);
@@ -138,7 +138,7 @@ function buildHead(app, head, { left, right }) {
   head.append(
     button(icon('panel'), 'Panel: what is shown', drawer(left, right)),
     el('div', { class: 'title' }, name, facts),
-    viewButtons,
+    el('div', { class: 'tools' }, viewButtons,
     el('div', { class: 'group' }, button(icon('fit'), 'Fit to the window (F)', () => app.stage.fit()), deep, edges),
     modeButtons,
     form,
@@ -152,7 +152,7 @@ function buildHead(app, head, { left, right }) {
       button(icon('help'), 'Keys and facts (?)', () => {
         fillHelp(app, help);
         help.showModal();
-      })),
+      }))),
     button(icon('side'), 'Panel: what is known', drawer(right, left)),
     help);
   app.showHelp = () => {
@@ -303,9 +303,9 @@ function buildTree(app, tree, note) {
   mesh.sets.forEach((s) => add(s, 0));
   part('Mesh sets', rows);
   part('Element kinds', about.types.map((t, i) => row(`kind:${t.code}`, t.name, palette.thing(i), t.elements)));
-  const own = app.colorsOfRecords(about.properties);
+  const own = colorsOfRecords(about.properties);
   part('Properties', about.properties.map((p, i) => row(`property:${p.key}`, `${p.key} ${p.name}`, own[i])));
-  const colors = app.colorsOfRecords(about.materials);
+  const colors = colorsOfRecords(about.materials);
   part('Materials', about.materials.map((m, i) => row(`material:${m.key}`, `${m.key} ${m.name}`, colors[i])));
   const systems = el('input', { type: 'checkbox', checked: app.glyphs.systems, 'aria-label': 'Show coordinate systems', onchange: () => {
     app.glyphs.systems = systems.checked;
@@ -327,7 +327,7 @@ function buildColour(app, holder) {
   const has = (name) => app.data.has(`values/${name}`, app.stepAsked);
   const only = (entries) => Object.fromEntries(Object.entries(entries).filter(([name]) => has(name)));
   const plain = Object.fromEntries(Object.entries(plainColors).filter(([name]) => name !== 'part' || has('part')));
-  const groups = [['', plain], ['Quality', only(common)], ['Quality, more', only(rare)], ['Fields', only(fields)]].filter(([, e]) => Object.keys(e).length);
+  const groups = [['', plain], ['Quality', only(common)], ['Quality, more', only(rare)], ['Fields', { ...only(Object.fromEntries(about.fields.map((f) => [f.name, f.label]))), ...only(ownFields) }]].filter(([, e]) => Object.keys(e).length);
   const content = [field('Colour by', choice(groups, app.color.by, (by) => app.setColor({ by }), 'Colour by'))];
   const { legend } = app;
   if (legend && legend.map) {
@@ -337,7 +337,7 @@ function buildColour(app, holder) {
       range[i] = Number(event.target.value);
       app.setColor({ range: range[1] > range[0] ? range : null });
     } });
-    content.push(el('div', { class: 'field' }, el('span', {}, 'Range'), el('div', { class: 'pair' }, bound(0), bound(1),
+    content.push(el('div', { class: 'field wide' }, el('span', {}, 'Range'), el('div', { class: 'pair' }, bound(0), bound(1),
       button('auto', 'The range of what there is', () => app.setColor({ range: null })))));
     if (legend.measure) {
       const limit = el('input', { type: 'number', step: 'any', value: legend.limit ?? '', 'aria-label': 'Limit', onchange: () => app.setColor({ limit: limit.value === '' ? null : Number(limit.value) }) });

@@ -12,22 +12,22 @@ export async function buildPicture(app, root, scene) {
   const holder = el('div', { id: 'stage' }, canvas, title, legend);
   root.append(holder);
   app.start(canvas, true);
+  app.stage.still = true; // drawn once, when all is in its place
   app.stage.setTheme(scene.dark);
   app.stage.setEdges(scene.edges);
   app.stage.useCamera(scene.perspective);
-  if (scene.palette) app.color.palette = scene.palette;
+  Object.assign(app.color, { by: scene.color, range: scene.range || null, palette: scene.palette || app.color.palette });
   app.stage.resize();
   await app.load();
   if (scene.sets.length) {
     const keys = app.mesh.sets.filter((set) => scene.sets.includes(set.name)).map((set) => set.key);
     await app.isolate('', keys.flatMap((key) => app.elementsOf(`set:${key}`)));
   }
-  await app.setColor({ by: scene.color, range: scene.range || null });
   if (scene.cut_axis) await app.setClip({ axis: scene.cut_axis, at: scene.cut_at });
   let note = '';
-  if (scene.changes && app.data.has('changes')) {
+  if (scene.changes && app.mesh.about.step > 0) {
     const pack = await app.data.get('changes');
-    await app.markChanges(pack, false);
+    await app.markChanges(pack);
     note = ` · step ${app.mesh.about.step}: ${pack.text.name || ''}`;
   }
   if (scene.findings) {
@@ -41,17 +41,18 @@ export async function buildPicture(app, root, scene) {
   const { width, height } = canvas.parentElement.getBoundingClientRect();
   const columns = scene.views.length > 1 ? Math.ceil(Math.sqrt(scene.views.length)) : 1;
   const rows = Math.ceil(scene.views.length / columns);
+  const beside = scene.views.length > 1 ? 84 : 0; // where the axes and the name of a view stand
   app.stage.setPanes(scene.views.map((view, i) => ({
-    view, x: ((i % columns) * width) / columns, y: (Math.floor(i / columns) * height) / rows,
-    width: width / columns, height: height / rows,
+    view, x: ((i % columns) * width) / columns + beside, y: (Math.floor(i / columns) * height) / rows,
+    width: width / columns - beside, height: height / rows,
   })));
   title.textContent = app.mesh.about.name + note;
   buildLegend(legend, app, false);
   for (const pane of app.stage.panes) {
-    const label = scene.views.length > 1 ? pane.view : '';
+    const label = scene.views.length > 1 ? el('span', {}, pane.view) : '';
     const triad = el('div', { class: 'pane-triad' }, drawTriad(pane.camera), label);
-    triad.style.left = `${pane.x + 10}px`;
-    triad.style.top = `${pane.y + pane.height - 84}px`;
+    triad.style.left = `${pane.x - beside + 8}px`;
+    triad.style.bottom = `${height - pane.y - pane.height + 10}px`;
     holder.append(triad);
   }
   app.stage.drawNow();

@@ -1,4 +1,4 @@
-// What is drawn: the mesh in buffers of the graphics card, cameras, and picking.
+// What is drawn: the mesh in buffers of the graphics card, and cameras.
 
 import {
   BufferAttribute, BufferGeometry, ColorManagement, DoubleSide, GLSL3, LinearSRGBColorSpace, LineBasicMaterial,
@@ -15,19 +15,20 @@ import { middleShares, triangles } from './mesh.js';
 ColorManagement.enabled = false; // colours are what the screen is to show
 
 // Edges are drawn where a triangle's barycentric coordinate is small; a side that is no edge of its
-// face has 1 there at all three corners. That costs no lines, which software renderers are slow at.
+// face has 1 there at all three corners. That costs no lines, which software renderers are slow at;
+// the few edges at which faces fold are lines.
 const faceVertex = `
-  in vec4 edge; in vec4 sharp; in vec4 tint;
-  out vec3 vView; out vec3 vPlace; out vec3 vEdge; out vec3 vSharp; out vec4 vTint;
+  in vec4 edge; in vec4 tint;
+  out vec3 vView; out vec3 vPlace; out vec3 vEdge; out vec4 vTint;
   void main() {
     vec4 view = modelViewMatrix * vec4(position, 1.0);
-    vView = view.xyz; vPlace = position; vEdge = edge.xyz; vSharp = sharp.xyz; vTint = tint;
+    vView = view.xyz; vPlace = position; vEdge = edge.xyz; vTint = tint;
     gl_Position = projectionMatrix * view;
     gl_Position.z -= 0.000004 * edge.w * gl_Position.w; // shells before the solids they lie on
   }`;
 const faceFragment = `
   precision highp float;
-  in vec3 vView; in vec3 vPlace; in vec3 vEdge; in vec3 vSharp; in vec4 vTint;
+  in vec3 vView; in vec3 vPlace; in vec3 vEdge; in vec4 vTint;
   out vec4 color;
   uniform vec4 clip; uniform vec3 ink; uniform float edges; uniform float cap; uniform float backShade; uniform float scale;
   float nearest(vec3 b, out float coarse) {
@@ -48,9 +49,6 @@ const faceFragment = `
     // Edges closer together than a few pixels would turn everything dark.
     float fade = 1.0 - smoothstep(0.10, 0.42, coarse);
     float line = (1.0 - smoothstep(0.35 * scale, 1.15 * scale, d)) * edges * (0.10 + 0.48 * fade);
-    float ignored;
-    float s = nearest(vSharp, ignored);
-    line = max(line, (1.0 - smoothstep(0.75 * scale, 1.6 * scale, s)) * 0.88);
     color = vec4(mix(c, ink, line), 1.0);
   }`;
 const pointVertex = `
@@ -59,7 +57,7 @@ const pointVertex = `
     vTint = tint; vPlace = position;
     gl_Position = projectionMatrix * modelViewMatrix * vec4(position, 1.0);
     gl_Position.z -= 0.0006 * gl_Position.w;
-    gl_PointSize = size;
+    gl_PointSize = size * tint.a;
   }`;
 const pointFragment = `
   precision highp float;
@@ -92,34 +90,35 @@ class FaceBuffers {
     this.geometry = this.object.geometry = new BufferGeometry();
     this.position = new Float32Array(9 * count);
     this.edge = new Uint8Array(12 * count);
-    this.sharp = new Uint8Array(12 * count);
     this.tint = new Uint8Array(12 * count);
     this.face = new Uint32Array(count);
+    this.place = new Int8Array(3 * count); // of each corner in its face
     const set = (name, array, size, normalized) =>
       this.geometry.setAttribute(name, new BufferAttribute(array, size, normalized));
     set('position', this.position, 3, false);
     set('edge', this.edge, 4, true);
-    set('sharp', this.sharp, 4, true);
     set('tint', this.tint, 4, true);
   }
   bytes() {
-    return this.face.length * (36 + 36 + 4);
+    return this.face.length * (36 + 24 + 4 + 3);
   }
-  /** The corner flags of triangle t: sides opposite its corners that are edges, and that are sharp. */
-  flags(t, edges, sharps) {
+  /** The corner flags of triangle t: which sides opposite its corners are edges. */
+  flags(t, edges) {
     for (let v = 0; v < 3; v++) {
       for (let c = 0; c < 3; c++) {
         const own = v === c ? 255 : 0;
         this.edge[12 * t + 4 * v + c] = edges[c] ? own : 255;
-        this.sharp[12 * t + 4 * v + c] = sharps[c] ? own : 255;
       }
     }
   }
-  paint(colorOf) {
-    const { tint, face } = this;
+  /** `colorOf(face)`, or where that is null `colorAt(face, place)`, place -1 being its middle. */
+  paint(colorOf, colorAt) {
+    const { tint, face, place } = this;
     for (let t = 0; t < face.length; t++) {
-      const c = colorOf(face[t]);
-      for (let k = 12 * t; k < 12 * t + 12; k += 4) {
+      const whole = colorOf(face[t]);
+      for (let v = 0; v < 3; v++) {
+        const c = whole ?? colorAt(face[t], place[3 * t + v]);
+        const k = 12 * t + 4 * v;
         tint[k] = c >> 16;
         tint[k + 1] = c >> 8;
         tint[k + 2] = c;
@@ -168,6 +167,17 @@ export class Stage {
     this.onDraw = [];
     this.useCamera(false);
     this.raycaster = new Raycaster();
+  }
+
+  /** Draws a speck, so that the programs of the graphics card are made while the data are awaited. */
+  warmUp() {
+    for (const buffers of [this.faces, this.caps]) {
+      buffers.allocate(1);
+      buffers.object.geometry.setDrawRange(0, 3);
+    }
+    this.renderer.setSize(16, 16, false);
+    this.renderer.render(this.scene, this.camera);
+    this.renderer.getContext().flush();
   }
 
   get camera() {
@@ -322,7 +332,6 @@ export class Stage {
     for (let f = 0; f < faces.count; f++) count += triangles[faces.size(f)].length;
     const buffers = this.faces;
     buffers.allocate(count);
-    const { sharp } = adjacency;
     const middle = [0, 0, 0];
     let t = 0;
     for (let f = 0; f < faces.count; f++) {
@@ -339,6 +348,9 @@ export class Stage {
       const shell = faces.side[f] === 255 ? 255 : 0;
       for (const [a, b, c, sa, sb, sc] of triangles[size]) {
         let k = 9 * t;
+        buffers.place[3 * t] = a;
+        buffers.place[3 * t + 1] = b;
+        buffers.place[3 * t + 2] = c;
         for (const place of [a, b, c]) {
           const from = place < 0 ? middle : p;
           const n = place < 0 ? 0 : 3 * faces.node[at + place];
@@ -347,15 +359,29 @@ export class Stage {
           buffers.position[k++] = from[n + 2];
         }
         for (let v = 0; v < 3; v++) buffers.edge[12 * t + 4 * v + 3] = shell;
-        const s = sharp[f];
-        buffers.flags(t, [sa >= 0, sb >= 0, sc >= 0], [sa >= 0 && s >> sa & 1, sb >= 0 && s >> sb & 1, sc >= 0 && s >> sc & 1]);
+        buffers.flags(t, [sa >= 0, sb >= 0, sc >= 0]);
         buffers.face[t++] = f;
       }
     }
+    this.showFolds(faces, adjacency);
     this.showLines(visible);
     this.showPoints(visible);
     this.measure();
     this.setCaps(null);
+  }
+
+  /** Colours of corners of faces by values of nodes. */
+  colorAt({ values, colorOf }) {
+    const { table } = this;
+    return (f, place) => {
+      const at = table.first[f];
+      if (place >= 0) return colorOf(values[table.node[at + place]]);
+      const size = table.size(f);
+      const [corner, between] = middleShares[size];
+      let sum = 0;
+      for (let i = 0; i < size; i++) sum += (2 * i < size ? corner : between) * values[table.node[at + i]];
+      return colorOf(sum);
+    };
   }
 
   /** The box of what is seen, and some of its points for fitting. */
@@ -400,6 +426,43 @@ export class Stage {
     return object;
   }
 
+  /** Lines, broad ones as far as there are not too many of them. */
+  anyLines(position, color, width) {
+    if (position.length <= 300000) return this.fatLines(position, color, width);
+    const geometry = new BufferGeometry();
+    geometry.setAttribute('position', new BufferAttribute(position, 3));
+    const vertexColors = color instanceof Float32Array;
+    if (vertexColors) geometry.setAttribute('color', new BufferAttribute(color, 3));
+    const object = new LineSegments(geometry, new LineBasicMaterial({ vertexColors, color: vertexColors ? 0xffffff : color, clippingPlanes: [this.clipPlane] }));
+    object.frustumCulled = false;
+    return object;
+  }
+
+  /** The edges at which faces fold, end, or meet by more than two. */
+  showFolds(faces, { sharp, across }) {
+    const p = this.mesh.position;
+    const places = [];
+    for (let f = 0; f < faces.count; f++) {
+      if (!sharp[f]) continue;
+      const corners = faces.corners(f);
+      const at = faces.first[f];
+      for (let s = 0; s < corners; s++) {
+        if (!(sharp[f] >> s & 1) || across[4 * f + s] > f) continue; // the other face draws it
+        const ends = [faces.node[at + s], faces.node[at + ((s + 1) % corners)]];
+        if (faces.size(f) > corners) ends.splice(1, 0, faces.node[at + corners + s]);
+        for (let i = 1; i < ends.length; i++) for (const n of [3 * ends[i - 1], 3 * ends[i]]) places.push(p[n], p[n + 1], p[n + 2]);
+      }
+    }
+    this.remove(this.folds);
+    this.folds = null;
+    if (!places.length) return;
+    this.folds = this.anyLines(new Float32Array(places), this.inkColor(), 1.7);
+    this.scene.add(this.folds);
+  }
+  inkColor() {
+    return this.ink.toArray().reduce((sum, c) => (sum << 8) | Math.round(255 * c), 0);
+  }
+
   showLines(visible) {
     const { lineNode, lineElement, position: p } = this.mesh;
     const of = [];
@@ -428,15 +491,7 @@ export class Stage {
       }
     }
     this.remove(this.lines);
-    if (count <= 50000) {
-      this.lines = this.fatLines(this.linePosition, color, 3.2);
-    } else { // thin, for there are many
-      const geometry = new BufferGeometry();
-      geometry.setAttribute('position', new BufferAttribute(this.linePosition, 3));
-      geometry.setAttribute('color', new BufferAttribute(color, 3));
-      this.lines = new LineSegments(geometry, new LineBasicMaterial({ vertexColors: true, clippingPlanes: [this.clipPlane] }));
-      this.lines.frustumCulled = false;
-    }
+    this.lines = this.anyLines(this.linePosition, color, 3.2);
     this.scene.add(this.lines);
   }
 
@@ -461,12 +516,13 @@ export class Stage {
 
   /** Points: of elements, without elements, and the nodes that are selected or marked. */
   paintPoints(colorOf, more) {
-    const all = this.pointNodes.map((n, i) => [n, colorOf(this.pointOf[i])]).concat(more);
+    // Nodes that no element has are many where a part hangs on links: small.
+    const all = this.pointNodes.map((n, i) => [n, colorOf(this.pointOf[i]), this.pointOf[i] < 0 ? 130 : 255]).concat(more);
     const position = new Float32Array(3 * all.length);
     const tint = new Uint8Array(4 * all.length);
-    all.forEach(([n, c], i) => {
+    all.forEach(([n, c, size = 255], i) => {
       position.set(this.mesh.position.subarray(3 * n, 3 * n + 3), 3 * i);
-      tint.set([c >> 16, c >> 8, c, 255], 4 * i);
+      tint.set([c >> 16, c >> 8, c, size], 4 * i);
     });
     const geometry = new BufferGeometry();
     geometry.setAttribute('position', new BufferAttribute(position, 3));
@@ -490,7 +546,7 @@ export class Stage {
         [a, a + j, a + j + 1].forEach((q, v) => {
           for (let c = 0; c < 3; c++) this.caps.position[9 * t + 3 * v + c] = cut.points[3 * q + c];
         });
-        this.caps.flags(t, [true, j + 2 === k, j === 1], [false, false, false]);
+        this.caps.flags(t, [true, j + 2 === k, j === 1]);
         this.caps.face[t++] = i;
       }
     }
@@ -551,6 +607,7 @@ export class Stage {
   setTheme(dark) {
     if (dark) this.ink.set(0.03, 0.045, 0.07);
     else this.ink.set(0.09, 0.13, 0.19);
+    this.folds?.material.color.set(this.inkColor());
     this.draw();
   }
 
@@ -568,7 +625,7 @@ export class Stage {
 
   /** Draws with the next frame of the screen. */
   draw() {
-    if (this.waiting) return;
+    if (this.waiting || this.still) return;
     this.waiting = true;
     requestAnimationFrame(() => this.drawNow());
   }
@@ -578,7 +635,7 @@ export class Stage {
     const { renderer } = this;
     renderer.setScissorTest(false);
     renderer.clear();
-    const lines = [this.lines, ...this.overlays.values()].filter((o) => o && o.material.resolution);
+    const lines = [this.lines, this.folds, ...this.overlays.values()].filter((o) => o && o.material.resolution);
     if (!this.panes) {
       if (this.perspective) this.frame(this.camera, this.size.x / this.size.y);
       renderer.setViewport(0, 0, this.size.x, this.size.y);
@@ -611,176 +668,10 @@ export class Stage {
     this.flatHeight = flat;
   }
 
-  // ---- picking ----------------------------------------------------------------------------------
-
   /** Where a place of the model is on the screen: x, y in pixels, and depth; from -1 to 1. */
   project(x, y, z, camera = this.camera) {
     const v = this.projected ||= new Vector3();
     v.set(x, y, z).project(camera);
     return [((v.x + 1) / 2) * this.size.x, ((1 - v.y) / 2) * this.size.y, v.z];
-  }
-
-  ray(x, y) {
-    this.camera.updateMatrixWorld();
-    this.raycaster.setFromCamera(new Vector2((2 * x) / this.size.x - 1, 1 - (2 * y) / this.size.y), this.camera);
-    return this.raycaster.ray;
-  }
-
-  isCut(x, y, z) {
-    const { clip } = this;
-    return clip.x * x + clip.y * y + clip.z * z > clip.w;
-  }
-
-  /** The nearest triangle that a ray meets: [distance, triangle], or null. */
-  cast(buffers, ray, clipped) {
-    const { position: p, face } = buffers;
-    if (!face.length) return null;
-    const { x: ox, y: oy, z: oz } = ray.origin;
-    const { x: dx, y: dy, z: dz } = ray.direction;
-    let best = Infinity;
-    let found = -1;
-    for (let t = 0, k = 0; t < face.length; t++, k += 9) {
-      const ax = p[k];
-      const ay = p[k + 1];
-      const az = p[k + 2];
-      const e1x = p[k + 3] - ax;
-      const e1y = p[k + 4] - ay;
-      const e1z = p[k + 5] - az;
-      const e2x = p[k + 6] - ax;
-      const e2y = p[k + 7] - ay;
-      const e2z = p[k + 8] - az;
-      const px = dy * e2z - dz * e2y;
-      const py = dz * e2x - dx * e2z;
-      const pz = dx * e2y - dy * e2x;
-      const det = e1x * px + e1y * py + e1z * pz;
-      if (det === 0) continue;
-      const inv = 1 / det;
-      const sx = ox - ax;
-      const sy = oy - ay;
-      const sz = oz - az;
-      const u = (sx * px + sy * py + sz * pz) * inv;
-      if (u < -1e-6 || u > 1.000001) continue;
-      const qx = sy * e1z - sz * e1y;
-      const qy = sz * e1x - sx * e1z;
-      const qz = sx * e1y - sy * e1x;
-      const v = (dx * qx + dy * qy + dz * qz) * inv;
-      if (v < -1e-6 || u + v > 1.000001) continue;
-      const distance = (e2x * qx + e2y * qy + e2z * qz) * inv;
-      if (distance >= best) continue;
-      if (!this.perspective || distance > 0) {
-        if (clipped && this.isCut(ox + distance * dx, oy + distance * dy, oz + distance * dz)) continue;
-        best = distance;
-        found = t;
-      }
-    }
-    return found < 0 ? null : [best, found];
-  }
-
-  /** What is at a place of the screen: {face, element, point, kind}, or null. */
-  pick(x, y) {
-    const ray = this.ray(x, y);
-    let hit = null;
-    const on = this.cast(this.faces, ray, true);
-    if (on) {
-      const face = this.faces.face[on[1]];
-      hit = { distance: on[0], face, element: this.table.element[face], kind: 'face' };
-    }
-    const cap = this.cast(this.caps, ray, false);
-    if (cap && (!hit || cap[0] < hit.distance)) {
-      hit = { distance: cap[0], face: -1, element: this.capOf[this.caps.face[cap[1]]], kind: 'cut' };
-    }
-    if (hit) hit.point = ray.at(hit.distance, new Vector3()).toArray();
-    const depth = hit ? this.project(...hit.point)[2] + 0.002 : 1;
-    // Lines and points are met by their place on the screen, as they have no width in the model.
-    let reach = 7;
-    const lp = this.linePosition;
-    for (let i = 0; i < this.lineOf.length; i++) {
-      const a = this.project(lp[6 * i], lp[6 * i + 1], lp[6 * i + 2]);
-      const b = this.project(lp[6 * i + 3], lp[6 * i + 4], lp[6 * i + 5]);
-      const l2 = (b[0] - a[0]) ** 2 + (b[1] - a[1]) ** 2 || 1;
-      const t = Math.min(1, Math.max(0, ((x - a[0]) * (b[0] - a[0]) + (y - a[1]) * (b[1] - a[1])) / l2));
-      const d = Math.hypot(a[0] + t * (b[0] - a[0]) - x, a[1] + t * (b[1] - a[1]) - y);
-      if (d >= reach || a[2] + t * (b[2] - a[2]) > depth) continue;
-      const q = [0, 1, 2].map((c) => lp[6 * i + c] + t * (lp[6 * i + 3 + c] - lp[6 * i + c]));
-      if (this.isCut(...q)) continue;
-      reach = d;
-      hit = { face: -1, element: this.lineOf[i], kind: 'line', point: q };
-    }
-    const pp = this.pointPosition;
-    for (let i = 0; i < this.pointNodes.length; i++) {
-      const s = this.project(pp[3 * i], pp[3 * i + 1], pp[3 * i + 2]);
-      const d = Math.hypot(s[0] - x, s[1] - y);
-      if (d >= Math.min(reach, 8) || s[2] > depth || this.isCut(pp[3 * i], pp[3 * i + 1], pp[3 * i + 2])) continue;
-      reach = d;
-      hit = { face: -1, element: this.pointOf[i], node: this.pointNodes[i], kind: 'point', point: [...pp.subarray(3 * i, 3 * i + 3)] };
-    }
-    return hit;
-  }
-
-  /** The node nearest to a place of the screen that is not hidden: its number, or -1. */
-  pickNode(x, y) {
-    const hit = this.pick(x, y);
-    const p = this.mesh.position;
-    let best = 18;
-    let found = -1;
-    const ask = (n) => {
-      const s = this.project(p[3 * n], p[3 * n + 1], p[3 * n + 2]);
-      const d = Math.hypot(s[0] - x, s[1] - y);
-      if (d < best) {
-        best = d;
-        found = n;
-      }
-    };
-    if (hit && hit.kind === 'face') {
-      best = Infinity; // one of its own, however large it is on the screen
-      for (let i = this.table.first[hit.face]; i < this.table.first[hit.face + 1]; i++) ask(this.table.node[i]);
-      return found;
-    }
-    if (hit && hit.kind === 'point') return hit.node;
-    if (hit) {
-      best = Infinity;
-      for (const n of this.mesh.nodesOf(hit.element)) ask(n);
-      return found;
-    }
-    for (const n of this.pointNodes) ask(n);
-    for (let i = 0; i < this.table.node.length && this.table.node.length < 400000; i++) ask(this.table.node[i]);
-    return found;
-  }
-
-  /** The faces that look towards the eye with their middle in a box of the screen. */
-  facesIn(x0, y0, x1, y1) {
-    const p = this.mesh.position;
-    const { table } = this;
-    const found = [];
-    const view = new Vector3();
-    const n = [0, 0, 0];
-    this.camera.getWorldDirection(view);
-    for (let f = 0; f < table.count; f++) {
-      let x = 0;
-      let y = 0;
-      let z = 0;
-      const k = table.corners(f);
-      for (let i = 0; i < k; i++) {
-        const at = 3 * table.node[table.first[f] + i];
-        x += p[at] / k;
-        y += p[at + 1] / k;
-        z += p[at + 2] / k;
-      }
-      if (this.isCut(x, y, z)) continue;
-      const s = this.project(x, y, z);
-      if (s[0] < x0 || s[0] > x1 || s[1] < y0 || s[1] > y1) continue;
-      this.mesh.normal(table, f, n);
-      if (table.side[f] !== 255 && n[0] * view.x + n[1] * view.y + n[2] * view.z > 0.02) continue;
-      found.push(f);
-    }
-    return found;
-  }
-
-  linesIn(x0, y0, x1, y1) {
-    const lp = this.linePosition;
-    return this.lineOf.filter((_, i) => {
-      const s = this.project((lp[6 * i] + lp[6 * i + 3]) / 2, (lp[6 * i + 1] + lp[6 * i + 4]) / 2, (lp[6 * i + 2] + lp[6 * i + 5]) / 2);
-      return s[0] >= x0 && s[0] <= x1 && s[1] >= y0 && s[1] <= y1;
-    });
   }
 }

@@ -2,19 +2,17 @@
 
 import assert from 'node:assert/strict';
 import { request } from 'node:http';
+import { hostname } from 'node:os';
 import { after, describe, test } from 'node:test';
 
-import { bracket, closeAll, comparePicture, cube, htmlOf, open, qxdb, serve, until } from './support.mjs';
+import { bracket, clean, closeAll, compareFile, comparePicture, cube, htmlOf, open, qxdb, refused, run, serve, until } from './support.mjs';
 
 after(closeAll);
-
-const run = (page, body, argument) => page.evaluate(`(async (argument) => { const { app } = window.qx; ${body} })(${JSON.stringify(argument ?? null)})`);
-const clean = (page) => assert.deepEqual(page.faults, []);
 
 describe('a page of one file', () => {
   let page;
   test('shows the model and asks for nothing', async () => {
-    page = await open(htmlOf(bracket()));
+    page = await open(htmlOf(bracket('bracket')));
     const seen = await run(page, 'return { faces: app.stage.table.count, elements: app.mesh.elementCount, title: document.title };');
     assert.deepEqual(seen, { faces: 3546, elements: 5849, title: 'bracket.qxm – QX_db' });
     await comparePicture(page, 'bracket');
@@ -28,7 +26,7 @@ describe('a page of one file', () => {
       const { stage, mesh } = app; const { table } = stage; const out = { right: 0, asked: 0, slowest: 0 };
       for (let f = 0; f < table.count; f += 11) {
         const middle = [0, 1, 2].map((c) => { let sum = 0; for (let i = 0; i < 3; i++) sum += mesh.position[3 * table.node[table.first[f] + i] + c] / 3; return sum; });
-        const [x, y] = stage.project(...middle); const hit = stage.pick(x, y);
+        const [x, y] = stage.project(...middle); const hit = app.at(x, y);
         if (!hit || Math.hypot(...hit.point.map((v, c) => v - middle[c])) > 1e-3) continue; // hidden by another
         out.asked++;
         app.pickAt(x, y, false); out.slowest = Math.max(out.slowest, app.pickTime);
@@ -71,7 +69,7 @@ describe('a page of one file', () => {
     qxdb('delete', 'bracket.qxm', 'elem', '4000-4020');
     const past = await open(htmlOf('bracket.qxm'));
     const seen = await run(past, `const out = [];
-      for (const step of [0, 1, 2]) { await app.goTo(step); out.push([app.mesh.elementCount, app.nodeMarks.length, app.stage.overlays.has('removed')]); }
+      for (const step of [0, 1, 2]) { await app.goTo(step); out.push([app.mesh.elementCount, app.nodeMarks.length, app.stage.overlays.has('absent')]); }
       return out;`);
     assert.deepEqual(seen.map(([elements]) => elements), [5849, 5849, 5828]);
     assert.equal(seen[0][1], 0);
@@ -118,6 +116,36 @@ describe('numbers that the page finds by itself', () => {
   });
 });
 
+describe('a picture without a window', () => {
+  test('has the views, the values, the marks that were asked for', async () => {
+    const model = bracket('drawn');
+    for (const [name, ...how] of [
+      ['picture-views', '--view', 'iso', 'top', 'front', '--color', 'scaled-jacobian', '--cut', 'y=0.5'],
+      ['picture-part', '--set', 'foot', '--dark', '--perspective', '--color', 'none', '--findings'],
+    ]) {
+      qxdb('picture', model, `${name}.png`, '--size', '900x600', ...how);
+      await compareFile(`${name}.png`, name);
+    }
+  });
+
+  test('is refused in one line where there is nothing to draw or none to draw it', () => {
+    const model = 'drawn.qxm';
+    const cases = [
+      [[model, '--color', 'nothing'], /values\/nothing/],
+      [[model, '--set', 'nosuch'], /there is no mesh set "nosuch"; list them/],
+      [['absent.qxm'], /absent.qxm: .*(no such|does not exist|cannot)/],
+      [[model, '--step', '7'], /step 7: is not in the history/],
+      [[model], /no browser|none was found/, { QXDB_BROWSER: './absent' }],
+      [[model], /the browser has ended/, { QXDB_BROWSER: '/bin/true' }],
+    ];
+    for (const [[from, ...how], text, env] of cases) {
+      const told = refused('picture', [from, 'refused.png', ...how], env);
+      assert.match(told, text);
+      assert.equal(told.trim().split('\n').length, 1, told);
+    }
+  });
+});
+
 describe('served', () => {
   /** A request with headers that a browser would not let a page set. */
   const ask = (address, { path, host, method = 'GET', headers = {}, body } = {}) => new Promise((resolve, reject) => {
@@ -154,7 +182,19 @@ describe('served', () => {
     const { headers } = await ask(address);
     assert.match(headers['content-security-policy'], /default-src 'none'; script-src 'self'/);
     assert.doesNotMatch(headers['content-security-policy'], /unsafe/);
+    // The server library would take seconds to compress the script.
+    const script = await ask(address, { path: 'page.js', headers: { 'Accept-Encoding': 'gzip, br' } });
+    assert.equal(script.headers['content-encoding'], undefined);
     assert.equal(await stop(), 0);
+  });
+
+  test('is reached by every address of the machine where that was asked for, and by no foreign name', async () => {
+    const { address, stop } = await serve(cube('reached', 2), '--host', '0.0.0.0');
+    const { port } = new URL(address);
+    const cases = [['127.0.0.1', 200], ['127.0.0.7', 200], ['[::1]', 200], ['localhost', 200], [hostname(), 200], ['evil.example', 403], ['127.0.0.1.evil.example', 403], ['', 403]];
+    for (const [name, status] of cases) assert.equal((await ask(address, { host: `${name}:${port}` })).status, status, name);
+    assert.equal((await ask(address, { host: '127.0.0.1:1' })).status, 403, 'another port');
+    await stop();
   });
 
   test('ends with its page, and follows the file', async () => {
@@ -183,12 +223,20 @@ describe('served', () => {
     assert.equal(await run(page, 'return app.mesh.elementCount;'), 27, 'a preview changes nothing');
     await page.click('[data-edit=do]');
     await until(page, 'window.qx.app.mesh.elementCount === 26');
-    await page.click('[data-edit=undo]');
-    await until(page, 'window.qx.app.mesh.elementCount === 27');
-    await page.click('[data-edit=redo]');
-    await until(page, 'window.qx.app.mesh.elementCount === 26');
-    await page.click('[data-edit=undo]');
-    await until(page, 'window.qx.app.mesh.elementCount === 27');
+    // Back and forth, each shown first: what is to come is outlined, what is to go is marked.
+    const turn = async (what, name, counts, elements) => {
+      const before = await run(page, 'return app.mesh.elementCount;');
+      await page.click(`[data-edit=${what}]`);
+      await page.locator('[data-edit=do]').waitFor();
+      assert.match(await page.locator('.edit-form').textContent(), new RegExp(`${name}.*elem${counts}`, 'i'));
+      const seen = await run(page, "return { elements: app.mesh.elementCount, marked: [...app.marks.keys()].filter((e) => e >= 0).length, outlined: app.stage.overlays.has('absent') };");
+      assert.deepEqual(seen, { elements: before, marked: elements < before ? 1 : 0, outlined: elements > before });
+      await page.click('[data-edit=do]');
+      await until(page, `window.qx.app.mesh.elementCount === ${elements}`);
+    };
+    await turn('undo', 'Undo: Delete', '\\+1', 27);
+    await turn('redo', 'Redo: Delete', '−1', 26);
+    await turn('undo', 'Undo: Delete', '\\+1', 27);
     await run(page, "app.select('elem', 5);");
     await page.click('[data-edit=set]');
     await page.fill('.edit-form input', 'picked');
@@ -196,7 +244,20 @@ describe('served', () => {
     await page.click('[data-edit=do]');
     await until(page, "window.qx.app.mesh.sets.some((s) => s.name === 'picked' && s.elements === 1)");
     await page.click('[data-edit=undo]');
+    await page.click('[data-edit=do]');
     await until(page, "!window.qx.app.mesh.sets.some((s) => s.name === 'picked')");
+    await run(page, "app.select('node', 1);");
+    await page.click('[data-edit=move]');
+    await page.getByLabel('By in z').fill('-0.25');
+    await page.click('.edit-form .primary');
+    await page.locator('[data-edit=do]').waitFor();
+    const lowest = 'return app.mesh.about.origin[2] + Math.min(...app.mesh.position.filter((_, i) => i % 3 === 2));';
+    assert.deepEqual([await run(page, 'return app.nodeMarks.length;'), await run(page, lowest)], [1, 0]);
+    await page.click('[data-edit=do]');
+    await until(page, `Math.abs((() => { const { app } = window.qx; ${lowest} })() + 0.25) < 1e-6`);
+    await page.click('[data-edit=undo]');
+    await page.click('[data-edit=do]');
+    await until(page, `Math.abs((() => { const { app } = window.qx; ${lowest} })()) < 1e-6`);
     clean(page);
     await page.close();
     await stop();
@@ -221,12 +282,20 @@ test('names of a model never become markup', async () => {
     await page.close();
   }
   await stop();
+  qxdb('picture', model, 'hostile.png', '--set', ...names, '--size', '200x150'); // found by its script as well
 });
 
 test('works by keyboard and on a small touch screen', async () => {
   const page = await open(htmlOf(cube('touched', 3)), { viewport: { width: 390, height: 780 }, hasTouch: true, isMobile: true, colorScheme: 'dark' });
   assert.equal(await page.evaluate('document.documentElement.dataset.theme'), 'dark');
   assert.ok(!(await page.locator('#left').evaluate((e) => e.getBoundingClientRect().right > 0)), 'panels give way');
+  assert.equal(await page.evaluate('innerWidth'), 390, 'nothing widens the page');
+  for (const [panel, of] of [['Panel: what is shown', '#left'], ['Panel: what is known', '#right']]) {
+    await page.getByRole('button', { name: panel }).tap();
+    await until(page, `(({ left, right }) => left >= 0 && right <= 390 && right - left > 200)(document.querySelector('${of}').getBoundingClientRect())`);
+    await page.getByRole('button', { name: panel }).tap();
+    await until(page, `getComputedStyle(document.querySelector('${of}')).visibility === 'hidden'`);
+  }
   const box = await page.locator('#view').boundingBox();
   await page.touchscreen.tap(box.x + box.width / 2, box.y + box.height / 2);
   assert.equal(await run(page, 'return app.selectedElements().size;'), 1);

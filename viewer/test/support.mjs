@@ -1,7 +1,8 @@
 // What the page's tests have in common: models made by qxdb, a browser without a window, pictures.
 
-import { execFileSync, spawn } from 'node:child_process';
-import { existsSync, mkdirSync, mkdtempSync, readFileSync, rmSync, writeFileSync } from 'node:fs';
+import assert from 'node:assert/strict';
+import { execFileSync, spawn, spawnSync } from 'node:child_process';
+import { copyFileSync, existsSync, mkdirSync, mkdtempSync, readFileSync, rmSync, writeFileSync } from 'node:fs';
 import { createRequire } from 'node:module';
 import { tmpdir } from 'node:os';
 import { dirname, join } from 'node:path';
@@ -18,27 +19,71 @@ process.on('exit', () => rmSync(folder, { recursive: true, force: true }));
 /** Runs qxdb; its output. */
 export const qxdb = (...args) => execFileSync(qxdbPath, args, { encoding: 'utf8', cwd: folder });
 
-/** A cube of n x n x n hexahedra with sides of 1, as a model. */
-export function cube(name, n) {
+/** What qxdb says of a command that it refuses, leaving no file behind. */
+export function refused(command, args, env = {}) {
+  const ran = spawnSync(qxdbPath, [command, ...args], { encoding: 'utf8', cwd: folder, env: { ...process.env, ...env } });
+  if (ran.status === 0) throw new Error(`${command} ${args.join(' ')} was done`);
+  if (existsSync(join(folder, args[1]))) throw new Error(`${args[1]} was left behind`);
+  return ran.stderr;
+}
+
+const mshModel = (name, lines) => {
+  writeFileSync(join(folder, `${name}.msh`), `$MeshFormat\n2.2 0 8\n$EndMeshFormat\n${lines.join('\n')}\n`);
+  qxdb('import', `${name}.msh`, `${name}.qxm`);
+  return `${name}.qxm`;
+};
+
+function cubeLines(n) {
   const m = n + 1;
-  const lines = ['$MeshFormat', '2.2 0 8', '$EndMeshFormat', '$Nodes', m ** 3];
-  for (let k = 0; k < m ** 3; k++) lines.push(`${k + 1} ${(k % m) / n} ${(Math.floor(k / m) % m) / n} ${Math.floor(k / m / m) / n}`);
-  lines.push('$EndNodes', '$Elements', n ** 3);
-  let e = 0;
+  const nodes = [];
+  for (let k = 0; k < m ** 3; k++) nodes.push(`${k + 1} ${(k % m) / n} ${(Math.floor(k / m) % m) / n} ${Math.floor(k / m / m) / n}`);
+  const hexes = [];
   for (let z = 0; z < n; z++) for (let y = 0; y < n; y++) for (let x = 0; x < n; x++) {
     const a = 1 + x + m * (y + m * z);
     const b = a + m * m;
-    lines.push(`${++e} 5 2 1 1 ${[a, a + 1, a + 1 + m, a + m, b, b + 1, b + 1 + m, b + m].join(' ')}`);
+    hexes.push([a, a + 1, a + 1 + m, a + m, b, b + 1, b + 1 + m, b + m]);
   }
-  lines.push('$EndElements', '');
-  writeFileSync(join(folder, `${name}.msh`), lines.join('\n'));
-  qxdb('import', `${name}.msh`, `${name}.qxm`);
-  return `${name}.qxm`;
+  return { nodes, hexes };
 }
 
-export function bracket() {
-  if (!existsSync(join(folder, 'bracket.qxm'))) qxdb('import', join(here, '../../examples/bracket.msh'), 'bracket.qxm');
-  return 'bracket.qxm';
+/** A cube of n x n x n hexahedra with sides of 1, as a model. */
+export function cube(name, n) {
+  const { nodes, hexes } = cubeLines(n);
+  return mshModel(name, ['$Nodes', nodes.length, ...nodes, '$EndNodes', '$Elements', hexes.length,
+    ...hexes.map((h, i) => `${i + 1} 5 2 1 1 ${h.join(' ')}`), '$EndElements']);
+}
+
+/** Two by two by two hexahedra with faults: number 8 is inside out, 9 is 1 again; beside them two
+ * quadrilaterals with a common edge, numbers 10 and 11, and a line, number 12. Fields: "heat" by node, 10 times x; "push", a vector by node;
+ * "load" by element, its number, of hexahedra only. */
+export function faulty(name) {
+  const { nodes, hexes } = cubeLines(2);
+  const turned = hexes[7];
+  hexes[7] = [...turned.slice(4), ...turned.slice(0, 4)];
+  hexes.push(hexes[0]);
+  const count = nodes.length;
+  const quads = [[1, 2, 5, 4], [2, 3, 6, 5]].map((q) => q.map((i) => count + i));
+  for (let k = 0; k < 6; k++) nodes.push(`${count + k + 1} ${2 + (k % 3) / 2} ${Math.floor(k / 3) / 2} 0`);
+  const elements = [...hexes.map((h) => `5 2 1 1 ${h.join(' ')}`), ...quads.map((q) => `3 2 2 2 ${q.join(' ')}`), `1 2 3 3 ${count + 1} ${count + 2}`];
+  const field = (place, label, components, values) => [`$${place}`, 1, `"${label}"`, 1, 0.0, 3, 0, components, values.length, ...values, `$End${place}`];
+  const x = nodes.map((line) => Number(line.split(' ')[1]));
+  return mshModel(name, ['$Nodes', nodes.length, ...nodes, '$EndNodes', '$Elements', elements.length, ...elements.map((e, i) => `${i + 1} ${e}`), '$EndElements',
+    ...field('NodeData', 'heat', 1, x.map((v, i) => `${i + 1} ${10 * v}`)),
+    ...field('NodeData', 'push', 3, x.map((v, i) => `${i + 1} 3 4 ${v}`)),
+    ...field('ElementData', 'load', 1, hexes.map((_, i) => `${i + 1} ${i + 1}`))]);
+}
+
+/** A part of CAD with seeds of a size control; the flags that show it. */
+export function seeded(name) {
+  copyFileSync(join(here, '../../examples/joint.step'), join(folder, 'joint.step'));
+  qxdb('geom', 'joint.step', `${name}.qxm`, '--add');
+  qxdb('seed', 'add', `${name}.qxm`, 'joint.step', 'all', '--divisions', '10');
+  return [`${name}.qxm`, '--cad', 'joint.step'];
+}
+
+export function bracket(name) {
+  qxdb('import', join(here, '../../examples/bracket.msh'), `${name}.qxm`);
+  return `${name}.qxm`;
 }
 
 const servers = new Set();
@@ -53,6 +98,10 @@ export async function until(page, expression, patience = 20000) {
   }
   throw new Error(`not within ${patience} ms: ${expression}`);
 }
+
+/** What a text of JavaScript gives inside the page; it knows `app` and `argument`. */
+export const run = (page, body, argument) => page.evaluate(`(async (argument) => { const { app } = window.qx; ${body} })(${JSON.stringify(argument ?? null)})`);
+export const clean = (page) => assert.deepEqual(page.faults, []);
 
 let browser;
 export async function openBrowser() {
@@ -132,10 +181,9 @@ async function difference(page, a, b) {
   }, [a, b].map((buffer) => buffer.toString('base64')));
 }
 
-/** Compares the canvas of a page with the picture of that name, which someone has looked at. With
- * QX_NEW_PICTURES set it is written anew, to be looked at. */
-export async function comparePicture(page, name, tolerance = 0.01) {
-  const drawn = await page.locator('#stage').screenshot();
+/** Compares pictures with the one of that name, which someone has looked at. With QX_NEW_PICTURES
+ * set it is written anew, to be looked at. */
+async function compare(drawn, name, tolerance) {
   const path = join(here, 'pictures', `${name}.png`);
   if (process.env.QX_NEW_PICTURES) {
     mkdirSync(dirname(path), { recursive: true });
@@ -149,3 +197,8 @@ export async function comparePicture(page, name, tolerance = 0.01) {
     throw new Error(`${(100 * share).toFixed(2)} % of the pixels of ${name} differ; drawn: ${kept}`);
   }
 }
+
+/** Compares the canvas of a page. */
+export const comparePicture = async (page, name, tolerance = 0.01) => compare(await page.locator('#stage').screenshot(), name, tolerance);
+/** Compares a file that qxdb wrote. */
+export const compareFile = (file, name, tolerance = 0.01) => compare(readFileSync(join(folder, file)), name, tolerance);

@@ -116,7 +116,9 @@ Outcome View(const ViewOptions& options, const Context& context) {
     const bool shown = !options.no_browser && viewer::OpenBrowser(address);
     JsonText json;
     json.Begin().Text("model", options.model).Text("address", address).Bool("edit", options.edit);
-    context.Print(fmt::format("{} is at {}\n{}\n", options.model, address,
+    const bool is_all = options.host == "0.0.0.0" || options.host == "::";
+    context.Print(fmt::format("{} is at {}{}\n{}\n", options.model, address,
+                              is_all ? ", and there at every address of this machine" : "",
                               shown          ? "ends when the page is closed, or with Ctrl-C"
                               : options.stay ? "ends with Ctrl-C"
                                              : "open it in a browser; ends with it, or Ctrl-C"),
@@ -159,9 +161,8 @@ Outcome DrawPicture(const PictureCommand& command, const Context& context) {
   options.no_edges = command.no_edges;
   options.dark = command.dark;
   options.perspective = command.perspective;
-  auto source = viewer::Source::Open(command.model, false, {});
-  if (!source) return source.Error();
-  if (Outcome drawn = viewer::DrawPicture(**source, options, command.png); !drawn) return drawn;
+  if (Outcome drawn = viewer::DrawPicture(command.model, options, command.png); !drawn)
+    return drawn;
   JsonText json;
   json.Begin().Text("model", command.model).Text("picture", command.png);
   context.Print(fmt::format("{}: {} x {} pixels\n", command.png, options.width, options.height),
@@ -215,8 +216,8 @@ void AddPicture(Command& app, Context& context) {
   command->Add("--size", &options->size, "Pixels, WIDTHxHEIGHT").ShowDefault();
   command
       ->Add("--color", &options->color,
-            "none, set, property, material, kind, part, thickness, x, y, z, or a measure of "
-            "qxdb check")
+            "none, set, property, material, kind, part, thickness, x, y, z, a measure of qxdb "
+            "check, or field:NAME, a field of the model")
       .ShowDefault();
   command->Add("--range", &options->range, "First and last value of the colours").Count(2);
   command->Add("--palette", &options->palette, "Colours of a range")

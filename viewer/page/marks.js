@@ -1,0 +1,116 @@
+// Marks in the picture: what a step changed, what an edit would do, what a check found.
+
+import { solidEdges } from './mesh.js';
+import * as palette from './palette.js';
+
+const MOVED = 0x9db8ff; // elements at nodes that moved
+
+export function clearMarks(app) {
+  app.marks.clear();
+  app.nodeMarks = [];
+  app.finding = null;
+  for (const name of ['absent', 'free_edge', 'shared_edge', 'inside']) app.stage.setOverlay(name, null);
+  app.paint();
+  app.tell('marks', null);
+}
+
+/** Marks what a pack of changes names: a step of the history, or what an edit would do. `ahead`:
+ * it has not happened yet, so that what it removes is still there; `back`: it is to be undone. */
+export function markChanges(app, pack, { ahead = false, back = false } = {}) {
+  app.marks.clear();
+  app.nodeMarks = [];
+  const { mesh } = app;
+  const came = back ? 'removed' : 'added';
+  const went = back ? 'added' : 'removed';
+  const mark = (name, color) => {
+    for (const key of pack.array(`element_${name}`)) {
+      const e = mesh.elementOfKey(key);
+      if (e >= 0) app.marks.set(e, color);
+    }
+    for (const key of pack.array(`node_${name}`)) {
+      const n = mesh.nodeOfKey(key);
+      if (n >= 0 && app.nodeMarks.length < 20000) app.nodeMarks.push([n, color]);
+    }
+  };
+  mark(came, palette.marks.added);
+  mark('changed', palette.marks.changed);
+  if (ahead) mark(went, palette.marks.removed);
+  // Nodes that moved say little by themselves: the elements at them are marked too, paler.
+  const moved = new Set(app.nodeMarks.filter(([, c]) => c === palette.marks.changed).map(([n]) => n));
+  if (moved.size) {
+    const { table } = app.stage;
+    for (let f = 0; f < table.count; f++) {
+      if (app.marks.has(table.element[f])) continue;
+      for (let i = table.first[f]; i < table.first[f + 1]; i++) {
+        if (moved.has(table.node[i])) app.marks.set(table.element[f], MOVED);
+      }
+    }
+  }
+  // What is not in the picture: what went, or is to come.
+  const relative = pack.array(`outlines_${ahead ? came : went}`);
+  const from = pack.text.outline_origin;
+  const shift = from.map((c, i) => c - mesh.about.origin[i]);
+  const places = new Float32Array(relative.length);
+  for (let i = 0; i < places.length; i++) places[i] = relative[i] + shift[i % 3];
+  app.stage.setOverlay('absent', places, ahead ? palette.marks.added : palette.marks.removed, 1.8, true);
+  if (!app.marks.size && (app.nodeMarks.length || places.length)) app.marks.set(-2, 0); // still pale
+  app.paint();
+  app.tell('marks', pack);
+  return outlineMarked(app);
+}
+
+/** Outlines marked solids, which may lie inside, so that they are seen through what is before. */
+export async function outlineMarked(app, marks = app.marks, name = 'inside') {
+  const { mesh, stage } = app;
+  stage.setOverlay(name, null);
+  if (!mesh.about.solids || ![...marks.keys()].some((e) => e >= 0)) return;
+  await app.loadVolume().catch(() => {});
+  if (!mesh.solids || app.mesh !== mesh) return;
+  const lines = [];
+  const tints = [];
+  const p = mesh.position;
+  for (const { corners, node, element } of mesh.solids) {
+    for (let i = 0; i < element.length && lines.length < 600000; i++) {
+      const color = marks.get(element[i]);
+      if (color === undefined || color === MOVED) continue;
+      for (const edge of solidEdges[corners]) {
+        for (const place of edge) {
+          const n = 3 * node[corners * i + place];
+          lines.push(p[n], p[n + 1], p[n + 2]);
+          tints.push((color >> 16) / 255, (color >> 8 & 255) / 255, (color & 255) / 255);
+        }
+      }
+    }
+  }
+  stage.setOverlay(name, new Float32Array(lines), new Float32Array(tints), 1.6, true);
+  stage.draw();
+}
+
+export async function markFinding(app, name) {
+  const pack = await app.findings();
+  clearMarks(app);
+  app.finding = name;
+  const p = app.mesh.position;
+  if (name === 'free_edge' || name === 'shared_edge') {
+    const nodes = pack.array(name);
+    const places = new Float32Array(3 * nodes.length);
+    nodes.forEach((n, i) => places.set(p.subarray(3 * n, 3 * n + 3), 3 * i));
+    app.stage.setOverlay(name, places, name === 'free_edge' ? palette.marks.fault : palette.marks.note, 4);
+  } else {
+    const finding = pack.text.findings.find((f) => f.name === name);
+    const color = finding.fault ? palette.marks.fault : palette.marks.note;
+    for (const key of pack.array(name)) {
+      if (finding.of_nodes) {
+        const n = app.mesh.nodeOfKey(key);
+        if (n >= 0) app.nodeMarks.push([n, color]);
+      } else {
+        const e = app.mesh.elementOfKey(key);
+        if (e >= 0) app.marks.set(e, color);
+      }
+    }
+    if (!app.marks.size) app.marks.set(-2, 0);
+  }
+  app.paint();
+  app.tell('marks', null);
+  await outlineMarked(app);
+}
