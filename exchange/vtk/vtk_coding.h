@@ -3,6 +3,7 @@
 // compressed, base64 around them.
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -21,12 +22,15 @@ struct VtkCoding {
   VtkCompression compression = VtkCompression::kNone;
 };
 
-/// The next numbers of a text, at most `most`; `text` begins behind them afterwards. At a word that
-/// is no number, or none of the type, false, and the word is `wrong`.
+/// Told a word that is no number, or none of the type; gives whether to go on, with 0 for it.
+using OnWrongWord = std::function<bool(std::string_view word)>;
+
+/// The next numbers of a text, at most `most`; `text` begins behind them afterwards. False where it
+/// did not go on.
 bool ParseNumbers(std::string_view& text, std::uint64_t most, std::vector<std::int64_t>& values,
-                  std::string_view& wrong);
+                  const OnWrongWord& on_wrong);
 bool ParseNumbers(std::string_view& text, std::uint64_t most, std::vector<double>& values,
-                  std::string_view& wrong);
+                  const OnWrongWord& on_wrong);
 
 /// Unpacks arrays of one file, which share a bound on what they may unpack to, so that a few bytes
 /// cannot fill the memory.
@@ -42,8 +46,9 @@ class VtkDecoder {
   static constexpr std::uint64_t kAnyCount = ~std::uint64_t{0};
   std::string Decode(std::string_view stored, bool is_base64, std::uint64_t values,
                      VtkArray& array);
-  /// The same of numbers as text.
-  std::string Parse(std::string_view text, std::uint64_t values, VtkArray& array);
+  /// The same of numbers as text; of words that are none `on_wrong` is told.
+  std::string Parse(std::string_view text, std::uint64_t values, VtkArray& array,
+                    const OnWrongWord& on_wrong);
 
  private:
   class Source;
@@ -58,28 +63,27 @@ class VtkDecoder {
   std::unique_ptr<Inflater> inflater_;
 };
 
-/// Packs arrays as such files have them, block after block, with 64-bit header numbers in the
-/// machine's byte order.
+/// Packs arrays as such files have them, block after block; every block but the last is of
+/// kBlockBytes. Headers have 64-bit numbers in the machine's byte order.
 class VtkPacker {
  public:
   static constexpr std::size_t kBlockBytes = 32768;  ///< what VTK's own writer uses
 
   explicit VtkPacker(VtkCompression compression);
+  ~VtkPacker();
 
-  /// Every block but the last is of kBlockBytes.
-  void AddBlock(std::string_view block);
-  /// Header and blocks of the array, of `bytes` in all; begins the next one.
-  struct Packed {
-    std::vector<std::uint64_t> header;
-    std::string blocks;
-  };
-  Packed Take(std::uint64_t bytes);
+  /// The block as it is packed, until the next call.
+  std::string_view Pack(std::string_view block);
+  /// Header of an array of `bytes` whose blocks were packed to `sizes`; of as many before they are.
+  static std::vector<std::uint64_t> HeaderOf(std::uint64_t bytes,
+                                             const std::vector<std::uint64_t>& sizes);
 
  private:
+  class Deflater;
+
   VtkCompression compression_;
-  std::vector<std::uint64_t> sizes_;
-  std::string blocks_;
   std::vector<char> out_;
+  std::unique_ptr<Deflater> deflater_;
 };
 
 }  // namespace qx::exchange

@@ -1,5 +1,6 @@
 #include "exchange/vtk/vtu_file.h"
 
+#include <algorithm>
 #include <bit>
 #include <fmt/format.h>
 #include <iterator>
@@ -37,17 +38,9 @@ class Writer {
       : content_(content), out_(out), form_(form), progress_(progress) {}
 
   void Write() {
-    // How long packed arrays are is known when they are packed.
-    std::ostringstream packed;
+    // How long packed arrays are is known when they are written: then the document is written
+    // again, in the same length.
     std::vector<std::uint64_t> offsets;
-    if (form_.IsAppended() && form_.IsPacked()) {
-      ArraySink sink(packed, form_, TotalValues(), progress_);
-      std::uint64_t offset = 0;
-      ForEachArray([&](const DataArray& array) {
-        offsets.push_back(offset);
-        offset += PutValues(array, sink);
-      });
-    }
     const std::string text = Document(offsets);
     ArraySink sink(out_, form_, TotalValues(), progress_);
     // The document, with the values of the arrays where they are awaited.
@@ -60,11 +53,11 @@ class Writer {
     if (form_.IsAppended()) {
       put_up_to("</AppendedData>");
       out_ << "\n_";
-      if (form_.IsPacked()) {
-        out_ << packed.view();
-      } else {
-        ForEachArray([&](const DataArray& array) { PutValues(array, sink); });
-      }
+      std::uint64_t offset = 0;
+      ForEachArray([&](const DataArray& array) {
+        offsets.push_back(offset);
+        offset += PutValues(array, sink);
+      });
       out_ << '\n';
     } else {
       ForEachArray([&](const DataArray& array) {
@@ -75,6 +68,11 @@ class Writer {
       });
     }
     out_ << std::string_view(text).substr(at);
+    if (!form_.IsAppended() || !form_.IsPacked()) return;
+    const std::string again = Document(offsets);
+    out_.seekp(0);
+    out_ << std::string_view(again).substr(
+        0, again.find(kPlaceholder + std::string("</AppendedData>")));
   }
 
  private:
@@ -93,7 +91,8 @@ class Writer {
     }
   }
 
-  /// The file without values. `offsets` are those of packed arrays.
+  /// The file without values. `offsets` are those of packed arrays, as far as they are known: they
+  /// take the same number of digits.
   std::string Document(const std::vector<std::uint64_t>& offsets) {
     pugi::xml_document document;
     document.append_child(pugi::node_declaration).append_attribute("version") = "1.0";
@@ -126,8 +125,12 @@ class Writer {
     for (const VtuContent::Section& section : content_.sections) {
       pugi::xml_node parent = piece.append_child(section.name);
       for (const DataArray& array : section.arrays) {
-        Declare(parent, array, offsets.empty() ? offset : *packed_offset++);
-        offset += StoredSize(array, form_);
+        if (form_.IsPacked()) {
+          Declare(parent, array, fmt::format("{:018}", offsets.empty() ? 0 : *packed_offset++));
+        } else {
+          Declare(parent, array, std::to_string(offset));
+          offset += StoredSize(array, form_);
+        }
       }
     }
     if (form_.IsAppended()) {
@@ -140,7 +143,7 @@ class Writer {
     return text.str();
   }
 
-  void Declare(pugi::xml_node parent, const DataArray& array, std::uint64_t offset) {
+  void Declare(pugi::xml_node parent, const DataArray& array, const std::string& offset) {
     pugi::xml_node node = parent.append_child("DataArray");
     node.append_attribute("type") = array.type;
     node.append_attribute("Name") = XmlName(array.name).c_str();
@@ -149,7 +152,7 @@ class Writer {
                                       : form_.IsAppended() ? "appended"
                                                            : "binary";
     if (form_.IsAppended()) {
-      node.append_attribute("offset") = std::to_string(offset).c_str();
+      node.append_attribute("offset") = offset.c_str();
     } else {
       node.text() = kPlaceholder;
     }
@@ -181,9 +184,14 @@ ArraySink::ArraySink(std::ostream& out, const VtuForm& form, std::uint64_t total
 void ArraySink::Begin(std::uint64_t bytes, int values_a_line) {
   values_a_line_ = values_a_line;
   in_line_ = 0;
-  written_ = 0;
   bytes_ = bytes;
-  if (form_.IsText() || form_.IsPacked()) return;
+  written_ = 0;
+  if (form_.IsText()) return;
+  if (form_.IsPacked()) {
+    packed_sizes_.clear();
+    begin_ = out_.tellp();
+    return WriteHeader();
+  }
   std::memcpy(buffer_.data(), &bytes, sizeof(bytes));
   used_ = sizeof(bytes);
 }
@@ -225,20 +233,25 @@ void ArraySink::EndStream() {
   written_ += encoded_.size();
 }
 
-/// Packs the whole blocks that there are.
-void ArraySink::PackBlocks() {
-  std::string_view rest{buffer_.data(), used_};
-  while (rest.size() >= VtkPacker::kBlockBytes) {
-    packer_.AddBlock(rest.substr(0, VtkPacker::kBlockBytes));
-    rest.remove_prefix(VtkPacker::kBlockBytes);
+/// Packs the whole blocks that there are; gives what is left.
+std::string_view ArraySink::PackBlocks(std::string_view bytes) {
+  for (; bytes.size() >= VtkPacker::kBlockBytes; bytes.remove_prefix(VtkPacker::kBlockBytes)) {
+    PackBlock(bytes.substr(0, VtkPacker::kBlockBytes));
   }
-  used_ = rest.size();
-  std::memmove(buffer_.data(), rest.data(), used_);
+  return bytes;
+}
+
+void ArraySink::PackBlock(std::string_view block) {
+  const std::string_view packed = packer_.Pack(block);
+  packed_sizes_.push_back(packed.size());
+  Write(packed);
 }
 
 void ArraySink::Flush() {
   if (form_.IsPacked()) {
-    PackBlocks();
+    const std::string_view rest = PackBlocks({buffer_.data(), used_});
+    used_ = rest.size();
+    std::memmove(buffer_.data(), rest.data(), used_);
   } else {
     Write({buffer_.data(), used_});
     used_ = 0;
@@ -248,20 +261,46 @@ void ArraySink::Flush() {
   next_report_ = count_ + total_ / 90 + 1;
 }
 
+/// Many bytes, which need no buffer but for what makes no whole block.
+void ArraySink::PutBytes(std::string_view bytes) {
+  while (!bytes.empty()) {
+    std::size_t taken = bytes.size();
+    if (used_ > 0 || taken < VtkPacker::kBlockBytes) {
+      taken = std::min(taken, kBufferSize - used_);
+      std::memcpy(buffer_.data() + used_, bytes.data(), taken);
+      used_ += taken;
+      if (used_ >= kBufferSize) Flush();
+    } else {
+      if (form_.IsPacked()) {
+        taken -= PackBlocks(bytes).size();
+      } else {
+        Write(bytes);
+      }
+      Flush();
+    }
+    bytes.remove_prefix(taken);
+  }
+}
+
+/// In base64 the header of a packed array is a stream of its own.
+void ArraySink::WriteHeader() {
+  const std::vector<std::uint64_t> header = VtkPacker::HeaderOf(bytes_, packed_sizes_);
+  Write({reinterpret_cast<const char*>(header.data()), header.size() * sizeof(header[0])});
+  EndStream();
+}
+
 std::uint64_t ArraySink::End() {
   Flush();
-  if (form_.IsPacked()) {
-    if (used_ > 0) packer_.AddBlock({buffer_.data(), used_});
-    used_ = 0;
-    const VtkPacker::Packed packed = packer_.Take(bytes_);
-    // In base64 the header is a stream of its own.
-    Write({reinterpret_cast<const char*>(packed.header.data()),
-           packed.header.size() * sizeof(packed.header[0])});
-    EndStream();
-    Write(packed.blocks);
-  }
+  if (form_.IsPacked() && used_ > 0) PackBlock({buffer_.data(), used_});
+  used_ = 0;
   EndStream();
-  return written_;
+  if (!form_.IsPacked()) return written_;
+  const auto end = out_.tellp();
+  const std::uint64_t all = written_;
+  out_.seekp(begin_);
+  WriteHeader();
+  out_.seekp(end);
+  return all;
 }
 
 // ---- the file -----------------------------------------------------------------------------------
