@@ -114,7 +114,7 @@ NasFields NasMaterialCard(std::string_view name, const tagTMatl& m) {
 }
 
 void ReadNasProperty(NasFieldReader& in, const NasCard& card, tagTProp& property) {
-  const std::string& name = card.name;
+  const std::string_view name = card.name;
   if (name != "PBUSH" && name != "PCOMP") property.material = static_cast<ITR>(in.Number(card, 1));
   if (name == "PSHELL") {
     const std::string_view bending = in.Text(card, 3);

@@ -438,7 +438,7 @@ class NasReader : private NasFieldReader {
   void MakeBlocks() {
     std::map<std::string, std::vector<Key>> blocks;
     for (std::size_t e = 0; e < deck_.elements.size(); ++e) {
-      blocks[text_.Cards()[element_cards_[e]].name].push_back(deck_.elements[e].key);
+      blocks[std::string(text_.Cards()[element_cards_[e]].name)].push_back(deck_.elements[e].key);
     }
     Key key = 0;
     for (const auto& [name, keys] : blocks) {

@@ -77,7 +77,7 @@ void Match(const NasText& text, NasKind kind, const std::vector<T>& now,
     }
     const NasCard& of = text.Cards()[card.index];
     numbers.Describe(kind, of.fields[0].at, card.number, found[i]);
-    if (found[i] != 0) cards[found[i]] = of.name;
+    if (found[i] != 0) cards[found[i]] = std::string(of.name);
   }
 }
 
@@ -201,9 +201,8 @@ class Renewer {
     const std::size_t count = std::max(then.Count(), now.Count());
     // A number of what is gone was taken out of the text; the model may say another.
     const auto is_emptied = [&card](std::size_t f) {
-      return std::any_of(card.changed.begin(), card.changed.end(), [f](const auto& change) {
-        return change.first == f && change.second.empty();
-      });
+      const auto change = card.Changes().find(f);
+      return change != card.Changes().end() && change->second.empty();
     };
     const auto is_same = [&](std::size_t f) {
       return then.At(f).IsSame(now.At(f)) && !is_emptied(f);
@@ -211,7 +210,7 @@ class Renewer {
     bool all_same = then.Name() == now.Name();
     for (std::size_t f = 0; all_same && f < count; ++f) all_same = is_same(f);
     if (!all_same && now.Name() != card.name) return Replace(index, now);
-    for (const auto& [f, text] : card.changed) {
+    for (const auto& [f, text] : card.Changes()) {
       if (f < count || !text.empty()) continue;
       emptied_.Add(text_, card);
       break;
@@ -277,7 +276,7 @@ class Renewer {
   }
 
   void RenewProperty(std::size_t index, Key key) {
-    const std::string card = text_.Cards()[index].name;
+    const std::string_view card = text_.Cards()[index].name;
     const tagTProp* then = then_->PropertyOf(key);
     const tagTProp* now = now_->PropertyOf(key);
     const NasFields fields = now_->Property(key);
@@ -297,7 +296,7 @@ class Renewer {
   }
 
   void RenewMaterial(std::size_t index, Key key) {
-    const std::string card = text_.Cards()[index].name;
+    const std::string_view card = text_.Cards()[index].name;
     const tagTMatl* then = then_->MaterialOf(key);
     const tagTMatl* now = now_->MaterialOf(key);
     if (then && now && IsNasCardInPart(card)) {
