@@ -8,10 +8,12 @@
 #include "qx_db/app/topology_table.h"
 #include "qx_db/core/transaction.h"
 #include "qx_db/lib/message.h"
+#include "qx_db/model/coordinate_pool.h"
 #include "qx_db/model/mesh_set_pool.h"
 #include "qx_db/record/element_types.h"
 #include "qx_db/record/verbs.h"
 
+#include "exchange/system_frames.h"
 #include "host/records.h"
 
 namespace qx::exchange {
@@ -52,10 +54,13 @@ class RecordAdder {
       return true;
     }
     GiveKeys(*pool, records);
+    if constexpr (T::kType == code::kCord) {
+      for (const tagTCord& system : records) system_types_[system.key] = system.type;
+    }
     std::vector<std::pair<ITR, std::size_t>> again;  // of which a target came later
     for (std::size_t i = 0; i < records.size(); ++i) {
       RenameReferences(schema, records[i]);
-      records[i].ConvertUnitIn(&session_.Units());
+      ConvertIn(records[i]);
       T resolved = records[i];
       const int unknown = KeysToIterators(schema, resolved, session_, ReferenceScope::kAll);
       const ITR added = pool->InsertNU(&resolved);
@@ -97,6 +102,22 @@ class RecordAdder {
     }
   }
 
+  template <class T>
+  void ConvertIn(T& record) {
+    if constexpr (T::kType == code::kCord) {
+      const auto reference = static_cast<Key>(record.reference);
+      const auto of_deck = system_types_.find(reference);
+      const auto* pool = session_.GetPool<DPoolCord>(code::kCord);
+      const ITR of_model = of_deck == system_types_.end() ? pool->Find(reference) : 0;
+      const std::int32_t type = of_deck != system_types_.end() ? of_deck->second
+                                : of_model                     ? pool->GetAtNU(of_model).type
+                                                               : tagTCord::kRectangular;
+      ConvertSystemIn(record, type, session_.Units());
+    } else {
+      record.ConvertUnitIn(&session_.Units());
+    }
+  }
+
   void RenameReferences(const Schema& schema, TStructBase& record) {
     ForEachReference(schema, record, [&](const Row& row, char* slot) {
       const auto key = static_cast<Key>(LoadAt<std::int64_t>(slot));
@@ -118,6 +139,7 @@ class RecordAdder {
   const std::vector<Key> none_;
   const std::vector<Key>* set_keys_ = &none_;
   std::map<std::uint16_t, KeyMap> keys_;
+  std::unordered_map<Key, std::int32_t> system_types_;  // of the deck, by new key
 };
 
 /// The tags of the groups as records.
@@ -249,7 +271,16 @@ class DeckMaker {
         }
         StoreAt<std::int64_t>(slot, key);
       });
-      records.back().ConvertUnitOut(&session_.Units());
+      if constexpr (T::kType == code::kCord) {
+        const bool has_reference = IsLiveItem(from.reference);
+        const auto* pool = static_cast<const DPoolCord*>(PoolOfType<T>());
+        ConvertSystemOut(
+            records.back(),
+            has_reference ? pool->GetAtNU(from.reference).type : tagTCord::kRectangular,
+            session_.Units());
+      } else {
+        records.back().ConvertUnitOut(&session_.Units());
+      }
     });
   }
 
