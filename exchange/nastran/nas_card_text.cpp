@@ -7,66 +7,26 @@
 
 #include "exchange/nastran/nas_properties.h"
 #include "exchange/nastran/nas_reader.h"
+#include "exchange/nastran/nas_rules.h"
 
 namespace qx::exchange {
 namespace {
 
-struct CardName {
-  std::string_view name;
-  std::int32_t type;
-  /// Properties that its elements have; empty for those that have none or any.
-  std::string_view properties;
-};
-/// The card of each type, the first of several unless an element came from another or has a
-/// property that only another has.
-constexpr CardName kCardNames[] = {
-    {"CONM2", element::kPoint, {}},
-    {"CBUSH", element::kPoint, "PBUSH"},
-    {"CBAR", element::kLine2, "PBAR PBARL"},
-    {"CROD", element::kLine2, "PROD"},
-    {"CTUBE", element::kLine2, "PTUBE"},
-    {"CONROD", element::kLine2, {}},
-    {"CBEAM", element::kLine2, "PBEAM PBEAML"},
-    {"CBUSH", element::kLine2, "PBUSH"},
-    {"PLOTEL", element::kLine2, {}},
-    {"CTRIA3", element::kTri3, {}},
-    {"CTRIAR", element::kTri3, {}},
-    {"CTRIA6", element::kTri3, {}},
-    {"CTRIA6", element::kTri6, {}},
-    {"CQUAD4", element::kQuad4, {}},
-    {"CQUADR", element::kQuad4, {}},
-    {"CSHEAR", element::kQuad4, "PSHEAR"},
-    {"CQUAD8", element::kQuad4, {}},
-    {"CQUAD8", element::kQuad8, {}},
-    {"CTETRA", element::kTet4, {}},
-    {"CTETRA", element::kTet10, {}},
-    {"CPYRAM", element::kPyramid5, {}},
-    {"CPYRAM", element::kPyramid13, {}},
-    {"CPENTA", element::kWedge6, {}},
-    {"CPENTA", element::kWedge15, {}},
-    {"CHEXA", element::kHex8, {}},
-    {"CHEXA", element::kHex20, {}},
-};
-
-/// Whether elements of that card may have a property of that one.
-bool Fits(const CardName& element, std::string_view property) {
+/// Whether elements of that card and type may have a property of that one.
+bool Fits(const NasElementCard& element, std::int32_t type, std::string_view property) {
   if (property.empty()) return true;
-  if (!NasHasProperty(element.name)) return element.type == element::kPoint;
+  if (!element.has_property) return type == element::kPoint;
   bool is_wanted = false;  // by any card of the type
-  for (const CardName& card : kCardNames) {
-    if (card.type == element.type && card.properties.find(property) != std::string_view::npos) {
+  for (const NasElementCard& card : NasElementCards()) {
+    if (card.Makes(type) && card.properties.find(property) != std::string_view::npos) {
       is_wanted = true;
       if (card.name == element.name) return true;
     }
   }
-  return !is_wanted && (element.properties.empty() || element.type == element::kLine2);
+  return !is_wanted && (element.properties.empty() || type == element::kLine2);
 }
 
 }  // namespace
-
-bool NasHasProperty(std::string_view card) {
-  return card != "PLOTEL" && card != "CONROD" && card != "CONM2";
-}
 
 NasCardText::NasCardText(const Deck& deck, Names property_cards, Names material_cards)
     : deck_(deck),
@@ -152,9 +112,9 @@ std::string NasCardText::NameOf(std::size_t index) const {
   const Mesh::Element& element = deck_.elements[index];
   const std::string property = PropertyCard(element.property);
   const auto came_from = names_.find(element.key);
-  const CardName* chosen = nullptr;
-  for (const CardName& card : kCardNames) {
-    if (card.type != element.type || !Fits(card, property)) continue;
+  const NasElementCard* chosen = nullptr;
+  for (const NasElementCard& card : NasElementCards()) {
+    if (!card.Makes(element.type) || !Fits(card, element.type, property)) continue;
     // A point is a mass, or a bush to the ground, only when something says so.
     const bool is_mass = card.name == "CONM2";
     if (is_mass && !masses_.contains(element.key)) continue;
@@ -180,6 +140,21 @@ Key NasCardText::PropertyOfElement(Key key) const {
 bool NasCardText::IsMass(Key key) const {
   const auto found = elements_.find(key);
   return found != elements_.end() && NameOf(found->second) == "CONM2";
+}
+
+bool NasCardText::IsAcross(const tagTEcrd& record) const {
+  if (record.method != tagTEcrd::kByCoordinateSystem) return false;
+  const auto found = elements_.find(record.key);
+  if (found == elements_.end()) return false;
+  const std::string name = NameOf(found->second);
+  if (name != "CBAR" && name != "CBEAM") return false;
+  const std::size_t first = deck_.elements[found->second].first;
+  Vector3 along = PointOf(deck_.connectivity[first + 1]) - PointOf(deck_.connectivity[first]);
+  const auto system = static_cast<Key>(record.coordinate_system);
+  const auto frame = systems_.FrameOf(system);
+  constexpr double kParallel = 1e-9;
+  return !frame || !systems_.IsRectangular(system) || !Normalize(along) ||
+         Distance(along, frame->axes.x) > kParallel;
 }
 
 // ---- cards --------------------------------------------------------------------------------------
@@ -232,7 +207,7 @@ NasFields NasCardText::Element(Key key, const NasLineForm& form) const {
     if (mass != masses_.end()) AddNasMass(card, *mass->second, form, node(0), frames);
     return card;
   }
-  if (NasHasProperty(card.Name())) card.Number(element.property);
+  if (FindNasElementCard(card.Name())->has_property) card.Number(element.property);
   for (std::size_t i = 0; i < count; ++i) card.Number(node(i));
   if (!IsNasLine(card.Name()) || count == 1) return card;
   const auto records = lines_.find(key);

@@ -49,6 +49,9 @@ class NasCardText {
   const tagTMatl* MaterialOf(Key key) const;
   const tagTCord* SystemOf(Key number) const;
   Key PropertyOfElement(Key key) const;  ///< 0 for none
+  /// Whether a record gives a bar or a beam the axes of a system of which the first is not along
+  /// it: no card can say so.
+  bool IsAcross(const tagTEcrd& record) const;
   /// Whether the element is written as a mass.
   bool IsMass(Key element) const;
 
@@ -77,9 +80,6 @@ class NasCardText {
   Names material_cards_;
   std::map<std::int32_t, std::pair<std::uint64_t, Key>> unwritten_;
 };
-
-/// Whether a card of that name names a property.
-bool NasHasProperty(std::string_view card);
 
 /// The key of a model's global system, which needs no card.
 inline constexpr Key kNasGlobalSystem = 1;

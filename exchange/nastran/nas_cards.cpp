@@ -27,7 +27,9 @@ bool BeginsWith(std::string_view line, std::string_view first, std::string_view 
     while (at < line.size() && IsBlank(line[at])) ++at;
     if (AsciiUpper(std::string(line.substr(at, word.size()))) != word) return false;
     at += word.size();
-    if (at < line.size() && !IsBlank(line[at]) && line[at] != ',' && line[at] != '\'') return false;
+    if (at < line.size() && !IsBlank(line[at]) &&
+        std::string_view(",'=").find(line[at]) == std::string_view::npos)
+      return false;
   }
   return true;
 }
@@ -72,31 +74,37 @@ std::optional<NasText> NasText::Read(const std::string& path, const ReadOptions&
                                      std::vector<Failure>& faults, LossReport& report) {
   auto read = ReadDeckText(path, options, NextInclude, faults, report);
   if (!read) return std::nullopt;
-  return NasText(std::move(*read));
+  return NasText(std::move(*read), ShareOf(options.progress, 0, 0.3));
 }
 
 NasText::NasText(std::string text, std::string name)
-    : NasText(DeckText(std::move(text), std::move(name))) {}
+    : NasText(DeckText(std::move(text), std::move(name)), {}) {}
 
-NasText::NasText(DeckText text) : deck_(std::move(text)) {
+NasText::NasText(DeckText text, const Progress& progress) : deck_(std::move(text)) {
   FindBulk();
-  ListCards();
+  ListCards(progress);
 }
 
 // ---- cards --------------------------------------------------------------------------------------
 
-/// Bulk data begins after BEGIN BULK, or with the file where there is none, and ends with ENDDATA.
+/// Bulk data begins after BEGIN BULK, or with the file where there is none, and ends with ENDDATA
+/// or where that of a superelement begins.
 void NasText::FindBulk() {
   bulk_end_ = Text().size();
   bool is_bulk = false;
   for (std::size_t at = 0; at < Text().size();) {
     const std::size_t end = std::min(Text().find('\n', at), Text().size() - 1) + 1;
     const std::string_view line = std::string_view(Text()).substr(at, end - at);
-    if (!is_bulk && BeginsWith(line, "BEGIN", "BULK")) {
+    const bool is_part =
+        BeginsWith(line, "BEGIN", "SUPER") || BeginsWith(line, "BEGIN", "AUXMODEL");
+    if (is_part || (is_bulk && BeginsWith(line, "BEGIN"))) {
+      if (parts_++ == 0) bulk_end_ = at;
+      is_bulk = true;
+    } else if (!is_bulk && BeginsWith(line, "BEGIN", "BULK")) {
       bulk_begin_ = end;
       is_bulk = true;
     } else if (BeginsWith(line.substr(0, line.find('$')), "ENDDATA")) {
-      bulk_end_ = at;
+      bulk_end_ = std::min(bulk_end_, at);
       is_ended_ = true;
       break;
     }
@@ -330,10 +338,13 @@ void CardLister::SortByCard() {
 
 }  // namespace
 
-void NasText::ListCards() {
+void NasText::ListCards(const Progress& progress) {
+  constexpr std::size_t kUsualLine = 72;
   fields_.reserve((bulk_end_ - bulk_begin_) / 8);
   CardLister lister(Text(), cards_, fields_, lines_, names_);
+  StepCounter steps(progress, (bulk_end_ - bulk_begin_) / kUsualLine);
   for (std::size_t at = bulk_begin_; at < bulk_end_;) {
+    steps.Step();
     const std::size_t end = std::min(Text().find('\n', at), Text().size() - 1) + 1;
     lister.AddLine(at, end);
     at = end;

@@ -69,6 +69,8 @@ class NasText {
   std::size_t BulkEnd() const { return bulk_end_; }
   /// Whether ENDDATA ends it.
   bool IsEnded() const { return is_ended_; }
+  /// How many superelements follow it, each a deck of its own.
+  std::size_t Parts() const { return parts_; }
   const std::vector<NasCard>& Cards() const { return cards_; }
 
   /// A field as it is after the changes.
@@ -83,14 +85,15 @@ class NasText {
   std::string Place(const NasCard& card) const;
 
  private:
-  explicit NasText(DeckText text);
+  NasText(DeckText text, const Progress& progress);
   void FindBulk();
-  void ListCards();
+  void ListCards(const Progress& progress);
 
   DeckText deck_;
   std::size_t bulk_begin_ = 0;
   std::size_t bulk_end_ = 0;
   bool is_ended_ = false;
+  std::size_t parts_ = 0;
   std::vector<NasCard> cards_;
   std::vector<NasField> fields_;  ///< of all cards, card after card
   std::vector<NasLine> lines_;    ///< the same
