@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <fmt/format.h>
+#include <numeric>
 
 #include "qx_db/record/element_types.h"
 
@@ -28,16 +29,41 @@ bool Fits(const NasElementCard& element, std::int32_t type, std::string_view pro
 
 }  // namespace
 
+void NasIndex::Set(std::vector<Key> keys) {
+  keys_ = std::move(keys);
+  if (std::is_sorted(keys_.begin(), keys_.end())) return;
+  places_.resize(keys_.size());
+  std::iota(places_.begin(), places_.end(), 0u);
+  std::sort(places_.begin(), places_.end(),
+            [this](std::uint32_t a, std::uint32_t b) { return keys_[a] < keys_[b]; });
+  std::sort(keys_.begin(), keys_.end());
+}
+
+std::size_t NasIndex::Find(Key key) const {
+  const auto found = std::lower_bound(keys_.begin(), keys_.end(), key);
+  if (found == keys_.end() || *found != key) return kNone;
+  const auto at = static_cast<std::size_t>(found - keys_.begin());
+  return places_.empty() ? at : places_[at];
+}
+
 NasCardText::NasCardText(const Deck& deck, Names property_cards, Names material_cards)
     : deck_(deck),
       systems_(deck.Of<tagTCord>()),
       property_cards_(std::move(property_cards)),
       material_cards_(std::move(material_cards)) {
-  for (std::size_t i = 0; i < deck.node_keys.size(); ++i) nodes_[deck.node_keys[i]] = i;
+  nodes_.Set(deck.node_keys);
+  std::vector<Key> keys;
+  for (const Mesh::Element& element : deck.elements) keys.push_back(element.key);
+  elements_.Set(std::move(keys));
+  came_from_.resize(deck.elements.size());
   for (const tagTBlock& block : deck.Of<tagTBlock>()) {
     if (block.format.View() != u"nastran") continue;
-    const std::string name = Utf8(block.name.View());
-    for (const ITR element : block.elements) names_[static_cast<Key>(element)] = name;
+    if (blocks_.size() == UINT16_MAX) break;
+    blocks_.push_back(Utf8(block.name.View()));
+    for (const ITR element : block.elements) {
+      const std::size_t at = elements_.Find(static_cast<Key>(element));
+      if (at != NasIndex::kNone) came_from_[at] = static_cast<std::uint16_t>(blocks_.size());
+    }
   }
   for (const tagTProp& property : deck.Of<tagTProp>()) properties_[property.key] = &property;
   for (const tagTMatl& material : deck.Of<tagTMatl>()) materials_[material.key] = &material;
@@ -64,7 +90,6 @@ NasCardText::NasCardText(const Deck& deck, Names property_cards, Names material_
   for (const tagTSprop& record : deck.Of<tagTSprop>()) masses_[record.key] = &record;
   for (std::size_t i = 0; i < deck.elements.size(); ++i) {
     const Mesh::Element& element = deck.elements[i];
-    elements_[element.key] = i;
     if (const auto system = of_elements.find(element.key); system != of_elements.end()) {
       for (std::size_t n = 0; n < deck.NodesOf(i); ++n) {
         outputs_.emplace(deck.connectivity[element.first + n], system->second);
@@ -111,44 +136,44 @@ bool NasCardText::HasProperty(Key key) const { return !PropertyCard(key).empty()
 std::string NasCardText::NameOf(std::size_t index) const {
   const Mesh::Element& element = deck_.elements[index];
   const std::string property = PropertyCard(element.property);
-  const auto came_from = names_.find(element.key);
+  const std::uint16_t block = came_from_[index];
+  const std::string_view came_from = block ? std::string_view(blocks_[block - 1]) : "";
   const NasElementCard* chosen = nullptr;
   for (const NasElementCard& card : NasElementCards()) {
     if (!card.Makes(element.type) || !Fits(card, element.type, property)) continue;
     // A point is a mass, or a bush to the ground, only when something says so.
     const bool is_mass = card.name == "CONM2";
     if (is_mass && !masses_.contains(element.key)) continue;
-    if (!is_mass && element.type == element::kPoint && property.empty() &&
-        came_from == names_.end())
+    if (!is_mass && element.type == element::kPoint && property.empty() && came_from.empty())
       continue;
-    if (came_from != names_.end() && came_from->second == card.name) return std::string(card.name);
+    if (came_from == card.name) return std::string(card.name);
     if (!chosen) chosen = &card;
   }
   return chosen ? std::string(chosen->name) : std::string();
 }
 
 bool NasCardText::HasElement(Key key) const {
-  const auto found = elements_.find(key);
-  return found != elements_.end() && !NameOf(found->second).empty();
+  const std::size_t found = elements_.Find(key);
+  return found != NasIndex::kNone && !NameOf(found).empty();
 }
 
 Key NasCardText::PropertyOfElement(Key key) const {
-  const auto found = elements_.find(key);
-  return found == elements_.end() ? 0 : deck_.elements[found->second].property;
+  const std::size_t found = elements_.Find(key);
+  return found == NasIndex::kNone ? 0 : deck_.elements[found].property;
 }
 
 bool NasCardText::IsMass(Key key) const {
-  const auto found = elements_.find(key);
-  return found != elements_.end() && NameOf(found->second) == "CONM2";
+  const std::size_t found = elements_.Find(key);
+  return found != NasIndex::kNone && NameOf(found) == "CONM2";
 }
 
 bool NasCardText::IsAcross(const tagTEcrd& record) const {
   if (record.method != tagTEcrd::kByCoordinateSystem) return false;
-  const auto found = elements_.find(record.key);
-  if (found == elements_.end()) return false;
-  const std::string name = NameOf(found->second);
+  const std::size_t found = elements_.Find(record.key);
+  if (found == NasIndex::kNone) return false;
+  const std::string name = NameOf(found);
   if (name != "CBAR" && name != "CBEAM") return false;
-  const std::size_t first = deck_.elements[found->second].first;
+  const std::size_t first = deck_.elements[found].first;
   Vector3 along = PointOf(deck_.connectivity[first + 1]) - PointOf(deck_.connectivity[first]);
   const auto system = static_cast<Key>(record.coordinate_system);
   const auto frame = systems_.FrameOf(system);
@@ -160,8 +185,8 @@ bool NasCardText::IsAcross(const tagTEcrd& record) const {
 // ---- cards --------------------------------------------------------------------------------------
 
 Vector3 NasCardText::PointOf(Key node) const {
-  const auto found = nodes_.find(node);
-  return found == nodes_.end() ? Vector3() : Vector3(&deck_.coordinates[3 * found->second]);
+  const std::size_t found = nodes_.Find(node);
+  return found == NasIndex::kNone ? Vector3() : Vector3(&deck_.coordinates[3 * found]);
 }
 
 Key NasCardText::OutputOf(Key node) const {
@@ -189,12 +214,12 @@ NasFields NasCardText::Node(Key key, bool says_zero) const {
 }
 
 NasFields NasCardText::Element(Key key, const NasLineForm& form) const {
-  const auto found = elements_.find(key);
-  if (found == elements_.end()) return NasFields();
-  const Mesh::Element& element = deck_.elements[found->second];
-  NasFields card(NameOf(found->second));
+  const std::size_t found = elements_.Find(key);
+  if (found == NasIndex::kNone) return NasFields();
+  const Mesh::Element& element = deck_.elements[found];
+  NasFields card(NameOf(found));
   if (card.IsEmpty()) return card;
-  const std::size_t count = deck_.NodesOf(found->second);
+  const std::size_t count = deck_.NodesOf(found);
   const std::int8_t* order = NasOrder(element.type);
   const auto node = [&](std::size_t i) {
     return deck_.connectivity[element.first + (order ? static_cast<std::size_t>(order[i]) : i)];

@@ -265,7 +265,8 @@ void CardLister::AddLine(std::size_t begin, std::size_t end) {
   if (fields.size() == per_line + 1) {
     const NasField last = fields.back();
     open.label = last;
-    if (last.length > 0) by_label_[LabelName(Read(last))].push_back(to);
+    const std::string_view name = LabelName(Read(last));
+    if (!name.empty()) by_label_[name].push_back(to);
     if (is_free && DeckReal(Read(last)) && Read(last)[0] != '+') open.ninth = last;
     fields = fields.first(per_line);
   }
@@ -339,10 +340,13 @@ void CardLister::SortByCard() {
 }  // namespace
 
 void NasText::ListCards(const Progress& progress) {
-  constexpr std::size_t kUsualLine = 72;
-  fields_.reserve((bulk_end_ - bulk_begin_) / 8);
+  const std::string_view bulk =
+      std::string_view(Text()).substr(bulk_begin_, bulk_end_ - bulk_begin_);
+  const auto lines = static_cast<std::size_t>(std::count(bulk.begin(), bulk.end(), '\n'));
+  lines_.reserve(lines);
+  fields_.reserve(lines * 8);
   CardLister lister(Text(), cards_, fields_, lines_, names_);
-  StepCounter steps(progress, (bulk_end_ - bulk_begin_) / kUsualLine);
+  StepCounter steps(progress, lines);
   for (std::size_t at = bulk_begin_; at < bulk_end_;) {
     steps.Step();
     const std::size_t end = std::min(Text().find('\n', at), Text().size() - 1) + 1;

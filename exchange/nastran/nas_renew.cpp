@@ -1,6 +1,7 @@
 #include "exchange/nastran/nas_renew.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <fmt/format.h>
 #include <map>
@@ -67,15 +68,15 @@ class Renewer {
     StepCounter steps(progress_, sources.size());
     for (std::size_t i = 0; i < sources.size(); ++i) {
       steps.Step();
-      done_.insert({sources[i].kind, sources[i].key});
       if (sources[i].kind == Kind::kCarried) continue;
       std::size_t end = i + 1;
       while (end < sources.size() && sources[end].card == sources[i].card) ++end;
-      for (std::size_t j = i; j < end; ++j) done_.insert({sources[j].kind, sources[j].key});
+      for (std::size_t j = i; j < end; ++j) DoneOf(sources[j].kind).push_back(sources[j].key);
       RenewCard({sources.begin() + static_cast<std::ptrdiff_t>(i),
                  sources.begin() + static_cast<std::ptrdiff_t>(end)});
       i = end - 1;
     }
+    for (std::vector<Key>& keys : done_) std::sort(keys.begin(), keys.end());
     for (const NasCard& card : text_.Cards()) {
       if (!replaced_.contains(card.begin)) PatchCard(text_, card, edits_);
     }
@@ -104,6 +105,11 @@ class Renewer {
                      "renumber it, or write another format"};
     }
     return {};
+  }
+
+  std::vector<Key>& DoneOf(Kind kind) { return done_[static_cast<std::size_t>(kind)]; }
+  bool IsDone(Kind kind, Key key) const {
+    return NasHas(done_[static_cast<std::size_t>(kind)], key);
   }
 
   bool IsDescribed(std::size_t card) const {
@@ -447,14 +453,14 @@ class Renewer {
   void AddNewCards() {
     std::string added;
     const auto add = [&](Kind kind, Key key, const NasFields& card, const std::string& name = {}) {
-      if (!done_.contains({kind, key})) added += name + card.Text();
+      if (!IsDone(kind, key)) added += name + card.Text();
     };
     for (const tagTCord& system : now_deck_.Of<tagTCord>()) {
       add(Kind::kSystem, system.key, now_->System(system.key),
           NameLine(NasKind::kSystem, system.key));
     }
     for (const Key key : Sorted(now_deck_.node_keys)) {
-      if (done_.contains({Kind::kNode, key})) continue;
+      if (IsDone(Kind::kNode, key)) continue;
       NasFields card = now_->Node(key, grid_defaults_ != nullptr);
       // Constraints and the superelement of the defaults are of the nodes that came with them.
       for (const std::size_t f : {6, 7}) {
@@ -468,19 +474,17 @@ class Renewer {
     std::vector<Key> elements;
     for (const Mesh::Element& element : now_deck_.elements) elements.push_back(element.key);
     for (const Key key : Sorted(std::move(elements))) {
-      if (!done_.contains({Kind::kElement, key})) added += now_->Element(key, form).Text();
+      if (!IsDone(Kind::kElement, key)) added += now_->Element(key, form).Text();
     }
     for (const tagTProp& property : now_deck_.Of<tagTProp>()) {
       if (!now_->HasProperty(property.key)) continue;
       const NasFields card = now_->Property(property.key);
-      if (!done_.contains({Kind::kProperty, property.key}))
-        TellUnsaid<tagTProp>(property, card, nullptr);
+      if (!IsDone(Kind::kProperty, property.key)) TellUnsaid<tagTProp>(property, card, nullptr);
       add(Kind::kProperty, property.key, card, NameLine(NasKind::kProperty, property.key));
     }
     for (const tagTMatl& material : now_deck_.Of<tagTMatl>()) {
       const NasFields card = now_->Material(material.key);
-      if (!done_.contains({Kind::kMaterial, material.key}))
-        TellUnsaid<tagTMatl>(material, card, nullptr);
+      if (!IsDone(Kind::kMaterial, material.key)) TellUnsaid<tagTMatl>(material, card, nullptr);
       add(Kind::kMaterial, material.key, card, NameLine(NasKind::kMaterial, material.key));
     }
     added += loose_names_;
@@ -564,7 +568,7 @@ class Renewer {
         report_.Lost("properties have no card but their number", 1, where,
                      "it is not known what kind they are, or the format has none for it");
       }
-      const bool is_new = !done_.contains({Kind::kProperty, property.key});
+      const bool is_new = !IsDone(Kind::kProperty, property.key);
       const bool is_spring = NasCardOfProperty(property) == "PBUSH";
       if (now_->HasProperty(property.key) && is_new && !is_spring && property.material == 0) {
         report_.Changed("properties without a material were written without one", 1, where,
@@ -654,8 +658,8 @@ class Renewer {
   const NasCard* bar_defaults_ = nullptr;
   const NasCard* beam_defaults_ = nullptr;
   std::vector<NasEdit> edits_;
-  std::set<std::size_t> replaced_;  // cards, by their places
-  std::set<std::pair<Kind, Key>> done_;
+  std::set<std::size_t> replaced_;        // cards, by their places
+  std::array<std::vector<Key>, 6> done_;  // by kind; ascending once all cards are gone through
   std::string loose_names_;
   NasTally rewritten_;
   NasTally kept_;

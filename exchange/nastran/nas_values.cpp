@@ -195,6 +195,9 @@ std::string ApplyEdits(std::string_view text, std::vector<NasEdit> edits) {
   std::stable_sort(edits.begin(), edits.end(),
                    [](const NasEdit& a, const NasEdit& b) { return a.begin < b.begin; });
   std::string out;
+  std::size_t added = 0;
+  for (const NasEdit& edit : edits) added += edit.text.size();
+  out.reserve(text.size() + added);
   std::size_t done = 0;
   for (const NasEdit& edit : edits) {
     if (edit.begin < done || edit.end > text.size()) continue;

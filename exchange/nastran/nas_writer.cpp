@@ -86,6 +86,8 @@ Result<std::string> NasDeckText(CQXDBSession& session, const std::string& path, 
                                 const Progress& progress) {
   Deck deck = DeckOf(session, ShareOf(progress, 0, 0.3));
   report.Append(deck.report);
+  deck.Of<tagTCarried>() = {};  // it is read where it is
+  deck.Of<tagTField>() = {};    // which the format has no place for
   tagTCarried empty;
   empty.text.Assign(kEmptyDeck.data(), kEmptyDeck.size());
   const tagTCarried* carried = nullptr;
