@@ -205,7 +205,8 @@ std::string ApplyEdits(std::string_view text, std::vector<NasEdit> edits) {
     out += edit.text;
     done = edit.end;
   }
-  return out += text.substr(done);
+  out += text.substr(done);
+  return out;
 }
 
 void ReplaceCard(const NasText& text, const NasCard& card, std::string with,
