@@ -130,6 +130,10 @@ void NasNumbers::ListTextOnly(const NasText& text) {
     }
   }
   for (NasRuns& runs : text_only_) runs = NasJoined(std::move(runs));
+  for (std::size_t kind = 0; kind < kNasKinds; ++kind) {
+    std::set_difference(are_[kind].begin(), are_[kind].end(), were_[kind].begin(),
+                        were_[kind].end(), std::back_inserter(newcomers_[kind]));
+  }
 }
 
 bool NasNumbers::IsTextOnly(NasKind kind, Key number) const {
@@ -140,19 +144,34 @@ bool NasNumbers::IsTextOnly(NasKind kind, Key number) const {
 }
 
 Key NasNumbers::NewNumber(NasKind kind) {
-  Key& newest = newest_[Index(kind)];
   const NasRuns& only = text_only_[Index(kind)];
   const std::vector<Key>& are = Are(kind);
+  Key& newest = newest_[Index(kind)];
   if (newest == 0) {
     newest = std::max(are.empty() ? 0 : are.back(), only.empty() ? 0 : only.back().to);
   }
   if (newest < kNasMaxNumber) return ++newest;
-  Key free = 1;
-  while (free < kNasMaxNumber && (NasHas(are, free) || IsTextOnly(kind, free))) ++free;
-  // What was there is taken now.
-  text_only_[Index(kind)].push_back({free, free});
-  text_only_[Index(kind)] = NasJoined(std::move(text_only_[Index(kind)]));
-  return free;
+  Key& gap = newest_gap_[Index(kind)];
+  while (++gap <= kNasMaxNumber) {
+    const auto run = std::lower_bound(only.begin(), only.end(), gap,
+                                      [](const NasRun& r, Key number) { return r.to < number; });
+    if (run != only.end() && run->from <= gap) {
+      gap = std::min(run->to, kNasMaxNumber);
+    } else if (!NasHas(are, gap)) {
+      return gap;
+    }
+  }
+  gap = kNasMaxNumber;
+  return 0;
+}
+
+std::size_t NasNumbers::CountTextOnly(NasKind kind, Key from, Key to) const {
+  bool is_same = true;
+  std::size_t count = 0;
+  for (const NasRun& run : TextOnlyIn(kind, from, to, 1, is_same)) {
+    count += static_cast<std::size_t>(run.to - run.from) + 1;
+  }
+  return count;
 }
 
 NasRuns NasNumbers::TextOnlyIn(NasKind kind, Key from, Key to, Key step, bool& is_same) const {
@@ -175,18 +194,32 @@ NasRuns NasNumbers::TextOnlyIn(NasKind kind, Key from, Key to, Key step, bool& i
       }
       continue;
     }
+    bool is_whole = false;
     for (auto at = renamed.lower_bound(begin); at != renamed.end() && at->first <= end; ++at) {
       if (begin < at->first) found.push_back({begin, at->first - 1});
       add(at->first);
+      if (at->first == end) {
+        is_whole = true;
+        break;
+      }
       begin = at->first + 1;
     }
-    if (begin <= end) found.push_back({begin, end});
+    if (!is_whole && begin <= end) found.push_back({begin, end});
   }
   AddNasRuns(std::move(single), found);
   return found;
 }
 
 NasRuns NasNumbers::InRange(NasKind kind, Key from, Key to, Key step, bool& is_same) const {
+  const auto has_any = [&](const auto& numbers, auto first, auto key_of) {
+    return first != numbers.end() && key_of(*first) <= to;
+  };
+  const auto& renamed = renamed_[Index(kind)];
+  const std::vector<Key>& newcomers = newcomers_[Index(kind)];
+  is_same = !has_any(renamed, renamed.lower_bound(from), [](const auto& r) { return r.first; }) &&
+            !has_any(newcomers, std::lower_bound(newcomers.begin(), newcomers.end(), from),
+                     [](Key key) { return key; });
+  if (is_same) return {};
   const auto members = [&](const std::vector<Key>& list) {
     std::vector<Key> found;
     for (auto at = std::lower_bound(list.begin(), list.end(), from); at != list.end() && *at <= to;
@@ -225,7 +258,7 @@ void AddNasRuns(std::vector<Key> numbers, NasRuns& runs) {
   std::sort(numbers.begin(), numbers.end());
   for (std::size_t i = 0; i < numbers.size();) {
     std::size_t end = i + 1;
-    while (end < numbers.size() && numbers[end] <= numbers[end - 1] + 1) ++end;
+    while (end < numbers.size() && numbers[end] - 1 <= numbers[end - 1]) ++end;
     runs.push_back({numbers[i], numbers[end - 1]});
     i = end;
   }
@@ -426,6 +459,11 @@ class Follower {
         gone += now == 0;
         if (now != 0) singles.push_back(now);
         continue;
+      }
+      constexpr std::size_t kMostBySteps = 1 << 20;
+      if (item.step > 1 && numbers_.CountTextOnly(*kind, item.from, item.to) > kMostBySteps) {
+        unchecked_.Add(text_, card);
+        return true;
       }
       bool as_was = true;
       const NasRuns now = numbers_.InRange(*kind, item.from, item.to, item.step, as_was);

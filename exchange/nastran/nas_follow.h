@@ -58,13 +58,15 @@ class NasNumbers {
   /// Lists the numbers that only the text has, once all that it describes is known.
   void ListTextOnly(const NasText& text);
   bool IsTextOnly(NasKind kind, Key number) const;
-  /// A number that nothing has: behind all that are there, as far as the format has numbers.
+  /// A number that nothing has: behind all that are there, as far as the format has numbers, else
+  /// between them; 0 when there is none.
   Key NewNumber(NasKind kind);
-  /// Members of a range in the text, as numbers of now; whether the same range names just these
-  /// now.
+  /// Members of a range in the text, as numbers of now; none, and `is_same`, where the same range
+  /// names just these now. Once ListTextOnly was called.
   NasRuns InRange(NasKind kind, Key from, Key to, Key step, bool& is_same) const;
-  /// Those that only the text has, the same way.
+  /// Those that only the text has; `is_same` becomes false where some have another number.
   NasRuns TextOnlyIn(NasKind kind, Key from, Key to, Key step, bool& is_same) const;
+  std::size_t CountTextOnly(NasKind kind, Key from, Key to) const;
 
  private:
   static std::size_t Index(NasKind kind) { return static_cast<std::size_t>(kind); }
@@ -76,7 +78,9 @@ class NasNumbers {
   std::array<std::vector<Key>, kNasKinds> are_;
   std::array<NasRuns, kNasKinds> text_only_;
   bool has_text_only_ = false;
+  std::array<std::vector<Key>, kNasKinds> newcomers_;  ///< that were not in the text
   std::array<Key, kNasKinds> newest_{};
+  std::array<Key, kNasKinds> newest_gap_{};
 };
 
 /// The greatest number that the format has.

@@ -38,9 +38,9 @@ class Renewer {
         report_(report) {}
 
   Result<std::string> Text() {
-    if (Outcome fits = CheckKeys(); !fits) return fits.Error();
     names_ = NasNamesOf(text_);
     MatchNumbers();
+    if (Outcome fits = CheckKeys(); !fits) return fits.Error();
     const NasCardText now(now_deck_, property_cards_, material_cards_);
     FollowNasNumbers(text_, numbers_, edits_, report_);
     std::vector<NasSource> sources;

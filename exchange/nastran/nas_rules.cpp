@@ -374,7 +374,8 @@ NasItems NasItemsOf(const NasText& text, const NasCard& card, const NasKeyList& 
   NasItems found;
   std::size_t f = list.first;
   const auto number_at = [&](std::size_t field) {
-    return static_cast<Key>(DeckInteger(text.FieldText(card, field)).value_or(0));
+    const auto number = DeckInteger(text.FieldText(card, field));
+    return number && *number > 0 && *number <= kMaxKey ? static_cast<Key>(*number) : 0;
   };
   const auto next = [&] {
     for (++f; f < list.end && text.FieldText(card, f).empty();) ++f;

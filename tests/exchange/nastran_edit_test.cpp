@@ -109,6 +109,13 @@ std::vector<Case> Cases() {
        {"NSM1    5       ELEMENT 1.5     2       4       5       7       300"},
        {},
        {"SET1 cards were not checked against renumbering: 2"}},
+      {"ScalarPointsUpToTheEnd",
+       DeckWith("SPOINT  20      THRU    99999999\nSPC1    1       1       21\n"
+                "SET1    7       1       THRU    99999999BY      2\nPANEL   A       7\n"),
+       [](NastranModel& model) { model.Renumber<tagTNode>(2, 21); },
+       {"SPOINT  22      THRU    99999999", "SPC1    1       1       2\n"},
+       {},
+       {"SET1 cards were not checked against renumbering: 1"}},
       {"SetOfElements",
        DeckWith("SET1    8       2       3       4\nMONPNT3,A,B\n,123,,8\n"),
        RenumberRod3,
