@@ -10,10 +10,12 @@
 #include "qx_db/core/transaction.h"
 #include "qx_db/lib/message.h"
 #include "qx_db/mesh/topology_table.h"
+#include "qx_db/model/coordinate_pool.h"
 #include "qx_db/model/mesh_set_pool.h"
 #include "qx_db/record/element_types.h"
 #include "qx_db/record/verbs.h"
 
+#include "exchange/system_frames.h"
 #include "host/records.h"
 
 namespace qx::exchange {
@@ -54,13 +56,16 @@ class RecordAdder {
       return true;
     }
     GiveKeys(*pool, records);
+    if constexpr (T::kType == code::kCord) {
+      for (const tagTCord& system : records) system_types_[system.key] = system.type;
+    }
     const std::span<const Row* const> references = schema.References();
     const bool may_name_later = std::any_of(references.begin(), references.end(),
                                             [](const Row* row) { return row->target == T::kType; });
     std::vector<std::pair<ITR, T>> again;  // of which a target came later
     for (T& record : records) {
       RenameReferences(schema, record);
-      record.ConvertUnitIn(&session_.Units());
+      ConvertIn(record);
       std::optional<T> before;
       if (may_name_later) before = record;
       const int unknown = KeysToIterators(schema, record, session_, ReferenceScope::kAll);
@@ -109,6 +114,22 @@ class RecordAdder {
     }
   }
 
+  template <class T>
+  void ConvertIn(T& record) {
+    if constexpr (T::kType == code::kCord) {
+      const auto reference = static_cast<Key>(record.reference);
+      const auto of_deck = system_types_.find(reference);
+      const auto* pool = session_.GetPool<DPoolCord>(code::kCord);
+      const ITR of_model = of_deck == system_types_.end() ? pool->Find(reference) : 0;
+      const std::int32_t type = of_deck != system_types_.end() ? of_deck->second
+                                : of_model                     ? pool->GetAtNU(of_model).type
+                                                               : tagTCord::kRectangular;
+      ConvertSystemIn(record, type, session_.Units());
+    } else {
+      record.ConvertUnitIn(&session_.Units());
+    }
+  }
+
   void RenameReferences(const Schema& schema, TStructBase& record) {
     ForEachReference(schema, record, [&](const Row& row, char* slot) {
       const auto key = static_cast<Key>(LoadAt<std::int64_t>(slot));
@@ -130,6 +151,7 @@ class RecordAdder {
   const std::vector<Key> none_;
   const std::vector<Key>* set_keys_ = &none_;
   std::map<std::uint16_t, KeyMap> keys_;
+  std::unordered_map<Key, std::int32_t> system_types_;  // of the deck, by new key
 };
 
 /// The tags of the groups as records.
@@ -261,7 +283,16 @@ class DeckMaker {
         }
         StoreAt<std::int64_t>(slot, key);
       });
-      records.back().ConvertUnitOut(&session_.Units());
+      if constexpr (T::kType == code::kCord) {
+        const bool has_reference = IsLiveItem(from.reference);
+        const auto* pool = static_cast<const DPoolCord*>(PoolOfType<T>());
+        ConvertSystemOut(
+            records.back(),
+            has_reference ? pool->GetAtNU(from.reference).type : tagTCord::kRectangular,
+            session_.Units());
+      } else {
+        records.back().ConvertUnitOut(&session_.Units());
+      }
     });
   }
 

@@ -68,6 +68,13 @@ Deck DeckOf(const CQXDBSession& session, const Progress& progress = {});
 void ReportUnwritten(const CQXDBSession& session, std::string_view format,
                      std::span<const std::uint16_t> written, LossReport& report);
 
+/// Names of the members in which a record differs from what is said of it, which is of the same
+/// type: "specific heat, color"; "" for none. Its key and its name do not count, nor do arrays.
+std::string UnsaidMembers(const Schema& schema, const TStructBase& held, const TStructBase& said);
+
+/// Fails when a number of a record is none: nothing that can be written reads as it.
+Outcome CheckNumbers(const Deck& deck, const std::string& path);
+
 /// Tells of elements that a format has no word for, by type: how many, and the key of the first.
 struct UnwrittenElements {
   void Add(std::int32_t type, Key key);

@@ -2,6 +2,7 @@
 // The text of a deck: its file and what that includes as one, and numbers as decks write them.
 // Threads: shares nothing; one at a time for each object.
 
+#include <algorithm>
 #include <cstdint>
 #include <functional>
 #include <optional>
@@ -54,6 +55,18 @@ using FindInclude =
 std::optional<DeckText> ReadDeckText(const std::string& path, const ReadOptions& options,
                                      const FindInclude& find, std::vector<Failure>& faults,
                                      LossReport& report);
+
+/// Whether any of the lines that a file begins with is so: `is_so(line, is_cut)`, without line
+/// ends. `is_cut`: the file's head ends before the line does.
+template <class IsSo>
+bool AnyLine(std::string_view head, IsSo&& is_so) {
+  while (!head.empty()) {
+    const std::size_t end = std::min(head.find('\n'), head.size());
+    if (is_so(head.substr(0, end), end == head.size())) return true;
+    head.remove_prefix(std::min(end + 1, head.size()));
+  }
+  return false;
+}
 
 /// A deck that this program made anew, with a line of comment at its head that says so, and of
 /// which text: a deck that somebody changed by hand is not ours any more.

@@ -1,6 +1,8 @@
 // What a format has no place for, in words.
 
 #include <algorithm>
+#include <cmath>
+#include <cstring>
 #include <fmt/format.h>
 
 #include "qx_db/record/element_types.h"
@@ -137,6 +139,70 @@ void ReportUnwritten(const CQXDBSession& session, std::string_view format,
     report.Lost(named.plural + " were left out", count, fmt::format("{} {}", named.one, first),
                 kWhy);
   }
+}
+
+namespace {
+
+/// "specific heat" of a member that the gateway calls SPECIFIC_HEAT, or is a part of.
+std::string WordsOf(const Schema& schema, const Row& row) {
+  std::string words;
+  for (std::size_t i = 0; i < schema.Gateway().size(); ++i) {
+    if (schema.GatewayRows()[i]->offset > row.offset) break;
+    words = schema.Gateway()[i].name;
+  }
+  for (char& c : words) c = c == '_' ? ' ' : static_cast<char>(c >= 'A' && c <= 'Z' ? c | 0x20 : c);
+  return words;
+}
+
+const char* At(const TStructBase& record, const Row& row) {
+  return reinterpret_cast<const char*>(&record) + row.offset;
+}
+
+bool IsSame(const Row& row, const char* a, const char* b) {
+  if (row.number != Row::Number::kDouble) return std::memcmp(a, b, std::size_t(row.size)) == 0;
+  for (std::int32_t at = 0; at < row.size; at += 8) {
+    const auto x = LoadAt<double>(a + at);
+    const auto y = LoadAt<double>(b + at);
+    if (!(std::abs(x - y) <= 1e-12 * std::max(std::abs(x), std::abs(y)))) return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+std::string UnsaidMembers(const Schema& schema, const TStructBase& held, const TStructBase& said) {
+  std::string names;
+  std::string last;
+  for (const Row& row : schema.Rows().subspan(1)) {
+    if (row.IsArray() || std::u16string_view(row.name) == u"_NAME") continue;
+    if (IsSame(row, At(held, row), At(said, row))) continue;
+    std::string name = WordsOf(schema, row);
+    if (name == last) continue;
+    names += (names.empty() ? "" : ", ") + name;
+    last = std::move(name);
+  }
+  return names;
+}
+
+Outcome CheckNumbers(const Deck& deck, const std::string& path) {
+  Outcome outcome;
+  const auto check = [&](const auto& records) {
+    using T = typename std::decay_t<decltype(records)>::value_type;
+    for (const T& record : records) {
+      for (const Row& row : T::GetSchema().Rows()) {
+        if (row.IsArray() || row.number != Row::Number::kDouble) continue;
+        for (std::int32_t at = 0; outcome && at < row.size; at += 8) {
+          if (std::isfinite(LoadAt<double>(At(record, row) + at))) continue;
+          outcome =
+              Failure{path, fmt::format("{} {}", NamesOf(T::GetSchema(), T::kType).one, record.key),
+                      fmt::format("its {} is not a finite number", WordsOf(T::GetSchema(), row)),
+                      "correct it in the model"};
+        }
+      }
+    }
+  };
+  std::apply([&](const auto&... records) { (check(records), ...); }, deck.records);
+  return outcome;
 }
 
 void UnwrittenElements::Add(std::int32_t type, Key key) {

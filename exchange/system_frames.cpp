@@ -26,4 +26,30 @@ SystemFrames SystemsOf(const CQXDBSession& session) {
   return systems;
 }
 
+namespace {
+
+/// Puts the angles of a system back that a conversion took for lengths.
+void KeepAngles(const tagTCord& from, std::int32_t reference_type, tagTCord& to) {
+  if (reference_type == tagTCord::kRectangular) return;
+  for (tagTVector3<double> tagTCord::*const point :
+       {&tagTCord::origin, &tagTCord::axis_point, &tagTCord::plane_point}) {
+    (to.*point).y = (from.*point).y;
+    if (reference_type == tagTCord::kSpherical) (to.*point).z = (from.*point).z;
+  }
+}
+
+}  // namespace
+
+void ConvertSystemIn(tagTCord& system, std::int32_t reference_type, const CQXUnitCtrl& units) {
+  const tagTCord was = system;
+  system.ConvertUnitIn(&units);
+  KeepAngles(was, reference_type, system);
+}
+
+void ConvertSystemOut(tagTCord& system, std::int32_t reference_type, const CQXUnitCtrl& units) {
+  const tagTCord was = system;
+  system.ConvertUnitOut(&units);
+  KeepAngles(was, reference_type, system);
+}
+
 }  // namespace qx::exchange

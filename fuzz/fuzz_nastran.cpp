@@ -8,6 +8,7 @@
 
 #include "qx_db/qx_db.h"
 
+#include "exchange/nastran/nas_follow.h"
 #include "exchange/nastran/nas_reader.h"
 #include "exchange/nastran/nas_writer.h"
 #include "fuzz/sound_model.h"
@@ -29,7 +30,8 @@ void MustComeBack(const qx::exchange::Deck& deck) {
   for (const qx::ITR at : every_third) {
     qx::tagTNode node = nodes.GetAtNU(at);
     node.position.x += 1;
-    if (const qx::Key key = nodes.Set().GetNewKey(); key > 0) node.key = key;
+    const qx::Key key = nodes.Set().GetNewKey();
+    if (key > 0 && key <= qx::exchange::kNasMaxNumber) node.key = key;
     nodes.SetAtNU(at, node);
   }
   if (!step.Commit()) return;

@@ -7,6 +7,7 @@
 
 #include "exchange/abaqus/inp_deck.h"
 #include "exchange/abaqus/inp_writer.h"
+#include "exchange/deck_text.h"
 
 namespace qx::exchange {
 namespace {
@@ -24,43 +25,37 @@ constexpr std::string_view kKeywords[] = {
 /// mesh. What begins with *KEYWORD is a deck of another family.
 bool LooksLike(std::string_view head) {
   bool has_keyword = false;
-  for (std::size_t at = 0; at < head.size();) {
-    const std::size_t end = std::min(head.find('\n', at), head.size());
-    std::string_view line = head.substr(at, end - at);
-    at = end + 1;
+  bool is_known = false;
+  AnyLine(head, [&](std::string_view line, bool) {
     line.remove_prefix(std::min(line.find_first_not_of(" \t\r"), line.size()));
-    if (line.empty() || line.starts_with("**")) continue;
-    if (line[0] != '*' && !has_keyword) return false;
-    if (line[0] != '*') continue;
+    if (line.empty() || line.starts_with("**")) return false;
+    if (line[0] != '*') return !has_keyword;  // data before any keyword
     std::string keyword = AsciiUpper(line.substr(1, line.find_first_of(",\r") - 1));
     std::erase_if(keyword, [](char c) { return c == ' ' || c == '\t'; });
-    if (keyword == "KEYWORD") return false;
     has_keyword = true;
-    if (std::find(std::begin(kKeywords), std::end(kKeywords), keyword) != std::end(kKeywords)) {
-      return true;
-    }
-  }
-  return false;
+    is_known =
+        std::find(std::begin(kKeywords), std::end(kKeywords), keyword) != std::end(kKeywords);
+    return is_known || keyword == "KEYWORD";
+  });
+  return is_known;
 }
 
 /// A keyword at first, of whatever name, but not those of a format that looks alike; or remarks
 /// only, as far as the head goes.
 bool MayBe(std::string_view head) {
-  bool has_remark = false;
-  for (std::size_t at = 0; at < head.size();) {
-    const std::size_t end = std::min(head.find('\n', at), head.size());
-    std::string_view line = head.substr(at, end - at);
-    at = end + 1;
+  bool is_one = false;  // as far as the lines so far tell
+  AnyLine(head, [&](std::string_view line, bool) {
     line.remove_prefix(std::min(line.find_first_not_of(" \t\r"), line.size()));
-    if (line.empty()) continue;
+    if (line.empty()) return false;
     if (line.starts_with("**")) {
-      has_remark = true;
-      continue;
+      is_one = true;
+      return false;
     }
     const bool is_keyword = line.size() > 1 && line[0] == '*' && std::isalpha(line[1] & 0x7F) != 0;
-    return is_keyword && !AsciiUpper(line.substr(1)).starts_with("KEYWORD");
-  }
-  return has_remark;
+    is_one = is_keyword && !AsciiUpper(line.substr(1)).starts_with("KEYWORD");
+    return true;
+  });
+  return is_one;
 }
 
 bool IsOwn(const std::string& path) { return IsMarkedDeck(kInpComment, path); }

@@ -178,7 +178,8 @@ std::string InpNewText::Elements(std::span<const std::size_t> elements,
 
 std::string InpNewText::Material(const tagTMatl& material) {
   if (const std::string parts = UnwrittenPartsOf(material); !parts.empty()) {
-    report_.Lost("parts of materials were left out: " + parts, 1, Utf8(material.name.View()));
+    report_.Lost("parts of materials were left out: " + parts, 1, Utf8(material.name.View()),
+                 "no option of a material says them");
   }
   return MaterialText(material, MaterialName(material.key));
 }
@@ -222,10 +223,10 @@ std::string InpNewText::Section(const tagTProp& property, const std::string& set
     report_.Changed("materials of beams became the stiffness of their sections", 1,
                     Utf8(property.name.View()), "a section of any shape has no material");
   }
-  const bool has_more = property.non_structural_mass != 0 || property.mass != 0 ||
-                        property.shear_area_y != 0 || property.shear_area_z != 0;
-  report_.Lost("parts of properties were left out", has_more && !text.empty() ? 1 : 0,
-               Utf8(property.name.View()), "the section has no place for them");
+  if (const std::string parts = UnwrittenPartsOf(property); !text.empty() && !parts.empty()) {
+    report_.Lost("parts of properties were left out: " + parts, 1, Utf8(property.name.View()),
+                 "the section has no place for them");
+  }
   return text;
 }
 

@@ -121,25 +121,17 @@ std::string MaterialText(const tagTMatl& material, std::string_view name) {
 }
 
 std::string UnwrittenPartsOf(const tagTMatl& m) {
-  struct Part {
-    const char* name;
-    bool is_there;
-  };
-  const Part parts[] = {
-      {"shear modulus", m.shear_modulus != 0},
-      {"reference temperature", m.reference_temperature != 0 && m.thermal_expansion == 0},
-      {"damping", m.structural_damping != 0 || m.mass_damping != 0 || m.stiffness_damping != 0},
-      {"strengths",
-       m.tensile_strength != 0 || m.compressive_strength != 0 || m.shear_strength != 0},
-      {"plasticity", m.yield_stress != 0 || m.tangent_modulus != 0},
-      {"fatigue", m.endurance_limit != 0 || m.endurance_cycles != 0},
-      {"viscosity", m.dynamic_viscosity != 0},
-  };
-  std::string names;
-  for (const Part& part : parts) {
-    if (part.is_there) names += (names.empty() ? "" : ", ") + std::string(part.name);
+  tagTMatl said;
+  if (m.elastic_modulus != 0) {
+    said.elastic_modulus = m.elastic_modulus;
+    said.poisson_ratio = m.poisson_ratio;
   }
-  return names;
+  if (m.thermal_expansion != 0) said.reference_temperature = m.reference_temperature;
+  said.thermal_expansion = m.thermal_expansion;
+  said.density = m.density;
+  said.conductivity = m.conductivity;
+  said.specific_heat = m.specific_heat;
+  return UnsaidMembers(tagTMatl::GetSchema(), m, said);
 }
 
 // ---- sections -----------------------------------------------------------------------------------
@@ -183,6 +175,42 @@ std::string SectionText(const tagTProp& p, std::string_view set, std::string_vie
     default:
       return {};
   }
+}
+
+std::string UnwrittenPartsOf(const tagTProp& p) {
+  tagTProp said;
+  said.type = p.type;
+  said.material = p.material;
+  said.coordinate_system = p.coordinate_system;
+  switch (p.type) {
+    case tagTProp::kPlate:
+    case tagTProp::kMembrane:
+    case tagTProp::kPlaneStress:
+    case tagTProp::kPlaneStrain:
+      said.thickness = p.thickness;
+      break;
+    case tagTProp::kTruss:
+      said.area = p.area;
+      break;
+    case tagTProp::kBeam:
+      said.area = p.area;
+      said.inertia_y = p.inertia_y;
+      said.inertia_z = p.inertia_z;
+      said.inertia_yz = p.inertia_yz;
+      said.torsion = p.torsion;
+      break;
+    case tagTProp::kSpring:
+    case tagTProp::kPointSpring:
+      for (std::size_t dof = 0; dof < 6; ++dof) {
+        if (p.stiffness[dof] == 0) continue;
+        said.stiffness[dof] = p.stiffness[dof];
+        break;
+      }
+      break;
+    default:
+      break;
+  }
+  return UnsaidMembers(tagTProp::GetSchema(), p, said);
 }
 
 // ---- systems ------------------------------------------------------------------------------------

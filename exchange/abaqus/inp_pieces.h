@@ -46,8 +46,9 @@ inline constexpr std::string_view kInpMaterialOptions[][2] = {{"ELASTIC", "Elast
 std::string MaterialOptionHead(const tagTMatl& material, std::string_view option,
                                std::string_view title);
 std::string MaterialText(const tagTMatl& material, std::string_view name);
-/// Names of parts of a material that are not written; empty when there are none.
+/// Names of parts of a material, or a property, that are not written; empty when there are none.
 std::string UnwrittenPartsOf(const tagTMatl& material);
+std::string UnwrittenPartsOf(const tagTProp& property);
 
 /// A section of a property; empty when the format has none for it. `direction` is that of beams.
 std::string SectionText(const tagTProp& property, std::string_view set, std::string_view material,

@@ -2,70 +2,48 @@
 
 #include <algorithm>
 #include <fmt/format.h>
+#include <numeric>
 
 #include "qx_db/record/element_types.h"
 
 #include "exchange/nastran/nas_properties.h"
 #include "exchange/nastran/nas_reader.h"
+#include "exchange/nastran/nas_rules.h"
 
 namespace qx::exchange {
 namespace {
 
-struct CardName {
-  std::string_view name;
-  std::int32_t type;
-  /// Properties that its elements have; empty for those that have none or any.
-  std::string_view properties;
-};
-/// The card of each type, the first of several unless an element came from another or has a
-/// property that only another has.
-constexpr CardName kCardNames[] = {
-    {"CONM2", element::kPoint, {}},
-    {"CBUSH", element::kPoint, "PBUSH"},
-    {"CBAR", element::kLine2, "PBAR PBARL"},
-    {"CROD", element::kLine2, "PROD"},
-    {"CTUBE", element::kLine2, "PTUBE"},
-    {"CONROD", element::kLine2, {}},
-    {"CBEAM", element::kLine2, "PBEAM PBEAML"},
-    {"CBUSH", element::kLine2, "PBUSH"},
-    {"PLOTEL", element::kLine2, {}},
-    {"CTRIA3", element::kTri3, {}},
-    {"CTRIAR", element::kTri3, {}},
-    {"CTRIA6", element::kTri3, {}},
-    {"CTRIA6", element::kTri6, {}},
-    {"CQUAD4", element::kQuad4, {}},
-    {"CQUADR", element::kQuad4, {}},
-    {"CSHEAR", element::kQuad4, "PSHEAR"},
-    {"CQUAD8", element::kQuad4, {}},
-    {"CQUAD8", element::kQuad8, {}},
-    {"CTETRA", element::kTet4, {}},
-    {"CTETRA", element::kTet10, {}},
-    {"CPYRAM", element::kPyramid5, {}},
-    {"CPYRAM", element::kPyramid13, {}},
-    {"CPENTA", element::kWedge6, {}},
-    {"CPENTA", element::kWedge15, {}},
-    {"CHEXA", element::kHex8, {}},
-    {"CHEXA", element::kHex20, {}},
-};
-
-/// Whether elements of that card may have a property of that one.
-bool Fits(const CardName& element, std::string_view property) {
+/// Whether elements of that card and type may have a property of that one.
+bool Fits(const NasElementCard& element, std::int32_t type, std::string_view property) {
   if (property.empty()) return true;
-  if (!NasHasProperty(element.name)) return element.type == element::kPoint;
+  if (!element.has_property) return type == element::kPoint;
   bool is_wanted = false;  // by any card of the type
-  for (const CardName& card : kCardNames) {
-    if (card.type == element.type && card.properties.find(property) != std::string_view::npos) {
+  for (const NasElementCard& card : NasElementCards()) {
+    if (card.Makes(type) && card.properties.find(property) != std::string_view::npos) {
       is_wanted = true;
       if (card.name == element.name) return true;
     }
   }
-  return !is_wanted && (element.properties.empty() || element.type == element::kLine2);
+  return !is_wanted && (element.properties.empty() || type == element::kLine2);
 }
 
 }  // namespace
 
-bool NasHasProperty(std::string_view card) {
-  return card != "PLOTEL" && card != "CONROD" && card != "CONM2";
+void NasIndex::Set(std::vector<Key> keys) {
+  keys_ = std::move(keys);
+  if (std::is_sorted(keys_.begin(), keys_.end())) return;
+  places_.resize(keys_.size());
+  std::iota(places_.begin(), places_.end(), 0u);
+  std::sort(places_.begin(), places_.end(),
+            [this](std::uint32_t a, std::uint32_t b) { return keys_[a] < keys_[b]; });
+  std::sort(keys_.begin(), keys_.end());
+}
+
+std::size_t NasIndex::Find(Key key) const {
+  const auto found = std::lower_bound(keys_.begin(), keys_.end(), key);
+  if (found == keys_.end() || *found != key) return kNone;
+  const auto at = static_cast<std::size_t>(found - keys_.begin());
+  return places_.empty() ? at : places_[at];
 }
 
 NasCardText::NasCardText(const Deck& deck, Names property_cards, Names material_cards)
@@ -73,11 +51,19 @@ NasCardText::NasCardText(const Deck& deck, Names property_cards, Names material_
       systems_(deck.Of<tagTCord>()),
       property_cards_(std::move(property_cards)),
       material_cards_(std::move(material_cards)) {
-  for (std::size_t i = 0; i < deck.node_keys.size(); ++i) nodes_[deck.node_keys[i]] = i;
+  nodes_.Set(deck.node_keys);
+  std::vector<Key> keys;
+  for (const Mesh::Element& element : deck.elements) keys.push_back(element.key);
+  elements_.Set(std::move(keys));
+  came_from_.resize(deck.elements.size());
   for (const tagTBlock& block : deck.Of<tagTBlock>()) {
     if (block.format.View() != u"nastran") continue;
-    const std::string name = Utf8(block.name.View());
-    for (const ITR element : block.elements) names_[static_cast<Key>(element)] = name;
+    if (blocks_.size() == UINT16_MAX) break;
+    blocks_.push_back(Utf8(block.name.View()));
+    for (const ITR element : block.elements) {
+      const std::size_t at = elements_.Find(static_cast<Key>(element));
+      if (at != NasIndex::kNone) came_from_[at] = static_cast<std::uint16_t>(blocks_.size());
+    }
   }
   for (const tagTProp& property : deck.Of<tagTProp>()) properties_[property.key] = &property;
   for (const tagTMatl& material : deck.Of<tagTMatl>()) materials_[material.key] = &material;
@@ -104,7 +90,6 @@ NasCardText::NasCardText(const Deck& deck, Names property_cards, Names material_
   for (const tagTSprop& record : deck.Of<tagTSprop>()) masses_[record.key] = &record;
   for (std::size_t i = 0; i < deck.elements.size(); ++i) {
     const Mesh::Element& element = deck.elements[i];
-    elements_[element.key] = i;
     if (const auto system = of_elements.find(element.key); system != of_elements.end()) {
       for (std::size_t n = 0; n < deck.NodesOf(i); ++n) {
         outputs_.emplace(deck.connectivity[element.first + n], system->second);
@@ -151,42 +136,57 @@ bool NasCardText::HasProperty(Key key) const { return !PropertyCard(key).empty()
 std::string NasCardText::NameOf(std::size_t index) const {
   const Mesh::Element& element = deck_.elements[index];
   const std::string property = PropertyCard(element.property);
-  const auto came_from = names_.find(element.key);
-  const CardName* chosen = nullptr;
-  for (const CardName& card : kCardNames) {
-    if (card.type != element.type || !Fits(card, property)) continue;
+  const std::uint16_t block = came_from_[index];
+  const std::string_view came_from = block ? std::string_view(blocks_[block - 1]) : "";
+  const NasElementCard* chosen = nullptr;
+  for (const NasElementCard& card : NasElementCards()) {
+    if (!card.Makes(element.type) || !Fits(card, element.type, property)) continue;
     // A point is a mass, or a bush to the ground, only when something says so.
     const bool is_mass = card.name == "CONM2";
     if (is_mass && !masses_.contains(element.key)) continue;
-    if (!is_mass && element.type == element::kPoint && property.empty() &&
-        came_from == names_.end())
+    if (!is_mass && element.type == element::kPoint && property.empty() && came_from.empty())
       continue;
-    if (came_from != names_.end() && came_from->second == card.name) return std::string(card.name);
+    if (came_from == card.name) return std::string(card.name);
     if (!chosen) chosen = &card;
   }
   return chosen ? std::string(chosen->name) : std::string();
 }
 
 bool NasCardText::HasElement(Key key) const {
-  const auto found = elements_.find(key);
-  return found != elements_.end() && !NameOf(found->second).empty();
+  const std::size_t found = elements_.Find(key);
+  return found != NasIndex::kNone && !NameOf(found).empty();
 }
 
 Key NasCardText::PropertyOfElement(Key key) const {
-  const auto found = elements_.find(key);
-  return found == elements_.end() ? 0 : deck_.elements[found->second].property;
+  const std::size_t found = elements_.Find(key);
+  return found == NasIndex::kNone ? 0 : deck_.elements[found].property;
 }
 
 bool NasCardText::IsMass(Key key) const {
-  const auto found = elements_.find(key);
-  return found != elements_.end() && NameOf(found->second) == "CONM2";
+  const std::size_t found = elements_.Find(key);
+  return found != NasIndex::kNone && NameOf(found) == "CONM2";
+}
+
+bool NasCardText::IsAcross(const tagTEcrd& record) const {
+  if (record.method != tagTEcrd::kByCoordinateSystem) return false;
+  const std::size_t found = elements_.Find(record.key);
+  if (found == NasIndex::kNone) return false;
+  const std::string name = NameOf(found);
+  if (name != "CBAR" && name != "CBEAM") return false;
+  const std::size_t first = deck_.elements[found].first;
+  Vector3 along = PointOf(deck_.connectivity[first + 1]) - PointOf(deck_.connectivity[first]);
+  const auto system = static_cast<Key>(record.coordinate_system);
+  const auto frame = systems_.FrameOf(system);
+  constexpr double kParallel = 1e-9;
+  return !frame || !systems_.IsRectangular(system) || !Normalize(along) ||
+         Distance(along, frame->axes.x) > kParallel;
 }
 
 // ---- cards --------------------------------------------------------------------------------------
 
 Vector3 NasCardText::PointOf(Key node) const {
-  const auto found = nodes_.find(node);
-  return found == nodes_.end() ? Vector3() : Vector3(&deck_.coordinates[3 * found->second]);
+  const std::size_t found = nodes_.Find(node);
+  return found == NasIndex::kNone ? Vector3() : Vector3(&deck_.coordinates[3 * found]);
 }
 
 Key NasCardText::OutputOf(Key node) const {
@@ -214,12 +214,12 @@ NasFields NasCardText::Node(Key key, bool says_zero) const {
 }
 
 NasFields NasCardText::Element(Key key, const NasLineForm& form) const {
-  const auto found = elements_.find(key);
-  if (found == elements_.end()) return NasFields();
-  const Mesh::Element& element = deck_.elements[found->second];
-  NasFields card(NameOf(found->second));
+  const std::size_t found = elements_.Find(key);
+  if (found == NasIndex::kNone) return NasFields();
+  const Mesh::Element& element = deck_.elements[found];
+  NasFields card(NameOf(found));
   if (card.IsEmpty()) return card;
-  const std::size_t count = deck_.NodesOf(found->second);
+  const std::size_t count = deck_.NodesOf(found);
   const std::int8_t* order = NasOrder(element.type);
   const auto node = [&](std::size_t i) {
     return deck_.connectivity[element.first + (order ? static_cast<std::size_t>(order[i]) : i)];
@@ -232,7 +232,7 @@ NasFields NasCardText::Element(Key key, const NasLineForm& form) const {
     if (mass != masses_.end()) AddNasMass(card, *mass->second, form, node(0), frames);
     return card;
   }
-  if (NasHasProperty(card.Name())) card.Number(element.property);
+  if (FindNasElementCard(card.Name())->has_property) card.Number(element.property);
   for (std::size_t i = 0; i < count; ++i) card.Number(node(i));
   if (!IsNasLine(card.Name()) || count == 1) return card;
   const auto records = lines_.find(key);

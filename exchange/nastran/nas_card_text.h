@@ -15,6 +15,20 @@
 
 namespace qx::exchange {
 
+/// Where the things of a list are that has so many that a map of them would need more room.
+class NasIndex {
+ public:
+  static constexpr std::size_t kNone = SIZE_MAX;
+
+  void Set(std::vector<Key> keys);
+  /// The place of a key in the list; kNone for another.
+  std::size_t Find(Key key) const;
+
+ private:
+  std::vector<Key> keys_;              // ascending
+  std::vector<std::uint32_t> places_;  // of them; empty where they came so
+};
+
 /// The cards of one deck, whose systems have the numbers that the format knows them by as keys. Two
 /// decks say the same of a node, an element, and so on, when the fields are the same.
 class NasCardText {
@@ -40,7 +54,7 @@ class NasCardText {
   /// A system as it is given where the format can say so, by its place otherwise.
   NasFields System(Key number) const;
 
-  bool HasNode(Key key) const { return nodes_.contains(key); }
+  bool HasNode(Key key) const { return nodes_.Find(key) != NasIndex::kNone; }
   bool HasElement(Key key) const;  ///< and a card for it
   bool HasProperty(Key key) const;
   bool HasMaterial(Key key) const { return materials_.contains(key); }
@@ -49,6 +63,9 @@ class NasCardText {
   const tagTMatl* MaterialOf(Key key) const;
   const tagTCord* SystemOf(Key number) const;
   Key PropertyOfElement(Key key) const;  ///< 0 for none
+  /// Whether a record gives a bar or a beam the axes of a system of which the first is not along
+  /// it: no card can say so.
+  bool IsAcross(const tagTEcrd& record) const;
   /// Whether the element is written as a mass.
   bool IsMass(Key element) const;
 
@@ -64,22 +81,20 @@ class NasCardText {
 
   const Deck& deck_;
   NasSystems systems_;
-  std::unordered_map<Key, std::size_t> nodes_;
-  std::unordered_map<Key, std::size_t> elements_;
+  NasIndex nodes_;
+  NasIndex elements_;
   std::map<Key, const tagTProp*> properties_;
   std::map<Key, const tagTMatl*> materials_;
   std::map<Key, const tagTCord*> records_;
   std::unordered_map<Key, Key> outputs_;  // of nodes
   std::unordered_map<Key, NasLineRecords> lines_;
   std::unordered_map<Key, const tagTSprop*> masses_;
-  std::unordered_map<Key, std::string> names_;  // of the cards that elements came from
+  std::vector<std::uint16_t> came_from_;  // block of each element, from 1; 0 for none
+  std::vector<std::string> blocks_;       // cards that elements came from
   Names property_cards_;
   Names material_cards_;
   std::map<std::int32_t, std::pair<std::uint64_t, Key>> unwritten_;
 };
-
-/// Whether a card of that name names a property.
-bool NasHasProperty(std::string_view card);
 
 /// The key of a model's global system, which needs no card.
 inline constexpr Key kNasGlobalSystem = 1;

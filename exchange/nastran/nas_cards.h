@@ -3,7 +3,11 @@
 // Threads: shares nothing; one at a time for each object.
 
 #include <cstdint>
+#include <map>
+#include <memory>
 #include <optional>
+#include <set>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -14,33 +18,40 @@ namespace qx::exchange {
 
 /// A field as it stands in the text, without blanks around it.
 struct NasField {
-  std::size_t at = 0;
-  std::size_t length = 0;
+  std::uint32_t at = 0;
+  std::uint32_t length = 0;
 };
 
 /// A line of a card.
 struct NasLine {
   enum class Form : std::uint8_t { kColumns, kTabs, kFree };
 
-  std::size_t begin = 0;
-  std::size_t end = 0;    ///< with the line end
-  std::size_t stop = 0;   ///< where its fields end: at a comment or the line end
-  std::size_t first = 0;  ///< index of its first field among the card's
-  std::size_t given = 0;  ///< how many fields stand in it, in free form
+  std::uint32_t begin = 0;
+  std::uint32_t end = 0;    ///< with the line end
+  std::uint32_t stop = 0;   ///< where its fields end: at a comment or the line end
+  std::uint32_t first = 0;  ///< index of its first field among the card's
+  std::uint32_t given = 0;  ///< how many fields stand in it, in free form
   Form form = Form::kColumns;
   bool is_large = false;
 };
 
+/// What stands in fields instead of the text, by their index.
+using NasChanges = std::map<std::size_t, std::string>;
+
 /// A card of the bulk data: its name in upper case without the mark of large fields, and its fields
-/// from the second on, eight to a line of small or free format.
+/// from the second on, eight to a line of small or free format. They belong to the text.
 struct NasCard {
-  std::string name;
-  std::vector<NasField> fields;
+  std::string_view name;
+  std::span<const NasField> fields;
+  std::span<const NasLine> lines;
   std::size_t begin = 0;  ///< of its first line
-  std::vector<NasLine> lines;
-  /// What stands in fields instead of the text, by index.
-  std::vector<std::pair<std::size_t, std::string>> changed;
-  bool is_gone = false;  ///< it is left out
+  bool is_gone = false;   ///< it is left out
+  std::unique_ptr<NasChanges> changed;
+
+  const NasChanges& Changes() const {
+    static const NasChanges kNone;
+    return changed ? *changed : kNone;
+  }
 };
 
 /// A deck as one text, in which included files stand where they are included.
@@ -58,6 +69,8 @@ class NasText {
   std::size_t BulkEnd() const { return bulk_end_; }
   /// Whether ENDDATA ends it.
   bool IsEnded() const { return is_ended_; }
+  /// How many superelements follow it, each a deck of its own.
+  std::size_t Parts() const { return parts_; }
   const std::vector<NasCard>& Cards() const { return cards_; }
 
   /// A field as it is after the changes.
@@ -72,23 +85,19 @@ class NasText {
   std::string Place(const NasCard& card) const;
 
  private:
-  explicit NasText(DeckText text);
+  NasText(DeckText text, const Progress& progress);
   void FindBulk();
-  void ListCards();
-  void AddLine(std::size_t begin, std::size_t end);
-  void AddFields(NasCard& card, NasLine line, const std::vector<NasField>& fields,
-                 std::size_t per_line);
-  void TakeNinth(std::size_t card);
+  void ListCards(const Progress& progress);
 
   DeckText deck_;
   std::size_t bulk_begin_ = 0;
   std::size_t bulk_end_ = 0;
   bool is_ended_ = false;
+  std::size_t parts_ = 0;
   std::vector<NasCard> cards_;
-  std::vector<std::string> labels_;  ///< what each card's last line is continued by
-  /// Of each card: a number where a label may stand in its last line, which is data unless the card
-  /// is continued by it.
-  std::vector<std::optional<NasField>> ninth_;
+  std::vector<NasField> fields_;  ///< of all cards, card after card
+  std::vector<NasLine> lines_;    ///< the same
+  std::set<std::string, std::less<>> names_;
 };
 
 }  // namespace qx::exchange

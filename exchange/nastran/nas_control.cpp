@@ -19,6 +19,16 @@ constexpr std::string_view kOfNodes[] = {"DISP", "VELO", "ACCE", "SPCF", "MPCF",
 constexpr std::string_view kOfElements[] = {"STRE", "STRA", "FORC", "ELFO", "ELST", "ESE",
                                             "EKE",  "EDE",  "NLST", "FLUX", "ELSD"};
 
+/// Commands whose numbers are those of no SET, and titles, by their first four letters.
+constexpr std::string_view kOfNoSet[] = {
+    "SUBC", "SUBT", "SUBS", "LOAD", "SPC",  "MPC",  "METH", "CMET", "FREQ", "TSTE", "NLPA",
+    "NLPC", "DLOA", "TEMP", "IC",   "SUPO", "SDAM", "STAT", "TRIM", "FMET", "DESO", "DESS",
+    "DEFO", "BC",   "CLOA", "GUST", "RAND", "TFL",  "REPC", "SYM",  "LINE", "MAXL", "TITL",
+    "LABE", "ECHO", "NSM",  "ANAL", "MODE", "SOL",  "TIME", "DIAG", "ID",   "PARA"};
+/// Statements before the case control, by their first four letters.
+constexpr std::string_view kExecutive[] = {"NAST", "ID",   "SOL",  "TIME", "DIAG",
+                                           "APP",  "ASSI", "INIT", "COMP", "LINK"};
+
 template <class List>
 bool IsIn(const List& list, std::string_view word) {
   return std::find(std::begin(list), std::end(list), word) != std::end(list);
@@ -90,7 +100,7 @@ struct TextSet {
   struct Range {
     Key from;
     Key to;
-    std::vector<Key> except;
+    NasRuns except;  ///< in whatever order
   };
   Key number = 0;
   std::vector<Range> ranges;
@@ -100,14 +110,38 @@ struct TextSet {
 
   /// Those of an ascending list that are in it.
   std::vector<Key> Of(const std::vector<Key>& all) const {
-    std::set<Key> found;
+    std::vector<Key> found;
     for (const Range& range : ranges) {
+      const NasRuns except = NasJoined(range.except);
+      auto run = except.begin();
       for (auto at = std::lower_bound(all.begin(), all.end(), range.from);
            at != all.end() && *at <= range.to; ++at) {
-        if (!NasHas(range.except, *at)) found.insert(*at);
+        while (run != except.end() && run->to < *at) ++run;
+        if (run == except.end() || *at < run->from) found.push_back(*at);
       }
     }
-    return {found.begin(), found.end()};
+    std::sort(found.begin(), found.end());
+    found.erase(std::unique(found.begin(), found.end()), found.end());
+    return found;
+  }
+  bool HasAny(const std::vector<Key>& all) const {
+    return std::any_of(ranges.begin(), ranges.end(), [&](const Range& range) {
+      TextSet one;
+      one.ranges = {range};
+      const auto at = std::lower_bound(all.begin(), all.end(), range.from);
+      if (at == all.end() || *at > range.to) return false;
+      return range.except.empty() || !one.Of(all).empty();
+    });
+  }
+  /// How many of an ascending list Of looks at.
+  std::size_t Cost(const std::vector<Key>& all) const {
+    std::size_t cost = 0;
+    for (const Range& range : ranges) {
+      const auto from = std::lower_bound(all.begin(), all.end(), range.from);
+      const auto to = std::upper_bound(from, all.end(), range.to);
+      cost += static_cast<std::size_t>(to - from);
+    }
+    return cost;
   }
 };
 
@@ -117,21 +151,45 @@ struct Control {
   std::map<Key, Title> titles;
   std::set<Key> by_nodes;  ///< sets that commands about nodes name
   std::set<Key> by_elements;
-  std::set<Key> named;     ///< that any command names
-  std::size_t behind = 0;  ///< where new sets go: behind CEND
+  std::set<Key> named;         ///< that any command names
+  std::size_t behind = 0;      ///< where new sets go: behind CEND, or before all commands
+  std::size_t plot_lines = 0;  ///< of sections that draw, which list things in their own way
   bool is_there = false;
 
   explicit Control(const NasText& text);
+  /// Leaves sets text when all together list many times more than there is, as no deck does that
+  /// somebody works with: a small file must not fill the memory.
+  void Limit(const std::vector<Key>& nodes, const std::vector<Key>& elements) {
+    std::size_t left = std::clamp<std::size_t>(100 * (nodes.size() + elements.size()), 1 << 20,
+                                               std::size_t{1} << 26);
+    for (TextSet& set : sets) {
+      const std::size_t cost = set.Cost(nodes) + set.Cost(elements);
+      set.is_list = set.is_list && cost <= left;
+      left -= std::min(left, cost);
+    }
+  }
 
  private:
   void AddSet(std::string_view items, TextSet set);
   void AddCommand(std::string_view line);
+
+  std::map<Key, std::size_t> index_;  // of sets, by number
+  bool has_end_ = false;              // CEND
 };
+
+/// Whether a line begins a section that draws, or ends one; none for another line.
+std::optional<bool> IsPlot(std::string_view line) {
+  if (!Take(line, "OUTPUT")) return std::nullopt;
+  line = Trim(line);
+  if (!Take(line, "(")) return std::nullopt;
+  return !Trim(line).starts_with("POST");
+}
 
 Control::Control(const NasText& text) {
   const std::string_view all = std::string_view(text.Text()).substr(0, text.BulkBegin());
   is_there = !all.empty();
   bool is_plot = false;
+  std::optional<std::size_t> first;  // line that is no remark
   for (std::size_t at = 0; at < all.size();) {
     std::size_t end = std::min(all.find('\n', at), all.size() - 1) + 1;
     const std::string_view whole = Trim(all.substr(at, end - at));
@@ -140,18 +198,24 @@ Control::Control(const NasText& text) {
       title->end = end;
       titles[title->number] = *title;
     }
-    std::string line = AsciiUpper(std::string(Trim(whole.substr(0, whole.find('$')))));
-    if (line.starts_with("BEGIN") && behind == 0) behind = at;
-    if (line.starts_with("CEND")) behind = end;
-    is_plot = is_plot || line.starts_with("OUTPUT(") || line.starts_with("OUTPUT (");
+    std::string line = AsciiUpper(Trim(whole.substr(0, whole.find('$'))));
+    if (!line.empty() && !first) first = at;
+    const std::string_view word =
+        std::string_view(line).substr(0, std::min<std::size_t>(line.find_first_of(" ,=("), 4));
+    const bool is_end = line.starts_with("CEND");
+    if (is_end || (!has_end_ && IsIn(kExecutive, word))) behind = end;
+    has_end_ = has_end_ || is_end;
+    if (const auto plots = IsPlot(line)) is_plot = *plots;
     std::string_view rest = line;
-    if (!is_plot && Take(rest, "SET") && rest.starts_with(' ')) {
+    if (is_plot) {
+      plot_lines += !line.empty() && !line.starts_with("BEGIN");
+    } else if (Take(rest, "SET") && rest.starts_with(' ')) {
       TextSet set;
       set.begin = at;
       while (line.ends_with(',') && end < all.size()) {
         const std::size_t next = std::min(all.find('\n', end), all.size() - 1) + 1;
         const std::string_view more = Trim(all.substr(end, next - end));
-        line += " " + AsciiUpper(std::string(Trim(more.substr(0, more.find('$')))));
+        line += " " + AsciiUpper(Trim(more.substr(0, more.find('$'))));
         end = next;
       }
       rest = std::string_view(line).substr(3);
@@ -165,6 +229,7 @@ Control::Control(const NasText& text) {
     }
     at = end;
   }
+  if (behind == 0 && first) behind = *first;
 }
 
 void Control::AddSet(std::string_view items, TextSet set) {
@@ -187,9 +252,14 @@ void Control::AddSet(std::string_view items, TextSet set) {
     if (words[i] == "THRU") {
       const auto to = i + 1 < words.size() ? DeckInteger(words[i + 1]) : std::nullopt;
       set.is_list = to && *to > 0 && *to <= kMaxKey && !set.ranges.empty();
-      if (set.is_list) set.ranges.back().to = static_cast<Key>(*to);
+      if (!set.is_list) break;
+      TextSet::Range& range = set.ranges.back();
+      const bool of_except = is_except && !range.except.empty();
+      Key& end = of_except ? range.except.back().to : range.to;
+      set.is_list = *to >= end;
+      end = static_cast<Key>(*to);
       ++i;
-      is_except = false;
+      is_except = of_except;
       continue;
     }
     const auto number = DeckInteger(words[i]);
@@ -197,17 +267,15 @@ void Control::AddSet(std::string_view items, TextSet set) {
     if (!set.is_list) break;
     const auto key = static_cast<Key>(*number);
     if (is_except && key <= set.ranges.back().to) {
-      auto& except = set.ranges.back().except;
-      except.insert(std::upper_bound(except.begin(), except.end(), key), key);
+      set.ranges.back().except.push_back({key, key});
     } else {
       is_except = false;
       set.ranges.push_back({key, key, {}});
     }
   }
   set.is_list = set.is_list && !set.ranges.empty();
-  for (TextSet& other : sets) {
-    if (other.number == set.number) other.is_list = set.is_list = false;
-  }
+  const auto [twin, is_new] = index_.emplace(set.number, sets.size());
+  if (!is_new) sets[twin->second].is_list = set.is_list = false;
   sets.push_back(std::move(set));
 }
 
@@ -220,11 +288,10 @@ void Control::AddCommand(std::string_view line) {
   const auto set = static_cast<Key>(*number);
   const std::size_t end = line.find_first_of(" (=");
   const std::string_view word = line.substr(0, std::min<std::size_t>(end, 4));
-  const bool is_nodes = IsIn(kOfNodes, word);
-  const bool is_elements = IsIn(kOfElements, word);
-  if (is_nodes) by_nodes.insert(set);
-  if (is_elements) by_elements.insert(set);
-  if (is_nodes || is_elements) named.insert(set);
+  if (IsIn(kOfNoSet, word)) return;
+  if (IsIn(kOfNodes, word)) by_nodes.insert(set);
+  if (IsIn(kOfElements, word)) by_elements.insert(set);
+  named.insert(set);
 }
 
 /// What a set lists: what its comment says, what the commands that name it are about, or what alone
@@ -239,9 +306,9 @@ std::optional<NasKind> KindOf(const TextSet& set, const Control& control,
   const bool is_nodes = control.by_nodes.contains(set.number);
   const bool is_elements = control.by_elements.contains(set.number);
   if (is_nodes != is_elements) return is_nodes ? NasKind::kNode : NasKind::kElement;
-  const bool any_nodes = !set.Of(nodes).empty();
-  const bool any_elements = !set.Of(elements).empty();
-  if (is_nodes || any_nodes == any_elements) return std::nullopt;
+  if (control.named.contains(set.number)) return std::nullopt;
+  const bool any_nodes = set.HasAny(nodes);
+  if (any_nodes == set.HasAny(elements)) return std::nullopt;
   return any_nodes ? NasKind::kNode : NasKind::kElement;
 }
 
@@ -249,16 +316,40 @@ std::optional<NasKind> KindOf(const TextSet& set, const Control& control,
 
 // ---- in -----------------------------------------------------------------------------------------
 
+namespace {
+
+/// Takes the parent from a group of each circle of them.
+void CutCircles(std::vector<Mesh::Group>& groups) {
+  std::vector<std::size_t> seen_from(groups.size(), 0);  // the walk that came by, from 1
+  for (std::size_t i = 0; i < groups.size(); ++i) {
+    for (std::size_t at = i; seen_from[at] == 0;) {
+      seen_from[at] = i + 1;
+      if (groups[at].parent < 0) break;
+      const auto above = static_cast<std::size_t>(groups[at].parent);
+      if (seen_from[above] == i + 1) groups[at].parent = Mesh::Group::kNone;
+      at = above;
+    }
+  }
+}
+
+}  // namespace
+
 void ReadNasSets(const NasText& text, Deck& deck) {
-  const Control control(text);
+  Control control(text);
+  if (control.plot_lines > 0) {
+    deck.report.Assumed("plot sections of the case control are carried as text",
+                        "they are not checked against renumbering");
+  }
   if (control.sets.empty() && control.titles.empty()) return;
   std::vector<Key> nodes = deck.node_keys;
   std::vector<Key> elements;
   for (const Mesh::Element& element : deck.elements) elements.push_back(element.key);
   std::sort(nodes.begin(), nodes.end());
   std::sort(elements.begin(), elements.end());
+  control.Limit(nodes, elements);
   std::map<Key, std::int32_t> group_of;  // by the number of the set
   std::string unread;
+  std::string guessed;
   const auto title_of = [&](Key number) {
     const auto title = control.titles.find(number);
     return title == control.titles.end() ? Title{} : title->second;
@@ -275,6 +366,9 @@ void ReadNasSets(const NasText& text, Deck& deck) {
     if (!kind) {
       unread += fmt::format("{}{}", unread.empty() ? "" : ", ", set.number);
       continue;
+    }
+    if (!control.titles.contains(set.number) && !control.named.contains(set.number)) {
+      guessed += fmt::format("{}{}", guessed.empty() ? "" : ", ", set.number);
     }
     const auto more_of = group_of.find(title_of(set.number).more_of);
     Mesh::Group& group = more_of == group_of.end()
@@ -297,16 +391,17 @@ void ReadNasSets(const NasText& text, Deck& deck) {
     const auto child = group_of.find(number);
     const auto parent = group_of.find(title.parent);
     if (child == group_of.end() || parent == group_of.end()) continue;
-    std::int32_t above = parent->second;
-    while (above >= 0 && above != child->second) {
-      above = deck.groups[static_cast<std::size_t>(above)].parent;
-    }
-    if (above >= 0) continue;  // it would be a part of itself
     deck.groups[static_cast<std::size_t>(child->second)].parent = parent->second;
+  }
+  CutCircles(deck.groups);
+  if (!guessed.empty()) {
+    deck.report.Assumed(
+        "sets of the case control were taken for what alone has their numbers: SET " + guessed,
+        "no command names them");
   }
   if (!unread.empty()) {
     deck.report.Assumed("sets of the case control carried as text: SET " + unread,
-                        "they list no numbers, or it is not known whether of nodes or of elements");
+                        "they list no numbers, or too many, or it is not known what of");
   }
 }
 
@@ -315,29 +410,47 @@ void ReadNasSets(const NasText& text, Deck& deck) {
 namespace {
 
 /// "SET 5 = 1 THRU 20, 25" in lines of at most 72 columns.
-std::string SetLines(Key number, std::vector<Key> members) {
+std::string SetLines(Key number, const NasRuns& runs) {
   constexpr std::size_t kWidth = 71;
-  std::sort(members.begin(), members.end());
-  members.erase(std::unique(members.begin(), members.end()), members.end());
   std::string text = fmt::format("SET {} = ", number);
   std::size_t line = 0;
-  for (std::size_t i = 0; i < members.size();) {
-    std::size_t end = i + 1;
-    while (end < members.size() && members[end] == members[end - 1] + 1) ++end;
-    if (end - i < 3) end = i + 1;
-    std::string item = end - i > 1 ? fmt::format("{} THRU {}", members[i], members[end - 1])
-                                   : fmt::format("{}", members[i]);
-    if (end < members.size()) item += ',';
+  const auto add = [&](const std::string& item) {
     if (text.size() + item.size() + 1 - line > kWidth) {
       while (text.ends_with(' ')) text.pop_back();
       text += "\n      ";
       line = text.size() - 6;
     }
-    text += item;
-    if (end < members.size()) text += ' ';
-    i = end;
+    text += item + ' ';
+  };
+  for (const NasRun& run : runs) {
+    const char* const mark = &run == &runs.back() ? "" : ",";
+    if (run.to - run.from > 1) {
+      add(fmt::format("{} THRU {}{}", run.from, run.to, mark));
+      continue;
+    }
+    add(fmt::format("{}{}", run.from, run.from == run.to ? mark : ","));
+    if (run.to != run.from) add(fmt::format("{}{}", run.to, mark));
   }
+  while (text.ends_with(' ')) text.pop_back();
   return text + '\n';
+}
+
+NasRuns RunsOf(const std::vector<Key>& numbers) {
+  NasRuns runs;
+  AddNasRuns(numbers, runs);
+  return runs;
+}
+
+/// Adds what of a run is in none of some others, which are joined.
+void AddWithout(NasRun run, const NasRuns& except, NasRuns& to) {
+  for (const NasRun& gap : except) {
+    if (gap.to < run.from) continue;
+    if (gap.from > run.to) break;
+    if (gap.from > run.from) to.push_back({run.from, gap.from - 1});
+    if (gap.to >= run.to) return;
+    run.from = gap.to + 1;
+  }
+  to.push_back(run);
 }
 
 /// A group as sets of the format.
@@ -349,9 +462,10 @@ struct Wanted {
 
 class SetWriter {
  public:
-  SetWriter(const NasText& text, const NasNumbers& numbers, const Deck& now,
+  SetWriter(const NasText& text, NasNumbers& numbers, const Deck& now,
             const std::vector<Mesh::Group>& groups, const NasSetTags& tags)
-      : control_(text), numbers_(numbers), now_(now), groups_(groups), tags_(tags) {
+      : text_(text), control_(text), numbers_(numbers), now_(now), groups_(groups), tags_(tags) {
+    control_.Limit(numbers.Were(NasKind::kNode), numbers.Were(NasKind::kElement));
     for (const TextSet& set : control_.sets) taken_.insert(set.number);
     for (const auto& [key, of] : tags) {
       if (of.elements) taken_.insert(of.elements);
@@ -396,7 +510,7 @@ class SetWriter {
         continue;
       }
       added += wanted.title.Line();
-      if (!is_empty) added += SetLines(number, wanted.members);
+      if (!is_empty) added += SetLines(number, RunsOf(wanted.members));
     }
     for (const auto& [number, title] : control_.titles) {
       if (title.lists == Title::Lists::kNothing && !wanted_.contains(number)) Drop(number, edits);
@@ -409,6 +523,11 @@ class SetWriter {
     }
     report.Lost("sets of the case control were not checked against renumbering", unchecked,
                 "before BEGIN BULK", "it is not known whether they list nodes or elements");
+    if (numbers_.HasChanged()) {
+      report.Changed("lines of plot sections were not checked against renumbering",
+                     control_.plot_lines, "before BEGIN BULK",
+                     "it is not known which of their numbers follow the model's");
+    }
     if (!stay.empty()) {
       report.Changed("sets of mesh sets that are gone or empty were left in the case control", 1,
                      "SET " + stay, "commands name them");
@@ -467,15 +586,22 @@ class SetWriter {
   void Change(const TextSet& set, NasKind kind, const Wanted& wanted, std::vector<NasEdit>& edits) {
     std::vector<Key> members = wanted.members;
     std::sort(members.begin(), members.end());
-    const bool is_same = kind == wanted.kind && set.Of(numbers_.Are(kind)) == members;
-    if (!is_same) {
-      // What only the text has, such as rigid elements, stays.
-      for (const TextSet::Range& range : set.ranges) {
-        if (range.from != range.to || numbers_.Was(kind, range.from)) continue;
-        const Key now = numbers_.Now(kind, range.from);
-        if (!numbers_.Is(kind, now)) members.push_back(now);
+    bool is_same = kind == wanted.kind && set.Of(numbers_.Are(kind)) == members;
+    if (!is_same || numbers_.HasChanged(kind)) numbers_.ListTextOnly(text_);
+    // What only the text has, such as rigid elements and scalar points, stays.
+    NasRuns runs;
+    for (const TextSet::Range& range : set.ranges) {
+      const NasRuns except = NasJoined(range.except);
+      for (const NasRun& run : numbers_.TextOnlyIn(kind, range.from, range.to, 1, is_same)) {
+        AddWithout(run, except, runs);
       }
-      edits.push_back({set.begin, set.end, SetLines(set.number, members)});
+      const bool is_known = range.from != range.to || numbers_.WasAnyIn(kind, range.from, range.to);
+      if (is_known || numbers_.Is(kind, range.from)) continue;
+      runs.push_back({range.from, range.from});
+    }
+    if (!is_same) {
+      AddNasRuns(std::move(members), runs);
+      edits.push_back({set.begin, set.end, SetLines(set.number, NasJoined(std::move(runs)))});
     }
     const auto title = control_.titles.find(set.number);
     const bool is_plain = wanted.title.name == fmt::format("SET {}", set.number) &&
@@ -500,8 +626,9 @@ class SetWriter {
       edits.push_back({title->second.begin, title->second.end, ""});
   }
 
-  const Control control_;
-  const NasNumbers& numbers_;
+  const NasText& text_;
+  Control control_;
+  NasNumbers& numbers_;
   const Deck& now_;
   const std::vector<Mesh::Group>& groups_;
   const NasSetTags& tags_;
@@ -512,7 +639,7 @@ class SetWriter {
 
 }  // namespace
 
-void WriteNasSets(const NasText& text, const NasNumbers& numbers, const Deck& now,
+void WriteNasSets(const NasText& text, NasNumbers& numbers, const Deck& now,
                   const std::vector<Mesh::Group>& groups, const NasSetTags& tags,
                   std::vector<NasEdit>& edits, std::string& head, LossReport& report) {
   SetWriter(text, numbers, now, groups, tags).Write(edits, head, report);

@@ -8,8 +8,8 @@
 //   $ Set 7: nothing of "To come"
 //
 // The comments are the system's own; a set of another program is called "SET 5", and lists what the
-// commands that name it are about.
-// Threads: shares nothing.
+// commands that name it are about. One that only unknown commands name stays text, and so do
+// sections that draw (OUTPUT(PLOT), OUTPUT(XYPLOT)). Threads: shares nothing.
 
 #include <map>
 #include <string>
@@ -33,7 +33,7 @@ using NasSetTags = std::map<Key, NasSetNumbers>;
 /// What makes the control section say `groups`, which are those of `now` as far as they are
 /// written: edits of sets that differ, and new sets behind CEND. Where there is no control section,
 /// `head` becomes one that stands before the text.
-void WriteNasSets(const NasText& text, const NasNumbers& numbers, const Deck& now,
+void WriteNasSets(const NasText& text, NasNumbers& numbers, const Deck& now,
                   const std::vector<Mesh::Group>& groups, const NasSetTags& tags,
                   std::vector<NasEdit>& edits, std::string& head, LossReport& report);
 

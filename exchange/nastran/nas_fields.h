@@ -26,7 +26,7 @@ class NasFieldReader {
   void Fault(const NasCard& card, std::string what, std::string remedy) {
     if (IsFull() || found_.contains(card.begin)) return;
     std::string file;
-    std::string place = text_.Place(card.begin, file) + ", " + card.name;
+    std::string place = fmt::format("{}, {}", text_.Place(card.begin, file), card.name);
     found_.insert(
         {card.begin,
          {file.empty() ? file_ : file, std::move(place), std::move(what), std::move(remedy)}});

@@ -94,6 +94,13 @@ void NasNumbers::Rename(NasKind kind, Key was, Key now) {
 bool NasNumbers::Was(NasKind kind, Key number) const { return NasHas(Were(kind), number); }
 bool NasNumbers::Is(NasKind kind, Key number) const { return NasHas(Are(kind), number); }
 
+bool NasNumbers::WasAnyIn(NasKind kind, Key from, Key to) const {
+  const auto first = std::lower_bound(Were(kind).begin(), Were(kind).end(), from);
+  bool is_same = true;
+  return (first != Were(kind).end() && *first <= to) ||
+         (from <= to && !TextOnlyIn(kind, from, to, 1, is_same).empty());
+}
+
 bool NasNumbers::HasChanged(NasKind kind) const {
   return !renamed_[Index(kind)].empty() || Were(kind) != Are(kind);
 }
@@ -104,8 +111,115 @@ bool NasNumbers::HasChanged() const {
   return false;
 }
 
-std::vector<Key> NasNumbers::InRange(NasKind kind, Key from, Key to, Key step,
-                                     bool& is_same) const {
+void NasNumbers::ListTextOnly(const NasText& text) {
+  if (has_text_only_) return;
+  has_text_only_ = true;
+  for (const NasCard& card : text.Cards()) {
+    if (card.name.starts_with("PLOTEL")) continue;  // may have numbers of other elements
+    const NasKeys keys = NasKeysOf(text, card);
+    for (const NasKeyField& key : keys.fields) {
+      if (!key.is_own || At(card.fields[key.field].at)) continue;
+      const auto number = static_cast<Key>(*DeckInteger(text.FieldText(card, key.field)));
+      text_only_[Index(key.kind)].push_back({number, number});
+    }
+    for (const NasKeyList& list : keys.lists) {
+      if (!list.is_own) continue;
+      for (const NasItems::Item& item : NasItemsOf(text, card, list).items) {
+        if (item.to >= item.from) text_only_[Index(list.kind)].push_back({item.from, item.to});
+      }
+    }
+  }
+  for (NasRuns& runs : text_only_) runs = NasJoined(std::move(runs));
+  for (std::size_t kind = 0; kind < kNasKinds; ++kind) {
+    std::set_difference(are_[kind].begin(), are_[kind].end(), were_[kind].begin(),
+                        were_[kind].end(), std::back_inserter(newcomers_[kind]));
+  }
+}
+
+bool NasNumbers::IsTextOnly(NasKind kind, Key number) const {
+  const NasRuns& runs = text_only_[Index(kind)];
+  const auto behind = std::upper_bound(runs.begin(), runs.end(), number,
+                                       [](Key key, const NasRun& run) { return key < run.from; });
+  return behind != runs.begin() && std::prev(behind)->to >= number;
+}
+
+Key NasNumbers::NewNumber(NasKind kind) {
+  const NasRuns& only = text_only_[Index(kind)];
+  const std::vector<Key>& are = Are(kind);
+  Key& newest = newest_[Index(kind)];
+  if (newest == 0) {
+    newest = std::max(are.empty() ? 0 : are.back(), only.empty() ? 0 : only.back().to);
+  }
+  if (newest < kNasMaxNumber) return ++newest;
+  Key& gap = newest_gap_[Index(kind)];
+  while (++gap <= kNasMaxNumber) {
+    const auto run = std::lower_bound(only.begin(), only.end(), gap,
+                                      [](const NasRun& r, Key number) { return r.to < number; });
+    if (run != only.end() && run->from <= gap) {
+      gap = std::min(run->to, kNasMaxNumber);
+    } else if (!NasHas(are, gap)) {
+      return gap;
+    }
+  }
+  gap = kNasMaxNumber;
+  return 0;
+}
+
+std::size_t NasNumbers::CountTextOnly(NasKind kind, Key from, Key to) const {
+  bool is_same = true;
+  std::size_t count = 0;
+  for (const NasRun& run : TextOnlyIn(kind, from, to, 1, is_same)) {
+    count += static_cast<std::size_t>(run.to - run.from) + 1;
+  }
+  return count;
+}
+
+NasRuns NasNumbers::TextOnlyIn(NasKind kind, Key from, Key to, Key step, bool& is_same) const {
+  NasRuns found;
+  const std::map<Key, Key>& renamed = renamed_[Index(kind)];
+  const NasRuns& runs = text_only_[Index(kind)];
+  auto run = std::lower_bound(runs.begin(), runs.end(), from,
+                              [](const NasRun& a, Key number) { return a.to < number; });
+  std::vector<Key> single;
+  const auto add = [&](Key number) {
+    if (const Key now = Now(kind, number)) single.push_back(now);
+    is_same = is_same && Now(kind, number) == number;
+  };
+  for (; run != runs.end() && run->from <= to; ++run) {
+    Key begin = std::max(run->from, from);
+    const Key end = std::min(run->to, to);
+    if (step > 1) {
+      for (std::int64_t at = begin + (step - (begin - from) % step) % step; at <= end; at += step) {
+        add(static_cast<Key>(at));
+      }
+      continue;
+    }
+    bool is_whole = false;
+    for (auto at = renamed.lower_bound(begin); at != renamed.end() && at->first <= end; ++at) {
+      if (begin < at->first) found.push_back({begin, at->first - 1});
+      add(at->first);
+      if (at->first == end) {
+        is_whole = true;
+        break;
+      }
+      begin = at->first + 1;
+    }
+    if (!is_whole && begin <= end) found.push_back({begin, end});
+  }
+  AddNasRuns(std::move(single), found);
+  return found;
+}
+
+NasRuns NasNumbers::InRange(NasKind kind, Key from, Key to, Key step, bool& is_same) const {
+  const auto has_any = [&](const auto& numbers, auto first, auto key_of) {
+    return first != numbers.end() && key_of(*first) <= to;
+  };
+  const auto& renamed = renamed_[Index(kind)];
+  const std::vector<Key>& newcomers = newcomers_[Index(kind)];
+  is_same = !has_any(renamed, renamed.lower_bound(from), [](const auto& r) { return r.first; }) &&
+            !has_any(newcomers, std::lower_bound(newcomers.begin(), newcomers.end(), from),
+                     [](Key key) { return key; });
+  if (is_same) return {};
   const auto members = [&](const std::vector<Key>& list) {
     std::vector<Key> found;
     for (auto at = std::lower_bound(list.begin(), list.end(), from); at != list.end() && *at <= to;
@@ -121,26 +235,38 @@ std::vector<Key> NasNumbers::InRange(NasKind kind, Key from, Key to, Key step,
   }
   std::sort(now.begin(), now.end());
   is_same = now == members(Are(kind));
-  return now;
+  NasRuns runs = TextOnlyIn(kind, from, to, step, is_same);
+  AddNasRuns(std::move(now), runs);
+  return NasJoined(std::move(runs));
+}
+
+NasRuns NasJoined(NasRuns runs) {
+  std::sort(runs.begin(), runs.end(),
+            [](const NasRun& a, const NasRun& b) { return a.from < b.from; });
+  NasRuns joined;
+  for (const NasRun& run : runs) {
+    if (!joined.empty() && run.from - 1 <= joined.back().to) {
+      joined.back().to = std::max(joined.back().to, run.to);
+    } else {
+      joined.push_back(run);
+    }
+  }
+  return joined;
+}
+
+void AddNasRuns(std::vector<Key> numbers, NasRuns& runs) {
+  std::sort(numbers.begin(), numbers.end());
+  for (std::size_t i = 0; i < numbers.size();) {
+    std::size_t end = i + 1;
+    while (end < numbers.size() && numbers[end] - 1 <= numbers[end - 1]) ++end;
+    runs.push_back({numbers[i], numbers[end - 1]});
+    i = end;
+  }
 }
 
 // ---- following ----------------------------------------------------------------------------------
 
 namespace {
-
-/// A list of numbers taken apart.
-struct Items {
-  struct Item {
-    Key from;
-    Key to;
-    Key step;
-    bool is_range;
-  };
-  std::vector<Item> items;
-  std::vector<std::string> rest;  ///< what follows the numbers: a real one
-  bool is_odd = false;            ///< something is between them that is no number
-  bool has_ranges = false;
-};
 
 class Follower {
  public:
@@ -149,7 +275,9 @@ class Follower {
 
   void Follow(LossReport& report) {
     if (!numbers_.HasChanged()) return;
+    numbers_.ListTextOnly(text_);
     MakeRoom();
+    ListSetKinds();
     for (std::size_t i = 0; i < text_.Cards().size(); ++i) FollowCard(i);
     for (const auto& [name, told] : left_out_) {
       report.Lost(name + " cards were left out", told.count, told.where,
@@ -170,30 +298,65 @@ class Follower {
   }
 
  private:
-  /// Numbers of elements and properties that only the text has, and that new records have now.
+  /// Numbers that only the text has, and that new records have now.
   void MakeRoom() {
-    for (const NasKind kind : {NasKind::kElement, NasKind::kProperty, NasKind::kMaterial}) {
-      if (!numbers_.HasChanged(kind)) continue;
-      std::map<Key, std::size_t> taken;
-      Key highest = numbers_.Are(kind).empty() ? 0 : numbers_.Are(kind).back();
-      for (std::size_t i = 0; i < text_.Cards().size(); ++i) {
-        const NasCard& card = text_.Cards()[i];
-        for (const NasKeyField& key : NasKeysOf(text_, card).fields) {
-          if (!key.is_own || key.kind != kind || numbers_.At(card.fields[key.field].at)) continue;
-          const Key number = NumberAt(card, key.field);
-          highest = std::max(highest, number);
-          const bool may_be_shared = card.name.starts_with("PLOTEL");
-          if (!may_be_shared && numbers_.Is(kind, number) && !numbers_.Was(kind, number)) {
-            taken.emplace(number, i);
-          }
-        }
-      }
-      for (const auto& [number, card] : taken) {
-        if (highest == kMaxKey) break;
-        numbers_.Rename(kind, number, ++highest);
-        renumbered_.Add(text_, text_.Cards()[card]);
+    std::map<std::pair<NasKind, Key>, Key> made;
+    for (const NasKind kind :
+         {NasKind::kNode, NasKind::kElement, NasKind::kProperty, NasKind::kMaterial}) {
+      for (const Key number : numbers_.Are(kind)) {
+        if (numbers_.Was(kind, number) || !numbers_.IsTextOnly(kind, number)) continue;
+        made[{kind, number}] = numbers_.NewNumber(kind);
       }
     }
+    for (const auto& [of, now] : made) numbers_.Rename(of.first, of.second, now);
+    if (made.empty()) return;
+    for (const NasCard& card : text_.Cards()) {
+      const NasKeys keys = NasKeysOf(text_, card);
+      bool is_renamed = false;
+      for (const NasKeyField& key : keys.fields) {
+        is_renamed = is_renamed || (key.is_own && !numbers_.At(card.fields[key.field].at) &&
+                                    made.contains({key.kind, NumberAt(card, key.field)}));
+      }
+      for (const NasKeyList& list : keys.lists) {
+        if (!list.is_own) continue;
+        for (const NasItems::Item& item : NasItemsOf(text_, card, list).items) {
+          const auto first = made.lower_bound({list.kind, item.from});
+          is_renamed = is_renamed || (first != made.end() && first->first.first == list.kind &&
+                                      first->first.second <= item.to);
+        }
+      }
+      if (is_renamed) renumbered_.Add(text_, card);
+    }
+  }
+
+  /// What each SET1 lists: what the cards that name it want.
+  void ListSetKinds() {
+    for (const NasCard& card : text_.Cards()) {
+      for (const NasSetField& set : NasKeysOf(text_, card).sets) {
+        set_kinds_[NumberAt(card, set.field)].insert(set.kind);
+      }
+    }
+  }
+
+  /// The kind of the list of a card; none where it is not known: what names it wants both, or
+  /// nothing does and not just one kind has all of its numbers.
+  std::optional<NasKind> KindOf(const NasCard& card, const NasKeyList& list) const {
+    if (!list.is_of_users) return list.kind;
+    const auto named = set_kinds_.find(NumberAt(card, 0));
+    if (named != set_kinds_.end()) {
+      if (named->second.size() == 1) return *named->second.begin();
+      return std::nullopt;
+    }
+    std::optional<NasKind> kind;
+    for (const NasKind each : {NasKind::kNode, NasKind::kElement}) {
+      bool has_all = true;
+      for (const NasItems::Item& item : NasItemsOf(text_, card, list).items) {
+        has_all = has_all && numbers_.WasAnyIn(each, item.from, item.to);
+      }
+      if (has_all && kind) return std::nullopt;
+      if (has_all) kind = each;
+    }
+    return kind;
   }
 
   Key NumberAt(const NasCard& card, std::size_t field) const {
@@ -268,44 +431,17 @@ class Follower {
     return true;
   }
 
-  Items ItemsOf(const NasCard& card, const NasKeyList& list) const {
-    Items found;
-    const auto word = [&](std::size_t f) {
-      return AsciiUpper(std::string(text_.FieldText(card, f)));
-    };
-    std::size_t f = list.first;
-    const auto next = [&] {
-      for (++f; f < list.end && text_.FieldText(card, f).empty();) ++f;
-      return f < list.end ? NumberAt(card, f) : 0;
-    };
-    for (; f < list.end; ++f) {
-      const std::string text = word(f);
-      if (text.empty()) continue;
-      if (text == "THRU" && !found.items.empty() && !found.items.back().is_range) {
-        found.items.back().to = next();
-        found.items.back().is_range = found.has_ranges = true;
-        found.is_odd = found.is_odd || found.items.back().to == 0;
-      } else if (text == "BY" && !found.items.empty() && found.items.back().is_range) {
-        found.items.back().step = next();
-      } else if (const auto number = DeckInteger(text);
-                 number && *number > 0 && *number <= kMaxKey) {
-        found.items.push_back({static_cast<Key>(*number), static_cast<Key>(*number), 1, false});
-        found.is_odd = found.is_odd || !found.rest.empty();
-      } else if (DeckReal(text) && !number) {
-        found.rest.emplace_back(text_.FieldText(card, f));
-      } else {
-        found.is_odd = true;
-      }
-    }
-    return found;
-  }
-
   /// False when nothing of the list is left.
   bool FollowList(std::size_t index, const NasKeyList& list) {
     const NasCard& card = text_.Cards()[index];
-    if (!numbers_.HasChanged(list.kind)) return true;
+    const std::optional<NasKind> kind = KindOf(card, list);
+    if (!kind) {
+      unchecked_.Add(text_, card);
+      return true;
+    }
+    if (!numbers_.HasChanged(*kind)) return true;
     if (list.form == NasKeyList::Form::kFirstLast) return FollowFirstLast(index, list);
-    const Items items = ItemsOf(card, list);
+    const NasItems items = NasItemsOf(text_, card, list);
     if (items.items.empty() && !items.is_odd) return true;
     if (items.is_odd || (items.has_ranges && list.form == NasKeyList::Form::kHoles)) {
       unchecked_.Add(text_, card);
@@ -316,17 +452,21 @@ class Follower {
     std::vector<std::vector<std::string>> ranges;
     bool is_same = true;
     std::size_t gone = 0;
-    for (const Items::Item& item : items.items) {
+    for (const NasItems::Item& item : items.items) {
       if (!item.is_range) {
-        const Key now = numbers_.Now(list.kind, item.from);
+        const Key now = numbers_.Now(*kind, item.from);
         is_same = is_same && now == item.from;
         gone += now == 0;
         if (now != 0) singles.push_back(now);
         continue;
       }
+      constexpr std::size_t kMostBySteps = 1 << 20;
+      if (item.step > 1 && numbers_.CountTextOnly(*kind, item.from, item.to) > kMostBySteps) {
+        unchecked_.Add(text_, card);
+        return true;
+      }
       bool as_was = true;
-      const std::vector<Key> now =
-          numbers_.InRange(list.kind, item.from, item.to, item.step, as_was);
+      const NasRuns now = numbers_.InRange(*kind, item.from, item.to, item.step, as_was);
       if (as_was) {
         std::vector<std::string> words{fmt::format("{}", item.from), "THRU",
                                        fmt::format("{}", item.to)};
@@ -344,20 +484,16 @@ class Follower {
     return true;
   }
 
-  /// Numbers that follow each other as ranges, others one by one.
-  static void AddRuns(const std::vector<Key>& numbers, std::vector<Key>& singles,
+  /// Runs of three and more as ranges, others one by one.
+  static void AddRuns(const NasRuns& runs, std::vector<Key>& singles,
                       std::vector<std::vector<std::string>>& ranges) {
-    for (std::size_t i = 0; i < numbers.size();) {
-      std::size_t end = i + 1;
-      while (end < numbers.size() && numbers[end] == numbers[end - 1] + 1) ++end;
-      if (end - i > 2) {
-        ranges.push_back(
-            {fmt::format("{}", numbers[i]), "THRU", fmt::format("{}", numbers[end - 1])});
-      } else {
-        singles.insert(singles.end(), numbers.begin() + static_cast<std::ptrdiff_t>(i),
-                       numbers.begin() + static_cast<std::ptrdiff_t>(end));
+    for (const NasRun& run : runs) {
+      if (run.to - run.from > 1) {
+        ranges.push_back({fmt::format("{}", run.from), "THRU", fmt::format("{}", run.to)});
+        continue;
       }
-      i = end;
+      singles.push_back(run.from);
+      if (run.to != run.from) singles.push_back(run.to);
     }
   }
 
@@ -421,8 +557,8 @@ class Follower {
   bool FollowFirstLast(std::size_t index, const NasKeyList& list) {
     const NasCard& card = text_.Cards()[index];
     bool is_same = true;
-    const std::vector<Key> now = numbers_.InRange(list.kind, NumberAt(card, list.first),
-                                                  NumberAt(card, list.end - 1), 1, is_same);
+    const NasRuns now = numbers_.InRange(list.kind, NumberAt(card, list.first),
+                                         NumberAt(card, list.end - 1), 1, is_same);
     if (is_same) return true;
     std::vector<Key> singles;
     std::vector<std::vector<std::string>> runs;
@@ -448,6 +584,7 @@ class Follower {
   NasText& text_;
   NasNumbers& numbers_;
   std::vector<NasEdit>& edits_;
+  std::map<Key, std::set<NasKind>> set_kinds_;  // of SET1, by number
   NasTally left_out_;
   NasTally shortened_;
   NasTally renumbered_;

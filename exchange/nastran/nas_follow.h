@@ -14,6 +14,18 @@
 
 namespace qx::exchange {
 
+/// Numbers from one to another, ascending and apart from each other.
+struct NasRun {
+  Key from;
+  Key to;
+  friend bool operator==(const NasRun&, const NasRun&) = default;
+};
+using NasRuns = std::vector<NasRun>;
+/// Puts runs in order, those that meet together.
+NasRuns NasJoined(NasRuns runs);
+/// Adds runs for numbers in whatever order.
+void AddNasRuns(std::vector<Key> numbers, NasRuns& runs);
+
 /// Which number each thing of a deck has now in the model that it became.
 class NasNumbers {
  public:
@@ -38,12 +50,23 @@ class NasNumbers {
   const std::vector<Key>& Are(NasKind kind) const { return are_[Index(kind)]; }
   bool Was(NasKind kind, Key number) const;
   bool Is(NasKind kind, Key number) const;
+  /// Whether the text had any of these numbers.
+  bool WasAnyIn(NasKind kind, Key from, Key to) const;
   /// Whether any number is another, is gone, or is new.
   bool HasChanged(NasKind kind) const;
   bool HasChanged() const;
-  /// Members of a range in the text, as numbers of now; whether the same range names just these
-  /// now.
-  std::vector<Key> InRange(NasKind kind, Key from, Key to, Key step, bool& is_same) const;
+  /// Lists the numbers that only the text has, once all that it describes is known.
+  void ListTextOnly(const NasText& text);
+  bool IsTextOnly(NasKind kind, Key number) const;
+  /// A number that nothing has: behind all that are there, as far as the format has numbers, else
+  /// between them; 0 when there is none.
+  Key NewNumber(NasKind kind);
+  /// Members of a range in the text, as numbers of now; none, and `is_same`, where the same range
+  /// names just these now. Once ListTextOnly was called.
+  NasRuns InRange(NasKind kind, Key from, Key to, Key step, bool& is_same) const;
+  /// Those that only the text has; `is_same` becomes false where some have another number.
+  NasRuns TextOnlyIn(NasKind kind, Key from, Key to, Key step, bool& is_same) const;
+  std::size_t CountTextOnly(NasKind kind, Key from, Key to) const;
 
  private:
   static std::size_t Index(NasKind kind) { return static_cast<std::size_t>(kind); }
@@ -53,7 +76,15 @@ class NasNumbers {
   std::array<std::map<Key, Key>, kNasKinds> renamed_;  ///< where they differ
   std::array<std::vector<Key>, kNasKinds> were_;
   std::array<std::vector<Key>, kNasKinds> are_;
+  std::array<NasRuns, kNasKinds> text_only_;
+  bool has_text_only_ = false;
+  std::array<std::vector<Key>, kNasKinds> newcomers_;  ///< that were not in the text
+  std::array<Key, kNasKinds> newest_{};
+  std::array<Key, kNasKinds> newest_gap_{};
 };
+
+/// The greatest number that the format has.
+inline constexpr Key kNasMaxNumber = 99999999;
 
 /// Whether a number stands in an ascending list.
 bool NasHas(const std::vector<Key>& list, Key number);

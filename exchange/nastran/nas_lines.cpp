@@ -8,7 +8,7 @@
 namespace qx::exchange {
 namespace {
 
-constexpr std::size_t kOrientation = 4;
+constexpr std::size_t kOrientation = kNasOrientation;
 constexpr std::size_t kForm = 7;  ///< OFFT of bars and beams, the system of a bush
 constexpr std::size_t kPins = 8;
 constexpr std::size_t kOffsets[] = {10, 13};
@@ -51,6 +51,10 @@ NasLineForm NasLineForm::Of(const NasText& text, const NasCard& card, const NasC
     const bool is_form = upper.size() == 3 && upper.find_first_not_of("GBO") == std::string::npos;
     if (is_form) form.ends = upper;
     form.says_ends = NasGivesEnds(text, defaults);
+    // A blank orientation would be that of the defaults.
+    for (std::size_t f = kOrientation; defaults && f < kOrientation + 3; ++f) {
+      form.fills = form.fills || !text.FieldText(*defaults, f).empty();
+    }
   }
   return form;
 }
@@ -226,13 +230,17 @@ void AddOrientation(NasFields& card, const NasLineRecords& records, const NasLin
     case tagTEcrd::kByNode:
       card.Number(static_cast<Key>(record.reference_node)).Blank(2);
       return;
-    case tagTEcrd::kByCoordinateSystem:
+    case tagTEcrd::kByCoordinateSystem: {
       if (is_bush) {
         card.Blank(3).Word(fmt::format("{}", system));
         return;
       }
-      v = systems.FrameOf(system).value_or(Frame()).axes.y;
+      const Triad axes = systems.FrameOf(system).value_or(Frame()).axes;
+      Vector3 along = frames(nodes[1]).at - frames(nodes[0]).at;
+      const bool is_along_y = Normalize(along) && std::abs(Dot(along, axes.y)) > 0.9999;
+      v = is_along_y ? axes.z : axes.y;
       break;
+    }
     case tagTEcrd::kByBetaAngle:
       v = FromBeta(frames(nodes[0]).at, frames(nodes[1]).at, record.beta_angle_deg);
       break;

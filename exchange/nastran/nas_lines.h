@@ -22,6 +22,9 @@ struct NasNodeFrame {
 };
 using NasNodeFrames = std::function<NasNodeFrame(Key)>;
 
+/// Field of the orientation: a vector, or the number of a node.
+inline constexpr std::size_t kNasOrientation = 4;
+
 /// Cards that have orientations.
 bool IsNasLine(std::string_view card);
 

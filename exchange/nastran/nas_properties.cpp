@@ -114,7 +114,7 @@ NasFields NasMaterialCard(std::string_view name, const tagTMatl& m) {
 }
 
 void ReadNasProperty(NasFieldReader& in, const NasCard& card, tagTProp& property) {
-  const std::string& name = card.name;
+  const std::string_view name = card.name;
   if (name != "PBUSH" && name != "PCOMP") property.material = static_cast<ITR>(in.Number(card, 1));
   if (name == "PSHELL") {
     const std::string_view bending = in.Text(card, 3);
@@ -136,6 +136,10 @@ void ReadNasProperty(NasFieldReader& in, const NasCard& card, tagTProp& property
     property.non_structural_mass = in.Real(card, 3);
   } else if (name == "PSOLID") {
     property.type = tagTProp::kSolid;
+    // -1 is the element's own, which the model has no word for.
+    if (DeckInteger(in.Text(card, 2)) != -1) {
+      property.coordinate_system = static_cast<ITR>(in.Number(card, 2));
+    }
   } else if (name == "PROD") {
     property.type = tagTProp::kTruss;
     property.area = in.Real(card, 2);
@@ -207,6 +211,8 @@ NasFields NasPropertyCard(std::string_view name, const tagTProp& p) {
     card.Blank().Number(is_plate ? material : 0).Blank().RealOrBlank(p.non_structural_mass);
   } else if (name == "PSHEAR") {
     card.Real(p.thickness).RealOrBlank(p.non_structural_mass);
+  } else if (name == "PSOLID") {
+    card.Number(static_cast<Key>(p.coordinate_system));
   } else if (name == "PROD") {
     card.Real(p.area).RealOrBlank(p.torsion).Blank().RealOrBlank(p.non_structural_mass);
   } else if (name == "PTUBE") {

@@ -16,6 +16,23 @@ bool IsNasProperty(std::string_view card);
 void ReadNasMaterial(NasFieldReader& in, const NasCard& card, tagTMatl& material);
 void ReadNasProperty(NasFieldReader& in, const NasCard& card, tagTProp& property);
 
+/// What a reader makes of a card of ours.
+template <class T>
+T NasReadBack(const NasFields& card) {
+  const std::string file;
+  std::vector<Failure> faults;
+  const NasText text(card.Text(), file);
+  NasFieldReader in(text, file, faults);
+  T record;
+  if (text.Cards().empty()) return record;
+  if constexpr (std::is_same_v<T, tagTMatl>) {
+    ReadNasMaterial(in, text.Cards()[0], record);
+  } else {
+    ReadNasProperty(in, text.Cards()[0], record);
+  }
+  return record;
+}
+
 /// Whether the model has a place for some fields of a card only: it is never made of a record, but
 /// keeps what it says besides when the record changes.
 bool IsNasCardInPart(std::string_view card);

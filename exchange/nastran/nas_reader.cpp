@@ -27,51 +27,6 @@ constexpr std::int8_t kWedge15[] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 12, 13, 14, 9, 10
 constexpr std::int8_t kHex20[] = {0,  1,  2,  3,  4,  5,  6,  7,  8,  9,
                                   10, 11, 16, 17, 18, 19, 12, 13, 14, 15};
 
-/// Element cards: how many nodes, from which field on, and what they become when the mid-side nodes
-/// are given and when they are not.
-struct ElementCard {
-  std::string_view name;
-  std::size_t first_node;
-  std::size_t corners;
-  std::int32_t linear;
-  std::size_t nodes;
-  std::int32_t quadratic;
-  bool has_property = true;
-};
-constexpr ElementCard kElementCards[] = {
-    {"CROD", 2, 2, element::kLine2, 2, 0},
-    {"CTUBE", 2, 2, element::kLine2, 2, 0},
-    {"CONROD", 1, 2, element::kLine2, 2, 0, false},
-    {"CBAR", 2, 2, element::kLine2, 2, 0},
-    {"CBEAM", 2, 2, element::kLine2, 2, 0},
-    {"CBUSH", 2, 2, element::kLine2, 2, 0},
-    {"PLOTEL", 1, 2, element::kLine2, 2, 0, false},
-    {"CTRIA3", 2, 3, element::kTri3, 3, 0},
-    {"CTRIAR", 2, 3, element::kTri3, 3, 0},
-    {"CTRIA6", 2, 3, element::kTri3, 6, element::kTri6},
-    {"CQUAD4", 2, 4, element::kQuad4, 4, 0},
-    {"CQUADR", 2, 4, element::kQuad4, 4, 0},
-    {"CSHEAR", 2, 4, element::kQuad4, 4, 0},
-    {"CQUAD8", 2, 4, element::kQuad4, 8, element::kQuad8},
-    {"CTETRA", 2, 4, element::kTet4, 10, element::kTet10},
-    {"CPYRAM", 2, 5, element::kPyramid5, 13, element::kPyramid13},
-    {"CPENTA", 2, 6, element::kWedge6, 15, element::kWedge15},
-    {"CHEXA", 2, 8, element::kHex8, 20, element::kHex20},
-    {"CONM2", 1, 1, element::kPoint, 1, 0, false},
-};
-
-/// Loads and constraints: cards whose first field is the number of a set.
-constexpr std::string_view kLoadCards[] = {
-    "FORCE",  "FORCE1", "FORCE2", "MOMENT", "MOMENT1", "MOMENT2", "PLOAD", "PLOAD1", "PLOAD2",
-    "PLOAD4", "GRAV",   "RFORCE", "TEMP",   "TEMPD",   "LOAD",    "SLOAD", "ACCEL",  "ACCEL1"};
-constexpr std::string_view kConstraintCards[] = {"SPC", "SPC1", "SPCADD", "SPCD"};
-constexpr std::string_view kMultiCards[] = {"MPC", "MPCADD"};
-
-template <class List>
-bool IsIn(const List& list, std::string_view name) {
-  return std::find(std::begin(list), std::end(list), name) != std::end(list);
-}
-
 class NasReader : private NasFieldReader {
  public:
   NasReader(const NasText& text, const std::string& file, std::vector<Failure>& faults,
@@ -87,8 +42,10 @@ class NasReader : private NasFieldReader {
       if (card.name == "BAROR") bar_defaults_ = &card;
       if (card.name == "BEAMOR") beam_defaults_ = &card;
     }
+    StepCounter steps(reading_.progress, 3 * text_.Cards().size());
     for (const bool is_plotted : {false, true}) {
       for (std::size_t i = 0; i < text_.Cards().size() && !IsFull(); ++i) {
+        steps.Step();
         const NasCard& card = text_.Cards()[i];
         if (!card.is_gone && (card.name == "PLOTEL") == is_plotted) ReadCard(i);
       }
@@ -104,7 +61,7 @@ class NasReader : private NasFieldReader {
     ReadNasNames(text_, deck_);
     if (IsOfModel()) return Result<Deck>(std::move(deck_));
     ReadNasSets(text_, deck_);
-    FindUntold();
+    FindUntold(steps);
     if (reading_.leaves_text) {
       deck_.report = {};
       TellText();
@@ -136,11 +93,14 @@ class NasReader : private NasFieldReader {
     const NasCard& card = text_.Cards()[index];
     if (IsOfModel() && !reading_.is_described(index)) return CarryCard(card, index);
     if (card.name == "GRID") return ReadGrid(card, index);
+    if (card.name.starts_with('=')) {
+      return Fault(card, "replicated cards are not read", "write them out");
+    }
     if (card.name.starts_with("CORD") && card.name.size() == 6) return ReadSystem(card, index);
     if (IsNasMaterial(card.name)) return ReadMaterial(card, index);
     if (IsNasProperty(card.name)) return ReadProperty(card, index);
-    for (const ElementCard& kind : kElementCards) {
-      if (card.name == kind.name) return ReadElement(card, kind, index);
+    if (const NasElementCard* kind = FindNasElementCard(card.name)) {
+      return ReadElement(card, *kind, index);
     }
     CarryCard(card, index);
   }
@@ -148,28 +108,25 @@ class NasReader : private NasFieldReader {
   void CarryCard(const NasCard& card, std::size_t index) {
     Source(Kind::kCarried, 0, index);
     carried_.Add(text_, card);
-    const char* set = IsIn(kLoadCards, card.name)         ? "LOAD"
-                      : IsIn(kConstraintCards, card.name) ? "SPC"
-                      : IsIn(kMultiCards, card.name)      ? "MPC"
-                                                          : nullptr;
+    const std::string_view set = NasBoundarySet(card.name);
     const auto number = DeckInteger(Text(card, 0));
-    if (set && number && *number > 0 && *number <= kMaxKey) {
-      sets_.insert({set, static_cast<Key>(*number)});
+    if (!set.empty() && number && *number > 0 && *number <= kMaxKey) {
+      sets_.emplace(set, static_cast<Key>(*number));
     }
   }
 
   void ReadGrid(const NasCard& card, std::size_t index) {
     const Key key = Number(card, 0);
-    if (key < 1) return Fault(card, "the node has no number", "give it one");
+    if (key < 1) return Fault(card, "field 2: the node has no number", "give it one");
     const NasCard* of_output = Text(card, 5).empty() && grid_defaults_ ? grid_defaults_ : &card;
     const bool is_fluid = DeckInteger(Text(*of_output, 5)) == -1;
     NasGrid grid{key, Number(card, 1, grid_defaults_), is_fluid ? 0 : Number(*of_output, 5),
                  Vector(card, 2), index};
-    with_constraints_ += !Text(card, 6).empty();
+    with_constraints_ += DeckInteger(Text(card, 6)).value_or(0) != 0;
     in_fluid_ += is_fluid;
     in_superelements_ += !Text(card, 7).empty();
     if (!grid_index_.emplace(key, grids_.size()).second) {
-      return Fault(card, fmt::format("node {} is there twice", key), "remove one");
+      return Fault(card, fmt::format("field 2: node {} is there twice", key), "remove one");
     }
     grids_.push_back(grid);
     Source(Kind::kNode, key, index);
@@ -223,36 +180,43 @@ class NasReader : private NasFieldReader {
     return key > 0;
   }
 
-  void ReadElement(const NasCard& card, const ElementCard& kind, std::size_t index) {
+  void ReadElement(const NasCard& card, const NasElementCard& kind, std::size_t index) {
     const Key key = Number(card, 0);
-    if (key < 1) return Fault(card, "the element has no number", "give it one");
-    const std::size_t first = kind.first_node;
+    if (key < 1) return Fault(card, "field 2: the element has no number", "give it one");
+    const auto nodes_of = [](std::int32_t type) {
+      return static_cast<std::size_t>(type ? FindElementType(type)->nodes : 0);
+    };
+    const std::size_t corners = nodes_of(kind.linear);
+    const std::size_t most = std::max(corners, nodes_of(kind.quadratic));
     std::array<Key, 20> nodes{};
     std::size_t given = 0;
-    for (std::size_t i = 0; i < kind.nodes; ++i) {
+    for (std::size_t i = 0; i < most; ++i) {
       // The numbers of a bar's nodes follow each other; behind them stands its orientation.
-      nodes[i] = Number(card, first + i);
+      nodes[i] = Number(card, kind.first_node + i);
       given += nodes[i] > 0;
     }
-    const bool is_quadratic = kind.quadratic != 0 && given == kind.nodes;
-    const bool is_whole =
-        std::all_of(nodes.begin(), nodes.begin() + static_cast<std::ptrdiff_t>(kind.corners),
-                    [](Key node) { return node > 0; });
+    const bool is_quadratic = kind.quadratic != 0 && given == most;
+    const auto missing = static_cast<std::size_t>(
+        std::find(nodes.begin(), nodes.begin() + static_cast<std::ptrdiff_t>(corners), 0) -
+        nodes.begin());
     std::int32_t type = is_quadratic ? kind.quadratic : kind.linear;
-    std::size_t count = is_quadratic ? kind.nodes : kind.corners;
-    if (card.name == "CBUSH" && nodes[0] > 0 && nodes[1] == 0) {
-      type = element::kPoint;  // to the ground
+    std::size_t count = is_quadratic ? most : corners;
+    if (kind.single && missing == 1 && count > 1) {  // to the ground
+      type = kind.single;
       count = 1;
-    } else if (!is_whole && !IsOfModel()) {
-      return Fault(card, fmt::format("it has fewer than {} nodes", kind.corners), "complete it");
+    } else if (missing < corners && !IsOfModel()) {
+      return Fault(card,
+                   fmt::format("field {} is blank: it has fewer than {} nodes",
+                               kind.first_node + missing + 2, corners),
+                   "complete it");
     }
-    if (!is_quadratic && given > kind.corners) reduced_.Add(text_, card);
+    if (!is_quadratic && given > corners) reduced_.Add(text_, card);
     if (card.name == "PLOTEL" && element_index_.contains(key)) {
       ++plotted_twice_;
       return Source(Kind::kCarried, 0, index);
     }
     if (!element_index_.emplace(key, deck_.elements.size()).second) {
-      return Fault(card, fmt::format("element {} is there twice", key), "remove one");
+      return Fault(card, fmt::format("field 2: element {} is there twice", key), "remove one");
     }
     Key property = 0;
     if (kind.has_property) property = Number(card, 1, DefaultsOf(card));
@@ -300,7 +264,7 @@ class NasReader : private NasFieldReader {
       if (orientation.method != tagTEcrd::kByNode || grid_index_.contains(node) || IsOfModel())
         continue;
       Fault(text_.Cards()[element_cards_[element_index_.at(orientation.key)]],
-            fmt::format("its orientation node {} is not there", node), "add the node");
+            fmt::format("field 6: its orientation node {} is not there", node), "add the node");
     }
   }
 
@@ -308,7 +272,7 @@ class NasReader : private NasFieldReader {
     tagTMatl material;
     ReadNasMaterial(*this, card, material);
     if (material.key < 1 || !material_keys_.insert(material.key).second) {
-      return Fault(card, "the material has no number of its own", "give it one");
+      return Fault(card, "field 2: the material has no number of its own", "give it one");
     }
     deck_.Of<tagTMatl>().push_back(material);
     material_sources_.push_back(&card);
@@ -319,7 +283,7 @@ class NasReader : private NasFieldReader {
     tagTProp property;
     ReadNasProperty(*this, card, property);
     if (property.key < 1 || !property_keys_.insert(property.key).second) {
-      return Fault(card, "the property has no number of its own", "give it one");
+      return Fault(card, "field 2: the property has no number of its own", "give it one");
     }
     deck_.Of<tagTProp>().push_back(property);
     property_sources_.push_back(&card);
@@ -335,14 +299,16 @@ class NasReader : private NasFieldReader {
     for (std::size_t s = 0; s < systems_.size() && !IsOfModel(); ++s) {
       if (placed.systems[s]) continue;
       Fault(*system_cards_[s],
-            fmt::format("what coordinate system {} is given in is not there, or leads back to it",
-                        systems_[s].key),
+            fmt::format(
+                "field 3 and on: what coordinate system {} is given in is not there, or leads "
+                "back to it",
+                systems_[s].key),
             "complete or correct it");
     }
     for (std::size_t n = 0; n < grids_.size() && !IsOfModel(); ++n) {
       if (placed.nodes[n]) continue;
       Fault(text_.Cards()[grids_[n].card],
-            fmt::format("coordinate system {} of the node is not there, or has no axes",
+            fmt::format("field 3: coordinate system {} of the node is not there, or has no axes",
                         grids_[n].system),
             "add it or correct the number");
     }
@@ -362,7 +328,7 @@ class NasReader : private NasFieldReader {
       if (!system_index_.contains(grid.output)) {
         if (IsOfModel()) continue;
         Fault(text_.Cards()[grid.card],
-              fmt::format("system {} of its displacements is not there", grid.output),
+              fmt::format("field 7: system {} of its displacements is not there", grid.output),
               "add it or correct the number");
         continue;
       }
@@ -383,7 +349,10 @@ class NasReader : private NasFieldReader {
       for (std::size_t i = 0; i < deck_.NodesOf(e); ++i) {
         const Key node = deck_.connectivity[deck_.elements[e].first + i];
         if (grid_index_.contains(node)) continue;
-        Fault(text_.Cards()[element_cards_[e]], fmt::format("its node {} is not there", node),
+        const NasCard& card = text_.Cards()[element_cards_[e]];
+        std::size_t field = FindNasElementCard(card.name)->first_node;
+        while (Number(card, field) != node) ++field;
+        Fault(card, fmt::format("field {}: its node {} is not there", field + 2, node),
               "add the node or remove the element");
       }
     }
@@ -438,7 +407,7 @@ class NasReader : private NasFieldReader {
   void MakeBlocks() {
     std::map<std::string, std::vector<Key>> blocks;
     for (std::size_t e = 0; e < deck_.elements.size(); ++e) {
-      blocks[text_.Cards()[element_cards_[e]].name].push_back(deck_.elements[e].key);
+      blocks[std::string(text_.Cards()[element_cards_[e]].name)].push_back(deck_.elements[e].key);
     }
     Key key = 0;
     for (const auto& [name, keys] : blocks) {
@@ -487,18 +456,25 @@ class NasReader : private NasFieldReader {
   }
 
   /// Cards of which the model has a place for some fields only.
-  void FindUntold() {
+  void FindUntold(StepCounter& steps) {
     bool any_line = false;
     for (std::size_t e = 0; e < deck_.elements.size(); ++e) {
+      steps.Step();
       const NasCard& card = text_.Cards()[element_cards_[e]];
       if (IsNasLine(card.name) || card.name == "CONM2") {
         any_line = true;
         continue;
       }
-      const auto kind = std::find_if(std::begin(kElementCards), std::end(kElementCards),
-                                     [&](const ElementCard& k) { return k.name == card.name; });
-      for (std::size_t f = kind->first_node + kind->nodes; f < card.fields.size(); ++f) {
-        if (card.fields[f].length == 0 || DeckReal(Text(card, f)) == 0) continue;
+      const NasElementCard& kind = *FindNasElementCard(card.name);
+      const std::int32_t longest = kind.quadratic ? kind.quadratic : kind.linear;
+      const std::size_t behind =
+          kind.first_node + static_cast<std::size_t>(FindElementType(longest)->nodes);
+      // A material system of 0 is the basic one, an angle of 0. none.
+      const std::size_t system = card.name == "CQUAD8" ? behind + 4 : behind;
+      const bool is_shell = FindElementType(longest)->dimension == 2 && card.name != "CSHEAR";
+      for (std::size_t f = behind; f < card.fields.size(); ++f) {
+        const bool is_system = is_shell && f == system && DeckInteger(Text(card, f));
+        if (card.fields[f].length == 0 || (DeckReal(Text(card, f)) == 0 && !is_system)) continue;
         in_part_.Add(text_, card);
         break;
       }
@@ -506,7 +482,7 @@ class NasReader : private NasFieldReader {
     for (std::size_t i = 0; i < deck_.Of<tagTProp>().size(); ++i) {
       if (i >= property_sources_.size()) break;  // placeholders follow
       const NasCard& card = *property_sources_[i];
-      CountUntold(card, NasPropertyCard(card.name, deck_.Of<tagTProp>()[i]));
+      CountUntold(card, NasPropertyCard(card.name, deck_.Of<tagTProp>()[i]), true);
     }
     for (std::size_t i = 0; i < deck_.Of<tagTMatl>().size(); ++i) {
       const NasCard& card = *material_sources_[i];
@@ -522,11 +498,15 @@ class NasReader : private NasFieldReader {
     }
   }
 
-  void CountUntold(const NasCard& card, const NasFields& held) {
-    for (std::size_t f = 0; f < card.fields.size(); ++f) {
+  /// `counts_blanks`: a number or a word that the record has, and the card leaves blank, is one
+  /// that the record takes for another: a shell may do without a material for bending or shear.
+  void CountUntold(const NasCard& card, const NasFields& held, bool counts_blanks = false) {
+    for (std::size_t f = 0; f < std::max(card.fields.size(), held.Count()); ++f) {
       const std::string_view text = Text(card, f);
-      if (text.empty() || held.At(f).IsRead(text)) continue;
-      return in_part_.Add(text_, card);
+      const NasValue::Kind kind = held.At(f).kind;
+      const bool is_more = counts_blanks && text.empty() &&
+                           (kind == NasValue::Kind::kNumber || kind == NasValue::Kind::kWord);
+      if (is_more || !held.At(f).IsRead(text)) return in_part_.Add(text_, card);
     }
   }
 
@@ -590,6 +570,7 @@ class NasReader : private NasFieldReader {
     count(with_constraints_, "nodes have permanent constraints", "permanent constraints of nodes");
     count(in_superelements_, "nodes are in superelements", "superelements of nodes");
     count(in_fluid_, "nodes are in a fluid", "marks of nodes in a fluid");
+    count(text_.Parts(), "superelements are carried as text", "superelements");
     count(plotted_twice_, "PLOTEL have numbers of other elements and are no elements",
           "PLOTEL with numbers of other elements");
     if (carried_.IsEmpty()) return;
@@ -658,7 +639,9 @@ Result<Deck> ReadNastran(const std::string& path, const ReadOptions& options,
   const auto text = NasText::Read(path, options, faults, report);
   if (!text) return faults.front();
   if (options.progress) options.progress(0.3);
-  Result<Deck> deck = ParseNastran(*text, path, faults);
+  NasReading reading;
+  reading.progress = ShareOf(options.progress, 0.3, 0.9);
+  Result<Deck> deck = ParseNastran(*text, path, faults, reading);
   if (deck) deck->report.Append(report);
   if (options.progress) options.progress(1.0);
   return deck;

@@ -30,6 +30,7 @@ struct NasReading {
   bool carries = true;  ///< the deck carries the text
   /// The text is left behind: the report tells what only it says, and nothing else.
   bool leaves_text = false;
+  Progress progress;
 };
 
 /// Reads a deck: GRID, coordinate systems, elements, properties, materials, sets of the case

@@ -1,6 +1,7 @@
 #include "exchange/nastran/nas_renew.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <fmt/format.h>
 #include <map>
@@ -9,9 +10,11 @@
 #include "qx_db/record/element_types.h"
 
 #include "exchange/nastran/nas_card_text.h"
+#include "exchange/nastran/nas_match.h"
 #include "exchange/nastran/nas_names.h"
 #include "exchange/nastran/nas_properties.h"
 #include "exchange/nastran/nas_reader.h"
+#include "exchange/nastran/nas_rules.h"
 #include "exchange/nastran/nas_tally.h"
 
 namespace qx::exchange {
@@ -21,71 +24,13 @@ using Kind = NasSource::Kind;
 
 constexpr double kSame = 1e-12;
 
-/// Where the cards of properties or materials stand in a text, and what the records of them are
-/// called that a reader makes.
-struct Described {
-  struct Card {
-    std::size_t index;
-    Key number;
-    std::string name;
-  };
-  std::vector<Card> cards;
-
-  Described(const NasText& text, NasKind kind, const std::vector<NasName>& names) {
-    for (std::size_t i = 0; i < text.Cards().size(); ++i) {
-      const NasCard& card = text.Cards()[i];
-      if (!(kind == NasKind::kMaterial ? IsNasMaterial(card.name) : IsNasProperty(card.name))) {
-        continue;
-      }
-      const auto number = DeckInteger(text.FieldText(card, 0));
-      if (!number || *number < 1 || *number > kMaxKey) continue;
-      cards.push_back({i, static_cast<Key>(*number), fmt::format("{} {}", card.name, *number)});
-      for (const NasName& name : names) {
-        if (name.kind == kind && name.number == *number) cards.back().name = name.name;
-      }
-    }
-  }
-};
-
-/// Finds the records of cards again: by the name that a reader gives, else by the number.
-template <class T>
-void Match(const NasText& text, NasKind kind, const std::vector<T>& now,
-           const std::vector<NasName>& names, NasNumbers& numbers, NasCardText::Names& cards) {
-  const Described described(text, kind, names);
-  std::multimap<std::string, Key> by_name;
-  std::set<Key> there;
-  for (const T& record : now) {
-    by_name.emplace(Utf8(record.name.View()), record.key);
-    there.insert(record.key);
-  }
-  std::vector<Key> found(described.cards.size(), 0);
-  std::set<Key> used;
-  for (const bool same_number : {true, false}) {
-    for (std::size_t i = 0; i < found.size(); ++i) {
-      const auto [begin, end] = by_name.equal_range(described.cards[i].name);
-      for (auto at = begin; at != end && found[i] == 0; ++at) {
-        if (used.contains(at->second) || (same_number && at->second != described.cards[i].number))
-          continue;
-        used.insert(found[i] = at->second);
-      }
-    }
-  }
-  for (std::size_t i = 0; i < found.size(); ++i) {
-    const Described::Card& card = described.cards[i];
-    if (found[i] == 0 && there.contains(card.number) && used.insert(card.number).second) {
-      found[i] = card.number;
-    }
-    const NasCard& of = text.Cards()[card.index];
-    numbers.Describe(kind, of.fields[0].at, card.number, found[i]);
-    if (found[i] != 0) cards[found[i]] = of.name;
-  }
-}
-
 class Renewer {
  public:
   Renewer(const tagTCarried& carried, const Deck& now, const std::map<Key, Key>& systems,
-          const NasSetTags& tags, const std::string& path, LossReport& report)
+          const NasSetTags& tags, const std::string& path, LossReport& report,
+          const Progress& progress)
       : path_(path),
+        progress_(progress),
         text_(std::string(carried.text.data(), carried.text.size()), path),
         numbers_(carried, text_, now, systems),
         now_deck_(now),
@@ -95,6 +40,7 @@ class Renewer {
   Result<std::string> Text() {
     names_ = NasNamesOf(text_);
     MatchNumbers();
+    if (Outcome fits = CheckKeys(); !fits) return fits.Error();
     const NasCardText now(now_deck_, property_cards_, material_cards_);
     FollowNasNumbers(text_, numbers_, edits_, report_);
     std::vector<NasSource> sources;
@@ -119,16 +65,18 @@ class Renewer {
       if (card.name == "BAROR") bar_defaults_ = &card;
       if (card.name == "BEAMOR") beam_defaults_ = &card;
     }
+    StepCounter steps(progress_, sources.size());
     for (std::size_t i = 0; i < sources.size(); ++i) {
-      done_.insert({sources[i].kind, sources[i].key});
+      steps.Step();
       if (sources[i].kind == Kind::kCarried) continue;
       std::size_t end = i + 1;
       while (end < sources.size() && sources[end].card == sources[i].card) ++end;
-      for (std::size_t j = i; j < end; ++j) done_.insert({sources[j].kind, sources[j].key});
+      for (std::size_t j = i; j < end; ++j) DoneOf(sources[j].kind).push_back(sources[j].key);
       RenewCard({sources.begin() + static_cast<std::ptrdiff_t>(i),
                  sources.begin() + static_cast<std::ptrdiff_t>(end)});
       i = end - 1;
     }
+    for (std::vector<Key>& keys : done_) std::sort(keys.begin(), keys.end());
     for (const NasCard& card : text_.Cards()) {
       if (!replaced_.contains(card.begin)) PatchCard(text_, card, edits_);
     }
@@ -141,6 +89,29 @@ class Renewer {
   }
 
  private:
+  /// A number that the format does not have would make a deck that no solver reads.
+  Outcome CheckKeys() const {
+    constexpr const char* kWords[] = {"node", "element", "coordinate system", "property",
+                                      "material"};
+    for (std::size_t i = 0; i < kNasKinds; ++i) {
+      const auto kind = static_cast<NasKind>(i);
+      const std::vector<Key>& are = numbers_.Are(kind);
+      const auto above = std::upper_bound(are.begin(), are.end(), kNasMaxNumber);
+      const auto odd =
+          std::find_if(above, are.end(), [&](Key number) { return !numbers_.Was(kind, number); });
+      if (odd == are.end()) continue;
+      return Failure{path_, fmt::format("{} {}", kWords[i], *odd),
+                     fmt::format("numbers of the format end at {}", kNasMaxNumber),
+                     "renumber it, or write another format"};
+    }
+    return {};
+  }
+
+  std::vector<Key>& DoneOf(Kind kind) { return done_[static_cast<std::size_t>(kind)]; }
+  bool IsDone(Kind kind, Key key) const {
+    return NasHas(done_[static_cast<std::size_t>(kind)], key);
+  }
+
   bool IsDescribed(std::size_t card) const {
     const NasCard& of = text_.Cards()[card];
     for (const std::size_t field : {0, 4}) {
@@ -151,8 +122,7 @@ class Renewer {
   }
 
   void MatchNumbers() {
-    Match(text_, NasKind::kProperty, now_deck_.Of<tagTProp>(), names_, numbers_, property_cards_);
-    Match(text_, NasKind::kMaterial, now_deck_.Of<tagTMatl>(), names_, numbers_, material_cards_);
+    MatchNasRecords(text_, now_deck_, names_, numbers_, property_cards_, material_cards_);
     // Properties without a card are called by the number that elements name them by.
     for (const tagTProp& property : now_deck_.Of<tagTProp>()) {
       const std::string name = Utf8(property.name.View());
@@ -175,10 +145,7 @@ class Renewer {
         if (now_->HasNode(key)) return RenewNode(index, key);
         break;
       case Kind::kElement: {
-        const NasCard* defaults = card.name == "CBAR"    ? bar_defaults_
-                                  : card.name == "CBEAM" ? beam_defaults_
-                                                         : nullptr;
-        const NasLineForm form = NasLineForm::Of(text_, card, defaults);
+        const NasLineForm form = NasLineForm::Of(text_, card, DefaultsOf(card.name));
         return Patch(index, then_->Element(key, form), now_->Element(key, form));
       }
       case Kind::kProperty:
@@ -194,6 +161,10 @@ class Renewer {
     text_.Remove(index);
   }
 
+  const NasCard* DefaultsOf(std::string_view card) const {
+    return card == "CBAR" ? bar_defaults_ : card == "CBEAM" ? beam_defaults_ : nullptr;
+  }
+
   /// Fields of a card that the model now says otherwise. A card of another name takes its place.
   void Patch(std::size_t index, const NasFields& then, const NasFields& now) {
     const NasCard& card = text_.Cards()[index];
@@ -201,9 +172,8 @@ class Renewer {
     const std::size_t count = std::max(then.Count(), now.Count());
     // A number of what is gone was taken out of the text; the model may say another.
     const auto is_emptied = [&card](std::size_t f) {
-      return std::any_of(card.changed.begin(), card.changed.end(), [f](const auto& change) {
-        return change.first == f && change.second.empty();
-      });
+      const auto change = card.Changes().find(f);
+      return change != card.Changes().end() && change->second.empty();
     };
     const auto is_same = [&](std::size_t f) {
       return then.At(f).IsSame(now.At(f)) && !is_emptied(f);
@@ -211,13 +181,27 @@ class Renewer {
     bool all_same = then.Name() == now.Name();
     for (std::size_t f = 0; all_same && f < count; ++f) all_same = is_same(f);
     if (!all_same && now.Name() != card.name) return Replace(index, now);
-    for (const auto& [f, text] : card.changed) {
+    for (const auto& [f, text] : card.Changes()) {
       if (f < count || !text.empty()) continue;
       emptied_.Add(text_, card);
       break;
     }
+    // An orientation goes as a whole: what is blank would come from a card of defaults, and a node
+    // has nothing beside it.
+    bool is_turned = false;
+    if (card.name == "CBAR" || card.name == "CBEAM" || card.name == "CBUSH") {
+      bool is_own = false;
+      for (std::size_t f = kNasOrientation; f < kNasOrientation + 3; ++f) {
+        is_turned = is_turned || !is_same(f);
+        is_own = is_own || !text_.FieldText(card, f).empty();
+      }
+      const bool stays_vector = then.At(kNasOrientation).kind == NasValue::Kind::kReal &&
+                                now.At(kNasOrientation).kind == NasValue::Kind::kReal;
+      is_turned = is_turned && !(is_own && stays_vector);
+    }
     for (std::size_t f = 0; !all_same && f < count; ++f) {
-      if (is_same(f)) continue;
+      const bool is_of_turned = is_turned && f >= kNasOrientation && f < kNasOrientation + 3;
+      if (is_same(f) && !is_of_turned) continue;
       const std::string_view text = text_.FieldText(card, f);
       // A shell without a material for shear does not get one.
       if (text.empty() && card.name == "PSHELL" && f == 5) continue;
@@ -277,38 +261,68 @@ class Renewer {
   }
 
   void RenewProperty(std::size_t index, Key key) {
-    const std::string card = text_.Cards()[index].name;
+    const std::string_view card = text_.Cards()[index].name;
     const tagTProp* then = then_->PropertyOf(key);
     const tagTProp* now = now_->PropertyOf(key);
     const NasFields fields = now_->Property(key);
-    if (then && now && IsNasCardInPart(card) && fields.Name() == card) {
+    if (then && now && (card == "PBARL" || card == "PBEAML") && fields.Name() == card) {
       tagTProp mixed = *then;  // with what the card's own fields say
       mixed.key = key;
       mixed.non_structural_mass = now->non_structural_mass;
-      if (card != "PCOMP") mixed.material = now->material;
+      mixed.material = now->material;
       const std::string_view whole = NasWholeCard(card);
       if (!Says(NasPropertyCard(whole, mixed), NasPropertyCard(whole, *now))) {
-        if (card == "PBARL" || card == "PBEAML")
-          return Replace(index, NasPropertyCard(whole, *now));
-        kept_.Add(text_, text_.Cards()[index]);
+        const NasFields as_whole = NasPropertyCard(whole, *now);
+        TellUnsaid<tagTProp>(*now, as_whole, nullptr);
+        return Replace(index, as_whole);
       }
     }
+    if (now) TellUnsaid(*now, fields, then);
     Patch(index, then_->Property(key), fields);
   }
 
   void RenewMaterial(std::size_t index, Key key) {
-    const std::string card = text_.Cards()[index].name;
-    const tagTMatl* then = then_->MaterialOf(key);
-    const tagTMatl* now = now_->MaterialOf(key);
-    if (then && now && IsNasCardInPart(card)) {
-      tagTMatl mixed = *then;
-      mixed.key = key;
-      mixed.density = now->density;
-      if (!Says(NasMaterialCard("MAT1", mixed), NasMaterialCard("MAT1", *now))) {
-        kept_.Add(text_, text_.Cards()[index]);
-      }
+    const NasFields fields = now_->Material(key);
+    if (const tagTMatl* now = now_->MaterialOf(key)) {
+      TellUnsaid(*now, fields, then_->MaterialOf(key));
     }
-    Patch(index, then_->Material(key), now_->Material(key));
+    Patch(index, then_->Material(key), fields);
+  }
+
+  /// Tells of the members of a property or a material that neither its card says, as a reader takes
+  /// it, nor the text does, of which `then` is what it was read as; null for a new card.
+  template <class T>
+  void TellUnsaid(const T& now, const NasFields& card, const T* then) {
+    constexpr bool kIsMaterial = std::is_same_v<T, tagTMatl>;
+    if (card.IsEmpty()) return;
+    T said = NasReadBack<T>(card);
+    if constexpr (!kIsMaterial) {
+      if (now.type == tagTProp::kPlaneStress) said.type = now.type;  // told by itself
+    }
+    std::string names = UnsaidMembers(T::GetSchema(), now, said);
+    if (then && !names.empty()) {
+      const std::string others = UnsaidMembers(T::GetSchema(), now, *then);
+      names = InBoth(names, others);
+    }
+    if (names.empty()) return;
+    report_.Lost(fmt::format("parts of {} were left out: {}",
+                             kIsMaterial ? "materials" : "properties", names),
+                 1, fmt::format("{} {}", kIsMaterial ? "material" : "property", now.key),
+                 fmt::format("{} cards have no fields for them", card.Name()));
+  }
+
+  static std::string InBoth(std::string_view a, std::string_view b) {
+    std::string both;
+    const std::string other = fmt::format(", {}, ", b);
+    while (!a.empty()) {
+      const std::size_t end = std::min(a.find(", "), a.size());
+      const std::string_view name = a.substr(0, end);
+      if (other.find(fmt::format(", {}, ", name)) != std::string::npos) {
+        both += fmt::format("{}{}", both.empty() ? "" : ", ", name);
+      }
+      a.remove_prefix(std::min(end + 2, a.size()));
+    }
+    return both;
   }
 
   static bool Says(const NasFields& a, const NasFields& b) {
@@ -439,15 +453,20 @@ class Renewer {
   void AddNewCards() {
     std::string added;
     const auto add = [&](Kind kind, Key key, const NasFields& card, const std::string& name = {}) {
-      if (!done_.contains({kind, key})) added += name + card.Text();
+      if (!IsDone(kind, key)) added += name + card.Text();
     };
     for (const tagTCord& system : now_deck_.Of<tagTCord>()) {
       add(Kind::kSystem, system.key, now_->System(system.key),
           NameLine(NasKind::kSystem, system.key));
     }
     for (const Key key : Sorted(now_deck_.node_keys)) {
-      if (done_.contains({Kind::kNode, key})) continue;
+      if (IsDone(Kind::kNode, key)) continue;
       NasFields card = now_->Node(key, grid_defaults_ != nullptr);
+      // Constraints and the superelement of the defaults are of the nodes that came with them.
+      for (const std::size_t f : {6, 7}) {
+        const bool is_given = grid_defaults_ && !text_.FieldText(*grid_defaults_, f).empty();
+        card.Word(is_given ? "0" : "");
+      }
       added += card.Text();
     }
     NasLineForm form;
@@ -455,16 +474,18 @@ class Renewer {
     std::vector<Key> elements;
     for (const Mesh::Element& element : now_deck_.elements) elements.push_back(element.key);
     for (const Key key : Sorted(std::move(elements))) {
-      if (!done_.contains({Kind::kElement, key})) added += now_->Element(key, form).Text();
+      if (!IsDone(Kind::kElement, key)) added += now_->Element(key, form).Text();
     }
     for (const tagTProp& property : now_deck_.Of<tagTProp>()) {
       if (!now_->HasProperty(property.key)) continue;
-      add(Kind::kProperty, property.key, now_->Property(property.key),
-          NameLine(NasKind::kProperty, property.key));
+      const NasFields card = now_->Property(property.key);
+      if (!IsDone(Kind::kProperty, property.key)) TellUnsaid<tagTProp>(property, card, nullptr);
+      add(Kind::kProperty, property.key, card, NameLine(NasKind::kProperty, property.key));
     }
     for (const tagTMatl& material : now_deck_.Of<tagTMatl>()) {
-      add(Kind::kMaterial, material.key, now_->Material(material.key),
-          NameLine(NasKind::kMaterial, material.key));
+      const NasFields card = now_->Material(material.key);
+      if (!IsDone(Kind::kMaterial, material.key)) TellUnsaid<tagTMatl>(material, card, nullptr);
+      add(Kind::kMaterial, material.key, card, NameLine(NasKind::kMaterial, material.key));
     }
     added += loose_names_;
     if (added.empty()) return;
@@ -514,12 +535,18 @@ class Renewer {
   void TellProperties(const Deck& before) {
     std::uint64_t blank = 0;
     std::uint64_t taken = 0;
+    std::uint64_t by_default = 0;
     Key first_blank = 0;
     Key first_taken = 0;
+    Key first_by_default = 0;
     for (const Mesh::Element& element : now_deck_.elements) {
       const NasFields card = element.property ? NasFields() : now_->Element(element.key);
-      if (element.property || card.IsEmpty() || !NasHasProperty(card.Name())) continue;
-      if (now_->PropertyOf(element.key)) {
+      if (element.property || card.IsEmpty() || !FindNasElementCard(card.Name())->has_property)
+        continue;
+      const NasCard* defaults = DefaultsOf(card.Name());
+      if (defaults && !text_.FieldText(*defaults, 1).empty()) {
+        if (++by_default == 1) first_by_default = element.key;
+      } else if (now_->PropertyOf(element.key)) {
         if (++taken == 1) first_taken = element.key;
       } else if (!then_->HasElement(element.key) || then_->PropertyOfElement(element.key) != 0) {
         if (++blank == 1) first_blank = element.key;
@@ -528,6 +555,9 @@ class Renewer {
     report_.Changed("elements without a property name none in their cards", blank,
                     fmt::format("element {}", first_blank),
                     "the format takes that for the property of their own number");
+    report_.Changed("elements without a property have the one of the card of defaults", by_default,
+                    fmt::format("element {}", first_by_default),
+                    "BAROR or BEAMOR fills their blank fields");
     report_.Changed("elements without a property have the one of their own number", taken,
                     fmt::format("element {}", first_taken), "the format takes none for that");
     std::set<Key> placeholders;
@@ -538,7 +568,7 @@ class Renewer {
         report_.Lost("properties have no card but their number", 1, where,
                      "it is not known what kind they are, or the format has none for it");
       }
-      const bool is_new = !done_.contains({Kind::kProperty, property.key});
+      const bool is_new = !IsDone(Kind::kProperty, property.key);
       const bool is_spring = NasCardOfProperty(property) == "PBUSH";
       if (now_->HasProperty(property.key) && is_new && !is_spring && property.material == 0) {
         report_.Changed("properties without a material were written without one", 1, where,
@@ -580,6 +610,10 @@ class Renewer {
                       Utf8(name), "they are text of the deck");
     }
     for (const tagTEcrd& record : now_deck_.Of<tagTEcrd>()) {
+      report_.Changed("lines with the axes of a system were written along their nodes",
+                      now_->IsAcross(record), fmt::format("element {}", record.key),
+                      "the first axis of the system is not that of the line, or it is no "
+                      "rectangular one");
       const bool is_gone = record.method == tagTEcrd::kByNode && record.reference_node == 0;
       if (!is_gone || !now_->HasElement(record.key)) continue;
       report_.Changed("lines are turned as those without an orientation", 1,
@@ -609,6 +643,7 @@ class Renewer {
   }
 
   const std::string& path_;
+  const Progress& progress_;
   NasText text_;
   NasNumbers numbers_;
   const Deck& now_deck_;
@@ -623,8 +658,8 @@ class Renewer {
   const NasCard* bar_defaults_ = nullptr;
   const NasCard* beam_defaults_ = nullptr;
   std::vector<NasEdit> edits_;
-  std::set<std::size_t> replaced_;  // cards, by their places
-  std::set<std::pair<Kind, Key>> done_;
+  std::set<std::size_t> replaced_;        // cards, by their places
+  std::array<std::vector<Key>, 6> done_;  // by kind; ascending once all cards are gone through
   std::string loose_names_;
   NasTally rewritten_;
   NasTally kept_;
@@ -636,8 +671,9 @@ class Renewer {
 
 Result<std::string> RenewNasDeck(const tagTCarried& carried, const Deck& now,
                                  const std::map<Key, Key>& systems, const NasSetTags& tags,
-                                 const std::string& path, LossReport& report) {
-  return Renewer(carried, now, systems, tags, path, report).Text();
+                                 const std::string& path, LossReport& report,
+                                 const Progress& progress) {
+  return Renewer(carried, now, systems, tags, path, report, progress).Text();
 }
 
 }  // namespace qx::exchange

@@ -13,6 +13,7 @@ namespace qx::exchange {
 /// text does not read any more.
 Result<std::string> RenewNasDeck(const tagTCarried& carried, const Deck& now,
                                  const std::map<Key, Key>& systems, const NasSetTags& tags,
-                                 const std::string& path, LossReport& report);
+                                 const std::string& path, LossReport& report,
+                                 const Progress& progress = {});
 
 }  // namespace qx::exchange

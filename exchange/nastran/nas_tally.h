@@ -18,7 +18,9 @@ class NasTally {
   };
 
   void Add(const NasText& text, const NasCard& card) {
-    Told& told = by_name_[card.name];
+    auto of = by_name_.find(card.name);
+    if (of == by_name_.end()) of = by_name_.emplace(card.name, Told()).first;
+    Told& told = of->second;
     if (++told.count == 1) told.where = text.Place(card);
   }
   std::uint64_t Total() const {
@@ -39,7 +41,7 @@ class NasTally {
   }
 
  private:
-  std::map<std::string, Told> by_name_;
+  std::map<std::string, Told, std::less<>> by_name_;
 };
 
 }  // namespace qx::exchange

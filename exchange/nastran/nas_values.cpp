@@ -165,7 +165,7 @@ std::string NasFields::Text() const {
   return NasCardLines(name_, std::move(texts));
 }
 
-std::string NasCardLines(const std::string& name, std::vector<std::string> fields) {
+std::string NasCardLines(std::string_view name, std::vector<std::string> fields) {
   while (!fields.empty() && fields.back().empty()) fields.pop_back();
   for (std::string& field : fields) {
     if (field.size() > kLarge) field = NasReal(DeckReal(field).value_or(0), kLarge);
@@ -174,7 +174,7 @@ std::string NasCardLines(const std::string& name, std::vector<std::string> field
                                     [](const std::string& field) { return field.size() > kSmall; });
   const std::size_t width = is_large ? kLarge : kSmall;
   const std::size_t per_line = is_large ? 4 : 8;
-  std::string text = fmt::format("{:<8}", is_large ? name + "*" : name);
+  std::string text = fmt::format("{:<8}", std::string(name) + (is_large ? "*" : ""));
   for (std::size_t i = 0; i < fields.size(); ++i) {
     if (i > 0 && i % per_line == 0) {
       text.resize(text.find_last_not_of(' ') + 1);
@@ -195,6 +195,9 @@ std::string ApplyEdits(std::string_view text, std::vector<NasEdit> edits) {
   std::stable_sort(edits.begin(), edits.end(),
                    [](const NasEdit& a, const NasEdit& b) { return a.begin < b.begin; });
   std::string out;
+  std::size_t added = 0;
+  for (const NasEdit& edit : edits) added += edit.text.size();
+  out.reserve(text.size() + added);
   std::size_t done = 0;
   for (const NasEdit& edit : edits) {
     if (edit.begin < done || edit.end > text.size()) continue;
@@ -202,7 +205,8 @@ std::string ApplyEdits(std::string_view text, std::vector<NasEdit> edits) {
     out += edit.text;
     done = edit.end;
   }
-  return out += text.substr(done);
+  out += text.substr(done);
+  return out;
 }
 
 void ReplaceCard(const NasText& text, const NasCard& card, std::string with,
@@ -241,21 +245,21 @@ bool PatchLine(const NasText& text, const NasCard& card, std::size_t index, NasE
       index + 1 < card.lines.size() ? card.lines[index + 1].first : card.fields.size();
   std::string content = text.Text().substr(line.begin, line.stop - line.begin);
   edit = {line.begin, line.stop, {}};
+  const auto first = card.Changes().lower_bound(line.first);
+  const auto last = card.Changes().lower_bound(next);
   if (line.form == NasLine::Form::kFree) {
     std::vector<NasEdit> edits;
     std::size_t given = line.given;
     std::size_t longest = kSmall;
     for (std::size_t f = line.first; f < next; ++f)
-      longest = std::max(longest, std::min(card.fields[f].length, kLarge));
-    auto changed = card.changed;
-    std::sort(changed.begin(), changed.end());
-    for (const auto& [field, to] : changed) {
-      if (field < line.first || field >= next) continue;
+      longest = std::max(longest, std::min<std::size_t>(card.fields[f].length, kLarge));
+    for (auto at = first; at != last; ++at) {
+      const auto& [field, to] = *at;
       if (to.size() > longest) return false;
       const std::size_t in_line = field - line.first;
       if (in_line < given) {
-        const std::size_t at = card.fields[field].at - line.begin;
-        edits.push_back({at, at + card.fields[field].length, to});
+        const std::size_t begin = card.fields[field].at - line.begin;
+        edits.push_back({begin, begin + card.fields[field].length, to});
       } else {
         content.resize(content.find_last_not_of(" \t\r") + 1);
         content += std::string(in_line - given + 1, ',') + to;
@@ -270,8 +274,8 @@ bool PatchLine(const NasText& text, const NasCard& card, std::size_t index, NasE
   const bool has_comment = line.stop < line.end && text.Text()[line.stop] == '$';
   const bool ends_in_text = !content.ends_with(' ') && !has_comment;
   const std::size_t was = content.size();
-  for (const auto& [field, to] : card.changed) {
-    if (field < line.first || field >= next) continue;
+  for (auto at = first; at != last; ++at) {
+    const auto& [field, to] = *at;
     const std::size_t column = kSmall + (field - line.first) * width;
     if (!IntoColumns(content, column, width, to)) return false;
   }
@@ -284,9 +288,9 @@ bool PatchLine(const NasText& text, const NasCard& card, std::size_t index, NasE
 
 void PatchCard(const NasText& text, const NasCard& card, std::vector<NasEdit>& edits) {
   if (card.is_gone) return ReplaceCard(text, card, {}, edits);
-  if (card.changed.empty()) return;
+  if (card.Changes().empty()) return;
   std::vector<NasEdit> own;
-  bool fits = std::all_of(card.changed.begin(), card.changed.end(),
+  bool fits = std::all_of(card.Changes().begin(), card.Changes().end(),
                           [&](const auto& field) { return field.first < card.fields.size(); });
   for (std::size_t i = 0; fits && i < card.lines.size(); ++i) {
     own.emplace_back();
@@ -297,7 +301,7 @@ void PatchCard(const NasText& text, const NasCard& card, std::vector<NasEdit>& e
     return;
   }
   std::size_t count = card.fields.size();
-  for (const auto& [field, to] : card.changed) count = std::max(count, field + 1);
+  for (const auto& [field, to] : card.Changes()) count = std::max(count, field + 1);
   std::vector<std::string> fields;
   for (std::size_t f = 0; f < count; ++f) fields.emplace_back(text.FieldText(card, f));
   ReplaceCard(text, card, NasCardLines(card.name, std::move(fields)), edits);

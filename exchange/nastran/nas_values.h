@@ -60,7 +60,7 @@ class NasFields {
 };
 
 /// A card in small fields where all texts fit, in large ones otherwise.
-std::string NasCardLines(const std::string& name, std::vector<std::string> fields);
+std::string NasCardLines(std::string_view name, std::vector<std::string> fields);
 
 /// A stretch of a text and what stands there instead.
 struct NasEdit {

@@ -50,6 +50,7 @@ std::map<Key, Key> NumberSystems(Deck& deck, const tagTCarried& carried) {
   for (tagTMeshCsys& assigned : deck.Of<tagTMeshCsys>()) rename(assigned.coordinate_system);
   for (tagTEcrd& orientation : deck.Of<tagTEcrd>()) rename(orientation.coordinate_system);
   for (tagTSprop& mass : deck.Of<tagTSprop>()) rename(mass.coordinate_system);
+  for (tagTProp& property : deck.Of<tagTProp>()) rename(property.coordinate_system);
   return numbers;
 }
 
@@ -81,10 +82,12 @@ void TellUnits(CQXDBSession& session, LossReport& report) {
 
 }  // namespace
 
-Result<std::string> NasDeckText(CQXDBSession& session, const std::string& path,
-                                LossReport& report) {
-  Deck deck = DeckOf(session);
+Result<std::string> NasDeckText(CQXDBSession& session, const std::string& path, LossReport& report,
+                                const Progress& progress) {
+  Deck deck = DeckOf(session, ShareOf(progress, 0, 0.3));
   report.Append(deck.report);
+  deck.Of<tagTCarried>() = {};  // it is read where it is
+  deck.Of<tagTField>() = {};    // which the format has no place for
   tagTCarried empty;
   empty.text.Assign(kEmptyDeck.data(), kEmptyDeck.size());
   const tagTCarried* carried = nullptr;
@@ -102,7 +105,10 @@ Result<std::string> NasDeckText(CQXDBSession& session, const std::string& path,
   const tagTCarried& source = carried ? *carried : empty;
   const std::map<Key, Key> systems = NumberSystems(deck, source);
   if (carried) TellUnits(session, report);
-  Result<std::string> text = RenewNasDeck(source, deck, systems, SetTags(session), path, report);
+  if (Outcome numbers = CheckNumbers(deck, path); !numbers) return numbers.Error();
+  const Progress renew = ShareOf(progress, 0.3, 1);
+  Result<std::string> text =
+      RenewNasDeck(source, deck, systems, SetTags(session), path, report, renew);
   if (!text) return text;
   // A deck of ours stays one; one that came from somebody is his.
   const std::string_view rest = WithoutDeckMark("$", *text);
@@ -114,10 +120,10 @@ Outcome WriteNastran(CQXDBSession& session, const std::string& path, const Write
                      LossReport& report) {
   if (Outcome fits = CheckCanBeWritten(session, path); !fits) return fits;
   LossReport found;
-  if (options.progress) options.progress(0.1);
-  const Result<std::string> text = NasDeckText(session, path, found);
+  const Result<std::string> text =
+      NasDeckText(session, path, found, ShareOf(options.progress, 0, 0.9));
   if (!text) return text.AsOutcome();
-  if (options.progress) options.progress(0.8);
+  if (options.progress) options.progress(0.9);
   constexpr std::uint16_t kWritten[] = {
       code::kCord,  code::kNode,       code::kElem,  code::kMset,   code::kProp,
       code::kMatl,  code::kMeshCsys,   code::kEcrd,  code::kBset,   code::kE1DOffset,

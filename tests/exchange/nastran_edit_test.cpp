@@ -88,9 +88,51 @@ std::vector<Case> Cases() {
        {},
        {}},
       {"RangeByStep",
-       DeckWith("SET1    7       1       THRU    9       BY      2\n"),
+       DeckWith("SET1    7       1       THRU    9       BY      2\nSPLINE1,9,1,1,2,7\n"),
        [](NastranModel& model) { model.Renumber<tagTNode>(5, 50); },
        {"SET1    7       1       3       7       9       50"},
+       {},
+       {}},
+      // What only the text has stays in the ranges that name it.
+      {"RangeKeepsScalarPoints",
+       DeckWith("SPOINT  20      THRU    23\nSPC1    1       1       1       THRU    23\n"),
+       RenumberNode2,
+       {"SPC1    1       1       1       2000", "SPC1    1       1       3       THRU    9",
+        "SPC1    1       1       20      THRU    23"},
+       {"THRU    23      \n"},
+       {}},
+      {"ListKeepsRigidElements",
+       DeckWith("RBAR    7       1       2\nSET1    8       1       THRU    7\nPANEL   WING    8\n"
+                "NSM1    5       ELEMENT 1.5     2       THRU    7\n"
+                "MONPNT3,A,B\n,123,,8\nSET1,9,1,THRU,7\n"),
+       [](NastranModel& model) { RenumberRod3(model); },
+       {"NSM1    5       ELEMENT 1.5     2       4       5       7       300"},
+       {},
+       {"SET1 cards were not checked against renumbering: 2"}},
+      {"ScalarPointsUpToTheEnd",
+       DeckWith("SPOINT  20      THRU    99999999\nSPC1    1       1       21\n"
+                "SET1    7       1       THRU    99999999BY      2\nPANEL   A       7\n"),
+       [](NastranModel& model) { model.Renumber<tagTNode>(2, 21); },
+       {"SPOINT  22      THRU    99999999", "SPC1    1       1       2\n"},
+       {},
+       {"SET1 cards were not checked against renumbering: 1"}},
+      {"SetOfElements",
+       DeckWith("SET1    8       2       3       4\nMONPNT3,A,B\n,123,,8\n"),
+       RenumberRod3,
+       {"SET1    8       2       300     4"},
+       {},
+       {}},
+      {"ScalarPointsMakeRoom",
+       DeckWith("SPOINT  20      21      22\nSPC     1       21      0       0.\n"),
+       [](NastranModel& model) { model.Renumber<tagTNode>(2, 21); },
+       {"SPOINT  20      23      22", "SPC     1       23      0       0.",
+        "GRID    21              2."},
+       {},
+       {"numbers of SPOINT cards, which only their text has, were changed: 1"}},
+      {"RangeOfScalarPointsMakesRoom",
+       DeckWith("SPOINT  20      THRU    24\nRBE2    99      1       1       21\n"),
+       [](NastranModel& model) { model.Renumber<tagTNode>(2, 21); },
+       {"SPOINT  20", "SPOINT  22      THRU    25", "RBE2    99      1       1       25"},
        {},
        {}},
       {"LoadRange",
@@ -275,7 +317,7 @@ std::vector<Case> Cases() {
        },
        {"MAT8    8       1.+11   2.+10   .3      1.+9                    1600."},
        {"MAT1    8"},
-       {"changes of what MAT8 cards describe were left out: 1"}},
+       {"parts of materials were left out: elastic modulus: 1 (MAT8 cards"}},
       {"ElementWithoutAProperty",
        DeckWith("CROD    40              1       2\n"),
        kNothing,
@@ -335,6 +377,97 @@ std::vector<Case> Cases() {
        {"SET 1 = 1 THRU 4 EXCEPT 3,", "   7"},
        {"$ Set"},
        {}},
+      {"SetsKeepWhatOnlyTheTextHas",
+       DeckWith("RBAR    7       1       2\nSPOINT  20      21\n",
+                "SET 1 = 1 THRU 10 EXCEPT 4\nSET 2 = 1 THRU 21\nSTRESS = 1\nDISP = 2\n"),
+       [](NastranModel& model) {
+         RenumberNode2(model);
+         RenumberRod3(model);
+       },
+       {"SET 1 = 1, 2, 5, 7, 300\n", "SET 2 = 1, 3 THRU 9, 20, 21, 2000\n"},
+       {},
+       {}},
+      {"ExceptedRanges",
+       DeckWith("", "SET 1 = 1 THRU 9 EXCEPT 3 THRU 5, 7, 20 THRU 30\nDISP = 1\n"),
+       RenumberNode2,
+       {"SET 1 = 1, 6, 8, 9, 2000\n"},
+       {},
+       {}},
+      {"SetsThatUnknownCommandsNameStay",
+       DeckWith("", "SET 1 = 7 THRU 9\nPARTN = 1\nSUBTITLE = 2\nSET 2 = 7, 8\nSET 3 = 7\n"),
+       [](NastranModel& model) {
+         RenumberNode2(model);
+         // Those of sets 2 and 3: the first is text.
+         model.Remove<tagTMset>(model.SetKey("SET 3"));
+       },
+       {"SET 1 = 7 THRU 9\n", "PARTN = 1", "SET 2 = 7, 8\n"},
+       {"SET 3 ="},
+       {"sets of the case control were not checked against renumbering: 1"}},
+      {"PlotSectionsAreTold",
+       DeckWith("",
+                "SET 1 = 1, 2\nDISP = 1\nOUTPUT(XYPLOT)\nSET 2 = 1\nXYPLOT DISP /2(T3)\n"
+                "OUTPUT(POST)\nSET 3 = 2, 3\nVELO = 3\n"),
+       RenumberNode2,
+       {"SET 1 = 1, 2000\n", "SET 2 = 1\nXYPLOT DISP /2(T3)\n", "SET 3 = 3, 2000\n"},
+       {},
+       {"lines of plot sections were not checked against renumbering: 3"}},
+      {"SetsWithoutAnExecutiveSection",
+       "SOL 101\nTITLE = x\nSET 1 = 1, 2\nDISP = 1\nOUTPUT(PLOT)\nSET 9 = ALL\n" +
+           DeckWith("").substr(DeckWith("").find("BEGIN BULK")),
+       [](NastranModel& model) {
+         model.Change<tagTMset>(model.SetKey("SET 1"),
+                                [](tagTMset& set) { set.name.Set(u"ends"); });
+         tagTMset more;
+         more.key = 77;
+         more.name.Set(u"more");
+         more.nodes.Add(host::PoolFor<tagTNode>(&model.Session())->Find(3));
+         ASSERT_TRUE(host::PoolFor<tagTMset>(&model.Session())->InsertNU(&more));
+       },
+       {"$ Set 2: nodes of \"more\"\nSET 2 = 3\nTITLE = x\n$ Set 1: nodes of \"ends\"\n"},
+       {},
+       {}},
+      // Systems in others that turn, in units of their own; and cards of defaults.
+      {"OrientationIsChangedAsAWhole",
+       DeckWith("BAROR                                   1.      2.      3.\n"
+                "CBAR    80      5       1       2\nCBAR    81      5       1       2       7\n"
+                "PBAR    5       1       1.      1.      1.\n"),
+       [](NastranModel& model) {
+         model.Change<tagTEcrd>(80, [](tagTEcrd& turned) { turned.reference_vector.z = 5; });
+         model.Change<tagTEcrd>(81, [](tagTEcrd& turned) {
+           turned.method = tagTEcrd::kByVector;
+           turned.reference_vector = {0, 0, 4};
+         });
+       },
+       {"CBAR    80      5       1       2       1.      2.      5.\n",
+        "CBAR    81      5       1       2       0.      0.      4.\n"},
+       {},
+       {}},
+      {"DefaultsOfNodesAreNotThoseOfNewOnes",
+       DeckWith("GRDSET                                                  123     4\n"),
+       [](NastranModel& model) {
+         tagTNode node;
+         node.key = 60;
+         node.position = {1, 2, 3};
+         ASSERT_TRUE(host::PoolFor<tagTNode>(&model.Session())->InsertNU(&node));
+       },
+       {"GRID    60      0       1.      2.      3.      0       0       0\n"},
+       {},
+       {}},
+      {"BarsAlongASystem",
+       DeckWith(system + "CBAR    80      5       1       3       0.      0.      1.\n"
+                         "CBAR    81      5       1       2       0.      0.      1.\n"
+                         "PBAR    5       1       1.      1.      1.\n"),
+       [](NastranModel& model) {
+         for (const Key key : {80, 81}) {
+           model.Change<tagTEcrd>(key, [&](tagTEcrd& turned) {
+             turned.method = tagTEcrd::kByCoordinateSystem;
+             turned.coordinate_system = host::PoolFor<tagTCord>(&model.Session())->Find(5);
+           });
+         }
+       },
+       {"CBAR    80      5       1       3       0.      1.      0.\n"},
+       {},
+       {"lines with the axes of a system were written along their nodes: 1"}},
       {"SetsOfUnknownKindAreTold",
        DeckWith("", "SET 1 = 1 THRU 4\n"),
        RenumberNode2,
@@ -420,6 +553,102 @@ TEST(NastranSets, OfPointsListTheirNodes) {
   NastranModel again;
   again.Import(text);
   EXPECT_EQ(again.Export(), text);
+}
+
+TEST(NastranRefusals, NumbersThatNoDeckCanHold) {
+  const std::pair<std::function<void(NastranModel&)>, const char*> cases[] = {
+      {[](NastranModel& m) { m.Renumber<tagTNode>(2, 123456789); },
+       "node 123456789: numbers of the format end at 99999999"},
+      {[](NastranModel& m) { m.Renumber<tagTElem>(3, 100000000); }, "element 100000000: numbers"},
+      {[](NastranModel& m) {
+         m.Change<tagTMatl>(1, [](tagTMatl& material) { material.density = NAN; });
+       },
+       "material 1: its density is not a finite number"},
+      {[](NastranModel& m) {
+         m.Change<tagTProp>(1, [](tagTProp& property) { property.thickness = INFINITY; });
+       },
+       "property 1: its thickness is not a finite number"},
+  };
+  for (const auto& [edit, told] : cases) {
+    NastranModel model;
+    model.Import(DeckWith(""));
+    model.Edit([&] { edit(model); });
+    EXPECT_NE(model.Refusal().find(told), std::string::npos) << model.Refusal();
+  }
+  // A deck that came with such a number goes back with it.
+  NastranModel model;
+  model.Import(DeckWith("GRID*   123456789                       1.\n*       1.\n"));
+  EXPECT_EQ(model.Refusal(), "");
+}
+
+TEST(NastranParts, ThatNoCardSaysAreTold) {
+  for (const bool is_anew : {false, true}) {
+    NastranModel model;
+    model.Import(DeckWith(""));
+    model.Edit([&] {
+      model.Change<tagTMatl>(1, [](tagTMatl& material) {
+        material.specific_heat = 3;
+        material.endurance_cycles = 4;
+        material.density = 5;
+      });
+      model.Change<tagTProp>(1, [](tagTProp& property) {
+        property.perimeter = 2;
+        property.damping[4] = 1;
+      });
+      if (is_anew) model.Remove<tagTCarried>(1);
+    });
+    for (const char* name : {"out.bdf", "out.inp"}) {
+      const std::string told = model.ExportAs(name);
+      const bool is_nastran = std::string_view(name) == "out.bdf";
+      EXPECT_NE(told.find(is_nastran ? "parts of materials were left out: specific heat, endurance "
+                                       "cycles: 1"
+                                     : "parts of materials were left out: endurance cycles"),
+                std::string::npos)
+          << name << "\n"
+          << told;
+      EXPECT_NE(told.find("parts of properties were left out: perimeter, damping"),
+                std::string::npos)
+          << name << "\n"
+          << told;
+    }
+  }
+}
+
+TEST(NastranBoundarySets, HaveTheNamesOfTheirKinds) {
+  NastranModel model;
+  model.Import(
+      DeckWith("SPCD    11      2       3       .1\nDLOAD   12      1.      1.      13\n"
+               "TLOAD1  13      14                      15\nTEMPRB  16      2       1.\n"
+               "DEFORM  17      2       .1\nSUPORT1 18      1       123\nMPCADD  19      1\n"));
+  std::set<std::string> names;
+  host::ForEach<tagTBset>(&model.Session(), [&](ITR, const tagTBset& set) {
+    names.insert(Utf8(set.name.View()));
+    return true;
+  });
+  EXPECT_EQ(names, (std::set<std::string>{"LOAD 11", "DLOAD 12", "DLOAD 13", "LOAD 16", "LOAD 17",
+                                          "SUPORT1 18", "MPC 19"}));
+}
+
+// A small file neither fills the memory nor takes minutes.
+TEST(NastranHostile, CostsWhatItsSizeSays) {
+  std::string sets;
+  std::string grids;
+  std::string labels;
+  for (int i = 1; i < 20000; ++i) {
+    sets += fmt::format("SET {} = 1 THRU 99999999\nDISP = {}\n", i, i);
+    grids += fmt::format("GRID,{},,0.,0.,0.\n", i);
+    labels += fmt::format("GRID,{},,0.,0.,0.,,,,+{}\n", 20000 + i, i % 7);
+  }
+  for (int i = 1; i < 20000; ++i) labels += fmt::format("+{},\n", 900 + i);
+  std::string list = "SET1,7";
+  for (int i = 1; i < 20000; ++i) list += fmt::format(",{}{}", i, i % 8 == 6 ? "\n," : "");
+  NastranModel model;
+  model.Import(sets + "BEGIN BULK\n" + grids + labels + list + "\nPANEL,A,7\nENDDATA\n");
+  EXPECT_NE(model.ToldIn().find("they list no numbers, or too many"), std::string::npos);
+  model.Edit([&] {
+    for (Key key = 1; key < 20000; key += 2) model.Renumber<tagTNode>(key, key + 50000);
+  });
+  EXPECT_NE(model.Export().find(",50001,"), std::string::npos);
 }
 
 TEST(NastranElsewhere, WhatOnlyItsTextSaysIsTold) {

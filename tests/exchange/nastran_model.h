@@ -18,24 +18,43 @@ namespace qx::exchange {
 /// A model in a folder of its own.
 class NastranModel {
  public:
-  void Import(const std::string& deck, const std::string& name = "in.bdf") {
+  /// `units`: of the deck; the model keeps its own.
+  void Import(const std::string& deck, const std::string& name = "in.bdf",
+              const std::string& units = {}) {
     ASSERT_TRUE(WriteWholeFile(folder_.Path(name), deck));
     LossReport report;
     ImportOptions options;
-    options.set_model_units = true;
+    options.set_model_units = units.empty();
+    options.units = units;
     ASSERT_EQ(ImportFile(session_, folder_.Path(name), options, report).Line(), "") << deck;
     told_in_ = Lines(report);
     ASSERT_EQ(session_.Validate(), "");
   }
-  std::string Export() {
-    told_out_ = ExportAs("out.bdf");
+  std::string Export(const std::string& units = {}) {
+    told_out_ = ExportAs("out.bdf", units);
     return *ReadWholeFile(folder_.Path("out.bdf"));
   }
   /// Writes a file by the format of its name; returns what is told.
-  std::string ExportAs(const std::string& name) {
+  std::string ExportAs(const std::string& name, const std::string& units = {}) {
     LossReport report;
-    EXPECT_EQ(ExportFile(session_, folder_.Path(name), {}, report).Line(), "");
+    ExportOptions options;
+    options.units = units;
+    EXPECT_EQ(ExportFile(session_, folder_.Path(name), options, report).Line(), "");
     return Lines(report);
+  }
+  /// Why it cannot be written; "" where it can.
+  std::string Refusal() {
+    LossReport report;
+    return ExportFile(session_, folder_.Path("out.bdf"), {}, report).Line();
+  }
+  /// Key of the mesh set of that name; 0 for none.
+  Key SetKey(std::string_view name) {
+    Key key = 0;
+    host::ForEach<tagTMset>(&session_, [&](ITR, const tagTMset& set) {
+      if (Utf8(set.name.View()) == name) key = set.key;
+      return key == 0;
+    });
+    return key;
   }
   /// Changes a record, or several, in one step.
   void Edit(const std::function<void()>& edit) {

@@ -100,16 +100,18 @@ TEST(NastranFaults, AreAllNamed) {
   std::vector<Failure> faults;
   const Result<Deck> deck = Parse(
       "GRID,1,,x,0.,0.\nGRID,2,,0.,0.,0.\nGRID,2,,0.,0.,0.\nCROD,1,1,1,9\nGRID,3,8,0.,0.,0.\n"
-      "GRID,99999999999,,0.,0.,0.\nCTRIA3,2,1,1,2\n",
+      "GRID,99999999999,,0.,0.,0.\nCTRIA3,2,1,1,2\n=,*(1),=,*(1.),==\n",
       &faults);
   EXPECT_FALSE(deck);
   std::string all;
   for (const Failure& fault : faults) all += fault.Line() + "\n";
   for (const char* expected :
        {"deck.bdf: line 1, GRID: field 4 is 'x', not a number",
-        "line 3, GRID: node 2 is there twice", "line 4, CROD: its node 9 is not there",
-        "line 5, GRID: coordinate system 8", "line 6, GRID: field 2 is '99999999999'",
-        "line 7, CTRIA3: it has fewer than 3 nodes"}) {
+        "line 3, GRID: field 2: node 2 is there twice",
+        "line 4, CROD: field 5: its node 9 is not there",
+        "line 5, GRID: field 3: coordinate system 8", "line 6, GRID: field 2 is '99999999999'",
+        "line 7, CTRIA3: field 6 is blank: it has fewer than 3 nodes",
+        "line 8, =: replicated cards are not read"}) {
     EXPECT_NE(all.find(expected), std::string::npos) << expected << "\n" << all;
   }
 }
@@ -142,6 +144,14 @@ TEST(NastranReports, TellWhatTheModelHasNoPlaceFor) {
       {"PSHELL,1,7,.1,8\nMAT1,7,1.\nMAT1,8,1.\n", "1 PSHELL are held in part"},
       {"PBARL,1,7,,ROD,,,,,.5\nMAT1,7,1.\n", "1 PBARL are held in part"},
       {"MAT8,1,1.,2.,.3\n", "1 MAT8 are held in part"},
+      {"PSHELL,1,7,.1,7\nMAT1,7,1.\n", "1 PSHELL are held in part"},  // without shear
+      {"PSHELL,1,,.1,7\nMAT1,7,1.\n", "1 PSHELL are held in part"},   // without membrane
+      {"CQUAD4,1,1,1,2,3,4,0\n", "1 CQUAD4 are held in part"},        // the basic system, no angle
+      {"CTRIA3,1,1,1,2,3,,.5\n", "1 CTRIA3 are held in part"},
+      {"CQUAD4,1,1,1,2,3,4,0.,,,.1\n", "1 CQUAD4 are held in part"},
+      {"CELAS1,1,1,1,1,2,1\nPELAS,1,5.\n", "cards carried as text: CELAS1 1, PELAS 1"},
+      {"CONM1,1,2,,5.\n", "cards carried as text: CONM1 1"},
+      {"BEGIN SUPER=1\nGRID,1,,0.,0.,0.\nENDDATA\n", "1 superelements are carried as text"},
       {"CQUAD8,1,1,1,2,3,4,5\n", "CQUAD8 without all mid-side nodes were read by their corners: 1"},
       {"WEIRD,1,2\n", "cards not checked against renumbering: WEIRD 1"},
       {"CORD2R,9,,0.,0.,0.,0.,0.,0.,\n,0.,0.,0.\n", "1 CORD2R give no axes"},
