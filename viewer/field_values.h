@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "qx_db/app/dense_mesh.h"
+#include "qx_db/mesh/dense_mesh.h"
 #include "qx_db/core/session.h"
 
 #include "viewer/pack.h"
