@@ -171,8 +171,6 @@ class CardLister {
   void Finish();
 
  private:
-  static constexpr std::uint32_t kNone = UINT32_MAX;
-
   /// What is known of a card until its last line has come.
   struct Open {
     std::uint32_t count = 0;  ///< of its fields

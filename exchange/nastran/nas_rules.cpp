@@ -18,7 +18,7 @@ namespace {
 //   n2-4    fields 2 to 4;
 //   n1/8    field 1, 9, 17, ... to the end;
 //   n1:3    when the node goes, fields 1 to 3 go, and the card with the last such group;
-//   n2+     a list to the end, in which ranges may stand;
+//   n2+     a list to the end, in which ranges may stand; N0+ of numbers of its own;
 //   n2+!    the same, where a range stands alone on a card.
 // A word with an @ names a form that needs code of its own.
 struct Rule {

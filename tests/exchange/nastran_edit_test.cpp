@@ -453,6 +453,18 @@ std::vector<Case> Cases() {
        {"GRID    60      0       1.      2.      3.      0       0       0\n"},
        {},
        {}},
+      {"DefaultsOfBarsThatAreGone",
+       DeckWith("BAROR           5                       9\nCBAR    80              1       3\n"
+                "CBAR    81              2       3       0.      0.      1.\n"
+                "PBAR    5       1       1.      1.      1.\n"),
+       [](NastranModel& model) {
+         RemoveNode9(model);
+         model.Change<tagTElem>(81, [](tagTElem& element) { element.property = 0; });
+       },
+       {"BAROR           5\n", "CBAR    80              1       3       0.      0.      1.\n",
+        "CBAR    81              2       3       0.      0.      1.\n"},
+       {},
+       {"elements without a property have the one of the card of defaults: 1"}},
       {"BarsAlongASystem",
        DeckWith(system + "CBAR    80      5       1       3       0.      0.      1.\n"
                          "CBAR    81      5       1       2       0.      0.      1.\n"
