@@ -3,6 +3,7 @@
 
 #include "viewer/headless.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <chrono>
@@ -214,19 +215,20 @@ Result<rapidjson::Document> HeadlessBrowser::Call(std::string_view method,
     if (answer) {
       if (Outcome answered = AnswerAll(answer); !answered) return answered.Error();
     }
-    auto message = Receive();
-    if (!message) return message;
-    if (TextOf(*message, "method") == "Runtime.bindingCalled") {
-      asked_.push_back(TextOf((*message)["params"], "payload"));
+    auto received = Receive();
+    if (!received) return received;
+    const rapidjson::Document& message = *received;
+    if (TextOf(message, "method") == "Runtime.bindingCalled") {
+      asked_.push_back(TextOf(message["params"], "payload"));
       continue;
     }
-    const auto id = message->FindMember("id");
-    if (id == message->MemberEnd() || !id->value.IsInt64() || id->value.GetInt64() != own) continue;
-    if (const auto error = message->FindMember("error"); error != message->MemberEnd()) {
+    const auto id = message.FindMember("id");
+    if (id == message.MemberEnd() || !id->value.IsInt64() || id->value.GetInt64() != own) continue;
+    if (const auto error = message.FindMember("error"); error != message.MemberEnd()) {
       return Lost("the browser refused " + std::string(method) + ": " +
                   TextOf(error->value, "message"));
     }
-    return message;
+    return received;
   }
 }
 

@@ -70,8 +70,8 @@ class PageData {
 /// The steps of the history as a JSON list, oldest first.
 void WriteSteps(Json& json, const CQXDBSession& session);
 /// What the last done step of a session changed: keys of elements and nodes that it added and
-/// changed, outlines of the elements that it removed and of the first that it added, and counts of the records of every pool. Of
-/// the elements that it turned, `turned`, no step tells.
+/// changed, outlines of the elements that it removed and of the first that it added, and counts of
+/// the records of every pool. Of the elements that it turned, `turned`, no step tells.
 std::string LastChanges(const CQXDBSession& session, std::span<const Key> turned = {});
 /// The same in a few words for a list: {"node": [added, removed, changed], ...}.
 void WriteChangeCounts(Json& json, const CQXDBSession& session, const Step& step);
