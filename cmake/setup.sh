@@ -4,7 +4,7 @@
 # What the library, the command line and the examples need.
 BUILD_PACKAGES=(g++ cmake ninja-build pkg-config lld rapidjson-dev libsqlite3-dev libfmt-dev
                 libcli11-dev libxxhash-dev libicu-dev libcurl4-openssl-dev libssl-dev
-                libpugixml-dev zlib1g-dev liblz4-dev)
+                libpugixml-dev zlib1g-dev liblz4-dev libboost-dev)
 # What the tests need on top.
 TEST_PACKAGES=(git libgtest-dev librapidcheck-dev libvalijson-dev clang libclang-rt-14-dev clang-format
                xz-utils mmdebstrap mount chromium chromium-headless-shell python3-pytest
