@@ -80,5 +80,7 @@ struct UnwrittenElements {
 };
 /// Tells of elements without all their nodes, which no format can have.
 void ReportIncomplete(std::uint64_t count, Key first, LossReport& report);
+/// Tells of nodes that no element has, where a reader left out elements, or nodes of them.
+void ReportUnused(const Mesh& mesh, LossReport& report);
 
 }  // namespace qx::exchange

@@ -7,6 +7,7 @@
 #include "qx_db/record/verbs.h"
 
 #include "exchange/deck.h"
+#include "exchange/key_set.h"
 #include "host/records.h"
 
 namespace qx::exchange {
@@ -156,6 +157,17 @@ void UnwrittenElements::Report(LossReport& report) const {
 void ReportIncomplete(std::uint64_t count, Key first, LossReport& report) {
   report.Lost("elements without all their nodes were left out", count,
               fmt::format("element {}", first), "their nodes are gone");
+}
+
+void ReportUnused(const Mesh& mesh, LossReport& report) {
+  const KeySet used(mesh.connectivity);
+  std::uint64_t count = 0;
+  Key first = 0;
+  for (const Key key : mesh.node_keys) {
+    if (!used.Contains(key) && count++ == 0) first = key;
+  }
+  report.Changed("nodes that belong to no element that was read", count,
+                 fmt::format("node {}", first), "only elements that were not read had them");
 }
 
 }  // namespace qx::exchange

@@ -1,6 +1,7 @@
 #pragma once
 // The arrays of VTK files: numbers of one type, in memory or still in the file's bytes.
 
+#include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <limits>
@@ -9,6 +10,7 @@
 #include <type_traits>
 #include <vector>
 
+#include "exchange/room.h"
 #include "exchange/vtk/buffer.h"
 
 namespace qx::exchange {
@@ -50,6 +52,21 @@ T LoadNumber(const char* at, bool swapped) {
   return value;
 }
 
+/// A value as a whole number; the least one there is for what is none, or does not fit.
+template <class T>
+std::int64_t AsInteger(T value) {
+  constexpr auto kNone = std::numeric_limits<std::int64_t>::min();
+  if constexpr (std::is_floating_point_v<T>) {
+    const bool is_whole =
+        value >= T{-9.2e18} && value <= T{9.2e18} && std::nearbyint(value) == value;
+    return is_whole ? static_cast<std::int64_t>(value) : kNone;
+  } else if constexpr (std::is_same_v<T, std::uint64_t>) {
+    return value >> 63 ? kNone : static_cast<std::int64_t>(value);
+  } else {
+    return value;
+  }
+}
+
 /// An array. Movable; one that borrows lives as long as the bytes it was given.
 class VtkArray {
  public:
@@ -70,6 +87,13 @@ class VtkArray {
     bytes_ = own_.View();
     return own_.Data();
   }
+  /// Room for numbers of its own, of the machine's kind, to be filled.
+  template <class T>
+  T* Allocate(VtkNumber of, std::size_t count) {
+    number = of;
+    swapped = false;
+    return reinterpret_cast<T*>(Allocate(count * sizeof(T)));
+  }
   /// Takes numbers of the machine's own kind.
   void Own(const std::vector<std::int64_t>& values) { OwnNumbers(values, VtkNumber::kInt64); }
   void Own(const std::vector<double>& values) { OwnNumbers(values, VtkNumber::kFloat64); }
@@ -79,31 +103,59 @@ class VtkArray {
   /// Leaves out values at the beginning.
   void DropFirst(std::size_t count) { bytes_.remove_prefix(count * SizeOf(number)); }
 
+  /// Calls `visit` with any number of the type that the values have.
+  template <class F>
+  void InOwnType(F&& visit) const {
+    switch (number) {
+      case VtkNumber::kInt8:
+        return visit(std::int8_t{});
+      case VtkNumber::kUInt8:
+        return visit(std::uint8_t{});
+      case VtkNumber::kInt16:
+        return visit(std::int16_t{});
+      case VtkNumber::kUInt16:
+        return visit(std::uint16_t{});
+      case VtkNumber::kInt32:
+        return visit(std::int32_t{});
+      case VtkNumber::kUInt32:
+        return visit(std::uint32_t{});
+      case VtkNumber::kInt64:
+        return visit(std::int64_t{});
+      case VtkNumber::kUInt64:
+        return visit(std::uint64_t{});
+      case VtkNumber::kFloat32:
+        return visit(float{});
+      case VtkNumber::kFloat64:
+        return visit(double{});
+    }
+  }
+  /// The value at a place, of the type that InOwnType told.
+  template <class T>
+  T At(std::size_t index) const {
+    return LoadNumber<T>(bytes_.data() + index * sizeof(T), swapped);
+  }
+
   /// Calls `visit` with every value, in its own type.
   template <class F>
   void ForEach(F&& visit) const {
-    switch (number) {
-      case VtkNumber::kInt8:
-        return Each<std::int8_t>(visit);
-      case VtkNumber::kUInt8:
-        return Each<std::uint8_t>(visit);
-      case VtkNumber::kInt16:
-        return Each<std::int16_t>(visit);
-      case VtkNumber::kUInt16:
-        return Each<std::uint16_t>(visit);
-      case VtkNumber::kInt32:
-        return Each<std::int32_t>(visit);
-      case VtkNumber::kUInt32:
-        return Each<std::uint32_t>(visit);
-      case VtkNumber::kInt64:
-        return Each<std::int64_t>(visit);
-      case VtkNumber::kUInt64:
-        return Each<std::uint64_t>(visit);
-      case VtkNumber::kFloat32:
-        return Each<float>(visit);
-      case VtkNumber::kFloat64:
-        return Each<double>(visit);
-    }
+    InOwnType([&]<class T>(T) {
+      const char* at = bytes_.data();
+      const std::size_t count = Count();
+      for (std::size_t i = 0; i < count; ++i, at += sizeof(T)) visit(LoadNumber<T>(at, swapped));
+    });
+  }
+
+  /// Appends what `convert` makes of every value.
+  template <class To, class F>
+  void AppendTo(std::vector<To>& to, F&& convert) const {
+    InOwnType([&]<class T>(T) {
+      AppendBy(to, Count(), [&](To* out, std::size_t first, std::size_t count) {
+        const char* const at = bytes_.data() + first * sizeof(T);
+        for (std::size_t i = 0; i < count; ++i) {
+          out[i] = convert(LoadNumber<T>(at + i * sizeof(T), swapped));
+        }
+      });
+    });
   }
 
   /// All values as whole numbers; those that are none, or do not fit, become the least one there
@@ -111,22 +163,10 @@ class VtkArray {
   std::vector<std::int64_t> Integers() const;
 
  private:
-  template <class T, class F>
-  void Each(F& visit) const {
-    const char* at = bytes_.data();
-    const std::size_t count = Count();
-    if (swapped) {
-      for (std::size_t i = 0; i < count; ++i) visit(LoadNumber<T>(at + i * sizeof(T), true));
-    } else {
-      for (std::size_t i = 0; i < count; ++i) visit(LoadNumber<T>(at + i * sizeof(T), false));
-    }
-  }
   template <class T>
   void OwnNumbers(const std::vector<T>& values, VtkNumber of) {
-    number = of;
-    swapped = false;
-    char* const bytes = Allocate(values.size() * sizeof(T));
-    if (!values.empty()) std::memcpy(bytes, values.data(), bytes_.size());
+    T* const to = Allocate<T>(of, values.size());
+    std::copy(values.begin(), values.end(), to);
   }
 
   Buffer own_;

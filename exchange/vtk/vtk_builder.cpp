@@ -17,30 +17,23 @@ namespace {
 
 constexpr double kLargestWhole = 9007199254740992;  // 2^53: beyond it doubles leave some out
 
-Failure Fault(const std::string& file, const VtkPiece& piece, std::string where, std::string what) {
-  if (!piece.place.empty()) where = piece.place + (where.empty() ? "" : ", ") + where;
-  return {file, std::move(where), std::move(what), "write the file again"};
-}
-
 std::vector<double> Reals(const VtkArray& array, std::uint64_t& rounded) {
-  std::vector<double> values(array.Count());
-  double* to = values.data();
-  array.ForEach([&](auto value) {
-    *to = static_cast<double>(value);
+  std::vector<double> values;
+  array.AppendTo(values, [&](auto value) {
+    const auto real = static_cast<double>(value);
     if constexpr (sizeof(value) == 8 && std::is_integral_v<decltype(value)>) {
-      rounded += std::abs(*to) > kLargestWhole;
+      rounded += std::abs(real) > kLargestWhole;
     }
-    ++to;
+    return real;
   });
   return values;
 }
 
 /// Cell types; 255, which is none, for what is not from 0 to 254.
 std::vector<std::uint8_t> TypesOf(const VtkArray& array) {
-  std::vector<std::uint8_t> types(array.Count());
-  std::uint8_t* to = types.data();
-  array.ForEach([&](auto value) {
-    *to++ = value >= 0 && value < 255 ? static_cast<std::uint8_t>(value) : std::uint8_t{255};
+  std::vector<std::uint8_t> types;
+  array.AppendTo(types, [](auto value) {
+    return value >= 0 && value < 255 ? static_cast<std::uint8_t>(value) : std::uint8_t{255};
   });
   return types;
 }
@@ -68,33 +61,39 @@ std::size_t VtkBuilder::PlaceHash::operator()(const Place& place) const {
   return static_cast<std::size_t>(hash ^ hash >> 32);
 }
 
-Outcome VtkBuilder::Add(VtkPiece piece, const std::string& file) {
+void VtkBuilder::Faults::Add(std::string where, std::string what) {
+  if (AreFull()) return;
+  if (!piece.place.empty()) where = piece.place + (where.empty() ? "" : ", ") + where;
+  all.push_back({file, std::move(where), std::move(what), "write the file again"});
+}
+
+bool VtkBuilder::Add(const VtkPiece& piece, const std::string& file, std::vector<Failure>& all) {
   ++piece_;
+  Faults faults{piece, file, all, all.size()};
   if (piece.points + deck_.node_keys.size() > KeyedSetBase::kParamMask ||
       piece.cells + deck_.elements.size() > KeyedSetBase::kParamMask) {
-    return Fault(file, piece, "", "it has more points or cells than a model can hold");
+    faults.Add("", "it has more points or cells than a model can hold");
+    return false;
   }
-  if (Outcome points = AddPoints(piece, file); !points) return points;
-  if (Outcome cells = AddCells(piece, file); !cells) return cells;
+  AddPoints(piece, faults);
+  AddCells(piece, faults);
+  if (!faults.None()) return false;
   for (const VtkArray& array : piece.point_data) AddData(array, true);
   for (const VtkArray& array : piece.cell_data) AddData(array, false);
-  return {};
+  return true;
 }
 
 // ---- the mesh -----------------------------------------------------------------------------------
 
-Outcome VtkBuilder::AddPoints(const VtkPiece& piece, const std::string& file) {
+void VtkBuilder::AddPoints(const VtkPiece& piece, Faults& faults) {
   std::vector<double>& all = deck_.coordinates;
   const std::size_t base = all.size();
-  all.resize(base + piece.coordinates.Count());
-  double* to = all.data() + base;
-  piece.coordinates.ForEach([&](auto value) { *to++ = static_cast<double>(value); });
-  const auto bad = std::find_if(all.begin() + static_cast<std::ptrdiff_t>(base), all.end(),
-                                [](double x) { return !std::isfinite(x); });
-  if (bad != all.end()) {
-    const auto at = static_cast<std::size_t>(bad - all.begin()) - base;
-    return Fault(file, piece, fmt::format("point {}", at / 3),
-                 "a coordinate is not a finite number");
+  piece.coordinates.AppendTo(all, [](auto value) { return static_cast<double>(value); });
+  for (std::size_t i = base; i < all.size() && !faults.AreFull(); ++i) {
+    if (std::isfinite(all[i])) continue;
+    const std::size_t point = (i - base) / 3;
+    faults.Add(fmt::format("point {}", point), "a coordinate is not a finite number");
+    i = base + 3 * point + 2;  // once for each point
   }
   point_keys_.resize(piece.points);
   is_repeated_.clear();
@@ -136,41 +135,44 @@ Outcome VtkBuilder::AddPoints(const VtkPiece& piece, const std::string& file) {
     }
     all.resize(kept);
   }
-  deck_.node_keys.reserve(static_cast<std::size_t>(next));
+  MakeRoom(deck_.node_keys, static_cast<std::size_t>(next));
   for (Key key = static_cast<Key>(deck_.node_keys.size()) + 1; key <= next; ++key) {
     deck_.node_keys.push_back(key);
   }
-  return {};
 }
 
 /// Turns the places of points that the cells name into keys, behind the connectivity that is there.
-Outcome VtkBuilder::AddNodes(const VtkPiece& piece, const std::vector<std::int64_t>& offsets,
-                             const std::string& file) {
+void VtkBuilder::AddNodes(const VtkPiece& piece, const std::vector<std::int64_t>& offsets,
+                          Faults& faults) {
   const std::size_t base = deck_.connectivity.size();
-  deck_.connectivity.resize(base + piece.connectivity.Count());
-  Key* const nodes = deck_.connectivity.data() + base;
-  Key* to = nodes;
-  const Key* wrong = nullptr;
-  piece.connectivity.ForEach([&](auto value) {
+  const Key* const keys = point_keys_.data();
+  const std::uint64_t points = piece.points;
+  bool is_wrong = false;
+  piece.connectivity.AppendTo(deck_.connectivity, [&](auto value) {
     const auto index = static_cast<std::uint64_t>(static_cast<std::int64_t>(value));
-    if (index < piece.points) {
-      *to = point_keys_[index];
-    } else if (!wrong) {
-      wrong = to;
-    }
-    ++to;
+    const bool is_there = index < points;
+    is_wrong |= !is_there;
+    return is_there ? keys[index] : 0;
   });
-  if (!wrong) return {};
-  const auto cell = std::upper_bound(offsets.begin(), offsets.end(), wrong - nodes);
-  return Fault(file, piece, fmt::format("cell {}", cell - offsets.begin()),
+  if (!is_wrong) return;
+  // By cell, each once.
+  auto cell = offsets.begin();
+  std::ptrdiff_t last = -1;
+  for (std::size_t i = base; i < deck_.connectivity.size() && !faults.AreFull(); ++i) {
+    if (deck_.connectivity[i] != 0) continue;
+    cell = std::upper_bound(offsets.begin(), offsets.end(), static_cast<std::int64_t>(i - base));
+    if (cell - offsets.begin() == last) continue;
+    last = cell - offsets.begin();
+    faults.Add(fmt::format("cell {}", last),
                fmt::format("it names a point that is none of the {}", piece.points));
+  }
 }
 
-Outcome VtkBuilder::AddCells(const VtkPiece& piece, const std::string& file) {
+void VtkBuilder::AddCells(const VtkPiece& piece, Faults& faults) {
   const std::vector<std::uint8_t> types = TypesOf(piece.types);
   const std::vector<std::int64_t> offsets = piece.offsets.Integers();
   const std::size_t base = deck_.connectivity.size();
-  if (Outcome added = AddNodes(piece, offsets, file); !added) return added;
+  AddNodes(piece, offsets, faults);
   const std::size_t node_count = deck_.connectivity.size() - base;
   // Elements have at most the nodes of their cells and can take their place, unless cells are
   // split.
@@ -191,18 +193,21 @@ Outcome VtkBuilder::AddCells(const VtkPiece& piece, const std::string& file) {
 
   first_element_ = deck_.elements.size();
   cell_of_.clear();
-  cell_of_.reserve(piece.cells);
-  deck_.elements.reserve(first_element_ + piece.cells);
+  MakeRoom(cell_of_, piece.cells);
+  MakeRoom(deck_.elements, first_element_ + piece.cells);
   node_end_ = base;
   std::int64_t begin = 0;
   int last_type = -1;
   std::size_t last_count = 0;
   std::optional<VtkKind> kind;
+  std::size_t nodes = 0;  // of an element of that kind
   for (std::size_t cell = 0; cell < piece.cells; ++cell) {
     const std::int64_t end = offsets[cell];
     if (end < begin || end > static_cast<std::int64_t>(node_count)) {
-      return Fault(file, piece, fmt::format("cell {}", cell),
-                   fmt::format("its offset {} is not between {} and {}", end, begin, node_count));
+      faults.Add(fmt::format("cell {}", cell),
+                 fmt::format("its offset {} is not between {} and {}", end, begin, node_count));
+      if (faults.AreFull()) return;
+      continue;
     }
     const Key* const first = (is_split ? apart.data() : deck_.connectivity.data() + base) + begin;
     const auto count = static_cast<std::size_t>(end - begin);
@@ -211,37 +216,47 @@ Outcome VtkBuilder::AddCells(const VtkPiece& piece, const std::string& file) {
       last_type = types[cell];
       last_count = count;
       kind = FindVtkKind(last_type, count, old_hexahedra_);
+      nodes = kind && kind->code != 0 ? static_cast<std::size_t>(FindElementType(kind->code)->nodes)
+                                      : 0;
     }
     if (!kind) {
-      return Fault(file, piece, fmt::format("cell {}", cell),
-                   fmt::format("a cell of type {} cannot have {} nodes", last_type, count));
+      faults.Add(fmt::format("cell {}", cell),
+                 fmt::format("a cell of type {} cannot have {} nodes", last_type, count));
+      if (faults.AreFull()) return;
+      continue;
     }
     if (!ghosts.empty() && (ghosts[cell] & ghost_bits) > 0) {
       ++ghosts_;
       continue;
     }
     if (kind->code == 0) {
-      ++left_out_[kind->plural];
+      Tell(left_out_[kind->plural], piece, cell);
       continue;
     }
-    if (kind->fate == VtkKind::Fate::kReduced) ++reduced_[{kind->plural, kind->code}];
+    if (kind->fate == VtkKind::Fate::kReduced) {
+      Tell(reduced_[{kind->plural, kind->code}], piece, cell);
+    }
     if (kind->fate == VtkKind::Fate::kRenamed) ++renamed_[{kind->plural, kind->code}];
     if (kind->fate == VtkKind::Fate::kSplit) {
       ++renamed_[{kind->plural, kind->code}];
       SplitCell(last_type, *kind, first, count, cell);
     } else {
-      AddElement(kind->code, first, kind->order, cell);
+      AddElement(kind->code, nodes, first, kind->order, cell);
     }
   }
   deck_.connectivity.resize(node_end_);
-  return {};
+}
+
+/// Counts a cell that is not read as it is, and keeps where the first of its kind was.
+void VtkBuilder::Tell(Told& told, const VtkPiece& piece, std::size_t cell) {
+  if (told.count++ > 0) return;
+  told.where = fmt::format("{}{}cell {}", piece.place, piece.place.empty() ? "" : ", ", cell);
 }
 
 /// A new element of these nodes, of which `order` tells which come when. They may be those that
 /// stand where the element's are put.
-void VtkBuilder::AddElement(std::int32_t code, const Key* nodes, const std::int8_t* order,
-                            std::size_t cell) {
-  const auto count = static_cast<std::size_t>(FindElementType(code)->nodes);
+void VtkBuilder::AddElement(std::int32_t code, std::size_t count, const Key* nodes,
+                            const std::int8_t* order, std::size_t cell) {
   deck_.elements.push_back({static_cast<Key>(deck_.elements.size() + 1), code, node_end_});
   cell_of_.push_back(static_cast<std::uint32_t>(cell));
   std::array<Key, 20> ordered;
@@ -262,7 +277,7 @@ void VtkBuilder::SplitCell(int number, const VtkKind& kind, const Key* nodes, st
   const auto width = static_cast<std::size_t>(FindElementType(kind.code)->nodes);
   for (std::size_t i = 0; i + width <= count; ++i) {
     const bool turned = number == kVtkTriangleStrip && i % 2 == 1;
-    AddElement(kind.code, nodes + i, turned ? kTurned : nullptr, cell);
+    AddElement(kind.code, width, nodes + i, turned ? kTurned : nullptr, cell);
   }
 }
 
@@ -280,6 +295,19 @@ VtkBuilder::Role VtkBuilder::RoleOf(const VtkArray& array, bool of_points) const
   return is_set ? Role::kSet : Role::kField;
 }
 
+/// Calls `visit` with every element of the piece and the value of its cell.
+template <class Visit>
+void VtkBuilder::ForEachOfElement(const VtkArray& array, Visit&& visit) const {
+  std::size_t e = first_element_;
+  std::uint32_t cell = 0;
+  array.ForEach([&](auto value) {
+    for (; e - first_element_ < cell_of_.size() && cell_of_[e - first_element_] == cell; ++e) {
+      visit(e, AsInteger(value));
+    }
+    ++cell;
+  });
+}
+
 void VtkBuilder::AddData(const VtkArray& array, bool of_points) {
   if (pieces_ > 1 && IsGhostArray(array)) return;
   const auto key_of = [](std::int64_t value) {
@@ -288,40 +316,36 @@ void VtkBuilder::AddData(const VtkArray& array, bool of_points) {
   const std::size_t elements = deck_.elements.size();
   switch (RoleOf(array, of_points)) {
     case Role::kNodeKey: {
-      const std::vector<std::int64_t> keys = array.Integers();
       node_wishes_.resize(deck_.node_keys.size());
-      for (std::size_t i = 0; i < keys.size(); ++i) {
-        if (!is_repeated_.empty() && is_repeated_[i]) continue;
-        node_wishes_[static_cast<std::size_t>(point_keys_[i]) - 1] = key_of(keys[i]);
-      }
+      std::size_t i = 0;
+      array.ForEach([&](auto value) {
+        const std::size_t point = i++;
+        if (!is_repeated_.empty() && is_repeated_[point]) return;
+        node_wishes_[static_cast<std::size_t>(point_keys_[point]) - 1] = key_of(AsInteger(value));
+      });
       return;
     }
     case Role::kElementKey: {
-      const std::vector<std::int64_t> keys = array.Integers();
       element_wishes_.resize(elements);
-      for (std::size_t e = first_element_; e < elements; ++e) {
-        const std::size_t cell = cell_of_[e - first_element_];
-        const bool is_part = e > first_element_ && cell_of_[e - first_element_ - 1] == cell;
-        if (!is_part) element_wishes_[e] = key_of(keys[cell]);
-      }
+      ForEachOfElement(array, [&](std::size_t e, std::int64_t value) {
+        const std::size_t i = e - first_element_;
+        const bool is_part = i > 0 && cell_of_[i - 1] == cell_of_[i];
+        if (!is_part) element_wishes_[e] = key_of(value);
+      });
       return;
     }
     case Role::kElementType: {
-      const std::vector<std::int64_t> types = array.Integers();
-      for (std::size_t e = first_element_; e < elements; ++e) {
-        if (types[cell_of_[e - first_element_]] != deck_.elements[e].type) {
-          return AddField(array, of_points);
-        }
-      }
+      bool are_ours = true;
+      ForEachOfElement(array, [&](std::size_t e, std::int64_t value) {
+        are_ours &= value == deck_.elements[e].type;
+      });
+      if (!are_ours) AddField(array, of_points);
       return;
     }
-    case Role::kPropertyKey: {
-      const std::vector<std::int64_t> keys = array.Integers();
-      for (std::size_t e = first_element_; e < elements; ++e) {
-        deck_.elements[e].property = key_of(keys[cell_of_[e - first_element_]]);
-      }
-      return;
-    }
+    case Role::kPropertyKey:
+      return ForEachOfElement(array, [&](std::size_t e, std::int64_t value) {
+        deck_.elements[e].property = key_of(value);
+      });
     case Role::kSet:
       return AddMembers(array, of_points);
     case Role::kField:
@@ -330,18 +354,19 @@ void VtkBuilder::AddData(const VtkArray& array, bool of_points) {
 }
 
 void VtkBuilder::AddMembers(const VtkArray& array, bool of_points) {
-  const std::vector<std::int64_t> flags = array.Integers();
   auto& [elements, nodes] = members_[array.name];
   if (of_points) {
-    for (std::size_t i = 0; i < flags.size(); ++i) {
+    std::size_t i = 0;
+    array.ForEach([&](auto flag) {
       const bool is_here = is_repeated_.empty() || !is_repeated_[i];
-      if (flags[i] != 0 && is_here) nodes.push_back(point_keys_[i]);
-    }
+      if (flag != 0 && is_here) nodes.push_back(point_keys_[i]);
+      ++i;
+    });
     return;
   }
-  for (std::size_t e = first_element_; e < deck_.elements.size(); ++e) {
-    if (flags[cell_of_[e - first_element_]] != 0) elements.push_back(static_cast<Key>(e + 1));
-  }
+  ForEachOfElement(array, [&](std::size_t e, std::int64_t flag) {
+    if (flag != 0) elements.push_back(static_cast<Key>(e + 1));
+  });
 }
 
 tagTField& VtkBuilder::FieldFor(const VtkArray& array, bool of_points) {
@@ -377,6 +402,7 @@ void VtkBuilder::AddField(const VtkArray& array, bool of_points) {
     return;
   }
   const std::vector<double> values = Reals(array, rounded_);
+  if (rounded_ > 0 && rounded_where_.empty()) rounded_where_ = array.place;
   const bool is_partial =
       std::any_of(notes_.fields.begin(), notes_.fields.end(), [&](const auto& note) {
         return note.partial && note.array == array.name && note.of_points == of_points;
@@ -426,6 +452,9 @@ void VtkBuilder::GiveKeys(std::vector<Key>& wishes, std::size_t count, const cha
                           std::vector<Key>& keys) {
   if (wishes.empty()) return;
   wishes.resize(count);
+  // Most often the numbers are the places, from 1.
+  Key place = 0;
+  if (std::all_of(wishes.begin(), wishes.end(), [&](Key wish) { return wish == ++place; })) return;
   const bool is_whole = std::find(wishes.begin(), wishes.end(), 0) == wishes.end();
   if (is_whole && KeySet(wishes).Repeated() == 0) {
     keys = std::move(wishes);
@@ -548,21 +577,21 @@ Deck VtkBuilder::Finish(const char* format) {
 
 void VtkBuilder::FillReport() {
   LossReport& report = deck_.report;
-  for (const auto& [kind, count] : reduced_) {
+  for (const auto& [kind, told] : reduced_) {
     report.Changed(
-        fmt::format("{} were read as {}", kind.first, FindElementType(kind.second)->plural), count,
-        {}, "the model has no such element: nodes that it lacks are left over");
+        fmt::format("{} were read as {}", kind.first, FindElementType(kind.second)->plural),
+        told.count, told.where, "the model has no such element: nodes that it lacks are left over");
   }
   for (const auto& [kind, count] : renamed_) {
     report.Assumed(fmt::format("{} {} were read as {}", count, kind.first,
                                FindElementType(kind.second)->plural));
   }
-  for (const auto& [plural, count] : left_out_) {
-    report.Lost(plural + " were left out", count, {}, "the model has no such element");
+  for (const auto& [plural, told] : left_out_) {
+    report.Lost(plural + " were left out", told.count, told.where, "the model has no such element");
   }
   report.Changed("ghost cells, which another piece has, were left out", ghosts_, "vtkGhostType",
                  "each element is read once");
-  report.Changed("whole numbers beyond 2^53 were rounded", rounded_, {},
+  report.Changed("whole numbers beyond 2^53 were rounded", rounded_, rounded_where_,
                  "fields hold double numbers");
   if (shared_ > 0) {
     report.Assumed(
@@ -578,12 +607,7 @@ void VtkBuilder::FillReport() {
         "a piece has two at one place");
   }
   if (!reduced_.empty() || !left_out_.empty()) {
-    const KeySet used(deck_.connectivity);
-    const auto unused = std::count_if(deck_.node_keys.begin(), deck_.node_keys.end(),
-                                      [&](Key key) { return !used.Contains(key); });
-    report.Changed("nodes that belong to no element that was read",
-                   static_cast<std::uint64_t>(unused), {},
-                   "only elements that were not read had them");
+    ReportUnused(deck_, report);
   }
 }
 

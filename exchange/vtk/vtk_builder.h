@@ -31,9 +31,9 @@ class VtkBuilder {
   void SetPieces(std::size_t pieces) { pieces_ = pieces; }
   LossReport& Report() { return deck_.report; }
 
-  /// Adds a piece, whose arrays have the lengths that it says. Fails, naming `file`, for points and
-  /// cells that cannot be.
-  Outcome Add(VtkPiece piece, const std::string& file);
+  /// Adds a piece, whose arrays have the lengths that it says. False, with all points and cells
+  /// that cannot be in `faults`, up to the bound: what is added then is of no use.
+  bool Add(const VtkPiece& piece, const std::string& file, std::vector<Failure>& faults);
 
   /// The deck, not checked yet.
   Deck Finish(const char* format);
@@ -42,14 +42,28 @@ class VtkBuilder {
   enum class Role { kField, kNodeKey, kElementKey, kElementType, kPropertyKey, kSet };
   using FieldKey = std::pair<bool, std::string>;  // of points, name of the array
 
-  Outcome AddPoints(const VtkPiece& piece, const std::string& file);
-  Outcome AddCells(const VtkPiece& piece, const std::string& file);
-  Outcome AddNodes(const VtkPiece& piece, const std::vector<std::int64_t>& offsets,
-                   const std::string& file);
-  void AddElement(std::int32_t code, const Key* nodes, const std::int8_t* order, std::size_t cell);
+  /// Where the faults of a piece go.
+  struct Faults {
+    const VtkPiece& piece;
+    const std::string& file;
+    std::vector<Failure>& all;
+    std::size_t before = 0;
+
+    bool None() const { return all.size() == before; }
+    bool AreFull() const { return all.size() >= LossReport::kMostFaults; }
+    void Add(std::string where, std::string what);
+  };
+
+  void AddPoints(const VtkPiece& piece, Faults& faults);
+  void AddCells(const VtkPiece& piece, Faults& faults);
+  void AddNodes(const VtkPiece& piece, const std::vector<std::int64_t>& offsets, Faults& faults);
+  void AddElement(std::int32_t code, std::size_t count, const Key* nodes, const std::int8_t* order,
+                  std::size_t cell);
   void SplitCell(int number, const VtkKind& kind, const Key* nodes, std::size_t count,
                  std::size_t cell);
   Role RoleOf(const VtkArray& array, bool of_points) const;
+  template <class Visit>
+  void ForEachOfElement(const VtkArray& array, Visit&& visit) const;
   void AddData(const VtkArray& array, bool of_points);
   void AddField(const VtkArray& array, bool of_points);
   void AddMembers(const VtkArray& array, bool of_points);
@@ -98,11 +112,17 @@ class VtkBuilder {
   std::uint64_t shared_ = 0;
   std::uint64_t doubles_ = 0;  // where a piece has two points, so that none is shared
 
-  std::map<std::string, std::uint64_t> left_out_;
-  std::map<std::pair<std::string, std::int32_t>, std::uint64_t> reduced_;
+  struct Told {
+    std::uint64_t count = 0;
+    std::string where;  // the first
+  };
+  void Tell(Told& told, const VtkPiece& piece, std::size_t cell);
+  std::map<std::string, Told> left_out_;
+  std::map<std::pair<std::string, std::int32_t>, Told> reduced_;
   std::map<std::pair<std::string, std::int32_t>, std::uint64_t> renamed_;
   std::uint64_t ghosts_ = 0;
   std::uint64_t rounded_ = 0;
+  std::string rounded_where_;
 };
 
 }  // namespace qx::exchange

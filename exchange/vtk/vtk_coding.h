@@ -3,9 +3,11 @@
 // compressed, base64 around them.
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "exchange/vtk/vtk_array.h"
@@ -21,12 +23,15 @@ struct VtkCoding {
   VtkCompression compression = VtkCompression::kNone;
 };
 
-/// The next numbers of a text, at most `most`; `text` begins behind them afterwards. At a word that
-/// is no number, or none of the type, false, and the word is `wrong`.
+/// Told a word that is no number, or none of the type; gives whether to go on, with 0 for it.
+using OnWrongWord = std::function<bool(std::string_view word)>;
+
+/// The next numbers of a text, at most `most`; `text` begins behind them afterwards. False where it
+/// did not go on.
 bool ParseNumbers(std::string_view& text, std::uint64_t most, std::vector<std::int64_t>& values,
-                  std::string_view& wrong);
+                  const OnWrongWord& on_wrong);
 bool ParseNumbers(std::string_view& text, std::uint64_t most, std::vector<double>& values,
-                  std::string_view& wrong);
+                  const OnWrongWord& on_wrong);
 
 /// Unpacks arrays of one file, which share a bound on what they may unpack to, so that a few bytes
 /// cannot fill the memory.
@@ -42,8 +47,9 @@ class VtkDecoder {
   static constexpr std::uint64_t kAnyCount = ~std::uint64_t{0};
   std::string Decode(std::string_view stored, bool is_base64, std::uint64_t values,
                      VtkArray& array);
-  /// The same of numbers as text.
-  std::string Parse(std::string_view text, std::uint64_t values, VtkArray& array);
+  /// The same of numbers as text; of words that are none `on_wrong` is told.
+  std::string Parse(std::string_view text, std::uint64_t values, VtkArray& array,
+                    const OnWrongWord& on_wrong);
 
  private:
   class Source;
@@ -65,21 +71,28 @@ class VtkPacker {
   static constexpr std::size_t kBlockBytes = 32768;  ///< what VTK's own writer uses
 
   explicit VtkPacker(VtkCompression compression);
+  ~VtkPacker();
 
   /// Every block but the last is of kBlockBytes.
   void AddBlock(std::string_view block);
-  /// Header and blocks of the array, of `bytes` in all; begins the next one.
+  /// An array: its header, and its blocks in pieces as they came.
   struct Packed {
     std::vector<std::uint64_t> header;
-    std::string blocks;
+    std::vector<std::pair<Buffer, std::size_t>> pieces;  ///< with how much of each is in use
+
+    std::uint64_t HeaderBytes() const { return header.size() * sizeof(header[0]); }
+    std::uint64_t Bytes() const;
   };
+  /// The array, of `bytes` in all; begins the next one.
   Packed Take(std::uint64_t bytes);
 
  private:
+  class Deflater;
+
   VtkCompression compression_;
-  std::vector<std::uint64_t> sizes_;
-  std::string blocks_;
-  std::vector<char> out_;
+  std::size_t most_;  // bytes that a block can be packed to
+  std::unique_ptr<Deflater> deflater_;
+  Packed packed_;
 };
 
 }  // namespace qx::exchange

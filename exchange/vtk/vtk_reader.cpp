@@ -65,10 +65,17 @@ std::string Unquoted(std::string_view name) {
 
 class LegacyReader {
  public:
-  LegacyReader(std::string_view bytes, const std::string& name, const ReadOptions& options)
-      : all_(bytes), rest_(bytes), name_(name), options_(options) {}
+  LegacyReader(std::string_view bytes, const std::string& name, const ReadOptions& options,
+               std::vector<Failure>& faults)
+      : all_(bytes),
+        rest_(bytes),
+        name_(name),
+        options_(options),
+        faults_(faults),
+        before_(faults.size()) {}
 
-  Result<Deck> Read() {
+  /// The deck, unless something was added to the faults.
+  std::optional<Deck> Read() {
     ReadHead();
     while (Ok()) {
       const std::string keyword = AsciiUpper(Word());
@@ -85,12 +92,11 @@ class LegacyReader {
       piece_.cells = piece_.types.Count();
       CheckData();
     }
-    if (!Ok()) return *failure_;
-    if (Outcome added = builder_.Add(std::move(piece_), name_); !added) return added.Error();
-    Deck deck = builder_.Finish("vtk");
-    if (Outcome checked = CheckMesh(deck, name_); !checked) return checked.Error();
+    if (HasFaults()) return std::nullopt;
+    if (!builder_.Add(piece_, name_, faults_)) return std::nullopt;
+    Deck deck = builder_.Finish("vtk");  // sound by the way it was made
     if (options_.progress) options_.progress(1.0);
-    return Result<Deck>(std::move(deck));
+    return deck;
   }
 
  private:
@@ -98,16 +104,30 @@ class LegacyReader {
 
   // ---- the text -----------------------------------------------------------------------------
 
-  bool Ok() const { return !failure_; }
+  /// Whether it is known how the file goes on.
+  bool Ok() const { return !is_lost_; }
+  bool HasFaults() const { return faults_.size() > before_; }
   std::size_t At() const { return all_.size() - rest_.size(); }
+  /// A fault behind which nothing more can be read.
   void Fail(std::string what, std::string remedy) {
-    if (failure_) return;
-    std::string place = fmt::format("byte {}", At());
+    if (!is_lost_) Fault(At(), std::move(what), std::move(remedy));
+    is_lost_ = true;
+  }
+  void Fault(std::size_t at, std::string what, std::string remedy) {
+    if (faults_.size() >= LossReport::kMostFaults) return;
+    std::string place = fmt::format("byte {}", at);
     if (!is_binary_) {
-      const auto end = all_.begin() + static_cast<std::ptrdiff_t>(At());
+      const auto end = all_.begin() + static_cast<std::ptrdiff_t>(at);
       place = fmt::format("line {}", std::count(all_.begin(), end, '\n') + 1);
     }
-    failure_ = Failure{name_, std::move(place), std::move(what), std::move(remedy)};
+    faults_.push_back({name_, std::move(place), std::move(what), std::move(remedy)});
+  }
+  /// Told of a word that is no number; the values go on behind it.
+  bool GoOnBehind(std::string_view word) {
+    Fault(static_cast<std::size_t>(word.data() - all_.data()),
+          fmt::format("'{}' is no number of its type", word.substr(0, 40)), kAgain);
+    is_lost_ = is_lost_ || faults_.size() >= LossReport::kMostFaults;
+    return !is_lost_;
   }
 
   /// The next word, on whatever line; "" at the end.
@@ -140,8 +160,8 @@ class LegacyReader {
   }
   double Real() {
     std::vector<double> value;
-    std::string_view wrong;
-    if (!ParseNumbers(rest_, 1, value, wrong) || value.empty()) {
+    const auto on_wrong = [](std::string_view) { return false; };
+    if (!ParseNumbers(rest_, 1, value, on_wrong) || value.empty()) {
       Fail("a number is missing", kAgain);
       return 0;
     }
@@ -180,12 +200,9 @@ class LegacyReader {
       return;
     }
     const auto parse = [&](auto values) {
-      values.reserve(count);
-      std::string_view wrong;
-      if (!ParseNumbers(rest_, count, values, wrong)) {
-        rest_ = all_.substr(static_cast<std::size_t>(wrong.data() - all_.data()));
-        return Fail(fmt::format("'{}' is no number of its type", wrong), kAgain);
-      }
+      MakeRoom(values, count);
+      const auto on_wrong = [&](std::string_view word) { return GoOnBehind(word); };
+      if (!ParseNumbers(rest_, count, values, on_wrong)) return;
       if (values.size() < count) {
         return Fail(fmt::format("the file ends before {} values", count), kAgain);
       }
@@ -298,8 +315,8 @@ class LegacyReader {
   }
 
   struct List {
-    std::vector<std::int64_t> offsets;
-    std::vector<std::int64_t> nodes;
+    VtkArray offsets;  // where each cell ends
+    VtkArray nodes;
   };
 
   /// Cells as offsets and nodes, or, before version 5, each with its number of nodes before it.
@@ -307,28 +324,10 @@ class LegacyReader {
     const std::uint64_t count = Number("cells");
     const std::uint64_t size = Number("numbers of cells");
     if (!Ok()) return true;
-    VtkArray array;
     if (version_ < 5) {
+      VtkArray array;
       ReadNumbers(VtkNumber::kInt32, size, array);
-      if (!Ok()) return true;
-      const std::vector<std::int64_t> numbers = array.Integers();
-      std::size_t at = 0;
-      for (std::uint64_t cell = 0; cell < count; ++cell) {
-        const std::int64_t nodes = at < numbers.size() ? numbers[at] : -1;
-        if (nodes < 0 || static_cast<std::size_t>(nodes) > numbers.size() - at - 1) {
-          Fail(fmt::format("cell {} has more nodes than there are numbers", cell), kAgain);
-          return true;
-        }
-        const auto first = numbers.begin() + static_cast<std::ptrdiff_t>(at) + 1;
-        list.nodes.insert(list.nodes.end(), first, first + nodes);
-        list.offsets.push_back(static_cast<std::int64_t>(list.nodes.size()));
-        at += static_cast<std::size_t>(nodes) + 1;
-      }
-      if (at != numbers.size()) {
-        Fail(fmt::format("{} of {} numbers of cells belong to none", numbers.size() - at,
-                         numbers.size()),
-             kAgain);
-      }
+      if (!HasFaults()) array.InOwnType([&]<class T>(T) { DivideCells<T>(array, count, list); });
       return true;
     }
     for (const char* part : {"OFFSETS", "CONNECTIVITY"}) {
@@ -337,17 +336,50 @@ class LegacyReader {
         Fail(fmt::format("there is no {}", part), kAgain);
         return true;
       }
+      const std::size_t at = At();
       const VtkNumber type = NumberType();
       const bool is_offsets = part[0] == 'O';
+      VtkArray& array = is_offsets ? list.offsets : list.nodes;
       ReadNumbers(type, is_offsets ? count : size, array);
       if (!Ok()) return true;
-      (is_offsets ? list.offsets : list.nodes) = array.Integers();
+      if (!array.IsInteger()) Fault(at, fmt::format("the {} are not whole numbers", part), kAgain);
     }
-    if (!list.offsets.empty()) {
-      if (list.offsets[0] != 0) Fail("the first offset is not 0", kAgain);
-      list.offsets.erase(list.offsets.begin());
-    }
+    if (HasFaults() || list.offsets.Count() == 0) return true;
+    list.offsets.InOwnType([&]<class T>(T) {
+      if (list.offsets.At<T>(0) != T{}) Fault(At(), "the first offset is not 0", kAgain);
+    });
+    list.offsets.DropFirst(1);
     return true;
+  }
+
+  /// Of numbers with each cell's number of nodes before its nodes.
+  template <class T>
+  void DivideCells(const VtkArray& array, std::uint64_t count, List& list) {
+    const std::size_t size = array.Count();
+    if (count > size)
+      return Fail(fmt::format("{} cells cannot have {} numbers", count, size), kAgain);
+    auto* end = list.offsets.Allocate<std::int64_t>(VtkNumber::kInt64, count);
+    auto* const nodes = list.nodes.Allocate<std::int32_t>(VtkNumber::kInt32, size - count);
+    std::size_t at = 0;
+    std::size_t done = 0;
+    for (std::uint64_t cell = 0; cell < count; ++cell) {
+      const auto of_cell = at < size ? static_cast<std::int64_t>(array.At<T>(at)) : -1;
+      // Those behind have a number each at least.
+      if (of_cell < 0 || static_cast<std::uint64_t>(of_cell) >
+                             size - at - 1 - std::min(count - cell - 1, size - at - 1)) {
+        return Fail(fmt::format("cell {} has more nodes than there are numbers", cell), kAgain);
+      }
+      ++at;
+      for (std::int64_t i = 0; i < of_cell; ++i, ++at) {
+        const auto node = static_cast<std::int64_t>(array.At<T>(at));
+        nodes[done++] =
+            node == static_cast<std::int32_t>(node) ? static_cast<std::int32_t>(node) : -1;
+      }
+      *end++ = static_cast<std::int64_t>(done);
+    }
+    if (at != size) {
+      Fail(fmt::format("{} of {} numbers of cells belong to none", size - at, size), kAgain);
+    }
   }
 
   // ---- data ---------------------------------------------------------------------------------
@@ -491,12 +523,12 @@ class LegacyReader {
   // ---- the grid -----------------------------------------------------------------------------
 
   void MakeStructure() {
-    if (!Ok()) return;
+    if (HasFaults()) return;
     if (kind_ == Kind::kUnstructured) {
-      piece_.offsets.Own(lists_[0].offsets);
-      piece_.connectivity.Own(lists_[0].nodes);
-      if (piece_.types.Count() != lists_[0].offsets.size()) {
-        Fail(fmt::format("there are {} cells and {} types of cells", lists_[0].offsets.size(),
+      piece_.offsets = std::move(lists_[0].offsets);
+      piece_.connectivity = std::move(lists_[0].nodes);
+      if (piece_.types.Count() != piece_.offsets.Count()) {
+        Fail(fmt::format("there are {} cells and {} types of cells", piece_.offsets.Count(),
                          piece_.types.Count()),
              kAgain);
       }
@@ -511,7 +543,7 @@ class LegacyReader {
     std::vector<std::int64_t> types, offsets, nodes;
     for (std::size_t i = 0; i < 4; ++i) {
       std::int64_t begin = 0;
-      for (const std::int64_t end : lists_[i].offsets) {
+      for (const std::int64_t end : lists_[i].offsets.Integers()) {
         const std::int64_t count = end - begin;
         begin = end;
         constexpr std::int64_t kMany[] = {kVtkPolyVertex, kVtkPolyLine, 7, kVtkTriangleStrip};
@@ -521,7 +553,7 @@ class LegacyReader {
         types.push_back(is_plain ? kPlain[count] : kMany[i]);
         offsets.push_back(static_cast<std::int64_t>(nodes.size()) + end);
       }
-      nodes.insert(nodes.end(), lists_[i].nodes.begin(), lists_[i].nodes.end());
+      lists_[i].nodes.ForEach([&](auto node) { nodes.push_back(AsInteger(node)); });
     }
     piece_.types.Own(types);
     piece_.offsets.Own(offsets);
@@ -617,7 +649,7 @@ class LegacyReader {
     const auto check = [&](const std::optional<std::uint64_t>& values, std::uint64_t count,
                            const char* what) {
       if (!values || *values == count) return;
-      Fail(fmt::format("there are values for {} {} of {}", *values, what, count), kAgain);
+      Fault(At(), fmt::format("there are values for {} {} of {}", *values, what, count), kAgain);
     };
     check(point_values_, piece_.points, "points");
     check(cell_values_, piece_.cells, "cells");
@@ -629,7 +661,9 @@ class LegacyReader {
   std::string_view rest_;
   const std::string& name_;
   const ReadOptions& options_;
-  std::optional<Failure> failure_;
+  std::vector<Failure>& faults_;
+  std::size_t before_;
+  bool is_lost_ = false;
   double version_ = 0;
   bool is_binary_ = false;
   Kind kind_ = Kind::kNone;
@@ -649,16 +683,21 @@ class LegacyReader {
 
 }  // namespace
 
-Result<Deck> ParseVtk(std::string_view bytes, const std::string& name, const ReadOptions& options) {
+Result<Deck> ParseVtk(std::string_view bytes, const std::string& name, const ReadOptions& options,
+                      std::vector<Failure>* faults) {
   if (bytes.empty()) return Failure{name, "", "is empty", kAgain};
-  return LegacyReader(bytes, name, options).Read();
+  std::vector<Failure> found;
+  std::optional<Deck> deck = LegacyReader(bytes, name, options, found).Read();
+  if (faults) faults->insert(faults->end(), found.begin(), found.end());
+  if (!deck) return found.front();
+  return std::move(*deck);
 }
 
 Result<Deck> ReadVtk(const std::string& path, const ReadOptions& options,
                      std::vector<Failure>& faults) {
   const Result<Buffer> bytes = ReadBuffer(path);
-  Result<Deck> deck = bytes ? ParseVtk(bytes->View(), path, options) : bytes.Error();
-  if (!deck) faults.push_back(deck.Error());
+  Result<Deck> deck = bytes ? ParseVtk(bytes->View(), path, options, &faults) : bytes.Error();
+  if (!deck && faults.empty()) faults.push_back(deck.Error());
   return deck;
 }
 

@@ -1,10 +1,12 @@
 #include "exchange/vtk/vtu_file.h"
 
+#include <algorithm>
 #include <bit>
 #include <fmt/format.h>
 #include <iterator>
 #include <limits>
 #include <sstream>
+#include <utility>
 
 #include "qx_db/platform/file.h"
 
@@ -24,6 +26,12 @@ std::uint64_t StoredSize(const DataArray& array, const VtuForm& form) {
   return form.IsBase64() ? Base64Size(bytes) : bytes;
 }
 
+std::uint64_t StoredSize(const VtkPacker::Packed& array, const VtuForm& form) {
+  const std::uint64_t header = array.HeaderBytes();
+  const std::uint64_t blocks = array.Bytes();
+  return form.IsBase64() ? Base64Size(header) + Base64Size(blocks) : header + blocks;
+}
+
 /// A name without control characters, which XML 1.0 does not know.
 std::string XmlName(std::string name) {
   for (char& c : name) c = static_cast<unsigned char>(c) < 0x20 ? '?' : c;
@@ -38,18 +46,19 @@ class Writer {
 
   void Write() {
     // How long packed arrays are is known when they are packed.
-    std::ostringstream packed;
+    std::vector<VtkPacker::Packed> packed;
     std::vector<std::uint64_t> offsets;
+    ArraySink sink(out_, form_, TotalValues(), progress_);
     if (form_.IsAppended() && form_.IsPacked()) {
-      ArraySink sink(packed, form_, TotalValues(), progress_);
       std::uint64_t offset = 0;
       ForEachArray([&](const DataArray& array) {
+        Fill(array, sink);
+        packed.push_back(sink.Take());
         offsets.push_back(offset);
-        offset += PutValues(array, sink);
+        offset += StoredSize(packed.back(), form_);
       });
     }
     const std::string text = Document(offsets);
-    ArraySink sink(out_, form_, TotalValues(), progress_);
     // The document, with the values of the arrays where they are awaited.
     std::size_t at = 0;
     const auto put_up_to = [&](std::string_view tag) {
@@ -60,9 +69,8 @@ class Writer {
     if (form_.IsAppended()) {
       put_up_to("</AppendedData>");
       out_ << "\n_";
-      if (form_.IsPacked()) {
-        out_ << packed.view();
-      } else {
+      for (VtkPacker::Packed& array : packed) sink.WritePacked(std::exchange(array, {}));
+      if (!form_.IsPacked()) {
         ForEachArray([&](const DataArray& array) { PutValues(array, sink); });
       }
       out_ << '\n';
@@ -155,11 +163,14 @@ class Writer {
     }
   }
 
-  static std::uint64_t PutValues(const DataArray& array, ArraySink& sink) {
-    if (!sink.Good()) return 0;
+  static void Fill(const DataArray& array, ArraySink& sink) {
     sink.Begin(array.Bytes(), array.components > 1 ? array.components : 16);
     array.fill(sink);
-    return sink.End();
+  }
+  static void PutValues(const DataArray& array, ArraySink& sink) {
+    if (!sink.Good()) return;
+    Fill(array, sink);
+    sink.End();
   }
 
   const VtuContent& content_;
@@ -181,7 +192,6 @@ ArraySink::ArraySink(std::ostream& out, const VtuForm& form, std::uint64_t total
 void ArraySink::Begin(std::uint64_t bytes, int values_a_line) {
   values_a_line_ = values_a_line;
   in_line_ = 0;
-  written_ = 0;
   bytes_ = bytes;
   if (form_.IsText() || form_.IsPacked()) return;
   std::memcpy(buffer_.data(), &bytes, sizeof(bytes));
@@ -214,7 +224,6 @@ void ArraySink::Write(std::string_view bytes) {
     bytes = encoded_;
   }
   out_ << bytes;
-  written_ += bytes.size();
 }
 
 void ArraySink::EndStream() {
@@ -222,23 +231,21 @@ void ArraySink::EndStream() {
   encoded_.clear();
   base64_.Finish(encoded_);
   out_ << encoded_;
-  written_ += encoded_.size();
 }
 
-/// Packs the whole blocks that there are.
-void ArraySink::PackBlocks() {
-  std::string_view rest{buffer_.data(), used_};
-  while (rest.size() >= VtkPacker::kBlockBytes) {
-    packer_.AddBlock(rest.substr(0, VtkPacker::kBlockBytes));
-    rest.remove_prefix(VtkPacker::kBlockBytes);
+/// Packs the whole blocks that there are; gives what is left.
+std::string_view ArraySink::PackBlocks(std::string_view bytes) {
+  for (; bytes.size() >= VtkPacker::kBlockBytes; bytes.remove_prefix(VtkPacker::kBlockBytes)) {
+    packer_.AddBlock(bytes.substr(0, VtkPacker::kBlockBytes));
   }
-  used_ = rest.size();
-  std::memmove(buffer_.data(), rest.data(), used_);
+  return bytes;
 }
 
 void ArraySink::Flush() {
   if (form_.IsPacked()) {
-    PackBlocks();
+    const std::string_view rest = PackBlocks({buffer_.data(), used_});
+    used_ = rest.size();
+    std::memmove(buffer_.data(), rest.data(), used_);
   } else {
     Write({buffer_.data(), used_});
     used_ = 0;
@@ -248,20 +255,46 @@ void ArraySink::Flush() {
   next_report_ = count_ + total_ / 90 + 1;
 }
 
-std::uint64_t ArraySink::End() {
-  Flush();
-  if (form_.IsPacked()) {
-    if (used_ > 0) packer_.AddBlock({buffer_.data(), used_});
-    used_ = 0;
-    const VtkPacker::Packed packed = packer_.Take(bytes_);
-    // In base64 the header is a stream of its own.
-    Write({reinterpret_cast<const char*>(packed.header.data()),
-           packed.header.size() * sizeof(packed.header[0])});
-    EndStream();
-    Write(packed.blocks);
+/// Many bytes, which need no buffer but for what makes no whole block.
+void ArraySink::PutBytes(std::string_view bytes) {
+  while (!bytes.empty()) {
+    std::size_t taken = bytes.size();
+    if (used_ > 0 || taken < VtkPacker::kBlockBytes) {
+      taken = std::min(taken, kBufferSize - used_);
+      std::memcpy(buffer_.data() + used_, bytes.data(), taken);
+      used_ += taken;
+      if (used_ >= kBufferSize) Flush();
+    } else {
+      if (form_.IsPacked()) {
+        taken -= PackBlocks(bytes).size();
+      } else {
+        Write(bytes);
+      }
+      Flush();
+    }
+    bytes.remove_prefix(taken);
   }
+}
+
+VtkPacker::Packed ArraySink::Take() {
+  Flush();
+  if (used_ > 0) packer_.AddBlock({buffer_.data(), used_});
+  used_ = 0;
+  return packer_.Take(bytes_);
+}
+
+/// In base64 the header is a stream of its own.
+void ArraySink::WritePacked(const VtkPacker::Packed& packed) {
+  Write({reinterpret_cast<const char*>(packed.header.data()), packed.HeaderBytes()});
   EndStream();
-  return written_;
+  for (const auto& [piece, used] : packed.pieces) Write(piece.View().substr(0, used));
+  EndStream();
+}
+
+void ArraySink::End() {
+  if (form_.IsPacked()) return WritePacked(Take());
+  Flush();
+  EndStream();
 }
 
 // ---- the file -----------------------------------------------------------------------------------

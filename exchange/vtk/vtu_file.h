@@ -2,10 +2,13 @@
 // The file side of a VTK XML unstructured grid: declarations and streams of arrays.
 // Threads: shares nothing; one at a time for each object.
 
+#include <algorithm>
 #include <cstring>
 #include <functional>
 #include <ostream>
+#include <span>
 #include <string>
+#include <string_view>
 #include <type_traits>
 #include <vector>
 
@@ -47,8 +50,25 @@ class ArraySink {
     ++count_;
     if (used_ >= kBufferSize) Flush();
   }
-  /// Ends the array and gives what it takes in the file, in bytes.
-  std::uint64_t End();
+  template <class T>
+  void PutAll(std::span<const T> values) {
+    if (form_.IsText()) {
+      for (const T value : values) Put(value);
+    } else {
+      constexpr std::size_t kPiece = 1 << 16;  // between two reports of progress
+      while (!values.empty()) {
+        const auto piece = values.first(std::min(kPiece, values.size()));
+        count_ += piece.size();
+        PutBytes({reinterpret_cast<const char*>(piece.data()), piece.size_bytes()});
+        values = values.subspan(piece.size());
+      }
+    }
+  }
+  /// Ends the array, and writes what is left of it.
+  void End();
+  /// Ends an array that is packed, without writing it.
+  VtkPacker::Packed Take();
+  void WritePacked(const VtkPacker::Packed& packed);
   /// False after a failed write: the rest need not be produced.
   bool Good() const { return out_.good(); }
 
@@ -56,13 +76,14 @@ class ArraySink {
   static constexpr std::size_t kBufferSize = 1 << 16;
   static constexpr std::size_t kLongestValue = 64;  // as text
 
+  void PutBytes(std::string_view bytes);
   void PutText(double value);
   void PutText(std::int64_t value);
   void PutText(std::int32_t value) { PutText(std::int64_t{value}); }
   void PutText(std::uint8_t value) { PutText(std::int64_t{value}); }
   void EndTextValue();
   void Flush();
-  void PackBlocks();
+  std::string_view PackBlocks(std::string_view bytes);
   void Write(std::string_view bytes);
   void EndStream();
 
@@ -73,8 +94,7 @@ class ArraySink {
   const Progress& progress_;
   std::uint64_t count_ = 0;
   std::uint64_t next_report_ = 0;
-  std::uint64_t written_ = 0;  // of this array, as all below
-  std::uint64_t bytes_ = 0;
+  std::uint64_t bytes_ = 0;  // of this array, as all below
   int values_a_line_ = 1;
   int in_line_ = 0;
   std::vector<char> buffer_ = std::vector<char>(kBufferSize + kLongestValue);

@@ -42,22 +42,25 @@ class VtuFile {
   VtkNotes Notes() const { return VtkNotes::Read(document_); }
   bool HasOldHexahedra() const { return root_.attribute("version").as_double() < 2.1; }
 
-  /// Adds the pieces of an unstructured grid.
-  Outcome Add(VtkBuilder& builder, const ReadOptions& options);
+  /// Adds the pieces of an unstructured grid; faults are gathered.
+  void Add(VtkBuilder& builder, const ReadOptions& options, std::vector<Failure>& faults);
   Failure Fault(const pugi::xml_node& node, std::string what, std::string remedy = kAgain) const;
 
  private:
   Outcome CutAppended();
   Outcome ReadCoding();
-  Outcome AddPiece(const pugi::xml_node& piece, std::size_t index, std::size_t pieces,
-                   VtkBuilder& builder);
-  Outcome ReadArrays(const pugi::xml_node& section, std::uint64_t targets, VtkBuilder& builder,
-                     std::vector<VtkArray>& arrays);
-  Outcome ReadArray(const pugi::xml_node& node, std::uint64_t values, VtkArray& array);
+  void AddPiece(const pugi::xml_node& piece, std::size_t index, std::size_t pieces,
+                VtkBuilder& builder, std::vector<Failure>& faults);
+  void ReadArrays(const pugi::xml_node& section, std::uint64_t targets, VtkBuilder& builder,
+                  std::vector<VtkArray>& arrays, std::vector<Failure>& faults);
+  /// False, with what is wrong in `faults`, for an array that cannot be read.
+  bool ReadArray(const pugi::xml_node& node, std::uint64_t values, VtkArray& array,
+                 std::vector<Failure>& faults);
   Outcome ReadNumber(const pugi::xml_node& node, const char* attribute, std::uint64_t most,
                      std::uint64_t& number) const;
   void ReadFieldData(const pugi::xml_node& grid, VtkBuilder& builder);
-  std::size_t LineOf(const pugi::xml_node& node) const;
+  std::size_t LineOf(std::ptrdiff_t place) const;
+  std::string PlaceOf(const pugi::xml_node& node, std::size_t line) const;
 
   Buffer bytes_;
   std::string name_;
@@ -71,18 +74,21 @@ class VtuFile {
   std::unique_ptr<VtkDecoder> decoder_;
 };
 
+std::string VtuFile::PlaceOf(const pugi::xml_node& node, std::size_t line) const {
+  const std::string_view name = node.attribute("Name").as_string();
+  std::string place = fmt::format("line {}, {}", line, node.name());
+  if (!name.empty()) place += fmt::format(" \"{}\"", name);
+  return place;
+}
+
 Failure VtuFile::Fault(const pugi::xml_node& node, std::string what, std::string remedy) const {
-  std::string place;
-  if (node) {
-    const std::string_view name = node.attribute("Name").as_string();
-    place = fmt::format("line {}, {}", LineOf(node), node.name());
-    if (!name.empty()) place += fmt::format(" \"{}\"", name);
-  }
+  std::string place = node ? PlaceOf(node, LineOf(node.offset_debug())) : std::string();
   return {name_, std::move(place), std::move(what), std::move(remedy)};
 }
 
-std::size_t VtuFile::LineOf(const pugi::xml_node& node) const {
-  const auto at = static_cast<std::size_t>(std::max<std::ptrdiff_t>(node.offset_debug(), 0));
+/// Number of the line at a place of the XML.
+std::size_t VtuFile::LineOf(std::ptrdiff_t place) const {
+  const auto at = static_cast<std::size_t>(std::max<std::ptrdiff_t>(place, 0));
   return static_cast<std::size_t>(std::lower_bound(line_ends_.begin(), line_ends_.end(), at) -
                                   line_ends_.begin()) +
          1;
@@ -176,32 +182,46 @@ Outcome VtuFile::ReadNumber(const pugi::xml_node& node, const char* attribute, s
   return Fault(node, fmt::format("{} is '{}', not a number from 0 to {}", attribute, text, most));
 }
 
-Outcome VtuFile::ReadArray(const pugi::xml_node& node, std::uint64_t values, VtkArray& array) {
+bool VtuFile::ReadArray(const pugi::xml_node& node, std::uint64_t values, VtkArray& array,
+                        std::vector<Failure>& faults) {
+  const std::size_t before = faults.size();
+  const auto wrong = [&](Failure fault) {
+    if (faults.size() < LossReport::kMostFaults) faults.push_back(std::move(fault));
+    return false;
+  };
   array.name = node.attribute("Name").as_string();
   const char* const type = node.attribute("type").as_string();
   const auto number = FindNumber(type);
-  if (!number) return Fault(node, fmt::format("numbers of type '{}' are not known", type));
+  if (!number) return wrong(Fault(node, fmt::format("numbers of type '{}' are not known", type)));
   array.number = *number;
   array.place = Fault(node, "").place;
   const std::string_view format = node.attribute("format").as_string("ascii");
-  std::string wrong;
+  std::string what;
   if (format == "appended") {
     std::uint64_t offset = 0;
-    if (Outcome read = ReadNumber(node, "offset", appended_.size(), offset); !read) return read;
-    wrong = decoder_->Decode(appended_.substr(offset), !appended_is_raw_, values, array);
+    Outcome read = ReadNumber(node, "offset", appended_.size(), offset);
+    if (!read) return wrong(read.Error());
+    what = decoder_->Decode(appended_.substr(offset), !appended_is_raw_, values, array);
   } else if (format == "binary") {
-    wrong = decoder_->Decode(node.text().get(), true, values, array);
+    what = decoder_->Decode(node.text().get(), true, values, array);
   } else if (format == "ascii") {
-    wrong = decoder_->Parse(node.text().get(), values, array);
+    const auto on_wrong = [&](std::string_view word) {
+      wrong({name_, PlaceOf(node, LineOf(word.data() - head_.data())),
+             fmt::format("'{}' is no {}", word.substr(0, 40),
+                         array.IsInteger() ? "integer" : "number"),
+             kAgain});
+      return faults.size() < LossReport::kMostFaults;
+    };
+    what = decoder_->Parse(node.text().get(), values, array, on_wrong);
   } else {
-    wrong = fmt::format("format '{}' is not known", format);
+    what = fmt::format("format '{}' is not known", format);
   }
-  if (!wrong.empty()) return Fault(node, std::move(wrong));
-  return {};
+  if (!what.empty()) return wrong(Fault(node, std::move(what)));
+  return faults.size() == before;
 }
 
-Outcome VtuFile::ReadArrays(const pugi::xml_node& section, std::uint64_t targets,
-                            VtkBuilder& builder, std::vector<VtkArray>& arrays) {
+void VtuFile::ReadArrays(const pugi::xml_node& section, std::uint64_t targets, VtkBuilder& builder,
+                         std::vector<VtkArray>& arrays, std::vector<Failure>& faults) {
   for (const pugi::xml_node& node : section.children()) {
     const std::string_view name = node.name();
     if (name != "DataArray" && name != "Array") continue;
@@ -209,84 +229,96 @@ Outcome VtuFile::ReadArrays(const pugi::xml_node& section, std::uint64_t targets
     if (type == "String" || type == "Bit") {
       builder.Report().Lost(
           type == "String" ? "arrays of texts were left out" : "arrays of bits were left out", 1,
-          fmt::format("\"{}\"", node.attribute("Name").as_string()), "fields hold numbers");
+          PlaceOf(node, LineOf(node.offset_debug())), "fields hold numbers");
       continue;
     }
     VtkArray array;
     std::uint64_t components = 1;
     if (node.attribute("NumberOfComponents")) {
-      if (Outcome read = ReadNumber(node, "NumberOfComponents", kMostComponents, components);
-          !read) {
-        return read;
+      Outcome read = ReadNumber(node, "NumberOfComponents", kMostComponents, components);
+      if (!read) {
+        if (faults.size() < LossReport::kMostFaults) faults.push_back(read.Error());
+        continue;
       }
       if (components == 0) components = 1;  // as some writers say for one
     }
     array.components = static_cast<std::uint32_t>(components);
-    if (Outcome read = ReadArray(node, targets * components, array); !read) return read;
-    arrays.push_back(std::move(array));
+    if (ReadArray(node, targets * components, array, faults)) arrays.push_back(std::move(array));
+    if (faults.size() >= LossReport::kMostFaults) return;
   }
-  return {};
 }
 
 void VtuFile::ReadFieldData(const pugi::xml_node& grid, VtkBuilder& builder) {
   for (const pugi::xml_node& node : grid.child("FieldData").children()) {
     VtkArray array;
     const std::string_view name = node.attribute("Name").as_string();
-    if (name == "TimeValue" && ReadArray(node, 1, array)) {
+    std::vector<Failure> none;  // what cannot be read is left out
+    if (name == "TimeValue" && ReadArray(node, 1, array, none)) {
       array.ForEach([&](auto value) { builder.SetTime(static_cast<double>(value)); });
     } else {
       builder.Report().Lost("arrays of the whole grid were left out", 1,
-                            fmt::format("\"{}\"", name),
+                            PlaceOf(node, LineOf(node.offset_debug())),
                             "the model has values of nodes and elements only");
     }
   }
 }
 
-Outcome VtuFile::AddPiece(const pugi::xml_node& node, std::size_t index, std::size_t pieces,
-                          VtkBuilder& builder) {
+void VtuFile::AddPiece(const pugi::xml_node& node, std::size_t index, std::size_t pieces,
+                       VtkBuilder& builder, std::vector<Failure>& faults) {
   VtkPiece piece;
   if (pieces > 1) piece.place = fmt::format("piece {}", index + 1);
-  Outcome read = ReadNumber(node, "NumberOfPoints", kMaxKey, piece.points);
-  if (read) read = ReadNumber(node, "NumberOfCells", kMaxKey, piece.cells);
-  if (!read) return read;
+  const auto wrong = [&](Failure fault) {
+    if (faults.size() < LossReport::kMostFaults) faults.push_back(std::move(fault));
+  };
+  Outcome counted = ReadNumber(node, "NumberOfPoints", kMaxKey, piece.points);
+  if (counted) counted = ReadNumber(node, "NumberOfCells", kMaxKey, piece.cells);
+  if (!counted) return wrong(counted.Error());
+  const std::size_t before = faults.size();
   const pugi::xml_node points = node.child("Points").child("DataArray");
-  if (!points && piece.points > 0) return Fault(node, "there are no Points");
-  if (points) read = ReadArray(points, piece.points * 3, piece.coordinates);
-  if (!read) return read;
+  if (points) {
+    ReadArray(points, piece.points * 3, piece.coordinates, faults);
+  } else if (piece.points > 0) {
+    wrong(Fault(node, "there are no Points"));
+  }
   const pugi::xml_node cells = node.child("Cells");
   struct Part {
     const char* name;
     VtkArray* array;
   };
+  bool has_offsets = true;
   for (const Part& part : {Part{"types", &piece.types}, Part{"offsets", &piece.offsets},
                            Part{"connectivity", &piece.connectivity}}) {
     const pugi::xml_node array = cells.find_child_by_attribute("DataArray", "Name", part.name);
     if (!array && piece.cells == 0) continue;
-    if (!array) return Fault(cells ? cells : node, fmt::format("there is no {} array", part.name));
+    if (!array) {
+      wrong(Fault(cells ? cells : node, fmt::format("there is no {} array", part.name)));
+      has_offsets &= part.array != &piece.offsets;
+      continue;
+    }
     std::uint64_t values = piece.cells;
     if (part.array == &piece.connectivity) {
+      if (!has_offsets) break;  // how many there are is not known
       // As many as the last offset says: what is behind belongs to no cell.
       values = 0;
       piece.offsets.ForEach([&](auto value) { values = static_cast<std::uint64_t>(value); });
-      if (values > std::uint64_t{1} << 40) return Fault(array, "the offsets name too many points");
+      if (values > std::uint64_t{1} << 40) {
+        wrong(Fault(array, "the offsets name too many points"));
+        break;
+      }
       if (array.attribute("format").as_string() == std::string_view("ascii") && values == 0) {
         continue;
       }
     }
-    read = ReadArray(array, values, *part.array);
-    if (!read) return read;
-    if (!part.array->IsInteger()) return Fault(array, "its numbers are not whole");
+    const bool is_read = ReadArray(array, values, *part.array, faults);
+    if (is_read && !part.array->IsInteger()) wrong(Fault(array, "its numbers are not whole"));
+    if (part.array == &piece.offsets) has_offsets = is_read && part.array->IsInteger();
   }
-  const auto data = [&](const char* section, std::uint64_t targets, std::vector<VtkArray>& arrays) {
-    if (read) read = ReadArrays(node.child(section), targets, builder, arrays);
-  };
-  data("PointData", piece.points, piece.point_data);
-  data("CellData", piece.cells, piece.cell_data);
-  if (!read) return read;
-  return builder.Add(std::move(piece), name_);
+  ReadArrays(node.child("PointData"), piece.points, builder, piece.point_data, faults);
+  ReadArrays(node.child("CellData"), piece.cells, builder, piece.cell_data, faults);
+  if (faults.size() == before) builder.Add(piece, name_, faults);
 }
 
-Outcome VtuFile::Add(VtkBuilder& builder, const ReadOptions& options) {
+void VtuFile::Add(VtkBuilder& builder, const ReadOptions& options, std::vector<Failure>& faults) {
   const pugi::xml_node grid = Grid();
   ReadFieldData(grid, builder);
   const auto pieces = static_cast<std::size_t>(
@@ -294,12 +326,13 @@ Outcome VtuFile::Add(VtkBuilder& builder, const ReadOptions& options) {
   std::size_t index = 0;
   for (const pugi::xml_node& piece : grid.children("Piece")) {
     if (options.is_cancelled && options.is_cancelled()) {
-      return Failure{name_, "", "the import was cancelled", ""};
+      faults.push_back({name_, "", "the import was cancelled", ""});
+      return;
     }
-    if (Outcome added = AddPiece(piece, index, pieces, builder); !added) return added;
+    AddPiece(piece, index, pieces, builder, faults);
+    if (faults.size() >= LossReport::kMostFaults) return;
     ++index;
   }
-  return {};
 }
 
 // ---- pieces of a PVTU file ----------------------------------------------------------------------
@@ -334,57 +367,66 @@ Result<std::string> PiecePath(const std::string& file, const std::string& source
                  "put it there or name its folder with --include-dir"};
 }
 
-Outcome AddPieceFiles(const VtuFile& file, const std::string& name, const ReadOptions& options,
-                      VtkBuilder& builder) {
+/// Adds the file of one piece. What is wrong with it does not keep the others from being looked at.
+void AddPieceFile(const VtuFile& file, const std::string& name, const pugi::xml_node& node,
+                  const ReadOptions& options, VtkBuilder& builder, std::vector<Failure>& faults) {
+  const std::string source = node.attribute("Source").as_string();
+  if (source.empty()) return faults.push_back(file.Fault(node, "the piece names no file"));
+  const Result<std::string> path = PiecePath(name, source, options);
+  if (!path) return faults.push_back(path.Error());
+  Result<Buffer> bytes = ReadBuffer(*path);
+  if (!bytes) return faults.push_back(bytes.Error());
+  VtuFile piece(std::move(*bytes), *path);
+  if (Outcome parsed = piece.Parse(); !parsed) return faults.push_back(parsed.Error());
+  if (piece.Type() != "UnstructuredGrid") {
+    return faults.push_back({*path, "", "a piece is no unstructured grid", kAgain});
+  }
+  builder.SetOldHexahedra(piece.HasOldHexahedra());
+  piece.Add(builder, options, faults);
+}
+
+void AddPieceFiles(const VtuFile& file, const std::string& name, const ReadOptions& options,
+                   VtkBuilder& builder, std::vector<Failure>& faults) {
   const auto sources = file.Grid().children("Piece");
   const auto count = static_cast<std::size_t>(std::distance(sources.begin(), sources.end()));
   builder.SetPieces(count);
   std::size_t done = 0;
   for (const pugi::xml_node& node : sources) {
-    const std::string source = node.attribute("Source").as_string();
-    if (source.empty()) return file.Fault(node, "the piece names no file");
-    const Result<std::string> path = PiecePath(name, source, options);
-    if (!path) return path.AsOutcome();
-    Result<Buffer> bytes = ReadBuffer(*path);
-    if (!bytes) return bytes.AsOutcome();
-    VtuFile piece(std::move(*bytes), *path);
-    if (Outcome parsed = piece.Parse(); !parsed) return parsed;
-    if (piece.Type() != "UnstructuredGrid") {
-      return Failure{*path, "", "a piece is no unstructured grid", kAgain};
-    }
-    builder.SetOldHexahedra(piece.HasOldHexahedra());
-    if (Outcome added = piece.Add(builder, options); !added) return added;
+    AddPieceFile(file, name, node, options, builder, faults);
+    if (faults.size() >= LossReport::kMostFaults) return;
     if (options.progress) options.progress(static_cast<double>(++done) / (count + 1.0));
   }
-  return {};
 }
 
-Result<Deck> Read(Buffer bytes, const std::string& name, const ReadOptions& options,
-                  bool with_files) {
-  if (bytes.Size() == 0) return Failure{name, "", "is empty", kAgain};
+/// The deck, unless something was added to `faults`.
+std::optional<Deck> Read(Buffer bytes, const std::string& name, const ReadOptions& options,
+                         bool with_files, std::vector<Failure>& faults) {
+  const std::size_t before = faults.size();
+  const auto fail = [&](Failure fault) {
+    faults.push_back(std::move(fault));
+    return std::nullopt;
+  };
+  if (bytes.Size() == 0) return fail({name, "", "is empty", kAgain});
   VtuFile file(std::move(bytes), name);
-  if (Outcome parsed = file.Parse(); !parsed) return parsed.Error();
+  if (Outcome parsed = file.Parse(); !parsed) return fail(parsed.Error());
   VtkBuilder builder(ValueOf(options.values, kReadOptions, "points") == "merged");
   builder.SetNotes(file.Notes());
   builder.SetOldHexahedra(file.HasOldHexahedra());
-  Outcome added;
   if (file.Type() == "PUnstructuredGrid") {
-    if (with_files) added = AddPieceFiles(file, name, options, builder);
+    if (with_files) AddPieceFiles(file, name, options, builder, faults);
   } else {
     const auto pieces = file.Grid().children("Piece");
     builder.SetPieces(static_cast<std::size_t>(std::distance(pieces.begin(), pieces.end())));
     if (options.progress) options.progress(0.1);
-    added = file.Add(builder, options);
+    file.Add(builder, options, faults);
   }
-  if (!added) return added.Error();
+  if (faults.size() > before) return std::nullopt;
   if (options.progress) options.progress(0.8);
   Deck deck = builder.Finish("vtu");
   // Keys, coordinates and nodes are sound by the way they were made; sets name one another.
-  if (!deck.groups.empty()) {
-    if (Outcome checked = CheckMesh(deck, name); !checked) return checked.Error();
-  }
+  if (!deck.groups.empty() && !CheckMesh(deck, name, &faults)) return std::nullopt;
   if (options.progress) options.progress(1.0);
-  return Result<Deck>(std::move(deck));
+  return deck;
 }
 
 }  // namespace
@@ -394,15 +436,25 @@ std::span<const FormatOption> VtuReadOptions() { return kReadOptions; }
 Result<Deck> ReadVtu(const std::string& path, const ReadOptions& options,
                      std::vector<Failure>& faults) {
   Result<Buffer> bytes = ReadBuffer(path);
-  Result<Deck> deck = bytes ? Read(std::move(*bytes), path, options, true) : bytes.Error();
-  if (!deck) faults.push_back(deck.Error());
-  return deck;
+  if (!bytes) {
+    faults.push_back(bytes.Error());
+    return bytes.Error();
+  }
+  const std::size_t before = faults.size();
+  std::optional<Deck> deck = Read(std::move(*bytes), path, options, true, faults);
+  if (!deck) return faults[before];
+  return std::move(*deck);
 }
 
-Result<Deck> ParseVtu(std::string_view bytes, const std::string& name) {
+Result<Deck> ParseVtu(std::string_view bytes, const std::string& name,
+                      std::vector<Failure>* faults) {
   Buffer copy(bytes.size());
   std::copy(bytes.begin(), bytes.end(), copy.Data());
-  return Read(std::move(copy), name, {}, false);
+  std::vector<Failure> found;
+  std::optional<Deck> deck = Read(std::move(copy), name, {}, false, found);
+  if (faults) faults->insert(faults->end(), found.begin(), found.end());
+  if (!deck) return found.front();
+  return std::move(*deck);
 }
 
 }  // namespace qx::exchange

@@ -1,17 +1,20 @@
 #include "exchange/vtk/vtu_writer.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <fmt/format.h>
 #include <limits>
 #include <map>
 #include <set>
+#include <span>
 
 #include "qx_db/model/mesh_set_pool.h"
 #include "qx_db/record/element_types.h"
 #include "qx_db/record/verbs.h"
 
 #include "exchange/deck.h"
+#include "exchange/room.h"
 #include "exchange/vtk/vtk_kinds.h"
 #include "exchange/vtk/vtu_file.h"
 #include "host/records.h"
@@ -19,26 +22,39 @@
 namespace qx::exchange {
 namespace {
 
+/// Codes of elements that can be written are below.
+constexpr std::size_t kOurTypes = 16;
+
 bool IsMissing(ITR itr) { return itr == 0 || KeyedSetBase::IsRemoved(itr); }
 
-/// The nodes and elements of a model as points and cells.
+/// The nodes and elements of a model as points and cells. What the arrays are made of is gathered
+/// in one walk over the model, whose records lie far apart.
 class Grid {
  public:
   explicit Grid(const CQXDBSession& session)
       : nodes_(*session.GetPool<DPoolNode>(code::kNode)),
         elements_(*session.GetPool<DPoolElem>(code::kElem)),
         length_unit_(session.Units().GetConvertFactorCurrent(unit::kLength)) {
-    std::uint32_t index = 0;
-    for (ITR at = nodes_.GetHeadPosition(); at; nodes_.Next(at)) nodes_.SetParamIdx(at, index++);
-    cells_.reserve(static_cast<std::size_t>(elements_.GetSize()));
+    MakeRoom(node_keys_, static_cast<std::size_t>(nodes_.GetSize()));
+    for (ITR next = nodes_.GetHeadPosition(); next;) {
+      const ITR at = next;
+      nodes_.SetParamIdx(at, static_cast<std::uint32_t>(node_keys_.size()));
+      node_keys_.push_back(nodes_.GetNextNU(next).key);
+    }
+    const auto elements = static_cast<std::size_t>(elements_.GetSize());
+    MakeRoom(element_keys_, elements);
+    MakeRoom(types_, elements);
+    MakeRoom(properties_, elements);
+    MakeRoom(connectivity_, 8 * elements);  // as many as hexahedra have
     std::uint32_t position = 0;
-    for (ITR at = elements_.GetHeadPosition(); at; elements_.Next(at), ++position) {
-      AddCell(at, position);
+    for (ITR next = elements_.GetHeadPosition(); next; ++position) {
+      const ITR at = next;
+      AddCell(at, elements_.GetNextNU(next), position);
     }
   }
 
-  std::uint64_t Points() const { return static_cast<std::uint64_t>(nodes_.GetSize()); }
-  std::uint64_t Cells() const { return cells_.size(); }
+  std::uint64_t Points() const { return node_keys_.size(); }
+  std::uint64_t Cells() const { return types_.size(); }
 
   DataArray Coordinates() const {
     return MakeArray<double>("Points", 3, Points() * 3, [this](ArraySink& sink) {
@@ -50,44 +66,36 @@ class Grid {
       }
     });
   }
-  DataArray NodeKeys() const {
-    return MakeArray<std::int32_t>("node_key", 1, Points(), [this](ArraySink& sink) {
-      for (ITR at = nodes_.GetHeadPosition(); at;) sink.Put(nodes_.GetNextNU(at).key);
-    });
+  DataArray NodeKeys() const { return All("node_key", node_keys_); }
+  DataArray ElementKeys() const { return All("element_key", element_keys_); }
+  DataArray ElementTypes() const {
+    return OfTypes<std::int32_t>("element_type", [](std::uint8_t type) { return type; });
   }
+  DataArray PropertyKeys() const { return All("property_key", properties_); }
+  /// In 32 bits where they have room: half the bytes, and every reader knows both.
   DataArray Connectivity() const {
-    return MakeArray<std::int64_t>("connectivity", 1, connectivity_, [this](ArraySink& sink) {
-      for (const Cell& cell : cells_) {
-        const tagTElem& element = *cell.element;
-        const std::int8_t* order = VtkCellOf(element.type).order;
-        for (std::int32_t i = 0; i < element.nodes.GetSize(); ++i) {
-          const ITR node = element.nodes[order ? order[i] : i];
-          sink.Put(std::int64_t{nodes_.GetParamIdx(node)});
-        }
-      }
-    });
+    if (connectivity_.size() <= kMost32) return All("connectivity", connectivity_);
+    return MakeArray<std::int64_t>("connectivity", 1, connectivity_.size(),
+                                   [this](ArraySink& sink) {
+                                     for (const std::int32_t node : connectivity_)
+                                       sink.Put(std::int64_t{node});
+                                   });
   }
   DataArray Offsets() const {
-    return MakeArray<std::int64_t>("offsets", 1, Cells(), [this](ArraySink& sink) {
-      std::int64_t end = 0;
-      for (const Cell& cell : cells_) sink.Put(end += cell.element->nodes.GetSize());
-    });
+    if (connectivity_.size() <= kMost32) return OffsetsAs<std::int32_t>();
+    return OffsetsAs<std::int64_t>();
   }
-  /// An array of one T a cell, which `value` gives for the element.
-  template <class T, class F>
-  DataArray OfElements(const char* name, F value) const {
-    return MakeArray<T>(name, 1, Cells(), [this, value](ArraySink& sink) {
-      for (const Cell& cell : cells_) sink.Put(static_cast<T>(value(*cell.element)));
-    });
+  DataArray CellTypes() const {
+    return OfTypes<std::uint8_t>("types", [](std::uint8_t type) { return VtkCellOf(type).number; });
   }
   DataArray Members(std::string name, const TArray<ITR>& elements) const {
     return MakeArray<std::uint8_t>(std::move(name), 1, Cells(), [this, &elements](ArraySink& sink) {
-      std::vector<std::uint8_t> is_member(cells_.size() + 1);  // the last for what is no cell
+      std::vector<std::uint8_t> is_member(Cells() + 1);  // the last for what is no cell
       for (const ITR element : elements) {
         if (IsMissing(element)) continue;
-        is_member[std::min<std::size_t>(elements_.GetParamIdx(element), cells_.size())] = 1;
+        is_member[std::min<std::size_t>(elements_.GetParamIdx(element), Cells())] = 1;
       }
-      for (std::size_t i = 0; i < cells_.size(); ++i) sink.Put(is_member[i]);
+      sink.PutAll<std::uint8_t>(std::span(is_member).first(Cells()));
     });
   }
   /// Nodes of a set besides those of its elements; `count` is told their number.
@@ -106,7 +114,7 @@ class Grid {
     return MakeArray<std::uint8_t>(std::move(name), 1, Points(), [this, own](ArraySink& sink) {
       std::vector<std::uint8_t> is_member(Points());
       for (const std::uint32_t node : own) is_member[node] = 1;
-      for (const std::uint8_t flag : is_member) sink.Put(flag);
+      sink.PutAll(std::span<const std::uint8_t>(is_member));
     });
   }
   /// The place of a field's target among the points or cells; kNowhere for one that is not there.
@@ -115,12 +123,20 @@ class Grid {
     if (IsMissing(target)) return kNowhere;
     if (of_points) return nodes_.GetParamIdx(target);
     const std::size_t cell = elements_.GetParamIdx(target);
-    return cell < cells_.size() ? cell : kNowhere;
+    return cell < Cells() ? cell : kNowhere;
   }
   std::size_t Targets(bool of_points) const { return of_points ? Points() : Cells(); }
+  /// A value for each cell, of those of all elements of the pool in the order of its list.
   DataArray Values(std::string name, const std::vector<double>& values) const {
     return MakeArray<double>(std::move(name), 1, Cells(), [this, &values](ArraySink& sink) {
-      for (const Cell& cell : cells_) sink.Put(values[cell.position]);
+      std::size_t left_out = 0;
+      for (std::size_t i = 0; i < values.size(); ++i) {
+        if (left_out < left_out_.size() && left_out_[left_out] == i) {
+          ++left_out;
+        } else {
+          sink.Put(values[i]);
+        }
+      }
     });
   }
 
@@ -130,34 +146,83 @@ class Grid {
   }
 
  private:
-  struct Cell {
-    const tagTElem* element;
-    std::uint32_t position;  // in the pool's list
-  };
+  static constexpr std::size_t kMost32 = std::numeric_limits<std::int32_t>::max();
 
-  void AddCell(ITR at, std::uint32_t position) {
+  template <class T>
+  static DataArray All(const char* name, const std::vector<T>& values) {
+    return MakeArray<T>(name, 1, values.size(),
+                        [&values](ArraySink& sink) { sink.PutAll(std::span<const T>(values)); });
+  }
+  /// An array of one T a cell, which `value` gives for the element's type.
+  template <class T, class F>
+  DataArray OfTypes(const char* name, F value) const {
+    return MakeArray<T>(name, 1, Cells(), [this, value](ArraySink& sink) {
+      std::array<T, 256> of_type{};
+      for (std::size_t type = 0; type < kOurTypes; ++type) {
+        if (FindElementType(static_cast<std::int32_t>(type))) {
+          of_type[type] = static_cast<T>(value(static_cast<std::uint8_t>(type)));
+        }
+      }
+      for (const std::uint8_t type : types_) sink.Put(of_type[type]);
+    });
+  }
+  template <class T>
+  DataArray OffsetsAs() const {
+    return MakeArray<T>("offsets", 1, Cells(), [this](ArraySink& sink) {
+      std::array<T, kOurTypes> nodes_of{};
+      for (std::size_t type = 0; type < kOurTypes; ++type) {
+        const ElementType* const known = FindElementType(static_cast<std::int32_t>(type));
+        if (known) nodes_of[type] = known->nodes;
+      }
+      T end = 0;
+      for (const std::uint8_t type : types_) sink.Put(end += nodes_of[type]);
+    });
+  }
+
+  void AddCell(ITR at, const tagTElem& element, std::uint32_t position) {
     elements_.SetParamIdx(at, KeyedSetBase::kParamMask);
-    const tagTElem& element = elements_.GetAtNU(at);
-    const ElementType* type = FindElementType(element.type);
-    if (!type) {
+    if (element.type != last_type_) {
+      last_type_ = element.type;
+      const ElementType* const type = FindElementType(element.type);
+      node_count_ = type ? type->nodes : 0;
+      order_ = type ? VtkCellOf(element.type).order : nullptr;
+    }
+    if (node_count_ == 0) {
       others_.Add(element.type, element.key);
+      left_out_.push_back(position);
       return;
     }
-    if (element.nodes.GetSize() != type->nodes ||
-        std::any_of(element.nodes.begin(), element.nodes.end(), IsMissing)) {
+    const std::size_t base = connectivity_.size();
+    bool is_whole = element.nodes.GetSize() == node_count_;
+    for (std::int32_t i = 0; is_whole && i < node_count_; ++i) {
+      const ITR node = element.nodes[order_ ? order_[i] : i];
+      is_whole = !IsMissing(node);
+      if (is_whole) connectivity_.push_back(static_cast<std::int32_t>(nodes_.GetParamIdx(node)));
+    }
+    if (!is_whole) {
+      connectivity_.resize(base);
       if (incomplete_++ == 0) first_incomplete_ = element.key;
+      left_out_.push_back(position);
       return;
     }
-    elements_.SetParamIdx(at, static_cast<std::uint32_t>(cells_.size()));
-    cells_.push_back({&element, position});
-    connectivity_ += static_cast<std::uint64_t>(type->nodes);
+    elements_.SetParamIdx(at, static_cast<std::uint32_t>(types_.size()));
+    element_keys_.push_back(element.key);
+    types_.push_back(static_cast<std::uint8_t>(element.type));
+    properties_.push_back(KeyOf(element.property));
   }
 
   DPoolNode& nodes_;
   DPoolElem& elements_;
   double length_unit_;
-  std::vector<Cell> cells_;
-  std::uint64_t connectivity_ = 0;
+  std::vector<Key> node_keys_;
+  std::vector<Key> element_keys_;
+  std::vector<std::uint8_t> types_;
+  std::vector<Key> properties_;
+  std::vector<std::int32_t> connectivity_;  // places of nodes, in the order of the file
+  std::vector<std::uint32_t> left_out_;     // places of elements in the pool's list
+  std::int32_t last_type_ = -1;
+  std::int32_t node_count_ = 0;  // of elements of that type; 0 for one without a known number
+  const std::int8_t* order_ = nullptr;
   UnwrittenElements others_;
   std::uint64_t incomplete_ = 0;
   Key first_incomplete_ = 0;
@@ -194,12 +259,9 @@ class Contents {
     content_.points = grid_.Points();
     content_.cells = grid_.Cells();
     points_.push_back(grid_.NodeKeys());
-    cells_.push_back(
-        grid_.OfElements<std::int32_t>("element_key", [](const tagTElem& e) { return e.key; }));
-    cells_.push_back(
-        grid_.OfElements<std::int32_t>("element_type", [](const tagTElem& e) { return e.type; }));
-    cells_.push_back(grid_.OfElements<std::int32_t>(
-        "property_key", [](const tagTElem& e) { return KeyOf(e.property); }));
+    cells_.push_back(grid_.ElementKeys());
+    cells_.push_back(grid_.ElementTypes());
+    cells_.push_back(grid_.PropertyKeys());
     AddSets();
     AddFields();
     for (const CellData& data : extra) {
@@ -209,11 +271,8 @@ class Contents {
     content_.sections.push_back({"PointData", std::move(points_)});
     content_.sections.push_back({"CellData", std::move(cells_)});
     content_.sections.push_back({"Points", {grid_.Coordinates()}});
-    content_.sections.push_back({"Cells",
-                                 {grid_.Connectivity(), grid_.Offsets(),
-                                  grid_.OfElements<std::uint8_t>("types", [](const tagTElem& e) {
-                                    return VtkCellOf(e.type).number;
-                                  })}});
+    content_.sections.push_back(
+        {"Cells", {grid_.Connectivity(), grid_.Offsets(), grid_.CellTypes()}});
     return std::move(content_);
   }
 

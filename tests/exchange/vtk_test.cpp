@@ -8,6 +8,7 @@
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 #include <lz4.h>
+#include <set>
 #include <zlib.h>
 
 #include "qx_db/platform/file.h"
@@ -413,6 +414,76 @@ TEST(VtkFaults, AreNamed) {
     const std::string line = ParseVtk(c.text, "wrong.vtk").AsOutcome().Line();
     EXPECT_NE(line.find(c.what), std::string::npos) << line;
   }
+}
+
+/// A row of quadrilaterals, in which the cells that `wrong` tells name a point that is not there
+/// and the words that it tells stand for numbers.
+std::string LegacyRow(int cells, const std::set<int>& bad_cells, const std::set<int>& bad_points) {
+  std::string text = "# vtk DataFile Version 3.0\nx\nASCII\nDATASET UNSTRUCTURED_GRID\n";
+  text += fmt::format("POINTS {} double\n", 2 * cells + 2);
+  for (int i = 0; i < 2 * cells + 2; ++i) {
+    text += fmt::format("{} {} {}\n", i / 2, i % 2, bad_points.contains(i) ? "O" : "0");
+  }
+  text += fmt::format("CELLS {} {}\n", cells, 5 * cells);
+  for (int i = 0; i < cells; ++i) {
+    text += fmt::format("4 {} {} {} {}\n", 2 * i, 2 * i + 2, bad_cells.contains(i) ? -1 : 2 * i + 3,
+                        2 * i + 1);
+  }
+  text += fmt::format("CELL_TYPES {}\n", cells);
+  for (int i = 0; i < cells; ++i) text += "9\n";
+  return text;
+}
+
+std::string Places(const std::vector<Failure>& faults) {
+  std::string places;
+  for (const Failure& fault : faults) places += fault.place + '\n';
+  return places;
+}
+
+TEST(VtkFaults, AllAreTold) {
+  std::set<int> forty;
+  std::string cells, lines;
+  for (int i = 3; i < 43; ++i) {
+    forty.insert(i);
+    cells += fmt::format("cell {}\n", i);
+    lines += fmt::format("line {}\n", 6 + i);
+  }
+  std::vector<Failure> faults;
+  EXPECT_FALSE(ParseVtk(LegacyRow(60, forty, {}), "a.vtk", {}, &faults));
+  EXPECT_EQ(Places(faults), cells);
+  faults.clear();
+  EXPECT_FALSE(ParseVtk(LegacyRow(60, {}, forty), "a.vtk", {}, &faults));
+  EXPECT_EQ(Places(faults), lines);
+  faults.clear();
+  std::set<int> many;
+  for (int i = 0; i < 200; ++i) many.insert(i);
+  EXPECT_FALSE(ParseVtk(LegacyRow(200, many, {}), "a.vtk", {}, &faults));
+  EXPECT_EQ(faults.size(), LossReport::kMostFaults);
+
+  // Of several arrays of an XML file, each word with its own line.
+  std::string grid = SampleGrid({"ascii"});
+  const auto replace = [&](std::string_view from, std::string_view to) {
+    const std::size_t at = grid.find(from);
+    ASSERT_NE(at, std::string::npos) << from;
+    grid.replace(at, from.size(), to);
+  };
+  replace(" 0.125\n", " O.125\n");
+  replace(" -7\n", " seven\n");
+  faults.clear();
+  EXPECT_FALSE(ParseVtu(grid, "a.vtu", &faults));
+  std::string told;
+  for (const Failure& fault : faults) told += fault.Line() + '\n';
+  for (const char* what : {"\"Points\": 'O.125' is no number", "'seven' is no integer"}) {
+    EXPECT_NE(told.find(what), std::string::npos) << told;
+  }
+  EXPECT_EQ(faults.size(), 2u) << told;
+  const auto line_of = [&](std::string_view word) {
+    return fmt::format(
+        "line {}", std::count(grid.begin(),
+                              grid.begin() + static_cast<std::ptrdiff_t>(grid.find(word)), '\n') +
+                       1);
+  };
+  EXPECT_NE(told.find(line_of("O.125")), std::string::npos) << told;
 }
 
 TEST(VtkFaults, ABombIsRefusedBeforeItUnfolds) {
