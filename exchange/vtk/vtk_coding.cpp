@@ -267,47 +267,30 @@ class VtkPacker::Deflater {
 
 VtkPacker::VtkPacker(VtkCompression compression)
     : compression_(compression),
-      most_(std::max<std::size_t>(compressBound(kBlockBytes), LZ4_COMPRESSBOUND(kBlockBytes))) {}
+      out_(std::max<std::size_t>(compressBound(kBlockBytes), LZ4_COMPRESSBOUND(kBlockBytes))) {}
 
 VtkPacker::~VtkPacker() = default;
 
-std::uint64_t VtkPacker::Packed::Bytes() const {
-  std::uint64_t bytes = 0;
-  for (const auto& [piece, used] : pieces) bytes += used;
-  return bytes;
-}
-
-void VtkPacker::AddBlock(std::string_view block) {
-  constexpr std::size_t kPiece = std::size_t{4} << 20;
-  auto& pieces = packed_.pieces;
-  if (pieces.empty() || pieces.back().first.Size() - pieces.back().second < most_) {
-    // Small arrays take small pieces.
-    const std::size_t size = pieces.size() < 2 ? 8 * most_ : kPiece;
-    pieces.emplace_back(Buffer(size), 0);
-  }
-  auto& [piece, used] = pieces.back();
-  char* const to = piece.Data() + used;
-  std::size_t size = 0;
+std::string_view VtkPacker::Pack(std::string_view block) {
   if (compression_ == VtkCompression::kZlib) {
     if (!deflater_) deflater_ = std::make_unique<Deflater>();
-    size = deflater_->Deflate(block, to, most_);
-  } else {
-    size = static_cast<std::size_t>(LZ4_compress_default(
-        block.data(), to, static_cast<int>(block.size()), static_cast<int>(most_)));
+    return {out_.data(), deflater_->Deflate(block, out_.data(), out_.size())};
   }
-  used += size;
-  packed_.header.push_back(size);
+  // As VTK does by default: hardly more bytes than at 1, in two thirds of the time.
+  constexpr int kAcceleration = 5;
+  const int size = LZ4_compress_fast(block.data(), out_.data(), static_cast<int>(block.size()),
+                                     static_cast<int>(out_.size()), kAcceleration);
+  return {out_.data(), static_cast<std::size_t>(size)};
 }
 
-VtkPacker::Packed VtkPacker::Take(std::uint64_t bytes) {
-  Packed taken = std::exchange(packed_, {});
-  const std::uint64_t blocks = taken.header.size();
-  if (blocks == 0) {
-    taken.header = {0};
-  } else {
-    taken.header.insert(taken.header.begin(), {blocks, kBlockBytes, bytes % kBlockBytes});
-  }
-  return taken;
+std::vector<std::uint64_t> VtkPacker::HeaderOf(std::uint64_t bytes,
+                                               const std::vector<std::uint64_t>& sizes) {
+  if (bytes == 0) return {0};
+  const std::uint64_t blocks = (bytes + kBlockBytes - 1) / kBlockBytes;
+  std::vector<std::uint64_t> header{blocks, kBlockBytes, bytes % kBlockBytes};
+  header.insert(header.end(), sizes.begin(), sizes.end());
+  header.resize(3 + blocks);
+  return header;
 }
 
 }  // namespace qx::exchange

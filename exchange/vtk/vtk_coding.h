@@ -7,7 +7,6 @@
 #include <memory>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 #include "exchange/vtk/vtk_array.h"
@@ -64,8 +63,8 @@ class VtkDecoder {
   std::unique_ptr<Inflater> inflater_;
 };
 
-/// Packs arrays as such files have them, block after block, with 64-bit header numbers in the
-/// machine's byte order.
+/// Packs arrays as such files have them, block after block; every block but the last is of
+/// kBlockBytes. Headers have 64-bit numbers in the machine's byte order.
 class VtkPacker {
  public:
   static constexpr std::size_t kBlockBytes = 32768;  ///< what VTK's own writer uses
@@ -73,26 +72,18 @@ class VtkPacker {
   explicit VtkPacker(VtkCompression compression);
   ~VtkPacker();
 
-  /// Every block but the last is of kBlockBytes.
-  void AddBlock(std::string_view block);
-  /// An array: its header, and its blocks in pieces as they came.
-  struct Packed {
-    std::vector<std::uint64_t> header;
-    std::vector<std::pair<Buffer, std::size_t>> pieces;  ///< with how much of each is in use
-
-    std::uint64_t HeaderBytes() const { return header.size() * sizeof(header[0]); }
-    std::uint64_t Bytes() const;
-  };
-  /// The array, of `bytes` in all; begins the next one.
-  Packed Take(std::uint64_t bytes);
+  /// The block as it is packed, until the next call.
+  std::string_view Pack(std::string_view block);
+  /// Header of an array of `bytes` whose blocks were packed to `sizes`; of as many before they are.
+  static std::vector<std::uint64_t> HeaderOf(std::uint64_t bytes,
+                                             const std::vector<std::uint64_t>& sizes);
 
  private:
   class Deflater;
 
   VtkCompression compression_;
-  std::size_t most_;  // bytes that a block can be packed to
+  std::vector<char> out_;
   std::unique_ptr<Deflater> deflater_;
-  Packed packed_;
 };
 
 }  // namespace qx::exchange

@@ -6,7 +6,6 @@
 #include <iterator>
 #include <limits>
 #include <sstream>
-#include <utility>
 
 #include "qx_db/platform/file.h"
 
@@ -26,12 +25,6 @@ std::uint64_t StoredSize(const DataArray& array, const VtuForm& form) {
   return form.IsBase64() ? Base64Size(bytes) : bytes;
 }
 
-std::uint64_t StoredSize(const VtkPacker::Packed& array, const VtuForm& form) {
-  const std::uint64_t header = array.HeaderBytes();
-  const std::uint64_t blocks = array.Bytes();
-  return form.IsBase64() ? Base64Size(header) + Base64Size(blocks) : header + blocks;
-}
-
 /// A name without control characters, which XML 1.0 does not know.
 std::string XmlName(std::string name) {
   for (char& c : name) c = static_cast<unsigned char>(c) < 0x20 ? '?' : c;
@@ -45,20 +38,11 @@ class Writer {
       : content_(content), out_(out), form_(form), progress_(progress) {}
 
   void Write() {
-    // How long packed arrays are is known when they are packed.
-    std::vector<VtkPacker::Packed> packed;
+    // How long packed arrays are is known when they are written: then the document is written
+    // again, in the same length.
     std::vector<std::uint64_t> offsets;
-    ArraySink sink(out_, form_, TotalValues(), progress_);
-    if (form_.IsAppended() && form_.IsPacked()) {
-      std::uint64_t offset = 0;
-      ForEachArray([&](const DataArray& array) {
-        Fill(array, sink);
-        packed.push_back(sink.Take());
-        offsets.push_back(offset);
-        offset += StoredSize(packed.back(), form_);
-      });
-    }
     const std::string text = Document(offsets);
+    ArraySink sink(out_, form_, TotalValues(), progress_);
     // The document, with the values of the arrays where they are awaited.
     std::size_t at = 0;
     const auto put_up_to = [&](std::string_view tag) {
@@ -69,10 +53,11 @@ class Writer {
     if (form_.IsAppended()) {
       put_up_to("</AppendedData>");
       out_ << "\n_";
-      for (VtkPacker::Packed& array : packed) sink.WritePacked(std::exchange(array, {}));
-      if (!form_.IsPacked()) {
-        ForEachArray([&](const DataArray& array) { PutValues(array, sink); });
-      }
+      std::uint64_t offset = 0;
+      ForEachArray([&](const DataArray& array) {
+        offsets.push_back(offset);
+        offset += PutValues(array, sink);
+      });
       out_ << '\n';
     } else {
       ForEachArray([&](const DataArray& array) {
@@ -83,6 +68,11 @@ class Writer {
       });
     }
     out_ << std::string_view(text).substr(at);
+    if (!form_.IsAppended() || !form_.IsPacked()) return;
+    const std::string again = Document(offsets);
+    out_.seekp(0);
+    out_ << std::string_view(again).substr(
+        0, again.find(kPlaceholder + std::string("</AppendedData>")));
   }
 
  private:
@@ -101,7 +91,8 @@ class Writer {
     }
   }
 
-  /// The file without values. `offsets` are those of packed arrays.
+  /// The file without values. `offsets` are those of packed arrays, as far as they are known: they
+  /// take the same number of digits.
   std::string Document(const std::vector<std::uint64_t>& offsets) {
     pugi::xml_document document;
     document.append_child(pugi::node_declaration).append_attribute("version") = "1.0";
@@ -134,8 +125,12 @@ class Writer {
     for (const VtuContent::Section& section : content_.sections) {
       pugi::xml_node parent = piece.append_child(section.name);
       for (const DataArray& array : section.arrays) {
-        Declare(parent, array, offsets.empty() ? offset : *packed_offset++);
-        offset += StoredSize(array, form_);
+        if (form_.IsPacked()) {
+          Declare(parent, array, fmt::format("{:018}", offsets.empty() ? 0 : *packed_offset++));
+        } else {
+          Declare(parent, array, std::to_string(offset));
+          offset += StoredSize(array, form_);
+        }
       }
     }
     if (form_.IsAppended()) {
@@ -148,7 +143,7 @@ class Writer {
     return text.str();
   }
 
-  void Declare(pugi::xml_node parent, const DataArray& array, std::uint64_t offset) {
+  void Declare(pugi::xml_node parent, const DataArray& array, const std::string& offset) {
     pugi::xml_node node = parent.append_child("DataArray");
     node.append_attribute("type") = array.type;
     node.append_attribute("Name") = XmlName(array.name).c_str();
@@ -157,20 +152,17 @@ class Writer {
                                       : form_.IsAppended() ? "appended"
                                                            : "binary";
     if (form_.IsAppended()) {
-      node.append_attribute("offset") = std::to_string(offset).c_str();
+      node.append_attribute("offset") = offset.c_str();
     } else {
       node.text() = kPlaceholder;
     }
   }
 
-  static void Fill(const DataArray& array, ArraySink& sink) {
+  static std::uint64_t PutValues(const DataArray& array, ArraySink& sink) {
+    if (!sink.Good()) return 0;
     sink.Begin(array.Bytes(), array.components > 1 ? array.components : 16);
     array.fill(sink);
-  }
-  static void PutValues(const DataArray& array, ArraySink& sink) {
-    if (!sink.Good()) return;
-    Fill(array, sink);
-    sink.End();
+    return sink.End();
   }
 
   const VtuContent& content_;
@@ -193,7 +185,13 @@ void ArraySink::Begin(std::uint64_t bytes, int values_a_line) {
   values_a_line_ = values_a_line;
   in_line_ = 0;
   bytes_ = bytes;
-  if (form_.IsText() || form_.IsPacked()) return;
+  written_ = 0;
+  if (form_.IsText()) return;
+  if (form_.IsPacked()) {
+    packed_sizes_.clear();
+    begin_ = out_.tellp();
+    return WriteHeader();
+  }
   std::memcpy(buffer_.data(), &bytes, sizeof(bytes));
   used_ = sizeof(bytes);
 }
@@ -224,6 +222,7 @@ void ArraySink::Write(std::string_view bytes) {
     bytes = encoded_;
   }
   out_ << bytes;
+  written_ += bytes.size();
 }
 
 void ArraySink::EndStream() {
@@ -231,14 +230,21 @@ void ArraySink::EndStream() {
   encoded_.clear();
   base64_.Finish(encoded_);
   out_ << encoded_;
+  written_ += encoded_.size();
 }
 
 /// Packs the whole blocks that there are; gives what is left.
 std::string_view ArraySink::PackBlocks(std::string_view bytes) {
   for (; bytes.size() >= VtkPacker::kBlockBytes; bytes.remove_prefix(VtkPacker::kBlockBytes)) {
-    packer_.AddBlock(bytes.substr(0, VtkPacker::kBlockBytes));
+    PackBlock(bytes.substr(0, VtkPacker::kBlockBytes));
   }
   return bytes;
+}
+
+void ArraySink::PackBlock(std::string_view block) {
+  const std::string_view packed = packer_.Pack(block);
+  packed_sizes_.push_back(packed.size());
+  Write(packed);
 }
 
 void ArraySink::Flush() {
@@ -276,25 +282,25 @@ void ArraySink::PutBytes(std::string_view bytes) {
   }
 }
 
-VtkPacker::Packed ArraySink::Take() {
+/// In base64 the header of a packed array is a stream of its own.
+void ArraySink::WriteHeader() {
+  const std::vector<std::uint64_t> header = VtkPacker::HeaderOf(bytes_, packed_sizes_);
+  Write({reinterpret_cast<const char*>(header.data()), header.size() * sizeof(header[0])});
+  EndStream();
+}
+
+std::uint64_t ArraySink::End() {
   Flush();
-  if (used_ > 0) packer_.AddBlock({buffer_.data(), used_});
+  if (form_.IsPacked() && used_ > 0) PackBlock({buffer_.data(), used_});
   used_ = 0;
-  return packer_.Take(bytes_);
-}
-
-/// In base64 the header is a stream of its own.
-void ArraySink::WritePacked(const VtkPacker::Packed& packed) {
-  Write({reinterpret_cast<const char*>(packed.header.data()), packed.HeaderBytes()});
   EndStream();
-  for (const auto& [piece, used] : packed.pieces) Write(piece.View().substr(0, used));
-  EndStream();
-}
-
-void ArraySink::End() {
-  if (form_.IsPacked()) return WritePacked(Take());
-  Flush();
-  EndStream();
+  if (!form_.IsPacked()) return written_;
+  const auto end = out_.tellp();
+  const std::uint64_t all = written_;
+  out_.seekp(begin_);
+  WriteHeader();
+  out_.seekp(end);
+  return all;
 }
 
 // ---- the file -----------------------------------------------------------------------------------

@@ -32,7 +32,8 @@ struct VtuForm {
   bool IsPacked() const { return compression != VtuCompression::kNone && !IsText(); }
 };
 
-/// Takes the values of one array after another and writes them in the file's encoding.
+/// Takes the values of one array after another and writes them in the file's encoding. Of an array
+/// that is packed, the header is written again when it is known.
 class ArraySink {
  public:
   /// None is owned. `total` is the number of values to come, for the progress.
@@ -64,11 +65,8 @@ class ArraySink {
       }
     }
   }
-  /// Ends the array, and writes what is left of it.
-  void End();
-  /// Ends an array that is packed, without writing it.
-  VtkPacker::Packed Take();
-  void WritePacked(const VtkPacker::Packed& packed);
+  /// Ends the array and gives what it takes in the file, in bytes.
+  std::uint64_t End();
   /// False after a failed write: the rest need not be produced.
   bool Good() const { return out_.good(); }
 
@@ -84,8 +82,10 @@ class ArraySink {
   void EndTextValue();
   void Flush();
   std::string_view PackBlocks(std::string_view bytes);
+  void PackBlock(std::string_view block);
   void Write(std::string_view bytes);
   void EndStream();
+  void WriteHeader();
 
   std::ostream& out_;
   VtuForm form_;
@@ -94,7 +94,10 @@ class ArraySink {
   const Progress& progress_;
   std::uint64_t count_ = 0;
   std::uint64_t next_report_ = 0;
-  std::uint64_t bytes_ = 0;  // of this array, as all below
+  std::uint64_t written_ = 0;  // of this array, as all below
+  std::uint64_t bytes_ = 0;
+  std::ostream::pos_type begin_;             // in the file
+  std::vector<std::uint64_t> packed_sizes_;  // of its blocks
   int values_a_line_ = 1;
   int in_line_ = 0;
   std::vector<char> buffer_ = std::vector<char>(kBufferSize + kLongestValue);

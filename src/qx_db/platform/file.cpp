@@ -96,7 +96,8 @@ Outcome WriteWholeFile(const std::string& path, std::string_view bytes) {
 
 namespace {
 
-/// A stream's way into an open file. What fails is remembered.
+/// A stream's way into an open file, which can go back to a place it was told. What fails is
+/// remembered.
 class FileBuffer final : public std::streambuf {
  public:
   explicit FileBuffer(RawFile& file) : file_(file), room_(std::size_t{1} << 16) { Empty(); }
@@ -124,6 +125,18 @@ class FileBuffer final : public std::streambuf {
     return Flush() && Put(from, static_cast<std::size_t>(size)) ? size : 0;
   }
   int sync() override { return Flush() ? 0 : -1; }
+  pos_type seekpos(pos_type place, std::ios_base::openmode) override {
+    if (!Flush()) return pos_type(off_type(-1));
+    at_ = static_cast<std::uint64_t>(off_type(place));
+    return place;
+  }
+  pos_type seekoff(off_type offset, std::ios_base::seekdir from,
+                   std::ios_base::openmode which) override {
+    const auto here = static_cast<off_type>(at_) + (pptr() - pbase());
+    if (from == std::ios_base::cur && offset == 0) return pos_type(here);
+    if (from == std::ios_base::end) return pos_type(off_type(-1));
+    return seekpos(pos_type(offset + (from == std::ios_base::cur ? here : 0)), which);
+  }
 
  private:
   void Empty() { setp(room_.data(), room_.data() + room_.size()); }
