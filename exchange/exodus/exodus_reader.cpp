@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <fmt/format.h>
 #include <map>
+#include <set>
 #include <tuple>
 #include <unordered_set>
 
@@ -15,29 +16,32 @@
 #include "exchange/exodus/exodus_kinds.h"
 #include "exchange/exodus/nc_file.h"
 #include "exchange/key_set.h"
+#include "exchange/room.h"
 
 namespace qx::exchange {
 namespace {
 
 class ExodusReader {
  public:
-  ExodusReader(NcReader& in, const std::string& name, const ReadOptions& options)
-      : in_(in), name_(name), options_(options) {}
+  ExodusReader(NcReader& in, const std::string& name, const ReadOptions& options,
+               std::vector<Failure>& faults)
+      : in_(in), name_(name), options_(options), faults_(faults), before_(faults.size()) {}
 
-  Result<Deck> Read() {
+  /// The deck, unless something was added to the faults.
+  std::optional<Deck> Read() {
     deck_.format = "exodus";
     ReadNodes();
     Tell(0.2);
     ReadBlocks();
     Tell(0.5);
     ReadSets();
-    if (in_.Ok()) ReadVariables();
+    ReadVariables();
     ReadTexts();
     TellOfTheRest();
-    if (!in_.Ok()) return in_.Error();
-    if (Outcome checked = CheckMesh(deck_, name_); !checked) return checked.Error();
+    KeepError();
+    if (faults_.size() > before_) return std::nullopt;
     Tell(1);
-    return Result<Deck>(std::move(deck_));
+    return std::move(deck_);  // sound by the way it was made
   }
 
  private:
@@ -45,11 +49,28 @@ class ExodusReader {
     std::int64_t id;
     std::int64_t first;  // its first element in the file, from 0
     std::int64_t count;
+    std::size_t in_deck = kAway;  // its first element there
   };
 
   void Tell(double done) {
-    if (options_.progress && in_.Ok()) options_.progress(done);
-    if (options_.is_cancelled && options_.is_cancelled()) in_.Fail("", "the import was cancelled");
+    if (options_.progress && Ok()) options_.progress(done);
+    if (options_.is_cancelled && options_.is_cancelled()) {
+      faults_.push_back({name_, "", "the import was cancelled", ""});
+      is_over_ = true;
+    }
+  }
+
+  /// Whether anything more is to be read.
+  bool Ok() const { return in_.Ok() && !is_over_ && faults_.size() < LossReport::kMostFaults; }
+  void Fault(std::string place, std::string what) {
+    if (faults_.size() >= LossReport::kMostFaults) return;
+    faults_.push_back({name_, std::move(place), std::move(what), "write the file again"});
+  }
+  /// Keeps what was wrong with an array, and goes on with the others.
+  void KeepError() {
+    if (in_.Ok()) return;
+    Failure failure = in_.TakeError();
+    Fault(std::move(failure.place), std::move(failure.what));
   }
 
   std::uint64_t Count(const std::string& dimension) const {
@@ -64,23 +85,29 @@ class ExodusReader {
 
   /// The numbers that a map gives to nodes or elements; their places, from 1, without one.
   std::vector<Key> Ids(const std::string& map, std::uint64_t count, const char* what) {
-    std::vector<Key> keys(count);
-    for (std::size_t i = 0; i < count; ++i) keys[i] = static_cast<Key>(i + 1);
-    if (!in_.Has(map)) return keys;
-    const std::vector<std::int64_t> ids = in_.Integers(map, count);
-    if (!in_.Ok()) return keys;
-    std::unordered_set<std::int64_t> used;
+    std::vector<Key> keys;
+    MakeRoom(keys, count);
+    const auto by_place = [&] {
+      keys.clear();
+      for (std::size_t i = 0; i < count; ++i) keys.push_back(static_cast<Key>(i + 1));
+      return std::move(keys);
+    };
+    if (!in_.Has(map)) return by_place();
     bool are_good = true;
-    for (const std::int64_t id : ids) {
-      are_good = are_good && id > 0 && id <= kMaxKey && used.insert(id).second;
-    }
-    if (!are_good) {
-      deck_.report.Changed(fmt::format("numbers of {} were given anew", what), count, map,
-                           "those of the file are not whole, positive and different");
-      return keys;
-    }
-    for (std::size_t i = 0; i < count; ++i) keys[i] = static_cast<Key>(ids[i]);
-    return keys;
+    bool ascend = true;
+    in_.Integers(map, count, [&](std::span<const std::int64_t> ids) {
+      for (const std::int64_t id : ids) {
+        are_good = are_good && id > 0 && id <= kMaxKey;
+        ascend = ascend && (keys.empty() || id > keys.back());
+        keys.push_back(static_cast<Key>(id));
+      }
+    });
+    KeepError();
+    if (keys.size() != count) return by_place();
+    if (are_good && (ascend || KeySet(keys).Repeated() == 0)) return keys;
+    deck_.report.Changed(fmt::format("numbers of {} were given anew", what), count, map,
+                         "those of the file are not whole, positive and different");
+    return by_place();
   }
 
   // ---- the mesh -----------------------------------------------------------------------------
@@ -92,20 +119,44 @@ class ExodusReader {
       in_.Fail("num_dim", fmt::format("{} dimensions cannot be", dimension_));
     }
     CheckNumber("num_nodes", nodes);
-    if (!in_.Ok()) return;
-    std::vector<double> together;
-    if (in_.Has("coord")) together = in_.Reals("coord", dimension_ * nodes);
-    const bool apart = !in_.Has("coord") && nodes > 0;
-    std::vector<double> axis;
-    for (std::size_t d = 0; d < dimension_ && in_.Ok(); ++d) {
-      if (apart) axis = in_.Reals(fmt::format("coord{}", "xyz"[d]), nodes);
-      if (!in_.Ok()) return;
-      deck_.coordinates.resize(3 * nodes);
-      for (std::size_t i = 0; i < nodes; ++i) {
-        deck_.coordinates[3 * i + d] = apart ? axis[i] : together[d * nodes + i];
+    KeepError();
+    if (faults_.size() > before_) {
+      is_over_ = true;  // nothing else makes sense
+      return;
+    }
+    AppendBy(deck_.coordinates, 3 * nodes,
+             [](double* to, std::size_t, std::size_t count) { std::fill_n(to, count, 0.0); });
+    std::set<std::size_t> not_finite;  // a bound of them
+    if (in_.Has("coord")) {
+      std::uint64_t place = 0;
+      in_.Reals("coord", dimension_ * nodes, [&](std::span<const double> values) {
+        for (const double value : values) {
+          const std::uint64_t at = place++;
+          PutCoordinate(at % nodes, at / nodes, value, not_finite);
+        }
+      });
+    } else if (nodes > 0) {
+      for (std::size_t d = 0; d < dimension_; ++d) {
+        std::size_t i = 0;
+        in_.Reals(fmt::format("coord{}", "xyz"[d]), nodes, [&](std::span<const double> values) {
+          for (const double value : values) PutCoordinate(i++, d, value, not_finite);
+        });
+        KeepError();
       }
     }
+    KeepError();
     deck_.node_keys = Ids("node_num_map", nodes, "nodes");
+    for (const std::size_t i : not_finite) {
+      Fault(fmt::format("node {}", deck_.node_keys[i]), "a coordinate is not a finite number");
+    }
+  }
+
+  void PutCoordinate(std::size_t node, std::size_t axis, double value,
+                     std::set<std::size_t>& not_finite) {
+    deck_.coordinates[3 * node + axis] = value;
+    if (!std::isfinite(value) && not_finite.size() < LossReport::kMostFaults) {
+      not_finite.insert(node);
+    }
   }
 
   std::vector<std::string> NamesOf(const std::string& variable, std::uint64_t count) {
@@ -144,7 +195,7 @@ class ExodusReader {
     const std::uint64_t blocks = Count("num_el_blk");
     CheckNumber("num_elem", elements);
     CheckNumber("num_el_blk", blocks);
-    if (!in_.Ok()) return;
+    if (!Ok()) return;
     const std::vector<std::int64_t> ids = IdsOf("eb_prop1", blocks);
     const std::vector<std::string> names = NamesOf("eb_names", blocks);
     // A bound on what the numbers below may ask for.
@@ -154,24 +205,20 @@ class ExodusReader {
       counts[b] = Count(fmt::format("num_el_in_blk{}", b + 1));
       total += std::min<std::uint64_t>(counts[b], 1u << 31);
     }
-    if (in_.Ok() && total != elements) {
-      in_.Fail("num_elem", fmt::format("the blocks have {} elements of {}", total, elements));
+    KeepError();
+    if (total != elements) {
+      Fault("num_elem", fmt::format("the blocks have {} elements of {}", total, elements));
+      is_over_ = true;
     }
-    if (!in_.Ok()) return;
+    if (is_over_ || ids.size() != blocks) return;
     element_keys_ = Ids("elem_num_map", elements, "elements");
-    if (!in_.Ok()) return;
-    index_.assign(elements, kAway);
-    for (std::size_t b = 0; b < blocks && in_.Ok(); ++b) {
+    MakeRoom(deck_.elements, elements);
+    const bool was_lossless = deck_.report.IsLossless();
+    for (std::size_t b = 0; b < blocks && Ok(); ++b) {
       ReadBlock(b + 1, ids[b], names[b], static_cast<std::int64_t>(counts[b]));
+      KeepError();
     }
-    if (!deck_.report.IsLossless()) {
-      const KeySet used(deck_.connectivity);
-      const auto unused = std::count_if(deck_.node_keys.begin(), deck_.node_keys.end(),
-                                        [&](Key key) { return !used.Contains(key); });
-      deck_.report.Changed("nodes that belong to no element that was read",
-                           static_cast<std::uint64_t>(unused), {},
-                           "only elements that were not read had them");
-    }
+    if (was_lossless && !deck_.report.IsLossless()) ReportUnused(deck_, deck_.report);
   }
 
   void ReadBlock(std::size_t number, std::int64_t id, const std::string& name, std::int64_t count) {
@@ -197,25 +244,36 @@ class ExodusReader {
                            static_cast<std::uint64_t>(count), fmt::format("block {}", id),
                            "the model has no such element: nodes that it lacks are left over");
     }
-    const std::vector<std::int64_t> nodes =
-        in_.Integers(connect, static_cast<std::uint64_t>(count * width));
-    if (!in_.Ok()) return;
     const auto used = static_cast<std::size_t>(FindElementType(kind->code)->nodes);
-    for (std::int64_t e = 0; e < count; ++e) {
-      const auto place = static_cast<std::size_t>(first + e);
-      index_[place] = deck_.elements.size();
-      deck_.elements.push_back({element_keys_[place], kind->code, deck_.connectivity.size()});
-      group.elements.push_back(element_keys_[place]);
-      for (std::size_t i = 0; i < used; ++i) {
-        const std::size_t from = kind->order ? static_cast<std::size_t>(kind->order[i]) : i;
-        const std::int64_t node = nodes[static_cast<std::size_t>(e * width) + from];
-        if (node < 1 || node > static_cast<std::int64_t>(deck_.node_keys.size())) {
-          return in_.Fail(connect, fmt::format("element {} names node {} of {}", e + 1, node,
-                                               deck_.node_keys.size()));
-        }
-        deck_.connectivity.push_back(deck_.node_keys[static_cast<std::size_t>(node) - 1]);
-      }
-    }
+    const auto per_row = static_cast<std::size_t>(width);
+    const auto nodes = static_cast<std::int64_t>(deck_.node_keys.size());
+    const std::size_t in_deck = deck_.elements.size();
+    const auto first_place = static_cast<std::size_t>(first);
+    MakeRoom(deck_.connectivity,
+             deck_.connectivity.size() + static_cast<std::size_t>(count) * used);
+    std::size_t e = 0;
+    in_.Integers(
+        connect, static_cast<std::uint64_t>(count * width),
+        [&](std::span<const std::int64_t> rows) {
+          for (; rows.size() >= per_row; rows = rows.subspan(per_row), ++e) {
+            deck_.elements.push_back(
+                {element_keys_[first_place + e], kind->code, deck_.connectivity.size()});
+            for (std::size_t i = 0; i < used; ++i) {
+              const std::int64_t node =
+                  rows[kind->order ? static_cast<std::size_t>(kind->order[i]) : i];
+              if (node < 1 || node > nodes) {
+                Fault(connect, fmt::format("element {} names node {} of {}", e + 1, node, nodes));
+                deck_.connectivity.resize(deck_.elements.back().first + used);
+                break;
+              }
+              deck_.connectivity.push_back(deck_.node_keys[static_cast<std::size_t>(node) - 1]);
+            }
+          }
+        });
+    if (!in_.Ok()) return;
+    blocks_.back().in_deck = in_deck;
+    const auto keys = element_keys_.begin() + first;
+    group.elements.assign(keys, keys + count);
     ReadAttributes(number, blocks_.back());
   }
 
@@ -244,7 +302,7 @@ class ExodusReader {
     for (std::int64_t e = 0; e < block.count; ++e) {
       const auto place = static_cast<std::size_t>(block.first + e);
       const double value = values[static_cast<std::size_t>(e) * stride + offset];
-      if (index_[place] == kAway || std::isnan(value)) continue;
+      if (block.in_deck == kAway || std::isnan(value)) continue;
       field.element_values.Add({value, static_cast<ITR>(element_keys_[place])});
     }
   }
@@ -266,10 +324,11 @@ class ExodusReader {
   void ReadVariables() {
     const std::uint64_t steps = Count("time_step");
     CheckNumber("time_step", steps);
-    if (!in_.Ok()) return;
+    if (!Ok()) return;
     std::vector<double> times;
     if (in_.Has("time_whole")) times = in_.Reals("time_whole", steps);
-    times.resize(in_.Ok() ? steps : 0);
+    KeepError();
+    times.resize(steps);
     const std::uint64_t of_nodes = Count("num_nod_var");
     const std::uint64_t of_elements = Count("num_elem_var");
     if (steps == 0 || of_nodes > 10000 || of_elements > 10000) return;
@@ -297,12 +356,15 @@ class ExodusReader {
     std::sort(parts.begin(), parts.end(), [](const Part& a, const Part& b) {
       return std::pair(a.variable, a.block) < std::pair(b.variable, b.block);
     });
-    for (std::uint64_t step = 0; step < steps && in_.Ok(); ++step) {
+    for (std::uint64_t step = 0; step < steps && Ok(); ++step) {
       const auto number = static_cast<std::int32_t>(step + 1);
-      for (std::size_t v = 0; v < of_nodes && !is_old && in_.Ok(); ++v) {
+      for (std::size_t v = 0; v < of_nodes && !is_old && Ok(); ++v) {
         const std::vector<double> values =
             in_.RealsAt(fmt::format("vals_nod_var{}", v + 1), step, nodes);
-        if (!in_.Ok()) return;
+        if (!in_.Ok()) {
+          KeepError();
+          continue;
+        }
         tagTField& field = Field(node_names[v], tagTField::kNodes, number, times[step]);
         field.node_values.Reserve(static_cast<std::int64_t>(nodes));
         for (std::size_t i = 0; i < nodes; ++i) {
@@ -314,7 +376,10 @@ class ExodusReader {
         const Block& block = blocks_[part.block];
         const std::vector<double> values =
             in_.RealsAt(part.name, step, static_cast<std::uint64_t>(block.count));
-        if (!in_.Ok()) return;
+        if (!in_.Ok()) {
+          KeepError();
+          continue;
+        }
         AddElementValues(
             Field(element_names[part.variable], tagTField::kElements, number, times[step]), block,
             values);
@@ -331,12 +396,11 @@ class ExodusReader {
         [&](std::size_t number, std::uint64_t count, Mesh::Group& group) {
           for (const std::int64_t node : in_.Integers(fmt::format("node_ns{}", number), count)) {
             if (node < 1 || node > static_cast<std::int64_t>(deck_.node_keys.size())) {
-              in_.Fail(fmt::format("node_ns{}", number), fmt::format("node {} is not there", node));
-              return;
+              Fault(fmt::format("node_ns{}", number), fmt::format("node {} is not there", node));
+              continue;
             }
             group.nodes.push_back(deck_.node_keys[static_cast<std::size_t>(node) - 1]);
           }
-          TellOfFactors(fmt::format("dist_fact_ns{}", number), fmt::format("num_nod_ns{}", number));
         });
     ForEachSet("num_elem_sets", "els", "element set", tagTSetTag::kElements, "num_ele_els",
                [&](std::size_t number, std::uint64_t count, Mesh::Group& group) {
@@ -374,26 +438,34 @@ class ExodusReader {
   void ForEachSet(const char* dimension, const std::string& letters, const char* what, int kind,
                   const char* size, const Fill& fill) {
     const std::uint64_t sets = Count(dimension);
-    if (!in_.Ok() || sets == 0) return;
+    if (!Ok() || sets == 0) return;
     CheckNumber(dimension, sets);
-    if (!in_.Ok()) return;
+    if (!Ok()) return KeepError();
     const std::vector<std::int64_t> ids = IdsOf(letters + "_prop1", sets);
     const std::vector<std::string> names = NamesOf(letters + "_names", sets);
-    for (std::size_t s = 0; s < sets && in_.Ok(); ++s) {
+    KeepError();
+    if (ids.size() != sets) return;
+    for (std::size_t s = 0; s < sets && Ok(); ++s) {
       Mesh::Group& group = AddGroup(names[s], what, ids[s], kind, -1);
       const std::uint64_t count = Count(size + std::to_string(s + 1));
       if (count > 0) fill(s + 1, count, group);
+      KeepError();
     }
   }
 
   /// The element at a place of the file, from 1; null for one that was left out.
   const Mesh::Element* ElementAt(const std::string& variable, std::int64_t place) {
-    if (place < 1 || place > static_cast<std::int64_t>(index_.size())) {
-      in_.Fail(variable, fmt::format("element {} is not there", place));
+    if (place < 1 || place > static_cast<std::int64_t>(element_keys_.size())) {
+      Fault(variable, fmt::format("element {} is not there", place));
       return nullptr;
     }
-    const std::size_t index = index_[static_cast<std::size_t>(place) - 1];
-    return index == kAway ? nullptr : &deck_.elements[index];
+    const auto behind =
+        std::upper_bound(blocks_.begin(), blocks_.end(), place - 1,
+                         [](std::int64_t at, const Block& block) { return at < block.first; });
+    if (behind == blocks_.begin()) return nullptr;
+    const Block& block = *std::prev(behind);
+    if (block.in_deck == kAway || place - 1 >= block.first + block.count) return nullptr;
+    return &deck_.elements[block.in_deck + static_cast<std::size_t>(place - 1 - block.first)];
   }
 
   void ReadSides(std::size_t number, std::uint64_t count, Mesh::Group& group) {
@@ -402,7 +474,7 @@ class ExodusReader {
     const std::vector<std::int64_t> sides = in_.Integers(fmt::format("side_ss{}", number), count);
     std::uint64_t gone = 0;
     std::unordered_set<Key> seen;
-    for (std::size_t i = 0; i < count && in_.Ok(); ++i) {
+    for (std::size_t i = 0; i < sides.size() && Ok(); ++i) {
       const Mesh::Element* element = ElementAt(elements_name, elements[i]);
       if (!element) {
         ++gone;
@@ -410,9 +482,9 @@ class ExodusReader {
       }
       const std::int32_t side = SideOfExodus(element->type, sides[i], dimension_ == 3);
       if (side < 0) {
-        in_.Fail(fmt::format("side_ss{}", number),
-                 fmt::format("element {} has no side {}", element->key, sides[i]));
-        return;
+        Fault(fmt::format("side_ss{}", number),
+              fmt::format("element {} has no side {}", element->key, sides[i]));
+        continue;
       }
       group.tags[0].sides.emplace_back(element->key, side);
       for (const Key node : NodesOf(*element, side)) {
@@ -421,7 +493,6 @@ class ExodusReader {
     }
     deck_.report.Lost("sides of elements that were not read", gone, group.name,
                       "their elements were left out");
-    TellOfFactors(fmt::format("dist_fact_ss{}", number), fmt::format("num_df_ss{}", number));
   }
 
   std::vector<Key> NodesOf(const Mesh::Element& element, std::int32_t side) const {
@@ -442,19 +513,21 @@ class ExodusReader {
   }
 
   /// Factors that are not 1 have no place in the model.
-  void TellOfFactors(const std::string& variable, const std::string& dimension) {
-    if (!in_.Ok() || !in_.Has(variable)) return;
-    const std::vector<double> factors = in_.Reals(variable, Count(dimension));
-    const auto others =
-        std::count_if(factors.begin(), factors.end(), [](double factor) { return factor != 1; });
-    deck_.report.Lost("distribution factors of sets", static_cast<std::uint64_t>(others), variable,
+  void TellOfFactors(const std::string& variable) {
+    std::uint64_t others = 0;
+    in_.Reals(variable, NcReader::kAny, [&](std::span<const double> factors) {
+      others += static_cast<std::uint64_t>(
+          std::count_if(factors.begin(), factors.end(), [](double factor) { return factor != 1; }));
+    });
+    KeepError();
+    deck_.report.Lost("distribution factors of sets", others, variable,
                       "the model has no place for them");
   }
 
   // ---- the rest -----------------------------------------------------------------------------
 
   void ReadTexts() {
-    if (!in_.Ok()) return;
+    if (!Ok()) return;
     tagTOrigin origin;
     origin.title.Set(Utf16(in_.TextAttribute("", "title")));
     deck_.Of<tagTOrigin>().push_back(origin);
@@ -465,7 +538,8 @@ class ExodusReader {
       for (const std::string& line : in_.Texts(name)) {
         text += (IsUtf8(line) ? line : std::string("?")) + "\n";
       }
-      if (!in_.Ok() || text.empty()) continue;
+      KeepError();
+      if (text.empty()) continue;
       tagTCarried carried;
       carried.key = ++order;
       carried.format.Set(u"exodus");
@@ -480,7 +554,7 @@ class ExodusReader {
   /// Whatever is in the file and was not read is told: by name, so that nothing is lost that nobody
   /// thought of.
   void TellOfTheRest() {
-    if (!in_.Ok()) return;
+    if (!Ok()) return;
     struct Kind {
       std::string_view head;  ///< of the names of variables
       const char* what;       ///< null for what is read, or follows from what is
@@ -510,7 +584,6 @@ class ExodusReader {
         {"elem_els", nullptr},
         {"elem_ss", nullptr},
         {"side_ss", nullptr},
-        {"dist_fact_", nullptr},  // told set by set
         {"time_whole", nullptr},
         {"name_nod_var", nullptr},
         {"name_elem_var", nullptr},
@@ -538,6 +611,10 @@ class ExodusReader {
     };
     LossReport& report = deck_.report;
     for (const std::string& variable : in_.Variables()) {
+      if (variable.starts_with("dist_fact_")) {
+        TellOfFactors(variable);
+        continue;
+      }
       const auto* const kind =
           std::find_if(std::begin(kKinds), std::end(kKinds),
                        [&](const Kind& known) { return variable.starts_with(known.head); });
@@ -560,11 +637,13 @@ class ExodusReader {
   NcReader& in_;
   const std::string& name_;
   const ReadOptions& options_;
+  std::vector<Failure>& faults_;
+  std::size_t before_;
+  bool is_over_ = false;
   std::uint64_t dimension_ = 3;
   Deck deck_;
   std::vector<Block> blocks_;
-  std::vector<Key> element_keys_;   // by place in the file
-  std::vector<std::size_t> index_;  // in the deck, by place in the file
+  std::vector<Key> element_keys_;  // by place in the file
   std::map<std::tuple<std::string, std::int32_t, std::int32_t>, std::size_t> fields_;
 };
 
@@ -573,15 +652,25 @@ class ExodusReader {
 Result<Deck> ReadExodus(const std::string& path, const ReadOptions& options,
                         std::vector<Failure>& faults) {
   const auto file = NcReader::Open(path);
-  Result<Deck> deck = file ? ExodusReader(**file, path, options).Read() : file.Error();
-  if (!deck) faults.push_back(deck.Error());
-  return deck;
+  if (!file) {
+    faults.push_back(file.Error());
+    return file.Error();
+  }
+  const std::size_t before = faults.size();
+  std::optional<Deck> deck = ExodusReader(**file, path, options, faults).Read();
+  if (!deck) return faults[before];
+  return std::move(*deck);
 }
 
-Result<Deck> ParseExodus(std::string_view bytes, const std::string& name) {
+Result<Deck> ParseExodus(std::string_view bytes, const std::string& name,
+                         std::vector<Failure>* faults) {
   const auto file = NcReader::OpenMemory(bytes, name);
   if (!file) return file.Error();
-  return ExodusReader(**file, name, {}).Read();
+  std::vector<Failure> found;
+  std::optional<Deck> deck = ExodusReader(**file, name, {}, found).Read();
+  if (faults) faults->insert(faults->end(), found.begin(), found.end());
+  if (!deck) return found.front();
+  return std::move(*deck);
 }
 
 }  // namespace qx::exchange

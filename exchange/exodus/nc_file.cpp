@@ -170,6 +170,12 @@ void NcReader::Fail(std::string place, std::string what) {
   }
 }
 
+Failure NcReader::TakeError() {
+  Failure failure = std::move(*failure_);
+  failure_.reset();
+  return failure;
+}
+
 std::optional<std::uint64_t> NcReader::Dimension(const std::string& name) const {
   int id = 0;
   std::size_t length = 0;
@@ -230,40 +236,66 @@ bool NcReader::Admit(const std::string& variable, std::uint64_t count, std::uint
   return true;
 }
 
-std::vector<std::int64_t> NcReader::Integers(const std::string& variable, std::uint64_t count) {
+/// Reads rows of a variable, so many at a time.
+template <class T, class See>
+void NcReader::ReadInPieces(const std::string& variable, std::uint64_t count, const See& see) {
   std::vector<std::size_t> lengths;
   const int id = Find(variable, lengths);
-  if (id < 0) return {};
+  if (id < 0) return;
   std::uint64_t have = 1;
   for (const std::size_t length : lengths) have *= std::min<std::uint64_t>(length, 1u << 31);
-  if (have != count) {
-    Fail(variable, fmt::format("it has {} values of {}", have, count));
-    return {};
+  if (count != kAny && have != count) {
+    return Fail(variable, fmt::format("it has {} values of {}", have, count));
   }
-  if (!Admit(variable, count, sizeof(std::int64_t))) return {};
-  std::vector<std::int64_t> values(count);
-  static_assert(sizeof(long long) == sizeof(std::int64_t));
-  const int status =
-      count == 0 ? NC_NOERR
-                 : nc_get_var_longlong(id_, id, reinterpret_cast<long long*>(values.data()));
-  if (status != NC_NOERR) Fail(variable, nc_strerror(status));
+  if (have == 0 || !Admit(variable, have, sizeof(T))) return;
+  if (lengths.empty()) lengths.push_back(1);
+  const std::size_t width = have / lengths[0];
+  std::size_t rows = std::max<std::size_t>(std::size_t{1 << 15} / width, 1);
+  // What HDF5 packs it unpacks in pieces of its own, which may be larger.
+  int container = NC_FORMAT_CLASSIC;
+  nc_inq_format(id_, &container);
+  const bool is_plain = container == NC_FORMAT_CLASSIC || container == NC_FORMAT_64BIT_OFFSET ||
+                        container == NC_FORMAT_64BIT_DATA;
+  rows = std::min(is_plain ? rows : lengths[0], lengths[0]);
+  std::vector<T> values(rows * width);
+  std::vector<std::size_t> start(lengths.size());
+  std::vector<std::size_t> piece = lengths;
+  for (; start[0] < lengths[0]; start[0] += piece[0]) {
+    piece[0] = std::min(rows, lengths[0] - start[0]);
+    int status = NC_NOERR;
+    if constexpr (std::is_same_v<T, double>) {
+      status = nc_get_vara_double(id_, id, start.data(), piece.data(), values.data());
+    } else {
+      static_assert(sizeof(long long) == sizeof(T));
+      status = nc_get_vara_longlong(id_, id, start.data(), piece.data(),
+                                    reinterpret_cast<long long*>(values.data()));
+    }
+    if (status != NC_NOERR) return Fail(variable, nc_strerror(status));
+    see(std::span<const T>(values).first(piece[0] * width));
+  }
+}
+
+void NcReader::Integers(const std::string& variable, std::uint64_t count, const SeeIntegers& see) {
+  ReadInPieces<std::int64_t>(variable, count, see);
+}
+
+void NcReader::Reals(const std::string& variable, std::uint64_t count, const SeeReals& see) {
+  ReadInPieces<double>(variable, count, see);
+}
+
+std::vector<std::int64_t> NcReader::Integers(const std::string& variable, std::uint64_t count) {
+  std::vector<std::int64_t> values;
+  Integers(variable, count, [&](std::span<const std::int64_t> piece) {
+    values.insert(values.end(), piece.begin(), piece.end());
+  });
   return Ok() ? values : std::vector<std::int64_t>();
 }
 
 std::vector<double> NcReader::Reals(const std::string& variable, std::uint64_t count) {
-  std::vector<std::size_t> lengths;
-  const int id = Find(variable, lengths);
-  if (id < 0) return {};
-  std::uint64_t have = 1;
-  for (const std::size_t length : lengths) have *= std::min<std::uint64_t>(length, 1u << 31);
-  if (have != count) {
-    Fail(variable, fmt::format("it has {} values of {}", have, count));
-    return {};
-  }
-  if (!Admit(variable, count, sizeof(double))) return {};
-  std::vector<double> values(count);
-  const int status = count == 0 ? NC_NOERR : nc_get_var_double(id_, id, values.data());
-  if (status != NC_NOERR) Fail(variable, nc_strerror(status));
+  std::vector<double> values;
+  Reals(variable, count, [&](std::span<const double> piece) {
+    values.insert(values.end(), piece.begin(), piece.end());
+  });
   return Ok() ? values : std::vector<double>();
 }
 

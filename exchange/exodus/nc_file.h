@@ -2,9 +2,11 @@
 // netCDF files, of any container, by the names of what is in them.
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -28,6 +30,8 @@ class NcReader {
   bool Ok() const { return !failure_; }
   const Failure& Error() const { return *failure_; }
   void Fail(std::string place, std::string what);
+  /// The failure, after which the reader goes on as if there was none.
+  Failure TakeError();
   /// More values than the file can have.
   std::uint64_t MostValues() const { return left_ / 8; }
 
@@ -41,6 +45,13 @@ class NcReader {
   /// All values of a variable; it fails unless they are `count`.
   std::vector<std::int64_t> Integers(const std::string& variable, std::uint64_t count);
   std::vector<double> Reals(const std::string& variable, std::uint64_t count);
+  /// The same in pieces that stay in the cache, in order; no number of values is asked for where
+  /// `count` is kAny.
+  static constexpr std::uint64_t kAny = ~std::uint64_t{0};
+  using SeeIntegers = std::function<void(std::span<const std::int64_t>)>;
+  using SeeReals = std::function<void(std::span<const double>)>;
+  void Integers(const std::string& variable, std::uint64_t count, const SeeIntegers& see);
+  void Reals(const std::string& variable, std::uint64_t count, const SeeReals& see);
   /// One step of a variable whose first dimension are steps.
   std::vector<double> RealsAt(const std::string& variable, std::uint64_t step, std::uint64_t count);
   /// Texts of a variable of characters, without what pads them; as many as its first dimensions
@@ -55,6 +66,8 @@ class NcReader {
   /// Number of a variable and its lengths; -1, with a failure, where it is not there.
   int Find(const std::string& variable, std::vector<std::size_t>& lengths);
   bool Admit(const std::string& variable, std::uint64_t count, std::uint64_t width);
+  template <class T, class See>
+  void ReadInPieces(const std::string& variable, std::uint64_t count, const See& see);
 
   std::unique_lock<std::mutex> lock_;
   std::string name_;
