@@ -1,6 +1,7 @@
 #include "exchange/exodus/exodus_reader.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdio>
 #include <fmt/format.h>
@@ -247,29 +248,37 @@ class ExodusReader {
     const auto used = static_cast<std::size_t>(FindElementType(kind->code)->nodes);
     const auto per_row = static_cast<std::size_t>(width);
     const auto nodes = static_cast<std::int64_t>(deck_.node_keys.size());
+    const Key* const node_keys = deck_.node_keys.data();
     const std::size_t in_deck = deck_.elements.size();
     const auto first_place = static_cast<std::size_t>(first);
     MakeRoom(deck_.connectivity,
              deck_.connectivity.size() + static_cast<std::size_t>(count) * used);
+    std::array<std::size_t, 20> order;
+    for (std::size_t i = 0; i < used; ++i) {
+      order[i] = kind->order ? static_cast<std::size_t>(kind->order[i]) : i;
+    }
     std::size_t e = 0;
-    in_.Integers(
-        connect, static_cast<std::uint64_t>(count * width),
-        [&](std::span<const std::int64_t> rows) {
-          for (; rows.size() >= per_row; rows = rows.subspan(per_row), ++e) {
-            deck_.elements.push_back(
-                {element_keys_[first_place + e], kind->code, deck_.connectivity.size()});
-            for (std::size_t i = 0; i < used; ++i) {
-              const std::int64_t node =
-                  rows[kind->order ? static_cast<std::size_t>(kind->order[i]) : i];
-              if (node < 1 || node > nodes) {
-                Fault(connect, fmt::format("element {} names node {} of {}", e + 1, node, nodes));
-                deck_.connectivity.resize(deck_.elements.back().first + used);
-                break;
-              }
-              deck_.connectivity.push_back(deck_.node_keys[static_cast<std::size_t>(node) - 1]);
-            }
+    const auto add = [&](std::span<const std::int64_t> rows) {
+      const std::size_t more = rows.size() / per_row;
+      std::size_t at = deck_.connectivity.size();
+      deck_.connectivity.resize(at + more * used);
+      Key* to = deck_.connectivity.data() + at;
+      for (const std::int64_t* row = rows.data(); row < rows.data() + more * per_row;
+           row += per_row, ++e, at += used) {
+        deck_.elements.push_back({element_keys_[first_place + e], kind->code, at});
+        for (std::size_t i = 0; i < used; ++i) {
+          const std::int64_t node = row[order[i]];
+          if (node >= 1 && node <= nodes) {
+            *to++ = node_keys[node - 1];
+            continue;
           }
-        });
+          Fault(connect, fmt::format("element {} names node {} of {}", e + 1, node, nodes));
+          to += used - i;
+          break;
+        }
+      }
+    };
+    in_.Integers(connect, static_cast<std::uint64_t>(count * width), add);
     if (!in_.Ok()) return;
     blocks_.back().in_deck = in_deck;
     const auto keys = element_keys_.begin() + first;

@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <fmt/format.h>
 #include <gtest/gtest.h>
+#include <limits>
 
 #include "qx_db/app/topology_table.h"
 #include "qx_db/gateway/document.h"
@@ -17,6 +18,7 @@
 #include "exchange/exodus/exodus_kinds.h"
 #include "exchange/exodus/exodus_reader.h"
 #include "exchange/exodus/exodus_writer.h"
+#include "exchange/exodus/nc_file.h"
 #include "exchange/msh/msh_reader.h"
 #include "exchange/transfer.h"
 #include "host/session.h"
@@ -305,6 +307,85 @@ TEST_F(ExodusModelTest, EveryTruncationAndWrongBytesAreReadOrRefused) {
   }
   EXPECT_NE(ParseExodus("CDF", "short.e").Error().Line().find("is no netCDF file"),
             std::string::npos);
+}
+
+// ---- faults and losses --------------------------------------------------------------------------
+
+/// A file of sixty hexahedra on eight nodes with a set of all nodes, written array by array.
+struct Sixty {
+  std::vector<std::int32_t> connect;
+  std::vector<std::int32_t> members{1, 2, 3, 4, 5, 6, 7, 8};
+  std::vector<double> factors = std::vector<double>(8, 1.0);
+  std::vector<double> x = std::vector<double>(8, 0.5);
+
+  Sixty() {
+    for (int e = 0; e < 60; ++e) {
+      for (int i = 1; i <= 8; ++i) connect.push_back(i);
+    }
+  }
+  void Write(const std::string& path) const {
+    using Type = NcWriter::Type;
+    NcWriter out(path, false);
+    const int nodes = out.Dimension("num_nodes", 8);
+    const int elements = out.Dimension("num_el_in_blk1", 60);
+    const int members_length = out.Dimension("num_nod_ns1", 8);
+    out.Dimension("num_dim", 3);
+    out.Dimension("num_elem", 60);
+    out.Dimension("num_el_blk", 1);
+    out.Dimension("num_node_sets", 1);
+    for (const char* axis : {"coordx", "coordy", "coordz"}) out.Define(axis, Type::kReal, {nodes});
+    out.Define("connect1", Type::kInteger, {elements, out.Dimension("num_nod_per_el1", 8)});
+    out.Text("connect1", "elem_type", "HEX");
+    out.Define("node_ns1", Type::kInteger, {members_length});
+    out.Define("dist_fact_ns1", Type::kReal, {members_length});
+    out.EndDefinitions();
+    for (const char* axis : {"coordx", "coordy", "coordz"}) out.Put(axis, x);
+    out.Put("connect1", connect);
+    out.Put("node_ns1", members);
+    out.Put("dist_fact_ns1", factors);
+    ASSERT_EQ(out.Finish(), "");
+  }
+};
+
+TEST(ExodusFaults, AllAreTold) {
+  const ScratchFolder folder;
+  Sixty file;
+  std::string expected;
+  for (std::size_t e = 3; e < 43; ++e) {
+    file.connect[8 * e + e % 8] = 9;
+    expected += fmt::format("connect1: element {} names node 9 of 8\n", e + 1);
+  }
+  file.members[6] = 77;
+  expected += "node_ns1: node 77 is not there\n";
+  file.x[4] = std::numeric_limits<double>::quiet_NaN();
+  expected = "node 5: a coordinate is not a finite number\n" + expected;
+  file.Write(folder.Path("a.e"));
+  std::vector<Failure> faults;
+  EXPECT_FALSE(ReadExodus(folder.Path("a.e"), {}, faults));
+  std::string told;
+  for (const Failure& fault : faults) told += fault.place + ": " + fault.what + '\n';
+  EXPECT_EQ(told, expected);
+  for (std::int32_t& node : file.connect) node = -1;
+  file.Write(folder.Path("b.e"));
+  faults.clear();
+  EXPECT_FALSE(ReadExodus(folder.Path("b.e"), {}, faults));
+  EXPECT_EQ(faults.size(), LossReport::kMostFaults);
+}
+
+TEST(ExodusLosses, DistributionFactorsAreTold) {
+  const ScratchFolder folder;
+  Sixty file;
+  for (const bool has_others : {false, true}) {
+    if (has_others) file.factors[2] = file.factors[3] = 0.25;
+    file.Write(folder.Path("a.e"));
+    std::vector<Failure> faults;
+    const Result<Deck> deck = ReadExodus(folder.Path("a.e"), {}, faults);
+    ASSERT_TRUE(deck) << deck.AsOutcome().Line();
+    const Loss lost{Loss::Kind::kLost, "distribution factors of sets", 2, "dist_fact_ns1",
+                    "the model has no place for them"};
+    EXPECT_EQ(std::count(deck->report.entries.begin(), deck->report.entries.end(), lost),
+              has_others ? 1 : 0);
+  }
 }
 
 }  // namespace
