@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <fmt/format.h>
 #include <map>
+#include <optional>
+#include <span>
 #include <unordered_map>
 
 #include "qx_db/app/topology_table.h"
@@ -52,26 +54,36 @@ class RecordAdder {
       return true;
     }
     GiveKeys(*pool, records);
-    std::vector<std::pair<ITR, std::size_t>> again;  // of which a target came later
-    for (std::size_t i = 0; i < records.size(); ++i) {
-      RenameReferences(schema, records[i]);
-      records[i].ConvertUnitIn(&session_.Units());
-      T resolved = records[i];
-      const int unknown = KeysToIterators(schema, resolved, session_, ReferenceScope::kAll);
-      const ITR added = pool->InsertNU(&resolved);
+    const std::span<const Row* const> references = schema.References();
+    const bool may_name_later = std::any_of(references.begin(), references.end(),
+                                            [](const Row* row) { return row->target == T::kType; });
+    std::vector<std::pair<ITR, T>> again;  // of which a target came later
+    for (T& record : records) {
+      RenameReferences(schema, record);
+      record.ConvertUnitIn(&session_.Units());
+      std::optional<T> before;
+      if (may_name_later) before = record;
+      const int unknown = KeysToIterators(schema, record, session_, ReferenceScope::kAll);
+      const ITR added = pool->InsertNU(&record);
       if (!added) return false;
-      if (unknown > 0) again.emplace_back(added, i);
+      if (unknown > 0 && before) again.emplace_back(added, std::move(*before));
+      if (!before) TellOfUnknown(schema, unknown, record.key);
+      record = T();  // carried text may be most of a deck
     }
-    for (const auto& [item, i] : again) {
-      const int unknown = KeysToIterators(schema, records[i], session_, ReferenceScope::kAll);
-      report_.Lost("references to records that are not there", static_cast<std::uint64_t>(unknown),
-                   fmt::format("{} {}", NameOf(schema), records[i].key));
-      if (!pool->SetAtNU(item, &records[i])) return false;
+    for (auto& [item, record] : again) {
+      const int unknown = KeysToIterators(schema, record, session_, ReferenceScope::kAll);
+      TellOfUnknown(schema, unknown, record.key);
+      if (!pool->SetAtNU(item, &record)) return false;
     }
     return true;
   }
 
  private:
+  void TellOfUnknown(const Schema& schema, int unknown, Key key) {
+    report_.Lost("references to records that are not there", static_cast<std::uint64_t>(unknown),
+                 fmt::format("{} {}", NameOf(schema), key));
+  }
+
   /// The records' own keys where they are free; new ones otherwise.
   template <class T>
   void GiveKeys(DPoolBase& pool, std::vector<T>& records) {
@@ -277,34 +289,34 @@ class DeckMaker {
 
 }  // namespace
 
-Outcome AddDeck(CQXDBSession& session, const Deck& deck, const std::string& file,
-                LossReport& report, const Progress& progress) {
+Outcome AddDeck(CQXDBSession& session, Deck deck, const std::string& file, LossReport& report,
+                const Progress& progress) {
   CTransaction step(&session);
   step.Begin(qxLoadText("IDS_QX_TRANS_Import_Mesh").c_str());
   const auto refused = [&] {
     return Failure{file, "", "the model refuses the deck", "check the file"};
   };
-  LossReport found = deck.report;
+  LossReport found = std::move(deck.report);
   RecordAdder adder(session, found);
-  const bool before = adder.Add(deck.Of<tagTCord>()) && adder.Add(deck.Of<tagTMatl>()) &&
-                      adder.Add(deck.Of<tagTProp>());
-  if (!before) return refused();
+  const auto add = [&]<class... T>(std::vector<T>&... lists) {
+    return (adder.Add(std::move(lists)) && ...);
+  };
+  if (!add(deck.Of<tagTCord>(), deck.Of<tagTMatl>(), deck.Of<tagTProp>())) return refused();
   AddReport added;
   Outcome done = AddMesh(session, deck, file, &added, adder.KeysOf(code::kProp), progress);
   if (!done) return done;
   found.Append(added.losses);
   adder.SetSetKeys(added.set_keys);
   std::vector<tagTSetTag> tags = TagsOf(deck);
-  const std::vector<tagTSetTag>& others = deck.Of<tagTSetTag>();  // of other formats
+  std::vector<tagTSetTag>& others = deck.Of<tagTSetTag>();  // of other formats
   tags.insert(tags.end(), others.begin(), others.end());
-  const bool after = adder.Add(deck.Of<tagTMeshCsys>()) && adder.Add(deck.Of<tagTEcrd>()) &&
-                     adder.Add(deck.Of<tagTE1DOffset>()) && adder.Add(deck.Of<tagTE1DRelease>()) &&
-                     adder.Add(deck.Of<tagTE2DThick>()) && adder.Add(deck.Of<tagTE2DOffset>()) &&
-                     adder.Add(deck.Of<tagTE2DMatlCsys>()) &&
-                     adder.Add(deck.Of<tagTE3DMatlCsys>()) && adder.Add(deck.Of<tagTSprop>()) &&
-                     adder.Add(deck.Of<tagTBset>()) && adder.Add(deck.Of<tagTField>()) &&
-                     adder.Add(std::move(tags)) && adder.Add(deck.Of<tagTBlock>()) &&
-                     adder.Add(deck.Of<tagTCarried>()) && adder.Add(deck.Of<tagTOrigin>());
+  static_cast<Mesh&>(deck) = {};
+  const bool after =
+      add(deck.Of<tagTMeshCsys>(), deck.Of<tagTEcrd>(), deck.Of<tagTE1DOffset>(),
+          deck.Of<tagTE1DRelease>(), deck.Of<tagTE2DThick>(), deck.Of<tagTE2DOffset>(),
+          deck.Of<tagTE2DMatlCsys>(), deck.Of<tagTE3DMatlCsys>(), deck.Of<tagTSprop>(),
+          deck.Of<tagTBset>(), deck.Of<tagTField>(), tags, deck.Of<tagTBlock>(),
+          deck.Of<tagTCarried>(), deck.Of<tagTOrigin>());
   if (!after || !step.Commit()) return refused();
   report.Append(found);
   return {};

@@ -187,7 +187,7 @@ Outcome Import(CQXDBSession& session, const std::string& path, const ImportOptio
     }
   }
   NewUnits in_units(session, *units, options.set_model_units);
-  Outcome added = AddDeck(session, *deck, path, report, add);
+  Outcome added = AddDeck(session, std::move(*deck), path, report, add);
   if (added) in_units.Keep();
   return added;
 }

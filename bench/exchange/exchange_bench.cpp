@@ -122,7 +122,8 @@ class Server {
     CQXDBSession session(AddStandardPools);
     exchange::LossReport report;
     Outcome done;
-    const double seconds = Time([&] { done = AddDeck(session, deck_, path, report); });
+    exchange::Deck deck = deck_;
+    const double seconds = Time([&] { done = AddDeck(session, std::move(deck), path, report); });
     return done ? Seconds(seconds) : "failed: " + done.Error().Line();
   }
 

@@ -33,7 +33,10 @@ std::string Apply(std::string_view text, std::vector<InpEdit> edits, std::size_t
   std::stable_sort(edits.begin(), edits.end(),
                    [&order](const InpEdit& a, const InpEdit& b) { return order(a) < order(b); });
   end = std::min(end, text.size());
+  std::size_t size = end - std::min(begin, end);
+  for (const InpEdit& edit : edits) size += edit.text.size();
   std::string out;
+  out.reserve(size + 1);
   std::size_t done = begin;
   for (const InpEdit& edit : edits) {
     if (edit.begin < done || edit.end > end) continue;
@@ -60,6 +63,11 @@ InpEditor::InpEditor(const InpText& text, const InpModel& model, const Deck& now
       states_(model.placements.size()),
       new_(now, systems, report),
       section_names_(SectionNames(model)) {
+  // Of the deck as it was, only what is not the mesh is looked at.
+  then_.node_keys = {};
+  then_.coordinates = {};
+  then_.elements = {};
+  then_.connectivity = {};
   for (std::size_t i = 0; i < now.node_keys.size(); ++i) {
     steps_.Step();
     node_place_.Add(now.node_keys[i], i);

@@ -163,7 +163,8 @@ Outcome WriteAbaqus(CQXDBSession& session, const std::string& path, const WriteO
                     LossReport& report) {
   if (Outcome fits = CheckCanBeWritten(session, path); !fits) return fits;
   LossReport found;
-  const Deck now = DeckOf(session, ShareOf(options.progress, 0, 0.3));
+  Deck now = DeckOf(session, ShareOf(options.progress, 0, 0.3));
+  now.Of<tagTCarried>() = {};  // its text may be most of the deck, and is there already
   const SystemFrames systems = SystemsOf(session);
   found.Append(now.report);
   if (options.progress) options.progress(0.3);
