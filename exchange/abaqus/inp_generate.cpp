@@ -42,6 +42,7 @@ void InpParser::AddGenerated(std::int64_t number, const Vector3& point, std::siz
 void InpParser::GenerateNodes() {
   const auto shape = Parameter("LINE");
   const char kind = shape && !shape->empty() ? InpLabel(*shape)[0] : 'L';
+  const InpInput input = model_.inputs[GivenInput()];
   BeginNodeRun();
   const std::size_t first = Scope().numbers.size();
   InpLines lines = Lines();
@@ -77,7 +78,7 @@ void InpParser::GenerateNodes() {
     const Vector3 b = Scope().Point(at_high);
     Vector3 extra;
     if (kind != 'L') {
-      extra = model_.inputs[input_].frame.To(VectorAt(fields, 4, line));
+      extra = input.To(VectorAt(fields, 4, line));
       if (fields.size() > 3 && !fields[3].empty()) {
         const Key node = Number(fields[3], line, "a node");
         const std::size_t at = Scope().nodes.Find(node);

@@ -59,22 +59,26 @@ void InpParser::AddNode(Key number, const Vector3& point, InpSpot spot) {
   scope.node_at.push_back(spot);
 }
 
-void InpParser::ReadNodes() {
-  std::size_t input = input_;
-  if (const auto system = Parameter("SYSTEM"); system && !system->empty()) {
-    const std::string label = InpLabel(*system);
-    const std::int32_t type = label.starts_with('C')   ? tagTCord::kCylindrical
-                              : label.starts_with('S') ? tagTCord::kSpherical
-                                                       : tagTCord::kRectangular;
-    if (type == tagTCord::kSpherical) {
-      model_.report.Assumed(
-          "the third spherical coordinate of nodes is their angle from the equator");
-    }
-    if (type != tagTCord::kRectangular) {
-      model_.inputs.push_back({type, model_.inputs[input_].frame});
-      input = model_.inputs.size() - 1;
-    }
+/// Index of the input that the block's coordinates are given in: that of *SYSTEM, in the
+/// coordinates that SYSTEM= of the block itself tells.
+std::size_t InpParser::GivenInput() {
+  const auto system = Parameter("SYSTEM");
+  if (!system || system->empty()) return input_;
+  const std::string label = InpLabel(*system);
+  const std::int32_t type = label.starts_with('C')   ? tagTCord::kCylindrical
+                            : label.starts_with('S') ? tagTCord::kSpherical
+                                                     : tagTCord::kRectangular;
+  if (type == tagTCord::kRectangular) return input_;
+  if (type == tagTCord::kSpherical) {
+    model_.report.Assumed(
+        "the third spherical coordinate of nodes is their angle from the equator");
   }
+  model_.inputs.push_back({type, model_.inputs[input_].frame});
+  return model_.inputs.size() - 1;
+}
+
+void InpParser::ReadNodes() {
+  const std::size_t input = GivenInput();
   BeginNodeRun();
   Scope().node_runs.back().input = input;
   const std::size_t first = Scope().numbers.size();

@@ -55,6 +55,7 @@ class InpParser {
 
   // ---- nodes, elements and sets (inp_mesh.cpp) --------------------------------------------------
 
+  std::size_t GivenInput();
   void ReadNodes();
   void ReadElements();
   void ReadSystem();
