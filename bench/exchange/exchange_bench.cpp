@@ -1,5 +1,6 @@
 // Answers compare.py, which sets our readers and writers beside those of other programs: a line in
-// names the work, a line out has its seconds, or "failed" and why.
+// names the work, a line out has its seconds, by the clock and of the processor, or "failed" and
+// why.
 //
 //   make SIDE                a model of SIDE^3 hexahedra
 //   write PATH [NAME=VALUE]  exports it
@@ -9,6 +10,7 @@
 //   netcdf PATH              what the library takes to read all arrays of such a file
 //   peak                     megabytes that the process had at most
 
+#include <ctime>
 #include <fmt/format.h>
 #include <fstream>
 #include <iostream>
@@ -18,6 +20,7 @@
 #endif
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "qx_db/core/transaction.h"
@@ -30,6 +33,18 @@ namespace qx::bench {
 namespace {
 
 constexpr std::int32_t kHexahedron = 14;
+
+struct Seconds {
+  double clock = 0;
+  double processor = 0;
+};
+
+template <class Work>
+Seconds Timed(Work&& work) {
+  const std::clock_t begin = std::clock();
+  const double clock = Time(std::forward<Work>(work));
+  return {clock, static_cast<double>(std::clock() - begin) / CLOCKS_PER_SEC};
+}
 
 class Server {
  public:
@@ -52,7 +67,9 @@ class Server {
   }
 
  private:
-  static std::string Seconds(double seconds) { return fmt::format("{:.6f}", seconds); }
+  static std::string Told(const Seconds& seconds) {
+    return fmt::format("{:.6f} {:.6f}", seconds.clock, seconds.processor);
+  }
 
   std::string Make(int side) {
     model_ = std::make_unique<CQXDBSession>(AddStandardPools);
@@ -85,7 +102,7 @@ class Server {
         }
       }
     }
-    return Seconds(0);
+    return Told({});
   }
 
   std::string Write(const std::string& path, const std::vector<std::string>& given) {
@@ -97,8 +114,8 @@ class Server {
     options.write.values = *values;
     exchange::LossReport report;
     Outcome done;
-    const double seconds = Time([&] { done = ExportFile(*model_, path, options, report); });
-    return done ? Seconds(seconds) : "failed: " + done.Error().Line();
+    const Seconds seconds = Timed([&] { done = ExportFile(*model_, path, options, report); });
+    return done ? Told(seconds) : "failed: " + done.Error().Line();
   }
 
   std::string ReadDeck(const std::string& path) {
@@ -107,7 +124,7 @@ class Server {
     if (!format) return "failed: " + format.Error().Line();
     std::vector<Failure> faults;
     std::string failed;
-    const double seconds = Time([&] {
+    const Seconds seconds = Timed([&] {
       Result<exchange::Deck> deck = (*format)->read(path, {}, faults);
       if (deck) {
         deck_ = std::move(*deck);
@@ -115,7 +132,7 @@ class Server {
         failed = deck.Error().Line();
       }
     });
-    return failed.empty() ? Seconds(seconds) : "failed: " + failed;
+    return failed.empty() ? Told(seconds) : "failed: " + failed;
   }
 
   std::string IntoSession(const std::string& path) {
@@ -123,8 +140,8 @@ class Server {
     exchange::LossReport report;
     Outcome done;
     exchange::Deck deck = deck_;
-    const double seconds = Time([&] { done = AddDeck(session, std::move(deck), path, report); });
-    return done ? Seconds(seconds) : "failed: " + done.Error().Line();
+    const Seconds seconds = Timed([&] { done = AddDeck(session, std::move(deck), path, report); });
+    return done ? Told(seconds) : "failed: " + done.Error().Line();
   }
 
   /// Records one by one into a session, as one step that can be undone, with the nodes found by
@@ -133,7 +150,7 @@ class Server {
     CQXDBSession session(AddStandardPools);
     auto& nodes = *session.GetPool<DPoolNode>(code::kNode);
     auto& elements = *session.GetPool<DPoolElem>(code::kElem);
-    return Seconds(Time([&] {
+    return Told(Timed([&] {
       CTransaction step(&session);
       step.Begin(u"insert");
       nodes.SetHashSize(static_cast<std::int32_t>(deck_.node_keys.size()));
@@ -165,7 +182,7 @@ class Server {
     int wrong = NC_NOERR;
     const auto check = [&](int status) { wrong = wrong ? wrong : status; };
     std::vector<std::unique_ptr<char[]>> arrays;
-    const double seconds = Time([&] {
+    const Seconds seconds = Timed([&] {
       int file = -1;
       int count = 0;
       check(nc_open(path.c_str(), NC_NOWRITE, &file));
@@ -187,7 +204,7 @@ class Server {
       }
       check(nc_close(file));
     });
-    return wrong ? std::string("failed: ") + nc_strerror(wrong) : Seconds(seconds);
+    return wrong ? std::string("failed: ") + nc_strerror(wrong) : Told(seconds);
   }
 #else
   static std::string ReadNetcdf(const std::string&) { return "failed: built without netCDF"; }
@@ -196,7 +213,8 @@ class Server {
   static std::string Peak() {
     std::ifstream status("/proc/self/status");
     for (std::string line; std::getline(status, line);) {
-      if (line.starts_with("VmHWM:")) return fmt::format("{:.1f}", std::stod(line.substr(6)) / 1e3);
+      if (line.starts_with("VmHWM:"))
+        return fmt::format("{0:.1f} {0:.1f}", std::stod(line.substr(6)) / 1e3);
     }
     return "failed: the system does not tell";
   }
