@@ -6,8 +6,8 @@
 #include <string_view>
 #include <vector>
 
-#include "qx_db/mesh/dense_mesh.h"
 #include "qx_db/core/session.h"
+#include "qx_db/mesh/dense_mesh.h"
 
 #include "viewer/pack.h"
 

@@ -157,9 +157,10 @@ class MshEdits : public testing::Test {
 };
 
 TEST_F(MshEdits, TellWhatWasTakenForGranted) {
-  EXPECT_EQ(report_.Lines(),
-            (std::vector<std::string>{
-                "lengths were taken as m; name the units if they are not (the file names no unit)"}));
+  EXPECT_EQ(
+      report_.Lines(),
+      (std::vector<std::string>{
+          "lengths were taken as m; name the units if they are not (the file names no unit)"}));
 }
 
 TEST_F(MshEdits, FollowRenumberingAndDeletionAndComeBackByUndo) {
