@@ -51,10 +51,10 @@ struct Deck : Mesh {
 /// Adds a deck that has passed CheckMesh to a session as one undoable step: the mesh as AddMesh
 /// does, and the records. A key that the model has already is replaced by a new one, together with
 /// what refers to it; those of nodes and elements must be free. What the model has no pool for is
-/// told in `report`, with names that were cut. Fails with the session as it was. A deck that is moved
-/// here gives up its memory as it is added.
-Outcome AddDeck(CQXDBSession& session, Deck deck, const std::string& file,
-                LossReport& report, const Progress& progress = {});
+/// told in `report`, with names that were cut. Fails with the session as it was. A deck that
+/// is moved here gives up its memory as it is added.
+Outcome AddDeck(CQXDBSession& session, Deck deck, const std::string& file, LossReport& report,
+                const Progress& progress = {});
 
 /// The whole of a session that a deck can say, in current units, in pool order. Elements without
 /// all their nodes are left out and told of in the deck's report, as are elements of codes without
