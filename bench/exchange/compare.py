@@ -5,8 +5,8 @@
     /usr/bin/python3 bench/exchange/compare.py build/release/bin/bench_exchange
 
 Both sides work in turn, on the same file, on memory in the page cache, in processes of their own
-that wait for each other; each figure is the median of several runs. The ratio of processor time, which a
-busy machine changes less, stands at the end. A peer that is not installed is said to be missing.
+that wait for each other; each figure is the median of several runs. The ratio of processor time, which
+a busy machine changes less, stands at the end. A peer that is not installed is said to be missing.
 """
 
 from __future__ import annotations
@@ -66,7 +66,9 @@ class Table:
         self.runs = runs
         self.only = only
 
-    def compare(self, what: str, ours: Work, peer: str, theirs: Work, goal: float, runs: int = 0) -> None:
+    def compare(
+        self, what: str, ours: Work, peer: str, theirs: Work, goal: float, runs: int = 0
+    ) -> None:
         if self.only not in what:
             return
         pairs = [(ours(), theirs()) for _ in range((runs or self.runs) + 1)]
@@ -207,7 +209,7 @@ def meshio_side(table: Table, ours: Ours, folder: str, runs: int) -> None:
         ("VTU text", "text.vtu", ["encoding=ascii"], "vtu", {"binary": False}),
     ]
     for name, file, options, kind, how in forms:
-        if table.only not in f"{name} text in, meshio" and table.only not in f"{name} text out, meshio":
+        if all(table.only not in f"{name} {way}, meshio" for way in ("in", "out")):
             continue
         path = f"{folder}/{file}"
         ours.ask("write", path, *options)
@@ -253,7 +255,7 @@ def main() -> None:
     ours = Ours(given.program)
     ours.ask("make", given.side)
     table = Table(given.runs, given.only)
-    print(f"{given.side**3:,} hexahedra, medians of {given.runs} runs in turn; load {os.getloadavg()}")
+    print(f"{given.side**3:,} hexahedra, medians of {given.runs} runs; load {os.getloadavg()}")
     sides = {
         "vtk": vtk_side,
         "session": session_side,

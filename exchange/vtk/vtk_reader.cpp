@@ -67,14 +67,9 @@ class LegacyReader {
  public:
   LegacyReader(std::string_view bytes, const std::string& name, const ReadOptions& options,
                std::vector<Failure>& faults)
-      : all_(bytes),
-        rest_(bytes),
-        name_(name),
-        options_(options),
-        faults_(faults),
-        before_(faults.size()) {}
+      : all_(bytes), rest_(bytes), name_(name), options_(options), faults_(faults) {}
 
-  /// The deck, unless something was added to the faults.
+  /// The deck, unless there are faults.
   std::optional<Deck> Read() {
     ReadHead();
     while (Ok()) {
@@ -106,7 +101,7 @@ class LegacyReader {
 
   /// Whether it is known how the file goes on.
   bool Ok() const { return !is_lost_; }
-  bool HasFaults() const { return faults_.size() > before_; }
+  bool HasFaults() const { return !faults_.empty(); }
   std::size_t At() const { return all_.size() - rest_.size(); }
   /// A fault behind which nothing more can be read.
   void Fail(std::string what, std::string remedy) {
@@ -662,7 +657,6 @@ class LegacyReader {
   const std::string& name_;
   const ReadOptions& options_;
   std::vector<Failure>& faults_;
-  std::size_t before_;
   bool is_lost_ = false;
   double version_ = 0;
   bool is_binary_ = false;
