@@ -294,8 +294,8 @@ TEST_F(TrustTest, PlantedLinksAreNotFollowed) {
 
 TEST_F(TrustTest, AFileThatIsNoLockStaysWhatItIs) {
   const std::string path = Path("locked.qxm");
-  for (const std::string& text : {std::string("notes of mine\n"), std::string(5000, 'x'),
-                                  std::string("host\n12\nand more\n")}) {
+  for (const std::string& text : {std::string(), std::string("notes of mine\n"),
+                                  std::string(5000, 'x'), std::string("host\n12\nand more\n")}) {
     WriteBytes(path + ".lock", text);
     CQXDocBase document(SetUpSmallModel);
     const std::string said = document.SaveAs(path).Line();

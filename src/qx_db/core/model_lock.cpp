@@ -61,7 +61,8 @@ Result<std::unique_ptr<ModelLock>> ModelLock::Take(const std::string& model) {
   auto taken = std::make_unique<ModelLock>();
   std::string text;
   int error = 0;
-  const FileLock::Result result = FileLock::Take(path, taken->lock_, text, error);
+  const std::string ours = HostName() + "\n" + std::to_string(ProcessId()) + "\n";
+  const FileLock::Result result = FileLock::Take(path, ours, taken->lock_, text, error);
   const Holder former(text);
   if (result == FileLock::Result::kHeld) {
     return Failure{model, "", "is being edited by " + former.Text(),
@@ -73,7 +74,8 @@ Result<std::unique_ptr<ModelLock>> ModelLock::Take(const std::string& model) {
                        ? "give the model a shorter name"
                        : "check the folder, its permissions, and that this is a plain file"};
   }
-  if (!text.empty() && former.host.empty()) {
+  const bool is_new = taken->lock_->IsNew();
+  if (!is_new && former.host.empty()) {
     taken->lock_->LeaveFile();
     return Failure{path, "", "is no lock, and stands where one would be",
                    "rename it, or save under another name"};
@@ -84,9 +86,8 @@ Result<std::unique_ptr<ModelLock>> ModelLock::Take(const std::string& model) {
     return Failure{model, "", "may still be edited by " + former.Text(),
                    "make sure that it is not, then remove " + path};
   }
-  if (!text.empty()) taken->stale_ = former.Text();
-  if (const int failed =
-          taken->lock_->Write(HostName() + "\n" + std::to_string(ProcessId()) + "\n")) {
+  if (!is_new) taken->stale_ = former.Text();
+  if (const int failed = is_new ? 0 : taken->lock_->Write(ours)) {
     return Failure{path, "", "cannot be written: " + ErrorText(failed), "free some disk space"};
   }
   if (IsClaimed(model)) {

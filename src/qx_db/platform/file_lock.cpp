@@ -25,28 +25,31 @@ struct FileLock::Handle {
   ~Handle() { CloseHandle(file); }
 };
 
-FileLock::Result FileLock::Take(const std::string& path, std::unique_ptr<FileLock>& lock,
-                                std::string& former, int& error) {
+FileLock::Result FileLock::Take(const std::string& path, const std::string& text,
+                                std::unique_ptr<FileLock>& lock, std::string& former, int& error) {
   // The file is removed by the system with its last handle, so that one never grows stale here.
   HANDLE file = CreateFileW(PathFromUtf8(path).c_str(), GENERIC_READ | GENERIC_WRITE | DELETE,
                             FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr, OPEN_ALWAYS,
                             FILE_FLAG_DELETE_ON_CLOSE, nullptr);
+  const bool is_new = GetLastError() != ERROR_ALREADY_EXISTS;
   if (file == INVALID_HANDLE_VALUE) {
     error = EACCES;
     if (GetLastError() != ERROR_SHARING_VIOLATION) return Result::kFailed;
     HANDLE reader = CreateFileW(PathFromUtf8(path).c_str(), GENERIC_READ,
                                 FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
                                 OPEN_EXISTING, 0, nullptr);
-    char text[256];
+    char found[256];
     DWORD got = 0;
-    if (reader != INVALID_HANDLE_VALUE && ReadFile(reader, text, sizeof(text), &got, nullptr)) {
-      former.assign(text, got);
+    if (reader != INVALID_HANDLE_VALUE && ReadFile(reader, found, sizeof(found), &got, nullptr)) {
+      former.assign(found, got);
     }
     if (reader != INVALID_HANDLE_VALUE) CloseHandle(reader);
     return Result::kHeld;
   }
   lock.reset(new FileLock(path, std::unique_ptr<Handle>(new Handle{file})));
-  return Result::kTaken;
+  lock->is_new_ = is_new;
+  if (is_new) error = lock->Write(text);
+  return error ? Result::kFailed : Result::kTaken;
 }
 
 FileLock::~FileLock() = default;
@@ -79,30 +82,73 @@ bool IsProcessAlive(std::int64_t process) {
 #else
 
 struct FileLock::Handle {
-  int fd;
-  ~Handle() { close(fd); }
+  int fd = -1;
+  ~Handle() {
+    if (fd >= 0) close(fd);
+  }
 };
 
-FileLock::Result FileLock::Take(const std::string& path, std::unique_ptr<FileLock>& lock,
-                                std::string& former, int& error) {
+namespace {
+
+std::string FolderOf(const std::string& path) {
+  const std::size_t end = path.rfind('/');
+  return end == path.npos ? "." : path.substr(0, end + 1);
+}
+
+int WriteText(int fd, const std::string& text) {
+  if (ftruncate(fd, 0) != 0) return errno;
+  const ssize_t written = pwrite(fd, text.data(), text.size(), 0);
+  return written == static_cast<ssize_t>(text.size()) ? 0 : written < 0 ? errno : ENOSPC;
+}
+
+int LockNow(int fd) { return flock(fd, LOCK_EX | LOCK_NB) == 0 ? 0 : errno; }
+
+/// Makes the file, locked and with its text, where none is (EEXIST).
+int MakeLocked(const std::string& path, const std::string& text, int& fd) {
+#ifdef O_TMPFILE
+  // Written before it has a name, so that no kill leaves one behind that says nothing.
+  fd = open(FolderOf(path).c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0666);
+  if (fd >= 0 && WriteText(fd, text) == 0 && LockNow(fd) == 0) {
+    const std::string unnamed = "/proc/self/fd/" + std::to_string(fd);
+    const int flag = AT_SYMLINK_FOLLOW;
+    if (linkat(AT_FDCWD, unnamed.c_str(), AT_FDCWD, path.c_str(), flag) == 0) return 0;
+  }
+  if (fd >= 0) close(fd);
+#endif
+  fd = open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0666);
+  if (fd < 0) return errno;
+  if (LockNow(fd) != 0) {  // somebody has seen it first
+    close(std::exchange(fd, -1));
+    return EEXIST;
+  }
+  const int error = WriteText(fd, text);
+  if (error) unlink(path.c_str());
+  return error;
+}
+
+}  // namespace
+
+FileLock::Result FileLock::Take(const std::string& path, const std::string& text,
+                                std::unique_ptr<FileLock>& lock, std::string& former, int& error) {
   for (;;) {
-    std::unique_ptr<Handle> handle(new Handle{-1});
-    // Not through a link, which could make us write over what it leads to.
-    handle->fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0666);
+    auto handle = std::make_unique<Handle>();
+    error = MakeLocked(path, text, handle->fd);
+    const bool is_new = error == 0;
+    if (error == EEXIST) {
+      // Not through a link, which could make us write over what it leads to.
+      handle->fd = open(path.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+      error = handle->fd < 0 ? errno : 0;
+      if (error == ENOENT) continue;  // gone in between
+    }
     struct stat found {};
-    if (handle->fd < 0 || fstat(handle->fd, &found) != 0) {
-      error = errno;
-      return Result::kFailed;
-    }
-    if (!S_ISREG(found.st_mode)) {
-      error = EINVAL;
-      return Result::kFailed;
-    }
-    const bool taken = flock(handle->fd, LOCK_EX | LOCK_NB) == 0;
+    if (!error && fstat(handle->fd, &found) != 0) error = errno;
+    if (!error && !S_ISREG(found.st_mode)) error = EINVAL;
+    if (error) return Result::kFailed;
+    const bool taken = is_new || flock(handle->fd, LOCK_EX | LOCK_NB) == 0;
     const int refused = taken ? 0 : errno;
-    char text[256];
-    const ssize_t got = pread(handle->fd, text, sizeof(text), 0);
-    former.assign(text, got > 0 ? static_cast<std::size_t>(got) : 0);
+    char held[256];
+    const ssize_t got = is_new ? 0 : pread(handle->fd, held, sizeof(held), 0);
+    former.assign(held, got > 0 ? static_cast<std::size_t>(got) : 0);
     if (!taken) {
       error = refused;
       return refused == EWOULDBLOCK ? Result::kHeld : Result::kFailed;
@@ -113,6 +159,7 @@ FileLock::Result FileLock::Take(const std::string& path, std::unique_ptr<FileLoc
     if (fstat(handle->fd, &ours) == 0 && stat(path.c_str(), &named) == 0 &&
         ours.st_ino == named.st_ino && ours.st_dev == named.st_dev) {
       lock.reset(new FileLock(path, std::move(handle)));
+      lock->is_new_ = is_new;
       return Result::kTaken;
     }
   }
@@ -123,11 +170,7 @@ FileLock::~FileLock() {
   flock(handle_->fd, LOCK_UN);  // also for a child that has inherited the handle
 }
 
-int FileLock::Write(const std::string& text) {
-  if (ftruncate(handle_->fd, 0) != 0) return errno;
-  const ssize_t written = pwrite(handle_->fd, text.data(), text.size(), 0);
-  return written == static_cast<ssize_t>(text.size()) ? 0 : EIO;
-}
+int FileLock::Write(const std::string& text) { return WriteText(handle_->fd, text); }
 
 std::string HostName() {
   char name[256] = {};

@@ -15,13 +15,16 @@ class QXDB_API FileLock {
  public:
   enum class Result { kTaken, kHeld, kFailed };
 
-  /// Takes the lock file at `path`, made if need be. `former` is the text found in it: of the
-  /// holder (kHeld), of one that ended without leaving (kTaken), or "". `error` tells why it
-  /// failed.
-  static Result Take(const std::string& path, std::unique_ptr<FileLock>& lock, std::string& former,
-                     int& error);
+  /// Takes the lock file at `path`, made with `text` in it if need be. `former` is the text found
+  /// in it: of the holder (kHeld), of one that ended without leaving (kTaken). `error` tells why it
+  /// failed. A file is never seen without its text, but where the file system makes none without a
+  /// name.
+  static Result Take(const std::string& path, const std::string& text,
+                     std::unique_ptr<FileLock>& lock, std::string& former, int& error);
   /// Removes the file and lets go.
   ~FileLock();
+  /// Whether the file was made rather than found.
+  bool IsNew() const { return is_new_; }
   /// Replaces the text in the file. 0 or an error number.
   int Write(const std::string& text);
   /// Leaves the file and its text behind when the hold ends.
@@ -33,6 +36,7 @@ class QXDB_API FileLock {
   std::string path_;
   std::unique_ptr<Handle> handle_;
   bool leave_file_ = false;
+  bool is_new_ = false;
 };
 
 QXDB_API std::string HostName();
