@@ -39,7 +39,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                       ReferenceScope::kAll);
     }
     if (!session.Validate().empty()) std::abort();
-    pool->Set().RemoveAll();
+    PoolInside::SetOf(*pool).RemoveAll();
   }
   return 0;
 }

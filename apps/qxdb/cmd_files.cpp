@@ -82,15 +82,16 @@ Outcome ReadGatewayTables(CQXDBSession& session, const std::string& path,
 
 Outcome ReadGateway(CQXDBSession& session, const ImportOptions& options, bool is_new,
                     exchange::LossReport& losses) {
-  const UnitSystem before = session.Units().Current();
+  CQXUnitCtrl& in = session.Units();  // of no step: for the time of the reading, or a new model
+  const UnitSystem before = in.Current();
   if (!options.units.empty()) {
     const auto units = exchange::ParseUnits(options.units, before);
     if (!units) return units.AsOutcome();
-    if (is_new) session.Units().SetModel(*units);
-    session.Units().SetCurrent(*units);  // the tables are converted from the current units
+    if (is_new) in.SetModel(*units);
+    in.SetCurrent(*units);  // the tables are converted from the current units
   }
   Outcome read = ReadGatewayTables(session, options.file, losses);
-  if (!is_new) session.Units().SetCurrent(before);
+  if (!is_new) in.SetCurrent(before);
   return read;
 }
 

@@ -651,10 +651,7 @@ std::vector<Key> NewKeys(const DPoolBase& pool, const std::optional<Keys>& keys,
 
 void MakeRoom(CQXDBSession& session, DPoolBase& pool, std::size_t more) {
   session.ReserveNotices(more);
-  const std::size_t wanted = static_cast<std::size_t>(pool.GetSize()) + more;
-  if (wanted > static_cast<std::size_t>(pool.Set().HashSize())) {
-    pool.Set().SetHashSize(static_cast<std::int32_t>(std::min<std::size_t>(wanted, kMaxKey)));
-  }
+  pool.ReserveHash(pool.GetSize() + static_cast<std::int64_t>(more));
 }
 
 [[noreturn]] void RefuseInsert(const Handle& handle, const DPoolBase& pool, Key key) {

@@ -428,7 +428,8 @@ void BindModel(py::module_& module, py::class_<Handle, Shared>& model) {
           [](Handle& handle, const std::vector<std::int32_t>& indices) {
             // Of no step: for the time of reading one file.
             const Guard guard(handle);
-            handle.Session().Units().SetCurrent(ToSystem(indices));
+            CQXUnitCtrl& units = handle.Session().Units();
+            units.SetCurrent(ToSystem(indices));
           },
           py::arg("indices"))
       .def(

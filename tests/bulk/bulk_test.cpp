@@ -248,7 +248,7 @@ TEST_F(Bulk, ReferencesThatLeadNowhereOrInACircleAreNamed) {
   tagTElem element;
   element.key = 1;
   element.nodes = {77};
-  broken.Records().GetDataPool(code::kElem)->Set().Insert(element);
+  PoolInside::SetOf(*broken.Records().GetDataPool(code::kElem)).Insert(element);
   CQXDBSession into(AddStandardPools);
   const auto report = ImportRecords(into, broken, {});
   ASSERT_TRUE(report);

@@ -45,10 +45,10 @@ class ModelFile : public testing::Test {
 TEST_F(ModelFile, KeepsRecordsReferencesAndUnits) {
   CQXDocBase document(AddStandardPools);
   CQXDBSession& session = *document.GetDBSession();
-  FillMesh(session, 30000);
   UnitSystem mm;
   mm[UnitBase::kLength] = FindUnit(UnitBase::kLength, "mm");
   session.Units().SetModel(mm);
+  FillMesh(session, 30000);
   const ITR first = session.GetDataPool(code::kNode)->Find(1);
   const std::uint64_t state = session.StateHash();
   EXPECT_FALSE(document.Save()) << "it has no name yet";
@@ -82,7 +82,7 @@ TEST_F(ModelFile, AReferenceToARemovedRecordIsWrittenAsNone) {
   side.key = 1;
   side.nodes = {nodes.Find(1), nodes.Find(2)};
   sides.InsertNU(side);
-  nodes.Set().RemoveWithoutDelete(nodes.Find(1));
+  PoolInside::SetOf(nodes).RemoveWithoutDelete(nodes.Find(1));
   ASSERT_EQ(SaveModel(session, Path("b.qxm")).Line(), "");
   CQXDBSession opened(AddStandardPools);
   ASSERT_EQ(LoadModel(opened, Path("b.qxm")).Line(), "");
@@ -112,6 +112,8 @@ TEST_F(ModelFile, ElementsGeneratedOnGeometryStayOutAndTheRestVerifies) {
     EXPECT_EQ(pool.unresolved_references, 0) << pool.io_name;
   }
   EXPECT_EQ(opened.GetDataPool(code::kGElem)->GetSize(), 0);
+  const auto& read = *opened.GetPool<PoolOf<tagTGElemHead>::type>(code::kGElemHead);
+  EXPECT_TRUE(read.GetAtNU(read.Find(1)).data.IsEmpty()) << "nothing stands for what is not there";
   EXPECT_EQ(opened.StateHash(), session.StateHash());
   EXPECT_EQ(opened.Validate(), "");
 }

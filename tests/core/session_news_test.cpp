@@ -11,16 +11,26 @@
 namespace qx {
 namespace {
 
+UnitSystem Millimetres() {
+  UnitSystem units;
+  units[UnitBase::kLength] = FindUnit(UnitBase::kLength, "mm");
+  return units;
+}
+
 struct Listener : ISessionListener {
-  explicit Listener(CQXDBSession& session) : of(session) { of.AddListener(this); }
+  explicit Listener(CQXDBSession& session, std::uint16_t type = code::kNode)
+      : of(session), pool(type) {
+    of.AddListener(this);
+  }
   ~Listener() override { of.RemoveListener(this); }
   void OnSessionEvent(CQXDBSession& session, SessionEvent event, std::u16string_view,
                       std::span<const Change> changes) override {
     heard.push_back(event);
-    flags = session.GetDataPool(code::kNode)->ChangeFlags();
+    flags = session.GetDataPool(pool)->ChangeFlags();
     if (act) act(changes);
   }
   CQXDBSession& of;
+  std::uint16_t pool;
   std::vector<SessionEvent> heard;
   std::uint32_t flags = 0;
   std::function<void(std::span<const Change>)> act;
@@ -43,9 +53,23 @@ TEST(SessionNews, AListenerCannotEditInAnyWay) {
     EXPECT_EQ(m.nodes.InsertNU(Node(78)), 0u);
     m.session.SetHistoryLimits({0, 0});
     m.session.ForgetHistory();
+    m.nodes.SortAsc();
+    m.nodes.SetMinMaxKey(1000);
+    m.nodes.ResetMinMaxKey();
+    TArray<ITR> items;
+    TArray<Key> keys;
+    m.nodes.GetItrList(items, 1);
+    m.nodes.GetKeyList(keys, 1);
+    EXPECT_EQ(keys, (TArray<Key>{0, 1, 2}));
+    EXPECT_EQ(items, (TArray<ITR>{m.nodes.Find(0), first, m.nodes.Find(2)}));
   };
-  EXPECT_EQ(m.Add(2), 1);
-  EXPECT_EQ(m.nodes.GetSize(), 2);
+  m.nodes.SetMinMaxKey(50);
+  EXPECT_EQ(m.Step(u"add", [&] { m.nodes.InsertNU(Node(2)), m.nodes.InsertNU(Node(0)); }), 1);
+  EXPECT_EQ(m.nodes.GetNewKey(), 51);
+  TArray<Key> keys;
+  m.nodes.GetKeyList(keys, 0);
+  EXPECT_EQ(keys, (TArray<Key>{1, 2, 0})) << "the order of a list is the model's, too";
+  EXPECT_EQ(m.nodes.GetSize(), 3);
   EXPECT_EQ(m.nodes.Find(1), first);
   EXPECT_FALSE(m.session.CanUndo()) << "the limits it set hold from then on";
   listener.act = nullptr;
@@ -53,6 +77,76 @@ TEST(SessionNews, AListenerCannotEditInAnyWay) {
   EXPECT_EQ(m.Add(3), 1);
   EXPECT_TRUE(m.session.CanUndo());
   EXPECT_EQ(m.session.Validate(), "");
+}
+
+// A pool of an application that answers an undo by edits of its own.
+struct MeddlingPool : DPoolPlain<tagTBset> {
+  using DPoolPlain<tagTBset>::DPoolPlain;
+  void OnAfterUndoRedo() override {
+    ++heard;
+    CTransaction step(GetSession());
+    done = step.Begin(u"meddling") + GetSession()->Undo() + GetSession()->Redo() +
+           (InsertNU(tagTBset()) != 0) + Remove(GetHeadPosition());
+    RemoveAll();
+    if (fail) throw std::runtime_error("pool");
+  }
+  int heard = 0, done = 0;
+  bool fail = false;
+};
+
+TEST(SessionNews, APoolsHookCannotEditEither) {
+  CQXDBSession session;
+  auto owned = std::make_unique<MeddlingPool>(&session);
+  MeddlingPool& pool = *owned;
+  ASSERT_EQ(session.AddPool(std::move(owned)), 1);
+  for (Key key = 1; key <= 3; ++key) {
+    CTransaction step(&session);
+    step.Begin(u"a step whose name is too long to lie within the text object itself");
+    tagTBset set;
+    set.key = key;
+    pool.InsertNU(set);
+    step.Commit();
+  }
+  Listener listener(session, code::kBset);
+  for (const bool fail : {false, true}) {
+    pool.fail = fail;
+    const auto move = [&](auto&& call) {
+      if (fail) {
+        EXPECT_THROW(call(), std::runtime_error);
+      } else {
+        EXPECT_EQ(call(), 1);
+      }
+    };
+    move([&] { return session.Undo(); });
+    EXPECT_EQ(pool.GetSize(), 2);
+    move([&] { return session.Redo(); });
+    EXPECT_EQ(pool.GetSize(), 3);
+    EXPECT_EQ(pool.done, 0);
+    EXPECT_FALSE(session.IsBusy());
+    EXPECT_EQ(session.Validate(), "");
+  }
+  EXPECT_EQ(pool.heard, 4);
+  EXPECT_EQ(listener.heard.size(), 4u);
+}
+
+TEST(SessionNews, WhatAnInnerTransactionTookBackIsTold) {
+  for (const bool commit : {true, false}) {
+    MeshSession m;
+    Listener listener(m.session);
+    CTransaction outer(&m.session);
+    outer.Begin(u"outer");
+    {
+      CTransaction inner(&m.session);
+      inner.Begin(u"inner");
+      m.nodes.InsertNU(Node(1));
+    }
+    EXPECT_EQ(commit ? outer.Commit() : outer.Rollback(), 1);
+    EXPECT_EQ(listener.heard, std::vector{SessionEvent::kRolledBack}) << commit;
+    EXPECT_EQ(listener.flags, DPoolBase::kInsertedFlag);
+    EXPECT_FALSE(m.session.CanUndo());
+    m.Step(u"nothing", [] {});
+    EXPECT_EQ(listener.heard.size(), 1u) << "it is told once";
+  }
 }
 
 TEST(SessionNews, AListenerThatThrowsSilencesNobodyAndUnboundsNothing) {
@@ -204,6 +298,9 @@ TEST(Stamps, AreOfNothingForPositionsOfNone) {
   std::vector<RecordStamp> stamps;
   for (Key key = 1; key <= 3; ++key) stamps.push_back(m.nodes.Stamp(m.nodes.Find(key)));
   EXPECT_EQ(m.nodes.Stamp(stamps[0].item + 4), RecordStamp{});
+  for (const ITR beside : {stamps[0].item + 4, stamps[1].item - 1}) {  // of no record
+    EXPECT_EQ(m.nodes.Remove(beside) + m.nodes.SetAtNU(beside, Node(9)), 0);
+  }
   m.nodes.RemoveAll();  // unrecorded: the slots, and here their memory, are given back
   for (const RecordStamp& stamp : stamps) {
     EXPECT_FALSE(m.nodes.Check(stamp));
@@ -226,9 +323,11 @@ std::string Since(MeshSession& m, std::int64_t state) {
   const auto changes = ChangesSince(m.session, state);
   if (!changes) return "unknown";
   std::string text;
-  for (const RecordChange& change : *changes) {
+  if (changes->units) text = "units";
+  for (const RecordChange& change : changes->records) {
+    EXPECT_TRUE(change.item == 0 || change.key == KeyOf(change.item));
     const char sign = "+-~"[change.operation - tagTRNotify::kInserted];
-    text += (text.empty() ? "" : " ") + (sign + std::to_string(KeyOf(change.item)));
+    text += (text.empty() ? "" : " ") + (sign + std::to_string(change.key));
     for (const Row* row : change.members) text += "(" + Utf8(row->name) + ")";
   }
   return text;
@@ -295,15 +394,65 @@ TEST(ChangesSince, KnowTheStepsOfAFileByTheirNumbers) {
   MeshSession m;
   ASSERT_TRUE(LoadModel(m.session, path));
   EXPECT_EQ(Since(m, known), "+2");
+  // Steps of another file, which count from 1 as well, are other steps.
+  const std::string other = folder.Path("other.qxm");
+  {
+    CQXDocBase document(AddStandardPools);
+    ASSERT_TRUE(document.SaveAs(other) && document.KeepSteps());
+    auto& session = *document.GetDBSession();
+    for (Key key = 1; key <= 4; ++key) {
+      CTransaction step(&session);
+      step.Begin(u"add");
+      session.GetPool<DPoolNode>(code::kNode)->InsertNU(Node(100 + key));
+      step.Commit();
+    }
+  }
+  const std::int64_t present = m.session.State();
+  ASSERT_TRUE(LoadModel(m.session, other));
+  EXPECT_EQ(Since(m, known), "unknown");
+  EXPECT_EQ(Since(m, present), "unknown");
+  EXPECT_EQ(Since(m, m.session.State()), "");
+}
+
+TEST(ChangesSince, FindInTheFileWhatMemoryHasDropped) {
+  const ScratchFolder folder;
+  CQXDocBase document(AddStandardPools);
+  CQXDBSession& session = *document.GetDBSession();
+  auto& nodes = *session.GetPool<DPoolNode>(code::kNode);
+  ASSERT_TRUE(document.SaveAs(folder.Path("model.qxm")) && document.KeepSteps());
+  session.SetHistoryLimits({2, 1 << 20});
+  const auto step = [&](auto&& edit) {
+    CTransaction transaction(&session);
+    transaction.Begin(u"edit");
+    edit();
+    EXPECT_EQ(transaction.Commit(), 1);
+  };
+  step([&] { nodes.InsertNU(Node(1)), nodes.InsertNU(Node(2)), nodes.InsertNU(Node(3)); });
+  const std::int64_t known = session.State();
+  step([&] { nodes.Remove(nodes.Find(1)); });
+  step([&] { nodes.SetAtNU(nodes.Find(2), Node(2, 5)); });
+  step([&] { nodes.InsertNU(Node(4)); });
+  EXPECT_EQ(session.ChangeUnits(Millimetres()), 1);
+  const auto since = [&] {
+    const auto changes = ChangesSince(session, known);
+    if (!changes) return std::string("unknown");
+    std::string text = changes->units ? "units" : "";
+    for (const RecordChange& change : changes->records) {
+      EXPECT_EQ(change.item, nodes.Find(change.key));
+      text += std::string(" ") + "+-~"[change.operation - tagTRNotify::kInserted] +
+              std::to_string(change.key);
+    }
+    return text;
+  };
+  EXPECT_EQ(since(), "units -1 ~2 +4");
+  EXPECT_EQ(session.Undo(), 1);
+  EXPECT_EQ(since(), " -1 ~2 +4");
+  session.EnableRecording(false);
+  nodes.InsertNU(Node(5));  // of no step: the file has not come along
+  EXPECT_EQ(since(), "unknown");
 }
 
 // ---- units --------------------------------------------------------------------------------------
-
-UnitSystem Millimetres() {
-  UnitSystem units;
-  units[UnitBase::kLength] = FindUnit(UnitBase::kLength, "mm");
-  return units;
-}
 
 TEST(UnitsAsAStep, AreUndoneKeptInTheLogAndMakeTheModelModified) {
   const ScratchFolder folder;
@@ -333,6 +482,63 @@ TEST(UnitsAsAStep, AreUndoneKeptInTheLogAndMakeTheModelModified) {
     EXPECT_EQ(session.Redo(), 1);
     EXPECT_EQ(session.Units().Current(), millimetres) << folded;
     ASSERT_TRUE(document.Save());  // the steps go behind new pages
+  }
+}
+
+TEST(UnitsAsAStep, AreOneAlsoOutsideATransactionOnceThereIsAModel) {
+  MeshSession m;
+  const UnitSystem metres, millimetres = Millimetres();
+  m.session.Units().SetModel(millimetres);
+  m.session.Units().SetCurrent(millimetres);
+  EXPECT_FALSE(m.session.CanUndo()) << "that was said of a model to come";
+  m.nodes.InsertNU(Node(1));
+  Listener listener(m.session);
+  const std::int64_t before = m.session.State();
+  m.session.Units().SetCurrent(metres);
+  EXPECT_EQ(listener.heard, std::vector{SessionEvent::kCommitted});
+  EXPECT_EQ(Since(m, before), "units");
+  EXPECT_EQ(m.session.Undo(), 1);
+  EXPECT_EQ(Since(m, before), "");
+  EXPECT_EQ(m.session.Units().Current(), millimetres);
+  m.session.Units().SetCurrent(millimetres);
+  EXPECT_TRUE(m.session.CanRedo()) << "those it has already";
+}
+
+// Whatever becomes of the inner part, the step knows the units from which it began.
+TEST(UnitsAsAStep, OfNestedTransactionsAreOneChange) {
+  const UnitSystem metres, millimetres = Millimetres();
+  for (const bool commit : {true, false}) {
+    for (const bool edit : {true, false}) {
+      SCOPED_TRACE(testing::Message() << commit << edit);
+      const ScratchFolder folder;
+      const std::string path = folder.Path("model.qxm");
+      CQXDocBase document(AddStandardPools);
+      CQXDBSession& session = *document.GetDBSession();
+      session.ChangeUnits(millimetres);
+      session.ChangeUnits(metres);
+      ASSERT_TRUE(document.SaveAs(path) && document.KeepSteps());
+      const std::uint64_t before = session.StateHash();
+      CTransaction outer(&session);
+      outer.Begin(u"outer");
+      session.Units().SetCurrent(millimetres);
+      {
+        CTransaction inner(&session);
+        inner.Begin(u"inner");
+        session.Units().SetCurrent(metres);
+      }
+      EXPECT_EQ(session.Units().Current(), millimetres);
+      if (edit) session.GetPool<DPoolNode>(code::kNode)->InsertNU(Node(5));
+      EXPECT_EQ(commit ? outer.Commit() : outer.Rollback(), 1);
+      EXPECT_EQ(session.Units().Current(), commit ? millimetres : metres);
+      const std::uint64_t after = session.StateHash();
+      EXPECT_EQ(after == before, !commit);
+      document.Release();
+      MeshSession read;
+      ASSERT_TRUE(LoadModel(read.session, path));
+      EXPECT_EQ(read.session.StateHash(), after);
+      EXPECT_EQ(read.session.Undo(), 1);
+      EXPECT_EQ(read.session.Units().Current(), commit ? metres : millimetres);
+    }
   }
 }
 

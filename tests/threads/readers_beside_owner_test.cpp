@@ -25,11 +25,14 @@
 #include "qx_db/material/material_library.h"
 #include "qx_db/model/mesh_pools.h"
 #include "qx_db/model/mesh_set_pool.h"
+#include "qx_db/ui/selection_lists.h"
 
 #include "exchange/loss_report.h"
 #include "exchange/transfer.h"
+#include "host/application.h"
 #include "host/session.h"
 #include "tests/scratch_folder.h"
+#include "tests/ui/fake_window.h"
 
 /// A race is told only while the sanitizer remembers the earlier access: as long as it can, since
 /// readers work for seconds.
@@ -274,6 +277,54 @@ TEST(Threads, OwnersOfDifferentSessionsBesideEachOther) {
   std::thread owners[3];
   for (int i = 0; i < 3; ++i) {
     owners[i] = std::thread([&, i] { Own(folder.Path("owner" + std::to_string(i))); });
+  }
+  for (std::thread& owner : owners) owner.join();
+}
+
+// An application whose lists come and go with its dialogs, while sessions of other threads make
+// steps, load and end: what the lists are told of is theirs alone.
+TEST(Threads, OwnersBesideListsOfTheUserInterface) {
+  const host::Application application;
+  const ScratchFolder folder;
+  std::atomic<int> working = 3;
+  std::thread owners[3];
+  for (int i = 0; i < 3; ++i) {
+    owners[i] = std::thread([&, i] {
+      for (int round = 0; round < 8; ++round) {
+        CQXDocBase document(host::SetUpModel);
+        CQXDBSession& session = *document.GetDBSession();
+        DPoolBase& sets = *session.GetDataPool(code::kBset);
+        for (Key key = 1; key <= 10; ++key) {
+          CTransaction step(&session);
+          step.Begin(u"set");
+          tagTBset set;
+          set.key = key;
+          EXPECT_NE(sets.InsertNU(&set), 0u);
+          EXPECT_TRUE(key % 3 == 0 || step.Commit());  // else it is rolled back
+        }
+        EXPECT_EQ(session.Undo() + session.Redo(), 2);
+        const std::string path = folder.Path("owner" + std::to_string(i) + ".qxm");
+        EXPECT_TRUE(document.SaveAs(path));
+        EXPECT_TRUE(document.Open(path));
+      }
+      working.fetch_sub(1, std::memory_order_relaxed);
+    });
+  }
+  CQXDBSession shown(host::SetUpModel);
+  DPoolBase& sets = *shown.GetDataPool(code::kBset);
+  for (Key key = 1; working.load(std::memory_order_relaxed) > 0; ++key) {
+    std::vector<std::unique_ptr<CCobxBset>> lists;
+    for (int i = 0; i < 1 + key % 10; ++i) lists.push_back(std::make_unique<CCobxBset>());
+    FakeWindow window(*lists[0]);
+    lists[0]->SetDB(&shown);
+    CTransaction step(&shown);
+    step.Begin(u"set");
+    tagTBset set;
+    set.key = key;
+    sets.InsertNU(&set);
+    EXPECT_EQ(step.Commit(), 1);
+    ASSERT_EQ(window.Texts().size(), static_cast<std::size_t>(sets.GetSize()));
+    if (sets.GetSize() > 20) sets.RemoveAll();
   }
   for (std::thread& owner : owners) owner.join();
 }

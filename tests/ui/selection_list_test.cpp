@@ -443,6 +443,39 @@ TEST_P(EachSetList, DropsARecordOfATransactionThatIsRolledBack) {
   dialog.Commit();
   EXPECT_EQ(window.Texts(), (Texts{"Wall", "Door"}));
   EXPECT_EQ(KeyOf(Selected(*list)), 1);
+  // Also where nothing else comes of the outer one, however it ends.
+  for (const bool commit : {true, false}) {
+    dialog.Begin(u"dialog");
+    {
+      CTransaction part(&session_);
+      part.Begin(u"part");
+      window.Type(u"Roof");
+      EXPECT_EQ(GetParam().or_create(*list, out), 1);
+    }
+    EXPECT_EQ(Selected(*list, 0), 0u) << "listed still, but no record";
+    EXPECT_EQ(commit ? dialog.Commit() : dialog.Rollback(), 1);
+    EXPECT_EQ(window.Texts(), (Texts{"Wall", "Door"}));
+    EXPECT_EQ(KeyOf(Selected(*list)), 1);
+  }
+}
+
+TEST(SelectionLists, AreTakenFromASessionThatEnds) {
+  const host::Application application;
+  CCobxBset list, other;
+  FakeWindow window(list);
+  {
+    CQXDBSession session(host::SetUpModel);
+    EXPECT_FALSE(session.HasViews());
+    Step(session, [&] { AddRecord(session, code::kBset, 1, u"Wall"); });
+    list.SetDB(&session);
+    other.SetDB(&session);
+    other.SetDB(&session);
+    EXPECT_EQ(window.Texts(), Texts{"Wall"});
+    other.SetDB(nullptr);
+    EXPECT_TRUE(session.HasViews());
+  }
+  EXPECT_EQ(list.GetDBSession(), nullptr);
+  EXPECT_EQ(window.Texts(), Texts{});
 }
 
 }  // namespace

@@ -254,9 +254,7 @@ class Importer {
 
   Outcome Transfer() {
     for (Lane* lane : InOrder()) {
-      KeyedSetBase& to = lane->to->Set();
-      const auto size = to.GetSize() + static_cast<std::int32_t>(lane->chosen.size());
-      if (size > to.HashSize()) to.SetHashSize(size);  // once, not by doubling
+      lane->to->ReserveHash(lane->to->GetSize() + static_cast<std::int64_t>(lane->chosen.size()));
       lane->keys.reserve(lane->chosen.size());
       PreferHugePages(lane->keys.data(), lane->chosen.size() * sizeof(lane->keys[0]));
       if (options_.as_part) OrderByReference(*lane);  // what waits cannot be compared

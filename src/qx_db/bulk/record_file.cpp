@@ -147,6 +147,7 @@ Outcome CQXBulkHandler::OpenBytes(std::string content) {
 }
 
 Outcome CQXBulkHandler::Write(const DPoolBase& pool, const UnitSystem& units) {
+  if (Outcome apart = CheckKeys(pool, path_); !apart) return apart;
   const Schema& schema = pool.GetSchema();
   for (ITR pos = pool.GetHeadPosition(); pos && schema.HasArrays(); pool.Next(pos)) {
     const std::string fault = ImageFault(schema, *KeyedSetBase::RecordAt(pos));
@@ -185,7 +186,7 @@ Outcome CQXBulkHandler::Read(DPoolBase& pool) const {
   const std::span<const char> body(content_.data() + body_, content_.size() - body_);
   const std::string fault = ReadImages(body, header_.records, **reader, pool);
   if (fault.empty()) return {};
-  pool.Set().RemoveAll();
+  PoolInside::SetOf(pool).RemoveAll();
   return Failure{path_, "records", fault, kDamaged};
 }
 

@@ -32,7 +32,8 @@ ComboRefresh SetComboRefresh(ComboFamily family, ComboRefresh refresh) {
 }
 
 void IUpdateDB::UpdateDB(CQXDBSession* session, ITR) {
-  if (!session) return;
+  // What follows is of the user interface, and is not for a session that nothing there shows.
+  if (!session || !session->HasViews()) return;
   for (const ComboRefreshStep& step : kOrder) {
     const DPoolBase* pool = session->GetDataPool(step.pool);
     const ComboRefresh refresh = g_refresh[static_cast<std::size_t>(step.family)];

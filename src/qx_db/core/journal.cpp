@@ -1,7 +1,9 @@
 #include "qx_db/core/journal.h"
 
+#define XXH_INLINE_ALL
 #include <algorithm>
 #include <new>
+#include <xxhash.h>
 
 #include "qx_db/core/session.h"
 #include "qx_db/record/verbs.h"
@@ -21,6 +23,14 @@ std::size_t AppendImage(const Schema& schema, const TStructBase& record, AppendL
   bytes.resize(begin + size);
   WriteImage(schema, record, bytes.data() + begin);
   return size;
+}
+
+std::int64_t Step::State() const {
+  const std::int64_t what[] = {number, time_ms};
+  const std::uint64_t seed = XXH3_64bits(what, sizeof what);
+  const std::uint64_t hash =
+      XXH3_64bits_withSeed(name.data(), name.size() * sizeof(char16_t), seed);
+  return static_cast<std::int64_t>(hash >> 1 | 1);
 }
 
 Journal::~Journal() {
@@ -56,7 +66,7 @@ void Journal::Record(const tagTRNotify& notice) {
   if (notice.operation != tagTRNotify::kModified) {
     Change change{notice.item, notice.type, notice.operation, 0, 0};
     if (notice.operation == tagTRNotify::kRemoved) {
-      const KeyedSetBase& set = Pool(notice.type).Set();
+      const KeyedSetBase& set = SetOf(notice.type);
       change.list_epoch = set.ListEpoch();
       change.hash_epoch = set.HashEpoch();
     }
@@ -100,7 +110,6 @@ void Journal::BeforeUnits() {
 void Journal::AfterUnits() {
   const CQXUnitCtrl& now = session_.Units();
   current_.units->after = now;
-  if (current_.units->before == now) current_.units.reset();
 }
 
 void Journal::RollbackTo(std::size_t mark) {
@@ -111,7 +120,7 @@ void Journal::RollbackTo(std::size_t mark) {
     current_.changes.pop_back();
     if (change.operation == tagTRNotify::kInserted) {
       current_.held -= HeldBytes(change.type, {&change, 1});
-      Pool(change.type).Set().FreeDetached(change.item);  // nobody's now
+      SetOf(change.type).FreeDetached(change.item);  // nobody's now
     } else if (change.operation == tagTRNotify::kModified) {
       ClearModified(change.item);
       current_.bytes.resize(current_.images.back().before);
@@ -149,7 +158,7 @@ void Journal::FreeFinal() {
   }
   FreeDetached(current_, tagTRNotify::kRemoved);
   EndFinal();
-  for (const auto& [type, item] : final_removals_) Pool(type).Set().FreeDetached(item);
+  for (const auto& [type, item] : final_removals_) SetOf(type).FreeDetached(item);
   final_removals_.clear();
 }
 
@@ -189,6 +198,7 @@ void Journal::CloseEvenEmpty() {
     if (change.operation == tagTRNotify::kModified) ClearModified(change.item);
   }
   reserved_ = false;
+  if (!current_.ChangesUnits()) current_.units.reset();
   if (current_.number == 0) current_.number = next_number_;
   next_number_ = std::max(next_number_, current_.number + 1);
   ForgetUndone();
@@ -216,18 +226,17 @@ void Journal::TryRestoreImage(const Step& step, const Change& change, bool befor
   TStructBase& record = *KeyedSetBase::RecordAt(change.item);
   if (LoadAt<Key>(image) == record.GetKey()) {
     ReadImage(schema, image, record);
-    Pool(change.type).Set().Touch();
+    SetOf(change.type).Touch();
     return;
   }
-  DPoolBase& pool = Pool(change.type);
-  const auto whole = pool.NewRecord();
+  const auto whole = Pool(change.type).NewRecord();
   ReadImage(schema, image, *whole);
-  pool.Set().SetAt(change.item, *whole);
+  SetOf(change.type).SetAt(change.item, *whole);
 }
 
 /// Detaches the records of changes [begin, end), which one pool inserted in this order.
 void Journal::Detach(Step& step, std::size_t begin, std::size_t end) {
-  KeyedSetBase& set = Pool(step.changes[begin].type).Set();
+  KeyedSetBase& set = SetOf(step.changes[begin].type);
   constexpr std::size_t kWorthwhile = 64;
   bool at_once = false;
   if (end - begin >= kWorthwhile) {
@@ -260,7 +269,7 @@ void Journal::TakeBack(Step& step, std::size_t mark) {
       RestoreImage(step, change, true);
       --i;
     } else if (change.operation == tagTRNotify::kRemoved) {
-      KeyedSetBase& set = Pool(change.type).Set();
+      KeyedSetBase& set = SetOf(change.type);
       if (mark > 0) step.held -= HeldBytes(change.type, {&change, 1});
       if (!set.Relink(change.item, change.list_epoch, change.hash_epoch)) {
         // Its place in the list is gone, because that was sorted since. What is detached later
@@ -288,14 +297,14 @@ void Journal::TakeBack(Step& step, std::size_t mark) {
   std::stable_sort(displaced.begin(), displaced.end(), [](const Change& a, const Change& b) {
     return KeyedSetBase::RecordAt(a.item)->GetKey() < KeyedSetBase::RecordAt(b.item)->GetKey();
   });
-  for (const Change& change : displaced) Pool(change.type).Set().MoveToTail(change.item);
+  for (const Change& change : displaced) SetOf(change.type).MoveToTail(change.item);
 }
 
 void Journal::DoAgain(Step& step) {
   step.held = 0;  // of what was inserted
   if (step.units) session_.SetUnits(step.units->after);
   for (Change& change : step.changes) {
-    KeyedSetBase& set = Pool(change.type).Set();
+    KeyedSetBase& set = SetOf(change.type);
     if (change.operation == tagTRNotify::kModified) {
       RestoreImage(step, change, false);
     } else if (change.operation == tagTRNotify::kInserted) {
@@ -331,7 +340,7 @@ const Step& Journal::Redo() {
 
 void Journal::FreeDetached(Step& step, std::uint16_t operation) {
   for (const Change& change : step.changes) {
-    if (change.operation == operation) Pool(change.type).Set().FreeDetached(change.item);
+    if (change.operation == operation) SetOf(change.type).FreeDetached(change.item);
   }
 }
 
@@ -347,7 +356,7 @@ void Journal::ForgetUndone() {
 
 void Journal::ForgetOldest() {
   FreeDetached(done_.front(), tagTRNotify::kRemoved);
-  first_state_ = done_.front().number;
+  first_state_ = done_.front().State();
   bytes_ -= done_.front().counted;
   done_.pop_front();
 }

@@ -52,18 +52,26 @@ struct Step {
   };
 
   std::u16string name;
-  std::unique_ptr<Units> units;  ///< null where they stay
+  std::unique_ptr<Units> units;  ///< null where nobody touched them
   AppendLog<Change> changes;
   AppendLog<Images> images;
   AppendLog<char> bytes;    ///< the images
   std::size_t held = 0;     ///< bytes of detached records that only this step keeps alive
   std::size_t counted = 0;  ///< what the journal's sum has of its footprint
   /// Names the step, also in a file that keeps it; higher than that of every step made before. When
-  /// a file first kept it, in milliseconds since 1970, 0 without one.
+  /// it was made, in milliseconds since 1970.
   std::int64_t number = 0;
   std::int64_t time_ms = 0;
 
-  bool IsEmpty() const { return changes.empty() && !units; }
+  /// Whether it changed the model's units or the current ones; there and back again is no change.
+  bool ChangesUnits() const {
+    return units && !(units->before.Model() == units->after.Model() &&
+                      units->before.Current() == units->after.Current());
+  }
+  bool IsEmpty() const { return changes.empty() && !ChangesUnits(); }
+  /// Names the state that the step leads to, in this run and, once a file keeps the step, in
+  /// others: a positive number that two steps share by chance only. Holds once the step is done.
+  std::int64_t State() const;
   /// Memory that dropping the step would free.
   std::size_t Footprint() const {
     return changes.capacity() * sizeof(Change) + images.capacity() * sizeof(Images) +
@@ -149,11 +157,11 @@ class QXDB_API Journal {
 
   /// Gives steps without a time this one. Returns the number after the highest, at least `next`.
   std::int64_t NumberSteps(std::int64_t next, std::int64_t time_ms);
-  /// The number of the state that the oldest step done starts from: of the step before it, or a
-  /// negative one, or 0 as long as nothing has changed.
+  /// Names the state that the oldest step done starts from: that of the step before it, or a
+  /// negative number, or 0 as long as nothing has changed.
   std::int64_t FirstState() const { return first_state_; }
-  /// The number of the present state: of the last step done, or of the first state.
-  std::int64_t State() const { return done_.empty() ? first_state_ : done_.back().number; }
+  /// The present state: that of the last step done, or the first one.
+  std::int64_t State() const { return done_.empty() ? first_state_ : done_.back().State(); }
   /// The present state, without a history, is one that no step leads to.
   void NewState() { first_state_ = --last_state_; }
 
@@ -180,6 +188,7 @@ class QXDB_API Journal {
 
  private:
   DPoolBase& Pool(std::uint16_t type) const;
+  KeyedSetBase& SetOf(std::uint16_t type) const { return PoolInside::SetOf(Pool(type)); }
   void EndFinal();
   void TakeBack(Step& step, std::size_t mark);
   void DoAgain(Step& step);

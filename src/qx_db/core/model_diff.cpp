@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "qx_db/core/image_stream.h"
 #include "qx_db/record/verbs.h"
 
 namespace qx {
@@ -14,6 +15,7 @@ void KeyedImage(const Schema& schema, ITR item, std::vector<char>& image) {
   const TStructBase& record = *KeyedSetBase::RecordAt(item);
   image.resize(ImageSize(schema, record));
   WriteImage(schema, record, image.data());
+  image.resize(DropUnsaved(schema, image.data(), image.size()));
   ImageIteratorsToKeys(schema, image.data());
 }
 

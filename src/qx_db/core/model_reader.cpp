@@ -155,8 +155,7 @@ Outcome ModelFileReader::ReadPool(DPoolBase& pool) {
   // Every record takes at least its fixed image: a count that lies cannot ask for much memory.
   const std::int64_t fits =
       static_cast<std::int64_t>(impl_->report.file_bytes) / pool.GetSchema().FixedImageSize();
-  pool.Set().SetHashSize(static_cast<std::int32_t>(
-      std::clamp<std::int64_t>(entry->records, 0, std::min<std::int64_t>(fits, kMaxKey))));
+  pool.ReserveHash(std::min(entry->records, fits));
   std::int64_t records = 0;
   Outcome read =
       ForEachChunk(pool.GetTypeCode(), [&](std::span<const char> images, std::int64_t in_chunk) {

@@ -23,15 +23,6 @@ std::int64_t NewLogId() {
   return static_cast<std::int64_t>(std::uint64_t{random()} << 32 | random());
 }
 
-/// A key that two records share, -1 when there is none. Such a file could not be read.
-Key SharedKey(const DPoolBase& pool) {
-  if (!pool.Set().MayShareKeys()) return -1;
-  for (ITR pos = pool.GetHeadPosition(); pos; pool.Next(pos)) {
-    if (pool.Find(KeyOf(pos)) != pos) return KeyOf(pos);
-  }
-  return -1;
-}
-
 /// The remedy for a database error while writing.
 Failure WriteFailure(const std::string& path, sqlite3* db) {
   const int code = sqlite3_errcode(db) & 0xFF;
@@ -115,10 +106,7 @@ Outcome ModelFileWriter::WriteUnits(const CQXUnitCtrl& units) {
 Outcome ModelFileWriter::WritePool(const DPoolBase& pool) {
   Impl& w = *impl_;
   const Schema& schema = pool.GetSchema();
-  if (const Key key = SharedKey(pool); key >= 0) {
-    return Failure{w.path, "pool " + Utf8(pool.GetIOName()),
-                   "two records share the key " + std::to_string(key), "renumber one of them"};
-  }
+  if (Outcome apart = CheckKeys(pool, w.path); !apart) return apart;
   std::vector<char> images;
   images.reserve(kChunkBytes + kChunkBytes / 4);
   std::int64_t in_chunk = 0;

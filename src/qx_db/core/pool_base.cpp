@@ -7,6 +7,7 @@
 #include "qx_db/core/transaction.h"
 #include "qx_db/lib/message.h"
 #include "qx_db/pool/deletor.h"
+#include "qx_db/record/verbs.h"
 
 namespace qx {
 
@@ -53,6 +54,27 @@ int DPoolBase::IsExtDB() const { return 0; }
 void DPoolBase::RemoveAllExtDB() {}
 void DPoolBase::SetExtHashSize(std::int32_t) {}
 std::int32_t DPoolBase::GetExtDBIdName(TArray<Key>&, CStringArray&) { return 0; }
+
+void DPoolBase::ReserveHash(std::int64_t records) {
+  const auto most = static_cast<std::int32_t>(std::min<std::int64_t>(records, kMaxKey));
+  if (most > set_->HashSize()) set_->SetHashSize(most);
+}
+
+std::int32_t DPoolBase::ListKeys(TArray<Key>& out, bool sorted) {
+  const bool beside = sorted && !MayRearrange();
+  set_->GetKeyList(out, sorted && !beside);
+  if (beside) std::sort(out.begin(), out.end());
+  return out.GetSize();
+}
+
+std::int32_t DPoolBase::ListItems(TArray<ITR>& out, bool sorted) {
+  const bool beside = sorted && !MayRearrange();
+  set_->GetItrList(out, sorted && !beside);
+  if (beside) {
+    std::stable_sort(out.begin(), out.end(), [](ITR a, ITR b) { return KeyOf(a) < KeyOf(b); });
+  }
+  return out.GetSize();
+}
 
 CString DPoolBase::GetAPIName() const {
   std::u16string_view name(GetIOName());

@@ -18,10 +18,11 @@ std::unique_ptr<CQXDBSession> TakeSnapshot(const CQXDBSession& session) {
     if (!pool->NeedSaveNLoad() || !to) continue;
     auto& items = copies[pool->GetTypeCode()];
     items.reserve(static_cast<std::size_t>(pool->GetSize()));
-    to->Set().SetHashSize(GF_GetHashSizeByCount(pool->GetSize()));
+    KeyedSetBase& set = PoolInside::SetOf(*to);
+    set.SetHashSize(GF_GetHashSizeByCount(pool->GetSize()));
     for (ITR pos = pool->GetHeadPosition(); pos; pool->Next(pos)) {
-      const ITR item = to->Set().CreateDetached(*KeyedSetBase::RecordAt(pos));
-      to->Set().AppendDetached(item);
+      const ITR item = set.CreateDetached(*KeyedSetBase::RecordAt(pos));
+      set.AppendDetached(item);
       items.push_back(item);
     }
   }

@@ -10,7 +10,7 @@ Rehearsal::Rehearsal(const CQXDBSession& session)
       outer_(session_.innermost_),
       rolled_back_(!outer_ && session_.journal_.IsOpen()),
       units_(session_.Units()),
-      announcing_(session_.announcing_),
+      telling_(session_.telling_),
       recording_(session_.recording_),
       minds_unrecorded_(session_.minds_unrecorded_),
       rehearsing_(session_.rehearsing_),
@@ -21,7 +21,7 @@ Rehearsal::Rehearsal(const CQXDBSession& session)
     pools_.push_back({pool->ChangeFlags(), pool->Set().Remember()});
   }
   if (rolled_back_) aside_ = std::move(session_.journal_.Current());
-  session_.announcing_ = false;
+  session_.telling_ = false;
   session_.round_ = 0;
   session_.relations_->Forget();  // what it knows may be of a step that is being told of
   session_.BeginTransaction(transaction_, u"");
@@ -39,7 +39,7 @@ Rehearsal::~Rehearsal() {
   }
   session_.SetUnits(units_);
   session_.innermost_ = outer_;
-  session_.announcing_ = announcing_;
+  session_.telling_ = telling_;
   session_.recording_ = recording_;
   session_.minds_unrecorded_ = minds_unrecorded_;
   session_.round_ = round_;
@@ -50,7 +50,7 @@ Rehearsal::~Rehearsal() {
   std::size_t i = 0;
   for (DPoolBase* pool : session_.Pools()) {
     pool->SetChangeFlags(pools_[i].flags);
-    pool->Set().Recall(pools_[i++].memory);
+    PoolInside::SetOf(*pool).Recall(pools_[i++].memory);
   }
 }
 

@@ -55,7 +55,7 @@ class QXDB_API Rehearsal {
   bool rolled_back_;  // a step that is being told of and still open
   Step aside_;        // that step
   CQXUnitCtrl units_;
-  bool announcing_, recording_, minds_unrecorded_, rehearsing_;
+  bool telling_, recording_, minds_unrecorded_, rehearsing_;
   int round_;
   std::size_t begin_ = 0;  // how far the open step had come
   std::size_t rekeyed_;

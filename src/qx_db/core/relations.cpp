@@ -280,7 +280,7 @@ void ClearDeadReferences(DPoolBase& pool) {
     for (const Row* row : rows) {
       if (!HasAny(*row, record, IsDead)) continue;
       ClearFrom(*row, detail::Bytes(record), IsDead);
-      pool.Set().Touch();
+      PoolInside::SetOf(pool).Touch();
     }
   }
 }

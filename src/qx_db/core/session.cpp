@@ -1,10 +1,12 @@
 #include "qx_db/core/session.h"
 
 #include <algorithm>
+#include <chrono>
 #include <new>
 #include <utility>
 
 #include "qx_db/core/belongings.h"
+#include "qx_db/core/key_forecast.h"
 #include "qx_db/core/relations.h"
 #include "qx_db/core/transaction.h"
 #include "qx_db/lib/message.h"
@@ -15,7 +17,35 @@ namespace {
 
 StepHook g_step_hook = nullptr;
 
+std::int64_t NowMs() {
+  using namespace std::chrono;
+  return duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count();
+}
+
 }  // namespace
+
+/// A step is being told of as long as one of these lives: nothing can be edited, and the steps stay
+/// as they are.
+class CQXDBSession::Telling {
+ public:
+  explicit Telling(CQXDBSession& session)
+      : session_(session), outer_(std::exchange(session.telling_, true)) {
+    session_.UpdateHistoryMark();
+  }
+  ~Telling() {
+    session_.telling_ = outer_;
+    if (outer_) return;
+    std::erase(session_.listeners_, nullptr);
+    if (std::exchange(session_.bound_, false)) session_.journal_.EnforceLimits();
+    session_.UpdateHistoryMark();
+  }
+  Telling(const Telling&) = delete;
+  Telling& operator=(const Telling&) = delete;
+
+ private:
+  CQXDBSession& session_;
+  const bool outer_;
+};
 
 StepHook SetStepHook(StepHook hook) { return std::exchange(g_step_hook, hook); }
 
@@ -29,6 +59,11 @@ CQXDBSession::CQXDBSession(PoolSetup setup, CQXDocBase* document)
 }
 
 CQXDBSession::~CQXDBSession() {
+  while (!views_.empty()) {
+    SessionView* const view = views_.back();
+    views_.pop_back();
+    view->OnSessionEnd();
+  }
   // Detached records are freed through their pools, so history goes first.
   journal_.Discard();
   journal_.Forget();
@@ -89,7 +124,7 @@ void CQXDBSession::SetStepSink(StepSink* sink) {
 }
 
 bool CQXDBSession::AllowUnrecorded() {
-  if (announcing_) return false;
+  if (telling_) return false;
   if (sink_) sink_->OnUnrecordedChange();
   // Inside a transaction what the open step recorded so far becomes final: it, too, names records
   // that may be about to be freed.
@@ -104,7 +139,7 @@ bool CQXDBSession::AllowUnrecorded() {
 /// With a sink, or somebody who knows the present state, unrecorded changes are to be heard of even
 /// without a history to lose; while a step is told of, to be refused.
 void CQXDBSession::UpdateHistoryMark() {
-  minds_unrecorded_ = announcing_ || sink_ || state_known_ || journal_.IsOpen() ||
+  minds_unrecorded_ = telling_ || sink_ || state_known_ || journal_.IsOpen() ||
                       !journal_.Done().empty() || !journal_.Undone().empty();
 }
 
@@ -118,15 +153,29 @@ std::int64_t CQXDBSession::State() {
 
 template <class Edit>
 void SessionUnits::Change(Edit&& edit) {
-  if (session_.announcing_) return;
+  if (session_.telling_) return;
+  CTransaction own(&session_);
+  if (!session_.innermost_ && session_.recording_enabled_ && !AreDeclared()) {
+    own.Begin(qxLoadText("IDS_QX_TRANS_UNITS").c_str());
+  }
   if (session_.IsRecording()) {
     session_.journal_.BeforeUnits();
     edit();
     session_.journal_.AfterUnits();
-    return;
+  } else {
+    if (session_.sink_) session_.sink_->OnUnrecordedChange();
+    edit();
   }
-  if (session_.sink_) session_.sink_->OnUnrecordedChange();
-  edit();
+  own.Commit();
+}
+
+/// Whether a change only says what the units of a model to come are: nothing is there yet that was
+/// in others, and nobody keeps track.
+bool SessionUnits::AreDeclared() const {
+  const Journal& history = session_.journal_;
+  return !session_.sink_ && history.Done().empty() && history.Undone().empty() &&
+         std::all_of(session_.order_.begin(), session_.order_.end(),
+                     [](const DPoolBase* pool) { return pool->GetSize() == 0; });
 }
 
 void SessionUnits::SetModel(const UnitSystem& system) {
@@ -152,7 +201,10 @@ int CQXDBSession::ChangeUnits(const UnitSystem& current) {
 // ---- transactions -------------------------------------------------------------------------------
 
 void CQXDBSession::BeginTransaction(CTransaction& transaction, std::u16string_view name) {
-  if (!innermost_) journal_.Open(name);  // may throw, and then nothing has begun
+  if (!innermost_) {
+    journal_.Open(name);  // may throw, and then nothing has begun
+    inner_taken_back_ = false;
+  }
   transaction.mark_ = journal_.Mark();
   transaction.units_ = units_;
   transaction.outer_ = std::exchange(innermost_, &transaction);
@@ -235,10 +287,11 @@ int CQXDBSession::CommitTransaction() {
     return 1;
   }
   if (!ProcessRelations() || !RefuseSharedKeys()) return 0;  // still open: the caller rolls back
-  const bool changed = journal_.Mark() > 0 || journal_.Current().units;
+  const bool changed = journal_.Mark() > 0 || journal_.Current().ChangesUnits();
   if (journal_.HasFinal()) SettleFinal();
   if (journal_.IsOpen() && !journal_.Current().IsEmpty()) {
     journal_.ReserveClose();  // room first: nothing may fail once the step is made
+    journal_.Current().time_ms = NowMs();
     if (sink_ && !sink_->OnCommit(*this, journal_.Current())) return 0;
   }
   innermost_ = nullptr;
@@ -248,6 +301,8 @@ int CQXDBSession::CommitTransaction() {
   std::exception_ptr fault;
   if (changed) {
     fault = Announce(SessionEvent::kCommitted, kept ? journal_.Done().back() : journal_.Current());
+  } else if (inner_taken_back_) {
+    fault = Announce(SessionEvent::kRolledBack, journal_.Current());
   }
   journal_.EnforceLimits();
   ClearFlags();
@@ -265,6 +320,9 @@ void CQXDBSession::RollbackTransaction(CTransaction& transaction) {
   innermost_ = transaction.outer_;
   transaction.open_ = false;
   if (!innermost_) return RollbackOutermost();
+  // Who shows the model may have come to know of it meanwhile.
+  inner_taken_back_ =
+      inner_taken_back_ || journal_.Mark() > transaction.mark_ || !(transaction.units_ == units_);
   journal_.RollbackTo(transaction.mark_);
   relations_->Forget();
   SetUnits(transaction.units_);
@@ -272,7 +330,8 @@ void CQXDBSession::RollbackTransaction(CTransaction& transaction) {
 }
 
 void CQXDBSession::RollbackOutermost() {
-  const bool changed = journal_.Mark() > 0 || journal_.Current().units;
+  const bool changed =
+      journal_.Mark() > 0 || journal_.Current().ChangesUnits() || inner_taken_back_;
   if (journal_.HasFinal()) {
     journal_.RollbackTo(0);
     SettleFinal();
@@ -300,19 +359,32 @@ const Step& CQXDBSession::ReplayLast(bool undo) {
   }
 }
 
+/// Whether two records would share a key that have none of it now, which no commit would have let
+/// pass; tells of the first.
+bool CQXDBSession::LeadsToSharedKeys(const Step& step, bool undo) const {
+  const KeyForecast::Clash clash = KeyForecast(*this).Pass(step, undo);
+  if (!clash) return false;
+  qxMsgOut(Severity::kRefusal, "IDS_QX_DB_KEY_SHARED",
+           {clash.pool->GetAPIName().ToUtf8(), std::to_string(KeyOf(clash.first)),
+            std::to_string(KeyOf(clash.second)), std::to_string(clash.key)});
+  return true;
+}
+
 int CQXDBSession::Replay(bool undo) {
   if (undo ? !CanUndo() : !CanRedo()) return 0;
-  if (sink_ && !(undo ? sink_->OnUndo(*this) : sink_->OnRedo(*this))) return 0;
-  const Step& step = ReplayLast(undo);
-  if (sink_ && !sink_->OnMoved(*this)) {
-    ReplayLast(!undo);
-    return 0;
+  std::exception_ptr fault;
+  {
+    const Telling telling(*this);  // also while the step is kept, and pools put things in order
+    if (LeadsToSharedKeys(undo ? journal_.Done().back() : journal_.Undone().back(), undo)) return 0;
+    if (sink_ && !(undo ? sink_->OnUndo(*this) : sink_->OnRedo(*this))) return 0;
+    const Step& step = ReplayLast(undo);
+    if (sink_ && !sink_->OnMoved(*this)) {
+      ReplayLast(!undo);
+      return 0;
+    }
+    FlagChanges(step);
+    fault = Announce(undo ? SessionEvent::kUndone : SessionEvent::kRedone, step);
   }
-  FlagChanges(step);
-  for (DPoolBase* pool : order_) {
-    if (pool->ChangeFlags()) pool->OnAfterUndoRedo();
-  }
-  const auto fault = Announce(undo ? SessionEvent::kUndone : SessionEvent::kRedone, step);
   if (fault) std::rethrow_exception(fault);
   return 1;
 }
@@ -330,7 +402,7 @@ std::u16string_view CQXDBSession::RedoName() const {
 
 void CQXDBSession::SetHistoryLimits(const HistoryLimits& limits) {
   journal_.SetLimits(limits);
-  if (announcing_) {  // the steps are being read
+  if (telling_) {  // the steps are being read
     bound_ = true;
     return;
   }
@@ -360,7 +432,7 @@ void CQXDBSession::ClearFlags() {
 void CQXDBSession::AddListener(ISessionListener* listener) { listeners_.push_back(listener); }
 
 void CQXDBSession::RemoveListener(ISessionListener* listener) {
-  if (announcing_) {  // the list is being walked
+  if (telling_) {  // the list is being walked
     std::replace(listeners_.begin(), listeners_.end(), listener,
                  static_cast<ISessionListener*>(nullptr));
   } else {
@@ -369,7 +441,7 @@ void CQXDBSession::RemoveListener(ISessionListener* listener) {
 }
 
 /// Tells everyone, whoever throws; returns what was thrown first. What is told of stays as it is
-/// until then.
+/// until then, also by the pools, which hear of undo and redo before all others.
 std::exception_ptr CQXDBSession::Announce(SessionEvent event, const Step& step) {
   std::exception_ptr fault;
   const auto tell = [&](auto&& call) {
@@ -379,8 +451,12 @@ std::exception_ptr CQXDBSession::Announce(SessionEvent event, const Step& step) 
       if (!fault) fault = std::current_exception();
     }
   };
-  announcing_ = true;
-  UpdateHistoryMark();
+  const Telling telling(*this);
+  for (DPoolBase* pool : event == SessionEvent::kUndone || event == SessionEvent::kRedone
+                             ? Pools()
+                             : std::span<DPoolBase* const>()) {
+    if (pool->ChangeFlags()) tell([&] { pool->OnAfterUndoRedo(); });
+  }
   if (g_step_hook) tell([&] { g_step_hook(*this); });
   const std::size_t count = listeners_.size();  // one that comes meanwhile hears of the next
   for (std::size_t i = 0; i < count; ++i) {
@@ -390,11 +466,7 @@ std::exception_ptr CQXDBSession::Announce(SessionEvent event, const Step& step) 
                                     {step.changes.data(), step.changes.size()});
     });
   }
-  announcing_ = false;
-  std::erase(listeners_, nullptr);
-  if (std::exchange(bound_, false)) journal_.EnforceLimits();
   ClearFlags();
-  UpdateHistoryMark();
   return fault;
 }
 
@@ -411,7 +483,9 @@ int CQXDBSession::SwapContents(CQXDBSession& other) {
   if (IsBusy() || other.IsBusy()) return 0;
   AllowUnrecorded();
   for (DPoolBase* pool : order_) {
-    if (DPoolBase* twin = other.GetDataPool(pool->GetTypeCode())) pool->Set().Swap(twin->Set());
+    if (DPoolBase* twin = other.GetDataPool(pool->GetTypeCode())) {
+      PoolInside::SetOf(*pool).Swap(PoolInside::SetOf(*twin));
+    }
   }
   const CQXUnitCtrl units = units_;
   SetUnits(other.units_);

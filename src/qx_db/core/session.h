@@ -26,7 +26,9 @@ enum class SessionEvent {
   kUndone,
   kRedone,
   kLoaded,
-  kRolledBack,  ///< an outermost transaction that had changed something
+  /// An outermost transaction that had changed something, or of which nothing is left but what one
+  /// inside it had changed and taken back.
+  kRolledBack,
 };
 
 /// A host hears of finished steps here, on the thread that drives the session. Called after the
@@ -39,10 +41,21 @@ class QXDB_API ISessionListener {
  public:
   virtual ~ISessionListener() = default;
   /// `changes` name the records concerned, in the order of the edit, also where they were taken
-  /// back; empty for kLoaded. A removed record can still be read through its iterator during the
-  /// call.
+  /// back; empty for kLoaded. Not among them is what an inner transaction took back before: those
+  /// records are gone, and only the change flags of their pools tell of them. A removed record can
+  /// still be read through its iterator during the call.
   virtual void OnSessionEvent(CQXDBSession& session, SessionEvent event,
                               std::u16string_view step_name, std::span<const Change> changes) = 0;
+};
+
+/// Somebody who shows a session, as the selection lists do: see CQXDBSession::AddView.
+class QXDB_API SessionView {
+ public:
+  /// The session ends. It has taken the view off.
+  virtual void OnSessionEnd() = 0;
+
+ protected:
+  ~SessionView() = default;
 };
 
 /// Keeps each step before it counts: where a sink refuses, a commit is rolled back, and an undo or
@@ -59,11 +72,14 @@ class QXDB_API StepSink {
   virtual bool OnMoved(CQXDBSession& session) = 0;
   /// Records change in a way that no step tells: outside a transaction, or unrecorded.
   virtual void OnUnrecordedChange() = 0;
+  /// The file that has every step up to the session's present state, "" where none has.
+  virtual std::string PathOfSteps() const { return {}; }
 };
 
 /// The units of a session. Changed in a transaction that records, they are part of its step, and
-/// undone and redone with it; outside of one, of no step, as by who has yet to fill the model.
-/// Refused while the session tells of a step.
+/// undone and redone with it. Outside of one a change is a step of its own, once the model has
+/// records, a history or a file that keeps its steps; before, it is of no step, as by who has yet
+/// to fill the model. Refused while the session tells of a step.
 class QXDB_API SessionUnits final : public CQXUnitCtrl {
  public:
   void SetModel(const UnitSystem& system);
@@ -73,6 +89,7 @@ class QXDB_API SessionUnits final : public CQXUnitCtrl {
  private:
   friend class CQXDBSession;
   explicit SessionUnits(CQXDBSession& session) : session_(session) {}
+  bool AreDeclared() const;
   template <class Edit>
   void Change(Edit&& edit);
   CQXDBSession& session_;
@@ -88,8 +105,9 @@ class CTransaction;
 /// files and the lists of CQXMeshUtil mark records, and are for one thread at a time. Sessions
 /// share nothing that is written: a snapshot may be read, exported, checked and saved by one thread
 /// while its original is edited by another, and many snapshots by as many. The callback interfaces
-/// and the selection lists hear on the thread that drives the session; they are of the user
-/// interface, and so must be the sessions that they are bound to.
+/// and the selection lists hear on the thread that drives the session; lists are of the user
+/// interface, and so must be the sessions that they are bound to. Of a session that no list is
+/// bound to they know nothing.
 class QXDB_API CQXDBSession final : public ChangeRecorder {
  public:
   /// Adds the pools of a kind of model to an empty session.
@@ -164,13 +182,16 @@ class QXDB_API CQXDBSession final : public ChangeRecorder {
   bool CanUndo() const { return !IsBusy() && !journal_.Done().empty(); }
   bool CanRedo() const { return !IsBusy() && !journal_.Undone().empty(); }
   /// Take back the last step, or do the last undone one again, whole. 0 when there is none, a
-  /// transaction is open or a step is being announced.
+  /// transaction is open or a step is being announced; or when it would lead to two records with
+  /// one key, of which a message tells.
   int Undo();
   int Redo();
   /// Whether a transaction is open, or a step is being told of.
-  bool IsBusy() const { return innermost_ != nullptr || announcing_; }
-  /// Names the present state of the records, to ask ChangesSince later: the number of the last step
-  /// done. Where no step leads to it, a number below 1 that holds in this session only.
+  bool IsBusy() const { return innermost_ != nullptr || telling_; }
+  /// Names the present state of the model, to ask ChangesSince later: after the last step done, by
+  /// a number that holds as long as a history or a file has the step, and in no other model. Where
+  /// no step leads to it, by a number below 1 that holds in this session only, and until its
+  /// contents are exchanged.
   std::int64_t State();
   /// Names of the steps that Undo and Redo would act on; empty when there is none.
   std::u16string_view UndoName() const;
@@ -186,12 +207,18 @@ class QXDB_API CQXDBSession final : public ChangeRecorder {
 
   /// Has every step kept; null for none. Not owned.
   void SetStepSink(StepSink* sink);
+  const StepSink* GetStepSink() const { return sink_; }
 
   // ---- listeners --------------------------------------------------------------------------------
 
   /// Listeners are not owned and hear in the order they were added.
   void AddListener(ISessionListener* listener);
   void RemoveListener(ISessionListener* listener);
+
+  /// Those who show the session, and are brought up to date by IUpdateDB. Not owned.
+  void AddView(SessionView& view) { views_.push_back(&view); }
+  void RemoveView(SessionView& view) { std::erase(views_, &view); }
+  bool HasViews() const { return !views_.empty(); }
 
   // ---- the whole --------------------------------------------------------------------------------
 
@@ -231,9 +258,11 @@ class QXDB_API CQXDBSession final : public ChangeRecorder {
   void RollbackOutermost();
   int ProcessRelations();
   int RefuseSharedKeys();
+  bool LeadsToSharedKeys(const Step& step, bool undo) const;
   void ForgetStep();
   void SettleFinal();
   void SetUnits(const CQXUnitCtrl& units) { static_cast<CQXUnitCtrl&>(units_) = units; }
+  class Telling;
   [[nodiscard]] std::exception_ptr Announce(SessionEvent event, const Step& step);
   void FlagChanges(const Step& step);
   void ClearFlags();
@@ -249,10 +278,11 @@ class QXDB_API CQXDBSession final : public ChangeRecorder {
   std::vector<std::unique_ptr<DPoolBase>> pools_;
   std::string setup_fault_;
   std::vector<ISessionListener*> listeners_;
+  std::vector<SessionView*> views_;
   bool recording_enabled_ = true;
   CTransaction* innermost_ = nullptr;  // of the open transactions
-  bool announcing_ = false;            // a step to hook and listeners
-  bool bound_ = false;                 // the history, once that is over
+  bool bound_ = false;                 // the history, once a step has been told of
+  bool inner_taken_back_ = false;      // of the open step, something by an inner transaction
   bool state_known_ = false;           // somebody may ask for changes since the present state
   int round_ = 0;                      // of the relations that are being processed
   bool rehearsing_ = false;
@@ -268,8 +298,9 @@ class QXDB_API CQXDBSession final : public ChangeRecorder {
   std::vector<Rekeyed> rekeyed_;  // in the open step
 };
 
-/// Called once per event that listeners hear of, before them, with the change flags set. The first
-/// IUpdateDB that is made installs its refresh here; null for none. Returns the former one.
+/// Called once per event that listeners hear of, before them, with the change flags set, on the
+/// thread that drives the session. The first IUpdateDB that is made installs its refresh here; null
+/// for none. Returns the former one. To be set before there are sessions on other threads.
 using StepHook = void (*)(CQXDBSession&);
 QXDB_API StepHook SetStepHook(StepHook hook);
 

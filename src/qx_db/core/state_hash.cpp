@@ -5,6 +5,7 @@
 #include <vector>
 #include <xxhash.h>
 
+#include "qx_db/core/image_stream.h"
 #include "qx_db/core/session.h"
 #include "qx_db/record/verbs.h"
 
@@ -29,6 +30,7 @@ std::uint64_t CQXDBSession::StateHash() const {
       const TStructBase& record = *KeyedSetBase::RecordAt(pos);
       image.resize(ImageSize(schema, record));
       WriteImage(schema, record, image.data());
+      image.resize(DropUnsaved(schema, image.data(), image.size()));
       ImageIteratorsToKeys(schema, image.data());
       XXH3_64bits_update(&state, image.data(), image.size());
     }

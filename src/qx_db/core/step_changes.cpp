@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <unordered_map>
 
+#include "qx_db/core/model_file.h"
 #include "qx_db/record/verbs.h"
 
 namespace qx {
@@ -15,6 +16,7 @@ class Coalescer {
 
   /// The next step on the way, done or taken back.
   void Pass(const Step& step, bool done) {
+    if (step.units && !units_) units_ = done ? &step.units->before : &step.units->after;
     if (done) {
       for (const Change& change : step.changes) Pass(step, change, true);
     } else {
@@ -37,7 +39,7 @@ class Coalescer {
     std::vector<RecordChange> changes;
     for (const Fate& fate : fates_) {
       const bool is = !KeyedSetBase::IsRemoved(fate.item);
-      RecordChange change{fate.type, tagTRNotify::kModified, fate.item};
+      RecordChange change{fate.type, tagTRNotify::kModified, fate.item, {}, KeyOf(fate.item)};
       if (fate.was && is) {
         change.members = Modified(fate);
         if (change.members.empty()) continue;
@@ -49,6 +51,11 @@ class Coalescer {
       changes.push_back(std::move(change));
     }
     return changes;
+  }
+  ModelChanges All() const {
+    const CQXUnitCtrl& now = session_.Units();
+    return {Result(),
+            units_ && !(units_->Model() == now.Model() && units_->Current() == now.Current())};
   }
 
  private:
@@ -68,35 +75,56 @@ class Coalescer {
   }
 
   const CQXDBSession& session_;
+  const CQXUnitCtrl* units_ = nullptr;  // in the known state; null where no step changed them
   std::vector<Fate> fates_;
   std::unordered_map<ITR, std::size_t> places_;
 };
 
-}  // namespace
-
-std::optional<std::vector<RecordChange>> ChangesSince(const CQXDBSession& session,
-                                                      std::int64_t state) {
+/// By the steps that memory has.
+std::optional<ModelChanges> FromHistory(const CQXDBSession& session, std::int64_t state) {
   const Journal& history = session.History();
-  if (history.IsOpen()) return {};
-  const auto is_known = [&](const Step& step) { return step.number == state; };
+  const auto is_known = [&](const Step& step) { return step.State() == state; };
   const auto& done = history.Done();
   const auto& undone = history.Undone();
+  Coalescer since(session);
   auto next = done.begin();  // of the steps done since
-  const bool is_first = state == history.FirstState();
-  if (!is_first) {
+  if (state != history.FirstState()) {
     const auto known = std::find_if(done.begin(), done.end(), is_known);
-    next = known == done.end() ? known : known + 1;
     if (known == done.end()) {
       const auto taken_back = std::find_if(undone.begin(), undone.end(), is_known);
       if (taken_back == undone.end()) return {};
-      Coalescer since(session);
       for (auto step = taken_back; step != undone.end(); ++step) since.Pass(*step, false);
-      return since.Result();
+      return since.All();
     }
+    next = known + 1;
   }
-  Coalescer since(session);
   for (; next != done.end(); ++next) since.Pass(*next, true);
-  return since.Result();
+  return since.All();
+}
+
+/// By the steps that only the session's file still has. Records of the two are told by their keys,
+/// which no two of a pool share.
+std::optional<ModelChanges> FromFile(const CQXDBSession& session, std::int64_t state) {
+  const StepSink* const sink = session.GetStepSink();
+  const std::string path = sink ? sink->PathOfSteps() : std::string();
+  if (state <= 0 || path.empty()) return {};
+  const auto file = ReadModel(path, session.Setup());
+  if (!file || (*file)->History().State() != session.History().State()) return {};
+  auto changes = FromHistory(**file, state);
+  if (!changes) return {};
+  for (RecordChange& change : changes->records) {
+    const bool is_gone = change.operation == tagTRNotify::kRemoved;
+    change.item = is_gone ? 0 : session.GetDataPool(change.type)->Find(change.key);
+  }
+  return changes;
+}
+
+}  // namespace
+
+std::optional<ModelChanges> ChangesSince(const CQXDBSession& session, std::int64_t state) {
+  if (session.History().IsOpen()) return {};
+  auto changes = FromHistory(session, state);
+  return changes ? changes : FromFile(session, state);
 }
 
 std::vector<RecordChange> ChangesOfOpenStep(const CQXDBSession& session, std::size_t from) {

@@ -20,7 +20,8 @@ class StepEncoder {
   StepSize Size() {
     StepSize size;
     size.bytes = sizeof(Head) + 2 * Letters();
-    if (step_.units) size.bytes += sizeof(ChangeHead) + sizeof(std::uint32_t) + Units().size();
+    if (step_.ChangesUnits())
+      size.bytes += sizeof(ChangeHead) + sizeof(std::uint32_t) + Units().size();
     std::uint32_t counts[3] = {};
     ForEachChange([&](const DPoolBase& pool, const Change& change) {
       ++counts[change.operation - tagTRNotify::kInserted];
@@ -40,10 +41,10 @@ class StepEncoder {
 
   void Encode(const StepNumbers& numbers, const StepSize& size, FrameSink& out) {
     Put(out, Head{step_.number, size.inserted, size.removed, size.modified,
-                  size.inserted + size.removed + size.modified + (step_.units ? 1 : 0),
+                  size.inserted + size.removed + size.modified + (step_.ChangesUnits() ? 1 : 0),
                   static_cast<std::uint32_t>(Letters())});
     if (Letters() > 0) std::memcpy(out.Room(2 * Letters()), step_.name.data(), 2 * Letters());
-    if (step_.units) {
+    if (step_.ChangesUnits()) {
       const std::string text = Units();
       Put(out, ChangeHead{0, StoredChange::kUnits, 0, 0});
       Put(out, static_cast<std::uint32_t>(text.size()));

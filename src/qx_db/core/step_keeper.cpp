@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "qx_db/core/key_forecast.h"
 #include "qx_db/core/step_codec.h"
 #include "qx_db/lib/message.h"
 #include "qx_db/platform/file.h"
@@ -25,18 +26,23 @@ bool KnowsPlaces(const CQXDBSession& session, const Step& step) {
   });
 }
 
-/// The history that goes into a file, written after the pages that hold the session's state.
+/// The history that goes into a file, written after the pages that hold the session's state. It
+/// begins where two records shared a key, which no file can hold.
 class HistoryWriter {
  public:
   HistoryWriter(const CQXDBSession& session, const Step* current, const HistoryLimits& kept)
       : session_(session), kept_(kept) {
     numbers_.Reset(session);
-    if (current && kept.steps > 0 && KnowsPlaces(session, *current)) done_.push_back(current);
+    KeyForecast keys(session);
+    const auto may_be_kept = [&](const Step& step) {
+      return KnowsPlaces(session, step) && !keys.Pass(step, true);
+    };
+    if (current && kept.steps > 0 && may_be_kept(*current)) done_.push_back(current);
     if (current && done_.empty()) return;  // older steps do not follow without it
     const auto& done = session.History().Done();
     // A place is kept at the end of the history for the step that is being committed.
     for (std::size_t i = done.size() - (current && !done.empty() ? 1 : 0); i-- > 0;) {
-      if (done_.size() >= kept.steps || !KnowsPlaces(session, done[i])) break;
+      if (done_.size() >= kept.steps || !may_be_kept(done[i])) break;
       done_.push_back(&done[i]);
     }
     if (current) return;  // it ends what had been undone

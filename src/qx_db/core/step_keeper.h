@@ -75,6 +75,7 @@ class QXDB_API StepKeeper final : public StepSink {
   bool OnRedo(CQXDBSession& session) override;
   bool OnMoved(CQXDBSession& session) override;
   void OnUnrecordedChange() override { behind_ = true; }
+  std::string PathOfSteps() const override { return behind_ ? std::string() : path_; }
 
  private:
   bool Report(Outcome outcome);

@@ -61,6 +61,10 @@ std::string StepReplay::ReadRecord(const StoredChange& change, DPoolBase& pool, 
   }
   TStructBase& record = Read(pool);
   reader.Read(change.image.data(), record);
+  for (const Row* row : pool.GetSchema().References()) {  // of records that no file holds
+    const bool is_unsaved = row->IsArray() && row->reference_rule == ReferenceRule::kNotSaved;
+    if (is_unsaved) detail::ArrayAt(detail::Bytes(record), *row).count = 0;
+  }
   if (resolve) ResolveReferences(pool, record);
   return record.GetKey() < 0 ? At(change, "has a negative key") : std::string();
 }
@@ -82,8 +86,9 @@ void StepReplay::ResolveReferences(DPoolBase& pool, TStructBase& record) const {
 std::string StepReplay::Create(const StoredChange& change, DPoolBase& pool, Waiting& waiting) {
   if (std::string fault = ReadRecord(change, pool, false); !fault.empty()) return fault;
   waiting.Reserve();
-  const ITR item = pool.Set().CreateDetached(Read(pool));
-  waiting.Add(pool.Set(), item);
+  KeyedSetBase& set = PoolInside::SetOf(pool);
+  const ITR item = set.CreateDetached(Read(pool));
+  waiting.Add(set, item);
   return numbers_.Assign(pool, change.number, item, spare_)
              ? std::string()
              : At(change, "names a new record by a number that is taken");
@@ -105,7 +110,7 @@ std::string StepReplay::ApplyUnits(const StoredChange& change, Step& step, StepF
 // ---- forward ------------------------------------------------------------------------------------
 
 std::string StepReplay::ApplyForward(const StoredChange& change, DPoolBase& pool) {
-  KeyedSetBase& set = pool.Set();
+  KeyedSetBase& set = PoolInside::SetOf(pool);
   Journal& journal = session_.journal_;
   ITR item = numbers_.At(change.type, change.number);
   // Room first: what is linked or detached below has its owner at once.
@@ -202,7 +207,7 @@ std::string StepReplay::Redo() {
 // ---- backward -----------------------------------------------------------------------------------
 
 std::string StepReplay::ApplyBackward(const StoredChange& change, DPoolBase& pool, Step& step) {
-  KeyedSetBase& set = pool.Set();
+  KeyedSetBase& set = PoolInside::SetOf(pool);
   const ITR item = numbers_.At(change.type, change.number);
   if (!item) return At(change, "is of a record that is not there");
   const bool gone = KeyedSetBase::IsRemoved(item);

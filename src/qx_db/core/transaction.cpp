@@ -14,7 +14,7 @@ CTransaction::~CTransaction() {
 }
 
 int CTransaction::Begin(const char16_t* name) {
-  if (!session_ || open_ || session_->announcing_) return 0;
+  if (!session_ || open_ || session_->telling_) return 0;
   session_->BeginTransaction(*this, name ? name : u"");
   open_ = true;
   return 1;

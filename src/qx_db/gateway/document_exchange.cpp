@@ -91,12 +91,14 @@ Outcome ApplyDeletions(CQXDBSession& session, DataBase& document,
   return Commit(transaction);
 }
 
-void WriteDocument(CQXDBSession& session, DataBase& document, std::span<DPoolBase* const> pools) {
+bool WriteDocument(CQXDBSession& session, DataBase& document, std::span<DPoolBase* const> pools) {
+  bool all = true;
   for (DPoolBase* pool : Chosen(session, pools)) {
     if (pools.empty() && pool->GetSize() == 0) continue;
-    TArray<Key> all;
-    pool->WriteAPI(&document, all, 0);
+    TArray<Key> keys;  // all
+    all = pool->WriteAPI(&document, keys, 0) && all;
   }
+  return all;
 }
 
 }  // namespace qx

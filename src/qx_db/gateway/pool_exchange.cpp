@@ -170,7 +170,12 @@ bool DPoolBase::ReadAPI(DataBase* from, int remove) {
 
 bool DPoolBase::WriteAPI(DataBase* to, TArray<Key>& keys, int) {
   if (schema_->Gateway().empty()) return true;
-  Collection table = to->AddCollection(GetAPIName().ToUtf8());
+  const std::string name = GetAPIName().ToUtf8();
+  if (const Key key = set_->SharedKey(); key >= 0) {
+    to->Tell({name, key, "", "is the key of two records; renumber one of them"});
+    return false;
+  }
+  Collection table = to->AddCollection(name);
   if (keys.IsEmpty()) GetKeyList(keys, 0);
   const auto record = NewRecord();
   for (const Key key : keys) {

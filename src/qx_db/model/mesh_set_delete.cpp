@@ -106,7 +106,7 @@ int DPoolMset::TR_Del_EmptyMset() {
   if (IsEmpty()) return 1;
   return InStep(kDeleteStep, [&] {
     TArray<ITR> all;
-    Set().GetItrList(all, 0);
+    Set().GetItrList(all);
     return DeleteEmptyBelow(Span(all));
   });
 }

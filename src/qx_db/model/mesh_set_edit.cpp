@@ -148,8 +148,8 @@ int DPoolMset::Rebuild(bool gather) {
   TArray<ITR> all_nodes;
   TArray<ITR> all_elements;
   if (gather) {
-    nodes.Set().GetItrList(all_nodes, 0);
-    elements.Set().GetItrList(all_elements, 0);
+    nodes.Set().GetItrList(all_nodes);
+    elements.Set().GetItrList(all_elements);
   }
   ItemMarks free_nodes(nodes);
   ItemMarks free_elements(elements);

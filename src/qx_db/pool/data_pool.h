@@ -29,10 +29,10 @@ class QXDB_API DPool : public DPoolBase {
 
   ITR Find(Key key) const override { return records_.Find(key); }
   std::int32_t GetKeyList(TArray<Key>& out, int sorted) override {
-    return records_.GetKeyList(out, sorted);
+    return ListKeys(out, sorted != 0);
   }
   std::int32_t GetItrList(TArray<ITR>& out, int sorted) override {
-    return records_.GetItrList(out, sorted);
+    return ListItems(out, sorted != 0);
   }
   ITR InsertNU(const TStructBase* record) override {
     return InsertNU(static_cast<const T&>(*record));
@@ -56,8 +56,12 @@ class QXDB_API DPool : public DPoolBase {
     GetDefault() = records_.GetAtNU(pos);
     return &GetDefault();
   }
-  void SetMinMaxKey(Key key) override { records_.SetMinMaxKey(key); }
-  void ResetMinMaxKey() override { records_.ResetMinMaxKey(); }
+  void SetMinMaxKey(Key key) override {
+    if (MayRearrange()) records_.SetMinMaxKey(key);
+  }
+  void ResetMinMaxKey() override {
+    if (MayRearrange()) records_.ResetMinMaxKey();
+  }
   std::uint32_t GetCheckSize() const override { return sizeof(T); }
 
   // ---- 42 to 46 of the virtual operations -------------------------------------------------------
@@ -82,7 +86,9 @@ class QXDB_API DPool : public DPoolBase {
   T& GetPrevNU(ITR& pos) { return records_.GetPrevNU(pos); }
   void Prev(ITR& pos) const { records_.Prev(pos); }
   bool IsEmpty() const { return records_.IsEmpty(); }
-  void SortAsc() { records_.SortAsc(); }
+  void SortAsc() {
+    if (MayRearrange()) records_.SortAsc();
+  }
   void SetHashSize(std::int32_t n) { records_.SetHashSize(n); }
   void SetDefaultHashSize(std::int32_t n) { records_.SetDefaultHashSize(n); }
   std::uint32_t GetParamIdx(ITR pos) const { return records_.GetParamIdx(pos); }

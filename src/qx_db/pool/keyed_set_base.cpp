@@ -157,6 +157,14 @@ bool KeyedSetBase::SharesKey(ITR pos) const {
   return item != nullptr;
 }
 
+Key KeyedSetBase::SharedKey() const {
+  if (!shared_keys_) return -1;
+  for (const char* item = head_; item; item = LinksOf(const_cast<char*>(item)).list_next) {
+    if (Find(KeyAt(item)) != ToItr(item)) return KeyAt(item);
+  }
+  return -1;
+}
+
 void KeyedSetBase::FindMany(std::span<const Key> keys, std::span<ITR> found) const {
   constexpr std::size_t kBatch = 16;
   for (std::size_t begin = 0; begin < keys.size(); begin += kBatch) {
@@ -169,8 +177,12 @@ void KeyedSetBase::FindMany(std::span<const Key> keys, std::span<ITR> found) con
 }
 
 std::int32_t KeyedSetBase::GetItrList(TArray<ITR>& out, int sorted) {
-  out.RemoveAll();
   if (sorted) SortAsc();
+  return std::as_const(*this).GetItrList(out);
+}
+
+std::int32_t KeyedSetBase::GetItrList(TArray<ITR>& out) const {
+  out.RemoveAll();
   out.SetSize(count_);
   ITR* at = out.data();
   ForEachItem([&](char* item) { *at++ = ToItr(item); });
@@ -267,7 +279,6 @@ int KeyedSetBase::SetAt(ITR pos, const TStructBase& record) {
     return 1;
   }
   if (former < 0 || !Find(former)) return 0;
-  const bool taken = Find(key) != 0;
   table_.Unlink(item);  // by the former key
   try {
     ops_.assign(item + kRecordOffset, record);
@@ -276,7 +287,7 @@ int KeyedSetBase::SetAt(ITR pos, const TStructBase& record) {
     throw;
   }
   SetMinMaxKey(key);
-  shared_keys_ = shared_keys_ || taken;
+  LearnSharing(key);
   used_keys_.OnFreed(former);
   table_.PushFront(item);
   return 1;
@@ -388,7 +399,9 @@ Key KeyedSetBase::GetNewKeyUp(Key start) const {
 
 // ---- for the undo journal -----------------------------------------------------------------------
 
+/// What is about to be linked is alive, and its key in use, perhaps for the second time.
 void KeyedSetBase::Revive(char* item) {
+  LearnSharing(KeyAt(item));
   SetState(ToItr(item), StateOf(ToItr(item)) & ~kRemovedBit);
   Touch();
   --detached_;

@@ -96,6 +96,7 @@ class QXDB_API KeyedSetBase {
   /// Fill `out` with all positions or keys in list order, ascending by key when `sorted` is not
   /// 0 (which sorts the set itself); return the count. `out` is freed first.
   std::int32_t GetItrList(TArray<ITR>& out, int sorted);
+  std::int32_t GetItrList(TArray<ITR>& out) const;
   std::int32_t GetKeyList(TArray<Key>& out, int sorted);
   /// Sorts the list ascending by key: a two-digit bucket sort with the hash table as low digit.
   void SortAsc();
@@ -177,7 +178,7 @@ class QXDB_API KeyedSetBase {
   }
   /// Whether a position is of a record in the set: not of one removed, nor, as long as its slot is
   /// free, of one freed, nor anything else.
-  bool IsLinked(ITR pos) const { return store_.Covers(ToItem(pos)) && !IsRemoved(pos); }
+  bool IsLinked(ITR pos) const { return Owns(pos) && !IsRemoved(pos); }
 
   /// Whether the slot of an item that the set owned has been freed since.
   bool IsFree(ITR pos) const { return ItemStore::IsReturned(ToItem(pos)); }
@@ -207,8 +208,11 @@ class QXDB_API KeyedSetBase {
   /// operation that checks a position tells a stale one.
   static bool ReusesSlots() { return ItemStore::kReuses; }
 
-  /// Whether SetAt has ever given a record a key that another one had at that moment.
+  /// Whether a record has ever been put under a key that another one had at that moment, in
+  /// whatever way.
   bool MayShareKeys() const { return shared_keys_; }
+  /// A key that two records share, -1 when there is none. Constant time unless MayShareKeys.
+  Key SharedKey() const;
   /// Whether another record has the key of this one, which is not removed.
   bool SharesKey(ITR pos) const;
 
@@ -291,6 +295,7 @@ class QXDB_API KeyedSetBase {
   }
   void Grow();
   void Revive(char* item);
+  void LearnSharing(Key key) { shared_keys_ = shared_keys_ || Find(key) != 0; }
   template <class F>
   void ForEachItem(F&& visit) const;
 
@@ -307,7 +312,7 @@ class QXDB_API KeyedSetBase {
   std::uint32_t list_epoch_ = 0;
   std::uint32_t hash_epoch_ = 0;
   std::int32_t detached_ = 0;      // items alive but not linked
-  bool shared_keys_ = false;       // SetAt has given two records one key
+  bool shared_keys_ = false;       // two records have been given one key
   std::uint32_t incarnation_ = 1;  // of the slots as a whole
   std::uint64_t last_revision_;    // given so far
   std::uint64_t revision_;

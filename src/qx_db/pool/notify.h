@@ -34,11 +34,14 @@ class ChangeRecorder {
   /// A record has another key than before, recorded or not: what belongs to it follows.
   virtual void OnNewKey(std::uint16_t type, ITR item, Key former) = 0;
   bool MindsUnrecorded() const { return minds_unrecorded_; }
+  /// Whether a step is being told of: nothing may change meanwhile, the order of lists included.
+  bool IsTelling() const { return telling_; }
 
  protected:
   ~ChangeRecorder() = default;
   bool recording_ = false;
   bool minds_unrecorded_ = false;
+  bool telling_ = false;
 };
 
 }  // namespace qx

@@ -108,7 +108,8 @@ class QXDB_API DPoolBase {
   /// or, with `remove` not 0, removes those that the document's deletion table lists. True when
   /// the transaction committed.
   virtual bool ReadAPI(dbgateway::DataBase* from, int remove);
-  /// Writes the records of `keys` (filled with all keys when empty) into a new table.
+  /// Writes the records of `keys` (filled with all keys when empty) into a new table. False,
+  /// telling the document and without a table, while two records of the pool share a key.
   virtual bool WriteAPI(dbgateway::DataBase* to, TArray<Key>& keys, int unused);
   virtual bool DescAPI(dbgateway::Field* to);
   /// Name of the pool's table in the gateway; the I/O name without its underscore unless
@@ -139,11 +140,14 @@ class QXDB_API DPoolBase {
   /// all stamps.
   StampCheck Check(const RecordStamp& stamp) const;
 
+  /// Makes room in the hash table for `records`, once rather than by doubling.
+  void ReserveHash(std::int64_t records);
+
   /// The positions of a list of keys, entry by entry; 0 for an unknown key.
   void TArrayK2TArrayITR(const TArray<Key>& keys, TArray<ITR>& out) const;
 
-  /// The set under the pool and the schema of its records.
-  KeyedSetBase& Set() { return *set_; }
+  /// The set under the pool, to be read, and the schema of its records. Changes go through the
+  /// pool, which tells its session of them.
   const KeyedSetBase& Set() const { return *set_; }
   const Schema& GetSchema() const { return *schema_; }
 
@@ -162,6 +166,12 @@ class QXDB_API DPoolBase {
     return !recorder_ || !recorder_->MindsUnrecorded() || recorder_->AllowUnrecorded();
   }
 
+  /// Whether the order of the list may change, and which keys are given out.
+  bool MayRearrange() const { return !recorder_ || !recorder_->IsTelling(); }
+  /// GetKeyList and GetItrList: sorted in the set itself where that may change, else beside it.
+  std::int32_t ListKeys(TArray<Key>& out, bool sorted);
+  std::int32_t ListItems(TArray<ITR>& out, bool sorted);
+
   void TellNewKey(ITR item, Key former) {
     if (recorder_ && KeyedSetBase::RecordAt(item)->GetKey() != former) {
       recorder_->OnNewKey(type_, item, former);
@@ -175,12 +185,19 @@ class QXDB_API DPoolBase {
 
   friend class CQXDBSession;
   friend class Relations;
+  friend struct PoolInside;
   std::uint32_t edited_flags_ = 0;            // see WasEdited
   std::vector<std::uint64_t> seen_removals_;  // by reference row: its target's, as repaired last
 
   ChangeRecorder* recorder_;  // the session, as pools see it; null without a session
   KeyedSetBase* set_ = nullptr;
   const Schema* schema_ = nullptr;
+};
+
+/// The set under a pool, changed past its session: for those who bring records back or in, and keep
+/// the promises of history and files themselves.
+struct PoolInside {
+  static KeyedSetBase& SetOf(DPoolBase& pool) { return *pool.set_; }
 };
 
 }  // namespace qx

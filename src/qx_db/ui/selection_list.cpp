@@ -103,7 +103,10 @@ SelectionList::SelectionList(ComboFamily family) : family_(family) {
   RegistryOf(family_).push_back(this);
 }
 
-SelectionList::~SelectionList() { std::erase(RegistryOf(family_), this); }
+SelectionList::~SelectionList() {
+  if (session_) session_->RemoveView(*this);
+  std::erase(RegistryOf(family_), this);
+}
 
 const SelectionList::Registry& SelectionList::Live(ComboFamily family) {
   return RegistryOf(family);
@@ -122,8 +125,12 @@ void SelectionList::RefreshAll(ComboFamily family, CQXDBSession* session) {
 // ---- binding and rebuilding ---------------------------------------------------------------------
 
 void SelectionList::SetDB(CQXDBSession* session) {
-  if (session != session_) Store(nullptr);  // an iterator says nothing in another session
-  session_ = session;
+  if (session != session_) {
+    Store(nullptr);  // an iterator says nothing in another session
+    if (session) session->AddView(*this);
+    if (session_) session_->RemoveView(*this);
+    session_ = session;
+  }
   OnUpdateList();
 }
 
@@ -207,14 +214,19 @@ void SelectionList::Store(const ComboItem* item) {
   stamp_ = pool ? pool->Stamp(selected_) : RecordStamp();
 }
 
-/// Whether the record was freed since it was selected. Data that an application adds are no
-/// records.
+/// Whether the record was freed, since it was selected or before. Data that an application adds are
+/// no records.
 bool SelectionList::IsSelectedGone() const {
-  return stamp_.generation != 0 && !Pool()->Set().IsAlive(stamp_);
+  const DPoolBase* const pool = selected_ ? Pool() : nullptr;
+  if (!pool) return false;
+  const KeyedSetBase& set = pool->Set();
+  return stamp_.generation != 0 ? !set.IsAlive(stamp_)
+                                : set.Owns(selected_) && set.IsFree(selected_);
 }
 
 int SelectionList::GetSelected(ITR& out) const {
   const ComboItem* item = Current();
+  if (item && item->data == selected_ && IsSelectedGone()) item = nullptr;
   out = item ? item->data : 0;
   return item ? 1 : 0;
 }

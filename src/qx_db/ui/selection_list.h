@@ -13,9 +13,9 @@ namespace qx {
 /// A list of the records of one pool, with each record's iterator as its item's data. It is rebuilt
 /// when it gets a session or a window, when an option changes, and when the application refreshes
 /// its family; its selection follows the record, not the place. Every live list is registered with
-/// its family from construction to destruction. The session must outlive its lists, or be taken
-/// from them by SetDB(nullptr).
-class QXDB_API SelectionList : public CComboBox {
+/// its family from construction to destruction, and with its session as a view. A session that ends
+/// before its lists is taken from them, as by SetDB(nullptr).
+class QXDB_API SelectionList : public CComboBox, private SessionView {
  public:
   ~SelectionList() override;
 
@@ -52,7 +52,8 @@ class QXDB_API SelectionList : public CComboBox {
     SetComboBoxList();
   }
 
-  /// The current item's data and 1; 0 and 0 without a current item, so also for a typed name.
+  /// The current item's data and 1; 0 and 0 without a current item, so also for a typed name and
+  /// for a record that an open transaction has made and taken back.
   int GetSelected(ITR& out) const;
   /// The current item's text and 1; empty and 0 without a current item.
   int GetSelectedText(CString& out) const;
@@ -77,6 +78,7 @@ class QXDB_API SelectionList : public CComboBox {
   void OnWindowAttached() override;
 
  private:
+  void OnSessionEnd() override { SetDB(nullptr); }
   int Find(ITR data, Key key) const;
   void Select(int index);
   void Reselect();
