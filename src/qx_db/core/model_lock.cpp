@@ -58,37 +58,38 @@ std::string ModelLock::Writer(const std::string& model) {
 
 Result<std::unique_ptr<ModelLock>> ModelLock::Take(const std::string& model) {
   const std::string path = LockPath(model);
-  auto taken = std::make_unique<ModelLock>();
-  std::string text;
-  int error = 0;
   const std::string ours = HostName() + "\n" + std::to_string(ProcessId()) + "\n";
-  const FileLock::Result result = FileLock::Take(path, ours, taken->lock_, text, error);
-  const Holder former(text);
-  if (result == FileLock::Result::kHeld) {
-    return Failure{model, "", "is being edited by " + former.Text(),
-                   "close it there, or open it for reading"};
-  }
-  if (result == FileLock::Result::kFailed) {
-    return Failure{path, "", "cannot be locked: " + ErrorText(error),
-                   error == ENAMETOOLONG
-                       ? "give the model a shorter name"
-                       : "check the folder, its permissions, and that this is a plain file"};
-  }
-  const bool is_new = taken->lock_->IsNew();
-  if (!is_new && former.host.empty()) {
-    taken->lock_->LeaveFile();
-    return Failure{path, "", "is no lock, and stands where one would be",
-                   "rename it, or save under another name"};
-  }
-  // A lock held on another host may be invisible from here.
-  if (!former.host.empty() && former.host != HostName()) {
-    taken->lock_->LeaveFile();
-    return Failure{model, "", "may still be edited by " + former.Text(),
-                   "make sure that it is not, then remove " + path};
-  }
-  if (!is_new) taken->stale_ = former.Text();
-  if (const int failed = is_new ? 0 : taken->lock_->Write(ours)) {
-    return Failure{path, "", "cannot be written: " + ErrorText(failed), "free some disk space"};
+  auto taken = std::make_unique<ModelLock>();
+  for (;;) {
+    std::string text;
+    int error = 0;
+    const FileLock::Result result = FileLock::Take(path, ours, taken->lock_, text, error);
+    const Holder former(text);
+    if (result == FileLock::Result::kHeld) {
+      return Failure{model, "", "is being edited by " + former.Text(),
+                     "close it there, or open it for reading"};
+    }
+    if (result == FileLock::Result::kFailed) {
+      return Failure{path, "", "cannot be locked: " + ErrorText(error),
+                     error == ENAMETOOLONG
+                         ? "give the model a shorter name"
+                         : "check the folder, its permissions, and that this is a plain file"};
+    }
+    if (taken->lock_->IsNew()) break;
+    if (former.host.empty()) {
+      taken->lock_->LeaveFile();
+      return Failure{path, "", "is no lock, and stands where one would be",
+                     "rename it, or save under another name"};
+    }
+    // A lock held on another host may be invisible from here.
+    if (former.host != HostName()) {
+      taken->lock_->LeaveFile();
+      return Failure{model, "", "may still be edited by " + former.Text(),
+                     "make sure that it is not, then remove " + path};
+    }
+    // Of one that ended: it goes, and a whole one takes its place.
+    taken->stale_ = former.Text();
+    taken->lock_.reset();
   }
   if (IsClaimed(model)) {
     return Failure{model, "", "is being edited under another name",

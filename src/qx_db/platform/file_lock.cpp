@@ -48,20 +48,15 @@ FileLock::Result FileLock::Take(const std::string& path, const std::string& text
   }
   lock.reset(new FileLock(path, std::unique_ptr<Handle>(new Handle{file})));
   lock->is_new_ = is_new;
-  if (is_new) error = lock->Write(text);
+  DWORD written = 0;
+  error =
+      !is_new || WriteFile(file, text.data(), static_cast<DWORD>(text.size()), &written, nullptr)
+          ? 0
+          : EIO;
   return error ? Result::kFailed : Result::kTaken;
 }
 
 FileLock::~FileLock() = default;
-
-int FileLock::Write(const std::string& text) {
-  DWORD written = 0;
-  SetFilePointer(handle_->file, 0, nullptr, FILE_BEGIN);
-  const bool done =
-      WriteFile(handle_->file, text.data(), static_cast<DWORD>(text.size()), &written, nullptr) &&
-      SetEndOfFile(handle_->file);
-  return done ? 0 : EIO;
-}
 
 std::string HostName() {
   char name[256];
@@ -96,7 +91,6 @@ std::string FolderOf(const std::string& path) {
 }
 
 int WriteText(int fd, const std::string& text) {
-  if (ftruncate(fd, 0) != 0) return errno;
   const ssize_t written = pwrite(fd, text.data(), text.size(), 0);
   return written == static_cast<ssize_t>(text.size()) ? 0 : written < 0 ? errno : ENOSPC;
 }
@@ -169,8 +163,6 @@ FileLock::~FileLock() {
   if (!leave_file_) unlink(path_.c_str());
   flock(handle_->fd, LOCK_UN);  // also for a child that has inherited the handle
 }
-
-int FileLock::Write(const std::string& text) { return WriteText(handle_->fd, text); }
 
 std::string HostName() {
   char name[256] = {};

@@ -25,8 +25,6 @@ class QXDB_API FileLock {
   ~FileLock();
   /// Whether the file was made rather than found.
   bool IsNew() const { return is_new_; }
-  /// Replaces the text in the file. 0 or an error number.
-  int Write(const std::string& text);
   /// Leaves the file and its text behind when the hold ends.
   void LeaveFile() { leave_file_ = true; }
 
