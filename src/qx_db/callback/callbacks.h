@@ -89,8 +89,8 @@ class QXDB_API IUpdateDB : public CallbackSlot<IUpdateDB, Registration::kLastWin
   virtual void UpdateView(CQXDBSession* session) = 0;
   /// Refreshes the selection lists of the session whose records changed since the flags of its
   /// pools were cleared, family by family in the order of ComboRefreshOrder. `item` is not used
-  /// here. Nothing happens for a null session, nor for one without views (CQXDBSession::AddView):
-  /// any thread may drive that.
+  /// here. Nothing happens for a null session. The lists of a session without views
+  /// (CQXDBSession::AddView), which any thread may drive, are none.
   virtual void UpdateDB(CQXDBSession* session, ITR item);
 
  protected:

@@ -1,7 +1,7 @@
 #include "qx_db/callback/combo_refresh.h"
 
 #include <array>
-#include <utility>
+#include <atomic>
 
 #include "qx_db/callback/callbacks.h"
 #include "qx_db/core/session.h"
@@ -21,14 +21,15 @@ constexpr ComboRefreshStep kOrder[] = {
 };
 static_assert(std::size(kOrder) == kComboFamilyCount);
 
-std::array<ComboRefresh, kComboFamilyCount> g_refresh{};
+/// Read by whoever makes a step, while the first list may just be made.
+std::array<std::atomic<ComboRefresh>, kComboFamilyCount> g_refresh{};
 
 }  // namespace
 
 std::span<const ComboRefreshStep> ComboRefreshOrder() { return kOrder; }
 
 ComboRefresh SetComboRefresh(ComboFamily family, ComboRefresh refresh) {
-  return std::exchange(g_refresh[static_cast<std::size_t>(family)], refresh);
+  return g_refresh[static_cast<std::size_t>(family)].exchange(refresh);
 }
 
 void IUpdateDB::UpdateDB(CQXDBSession* session, ITR) {

@@ -113,6 +113,8 @@ const SelectionList::Registry& SelectionList::Live(ComboFamily family) {
 }
 
 void SelectionList::RefreshAll(ComboFamily family, CQXDBSession* session) {
+  // Who is not shown may be driven by any thread, and the lists are the user interface's.
+  if (session && !session->HasViews()) return;
   const Registry& live = RegistryOf(family);
   // Those alive at the start, since an override of OnUpdateList may make and end lists: a new one
   // is up to date, an ended one is passed over.
