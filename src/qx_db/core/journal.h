@@ -71,7 +71,7 @@ struct Step {
   bool IsEmpty() const { return changes.empty() && !ChangesUnits(); }
   /// Names the state that the step leads to, in this run and, once a file keeps the step, in
   /// others: a positive number that two steps share by chance only. Holds once the step is done.
-  std::int64_t State() const;
+  QXDB_API std::int64_t State() const;
   /// Memory that dropping the step would free.
   std::size_t Footprint() const {
     return changes.capacity() * sizeof(Change) + images.capacity() * sizeof(Images) +
