@@ -281,7 +281,8 @@ void PageServer::Answer(const httplib::Request& request, httplib::Response& resp
     AnswerState(response);
   } else if (what == "api/record") {
     const std::string table = request.get_param_value("table");
-    const auto key = static_cast<Key>(NumberOf(request, "key", 0));
+    const std::int64_t number = NumberOf(request, "key", 0);
+    const Key key = number >= 1 && number <= kMaxKey ? static_cast<Key>(number) : 0;
     const std::int64_t step = NumberOf(request, "step", Source::kNow);
     auto text = desk_.Ask([&] { return source_.Record(table, key, step); });
     if (!text) return;
@@ -375,6 +376,12 @@ Outcome PageServer::Run() {
   }
   const SignalGuard guard;
   std::thread listener([&] { server_.listen_after_bind(); });
+  // However this ends, who waits for an answer is let go first.
+  const std::shared_ptr<void> ending(nullptr, [&](void*) {
+    desk_.Close();
+    server_.stop();
+    listener.join();
+  });
   // An address that stands for all of the machine's is none to be opened.
   std::string host = options_.host == "0.0.0.0" ? "127.0.0.1"
                      : options_.host == "::"    ? "::1"
@@ -384,11 +391,8 @@ Outcome PageServer::Run() {
     options_.on_ready("http://" + host + ":" + std::to_string(port_) + "/" + token_ + "/");
   }
   // What the page asks first is made while the browser starts.
-  if (auto base = source_.Get("base"); !base) {
-    server_.stop();
-    listener.join();
-    return base.AsOutcome();
-  }
+  if (auto base = source_.Get("base"); !base) return base.AsOutcome();
+  if (heard_ != 0) heard_ = Now();  // the page could not ask meanwhile
   auto followed = Clock::now();
   while (!g_told_to_end && !IsDeserted()) {
     desk_.Work(std::chrono::milliseconds(200));
@@ -397,9 +401,6 @@ Outcome PageServer::Run() {
       followed = Clock::now();
     }
   }
-  desk_.Close();
-  server_.stop();
-  listener.join();
   return {};
 }
 

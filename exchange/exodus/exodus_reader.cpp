@@ -258,7 +258,7 @@ class ExodusReader {
       order[i] = kind->order ? static_cast<std::size_t>(kind->order[i]) : i;
     }
     std::size_t e = 0;
-    const auto add = [&](std::span<const std::int64_t> rows) {
+    const auto take = [&](std::span<const std::int64_t> rows) {
       const std::size_t more = rows.size() / per_row;
       std::size_t at = deck_.connectivity.size();
       deck_.connectivity.resize(at + more * used);
@@ -277,6 +277,20 @@ class ExodusReader {
           break;
         }
       }
+    };
+    // The pieces of an array of another shape end amid an element.
+    std::vector<std::int64_t> rest;
+    const auto add = [&](std::span<const std::int64_t> piece) {
+      if (!rest.empty()) {
+        const auto lacking = piece.first(std::min(per_row - rest.size(), piece.size()));
+        rest.insert(rest.end(), lacking.begin(), lacking.end());
+        piece = piece.subspan(lacking.size());
+        if (rest.size() < per_row) return;
+        take(rest);
+      }
+      const std::size_t whole = piece.size() / per_row * per_row;
+      take(piece.first(whole));
+      rest.assign(piece.begin() + static_cast<std::ptrdiff_t>(whole), piece.end());
     };
     in_.Integers(connect, static_cast<std::uint64_t>(count * width), add);
     if (!in_.Ok()) return;

@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 #include <fstream>
 #include <iterator>
+#include <limits>
 #include <netcdf.h>
 #include <netcdf_mem.h>
 
@@ -242,8 +243,11 @@ void NcReader::ReadInPieces(const std::string& variable, std::uint64_t count, co
   std::vector<std::size_t> lengths;
   const int id = Find(variable, lengths);
   if (id < 0) return;
+  constexpr std::uint64_t kTooMany = std::numeric_limits<std::uint64_t>::max();
   std::uint64_t have = 1;
-  for (const std::size_t length : lengths) have *= std::min<std::uint64_t>(length, 1u << 31);
+  for (const std::uint64_t length : lengths) {
+    have = length != 0 && have > kTooMany / length ? kTooMany : have * length;
+  }
   if (count != kAny && have != count) {
     return Fail(variable, fmt::format("it has {} values of {}", have, count));
   }

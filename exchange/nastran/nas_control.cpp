@@ -591,9 +591,11 @@ class SetWriter {
     // What only the text has, such as rigid elements and scalar points, stays.
     NasRuns runs;
     for (const TextSet::Range& range : set.ranges) {
-      const NasRuns except = NasJoined(range.except);
-      for (const NasRun& run : numbers_.TextOnlyIn(kind, range.from, range.to, 1, is_same)) {
-        AddWithout(run, except, runs);
+      NasRuns pieces;  // what is excepted has its number of the text, as the range has
+      AddWithout({range.from, range.to}, NasJoined(range.except), pieces);
+      for (const NasRun& piece : pieces) {
+        const NasRuns only = numbers_.TextOnlyIn(kind, piece.from, piece.to, 1, is_same);
+        runs.insert(runs.end(), only.begin(), only.end());
       }
       const bool is_known = range.from != range.to || numbers_.WasAnyIn(kind, range.from, range.to);
       if (is_known || numbers_.Is(kind, range.from)) continue;

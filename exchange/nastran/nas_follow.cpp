@@ -189,7 +189,8 @@ NasRuns NasNumbers::TextOnlyIn(NasKind kind, Key from, Key to, Key step, bool& i
     Key begin = std::max(run->from, from);
     const Key end = std::min(run->to, to);
     if (step > 1) {
-      for (std::int64_t at = begin + (step - (begin - from) % step) % step; at <= end; at += step) {
+      for (std::int64_t at = std::int64_t{begin} + (step - (begin - from) % step) % step; at <= end;
+           at += step) {
         add(static_cast<Key>(at));
       }
       continue;

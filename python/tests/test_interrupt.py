@@ -134,7 +134,6 @@ def test_a_signal_ends_a_call() -> None:
                 lambda: model.findings(progress=False),
                 lambda: model.elements.axes(),
                 lambda: model.nodes.where_used(model.nodes.keys),
-                lambda: [model.state for _ in range(100)],
             ]
             for call in calls:
                 signal.setitimer(signal.ITIMER_REAL, 0.005)

@@ -111,6 +111,26 @@ TEST(Heritage, AttributesGoToTheElementThatStaysOrAreReported) {
                         {factors.first, factors.second, code::kE3DScaleFac}}));
 }
 
+TEST(Heritage, ElementsStayOnTheirItemOfGeometryWhateverItIs) {
+  for (const int kind : {tagTGKey::kVertex, tagTGKey::kEdge, tagTGKey::kFace, tagTGKey::kBody}) {
+    Doubled model;
+    tagTGKey item;
+    item.key = 1;
+    item.SetItem(kind, 7);
+    tagTGElem data;
+    data.key = 1;
+    data.elements[0] = {model.again};
+    tagTGElemHead head;
+    head.key = 1;
+    head.geometry_key = Pool<tagTGKey>(model.session).InsertNU(item);
+    const ITR listed = Pool<tagTGElem>(model.session).InsertNU(data);
+    head.data = {listed};
+    Pool<tagTGElemHead>(model.session).InsertNU(head);
+    model.Repair();
+    EXPECT_EQ(model.Get<tagTGElem>(listed).elements[0], TArray<ITR>{model.plate}) << kind;
+  }
+}
+
 TEST(Heritage, SidesAreNamedByTheNodesThatTheyHave) {
   Doubled model;
   tagTOpti result;

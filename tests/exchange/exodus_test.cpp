@@ -311,8 +311,12 @@ TEST_F(ExodusModelTest, EveryTruncationAndWrongBytesAreReadOrRefused) {
 
 // ---- faults and losses --------------------------------------------------------------------------
 
-/// A file of sixty hexahedra on eight nodes with a set of all nodes, written array by array.
+/// A file of elements on the same nodes, at first sixty hexahedra, with a set of all nodes, written
+/// array by array.
 struct Sixty {
+  const char* type = "HEX";
+  std::size_t nodes_each = 8;
+  bool is_flat = false;
   std::vector<std::int32_t> connect;
   std::vector<std::int32_t> members{1, 2, 3, 4, 5, 6, 7, 8};
   std::vector<double> factors = std::vector<double>(8, 1.0);
@@ -327,15 +331,20 @@ struct Sixty {
     using Type = NcWriter::Type;
     NcWriter out(path, false);
     const int nodes = out.Dimension("num_nodes", 8);
-    const int elements = out.Dimension("num_el_in_blk1", 60);
+    const int elements = out.Dimension("num_el_in_blk1", connect.size() / nodes_each);
     const int members_length = out.Dimension("num_nod_ns1", 8);
     out.Dimension("num_dim", 3);
-    out.Dimension("num_elem", 60);
+    out.Dimension("num_elem", connect.size() / nodes_each);
     out.Dimension("num_el_blk", 1);
     out.Dimension("num_node_sets", 1);
     for (const char* axis : {"coordx", "coordy", "coordz"}) out.Define(axis, Type::kReal, {nodes});
-    out.Define("connect1", Type::kInteger, {elements, out.Dimension("num_nod_per_el1", 8)});
-    out.Text("connect1", "elem_type", "HEX");
+    const int each = out.Dimension("num_nod_per_el1", nodes_each);
+    if (is_flat) {
+      out.Define("connect1", Type::kInteger, {out.Dimension("flat", connect.size())});
+    } else {
+      out.Define("connect1", Type::kInteger, {elements, each});
+    }
+    out.Text("connect1", "elem_type", type);
     out.Define("node_ns1", Type::kInteger, {members_length});
     out.Define("dist_fact_ns1", Type::kReal, {members_length});
     out.EndDefinitions();
@@ -370,6 +379,35 @@ TEST(ExodusFaults, AllAreTold) {
   faults.clear();
   EXPECT_FALSE(ReadExodus(folder.Path("b.e"), {}, faults));
   EXPECT_EQ(faults.size(), LossReport::kMostFaults);
+}
+
+TEST(ExodusModel, ArraysOfMorePiecesThanOneKeepEveryElement) {
+  const ScratchFolder folder;
+  for (const bool is_flat : {false, true}) {
+    Sixty file;
+    file.type = "WEDGE";
+    file.nodes_each = 6;
+    file.is_flat = is_flat;
+    file.connect.clear();
+    constexpr std::size_t kElements = 20000;
+    for (std::size_t i = 0; i < 6 * kElements; ++i) {
+      file.connect.push_back(static_cast<std::int32_t>((i % 6 + i / 6) % 8) + 1);
+    }
+    file.Write(folder.Path("a.e"));
+    std::vector<Failure> faults;
+    const Result<Deck> deck = ReadExodus(folder.Path("a.e"), {}, faults);
+    ASSERT_TRUE(deck) << deck.AsOutcome().Line();
+    ASSERT_EQ(deck->elements.size(), kElements);
+    std::vector<Key> sums;  // the order of a wedge's nodes is its own matter
+    for (std::size_t e = 0; e < kElements; ++e) {
+      Key sum = 0, expected = 0;
+      for (std::size_t i = 0; i < 6; ++i) {
+        sum += deck->connectivity[deck->elements[e].first + i];
+        expected += file.connect[6 * e + i];
+      }
+      ASSERT_EQ(sum, expected) << "element " << e << (is_flat ? " of a flat array" : "");
+    }
+  }
 }
 
 TEST(ExodusLosses, DistributionFactorsAreTold) {

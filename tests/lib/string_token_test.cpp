@@ -45,6 +45,8 @@ TEST(MathFunc, WorksOnArraysAndReportsWhatHasNoDirection) {
   EXPECT_NEAR(CMathFunc::Distance(turned, x), math_lib::Length({2, 2, 0}), 1e-15);
   EXPECT_EQ(CMathFunc::AngleBetween(x, y), 90);
   double zero[3] = {0, 0, 0};
+  const double back[3] = {-1, -1, -1};
+  EXPECT_EQ(CMathFunc::AngleBetween(zero, back), 0) << "nothing is a half turn from it";
   EXPECT_EQ(CMathFunc::Normalize(zero), 0);
   const double unit[3] = {1, 0, 0};
   EXPECT_EQ(CMathFunc::UnitNormal(unit, unit, turned), 0);

@@ -186,6 +186,7 @@ class Heir {
         session_, [&](int kind, const tagTElemSide& side) -> std::optional<tagTElemSide> {
           const ITR stays = After(side.element);
           if (stays == side.element) return {};
+          if (kind == kWholeElement) return tagTElemSide{stays, side.side};
           const auto nodes_of = [&](const tagTElemSide& of) {
             const SideNodes nodes(kind, of, false);
             return std::set<ITR>(nodes.Nodes().begin(), nodes.Nodes().end());

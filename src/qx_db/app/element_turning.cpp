@@ -128,7 +128,7 @@ bool TurnElements(CQXDBSession& session, std::span<const ITR> elements) {
   if (elements.empty()) return true;
   const Turned turned(elements.begin(), elements.end());
   const auto renumbered = [&](int kind, const tagTElemSide& side) -> std::optional<tagTElemSide> {
-    if (!turned.contains(+side.element)) return {};
+    if (kind == kWholeElement || !turned.contains(+side.element)) return {};
     return tagTElemSide{side.element, SideWhenTurned(TypeOf(side.element), kind, side.side)};
   };
   return ChangeSides(session, renumbered) && SplitTurned<tagTE2DThick>(session, turned) &&

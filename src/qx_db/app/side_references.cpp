@@ -48,7 +48,7 @@ bool Change(tagTGElem& data, int kind, const SideChange& change) {
 }
 
 /// The type of the geometry item tells what the numbers of a record name: faces on a face, edges on
-/// an edge.
+/// an edge, elsewhere nothing.
 bool ChangeOnGeometry(CQXDBSession& session, const SideChange& change) {
   auto* heads = session.GetPool<PoolOf<tagTGElemHead>::type>(tagTGElemHead::kType);
   auto* pool = session.GetPool<PoolOf<tagTGElem>::type>(tagTGElem::kType);
@@ -57,8 +57,9 @@ bool ChangeOnGeometry(CQXDBSession& session, const SideChange& change) {
     const auto* head = LiveRecord<tagTGElemHead>(at);
     const auto* item = LiveRecord<tagTGKey>(head->geometry_key);
     const std::int32_t type = item ? item->ItemType() : 0;
-    if (type != tagTGKey::kFace && type != tagTGKey::kEdge) continue;
-    const int kind = type == tagTGKey::kFace ? CQXMeshUtil::kFaceSide : CQXMeshUtil::kEdgeSide;
+    const int kind = type == tagTGKey::kFace   ? CQXMeshUtil::kFaceSide
+                     : type == tagTGKey::kEdge ? CQXMeshUtil::kEdgeSide
+                                               : kWholeElement;
     for (const ITR entry : std::vector<ITR>(head->data.begin(), head->data.end())) {
       const auto* data = LiveRecord<tagTGElem>(entry);
       if (!data) continue;

@@ -316,6 +316,7 @@ int CQXDBSession::CommitTransaction() {
 
 /// Takes back what the transaction did, and ends it with those inside it.
 void CQXDBSession::RollbackTransaction(CTransaction& transaction) {
+  const WorkWatch nobody({});  // half of it is no state
   for (CTransaction* inner = innermost_; inner != &transaction; inner = inner->outer_) {
     inner->open_ = false;
   }

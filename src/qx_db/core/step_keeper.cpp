@@ -203,8 +203,14 @@ Outcome StepKeeper::Fold(const Step* current, const HistoryLimits& kept) {
   list_epochs_.reserve(session_.Pools().size());
   // Until it is known which of the files has the name, only another such save is safe.
   const bool was_behind = std::exchange(behind_, true);
-  Outcome written = WriteModel(
-      session_, path_, [&](StepLog& steps) { return history.Write(steps); }, &log);
+  Outcome written;
+  try {
+    written = WriteModel(
+        session_, path_, [&](StepLog& steps) { return history.Write(steps); }, &log);
+  } catch (...) {
+    if (log_ && !log) behind_ = was_behind;
+    throw;
+  }
   const std::lock_guard guard(mutex_);
   if (!written && !log) {  // the old file still has its name
     if (log_) behind_ = was_behind;

@@ -38,7 +38,8 @@ Vector3 Rotated(const Vector3& a, const Vector3& axis, double angle_deg) {
 }
 
 double AngleBetween(const Vector3& a, const Vector3& b) {
-  return std::atan2(Length(Cross(a, b)), Dot(a, b)) / kRadiansPerDegree;
+  // Of no length the product may be -0, which an arc tangent takes for a half turn.
+  return std::atan2(Length(Cross(a, b)), Dot(a, b) + 0.0) / kRadiansPerDegree;
 }
 
 double SignedAngle(const Vector3& a, const Vector3& b, const Vector3& axis) {
