@@ -354,18 +354,18 @@ void VtkBuilder::AddData(const VtkArray& array, bool of_points) {
 }
 
 void VtkBuilder::AddMembers(const VtkArray& array, bool of_points) {
-  auto& [elements, nodes] = members_[array.name];
+  auto& members = members_[array.name];  // elements and nodes
   if (of_points) {
     std::size_t i = 0;
     array.ForEach([&](auto flag) {
       const bool is_here = is_repeated_.empty() || !is_repeated_[i];
-      if (flag != 0 && is_here) nodes.push_back(point_keys_[i]);
+      if (flag != 0 && is_here) members.second.push_back(point_keys_[i]);
       ++i;
     });
     return;
   }
   ForEachOfElement(array, [&](std::size_t e, std::int64_t flag) {
-    if (flag != 0) elements.push_back(static_cast<Key>(e + 1));
+    if (flag != 0) members.first.push_back(static_cast<Key>(e + 1));
   });
 }
 

@@ -88,6 +88,11 @@ Result<std::unique_ptr<ModelLock>> ModelLock::Take(const std::string& model) {
                      "make sure that it is not, then remove " + path};
     }
     // Of one that ended: it goes, and a whole one takes its place.
+    if (taken->stale_ == former.Text()) {
+      taken->lock_->LeaveFile();
+      return Failure{path, "", "is of " + former.Text() + ", which ended, and cannot be removed",
+                     "remove it, or check the folder's permissions"};
+    }
     taken->stale_ = former.Text();
     taken->lock_.reset();
   }

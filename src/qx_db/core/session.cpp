@@ -166,17 +166,25 @@ void SessionUnits::Change(Edit&& edit) {
   } else {
     if (session_.sink_) session_.sink_->OnUnrecordedChange();
     edit();
+    session_.journal_.NewState();
   }
   own.Commit();
 }
 
-/// Whether a change only says what the units of a model to come are: nothing is there yet that was
-/// in others, and nobody keeps track.
+/// Whether a change only says what the units of a model to come are: nothing is there yet but what
+/// every new model has, and nobody keeps track.
 bool SessionUnits::AreDeclared() const {
   const Journal& history = session_.journal_;
-  return !session_.sink_ && history.Done().empty() && history.Undone().empty() &&
-         std::all_of(session_.order_.begin(), session_.order_.end(),
-                     [](const DPoolBase* pool) { return pool->GetSize() == 0; });
+  if (session_.sink_ || !history.Done().empty() || !history.Undone().empty()) return false;
+  const std::span<DPoolBase* const> pools = session_.order_;
+  const auto is_empty = [](const DPoolBase* pool) { return pool->GetSize() == 0; };
+  if (std::all_of(pools.begin(), pools.end(), is_empty)) return true;
+  CQXDBSession fresh(session_.Setup());
+  for (DPoolBase* pool : fresh.order_) pool->AddDefault();
+  return std::equal(pools.begin(), pools.end(), fresh.order_.begin(), fresh.order_.end(),
+                    [](const DPoolBase* pool, const DPoolBase* new_one) {
+                      return pool->GetSize() == new_one->GetSize();
+                    });
 }
 
 void SessionUnits::SetModel(const UnitSystem& system) {

@@ -111,11 +111,12 @@ int MakeLocked(const std::string& path, const std::string& text, int& fd) {
 #endif
   fd = open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0666);
   if (fd < 0) return errno;
-  if (LockNow(fd) != 0) {  // somebody has seen it first
+  int error = LockNow(fd);
+  if (error == EWOULDBLOCK) {  // somebody has seen it first
     close(std::exchange(fd, -1));
     return EEXIST;
   }
-  const int error = WriteText(fd, text);
+  if (!error) error = WriteText(fd, text);
   if (error) unlink(path.c_str());
   return error;
 }
