@@ -33,8 +33,7 @@ ComboRefresh SetComboRefresh(ComboFamily family, ComboRefresh refresh) {
 }
 
 void IUpdateDB::UpdateDB(CQXDBSession* session, ITR) {
-  // What follows is of the user interface, and is not for a session that nothing there shows.
-  if (!session || !session->HasViews()) return;
+  if (!session) return;
   for (const ComboRefreshStep& step : kOrder) {
     const DPoolBase* pool = session->GetDataPool(step.pool);
     const ComboRefresh refresh = g_refresh[static_cast<std::size_t>(step.family)];
