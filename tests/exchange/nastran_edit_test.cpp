@@ -581,11 +581,11 @@ TEST(NastranRefusals, NumbersThatNoDeckCanHold) {
        },
        "property 1: its thickness is not a finite number"},
   };
-  for (const auto& [edit, told] : cases) {
+  for (const auto& c : cases) {
     NastranModel model;
     model.Import(DeckWith(""));
-    model.Edit([&] { edit(model); });
-    EXPECT_NE(model.Refusal().find(told), std::string::npos) << model.Refusal();
+    model.Edit([&] { c.first(model); });
+    EXPECT_NE(model.Refusal().find(c.second), std::string::npos) << model.Refusal();
   }
   // A deck that came with such a number goes back with it.
   NastranModel model;

@@ -47,6 +47,9 @@ class PopulatedSession {
       static const std::vector<ITR> none;
       return type == code::kGElem ? none : items_[type];
     });
+    for (const ITR item : items_[code::kGElemHead]) {  // nor do entries that name none
+      static_cast<tagTGElemHead*>(KeyedSetBase::RecordAt(item))->data.RemoveAll();
+    }
   }
   CQXDBSession& operator*() { return session_; }
   CQXDBSession* operator->() { return &session_; }
