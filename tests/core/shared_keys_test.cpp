@@ -111,7 +111,7 @@ TEST_F(SharedKeys, ThatAreThereAlreadyHinderNoUndo) {
   const ITR second = Share(m.session);
   m.Step(u"move", [&] { m.nodes.SetAtNU(second, Node(1, 9)); });
   EXPECT_EQ(m.session.Undo(), 1);
-  EXPECT_EQ(m.nodes.GetAtNU(second).position.x, 2);
+  EXPECT_EQ(+m.nodes.GetAtNU(second).position.x, 2);
   EXPECT_EQ(m.session.Redo(), 1);
 }
 
