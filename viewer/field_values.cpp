@@ -36,7 +36,7 @@ std::string LabelOf(const tagTField& field, std::int32_t component, bool of_many
   std::string label = Utf8(field.name.View());
   if (label.empty()) label = fmt::format("field {}", field.key);
   label += ComponentText(field, component);
-  if (of_many) label += fmt::format(" (step {}, {:g})", field.step, field.time);
+  if (of_many) label += fmt::format(" (step {}, {:g})", field.step, +field.time);
   return label;
 }
 
