@@ -189,9 +189,9 @@ class QXDB_API CQXDBSession final : public ChangeRecorder {
   /// Whether a transaction is open, or a step is being told of.
   bool IsBusy() const { return innermost_ != nullptr || telling_; }
   /// Names the present state of the model, to ask ChangesSince later: after the last step done, by
-  /// a number that holds as long as a history or a file has the step, and in no other model. Where
-  /// no step leads to it, by a number below 1 that holds in this session only, and until its
-  /// contents are exchanged.
+  /// a number that holds as long as a history or a file has the step; steps of one name, number and
+  /// millisecond share it, in other models too. Where no step leads to it, by a number below 1 that
+  /// holds in this session only, and until its contents are exchanged.
   std::int64_t State();
   /// Names of the steps that Undo and Redo would act on; empty when there is none.
   std::u16string_view UndoName() const;

@@ -15,8 +15,8 @@ namespace qx {
 ///
 /// `tell` is called on this thread, with `pause` between two calls, with the part done, 0 to 1,
 /// which never falls. What it throws ends the work as a lack of memory would: the exception reaches
-/// the caller, the model and its file are as they were. Undo, redo, and a commit once its step is
-/// being kept, are not ended.
+/// the caller, and once its recorded transaction is rolled back the model and its file are as they
+/// were; without recording, what is done stays. Undo, redo, roll-back and kept commits do not end.
 class QXDB_API WorkWatch {
  public:
   using Pause = std::chrono::milliseconds;
