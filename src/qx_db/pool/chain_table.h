@@ -57,6 +57,16 @@ class QXDB_API ChainTable {
   /// Replaces the table by an empty one of n buckets, or of kMinSize. Throws std::bad_alloc,
   /// leaving everything as it was.
   void Allocate(std::int32_t n);
+  /// Gives the memory back. Allocate comes before any other use then, as after construction.
+  void Release() {
+    memory_ = AddressRange();
+    lines_ = nullptr;
+    size_ = 0;
+  }
+  /// Calls visit(key, slot) for every item: in the order of its chain where that is asked for,
+  /// which costs a look at every item, else in no order.
+  template <class F>
+  void ForEach(bool in_chain_order, F&& visit) const;
   /// Empties all chains without touching the items.
   void Clear();
   std::int32_t Size() const { return size_; }
@@ -205,6 +215,30 @@ class QXDB_API ChainTable {
   Line* lines_ = nullptr;
   AddressRange memory_;
 };
+
+template <class F>
+void ChainTable::ForEach(bool in_chain_order, F&& visit) const {
+  for (std::uint32_t l = 0; l < LineCount(size_); ++l) {
+    const Line& line = lines_[l];
+    const unsigned used = line.Matching(kUsed, kUsed);
+    unsigned walked = 0;  // entries of buckets that have to be walked
+    for (std::uint32_t local = 0; used && local < kWidth; ++local) {
+      if (!in_chain_order && !line.IsIncomplete(local)) continue;
+      walked |= line.Matching(kUsed | local, kUsed | kLocalMask);
+      for (char* item = First(l * kWidth + local); item; item = LinksOf(item).hash_next) {
+        visit(KeyAt(item), store_->NumberOf(item));
+      }
+    }
+    for (unsigned left = used & ~walked; left; left &= left - 1) {
+      const int entry = std::countr_zero(left);
+      const std::uint32_t tag = line.tag[entry];
+      const std::uint32_t quotient = (tag & kNameMask & ~kUsed) >> kLocalBits;
+      const std::uint32_t bucket = l * kWidth + (tag & kLocalMask);
+      visit(static_cast<Key>(quotient * static_cast<std::uint32_t>(size_) + bucket),
+            line.slot[entry]);
+    }
+  }
+}
 
 inline void ChainTable::PushFront(char* item, const Place& place) {
   Line& line = lines_[place.line];

@@ -27,9 +27,7 @@ KeyedSetBase::KeyedSetBase(const RecordOps& ops, std::int32_t hash_size)
       last_revision_(FirstRevision()),
       revision_(last_revision_),
       store_(links_offset_ + sizeof(ItemLinks)),
-      table_(store_, links_offset_) {
-  table_.Allocate(hash_size_);
-}
+      table_(store_, links_offset_) {}
 
 KeyedSetBase::~KeyedSetBase() { RemoveAll(); }
 
@@ -65,6 +63,7 @@ void KeyedSetBase::InsertToList(char* item) {
   ItemLinks& links = LinksOf(item);
   links.list_prev = tail_;
   links.list_next = nullptr;
+  ascending_ = ascending_ && FitsItsPlace(links, KeyAt(item));
   (tail_ ? LinksOf(tail_).list_next : head_) = item;
   tail_ = item;
   ++count_;
@@ -77,13 +76,92 @@ void KeyedSetBase::RemoveFromList(char* item) {
   --count_;
 }
 
+// ---- the index --------------------------------------------------------------------------------
+
+/// The window may span so many keys a record before it takes clearly more memory than the table,
+/// and comes back only well below that, so that no few edits can bring both about in turn.
+constexpr std::uint64_t kMostKeysARecord = 6;
+constexpr std::uint64_t kFewKeysARecord = 3;
+constexpr std::uint64_t kAlwaysDense = 16384;
+
+/// Makes the index one that can hold a record under `key`. Throws std::bad_alloc, leaving
+/// everything as it was.
+void KeyedSetBase::Reach(Key key) {
+  if (!dense_ || window_.Covers(key)) return;
+  if (count_ == 0) window_.Close();  // whatever it covered, nothing is in it
+  const auto records = static_cast<std::uint64_t>(count_) + 1;
+  const bool near = window_.SpanWith(key) <= std::max(kAlwaysDense, kMostKeysARecord * records);
+  if (!near || !window_.Cover(key, key)) LeaveWindow();
+}
+
+/// Builds the table in place of the window. Throws std::bad_alloc, leaving everything as it was.
+void KeyedSetBase::LeaveWindow() {
+  try {
+    table_.Allocate(hash_size_);
+  } catch (const std::bad_alloc&) {
+    table_.Allocate(ChainTable::kMinSize);  // a crowded table is only slower
+  }
+  window_.Close();
+  dense_ = false;
+  ++hash_epoch_;
+  HashWholeList();
+}
+
+/// Builds the window in place of the table, where the keys are dense; tells whether it did, or
+/// stands already.
+bool KeyedSetBase::EnterWindow() {
+  if (dense_) return true;
+  if (shared_keys_ || count_ == 0) return false;
+  const std::int64_t span = std::int64_t{max_key_} - min_key_ + 1;
+  if (span > static_cast<std::int64_t>(kFewKeysARecord) * count_) return false;
+  if (!window_.Cover(min_key_, max_key_)) return false;
+  ForEachItem([&](const char* item) { window_.Set(KeyAt(item), store_.NumberOf(item)); });
+  dense_ = true;
+  table_.Release();
+  ++hash_epoch_;
+  return true;
+}
+
+/// Requires Reach(its key).
+void KeyedSetBase::AddToIndex(char* item) {
+  if (!dense_) return table_.PushFront(item);
+  ItemLinks& links = LinksOf(item);
+  links.hash_prev = links.hash_next = nullptr;
+  window_.Set(KeyAt(item), store_.NumberOf(item));
+}
+
+void KeyedSetBase::TakeFromIndex(char* item) {
+  if (dense_) {
+    window_.Unset(KeyAt(item));
+  } else {
+    table_.Unlink(item);
+  }
+}
+
+void KeyedSetBase::ClearIndex() {
+  if (dense_) {
+    window_.Empty();
+  } else {
+    table_.Clear();
+  }
+}
+
+/// To be called before a record that is not in the index gets there under `key`.
+void KeyedSetBase::LearnSharing(Key key) {
+  if (!Find(key)) return;
+  if (dense_) LeaveWindow();
+  shared_keys_ = true;
+}
+
 // ---- sizing -------------------------------------------------------------------------------------
 
 void KeyedSetBase::Resize(std::int32_t n) {
-  table_.Allocate(n);
+  if (!EnterWindow()) {
+    table_.Allocate(n);
+    ++hash_epoch_;
+    HashWholeList();
+  }
   hash_size_ = n;
-  ++hash_epoch_;
-  HashWholeList();
 }
 
 void KeyedSetBase::SetDefaultHashSize(std::int32_t n) {
@@ -100,6 +178,7 @@ void KeyedSetBase::Optimize() {
 }
 
 void KeyedSetBase::RebuildHash() {
+  if (EnterWindow()) return;
   ++hash_epoch_;
   table_.Clear();
   HashWholeList();
@@ -129,6 +208,7 @@ void KeyedSetBase::HashWholeList() {
 void KeyedSetBase::Grow() {
   if (hash_size_ > kMaxKey / 2) return;
   hash_size_ *= 2;
+  if (EnterWindow()) return;
   const std::int32_t size = table_.Size();
   if (hash_size_ <= size) return;  // the table has had more buckets than were asked for
   ChainTable grown(store_, links_offset_);
@@ -151,6 +231,7 @@ void KeyedSetBase::Grow() {
 // ---- looking up and walking ---------------------------------------------------------------------
 
 bool KeyedSetBase::SharesKey(ITR pos) const {
+  if (dense_) return false;
   const Key key = KeyAt(ToItem(pos));
   char* item = table_.First(table_.PlaceOf(key).bucket);
   while (item && (KeyAt(item) != key || ToItr(item) == pos)) item = LinksOf(item).hash_next;
@@ -170,7 +251,11 @@ void KeyedSetBase::FindMany(std::span<const Key> keys, std::span<ITR> found) con
   for (std::size_t begin = 0; begin < keys.size(); begin += kBatch) {
     const std::size_t end = std::min(begin + kBatch, keys.size());
     for (std::size_t i = begin; i < end; ++i) {
-      if (keys[i] >= 0) table_.Prefetch(keys[i]);
+      if (dense_) {
+        window_.Prefetch(keys[i]);
+      } else if (keys[i] >= 0) {
+        table_.Prefetch(keys[i]);
+      }
     }
     for (std::size_t i = begin; i < end; ++i) found[i] = Find(keys[i]);
   }
@@ -185,7 +270,11 @@ std::int32_t KeyedSetBase::GetItrList(TArray<ITR>& out) const {
   out.RemoveAll();
   out.SetSize(count_);
   ITR* at = out.data();
-  ForEachItem([&](char* item) { *at++ = ToItr(item); });
+  if (dense_ && ascending_) {  // without looking at a record
+    window_.ForEach([&](Key, std::uint32_t slot) { *at++ = ToItr(store_.At(slot)); });
+  } else {
+    ForEachItem([&](char* item) { *at++ = ToItr(item); });
+  }
   return count_;
 }
 
@@ -194,57 +283,92 @@ std::int32_t KeyedSetBase::GetKeyList(TArray<Key>& out, int sorted) {
   if (sorted) SortAsc();
   out.SetSize(count_);
   Key* at = out.data();
-  ForEachItem([&](char* item) { *at++ = KeyAt(item); });
+  if (dense_ && ascending_) {
+    window_.ForEach([&](Key key, std::uint32_t) { *at++ = key; });
+  } else {
+    ForEachItem([&](char* item) { *at++ = KeyAt(item); });
+  }
   return count_;
+}
+
+bool KeyedSetBase::InOrder() const {
+  for (char* item = head_; item; item = LinksOf(item).list_next) {
+    const char* next = LinksOf(item).list_next;
+    if (next && KeyAt(item) >= KeyAt(next)) return false;
+  }
+  return true;
+}
+
+struct KeyedSetBase::KeySlot {
+  Key key;
+  std::uint32_t slot;
+};
+
+/// What the table holds, ascending by key, in the order of their chain where keys are equal.
+std::vector<KeyedSetBase::KeySlot> KeyedSetBase::SortedSlots() const {
+  std::vector<KeySlot> pairs, sorted;
+  pairs.reserve(static_cast<std::size_t>(count_));
+  table_.ForEach(shared_keys_, [&](Key key, std::uint32_t slot) { pairs.push_back({key, slot}); });
+  sorted.resize(pairs.size());
+  // By digits from the lowest up, as many as the range of keys has.
+  constexpr int kBits = 11;
+  constexpr std::uint32_t kDigits = 1u << kBits;
+  const auto range = static_cast<std::uint32_t>(max_key_ - min_key_);
+  const auto least = static_cast<std::uint32_t>(min_key_);
+  for (int shift = 0; shift < 32 && range >> shift != 0; shift += kBits) {
+    std::uint32_t begin[kDigits] = {};
+    const auto digit = [&](const KeySlot& pair) {
+      return (static_cast<std::uint32_t>(pair.key) - least) >> shift & (kDigits - 1);
+    };
+    for (const KeySlot& pair : pairs) ++begin[digit(pair)];
+    std::uint32_t sum = 0;
+    for (std::uint32_t& n : begin) sum += std::exchange(n, sum);
+    for (const KeySlot& pair : pairs) sorted[begin[digit(pair)]++] = pair;
+    pairs.swap(sorted);
+  }
+  return pairs;
+}
+
+void KeyedSetBase::LinkAscending() {
+  char* last = nullptr;
+  const auto fetch = [&](std::uint32_t slot) {
+    const char* links = store_.At(slot) + links_offset_;
+    Prefetch(links);
+    Prefetch(links + sizeof(ItemLinks) - 1);
+  };
+  const auto append = [&](std::uint32_t slot) {
+    char* item = store_.At(slot);
+    LinksOf(item).list_prev = last;
+    (last ? LinksOf(last).list_next : head_) = item;
+    last = item;
+  };
+  if (dense_) {
+    window_.ForEach([&](Key, std::uint32_t slot) { append(slot); }, fetch);
+  } else {
+    constexpr std::size_t kAhead = 16;
+    const std::vector<KeySlot> sorted = SortedSlots();
+    for (std::size_t i = 0; i < sorted.size(); ++i) {
+      if (i + kAhead < sorted.size()) fetch(sorted[i + kAhead].slot);
+      append(sorted[i].slot);
+    }
+  }
+  LinksOf(last).list_next = nullptr;
+  tail_ = last;
 }
 
 void KeyedSetBase::SortAsc() {
   if (count_ == 0) return;
   Optimize();
-  // A set that is in order already, as after loading, costs one walk.
-  bool in_order = true;
-  for (char* item = head_; in_order;) {
-    char* next = LinksOf(item).list_next;
-    if (!next) return;
-    in_order = KeyAt(item) < KeyAt(next);
-    item = next;
+  if (ascending_) return;
+  if (!InOrder()) {  // as it is after undo, which costs one walk
+    ++list_epoch_;
+    LinkAscending();
   }
-  ++list_epoch_;
-  struct Slot {
-    char* first;
-    char* last;
-  };
-  const std::int32_t size = table_.Size();
-  const std::int32_t low = min_key_ / size;
-  const std::int32_t high = max_key_ / size;
-  std::vector<Slot> slots(static_cast<std::size_t>(high - low) + 1, Slot{nullptr, nullptr});
-  constexpr std::int32_t kAhead = 8;
-  for (std::int32_t b = 0; b < size; ++b) {
-    if (b + kAhead < size) {
-      const ITR ahead = ToItr(table_.First(static_cast<std::uint32_t>(b + kAhead)));
-      Prefetch(ahead);
-      Prefetch(ahead + links_offset_);
-    }
-    for (char* item = table_.First(static_cast<std::uint32_t>(b)); item;) {
-      ItemLinks& links = LinksOf(item);
-      Slot& slot = slots[static_cast<std::size_t>(KeyAt(item) / size - low)];
-      links.list_prev = slot.last;
-      links.list_next = nullptr;
-      (slot.last ? LinksOf(slot.last).list_next : slot.first) = item;
-      slot.last = item;
-      item = links.hash_next;
-    }
-  }
-  head_ = tail_ = nullptr;
-  for (const Slot& slot : slots) {
-    if (!slot.first) continue;
-    LinksOf(slot.first).list_prev = tail_;
-    (tail_ ? LinksOf(tail_).list_next : head_) = slot.first;
-    tail_ = slot.last;
-  }
+  ascending_ = !shared_keys_;
 }
 
 ITR KeyedSetBase::NextOfKey(ITR pos) const {
+  if (dense_) return 0;
   const Key key = KeyAt(ToItem(pos));
   for (char* item = LinksOf(ToItem(pos)).hash_next; item; item = LinksOf(item).hash_next) {
     if (KeyAt(item) == key) return ToItr(item);
@@ -258,6 +382,16 @@ ITR KeyedSetBase::Insert(const TStructBase& record) {
   const Key key = record.GetKey();
   if (key < 0) return 0;
   GrowIfCrowded();
+  Reach(key);
+  if (dense_) {
+    if (window_.SlotOf(key) != KeyWindow::kNone) return 0;
+    char* item = NewItem(record);
+    SetMinMaxKey(key);
+    AddToIndex(item);
+    InsertToList(item);
+    Touch();
+    return ToItr(item);
+  }
   const ChainTable::Place place = table_.PlaceOf(key);
   if (table_.Find(key, place, shared_keys_)) return 0;
   char* item = NewItem(record);
@@ -279,17 +413,25 @@ int KeyedSetBase::SetAt(ITR pos, const TStructBase& record) {
     return 1;
   }
   if (former < 0 || !Find(former)) return 0;
-  table_.Unlink(item);  // by the former key
+  Reach(key);
+  const bool shared = shared_keys_;
+  LearnSharing(key);
+  TakeFromIndex(item);  // by the former key
   try {
     ops_.assign(item + kRecordOffset, record);
   } catch (...) {
-    table_.Relink(item);
+    shared_keys_ = shared;
+    if (dense_) {
+      AddToIndex(item);
+    } else {
+      table_.Relink(item);
+    }
     throw;
   }
   SetMinMaxKey(key);
-  LearnSharing(key);
   used_keys_.OnFreed(former);
-  table_.PushFront(item);
+  AddToIndex(item);
+  ascending_ = ascending_ && FitsItsPlace(LinksOf(item), key);
   return 1;
 }
 
@@ -299,7 +441,7 @@ int KeyedSetBase::RemoveNext(ITR& pos) {
   if (pos == 0) return 0;
   char* item = ToItem(pos);
   OnUnlink(item);
-  table_.Unlink(item);
+  TakeFromIndex(item);
   RemoveFromList(item);
   pos = ToItr(LinksOf(item).list_next);
   DestroyItem(item);
@@ -312,7 +454,7 @@ int KeyedSetBase::RemoveNextWithoutDelete(ITR& pos) {
   if (pos == 0 || IsRemoved(pos)) return 0;  // once out, it is in no list to leave
   char* item = ToItem(pos);
   OnUnlink(item);
-  table_.Unlink(item);
+  TakeFromIndex(item);
   RemoveFromList(item);
   SetState(pos, StateOf(pos) | kRemovedBit);
   ++detached_;
@@ -326,7 +468,7 @@ void KeyedSetBase::RemoveAll() {
   used_keys_.Forget();
   const bool by_page = detached_ == 0;
   if (by_page) ++incarnation_;
-  if (count_ == 0) {  // the buckets are zero already
+  if (count_ == 0) {  // the index is empty already
     if (by_page) store_.Clear();
     return;
   }
@@ -345,7 +487,9 @@ void KeyedSetBase::RemoveAll() {
   ++list_epoch_;
   ++hash_epoch_;
   shared_keys_ = false;
-  table_.Clear();
+  ascending_ = dense_ = true;
+  window_.Close();
+  table_.Release();
 }
 
 void KeyedSetBase::RemoveAllWithoutDelete() {
@@ -365,8 +509,9 @@ void KeyedSetBase::RemoveAllWithoutDelete() {
   detached_ += count_;
   head_ = tail_ = nullptr;
   count_ = 0;
+  ascending_ = true;
   ++hash_epoch_;
-  table_.Clear();
+  ClearIndex();
 }
 
 // ---- keys ---------------------------------------------------------------------------------------
@@ -401,6 +546,7 @@ Key KeyedSetBase::GetNewKeyUp(Key start) const {
 
 /// What is about to be linked is alive, and its key in use, perhaps for the second time.
 void KeyedSetBase::Revive(char* item) {
+  Reach(KeyAt(item));
   LearnSharing(KeyAt(item));
   SetState(ToItr(item), StateOf(ToItr(item)) & ~kRemovedBit);
   Touch();
@@ -419,11 +565,12 @@ bool KeyedSetBase::Relink(ITR pos, std::uint32_t list_epoch, std::uint32_t hash_
   (links.list_prev ? LinksOf(links.list_prev).list_next : head_) = item;
   (links.list_next ? LinksOf(links.list_next).list_prev : tail_) = item;
   ++count_;
-  if (hash_epoch == hash_epoch_) {
+  if (!dense_ && hash_epoch == hash_epoch_) {
     table_.Relink(item);
   } else {
-    table_.PushFront(item);
+    AddToIndex(item);
   }
+  ascending_ = ascending_ && FitsItsPlace(links, KeyAt(item));
   return true;
 }
 
@@ -431,7 +578,7 @@ void KeyedSetBase::AppendDetached(ITR pos) {
   char* item = ToItem(pos);
   GrowIfCrowded();
   Revive(item);
-  table_.PushFront(item);
+  AddToIndex(item);
   InsertToList(item);
 }
 
@@ -451,10 +598,10 @@ bool KeyedSetBase::DetachTail(std::span<const ITR> items) {
   Touch();
   used_keys_.Forget();
   char* before = LinksOf(ToItem(items.front())).list_prev;
-  const bool most = items.size() > static_cast<std::size_t>(count_) / 2 && !shared_keys_;
+  const bool most = !dense_ && items.size() > static_cast<std::size_t>(count_) / 2 && !shared_keys_;
   for (std::size_t i = items.size(); i-- > 0;) {
     char* item = ToItem(items[i]);
-    if (!most) table_.Unlink(item);
+    if (!most) TakeFromIndex(item);
     SetState(items[i], StateOf(items[i]) | kRemovedBit);
     LinksOf(item).list_next = nullptr;
   }
@@ -511,12 +658,15 @@ void KeyedSetBase::Swap(KeyedSetBase& other) {
   std::swap(hash_epoch_, other.hash_epoch_);
   std::swap(detached_, other.detached_);
   std::swap(shared_keys_, other.shared_keys_);
+  std::swap(dense_, other.dense_);
+  std::swap(ascending_, other.ascending_);
   Touch();
   other.Touch();
   used_keys_.Forget();
   other.used_keys_.Forget();
   incarnation_ = other.incarnation_ = std::max(incarnation_, other.incarnation_) + 1;
   std::swap(store_, other.store_);
+  window_.Swap(other.window_);
   table_.Swap(other.table_);
 }
 
@@ -536,10 +686,22 @@ std::string KeyedSetBase::Validate() const {
     previous = item;
   }
   if (listed != count_ || previous != tail_) return broken(2, 0, "the list ends elsewhere");
-  const std::string fault = table_.Validate(count_);
-  return fault.empty() ? fault : "invariant 1, of the table " + fault;
+  if (ascending_ && !InOrder()) return broken(6, 0, "the list is not ascending");
+  if (!dense_) {
+    const std::string fault = table_.Validate(count_);
+    return fault.empty() ? fault : "invariant 1, of the table " + fault;
+  }
+  std::int32_t held = 0;
+  window_.ForEach([&](Key, std::uint32_t) { ++held; });
+  if (held != count_) return broken(1, 0, "the window does not hold every item");
+  for (char* item = head_; item; item = LinksOf(item).list_next) {
+    if (Find(KeyAt(item)) != ToItr(item)) return broken(1, KeyAt(item), "the window names another");
+  }
+  return {};
 }
 
-std::size_t KeyedSetBase::Footprint() const { return store_.Footprint() + table_.Footprint(); }
+std::size_t KeyedSetBase::Footprint() const {
+  return store_.Footprint() + window_.Footprint() + table_.Footprint();
+}
 
 }  // namespace qx

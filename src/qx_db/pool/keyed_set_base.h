@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "qx_db/pool/chain_table.h"
+#include "qx_db/pool/key_window.h"
 #include "qx_db/pool/used_keys.h"
 #include "qx_db/record/struct_base.h"
 #include "qx_db/record/values.h"
@@ -36,6 +37,11 @@ struct RecordStamp {
 /// An insertion-ordered, doubly linked list of records threaded through a chained hash table on
 /// the record's key. Positions (ITR) are addresses of items and stay valid for an item's life.
 ///
+/// As long as the keys lie close together and no two records share one, a window of slot numbers
+/// (see KeyWindow) stands for the table, which is then not made at all: it would answer the same,
+/// from more memory. A key far from the others, or a shared one, brings the table; it is given up
+/// again when it would have to be rebuilt anyway and the keys have become dense.
+///
 /// An item, packed to 4 bytes:
 ///   state word (u32) | record | hash previous | hash next | list previous | list next
 /// Bits of the state word: 0-28 parameter index, 29 removed but alive, 30 modified while changes
@@ -43,11 +49,12 @@ struct RecordStamp {
 ///
 /// Invariants, checked by Validate() under these numbers:
 ///  1 every linked item is in exactly the chain of (key mod buckets), and the table's own
-///    invariants hold (see ChainTable)
+///    invariants hold (see ChainTable); or the window holds the slots of all linked items, no other
 ///  2 the list holds exactly `count` items, linked both ways, from head to tail
 ///  3 keys are not negative
 ///  4 min key <= every key <= max key
 ///  5 no linked item carries the removed mark
+///  6 a list that is known to be ascending is
 ///
 /// Threads: none inside the set. While nobody changes it, any number of threads may call what is
 /// const, save GetNewKeyUp, which remembers where it looked.
@@ -74,14 +81,20 @@ class QXDB_API KeyedSetBase {
   void Optimize();
   /// Empties the chains and pushes every item, in list order, at the front of its chain.
   void RebuildHash();
-  /// The number of buckets asked for. The table has that many, or ChainTable::kMinSize: fewer would
+  /// The number of buckets asked for. A table has that many, or ChainTable::kMinSize: fewer would
   /// save nothing, and nothing but time depends on it.
   std::int32_t HashSize() const { return hash_size_; }
 
   // ---- looking up and walking -------------------------------------------------------------------
 
   /// Position of the record with this key, 0 when there is none. Expected constant time.
-  ITR Find(Key key) const { return key < 0 ? 0 : ToItr(table_.Find(key, shared_keys_)); }
+  ITR Find(Key key) const {
+    if (dense_) {
+      const std::uint32_t slot = window_.SlotOf(key);
+      return slot == KeyWindow::kNone ? 0 : ToItr(store_.At(slot));
+    }
+    return key < 0 ? 0 : ToItr(table_.Find(key, shared_keys_));
+  }
   /// Another record of the same key, after this one among those; 0 when there is none.
   ITR NextOfKey(ITR pos) const;
   /// The positions of many keys at once; overlapping the cache misses makes this faster than as
@@ -98,7 +111,9 @@ class QXDB_API KeyedSetBase {
   std::int32_t GetItrList(TArray<ITR>& out, int sorted);
   std::int32_t GetItrList(TArray<ITR>& out) const;
   std::int32_t GetKeyList(TArray<Key>& out, int sorted);
-  /// Sorts the list ascending by key: a two-digit bucket sort with the hash table as low digit.
+  /// Sorts the list ascending by key; records that share one in the order of their chain. Pairs of
+  /// key and slot are sorted by digits, or lie sorted in the window, and the links written after:
+  /// proportional to the count. Nothing is done where the list is known to be in order.
   void SortAsc();
 
   // ---- changing ---------------------------------------------------------------------------------
@@ -286,6 +301,20 @@ class QXDB_API KeyedSetBase {
   void RemoveFromList(char* item);
   void Resize(std::int32_t n);
   void HashWholeList();
+  void Reach(Key key);
+  void LeaveWindow();
+  bool EnterWindow();
+  void AddToIndex(char* item);
+  void TakeFromIndex(char* item);
+  void ClearIndex();
+  struct KeySlot;
+  std::vector<KeySlot> SortedSlots() const;
+  void LinkAscending();
+  bool InOrder() const;
+  bool FitsItsPlace(const ItemLinks& links, Key key) const {
+    return (!links.list_prev || KeyAt(links.list_prev) < key) &&
+           (!links.list_next || key < KeyAt(links.list_next));
+  }
   void OnUnlink(const char* item) {
     Touch();
     used_keys_.OnFreed(KeyAt(item));
@@ -295,7 +324,7 @@ class QXDB_API KeyedSetBase {
   }
   void Grow();
   void Revive(char* item);
-  void LearnSharing(Key key) { shared_keys_ = shared_keys_ || Find(key) != 0; }
+  void LearnSharing(Key key);
   template <class F>
   void ForEachItem(F&& visit) const;
 
@@ -313,11 +342,14 @@ class QXDB_API KeyedSetBase {
   std::uint32_t hash_epoch_ = 0;
   std::int32_t detached_ = 0;      // items alive but not linked
   bool shared_keys_ = false;       // two records have been given one key
+  bool dense_ = true;              // the window is the index, else the table
+  bool ascending_ = true;          // the list is known to be in ascending order, no two keys equal
   std::uint32_t incarnation_ = 1;  // of the slots as a whole
   std::uint64_t last_revision_;    // given so far
   std::uint64_t revision_;
   mutable UsedKeys used_keys_;
   ItemStore store_;
+  KeyWindow window_;
   ChainTable table_;
 };
 
