@@ -1,8 +1,4 @@
 #include <absl/container/node_hash_map.h>
-#include <boost/multi_index/hashed_index.hpp>
-#include <boost/multi_index/member.hpp>
-#include <boost/multi_index/sequenced_index.hpp>
-#include <boost/multi_index_container.hpp>
 #include <fmt/format.h>
 #include <memory>
 #include <unordered_map>
@@ -16,10 +12,7 @@ namespace {
 using Ours = CKeySet<tagTNode>;
 using Std = std::unordered_map<Key, tagTNode>;
 using Absl = absl::node_hash_map<Key, tagTNode>;
-namespace mi = boost::multi_index;
-using Multi = mi::multi_index_container<
-    tagTNode,
-    mi::indexed_by<mi::hashed_unique<mi::member<tagTNode, Key, &tagTNode::key>>, mi::sequenced<>>>;
+using Multi = Indexed<tagTNode>;
 
 void Put(Ours& c, const tagTNode& n) { c.InsertNU(n); }
 void Put(Std& c, const tagTNode& n) { c.emplace(n.key, n); }
@@ -92,6 +85,76 @@ void Against(const char* peer, bool shuffled, double insert, double hit, double 
       [&] { return FindAll(theirs, missing); });
 }
 
+/// Hexahedra, each with an array of eight references of its own.
+void Hexahedra(bool shuffled) {
+  using OurHexes = CKeySet<tagTElem>;
+  using TheirHexes = Indexed<tagTElem>;
+  const auto keys = Keys(kMillion, shuffled);
+  const auto fill = [&](const auto& put) {
+    tagTElem element;
+    element.nodes.SetSize(8);
+    return Time([&] {
+      for (const Key key : keys) {
+        element.key = key;
+        put(element);
+      }
+    });
+  };
+  const std::string kind = shuffled ? "shuffled sparse: " : "sequential: ";
+  Compare(
+      kind + "insert hexahedra", "boost::multi_index", 1.2,
+      [&] {
+        OurHexes set;
+        return fill([&](const tagTElem& element) { set.InsertNU(element); });
+      },
+      [&] {
+        TheirHexes set;
+        return fill([&](const tagTElem& element) { set.insert(element); });
+      },
+      Memory::kFresh);
+  Compare(
+      kind + "remove every second hexahedron", "boost::multi_index", 1.0,
+      [&] {
+        OurHexes set;
+        fill([&](const tagTElem& element) { set.InsertNU(element); });
+        return Time([&] {
+          for (std::size_t i = 0; i < keys.size(); i += 2) set.Remove(set.Find(keys[i]));
+        });
+      },
+      [&] {
+        TheirHexes set;
+        fill([&](const tagTElem& element) { set.insert(element); });
+        return Time([&] {
+          for (std::size_t i = 0; i < keys.size(); i += 2) set.erase(keys[i]);
+        });
+      },
+      Memory::kFresh);
+}
+
+/// The keys of a list, ascending, from a set that was filled in another order.
+void KeyLists(bool shuffled) {
+  auto keys = Keys(kMillion, shuffled);
+  if (!shuffled) std::shuffle(keys.begin(), keys.end(), std::mt19937(5));
+  const auto ours = [&] {
+    Ours set;
+    Fill(set, keys);
+    TArray<Key> out;
+    return Time([&] { set.GetKeyList(out, 1); });
+  };
+  const auto theirs = [&] {
+    Multi set;
+    Fill(set, keys);
+    std::vector<Key> out;
+    return Time([&] {
+      out.reserve(set.size());
+      for (const tagTNode& node : set) out.push_back(node.key);
+      std::sort(out.begin(), out.end());
+    });
+  };
+  Compare(std::string(shuffled ? "sparse" : "dense") + " keys: ascending list, set sorted",
+          "boost::multi_index, list alone", 0.8, ours, theirs, Memory::kFresh);
+}
+
 void WalkAndSort() {
   const auto keys = Keys(kMillion, true);
   Ours ours;
@@ -141,6 +204,10 @@ void KeyedSet() {
   Against<Std>("std::unordered_map", true, 0.35, 1.0, 1.0, 1.0);
   Against<Multi>("boost::multi_index", true, 1.0, 1.0, 1.0, 1.0);
   Against<Absl>("absl::node_hash_map", false, 0.4, 0.4, 0.4, 0.4);
+  for (const bool shuffled : {false, true}) {
+    Hexahedra(shuffled);
+    KeyLists(shuffled);
+  }
   WalkAndSort();
   for (const bool shuffled : {false, true}) {
     Ours set;

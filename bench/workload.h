@@ -2,6 +2,10 @@
 // The models that benchmarks work on.
 
 #include <algorithm>
+#include <boost/multi_index/hashed_index.hpp>
+#include <boost/multi_index/member.hpp>
+#include <boost/multi_index/sequenced_index.hpp>
+#include <boost/multi_index_container.hpp>
 #include <numeric>
 #include <random>
 #include <vector>
@@ -33,6 +37,13 @@ inline tagTNode MakeNode(Key key) {
   node.position = {key * 0.001, 0.1 * key / 7, 1.0 / (key + 1.0)};
   return node;
 }
+
+/// The peer that, as a pool, finds by key and keeps an order, at stable addresses.
+template <class T>
+using Indexed = boost::multi_index_container<
+    T, boost::multi_index::indexed_by<
+           boost::multi_index::hashed_unique<boost::multi_index::member<T, Key, &T::key>>,
+           boost::multi_index::sequenced<>>>;
 
 /// A block of n nodes and about n 8-node hexahedra over them.
 inline void FillBlock(CQXDBSession& session, int n) {

@@ -261,9 +261,19 @@ void KeyedSetBase::FindMany(std::span<const Key> keys, std::span<ITR> found) con
   }
 }
 
+struct KeyedSetBase::KeySlot {
+  Key key;
+  std::uint32_t slot;
+};
+
 std::int32_t KeyedSetBase::GetItrList(TArray<ITR>& out, int sorted) {
-  if (sorted) SortAsc();
-  return std::as_const(*this).GetItrList(out);
+  const std::vector<KeySlot> pairs = sorted ? Sort() : std::vector<KeySlot>();
+  if (pairs.empty()) return std::as_const(*this).GetItrList(out);
+  out.RemoveAll();
+  out.SetSize(count_);
+  ITR* at = out.data();
+  for (const KeySlot& pair : pairs) *at++ = ToItr(store_.At(pair.slot));
+  return count_;
 }
 
 std::int32_t KeyedSetBase::GetItrList(TArray<ITR>& out) const {
@@ -280,10 +290,12 @@ std::int32_t KeyedSetBase::GetItrList(TArray<ITR>& out) const {
 
 std::int32_t KeyedSetBase::GetKeyList(TArray<Key>& out, int sorted) {
   out.RemoveAll();
-  if (sorted) SortAsc();
+  const std::vector<KeySlot> pairs = sorted ? Sort() : std::vector<KeySlot>();
   out.SetSize(count_);
   Key* at = out.data();
-  if (dense_ && ascending_) {
+  if (!pairs.empty()) {
+    for (const KeySlot& pair : pairs) *at++ = pair.key;
+  } else if (dense_ && ascending_) {
     window_.ForEach([&](Key key, std::uint32_t) { *at++ = key; });
   } else {
     ForEachItem([&](char* item) { *at++ = KeyAt(item); });
@@ -298,11 +310,6 @@ bool KeyedSetBase::InOrder() const {
   }
   return true;
 }
-
-struct KeyedSetBase::KeySlot {
-  Key key;
-  std::uint32_t slot;
-};
 
 /// What the table holds, ascending by key, in the order of their chain where keys are equal.
 std::vector<KeyedSetBase::KeySlot> KeyedSetBase::SortedSlots() const {
@@ -329,7 +336,8 @@ std::vector<KeyedSetBase::KeySlot> KeyedSetBase::SortedSlots() const {
   return pairs;
 }
 
-void KeyedSetBase::LinkAscending() {
+/// Links the items of the window, or those listed.
+void KeyedSetBase::LinkAscending(const std::vector<KeySlot>& sorted) {
   char* last = nullptr;
   const auto fetch = [&](std::uint32_t slot) {
     const char* links = store_.At(slot) + links_offset_;
@@ -346,7 +354,6 @@ void KeyedSetBase::LinkAscending() {
     window_.ForEach([&](Key, std::uint32_t slot) { append(slot); }, fetch);
   } else {
     constexpr std::size_t kAhead = 16;
-    const std::vector<KeySlot> sorted = SortedSlots();
     for (std::size_t i = 0; i < sorted.size(); ++i) {
       if (i + kAhead < sorted.size()) fetch(sorted[i + kAhead].slot);
       append(sorted[i].slot);
@@ -356,16 +363,22 @@ void KeyedSetBase::LinkAscending() {
   tail_ = last;
 }
 
-void KeyedSetBase::SortAsc() {
-  if (count_ == 0) return;
+/// Sorts the list, and returns what it is in order, where that had to be found out by sorting.
+std::vector<KeyedSetBase::KeySlot> KeyedSetBase::Sort() {
+  if (count_ == 0) return {};
   Optimize();
-  if (ascending_) return;
+  if (ascending_) return {};
+  std::vector<KeySlot> sorted;
   if (!InOrder()) {  // as it is after undo, which costs one walk
+    if (!dense_) sorted = SortedSlots();
     ++list_epoch_;
-    LinkAscending();
+    LinkAscending(sorted);
   }
   ascending_ = !shared_keys_;
+  return sorted;
 }
+
+void KeyedSetBase::SortAsc() { Sort(); }
 
 ITR KeyedSetBase::NextOfKey(ITR pos) const {
   if (dense_) return 0;

@@ -309,7 +309,8 @@ class QXDB_API KeyedSetBase {
   void ClearIndex();
   struct KeySlot;
   std::vector<KeySlot> SortedSlots() const;
-  void LinkAscending();
+  void LinkAscending(const std::vector<KeySlot>& sorted);
+  std::vector<KeySlot> Sort();
   bool InOrder() const;
   bool FitsItsPlace(const ItemLinks& links, Key key) const {
     return (!links.list_prev || KeyAt(links.list_prev) < key) &&
