@@ -554,7 +554,7 @@ TEST(UnitsAsAStep, AreOneAlsoOutsideATransactionOnceThereIsAModel) {
 
 // Known as the converter that it is besides, the session's is its own all the same.
 TEST(UnitsAsAStep, AreOneByWhateverNameTheyAreChanged) {
-  const UnitSystem metres, millimetres = Millimetres();
+  const UnitSystem millimetres = Millimetres();
   MeshSession m;
   m.Add(1);
   CQXUnitCtrl& units = m.session.Units();
