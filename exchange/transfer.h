@@ -35,8 +35,8 @@ Result<UnitSystem> ParseUnits(const std::string& names, const UnitSystem& rest);
 Outcome ImportFile(CQXDBSession& session, const std::string& path, const ImportOptions& options,
                    LossReport& report);
 
-/// Writes a session, of which no two records of a pool may share a key. With `strict` a loss is found before `path` is touched. A failure, and a wish
-/// to stop, leave the file that was there.
+/// Writes a session, of which no two records of a pool may share a key. With `strict` a loss is
+/// found before `path` is touched. A failure, and a wish to stop, leave the file that was there.
 Outcome ExportFile(CQXDBSession& session, const std::string& path, const ExportOptions& options,
                    LossReport& report);
 

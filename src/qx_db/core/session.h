@@ -80,8 +80,8 @@ class QXDB_API StepSink {
 /// The units of a session. Changed in a transaction that records, they are part of its step, and
 /// undone and redone with it. Outside of one a change is a step of its own, once the model has
 /// records, a history or a file that keeps its steps; before, it is of no step, as by who has yet
-/// to fill the model. Refused while the session tells of a step. Who needs other current units for a
-/// while makes both changes in one transaction, or, to read only, takes UnitsShown.
+/// to fill the model. Refused while the session tells of a step. Who needs other current units for
+/// a while makes both changes in one transaction, or, to read only, takes UnitsShown.
 class QXDB_API SessionUnits final : public CQXUnitCtrl {
  public:
   SessionUnits(const SessionUnits&) = delete;

@@ -34,9 +34,9 @@ struct ModelChanges {
 /// open: then all is to be read anew.
 ///
 /// Cost proportional to the steps in between, as long as the history has them, and to those it has
-/// where nobody knows the state. Of a session whose steps are kept in a file, those that the history
-/// has dropped are read from there, at the cost of opening it; a removed record then has the position 0, and only its key tells of it.
-/// Threads: the one that drives the session.
+/// where nobody knows the state. Of a session whose steps are kept in a file, those that the
+/// history has dropped are read from there, at the cost of opening it; a removed record then has
+/// the position 0, and only its key tells of it. Threads: the one that drives the session.
 QXDB_API std::optional<ModelChanges> ChangesSince(const CQXDBSession& session, std::int64_t state);
 
 /// The same of the open step, from the change on that is its `from`th (Journal::Mark).

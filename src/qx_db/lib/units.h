@@ -108,9 +108,9 @@ QXDB_API bool IsValid(const UnitSystem& system);
 
 /// Converts values of a category between three unit systems: the model's, in which records are
 /// stored; the current one, which the user and the gateway see; and the previous one, which was
-/// current before the last change. What changes it is virtual, so that nobody changes the units of a
-/// session behind its back, as which they are known besides. Threads: a value; any number may read
-/// it while none changes it.
+/// current before the last change. What changes it is virtual, so that nobody changes the units of
+/// a session behind its back, as which they are known besides. Threads: a value; any number may
+/// read it while none changes it.
 class QXDB_API CQXUnitCtrl {
  public:
   CQXUnitCtrl() = default;

@@ -69,8 +69,8 @@ QXDB_API FileSystem& Files();
 /// thread reads or writes any.
 QXDB_API void SetFiles(FileSystem* files);
 
-/// Whether an error number says that there is no room for more: on the device, for the user, or in a
-/// file.
+/// Whether an error number says that there is no room for more: on the device, for the user, or in
+/// a file.
 QXDB_API bool IsFull(int error);
 /// The system's text for an error number.
 QXDB_API std::string ErrorText(int error);

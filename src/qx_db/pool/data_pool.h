@@ -10,8 +10,8 @@ namespace qx {
 
 /// A pool of records of type T: a keyed set that reports its changes. While the session records,
 /// a removal detaches the record and reports it, so that undo can put it back; otherwise it frees
-/// it, at once or, within a step, with its end. While the session tells of a step, every change is refused. A concrete pool supplies
-/// GetDeletor and GetIOName. Threads: see DPoolBase.
+/// it, at once or, within a step, with its end. While the session tells of a step, every change is
+/// refused. A concrete pool supplies GetDeletor and GetIOName. Threads: see DPoolBase.
 template <class T>
 class QXDB_API DPool : public DPoolBase {
  public:
