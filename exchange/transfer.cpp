@@ -5,6 +5,9 @@
 #include <filesystem>
 #include <fmt/format.h>
 
+#include "qx_db/core/image_stream.h"
+#include "qx_db/core/transaction.h"
+#include "qx_db/lib/message.h"
 #include "qx_db/platform/file.h"
 #include "qx_db/platform/new_file.h"
 #include "qx_db/platform/text.h"
@@ -12,46 +15,26 @@
 namespace qx::exchange {
 namespace {
 
-/// Gives a session other current units for as long as it lives.
-class CurrentUnits {
- public:
-  CurrentUnits(CQXDBSession& session, const UnitSystem& units)
-      : units_(session.Units()), before_(units_.Current()) {
-    units_.SetCurrent(units);
-  }
-  ~CurrentUnits() { units_.SetCurrent(before_); }
-  CurrentUnits(const CurrentUnits&) = delete;
-  CurrentUnits& operator=(const CurrentUnits&) = delete;
-
- private:
-  CQXUnitCtrl& units_;
-  UnitSystem before_;
-};
-
-/// Gives a session a file's units while it is added: the old ones come back unless they are kept.
+/// Gives a session a file's units while it is added, within a transaction: the old ones come back
+/// unless they are kept.
 class NewUnits {
  public:
   NewUnits(CQXDBSession& session, const UnitSystem& units, bool of_model)
-      : units_(session.Units()),
-        model_before_(units_.Model()),
-        current_before_(units_.Current()),
-        of_model_(of_model) {
+      : units_(session.Units()), before_(units_), of_model_(of_model) {
     if (of_model_) units_.SetModel(units);
     units_.SetCurrent(units);
   }
   ~NewUnits() {
-    if (is_kept_ && of_model_) return;
-    if (of_model_) units_.SetModel(model_before_);
-    units_.SetCurrent(current_before_);
+    if (!is_kept_) units_ = before_;
   }
-  void Keep() { is_kept_ = true; }
+  /// The deck is in: of what was for a while the former units come back.
+  void Keep() { is_kept_ = of_model_; }
   NewUnits(const NewUnits&) = delete;
   NewUnits& operator=(const NewUnits&) = delete;
 
  private:
   CQXUnitCtrl& units_;
-  UnitSystem model_before_;
-  UnitSystem current_before_;
+  const CQXUnitCtrl before_;
   bool of_model_;
   bool is_kept_ = false;
 };
@@ -152,6 +135,10 @@ bool IsEmpty(const Deck& deck) {
   return is_empty;
 }
 
+Failure Refused(const std::string& path) {
+  return {path, "", "the model refuses the file", "see the message above"};
+}
+
 Outcome Import(CQXDBSession& session, const std::string& path, const ImportOptions& options,
                LossReport& report) {
   const Format* format = options.format;
@@ -186,10 +173,23 @@ Outcome Import(CQXDBSession& session, const std::string& path, const ImportOptio
       return lossless;
     }
   }
-  NewUnits in_units(session, *units, options.set_model_units);
-  Outcome added = AddDeck(session, std::move(*deck), path, report, add);
-  if (added) in_units.Keep();
-  return added;
+  // Units and deck are one step, so that nobody who keeps steps has the one without the other.
+  CTransaction step(&session);
+  if (!step.Begin(qxLoadText("IDS_QX_TRANS_Import_Mesh").c_str())) return Refused(path);
+  {
+    NewUnits in_units(session, *units, options.set_model_units);
+    if (Outcome added = AddDeck(session, std::move(*deck), path, report, add); !added) return added;
+    in_units.Keep();
+  }
+  return step.Commit() ? Outcome() : Refused(path);
+}
+
+/// No file holds two records with one key.
+Outcome CheckAllKeys(const CQXDBSession& session, const std::string& path) {
+  for (const DPoolBase* pool : session.Pools()) {
+    if (Outcome apart = CheckKeys(*pool, path); !apart) return apart;
+  }
+  return {};
 }
 
 Outcome Export(CQXDBSession& session, const std::string& path, const ExportOptions& options,
@@ -204,7 +204,8 @@ Outcome Export(CQXDBSession& session, const std::string& path, const ExportOptio
                                        ? Result<UnitSystem>(session.Units().Current())
                                        : ParseUnits(options.units, session.Units().Current());
   if (!units) return units.AsOutcome();
-  const CurrentUnits in_units(session, *units);
+  if (Outcome apart = CheckAllKeys(session, path); !apart) return apart;
+  const UnitsShown in_units(session, *units);
   WriteOptions write = options.write;
   write.progress = Watched(options.write.progress, options.write.is_cancelled, 0, 1);
   LossReport found;

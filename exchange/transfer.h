@@ -30,14 +30,13 @@ Result<UnitSystem> ParseUnits(const std::string& names, const UnitSystem& rest);
 
 /// Brings a file into a session as one undoable step. `report` tells what was lost, changed and
 /// assumed, and every fault of a file that cannot be read, in the order of the file. A failure, and
-/// a wish to stop, leave the session as it was;
-/// current units are left as they were, except with set_model_units, where model and current units
-/// become the file's.
+/// a wish to stop, leave the session as it was; current units are left as they were, except with
+/// set_model_units, where model and current units become the file's, as part of the step.
 Outcome ImportFile(CQXDBSession& session, const std::string& path, const ImportOptions& options,
                    LossReport& report);
 
-/// Writes a session. With `strict` a loss is found before `path` is touched. A failure, and a wish
-/// to stop, leave the file that was there.
+/// Writes a session, of which no two records of a pool may share a key. With `strict` a loss is
+/// found before `path` is touched. A failure, and a wish to stop, leave the file that was there.
 Outcome ExportFile(CQXDBSession& session, const std::string& path, const ExportOptions& options,
                    LossReport& report);
 

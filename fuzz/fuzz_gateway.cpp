@@ -13,7 +13,7 @@ void Need(bool holds) {
 
 std::string TextOf(qx::CQXDBSession& session) {
   qx::dbgateway::DataBase document;
-  qx::WriteDocument(session, document);
+  Need(static_cast<bool>(qx::WriteDocument(session, document)));
   return document.ToText();
 }
 

@@ -188,7 +188,7 @@ void MakeRecords() {
     const std::string name = pool->GetSchema().Name();
     dbgateway::DataBase document;
     DPoolBase* const one[] = {filled};
-    WriteDocument(records.session, document, one);
+    Need(static_cast<bool>(WriteDocument(records.session, document, one)));
     const std::string text = document.ToText();
     Put("json", name, text);
     Put("gateway", name, text);
@@ -222,7 +222,7 @@ void MakeRecords() {
   const std::uint16_t together[] = {code::kNode, code::kElem, code::kMset};
   std::vector<DPoolBase*> pools;
   for (const std::uint16_t code : together) pools.push_back(records.session.GetDataPool(code));
-  WriteDocument(records.session, document, pools);
+  Need(static_cast<bool>(WriteDocument(records.session, document, pools)));
   Put("gateway", "mesh", document.ToText());
 }
 

@@ -74,7 +74,7 @@ std::vector<std::string> Write(Handle& handle, const std::string& path) {
     // JSON has no word for what is not finite, and null would come back as 0.
     Require(exchange::CheckCanBeWritten(session, path));
     dbgateway::DataBase document;
-    WriteDocument(session, document);
+    Require(WriteDocument(session, document));
     Require(document.WriteFile(path, true));
   } else {
     const auto format = exchange::FormatToWrite(path);

@@ -112,7 +112,7 @@ std::string GatewayText(Handle& handle, const std::vector<int>& codes) {
   const Guard guard(handle);
   const py::gil_scoped_release others_may_run;
   dbgateway::DataBase document;
-  WriteDocument(handle.Session(), document, PoolsOf(handle.Session(), codes));
+  Require(WriteDocument(handle.Session(), document, PoolsOf(handle.Session(), codes)));
   return document.ToText();
 }
 

@@ -71,7 +71,7 @@ TEST(ScratchRecord, IsLeftAloneByAllThatTheLibraryDoes) {
   EXPECT_EQ(session.Undo() + session.Undo() + session.Redo() + session.Redo(), 4);
   EXPECT_EQ(watch.Written(), "") << "undo and redo";
   dbgateway::DataBase gateway;
-  WriteDocument(session, gateway);
+  EXPECT_TRUE(WriteDocument(session, gateway));
   EXPECT_EQ(watch.Written(), "") << "the gateway out";
   EXPECT_TRUE(ReadDocument(session, gateway));
   EXPECT_EQ(watch.Written(), "") << "the gateway in";

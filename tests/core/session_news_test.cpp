@@ -214,6 +214,54 @@ TEST(SessionNews, AnUnrecordedChangeFreesNothingThatIsStillNamed) {
   }
 }
 
+// However a record goes unrecorded within a step, and whatever was recorded before: who referred to
+// it never comes to refer to one that takes its place.
+TEST(SessionNews, AnUnrecordedRemovalLeavesNoReferenceToAnother) {
+  using Edit = std::function<void(MeshSession&)>;
+  const Edit nothing = [](MeshSession&) {};
+  const Edit befores[] = {nothing, [](MeshSession& m) { m.nodes.InsertNU(Node(60)); },
+                          [](MeshSession& m) { m.nodes.Remove(m.nodes.Find(4)); }};
+  const Edit removals[] = {[](MeshSession& m) { m.nodes.Remove(m.nodes.Find(2)); },
+                           [](MeshSession& m) { m.nodes.RemoveAll(); },
+                           [](MeshSession& m) {
+                             m.nodes.RemoveWithoutDelete(m.nodes.Find(2));
+                             m.nodes.InsertNU(Node(61));
+                           }};
+  for (const Edit& before : befores) {
+    for (const Edit& removal : removals) {
+      for (const bool commit : {true, false}) {
+        SCOPED_TRACE(testing::Message() << &before - befores << &removal - removals << commit);
+        MeshSession m;
+        auto& groups = *m.session.GetPool<DPool<tagTRegion>>(code::kRegion);
+        m.Step(u"mesh", [&] {
+          for (Key key = 1; key <= 4; ++key) m.nodes.InsertNU(Node(key));
+          tagTRegion set;
+          set.key = 1;
+          set.nodes = {m.nodes.Find(1), m.nodes.Find(2), m.nodes.Find(3)};
+          groups.InsertNU(set);
+        });
+        CTransaction transaction(&m.session);
+        transaction.Begin(u"mixed");
+        before(m);
+        m.session.EnableRecording(false);
+        removal(m);
+        m.session.EnableRecording(true);
+        m.nodes.InsertNU(Node(50));
+        EXPECT_EQ(commit ? transaction.Commit() : transaction.Rollback(), 1);
+        m.nodes.InsertNU(Node(51));
+        EXPECT_EQ(m.session.Validate(), "");
+        if (&removal == &removals[1]) {
+          EXPECT_EQ(m.nodes.Find(2), 0u);
+          continue;
+        }
+        std::vector<Key> keys;
+        for (const ITR node : groups.GetAtNU(groups.Find(1)).nodes) keys.push_back(KeyOf(node));
+        EXPECT_EQ(keys, (std::vector<Key>{1, 3}));
+      }
+    }
+  }
+}
+
 TEST(SessionNews, ARollBackIsHeardWhileWhatItTookBackCanStillBeRead) {
   MeshSession m;
   m.Add(1);
@@ -502,6 +550,47 @@ TEST(UnitsAsAStep, AreOneAlsoOutsideATransactionOnceThereIsAModel) {
   EXPECT_EQ(m.session.Units().Current(), millimetres);
   m.session.Units().SetCurrent(millimetres);
   EXPECT_TRUE(m.session.CanRedo()) << "those it has already";
+}
+
+// Known as the converter that it is besides, the session's is its own all the same.
+TEST(UnitsAsAStep, AreOneByWhateverNameTheyAreChanged) {
+  const UnitSystem millimetres = Millimetres();
+  MeshSession m;
+  m.Add(1);
+  CQXUnitCtrl& units = m.session.Units();
+  CQXUnitCtrl other;
+  other.SetCurrent(millimetres);
+  units.SetCurrent(millimetres);
+  units.SetModel(millimetres);
+  units = other;
+  EXPECT_EQ(m.session.History().Done().size(), 4u);
+  while (m.session.Undo()) {
+  }
+  EXPECT_EQ(m.session.Units(), CQXUnitCtrl());
+}
+
+TEST(UnitsAsAStep, AreNoneWhileTheyAreOnlyShown) {
+  const UnitSystem metres, millimetres = Millimetres();
+  const ScratchFolder folder;
+  CQXDocBase document(AddStandardPools);
+  CQXDBSession& session = *document.GetDBSession();
+  ASSERT_TRUE(document.SaveAs(folder.Path("model.qxm")) && document.KeepSteps());
+  auto& nodes = *session.GetPool<DPoolNode>(code::kNode);
+  {
+    const UnitsShown shown(session, millimetres);
+    const UnitsShown again(session, millimetres);
+    EXPECT_EQ(session.Units().Current(), millimetres);
+    EXPECT_FALSE(document.IsModified());
+    EXPECT_EQ(TakeSnapshot(session)->Units().Current(), metres);
+    EXPECT_EQ(nodes.InsertNU(Node(1)), 0u);
+    EXPECT_EQ(session.ChangeUnits(millimetres), 0);
+    ASSERT_TRUE(document.Save());
+  }
+  EXPECT_EQ(session.Units(), CQXUnitCtrl());
+  EXPECT_FALSE(document.IsModified() || session.CanUndo());
+  MeshSession read;
+  ASSERT_TRUE(LoadModel(read.session, folder.Path("model.qxm")));
+  EXPECT_EQ(read.session.Units().Current(), metres);
 }
 
 // Whatever becomes of the inner part, the step knows the units from which it began.

@@ -38,8 +38,13 @@ TEST_F(SharedKeys, AreWrittenByNobody) {
       EXPECT_NE(outcome.Line().find("two records share the key 1"), std::string::npos) << copied;
     }
     dbgateway::DataBase document;
-    EXPECT_FALSE(WriteDocument(session, document));
+    const std::string said = WriteDocument(session, document).Line();
+    EXPECT_NE(said.find("two records share the key 1"), std::string::npos) << said;
     EXPECT_EQ(document.Report().size(), 1u);
+    DPoolTmp<tagTNode> passed_over;
+    Outcome told;
+    EXPECT_EQ(qxLoadDPool(records, passed_over, &told), 0) << "by a handler that has refused";
+    EXPECT_NE(told.Line(), "");
     EXPECT_EQ(document.ToText().find("NODE"), std::string::npos);
     EXPECT_EQ(Names(), std::vector<std::string>{}) << copied;
   }
@@ -81,6 +86,7 @@ TEST_F(SharedKeys, NoUndoLeadsBackToThem) {
       EXPECT_EQ(session.Undo(), 1);
       const std::uint64_t mended = session.StateHash();
       const MessageCapture messages;
+      EXPECT_FALSE(session.CanUndo()) << "as Undo says";
       EXPECT_EQ(session.Undo(), 0);
       ASSERT_EQ(messages.Messages().size(), 1u);
       EXPECT_EQ(session.StateHash(), mended);

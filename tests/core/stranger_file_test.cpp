@@ -237,6 +237,32 @@ void SealAll(std::string& bytes) {
   }
 }
 
+// A hole of a terabyte takes no room where it lies, and must take none where it is read.
+TEST_F(TrustTest, HolesInAFileAreNotRead) {
+  const std::string path = Path("holes.qxm");
+  Kept(path, 3)->Release();
+  const std::uint64_t state = StateAt(path);
+  const std::uint64_t size = fs::file_size(path);
+  constexpr std::uint64_t kHole = std::uint64_t{1} << 40;
+  std::error_code too_large;
+  fs::resize_file(path, size + kHole, too_large);
+  if (too_large) GTEST_SKIP() << "the file system has no room for holes";
+  EXPECT_EQ(StateAt(path), state);
+  CQXDocBase document(SetUpSmallModel);
+  ASSERT_EQ(document.OpenForEditing(path).Line(), "");
+  EXPECT_EQ(InsertNode(*document.GetDBSession(), 4), 1);
+  document.Release();
+  const std::uint64_t after = document.GetDBSession()->StateHash();
+  EXPECT_EQ(StateAt(path), after);
+  // What stands behind the hole is looked at all the same.
+  std::fstream(path, std::ios::binary | std::ios::in | std::ios::out)
+      .seekp(static_cast<std::streamoff>(size + kHole - 5))
+      .write("stray", 5);
+  ModelFileReport report;
+  ASSERT_EQ(document.Open(path, &report).Line(), "");
+  EXPECT_EQ(document.GetDBSession()->StateHash(), after);
+}
+
 TEST_F(TrustTest, StepsToTwoRecordsWithOneKeyAreFoundOnOpening) {
   const std::string path = Path("shared.qxm");
   // A commit, undone since, so that only doing it again would lead there.

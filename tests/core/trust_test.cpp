@@ -15,6 +15,7 @@
 #include <unistd.h>
 
 #include "qx_db/platform/file.h"
+#include "qx_db/platform/file_lock.h"
 #include "qx_db/platform/new_file.h"
 
 #include "tests/core/durable_model.h"
@@ -305,8 +306,39 @@ TEST_F(TrustTest, AFileThatIsNoLockStaysWhatItIs) {
   }
 }
 
+// A lock without its text is nobody's, and would have to be removed by hand: none is ever seen, at
+// whatever moment its maker is killed.
+TEST_F(TrustTest, AKilledWriterLeavesNoLockThatSaysNothing) {
+  const std::string lock = Path("killed.qxm.lock");
+  int seen = 0;
+  for (int round = 0; round < 200; ++round) {
+    const pid_t child = fork();
+    if (child == 0) {
+      for (;;) {
+        std::unique_ptr<FileLock> taken;
+        std::string former;
+        int error = 0;
+        FileLock::Take(lock, "host\n4711\n", taken, former, error);
+      }
+    }
+    usleep(static_cast<useconds_t>(300 + 37 * round % 700));
+    kill(child, SIGKILL);
+    int status = 0;
+    waitpid(child, &status, 0);
+    if (!fs::exists(lock)) continue;
+    ++seen;
+    ASSERT_EQ(BytesOf(lock), "host\n4711\n") << round;
+    fs::remove(lock);
+  }
+  RecordProperty("locks_left", seen);
+  CQXDocBase document(SetUpSmallModel);
+  EXPECT_EQ(document.SaveAs(Path("killed.qxm")).Line(), "");
+  EXPECT_EQ(Names(), std::vector<std::string>{"killed.qxm"});
+}
+
 TEST_F(TrustTest, LeftoversOfKilledSavesAreCleanedUpByTheNextWriter) {
   const std::string path = Path("left.qxm");
+  WriteBytes(path + ".lock.0123456789abcdef.new", "half a lock");
   WriteBytes(path + ".4711-3.new", "of a version before");
   WriteBytes(path + ".0123456789abcdef.new", "half a model");
   WriteBytes(path + ".notes.new", "the user's own");

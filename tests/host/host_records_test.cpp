@@ -85,7 +85,7 @@ RC_GTEST_PROP(HostRecords, GatewayTextReadsBackTheSame, ()) {
   RandomModel model;
   const auto text = [](CQXDBSession& session) {
     dbgateway::DataBase document;
-    WriteDocument(session, document);
+    EXPECT_TRUE(WriteDocument(session, document));
     return document.ToText();
   };
   const std::string written = text(model.Session());

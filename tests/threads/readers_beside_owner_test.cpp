@@ -139,7 +139,7 @@ void Read(CQXDBSession& snapshot, std::uint64_t hash, const std::string& path) {
     EXPECT_TRUE(written) << (written ? "" : written.Line());
   }
   dbgateway::DataBase out;
-  WriteDocument(snapshot, out);
+  EXPECT_TRUE(WriteDocument(snapshot, out));
   CQXBulkHandler record_file(path + ".records");
   EXPECT_TRUE(record_file.Write(*snapshot.GetDataPool(code::kElem), snapshot.Units().Model()));
   // Checks and selections.
@@ -158,7 +158,7 @@ void Read(CQXDBSession& snapshot, std::uint64_t hash, const std::string& path) {
   EXPECT_EQ(again.StateHash(), hash);
   EXPECT_TRUE(DiffModels(snapshot, again).empty());
   dbgateway::DataBase in;
-  WriteDocument(again, in);
+  EXPECT_TRUE(WriteDocument(again, in));
   EXPECT_TRUE(ReadDocument(again, in));
 }
 
@@ -208,7 +208,7 @@ TEST(Threads, OneSnapshotIsReadBySeveral) {
       EXPECT_EQ(snapshot->Validate(), "");
       EXPECT_TRUE(SaveModel(*snapshot, folder.Path("copy" + std::to_string(i) + ".qxm")));
       dbgateway::DataBase out;
-      WriteDocument(*snapshot, out);
+      EXPECT_TRUE(WriteDocument(*snapshot, out));
       const DenseMesh mesh(*snapshot);
       EXPECT_EQ(mesh.ElementCount(), std::uint32_t{Strip::kCells});
       EXPECT_EQ(TakeSnapshot(*snapshot)->StateHash(), hash);
@@ -241,7 +241,7 @@ void Own(const std::string& folder) {
     units[UnitBase::kLength] = round % 2;
     strip.session.ChangeUnits(units);
     dbgateway::DataBase document;
-    WriteDocument(strip.session, document);
+    EXPECT_TRUE(WriteDocument(strip.session, document));
     const std::string text = document.ToText();
     EXPECT_TRUE(document.Parse(text));
     EXPECT_EQ(strip.session.Validate(), "");

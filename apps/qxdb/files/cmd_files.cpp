@@ -82,17 +82,20 @@ Outcome ReadGatewayTables(CQXDBSession& session, const std::string& path,
 
 Outcome ReadGateway(CQXDBSession& session, const ImportOptions& options, bool is_new,
                     exchange::LossReport& losses) {
-  CQXUnitCtrl& in = session.Units();  // of no step: for the time of the reading, or a new model
-  const UnitSystem before = in.Current();
+  CTransaction step(&session);
+  step.Begin(qxLoadText("IDS_QX_TRANS_READ_GATEWAY").c_str());
+  CQXUnitCtrl& in = session.Units();
+  const CQXUnitCtrl before = in;
   if (!options.units.empty()) {
-    const auto units = exchange::ParseUnits(options.units, before);
+    const auto units = exchange::ParseUnits(options.units, before.Current());
     if (!units) return units.AsOutcome();
     if (is_new) in.SetModel(*units);
     in.SetCurrent(*units);  // the tables are converted from the current units
   }
-  Outcome read = ReadGatewayTables(session, options.file, losses);
-  if (!is_new) in.SetCurrent(before);
-  return read;
+  if (Outcome read = ReadGatewayTables(session, options.file, losses); !read) return read;
+  if (!is_new) in = before;
+  if (step.Commit()) return {};
+  return Failure{options.file, "", "the model refuses it", "see the message above"};
 }
 
 Outcome ReadInto(CQXDBSession& session, const ImportOptions& options, bool is_new,
@@ -211,7 +214,7 @@ Outcome ExportTo(CQXDBSession& session, const ExportOptions& options,
     // JSON has no word for what is not finite, and null would come back as 0.
     if (Outcome fits = exchange::CheckCanBeWritten(session, options.file); !fits) return fits;
     dbgateway::DataBase document;
-    WriteDocument(session, document);
+    if (Outcome whole = WriteDocument(session, document); !whole) return whole;
     return document.WriteFile(options.file, true);
   }
   std::vector<std::string> choices = options.choices;

@@ -45,7 +45,7 @@ Outcome Write(Model& model, const GatewayOptions& options, const Context& contex
   const auto pools = Selected(model.session, options.tables);
   if (!pools) return pools.Error();
   dbgateway::DataBase out;
-  WriteDocument(model.session, out, *pools);
+  if (Outcome whole = WriteDocument(model.session, out, *pools); !whole) return whole;
   if (Outcome written = out.WriteFile(options.file, true); !written) return written;
   std::string text = options.model + " -> " + options.file;
   JsonText json;

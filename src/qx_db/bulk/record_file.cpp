@@ -116,10 +116,14 @@ void qxWriteBulkHeader(std::ostream& out, const BulkHeader& header) {
 
 Outcome CQXBulkHandler::Open() {
   Result<std::string> content = ReadWholeFile(path_);
-  return content ? OpenBytes(std::move(*content)) : content.AsOutcome();
+  return content ? OpenBytes(std::move(*content)) : fault_ = content.AsOutcome();
 }
 
-Outcome CQXBulkHandler::OpenBytes(std::string content) {
+Outcome CQXBulkHandler::OpenBytes(std::string bytes) {
+  return fault_ = OpenWhole(std::move(bytes));
+}
+
+Outcome CQXBulkHandler::OpenWhole(std::string content) {
   const std::string_view bytes = content;
   if (!bytes.starts_with(kMark)) {
     return Failure{path_, "first bytes", "is not a record file",
@@ -147,6 +151,10 @@ Outcome CQXBulkHandler::OpenBytes(std::string content) {
 }
 
 Outcome CQXBulkHandler::Write(const DPoolBase& pool, const UnitSystem& units) {
+  return fault_ = WriteWhole(pool, units);
+}
+
+Outcome CQXBulkHandler::WriteWhole(const DPoolBase& pool, const UnitSystem& units) {
   if (Outcome apart = CheckKeys(pool, path_); !apart) return apart;
   const Schema& schema = pool.GetSchema();
   for (ITR pos = pool.GetHeadPosition(); pos && schema.HasArrays(); pool.Next(pos)) {
@@ -191,12 +199,12 @@ Outcome CQXBulkHandler::Read(DPoolBase& pool) const {
 }
 
 int qxSaveDPool(CQXBulkHandler& file, const DPoolBase& pool, Outcome* outcome) {
-  if (!pool.NeedSaveNLoad()) return Told({}, outcome);
+  if (!pool.NeedSaveNLoad()) return Told(file.Fault(), outcome);
   return Told(file.Write(pool, pool.GetSession()->Units().Model()), outcome);
 }
 
 int qxLoadDPool(CQXBulkHandler& file, DPoolBase& pool, Outcome* outcome) {
-  if (!pool.NeedSaveNLoad()) return Told({}, outcome);
+  if (!pool.NeedSaveNLoad()) return Told(file.Fault(), outcome);
   Outcome opened = file.Open();
   return Told(opened ? file.Read(pool) : std::move(opened), outcome);
 }

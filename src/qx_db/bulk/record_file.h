@@ -49,15 +49,21 @@ class QXDB_API CQXBulkHandler {
   /// Fills an empty pool from an open file, keys standing for references. Refuses a file of
   /// another record, and a schema that this program does not understand.
   Outcome Read(DPoolBase& pool) const;
+  /// What the last Open or Write refused; success where it did not, or there was none.
+  const Outcome& Fault() const { return fault_; }
 
  private:
+  Outcome OpenWhole(std::string bytes);
+  Outcome WriteWhole(const DPoolBase& pool, const UnitSystem& units);
   std::string path_;
   std::string content_;
   std::size_t body_ = 0;  // where the records start
   BulkHeader header_;
+  Outcome fault_;
 };
 
-/// One pool to or from a record file: 1 or 0, the reason in `outcome` when given.
+/// One pool to or from a record file: 1 or 0, the reason in `outcome` when given. A pool that is
+/// not saved is passed over, but not by a handler that refused what was asked of it last.
 QXDB_API int qxSaveDPool(CQXBulkHandler& file, const DPoolBase& pool, Outcome* outcome = nullptr);
 QXDB_API int qxLoadDPool(CQXBulkHandler& file, DPoolBase& pool, Outcome* outcome = nullptr);
 

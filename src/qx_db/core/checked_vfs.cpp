@@ -52,7 +52,7 @@ struct OpenPages {
 Pages& PagesOf(sqlite3_file* file) { return *reinterpret_cast<OpenPages*>(file)->pages; }
 
 int CodeOf(int error, int otherwise) {
-  if (error == ENOSPC || error == EDQUOT) return SQLITE_FULL;
+  if (IsFull(error)) return SQLITE_FULL;
   return error == ENOMEM ? SQLITE_IOERR_NOMEM : otherwise;
 }
 

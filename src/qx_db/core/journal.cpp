@@ -3,6 +3,7 @@
 #define XXH_INLINE_ALL
 #include <algorithm>
 #include <new>
+#include <random>
 #include <xxhash.h>
 
 #include "qx_db/core/session.h"
@@ -34,6 +35,14 @@ void ClearModified(const AppendLog<Change>& changes) {
 
 }  // namespace
 
+/// The name of a state that nobody else gives to another, at the same moment in a copy of the same
+/// model even.
+static std::int64_t NewStateName() {
+  std::random_device random;
+  const std::uint64_t drawn = std::uint64_t{random()} << 32 | random();
+  return static_cast<std::int64_t>(drawn >> 1 | 1);
+}
+
 std::size_t AppendImage(const Schema& schema, const TStructBase& record, AppendLog<char>& bytes) {
   const auto size = static_cast<std::size_t>(ImageSize(schema, record));
   const std::size_t begin = bytes.size();
@@ -43,6 +52,7 @@ std::size_t AppendImage(const Schema& schema, const TStructBase& record, AppendL
 }
 
 std::int64_t Step::State() const {
+  if (state > 0) return state;
   const std::int64_t what[] = {number, time_ms};
   const std::uint64_t seed = XXH3_64bits(what, sizeof what);
   const std::uint64_t hash =
@@ -73,7 +83,10 @@ std::size_t Journal::HeldBytes(std::uint16_t type, std::span<const Change> chang
 
 void Journal::Open(std::u16string_view name) {
   current_ = Step{};
-  current_.name = name;
+  std::size_t length = std::min(name.size(), kMaxStepName);
+  // No half of a letter that takes two units.
+  if (length < name.size() && (name[length] & 0xFC00) == 0xDC00) --length;
+  current_.name = name.substr(0, length);
   final_ = 0;
   taken_back_ = false;
   open_ = true;
@@ -158,7 +171,18 @@ void Journal::Finalize() {
     if (change.operation == tagTRNotify::kModified) ClearModified(change.item);
     if (is_removal(change)) final_removals_.emplace_back(change.type, change.item);
   }
+  has_final_ = has_final_ || !final_removals_.empty();
   EndFinal();
+}
+
+void Journal::TakeRemoved(std::uint16_t type, std::span<const ITR> items) {
+  if (items.empty()) return;
+  if (final_removals_.capacity() < final_removals_.size() + items.size()) {
+    final_removals_.reserve(
+        std::max(2 * final_removals_.size(), final_removals_.size() + items.size()));
+  }
+  for (const ITR item : items) final_removals_.emplace_back(type, item);
+  has_final_ = true;
 }
 
 void Journal::EndFinal() {
@@ -175,6 +199,7 @@ void Journal::FreeFinal() {
   EndFinal();
   for (const auto& [type, item] : final_removals_) SetOf(type).FreeDetached(item);
   final_removals_.clear();
+  has_final_ = false;
 }
 
 void Journal::TakeBackOpen() {
@@ -193,6 +218,7 @@ void Journal::Discard() {
 }
 
 void Journal::ReserveClose() {
+  if (current_.state == 0) current_.state = NewStateName();
   if (!reserved_) done_.emplace_back();
   reserved_ = true;
 }
@@ -207,7 +233,7 @@ bool Journal::Close() {
 }
 
 void Journal::CloseEvenEmpty() {
-  ReserveClose();  // where that fails the step is still open, and can be taken back
+  if (!reserved_) done_.emplace_back();  // where that fails the step is open, and can be taken back
   open_ = false;
   ClearModified(current_.changes);
   reserved_ = false;

@@ -36,6 +36,9 @@ struct Change {
 };
 #pragma pack(pop)
 
+/// The longest name of a step, in UTF-16 units; of a longer one the beginning is kept.
+inline constexpr std::size_t kMaxStepName = 0xFFFF;
+
 /// One undoable step.
 struct Step {
   struct Images {
@@ -62,6 +65,8 @@ struct Step {
   /// it was made, in milliseconds since 1970.
   std::int64_t number = 0;
   std::int64_t time_ms = 0;
+  /// Drawn by chance when it was made; 0 of one from a file that has none.
+  std::int64_t state = 0;
 
   /// Whether it changed the model's units or the current ones; there and back again is no change.
   bool ChangesUnits() const {
@@ -70,7 +75,8 @@ struct Step {
   }
   bool IsEmpty() const { return changes.empty() && !ChangesUnits(); }
   /// Names the state that the step leads to, in this run and, once a file keeps the step, in
-  /// others: a positive number that two steps share by chance only. Holds once the step is done.
+  /// others: a positive number that no two steps share, of whatever model, but by a chance of one
+  /// in 2^63. Holds once the step is done.
   QXDB_API std::int64_t State() const;
   /// Memory that dropping the step would free.
   std::size_t Footprint() const {
@@ -95,7 +101,7 @@ std::size_t AppendImage(const Schema& schema, const TStructBase& record, AppendL
 /// Invariants: (1) changes are taken back in reverse order and redone in order, nothing between;
 /// (2) a record that a change names is linked or detached, never freed; (3) a detached record is
 /// owned by exactly one step: the done step that removed it, or the undone step that inserted it;
-/// or by the journal itself, when its removal has become final in the open step.
+/// or by the journal itself, when its removal in the open step was unrecorded or has become final.
 class QXDB_API Journal {
  public:
   explicit Journal(CQXDBSession& session) : session_(session) {}
@@ -121,8 +127,13 @@ class QXDB_API Journal {
   /// Makes what the open step has changed so far final, but for units, and goes on with it. What it
   /// removed stays allocated, for records that still refer to it, until FreeFinal.
   void Finalize();
+  /// Takes over records that are about to be detached, unrecorded; they, too, stay allocated until
+  /// FreeFinal. Throws std::bad_alloc, having taken none.
+  void TakeRemoved(std::uint16_t type, std::span<const ITR> items);
+  /// The same of one that is the caller's: there is nothing to free, but others may refer to it.
+  void NoteTakenOut() { has_final_ = true; }
   /// Whether records are gone for good that others may still refer to.
-  bool HasFinal() const { return !final_removals_.empty(); }
+  bool HasFinal() const { return has_final_; }
   /// Makes all of the open step final and frees what it removed: nothing refers to that any more.
   void FreeFinal();
   /// Takes back the whole open step, which still tells what it was.
@@ -134,7 +145,7 @@ class QXDB_API Journal {
   bool Close();
   /// The same for a step from a file, which is kept even when it changed nothing.
   void CloseEvenEmpty();
-  /// Makes room, so that Close cannot fail.
+  /// Makes room, so that Close cannot fail, and names the state that the step leads to.
   void ReserveClose();
 
   // ---- history ----------------------------------------------------------------------------------
@@ -208,6 +219,7 @@ class QXDB_API Journal {
   Step current_;
   std::size_t final_ = 0;    // changes of the open step that are no longer in it
   bool taken_back_ = false;  // the open step, but for what is final
+  bool has_final_ = false;
   std::vector<std::pair<std::uint16_t, ITR>> final_removals_;
   std::deque<Step> done_;     // oldest first
   std::vector<Step> undone_;  // the next to redo last

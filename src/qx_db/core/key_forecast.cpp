@@ -56,6 +56,11 @@ KeyForecast::Clash KeyForecast::ClashOf(const Change& change) const {
 
 KeyForecast::Clash KeyForecast::Pass(const Step& step, bool undo) {
   const auto& changes = step.changes;
+  const auto pools = session_.Pools();
+  if (std::none_of(pools.begin(), pools.end(),
+                   [](const DPoolBase* pool) { return pool->Set().MayShareKeys(); })) {
+    return {};
+  }
   for (std::size_t i = 0; i < changes.size(); ++i) {
     Follow(step, changes[undo ? changes.size() - 1 - i : i], undo);
   }

@@ -82,7 +82,7 @@ Outcome WriteModel(const CQXDBSession& session, const std::string& path, const S
   }
   auto writer = ModelFileWriter::Create(path, expected);
   if (!writer) return writer.AsOutcome();
-  if (Outcome units = (*writer)->WriteUnits(session.Units()); !units) return units;
+  if (Outcome units = (*writer)->WriteUnits(session.OwnUnits()); !units) return units;
   Outcome outcome;
   LongWork work(expected);
   for (const DPoolBase* pool : session.Pools()) {

@@ -154,8 +154,8 @@ Outcome ModelFileReader::ReadPool(DPoolBase& pool) {
   const auto entry = std::find_if(impl_->report.pools.begin(), impl_->report.pools.end(),
                                   [&](const auto& p) { return p.type == pool.GetTypeCode(); });
   // Every record takes at least its fixed image: a count that lies cannot ask for much memory.
-  const std::int64_t fits =
-      static_cast<std::int64_t>(impl_->report.file_bytes) / pool.GetSchema().FixedImageSize();
+  const auto fits =
+      static_cast<std::int64_t>(DataBytes(*impl_->file)) / pool.GetSchema().FixedImageSize();
   pool.ReserveHash(std::min(entry->records, fits));
   std::int64_t records = 0;
   const auto expected = static_cast<std::size_t>(std::max<std::int64_t>(entry->records, 0));
@@ -256,13 +256,15 @@ Outcome ModelFileReader::ReadSteps(CQXDBSession& session, ModelContinuation* to_
     if (!reader) return r.Fault(reader.Error().place, reader.Error().what);
     readers[type] = std::move(*reader);
   }
+  std::uint64_t bytes = 0;
+  for (const StepFrame& frame : log.frames) bytes += frame.payload.size();
   StepReplay replay(
       session,
       [&](std::uint16_t type) -> const ImageReader* {
         const auto found = readers.find(type);
         return found == readers.end() ? nullptr : found->second.get();
       },
-      log.bytes.size());
+      bytes);
   const std::string fault = ReplaySteps(log, replay);
   if (!fault.empty()) return r.Fault("steps", fault);
   r.report.history_cut = replay.IsCut();

@@ -137,6 +137,16 @@ bool CQXDBSession::AllowUnrecorded() {
   return true;
 }
 
+bool CQXDBSession::TakesRemoved(std::uint16_t type, std::span<const ITR> items) {
+  if (!journal_.IsOpen() || GetDataPool(type) == nullptr) return false;
+  journal_.TakeRemoved(type, items);
+  return true;
+}
+
+void CQXDBSession::OnTakenOut() {
+  if (journal_.IsOpen()) journal_.NoteTakenOut();
+}
+
 /// With a sink, or somebody who knows the present state, unrecorded changes are to be heard of even
 /// without a history to lose; while a step is told of, to be refused.
 void CQXDBSession::UpdateHistoryMark() {
@@ -200,6 +210,29 @@ SessionUnits& SessionUnits::operator=(const CQXUnitCtrl& units) {
   return *this;
 }
 
+struct UnitsShown::Hold {
+  CQXDBSession& session;
+  const CQXUnitCtrl before;
+  const CQXUnitCtrl* const outer;  // what was shown instead of already
+  const CQXDBSession::Telling telling;
+
+  explicit Hold(CQXDBSession& of)
+      : session(of), before(of.units_), outer(of.shown_instead_of_), telling(of) {
+    if (!outer) session.shown_instead_of_ = &before;
+  }
+  ~Hold() {
+    session.SetUnits(before);
+    session.shown_instead_of_ = outer;
+  }
+};
+
+UnitsShown::UnitsShown(CQXDBSession& session, const UnitSystem& current)
+    : hold_(std::make_unique<Hold>(session)) {
+  session.units_.CQXUnitCtrl::SetCurrent(current);
+}
+
+UnitsShown::~UnitsShown() = default;
+
 int CQXDBSession::ChangeUnits(const UnitSystem& current) {
   CTransaction step(this);
   if (!IsValid(current) || !step.Begin(qxLoadText("IDS_QX_TRANS_UNITS").c_str())) return 0;
@@ -225,7 +258,10 @@ void CQXDBSession::BeginTransaction(CTransaction& transaction, std::u16string_vi
 /// Lets every pool repair its references, again while repairs cause others. 0 when one refuses.
 int CQXDBSession::ProcessRelations() {
   constexpr int kMaxRounds = 16;
-  if (journal_.Mark() > 0) recording_ = true;  // repairs belong to what they repair
+  if (journal_.Mark() > 0) {  // repairs belong to what they repair
+    recording_ = true;
+    UpdateHistoryMark();
+  }
   for (DPoolBase* pool : order_) pool->edited_flags_ = pool->change_flags_;
   std::size_t seen = 0;
   // Of what is final in the step nobody knows what it touched.
@@ -370,24 +406,26 @@ const Step& CQXDBSession::ReplayLast(bool undo) {
   }
 }
 
-/// Whether two records would share a key that have none of it now, which no commit would have let
-/// pass; tells of the first.
-bool CQXDBSession::LeadsToSharedKeys(const Step& step, bool undo) const {
+/// Whether there is a step to take back or do again, and two records would not come to share a key
+/// by it that have none of it now, which no commit would have let pass; `tell` tells of these.
+bool CQXDBSession::CanReplay(bool undo, bool tell) const {
+  if (IsBusy() || (undo ? journal_.Done().empty() : journal_.Undone().empty())) return false;
+  const Step& step = undo ? journal_.Done().back() : journal_.Undone().back();
   const KeyForecast::Clash clash = KeyForecast(*this).Pass(step, undo);
-  if (!clash) return false;
-  qxMsgOut(Severity::kRefusal, "IDS_QX_DB_KEY_SHARED",
-           {clash.pool->GetAPIName().ToUtf8(), std::to_string(KeyOf(clash.first)),
-            std::to_string(KeyOf(clash.second)), std::to_string(clash.key)});
-  return true;
+  if (clash && tell) {
+    qxMsgOut(Severity::kRefusal, "IDS_QX_DB_KEY_SHARED",
+             {clash.pool->GetAPIName().ToUtf8(), std::to_string(KeyOf(clash.first)),
+              std::to_string(KeyOf(clash.second)), std::to_string(clash.key)});
+  }
+  return !clash;
 }
 
 int CQXDBSession::Replay(bool undo) {
-  if (undo ? !CanUndo() : !CanRedo()) return 0;
+  if (!CanReplay(undo, true)) return 0;
   const WorkWatch nobody({});  // half a step is no state
   std::exception_ptr fault;
   {
     const Telling telling(*this);  // also while the step is kept, and pools put things in order
-    if (LeadsToSharedKeys(undo ? journal_.Done().back() : journal_.Undone().back(), undo)) return 0;
     if (sink_ && !(undo ? sink_->OnUndo(*this) : sink_->OnRedo(*this))) return 0;
     const Step& step = ReplayLast(undo);
     if (sink_ && !sink_->OnMoved(*this)) {

@@ -72,19 +72,25 @@ class QXDB_API StepSink {
   virtual bool OnMoved(CQXDBSession& session) = 0;
   /// Records change in a way that no step tells: outside a transaction, or unrecorded.
   virtual void OnUnrecordedChange() = 0;
-  /// The file that has every step up to the session's present state, "" where none has.
-  virtual std::string PathOfSteps() const { return {}; }
+  /// The file that has every step from the state of that name, as Step::State gives it, to the
+  /// session's present one; "" where none has.
+  virtual std::string PathOfStepsFrom(std::int64_t /*state*/) const { return {}; }
 };
 
 /// The units of a session. Changed in a transaction that records, they are part of its step, and
 /// undone and redone with it. Outside of one a change is a step of its own, once the model has
 /// records, a history or a file that keeps its steps; before, it is of no step, as by who has yet
-/// to fill the model. Refused while the session tells of a step.
+/// to fill the model. Refused while the session tells of a step. Who needs other current units for
+/// a while makes both changes in one transaction, or, to read only, takes UnitsShown.
 class QXDB_API SessionUnits final : public CQXUnitCtrl {
  public:
-  void SetModel(const UnitSystem& system);
-  void SetCurrent(const UnitSystem& system);
-  SessionUnits& operator=(const CQXUnitCtrl& units);
+  SessionUnits(const SessionUnits&) = delete;
+  void SetModel(const UnitSystem& system) override;
+  void SetCurrent(const UnitSystem& system) override;
+  SessionUnits& operator=(const CQXUnitCtrl& units) override;
+  SessionUnits& operator=(const SessionUnits& units) {
+    return *this = static_cast<const CQXUnitCtrl&>(units);
+  }
 
  private:
   friend class CQXDBSession;
@@ -96,6 +102,21 @@ class QXDB_API SessionUnits final : public CQXUnitCtrl {
 };
 
 class CTransaction;
+
+/// Shows the numbers of a session in other current units for as long as it lives, to who writes
+/// them out. The model keeps its own: this is no step, what is saved meanwhile has those, and
+/// nothing can be edited. Threads: as who edits the session.
+class QXDB_API UnitsShown {
+ public:
+  UnitsShown(CQXDBSession& session, const UnitSystem& current);
+  ~UnitsShown();
+  UnitsShown(const UnitsShown&) = delete;
+  UnitsShown& operator=(const UnitsShown&) = delete;
+
+ private:
+  struct Hold;
+  std::unique_ptr<Hold> hold_;
+};
 
 /// A session owns one pool per type code for the life of the model. Not copyable.
 ///
@@ -142,6 +163,8 @@ class QXDB_API CQXDBSession final : public ChangeRecorder {
   CQXDocBase* GetDoc() const { return document_; }
   SessionUnits& Units() { return units_; }
   const CQXUnitCtrl& Units() const { return units_; }
+  /// The same, whatever UnitsShown shows: those that are saved with the model.
+  const CQXUnitCtrl& OwnUnits() const { return shown_instead_of_ ? *shown_instead_of_ : units_; }
   /// Makes `current` the units that users see, as one undoable step or as part of the open one. 0,
   /// changing nothing, where it is no unit system, or a step is being told of.
   int ChangeUnits(const UnitSystem& current);
@@ -149,7 +172,8 @@ class QXDB_API CQXDBSession final : public ChangeRecorder {
   // ---- recording --------------------------------------------------------------------------------
 
   /// Whether transactions record their changes; on at first. Turning it off makes bulk loading
-  /// cheaper and its edits final: a record removed meanwhile is freed, and references to it dangle.
+  /// cheaper and its edits final: a record removed meanwhile is freed. References to it are cleared
+  /// where that is within a transaction, at its end; otherwise they dangle.
   void EnableRecording(bool on);
   bool RecordingEnabled() const { return recording_enabled_; }
 
@@ -158,6 +182,8 @@ class QXDB_API CQXDBSession final : public ChangeRecorder {
   /// Drops the history: records it relies on may be about to be freed. Refuses, while a step is
   /// being told of.
   bool AllowUnrecorded() override;
+  bool TakesRemoved(std::uint16_t type, std::span<const ITR> items) override;
+  void OnTakenOut() override;
 
   void OnNewKey(std::uint16_t type, ITR item, Key former) override;
 
@@ -179,8 +205,11 @@ class QXDB_API CQXDBSession final : public ChangeRecorder {
 
   // ---- history ----------------------------------------------------------------------------------
 
-  bool CanUndo() const { return !IsBusy() && !journal_.Done().empty(); }
-  bool CanRedo() const { return !IsBusy() && !journal_.Undone().empty(); }
+  /// Whether Undo and Redo would act, as far as the session decides that: who keeps the steps may
+  /// still refuse. Constant time, but where two records of a pool have shared a key: then as what
+  /// the step changed there.
+  bool CanUndo() const { return CanReplay(true); }
+  bool CanRedo() const { return CanReplay(false); }
   /// Take back the last step, or do the last undone one again, whole. 0 when there is none, a
   /// transaction is open or a step is being announced; or when it would lead to two records with
   /// one key, of which a message tells.
@@ -189,9 +218,9 @@ class QXDB_API CQXDBSession final : public ChangeRecorder {
   /// Whether a transaction is open, or a step is being told of.
   bool IsBusy() const { return innermost_ != nullptr || telling_; }
   /// Names the present state of the model, to ask ChangesSince later: after the last step done, by
-  /// a number that holds as long as a history or a file has the step; steps of one name, number and
-  /// millisecond share it, in other models too. Where no step leads to it, by a number below 1 that
-  /// holds in this session only, and until its contents are exchanged.
+  /// a number that holds as long as a history or a file has the step, and that no other model has.
+  /// Where no step leads to it, by a number below 1 that holds in this session only, and until its
+  /// contents are exchanged.
   std::int64_t State();
   /// Names of the steps that Undo and Redo would act on; empty when there is none.
   std::u16string_view UndoName() const;
@@ -249,6 +278,7 @@ class QXDB_API CQXDBSession final : public ChangeRecorder {
   friend class Rehearsal;
   friend class SessionUnits;
   friend class StepReplay;
+  friend class UnitsShown;
   static constexpr std::uint16_t kDense = 128;
 
   DPoolBase* FindOutlier(std::uint16_t type) const;
@@ -258,10 +288,10 @@ class QXDB_API CQXDBSession final : public ChangeRecorder {
   void RollbackOutermost();
   int ProcessRelations();
   int RefuseSharedKeys();
-  bool LeadsToSharedKeys(const Step& step, bool undo) const;
+  bool CanReplay(bool undo, bool tell = false) const;
   void ForgetStep();
   void SettleFinal();
-  void SetUnits(const CQXUnitCtrl& units) { static_cast<CQXUnitCtrl&>(units_) = units; }
+  void SetUnits(const CQXUnitCtrl& units) { units_.CQXUnitCtrl::operator=(units); }
   class Telling;
   [[nodiscard]] std::exception_ptr Announce(SessionEvent event, const Step& step);
   void FlagChanges(const Step& step);
@@ -273,6 +303,7 @@ class QXDB_API CQXDBSession final : public ChangeRecorder {
   PoolSetup setup_;
   CQXDocBase* document_;
   SessionUnits units_{*this};
+  const CQXUnitCtrl* shown_instead_of_ = nullptr;
   std::array<DPoolBase*, kDense> dense_{};
   std::vector<DPoolBase*> order_;
   std::vector<std::unique_ptr<DPoolBase>> pools_;

@@ -15,7 +15,7 @@ namespace qx {
 std::uint64_t CQXDBSession::StateHash() const {
   XXH3_state_t state;
   XXH3_64bits_reset(&state);
-  for (const UnitSystem& system : {units_.Model(), units_.Current()}) {
+  for (const UnitSystem& system : {OwnUnits().Model(), OwnUnits().Current()}) {
     XXH3_64bits_update(&state, system.index.data(), sizeof(system.index));
   }
   std::vector<DPoolBase*> pools(order_);

@@ -106,8 +106,8 @@ std::optional<ModelChanges> FromHistory(const CQXDBSession& session, std::int64_
 /// which no two of a pool share.
 std::optional<ModelChanges> FromFile(const CQXDBSession& session, std::int64_t state) {
   const StepSink* const sink = session.GetStepSink();
-  const std::string path = sink ? sink->PathOfSteps() : std::string();
-  if (state <= 0 || path.empty()) return {};
+  const std::string path = sink && state > 0 ? sink->PathOfStepsFrom(state) : std::string();
+  if (path.empty()) return {};
   const auto file = ReadModel(path, session.Setup());
   if (!file || (*file)->History().State() != session.History().State()) return {};
   auto changes = FromHistory(**file, state);

@@ -33,10 +33,10 @@ struct ModelChanges {
 /// well, as long as it is positive. Nothing where no way is known from there, or a transaction is
 /// open: then all is to be read anew.
 ///
-/// Cost proportional to the steps in between, as long as the history has them. Of a session whose
-/// steps are kept in a file, those that the history has dropped are read from there, at the cost of
-/// opening it; a removed record then has the position 0, and only its key tells of it.
-/// Threads: the one that drives the session.
+/// Cost proportional to the steps in between, as long as the history has them, and to those it has
+/// where nobody knows the state. Of a session whose steps are kept in a file, those that the
+/// history has dropped are read from there, at the cost of opening it; a removed record then has
+/// the position 0, and only its key tells of it. Threads: the one that drives the session.
 QXDB_API std::optional<ModelChanges> ChangesSince(const CQXDBSession& session, std::int64_t state);
 
 /// The same of the open step, from the change on that is its `from`th (Journal::Mark).

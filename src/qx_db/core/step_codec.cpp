@@ -20,8 +20,11 @@ class StepEncoder {
   StepSize Size() {
     StepSize size;
     size.bytes = sizeof(Head) + 2 * Letters();
-    if (step_.ChangesUnits())
-      size.bytes += sizeof(ChangeHead) + sizeof(std::uint32_t) + Units().size();
+    const auto add_of_step = [&](std::size_t bytes) {
+      size.bytes += sizeof(ChangeHead) + sizeof(std::uint32_t) + bytes;
+    };
+    if (step_.state > 0) add_of_step(sizeof(step_.state));
+    if (step_.ChangesUnits()) add_of_step(Units().size());
     std::uint32_t counts[3] = {};
     ForEachChange([&](const DPoolBase& pool, const Change& change) {
       ++counts[change.operation - tagTRNotify::kInserted];
@@ -41,14 +44,22 @@ class StepEncoder {
 
   void Encode(const StepNumbers& numbers, const StepSize& size, FrameSink& out) {
     Put(out, Head{step_.number, size.inserted, size.removed, size.modified,
-                  size.inserted + size.removed + size.modified + (step_.ChangesUnits() ? 1 : 0),
+                  size.inserted + size.removed + size.modified + (step_.state > 0 ? 1 : 0) +
+                      (step_.ChangesUnits() ? 1 : 0),
                   static_cast<std::uint32_t>(Letters())});
     if (Letters() > 0) std::memcpy(out.Room(2 * Letters()), step_.name.data(), 2 * Letters());
+    const auto put_of_step = [&](std::uint16_t operation, const char* bytes, std::size_t count) {
+      Put(out, ChangeHead{0, operation, 0, 0});
+      Put(out, static_cast<std::uint32_t>(count));
+      std::memcpy(out.Room(count), bytes, count);
+    };
+    if (step_.state > 0) {
+      put_of_step(StoredChange::kState, reinterpret_cast<const char*>(&step_.state),
+                  sizeof(step_.state));
+    }
     if (step_.ChangesUnits()) {
       const std::string text = Units();
-      Put(out, ChangeHead{0, StoredChange::kUnits, 0, 0});
-      Put(out, static_cast<std::uint32_t>(text.size()));
-      std::memcpy(out.Room(text.size()), text.data(), text.size());
+      put_of_step(StoredChange::kUnits, text.data(), text.size());
     }
     ForEachChange([&](const DPoolBase& pool, const Change& change) {
       PutChange(pool, change, numbers, out);
@@ -82,7 +93,7 @@ class StepEncoder {
     std::memcpy(out.Room(sizeof(T)), &value, sizeof(T));
   }
 
-  std::size_t Letters() const { return std::min<std::size_t>(step_.name.size(), 0xFFFF); }
+  std::size_t Letters() const { return step_.name.size(); }
   std::string Units() const {
     return UnitsText(backward_ ? step_.units->before : step_.units->after);
   }
@@ -236,7 +247,7 @@ bool StepDecoder::Next(StoredChange& change) {
   if (!Take(change.type) || !Take(change.operation) || !Take(change.number) || !Take(change.key)) {
     return false;
   }
-  if (change.operation < tagTRNotify::kInserted || change.operation > StoredChange::kUnits) {
+  if (change.operation < tagTRNotify::kInserted || change.operation > StoredChange::kState) {
     return Fail("has an unknown kind of change");
   }
   change.previous = change.next = StepNumbers::kNone;

@@ -42,10 +42,12 @@ void EncodeStep(const CQXDBSession& session, const Step& step, StepForm form,
 void NumberRecords(const CQXDBSession& session, const Step& step, std::uint16_t operation,
                    StepNumbers& numbers);
 
-/// A change as it stands in the file. `operation` is as in tagTRNotify, or kUnits for a change of
-/// the model's units, whose image is their text.
+/// A change as it stands in the file. `operation` is as in tagTRNotify, or of the step as a whole:
+/// kUnits, a change of the model's units, whose image is their text; kState, the name of the state
+/// that it leads to (Step::state), an i64.
 struct StoredChange {
   static constexpr std::uint16_t kUnits = 103;
+  static constexpr std::uint16_t kState = 104;
 
   std::uint16_t type = 0;
   std::uint16_t operation = 0;
@@ -53,6 +55,8 @@ struct StoredChange {
   Key key = 0;
   std::uint32_t previous = 0, next = 0;  ///< of a removed record, backward: its neighbours' numbers
   std::span<const char> image;           ///< may be empty
+
+  bool IsOfStep() const { return operation == kUnits || operation == kState; }
 };
 
 /// Reads an encoded step, whatever its bytes claim.

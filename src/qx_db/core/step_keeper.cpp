@@ -26,6 +26,11 @@ bool KnowsPlaces(const CQXDBSession& session, const Step& step) {
   });
 }
 
+/// Makes room for one more, so that adding it cannot fail.
+void MakeRoom(std::vector<std::int64_t>& states) {
+  if (states.size() == states.capacity()) states.reserve(2 * states.size() + 16);
+}
+
 /// The history that goes into a file, written after the pages that hold the session's state. It
 /// begins where two records shared a key, which no file can hold.
 class HistoryWriter {
@@ -70,28 +75,28 @@ class HistoryWriter {
       }
       past.push_back(size);
     }
-    undoable_ = past.size();
     for (std::size_t i = past.size(); i-- > 0;) {
       Outcome done = Append(log, FrameKind::kPast, *done_[i], StepForm::kBackward, past[i]);
       if (!done) return done;
+      undoable_.push_back(done_[i]->State());
     }
     for (const Step* step : undone_) {
       const StepSize size = SizeOfStep(session_, *step, StepForm::kForward);
       if (!HasRoom(size, bytes)) break;
       Outcome done = Append(log, FrameKind::kCommit, *step, StepForm::kForward, size);
       if (!done) return done;
-      ++redoable_;
+      redoable_.insert(redoable_.begin(), step->State());
     }
-    for (std::size_t i = 0; i < redoable_; ++i) {
+    for (std::size_t i = 0; i < redoable_.size(); ++i) {
       Outcome done = log.Append(FrameKind::kUndo, NowMs(), {}, false);
       if (!done) return done;
     }
     return {};
   }
   StepNumbers& Numbers() { return numbers_; }
-  /// Steps that the file can take back, and do again.
-  std::size_t Undoable() const { return undoable_; }
-  std::size_t Redoable() const { return redoable_; }
+  /// The steps that the file can take back, and do again, as StepKeeper has them.
+  std::vector<std::int64_t>& Undoable() { return undoable_; }
+  std::vector<std::int64_t>& Redoable() { return redoable_; }
 
  private:
   /// Adds what a step takes to `bytes`; false where it is too much for the file.
@@ -112,8 +117,7 @@ class HistoryWriter {
   StepNumbers numbers_;
   std::vector<const Step*> done_;    // newest first
   std::vector<const Step*> undone_;  // the next to redo first
-  std::size_t undoable_ = 0;
-  std::size_t redoable_ = 0;
+  std::vector<std::int64_t> undoable_, redoable_;
 };
 
 }  // namespace
@@ -145,9 +149,22 @@ void StepKeeper::GoOn(ModelContinuation& continuation) {
   if (continuation.numbers) numbers_ = std::move(*continuation.numbers);
   behind_ = log_ == nullptr;
   next_number_ = session_.NumberSteps(next_number_, NowMs());
-  undoable_ = session_.History().Done().size();
-  redoable_ = session_.History().Undone().size();
+  const auto states_of = [](const auto& steps) {
+    std::vector<std::int64_t> states;
+    for (const Step& step : steps) states.push_back(step.State());
+    return states;
+  };
+  undoable_ = states_of(session_.History().Done());
+  redoable_ = states_of(session_.History().Undone());
   LearnOrder();
+}
+
+/// Tells without a look into the file what is in it.
+std::string StepKeeper::PathOfStepsFrom(std::int64_t state) const {
+  const auto has = [&](const std::vector<std::int64_t>& states) {
+    return std::find(states.begin(), states.end(), state) != states.end();
+  };
+  return !behind_ && (has(undoable_) || has(redoable_)) ? path_ : std::string();
 }
 
 // ---- the order of the lists ---------------------------------------------------------------------
@@ -219,8 +236,8 @@ Outcome StepKeeper::Fold(const Step* current, const HistoryLimits& kept) {
   log_ = std::move(log);
   if (!written) return written;  // the new one has it, but not durably
   numbers_ = std::move(history.Numbers());
-  undoable_ = history.Undoable();
-  redoable_ = history.Redoable();
+  undoable_.swap(history.Undoable());
+  redoable_.swap(history.Redoable());
   LearnOrder();
   behind_ = false;
   return written;
@@ -251,6 +268,7 @@ Outcome StepKeeper::AppendStep(const Step& step) {
     }
   }
   Outcome done;
+  MakeRoom(undoable_);
   NumberRecords(session_, step, tagTRNotify::kInserted, numbers_);
   const auto take_numbers_back = [&] {
     for (std::size_t i = step.changes.size(); i-- > 0;) {
@@ -275,8 +293,8 @@ Outcome StepKeeper::AppendStep(const Step& step) {
     take_numbers_back();
     return done;
   }
-  ++undoable_;
-  redoable_ = 0;
+  undoable_.push_back(step.State());
+  redoable_.clear();
   return done;
 }
 
@@ -305,7 +323,8 @@ bool StepKeeper::OnCommit(CQXDBSession&, Step& step) {
   return true;
 }
 
-bool StepKeeper::AppendMove(FrameKind kind, std::size_t& from, std::size_t& to) {
+bool StepKeeper::AppendMove(FrameKind kind, std::vector<std::int64_t>& from,
+                            std::vector<std::int64_t>& to) {
   move_unwritten_ = false;
   if (options_.durability == Durability::kOnSave) return behind_ = true;
   bool append = false;
@@ -313,10 +332,11 @@ bool StepKeeper::AppendMove(FrameKind kind, std::size_t& from, std::size_t& to) 
     return Report(std::move(folded));
   }
   // A step that memory still has, but no longer the file: its outcome is written as a whole.
-  if (from == 0) return move_unwritten_ = true;
+  if (from.empty()) return move_unwritten_ = true;
+  MakeRoom(to);
   if (!Report(Append(kind, NowMs(), {}))) return false;
-  --from;
-  ++to;
+  to.push_back(from.back());
+  from.pop_back();
   return true;
 }
 

@@ -75,7 +75,7 @@ class QXDB_API StepKeeper final : public StepSink {
   bool OnRedo(CQXDBSession& session) override;
   bool OnMoved(CQXDBSession& session) override;
   void OnUnrecordedChange() override { behind_ = true; }
-  std::string PathOfSteps() const override { return behind_ ? std::string() : path_; }
+  std::string PathOfStepsFrom(std::int64_t state) const override;
 
  private:
   bool Report(Outcome outcome);
@@ -91,7 +91,7 @@ class QXDB_API StepKeeper final : public StepSink {
   void LearnOrder();
   Outcome Fold(const Step* current, const HistoryLimits& kept);
   Outcome AppendStep(const Step& step);
-  bool AppendMove(FrameKind kind, std::size_t& from, std::size_t& to);
+  bool AppendMove(FrameKind kind, std::vector<std::int64_t>& from, std::vector<std::int64_t>& to);
   Outcome Append(FrameKind kind, std::int64_t time_ms, const FramePayload& payload);
   void SyncAtIntervals();
   void StartTimer();
@@ -106,8 +106,9 @@ class QXDB_API StepKeeper final : public StepSink {
   std::vector<std::uint32_t> list_epochs_;  // of the session's pools, as the file knows them
   bool behind_ = true;
   bool move_unwritten_ = false;  // the file lacks the step that is undone or redone
-  std::size_t undoable_ = 0;     // steps that the file can take back
-  std::size_t redoable_ = 0;     // and do again
+  // The names of the states that the steps lead to which the file can take back, oldest first, and
+  // do again, the next one last.
+  std::vector<std::int64_t> undoable_, redoable_;
   std::int64_t next_number_ = 1;
   Outcome fault_;
 

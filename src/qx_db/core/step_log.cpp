@@ -41,6 +41,11 @@ constexpr std::uint64_t kLeastGrowth = std::uint64_t{64} << 10;
 constexpr std::uint64_t kMostGrowth = std::uint64_t{1} << 20;
 constexpr std::uint64_t kLargeFrame = std::uint64_t{256} << 10;
 constexpr std::uint64_t kMostSpare = std::uint64_t{16} << 20;
+/// Of a longer log holes are not read, and no frame lies behind more of them than this: a log of
+/// ours has none but behind its frames, and a copy of it may have left out the zeros within
+/// records.
+constexpr std::uint64_t kReadWhole = std::uint64_t{256} << 20;
+constexpr std::uint64_t kMostHoles = std::uint64_t{1} << 30;
 /// A large frame is written in pieces of this, each as soon as it is made.
 constexpr std::size_t kPiece = std::size_t{256} << 10;
 
@@ -49,6 +54,82 @@ std::uint64_t Blocks(std::uint64_t bytes) {
 }
 
 }  // namespace
+
+/// The bytes of a log. Holes take neither time nor memory, so that a file cannot ask for more of
+/// these than it has.
+class StepLog::Content {
+ public:
+  Content(RawFile& file, std::uint64_t start, std::uint64_t size) : file_(file), start_(start) {
+    size_ = size - start;
+  }
+  /// Gives 0 or the system's error number. Throws std::bad_alloc.
+  int Read(StepLogContents& contents) {
+    if (const int error = FindData()) return error;
+    std::uint64_t holes = 0;
+    for (const auto& [begin, end] : data_) {
+      holes += begin - held_;
+      if (holes > kMostHoles) break;
+      held_ = end;
+    }
+    if (holes + (size_ - held_) <= kMostHoles) held_ = size_;
+    contents.bytes.reset(static_cast<char*>(std::calloc(1, std::max<std::uint64_t>(held_, 1))));
+    if (!contents.bytes) throw std::bad_alloc();
+    bytes_ = contents.bytes.get();
+    for (const auto& [begin, end] : data_) {
+      if (begin >= held_) break;
+      const auto size = static_cast<std::size_t>(std::min(end, held_) - begin);
+      if (const int error = file_.Read(bytes_ + begin, size, start_ + begin)) return error;
+    }
+    return 0;
+  }
+  const char* data() const { return bytes_; }
+  /// As far as frames can be.
+  std::uint64_t size() const { return held_; }
+  /// Calls `visit` with the place and the bytes of each block from `from` on that is no
+  /// hole. Gives 0 or the system's error number.
+  template <class Visit>
+  int ForEachBlock(std::uint64_t from, Visit&& visit) const {
+    std::vector<char> piece;
+    std::uint64_t next = from;
+    for (const auto& [begin, end] : data_) {
+      for (std::uint64_t at = std::max(next, begin / kBlock * kBlock); at < end; at += kBlock) {
+        next = at + kBlock;
+        const auto size = static_cast<std::size_t>(std::min<std::uint64_t>(kBlock, size_ - at));
+        if (at + size <= held_) {
+          visit(at, std::span<const char>(bytes_ + at, size));
+          continue;
+        }
+        piece.resize(size);
+        if (const int error = file_.Read(piece.data(), size, start_ + at)) return error;
+        visit(at, std::span<const char>(piece));
+      }
+    }
+    return 0;
+  }
+
+ private:
+  int FindData() {
+    if (size_ <= kReadWhole) {
+      data_.emplace_back(0, size_);
+      return 0;
+    }
+    for (std::uint64_t at = start_, begin = 0, end = 0; at < start_ + size_; at = end) {
+      if (const int error = file_.NextData(at, begin, end)) return error;
+      begin = std::max(begin, at);
+      end = std::min(end, start_ + size_);
+      if (begin >= end) break;
+      data_.emplace_back(begin - start_, end - start_);
+    }
+    return 0;
+  }
+
+  RawFile& file_;
+  std::uint64_t start_;
+  std::uint64_t size_;
+  std::uint64_t held_ = 0;
+  char* bytes_ = nullptr;
+  std::vector<std::pair<std::uint64_t, std::uint64_t>> data_;  // behind the start, in order
+};
 
 /// What a look through a log found.
 struct StepLog::Scan {
@@ -66,9 +147,8 @@ StepLog::StepLog(std::string path, std::shared_ptr<RawFile> file, std::uint64_t 
 
 Failure StepLog::Fault(int error) const {
   return {path_, "", "the step cannot be written: " + ErrorText(error),
-          error == ENOSPC || error == EDQUOT || error == EFBIG
-              ? "free some disk space and repeat it"
-              : "check the disk, or save under another name"};
+          IsFull(error) ? "free some disk space and repeat it"
+                        : "check the disk, or save under another name"};
 }
 
 // ---- writing ------------------------------------------------------------------------------------
@@ -442,17 +522,20 @@ Result<StepLog::Scan> StepLog::ScanBytes(RawFile& file, const std::string& path,
     return Failure{path, "byte " + std::to_string(size), "is truncated: its steps are missing",
                    kRemedy};
   }
-  std::vector<char>& bytes = scan.contents.bytes;
-  bytes.resize(size - start);
-  if ((error = file.Read(bytes.data(), bytes.size(), start)) != 0) {
+  Content bytes(file, start, size);
+  if ((error = bytes.Read(scan.contents)) != 0) {
     return Failure{path, "", "cannot be read: " + ErrorText(error), "check the disk"};
   }
   Head head{};
-  const auto read_head = [&](std::uint64_t at) {
-    if (at + sizeof(Head) > bytes.size()) return false;
-    head = LoadAt<Head>(bytes.data() + at);
+  const auto is_head = [&](std::uint64_t at, std::span<const char> block) {
+    if (block.size() < sizeof(Head)) return false;
+    head = LoadAt<Head>(block.data());
     return head.magic == Head::kMagic && head.id == id &&
            head.checksum == head.OwnChecksum(start + at);
+  };
+  const auto read_head = [&](std::uint64_t at) {
+    const std::uint64_t begin = std::min(at, bytes.size());
+    return is_head(at, {bytes.data() + begin, static_cast<std::size_t>(bytes.size() - begin)});
   };
   if (!read_head(0) || head.kind != FrameKind::kBegin) {
     return Failure{path, "byte " + std::to_string(start), "the head of the steps is damaged",
@@ -482,10 +565,16 @@ Result<StepLog::Scan> StepLog::ScanBytes(RawFile& file, const std::string& path,
       read_head(at) ? head.kind == FrameKind::kEnd : scan.sequence == scan.synced;
   // What stands behind the last good frame is an unfinished one, unless something says that it had
   // been on the device.
-  for (std::uint64_t later = at; later < bytes.size(); later += kBlock) {
-    if (!read_head(later)) continue;
+  bool is_rest_empty = true;
+  error = bytes.ForEachBlock(at, [&](std::uint64_t later, std::span<const char> block) {
+    is_rest_empty =
+        is_rest_empty && std::all_of(block.begin(), block.end(), [](char c) { return c == 0; });
+    if (!is_head(later, block)) return;
     scan.extent = std::max(scan.extent, head.extent);
     scan.synced = std::max(scan.synced, head.synced);
+  });
+  if (error) {
+    return Failure{path, "", "cannot be read: " + ErrorText(error), "check the disk"};
   }
   if (size < scan.extent) {
     return Failure{
@@ -501,9 +590,7 @@ Result<StepLog::Scan> StepLog::ScanBytes(RawFile& file, const std::string& path,
     return Failure{path, "byte " + std::to_string(size / kBlock * kBlock),
                    "has bytes after its end", kRemedy};
   }
-  const auto rest = std::span<const char>(bytes).subspan(std::min<std::size_t>(at, bytes.size()));
-  scan.contents.unfinished_step =
-      !read_head(at) && std::any_of(rest.begin(), rest.end(), [](char c) { return c != 0; });
+  scan.contents.unfinished_step = !read_head(at) && !is_rest_empty;
   return scan;
 }
 

@@ -5,6 +5,7 @@
 // Threads: one at a time; StepKeeper's timer and its session take turns.
 
 #include <cstdint>
+#include <cstdlib>
 #include <functional>
 #include <memory>
 #include <span>
@@ -37,7 +38,7 @@ struct StepFrame {
 /// A log as read.
 struct StepLogContents {
   std::vector<StepFrame> frames;
-  std::vector<char> bytes;
+  std::unique_ptr<char, void (*)(void*)> bytes{nullptr, std::free};
   bool closed = true;            ///< by its writer, rather than left by one that ended
   bool unfinished_step = false;  ///< behind the last frame stands one that was never acknowledged
 };
@@ -111,6 +112,7 @@ class QXDB_API StepLog {
  private:
   struct Head;
   struct Scan;
+  class Content;
   class FrameWriter;
   StepLog(std::string path, std::shared_ptr<RawFile> file, std::uint64_t start, std::uint64_t id);
   static Result<Scan> ScanLog(RawFile& file, const std::string& path, std::uint64_t start,

@@ -94,6 +94,16 @@ std::string StepReplay::Create(const StoredChange& change, DPoolBase& pool, Wait
              : At(change, "names a new record by a number that is taken");
 }
 
+/// Takes what a change says of its step as a whole.
+std::string StepReplay::ApplyToStep(const StoredChange& change, Step& step, StepForm form) {
+  if (change.operation == StoredChange::kUnits) return ApplyUnits(change, step, form);
+  std::int64_t state = 0;
+  if (change.image.size() == sizeof(state)) state = LoadAt<std::int64_t>(change.image.data());
+  if (step.state != 0 || state <= 0) return "names its state by what is no name";
+  step.state = state;
+  return {};
+}
+
 /// Changes the session's units to those of a step, or back to them, and has the step know both.
 std::string StepReplay::ApplyUnits(const StoredChange& change, Step& step, StepForm form) {
   CQXUnitCtrl other;
@@ -176,8 +186,8 @@ std::string StepReplay::Commit(std::span<const char> bytes, std::int64_t time_ms
     if (std::string fault = Create(change, *pool, waiting); !fault.empty()) return fault;
   }
   while (decoder.Next(change)) {
-    if (change.operation == StoredChange::kUnits) {
-      std::string fault = ApplyUnits(change, journal.Current(), StepForm::kForward);
+    if (change.IsOfStep()) {
+      std::string fault = ApplyToStep(change, journal.Current(), StepForm::kForward);
       if (!fault.empty()) return fault;
       continue;
     }
@@ -256,10 +266,10 @@ std::string StepReplay::TakeBackPast(std::span<const char> bytes, std::int64_t t
   Waiting waiting;
   StoredChange change;
   // First the records that the step removed, so that references and neighbours find them.
-  std::vector<StoredChange> units;
+  std::vector<StoredChange> of_step;
   while (decoder.Next(change)) {
-    if (change.operation == StoredChange::kUnits) {
-      units.push_back(change);
+    if (change.IsOfStep()) {
+      of_step.push_back(change);
       continue;
     }
     DPoolBase* pool = PoolOf(change);
@@ -280,8 +290,8 @@ std::string StepReplay::TakeBackPast(std::span<const char> bytes, std::int64_t t
   step.time_ms = time_ms;
   step.changes.reserve(changes.size());
   std::string fault;
-  for (const StoredChange& c : units) {
-    if (fault.empty()) fault = ApplyUnits(c, step, StepForm::kBackward);
+  for (const StoredChange& c : of_step) {
+    if (fault.empty()) fault = ApplyToStep(c, step, StepForm::kBackward);
   }
   for (auto c = changes.rbegin(); c != changes.rend() && fault.empty(); ++c) {
     fault = ApplyBackward(*c, *PoolOf(*c), step);

@@ -49,6 +49,7 @@ class StepReplay {
   TStructBase& Read(const DPoolBase& pool);
   void ResolveReferences(DPoolBase& pool, TStructBase& record) const;
   std::string Create(const StoredChange& change, DPoolBase& pool, Waiting& waiting);
+  std::string ApplyToStep(const StoredChange& change, Step& step, StepForm form);
   std::string ApplyUnits(const StoredChange& change, Step& step, StepForm form);
   std::string ApplyForward(const StoredChange& change, DPoolBase& pool);
   std::string ApplyBackward(const StoredChange& change, DPoolBase& pool, Step& step);

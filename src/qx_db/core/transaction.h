@@ -25,8 +25,9 @@ class QXDB_API CTransaction {
   CTransaction(const CTransaction&) = delete;
   CTransaction& operator=(const CTransaction&) = delete;
 
-  /// Opens the transaction under a name that the user sees. 0 when there is no session, this object
-  /// is open already, or the session is telling its listeners of a step.
+  /// Opens the transaction under a name that the user sees; of one longer than kMaxStepName (65535
+  /// units of UTF-16) the step has the beginning, at once and in a file. 0 when there is no
+  /// session, this object is open already, or the session is telling its listeners of a step.
   int Begin(const char16_t* name);
   /// Processes relations and ends the step. 0, with everything rolled back, when a pool refuses; 0,
   /// with everything as it was and still open, while a transaction inside this one is. `notify` is

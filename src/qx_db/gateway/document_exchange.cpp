@@ -2,6 +2,7 @@
 
 #include <set>
 
+#include "qx_db/core/image_stream.h"
 #include "qx_db/core/transaction.h"
 #include "qx_db/lib/message.h"
 
@@ -91,12 +92,15 @@ Outcome ApplyDeletions(CQXDBSession& session, DataBase& document,
   return Commit(transaction);
 }
 
-bool WriteDocument(CQXDBSession& session, DataBase& document, std::span<DPoolBase* const> pools) {
-  bool all = true;
+Outcome WriteDocument(CQXDBSession& session, DataBase& document,
+                      std::span<DPoolBase* const> pools) {
+  Outcome all;
   for (DPoolBase* pool : Chosen(session, pools)) {
     if (pools.empty() && pool->GetSize() == 0) continue;
     TArray<Key> keys;  // all
-    all = pool->WriteAPI(&document, keys, 0) && all;
+    if (pool->WriteAPI(&document, keys, 0) || !all) continue;
+    all = CheckKeys(*pool, "");
+    if (all) all = Failure{"", "table " + pool->GetAPIName().ToUtf8(), "was not written", ""};
   }
   return all;
 }

@@ -21,11 +21,11 @@ QXDB_API Outcome ReadDocument(CQXDBSession& session, dbgateway::DataBase& docume
 QXDB_API Outcome ApplyDeletions(CQXDBSession& session, dbgateway::DataBase& document,
                                 std::span<DPoolBase* const> pools = {});
 
-/// Writes the tables of the pools, all that are not empty when none are given. False where one
-/// could not be written, because two of its records share a key; the report tells which. It is left
-/// out.
-QXDB_API bool WriteDocument(CQXDBSession& session, dbgateway::DataBase& document,
-                            std::span<DPoolBase* const> pools = {});
+/// Writes the tables of the pools, all that are not empty when none are given. Fails where one
+/// could not be written, because two of its records share a key, and is left out; the report tells
+/// of each.
+[[nodiscard]] QXDB_API Outcome WriteDocument(CQXDBSession& session, dbgateway::DataBase& document,
+                                             std::span<DPoolBase* const> pools = {});
 
 /// The JSON Schema (draft 4) of the gateway document of a session's pools, as an indented text.
 QXDB_API std::string GatewayJsonSchema(const CQXDBSession& session);

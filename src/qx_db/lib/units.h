@@ -108,17 +108,24 @@ QXDB_API bool IsValid(const UnitSystem& system);
 
 /// Converts values of a category between three unit systems: the model's, in which records are
 /// stored; the current one, which the user and the gateway see; and the previous one, which was
-/// current before the last change. Threads: a value; any number may read it while none changes it.
+/// current before the last change. What changes it is virtual, so that nobody changes the units of
+/// a session behind its back, as which they are known besides. Threads: a value; any number may
+/// read it while none changes it.
 class QXDB_API CQXUnitCtrl {
  public:
+  CQXUnitCtrl() = default;
+  CQXUnitCtrl(const CQXUnitCtrl&) = default;
+  virtual ~CQXUnitCtrl() = default;
+  virtual CQXUnitCtrl& operator=(const CQXUnitCtrl&) noexcept(false) = default;
+
   const UnitSystem& Model() const { return model_; }
   const UnitSystem& Current() const { return current_; }
   const UnitSystem& Previous() const { return previous_; }
 
   /// The system that stored values are in. Changing it converts nothing.
-  void SetModel(const UnitSystem& system) { model_ = system; }
+  virtual void SetModel(const UnitSystem& system) { model_ = system; }
   /// Makes `system` current and the former current one previous.
-  void SetCurrent(const UnitSystem& system);
+  virtual void SetCurrent(const UnitSystem& system);
 
   /// Model units in one unit of the current or previous system; 1 for an unknown category. For
   /// temperatures this is the size of a degree only: use the conversions below for values.
@@ -133,7 +140,9 @@ class QXDB_API CQXUnitCtrl {
     return ToModel(previous_, category, value);
   }
 
-  friend bool operator==(const CQXUnitCtrl&, const CQXUnitCtrl&) = default;
+  friend bool operator==(const CQXUnitCtrl& a, const CQXUnitCtrl& b) {
+    return a.model_ == b.model_ && a.current_ == b.current_ && a.previous_ == b.previous_;
+  }
 
   /// Name of the current unit of a base category (1, 2, 3, 4, 8, 21 or 37); "" for the others.
   std::string_view GetUnitName(int category) const;

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "qx_db/platform/file.h"
+#include "qx_db/platform/new_file.h"
 
 #ifdef _WIN32
 #define WIN32_LEAN_AND_MEAN
@@ -11,6 +12,7 @@
 #else
 #include <fcntl.h>
 #include <signal.h>
+#include <stdio.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -27,36 +29,48 @@ struct FileLock::Handle {
 
 FileLock::Result FileLock::Take(const std::string& path, const std::string& text,
                                 std::unique_ptr<FileLock>& lock, std::string& former, int& error) {
-  // The file is removed by the system with its last handle, so that one never grows stale here.
-  HANDLE file = CreateFileW(PathFromUtf8(path).c_str(), GENERIC_READ | GENERIC_WRITE | DELETE,
-                            FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr, OPEN_ALWAYS,
-                            FILE_FLAG_DELETE_ON_CLOSE, nullptr);
-  const bool is_new = GetLastError() != ERROR_ALREADY_EXISTS;
+  const auto open = [&](DWORD disposition, DWORD flags) {
+    return CreateFileW(PathFromUtf8(path).c_str(), GENERIC_READ | GENERIC_WRITE | DELETE,
+                       FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr, disposition, flags, nullptr);
+  };
+  // What is made here the system removes with its last handle, so that it never grows stale. What
+  // was there already may be another's.
+  HANDLE file = open(CREATE_NEW, FILE_FLAG_DELETE_ON_CLOSE);
+  const bool is_new = file != INVALID_HANDLE_VALUE;
+  if (!is_new && GetLastError() == ERROR_FILE_EXISTS) file = open(OPEN_EXISTING, 0);
+  char found[256];
+  DWORD bytes = 0;
   if (file == INVALID_HANDLE_VALUE) {
     error = EACCES;
     if (GetLastError() != ERROR_SHARING_VIOLATION) return Result::kFailed;
     HANDLE reader = CreateFileW(PathFromUtf8(path).c_str(), GENERIC_READ,
                                 FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
                                 OPEN_EXISTING, 0, nullptr);
-    char found[256];
-    DWORD got = 0;
-    if (reader != INVALID_HANDLE_VALUE && ReadFile(reader, found, sizeof(found), &got, nullptr)) {
-      former.assign(found, got);
+    if (reader != INVALID_HANDLE_VALUE && ReadFile(reader, found, sizeof(found), &bytes, nullptr)) {
+      former.assign(found, bytes);
     }
     if (reader != INVALID_HANDLE_VALUE) CloseHandle(reader);
     return Result::kHeld;
   }
   lock.reset(new FileLock(path, std::unique_ptr<Handle>(new Handle{file})));
   lock->is_new_ = is_new;
-  DWORD written = 0;
-  error =
-      !is_new || WriteFile(file, text.data(), static_cast<DWORD>(text.size()), &written, nullptr)
-          ? 0
-          : EIO;
-  return error ? Result::kFailed : Result::kTaken;
+  const bool done =
+      is_new ? WriteFile(file, text.data(), static_cast<DWORD>(text.size()), &bytes, nullptr)
+             : ReadFile(file, found, sizeof(found), &bytes, nullptr);
+  former.assign(found, is_new || !done ? 0 : bytes);
+  error = done ? 0 : EIO;
+  if (done) return Result::kTaken;
+  lock->LeaveFile();
+  lock.reset();
+  return Result::kFailed;
 }
 
-FileLock::~FileLock() = default;
+FileLock::~FileLock() {
+  if (is_new_) return;
+  FILE_DISPOSITION_INFO info{};
+  info.DeleteFile = !leave_file_;
+  SetFileInformationByHandle(handle_->file, FileDispositionInfo, &info, sizeof(info));
+}
 
 std::string HostName() {
   char name[256];
@@ -85,11 +99,6 @@ struct FileLock::Handle {
 
 namespace {
 
-std::string FolderOf(const std::string& path) {
-  const std::size_t end = path.rfind('/');
-  return end == path.npos ? "." : path.substr(0, end + 1);
-}
-
 int WriteText(int fd, const std::string& text) {
   const ssize_t written = pwrite(fd, text.data(), text.size(), 0);
   return written == static_cast<ssize_t>(text.size()) ? 0 : written < 0 ? errno : ENOSPC;
@@ -97,27 +106,35 @@ int WriteText(int fd, const std::string& text) {
 
 int LockNow(int fd) { return flock(fd, LOCK_EX | LOCK_NB) == 0 ? 0 : errno; }
 
-/// Makes the file, locked and with its text, where none is (EEXIST).
-int MakeLocked(const std::string& path, const std::string& text, int& fd) {
-#ifdef O_TMPFILE
-  // Written before it has a name, so that no kill leaves one behind that says nothing.
-  fd = open(FolderOf(path).c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0666);
-  if (fd >= 0 && WriteText(fd, text) == 0 && LockNow(fd) == 0) {
-    const std::string unnamed = "/proc/self/fd/" + std::to_string(fd);
-    const int flag = AT_SYMLINK_FOLLOW;
-    if (linkat(AT_FDCWD, unnamed.c_str(), AT_FDCWD, path.c_str(), flag) == 0) return 0;
+/// Gives a file a second name, or, where the file system knows no such, another one; EEXIST where
+/// that is taken.
+int GiveName(const std::string& file, const std::string& name) {
+  if (link(file.c_str(), name.c_str()) == 0) return 0;
+  int error = errno;
+#ifdef RENAME_NOREPLACE
+  if (error == EPERM || error == EOPNOTSUPP || error == ENOSYS) {
+    error = renameat2(AT_FDCWD, file.c_str(), AT_FDCWD, name.c_str(), RENAME_NOREPLACE) == 0
+                ? 0
+                : errno;
   }
-  if (fd >= 0) close(fd);
 #endif
-  fd = open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0666);
+  return error;
+}
+
+/// Makes the file, locked and with its text, where none is (EEXIST). It is given its name last, so
+/// that no kill leaves one behind that says nothing; what a kill leaves goes here, too.
+int MakeLocked(const std::string& path, const std::string& text, int& fd) {
+  NewFile::RemoveLeftovers(path);
+  const std::string name = NewFile::RandomName(path);
+  fd = open(name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0666);
   if (fd < 0) return errno;
   int error = LockNow(fd);
-  if (error == EWOULDBLOCK) {  // somebody has seen it first
-    close(std::exchange(fd, -1));
-    return EEXIST;
-  }
   if (!error) error = WriteText(fd, text);
-  if (error) unlink(path.c_str());
+  if (!error) error = GiveName(name, path);
+  // Before it was locked, another process may have taken it for a leftover.
+  if (error == EWOULDBLOCK || error == ENOENT) error = EEXIST;
+  unlink(name.c_str());
+  if (error) close(std::exchange(fd, -1));
   return error;
 }
 
@@ -127,14 +144,12 @@ FileLock::Result FileLock::Take(const std::string& path, const std::string& text
                                 std::unique_ptr<FileLock>& lock, std::string& former, int& error) {
   for (;;) {
     auto handle = std::make_unique<Handle>();
-    error = MakeLocked(path, text, handle->fd);
-    const bool is_new = error == 0;
-    if (error == EEXIST) {
-      // Not through a link, which could make us write over what it leads to.
-      handle->fd = open(path.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
-      error = handle->fd < 0 ? errno : 0;
-      if (error == ENOENT) continue;  // gone in between
-    }
+    // Not through a link, which could make us write over what it leads to.
+    handle->fd = open(path.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+    error = handle->fd < 0 ? errno : 0;
+    const bool is_new = error == ENOENT;
+    if (is_new) error = MakeLocked(path, text, handle->fd);
+    if (is_new && error == EEXIST) continue;  // made in between
     struct stat found {};
     if (!error && fstat(handle->fd, &found) != 0) error = errno;
     if (!error && !S_ISREG(found.st_mode)) error = EINVAL;

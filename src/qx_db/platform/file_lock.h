@@ -17,8 +17,7 @@ class QXDB_API FileLock {
 
   /// Takes the lock file at `path`, made with `text` in it if need be. `former` is the text found
   /// in it: of the holder (kHeld), of one that ended without leaving (kTaken). `error` tells why it
-  /// failed. A file is never seen without its text, but where the file system makes none without a
-  /// name.
+  /// failed. A file is never seen without its text.
   static Result Take(const std::string& path, const std::string& text,
                      std::unique_ptr<FileLock>& lock, std::string& former, int& error);
   /// Removes the file and lets go.

@@ -33,17 +33,6 @@ std::size_t NameSize(const std::string& path) {
   return Utf8FromPath(PathFromUtf8(path).filename()).size();
 }
 
-/// "<target>.0123456789abcdef.new" with digits of chance; of a long name its beginning.
-std::string RandomName(const std::string& target) {
-  static constexpr char kHex[] = "0123456789abcdef";
-  std::random_device random;
-  std::string digits;
-  for (std::size_t i = 0; i < kDigits; ++i) digits += kHex[random() % 16];
-  const std::size_t name = NameSize(target);
-  const std::size_t stem = target.size() - name + std::min(name, kLongestStem);
-  return target.substr(0, stem) + "." + digits + std::string(kEnding);
-}
-
 /// Whether a file's name is one that this library gives to a file on its way to the name `target`,
 /// or to such a name in turn; or, as versions before did, "<target>.<process>-<number>.new".
 bool IsOnItsWayTo(std::string_view name, std::string_view target) {
@@ -128,6 +117,16 @@ NewFile::~NewFile() {
   if (!has_place_) Files().Remove(name_);
 }
 
+std::string NewFile::RandomName(const std::string& target) {
+  static constexpr char kHex[] = "0123456789abcdef";
+  std::random_device random;
+  std::string digits;
+  for (std::size_t i = 0; i < kDigits; ++i) digits += kHex[random() % 16];
+  const std::size_t name = NameSize(target);
+  const std::size_t stem = target.size() - name + std::min(name, kLongestStem);
+  return target.substr(0, stem) + "." + digits + std::string(kEnding);
+}
+
 Result<std::unique_ptr<NewFile>> NewFile::Create(const std::string& path) {
   std::error_code ignored;
   if (fs::is_directory(PathFromUtf8(path), ignored)) {
@@ -149,7 +148,7 @@ Result<std::unique_ptr<NewFile>> NewFile::Create(const std::string& path) {
     if (file->Claim() == EWOULDBLOCK || !Names(name, *file)) error = EEXIST;
   }
   if (error) {
-    const bool full = error == ENOSPC || error == EDQUOT;
+    const bool full = IsFull(error);
     return Failure{path, "", "cannot be created: " + ErrorText(error),
                    full                    ? "free some disk space"
                    : error == ENAMETOOLONG ? "give it a shorter name"

@@ -37,6 +37,10 @@ class QXDB_API NewFile {
   /// Whether it has the place, which may be so although making that durable failed.
   bool HasPlace() const { return has_place_; }
 
+  /// "<target>.0123456789abcdef.new" with digits of chance; of a long name its beginning. As that
+  /// of any file on its way, what is left of one goes by RemoveLeftovers.
+  static std::string RandomName(const std::string& target);
+
   /// Removes what killed processes left of new files for `path`: plain files of such names that
   /// nobody has claimed; where the file system knows no claims, those a day old.
   static void RemoveLeftovers(const std::string& path);

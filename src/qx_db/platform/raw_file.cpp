@@ -1,5 +1,6 @@
 #include "qx_db/platform/raw_file.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <filesystem>
 #include <system_error>
@@ -8,7 +9,6 @@
 
 #ifdef _WIN32
 #define WIN32_LEAN_AND_MEAN
-#include <algorithm>
 #include <windows.h>
 #else
 #include <fcntl.h>
@@ -136,6 +136,17 @@ class SystemFile final : public RawFile {
     size = static_cast<std::uint64_t>(found.st_size);
     return 0;
   }
+#if defined(SEEK_DATA) && defined(SEEK_HOLE)
+  int NextData(std::uint64_t at, std::uint64_t& begin, std::uint64_t& end) override {
+    const off_t data = lseek(fd_, static_cast<off_t>(at), SEEK_DATA);
+    if (data < 0 && errno != ENXIO) return RawFile::NextData(at, begin, end);
+    const off_t hole = data < 0 ? -1 : lseek(fd_, data, SEEK_HOLE);
+    if (const int error = Size(end)) return error;
+    begin = data < 0 ? end : std::min(end, static_cast<std::uint64_t>(data));
+    if (hole >= 0) end = std::min(end, static_cast<std::uint64_t>(hole));
+    return 0;
+  }
+#endif
   int Id(FileId& id) override {
     struct stat found {};
     if (fstat(fd_, &found) != 0) return errno;
@@ -167,6 +178,22 @@ class SystemFile final : public RawFile {
 #endif
 
 }  // namespace
+
+int RawFile::NextData(std::uint64_t at, std::uint64_t& begin, std::uint64_t& end) {
+  const int error = Size(end);
+  begin = std::min(at, end);
+  return error;
+}
+
+std::uint64_t DataBytes(RawFile& file) {
+  std::uint64_t bytes = 0, size = 0, begin = 0, end = 0;
+  if (file.Size(size) != 0) return 0;
+  for (std::uint64_t at = 0; at < size && file.NextData(at, begin, end) == 0; at = end) {
+    if (begin >= end) break;
+    bytes += end - begin;
+  }
+  return bytes;
+}
 
 namespace {
 
@@ -268,6 +295,13 @@ FileSystem& Files() {
 }
 
 void SetFiles(FileSystem* files) { g_files = files; }
+
+bool IsFull(int error) {
+#ifdef EDQUOT
+  if (error == EDQUOT) return true;
+#endif
+  return error == ENOSPC || error == EFBIG;
+}
 
 std::string ErrorText(int error) { return std::generic_category().message(error); }
 

@@ -32,12 +32,19 @@ class QXDB_API RawFile {
   /// Returns once everything written is on the device, the file's size included.
   virtual int Sync() = 0;
   virtual int Size(std::uint64_t& size) = 0;
+  /// The first bytes at or behind `at` that are no hole: from `begin` up to `end`, the file's size
+  /// twice where there are none. Where the system cannot tell, there are no holes.
+  virtual int NextData(std::uint64_t at, std::uint64_t& begin, std::uint64_t& end);
   virtual int Id(FileId& id) = 0;
   /// Claims the file itself, under whatever name it was opened, until it is closed here;
   /// EWOULDBLOCK while another open file has the claim, ENOTSUP where the file system knows no
   /// claims.
   virtual int Claim() { return ENOTSUP; }
 };
+
+/// The bytes of a file that are no hole: as much as it can hold of anything; 0 where that cannot be
+/// read.
+QXDB_API std::uint64_t DataBytes(RawFile& file);
 
 /// The operations whose order decides what a crash leaves behind. Tests put a layer of their own
 /// in its place. Threads: any, at once.
@@ -62,6 +69,9 @@ QXDB_API FileSystem& Files();
 /// thread reads or writes any.
 QXDB_API void SetFiles(FileSystem* files);
 
+/// Whether an error number says that there is no room for more: on the device, for the user, or in
+/// a file.
+QXDB_API bool IsFull(int error);
 /// The system's text for an error number.
 QXDB_API std::string ErrorText(int error);
 

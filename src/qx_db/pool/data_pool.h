@@ -10,8 +10,8 @@ namespace qx {
 
 /// A pool of records of type T: a keyed set that reports its changes. While the session records,
 /// a removal detaches the record and reports it, so that undo can put it back; otherwise it frees
-/// at once. While the session tells of a step, every change is refused. A concrete pool supplies
-/// GetDeletor and GetIOName. Threads: see DPoolBase.
+/// it, at once or, within a step, with its end. While the session tells of a step, every change is
+/// refused. A concrete pool supplies GetDeletor and GetIOName. Threads: see DPoolBase.
 template <class T>
 class QXDB_API DPool : public DPoolBase {
  public:
@@ -41,7 +41,9 @@ class QXDB_API DPool : public DPoolBase {
     return SetAtNU(pos, static_cast<const T&>(*record));
   }
   int RemoveWithoutDelete(const ITR& pos) override {
-    return MayChangeUnrecorded() ? records_.RemoveWithoutDelete(pos) : 0;
+    if (!MayChangeUnrecorded() || !records_.RemoveWithoutDelete(pos)) return 0;
+    if (recorder_) recorder_->OnTakenOut();
+    return 1;
   }
   int Remove(const ITR& pos) override;
   TStructBase* GetDataPtrForUndoRedo() override { return &GetDefault(); }
@@ -147,8 +149,12 @@ int DPool<T>::Remove(const ITR& pos) {
 template <class T>
 int DPool<T>::RemoveNext(ITR& pos) {
   if (!records_.IsLinked(pos)) return 0;
-  if (!IsRecording()) return MayChangeUnrecorded() ? records_.RemoveNext(pos) : 0;
   const ITR removed = pos;
+  if (!IsRecording()) {
+    if (!MayChangeUnrecorded()) return 0;
+    return TakesRemoved({&removed, 1}) ? records_.RemoveNextWithoutDelete(pos)
+                                       : records_.RemoveNext(pos);
+  }
   const std::uint32_t list_epoch = records_.ListEpoch();
   const std::uint32_t hash_epoch = records_.HashEpoch();
   if (!records_.RemoveNextWithoutDelete(pos)) return 0;
@@ -166,7 +172,14 @@ int DPool<T>::RemoveNext(ITR& pos) {
 template <class T>
 void DPool<T>::RemoveAll() {
   if (!IsRecording() || records_.IsEmpty()) {
-    if (records_.IsEmpty() || MayChangeUnrecorded()) records_.RemoveAll();
+    if (!records_.IsEmpty() && !MayChangeUnrecorded()) return;
+    if (TakesRemoved({})) {
+      TArray<ITR> items;
+      ListItems(items, false);
+      TakesRemoved({items.data(), items.size()});
+      records_.RemoveAllWithoutDelete();
+    }
+    records_.RemoveAll();
     return;
   }
   recorder_->ReserveNotices(static_cast<std::size_t>(records_.GetSize()));

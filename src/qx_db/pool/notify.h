@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
 
 #include "qx_db/record/types.h"
 
@@ -31,6 +32,12 @@ class ChangeRecorder {
   /// Asked before a change that is not recorded, as long as MindsUnrecorded: while recorded ones
   /// could still be undone, or a step is being told of. False refuses the change.
   virtual bool AllowUnrecorded() = 0;
+  /// Asked before records are removed unrecorded. True where a step is open, with `items` taken
+  /// over: they are to be detached rather than freed, for others may refer to them until it ends.
+  /// Throws std::bad_alloc, having taken none.
+  virtual bool TakesRemoved(std::uint16_t type, std::span<const ITR> items) = 0;
+  /// The caller has come to own a record that was removed, and to which others may refer.
+  virtual void OnTakenOut() = 0;
   /// A record has another key than before, recorded or not: what belongs to it follows.
   virtual void OnNewKey(std::uint16_t type, ITR item, Key former) = 0;
   bool MindsUnrecorded() const { return minds_unrecorded_; }

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -164,6 +165,11 @@ class QXDB_API DPoolBase {
   /// To be asked before a change that is not recorded. False refuses it.
   bool MayChangeUnrecorded() {
     return !recorder_ || !recorder_->MindsUnrecorded() || recorder_->AllowUnrecorded();
+  }
+
+  /// Whether records about to be removed unrecorded are the session's to free, see ChangeRecorder.
+  bool TakesRemoved(std::span<const ITR> items) {
+    return recorder_ && recorder_->TakesRemoved(type_, items);
   }
 
   /// Whether the order of the list may change, and which keys are given out.
