@@ -387,6 +387,7 @@ class NasReader : private NasFieldReader {
           "{} properties have no card that is read: they hold their number", properties));
     }
     for (tagTProp& property : deck_.Of<tagTProp>()) {
+      LeaveIfUnknown(property.coordinate_system);
       const auto material = static_cast<Key>(property.material);
       if (material == 0 || material_keys_.contains(material)) continue;
       property.material = 0;
@@ -394,6 +395,7 @@ class NasReader : private NasFieldReader {
                         fmt::format("property {}", property.key),
                         "no card that is read describes them");
     }
+    for (tagTSprop& mass : deck_.Of<tagTSprop>()) LeaveIfUnknown(mass.coordinate_system);
     Key key = 0;
     for (const auto& [kind, number] : sets_) {
       tagTBset set;
@@ -401,6 +403,12 @@ class NasReader : private NasFieldReader {
       set.name.Set(Utf16(fmt::format("{} {}", kind, number)));
       deck_.Of<tagTBset>().push_back(set);
     }
+  }
+
+  /// A system that the deck lacks stays in the card, which is held in part then.
+  void LeaveIfUnknown(TRef<code::kCord>& system) const {
+    const auto number = static_cast<Key>(system);
+    if (number != 0 && !system_index_.contains(number)) system = 0;
   }
 
   /// The card that each element was read from.
