@@ -328,6 +328,9 @@ std::string InpNewText::Masses() {
 }
 
 void InpNewText::All(const PutText& put) {
+  std::uint64_t offsets = 0;
+  for (const tagTE2DOffset& offset : now_.Of<tagTE2DOffset>()) offsets += offset.elements.size();
+  report_.Lost("offsets of shells were left out", offsets, "", "sections are written without them");
   std::string text = "*Heading\nmesh of a model\n*Node\n";
   const auto pass = [&] {
     constexpr std::size_t kPiece = std::size_t{1} << 18;

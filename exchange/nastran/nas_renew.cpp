@@ -641,6 +641,7 @@ class Renewer {
       report_.Lost("offsets that follow from sections were left out", record.from_section != 0,
                    fmt::format("offset {}", record.key), "the format has fields for lengths only");
     }
+    NasShellRecords::Tell(now_deck_, report_);
     for (const tagTE1DRelease& record : now_deck_.Of<tagTE1DRelease>()) {
       const auto any = [](const PackedDouble(&numbers)[3]) {
         return std::any_of(std::begin(numbers), std::end(numbers),

@@ -55,6 +55,7 @@ std::map<Key, Key> NumberSystems(Deck& deck, const tagTCarried& carried) {
   for (tagTMeshCsys& assigned : deck.Of<tagTMeshCsys>()) rename(assigned.coordinate_system);
   for (tagTEcrd& orientation : deck.Of<tagTEcrd>()) rename(orientation.coordinate_system);
   for (tagTSprop& mass : deck.Of<tagTSprop>()) rename(mass.coordinate_system);
+  for (tagTE2DMatlCsys& shell : deck.Of<tagTE2DMatlCsys>()) rename(shell.coordinate_system);
   for (tagTProp& property : deck.Of<tagTProp>()) rename(property.coordinate_system);
   return numbers;
 }
@@ -126,9 +127,10 @@ Outcome WriteNastran(CQXDBSession& session, const std::string& path, const Write
   if (!text) return text.AsOutcome();
   if (options.progress) options.progress(0.9);
   constexpr std::uint16_t kWritten[] = {
-      code::kCord,  code::kNode,       code::kElem,  code::kMset,   code::kProp,
-      code::kMatl,  code::kMeshCsys,   code::kEcrd,  code::kBset,   code::kE1DOffset,
-      code::kSprop, code::kE1DRelease, code::kBlock, code::kSetTag, code::kCarried};
+      code::kCord,  code::kNode,      code::kElem,     code::kMset,        code::kProp,
+      code::kMatl,  code::kMeshCsys,  code::kEcrd,     code::kBset,        code::kE1DOffset,
+      code::kSprop, code::kE2DOffset, code::kE2DThick, code::kE2DMatlCsys, code::kE1DRelease,
+      code::kBlock, code::kSetTag,    code::kCarried};
   ReportUnwritten(session, "nastran", kWritten, found);
   // A deck of ours stays one; one that came from somebody is his.
   bool is_new = true;

@@ -151,6 +151,11 @@ class RandomDeck {
       if (name == "CBUSH" && Whole(0, 1)) fields = With(fields, Vector(2));
       if (name == "CBUSH" && fields.size() == 4 && Whole(0, 1)) fields = With(fields, ",,,2");
       if (name == "CQUAD4" && Whole(0, 1)) fields = With(fields, "30.,.25");
+      if (name == "CQUADR" && Whole(0, 1))
+        fields = With(fields, SystemNumber(3) + ",,,,.1,.2,.3,.4");
+      if (name == "CTRIA3" && Whole(0, 1)) fields = With(fields, ",-.5,,,,.2,.2,.2");
+      if (name == "CTRIA6" && Whole(0, 1)) fields = With(fields, "0,.5,.1,.2,.3");
+      if (name == "CQUAD8" && Whole(0, 1)) fields = With(fields, "1.,1.,1.,2.,45.,.125");
       text += Card(name, fields);
     }
     return text;
@@ -230,6 +235,23 @@ Facts FactsOf(CQXDBSession& session) {
         add(fmt::format("offset {} {}", element, end),
             {double(offset.csys_type), of[0], of[1], of[2]});
       }
+    }
+  }
+  for (const tagTE2DMatlCsys& shell : deck.Of<tagTE2DMatlCsys>()) {
+    for (const ITR element : shell.elements) {
+      add(fmt::format("direction {}", element),
+          {double(shell.type), shell.angle_deg, number_of.at(shell.coordinate_system)});
+    }
+  }
+  for (const tagTE2DOffset& shell : deck.Of<tagTE2DOffset>()) {
+    for (const ITR element : shell.elements) {
+      add(fmt::format("offset {}", element), {shell.offset});
+    }
+  }
+  for (const tagTE2DThick& shell : deck.Of<tagTE2DThick>()) {
+    for (const ITR element : shell.elements) {
+      std::vector<double> corners(std::begin(shell.thickness), std::end(shell.thickness));
+      add(fmt::format("thickness {}", element), corners);
     }
   }
   for (const tagTE1DRelease& release : deck.Of<tagTE1DRelease>()) {
