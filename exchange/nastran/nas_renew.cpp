@@ -44,12 +44,13 @@ class Renewer {
     MatchNumbers();
     if (Outcome fits = CheckKeys(); !fits) return fits.Error();
     const NasCardText now(now_deck_, property_cards_, material_cards_);
-    FollowNasNumbers(text_, numbers_, edits_, report_, ShareOf(progress_, 0, 0.3));
+    FollowNasNumbers(text_, numbers_, edits_, report_, ShareOf(progress_, 0, 0.2));
     std::vector<NasSource> sources;
     std::vector<Failure> faults;
     NasReading reading;
     reading.sources = &sources;
     reading.carries = false;
+    reading.progress = ShareOf(progress_, 0.2, 0.5);
     reading.is_described = [this](std::size_t card) { return IsDescribed(card); };
     const Result<Deck> before = ParseNastran(text_, path_, faults, reading);
     if (!before) {  // never a deck without the text that came with it
@@ -67,7 +68,7 @@ class Renewer {
       if (card.name == "BAROR") bar_defaults_ = &card;
       if (card.name == "BEAMOR") beam_defaults_ = &card;
     }
-    const Progress renew = ShareOf(progress_, 0.3, 1);
+    const Progress renew = ShareOf(progress_, 0.5, 1);
     StepCounter steps(renew, sources.size());
     for (std::size_t i = 0; i < sources.size(); ++i) {
       steps.Step();
