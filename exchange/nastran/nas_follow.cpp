@@ -144,12 +144,8 @@ bool NasNumbers::IsTextOnly(NasKind kind, Key number) const {
 }
 
 bool NasNumbers::HasTextOnlyIn(NasKind kind, Key from, Key to) const {
-  const NasRuns& runs = text_only_[Index(kind)];
-  const auto run = std::lower_bound(runs.begin(), runs.end(), from,
-                                    [](const NasRun& a, Key number) { return a.to < number; });
-  if (run == runs.end() || run->from > to || from > to) return false;
   bool is_same = true;
-  return !TextOnlyIn(kind, from, to, 1, is_same).empty();
+  return from <= to && !TextOnlyIn(kind, from, to, 1, is_same).empty();
 }
 
 Key NasNumbers::NewNumber(NasKind kind) {
@@ -347,16 +343,27 @@ class Follower {
  public:
   Follower(NasText& text, NasNumbers& numbers, std::vector<NasEdit>& edits,
            const Progress& progress)
-      : text_(text), numbers_(numbers), edits_(edits), steps_(progress, text.Cards().size()) {}
+      : text_(text), numbers_(numbers), edits_(edits), steps_(progress, text.Cards().size()) {
+    // As many as no deck has that somebody works with: a few cards must not fill the memory.
+    const std::size_t all =
+        numbers.Are(NasKind::kNode).size() + numbers.Are(NasKind::kElement).size();
+    room_ = static_cast<std::int64_t>(std::clamp<std::size_t>(10 * all, 1 << 20, 1 << 24));
+  }
 
-  void Follow(LossReport& report) {
-    if (!numbers_.HasChanged()) return;
+  Outcome Follow(const std::string& path, LossReport& report) {
+    if (!numbers_.HasChanged()) return {};
     numbers_.ListTextOnly(text_);
     MakeRoom();
     ListSetKinds();
     for (std::size_t i = 0; i < text_.Cards().size(); ++i) {
       steps_.Step();
       FollowCard(i);
+      if (room_ >= 0) continue;
+      std::string file;
+      return Failure{path, text_.Place(text_.Cards()[i].begin, file),
+                     "its ranges, and those before it, come to many times more numbers than the "
+                     "model has",
+                     "renumber nodes and elements that ranges name in the order that they had"};
     }
     for (const auto& [name, told] : left_out_) {
       report.Lost(name + " cards were left out", told.count, told.where,
@@ -374,6 +381,7 @@ class Follower {
       report.Changed(name + " cards were not checked against renumbering", told.count, told.where,
                      "it is not known which of their numbers follow the model's");
     }
+    return {};
   }
 
  private:
@@ -566,6 +574,8 @@ class Follower {
   NasRuns InRange(NasKind kind, Key from, Key to, Key step, bool& is_same) {
     NasRuns runs = numbers_.InRange(kind, from, to, step, is_same);
     for (std::size_t i = 0; i < runs.size(); ++i) steps_.Step();
+    room_ -= static_cast<std::int64_t>(runs.size());
+    if (room_ < 0) runs.clear();
     return runs;
   }
 
@@ -670,6 +680,7 @@ class Follower {
   NasNumbers& numbers_;
   std::vector<NasEdit>& edits_;
   StepCounter steps_;
+  std::int64_t room_;                           // numbers and ranges that ranges may still become
   std::map<Key, std::set<NasKind>> set_kinds_;  // of SET1, by number
   NasTally left_out_;
   NasTally shortened_;
@@ -679,9 +690,9 @@ class Follower {
 
 }  // namespace
 
-void FollowNasNumbers(NasText& text, NasNumbers& numbers, std::vector<NasEdit>& edits,
-                      LossReport& report, const Progress& progress) {
-  Follower(text, numbers, edits, progress).Follow(report);
+Outcome FollowNasNumbers(NasText& text, NasNumbers& numbers, std::vector<NasEdit>& edits,
+                         const std::string& path, LossReport& report, const Progress& progress) {
+  return Follower(text, numbers, edits, progress).Follow(path, report);
 }
 
 }  // namespace qx::exchange

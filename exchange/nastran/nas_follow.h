@@ -104,8 +104,9 @@ bool NasHas(const std::vector<Key>& list, Key number);
 
 /// Lets the numbers in the cards of a text follow. Cards that are described nowhere in the model
 /// and name what is gone are left out, where they cannot do without; `edits` gets cards that become
-/// several. Tells what was left out, and of cards of which it is not known what they number.
-void FollowNasNumbers(NasText& text, NasNumbers& numbers, std::vector<NasEdit>& edits,
-                      LossReport& report, const Progress& progress);
+/// several. Tells what was left out, and of cards of which it is not known what they number. Fails,
+/// of a deck to be written to `path`, where ranges come to many times more numbers than there are.
+Outcome FollowNasNumbers(NasText& text, NasNumbers& numbers, std::vector<NasEdit>& edits,
+                         const std::string& path, LossReport& report, const Progress& progress);
 
 }  // namespace qx::exchange

@@ -44,7 +44,9 @@ class Renewer {
     MatchNumbers();
     if (Outcome fits = CheckKeys(); !fits) return fits.Error();
     const NasCardText now(now_deck_, property_cards_, material_cards_);
-    FollowNasNumbers(text_, numbers_, edits_, report_, ShareOf(progress_, 0, 0.2));
+    const Progress follow = ShareOf(progress_, 0, 0.2);
+    Outcome followed = FollowNasNumbers(text_, numbers_, edits_, path_, report_, follow);
+    if (!followed) return followed.Error();
     std::vector<NasSource> sources;
     std::vector<Failure> faults;
     NasReading reading;

@@ -95,6 +95,11 @@ TEST(NastranHostile, RangesOverTheWholeMesh) {
   });
   const std::string text = model.Export();
   EXPECT_NE(text.find("\nSPC1,4000,123,8,THRU,16007\n"), std::string::npos);
+  // Every second one elsewhere: each range is 10000 numbers, which no deck lists 4000 times.
+  model.Edit([&] {
+    for (Key key = 8; key <= kNodes; key += 2) model.Renumber<tagTNode>(key, key + 50000);
+  });
+  EXPECT_NE(model.Refusal().find("come to many times more numbers"), std::string::npos);
 }
 
 // In other units than those of the file, what is text of it stays; no word of what was converted.
