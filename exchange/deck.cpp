@@ -12,10 +12,10 @@
 #include "qx_db/mesh/topology_table.h"
 #include "qx_db/model/coordinate_pool.h"
 #include "qx_db/model/mesh_set_pool.h"
+#include "qx_db/pool/record_units.h"
 #include "qx_db/record/element_types.h"
 #include "qx_db/record/verbs.h"
 
-#include "exchange/system_frames.h"
 #include "host/records.h"
 
 namespace qx::exchange {
@@ -124,9 +124,9 @@ class RecordAdder {
       const std::int32_t type = of_deck != system_types_.end() ? of_deck->second
                                 : of_model                     ? pool->GetAtNU(of_model).type
                                                                : tagTCord::kRectangular;
-      ConvertSystemIn(record, type, session_.Units());
+      ConvertUnitsIn(record, type, session_.Units());
     } else {
-      record.ConvertUnitIn(&session_.Units());
+      ConvertUnitsIn(record, session_.Units());
     }
   }
 
@@ -286,12 +286,11 @@ class DeckMaker {
       if constexpr (T::kType == code::kCord) {
         const bool has_reference = IsLiveItem(from.reference);
         const auto* pool = static_cast<const DPoolCord*>(PoolOfType<T>());
-        ConvertSystemOut(
-            records.back(),
-            has_reference ? pool->GetAtNU(from.reference).type : tagTCord::kRectangular,
-            session_.Units());
+        ConvertUnitsOut(records.back(),
+                        has_reference ? pool->GetAtNU(from.reference).type : tagTCord::kRectangular,
+                        session_.Units());
       } else {
-        records.back().ConvertUnitOut(&session_.Units());
+        ConvertUnitsOut(records.back(), session_.Units());
       }
     });
   }

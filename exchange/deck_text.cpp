@@ -26,9 +26,51 @@ std::size_t LinesIn(std::string_view text) {
 
 }  // namespace
 
-std::string MarkedDeck(std::string_view comment, std::string_view text) {
-  return fmt::format("{} {}{:016x}\n{}", comment, kMark, XXH3_64bits(text.data(), text.size()),
-                     text);
+namespace {
+
+std::string MarkLine(std::string_view comment, std::uint64_t hash) {
+  return fmt::format("{} {}{:016x}\n", comment, kMark, hash);
+}
+
+}  // namespace
+
+struct DeckOut::Hash {
+  Hash() { XXH3_64bits_reset(&state); }
+  XXH3_state_t state;
+};
+
+DeckOut::DeckOut(std::ostream& out, std::string_view comment, bool is_ours)
+    : out_(out), comment_(comment), is_ours_(is_ours), hash_(std::make_unique<Hash>()) {}
+DeckOut::~DeckOut() = default;
+
+void DeckOut::Put(std::string_view piece) {
+  if (has_begun_) return Write(piece);
+  head_ += piece;
+  if (head_.find('\n') != std::string::npos) Begin();
+}
+
+void DeckOut::Begin() {
+  has_begun_ = true;
+  const std::string_view rest = WithoutDeckMark(comment_, head_);
+  is_ours_ = is_ours_ || rest.size() < head_.size();
+  mark_at_ = out_.tellp();
+  if (is_ours_) out_ << MarkLine(comment_, 0);
+  Write(rest);
+  head_ = {};
+}
+
+void DeckOut::Write(std::string_view piece) {
+  if (is_ours_) XXH3_64bits_update(&hash_->state, piece.data(), piece.size());
+  out_.write(piece.data(), static_cast<std::streamsize>(piece.size()));
+}
+
+void DeckOut::Finish() {
+  if (!has_begun_) Begin();
+  if (!is_ours_) return;
+  const auto end = out_.tellp();
+  out_.seekp(mark_at_);
+  out_ << MarkLine(comment_, XXH3_64bits_digest(&hash_->state));
+  out_.seekp(end);
 }
 
 std::string_view WithoutDeckMark(std::string_view comment, std::string_view text) {
@@ -38,7 +80,10 @@ std::string_view WithoutDeckMark(std::string_view comment, std::string_view text
 
 bool IsMarkedDeck(std::string_view comment, const std::string& path) {
   const Result<std::string> text = ReadWholeFile(path);
-  return text && *text == MarkedDeck(comment, WithoutDeckMark(comment, *text));
+  if (!text) return false;
+  const std::string_view rest = WithoutDeckMark(comment, *text);
+  return std::string_view(*text).substr(0, text->size() - rest.size()) ==
+         MarkLine(comment, XXH3_64bits(rest.data(), rest.size()));
 }
 
 std::optional<std::int64_t> DeckInteger(std::string_view text) {
@@ -104,14 +149,17 @@ class DeckTextReader {
   }
 
   bool Add(const std::string& path, const std::filesystem::path& folder) {
+    // Before it is read: there may not be the memory for more.
+    std::error_code error;
+    const std::uintmax_t size = std::filesystem::file_size(PathFromUtf8(path), error);
+    if (!error && size >= kLongestText - to_.text_.size()) {
+      faults_.push_back(
+          {path, "", "makes a deck of over 2 GiB with what it includes", "divide the deck"});
+      return false;
+    }
     Result<std::string> text = ReadWholeFile(path);
     if (!text) {
       faults_.push_back(text.Error());
-      return false;
-    }
-    if (text->size() >= kLongestText - to_.text_.size()) {
-      faults_.push_back(
-          {path, "", "makes a deck of over 2 GiB with what it includes", "divide the deck"});
       return false;
     }
     open_.push_back(path);

@@ -5,7 +5,9 @@
 #include <algorithm>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <optional>
+#include <ostream>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -68,9 +70,36 @@ bool AnyLine(std::string_view head, IsSo&& is_so) {
   return false;
 }
 
-/// A deck that this program made anew, with a line of comment at its head that says so, and of
-/// which text: a deck that somebody changed by hand is not ours any more.
-std::string MarkedDeck(std::string_view comment, std::string_view text);
+/// Takes the pieces of a text, in order.
+using PutText = std::function<void(std::string_view)>;
+
+/// Writes a deck piece by piece. One that this program makes anew gets a line of comment at its
+/// head that says so, and of which text: a deck that somebody changed by hand is not ours any more.
+/// What begins with such a line stays ours, with a line of what is written.
+class DeckOut {
+ public:
+  /// `out` can go back to where it was.
+  DeckOut(std::ostream& out, std::string_view comment, bool is_ours);
+  ~DeckOut();
+  DeckOut(const DeckOut&) = delete;
+  DeckOut& operator=(const DeckOut&) = delete;
+  void Put(std::string_view piece);
+  /// Once all is put.
+  void Finish();
+
+ private:
+  void Begin();
+  void Write(std::string_view piece);
+
+  struct Hash;
+  std::ostream& out_;
+  const std::string comment_;
+  bool is_ours_;
+  bool has_begun_ = false;
+  std::string head_;  // until it is known whether it is a mark
+  std::unique_ptr<Hash> hash_;
+  std::ostream::pos_type mark_at_;
+};
 /// Whether the file is a marked deck that is as it was written.
 bool IsMarkedDeck(std::string_view comment, const std::string& path);
 /// The text behind the mark, which may be stale; all of it where there is none.

@@ -1,5 +1,9 @@
 #include "exchange/system_frames.h"
 
+#include <optional>
+#include <unordered_map>
+#include <vector>
+
 #include "qx_db/model/coordinate_pool.h"
 
 namespace qx::exchange {
@@ -14,42 +18,32 @@ SystemFrames SystemsOf(const CQXDBSession& session) {
   const auto* pool = session.GetPool<DPoolCord>(code::kCord);
   if (!pool) return systems;
   const double unit = session.Units().GetConvertFactorCurrent(unit::kLength);
+  // A chain of systems is walked once: those that others are given in come before them.
+  std::unordered_map<ITR, std::optional<Frame>> frames;
+  std::vector<ITR> chain;
   for (ITR at = pool->GetHeadPosition(); at; pool->Next(at)) {
-    Frame frame;
-    if (!pool->GetFrame(at, frame)) continue;
+    for (ITR next = at; next && !frames.contains(next); next = pool->GetAtNU(next).reference) {
+      frames.emplace(next, std::nullopt);  // as what leads back to itself, or to what is gone
+      if (KeyedSetBase::IsRemoved(next)) break;
+      chain.push_back(next);
+    }
+    for (; !chain.empty(); chain.pop_back()) {
+      const tagTCord& record = pool->GetAtNU(chain.back());
+      const ITR in = record.reference;
+      const std::optional<Frame> outer = in ? frames.at(in) : Frame();
+      const std::int32_t type = in && outer ? pool->GetAtNU(in).type : tagTCord::kRectangular;
+      Frame frame;
+      if (outer && FrameIn(type, *outer, record, frame)) frames[chain.back()] = frame;
+    }
+    const std::optional<Frame>& frame = frames.at(at);
+    if (!frame) continue;
     const tagTCord& record = pool->GetAtNU(at);
     systems.emplace(
         record.key,
-        SystemFrame{record.type, (1 / unit) * frame.origin, frame.axes.ToGlobal({1, 0, 0}),
-                    frame.axes.ToGlobal({0, 1, 0}), frame.axes.ToGlobal({0, 0, 1})});
+        SystemFrame{record.type, (1 / unit) * frame->origin, frame->axes.ToGlobal({1, 0, 0}),
+                    frame->axes.ToGlobal({0, 1, 0}), frame->axes.ToGlobal({0, 0, 1})});
   }
   return systems;
-}
-
-namespace {
-
-/// Puts the angles of a system back that a conversion took for lengths.
-void KeepAngles(const tagTCord& from, std::int32_t reference_type, tagTCord& to) {
-  if (reference_type == tagTCord::kRectangular) return;
-  for (tagTVector3<double> tagTCord::*const point :
-       {&tagTCord::origin, &tagTCord::axis_point, &tagTCord::plane_point}) {
-    (to.*point).y = (from.*point).y;
-    if (reference_type == tagTCord::kSpherical) (to.*point).z = (from.*point).z;
-  }
-}
-
-}  // namespace
-
-void ConvertSystemIn(tagTCord& system, std::int32_t reference_type, const CQXUnitCtrl& units) {
-  const tagTCord was = system;
-  system.ConvertUnitIn(&units);
-  KeepAngles(was, reference_type, system);
-}
-
-void ConvertSystemOut(tagTCord& system, std::int32_t reference_type, const CQXUnitCtrl& units) {
-  const tagTCord was = system;
-  system.ConvertUnitOut(&units);
-  KeepAngles(was, reference_type, system);
 }
 
 }  // namespace qx::exchange

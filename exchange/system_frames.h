@@ -1,6 +1,5 @@
 #pragma once
-// Where the coordinate systems of a session are, for writers that give points in them, and their
-// units.
+// Where the coordinate systems of a session are, for writers that give points in them.
 // Threads: as the session they read.
 
 #include <map>
@@ -27,10 +26,5 @@ struct SystemFrame {
 /// By the key of the system. Those whose points give no axes are not there.
 using SystemFrames = std::map<Key, SystemFrame>;
 SystemFrames SystemsOf(const CQXDBSession& session);
-
-/// Converts a system's lengths between current and model units, and leaves its angles: its points
-/// count as the system does that it is given in, of which this is the type.
-void ConvertSystemIn(tagTCord& system, std::int32_t reference_type, const CQXUnitCtrl& units);
-void ConvertSystemOut(tagTCord& system, std::int32_t reference_type, const CQXUnitCtrl& units);
 
 }  // namespace qx::exchange

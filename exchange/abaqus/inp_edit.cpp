@@ -24,8 +24,8 @@ std::string_view LineEndOf(std::string_view text, std::size_t end) {
 
 }  // namespace
 
-std::string Apply(std::string_view text, std::vector<InpEdit> edits, std::size_t begin,
-                  std::size_t end) {
+void Apply(std::string_view text, std::vector<InpEdit> edits, std::size_t begin, std::size_t end,
+           const PutText& put) {
   // What is put in at a place comes before what is put instead of that which stands there.
   const auto order = [](const InpEdit& edit) {
     return std::pair(edit.begin, edit.end != edit.begin);
@@ -33,21 +33,28 @@ std::string Apply(std::string_view text, std::vector<InpEdit> edits, std::size_t
   std::stable_sort(edits.begin(), edits.end(),
                    [&order](const InpEdit& a, const InpEdit& b) { return order(a) < order(b); });
   end = std::min(end, text.size());
-  std::size_t size = end - std::min(begin, end);
-  for (const InpEdit& edit : edits) size += edit.text.size();
-  std::string out;
-  out.reserve(size + 1);
   std::size_t done = begin;
+  char last = '\n';  // that was put
+  const auto add = [&](std::string_view piece) {
+    if (piece.empty()) return;
+    put(piece);
+    last = piece.back();
+  };
   for (const InpEdit& edit : edits) {
     if (edit.begin < done || edit.end > end) continue;
-    out += text.substr(done, edit.begin - done);
-    if (edit.begin == text.size() && !edit.text.empty() && !out.empty() && out.back() != '\n') {
-      out += '\n';
-    }
-    out += edit.text;
+    add(text.substr(done, edit.begin - done));
+    if (edit.begin == text.size() && !edit.text.empty() && last != '\n') add("\n");
+    add(edit.text);
     done = edit.end;
   }
-  return out += text.substr(done, end - done);
+  add(text.substr(done, end - done));
+}
+
+std::string Apply(std::string_view text, std::vector<InpEdit> edits, std::size_t begin,
+                  std::size_t end) {
+  std::string out;
+  Apply(text, std::move(edits), begin, end, [&out](std::string_view piece) { out += piece; });
+  return out;
 }
 
 InpEditor::InpEditor(const InpText& text, const InpModel& model, const Deck& now,
@@ -80,7 +87,7 @@ InpEditor::InpEditor(const InpText& text, const InpModel& model, const Deck& now
   Locate(keys);
 }
 
-std::string InpEditor::Text() {
+void InpEditor::Write(const PutText& put) {
   AdoptNew();
   for (std::size_t p = 0; p < states_.size(); ++p) {
     EditNodes(p);
@@ -94,7 +101,7 @@ std::string InpEditor::Text() {
   EditMasses();
   for (std::size_t p = 0; p < states_.size(); ++p) AppendNew(p);
   ReportRest();
-  return Merge();
+  Merge(put);
 }
 
 // ---- what is where ------------------------------------------------------------------------------
@@ -409,7 +416,7 @@ void InpEditor::AddTo(std::size_t scope, const InpEdit& edit) {
 }
 
 /// Instances whose part must say different things get parts of their own.
-std::string InpEditor::Merge() {
+void InpEditor::Merge(const PutText& put) {
   std::map<std::size_t, std::vector<std::size_t>> placed;  // of a scope
   for (std::size_t p = 0; p < states_.size(); ++p) {
     placed[model_.placements[p].scope].push_back(p);
@@ -458,7 +465,7 @@ std::string InpEditor::Merge() {
                     written_out_.size(), text_.Place(Block(*written_out_.begin()).begin, file),
                     "the keywords state what they were");
   }
-  return Apply(text_.Text(), std::move(edits_));
+  Apply(text_.Text(), std::move(edits_), 0, kNoPlace, put);
 }
 
 }  // namespace qx::exchange

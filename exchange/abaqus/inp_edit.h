@@ -20,7 +20,9 @@ struct InpEdit {
   friend bool operator==(const InpEdit&, const InpEdit&) = default;
 };
 
-/// Applies edits; of those that overlap, the first.
+/// Puts a text with edits; of those that overlap, the first.
+void Apply(std::string_view text, std::vector<InpEdit> edits, std::size_t begin, std::size_t end,
+           const PutText& put);
 std::string Apply(std::string_view text, std::vector<InpEdit> edits, std::size_t begin = 0,
                   std::size_t end = kNoPlace);
 
@@ -39,7 +41,8 @@ class InpEditor {
             const std::vector<InpKeysNow>& keys, const SystemFrames& systems, LossReport& report,
             const Progress& progress);
 
-  std::string Text();
+  /// Puts the text as the model has it now.
+  void Write(const PutText& put);
 
  private:
   /// What a node or element of the model is in the deck.
@@ -110,7 +113,7 @@ class InpEditor {
   Key NowElement(std::size_t p, Key number) const;
   const tagTProp* Property(Key key) const { return new_.PropertyOf(key); }
 
-  std::string Merge();
+  void Merge(const PutText& put);
 
   const InpText& text_;
   const InpModel& model_;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <fmt/format.h>
+#include <utility>
 
 #include "qx_db/model/coordinate_pool.h"
 #include "qx_db/record/element_types.h"
@@ -141,37 +142,48 @@ std::string InpNewText::TypeOf(std::size_t index) const {
 std::string InpNewText::Elements(std::span<const std::size_t> elements,
                                  const std::function<Key(Key)>& number,
                                  const std::function<std::string(Key)>& node) {
-  std::map<std::string, std::string> by_type;
-  std::vector<std::string> nodes;
-  std::string type;
-  for (const std::size_t index : elements) {
-    steps_.Step();
-    const Mesh::Element& element = now_.elements[index];
-    type = TypeOf(index);
-    if (type.empty()) {
-      const ElementType* known = FindElementType(element.type);
-      report_.Lost(known ? fmt::format("{} were left out", known->plural)
-                         : fmt::format("elements of code {} were left out", element.type),
-                   1, fmt::format("element {}", element.key), "the format has none");
-      continue;
-    }
-    const std::size_t count = now_.NodesOf(index);
-    nodes.clear();
-    for (std::size_t i = 0; i < count; ++i) {
-      nodes.push_back(node(now_.connectivity[element.first + InpNode(element.type, i)]));
-    }
-    if (std::find(nodes.begin(), nodes.end(), std::string()) != nodes.end()) {
-      report_.Lost("elements between instances were left out", 1,
-                   fmt::format("element {}", element.key), "each instance has its own nodes");
-      continue;
-    }
-    AppendElement(by_type[type], number(element.key), nodes);
-  }
   std::string text;
-  for (const auto& [name, lines] : by_type) {
-    text += fmt::format("*Element, type={}\n", name) + lines;
-  }
+  AppendElements(elements, number, node, text, [] {});
   return text;
+}
+
+void InpNewText::AppendElements(std::span<const std::size_t> elements,
+                                const std::function<Key(Key)>& number,
+                                const std::function<std::string(Key)>& node, std::string& text,
+                                const std::function<void()>& pass) {
+  std::map<std::string, std::vector<std::size_t>> by_type;
+  for (const std::size_t index : elements) {
+    std::string type = TypeOf(index);
+    if (!type.empty()) {
+      by_type[std::move(type)].push_back(index);
+      continue;
+    }
+    const Mesh::Element& element = now_.elements[index];
+    const ElementType* known = FindElementType(element.type);
+    report_.Lost(known ? fmt::format("{} were left out", known->plural)
+                       : fmt::format("elements of code {} were left out", element.type),
+                 1, fmt::format("element {}", element.key), "the format has none");
+  }
+  std::vector<std::string> nodes;
+  for (const auto& [type, of_type] : by_type) {
+    bool has_head = false;
+    for (const std::size_t index : of_type) {
+      steps_.Step();
+      const Mesh::Element& element = now_.elements[index];
+      nodes.clear();
+      for (std::size_t i = 0; i < now_.NodesOf(index); ++i) {
+        nodes.push_back(node(now_.connectivity[element.first + InpNode(element.type, i)]));
+      }
+      if (std::find(nodes.begin(), nodes.end(), std::string()) != nodes.end()) {
+        report_.Lost("elements between instances were left out", 1,
+                     fmt::format("element {}", element.key), "each instance has its own nodes");
+        continue;
+      }
+      if (!std::exchange(has_head, true)) text += fmt::format("*Element, type={}\n", type);
+      AppendElement(text, number(element.key), nodes);
+      pass();
+    }
+  }
 }
 
 // ---- records ------------------------------------------------------------------------------------
@@ -266,8 +278,7 @@ void InpNewText::TellOfNewSet(const std::string& name) {
                   "the format assigns them to sets");
 }
 
-std::string InpNewText::Groups() {
-  std::string text;
+void InpNewText::AppendGroups(std::string& text, const std::function<void()>& pass) {
   InpNames of_nodes;  // apart from those of elements
   std::uint64_t parents = 0;
   std::string first;
@@ -277,9 +288,9 @@ std::string InpNewText::Groups() {
     group_names_.push_back(names.Fit(group.name, fmt::format("Set-{}", i + 1), "sets", report_));
     if (group.parent != Mesh::Group::kNone && parents++ == 0) first = group.name;
     AppendGroup(text, group, i);
+    pass();
   }
   report_.Lost("places of sets in others", parents, first, "the members of each are listed");
-  return text;
 }
 
 std::string InpNewText::Masses() {
@@ -316,17 +327,27 @@ std::string InpNewText::Masses() {
   return text;
 }
 
-std::string InpNewText::All() {
+void InpNewText::All(const PutText& put) {
+  std::uint64_t offsets = 0;
+  for (const tagTE2DOffset& offset : now_.Of<tagTE2DOffset>()) offsets += offset.elements.size();
+  report_.Lost("offsets of shells were left out", offsets, "", "sections are written without them");
   std::string text = "*Heading\nmesh of a model\n*Node\n";
+  const auto pass = [&] {
+    constexpr std::size_t kPiece = std::size_t{1} << 18;
+    if (text.size() < kPiece) return;
+    put(text);
+    text.clear();
+  };
   for (std::size_t i = 0; i < now_.node_keys.size(); ++i) {
     steps_.Step();
     AppendNode(text, now_.node_keys[i], Vector3(&now_.coordinates[3 * i]));
+    pass();
   }
   std::vector<std::size_t> all(now_.elements.size());
   for (std::size_t i = 0; i < all.size(); ++i) all[i] = i;
-  text += Elements(
-      all, [](Key key) { return key; }, [](Key key) { return fmt::format("{}", key); });
-  text += Groups();
+  AppendElements(
+      all, [](Key key) { return key; }, [](Key key) { return fmt::format("{}", key); }, text, pass);
+  AppendGroups(text, pass);
   for (const tagTCord& system : now_.Of<tagTCord>()) {
     if (system.key != DPoolCord::kDefaultKey) text += System(system);
   }
@@ -376,8 +397,9 @@ std::string InpNewText::All() {
     if (!has_set) text += SetText(false, name, elements);
     if (!has_set) TellOfNewSet(name);
     text += section;
+    pass();
   }
-  return text + Masses();
+  put(text + Masses());
 }
 
 }  // namespace qx::exchange

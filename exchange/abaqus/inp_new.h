@@ -55,16 +55,20 @@ class InpNewText {
   /// Names as the deck has them; empty for key 0.
   std::string MaterialName(Key key) const { return NameIn(material_names_, key); }
   std::string SystemName(Key key) const { return NameIn(system_names_, key); }
-  /// The whole deck.
-  std::string All();
+  /// Puts the whole deck.
+  void All(const PutText& put);
 
  private:
   static std::string NameIn(const std::map<Key, std::string>& names, Key key) {
     const auto found = names.find(key);
     return found == names.end() ? std::string() : found->second;
   }
+  /// Appends elements to a text, which `pass` may take what it has of in between.
+  void AppendElements(std::span<const std::size_t> elements, const std::function<Key(Key)>& number,
+                      const std::function<std::string(Key)>& node, std::string& text,
+                      const std::function<void()>& pass);
   InpFamily FamilyOf(const Mesh::Element& element) const;
-  std::string Groups();
+  void AppendGroups(std::string& text, const std::function<void()>& pass);
   void TellOfNewSet(const std::string& name);
   std::string Masses();
   void AppendGroup(std::string& text, const Mesh::Group& group, std::size_t place);

@@ -58,17 +58,40 @@ std::string Followed(const tagTCarried& carried, bool is_flat, LossReport& repor
   return Apply(text, std::move(edits));
 }
 
-/// Tells of units that carried numbers do not follow.
-void CheckUnits(CQXDBSession& session, LossReport& report) {
+bool HasNumber(const InpText& text, const InpBlock& block) {
+  InpLines lines(text.Text(), block.data, block.end);
+  while (lines.Next()) {
+    const auto fields = lines.Fields();
+    if (std::any_of(fields.begin(), fields.end(),
+                    [](std::string_view field) { return DeckReal(field).value_or(0) != 0; })) {
+      return true;
+    }
+  }
+  return false;
+}
+
+/// Tells of keywords that stay text, and so in the units of the deck, where others are written.
+void CheckUnits(CQXDBSession& session, const InpText& text, const InpModel& model,
+                LossReport& report) {
   const UnitSystem& current = session.Units().Current();
+  bool is_same = true;
   host::ForEach<tagTOrigin>(&session, [&](ITR, const tagTOrigin& origin) {
     if (origin.format.View() != kInpFormat) return true;
-    const bool is_same =
-        std::equal(current.index.begin(), current.index.end(), std::begin(origin.units));
-    report.Changed("carried keywords keep the units that the deck was read in", is_same ? 0 : 1,
-                   Utf8(origin.file.View()), "only what the model knows is converted");
+    is_same = std::equal(current.index.begin(), current.index.end(), std::begin(origin.units));
     return false;
   });
+  if (is_same) return;
+  std::map<std::string, std::pair<std::uint64_t, std::size_t>> kept;  // how many, and the first
+  for (const InpBlock& block : text.Blocks()) {
+    if (!model.carried.contains(block.title) || !HasNumber(text, block)) continue;
+    ++kept.try_emplace(block.title, 0, block.begin).first->second.first;
+  }
+  for (const auto& [title, told] : kept) {
+    std::string file;
+    report.Changed(fmt::format("*{} keywords keep the units that the deck was read in", title),
+                   told.first, text.Place(told.second, file),
+                   "only what the model knows is converted");
+  }
 }
 
 /// Tells that the nodes and elements of an assembly keep the numbers that they have in their parts,
@@ -113,11 +136,11 @@ void ReportNumbers(const InpModel& model,
                  renumbered, first_renumbered, "instances of a part share its numbers");
 }
 
-/// The deck that the model came from, with what changed in its place; empty when it cannot be
+/// Puts the deck that the model came from, with what changed in its place; false when it cannot be
 /// read any more.
-std::string Renewed(CQXDBSession& session, const Deck& now, const SystemFrames& systems,
-                    const tagTCarried& carried, const std::string& path, LossReport& report,
-                    const Progress& progress) {
+bool PutRenewed(CQXDBSession& session, const Deck& now, const SystemFrames& systems,
+                const tagTCarried& carried, const std::string& path, LossReport& report,
+                const Progress& progress, const PutText& put) {
   std::map<std::int32_t, const tagTCarried*> instances;
   host::ForEach<tagTCarried>(&session, [&](ITR, const tagTCarried& record) {
     if (record.format.View() == kInpFormat && record.keyword.View() == kInpInstance) {
@@ -133,9 +156,10 @@ std::string Renewed(CQXDBSession& session, const Deck& now, const SystemFrames& 
   Result<InpModel> model = ParseInp(text, path, read, faults);
   if (!model) {
     report.Lost("the deck that the model came from", 1, model.Error().place, model.Error().what);
-    return {};
+    return false;
   }
   if (model->placements.empty()) model->placements.emplace_back();
+  CheckUnits(session, text, *model, report);
   ReportNumbers(*model, instances, report);
   std::vector<InpKeysNow> keys(instances.empty() ? 0 : model->placements.size());
   for (std::size_t p = 0; p < keys.size(); ++p) {
@@ -154,7 +178,8 @@ std::string Renewed(CQXDBSession& session, const Deck& now, const SystemFrames& 
     list(found->second->element_keys, keys[p].elements);
   }
   const Progress edit = ShareOf(progress, 0.5, 1);
-  return InpEditor(text, *model, now, keys, systems, report, edit).Text();
+  InpEditor(text, *model, now, keys, systems, report, edit).Write(put);
+  return true;
 }
 
 }  // namespace
@@ -179,25 +204,22 @@ Outcome WriteAbaqus(CQXDBSession& session, const std::string& path, const WriteO
     }
     return true;
   });
-  std::string text;
-  if (carried) {
-    CheckUnits(session, found);
-    text =
-        Renewed(session, now, systems, *carried, path, found, ShareOf(options.progress, 0.3, 0.8));
-  }
-  if (text.empty()) {
-    text = MarkedDeck(kInpComment,
-                      InpNewText(now, systems, found, ShareOf(options.progress, 0.3, 0.8)).All());
-  } else if (const auto rest = WithoutDeckMark(kInpComment, text); rest.size() < text.size()) {
-    text = MarkedDeck(kInpComment, rest);  // a deck of ours stays one
-  }
   constexpr std::uint16_t kWritten[] = {
       code::kCord,  code::kNode,     code::kElem,    code::kMset,      code::kProp,
       code::kMatl,  code::kMeshCsys, code::kEcrd,    code::kE2DOffset, code::kSprop,
       code::kBlock, code::kSetTag,   code::kCarried, code::kBset};
   ReportUnwritten(session, "abaqus", kWritten, found);
-  if (options.progress) options.progress(0.8);
-  Outcome done = WriteWholeFile(path, text);
+  const Progress tell = ShareOf(options.progress, 0.3, 0.9);
+  Outcome done = WriteFileBy(path, [&](std::ostream& file) {
+    DeckOut of_deck(file, kInpComment, false);
+    if (carried && PutRenewed(session, now, systems, *carried, path, found, tell,
+                              [&](std::string_view piece) { of_deck.Put(piece); })) {
+      return of_deck.Finish();
+    }
+    DeckOut anew(file, kInpComment, true);
+    InpNewText(now, systems, found, tell).All([&](std::string_view piece) { anew.Put(piece); });
+    anew.Finish();
+  });
   if (!done) return done;
   report.Append(found);
   if (options.progress) options.progress(1.0);

@@ -125,4 +125,65 @@ std::int32_t ExodusSideOf(std::int32_t code, std::int32_t side) {
   return side >= edges ? side - edges + 1 : side + 3;
 }
 
+std::string_view ExodusLossOf(std::string_view variable) {
+  struct Kind {
+    std::string_view head;  ///< of the names of variables
+    std::string_view loss;
+  };
+  // A number and what is behind it may follow the head. The first that fits decides.
+  static constexpr Kind kKinds[] = {
+      {"coor_names", ""},
+      {"coord", ""},
+      {"node_num_map", ""},
+      {"elem_num_map", ""},
+      {"connect", ""},
+      {"attrib_name", ""},
+      {"attrib", ""},
+      {"eb_prop1", ""},
+      {"ns_prop1", ""},
+      {"ss_prop1", ""},
+      {"els_prop1", ""},
+      {"eb_status", ""},
+      {"ns_status", ""},
+      {"ss_status", ""},
+      {"els_status", ""},
+      {"eb_names", ""},
+      {"ns_names", ""},
+      {"ss_names", ""},
+      {"els_names", ""},
+      {"node_ns", ""},
+      {"elem_els", ""},
+      {"elem_ss", ""},
+      {"side_ss", ""},
+      {"time_whole", ""},
+      {"name_nod_var", ""},
+      {"name_elem_var", ""},
+      {"vals_nod_var", ""},
+      {"vals_elem_var", ""},
+      {"elem_var_tab", ""},
+      {"qa_records", ""},
+      {"info_records", ""},
+      {"eb_prop", "further properties of blocks and sets were left out"},
+      {"ns_prop", "further properties of blocks and sets were left out"},
+      {"ss_prop", "further properties of blocks and sets were left out"},
+      {"els_prop", "further properties of blocks and sets were left out"},
+      {"vals_glo_var", "variables of the whole mesh were left out"},
+      {"name_glo_var", ""},
+      {"vals_nset_var", "variables of node sets were left out"},
+      {"name_nset_var", ""},
+      {"nset_var_tab", ""},
+      {"vals_sset_var", "variables of side sets were left out"},
+      {"name_sset_var", ""},
+      {"sset_var_tab", ""},
+      {"ebconn", "blocks of edges were left out"},
+      {"fbconn", "blocks of faces were left out"},
+      {"node_map", "further numberings of nodes were left out"},
+      {"elem_map", "further numberings of elements were left out"},
+  };
+  for (const Kind& kind : kKinds) {
+    if (variable.starts_with(kind.head)) return kind.loss;
+  }
+  return "arrays of the file were left out";
+}
+
 }  // namespace qx::exchange

@@ -29,4 +29,7 @@ std::int32_t SideOfExodus(std::int32_t code, std::int64_t side, bool in_space);
 /// The other way round; 0 for a side that there is not. Of surfaces in space.
 std::int32_t ExodusSideOf(std::int32_t code, std::int32_t side);
 
+/// What is lost with an array of a file; "" with one that is read, or follows from what is.
+std::string_view ExodusLossOf(std::string_view variable);
+
 }  // namespace qx::exchange

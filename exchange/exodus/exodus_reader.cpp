@@ -214,12 +214,11 @@ class ExodusReader {
     if (is_over_ || ids.size() != blocks) return;
     element_keys_ = Ids("elem_num_map", elements, "elements");
     MakeRoom(deck_.elements, elements);
-    const bool was_lossless = deck_.report.IsLossless();
     for (std::size_t b = 0; b < blocks && Ok(); ++b) {
       ReadBlock(b + 1, ids[b], names[b], static_cast<std::int64_t>(counts[b]));
       KeepError();
     }
-    if (was_lossless && !deck_.report.IsLossless()) ReportUnused(deck_, deck_.report);
+    if (leaves_nodes_) ReportUnused(deck_, deck_.report);
   }
 
   void ReadBlock(std::size_t number, std::int64_t id, const std::string& name, std::int64_t count) {
@@ -232,6 +231,7 @@ class ExodusReader {
     const int dimension = kind ? FindElementType(kind->code)->dimension : -1;
     Mesh::Group& group = AddGroup(name, "block", id, tagTSetTag::kElements, std::max(dimension, 0));
     if (count == 0) return;
+    leaves_nodes_ = leaves_nodes_ || !kind || kind->is_reduced;
     if (!kind) {
       deck_.report.Lost(
           fmt::format("elements of type '{}' with {} nodes were left out", type, width),
@@ -333,7 +333,12 @@ class ExodusReader {
   void ReadAttributes(std::size_t number, const Block& block) {
     const std::uint64_t count = Count(fmt::format("num_att_in_blk{}", number));
     const std::string variable = fmt::format("attrib{}", number);
-    if (count == 0 || count > 10000 || !in_.Has(variable)) return;
+    if (count == 0 || !in_.Has(variable)) return;
+    if (count > kMostFields) {
+      deck_.report.Lost("attributes of elements were left out", count,
+                        fmt::format("block {}", block.id), kTooManyFields);
+      return;
+    }
     const std::vector<std::string> names = NamesOf(fmt::format("attrib_name{}", number), count);
     const std::vector<double> values =
         in_.Reals(variable, count * static_cast<std::uint64_t>(block.count));
@@ -344,6 +349,14 @@ class ExodusReader {
     }
   }
 
+  /// How many variables to read of those that a dimension counts.
+  std::uint64_t CountFields(const char* dimension, const char* left_out) {
+    const std::uint64_t count = Count(dimension);
+    if (count <= kMostFields) return count;
+    deck_.report.Lost(left_out, count, dimension, kTooManyFields);
+    return 0;
+  }
+
   void ReadVariables() {
     const std::uint64_t steps = Count("time_step");
     CheckNumber("time_step", steps);
@@ -352,9 +365,10 @@ class ExodusReader {
     if (in_.Has("time_whole")) times = in_.Reals("time_whole", steps);
     KeepError();
     times.resize(steps);
-    const std::uint64_t of_nodes = Count("num_nod_var");
-    const std::uint64_t of_elements = Count("num_elem_var");
-    if (steps == 0 || of_nodes > 10000 || of_elements > 10000) return;
+    if (steps == 0) return;
+    const std::uint64_t of_nodes = CountFields("num_nod_var", "variables of nodes were left out");
+    const std::uint64_t of_elements =
+        CountFields("num_elem_var", "variables of elements were left out");
     const std::vector<std::string> node_names = NamesOf("name_nod_var", of_nodes);
     const std::vector<std::string> element_names = NamesOf("name_elem_var", of_elements);
     const std::uint64_t nodes = deck_.node_keys.size();
@@ -578,72 +592,15 @@ class ExodusReader {
   /// thought of.
   void TellOfTheRest() {
     if (!Ok()) return;
-    struct Kind {
-      std::string_view head;  ///< of the names of variables
-      const char* what;       ///< null for what is read, or follows from what is
-    };
-    // A number and what is behind it may follow the head. The first that fits decides.
-    static constexpr Kind kKinds[] = {
-        {"coor_names", nullptr},
-        {"coord", nullptr},
-        {"node_num_map", nullptr},
-        {"elem_num_map", nullptr},
-        {"connect", nullptr},
-        {"attrib_name", nullptr},
-        {"attrib", nullptr},
-        {"eb_prop1", nullptr},
-        {"ns_prop1", nullptr},
-        {"ss_prop1", nullptr},
-        {"els_prop1", nullptr},
-        {"eb_status", nullptr},
-        {"ns_status", nullptr},
-        {"ss_status", nullptr},
-        {"els_status", nullptr},
-        {"eb_names", nullptr},
-        {"ns_names", nullptr},
-        {"ss_names", nullptr},
-        {"els_names", nullptr},
-        {"node_ns", nullptr},
-        {"elem_els", nullptr},
-        {"elem_ss", nullptr},
-        {"side_ss", nullptr},
-        {"time_whole", nullptr},
-        {"name_nod_var", nullptr},
-        {"name_elem_var", nullptr},
-        {"vals_nod_var", nullptr},
-        {"vals_elem_var", nullptr},
-        {"elem_var_tab", nullptr},
-        {"qa_records", nullptr},
-        {"info_records", nullptr},
-        {"eb_prop", "further properties of blocks and sets were left out"},
-        {"ns_prop", "further properties of blocks and sets were left out"},
-        {"ss_prop", "further properties of blocks and sets were left out"},
-        {"els_prop", "further properties of blocks and sets were left out"},
-        {"vals_glo_var", "variables of the whole mesh were left out"},
-        {"name_glo_var", nullptr},
-        {"vals_nset_var", "variables of node sets were left out"},
-        {"name_nset_var", nullptr},
-        {"nset_var_tab", nullptr},
-        {"vals_sset_var", "variables of side sets were left out"},
-        {"name_sset_var", nullptr},
-        {"sset_var_tab", nullptr},
-        {"ebconn", "blocks of edges were left out"},
-        {"fbconn", "blocks of faces were left out"},
-        {"node_map", "further numberings of nodes were left out"},
-        {"elem_map", "further numberings of elements were left out"},
-    };
     LossReport& report = deck_.report;
     for (const std::string& variable : in_.Variables()) {
       if (variable.starts_with("dist_fact_")) {
         TellOfFactors(variable);
         continue;
       }
-      const auto* const kind =
-          std::find_if(std::begin(kKinds), std::end(kKinds),
-                       [&](const Kind& known) { return variable.starts_with(known.head); });
-      if (kind != std::end(kKinds) && !kind->what) continue;
-      report.Lost(kind == std::end(kKinds) ? "arrays of the file were left out" : kind->what, 1,
-                  variable, "the model has no place for them");
+      const std::string_view loss = ExodusLossOf(variable);
+      if (loss.empty()) continue;
+      report.Lost(std::string(loss), 1, variable, "the model has no place for them");
     }
     if (dimension_ < 3 && !deck_.node_keys.empty()) {
       report.Assumed(fmt::format("a mesh of {} dimensions lies in space, at 0", dimension_));
@@ -656,6 +613,9 @@ class ExodusReader {
   }
 
   static constexpr std::size_t kAway = ~std::size_t{0};
+  // A small file must not make a model of fields without values.
+  static constexpr std::uint64_t kMostFields = 10000;
+  static constexpr const char* kTooManyFields = "more than 10000 are not read";
 
   NcReader& in_;
   const std::string& name_;
@@ -663,6 +623,7 @@ class ExodusReader {
   std::vector<Failure>& faults_;
   std::size_t before_;
   bool is_over_ = false;
+  bool leaves_nodes_ = false;  // some that only elements had which were not read, or not whole
   std::uint64_t dimension_ = 3;
   Deck deck_;
   std::vector<Block> blocks_;

@@ -108,6 +108,17 @@ Failure UnsoundHeader(const std::string& name) {
   return {name, "", "is no netCDF file: its description ends early", "write the file again"};
 }
 
+/// How many values so many in each dimension are; the largest number where no number holds them.
+std::uint64_t ProductOf(const std::vector<std::size_t>& lengths) {
+  constexpr std::uint64_t kTooMany = std::numeric_limits<std::uint64_t>::max();
+  if (std::find(lengths.begin(), lengths.end(), 0u) != lengths.end()) return 0;
+  std::uint64_t product = 1;
+  for (const std::uint64_t length : lengths) {
+    product = product > kTooMany / length ? kTooMany : product * length;
+  }
+  return product;
+}
+
 std::mutex& LibraryMutex() {
   static std::mutex mutex;
   return mutex;
@@ -243,11 +254,7 @@ void NcReader::ReadInPieces(const std::string& variable, std::uint64_t count, co
   std::vector<std::size_t> lengths;
   const int id = Find(variable, lengths);
   if (id < 0) return;
-  constexpr std::uint64_t kTooMany = std::numeric_limits<std::uint64_t>::max();
-  std::uint64_t have = 1;
-  for (const std::uint64_t length : lengths) {
-    have = length != 0 && have > kTooMany / length ? kTooMany : have * length;
-  }
+  const std::uint64_t have = ProductOf(lengths);
   if (count != kAny && have != count) {
     return Fail(variable, fmt::format("it has {} values of {}", have, count));
   }
@@ -262,6 +269,10 @@ void NcReader::ReadInPieces(const std::string& variable, std::uint64_t count, co
                         container == NC_FORMAT_64BIT_DATA;
   rows = std::min(is_plain ? rows : lengths[0], lengths[0]);
   std::vector<T> values(rows * width);
+  // The library widens numbers one by one; read as they are and widened here takes half as long.
+  nc_type type = NC_NAT;
+  nc_inq_vartype(id_, id, &type);
+  std::vector<int> narrow(std::is_same_v<T, std::int64_t> && type == NC_INT ? values.size() : 0);
   std::vector<std::size_t> start(lengths.size());
   std::vector<std::size_t> piece = lengths;
   for (; start[0] < lengths[0]; start[0] += piece[0]) {
@@ -271,8 +282,13 @@ void NcReader::ReadInPieces(const std::string& variable, std::uint64_t count, co
       status = nc_get_vara_double(id_, id, start.data(), piece.data(), values.data());
     } else {
       static_assert(sizeof(long long) == sizeof(T));
-      status = nc_get_vara_longlong(id_, id, start.data(), piece.data(),
-                                    reinterpret_cast<long long*>(values.data()));
+      if (!narrow.empty()) {
+        status = nc_get_vara_int(id_, id, start.data(), piece.data(), narrow.data());
+        std::copy_n(narrow.begin(), piece[0] * width, values.begin());
+      } else {
+        status = nc_get_vara_longlong(id_, id, start.data(), piece.data(),
+                                      reinterpret_cast<long long*>(values.data()));
+      }
     }
     if (status != NC_NOERR) return Fail(variable, nc_strerror(status));
     see(std::span<const T>(values).first(piece[0] * width));
@@ -332,16 +348,14 @@ std::vector<std::string> NcReader::Texts(const std::string& variable) {
     Fail(variable, "it is no list of texts");
     return {};
   }
-  std::uint64_t count = 1;
-  for (std::size_t i = 0; i + 1 < lengths.size(); ++i) {
-    count *= std::min<std::uint64_t>(lengths[i], 1u << 20);
-  }
   const std::uint64_t width = lengths.back();
-  if (width > (1u << 20) || !Admit(variable, count * width, 1)) {
+  const std::uint64_t characters = ProductOf(lengths);
+  const std::uint64_t count = width == 0 ? 0 : characters / width;
+  if (width > (1u << 20) || !Admit(variable, characters, 1)) {
     Fail(variable, "its texts are too long");
     return {};
   }
-  std::string all(count * width, '\0');
+  std::string all(characters, '\0');
   const int status = all.empty() ? NC_NOERR : nc_get_var_text(id_, id, all.data());
   if (status != NC_NOERR) Fail(variable, nc_strerror(status));
   std::vector<std::string> texts;

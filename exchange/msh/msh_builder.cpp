@@ -37,12 +37,12 @@ void MshBuilder::PushElement(const MshKind& kind, Key key, std::span<const Key> 
   for (std::size_t i = 0; i < count; ++i) {
     mesh_.connectivity.push_back(nodes[kind.order ? static_cast<std::size_t>(kind.order[i]) : i]);
   }
-  if (nodes.size() > count) ++reduced_[kind.number];
+  if (nodes.size() > count) reduced_[kind.number].Add(key);
 }
 
 void MshBuilder::AddElement(const MshKind& kind, Key key, std::span<const Key> nodes) {
   if (kind.code == 0) {
-    LeaveOut(kind.number);
+    LeaveOut(kind.number, key);
   } else {
     PushElement(kind, key, nodes);
   }
@@ -84,7 +84,7 @@ void MshBuilder::AddToGroup(const MshKind& kind, Key key, std::span<const Key> n
                              (members.empty() || members.back() != mesh_.elements.back().key);
   last_entity_ = entity;
   if (further_group) {
-    ++repeated_;
+    repeated_.Add(key);
   } else {
     PushElement(kind, key, nodes);
   }
@@ -275,29 +275,25 @@ Deck MshBuilder::Finish(MshCursor& in, std::size_t file_bytes) {
 
 void MshBuilder::FillReport() {
   LossReport& report = mesh_.report;
-  for (const auto& [number, count] : reduced_) {
+  for (const auto& [number, told] : reduced_) {
     const MshKind kind = *FindMshKind(number);
     report.Changed(
-        fmt::format("{} were read as {}", kind.Name(), FindElementType(kind.code)->plural), count,
-        {}, "the model has no such element: nodes that it lacks are left over");
+        fmt::format("{} were read as {}", kind.Name(), FindElementType(kind.code)->plural),
+        told.count, fmt::format("element {}", told.first),
+        "the model has no such element: nodes that it lacks are left over");
   }
-  for (const auto& [number, count] : left_out_) {
+  for (const auto& [number, told] : left_out_) {
     const auto kind = FindMshKind(number);
     report.Lost(fmt::format("elements of type {} ({}) were left out", number,
                             kind ? kind->Name() : "an unknown kind"),
-                count, {}, "the model has no such element");
+                told.count, fmt::format("element {}", told.first), "the model has no such element");
   }
-  if (!reduced_.empty() || !left_out_.empty()) {
-    const KeySet used(mesh_.connectivity);
-    const auto unused = std::count_if(mesh_.node_keys.begin(), mesh_.node_keys.end(),
-                                      [&](Key key) { return !used.Contains(key); });
-    report.Changed("nodes that belong to no element that was read",
-                   static_cast<std::uint64_t>(unused), {},
-                   "only elements that were not read had them");
-  }
-  report.Changed("elements that the file repeats for a further group were read once", repeated_, {},
+  if (!reduced_.empty() || !left_out_.empty()) ReportUnused(mesh_, report);
+  report.Changed("elements that the file repeats for a further group were read once",
+                 repeated_.count, fmt::format("element {}", repeated_.first),
                  "an element is in several sets here");
-  report.Lost("parameters of nodes on their entities", parameters_, {},
+  report.Lost("parameters of nodes on their entities", parameters_.count,
+              fmt::format("node {}", parameters_.first),
               "the model has no geometry that they belong to");
   const auto empty = std::count_if(
       mesh_.groups.begin(), mesh_.groups.end(),

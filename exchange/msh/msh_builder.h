@@ -33,8 +33,12 @@ class MshBuilder {
   void AddNodeKey(Key key) { mesh_.node_keys.push_back(key); }
   /// From here until the next call, nodes lie on this entity.
   void BeginNodeBlock(Tag entity);
-  /// Counts parameters of a node on its entity, which are not kept.
-  void LeaveOutParameters() { ++parameters_; }
+  /// Counts parameters of the node of the last point on its entity, which are not kept.
+  void LeaveOutParameters() {
+    const std::size_t points = mesh_.coordinates.size() / 3;
+    parameters_.Add(points > 0 && points <= mesh_.node_keys.size() ? mesh_.node_keys[points - 1]
+                                                                   : 0);
+  }
   /// Coordinates of the nodes, in the order of their keys.
   void AddPoint(const Point& point);
 
@@ -48,8 +52,10 @@ class MshBuilder {
   /// follows its like of the same entity stands for a further group of that one.
   void AddElement(const MshKind& kind, Key key, std::span<const Key> nodes, std::int32_t entity,
                   std::int32_t group, std::span<const std::int32_t> partitions = {});
-  /// Counts elements of a kind that is not read, whatever its number.
-  void LeaveOut(std::int64_t kind, std::uint64_t count = 1) { left_out_[kind] += count; }
+  /// Counts elements of a kind that is not read, whatever its number; the first has this key.
+  void LeaveOut(std::int64_t kind, Key key, std::uint64_t count = 1) {
+    left_out_[kind].Add(key, count);
+  }
 
   // ---- groups -----------------------------------------------------------------------------------
 
@@ -90,6 +96,15 @@ class MshBuilder {
   Deck Finish(MshCursor& in, std::size_t file_bytes);
 
  private:
+  /// How many, and the first.
+  struct Told {
+    std::uint64_t count = 0;
+    Key first = 0;
+    void Add(Key key, std::uint64_t more = 1) {
+      if (count == 0) first = key;
+      count += more;
+    }
+  };
   struct Block {
     Tag entity;
     std::size_t first;  // index of its first element; it ends where the next block begins
@@ -114,13 +129,13 @@ class MshBuilder {
   std::vector<Block> node_blocks_;
   std::map<Tag, std::vector<Key>> elements_on_;  // entities, where elements tell them
   tagTField partitions_;                         // the same
-  std::uint64_t parameters_ = 0;
+  Told parameters_;                              // of nodes
   std::vector<Block> blocks_;
   std::vector<MeshSet> sets_;
   std::int32_t last_entity_ = 0;  // of the last element that told one
-  std::uint64_t repeated_ = 0;
-  std::map<int, std::uint64_t> reduced_;            // by type number
-  std::map<std::int64_t, std::uint64_t> left_out_;  // by type number
+  Told repeated_;
+  std::map<int, Told> reduced_;            // by type number
+  std::map<std::int64_t, Told> left_out_;  // by type number
 };
 
 }  // namespace qx::exchange

@@ -61,7 +61,7 @@ void ReadTextElements(MshCursor& in, MshBuilder& mesh, std::uint64_t count) {
       ReadElement(in, mesh, *kind, key, in.Int());
     } else {
       in.RestOfLine();
-      mesh.LeaveOut(number);
+      mesh.LeaveOut(number, key);
     }
     in.PassOver();
   }

@@ -135,8 +135,12 @@ void SkipBlock(MshCursor& in, MshBuilder& mesh, std::int32_t number, std::uint64
             "write the file as text");
   }
   in.EndLine();
-  for (std::uint64_t i = 0; i < count && in.Ok(); ++i) in.RestOfLine();
-  if (count > 0) mesh.LeaveOut(number, count);
+  Key first = 0;
+  for (std::uint64_t i = 0; i < count && in.Ok(); ++i) {
+    if (i == 0) first = in.Number(true, "element");
+    in.RestOfLine();
+  }
+  if (count > 0) mesh.LeaveOut(number, first, count);
 }
 
 void ReadElementBlocks(MshCursor& in, MshBuilder& mesh, Version version) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 
+#include "qx_db/pool/record_units.h"
 #include "qx_db/record/verbs.h"
 
 #include "exchange/carried_text.h"
@@ -264,7 +265,7 @@ void WriteFields(const MshModel& model, MshSink& out, bool binary, bool with_par
       return true;
     }
     tagTField in_current = field;
-    in_current.ConvertUnitOut(&model.Session().Units());
+    ConvertUnitsOut(in_current, model.Session().Units());
     WriteField(model, out, binary, in_current, report);
     return true;
   });

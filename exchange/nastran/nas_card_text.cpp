@@ -49,6 +49,7 @@ std::size_t NasIndex::Find(Key key) const {
 NasCardText::NasCardText(const Deck& deck, Names property_cards, Names material_cards)
     : deck_(deck),
       systems_(deck.Of<tagTCord>()),
+      shells_(deck),
       property_cards_(std::move(property_cards)),
       material_cards_(std::move(material_cards)) {
   nodes_.Set(deck.node_keys);
@@ -234,6 +235,7 @@ NasFields NasCardText::Element(Key key, const NasLineForm& form) const {
   }
   if (FindNasElementCard(card.Name())->has_property) card.Number(element.property);
   for (std::size_t i = 0; i < count; ++i) card.Number(node(i));
+  shells_.Add(card, key);
   if (!IsNasLine(card.Name()) || count == 1) return card;
   const auto records = lines_.find(key);
   AddNasLine(card, records == lines_.end() ? NasLineRecords() : records->second, form,

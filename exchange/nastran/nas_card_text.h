@@ -10,6 +10,7 @@
 
 #include "exchange/deck.h"
 #include "exchange/nastran/nas_lines.h"
+#include "exchange/nastran/nas_shells.h"
 #include "exchange/nastran/nas_systems.h"
 #include "exchange/nastran/nas_values.h"
 
@@ -88,6 +89,7 @@ class NasCardText {
   std::map<Key, const tagTCord*> records_;
   std::unordered_map<Key, Key> outputs_;  // of nodes
   std::unordered_map<Key, NasLineRecords> lines_;
+  NasShellRecords shells_;
   std::unordered_map<Key, const tagTSprop*> masses_;
   std::vector<std::uint16_t> came_from_;  // block of each element, from 1; 0 for none
   std::vector<std::string> blocks_;       // cards that elements came from

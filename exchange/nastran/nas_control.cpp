@@ -487,7 +487,13 @@ class SetWriter {
         continue;
       }
       const auto wanted = wanted_.find(set.number);
-      if (wanted != wanted_.end() && wanted->second.title.lists != Title::Lists::kNothing) {
+      if (wanted != wanted_.end() &&
+          (wanted->second.title.lists != Title::Lists::kNothing || ListsTextOnly(set, *kind))) {
+        if (wanted->second.title.lists == Title::Lists::kNothing) {
+          wanted->second.kind = *kind;
+          wanted->second.title.lists =
+              *kind == NasKind::kNode ? Title::Lists::kNodes : Title::Lists::kElements;
+        }
         Change(set, *kind, wanted->second, edits);
       } else if (control_.named.contains(set.number)) {
         stay += fmt::format("{}{}", stay.empty() ? "" : ", ", set.number);
@@ -555,16 +561,18 @@ class SetWriter {
       NasSetNumbers number = tag == tags_.end() ? NasSetNumbers() : tag->second;
       Wanted first;
       first.title.name = group.name;
-      const bool by_nodes = group.elements.empty() && !group.nodes.empty();
+      // One of neither keeps the number that it has.
+      const bool by_nodes = group.elements.empty() &&
+                            (!group.nodes.empty() || (number.elements == 0 && number.nodes != 0));
       Key& own = by_nodes ? number.nodes : number.elements;
       // Sets of two decks may have come with one number.
       if (own == 0 || wanted_.contains(own)) own = NewNumber();
       first.title.number = own;
       number_of[index] = own;
       first.kind = by_nodes ? NasKind::kNode : NasKind::kElement;
-      first.title.lists = by_nodes                 ? Title::Lists::kNodes
-                          : group.elements.empty() ? Title::Lists::kNothing
-                                                   : Title::Lists::kElements;
+      first.title.lists = !group.elements.empty() ? Title::Lists::kElements
+                          : !group.nodes.empty()  ? Title::Lists::kNodes
+                                                  : Title::Lists::kNothing;
       first.members = by_nodes ? group.nodes : group.elements;
       wanted_[own] = first;
       if (by_nodes || group.nodes.empty()) continue;
@@ -581,6 +589,19 @@ class SetWriter {
       const auto parent = number_of.find(groups_[static_cast<std::size_t>(index)].parent);
       if (parent != number_of.end()) wanted_[number].title.parent = parent->second;
     }
+  }
+
+  /// Whether a set lists what only the text has, such as scalar points.
+  bool ListsTextOnly(const TextSet& set, NasKind kind) {
+    numbers_.ListTextOnly(text_);
+    return std::any_of(set.ranges.begin(), set.ranges.end(), [&](const TextSet::Range& range) {
+      NasRuns pieces;
+      AddWithout({range.from, range.to}, NasJoined(range.except), pieces);
+      return std::any_of(pieces.begin(), pieces.end(), [&](const NasRun& piece) {
+        bool is_same = true;
+        return !numbers_.TextOnlyIn(kind, piece.from, piece.to, 1, is_same).empty();
+      });
+    });
   }
 
   void Change(const TextSet& set, NasKind kind, const Wanted& wanted, std::vector<NasEdit>& edits) {

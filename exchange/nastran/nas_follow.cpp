@@ -84,10 +84,12 @@ void NasNumbers::Describe(NasKind kind, std::size_t place, Key was, Key now) {
   described_[place] = now;
   auto& were = were_[Index(kind)];
   were.insert(std::upper_bound(were.begin(), were.end(), was), was);
+  stretches_[Index(kind)].reset();
   if (now != was) renamed_[Index(kind)][was] = now;
 }
 
 void NasNumbers::Rename(NasKind kind, Key was, Key now) {
+  stretches_[Index(kind)].reset();
   if (now != was) renamed_[Index(kind)][was] = now;
 }
 
@@ -96,9 +98,7 @@ bool NasNumbers::Is(NasKind kind, Key number) const { return NasHas(Are(kind), n
 
 bool NasNumbers::WasAnyIn(NasKind kind, Key from, Key to) const {
   const auto first = std::lower_bound(Were(kind).begin(), Were(kind).end(), from);
-  bool is_same = true;
-  return (first != Were(kind).end() && *first <= to) ||
-         (from <= to && !TextOnlyIn(kind, from, to, 1, is_same).empty());
+  return (first != Were(kind).end() && *first <= to) || HasTextOnlyIn(kind, from, to);
 }
 
 bool NasNumbers::HasChanged(NasKind kind) const {
@@ -141,6 +141,11 @@ bool NasNumbers::IsTextOnly(NasKind kind, Key number) const {
   const auto behind = std::upper_bound(runs.begin(), runs.end(), number,
                                        [](Key key, const NasRun& run) { return key < run.from; });
   return behind != runs.begin() && std::prev(behind)->to >= number;
+}
+
+bool NasNumbers::HasTextOnlyIn(NasKind kind, Key from, Key to) const {
+  bool is_same = true;
+  return from <= to && !TextOnlyIn(kind, from, to, 1, is_same).empty();
 }
 
 Key NasNumbers::NewNumber(NasKind kind) {
@@ -221,24 +226,89 @@ NasRuns NasNumbers::InRange(NasKind kind, Key from, Key to, Key step, bool& is_s
             !has_any(newcomers, std::lower_bound(newcomers.begin(), newcomers.end(), from),
                      [](Key key) { return key; });
   if (is_same) return {};
+  NasRuns runs =
+      step > 1 ? MovedBySteps(kind, from, to, step, is_same) : Moved(kind, from, to, is_same);
+  const NasRuns only = TextOnlyIn(kind, from, to, step, is_same);
+  runs.insert(runs.end(), only.begin(), only.end());
+  return NasJoined(std::move(runs));
+}
+
+NasRuns NasNumbers::Moved(NasKind kind, Key from, Key to, bool& is_same) const {
+  const std::vector<Stretch>& stretches = StretchesOf(kind);
+  auto at = std::lower_bound(stretches.begin(), stretches.end(), from,
+                             [](const Stretch& s, Key number) { return s.to < number; });
+  // The same range names these where the model has them all, and no others, in it.
+  const std::vector<Key>& are = Are(kind);
+  const auto count_of = [&are](Key first, Key last) {
+    const auto begin = std::lower_bound(are.begin(), are.end(), first);
+    return std::upper_bound(begin, are.end(), last) - begin;
+  };
+  NasRuns runs;
+  is_same = true;
+  for (; at != stretches.end() && at->from <= to; ++at) {
+    if (at->now == 0) continue;
+    const Key shift = at->now - at->from;
+    const NasRun run{std::max(at->from, from) + shift, std::min(at->to, to) + shift};
+    is_same = is_same && run.from >= from && run.to <= to &&
+              count_of(run.from, run.to) == run.to - run.from + 1;
+    runs.push_back(run);
+  }
+  if (!is_same) return runs;
+  std::ptrdiff_t count = 0;
+  for (const NasRun& run : NasJoined(runs)) count += run.to - run.from + 1;
+  is_same = count_of(from, to) == count;
+  return runs;
+}
+
+NasRuns NasNumbers::MovedBySteps(NasKind kind, Key from, Key to, Key step, bool& is_same) const {
   const auto members = [&](const std::vector<Key>& list) {
     std::vector<Key> found;
-    for (auto at = std::lower_bound(list.begin(), list.end(), from); at != list.end() && *at <= to;
-         ++at) {
-      if ((*at - from) % std::max(step, 1) == 0) found.push_back(*at);
+    auto at = std::lower_bound(list.begin(), list.end(), from);
+    while (at != list.end() && *at <= to) {
+      const Key beyond = (*at - from) % step;
+      if (beyond == 0) found.push_back(*at);
+      const std::int64_t next = std::int64_t{*at} - beyond + step;
+      if (next > to) break;
+      // Numbers are mostly in a row: the next is no further on in the list than it is greater.
+      const auto most = std::min<std::int64_t>(list.end() - at, next - *at);
+      at = std::lower_bound(at + 1, at + most, static_cast<Key>(next));
     }
     return found;
   };
   std::vector<Key> now;
   for (const Key was : members(Were(kind))) {
-    const Key number = Now(kind, was);
-    if (number != 0) now.push_back(number);
+    if (const Key number = Now(kind, was)) now.push_back(number);
   }
   std::sort(now.begin(), now.end());
   is_same = now == members(Are(kind));
-  NasRuns runs = TextOnlyIn(kind, from, to, step, is_same);
+  NasRuns runs;
   AddNasRuns(std::move(now), runs);
-  return NasJoined(std::move(runs));
+  return runs;
+}
+
+const std::vector<NasNumbers::Stretch>& NasNumbers::StretchesOf(NasKind kind) const {
+  auto& stretches = stretches_[Index(kind)];
+  if (stretches) return *stretches;
+  stretches.emplace();
+  const std::map<Key, Key>& renamed = renamed_[Index(kind)];
+  auto change = renamed.begin();
+  for (const Key was : Were(kind)) {
+    while (change != renamed.end() && change->first < was) ++change;
+    const Key now = change != renamed.end() && change->first == was ? change->second : was;
+    if (!stretches->empty()) {
+      Stretch& last = stretches->back();
+      const bool follows = last.to != kMaxKey && last.to + 1 == was;
+      const bool moves_along =
+          now == 0 ? last.now == 0 : last.now != 0 && now - was == last.now - last.from;
+      if (last.to == was) continue;  // of two that the text describes under one number
+      if (follows && moves_along) {
+        last.to = was;
+        continue;
+      }
+    }
+    stretches->push_back({was, was, now});
+  }
+  return *stretches;
 }
 
 NasRuns NasJoined(NasRuns runs) {
@@ -271,15 +341,30 @@ namespace {
 
 class Follower {
  public:
-  Follower(NasText& text, NasNumbers& numbers, std::vector<NasEdit>& edits)
-      : text_(text), numbers_(numbers), edits_(edits) {}
+  Follower(NasText& text, NasNumbers& numbers, std::vector<NasEdit>& edits,
+           const Progress& progress)
+      : text_(text), numbers_(numbers), edits_(edits), steps_(progress, text.Cards().size()) {
+    // As many as no deck has that somebody works with: a few cards must not fill the memory.
+    const std::size_t all =
+        numbers.Are(NasKind::kNode).size() + numbers.Are(NasKind::kElement).size();
+    room_ = static_cast<std::int64_t>(std::clamp<std::size_t>(10 * all, 1 << 20, 1 << 24));
+  }
 
-  void Follow(LossReport& report) {
-    if (!numbers_.HasChanged()) return;
+  Outcome Follow(const std::string& path, LossReport& report) {
+    if (!numbers_.HasChanged()) return {};
     numbers_.ListTextOnly(text_);
     MakeRoom();
     ListSetKinds();
-    for (std::size_t i = 0; i < text_.Cards().size(); ++i) FollowCard(i);
+    for (std::size_t i = 0; i < text_.Cards().size(); ++i) {
+      steps_.Step();
+      FollowCard(i);
+      if (room_ >= 0) continue;
+      std::string file;
+      return Failure{path, text_.Place(text_.Cards()[i].begin, file),
+                     "its ranges, and those before it, come to many times more numbers than the "
+                     "model has",
+                     "renumber nodes and elements that ranges name in the order that they had"};
+    }
     for (const auto& [name, told] : left_out_) {
       report.Lost(name + " cards were left out", told.count, told.where,
                   "a node, an element or a system that they name is gone");
@@ -296,6 +381,7 @@ class Follower {
       report.Changed(name + " cards were not checked against renumbering", told.count, told.where,
                      "it is not known which of their numbers follow the model's");
     }
+    return {};
   }
 
  private:
@@ -467,7 +553,7 @@ class Follower {
         return true;
       }
       bool as_was = true;
-      const NasRuns now = numbers_.InRange(*kind, item.from, item.to, item.step, as_was);
+      const NasRuns now = InRange(*kind, item.from, item.to, item.step, as_was);
       if (as_was) {
         std::vector<std::string> words{fmt::format("{}", item.from), "THRU",
                                        fmt::format("{}", item.to)};
@@ -483,6 +569,14 @@ class Follower {
     if (gone > 0) shortened_.Add(text_, card);
     WriteList(index, list, singles, ranges, items.rest);
     return true;
+  }
+
+  NasRuns InRange(NasKind kind, Key from, Key to, Key step, bool& is_same) {
+    NasRuns runs = numbers_.InRange(kind, from, to, step, is_same);
+    for (std::size_t i = 0; i < runs.size(); ++i) steps_.Step();
+    room_ -= static_cast<std::int64_t>(runs.size());
+    if (room_ < 0) runs.clear();
+    return runs;
   }
 
   /// Runs of three and more as ranges, others one by one.
@@ -558,8 +652,8 @@ class Follower {
   bool FollowFirstLast(std::size_t index, const NasKeyList& list) {
     const NasCard& card = text_.Cards()[index];
     bool is_same = true;
-    const NasRuns now = numbers_.InRange(list.kind, NumberAt(card, list.first),
-                                         NumberAt(card, list.end - 1), 1, is_same);
+    const NasRuns now =
+        InRange(list.kind, NumberAt(card, list.first), NumberAt(card, list.end - 1), 1, is_same);
     if (is_same) return true;
     std::vector<Key> singles;
     std::vector<std::vector<std::string>> runs;
@@ -585,6 +679,8 @@ class Follower {
   NasText& text_;
   NasNumbers& numbers_;
   std::vector<NasEdit>& edits_;
+  StepCounter steps_;
+  std::int64_t room_;                           // numbers and ranges that ranges may still become
   std::map<Key, std::set<NasKind>> set_kinds_;  // of SET1, by number
   NasTally left_out_;
   NasTally shortened_;
@@ -594,9 +690,9 @@ class Follower {
 
 }  // namespace
 
-void FollowNasNumbers(NasText& text, NasNumbers& numbers, std::vector<NasEdit>& edits,
-                      LossReport& report) {
-  Follower(text, numbers, edits).Follow(report);
+Outcome FollowNasNumbers(NasText& text, NasNumbers& numbers, std::vector<NasEdit>& edits,
+                         const std::string& path, LossReport& report, const Progress& progress) {
+  return Follower(text, numbers, edits, progress).Follow(path, report);
 }
 
 }  // namespace qx::exchange

@@ -3,7 +3,6 @@
 // Threads: shares nothing; one at a time for each object.
 
 #include <array>
-#include <functional>
 #include <map>
 #include <optional>
 #include <vector>
@@ -62,14 +61,27 @@ class NasNumbers {
   /// between them; 0 when there is none.
   Key NewNumber(NasKind kind);
   /// Members of a range in the text, as numbers of now; none, and `is_same`, where the same range
-  /// names just these now. Once ListTextOnly was called.
+  /// names just these now. Once ListTextOnly was called. Costs what the range has of stretches that
+  /// moved together, and as many lookups; of steps its members.
   NasRuns InRange(NasKind kind, Key from, Key to, Key step, bool& is_same) const;
   /// Those that only the text has; `is_same` becomes false where some have another number.
   NasRuns TextOnlyIn(NasKind kind, Key from, Key to, Key step, bool& is_same) const;
   std::size_t CountTextOnly(NasKind kind, Key from, Key to) const;
 
  private:
+  /// Numbers in a row that the text had, all of which have moved by as much.
+  struct Stretch {
+    Key from;
+    Key to;
+    Key now;  ///< the number that `from` has now; 0: all are gone
+  };
+
   static std::size_t Index(NasKind kind) { return static_cast<std::size_t>(kind); }
+  bool HasTextOnlyIn(NasKind kind, Key from, Key to) const;
+  const std::vector<Stretch>& StretchesOf(NasKind kind) const;
+  /// What a range of the text lists now of the model's records, and whether the same range does.
+  NasRuns Moved(NasKind kind, Key from, Key to, bool& is_same) const;
+  NasRuns MovedBySteps(NasKind kind, Key from, Key to, Key step, bool& is_same) const;
 
   std::vector<std::pair<std::size_t, Key>> places_;
   std::map<std::size_t, Key> described_;
@@ -81,6 +93,7 @@ class NasNumbers {
   std::array<std::vector<Key>, kNasKinds> newcomers_;  ///< that were not in the text
   std::array<Key, kNasKinds> newest_{};
   std::array<Key, kNasKinds> newest_gap_{};
+  mutable std::array<std::optional<std::vector<Stretch>>, kNasKinds> stretches_;  ///< when asked
 };
 
 /// The greatest number that the format has.
@@ -91,8 +104,9 @@ bool NasHas(const std::vector<Key>& list, Key number);
 
 /// Lets the numbers in the cards of a text follow. Cards that are described nowhere in the model
 /// and name what is gone are left out, where they cannot do without; `edits` gets cards that become
-/// several. Tells what was left out, and of cards of which it is not known what they number.
-void FollowNasNumbers(NasText& text, NasNumbers& numbers, std::vector<NasEdit>& edits,
-                      LossReport& report);
+/// several. Tells what was left out, and of cards of which it is not known what they number. Fails,
+/// of a deck to be written to `path`, where ranges come to many times more numbers than there are.
+Outcome FollowNasNumbers(NasText& text, NasNumbers& numbers, std::vector<NasEdit>& edits,
+                         const std::string& path, LossReport& report, const Progress& progress);
 
 }  // namespace qx::exchange

@@ -1,5 +1,6 @@
 #include "exchange/nastran/nas_placing.h"
 
+#include <algorithm>
 #include <map>
 
 #include "exchange/nastran/nas_systems.h"
@@ -24,42 +25,93 @@ bool StandOnNodes(tagTCord& system, const std::array<Key, 3>& nodes,
   return true;
 }
 
+/// Works through systems and nodes, each as soon as what it is given in is known.
+class Placer {
+ public:
+  Placer(std::vector<NasGrid>& nodes, std::vector<tagTCord>& systems,
+         const std::vector<NasOnNodes>& on_nodes,
+         const std::unordered_map<Key, std::size_t>& index_of)
+      : nodes_(nodes), systems_(systems), index_of_(index_of) {
+    placed_.nodes.resize(nodes.size());
+    placed_.systems.resize(systems.size());
+    for (const NasOnNodes& on : on_nodes) on_nodes_[on.system] = &on;
+  }
+
+  NasPlaced Place() {
+    for (std::size_t s = 0; s < systems_.size(); ++s) {
+      if (on_nodes_.contains(s)) continue;
+      const auto reference = static_cast<Key>(systems_[s].reference);
+      (reference == 0 ? ready_ : systems_in_[reference]).push_back(s);
+    }
+    for (const auto& [system, on] : on_nodes_) {
+      for (const Key node : on->nodes) systems_on_[node].push_back(system);
+    }
+    for (std::size_t n = 0; n < nodes_.size(); ++n) {
+      if (nodes_[n].system != 0) nodes_in_[nodes_[n].system].push_back(n);
+    }
+    for (std::size_t n = 0; n < nodes_.size(); ++n) {
+      if (nodes_[n].system == 0) PlaceNode(n);
+    }
+    while (!ready_.empty()) {
+      const std::size_t system = ready_.back();
+      ready_.pop_back();
+      PlaceSystem(system);
+    }
+    std::sort(placed_.without_axes.begin(), placed_.without_axes.end());
+    return std::move(placed_);
+  }
+
+ private:
+  void PlaceNode(std::size_t n) {
+    NasGrid& node = nodes_[n];
+    const auto basic = known_.ToBasic(node.system, Vector3(node.at.data()));
+    if (!basic || placed_.nodes[n]) return;
+    placed_.moved += node.system != 0;
+    basic->CopyTo(node.at.data());
+    placed_.nodes[n] = 1;
+    const auto waiting = systems_on_.find(node.key);
+    if (waiting == systems_on_.end()) return;
+    for (const std::size_t system : waiting->second) {
+      if (!placed_.systems[system] && StandOnNodes(systems_[system], on_nodes_.at(system)->nodes,
+                                                   nodes_, placed_.nodes, index_of_)) {
+        ready_.push_back(system);
+      }
+    }
+  }
+
+  void PlaceSystem(std::size_t s) {
+    if (placed_.systems[s]) return;
+    placed_.systems[s] = 1;
+    const Key key = systems_[s].key;
+    if (!known_.Add(systems_[s])) return placed_.without_axes.push_back(s);
+    const auto systems = systems_in_.find(key);
+    if (systems != systems_in_.end()) {
+      ready_.insert(ready_.end(), systems->second.begin(), systems->second.end());
+    }
+    const auto nodes = nodes_in_.find(key);
+    if (nodes == nodes_in_.end()) return;
+    for (const std::size_t node : nodes->second) PlaceNode(node);
+  }
+
+  std::vector<NasGrid>& nodes_;
+  std::vector<tagTCord>& systems_;
+  const std::unordered_map<Key, std::size_t>& index_of_;
+  NasPlaced placed_;
+  NasSystems known_;
+  std::map<std::size_t, const NasOnNodes*> on_nodes_;
+  std::vector<std::size_t> ready_;  // systems of which it is known what they are given in
+  // By number: what waits for a system, and systems that wait for a node.
+  std::unordered_map<Key, std::vector<std::size_t>> systems_in_;
+  std::unordered_map<Key, std::vector<std::size_t>> nodes_in_;
+  std::unordered_map<Key, std::vector<std::size_t>> systems_on_;
+};
+
 }  // namespace
 
 NasPlaced PlaceNasNodes(std::vector<NasGrid>& nodes, std::vector<tagTCord>& systems,
                         const std::vector<NasOnNodes>& on_nodes,
                         const std::unordered_map<Key, std::size_t>& index_of) {
-  NasPlaced placed;
-  placed.nodes.resize(nodes.size());
-  placed.systems.resize(systems.size());
-  NasSystems known;
-  std::map<std::size_t, const NasOnNodes*> nodes_of;
-  for (const NasOnNodes& on : on_nodes) nodes_of[on.system] = &on;
-  for (bool goes_on = true; goes_on;) {
-    goes_on = false;
-    for (std::size_t s = 0; s < systems.size(); ++s) {
-      if (placed.systems[s]) continue;
-      const auto on = nodes_of.find(s);
-      const bool is_ready =
-          on == nodes_of.end()
-              ? known.Knows(static_cast<Key>(systems[s].reference))
-              : StandOnNodes(systems[s], on->second->nodes, nodes, placed.nodes, index_of);
-      if (!is_ready) continue;
-      if (!known.Add(systems[s])) placed.without_axes.push_back(s);
-      placed.systems[s] = 1;
-      goes_on = true;
-    }
-    for (std::size_t n = 0; n < nodes.size(); ++n) {
-      if (placed.nodes[n]) continue;
-      const auto basic = known.ToBasic(nodes[n].system, Vector3(nodes[n].at.data()));
-      if (!basic) continue;
-      placed.moved += nodes[n].system != 0;
-      basic->CopyTo(nodes[n].at.data());
-      placed.nodes[n] = 1;
-      goes_on = true;
-    }
-  }
-  return placed;
+  return Placer(nodes, systems, on_nodes, index_of).Place();
 }
 
 }  // namespace qx::exchange

@@ -17,6 +17,7 @@
 #include "exchange/nastran/nas_placing.h"
 #include "exchange/nastran/nas_properties.h"
 #include "exchange/nastran/nas_rules.h"
+#include "exchange/nastran/nas_shells.h"
 #include "exchange/nastran/nas_systems.h"
 #include "exchange/nastran/nas_tally.h"
 
@@ -236,7 +237,8 @@ class NasReader : private NasFieldReader {
     return card.name == "CBAR" ? bar_defaults_ : card.name == "CBEAM" ? beam_defaults_ : nullptr;
   }
 
-  /// Orientation, offsets and releases of lines, and masses, once nodes and systems are known.
+  /// Orientation, offsets and releases of lines, masses, and what single shells have, once nodes
+  /// and systems are known.
   void ReadLines() {
     const NasSystems systems(systems_);
     std::unordered_map<Key, Key> output;
@@ -251,10 +253,12 @@ class NasReader : private NasFieldReader {
       if (of == output.end()) return NasNodeFrame{at, Triad()};
       return NasNodeFrame{at, systems.AxesAt(of->second, at).value_or(Triad())};
     };
+    NasShellReader shells(*this, deck_);
     for (std::size_t e = 0; e < deck_.elements.size(); ++e) {
       const NasCard& card = text_.Cards()[element_cards_[e]];
       const Key* nodes = &deck_.connectivity[deck_.elements[e].first];
       if (card.name == "CONM2") ReadNasMass(*this, card, nodes[0], frames, deck_);
+      if (IsNasShell(card.name)) shells.Read(card, deck_.elements[e].key, systems);
       if (!IsNasLine(card.name) || deck_.elements[e].type == element::kPoint) continue;
       ReadNasLine(*this, card, DefaultsOf(card), {nodes[0], nodes[1]}, frames, systems, deck_);
     }
@@ -387,6 +391,7 @@ class NasReader : private NasFieldReader {
           "{} properties have no card that is read: they hold their number", properties));
     }
     for (tagTProp& property : deck_.Of<tagTProp>()) {
+      LeaveIfUnknown(property.coordinate_system);
       const auto material = static_cast<Key>(property.material);
       if (material == 0 || material_keys_.contains(material)) continue;
       property.material = 0;
@@ -394,6 +399,7 @@ class NasReader : private NasFieldReader {
                         fmt::format("property {}", property.key),
                         "no card that is read describes them");
     }
+    for (tagTSprop& mass : deck_.Of<tagTSprop>()) LeaveIfUnknown(mass.coordinate_system);
     Key key = 0;
     for (const auto& [kind, number] : sets_) {
       tagTBset set;
@@ -401,6 +407,12 @@ class NasReader : private NasFieldReader {
       set.name.Set(Utf16(fmt::format("{} {}", kind, number)));
       deck_.Of<tagTBset>().push_back(set);
     }
+  }
+
+  /// A system that the deck lacks stays in the card, which is held in part then.
+  void LeaveIfUnknown(TRef<code::kCord>& system) const {
+    const auto number = static_cast<Key>(system);
+    if (number != 0 && !system_index_.contains(number)) system = 0;
   }
 
   /// The card that each element was read from.
@@ -457,12 +469,12 @@ class NasReader : private NasFieldReader {
 
   /// Cards of which the model has a place for some fields only.
   void FindUntold(StepCounter& steps) {
-    bool any_line = false;
+    std::vector<std::size_t> of_records;  // elements whose cards say more than their nodes
     for (std::size_t e = 0; e < deck_.elements.size(); ++e) {
       steps.Step();
       const NasCard& card = text_.Cards()[element_cards_[e]];
       if (IsNasLine(card.name) || card.name == "CONM2") {
-        any_line = true;
+        of_records.push_back(e);
         continue;
       }
       const NasElementCard& kind = *FindNasElementCard(card.name);
@@ -475,7 +487,11 @@ class NasReader : private NasFieldReader {
       for (std::size_t f = behind; f < card.fields.size(); ++f) {
         const bool is_system = is_shell && f == system && DeckInteger(Text(card, f));
         if (card.fields[f].length == 0 || (DeckReal(Text(card, f)) == 0 && !is_system)) continue;
-        in_part_.Add(text_, card);
+        if (IsNasShell(card.name)) {
+          of_records.push_back(e);
+        } else {
+          in_part_.Add(text_, card);
+        }
         break;
       }
     }
@@ -488,11 +504,10 @@ class NasReader : private NasFieldReader {
       const NasCard& card = *material_sources_[i];
       CountUntold(card, NasMaterialCard(card.name, deck_.Of<tagTMatl>()[i]));
     }
-    if (!any_line) return;
+    if (of_records.empty()) return;
     const NasCardText cards(deck_);
-    for (std::size_t e = 0; e < deck_.elements.size(); ++e) {
+    for (const std::size_t e : of_records) {
       const NasCard& card = text_.Cards()[element_cards_[e]];
-      if (!IsNasLine(card.name) && card.name != "CONM2") continue;
       const NasLineForm form = NasLineForm::Of(text_, card, DefaultsOf(card));
       CountUntold(card, cards.Element(deck_.elements[e].key, form));
     }

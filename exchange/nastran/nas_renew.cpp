@@ -16,6 +16,7 @@
 #include "exchange/nastran/nas_reader.h"
 #include "exchange/nastran/nas_rules.h"
 #include "exchange/nastran/nas_tally.h"
+#include "exchange/nastran/nas_units.h"
 
 namespace qx::exchange {
 namespace {
@@ -27,10 +28,11 @@ constexpr double kSame = 1e-12;
 class Renewer {
  public:
   Renewer(const tagTCarried& carried, const Deck& now, const std::map<Key, Key>& systems,
-          const NasSetTags& tags, const std::string& path, LossReport& report,
-          const Progress& progress)
+          const NasSetTags& tags, const CQXUnitCtrl& units, const std::string& path,
+          LossReport& report, const Progress& progress)
       : path_(path),
         progress_(progress),
+        units_(units),
         text_(std::string(carried.text.data(), carried.text.size()), path),
         numbers_(carried, text_, now, systems),
         now_deck_(now),
@@ -42,12 +44,15 @@ class Renewer {
     MatchNumbers();
     if (Outcome fits = CheckKeys(); !fits) return fits.Error();
     const NasCardText now(now_deck_, property_cards_, material_cards_);
-    FollowNasNumbers(text_, numbers_, edits_, report_);
+    const Progress follow = ShareOf(progress_, 0, 0.2);
+    Outcome followed = FollowNasNumbers(text_, numbers_, edits_, path_, report_, follow);
+    if (!followed) return followed.Error();
     std::vector<NasSource> sources;
     std::vector<Failure> faults;
     NasReading reading;
     reading.sources = &sources;
     reading.carries = false;
+    reading.progress = ShareOf(progress_, 0.2, 0.5);
     reading.is_described = [this](std::size_t card) { return IsDescribed(card); };
     const Result<Deck> before = ParseNastran(text_, path_, faults, reading);
     if (!before) {  // never a deck without the text that came with it
@@ -65,10 +70,14 @@ class Renewer {
       if (card.name == "BAROR") bar_defaults_ = &card;
       if (card.name == "BEAMOR") beam_defaults_ = &card;
     }
-    StepCounter steps(progress_, sources.size());
+    const Progress renew = ShareOf(progress_, 0.5, 1);
+    StepCounter steps(renew, sources.size());
     for (std::size_t i = 0; i < sources.size(); ++i) {
       steps.Step();
-      if (sources[i].kind == Kind::kCarried) continue;
+      if (sources[i].kind == Kind::kCarried) {
+        units_.Count(text_, text_.Cards()[sources[i].card], NasFields());
+        continue;
+      }
       std::size_t end = i + 1;
       while (end < sources.size() && sources[end].card == sources[i].card) ++end;
       for (std::size_t j = i; j < end; ++j) DoneOf(sources[j].kind).push_back(sources[j].key);
@@ -85,7 +94,8 @@ class Renewer {
     WriteNasSets(text_, numbers_, now_deck_, WrittenGroups(), tags_, edits_, head, report_);
     AddNewCards();
     Tell(*before);
-    return head + ApplyEdits(text_.Text(), std::move(edits_));
+    if (!head.empty()) edits_.insert(edits_.begin(), {0, 0, std::move(head)});
+    return ApplyEdits(text_.Text(), std::move(edits_));
   }
 
  private:
@@ -169,6 +179,7 @@ class Renewer {
   void Patch(std::size_t index, const NasFields& then, const NasFields& now) {
     const NasCard& card = text_.Cards()[index];
     if (now.IsEmpty()) return text_.Remove(index);
+    if (now.Name() == card.name) units_.Count(text_, card, then);
     const std::size_t count = std::max(then.Count(), now.Count());
     // A number of what is gone was taken out of the text; the model may say another.
     const auto is_emptied = [&card](std::size_t f) {
@@ -262,7 +273,8 @@ class Renewer {
 
   void RenewProperty(std::size_t index, Key key) {
     const std::string_view card = text_.Cards()[index].name;
-    const tagTProp* then = then_->PropertyOf(key);
+    const std::optional<tagTProp> in_units = units_.Written(then_->PropertyOf(key));
+    const tagTProp* then = in_units ? &*in_units : nullptr;
     const tagTProp* now = now_->PropertyOf(key);
     const NasFields fields = now_->Property(key);
     if (then && now && (card == "PBARL" || card == "PBEAML") && fields.Name() == card) {
@@ -284,7 +296,8 @@ class Renewer {
   void RenewMaterial(std::size_t index, Key key) {
     const NasFields fields = now_->Material(key);
     if (const tagTMatl* now = now_->MaterialOf(key)) {
-      TellUnsaid(*now, fields, then_->MaterialOf(key));
+      const std::optional<tagTMatl> then = units_.Written(then_->MaterialOf(key));
+      TellUnsaid(*now, fields, then ? &*then : nullptr);
     }
     Patch(index, then_->Material(key), fields);
   }
@@ -503,6 +516,7 @@ class Renewer {
   // ---- the report -------------------------------------------------------------------------------
 
   void Tell(const Deck& before) {
+    units_.Tell(report_);
     for (const auto& [name, told] : rewritten_) {
       report_.Changed("changed " + name + " cards were written as others", told.count, told.where,
                       "they cannot say what the model holds now; what only they said is gone");
@@ -630,6 +644,7 @@ class Renewer {
       report_.Lost("offsets that follow from sections were left out", record.from_section != 0,
                    fmt::format("offset {}", record.key), "the format has fields for lengths only");
     }
+    NasShellRecords::Tell(now_deck_, report_);
     for (const tagTE1DRelease& record : now_deck_.Of<tagTE1DRelease>()) {
       const auto any = [](const PackedDouble(&numbers)[3]) {
         return std::any_of(std::begin(numbers), std::end(numbers),
@@ -644,6 +659,7 @@ class Renewer {
 
   const std::string& path_;
   const Progress& progress_;
+  NasUnits units_;
   NasText text_;
   NasNumbers numbers_;
   const Deck& now_deck_;
@@ -671,9 +687,9 @@ class Renewer {
 
 Result<std::string> RenewNasDeck(const tagTCarried& carried, const Deck& now,
                                  const std::map<Key, Key>& systems, const NasSetTags& tags,
-                                 const std::string& path, LossReport& report,
-                                 const Progress& progress) {
-  return Renewer(carried, now, systems, tags, path, report, progress).Text();
+                                 const CQXUnitCtrl& units, const std::string& path,
+                                 LossReport& report, const Progress& progress) {
+  return Renewer(carried, now, systems, tags, units, path, report, progress).Text();
 }
 
 }  // namespace qx::exchange

@@ -1,43 +1,33 @@
 #include "exchange/nastran/nas_systems.h"
 
-#include "qx_db/model/standard_pools.h"
-
 namespace qx::exchange {
 
-struct NasSystems::Pool {
-  CQXDBSession session{AddStandardPools};
-  DPoolCord& systems = *session.GetPool<DPoolCord>(code::kCord);
-};
-
-NasSystems::NasSystems() = default;
-NasSystems::NasSystems(NasSystems&&) noexcept = default;
-NasSystems& NasSystems::operator=(NasSystems&&) noexcept = default;
-NasSystems::~NasSystems() = default;
-
-NasSystems::NasSystems(const std::vector<tagTCord>& systems) : NasSystems() {
-  std::vector<char> done(systems.size(), 0);
-  for (bool goes_on = true; goes_on;) {
-    goes_on = false;
-    for (std::size_t i = 0; i < systems.size(); ++i) {
-      if (done[i] || !Knows(static_cast<Key>(systems[i].reference))) continue;
-      done[i] = 1;
-      goes_on = Add(systems[i]) || goes_on;
-    }
+NasSystems::NasSystems(const std::vector<tagTCord>& systems) {
+  std::unordered_map<Key, std::vector<const tagTCord*>> waiting;  // by what they wait for
+  std::vector<const tagTCord*> ready;
+  for (const tagTCord& system : systems) {
+    const auto reference = static_cast<Key>(system.reference);
+    (reference == 0 ? ready : waiting[reference]).push_back(&system);
+  }
+  while (!ready.empty()) {
+    const tagTCord& system = *ready.back();
+    ready.pop_back();
+    if (!Add(system)) continue;
+    const auto found = waiting.find(system.key);
+    if (found == waiting.end()) continue;
+    ready.insert(ready.end(), found->second.begin(), found->second.end());
+    waiting.erase(found);
   }
 }
 
-bool NasSystems::Add(tagTCord system) {
-  const auto reference = static_cast<Key>(system.reference);
-  if (!Knows(reference)) return false;
-  if (!pool_) {
-    pool_ = std::make_unique<Pool>();
-    pool_->systems.RemoveAll();
-  }
-  system.reference = reference == 0 ? 0 : known_.at(reference).item;
-  const ITR added = pool_->systems.InsertNU(system);
+bool NasSystems::Add(const tagTCord& system) {
+  const auto reference = known_.find(static_cast<Key>(system.reference));
+  const bool is_basic = system.reference == 0;
+  if (!is_basic && reference == known_.end()) return false;
+  const Known in = is_basic ? Known{tagTCord::kRectangular, Frame()} : reference->second;
   Frame frame;
-  if (!added || !pool_->systems.GetFrame(added, frame)) return false;
-  known_[system.key] = {added, system.type, frame};
+  if (!FrameIn(in.type, in.frame, system, frame)) return false;
+  known_[system.key] = {system.type, frame};
   return true;
 }
 
@@ -57,7 +47,7 @@ std::optional<Vector3> NasSystems::ToBasic(Key number, const Vector3& at) const 
   if (number == 0) return at;
   const auto found = known_.find(number);
   if (found == known_.end()) return std::nullopt;
-  const auto& [item, type, frame] = found->second;
+  const auto& [type, frame] = found->second;
   return frame.origin + frame.axes.ToGlobal(ToRectangular(type, at));
 }
 
@@ -65,7 +55,7 @@ std::optional<Vector3> NasSystems::FromBasic(Key number, const Vector3& point) c
   if (number == 0) return point;
   const auto found = known_.find(number);
   if (found == known_.end()) return std::nullopt;
-  const auto& [item, type, frame] = found->second;
+  const auto& [type, frame] = found->second;
   return FromRectangular(type, frame.axes.ToLocal(point - frame.origin));
 }
 
@@ -74,8 +64,7 @@ std::optional<Triad> NasSystems::AxesAt(Key number, const Vector3& point) const 
   const auto found = known_.find(number);
   Triad axes;
   if (found == known_.end()) return std::nullopt;
-  const tagTCord& system = pool_->systems.GetAtNU(found->second.item);
-  if (!pool_->systems.GetAxesAt(system, point, axes)) return std::nullopt;
+  if (!qx::AxesAt(found->second.type, found->second.frame, point, axes)) return std::nullopt;
   return axes;
 }
 

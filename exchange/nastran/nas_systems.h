@@ -2,7 +2,6 @@
 // The coordinate systems of a deck, by their numbers, and points and directions in them.
 // Threads: shares nothing; one at a time for each object.
 
-#include <memory>
 #include <optional>
 #include <unordered_map>
 
@@ -15,16 +14,13 @@ namespace qx::exchange {
 /// Systems whose references are numbers of others. Number 0 is the basic system.
 class NasSystems {
  public:
-  NasSystems();
+  NasSystems() = default;
   /// All systems of a deck that rest on each other; those that do not are not known.
   explicit NasSystems(const std::vector<tagTCord>& systems);
-  NasSystems(NasSystems&&) noexcept;
-  NasSystems& operator=(NasSystems&&) noexcept;
-  ~NasSystems();
 
   /// Adds a system under its key; false when the one it refers to is not known, or when its points
   /// give no axes.
-  bool Add(tagTCord system);
+  bool Add(const tagTCord& system);
   bool Knows(Key number) const { return number == 0 || known_.contains(number); }
   bool IsRectangular(Key number) const;
   /// Origin and axes in the basic system; none for a system that is not known.
@@ -36,10 +32,7 @@ class NasSystems {
   std::optional<Triad> AxesAt(Key number, const Vector3& point) const;
 
  private:
-  struct Pool;
-  std::unique_ptr<Pool> pool_;
   struct Known {
-    ITR item;
     std::int32_t type;
     Frame frame;
   };

@@ -145,6 +145,10 @@ NasFields& NasFields::Blank(int count) {
   values_.resize(values_.size() + static_cast<std::size_t>(count));
   return *this;
 }
+void NasFields::Set(std::size_t field, NasValue value) {
+  values_.resize(std::max(values_.size(), field + 1));
+  values_[field] = std::move(value);
+}
 NasFields& NasFields::Word(std::string text) {
   NasValue value;
   value.kind = text.empty() ? NasValue::Kind::kBlank : NasValue::Kind::kWord;

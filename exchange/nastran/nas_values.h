@@ -45,6 +45,8 @@ class NasFields {
   }
   NasFields& Blank(int count = 1);
   NasFields& Word(std::string text);  ///< blank for ""
+  /// A field wherever it is; those before it that are not there are blank.
+  void Set(std::size_t field, NasValue value);
 
   bool IsEmpty() const { return name_.empty(); }
   const std::string& Name() const { return name_; }

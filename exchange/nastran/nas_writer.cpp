@@ -19,6 +19,11 @@ namespace {
 /// The deck of a model that came from none.
 constexpr std::string_view kEmptyDeck = "SOL 101\nCEND\nBEGIN BULK\nENDDATA\n";
 
+/// Whether a record holds the text of a deck.
+bool IsDeck(const tagTCarried& record) {
+  return record.format.View() == u"nastran" && record.keyword.View() == kNasDeck;
+}
+
 /// Gives systems the numbers that the format knows them by, which are their keys but for the one
 /// that came with the number of the global one; returns them by the keys that they had.
 std::map<Key, Key> NumberSystems(Deck& deck, const tagTCarried& carried) {
@@ -50,6 +55,7 @@ std::map<Key, Key> NumberSystems(Deck& deck, const tagTCarried& carried) {
   for (tagTMeshCsys& assigned : deck.Of<tagTMeshCsys>()) rename(assigned.coordinate_system);
   for (tagTEcrd& orientation : deck.Of<tagTEcrd>()) rename(orientation.coordinate_system);
   for (tagTSprop& mass : deck.Of<tagTSprop>()) rename(mass.coordinate_system);
+  for (tagTE2DMatlCsys& shell : deck.Of<tagTE2DMatlCsys>()) rename(shell.coordinate_system);
   for (tagTProp& property : deck.Of<tagTProp>()) rename(property.coordinate_system);
   return numbers;
 }
@@ -67,17 +73,19 @@ NasSetTags SetTags(CQXDBSession& session) {
   return tags;
 }
 
-/// Units that carried numbers are not in.
-void TellUnits(CQXDBSession& session, LossReport& report) {
-  const UnitSystem& current = session.Units().Current();
+/// The units that the deck was read in as those of the model, and those to write as current ones.
+CQXUnitCtrl UnitsOfText(CQXDBSession& session) {
+  CQXUnitCtrl units;
+  units.SetModel(session.Units().Current());
+  units.SetCurrent(session.Units().Current());
   host::ForEach<tagTOrigin>(&session, [&](ITR, const tagTOrigin& origin) {
     if (origin.format.View() != u"nastran") return true;
-    const bool is_same =
-        std::equal(current.index.begin(), current.index.end(), std::begin(origin.units));
-    report.Changed("carried cards keep the units that the deck was read in", is_same ? 0 : 1,
-                   Utf8(origin.file.View()), "it is not known which of their numbers have units");
+    UnitSystem of_text;
+    std::copy(std::begin(origin.units), std::end(origin.units), of_text.index.begin());
+    if (IsValid(of_text)) units.SetModel(of_text);
     return false;
   });
+  return units;
 }
 
 }  // namespace
@@ -92,7 +100,7 @@ Result<std::string> NasDeckText(CQXDBSession& session, const std::string& path, 
   empty.text.Assign(kEmptyDeck.data(), kEmptyDeck.size());
   const tagTCarried* carried = nullptr;
   host::ForEach<tagTCarried>(&session, [&](ITR, const tagTCarried& record) {
-    if (record.format.View() != u"nastran" || record.keyword.View() != kNasDeck) return true;
+    if (!IsDeck(record)) return true;
     if (carried) {
       report.Lost("decks besides the first that the model came from were left out", 1,
                   fmt::format("carried text {}", record.key),
@@ -104,16 +112,10 @@ Result<std::string> NasDeckText(CQXDBSession& session, const std::string& path, 
   });
   const tagTCarried& source = carried ? *carried : empty;
   const std::map<Key, Key> systems = NumberSystems(deck, source);
-  if (carried) TellUnits(session, report);
   if (Outcome numbers = CheckNumbers(deck, path); !numbers) return numbers.Error();
   const Progress renew = ShareOf(progress, 0.3, 1);
-  Result<std::string> text =
-      RenewNasDeck(source, deck, systems, SetTags(session), path, report, renew);
-  if (!text) return text;
-  // A deck of ours stays one; one that came from somebody is his.
-  const std::string_view rest = WithoutDeckMark("$", *text);
-  if (!carried || rest.size() < text->size()) *text = MarkedDeck("$", rest);
-  return text;
+  return RenewNasDeck(source, deck, systems, SetTags(session), UnitsOfText(session), path, report,
+                      renew);
 }
 
 Outcome WriteNastran(CQXDBSession& session, const std::string& path, const WriteOptions& options,
@@ -125,11 +127,22 @@ Outcome WriteNastran(CQXDBSession& session, const std::string& path, const Write
   if (!text) return text.AsOutcome();
   if (options.progress) options.progress(0.9);
   constexpr std::uint16_t kWritten[] = {
-      code::kCord,  code::kNode,       code::kElem,  code::kMset,   code::kProp,
-      code::kMatl,  code::kMeshCsys,   code::kEcrd,  code::kBset,   code::kE1DOffset,
-      code::kSprop, code::kE1DRelease, code::kBlock, code::kSetTag, code::kCarried};
+      code::kCord,  code::kNode,      code::kElem,     code::kMset,        code::kProp,
+      code::kMatl,  code::kMeshCsys,  code::kEcrd,     code::kBset,        code::kE1DOffset,
+      code::kSprop, code::kE2DOffset, code::kE2DThick, code::kE2DMatlCsys, code::kE1DRelease,
+      code::kBlock, code::kSetTag,    code::kCarried};
   ReportUnwritten(session, "nastran", kWritten, found);
-  Outcome written = WriteWholeFile(path, *text);
+  // A deck of ours stays one; one that came from somebody is his.
+  bool is_new = true;
+  host::ForEach<tagTCarried>(&session, [&](ITR, const tagTCarried& record) {
+    is_new = !IsDeck(record);
+    return is_new;
+  });
+  Outcome written = WriteFileBy(path, [&](std::ostream& file) {
+    DeckOut out(file, "$", is_new);
+    out.Put(*text);
+    out.Finish();
+  });
   if (!written) return written;
   report.Append(found);
   if (options.progress) options.progress(1.0);
@@ -138,7 +151,7 @@ Outcome WriteNastran(CQXDBSession& session, const std::string& path, const Write
 
 void TellNasText(CQXDBSession& session, LossReport& report) {
   host::ForEach<tagTCarried>(&session, [&](ITR, const tagTCarried& record) {
-    if (record.format.View() != u"nastran" || record.keyword.View() != kNasDeck) return true;
+    if (!IsDeck(record)) return true;
     const std::string name = "deck that the model came from";
     const NasText text(std::string(record.text.data(), record.text.size()), name);
     std::vector<Failure> faults;

@@ -432,16 +432,49 @@ void VtkBuilder::AddField(const VtkArray& array, bool of_points) {
     }
     list.SetSize(to - list.data());
   };
-  if (of_points) {
-    fill(field.node_values, [&](std::size_t i) {
-      const bool is_here = is_repeated_.empty() || !is_repeated_[i];
-      return std::pair(i, is_here ? point_keys_[i] : 0);
-    });
+  if (of_points && is_repeated_.empty()) {
+    fill(field.node_values, [&](std::size_t i) { return std::pair(i, point_keys_[i]); });
+  } else if (of_points) {
+    const std::vector<bool> has_value = WithValueOfAnother(field, values, array.place);
+    fill(field.node_values,
+         [&](std::size_t i) { return std::pair(i, has_value[i] ? 0 : point_keys_[i]); });
+    const auto by_target = [](const auto& a, const auto& b) {
+      return static_cast<ITR>(a.target) < static_cast<ITR>(b.target);
+    };
+    auto* const first = field.node_values.data();
+    std::stable_sort(first, first + field.node_values.size(), by_target);
   } else {
     fill(field.element_values, [&](std::size_t i) {
       return std::pair(cell_of_[i], static_cast<Key>(first_element_ + i + 1));
     });
   }
+}
+
+/// The points of the piece whose nodes have a value from another one already, which they keep;
+/// counts those for which this piece has another value.
+std::vector<bool> VtkBuilder::WithValueOfAnother(const tagTField& field,
+                                                 const std::vector<double>& values,
+                                                 const std::string& place) {
+  std::vector<bool> has_value(point_keys_.size());
+  const auto width = static_cast<std::size_t>(field.components);
+  const auto* const begin = field.node_values.data();
+  const auto* const end = begin + field.node_values.size();
+  for (std::size_t i = 0; i < point_keys_.size(); ++i) {
+    if (!is_repeated_[i]) continue;
+    const auto node = static_cast<ITR>(point_keys_[i]);
+    const auto* const found = std::lower_bound(begin, end, node, [](const auto& value, ITR key) {
+      return static_cast<ITR>(value.target) < key;
+    });
+    has_value[i] = found != end && static_cast<ITR>(found->target) == node;
+    bool is_same = true;
+    for (std::size_t c = 0; has_value[i] && c < width; ++c) {
+      const double one = found[c].value;
+      const double other = values[i * width + c];
+      is_same = is_same && (one == other || (std::isnan(one) && std::isnan(other)));
+    }
+    if (!is_same && differing_.count++ == 0) differing_.where = place;
+  }
+  return has_value;
 }
 
 // ---- the end ------------------------------------------------------------------------------------
@@ -606,9 +639,9 @@ void VtkBuilder::FillReport() {
         fmt::format("{} points at the place of a point of another piece stayed apart", doubles_),
         "a piece has two at one place");
   }
-  if (!reduced_.empty() || !left_out_.empty()) {
-    ReportUnused(deck_, report);
-  }
+  report.Changed("values of one point that differ from piece to piece", differing_.count,
+                 differing_.where, "a node keeps that of the first piece");
+  if (!reduced_.empty() || !left_out_.empty() || ghosts_ > 0) ReportUnused(deck_, report);
 }
 
 }  // namespace qx::exchange

@@ -66,6 +66,8 @@ class VtkBuilder {
   void ForEachOfElement(const VtkArray& array, Visit&& visit) const;
   void AddData(const VtkArray& array, bool of_points);
   void AddField(const VtkArray& array, bool of_points);
+  std::vector<bool> WithValueOfAnother(const tagTField& field, const std::vector<double>& values,
+                                       const std::string& place);
   void AddMembers(const VtkArray& array, bool of_points);
   tagTField& FieldFor(const VtkArray& array, bool of_points);
   void GiveKeys(std::vector<Key>& wishes, std::size_t count, const char* what,
@@ -120,6 +122,7 @@ class VtkBuilder {
   std::map<std::string, Told> left_out_;
   std::map<std::pair<std::string, std::int32_t>, Told> reduced_;
   std::map<std::pair<std::string, std::int32_t>, std::uint64_t> renamed_;
+  Told differing_;
   std::uint64_t ghosts_ = 0;
   std::uint64_t rounded_ = 0;
   std::string rounded_where_;

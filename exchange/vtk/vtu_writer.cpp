@@ -10,6 +10,7 @@
 #include <span>
 
 #include "qx_db/model/mesh_set_pool.h"
+#include "qx_db/pool/record_units.h"
 #include "qx_db/record/element_types.h"
 #include "qx_db/record/verbs.h"
 
@@ -360,7 +361,7 @@ class Contents {
     const auto gather = [this, &field, of_points, count, width] {
       std::vector<double> values(count, std::numeric_limits<double>::quiet_NaN());
       tagTField in_current = field;
-      in_current.ConvertUnitOut(&session_.Units());
+      ConvertUnitsOut(in_current, session_.Units());
       const auto scatter = [&](const auto& list) {
         std::size_t component = 0;
         ITR last = 0;

@@ -116,6 +116,36 @@ TEST_F(Bulk, ASmallModelTakesInALargerOne) {
   EXPECT_EQ(keys, (std::vector<Key>{1, 2, 3, 4, 5, 6}));
 }
 
+/// Points in a system that counts in angles: these are degrees in every model.
+TEST_F(Bulk, AnglesOfNestedSystemsStayInOtherUnits) {
+  CQXDBSession file(AddStandardPools);
+  UnitSystem millimetres;
+  millimetres[UnitBase::kLength] = FindUnit(UnitBase::kLength, "mm");
+  file.Units().SetModel(millimetres);
+  // Those that others are given in stand behind them.
+  const ITR cylindrical = Put<tagTCord>(file, 9, [](auto& c) { c.type = tagTCord::kCylindrical; });
+  const ITR spherical = Put<tagTCord>(file, 8, [](auto& c) { c.type = tagTCord::kSpherical; });
+  for (const auto& [key, reference] : {std::pair(3, cylindrical), {4, spherical}}) {
+    Put<tagTCord>(file, key, [&](auto& c) {
+      c.reference = reference;
+      c.origin = {1000, 30, 60};
+      c.axis_point = {2000, 31, 62};
+      c.plane_point = {3000, 35, 70};
+    });
+  }
+  ASSERT_EQ(SaveModel(file, Path("source.qxm")).Line(), "");
+  CQXDBSession into(AddStandardPools);
+  ImportOptions options;
+  options.keep_keys = true;
+  Import(into, options);
+  const auto& systems = Pool<tagTCord>(into);
+  const tagTCord& in_cylindrical = systems.GetAtNU(systems.Find(3));
+  EXPECT_EQ(in_cylindrical.origin, (tagTVector3<double>{1, 30, 0.06}));
+  EXPECT_EQ(in_cylindrical.axis_point, (tagTVector3<double>{2, 31, 0.062}));
+  EXPECT_EQ(in_cylindrical.plane_point, (tagTVector3<double>{3, 35, 0.07}));
+  EXPECT_EQ(systems.GetAtNU(systems.Find(4)).origin, (tagTVector3<double>{1, 30, 60}));
+}
+
 /// The records with which a model begins stand for each other as long as they say the same; what a
 /// name is in use for comes under another.
 TEST_F(Bulk, DefaultsJoinAndNamesAreToldApart) {

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <functional>
 #include <gtest/gtest.h>
 #include <map>
@@ -38,6 +40,22 @@ TEST_F(AbaqusModel, UntouchedDecksComeBackToTheLetter) {
   auto& conditions = *session_.GetDataPool(code::kBset);
   EXPECT_NE(const_cast<DPoolBase&>(conditions).GetItr(u"one: BOUNDARY held"), 0u);
   EXPECT_NE(const_cast<DPoolBase&>(conditions).GetItr(u"one: CLOAD"), 0u);
+}
+
+TEST_F(AbaqusModel, KeywordsThatStayInTheirUnitsAreTold) {
+  Import(kDeck);
+  ExportOptions options;
+  options.units = "mm";
+  ASSERT_EQ(ExportFile(session_, folder_.Path("mm.inp"), options, report_).Line(), "");
+  const std::string told = fmt::format("{}", fmt::join(Briefly(report_), "\n"));
+  for (const char* keyword : {"*BOUNDARY", "*CLOAD", "*PLASTIC"}) {
+    const std::string line =
+        fmt::format("{} keywords keep the units that the deck was read in: 1", keyword);
+    EXPECT_NE(told.find(line), std::string::npos) << line << "\n" << told;
+  }
+  for (const char* keyword : {"*STATIC", "*DENSITY", "*ELASTIC", "*NODE"}) {
+    EXPECT_EQ(told.find(keyword), std::string::npos) << keyword << "\n" << told;
+  }
 }
 
 TEST_F(AbaqusModel, OnlyWhatChangedDiffers) {

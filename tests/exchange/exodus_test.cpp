@@ -6,8 +6,10 @@
 #include <algorithm>
 #include <filesystem>
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <gtest/gtest.h>
 #include <limits>
+#include <netcdf.h>
 
 #include "qx_db/gateway/document.h"
 #include "qx_db/mesh/topology_table.h"
@@ -321,6 +323,9 @@ struct Sixty {
   std::vector<std::int32_t> members{1, 2, 3, 4, 5, 6, 7, 8};
   std::vector<double> factors = std::vector<double>(8, 1.0);
   std::vector<double> x = std::vector<double>(8, 0.5);
+  std::vector<std::int32_t> numbers = {1, 2, 3, 4, 5, 6, 7, 8};  ///< of the nodes
+  std::size_t variables = 0;  ///< of nodes, of elements, and attributes
+  std::size_t steps = 0;
 
   Sixty() {
     for (int e = 0; e < 60; ++e) {
@@ -347,7 +352,19 @@ struct Sixty {
     out.Text("connect1", "elem_type", type);
     out.Define("node_ns1", Type::kInteger, {members_length});
     out.Define("dist_fact_ns1", Type::kReal, {members_length});
+    out.Define("node_num_map", Type::kInteger, {nodes});
+    if (steps > 0) out.Dimension("time_step", steps);
+    if (variables > 0) {
+      out.Dimension("num_nod_var", variables);
+      out.Dimension("num_elem_var", variables);
+      const int attributes = out.Dimension("num_att_in_blk1", variables);
+      out.Define("attrib1", Type::kReal, {elements, attributes});
+    }
     out.EndDefinitions();
+    out.Put("node_num_map", numbers);
+    if (variables > 0) {
+      out.Put("attrib1", std::vector<double>(variables * connect.size() / nodes_each, 1.0));
+    }
     for (const char* axis : {"coordx", "coordy", "coordz"}) out.Put(axis, x);
     out.Put("connect1", connect);
     out.Put("node_ns1", members);
@@ -407,6 +424,76 @@ TEST(ExodusModel, ArraysOfMorePiecesThanOneKeepEveryElement) {
       }
       ASSERT_EQ(sum, expected) << "element " << e << (is_flat ? " of a flat array" : "");
     }
+  }
+}
+
+TEST(ExodusLosses, WhatIsTooMuchAndWhatIsLeftOverIsTold) {
+  const ScratchFolder folder;
+  Sixty file;
+  file.variables = 10001;
+  file.steps = 1;
+  file.numbers[3] = 1;  // a loss of its own, before those of the elements
+  file.type = "NSIDED";
+  file.Write(folder.Path("a.e"));
+  std::vector<Failure> faults;
+  Result<Deck> deck = ReadExodus(folder.Path("a.e"), {}, faults);
+  ASSERT_TRUE(deck) << deck.AsOutcome().Line();
+  std::string told = fmt::format("{}", fmt::join(Briefly(deck->report), "\n"));
+  for (const char* part :
+       {"numbers of nodes were given anew: 8", "variables of nodes were left out: 10001",
+        "variables of elements were left out: 10001",
+        "nodes that belong to no element that was read: 8"}) {
+    EXPECT_NE(told.find(part), std::string::npos) << part << "\n" << told;
+  }
+  file.type = "HEX";
+  file.Write(folder.Path("b.e"));
+  deck = ReadExodus(folder.Path("b.e"), {}, faults);
+  ASSERT_TRUE(deck) << deck.AsOutcome().Line();
+  told = fmt::format("{}", fmt::join(Briefly(deck->report), "\n"));
+  EXPECT_NE(told.find("attributes of elements were left out: 10001"), std::string::npos) << told;
+}
+
+/// A container that holds next to nothing may say that it has any number of values.
+TEST(ExodusHostile, CountsOfAnySizeAreRefused) {
+  struct Case {
+    const char* variable;
+    nc_type type;
+    std::vector<std::size_t> lengths;
+  };
+  constexpr std::size_t kLarge = std::size_t{1} << 33;
+  const Case cases[] = {
+      {"reals", NC_DOUBLE, {kLarge, kLarge}},  // 2^66 values
+      {"reals", NC_DOUBLE, {kLarge, 3, kLarge / 4}},
+      {"reals", NC_INT, {std::size_t{1} << 40}},
+      {"texts", NC_CHAR, {std::size_t{1} << 40, 1}},
+      {"texts", NC_CHAR, {kLarge, kLarge}},
+      {"texts", NC_CHAR, {1u << 20, 1u << 20, 1u << 20, 16}},
+  };
+  const ScratchFolder folder;
+  for (const Case& c : cases) {
+    const std::string path = folder.Path("a.e");
+    int id = 0;
+    int variable = 0;
+    std::vector<int> dimensions;
+    ASSERT_EQ(nc_create(path.c_str(), NC_NETCDF4 | NC_CLOBBER, &id), NC_NOERR);
+    for (const std::size_t length : c.lengths) {
+      const std::string name = fmt::format("d{}", dimensions.size());
+      ASSERT_EQ(nc_def_dim(id, name.c_str(), length, &dimensions.emplace_back()), NC_NOERR);
+    }
+    ASSERT_EQ(nc_def_var(id, c.variable, c.type, static_cast<int>(dimensions.size()),
+                         dimensions.data(), &variable),
+              NC_NOERR);
+    ASSERT_EQ(nc_close(id), NC_NOERR);
+    const auto file = NcReader::Open(path);
+    ASSERT_TRUE(file) << file.AsOutcome().Line();
+    if (c.type == NC_CHAR) {
+      EXPECT_TRUE((*file)->Texts(c.variable).empty());
+    } else {
+      (*file)->Reals(c.variable, NcReader::kAny,
+                     [](std::span<const double>) { FAIL() << "there are none"; });
+    }
+    ASSERT_FALSE((*file)->Ok()) << c.variable;
+    EXPECT_EQ((*file)->Error().place, c.variable);
   }
 }
 

@@ -283,11 +283,10 @@ TEST(LossReports, StrictRefusesAndJsonTells) {
   EXPECT_EQ(session.GetDataPool(code::kNode)->GetSize(), 0);
   const std::string json = report.ToJson(path, "msh", "import");
   dbgateway::DataBase document;
-  EXPECT_NE(
-      json.find(
-          "{\"kind\": \"lost\", \"what\": \"elements of type 34 (polygons) were left "
-          "out\", \"count\": 1, \"where\": \"\", \"why\": \"the model has no such element\"}"),
-      std::string::npos)
+  EXPECT_NE(json.find("{\"kind\": \"lost\", \"what\": \"elements of type 34 (polygons) were left "
+                      "out\", \"count\": 1, \"where\": \"element 1\", \"why\": \"the model has no "
+                      "such element\"}"),
+            std::string::npos)
       << json;
 }
 

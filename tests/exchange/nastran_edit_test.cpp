@@ -16,19 +16,6 @@ namespace {
 
 // ---- cases --------------------------------------------------------------------------------------
 
-/// Nodes 1 to 9 on a line, a quadrilateral, rods, and what a case adds.
-std::string DeckWith(const std::string& cards, const std::string& control = "") {
-  std::string deck = "SOL 101\nCEND\n" + control + "BEGIN BULK\n";
-  for (int i = 1; i < 10; ++i) {
-    deck +=
-        fmt::format("GRID    {:<16}{:<8}{:<8}0.\n", i, fmt::format("{}.", i), i % 2 ? "0." : "1.");
-  }
-  deck += "CQUAD4  1       1       1       2       3       4\n";
-  for (int i = 2; i < 6; ++i) deck += fmt::format("CROD    {:<8}2       {:<8}{}\n", i, i, i + 1);
-  return deck + "PSHELL  1       1       .1      1\nPROD    2       1       .2\n" +
-         "MAT1    1       2.+11           .3\n" + cards + "ENDDATA\n";
-}
-
 struct Case {
   const char* name;
   std::string deck;
@@ -480,6 +467,30 @@ std::vector<Case> Cases() {
        {"CBAR    80      5       1       3       0.      1.      0.\n"},
        {},
        {"lines with the axes of a system were written along their nodes: 1"}},
+      {"SetsOfScalarPointsAloneStay",
+       DeckWith("SPOINT  20      THRU    25\n",
+                "DISP = 5\nSET 5 = 20 THRU 22\n$ Set 6: nodes of \"probes\"\nSET 6 = 23,24\n"),
+       RenumberNode2,
+       {"SET 5 = 20 THRU 22\n$ Set 6: nodes of \"probes\"\nSET 6 = 23,24\n"},
+       {"nothing of", "$ Set 1"},
+       {}},
+      {"ExceptOfScalarPointsStays",
+       DeckWith("SPOINT  20      THRU    25\n",
+                "DISP = 5\nSET 5 = 1 THRU 25 EXCEPT 21 THRU 23\nACCE = 6\n"
+                "SET 6 = 20 THRU 25 EXCEPT 22\n"),
+       RenumberNode2,
+       {"SET 5 = 1, 3 THRU 9, 20, 24, 25, 2000\n", "SET 6 = 20 THRU 25 EXCEPT 22\n"},
+       {},
+       {}},
+      {"SystemsThatTheDeckLacksStayNamed",
+       DeckWith("PSOLID  3       1       7\nCONM2   90      1       8       1.5\n"),
+       [](NastranModel& model) {
+         RenumberNode2(model);
+         model.Change<tagTProp>(3, [](tagTProp& property) { property.material = 0; });
+       },
+       {"PSOLID  3               7\n", "CONM2   90      1       8       1.5\n"},
+       {},
+       {}},
       {"SetsOfUnknownKindAreTold",
        DeckWith("", "SET 1 = 1 THRU 4\n"),
        RenumberNode2,
@@ -591,94 +602,6 @@ TEST(NastranRefusals, NumbersThatNoDeckCanHold) {
   NastranModel model;
   model.Import(DeckWith("GRID*   123456789                       1.\n*       1.\n"));
   EXPECT_EQ(model.Refusal(), "");
-}
-
-TEST(NastranParts, ThatNoCardSaysAreTold) {
-  for (const bool is_anew : {false, true}) {
-    NastranModel model;
-    model.Import(DeckWith(""));
-    model.Edit([&] {
-      model.Change<tagTMatl>(1, [](tagTMatl& material) {
-        material.specific_heat = 3;
-        material.endurance_cycles = 4;
-        material.density = 5;
-      });
-      model.Change<tagTProp>(1, [](tagTProp& property) {
-        property.perimeter = 2;
-        property.damping[4] = 1;
-      });
-      if (is_anew) model.Remove<tagTCarried>(1);
-    });
-    for (const char* name : {"out.bdf", "out.inp"}) {
-      const std::string told = model.ExportAs(name);
-      const bool is_nastran = std::string_view(name) == "out.bdf";
-      EXPECT_NE(told.find(is_nastran ? "parts of materials were left out: specific heat, endurance "
-                                       "cycles: 1"
-                                     : "parts of materials were left out: endurance cycles"),
-                std::string::npos)
-          << name << "\n"
-          << told;
-      EXPECT_NE(told.find("parts of properties were left out: perimeter, damping"),
-                std::string::npos)
-          << name << "\n"
-          << told;
-    }
-  }
-}
-
-TEST(NastranBoundarySets, HaveTheNamesOfTheirKinds) {
-  NastranModel model;
-  model.Import(
-      DeckWith("SPCD    11      2       3       .1\nDLOAD   12      1.      1.      13\n"
-               "TLOAD1  13      14                      15\nTEMPRB  16      2       1.\n"
-               "DEFORM  17      2       .1\nSUPORT1 18      1       123\nMPCADD  19      1\n"));
-  std::set<std::string> names;
-  host::ForEach<tagTBset>(&model.Session(), [&](ITR, const tagTBset& set) {
-    names.insert(Utf8(set.name.View()));
-    return true;
-  });
-  EXPECT_EQ(names, (std::set<std::string>{"LOAD 11", "DLOAD 12", "DLOAD 13", "LOAD 16", "LOAD 17",
-                                          "SUPORT1 18", "MPC 19"}));
-}
-
-// A small file neither fills the memory nor takes minutes.
-TEST(NastranHostile, CostsWhatItsSizeSays) {
-  std::string sets;
-  std::string grids;
-  std::string labels;
-  for (int i = 1; i < 20000; ++i) {
-    sets += fmt::format("SET {} = 1 THRU 99999999\nDISP = {}\n", i, i);
-    grids += fmt::format("GRID,{},,0.,0.,0.\n", i);
-    labels += fmt::format("GRID,{},,0.,0.,0.,,,,+{}\n", 20000 + i, i % 7);
-  }
-  for (int i = 1; i < 20000; ++i) labels += fmt::format("+{},\n", 900 + i);
-  std::string list = "SET1,7";
-  for (int i = 1; i < 20000; ++i) list += fmt::format(",{}{}", i, i % 8 == 6 ? "\n," : "");
-  NastranModel model;
-  model.Import(sets + "BEGIN BULK\n" + grids + labels + list + "\nPANEL,A,7\nENDDATA\n");
-  EXPECT_NE(model.ToldIn().find("they list no numbers, or too many"), std::string::npos);
-  model.Edit([&] {
-    for (Key key = 1; key < 20000; key += 2) model.Renumber<tagTNode>(key, key + 50000);
-  });
-  EXPECT_NE(model.Export().find(",50001,"), std::string::npos);
-}
-
-TEST(NastranElsewhere, WhatOnlyItsTextSaysIsTold) {
-  NastranModel model;
-  model.Import(
-      DeckWith("FORCE   1       9               1.      1.      0.      0.\n"
-               "CONROD  70      1       2       1       2.5\n"
-               "GRID    71              0.      0.      0.              123\n"));
-  for (const char* name : {"out.msh", "out.vtu", "out.inp"}) {
-    const std::string told = model.ExportAs(name);
-    for (const char* part : {"cards carried as text were left out: 1 (FORCE 1",
-                             "what CONROD cards say besides was left out: 1",
-                             "permanent constraints of nodes were left out: 1"}) {
-      EXPECT_NE(told.find(part), std::string::npos) << name << "\n" << told;
-    }
-  }
-  model.Export();
-  EXPECT_EQ(model.ToldOut().find("left out"), std::string::npos) << model.ToldOut();
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #pragma once
 // A model that comes from a Nastran deck, changes, and goes back.
 
+#include <fmt/format.h>
 #include <functional>
 #include <gtest/gtest.h>
 #include <string>
@@ -14,6 +15,19 @@
 #include "tests/scratch_folder.h"
 
 namespace qx::exchange {
+
+/// Nodes 1 to 9 on a line, a quadrilateral, rods, and what a case adds.
+inline std::string DeckWith(const std::string& cards, const std::string& control = "") {
+  std::string deck = "SOL 101\nCEND\n" + control + "BEGIN BULK\n";
+  for (int i = 1; i < 10; ++i) {
+    deck +=
+        fmt::format("GRID    {:<16}{:<8}{:<8}0.\n", i, fmt::format("{}.", i), i % 2 ? "0." : "1.");
+  }
+  deck += "CQUAD4  1       1       1       2       3       4\n";
+  for (int i = 2; i < 6; ++i) deck += fmt::format("CROD    {:<8}2       {:<8}{}\n", i, i, i + 1);
+  return deck + "PSHELL  1       1       .1      1\nPROD    2       1       .2\n" +
+         "MAT1    1       2.+11           .3\n" + cards + "ENDDATA\n";
+}
 
 /// A model in a folder of its own.
 class NastranModel {

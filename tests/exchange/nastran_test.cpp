@@ -137,7 +137,8 @@ TEST(NastranFaults, ManyWrongCardsAreAsManyLinesInTheOrderOfTheFile) {
 TEST(NastranReports, TellWhatTheModelHasNoPlaceFor) {
   const std::pair<const char*, const char*> cases[] = {
       {"", "the deck was read to its end (no ENDDATA ends it)"},
-      {"CQUAD4,1,1,1,2,3,4,45.\n", "1 CQUAD4 are held in part; their cards are carried whole"},
+      {"CQUAD4,1,1,1,2,3,4,45.,,,1,.5,.5,.5,.5\n",  // thicknesses as parts of the property's
+       "1 CQUAD4 are held in part; their cards are carried whole"},
       {"CONROD,1,1,2,7,1.5\n", "1 CONROD are held in part"},
       {"CROD,1,,1,2\n", "1 CROD have no property (they name none"},
       {"CBUSH,1,1,1,2,1.,0.,0.,,.3\n", "1 CBUSH are held in part"},
@@ -146,8 +147,8 @@ TEST(NastranReports, TellWhatTheModelHasNoPlaceFor) {
       {"MAT8,1,1.,2.,.3\n", "1 MAT8 are held in part"},
       {"PSHELL,1,7,.1,7\nMAT1,7,1.\n", "1 PSHELL are held in part"},  // without shear
       {"PSHELL,1,,.1,7\nMAT1,7,1.\n", "1 PSHELL are held in part"},   // without membrane
-      {"CQUAD4,1,1,1,2,3,4,0\n", "1 CQUAD4 are held in part"},        // the basic system, no angle
-      {"CTRIA3,1,1,1,2,3,,.5\n", "1 CTRIA3 are held in part"},
+      {"CQUAD4,1,1,1,2,3,4,9\n", "1 CQUAD4 are held in part"},        // no such system
+      {"CTRIA3,1,1,1,2,3,,,,,,.5\n", "1 CTRIA3 are held in part"},    // one thickness of three
       {"CQUAD4,1,1,1,2,3,4,0.,,,.1\n", "1 CQUAD4 are held in part"},
       {"CELAS1,1,1,1,1,2,1\nPELAS,1,5.\n", "cards carried as text: CELAS1 1, PELAS 1"},
       {"CONM1,1,2,,5.\n", "cards carried as text: CONM1 1"},
@@ -166,6 +167,37 @@ TEST(NastranReports, TellWhatTheModelHasNoPlaceFor) {
 }
 
 /// Vectors count in the displacement system of a node, in the basic one, or along the element.
+TEST(NastranShells, HaveTheirDirectionsOffsetsAndThicknesses) {
+  const char* const cards[] = {
+      "CTRIA3,1,1,1,2,3,30.,.5\n,,,.1,.2,.3\n",
+      "CTRIAR,1,1,1,2,3,30.,.5\n,,,.1,.2,.3\n",
+      "CTRIA6,1,1,1,2,3,4,5,6\n,30.,.5,.1,.2,.3\n",
+      "CQUAD4,1,1,1,2,3,4,30.,.5\n,,,.1,.2,.3,.4\n",
+      "CQUADR,1,1,1,2,3,4,30.,.5\n,,,.1,.2,.3,.4\n",
+      "CQUAD8,1,1,1,2,3,4,5,6\n,7,8,.1,.2,.3,.4,30.,.5\n",
+  };
+  for (const std::string card : cards) {
+    const Result<Deck> deck =
+        Parse("BEGIN BULK\n" + Grids(8) + card + "PSHELL,1,1,.7,1,,1\nMAT1,1,1.\n");
+    ASSERT_TRUE(deck) << deck.AsOutcome().Line();
+    ASSERT_EQ(deck->Of<tagTE2DMatlCsys>().size(), 1u) << card;
+    ASSERT_EQ(deck->Of<tagTE2DOffset>().size(), 1u) << card;
+    ASSERT_EQ(deck->Of<tagTE2DThick>().size(), 1u) << card;
+    EXPECT_EQ(deck->Of<tagTE2DMatlCsys>()[0].type, tagTE2DMatlCsys::kByAngle) << card;
+    EXPECT_EQ(deck->Of<tagTE2DMatlCsys>()[0].angle_deg, 30) << card;
+    EXPECT_EQ(deck->Of<tagTE2DOffset>()[0].offset, 0.5) << card;
+    const tagTE2DThick& thick = deck->Of<tagTE2DThick>()[0];
+    for (std::size_t i = 0; i < (card[1] == 'Q' ? 4u : 3u); ++i) {
+      EXPECT_EQ(thick.thickness[i], (static_cast<double>(i) + 1) / 10) << card;
+    }
+    EXPECT_EQ(thick.uniform, 0) << card;
+    EXPECT_EQ(thick.elements, (TArray<ITR>{1})) << card;
+    for (const Loss& loss : deck->report.entries) {
+      EXPECT_EQ(loss.what.find("held in part"), std::string::npos) << loss.Line();
+    }
+  }
+}
+
 TEST(NastranVectors, CountInTheSystemsThatTheirCardsName) {
   // Displacements of node 1 count along y and against x.
   const std::string deck =

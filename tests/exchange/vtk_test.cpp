@@ -634,9 +634,10 @@ TEST(VtkPieces, SharedPointsStayApartOrAreMergedAsChosen) {
     EXPECT_EQ(deck->node_keys.size(), merged ? 7u : 8u);
     EXPECT_EQ(deck->elements.size(), 3u);
     const std::vector<std::string> lines = Briefly(deck->report);
-    ASSERT_EQ(lines.size(), 2u);
+    ASSERT_EQ(lines.size(), 3u);
     EXPECT_NE(lines[0].find("ghost cells"), std::string::npos);
     EXPECT_NE(lines[1].find(merged ? "are one node" : "stayed apart"), std::string::npos);
+    EXPECT_NE(lines[2].find("nodes that belong to no element that was read"), std::string::npos);
   }
 }
 

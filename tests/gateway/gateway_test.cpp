@@ -74,6 +74,32 @@ TEST(Gateway, AReadReplacesWhatIsThereAndKeepsWhatIsNot) {
   EXPECT_EQ(document.CollectionNames().size(), 1u) << "a table is written anew";
 }
 
+TEST(Gateway, AnglesOfNestedSystemsAreDegreesInEveryUnit) {
+  MeshSession m;
+  UnitSystem millimetres;
+  millimetres[UnitBase::kLength] = FindUnit(UnitBase::kLength, "mm");
+  m.session.Units().SetCurrent(millimetres);
+  auto& systems = *m.session.GetPool<DPoolCord>(code::kCord);
+  EXPECT_TRUE(m.Read(systems, R"({"CORD": {"2": {"TYPE": 1}, "3": {"TYPE": 2},
+      "4": {"REF_CORD": 2, "ORIGIN": [1000, 30, 60]},
+      "5": {"REF_CORD": 3, "ORIGIN": [1000, 30, 60]}}})")
+                  .empty());
+  const auto origin = [&](Key key) { return systems.GetAtNU(systems.Find(key)).origin; };
+  EXPECT_EQ(origin(4), (tagTVector3<double>{1, 30, 0.06}));
+  EXPECT_EQ(origin(5), (tagTVector3<double>{1, 30, 60}));
+  DataBase document;
+  TArray<Key> keys{4, 5};
+  ASSERT_TRUE(systems.WriteAPI(&document, keys, 0));
+  DataBase again;
+  ASSERT_EQ(again.Parse(document.ToText()).Line(), "");
+  ASSERT_TRUE(systems.ReadAPI(&again, 0));
+  EXPECT_EQ(origin(4), (tagTVector3<double>{1, 30, 0.06}));
+  EXPECT_EQ(origin(5), (tagTVector3<double>{1, 30, 60}));
+  // Moved into the other system, and told where in its coordinates.
+  m.Read(systems, R"({"CORD": {"4": {"REF_CORD": 3, "ORIGIN": [2000, 40, 50]}}})");
+  EXPECT_EQ(origin(4), (tagTVector3<double>{2, 40, 50}));
+}
+
 TEST(Gateway, FunctionsConvertByTheirKindsAndTellWhichTheyCannot) {
   MeshSession m;
   DPoolBase& functions = *m.session.GetDataPool(code::kFunc);

@@ -15,6 +15,7 @@
 #include "qx_db/platform/long_work.h"
 #include "qx_db/platform/pages.h"
 #include "qx_db/pool/ext_db_pool.h"
+#include "qx_db/pool/record_units.h"
 #include "qx_db/record/verbs.h"
 
 namespace qx {
@@ -512,7 +513,7 @@ class Importer {
       StoreAt<Key>(bytes + row.offset, found == kLoose ? 0 : KeyOf(found));
     }
     if (!(units_.Model() == units_.Current())) {
-      record->ConvertUnitIn(&units_);
+      ConvertUnitsIn(*record, units_);
       if (tell && !LeftUnconverted(schema, *record).empty()) {
         report_.unconverted.emplace_back(schema.Type(), KeyOf(item));
       }

@@ -10,6 +10,7 @@
 #include "qx_db/gateway/document.h"
 #include "qx_db/lib/message.h"
 #include "qx_db/platform/long_work.h"
+#include "qx_db/pool/record_units.h"
 #include "qx_db/record/verbs.h"
 
 namespace qx {
@@ -107,12 +108,12 @@ class PoolReader {
     if (has_units) {
       former_.assign(detail::Bytes(*record), detail::Bytes(*record) + schema.RecordSize());
       // The record speaks the gateway's units while it takes over the gateway's values.
-      record->ConvertUnitOut(&session_.Units());
+      ConvertUnitsOut(*record, session_.Units());
     }
     KeyedSetBase::SetKey(*record, key);
     record->api_convert_record_to_db(&session_, &from);
     if (has_units) {
-      record->ConvertUnitIn(&session_.Units());
+      ConvertUnitsIn(*record, session_.Units());
       RestoreAbsent(schema, from, former_.data(), *record);
       TellUnconverted(*record);
     }
@@ -187,7 +188,7 @@ bool DPoolBase::WriteAPI(DataBase* to, TArray<Key>& keys, int) {
     const ITR found = Find(key);
     if (!found) continue;
     set_->CopyTo(*record, found);
-    if (session_) record->ConvertUnitOut(&session_->Units());
+    if (session_) ConvertUnitsOut(*record, session_->Units());
     dbgateway::Record entry = table.Add(key);
     record->api_convert_db_to_record(session_, &entry, 0);
   }

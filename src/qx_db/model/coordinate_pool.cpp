@@ -52,29 +52,6 @@ bool AxesOfAngles(std::int32_t order, const Vector3& rotation_deg, Triad& axes) 
   return true;
 }
 
-/// The frame of one system, whose points are in a reference system of a type and with a frame.
-bool FrameOf(const tagTCord& system, std::int32_t reference_type, const Frame& reference,
-             Frame& frame) {
-  const auto global = [&](const tagTVector3<double>& p) {
-    const Vector3 local = ToRectangular(reference_type, Vector3(p));
-    return reference.origin + reference.axes.ToGlobal(local);
-  };
-  frame.origin = global(system.origin);
-  if (!IsFinite(frame.origin)) return false;
-  if (system.method == tagTCord::kByPoints) {
-    return AxesOfPoints(system.plane, frame.origin, global(system.axis_point),
-                        global(system.plane_point), frame.axes);
-  }
-  Triad turned;
-  if (system.method != tagTCord::kByAngles ||
-      !AxesOfAngles(system.rotation_order, Vector3(system.rotation_deg), turned)) {
-    return false;
-  }
-  frame.axes = {reference.axes.ToGlobal(turned.x), reference.axes.ToGlobal(turned.y),
-                reference.axes.ToGlobal(turned.z)};
-  return true;
-}
-
 }  // namespace
 
 Vector3 ToRectangular(std::int32_t type, const Vector3& c) {
@@ -106,6 +83,47 @@ Vector3 FromRectangular(std::int32_t type, const Vector3& p) {
   return p;
 }
 
+bool FrameIn(std::int32_t reference_type, const Frame& reference, const tagTCord& system,
+             Frame& frame) {
+  const auto global = [&](const tagTVector3<double>& p) {
+    const Vector3 local = ToRectangular(reference_type, Vector3(p));
+    return reference.origin + reference.axes.ToGlobal(local);
+  };
+  frame.origin = global(system.origin);
+  if (!IsFinite(frame.origin)) return false;
+  if (system.method == tagTCord::kByPoints) {
+    return AxesOfPoints(system.plane, frame.origin, global(system.axis_point),
+                        global(system.plane_point), frame.axes);
+  }
+  Triad turned;
+  if (system.method != tagTCord::kByAngles ||
+      !AxesOfAngles(system.rotation_order, Vector3(system.rotation_deg), turned)) {
+    return false;
+  }
+  frame.axes = {reference.axes.ToGlobal(turned.x), reference.axes.ToGlobal(turned.y),
+                reference.axes.ToGlobal(turned.z)};
+  return true;
+}
+
+bool AxesAt(std::int32_t type, const Frame& frame, const Vector3& point, Triad& axes) {
+  axes = frame.axes;
+  if (type == tagTCord::kRectangular) return true;
+  const Vector3 at = FromRectangular(type, frame.axes.ToLocal(point - frame.origin));
+  if (!IsFinite(at)) return false;
+  if (type == tagTCord::kCylindrical) {
+    axes.x = Rotated(frame.axes.x, frame.axes.z, at.y);
+    axes.y = Rotated(frame.axes.y, frame.axes.z, at.y);
+    return true;
+  }
+  if (type != tagTCord::kSpherical) return false;
+  const Vector3 outward = Rotated(frame.axes.x, frame.axes.z, at.z);
+  const Vector3 along_phi = Cross(frame.axes.z, outward);
+  axes.x = Rotated(frame.axes.z, along_phi, at.y);
+  axes.y = Rotated(outward, along_phi, at.y);
+  axes.z = along_phi;
+  return true;
+}
+
 // ---- the default system -------------------------------------------------------------------------
 
 int DPoolCord::AddDefault() {
@@ -131,14 +149,14 @@ bool DPoolCord::Chain(const tagTCord& system, std::vector<const tagTCord*>& chai
 }
 
 bool DPoolCord::GetFrame(const tagTCord& system, Frame& frame) const {
-  if (system.reference == 0) return FrameOf(system, tagTCord::kRectangular, Frame(), frame);
+  if (system.reference == 0) return FrameIn(tagTCord::kRectangular, Frame(), system, frame);
   std::vector<const tagTCord*> chain;
   if (!Chain(system, chain)) return false;
   Frame outer;
   std::int32_t outer_type = tagTCord::kRectangular;
   for (std::size_t i = chain.size(); i-- > 0;) {
     Frame inner;
-    if (!FrameOf(*chain[i], outer_type, outer, inner)) return false;
+    if (!FrameIn(outer_type, outer, *chain[i], inner)) return false;
     outer = inner;
     outer_type = chain[i]->type;
   }
@@ -169,23 +187,7 @@ int DPoolCord::GetCoord(ITR system, double origin[3], double axes[3][3]) const {
 
 bool DPoolCord::GetAxesAt(const tagTCord& system, const Vector3& point, Triad& axes) const {
   Frame frame;
-  if (!GetFrame(system, frame)) return false;
-  axes = frame.axes;
-  if (system.type == tagTCord::kRectangular) return true;
-  const Vector3 at = FromRectangular(system.type, frame.axes.ToLocal(point - frame.origin));
-  if (!IsFinite(at)) return false;
-  if (system.type == tagTCord::kCylindrical) {
-    axes.x = Rotated(frame.axes.x, frame.axes.z, at.y);
-    axes.y = Rotated(frame.axes.y, frame.axes.z, at.y);
-    return true;
-  }
-  if (system.type != tagTCord::kSpherical) return false;
-  const Vector3 outward = Rotated(frame.axes.x, frame.axes.z, at.z);
-  const Vector3 along_phi = Cross(frame.axes.z, outward);
-  axes.x = Rotated(frame.axes.z, along_phi, at.y);
-  axes.y = Rotated(outward, along_phi, at.y);
-  axes.z = along_phi;
-  return true;
+  return GetFrame(system, frame) && qx::AxesAt(system.type, frame, point, axes);
 }
 
 bool DPoolCord::ToGlobal(ITR system, const Vector3& coordinates, Vector3& point) const {

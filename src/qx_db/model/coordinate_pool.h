@@ -23,6 +23,14 @@ struct Frame {
 QXDB_API Vector3 ToRectangular(std::int32_t type, const Vector3& coordinates);
 QXDB_API Vector3 FromRectangular(std::int32_t type, const Vector3& point);
 
+/// The frame of a system whose points are in a reference system of a type and with a frame. False,
+/// with `frame` as it is or partly new, where DPoolCord::GetCoord says.
+QXDB_API bool FrameIn(std::int32_t reference_type, const Frame& reference, const tagTCord& system,
+                      Frame& frame);
+/// The axes in which components count at a point, of a system of a type and with a frame; see
+/// DPoolCord::GetAxesAt.
+QXDB_API bool AxesAt(std::int32_t type, const Frame& frame, const Vector3& point, Triad& axes);
+
 class QXDB_API DPoolCord : public DPoolPlain<tagTCord> {
  public:
   explicit DPoolCord(CQXDBSession* session) : DPoolPlain(session) {}

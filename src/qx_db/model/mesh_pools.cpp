@@ -8,6 +8,7 @@
 #include "qx_db/core/session.h"
 #include "qx_db/lib/variants.h"
 #include "qx_db/model/reference_index.h"
+#include "qx_db/pool/record_units.h"
 #include "qx_db/record/element_types.h"
 #include "qx_db/record/verbs.h"
 
@@ -52,7 +53,7 @@ bool IsInterfaceLine(std::int32_t type) { return HasBit(type, kInterfaceLine); }
 int DPoolNode::Get(ITR pos, tagTNode& out) const {
   if (!Set().IsLinked(pos)) return 0;
   out = GetAtNU(pos);
-  out.ConvertUnitOut(&GetSession()->Units());
+  ConvertUnitsOut(out, GetSession()->Units());
   return 1;
 }
 
@@ -63,7 +64,7 @@ int DPoolNode::SetAtNU(ITR pos, const tagTNode& node) {
 int DPoolNode::SetAt(ITR pos, const tagTNode& node) {
   if (!Set().IsLinked(pos)) return 0;
   tagTNode stored = node;
-  stored.ConvertUnitIn(&GetSession()->Units());
+  ConvertUnitsIn(stored, GetSession()->Units());
   return SetAtNU(pos, stored);
 }
 
@@ -212,7 +213,7 @@ int DPoolElem::SetAtSprop(ITR pos, const tagTSprop& property) {
   if (!Set().IsLinked(pos)) return 0;
   tagTSprop stored = property;
   stored.key = GetAtNU(pos).key;
-  stored.ConvertUnitIn(&GetSession()->Units());
+  ConvertUnitsIn(stored, GetSession()->Units());
   return StoreAttached(pos, stored);
 }
 
@@ -237,7 +238,7 @@ int DPoolElem::GetElemNUSprop(ITR pos, tagTSprop& out) const {
 
 int DPoolElem::GetElemSprop(ITR pos, tagTSprop& out) const {
   if (!GetElemNUSprop(pos, out)) return 0;
-  out.ConvertUnitOut(&GetSession()->Units());
+  ConvertUnitsOut(out, GetSession()->Units());
   return 1;
 }
 
