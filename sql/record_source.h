@@ -1,0 +1,90 @@
+#pragma once
+// The records of a pool that a query is about, one after the other: the one way in which tables
+// read records, with the indices that serve them.
+// Threads: the one that drives the session.
+
+#include "sql/link.h"
+#include "sql/table.h"
+
+namespace qx::sql {
+
+/// Which columns of a table lead to records of a pool.
+struct Access {
+  const DPoolBase* pool = nullptr;
+  int key = -1;  ///< column of the records' keys
+  struct Reference {
+    int column;
+    const Row* row;
+  };
+  std::vector<Reference> references = {};  ///< columns of what the records refer to
+  int position = -1;                       ///< first of three columns of a place
+  std::int32_t position_offset = 0;        ///< of it in a record
+  int unit = -1;                           ///< the hidden column that names units
+  bool row_id_is_item = false;             ///< row ids are positions of records
+};
+
+/// Plans by an Access, and walks by such a plan.
+///
+/// What the session does meanwhile: before a change that is made through the tables, Freeze keeps
+/// what is still to come; records that are gone by then are passed over. After any other change of
+/// the pool a walk over all of it ends with a failure, since it cannot go on.
+class RecordSource {
+ public:
+  /// Fills in the plan. The first constraint that says most is used: a key, a target, a box, a
+  /// range of keys.
+  static int BestIndex(const Access& access, sqlite3_index_info& info);
+
+  RecordSource(Link& link, const Access& access)
+      : link_(link), access_(access), units_(link.Session()) {}
+  ~RecordSource() { link_.Forget(*this); }
+  RecordSource(const RecordSource&) = delete;
+  RecordSource& operator=(const RecordSource&) = delete;
+
+  Outcome Start(int plan, Arguments arguments);
+  bool AtEnd() const { return item_ == 0; }
+  ITR Item() const { return item_; }
+  const char* Bytes() const { return reinterpret_cast<const char*>(KeyedSetBase::RecordAt(item_)); }
+  Outcome Next() {
+    if (!is_list_) {
+      if (revision_ != access_.pool->Set().Revision()) return Stale();
+      access_.pool->Next(item_);
+      return {};
+    }
+    return NextOfList();
+  }
+  /// The target of a plan by reference; 0 of any other.
+  ITR Target() const { return target_; }
+  const Units& TheUnits() const { return units_; }
+  /// Whether the plan is one of many records rather than of a few.
+  bool IsMany() const { return is_many_; }
+  void Freeze();
+
+ private:
+  Outcome NextOfList();
+  Outcome Stale() const;
+  Outcome StartByKey(sqlite3_value* value);
+  Outcome StartByReference(int column, sqlite3_value* value);
+  Outcome StartByBox(int bounds, Arguments arguments);
+  Outcome StartByRange(int bounds, Arguments arguments);
+  void Walk();
+  Outcome Give(std::vector<ITR> items);
+
+  Link& link_;
+  const Access& access_;
+  Units units_;
+  ITR item_ = 0;
+  bool is_list_ = false;
+  bool is_many_ = false;
+  std::uint64_t revision_ = 0;
+  std::shared_ptr<const std::vector<ITR>> list_;
+  std::size_t at_ = 0, end_ = 0;
+  ITR target_ = 0;
+};
+
+/// A number that a query compares with: its value with the affinity of a numeric column. False for
+/// what is none.
+bool IsNumber(sqlite3_value* value);
+/// The key that a value means exactly; -1 for none.
+Key KeyIn(sqlite3_value* value);
+
+}  // namespace qx::sql
