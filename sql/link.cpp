@@ -121,7 +121,8 @@ std::u16string StepName(sqlite3* db) {
 Outcome Link::Begin(sqlite3* db) {
   if (writing_ != Writing::kNone) return {};
   step_ = std::make_unique<CTransaction>(&session_);
-  if (!step_->Begin(StepName(db).c_str())) {
+  step_name_ = StepName(db);
+  if (!step_->Begin(step_name_.c_str())) {
     step_.reset();
     return Failure{"", "model", "cannot be changed now", "wait for the end of the present step"};
   }
@@ -171,30 +172,34 @@ void Link::OpenLevels(std::size_t count) {
 }
 
 void Link::Savepoint(int level) {
-  if (writing_ != Writing::kOpen || static_cast<std::size_t>(level) < levels_.size()) return;
+  if (writing_ != Writing::kOpen || level < static_cast<int>(levels_.size())) return;
   if (Outcome flushed = Flush(); !flushed) fault_ = flushed;
   OpenLevels(static_cast<std::size_t>(level) + 1);
 }
 
 void Link::Release(int level) {
-  if (writing_ != Writing::kOpen || static_cast<std::size_t>(level) >= levels_.size()) return;
+  if (writing_ != Writing::kOpen || level >= static_cast<int>(levels_.size())) return;
   if (Outcome flushed = Flush(); !flushed) fault_ = flushed;
-  while (levels_.size() > static_cast<std::size_t>(level)) {
+  while (!levels_.empty() && static_cast<int>(levels_.size()) > level) {
     levels_.back()->Commit();
     levels_.pop_back();
   }
 }
 
 void Link::RollbackTo(int level) {
-  if (writing_ != Writing::kOpen || static_cast<std::size_t>(level) >= levels_.size()) return;
+  if (writing_ != Writing::kOpen || level >= static_cast<int>(levels_.size())) return;
   DropPending();
   fault_ = {};
   BeforeChange();
-  while (levels_.size() > static_cast<std::size_t>(level)) {
+  while (!levels_.empty() && static_cast<int>(levels_.size()) > level) {
     levels_.back()->Rollback();
     levels_.pop_back();
   }
-  OpenLevels(static_cast<std::size_t>(level) + 1);
+  if (level < 0) {
+    step_->Rollback();
+    step_->Begin(step_name_.c_str());
+  }
+  OpenLevels(static_cast<std::size_t>(level + 1));
 }
 
 void Link::BeforeChange() {

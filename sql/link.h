@@ -59,6 +59,7 @@ class Link {
   void Commit();
   /// Takes back the step, also one that Sync has ended.
   void Rollback();
+  /// A savepoint that opens the transaction is level -1.
   void Savepoint(int level);
   void Release(int level);
   void RollbackTo(int level);
@@ -113,6 +114,7 @@ class Link {
   enum class Writing { kNone, kOpen, kSynced } writing_ = Writing::kNone;
   bool has_step_ = false;  // Sync has made one
   std::unique_ptr<CTransaction> step_;
+  std::u16string step_name_;
   std::vector<std::unique_ptr<CTransaction>> levels_;
   DPoolBase* pending_ = nullptr;  // the pool of what waits
   std::uint64_t draft_epoch_ = 0;

@@ -69,7 +69,8 @@ std::vector<std::string> NamesOfModule(sqlite3* db, const std::string& prefix) {
 }  // namespace
 
 Outcome AddModelTables(sqlite3* db, CQXDBSession& session, const TableOptions& options) {
-  auto catalogue = std::make_unique<Catalogue>(session, options.writable);
+  if (!db) return Failure{"", "tables", "there is no connection", "open one first"};
+  auto catalogue = std::make_unique<Catalogue>(session, options.writable, options.owner);
   for (DPoolBase* pool : session.Pools()) {
     const PoolColumns columns = ColumnsOf(*pool);
     AddTable(*catalogue, MakePoolTable(catalogue->link, columns));

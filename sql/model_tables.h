@@ -4,6 +4,7 @@
 // Threads: a connection and the session behind it belong to one thread at a time; sqlite3_interrupt
 // is for any.
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -19,6 +20,8 @@ struct TableOptions {
   bool writable = false;
   /// Stands before the name of every table, so that a connection can have several models.
   std::string prefix;
+  /// Kept as long as the tables are: what owns the session, where nobody else does.
+  std::shared_ptr<const void> owner = {};
 };
 
 /// Makes a session's model the temporary virtual tables of a connection. The session must outlive

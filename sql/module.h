@@ -13,8 +13,10 @@ namespace qx::sql {
 
 /// The tables of one model on one connection.
 struct Catalogue {
-  Catalogue(CQXDBSession& session, bool writable) : link(session, writable) {}
+  Catalogue(CQXDBSession& session, bool writable, std::shared_ptr<const void> its_owner)
+      : owner(std::move(its_owner)), link(session, writable) {}
 
+  std::shared_ptr<const void> owner;  // of the session; goes last
   Link link;
   std::map<std::string, std::unique_ptr<Table>> tables;  // by name
 };

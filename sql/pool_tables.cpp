@@ -284,7 +284,7 @@ class ArrayTable final : public Table {
     return {"", "table " + Name(), "the row is gone", "run the statement again"};
   }
 
-  /// The array that has an entry for each of this one; null for none.
+  /// The array that loses an entry with each of this one; null for none.
   const Row* Beside() const {
     const Row* row = array_.row->beside ? pool_.GetSchema().At(array_.row->beside) : nullptr;
     return row && row->IsArray() ? row : nullptr;
@@ -306,13 +306,7 @@ class ArrayTable final : public Table {
   }
 
   void PutIn(TStructBase& record, std::int64_t place, const char* element) {
-    ArrayStorage& array = StorageOf(record);
-    const Row* beside = Beside();
-    if (beside && detail::ArrayAt(detail::Bytes(record), *beside).count == array.count) {
-      const std::vector<char> none(static_cast<std::size_t>(beside->element_size));
-      InsertAt(detail::ArrayAt(detail::Bytes(record), *beside), *beside, place, none.data());
-    }
-    InsertAt(array, *array_.row, place, element);
+    InsertAt(StorageOf(record), *array_.row, place, element);
     if (members_of_ == &record) members_.insert(LoadAt<ITR>(element));
   }
   static void InsertAt(ArrayStorage& array, const Row& row, std::int64_t place,

@@ -72,7 +72,7 @@ Outcome Units::Choose(sqlite3_value* names) {
     }
     if (found < 0) {
       return Failure{"", "unit = '" + names_ + "'", "\"" + name + "\" is no unit",
-                     "name units as in docs/units.md: unit = 'mm t'"};
+                     "name units as in docs/units.md: unit = 'mm ton'"};
     }
     name.clear();
   }

@@ -83,7 +83,7 @@ class Units {
  public:
   /// Those of the model.
   explicit Units(const CQXDBSession& session) : session_(&session) {}
-  /// Units by their names, as "mm" or "mm t s"; NULL for those of the model.
+  /// Units by their names, as "mm" or "mm ton s"; NULL for those of the model.
   Outcome Choose(sqlite3_value* names);
 
   bool AreModels() const { return are_models_; }

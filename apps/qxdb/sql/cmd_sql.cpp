@@ -40,7 +40,7 @@ Outcome Sql(const SqlOptions& options, const Context& context) {
   if (!model) return model.Error();
   if (options.statements.empty()) return RunPrompt(**model, form, context);
   const RowSink out = ToStandardOutput(form);
-  const Result<bool> was_command = (*model)->RunDotCommand(options.statements, form, out);
+  const Result<bool> was_command = (*model)->RunDotCommand(options.statements, out);
   if (!was_command) return was_command.Error();
   return *was_command ? Outcome() : (*model)->Run(options.statements, form, out);
 }
@@ -137,7 +137,7 @@ void AddSql(Command& app, Context& context) {
   dump->Add("--output", &dump_options->output, "One file; standard output without it")
       .File({".csv"})
       .Excludes(into);
-  dump->Add("--unit", &dump_options->unit, "Units of the numbers: mm or \"mm t\"")
+  dump->Add("--unit", &dump_options->unit, "Units of the numbers: mm or \"mm ton\"")
       .Check({[](const std::string& unit) {
                 const bool plain = unit.find_first_of("'\"\\;") == std::string::npos;
                 return std::string(plain ? "" : "is no list of units");

@@ -216,7 +216,7 @@ Outcome SqlModel::RunOne(sqlite3_stmt* statement, RowForm form, const RowSink& o
                  : fmt::format("{} row{} changed\n", changed, changed == 1 ? "" : "s"));
 }
 
-Result<bool> SqlModel::RunDotCommand(const std::string& line, RowForm form, const RowSink& out) {
+Result<bool> SqlModel::RunDotCommand(const std::string& line, const RowSink& out) {
   if (!line.starts_with('.')) return false;
   const std::size_t blank = line.find(' ');
   const std::string name = line.substr(0, blank);
@@ -248,7 +248,6 @@ Result<bool> SqlModel::RunDotCommand(const std::string& line, RowForm form, cons
     if (Outcome told = out(text); !told) return told.Error();
     return true;
   }
-  (void)form;
   return Failure{"", name, "is no command of the prompt", "try .tables, .schema NAME or .help"};
 }
 

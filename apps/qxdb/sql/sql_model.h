@@ -41,7 +41,7 @@ class SqlModel {
   /// but for text, whose columns are as wide as their widest value.
   Outcome Run(const std::string& statements, RowForm form, const RowSink& out);
   /// ".tables", ".schema NAME", as in other shells of SQLite; false for what is none.
-  Result<bool> RunDotCommand(const std::string& line, RowForm form, const RowSink& out);
+  Result<bool> RunDotCommand(const std::string& line, const RowSink& out);
   /// The names of the tables, in order.
   std::vector<std::string> TableNames() const;
   /// Those of the columns of a table, hidden ones too.
