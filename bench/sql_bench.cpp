@@ -48,7 +48,7 @@ void Sql() {
                "CREATE TABLE plain(key INTEGER PRIMARY KEY, x REAL, y REAL, z REAL, flags INTEGER);"
                "INSERT INTO plain SELECT * FROM node",
                nullptr, nullptr, nullptr);
-  for (const char* what : {"sum(x)", "sum(x + y + z)", "count(*)"}) {
+  for (const char* what : {"sum(x)", "sum(x + y + z)"}) {
     Statement ours(db, (std::string("SELECT ") + what + " FROM node").c_str());
     Statement theirs(db, (std::string("SELECT ") + what + " FROM plain").c_str());
     Compare(

@@ -269,16 +269,17 @@ PoolColumns ColumnsOf(DPoolBase& pool) { return Maker(pool).Make(); }
 std::string UnitText(int category, const CQXUnitCtrl& units) {
   const UnitCategory* found = FindUnitCategory(category);
   if (!found || category == unit::kNone) return "";
-  std::string text;
+  std::string above, below;
   for (int b = 0; b < kUnitBaseCount; ++b) {
     const auto base = static_cast<UnitBase>(b);
     const int exponent = found->exponents[static_cast<std::size_t>(b)];
     if (exponent == 0) continue;
-    const auto index = static_cast<std::size_t>(units.Model()[base]);
+    std::string& text = exponent > 0 ? above : below;
     if (!text.empty()) text += ' ';
-    text += UnitsOf(base)[index].name;
+    text += UnitsOf(base)[static_cast<std::size_t>(units.Model()[base])].name;
     if (exponent != 1) text += std::to_string(exponent);
   }
+  const std::string text = above + (above.empty() || below.empty() ? "" : " ") + below;
   return std::string(found->name) + (text.empty() ? "" : " [" + text + "]");
 }
 

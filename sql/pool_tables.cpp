@@ -79,7 +79,7 @@ class PoolTable final : public Table {
       const auto index = static_cast<std::size_t>(column);
       // An update without a word on units is in those that its query asked for.
       if (index >= table_.of_.columns.size()) return source_.TheUnits().GiveNames(to);
-      if (sqlite3_vtab_nochange(to)) return;
+      if (table_.link_.IsWritable() && sqlite3_vtab_nochange(to)) return;
       GiveMember(to, table_.of_.columns[index], source_.Bytes(),
                  *KeyedSetBase::RecordAt(source_.Item()), source_.TheUnits());
     }
@@ -232,7 +232,7 @@ class ArrayTable final : public Table {
       if (column >= kElement && index >= table_.array_.columns.size()) {
         return source_.TheUnits().GiveNames(to);
       }
-      if (sqlite3_vtab_nochange(to)) return;
+      if (table_.link_.IsWritable() && sqlite3_vtab_nochange(to)) return;
       if (column == kOwner) return sqlite3_result_int(to, KeyOf(source_.Item()));
       if (column == kPlace) return sqlite3_result_int64(to, place_);
       GiveMember(to, table_.array_.columns[index], Element(),

@@ -47,7 +47,7 @@ class RecordSource {
   Outcome Next() {
     if (!is_list_) {
       if (revision_ != access_.pool->Set().Revision()) return Stale();
-      access_.pool->Next(item_);
+      access_.pool->Set().Next(item_);  // not by the virtual one: once for each row
       return {};
     }
     return NextOfList();

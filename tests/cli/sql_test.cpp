@@ -116,6 +116,7 @@ TEST_F(SqlCommand, TellsWhatColumnsMean) {
 
 // ---- the extension ------------------------------------------------------------------------------
 
+#ifdef QX_EXTENSION_FILE
 TEST_F(SqlCommand, TheExtensionGivesTheSameToOtherPrograms) {
   Write("ask.sql",
         "SELECT qx_open('m.qxm', 'write');\n"
@@ -131,7 +132,7 @@ TEST_F(SqlCommand, TheExtensionGivesTheSameToOtherPrograms) {
         "SELECT qx_open('none.qxm', 'read', 'c_');\n");
   const std::string load = "cd '" + folder_.Path().string() + "' && ";
   ASSERT_EQ(WEXITSTATUS(std::system(
-                (load + "sqlite3 -cmd '.load " QX_SQL_EXTENSION "' < ask.sql > out.txt 2> err.txt")
+                (load + "sqlite3 -cmd '.load " QX_EXTENSION_FILE "' < ask.sql > out.txt 2> err.txt")
                     .c_str())),
             1);
   EXPECT_EQ(*ReadWholeFile(Path("out.txt")), "\n5|2.0\n5.0\n\n0.0\n\n\n2\n");
@@ -143,7 +144,7 @@ TEST_F(SqlCommand, TheExtensionGivesTheSameToOtherPrograms) {
         "import sqlite3\n"
         "db = sqlite3.connect(':memory:')\n"
         "db.enable_load_extension(True)\n"
-        "db.load_extension('" QX_SQL_EXTENSION
+        "db.load_extension('" QX_EXTENSION_FILE
         "')\n"
         "db.execute(\"SELECT qx_open('m.qxm', 'write')\").fetchall()\n"
         "with db:\n"
@@ -161,6 +162,8 @@ TEST_F(SqlCommand, TheExtensionGivesTheSameToOtherPrograms) {
   EXPECT_EQ(Qxdb("sql m.qxm \"SELECT modified, removed FROM step\" --format csv").out,
             "modified,removed\n1,1\n");
 }
+
+#endif
 
 // ---- the questions of the page ------------------------------------------------------------------
 
