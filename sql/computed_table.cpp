@@ -81,9 +81,9 @@ class ComputedTable final : public Table {
       return table_.Fill(given_, rows_);
     }
     bool AtEnd() const override { return at_ >= rows_->size(); }
-    Outcome Next() override {
+    bool Next() override {
       at_ += table_.what_.columns.size();
-      return {};
+      return true;
     }
     void Value(sqlite3_context* to, int column) override {
       const auto index = static_cast<std::size_t>(column);

@@ -62,8 +62,10 @@ class ElementTable final : public Table {
       return source_.Start(plan, arguments);
     }
     bool AtEnd() const override { return source_.AtEnd(); }
-    Outcome Next() override { return source_.Next(); }
+    bool Next() override { return source_.Next(); }
+    Failure Fault() const override { return source_.Stale(); }
     void Value(sqlite3_context* to, int column) override {
+      if (!source_.IsThere()) return;
       if (column == 0) return sqlite3_result_int(to, KeyOf(source_.Item()));
       const auto index = static_cast<std::size_t>(column - 1);
       if (index >= table_.facts_.size()) return source_.TheUnits().GiveNames(to);
@@ -264,17 +266,22 @@ class SideTable final : public Table {
     Outcome Filter(int plan, Arguments arguments) override {
       side_ = 0;
       if (Outcome started = source_.Start(plan, arguments); !started) return started;
-      return SkipToSide();
+      SkipToSide();  // the first element is there
+      return {};
     }
     bool AtEnd() const override { return source_.AtEnd(); }
-    Outcome Next() override {
+    bool Next() override {
       ++side_;
       return SkipToSide();
     }
-    sqlite3_int64 RowId() override { return sqlite3_int64{KeyOf(source_.Item())} << 8 | side_; }
+    Failure Fault() const override { return source_.Stale(); }
+    sqlite3_int64 RowId() override {
+      return source_.IsThere() ? sqlite3_int64{KeyOf(source_.Item())} << 8 | side_ : -1;
+    }
 
     void Value(sqlite3_context* to, int column) override {
       const ITR item = source_.Item();
+      if (!source_.IsThere()) return;
       const ElementTopology shape(ElementAt(item).type);
       const bool is_face = shape.Class() == topology::kSolidClass;
       const tagTElemSide side{item, side_};
@@ -315,12 +322,12 @@ class SideTable final : public Table {
     }
 
    private:
-    Outcome SkipToSide() {
+    bool SkipToSide() {
       while (!source_.AtEnd() && side_ >= SidesOf(source_.Item())) {
-        if (Outcome moved = source_.Next(); !moved) return moved;
+        if (!source_.Next()) return false;
         side_ = 0;
       }
-      return {};
+      return true;
     }
 
     const SideTable& table_;

@@ -1,6 +1,7 @@
 // Tables computed from the mesh, and from who refers to what.
 
 #include <algorithm>
+#include <cmath>
 #include <unordered_set>
 
 #include "qx_db/app/mesh_findings.h"
@@ -30,14 +31,12 @@ Column Real(std::string name, std::string meaning, int category) {
   return column;
 }
 
-std::int64_t Number(const std::optional<Value>& given, std::int64_t otherwise) {
-  if (!given) return otherwise;
+/// A key that the query gives; -1 for what is none.
+std::int64_t GivenKey(const std::optional<Value>& given) {
   if (const auto* integer = std::get_if<std::int64_t>(&*given)) return *integer;
-  if (const auto* real = std::get_if<double>(&*given);
-      real && *real == static_cast<double>(static_cast<std::int32_t>(*real))) {
-    return static_cast<std::int32_t>(*real);
-  }
-  return -1;
+  const auto* real = std::get_if<double>(&*given);
+  const bool is_key = real && *real >= 0 && *real <= kMaxKey && *real == std::floor(*real);
+  return is_key ? static_cast<std::int64_t>(*real) : -1;
 }
 
 // ---- sides that one element has alone -----------------------------------------------------------
@@ -123,7 +122,7 @@ Computed WithChildren(const char* name, const char* what, Members members) {
                       Integer(what, std::string("key of the ") + what)},
           .fill = [members](Link& link, const Given& given, Rows& rows) -> Outcome {
             const auto& sets = Pool<tagTMset>(link.Session());
-            const std::int64_t wanted = Number(given[0], 0);
+            const std::int64_t wanted = given[0] ? GivenKey(given[0]) : 0;
             for (ITR set = sets.GetHeadPosition(); set; sets.Next(set)) {
               if (given[0] && KeyOf(set) != wanted) continue;
               std::unordered_set<ITR> seen;
@@ -150,7 +149,7 @@ Outcome FillUses(Link& link, const Given& given, Rows& rows) {
   if (!pool) {
     return Failure{"", "where_used", "pool names no table of records", "see the table pool"};
   }
-  const std::int64_t key = Number(given[1], -1);
+  const std::int64_t key = GivenKey(given[1]);
   const ITR item = key >= 0 && key <= kMaxKey ? pool->Find(static_cast<Key>(key)) : 0;
   for (const Use& use : WhereUsed(link.Session(), pool->GetTypeCode(), item)) {
     rows.push_back(*given[0]);

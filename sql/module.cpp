@@ -26,13 +26,9 @@ void Say(sqlite3_vtab* table, const std::string& text) {
 }
 
 /// Nothing is thrown into SQLite: what a failure says becomes its message.
-template <class Work>
-int Guard(sqlite3_vtab* table, int code, Work&& work) {
+int Caught(sqlite3_vtab* table) {
   try {
-    const Outcome done = work();
-    if (done) return SQLITE_OK;
-    Say(table, done.Line());
-    return code;
+    throw;
   } catch (const std::bad_alloc&) {
     return SQLITE_NOMEM;
   } catch (const std::exception& fault) {
@@ -40,6 +36,18 @@ int Guard(sqlite3_vtab* table, int code, Work&& work) {
     return SQLITE_ERROR;
   } catch (...) {  // who watches long work has ended it
     return SQLITE_INTERRUPT;
+  }
+}
+
+template <class Work>
+int Guard(sqlite3_vtab* table, int code, Work&& work) {
+  try {
+    const Outcome done = work();
+    if (done) return SQLITE_OK;
+    Say(table, done.Line());
+    return code;
+  } catch (...) {
+    return Caught(table);
   }
 }
 
@@ -95,17 +103,27 @@ int Filter(sqlite3_vtab_cursor* cursor, int plan, const char*, int count, sqlite
   });
 }
 
+// Once for each row, and for each value of it: no failure is made where there is none.
+
 int Next(sqlite3_vtab_cursor* cursor) {
-  return Guard(cursor->pVtab, SQLITE_ABORT, [&] { return Of(cursor).Next(); });
+  try {
+    if (Of(cursor).Next()) return SQLITE_OK;
+    Say(cursor->pVtab, Of(cursor).Fault().Line());
+    return SQLITE_ABORT;
+  } catch (...) {
+    return Caught(cursor->pVtab);
+  }
 }
 
 int AtEnd(sqlite3_vtab_cursor* cursor) { return Of(cursor).AtEnd(); }
 
 int Value(sqlite3_vtab_cursor* cursor, sqlite3_context* to, int column) {
-  return Guard(cursor->pVtab, SQLITE_ERROR, [&]() -> Outcome {
+  try {
     Of(cursor).Value(to, column);
-    return {};
-  });
+    return SQLITE_OK;
+  } catch (...) {
+    return Caught(cursor->pVtab);
+  }
 }
 
 int RowId(sqlite3_vtab_cursor* cursor, sqlite3_int64* out) {

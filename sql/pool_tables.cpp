@@ -74,12 +74,14 @@ class PoolTable final : public Table {
       return source_.Start(plan, arguments);
     }
     bool AtEnd() const override { return source_.AtEnd(); }
-    Outcome Next() override { return source_.Next(); }
+    bool Next() override { return source_.Next(); }
+    Failure Fault() const override { return source_.Stale(); }
     void Value(sqlite3_context* to, int column) override {
       const auto index = static_cast<std::size_t>(column);
       // An update without a word on units is in those that its query asked for.
       if (index >= table_.of_.columns.size()) return source_.TheUnits().GiveNames(to);
       if (table_.link_.IsWritable() && sqlite3_vtab_nochange(to)) return;
+      if (!source_.IsThere()) return;
       GiveMember(to, table_.of_.columns[index], source_.Bytes(),
                  *KeyedSetBase::RecordAt(source_.Item()), source_.TheUnits());
     }
@@ -220,19 +222,23 @@ class ArrayTable final : public Table {
 
     Outcome Filter(int plan, Arguments arguments) override {
       if (Outcome started = source_.Start(plan, arguments); !started) return started;
-      return Enter();
+      place_ = 0;
+      SkipToWanted();  // the first record is there
+      return {};
     }
     bool AtEnd() const override { return source_.AtEnd(); }
-    Outcome Next() override {
+    bool Next() override {
       ++place_;
       return SkipToWanted();
     }
+    Failure Fault() const override { return source_.Stale(); }
     void Value(sqlite3_context* to, int column) override {
       const auto index = static_cast<std::size_t>(column - kElement);
       if (column >= kElement && index >= table_.array_.columns.size()) {
         return source_.TheUnits().GiveNames(to);
       }
       if (table_.link_.IsWritable() && sqlite3_vtab_nochange(to)) return;
+      if (!source_.IsThere() || place_ >= Array().count) return;
       if (column == kOwner) return sqlite3_result_int(to, KeyOf(source_.Item()));
       if (column == kPlace) return sqlite3_result_int64(to, place_);
       GiveMember(to, table_.array_.columns[index], Element(),
@@ -241,6 +247,7 @@ class ArrayTable final : public Table {
     /// Higher for earlier places: SQLite deletes in the order of row ids, and what is taken out of
     /// an array from its end leaves the places before it as they are.
     sqlite3_int64 RowId() override {
+      if (!source_.IsThere()) return -1;
       return sqlite3_int64{KeyOf(source_.Item())} << 32 | (kMaxKey - place_);
     }
 
@@ -251,25 +258,21 @@ class ArrayTable final : public Table {
     const char* Element() const {
       return static_cast<const char*>(Array().data) + place_ * table_.array_.row->element_size;
     }
-    Outcome Enter() {
-      place_ = 0;
-      return SkipToWanted();
-    }
     bool IsWanted() const {
       if (!source_.Target()) return true;
       const auto& column = table_.array_.columns[static_cast<std::size_t>(table_.reference_)];
       return LoadAt<ITR>(Element() + column.offset) == source_.Target();
     }
     /// On to the first row from the present place on that there is and is wanted.
-    Outcome SkipToWanted() {
+    bool SkipToWanted() {
       while (!source_.AtEnd()) {
         const std::int64_t count = Array().count;
         while (place_ < count && !IsWanted()) ++place_;
-        if (place_ < count) return {};
-        if (Outcome moved = source_.Next(); !moved) return moved;
+        if (place_ < count) return true;
+        if (!source_.Next()) return false;
         place_ = 0;
       }
-      return {};
+      return true;
     }
 
     const ArrayTable& table_;

@@ -166,7 +166,7 @@ Outcome RecordSource::Start(int plan, Arguments arguments) {
   link_.Forget(*this);
   if (Outcome flushed = link_.FlushOf(*access_.pool); !flushed) return flushed;
   item_ = target_ = 0;
-  is_list_ = is_many_ = false;
+  is_list_ = false;
   list_.reset();
   if (plan & kWithUnit) {
     if (Outcome chosen = units_.Choose(arguments.back()); !chosen) return chosen;
@@ -174,43 +174,46 @@ Outcome RecordSource::Start(int plan, Arguments arguments) {
   } else {
     units_ = Units(link_.Session());
   }
-  revision_ = access_.pool->Set().Revision();
+  revision_ = set_.Revision();
   link_.Add(*this);
   const int detail = plan >> kDetailShift;
   switch (plan & kKindMask) {
     case kByRowId: {
       const auto item = static_cast<ITR>(sqlite3_value_int64(arguments[0]));
-      const bool is_there = IsNumber(arguments[0]) && item && access_.pool->Set().IsLinked(item);
-      return Give(is_there ? std::vector<ITR>{item} : std::vector<ITR>{});
+      const bool is_there = IsNumber(arguments[0]) && item && set_.IsLinked(item);
+      Give(is_there ? std::vector<ITR>{item} : std::vector<ITR>{});
+      break;
     }
     case kByKey:
-      return StartByKey(arguments[0]);
+      StartByKey(arguments[0]);
+      break;
     case kByReference:
-      return StartByReference(detail, arguments[0]);
+      StartByReference(detail, arguments[0]);
+      break;
     case kByBox:
-      return StartByBox(detail, arguments);
+      StartByBox(detail, arguments);
+      break;
     case kByRange:
-      return StartByRange(detail, arguments);
+      StartByRange(detail, arguments);
+      break;
     default:
-      is_many_ = true;
-      Walk();
-      return {};
+      item_ = set_.GetHeadPosition();
   }
+  return {};
 }
 
-Outcome RecordSource::StartByKey(sqlite3_value* value) {
-  const KeyedSetBase& set = access_.pool->Set();
+void RecordSource::StartByKey(sqlite3_value* value) {
   const Key key = KeyIn(value);
-  item_ = key < 0 ? 0 : set.Find(key);
+  item_ = key < 0 ? 0 : set_.Find(key);
   is_list_ = true;
   at_ = end_ = 0;
-  if (!item_ || !set.MayShareKeys()) return {};
+  if (!item_ || !set_.MayShareKeys()) return;
   std::vector<ITR> items;
-  for (ITR item = item_; item; item = set.NextOfKey(item)) items.push_back(item);
-  return Give(std::move(items));
+  for (ITR item = item_; item; item = set_.NextOfKey(item)) items.push_back(item);
+  Give(std::move(items));
 }
 
-Outcome RecordSource::StartByReference(int column, sqlite3_value* value) {
+void RecordSource::StartByReference(int column, sqlite3_value* value) {
   const auto reference =
       std::find_if(access_.references.begin(), access_.references.end(),
                    [&](const Access::Reference& r) { return r.column == column; });
@@ -219,10 +222,10 @@ Outcome RecordSource::StartByReference(int column, sqlite3_value* value) {
   target_ = targets && key >= 0 ? targets->Find(key) : 0;
   if (!target_) return Give({});
   const std::span<const ITR> users = link_.Users(*access_.pool, *reference->row, target_);
-  return Give({users.begin(), users.end()});
+  Give({users.begin(), users.end()});
 }
 
-Outcome RecordSource::StartByBox(int bounds, Arguments arguments) {
+void RecordSource::StartByBox(int bounds, Arguments arguments) {
   Box box;
   std::size_t next = 0;
   const auto take = [&](bool low) {
@@ -248,13 +251,12 @@ Outcome RecordSource::StartByBox(int bounds, Arguments arguments) {
   }
   std::vector<ITR> found;
   link_.Boxes(*access_.pool)->Find(box, found);
-  is_many_ = true;
-  return Give(std::move(found));
+  Give(std::move(found));
 }
 
-Outcome RecordSource::StartByRange(int bounds, Arguments arguments) {
+void RecordSource::StartByRange(int bounds, Arguments arguments) {
   list_ = link_.InKeyOrder(*access_.pool);
-  is_list_ = is_many_ = true;
+  is_list_ = true;
   at_ = 0;
   end_ = list_->size();
   const auto place = [&](double key) {
@@ -272,31 +274,28 @@ Outcome RecordSource::StartByRange(int bounds, Arguments arguments) {
     sqlite3_value* value = arguments[next++];
     if (IsNumber(value)) end_ = place(std::floor(sqlite3_value_double(value)) + 1);
   }
-  return NextOfList();
+  NextOfList();
 }
 
-void RecordSource::Walk() { item_ = access_.pool->GetHeadPosition(); }
-
-Outcome RecordSource::Give(std::vector<ITR> items) {
+void RecordSource::Give(std::vector<ITR> items) {
   is_list_ = true;
   at_ = 0;
   end_ = items.size();
   list_ = std::make_shared<std::vector<ITR>>(std::move(items));
-  return NextOfList();
+  NextOfList();
 }
 
-Outcome RecordSource::NextOfList() {
+void RecordSource::NextOfList() {
   item_ = 0;
-  const bool has_changed = revision_ != access_.pool->Set().Revision();
+  const bool has_changed = revision_ != set_.Revision();
   while (at_ < end_ && !item_) {
     const ITR next = (*list_)[at_++];
-    if (!has_changed || access_.pool->Set().IsLinked(next)) item_ = next;
+    if (!has_changed || set_.IsLinked(next)) item_ = next;
   }
-  return {};
 }
 
 void RecordSource::Freeze() {
-  if (is_list_ || !item_ || revision_ != access_.pool->Set().Revision()) return;
+  if (is_list_ || !item_ || revision_ != set_.Revision()) return;
   std::vector<ITR> rest;
   ITR next = item_;
   for (access_.pool->Next(next); next; access_.pool->Next(next)) rest.push_back(next);
@@ -306,9 +305,9 @@ void RecordSource::Freeze() {
   list_ = std::make_shared<std::vector<ITR>>(std::move(rest));
 }
 
-Outcome RecordSource::Stale() const {
-  return Failure{"", "table " + TableName(*access_.pool), "changed while the query read it",
-                 "run the query again"};
+Failure RecordSource::Stale() const {
+  return {"", "table " + TableName(*access_.pool), "changed while the query read it",
+          "run the query again"};
 }
 
 }  // namespace qx::sql

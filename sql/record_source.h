@@ -35,7 +35,7 @@ class RecordSource {
   static int BestIndex(const Access& access, sqlite3_index_info& info);
 
   RecordSource(Link& link, const Access& access)
-      : link_(link), access_(access), units_(link.Session()) {}
+      : link_(link), access_(access), set_(access.pool->Set()), units_(link.Session()) {}
   ~RecordSource() { link_.Forget(*this); }
   RecordSource(const RecordSource&) = delete;
   RecordSource& operator=(const RecordSource&) = delete;
@@ -44,37 +44,41 @@ class RecordSource {
   bool AtEnd() const { return item_ == 0; }
   ITR Item() const { return item_; }
   const char* Bytes() const { return reinterpret_cast<const char*>(KeyedSetBase::RecordAt(item_)); }
-  Outcome Next() {
-    if (!is_list_) {
-      if (revision_ != access_.pool->Set().Revision()) return Stale();
-      access_.pool->Set().Next(item_);  // not by the virtual one: once for each row
-      return {};
+  /// False, where it is, when a walk cannot go on.
+  bool Next() {
+    if (is_list_) {
+      NextOfList();
+    } else if (revision_ == set_.Revision()) {
+      set_.Next(item_);
+    } else {
+      return false;
     }
-    return NextOfList();
+    return true;
   }
+  /// Whether the present record is still there: another part of the statement, or the session, may
+  /// have removed it since. What is not has no values.
+  bool IsThere() const { return revision_ == set_.Revision() || set_.IsLinked(item_); }
+  /// Why a walk could not go on.
+  Failure Stale() const;
   /// The target of a plan by reference; 0 of any other.
   ITR Target() const { return target_; }
   const Units& TheUnits() const { return units_; }
-  /// Whether the plan is one of many records rather than of a few.
-  bool IsMany() const { return is_many_; }
   void Freeze();
 
  private:
-  Outcome NextOfList();
-  Outcome Stale() const;
-  Outcome StartByKey(sqlite3_value* value);
-  Outcome StartByReference(int column, sqlite3_value* value);
-  Outcome StartByBox(int bounds, Arguments arguments);
-  Outcome StartByRange(int bounds, Arguments arguments);
-  void Walk();
-  Outcome Give(std::vector<ITR> items);
+  void NextOfList();
+  void StartByKey(sqlite3_value* value);
+  void StartByReference(int column, sqlite3_value* value);
+  void StartByBox(int bounds, Arguments arguments);
+  void StartByRange(int bounds, Arguments arguments);
+  void Give(std::vector<ITR> items);
 
   Link& link_;
   const Access& access_;
+  const KeyedSetBase& set_;
   Units units_;
   ITR item_ = 0;
   bool is_list_ = false;
-  bool is_many_ = false;
   std::uint64_t revision_ = 0;
   std::shared_ptr<const std::vector<ITR>> list_;
   std::size_t at_ = 0, end_ = 0;

@@ -27,7 +27,9 @@ class Cursor {
   /// Begins with the rows that a plan of BestIndex chose.
   virtual Outcome Filter(int plan, Arguments arguments) = 0;
   virtual bool AtEnd() const = 0;
-  virtual Outcome Next() = 0;
+  /// On to the next row; false where that fails, as Fault tells.
+  virtual bool Next() = 0;
+  virtual Failure Fault() const { return {}; }
   /// Gives the value of a column of the present row.
   virtual void Value(sqlite3_context* to, int column) = 0;
   virtual sqlite3_int64 RowId() = 0;

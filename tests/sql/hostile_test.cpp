@@ -62,6 +62,25 @@ TEST_F(Hostile, WalkGoesOnWithWhatItHadWhenSqlChangesTheModel) {
   EXPECT_EQ(session_.Validate(), "");
 }
 
+/// The outer row of a join is read again for each inner one, also once its record is gone, freed.
+TEST_F(Hostile, RowsOfRecordsThatAreGoneHaveNoValues) {
+  Database db(session_);
+  sqlite3_stmt* pairs = Prepare(db,
+                                "SELECT s.name, m.element, q.volume, d.kind FROM mesh_set s "
+                                "CROSS JOIN mesh_set_element m CROSS JOIN element_measure q "
+                                "CROSS JOIN element_side d CROSS JOIN property p "
+                                "WHERE s.key = 3 AND m.mesh_set = 3 AND q.element = 1 AND "
+                                "d.element = 1");
+  ASSERT_EQ(sqlite3_step(pairs), SQLITE_ROW);
+  EXPECT_STREQ(reinterpret_cast<const char*>(sqlite3_column_text(pairs, 0)), "lower");
+  session_.EnableRecording(false);
+  Pool<tagTMset>(session_).RemoveAll();
+  Pool<tagTElem>(session_).RemoveAll();
+  ASSERT_EQ(sqlite3_step(pairs), SQLITE_ROW);
+  for (int i = 0; i < 4; ++i) EXPECT_EQ(sqlite3_column_type(pairs, i), SQLITE_NULL) << i;
+  sqlite3_finalize(pairs);
+}
+
 TEST_F(Hostile, InterruptedStatementsChangeNothing) {
   Database db(session_, true);
   const std::uint64_t before = session_.StateHash();
