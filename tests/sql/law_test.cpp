@@ -295,7 +295,8 @@ RC_GTEST_PROP(SqlTables, AnswerAsOrdinaryTablesDo, ()) {
 
 // ---- the same changes as in ordinary tables -----------------------------------------------------
 
-std::string RandomChange(const std::string& table) {
+/// `nth`: new keys are beyond those of earlier changes, so that no two records come to share one.
+std::string RandomChange(const std::string& table, int nth) {
   const std::string where =
       " WHERE " + *rc::gen::element<std::string>("key % 3 = 1", "x > 2", "x < y",
                                                  "key BETWEEN 3 AND 9", "key = 5",
@@ -306,7 +307,8 @@ std::string RandomChange(const std::string& table) {
     case 1:
       return "UPDATE " + table + " SET x = y + key, z = x" + where;
     case 2:
-      return "UPDATE " + table + " SET key = key + 1000000" + where + " AND key < 1000000";
+      return fmt::format("UPDATE {} SET key = key + {}{} AND key < 1000000", table, 1000000 * nth,
+                         where);
     case 3:
       return "INSERT OR IGNORE INTO " + table +
              "(key, x, y, z, flags) SELECT key + 3, z, 0.5, x, 0 FROM " + table + where;
@@ -332,7 +334,7 @@ RC_GTEST_PROP(SqlTables, ChangeAsOrdinaryTablesDo, ()) {
   for (int i = *rc::gen::inRange(1, 8); i > 0; --i) {
     const std::size_t steps = session.History().Done().size();
     // The same choices for both: the text is made once.
-    const std::string text = RandomChange("node");
+    const std::string text = RandomChange("node", i);
     std::string plain = text;
     for (std::size_t at = 0; (at = plain.find("node", at)) != std::string::npos;) {
       plain.replace(at, 4, "plain");
