@@ -8,8 +8,6 @@
 
 namespace qx::sql {
 
-std::string Quoted(const std::string& name);  // table.cpp
-
 namespace {
 
 std::string ModuleName(const std::string& prefix) { return prefix + "qx_model"; }

@@ -30,9 +30,6 @@ class PoolTable final : public Table {
     access_.pool = of.pool;
     access_.key = 0;
     access_.position = of.position;
-    if (of.position >= 0) {
-      access_.position_offset = of.columns[static_cast<std::size_t>(of.position)].offset;
-    }
     access_.unit = UnitIndex(Columns());
     access_.row_id_is_item = true;
     for (std::size_t i = 0; i < of.columns.size(); ++i) {

@@ -17,8 +17,7 @@ struct Access {
     const Row* row;
   };
   std::vector<Reference> references = {};  ///< columns of what the records refer to
-  int position = -1;                       ///< first of three columns of a place
-  std::int32_t position_offset = 0;        ///< of it in a record
+  int position = -1;                       ///< first of three columns of a node's place
   int unit = -1;                           ///< the hidden column that names units
   bool row_id_is_item = false;             ///< row ids are positions of records
 };

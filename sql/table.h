@@ -66,6 +66,9 @@ class Table {
   std::vector<Column> columns_;
 };
 
+/// A name in the quotes that SQL has for names.
+std::string Quoted(const std::string& name);
+
 /// A constraint of a query that a plan may use: `column op value`.
 struct Constraint {
   int index;  ///< in the query's list
