@@ -53,5 +53,8 @@ void Materials();
 void Image();
 void Import();
 void Seed();
+#ifdef QX_BENCH_SQL
+void Sql();
+#endif
 
 }  // namespace qx::bench

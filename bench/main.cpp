@@ -82,6 +82,9 @@ int main(int argc, char** argv) {
                                        {"image", Image},
                                        {"import", Import},
                                        {"seed", Seed},
+#ifdef QX_BENCH_SQL
+                                       {"sql", Sql},
+#endif
                                        {"durability", DurableSteps}};
   for (const Benchmark& benchmark : kBenchmarks) {
     const bool chosen = argc == 1 || std::any_of(argv + 1, argv + argc, [&](const char* name) {

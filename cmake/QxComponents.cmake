@@ -3,9 +3,10 @@
 
 set_property(GLOBAL PROPERTY QX_COMPONENTS "")
 
-# qx_component(QX_NAME what dependency packages): declares the switch, off unless it is set.
+# qx_component(QX_NAME what dependency packages [ON]): declares the switch, off unless it is set or
+# on by default.
 function(qx_component switch what dependency packages)
-  option(${switch} "Build ${what} (${dependency})" OFF)
+  option(${switch} "Build ${what} (${dependency})" ${ARGN})
   set_property(GLOBAL APPEND PROPERTY QX_COMPONENTS ${switch})
   set_property(GLOBAL PROPERTY ${switch}_WHAT "${what}")
   set_property(GLOBAL PROPERTY ${switch}_DEPENDENCY "${dependency}")

@@ -49,9 +49,10 @@ awk '/^```cpp/ { inside = 1; next } /^```/ && inside { exit } inside' README.md 
 cat >"$root/tmp/use/CMakeLists.txt" <<'CMAKE'
 cmake_minimum_required(VERSION 3.25)
 project(first CXX)
-find_package(QX_db REQUIRED COMPONENTS exchange host occt)
+find_package(QX_db REQUIRED COMPONENTS exchange host occt sql)
 add_executable(first first.cpp)
-target_link_libraries(first PRIVATE QX_db::exchange QX_db::host QX_db::occt)
+target_link_libraries(first PRIVATE QX_db::exchange QX_db::host QX_db::occt
+                      QX_db::sql)
 CMAKE
 cat >"$root/tmp/use/use.sh" <<'USE'
 set -eux
@@ -86,6 +87,17 @@ with qxdb.open("bracket.qxm") as model:
     assert model.nodes.xyz[:, 2].max() == top + 0.5
     model.undo()
     assert model.nodes.xyz[:, 2].max() == top
+PYTHON
+
+python3 - /usr/lib/*/qxdb/qxdb.so <<'PYTHON'
+import sqlite3
+import sys
+
+db = sqlite3.connect(":memory:")
+db.enable_load_extension(True)
+db.load_extension(sys.argv[1])
+db.execute("SELECT qx_open('bracket.qxm')").fetchall()
+assert db.execute("SELECT count(*) FROM node").fetchone() == (9210,)
 PYTHON
 
 apt-get purge -y -qq qxdb python3-qxdb 'libqx-*'

@@ -40,6 +40,8 @@ void AddProperty(Command& app, Context& context);
 void AddProbe(Command& app, Context& context);
 void AddView(Command& app, Context& context);
 void AddPicture(Command& app, Context& context);
+/// `sql` and `dump`.
+void AddSql(Command& app, Context& context);
 void AddManual(Command& app, Context& context);
 void AddComplete(Command& app, Context& context);
 

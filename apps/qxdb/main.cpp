@@ -84,6 +84,7 @@ int main(int argc, char** argv) {
   AddProbe(app, context);
   AddView(app, context);
   AddPicture(app, context);
+  AddSql(app, context);
   AddManual(app, context);
   AddComplete(app, context);
   AddHelp(app, context);

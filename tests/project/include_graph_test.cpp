@@ -36,6 +36,7 @@ const std::vector<std::string> kLayers = {
     "adapters",
     "host",
     "exchange",
+    "sql",
     "viewer",
     "apps",
 };
@@ -44,7 +45,7 @@ Graph ReadGraph() {
   const fs::path root = QX_SOURCE_DIR;
   const std::regex include("^#include \"([^\"]+)\"");
   Graph graph;
-  for (const char* top : {"src", "adapters", "exchange", "host", "viewer", "apps"}) {
+  for (const char* top : {"src", "adapters", "exchange", "host", "sql", "viewer", "apps"}) {
     if (!fs::exists(root / top)) continue;
     for (const auto& entry : fs::recursive_directory_iterator(root / top)) {
       const auto extension = entry.path().extension();
@@ -93,7 +94,7 @@ TEST(IncludeGraph, FoldersIncludeOnlyWhatStandsBelowThem) {
 TEST(Headers, SayWhatMayBeCalledFromWhichThread) {
   const fs::path root = QX_SOURCE_DIR;
   int headers = 0;
-  for (const char* top : {"src/qx_db", "exchange", "host", "adapters/occt", "adapters/qt"}) {
+  for (const char* top : {"src/qx_db", "exchange", "host", "sql", "adapters/occt", "adapters/qt"}) {
     for (fs::recursive_directory_iterator entry(root / top), end; entry != end; ++entry) {
       // Of the formats each has headers of its own, which exchange/format.h speaks for.
       if (entry->is_directory() &&

@@ -1,0 +1,4 @@
+SELECT * FROM node WHERE key = 5;
+SELECT * FROM node WHERE key > 5 AND key <= 9;
+SELECT * FROM element ORDER BY key LIMIT 3;
+SELECT * FROM node WHERE x BETWEEN 0 AND 1 AND z > 2;

@@ -1,0 +1,2 @@
+SELECT * FROM nodes;
+SELECT name FROM node;

@@ -1,0 +1,11 @@
+DELETE FROM property WHERE name = 'wood';
+SELECT count(*) FROM element WHERE property IS NULL;
+BEGIN;
+INSERT INTO mesh_set(name, parent_mset_key) VALUES ('even', 2);
+INSERT INTO mesh_set_element(mesh_set, element) SELECT s.key, e.key FROM mesh_set s, element e WHERE s.name = 'even' AND e.key % 2 = 0;
+SAVEPOINT a;
+DELETE FROM element;
+ROLLBACK TO a;
+UPDATE mesh_set SET name = 'of even keys' WHERE name = 'even';
+COMMIT;
+SELECT s.name, count(*), max(element) FROM mesh_set s JOIN mesh_set_element ON mesh_set = s.key GROUP BY s.key;

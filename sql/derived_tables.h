@@ -1,0 +1,41 @@
+#pragma once
+// Tables of what is not stored but follows from the records.
+// Threads: the one that drives the session.
+
+#include <functional>
+#include <optional>
+#include <variant>
+
+#include "sql/link.h"
+#include "sql/table.h"
+
+namespace qx::sql {
+
+/// A row for each element, with its quality by every measure, its sizes, its local axes, its sides.
+std::vector<std::unique_ptr<Table>> MakeElementTables(Link& link);
+
+/// A value of a row that is computed.
+using Value = std::variant<std::monostate, std::int64_t, double, std::string>;
+
+/// A table whose rows are computed as a whole when it is read, and kept until the model changes.
+struct Computed {
+  std::string name;
+  std::string meaning;
+  std::vector<Column> columns;
+  /// Hidden columns of `columns` that must be given: `WHERE pool = 'node'`.
+  std::vector<int> wanted = {};
+  /// What the query says of columns: `column = value`. Values of other columns are none.
+  using Given = std::vector<std::optional<Value>>;
+  using Rows = std::vector<Value>;  ///< one after the other
+  /// Adds the rows. Those that do not have the given values may be left out.
+  std::function<Outcome(Link&, const Given&, Rows&)> fill;
+};
+std::unique_ptr<Table> MakeComputedTable(Link& link, Computed what);
+
+/// The faces and edges that one element has alone, findings, masses, sets with those below them,
+/// uses of a record.
+std::vector<Computed> MeshTables();
+/// Steps, what they changed, sizes of pools, and the tables themselves.
+std::vector<Computed> HistoryTables();
+
+}  // namespace qx::sql

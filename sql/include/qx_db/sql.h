@@ -1,0 +1,3 @@
+#pragma once
+// The public interface of QX_db::sql: a model as tables of SQLite.
+#include "sql/model_tables.h"
