@@ -2,6 +2,7 @@
 // A text of lines of words and numbers, front to back.
 // Threads: values: one at a time for each object.
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <fmt/format.h>

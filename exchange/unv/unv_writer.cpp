@@ -263,7 +263,7 @@ class UnvFile {
   void WriteGroups() {
     if (deck_.groups.empty()) return;
     constexpr int kNode = 7, kElement = 8;
-    Begin("2467");
+    Begin("2477");
     for (const Mesh::Group& group : deck_.groups) {
       std::vector<std::pair<int, Key>> members;
       for (const Key key : group.elements) {
