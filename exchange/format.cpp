@@ -1,6 +1,7 @@
 #include "exchange/format.h"
 
 #include <algorithm>
+#include <cmath>
 #include <filesystem>
 #include <fmt/format.h>
 #include <fstream>
@@ -9,11 +10,14 @@
 #include "qx_db/platform/text.h"
 
 #include "exchange/abaqus/abaqus_format.h"
+#include "exchange/deck_text.h"
 #ifdef QX_HAS_EXODUS
 #include "exchange/exodus/exodus_format.h"
 #endif
 #include "exchange/msh/msh_format.h"
 #include "exchange/nastran/nas_format.h"
+#include "exchange/surface/surface_formats.h"
+#include "exchange/unv/unv_format.h"
 #include "exchange/vtk/vtk_formats.h"
 
 namespace qx::exchange {
@@ -47,8 +51,6 @@ constexpr OtherKind kOtherKinds[] = {
     {"BZh", "a bzip2 archive: unpack it first"},
     {"%PDF", "a PDF document"},
     {"\x89PNG", "a picture"},
-    {"solid ", "an STL surface"},
-    {"ply", "a PLY surface"},
 };
 
 std::string WhatItLooksLike(std::string_view head) {
@@ -71,7 +73,17 @@ bool HasExtension(const Format& format, const std::string& extension) {
          format.extensions.end();
 }
 
+bool FitsAny(std::string_view any, const std::string& value) {
+  if (any != "NUMBER") return !any.empty();
+  const std::optional<double> number = DeckReal(value);
+  return number && std::isfinite(*number) && *number >= 0;
+}
+
 }  // namespace
+
+std::string ValuesOf(const FormatOption& option) {
+  return fmt::format("{}{}{}", option.values, option.any.empty() ? "" : ", ", option.any);
+}
 
 Result<std::string> HeadOfFile(const std::string& path) {
   if (Outcome is_file = CheckIsFile(path); !is_file) return is_file.Error();
@@ -87,9 +99,13 @@ Result<std::string> HeadOfFile(const std::string& path) {
 
 std::string CapabilityWords(unsigned capabilities) {
   constexpr std::pair<unsigned, std::string_view> kWords[] = {
-      {capability::kElements, "elements"},     {capability::kSets, "sets"},
-      {capability::kFields, "fields"},         {capability::kSystems, "coordinate systems"},
-      {capability::kProperties, "properties"}, {capability::kUnits, "units"},
+      {capability::kSurface, "surfaces"},
+      {capability::kElements, "elements"},
+      {capability::kSets, "sets"},
+      {capability::kFields, "fields"},
+      {capability::kSystems, "coordinate systems"},
+      {capability::kProperties, "properties"},
+      {capability::kUnits, "units"},
       {capability::kCarried, "its own text"},
   };
   std::string words;
@@ -104,8 +120,9 @@ std::span<const Format> Formats() {
 #ifdef QX_HAS_EXODUS
                                    ExodusFormat(),
 #endif
-                                   MshFormat(),    NastranFormat(), PvtuFormat(),
-                                   VtkFormat(),    VtuFormat()};
+                                   MshFormat(),    NastranFormat(), ObjFormat(),
+                                   PlyFormat(),    PvtuFormat(),    StlFormat(),
+                                   UnvFormat(),    VtkFormat(),     VtuFormat()};
   return formats;
 }
 
@@ -159,7 +176,7 @@ Result<OptionValues> ParseOptionValues(std::span<const FormatOption> options,
                                        std::span<const std::string> given) {
   std::string known;
   for (const FormatOption& option : options) {
-    known += fmt::format("{}{}={}", known.empty() ? "" : "; ", option.name, option.values);
+    known += fmt::format("{}{}={}", known.empty() ? "" : "; ", option.name, ValuesOf(option));
   }
   if (known.empty()) known = "none";
   OptionValues values;
@@ -172,7 +189,8 @@ Result<OptionValues> ParseOptionValues(std::span<const FormatOption> options,
                      [&](const FormatOption& known_option) { return known_option.name == name; });
     const bool is_known =
         option != options.end() && !value.empty() &&
-        fmt::format(", {}, ", option->values).find(", " + value + ", ") != std::string::npos;
+        (fmt::format(", {}, ", option->values).find(", " + value + ", ") != std::string::npos ||
+         FitsAny(option->any, value));
     if (!is_known) {
       return Failure{"", "", fmt::format("'{}' is no option of the format", text),
                      "its options are: " + known};

@@ -19,6 +19,8 @@ struct FormatOption {
   std::string_view name;
   std::string_view values;   ///< "ascii, binary"; the first is what it does untold
   std::string_view meaning;  ///< "how numbers are stored"
+  /// What a value may be besides these: "NUMBER", which is not negative, or any text, as "NAMES".
+  std::string_view any = {};
 };
 
 /// What was chosen, by name. Names and values have been checked against the format's options.
@@ -48,8 +50,9 @@ inline constexpr unsigned kSets = 2;
 inline constexpr unsigned kFields = 4;
 inline constexpr unsigned kSystems = 8;
 inline constexpr unsigned kProperties = 16;
-inline constexpr unsigned kCarried = 32;  ///< of its own text what the model has no place for
-inline constexpr unsigned kUnits = 64;    ///< the file says which its numbers are in
+inline constexpr unsigned kCarried = 32;   ///< of its own text what the model has no place for
+inline constexpr unsigned kUnits = 64;     ///< the file says which its numbers are in
+inline constexpr unsigned kSurface = 128;  ///< faces, those that are free of solids; no numbers
 }  // namespace capability
 
 /// A file format. A format is a folder of exchange/ and one row of the table in format.cpp.
@@ -81,6 +84,9 @@ struct Format {
   std::span<const FormatOption> read_options = {};
   std::span<const FormatOption> write_options = {};
 };
+
+/// "all, NAMES": the values of an option and what else it takes.
+std::string ValuesOf(const FormatOption& option);
 
 /// All formats, in the order of their names.
 std::span<const Format> Formats();

@@ -56,8 +56,13 @@ void ExportTo(CQXDBSession& session, const exchange::Format& format, const std::
     options.write.values = values;
     exchange::LossReport losses;
     const std::string path = Folder() + "/written";
-    Need(static_cast<bool>(exchange::ExportFile(session, path, options, losses)));
-    Put(format.name == "vtu" ? "vtk" : std::string(format.name), of + name, *ReadWholeFile(path));
+    const bool is_surface = format.capabilities & exchange::capability::kSurface;
+    const bool is_written(exchange::ExportFile(session, path, options, losses));
+    if (!is_written && is_surface) continue;  // lines and points have none
+    Need(is_written);
+    const std::string target(format.name == "vtu" ? "vtk" : is_surface ? "surface" : format.name);
+    const std::string which = is_surface ? std::string(format.name) + "-" : "";
+    Put(target, which + of + name, *ReadWholeFile(path));
   }
 }
 
@@ -83,7 +88,7 @@ void MakeDecks() {
               "kind" + std::to_string(kind));
   }
   ExportAll(*exchange::ParseMsh(sample::Write(small, {"4.1"}), "sample"), "small");
-  for (const char* target : {"abaqus", "nastran", "vtk"}) {
+  for (const char* target : {"abaqus", "nastran", "surface", "unv", "vtk"}) {
     for (const fs::directory_entry& entry : fs::directory_iterator(root + "/corpus/" + target)) {
       const std::string name = entry.path().stem();
       if (!name.starts_with("hand-")) continue;

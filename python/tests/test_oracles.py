@@ -166,6 +166,37 @@ def test_vtk_reads_exodus(tmp_path: Path) -> None:
     assert count == 2 * len(names)
 
 
+SURFACES = [
+    ("a.stl", "vtkSTLReader", "vtkIOGeometry", ()),
+    ("a.stl", "vtkSTLReader", "vtkIOGeometry", ("--encoding=ascii",)),
+    ("a.obj", "vtkOBJReader", "vtkIOGeometry", ()),
+    ("a.ply", "vtkPLYReader", "vtkIOPLY", ()),
+    ("a.ply", "vtkPLYReader", "vtkIOPLY", ("--encoding=ascii",)),
+]
+
+
+@pytest.mark.parametrize("file, reader, module, options", SURFACES)
+def test_vtk_reads_surfaces(
+    tmp_path: Path, file: str, reader: str, module: str, options: tuple[str, ...]
+) -> None:
+    """The skin of one solid of each kind is closed and holds the solid's volume."""
+    found = pytest.importorskip(f"vtkmodules.{module}")
+    core = pytest.importorskip("vtkmodules.vtkFiltersCore")
+    for name in [n for n in NAMES if shape_of(n) in ("tet", "pyramid", "wedge", "hex")]:
+        path = export(make([name]), tmp_path, file, "--force", *options)
+        source = getattr(found, reader)()
+        source.SetFileName(str(path))
+        triangles = core.vtkTriangleFilter()
+        triangles.SetInputConnection(source.GetOutputPort())
+        mass = core.vtkMassProperties()
+        mass.SetInputConnection(triangles.GetOutputPort())
+        mass.Update()
+        share = {"tet": 1 / 6, "pyramid": 1 / 3, "wedge": 1 / 2, "hex": 1}[shape_of(name)]
+        rng = np.random.default_rng(7)
+        sizes = [(rng.uniform(-50, 50, 3), rng.uniform(0.5, 5))[1] for _ in range(2)]
+        assert mass.GetVolume() == pytest.approx(share * sum(s**3 for s in sizes), rel=1e-3), name
+
+
 # ---- meshio -------------------------------------------------------------------------------------
 
 # As meshio names them, which lists nodes as VTK does.
@@ -183,6 +214,14 @@ MESHIO_FILES = [
     ("a.inp", (), ("pyramid5", "pyramid13", "wedge6", "wedge15", "quad8", "line3", "tri6")),
     ("a.bdf", (), ("pyramid5", "pyramid13", "wedge15", "line3", "quad8", "tri6")),
     ("a.vtu", (), ()),
+]
+# Surfaces alone. Of PLY files it reads colours of faces in text, and of faces of one kind.
+MESHIO_SURFACES = [
+    ("a.obj", (), ["tri3", "quad4"]),
+    ("a.ply", ("--encoding=ascii",), ["tri3"]),
+    ("a.ply", ("--encoding=ascii",), ["quad4"]),
+    ("a.stl", (), ["tri3"]),
+    ("a.stl", ("--encoding=ascii",), ["tri3"]),
 ]
 
 
@@ -210,6 +249,17 @@ def test_meshio_reads(
                 for m, (a, b) in enumerate(EDGES[shape]):
                     middle = (points[a] + points[b]) / 2
                     np.testing.assert_allclose(points[corners + m], middle, atol=1e-9)
+
+
+@pytest.mark.parametrize("file, options, names", MESHIO_SURFACES)
+def test_meshio_reads_surfaces(
+    tmp_path: Path, file: str, options: tuple[str, ...], names: list[str]
+) -> None:
+    meshio = pytest.importorskip("meshio")
+    model = make(names)
+    mesh = meshio.read(export(model, tmp_path, file, *options))
+    assert sum(len(block.data) for block in mesh.cells) == 2 * len(names)
+    np.testing.assert_allclose(np.sort(mesh.points, 0), np.sort(model.nodes.xyz, 0), rtol=1e-6)
 
 
 def signed_size(shape: str, points: np.ndarray[Any, Any]) -> float:
@@ -272,9 +322,43 @@ def test_gmsh_reads_msh(
         model, tmp_path, "all.msh", f"--encoding={encoding}", f"--option=version={version}"
     )
     gmsh.open(str(path))
-    tags, coordinates, _ = gmsh.model.mesh.getNodes()
-    assert len(tags) == len(model.nodes)
+    assert len(gmsh.model.mesh.getNodes()[0]) == len(model.nodes)
     assert len({name for name in groups(gmsh)} & {"solids"}) == 1
+    assert count_checked(gmsh) == 2 * len(names)
+
+
+# The format has no pyramids.
+UNV = [name for name in NAMES if not name.startswith("pyramid")]
+
+
+@pytest.mark.parametrize("order", list(ORDERS))
+def test_gmsh_reads_unv(tmp_path: Path, gmsh: Any, order: str) -> None:
+    names = [name for name in ORDERS[order] if name in UNV]
+    model = make(names)
+    gmsh.open(str(export(model, tmp_path, "all.unv")))
+    assert count_checked(gmsh) == 2 * len(names)
+    assert "solids" in groups(gmsh)
+    assert set(gmsh.model.mesh.getNodes()[0]) >= set(model.nodes.keys)
+
+
+@pytest.mark.parametrize("order", list(ORDERS))
+def test_gmsh_writes_unv(tmp_path: Path, gmsh: Any, order: str) -> None:
+    """What it makes of our elements and writes comes back as it was."""
+    names = [name for name in ORDERS[order] if name in UNV]
+    model = make(names)
+    gmsh.open(str(export(model, tmp_path, "all.msh")))
+    gmsh.option.setNumber("Mesh.SaveAll", 1)
+    gmsh.write(str(tmp_path / "theirs.unv"))
+    theirs, back = tmp_path / "theirs.unv", tmp_path / "back.qxm"
+    subprocess.run([QXDB, "import", theirs, back], check=True, capture_output=True)
+    subprocess.run([QXDB, "export", back, tmp_path / "back.msh"], check=True, capture_output=True)
+    gmsh.open(str(tmp_path / "back.msh"))
+    assert count_checked(gmsh) == 2 * len(names)
+
+
+def count_checked(gmsh: Any) -> int:
+    """The number of elements, each of which lies as the program wants it."""
+    tags, coordinates, _ = gmsh.model.mesh.getNodes()
     where = {t: coordinates[3 * i : 3 * i + 3] for i, t in enumerate(tags)}
     count = 0
     for kind, elements, nodes in zip(*gmsh.model.mesh.getElements()):
@@ -284,7 +368,7 @@ def test_gmsh_reads_msh(
         reference = np.reshape(local, (size, -1))
         for row in np.reshape(nodes, (-1, size)):
             check_element(name, corners, reference, np.array([where[n] for n in row]), dimension)
-    assert count == 2 * len(names)
+    return count
 
 
 def check_element(

@@ -40,7 +40,8 @@ TEST_F(Shell, SuggestsWhatMayStandNext) {
       {"exp", "export"},
       {"edit ''", "move|renumber|delete"},
       {"edit m", "move"},
-      {"export m.qxm ''", ":files .inp " QX_EXODUS_FILES ".msh .bdf .dat .nas .blk .vtu .json"},
+      {"export m.qxm ''", ":files .inp " QX_EXODUS_FILES
+                          ".msh .bdf .dat .nas .blk .obj .ply .stl .unv .uff .vtu .json"},
       {"export m.qxm a.vtu --encoding ''", "binary|ascii|base64|raw|inline"},
       {"export m.qxm a.vtu --encoding = ba", "base64"},
       {"export m.qxm a.vtu --encoding=ba", "--encoding=base64"},

@@ -107,13 +107,13 @@ TEST(Formats, ContentDecides) {
   const std::pair<const char*, const char*> kForeign[] = {
       {"", "it is empty"},
       {" \n\n", "it is blank"},
-      {"solid part\nfacet normal 0 0 1\n", "STL"},
+      {"solid ground under our feet\n", "text"},
       {"dear reader,\n  GRID is a word, CEND another\n", "text"},
       {"*KEYWORD\n*NODE\n       1  0.0\n", "text"},
       {"{\"a\": 1}", "JSON"},
       {"<html></html>", "XML"},
       {"\x89PNG\r\n\x1a\n", "a picture"},
-      {"    -1\n  2411\n", "text"},
+      {"-1\ndegrees\n0\n", "text"},
   };
   int asked = 0;
   for (const Format& format : Formats()) {

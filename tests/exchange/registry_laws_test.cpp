@@ -214,6 +214,7 @@ void ExpectSizes(const Deck& deck, const std::map<Key, Numbers>& nodes, const El
 // -------------------------------------------------------------------------------------
 
 TEST_P(EveryWay, KeepsWhatItSaysAndTellsOfTheRest) {
+  if (Keeps(capability::kSurface)) GTEST_SKIP() << "faces alone are kept: see surface_test.cpp";
   for (unsigned seed = 1; seed <= 3; ++seed) {
     SCOPED_TRACE(seed);
     CQXDBSession model(host::SetUpModel);

@@ -263,7 +263,8 @@ std::string FormatNotes(bool to_read) {
     notes += fmt::format("\n           keeps {}", exchange::CapabilityWords(format.capabilities));
     const auto options = to_read ? format.read_options : format.write_options;
     for (const exchange::FormatOption& option : options) {
-      notes += fmt::format("\n           {}: {} ({})", option.name, option.meaning, option.values);
+      notes += fmt::format("\n           {}: {} ({})", option.name, option.meaning,
+                           exchange::ValuesOf(option));
     }
   }
   return notes;
