@@ -27,9 +27,7 @@ DPoolBase* PoolFor(CQXDBSession* session) {
 template <class T>
 const T* Live(CQXDBSession* session, ITR itr) {
   const DPoolBase* pool = itr ? PoolFor<T>(session) : nullptr;
-  // The slot number is looked at first: it comes from the address alone, which may be stale.
-  if (!pool || pool->Set().SlotOf(itr) >= pool->Set().SlotLimit()) return nullptr;
-  if (KeyedSetBase::IsRemoved(itr) || pool->Find(KeyOf(itr)) != itr) return nullptr;
+  if (!pool || !pool->Set().IsLinked(itr)) return nullptr;
   return static_cast<const T*>(KeyedSetBase::RecordAt(itr));
 }
 

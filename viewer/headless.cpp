@@ -13,6 +13,7 @@
 #include <filesystem>
 #include <poll.h>
 #include <spawn.h>
+#include <sstream>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -28,9 +29,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// How long an answer may take: large models are drawn by the processor.
-constexpr std::chrono::minutes kPatience{5};
-
 /// A text member of an object; empty where there is none.
 std::string TextOf(const rapidjson::Value& object, const char* name) {
   const auto member = object.FindMember(name);
@@ -38,10 +36,58 @@ std::string TextOf(const rapidjson::Value& object, const char* name) {
   return {member->value.GetString(), member->value.GetStringLength()};
 }
 
+/// What went wrong in a script, without the places in it; `details` as the protocol tells it.
+std::string ScriptFault(const rapidjson::Value& details) {
+  const auto thrown = details.FindMember("exception");
+  std::string text;
+  if (thrown != details.MemberEnd()) {
+    text = TextOf(thrown->value, "description");
+    if (text.empty()) text = TextOf(thrown->value, "value");  // what is thrown need be no error
+  }
+  if (text.empty()) text = TextOf(details, "text");
+  text.resize(std::min(text.find('\n'), text.size()));
+  return text;
+}
+
+/// What a script told the console as an error; empty for all else.
+std::string ConsoleFault(const rapidjson::Value& call) {
+  if (TextOf(call, "type") != "error") return {};
+  std::string text;
+  const auto arguments = call.FindMember("args");
+  if (arguments == call.MemberEnd() || !arguments->value.IsArray())
+    return "an error without a text";
+  for (const rapidjson::Value& argument : arguments->value.GetArray()) {
+    std::string part = TextOf(argument, "value");
+    if (part.empty()) part = TextOf(argument, "description");
+    text += (text.empty() ? "" : " ") + part;
+  }
+  text.resize(std::min(text.find('\n'), text.size()));
+  return text.empty() ? "an error without a text" : text;
+}
+
+/// How long an answer may take: large models are drawn by the processor.
+constexpr std::chrono::minutes kPatience{5};
+
+/// The path of a program, found as a shell would; empty where there is none.
+std::string PathOf(const std::string& program) {
+  const auto can_run = [](const std::string& path) { return access(path.c_str(), X_OK) == 0; };
+  if (program.find('/') != std::string::npos) return can_run(program) ? program : std::string();
+  const char* list = std::getenv("PATH");
+  std::istringstream folders(list ? list : "");
+  for (std::string folder; std::getline(folders, folder, ':');) {
+    std::string path = (fs::path(folder) / program).string();
+    if (can_run(path)) return path;
+  }
+  return {};
+}
+
 /// Starts a program with both ends of its pipe at `socket` and its output thrown away; -1 where it
-/// cannot be started.
-int Spawn(const std::string& program, const std::vector<std::string>& arguments, int socket) {
-  std::vector<std::string> texts{program};
+/// cannot be started. A shell waits for its end and then removes `folder`: the program ends with
+/// its pipe, and so with this process, however that ends.
+int Spawn(const std::string& program, const std::vector<std::string>& arguments,
+          const std::string& folder, int socket) {
+  std::vector<std::string> texts{"sh",   "-c",   "folder=$1; shift; \"$@\"; rm -rf -- \"$folder\"",
+                                 "qxdb", folder, program};
   texts.insert(texts.end(), arguments.begin(), arguments.end());
   std::vector<char*> pointers;
   for (std::string& text : texts) pointers.push_back(text.data());
@@ -58,8 +104,7 @@ int Spawn(const std::string& program, const std::vector<std::string>& arguments,
   posix_spawnattr_init(&attributes);
   posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP);
   pid_t child = 0;
-  const int error =
-      posix_spawnp(&child, program.c_str(), &actions, &attributes, pointers.data(), environ);
+  const int error = posix_spawn(&child, "/bin/sh", &actions, &attributes, pointers.data(), environ);
   posix_spawnattr_destroy(&attributes);
   posix_spawn_file_actions_destroy(&actions);
   return error == 0 ? child : -1;
@@ -120,7 +165,9 @@ Result<std::unique_ptr<HeadlessBrowser>> HeadlessBrowser::Start() {
                                     "google-chrome", "chrome"};
   if (const char* named = std::getenv("QXDB_BROWSER"); named && *named) programs = {named};
   for (const std::string& program : programs) {
-    browser->process_ = Spawn(program, arguments, theirs);
+    const std::string path = PathOf(program);
+    if (path.empty()) continue;
+    browser->process_ = Spawn(path, arguments, browser->folder_->Path(), theirs);
     browser->program_ = program;
     if (browser->process_ > 0) break;
   }
@@ -218,6 +265,7 @@ Result<rapidjson::Document> HeadlessBrowser::Call(std::string_view method,
     auto received = Receive();
     if (!received) return received;
     const rapidjson::Document& message = *received;
+    if (Outcome sound = CheckScripts(message); !sound) return sound.Error();
     if (TextOf(message, "method") == "Runtime.bindingCalled") {
       asked_.push_back(TextOf(message["params"], "payload"));
       continue;
@@ -270,14 +318,25 @@ Outcome HeadlessBrowser::Evaluate(std::string_view script, const Answer& answer)
   json.Text("expression", script).Flag("awaitPromise", true).EndObject();
   const auto message = Call("Runtime.evaluate", json.Result(), answer);
   if (!message) return message.AsOutcome();
-  const auto& result = (*message)["result"];
-  const auto fault = result.FindMember("exceptionDetails");
-  if (fault == result.MemberEnd()) return {};
-  const auto thrown = fault->value.FindMember("exception");
-  std::string text = thrown == fault->value.MemberEnd() ? TextOf(fault->value, "text")
-                                                        : TextOf(thrown->value, "description");
-  text.resize(std::min(text.find('\n'), text.size()));  // without the places in the script
-  return Lost("the page cannot be drawn: " + text);
+  return {};
+}
+
+Outcome HeadlessBrowser::CheckScripts(const rapidjson::Document& message) const {
+  std::string fault;
+  const std::string event = TextOf(message, "method");
+  const auto of = [&](const char* member,
+                      const rapidjson::Value& object) -> const rapidjson::Value* {
+    const auto found = object.FindMember(member);
+    return found != object.MemberEnd() && found->value.IsObject() ? &found->value : nullptr;
+  };
+  const rapidjson::Value* told = of(event.empty() ? "result" : "params", message);
+  if (!told) return {};
+  if (event == "Runtime.consoleAPICalled") fault = ConsoleFault(*told);
+  // Of a script that was sent, its answer; of one of the page's own, an event.
+  if (event.empty() || event == "Runtime.exceptionThrown") {
+    if (const auto* details = of("exceptionDetails", *told)) fault = ScriptFault(*details);
+  }
+  return fault.empty() ? Outcome() : Lost("the page cannot be drawn: " + fault);
 }
 
 Result<std::string> HeadlessBrowser::Screenshot() {

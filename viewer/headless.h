@@ -34,7 +34,8 @@ class HeadlessBrowser {
   /// Gives the page a function of that name, of one text: a question for Evaluate's `answer`.
   Outcome Expose(std::string_view name);
   /// Runs a script and waits for the promise that it may return. What it asks meanwhile is
-  /// answered; fails with the script's error, or the first answer that failed.
+  /// answered; fails with the first error of this or any other script of the page, those told to
+  /// its console among them, or the first answer that failed.
   Outcome Evaluate(std::string_view script, const Answer& answer = {});
   /// What the page looks like, as the bytes of a PNG file.
   Result<std::string> Screenshot();
@@ -48,6 +49,9 @@ class HeadlessBrowser {
   Result<rapidjson::Document> Call(std::string_view method, std::string_view parameters,
                                    const Answer& answer = {});
   Outcome AnswerAll(const Answer& answer);
+  /// Fails with the text of an error that a script of the page met, whoever ran it, or told the
+  /// console.
+  Outcome CheckScripts(const rapidjson::Document& message) const;
   Outcome Send(std::string_view method, std::string_view parameters);
   Result<rapidjson::Document> Receive();
   Failure Lost(const std::string& what) const;

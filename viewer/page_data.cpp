@@ -8,9 +8,9 @@
 
 #include "qx_db/app/mesh_findings.h"
 #include "qx_db/lib/units.h"
-#include "qx_db/mesh/element_volume.h"
 #include "qx_db/mesh/mesh_adjacency.h"
 #include "qx_db/mesh/mesh_quality.h"
+#include "qx_db/mesh/quality_values.h"
 #include "qx_db/model/coordinate_pool.h"
 #include "qx_db/model/mesh_pools.h"
 #include "qx_db/model/mesh_set_pool.h"
@@ -325,36 +325,9 @@ namespace {
 
 constexpr float kNoValue = std::numeric_limits<float>::quiet_NaN();
 
-/// The values of a measure. Relative ones are weighed against the mean size of their shape.
 std::vector<float> MeasureValues(const DenseMesh& mesh, const MeasureInfo& info, double length) {
-  std::array<double, 9> sum{}, count{};
-  Point3 corners[8];
-  const auto place = [&](std::uint32_t e) { return static_cast<std::size_t>(mesh.Shape(e)); };
-  if (info.is_relative) {
-    for (std::uint32_t e = 0; e < mesh.ElementCount(); ++e) {
-      if (!mesh.IsUsable(e) || mesh.Shape(e) == CornerShape::kNone) continue;
-      mesh.CornerPositions(e, corners);
-      sum[place(e)] += ShapeSize(mesh.Shape(e), corners);
-      ++count[place(e)];
-    }
-  }
-  std::vector<float> values(mesh.ElementCount(), kNoValue);
-  ParallelFor(values.size(), 2000, [&](std::size_t begin, std::size_t end) {
-    Point3 own[8];
-    for (std::size_t i = begin; i < end; ++i) {
-      const auto e = static_cast<std::uint32_t>(i);
-      if (!mesh.IsUsable(e) || mesh.Shape(e) < CornerShape::kLine) continue;
-      const std::size_t corners_of = mesh.Corners(e).size();
-      mesh.CornerPositions(e, own);
-      for (std::size_t c = 0; c < corners_of; ++c) own[c] = length * own[c];
-      const double mean = count[place(e)] > 0 ? sum[place(e)] / count[place(e)] : 0;
-      const double scale = mesh.Shape(e) == CornerShape::kLine         ? length
-                           : mesh.Shape(e) < CornerShape::kTetrahedron ? length * length
-                                                                       : length * length * length;
-      values[i] = static_cast<float>(Quality(info.measure, mesh.Shape(e), own, mean * scale));
-    }
-  });
-  return values;
+  const std::vector<double> values = ValuesOf(mesh, info, length);
+  return {values.begin(), values.end()};
 }
 
 Point3 MiddleOf(const DenseMesh& mesh, std::uint32_t e) {

@@ -12,10 +12,9 @@
 #include "qx_db/app/mesh_repair.h"
 #include "qx_db/app/mesh_util.h"
 #include "qx_db/mesh/mesh_adjacency.h"
-#include "qx_db/mesh/mesh_quality.h"
+#include "qx_db/mesh/quality_summary.h"
 #include "qx_db/model/standard_pools.h"
 #include "qx_db/platform/long_work.h"
-#include "qx_db/platform/parallel.h"
 #include "qx_db/record/element_types.h"
 
 #include "handle.h"
@@ -29,55 +28,61 @@ constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 
 // ---- quality ------------------------------------------------------------------------------------
 
-/// What a relative measure weighs an element against: the mean size of each shape.
-std::vector<double> MeanSizes(const DenseMesh& mesh) {
-  constexpr std::size_t kShapes = static_cast<std::size_t>(CornerShape::kHexahedron) + 1;
-  std::vector<double> sizes(kShapes, 0.0), counts(kShapes, 0.0);
-  for (std::uint32_t e = 0; e < mesh.ElementCount(); ++e) {
-    if (!mesh.IsUsable(e) || mesh.Shape(e) == CornerShape::kNone) continue;
-    Point3 corners[8];
-    mesh.CornerPositions(e, corners);
-    const auto shape = static_cast<std::size_t>(mesh.Shape(e));
-    sizes[shape] += std::abs(ShapeSize(mesh.Shape(e), corners));
-    ++counts[shape];
+const MeasureInfo& MeasureOf(const std::string& name) {
+  const MeasureInfo* info = FindMeasure(name);
+  if (!info) {
+    Refuse(FaultKind::kValue, "measure \"" + name + "\"", "is not known", "see qxdb.measures()");
   }
-  for (std::size_t i = 0; i < kShapes; ++i) sizes[i] /= std::max(counts[i], 1.0);
-  return sizes;
+  return *info;
 }
 
 /// One value an element; NaN where it has none.
 Reals QualityOf(Handle& handle, const std::string& name) {
   const Guard guard(handle);
-  const MeasureInfo* info = FindMeasure(name);
-  if (!info) {
-    Refuse(FaultKind::kValue, "measure \"" + name + "\"", "is not known", "see qxdb.measures()");
+  const MeasureInfo& info = MeasureOf(name);
+  std::vector<double> values;
+  {
+    const py::gil_scoped_release others_may_run;
+    values = ValuesOf(handle.Session(), info, 1);
   }
-  Reals values(static_cast<py::ssize_t>(Pool<tagTElem>(handle.Session()).GetSize()));
-  double* out = values.mutable_data();
-  const py::gil_scoped_release others_may_run;
-  LongWork work(10);
-  const DenseMesh mesh(handle.Session());
-  work.Step(3);
-  const std::vector<double> means = info->is_relative ? MeanSizes(mesh) : std::vector<double>();
-  constexpr std::size_t kPiece = 1 << 16;  // between two looks for an interrupt
-  LongWork measuring(mesh.ElementCount(), 7);
-  for (std::size_t piece = 0; piece < mesh.ElementCount(); piece += kPiece) {
-    measuring.Step(piece == 0 ? 0 : kPiece);
-    const std::size_t count = std::min<std::size_t>(kPiece, mesh.ElementCount() - piece);
-    ParallelFor(count, 1 << 12, [&](std::size_t begin, std::size_t end) {
-      for (std::size_t i = piece + begin; i < piece + end; ++i) {
-        const auto e = static_cast<std::uint32_t>(i);
-        out[i] = kNaN;
-        if (!mesh.IsUsable(e) || mesh.Shape(e) == CornerShape::kNone) continue;
-        Point3 corners[8];
-        mesh.CornerPositions(e, corners);
-        const CornerShape shape = mesh.Shape(e);
-        out[i] = Quality(info->measure, shape, corners,
-                         info->is_relative ? means[static_cast<std::size_t>(shape)] : kNaN);
+  return Reals(static_cast<py::ssize_t>(values.size()), values.data());
+}
+
+/// (elements, outside, unbounded, best, mean, bars, worst) over all elements, or those at some
+/// rows; a bar is (low, high, count, outside), a worst one (value, key).
+py::tuple QualitySummaryOf(Handle& handle, const std::string& name,
+                           const std::optional<py::array_t<std::int64_t>>& rows, int bins,
+                           int worst) {
+  const Guard guard(handle);
+  const MeasureInfo& info = MeasureOf(name);
+  if (bins < 1 || worst < 0) {
+    Refuse(FaultKind::kValue, "bins or worst", "is no number to show", "give 1 or more, 0 or more");
+  }
+  std::vector<std::int64_t> chosen;
+  if (rows) chosen.assign(rows->data(), rows->data() + rows->size());
+  MeasureSummary summary;
+  {
+    const py::gil_scoped_release others_may_run;
+    const DenseMesh mesh(handle.Session());
+    std::vector<double> values = ValuesOf(mesh, info, 1);
+    if (rows) {
+      std::vector<double> own(values.size(), kNaN);
+      for (const std::int64_t row : chosen) {
+        if (row >= 0) own.at(static_cast<std::size_t>(row)) = values[static_cast<std::size_t>(row)];
       }
-    });
+      values.swap(own);
+    }
+    summary = Summarise(mesh, info, values, bins, static_cast<std::size_t>(worst));
   }
-  return values;
+  py::list bars, last;
+  for (const HistogramBin& bin : summary.histogram) {
+    bars.append(py::make_tuple(bin.low, bin.high, bin.count, bin.outside));
+  }
+  for (const RatedElement& element : summary.worst) {
+    last.append(py::make_tuple(element.value, element.key));
+  }
+  return py::make_tuple(summary.elements, summary.outside, summary.unbounded, summary.best,
+                        summary.mean, bars, last);
 }
 
 /// (name, label, unit, whether high is bad, acceptable or None)
@@ -113,8 +118,9 @@ py::list FindingsOf(Handle& handle, double tolerance) {
   return out;
 }
 
-py::dict Repair(Handle& handle, std::optional<double> merge_tolerance, bool duplicate_elements,
-                bool inverted_solids, bool misoriented_shells, bool unreferenced_nodes) {
+/// (numbers of what was done by name, what was left behind: duplicate, element that stays, pool)
+py::tuple Repair(Handle& handle, std::optional<double> merge_tolerance, bool duplicate_elements,
+                 bool inverted_solids, bool misoriented_shells, bool unreferenced_nodes) {
   const RepairPlan plan{merge_tolerance, duplicate_elements, inverted_solids, misoriented_shells,
                         unreferenced_nodes};
   RepairReport report;
@@ -135,7 +141,11 @@ py::dict Repair(Handle& handle, std::optional<double> merge_tolerance, bool dupl
   out["one_sided_patches"] = report.one_sided_patches;
   out["nodes_removed"] = report.nodes_removed;
   out["nodes_kept"] = report.nodes_kept;
-  return out;
+  py::list left_behind;
+  for (const LeftBehind& loss : report.left_behind) {
+    left_behind.append(py::make_tuple(loss.duplicate, loss.stays, loss.type));
+  }
+  return py::make_tuple(out, left_behind);
 }
 
 // ---- sides and parts ----------------------------------------------------------------------------
@@ -338,6 +348,8 @@ void BindMesh(py::module_& module, py::class_<Handle, std::shared_ptr<Handle>>& 
   module.def("measures", MeasureTable);
   module.def("element_types", ElementTypeTable);
   model.def("quality", QualityOf, py::arg("measure"))
+      .def("quality_summary", QualitySummaryOf, py::arg("measure"), py::arg("rows"),
+           py::arg("bins"), py::arg("worst"))
       .def("findings", FindingsOf, py::arg("tolerance"))
       .def("repair", Repair, py::arg("merge_tolerance"), py::arg("duplicate_elements"),
            py::arg("inverted_solids"), py::arg("misoriented_shells"), py::arg("unreferenced_nodes"))

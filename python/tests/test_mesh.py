@@ -35,6 +35,26 @@ def test_measures_of_a_block(cube: qxdb.Model) -> None:
         cube.elements.quality("beauty")
 
 
+def test_a_summary_tells_of_its_own_elements(bracket: qxdb.Model) -> None:
+    for elements in (bracket.elements, bracket.elements["tet10"], bracket.elements[[1, 5, 9]]):
+        values = elements.quality("aspect-ratio")
+        rated = values[~np.isnan(values)]
+        summary = elements.quality_summary("aspect-ratio", bins=5, worst=3)
+        assert (summary.elements, summary.unbounded) == (len(rated), 0)
+        assert summary.outside == (rated > 4 * (1 + 1e-9)).sum()
+        assert summary.best == rated.min() and summary.mean == pytest.approx(rated.mean())
+        bars = summary.histogram
+        assert 1 <= len(bars) <= 5 and bars["count"].sum() == len(rated)
+        for low, high, count, _ in bars[1:-1]:
+            assert count == ((rated >= low) & (rated < high)).sum()
+        assert [value for value, _ in summary.worst] == sorted(rated, reverse=True)[:3]
+        for value, key in summary.worst:
+            assert elements[[key]].quality("aspect-ratio") == [value]
+    for bins, worst in ((0, 1), (1, -1)):
+        with pytest.raises(qxdb.ValueFault):
+            bracket.elements.quality_summary("shape", bins, worst)
+
+
 def test_findings_and_repair(cube: qxdb.Model) -> None:
     assert not any(f.is_fault and len(f.keys) for f in cube.findings().values())
     with cube.step("spoil"):
@@ -46,6 +66,13 @@ def test_findings_and_repair(cube: qxdb.Model) -> None:
     done = cube.repair(merge_nodes=1e-6, inverted_solids=True)
     assert (done["nodes_merged"], done["solids_turned"]) == (3, 1)
     assert len(cube.nodes) == 27 and (cube.elements.sizes > 0).all()
+    assert done["left_behind"] == []
+    # Both the element and its duplicate have factors, of which one pair can stay.
+    twin = cube.elements.insert("hex8", nodes=cube.elements["hex8"].nodes[2:3])
+    cube.pools["e3dscalefac"].insert(2, keys=[3, twin[0]], rho=[3, 9])
+    done = cube.repair(duplicate_elements=True)
+    assert done["elements_removed"] == 1
+    assert [(a, b, c.lower()) for a, b, c in done["left_behind"]] == [(twin[0], 3, "e3dscalefac")]
 
 
 def test_mesh_sets_are_sets(bracket: qxdb.Model) -> None:

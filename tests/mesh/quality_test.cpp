@@ -4,6 +4,7 @@
 #include <cmath>
 #include <gtest/gtest.h>
 #include <map>
+#include <numbers>
 #include <random>
 #include <set>
 
@@ -11,6 +12,7 @@
 #include "qx_db/gateway/document.h"
 #include "qx_db/mesh/dense_mesh.h"
 #include "qx_db/mesh/element_volume.h"
+#include "qx_db/mesh/lanes.h"
 #include "qx_db/mesh/mesh_quality.h"
 #include "qx_db/mesh/quality_values.h"
 
@@ -294,6 +296,73 @@ TEST(Quality, IsUnchangedByRotationAndScaling) {
       }
     }
   }
+}
+
+TEST(Quality, OfWholeMeshesIsThatOfTheirElements) {
+  // Two at a time or by itself, in whatever company: odd numbers of every shape, in random order.
+  std::mt19937 random(6);
+  testing::Model model;
+  std::vector<std::pair<CornerShape, std::vector<Point3>>> elements;
+  for (std::int32_t code : {4, 6, 8, 10, 12, 14, 5, 7, 9, 11, 13, 15}) {
+    const CornerShape shape = topology::ShapeOf(code);
+    for (int trial = 0; trial < 7; ++trial)
+      elements.push_back({shape, Distorted(shape, random, 0.4)});
+    elements.push_back(
+        {shape, std::vector<Point3>(elements.back().second.size(), Point3(1, 2, 3))});
+  }
+  std::shuffle(elements.begin(), elements.end(), random);
+  const std::map<CornerShape, std::int32_t> codes = {
+      {CornerShape::kTriangle, 4},    {CornerShape::kQuadrilateral, 6},
+      {CornerShape::kTetrahedron, 8}, {CornerShape::kPyramid, 10},
+      {CornerShape::kWedge, 12},      {CornerShape::kHexahedron, 14}};
+  for (const auto& [shape, p] : elements) model.Element(codes.at(shape), p);
+  for (const MeasureInfo& info : Measures()) {
+    if (info.is_relative) continue;
+    const std::vector<double> values = ValuesOf(model.session, info, 1);
+    ASSERT_EQ(values.size(), elements.size());
+    for (std::size_t e = 0; e < values.size(); ++e) {
+      const double alone = Quality(info.measure, elements[e].first, elements[e].second.data());
+      if (std::isnan(alone)) {
+        EXPECT_TRUE(std::isnan(values[e])) << info.name;
+      } else {
+        EXPECT_NEAR(values[e], alone, 1e-14 * (1 + std::abs(alone))) << info.name;
+      }
+    }
+  }
+}
+
+TEST(Quality, AnglesLoseNothingNearTheirEnds) {
+  constexpr double kDegrees = 180 / std::numbers::pi;
+  for (double height = 1; height > 1e-12; height *= 0.37) {
+    const Point3 sharp[3] = {{0, 0, 0}, {1, 0, 0}, {1, height, 0}};
+    const double least = std::atan(height) * kDegrees;
+    EXPECT_NEAR(Quality(Measure::kMinAngle, CornerShape::kTriangle, sharp), least, 1e-15 * least);
+    const Point3 flat[3] = {{-1, 0, 0}, {1, 0, 0}, {0, height, 0}};
+    EXPECT_NEAR(Quality(Measure::kMaxAngle, CornerShape::kTriangle, flat), 180 - 2 * least, 1e-13);
+    // An arrow, whose angle in the notch is above 180 degrees.
+    const Point3 arrow[4] = {{-1, 0, 0}, {0, height, 0}, {1, 0, 0}, {0, 2, 0}};
+    if (height < 1) {
+      EXPECT_NEAR(Quality(Measure::kMaxAngle, CornerShape::kQuadrilateral, arrow), 180 + 2 * least,
+                  1e-13);
+    }
+  }
+}
+
+TEST(Lanes, HaveTheFunctionsOfTheirNumbers) {
+  std::mt19937 random(7);
+  std::uniform_real_distribution<double> exponent(-300, 300);
+  for (int trial = 0; trial < 10000; ++trial) {
+    const double a = std::pow(10, exponent(random)), b = -std::pow(10, exponent(random) / 20);
+    const Lanes roots = CubeRoot(Lanes{a, 0});
+    EXPECT_NEAR(roots[0] / std::cbrt(a), 1, 1e-15) << a;
+    EXPECT_EQ(roots[1], 0);
+    const Lanes angles = ArcCotangent(Lanes{b, -b});
+    for (int i = 0; i < kLanes; ++i) {
+      const double wanted = std::atan2(1, i == 0 ? b : -b) * 180 / std::numbers::pi;
+      EXPECT_NEAR(angles[i], wanted, 1e-15 * wanted) << b;
+    }
+  }
+  for (const double right : {0.0, 1.0, -1.0}) EXPECT_EQ(ArcCotangent(right), 90 - 45 * right);
 }
 
 TEST(Quality, DimensionIsTheVolumeOverItsGradient) {

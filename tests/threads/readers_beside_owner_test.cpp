@@ -6,6 +6,7 @@
 #include <atomic>
 #include <filesystem>
 #include <gtest/gtest.h>
+#include <list>
 #include <memory>
 #include <thread>
 #include <vector>
@@ -23,6 +24,7 @@
 #include "qx_db/material/material_file.h"
 #include "qx_db/material/material_library.h"
 #include "qx_db/mesh/dense_mesh.h"
+#include "qx_db/mesh/quality_values.h"
 #include "qx_db/model/mesh_pools.h"
 #include "qx_db/model/mesh_set_pool.h"
 #include "qx_db/ui/selection_lists.h"
@@ -126,6 +128,41 @@ class Strip {
   }
 };
 
+/// Every kind of question to the mesh utilities: by element, by side, about many at once.
+void Ask(CQXDBSession& snapshot, const TArray<ITR>& elements) {
+  const CQXMeshUtil util(&snapshot);
+  TArray<ITR> found;
+  EXPECT_GT(util.GetNodeListByElemItrArray(elements, found, 1), 0);
+  EXPECT_GT(util.GetNodeListByMsetItrArray({snapshot.GetDataPool(code::kMset)->Find(7)}, found), 0);
+  util.GetCommonNodeListByElemItrArray(elements, found, 1);
+  TArray<tagTElemSide> edges;
+  double numbers[6], sum = 0;
+  for (const ITR element : elements) {
+    sum += util.GetElemQuantity(element) + util.GetElemVolume(element) + util.GetFaceArea(element) +
+           util.GetElemMatlDensity(element) + util.IsQuadratic(element);
+    EXPECT_EQ(util.GetElemCenter(element, numbers), 1);
+    for (std::int32_t side = 0; side < util.GetNodeCountByElem(element); ++side) {
+      edges.Add({element, side});
+      sum += util.GetEdgeLength(edges[edges.GetSize() - 1]);
+      util.GetElemEdgeSideNormal({element, side}, numbers);
+      EXPECT_EQ(util.GetElemEdgeSideOutward({element, side}, numbers), 1);
+      EXPECT_EQ(util.GetEdgeNodeList({element, side}, found, 1), 2);
+    }
+    util.GetElemSideNormal({element, 0}, numbers);
+  }
+  EXPECT_GT(sum, 0);
+  util.GetEdgeSequenceNodeListByElemSideArray(edges, found, 1);
+  std::list<std::list<int>> groups;
+  EXPECT_GT(util.GroupElemSide(CQXMeshUtil::kEdgeSide, edges, groups), 0);
+  TArray<tagTElemSide> with, against;
+  util.ConvertStartEndElem(CQXMeshUtil::kEdgeSide, edges, with, against, nullptr);
+  util.GetMassCenter(elements, numbers);
+  util.GetMSetMass(elements);
+  for (const MeasureInfo& info : Measures()) {
+    EXPECT_EQ(ValuesOf(snapshot, info, 1).size(), elements.size());
+  }
+}
+
 /// What readers do to a snapshot; everything must agree with what the owner saw when he took it.
 void Read(CQXDBSession& snapshot, std::uint64_t hash, const std::string& path) {
   EXPECT_EQ(snapshot.StateHash(), hash);
@@ -145,11 +182,9 @@ void Read(CQXDBSession& snapshot, std::uint64_t hash, const std::string& path) {
   // Checks and selections.
   const DenseMesh mesh(snapshot);
   FindFaults(mesh, 1e-9);
-  const CQXMeshUtil util(&snapshot);
-  TArray<ITR> elements, found;
+  TArray<ITR> elements;
   snapshot.GetDataPool(code::kElem)->GetItrList(elements, 0);
-  EXPECT_GT(util.GetNodeListByElemItrArray(elements, found, 1), 0);
-  EXPECT_GT(util.GetNodeListByMsetItrArray({snapshot.GetDataPool(code::kMset)->Find(7)}, found), 0);
+  Ask(snapshot, elements);
   // Saving, opening, comparing.
   EXPECT_TRUE(SaveModel(snapshot, path));
   CQXDBSession again(host::SetUpModel);

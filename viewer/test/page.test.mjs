@@ -1,11 +1,14 @@
 // The page in a browser without a window, as its users have it: as one file, and served.
 
 import assert from 'node:assert/strict';
+import { spawn } from 'node:child_process';
+import { mkdtempSync, readdirSync, writeFileSync } from 'node:fs';
 import { request } from 'node:http';
 import { hostname } from 'node:os';
+import { join } from 'node:path';
 import { after, describe, test } from 'node:test';
 
-import { bracket, clean, closeAll, compareFile, comparePicture, cube, htmlOf, open, qxdb, refused, run, serve, until } from './support.mjs';
+import { bracket, clean, closeAll, compareFile, comparePicture, cube, faulty, folder, htmlOf, open, qxdb, qxdbPath, refused, run, serve, until } from './support.mjs';
 
 after(closeAll);
 
@@ -106,8 +109,11 @@ describe('numbers that the page finds by itself', () => {
   });
 
   test('measures as qxdb check does', async () => {
-    const range = await run(page, "await app.setColor({ by: 'size' }).catch(() => {}); return app.legend.range;").catch(() => null);
-    if (range) for (const v of range) assert.ok(Math.abs(v - 0.008) < 1e-6);
+    for (const [measure, wanted] of [['edge-ratio', 1], ['min-angle', 90], ['skew', 0]]) {
+      const range = await run(page, 'await app.setColor({ by: argument }); return app.legend.range;', measure);
+      assert.equal(range.length, 2);
+      for (const v of range) assert.ok(Math.abs(v - wanted) < 1e-4, `${measure}: ${range}`);
+    }
     const m = await run(page, `const at = (key) => app.mesh.nodeOfKey(key); app.setMode('measure'); app.measured = [at(6), at(1), at(31)]; return app.measurement();`);
     assert.ok(Math.abs(m.distance - 1) < 1e-6);
     assert.ok(Math.abs(m.angle - 90) < 1e-4);
@@ -143,6 +149,50 @@ describe('a picture without a window', () => {
       assert.match(told, text);
       assert.equal(told.trim().split('\n').length, 1, told);
     }
+  });
+
+  test('fails with the text of whatever fails in a script of the page', () => {
+    // A browser that answers every call, and has one fault to tell.
+    const browser = join(folder, 'faulty-browser');
+    writeFileSync(browser, `#!${process.execPath}
+      const { writeSync, createReadStream } = require('node:fs');
+      const send = (message) => writeSync(4, JSON.stringify(message) + '\\0');
+      let text = '';
+      createReadStream(null, { fd: 3 }).on('data', (data) => {
+        for (const parts = (text += data).split('\\0'); parts.length > 1; text = parts[0]) {
+          const call = JSON.parse(parts.shift());
+          const told = call.method === 'Runtime.evaluate' ? JSON.parse(process.env.QX_FAULT) : {};
+          if (told.method) send(told);
+          send({ id: call.id, result: { targetId: 't', sessionId: 's', ...told.result } });
+        }
+      }).on('end', () => process.exit());`, { mode: 0o755 });
+    const exceptionDetails = { text: 'Uncaught', exception: { description: 'Error: nothing to draw on\n    at x.js:1' } };
+    const cases = {
+      'what a call throws': { result: { exceptionDetails } },
+      'what nobody catches': { method: 'Runtime.exceptionThrown', params: { exceptionDetails } },
+      'what is told to the console': { method: 'Runtime.consoleAPICalled', params: { type: 'error', args: [{ value: 'Error: nothing' }, { description: 'to draw on' }] } },
+    };
+    for (const [what, fault] of Object.entries(cases)) {
+      const told = refused('picture', ['drawn.qxm', 'refused.png'], { QXDB_BROWSER: browser, QX_FAULT: JSON.stringify(fault) });
+      assert.match(told, /the page cannot be drawn: Error: nothing to draw on/, what);
+      assert.equal(told.trim().split('\n').length, 1, told);
+    }
+  });
+
+  test('leaves no folder behind when it is killed', async () => {
+    const own = mkdtempSync(join(folder, 'killed-'));
+    const left = () => readdirSync(own).filter((name) => name.startsWith('qxdb-'));
+    const wait = async (what, done) => {
+      for (let i = 0; !done(); i++) {
+        assert.ok(i < 600, `not within 30 s: ${what}, ${left()}`);
+        await new Promise((resolve) => setTimeout(resolve, 50));
+      }
+    };
+    const child = spawn(qxdbPath, ['picture', 'drawn.qxm', 'killed.png'], { cwd: folder, env: { ...process.env, TMPDIR: own } });
+    await wait('the browser is at work', () => left().some((name) => readdirSync(join(own, name)).length > 0) || child.exitCode !== null);
+    assert.equal(child.exitCode, null);
+    child.kill('SIGKILL');
+    await wait('its folder is gone', () => left().length === 0);
   });
 });
 
@@ -304,9 +354,27 @@ test('works by keyboard and on a small touch screen', async () => {
   for (const key of ['ArrowLeft', '6', 'f', 'p', 'e', 'Escape']) await page.keyboard.press(key);
   assert.notDeepEqual(await run(page, 'return app.stage.camera.position.toArray();'), before);
   assert.equal(await run(page, 'return app.selectedElements().size + (app.stage.perspective ? 0 : 1);'), 0);
-  const unnamed = await page.evaluate(`[...document.querySelectorAll('button, input, select')].filter((e) =>
-    !(e.getAttribute('aria-label') || e.textContent.trim() || e.labels?.length || e.title)).length`);
-  assert.equal(unnamed, 0, 'every control has a name');
+  clean(page);
+  await page.close();
+});
+
+test('tells a screen reader what it shows', async () => {
+  const page = await open(htmlOf(faulty('read')));
+  await run(page, "await app.setColor({ by: 'scaled-jacobian' }); await app.setClip({ axis: 'x', at: 0.5 }); app.select('elem', 1);");
+  const driver = await page.context().newCDPSession(page);
+  const { nodes } = await driver.send('Accessibility.getFullAXTree');
+  const seen = nodes.filter((n) => !n.ignored).map((n) => ({ role: n.role?.value, name: (n.name?.value ?? '').trim() }));
+  const operated = ['button', 'checkbox', 'combobox', 'link', 'radio', 'searchbox', 'slider', 'spinbutton', 'tab', 'textbox', 'treeitem'];
+  const controls = seen.filter((n) => operated.includes(n.role));
+  assert.ok(controls.length > 30, `${controls.length} controls`);
+  assert.deepEqual(controls.filter((n) => !n.name), [], 'every control has a name');
+  const titled = (role) => seen.filter((n) => n.role === role).map((n) => n.name);
+  assert.deepEqual(titled('complementary').sort(), ['What is known', 'What is shown']);
+  for (const [role, name] of [['RootWebArea', /^read.qxm/], ['search', /^/], ['region', /^Legend$/], ['group', /^Look from$/],
+    ['group', /^A click picks$/], ['image', /^from .* to /]]) {
+    assert.ok(titled(role).some((own) => name.test(own)), `${role} ${name} in ${JSON.stringify(titled(role))}`);
+  }
+  assert.ok(seen.some((n) => /^Picture of the model/.test(n.name)), 'the picture is told, with its keys');
   clean(page);
   await page.close();
 });

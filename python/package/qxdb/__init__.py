@@ -29,7 +29,8 @@ from ._errors import (
     TypeFault,
     ValueFault,
 )
-from ._model import Event, Finding, Imported, Model, Step, new, open, read
+from ._model import Model, new, open, read
+from ._results import Event, Finding, Imported, QualitySummary, Step
 from ._seeding import Curves, Seeds
 from ._sets import KeySet, Members, MeshSet
 from ._table import Record, Table
@@ -39,8 +40,8 @@ __version__: str = _core.version
 
 __all__ = [
     "ClosedError", "Curves", "Error", "Event", "FileError", "Finding", "Imported", "KeySet",
-    "Members", "MeshSet", "MissingError", "Model", "Quantity", "Ragged", "Record", "RefusedError", "Seeds",
-    "Step", "Table", "ThreadError", "TypeFault", "ValueFault", "categories", "convert", "formats",
+    "Members", "MeshSet", "MissingError", "Model", "QualitySummary", "Quantity", "Ragged", "Record",
+    "RefusedError", "Seeds", "Step", "Table", "ThreadError", "TypeFault", "ValueFault", "categories", "convert", "formats",
     "from_meshio", "from_vtk", "materials", "measures", "new", "open", "probe", "read",
     "set_threads", "unit_names",
 ]  # fmt: skip

@@ -10,6 +10,7 @@ from numpy.typing import NDArray
 from ._columns import MAX_KEY, Column, Keys, NodesColumn, as_keys, numbers, reference_keys
 from ._errors import TypeFault
 from ._progress import Progress
+from ._results import QualitySummary
 from ._schema import ELEMENT_NAMES, element_type
 from ._table import Table
 from ._units import Quantity, to_model
@@ -127,6 +128,19 @@ class Elements(Table):
         qxdb.measures() lists them."""
         with self._model._telling(progress, measure):
             return self._rows(self._model._core.quality(measure))
+
+    def quality_summary(
+        self, measure: str, bins: int = 10, worst: int = 10, progress: Progress = None
+    ) -> QualitySummary:
+        """A measure of shape over the elements: how many have it and are worse than acceptable, the
+        best value, the mean, a histogram of at most `bins` bars and the `worst` worst."""
+        rows = None if self._selection is None else self.rows_of(self.keys)
+        with self._model._telling(progress, measure):
+            told = self._model._core.quality_summary(measure, rows, bins, worst)
+        elements, outside, unbounded, best, mean, bars, last = told
+        fields = [("low", "f8"), ("high", "f8"), ("count", "i8"), ("outside", "i8")]
+        histogram = np.array(bars, dtype=fields)
+        return QualitySummary(elements, outside, unbounded, best, mean, histogram, last)
 
     def _rows(self, values: NDArray[np.float64]) -> NDArray[np.float64]:
         """Of all elements, those of this table."""

@@ -7,9 +7,8 @@ import os
 import weakref
 from collections.abc import Callable, Iterator, Mapping, Sequence
 from contextlib import contextmanager
-from datetime import datetime, timezone
 from types import TracebackType
-from typing import TYPE_CHECKING, Any, NamedTuple, Optional, Union
+from typing import TYPE_CHECKING, Any, Optional, Union, cast
 
 import numpy as np
 from numpy.typing import ArrayLike, NDArray
@@ -20,6 +19,21 @@ from ._columns import Keys, as_keys
 from ._errors import FileError, MissingError, RefusedError, TypeFault, ValueFault
 from ._mesh import Elements, Nodes
 from ._progress import Progress, shown
+from ._results import (
+    Blamed,
+    Difference,
+    Event,
+    Finding,
+    Frame,
+    Imported,
+    LeftBehind,
+    MassReport,
+    Repairs,
+    Sides,
+    Step,
+    body_of,
+    step_of,
+)
 from ._schema import PoolInfo, pool_info
 from ._table import Record, Table
 from ._units import Units, system_indices
@@ -29,127 +43,7 @@ if TYPE_CHECKING:
     from ._sets import MeshSets
 
 Path = Union[str, "os.PathLike[str]"]
-_UTC = timezone.utc
 _OPERATIONS = {100: "inserted", 101: "removed", 102: "modified"}
-
-
-class Step(NamedTuple):
-    """One step of the history.
-
-    number: by which checkout knows it; time: of its commit; done: false for one that was undone
-    """
-
-    number: int
-    time: Optional[datetime]
-    name: str
-    inserted: int
-    removed: int
-    modified: int
-    done: bool
-
-
-def _step(step: tuple[int, int, str, int, int, int, bool]) -> Step:
-    number, ms, name, inserted, removed, modified, done = step
-    time = datetime.fromtimestamp(ms / 1000, _UTC) if ms else None
-    return Step(number, time, name, inserted, removed, modified, done)
-
-
-class Blamed(NamedTuple):
-    """The last step that changed a record; None for before the history. `gone`: it was removed."""
-
-    key: int
-    step: Optional[Step]
-    gone: bool
-
-
-class Difference(NamedTuple):
-    """One difference of two models: "only in first", "only in second", "changed" (then `members`
-    tells in what), or "order" (of the whole pool, with key 0)."""
-
-    kind: str
-    pool: str
-    key: int
-    members: list[str]
-
-
-class Event(NamedTuple):
-    """What a listener hears: "committed", "undone", "redone", "rolled back" or "loaded", the step's
-    name, and what changed: a table of pool codes, operations and keys in the order of the edit.
-
-    changes: structured array with the fields pool (int32), operation (100 inserted, 101 removed,
-        102 modified) and key (int32); a row for each change of a record
-    """
-
-    kind: str
-    step: str
-    changes: NDArray[np.void]
-
-
-class Finding(NamedTuple):
-    """One kind of finding: what it is, what mends it, whether it is wrong in every mesh, and the
-    keys of the elements (or nodes) concerned; int32."""
-
-    name: str
-    label: str
-    remedy: str
-    is_fault: bool
-    of_nodes: bool
-    keys: Keys
-
-
-class Body(NamedTuple):
-    """The elements of one property, or all, as a rigid body; model units.
-
-    center: (3,); inertia: (3, 3) about the centre, products as negative integrals
-    """
-
-    property: int
-    elements: int
-    length: float
-    area: float
-    volume: float
-    mass: float
-    center: NDArray[np.float64]
-    inertia: NDArray[np.float64]
-
-
-class MassReport(NamedTuple):
-    """Masses by property and in total, and how many elements count for nothing because their
-    density, or their thickness or section, is not known."""
-
-    total: Body
-    by_property: list[Body]
-    without_density: int
-    without_section: int
-
-
-class Imported(NamedTuple):
-    """What came from another model: by table, keys in this model by keys in the other; and what is
-    worth knowing, a line each."""
-
-    keys: dict[str, dict[int, int]]
-    notes: list[str]
-
-
-class Sides(NamedTuple):
-    """Sides of elements: keys of the elements and numbers of the sides; int32, (n,) each."""
-
-    elements: Keys
-    sides: NDArray[np.int32]
-
-
-class Frame(NamedTuple):
-    """Where a coordinate system is: origin (3,) and unit axes as rows (3, 3), global."""
-
-    origin: NDArray[np.float64]
-    axes: NDArray[np.float64]
-
-
-def _body(mass: dict[str, Any]) -> Body:
-    xx, yy, zz, xy, yz, zx = mass["inertia"]
-    inertia = np.array([[xx, xy, zx], [xy, yy, yz], [zx, yz, zz]])
-    rest = {k: v for k, v in mass.items() if k not in ("center", "inertia")}
-    return Body(center=np.array(mass["center"]), inertia=inertia, **rest)
 
 
 class Systems(Table):
@@ -375,7 +269,7 @@ class Model:
     @property
     def history(self) -> list[Step]:
         """The steps, oldest first; those that were undone last."""
-        return [_step(step) for step in self._core.history()]
+        return [step_of(step) for step in self._core.history()]
 
     def undo(self, count: int = 1) -> None:
         """Takes back the last steps."""
@@ -397,7 +291,7 @@ class Model:
         """The last step that changed each record; also of records that were removed."""
         taken = table.keys if keys is None else as_keys(keys)
         found = self._core.blame(table.info.code, taken.tolist())
-        return [Blamed(key, _step(step) if step else None, gone) for key, step, gone in found]
+        return [Blamed(key, step_of(step) if step else None, gone) for key, step, gone in found]
 
     def diff(self, other: Model, progress: Progress = None) -> list[Difference]:
         """What distinguishes this model (the first) from another (the second), record by record."""
@@ -483,7 +377,7 @@ class Model:
         misoriented_shells: bool = False,
         unreferenced_nodes: bool = False,
         progress: Progress = None,
-    ) -> dict[str, int]:
+    ) -> Repairs:
         """Mends what is asked for as one step, and tells how much was done.
 
         merge_nodes: distance (model units) within which nodes become one; True for the default
@@ -492,13 +386,18 @@ class Model:
             merge_nodes = self.default_tolerance()
         distance = None if merge_nodes is None or merge_nodes is False else merge_nodes
         with self._telling(progress, "Repairing"):
-            return self._core.repair(
+            done, left_behind = self._core.repair(
                 distance,
                 duplicate_elements,
                 inverted_solids,
                 misoriented_shells,
                 unreferenced_nodes,
             )
+        left = [
+            LeftBehind(duplicate, stays, self._codes[code].table)
+            for duplicate, stays, code in left_behind
+        ]
+        return cast(Repairs, {**done, "left_behind": left})
 
     def free_faces(self, progress: Progress = None) -> Sides:
         """The faces of solids that one element alone has."""
@@ -529,7 +428,7 @@ class Model:
             total, by_property, no_density, no_section = self._core.mass(
                 density, thickness, section_area
             )
-        return MassReport(_body(total), [_body(b) for b in by_property], no_density, no_section)
+        return MassReport(body_of(total), [body_of(b) for b in by_property], no_density, no_section)
 
     # ---- in and out -----------------------------------------------------------------------------
 

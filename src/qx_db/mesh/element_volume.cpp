@@ -7,25 +7,32 @@ namespace qx {
 namespace {
 
 /// Six times the volume between the origin and a triangle.
-double Cone(const Point3& a, const Point3& b, const Point3& c) { return Triple(a, b, c); }
+template <class P>
+NumberOf<P> Cone(const P& a, const P& b, const P& c) {
+  return Triple(a, b, c);
+}
 
 /// Six times the volume between the origin and a bilinear surface: the mean of both ways to cut
 /// it into two triangles.
-double Cone(const Point3& a, const Point3& b, const Point3& c, const Point3& d) {
+template <class P>
+NumberOf<P> Cone(const P& a, const P& b, const P& c, const P& d) {
   return 0.5 * (Cone(a, b, c) + Cone(a, c, d) + Cone(a, b, d) + Cone(b, c, d));
 }
 
-double TetrahedronVolume(const Point3* p) {
+template <class P>
+NumberOf<P> TetrahedronVolume(const P* p) {
   return Triple(p[1] - p[0], p[2] - p[0], p[3] - p[0]) / 6;
 }
 
-double PyramidVolume(const Point3* p) {
-  const Point3& apex = p[4];
+template <class P>
+NumberOf<P> PyramidVolume(const P* p) {
+  const P& apex = p[4];
   return Cone(p[0] - apex, p[3] - apex, p[2] - apex, p[1] - apex) / 6;
 }
 
-double WedgeVolume(const Point3* p) {
-  Point3 q[6];
+template <class P>
+NumberOf<P> WedgeVolume(const P* p) {
+  P q[6];
   for (int i = 0; i < 6; ++i) q[i] = p[i] - p[0];
   return (Cone(q[3], q[4], q[5]) + Cone(q[0], q[1], q[4], q[3]) + Cone(q[1], q[2], q[5], q[4]) +
           Cone(q[2], q[0], q[3], q[5])) /
@@ -34,7 +41,8 @@ double WedgeVolume(const Point3* p) {
 
 /// The surface integral of the position over six bilinear faces, collected into three products
 /// (J. Grandy, Efficient Computation of Volume of Hexahedral Cells, UCRL-ID-128886, 1997).
-double HexahedronVolume(const Point3* p) {
+template <class P>
+NumberOf<P> HexahedronVolume(const P* p) {
   return (Triple((p[3] - p[1]) + (p[7] - p[2]), p[6] - p[3], p[2] - p[0]) +
           Triple((p[4] - p[3]) + (p[5] - p[7]), p[6] - p[4], p[7] - p[0]) +
           Triple((p[1] - p[4]) + (p[2] - p[5]), p[6] - p[1], p[5] - p[0])) /
@@ -131,10 +139,13 @@ double SolidVolume(int corners, const Point3* p) {
   }
 }
 
-double ShapeSize(CornerShape shape, const Point3* p) {
+namespace {
+
+template <class P>
+NumberOf<P> SizeOf(CornerShape shape, const P* p) {
   switch (shape) {
     case CornerShape::kLine:
-      return Distance(p[0], p[1]);
+      return Root(SquaredLength(p[1] - p[0]));
     case CornerShape::kTriangle:
       return TriangleArea(p[0], p[1], p[2]);
     case CornerShape::kQuadrilateral:
@@ -148,9 +159,15 @@ double ShapeSize(CornerShape shape, const Point3* p) {
     case CornerShape::kHexahedron:
       return HexahedronVolume(p);
     default:
-      return 0;
+      return NumberOf<P>{};
   }
 }
+
+}  // namespace
+
+double ShapeSize(CornerShape shape, const Point3* p) { return SizeOf(shape, p); }
+
+Lanes ShapeSize(CornerShape shape, const LanePoint* p) { return SizeOf(shape, p); }
 
 void Moments::Add(const Moments& other, double factor) {
   size += factor * other.size;

@@ -2,19 +2,22 @@
 // Lengths, areas, volumes and moments of elements from their corners.
 // Threads: one at a time for a session: its owner, or whoever reads a snapshot of it.
 
+#include "qx_db/mesh/lanes.h"
 #include "qx_db/mesh/point3.h"
 #include "qx_db/mesh/topology_table.h"
 
 namespace qx {
 
-inline double TriangleArea(const Point3& a, const Point3& b, const Point3& c) {
-  return 0.5 * Length(Cross(b - a, c - a));
+template <class P>
+NumberOf<P> TriangleArea(const P& a, const P& b, const P& c) {
+  return 0.5 * Root(SquaredLength(Cross(b - a, c - a)));
 }
 
 /// Half the cross product of the diagonals: right for every plane quadrilateral, also one that is
 /// not convex; of a warped one the largest area of its shadow.
-inline double QuadrilateralArea(const Point3* p) {
-  return 0.5 * Length(Cross(p[2] - p[0], p[3] - p[1]));
+template <class P>
+NumberOf<P> QuadrilateralArea(const P* p) {
+  return 0.5 * Root(SquaredLength(Cross(p[2] - p[0], p[3] - p[1])));
 }
 
 /// Signed volume of the solid of 4, 5, 6 or 8 corners whose quadrilaterals are bilinear surfaces:
@@ -24,6 +27,8 @@ QXDB_API double SolidVolume(int corners, const Point3* p);
 
 /// The length, area or signed volume of a shape from its corners; 0 for a point and for none.
 QXDB_API double ShapeSize(CornerShape shape, const Point3* p);
+/// The same of two elements.
+Lanes ShapeSize(CornerShape shape, const LanePoint* p);
 
 /// Size, first and second moments of a body of density 1 about the origin.
 struct Moments {

@@ -104,9 +104,42 @@ constexpr Row kFormulas[] = {
 
 static_assert(std::size(kMeasures) == std::size(kFormulas));
 
+/// The same for two elements at once, of the measures that whole meshes are asked for most.
+struct RowOfTwo {
+  Measure measure;
+  std::array<FormulaOfTwo, 6> formulas;
+};
+constexpr RowOfTwo kFormulasOfTwo[] = {
+    {Measure::kSize, {ShapeSize, ShapeSize, ShapeSize, ShapeSize, ShapeSize, ShapeSize}},
+    {Measure::kEdgeRatio, {EdgeRatio, EdgeRatio, EdgeRatio, EdgeRatio, EdgeRatio, EdgeRatio}},
+    {Measure::kAspectRatio, {TriAspect, QuadAspect, nullptr, EdgeRatio, EdgeRatio, nullptr}},
+    {Measure::kSkew, {nullptr, nullptr, nullptr, nullptr, nullptr, HexSkew}},
+    {Measure::kMinAngle,
+     {MinFaceAngle, MinFaceAngle, MinDihedralAngle, MinFaceAngle, MinFaceAngle, MinFaceAngle}},
+    {Measure::kMaxAngle,
+     {MaxFaceAngle, MaxFaceAngle, MaxDihedralAngle, MaxFaceAngle, MaxFaceAngle, MaxFaceAngle}},
+    {Measure::kScaledJacobian,
+     {TriScaledJacobian, QuadScaledJacobian, TetScaledJacobian, SolidScaledJacobian,
+      SolidScaledJacobian, SolidScaledJacobian}},
+    {Measure::kShape, {TriShape, QuadShape, TetShape, nullptr, nullptr, HexShape}},
+    {Measure::kCondition, {nullptr, QuadCondition, TetCondition, nullptr, nullptr, HexCondition}},
+};
+
+std::size_t ColumnOf(CornerShape shape) {
+  return static_cast<std::size_t>(shape) - static_cast<std::size_t>(CornerShape::kTriangle);
+}
+
 constexpr double kNotDefined = std::numeric_limits<double>::quiet_NaN();
 
 }  // namespace
+
+FormulaOfTwo quality::FindFormulaOfTwo(Measure measure, CornerShape shape) {
+  if (shape < CornerShape::kTriangle) return nullptr;
+  for (const RowOfTwo& row : kFormulasOfTwo) {
+    if (row.measure == measure) return row.formulas[ColumnOf(shape)];
+  }
+  return nullptr;
+}
 
 std::span<const MeasureInfo> Measures() { return kMeasures; }
 
@@ -119,9 +152,7 @@ const MeasureInfo* FindMeasure(std::string_view name) {
 double Quality(Measure measure, CornerShape shape, const Point3* corners, double mean_size) {
   if (shape == CornerShape::kLine && measure == Measure::kSize) return ShapeSize(shape, corners);
   if (shape < CornerShape::kTriangle) return kNotDefined;
-  const auto column =
-      static_cast<std::size_t>(shape) - static_cast<std::size_t>(CornerShape::kTriangle);
-  const Formula formula = kFormulas[static_cast<std::size_t>(measure)][column];
+  const Formula formula = kFormulas[static_cast<std::size_t>(measure)][ColumnOf(shape)];
   if (!formula) return kNotDefined;
   const double value = formula(shape, corners);
   if (!kMeasures[static_cast<std::size_t>(measure)].is_relative) return value;

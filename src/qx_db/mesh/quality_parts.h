@@ -8,28 +8,38 @@
 #include <limits>
 #include <utility>
 
+#include "qx_db/mesh/lanes.h"
 #include "qx_db/mesh/mesh_quality.h"
 #include "qx_db/mesh/point3.h"
 #include "qx_db/mesh/shape_tables.h"
 
+/// Makes a formula of quality_formulas.h for one element and for two.
+#define QX_FOR_ONE_AND_TWO(formula)                    \
+  template double formula(CornerShape, const Point3*); \
+  template Lanes formula(CornerShape, const LanePoint*);
+
 namespace qx::quality {
 
-inline double Ratio(double above, double below) {
-  return below > 0 ? std::min(above / below, kUnbounded) : kUnbounded;
+template <class N>
+N Ratio(N above, N below) {
+  const N unbounded = Filled<N>(kUnbounded);
+  return Choose(below > 0.0, Least(above / below, unbounded), unbounded);
 }
 
 /// The mean of ratios, of which one without bound leaves none.
 inline double Mean(double sum, int count) { return sum < kUnbounded ? sum / count : kUnbounded; }
 
 /// Two extremes met so far.
-struct Range {
-  double least = kUnbounded;
-  double most = -kUnbounded;
-  void Take(double value) {
-    least = std::min(least, value);
-    most = std::max(most, value);
+template <class N>
+struct Extremes {
+  N least = Filled<N>(kUnbounded);
+  N most = Filled<N>(-kUnbounded);
+  void Take(N value) {
+    least = Least(least, value);
+    most = Most(most, value);
   }
 };
+using Range = Extremes<double>;
 
 /// Calls `work` with the table of a shape as a constant, so that what it does is unrolled.
 template <class Work>
@@ -60,92 +70,114 @@ void Unrolled(Work&& work) {
 }
 
 /// The shortest and the longest edge. Squares are compared, and two roots taken.
-inline Range EdgeLengths(CornerShape shape, const Point3* p) {
+template <class P>
+Extremes<NumberOf<P>> EdgeLengths(CornerShape shape, const P* p) {
+  using N = NumberOf<P>;
   return ForShape(shape, [p]<CornerShape kShape>() {
     constexpr const ShapeTable& kTable = TableOf(kShape);
-    double least = kUnbounded * kUnbounded, most = 0;
-    Unrolled<kTable.edges>([&](auto e) {
-      const double square = SquaredLength(p[kTable.edge[e][1]] - p[kTable.edge[e][0]]);
-      least = std::min(least, square);
-      most = std::max(most, square);
-    });
-    return Range{std::sqrt(least), std::sqrt(most)};
+    Extremes<N> squares{Filled<N>(kUnbounded * kUnbounded), Filled<N>(0)};
+    Unrolled<kTable.edges>(
+        [&](auto e) { squares.Take(SquaredLength(p[kTable.edge[e][1]] - p[kTable.edge[e][0]])); });
+    return Extremes<N>{Root(squares.least), Root(squares.most)};
   });
 }
 
 /// Corners of a face, in order.
+template <int kCount, class P>
 struct Face {
-  int count = 0;
-  Point3 at[4];
-  const Point3& Next(int i) const { return at[(i + 1) % count]; }
-  const Point3& Before(int i) const { return at[(i + count - 1) % count]; }
+  static constexpr int kCorners = kCount;
+  P at[kCount];
+  const P& Next(int i) const { return at[(i + 1) % kCount]; }
+  const P& Before(int i) const { return at[(i + kCount - 1) % kCount]; }
   /// Points out of the face's plane, as long as the corner's parallelogram is large.
-  Point3 NormalAt(int i) const { return Cross(Next(i) - at[i], Before(i) - at[i]); }
+  P NormalAt(int i) const { return Cross(Next(i) - at[i], Before(i) - at[i]); }
 };
 
-template <class Visit>
-void ForEachFace(CornerShape shape, const Point3* p, Visit&& visit) {
+template <class P, class Visit>
+void ForEachFace(CornerShape shape, const P* p, Visit&& visit) {
   ForShape(shape, [&]<CornerShape kShape>() {
     constexpr const ShapeTable& kTable = TableOf(kShape);
     Unrolled<kTable.faces>([&](auto f) {
-      Face face;
-      face.count = kTable.face[f][3] < 0 ? 3 : 4;
-      for (int c = 0; c < face.count; ++c) face.at[c] = p[kTable.face[f][c]];
+      constexpr int kCount = kTable.face[f][3] < 0 ? 3 : 4;
+      Face<kCount, P> face;
+      for (int c = 0; c < kCount; ++c) face.at[c] = p[kTable.face[f][c]];
       visit(face);
     });
   });
 }
 
-/// An angle by its two directions: told from others without an arc tangent, or even a root.
-struct Opening {
-  Point3 a, b;
-  bool is_reflex = false;  ///< above 180 degrees, where the directions say less
-
-  double Degrees() const {
-    const double angle = AngleBetween(a, b);
-    return is_reflex ? 360 - angle : angle;
-  }
-};
-
-/// The least and the largest of angles met so far.
+/// The least and the largest of angles met so far. They are told apart by the squares of their
+/// cotangents, with signs, which fall from infinity to its opposite while an angle grows to 180
+/// degrees; neither loses anything near the ends. One arc tangent is taken, of the extreme.
+template <class N>
 class Openings {
  public:
-  void Take(const Opening& opening) {
-    // The square of the cosine, with its sign, falls from 1 to -1 while the angle grows to 180.
-    const double cosine = Dot(opening.a, opening.b);
-    const double lengths = SquaredLength(opening.a) * SquaredLength(opening.b);
-    const double signed_square = lengths > 0 ? cosine * std::abs(cosine) / lengths : 1;
-    const double order = opening.is_reflex ? 3 + signed_square : 1 - signed_square;
-    if (order < least_order_) least_order_ = order, least_ = opening;
-    if (order > most_order_) most_order_ = order, most_ = opening;
+  /// An angle by the product of its two directions and the square of their cross product; 0 where
+  /// one has no length.
+  void Take(N dot, N squared_cross) {
+    const N square = SignedSquare(dot, squared_cross);
+    least_ = qx::Most(least_, square);
+    most_ = qx::Least(most_, square);
   }
-  double Least() const { return least_.Degrees(); }
-  double Most() const { return most_.Degrees(); }
+  /// The same of one that is above 180 degrees, where the directions say less, where that holds.
+  template <class Mask>
+  void Take(N dot, N squared_cross, const Mask& is_reflex) {
+    const N square = SignedSquare(dot, squared_cross);
+    least_ = qx::Most(least_, Choose(is_reflex, Filled<N>(-kInfinity), square));
+    most_ = qx::Least(most_, Choose(is_reflex, Filled<N>(kInfinity), square));
+    most_reflex_ = qx::Most(most_reflex_, Choose(is_reflex, square, Filled<N>(-kInfinity)));
+  }
+  N Least() const { return ArcCotangent(SignedRoot(least_)); }
+  N Most() const {
+    // A reflex angle of exactly 180 degrees is as large as one that is not.
+    const N reflex = 360 - ArcCotangent(SignedRoot(most_reflex_));
+    return Choose(most_reflex_ > -kInfinity, reflex, ArcCotangent(SignedRoot(most_)));
+  }
 
  private:
-  Opening least_, most_;
-  double least_order_ = 5, most_order_ = -1;
+  static constexpr double kInfinity = std::numeric_limits<double>::infinity();
+
+  static N SignedSquare(N dot, N squared_cross) {
+    const N end = Choose(dot < 0.0, Filled<N>(-kInfinity), Filled<N>(kInfinity));
+    return Choose(squared_cross > 0.0, dot * Magnitude(dot) / squared_cross, end);
+  }
+
+  N least_ = Filled<N>(-kInfinity), most_ = Filled<N>(kInfinity);
+  N most_reflex_ = Filled<N>(-kInfinity);
 };
 
-inline void TakeAngles(const Face& face, Openings& openings) {
-  const Point3 up = face.count == 4 ? Cross(face.at[2] - face.at[0], face.at[3] - face.at[1])
-                                    : Point3();  // no angle of a triangle is reflex
-  for (int i = 0; i < face.count; ++i) {
-    const Point3 to = face.Next(i) - face.at[i], from = face.Before(i) - face.at[i];
-    openings.Take({to, from, face.count == 4 && Dot(Cross(to, from), up) < 0});
+template <int kCount, class P>
+void TakeAngles(const Face<kCount, P>& face, Openings<NumberOf<P>>& openings) {
+  P edge[kCount];
+  for (int i = 0; i < kCount; ++i) edge[i] = face.Next(i) - face.at[i];
+  P up{};
+  if (kCount == 4) up = Cross(face.at[2] - face.at[0], face.at[3] - face.at[1]);
+  for (int i = 0; i < kCount; ++i) {
+    const P& to = edge[i];
+    const P from = -edge[(i + kCount - 1) % kCount];
+    const P normal = Cross(to, from);
+    if constexpr (kCount == 4) {
+      openings.Take(Dot(to, from), SquaredLength(normal), Dot(normal, up) < 0.0);
+    } else {  // no angle of a triangle is reflex
+      openings.Take(Dot(to, from), SquaredLength(normal));
+    }
   }
 }
 
-inline Openings FaceAngles(CornerShape shape, const Point3* p) {
-  Openings openings;
-  ForEachFace(shape, p, [&](const Face& face) { TakeAngles(face, openings); });
+template <class P>
+Openings<NumberOf<P>> FaceAngles(CornerShape shape, const P* p) {
+  Openings<NumberOf<P>> openings;
+  ForEachFace(shape, p, [&](const auto& face) { TakeAngles(face, openings); });
   return openings;
 }
 
 /// |cosine| between two directions; 1 when one has no length.
-inline double Cosine(const Point3& a, const Point3& b) {
-  const double product = Length(a) * Length(b);
-  return product > 0 ? std::min(std::abs(Dot(a, b)) / product, 1.0) : 1.0;
+template <class P>
+NumberOf<P> Cosine(const P& a, const P& b) {
+  using N = NumberOf<P>;
+  const N product = Root(SquaredLength(a)) * Root(SquaredLength(b));
+  const N one = Filled<N>(1);
+  return Choose(product > 0.0, Least(Magnitude(Dot(a, b)) / product, one), one);
 }
 
 }  // namespace qx::quality

@@ -18,21 +18,23 @@ using std::numbers::sqrt3;
 namespace {
 
 /// The edges from a corner of a solid, right-handed.
+template <class P>
 struct Frame {
-  Point3 a, b, c;
-  double Determinant() const { return Triple(a, b, c); }
-  double Spread() const { return SquaredLength(a) + SquaredLength(b) + SquaredLength(c); }
+  using N = NumberOf<P>;
+  P a, b, c;
+  N Determinant() const { return Triple(a, b, c); }
+  N Spread() const { return SquaredLength(a) + SquaredLength(b) + SquaredLength(c); }
   /// How far the map from the unit cube is from one that only turns and scales; 1 for that.
-  double Condition() const { return std::min(std::sqrt(SquaredCondition()), kUnbounded); }
+  N Condition() const { return ConditionOf(SquaredCondition()); }
   /// Infinite where the map turns inside out.
-  double SquaredCondition() const {
-    const Point3 ab = Cross(a, b);
-    const double across =
-        SquaredLength(ab) + SquaredLength(Cross(b, c)) + SquaredLength(Cross(c, a));
-    const double determinant = Dot(ab, c);
-    return determinant > 0 ? Spread() * across / (9 * determinant * determinant)
-                           : std::numeric_limits<double>::infinity();
+  N SquaredCondition() const {
+    const P ab = Cross(a, b);
+    const N across = SquaredLength(ab) + SquaredLength(Cross(b, c)) + SquaredLength(Cross(c, a));
+    const N determinant = Dot(ab, c);
+    return Choose(determinant > 0.0, Spread() * across / (9 * determinant * determinant),
+                  Filled<N>(std::numeric_limits<double>::infinity()));
   }
+  static N ConditionOf(N squared) { return Least(Root(squared), Filled<N>(kUnbounded)); }
 };
 
 }  // namespace
@@ -44,23 +46,32 @@ namespace {
 constexpr int kTetFaces[4][3] = {{1, 2, 3}, {2, 0, 3}, {0, 1, 3}, {0, 1, 2}};
 
 /// The angles between the faces, over the six edges.
-Openings DihedralAngles(const Point3* p) {
+template <class P>
+Openings<NumberOf<P>> DihedralAngles(const P* p) {
   // Normals of the faces opposite the corners, all outwards or, of an inverted one, all inwards.
-  Point3 normal[4];
+  P normal[4];
   for (int f = 0; f < 4; ++f) {
-    const Point3& at = p[kTetFaces[f][0]];
+    const P& at = p[kTetFaces[f][0]];
     normal[f] = Cross(p[kTetFaces[f][1]] - at, p[kTetFaces[f][2]] - at);
   }
   normal[3] = -normal[3];  // the last face is listed the other way round
-  Openings openings;
-  for (int a = 1; a < 4; ++a) {
-    for (int b = 0; b < a; ++b) openings.Take({normal[a], -normal[b]});
+  // Two normals' cross product is the edge between their faces times the Jacobian.
+  const NumberOf<P> jacobian = Dot(normal[3], p[0] - p[3]);
+  constexpr int kEdges[6][4] = {{0, 1, 2, 3}, {0, 2, 1, 3}, {0, 3, 1, 2},
+                                {1, 2, 0, 3}, {1, 3, 0, 2}, {2, 3, 0, 1}};  // faces, then corners
+  Openings<NumberOf<P>> openings;
+  for (const auto& [a, b, from, to] : kEdges) {
+    const NumberOf<P> squared_cross = jacobian * jacobian * SquaredLength(p[to] - p[from]);
+    openings.Take(-Dot(normal[a], normal[b]), squared_cross);
   }
   return openings;
 }
 
 /// Six times the signed volume.
-double TetJacobian(const Point3* p) { return Triple(p[1] - p[0], p[2] - p[0], p[3] - p[0]); }
+template <class P>
+NumberOf<P> TetJacobian(const P* p) {
+  return Triple(p[1] - p[0], p[2] - p[0], p[3] - p[0]);
+}
 
 }  // namespace
 
@@ -71,32 +82,36 @@ double TetAspect(CornerShape shape, const Point3* p) {
   return Ratio(longest * area, std::sqrt(6.0) * TetJacobian(p));
 }
 
-double TetScaledJacobian(CornerShape, const Point3* p) {
-  const double jacobian = TetJacobian(p);
-  double square[4][4];
+template <class P>
+NumberOf<P> TetScaledJacobian(CornerShape, const P* p) {
+  using N = NumberOf<P>;
+  const N jacobian = TetJacobian(p);
+  N square[4][4];
   for (int a = 1; a < 4; ++a) {
     for (int b = 0; b < a; ++b) square[a][b] = square[b][a] = SquaredLength(p[a] - p[b]);
   }
-  const double product = std::sqrt(std::max(
-      {square[0][1] * square[0][2] * square[0][3], square[1][0] * square[1][2] * square[1][3],
-       square[2][0] * square[2][1] * square[2][3], square[3][0] * square[3][1] * square[3][2]}));
-  const double largest = std::max(std::abs(jacobian), product);
-  return largest > 0 ? sqrt2 * jacobian / largest : 0;
+  const N product = Root(Most(
+      Most(square[0][1] * square[0][2] * square[0][3], square[1][0] * square[1][2] * square[1][3]),
+      Most(square[2][0] * square[2][1] * square[2][3],
+           square[3][0] * square[3][1] * square[3][2])));
+  const N largest = Most(Magnitude(jacobian), product);
+  return Choose(largest > 0.0, sqrt2 * jacobian / largest, N{});
 }
 
-double TetShape(CornerShape, const Point3* p) {
-  const double jacobian = TetJacobian(p);
-  if (!(jacobian > 0)) return 0;
-  const Point3 a = p[1] - p[0], b = p[2] - p[0], c = p[3] - p[0];
-  const double spread =
-      1.5 * (Dot(a, a) + Dot(b, b) + Dot(c, c)) - (Dot(a, b) + Dot(b, c) + Dot(c, a));
-  return 3 * std::cbrt(2 * jacobian * jacobian) / spread;
+template <class P>
+NumberOf<P> TetShape(CornerShape, const P* p) {
+  using N = NumberOf<P>;
+  const P a = p[1] - p[0], b = p[2] - p[0], c = p[3] - p[0];
+  const N jacobian = Triple(a, b, c);
+  const N spread = 1.5 * (Dot(a, a) + Dot(b, b) + Dot(c, c)) - (Dot(a, b) + Dot(b, c) + Dot(c, a));
+  return Choose(jacobian > 0.0, 3 * CubeRoot(2 * jacobian * jacobian) / spread, N{});
 }
 
-double TetCondition(CornerShape, const Point3* p) {
+template <class P>
+NumberOf<P> TetCondition(CornerShape, const P* p) {
   // The map from the regular tetrahedron, column by column.
-  const Point3 a = p[1] - p[0], b = p[2] - p[0], c = p[3] - p[0];
-  return Frame{a, (1 / sqrt3) * (2 * b - a), (1 / std::sqrt(6.0)) * (3 * c - b - a)}.Condition();
+  const P a = p[1] - p[0], b = p[2] - p[0], c = p[3] - p[0];
+  return Frame<P>{a, (1 / sqrt3) * (2 * b - a), (1 / std::sqrt(6.0)) * (3 * c - b - a)}.Condition();
 }
 
 double TetCollapse(CornerShape, const Point3* p) {
@@ -132,7 +147,7 @@ double TetRadiusRatio(CornerShape, const Point3* p) {
   return Ratio(Length(TowardsCircumcentre(p)) * area, 3 * jacobian * std::abs(jacobian));
 }
 
-double TetFrobenius(CornerShape shape, const Point3* p) { return Ratio(1, TetShape(shape, p)); }
+double TetFrobenius(CornerShape shape, const Point3* p) { return Ratio(1.0, TetShape(shape, p)); }
 
 double TetGamma(CornerShape, const Point3* p) {
   double squares = 0;
@@ -166,9 +181,15 @@ double TetSquish(CornerShape, const Point3* p) {
   return std::min(squish, 1.0);
 }
 
-double MinDihedralAngle(CornerShape, const Point3* p) { return DihedralAngles(p).Least(); }
+template <class P>
+NumberOf<P> MinDihedralAngle(CornerShape, const P* p) {
+  return DihedralAngles(p).Least();
+}
 
-double MaxDihedralAngle(CornerShape, const Point3* p) { return DihedralAngles(p).Most(); }
+template <class P>
+NumberOf<P> MaxDihedralAngle(CornerShape, const P* p) {
+  return DihedralAngles(p).Most();
+}
 
 // ---- solids -------------------------------------------------------------------------------------
 
@@ -200,32 +221,33 @@ constexpr auto CornersOf() {
 }
 
 /// The principal axes of a hexahedron: sums of its four edges each way.
-Frame HexAxes(const Point3* p) {
+template <class P>
+Frame<P> HexAxes(const P* p) {
   return {(p[1] - p[0]) + (p[2] - p[3]) + (p[5] - p[4]) + (p[6] - p[7]),
           (p[3] - p[0]) + (p[2] - p[1]) + (p[7] - p[4]) + (p[6] - p[5]),
           (p[4] - p[0]) + (p[5] - p[1]) + (p[6] - p[2]) + (p[7] - p[3])};
 }
 
 /// Visits the frames of the corners.
-template <class Visit>
-void ForEachCorner(CornerShape shape, const Point3* p, Visit&& visit) {
+template <class P, class Visit>
+void ForEachCorner(CornerShape shape, const P* p, Visit&& visit) {
   ForShape(shape, [&]<CornerShape kShape>() {
     constexpr auto kCorners = CornersOf<kShape>();
     Unrolled<kCorners.size()>([&](auto i) {
       constexpr Neighbours kN = kCorners[i];
-      const Point3& at = p[kN.corner];
-      visit(Frame{p[kN.a] - at, p[kN.b] - at, p[kN.c] - at});
+      const P& at = p[kN.corner];
+      visit(Frame<P>{p[kN.a] - at, p[kN.b] - at, p[kN.c] - at});
     });
   });
 }
 
 /// Visits the frames of the corners, and of a hexahedron that of its middle.
-template <class Visit>
-void ForEachFrame(CornerShape shape, const Point3* p, Visit&& visit) {
+template <class P, class Visit>
+void ForEachFrame(CornerShape shape, const P* p, Visit&& visit) {
   ForEachCorner(shape, p, visit);
   if (shape != CornerShape::kHexahedron) return;
-  const Frame axes = HexAxes(p);
-  visit(Frame{0.25 * axes.a, 0.25 * axes.b, 0.25 * axes.c});
+  const Frame<P> axes = HexAxes(p);
+  visit(Frame<P>{0.25 * axes.a, 0.25 * axes.b, 0.25 * axes.c});
 }
 
 Range HexDiagonals(const Point3* p) {
@@ -236,7 +258,7 @@ Range HexDiagonals(const Point3* p) {
 }
 
 /// The frame of a corner, seen from that of the ideal element.
-Frame AgainstIdeal(CornerShape shape, const Frame& f) {
+Frame<Point3> AgainstIdeal(CornerShape shape, const Frame<Point3>& f) {
   if (shape != CornerShape::kWedge) return f;
   return {f.a, (1 / sqrt3) * (2 * f.b - f.a), f.c};
 }
@@ -245,35 +267,38 @@ Frame AgainstIdeal(CornerShape shape, const Frame& f) {
 
 double SolidJacobian(CornerShape shape, const Point3* p) {
   double least = kUnbounded;
-  ForEachFrame(shape, p, [&](const Frame& f) { least = std::min(least, f.Determinant()); });
+  ForEachFrame(shape, p, [&](const auto& f) { least = std::min(least, f.Determinant()); });
   return least;
 }
 
-double SolidScaledJacobian(CornerShape shape, const Point3* p) {
+template <class P>
+NumberOf<P> SolidScaledJacobian(CornerShape shape, const P* p) {
+  using N = NumberOf<P>;
   const double ideal = shape == CornerShape::kPyramid ? sqrt2
                        : shape == CornerShape::kWedge ? 2 / sqrt3
                                                       : 1.0;
-  double least = kUnbounded;
-  ForEachFrame(shape, p, [&](const Frame& f) {
-    const double product = SquaredLength(f.a) * SquaredLength(f.b) * SquaredLength(f.c);
-    const double determinant = f.Determinant();
+  N least = Filled<N>(kUnbounded);
+  ForEachFrame(shape, p, [&](const Frame<P>& f) {
+    const N product = SquaredLength(f.a) * SquaredLength(f.b) * SquaredLength(f.c);
+    const N determinant = f.Determinant();
     // Squares with their signs are compared, and one root taken.
-    least = std::min(least, product > 0 ? determinant * std::abs(determinant) / product : 0.0);
+    const N square = determinant * Magnitude(determinant) / product;
+    least = Least(least, Choose(product > 0.0, square, N{}));
   });
-  return ideal * std::copysign(std::sqrt(std::abs(least)), least);
+  return ideal * SignedRoot(least);
 }
 
 double SolidFrobenius(CornerShape shape, const Point3* p) {
   double most = 0;
   ForEachCorner(shape, p,
-                [&](const Frame& f) { most = std::max(most, AgainstIdeal(shape, f).Condition()); });
+                [&](const auto& f) { most = std::max(most, AgainstIdeal(shape, f).Condition()); });
   return most;
 }
 
 double SolidMeanFrobenius(CornerShape shape, const Point3* p) {
   double sum = 0;
   int corners = 0;
-  ForEachCorner(shape, p, [&](const Frame& f) {
+  ForEachCorner(shape, p, [&](const auto& f) {
     sum += AgainstIdeal(shape, f).Condition();
     ++corners;
   });
@@ -282,24 +307,34 @@ double SolidMeanFrobenius(CornerShape shape, const Point3* p) {
 
 double SolidJacobianRatio(CornerShape shape, const Point3* p) {
   Range jacobians;
-  ForEachCorner(shape, p, [&](const Frame& f) { jacobians.Take(f.Determinant()); });
+  ForEachCorner(shape, p, [&](const auto& f) { jacobians.Take(f.Determinant()); });
   return Ratio(jacobians.most, jacobians.least);
 }
 
 double HexAspect(CornerShape, const Point3* p) {
-  const Frame axes = HexAxes(p);
+  const Frame<Point3> axes = HexAxes(p);
   Range lengths;
   for (const Point3* axis : {&axes.a, &axes.b, &axes.c}) lengths.Take(Length(*axis));
   return Ratio(lengths.most, lengths.least);
 }
 
-double HexSkew(CornerShape, const Point3* p) {
-  const Frame axes = HexAxes(p);
-  return std::max({Cosine(axes.a, axes.b), Cosine(axes.b, axes.c), Cosine(axes.c, axes.a)});
+template <class P>
+NumberOf<P> HexSkew(CornerShape, const P* p) {
+  using N = NumberOf<P>;
+  const Frame<P> axes = HexAxes(p);
+  const N aa = SquaredLength(axes.a), bb = SquaredLength(axes.b), cc = SquaredLength(axes.c);
+  // Squares are compared, and one root taken; 1 where an axis has no length.
+  const auto squared_cosine = [](N dot, N squares) {
+    const N one = Filled<N>(1);
+    return Choose(squares > 0.0, Least(dot * dot / squares, one), one);
+  };
+  return Root(Most(Most(squared_cosine(Dot(axes.a, axes.b), aa * bb),
+                        squared_cosine(Dot(axes.b, axes.c), bb * cc)),
+                   squared_cosine(Dot(axes.c, axes.a), cc * aa)));
 }
 
 double HexTaper(CornerShape, const Point3* p) {
-  const Frame axes = HexAxes(p);
+  const Frame<Point3> axes = HexAxes(p);
   const double a = Length(axes.a), b = Length(axes.b), c = Length(axes.c);
   const Point3 ab = (p[2] - p[3]) - (p[1] - p[0]) + (p[6] - p[7]) - (p[5] - p[4]);
   const Point3 ac = (p[5] - p[1]) - (p[4] - p[0]) + (p[6] - p[2]) - (p[7] - p[3]);
@@ -308,22 +343,26 @@ double HexTaper(CornerShape, const Point3* p) {
                    Ratio(Length(bc), std::min(b, c))});
 }
 
-double HexShape(CornerShape shape, const Point3* p) {
+template <class P>
+NumberOf<P> HexShape(CornerShape, const P* p) {
+  using N = NumberOf<P>;
   // Cubes are compared, and one root taken: of det^2 / spread^3.
-  double least = 1.0 / 27;
-  ForEachFrame(shape, p, [&](const Frame& f) {
-    const double determinant = f.Determinant(), spread = f.Spread();
-    const double cube =
-        determinant > 0 ? determinant * determinant / (spread * spread * spread) : 0.0;
-    least = std::min(least, cube);
+  N least = Filled<N>(1.0 / 27);
+  ForEachFrame(CornerShape::kHexahedron, p, [&](const Frame<P>& f) {
+    const N determinant = f.Determinant(), spread = f.Spread();
+    const N cube = determinant * determinant / (spread * spread * spread);
+    least = Least(least, Choose(determinant > 0.0, cube, N{}));
   });
-  return 3 * std::cbrt(least);
+  return 3 * CubeRoot(least);
 }
 
-double HexCondition(CornerShape shape, const Point3* p) {
-  double most = 0;
-  ForEachFrame(shape, p, [&](const Frame& f) { most = std::max(most, f.SquaredCondition()); });
-  return std::min(std::sqrt(most), kUnbounded);
+template <class P>
+NumberOf<P> HexCondition(CornerShape, const P* p) {
+  using N = NumberOf<P>;
+  N most{};
+  ForEachFrame(CornerShape::kHexahedron, p,
+               [&](const Frame<P>& f) { most = Most(most, f.SquaredCondition()); });
+  return Frame<P>::ConditionOf(most);
 }
 
 double HexStretch(CornerShape shape, const Point3* p) {
@@ -342,7 +381,7 @@ double HexShear(CornerShape shape, const Point3* p) {
 
 double HexOddy(CornerShape shape, const Point3* p) {
   double most = 0;
-  ForEachCorner(shape, p, [&](const Frame& f) {
+  ForEachCorner(shape, p, [&](const auto& f) {
     const double aa = Dot(f.a, f.a), bb = Dot(f.b, f.b), cc = Dot(f.c, f.c);
     const double ab = Dot(f.a, f.b), bc = Dot(f.b, f.c), ca = Dot(f.c, f.a);
     const double squares = aa * aa + bb * bb + cc * cc + 2 * (ab * ab + bc * bc + ca * ca);
@@ -358,7 +397,7 @@ double HexDistortion(CornerShape shape, const Point3* p) {
   if (volume == 0) return 0;
   double least = kUnbounded;
   ForEachCorner(shape, p,
-                [&](const Frame& f) { least = std::min(least, f.Determinant() / volume); });
+                [&](const auto& f) { least = std::min(least, f.Determinant() / volume); });
   return least;
 }
 
@@ -379,5 +418,15 @@ double HexDimension(CornerShape shape, const Point3* p) {
   for (const Point3& by : gradient) squares += SquaredLength(by) / 144;
   return squares > 0 ? std::abs(ShapeSize(shape, p)) / std::sqrt(2 * squares) : 0;
 }
+
+QX_FOR_ONE_AND_TWO(TetScaledJacobian)
+QX_FOR_ONE_AND_TWO(TetShape)
+QX_FOR_ONE_AND_TWO(TetCondition)
+QX_FOR_ONE_AND_TWO(MinDihedralAngle)
+QX_FOR_ONE_AND_TWO(MaxDihedralAngle)
+QX_FOR_ONE_AND_TWO(SolidScaledJacobian)
+QX_FOR_ONE_AND_TWO(HexSkew)
+QX_FOR_ONE_AND_TWO(HexShape)
+QX_FOR_ONE_AND_TWO(HexCondition)
 
 }  // namespace qx::quality
