@@ -286,7 +286,7 @@ def test_files_of_others(tmp_path: Path, bracket: qxdb.Model) -> None:
         target = tmp_path / f"bracket{kind.extension}"
         bracket.write(target)
         assert target.stat().st_size > 1000
-        if kind.reads:
+        if kind.reads and "surface" not in kind.what:  # those have no nodes within
             with qxdb.read(target, units="mm") as again:
                 # Bulk data has fields of 16 columns, and no place for mesh sets.
                 bulk_data = kind.what.startswith("Nastran")

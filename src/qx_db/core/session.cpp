@@ -174,9 +174,8 @@ void SessionUnits::Change(Edit&& edit) {
     edit();
     session_.journal_.AfterUnits();
   } else {
-    if (session_.sink_) session_.sink_->OnUnrecordedChange();
+    session_.AllowUnrecorded();
     edit();
-    session_.journal_.NewState();
   }
   own.Commit();
 }

@@ -107,17 +107,28 @@ int WriteText(int fd, const std::string& text) {
 int LockNow(int fd) { return flock(fd, LOCK_EX | LOCK_NB) == 0 ? 0 : errno; }
 
 /// Gives a file a second name, or, where the file system knows no such, another one; EEXIST where
-/// that is taken.
+/// that is taken, ENOTSUP where neither can be done.
 int GiveName(const std::string& file, const std::string& name) {
   if (link(file.c_str(), name.c_str()) == 0) return 0;
   int error = errno;
+  if (error == EEXIST || error == ENOENT) return error;
 #ifdef RENAME_NOREPLACE
-  if (error == EPERM || error == EOPNOTSUPP || error == ENOSYS) {
-    error = renameat2(AT_FDCWD, file.c_str(), AT_FDCWD, name.c_str(), RENAME_NOREPLACE) == 0
-                ? 0
-                : errno;
-  }
+  if (renameat2(AT_FDCWD, file.c_str(), AT_FDCWD, name.c_str(), RENAME_NOREPLACE) == 0) return 0;
+  error = errno;
+  if (error == EEXIST || error == ENOENT) return error;
 #endif
+  return ENOTSUP;
+}
+
+/// The same under its own name from the start, for file systems that can do nothing else: a kill
+/// at the wrong moment leaves a lock without a text there, which has to be removed by hand.
+int MakeInPlace(const std::string& path, const std::string& text, int& fd) {
+  fd = open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0666);
+  if (fd < 0) return errno;
+  int error = LockNow(fd);
+  if (error == EWOULDBLOCK) error = EEXIST;  // another process took it at once
+  if (!error) error = WriteText(fd, text);
+  if (error) close(std::exchange(fd, -1));
   return error;
 }
 
@@ -135,7 +146,7 @@ int MakeLocked(const std::string& path, const std::string& text, int& fd) {
   if (error == EWOULDBLOCK || error == ENOENT) error = EEXIST;
   unlink(name.c_str());
   if (error) close(std::exchange(fd, -1));
-  return error;
+  return error == ENOTSUP ? MakeInPlace(path, text, fd) : error;
 }
 
 }  // namespace

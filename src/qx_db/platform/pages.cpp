@@ -8,7 +8,9 @@
 #define WIN32_LEAN_AND_MEAN
 #include <windows.h>
 #else
+#include <fstream>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <unistd.h>
 #endif
 
@@ -31,6 +33,12 @@ std::size_t Total() {
   status.dwLength = sizeof(status);
   GlobalMemoryStatusEx(&status);
   return status.ullTotalPhys;
+}
+std::size_t Left() {
+  MEMORYSTATUSEX status{};
+  status.dwLength = sizeof(status);
+  GlobalMemoryStatusEx(&status);
+  return status.ullAvailVirtual;
 }
 
 #else
@@ -56,6 +64,16 @@ std::size_t Total() {
   return static_cast<std::size_t>(sysconf(_SC_PHYS_PAGES)) *
          static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
 }
+std::size_t Left() {
+  constexpr std::size_t kOfProcess = std::size_t{1} << 47;
+  rlimit limit{};
+  std::size_t most = kOfProcess;
+  if (getrlimit(RLIMIT_AS, &limit) == 0) most = std::min<std::size_t>(most, limit.rlim_cur);
+  std::size_t pages = 0;  // none known of where the system does not tell
+  std::ifstream("/proc/self/statm") >> pages;
+  const std::size_t used = pages * static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+  return most - std::min(most, used);
+}
 
 #endif
 
@@ -79,13 +97,16 @@ void PreferHugePages(void* at, std::size_t bytes) {
 #endif
 }
 
+std::size_t AddressesLeft() { return Left(); }
+
 std::size_t PhysicalMemory() {
   static const std::size_t bytes = Total();
   return bytes;
 }
 
 AddressRange::AddressRange(std::size_t wanted, std::size_t least) {
-  for (size_ = RoundUp(wanted, kHugePage); size_ >= least; size_ = RoundUp(size_ / 2, 4096)) {
+  for (size_ = RoundUp(wanted, wanted < kHugePage ? 4096 : kHugePage); size_ >= least;
+       size_ = RoundUp(size_ / 2, 4096)) {
     data_ = Reserve(size_);
     if (data_) return;
     if (size_ <= 4096) break;

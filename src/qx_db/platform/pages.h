@@ -49,6 +49,10 @@ class QXDB_API AddressRange {
 /// most page faults of a block of many megabytes that is about to be filled. A hint only.
 QXDB_API void PreferHugePages(void* at, std::size_t bytes);
 
+/// Bytes of addresses that this process may still reserve, by the limit that it was given
+/// (RLIMIT_AS) or by what the system has.
+QXDB_API std::size_t AddressesLeft();
+
 /// Bytes of physical memory of this machine.
 QXDB_API std::size_t PhysicalMemory();
 

@@ -50,8 +50,13 @@ ItemStore::ItemStore(std::uint32_t slot_size)
 
 void ItemStore::Grow() {
   if (!range_.data()) {
-    // No set can outgrow memory; twice that leaves room for swap and for returned slots.
-    const std::size_t most = std::max<std::size_t>(2 * PhysicalMemory(), std::size_t{1} << 30);
+    // No set can outgrow memory; twice that leaves room for swap and for returned slots. Of the
+    // addresses that are left a share only, so that the sets of a session find some
+    // under a limit that has room for their records.
+    constexpr std::size_t kShare = 16;
+    const std::size_t most =
+        std::min(std::max<std::size_t>(2 * PhysicalMemory(), std::size_t{1} << 30),
+                 AddressesLeft() / kShare);
     range_ = AddressRange(std::min(kMostSlots * slot_size_, most), slot_size_ * std::size_t{1024});
     next_ = range_.data();
   }

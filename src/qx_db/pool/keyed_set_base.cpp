@@ -85,21 +85,26 @@ constexpr std::uint64_t kFewKeysARecord = 3;
 constexpr std::uint64_t kAlwaysDense = 16384;
 
 /// Makes the index one that can hold a record under `key`. Throws std::bad_alloc, leaving
-/// everything as it was.
+/// everything as it was; never for a key that a detached record had when it was linked: the window
+/// covers it still, or there has been a table since, whose memory is kept.
 void KeyedSetBase::Reach(Key key) {
   if (!dense_ || window_.Covers(key)) return;
-  if (count_ == 0) window_.Close();  // whatever it covered, nothing is in it
   const auto records = static_cast<std::uint64_t>(count_) + 1;
   const bool near = window_.SpanWith(key) <= std::max(kAlwaysDense, kMostKeysARecord * records);
   if (!near || !window_.Cover(key, key)) LeaveWindow();
 }
 
-/// Builds the table in place of the window. Throws std::bad_alloc, leaving everything as it was.
+/// Builds the table in place of the window. Throws std::bad_alloc, leaving everything as it was,
+/// where no table has been before.
 void KeyedSetBase::LeaveWindow() {
   try {
     table_.Allocate(hash_size_);
-  } catch (const std::bad_alloc&) {
-    table_.Allocate(ChainTable::kMinSize);  // a crowded table is only slower
+  } catch (const std::bad_alloc&) {  // a crowded table is only slower
+    if (table_.Size() == 0) {
+      table_.Allocate(ChainTable::kMinSize);
+    } else {
+      table_.Clear();
+    }
   }
   window_.Close();
   dense_ = false;
@@ -107,8 +112,9 @@ void KeyedSetBase::LeaveWindow() {
   HashWholeList();
 }
 
-/// Builds the window in place of the table, where the keys are dense; tells whether it did, or
-/// stands already.
+/// Puts the window in place of the table, where the keys are dense; tells whether it did, or
+/// stands already. The table's memory is kept: an undo may lead to keys that are not dense, and
+/// must not need any then.
 bool KeyedSetBase::EnterWindow() {
   if (dense_) return true;
   if (shared_keys_ || count_ == 0) return false;
@@ -117,7 +123,6 @@ bool KeyedSetBase::EnterWindow() {
   if (!window_.Cover(min_key_, max_key_)) return false;
   ForEachItem([&](const char* item) { window_.Set(KeyAt(item), store_.NumberOf(item)); });
   dense_ = true;
-  table_.Release();
   ++hash_epoch_;
   return true;
 }
@@ -131,19 +136,32 @@ void KeyedSetBase::AddToIndex(char* item) {
 }
 
 void KeyedSetBase::TakeFromIndex(char* item) {
-  if (dense_) {
-    window_.Unset(KeyAt(item));
+  if (!dense_) return table_.Unlink(item);
+  const std::uint32_t slot = store_.NumberOf(item);
+  Key key = KeyAt(item);
+  if (window_.SlotOf(key) != slot) {  // somebody wrote into the record: where is it known?
+    window_.ForEach([&](Key other, std::uint32_t named) { key = named == slot ? other : key; });
+    if (window_.SlotOf(key) != slot) return;
+  }
+  window_.Unset(key);
+}
+
+/// Requires the records to be in the list still.
+void KeyedSetBase::ClearIndex() {
+  if (!dense_) {
+    table_.Clear();
+  } else if (IsWindowWide()) {
+    ForEachItem([&](char* item) { TakeFromIndex(item); });
   } else {
-    table_.Unlink(item);
+    window_.Empty();
   }
 }
 
-void KeyedSetBase::ClearIndex() {
-  if (dense_) {
-    window_.Empty();
-  } else {
-    table_.Clear();
-  }
+/// Whether the window spans so many keys that a walk of the list is quicker than one of it.
+bool KeyedSetBase::IsWindowWide() const {
+  constexpr std::size_t kEntriesARecord = 8;
+  return window_.Footprint() / sizeof(std::uint32_t) >
+         kAlwaysDense / 4 + kEntriesARecord * static_cast<std::size_t>(count_);
 }
 
 /// To be called before a record that is not in the index gets there under `key`.
@@ -280,8 +298,10 @@ std::int32_t KeyedSetBase::GetItrList(TArray<ITR>& out) const {
   out.RemoveAll();
   out.SetSize(count_);
   ITR* at = out.data();
-  if (dense_ && ascending_) {  // without looking at a record
-    window_.ForEach([&](Key, std::uint32_t slot) { *at++ = ToItr(store_.At(slot)); });
+  if (dense_ && ascending_ && !IsWindowWide()) {  // without looking at a record
+    window_.ForEach([&](Key, std::uint32_t slot) {
+      if (at != out.end()) *at++ = ToItr(store_.At(slot));
+    });
   } else {
     ForEachItem([&](char* item) { *at++ = ToItr(item); });
   }
@@ -295,8 +315,10 @@ std::int32_t KeyedSetBase::GetKeyList(TArray<Key>& out, int sorted) {
   Key* at = out.data();
   if (!pairs.empty()) {
     for (const KeySlot& pair : pairs) *at++ = pair.key;
-  } else if (dense_ && ascending_) {
-    window_.ForEach([&](Key key, std::uint32_t) { *at++ = key; });
+  } else if (dense_ && ascending_ && !IsWindowWide()) {
+    window_.ForEach([&](Key key, std::uint32_t) {
+      if (at != out.end()) *at++ = key;
+    });
   } else {
     ForEachItem([&](char* item) { *at++ = KeyAt(item); });
   }
@@ -311,11 +333,17 @@ bool KeyedSetBase::InOrder() const {
   return true;
 }
 
-/// What the table holds, ascending by key, in the order of their chain where keys are equal.
+/// All records, ascending by key, in the order of their chain where keys are equal.
 std::vector<KeyedSetBase::KeySlot> KeyedSetBase::SortedSlots() const {
   std::vector<KeySlot> pairs, sorted;
   pairs.reserve(static_cast<std::size_t>(count_));
-  table_.ForEach(shared_keys_, [&](Key key, std::uint32_t slot) { pairs.push_back({key, slot}); });
+  if (dense_) {
+    ForEachItem([&](const char* item) { pairs.push_back({KeyAt(item), store_.NumberOf(item)}); });
+  } else {
+    table_.ForEach(shared_keys_, [&](Key key, std::uint32_t slot) {
+      pairs.push_back({key, slot});
+    });
+  }
   sorted.resize(pairs.size());
   // By digits from the lowest up, as many as the range of keys has.
   constexpr int kBits = 11;
@@ -336,7 +364,7 @@ std::vector<KeyedSetBase::KeySlot> KeyedSetBase::SortedSlots() const {
   return pairs;
 }
 
-/// Links the items of the window, or those listed.
+/// Links the items that are listed or, where none is, those of the window.
 void KeyedSetBase::LinkAscending(const std::vector<KeySlot>& sorted) {
   char* last = nullptr;
   const auto fetch = [&](std::uint32_t slot) {
@@ -350,7 +378,7 @@ void KeyedSetBase::LinkAscending(const std::vector<KeySlot>& sorted) {
     (last ? LinksOf(last).list_next : head_) = item;
     last = item;
   };
-  if (dense_) {
+  if (sorted.empty()) {
     window_.ForEach([&](Key, std::uint32_t slot) { append(slot); }, fetch);
   } else {
     constexpr std::size_t kAhead = 16;
@@ -370,7 +398,7 @@ std::vector<KeyedSetBase::KeySlot> KeyedSetBase::Sort() {
   if (ascending_) return {};
   std::vector<KeySlot> sorted;
   if (!InOrder()) {  // as it is after undo, which costs one walk
-    if (!dense_) sorted = SortedSlots();
+    if (!dense_ || IsWindowWide()) sorted = SortedSlots();
     ++list_epoch_;
     LinkAscending(sorted);
   }
@@ -485,6 +513,7 @@ void KeyedSetBase::RemoveAll() {
     if (by_page) store_.Clear();
     return;
   }
+  if (!by_page) ClearIndex();
   if (!by_page || !ops_.trivial) {
     ForEachItem([&](char* item) {
       if (by_page) {
@@ -500,7 +529,9 @@ void KeyedSetBase::RemoveAll() {
   ++list_epoch_;
   ++hash_epoch_;
   shared_keys_ = false;
-  ascending_ = dense_ = true;
+  ascending_ = true;
+  if (!by_page) return;  // the index must be able to take detached records back
+  dense_ = true;
   window_.Close();
   table_.Release();
 }
@@ -513,6 +544,7 @@ void KeyedSetBase::RemoveAllWithoutDelete() {
     while (head_) RemoveWithoutDelete(ToItr(head_));
     return;
   }
+  ClearIndex();
   // As if detached from the head one by one: each item remembers no predecessor, so that putting
   // them back from last to first rebuilds the list.
   ForEachItem([&](char* item) {
@@ -524,7 +556,6 @@ void KeyedSetBase::RemoveAllWithoutDelete() {
   count_ = 0;
   ascending_ = true;
   ++hash_epoch_;
-  ClearIndex();
 }
 
 // ---- keys ---------------------------------------------------------------------------------------

@@ -307,6 +307,7 @@ class QXDB_API KeyedSetBase {
   void AddToIndex(char* item);
   void TakeFromIndex(char* item);
   void ClearIndex();
+  bool IsWindowWide() const;
   struct KeySlot;
   std::vector<KeySlot> SortedSlots() const;
   void LinkAscending(const std::vector<KeySlot>& sorted);
