@@ -36,6 +36,10 @@ TEST_F(Cli, TakesAMeshThroughItsLife) {
   EXPECT_EQ(Qxdb("export m.qxm m.vtu").code, 0);
   EXPECT_EQ(Qxdb("gateway write m.qxm m.json").code, 0);
   EXPECT_EQ(Qxdb("import m.json copy.qxm --units mm").code, 0);
+  EXPECT_EQ(Qxdb("export copy.qxm metres.json --units m").code, 0);
+  EXPECT_EQ(Qxdb("import metres.json metres.qxm --units m").code, 0);
+  EXPECT_EQ(Qxdb("show metres.qxm node 3 --json").out,
+            "{\"NODE\":{\"3\":{\"POS\":[0.0,0.0,0.0025]}}}\n");
   const std::string state = Qxdb("info m.qxm --json").out;
   const std::string copied = Qxdb("info copy.qxm --json").out;
   const auto at = state.find("\"state\"");

@@ -213,6 +213,11 @@ Outcome ExportTo(CQXDBSession& session, const ExportOptions& options,
   if (!format) {
     // JSON has no word for what is not finite, and null would come back as 0.
     if (Outcome fits = exchange::CheckCanBeWritten(session, options.file); !fits) return fits;
+    const auto units = options.units.empty()
+                           ? Result<UnitSystem>(session.Units().Current())
+                           : exchange::ParseUnits(options.units, session.Units().Current());
+    if (!units) return units.AsOutcome();
+    const UnitsShown in_units(session, *units);  // the tables are converted to the current units
     dbgateway::DataBase document;
     if (Outcome whole = WriteDocument(session, document); !whole) return whole;
     return document.WriteFile(options.file, true);
