@@ -226,9 +226,15 @@ class UnvReader {
       if (!TakeKey(numbers[0], key)) return;
       deck_.node_keys.push_back(key);
       deck_.coordinates.insert(deck_.coordinates.end(), at.begin(), at.begin() + 3);
-      if (numbers[1] > 1) node_systems_.emplace_back(deck_.node_keys.size() - 1, numbers[1]);
       if (numbers[2] > 1) ++displacement_systems_[numbers[2]];
-      if (numbers[1] == 1) ones_.push_back(deck_.node_keys.size() - 1);
+      // The newest form names the system to give coordinates out in; they count in the global one.
+      if (dataset == 2411) {
+        if (numbers[1] > 0) ++export_systems_[numbers[1]];
+      } else if (numbers[1] == 1) {
+        ones_.push_back(deck_.node_keys.size() - 1);
+      } else if (numbers[1] > 1) {
+        node_systems_.emplace_back(deck_.node_keys.size() - 1, numbers[1]);
+      }
       TellNow();
     }
   }
@@ -312,11 +318,19 @@ class UnvReader {
         }
       }
     }
-    for (const auto& [label, nodes] : displacement_systems_) {
+    TellSystems(displacement_systems_, "systems in which displacements of nodes count",
+                "the model counts them in the global one");
+    TellSystems(export_systems_, "systems in which nodes are to be given out",
+                "the model has coordinates in the global one, as the file has them");
+  }
+
+  /// Those of `counts` that are in the file and not the global one.
+  void TellSystems(const std::map<std::int64_t, std::uint64_t>& counts, const char* what,
+                   const char* why) {
+    for (const auto& [label, nodes] : counts) {
       const auto system = systems_.find(static_cast<Key>(std::min<std::int64_t>(label, kMaxKey)));
       if (system == systems_.end() || system->second.IsGlobal()) continue;
-      deck_.report.Lost("systems in which displacements of nodes count", nodes,
-                        fmt::format("system {}", label), "the model counts them in the global one");
+      deck_.report.Lost(what, nodes, fmt::format("system {}", label), why);
     }
   }
 
@@ -533,7 +547,7 @@ class UnvReader {
   std::map<Key, System> systems_;
   std::vector<std::pair<std::size_t, std::int64_t>> node_systems_;
   std::vector<std::size_t> ones_;  // nodes in system 1, which is mostly the global one
-  std::map<std::int64_t, std::uint64_t> displacement_systems_;
+  std::map<std::int64_t, std::uint64_t> displacement_systems_, export_systems_;
   std::map<Form, std::size_t> forms_;
   std::vector<std::size_t> form_of_;  // of each element
   std::vector<Key> left_out_;

@@ -168,18 +168,41 @@ std::string NodeInSystem() {
                  "2.0000000000000000D+00   3.0000000000000000D+00\n");
 }
 
+// Older datasets name the system that coordinates count in; the newest one that they are to be
+// given out in.
 TEST(UnvReader, PutsNodesWhereTheirSystemsAre) {
-  const std::string systems = Dataset(
-      "2420",
-      "         1\npart\n         5         0         8\nturned\n"
-      "  0.0D+00  1.0D+00  0.0D+00\n -1.0D+00  0.0D+00  0.0D+00\n  0.0D+00  0.0D+00  1.0D+00\n"
-      "  1.0D+01  2.0D+01  3.0D+01\n");
-  std::vector<Failure> faults;
-  const auto deck = Parse(systems + NodeInSystem(), faults);
-  ASSERT_TRUE(deck) << deck.Error().Line();
-  EXPECT_EQ(deck->coordinates, (std::vector<double>{10 - 2, 20 + 1, 30 + 3}));
-  ASSERT_EQ(deck->Of<tagTCord>().size(), 1u);
-  EXPECT_EQ(deck->Of<tagTCord>()[0].key, 5);
+  const auto systems = [](int number) {
+    return Dataset("2420", fmt::format("         1\npart\n{:10}         0         8\nturned\n"
+                                       "  0.0D+00  1.0D+00  0.0D+00\n -1.0D+00  0.0D+00  0.0D+00\n"
+                                       "  0.0D+00  0.0D+00  1.0D+00\n  1.0D+01  2.0D+01  3.0D+01\n",
+                                       number));
+  };
+  const std::vector<double> moved{10 - 2, 20 + 1, 30 + 3}, same{1, 2, 3};
+  struct Case {
+    const char* dataset;
+    const char* numbers;
+    std::vector<double> at;
+    std::vector<std::string> report;
+  };
+  const std::vector<std::string> told{"systems in which nodes are to be given out: 1"};
+  const std::vector<std::string> taken{"coordinates count in the systems that nodes name"};
+  for (const int number : {1, 5}) {
+    for (const Case& c : {Case{"15", "", moved, taken}, Case{"781", "\n", moved, taken},
+                          Case{"2411", "\n", same, told}}) {
+      std::vector<Failure> faults;
+      const auto deck = Parse(
+          systems(number) +
+              Dataset(c.dataset, fmt::format("         7{:10}         0        11{}  1.00000E+00  "
+                                             "2.00000E+00  3.00000E+00\n",
+                                             number, c.numbers)),
+          faults);
+      ASSERT_TRUE(deck) << deck.Error().Line();
+      EXPECT_EQ(deck->coordinates, c.at) << c.dataset;
+      EXPECT_EQ(Briefly(deck->report), c.report) << c.dataset;
+      ASSERT_EQ(deck->Of<tagTCord>().size(), 1u);
+      EXPECT_EQ(deck->Of<tagTCord>()[0].key, number);
+    }
+  }
 }
 
 TEST(UnvReader, TakesUnitsFromTheirFactors) {
