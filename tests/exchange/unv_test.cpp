@@ -271,6 +271,112 @@ TEST(UnvRoundTrip, CarriesWhatTheModelHasNoPlaceFor) {
   EXPECT_EQ(field.node_values[1].value, -2);
 }
 
+/// A triangle 1 of nodes 1 to 3 and a result that has two values of each of its places.
+std::string WithResult(int location, int type, const std::string& records) {
+  std::string nodes;
+  for (int i = 1; i <= 3; ++i) {
+    nodes += fmt::format("{:10}{:10}{:10}{:10}\n {} {} 0.0\n", i, 1, 1, 11, i, i * i);
+  }
+  return Dataset("2411", nodes) +
+         Dataset("2412",
+                 "         1        91         1         1         7         3\n"
+                 "         1         2         3\n") +
+         Dataset("2414", fmt::format("         1\nr\n{:10}\nNONE\nNONE\nNONE\nNONE\nNONE\n"
+                                     "         1         0         0         0{:10}         2\n"
+                                     "         0         0         0         0         0         0"
+                                     "         0         0\n         0         0\n"
+                                     " 0.0 0.0 0.0 0.0 0.0 0.0\n 0.0 0.0 0.0 0.0 0.0 0.0\n{}",
+                                     location, type, records));
+}
+
+// Records say how many values they have; a broken result does not take the mesh along.
+TEST(UnvReader, ReadsResultsRecordByRecord) {
+  struct Case {
+    int location, type;
+    std::string records;
+    std::vector<double> values;
+    std::vector<std::string> report;
+  };
+  const std::string wider = "results got as many components as their records have values: 1";
+  const std::string broken = "results that are broken were left out: 1";
+  const Case cases[] = {
+      {1, 2, "         2\n  1.00000E+00-2.00000-101\n", {1, -2e-101}, {}},
+      {1, 2, "         2\n -1.00000-101-2.00000+101\n", {-1e-101, -2e101}, {}},
+      {1,
+       2,
+       "         2\n 1.0 2.0 3.0\n",
+       {1, 2},
+       {"values beyond those that a result says to have: 1"}},
+      {1, 2, "         1\n 1.0 2.0\n         2\n          NaN  2.0\n", {}, {broken}},
+      {1, 2, "         1\n*************  2.0\n", {}, {broken}},
+      {1, 2, "         1\n 1.0\n", {}, {broken}},
+      {2, 2, "         1         2\n 1.0 2.0\n", {1, 2}, {}},
+      {2, 2, "         1         4\n 1.0 2.0 3.0\n 4.0\n", {1, 2, 3, 4}, {wider}},
+      {2,
+       2,
+       "         1         2\n 1.0 2.0\n         1         4\n 3.0 4.0\n 5.0 6.0\n"
+       "         1         2\n 7.0 8.0\n",
+       {1, 2, 7, 8},
+       {"results of elements with another number of values were left out: 1"}},
+      {2,
+       5,
+       "         1         1\n 1.0 2.0\n",
+       {1, 2},
+       {"complex results became their real and imaginary parts: 1", wider}},
+      {2, 2, "         1         0\n", {}, {broken}},
+      {3,
+       2,
+       "         1         1         3         2\n 1.0 2.0 3.0 4.0 5.0 6.0\n",
+       {1, 2, 3, 4, 5, 6},
+       {}},
+      {3,
+       2,
+       "         1         2         3         4\n 1.0 2.0 3.0 4.0\n",
+       {1, 2, 3, 4, 1, 2, 3, 4, 1, 2, 3, 4},
+       {wider}},
+      {3,
+       2,
+       "         1         1         1         2\n 1.0 2.0\n",
+       {},
+       {"results of elements at fewer nodes than they have were left out: 1"}},
+  };
+  for (const Case& c : cases) {
+    std::vector<Failure> faults;
+    const auto deck = Parse(WithResult(c.location, c.type, c.records), faults);
+    ASSERT_TRUE(deck) << deck.Error().Line();
+    EXPECT_EQ(deck->elements.size(), 1u);
+    std::vector<double> values;
+    for (const tagTField& field : deck->Of<tagTField>()) {
+      for (const auto& value : field.node_values) values.push_back(value.value);
+      for (const auto& value : field.element_values) values.push_back(value.value);
+    }
+    EXPECT_EQ(values, c.values) << c.records;
+    EXPECT_EQ(Briefly(deck->report), c.report) << c.records;
+  }
+}
+
+// Numbers that fill their columns touch each other.
+TEST(UnvRoundTrip, KeepsTheLargestNumbers) {
+  Deck deck;
+  const Key most = kMaxKey;
+  for (Key node = most - 2; node < most; ++node) deck.node_keys.push_back(node);
+  deck.node_keys.push_back(most);
+  deck.coordinates = {0, 0, 0, 1, 0, 0, 0, 1, 0};
+  deck.connectivity = deck.node_keys;
+  deck.elements.push_back({most, element::kTri3, 0});
+  CQXDBSession session(host::SetUpModel);
+  LossReport report;
+  ASSERT_EQ(AddDeck(session, deck, "made", report).Line(), "");
+  const ScratchFolder folder;
+  const std::string path = folder.Path("a.unv");
+  ASSERT_EQ(ExportFile(session, path, {}, report).Line(), "");
+  std::vector<Failure> faults;
+  const auto back = ParseUnv(*ReadWholeFile(path), "a", {}, faults);
+  ASSERT_TRUE(back) << back.Error().Line();
+  EXPECT_EQ(back->node_keys, deck.node_keys);
+  EXPECT_EQ(back->connectivity, deck.connectivity);
+}
+
 // Values at the nodes of an element stand in the order of its nodes in the file.
 TEST(UnvRoundTrip, KeepsValuesOfNodesOfElements) {
   Deck deck;
