@@ -176,7 +176,12 @@ class UnvReader {
     Integers numbers;
     Reals factors;
     if (!in_.NeedLine()) return;  // a code, which the factors say again, and words
-    if (!in_.Reals(4, factors, 25) || has_own_units_) return;
+    if (!in_.Reals(4, factors, 25)) return;
+    if (!factors_.empty() && factors != factors_) {
+      return in_.Fail("the units are others than those of the dataset 164 before");
+    }
+    factors_ = factors;
+    if (has_own_units_) return;
     if (!(factors[0] > 0) || !(factors[1] > 0)) return in_.Fail("the factors are not positive");
     UnitSystem units;
     const std::int32_t length = UnitOfSize(UnitBase::kLength, 1 / factors[0]);
@@ -193,6 +198,19 @@ class UnvReader {
                            "the model does not have the unit of the file");
     } else {
       units[UnitBase::kForce] = force;
+    }
+    const std::span<const UnitDefinition> heats = UnitsOf(UnitBase::kTemperature);
+    const auto heat = std::find_if(heats.begin(), heats.end(), [&](const UnitDefinition& unit) {
+      return std::abs(unit.numerator / unit.denominator * factors[2] - 1) < 1e-6 &&
+             std::abs(unit.offset - factors[3]) < 0.01;
+    });
+    if (heat == heats.end()) {
+      deck_.report.Assumed(
+          fmt::format("temperatures were taken as {}",
+                      heats[static_cast<std::size_t>(units[UnitBase::kTemperature])].name),
+          "the model does not have the unit of the file");
+    } else {
+      units[UnitBase::kTemperature] = static_cast<std::int32_t>(heat - heats.begin());
     }
     deck_.units = units;
   }
@@ -541,6 +559,7 @@ class UnvReader {
   Deck deck_;
   std::size_t items_ = 0;
   double length_factor_ = 1;
+  Reals factors_;  // of the units, once they are read
   bool has_own_units_ = false;
   bool is_reduced_ = false;
   bool is_moved_ = false;

@@ -231,6 +231,17 @@ TEST(UnvReader, TakesUnitsFromTheirFactors) {
   EXPECT_EQ(odd->coordinates, (std::vector<double>{0.25, 0.5, 0.75}));
   EXPECT_FALSE(odd->report.IsLossless());
   EXPECT_FALSE(Parse(units("  0.0D+00  1.0D+00  1.0D+00") + NodeInSystem(), faults));
+  // So do forces and temperatures, which says so.
+  const std::vector<std::string> told{"temperatures were taken as C"};
+  EXPECT_EQ(Briefly(mm->report), std::vector<std::string>());
+  EXPECT_EQ(Briefly(feet->report), told);  // 1.8 goes with 459.67
+  // The same units may be said twice, but no others.
+  const std::string si = units("  1.0D+00  1.0D+00  1.0D+00");
+  EXPECT_TRUE(Parse(si + NodeInSystem() + si, faults));
+  faults.clear();
+  EXPECT_FALSE(Parse(si + NodeInSystem() + units("  1.0D+03  1.0D+00  1.0D+00"), faults));
+  ASSERT_EQ(faults.size(), 1u);
+  EXPECT_EQ(faults[0].place, "line 16");
 }
 
 // A dataset that is not known, colours and tables go in and out as they are.
@@ -352,6 +363,47 @@ TEST(UnvReader, ReadsResultsRecordByRecord) {
     }
     EXPECT_EQ(values, c.values) << c.records;
     EXPECT_EQ(Briefly(deck->report), c.report) << c.records;
+  }
+}
+
+// What cannot be converted or not be said with all its digits is told.
+TEST(UnvRoundTrip, TellsOfUnitsThatStayAndDigitsThatGo) {
+  const std::string units = Dataset(
+      "164",
+      "         1SI: Meter (newton)           2\n  1.0D+00  1.0D+00  1.0D+00\n  2.7315D+02\n");
+  const std::string kept = "results of an unknown kind of unit keep the units that they have: 1";
+  struct Case {
+    const char* unit;
+    std::string text;
+    std::vector<std::string> report;
+  };
+  const std::string values = "         1         2\n 1.0 ";
+  const Case cases[] = {
+      {"m", WithResult(2, 2, values + "2.0\n") + Dataset("2448", " 1.5\n"), {}},
+      {"mm", WithResult(2, 2, values + "2.0\n"), {kept}},
+      {"mm",
+       NodeInSystem() + Dataset("2448", " 1.5 .5\n"),
+       {"datasets 2448 keep the units that the file was read in: 1"}},
+      {"mm", NodeInSystem() + Dataset("2448", " 15 5\nv. 1\n"), {}},
+      {"m",
+       WithResult(2, 4, values + "0.1234567890123456\n"),
+       {"values of results were rounded to 13 digits: 1"}},
+      {"m", WithResult(2, 4, values + "0.1234567890123\n"), {}},
+  };
+  for (const Case& c : cases) {
+    const ScratchFolder folder;
+    const std::string path = folder.Path("a.unv");
+    ASSERT_TRUE(WriteWholeFile(path, units + c.text));
+    CQXDBSession session(host::SetUpModel);
+    LossReport in, out;
+    ImportOptions options;
+    options.set_model_units = true;
+    ASSERT_EQ(ImportFile(session, path, options, in).Line(), "");
+    UnitSystem system = session.Units().Current();
+    system[UnitBase::kLength] = FindUnit(UnitBase::kLength, c.unit);
+    session.Units().SetCurrent(system);
+    ASSERT_EQ(ExportFile(session, path, {}, out).Line(), "");
+    EXPECT_EQ(Briefly(out), c.report) << c.text;
   }
 }
 
