@@ -6,6 +6,9 @@
 namespace qx::exchange {
 namespace {
 
+/// Most entries that are told apart; of a hostile file each item may have its own text.
+constexpr std::size_t kMostEntries = 250;
+
 constexpr const char* kKinds[] = {"lost", "changed", "assumed"};
 
 std::string Quoted(const std::string& text) {
@@ -38,8 +41,18 @@ std::string Loss::Line() const {
 
 void LossReport::Add(Loss loss) {
   if (loss.count == 0) return;
-  const auto same = std::find_if(entries.begin(), entries.end(),
-                                 [&](const Loss& entry) { return IsSame(entry, loss); });
+  const auto find = [&] {
+    return std::find_if(entries.begin(), entries.end(),
+                        [&](const Loss& entry) { return IsSame(entry, loss); });
+  };
+  auto same = find();
+  if (same == entries.end() && entries.size() >= kMostEntries) {
+    if (loss.where.empty()) loss.where = loss.what;
+    loss.what =
+        fmt::format("and more of other kinds that were {}", kKinds[static_cast<int>(loss.kind)]);
+    loss.why = fmt::format("a report tells {} kinds apart", kMostEntries);
+    same = find();
+  }
   if (same == entries.end()) {
     entries.push_back(std::move(loss));
   } else {

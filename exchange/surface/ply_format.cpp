@@ -94,6 +94,14 @@ class PlyFile {
       const bool is_point = element.name == "vertex";
       const bool is_face = element.name == "face";
       TellOfUnread(element);
+      if (element.properties.empty()) {  // its rows take no bytes
+        if (is_face) {
+          surface_.Report().Lost("faces of fewer than three corners were left out", element.count,
+                                 "face 1", "they have no area");
+        }
+        continue;
+      }
+      if (!is_over_ && !HasRoomFor(element)) return;
       for (std::uint64_t i = 0; i < element.count && surface_.Ok() && !is_over_; ++i) {
         if (header_.is_text && !NextTextLine()) {
           return Wrong(fmt::format("{} {}", element.name, i + 1), "the file ends before it");
@@ -110,6 +118,22 @@ class PlyFile {
   void Wrong(std::string place, std::string what) {
     surface_.Fault(std::move(place), std::move(what));
     is_over_ = true;
+  }
+
+  /// Whether what is left of the file can hold all rows of an element.
+  bool HasRoomFor(const Element& element) {
+    // Of a list its number of members is there at least, of text a digit and a blank or line end,
+    // of which the last may be missing.
+    std::uint64_t least = 0;
+    for (const Property& property : element.properties) {
+      least += header_.is_text ? 2 : SizeOf(property.count.value_or(property.type));
+    }
+    const std::uint64_t left =
+        header_.is_text ? bytes_.size() - lines_.At() + 1 : bytes_.size() - at_;
+    if (element.count <= left / least) return true;
+    Wrong(fmt::format("{} {}", element.name, left / least + 1),
+          fmt::format("the file ends before it, of {}", element.count));
+    return false;
   }
 
   // ---- the header ---------------------------------------------------------------------------

@@ -44,6 +44,8 @@ std::string_view WithoutBlanks(std::string_view head) {
 }
 
 bool IsText(std::string_view head) {
+  // The head of a binary file may say anything; the number of its triangles is no text.
+  if (head.substr(0, kHeader + 4).find('\0') != head.npos) return false;
   head = WithoutBlanks(head);
   const std::string start = AsciiUpper(head.substr(0, 4096));
   return start.starts_with("SOLID") &&
@@ -54,11 +56,11 @@ bool LooksLike(std::string_view head) {
   return head.starts_with(kOwnHeader) || HasSizeOfBinary(head) || IsText(head);
 }
 
-/// A large binary file tells by its size only, which a head has not.
+/// A binary file tells by its size only, which a head of a large one has not, and which may be
+/// wrong.
 bool MayBe(std::string_view head) {
-  return head.size() >= 65536 && std::any_of(head.begin(), head.end(), [](char c) {
-           return static_cast<unsigned char>(c) < 9;
-         });
+  return std::any_of(head.begin(), head.end(),
+                     [](char c) { return static_cast<unsigned char>(c) < 9; });
 }
 
 bool IsOwn(const std::string& path) {

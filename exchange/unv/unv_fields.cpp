@@ -1,6 +1,7 @@
 #include "exchange/unv/unv_fields.h"
 
 #include <cstdio>
+#include <utility>
 
 #include "qx_db/platform/text.h"
 #include "qx_db/record/element_types.h"
@@ -96,7 +97,12 @@ const Mesh::Element* UnvFields::ElementOf(Key key) {
 void UnvFields::Read(UnvText& in) {
   Head head;
   const std::string place = in.Place();
-  if (in.Name() == "2414" ? !ReadHead2414(in, head) : !ReadHead55(in, head)) return;
+  // Of a broken result nothing is kept; the mesh that it is of may be whole.
+  const auto leave_out = [&] {
+    deck_.report.Lost("results that are broken were left out", 1, in.WrongPlace(), in.Wrong());
+    in.PassOver();
+  };
+  if (in.Name() == "2414" ? !ReadHead2414(in, head) : !ReadHead55(in, head)) return leave_out();
   if (in.Name() == "56") head.location = 2;
   if (head.location < 1 || head.location > 3 || head.type < 1 || head.type > 6 || head.values < 1 ||
       head.values > kMostValues) {
@@ -105,6 +111,7 @@ void UnvFields::Read(UnvText& in) {
     return in.Rest(), void();
   }
   if (head.type >= 5) {
+    head.parts = 2;
     head.values *= 2;
     deck_.report.Changed("complex results became their real and imaginary parts", 1, place,
                          "the model has real numbers");
@@ -131,63 +138,92 @@ void UnvFields::Read(UnvText& in) {
   field.category = FindUnitCategory(head.category) ? head.category : unit::kUnknown;
   field.integers = head.is_whole != 0;
   ReadValues(in, head, field);
+  if (!in.Wrong().empty()) return leave_out();
   deck_.Of<tagTField>().push_back(std::move(field));
 }
 
 void UnvFields::ReadValues(UnvText& in, const Head& head, tagTField& field) {
   const std::size_t width = head.type == 4 || head.type == 6 ? 20 : 13;
+  const bool is_of_nodes = head.location == 1, is_of_corners = head.location == 3;
+  const std::size_t own_count = is_of_corners ? 3 : 1;  // place of a record's own number of values
   std::vector<std::int64_t> numbers;
-  std::vector<double> values;
-  std::uint64_t gone = 0;
-  Key first_gone = 0;
+  std::vector<double> values, sorted;
+  std::uint64_t gone = 0, others = 0, fewer = 0;
+  Key first_gone = 0, first_other = 0, first_fewer = 0;
+  bool is_first = true;
   while (in.NextLine()) {
     if (!in.IntegersOfLine(numbers)) return;
     if (numbers.empty()) continue;
     if (!IsKey(numbers[0])) return in.Fail("a number is beyond what the model has");
     const auto key = static_cast<Key>(numbers[0]);
-    if (head.location == 1) {
-      if (!in.Reals(static_cast<std::size_t>(head.values), values, width)) return;
-      for (std::size_t c = 0; c < static_cast<std::size_t>(head.values); ++c) {
-        field.node_values.Add({values[c], static_cast<ITR>(key)});
+    // Records of elements say how many values they have: those of layers follow each other.
+    std::int64_t count = head.values;
+    if (!is_of_nodes && numbers.size() > own_count) count = head.parts * numbers[own_count];
+    if (count < 1 || count > kMostValues) {
+      return in.Fail(fmt::format("a record cannot have {} values", count));
+    }
+    const auto per_place = static_cast<std::size_t>(count);
+    std::size_t nodes = 1;
+    if (is_of_corners) {
+      if (numbers.size() < 3 || numbers[2] < 1 || numbers[2] > 1000) {
+        return in.Fail("the element has no number of nodes");
       }
+      nodes = static_cast<std::size_t>(numbers[2]);
+    }
+    // One may stand for all nodes of an element.
+    const bool is_same = is_of_corners && numbers[1] == 2;
+    const std::size_t all = is_same ? per_place : nodes * per_place;
+    if (!in.Reals(all, values, width)) return;
+    deck_.report.Lost("values beyond those that a result says to have", values.size() - all,
+                      in.Place(), "their lines are longer");
+    values.resize(all);
+    if (std::exchange(is_first, false) && count != head.values) {
+      field.components = static_cast<std::int32_t>(count);
+      deck_.report.Changed("results got as many components as their records have values", 1,
+                           in.Place(),
+                           fmt::format("of each {}, their head says {}", count, head.values));
+    }
+    if (count != field.components) {
+      if (others++ == 0) first_other = key;
+      continue;
+    }
+    if (is_of_nodes) {
+      for (const double value : values) field.node_values.Add({value, static_cast<ITR>(key)});
       continue;
     }
     const Mesh::Element* element = ElementOf(key);
-    if (!element && gone++ == 0) first_gone = key;
-    if (head.location == 2) {
-      if (!in.Reals(static_cast<std::size_t>(head.values), values, width)) return;
-      for (std::size_t c = 0; element && c < static_cast<std::size_t>(head.values); ++c) {
-        field.element_values.Add({values[c], static_cast<ITR>(key)});
-      }
+    if (!element) {
+      if (gone++ == 0) first_gone = key;
       continue;
     }
-    // Of each node of an element, in the order in which the file lists them, or one for all.
-    if (numbers.size() < 3 || numbers[2] < 1 || numbers[2] > 1000) {
-      return in.Fail("the element has no number of nodes");
-    }
-    const bool is_same = numbers[1] == 2;
-    const auto nodes = static_cast<std::size_t>(numbers[2]);
-    const auto per_node = static_cast<std::size_t>(head.values);
-    if (!in.Reals(is_same ? per_node : nodes * per_node, values, width)) return;
-    const std::size_t own =
-        element ? static_cast<std::size_t>(FindElementType(element->type)->nodes) : 0;
-    if (element && own > nodes) {
-      return in.Fail(fmt::format("element {} has {} nodes", element->key, own));
-    }
-    const std::int8_t* order = element ? UnvOrderOf(element->type) : nullptr;
-    std::vector<double> sorted(own * per_node);
-    for (std::size_t k = 0; k < own; ++k) {
-      const std::size_t to = order ? static_cast<std::size_t>(order[k]) : k;
-      for (std::size_t c = 0; c < per_node; ++c) {
-        sorted[to * per_node + c] = values[(is_same ? 0 : k * per_node) + c];
+    if (is_of_corners) {
+      // In the order in which the file lists them.
+      const auto own = static_cast<std::size_t>(FindElementType(element->type)->nodes);
+      if (own > nodes) {
+        if (fewer++ == 0) first_fewer = key;
+        continue;
       }
+      const std::int8_t* order = UnvOrderOf(element->type);
+      sorted.resize(own * per_place);
+      for (std::size_t k = 0; k < own; ++k) {
+        const std::size_t to = order ? static_cast<std::size_t>(order[k]) : k;
+        for (std::size_t c = 0; c < per_place; ++c) {
+          sorted[to * per_place + c] = values[(is_same ? 0 : k * per_place) + c];
+        }
+      }
+      values.swap(sorted);
     }
-    for (const double value : sorted) {
-      field.element_values.Add({value, static_cast<ITR>(key)});
-    }
+    for (const double value : values) field.element_values.Add({value, static_cast<ITR>(key)});
   }
-  deck_.report.Lost("results of elements that were not read", gone,
-                    fmt::format("element {}", first_gone), "they are not in the file, or left out");
+  const auto tell = [&](const char* what, std::uint64_t elements, Key first, const char* why) {
+    deck_.report.Lost(what, elements, fmt::format("element {}", first), why);
+  };
+  tell("results of elements that were not read", gone, first_gone,
+       "they are not in the file, or left out");
+  tell("results of elements with another number of values were left out", others, first_other,
+       "a field has as many of each as of its first");
+  tell("results of elements at fewer nodes than they have were left out", fewer, first_fewer,
+       "a field has values of each node");
 }
 
 }  // namespace qx::exchange

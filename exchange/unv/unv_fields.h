@@ -22,8 +22,9 @@ class UnvFields {
     std::int64_t location = 1;  ///< 1 nodes, 2 elements, 3 nodes of elements
     std::int64_t analysis = 0;
     std::int64_t result = 0;
-    std::int64_t type = 2;  ///< 4 double, 5 and 6 complex
-    std::int64_t values = 0;
+    std::int64_t type = 2;    ///< 4 double, 5 and 6 complex
+    std::int64_t parts = 1;   ///< 2 for complex: real and imaginary
+    std::int64_t values = 0;  ///< of all parts
     std::int64_t step = 0;
     double time = 0;
     std::int32_t category = unit::kUnknown;

@@ -176,7 +176,12 @@ class UnvReader {
     Integers numbers;
     Reals factors;
     if (!in_.NeedLine()) return;  // a code, which the factors say again, and words
-    if (!in_.Reals(4, factors, 25) || has_own_units_) return;
+    if (!in_.Reals(4, factors, 25)) return;
+    if (!factors_.empty() && factors != factors_) {
+      return in_.Fail("the units are others than those of the dataset 164 before");
+    }
+    factors_ = factors;
+    if (has_own_units_) return;
     if (!(factors[0] > 0) || !(factors[1] > 0)) return in_.Fail("the factors are not positive");
     UnitSystem units;
     const std::int32_t length = UnitOfSize(UnitBase::kLength, 1 / factors[0]);
@@ -193,6 +198,19 @@ class UnvReader {
                            "the model does not have the unit of the file");
     } else {
       units[UnitBase::kForce] = force;
+    }
+    const std::span<const UnitDefinition> heats = UnitsOf(UnitBase::kTemperature);
+    const auto heat = std::find_if(heats.begin(), heats.end(), [&](const UnitDefinition& unit) {
+      return std::abs(unit.numerator / unit.denominator * factors[2] - 1) < 1e-6 &&
+             std::abs(unit.offset - factors[3]) < 0.01;
+    });
+    if (heat == heats.end()) {
+      deck_.report.Assumed(
+          fmt::format("temperatures were taken as {}",
+                      heats[static_cast<std::size_t>(units[UnitBase::kTemperature])].name),
+          "the model does not have the unit of the file");
+    } else {
+      units[UnitBase::kTemperature] = static_cast<std::int32_t>(heat - heats.begin());
     }
     deck_.units = units;
   }
@@ -226,9 +244,15 @@ class UnvReader {
       if (!TakeKey(numbers[0], key)) return;
       deck_.node_keys.push_back(key);
       deck_.coordinates.insert(deck_.coordinates.end(), at.begin(), at.begin() + 3);
-      if (numbers[1] > 1) node_systems_.emplace_back(deck_.node_keys.size() - 1, numbers[1]);
       if (numbers[2] > 1) ++displacement_systems_[numbers[2]];
-      if (numbers[1] == 1) ones_.push_back(deck_.node_keys.size() - 1);
+      // The newest form names the system to give coordinates out in; they count in the global one.
+      if (dataset == 2411) {
+        if (numbers[1] > 0) ++export_systems_[numbers[1]];
+      } else if (numbers[1] == 1) {
+        ones_.push_back(deck_.node_keys.size() - 1);
+      } else if (numbers[1] > 1) {
+        node_systems_.emplace_back(deck_.node_keys.size() - 1, numbers[1]);
+      }
       TellNow();
     }
   }
@@ -312,11 +336,19 @@ class UnvReader {
         }
       }
     }
-    for (const auto& [label, nodes] : displacement_systems_) {
+    TellSystems(displacement_systems_, "systems in which displacements of nodes count",
+                "the model counts them in the global one");
+    TellSystems(export_systems_, "systems in which nodes are to be given out",
+                "the model has coordinates in the global one, as the file has them");
+  }
+
+  /// Those of `counts` that are in the file and not the global one.
+  void TellSystems(const std::map<std::int64_t, std::uint64_t>& counts, const char* what,
+                   const char* why) {
+    for (const auto& [label, nodes] : counts) {
       const auto system = systems_.find(static_cast<Key>(std::min<std::int64_t>(label, kMaxKey)));
       if (system == systems_.end() || system->second.IsGlobal()) continue;
-      deck_.report.Lost("systems in which displacements of nodes count", nodes,
-                        fmt::format("system {}", label), "the model counts them in the global one");
+      deck_.report.Lost(what, nodes, fmt::format("system {}", label), why);
     }
   }
 
@@ -527,13 +559,14 @@ class UnvReader {
   Deck deck_;
   std::size_t items_ = 0;
   double length_factor_ = 1;
+  Reals factors_;  // of the units, once they are read
   bool has_own_units_ = false;
   bool is_reduced_ = false;
   bool is_moved_ = false;
   std::map<Key, System> systems_;
   std::vector<std::pair<std::size_t, std::int64_t>> node_systems_;
   std::vector<std::size_t> ones_;  // nodes in system 1, which is mostly the global one
-  std::map<std::int64_t, std::uint64_t> displacement_systems_;
+  std::map<std::int64_t, std::uint64_t> displacement_systems_, export_systems_;
   std::map<Form, std::size_t> forms_;
   std::vector<std::size_t> form_of_;  // of each element
   std::vector<Key> left_out_;

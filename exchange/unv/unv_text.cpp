@@ -1,5 +1,6 @@
 #include "exchange/unv/unv_text.h"
 
+#include <algorithm>
 #include <array>
 
 namespace qx::exchange {
@@ -15,17 +16,51 @@ bool Parse(std::string_view word, std::int64_t& number) {
   return found.has_value();
 }
 
-/// A number whose exponent may begin with D.
+/// Where the exponent of a number begins that has no letter before it; 0 for one that has. It
+/// leaves the letter out where the exponent has three digits.
+std::size_t BareExponent(std::string_view word) {
+  if (word.size() < 6) return 0;
+  const std::size_t at = word.size() - 4;
+  const auto is_digit = [](char c) { return c >= '0' && c <= '9'; };
+  const bool is_one =
+      (word[at] == '-' || word[at] == '+') && (is_digit(word[at - 1]) || word[at - 1] == '.') &&
+      std::all_of(word.begin() + static_cast<std::ptrdiff_t>(at) + 1, word.end(), is_digit);
+  return is_one ? at : 0;
+}
+
+/// A number whose exponent may begin with D, or with its sign.
 bool Parse(std::string_view word, double& number) {
   std::array<char, 64> copy;
-  if (word.size() > copy.size()) return false;
+  if (word.size() >= copy.size()) return false;
+  const std::size_t bare = BareExponent(word);
+  std::size_t size = 0;
   for (std::size_t i = 0; i < word.size(); ++i) {
-    copy[i] = word[i] == 'D' || word[i] == 'd' ? 'E' : word[i];
+    if (bare != 0 && i == bare) copy[size++] = 'E';
+    copy[size++] = word[i] == 'D' || word[i] == 'd' ? 'E' : word[i];
   }
-  const auto found = RealOf(std::string_view(copy.data(), word.size()));
+  const auto found = RealOf(std::string_view(copy.data(), size));
   number = found.value_or(0);
   return found.has_value();
 }
+
+/// Takes whole numbers that end where columns do, which need no blank between them; none if one of
+/// them does not.
+bool AddColumns(std::string_view line, std::vector<std::int64_t>& to, std::size_t width) {
+  const std::size_t before = to.size();
+  line = line.substr(0, line.find_last_not_of(" \t") + 1);
+  for (; !line.empty(); line.remove_prefix(width)) {
+    const std::string_view column = line.substr(0, width);
+    const std::size_t first = column.find_first_not_of(' ');
+    std::int64_t number = 0;
+    if (column.size() < width || first == column.npos || !Parse(column.substr(first), number)) {
+      to.resize(before);
+      return false;
+    }
+    to.push_back(number);
+  }
+  return true;
+}
+bool AddColumns(std::string_view, std::vector<double>&, std::size_t) { return false; }
 
 }  // namespace
 
@@ -75,6 +110,7 @@ bool UnvText::NeedLine() {
 
 template <class T>
 bool UnvText::AddNumbers(std::string_view line, std::vector<T>& to, std::size_t width) {
+  if (AddColumns(line, to, width)) return true;
   const std::size_t before = to.size();
   Words words(line);
   bool is_good = true;

@@ -31,6 +31,11 @@ class UnvText {
   const std::string& Wrong() const { return wrong_; }
   const std::string& WrongPlace() const { return wrong_place_; }
   void Fail(std::string what);
+  /// Passes over what is left of a dataset and takes what was wrong with it for told.
+  void PassOver() {
+    wrong_.clear();
+    (void)Rest();
+  }
   std::string Place() const { return lines_.Place(); }
   double Done() const { return lines_.Done(); }
 

@@ -1,5 +1,6 @@
 #include "exchange/unv/unv_writer.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -30,6 +31,17 @@ double Rounded(double x) { return std::round(x * 1e12) / 1e12 + 0.0; }
 /// A name as a line has it.
 std::string NameLine(const std::string& name) { return std::string(Words(CleanText(name)).Rest()); }
 
+/// Whether a text has numbers that may have units: those with a point.
+bool HasReal(std::string_view text) {
+  const auto is_digit = [&](std::size_t at) {
+    return at < text.size() && text[at] >= '0' && text[at] <= '9';
+  };
+  for (std::size_t at = text.find('.'); at != text.npos; at = text.find('.', at + 1)) {
+    if (is_digit(at + 1) || (at > 0 && is_digit(at - 1))) return true;
+  }
+  return false;
+}
+
 class UnvFile {
  public:
   UnvFile(const CQXDBSession& session, LossReport& report, const Progress& progress)
@@ -38,6 +50,12 @@ class UnvFile {
         progress_(progress),
         deck_(DeckOf(session, ShareOf(progress, 0, 0.3))) {
     report_.Append(deck_.report);
+    const UnitSystem& current = session.Units().Current();
+    are_units_kept_ = session.Units().Model() == current;
+    for (const tagTOrigin& origin : deck_.Of<tagTOrigin>()) {
+      are_units_kept_ =
+          std::equal(current.index.begin(), current.index.end(), std::begin(origin.units));
+    }
     FindForms();
     ListElements();
     FillReport();
@@ -303,6 +321,10 @@ class UnvFile {
         report_.Changed("times of results were rounded to six digits", 1, name,
                         "results have so many");
       }
+      if (!are_units_kept_ && field.category == unit::kUnknown && field.integers == 0) {
+        report_.Changed("results of an unknown kind of unit keep the units that they have", 1, name,
+                        "it is not known how their values convert");
+      }
       const bool has_step = field.step != 0 || field.time != 0;
       // What the values are by their number: a scalar, displacements, a tensor; 0 for unknown.
       const int kind = field.components == 1   ? 1
@@ -337,6 +359,7 @@ class UnvFile {
   template <class List, class Head>
   void WriteValues(const List& list, const tagTField& field, const Head& head) {
     std::vector<double> values;
+    std::uint64_t rounded = 0;
     const auto count = static_cast<std::size_t>(list.GetSize());
     for (std::size_t i = 0; i < count;) {
       const auto target = [&](std::size_t at) {
@@ -359,10 +382,17 @@ class UnvFile {
       if (field.place == tagTField::kElementNodes && !Sort(key, field, values)) continue;
       text_ += head(key, values.size());
       for (std::size_t v = 0; v < values.size(); ++v) {
-        Add("{:20.12E}{}", values[v], v % 3 == 2 || v + 1 == values.size() ? "\n" : "");
+        const std::size_t at = text_.size();
+        Add("{:20.12E}", values[v]);
+        if (WholeOf<double>(Words(std::string_view(text_).substr(at)).Rest()) != values[v]) {
+          ++rounded;
+        }
+        if (v % 3 == 2 || v + 1 == values.size()) text_ += '\n';
       }
       Step();
     }
+    report_.Changed("values of results were rounded to 13 digits", rounded, Utf8(field.name.View()),
+                    "results have so many");
   }
 
   /// The values of an element's nodes in the order of the file.
@@ -390,8 +420,15 @@ class UnvFile {
     for (const tagTCarried& carried : deck_.Of<tagTCarried>()) {
       if (carried.format.View() != u"unv") continue;
       Begin(Utf8(carried.keyword.View()));
-      text_ += Follow(carried, false, "0").text;
+      const std::string text = Follow(carried, false, "0").text;
+      text_ += text;
       End();
+      if (!are_units_kept_ && HasReal(text)) {
+        const std::string name = Utf8(carried.keyword.View());
+        report_.Changed(fmt::format("datasets {} keep the units that the file was read in", name),
+                        1, "dataset " + name,
+                        "they are text; it is not known which of their numbers have units");
+      }
       Step();
     }
   }
@@ -405,6 +442,7 @@ class UnvFile {
   std::ostream* out_ = nullptr;
   std::string text_;
   std::size_t steps_ = 0;
+  bool are_units_kept_ = true;  ///< what the model never converts is in those that are written
 };
 
 }  // namespace

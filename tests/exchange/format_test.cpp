@@ -3,6 +3,7 @@
 #include "exchange/format.h"
 
 #include <algorithm>
+#include <fmt/format.h>
 #include <fstream>
 #include <gtest/gtest.h>
 
@@ -142,6 +143,7 @@ TEST(Formats, HeadsThatDoNotTellAreReadByTheirExtension) {
       {"parts.dat", "$ parts\nINCLUDE cells.bdf\n"},
       {"of_a_user.inp", "*User Element, nodes=4\n1, 2\n"},
       {"remarks.inp", "** " + std::string(70000, '-') + "\n*Node\n"},
+      {"cut.stl", std::string(80, ' ') + std::string("\2\0\0\0", 4) + std::string(50, 'x')},
   };
   for (const auto& [name, text] : kDecks) {
     const std::string path = folder.Path(name);
@@ -149,6 +151,21 @@ TEST(Formats, HeadsThatDoNotTellAreReadByTheirExtension) {
     const auto found = FormatToRead(path);
     EXPECT_TRUE(found) << found.AsOutcome().Line();
   }
+}
+
+// A hostile file may have a text of its own for everything that gets lost.
+TEST(LossReports, StayShort) {
+  LossReport report, other;
+  report.Assumed("nothing is known");
+  for (int i = 0; i < 5000; ++i) other.Lost(fmt::format("things {} were left out", i), 2);
+  report.Append(other);
+  report.Append(other);
+  EXPECT_LT(report.entries.size(), 300u);
+  std::uint64_t all = 0;
+  for (const Loss& loss : report.entries) all += loss.kind == Loss::Kind::kLost ? loss.count : 0;
+  EXPECT_EQ(all, 20000u);
+  EXPECT_EQ(report.Lines()[1], "things 0 were left out: 4");
+  EXPECT_TRUE(report.Lines().back().starts_with("and more of other kinds that were lost: "));
 }
 
 // A deck that says nothing makes no model.

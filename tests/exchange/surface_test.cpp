@@ -221,6 +221,17 @@ std::string Swapped(double x) {
   return std::string(std::reverse_iterator(bytes + 8), std::reverse_iterator(bytes));
 }
 
+/// A triangle, of which the head begins as text does, and more or fewer bytes than it says.
+std::string BinaryStl(char count, std::size_t bytes) {
+  std::string text = "solid facet normal";
+  text.resize(80, ' ');
+  text += {count, 0, 0, 0};
+  const float numbers[12] = {0, 0, 1, 0, 0, 0, 1, 0, 0, 0, 1, 0};
+  text.append(reinterpret_cast<const char*>(numbers), sizeof(numbers));
+  text.resize(84 + bytes, '\0');
+  return text;
+}
+
 // What files of other programs have that ours do not.
 TEST(SurfaceReaders, ReadWhatOthersWrite) {
   struct Case {
@@ -273,6 +284,16 @@ TEST(SurfaceReaders, ReadWhatOthersWrite) {
        3,
        2,
        {"elements 'edge' were left out: 1"}},
+      {"PLY with elements that take no bytes",
+       ParsePly,
+       "ply\nformat ascii 1.0\nelement none 300\nelement vertex 3\nproperty float x\nproperty "
+       "float y\nproperty float z\nelement face 1\nproperty list uchar int vertex_indices\n"
+       "end_header\n0 0 0\n1 0 0\n0 1 0\n3 0 1 2" +
+           std::string(200, ' '),
+       3,
+       1,
+       {"elements 'none' were left out: 300"}},
+      {"STL of which the head says that it is text", ParseStl, BinaryStl(1, 50), 3, 1, {}},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);
@@ -289,7 +310,7 @@ TEST(SurfaceReaders, ReadWhatOthersWrite) {
 TEST(SurfaceReaders, TellOfEveryFault) {
   struct Case {
     decltype(ParseStl)* parse;
-    const char* text;
+    std::string text;
     std::vector<std::string> lines;
   };
   const Case cases[] = {
@@ -314,6 +335,15 @@ TEST(SurfaceReaders, TellOfEveryFault) {
       {ParsePly,
        "ply\nformat ascii 1.0\nelement face 99999999999\nend_header\n",
        {"f: line 3: the element has no number, or one beyond"}},
+      {ParsePly,
+       "ply\nformat binary_little_endian 1.0\nelement vertex 80\nproperty float x\nproperty "
+       "float y\nproperty float z\nend_header\n0123456789ab0123",
+       {"f: vertex 2: the file ends before it, of 80"}},
+      {ParsePly,
+       "ply\nformat ascii 1.0\nelement edge 50\nproperty int a\nend_header\n1\n2",
+       {"f: edge 3: the file ends before it, of 50"}},
+      {ParseStl, BinaryStl(1, 52), {"f: 1 triangles take 134 bytes, the file has 136"}},
+      {ParseStl, BinaryStl(2, 50), {"f: 2 triangles take 184 bytes, the file has 134"}},
   };
   for (const Case& c : cases) {
     std::vector<Failure> faults;

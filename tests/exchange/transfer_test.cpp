@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include "qx_db/qx_db.h"
+#include "qx_db/record/element_types.h"
 
 #include "host/session.h"
 #include "tests/scratch_folder.h"
@@ -75,7 +76,12 @@ TEST(Transfer, AnExportIsNoStepWhateverItsUnits) {
   const ScratchFolder folder;
   CQXDocBase document(host::SetUpModel);
   CQXDBSession& session = *document.GetDBSession();
-  AddNode(session, 1);
+  Deck deck;  // a face, without which surfaces are not written
+  deck.node_keys = deck.connectivity = {1, 2, 3};
+  deck.coordinates = {0, 0, 0, 1, 0, 0, 0, 1, 0};
+  deck.elements.push_back({1, element::kTri3, 0});
+  LossReport made;
+  ASSERT_EQ(AddDeck(session, deck, "made", made).Line(), "");
   ASSERT_TRUE(document.SaveAs(folder.Path("model.qxm")) && document.KeepSteps());
   const std::int64_t state = session.State();
   const ModelStamp stamp = document.Keeper()->Stamp();

@@ -168,18 +168,41 @@ std::string NodeInSystem() {
                  "2.0000000000000000D+00   3.0000000000000000D+00\n");
 }
 
+// Older datasets name the system that coordinates count in; the newest one that they are to be
+// given out in.
 TEST(UnvReader, PutsNodesWhereTheirSystemsAre) {
-  const std::string systems = Dataset(
-      "2420",
-      "         1\npart\n         5         0         8\nturned\n"
-      "  0.0D+00  1.0D+00  0.0D+00\n -1.0D+00  0.0D+00  0.0D+00\n  0.0D+00  0.0D+00  1.0D+00\n"
-      "  1.0D+01  2.0D+01  3.0D+01\n");
-  std::vector<Failure> faults;
-  const auto deck = Parse(systems + NodeInSystem(), faults);
-  ASSERT_TRUE(deck) << deck.Error().Line();
-  EXPECT_EQ(deck->coordinates, (std::vector<double>{10 - 2, 20 + 1, 30 + 3}));
-  ASSERT_EQ(deck->Of<tagTCord>().size(), 1u);
-  EXPECT_EQ(deck->Of<tagTCord>()[0].key, 5);
+  const auto systems = [](int number) {
+    return Dataset("2420", fmt::format("         1\npart\n{:10}         0         8\nturned\n"
+                                       "  0.0D+00  1.0D+00  0.0D+00\n -1.0D+00  0.0D+00  0.0D+00\n"
+                                       "  0.0D+00  0.0D+00  1.0D+00\n  1.0D+01  2.0D+01  3.0D+01\n",
+                                       number));
+  };
+  const std::vector<double> moved{10 - 2, 20 + 1, 30 + 3}, same{1, 2, 3};
+  struct Case {
+    const char* dataset;
+    const char* numbers;
+    std::vector<double> at;
+    std::vector<std::string> report;
+  };
+  const std::vector<std::string> told{"systems in which nodes are to be given out: 1"};
+  const std::vector<std::string> taken{"coordinates count in the systems that nodes name"};
+  for (const int number : {1, 5}) {
+    for (const Case& c : {Case{"15", "", moved, taken}, Case{"781", "\n", moved, taken},
+                          Case{"2411", "\n", same, told}}) {
+      std::vector<Failure> faults;
+      const auto deck = Parse(
+          systems(number) +
+              Dataset(c.dataset, fmt::format("         7{:10}         0        11{}  1.00000E+00  "
+                                             "2.00000E+00  3.00000E+00\n",
+                                             number, c.numbers)),
+          faults);
+      ASSERT_TRUE(deck) << deck.Error().Line();
+      EXPECT_EQ(deck->coordinates, c.at) << c.dataset;
+      EXPECT_EQ(Briefly(deck->report), c.report) << c.dataset;
+      ASSERT_EQ(deck->Of<tagTCord>().size(), 1u);
+      EXPECT_EQ(deck->Of<tagTCord>()[0].key, number);
+    }
+  }
 }
 
 TEST(UnvReader, TakesUnitsFromTheirFactors) {
@@ -208,6 +231,17 @@ TEST(UnvReader, TakesUnitsFromTheirFactors) {
   EXPECT_EQ(odd->coordinates, (std::vector<double>{0.25, 0.5, 0.75}));
   EXPECT_FALSE(odd->report.IsLossless());
   EXPECT_FALSE(Parse(units("  0.0D+00  1.0D+00  1.0D+00") + NodeInSystem(), faults));
+  // So do forces and temperatures, which says so.
+  const std::vector<std::string> told{"temperatures were taken as C"};
+  EXPECT_EQ(Briefly(mm->report), std::vector<std::string>());
+  EXPECT_EQ(Briefly(feet->report), told);  // 1.8 goes with 459.67
+  // The same units may be said twice, but no others.
+  const std::string si = units("  1.0D+00  1.0D+00  1.0D+00");
+  EXPECT_TRUE(Parse(si + NodeInSystem() + si, faults));
+  faults.clear();
+  EXPECT_FALSE(Parse(si + NodeInSystem() + units("  1.0D+03  1.0D+00  1.0D+00"), faults));
+  ASSERT_EQ(faults.size(), 1u);
+  EXPECT_EQ(faults[0].place, "line 16");
 }
 
 // A dataset that is not known, colours and tables go in and out as they are.
@@ -246,6 +280,153 @@ TEST(UnvRoundTrip, CarriesWhatTheModelHasNoPlaceFor) {
   EXPECT_EQ(field.step, 6);
   EXPECT_EQ(field.time, 12.5);
   EXPECT_EQ(field.node_values[1].value, -2);
+}
+
+/// A triangle 1 of nodes 1 to 3 and a result that has two values of each of its places.
+std::string WithResult(int location, int type, const std::string& records) {
+  std::string nodes;
+  for (int i = 1; i <= 3; ++i) {
+    nodes += fmt::format("{:10}{:10}{:10}{:10}\n {} {} 0.0\n", i, 1, 1, 11, i, i * i);
+  }
+  return Dataset("2411", nodes) +
+         Dataset("2412",
+                 "         1        91         1         1         7         3\n"
+                 "         1         2         3\n") +
+         Dataset("2414", fmt::format("         1\nr\n{:10}\nNONE\nNONE\nNONE\nNONE\nNONE\n"
+                                     "         1         0         0         0{:10}         2\n"
+                                     "         0         0         0         0         0         0"
+                                     "         0         0\n         0         0\n"
+                                     " 0.0 0.0 0.0 0.0 0.0 0.0\n 0.0 0.0 0.0 0.0 0.0 0.0\n{}",
+                                     location, type, records));
+}
+
+// Records say how many values they have; a broken result does not take the mesh along.
+TEST(UnvReader, ReadsResultsRecordByRecord) {
+  struct Case {
+    int location, type;
+    std::string records;
+    std::vector<double> values;
+    std::vector<std::string> report;
+  };
+  const std::string wider = "results got as many components as their records have values: 1";
+  const std::string broken = "results that are broken were left out: 1";
+  const Case cases[] = {
+      {1, 2, "         2\n  1.00000E+00-2.00000-101\n", {1, -2e-101}, {}},
+      {1, 2, "         2\n -1.00000-101-2.00000+101\n", {-1e-101, -2e101}, {}},
+      {1,
+       2,
+       "         2\n 1.0 2.0 3.0\n",
+       {1, 2},
+       {"values beyond those that a result says to have: 1"}},
+      {1, 2, "         1\n 1.0 2.0\n         2\n          NaN  2.0\n", {}, {broken}},
+      {1, 2, "         1\n*************  2.0\n", {}, {broken}},
+      {1, 2, "         1\n 1.0\n", {}, {broken}},
+      {2, 2, "         1         2\n 1.0 2.0\n", {1, 2}, {}},
+      {2, 2, "         1         4\n 1.0 2.0 3.0\n 4.0\n", {1, 2, 3, 4}, {wider}},
+      {2,
+       2,
+       "         1         2\n 1.0 2.0\n         1         4\n 3.0 4.0\n 5.0 6.0\n"
+       "         1         2\n 7.0 8.0\n",
+       {1, 2, 7, 8},
+       {"results of elements with another number of values were left out: 1"}},
+      {2,
+       5,
+       "         1         1\n 1.0 2.0\n",
+       {1, 2},
+       {"complex results became their real and imaginary parts: 1", wider}},
+      {2, 2, "         1         0\n", {}, {broken}},
+      {3,
+       2,
+       "         1         1         3         2\n 1.0 2.0 3.0 4.0 5.0 6.0\n",
+       {1, 2, 3, 4, 5, 6},
+       {}},
+      {3,
+       2,
+       "         1         2         3         4\n 1.0 2.0 3.0 4.0\n",
+       {1, 2, 3, 4, 1, 2, 3, 4, 1, 2, 3, 4},
+       {wider}},
+      {3,
+       2,
+       "         1         1         1         2\n 1.0 2.0\n",
+       {},
+       {"results of elements at fewer nodes than they have were left out: 1"}},
+  };
+  for (const Case& c : cases) {
+    std::vector<Failure> faults;
+    const auto deck = Parse(WithResult(c.location, c.type, c.records), faults);
+    ASSERT_TRUE(deck) << deck.Error().Line();
+    EXPECT_EQ(deck->elements.size(), 1u);
+    std::vector<double> values;
+    for (const tagTField& field : deck->Of<tagTField>()) {
+      for (const auto& value : field.node_values) values.push_back(value.value);
+      for (const auto& value : field.element_values) values.push_back(value.value);
+    }
+    EXPECT_EQ(values, c.values) << c.records;
+    EXPECT_EQ(Briefly(deck->report), c.report) << c.records;
+  }
+}
+
+// What cannot be converted or not be said with all its digits is told.
+TEST(UnvRoundTrip, TellsOfUnitsThatStayAndDigitsThatGo) {
+  const std::string units = Dataset(
+      "164",
+      "         1SI: Meter (newton)           2\n  1.0D+00  1.0D+00  1.0D+00\n  2.7315D+02\n");
+  const std::string kept = "results of an unknown kind of unit keep the units that they have: 1";
+  struct Case {
+    const char* unit;
+    std::string text;
+    std::vector<std::string> report;
+  };
+  const std::string values = "         1         2\n 1.0 ";
+  const Case cases[] = {
+      {"m", WithResult(2, 2, values + "2.0\n") + Dataset("2448", " 1.5\n"), {}},
+      {"mm", WithResult(2, 2, values + "2.0\n"), {kept}},
+      {"mm",
+       NodeInSystem() + Dataset("2448", " 1.5 .5\n"),
+       {"datasets 2448 keep the units that the file was read in: 1"}},
+      {"mm", NodeInSystem() + Dataset("2448", " 15 5\nv. 1\n"), {}},
+      {"m",
+       WithResult(2, 4, values + "0.1234567890123456\n"),
+       {"values of results were rounded to 13 digits: 1"}},
+      {"m", WithResult(2, 4, values + "0.1234567890123\n"), {}},
+  };
+  for (const Case& c : cases) {
+    const ScratchFolder folder;
+    const std::string path = folder.Path("a.unv");
+    ASSERT_TRUE(WriteWholeFile(path, units + c.text));
+    CQXDBSession session(host::SetUpModel);
+    LossReport in, out;
+    ImportOptions options;
+    options.set_model_units = true;
+    ASSERT_EQ(ImportFile(session, path, options, in).Line(), "");
+    UnitSystem system = session.Units().Current();
+    system[UnitBase::kLength] = FindUnit(UnitBase::kLength, c.unit);
+    session.Units().SetCurrent(system);
+    ASSERT_EQ(ExportFile(session, path, {}, out).Line(), "");
+    EXPECT_EQ(Briefly(out), c.report) << c.text;
+  }
+}
+
+// Numbers that fill their columns touch each other.
+TEST(UnvRoundTrip, KeepsTheLargestNumbers) {
+  Deck deck;
+  const Key most = kMaxKey;
+  for (Key node = most - 2; node < most; ++node) deck.node_keys.push_back(node);
+  deck.node_keys.push_back(most);
+  deck.coordinates = {0, 0, 0, 1, 0, 0, 0, 1, 0};
+  deck.connectivity = deck.node_keys;
+  deck.elements.push_back({most, element::kTri3, 0});
+  CQXDBSession session(host::SetUpModel);
+  LossReport report;
+  ASSERT_EQ(AddDeck(session, deck, "made", report).Line(), "");
+  const ScratchFolder folder;
+  const std::string path = folder.Path("a.unv");
+  ASSERT_EQ(ExportFile(session, path, {}, report).Line(), "");
+  std::vector<Failure> faults;
+  const auto back = ParseUnv(*ReadWholeFile(path), "a", {}, faults);
+  ASSERT_TRUE(back) << back.Error().Line();
+  EXPECT_EQ(back->node_keys, deck.node_keys);
+  EXPECT_EQ(back->connectivity, deck.connectivity);
 }
 
 // Values at the nodes of an element stand in the order of its nodes in the file.
