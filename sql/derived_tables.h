@@ -22,13 +22,17 @@ struct Computed {
   std::string name;
   std::string meaning;
   std::vector<Column> columns;
-  /// Hidden columns of `columns` that must be given: `WHERE pool = 'node'`.
-  std::vector<int> wanted = {};
-  /// What the query says of columns: `column = value`. Values of other columns are none.
+  /// Hidden columns of `columns` without which the rows cannot be computed, which must be given:
+  /// `WHERE pool = 'node'`. Other tables are always filled as a whole.
+  std::vector<int> arguments = {};
+  /// The values of arguments; none of other columns.
   using Given = std::vector<std::optional<Value>>;
   using Rows = std::vector<Value>;  ///< one after the other
-  /// Adds the rows. Those that do not have the given values may be left out.
+  /// Adds the rows.
   std::function<Outcome(Link&, const Given&, Rows&)> fill;
+  /// The row id of the first row with such arguments, so that no two rows have the same whatever
+  /// their arguments are; 0 without.
+  std::function<sqlite3_int64(Link&, const Given&)> first_row_id = {};
 };
 std::unique_ptr<Table> MakeComputedTable(Link& link, Computed what);
 

@@ -65,13 +65,9 @@ std::pair<Key, std::string> Modified(const DPoolBase& pool, const Step& step,
   return {after->GetKey(), members};
 }
 
-Outcome FillChanges(Link& link, const Given& given, Rows& rows) {
+Outcome FillChanges(Link& link, const Given&, Rows& rows) {
   constexpr const char* kWords[] = {"inserted", "removed", "modified"};
-  const std::optional<Value> wanted = given[0];
   ForEachStep(link.Session(), [&](const Step& step, bool) {
-    const bool is_other = wanted && std::holds_alternative<std::int64_t>(*wanted) &&
-                          std::get<std::int64_t>(*wanted) != step.number;
-    if (is_other) return;
     std::int64_t place = 0;
     for (const Change& change : step.changes) {
       const DPoolBase& pool = *link.Session().GetDataPool(change.type);

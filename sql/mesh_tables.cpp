@@ -120,11 +120,9 @@ Computed WithChildren(const char* name, const char* what, Members members) {
           .meaning = std::string(what) + "s of mesh sets and of all sets below them, each once",
           .columns = {Integer("mesh_set", "key of the set"),
                       Integer(what, std::string("key of the ") + what)},
-          .fill = [members](Link& link, const Given& given, Rows& rows) -> Outcome {
+          .fill = [members](Link& link, const Given&, Rows& rows) -> Outcome {
             const auto& sets = Pool<tagTMset>(link.Session());
-            const std::int64_t wanted = given[0] ? GivenKey(given[0]) : 0;
             for (ITR set = sets.GetHeadPosition(); set; sets.Next(set)) {
-              if (given[0] && KeyOf(set) != wanted) continue;
               std::unordered_set<ITR> seen;
               for (const ITR part : WithThoseBelow(sets, set)) {
                 for (const ITR member : members(sets.GetAtNU(part))) {
@@ -140,15 +138,28 @@ Computed WithChildren(const char* name, const char* what, Members members) {
 
 // ---- uses ---------------------------------------------------------------------------------------
 
-Outcome FillUses(Link& link, const Given& given, Rows& rows) {
-  const auto* name = std::get_if<std::string>(&*given[0]);
-  const DPoolBase* pool = nullptr;
+/// The place of the pool that a query names among all; -1 for none.
+int PlaceOfPool(const Link& link, const std::optional<Value>& given) {
+  const auto* name = std::get_if<std::string>(&*given);
+  int place = 0;
   for (const DPoolBase* candidate : link.Session().Pools()) {
-    if (name && EqualNoCase(*name, TableName(*candidate))) pool = candidate;
+    if (name && EqualNoCase(*name, TableName(*candidate))) return place;
+    ++place;
   }
-  if (!pool) {
+  return -1;
+}
+
+/// Of 63 bits 6 for the pool, 31 for the key, 26 for the uses of a record.
+sqlite3_int64 FirstUse(Link& link, const Given& given) {
+  return sqlite3_int64{PlaceOfPool(link, given[0])} << 57 | GivenKey(given[1]) << 26;
+}
+
+Outcome FillUses(Link& link, const Given& given, Rows& rows) {
+  const int place = PlaceOfPool(link, given[0]);
+  if (place < 0) {
     return Failure{"", "where_used", "pool names no table of records", "see the table pool"};
   }
+  const DPoolBase* pool = link.Session().Pools()[static_cast<std::size_t>(place)];
   const std::int64_t key = GivenKey(given[1]);
   const ITR item = key >= 0 && key <= kMaxKey ? pool->Find(static_cast<Key>(key)) : 0;
   for (const Use& use : WhereUsed(link.Session(), pool->GetTypeCode(), item)) {
@@ -207,8 +218,9 @@ std::vector<Computed> MeshTables() {
                     .columns = {pool, key, Text("user", "table of a record that uses it"),
                                 Integer("user_key", "key of that record"),
                                 Text("member", "the member that does, NULL where its key does")},
-                    .wanted = {0, 1},
-                    .fill = FillUses});
+                    .arguments = {0, 1},
+                    .fill = FillUses,
+                    .first_row_id = FirstUse});
   return tables;
 }
 
