@@ -208,6 +208,8 @@ BAD: dict[str, tuple[Any, type[Exception]]] = {
     "an unknown reference": (lambda m: m.elements.nodes.__setitem__(0, [99] * 8), KeyError),
     "a node row of none": (lambda m: m.elements.insert("tri3", node_rows=[[0, 1, 99]]), KeyError),
     "too few nodes": (lambda m: m.elements.insert("hex8", nodes=[[1, 2, 3]]), ValueError),
+    "elements of no type": (lambda m: m.elements.insert(nodes=[[1, 2, 3]]), TypeError),
+    "another type": (lambda m: m.elements["tri3"].insert("hex8", nodes=[[1, 2, 3]]), TypeError),
     "an unknown type": (lambda m: m.elements["hex9"], ValueError),
     "a key in use": (lambda m: m.nodes.insert([[0, 0, 0]], keys=[1]), qxdb.RefusedError),
     "a key twice": (lambda m: m.nodes.insert(np.zeros((2, 3)), keys=[91, 91]), qxdb.RefusedError),

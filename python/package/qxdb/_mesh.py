@@ -70,8 +70,14 @@ class Elements(Table):
         nodes: (n, nodes of the type), keys of nodes; or `node_rows`: their row numbers
         property: key of a property, or a record
         """
-        if not isinstance(count, str):
+        if not isinstance(count, str) and "type" in columns:
             return super().insert(count, keys=keys, **columns)
+        if not isinstance(count, str):
+            raise TypeFault(
+                "needs the type of the elements",
+                place="elements",
+                remedy='name it: elements.insert("hex8", nodes=...), or elements["hex8"].insert(...)',
+            )
         names = {"nodes", "node_rows", "property"}
         if set(columns) - names or len(columns.keys() & {"nodes", "node_rows"}) != 1:
             raise TypeFault(
@@ -151,6 +157,16 @@ class Elements(Table):
 
 class ElementsOfType(Elements):
     """The elements of one type; always those that there are now."""
+
+    def insert(self, count: Any = None, *, keys: Any = None, **columns: Any) -> Keys:
+        """As Elements.insert, of this type, which need not be named."""
+        if count is not None and not (isinstance(count, str) and count == self.type_name):
+            raise TypeFault(
+                f"is not {self.type_name}",
+                place=f"{count!r}",
+                remedy="leave it out, or insert into the elements of its own type",
+            )
+        return super().insert(self.type_name, keys=keys, **columns)
 
     @property
     def nodes(self) -> NodesColumn:

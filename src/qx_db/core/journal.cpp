@@ -2,11 +2,13 @@
 
 #define XXH_INLINE_ALL
 #include <algorithm>
+#include <atomic>
 #include <new>
 #include <random>
 #include <xxhash.h>
 
 #include "qx_db/core/session.h"
+#include "qx_db/platform/file_lock.h"
 #include "qx_db/platform/prefetch.h"
 #include "qx_db/record/verbs.h"
 
@@ -36,11 +38,16 @@ void ClearModified(const AppendLog<Change>& changes) {
 }  // namespace
 
 /// The name of a state that nobody else gives to another, at the same moment in a copy of the same
-/// model even.
+/// model even: of a number drawn once by this process, which a forked one has, too, of the process,
+/// and of how many names it has given.
 static std::int64_t NewStateName() {
-  std::random_device random;
-  const std::uint64_t drawn = std::uint64_t{random()} << 32 | random();
-  return static_cast<std::int64_t>(drawn >> 1 | 1);
+  static const std::uint64_t drawn = [] {
+    std::random_device random;
+    return std::uint64_t{random()} << 32 | random();
+  }();
+  static std::atomic<std::uint64_t> given{0};
+  const std::uint64_t what[] = {drawn, static_cast<std::uint64_t>(ProcessId()), ++given};
+  return static_cast<std::int64_t>(XXH3_64bits(what, sizeof what) >> 1 | 1);
 }
 
 std::size_t AppendImage(const Schema& schema, const TStructBase& record, AppendLog<char>& bytes) {
