@@ -86,7 +86,7 @@ TEST(Transfer, AnExportIsNoStepWhateverItsUnits) {
   const std::int64_t state = session.State();
   const ModelStamp stamp = document.Keeper()->Stamp();
   for (const Format& format : Formats()) {
-    if (!format.write || (format.capabilities & capability::kSurface)) continue;  // has no face
+    if (!format.write) continue;
     SCOPED_TRACE(format.name);
     ExportOptions options;
     options.format = &format;
