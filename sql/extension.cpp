@@ -65,11 +65,18 @@ void Answer(sqlite3_context* to, Work&& work) {
   }
 }
 
+/// Tables do not come or go within a transaction, which would lose its changes.
+Outcome CheckIdle(sqlite3* db, const char* call) {
+  if (sqlite3_get_autocommit(db)) return {};
+  return Failure{"", call, "a transaction is open", "COMMIT or ROLLBACK first"};
+}
+
 Outcome Close(sqlite3* db, Models& models, const std::string& prefix) {
   const auto found = models.open.find(prefix);
   if (found == models.open.end()) {
     return Failure{"", "qx_close", "no model is open under that prefix", "open one with qx_open"};
   }
+  if (Outcome can = CheckIdle(db, "qx_close"); !can) return can;
   if (Outcome dropped = DropModelTables(db, prefix); !dropped) return dropped;
   models.open.erase(found);
   return {};
@@ -88,6 +95,7 @@ void QxOpen(sqlite3_context* to, int count, sqlite3_value** values) {
       return Failure{path, "", "another model has the tables of that name",
                      "close it with qx_close, or give this one's a prefix"};
     }
+    if (Outcome can = CheckIdle(sqlite3_context_db_handle(to), "qx_open"); !can) return can;
     BecomeApplication();
     const auto model = std::make_shared<CQXDocBase>(host::SetUpModel);
     if (Outcome opened = mode == "write" ? model->OpenForEditing(path) : model->Open(path);

@@ -207,8 +207,15 @@ class ArrayTable final : public Table {
       return Failure{"", "table " + Name(), "a row keeps its record and its position",
                      "delete it and insert another"};
     }
-    members_of_ = nullptr;
-    return TakeElement(values, true, at, record);
+    std::vector<char> element(at, at + array_.row->element_size);
+    if (Outcome taken = TakeElement(values, true, element.data(), record); !taken) return taken;
+    if (NamesOnce() && LoadAt<ITR>(at) != LoadAt<ITR>(element.data())) {
+      if (Has(record, LoadAt<ITR>(element.data()))) return HasAlready(record, element.data());
+      members_.erase(LoadAt<ITR>(at));
+      members_.insert(LoadAt<ITR>(element.data()));
+    }
+    std::copy(element.begin(), element.end(), at);
+    return {};
   }
 
  private:
@@ -358,20 +365,24 @@ class ArrayTable final : public Table {
     std::vector<char> element(static_cast<std::size_t>(array_.row->element_size));
     if (Outcome taken = TakeElement(values, false, element.data(), record); !taken) return taken;
     *row_id = sqlite3_int64{key} << 32 | (kMaxKey - place);
-    if (array_.row->kind == MemberKind::kReferenceArray && IsSet() &&
-        Has(record, LoadAt<ITR>(element.data()))) {
+    if (NamesOnce() && Has(record, LoadAt<ITR>(element.data()))) {
       if (ReplacesOnConflict(db)) return {};
-      return Failure{"", PlaceOf(owner_, key),
-                     "has " + array_.columns[0].name + ' ' +
-                         std::to_string(KeyOf(LoadAt<ITR>(element.data()))) + " already",
-                     "use INSERT OR IGNORE"};
+      return HasAlready(record, element.data());
     }
     PutIn(record, place, element.data());
     return {};
   }
 
   /// Whether the array names each record once; the nodes of an element are a list instead.
-  bool IsSet() const { return pool_.GetTypeCode() != code::kElem; }
+  bool NamesOnce() const {
+    return array_.row->kind == MemberKind::kReferenceArray && pool_.GetTypeCode() != code::kElem;
+  }
+  Failure HasAlready(const TStructBase& record, const char* element) const {
+    return {"", PlaceOf(owner_, record.GetKey()),
+            "has " + array_.columns[0].name + ' ' + std::to_string(KeyOf(LoadAt<ITR>(element))) +
+                " already",
+            "use OR IGNORE: INSERT OR IGNORE, UPDATE OR IGNORE"};
+  }
 
   Outcome TakeElement(Arguments values, bool is_update, char* at, const TStructBase& record) const {
     Units units(link_.Session());

@@ -53,11 +53,19 @@ TEST_F(SqlCommand, SaysWhatIsWrongInOneLine) {
       {"sql m.qxm \"DELETE FROM node\"", 1, "the model is open to be read only; use --write"},
       {"sql m.qxm --write \"UPDATE node SET x = 'far'\"", 1,
        "m.qxm: SQL: node 1: x is a number, and 'far' is none; give a number"},
+      {"sql m.qxm --write \"BEGIN; UPDATE node SET x = 0\"", 1,
+       "m.qxm: SQL: the transaction is not ended, nothing of it was stored; add COMMIT"},
+      {"sql m.qxm --write < open.sql", 1, "the transaction is not ended"},
+      {"sql m.qxm \"ATTACH 'new.db' AS n\"", 2, "too many attached databases"},
+      {"sql m.qxm \"VACUUM INTO 'new.db'\"", 2, "too many attached databases"},
+      {"sql m.qxm \".tables nothing\"", 2, "there is no table like \"nothing\"; see .tables"},
+      {"dump m.qxm --query \"SELECT x FROM node\" --unit m", 2, "--unit"},
       {"sql none.qxm \"SELECT 1\"", 1, "none.qxm"},
       {"dump m.qxm", 2, "needs tables or a query, not both"},
       {"dump m.qxm nodes", 2, "table nodes: is none of the model's"},
       {"dump m.qxm node --output good.msh", 1, "good.msh"},
   };
+  Write("open.sql", "BEGIN;\nUPDATE node SET x = 0;\n");
   for (const Case& wrong : cases) {
     const Ran run = Qxdb(wrong.arguments);
     EXPECT_EQ(run.code, wrong.code) << wrong.arguments << run.err;
@@ -102,6 +110,12 @@ TEST_F(SqlCommand, DumpsTablesAndQueries) {
   EXPECT_TRUE(IsStopped(Qxdb("dump m.qxm node --into out")));  // is not ours to replace
   EXPECT_EQ(Qxdb("dump m.qxm node --into out --force").code, 0);
   EXPECT_EQ(Qxdb("dump m.qxm --query \"SELECT count(*) AS n FROM element\"").out, "n\n2\n");
+}
+
+TEST_F(SqlCommand, TakesCommandsOfThePromptAsAnArgument) {
+  EXPECT_EQ(Qxdb("sql m.qxm \".tables element_n%\"").out, "element_node\n");
+  EXPECT_NE(Qxdb("sql m.qxm .help").out.find(".schema NAME"), std::string::npos);
+  EXPECT_EQ(Qxdb("sql m.qxm .quit").code, 0);
 }
 
 /// Comments of the schema name meaning and unit of each column.
@@ -155,10 +169,17 @@ TEST_F(SqlCommand, TheExtensionGivesTheSameToOtherPrograms) {
         "    db.execute('INSERT INTO node(key) VALUES (1)')\n"
         "except sqlite3.IntegrityError as fault:\n"
         "    print(fault)\n"
+        "db.rollback()\n"
+        "db.execute('BEGIN')\n"
+        "try:\n"
+        "    db.execute('SELECT qx_close()').fetchall()\n"
+        "except sqlite3.OperationalError as fault:\n"
+        "    print(fault)\n"
         "db.rollback()\n");
   ASSERT_EQ(std::system((load + "/usr/bin/python3 ask.py > out.txt").c_str()), 0);
   EXPECT_EQ(*ReadWholeFile(Path("out.txt")),
-            "(8.0,)\nnode 1: is there already; give another key, or none\n");
+            "(8.0,)\nnode 1: is there already; give another key, or none\n"
+            "qx_close: a transaction is open; COMMIT or ROLLBACK first\n");
   // The node, and the set and the block that lose the element.
   EXPECT_EQ(Qxdb("sql m.qxm \"SELECT modified, removed FROM step\" --format csv").out,
             "modified,removed\n3,1\n");

@@ -42,7 +42,9 @@ Outcome Sql(const SqlOptions& options, const Context& context) {
   const RowSink out = ToStandardOutput(form);
   const Result<bool> was_command = (*model)->RunDotCommand(options.statements, out);
   if (!was_command) return was_command.Error();
-  return *was_command ? Outcome() : (*model)->Run(options.statements, form, out);
+  if (*was_command) return {};
+  const Outcome run = (*model)->Run(options.statements, form, out);
+  return run ? (*model)->CheckEnded() : run;
 }
 
 /// Writes what a query gives to a file, which a failure leaves as it was.
@@ -132,7 +134,7 @@ void AddSql(Command& app, Context& context) {
                               "qxdb dump bracket.qxm node element --into tables", Dump);
   dump->Add("model", &dump_options->model, "Model file").Model().Required();
   dump->Add("tables", &dump_options->tables, "Tables, as in qxdb sql MODEL .tables");
-  dump->Add("--query", &dump_options->query, "A SELECT instead of whole tables");
+  Option& query = dump->Add("--query", &dump_options->query, "A SELECT instead of whole tables");
   Option& into = dump->Add("--into", &dump_options->into, "Folder for a file a table").File();
   dump->Add("--output", &dump_options->output, "One file; standard output without it")
       .File({".csv"})
@@ -142,7 +144,8 @@ void AddSql(Command& app, Context& context) {
                 const bool plain = unit.find_first_of("'\"\\;") == std::string::npos;
                 return std::string(plain ? "" : "is no list of units");
               },
-              "names of units"});
+              "names of units"})
+      .Excludes(query);  // which has its own: WHERE unit = 'mm'
   AddForce(*dump, dump_options->force);
 }
 

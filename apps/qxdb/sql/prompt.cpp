@@ -35,13 +35,6 @@ bool IsTerminal() {
 #endif
 }
 
-constexpr const char* kHelp =
-    ".format text|csv|json  form of the rows from here on\n"
-    ".schema NAME           a table, its columns, their meanings and units\n"
-    ".tables                the tables there are\n"
-    ".quit                  leave; so does the end of the input\n"
-    "A statement ends with a semicolon and may take several lines.\n";
-
 bool IsOfName(char c) {
   return std::isalnum(static_cast<unsigned char>(c)) || c == '_' || c == '.';
 }
@@ -155,7 +148,6 @@ class Session {
       is_over_ = true;
       return {};
     }
-    if (name == ".help") return ToStandardOutput(RowForm::kText)(kHelp);
     if (name.starts_with(".format ")) {
       const std::string form = name.substr(8);
       if (std::find(kRowForms.begin(), kRowForms.end(), form) == kRowForms.end()) {
@@ -181,7 +173,8 @@ Outcome RunPrompt(SqlModel& model, RowForm form, const Context& context) {
     for (std::string line; !session.IsOver() && std::getline(std::cin, line);) {
       if (Outcome taken = session.Take(line); !taken) return taken;
     }
-    return session.End();
+    const Outcome ended = session.End();
+    return ended ? model.CheckEnded() : ended;
   }
   PrepareTerminal(model);
   fmt::print("{}; .help tells more, .quit leaves\n", OneLine(model.Path()));
@@ -192,7 +185,7 @@ Outcome RunPrompt(SqlModel& model, RowForm form, const Context& context) {
     std::fflush(stdout);
   }
   fmt::print("\n");
-  return {};
+  return model.CheckEnded();
 }
 
 }  // namespace qx::app

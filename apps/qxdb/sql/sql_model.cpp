@@ -17,6 +17,13 @@ namespace {
 /// What ends work that nobody waits for any more.
 struct Stopped {};
 
+constexpr const char* kHelp =
+    ".format text|csv|json  form of the rows from here on\n"
+    ".schema NAME           a table, its columns, their meanings and units\n"
+    ".tables LIKE           the tables there are, or those like a name: .tables mesh%\n"
+    ".quit                  leave; so does the end of the input\n"
+    "A statement ends with a semicolon and may take several lines.\n";
+
 bool IsNumber(int type) { return type == SQLITE_INTEGER || type == SQLITE_FLOAT; }
 
 std::string TextOf(sqlite3_stmt* row, int column) {
@@ -135,6 +142,8 @@ Result<std::unique_ptr<SqlModel>> SqlModel::Open(const std::string& path, bool w
     return Failure{path, "", "no connection can be made: " + std::string(sqlite3_errmsg(made->db_)),
                    "free some memory"};
   }
+  // Who only reads makes no files either, by ATTACH or VACUUM INTO.
+  if (!writable) sqlite3_limit(made->db_, SQLITE_LIMIT_ATTACHED, 0);
   sql::TableOptions options;
   options.writable = writable;
   Outcome added = sql::AddModelTables(made->db_, made->model_.session, options);
@@ -216,16 +225,31 @@ Outcome SqlModel::RunOne(sqlite3_stmt* statement, RowForm form, const RowSink& o
                  : fmt::format("{} row{} changed\n", changed, changed == 1 ? "" : "s"));
 }
 
+Outcome SqlModel::CheckEnded() {
+  if (!is_writable_ || sqlite3_get_autocommit(db_)) return {};
+  sqlite3_exec(db_, "ROLLBACK", nullptr, nullptr, nullptr);
+  return Failure{model_.path, "SQL", "the transaction is not ended, nothing of it was stored",
+                 "add COMMIT"};
+}
+
 Result<bool> SqlModel::RunDotCommand(const std::string& line, const RowSink& out) {
   if (!line.starts_with('.')) return false;
   const std::size_t blank = line.find(' ');
-  const std::string name = line.substr(0, blank);
+  std::string name = line.substr(0, blank);
+  while (name.ends_with(';')) name.pop_back();
   std::string argument = blank == std::string::npos ? "" : line.substr(blank + 1);
   while (argument.ends_with(' ') || argument.ends_with(';')) argument.pop_back();
   while (argument.starts_with(' ')) argument.erase(0, 1);
   if (name == ".tables") {
     std::string text;
-    for (const std::string& table : TableNames()) text += table + '\n';
+    for (const std::string& table : TableNames()) {
+      const bool is_asked =
+          argument.empty() || !sqlite3_strlike(argument.c_str(), table.c_str(), 0);
+      if (is_asked) text += table + '\n';
+    }
+    if (text.empty()) {
+      return Failure{"", ".tables", "there is no table like \"" + argument + "\"", "see .tables"};
+    }
     if (Outcome told = out(text); !told) return told.Error();
     return true;
   }
@@ -246,6 +270,11 @@ Result<bool> SqlModel::RunDotCommand(const std::string& line, const RowSink& out
       return Failure{"", ".schema", "there is no table \"" + argument + "\"", "see .tables"};
     }
     if (Outcome told = out(text); !told) return told.Error();
+    return true;
+  }
+  if (name == ".quit" || name == ".exit") return true;
+  if (name == ".help") {
+    if (Outcome told = out(kHelp); !told) return told.Error();
     return true;
   }
   return Failure{"", name, "is no command of the prompt", "try .tables, .schema NAME or .help"};

@@ -40,7 +40,10 @@ class SqlModel {
   /// Runs statements one after the other until one fails. What they give goes to `out`, row by row
   /// but for text, whose columns are as wide as their widest value.
   Outcome Run(const std::string& statements, RowForm form, const RowSink& out);
-  /// ".tables", ".schema NAME", as in other shells of SQLite; false for what is none.
+  /// At the end of all statements: fails where a BEGIN had no COMMIT, and takes back what it did.
+  Outcome CheckEnded();
+  /// ".tables LIKE", ".schema NAME", ".help", ".quit" as in other shells of SQLite; false for what
+  /// is none.
   Result<bool> RunDotCommand(const std::string& line, const RowSink& out);
   /// The names of the tables, in order.
   std::vector<std::string> TableNames() const;
