@@ -184,13 +184,13 @@ TEST(NastranShells, HaveTheirDirectionsOffsetsAndThicknesses) {
     ASSERT_EQ(deck->Of<tagTE2DOffset>().size(), 1u) << card;
     ASSERT_EQ(deck->Of<tagTE2DThick>().size(), 1u) << card;
     EXPECT_EQ(deck->Of<tagTE2DMatlCsys>()[0].type, tagTE2DMatlCsys::kByAngle) << card;
-    EXPECT_EQ(deck->Of<tagTE2DMatlCsys>()[0].angle_deg, 30) << card;
-    EXPECT_EQ(deck->Of<tagTE2DOffset>()[0].offset, 0.5) << card;
+    EXPECT_EQ(+deck->Of<tagTE2DMatlCsys>()[0].angle_deg, 30) << card;
+    EXPECT_EQ(+deck->Of<tagTE2DOffset>()[0].offset, 0.5) << card;
     const tagTE2DThick& thick = deck->Of<tagTE2DThick>()[0];
     for (std::size_t i = 0; i < (card[1] == 'Q' ? 4u : 3u); ++i) {
-      EXPECT_EQ(thick.thickness[i], (static_cast<double>(i) + 1) / 10) << card;
+      EXPECT_EQ(+thick.thickness[i], (static_cast<double>(i) + 1) / 10) << card;
     }
-    EXPECT_EQ(thick.uniform, 0) << card;
+    EXPECT_EQ(+thick.uniform, 0) << card;
     EXPECT_EQ(thick.elements, (TArray<ITR>{1})) << card;
     for (const Loss& loss : deck->report.entries) {
       EXPECT_EQ(loss.what.find("held in part"), std::string::npos) << loss.Line();
