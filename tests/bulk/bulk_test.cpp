@@ -126,8 +126,8 @@ TEST_F(Bulk, AnglesOfNestedSystemsStayInOtherUnits) {
   const ITR cylindrical = Put<tagTCord>(file, 9, [](auto& c) { c.type = tagTCord::kCylindrical; });
   const ITR spherical = Put<tagTCord>(file, 8, [](auto& c) { c.type = tagTCord::kSpherical; });
   for (const auto& [key, reference] : {std::pair(3, cylindrical), {4, spherical}}) {
-    Put<tagTCord>(file, key, [&](auto& c) {
-      c.reference = reference;
+    Put<tagTCord>(file, key, [&, place = reference](auto& c) {
+      c.reference = place;
       c.origin = {1000, 30, 60};
       c.axis_point = {2000, 31, 62};
       c.plane_point = {3000, 35, 70};
