@@ -18,6 +18,11 @@ namespace qx::occt {
 Result<std::unique_ptr<ICADSession>> ReadCadFile(const std::string& path,
                                                  double unit_in_metres = 0.001);
 
+/// Calls ReadCadFile, for programs that load this library (kOcctLibrary) only when a CAD file comes
+/// up: the kernel takes longer to load than most runs of a program.
+extern "C" void qx_read_cad_file(const std::string& path, double unit_in_metres,
+                                 Result<std::unique_ptr<ICADSession>>& into);
+
 /// The geometry of a shape, its lengths multiplied by `scale`. Edges are numbered in the order in
 /// which a walk through the shape meets them first; an edge that two faces share has one number.
 /// Null for a shape whose geometry cannot be evaluated.

@@ -23,8 +23,27 @@
 #include "adapters/occt/occt_cad.h"
 #include "adapters/occt/trial.h"
 
+#if defined(__SANITIZE_ADDRESS__)
+#define QX_LEAKS_ARE_SOUGHT
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define QX_LEAKS_ARE_SOUGHT
+#endif
+#endif
+#ifdef QX_LEAKS_ARE_SOUGHT
+#include <sanitizer/lsan_interface.h>
+#endif
+
 namespace qx::occt {
 namespace {
+
+/// The kernel registers what it knows once in a process, some 3 kB, and never frees it: nothing is
+/// a leak that it takes meanwhile.
+struct [[maybe_unused]] KernelAtWork {
+#ifdef QX_LEAKS_ARE_SOUGHT
+  __lsan::ScopedDisabler disabler;
+#endif
+};
 
 std::string_view TrimmedEnd(std::string_view text) {
   const auto end = text.find_last_not_of(" \t\r\n");
@@ -139,7 +158,10 @@ Reading Read(const Format& format, const std::string& path, const std::string& b
              std::unique_ptr<ICADSession>& session) {
   TopoDS_Shape shape;
   try {
-    if (!format.read(path, bytes, shape)) return kUnreadable;
+    {
+      const KernelAtWork at_work;
+      if (!format.read(path, bytes, shape)) return kUnreadable;
+    }
     if (shape.IsNull()) return kNoShapes;
     session = MakeCadSession(shape, scale);
   } catch (const Standard_Failure&) {
@@ -182,21 +204,9 @@ Result<std::unique_ptr<ICADSession>> ReadCadFile(const std::string& path, double
   return Failure{path, "", trouble.what, trouble.remedy};
 }
 
+extern "C" void qx_read_cad_file(const std::string& path, double unit_in_metres,
+                                 Result<std::unique_ptr<ICADSession>>& into) {
+  into = ReadCadFile(path, unit_in_metres);
+}
+
 }  // namespace qx::occt
-
-#if defined(__SANITIZE_ADDRESS__)
-#define QX_LEAKS_ARE_SOUGHT
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define QX_LEAKS_ARE_SOUGHT
-#endif
-#endif
-
-#ifdef QX_LEAKS_ARE_SOUGHT
-/// The kernel's readers register what they know once in a process, some 3 kB, and never free it.
-/// (The name is the leak detector's.)
-extern "C" const char* __lsan_default_suppressions();
-extern "C" const char* __lsan_default_suppressions() { return "leak:libTK\n"; }
-extern "C" const char* __lsan_default_options();
-extern "C" const char* __lsan_default_options() { return "print_suppressions=0"; }
-#endif

@@ -1,6 +1,7 @@
 #include "apps/qxdb/files/cad_input.h"
 
 #include "qx_db/platform/file.h"
+#include "qx_db/platform/shared_library.h"
 
 #ifdef QX_HAS_OCCT
 #include "adapters/occt/occt_cad.h"
@@ -25,7 +26,16 @@ Result<std::unique_ptr<ICADSession>> OpenCad(const std::string& path, const CQXD
   if (Outcome is_file = CheckIsFile(path); !is_file) return is_file.Error();
   const auto index = static_cast<std::size_t>(session.Units().Model()[UnitBase::kLength]);
   const UnitDefinition& unit = UnitsOf(UnitBase::kLength)[index];
-  return occt::ReadCadFile(path, unit.numerator / unit.denominator);
+  // Loading the kernel takes longer than most commands do.
+  const Result<void*> found = FindInLibrary(QX_OCCT_LIBRARY, "qx_read_cad_file");
+  if (!found) {
+    return Failure{path, "", "cannot be read: the CAD kernel " + found.Error().Line(),
+                   "Debian's package libqx-occt0 has it"};
+  }
+  const auto read = reinterpret_cast<decltype(&occt::qx_read_cad_file)>(*found);
+  Result<std::unique_ptr<ICADSession>> cad = Failure{};
+  read(path, unit.numerator / unit.denominator, cad);
+  return cad;
 }
 
 #else
