@@ -2,7 +2,9 @@
 
 from __future__ import annotations
 
+import sys
 from pathlib import Path
+from typing import Any
 
 import numpy as np
 import pytest
@@ -84,7 +86,6 @@ def test_vtk(bracket: qxdb.Model) -> None:
 
 
 def test_pandas(cube: qxdb.Model) -> None:
-    pytest.importorskip("pandas")
     cube.materials.insert(3, name=["a", "b", "c"], density=[1.0, 2.0, 3.0])
     frame = cube.materials.to_pandas()
     assert frame.loc[2, "name"] == "b" and frame.loc[3, "density"] == 3.0
@@ -97,5 +98,28 @@ def test_pandas(cube: qxdb.Model) -> None:
     assert cube.state == state
     cube.elements.remove()
     cube.nodes.remove()
+    for wrong in (nodes.drop(columns="position_1"), nodes.assign(position_3=1.0)):
+        with pytest.raises(qxdb.MissingError, match="position_0, position_1, position_2"):
+            cube.nodes.from_pandas(wrong, insert=True)
     cube.nodes.from_pandas(nodes, insert=True)
     np.testing.assert_array_equal(cube.nodes.xyz[:, 2], nodes["position_2"])
+
+
+@pytest.mark.parametrize(
+    "call, package",
+    [
+        ("to_pandas", "python3-pandas"),
+        ("to_meshio", "python3-meshio"),
+        ("to_vtk", "python3-vtk9"),
+    ],
+)
+def test_packages_that_are_missing(
+    cube: qxdb.Model, monkeypatch: pytest.MonkeyPatch, call: str, package: str
+) -> None:
+    modules: Any = sys.modules
+    for module in ("pandas", "meshio", "vtkmodules"):
+        monkeypatch.setitem(modules, module, None)
+    of = cube.nodes if call == "to_pandas" else cube
+    with pytest.raises(qxdb.PackageError) as raised:
+        getattr(of, call)()
+    assert package in raised.value.remedy and isinstance(raised.value, ImportError)

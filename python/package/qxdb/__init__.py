@@ -24,6 +24,7 @@ from ._errors import (
     Error,
     FileError,
     MissingError,
+    PackageError,
     RefusedError,
     ThreadError,
     TypeFault,
@@ -40,7 +41,8 @@ __version__: str = _core.version
 
 __all__ = [
     "ClosedError", "Curves", "Error", "Event", "FileError", "Finding", "Imported", "KeySet",
-    "Members", "MeshSet", "MissingError", "Model", "QualitySummary", "Quantity", "Ragged", "Record",
+    "Members", "MeshSet", "MissingError", "Model", "QualitySummary", "PackageError", "Quantity",
+    "Ragged", "Record",
     "RefusedError", "Seeds", "Step", "Table", "ThreadError", "TypeFault", "ValueFault", "categories", "convert", "formats",
     "from_meshio", "from_vtk", "materials", "measures", "new", "open", "probe", "read",
     "set_threads", "unit_names",

@@ -2,6 +2,9 @@
 
 from __future__ import annotations
 
+from importlib import import_module
+from typing import Any
+
 
 def _line(text: str) -> str:
     """In one line, whatever was given where a name was wanted."""
@@ -63,3 +66,20 @@ class TypeFault(Error, TypeError):
 
 class ThreadError(Error, RuntimeError):
     """The model belongs to another thread."""
+
+
+class PackageError(Error, ModuleNotFoundError):
+    """A package is missing that only some calls need."""
+
+
+def optional(module: str, package: str) -> Any:
+    """The module, of a package that only some calls need; raises PackageError without it."""
+    try:
+        return import_module(module)
+    except ModuleNotFoundError as missing:
+        if (missing.name or "").partition(".")[0] != module.partition(".")[0]:
+            raise
+        name = module.partition(".")[0]
+        raise PackageError(
+            f"{name} is not installed", remedy=f"Debian's package {package} has it"
+        ) from missing

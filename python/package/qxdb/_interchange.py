@@ -7,7 +7,7 @@ from typing import Any, Union
 
 import numpy as np
 
-from ._errors import ValueFault
+from ._errors import ValueFault, optional
 from ._model import Model, new
 from ._schema import ELEMENT_NAMES, ELEMENT_NODES, ELEMENT_TYPES
 
@@ -35,8 +35,7 @@ def _meshio_names() -> dict[str, int]:
 
 def to_meshio(model: Model) -> Any:
     """See Model.to_meshio."""
-    import meshio
-
+    meshio = optional("meshio", "python3-meshio")
     blocks, keys = [], []
     names = {code: name for name, code in _meshio_names().items()}
     for code, name in names.items():
@@ -112,6 +111,7 @@ def from_meshio(mesh: Any, units: Union[str, Sequence[str]] = ()) -> Model:
 
 def to_vtk(model: Model) -> Any:
     """See Model.to_vtk."""
+    optional("vtkmodules", "python3-vtk9")
     from vtkmodules.util.numpy_support import numpy_to_vtk, numpy_to_vtkIdTypeArray
     from vtkmodules.vtkCommonCore import vtkPoints
     from vtkmodules.vtkCommonDataModel import vtkCellArray, vtkUnstructuredGrid

@@ -23,7 +23,7 @@ from ._columns import (
     numbers,
     texts,
 )
-from ._errors import MissingError, RefusedError, TypeFault, ValueFault
+from ._errors import MissingError, RefusedError, TypeFault, ValueFault, optional
 from ._progress import Progress
 from ._schema import ColumnInfo, PoolInfo
 from ._units import Quantity, to_model
@@ -487,8 +487,7 @@ class Table(NamesMany):
     def to_pandas(self) -> pandas.DataFrame:
         """A DataFrame indexed by key. A column of several numbers becomes several: position_0, ...;
         an array member becomes a column of arrays."""
-        import pandas
-
+        frames = optional("pandas", "python3-pandas")
         data: dict[str, Any] = {}
         for name in self.columns[1:]:
             column = self._column(name)
@@ -501,7 +500,10 @@ class Table(NamesMany):
                     data[f"{name}_{i}"] = array[:, i]
             else:
                 data[name] = column[:]
-        return pandas.DataFrame(data, index=pandas.Index(self.keys, name="key"))
+        frame: pandas.DataFrame = frames.DataFrame(
+            data, index=frames.Index(self.keys, name="key")
+        )
+        return frame
 
     def from_pandas(self, frame: pandas.DataFrame, insert: bool = False) -> None:
         """Sets the columns of a DataFrame, as to_pandas gives them, for the records that its index
@@ -518,10 +520,16 @@ class Table(NamesMany):
                     place=self.info.table.lower(),
                     remedy=f"it has {', '.join(self.columns)}",
                 )
-            width = self.info.columns[stem].width
-            columns[stem] = np.column_stack(
-                [frame[f"{stem}_{i}"].to_numpy() for i in range(width)]
-            )
+            parts = [f"{stem}_{i}" for i in range(self.info.columns[stem].width)]
+            missing = [part for part in parts if part not in frame.columns]
+            if missing or name not in parts:
+                raise MissingError(
+                    f"a column {(missing or [name])[0]!r} is "
+                    + ("missing" if missing else "one too many"),
+                    place=self.info.table.lower(),
+                    remedy=f"give all of {', '.join(parts)}",
+                )
+            columns[stem] = np.column_stack([frame[part].to_numpy() for part in parts])
         for name, values in columns.items():
             if self.info.columns[name].array:
                 columns[name] = list(values)
