@@ -6,35 +6,11 @@
 #include "qx_db/qx_db.h"
 
 #include "tests/core/mesh_session.h"
+#include "tests/core/session_listener.h"
 #include "tests/scratch_folder.h"
 
 namespace qx {
 namespace {
-
-UnitSystem Millimetres() {
-  UnitSystem units;
-  units[UnitBase::kLength] = FindUnit(UnitBase::kLength, "mm");
-  return units;
-}
-
-struct Listener : ISessionListener {
-  explicit Listener(CQXDBSession& session, std::uint16_t type = code::kNode)
-      : of(session), pool(type) {
-    of.AddListener(this);
-  }
-  ~Listener() override { of.RemoveListener(this); }
-  void OnSessionEvent(CQXDBSession& session, SessionEvent event, std::u16string_view,
-                      std::span<const Change> changes) override {
-    heard.push_back(event);
-    flags = session.GetDataPool(pool)->ChangeFlags();
-    if (act) act(changes);
-  }
-  CQXDBSession& of;
-  std::uint16_t pool;
-  std::vector<SessionEvent> heard;
-  std::uint32_t flags = 0;
-  std::function<void(std::span<const Change>)> act;
-};
 
 TEST(SessionNews, AListenerCannotEditInAnyWay) {
   MeshSession m;
@@ -366,21 +342,6 @@ TEST(Stamps, AreOfNothingForPositionsOfNone) {
 
 // ---- changes since ------------------------------------------------------------------------------
 
-/// Changes as text: "+7 -2 ~1(_POSITION)".
-std::string Since(MeshSession& m, std::int64_t state) {
-  const auto changes = ChangesSince(m.session, state);
-  if (!changes) return "unknown";
-  std::string text;
-  if (changes->units) text = "units";
-  for (const RecordChange& change : changes->records) {
-    EXPECT_TRUE(change.item == 0 || change.key == KeyOf(change.item));
-    const char sign = "+-~"[change.operation - tagTRNotify::kInserted];
-    text += (text.empty() ? "" : " ") + (sign + std::to_string(change.key));
-    for (const Row* row : change.members) text += "(" + Utf8(row->name) + ")";
-  }
-  return text;
-}
-
 TEST(ChangesSince, ComeCoalescedPerRecordInBothDirections) {
   MeshSession m;
   const std::int64_t empty = m.session.State();
@@ -498,165 +459,6 @@ TEST(ChangesSince, FindInTheFileWhatMemoryHasDropped) {
   session.EnableRecording(false);
   nodes.InsertNU(Node(5));  // of no step: the file has not come along
   EXPECT_EQ(since(), "unknown");
-}
-
-// ---- units --------------------------------------------------------------------------------------
-
-TEST(UnitsAsAStep, AreUndoneKeptInTheLogAndMakeTheModelModified) {
-  const ScratchFolder folder;
-  const std::string path = folder.Path("model.qxm");
-  const UnitSystem metres, millimetres = Millimetres();
-  {
-    CQXDocBase document(AddStandardPools);
-    CQXDBSession& session = *document.GetDBSession();
-    ASSERT_TRUE(document.SaveAs(path) && document.KeepSteps());
-    EXPECT_EQ(session.ChangeUnits(millimetres), 1);
-    EXPECT_EQ(session.Units().Current(), millimetres);
-    EXPECT_TRUE(document.IsModified());
-    EXPECT_EQ(session.Undo(), 1);
-    EXPECT_EQ(session.Units().Current(), metres);
-    EXPECT_FALSE(document.IsModified());
-    EXPECT_EQ(session.Redo(), 1);
-    EXPECT_EQ(session.Units().Current(), millimetres);
-    EXPECT_EQ(session.Units().Previous(), metres);
-  }
-  for (const bool folded : {false, true}) {
-    CQXDocBase document(AddStandardPools);
-    CQXDBSession& session = *document.GetDBSession();
-    ASSERT_TRUE(document.OpenForEditing(path)) << folded;
-    EXPECT_EQ(session.Units().Current(), millimetres) << folded;
-    EXPECT_EQ(session.Undo(), 1);
-    EXPECT_EQ(session.Units().Current(), metres) << folded;
-    EXPECT_EQ(session.Redo(), 1);
-    EXPECT_EQ(session.Units().Current(), millimetres) << folded;
-    ASSERT_TRUE(document.Save());  // the steps go behind new pages
-  }
-}
-
-TEST(UnitsAsAStep, AreOneAlsoOutsideATransactionOnceThereIsAModel) {
-  MeshSession m;
-  const UnitSystem metres, millimetres = Millimetres();
-  m.session.Units().SetModel(millimetres);
-  m.session.Units().SetCurrent(millimetres);
-  EXPECT_FALSE(m.session.CanUndo()) << "that was said of a model to come";
-  m.nodes.InsertNU(Node(1));
-  Listener listener(m.session);
-  const std::int64_t before = m.session.State();
-  m.session.Units().SetCurrent(metres);
-  EXPECT_EQ(listener.heard, std::vector{SessionEvent::kCommitted});
-  EXPECT_EQ(Since(m, before), "units");
-  EXPECT_EQ(m.session.Undo(), 1);
-  EXPECT_EQ(Since(m, before), "");
-  EXPECT_EQ(m.session.Units().Current(), millimetres);
-  m.session.Units().SetCurrent(millimetres);
-  EXPECT_TRUE(m.session.CanRedo()) << "those it has already";
-}
-
-// Known as the converter that it is besides, the session's is its own all the same.
-TEST(UnitsAsAStep, AreOneByWhateverNameTheyAreChanged) {
-  const UnitSystem millimetres = Millimetres();
-  MeshSession m;
-  m.Add(1);
-  CQXUnitCtrl& units = m.session.Units();
-  CQXUnitCtrl other;
-  other.SetCurrent(millimetres);
-  units.SetCurrent(millimetres);
-  units.SetModel(millimetres);
-  units = other;
-  EXPECT_EQ(m.session.History().Done().size(), 4u);
-  while (m.session.Undo()) {
-  }
-  EXPECT_EQ(m.session.Units(), CQXUnitCtrl());
-}
-
-TEST(UnitsAsAStep, AreNoneWhileTheyAreOnlyShown) {
-  const UnitSystem metres, millimetres = Millimetres();
-  const ScratchFolder folder;
-  CQXDocBase document(AddStandardPools);
-  CQXDBSession& session = *document.GetDBSession();
-  ASSERT_TRUE(document.SaveAs(folder.Path("model.qxm")) && document.KeepSteps());
-  auto& nodes = *session.GetPool<DPoolNode>(code::kNode);
-  {
-    const UnitsShown shown(session, millimetres);
-    const UnitsShown again(session, millimetres);
-    EXPECT_EQ(session.Units().Current(), millimetres);
-    EXPECT_FALSE(document.IsModified());
-    EXPECT_EQ(TakeSnapshot(session)->Units().Current(), metres);
-    EXPECT_EQ(nodes.InsertNU(Node(1)), 0u);
-    EXPECT_EQ(session.ChangeUnits(millimetres), 0);
-    ASSERT_TRUE(document.Save());
-  }
-  EXPECT_EQ(session.Units(), CQXUnitCtrl());
-  EXPECT_FALSE(document.IsModified() || session.CanUndo());
-  MeshSession read;
-  ASSERT_TRUE(LoadModel(read.session, folder.Path("model.qxm")));
-  EXPECT_EQ(read.session.Units().Current(), metres);
-}
-
-// Whatever becomes of the inner part, the step knows the units from which it began.
-TEST(UnitsAsAStep, OfNestedTransactionsAreOneChange) {
-  const UnitSystem metres, millimetres = Millimetres();
-  for (const bool commit : {true, false}) {
-    for (const bool edit : {true, false}) {
-      SCOPED_TRACE(testing::Message() << commit << edit);
-      const ScratchFolder folder;
-      const std::string path = folder.Path("model.qxm");
-      CQXDocBase document(AddStandardPools);
-      CQXDBSession& session = *document.GetDBSession();
-      session.ChangeUnits(millimetres);
-      session.ChangeUnits(metres);
-      ASSERT_TRUE(document.SaveAs(path) && document.KeepSteps());
-      const std::uint64_t before = session.StateHash();
-      CTransaction outer(&session);
-      outer.Begin(u"outer");
-      session.Units().SetCurrent(millimetres);
-      {
-        CTransaction inner(&session);
-        inner.Begin(u"inner");
-        session.Units().SetCurrent(metres);
-      }
-      EXPECT_EQ(session.Units().Current(), millimetres);
-      if (edit) session.GetPool<DPoolNode>(code::kNode)->InsertNU(Node(5));
-      EXPECT_EQ(commit ? outer.Commit() : outer.Rollback(), 1);
-      EXPECT_EQ(session.Units().Current(), commit ? millimetres : metres);
-      const std::uint64_t after = session.StateHash();
-      EXPECT_EQ(after == before, !commit);
-      document.Release();
-      MeshSession read;
-      ASSERT_TRUE(LoadModel(read.session, path));
-      EXPECT_EQ(read.session.StateHash(), after);
-      EXPECT_EQ(read.session.Undo(), 1);
-      EXPECT_EQ(read.session.Units().Current(), commit ? metres : millimetres);
-    }
-  }
-}
-
-TEST(UnitsAsAStep, GoBackWithTheTransactionThatChangedThem) {
-  MeshSession m;
-  const UnitSystem metres, millimetres = Millimetres();
-  CTransaction outer(&m.session), inner(&m.session);
-  outer.Begin(u"outer");
-  m.session.Units().SetModel(millimetres);
-  inner.Begin(u"inner");
-  EXPECT_EQ(m.session.ChangeUnits(millimetres), 1);
-  inner.Rollback();
-  EXPECT_EQ(m.session.Units().Current(), metres);
-  EXPECT_EQ(m.session.Units().Model(), millimetres);
-  outer.Commit();
-  EXPECT_EQ(m.session.Undo(), 1);
-  EXPECT_EQ(m.session.Units().Model(), metres);
-  outer.Begin(u"outer");
-  m.session.ChangeUnits(millimetres);
-  m.session.ChangeUnits(metres);
-  outer.Rollback();
-  EXPECT_TRUE(m.session.CanRedo()) << "nothing came of it";
-  Listener listener(m.session);
-  listener.act = [&](std::span<const Change>) {
-    m.session.Units().SetCurrent(millimetres);
-    EXPECT_EQ(m.session.ChangeUnits(millimetres), 0);
-  };
-  m.Add(1);
-  EXPECT_EQ(m.session.Units().Current(), metres);
 }
 
 // ---- what must be true --------------------------------------------------------------------------

@@ -140,12 +140,12 @@ void Journal::Record(const tagTRNotify& notice) {
 
 void Journal::BeforeUnits() {
   if (current_.units) return;
-  const CQXUnitCtrl& now = session_.Units();
+  const CQXUnitCtrl& now = session_.OwnUnits();
   current_.units = std::make_unique<Step::Units>(Step::Units{now, now});
 }
 
 void Journal::AfterUnits() {
-  const CQXUnitCtrl& now = session_.Units();
+  const CQXUnitCtrl& now = session_.OwnUnits();
   current_.units->after = now;
 }
 

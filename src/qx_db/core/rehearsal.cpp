@@ -1,5 +1,7 @@
 #include "qx_db/core/rehearsal.h"
 
+#include <utility>
+
 #include "qx_db/core/relations.h"
 
 namespace qx {
@@ -9,8 +11,8 @@ Rehearsal::Rehearsal(const CQXDBSession& session)
       transaction_(&session_),
       outer_(session_.innermost_),
       rolled_back_(!outer_ && session_.journal_.IsOpen()),
-      units_(session_.Units()),
-      telling_(session_.telling_),
+      units_(session_.OwnUnits()),
+      tellings_(std::exchange(session_.tellings_, 0)),
       recording_(session_.recording_),
       minds_unrecorded_(session_.minds_unrecorded_),
       rehearsing_(session_.rehearsing_),
@@ -39,7 +41,8 @@ Rehearsal::~Rehearsal() {
   }
   session_.SetUnits(units_);
   session_.innermost_ = outer_;
-  session_.telling_ = telling_;
+  session_.tellings_ += tellings_;
+  session_.telling_ = session_.tellings_ > 0;
   session_.recording_ = recording_;
   session_.minds_unrecorded_ = minds_unrecorded_;
   session_.round_ = round_;

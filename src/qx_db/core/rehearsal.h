@@ -55,7 +55,8 @@ class QXDB_API Rehearsal {
   bool rolled_back_;  // a step that is being told of and still open
   Step aside_;        // that step
   CQXUnitCtrl units_;
-  bool telling_, recording_, minds_unrecorded_, rehearsing_;
+  int tellings_;
+  bool recording_, minds_unrecorded_, rehearsing_;
   int round_;
   std::size_t begin_ = 0;  // how far the open step had come
   std::size_t rekeyed_;

@@ -29,24 +29,27 @@ std::int64_t NowMs() {
 /// as they are.
 class CQXDBSession::Telling {
  public:
-  explicit Telling(CQXDBSession& session)
-      : session_(session), outer_(std::exchange(session.telling_, true)) {
-    session_.UpdateHistoryMark();
-  }
-  ~Telling() {
-    session_.telling_ = outer_;
-    if (outer_) return;
-    std::erase(session_.listeners_, nullptr);
-    if (std::exchange(session_.bound_, false)) session_.journal_.EnforceLimits();
-    session_.UpdateHistoryMark();
-  }
+  explicit Telling(CQXDBSession& session) : session_(session) { session_.BeginTelling(); }
+  ~Telling() { session_.EndTelling(); }
   Telling(const Telling&) = delete;
   Telling& operator=(const Telling&) = delete;
 
  private:
   CQXDBSession& session_;
-  const bool outer_;
 };
+
+void CQXDBSession::BeginTelling() {
+  telling_ = ++tellings_ > 0;
+  UpdateHistoryMark();
+}
+
+void CQXDBSession::EndTelling() {
+  telling_ = --tellings_ > 0;
+  if (telling_) return;
+  std::erase(listeners_, nullptr);
+  if (std::exchange(bound_, false)) journal_.EnforceLimits();
+  UpdateHistoryMark();
+}
 
 StepHook SetStepHook(StepHook hook) { return std::exchange(g_step_hook, hook); }
 
@@ -65,6 +68,7 @@ CQXDBSession::~CQXDBSession() {
     views_.pop_back();
     view->OnSessionEnd();
   }
+  for (UnitsShown* shown : shown_) shown->session_ = nullptr;
   // Detached records are freed through their pools, so history goes first.
   journal_.Discard();
   journal_.Forget();
@@ -162,8 +166,7 @@ std::int64_t CQXDBSession::State() {
 
 // ---- units --------------------------------------------------------------------------------------
 
-template <class Edit>
-void SessionUnits::Change(Edit&& edit) {
+void SessionUnits::Change(const CQXUnitCtrl& changed) {
   if (session_.telling_) return;
   CTransaction own(&session_);
   if (!session_.innermost_ && session_.recording_enabled_ && !AreDeclared()) {
@@ -171,11 +174,11 @@ void SessionUnits::Change(Edit&& edit) {
   }
   if (session_.IsRecording()) {
     session_.journal_.BeforeUnits();
-    edit();
+    session_.SetUnits(changed);
     session_.journal_.AfterUnits();
   } else {
     session_.AllowUnrecorded();
-    edit();
+    session_.SetUnits(changed);
   }
   own.Commit();
 }
@@ -197,40 +200,51 @@ bool SessionUnits::AreDeclared() const {
 }
 
 void SessionUnits::SetModel(const UnitSystem& system) {
-  Change([&] { CQXUnitCtrl::SetModel(system); });
+  CQXUnitCtrl changed = session_.OwnUnits();
+  changed.SetModel(system);
+  Change(changed);
 }
 
 void SessionUnits::SetCurrent(const UnitSystem& system) {
-  Change([&] { CQXUnitCtrl::SetCurrent(system); });
+  CQXUnitCtrl changed = session_.OwnUnits();
+  changed.SetCurrent(system);
+  Change(changed);
 }
 
 SessionUnits& SessionUnits::operator=(const CQXUnitCtrl& units) {
-  Change([&] { CQXUnitCtrl::operator=(units); });
+  Change(units);
   return *this;
 }
 
-struct UnitsShown::Hold {
-  CQXDBSession& session;
-  const CQXUnitCtrl before;
-  const CQXUnitCtrl* const outer;  // what was shown instead of already
-  const CQXDBSession::Telling telling;
-
-  explicit Hold(CQXDBSession& of)
-      : session(of), before(of.units_), outer(of.shown_instead_of_), telling(of) {
-    if (!outer) session.shown_instead_of_ = &before;
-  }
-  ~Hold() {
-    session.SetUnits(before);
-    session.shown_instead_of_ = outer;
-  }
-};
-
-UnitsShown::UnitsShown(CQXDBSession& session, const UnitSystem& current)
-    : hold_(std::make_unique<Hold>(session)) {
-  session.units_.CQXUnitCtrl::SetCurrent(current);
+/// Makes `units` the session's own; what is shown instead of them stays.
+void CQXDBSession::SetUnits(const CQXUnitCtrl& units) {
+  if (!shown_.empty()) own_units_ = units;
+  units_.CQXUnitCtrl::operator=(units);
+  if (!shown_.empty()) units_.CQXUnitCtrl::SetCurrent(shown_.back()->current_);
 }
 
-UnitsShown::~UnitsShown() = default;
+void CQXDBSession::Show(UnitsShown& units) {
+  const CQXUnitCtrl own = OwnUnits();
+  shown_.push_back(&units);
+  SetUnits(own);
+  BeginTelling();
+}
+
+void CQXDBSession::EndShowing(UnitsShown& units) {
+  const CQXUnitCtrl own = OwnUnits();
+  std::erase(shown_, &units);
+  SetUnits(own);
+  EndTelling();
+}
+
+UnitsShown::UnitsShown(CQXDBSession& session, const UnitSystem& current)
+    : session_(&session), current_(current) {
+  session.Show(*this);
+}
+
+UnitsShown::~UnitsShown() {
+  if (session_) session_->EndShowing(*this);
+}
 
 int CQXDBSession::ChangeUnits(const UnitSystem& current) {
   CTransaction step(this);
@@ -247,7 +261,7 @@ void CQXDBSession::BeginTransaction(CTransaction& transaction, std::u16string_vi
     inner_taken_back_ = false;
   }
   transaction.mark_ = journal_.Mark();
-  transaction.units_ = units_;
+  transaction.units_ = OwnUnits();
   transaction.outer_ = std::exchange(innermost_, &transaction);
   if (transaction.outer_) return;
   recording_ = recording_enabled_;
@@ -367,8 +381,8 @@ void CQXDBSession::RollbackTransaction(CTransaction& transaction) {
   transaction.open_ = false;
   if (!innermost_) return RollbackOutermost();
   // Who shows the model may have come to know of it meanwhile.
-  inner_taken_back_ =
-      inner_taken_back_ || journal_.Mark() > transaction.mark_ || !(transaction.units_ == units_);
+  inner_taken_back_ = inner_taken_back_ || journal_.Mark() > transaction.mark_ ||
+                      !(transaction.units_ == OwnUnits());
   journal_.RollbackTo(transaction.mark_);
   relations_->Forget();
   SetUnits(transaction.units_);
@@ -536,8 +550,8 @@ int CQXDBSession::SwapContents(CQXDBSession& other) {
       PoolInside::SetOf(*pool).Swap(PoolInside::SetOf(*twin));
     }
   }
-  const CQXUnitCtrl units = units_;
-  SetUnits(other.units_);
+  const CQXUnitCtrl units = OwnUnits();
+  SetUnits(other.OwnUnits());
   other.SetUnits(units);
   journal_.SwapHistory(other.journal_);
   UpdateHistoryMark();

@@ -96,8 +96,7 @@ class QXDB_API SessionUnits final : public CQXUnitCtrl {
   friend class CQXDBSession;
   explicit SessionUnits(CQXDBSession& session) : session_(session) {}
   bool AreDeclared() const;
-  template <class Edit>
-  void Change(Edit&& edit);
+  void Change(const CQXUnitCtrl& changed);
   CQXDBSession& session_;
 };
 
@@ -105,7 +104,8 @@ class CTransaction;
 
 /// Shows the numbers of a session in other current units for as long as it lives, to who writes
 /// them out. The model keeps its own: this is no step, what is saved meanwhile has those, and
-/// nothing can be edited. Threads: as who edits the session.
+/// nothing can be edited. Of several the one made last is seen; they may end in any order, and
+/// after the session. Threads: as who edits the session.
 class QXDB_API UnitsShown {
  public:
   UnitsShown(CQXDBSession& session, const UnitSystem& current);
@@ -114,8 +114,9 @@ class QXDB_API UnitsShown {
   UnitsShown& operator=(const UnitsShown&) = delete;
 
  private:
-  struct Hold;
-  std::unique_ptr<Hold> hold_;
+  friend class CQXDBSession;
+  CQXDBSession* session_;  // null once it has ended
+  const UnitSystem current_;
 };
 
 /// A session owns one pool per type code for the life of the model. Not copyable.
@@ -164,7 +165,7 @@ class QXDB_API CQXDBSession final : public ChangeRecorder {
   SessionUnits& Units() { return units_; }
   const CQXUnitCtrl& Units() const { return units_; }
   /// The same, whatever UnitsShown shows: those that are saved with the model.
-  const CQXUnitCtrl& OwnUnits() const { return shown_instead_of_ ? *shown_instead_of_ : units_; }
+  const CQXUnitCtrl& OwnUnits() const { return shown_.empty() ? units_ : own_units_; }
   /// Makes `current` the units that users see, as one undoable step or as part of the open one. 0,
   /// changing nothing, where it is no unit system, or a step is being told of.
   int ChangeUnits(const UnitSystem& current);
@@ -291,8 +292,12 @@ class QXDB_API CQXDBSession final : public ChangeRecorder {
   bool CanReplay(bool undo, bool tell = false) const;
   void ForgetStep();
   void SettleFinal();
-  void SetUnits(const CQXUnitCtrl& units) { units_.CQXUnitCtrl::operator=(units); }
+  void SetUnits(const CQXUnitCtrl& units);
+  void Show(UnitsShown& units);
+  void EndShowing(UnitsShown& units);
   class Telling;
+  void BeginTelling();
+  void EndTelling();
   [[nodiscard]] std::exception_ptr Announce(SessionEvent event, const Step& step);
   void FlagChanges(const Step& step);
   void ClearFlags();
@@ -303,7 +308,8 @@ class QXDB_API CQXDBSession final : public ChangeRecorder {
   PoolSetup setup_;
   CQXDocBase* document_;
   SessionUnits units_{*this};
-  const CQXUnitCtrl* shown_instead_of_ = nullptr;
+  std::vector<UnitsShown*> shown_;  // instead, the last one's
+  CQXUnitCtrl own_units_;           // while some are shown
   std::array<DPoolBase*, kDense> dense_{};
   std::vector<DPoolBase*> order_;
   std::vector<std::unique_ptr<DPoolBase>> pools_;
@@ -312,6 +318,7 @@ class QXDB_API CQXDBSession final : public ChangeRecorder {
   std::vector<SessionView*> views_;
   bool recording_enabled_ = true;
   CTransaction* innermost_ = nullptr;  // of the open transactions
+  int tellings_ = 0;                   // how many tell of a step, or show units
   bool bound_ = false;                 // the history, once a step has been told of
   bool inner_taken_back_ = false;      // of the open step, something by an inner transaction
   bool state_known_ = false;           // somebody may ask for changes since the present state

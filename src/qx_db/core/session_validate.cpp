@@ -88,7 +88,8 @@ std::string CQXDBSession::Validate() const {
     }
     work.Step(static_cast<std::size_t>(pool->GetSize()));
   }
-  for (const UnitSystem& system : {units_.Model(), units_.Current(), units_.Previous()}) {
+  for (const UnitSystem& system :
+       {OwnUnits().Model(), OwnUnits().Current(), OwnUnits().Previous()}) {
     if (!IsValid(system)) return "invariant 9: a unit does not exist";
   }
   return journal_.Validate();

@@ -110,7 +110,7 @@ std::string StepReplay::ApplyUnits(const StoredChange& change, Step& step, StepF
   if (step.units || !UnitsFromText({change.image.data(), change.image.size()}, other)) {
     return "changes units to such as are not known";
   }
-  const CQXUnitCtrl now = session_.units_;
+  const CQXUnitCtrl now = session_.OwnUnits();
   step.units = std::make_unique<Step::Units>(form == StepForm::kForward ? Step::Units{now, other}
                                                                         : Step::Units{other, now});
   session_.SetUnits(other);
