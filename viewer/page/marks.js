@@ -8,17 +8,20 @@ const MOVED = 0x9db8ff; // elements at nodes that moved
 export function clearMarks(app) {
   app.marks.clear();
   app.nodeMarks = [];
+  app.markRows = [];
+  app.ahead = false;
   app.finding = null;
   for (const name of ['absent', 'free_edge', 'shared_edge', 'inside']) app.stage.setOverlay(name, null);
   app.paint();
   app.tell('marks', null);
+  app.tell('legend');
 }
 
 /** Marks what a pack of changes names: a step of the history, or what an edit would do. `ahead`:
  * it has not happened yet, so that what it removes is still there; `back`: it is to be undone. */
 export function markChanges(app, pack, { ahead = false, back = false } = {}) {
-  app.marks.clear();
-  app.nodeMarks = [];
+  clearMarks(app);
+  app.ahead = ahead;
   const { mesh } = app;
   const came = back ? 'removed' : 'added';
   const went = back ? 'added' : 'removed';
@@ -86,31 +89,47 @@ export async function outlineMarked(app, marks = app.marks, name = 'inside') {
   stage.draw();
 }
 
-export async function markFinding(app, name) {
+/** Edges of which the check tells, beside its findings. */
+const edgeFindings = { free_edge: 'free edges of shells', shared_edge: 'edges of three or more shells' };
+
+/** What the check found, faults first: name, label, count, fault, of_nodes, remedy, color. */
+export async function listFindings(app) {
   const pack = await app.findings();
+  const list = pack.text.findings.concat(Object.entries(edgeFindings).map(([name, label]) => ({ name, label, count: pack.array(name).length / 2 })));
+  return list.filter((f) => f.count).sort((a, b) => (b.fault ? 1 : 0) - (a.fault ? 1 : 0))
+    .map((f, i) => ({ ...f, color: palette.findings[i % palette.findings.length] }));
+}
+
+/** Marks findings, all unless some are named; each has its colour, which the legend tells. */
+export async function markFindings(app, names) {
+  const pack = await app.findings();
+  const list = await listFindings(app);
   clearMarks(app);
-  app.finding = name;
+  app.finding = names || list.map((f) => f.name);
   const p = app.mesh.position;
-  if (name === 'free_edge' || name === 'shared_edge') {
-    const nodes = pack.array(name);
-    const places = new Float32Array(3 * nodes.length);
-    nodes.forEach((n, i) => places.set(p.subarray(3 * n, 3 * n + 3), 3 * i));
-    app.stage.setOverlay(name, places, name === 'free_edge' ? palette.marks.fault : palette.marks.note, 4);
-  } else {
-    const finding = pack.text.findings.find((f) => f.name === name);
-    const color = finding.fault ? palette.marks.fault : palette.marks.note;
-    for (const key of pack.array(name)) {
-      if (finding.of_nodes) {
+  for (const { name, label, count, of_nodes: ofNodes, color } of list) {
+    if (!app.finding.includes(name)) continue;
+    app.markRows.push({ label, count, color });
+    const own = pack.array(name);
+    if (name in edgeFindings) {
+      const places = new Float32Array(3 * own.length);
+      own.forEach((n, i) => places.set(p.subarray(3 * n, 3 * n + 3), 3 * i));
+      app.stage.setOverlay(name, places, color, 4);
+      continue;
+    }
+    for (const key of own) {
+      if (ofNodes) {
         const n = app.mesh.nodeOfKey(key);
         if (n >= 0) app.nodeMarks.push([n, color]);
       } else {
         const e = app.mesh.elementOfKey(key);
-        if (e >= 0) app.marks.set(e, color);
+        if (e >= 0 && !app.marks.has(e)) app.marks.set(e, color); // that of the worst
       }
     }
-    if (!app.marks.size) app.marks.set(-2, 0);
   }
+  if (!app.marks.size) app.marks.set(-2, 0);
   app.paint();
   app.tell('marks', null);
+  app.tell('legend');
   await outlineMarked(app);
 }
