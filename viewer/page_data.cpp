@@ -321,15 +321,16 @@ std::string PageData::Volume() const {
   Pack pack;
   AddPositions(pack, seen_, mesh_.NodeCount());
   for (const std::uint32_t corners : {4u, 5u, 6u, 8u}) {
-    std::vector<std::int32_t> nodes, elements;
+    std::vector<std::int32_t> elements;
     for (std::uint32_t e = 0; e < mesh_.ElementCount(); ++e) {
       if (!mesh_.IsUsable(e) || mesh_.Shape(e) < CornerShape::kTetrahedron) continue;
-      const auto own = mesh_.Corners(e);
-      if (own.size() != corners) continue;
-      for (const std::uint32_t n : own) nodes.push_back(static_cast<std::int32_t>(number_[n]));
-      elements.push_back(static_cast<std::int32_t>(e));
+      if (mesh_.Corners(e).size() == corners) elements.push_back(static_cast<std::int32_t>(e));
     }
-    pack.Integers("solid_node" + std::to_string(corners), nodes, static_cast<int>(corners));
+    pack.IntegersBy("solid_node" + std::to_string(corners), corners * elements.size(),
+                    static_cast<int>(corners), [&](std::size_t i) {
+                      const auto e = static_cast<std::uint32_t>(elements[i / corners]);
+                      return number_[mesh_.Corners(e)[i % corners]];
+                    });
     pack.Integers("solid_element" + std::to_string(corners), elements);
   }
   return pack.Finish();

@@ -33,12 +33,13 @@ struct ReadPack {
     EXPECT_EQ(uncompress(reinterpret_cast<Bytef*>(plain.data()), &size,
                          reinterpret_cast<const Bytef*>(packed.data()), packed.size()),
               Z_OK);
-    EXPECT_EQ(plain.substr(0, 4), "QXP1");
+    EXPECT_EQ(size % 4, 0u);
+    EXPECT_EQ(plain.substr(size - 4, 4), "QXP2");
     std::uint32_t length = 0;
-    std::memcpy(&length, plain.data() + 4, 4);
-    text.Parse(plain.data() + 8, length);
+    std::memcpy(&length, plain.data() + size - 8, 4);
+    text.Parse(plain.data() + size - 8 - length, length);
     EXPECT_FALSE(text.HasParseError());
-    data = plain.substr(8 + length, size - 8 - length);
+    data = plain.substr(0, size - 8 - length);
   }
   std::vector<float> Floats(const char* name) const {
     const auto& entry = text["arrays"][name];

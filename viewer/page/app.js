@@ -31,6 +31,7 @@ export class App {
     this.marks = new Map(); // elements by number: colour
     this.nodeMarks = [];
     this.markRows = []; // what the marks mean, for the legend
+    this.markTitle = '';
     this.ahead = false; // the marks are of an edit that is asked about
     this.finding = null;
     this.step = null;

@@ -21,7 +21,7 @@ export async function showGlyphs(app) {
         }
       }
     }
-    stage.setOverlay(name, places, tints, 2.5);
+    stage.setOverlay(name, places, tints, 2.5, name === 'systems'); // which lie in corners and on axes of parts
   };
   if (wanted.length) {
     const pack = await app.pack('glyphs').catch((error) => app.tell('notice', error.message));

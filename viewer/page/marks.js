@@ -25,22 +25,31 @@ export function markChanges(app, pack, { ahead = false, back = false } = {}) {
   const { mesh } = app;
   const came = back ? 'removed' : 'added';
   const went = back ? 'added' : 'removed';
-  const mark = (name, color) => {
-    for (const key of pack.array(`element_${name}`)) {
+  const mark = (name, word) => {
+    const color = palette.marks[word];
+    const elements = pack.array(`element_${name}`);
+    const nodes = pack.array(`node_${name}`);
+    for (const [what, keys] of [['elements', elements], ['nodes', nodes]]) {
+      if (keys.length) app.markRows.push({ label: `${what} ${word}`, count: keys.length, color });
+    }
+    if (word === 'removed' && !ahead) return; // and no longer there
+    for (const key of elements) {
       const e = mesh.elementOfKey(key);
       if (e >= 0) app.marks.set(e, color);
     }
-    for (const key of pack.array(`node_${name}`)) {
+    for (const key of nodes) {
       const n = mesh.nodeOfKey(key);
       if (n >= 0 && app.nodeMarks.length < 20000) app.nodeMarks.push([n, color]);
     }
   };
-  mark(came, palette.marks.added);
-  mark('changed', palette.marks.changed);
-  if (ahead) mark(went, palette.marks.removed);
+  mark(came, 'added');
+  mark('changed', 'changed');
+  mark(went, 'removed');
+  app.markTitle = ahead ? 'What it would do' : 'What the step did';
   // Nodes that moved say little by themselves: the elements at them are marked too, paler.
   const moved = new Set(app.nodeMarks.filter(([, c]) => c === palette.marks.changed).map(([n]) => n));
   if (moved.size) {
+    app.markRows.push({ label: 'elements at changed nodes', color: MOVED });
     const { table } = app.stage;
     for (let f = 0; f < table.count; f++) {
       if (app.marks.has(table.element[f])) continue;
@@ -59,6 +68,7 @@ export function markChanges(app, pack, { ahead = false, back = false } = {}) {
   if (!app.marks.size && (app.nodeMarks.length || places.length)) app.marks.set(-2, 0); // still pale
   app.paint();
   app.tell('marks', pack);
+  app.tell('legend');
   return outlineMarked(app);
 }
 
@@ -100,12 +110,18 @@ export async function listFindings(app) {
     .map((f, i) => ({ ...f, color: palette.findings[i % palette.findings.length] }));
 }
 
-/** Marks findings, all unless some are named; each has its colour, which the legend tells. */
+/** Findings that are marked unasked: not the elements at the rim of a mesh, which is no fault, and
+ * of which edges tell. */
+const isTold = (f) => f.fault || f.of_nodes || f.name in edgeFindings;
+
+/** Marks findings, those that `isTold` unless some are named; each has its colour, which the legend
+ * tells. */
 export async function markFindings(app, names) {
   const pack = await app.findings();
   const list = await listFindings(app);
   clearMarks(app);
-  app.finding = names || list.map((f) => f.name);
+  app.markTitle = 'Findings';
+  app.finding = names || list.filter(isTold).map((f) => f.name);
   const p = app.mesh.position;
   for (const { name, label, count, of_nodes: ofNodes, color } of list) {
     if (!app.finding.includes(name)) continue;

@@ -46,7 +46,7 @@ export function buildLegend(holder, app, interactive) {
   holder.replaceChildren();
   const { legend, markRows } = app;
   const most = !interactive ? 14 : matchMedia('(max-width: 900px)').matches ? 6 : 16;
-  if (markRows.length) holder.append(el('h3', {}, 'Findings'), ...rowsOf(markRows, most));
+  if (markRows.length) holder.append(el('h3', {}, app.markTitle), ...rowsOf(markRows, most));
   // Beside marks all that has a colour steps back.
   const any = legend && !(legend.rows && !legend.rows.length) && !markRows.length;
   holder.hidden = !any && !markRows.length;

@@ -164,10 +164,10 @@ function buildHead(app, head, { left, right }) {
   app.on('loaded', () => {
     const { about } = app.mesh;
     document.title = `${about.name} – QX_db`;
-    name.textContent = about.name;
+    name.textContent = name.title = about.name;
     const out = notDrawn(about);
     facts.textContent = `${grouped(about.elements)} elements · ${grouped(about.nodes)} nodes${out ? ` · ${out}` : ''}${about.editable ? ' · editing' : ''}`;
-    facts.title = out ? 'Not drawn: elements with a node that is missing or has no place, and nodes whose place is no number or too far from the others.' : '';
+    facts.title = out ? `${facts.textContent}. Not drawn: elements with a node that is missing or has no place, and nodes whose place is no number or too far from the others.` : facts.textContent;
   });
 }
 
@@ -431,7 +431,7 @@ function buildFindings(app, holder) {
     try {
       const found = await listFindings(app);
       list.replaceChildren(...(found.length ? found.map((f) => finding(app, f)) : [el('p', { class: 'hint' }, 'nothing is found')]),
-        found.length > 1 ? button('Mark all', 'Mark all of them, each in its colour', () => app.markFindings(), { class: 'wide' }) : '',
+        found.length > 1 ? button('Mark all', 'Mark all faults, nodes and edges, each kind in its colour', () => app.markFindings(), { class: 'wide' }) : '',
         button('Clear marks', 'Take the marks away', () => app.clearMarks(), { class: 'wide' }));
     } catch (error) {
       app.tell('notice', error.message);

@@ -92,8 +92,10 @@ test('lists what qxdb check finds and marks it', async () => {
     assert.ok(await run(page, 'return app.stage.table.element.some((e) => app.mesh.elementKey[e] === argument);', keys[0]), 'it is drawn');
   }
   await page.getByRole('button', { name: 'Mark all' }).click();
-  await until(page, "[...document.querySelectorAll('[data-finding]')].every((row) => row.getAttribute('aria-pressed') === 'true')");
-  assert.equal(await page.locator('.legend .legend-row').count(), rows.length);
+  const marked = ['inverted-solids', 'duplicate-elements', 'shared-faces', 'free_edge']; // of nine solids, two shells, a line
+  await until(page, "document.querySelectorAll('[data-finding][aria-pressed=true]').length === 4");
+  assert.deepEqual(await page.locator('[data-finding][aria-pressed=true]').evaluateAll((all) => all.map((row) => row.dataset.finding)), marked);
+  assert.equal(await page.locator('.legend .legend-row').count(), marked.length);
   await page.click('[data-finding=free_edge]');
   await until(page, "window.qx.app.stage.overlays.has('free_edge')");
   await page.getByRole('button', { name: 'Take the marks away' }).click();
@@ -230,6 +232,7 @@ test('shows what a deletion takes in its colour, of elements and nodes alike', a
   const colors = () => run(page, `const out = {}; const { faces, table } = app.stage;
     faces.face.forEach((f, t) => (out[app.mesh.elementKey[table.element[f]]] = [...faces.tint.subarray(12 * t, 12 * t + 3)].join()));
     return [1, 27, 14 - 1].map((key) => out[key]);`);
+  assert.match(await page.locator('.legend').textContent(), /What it would do.*elements removed2.*nodes removed1/);
   const [first, last, other] = await colors();
   assert.deepEqual([first, last], ['208,58,110', '208,58,110'], 'removed, though selected');
   assert.notEqual(other, first);
