@@ -1,6 +1,7 @@
 // The history as the page shows it: the steps, and what one of them changed.
 
 #include <array>
+#include <cmath>
 #include <map>
 #include <unordered_map>
 
@@ -49,18 +50,19 @@ constexpr std::size_t kMostOutlined = 5000;
 void AddOutline(ITR item, const CQXDBSession& session, std::vector<double>& out) {
   const auto& element = *static_cast<const tagTElem*>(KeyedSetBase::RecordAt(item));
   const auto add = [&](std::int32_t a, std::int32_t b) {
-    for (const std::int32_t place : {a, b}) {
+    std::array<double, 6> ends{};
+    for (std::size_t i = 0; i < 2; ++i) {
       // A node that went as well still has its position.
-      const ITR at = element.nodes[place];
+      const ITR at = element.nodes[i == 0 ? a : b];
       if (at == 0) return;
-    }
-    for (const std::int32_t place : {a, b}) {
-      const auto& node =
-          *static_cast<const tagTNode*>(KeyedSetBase::RecordAt(element.nodes[place]));
-      for (const double c : {node.position.x, node.position.y, node.position.z}) {
-        out.push_back(session.Units().Out(CQXNodeUnit::Instance().Code(0), c));
+      const Vector3 position(static_cast<const tagTNode*>(KeyedSetBase::RecordAt(at))->position);
+      for (int axis = 0; axis < 3; ++axis) {
+        const double c = session.Units().Out(CQXNodeUnit::Instance().Code(0), position[axis]);
+        if (!(std::abs(c) <= kFarthest)) return;
+        ends[3 * i + static_cast<std::size_t>(axis)] = c;
       }
     }
+    out.insert(out.end(), ends.begin(), ends.end());
   };
   for (const NodeLine& line : topology::OutlineOf(element.type, element.nodes.GetSize())) {
     add(line.from, line.to);
@@ -134,7 +136,7 @@ std::string LastChanges(const CQXDBSession& session, std::span<const Key> turned
   for (const Fate fate : {kAdded, kRemoved}) {
     std::vector<float> relative(outlines[fate].size());
     for (std::size_t i = 0; i < relative.size(); ++i) {
-      relative[i] = static_cast<float>(outlines[fate][i] - from[i % 3]);
+      relative[i] = ToFloat(outlines[fate][i] - from[i % 3]);
     }
     pack.Floats(std::string("outlines_") + kFates[fate], relative);
   }

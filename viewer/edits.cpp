@@ -1,7 +1,7 @@
 #include "viewer/edits.h"
 
 #include <cmath>
-#include <limits>
+#include <fmt/format.h>
 #include <optional>
 #include <rapidjson/document.h>
 #include <vector>
@@ -39,13 +39,11 @@ bool FlagOf(const Request& request, const char* name) {
 }
 
 /// The records of a list of keys; fails at one that is not there.
-Result<std::vector<ITR>> RecordsOf(const Request& request, const char* name,
+Result<std::vector<ITR>> RecordsIn(const rapidjson::Value& list, const std::string& name,
                                    const DPoolBase& pool) {
   std::vector<ITR> items;
-  const auto member = request.FindMember(name);
-  if (member == request.MemberEnd()) return items;
-  if (!member->value.IsArray()) return Misunderstood(std::string(name) + " is no list of keys");
-  for (const auto& key : member->value.GetArray()) {
+  if (!list.IsArray()) return Misunderstood(name + " is no list of keys");
+  for (const auto& key : list.GetArray()) {
     const ITR item = key.IsInt() ? pool.Find(key.GetInt()) : 0;
     if (!item) {
       return Failure{"", TableName(pool) + " " + (key.IsInt() ? std::to_string(key.GetInt()) : "?"),
@@ -54,6 +52,14 @@ Result<std::vector<ITR>> RecordsOf(const Request& request, const char* name,
     items.push_back(item);
   }
   return items;
+}
+
+/// The same of a member of a request, which may be missing.
+Result<std::vector<ITR>> RecordsOf(const Request& request, const char* name,
+                                   const DPoolBase& pool) {
+  const auto member = request.FindMember(name);
+  if (member == request.MemberEnd()) return std::vector<ITR>();
+  return RecordsIn(member->value, name, pool);
 }
 
 Failure Refused(const RefusalText& refusal) {
@@ -73,13 +79,28 @@ Outcome AsStep(CQXDBSession& session, const char16_t* name, const RefusalText& r
 
 /// The deletion that a request asks for.
 Result<SessionEdit> DeletionOf(const CQXDBSession& session, const Request& request) {
-  const DPoolBase* pool = FindTable(session, TextOf(request, "table"));
-  if (!pool) return Misunderstood("there is no table \"" + TextOf(request, "table") + "\"");
-  auto items = RecordsOf(request, "keys", *pool);
-  if (!items) return items.Error();
-  if (items->empty()) return Misunderstood("nothing is selected");
-  return SessionEdit([type = pool->GetTypeCode(), items = std::move(*items)](CQXDBSession& in) {
-    return DeleteRecords(in, type, items);
+  const auto records = request.FindMember("records");
+  if (records == request.MemberEnd() || !records->value.IsObject()) {
+    return Misunderstood("\"records\" is no list of keys for each table");
+  }
+  std::vector<std::pair<std::uint16_t, std::vector<ITR>>> asked;
+  for (const auto& [table, keys] : records->value.GetObject()) {
+    const std::string name(table.GetString(), table.GetStringLength());
+    const DPoolBase* pool = FindTable(session, name);
+    if (!pool) return Misunderstood("there is no table \"" + name + "\"");
+    auto items = RecordsIn(keys, name, *pool);
+    if (!items) return items.Error();
+    if (!items->empty()) asked.emplace_back(pool->GetTypeCode(), std::move(*items));
+  }
+  if (asked.empty()) return Misunderstood("nothing is selected");
+  return SessionEdit([asked = std::move(asked)](CQXDBSession& in) {
+    if (asked.size() == 1) return DeleteRecords(in, asked[0].first, asked[0].second);
+    CTransaction all(&in);
+    if (!all.Begin(qxLoadText("IDS_QX_TRANS_DELETE").c_str())) return 0;
+    for (const auto& [type, items] : asked) {
+      if (!DeleteRecords(in, type, items)) return 0;
+    }
+    return all.Commit();
   });
 }
 
@@ -133,9 +154,13 @@ Outcome Move(CQXDBSession& session, const Request& request, const RefusalText& r
       node.position.x += shift.x;
       node.position.y += shift.y;
       node.position.z += shift.z;
-      if (!IsFinite(Vector3(node.position))) {
+      const Vector3 moved(node.position);
+      for (int i = 0; i < 3; ++i) {
+        const double out = session.Units().Out(CQXNodeUnit::Instance().Code(0), moved[i]);
+        if (std::abs(out) <= kFarthest) continue;
         return Failure{"", "node " + std::to_string(node.key),
-                       "would have a coordinate that is no finite number", "move it less far"};
+                       fmt::format("would have {} = {:g}, where nothing can be drawn", "xyz"[i], out),
+                       "move it less far"};
       }
       if (!pool.SetAtNU(item, node)) return Refused(refusal);
     }

@@ -10,6 +10,8 @@
 #include "qx_db/model/deck_pools.h"
 #include "qx_db/platform/text.h"
 
+#include "viewer/extent.h"
+
 namespace qx::viewer {
 namespace {
 
@@ -109,8 +111,7 @@ std::vector<float> Gathered(const Entries& entries, const PoolNumbers& numbers, 
     const std::uint32_t n = numbers.Find(target);
     if (n >= size) continue;
     const double value = ValueOf(&entries[begin], end - begin, field, component);
-    out[n] = static_cast<float>(
-        field.category == unit::kUnknown ? value : units.Out(field.category, value));
+    out[n] = ToFloat(field.category == unit::kUnknown ? value : units.Out(field.category, value));
   }
   return out;
 }
@@ -121,7 +122,7 @@ std::vector<float> MeansOfNodes(const DenseMesh& mesh, const std::vector<float>&
     if (!mesh.IsUsable(e) || mesh.Nodes(e).empty()) continue;
     double sum = 0;
     for (const std::uint32_t n : mesh.Nodes(e)) sum += nodes[n];
-    out[e] = static_cast<float>(sum / static_cast<double>(mesh.Nodes(e).size()));
+    out[e] = ToFloat(sum / static_cast<double>(mesh.Nodes(e).size()));
   }
   return out;
 }

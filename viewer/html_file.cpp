@@ -36,7 +36,7 @@ class Filling {
     std::size_t bytes = 0;
     std::int64_t taken = 0;
     for (std::int64_t step = count; step >= 0 && bytes <= most_bytes; --step, ++taken) {
-      const std::string before = blocks_;
+      const std::size_t before = blocks_.size();
       if (step != now) {
         if (Outcome added = Add("base", step); !added) return added;
         bytes += last_;
@@ -46,7 +46,7 @@ class Filling {
         bytes += last_;
       }
       if (bytes > most_bytes) {
-        blocks_ = before;
+        blocks_.resize(before);
         break;
       }
     }

@@ -4,7 +4,7 @@
 #include <cmath>
 #include <limits>
 #include <map>
-#include <set>
+#include <optional>
 
 #include "qx_db/app/mesh_findings.h"
 #include "qx_db/lib/units.h"
@@ -26,6 +26,8 @@ namespace {
 
 /// Most axes that are drawn; more would be a carpet.
 constexpr std::uint32_t kMostGlyphs = 20000;
+
+constexpr float kNoValue = std::numeric_limits<float>::quiet_NaN();
 
 std::string TypeLabel(std::int32_t type) {
   const ElementType* known = FindElementType(type);
@@ -91,23 +93,25 @@ void WriteHostRecords(Json& json, const CQXDBSession& session) {
   json.EndArray();
 }
 
+/// All of them; those that are somewhere with their origin and axes.
 void WriteSystems(Json& json, const CQXDBSession& session, double length, const Point3& origin) {
   const auto& systems = *session.GetPool<DPoolCord>(code::kCord);
   json.Name("systems").StartArray();
   for (ITR at = systems.GetHeadPosition(); at; systems.Next(at)) {
     const tagTCord& system = systems.GetAtNU(at);
     Frame frame;
-    if (!systems.GetFrame(at, frame)) continue;
     json.StartObject();
     json.Integer("key", system.key).Text("name", system.GetName().ToUtf8());
     json.Integer("kind", system.type);
-    json.Name("origin");
-    WriteVector(json, length * frame.origin - origin);
-    json.Name("axes").StartArray();
-    for (const Vector3* axis : {&frame.axes.x, &frame.axes.y, &frame.axes.z}) {
-      WriteVector(json, *axis);
+    if (systems.GetFrame(at, frame) && Length(length * frame.origin) <= kFarthest) {
+      json.Name("origin");
+      WriteVector(json, length * frame.origin - origin);
+      json.Name("axes").StartArray();
+      for (const Vector3* axis : {&frame.axes.x, &frame.axes.y, &frame.axes.z}) {
+        WriteVector(json, *axis);
+      }
+      json.EndArray();
     }
-    json.EndArray();
     json.EndObject();
   }
   json.EndArray();
@@ -129,8 +133,13 @@ void WriteMeasures(Json& json) {
 }  // namespace
 
 PageData::PageData(const CQXDBSession& session)
-    : session_(session), mesh_(session), surface_(SurfaceOf(mesh_)) {
-  length_ = session.Units().Out(unit::kLength, 1.0);
+    : session_(session),
+      length_(session.Units().Out(unit::kLength, 1.0)),
+      mesh_(session),
+      extent_(ExtentOf(mesh_, length_)) {
+  if (extent_.left_out_count > 0) mesh_.LeaveOutAt(extent_.left_out);
+  surface_ = SurfaceOf(mesh_);
+  std::erase_if(surface_.lone_nodes, [&](std::uint32_t n) { return !extent_.Has(n); });
   constexpr std::uint32_t kUnseen = ~0u;
   number_.assign(mesh_.NodeCount(), kUnseen);
   const auto see = [&](std::uint32_t n) {
@@ -154,7 +163,7 @@ PageData::PageData(const CQXDBSession& session)
   bool empty = true;
   for (std::uint32_t i = 0; i < seen_; ++i) {
     const Point3& p = mesh_.Position(order_[i]);
-    if (!IsFinite(p)) continue;
+    if (!extent_.Has(order_[i])) continue;
     if (empty) low = high = p;
     empty = false;
     low = {std::min(low.x, p.x), std::min(low.y, p.y), std::min(low.z, p.z)};
@@ -185,9 +194,10 @@ void PageData::AddPositions(Pack& pack, std::uint32_t begin, std::uint32_t end) 
     for (std::size_t i = from; i < to; ++i) {
       const std::uint32_t n = order_[begin + i];
       const Point3 p = length_ * mesh_.Position(n) - origin_;
-      positions[3 * i] = static_cast<float>(p.x);
-      positions[3 * i + 1] = static_cast<float>(p.y);
-      positions[3 * i + 2] = static_cast<float>(p.z);
+      for (int axis = 0; axis < 3; ++axis) {
+        positions[3 * i + static_cast<std::size_t>(axis)] =
+            extent_.Has(n) ? ToFloat(p[axis]) : kNoValue;
+      }
       keys[i] = mesh_.NodeKey(n);
     }
   });
@@ -250,7 +260,6 @@ void PageData::AddSets(Pack& pack) const {
   json.Name("sets").StartArray();
   for (ITR at = sets.GetHeadPosition(); at; sets.Next(at)) {
     const tagTMset& set = sets.GetAtNU(at);
-    std::set<std::int32_t> sorted;  // ascending, so that differences are small
     const std::size_t elements_before = of_elements.size(), nodes_before = of_nodes.size();
     for (const ITR element : set.elements) {
       const std::uint32_t e = elements.Find(element);
@@ -260,6 +269,7 @@ void PageData::AddSets(Pack& pack) const {
       const std::uint32_t n = mesh_.Numbers().Find(node);
       if (n != PoolNumbers::kNone) of_nodes.push_back(static_cast<std::int32_t>(number_[n]));
     }
+    // Ascending, so that differences are small.
     std::sort(of_elements.begin() + static_cast<std::ptrdiff_t>(elements_before),
               of_elements.end());
     std::sort(of_nodes.begin() + static_cast<std::ptrdiff_t>(nodes_before), of_nodes.end());
@@ -289,6 +299,10 @@ std::string PageData::Base(const PageInfo& info) const {
       .Flag("served", info.served)
       .Flag("seeds", info.seeds);
   json.Integer("nodes", mesh_.NodeCount()).Integer("elements", mesh_.ElementCount());
+  std::uint32_t drawn = 0;
+  for (std::uint32_t e = 0; e < mesh_.ElementCount(); ++e) drawn += mesh_.IsUsable(e);
+  json.Integer("left_out_elements", mesh_.ElementCount() - drawn);
+  json.Integer("left_out_nodes", extent_.left_out_count);
   json.Integer("seen_nodes", seen_).Integer("solids", SolidCount());
   json.Integer("step", static_cast<std::int64_t>(info.step));
   AddBox(json);
@@ -307,15 +321,16 @@ std::string PageData::Volume() const {
   Pack pack;
   AddPositions(pack, seen_, mesh_.NodeCount());
   for (const std::uint32_t corners : {4u, 5u, 6u, 8u}) {
-    std::vector<std::int32_t> nodes, elements;
+    std::vector<std::int32_t> elements;
     for (std::uint32_t e = 0; e < mesh_.ElementCount(); ++e) {
       if (!mesh_.IsUsable(e) || mesh_.Shape(e) < CornerShape::kTetrahedron) continue;
-      const auto own = mesh_.Corners(e);
-      if (own.size() != corners) continue;
-      for (const std::uint32_t n : own) nodes.push_back(static_cast<std::int32_t>(number_[n]));
-      elements.push_back(static_cast<std::int32_t>(e));
+      if (mesh_.Corners(e).size() == corners) elements.push_back(static_cast<std::int32_t>(e));
     }
-    pack.Integers("solid_node" + std::to_string(corners), nodes, static_cast<int>(corners));
+    pack.IntegersBy("solid_node" + std::to_string(corners), corners * elements.size(),
+                    static_cast<int>(corners), [&](std::size_t i) {
+                      const auto e = static_cast<std::uint32_t>(elements[i / corners]);
+                      return number_[mesh_.Corners(e)[i % corners]];
+                    });
     pack.Integers("solid_element" + std::to_string(corners), elements);
   }
   return pack.Finish();
@@ -323,11 +338,11 @@ std::string PageData::Volume() const {
 
 namespace {
 
-constexpr float kNoValue = std::numeric_limits<float>::quiet_NaN();
-
 std::vector<float> MeasureValues(const DenseMesh& mesh, const MeasureInfo& info, double length) {
   const std::vector<double> values = ValuesOf(mesh, info, length);
-  return {values.begin(), values.end()};
+  std::vector<float> out(values.size());
+  std::transform(values.begin(), values.end(), out.begin(), ToFloat);
+  return out;
 }
 
 Point3 MiddleOf(const DenseMesh& mesh, std::uint32_t e) {
@@ -357,7 +372,7 @@ std::vector<float> ThicknessValues(const CQXDBSession& session, const DenseMesh&
     const ITR at = mesh.Element(e).property;
     if (!is_surface || !properties || at == 0 || KeyedSetBase::IsRemoved(at)) continue;
     const double own = static_cast<const tagTProp*>(KeyedSetBase::RecordAt(at))->thickness;
-    if (own > 0) values[e] = static_cast<float>(length * own);
+    if (own > 0) values[e] = ToFloat(length * own);
   }
   const PoolNumbers elements(session.GetDataPool(code::kElem)->Set());
   const auto& pool = *session.GetDataPool(code::kE2DThick);
@@ -367,7 +382,7 @@ std::vector<float> ThicknessValues(const CQXDBSession& session, const DenseMesh&
     const double mean = thick.uniform ? double{t[0]} : 0.25 * (t[0] + t[1] + t[2] + t[3]);
     for (const ITR element : thick.elements) {
       const std::uint32_t e = elements.Find(element);
-      if (e != PoolNumbers::kNone) values[e] = static_cast<float>(length * mean);
+      if (e != PoolNumbers::kNone) values[e] = ToFloat(length * mean);
     }
   }
   return values;
@@ -394,7 +409,7 @@ std::string PageData::Values(std::string_view name) const {
     values.assign(mesh_.ElementCount(), kNoValue);
     for (std::uint32_t e = 0; e < values.size(); ++e) {
       if (mesh_.IsUsable(e)) {
-        values[e] = static_cast<float>(length_ * MiddleOf(mesh_, e)[name[0] - 'x']);
+        values[e] = ToFloat(length_ * MiddleOf(mesh_, e)[name[0] - 'x']);
       }
     }
   } else {
@@ -405,21 +420,16 @@ std::string PageData::Values(std::string_view name) const {
 }
 
 std::string PageData::Findings() const {
+  // What is left out of the picture is checked none the less.
+  std::optional<DenseMesh> whole;
+  if (extent_.left_out_count > 0) whole.emplace(session_);
+  const DenseMesh& mesh = whole ? *whole : mesh_;
   // The tolerance of `check`: what rounding makes of one point.
-  Point3 low, high;
-  bool empty = true;
-  for (std::uint32_t n = 0; n < mesh_.NodeCount(); ++n) {
-    const Point3& p = mesh_.Position(n);
-    if (!IsFinite(p)) continue;
-    if (empty) low = high = p;
-    empty = false;
-    low = {std::min(low.x, p.x), std::min(low.y, p.y), std::min(low.z, p.z)};
-    high = {std::max(high.x, p.x), std::max(high.y, p.y), std::max(high.z, p.z)};
-  }
+  const double tolerance = 1e-10 * Length(extent_.high - extent_.low);
   Pack pack;
   Json& json = pack.Text();
   json.Name("findings").StartArray();
-  for (const Finding& finding : FindFaults(mesh_, 1e-10 * Length(high - low))) {
+  for (const Finding& finding : FindFaults(mesh, tolerance)) {
     if (finding.keys.empty()) continue;
     json.StartObject();
     json.Text("name", finding.name).Text("label", finding.label).Text("remedy", finding.remedy);
@@ -460,9 +470,9 @@ std::string PageData::Glyphs() const {
       if (cut) break;
       of.push_back(static_cast<std::int32_t>(e));
       const Point3 middle = length_ * MiddleOf(mesh_, e) - origin_;
-      for (int i = 0; i < 3; ++i) triads.push_back(static_cast<float>(middle[i]));
+      for (int i = 0; i < 3; ++i) triads.push_back(ToFloat(middle[i]));
       for (const auto& axis : axes) {
-        for (const double c : axis) triads.push_back(static_cast<float>(c));
+        for (const double c : axis) triads.push_back(ToFloat(c));
       }
     }
     pack.Integers(std::string(name) + "_element", of);

@@ -10,6 +10,7 @@
 #include "qx_db/core/session.h"
 #include "qx_db/mesh/mesh_surface.h"
 
+#include "viewer/extent.h"
 #include "viewer/pack.h"
 
 namespace qx::viewer {
@@ -58,12 +59,13 @@ class PageData {
   void AddBox(Json& json) const;
 
   const CQXDBSession& session_;
-  DenseMesh mesh_;
+  const double length_;  // current units in one of the model's
+  DenseMesh mesh_;       // elements at nodes that no picture has are unusable in it
+  const Extent extent_;
   MeshSurface surface_;
   std::vector<std::uint32_t> order_;   // the mesh's node numbers, those seen first
   std::vector<std::uint32_t> number_;  // of a node of the mesh, here
   std::uint32_t seen_ = 0;
-  double length_ = 1;  // current units in one of the model's
   Point3 origin_;      // positions are given from here, so that floats are fine enough
 };
 

@@ -15,8 +15,9 @@ struct PictureOptions {
   int width = 1600, height = 1000;  ///< of the whole, in pixels
   /// "iso", "front", "back", "left", "right", "top", "bottom"; several share the picture.
   std::vector<std::string> views{"iso"};
-  /// "none", "set", "property", "material", "kind", "part", or what PageData::Values knows.
-  std::string color = "set";
+  /// "none", "set", "property", "material", "kind", "part", or what PageData::Values knows; empty
+  /// for what tells most: sets if they list most elements, else properties, else kinds.
+  std::string color;
   std::string palette;        ///< of a range of colours: "viridis" unless said
   std::vector<double> range;  ///< two numbers, or none for what there is
   /// What is seen: mesh sets by name; all when there are none.

@@ -1,5 +1,6 @@
 #include "viewer/seeds.h"
 
+#include "viewer/extent.h"
 #include "viewer/pack.h"
 
 namespace qx::viewer {
@@ -15,7 +16,7 @@ std::string SeedPack(std::span<const SeededEdge> edges, double length) {
   std::vector<float> curves, seeds;
   std::vector<std::int32_t> curve_controls, seed_controls;
   const auto add = [&](const Point3& p, std::vector<float>& to) {
-    for (int i = 0; i < 3; ++i) to.push_back(static_cast<float>(length * (p[i] - origin[i])));
+    for (int i = 0; i < 3; ++i) to.push_back(ToFloat(length * (p[i] - origin[i])));
   };
   for (const SeededEdge& edge : edges) {
     for (std::size_t i = 1; i < edge.curve.size(); ++i) {

@@ -349,6 +349,7 @@ void PageServer::AddRoutes() {
       });
   server_.set_payload_max_length(std::size_t{64} << 20);
   server_.set_keep_alive_max_count(1000);
+  server_.set_keep_alive_timeout(1);  // its end waits for idle connections that long
   server_.Get(R"(/([0-9a-f]{32})/(.*))",
               [&](const auto& request, auto& response) { Answer(request, response); });
   server_.Post(R"(/([0-9a-f]{32})/(.*))",

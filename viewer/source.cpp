@@ -93,6 +93,12 @@ Result<std::string> Source::Get(std::string_view name, std::int64_t step) {
   if (name == "volume") return data.Volume();
   if (name == "findings") return data.Findings();
   if (name == "glyphs") return data.Glyphs();
+  if (name == "steps") {
+    Pack pack;
+    pack.Text().Integer("step", static_cast<std::int64_t>(StepsDone())).Name("steps");
+    WriteSteps(pack.Text(), Session());
+    return pack.Finish();
+  }
   if (name == "seeds" && HasSeeds()) return seeds_;
   if (name == "changes") return LastChanges(*state->session);
   if (name.starts_with(kValuesPrefix)) {

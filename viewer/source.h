@@ -27,7 +27,8 @@ class Source {
                                               RefusalText refusal);
 
   /// A pack of the page's data by its name: "base", "volume", "findings", "glyphs", "changes" (what
-  /// the step before that state changed), or "values/NAME". `step`: the number of steps done in the
+  /// the step before that state changed), "steps" (the history and where the present stands in it),
+  /// or "values/NAME". `step`: the number of steps done in the
   /// state that is meant. Looking at the past takes the model into memory once more.
   Result<std::string> Get(std::string_view name, std::int64_t step = kNow);
   /// The same of a record; see RecordText.

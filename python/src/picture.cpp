@@ -133,7 +133,7 @@ py::array_t<std::uint8_t> Picture(Handle& handle, int width, int height) {
   const View view(mesh, width, height);
   constexpr std::array<double, 3> kSolid{118, 160, 205}, kSurface{150, 190, 140};
   constexpr std::array<double, 3> kLine{150, 60, 40};
-  for (const DenseSide& side : LooseFaces(mesh).free) {
+  for (const DenseSide& side : OuterFaces(mesh)) {
     const auto nodes = mesh.Nodes(side.element);
     const ElementTopology topology(mesh.Element(side.element).type);
     std::array<std::uint32_t, 4> face{};

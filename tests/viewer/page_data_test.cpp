@@ -2,9 +2,12 @@
 
 #include "viewer/page_data.h"
 
+#include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstring>
 #include <gtest/gtest.h>
+#include <limits>
 #include <map>
 #include <rapidjson/document.h>
 #include <zlib.h>
@@ -30,12 +33,19 @@ struct ReadPack {
     EXPECT_EQ(uncompress(reinterpret_cast<Bytef*>(plain.data()), &size,
                          reinterpret_cast<const Bytef*>(packed.data()), packed.size()),
               Z_OK);
-    EXPECT_EQ(plain.substr(0, 4), "QXP1");
+    EXPECT_EQ(size % 4, 0u);
+    EXPECT_EQ(plain.substr(size - 4, 4), "QXP2");
     std::uint32_t length = 0;
-    std::memcpy(&length, plain.data() + 4, 4);
-    text.Parse(plain.data() + 8, length);
+    std::memcpy(&length, plain.data() + size - 8, 4);
+    text.Parse(plain.data() + size - 8 - length, length);
     EXPECT_FALSE(text.HasParseError());
-    data = plain.substr(8 + length, size - 8 - length);
+    data = plain.substr(0, size - 8 - length);
+  }
+  std::vector<float> Floats(const char* name) const {
+    const auto& entry = text["arrays"][name];
+    std::vector<float> out(entry[2].GetUint64());
+    if (!out.empty()) std::memcpy(out.data(), data.data() + entry[1].GetUint64(), 4 * out.size());
+    return out;
   }
   std::vector<std::int32_t> Integers(const char* name) const {
     const auto& entry = text["arrays"][name];
@@ -115,6 +125,103 @@ TEST(PageDataTest, SurfaceOfACubeIsClosedAndSeenNodesComeFirst) {
   const ReadPack volume(data.Volume());
   EXPECT_EQ(volume.Integers("node_key").size(), 125u);
   EXPECT_EQ(volume.Integers("solid_element8").size(), 216u);
+}
+
+TEST(PageDataTest, WhatDoesNotFitIsLeftOutAndTold) {
+  constexpr double kInfinity = std::numeric_limits<double>::infinity();
+  for (const double far : {1e300, -1.7e308, 1e39, 1e20, 1e9, kInfinity, std::nan("")}) {
+    SCOPED_TRACE(far);
+    CQXDBSession session(host::SetUpModel);
+    AddCube(session, 3);
+    auto& nodes = Pool<tagTNode>(session);
+    // A corner of element 1, and one that no element has.
+    tagTNode corner = nodes.GetAtNU(nodes.Find(1));
+    corner.position.y = far;
+    nodes.SetAtNU(nodes.Find(1), corner);
+    corner.key = 1000;
+    nodes.InsertNU(corner);
+    const viewer::PageData data(session);
+    const ReadPack base(data.Base({}));
+    EXPECT_EQ(base.text["left_out_elements"].GetInt(), 1);
+    EXPECT_EQ(base.text["left_out_nodes"].GetInt(), 2);
+    for (int i = 0; i < 3; ++i) {
+      EXPECT_EQ(base.text["origin"][static_cast<unsigned>(i)].GetDouble(), 1.5);
+    }
+    EXPECT_TRUE(base.Integers("lone_node").empty());
+    const auto at = base.Floats("node_position");
+    const auto faces = base.Integers("face_node4");
+    EXPECT_EQ(faces.size() / 4, 54u) << "three faces go, their neighbours' come";
+    for (const std::int32_t n : faces) {
+      for (int i = 0; i < 3; ++i) EXPECT_LE(std::abs(at[static_cast<std::size_t>(3 * n + i)]), 1.5);
+    }
+    const auto middles = ReadPack(data.Values("y")).Floats("values");
+    EXPECT_TRUE(std::isnan(middles[0]));
+    EXPECT_EQ(std::count_if(middles.begin(), middles.end(), [](float v) { return v < 3; }), 26);
+    for (const auto& finding : ReadPack(data.Findings()).text["findings"].GetArray()) {
+      EXPECT_NE(finding["count"].GetInt(), 65) << "all nodes are one point to a huge tolerance";
+    }
+  }
+}
+
+TEST(PageDataTest, ScalesOfAllSizesFit) {
+  for (const double scale : {1e-9, 1e6, 1e15}) {
+    CQXDBSession session(host::SetUpModel);
+    AddCube(session, 2);
+    auto& nodes = Pool<tagTNode>(session);
+    for (ITR at = nodes.GetHeadPosition(); at; nodes.Next(at)) {
+      tagTNode node = nodes.GetAtNU(at);
+      node.position = (scale * Vector3(node.position)).As<decltype(node.position)>();
+      nodes.SetAtNU(at, node);
+    }
+    const ReadPack base(viewer::PageData(session).Base({}));
+    EXPECT_EQ(base.text["left_out_nodes"].GetInt(), 0) << scale;
+  }
+}
+
+TEST(PageDataTest, SolidsOnOneSideOfAFaceDoNotHideIt) {
+  struct Case {
+    const char* what;
+    std::vector<std::array<int, 8>> more;  ///< hexahedra beside one on nodes 1 to 8; by node
+    std::size_t faces;
+  };
+  // Nodes 1 to 12: a column of two boxes; 13 to 16 another lid, half way up the upper one.
+  const std::array<int, 8> low{1, 2, 3, 4, 5, 6, 7, 8}, high{5, 6, 7, 8, 9, 10, 11, 12},
+      half{5, 6, 7, 8, 13, 14, 15, 16}, low_inverted{5, 6, 7, 8, 1, 2, 3, 4},
+      high_inverted{9, 10, 11, 12, 5, 6, 7, 8};
+  for (const Case& each : {Case{"alone", {}, 6},
+                           {"a neighbour", {high}, 10},
+                           {"a duplicate", {low}, 6},
+                           {"two of them", {low, low}, 6},
+                           {"one that is inside out", {low_inverted}, 6},
+                           {"a neighbour that is inside out", {high_inverted}, 10},
+                           {"both twice", {high, low, high}, 10},
+                           {"a neighbour and one within it", {high, half}, 15}}) {
+    SCOPED_TRACE(each.what);
+    CQXDBSession session(host::SetUpModel);
+    std::vector<ITR> nodes;
+    for (int k = 0; k < 16; ++k) {
+      tagTNode node;
+      node.key = k + 1;
+      const double z = k < 12 ? k / 4 : 1.5;
+      node.position = {k % 4 == 1 || k % 4 == 2 ? 1.0 : 0.0, k % 4 > 1 ? 1.0 : 0.0, z};
+      nodes.push_back(Pool<tagTNode>(session).InsertNU(node));
+    }
+    auto all = each.more;
+    all.insert(all.begin(), low);
+    for (std::size_t e = 0; e < all.size(); ++e) {
+      tagTElem element;
+      element.key = static_cast<Key>(e + 1);
+      element.type = element::kHex8;
+      for (const int n : all[e]) element.nodes.Add(nodes[static_cast<std::size_t>(n - 1)]);
+      Pool<tagTElem>(session).InsertNU(element);
+    }
+    const MeshSurface surface = SurfaceOf(DenseMesh(session));
+    EXPECT_EQ(surface.FaceCount(), each.faces);
+    // Of coincident ones the last is seen, which is the one that is found as a duplicate.
+    if (each.faces == 6) {
+      for (const std::uint32_t e : surface.faces[1].elements) EXPECT_EQ(e + 1, all.size());
+    }
+  }
 }
 
 TEST(PageDataTest, ACornerTakesAtMostTwelveBytes) {
@@ -207,9 +314,12 @@ TEST(EditsTest, PreviewChangesNothingAndTellsWhatTheEditDoes) {
     std::map<std::string, std::size_t> lists;  ///< of the preview, those that are not empty
   };
   const Case cases[] = {
-      {R"({"edit":"delete","table":"elem","keys":[1,2]})", {{"element_removed", 2}}},
-      {R"({"edit":"delete","table":"node","keys":[1]})",
+      {R"({"edit":"delete","records":{"elem":[1,2]}})", {{"element_removed", 2}}},
+      {R"({"edit":"delete","records":{"node":[1]}})",
        {{"element_removed", 1}, {"node_removed", 1}}},
+      // Node 64 goes with its element, the 27th.
+      {R"({"edit":"delete","records":{"elem":[1],"node":[64]}})",
+       {{"element_removed", 2}, {"node_removed", 1}}},
       {R"({"edit":"move","nodes":[1,2,3],"by":[0,0,0.5]})", {{"node_changed", 3}}},
       {R"({"edit":"set","name":"two","elements":[1,2],"nodes":[]})", {}},
   };
@@ -251,7 +361,7 @@ TEST(EditsTest, NothingIsTurnedUnasked) {
   property.csys_type = 1;  // by its vector
   property.reference_vector = {0.3, 0.4, 0.5};
   Pool<tagTSprop>(session).InsertNU(property);
-  const std::string request = R"({"edit":"delete","table":"sprop","keys":[900])";
+  const std::string request = R"({"edit":"delete","records":{"sprop":[900]})";
   const auto preview = viewer::PreviewEdit(session, request + "}", {});
   ASSERT_TRUE(preview) << preview.Error().Line();
   EXPECT_EQ(ReadPack(*preview).Integers("element_turned").size(), 1u);
@@ -266,13 +376,14 @@ TEST(EditsTest, RequestsThatMakeNoSenseAreRefusedAndChangeNothing) {
   const std::uint64_t before = session.StateHash();
   for (const char* request :
        {"", "[]", "{", "{}", R"({"edit":7})", R"({"edit":"delete"})",
-        R"({"edit":"delete","table":"nothing","keys":[1]})",
-        R"({"edit":"delete","table":"elem","keys":[]})",
-        R"({"edit":"delete","table":"elem","keys":[1,99]})",
-        R"({"edit":"delete","table":"elem","keys":["1"]})",
-        R"({"edit":"delete","table":"elem","keys":1})", R"({"edit":"move","nodes":[1],"by":[1,2]})",
+        R"({"edit":"delete","records":{"nothing":[1]}})",
+        R"({"edit":"delete","records":{"elem":[]}})",
+        R"({"edit":"delete","records":{"elem":[1,99]}})",
+        R"({"edit":"delete","records":{"elem":["1"]}})",
+        R"({"edit":"delete","records":{"elem":1}})", R"({"edit":"move","nodes":[1],"by":[1,2]})",
         R"({"edit":"move","nodes":[1],"by":[1,2,"3"]})",
         R"({"edit":"move","nodes":[1],"by":[1e308,1e308,1e308],"by":[1e309,0,0]})",
+       R"({"edit":"move","nodes":[1],"by":[0,1.7e308,0]})",
         R"({"edit":"set","name":"","elements":[1]})", R"({"edit":"fix","merge_tolerance":-1})",
         R"({"edit":"undo"})", R"({"edit":"redo"})"}) {
     EXPECT_FALSE(viewer::ApplyEdit(session, request, {})) << request;
@@ -292,7 +403,7 @@ TEST(SourceTest, LooksAtThePastWhileThePresentStays) {
   ASSERT_TRUE(source) << source.Error().Line();
   for (const char* keys : {"[1]", "[2,3]"}) {
     const std::string request =
-        std::string(R"({"edit":"delete","table":"elem","keys":)") + keys + "}";
+        std::string(R"({"edit":"delete","records":{"elem":)") + keys + "}}";
     ASSERT_TRUE((*source)->Edit(request));
   }
   const std::size_t expected[] = {27, 26, 24};

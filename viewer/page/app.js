@@ -26,9 +26,13 @@ export class App {
     this.color = { by: null, palette: 'viridis', range: null, limit: null, only: false };
     this.selection = { elements: new Set(), nodes: new Set(), faces: new Set() };
     this.clip = { axis: null, at: 0.5, flip: false };
-    this.glyphs = { axes: false, material: false, orientation: false, systems: false, seeds: true };
+    this.glyphs = { axes: false, material: false, orientation: false, seeds: true };
+    this.systems = new Set(); // keys of the coordinate systems that are drawn
     this.marks = new Map(); // elements by number: colour
     this.nodeMarks = [];
+    this.markRows = []; // what the marks mean, for the legend
+    this.markTitle = '';
+    this.ahead = false; // the marks are of an edit that is asked about
     this.finding = null;
     this.step = null;
     this.angle = 30;
@@ -78,6 +82,9 @@ export class App {
     this.hiddenElements.clear();
     this.marks.clear();
     this.nodeMarks = [];
+    this.markRows = [];
+    this.ahead = false;
+    this.finding = null;
     this.color.by ||= this.firstColor();
     this.materialOf = new Map(this.mesh.about.properties.map((p) => [p.key, p.material]));
     if (this.needsVolume()) await this.loadVolume().catch(() => {});
@@ -90,11 +97,15 @@ export class App {
     this.tell('loaded');
   }
 
-  /** What tells most about a model at first sight. */
+  /** What tells most about a model at first sight: sets, if they are of most elements. */
   firstColor() {
-    const { about } = this.mesh;
-    if (about.sets.some((set) => set.elements)) return 'set';
-    return about.properties.length > 1 ? 'property' : 'kind';
+    const { mesh } = this;
+    const inSets = new Uint8Array(mesh.elementCount);
+    for (const set of mesh.sets) for (const e of set.elementList) inSets[e] = 1;
+    const listed = inSets.reduce((sum, one) => sum + one, 0);
+    if (listed > mesh.elementCount / 2) return 'set';
+    if (new Set(mesh.elementProperty).size > 1) return 'property';
+    return mesh.about.types.length > 1 || !listed ? 'kind' : 'set';
   }
 
   needsVolume() {
@@ -254,8 +265,10 @@ export class App {
     // With marks on, everything else steps back.
     const paler = marks.size > 0;
     const of = (e, isFace) => {
-      if (isFace || selection.elements.has(e)) return palette.selected;
       const mark = marks.get(e);
+      // Of what an edit would do, the colours are to be seen: what it is done to is selected.
+      if (mark !== undefined && this.ahead) return mark;
+      if (isFace || selection.elements.has(e)) return palette.selected;
       if (mark !== undefined) return mark;
       const own = e < 0 ? palette.neutral : colors[e];
       return paler ? mixed(own, 0xc9ced6, 0.8) : own;
@@ -268,7 +281,8 @@ export class App {
     }, nodeColors && stage.colorAt(nodeColors));
     stage.caps.paint((i) => of(stage.capOf[i], false));
     stage.paintLines((e) => of(e, false));
-    const nodes = this.nodeMarks.concat([...selection.nodes].map((n) => [n, palette.selected]));
+    const chosen = [...selection.nodes].map((n) => [n, palette.selected]);
+    const nodes = this.ahead ? chosen.concat(this.nodeMarks) : this.nodeMarks.concat(chosen);
     for (const n of this.measured) nodes.push([n, palette.marks.changed]);
     stage.paintPoints((e) => of(e, false), nodes.filter(([n]) => 3 * n < this.mesh.position.length));
     stage.draw();
@@ -323,7 +337,7 @@ export class App {
       if (p[i] > high[i % 3]) high[i % 3] = p[i];
     }
     this.boundsOf = mesh;
-    return (this.box = p.length ? [low, high] : [[-1, -1, -1], [1, 1, 1]]);
+    return (this.box = low[0] <= high[0] ? [low, high] : [[-1, -1, -1], [1, 1, 1]]);
   }
   /** The place of the cut in the model's coordinates. */
   clipPlace() {
@@ -437,15 +451,46 @@ export class App {
       if (!set) return false;
       for (const e of set.elementList) this.selection.elements.add(e);
       for (const n of set.nodeList) if (!set.elements && 3 * n < this.mesh.position.length) this.selection.nodes.add(n);
+    } else if (table === 'cord') {
+      if (!this.mesh.about.systems.some((s) => s.key === key)) return false;
+      this.systems.add(key);
+      this.showGlyphs();
     } else if (table === 'prop') {
+      if (!this.mesh.about.properties.some((p) => p.key === key)) return false;
       for (const e of this.elementsOf(`property:${key}`)) this.selection.elements.add(e);
     } else if (table === 'matl') {
+      if (!this.mesh.about.materials.some((m) => m.key === key)) return false;
       for (const e of this.elementsOf(`material:${key}`)) this.selection.elements.add(e);
     }
     this.picked = { table, key };
     this.paint();
     this.tell('selected');
     return true;
+  }
+
+  /** Shows a record of the model, whatever its table: it has no place in the picture. */
+  showRecord(table, key) {
+    this.clearSelection(false);
+    this.picked = { table, key };
+    this.paint();
+    this.tell('selected');
+  }
+
+  /** Selects the elements or nodes that `has` says yes to by their keys. */
+  selectMany(table, has) {
+    this.clearSelection(false);
+    const [keys, into] = table === 'elem' ? [this.mesh.elementKey, this.selection.elements] : [this.mesh.nodeKey, this.selection.nodes];
+    for (let i = 0; i < keys.length; i++) if (has(keys[i])) into.add(i);
+    this.paint();
+    this.tell('selected');
+    return into.size > 0;
+  }
+
+  /** Draws these coordinate systems and no others. */
+  showSystems(keys) {
+    this.systems = new Set(keys);
+    this.tell('visible');
+    return this.showGlyphs();
   }
 
   /** Coordinates of what is selected, for fitting. */
@@ -512,8 +557,8 @@ export class App {
   findings() {
     return this.pack('findings');
   }
-  markFinding(name) {
-    return marks.markFinding(this, name);
+  markFindings(names) {
+    return marks.markFindings(this, names);
   }
   showGlyphs() {
     return glyphs.showGlyphs(this);

@@ -36,6 +36,10 @@ export async function elementColors(app) {
     const ordered = [...mesh.sets].sort((a, b) => depth(a) - depth(b));
     for (const set of ordered) for (const e of set.elementList) colors[e] = set.color;
     const rows = mesh.sets.filter((s) => s.elements).map((s) => ({ label: s.name, color: s.color, count: s.elements }));
+    const listed = new Uint8Array(mesh.elementCount);
+    for (const set of mesh.sets) for (const e of set.elementList) listed[e] = 1;
+    const others = listed.reduce((sum, one) => sum - one, mesh.elementCount);
+    if (others) rows.push({ label: 'in no set', color: palette.neutral, count: others });
     return { colors, legend: { title: 'Mesh sets', rows } };
   }
   if (by === 'kind') {
@@ -98,8 +102,10 @@ async function valueColors(app, colors, by) {
   const limit = app.color.limit ?? measure?.acceptable ?? null;
   const fails = (v) => measure && limit != null && (measure.high_is_bad ? v > limit : v < limit);
   const map = palette.table(app.color.palette);
-  const scale = to > from ? 255 / (to - from) : 0;
-  const colorOf = (v) => (v === v ? map[Math.max(0, Math.min(255, Math.round((Math.abs(v) > UNBOUNDED ? (v > 0 ? to : from) - from : v - from) * scale)))] : palette.outside);
+  // What differs by its rounding alone is one value, and neither the best nor the worst.
+  const uniform = !(to > from) || !app.color.range && to - from <= 1e-5 * Math.max(Math.abs(from), Math.abs(to));
+  const place = (v) => (uniform ? 128 : Math.max(0, Math.min(255, Math.round(((v - from) * 255) / (to - from)))));
+  const colorOf = (v) => (v === v ? map[Math.abs(v) > UNBOUNDED ? (v > 0 ? 255 : 0) : place(v)] : palette.outside);
   let failing = 0;
   let none = 0;
   const failed = new Map(); // shown where only they are to be seen
@@ -117,6 +123,6 @@ async function valueColors(app, colors, by) {
   }
   const label = pack.text.label ?? (measure ? measure.label : ownFields[by] || by);
   const unit = pack.text.unit ?? (measure ? measure.unit : mesh.about.length_unit);
-  const legend = { title: label, unit, range: [from, to], data: [low, high], map, limit, measure, failing, unbounded, none };
+  const legend = { title: label, unit, range: [from, to], data: [low, high], uniform, map, limit, measure, failing, unbounded, none };
   return { colors, legend, failed, nodes: atNodes.length ? { values: atNodes, colorOf } : null };
 }

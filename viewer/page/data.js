@@ -4,11 +4,11 @@
 export class Pack {
   constructor(buffer) {
     const bytes = new Uint8Array(buffer);
-    if (String.fromCharCode(...bytes.subarray(0, 4)) !== 'QXP1') throw new Error('not a pack');
-    const length = new DataView(buffer).getUint32(4, true);
-    this.text = JSON.parse(new TextDecoder().decode(bytes.subarray(8, 8 + length)));
+    const end = bytes.length - 8;
+    if (end < 0 || String.fromCharCode(...bytes.subarray(end + 4)) !== 'QXP2') throw new Error('not a pack');
+    const length = new DataView(buffer).getUint32(end, true);
+    this.text = JSON.parse(new TextDecoder().decode(bytes.subarray(end - length, end)));
     this.buffer = buffer;
-    this.start = 8 + length;
     this.cache = new Map();
   }
   /** The array of a name; empty where the pack has none. Differences are summed up in place. */
@@ -18,7 +18,7 @@ export class Pack {
     if (!entry) return new Int32Array(0);
     const [kind, first, count, stride] = entry;
     const Kind = { i: Int32Array, f: Float32Array, b: Uint8Array }[kind];
-    const array = new Kind(this.buffer, this.start + first, count);
+    const array = new Kind(this.buffer, first, count);
     if (kind === 'i') for (let i = stride; i < count; i++) array[i] += array[i - stride];
     this.cache.set(name, array);
     return array;

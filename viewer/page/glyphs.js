@@ -21,7 +21,7 @@ export async function showGlyphs(app) {
         }
       }
     }
-    stage.setOverlay(name, places, tints, 2.5);
+    stage.setOverlay(name, places, tints, 2.5, name === 'systems'); // which lie in corners and on axes of parts
   };
   if (wanted.length) {
     const pack = await app.pack('glyphs').catch((error) => app.tell('notice', error.message));
@@ -39,12 +39,13 @@ export async function showGlyphs(app) {
     }
   }
   showSeeds(app);
-  if (app.glyphs.systems) {
-    const triads = mesh.about.systems.flatMap((s) => [...s.origin, ...s.axes.flat()]);
-    draw('systems', triads, mesh.about.systems.length, 0.18 * stage.radius, [0, 1, 2]);
-  }
+  const systems = shownSystems(app);
+  draw('systems', systems.flatMap((s) => [...s.origin, ...s.axes.flat()]), systems.length, 0.18 * stage.radius, [0, 1, 2]);
   stage.draw();
 }
+
+/** The coordinate systems that are drawn; one that gives no axes has no place. */
+export const shownSystems = (app) => app.mesh.about.systems.filter((s) => s.origin && app.systems.has(s.key));
 
 export async function loadSeeds(app) {
   if (!app.mesh.about.seeds || app.seeds) return;

@@ -130,6 +130,8 @@ function fromPage(app, { table: name, key }) {
   if (!record) return [hint];
   const rows = [['name', record.name]];
   if (record.kind && name === 'prop') rows.push(['kind', record.kind]);
+  if (name === 'cord') rows.push(['kind', ['rectangular', 'cylindrical', 'spherical'][record.kind]]);
+  if (name === 'cord' && record.origin) rows.push(['origin', record.origin.map((c, i) => short(c + about.origin[i])).join('  ')]);
   if (record.material) rows.push(['material', link(app, 'matl', record.material)]);
   if (name === 'mset') rows.push(['elements', grouped(record.elements)], ['nodes', grouped(record.nodes)]);
   return [table(rows), hint];

@@ -28,20 +28,32 @@ const swatch = (color) => {
   return box;
 };
 
-/** Fills a legend; with controls of its range where it is part of the page. */
+/** What of a model its picture does not show, in words; empty where it shows all. */
+export function notDrawn({ left_out_elements: elements, left_out_nodes: nodes }) {
+  const some = (n, what) => (n ? `${grouped(n)} ${what}${n > 1 ? 's' : ''}` : '');
+  const parts = [some(elements, 'element'), some(nodes, 'node')].filter(Boolean);
+  return parts.length ? `${parts.join(' and ')} not drawn` : '';
+}
+
+const rowsOf = (rows, most) => [
+  ...rows.slice(0, most).map(({ label, color, count }) => el('div', { class: 'legend-row' }, swatch(color), el('span', { class: 'name', title: label }, label),
+    count == null ? null : el('span', { class: 'count' }, grouped(count)))),
+  rows.length > most ? el('div', { class: 'hint' }, `and ${rows.length - most} more`) : ''];
+
+/** Fills a legend, with fewer rows where it is part of a small page: what the marks mean, then
+ * what the colours do. */
 export function buildLegend(holder, app, interactive) {
   holder.replaceChildren();
-  const { legend } = app;
-  holder.hidden = !legend || (legend.rows && !legend.rows.length);
-  if (holder.hidden) return;
+  const { legend, markRows } = app;
+  const most = !interactive ? 14 : matchMedia('(max-width: 900px)').matches ? 6 : 16;
+  if (markRows.length) holder.append(el('h3', {}, app.markTitle), ...rowsOf(markRows, most));
+  // Beside marks all that has a colour steps back.
+  const any = legend && !(legend.rows && !legend.rows.length) && !markRows.length;
+  holder.hidden = !any && !markRows.length;
+  if (!any) return;
   holder.append(el('h3', {}, legend.title, legend.unit ? el('small', {}, ` ${legend.unit}`) : null));
   if (legend.rows) {
-    const most = !interactive ? 14 : matchMedia('(max-width: 900px)').matches ? 6 : 16;
-    for (const { label, color, count } of legend.rows.slice(0, most)) {
-      holder.append(el('div', { class: 'legend-row' }, swatch(color), el('span', { class: 'name' }, label),
-        count == null ? null : el('span', { class: 'count' }, grouped(count))));
-    }
-    if (legend.rows.length > most) holder.append(el('div', { class: 'hint' }, `and ${legend.rows.length - most} more`));
+    holder.append(...rowsOf(legend.rows, most));
     return;
   }
   const [from, to] = legend.range;
@@ -49,6 +61,21 @@ export function buildLegend(holder, app, interactive) {
     holder.append(el('p', { class: 'hint' }, 'no element has this value'));
     return;
   }
+  if (legend.uniform) {
+    holder.append(...rowsOf([{ label: `all ${short(from)}`, color: legend.map[128] }], 1));
+  } else {
+    holder.append(scaleOf(legend, from, to));
+  }
+  if (legend.measure && legend.limit != null) {
+    const word = legend.measure.high_is_bad ? 'above' : 'below';
+    holder.append(el('p', { class: legend.failing ? 'fails' : 'hint' }, `${grouped(legend.failing)} ${word} the limit ${short(legend.limit)}`));
+  }
+  if (legend.unbounded) holder.append(el('p', { class: 'hint' }, `${grouped(legend.unbounded)} without bound`));
+  if (legend.none) holder.append(...rowsOf([{ label: 'no value', color: palette.outside, count: legend.none }], 1));
+}
+
+/** The bar of a range with its ticks. */
+function scaleOf(legend, from, to) {
   const bar = el('canvas', { class: 'bar', width: 14, height: 256, role: 'img', 'aria-label': `from ${short(from)} to ${short(to)}` });
   const context = bar.getContext('2d');
   for (let i = 0; i < 256; i++) {
@@ -63,11 +90,5 @@ export function buildLegend(holder, app, interactive) {
     mark.style.bottom = `${(100 * (legend.limit - from)) / (to - from)}%`;
     limitMark.push(mark);
   }
-  holder.append(el('div', { class: 'scale' }, el('div', { class: 'bar-holder' }, bar, ...limitMark), ticks));
-  if (legend.measure && legend.limit != null) {
-    const word = legend.measure.high_is_bad ? 'above' : 'below';
-    holder.append(el('p', { class: legend.failing ? 'fails' : 'hint' }, `${grouped(legend.failing)} ${word} the limit ${short(legend.limit)}`));
-  }
-  if (legend.unbounded) holder.append(el('p', { class: 'hint' }, `${grouped(legend.unbounded)} without bound`));
-  if (legend.none) holder.append(el('div', { class: 'legend-row' }, swatch(palette.outside), el('span', { class: 'name' }, 'no value'), el('span', { class: 'count' }, grouped(legend.none))));
+  return el('div', { class: 'scale' }, el('div', { class: 'bar-holder' }, bar, ...limitMark), ticks);
 }

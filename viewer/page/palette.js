@@ -27,6 +27,9 @@ export const outside = 0xa7a7a7;
 export const selected = 0xff9500;
 export const marks = { added: 0x1b9e5a, changed: 0x2b6cff, removed: 0xd03a6e, fault: 0xd55e00, note: 0x8a5cd6 };
 
+/** Of kinds of findings, told apart before what has stepped back. */
+export const findings = [0xd55e00, 0x0072b2, 0xcc79a7, 0x009e73, 0xe69f00, 0x882255, 0x56b4e9, 0x999933, 0xaa4499, 0x44aa99];
+
 const parse = (hex) => [1, 3, 5].map((i) => parseInt(hex.slice(i, i + 2), 16));
 
 /** 256 colours of a palette as 0xRRGGBB. */

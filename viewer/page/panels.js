@@ -3,7 +3,9 @@
 import { el, bytes, grouped, short, svg } from './dom.js';
 import { buildEditing } from './editing.js';
 import { buildInspector } from './inspector.js';
-import { buildLegend, drawTriad } from './overlay.js';
+import { shownSystems } from './glyphs.js';
+import { listFindings } from './marks.js';
+import { buildLegend, drawTriad, notDrawn } from './overlay.js';
 import * as palette from './palette.js';
 import { colorsOfRecords, ownFields, plainColors } from './colors.js';
 import { views } from './stage.js';
@@ -162,8 +164,10 @@ function buildHead(app, head, { left, right }) {
   app.on('loaded', () => {
     const { about } = app.mesh;
     document.title = `${about.name} – QX_db`;
-    name.textContent = about.name;
-    facts.textContent = `${grouped(about.elements)} elements · ${grouped(about.nodes)} nodes${about.editable ? ' · editing' : ''}`;
+    name.textContent = name.title = about.name;
+    const out = notDrawn(about);
+    facts.textContent = `${grouped(about.elements)} elements · ${grouped(about.nodes)} nodes${out ? ` · ${out}` : ''}${about.editable ? ' · editing' : ''}`;
+    facts.title = out ? `${facts.textContent}. Not drawn: elements with a node that is missing or has no place, and nodes whose place is no number or too far from the others.` : facts.textContent;
   });
 }
 
@@ -194,25 +198,53 @@ function savePicture(app) {
   link.click();
 }
 
-/** Finds "elem 12", "node 5", "set 3", "prop 2", a number (an element), or a name. */
-export function find(app, text) {
-  const words = text.trim().toLowerCase().match(/^(elem|element|e|node|n|set|mset|prop|property|matl|material)?\s*(\d+)$/);
-  const tables = { elem: 'elem', element: 'elem', e: 'elem', node: 'node', n: 'node', set: 'mset', mset: 'mset', prop: 'prop', property: 'prop', matl: 'matl', material: 'matl' };
-  let target = words && { table: tables[words[1] || 'elem'], key: Number(words[2]) };
-  if (!target && text.trim()) {
-    const is = (record) => record.name.toLowerCase().includes(text.trim().toLowerCase());
-    const { sets } = app.mesh;
-    const { properties, materials } = app.mesh.about;
-    const found = [['mset', sets], ['prop', properties], ['matl', materials]].map(([table, list]) => [table, list.find(is)]).find(([, r]) => r);
-    target = found && { table: found[0], key: found[1].key };
-  }
-  if (!target || !app.select(target.table, target.key)) {
-    app.tell('notice', `Nothing is found for “${text}”.`);
+/** Whether keys belong to ranges as the command line writes them: "12", "1-5,9,100-", "all". Null
+ * where the text is no such list. */
+function readKeys(text) {
+  if (text === 'all') return () => true;
+  const ranges = text.split(',').map((part) => part.match(/^(\d+)(-(\d*))?$/));
+  if (ranges.includes(null)) return null;
+  const bounds = ranges.map(([, first, dash, last]) => [Number(first), last ? Number(last) : dash ? Infinity : Number(first)]);
+  return (key) => bounds.some(([first, last]) => key >= first && key <= last);
+}
+
+const tableNames = { element: 'elem', e: 'elem', n: 'node', set: 'mset', mesh_set: 'mset', coordinate_system: 'cord', property: 'prop', material: 'matl', system: 'cord' };
+
+/** Finds "elem 12", "node 1-5,9", "cord 1", any table of the model with a key, a number (an
+ * element), or a name. */
+export async function find(app, typed) {
+  const text = typed.trim().toLowerCase();
+  if (!text) return false;
+  const found = await findKeys(app, text) || findName(app, text);
+  if (!found) {
+    app.tell('notice', `Nothing is found for “${typed.trim()}”${app.data.served ? '' : ' in this file'}.`);
     return false;
   }
   const places = app.selectionPlaces();
   if (places.length) app.stage.fit(places);
   return true;
+}
+
+async function findKeys(app, text) {
+  const [, word = 'elem', keys] = text.match(/^(?:([a-z_]\w*)\s+)?(\d[\d,-]*|all)$/) || [];
+  const has = keys && readKeys(keys);
+  if (!has) return false;
+  const table = tableNames[word] || word;
+  if (!/^\d+$/.test(keys)) return ['elem', 'node'].includes(table) && app.selectMany(table, has);
+  const key = Number(keys);
+  if (['elem', 'node', 'mset', 'prop', 'matl', 'cord'].includes(table)) return app.select(table, key);
+  const isThere = await app.data.record(table, key, app.stepAsked).catch(() => null);
+  if (isThere) app.showRecord(table, key);
+  return Boolean(isThere);
+}
+
+function findName(app, text) {
+  const { properties, materials, systems } = app.mesh.about;
+  for (const [table, list] of [['mset', app.mesh.sets], ['prop', properties], ['matl', materials], ['cord', systems]]) {
+    const record = list.find((each) => each.name.toLowerCase() === text) || list.find((each) => each.name.toLowerCase().includes(text));
+    if (record) return app.select(table, record.key);
+  }
+  return false;
 }
 
 // ---- left -----------------------------------------------------------------------------------------
@@ -244,10 +276,13 @@ function buildLeft(app, left) {
     buildFindings(app, faults);
     buildGlyphs(app, glyphs);
   });
-  app.on('visible', () => {
+  const update = () => {
     for (const box of tree.querySelectorAll('input[data-id]')) box.checked = !app.hidden.has(box.dataset.id);
+    for (const box of tree.querySelectorAll('input[data-system]')) box.checked = app.systems.has(Number(box.dataset.system));
     showIsolated(app, isolatedNote);
-  });
+  };
+  app.on('visible', update);
+  app.on('selected', update);
   app.on('legend', () => buildColour(app, colour));
   app.on('clip', () => buildCut(app, cut));
 }
@@ -307,16 +342,22 @@ function buildTree(app, tree, note) {
   part('Properties', about.properties.map((p, i) => row(`property:${p.key}`, `${p.key} ${p.name}`, own[i])));
   const colors = colorsOfRecords(about.materials);
   part('Materials', about.materials.map((m, i) => row(`material:${m.key}`, `${m.key} ${m.name}`, colors[i])));
-  const systems = el('input', { type: 'checkbox', checked: app.glyphs.systems, 'aria-label': 'Show coordinate systems', onchange: () => {
-    app.glyphs.systems = systems.checked;
-    app.showGlyphs();
-  } });
-  if (about.systems.length) {
-    parts.push(el('h3', {}, el('label', {}, systems, ' Coordinate systems')),
-      ...about.systems.map((s) => el('div', { class: 'tree-row plain' }, el('button', { type: 'button', class: 'name', onclick: () => app.select('cord', s.key) }, `${s.key} ${s.name}`))));
-  }
+  part('Coordinate systems', about.systems.map((s) => systemRow(app, s)));
   tree.replaceChildren(note, ...parts);
   showIsolated(app, note);
+}
+
+function systemRow(app, { key, name, origin }) {
+  const label = `${key} ${name}`;
+  const box = el('input', { type: 'checkbox', checked: app.systems.has(key), disabled: !origin, 'data-system': key, 'aria-label': `Show system ${label}`,
+    onchange: () => {
+      if (box.checked) app.systems.add(key);
+      else app.systems.delete(key);
+      app.showGlyphs();
+    } });
+  return el('div', { class: 'tree-row', title: origin ? null : 'gives no axes' }, box,
+    el('button', { type: 'button', class: 'name', title: `Select ${label}`, onclick: () => app.select('cord', key) }, label),
+    button('only', `Show only system ${label}`, () => app.showSystems([key]), { class: 'only', disabled: !origin }));
 }
 
 function buildColour(app, holder) {
@@ -388,13 +429,9 @@ function buildFindings(app, holder) {
   const check = button('Check the mesh', 'Find faults, as qxdb check does', async () => {
     app.tell('busy', 'checking');
     try {
-      const pack = await app.findings();
-      const rows = pack.text.findings.map((f) => finding(app, f.name, f.label, f.count, f.fault, f.remedy));
-      for (const [name, label] of [['free_edge', 'free edges of shells'], ['shared_edge', 'edges of three or more shells']]) {
-        const count = pack.array(name).length / 2;
-        if (count) rows.push(finding(app, name, label, count, false, ''));
-      }
-      list.replaceChildren(...(rows.length ? rows : [el('p', { class: 'hint' }, 'nothing is found')]),
+      const found = await listFindings(app);
+      list.replaceChildren(...(found.length ? found.map((f) => finding(app, f)) : [el('p', { class: 'hint' }, 'nothing is found')]),
+        found.length > 1 ? button('Mark all', 'Mark all faults, nodes and edges, each kind in its colour', () => app.markFindings(), { class: 'wide' }) : '',
         button('Clear marks', 'Take the marks away', () => app.clearMarks(), { class: 'wide' }));
     } catch (error) {
       app.tell('notice', error.message);
@@ -403,13 +440,17 @@ function buildFindings(app, holder) {
   }, { class: 'wide' });
   holder.replaceChildren(check, list);
   app.on('marks', () => {
-    for (const row of list.querySelectorAll('[data-finding]')) row.setAttribute('aria-pressed', String(row.dataset.finding === app.finding));
+    for (const row of list.querySelectorAll('[data-finding]')) row.setAttribute('aria-pressed', String(Boolean(app.finding?.includes(row.dataset.finding))));
   });
 }
 
-const finding = (app, name, label, count, fault, remedy) => el('button', { type: 'button', class: `finding ${fault ? 'fault' : ''}`, 'data-finding': name,
-  title: remedy ? `Mended by: qxdb ${remedy}` : 'Mark in the picture', onclick: () => app.markFinding(name) },
-el('span', { class: 'mark' }, fault ? '!' : '·'), el('span', { class: 'name' }, label), el('span', { class: 'count' }, grouped(count)));
+function finding(app, { name, label, count, fault, remedy, color }) {
+  const mark = el('span', { class: 'mark' }, fault ? '!' : '·');
+  mark.style.background = palette.css(color);
+  return el('button', { type: 'button', class: `finding ${fault ? 'fault' : ''}`, 'data-finding': name,
+    title: remedy ? `Mended by: qxdb ${remedy}` : 'Mark in the picture', onclick: () => app.markFindings([name]) },
+  mark, el('span', { class: 'name' }, label), el('span', { class: 'count' }, grouped(count)));
+}
 
 function buildGlyphs(app, holder) {
   const texts = { axes: 'Local axes of elements', material: 'Material axes', orientation: 'Orientations of lines' };
@@ -546,7 +587,13 @@ function takeInput(app, canvas, over) {
 function followCamera(app, triad, over) {
   app.stage.onDraw.push(() => {
     triad.replaceChildren(drawTriad(app.stage.camera));
-    for (const node of over.querySelectorAll('.measure')) node.remove();
+    for (const node of over.querySelectorAll('.measure, .system')) node.remove();
+    if (app.mesh) {
+      for (const { key, name, origin } of shownSystems(app).slice(0, 40)) {
+        const [x, y, z] = app.stage.project(...origin);
+        if (z < 1) over.append(svg('text', { class: 'system', x: x + 6, y: y + 14 }, name || String(key)));
+      }
+    }
     if (!app.measured.length || !app.mesh) return;
     const places = app.measured.map((n) => app.stage.project(...app.mesh.position.subarray(3 * n, 3 * n + 3)));
     const group = svg('g', { class: 'measure' });
@@ -577,7 +624,9 @@ function follow(app, notice) {
           notice(last ? `The model has changed: ${last.name}` : 'The model has changed.');
         } else {
           notice('The model has changed; its present is one click away.');
-          app.present = state.done;
+          const { steps, step } = (await app.data.get('steps')).text;
+          Object.assign(app, { steps, present: step });
+          app.tell('step');
         }
       }
       revision = state.revision;

@@ -1,7 +1,20 @@
 // A picture for a report: views side by side with a legend, and nothing to click.
 
 import { el } from './dom.js';
-import { buildLegend, drawTriad } from './overlay.js';
+import { buildLegend, drawTriad, notDrawn } from './overlay.js';
+
+/** What the title and the legend leave of a picture: below the title, and left of the legend or
+ * above it, whichever is more. */
+function leftBy(holder, title, legend) {
+  const whole = holder.getBoundingClientRect();
+  const top = Math.min(title.getBoundingClientRect().bottom, whole.height / 4);
+  const height = whole.height - top;
+  if (legend.hidden) return { top, width: whole.width, height };
+  const box = legend.getBoundingClientRect();
+  const left = { top, width: Math.max(box.left - 8, whole.width / 4), height };
+  const above = { top, width: whole.width, height: Math.max(box.top - 8 - top, whole.height / 4) };
+  return left.width * left.height >= above.width * above.height ? left : above;
+}
 
 export async function buildPicture(app, root, scene) {
   document.documentElement.dataset.theme = scene.dark ? 'dark' : 'light';
@@ -16,7 +29,7 @@ export async function buildPicture(app, root, scene) {
   app.stage.setTheme(scene.dark);
   app.stage.setEdges(scene.edges);
   app.stage.useCamera(scene.perspective);
-  Object.assign(app.color, { by: scene.color, range: scene.range || null, palette: scene.palette || app.color.palette });
+  Object.assign(app.color, { by: scene.color || null, range: scene.range || null, palette: scene.palette || app.color.palette });
   app.stage.resize();
   await app.load();
   if (scene.sets.length) {
@@ -31,28 +44,27 @@ export async function buildPicture(app, root, scene) {
     note = ` · step ${app.mesh.about.step}: ${pack.text.name || ''}`;
   }
   if (scene.findings) {
-    const pack = await app.findings();
-    const fault = pack.text.findings.find((f) => f.fault);
-    if (fault) {
-      await app.markFinding(fault.name);
-      note = ` · ${fault.count} ${fault.label}`;
-    }
+    await app.markFindings();
+    if (!app.markRows.length) note += ' · nothing is found';
   }
-  const { width, height } = canvas.parentElement.getBoundingClientRect();
+  const out = notDrawn(app.mesh.about);
+  title.textContent = app.mesh.about.name + note + (out ? ` · ${out}` : '');
+  buildLegend(legend, app, false);
+  const area = leftBy(holder, title, legend);
   const columns = scene.views.length > 1 ? Math.ceil(Math.sqrt(scene.views.length)) : 1;
   const rows = Math.ceil(scene.views.length / columns);
-  const beside = scene.views.length > 1 ? 84 : 0; // where the axes and the name of a view stand
+  const width = area.width / columns;
+  const height = area.height / rows;
+  // Beside each view stand its axes and its name.
+  const beside = Math.min(84, width / 4);
   app.stage.setPanes(scene.views.map((view, i) => ({
-    view, x: ((i % columns) * width) / columns + beside, y: (Math.floor(i / columns) * height) / rows,
-    width: width / columns - beside, height: height / rows,
+    view, x: (i % columns) * width + beside, y: area.top + Math.floor(i / columns) * height, width: width - beside, height,
   })));
-  title.textContent = app.mesh.about.name + note;
-  buildLegend(legend, app, false);
   for (const pane of app.stage.panes) {
     const label = scene.views.length > 1 ? el('span', {}, pane.view) : '';
     const triad = el('div', { class: 'pane-triad' }, drawTriad(pane.camera), label);
     triad.style.left = `${pane.x - beside + 8}px`;
-    triad.style.bottom = `${height - pane.y - pane.height + 10}px`;
+    triad.style.bottom = `${app.stage.size.y - pane.y - pane.height + 10}px`;
     holder.append(triad);
   }
   app.stage.drawNow();

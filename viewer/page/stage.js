@@ -39,7 +39,7 @@ const faceFragment = `
   }
   void main() {
     if (dot(vPlace, clip.xyz) > clip.w) discard;
-    vec3 n = normalize(cross(dFdx(vView), dFdy(vView)));
+    vec3 n = normalize(cross(normalize(dFdx(vView)), normalize(dFdy(vView)))); // whatever the scale
     float front = abs(n.z);
     float light = cap > 0.5 ? 0.98 : 0.50 + 0.40 * front + 0.14 * max(dot(n.z < 0.0 ? -n : n, normalize(vec3(-0.35, 0.62, 0.7))), 0.0);
     vec3 c = vTint.rgb * light;
@@ -273,14 +273,17 @@ export class Stage {
     const axes = [0, 1, 2].map((i) => new Vector3().setFromMatrixColumn(camera.matrixWorld, i));
     const low = [1e30, 1e30, 1e30];
     const high = [-1e30, -1e30, -1e30];
+    let any = false;
     for (let i = 0; i < points.length; i += 3) {
+      if (!(points[i] + points[i + 1] + points[i + 2] < Infinity)) continue; // a node that has no place
+      any = true;
       for (let a = 0; a < 3; a++) {
         const v = axes[a].x * points[i] + axes[a].y * points[i + 1] + axes[a].z * points[i + 2];
         if (v < low[a]) low[a] = v;
         if (v > high[a]) high[a] = v;
       }
     }
-    if (!points.length) {
+    if (!any) {
       low.fill(-1);
       high.fill(1);
     }
@@ -410,7 +413,7 @@ export class Stage {
     this.low = low;
     this.high = high;
     this.center.addVectors(low, high).multiplyScalar(0.5);
-    this.radius = Math.max(low.distanceTo(high) / 2, 1e-9);
+    this.radius = low.distanceTo(high) / 2 || 1e-9;
   }
 
   fatLines(position, color, width) {

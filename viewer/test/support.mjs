@@ -27,7 +27,7 @@ export function refused(command, args, env = {}) {
   return ran.stderr;
 }
 
-const mshModel = (name, lines) => {
+export const mshModel = (name, lines) => {
   writeFileSync(join(folder, `${name}.msh`), `$MeshFormat\n2.2 0 8\n$EndMeshFormat\n${lines.join('\n')}\n`);
   qxdb('import', `${name}.msh`, `${name}.qxm`);
   return `${name}.qxm`;
@@ -84,6 +84,17 @@ export function seeded(name) {
 export function bracket(name) {
   qxdb('import', join(here, '../../examples/bracket.msh'), `${name}.qxm`);
   return `${name}.qxm`;
+}
+
+/** The page of a picture, as `qxdb picture` has it drawn, to be asked where things are. */
+export function sceneOf(model, scene) {
+  const own = { views: ['iso'], sets: [], edges: true, ...scene };
+  const text = JSON.stringify(own).replaceAll('&', '&amp;').replaceAll('"', '&quot;');
+  const from = new URL(htmlOf(model)).pathname;
+  const html = readFileSync(from, 'utf8').replace('<div id="app"></div>', `<div id="app"></div><i id="scene" data-scene="${text}"></i>`);
+  const path = from.replace('.html', '-scene.html');
+  writeFileSync(path, html);
+  return `file://${path}`;
 }
 
 const servers = new Set();

@@ -41,7 +41,7 @@ struct PictureCommand {
   std::string cut;
   std::vector<std::string> views;
   std::vector<std::string> sets;
-  std::string color = "set";
+  std::string color;
   std::vector<double> range;
   std::string palette;
   std::int64_t step = -1;
@@ -214,11 +214,10 @@ void AddPicture(Command& app, Context& context) {
   command->Add("--view", &options->views, "Where to look from; several share the picture")
       .OneOf({"iso", "front", "back", "left", "right", "top", "bottom"});
   command->Add("--size", &options->size, "Pixels, WIDTHxHEIGHT").ShowDefault();
-  command
-      ->Add("--color", &options->color,
-            "none, set, property, material, kind, part, thickness, x, y, z, a measure of qxdb "
-            "check, or field:NAME, a field of the model")
-      .ShowDefault();
+  command->Add("--color", &options->color,
+               "none, set, property, material, kind, part, thickness, x, y, z, a measure of qxdb "
+               "check, or field:NAME, a field of the model; unless given set, property or kind, "
+               "whichever tells most");
   command->Add("--range", &options->range, "First and last value of the colours").Count(2);
   command->Add("--palette", &options->palette, "Colours of a range")
       .OneOf({"viridis", "cividis", "blue-orange", "grey"});
@@ -227,7 +226,7 @@ void AddPicture(Command& app, Context& context) {
   command->Add("--step", &options->step, "Show the state after so many steps of the history")
       .Range(0, std::int64_t{1} << 31);
   command->Add("--changes", &options->changes, "Mark what the last step changed");
-  command->Add("--findings", &options->findings, "Mark what qxdb check finds");
+  command->Add("--findings", &options->findings, "Mark what qxdb check finds, each kind in its colour");
   command->Add("--no-edges", &options->no_edges, "Leave the edges of elements out");
   command->Add("--dark", &options->dark, "On a dark ground");
   command->Add("--perspective", &options->perspective, "As the eye sees it");

@@ -87,6 +87,14 @@ void DenseMesh::AddElement(ITR itr, const Type& type) {
   elements_.push_back({itr, static_cast<std::uint32_t>(first), type.shape, type.corners, faults});
 }
 
+void DenseMesh::LeaveOutAt(std::span<const std::uint8_t> nodes) {
+  for (std::uint32_t e = 0; e < ElementCount(); ++e) {
+    for (const std::uint32_t n : Nodes(e)) {
+      if (n < nodes.size() && nodes[n]) elements_[e].faults |= fault::kNotFinite;
+    }
+  }
+}
+
 const tagTElem& DenseMesh::Element(std::uint32_t e) const { return *ElementAt(ElementItr(e)); }
 
 Key DenseMesh::NodeKey(std::uint32_t n) const { return NodeAt(NodeItr(n))->key; }

@@ -20,7 +20,7 @@ namespace fault {
 inline constexpr std::uint8_t kUnknownType = 1;     ///< neither an ordinary nor a special code
 inline constexpr std::uint8_t kWrongNodeCount = 2;  ///< not as many nodes as its type has
 inline constexpr std::uint8_t kMissingNode = 4;     ///< a node is null or removed
-inline constexpr std::uint8_t kNotFinite = 8;       ///< a coordinate is no number
+inline constexpr std::uint8_t kNotFinite = 8;       ///< a coordinate is no number, or left out
 inline constexpr std::uint8_t kUnusable = 15;
 inline constexpr std::uint8_t kRepeatedNode = 16;  ///< one node more than once
 }  // namespace fault
@@ -58,6 +58,9 @@ class QXDB_API DenseMesh {
   void CornerPositions(std::uint32_t e, Point3* out) const {
     for (const std::uint32_t node : Corners(e)) *out++ = positions_[node];
   }
+
+  /// Makes the elements at these nodes unusable, as if they had no position; a mark for each node.
+  void LeaveOutAt(std::span<const std::uint8_t> nodes);
 
   /// The numbers of nodes, to find those of other records' references.
   const PoolNumbers& Numbers() const { return numbers_; }

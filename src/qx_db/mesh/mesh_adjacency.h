@@ -29,6 +29,9 @@ struct LooseSides {
 /// Of the faces of solids. Linear in the number of faces, save that the faces whose smallest node
 /// is the same are sorted.
 QXDB_API LooseSides LooseFaces(const DenseMesh& mesh);
+/// What is seen of solids from outside: the faces with no solid on one side of them. Of solids that
+/// share a face and lie on the same side of it, as duplicates do, the last one's.
+QXDB_API std::vector<DenseSide> OuterFaces(const DenseMesh& mesh);
 /// Of the edges of surface elements.
 QXDB_API LooseSides LooseEdges(const DenseMesh& mesh);
 /// The same sides by iterators.

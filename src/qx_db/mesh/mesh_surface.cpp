@@ -74,7 +74,7 @@ MeshSurface SurfaceOf(const DenseMesh& mesh) {
   for (std::size_t i = 0; i < surface.faces.size(); ++i) {
     surface.faces[i].nodes_per_face = kSizes[i];
   }
-  for (const DenseSide& side : LooseFaces(mesh).free) {
+  for (const DenseSide& side : OuterFaces(mesh)) {
     const auto nodes = mesh.Nodes(side.element);
     const auto face = ElementTopology(mesh.Element(side.element).type)
                           .Face(static_cast<std::int32_t>(side.side), true);

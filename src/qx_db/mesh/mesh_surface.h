@@ -21,7 +21,7 @@ struct FaceList {
   std::size_t Count() const { return elements.size(); }
 };
 
-/// The free faces of solids and all surface elements as faces; lines as pairs of nodes, one element
+/// The outer faces of solids (OuterFaces) and all surface elements as faces; lines as pairs of nodes, one element
 /// of three nodes giving two; points. Special elements, whose shape is the application's, are a
 /// point when they have one node, and else the lines of their outline (topology::OutlineOf); both
 /// sides of an interface are among these. Elements with
@@ -38,7 +38,7 @@ struct QXDB_API MeshSurface {
   std::size_t CornerCount() const;  ///< of all faces, nodes between corners included
 };
 
-/// Linear in the number of faces of the mesh, as LooseFaces is.
+/// Linear in the number of faces of the mesh, as OuterFaces is.
 QXDB_API MeshSurface SurfaceOf(const DenseMesh& mesh);
 
 }  // namespace qx

@@ -90,16 +90,22 @@ inline SideCorners Sorted(SideCorners n) {
   return n;
 }
 
+/// Sides of a kind by shape: any type of a shape stands for all of them, since only corners count.
+using SidesByShape = std::array<ShapeSides, 9>;
+inline SidesByShape SidesByShapeOf(const SideKind& kind) {
+  SidesByShape sides;
+  for (std::int32_t code = element::kTri3; code <= element::kHex20; ++code) {
+    const CornerShape shape = topology::ShapeOf(code);
+    if (kind.Has(shape)) sides[static_cast<std::size_t>(shape)] = SidesOf(code, kind.faces);
+  }
+  return sides;
+}
+
 /// The elements of a mesh that have sides of a kind, and these sides.
 class SidedElements {
  public:
-  SidedElements(const DenseMesh& mesh, const SideKind& kind) : mesh_(mesh), kind_(kind) {
-    // Any type of a shape stands for all of them, since only corners count.
-    for (std::int32_t code = element::kTri3; code <= element::kHex20; ++code) {
-      const CornerShape shape = topology::ShapeOf(code);
-      if (kind.Has(shape)) sides_[static_cast<std::size_t>(shape)] = SidesOf(code, kind.faces);
-    }
-  }
+  SidedElements(const DenseMesh& mesh, const SideKind& kind)
+      : mesh_(mesh), kind_(kind), sides_(SidesByShapeOf(kind)) {}
 
   const DenseMesh& Mesh() const { return mesh_; }
   bool Has(std::uint32_t e) const { return kind_.Has(mesh_.Shape(e)) && mesh_.IsUsable(e); }
@@ -120,7 +126,7 @@ class SidedElements {
  private:
   const DenseMesh& mesh_;
   const SideKind kind_;
-  std::array<ShapeSides, 9> sides_;
+  const SidesByShape sides_;
 };
 
 /// Calls `meet` with each group of sides that have the same nodes, among the sides at(0) to
