@@ -179,7 +179,7 @@ TEST_F(SqlCommand, TheExtensionGivesTheSameToOtherPrograms) {
   ASSERT_EQ(std::system((load + "/usr/bin/python3 ask.py > out.txt").c_str()), 0);
   EXPECT_EQ(*ReadWholeFile(Path("out.txt")),
             "(8.0,)\nnode 1: is there already; give another key, or none\n"
-            "qx_close: a transaction is open; COMMIT or ROLLBACK first\n");
+            "tables: a transaction is open; COMMIT or ROLLBACK first\n");
   // The node, and the set and the block that lose the element.
   EXPECT_EQ(Qxdb("sql m.qxm \"SELECT modified, removed FROM step\" --format csv").out,
             "modified,removed\n3,1\n");
