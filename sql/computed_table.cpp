@@ -55,7 +55,8 @@ class ComputedTable final : public Table {
     Explain(info, plan.empty() ? "computed" : plan);
     info.idxNum = given;
     // A table that is kept costs its rows, one of arguments is computed again for others.
-    const double rows = kept_ ? static_cast<double>(kept_->Count(what_.columns.size())) : 1e5;
+    const auto kept = FindKept(Computed::Given(what_.columns.size()));
+    const double rows = kept ? static_cast<double>(kept->Count(what_.columns.size())) : 1e5;
     info.estimatedCost = !what_.arguments.empty() ? 1e4 : plan.empty() ? rows + 1 : 20;
     info.estimatedRows =
         plan.empty() ? static_cast<sqlite3_int64>(rows) + 1 : std::min<sqlite3_int64>(10, rows + 1);
@@ -99,7 +100,10 @@ class ComputedTable final : public Table {
         if (!is_text) IsNumber(value);
         if (table_.IsArgument(i)) {
           given[i] = ValueOf(value);
-        } else if (const auto wanted = ComparableOf(value)) {
+        } else if (const auto wanted = ComparableOf(value); wanted && table_.IsPart(i)) {
+          is_none |= !std::holds_alternative<std::int64_t>(*wanted);
+          given[i] = wanted;
+        } else if (wanted) {
           // What is no text may equal one as a number; SQLite looks at all rows then.
           if (is_text && !std::holds_alternative<std::string>(*wanted)) continue;
           hash = Hashed(hash, *wanted);
@@ -108,11 +112,12 @@ class ComputedTable final : public Table {
           is_none = true;
         }
       }
-      if (Outcome filled = table_.Fill(given, kept_); !filled) return filled;
-      at_ = 0;
-      end_ = is_none ? 0 : kept_->Count(columns);
+      at_ = end_ = 0;
       found_ = nullptr;
-      if (!looked_up || is_none) return {};
+      if (is_none) return {};
+      if (Outcome filled = table_.Fill(given, kept_); !filled) return filled;
+      end_ = kept_->Count(columns);
+      if (!looked_up) return {};
       found_ = &table_.IndexOf(*kept_, looked_up);
       const auto by_hash = [](const auto& a, const auto& b) { return a.first < b.first; };
       const auto [first, last] = std::equal_range(found_->begin(), found_->end(),
@@ -166,6 +171,7 @@ class ComputedTable final : public Table {
     return std::find(what_.arguments.begin(), what_.arguments.end(), static_cast<int>(column)) !=
            what_.arguments.end();
   }
+  bool IsPart(std::size_t column) const { return static_cast<int>(column) == what_.part; }
   /// Whether rows are found by the value of a column: of a table that is filled as a whole, for
   /// values that are the same in all units, compared as we do it.
   bool IsIndexed(sqlite3_index_info& info, int constraint, std::size_t column) const {
@@ -204,25 +210,32 @@ class ComputedTable final : public Table {
     return found->second;
   }
 
+  std::shared_ptr<Kept> FindKept(const Computed::Given& given) const {
+    for (const auto& [its_given, kept] : kept_) {
+      if (its_given == given) return kept;
+    }
+    return nullptr;
+  }
+
   Outcome Fill(const Computed::Given& given, std::shared_ptr<Kept>& kept) {
     const std::uint64_t state = link_.State();
-    if (!kept_ || state != state_ || given != given_) {
-      auto made = std::make_shared<Kept>();
-      if (Outcome filled = what_.fill(link_, given, made->values); !filled) return filled;
-      if (what_.first_row_id) made->first_row_id = what_.first_row_id(link_, given);
-      kept_ = std::move(made);
-      state_ = state;
-      given_ = given;
-    }
-    kept = kept_;
+    if (state != state_) kept_.clear();
+    state_ = state;
+    kept = FindKept(given);
+    if (kept) return {};
+    kept = std::make_shared<Kept>();
+    if (Outcome filled = what_.fill(link_, given, kept->values); !filled) return filled;
+    if (what_.first_row_id) kept->first_row_id = what_.first_row_id(link_, given);
+    constexpr std::size_t kMost = 8;  // for queries that ask for one and another in turn
+    if (kept_.size() == kMost) kept_.erase(kept_.begin());
+    kept_.emplace_back(given, kept);
     return {};
   }
 
   Link& link_;
   const Computed what_;
-  std::shared_ptr<Kept> kept_;
+  std::vector<std::pair<Computed::Given, std::shared_ptr<Kept>>> kept_;  // the last filled
   std::uint64_t state_ = 0;
-  Computed::Given given_;
 };
 
 }  // namespace

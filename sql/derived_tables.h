@@ -23,15 +23,18 @@ struct Computed {
   std::string meaning;
   std::vector<Column> columns;
   /// Hidden columns of `columns` without which the rows cannot be computed, which must be given:
-  /// `WHERE pool = 'node'`. Other tables are always filled as a whole.
+  /// `WHERE pool = 'node'`.
   std::vector<int> arguments = {};
-  /// The values of arguments; none of other columns.
+  /// A column of whole numbers by which the table is filled in part, where a query gives its value;
+  /// -1 for none. All other tables are filled as a whole.
+  int part = -1;
+  /// The values of arguments and of the part; none of other columns.
   using Given = std::vector<std::optional<Value>>;
   using Rows = std::vector<Value>;  ///< one after the other
   /// Adds the rows.
   std::function<Outcome(Link&, const Given&, Rows&)> fill;
-  /// The row id of the first row with such arguments, so that no two rows have the same whatever
-  /// their arguments are; 0 without.
+  /// The row id of the first row with such values, so that no two rows have the same whatever
+  /// their arguments are, and a row has the same in the whole and in its part; 0 without.
   std::function<sqlite3_int64(Link&, const Given&)> first_row_id = {};
 };
 std::unique_ptr<Table> MakeComputedTable(Link& link, Computed what);

@@ -4,7 +4,7 @@
 #include <cmath>
 
 #include "qx_db/app/mesh_util.h"
-#include "qx_db/mesh/topology_table.h"
+#include "qx_db/mesh/side_nodes.h"
 #include "qx_db/model/standard_pools.h"
 
 #include "sql/derived_tables.h"
@@ -19,8 +19,24 @@ struct Fact {
   std::function<void(sqlite3_context*, Link&, ITR, const Units&)> give;
 };
 
-const tagTElem& ElementAt(ITR item) {
+constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+
+const tagTElem& ElementOf(ITR item) {
   return static_cast<const tagTElem&>(*KeyedSetBase::RecordAt(item));
+}
+
+bool AreThere(std::span<const ITR> nodes) {
+  return !nodes.empty() &&
+         std::all_of(nodes.begin(), nodes.end(), [](ITR node) { return NodeAt(node); });
+}
+
+/// A measure of an element; the library says 0 also of one that lacks a node, which has none.
+double MeasureOf(ITR item, double value) {
+  if (value != 0) return value;
+  const tagTElem& element = ElementOf(item);
+  const bool is_whole = element.nodes.GetSize() >= ElementTopology(element.type).Nodes() &&
+                        AreThere({element.nodes.data(), element.nodes.size()});
+  return is_whole ? value : kNaN;
 }
 
 void GiveNumber(sqlite3_context* to, double value) {
@@ -53,17 +69,11 @@ class ElementTable final : public Table {
   std::unique_ptr<Cursor> Open() override { return std::make_unique<Reading>(*this); }
 
  private:
-  class Reading final : public Cursor {
+  class Reading final : public RecordCursor {
    public:
     explicit Reading(const ElementTable& table)
-        : table_(table), source_(table.link_, table.access_) {}
+        : RecordCursor(table.link_, table.access_), table_(table) {}
 
-    Outcome Filter(int plan, Arguments arguments) override {
-      return source_.Start(plan, arguments);
-    }
-    bool AtEnd() const override { return source_.AtEnd(); }
-    bool Next() override { return source_.Next(); }
-    Failure Fault() const override { return source_.Stale(); }
     void Value(sqlite3_context* to, int column) override {
       if (!source_.IsThere()) return;
       if (column == 0) return sqlite3_result_int(to, KeyOf(source_.Item()));
@@ -71,11 +81,9 @@ class ElementTable final : public Table {
       if (index >= table_.facts_.size()) return source_.TheUnits().GiveNames(to);
       table_.facts_[index].give(to, table_.link_, source_.Item(), source_.TheUnits());
     }
-    sqlite3_int64 RowId() override { return static_cast<sqlite3_int64>(source_.Item()); }
 
    private:
     const ElementTable& table_;
-    RecordSource source_;
   };
 
   Link& link_;
@@ -124,7 +132,7 @@ std::vector<Fact> QualityFacts() {
     facts.push_back(
         {column, [&info](sqlite3_context* to, Link& link, ITR item, const Units& units) {
            const double value = link.QualityOf(info, item);
-           const CornerShape shape = topology::ShapeOf(ElementAt(item).type);
+           const CornerShape shape = topology::ShapeOf(ElementOf(item).type);
            GiveNumber(to, units.FromModel(CategoryOfMeasure(info.measure, shape), value));
          }});
   }
@@ -134,17 +142,17 @@ std::vector<Fact> QualityFacts() {
 // ---- sizes and axes -----------------------------------------------------------------------------
 
 std::vector<Fact> MeasureFacts() {
-  constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
   const auto of_dimension = [](int dimension) {
     return [dimension](Link& link, ITR item) {
-      const bool fits = topology::DimensionOf(ElementAt(item).type) == dimension;
-      return fits ? CQXMeshUtil(&link.Session()).GetElemQuantity(item) : kNaN;
+      const bool fits = topology::DimensionOf(ElementOf(item).type) == dimension;
+      if (!fits) return kNaN;
+      return MeasureOf(item, CQXMeshUtil(&link.Session()).GetElemQuantity(item));
     };
   };
   std::vector<Fact> facts;
   facts.push_back({{.name = "dimension", .meaning = "0 point to 3 solid, 4 special, 5 unknown"},
                    [](sqlite3_context* to, Link&, ITR item, const Units&) {
-                     sqlite3_result_int(to, topology::DimensionOf(ElementAt(item).type));
+                     sqlite3_result_int(to, topology::DimensionOf(ElementOf(item).type));
                    }});
   facts.push_back(Real("length", "of a line from its ends", unit::kLength, of_dimension(1)));
   facts.push_back(Real("area", "of a surface from its corners", unit::kArea, of_dimension(2)));
@@ -152,11 +160,12 @@ std::vector<Fact> MeasureFacts() {
                        "of a solid from its corners, negative when inside out; of lines and "
                        "surfaces by section and thickness",
                        unit::kVolume, [](Link& link, ITR item) {
-                         return CQXMeshUtil(&link.Session()).GetElemVolume(item);
+                         return MeasureOf(item, CQXMeshUtil(&link.Session()).GetElemVolume(item));
                        }));
   facts.push_back(Real("min_length", "shortest distance of neighbours in its list of nodes",
                        unit::kLength, [](Link& link, ITR item) {
-                         return CQXMeshUtil(&link.Session()).GetElemMinLength({item, 0});
+                         const CQXMeshUtil util(&link.Session());
+                         return MeasureOf(item, util.GetElemMinLength({item, 0}));
                        }));
   for (int axis = 0; axis < 3; ++axis) {
     facts.push_back(Real(std::string("center_") + "xyz"[axis], "mean of its nodes", unit::kLength,
@@ -175,15 +184,15 @@ std::vector<Fact> AxesFacts() {
   for (int axis = 0; axis < 3; ++axis) {
     for (int part = 0; part < 3; ++part) {
       const std::string name = std::string{"xyz"[axis]} + '_' + "xyz"[part];
-      facts.push_back(
-          Real(name,
-               std::string("global ") + "xyz"[part] + " of the unit vector of local " +
-                   "xyz"[axis] + ", NULL when not determined",
-               unit::kNone, [axis, part](Link& link, ITR item) {
-                 double axes[3][3]{};
-                 const int done = Pool<tagTElem>(link.Session()).GetElemLocalVector(item, axes);
-                 return done ? axes[axis][part] + 0.0 : std::numeric_limits<double>::quiet_NaN();
-               }));
+      facts.push_back(Real(name,
+                           std::string("global ") + "xyz"[part] + " of the unit vector of local " +
+                               "xyz"[axis] + ", NULL when not determined",
+                           unit::kNone, [axis, part](Link& link, ITR item) {
+                             double axes[3][3]{};
+                             const int done =
+                                 Pool<tagTElem>(link.Session()).GetElemLocalVector(item, axes);
+                             return done ? axes[axis][part] + 0.0 : kNaN;
+                           }));
     }
   }
   return facts;
@@ -253,38 +262,27 @@ class SideTable final : public Table {
   }
 
   static int SidesOf(ITR item) {
-    const ElementTopology shape(ElementAt(item).type);
+    const ElementTopology shape(ElementOf(item).type);
     const bool has =
         shape.Class() == topology::kSolidClass || shape.Class() == topology::kSurfaceClass;
     return has ? shape.Sides() : 0;
   }
 
-  class Reading final : public Cursor {
+  class Reading final : public PartCursor {
    public:
-    explicit Reading(const SideTable& table) : table_(table), source_(table.link_, table.access_) {}
+    explicit Reading(const SideTable& table)
+        : PartCursor(table.link_, table.access_), table_(table) {}
 
-    Outcome Filter(int plan, Arguments arguments) override {
-      side_ = 0;
-      if (Outcome started = source_.Start(plan, arguments); !started) return started;
-      SkipToSide();  // the first element is there
-      return {};
-    }
-    bool AtEnd() const override { return source_.AtEnd(); }
-    bool Next() override {
-      ++side_;
-      return SkipToSide();
-    }
-    Failure Fault() const override { return source_.Stale(); }
     sqlite3_int64 RowId() override {
-      return source_.IsThere() ? sqlite3_int64{KeyOf(source_.Item())} << 8 | side_ : -1;
+      return source_.IsThere() ? sqlite3_int64{KeyOf(source_.Item())} << 8 | place_ : -1;
     }
 
     void Value(sqlite3_context* to, int column) override {
       const ITR item = source_.Item();
       if (!source_.IsThere()) return;
-      const ElementTopology shape(ElementAt(item).type);
+      const ElementTopology shape(ElementOf(item).type);
       const bool is_face = shape.Class() == topology::kSolidClass;
-      const tagTElemSide side{item, side_};
+      const tagTElemSide side{item, Side()};
       const int kind = is_face ? CQXMeshUtil::kFaceSide : CQXMeshUtil::kEdgeSide;
       const CQXMeshUtil util(&table_.link_.Session());
       const Units& units = source_.TheUnits();
@@ -292,14 +290,15 @@ class SideTable final : public Table {
         case kElementColumn:
           return sqlite3_result_int(to, KeyOf(item));
         case kSideColumn:
-          return sqlite3_result_int(to, side_);
+          return sqlite3_result_int(to, Side());
         case kKindColumn:
           return sqlite3_result_text(to, is_face ? "face" : "edge", 4, SQLITE_STATIC);
         case kNodesColumn:
           return sqlite3_result_int64(
-              to, static_cast<sqlite3_int64>(is_face ? shape.Face(side_, true).size()
-                                                     : shape.Edge(side_, true).size()));
+              to, static_cast<sqlite3_int64>(is_face ? shape.Face(Side(), true).size()
+                                                     : shape.Edge(Side(), true).size()));
         case kSizeColumn:
+          if (!AreThere(SideNodes(kind, side, is_face).Nodes())) return sqlite3_result_null(to);
           return sqlite3_result_double(
               to, is_face ? units.FromModel(unit::kArea, util.GetFaceArea(side))
                           : units.FromModel(unit::kLength, util.GetEdgeLength(side)));
@@ -322,17 +321,10 @@ class SideTable final : public Table {
     }
 
    private:
-    bool SkipToSide() {
-      while (!source_.AtEnd() && side_ >= SidesOf(source_.Item())) {
-        if (!source_.Next()) return false;
-        side_ = 0;
-      }
-      return true;
-    }
+    std::int64_t Parts() const override { return SidesOf(source_.Item()); }
+    std::int32_t Side() const { return static_cast<std::int32_t>(place_); }
 
     const SideTable& table_;
-    RecordSource source_;
-    std::int32_t side_ = 0;
   };
 
   Link& link_;

@@ -26,9 +26,15 @@ SQLITE_EXTENSION_INIT1
 namespace qx::sql {
 namespace {
 
+struct LessNoCase {
+  bool operator()(const std::string& a, const std::string& b) const {
+    return sqlite3_stricmp(a.c_str(), b.c_str()) < 0;
+  }
+};
+
 /// The models of one connection, by the prefix of their tables.
 struct Models {
-  std::map<std::string, std::shared_ptr<CQXDocBase>> open;
+  std::map<std::string, std::shared_ptr<CQXDocBase>, LessNoCase> open;
 };
 
 /// What makes a process an application, once for all connections.
@@ -65,18 +71,11 @@ void Answer(sqlite3_context* to, Work&& work) {
   }
 }
 
-/// Tables do not come or go within a transaction, which would lose its changes.
-Outcome CheckIdle(sqlite3* db, const char* call) {
-  if (sqlite3_get_autocommit(db)) return {};
-  return Failure{"", call, "a transaction is open", "COMMIT or ROLLBACK first"};
-}
-
 Outcome Close(sqlite3* db, Models& models, const std::string& prefix) {
   const auto found = models.open.find(prefix);
   if (found == models.open.end()) {
     return Failure{"", "qx_close", "no model is open under that prefix", "open one with qx_open"};
   }
-  if (Outcome can = CheckIdle(db, "qx_close"); !can) return can;
   if (Outcome dropped = DropModelTables(db, prefix); !dropped) return dropped;
   models.open.erase(found);
   return {};
@@ -95,7 +94,6 @@ void QxOpen(sqlite3_context* to, int count, sqlite3_value** values) {
       return Failure{path, "", "another model has the tables of that name",
                      "close it with qx_close, or give this one's a prefix"};
     }
-    if (Outcome can = CheckIdle(sqlite3_context_db_handle(to), "qx_open"); !can) return can;
     BecomeApplication();
     const auto model = std::make_shared<CQXDocBase>(host::SetUpModel);
     if (Outcome opened = mode == "write" ? model->OpenForEditing(path) : model->Open(path);

@@ -65,9 +65,21 @@ std::pair<Key, std::string> Modified(const DPoolBase& pool, const Step& step,
   return {after->GetKey(), members};
 }
 
-Outcome FillChanges(Link& link, const Given&, Rows& rows) {
+/// Changes before those of the step that is asked for.
+sqlite3_int64 FirstChange(Link& link, const Given& given) {
+  sqlite3_int64 before = 0;
+  bool is_before = given[0].has_value();
+  ForEachStep(link.Session(), [&](const Step& step, bool) {
+    is_before = is_before && given[0] != Value(step.number);
+    if (is_before) before += static_cast<sqlite3_int64>(step.changes.size());
+  });
+  return before;
+}
+
+Outcome FillChanges(Link& link, const Given& given, Rows& rows) {
   constexpr const char* kWords[] = {"inserted", "removed", "modified"};
   ForEachStep(link.Session(), [&](const Step& step, bool) {
+    if (given[0] && given[0] != Value(step.number)) return;
     std::int64_t place = 0;
     for (const Change& change : step.changes) {
       const DPoolBase& pool = *link.Session().GetDataPool(change.type);
@@ -119,7 +131,9 @@ std::vector<Computed> HistoryTables() {
                    Text("pool", "table of the record"), Integer("key", "key of the record"),
                    Text("operation", "inserted, removed or modified"),
                    Text("members", "of a modified record those that became others")},
-       .fill = FillChanges},
+       .part = 0,
+       .fill = FillChanges,
+       .first_row_id = FirstChange},
       {.name = "pool",
        .meaning = "pools and how much they hold",
        .columns = {Text("name", "of the pool's table"), Text("record", "type of its records"),

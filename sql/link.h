@@ -52,6 +52,9 @@ class Link {
   // As SQLite asks for it: one step of the session from the first change to the commit. Several
   // tables take part; the first to be told does the work.
 
+  /// From the first change to the commit.
+  bool IsWriting() const { return writing_ != Writing::kNone; }
+
   /// A change begins. Names the step by the statement that the connection runs.
   Outcome Begin(sqlite3* db);
   /// Ends the step; where the model refuses it everything is as before it.

@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include "qx_db/platform/text.h"
+
 #include "sql/derived_tables.h"
 #include "sql/module.h"
 #include "sql/pool_tables.h"
@@ -41,24 +43,31 @@ Outcome Run(sqlite3* db, const std::string& statement, const std::string& place)
   return Failure{"", place, sqlite3_errmsg(db), "look at the tables there are"};
 }
 
+/// Tables neither come nor go within a transaction, which would lose its changes.
+Outcome CheckIdle(sqlite3* db) {
+  if (sqlite3_get_autocommit(db)) return {};
+  return Failure{"", "tables", "a transaction is open", "COMMIT or ROLLBACK first"};
+}
+
 void AddTable(Catalogue& catalogue, std::unique_ptr<Table> table) {
   const std::string name = table->Name();
   catalogue.tables.emplace(name, std::move(table));
 }
 
-/// Which names the tables of a prefix have.
+/// Which names the tables of a prefix have. SQLite takes names of modules without case.
 std::vector<std::string> NamesOfModule(sqlite3* db, const std::string& prefix) {
   std::vector<std::string> names;
   sqlite3_stmt* statement = nullptr;
-  const char* query =
-      "SELECT name FROM temp.sqlite_schema WHERE type = 'table' AND sql LIKE "
-      "'CREATE VIRTUAL TABLE ' || ?1 || ' USING ' || ?2 || '(%'";
+  const char* query = "SELECT name, sql FROM temp.sqlite_master WHERE type = 'table'";
   sqlite3_prepare_v2(db, query, -1, &statement, nullptr);
-  const std::string any = "%", module = Quoted(ModuleName(prefix));
-  sqlite3_bind_text(statement, 1, any.c_str(), -1, SQLITE_TRANSIENT);
-  sqlite3_bind_text(statement, 2, module.c_str(), -1, SQLITE_TRANSIENT);
+  const auto text = [&](int column) {
+    return std::string(reinterpret_cast<const char*>(sqlite3_column_text(statement, column)));
+  };
   while (sqlite3_step(statement) == SQLITE_ROW) {
-    names.emplace_back(reinterpret_cast<const char*>(sqlite3_column_text(statement, 0)));
+    const std::string name = text(0);
+    const std::string start =
+        "CREATE VIRTUAL TABLE " + Quoted(name) + " USING " + Quoted(ModuleName(prefix)) + '(';
+    if (EqualNoCase(text(1).substr(0, start.size()), start)) names.push_back(name);
   }
   sqlite3_finalize(statement);
   return names;
@@ -68,6 +77,11 @@ std::vector<std::string> NamesOfModule(sqlite3* db, const std::string& prefix) {
 
 Outcome AddModelTables(sqlite3* db, CQXDBSession& session, const TableOptions& options) {
   if (!db) return Failure{"", "tables", "there is no connection", "open one first"};
+  if (Outcome idle = CheckIdle(db); !idle) return idle;
+  if (!NamesOfModule(db, options.prefix).empty()) {
+    return Failure{"", "tables", "another model has those of that prefix",
+                   "take them off first, or give another prefix"};
+  }
   auto catalogue = std::make_unique<Catalogue>(session, options.writable, options.owner);
   for (DPoolBase* pool : session.Pools()) {
     const PoolColumns columns = ColumnsOf(*pool);
@@ -100,8 +114,12 @@ Outcome AddModelTables(sqlite3* db, CQXDBSession& session, const TableOptions& o
 }
 
 Outcome DropModelTables(sqlite3* db, const std::string& prefix) {
+  if (Outcome idle = CheckIdle(db); !idle) return idle;
   for (const std::string& name : NamesOfModule(db, prefix)) {
     Outcome dropped = Run(db, "DROP TABLE temp." + Quoted(name), "table " + name);
+    if (!dropped && sqlite3_errcode(db) == SQLITE_LOCKED) {
+      return Failure{"", "tables", "a statement still uses them", "finish or reset it first"};
+    }
     if (!dropped) return dropped;
   }
   sqlite3_create_module_v2(db, ModuleName(prefix).c_str(), nullptr, nullptr, nullptr);

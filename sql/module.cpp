@@ -5,15 +5,33 @@
 namespace qx::sql {
 namespace {
 
+/// What SQLite keeps as long as prepared statements name the tables, also once those are dropped.
+struct Module {
+  std::unique_ptr<Catalogue> catalogue;  // none when the last table is dropped
+  int tables = 0;                        // created and not dropped
+  int cursors = 0;                       // open on any of them
+
+  bool IsInUse() const { return cursors > 0 || (catalogue && catalogue->link.IsWriting()); }
+};
+
 /// SQLite's part first, as it wants.
 struct Vtab {
   sqlite3_vtab base;
   sqlite3* db;
   Table* table;
   Link* link;
+  Module* module;
 };
 struct Vcursor {
-  sqlite3_vtab_cursor base;
+  explicit Vcursor(const Vtab& table) : module(table.module), cursor(table.table->Open()) {
+    ++module->cursors;
+  }
+  ~Vcursor() { --module->cursors; }
+  Vcursor(const Vcursor&) = delete;
+  Vcursor& operator=(const Vcursor&) = delete;
+
+  sqlite3_vtab_cursor base{};
+  Module* module;
   std::unique_ptr<Cursor> cursor;
 };
 
@@ -53,7 +71,12 @@ int Guard(sqlite3_vtab* table, int code, Work&& work) {
 
 int Connect(sqlite3* db, void* data, int count, const char* const* arguments, sqlite3_vtab** out,
             char** error) {
-  auto& catalogue = *static_cast<Catalogue*>(data);
+  auto& module = *static_cast<Module*>(data);
+  if (!module.catalogue) {
+    *error = sqlite3_mprintf("the model is closed");
+    return SQLITE_ERROR;
+  }
+  Catalogue& catalogue = *module.catalogue;
   const std::string name = count > 3 ? arguments[3] : "";
   const auto found = catalogue.tables.find(name);
   if (found == catalogue.tables.end()) {
@@ -63,14 +86,30 @@ int Connect(sqlite3* db, void* data, int count, const char* const* arguments, sq
   const int declared = sqlite3_declare_vtab(db, found->second->Declaration().c_str());
   if (declared != SQLITE_OK) return declared;
   sqlite3_vtab_config(db, SQLITE_VTAB_CONSTRAINT_SUPPORT, 1);
-  auto* table = new (std::nothrow) Vtab{{}, db, found->second.get(), &catalogue.link};
+  auto* table = new (std::nothrow) Vtab{{}, db, found->second.get(), &catalogue.link, &module};
   if (!table) return SQLITE_NOMEM;
   *out = &table->base;
   return SQLITE_OK;
 }
 
+int Create(sqlite3* db, void* data, int count, const char* const* arguments, sqlite3_vtab** out,
+           char** error) {
+  const int connected = Connect(db, data, count, arguments, out, error);
+  if (connected == SQLITE_OK) ++static_cast<Module*>(data)->tables;
+  return connected;
+}
+
 int Disconnect(sqlite3_vtab* table) {
   delete &Of(table);
+  return SQLITE_OK;
+}
+
+/// All tables go or none: what is in use keeps the first from being dropped already.
+int Destroy(sqlite3_vtab* table) {
+  Module& module = *Of(table).module;
+  if (module.IsInUse()) return SQLITE_LOCKED;
+  Disconnect(table);
+  if (--module.tables == 0) module.catalogue.reset();
   return SQLITE_OK;
 }
 
@@ -85,9 +124,7 @@ int BestIndex(sqlite3_vtab* table, sqlite3_index_info* info) {
 
 int Open(sqlite3_vtab* table, sqlite3_vtab_cursor** out) {
   return Guard(table, SQLITE_ERROR, [&]() -> Outcome {
-    auto cursor = std::make_unique<Vcursor>();
-    cursor->cursor = Of(table).table->Open();
-    *out = &cursor.release()->base;
+    *out = &(new Vcursor(Of(table)))->base;
     return {};
   });
 }
@@ -175,8 +212,10 @@ int DoAt(sqlite3_vtab* base, int level) {
 const sqlite3_module kModule = [] {
   sqlite3_module module{};
   module.iVersion = 2;
-  module.xCreate = module.xConnect = Connect;
-  module.xDestroy = module.xDisconnect = Disconnect;
+  module.xCreate = Create;
+  module.xConnect = Connect;
+  module.xDestroy = Destroy;
+  module.xDisconnect = Disconnect;
   module.xBestIndex = BestIndex;
   module.xOpen = Open;
   module.xClose = Close;
@@ -199,8 +238,9 @@ const sqlite3_module kModule = [] {
 }  // namespace
 
 int AddModule(sqlite3* db, const std::string& module, std::unique_ptr<Catalogue> catalogue) {
-  return sqlite3_create_module_v2(db, module.c_str(), &kModule, catalogue.release(),
-                                  [](void* data) { delete static_cast<Catalogue*>(data); });
+  auto* data = new Module{std::move(catalogue)};
+  return sqlite3_create_module_v2(db, module.c_str(), &kModule, data,
+                                  [](void* old) { delete static_cast<Module*>(old); });
 }
 
 }  // namespace qx::sql

@@ -22,8 +22,9 @@ struct Catalogue {
 };
 
 /// Makes the module known to a connection, which owns the catalogue from then on, also on failure.
-/// `CREATE VIRTUAL TABLE t USING module(name)` then shows the table of that name. Returns SQLite's
-/// result.
+/// `CREATE VIRTUAL TABLE t USING module(name)` then shows the table of that name. While a statement
+/// uses one of them, `DROP TABLE` fails with SQLITE_LOCKED for all; the last one takes the
+/// catalogue along, whatever statements are yet prepared. Returns SQLite's result.
 int AddModule(sqlite3* db, const std::string& module, std::unique_ptr<Catalogue> catalogue);
 
 }  // namespace qx::sql

@@ -63,16 +63,11 @@ class PoolTable final : public Table {
   }
 
  private:
-  class Reading final : public Cursor {
+  class Reading final : public RecordCursor {
    public:
-    explicit Reading(const PoolTable& table) : table_(table), source_(table.link_, table.access_) {}
+    explicit Reading(const PoolTable& table)
+        : RecordCursor(table.link_, table.access_), table_(table) {}
 
-    Outcome Filter(int plan, Arguments arguments) override {
-      return source_.Start(plan, arguments);
-    }
-    bool AtEnd() const override { return source_.AtEnd(); }
-    bool Next() override { return source_.Next(); }
-    Failure Fault() const override { return source_.Stale(); }
     void Value(sqlite3_context* to, int column) override {
       const auto index = static_cast<std::size_t>(column);
       // An update without a word on units is in those that its query asked for.
@@ -82,11 +77,9 @@ class PoolTable final : public Table {
       GiveMember(to, table_.of_.columns[index], source_.Bytes(),
                  *KeyedSetBase::RecordAt(source_.Item()), source_.TheUnits());
     }
-    sqlite3_int64 RowId() override { return static_cast<sqlite3_int64>(source_.Item()); }
 
    private:
     const PoolTable& table_;
-    RecordSource source_;
   };
 
   Outcome Insert(sqlite3* db, Arguments values, sqlite3_int64* row_id) {
@@ -219,23 +212,11 @@ class ArrayTable final : public Table {
   }
 
  private:
-  class Reading final : public Cursor {
+  class Reading final : public PartCursor {
    public:
     explicit Reading(const ArrayTable& table)
-        : table_(table), source_(table.link_, table.access_) {}
+        : PartCursor(table.link_, table.access_), table_(table) {}
 
-    Outcome Filter(int plan, Arguments arguments) override {
-      if (Outcome started = source_.Start(plan, arguments); !started) return started;
-      place_ = 0;
-      SkipToWanted();  // the first record is there
-      return {};
-    }
-    bool AtEnd() const override { return source_.AtEnd(); }
-    bool Next() override {
-      ++place_;
-      return SkipToWanted();
-    }
-    Failure Fault() const override { return source_.Stale(); }
     void Value(sqlite3_context* to, int column) override {
       const auto index = static_cast<std::size_t>(column - kElement);
       if (column >= kElement && index >= table_.array_.columns.size()) {
@@ -262,26 +243,14 @@ class ArrayTable final : public Table {
     const char* Element() const {
       return static_cast<const char*>(Array().data) + place_ * table_.array_.row->element_size;
     }
-    bool IsWanted() const {
+    std::int64_t Parts() const override { return Array().count; }
+    bool IsWanted() const override {
       if (!source_.Target()) return true;
       const auto& column = table_.array_.columns[static_cast<std::size_t>(table_.reference_)];
       return LoadAt<ITR>(Element() + column.offset) == source_.Target();
     }
-    /// On to the first row from the present place on that there is and is wanted.
-    bool SkipToWanted() {
-      while (!source_.AtEnd()) {
-        const std::int64_t count = Array().count;
-        while (place_ < count && !IsWanted()) ++place_;
-        if (place_ < count) return true;
-        if (!source_.Next()) return false;
-        place_ = 0;
-      }
-      return true;
-    }
 
     const ArrayTable& table_;
-    RecordSource source_;
-    std::int64_t place_ = 0;
   };
 
   ArrayStorage& StorageOf(TStructBase& record) const {

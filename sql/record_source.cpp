@@ -180,7 +180,10 @@ Outcome RecordSource::Start(int plan, Arguments arguments) {
   switch (plan & kKindMask) {
     case kByRowId: {
       const auto item = static_cast<ITR>(sqlite3_value_int64(arguments[0]));
-      const bool is_there = IsNumber(arguments[0]) && item && set_.IsLinked(item);
+      const bool is_exact = IsNumber(arguments[0]) &&
+                            (sqlite3_value_type(arguments[0]) == SQLITE_INTEGER ||
+                             sqlite3_value_double(arguments[0]) == static_cast<double>(item));
+      const bool is_there = is_exact && item && set_.IsLinked(item);
       Give(is_there ? std::vector<ITR>{item} : std::vector<ITR>{});
       break;
     }

@@ -84,6 +84,59 @@ class RecordSource {
   ITR target_ = 0;
 };
 
+/// A reading of a table: a row for each record.
+class RecordCursor : public Cursor {
+ public:
+  RecordCursor(Link& link, const Access& access) : source_(link, access) {}
+
+  Outcome Filter(int plan, Arguments arguments) override { return source_.Start(plan, arguments); }
+  bool AtEnd() const override { return source_.AtEnd(); }
+  bool Next() override { return source_.Next(); }
+  Failure Fault() const override { return source_.Stale(); }
+  sqlite3_int64 RowId() override { return static_cast<sqlite3_int64>(source_.Item()); }
+
+ protected:
+  RecordSource source_;
+};
+
+/// The same with a row for each part of the records that is wanted.
+class PartCursor : public RecordCursor {
+ public:
+  using RecordCursor::RecordCursor;
+
+  Outcome Filter(int plan, Arguments arguments) override {
+    place_ = 0;
+    if (Outcome started = source_.Start(plan, arguments); !started) return started;
+    SkipToWanted();  // the first record is there
+    return {};
+  }
+  bool Next() override {
+    ++place_;
+    return SkipToWanted();
+  }
+
+ protected:
+  /// How many parts the present record has.
+  virtual std::int64_t Parts() const = 0;
+  /// Whether the present part, one that there is, is a row.
+  virtual bool IsWanted() const { return true; }
+
+  std::int64_t place_ = 0;  ///< of the present part in the present record
+
+ private:
+  /// On to the first part from the present place on that there is and is wanted.
+  bool SkipToWanted() {
+    while (!source_.AtEnd()) {
+      const std::int64_t parts = Parts();
+      while (place_ < parts && !IsWanted()) ++place_;
+      if (place_ < parts) return true;
+      if (!source_.Next()) return false;
+      place_ = 0;
+    }
+    return true;
+  }
+};
+
 /// A number that a query compares with: its value with the affinity of a numeric column. False for
 /// what is none.
 bool IsNumber(sqlite3_value* value);

@@ -1,8 +1,12 @@
 // qxdb sql, qxdb dump, the extension for other programs, and the worked questions of docs/sql.md.
 
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <poll.h>
+#include <pty.h>
 #include <sstream>
+#include <unistd.h>
 
 #include "tests/cli/cli_fixture.h"
 
@@ -47,8 +51,13 @@ TEST_F(SqlCommand, SaysWhatIsWrongInOneLine) {
   };
   const Case cases[] = {
       {"sql m.qxm \"SELECT * FROM nodes\"", 2, "qxdb: SQL: no such table: nodes; see .tables"},
-      {"sql m.qxm \"SELEC\"", 2, "syntax error"},
       {"sql m.qxm \".schema nodes\"", 2, "there is no table \"nodes\"; see .tables"},
+      {"sql m.qxm \"SELEC\"", 2, "syntax error; correct the statement"},
+      {"sql m.qxm \"SELECT * FROM where_used\"", 2,
+       "where_used is not told of which record; as in where_used('node', 5)"},
+      {"sql m.qxm \"DROP TABLE node\"", 2, "not authorized; the model's tables stay as they are"},
+      {"sql m.qxm \"ALTER TABLE node RENAME TO n\"", 2, "not authorized"},
+      {"dump m.qxm node --unit parsec", 2, "is no unit"},
       {"sql m.qxm .dance", 2, "is no command of the prompt"},
       {"sql m.qxm \"DELETE FROM node\"", 1, "the model is open to be read only; use --write"},
       {"sql m.qxm --write \"UPDATE node SET x = 'far'\"", 1,
@@ -71,6 +80,9 @@ TEST_F(SqlCommand, SaysWhatIsWrongInOneLine) {
     EXPECT_EQ(run.code, wrong.code) << wrong.arguments << run.err;
     EXPECT_NE(run.err.find(wrong.says), std::string::npos) << wrong.arguments << ": " << run.err;
     EXPECT_EQ(std::count(run.err.begin(), run.err.end(), '\n'), 1) << run.err;
+    if (wrong.arguments[0] == 'd') {  // no heading of rows that do not come
+      EXPECT_EQ(run.out, "");
+    }
   }
   EXPECT_EQ(Qxdb("log m.qxm").out, "no history\n");
 }
@@ -117,6 +129,93 @@ TEST_F(SqlCommand, TakesCommandsOfThePromptAsAnArgument) {
   EXPECT_NE(Qxdb("sql m.qxm .help").out.find(".schema NAME"), std::string::npos);
   EXPECT_EQ(Qxdb("sql m.qxm .quit").code, 0);
 }
+
+// ---- the prompt ---------------------------------------------------------------------------------
+
+#ifdef QX_HAS_LIBEDIT
+
+/// qxdb at a terminal, as someone who types sees it.
+class Terminal {
+ public:
+  Terminal(const std::string& folder, const char* model) {
+    child_ = forkpty(&terminal_, nullptr, nullptr, nullptr);
+    if (child_ != 0) return;
+    setenv("TERM", "xterm", 1);
+    if (chdir(folder.c_str()) == 0) execl(QX_QXDB, "qxdb", "sql", model, nullptr);
+    _exit(127);
+  }
+  ~Terminal() {
+    close(terminal_);
+    if (child_ > 0) kill(child_, SIGKILL);
+    if (child_ > 0) waitpid(child_, nullptr, 0);
+  }
+  Terminal(const Terminal&) = delete;
+  Terminal& operator=(const Terminal&) = delete;
+
+  void Type(const std::string& keys) const {
+    EXPECT_EQ(write(terminal_, keys.data(), keys.size()), static_cast<ssize_t>(keys.size()));
+  }
+  /// Reads on until the text is shown; what was shown instead when nothing more comes.
+  std::string Await(const std::string& text) {
+    std::string shown;
+    constexpr int kPatience_ms = 20000;
+    for (pollfd ready{terminal_, POLLIN, 0}; shown.find(text) == std::string::npos;) {
+      char part[4096];
+      const ssize_t got =
+          poll(&ready, 1, kPatience_ms) > 0 ? read(terminal_, part, sizeof(part)) : 0;
+      if (got <= 0) return "no \"" + text + "\" in: " + shown;
+      shown.append(part, static_cast<std::size_t>(got));
+    }
+    return "";
+  }
+  /// The exit code of the program, which is about to leave.
+  int Code() {
+    int status = 0;
+    waitpid(child_, &status, 0);
+    child_ = 0;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  }
+
+ private:
+  int terminal_ = -1;
+  pid_t child_ = -1;
+};
+
+TEST_F(SqlCommand, ThePromptEditsCompletesRemembersAndGoesOn) {
+  Terminal terminal(folder_.Path().string(), "m.qxm");
+  struct Said {
+    const char* typed;
+    const char* shows;
+  };
+  const Said said[] = {
+      {"", "m.qxm; .help tells more, .quit leaves\r\nqxdb> "},
+      {"SEL\t", "ECT "},                      // a word
+      {"sum(key) FROM unused_n\t", "ode "},   // a table
+      {"\x15", "\x1b[K"},                     // the line is emptied
+      {"SELECT scaled_j\x01\x0b", "\x1b[K"},  // nothing to complete without a table
+      {"SELECT 1 FROM element_quality WHERE scaled_j\t", "acobian "},  // a column
+      {"> 2;\r", "no rows\r\nqxdb> "},
+      {"SELECT sum(key) AS s\r", "  ...> "},  // goes on
+      {"FROM node;\r", " s\r\n15\r\nqxdb> "},
+      {"SELECT nought;\r", "no such column: nought; see .tables"},
+      {".format csv\r", "qxdb> "},
+      {"SELECT 'a' AS letter, 2 AS number;\r", "letter,number\r\na,2\r\nqxdb> "},
+      {"\x1b[A\r", "letter,number\r\na,2\r\nqxdb> "},  // the line before, again
+      {".sch\t unus\t\r", "/* nodes that no element has"},
+      {"WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n) SELECT max(i) FROM n;\r",
+       "FROM n;\r\n"},
+      {"\x03", "was stopped; run it again\r\nqxdb> "},
+      {"SELECT 'still' || ' here';\r", "still here"},
+      {".quit\r", "\r\n"},
+  };
+  for (const Said& one : said) {
+    terminal.Type(one.typed);
+    ASSERT_EQ(terminal.Await(one.shows), "") << one.typed;
+  }
+  EXPECT_EQ(terminal.Code(), 0);
+}
+
+#endif
 
 /// Comments of the schema name meaning and unit of each column.
 TEST_F(SqlCommand, TellsWhatColumnsMean) {
@@ -175,11 +274,19 @@ TEST_F(SqlCommand, TheExtensionGivesTheSameToOtherPrograms) {
         "    db.execute('SELECT qx_close()').fetchall()\n"
         "except sqlite3.OperationalError as fault:\n"
         "    print(fault)\n"
-        "db.rollback()\n");
+        "db.rollback()\n"
+        "db.execute('SELECT qx_close()').fetchall()\n"
+        "other = sqlite3.connect(':memory:')\n"
+        "other.enable_load_extension(True)\n"
+        "other.load_extension('" QX_EXTENSION_FILE
+        "')\n"
+        "other.execute(\"SELECT qx_open('m.qxm', 'write')\").fetchall()\n"
+        "print(other.execute('SELECT max(x) FROM node').fetchone())\n");
   ASSERT_EQ(std::system((load + "/usr/bin/python3 ask.py > out.txt").c_str()), 0);
   EXPECT_EQ(*ReadWholeFile(Path("out.txt")),
             "(8.0,)\nnode 1: is there already; give another key, or none\n"
-            "qx_close: a transaction is open; COMMIT or ROLLBACK first\n");
+            "tables: a transaction is open; COMMIT or ROLLBACK first\n"
+            "(8.0,)\n");  // which the first has let go of
   // The node, and the set and the block that lose the element.
   EXPECT_EQ(Qxdb("sql m.qxm \"SELECT modified, removed FROM step\" --format csv").out,
             "modified,removed\n3,1\n");
@@ -224,6 +331,21 @@ TEST_F(SqlCommand, ThePageShowsWhatItsQuestionsGive) {
     }
   }
   EXPECT_EQ(compared, 10);
+}
+
+}  // namespace
+}  // namespace qx
+
+#else
+
+namespace qx {
+namespace {
+
+TEST_F(Cli, SqlThatIsNotBuiltIsToldInOneLine) {
+  EXPECT_EQ(Qxdb("sql m.qxm").err,
+            "qxdb: sql: is not part of this build; configure with -DQX_SQL=ON\n");
+  EXPECT_EQ(Qxdb("dump m.qxm node").err,
+            "qxdb: dump: is not part of this build; configure with -DQX_SQL=ON\n");
 }
 
 }  // namespace

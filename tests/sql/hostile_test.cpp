@@ -160,12 +160,101 @@ TEST_F(Hostile, SeveralModelsOnOneConnection) {
   Database db(session_, true);
   ASSERT_TRUE(AddModelTables(db.Connection(), other, {false, "b_", {}}));
   EXPECT_EQ(db.One("SELECT count(*) FROM node JOIN b_node USING (key)"), "29");
-  const Outcome again = AddModelTables(db.Connection(), other, {false, "b_", {}});
-  EXPECT_FALSE(again);
-  ASSERT_TRUE(DropModelTables(db.Connection(), "b_"));
+  for (const char* again : {"b_", "B_"}) {  // as SQL takes names
+    EXPECT_FALSE(AddModelTables(db.Connection(), other, {false, again, {}}));
+    EXPECT_EQ(db.One("SELECT count(*) FROM b_node"), "29");
+  }
+  // A prefix is no pattern.
+  ASSERT_TRUE(AddModelTables(db.Connection(), other, {false, "bx", {}}));
+  ASSERT_TRUE(AddModelTables(db.Connection(), other, {false, "%", {}}));
+  for (const char* prefix : {"%", "B_"}) {
+    ASSERT_TRUE(DropModelTables(db.Connection(), prefix));
+    EXPECT_EQ(db.One("SELECT count(*) FROM node"), "66") << prefix;
+    EXPECT_EQ(db.One("SELECT count(*) FROM bxnode"), "29") << prefix;
+    EXPECT_TRUE(AddModelTables(db.Connection(), other, {false, prefix, {}}));
+    ASSERT_TRUE(DropModelTables(db.Connection(), prefix));
+  }
   db.Run("SELECT * FROM b_node");
   EXPECT_NE(db.Fault(), "");
-  EXPECT_EQ(db.One("SELECT count(*) FROM node"), "66");
+  // A table that stands in the way leaves none of the others.
+  db.Run("CREATE TEMP TABLE c_node(a)");
+  EXPECT_FALSE(AddModelTables(db.Connection(), other, {false, "c_", {}}));
+  EXPECT_EQ(db.One("SELECT count(*) FROM temp.sqlite_master WHERE name LIKE 'c!_%' ESCAPE '!'"),
+            "1");
+}
+
+/// All tables go or none, and with the last the session, whatever statements are yet prepared.
+TEST_F(Hostile, TablesGoTogether) {
+  auto owner = std::make_shared<int>();
+  const std::weak_ptr<int> held = owner;
+  sqlite3* db = nullptr;
+  sqlite3_open(":memory:", &db);
+  ASSERT_TRUE(AddModelTables(db, session_, {true, "", std::move(owner)}));
+  const auto prepare = [&](const char* text) {
+    sqlite3_stmt* statement = nullptr;
+    EXPECT_EQ(sqlite3_prepare_v2(db, text, -1, &statement, nullptr), SQLITE_OK);
+    return statement;
+  };
+  const auto count = [&] {
+    sqlite3_stmt* names = prepare("SELECT count(*) FROM temp.sqlite_master");
+    sqlite3_step(names);
+    const int found = sqlite3_column_int(names, 0);
+    sqlite3_finalize(names);
+    return found;
+  };
+  const int all = count();
+  sqlite3_stmt* reading = prepare("SELECT key FROM node");
+  sqlite3_stmt* writing = prepare("UPDATE node SET x = x + 1");
+  ASSERT_EQ(sqlite3_step(writing), SQLITE_DONE);
+  ASSERT_EQ(sqlite3_step(reading), SQLITE_ROW);
+  EXPECT_EQ(DropModelTables(db).Line(),
+            "tables: a statement still uses them; finish or reset it first");
+  EXPECT_EQ(count(), all);
+  sqlite3_reset(reading);
+  sqlite3_exec(db, "BEGIN; UPDATE node SET x = x + 1", nullptr, nullptr, nullptr);
+  EXPECT_EQ(DropModelTables(db).Line(), "tables: a transaction is open; COMMIT or ROLLBACK first");
+  EXPECT_EQ(count(), all);
+  sqlite3_exec(db, "COMMIT", nullptr, nullptr, nullptr);
+  EXPECT_FALSE(held.expired());
+  EXPECT_EQ(DropModelTables(db).Line(), "");
+  EXPECT_EQ(count(), 0);
+  EXPECT_TRUE(held.expired());
+  for (sqlite3_stmt* statement : {reading, writing}) {
+    EXPECT_EQ(sqlite3_step(statement), SQLITE_ERROR);
+    EXPECT_STREQ(sqlite3_errmsg(db), "no such table: node");
+    sqlite3_finalize(statement);
+  }
+  sqlite3_close(db);
+  EXPECT_EQ(session_.History().Done().size(), 3u);
+}
+
+/// What lacks a node has no size; what has none of any extent has the size 0.
+TEST_F(Hostile, BrokenElementsHaveNoMeasures) {
+  auto& elements = Pool<tagTElem>(session_);
+  CTransaction transaction(&session_);
+  transaction.Begin(u"broken");
+  const auto change = [&](Key key, auto&& how) {
+    const ITR at = elements.Find(key);
+    tagTElem element = elements.GetAtNU(at);
+    how(element);
+    elements.SetAtNU(at, element);
+  };
+  change(1, [](tagTElem& element) { element.nodes[2] = 0; });
+  change(2, [](tagTElem& element) { element.nodes = {}; });
+  change(3, [](tagTElem& element) {
+    for (ITR& node : element.nodes) node = element.nodes[0];
+  });
+  transaction.Commit();
+  Database db(session_);
+  const std::string measures = "SELECT volume, min_length, center_x FROM element_measure ";
+  const Row none(3, "NULL");
+  EXPECT_EQ(db.Run(measures + "WHERE element IN (1, 2)"), (Rows{none, none}));
+  EXPECT_EQ(db.Run(measures + "WHERE element = 3"), (Rows{{"0", "0", "2"}}));
+  // Three of the six faces meet in the node that is missing.
+  const std::string sides = "SELECT count(*), count(size), sum(size) FROM element_side ";
+  EXPECT_EQ(db.Run(sides + "WHERE element = 1"), (Rows{{"6", "3", "3"}}));
+  EXPECT_EQ(db.Run(sides + "WHERE element = 2"), (Rows{{"6", "0", "NULL"}}));
+  EXPECT_EQ(db.Run(sides + "WHERE element = 3"), (Rows{{"6", "6", "0"}}));
 }
 
 TEST_F(Hostile, CoordinatesThatAreNoNumbersAreNull) {

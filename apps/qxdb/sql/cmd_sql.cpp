@@ -106,11 +106,11 @@ Outcome Dump(const DumpOptions& options, const Context& context) {
 
 #else
 
-Outcome NotBuilt() {
-  return Failure{"", "sql", "is not part of this build", "configure with -DQX_SQL=ON"};
+Failure NotBuilt(const char* command) {
+  return {"", command, "is not part of this build", "configure with -DQX_SQL=ON"};
 }
-Outcome Sql(const SqlOptions&, const Context&) { return NotBuilt(); }
-Outcome Dump(const DumpOptions&, const Context&) { return NotBuilt(); }
+Outcome Sql(const SqlOptions&, const Context&) { return NotBuilt("sql"); }
+Outcome Dump(const DumpOptions&, const Context&) { return NotBuilt("dump"); }
 
 #endif
 

@@ -128,6 +128,12 @@ class TextRows {
   std::vector<std::vector<std::string>> rows_;
 };
 
+/// The tables are the model's: none goes, or gets another name.
+int KeepTables(void*, int action, const char* database, const char*, const char*, const char*) {
+  const bool alters = action == SQLITE_ALTER_TABLE && database && EqualNoCase(database, "temp");
+  return alters || action == SQLITE_DROP_VTABLE ? SQLITE_DENY : SQLITE_OK;
+}
+
 }  // namespace
 
 RowForm RowFormOf(const std::string& name) {
@@ -148,6 +154,7 @@ Result<std::unique_ptr<SqlModel>> SqlModel::Open(const std::string& path, bool w
   options.writable = writable;
   Outcome added = sql::AddModelTables(made->db_, made->model_.session, options);
   if (!added) return added.Error();
+  sqlite3_set_authorizer(made->db_, KeepTables, nullptr);
   return made;
 }
 
@@ -156,7 +163,15 @@ SqlModel::~SqlModel() { sqlite3_close_v2(db_); }
 Failure SqlModel::FaultOf(int result) const {
   std::string text = sqlite3_errmsg(db_);
   if (result == SQLITE_INTERRUPT) return {model_.path, "SQL", "was stopped", "run it again"};
-  std::string remedy = "see .tables and .schema for the names there are";
+  if (text == "no query solution") {
+    return {"", "SQL", "where_used is not told of which record", "as in where_used('node', 5)"};
+  }
+  if (result == SQLITE_AUTH) {
+    return {"", "SQL", text, "the model's tables stay as they are; change their rows"};
+  }
+  std::string remedy = text.starts_with("no such")
+                           ? "see .tables and .schema for the names there are"
+                           : "correct the statement";
   if (const std::size_t at = text.rfind("; "); at != std::string::npos) {
     remedy = text.substr(at + 2);
     text.resize(at);
@@ -194,11 +209,14 @@ Outcome SqlModel::RunOne(sqlite3_stmt* statement, RowForm form, const RowSink& o
   const sqlite3_int64 before = sqlite3_total_changes64(db_);
   TextRows text;
   Outcome told;
-  if (gives_rows && form == RowForm::kCsv) told = out(CsvRow(statement, true));
-  if (gives_rows && form == RowForm::kJson) told = out("[");
   bool first = true;
   int result = SQLITE_ROW;
+  const auto begin = [&]() -> Outcome {  // not before something is known to come
+    if (!gives_rows || !first || form == RowForm::kText) return {};
+    return out(form == RowForm::kCsv ? CsvRow(statement, true) : "[");
+  };
   while (told && (result = sqlite3_step(statement)) == SQLITE_ROW) {
+    if (told = begin(); !told) break;
     switch (form) {
       case RowForm::kText:
         text.Add(statement);
@@ -214,6 +232,7 @@ Outcome SqlModel::RunOne(sqlite3_stmt* statement, RowForm form, const RowSink& o
   }
   if (!told) return told;
   if (result != SQLITE_DONE) return FaultOf(result);
+  if (told = begin(); !told) return told;
   if (gives_rows) {
     if (form == RowForm::kText) return out(text.Text(statement));
     return form == RowForm::kJson ? out(first ? "]\n" : "\n]\n") : Outcome();
@@ -277,6 +296,7 @@ Result<bool> SqlModel::RunDotCommand(const std::string& line, const RowSink& out
     if (Outcome told = out(kHelp); !told) return told.Error();
     return true;
   }
+  if (name == ".format") return Failure{"", name, "is for the prompt", "use --format"};
   return Failure{"", name, "is no command of the prompt", "try .tables, .schema NAME or .help"};
 }
 
