@@ -16,6 +16,7 @@ void AddImport(Command& app, Context& context);
 void AddExport(Command& app, Context& context);
 void AddInfo(Command& app, Context& context);
 void AddShow(Command& app, Context& context);
+void AddSelect(Command& app, Context& context);
 void AddEdit(Command& app, Context& context);
 void AddHistory(Command& app, Context& context);
 void AddGateway(Command& app, Context& context);

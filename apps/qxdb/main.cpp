@@ -61,6 +61,7 @@ int main(int argc, char** argv) {
   AddExport(app, context);
   AddInfo(app, context);
   AddShow(app, context);
+  AddSelect(app, context);
   AddEdit(app, context);
   AddHistory(app, context);
   AddGateway(app, context);

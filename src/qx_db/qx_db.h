@@ -51,4 +51,5 @@
 #include "qx_db/pool/value_array.h"
 #include "qx_db/record/catalogue.h"
 #include "qx_db/record/function_kinds.h"
+#include "qx_db/select/selection.h"
 #include "qx_db/ui/selection_lists.h"

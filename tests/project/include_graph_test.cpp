@@ -28,6 +28,7 @@ const std::vector<std::string> kLayers = {
     "src/qx_db/mesh",
     "src/qx_db/callback",
     "src/qx_db/model",
+    "src/qx_db/select",
     "src/qx_db/app",
     "src/qx_db/material",
     "src/qx_db/ui",

@@ -18,6 +18,7 @@ namespace qx::app {
 namespace {
 
 std::vector<std::string> NamesOf(ValueKind kind) {
+  if (kind == ValueKind::kSelection) return ConditionWords();
   const CQXDocBase document(host::SetUpModel);
   std::vector<std::string> names;
   for (const DPoolBase* pool : document.GetDBSession()->Pools()) {

@@ -16,12 +16,13 @@ namespace qx::app {
 
 /// What a value is, for those who complete it. Which values pass is said by OneOf, Range and Check.
 enum class ValueKind {
-  kText,    ///< something of the user's own: a name, a number
-  kFile,    ///< a file, see Option::extensions
-  kPool,    ///< a pool by its table name
-  kKeys,    ///< keys of records
-  kRecord,  ///< a record type or a pool
-  kCommand  ///< a command of this program
+  kText,       ///< something of the user's own: a name, a number
+  kFile,       ///< a file, see Option::extensions
+  kPool,       ///< a pool by its table name
+  kKeys,       ///< keys of records
+  kRecord,     ///< a record type or a pool
+  kSelection,  ///< a selection of nodes, elements or faces
+  kCommand     ///< a command of this program
 };
 
 /// A demand on a value that a range cannot say.
@@ -59,6 +60,7 @@ class Option {
   Option& Pool() { return kind = ValueKind::kPool, *this; }
   Option& Keys() { return kind = ValueKind::kKeys, *this; }
   Option& Record() { return kind = ValueKind::kRecord, *this; }
+  Option& Selection() { return kind = ValueKind::kSelection, *this; }
   Option& CommandName() { return kind = ValueKind::kCommand, *this; }
   /// A file with such an extension (".msh"); with any when none is named.
   Option& File(std::vector<std::string> with = {}) {

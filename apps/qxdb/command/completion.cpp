@@ -147,6 +147,7 @@ class Place {
         break;
       case ValueKind::kPool:
       case ValueKind::kRecord:
+      case ValueKind::kSelection:
         for (const std::string& name : names(option.kind)) add(name);
         break;
       case ValueKind::kCommand:

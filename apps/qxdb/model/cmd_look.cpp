@@ -15,6 +15,7 @@
 
 #include "apps/qxdb/commands.h"
 #include "apps/qxdb/model/selection.h"
+#include "apps/qxdb/model/where.h"
 
 namespace qx::app {
 namespace {
@@ -23,6 +24,7 @@ struct LookOptions {
   std::string model;
   std::string pool;
   std::string keys = "all";
+  std::string where;
 };
 
 // ---- info ---------------------------------------------------------------------------------------
@@ -161,8 +163,9 @@ Outcome Show(Model& model, const LookOptions& options, const Context& context) {
   const auto pool = FindPool(model.session, options.pool);
   if (!pool) return pool.Error();
   TArray<Key> keys;
-  if ((*pool)->GetSize() > 0 || options.keys != "all") {
-    const auto items = PickItems(model, **pool, options.keys);
+  if ((*pool)->GetSize() > 0 || options.keys != "all" || !options.where.empty()) {
+    const auto items = options.where.empty() ? PickItems(model, **pool, options.keys)
+                                             : PickWhere(model, **pool, options.where);
     if (!items) return items.Error();
     for (const ITR item : *items) keys.Add(KeyOf(item));
   }
@@ -250,7 +253,9 @@ void AddShow(Command& app, Context& context) {
       AddModelCommand<LookOptions>(app, context, "show", "Print records by pool and key",
                                    "qxdb show bracket.qxm node 1-5,9", Show);
   command->Add("pool", &options->pool, "Pool, e.g. node or elem").Pool().Required();
-  command->Add("keys", &options->keys, "Keys: 1-5,9,100- or all").Keys().ShowDefault();
+  Option& keys =
+      command->Add("keys", &options->keys, "Keys: 1-5,9,100- or all").Keys().ShowDefault();
+  AddWhere(*command, options->where, "Nodes or elements by a selection").Excludes(keys);
 }
 
 void AddVerify(Command& app, Context& context) {

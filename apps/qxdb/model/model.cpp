@@ -8,6 +8,7 @@
 #include "qx_db/platform/file.h"
 
 #include "apps/qxdb/model/selection.h"
+#include "apps/qxdb/model/where.h"
 
 namespace qx::app {
 namespace {
@@ -61,6 +62,16 @@ Result<Picked> PickRecords(const Model& model, const std::string& pool, const st
   const auto found = FindPool(model.session, pool);
   if (!found) return found.Error();
   auto items = PickItems(model, **found, keys);
+  if (!items) return items.Error();
+  return Picked{*found, std::move(*items)};
+}
+
+Result<Picked> PickRecords(const Model& model, const std::string& pool, const std::string& keys,
+                           const std::string& where) {
+  if (where.empty()) return PickRecords(model, pool, keys);
+  const auto found = FindPool(model.session, pool);
+  if (!found) return found.Error();
+  auto items = PickWhere(model, **found, where);
   if (!items) return items.Error();
   return Picked{*found, std::move(*items)};
 }

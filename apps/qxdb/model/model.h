@@ -51,6 +51,9 @@ struct Picked {
 Result<TArray<ITR>> PickItems(const Model& model, const DPoolBase& pool, const std::string& keys);
 /// The same of a pool by its table name.
 Result<Picked> PickRecords(const Model& model, const std::string& pool, const std::string& keys);
+/// The same by a selection instead of keys, where there is one.
+Result<Picked> PickRecords(const Model& model, const std::string& pool, const std::string& keys,
+                           const std::string& where);
 
 /// One step of editing: counts what it changes, and knows the states before and after.
 class Edit {

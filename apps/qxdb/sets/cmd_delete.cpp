@@ -10,6 +10,7 @@
 
 #include "apps/qxdb/commands.h"
 #include "apps/qxdb/model/selection.h"
+#include "apps/qxdb/model/where.h"
 #include "apps/qxdb/sets/turns.h"
 
 namespace qx::app {
@@ -19,6 +20,7 @@ struct DeleteOptions {
   std::string model;
   std::string pool;
   std::string keys;
+  std::string where;
   bool dry_run = false;
   bool list = false;
   bool yes = false;
@@ -79,7 +81,7 @@ void WriteJson(const CQXDBSession& session, const DeletionPreview& preview, Json
 }
 
 Outcome Delete(Model& model, const DeleteOptions& options, const Context& context) {
-  const auto picked = PickRecords(model, options.pool, options.keys);
+  const auto picked = PickRecords(model, options.pool, options.keys, options.where);
   if (!picked) return picked.Error();
   const auto& [pool, items] = *picked;
   CQXDBSession& session = model.session;
@@ -96,7 +98,8 @@ Outcome Delete(Model& model, const DeleteOptions& options, const Context& contex
   json.Begin().Text("model", model.path);
   WriteJson(session, preview, json);  // while the records are there
   if (!options.dry_run) {
-    const std::string place = PoolLabel(*pool) + " " + options.keys;
+    const std::string& which = options.where.empty() ? options.keys : options.where;
+    const std::string place = PoolLabel(*pool) + " " + which;
     if (!preview.blockers.empty()) {
       const Blocker& first = preview.blockers.front();
       return Failure{model.path, place, MidLine(qxText(first.text, first.arguments)),
@@ -115,7 +118,7 @@ Outcome Delete(Model& model, const DeleteOptions& options, const Context& contex
 }
 
 Outcome ListUses(Model& model, const DeleteOptions& options, const Context& context) {
-  const auto picked = PickRecords(model, options.pool, options.keys);
+  const auto picked = PickRecords(model, options.pool, options.keys, options.where);
   if (!picked) return picked.Error();
   const auto& [pool, items] = *picked;
   const CQXDBSession& session = model.session;
@@ -140,7 +143,8 @@ void AddSelection(Command& command, DeleteOptions& options) {
   command.Add("pool", &options.pool, "Table of the records: node, elem, mset, ...")
       .Pool()
       .Required();
-  command.Add("keys", &options.keys, "Keys: 1-5,9,100- or all").Keys().Required();
+  Option& keys = command.Add("keys", &options.keys, "Keys: 1-5,9,100- or all").Keys();
+  command.ExactlyOne(keys, AddWhere(command, options.where, "Nodes or elements by a selection"));
 }
 
 }  // namespace

@@ -11,6 +11,7 @@
 
 #include "apps/qxdb/commands.h"
 #include "apps/qxdb/files/import_text.h"
+#include "apps/qxdb/model/where.h"
 #include "apps/qxdb/sets/turns.h"
 
 namespace qx::app {
@@ -23,6 +24,7 @@ struct SetsOptions {
   std::string parent;
   std::string nodes;
   std::string elements;
+  std::string where;
   std::string other;
   bool keep_keys = false;
   bool with_children = false;
@@ -152,12 +154,30 @@ Result<TArray<ITR>> PickAny(const Model& model, std::uint16_t type, const std::s
   return PickItems(model, *model.session.GetDataPool(type), keys);
 }
 
+/// What a mesh set can list of a selection.
+Result<Selection> SelectMembers(const Model& model, const std::string& where) {
+  auto selection = SelectIn(model, where);
+  if (!selection) return selection.Error();
+  if (selection->kind == SelectKind::kFaces) {
+    return Failure{"", "where", "selects faces, and mesh sets list nodes and elements",
+                   "write nodes of (...) or elements of (...)"};
+  }
+  if (selection->Count() > 0) return std::move(*selection);
+  return Failure{model.path, "where", fmt::format("selects no {}", NameOf(selection->kind)),
+                 "see what it selects with: qxdb select " + model.path};
+}
+
 Result<int> AddOne(Editing& edit) {
   const SetsOptions& options = edit.options;
   auto nodes = PickAny(edit.model, code::kNode, options.nodes);
   if (!nodes) return nodes.Error();
-  const auto elements = PickAny(edit.model, code::kElem, options.elements);
+  auto elements = PickAny(edit.model, code::kElem, options.elements);
   if (!elements) return elements.Error();
+  if (!options.where.empty()) {
+    const auto selection = SelectMembers(edit.model, options.where);
+    if (!selection) return selection.Error();
+    (selection->kind == SelectKind::kNodes ? *nodes : *elements).Append(selection->items);
+  }
   for (const ITR element : *elements) {
     nodes->Append(static_cast<const tagTElem*>(KeyedSetBase::RecordAt(element))->nodes);
   }
@@ -297,6 +317,7 @@ void AddSets(Command& app, Context& context) {
   added->Add("--under", &add_options->parent, kUnder);
   added->Add("--nodes", &add_options->nodes, "Keys of nodes: 1-5,9,100- or all").Keys();
   added->Add("--elements", &add_options->elements, "Keys of elements, with their nodes").Keys();
+  AddWhere(*added, add_options->where, "Nodes, or elements with their nodes, by a selection");
 
   const auto [renamed, rename_options] =
       add("rename", "Rename a mesh set", "qxdb sets rename bracket.qxm 2 upright", Rename);
