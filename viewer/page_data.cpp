@@ -441,8 +441,9 @@ std::string PageData::Findings() const {
   const LooseSides edges = LooseEdges(mesh_);
   for (const auto& [name, sides] :
        {std::pair{"free_edge", &edges.free}, std::pair{"shared_edge", &edges.shared}}) {
-    std::vector<std::int32_t> nodes;
+    std::vector<std::int32_t> nodes, of;
     for (const DenseSide& side : *sides) {
+      of.push_back(static_cast<std::int32_t>(side.element));
       const auto own = mesh_.Nodes(side.element);
       const auto edge = ElementTopology(mesh_.Element(side.element).type)
                             .Edge(static_cast<std::int32_t>(side.side), false);
@@ -451,6 +452,7 @@ std::string PageData::Findings() const {
       }
     }
     pack.Integers(name, nodes, 2);
+    pack.Integers(std::string(name) + "_of", of);
   }
   return pack.Finish();
 }

@@ -92,6 +92,7 @@ export class App {
     this.rebuild();
     if (!keepCamera) this.stage.view('iso');
     await this.recolor();
+    if (!keepCamera) this.stage.view('iso'); // into what the legend leaves
     await this.showGlyphs();
     this.applyClip();
     this.tell('loaded');

@@ -128,9 +128,10 @@ export async function markFindings(app, names) {
     app.markRows.push({ label, count, color });
     const own = pack.array(name);
     if (name in edgeFindings) {
-      const places = new Float32Array(3 * own.length);
-      own.forEach((n, i) => places.set(p.subarray(3 * n, 3 * n + 3), 3 * i));
-      app.stage.setOverlay(name, places, color, 4);
+      const of = pack.array(`${name}_of`);
+      const places = [];
+      own.forEach((n, i) => (!app.visible || app.visible[of[i >> 1]]) && places.push(...p.subarray(3 * n, 3 * n + 3)));
+      app.stage.setOverlay(name, new Float32Array(places), color, 4);
       continue;
     }
     for (const key of own) {

@@ -35,6 +35,21 @@ export function notDrawn({ left_out_elements: elements, left_out_nodes: nodes })
   return parts.length ? `${parts.join(' and ')} not drawn` : '';
 }
 
+/** The larger part of a picture that its legend leaves, of what lies below `top`: beside the legend,
+ * above or below it. In pixels of the picture. */
+export function leftBy(holder, legend, top = 0) {
+  const whole = holder.getBoundingClientRect();
+  const all = { left: 0, top, width: whole.width, height: whole.height - top };
+  const box = legend.getBoundingClientRect();
+  if (legend.hidden || !box.width) return all;
+  const gap = 8;
+  const at = { left: box.left - whole.left - gap, top: box.top - whole.top - gap, bottom: box.bottom - whole.top + gap };
+  const parts = [{ ...all, width: at.left }, { ...all, height: at.top - top }, { ...all, top: at.bottom, height: whole.height - at.bottom }];
+  const size = (part) => Math.min(part.width, part.height) > 0 ? part.width * part.height : 0;
+  const best = parts.reduce((a, b) => (size(b) > size(a) ? b : a));
+  return size(best) > size(all) / 4 ? best : all;
+}
+
 const rowsOf = (rows, most) => [
   ...rows.slice(0, most).map(({ label, color, count }) => el('div', { class: 'legend-row' }, swatch(color), el('span', { class: 'name', title: label }, label),
     count == null ? null : el('span', { class: 'count' }, grouped(count)))),

@@ -5,7 +5,7 @@ import { buildEditing } from './editing.js';
 import { buildInspector } from './inspector.js';
 import { shownSystems } from './glyphs.js';
 import { listFindings } from './marks.js';
-import { buildLegend, drawTriad, notDrawn } from './overlay.js';
+import { buildLegend, drawTriad, leftBy, notDrawn } from './overlay.js';
 import * as palette from './palette.js';
 import { colorsOfRecords, ownFields, plainColors } from './colors.js';
 import { views } from './stage.js';
@@ -55,6 +55,7 @@ export async function buildPanels(app, root) {
   app.on('said', (text) => (said.textContent = text));
 
   app.start(canvas);
+  app.stage.area = () => leftBy(stageHolder, legend);
   buildHead(app, head, { left, right });
   app.on('legend', () => buildLegend(legend, app, true));
   buildLeft(app, left);
@@ -492,13 +493,7 @@ function buildHistory(app, history, past) {
     past.hidden = app.shownStep == null;
     if (!past.hidden) {
       const step = app.steps[app.shownStep - 1];
-      const key = (color, text) => {
-        const box = el('span', { class: 'swatch' });
-        box.style.background = palette.css(color);
-        return el('span', { class: 'key' }, box, text);
-      };
       past.replaceChildren(el('strong', {}, step ? `Step ${app.shownStep} of ${app.steps.length}: ${step.name}` : 'The beginning'),
-        key(palette.marks.added, 'added'), key(palette.marks.changed, 'changed'), key(palette.marks.removed, 'removed'),
         button('Back to the present', 'Leave the history (Esc)', () => app.leaveHistory()));
     }
   };

@@ -1,20 +1,7 @@
 // A picture for a report: views side by side with a legend, and nothing to click.
 
 import { el } from './dom.js';
-import { buildLegend, drawTriad, notDrawn } from './overlay.js';
-
-/** What the title and the legend leave of a picture: below the title, and left of the legend or
- * above it, whichever is more. */
-function leftBy(holder, title, legend) {
-  const whole = holder.getBoundingClientRect();
-  const top = Math.min(title.getBoundingClientRect().bottom, whole.height / 4);
-  const height = whole.height - top;
-  if (legend.hidden) return { top, width: whole.width, height };
-  const box = legend.getBoundingClientRect();
-  const left = { top, width: Math.max(box.left - 8, whole.width / 4), height };
-  const above = { top, width: whole.width, height: Math.max(box.top - 8 - top, whole.height / 4) };
-  return left.width * left.height >= above.width * above.height ? left : above;
-}
+import { buildLegend, drawTriad, leftBy, notDrawn } from './overlay.js';
 
 export async function buildPicture(app, root, scene) {
   document.documentElement.dataset.theme = scene.dark ? 'dark' : 'light';
@@ -50,7 +37,7 @@ export async function buildPicture(app, root, scene) {
   const out = notDrawn(app.mesh.about);
   title.textContent = app.mesh.about.name + note + (out ? ` · ${out}` : '');
   buildLegend(legend, app, false);
-  const area = leftBy(holder, title, legend);
+  const area = leftBy(holder, legend, Math.min(title.getBoundingClientRect().bottom, app.stage.size.y / 4));
   const columns = scene.views.length > 1 ? Math.ceil(Math.sqrt(scene.views.length)) : 1;
   const rows = Math.ceil(scene.views.length / columns);
   const width = area.width / columns;

@@ -164,6 +164,8 @@ export class Stage {
     this.cameras = { flat: new OrthographicCamera(), deep: new PerspectiveCamera(35) };
     for (const camera of Object.values(this.cameras)) camera.up.set(0, 0, 1);
     this.panes = null; // of a picture with several views
+    this.area = null; // tells the part of the canvas that nothing stands on: {left, top, width, height}
+    this.shift = [0, 0]; // of the picture, in shares of the canvas, so that it is fitted there
     this.onDraw = [];
     this.useCamera(false);
     this.raycaster = new Raycaster();
@@ -242,6 +244,8 @@ export class Stage {
       camera.near = Math.max(distance - 2 * this.radius, this.radius * 0.002);
       camera.far = distance + 4 * this.radius;
     }
+    const { x, y } = this.size;
+    if (camera === this.camera) camera.setViewOffset(x, y, this.shift[0] * x, this.shift[1] * y, x, y);
     camera.updateProjectionMatrix();
   }
 
@@ -249,7 +253,10 @@ export class Stage {
   look(direction, up, only) {
     const d = new Vector3(...direction).normalize();
     this.camera.up.set(...(up || [0, 0, 1]));
-    this.aim(this.camera, d, this.size.x / this.size.y, only);
+    const { x, y } = this.size;
+    const free = this.area?.() || { left: 0, top: 0, width: x, height: y };
+    this.shift = [0.5 - (free.left + free.width / 2) / x, 0.5 - (free.top + free.height / 2) / y];
+    this.aim(this.camera, d, x / y, only, [free.width / x, free.height / y]);
     this.controls.target.copy(this.aimed);
     this.controls.update();
     this.draw();
@@ -264,8 +271,8 @@ export class Stage {
     this.look(views[name], upOf(name));
   }
 
-  /** Places a camera so that everything is in its frame. */
-  aim(camera, direction, aspect, only) {
+  /** Places a camera so that everything is in its frame, or in shares of its width and height. */
+  aim(camera, direction, aspect, only, [wide, tall] = [1, 1]) {
     const points = only || this.sample || [];
     camera.position.copy(direction);
     camera.lookAt(0, 0, 0);
@@ -290,7 +297,7 @@ export class Stage {
     const target = new Vector3();
     axes.forEach((axis, a) => target.addScaledVector(axis, (low[a] + high[a]) / 2));
     const least = only ? this.radius * 0.05 : this.radius * 1e-3;
-    const height = Math.max(high[1] - low[1], (high[0] - low[0]) / aspect, least) * 1.14;
+    const height = Math.max((high[1] - low[1]) / tall, (high[0] - low[0]) / aspect / wide, least) * 1.14;
     camera.zoom = 1;
     this.aimed = target;
     if (camera.isOrthographicCamera) {
@@ -573,6 +580,9 @@ export class Stage {
     if (!position || !position.length) return;
     const object = this.fatLines(position, color, width);
     object.renderOrder = 2;
+    object.material.polygonOffset = true; // before the folds that it may lie on
+    object.material.polygonOffsetFactor = -2;
+    object.material.polygonOffsetUnits = -40;
     if (through) { // seen through what lies before it
       object.material.depthTest = false;
       object.material.transparent = true;
