@@ -39,6 +39,14 @@ struct Computed {
 };
 std::unique_ptr<Table> MakeComputedTable(Link& link, Computed what);
 
+/// Columns of texts and of whole numbers.
+inline Column Text(std::string name, std::string meaning) {
+  return {.name = std::move(name), .type = ColumnType::kText, .meaning = std::move(meaning)};
+}
+inline Column Integer(std::string name, std::string meaning) {
+  return {.name = std::move(name), .meaning = std::move(meaning)};
+}
+
 /// The faces and edges that one element has alone, findings, masses, sets with those below them,
 /// uses of a record.
 std::vector<Computed> MeshTables();

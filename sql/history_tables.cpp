@@ -107,11 +107,6 @@ Outcome FillPools(Link& link, const Given&, Rows& rows) {
   return {};
 }
 
-Column Text(const char* name, const char* meaning) {
-  return {.name = name, .type = ColumnType::kText, .meaning = meaning};
-}
-Column Integer(const char* name, const char* meaning) { return {.name = name, .meaning = meaning}; }
-
 }  // namespace
 
 std::vector<Computed> HistoryTables() {

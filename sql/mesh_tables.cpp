@@ -17,12 +17,6 @@ namespace {
 using Given = Computed::Given;
 using Rows = Computed::Rows;
 
-Column Text(std::string name, std::string meaning) {
-  return {.name = std::move(name), .type = ColumnType::kText, .meaning = std::move(meaning)};
-}
-Column Integer(std::string name, std::string meaning) {
-  return {.name = std::move(name), .meaning = std::move(meaning)};
-}
 Column Real(std::string name, std::string meaning, int category) {
   Column column{.name = std::move(name), .type = ColumnType::kReal, .meaning = std::move(meaning)};
   column.category = category;

@@ -1,0 +1,13 @@
+BEGIN;
+INSERT INTO mesh_set(name, parent_mset_key) VALUES ('a', 3);
+SAVEPOINT s;
+INSERT INTO mesh_set_node(mesh_set, position, node) SELECT 4, 0, key FROM node WHERE x BETWEEN 0 AND 1 AND y < 1.5 AND z = 0;
+SAVEPOINT t;
+DELETE FROM mesh_set WHERE key = 3;
+SELECT count(*) FROM mesh_set_element_all;
+ROLLBACK TO t;
+UPDATE OR IGNORE mesh_set_node SET node = node + 1 WHERE mesh_set = 4;
+RELEASE s;
+UPDATE mesh_set SET parent_mset_key = 2 WHERE name = 'a';
+COMMIT;
+SELECT * FROM mesh_set_node_all ORDER BY mesh_set, node;

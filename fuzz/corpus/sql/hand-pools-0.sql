@@ -1,0 +1,11 @@
+INSERT INTO material(key, name, density, unit) VALUES (1, 'steel', 7850, 'm kg');
+UPDATE property SET material = 1 WHERE key = 1;
+INSERT INTO coordinate_system(key) VALUES (9);
+INSERT INTO function(key, name) VALUES (1, 'ramp'), (2, 'step');
+INSERT INTO function_fval(function, position, var, value) VALUES (1, 0, 0, 0), (1, 0, 1, 5), (2, 0, 3, 3);
+UPDATE function_fval SET value = value * 2 WHERE function = 1;
+DELETE FROM function_fval WHERE var = 0;
+INSERT OR REPLACE INTO node(key, x, unit) VALUES (1, 3, 'mm');
+UPDATE node SET key = key + 100 WHERE key >= 20;
+DELETE FROM material;
+SELECT * FROM function_fval JOIN function ON key = function;
