@@ -40,13 +40,13 @@ function(qx_fuzz_sees target)
 endfunction()
 
 # qx_precompile(<target> <header>...): what nearly every source of the target includes is compiled
-# once for all of them. A source names what it uses all the same: the thread sanitizer's build has no
-# such headers.
+# once for all of them. A source names what it uses all the same: the thread sanitizer's build has
+# no such headers.
 function(qx_precompile target)
   target_precompile_headers(${target} PRIVATE <algorithm> <array> <cmath> <filesystem> <functional>
     <map> <memory> <span> <string> <unordered_map> <utility> <vector> ${ARGN})
-  # GCC 12 forgets there that the standard library's headers are none of ours, and tells of copies in
-  # them whose length it cannot know. Clang's build looks at the same sources.
+  # GCC 12 forgets there that the standard library's headers are none of ours, and tells of copies
+  # in them whose length it cannot know. Clang's build looks at the same sources.
   target_compile_options(${target} PRIVATE
     $<$<CXX_COMPILER_ID:GNU>:-Wno-stringop-overflow -Wno-stringop-overread -Wno-array-bounds>)
 endfunction()

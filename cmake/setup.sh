@@ -9,7 +9,7 @@ BUILD_PACKAGES=(g++ cmake ninja-build pkg-config lld rapidjson-dev libsqlite3-de
 TEST_PACKAGES=(git libgtest-dev librapidcheck-dev libvalijson-dev clang libclang-rt-14-dev llvm
                clang-format xz-utils mmdebstrap mount chromium chromium-headless-shell python3-pytest
                python3-pandas python3-hypothesis python3-pip python3-setuptools python3-wheel
-               python3-venv mypy groff-base mandoc zsh fish sqlite3)
+               python3-venv mypy groff-base mandoc zsh fish sqlite3 exfatprogs exfat-fuse)
 # Other programs that read what the exports write: for the nightly tests only, as they drag in much.
 ORACLE_PACKAGES=(python3-vtk9 python3-meshio python3-gmsh netcdf-bin)
 

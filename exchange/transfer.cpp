@@ -184,7 +184,8 @@ Outcome Import(CQXDBSession& session, const std::string& path, const ImportOptio
   return step.Commit() ? Outcome() : Refused(path);
 }
 
-/// No file holds two records with one key.
+/// Refused where two records of a pool share a key, which no file could tell apart; names the first
+/// such key.
 Outcome CheckAllKeys(const CQXDBSession& session, const std::string& path) {
   for (const DPoolBase* pool : session.Pools()) {
     if (Outcome apart = CheckKeys(*pool, path); !apart) return apart;

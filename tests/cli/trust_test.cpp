@@ -167,6 +167,16 @@ TEST_F(Cli, AFileOfAnotherKindIsReplacedOnlyByForce) {
       EXPECT_NE(refused.err.find("--force"), std::string::npos) << command << refused.err;
       EXPECT_TRUE(*ReadWholeFile(Path(c.name)) == mine) << command;
     }
+    // A link to nowhere would have a file made where nobody named one.
+    std::filesystem::remove(Path(c.name));
+    std::filesystem::create_symlink("nowhere", Path(c.name));
+    const Ran linked = Qxdb(command + " --force");
+    EXPECT_EQ(linked.code, 1) << command << linked.out;
+    EXPECT_NE(linked.err.find("where there is no file"), std::string::npos)
+        << command << linked.err;
+    EXPECT_FALSE(std::filesystem::exists(std::filesystem::path(Path(c.name)))) << command;
+    std::filesystem::remove(Path(c.name));
+    Write(c.name, model);
     if (c.draws) continue;
     // What the format cannot hold is refused by --strict, and then nothing is replaced.
     const Ran forced = Qxdb(command + " --force");

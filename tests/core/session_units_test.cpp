@@ -64,6 +64,26 @@ TEST(UnitsAsAStep, AreOneAlsoOutsideATransactionOnceThereIsAModel) {
   EXPECT_TRUE(m.session.CanRedo()) << "those it has already";
 }
 
+// What every new model has does not make it a model; what was made of that does.
+TEST(UnitsAsAStep, AreOneOnceARecordOfANewModelIsAnother) {
+  for (const bool is_edited : {false, true}) {
+    CQXDBSession session(AddStandardPools);
+    session.EnableRecording(false);
+    for (DPoolBase* pool : session.Pools()) pool->AddDefault();
+    auto& sets = *session.GetPool<DPoolMset>(code::kMset);
+    ASSERT_EQ(sets.GetSize(), 1);
+    if (is_edited) {
+      const ITR only = sets.DefaultItr();
+      tagTMset set = sets.GetAtNU(only);
+      set.name.Set(u"of somebody's own");
+      ASSERT_EQ(sets.SetAtNU(only, set), 1);
+    }
+    session.EnableRecording(true);
+    session.Units().SetCurrent(Millimetres());
+    EXPECT_EQ(session.CanUndo(), is_edited);
+  }
+}
+
 // Known as the converter that it is besides, the session's is its own all the same.
 TEST(UnitsAsAStep, AreOneByWhateverNameTheyAreChanged) {
   const UnitSystem millimetres = Millimetres();

@@ -293,6 +293,98 @@ TEST_F(TrustTest, PlantedLinksAreNotFollowed) {
   EXPECT_EQ(BytesOf(victim), "precious");
 }
 
+// Where a file of that name is, it is the one that was meant. Where none is, one would be made in a
+// place that nobody named.
+TEST_F(TrustTest, ALinkIsFollowedToAFileOnly) {
+  const std::string link = Path("linked.qxm");
+  const std::string target = Path("elsewhere/model.qxm");
+  fs::create_directory(Path("elsewhere"));
+  fs::create_symlink("elsewhere/model.qxm", link);
+  fs::create_symlink(link, Path("twice.qxm"));
+  CQXDBSession session(SetUpSmallModel);
+  const auto write = [&](int way, const std::string& path) {
+    CQXDocBase document(SetUpSmallModel);
+    switch (way) {
+      case 0:
+        return document.SaveAs(path);
+      case 1:
+        return SaveModel(session, path);
+      default:
+        return WriteWholeFile(path, "text");
+    }
+  };
+  for (const std::string& path : {link, Path("twice.qxm")}) {
+    for (const int way : {0, 1, 2}) {
+      const std::string said = write(way, path).Line();
+      EXPECT_NE(said.find(path + ": is a link to "), std::string::npos) << said;
+      EXPECT_NE(said.find("elsewhere/model.qxm, where there is no file"), std::string::npos)
+          << said;
+      EXPECT_TRUE(fs::is_empty(Path("elsewhere")));
+    }
+  }
+  for (const int way : {0, 1, 2}) {
+    WriteBytes(target, "");
+    EXPECT_EQ(write(way, Path("twice.qxm")).Line(), "");
+    EXPECT_TRUE(fs::is_symlink(link) && fs::file_size(target) > 0);
+  }
+  EXPECT_EQ(Names(), (std::vector<std::string>{"elsewhere", "linked.qxm", "twice.qxm"}));
+}
+
+// A program that puts a file where a lock is, or removes the lock so that another takes it anew,
+// does not have it removed by the one who held it before.
+TEST_F(TrustTest, AHolderRemovesItsOwnLockOnly) {
+  const std::string path = Path("held.lock");
+  std::string former;
+  int error = 0;
+  std::unique_ptr<FileLock> first, second;
+  ASSERT_EQ(FileLock::Take(path, "host\n1\n", first, former, error), FileLock::Result::kTaken);
+  fs::remove(path);
+  ASSERT_EQ(FileLock::Take(path, "host\n2\n", second, former, error), FileLock::Result::kTaken);
+  first.reset();
+  EXPECT_EQ(BytesOf(path), "host\n2\n");
+  ASSERT_EQ(FileLock::Take(path, "host\n3\n", first, former, error), FileLock::Result::kHeld);
+  WriteBytes(path + ".theirs", "notes");
+  fs::rename(path + ".theirs", path);
+  second.reset();
+  EXPECT_EQ(BytesOf(path), "notes");
+}
+
+// Whatever the file system can do: see exfat_test.sh.
+TEST_F(TrustTest, ALockIsHeldByOneAtATimeAndLeavesNothing) {
+  const std::string path = Path("contested.lock");
+  const std::string inside = Path("inside");
+  std::vector<pid_t> children;
+  for (int i = 0; i < 4; ++i) {
+    children.push_back(fork());
+    if (children.back() != 0) continue;
+    for (int taken = 0; taken < 50;) {
+      std::unique_ptr<FileLock> lock;
+      std::string former;
+      int error = 0;
+      const FileLock::Result result = FileLock::Take(path, "host\n4711\n", lock, former, error);
+      if (result == FileLock::Result::kFailed) _exit(1);
+      if (result == FileLock::Result::kHeld) {
+        usleep(100);
+        continue;
+      }
+      if (!lock->IsNew()) _exit(2);  // nobody was killed
+      const int alone = open(inside.c_str(), O_CREAT | O_EXCL | O_RDWR, 0600);
+      if (alone < 0) _exit(3);
+      close(alone);
+      if (unlink(inside.c_str()) != 0) _exit(4);
+      ++taken;
+    }
+    _exit(0);
+  }
+  for (const pid_t child : children) {
+    int status = 0;
+    waitpid(child, &status, 0);
+    EXPECT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 0);
+  }
+  EXPECT_TRUE(Names().empty());
+}
+
 TEST_F(TrustTest, AFileThatIsNoLockStaysWhatItIs) {
   const std::string path = Path("locked.qxm");
   for (const std::string& text : {std::string(), std::string("notes of mine\n"),

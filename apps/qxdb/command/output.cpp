@@ -136,6 +136,7 @@ Outcome CheckOutput(const std::string& output,
   if (fs::is_directory(path, error)) {
     return Failure{output, "", "is a directory", "name a file in it"};
   }
+  if (Outcome leads = CheckLink(output); !leads) return leads;
   if (force || !fs::is_regular_file(path, error)) return {};
   if (fs::file_size(path, error) == 0 || is_kind(output)) return {};
   return Failure{output, "", "exists and is not of the kind that is written here",

@@ -57,6 +57,7 @@ std::string ModelLock::Writer(const std::string& model) {
 }
 
 Result<std::unique_ptr<ModelLock>> ModelLock::Take(const std::string& model) {
+  if (Outcome leads = CheckLink(model); !leads) return leads.Error();
   const std::string path = LockPath(model);
   const std::string ours = HostName() + "\n" + std::to_string(ProcessId()) + "\n";
   auto taken = std::make_unique<ModelLock>();

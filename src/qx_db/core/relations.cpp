@@ -241,8 +241,16 @@ void Relations::Refuse(const std::vector<const Row*>& rows, const TStructBase& r
   }
 }
 
+/// Whether the open step, of which all is known, has neither removed a record nor given one another
+/// key, as most have not: then no row of any pool says what to do.
+bool Relations::HasNothingToFollow() const {
+  const Journal& journal = session_.History();
+  return gone_.empty() && !has_new_keys_ && journal.IsOpen() && !journal.HasFinal();
+}
+
 int Relations::Process(DPoolBase& pool, const Rule& rule) {
   Learn();
+  if (HasNothingToFollow()) return 1;
   const auto rows = RowsToRepair(pool);
   const Schema& schema = pool.GetSchema();
   const KeyedSetBase& records = pool.Set();

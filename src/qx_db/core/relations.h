@@ -29,11 +29,15 @@ class QXDB_API Relations {
   int Process(DPoolBase& pool, const Rule& rule = nullptr);
   /// The step has ended.
   void Forget();
+  /// A record has another key than when the step began; none has, now that the step has ended.
+  void NoteNewKey() { has_new_keys_ = true; }
+  void ForgetNewKeys() { has_new_keys_ = false; }
 
  private:
   enum class Fate { kUntouched, kRepaired, kRemoved, kRefused };
 
   void Learn();
+  bool HasNothingToFollow() const;
   std::vector<const Row*> RowsToRepair(DPoolBase& pool) const;
   bool MayHaveGone(const std::vector<const Row*>& rows, const TStructBase& record) const;
   bool HasGone(const Row& row, const TStructBase& record) const;
@@ -70,6 +74,7 @@ class QXDB_API Relations {
   CQXDBSession& session_;
   std::size_t known_ = 0;  // changes of the open step that were looked at
   std::vector<ITR> gone_;  // removed by them
+  bool has_new_keys_ = false;
   int shift_ = 64 - 12;
   std::vector<std::uint64_t> filter_ = std::vector<std::uint64_t>((1 << 12) / 64);
 };

@@ -120,6 +120,7 @@ void CQXDBSession::OnNewKey(std::uint16_t type, ITR item, Key former) {
   DPoolBase* pool = GetDataPool(type);
   if (!pool || !pool->Set().Owns(item)) return;  // of a pool that is not the session's
   if (recording_) rekeyed_.push_back({pool, item, former});
+  relations_->NoteNewKey();
   belongings_->FollowKey(*pool, item, former);
 }
 
@@ -193,10 +194,15 @@ bool SessionUnits::AreDeclared() const {
   if (std::all_of(pools.begin(), pools.end(), is_empty)) return true;
   CQXDBSession fresh(session_.Setup());
   for (DPoolBase* pool : fresh.order_) pool->AddDefault();
-  return std::equal(pools.begin(), pools.end(), fresh.order_.begin(), fresh.order_.end(),
-                    [](const DPoolBase* pool, const DPoolBase* new_one) {
-                      return pool->GetSize() == new_one->GetSize();
-                    });
+  const auto is_as_large = [](const DPoolBase* pool, const DPoolBase* new_one) {
+    return pool->GetSize() == new_one->GetSize();
+  };
+  if (!std::equal(pools.begin(), pools.end(), fresh.order_.begin(), fresh.order_.end(),
+                  is_as_large)) {
+    return false;
+  }
+  fresh.SetUnits(session_.OwnUnits());
+  return fresh.StateHash() == session_.StateHash();
 }
 
 void SessionUnits::SetModel(const UnitSystem& system) {
@@ -318,6 +324,7 @@ void CQXDBSession::ForgetStep() {
   rekeyed_.clear();
   belongings_->Forget();
   relations_->Forget();
+  relations_->ForgetNewKeys();
 }
 
 /// Frees what is gone for good in the open step, once nothing refers to it: no record, in whatever

@@ -126,21 +126,28 @@ class StepEncoder {
     return {ImageSize(pool.GetSchema(), record), nullptr, &record};
   }
 
+  /// In one piece, so that a step of many small changes asks for room once for each.
   void PutChange(const DPoolBase& pool, const Change& change, const StepNumbers& numbers,
                  FrameSink& out) const {
     const Image image = ImageOf(pool, change);
-    Put(out, ChangeHead{change.type, change.operation, numbers.Of(pool, change.item),
-                        image.bytes ? LoadAt<Key>(image.bytes) : KeyOf(change.item)});
-    if (NamesPlace(change)) {
+    const bool names_place = NamesPlace(change);
+    char* to = out.Room(sizeof(ChangeHead) + (names_place ? sizeof(Place) : 0) +
+                        sizeof(std::uint32_t) + image.size);
+    const auto put = [&to](const auto& value) {
+      StoreAt(to, value);
+      to += sizeof(value);
+    };
+    put(ChangeHead{change.type, change.operation, numbers.Of(pool, change.item),
+                   image.bytes ? LoadAt<Key>(image.bytes) : KeyOf(change.item)});
+    if (names_place) {
       const auto number_of = [&](ITR item) {
         return item ? numbers.Of(pool, item) : StepNumbers::kNone;
       };
-      Put(out, Place{number_of(pool.Set().PreviousOf(change.item)),
-                     number_of(pool.Set().NextOf(change.item))});
+      put(Place{number_of(pool.Set().PreviousOf(change.item)),
+                number_of(pool.Set().NextOf(change.item))});
     }
-    Put(out, static_cast<std::uint32_t>(image.size));
+    put(static_cast<std::uint32_t>(image.size));
     if (image.size == 0) return;
-    char* to = out.Room(image.size);
     if (image.bytes) {
       std::memcpy(to, image.bytes, image.size);
     } else {

@@ -280,9 +280,9 @@ int DPoolElem::ProcessRelation() {
   const DPoolBase* nodes = session.GetDataPool(code::kNode);
   const bool runs = (nodes && nodes->WasEdited(kRemovedFlag)) ||
                     (wide && WasEdited(kInsertedFlag | kModifiedFlag));
-  const Row* property = GetSchema().Find(u"_PROPERTY");
+  const Row* property = runs ? GetSchema().Find(u"_PROPERTY") : nullptr;
   const auto rule = [&](const Row& row) {
-    return &row == property && runs ? OnRemoval::kDie : row.on_removal;
+    return &row == property ? OnRemoval::kDie : row.on_removal;
   };
   if (!session.Follow().Process(*this, rule)) return 0;
   if (!runs || !wide) return 1;

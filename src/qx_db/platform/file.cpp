@@ -80,6 +80,14 @@ std::string LinkTarget(const std::string& path) {
   return Utf8FromPath(at);
 }
 
+Outcome CheckLink(const std::string& path) {
+  std::error_code error;
+  const fs::path at = PathFromUtf8(path);
+  if (!fs::is_symlink(at, error) || fs::exists(at, error)) return {};
+  return Failure{path, "", "is a link to " + LinkTarget(path) + ", where there is no file",
+                 "name that file, or remove the link"};
+}
+
 bool IsSamePlace(const std::string& a, const std::string& b) {
   std::error_code error_a, error_b;
   // Made absolute first: the standard leaves that out where a path's first part does not exist.

@@ -34,6 +34,10 @@ QXDB_API Outcome WriteWholeFile(const std::string& path, std::string_view bytes)
 /// is none. There need not be a file.
 QXDB_API std::string LinkTarget(const std::string& path);
 
+/// Fails, naming the file and the remedy, where a path is a symbolic link that leads to no file: to
+/// write there would make a file in another place than the one that was named.
+QXDB_API Outcome CheckLink(const std::string& path);
+
 /// Whether two paths lead to one place in the folders.
 QXDB_API bool IsSamePlace(const std::string& a, const std::string& b);
 

@@ -106,6 +106,18 @@ int WriteText(int fd, const std::string& text) {
 
 int LockNow(int fd) { return flock(fd, LOCK_EX | LOCK_NB) == 0 ? 0 : errno; }
 
+/// Whether a name is that of an open file itself, not of a link to it.
+bool IsNameOf(const std::string& path, int fd) {
+  struct stat ours {};
+  struct stat named {};
+  return fstat(fd, &ours) == 0 && lstat(path.c_str(), &named) == 0 && ours.st_ino == named.st_ino &&
+         ours.st_dev == named.st_dev;
+}
+
+/// How often and how long one waits for a lock that is being made in place to have its text.
+constexpr int kLooks = 50;
+constexpr useconds_t kBetweenLooks = 2000;
+
 /// Gives a file a second name, or, where the file system knows no such, another one; EEXIST where
 /// that is taken, ENOTSUP where neither can be done.
 int GiveName(const std::string& file, const std::string& name) {
@@ -126,7 +138,11 @@ int MakeInPlace(const std::string& path, const std::string& text, int& fd) {
   fd = open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0666);
   if (fd < 0) return errno;
   int error = LockNow(fd);
-  if (error == EWOULDBLOCK) error = EEXIST;  // another process took it at once
+  for (int look = 0; error == EWOULDBLOCK && look < kLooks; ++look) {
+    usleep(kBetweenLooks);  // another process looks whether there is a text
+    error = LockNow(fd);
+  }
+  if (error == EWOULDBLOCK) error = EEXIST;
   if (!error) error = WriteText(fd, text);
   if (error) close(std::exchange(fd, -1));
   return error;
@@ -153,7 +169,7 @@ int MakeLocked(const std::string& path, const std::string& text, int& fd) {
 
 FileLock::Result FileLock::Take(const std::string& path, const std::string& text,
                                 std::unique_ptr<FileLock>& lock, std::string& former, int& error) {
-  for (;;) {
+  for (int look = 0;;) {
     auto handle = std::make_unique<Handle>();
     // Not through a link, which could make us write over what it leads to.
     handle->fd = open(path.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
@@ -174,11 +190,13 @@ FileLock::Result FileLock::Take(const std::string& path, const std::string& text
       error = refused;
       return refused == EWOULDBLOCK ? Result::kHeld : Result::kFailed;
     }
+    if (!is_new && got == 0 && look++ < kLooks) {  // it may have been made just now
+      handle.reset();
+      usleep(kBetweenLooks);
+      continue;
+    }
     // The holder before us may have removed the file between our opening and our taking it.
-    struct stat ours {};
-    struct stat named {};
-    if (fstat(handle->fd, &ours) == 0 && stat(path.c_str(), &named) == 0 &&
-        ours.st_ino == named.st_ino && ours.st_dev == named.st_dev) {
+    if (IsNameOf(path, handle->fd)) {
       lock.reset(new FileLock(path, std::move(handle)));
       lock->is_new_ = is_new;
       return Result::kTaken;
@@ -187,7 +205,7 @@ FileLock::Result FileLock::Take(const std::string& path, const std::string& text
 }
 
 FileLock::~FileLock() {
-  if (!leave_file_) unlink(path_.c_str());
+  if (!leave_file_ && IsNameOf(path_, handle_->fd)) unlink(path_.c_str());
   flock(handle_->fd, LOCK_UN);  // also for a child that has inherited the handle
 }
 

@@ -17,10 +17,11 @@ class QXDB_API FileLock {
 
   /// Takes the lock file at `path`, made with `text` in it if need be. `former` is the text found
   /// in it: of the holder (kHeld), of one that ended without leaving (kTaken). `error` tells why it
-  /// failed. A file is never seen without its text.
+  /// failed. A file is never seen without its text, but where the file system can neither link nor
+  /// rename without replacing: there a kill while it is made leaves one that is empty.
   static Result Take(const std::string& path, const std::string& text,
                      std::unique_ptr<FileLock>& lock, std::string& former, int& error);
-  /// Removes the file and lets go.
+  /// Removes the file, where it still is the one that was taken, and lets go.
   ~FileLock();
   /// Whether the file was made rather than found.
   bool IsNew() const { return is_new_; }

@@ -132,6 +132,7 @@ Result<std::unique_ptr<NewFile>> NewFile::Create(const std::string& path) {
   if (fs::is_directory(PathFromUtf8(path), ignored)) {
     return Failure{path, "", "is a directory", "name a file in it"};
   }
+  if (Outcome leads = CheckLink(path); !leads) return leads.Error();
   RemoveLeftovers(path);
   std::string target = LinkTarget(path);
   std::unique_ptr<RawFile> file;

@@ -16,8 +16,8 @@ namespace qx {
 /// Threads: each object one at a time; any number of them, for one path too.
 class QXDB_API NewFile {
  public:
-  /// `path` may be a link; the file that it leads to is the one to be replaced. Cleans up
-  /// leftovers.
+  /// `path` may be a link to a file, which is the one to be replaced then; one that leads to none
+  /// is refused. Cleans up leftovers.
   static Result<std::unique_ptr<NewFile>> Create(const std::string& path);
   ~NewFile();
   NewFile(const NewFile&) = delete;
