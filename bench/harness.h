@@ -49,6 +49,7 @@ void Mesh();
 void MeshUtil();
 void MeshBesidePeer();
 void MeshSets();
+void Selections();
 void Materials();
 void Image();
 void Import();

@@ -78,6 +78,7 @@ int main(int argc, char** argv) {
                                        {"mesh_util", MeshUtil},
                                        {"mesh_peer", MeshBesidePeer},
                                        {"mesh_sets", MeshSets},
+                                       {"select", Selections},
                                        {"material", Materials},
                                        {"image", Image},
                                        {"import", Import},

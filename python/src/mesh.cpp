@@ -16,6 +16,7 @@
 #include "qx_db/model/standard_pools.h"
 #include "qx_db/platform/long_work.h"
 #include "qx_db/record/element_types.h"
+#include "qx_db/select/selection.h"
 
 #include "handle.h"
 
@@ -93,6 +94,30 @@ py::list MeasureTable() {
                               std::string(info.unit), info.high_is_bad, info.acceptable));
   }
   return out;
+}
+
+// ---- selections ---------------------------------------------------------------------------------
+
+/// What a text selects: (kind, keys); keys of faces are those of their elements, and a third array
+/// has their numbers.
+py::tuple SelectIn(Handle& handle, const std::string& text, const std::optional<int>& kind) {
+  const Guard guard(handle);
+  std::optional<SelectKind> wanted;
+  if (kind) wanted = static_cast<SelectKind>(*kind);
+  const auto rule = SelectionRule::Parse(text, wanted);
+  if (!rule) throw Fault(FaultKind::kValue, rule.Error());
+  Result<Selection> selection = [&] {
+    const py::gil_scoped_release others_may_run;
+    return rule->Evaluate(handle.Session());
+  }();
+  if (!selection) throw Fault(FaultKind::kMissing, selection.Error());
+  const std::vector<Key> keys = selection->Keys();
+  py::array_t<Key> of(static_cast<py::ssize_t>(keys.size()), keys.data());
+  py::array_t<std::int32_t> faces(selection->faces.GetSize());
+  for (std::int32_t i = 0; i < selection->faces.GetSize(); ++i) {
+    faces.mutable_data()[i] = selection->faces[i].side;
+  }
+  return py::make_tuple(std::string(NameOf(selection->kind)), of, faces);
 }
 
 // ---- findings and repair ------------------------------------------------------------------------
@@ -350,6 +375,7 @@ void BindMesh(py::module_& module, py::class_<Handle, std::shared_ptr<Handle>>& 
   model.def("quality", QualityOf, py::arg("measure"))
       .def("quality_summary", QualitySummaryOf, py::arg("measure"), py::arg("rows"),
            py::arg("bins"), py::arg("worst"))
+      .def("select", SelectIn, py::arg("text"), py::arg("kind"))
       .def("findings", FindingsOf, py::arg("tolerance"))
       .def("repair", Repair, py::arg("merge_tolerance"), py::arg("duplicate_elements"),
            py::arg("inverted_solids"), py::arg("misoriented_shells"), py::arg("unreferenced_nodes"))

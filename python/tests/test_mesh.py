@@ -11,6 +11,24 @@ import qxdb
 from conftest import SOURCE
 
 
+def test_selections_are_keys_of_what_the_text_says(cube: qxdb.Model) -> None:
+    low = cube.select("z < 1.5")
+    assert low.dtype == np.int32 and low.tolist() == [1, 3, 5, 7]
+    nodes = cube.select("x = 0", kind="nodes")
+    assert sorted(nodes.tolist()) == sorted(
+        cube.nodes.keys[np.asarray(cube.nodes.xyz)[:, 0] == 0].tolist()
+    )
+    assert cube.select("nodes unused").shape == (0,)
+    faces = cube.select("faces surface and facing 0,0,-1 5deg")
+    assert faces.shape == (4, 2) and set(faces[:, 0].tolist()) == {1, 3, 5, 7}
+    with pytest.raises(ValueError, match="column 5: .*did you mean box"):
+        cube.select("not bx 0,0,0 1,1,1")
+    with pytest.raises(qxdb.MissingError, match='no mesh set "roof"'):
+        cube.select("set roof")
+    with pytest.raises(ValueError, match="none of"):
+        cube.select("all", kind="edges")
+
+
 def test_measures_of_a_block(cube: qxdb.Model) -> None:
     np.testing.assert_allclose(cube.elements.sizes, 1)
     np.testing.assert_allclose(cube.elements.volumes, 1)

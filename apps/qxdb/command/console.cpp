@@ -257,8 +257,8 @@ void Context::Conclude(const Outcome& outcome) {
 void Context::Tell(const Failure& failure) const {
   if (json) {
     JsonText error;
-    error.Begin().Text("error", failure.what).Text("file", failure.file);
-    error.Text("place", failure.place).Text("remedy", failure.remedy).End();
+    error.Begin().Begin("error").Text("file", failure.file).Text("place", failure.place);
+    error.Text("fault", failure.what).Text("remedy", failure.remedy).End().End();
     fmt::print(stderr, "{}\n", PlainJson(error.Result()));
   } else {
     fmt::print(stderr, "qxdb: {}\n", failure.Line());

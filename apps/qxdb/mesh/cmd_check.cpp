@@ -4,9 +4,11 @@
 #include <charconv>
 #include <cmath>
 #include <fmt/format.h>
+#include <limits>
 #include <map>
 #include <optional>
 #include <tuple>
+#include <unordered_set>
 
 #include "qx_db/app/mesh_findings.h"
 #include "qx_db/app/mesh_mass.h"
@@ -18,6 +20,7 @@
 #include "apps/qxdb/command/output.h"
 #include "apps/qxdb/commands.h"
 #include "apps/qxdb/mesh/histogram_text.h"
+#include "apps/qxdb/model/where.h"
 #include "exchange/vtk/vtu_writer.h"
 
 namespace qx::app {
@@ -25,6 +28,7 @@ namespace {
 
 struct CheckOptions {
   std::string model;
+  std::string where;
   std::vector<std::string> measures;
   std::vector<std::string> limits;
   std::string vtu;
@@ -144,21 +148,46 @@ double WithoutRounding(double value, double scale) {
 /// One check: collects text and JSON section by section.
 class Check {
  public:
-  Check(CQXDBSession& session, const CheckOptions& options)
+  /// Of the elements that were selected and their nodes, or of all.
+  Check(CQXDBSession& session, const CheckOptions& options, const Selection* selected)
       : session_(session),
         options_(options),
         mesh_(session),
-        length_factor_(session.Units().Out(unit::kLength, 1.0)) {}
+        length_factor_(session.Units().Out(unit::kLength, 1.0)),
+        chosen_(mesh_.ElementCount(), selected == nullptr) {
+    if (!selected) return;
+    is_part_ = true;
+    ItemMarks marks(*session.GetDataPool(code::kElem));
+    marks.Add({selected->items.data(), selected->items.size()});
+    for (std::uint32_t e = 0; e < mesh_.ElementCount(); ++e) {
+      chosen_[e] = marks.Has(mesh_.ElementItr(e));
+      if (!chosen_[e]) continue;
+      element_keys_.insert(mesh_.Element(e).key);
+      for (const std::uint32_t n : mesh_.Nodes(e)) {
+        if (n != PoolNumbers::kNone) node_keys_.insert(mesh_.NodeKey(n));
+      }
+    }
+  }
 
   void Overview() {
     std::map<std::int32_t, std::int64_t> counts;
-    for (std::uint32_t e = 0; e < mesh_.ElementCount(); ++e) ++counts[mesh_.Element(e).type];
+    std::int64_t checked = 0;
+    for (std::uint32_t e = 0; e < mesh_.ElementCount(); ++e) {
+      if (!chosen_[e]) continue;
+      ++checked;
+      ++counts[mesh_.Element(e).type];
+    }
     const Parts parts = ConnectedParts(mesh_);
     text_ += fmt::format("{}: {} nodes, {} elements in {} connected part{}\n", options_.model,
                          Grouped(mesh_.NodeCount()), Grouped(mesh_.ElementCount()), parts.count,
                          parts.count == 1 ? "" : "s");
     json_.Begin().Text("model", options_.model).Integer("nodes", mesh_.NodeCount());
     json_.Integer("elements", mesh_.ElementCount()).Integer("parts", parts.count);
+    if (is_part_) {
+      text_ += fmt::format("checked: {} elements, and their nodes, where {}\n", Grouped(checked),
+                           options_.where);
+      json_.Text("where", options_.where).Integer("checked", checked);
+    }
     json_.Begin("types");
     for (const auto& [type, count] : counts) {
       const ElementType* known = FindElementType(type);
@@ -180,6 +209,8 @@ class Check {
     Table table({"", ">count", "finding", "keys", "remedy"});
     json_.Begin("findings");
     for (Finding& finding : findings_) {
+      const auto& keys = finding.of_nodes ? node_keys_ : element_keys_;
+      if (is_part_) std::erase_if(finding.keys, [&](Key key) { return !keys.contains(key); });
       std::sort(finding.keys.begin(), finding.keys.end());
       const auto count = static_cast<std::int64_t>(finding.keys.size());
       json_.Begin(finding.name).Bool("fault", finding.is_fault).Integer("count", count);
@@ -201,7 +232,7 @@ class Check {
   void Quality(const std::vector<const MeasureInfo*>& measures) {
     std::vector<char> rated;
     for (const MeasureInfo* info : measures) {
-      const std::vector<double> values = ValuesOf(mesh_, *info, length_factor_);
+      const std::vector<double> values = Values(*info);
       MeasureSummary summary = Summarise(mesh_, *info, values, options_.bins, options_.worst);
       if (summary.elements > 0) summaries_.push_back(std::move(summary));
       rated.resize(values.size(), 0);
@@ -290,7 +321,7 @@ class Check {
     for (const MeasureSummary& s : summaries_) {
       std::string name(s.info->name);
       std::replace(name.begin(), name.end(), '-', '_');
-      extra.push_back({name, ValuesOf(mesh_, *s.info, length_factor_)});
+      extra.push_back({name, Values(*s.info)});
     }
     exchange::LossReport losses;
     Outcome written = exchange::WriteVtu(session_, options_.vtu,
@@ -311,7 +342,7 @@ class Check {
   void NotMeasured(const std::vector<char>& rated) {
     std::int64_t broken = 0, special = 0, others = 0;
     for (std::uint32_t e = 0; e < rated.size(); ++e) {
-      if (rated[e]) continue;
+      if (rated[e] || !chosen_[e]) continue;
       const bool is_special = mesh_.IsUsable(e) && !FindElementType(mesh_.Element(e).type);
       ++(!mesh_.IsUsable(e) ? broken : is_special ? special : others);
     }
@@ -442,7 +473,7 @@ class Check {
       return Reached{static_cast<double>(count), fmt::format("there are {}", Grouped(count))};
     }
     const MeasureInfo& info = *FindMeasure(name);
-    const MeasureSummary s = Summarise(mesh_, info, ValuesOf(mesh_, info, length_factor_), 1, 1);
+    const MeasureSummary s = Summarise(mesh_, info, Values(info), 1, 1);
     if (s.worst.empty()) return {};
     return Reached{s.worst[0].value, "the worst is " + TextOf(s.worst[0])};
   }
@@ -456,8 +487,18 @@ class Check {
   /// Elements too broken to be measured.
   std::int64_t Unmeasured() const {
     std::int64_t count = 0;
-    for (std::uint32_t e = 0; e < mesh_.ElementCount(); ++e) count += !mesh_.IsUsable(e);
+    for (std::uint32_t e = 0; e < mesh_.ElementCount(); ++e)
+      count += chosen_[e] && !mesh_.IsUsable(e);
     return count;
+  }
+
+  /// A measure of what is checked; NaN of the rest.
+  std::vector<double> Values(const MeasureInfo& info) const {
+    std::vector<double> values = ValuesOf(mesh_, info, length_factor_);
+    for (std::size_t e = 0; is_part_ && e < values.size(); ++e) {
+      if (!chosen_[e]) values[e] = std::numeric_limits<double>::quiet_NaN();
+    }
+    return values;
   }
 
   static bool Exceeds(const Limit& limit, double value) {
@@ -469,6 +510,9 @@ class Check {
   const CheckOptions& options_;
   DenseMesh mesh_;
   double length_factor_;
+  bool is_part_ = false;
+  std::vector<char> chosen_;  ///< by element
+  std::unordered_set<Key> element_keys_, node_keys_;
   std::vector<Finding> findings_;
   std::vector<MeasureSummary> summaries_;
   std::string text_;
@@ -483,7 +527,13 @@ Outcome Run(Model& model, const CheckOptions& options, Context& context) {
     return free;
   std::vector<Limit> limits(options.limits.size());
   for (std::size_t i = 0; i < limits.size(); ++i) ReadLimit(options.limits[i], limits[i]);
-  Check check(model.session, options);
+  std::optional<Selection> selected;
+  if (!options.where.empty()) {
+    auto found = SelectIn(model, options.where, SelectKind::kElements);
+    if (!found) return found.Error();
+    selected = std::move(*found);
+  }
+  Check check(model.session, options, selected ? &*selected : nullptr);
   check.Overview();
   check.Findings();
   check.Quality(ChooseMeasures(options.measures));
@@ -533,18 +583,22 @@ void AddCheck(Command& app, Context& context) {
   command->Add("--no-histograms", &options->no_histograms, "Tables only");
   command->Add("--tolerance", &options->tolerance, "Distance within which nodes are duplicates")
       .Check(NonNegativeReal());
-  command->Add("--mass", &options->mass, "Masses, centres and inertia by property");
+  Option& where = AddWhere(*command, options->where, "Check these elements only");
+  command->Add("--mass", &options->mass, "Masses, centres and inertia by property").Excludes(where);
   command
       ->Add("--density", &options->density,
             "Mass density where no property gives one, in current units")
-      .Check(NonNegativeReal());
+      .Check(NonNegativeReal())
+      .Excludes(where);
   command
       ->Add("--thickness", &options->thickness, "Thickness of surfaces where no property gives one")
-      .Check(NonNegativeReal());
+      .Check(NonNegativeReal())
+      .Excludes(where);
   command
       ->Add("--section-area", &options->section_area,
             "Section of lines where no property gives one")
-      .Check(NonNegativeReal());
+      .Check(NonNegativeReal())
+      .Excludes(where);
 }
 
 }  // namespace qx::app

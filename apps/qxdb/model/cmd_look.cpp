@@ -124,7 +124,7 @@ Outcome Info(Model& model, const LookOptions&, const Context& context) {
   json.Begin("units");
   for (int b = 0; b < kUnitBaseCount; ++b) {
     const auto base = static_cast<UnitBase>(b);
-    const auto& unit = UnitsOf(base)[static_cast<std::size_t>(session.Units().Model()[base])];
+    const auto& unit = UnitsOf(base)[static_cast<std::size_t>(session.Units().Current()[base])];
     text += fmt::format(" {}", unit.name);
     json.Text(UnitBaseName(base), unit.name);
   }

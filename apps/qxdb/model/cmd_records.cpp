@@ -9,6 +9,7 @@
 
 #include "apps/qxdb/commands.h"
 #include "apps/qxdb/model/selection.h"
+#include "apps/qxdb/model/units_text.h"
 
 namespace qx::app {
 namespace {
@@ -279,6 +280,7 @@ void AddUnits(Command& app, Context& context) {
   const auto [command, describe] = AddCommand<bool>(
       app, context, "units", "List the units, or what carries them", "qxdb units --describe", run);
   command->Add("--describe", describe, "List each member that carries a unit");
+  AddModelUnits(*command, context);
 }
 
 void AddDiff(Command& app, Context& context) {

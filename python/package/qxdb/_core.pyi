@@ -125,6 +125,9 @@ class Model:
         list[tuple[float, float, int, int]],
         list[tuple[float, int]],
     ]: ...
+    def select(
+        self, text: str, kind: int | None
+    ) -> tuple[str, _Keys, NDArray[np.int32]]: ...
     def findings(
         self, tolerance: float
     ) -> list[tuple[str, str, str, bool, bool, _Keys]]: ...

@@ -358,6 +358,20 @@ class Model:
         xyz = xyz[np.isfinite(xyz).all(axis=1)]
         return 1e-10 * float(np.linalg.norm(np.ptp(xyz, axis=0))) if len(xyz) else 0.0
 
+    def select(self, text: str, kind: Optional[str] = None) -> NDArray[np.int32]:
+        """The keys that a selection picks, in the order of the pool: `model.select("tet10 and
+        min-angle < 25")`, `model.select("nodes surface and z = 0")`. Of faces an array (n, 2) of
+        elements' keys and face numbers. docs/selecting.md has the language.
+
+        kind: "nodes", "elements" or "faces" settles of what a text selects that fits several.
+        Raises ValueError for a text that cannot be read, naming the column, and MissingError where
+        it names what the model does not have."""
+        kinds = ("nodes", "elements", "faces")
+        if kind is not None and kind not in kinds:
+            raise ValueError(f"kind {kind!r} is none of {', '.join(kinds)}")
+        found, keys, faces = self._core.select(text, None if kind is None else kinds.index(kind))
+        return np.column_stack([keys, faces]) if found == "faces" else keys
+
     def findings(
         self, tolerance: Optional[float] = None, progress: Progress = None
     ) -> dict[str, Finding]:
