@@ -14,6 +14,7 @@
 
 #include "qx_db/model/deck_pools.h"
 #include "qx_db/model/mesh_pools.h"
+#include "qx_db/model/standard_pools.h"
 #include "qx_db/record/element_types.h"
 
 #include "host/session.h"
