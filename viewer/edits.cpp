@@ -158,9 +158,10 @@ Outcome Move(CQXDBSession& session, const Request& request, const RefusalText& r
       for (int i = 0; i < 3; ++i) {
         const double out = session.Units().Out(CQXNodeUnit::Instance().Code(0), moved[i]);
         if (std::abs(out) <= kFarthest) continue;
-        return Failure{"", "node " + std::to_string(node.key),
-                       fmt::format("would have {} = {:g}, where nothing can be drawn", "xyz"[i], out),
-                       "move it less far"};
+        return Failure{
+            "", "node " + std::to_string(node.key),
+            fmt::format("would have {} = {:g}, where nothing can be drawn", "xyz"[i], out),
+            "move it less far"};
       }
       if (!pool.SetAtNU(item, node)) return Refused(refusal);
     }

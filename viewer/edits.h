@@ -14,7 +14,8 @@ namespace qx::viewer {
 using RefusalText = std::function<std::string()>;
 
 /// Does what `request` asks, as one step. JSON, by its member "edit":
-///   delete  records, turn          {table: keys, ...} and what hangs on them; refused where it turns
+///   delete  records, turn          {table: keys, ...} and what hangs on them; refused where it
+///   turns
 ///                                  elements that stay, unless turn is true
 ///   set     name, elements, nodes  a mesh set of those keys, with the nodes of the elements
 ///   move    nodes, by              nodes by three lengths in current units

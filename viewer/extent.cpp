@@ -7,13 +7,11 @@ namespace qx::viewer {
 namespace {
 
 /// The larger of the coordinates, which unlike the length cannot overflow.
-double Reach(const Point3& p) {
-  return std::max({std::abs(p.x), std::abs(p.y), std::abs(p.z)});
-}
+double Reach(const Point3& p) { return std::max({std::abs(p.x), std::abs(p.y), std::abs(p.z)}); }
 
 double Quantile(std::vector<double>& values, double share) {
-  const auto at = values.begin() +
-                  static_cast<std::ptrdiff_t>(share * static_cast<double>(values.size() - 1));
+  const auto at =
+      values.begin() + static_cast<std::ptrdiff_t>(share * static_cast<double>(values.size() - 1));
   std::nth_element(values.begin(), at, values.end());
   return *at;
 }
@@ -59,9 +57,8 @@ Extent ExtentOf(const DenseMesh& mesh, double length) {
     const Bulk bulk = BulkOf(mesh, fit);
     // Floats have 24 bits.
     const double most = bulk.reach > 0 ? 0x1p23 * bulk.reach : std::numeric_limits<double>::max();
-    std::erase_if(fit, [&](std::uint32_t n) {
-      return !(Reach(mesh.Position(n) - bulk.middle) <= most);
-    });
+    std::erase_if(
+        fit, [&](std::uint32_t n) { return !(Reach(mesh.Position(n) - bulk.middle) <= most); });
     extent.low = extent.high = mesh.Position(fit.front());
     for (const std::uint32_t n : fit) {
       const Point3& p = mesh.Position(n);

@@ -9,8 +9,8 @@
 
 namespace qx::viewer {
 
-/// Coordinates of a picture are floats, and the card squares lengths: farther out, in current units,
-/// nothing is drawn.
+/// Coordinates of a picture are floats, and the card squares lengths: farther out, in current
+/// units, nothing is drawn.
 inline constexpr double kFarthest = 1e18;
 
 /// A number as the page has it: the nearest float, the largest one where it is larger than that.

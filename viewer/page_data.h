@@ -66,7 +66,7 @@ class PageData {
   std::vector<std::uint32_t> order_;   // the mesh's node numbers, those seen first
   std::vector<std::uint32_t> number_;  // of a node of the mesh, here
   std::uint32_t seen_ = 0;
-  Point3 origin_;      // positions are given from here, so that floats are fine enough
+  Point3 origin_;  // positions are given from here, so that floats are fine enough
 };
 
 /// The steps of the history as a JSON list, oldest first.

@@ -14,6 +14,7 @@
 
 #include "qx_db/model/deck_pools.h"
 #include "qx_db/model/mesh_pools.h"
+#include "qx_db/model/standard_pools.h"
 #include "qx_db/record/element_types.h"
 
 #include "host/session.h"
@@ -157,7 +158,8 @@ TEST(PageDataTest, WhatDoesNotFitIsLeftOutAndTold) {
     const auto middles = ReadPack(data.Values("y")).Floats("values");
     EXPECT_TRUE(std::isnan(middles[0]));
     EXPECT_EQ(std::count_if(middles.begin(), middles.end(), [](float v) { return v < 3; }), 26);
-    for (const auto& finding : ReadPack(data.Findings()).text["findings"].GetArray()) {
+    const ReadPack findings(data.Findings());
+    for (const auto& finding : findings.text["findings"].GetArray()) {
       EXPECT_NE(finding["count"].GetInt(), 65) << "all nodes are one point to a huge tolerance";
     }
   }
@@ -383,7 +385,7 @@ TEST(EditsTest, RequestsThatMakeNoSenseAreRefusedAndChangeNothing) {
         R"({"edit":"delete","records":{"elem":1}})", R"({"edit":"move","nodes":[1],"by":[1,2]})",
         R"({"edit":"move","nodes":[1],"by":[1,2,"3"]})",
         R"({"edit":"move","nodes":[1],"by":[1e308,1e308,1e308],"by":[1e309,0,0]})",
-       R"({"edit":"move","nodes":[1],"by":[0,1.7e308,0]})",
+        R"({"edit":"move","nodes":[1],"by":[0,1.7e308,0]})",
         R"({"edit":"set","name":"","elements":[1]})", R"({"edit":"fix","merge_tolerance":-1})",
         R"({"edit":"undo"})", R"({"edit":"redo"})"}) {
     EXPECT_FALSE(viewer::ApplyEdit(session, request, {})) << request;
@@ -402,8 +404,7 @@ TEST(SourceTest, LooksAtThePastWhileThePresentStays) {
   auto source = viewer::Source::Open(path, true, {});
   ASSERT_TRUE(source) << source.Error().Line();
   for (const char* keys : {"[1]", "[2,3]"}) {
-    const std::string request =
-        std::string(R"({"edit":"delete","records":{"elem":)") + keys + "}}";
+    const std::string request = std::string(R"({"edit":"delete","records":{"elem":)") + keys + "}}";
     ASSERT_TRUE((*source)->Edit(request));
   }
   const std::size_t expected[] = {27, 26, 24};

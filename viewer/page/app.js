@@ -173,10 +173,22 @@ export class App {
     this.stage.show(this.mesh, faces, this.adjacency, this.visible);
   }
 
+  /** Hides or shows a row of the tree, of a set with those below it. */
   setHidden(id, hide) {
-    if (hide) this.hidden.add(id);
-    else this.hidden.delete(id);
+    const [what, key] = id.split(':');
+    const ids = what === 'set' ? this.setsBelow(Number(key)).map((set) => `set:${set.key}`) : [id];
+    for (const each of ids) {
+      if (hide) this.hidden.add(each);
+      else this.hidden.delete(each);
+    }
     return this.updateVisible();
+  }
+
+  /** A set and all below it, each once. */
+  setsBelow(key) {
+    const found = new Set(this.mesh.sets.filter((set) => set.key === key));
+    for (const set of found) for (const child of this.mesh.sets) if (child.parent === set.key) found.add(child);
+    return [...found];
   }
 
   isolate(label, elements) {
@@ -204,15 +216,7 @@ export class App {
     const [what, text] = id.split(':');
     const key = Number(text);
     const { mesh } = this;
-    if (what === 'set') {
-      const all = new Set();
-      const add = (set) => {
-        for (const e of set.elementList) all.add(e);
-        for (const child of mesh.sets) if (child.parent === set.key && child !== set && child.key !== child.parent) add(child);
-      };
-      mesh.sets.filter((set) => set.key === key).forEach(add);
-      return [...all];
-    }
+    if (what === 'set') return [...new Set(this.setsBelow(key).flatMap((set) => [...set.elementList]))];
     const out = [];
     for (let e = 0; e < mesh.elementCount; e++) {
       const property = this.idOfProperty(e);

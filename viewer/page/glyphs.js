@@ -53,7 +53,18 @@ export async function loadSeeds(app) {
   const shift = pack.text.origin.map((c, i) => c - app.mesh.about.origin[i]);
   const placed = (name) => pack.array(name).map((v, i) => v + shift[i % 3]);
   app.seeds = { curves: placed('curves'), dots: placed('seeds'), curveControl: pack.array('curve_control'), seedControl: pack.array('seed_control') };
+  app.seeds.controls = [...new Set(app.seeds.curveControl)].filter(Boolean).sort((a, b) => a - b);
   app.stage.beside = app.seeds.curves;
+}
+
+const seedColor = (seeds, control) => (control ? palette.thing(seeds.controls.indexOf(control)) : 0x8b949e);
+
+/** What the colours of seeds mean, where they are shown. */
+export function seedRows({ seeds, glyphs }) {
+  if (!seeds || !glyphs.seeds) return [];
+  const rows = seeds.controls.map((control) => ({ label: `size control ${control}`, color: seedColor(seeds, control) }));
+  if (seeds.curveControl.includes(0)) rows.push({ label: 'no size control', color: seedColor(seeds, 0) });
+  return rows;
 }
 
 /** Edges of geometry in the colours of their size controls, and their seeds. */
@@ -63,8 +74,7 @@ export function showSeeds(app) {
   stage.setOverlay('curves', null);
   stage.setDots('seeds', null);
   if (!on) return;
-  const controls = [...new Set(seeds.seedControl)];
-  const color = (control) => (control ? palette.thing(controls.indexOf(control)) : 0x8b949e);
+  const color = (control) => seedColor(seeds, control);
   const tints = new Float32Array(seeds.curves.length);
   seeds.curveControl.forEach((control, i) => {
     const c = color(control);

@@ -3,6 +3,7 @@
 import { Vector3 } from 'three';
 
 import { el, grouped, short, svg } from './dom.js';
+import { seedRows } from './glyphs.js';
 import * as palette from './palette.js';
 
 const axes = [['x', '#d55e00', 1, 0, 0], ['y', '#009e73', 0, 1, 0], ['z', '#0072b2', 0, 0, 1]];
@@ -62,9 +63,11 @@ export function buildLegend(holder, app, interactive) {
   const { legend, markRows } = app;
   const most = !interactive ? 14 : matchMedia('(max-width: 900px)').matches ? 6 : 16;
   if (markRows.length) holder.append(el('h3', {}, app.markTitle), ...rowsOf(markRows, most));
+  const seeds = seedRows(app);
+  if (seeds.length) holder.append(el('h3', {}, 'Seeds'), ...rowsOf(seeds, most));
   // Beside marks all that has a colour steps back.
   const any = legend && !(legend.rows && !legend.rows.length) && !markRows.length;
-  holder.hidden = !any && !markRows.length;
+  holder.hidden = !any && !markRows.length && !seeds.length;
   if (!any) return;
   holder.append(el('h3', {}, legend.title, legend.unit ? el('small', {}, ` ${legend.unit}`) : null));
   if (legend.rows) {
@@ -76,7 +79,9 @@ export function buildLegend(holder, app, interactive) {
     holder.append(el('p', { class: 'hint' }, 'no element has this value'));
     return;
   }
-  if (legend.uniform) {
+  if (app.color.only) {
+    holder.append(...rowsOf([{ label: 'fails the limit', color: palette.marks.fault }, { label: 'the rest', color: palette.neutral }], 2));
+  } else if (legend.uniform) {
     holder.append(...rowsOf([{ label: `all ${short(from)}`, color: legend.map[128] }], 1));
   } else {
     holder.append(scaleOf(legend, from, to));

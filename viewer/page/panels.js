@@ -460,6 +460,7 @@ function buildGlyphs(app, holder) {
     const box = el('input', { type: 'checkbox', checked: app.glyphs[name], onchange: () => {
       app.glyphs[name] = box.checked;
       app.showGlyphs();
+      app.tell('legend');
     } });
     return el('label', { class: 'check' }, box, ` ${text}`);
   }), el('p', { class: 'hint' }, 'x vermilion, y green, z blue'));
@@ -584,9 +585,13 @@ function followCamera(app, triad, over) {
     triad.replaceChildren(drawTriad(app.stage.camera));
     for (const node of over.querySelectorAll('.measure, .system')) node.remove();
     if (app.mesh) {
+      const labels = [];
       for (const { key, name, origin } of shownSystems(app).slice(0, 40)) {
         const [x, y, z] = app.stage.project(...origin);
-        if (z < 1) over.append(svg('text', { class: 'system', x: x + 6, y: y + 14 }, name || String(key)));
+        let below = y + 14; // and below those that stand there
+        while (labels.some(([otherX, otherY]) => Math.abs(otherX - x) < 90 && Math.abs(otherY - below) < 14)) below += 14;
+        labels.push([x, below]);
+        if (z < 1) over.append(svg('text', { class: 'system', x: x + 6, y: below }, name || String(key)));
       }
     }
     if (!app.measured.length || !app.mesh) return;

@@ -108,6 +108,22 @@ describe('numbers that the page finds by itself', () => {
     assert.deepEqual(counts, [156, 150, 6, 150]);
   });
 
+  test('a set is hidden with those below it', async () => {
+    const model = cube('nested', 2);
+    for (const [name, elements] of [['upper', '1'], ['middle', '2'], ['lower', '3-4']]) qxdb('sets', 'add', model, name, '--elements', elements);
+    qxdb('sets', 'move', model, 'middle', '--under', 'upper');
+    qxdb('sets', 'move', model, 'lower', '--under', 'middle');
+    const own = await open(htmlOf(model));
+    const seen = await run(own, `const out = []; const note = () => out.push((app.visible || new Uint8Array(8).fill(1)).reduce((a, b) => a + b));
+      const id = (name) => 'set:' + app.mesh.sets.find((s) => s.name === name).key;
+      await app.setHidden(id('upper'), true); note(); await app.setHidden(id('middle'), false); note(); await app.showAll(); note();
+      await app.isolate('', app.elementsOf(id('middle'))); note(); return out;`);
+    assert.deepEqual(seen, [4, 7, 8, 3]);
+    assert.equal(await own.locator('.tree-row input:not(:checked)').count(), 1, 'systems are off at first');
+    clean(own);
+    await own.close();
+  });
+
   test('measures as qxdb check does', async () => {
     for (const [measure, wanted] of [['edge-ratio', 1], ['min-angle', 90], ['skew', 0]]) {
       const range = await run(page, 'await app.setColor({ by: argument }); return app.legend.range;', measure);

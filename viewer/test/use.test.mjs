@@ -163,6 +163,7 @@ test('draws axes, systems and seeds where they are asked for', async () => {
   const { address, stop } = await serve(...seeded('seeded'));
   const seeds = await open(address);
   assert.ok(await run(seeds, "return app.stage.overlays.has('curves') && app.stage.overlays.get('seeds').geometry.attributes.position.count > 100;"));
+  assert.match(await seeds.locator('.legend').textContent(), /^Seedssize control \d+/);
   await openPart(seeds, 'Axes');
   await seeds.getByLabel('Seeds and size controls').uncheck();
   await until(seeds, "!window.qx.app.stage.overlays.has('seeds')");

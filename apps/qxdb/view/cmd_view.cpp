@@ -226,7 +226,8 @@ void AddPicture(Command& app, Context& context) {
   command->Add("--step", &options->step, "Show the state after so many steps of the history")
       .Range(0, std::int64_t{1} << 31);
   command->Add("--changes", &options->changes, "Mark what the last step changed");
-  command->Add("--findings", &options->findings, "Mark what qxdb check finds, each kind in its colour");
+  command->Add("--findings", &options->findings,
+               "Mark what qxdb check finds, each kind in its colour");
   command->Add("--no-edges", &options->no_edges, "Leave the edges of elements out");
   command->Add("--dark", &options->dark, "On a dark ground");
   command->Add("--perspective", &options->perspective, "As the eye sees it");

@@ -86,8 +86,8 @@ class FaceSides {
   /// the order of its corners, as that may be wrong.
   bool IsAbove(std::uint32_t e, const SideCorners& face) const {
     const auto p = [&](std::size_t i) { return mesh_.Position(face[i]); };
-    const Point3 normal = face[3] == kNone ? Cross(p(1) - p(0), p(2) - p(0))
-                                           : Cross(p(2) - p(0), p(3) - p(1));
+    const Point3 normal =
+        face[3] == kNone ? Cross(p(1) - p(0), p(2) - p(0)) : Cross(p(2) - p(0), p(3) - p(1));
     Point3 middle;
     for (const std::uint32_t n : mesh_.Corners(e)) middle += mesh_.Position(n) - p(0);
     return Dot(normal, middle) > 0;

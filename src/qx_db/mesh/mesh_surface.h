@@ -21,11 +21,11 @@ struct FaceList {
   std::size_t Count() const { return elements.size(); }
 };
 
-/// The outer faces of solids (OuterFaces) and all surface elements as faces; lines as pairs of nodes, one element
-/// of three nodes giving two; points. Special elements, whose shape is the application's, are a
-/// point when they have one node, and else the lines of their outline (topology::OutlineOf); both
-/// sides of an interface are among these. Elements with
-/// a missing node or a coordinate that is no number are left out.
+/// The outer faces of solids (OuterFaces) and all surface elements as faces; lines as pairs of
+/// nodes, one element of three nodes giving two; points. Special elements, whose shape is the
+/// application's, are a point when they have one node, and else the lines of their outline
+/// (topology::OutlineOf); both sides of an interface are among these. Elements with a missing node
+/// or a coordinate that is no number are left out.
 struct QXDB_API MeshSurface {
   std::array<FaceList, 4> faces;  ///< of 3, 4, 6 and 8 nodes
   std::vector<std::uint32_t> line_nodes;
