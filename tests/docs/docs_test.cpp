@@ -137,6 +137,9 @@ TEST_P(Page, DoesWhatItSays) {
       }
       const bool is_refused = command.find("# refused") != std::string::npos;
       const int code = Run(command);
+      if (code != 0 && out_.find("is not part of this build") != std::string::npos) {
+        GTEST_SKIP() << place << "what follows needs a component that is off: " << out_;
+      }
       EXPECT_TRUE(is_refused ? code == 1 || code == 2 : code == 0)
           << place << command << "\nends with " << code << ": " << out_;
     }
