@@ -22,6 +22,8 @@ libocct-modeling-algorithms-dev libocct-data-exchange-dev libocct-ocaf-dev libtb
   "QX_VIEWER|the viewer in the browser|npm, esbuild or cpp-httplib|libcpp-httplib-dev \
 esbuild $(command -v npm >/dev/null || echo npm)|main"  # npm's package drags in hundreds
   "QX_EXODUS|Exodus files|netCDF|libnetcdf-dev|"
+  "QX_CGNS|CGNS files|HDF5|libhdf5-dev|"
+  "QX_MED|MED files|HDF5|libhdf5-dev|"
   "QX_PYTHON|the Python package|pybind11|pybind11-dev python3-dev python3-numpy|"
 )
 

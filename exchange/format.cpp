@@ -10,9 +10,15 @@
 #include "qx_db/platform/text.h"
 
 #include "exchange/abaqus/abaqus_format.h"
+#ifdef QX_HAS_CGNS
+#include "exchange/cgns/cgns_format.h"
+#endif
 #include "exchange/deck_text.h"
 #ifdef QX_HAS_EXODUS
 #include "exchange/exodus/exodus_format.h"
+#endif
+#ifdef QX_HAS_MED
+#include "exchange/med/med_format.h"
 #endif
 #include "exchange/msh/msh_format.h"
 #include "exchange/nastran/nas_format.h"
@@ -52,6 +58,47 @@ constexpr OtherKind kOtherKinds[] = {
     {"%PDF", "a PDF document"},
     {"\x89PNG", "a picture"},
 };
+
+/// Formats of components that this build may lack.
+struct Component {
+  std::string_view extensions;  ///< each with a comma behind it
+  std::string_view title;
+  std::string_view name;
+  bool is_on;
+};
+#ifdef QX_HAS_EXODUS
+constexpr bool kHasExodus = true;
+#else
+constexpr bool kHasExodus = false;
+#endif
+#ifdef QX_HAS_CGNS
+constexpr bool kHasCgns = true;
+#else
+constexpr bool kHasCgns = false;
+#endif
+#ifdef QX_HAS_MED
+constexpr bool kHasMed = true;
+#else
+constexpr bool kHasMed = false;
+#endif
+constexpr Component kComponents[] = {
+    {".cgns,", "CGNS", "QX_CGNS", kHasCgns},
+    {".exo,.e,.g,.ex2,.exii,.gen,", "Exodus", "QX_EXODUS", kHasExodus},
+    {".med,.rmed,", "MED", "QX_MED", kHasMed},
+};
+
+/// What to say of a file whose format is left out of this build; none for others.
+std::optional<Failure> IsLeftOut(const std::string& path, const std::string& extension) {
+  for (const Component& component : kComponents) {
+    if (component.is_on || extension.empty() ||
+        component.extensions.find(extension + ",") == std::string_view::npos) {
+      continue;
+    }
+    return Failure{path, "", fmt::format("this build has no {} files", component.title),
+                   fmt::format("build with -D{}=ON", component.name)};
+  }
+  return std::nullopt;
+}
 
 std::string WhatItLooksLike(std::string_view head) {
   if (head.empty()) return "it is empty";
@@ -117,8 +164,14 @@ std::string CapabilityWords(unsigned capabilities) {
 
 std::span<const Format> Formats() {
   static const Format formats[] = {AbaqusFormat(),
+#ifdef QX_HAS_CGNS
+                                   CgnsFormat(),
+#endif
 #ifdef QX_HAS_EXODUS
                                    ExodusFormat(),
+#endif
+#ifdef QX_HAS_MED
+                                   MedFormat(),
 #endif
                                    MshFormat(),    NastranFormat(), ObjFormat(),
                                    PlyFormat(),    PvtuFormat(),    StlFormat(),
@@ -154,6 +207,7 @@ Result<const Format*> FormatToRead(const std::string& path) {
   }
   if (by_content) return by_content;
   if (by_name && by_name->may_be && by_name->may_be(*head)) return by_name;
+  if (const auto left_out = IsLeftOut(path, extension)) return *left_out;
   const std::string looks = WhatItLooksLike(*head);
   if (by_name) {
     return Failure{path, "", fmt::format("is no {}: {}", by_name->title, looks),
@@ -169,6 +223,7 @@ Result<const Format*> FormatToWrite(const std::string& path) {
   for (const Format& format : Formats()) {
     if (format.write && HasExtension(format, extension)) return &format;
   }
+  if (const auto left_out = IsLeftOut(path, extension)) return *left_out;
   return Failure{path, "", "has an unknown format", "use one of: " + KnownExtensions(false)};
 }
 

@@ -7,12 +7,10 @@
 #include "qx_db/platform/text.h"
 #include "qx_db/record/element_types.h"
 
+#include "exchange/node_orders.h"
+
 namespace qx::exchange {
 namespace {
-
-constexpr std::int8_t kWedge15[] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 12, 13, 14, 9, 10, 11};
-constexpr std::int8_t kHex20[] = {0,  1,  2,  3,  4,  5,  6,  7,  8,  9,
-                                  10, 11, 16, 17, 18, 19, 12, 13, 14, 15};
 
 /// A shape by the names that types begin with.
 struct Shape {
@@ -91,10 +89,7 @@ std::optional<ExodusKind> FindExodusKind(std::string_view type, std::int64_t nod
 
 std::string_view ExodusTypeOf(std::int32_t code) { return kTypes[code - 1]; }
 
-const std::int8_t* ExodusOrderOf(std::int32_t code) {
-  if (code == element::kWedge15) return kWedge15;
-  return code == element::kHex20 ? kHex20 : nullptr;
-}
+const std::int8_t* ExodusOrderOf(std::int32_t code) { return UprightOrderOf(code); }
 
 std::int32_t SideOfExodus(std::int32_t code, std::int64_t side, bool in_space) {
   const ElementType& type = *FindElementType(code);

@@ -11,6 +11,8 @@
 
 #include "qx_db/platform/file.h"
 
+#include "exchange/hdf5/h5_lock.h"
+
 namespace qx::exchange {
 namespace {
 
@@ -119,15 +121,10 @@ std::uint64_t ProductOf(const std::vector<std::size_t>& lengths) {
   return product;
 }
 
-std::mutex& LibraryMutex() {
-  static std::mutex mutex;
-  return mutex;
-}
-
 }  // namespace
 
 NcReader::NcReader(std::string name, std::uint64_t bytes)
-    : lock_(LibraryMutex()),
+    : lock_(Hdf5Mutex()),
       name_(std::move(name)),
       file_bytes_(bytes),
       left_(kAlwaysAllowed + kMostGrowth * bytes) {}
@@ -384,7 +381,7 @@ std::string NcReader::TextAttribute(const std::string& variable, const char* nam
 
 // ---- writing ------------------------------------------------------------------------------------
 
-NcWriter::NcWriter(const std::string& path, bool large) : lock_(LibraryMutex()) {
+NcWriter::NcWriter(const std::string& path, bool large) : lock_(Hdf5Mutex()) {
   std::error_code error;
   const std::filesystem::path absolute = std::filesystem::absolute(PathFromUtf8(path), error);
   const int container = large ? NC_64BIT_DATA : NC_64BIT_OFFSET;
