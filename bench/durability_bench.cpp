@@ -120,7 +120,7 @@ void DurableSteps() {
       MoveNodes(session, next % kNodes + 1, next % kNodes + 1);
     }
     Figure("step of one node, no file, " + std::to_string(kept) + " steps kept",
-           1e6 * small_steps() / kSmallSteps, "us", 5);
+           1e6 * small_steps() / kSmallSteps, "us", 1.5);
   }
   session.SetHistoryLimits({});
   double commit = 1;
