@@ -3,7 +3,10 @@
 #include <algorithm>
 #include <cmath>
 #include <functional>
+#include <gtest/gtest.h>
+#include <map>
 #include <random>
+#include <set>
 
 #include "qx_db/mesh/mesh_quality.h"
 #include "qx_db/mesh/topology_table.h"
