@@ -12,6 +12,7 @@
 
 #include "qx_db/core/schema_text.h"
 #include "qx_db/model/plain_pools.h"
+#include "qx_db/select/selection.h"
 
 #include "exchange/msh/msh_reader.h"
 #include "exchange/transfer.h"
@@ -314,6 +315,16 @@ void MakeModels() {
   Put("steps", "all", past + frames);
 }
 
+// ---- selections ---------------------------------------------------------------------------------
+
+/// The examples of the conditions, in the order of their table.
+void MakeSelections() {
+  int number = 0;
+  for (const ConditionInfo& each : Conditions()) {
+    Put("select", fmt::format("{:02}", ++number), std::string(each.example));
+  }
+}
+
 }  // namespace
 }  // namespace qx::fuzz
 
@@ -332,5 +343,6 @@ int main(int argc, char** argv) {
   qx::fuzz::MakeRecords();
   qx::fuzz::MakeMaterials();
   qx::fuzz::MakeModels();
+  qx::fuzz::MakeSelections();
   return 0;
 }

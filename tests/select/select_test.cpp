@@ -3,7 +3,10 @@
 #include <algorithm>
 #include <cmath>
 #include <functional>
+#include <gtest/gtest.h>
+#include <map>
 #include <random>
+#include <set>
 
 #include "qx_db/mesh/mesh_quality.h"
 #include "qx_db/mesh/topology_table.h"
@@ -466,6 +469,9 @@ TEST(Selection, SaysWhatIsWrongWhereAndWhatToDo) {
       {"unused and hex8",
        "where: column 12: selects elements or faces, but what stands before it nodes; put it into "
        "nodes of (...)"},
+      {"type 17.3",
+       "where: column 6: there is \"17.3\" where a key is expected; write type KEYS, as "
+       "type 46,47"},
       {"keys 20:10",
        "where: column 6: the range is empty; write it as FIRST:LAST or FIRST:LAST:STEP"},
       {"set \"left", "where: column 5: the quote is not closed; end the name with \""},

@@ -373,7 +373,7 @@ class Parser {
   /// 1,5,10:20,100:200:2,7-9,300- or faces, 17.3
   bool ReadKeys(const Condition& row, Arguments& to) {
     do {
-      if (TakeFace(to)) continue;
+      if (row.evaluate == MarkKeys && TakeFace(to)) continue;
       KeyRange range{0, 0, 1};
       const std::size_t at = Now().at;
       if (!TakeKey(Now().raw, row, range.first)) return false;
