@@ -2,6 +2,7 @@
 
 #include "exchange/cgns/cgns_reader.h"
 #include "exchange/cgns/cgns_writer.h"
+#include "exchange/hdf5/h5_apart.h"
 #include "exchange/hdf5/h5_reader.h"
 
 namespace qx::exchange {
@@ -22,8 +23,10 @@ bool MayBe(std::string_view head) { return head.starts_with("\x89HDF"); }
 bool IsOwn(const std::string& path) {
   const Result<std::string> head = HeadOfFile(path);
   if (!head || !MayBe(*head)) return false;
-  const auto file = H5Reader::Open(path);
-  return file && (*file)->IsGroup(std::string("/Base/") + kCgnsOwn);
+  return IsTrueApart([&] {
+    const auto file = H5Reader::Open(path);
+    return file && (*file)->IsGroup(std::string("/Base/") + kCgnsOwn);
+  });
 }
 
 }  // namespace

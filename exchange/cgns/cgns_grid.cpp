@@ -6,7 +6,8 @@
 
 namespace qx::exchange {
 
-void AddCells(Deck& deck, std::size_t first_node, const std::vector<std::int64_t>& shape) {
+void AddCells(Deck& deck, std::size_t first_node, const std::vector<std::int64_t>& shape,
+              Key first_key) {
   constexpr std::int32_t kCodes[] = {element::kLine2, element::kQuad4, element::kHex8};
   const std::int32_t code = kCodes[shape.size() - 1];
   const auto used = static_cast<std::size_t>(FindElementType(code)->nodes);
@@ -21,8 +22,7 @@ void AddCells(Deck& deck, std::size_t first_node, const std::vector<std::int64_t
     for (std::size_t j = 0; j < cells[1]; ++j) {
       for (std::size_t i = 0; i < cells[0]; ++i) {
         const std::size_t at = first_node + i + j * a + k * b;
-        deck.elements.push_back(
-            {static_cast<Key>(deck.elements.size() + 1), code, deck.connectivity.size()});
+        deck.elements.push_back({first_key++, code, deck.connectivity.size()});
         for (std::size_t c = 0; c < used; ++c) {
           deck.connectivity.push_back(deck.node_keys[at + corners[c]]);
         }

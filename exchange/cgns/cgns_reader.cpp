@@ -3,16 +3,19 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <filesystem>
 #include <fmt/format.h>
 #include <map>
 #include <set>
 
+#include "qx_db/platform/file.h"
 #include "qx_db/platform/text.h"
 #include "qx_db/record/element_types.h"
 
 #include "exchange/cgns/cgns_grid.h"
 #include "exchange/cgns/cgns_kinds.h"
 #include "exchange/cgns/cgns_tree.h"
+#include "exchange/hdf5/h5_apart.h"
 #include "exchange/key_set.h"
 #include "exchange/node_orders.h"
 #include "exchange/room.h"
@@ -200,7 +203,10 @@ class CgnsReader {
     ReadUnits(zone.path);
     key_of_.clear();
     if (is_structured) {
-      AddCells(deck_, first_node_, shape_);
+      if (nodes_ > static_cast<std::uint64_t>(kMaxKey - LastKey())) {
+        return Fault(PlaceOf(zone.path), "the file has more elements than a model can have");
+      }
+      AddCells(deck_, first_node_, shape_, LastKey() + 1);
     } else {
       ReadSections(zone.path, children);
     }
@@ -296,6 +302,13 @@ class CgnsReader {
     }
   }
 
+  /// Number of the last element of the zones before.
+  Key LastKey() const {
+    Key last = 0;
+    for (const Mesh::Element& element : deck_.elements) last = std::max(last, element.key);
+    return last;
+  }
+
   // ---- sections -------------------------------------------------------------------------------
 
   void ReadSections(const std::string& zone, const std::vector<Child>& children) {
@@ -331,8 +344,7 @@ class CgnsReader {
     if (first_element_ == 0) {
       numbers = OwnNumbers(zone, "ElementNumbers", static_cast<std::uint64_t>(last));
     }
-    Key first = 0;
-    for (const Mesh::Element& element : deck_.elements) first = std::max(first, element.key);
+    const Key first = LastKey();
     if (static_cast<std::int64_t>(first) + last > kMaxKey) {
       return Fault(PlaceOf(zone), "the file has more elements than a model can have");
     }
@@ -651,18 +663,6 @@ class CgnsReader {
   std::vector<Key> key_of_;  // key of each element number, 0 for one that is not read
 };
 
-Result<Deck> ReadFrom(Result<std::unique_ptr<H5Reader>> file, const std::string& name,
-                      const ReadOptions& options, std::vector<Failure>& faults) {
-  if (!file) {
-    faults.push_back(file.Error());
-    return file.Error();
-  }
-  const std::size_t before = faults.size();
-  std::optional<Deck> deck = CgnsReader(**file, name, options, faults).Read();
-  if (!deck) return faults[before];
-  return std::move(*deck);
-}
-
 }  // namespace
 
 Result<Deck> ReadCgns(const std::string& path, const ReadOptions& options,
@@ -673,14 +673,17 @@ Result<Deck> ReadCgns(const std::string& path, const ReadOptions& options,
                       "convert it with adf2hdf"});
     return faults.back();
   }
-  return ReadFrom(H5Reader::Open(path), path, options, faults);
+  std::error_code error;
+  const auto size = std::filesystem::file_size(PathFromUtf8(path), error);
+  return ReadHdf5<CgnsReader>([&] { return H5Reader::Open(path); }, error ? 0 : size, path, options,
+                              faults);
 }
 
 Result<Deck> ParseCgns(std::string_view bytes, const std::string& name,
                        std::vector<Failure>* faults) {
   std::vector<Failure> all;
-  const ReadOptions options;
-  Result<Deck> deck = ReadFrom(H5Reader::OpenMemory(bytes, name), name, options, all);
+  Result<Deck> deck = ReadHdf5<CgnsReader>([&] { return H5Reader::OpenMemory(bytes, name); },
+                                           bytes.size(), name, {}, all);
   if (faults) faults->insert(faults->end(), all.begin(), all.end());
   return deck;
 }

@@ -37,13 +37,7 @@ H5Writer::H5Writer(const std::string& path) : lock_(Hdf5Mutex()) {
   Check(file_, "the file");
 }
 
-H5Writer::~H5Writer() {
-  if (!h5_) return;
-  Finish();
-  h5_->H5Pclose(group_list_);
-  h5_->H5Pclose(array_list_);
-  h5_->H5Eset_auto2(H5E_DEFAULT, reinterpret_cast<H5E_auto2_t>(error_function_), error_data_);
-}
+H5Writer::~H5Writer() { Finish(); }
 
 bool H5Writer::Check(std::int64_t status, const std::string& path) {
   if (status < 0 && wrong_.empty()) wrong_ = fmt::format("'{}' cannot be stored", path);
@@ -162,8 +156,14 @@ void H5Writer::PutTexts(const std::string& path, const std::vector<std::string>&
 }
 
 std::string H5Writer::Finish() {
-  if (h5_ && file_ >= 0) Check(h5_->H5Fclose(file_), "the file");
-  file_ = -1;
+  if (!lock_.owns_lock()) return wrong_;
+  if (h5_) {
+    if (file_ >= 0) Check(h5_->H5Fclose(file_), "the file");
+    h5_->H5Pclose(group_list_);
+    h5_->H5Pclose(array_list_);
+    h5_->H5Eset_auto2(H5E_DEFAULT, reinterpret_cast<H5E_auto2_t>(error_function_), error_data_);
+  }
+  lock_.unlock();
   return wrong_;
 }
 

@@ -12,7 +12,8 @@ namespace qx::exchange {
 
 struct H5Library;
 
-/// A file, whose bytes follow from what is put in alone. After a failure every further call does
+/// A file, whose bytes follow from what is put in alone. Until it is finished no other thread can
+/// open one, and this one neither. After a failure every further call does
 /// nothing; Finish() tells the first.
 class H5Writer {
  public:

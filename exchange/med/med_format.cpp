@@ -1,5 +1,6 @@
 #include "exchange/med/med_format.h"
 
+#include "exchange/hdf5/h5_apart.h"
 #include "exchange/hdf5/h5_reader.h"
 #include "exchange/med/med_reader.h"
 #include "exchange/med/med_writer.h"
@@ -20,8 +21,10 @@ bool MayBe(std::string_view head) { return head.starts_with("\x89HDF"); }
 bool IsOwn(const std::string& path) {
   const Result<std::string> head = HeadOfFile(path);
   if (!head || !MayBe(*head)) return false;
-  const auto file = H5Reader::Open(path);
-  return file && (*file)->TextAttribute("/ENS_MAA/mesh", "DES") == kMedOwn;
+  return IsTrueApart([&] {
+    const auto file = H5Reader::Open(path);
+    return file && (*file)->TextAttribute("/ENS_MAA/mesh", "DES") == kMedOwn;
+  });
 }
 
 }  // namespace

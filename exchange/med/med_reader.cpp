@@ -2,13 +2,16 @@
 
 #include <algorithm>
 #include <cmath>
+#include <filesystem>
 #include <fmt/format.h>
 #include <map>
 #include <set>
 
+#include "qx_db/platform/file.h"
 #include "qx_db/platform/text.h"
 #include "qx_db/record/element_types.h"
 
+#include "exchange/hdf5/h5_apart.h"
 #include "exchange/hdf5/h5_reader.h"
 #include "exchange/key_set.h"
 #include "exchange/med/med_kinds.h"
@@ -356,30 +359,21 @@ class MedReader {
   std::map<std::string, std::size_t> places_;                   // of groups, by name
 };
 
-Result<Deck> ReadFrom(Result<std::unique_ptr<H5Reader>> file, const std::string& name,
-                      const ReadOptions& options, std::vector<Failure>& faults) {
-  if (!file) {
-    faults.push_back(file.Error());
-    return file.Error();
-  }
-  const std::size_t before = faults.size();
-  std::optional<Deck> deck = MedReader(**file, name, options, faults).Read();
-  if (!deck) return faults[before];
-  return std::move(*deck);
-}
-
 }  // namespace
 
 Result<Deck> ReadMed(const std::string& path, const ReadOptions& options,
                      std::vector<Failure>& faults) {
-  return ReadFrom(H5Reader::Open(path), path, options, faults);
+  std::error_code error;
+  const auto size = std::filesystem::file_size(PathFromUtf8(path), error);
+  return ReadHdf5<MedReader>([&] { return H5Reader::Open(path); }, error ? 0 : size, path, options,
+                             faults);
 }
 
 Result<Deck> ParseMed(std::string_view bytes, const std::string& name,
                       std::vector<Failure>* faults) {
   std::vector<Failure> all;
-  const ReadOptions options;
-  Result<Deck> deck = ReadFrom(H5Reader::OpenMemory(bytes, name), name, options, all);
+  Result<Deck> deck = ReadHdf5<MedReader>([&] { return H5Reader::OpenMemory(bytes, name); },
+                                          bytes.size(), name, {}, all);
   if (faults) faults->insert(faults->end(), all.begin(), all.end());
   return deck;
 }
