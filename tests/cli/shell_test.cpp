@@ -6,10 +6,20 @@
 
 #include "tests/cli/cli_fixture.h"
 
+#ifdef QX_HAS_CGNS
+#define QX_CGNS_FILES ".cgns "
+#else
+#define QX_CGNS_FILES ""
+#endif
 #ifdef QX_HAS_EXODUS
 #define QX_EXODUS_FILES ".exo .e .g .ex2 .exii .gen "
 #else
 #define QX_EXODUS_FILES ""
+#endif
+#ifdef QX_HAS_MED
+#define QX_MED_FILES ".med .rmed "
+#else
+#define QX_MED_FILES ""
 #endif
 
 namespace qx {
@@ -40,7 +50,7 @@ TEST_F(Shell, SuggestsWhatMayStandNext) {
       {"exp", "export"},
       {"edit ''", "move|renumber|delete"},
       {"edit m", "move"},
-      {"export m.qxm ''", ":files .inp " QX_EXODUS_FILES
+      {"export m.qxm ''", ":files .inp " QX_CGNS_FILES QX_EXODUS_FILES QX_MED_FILES
                           ".msh .bdf .dat .nas .blk .obj .ply .stl .unv .uff .vtu .json"},
       {"export m.qxm a.vtu --encoding ''", "binary|ascii|base64|raw|inline"},
       {"export m.qxm a.vtu --encoding = ba", "base64"},
