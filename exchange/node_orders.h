@@ -1,7 +1,7 @@
 #pragma once
 // Orders of nodes that several formats share, as `file[k] = ours[order[k]]`; each is its own
 // inverse.
-// Threads: any.
+// Threads: any; the tables never change.
 
 #include <cstdint>
 
