@@ -37,3 +37,11 @@ function(qx_report_components)
     endif()
   endforeach()
 endfunction()
+
+# qx_loaded_file(<variable> <library>): the file name, with its version, of a library of which only
+# the headers are used in building: it is loaded when a file is opened that needs it.
+function(qx_loaded_file variable library)
+  get_filename_component(file "${library}" REALPATH)
+  string(REGEX REPLACE ".*/([^/]*\\.so\\.[0-9]+).*" "\\1" file "${file}")
+  set(${variable} "${file}" PARENT_SCOPE)
+endfunction()

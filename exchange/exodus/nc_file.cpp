@@ -6,11 +6,10 @@
 #include <fstream>
 #include <iterator>
 #include <limits>
-#include <netcdf.h>
-#include <netcdf_mem.h>
 
 #include "qx_db/platform/file.h"
 
+#include "exchange/exodus/nc_library.h"
 #include "exchange/hdf5/h5_lock.h"
 
 namespace qx::exchange {
@@ -110,6 +109,10 @@ Failure UnsoundHeader(const std::string& name) {
   return {name, "", "is no netCDF file: its description ends early", "write the file again"};
 }
 
+Failure NotLoaded(const std::string& name, const Outcome& why) {
+  return {name, "", "cannot be read: the netCDF library " + why.Line(), "install it"};
+}
+
 /// How many values so many in each dimension are; the largest number where no number holds them.
 std::uint64_t ProductOf(const std::vector<std::size_t>& lengths) {
   constexpr std::uint64_t kTooMany = std::numeric_limits<std::uint64_t>::max();
@@ -130,18 +133,18 @@ NcReader::NcReader(std::string name, std::uint64_t bytes)
       left_(kAlwaysAllowed + kMostGrowth * bytes) {}
 
 NcReader::~NcReader() {
-  if (id_ >= 0) nc_close(id_);
+  if (id_ >= 0) Nc().nc_close(id_);
 }
 
 Result<std::unique_ptr<NcReader>> NcReader::Opened(std::unique_ptr<NcReader> file, int status) {
   if (status != NC_NOERR) {
     file->id_ = -1;
-    return Failure{file->name_, "", fmt::format("is no netCDF file: {}", nc_strerror(status)),
+    return Failure{file->name_, "", fmt::format("is no netCDF file: {}", Nc().nc_strerror(status)),
                    "write the file again"};
   }
   // What a classic container says it has must be in it.
   int format = 0;
-  if (nc_inq_format(file->id_, &format) == NC_NOERR && format != NC_FORMAT_NETCDF4 &&
+  if (Nc().nc_inq_format(file->id_, &format) == NC_NOERR && format != NC_FORMAT_NETCDF4 &&
       format != NC_FORMAT_NETCDF4_CLASSIC) {
     file->left_ = 16 * file->file_bytes_;
   }
@@ -150,6 +153,7 @@ Result<std::unique_ptr<NcReader>> NcReader::Opened(std::unique_ptr<NcReader> fil
 
 Result<std::unique_ptr<NcReader>> NcReader::Open(const std::string& path) {
   if (Outcome is_file = CheckIsFile(path); !is_file) return is_file.Error();
+  if (const Outcome loaded = LoadNc(); !loaded) return NotLoaded(path, loaded);
   // An absolute path is never taken for an address in a network.
   std::error_code error;
   const std::filesystem::path absolute = std::filesystem::absolute(PathFromUtf8(path), error);
@@ -160,16 +164,17 @@ Result<std::unique_ptr<NcReader>> NcReader::Open(const std::string& path) {
   if (!in) return Failure{path, "", "cannot be read", "check its permissions"};
   if (!ClassicHeader(head).IsSound()) return UnsoundHeader(path);
   std::unique_ptr<NcReader> file(new NcReader(path, bytes));
-  const int status = nc_open(Utf8FromPath(absolute).c_str(), NC_NOWRITE, &file->id_);
+  const int status = Nc().nc_open(Utf8FromPath(absolute).c_str(), NC_NOWRITE, &file->id_);
   return Opened(std::move(file), status);
 }
 
 Result<std::unique_ptr<NcReader>> NcReader::OpenMemory(std::string_view bytes,
                                                        const std::string& name) {
+  if (const Outcome loaded = LoadNc(); !loaded) return NotLoaded(name, loaded);
   if (!ClassicHeader(bytes).IsSound()) return UnsoundHeader(name);
   std::unique_ptr<NcReader> file(new NcReader(name, bytes.size()));
-  const int status =
-      nc_open_mem("memory", NC_NOWRITE, bytes.size(), const_cast<char*>(bytes.data()), &file->id_);
+  const int status = Nc().nc_open_mem("memory", NC_NOWRITE, bytes.size(),
+                                      const_cast<char*>(bytes.data()), &file->id_);
   return Opened(std::move(file), status);
 }
 
@@ -188,8 +193,8 @@ Failure NcReader::TakeError() {
 std::optional<std::uint64_t> NcReader::Dimension(const std::string& name) const {
   int id = 0;
   std::size_t length = 0;
-  if (nc_inq_dimid(id_, name.c_str(), &id) != NC_NOERR) return std::nullopt;
-  if (nc_inq_dimlen(id_, id, &length) != NC_NOERR) return std::nullopt;
+  if (Nc().nc_inq_dimid(id_, name.c_str(), &id) != NC_NOERR) return std::nullopt;
+  if (Nc().nc_inq_dimlen(id_, id, &length) != NC_NOERR) return std::nullopt;
   return length;
 }
 
@@ -201,16 +206,16 @@ std::uint64_t NcReader::NeededDimension(const std::string& name) {
 
 bool NcReader::Has(const std::string& variable) const {
   int id = 0;
-  return nc_inq_varid(id_, variable.c_str(), &id) == NC_NOERR;
+  return Nc().nc_inq_varid(id_, variable.c_str(), &id) == NC_NOERR;
 }
 
 std::vector<std::string> NcReader::Variables() const {
   std::vector<std::string> names;
   int count = 0;
-  nc_inq_nvars(id_, &count);
+  Nc().nc_inq_nvars(id_, &count);
   for (int i = 0; i < count; ++i) {
     char name[NC_MAX_NAME + 1] = "";
-    if (nc_inq_varname(id_, i, name) == NC_NOERR) names.emplace_back(name);
+    if (Nc().nc_inq_varname(id_, i, name) == NC_NOERR) names.emplace_back(name);
   }
   return names;
 }
@@ -220,15 +225,15 @@ int NcReader::Find(const std::string& variable, std::vector<std::size_t>& length
   int id = 0;
   int count = 0;
   int dimensions[NC_MAX_VAR_DIMS];
-  if (nc_inq_varid(id_, variable.c_str(), &id) != NC_NOERR ||
-      nc_inq_varndims(id_, id, &count) != NC_NOERR ||
-      nc_inq_vardimid(id_, id, dimensions) != NC_NOERR) {
+  if (Nc().nc_inq_varid(id_, variable.c_str(), &id) != NC_NOERR ||
+      Nc().nc_inq_varndims(id_, id, &count) != NC_NOERR ||
+      Nc().nc_inq_vardimid(id_, id, dimensions) != NC_NOERR) {
     Fail("", fmt::format("there is no variable '{}'", variable));
     return -1;
   }
   for (int i = 0; i < count; ++i) {
     std::size_t length = 0;
-    nc_inq_dimlen(id_, dimensions[i], &length);
+    Nc().nc_inq_dimlen(id_, dimensions[i], &length);
     lengths.push_back(length);
   }
   return id;
@@ -261,14 +266,14 @@ void NcReader::ReadInPieces(const std::string& variable, std::uint64_t count, co
   std::size_t rows = std::max<std::size_t>(std::size_t{1 << 15} / width, 1);
   // What HDF5 packs it unpacks in pieces of its own, which may be larger.
   int container = NC_FORMAT_CLASSIC;
-  nc_inq_format(id_, &container);
+  Nc().nc_inq_format(id_, &container);
   const bool is_plain = container == NC_FORMAT_CLASSIC || container == NC_FORMAT_64BIT_OFFSET ||
                         container == NC_FORMAT_64BIT_DATA;
   rows = std::min(is_plain ? rows : lengths[0], lengths[0]);
   std::vector<T> values(rows * width);
   // The library widens numbers one by one; read as they are and widened here takes half as long.
   nc_type type = NC_NAT;
-  nc_inq_vartype(id_, id, &type);
+  Nc().nc_inq_vartype(id_, id, &type);
   std::vector<int> narrow(std::is_same_v<T, std::int64_t> && type == NC_INT ? values.size() : 0);
   std::vector<std::size_t> start(lengths.size());
   std::vector<std::size_t> piece = lengths;
@@ -276,18 +281,18 @@ void NcReader::ReadInPieces(const std::string& variable, std::uint64_t count, co
     piece[0] = std::min(rows, lengths[0] - start[0]);
     int status = NC_NOERR;
     if constexpr (std::is_same_v<T, double>) {
-      status = nc_get_vara_double(id_, id, start.data(), piece.data(), values.data());
+      status = Nc().nc_get_vara_double(id_, id, start.data(), piece.data(), values.data());
     } else {
       static_assert(sizeof(long long) == sizeof(T));
       if (!narrow.empty()) {
-        status = nc_get_vara_int(id_, id, start.data(), piece.data(), narrow.data());
+        status = Nc().nc_get_vara_int(id_, id, start.data(), piece.data(), narrow.data());
         std::copy_n(narrow.begin(), piece[0] * width, values.begin());
       } else {
-        status = nc_get_vara_longlong(id_, id, start.data(), piece.data(),
-                                      reinterpret_cast<long long*>(values.data()));
+        status = Nc().nc_get_vara_longlong(id_, id, start.data(), piece.data(),
+                                           reinterpret_cast<long long*>(values.data()));
       }
     }
-    if (status != NC_NOERR) return Fail(variable, nc_strerror(status));
+    if (status != NC_NOERR) return Fail(variable, Nc().nc_strerror(status));
     see(std::span<const T>(values).first(piece[0] * width));
   }
 }
@@ -330,8 +335,8 @@ std::vector<double> NcReader::RealsAt(const std::string& variable, std::uint64_t
   const std::size_t start[] = {step, 0};
   const std::size_t length[] = {1, count};
   const int status =
-      count == 0 ? NC_NOERR : nc_get_vara_double(id_, id, start, length, values.data());
-  if (status != NC_NOERR) Fail(variable, nc_strerror(status));
+      count == 0 ? NC_NOERR : Nc().nc_get_vara_double(id_, id, start, length, values.data());
+  if (status != NC_NOERR) Fail(variable, Nc().nc_strerror(status));
   return Ok() ? values : std::vector<double>();
 }
 
@@ -340,7 +345,7 @@ std::vector<std::string> NcReader::Texts(const std::string& variable) {
   const int id = Find(variable, lengths);
   if (id < 0) return {};
   nc_type type = NC_NAT;
-  nc_inq_vartype(id_, id, &type);
+  Nc().nc_inq_vartype(id_, id, &type);
   if (lengths.empty() || type != NC_CHAR) {
     Fail(variable, "it is no list of texts");
     return {};
@@ -353,8 +358,8 @@ std::vector<std::string> NcReader::Texts(const std::string& variable) {
     return {};
   }
   std::string all(characters, '\0');
-  const int status = all.empty() ? NC_NOERR : nc_get_var_text(id_, id, all.data());
-  if (status != NC_NOERR) Fail(variable, nc_strerror(status));
+  const int status = all.empty() ? NC_NOERR : Nc().nc_get_var_text(id_, id, all.data());
+  if (status != NC_NOERR) Fail(variable, Nc().nc_strerror(status));
   std::vector<std::string> texts;
   for (std::uint64_t i = 0; i < count && Ok(); ++i) {
     std::string text = all.substr(i * width, width);
@@ -367,14 +372,15 @@ std::vector<std::string> NcReader::Texts(const std::string& variable) {
 
 std::string NcReader::TextAttribute(const std::string& variable, const char* name) const {
   int id = NC_GLOBAL;
-  if (!variable.empty() && nc_inq_varid(id_, variable.c_str(), &id) != NC_NOERR) return {};
+  if (!variable.empty() && Nc().nc_inq_varid(id_, variable.c_str(), &id) != NC_NOERR) return {};
   std::size_t length = 0;
   nc_type type = NC_NAT;
-  if (nc_inq_att(id_, id, name, &type, &length) != NC_NOERR || type != NC_CHAR || length > 100000) {
+  if (Nc().nc_inq_att(id_, id, name, &type, &length) != NC_NOERR || type != NC_CHAR ||
+      length > 100000) {
     return {};
   }
   std::string text(length, '\0');
-  if (length > 0 && nc_get_att_text(id_, id, name, text.data()) != NC_NOERR) return {};
+  if (length > 0 && Nc().nc_get_att_text(id_, id, name, text.data()) != NC_NOERR) return {};
   text.resize(std::min(text.find('\0'), text.size()));
   return text;
 }
@@ -382,72 +388,76 @@ std::string NcReader::TextAttribute(const std::string& variable, const char* nam
 // ---- writing ------------------------------------------------------------------------------------
 
 NcWriter::NcWriter(const std::string& path, bool large) : lock_(Hdf5Mutex()) {
+  if (const Outcome loaded = LoadNc(); !loaded) {
+    wrong_ = "the netCDF library " + loaded.Line();
+    return;
+  }
   std::error_code error;
   const std::filesystem::path absolute = std::filesystem::absolute(PathFromUtf8(path), error);
   const int container = large ? NC_64BIT_DATA : NC_64BIT_OFFSET;
-  Check(nc_create(Utf8FromPath(absolute).c_str(), NC_CLOBBER | container, &id_));
+  Check(Nc().nc_create(Utf8FromPath(absolute).c_str(), NC_CLOBBER | container, &id_));
   // Every value is written: nothing needs to be filled before.
   int before = 0;
-  if (wrong_.empty()) Check(nc_set_fill(id_, NC_NOFILL, &before));
+  if (wrong_.empty()) Check(Nc().nc_set_fill(id_, NC_NOFILL, &before));
 }
 
 NcWriter::~NcWriter() {
-  if (id_ >= 0) nc_close(id_);
+  if (id_ >= 0) Nc().nc_close(id_);
 }
 
 bool NcWriter::Check(int status) {
-  if (status != NC_NOERR && wrong_.empty()) wrong_ = nc_strerror(status);
+  if (status != NC_NOERR && wrong_.empty()) wrong_ = Nc().nc_strerror(status);
   return wrong_.empty();
 }
 
 int NcWriter::Dimension(const std::string& name, std::size_t length) {
   int id = -1;
-  if (wrong_.empty() && nc_inq_dimid(id_, name.c_str(), &id) != NC_NOERR) {
-    Check(nc_def_dim(id_, name.c_str(), length == 0 ? NC_UNLIMITED : length, &id));
+  if (wrong_.empty() && Nc().nc_inq_dimid(id_, name.c_str(), &id) != NC_NOERR) {
+    Check(Nc().nc_def_dim(id_, name.c_str(), length == 0 ? NC_UNLIMITED : length, &id));
   }
   return id;
 }
 
 int NcWriter::Find(const std::string& variable) {
   int id = NC_GLOBAL;
-  if (wrong_.empty() && !variable.empty()) Check(nc_inq_varid(id_, variable.c_str(), &id));
+  if (wrong_.empty() && !variable.empty()) Check(Nc().nc_inq_varid(id_, variable.c_str(), &id));
   return id;
 }
 
 void NcWriter::Text(const std::string& variable, const char* name, const std::string& text) {
   const int id = Find(variable);
-  if (wrong_.empty()) Check(nc_put_att_text(id_, id, name, text.size(), text.c_str()));
+  if (wrong_.empty()) Check(Nc().nc_put_att_text(id_, id, name, text.size(), text.c_str()));
 }
 
 void NcWriter::Real(const char* name, float value) {
-  if (wrong_.empty()) Check(nc_put_att_float(id_, NC_GLOBAL, name, NC_FLOAT, 1, &value));
+  if (wrong_.empty()) Check(Nc().nc_put_att_float(id_, NC_GLOBAL, name, NC_FLOAT, 1, &value));
 }
 
 void NcWriter::Integer(const char* name, int value) {
-  if (wrong_.empty()) Check(nc_put_att_int(id_, NC_GLOBAL, name, NC_INT, 1, &value));
+  if (wrong_.empty()) Check(Nc().nc_put_att_int(id_, NC_GLOBAL, name, NC_INT, 1, &value));
 }
 
 void NcWriter::Define(const std::string& variable, Type type, const std::vector<int>& dimensions) {
   constexpr nc_type kTypes[] = {NC_INT, NC_DOUBLE, NC_CHAR};
   int id = 0;
   if (wrong_.empty()) {
-    Check(nc_def_var(id_, variable.c_str(), kTypes[static_cast<int>(type)],
-                     static_cast<int>(dimensions.size()), dimensions.data(), &id));
+    Check(Nc().nc_def_var(id_, variable.c_str(), kTypes[static_cast<int>(type)],
+                          static_cast<int>(dimensions.size()), dimensions.data(), &id));
   }
 }
 
 void NcWriter::EndDefinitions() {
-  if (wrong_.empty()) Check(nc_enddef(id_));
+  if (wrong_.empty()) Check(Nc().nc_enddef(id_));
 }
 
 void NcWriter::Put(const std::string& variable, const std::vector<std::int32_t>& values) {
   const int id = Find(variable);
-  if (wrong_.empty() && !values.empty()) Check(nc_put_var_int(id_, id, values.data()));
+  if (wrong_.empty() && !values.empty()) Check(Nc().nc_put_var_int(id_, id, values.data()));
 }
 
 void NcWriter::Put(const std::string& variable, const std::vector<double>& values) {
   const int id = Find(variable);
-  if (wrong_.empty() && !values.empty()) Check(nc_put_var_double(id_, id, values.data()));
+  if (wrong_.empty() && !values.empty()) Check(Nc().nc_put_var_double(id_, id, values.data()));
 }
 
 void NcWriter::PutAt(const std::string& variable, std::size_t step,
@@ -456,13 +466,13 @@ void NcWriter::PutAt(const std::string& variable, std::size_t step,
   const std::size_t start[] = {step, 0};
   const std::size_t count[] = {1, values.size()};
   if (wrong_.empty() && !values.empty()) {
-    Check(nc_put_vara_double(id_, id, start, count, values.data()));
+    Check(Nc().nc_put_vara_double(id_, id, start, count, values.data()));
   }
 }
 
 void NcWriter::PutTime(std::size_t step, double time) {
   const int id = Find("time_whole");
-  if (wrong_.empty()) Check(nc_put_var1_double(id_, id, &step, &time));
+  if (wrong_.empty()) Check(Nc().nc_put_var1_double(id_, id, &step, &time));
 }
 
 void NcWriter::Put(const std::string& variable, const std::vector<std::string>& texts,
@@ -473,11 +483,11 @@ void NcWriter::Put(const std::string& variable, const std::vector<std::string>& 
     all.resize(all.size() + width - std::min(text.size(), width - 1));
   }
   const int id = Find(variable);
-  if (wrong_.empty() && !all.empty()) Check(nc_put_var_text(id_, id, all.data()));
+  if (wrong_.empty() && !all.empty()) Check(Nc().nc_put_var_text(id_, id, all.data()));
 }
 
 std::string NcWriter::Finish() {
-  if (id_ >= 0) Check(nc_close(id_));
+  if (id_ >= 0) Check(Nc().nc_close(id_));
   id_ = -1;
   return wrong_;
 }

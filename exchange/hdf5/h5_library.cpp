@@ -1,7 +1,8 @@
 #include "exchange/hdf5/h5_library.h"
 
-#include <dlfcn.h>
 #include <fmt/format.h>
+
+#include "qx_db/platform/shared_library.h"
 
 namespace qx::exchange {
 namespace {
@@ -14,13 +15,13 @@ struct Loaded {
 Loaded Load() {
   Loaded loaded;
   // Other HDF5 libraries that a process may have, such as that of MPI, keep to their own names.
-  void* const handle = dlopen(QX_HDF5_FILE, RTLD_NOW | RTLD_LOCAL);
-  if (!handle) {
-    loaded.wrong = fmt::format("the HDF5 library cannot be loaded: {}", dlerror());
+  const Result<SharedLibrary> hdf5 = SharedLibrary::Load(QX_HDF5_FILE);
+  if (!hdf5) {
+    loaded.wrong = "the HDF5 library " + hdf5.Error().Line();
     return loaded;
   }
   const auto find = [&](const char* name) {
-    void* const found = dlsym(handle, name);
+    void* const found = hdf5->Find(name);
     if (!found) loaded.wrong = fmt::format("the HDF5 library has no {}", name);
     return found;
   };

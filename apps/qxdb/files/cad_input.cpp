@@ -27,12 +27,13 @@ Result<std::unique_ptr<ICADSession>> OpenCad(const std::string& path, const CQXD
   const auto index = static_cast<std::size_t>(session.Units().Model()[UnitBase::kLength]);
   const UnitDefinition& unit = UnitsOf(UnitBase::kLength)[index];
   // Loading the kernel takes longer than most commands do.
-  const Result<void*> found = FindInLibrary(QX_OCCT_LIBRARY, "qx_read_cad_file");
-  if (!found) {
-    return Failure{path, "", "cannot be read: the CAD kernel " + found.Error().Line(),
+  const Result<SharedLibrary> kernel = SharedLibrary::Load(QX_OCCT_LIBRARY);
+  if (!kernel) {
+    return Failure{path, "", "cannot be read: the CAD kernel " + kernel.Error().Line(),
                    "Debian's package libqx-occt0 has it"};
   }
-  const auto read = reinterpret_cast<decltype(&occt::qx_read_cad_file)>(*found);
+  const auto read =
+      reinterpret_cast<decltype(&occt::qx_read_cad_file)>(kernel->Find("qx_read_cad_file"));
   Result<std::unique_ptr<ICADSession>> cad = Failure{};
   read(path, unit.numerator / unit.denominator, cad);
   return cad;

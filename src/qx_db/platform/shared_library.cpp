@@ -13,44 +13,43 @@ namespace {
 
 #ifdef _WIN32
 
-void* Load(const std::string& file) { return LoadLibraryA(file.c_str()); }
-
-void* Find(void* library, const char* name) {
-  return reinterpret_cast<void*>(GetProcAddress(static_cast<HMODULE>(library), name));
-}
-
-std::string Beside(const std::string& library) { return library; }  // Windows looks there itself
+void* Open(const std::string& name) { return LoadLibraryA(name.c_str()); }  // looks beside, first
 
 std::string Why() { return "error " + std::to_string(GetLastError()); }
 
 #else
 
-void* Load(const std::string& file) { return dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL); }
-
-void* Find(void* library, const char* name) { return dlsym(library, name); }
-
-std::string Beside(const std::string& library) {
+void* Open(const std::string& name) {
+  std::string file = name;
   Dl_info here;
-  if (!dladdr(reinterpret_cast<void*>(&FindInLibrary), &here) || !here.dli_fname) return library;
-  const auto file = std::filesystem::path(here.dli_fname).parent_path() / library;
-  std::error_code ignored;
-  return std::filesystem::exists(file, ignored) ? file.string() : library;
+  if (dladdr(reinterpret_cast<void*>(&Open), &here) && here.dli_fname) {
+    const auto beside = std::filesystem::path(here.dli_fname).parent_path() / name;
+    std::error_code ignored;
+    if (std::filesystem::exists(beside, ignored)) file = beside.string();
+  }
+  return dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL);
 }
 
 std::string Why() {
   const char* const text = dlerror();
-  return text ? text : "it does not say why";
+  return text ? text : "it is not said why";
 }
 
 #endif
 
 }  // namespace
 
-Result<void*> FindInLibrary(const std::string& library, const char* name) {
-  void* const loaded = Load(Beside(library));
-  void* const found = loaded ? Find(loaded, name) : nullptr;
-  if (found) return found;
-  return Failure{library, "", "cannot be loaded: " + Why(), ""};
+Result<SharedLibrary> SharedLibrary::Load(const std::string& name) {
+  if (void* const handle = Open(name)) return SharedLibrary(handle);
+  return Failure{name, "", "cannot be loaded: " + Why(), ""};
+}
+
+void* SharedLibrary::Find(const char* name) const {
+#ifdef _WIN32
+  return reinterpret_cast<void*>(GetProcAddress(static_cast<HMODULE>(handle_), name));
+#else
+  return dlsym(handle_, name);
+#endif
 }
 
 }  // namespace qx

@@ -9,10 +9,18 @@
 
 namespace qx {
 
-/// The address of the function or variable `name` in the shared library of the file name `library`,
-/// which is loaded now unless it is already, and stays: from beside this library, else from where
-/// the system looks. Its own names are hidden from other libraries. Fails, naming the library, when
-/// it cannot be loaded or has no such name.
-QXDB_API Result<void*> FindInLibrary(const std::string& library, const char* name);
+/// A loaded library; it stays loaded. Its own names are hidden from other libraries.
+class QXDB_API SharedLibrary {
+ public:
+  /// The library of the file name `name`, from beside this library, else from where the system
+  /// looks. Fails, naming it, when it cannot be loaded.
+  static Result<SharedLibrary> Load(const std::string& name);
+  /// The address of a function or variable; null where the library has none of that name.
+  void* Find(const char* name) const;
+
+ private:
+  explicit SharedLibrary(void* handle) : handle_(handle) {}
+  void* handle_;
+};
 
 }  // namespace qx
