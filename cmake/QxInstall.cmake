@@ -41,6 +41,9 @@ function(qx_add_component name)
     $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>
     $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/qx_db>)
   target_link_libraries(${target} PUBLIC qx_db PRIVATE $<BUILD_INTERFACE:qx_options>)
+  if(UNIX AND NOT APPLE AND NOT QX_SANITIZE)  # whose runtime only programs have
+    target_link_options(${target} PRIVATE LINKER:-z,defs)
+  endif()
   set(modules qx_db)
   foreach(component IN LISTS ARG_DEPENDS)
     target_link_libraries(${target} PUBLIC qx_${component})

@@ -88,6 +88,11 @@ namespace qx::exchange {
   X(H5T_STD_I64LE)             \
   X(H5T_STD_I8LE)
 
+// How files are opened. (The header's own names for these numbers call the library, which is not
+// linked.)
+inline constexpr unsigned kH5ReadOnly = 0;
+inline constexpr unsigned kH5Truncate = 2;
+
 /// The library's functions by their names.
 struct H5Library {
 #define QX_H5_DECLARE(f) decltype(&::f) f = nullptr;

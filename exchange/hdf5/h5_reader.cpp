@@ -78,7 +78,7 @@ Result<std::unique_ptr<H5Reader>> H5Reader::Open(const std::string& path) {
   // Some file systems have no locks, and reading needs none.
   const Held access(h5->H5Pcreate(h5->H5P_CLS_FILE_ACCESS_ID_g), h5->H5Pclose);
   h5->H5Pset_file_locking(access, false, true);
-  file->file_ = h5->H5Fopen(Utf8FromPath(absolute).c_str(), H5F_ACC_RDONLY, access);
+  file->file_ = h5->H5Fopen(Utf8FromPath(absolute).c_str(), kH5ReadOnly, access);
   if (file->file_ < 0) {
     return Failure{path, "", "is no HDF5 file, or a damaged one", "write the file again"};
   }
@@ -95,7 +95,7 @@ Result<std::unique_ptr<H5Reader>> H5Reader::OpenMemory(std::string_view bytes,
   h5->H5Pset_fapl_core(access, 1 << 16, false);
   if (!bytes.empty()) {
     h5->H5Pset_file_image(access, const_cast<char*>(bytes.data()), bytes.size());
-    file->file_ = h5->H5Fopen("memory", H5F_ACC_RDONLY, access);
+    file->file_ = h5->H5Fopen("memory", kH5ReadOnly, access);
   }
   if (file->file_ < 0) {
     return Failure{name, "", "is no HDF5 file, or a damaged one", "write the file again"};

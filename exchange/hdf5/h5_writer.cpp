@@ -31,7 +31,7 @@ H5Writer::H5Writer(const std::string& path) : lock_(Hdf5Mutex()) {
   // Whoever makes the file has a lock on it already.
   const hid_t access = h5_->H5Pcreate(h5_->H5P_CLS_FILE_ACCESS_ID_g);
   h5_->H5Pset_file_locking(access, false, true);
-  file_ = h5_->H5Fcreate(Utf8FromPath(absolute).c_str(), H5F_ACC_TRUNC, as_file, access);
+  file_ = h5_->H5Fcreate(Utf8FromPath(absolute).c_str(), kH5Truncate, as_file, access);
   h5_->H5Pclose(access);
   h5_->H5Pclose(as_file);
   Check(file_, "the file");
