@@ -3,11 +3,10 @@
 #include <algorithm>
 #include <cmath>
 
+#include "qx_db/mesh/usual_reach.h"
+
 namespace qx::viewer {
 namespace {
-
-/// The larger of the coordinates, which unlike the length cannot overflow.
-double Reach(const Point3& p) { return std::max({std::abs(p.x), std::abs(p.y), std::abs(p.z)}); }
 
 double Quantile(std::vector<double>& values, double share) {
   const auto at =
@@ -36,7 +35,7 @@ Bulk BulkOf(const DenseMesh& mesh, const std::vector<std::uint32_t>& nodes) {
   }
   values.clear();
   for (std::size_t i = 0; i < nodes.size(); i += step) {
-    values.push_back(Reach(mesh.Position(nodes[i]) - bulk.middle));
+    values.push_back(ReachOf(mesh.Position(nodes[i]) - bulk.middle));
   }
   bulk.reach = Quantile(values, 0.75);
   return bulk;
@@ -50,7 +49,7 @@ Extent ExtentOf(const DenseMesh& mesh, double length) {
   fit.reserve(count);
   for (std::uint32_t n = 0; n < count; ++n) {
     const Point3& p = mesh.Position(n);
-    if (IsFinite(p) && length * Reach(p) <= kFarthest) fit.push_back(n);
+    if (IsFinite(p) && length * ReachOf(p) <= kFarthest) fit.push_back(n);
   }
   Extent extent;
   if (!fit.empty()) {
@@ -58,7 +57,7 @@ Extent ExtentOf(const DenseMesh& mesh, double length) {
     // Floats have 24 bits.
     const double most = bulk.reach > 0 ? 0x1p23 * bulk.reach : std::numeric_limits<double>::max();
     std::erase_if(
-        fit, [&](std::uint32_t n) { return !(Reach(mesh.Position(n) - bulk.middle) <= most); });
+        fit, [&](std::uint32_t n) { return !(ReachOf(mesh.Position(n) - bulk.middle) <= most); });
     extent.low = extent.high = mesh.Position(fit.front());
     for (const std::uint32_t n : fit) {
       const Point3& p = mesh.Position(n);

@@ -98,8 +98,8 @@ py::list MeasureTable() {
 
 // ---- selections ---------------------------------------------------------------------------------
 
-/// What a text selects: (kind, keys); keys of faces are those of their elements, and a third array
-/// has their numbers.
+/// What a text selects, its numbers in the model's units as all numbers are here: (kind, keys);
+/// keys of faces are those of their elements, and a third array has their numbers.
 py::tuple SelectIn(Handle& handle, const std::string& text, const std::optional<int>& kind) {
   const Guard guard(handle);
   std::optional<SelectKind> wanted;
@@ -108,6 +108,7 @@ py::tuple SelectIn(Handle& handle, const std::string& text, const std::optional<
   if (!rule) throw Fault(FaultKind::kValue, rule.Error());
   Result<Selection> selection = [&] {
     const py::gil_scoped_release others_may_run;
+    const UnitsShown model_units(handle.Session(), handle.Session().Units().Model());
     return rule->Evaluate(handle.Session());
   }();
   if (!selection) throw Fault(FaultKind::kMissing, selection.Error());

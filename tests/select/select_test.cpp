@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <fmt/format.h>
 #include <functional>
 #include <gtest/gtest.h>
 #include <map>
@@ -360,6 +361,38 @@ TEST(Selection, TakesPlacesInCoordinateSystems) {
             Where(model.nodes, [&](ITR n) { return near(Node(n)); }));
   EXPECT_EQ(ItemsOf(model.session, "nodes sphere 1,0,0 0.9 in 12"),
             ItemsOf(model.session, "nodes sphere 2,3,0 0.9"));
+  // Angles that are whole turns apart are the same; from the first up to the second is meant.
+  const auto same = ItemsOf(model.session, "nodes box 0,-10,-9 9,40,9 in 12");
+  EXPECT_FALSE(same.empty());
+  for (const char* const text : {"350,-9 9,400", "350,-9 9,40", "710,-9 9,760", "-370,-9 9,-320"}) {
+    EXPECT_EQ(ItemsOf(model.session, fmt::format("nodes box 0,{},9 in 12", text)), same) << text;
+  }
+  const auto is_on_ray = ItemsOf(model.session, "nodes y = 90 in 12");
+  EXPECT_FALSE(is_on_ray.empty());
+  EXPECT_EQ(ItemsOf(model.session, "nodes y = -270 in 12"), is_on_ray);
+  EXPECT_EQ(ItemsOf(model.session, "nodes not y != 450 in 12"), is_on_ray);
+}
+
+TEST(Selection, ToleratesNoMoreForOneNodeFarAway) {
+  testing::Model model;
+  model.Block(2, 2, 2);
+  const auto on_floor = ItemsOf(model.session, "nodes z = 0").size();
+  for (const double far : {1e10, 1e300}) {
+    model.Node({far, 0, 1});
+    EXPECT_EQ(ItemsOf(model.session, "nodes z = 0").size(), on_floor) << far;
+  }
+}
+
+TEST(Selection, GoesFromNeighbourToNeighbour) {
+  testing::Model model;
+  model.Block(5, 1, 1);
+  for (const auto& [rings, count] : {std::pair(0, 1), {1, 2}, {2, 3}, {9, 5}}) {
+    const std::string text = fmt::format("within {} rings of (keys 1)", rings);
+    EXPECT_EQ(ItemsOf(model.session, text).size(), static_cast<std::size_t>(count)) << text;
+  }
+  EXPECT_EQ(ItemsOf(model.session, "connected to (keys 2)").size(), 5u);
+  Pool<tagTElem>(model.session).Remove(model.elements[2]);
+  EXPECT_EQ(ItemsOf(model.session, "connected to (keys 2)").size(), 2u);
 }
 
 // ---- laws ---------------------------------------------------------------------------------------
@@ -480,10 +513,15 @@ TEST(Selection, SaysWhatIsWrongWhereAndWhatToDo) {
        "them in double quotes"},
       {"set lft", "where: column 5: there is no mesh set \"lft\"; did you mean \"left\"?"},
       {"property 99",
-       "where: column 10: there is no property 99; see qxdb property for those there are"},
+       "where: column 10: there is no property 99; see qxdb show MODEL prop for those there are"},
       {"box 0,0,0 1,1,1 in 77",
        "where: column 20: there is no coordinate system 77; name one of "
        "qxdb show MODEL cord"},
+      {"facing 0,0,1mm 5",
+       "where: column 12: a direction is not in mm; write its numbers without units"},
+      {"set 3D-part",
+       "where: column 5: there is \"3D\" where a key or a name (in double quotes unless it is one "
+       "word) is expected; write set NAMES [with children], as set \"left side\" with children"},
       {"facing 0,0,0 5", "where: column 8: the direction has no length; write one such as 0,0,1"},
       {"x > 1e999",
        "where: column 5: the number is too large or too small; write one within 1e308"},

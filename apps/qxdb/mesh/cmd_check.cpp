@@ -13,6 +13,7 @@
 #include "qx_db/app/mesh_findings.h"
 #include "qx_db/app/mesh_mass.h"
 #include "qx_db/mesh/mesh_adjacency.h"
+#include "qx_db/mesh/usual_reach.h"
 #include "qx_db/qx_db.h"
 #include "qx_db/record/element_types.h"
 
@@ -124,13 +125,16 @@ std::string KeysText(const std::vector<Key>& keys) {
   return text;
 }
 
-/// A tenth of a billionth of the mesh, so that rounding is no difference.
+/// A tenth of a billionth of the mesh without misplaced nodes, so that rounding is no difference.
 double DefaultTolerance(const DenseMesh& mesh) {
+  std::vector<double> reaches;
+  for (std::uint32_t n = 0; n < mesh.NodeCount(); ++n) reaches.push_back(ReachOf(mesh.Position(n)));
+  const double usual = UsualReach(std::move(reaches));
   Point3 low, high;
   bool empty = true;
   for (std::uint32_t n = 0; n < mesh.NodeCount(); ++n) {
     const Point3& p = mesh.Position(n);
-    if (!IsFinite(p)) continue;
+    if (!(ReachOf(p) <= usual)) continue;  // misplaced, or no number
     if (empty) low = high = p;
     empty = false;
     low = {std::min(low.x, p.x), std::min(low.y, p.y), std::min(low.z, p.z)};

@@ -8,7 +8,12 @@
 namespace qx::app {
 
 Option& AddWhere(Command& command, std::string& where, const std::string& what) {
-  return command.Add("--where", &where, what + ", as qxdb select explains").Selection();
+  const auto fault = [](const std::string& text) -> std::string {
+    return text.empty() ? "the selection is empty; all selects everything" : "";
+  };
+  return command.Add("--where", &where, what + ", as qxdb select explains")
+      .Selection()
+      .Check({fault, ""});
 }
 
 Result<Selection> SelectIn(const Model& model, const std::string& where,

@@ -361,7 +361,8 @@ class Model:
     def select(self, text: str, kind: Optional[str] = None) -> NDArray[np.int32]:
         """The keys that a selection picks, in the order of the pool: `model.select("tet10 and
         min-angle < 25")`, `model.select("nodes surface and z = 0")`. Of faces an array (n, 2) of
-        elements' keys and face numbers. docs/selecting.md has the language.
+        elements' keys and face numbers. Lengths without a unit are in `model.units`.
+        docs/selecting.md has the language.
 
         kind: "nodes", "elements" or "faces" settles of what a text selects that fits several.
         Raises ValueError for a text that cannot be read, naming the column, and MissingError where

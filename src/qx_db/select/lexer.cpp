@@ -43,7 +43,7 @@ class Reader {
     return at_ + ahead < text_.size() ? text_[at_ + ahead] : '\0';
   }
   bool BeginsNumber() const {
-    const bool is_signed = Next(0) == '-';
+    const bool is_signed = Next(0) == '-' || Next(0) == '+';
     const char first = Next(is_signed);
     return IsDigit(first) || (first == '.' && IsDigit(Next(is_signed + std::size_t{1})));
   }
@@ -69,14 +69,14 @@ class Reader {
   }
 
   Outcome TakeNumber(Token& token) {
-    const char* const begin = text_.data() + at_;
+    const char* const begin = text_.data() + at_ + (Next(0) == '+');  // from_chars knows no plus
     const char* const end = text_.data() + text_.size();
     const auto [stop, error] = std::from_chars(begin, end, token.value);
     if (error != std::errc()) {
       return FaultAt(text_, at_, "the number is too large or too small", "write one within 1e308");
     }
     token.kind = Token::Kind::kNumber;
-    token.raw = text_.substr(at_, static_cast<std::size_t>(stop - begin));
+    token.raw = text_.substr(at_, static_cast<std::size_t>(stop - (text_.data() + at_)));
     at_ += token.raw.size();
     const std::size_t unit = at_;
     if (at_ < text_.size() && IsLetter(text_[at_])) {

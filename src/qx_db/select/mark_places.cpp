@@ -136,11 +136,16 @@ constexpr double kAngleTolerance = 1e-9 * 360;
 bool IsBetween(double value, double low, double high, double room) {
   return value >= low - room && value <= high + room;
 }
-/// The same of angles, which come back after a turn.
-bool IsAngleBetween(double value, double low, double high) {
-  return IsBetween(value, low, high, kAngleTolerance) ||
-         IsBetween(value - 360, low, high, kAngleTolerance) ||
-         IsBetween(value + 360, low, high, kAngleTolerance);
+/// From an angle up to another, all in degrees, from 0 to 360.
+double TurnTo(double from, double to) {
+  const double turn = std::fmod(to - from, 360);
+  return turn < 0 ? turn + 360 : turn;
+}
+/// Whether an angle is met on the way from one up to another.
+bool IsOnTurn(double value, double from, double to) {
+  const double way = to - from >= 360 ? 360 : TurnTo(from, to);
+  const double place = TurnTo(from, value);
+  return place <= way + kAngleTolerance || place >= 360 - kAngleTolerance;
 }
 
 /// Whether a number is as a limit wants it; what is within `room` of the limit is equal to it.
@@ -165,7 +170,20 @@ bool Compares(Comparison comparison, double value, double limit, double room) {
 /// A direction of three plain numbers, of length 1.
 Result<Point3> DirectionOf(const MeshView& mesh, const Term& term, std::size_t first) {
   const std::vector<Quantity>& numbers = term.arguments.numbers;
-  Point3 direction(numbers[first].value, numbers[first + 1].value, numbers[first + 2].value);
+  Point3 direction;
+  double largest = 0;
+  for (int i = 0; i < 3; ++i) {
+    const Quantity& number = numbers[first + static_cast<std::size_t>(i)];
+    if (!number.unit.empty()) {
+      return mesh.Fault(number.at, fmt::format("a direction is not in {}", number.unit),
+                        "write its numbers without units");
+    }
+    direction[i] = number.value;
+    largest = std::max(largest, std::abs(number.value));
+  }
+  // So that no square is too large or too small for a number.
+  if (largest > 0)
+    direction = Point3(direction.x / largest, direction.y / largest, direction.z / largest);
   if (Normalize(direction)) return direction;
   return mesh.Fault(numbers[first].at, "the direction has no length", "write one such as 0,0,1");
 }
@@ -195,17 +213,18 @@ Outcome MarkBox(const MeshView& mesh, const Term& term, Marks& marks) {
   Point3 low, high;
   bool is_angle[3];
   for (int i = 0; i < 3; ++i) {
+    // There are two ways from an angle to another: the one meant is that of growing angles.
     is_angle[i] = system->IsAngle(i);
-    low[i] = std::min((*one)[i], (*other)[i]);
-    high[i] = std::max((*one)[i], (*other)[i]);
+    low[i] = is_angle[i] ? (*one)[i] : std::min((*one)[i], (*other)[i]);
+    high[i] = is_angle[i] ? (*other)[i] : std::max((*one)[i], (*other)[i]);
   }
   const double room = mesh.Tolerance();
   MarkPlaces(mesh, term, marks, [&](const Point3& point) {
     const Point3 p = system->From(point);
     bool is_in = true;
     for (int i = 0; i < 3; ++i) {
-      is_in &= is_angle[i] ? IsAngleBetween(p[i], low[i], high[i])
-                           : IsBetween(p[i], low[i], high[i], room);
+      is_in &=
+          is_angle[i] ? IsOnTurn(p[i], low[i], high[i]) : IsBetween(p[i], low[i], high[i], room);
     }
     return is_in;
   });
@@ -264,10 +283,18 @@ Outcome MarkCoordinate(const MeshView& mesh, const Term& term, Marks& marks) {
   const bool is_angle = system->IsAngle(axis);
   const auto limit = is_angle ? DegreesOf(mesh, quantity) : LengthOf(mesh, quantity);
   if (!limit) return limit.AsOutcome();
+  const Comparison comparison = term.arguments.comparison;
+  const bool is_order = comparison != Comparison::kEqual && comparison != Comparison::kOther;
+  if (is_angle && is_order && std::abs(*limit) > 180) {
+    return mesh.Fault(quantity.at, "angles are from -180 to 180 degrees where they are compared",
+                      "write the range from one angle up to another by a box");
+  }
   const double room = is_angle ? kAngleTolerance : mesh.Tolerance();
   MarkPlaces(mesh, term, marks, [&](const Point3& point) {
-    const double value = system->From(point)[axis];
-    return Compares(term.arguments.comparison, value, *limit, room);
+    double value = system->From(point)[axis];
+    // Equal are angles that are whole turns apart.
+    if (is_angle && !is_order) value = *limit + std::remainder(value - *limit, 360);
+    return Compares(comparison, value, *limit, room);
   });
   return {};
 }

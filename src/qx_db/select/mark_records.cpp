@@ -67,11 +67,12 @@ struct NamedPool {
   std::string_view label;    ///< "mesh set"
   std::string_view command;  ///< that shows them
 };
-constexpr NamedPool kMeshSets{code::kMset, "mesh set", "qxdb sets"};
-constexpr NamedPool kActiveSets{code::kActiveElemSet, "active element set", "qxdb info"};
-constexpr NamedPool kProperties{code::kProp, "property", "qxdb property"};
-constexpr NamedPool kMaterials{code::kMatl, "material", "qxdb material"};
-constexpr NamedPool kGeometries{code::kGeom, "geometry", "qxdb geom"};
+constexpr NamedPool kMeshSets{code::kMset, "mesh set", "qxdb sets MODEL"};
+constexpr NamedPool kActiveSets{code::kActiveElemSet, "active element set",
+                                "qxdb show MODEL activeelemset"};
+constexpr NamedPool kProperties{code::kProp, "property", "qxdb show MODEL prop"};
+constexpr NamedPool kMaterials{code::kMatl, "material", "qxdb show MODEL matl"};
+constexpr NamedPool kGeometries{code::kGeom, "geometry", "qxdb show MODEL geom"};
 
 std::string NameAt(ITR item) { return KeyedSetBase::RecordAt(item)->GetName().ToUtf8(); }
 

@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "qx_db/mesh/element_access.h"
+#include "qx_db/mesh/usual_reach.h"
 #include "qx_db/select/lexer.h"
 
 namespace qx::select {
@@ -68,12 +69,12 @@ Point3 MeshView::Position(std::size_t node) const {
 double MeshView::Tolerance() const {
   if (tolerance_) return *tolerance_;
   constexpr double kShare = 1e-9;
-  double largest = 0;
+  std::vector<double> reaches;
+  reaches.reserve(Nodes().Count());
   for (std::size_t n = 0; n < Nodes().Count(); ++n) {
-    const Point3 p = Position(n);
-    if (IsFinite(p)) largest = std::max({largest, std::abs(p.x), std::abs(p.y), std::abs(p.z)});
+    reaches.push_back(ReachOf(Position(n)));
   }
-  return tolerance_.emplace(kShare * largest);
+  return tolerance_.emplace(kShare * UsualReach(std::move(reaches)));
 }
 
 std::uint32_t MeshView::FaceCount(std::uint32_t e) const {

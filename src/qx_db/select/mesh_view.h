@@ -45,7 +45,8 @@ class MeshView {
   const DenseMesh& Mesh() const;
   bool HasMesh() const { return mesh_.has_value(); }
   Point3 Position(std::size_t node) const;
-  /// A billionth of the largest coordinate: what is nearer to a boundary than this is on it.
+  /// A billionth of the largest coordinate (UsualReach): what is nearer to a boundary than this is
+  /// on it.
   double Tolerance() const;
 
   static constexpr std::size_t kFacesPerElement = 8;

@@ -121,7 +121,7 @@ class Parser {
   bool Expected(std::string_view what, const Condition& condition) {
     const std::string met = Now().kind == Token::Kind::kEnd
                                 ? "the text ends"
-                                : fmt::format("there is \"{}\"", Now().raw);
+                                : fmt::format("there is \"{}{}\"", Now().raw, Now().unit);
     return Fault(Now().at, fmt::format("{} where {} is expected", met, what),
                  fmt::format("write {}, as {}", condition.syntax, condition.example));
   }
