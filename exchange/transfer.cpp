@@ -49,11 +49,7 @@ Result<UnitSystem> UnitsOf(const Deck& deck, const CQXDBSession& session,
   const UnitSystem rest = deck.units.value_or(session.Units().Current());
   assumed = options.units.empty() && !deck.units;
   if (!options.units.empty()) return ParseUnits(options.units, rest);
-  if (assumed) {
-    report.Assumed(fmt::format("lengths were taken as {}; name the units if they are not",
-                               NameOf(rest, UnitBase::kLength)),
-                   "the file names no unit");
-  }
+  if (assumed) AssumeUnits(rest, report);
   return rest;
 }
 
@@ -233,6 +229,12 @@ Outcome Export(CQXDBSession& session, const std::string& path, const ExportOptio
 }
 
 }  // namespace
+
+void AssumeUnits(const UnitSystem& units, LossReport& report) {
+  report.Assumed(fmt::format("lengths were taken as {}; name the units if they are not",
+                             NameOf(units, UnitBase::kLength)),
+                 "the file names no unit");
+}
 
 Result<UnitSystem> ParseUnits(const std::string& names, const UnitSystem& rest) {
   UnitSystem units = rest;

@@ -28,6 +28,9 @@ struct ExportOptions {
 /// "mm,N,ton" on top of a system. Fails, naming no file, for a name that is no unit.
 Result<UnitSystem> ParseUnits(const std::string& names, const UnitSystem& rest);
 
+/// Tells that the units of what was read were taken for granted, since the file names none.
+void AssumeUnits(const UnitSystem& units, LossReport& report);
+
 /// Brings a file into a session as one undoable step. `report` tells what was lost, changed and
 /// assumed, and every fault of a file that cannot be read, in the order of the file. A failure, and
 /// a wish to stop, leave the session as it was; current units are left as they were, except with

@@ -91,6 +91,8 @@ Outcome ReadGateway(CQXDBSession& session, const ImportOptions& options, bool is
     if (!units) return units.AsOutcome();
     if (is_new) in.SetModel(*units);
     in.SetCurrent(*units);  // the tables are converted from the current units
+  } else {
+    exchange::AssumeUnits(before.Current(), losses);
   }
   if (Outcome read = ReadGatewayTables(session, options.file, losses); !read) return read;
   if (!is_new) in = before;
