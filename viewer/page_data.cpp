@@ -130,6 +130,11 @@ void WriteMeasures(Json& json) {
   json.EndArray();
 }
 
+/// Whether an element is anywhere to be drawn: special ones may have no nodes.
+bool HasPlace(const DenseMesh& mesh, std::uint32_t e) {
+  return mesh.IsUsable(e) && !mesh.Nodes(e).empty();
+}
+
 }  // namespace
 
 PageData::PageData(const CQXDBSession& session)
@@ -300,7 +305,7 @@ std::string PageData::Base(const PageInfo& info) const {
       .Flag("seeds", info.seeds);
   json.Integer("nodes", mesh_.NodeCount()).Integer("elements", mesh_.ElementCount());
   std::uint32_t drawn = 0;
-  for (std::uint32_t e = 0; e < mesh_.ElementCount(); ++e) drawn += mesh_.IsUsable(e);
+  for (std::uint32_t e = 0; e < mesh_.ElementCount(); ++e) drawn += HasPlace(mesh_, e);
   json.Integer("left_out_elements", mesh_.ElementCount() - drawn);
   json.Integer("left_out_nodes", extent_.left_out_count);
   json.Integer("seen_nodes", seen_).Integer("solids", SolidCount());
@@ -408,7 +413,7 @@ std::string PageData::Values(std::string_view name) const {
   } else if (name == "x" || name == "y" || name == "z") {
     values.assign(mesh_.ElementCount(), kNoValue);
     for (std::uint32_t e = 0; e < values.size(); ++e) {
-      if (mesh_.IsUsable(e)) {
+      if (HasPlace(mesh_, e)) {
         values[e] = ToFloat(length_ * MiddleOf(mesh_, e)[name[0] - 'x']);
       }
     }

@@ -3,11 +3,13 @@
 #include <algorithm>
 #include <future>
 
+#include "qx_db/mesh/mesh_quality.h"
 #include "qx_db/model/mesh_set_pool.h"
 #include "qx_db/platform/file.h"
 
 #include "viewer/assets.h"
 #include "viewer/base64.h"
+#include "viewer/field_values.h"
 #include "viewer/headless.h"
 #include "viewer/png_mark.h"
 
@@ -53,8 +55,8 @@ Outcome OpenPicture(HeadlessBrowser& browser, const PictureOptions& options) {
   return browser.Evaluate(PageScript());
 }
 
-Outcome CheckSets(const CQXDBSession& session, const std::vector<std::string>& names) {
-  const auto& sets = *session.GetPool<DPoolMset>(code::kMset);
+Outcome CheckSets(const Source& source, const std::vector<std::string>& names) {
+  const auto& sets = *source.Session().GetPool<DPoolMset>(code::kMset);
   for (const std::string& name : names) {
     bool found = false;
     for (ITR at = sets.GetHeadPosition(); at && !found; sets.Next(at)) {
@@ -62,10 +64,27 @@ Outcome CheckSets(const CQXDBSession& session, const std::vector<std::string>& n
     }
     if (!found) {
       return Failure{"", "--set", "there is no mesh set \"" + name + "\"",
-                     "list them with qxdb sets list"};
+                     "see qxdb sets " + source.Path()};
     }
   }
   return {};
+}
+
+/// Why a model has no such colours, with those that it has.
+Failure NoColors(const CQXDBSession& session, const std::string& name) {
+  std::string known;
+  const auto add = [&](std::string_view one) {
+    if (!known.empty()) known += ", ";
+    known += one;
+  };
+  for (const std::string& field : FieldNames(session)) add(field);
+  if (name.starts_with(kFieldPrefix)) {
+    return {"", "--color", "there is no \"" + name + '"',
+            known.empty() ? "leave it out, the model has no fields" : "give one of " + known};
+  }
+  for (const MeasureInfo& info : Measures()) add(info.name);
+  return {"", "--color", "there is nothing named \"" + name + "\" to tell by colours",
+          "give none, set, property, material, kind, part, thickness, x, y, z, or one of " + known};
 }
 
 }  // namespace
@@ -80,7 +99,7 @@ Outcome DrawPicture(const std::string& model, const PictureOptions& options,
     auto source = Source::Open(model, false, {});
     if (!source) return source;
     (*source)->SetServed(false);
-    if (Outcome known = CheckSets((*source)->Session(), options.sets); !known) return known.Error();
+    if (Outcome known = CheckSets(**source, options.sets); !known) return known.Error();
     if (auto base = (*source)->Get("base", options.step); !base) return base.Error();
     return source;
   };
@@ -92,6 +111,9 @@ Outcome DrawPicture(const std::string& model, const PictureOptions& options,
   if (Outcome opened = page.get(); !opened) return opened;
   const auto answer = [&](std::string_view name) -> Result<std::string> {
     auto pack = (*source)->Get(name, options.step);
+    if (!pack && name.starts_with(kValuesPrefix)) {
+      return NoColors((*source)->Session(), std::string(name.substr(kValuesPrefix.size())));
+    }
     if (!pack) return pack;
     Json text;  // a JSON text is one of JavaScript
     text.Text(name);

@@ -67,6 +67,9 @@ TEST_F(SqlCommand, SaysWhatIsWrongInOneLine) {
       {"sql m.qxm --write < open.sql", 1, "the transaction is not ended"},
       {"sql m.qxm \"ATTACH 'new.db' AS n\"", 2, "too many attached databases"},
       {"sql m.qxm \"VACUUM INTO 'new.db'\"", 2, "too many attached databases"},
+      {"sql m.qxm --write \"CREATE TABLE kept AS SELECT 1\"", 2, "say CREATE TEMP if that will do"},
+      {"sql m.qxm \"CREATE VIEW kept AS SELECT 1\"", 2, "would be gone when the command ends"},
+      {"sql m.qxm --write VACUUM", 2, "does nothing to a model; make its file"},
       {"sql m.qxm \".tables nothing\"", 2, "there is no table like \"nothing\"; see .tables"},
       {"dump m.qxm --query \"SELECT x FROM node\" --unit m", 2, "--unit"},
       {"sql none.qxm \"SELECT 1\"", 1, "none.qxm"},
@@ -121,13 +124,27 @@ TEST_F(SqlCommand, DumpsTablesAndQueries) {
             "5,0.001,0.001,0.001,0\n");
   EXPECT_TRUE(IsStopped(Qxdb("dump m.qxm node --into out")));  // is not ours to replace
   EXPECT_EQ(Qxdb("dump m.qxm node --into out --force").code, 0);
-  EXPECT_EQ(Qxdb("dump m.qxm --query \"SELECT count(*) AS n FROM element\"").out, "n\n2\n");
+  EXPECT_EQ(Qxdb("dump m.qxm --query \"SELECT count(*) AS n FROM element\" --output -").out,
+            "n\n2\n");
+  EXPECT_FALSE(std::filesystem::exists(Path("-")));
 }
 
 TEST_F(SqlCommand, TakesCommandsOfThePromptAsAnArgument) {
   EXPECT_EQ(Qxdb("sql m.qxm \".tables element_n%\"").out, "element_node\n");
   EXPECT_NE(Qxdb("sql m.qxm .help").out.find(".schema NAME"), std::string::npos);
   EXPECT_EQ(Qxdb("sql m.qxm .quit").code, 0);
+}
+
+TEST_F(SqlCommand, MakesTablesThatLastForTheCallOrInAFile) {
+  EXPECT_EQ(Sql("CREATE TEMP TABLE n AS SELECT key FROM node; SELECT count(*) AS n FROM n",
+                "--format csv")
+                .out,
+            "n\n5\n");
+  EXPECT_EQ(
+      Sql("ATTACH 'own.db' AS own; CREATE TABLE own.n AS SELECT key FROM node", "--write").code, 0);
+  EXPECT_EQ(
+      Sql("ATTACH 'own.db' AS own; SELECT count(*) AS n FROM own.n", "--write --format csv").out,
+      "n\n5\n");
 }
 
 // ---- the prompt ---------------------------------------------------------------------------------

@@ -141,9 +141,14 @@ TEST(PageDataTest, WhatDoesNotFitIsLeftOutAndTold) {
     nodes.SetAtNU(nodes.Find(1), corner);
     corner.key = 1000;
     nodes.InsertNU(corner);
+    // Nor does an element without nodes show anywhere.
+    tagTElem special;
+    special.key = 1000;
+    special.type = 46;
+    Pool<tagTElem>(session).InsertNU(special);
     const viewer::PageData data(session);
     const ReadPack base(data.Base({}));
-    EXPECT_EQ(base.text["left_out_elements"].GetInt(), 1);
+    EXPECT_EQ(base.text["left_out_elements"].GetInt(), 2);
     EXPECT_EQ(base.text["left_out_nodes"].GetInt(), 2);
     for (int i = 0; i < 3; ++i) {
       EXPECT_EQ(base.text["origin"][static_cast<unsigned>(i)].GetDouble(), 1.5);

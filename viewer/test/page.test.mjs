@@ -153,8 +153,11 @@ describe('a picture without a window', () => {
   test('is refused in one line where there is nothing to draw or none to draw it', () => {
     const model = 'drawn.qxm';
     const cases = [
-      [[model, '--color', 'nothing'], /values\/nothing/],
-      [[model, '--set', 'nosuch'], /there is no mesh set "nosuch"; list them/],
+      [[model, '--color', 'nothing'], /--color: there is nothing named "nothing" .*give none, set, .* or one of .*min-angle/],
+      [[model, '--color', 'field:none'], /--color: there is no "field:none"; leave it out, the model has no fields/],
+      [[model, '--range', '60', '10'], /--range: 60 is not below 10; write the lower value first/],
+      [[model, '--range', '5', '5'], /--range: 5 is not below 5/],
+      [[model, '--set', 'nosuch'], /there is no mesh set "nosuch"; see qxdb sets drawn.qxm$/m],
       [['absent.qxm'], /absent.qxm: .*(no such|does not exist|cannot)/],
       [[model, '--step', '7'], /step 7: is not in the history/],
       [[model], /no browser|none was found/, { QXDB_BROWSER: './absent' }],

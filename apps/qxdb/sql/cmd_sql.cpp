@@ -67,8 +67,9 @@ Outcome Dump(const DumpOptions& options, const Context& context) {
   auto opened = SqlModel::Open(options.model, false);
   if (!opened) return opened.Error();
   SqlModel& model = **opened;
+  const std::string output = options.output == "-" ? "" : options.output;
   std::vector<std::pair<std::string, std::string>> wanted;  // query and file
-  if (!options.query.empty()) wanted.emplace_back(options.query, options.output);
+  if (!options.query.empty()) wanted.emplace_back(options.query, output);
   const std::vector<std::string> names = model.TableNames();
   for (const std::string& table : options.tables) {
     if (std::find(names.begin(), names.end(), table) == names.end()) {
@@ -80,10 +81,9 @@ Outcome Dump(const DumpOptions& options, const Context& context) {
     if (!options.unit.empty() && std::count(columns.begin(), columns.end(), "unit")) {
       query += " WHERE unit = '" + options.unit + '\'';  // of letters only, see below
     }
-    wanted.emplace_back(
-        query, options.into.empty() ? options.output : options.into + '/' + table + ".csv");
+    wanted.emplace_back(query, options.into.empty() ? output : options.into + '/' + table + ".csv");
   }
-  if (options.into.empty() && wanted.size() > 1 && !options.output.empty()) {
+  if (options.into.empty() && wanted.size() > 1 && !output.empty()) {
     return Failure{"", "--output", "is one file for several tables", "name a folder with --into"};
   }
   JsonText json;
@@ -136,7 +136,7 @@ void AddSql(Command& app, Context& context) {
   dump->Add("tables", &dump_options->tables, "Tables, as in qxdb sql MODEL .tables");
   Option& query = dump->Add("--query", &dump_options->query, "A SELECT instead of whole tables");
   Option& into = dump->Add("--into", &dump_options->into, "Folder for a file a table").File();
-  dump->Add("--output", &dump_options->output, "One file; standard output without it")
+  dump->Add("--output", &dump_options->output, "One file; standard output without it, or with -")
       .File({".csv"})
       .Excludes(into);
   dump->Add("--unit", &dump_options->unit, "Units of the numbers: mm or \"mm ton\"")

@@ -128,10 +128,27 @@ class TextRows {
   std::vector<std::vector<std::string>> rows_;
 };
 
-/// The tables are the model's: none goes, or gets another name.
-int KeepTables(void*, int action, const char* database, const char*, const char*, const char*) {
-  const bool alters = action == SQLITE_ALTER_TABLE && database && EqualNoCase(database, "temp");
-  return alters || action == SQLITE_DROP_VTABLE ? SQLITE_DENY : SQLITE_OK;
+/// Denies what would not do what it says, and tells why in `refusal`, a Failure. The model's tables
+/// are temporary ones: none goes, or gets another name. The main database is in memory, and empty:
+/// what is made in it, which is an insertion into its schema, would be gone with the command.
+int Authorize(void* refusal, int action, const char* first, const char*, const char* database,
+              const char*) {
+  Failure& told = *static_cast<Failure*>(refusal);
+  const auto is = [](const char* name, const char* wanted) {
+    return name && EqualNoCase(name, wanted);
+  };
+  if (action == SQLITE_DROP_VTABLE || (action == SQLITE_ALTER_TABLE && is(first, "temp"))) {
+    told = {"", "SQL", "not authorized", "the model's tables stay as they are; change their rows"};
+  } else if (action == SQLITE_INSERT && is(database, "main")) {
+    told = {"", "SQL", "what is made here would be gone when the command ends",
+            "say CREATE TEMP if that will do, else ATTACH a file with --write and create it there"};
+  } else if (action == SQLITE_ATTACH && is(first, "")) {
+    told = {"", "SQL", "VACUUM, or ATTACH without a file, does nothing to a model",
+            "make its file smaller with qxdb compact --keep-history"};
+  } else {
+    return SQLITE_OK;
+  }
+  return SQLITE_DENY;
 }
 
 }  // namespace
@@ -154,7 +171,7 @@ Result<std::unique_ptr<SqlModel>> SqlModel::Open(const std::string& path, bool w
   options.writable = writable;
   Outcome added = sql::AddModelTables(made->db_, made->model_.session, options);
   if (!added) return added.Error();
-  sqlite3_set_authorizer(made->db_, KeepTables, nullptr);
+  sqlite3_set_authorizer(made->db_, Authorize, &made->refusal_);
   return made;
 }
 
@@ -166,9 +183,7 @@ Failure SqlModel::FaultOf(int result) const {
   if (text == "no query solution") {
     return {"", "SQL", "where_used is not told of which record", "as in where_used('node', 5)"};
   }
-  if (result == SQLITE_AUTH) {
-    return {"", "SQL", text, "the model's tables stay as they are; change their rows"};
-  }
+  if (result == SQLITE_AUTH) return refusal_;
   std::string remedy = text.starts_with("no such")
                            ? "see .tables and .schema for the names there are"
                            : "correct the statement";

@@ -58,6 +58,7 @@ class SqlModel {
   Model model_;
   bool is_writable_;
   sqlite3* db_ = nullptr;
+  Failure refusal_;  // of the statement that was not allowed last
 };
 
 /// The statements of a text are printed as the command line prints: what could drive a terminal is

@@ -151,6 +151,11 @@ Outcome DrawPicture(const PictureCommand& command, const Context& context) {
                      "write --cut x=0.5 to take away the upper half"};
     }
   }
+  if (command.range.size() == 2 && !(command.range[0] < command.range[1])) {
+    return Failure{"", "--range",
+                   fmt::format("{} is not below {}", command.range[0], command.range[1]),
+                   "write the lower value first, as --range 10 60"};
+  }
   options.color = command.color;
   options.range = command.range;
   options.palette = command.palette;
@@ -218,7 +223,7 @@ void AddPicture(Command& app, Context& context) {
                "none, set, property, material, kind, part, thickness, x, y, z, a measure of qxdb "
                "check, or field:NAME, a field of the model; unless given set, property or kind, "
                "whichever tells most");
-  command->Add("--range", &options->range, "First and last value of the colours").Count(2);
+  command->Add("--range", &options->range, "Lowest and highest value of the colours").Count(2);
   command->Add("--palette", &options->palette, "Colours of a range")
       .OneOf({"viridis", "cividis", "blue-orange", "grey"});
   command->Add("--set", &options->sets, "Show these mesh sets only, by name");
