@@ -1,6 +1,7 @@
 #include "exchange/cgns/cgns_format.h"
 
 #include "exchange/cgns/cgns_reader.h"
+#include "exchange/cgns/cgns_tree.h"
 #include "exchange/cgns/cgns_writer.h"
 #include "exchange/hdf5/h5_apart.h"
 #include "exchange/hdf5/h5_reader.h"

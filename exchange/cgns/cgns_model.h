@@ -1,20 +1,27 @@
 #pragma once
 // A model as the sections, boundary conditions, regions and families of a CGNS file.
 
+#include <initializer_list>
 #include <map>
 #include <set>
 #include <string>
 #include <unordered_map>
 #include <vector>
 
+#include "exchange/cgns/cgns_tree.h"
 #include "exchange/deck.h"
 
 namespace qx::exchange {
+
+/// Name of the only zone of a file of ours.
+inline constexpr const char* kCgnsZone = "Zone1";
 
 /// A name that a node of the file can have: 32 bytes at most, no slash, and none twice below one
 /// node.
 class CgnsNames {
  public:
+  /// Some names are taken by nodes that mean something.
+  CgnsNames(std::initializer_list<const char*> taken) : taken_(taken.begin(), taken.end()) {}
   std::string Take(const std::string& name);
 
  private:
@@ -70,7 +77,11 @@ class CgnsModel {
   std::vector<bool> is_section_;
   std::vector<Section> sections_;
   std::vector<Set> conditions_, regions_, families_;
-  CgnsNames zone_names_, condition_names_, family_node_names_;
+  CgnsNames zone_names_{"ZoneType",         "GridCoordinates",     "ZoneBC",
+                        kCgnsOwn,           "FamilyName",          "DataClass",
+                        "DimensionalUnits", "ZoneGridConnectivity"};
+  CgnsNames condition_names_{"FamilyName", "DataClass", "DimensionalUnits"};
+  CgnsNames family_node_names_{kCgnsZone, kCgnsOwn, "DataClass", "DimensionalUnits"};
   std::uint64_t renamed_ = 0;
   std::string first_renamed_;
 };

@@ -12,6 +12,7 @@
 #include "qx_db/platform/text.h"
 #include "qx_db/record/element_types.h"
 
+#include "exchange/cgns/cgns_axes.h"
 #include "exchange/cgns/cgns_grid.h"
 #include "exchange/cgns/cgns_kinds.h"
 #include "exchange/cgns/cgns_tree.h"
@@ -121,9 +122,10 @@ class CgnsReader {
     const std::string own = tree_.Find(path, kCgnsOwn);
     const std::string units = own.empty() ? "" : tree_.TextOf(tree_.Find(own, "Units"));
     if (!units.empty()) {
-      if (Result<UnitSystem> named = ParseUnits(units, {}); named) deck_.units = *named;
+      if (Result<UnitSystem> named = ParseUnits(units, {}); named) base_units_ = *named;
     }
-    ReadUnits(path);
+    if (!base_units_) base_units_ = CgnsUnitsAt(tree_, path);
+    KeepError();
     // A zone is a set where the file has several, or lists none of its elements itself.
     has_zones_ = zones.size() > 1;
     for (std::size_t z = 0; z < zones.size() && Ok(); ++z) {
@@ -131,6 +133,7 @@ class CgnsReader {
       KeepError();
       Tell(0.1 + 0.8 * static_cast<double>(z + 1) / static_cast<double>(zones.size()));
     }
+    if (!deck_.units) deck_.units = base_units_;
     if (zones.size() > 1) {
       deck_.report.Changed("zones were joined into one mesh", zones.size(), zones[1].name,
                            "numbers of each begin behind those of the one before");
@@ -139,35 +142,10 @@ class CgnsReader {
   }
 
   void TellOfOther(const Child& child) {
-    static constexpr std::string_view kKnown[] = {
-        "Zone_t",
-        "Family_t",
-        "DataClass_t",
-        "DimensionalUnits_t",
-        "Elements_t",
-        "ZoneType_t",
-        "GridCoordinates_t",
-        "ZoneBC_t",
-        "FamilyName_t",
-        "ZoneSubRegion_t",
-        "Descriptor_t",
-        "Ordinal_t",
-        "\"int[IndexDimension]\"",
-        "",
-    };
     if (child.label == "UserDefinedData_t" && child.name == kCgnsOwn) return;
-    if (std::find(std::begin(kKnown), std::end(kKnown), child.label) != std::end(kKnown)) return;
+    if (IsReadOfCgns(child.label)) return;
     deck_.report.Lost(fmt::format("nodes of label {} were left out", Clean(child.label)), 1,
                       Clean(PlaceOf(child.path)), "the model has no place for them");
-  }
-
-  void ReadUnits(const std::string& path) {
-    const std::string node = tree_.Find(path, "DimensionalUnits");
-    if (node.empty() || deck_.units) return;
-    const std::string text = in_.Bytes(CgnsTree::Data(node));
-    KeepError();
-    const std::optional<UnitSystem> units = UnitsOfCgns(text);
-    if (units) deck_.units = *units;
   }
 
   void ReadZone(const Child& zone) {
@@ -200,7 +178,6 @@ class CgnsReader {
     ReadNodes(zone.path, children);
     KeepError();
     if (faults_.size() > before_) return;
-    ReadUnits(zone.path);
     key_of_.clear();
     if (is_structured) {
       if (nodes_ > static_cast<std::uint64_t>(kMaxKey - LastKey())) {
@@ -256,6 +233,25 @@ class CgnsReader {
     return {};
   }
 
+  /// What an axis is multiplied by to be in the deck's unit, which is that of the first. The unit
+  /// that is named nearest to it counts.
+  double FactorOf(const std::string& axis, const std::string& grid, const std::string& zone) {
+    std::optional<UnitSystem> units;
+    for (const std::string& node : {axis, grid, zone}) {
+      if (!units) units = CgnsUnitsAt(tree_, node);
+    }
+    if (!units) units = base_units_;
+    KeepError();
+    if (!std::exchange(has_axes_, true)) deck_.units = units;
+    if (units.has_value() != deck_.units.has_value()) {
+      Fault(PlaceOf(axis), "only some of the file's coordinates name a unit");
+    }
+    const double factor = units && deck_.units ? LengthFactor(*units, *deck_.units) : 1;
+    deck_.report.Changed("coordinates were converted to the unit of the first", factor != 1,
+                         PlaceOf(axis), "a model has one unit of length");
+    return factor;
+  }
+
   void ReadNodes(const std::string& zone, const std::vector<Child>& children) {
     std::string grid;
     std::uint64_t others = 0;
@@ -271,15 +267,23 @@ class CgnsReader {
     AppendBy(deck_.coordinates, 3 * nodes_,
              [](double* to, std::size_t, std::size_t count) { std::fill_n(to, count, 0.0); });
     std::set<std::size_t> not_finite;  // a bound of them
-    bool has_any = nodes_ == 0;
-    for (std::size_t d = 0; d < 3 && nodes_ > 0; ++d) {
-      const std::string axis = tree_.Find(grid, fmt::format("Coordinate{}", "XYZ"[d]));
+    CgnsAxes axes;
+    if (nodes_ > 0) {
+      const std::vector<Child> below = tree_.Children(grid);
+      for (const Child& child : below) {
+        if (child.label != "DataArray_t") TellOfOther(child);
+      }
+      axes = FindAxes(below, space_dimension_, PlaceOf(grid), deck_.report);
+      if (!axes.wrong.empty()) return Fault(PlaceOf(grid), axes.wrong);
+    }
+    for (std::size_t d = 0; d < 3; ++d) {
+      const std::string& axis = axes.nodes[d];
       if (axis.empty()) continue;
-      has_any = true;
+      const double factor = FactorOf(axis, grid, zone);
       std::size_t i = first_node_;
       in_.Reals(CgnsTree::Data(axis), nodes_, [&](std::span<const double> values) {
         for (const double value : values) {
-          deck_.coordinates[3 * i++ + d] = value;
+          deck_.coordinates[3 * i++ + d] = factor == 1 ? value : factor * value;
           if (!std::isfinite(value) && not_finite.size() < LossReport::kMostFaults) {
             not_finite.insert(i - first_node_);
           }
@@ -287,13 +291,9 @@ class CgnsReader {
       });
       KeepError();
     }
-    if (!has_any) {
-      return Fault(PlaceOf(grid), "it has none of CoordinateX, CoordinateY and CoordinateZ");
-    }
     for (const std::size_t i : not_finite) {
       Fault(PlaceOf(grid), fmt::format("a coordinate of node {} is not a finite number", i));
     }
-    if (!grid.empty()) ReadUnits(grid);
     std::vector<Key> keys;
     if (first_node_ == 0) keys = OwnNumbers(zone, "NodeNumbers", nodes_);
     MakeRoom(deck_.node_keys, first_node_ + nodes_);
@@ -651,6 +651,8 @@ class CgnsReader {
   std::int64_t cell_dimension_ = 3;
   std::int64_t space_dimension_ = 3;
   bool has_zones_ = false;
+  bool has_axes_ = false;
+  std::optional<UnitSystem> base_units_;
   bool leaves_nodes_ = false;
   std::map<std::string, std::int32_t> families_;  // place of each among the groups
   // Of the zone that is read:

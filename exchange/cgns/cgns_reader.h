@@ -8,9 +8,6 @@
 
 namespace qx::exchange {
 
-/// Name of the user-defined data of files of our own, with arrays of numbers.
-inline constexpr const char* kCgnsOwn = "QX_db";
-
 /// Reads and checks a mesh in an HDF5 container: zones, sections, boundary conditions, regions and
 /// families become groups. Numbers of nodes and elements are those of the file, of further zones
 /// behind those of the first. The deck's report tells what is reduced or left out. Of several

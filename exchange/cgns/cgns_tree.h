@@ -4,12 +4,38 @@
 // of arrays stand there in reversed order. ("CGNS HDF5 file mapping".)
 
 #include <algorithm>
+#include <iterator>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "exchange/hdf5/h5_reader.h"
 
 namespace qx::exchange {
+
+/// Name of the user-defined data of files of our own, with arrays of numbers.
+inline constexpr const char* kCgnsOwn = "QX_db";
+
+/// Whether nodes of a label are read, or say nothing of the mesh.
+inline bool IsReadOfCgns(std::string_view label) {
+  static constexpr std::string_view kKnown[] = {
+      "Zone_t",
+      "Family_t",
+      "DataClass_t",
+      "DimensionalUnits_t",
+      "Elements_t",
+      "ZoneType_t",
+      "GridCoordinates_t",
+      "ZoneBC_t",
+      "FamilyName_t",
+      "ZoneSubRegion_t",
+      "Descriptor_t",
+      "Ordinal_t",
+      "\"int[IndexDimension]\"",
+      "",
+  };
+  return std::find(std::begin(kKnown), std::end(kKnown), label) != std::end(kKnown);
+}
 
 class CgnsTree {
  public:

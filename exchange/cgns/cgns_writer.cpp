@@ -132,7 +132,7 @@ class CgnsFile {
     }
     const std::array<std::int32_t, 3> sizes{static_cast<std::int32_t>(nodes), cells, 0};
     constexpr std::uint64_t kSizes[] = {3, 1};
-    const std::string zone = Node(base_, "Zone", "Zone_t", sizes, kSizes);
+    const std::string zone = Node(base_, kCgnsZone, "Zone_t", sizes, kSizes);
     Node(zone, "ZoneType", "ZoneType_t", std::string_view("Unstructured"));
     const std::string grid = Node(zone, "GridCoordinates", "GridCoordinates_t");
     std::vector<double> axis(nodes);
@@ -231,7 +231,7 @@ Outcome WriteCgns(CQXDBSession& session, const std::string& path, const WriteOpt
   H5Writer out((*file)->Name());
   CgnsFile(model, session, out, options.progress).Write();
   if (const std::string wrong = out.Finish(); !wrong.empty()) {
-    return Failure{path, "", "cannot be written: " + wrong, "free some disk space"};
+    return Failure{path, "", "cannot be written: " + wrong, out.Remedy()};
   }
   if (Outcome placed = (*file)->TakePlace(); !placed) return placed;
   report.Append(found);

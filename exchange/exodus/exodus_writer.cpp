@@ -374,7 +374,7 @@ Outcome WriteExodus(CQXDBSession& session, const std::string& path, const WriteO
   NcWriter out((*file)->Name(), is_large);
   ExodusFile(model, session, out, found, options.progress).Write();
   if (const std::string wrong = out.Finish(); !wrong.empty()) {
-    return Failure{path, "", "cannot be written: " + wrong, "free some disk space"};
+    return Failure{path, "", "cannot be written: " + wrong, out.Remedy()};
   }
   if (Outcome placed = (*file)->TakePlace(); !placed) return placed;
   report.Append(found);

@@ -8,6 +8,7 @@
 #include <limits>
 
 #include "qx_db/platform/file.h"
+#include "qx_db/platform/raw_file.h"
 
 #include "exchange/exodus/nc_library.h"
 #include "exchange/hdf5/h5_lock.h"
@@ -109,8 +110,12 @@ Failure UnsoundHeader(const std::string& name) {
   return {name, "", "is no netCDF file: its description ends early", "write the file again"};
 }
 
+std::string WhyNotLoaded(const Outcome& why) {
+  return "the netCDF library " + why.Error().file + " " + why.Error().what;
+}
+
 Failure NotLoaded(const std::string& name, const Outcome& why) {
-  return {name, "", "cannot be read: the netCDF library " + why.Line(), "install it"};
+  return {name, "", "cannot be read: " + WhyNotLoaded(why), "install it"};
 }
 
 /// How many values so many in each dimension are; the largest number where no number holds them.
@@ -389,9 +394,10 @@ std::string NcReader::TextAttribute(const std::string& variable, const char* nam
 
 NcWriter::NcWriter(const std::string& path, bool large) : lock_(Hdf5Mutex()) {
   if (const Outcome loaded = LoadNc(); !loaded) {
-    wrong_ = "the netCDF library " + loaded.Line();
+    wrong_ = WhyNotLoaded(loaded);
     return;
   }
+  is_loaded_ = true;
   std::error_code error;
   const std::filesystem::path absolute = std::filesystem::absolute(PathFromUtf8(path), error);
   const int container = large ? NC_64BIT_DATA : NC_64BIT_OFFSET;
@@ -406,7 +412,10 @@ NcWriter::~NcWriter() {
 }
 
 bool NcWriter::Check(int status) {
-  if (status != NC_NOERR && wrong_.empty()) wrong_ = Nc().nc_strerror(status);
+  if (status != NC_NOERR && wrong_.empty()) {
+    status_ = status;
+    wrong_ = Nc().nc_strerror(status);
+  }
   return wrong_.empty();
 }
 
@@ -484,6 +493,11 @@ void NcWriter::Put(const std::string& variable, const std::vector<std::string>& 
   }
   const int id = Find(variable);
   if (wrong_.empty() && !all.empty()) Check(Nc().nc_put_var_text(id_, id, all.data()));
+}
+
+std::string NcWriter::Remedy() const {
+  if (!is_loaded_) return "install the netCDF library";
+  return IsFull(status_) ? "free some disk space" : "look at the disk and the names of the sets";
 }
 
 std::string NcWriter::Finish() {

@@ -106,6 +106,8 @@ class NcWriter {
 
   /// Closes the file. What went wrong, or "".
   std::string Finish();
+  /// What to do about it.
+  std::string Remedy() const;
 
  private:
   bool Check(int status);
@@ -113,6 +115,8 @@ class NcWriter {
 
   std::unique_lock<std::mutex> lock_;
   int id_ = -1;
+  bool is_loaded_ = false;
+  int status_ = 0;  // of the library, with what went wrong
   std::string wrong_;
 };
 

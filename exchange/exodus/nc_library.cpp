@@ -22,6 +22,11 @@ Loaded Load() {
   if (!loaded.library.f) loaded.outcome = Failure{QX_NETCDF_FILE, "", "has no " #f, ""};
   QX_NC_FUNCTIONS(QX_NC_FIND)
 #undef QX_NC_FIND
+  // HDF5 comes with it. No file is to make it look for filters in files of code
+  // (HDF5_PLUGIN_PATH).
+  if (void* const plugins = netcdf->Find("H5PLset_loading_state")) {
+    reinterpret_cast<int (*)(unsigned)>(plugins)(0);
+  }
   return loaded;
 }
 

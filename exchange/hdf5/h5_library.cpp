@@ -17,7 +17,7 @@ Loaded Load() {
   // Other HDF5 libraries that a process may have, such as that of MPI, keep to their own names.
   const Result<SharedLibrary> hdf5 = SharedLibrary::Load(QX_HDF5_FILE);
   if (!hdf5) {
-    loaded.wrong = "the HDF5 library " + hdf5.Error().Line();
+    loaded.wrong = "the HDF5 library " + hdf5.Error().file + " " + hdf5.Error().what;
     return loaded;
   }
   const auto find = [&](const char* name) {
@@ -35,6 +35,7 @@ Loaded Load() {
   if (const void* const found = find(#id "_g")) h5.id##_g = *static_cast<const hid_t*>(found);
   QX_H5_IDS(QX_H5_FIND)
 #undef QX_H5_FIND
+  h5.H5PLset_loading_state(0);
   return loaded;
 }
 

@@ -42,6 +42,7 @@ namespace qx::exchange {
   X(H5Lget_info)                \
   X(H5Lget_name_by_idx)         \
   X(H5Oclose)                   \
+  X(H5PLset_loading_state)      \
   X(H5Oopen)                    \
   X(H5Iget_type)                \
   X(H5Pclose)                   \
@@ -102,7 +103,8 @@ struct H5Library {
   QX_H5_IDS(QX_H5_DECLARE)
 #undef QX_H5_DECLARE
 
-  /// The library; null, with the reason in `wrong`, where it cannot be loaded.
+  /// The library; null, with the reason in `wrong`, where it cannot be loaded. Once it is here no
+  /// file makes it look for filters in files of code (HDF5_PLUGIN_PATH): it has the usual ones.
   static const H5Library* Get(std::string& wrong);
 };
 

@@ -16,6 +16,7 @@ namespace {
 // What a file may unfold to: it may be packed, or keep nothing of what was never written.
 constexpr std::uint64_t kMostGrowth = 256;
 constexpr std::uint64_t kAlwaysAllowed = std::uint64_t{64} << 20;
+constexpr const char* kKeptElsewhere = "its values are in other files, which are not followed";
 constexpr std::uint64_t kMostAttribute = std::uint64_t{1} << 16;  // bytes
 
 /// How many values so many in each dimension are; the largest number where no number holds them.
@@ -45,8 +46,13 @@ class Held {
   herr_t (*close_)(hid_t);
 };
 
+/// Whether values come from other files: from plain ones, or from arrays of HDF5 files.
+bool IsKeptElsewhere(const H5Library& h5, hid_t list) {
+  return h5.H5Pget_external_count(list) != 0 || h5.H5Pget_layout(list) == H5D_VIRTUAL;
+}
+
 Failure NoLibrary(const std::string& name, const std::string& wrong) {
-  return {name, "", "cannot be read: " + wrong, "install the package libhdf5-103-1"};
+  return {name, "", "cannot be read: " + wrong, "install the HDF5 library, the serial one"};
 }
 
 }  // namespace
@@ -117,8 +123,7 @@ Failure H5Reader::TakeError() {
 
 namespace {
 
-/// The links of a group by their numbers in its order: those that `visit` is given a name and
-/// whether it leads to another file.
+/// The links of a group in its order: `visit` is given the name and the kind of each.
 template <class Visit>
 void ForEachLink(const H5Library& h5, hid_t file, const std::string& path, std::uint64_t most,
                  Visit&& visit) {
@@ -141,7 +146,7 @@ void ForEachLink(const H5Library& h5, hid_t file, const std::string& path, std::
     name.pop_back();
     H5L_info_t link{};
     if (h5.H5Lget_info(group, name.c_str(), &link, H5P_DEFAULT) < 0) continue;
-    visit(std::move(name), link.type != H5L_TYPE_HARD);
+    visit(std::move(name), link.type);
   }
 }
 
@@ -150,19 +155,18 @@ void ForEachLink(const H5Library& h5, hid_t file, const std::string& path, std::
 std::vector<std::string> H5Reader::Children(const std::string& path) {
   std::vector<std::string> names;
   if (!Ok() || !IsGroup(path)) return names;
-  ForEachLink(h5_, file_, path, MostValues(), [&](std::string name, bool is_outer) {
-    if (is_outer || !Admit(path, name.size() + 64, 1)) return;
-    names.push_back(std::move(name));
+  ForEachLink(h5_, file_, path, MostValues(), [&](std::string name, H5L_type_t type) {
+    if (!Admit(path, name.size() + 64, 1)) return;
+    if (IsFollowed((path == "/" ? "" : path) + "/" + name, type)) names.push_back(std::move(name));
   });
   return names;
 }
 
-std::uint64_t H5Reader::OuterLinks(const std::string& path) {
-  std::uint64_t count = 0;
-  if (!Ok() || !IsGroup(path)) return count;
-  ForEachLink(h5_, file_, path, MostValues(),
-              [&](const std::string&, bool is_outer) { count += is_outer; });
-  return count;
+bool H5Reader::IsFollowed(const std::string& path, int type) const {
+  constexpr std::size_t kMostTold = 1000;
+  if (type == H5L_TYPE_HARD) return true;
+  if (links_.size() < kMostTold) links_.emplace(path, type == H5L_TYPE_EXTERNAL);
+  return false;
 }
 
 bool H5Reader::Has(const std::string& path) const {
@@ -172,7 +176,7 @@ bool H5Reader::Has(const std::string& path) const {
     H5L_info_t link{};
     if (h5_.H5Lexists(file_, part.c_str(), H5P_DEFAULT) <= 0 ||
         h5_.H5Lget_info(file_, part.c_str(), &link, H5P_DEFAULT) < 0 ||
-        link.type != H5L_TYPE_HARD) {
+        !IsFollowed(part, link.type)) {
       return false;
     }
     if (end == path.npos) return true;
@@ -293,9 +297,7 @@ void H5Reader::ReadInPieces(const std::string& path, std::uint64_t count, const 
   if ((has != H5T_INTEGER && !(is_real && has == H5T_FLOAT)) || width_of_value > 16) {
     return Fail(path, is_real ? "it has no numbers" : "it has no whole numbers");
   }
-  if (h5_.H5Pget_external_count(list) != 0) {
-    return Fail(path, "its values are in another file, which is not followed");
-  }
+  if (IsKeptElsewhere(h5_, list)) return Fail(path, kKeptElsewhere);
   std::vector<std::uint64_t> lengths = ShapeOf(space);
   const std::uint64_t have = ProductOf(lengths);
   if (count != kAny && have != count) {
@@ -390,8 +392,11 @@ std::string H5Reader::Bytes(const std::string& path) {
   const bool is_text = (has == H5T_INTEGER && width == 1) || has == H5T_ARRAY ||
                        (has == H5T_STRING && h5_.H5Tis_variable_str(type) == 0);
   const std::uint64_t count = ProductOf(ShapeOf(space));
-  if (!is_text || width == 0 || width > kMostAttribute || h5_.H5Pget_layout(list) == H5D_CHUNKED ||
-      h5_.H5Pget_external_count(list) != 0) {
+  if (IsKeptElsewhere(h5_, list)) {
+    Fail(path, kKeptElsewhere);
+    return {};
+  }
+  if (!is_text || width == 0 || width > kMostAttribute || h5_.H5Pget_layout(list) == H5D_CHUNKED) {
     Fail(path, "it has no plain text");
     return {};
   }

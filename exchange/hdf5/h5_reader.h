@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -40,10 +41,11 @@ class H5Reader {
   std::uint64_t MostValues() const { return left_ / 8; }
 
   /// Names of what is in a group, in the order in which it was made where the file tells, else by
-  /// name; none where it is no group. Links into other files are not among them.
+  /// name; none where it is no group. Links are not among them.
   std::vector<std::string> Children(const std::string& path);
-  /// Links of a group into other files.
-  std::uint64_t OuterLinks(const std::string& path);
+  /// Links that were met and not followed, up to a bound, by path: whether each leads to another
+  /// file.
+  const std::map<std::string, bool>& Links() const { return links_; }
   /// Whether there is something at a path, each part of which must be there, in this file.
   bool Has(const std::string& path) const;
   bool IsGroup(const std::string& path) const;
@@ -72,6 +74,7 @@ class H5Reader {
  private:
   H5Reader(const H5Library& h5, std::string name, std::uint64_t bytes);
   bool Admit(const std::string& path, std::uint64_t count, std::uint64_t width);
+  bool IsFollowed(const std::string& path, int type) const;
   std::int64_t OpenArray(const std::string& path);
   std::vector<std::uint64_t> ShapeOf(std::int64_t array) const;
   template <class T, class See>
@@ -85,6 +88,7 @@ class H5Reader {
   void* error_function_ = nullptr;  // that printed the library's errors before
   void* error_data_ = nullptr;
   std::optional<Failure> failure_;
+  mutable std::map<std::string, bool> links_;
 };
 
 }  // namespace qx::exchange

@@ -1,10 +1,12 @@
 #include "exchange/hdf5/h5_writer.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <filesystem>
 #include <fmt/format.h>
 
 #include "qx_db/platform/file.h"
+#include "qx_db/platform/raw_file.h"
 
 #include "exchange/hdf5/h5_library.h"
 #include "exchange/hdf5/h5_lock.h"
@@ -14,6 +16,7 @@ namespace qx::exchange {
 H5Writer::H5Writer(const std::string& path) : lock_(Hdf5Mutex()) {
   h5_ = H5Library::Get(wrong_);
   if (!h5_) return;
+  errno = 0;
   auto* function = reinterpret_cast<H5E_auto2_t*>(&error_function_);
   h5_->H5Eget_auto2(H5E_DEFAULT, function, &error_data_);
   h5_->H5Eset_auto2(H5E_DEFAULT, nullptr, nullptr);
@@ -40,7 +43,11 @@ H5Writer::H5Writer(const std::string& path) : lock_(Hdf5Mutex()) {
 H5Writer::~H5Writer() { Finish(); }
 
 bool H5Writer::Check(std::int64_t status, const std::string& path) {
-  if (status < 0 && wrong_.empty()) wrong_ = fmt::format("'{}' cannot be stored", path);
+  if (status < 0 && wrong_.empty()) {
+    error_ = errno;
+    wrong_ = fmt::format("'{}' cannot be stored{}", path,
+                         error_ != 0 ? ": " + ErrorText(error_) : std::string());
+  }
   return wrong_.empty();
 }
 
@@ -153,6 +160,11 @@ void H5Writer::PutTexts(const std::string& path, const std::vector<std::string>&
   const hid_t type = h5_->H5Tarray_create2(h5_->H5T_STD_I8LE_g, 1, &length);
   PutArray(path, type, type, all.data(), texts.size(), {});
   h5_->H5Tclose(type);
+}
+
+std::string H5Writer::Remedy() const {
+  if (!h5_) return "install the HDF5 library, the serial one";
+  return IsFull(error_) ? "free some disk space" : "look at the disk and the names of the sets";
 }
 
 std::string H5Writer::Finish() {

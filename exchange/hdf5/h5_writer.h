@@ -44,6 +44,8 @@ class H5Writer {
 
   /// Closes the file. What went wrong, or "".
   std::string Finish();
+  /// What to do about it.
+  std::string Remedy() const;
 
  private:
   bool Check(std::int64_t status, const std::string& path);
@@ -60,6 +62,7 @@ class H5Writer {
   void* error_function_ = nullptr;
   void* error_data_ = nullptr;
   std::string wrong_;
+  int error_ = 0;  // of the system, with it
 };
 
 }  // namespace qx::exchange

@@ -39,6 +39,14 @@ class MedReader {
   std::optional<Deck> Read() {
     deck_.format = "med";
     Tell(0.02);
+    if (const auto major = in_.IntegerAttribute("/INFOS_GENERALES", "MAJ"); major && *major < 3) {
+      faults_.push_back(
+          {name_, "",
+           fmt::format("is a MED file of version {}.{}: those from 3.0 on are read", *major,
+                       in_.IntegerAttribute("/INFOS_GENERALES", "MIN").value_or(0)),
+           "convert it to a later version"});
+      return std::nullopt;
+    }
     const std::vector<std::string> meshes = in_.Children("/ENS_MAA");
     if (meshes.empty()) {
       Fault("ENS_MAA", "there is no mesh");
@@ -59,6 +67,8 @@ class MedReader {
   }
 
  private:
+  /// Groups of families, by their numbers. Those of nodes and of elements are apart.
+  using Families = std::map<std::int64_t, std::vector<std::size_t>>;
   /// The numbers of families, and of the nodes or elements, one by one.
   struct Numbers {
     std::vector<std::int64_t> families;
@@ -93,7 +103,7 @@ class MedReader {
       return Fault(mesh.substr(1),
                    "its coordinates are cylindrical or spherical, which is not read");
     }
-    ReadUnit(mesh);
+    ReadUnit(mesh, static_cast<std::size_t>(*space));
     // Steps of computation stand between since version 3; the first has the whole mesh.
     std::string step = mesh;
     if (!in_.IsGroup(mesh + "/NOE")) {
@@ -117,9 +127,19 @@ class MedReader {
     }
   }
 
-  /// "mm" among the names of units, the same for all axes.
-  void ReadUnit(const std::string& mesh) {
-    const std::string unit = Trimmed(in_.TextAttribute(mesh, "UNI").value_or("").substr(0, 16));
+  /// "mm" among the names of units, which must be the same for all axes that have one.
+  void ReadUnit(const std::string& mesh, std::size_t axes) {
+    constexpr std::size_t kWidth = 16;
+    const std::string units = in_.TextAttribute(mesh, "UNI").value_or("");
+    std::string unit;
+    for (std::size_t d = 0; d < axes && d * kWidth < units.size(); ++d) {
+      const std::string own = Trimmed(units.substr(d * kWidth, kWidth));
+      if (unit.empty()) unit = own;
+      if (!own.empty() && own != unit) {
+        return Fault(mesh.substr(1),
+                     fmt::format("its axes are in different units ('{}', '{}')", unit, own));
+      }
+    }
     const int index = unit.empty() ? -1 : FindUnit(UnitBase::kLength, unit);
     if (index < 0) return;
     deck_.units.emplace();
@@ -129,8 +149,9 @@ class MedReader {
   // ---- families and groups --------------------------------------------------------------------
 
   void ReadFamilies(const std::string& path) {
-    for (const char* part : {"NOEUD", "ELEME"}) {
-      const std::string folder = path + "/" + part;
+    for (const bool is_of_nodes : {true, false}) {
+      const std::string folder = path + (is_of_nodes ? "/NOEUD" : "/ELEME");
+      Families& families = is_of_nodes ? node_families_ : element_families_;
       for (const std::string& name : in_.Children(folder)) {
         const std::string family = folder + "/" + name;
         const auto number = in_.IntegerAttribute(family, "NUM");
@@ -138,7 +159,7 @@ class MedReader {
           Fault(family.substr(1), "it has no number NUM");
           continue;
         }
-        std::vector<std::size_t>& groups = groups_of_[*number];
+        std::vector<std::size_t>& groups = families[*number];
         if (in_.IsGroup(family + "/GRO")) {
           const std::string texts = in_.Bytes(family + "/GRO/NOM");
           KeepError();
@@ -174,14 +195,14 @@ class MedReader {
 
   /// Puts nodes or elements, by their keys, into the groups of their families.
   template <class KeyAt>
-  void Fill(const std::vector<std::int64_t>& families, std::vector<Key> Mesh::Group::*members,
-            const std::string& place, KeyAt&& key_at) {
+  void Fill(const std::vector<std::int64_t>& families, const Families& described,
+            std::vector<Key> Mesh::Group::*members, const std::string& place, KeyAt&& key_at) {
     std::uint64_t unknown = 0;
     for (std::size_t i = 0; i < families.size(); ++i) {
       if (families[i] == 0) continue;
-      const auto groups = groups_of_.find(families[i]);
-      unknown += groups == groups_of_.end();
-      if (groups == groups_of_.end()) continue;
+      const auto groups = described.find(families[i]);
+      unknown += groups == described.end();
+      if (groups == described.end()) continue;
       for (const std::size_t group : groups->second) {
         auto& list = deck_.groups[group].*members;
         // A family may name a group twice.
@@ -222,7 +243,7 @@ class MedReader {
     }
     const Numbers numbers = ReadNumbers(path, nodes);
     deck_.node_keys = Keys(numbers.own, nodes, "nodes", path);
-    Fill(numbers.families, &Mesh::Group::nodes, path,
+    Fill(numbers.families, node_families_, &Mesh::Group::nodes, path,
          [&](std::size_t i) { return deck_.node_keys[i]; });
   }
 
@@ -259,7 +280,7 @@ class MedReader {
     if (!has_own) own.clear();
     const std::vector<Key> keys = Keys(own, deck_.elements.size(), "elements", path);
     for (std::size_t e = 0; e < keys.size(); ++e) deck_.elements[e].key = keys[e];
-    Fill(families, &Mesh::Group::elements, path,
+    Fill(families, element_families_, &Mesh::Group::elements, path,
          [&](std::size_t i) { return deck_.elements[i].key; });
     TakeNodesOut();
   }
@@ -355,8 +376,8 @@ class MedReader {
   std::size_t before_;
   Deck deck_;
   bool leaves_nodes_ = false;
-  std::map<std::int64_t, std::vector<std::size_t>> groups_of_;  // of a family
-  std::map<std::string, std::size_t> places_;                   // of groups, by name
+  Families node_families_, element_families_;
+  std::map<std::string, std::size_t> places_;  // of groups, by name
 };
 
 }  // namespace

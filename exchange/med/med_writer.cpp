@@ -295,7 +295,7 @@ Outcome WriteMed(CQXDBSession& session, const std::string& path, const WriteOpti
   H5Writer out((*file)->Name());
   med.Write(out);
   if (const std::string wrong = out.Finish(); !wrong.empty()) {
-    return Failure{path, "", "cannot be written: " + wrong, "free some disk space"};
+    return Failure{path, "", "cannot be written: " + wrong, out.Remedy()};
   }
   if (Outcome placed = (*file)->TakePlace(); !placed) return placed;
   report.Append(found);

@@ -56,5 +56,31 @@ TEST_F(Cli, ReplacesNoDeckThatSomebodyWrote) {
   }
 }
 
+// Libraries that are loaded with the first file: nothing else here brings them in.
+TEST_F(Cli, WritesAndReadsFormatsWhoseLibrariesAreLoaded) {
+  ASSERT_EQ(Qxdb("import good.msh m.qxm").code, 0);
+  const std::vector<std::string> files = {
+#ifdef QX_HAS_CGNS
+      "a.cgns",
+#endif
+#ifdef QX_HAS_EXODUS
+      "a.exo",
+#endif
+#ifdef QX_HAS_MED
+      "a.med",
+#endif
+  };
+  for (const std::string& file : files) {
+    SCOPED_TRACE(file);
+    const Ran out = Qxdb("export m.qxm " + file);
+    ASSERT_EQ(out.code, 0) << out.err;
+    const Ran in = Qxdb("import " + file + " " + file + ".qxm");
+    ASSERT_EQ(in.code, 0) << in.err;
+    const Ran again = Qxdb("export " + file + ".qxm back-" + file);
+    ASSERT_EQ(again.code, 0) << again.err;
+    EXPECT_EQ(*ReadWholeFile(Path(file)), *ReadWholeFile(Path("back-" + file)));
+  }
+}
+
 }  // namespace
 }  // namespace qx

@@ -26,14 +26,19 @@ Result<std::unique_ptr<ICADSession>> OpenCad(const std::string& path, const CQXD
   if (Outcome is_file = CheckIsFile(path); !is_file) return is_file.Error();
   const auto index = static_cast<std::size_t>(session.Units().Model()[UnitBase::kLength]);
   const UnitDefinition& unit = UnitsOf(UnitBase::kLength)[index];
+  constexpr const char* kRemedy = "install QX_db's adapter of CAD files, of the same version";
   // Loading the kernel takes longer than most commands do.
   const Result<SharedLibrary> kernel = SharedLibrary::Load(QX_OCCT_LIBRARY);
   if (!kernel) {
-    return Failure{path, "", "cannot be read: the CAD kernel " + kernel.Error().Line(),
-                   "Debian's package libqx-occt0 has it"};
+    const Failure& why = kernel.Error();
+    return Failure{path, "", "cannot be read: the CAD kernel " + why.file + " " + why.what,
+                   kRemedy};
   }
   const auto read =
       reinterpret_cast<decltype(&occt::qx_read_cad_file)>(kernel->Find("qx_read_cad_file"));
+  if (!read) {
+    return Failure{path, "", "cannot be read: the CAD kernel is of another version", kRemedy};
+  }
   Result<std::unique_ptr<ICADSession>> cad = Failure{};
   read(path, unit.numerator / unit.denominator, cad);
   return cad;
