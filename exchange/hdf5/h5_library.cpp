@@ -30,6 +30,9 @@ Loaded Load() {
   QX_H5_FUNCTIONS(QX_H5_FIND)
 #undef QX_H5_FIND
   if (!loaded.wrong.empty()) return loaded;
+  // A damaged file may leave something open in there, and at the end of the program the library
+  // would complain of it. Files that were written are closed.
+  h5.H5dont_atexit();
   h5.H5open();  // the variables have no values before
 #define QX_H5_FIND(id) \
   if (const void* const found = find(#id "_g")) h5.id##_g = *static_cast<const hid_t*>(found);

@@ -12,6 +12,7 @@ namespace qx::exchange {
 // Functions, without those that are macros.
 #define QX_H5_FUNCTIONS(X)      \
   X(H5open)                     \
+  X(H5dont_atexit)              \
   X(H5Aclose)                   \
   X(H5Acreate2)                 \
   X(H5Aexists)                  \

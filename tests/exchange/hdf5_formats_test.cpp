@@ -663,4 +663,8 @@ TEST(Hdf5CorpusOfOldFiles, IsRefusedByItsVersion) {
 }  // namespace
 }  // namespace qx::exchange
 
+/// The library loses memory of its own over damaged files. (The name is the leak detector's.)
+extern "C" const char* __lsan_default_suppressions();
+extern "C" const char* __lsan_default_suppressions() { return "leak:libhdf5_serial\n"; }
+
 #endif
