@@ -172,17 +172,19 @@ class Terminal {
   void Type(const std::string& keys) const {
     EXPECT_EQ(write(terminal_, keys.data(), keys.size()), static_cast<ssize_t>(keys.size()));
   }
-  /// Reads on until the text is shown; what was shown instead when nothing more comes.
+  /// Reads on until the text is shown, from behind what was awaited before; what was shown instead
+  /// when nothing more comes.
   std::string Await(const std::string& text) {
-    std::string shown;
     constexpr int kPatience_ms = 20000;
-    for (pollfd ready{terminal_, POLLIN, 0}; shown.find(text) == std::string::npos;) {
+    std::size_t at = 0;
+    for (pollfd ready{terminal_, POLLIN, 0}; (at = shown_.find(text)) == std::string::npos;) {
       char part[4096];
       const ssize_t got =
           poll(&ready, 1, kPatience_ms) > 0 ? read(terminal_, part, sizeof(part)) : 0;
-      if (got <= 0) return "no \"" + text + "\" in: " + shown;
-      shown.append(part, static_cast<std::size_t>(got));
+      if (got <= 0) return "no \"" + text + "\" in: " + shown_;
+      shown_.append(part, static_cast<std::size_t>(got));
     }
+    shown_.erase(0, at + text.size());
     return "";
   }
   /// The exit code of the program, which is about to leave.
@@ -196,6 +198,7 @@ class Terminal {
  private:
   int terminal_ = -1;
   pid_t child_ = -1;
+  std::string shown_;  // and not yet awaited
 };
 
 TEST_F(SqlCommand, ThePromptEditsCompletesRemembersAndGoesOn) {
@@ -215,14 +218,22 @@ TEST_F(SqlCommand, ThePromptEditsCompletesRemembersAndGoesOn) {
       {"SELECT sum(key) AS s\r", "  ...> "},  // goes on
       {"FROM node;\r", " s\r\n15\r\nqxdb> "},
       {"SELECT nought;\r", "no such column: nought; see .tables"},
+      {"", "qxdb> "},
       {".format csv\r", "qxdb> "},
       {"SELECT 'a' AS letter, 2 AS number;\r", "letter,number\r\na,2\r\nqxdb> "},
       {"\x1b[A\r", "letter,number\r\na,2\r\nqxdb> "},  // the line before, again
       {".sch\t unus\t\r", "/* nodes that no element has"},
-      {"WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n) SELECT max(i) FROM n;\r",
-       "FROM n;\r\n"},
+      {"", "qxdb> "},
+      {"SELE\t", "CT "},  // so the line is read, and Ctrl-C a key
+      {"'dropped'\x03", "^C\r\nqxdb> "},
+      {"SELECT 'dropped'\r", "  ...> "},
+      {"FRO\t", "M "},
+      {"node\x03", "^C\r\nqxdb> "},
+      {"SELECT 'at' AS work; WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n) "
+       "SELECT max(i) FROM n;\r",
+       "work\r\nat\r\n"},
       {"\x03", "was stopped; run it again\r\nqxdb> "},
-      {"SELECT 'still' || ' here';\r", "still here"},
+      {"SELECT 'still' || ' here';\r", "still here\r\nqxdb> "},
       {".quit\r", "\r\n"},
   };
   for (const Said& one : said) {

@@ -163,6 +163,7 @@ void ProgressBar::Show(double fraction) {
 namespace {
 
 volatile std::sig_atomic_t interrupted = 0;
+bool is_listening = false;
 
 void Remember(int signal) {
   interrupted = 1;
@@ -171,15 +172,26 @@ void Remember(int signal) {
 
 }  // namespace
 
-Interrupt::Interrupt() {
+Interrupt::Interrupt() : is_outermost_(!is_listening) {
+  if (!is_outermost_) return;
+  is_listening = true;
   interrupted = 0;
   before_ = std::signal(SIGINT, Remember);
   if (before_ == SIG_IGN) std::signal(SIGINT, SIG_IGN);  // as in the background of a script
 }
 
-Interrupt::~Interrupt() { std::signal(SIGINT, before_); }
+Interrupt::~Interrupt() {
+  if (!is_outermost_) return;
+  std::signal(SIGINT, before_);
+  is_listening = false;
+}
 
 bool Interrupt::IsAsked() const { return interrupted != 0; }
+
+void Interrupt::Renew() {
+  interrupted = 0;
+  if (before_ != SIG_IGN) std::signal(SIGINT, Remember);
+}
 
 void Context::Print(const std::string& text, const JsonText& json_text) const {
   std::string out = json ? PlainJson(json_text.Result()) : text;

@@ -72,7 +72,7 @@ class ProgressBar {
 };
 
 /// Ctrl-C while this lives: it is told here, and the command stops where it leaves nothing half
-/// done; a second one ends the program at once.
+/// done; a second one ends the program at once. One within another is the same.
 class Interrupt {
  public:
   Interrupt();
@@ -81,9 +81,12 @@ class Interrupt {
   Interrupt& operator=(const Interrupt&) = delete;
 
   bool IsAsked() const;
+  /// What was asked for so far is answered; listens for the next.
+  void Renew();
 
  private:
-  void (*before_)(int);
+  void (*before_)(int) = nullptr;
+  bool is_outermost_;
 };
 
 /// A message's text as the middle of a line: without its capital and full stop.

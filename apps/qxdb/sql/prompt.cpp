@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cctype>
 #include <clocale>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <fmt/format.h>
@@ -89,13 +90,36 @@ char** Complete(const char* word, int, int) {
   return rl_completion_matches(word, Completion);
 }
 
+bool t_is_dropped = false;  // the line, by Ctrl-C
+
+int DropLine(int, int) {
+  t_is_dropped = true;
+  rl_done = 1;
+  return 0;
+}
+
+int Suspend(int, int) { return raise(SIGTSTP); }
+
+/// A line; none at the end of the input, or where Ctrl-C dropped it.
 std::optional<std::string> ReadLine(const char* prompt) {
+  t_is_dropped = false;
   char* line = readline(prompt);
   if (!line) return std::nullopt;
   const std::string text = line;
   if (!text.empty()) add_history(line);
   std::free(line);
   return text;
+}
+
+/// Ctrl-C is a key while a line is typed, so no moment of the prompt is without an answer to it.
+/// With it all such keys are; Ctrl-Z is given its meaning back. Each line starts from the
+/// terminal's own modes, so this is said for each.
+int TakeSignalKeys() {
+  static char no_signals[] = "setty -d -isig";
+  rl_parse_and_bind(no_signals);
+  rl_add_defun("qxdb-drop-line", DropLine, 'C' & 0x1F);
+  rl_add_defun("qxdb-suspend", Suspend, 'Z' & 0x1F);
+  return 0;
 }
 
 void PrepareTerminal(const SqlModel& model) {
@@ -105,9 +129,12 @@ void PrepareTerminal(const SqlModel& model) {
   rl_readline_name = name;
   rl_attempted_completion_function = Complete;
   using_history();
+  rl_pre_input_hook = TakeSignalKeys;
 }
 
 #else
+
+constexpr bool t_is_dropped = false;
 
 std::optional<std::string> ReadLine(const char* prompt) {
   fmt::print("{}", prompt);
@@ -134,6 +161,7 @@ class Session {
     waiting_ += line + '\n';
     return sqlite3_complete(waiting_.c_str()) ? End() : Outcome();
   }
+  void Drop() { waiting_.clear(); }
   /// Runs what waits, complete or not.
   Outcome End() {
     std::string text;
@@ -176,10 +204,18 @@ Outcome RunPrompt(SqlModel& model, RowForm form, const Context& context) {
     const Outcome ended = session.End();
     return ended ? model.CheckEnded() : ended;
   }
+  Interrupt interrupt;
   PrepareTerminal(model);
   fmt::print("{}; .help tells more, .quit leaves\n", OneLine(model.Path()));
   while (!session.IsOver()) {
+    interrupt.Renew();
     const auto line = ReadLine(session.IsWithinStatement() ? "  ...> " : "qxdb> ");
+    if (t_is_dropped) {
+      session.Drop();
+      fmt::print("^C\n");
+      std::fflush(stdout);
+      continue;
+    }
     if (!line) break;
     if (Outcome taken = session.Take(*line); !taken) context.Tell(taken.Error());
     std::fflush(stdout);
