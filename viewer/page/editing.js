@@ -2,29 +2,43 @@
 
 import { el, grouped } from './dom.js';
 
+/** The buttons and, below them, the form of the edit that is asked for. */
 export function buildEditing(app, right) {
-  const holder = el('section', { class: 'editing' });
-  right.append(holder);
-  app.on('loaded', () => fill(app, holder));
-  app.on('selected', () => fill(app, holder));
-  app.on('step', () => fill(app, holder));
+  const buttons = el('div');
+  const form = el('div', { class: 'edit-form' });
+  right.append(el('section', { class: 'editing' }, buttons, form));
+  const refresh = () => fill(app, buttons, form);
+  const startAnew = () => {
+    clear(form);
+    refresh();
+  };
+  app.on('loaded', startAnew);
+  app.on('selected', startAnew);
+  app.on('step', () => (isPast(app) ? startAnew() : refresh()));
+}
+
+const isPast = (app) => app.shownStep != null && app.shownStep !== app.present;
+
+/** An answer that is still to come is for a form that is gone. */
+function clear(form) {
+  form.asked = null;
+  form.replaceChildren();
 }
 
 const keysOf = (keys, numbers) => [...numbers].filter((n) => n >= 0).map((n) => keys[n]);
 
-function fill(app, holder) {
+function fill(app, buttons, form) {
   if (!app.mesh?.about.editable) {
-    holder.replaceChildren();
+    buttons.replaceChildren();
     return;
   }
   const elements = keysOf(app.mesh.elementKey, app.selectedElements());
   const own = keysOf(app.mesh.nodeKey, app.selection.nodes);
   const nodes = keysOf(app.mesh.nodeKey, app.selectedNodes());
-  const past = app.shownStep != null && app.shownStep !== app.present;
+  const past = isPast(app);
   const undone = app.steps.some((s) => !s.done);
-  const act = (label, title, enabled, onclick, id) => el('button', { type: 'button', title, disabled: past || !enabled, onclick, 'data-edit': id }, label);
-  const form = el('div', { class: 'edit-form' });
-  holder.replaceChildren(
+  const act = (label, title, enabled, onclick, id) => el('button', { type: 'button', title, disabled: past || app.editingNow || !enabled, onclick, 'data-edit': id }, label);
+  buttons.replaceChildren(
     el('h2', {}, 'Edit'),
     past ? el('p', { class: 'hint' }, 'The past cannot be changed; go back to the present.') : '',
     el('div', { class: 'row-buttons' },
@@ -34,12 +48,11 @@ function fill(app, holder) {
       act('Move', 'Move the selected nodes, or those of the faces and elements', nodes.length || elements.length, () => askMove(app, form, nodes), 'move'),
       act('Fix', 'Repair the mesh', true, () => askFix(app, form), 'fix'),
       act('Undo', 'Take the last step back', app.present > 0, () => preview(app, form, { edit: 'undo' }), 'undo'),
-      act('Redo', 'Do the step again that was undone', undone, () => preview(app, form, { edit: 'redo' }), 'redo')),
-    form);
+      act('Redo', 'Do the step again that was undone', undone, () => preview(app, form, { edit: 'redo' }), 'redo')));
 }
 
 const cancel = (app, form) => el('button', { type: 'button', onclick: () => {
-  form.replaceChildren();
+  clear(form);
   app.clearMarks();
 } }, 'Cancel');
 
@@ -49,7 +62,8 @@ function ask(app, form, title, controls, request) {
     const wanted = request();
     if (wanted) preview(app, form, wanted);
   } }, el('h3', {}, title), controls, el('div', { class: 'row-buttons' }, el('button', { type: 'submit', class: 'primary' }, 'Show what it does'), cancel(app, form)));
-  form.replaceChildren(go);
+  clear(form);
+  form.append(go);
   go.querySelector('input')?.focus();
 }
 
@@ -79,11 +93,13 @@ function askFix(app, form) {
 
 /** Shows what a request would do, in the picture and in numbers, and asks. */
 async function preview(app, form, request) {
+  form.asked = request;
   app.tell('busy', 'trying it on a copy');
   try {
     const back = request.edit === 'undo';
     const isOfStep = back || request.edit === 'redo';
     const pack = isOfStep ? await app.data.get('changes', app.present + (back ? 0 : 1)) : await app.data.preview(request);
+    if (form.asked !== request) return;
     const counts = Object.entries(pack.text.counts || {}).map(([table, [added, removed, changed]]) =>
       [table, back ? [removed, added, changed] : [added, removed, changed]]);
     app.markChanges(pack, { ahead: true, back });
@@ -96,29 +112,39 @@ async function preview(app, form, request) {
       el('div', { class: 'row-buttons' }, rows.length ? el('button', { type: 'button', class: 'primary', 'data-edit': 'do', onclick: () => perform(app, form, { ...request, turn: true }) }, 'Do it') : '', cancel(app, form)));
     form.querySelector('.primary')?.focus();
   } catch (error) {
-    form.replaceChildren(el('p', { class: 'fails', role: 'alert' }, error.message), el('div', { class: 'row-buttons' }, cancel(app, form)));
+    if (form.asked === request) tellFault(app, form, error);
+  } finally {
+    app.tell('busy', null);
   }
-  app.tell('busy', null);
 }
 
+function tellFault(app, form, error) {
+  form.replaceChildren(el('p', { class: 'fails', role: 'alert' }, error.message), el('div', { class: 'row-buttons' }, cancel(app, form)));
+}
+
+/** Does it. Until all of it is shown there is no other edit: what one asked for meanwhile would go
+    with the old picture. */
 async function perform(app, form, request) {
+  if (app.editingNow) return;
   app.editingNow = true;
+  app.tell('step');
   app.tell('busy', 'editing');
+  let fault = null;
   try {
     await app.data.edit(request);
     app.revisionSeen?.((await app.data.state()).revision);
     app.packs.clear();
-    form.replaceChildren();
+    clear(form);
     app.clearMarks();
     app.step = null;
     app.shownStep = null;
     await app.load({ keepCamera: true });
     if (request.edit !== 'undo' && request.edit !== 'redo') app.markChanges(await app.data.get('changes'));
-    app.tell('step');
   } catch (error) {
-    form.replaceChildren(el('p', { class: 'fails', role: 'alert' }, error.message), el('div', { class: 'row-buttons' }, cancel(app, form)));
-  } finally {
-    app.editingNow = false;
-    app.tell('busy', null);
+    fault = error;
   }
+  app.editingNow = false;
+  app.tell('step');
+  if (fault) tellFault(app, form, fault);
+  app.tell('busy', null);
 }

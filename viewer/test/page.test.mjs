@@ -290,8 +290,14 @@ describe('served', () => {
     await page.locator('[data-edit=do]').waitFor();
     assert.match(await page.locator('.counts').textContent(), /elem.*1/);
     assert.equal(await run(page, 'return app.mesh.elementCount;'), 27, 'a preview changes nothing');
+    // No other edit before all of this one is shown, or what is asked for would go with the old picture.
+    const slow = /changes/;
+    await page.route(slow, (route) => setTimeout(() => route.continue(), 500));
     await page.click('[data-edit=do]');
     await until(page, 'window.qx.app.mesh.elementCount === 26');
+    assert.equal(await page.locator('[data-edit]:enabled').count(), 0);
+    await page.locator('[data-edit=undo]:enabled').waitFor();
+    await page.unroute(slow);
     // Back and forth, each shown first: what is to come is outlined, what is to go is marked.
     const turn = async (what, name, counts, elements) => {
       const before = await run(page, 'return app.mesh.elementCount;');
