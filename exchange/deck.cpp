@@ -23,9 +23,6 @@ namespace {
 
 bool IsLiveItem(ITR itr) { return itr != 0 && !KeyedSetBase::IsRemoved(itr); }
 
-/// Key of the global coordinate system.
-constexpr Key kGlobalSystem = 1;
-
 /// Whether records of a type have the key of the record that they belong to.
 bool HasKeyOfAnother(const Schema& schema) { return schema.Rows()[0].key_of != 0; }
 

@@ -21,6 +21,9 @@
 
 namespace qx::exchange {
 
+/// Key of the global coordinate system, which every model has.
+inline constexpr Key kGlobalSystem = 1;
+
 /// The records that a deck can have, in the order in which they enter a model. Those keyed by an
 /// element have its key. References hold keys; one to a mesh set holds the place of its group in
 /// `groups`, from 1. Numbers are in the session's current units.

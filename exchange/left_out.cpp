@@ -15,8 +15,6 @@
 namespace qx::exchange {
 namespace {
 
-/// Key of the global coordinate system, which every model has.
-constexpr Key kGlobalSystem = 1;
 constexpr const char* kWhy = "the format has no place for them";
 
 struct Words {

@@ -8,9 +8,9 @@
 namespace qx::host {
 namespace {
 
-constexpr std::string_view kAdd = "IDS_QX_TRANS_Add_Property";
-constexpr std::string_view kModify = "IDS_QX_TRANS_Modify_Property";
-constexpr std::string_view kDelete = "IDS_QX_TRANS_Delete_Property";
+constexpr std::string_view kAddProperty = "IDS_QX_TRANS_Add_Property";
+constexpr std::string_view kModifyProperty = "IDS_QX_TRANS_Modify_Property";
+constexpr std::string_view kDeleteProperty = "IDS_QX_TRANS_Delete_Property";
 
 // The members that the values of AddProperty fill, by kind.
 
@@ -60,7 +60,7 @@ ITR AddOfKind(CQXDBSession* session, std::int32_t type, const TArray<double>& va
   if (!Fill(record, type, values)) return 0;
   record.name.Set(name.empty() ? Utf16(FindPropertyKind(type)->name) : name);
   record.material = matl;
-  return Add(session, record, kAdd);
+  return Add(session, record, kAddProperty);
 }
 
 TArray<double> Six(const double* values) {
@@ -193,7 +193,7 @@ CString HostAppDB::GetPropNameIncludeType(CQXDBSession* session, ITR prop) {
 }
 
 int HostAppDB::SetPropName(CQXDBSession* session, ITR prop, const CString& name) {
-  return Modify<tagTProp>(session, prop, kModify,
+  return Modify<tagTProp>(session, prop, kModifyProperty,
                           [&](tagTProp& record) { record.name.Set(name.View()); });
 }
 
@@ -203,7 +203,7 @@ int HostAppDB::GetPropColor(CQXDBSession* session, ITR prop) {
 }
 
 int HostAppDB::SetPropColor(CQXDBSession* session, ITR prop, int color) {
-  return Modify<tagTProp>(session, prop, kModify,
+  return Modify<tagTProp>(session, prop, kModifyProperty,
                           [&](tagTProp& record) { record.color = color & 0xFFFFFF; });
 }
 
@@ -245,7 +245,7 @@ int HostAppDB::GetPropertyType(CQXDBSession* session, ITR elem) {
 
 void HostAppDB::SetPropertyType(CQXDBSession* session, ITR prop, int type) {
   if (!FindPropertyKind(type)) return;
-  Modify<tagTProp>(session, prop, kModify, [&](tagTProp& record) { record.type = type; });
+  Modify<tagTProp>(session, prop, kModifyProperty, [&](tagTProp& record) { record.type = type; });
 }
 
 ITR HostAppDB::AddProperty(CQXDBSession* session, int type, CString name, TArray<double> values) {
@@ -286,11 +286,11 @@ ITR HostAppDB::MakeUndefinedProp(CQXDBSession* session, int dimension, Key key) 
   record.key = key;
   record.name.Set(Utf16(FindPropertyKind(tagTProp::kUndefined)->name));
   record.dimension = dimension;
-  return Add(session, record, kAdd);
+  return Add(session, record, kAddProperty);
 }
 
 int HostAppDB::RemovePropW(CQXDBSession* session, ITR prop) {
-  return RemoveUnused<tagTProp>(session, prop, kDelete);
+  return RemoveUnused<tagTProp>(session, prop, kDeleteProperty);
 }
 
 }  // namespace qx::host

@@ -86,7 +86,7 @@ template class TUnitDescriptor<tagTProp, 7>;
 namespace host {
 namespace {
 
-constexpr PropertyKind kKinds[] = {
+constexpr PropertyKind kPropertyKinds[] = {
     {tagTProp::kUndefined, "undefined", -1},
     {tagTProp::kPointMass, "point mass", 0},
     {tagTProp::kPointSpring, "point spring", 0},
@@ -105,12 +105,12 @@ constexpr PropertyKind kKinds[] = {
 
 }  // namespace
 
-std::span<const PropertyKind> PropertyKinds() { return kKinds; }
+std::span<const PropertyKind> PropertyKinds() { return kPropertyKinds; }
 
 const PropertyKind* FindPropertyKind(std::int32_t type) {
-  const auto found = std::find_if(std::begin(kKinds), std::end(kKinds),
+  const auto found = std::find_if(std::begin(kPropertyKinds), std::end(kPropertyKinds),
                                   [&](const PropertyKind& kind) { return kind.type == type; });
-  return found == std::end(kKinds) ? nullptr : found;
+  return found == std::end(kPropertyKinds) ? nullptr : found;
 }
 
 int DimensionOf(const tagTProp& property) {

@@ -16,8 +16,8 @@ struct Flat {
   double y = 0;
 };
 
-constexpr double kWidth = 900;
-constexpr double kMargin = 40;
+constexpr double kPictureWidth = 900;
+constexpr double kPictureMargin = 40;
 constexpr double kLegend = 36;  // height below the drawing
 
 /// From space onto the picture.
@@ -37,9 +37,10 @@ class Projection {
       to = {std::max(to.x, at.x), std::max(to.y, at.y)};
     }
     const double across = std::max({to.x - from.x, (to.y - from.y) * 1.2, 1e-300});
-    scale_ = (kWidth - 2 * kMargin) / across;
-    origin_ = {(from.x + to.x) / 2 - (kWidth / 2) / scale_, from.y - kMargin / scale_};
-    height_ = std::ceil((to.y - from.y) * scale_ + 2 * kMargin);
+    scale_ = (kPictureWidth - 2 * kPictureMargin) / across;
+    origin_ = {(from.x + to.x) / 2 - (kPictureWidth / 2) / scale_,
+               from.y - kPictureMargin / scale_};
+    height_ = std::ceil((to.y - from.y) * scale_ + 2 * kPictureMargin);
   }
 
   double Height() const { return height_; }
@@ -142,7 +143,7 @@ void DrawLabel(const SeedPreview& preview, int edge, const std::vector<CadPoint>
 
 /// What the colours mean of those that are in the picture.
 void DrawLegend(double y, const std::set<const Style*>& used, std::string& out) {
-  double x = kMargin;
+  double x = kPictureMargin;
   for (const Style* style : kStyles) {
     if (!used.contains(style)) continue;
     out += fmt::format("<line class=\"{}\" x1=\"{}\" y1=\"{}\" x2=\"{}\" y2=\"{}\"/>\n",
@@ -184,7 +185,7 @@ std::string SeedPicture(const SeedPreview& preview) {
       "viewBox=\"0 0 {0} {1}\">\n<style>polyline,line{{fill:none;stroke-width:1.6}} "
       "text{{font:12px sans-serif;fill:#3c4043;stroke:#fff;stroke-width:3;paint-order:stroke}} "
       ".arrow{{fill:{2}}}",
-      kWidth, height, kReversed.color);
+      kPictureWidth, height, kReversed.color);
   for (const Style* style : kStyles) {
     out += fmt::format(" .{0}{{stroke:{1}}} circle.{0}{{fill:{1};stroke:#fff;stroke-width:0.6}}",
                        style->name, style->color);
@@ -200,7 +201,7 @@ std::string SeedPicture(const SeedPreview& preview) {
     DrawCurve(points, project, style, out);
     const auto seeds = preview.seeds.find(edge);
     if (seeds != preview.seeds.end()) {
-      Flat former{-kWidth, 0};
+      Flat former{-kPictureWidth, 0};
       for (const CadPoint& point : seeds->second.points) {
         const Flat at = project(point);
         if (std::hypot(at.x - former.x, at.y - former.y) < 0.4) continue;  // one dot to the eye

@@ -10,8 +10,6 @@
 namespace qx::exchange {
 namespace {
 
-constexpr std::size_t kAssembly = 1;
-
 tagTVector3<double> Turned(const InpFrame& frame, const tagTVector3<double>& v) {
   return (frame.To(Vector3(v)) - frame.To(Vector3())).As<tagTVector3<double>>();
 }
@@ -291,10 +289,6 @@ class DeckMaker {
 
 // ---- text ---------------------------------------------------------------------------------------
 
-bool IsNumber(std::string_view text) {
-  return !text.empty() && text.find_first_not_of("0123456789") == std::string_view::npos;
-}
-
 /// Lists the numbers of nodes and elements in keywords that are carried.
 class TextCarrier {
  public:
@@ -368,7 +362,7 @@ class TextCarrier {
       number = field.substr(point + 1);
     }
     const auto value = DeckInteger(number);
-    if (!of || !IsNumber(number) || !value || *value < 1 || *value > kMaxKey) return;
+    if (!of || !IsInpNumber(number) || !value || *value < 1 || *value > kMaxKey) return;
     const InpScope& scope = model_.scopes[of->scope];
     const auto key = static_cast<Key>(*value);
     const InpIndex& index = is_node ? scope.nodes : scope.element_index;

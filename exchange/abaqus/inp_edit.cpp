@@ -10,8 +10,6 @@
 namespace qx::exchange {
 namespace {
 
-constexpr std::size_t kAssembly = 1;
-
 /// Whether a number was changed: more than by its way through units and back.
 bool Differ(double a, double b) {
   return std::abs(a - b) > 1e-14 * std::max(std::abs(a), std::abs(b));

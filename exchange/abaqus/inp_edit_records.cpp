@@ -12,41 +12,44 @@
 namespace qx::exchange {
 namespace {
 
-bool Differ(double a, double b) {
+bool AreDifferent(double a, double b) {
   return std::abs(a - b) > 1e-13 * std::max(std::abs(a), std::abs(b));
 }
 
-bool Differ(const tagTVector3<double>& a, const tagTVector3<double>& b) {
-  return Differ(a.x, b.x) || Differ(a.y, b.y) || Differ(a.z, b.z);
+bool AreDifferent(const tagTVector3<double>& a, const tagTVector3<double>& b) {
+  return AreDifferent(a.x, b.x) || AreDifferent(a.y, b.y) || AreDifferent(a.z, b.z);
 }
 
 bool DifferInOption(const tagTMatl& a, const tagTMatl& b, std::string_view option) {
   if (option == "ELASTIC") {
-    return Differ(a.elastic_modulus, b.elastic_modulus) || Differ(a.poisson_ratio, b.poisson_ratio);
+    return AreDifferent(a.elastic_modulus, b.elastic_modulus) ||
+           AreDifferent(a.poisson_ratio, b.poisson_ratio);
   }
   if (option == "EXPANSION") {
-    return Differ(a.thermal_expansion, b.thermal_expansion) ||
-           Differ(a.reference_temperature, b.reference_temperature);
+    return AreDifferent(a.thermal_expansion, b.thermal_expansion) ||
+           AreDifferent(a.reference_temperature, b.reference_temperature);
   }
-  if (option == "DENSITY") return Differ(a.density, b.density);
-  if (option == "CONDUCTIVITY") return Differ(a.conductivity, b.conductivity);
-  return Differ(a.specific_heat, b.specific_heat);
+  if (option == "DENSITY") return AreDifferent(a.density, b.density);
+  if (option == "CONDUCTIVITY") return AreDifferent(a.conductivity, b.conductivity);
+  return AreDifferent(a.specific_heat, b.specific_heat);
 }
 
 /// What a property has besides thickness, area, material and system.
 bool DifferInRest(const tagTProp& a, const tagTProp& b) {
-  bool differ = a.type != b.type || Differ(a.inertia_y, b.inertia_y) ||
-                Differ(a.inertia_z, b.inertia_z) || Differ(a.inertia_yz, b.inertia_yz) ||
-                Differ(a.torsion, b.torsion);
+  bool differ = a.type != b.type || AreDifferent(a.inertia_y, b.inertia_y) ||
+                AreDifferent(a.inertia_z, b.inertia_z) ||
+                AreDifferent(a.inertia_yz, b.inertia_yz) || AreDifferent(a.torsion, b.torsion);
   for (std::size_t i = 0; i < 6; ++i) {
-    differ = differ || Differ(a.stiffness[i], b.stiffness[i]) || Differ(a.damping[i], b.damping[i]);
+    differ = differ || AreDifferent(a.stiffness[i], b.stiffness[i]) ||
+             AreDifferent(a.damping[i], b.damping[i]);
   }
   return differ;
 }
 
 bool HasUnwritten(const tagTProp& a, const tagTProp& b) {
-  return Differ(a.non_structural_mass, b.non_structural_mass) || Differ(a.mass, b.mass) ||
-         Differ(a.shear_area_y, b.shear_area_y) || Differ(a.shear_area_z, b.shear_area_z);
+  return AreDifferent(a.non_structural_mass, b.non_structural_mass) ||
+         AreDifferent(a.mass, b.mass) || AreDifferent(a.shear_area_y, b.shear_area_y) ||
+         AreDifferent(a.shear_area_z, b.shear_area_z);
 }
 
 }  // namespace
@@ -103,7 +106,8 @@ void InpEditor::EditSectionValues(std::size_t index, const tagTProp& then, const
   }
   report_.Lost("parts of changed properties were left out", HasUnwritten(then, now) ? 1 : 0,
                section_names_[index], "the section has no place for them");
-  const bool has_size = Differ(then.thickness, now.thickness) || Differ(then.area, now.area);
+  const bool has_size =
+      AreDifferent(then.thickness, now.thickness) || AreDifferent(then.area, now.area);
   if (!has_size && !DifferInRest(then, now)) return;
   const bool is_simple = now.type == then.type && !text_.Parameter(block, "COMPOSITE") &&
                          (now.type == tagTProp::kPlate || now.type == tagTProp::kMembrane ||
@@ -145,7 +149,7 @@ void InpEditor::EditMasses() {
   for (const auto& [index, values] : masses) {
     const InpSection& section = model_.sections[static_cast<std::size_t>(index)];
     const bool differs = std::any_of(values.begin(), values.end(),
-                                     [&](double mass) { return Differ(mass, section.mass); });
+                                     [&](double mass) { return AreDifferent(mass, section.mass); });
     if (!differs) continue;
     if (values.size() == 1) {
       SetField(section.scope, Block(section.block), 0, 0, InpReal(*values.begin()));
@@ -241,9 +245,9 @@ void InpEditor::EditSystems() {
     const tagTCord& record = then.record;
     const bool is_same = system.type == record.type && system.method == record.method &&
                          system.plane == record.plane && system.reference == 0 &&
-                         !Differ(system.origin, record.origin) &&
-                         !Differ(system.axis_point, record.axis_point) &&
-                         !Differ(system.plane_point, record.plane_point);
+                         !AreDifferent(system.origin, record.origin) &&
+                         !AreDifferent(system.axis_point, record.axis_point) &&
+                         !AreDifferent(system.plane_point, record.plane_point);
     const auto points = systems_.find(system.key);
     if (is_same || points == systems_.end()) continue;
     const std::string text = then.set == kNoPlace
@@ -314,7 +318,7 @@ void InpEditor::ReportRest() {
       if (before == then.end() && after == directions.end()) continue;
       changed += before == then.end() || after == directions.end() ||
                  after->second->method != tagTEcrd::kByVector ||
-                 Differ(before->second->reference_vector, after->second->reference_vector);
+                 AreDifferent(before->second->reference_vector, after->second->reference_vector);
       if (changed == 1 && first_changed == 0) {
         first_changed = now_.elements[states_[p].elements[i]].key;
       }
@@ -336,7 +340,7 @@ void InpEditor::ReportRest() {
   const auto after = offset_of(now_);
   bool is_same = before.size() == after.size();
   for (std::size_t i = 0; is_same && i < before.size(); ++i) {
-    is_same = !Differ(before[i].first, after[i].first) && before[i].second == after[i].second;
+    is_same = !AreDifferent(before[i].first, after[i].first) && before[i].second == after[i].second;
   }
   report_.Lost("changed offsets of plates were left out", is_same ? 0 : 1, "OFFSET",
                "a section has one offset for all its elements");

@@ -11,8 +11,6 @@
 namespace qx::exchange {
 namespace {
 
-constexpr std::size_t kAssembly = 1;
-
 bool IsOfNodes(const InpSet& set) {
   return set.kind == InpSet::Kind::kNodes || set.kind == InpSet::Kind::kSurfaceNodes;
 }

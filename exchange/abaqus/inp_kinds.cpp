@@ -128,7 +128,7 @@ struct Keyword {
   InpKeys keys;
 };
 using enum InpKeys;
-constexpr Keyword kKeywords[] = {
+constexpr Keyword kKeysOfKeywords[] = {
     {"BOUNDARY", kNodeFirst},
     {"CLOAD", kNodeFirst},
     {"CFLUX", kNodeFirst},
@@ -342,7 +342,7 @@ std::string_view InpElementName(std::int32_t type, InpFamily family) {
 }
 
 InpKeys InpKeysOf(std::string_view keyword) {
-  for (const Keyword& known : kKeywords) {
+  for (const Keyword& known : kKeysOfKeywords) {
     if (known.name == keyword) return known.keys;
   }
   return IsIn(kWithoutKeys, keyword) ? kNone : kUnknown;

@@ -13,10 +13,6 @@
 namespace qx::exchange {
 namespace {
 
-bool IsNumber(std::string_view text) {
-  return !text.empty() && text.find_first_not_of("0123456789") == std::string_view::npos;
-}
-
 /// Side of an element of a type that a surface names: S1 to S6, E1 to E4, SPOS, SNEG, END1, END2.
 /// Shells have a bottom and a top before their edges where those are named S1 and S2.
 std::optional<std::int32_t> SideOf(std::string_view name, const ElementType& type, bool is_shell) {
@@ -25,7 +21,7 @@ std::optional<std::int32_t> SideOf(std::string_view name, const ElementType& typ
   const bool is_end = name.starts_with("END");
   const std::string_view digits = name.substr(is_end ? 3 : 1);
   const bool is_known = is_end || name[0] == 'S' || name[0] == 'E';
-  if (!is_known || digits.size() != 1 || !IsNumber(digits)) return std::nullopt;
+  if (!is_known || digits.size() != 1 || !IsInpNumber(digits)) return std::nullopt;
   std::int32_t side = digits[0] - '1';
   if (is_shell && name[0] == 'S') {
     if (side < 2) return side == 0 ? kInpBottom : kInpTop;
@@ -130,9 +126,9 @@ void InpParser::ReadSystem() {
 
 /// A node by its number, or in the assembly as Instance.number or as a set of one node.
 InpMember InpParser::NodeOf(std::string_view field, std::size_t line) {
-  if (IsNumber(field) || scope_ != 1) return {Number(field, line, "a node")};
+  if (IsInpNumber(field) || scope_ != 1) return {Number(field, line, "a node")};
   const std::size_t point = field.rfind('.');
-  if (point != std::string_view::npos && IsNumber(field.substr(point + 1))) {
+  if (point != std::string_view::npos && IsInpNumber(field.substr(point + 1))) {
     const std::int32_t instance = FindInstance(field.substr(0, point));
     if (instance >= 0) return {Number(field.substr(point + 1), line, "a node"), instance};
   }
@@ -415,7 +411,7 @@ void InpParser::ReadSet(Kind kind) {
     }
     for (const std::string_view field : fields) {
       if (field.empty()) continue;
-      if (IsNumber(field)) {
+      if (IsInpNumber(field)) {
         const Key number = Number(field, line, is_nodes ? "a node" : "an element");
         if (number == 0) continue;
         model_.sets[set].members.push_back({number, instance});
@@ -431,7 +427,7 @@ void InpParser::ReadSet(Kind kind) {
       const std::size_t point = field.rfind('.');
       const std::int32_t named =
           point == std::string_view::npos ? -1 : FindInstance(field.substr(0, point));
-      if (named >= 0 && IsNumber(field.substr(point + 1))) {
+      if (named >= 0 && IsInpNumber(field.substr(point + 1))) {
         const InpScope& there = ScopeOf({1, named}, scope_);
         const Key number = Number(field.substr(point + 1), line, "a member");
         const bool found = is_nodes ? there.nodes.Find(number) != kNoPlace
@@ -468,7 +464,7 @@ void InpParser::ReadSurface() {
     }
     std::vector<InpMember> from;
     std::int32_t instance = -1;
-    if (IsNumber(fields[0])) {
+    if (IsInpNumber(fields[0])) {
       from.push_back({Number(fields[0], line, is_nodes ? "a node" : "an element")});
     } else if (const std::size_t of =
                    FindSet(is_nodes ? Kind::kNodes : Kind::kElements, fields[0], instance);
@@ -477,7 +473,7 @@ void InpParser::ReadSurface() {
     } else {
       const std::size_t point = fields[0].rfind('.');
       instance = point == std::string_view::npos ? -1 : FindInstance(fields[0].substr(0, point));
-      if (instance < 0 || !IsNumber(fields[0].substr(point + 1))) {
+      if (instance < 0 || !IsInpNumber(fields[0].substr(point + 1))) {
         Fault(line, fmt::format("'{}' is no number and no set before this one", fields[0]),
               "correct it or define the set before");
         continue;

@@ -17,6 +17,10 @@
 
 namespace qx::exchange {
 
+// Scopes of numbers that every deck has; those of its parts are behind them.
+inline constexpr std::size_t kModel = 0;
+inline constexpr std::size_t kAssembly = 1;
+
 inline constexpr std::string_view kInpComment = "**";
 
 inline constexpr std::size_t kNoPlace = ~std::size_t{0};

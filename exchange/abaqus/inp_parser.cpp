@@ -10,9 +10,6 @@
 namespace qx::exchange {
 namespace {
 
-constexpr std::size_t kModel = 0;
-constexpr std::size_t kAssembly = 1;
-
 std::string_view WithoutLineEnd(std::string_view text) {
   const std::size_t last = text.find_last_not_of(" \t\r\n");
   return last == std::string_view::npos ? std::string_view() : text.substr(0, last + 1);

@@ -117,6 +117,10 @@ std::optional<IncludeLine> NextInclude(const std::string& text, std::size_t from
 
 }  // namespace
 
+bool IsInpNumber(std::string_view text) {
+  return !text.empty() && text.find_first_not_of("0123456789") == std::string_view::npos;
+}
+
 std::string InpLabel(std::string_view name) {
   name = Trimmed(name);
   if (name.size() > 1 && name.front() == '"' && name.back() == '"') {

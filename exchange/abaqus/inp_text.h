@@ -32,6 +32,9 @@ struct InpBlock {
 /// A name as decks compare them: in upper case, without blanks around it and without quotes.
 std::string InpLabel(std::string_view name);
 
+/// Whether a name is a number of a node or an element.
+bool IsInpNumber(std::string_view text);
+
 /// The deck's text and its keywords in order.
 class InpText {
  public:

@@ -18,7 +18,7 @@
 namespace qx::exchange {
 namespace {
 
-constexpr std::size_t kNameWidth = 80;  // bytes of a group's name
+constexpr std::size_t kGroupNameBytes = 80;  // bytes of a group's name
 constexpr const char* kNoProfile = "MED_NO_PROFILE_INTERNAL";
 
 /// A name as a file can have it: so many bytes at most, no part of a character, no blanks behind.
@@ -95,9 +95,9 @@ class MedFile {
     for (const Mesh::Group& group : deck_.groups) taken.insert(group.name);
     std::set<std::string> used;
     for (const Mesh::Group& group : deck_.groups) {
-      std::string name = Fitting(group.name, kNameWidth);
+      std::string name = Fitting(group.name, kGroupNameBytes);
       for (int n = 2; used.contains(name) || (name != group.name && taken.contains(name)); ++n) {
-        name = fmt::format("{} ({})", Fitting(group.name, kNameWidth - 14), n);
+        name = fmt::format("{} ({})", Fitting(group.name, kGroupNameBytes - 14), n);
       }
       if (name != group.name && renamed++ == 0) {
         first_renamed = group.name.empty() ? "an empty one" : group.name;
@@ -170,7 +170,7 @@ class MedFile {
       out_->Integer(family, "NUM", number);
       out_->Group(family + "/GRO");
       out_->Integer(family + "/GRO", "NBR", static_cast<std::int32_t>(of.size()));
-      out_->PutTexts(family + "/GRO/NOM", of, kNameWidth);
+      out_->PutTexts(family + "/GRO/NOM", of, kGroupNameBytes);
     };
     std::int32_t last = 0;
     for (std::uint32_t c = 1; c < family_of.size(); ++c) {

@@ -11,9 +11,9 @@ namespace qx::exchange {
 namespace {
 
 /// What differs between 4.0 and 4.1.
-enum class Version { k40, k41 };
+enum class Layout { k40, k41 };
 
-bool Wide(Version version) { return version == Version::k41; }
+bool Wide(Layout version) { return version == Layout::k41; }
 
 MshBuilder::Tag CheckedEntity(MshCursor& in, std::int32_t dimension, std::int32_t tag) {
   if (dimension < 0 || dimension > 3) {
@@ -24,11 +24,11 @@ MshBuilder::Tag CheckedEntity(MshCursor& in, std::int32_t dimension, std::int32_
 }
 
 /// Dimension and tag of a block's entity, which 4.0 stores in the other order.
-MshBuilder::Tag ReadEntityOfBlock(MshCursor& in, Version version) {
+MshBuilder::Tag ReadEntityOfBlock(MshCursor& in, Layout version) {
   const std::int32_t first = in.Int();
   const std::int32_t second = in.Int();
-  return version == Version::k41 ? CheckedEntity(in, first, second)
-                                 : CheckedEntity(in, second, first);
+  return version == Layout::k41 ? CheckedEntity(in, first, second)
+                                : CheckedEntity(in, second, first);
 }
 
 /// Fails unless the blocks of a section have held as many items as its beginning says.
@@ -47,7 +47,7 @@ std::vector<std::int32_t> ReadTags(MshCursor& in, const char* of_what) {
   return groups;
 }
 
-void ReadEntityLists(MshCursor& in, MshBuilder& mesh, Version version, bool partitioned) {
+void ReadEntityLists(MshCursor& in, MshBuilder& mesh, Layout version, bool partitioned) {
   std::array<std::uint64_t, 4> counts;
   for (std::uint64_t& count : counts) count = in.Size();
   for (int dimension = 0; dimension < 4; ++dimension) {
@@ -60,7 +60,7 @@ void ReadEntityLists(MshCursor& in, MshBuilder& mesh, Version version, bool part
         entity.parent.second = in.Int();
         entity.partitions = ReadTags(in, "partitions");
       }
-      const bool is_point = dimension == 0 && version == Version::k41;
+      const bool is_point = dimension == 0 && version == Layout::k41;
       in.SkipReals(is_point ? 3 : 6);  // a point, or a bounding box
       entity.groups = ReadTags(in, "physical tags");
       if (dimension > 0) entity.boundary = ReadTags(in, "bounding entities");
@@ -69,7 +69,7 @@ void ReadEntityLists(MshCursor& in, MshBuilder& mesh, Version version, bool part
   }
 }
 
-void ReadPartitions(MshCursor& in, MshBuilder& mesh, Version version) {
+void ReadPartitions(MshCursor& in, MshBuilder& mesh, Layout version) {
   CarryPartitions(in, mesh);
   ReadEntityLists(in, mesh, version, true);
 }
@@ -82,10 +82,10 @@ void ReadPoint(MshCursor& in, MshBuilder& mesh, int parameters) {
   if (parameters > 0) mesh.LeaveOutParameters();
 }
 
-void ReadNodeBlocks(MshCursor& in, MshBuilder& mesh, Version version) {
+void ReadNodeBlocks(MshCursor& in, MshBuilder& mesh, Layout version) {
   const std::uint64_t blocks = in.Size();
   const std::uint64_t total = in.CheckCount(in.Size(), "nodes", 8, 28);
-  if (version == Version::k41) in.Size(), in.Size();  // smallest and largest number
+  if (version == Layout::k41) in.Size(), in.Size();  // smallest and largest number
   mesh.ReserveNodes(total);
   std::uint64_t sum = 0;
   for (std::uint64_t b = 0; b < blocks && in.Ok(); ++b) {
@@ -94,7 +94,7 @@ void ReadNodeBlocks(MshCursor& in, MshBuilder& mesh, Version version) {
     const int parameters = in.Int() != 0 ? dimension : 0;
     const std::uint64_t count = in.CheckCount(in.Size(), "nodes", 8, 28);
     sum += count;
-    if (version == Version::k40) {
+    if (version == Layout::k40) {
       for (std::uint64_t i = 0; i < count && in.Ok(); ++i) {
         mesh.AddNodeKey(in.Number(false, "node"));
         ReadPoint(in, mesh, parameters);
@@ -143,10 +143,10 @@ void SkipBlock(MshCursor& in, MshBuilder& mesh, std::int32_t number, std::uint64
   if (count > 0) mesh.LeaveOut(number, first, count);
 }
 
-void ReadElementBlocks(MshCursor& in, MshBuilder& mesh, Version version) {
+void ReadElementBlocks(MshCursor& in, MshBuilder& mesh, Layout version) {
   const std::uint64_t blocks = in.Size();
   const std::uint64_t total = in.CheckCount(in.Size(), "elements", 4, 8);
-  if (version == Version::k41) in.Size(), in.Size();  // smallest and largest number
+  if (version == Layout::k41) in.Size(), in.Size();  // smallest and largest number
   mesh.ReserveElements(total);
   std::uint64_t sum = 0;
   for (std::uint64_t b = 0; b < blocks && in.Ok(); ++b) {
@@ -168,24 +168,24 @@ void ReadElementBlocks(MshCursor& in, MshBuilder& mesh, Version version) {
 
 namespace msh40 {
 void ReadEntities(MshCursor& in, MshBuilder& mesh) {
-  ReadEntityLists(in, mesh, Version::k40, false);
+  ReadEntityLists(in, mesh, Layout::k40, false);
 }
 void ReadPartitionedEntities(MshCursor& in, MshBuilder& mesh) {
-  ReadPartitions(in, mesh, Version::k40);
+  ReadPartitions(in, mesh, Layout::k40);
 }
-void ReadNodes(MshCursor& in, MshBuilder& mesh) { ReadNodeBlocks(in, mesh, Version::k40); }
-void ReadElements(MshCursor& in, MshBuilder& mesh) { ReadElementBlocks(in, mesh, Version::k40); }
+void ReadNodes(MshCursor& in, MshBuilder& mesh) { ReadNodeBlocks(in, mesh, Layout::k40); }
+void ReadElements(MshCursor& in, MshBuilder& mesh) { ReadElementBlocks(in, mesh, Layout::k40); }
 }  // namespace msh40
 
 namespace msh41 {
 void ReadEntities(MshCursor& in, MshBuilder& mesh) {
-  ReadEntityLists(in, mesh, Version::k41, false);
+  ReadEntityLists(in, mesh, Layout::k41, false);
 }
 void ReadPartitionedEntities(MshCursor& in, MshBuilder& mesh) {
-  ReadPartitions(in, mesh, Version::k41);
+  ReadPartitions(in, mesh, Layout::k41);
 }
-void ReadNodes(MshCursor& in, MshBuilder& mesh) { ReadNodeBlocks(in, mesh, Version::k41); }
-void ReadElements(MshCursor& in, MshBuilder& mesh) { ReadElementBlocks(in, mesh, Version::k41); }
+void ReadNodes(MshCursor& in, MshBuilder& mesh) { ReadNodeBlocks(in, mesh, Layout::k41); }
+void ReadElements(MshCursor& in, MshBuilder& mesh) { ReadElementBlocks(in, mesh, Layout::k41); }
 }  // namespace msh41
 
 }  // namespace qx::exchange

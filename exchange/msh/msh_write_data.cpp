@@ -64,13 +64,13 @@ FieldNumbers NumbersOf(const MshModel& model, const tagTField& field, LossReport
   return found;
 }
 
-constexpr const char* kSections[] = {"NodeData", "ElementData", "ElementNodeData"};
+constexpr const char* kDataSections[] = {"NodeData", "ElementData", "ElementNodeData"};
 
 void WriteField(const MshModel& model, MshSink& out, bool binary, const tagTField& field,
                 LossReport& report) {
   const auto [numbers, values] = NumbersOf(model, field, report);
   const auto& elements = *SessionOf(model)->GetPool<DPoolElem>(code::kElem);
-  out.Text("${}\n1\n\"{}\"\n1\n{}\n3\n{}\n{}\n{}\n", kSections[field.place],
+  out.Text("${}\n1\n\"{}\"\n1\n{}\n3\n{}\n{}\n{}\n", kDataSections[field.place],
            Utf8(field.name.View()), field.time, field.step, field.components, values.size());
   for (const Values& of_one : values) {
     out.Int(KeyOf(of_one.target));
@@ -95,7 +95,7 @@ void WriteField(const MshModel& model, MshSink& out, bool binary, const tagTFiel
     out.EndLine();
   }
   if (binary) out.Text("\n");
-  out.Text("$End{}\n", kSections[field.place]);
+  out.Text("$End{}\n", kDataSections[field.place]);
 }
 
 // ---- carried ------------------------------------------------------------------------------------

@@ -9,13 +9,13 @@
 namespace qx::exchange {
 namespace {
 
-struct Title {
+struct KindWord {
   NasKind kind;
   std::string_view word;
 };
-constexpr Title kTitles[] = {{NasKind::kProperty, "Property"},
-                             {NasKind::kMaterial, "Material"},
-                             {NasKind::kSystem, "System"}};
+constexpr KindWord kTitles[] = {{NasKind::kProperty, "Property"},
+                                {NasKind::kMaterial, "Material"},
+                                {NasKind::kSystem, "System"}};
 
 bool TakeWord(std::string_view& text, std::string_view word) {
   if (!text.starts_with(word)) return false;
@@ -92,7 +92,7 @@ std::vector<NasName> NasNamesOf(const NasText& text) {
     if (at > 0 && all[at - 1] != '\n') continue;
     const std::size_t end = std::min(all.find('\n', at), all.size() - 1) + 1;
     std::string_view line = all.substr(at + 2, end - at - 2);
-    for (const Title& title : kTitles) {
+    for (const KindWord& title : kTitles) {
       if (!TakeWord(line, title.word) || !TakeWord(line, " ")) continue;
       NasName name;
       name.kind = title.kind;
@@ -113,7 +113,7 @@ std::vector<NasName> NasNamesOf(const NasText& text) {
 
 std::string NasNameLine(NasKind kind, Key number, std::string_view name) {
   if (name.empty() || IsGiven(kind, name)) return {};
-  for (const Title& title : kTitles) {
+  for (const KindWord& title : kTitles) {
     if (title.kind == kind)
       return fmt::format("$ {} {}: {}\n", title.word, number, NasQuoted(name));
   }

@@ -16,7 +16,7 @@ constexpr std::string_view kProperties[] = {"PSHELL", "PSHEAR", "PSOLID", "PROD"
 constexpr std::string_view kPropertiesInPart[] = {"PCOMP", "PBARL", "PBEAML", "PTUBE"};
 
 template <class List>
-bool IsIn(const List& list, std::string_view name) {
+bool Holds(const List& list, std::string_view name) {
   return std::find(std::begin(list), std::end(list), name) != std::end(list);
 }
 
@@ -63,13 +63,13 @@ void ReadStressPoints(NasFieldReader& in, const NasCard& card, tagTProp& propert
 }  // namespace
 
 bool IsNasCardInPart(std::string_view card) {
-  return IsIn(kMaterialsInPart, card) || IsIn(kPropertiesInPart, card);
+  return Holds(kMaterialsInPart, card) || Holds(kPropertiesInPart, card);
 }
 bool IsNasMaterial(std::string_view card) {
-  return IsIn(kMaterials, card) || IsIn(kMaterialsInPart, card);
+  return Holds(kMaterials, card) || Holds(kMaterialsInPart, card);
 }
 bool IsNasProperty(std::string_view card) {
-  return IsIn(kProperties, card) || IsIn(kPropertiesInPart, card);
+  return Holds(kProperties, card) || Holds(kPropertiesInPart, card);
 }
 
 void ReadNasMaterial(NasFieldReader& in, const NasCard& card, tagTMatl& material) {

@@ -23,7 +23,7 @@ namespace {
 
 using Kind = NasSource::Kind;
 
-constexpr double kSame = 1e-12;
+constexpr double kSameNumber = 1e-12;
 
 class Renewer {
  public:
@@ -252,7 +252,7 @@ class Renewer {
     }
     const Vector3 stands = *now_->Systems().ToBasic(system, was);
     const double size = std::max({Length(point), Length(stands), std::abs(was.x)});
-    if (Distance(stands, point) > kSame * size) {
+    if (Distance(stands, point) > kSameNumber * size) {
       const Vector3 at = *now_->Systems().FromBasic(system, point);
       const tagTCord* record = now_->SystemOf(system);
       const std::int32_t type = record ? record->type : tagTCord::kRectangular;
@@ -261,7 +261,7 @@ class Renewer {
             (type != tagTCord::kRectangular && i == 1) || (type == tagTCord::kSpherical && i == 2);
         const double scale = is_angle ? 360 : Length(at - Vector3(0, is_angle ? at.y : 0, 0));
         const double moved = is_angle ? std::remainder(at[i] - was[i], 360) : at[i] - was[i];
-        if (std::abs(moved) <= kSame * scale) continue;
+        if (std::abs(moved) <= kSameNumber * scale) continue;
         NasFields value;
         text_.Change(index, static_cast<std::size_t>(2 + i), value.Real(at[i], scale).At(0).Text());
       }
@@ -385,7 +385,8 @@ class Renewer {
       const auto node = DeckInteger(text_.FieldText(card, first + 1 + i));
       if (!node || !now_->HasNode(static_cast<Key>(*node))) return false;
       const Vector3 at = now_->PointOf(static_cast<Key>(*node));
-      if (Distance(at, points[i]) > kSame * std::max(Length(at), Length(points[0]))) return false;
+      if (Distance(at, points[i]) > kSameNumber * std::max(Length(at), Length(points[0])))
+        return false;
     }
     return true;
   }

@@ -19,7 +19,7 @@ constexpr FormatOption kReadOptions[] = {
     {"points", "separate, merged", "what points that pieces share become: nodes each, or one"},
 };
 
-constexpr const char* kAgain = "write the file again";
+constexpr const char* kRemedy = "write the file again";
 constexpr std::uint32_t kMostComponents = 1000;
 
 std::optional<VtkNumber> FindNumber(std::string_view type) {
@@ -44,7 +44,7 @@ class VtuFile {
 
   /// Adds the pieces of an unstructured grid; faults are gathered.
   void Add(VtkBuilder& builder, const ReadOptions& options, std::vector<Failure>& faults);
-  Failure Fault(const pugi::xml_node& node, std::string what, std::string remedy = kAgain) const;
+  Failure Fault(const pugi::xml_node& node, std::string what, std::string remedy = kRemedy) const;
 
  private:
   Outcome CutAppended();
@@ -105,7 +105,7 @@ Outcome VtuFile::CutAppended() {
   const std::size_t mark =
       end == std::string::npos ? end : bytes.find_first_not_of(" \t\r\n", end + 1);
   if (mark == std::string::npos || bytes[mark] != '_') {
-    return Failure{name_, "AppendedData", "no underscore stands before the data", kAgain};
+    return Failure{name_, "AppendedData", "no underscore stands before the data", kRemedy};
   }
   const std::string declared = std::string(bytes.substr(tag, end - tag)) + "/>";
   pugi::xml_document document;
@@ -114,7 +114,7 @@ Outcome VtuFile::CutAppended() {
   const std::string_view encoding = node.attribute("encoding").as_string("base64");
   if (!node || (encoding != "raw" && encoding != "base64")) {
     return Failure{name_, "AppendedData",
-                   fmt::format("'{}' is no encoding that is known", encoding), kAgain};
+                   fmt::format("'{}' is no encoding that is known", encoding), kRemedy};
   }
   appended_is_raw_ = encoding == "raw";
   appended_ = bytes.substr(mark + 1);
@@ -138,7 +138,7 @@ Outcome VtuFile::Parse() {
     const auto at = static_cast<std::size_t>(std::max<std::ptrdiff_t>(parsed.offset, 0));
     const auto line = std::lower_bound(line_ends_.begin(), line_ends_.end(), at);
     return Failure{name_, fmt::format("line {}", line - line_ends_.begin() + 1),
-                   fmt::format("this is no XML: {}", parsed.description()), kAgain};
+                   fmt::format("this is no XML: {}", parsed.description()), kRemedy};
   }
   root_ = document_.child("VTKFile");
   if (!root_) return Failure{name_, "", "there is no VTKFile element", "name another file"};
@@ -209,7 +209,7 @@ bool VtuFile::ReadArray(const pugi::xml_node& node, std::uint64_t values, VtkArr
       wrong({name_, PlaceOf(node, LineOf(word.data() - head_.data())),
              fmt::format("'{}' is no {}", word.substr(0, 40),
                          array.IsInteger() ? "integer" : "number"),
-             kAgain});
+             kRemedy});
       return faults.size() < LossReport::kMostFaults;
     };
     what = decoder_->Parse(node.text().get(), values, array, on_wrong);
@@ -379,7 +379,7 @@ void AddPieceFile(const VtuFile& file, const std::string& name, const pugi::xml_
   VtuFile piece(std::move(*bytes), *path);
   if (Outcome parsed = piece.Parse(); !parsed) return faults.push_back(parsed.Error());
   if (piece.Type() != "UnstructuredGrid") {
-    return faults.push_back({*path, "", "a piece is no unstructured grid", kAgain});
+    return faults.push_back({*path, "", "a piece is no unstructured grid", kRemedy});
   }
   builder.SetOldHexahedra(piece.HasOldHexahedra());
   piece.Add(builder, options, faults);
@@ -406,7 +406,7 @@ std::optional<Deck> Read(Buffer bytes, const std::string& name, const ReadOption
     faults.push_back(std::move(fault));
     return std::nullopt;
   };
-  if (bytes.Size() == 0) return fail({name, "", "is empty", kAgain});
+  if (bytes.Size() == 0) return fail({name, "", "is empty", kRemedy});
   VtuFile file(std::move(bytes), name);
   if (Outcome parsed = file.Parse(); !parsed) return fail(parsed.Error());
   VtkBuilder builder(ValueOf(options.values, kReadOptions, "points") == "merged");

@@ -106,7 +106,7 @@ py::tuple SelectIn(Handle& handle, const std::string& text, const std::optional<
   if (kind) wanted = static_cast<SelectKind>(*kind);
   const auto rule = SelectionRule::Parse(text, wanted);
   if (!rule) throw Fault(FaultKind::kValue, rule.Error());
-  Result<Selection> selection = [&] {
+  Result<qx::Selection> selection = [&] {
     const py::gil_scoped_release others_may_run;
     const UnitsShown model_units(handle.Session(), handle.Session().Units().Model());
     return rule->Evaluate(handle.Session());

@@ -11,7 +11,7 @@
 namespace qx::python {
 namespace {
 
-using Keys = py::array_t<Key, py::array::c_style | py::array::forcecast>;
+using AnyKeys = py::array_t<Key, py::array::c_style | py::array::forcecast>;
 
 DPoolMset& Sets(CQXDBSession& session) { return Pool<tagTMset>(session); }
 
@@ -23,7 +23,7 @@ ITR Find(const DPoolBase& pool, Key key) {
   return found;
 }
 
-TArray<ITR> FindAll(const DPoolBase& pool, const Keys& keys) {
+TArray<ITR> FindAll(const DPoolBase& pool, const AnyKeys& keys) {
   TArray<ITR> items;
   items.Reserve(keys.size());
   for (py::ssize_t i = 0; i < keys.size(); ++i) items.Add(Find(pool, keys.data()[i]));
@@ -45,7 +45,8 @@ Key Add(Handle& handle, const std::string& name, Key parent) {
 }
 
 /// Adds members to a set, or takes them off its lists.
-void ChangeMembers(Handle& handle, Key set, const Keys& nodes, const Keys& elements, bool add) {
+void ChangeMembers(Handle& handle, Key set, const AnyKeys& nodes, const AnyKeys& elements,
+                   bool add) {
   Edit(handle, add ? "Add to a mesh set" : "Take off a mesh set", [&](CQXDBSession& session) {
     const py::gil_scoped_release others_may_run;
     DPoolMset& sets = Sets(session);
@@ -83,7 +84,7 @@ void BindSets(py::class_<Handle, std::shared_ptr<Handle>>& model) {
           py::arg("set"), py::arg("parent"))
       .def(
           "set_merge",
-          [](Handle& handle, Key into, const Keys& others) {
+          [](Handle& handle, Key into, const AnyKeys& others) {
             Edit(handle, "Merge mesh sets", [&](CQXDBSession& session) {
               DPoolMset& sets = Sets(session);
               const py::gil_scoped_release others_may_run;
@@ -93,7 +94,7 @@ void BindSets(py::class_<Handle, std::shared_ptr<Handle>>& model) {
           py::arg("into"), py::arg("others"))
       .def(
           "set_delete",
-          [](Handle& handle, const Keys& keys) {
+          [](Handle& handle, const AnyKeys& keys) {
             Edit(handle, "Delete mesh sets", [&](CQXDBSession& session) {
               DPoolMset& sets = Sets(session);
               const py::gil_scoped_release others_may_run;

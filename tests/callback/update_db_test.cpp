@@ -12,7 +12,7 @@ namespace {
 
 using enum ComboFamily;
 
-struct PlainUpdateDB : IUpdateDB {
+struct UpdateDBForTests : IUpdateDB {
   void UpdateView(CQXDBSession*) override { ++views; }
   int views = 0;
 };
@@ -51,7 +51,7 @@ class UpdateDB : public testing::Test {
   }
 
   CQXDBSession session_{host::SetUpModel};
-  PlainUpdateDB update_;
+  UpdateDBForTests update_;
   std::vector<ComboRefresh> former_;
 };
 

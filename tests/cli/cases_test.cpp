@@ -16,14 +16,14 @@
 namespace qx {
 namespace {
 
-struct Case {
+struct WrittenCase {
   int line = 0;
   std::string command;
   std::vector<std::string> expected;
 };
 
-std::vector<Case> CasesOf(const std::string& path) {
-  std::vector<Case> cases;
+std::vector<WrittenCase> CasesOf(const std::string& path) {
+  std::vector<WrittenCase> cases;
   std::ifstream in(path);
   int number = 0;
   for (std::string line; std::getline(in, line);) {
@@ -73,9 +73,9 @@ class CliCases : public Cli, public testing::WithParamInterface<std::string> {};
 TEST_P(CliCases, PrintWhatTheyAreExpectedTo) {
   std::filesystem::copy(QX_SOURCE_DIR "/examples", Path("examples"),
                         std::filesystem::copy_options::recursive);
-  const std::vector<Case> cases = CasesOf(QX_SOURCE_DIR "/tests/cli/cases/" + GetParam());
+  const std::vector<WrittenCase> cases = CasesOf(QX_SOURCE_DIR "/tests/cli/cases/" + GetParam());
   ASSERT_FALSE(cases.empty());
-  for (const Case& each : cases) {
+  for (const WrittenCase& each : cases) {
     const std::string command = "cd '" + folder_.Path().string() +
                                 "' && PATH=\"$(dirname '" QX_QXDB "'):$PATH\" && { " +
                                 each.command + "\n} 2> err.txt > out.txt";

@@ -32,13 +32,13 @@ void Apply(tagTElem& element, const Edit& edit) {
 }
 
 /// How a step that makes the edits is told, and what it leaves.
-struct Outcome {
+struct EditOutcome {
   std::size_t done = 0;
   std::string told;
   std::uint64_t hash = 0, undone = 0, redone = 0;
   std::size_t images = 0, footprint = 0;
   std::string fault;
-  bool operator==(const Outcome&) const = default;
+  bool operator==(const EditOutcome&) const = default;
 };
 
 struct Teller : ISessionListener {
@@ -54,7 +54,7 @@ struct Teller : ISessionListener {
 
 /// `step` is given a fresh model, and the edits as positions and what becomes of them.
 template <class T, class Step>
-Outcome Run(const std::vector<Edit>& edits, bool recorded, Step&& step) {
+EditOutcome Run(const std::vector<Edit>& edits, bool recorded, Step&& step) {
   MeshSession m;
   m.Step(u"mesh", [&] { m.AddChain(1, 12); });
   DPool<T>& pool = Pool<T>(m.session);
@@ -63,7 +63,7 @@ Outcome Run(const std::vector<Edit>& edits, bool recorded, Step&& step) {
   Teller teller;
   m.session.AddListener(&teller);
   m.session.EnableRecording(recorded);
-  Outcome out;
+  EditOutcome out;
   CTransaction transaction(&m.session);
   transaction.Begin(u"edit");
   out.done = step(pool, positions);

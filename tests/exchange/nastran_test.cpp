@@ -292,7 +292,7 @@ class NastranSession : public testing::Test {
   CQXDBSession session_{host::SetUpModel};
 };
 
-constexpr const char* kDeck =
+constexpr const char* kBulk =
     "$ a deck of our own\nSOL 101\nCEND\nLOAD = 3\nBEGIN BULK\n"
     "GRID    1               0.0     0.0     0.0\n"
     "GRID    2               1.000   0.0     0.0             123\n"
@@ -310,8 +310,8 @@ constexpr const char* kDeck =
     "ENDDATA\n";
 
 TEST_F(NastranSession, UntouchedDecksComeBackToTheLetter) {
-  Import(kDeck);
-  EXPECT_EQ(Export(), kDeck);
+  Import(kBulk);
+  EXPECT_EQ(Export(), kBulk);
   const auto& sets = *session_.GetDataPool(code::kBset);
   EXPECT_EQ(sets.GetSize(), 2);
   EXPECT_NE(const_cast<DPoolBase&>(sets).GetItr(u"SPC 1"), 0u);
@@ -319,7 +319,7 @@ TEST_F(NastranSession, UntouchedDecksComeBackToTheLetter) {
 }
 
 TEST_F(NastranSession, OnlyMovedNodesDiffer) {
-  Import(kDeck);
+  Import(kBulk);
   auto& nodes = *session_.GetPool<DPoolNode>(code::kNode);
   CTransaction step(&session_);
   step.Begin(u"move");
@@ -330,7 +330,7 @@ TEST_F(NastranSession, OnlyMovedNodesDiffer) {
   node.position.x = 2;
   ASSERT_TRUE(nodes.SetAtNU(nodes.Find(2), node));
   ASSERT_TRUE(step.Commit());
-  std::string expected = kDeck;
+  std::string expected = kBulk;
   const std::string was = "GRID    4               0.0     1.0     0.0\n";
   expected.replace(expected.find(was), was.size(), "GRID    4               0.0     1.0     0.5\n");
   const std::string constrained = "GRID    2               1.000   0.0     0.0             123\n";
@@ -338,11 +338,11 @@ TEST_F(NastranSession, OnlyMovedNodesDiffer) {
                    "GRID    2               2.      0.0     0.0             123\n");
   EXPECT_EQ(Export(), expected);
   ASSERT_TRUE(session_.Undo());
-  EXPECT_EQ(Export(), kDeck);
+  EXPECT_EQ(Export(), kBulk);
 }
 
 TEST_F(NastranSession, NumbersInCarriedCardsFollow) {
-  std::string deck = kDeck;
+  std::string deck = kBulk;
   deck.insert(deck.find("WEIRD"), "PLOTEL  9       2       3\n");
   Import(deck);
   auto& nodes = *session_.GetPool<DPoolNode>(code::kNode);

@@ -98,16 +98,16 @@ Deck Boxes(int side) {
   return deck;
 }
 
-struct Way {
+struct FileWay {
   const char* file;
   OptionValues values = {};
 };
-const Way kWays[] = {
+const FileWay kWays[] = {
     {"a.stl"}, {"b.stl", {{"encoding", "ascii"}}}, {"a.ply"}, {"b.ply", {{"encoding", "ascii"}}},
     {"a.obj"},
 };
 
-class Surfaces : public testing::TestWithParam<Way> {
+class Surfaces : public testing::TestWithParam<FileWay> {
  protected:
   void SetUp() override {
     LossReport report;
@@ -397,7 +397,7 @@ TEST(SurfaceCorpus, EnclosesTheSameInEveryFormat) {
     const Extent whole = ExtentOf(deck);
     EXPECT_GT(std::abs(whole.volume), 1);
     const ScratchFolder folder;
-    for (const Way& way : kWays) {
+    for (const FileWay& way : kWays) {
       ExportOptions options;
       options.write.values = way.values;
       const std::string out = folder.Path(way.file);

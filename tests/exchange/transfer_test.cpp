@@ -15,7 +15,8 @@
 namespace qx::exchange {
 namespace {
 
-constexpr const char* kDeck = "*NODE\n1, 1., 2., 3.\n2, 4., 5., 6.\n*ELEMENT, TYPE=T3D2\n1, 1, 2\n";
+constexpr const char* kTruss =
+    "*NODE\n1, 1., 2., 3.\n2, 4., 5., 6.\n*ELEMENT, TYPE=T3D2\n1, 1, 2\n";
 
 UnitSystem In(const char* length) {
   UnitSystem units;
@@ -34,7 +35,7 @@ ITR AddNode(CQXDBSession& session, Key key) {
 TEST(Transfer, AnImportIsOneStepWithItsUnits) {
   const ScratchFolder folder;
   const std::string deck = folder.Path("deck.inp");
-  std::ofstream(deck) << kDeck;
+  std::ofstream(deck) << kTruss;
   for (const bool of_model : {false, true}) {
     for (const bool changed_before : {false, true}) {
       SCOPED_TRACE(testing::Message() << of_model << changed_before);

@@ -166,8 +166,8 @@ class VtuWriter : public testing::Test {
   const std::string path_ = folder_.Path("mesh.vtu");
 };
 
-constexpr VtuEncoding kEncodings[] = {VtuEncoding::kAppendedRaw, VtuEncoding::kAppendedBase64,
-                                      VtuEncoding::kInlineBase64, VtuEncoding::kAscii};
+constexpr VtuEncoding kVtuEncodings[] = {VtuEncoding::kAppendedRaw, VtuEncoding::kAppendedBase64,
+                                         VtuEncoding::kInlineBase64, VtuEncoding::kAscii};
 
 // The order of VTK's cells as its file format documents it: by the numbers of its cell types.
 const std::map<int, int> kVtkTypes{{1, 1},   {2, 3},   {3, 21},  {4, 5},   {5, 22},
@@ -202,7 +202,7 @@ TEST_F(VtuWriter, EveryEncodingHoldsTheModel) {
   node.position = {0.1, -1e-300, std::numeric_limits<double>::max()};
   std::vector<double> extra(static_cast<std::size_t>(elements_.GetSize()));
   for (std::size_t i = 0; i < extra.size(); ++i) extra[i] = 1.0 / (static_cast<double>(i) + 3);
-  for (const VtuEncoding encoding : kEncodings) {
+  for (const VtuEncoding encoding : kVtuEncodings) {
     SCOPED_TRACE(testing::Message() << "encoding " << static_cast<int>(encoding));
     LossReport report;
     ASSERT_EQ(WriteVtu(session_, path_, encoding, {{"a<b>&\"c\"", extra}}, &report).Line(), "");
@@ -347,7 +347,7 @@ TEST_F(VtuWriter, ACoordinateThatIsNoNumberIsRefusedInEveryForm) {
       fmt::format(": node {}: a coordinate is not a finite number; ", +node.key);
   for (const double bad : {std::nan(""), HUGE_VAL, -HUGE_VAL}) {
     node.position.z = bad;
-    for (const VtuEncoding encoding : kEncodings) {
+    for (const VtuEncoding encoding : kVtuEncodings) {
       EXPECT_NE(WriteVtu(session_, path_, encoding).Line().find(named), std::string::npos);
     }
     for (const MshEncoding encoding : {MshEncoding::kAscii, MshEncoding::kBinary}) {
@@ -368,7 +368,7 @@ TEST(WriteVtu, AnEmptyModelIsAnEmptyGrid) {
   CQXDBSession session{AddStandardPools};
   const std::string path = testing::TempDir() + "/qx_empty.vtu";
   std::vector<double> told;
-  for (const VtuEncoding encoding : kEncodings) {
+  for (const VtuEncoding encoding : kVtuEncodings) {
     ASSERT_TRUE(
         WriteVtu(session, path, encoding, {}, nullptr, [&](double done) { told.push_back(done); }));
     const VtuFile file = Read(path);

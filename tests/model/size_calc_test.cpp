@@ -15,7 +15,7 @@ using Doubles = CArray<double>;
 using Seeds = CArray<double, double>;
 using Method = int (*)(int, ICADSession*, const tagTSzct&, Seeds&);
 
-constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+constexpr double kNoNumber = std::numeric_limits<double>::quiet_NaN();
 
 std::vector<double> Values(const auto& array) { return {array.begin(), array.end()}; }
 
@@ -41,8 +41,8 @@ constexpr Method kGeometric = Calc::GetRationArrayOnSzct_SM_R_GRADE;
 constexpr Method kHyperbolic = Calc::GetRationArrayOnSzct_SM_HYPERBOLA;
 
 TEST(SizeCalc, TruncatesTowardsZero) {
-  const std::pair<double, int> cases[] = {{2.9, 2}, {-2.9, -2},          {0.999, 0}, {-0.5, 0},
-                                          {7, 7},   {1e300, 2147483647}, {kNaN, 0}};
+  const std::pair<double, int> cases[] = {{2.9, 2}, {-2.9, -2},          {0.999, 0},    {-0.5, 0},
+                                          {7, 7},   {1e300, 2147483647}, {kNoNumber, 0}};
   for (const auto& [value, expected] : cases) EXPECT_EQ(Calc::RealToInt(value), expected) << value;
   for (const double x : {1.0, 1.5, 40.0}) EXPECT_NEAR(Calc::acosh(x), std::acosh(x), 1e-14);
 }
@@ -71,7 +71,8 @@ TEST(SizeCalc, FractionsByLengthBeginWithZeroAndByRatioDoNot) {
   EXPECT_EQ(out[2], 1.0);
   EXPECT_FALSE(Calc::EstimateRatioArrayRatio(9e-11, 4, out));
   for (const int n : {1, 0, -3}) EXPECT_FALSE(Calc::EstimateRatioArrayRatio(4, n, out)) << n;
-  for (const double r : {kNaN, HUGE_VAL}) EXPECT_FALSE(Calc::EstimateRatioArrayRatio(r, 4, out));
+  for (const double r : {kNoNumber, HUGE_VAL})
+    EXPECT_FALSE(Calc::EstimateRatioArrayRatio(r, 4, out));
   ExpectValues(out, {1.0 / 7, 3.0 / 7, 1});
 }
 
@@ -111,9 +112,9 @@ TEST(SizeCalc, IdealDivisionIsThatOfTheFullSearch) {
 }
 
 TEST(SizeCalc, IdealDivisionEndsOnInputsWithoutAnAnswer) {
-  const std::array<double, 3> cases[] = {{-1, 1, 10},   {-2, 1, 10},      {kNaN, 1, 10},
-                                         {1, kNaN, 10}, {1, 2, kNaN},     {1, 2, HUGE_VAL},
-                                         {1, 2, -5},    {1e-9, 2e-6, 1e9}};
+  const std::array<double, 3> cases[] = {{-1, 1, 10},        {-2, 1, 10},       {kNoNumber, 1, 10},
+                                         {1, kNoNumber, 10}, {1, 2, kNoNumber}, {1, 2, HUGE_VAL},
+                                         {1, 2, -5},         {1e-9, 2e-6, 1e9}};
   const auto start = std::chrono::steady_clock::now();
   for (const auto& c : cases) EXPECT_EQ(Calc::GetIdealDivision(c[0], c[1], c[2]), 0) << c[0];
   EXPECT_GT(Calc::GetIdealDivision(1e-4, 2e-4, 100), 600'000) << "large, but there";
@@ -194,18 +195,18 @@ TEST(SizeCalc, FailsWhereTheMethodsDo) {
       {kHyperbolic, Hyperbolic(0.5, 2, 10, true), "mean size at L / n"},
       {kHyperbolic, Hyperbolic(0.5, 0, 1, false), "one interval has no start size"},
       {kHyperbolic, Hyperbolic(0, 0, 10, false), "no size"},
-      {kHyperbolic, Hyperbolic(kNaN, 0.1, 10, true), "no number"},
+      {kHyperbolic, Hyperbolic(kNoNumber, 0.1, 10, true), "no number"},
       {kHyperbolic, Hyperbolic(0.1, -1, 10, true), "negative"},
       {kHyperbolic, Hyperbolic(0.1, 0, 0, false), "no divisions"},
       {kGeometric, Geometric(0, 5), "no ratio"},
       {kGeometric, Geometric(9e-11, 5), "ratio below the least"},
       {kGeometric, Geometric(2, 1), "one interval has no ratio"},
       {kGeometric, Geometric(2, 3, 0, true), "nor has half of three"},
-      {kGeometric, Geometric(kNaN, 5), "no number"},
+      {kGeometric, Geometric(kNoNumber, 5), "no number"},
       {kGeometric, Geometric(2, 5, 1), "all uniform"},
       {kGeometric, Geometric(2, 10'000'000), "too many"},
       {kLinear, Linear(-1, 2, 5), "negative"},
-      {kLinear, Linear(1, kNaN, 5), "no number"},
+      {kLinear, Linear(1, kNoNumber, 5), "no number"},
       {kLinear, Linear(1, 2, -5), "negative count"},
       {kLinear, Linear(1, 2, 5, -1), "all uniform"},
       {kLinear, Linear(1e-7, 1e-5, 0), "too many"},

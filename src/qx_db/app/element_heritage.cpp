@@ -43,7 +43,6 @@ bool IsExclusive(const Row& row) {
 }
 
 bool NamesElements(const Row* row) { return row->target == code::kElem; }
-bool NamesSides(const Row* row) { return row->elements == &tagTElemSide::GetSchema(); }
 
 class Heir {
  public:

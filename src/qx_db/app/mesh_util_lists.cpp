@@ -17,7 +17,7 @@ namespace qx {
 namespace {
 
 /// Collects live records, each once.
-class Collector {
+class KeyCollector {
  public:
   void Add(ITR record) {
     if (record && !KeyedSetBase::IsRemoved(record)) found_.Add(record);
@@ -98,14 +98,14 @@ void AppendSides(ITR gelem, TArray<tagTElemSide>& sides) {
   }
 }
 
-void CollectElements(ITR gelem, Collector& found) {
+void CollectElements(ITR gelem, KeyCollector& found) {
   const tagTGElem* data = CurrentData(gelem);
   if (!data) return;
   for (const auto& list : data->elements) found.Add(std::span(list.data(), list.size()));
 }
 
 /// The nodes of a geometry item; `gkey` says of what type it is and may be null.
-void CollectNodes(ITR gelem, const tagTGKey* gkey, bool all, Collector& found) {
+void CollectNodes(ITR gelem, const tagTGKey* gkey, bool all, KeyCollector& found) {
   const tagTGElem* data = CurrentData(gelem);
   if (!data) return;
   found.Add(data->node);
@@ -138,7 +138,7 @@ std::vector<ITR> KeysOfBody(const CQXDBSession* session, ITR gkey) {
   return keys;
 }
 
-void CollectNodes(HeadIndex& heads, std::span<const ITR> gkeys, bool all, Collector& found) {
+void CollectNodes(HeadIndex& heads, std::span<const ITR> gkeys, bool all, KeyCollector& found) {
   for (const ITR gkey : gkeys) {
     CollectNodes(heads.Find(gkey), LiveRecord<tagTGKey>(gkey), all, found);
   }
@@ -178,7 +178,7 @@ std::int32_t CQXMeshUtil::GetElemSideListByGElemItrArray(const TArray<ITR>& gele
 
 std::int32_t CQXMeshUtil::GetElemListByMsetItrArray(const TArray<ITR>& msets,
                                                     TArray<ITR>& out) const {
-  Collector found;
+  KeyCollector found;
   for (const ITR mset : msets) {
     if (const auto* set = LiveRecord<tagTMset>(mset)) found.Add(Many(set->elements));
   }
@@ -191,14 +191,14 @@ std::int32_t CQXMeshUtil::GetElemListByGKeyItr(ITR gkey, TArray<ITR>& out) const
 
 std::int32_t CQXMeshUtil::GetElemListByGKeyItrArray(const TArray<ITR>& gkeys,
                                                     TArray<ITR>& out) const {
-  Collector found;
+  KeyCollector found;
   HeadIndex heads(session_);
   for (const ITR gkey : gkeys) CollectElements(heads.Find(gkey), found);
   return found.MoveTo(out);
 }
 
 std::int32_t CQXMeshUtil::GetElemListByGElemItr(ITR gelem, TArray<ITR>& out) const {
-  Collector found;
+  KeyCollector found;
   CollectElements(gelem, found);
   return found.MoveTo(out);
 }
@@ -214,7 +214,7 @@ std::int32_t CQXMeshUtil::GetBodyElemListByGKeyItr(ITR gkey, TArray<ITR>& out) c
 
 std::int32_t CQXMeshUtil::GetNodeListByMsetItrArray(const TArray<ITR>& msets,
                                                     TArray<ITR>& out) const {
-  Collector found;
+  KeyCollector found;
   for (const ITR mset : msets) {
     if (const auto* set = LiveRecord<tagTMset>(mset)) found.Add(Many(set->nodes));
   }
@@ -222,7 +222,7 @@ std::int32_t CQXMeshUtil::GetNodeListByMsetItrArray(const TArray<ITR>& msets,
 }
 
 std::int32_t CQXMeshUtil::GetNodeListByGKeyItr(ITR gkey, TArray<ITR>& out, int all) const {
-  Collector found;
+  KeyCollector found;
   HeadIndex heads(session_);
   CollectNodes(heads, One(gkey), all != 0, found);
   return found.MoveTo(out);
@@ -230,14 +230,14 @@ std::int32_t CQXMeshUtil::GetNodeListByGKeyItr(ITR gkey, TArray<ITR>& out, int a
 
 std::int32_t CQXMeshUtil::GetNodeListByGKeyItrArray(const TArray<ITR>& gkeys, TArray<ITR>& out,
                                                     int all) const {
-  Collector found;
+  KeyCollector found;
   HeadIndex heads(session_);
   CollectNodes(heads, Many(gkeys), all != 0, found);
   return found.MoveTo(out);
 }
 
 std::int32_t CQXMeshUtil::GetNodeListByGElemItr(ITR gelem, TArray<ITR>& out, int all) const {
-  Collector found;
+  KeyCollector found;
   if (const auto* head = LiveRecord<tagTGElemHead>(gelem)) {
     CollectNodes(gelem, LiveRecord<tagTGKey>(head->geometry_key), all != 0, found);
   }
@@ -250,7 +250,7 @@ std::int32_t CQXMeshUtil::GetBodyNodeListByGKeyItr(ITR gkey, TArray<ITR>& out, i
 
 std::int32_t CQXMeshUtil::GetBodyNodeListByGKeyItrArray(const TArray<ITR>& gkeys, TArray<ITR>& out,
                                                         int all) const {
-  Collector found;
+  KeyCollector found;
   HeadIndex heads(session_);
   for (const ITR gkey : gkeys) CollectNodes(heads, KeysOfBody(session_, gkey), all != 0, found);
   return found.MoveTo(out);
@@ -258,14 +258,14 @@ std::int32_t CQXMeshUtil::GetBodyNodeListByGKeyItrArray(const TArray<ITR>& gkeys
 
 std::int32_t CQXMeshUtil::GetNodeListByElemItrArray(const TArray<ITR>& elems, TArray<ITR>& out,
                                                     int all) const {
-  Collector found;
+  KeyCollector found;
   for (const ITR elem : elems) found.Add(NodesOfElement(elem, all != 0));
   return found.MoveTo(out);
 }
 
 std::int32_t CQXMeshUtil::GetCommonNodeListByElemItrArray(const TArray<ITR>& elems,
                                                           TArray<ITR>& out, int all) const {
-  Collector first;
+  KeyCollector first;
   if (!elems.IsEmpty()) first.Add(NodesOfElement(elems[0], all != 0));
   TArray<ITR> common;  // apart from the output, which may be the input
   first.MoveTo(common);
@@ -307,7 +307,7 @@ std::int32_t CQXMeshUtil::GetNodeListByElemSide(int kind, const tagTElemSide& si
 
 std::int32_t CQXMeshUtil::GetNodeListByElemSideArray(int kind, const TArray<tagTElemSide>& sides,
                                                      TArray<ITR>& out, int all) const {
-  Collector found;
+  KeyCollector found;
   for (const tagTElemSide& side : sides) found.Add(SideNodes(kind, side, all != 0).Nodes());
   return found.MoveTo(out);
 }

@@ -79,8 +79,6 @@ int KindOf(const tagTElemSide& side) {
                                                                           : CQXMeshUtil::kEdgeSide;
 }
 
-bool NamesSides(const Row* row) { return row->elements == &tagTElemSide::GetSchema(); }
-
 bool Change(const Schema& schema, TStructBase& record, const SideChange& change) {
   bool changed = false;
   for (const Row* row : schema.References()) {
@@ -109,6 +107,8 @@ bool ChangeInArrays(DPoolBase& pool, const SideChange& change) {
 }
 
 }  // namespace
+
+bool NamesSides(const Row* row) { return row->elements == &tagTElemSide::GetSchema(); }
 
 bool ChangeSides(CQXDBSession& session, const SideChange& change) {
   for (DPoolBase* pool : session.Pools()) {

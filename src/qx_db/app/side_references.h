@@ -11,6 +11,7 @@
 namespace qx {
 
 class CQXDBSession;
+struct Row;
 
 /// The kind of what names an element as a whole: of an item of geometry that is neither face nor
 /// edge.
@@ -18,6 +19,9 @@ inline constexpr int kWholeElement = -1;
 
 /// What names a side from now on: another one, or the same. Nothing where none can.
 using SideChange = std::function<std::optional<tagTElemSide>(int kind, const tagTElemSide& side)>;
+
+/// Whether a row's elements are sides of elements.
+bool NamesSides(const Row* row);
 
 /// Asks `change` about every side that a record names, of the kind that its number is of (3 face, 4
 /// edge): elements on geometry, by the type of the item, kWholeElement too; arrays of sides, where

@@ -1,7 +1,6 @@
 #include "qx_db/core/session.h"
 
 #include <algorithm>
-#include <chrono>
 #include <new>
 #include <utility>
 
@@ -10,6 +9,7 @@
 #include "qx_db/core/relations.h"
 #include "qx_db/core/transaction.h"
 #include "qx_db/lib/message.h"
+#include "qx_db/platform/clock.h"
 #include "qx_db/platform/long_work.h"
 #include "qx_db/record/verbs.h"
 
@@ -17,11 +17,6 @@ namespace qx {
 namespace {
 
 StepHook g_step_hook = nullptr;
-
-std::int64_t NowMs() {
-  using namespace std::chrono;
-  return duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count();
-}
 
 }  // namespace
 

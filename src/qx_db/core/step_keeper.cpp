@@ -6,17 +6,12 @@
 #include "qx_db/core/key_forecast.h"
 #include "qx_db/core/step_codec.h"
 #include "qx_db/lib/message.h"
+#include "qx_db/platform/clock.h"
 #include "qx_db/platform/file.h"
 #include "qx_db/record/verbs.h"
 
 namespace qx {
 namespace {
-
-std::int64_t NowMs() {
-  return std::chrono::duration_cast<std::chrono::milliseconds>(
-             std::chrono::system_clock::now().time_since_epoch())
-      .count();
-}
 
 /// Whether the step's removed records still name the neighbours that they had in the list.
 bool KnowsPlaces(const CQXDBSession& session, const Step& step) {

@@ -126,4 +126,10 @@ struct Triad {
   Vector3 ToGlobal(const Vector3& v) const { return v.x * x + v.y * y + v.z * z; }
 };
 
+/// Hands out the result of a computation: 1 and the axes, or 0 and nothing.
+inline int Give(bool done, const Triad& axes, double out[3][3]) {
+  if (done) axes.CopyTo(out);
+  return done;
+}
+
 }  // namespace qx

@@ -5,7 +5,7 @@
 namespace qx {
 namespace {
 
-constexpr std::size_t kLongestLine = 2048;
+constexpr std::size_t kLongestTableLine = 2048;
 /// Bounds the memory that a file of many short lines can take.
 constexpr std::size_t kMostCategories = 65536;
 
@@ -115,7 +115,7 @@ Outcome AppendRow(const MaterialRow& row, const std::string& file, std::string& 
     text += " | " + ShortestText(value);
   }
   text += '\n';
-  if (text.size() - start <= kLongestLine) return {};
+  if (text.size() - start <= kLongestTableLine) return {};
   return Failure{file, "\"" + row.name.ToUtf8() + "\"", "makes a line of over 2048 characters",
                  "give it a shorter name"};
 }
@@ -124,7 +124,8 @@ Outcome AppendRow(const MaterialRow& row, const std::string& file, std::string& 
 
 Result<MaterialCategories> ParseTextTable(std::string bytes, const std::string& file,
                                           const CodePage& page, const MaterialLint& lint) {
-  Result<TextLines> lines = TextLines::FromBytes(std::move(bytes), file, page, kLongestLine, lint);
+  Result<TextLines> lines =
+      TextLines::FromBytes(std::move(bytes), file, page, kLongestTableLine, lint);
   if (!lines) return lines.Error();
   return TableReader(*lines, lint).Read();
 }

@@ -50,7 +50,7 @@ LooseSides FindLooseSides(const DenseMesh& mesh, const SideKind& kind) {
 /// Tells which solids that share a face lie on the same side of it.
 class FaceSides {
  public:
-  explicit FaceSides(const DenseMesh& mesh) : mesh_(mesh), sides_(SidesByShapeOf(kFaces)) {}
+  explicit FaceSides(const DenseMesh& mesh) : mesh_(mesh), sides_(SidesByShapeOf(kSolidFaces)) {}
 
   bool AllOnOne(std::span<const DenseSide> group) const {
     const SideCorners face = CornersOf(group[0]);
@@ -103,7 +103,7 @@ class FaceSides {
 std::vector<DenseSide> OuterFaces(const DenseMesh& mesh) {
   SideMarks outer(mesh.ElementCount());
   const FaceSides sides(mesh);
-  MatchSides(mesh, kFaces, [&](std::span<const DenseSide> group) {
+  MatchSides(mesh, kSolidFaces, [&](std::span<const DenseSide> group) {
     if (group.size() > 1 && !sides.AllOnOne(group)) return;
     outer.Mark(*std::max_element(
         group.begin(), group.end(),
@@ -112,9 +112,9 @@ std::vector<DenseSide> OuterFaces(const DenseMesh& mesh) {
   return outer.InOrder();
 }
 
-LooseSides LooseFaces(const DenseMesh& mesh) { return FindLooseSides(mesh, kFaces); }
+LooseSides LooseFaces(const DenseMesh& mesh) { return FindLooseSides(mesh, kSolidFaces); }
 
-LooseSides LooseEdges(const DenseMesh& mesh) { return FindLooseSides(mesh, kEdges); }
+LooseSides LooseEdges(const DenseMesh& mesh) { return FindLooseSides(mesh, kShellEdges); }
 
 TArray<tagTElemSide> ToElemSides(const DenseMesh& mesh, std::span<const DenseSide> sides) {
   TArray<tagTElemSide> out;

@@ -25,7 +25,7 @@ bool WalksUp(const DenseMesh& mesh, const DenseSide& side) {
 
 std::vector<Neighbour> ShellNeighbours(const DenseMesh& mesh) {
   std::vector<Neighbour> neighbours;
-  MatchSides(mesh, kEdges, [&](std::span<const DenseSide> group) {
+  MatchSides(mesh, kShellEdges, [&](std::span<const DenseSide> group) {
     if (group.size() != 2 || group[0].element == group[1].element) return;
     const bool same = WalksUp(mesh, group[0]) == WalksUp(mesh, group[1]);
     neighbours.push_back({group[0].element, group[1].element, same});
@@ -62,7 +62,8 @@ ShellOrientation OrientShells(const DenseMesh& mesh) {
   std::vector<std::uint32_t> patch;
   ShellOrientation result;
   for (std::uint32_t seed = 0; seed < mesh.ElementCount(); ++seed) {
-    if (state[seed] != kUnmet || !kEdges.Has(mesh.Shape(seed)) || !mesh.IsUsable(seed)) continue;
+    if (state[seed] != kUnmet || !kShellEdges.Has(mesh.Shape(seed)) || !mesh.IsUsable(seed))
+      continue;
     ++result.patches;
     state[seed] = kAsIs;
     patch.assign(1, seed);

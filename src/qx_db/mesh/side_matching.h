@@ -49,8 +49,8 @@ struct SideKind {
 
   bool Has(CornerShape shape) const { return shape >= first && shape <= last; }
 };
-inline constexpr SideKind kFaces{CornerShape::kTetrahedron, CornerShape::kHexahedron, true};
-inline constexpr SideKind kEdges{CornerShape::kTriangle, CornerShape::kQuadrilateral, false};
+inline constexpr SideKind kSolidFaces{CornerShape::kTetrahedron, CornerShape::kHexahedron, true};
+inline constexpr SideKind kShellEdges{CornerShape::kTriangle, CornerShape::kQuadrilateral, false};
 
 /// Up to four node numbers, what is missing as the largest.
 using SideCorners = std::array<std::uint32_t, 4>;

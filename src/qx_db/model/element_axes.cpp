@@ -110,16 +110,6 @@ bool PlaneAxes(std::span<const Vector3> corners, Triad& axes) {
 
 // ---- elements -----------------------------------------------------------------------------------
 
-namespace {
-
-/// Hands out the result of a computation: 1 and the axes, or 0.
-int Give(bool done, const Triad& axes, double out[3][3]) {
-  if (done) axes.CopyTo(out);
-  return done;
-}
-
-}  // namespace
-
 bool DPoolElem::IsPositionOf(const tagTElem& element, int index, Vector3& p) const {
   const ITR node = element.nodes[index];
   if (!IsLive(node)) return false;

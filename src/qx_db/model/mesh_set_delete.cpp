@@ -11,7 +11,6 @@
 namespace qx {
 namespace {
 
-std::span<const ITR> Span(const TArray<ITR>& items) { return {items.data(), items.size()}; }
 std::vector<ITR> Vector(const std::list<ITR>& items) { return {items.begin(), items.end()}; }
 
 constexpr const char* kDeleteStep = "IDS_QX_TRANS_Delete_Mesh_Set";
@@ -28,7 +27,7 @@ int DPoolMset::TR_Del(const std::list<ITR>& sets) {
   return InStep(kDeleteStep, [&] { return Private_Del(sets); });
 }
 
-int DPoolMset::Private_Del(const TArray<ITR>& sets) { return Delete(Span(sets)); }
+int DPoolMset::Private_Del(const TArray<ITR>& sets) { return Delete(std::span<const ITR>(sets)); }
 int DPoolMset::Private_Del(const std::list<ITR>& sets) { return Delete(Vector(sets)); }
 
 int DPoolMset::TR_Del_All() {
@@ -72,13 +71,13 @@ DPoolMset::Orphans DPoolMset::FindOrphans(std::span<const ITR> sets, ITR emptied
   std::unordered_set<ITR> letting_go(sets.begin(), sets.end());
   if (emptied) letting_go.insert(emptied);
   for (const ITR set : letting_go) {
-    orphans.nodes.Add(Span(GetAtNU(set).nodes));
-    orphans.elements.Add(Span(GetAtNU(set).elements));
+    orphans.nodes.Add(std::span<const ITR>(GetAtNU(set).nodes));
+    orphans.elements.Add(std::span<const ITR>(GetAtNU(set).elements));
   }
   for (ITR pos = GetHeadPosition(); pos; Next(pos)) {
     if (letting_go.contains(pos)) continue;
-    orphans.nodes.Drop(Span(GetAtNU(pos).nodes));
-    orphans.elements.Drop(Span(GetAtNU(pos).elements));
+    orphans.nodes.Drop(std::span<const ITR>(GetAtNU(pos).nodes));
+    orphans.elements.Drop(std::span<const ITR>(GetAtNU(pos).elements));
   }
   return orphans;
 }
@@ -107,7 +106,7 @@ int DPoolMset::TR_Del_EmptyMset() {
   return InStep(kDeleteStep, [&] {
     TArray<ITR> all;
     Set().GetItrList(all);
-    return DeleteEmptyBelow(Span(all));
+    return DeleteEmptyBelow(std::span<const ITR>(all));
   });
 }
 

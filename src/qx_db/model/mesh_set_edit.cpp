@@ -11,8 +11,6 @@
 namespace qx {
 namespace {
 
-std::span<const ITR> Span(const TArray<ITR>& items) { return {items.data(), items.size()}; }
-
 bool AllLive(const TArray<ITR>& items) { return std::all_of(items.begin(), items.end(), IsLive); }
 
 /// A list of items in the making, each once.
@@ -35,13 +33,13 @@ class DistinctItems {
 /// The items of several lists, in order, each once, without those that are dead.
 TArray<ITR> United(const DPoolBase& pool, std::initializer_list<const TArray<ITR>*> lists) {
   DistinctItems united(pool);
-  for (const TArray<ITR>* list : lists) united.Append(Span(*list));
+  for (const TArray<ITR>* list : lists) united.Append(std::span<const ITR>(*list));
   return united.Take();
 }
 
 TArray<ITR> Without(const DPoolBase& pool, const TArray<ITR>& list, const TArray<ITR>& taken) {
   ItemMarks marks(pool);
-  marks.Add(Span(taken));
+  marks.Add(std::span<const ITR>(taken));
   TArray<ITR> rest;
   for (const ITR item : list) {
     if (!marks.Has(item)) rest.Add(item);
@@ -83,7 +81,8 @@ int DPoolMset::Private_Del_NodeElem(const ITR& set, const TArray<ITR>& nodes,
 // ---- merging ------------------------------------------------------------------------------------
 
 int DPoolMset::Merge(ITR into, const TArray<ITR>& others) {
-  return InStep("IDS_QX_TRANS_Merge_Mesh_Set", [&] { return MergeInto(into, Span(others)); });
+  return InStep("IDS_QX_TRANS_Merge_Mesh_Set",
+                [&] { return MergeInto(into, std::span<const ITR>(others)); });
 }
 
 int DPoolMset::Merge(ITR into, const std::list<ITR>& others) {
@@ -101,8 +100,8 @@ int DPoolMset::MergeInto(ITR into, std::span<const ITR> others) {
   DistinctItems elements(*GetSession()->GetDataPool(code::kElem));
   std::rotate(all.begin(), all.end() - 1, all.end());  // its own come first
   for (const ITR set : all) {
-    nodes.Append(Span(GetAtNU(set).nodes));
-    elements.Append(Span(GetAtNU(set).elements));
+    nodes.Append(std::span<const ITR>(GetAtNU(set).nodes));
+    elements.Append(std::span<const ITR>(GetAtNU(set).elements));
   }
   tagTMset merged = GetAtNU(into);
   merged.nodes = nodes.Take();
@@ -153,8 +152,8 @@ int DPoolMset::Rebuild(bool gather) {
   }
   ItemMarks free_nodes(nodes);
   ItemMarks free_elements(elements);
-  free_nodes.Add(Span(all_nodes));
-  free_elements.Add(Span(all_elements));
+  free_nodes.Add(std::span<const ITR>(all_nodes));
+  free_elements.Add(std::span<const ITR>(all_elements));
 
   const auto repair = [&](ITR pos, const TArray<ITR>& more_nodes,
                           const TArray<ITR>& more_elements) {
@@ -164,12 +163,12 @@ int DPoolMset::Rebuild(bool gather) {
     const auto nodes_of = [](ITR element) -> const TArray<ITR>& {
       return static_cast<const tagTElem*>(KeyedSetBase::RecordAt(element))->nodes;
     };
-    listed.Append(Span(set.nodes));
-    for (const ITR element : set.elements) listed.Append(Span(nodes_of(element)));
-    listed.Append(Span(more_nodes));
+    listed.Append(std::span<const ITR>(set.nodes));
+    for (const ITR element : set.elements) listed.Append(std::span<const ITR>(nodes_of(element)));
+    listed.Append(std::span<const ITR>(more_nodes));
     set.nodes = listed.Take();
-    free_nodes.Drop(Span(set.nodes));
-    free_elements.Drop(Span(set.elements));
+    free_nodes.Drop(std::span<const ITR>(set.nodes));
+    free_elements.Drop(std::span<const ITR>(set.elements));
     const bool same = set.nodes == GetAtNU(pos).nodes && set.elements == GetAtNU(pos).elements;
     return same || SetAtNU(pos, set);
   };

@@ -38,11 +38,6 @@ constexpr SpecialTypes kSpecialTypes[] = {
     {82, 83, Family::kFluidLine},      {84, 87, Family::kFluidPlane},
 };
 
-int Give(bool done, const Triad& axes, double out[3][3]) {
-  if (done) axes.CopyTo(out);
-  return done;
-}
-
 /// Turns x and y round when x points against a direction; the axes stay right-handed.
 void PointAlong(const Vector3& direction, Triad& axes) {
   if (!(Dot(axes.x, direction) < 0)) return;

@@ -9,7 +9,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 constexpr std::size_t kNever = std::numeric_limits<std::size_t>::max();
-constexpr std::size_t kLooks = 1000;  // at the clock, in one work
+constexpr std::size_t kLooksAtClock = 1000;  // at the clock, in one work
 
 thread_local WorkWatch* watch = nullptr;
 thread_local LongWork* innermost = nullptr;
@@ -39,7 +39,7 @@ bool LongWork::IsWatched() { return watch && watch->tell_; }
 LongWork::~LongWork() { innermost = outer_; }
 
 void LongWork::Look() {
-  look_ = IsWatched() ? done_ + std::max<std::size_t>(steps_ / kLooks, 1) : kNever;
+  look_ = IsWatched() ? done_ + std::max<std::size_t>(steps_ / kLooksAtClock, 1) : kNever;
   if (!IsWatched() || Clock::now() < watch->next_) return;
   double part = 0;
   for (const LongWork* work = this; work; work = work->outer_) {

@@ -6,7 +6,7 @@
 namespace qx {
 namespace {
 
-constexpr char32_t kReplacement = 0xFFFD;
+constexpr char32_t kReplacementCharacter = 0xFFFD;
 
 void AppendUtf8(std::string& out, char32_t c) {
   if (c < 0x80) {
@@ -75,7 +75,7 @@ std::string Utf8(std::u16string_view text) {
     if (c >= 0xD800 && c <= 0xDFFF) {
       const bool paired =
           c < 0xDC00 && i + 1 < text.size() && text[i + 1] >= 0xDC00 && text[i + 1] <= 0xDFFF;
-      c = paired ? 0x10000 + ((c - 0xD800) << 10) + (text[++i] - 0xDC00) : kReplacement;
+      c = paired ? 0x10000 + ((c - 0xD800) << 10) + (text[++i] - 0xDC00) : kReplacementCharacter;
     }
     AppendUtf8(out, c);
   }
@@ -90,7 +90,7 @@ std::u16string Utf16(std::string_view text, bool* valid) {
     char32_t c = 0;
     const bool good = NextUtf8(text, i, c);
     all = all && good;
-    AppendUtf16(out, good ? c : kReplacement);
+    AppendUtf16(out, good ? c : kReplacementCharacter);
   }
   if (valid) *valid = all;
   return out;
