@@ -23,6 +23,9 @@ void AddGateway(Command& app, Context& context);
 void AddVerify(Command& app, Context& context);
 void AddCheck(Command& app, Context& context);
 void AddFix(Command& app, Context& context);
+void AddTransform(Command& app, Context& context);
+/// `split`, `to-linear` and `to-quadratic`.
+void AddElementChanges(Command& app, Context& context);
 void AddRecords(Command& app, Context& context);
 void AddSets(Command& app, Context& context);
 void AddUnits(Command& app, Context& context);

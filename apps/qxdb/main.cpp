@@ -68,6 +68,8 @@ int main(int argc, char** argv) {
   AddVerify(app, context);
   AddCheck(app, context);
   AddFix(app, context);
+  AddTransform(app, context);
+  AddElementChanges(app, context);
   AddDiff(app, context);
   AddImportModel(app, context);
   AddPool(app, context);

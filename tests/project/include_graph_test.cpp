@@ -30,6 +30,7 @@ const std::vector<std::string> kLayers = {
     "src/qx_db/model",
     "src/qx_db/select",
     "src/qx_db/app",
+    "src/qx_db/shape",
     "src/qx_db/material",
     "src/qx_db/ui",
     "src/qx_db/net",

@@ -120,7 +120,7 @@ std::int32_t SideWhenTurned(std::int32_t type, int kind, std::int32_t side) {
   return side;
 }
 
-bool TurnElements(CQXDBSession& session, std::span<const ITR> elements) {
+bool TurnElements(CQXDBSession& session, std::span<const ITR> elements, bool were_reflected) {
   const CQXMeshUtil util(&session);
   for (const ITR element : elements) {
     if (!util.FlipElement(element)) return false;
@@ -132,7 +132,7 @@ bool TurnElements(CQXDBSession& session, std::span<const ITR> elements) {
     return tagTElemSide{side.element, SideWhenTurned(TypeOf(side.element), kind, side.side)};
   };
   return ChangeSides(session, renumbered) && SplitTurned<tagTE2DThick>(session, turned) &&
-         SplitTurned<tagTE2DOffset>(session, turned);
+         (were_reflected || SplitTurned<tagTE2DOffset>(session, turned));
 }
 
 }  // namespace qx

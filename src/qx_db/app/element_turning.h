@@ -25,8 +25,10 @@ QXDB_API std::span<const NodeExchange> FlipOf(std::int32_t type);
 QXDB_API std::int32_t SideWhenTurned(std::int32_t type, int kind, std::int32_t side);
 
 /// Turns elements over (CQXMeshUtil::FlipElement). What records tell of them stays where it is in
-/// space: side numbers in whatever record, thicknesses by corner and offsets of plates. Call it in
-/// a transaction; false when a pool refused a change.
-QXDB_API bool TurnElements(CQXDBSession& session, std::span<const ITR> elements);
+/// space: side numbers in whatever record, thicknesses by corner and offsets of plates. These
+/// offsets stay as they are for elements that were reflected: their upper side is where it was
+/// before both. Call it in a transaction; false when a pool refused a change.
+QXDB_API bool TurnElements(CQXDBSession& session, std::span<const ITR> elements,
+                           bool were_reflected = false);
 
 }  // namespace qx
