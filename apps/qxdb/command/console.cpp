@@ -241,6 +241,8 @@ std::string MidLine(std::string text) {
   return text;
 }
 
+void ForgetRefusals() { Listener().text.clear(); }
+
 void ListenForRefusals() { SetMessageSink(&Listener()); }
 
 const std::string& LastRefusal() { return Listener().text; }
@@ -267,13 +269,17 @@ void Context::Conclude(const Outcome& outcome) {
 }
 
 void Context::Tell(const Failure& failure) const {
+  told = true;
+  std::fflush(stdout);  // what was printed before stands before
   if (json) {
     JsonText error;
-    error.Begin().Begin("error").Text("file", failure.file).Text("place", failure.place);
+    error.Begin().Begin("error");
+    if (!place.empty()) error.Text("script", place);
+    error.Text("file", failure.file).Text("place", failure.place);
     error.Text("fault", failure.what).Text("remedy", failure.remedy).End().End();
     fmt::print(stderr, "{}\n", PlainJson(error.Result()));
   } else {
-    fmt::print(stderr, "qxdb: {}\n", failure.Line());
+    fmt::print(stderr, "qxdb: {}{}\n", place.empty() ? "" : OneLine(place) + ": ", failure.Line());
   }
 }
 

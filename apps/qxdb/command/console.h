@@ -94,6 +94,8 @@ std::string MidLine(std::string text);
 
 /// Keeps the last message that refused something, which says why better than a result of 0.
 void ListenForRefusals();
+/// For one more command.
+void ForgetRefusals();
 /// Its text as the middle of a line; "" when there was none.
 const std::string& LastRefusal();
 
@@ -126,6 +128,9 @@ struct Context {
   int threads = 0;  ///< to use; 0: one for each core
   int exit_code = kDone;
   std::vector<std::string> names_of_lines;  ///< arguments with line ends, to be shown without
+  bool is_shell = false;      ///< whether commands are typed without the program's name
+  std::string place;          ///< "build.qx:3", the line of a script that is run; else empty
+  mutable bool told = false;  ///< whether Tell was called
 
   /// Prints a command's result: its text, or its JSON when that was asked for. All that a command
   /// prints passes here or through Conclude, where what could drive a terminal is taken out of it;

@@ -148,7 +148,7 @@ void AddImportModel(Command& app, Context& context) {
       app, context, "import-model", "Bring records of another model into a model",
       "qxdb import-model wheel.qxm car.qxm --pool elem:1-500", run);
   command->Add("from", &asked->from, "Model file to take from").Model().Required();
-  command->Add("into", &asked->model, "Model file to bring into").Model().Required();
+  command->Add("into", &asked->model, "Model file to bring into").OpenModel().Required();
   command->Add("--pool", &asked->choices,
                "A pool, or some of its keys: node, elem:1-500; all pools without");
   command->Add("--only", &asked->only,

@@ -212,6 +212,7 @@ std::vector<std::string> FindProblems(const CQXDBSession& session, const ModelFi
 }
 
 Outcome Verify(Model& model, const LookOptions&, Context& context) {
+  if (Outcome read = model.Reread(); !read) return read;
   const ModelFileReport& report = model.report;
   auto problems = FindProblems(model.session, report);
   const Outcome straight = CheckCircles(model.session, ReferenceForm::kIterators, model.path);

@@ -287,7 +287,7 @@ void AddDiff(Command& app, Context& context) {
   const auto [command, options] =
       AddCommand<DiffOptions>(app, context, "diff", "Compare two models record by record",
                               "qxdb diff before.qxm after.qxm", Diff);
-  command->Add("first", &options->first, "Model file").Model().Required();
+  command->Add("first", &options->first, "Model file").OpenModel().Required();
   command->Add("second", &options->second, "Model file").Model().Required();
   command->Add("--most", &options->most, "Differences to print").ShowDefault();
 }
