@@ -79,6 +79,7 @@ void Declare(CLI::App& app, Command& command) {
   app.callback([&app, &command, parsers] {
     if (!app.get_subcommands().empty()) return;
     for (const auto& [option, parser] : parsers) option->is_given = parser->count() > 0;
+    const LongTask task(command.name);
     command.work();
   });
 }
@@ -112,6 +113,9 @@ int RunCommandLine(Command& program, Context& context, std::vector<std::string> 
     if (error.get_exit_code() == 0) return app.exit(error);  // help is no error
     context.json |= is_json;
     context.Conclude(MisuseOf(app, error, context.is_shell));
+  } catch (const Stopped&) {
+    context.exit_code = kRefused;
+    context.Tell({"", "", "was stopped; the model is as it was", "give the command again"});
   } catch (const std::bad_alloc&) {
     fmt::print(stderr, "qxdb: not enough memory; close other programs or split the model\n");
     return kRefused;

@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "qx_db/platform/long_work.h"
 #include "qx_db/platform/outcome.h"
 
 namespace qx::app {
@@ -58,17 +59,24 @@ std::string Short(double number);
 /// The state hash as people compare it.
 std::string HashText(std::uint64_t hash);
 
-/// A bar on stderr for work that takes over a second, when stderr is a terminal.
+/// A bar on stderr for work that takes over a second, when stderr is a terminal. Of bars within one
+/// another the innermost is shown. What is printed meanwhile takes its place.
 class ProgressBar {
  public:
-  explicit ProgressBar(std::string what) : what_(std::move(what)) {}
+  explicit ProgressBar(std::string what);
   ~ProgressBar();
+  ProgressBar(const ProgressBar&) = delete;
+  ProgressBar& operator=(const ProgressBar&) = delete;
+  /// With 1 and more the time that passed is shown instead of a part: the work has more to do than
+  /// it could say.
   void Show(double fraction);
+  /// Takes what is shown off the terminal.
+  static void Hide();
 
  private:
   std::string what_;
+  ProgressBar* outer_;
   std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
-  bool shown_ = false;
 };
 
 /// Ctrl-C while this lives: it is told here, and the command stops where it leaves nothing half
@@ -81,12 +89,28 @@ class Interrupt {
   Interrupt& operator=(const Interrupt&) = delete;
 
   bool IsAsked() const;
+  /// Whether one lives and is asked.
+  static bool IsAnyAsked();
   /// What was asked for so far is answered; listens for the next.
   void Renew();
 
  private:
   void (*before_)(int) = nullptr;
   bool is_outermost_;
+};
+
+/// Thrown out of work that Ctrl-C ends.
+struct Stopped {};
+
+/// A part of a command that may take long, told as a bar, while this lives; ends by Stopped when an
+/// Interrupt is asked.
+class LongTask {
+ public:
+  explicit LongTask(const std::string& what);
+
+ private:
+  ProgressBar bar_;
+  WorkWatch watch_;
 };
 
 /// A message's text as the middle of a line: without its capital and full stop.

@@ -50,7 +50,7 @@ Outcome Finish(Model& model, const ImportOptionsText& asked, const ImportReport&
   JsonText json;
   json.Begin().Text("model", asked.model).Bool("saved", !dry);
   const std::string text = DescribeImport(report, session, json);
-  Outcome stored = SaveWith(model.document, asked.key_map, report.KeyMapJson(session), dry);
+  Outcome stored = model.Save(dry, asked.key_map, report.KeyMapJson(session));
   if (!stored) return stored;
   context.Print(text + (dry ? "nothing was saved: a dry run\n" : ""), json.End());
   return {};

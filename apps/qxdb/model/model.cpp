@@ -45,12 +45,24 @@ Model::~Model() {
 }
 
 Outcome Model::Open() {
+  const LongTask task("Reading " + path);
   return own_ ? document.Open(FileOf(path), &report) : OpenModel::Current()->Open(report);
 }
 
 Outcome Model::OpenForEditing() {
+  const LongTask task("Reading " + path);
   if (!own_) OpenModel::Current()->ReadNextTime();
   return document.OpenForEditing(FileOf(path), {}, &report);
+}
+
+Outcome Model::SaveAs() {
+  const LongTask task("Writing " + path);
+  return document.SaveAs(FileOf(path));
+}
+
+Outcome Model::Save(bool dry_run, const std::string& map_file, const std::string& map) {
+  const LongTask task("Writing " + path);
+  return SaveWith(document, map_file, map, dry_run);
 }
 
 Outcome Model::Reread() {
@@ -117,7 +129,7 @@ Edit::~Edit() { model_.session.RemoveListener(&changes_); }
 
 Outcome Edit::Save(bool dry_run, const std::string& map_file, const std::string& map) {
   is_saved_ = !dry_run && !changes_.IsEmpty();
-  return SaveWith(model_.document, map_file, map, !is_saved_);
+  return model_.Save(!is_saved_, map_file, map);
 }
 
 std::string Edit::StateLine() const {

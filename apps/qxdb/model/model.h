@@ -33,7 +33,11 @@ struct Model {
   Outcome OpenForEditing();
   /// Reads the file, also where a shell has it open; for who looks at the file itself.
   Outcome Reread();
-  Outcome SaveAs() { return document.SaveAs(FileOf(path)); }
+  /// To `path`, whatever was opened before.
+  Outcome SaveAs();
+  /// Saves, but not in a dry run. A map of keys goes to a file beside it (SaveWith), in a dry run
+  /// too.
+  Outcome Save(bool dry_run = false, const std::string& map_file = {}, const std::string& map = {});
 
  private:
   explicit Model(std::string of, std::unique_ptr<CQXDocBase> own);
