@@ -46,6 +46,8 @@ void AddView(Command& app, Context& context);
 void AddPicture(Command& app, Context& context);
 /// `sql` and `dump`.
 void AddSql(Command& app, Context& context);
+/// `shell` and `run`.
+void AddShell(Command& app, Context& context);
 void AddManual(Command& app, Context& context);
 void AddComplete(Command& app, Context& context);
 
@@ -78,7 +80,7 @@ std::pair<Command*, Options*> AddModelCommand(Command& app, Context& context,
     return work(model, options, the_context);
   };
   auto [command, options] = AddCommand<Options>(app, context, name, what, example, on_model);
-  command->Add("model", &options->model, "Model file").Model().Required();
+  command->Add("model", &options->model, "Model file").OpenModel().Required();
   return {command, options};
 }
 

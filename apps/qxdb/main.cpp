@@ -30,8 +30,8 @@ namespace {
 /// `help COMMAND` for those who type it so.
 void AddHelp(Command& app, Context& context) {
   using Names = std::vector<std::string>;
-  const auto print = [&app](const Names& names, const Context&) -> Outcome {
-    const Result<std::string> help = HelpOf(app, names);
+  const auto print = [&app](const Names& names, const Context& to) -> Outcome {
+    const Result<std::string> help = HelpOf(app, names, to.is_shell);
     if (help) fmt::print("{}", *help);
     return help.AsOutcome();
   };
@@ -88,11 +88,12 @@ int main(int argc, char** argv) {
   AddView(app, context);
   AddPicture(app, context);
   AddSql(app, context);
+  AddShell(app, context);
   AddManual(app, context);
   AddComplete(app, context);
   AddHelp(app, context);
   for (int i = 1; i < argc; ++i) {
     if (std::strchr(argv[i], '\n')) context.names_of_lines.emplace_back(argv[i]);
   }
-  return RunCommandLine(app, context, argc, argv);
+  return RunCommandLine(app, context, {argv + 1, argv + argc});
 }

@@ -1,14 +1,11 @@
 // qxdb sql, qxdb dump, the extension for other programs, and the worked questions of docs/sql.md.
 
-#include <csignal>
 #include <cstdlib>
 #include <filesystem>
-#include <poll.h>
-#include <pty.h>
 #include <sstream>
-#include <unistd.h>
 
 #include "tests/cli/cli_fixture.h"
+#include "tests/cli/terminal.h"
 
 #ifdef QX_HAS_SQL
 
@@ -151,62 +148,8 @@ TEST_F(SqlCommand, MakesTablesThatLastForTheCallOrInAFile) {
 
 #ifdef QX_HAS_LIBEDIT
 
-/// qxdb at a terminal, as someone who types sees it.
-class Terminal {
- public:
-  Terminal(const std::string& folder, const char* model) {
-    child_ = forkpty(&terminal_, nullptr, nullptr, nullptr);
-    if (child_ != 0) return;
-    setenv("TERM", "xterm", 1);
-    if (chdir(folder.c_str()) == 0) execl(QX_QXDB, "qxdb", "sql", model, nullptr);
-    _exit(127);
-  }
-  ~Terminal() {
-    close(terminal_);
-    if (child_ > 0) kill(child_, SIGKILL);
-    if (child_ > 0) waitpid(child_, nullptr, 0);
-  }
-  Terminal(const Terminal&) = delete;
-  Terminal& operator=(const Terminal&) = delete;
-
-  void Type(const std::string& keys) const {
-    EXPECT_EQ(write(terminal_, keys.data(), keys.size()), static_cast<ssize_t>(keys.size()));
-  }
-  /// Reads on until the text is shown, from behind what was awaited before; what was shown instead
-  /// when nothing more comes.
-  std::string Await(const std::string& text) {
-    constexpr int kPatience_ms = 20000;
-    std::size_t at = 0;
-    for (pollfd ready{terminal_, POLLIN, 0}; (at = shown_.find(text)) == std::string::npos;) {
-      char part[4096];
-      const ssize_t got =
-          poll(&ready, 1, kPatience_ms) > 0 ? read(terminal_, part, sizeof(part)) : 0;
-      if (got <= 0) return "no \"" + text + "\" in: " + shown_;
-      shown_.append(part, static_cast<std::size_t>(got));
-    }
-    shown_.erase(0, at + text.size());
-    return "";
-  }
-  /// The exit code of the program, which is about to leave.
-  int Code() {
-    int status = 0;
-    waitpid(child_, &status, 0);
-    child_ = 0;
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  }
-
- private:
-  int terminal_ = -1;
-  pid_t child_ = -1;
-  std::string shown_;  // and not yet awaited
-};
-
 TEST_F(SqlCommand, ThePromptEditsCompletesRemembersAndGoesOn) {
-  Terminal terminal(folder_.Path().string(), "m.qxm");
-  struct Said {
-    const char* typed;
-    const char* shows;
-  };
+  Terminal terminal(folder_.Path().string(), {"sql", "m.qxm"});
   const Said said[] = {
       {"", "m.qxm; .help tells more, .quit leaves\r\nqxdb> "},
       {"SEL\t", "ECT "},                      // a word
@@ -236,10 +179,7 @@ TEST_F(SqlCommand, ThePromptEditsCompletesRemembersAndGoesOn) {
       {"SELECT 'still' || ' here';\r", "still here\r\nqxdb> "},
       {".quit\r", "\r\n"},
   };
-  for (const Said& one : said) {
-    terminal.Type(one.typed);
-    ASSERT_EQ(terminal.Await(one.shows), "") << one.typed;
-  }
+  ASSERT_EQ(terminal.Talk(said), "");
   EXPECT_EQ(terminal.Code(), 0);
 }
 

@@ -11,22 +11,10 @@
 #include "apps/qxdb/command/manual.h"
 #include "apps/qxdb/command/output.h"
 #include "apps/qxdb/commands.h"
-#include "apps/qxdb/model/model.h"
-#include "apps/qxdb/model/selection.h"
+#include "apps/qxdb/model/names.h"
 
 namespace qx::app {
 namespace {
-
-std::vector<std::string> NamesOf(ValueKind kind) {
-  if (kind == ValueKind::kSelection) return ConditionWords();
-  const CQXDocBase document(host::SetUpModel);
-  std::vector<std::string> names;
-  for (const DPoolBase* pool : document.GetDBSession()->Pools()) {
-    names.push_back(PoolLabel(*pool));
-    if (kind == ValueKind::kRecord) names.push_back(pool->GetSchema().Name());
-  }
-  return names;
-}
 
 struct ManualOptions {
   std::vector<std::string> command;

@@ -18,6 +18,11 @@ Option& Command::Add(std::string its_name, Option::Target target, std::string it
   option.name = std::move(its_name);
   option.target = target;
   option.what = std::move(its_what);
+  option.reset = std::visit(
+      [](auto* value) -> std::function<void()> {
+        return [value, before = *value] { *value = before; };
+      },
+      target);
   return option;
 }
 
@@ -27,9 +32,20 @@ void Command::AtMostOne(std::string heading, std::string explained, std::vector<
 
 void Command::ExactlyOne(Option& first, Option& second) { choices.emplace_back(&first, &second); }
 
+void Command::Reset(const std::string& model) {
+  for (Option& option : options) {
+    option.reset();
+    if (!option.is_open_model) continue;
+    option.is_typed = model.empty();
+    if (!model.empty()) *std::get<std::string*>(option.target) = model;
+  }
+  for (Command& each : commands) each.Reset(model);
+}
+
 Command* Command::Find(const std::string& command) {
-  const auto found = std::find_if(commands.begin(), commands.end(),
-                                  [&](const Command& each) { return each.name == command; });
+  const auto found = std::find_if(commands.begin(), commands.end(), [&](const Command& each) {
+    return each.name == command && !each.is_hidden;
+  });
   return found == commands.end() ? nullptr : &*found;
 }
 

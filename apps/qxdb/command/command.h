@@ -21,6 +21,7 @@ enum class ValueKind {
   kPool,       ///< a pool by its table name
   kKeys,       ///< keys of records
   kRecord,     ///< a record type or a pool
+  kSet,        ///< a mesh set of the model by its name
   kSelection,  ///< a selection of nodes, elements or faces
   kCommand     ///< a command of this program
 };
@@ -60,6 +61,7 @@ class Option {
   Option& Pool() { return kind = ValueKind::kPool, *this; }
   Option& Keys() { return kind = ValueKind::kKeys, *this; }
   Option& Record() { return kind = ValueKind::kRecord, *this; }
+  Option& Set() { return kind = ValueKind::kSet, *this; }
   Option& Selection() { return kind = ValueKind::kSelection, *this; }
   Option& CommandName() { return kind = ValueKind::kCommand, *this; }
   /// A file with such an extension (".msh"); with any when none is named.
@@ -67,6 +69,8 @@ class Option {
     return kind = ValueKind::kFile, extensions = std::move(with), *this;
   }
   Option& Model() { return File({".qxm"}); }
+  /// The model that the command works on: in a shell the one that is open, and not typed.
+  Option& OpenModel() { return is_open_model = true, Model(); }
 
   bool IsFlag() const { return std::holds_alternative<bool*>(target); }
   bool IsArgument() const { return name[0] != '-'; }
@@ -87,6 +91,9 @@ class Option {
   bool is_one_at_a_time = false;
   bool splits_at_commas = false;
   bool is_given = false;  ///< known when the command's work begins
+  bool is_open_model = false;
+  bool is_typed = true;         ///< not the open model's name in a shell
+  std::function<void()> reset;  ///< gives the target the value back that it was declared with
 };
 
 /// A command, or a group of commands below it.
@@ -110,6 +117,11 @@ class Command {
   /// The command below this one with that name, or null.
   Command* Find(const std::string& command);
 
+  /// For one more command line: every target, of the commands below too, has the value that it was
+  /// declared with. Where `model` is not empty, it is the model of all commands that work on one,
+  /// and is not typed.
+  void Reset(const std::string& model);
+
   struct Group {
     std::string heading;
     std::string what;
@@ -124,6 +136,7 @@ class Command {
   std::vector<Group> groups;
   std::vector<std::pair<Option*, Option*>> choices;  ///< of ExactlyOne
   std::list<Command> commands;
+  bool is_hidden = false;  ///< neither known nor listed
   /// Nothing for a group that needs one of its commands; what it does when it is given alone.
   std::function<void()> work;
 };

@@ -59,6 +59,7 @@ void Declare(CLI::App& app, Command& command) {
   }
   Parsers parsers;
   for (Option& option : command.options) {
+    if (!option.is_typed) continue;
     const auto in_group = place.find(&option);
     parsers[&option] = AddOption(in_group == place.end() ? app : *in_group->second, option);
   }
@@ -67,6 +68,7 @@ void Declare(CLI::App& app, Command& command) {
   }
   for (const auto& [first, second] : command.choices) parsers[first]->excludes(parsers[second]);
   for (Command& each : command.commands) {
+    if (each.is_hidden) continue;
     Declare(*app.add_subcommand(each.name, each.what), each);
   }
   if (!command.commands.empty()) app.require_subcommand(command.work ? 0 : 1, 1);
@@ -77,12 +79,13 @@ void Declare(CLI::App& app, Command& command) {
   app.callback([&app, &command, parsers] {
     if (!app.get_subcommands().empty()) return;
     for (const auto& [option, parser] : parsers) option->is_given = parser->count() > 0;
+    const LongTask task(command.name);
     command.work();
   });
 }
 
 /// What a parser found wrong, with the command it was given to.
-Failure MisuseOf(const CLI::App& app, const CLI::ParseError& error) {
+Failure MisuseOf(const CLI::App& app, const CLI::ParseError& error, bool is_shell) {
   std::string commands;
   for (const CLI::App* command = &app; !command->get_subcommands().empty();) {
     command = command->get_subcommands().front();
@@ -91,23 +94,28 @@ Failure MisuseOf(const CLI::App& app, const CLI::ParseError& error) {
   const std::vector<std::string> rest = app.remaining(true);
   const bool is_unknown = commands.empty() && !rest.empty();
   return {"", commands, is_unknown ? "\"" + rest[0] + "\" is no command" : MidLine(error.what()),
-          "see: qxdb " + commands + (commands.empty() ? "--help" : " --help")};
+          is_shell ? "see: help" + (commands.empty() ? "" : " " + commands)
+                   : "see: qxdb " + commands + (commands.empty() ? "--help" : " --help")};
 }
 
 }  // namespace
 
-int RunCommandLine(Command& program, Context& context, int argc, char** argv) {
+int RunCommandLine(Command& program, Context& context, std::vector<std::string> words) {
   CLI::App app(program.what, program.name);
   app.set_version_flag("--version", program.name + " " QX_VERSION);
   Declare(app, program);
   app.parse_complete_callback([&] { SetWorkThreads(static_cast<unsigned>(context.threads)); });
+  const bool is_json = std::find(words.begin(), words.end(), "--json") != words.end();
   try {
-    app.parse(argc, argv);
+    std::reverse(words.begin(), words.end());  // as the parser takes them
+    app.parse(std::move(words));
   } catch (const CLI::ParseError& error) {
     if (error.get_exit_code() == 0) return app.exit(error);  // help is no error
-    const auto is_json = [](std::string_view argument) { return argument == "--json"; };
-    context.json = std::any_of(argv + 1, argv + argc, is_json);
-    context.Conclude(MisuseOf(app, error));
+    context.json |= is_json;
+    context.Conclude(MisuseOf(app, error, context.is_shell));
+  } catch (const Stopped&) {
+    context.exit_code = kRefused;
+    context.Tell({"", "", "was stopped; the model is as it was", "give the command again"});
   } catch (const std::bad_alloc&) {
     fmt::print(stderr, "qxdb: not enough memory; close other programs or split the model\n");
     return kRefused;
@@ -115,16 +123,21 @@ int RunCommandLine(Command& program, Context& context, int argc, char** argv) {
   return context.exit_code;
 }
 
-Result<std::string> HelpOf(Command& program, const std::vector<std::string>& names) {
+Result<std::string> HelpOf(Command& program, const std::vector<std::string>& names, bool is_shell) {
   std::string path = program.name;
   Command* command = &program;
+  if (is_shell) path.clear();
   for (const std::string& name : names) {
     command = command->Find(name);
-    if (!command) return Failure{"", name, "is no command", "see: " + path + " --help"};
-    path += " " + name;
+    if (!command) {
+      return Failure{
+          "", name, "is no command",
+          is_shell ? "see: help" + (path.empty() ? "" : " " + path) : "see: " + path + " --help"};
+    }
+    path += (path.empty() ? "" : " ") + name;
   }
   CLI::App app(command->what, command->name);
-  if (command == &program) app.set_version_flag("--version", "");
+  if (command == &program && !is_shell) app.set_version_flag("--version", "");
   Declare(app, *command);
   return app.get_formatter()->make_help(&app, path, CLI::AppFormatMode::Normal);
 }

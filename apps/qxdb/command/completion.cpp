@@ -17,6 +17,7 @@ class Place {
 
   Suggestions Suggest(const std::string& begun, const NamesOfKind& names) const {
     Suggestions found;
+    begun_ = &begun;
     const std::size_t equals = begun.find('=');
     if (begun.starts_with("--") && equals != std::string::npos) {
       const Option* option = FindOption(begun.substr(0, equals));
@@ -29,7 +30,7 @@ class Place {
       if (open_) AddValues(*open_, names, "", found);
       if (arguments_.empty()) {
         for (const Command& each : command_->commands) {
-          found.words.push_back({each.name, each.what});
+          if (!each.is_hidden) found.words.push_back({each.name, each.what});
         }
       }
       if (const Option* argument = NextArgument()) AddValues(*argument, names, "", found);
@@ -71,7 +72,10 @@ class Place {
         return;
       }
     }
-    if (const Option* argument = NextArgument()) given_.push_back(argument);
+    if (const Option* argument = NextArgument()) {
+      given_.push_back(argument);
+      if (argument->is_open_model) model_ = word;
+    }
     arguments_.push_back(word);
   }
 
@@ -87,7 +91,7 @@ class Place {
     std::size_t at = 0;
     const Option* last = nullptr;
     for (const Option& option : command_->options) {
-      if (!option.IsArgument()) continue;
+      if (!option.IsArgument() || !option.is_typed) continue;
       last = &option;
       if (at++ == arguments_.size()) return last;
     }
@@ -147,12 +151,27 @@ class Place {
         break;
       case ValueKind::kPool:
       case ValueKind::kRecord:
+      case ValueKind::kSet:
+        for (const std::string& name : names(option.kind, model_)) add(name);
+        break;
       case ValueKind::kSelection:
-        for (const std::string& name : names(option.kind)) add(name);
+        AddSelection(names, before, found);
         break;
       case ValueKind::kCommand:
         AddCommands(found);
         break;
+    }
+  }
+
+  /// The last word of a selection: a condition, or behind "set" the name of one.
+  void AddSelection(const NamesOfKind& names, const std::string& before, Suggestions& found) const {
+    const std::string text = begun_->substr(std::min(before.size(), begun_->size()));
+    const std::size_t cut = text.find_last_of(" (");
+    const std::string head = cut == std::string::npos ? "" : text.substr(0, cut + 1);
+    const bool is_set = head == "set " || head.ends_with(" set ") || head.ends_with("(set ");
+    for (const std::string& name :
+         names(is_set ? ValueKind::kSet : ValueKind::kSelection, model_)) {
+      found.words.push_back({before + head + name, ""});
     }
   }
 
@@ -163,7 +182,9 @@ class Place {
       if (command) command = command->Find(name);
     }
     if (!command) return;
-    for (const Command& each : command->commands) found.words.push_back({each.name, each.what});
+    for (const Command& each : command->commands) {
+      if (!each.is_hidden) found.words.push_back({each.name, each.what});
+    }
   }
 
   Command* program_;
@@ -172,6 +193,8 @@ class Place {
   std::vector<const Option*> given_;
   const Option* open_ = nullptr;  ///< the option whose values the next words are
   int values_ = 0;                ///< how many of them there are
+  std::string model_;             ///< the argument of the model that the command works on
+  mutable const std::string* begun_ = nullptr;  ///< the word that is suggested for
 };
 
 }  // namespace

@@ -25,8 +25,8 @@ struct Suggestions {
   std::string Text() const;
 };
 
-/// The names there are of pools or of records.
-using NamesOfKind = std::function<std::vector<std::string>(ValueKind)>;
+/// The names there are of pools, of records, of sets in the model at a path.
+using NamesOfKind = std::function<std::vector<std::string>(ValueKind, const std::string& model)>;
 
 /// Suggests for the last of the words after the program's name, which may be empty or begun. Knows
 /// which options and arguments stand already, which exclude each other, and how many values each

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <fmt/format.h>
 #include <unistd.h>
+#include <utility>
 
 #include "qx_db/lib/message.h"
 #include "qx_db/platform/plain_text.h"
@@ -146,19 +147,47 @@ std::string Short(double number) { return fmt::format("{:.6g}", number); }
 
 std::string HashText(std::uint64_t hash) { return fmt::format("{:016x}", hash); }
 
+namespace {
+
+ProgressBar* t_innermost = nullptr;
+bool t_is_shown = false;
+
+}  // namespace
+
+ProgressBar::ProgressBar(std::string what)
+    : what_(std::move(what)), outer_(std::exchange(t_innermost, this)) {}
+
 ProgressBar::~ProgressBar() {
-  if (shown_) std::fputs("\r\033[K", stderr);
+  Hide();
+  t_innermost = outer_;
+}
+
+void ProgressBar::Hide() {
+  if (std::exchange(t_is_shown, false)) std::fputs("\r\033[K", stderr);
 }
 
 void ProgressBar::Show(double fraction) {
-  if (!isatty(STDERR_FILENO)) return;
-  if (std::chrono::steady_clock::now() - start_ < std::chrono::seconds(1)) return;
-  shown_ = true;
-  const int filled = static_cast<int>(30 * std::clamp(fraction, 0.0, 1.0));
-  fmt::print(stderr, "\r{} [{:<30}] {:3.0f} %", OneLine(what_),
-             std::string(static_cast<std::size_t>(filled), '#'), 100 * fraction);
+  using std::chrono::seconds;
+  if (t_innermost != this || !isatty(STDERR_FILENO)) return;
+  const auto passed = std::chrono::steady_clock::now() - start_;
+  if (passed < seconds(1)) return;
+  t_is_shown = true;
+  if (fraction < 1) {
+    const int filled = static_cast<int>(30 * std::max(fraction, 0.0));
+    fmt::print(stderr, "\r{} [{:<30}] {:3.0f} %\033[K", OneLine(what_),
+               std::string(static_cast<std::size_t>(filled), '#'), 100 * fraction);
+  } else {
+    fmt::print(stderr, "\r{}: {} s\033[K", OneLine(what_),
+               std::chrono::duration_cast<seconds>(passed).count());
+  }
   std::fflush(stderr);
 }
+
+LongTask::LongTask(const std::string& what)
+    : bar_(what), watch_([this](double part) {
+        if (Interrupt::IsAnyAsked()) throw Stopped{};
+        bar_.Show(part);
+      }) {}
 
 namespace {
 
@@ -186,6 +215,8 @@ Interrupt::~Interrupt() {
   is_listening = false;
 }
 
+bool Interrupt::IsAnyAsked() { return is_listening && interrupted != 0; }
+
 bool Interrupt::IsAsked() const { return interrupted != 0; }
 
 void Interrupt::Renew() {
@@ -205,6 +236,7 @@ void Context::Print(const std::string& text, const JsonText& json_text) const {
     }
     out = PlainLines(out);
   }
+  ProgressBar::Hide();
   std::fwrite(out.data(), 1, out.size(), stdout);
   if (!out.empty() && out.back() != '\n') std::fputc('\n', stdout);
 }
@@ -241,6 +273,8 @@ std::string MidLine(std::string text) {
   return text;
 }
 
+void ForgetRefusals() { Listener().text.clear(); }
+
 void ListenForRefusals() { SetMessageSink(&Listener()); }
 
 const std::string& LastRefusal() { return Listener().text; }
@@ -267,13 +301,18 @@ void Context::Conclude(const Outcome& outcome) {
 }
 
 void Context::Tell(const Failure& failure) const {
+  told = true;
+  ProgressBar::Hide();
+  std::fflush(stdout);  // what was printed before stands before
   if (json) {
     JsonText error;
-    error.Begin().Begin("error").Text("file", failure.file).Text("place", failure.place);
+    error.Begin().Begin("error");
+    if (!place.empty()) error.Text("script", place);
+    error.Text("file", failure.file).Text("place", failure.place);
     error.Text("fault", failure.what).Text("remedy", failure.remedy).End().End();
     fmt::print(stderr, "{}\n", PlainJson(error.Result()));
   } else {
-    fmt::print(stderr, "qxdb: {}\n", failure.Line());
+    fmt::print(stderr, "qxdb: {}{}\n", place.empty() ? "" : OneLine(place) + ": ", failure.Line());
   }
 }
 

@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "qx_db/platform/long_work.h"
 #include "qx_db/platform/outcome.h"
 
 namespace qx::app {
@@ -58,17 +59,24 @@ std::string Short(double number);
 /// The state hash as people compare it.
 std::string HashText(std::uint64_t hash);
 
-/// A bar on stderr for work that takes over a second, when stderr is a terminal.
+/// A bar on stderr for work that takes over a second, when stderr is a terminal. Of bars within one
+/// another the innermost is shown. What is printed meanwhile takes its place.
 class ProgressBar {
  public:
-  explicit ProgressBar(std::string what) : what_(std::move(what)) {}
+  explicit ProgressBar(std::string what);
   ~ProgressBar();
+  ProgressBar(const ProgressBar&) = delete;
+  ProgressBar& operator=(const ProgressBar&) = delete;
+  /// With 1 and more the time that passed is shown instead of a part: the work has more to do than
+  /// it could say.
   void Show(double fraction);
+  /// Takes what is shown off the terminal.
+  static void Hide();
 
  private:
   std::string what_;
+  ProgressBar* outer_;
   std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
-  bool shown_ = false;
 };
 
 /// Ctrl-C while this lives: it is told here, and the command stops where it leaves nothing half
@@ -81,6 +89,8 @@ class Interrupt {
   Interrupt& operator=(const Interrupt&) = delete;
 
   bool IsAsked() const;
+  /// Whether one lives and is asked.
+  static bool IsAnyAsked();
   /// What was asked for so far is answered; listens for the next.
   void Renew();
 
@@ -89,11 +99,27 @@ class Interrupt {
   bool is_outermost_;
 };
 
+/// Thrown out of work that Ctrl-C ends.
+struct Stopped {};
+
+/// A part of a command that may take long, told as a bar, while this lives; ends by Stopped when an
+/// Interrupt is asked.
+class LongTask {
+ public:
+  explicit LongTask(const std::string& what);
+
+ private:
+  ProgressBar bar_;
+  WorkWatch watch_;
+};
+
 /// A message's text as the middle of a line: without its capital and full stop.
 std::string MidLine(std::string text);
 
 /// Keeps the last message that refused something, which says why better than a result of 0.
 void ListenForRefusals();
+/// For one more command.
+void ForgetRefusals();
 /// Its text as the middle of a line; "" when there was none.
 const std::string& LastRefusal();
 
@@ -126,6 +152,9 @@ struct Context {
   int threads = 0;  ///< to use; 0: one for each core
   int exit_code = kDone;
   std::vector<std::string> names_of_lines;  ///< arguments with line ends, to be shown without
+  bool is_shell = false;      ///< whether commands are typed without the program's name
+  std::string place;          ///< "build.qx:3", the line of a script that is run; else empty
+  mutable bool told = false;  ///< whether Tell was called
 
   /// Prints a command's result: its text, or its JSON when that was asked for. All that a command
   /// prints passes here or through Conclude, where what could drive a terminal is taken out of it;

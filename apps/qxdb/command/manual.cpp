@@ -48,6 +48,8 @@ std::string ValueName(const Option& option) {
       return "KEYS";
     case ValueKind::kRecord:
       return "RECORD";
+    case ValueKind::kSet:
+      return "SET";
     case ValueKind::kSelection:
       return "SELECTION";
     case ValueKind::kCommand:

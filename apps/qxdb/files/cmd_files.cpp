@@ -165,7 +165,7 @@ Outcome Import(const ImportOptions& options, const Context& context) {
   if (!told) return told;
   if (!read) return ToldOf(losses, read, context);
   if (is_new) session.ForgetHistory();  // a new model starts with what it holds
-  if (Outcome saved = model.document.SaveAs(options.model); !saved) return saved;
+  if (Outcome saved = model.SaveAs(); !saved) return saved;
 
   std::string text = options.file + " -> " + options.model + ":";
   JsonText json;
@@ -330,7 +330,7 @@ void AddImport(Command& app, Context& context) {
   command->Add("file", &options->file, "File to read: " + Joined(extensions))
       .File(extensions)
       .Required();
-  command->Add("model", &options->model, "Model file to write").Model().Required();
+  command->Add("model", &options->model, "Model file to write").OpenModel().Required();
   AddTarget(*command, options->target);
   command->Add(
       "--units", &options->units,

@@ -97,7 +97,7 @@ Outcome Geom(const GeomOptions& options, const Context& context) {
   const auto keys = AddCadGeometry(session, **cad, FileName(options.cad));
   if (!keys) return keys.AsOutcome();
   if (!options.model.empty()) {
-    if (Outcome saved = model.document.SaveAs(options.model); !saved) return saved;
+    if (Outcome saved = model.SaveAs(); !saved) return saved;
   }
   std::string text;
   JsonText json;
@@ -120,7 +120,7 @@ void AddGeom(Command& app, Context& context) {
   command->Add("file", &options->cad, "CAD file: STEP, IGES or BREP")
       .File(kCadExtensions)
       .Required();
-  command->Add("model", &options->model, "Model file to write").Model();
+  command->Add("model", &options->model, "Model file to write").OpenModel();
   AddTarget(*command, options->target);
 }
 

@@ -50,7 +50,7 @@ Outcome Finish(Model& model, const ImportOptionsText& asked, const ImportReport&
   JsonText json;
   json.Begin().Text("model", asked.model).Bool("saved", !dry);
   const std::string text = DescribeImport(report, session, json);
-  Outcome stored = SaveWith(model.document, asked.key_map, report.KeyMapJson(session), dry);
+  Outcome stored = model.Save(dry, asked.key_map, report.KeyMapJson(session));
   if (!stored) return stored;
   context.Print(text + (dry ? "nothing was saved: a dry run\n" : ""), json.End());
   return {};
@@ -148,7 +148,7 @@ void AddImportModel(Command& app, Context& context) {
       app, context, "import-model", "Bring records of another model into a model",
       "qxdb import-model wheel.qxm car.qxm --pool elem:1-500", run);
   command->Add("from", &asked->from, "Model file to take from").Model().Required();
-  command->Add("into", &asked->model, "Model file to bring into").Model().Required();
+  command->Add("into", &asked->model, "Model file to bring into").OpenModel().Required();
   command->Add("--pool", &asked->choices,
                "A pool, or some of its keys: node, elem:1-500; all pools without");
   command->Add("--only", &asked->only,

@@ -561,7 +561,7 @@ void AddMaterial(Command& app, Context& context) {
                "Code page of what is written; else that of what is read");
   convert->Add("--units", &convert_options->units,
                "The same, for a .gdbp file; other forms have units of their own");
-  import->Add("model", &import_options->model, "Model file").Model().Required();
+  import->Add("model", &import_options->model, "Model file").OpenModel().Required();
   Option& names = import->Add("names", &import_options->names, "Names of materials");
   Option& all = import->Add("--all", &import_options->all, "All materials of the library");
   import->ExactlyOne(names, all);

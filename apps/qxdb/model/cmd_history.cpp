@@ -81,6 +81,7 @@ void WriteStep(JsonText& json, const Step& step) {
 }
 
 Outcome Log(Model& model, const HistoryOptions& options, const Context& context) {
+  if (Outcome read = model.Reread(); !read) return read;
   const ModelFileReport& report = model.report;
   const CQXDBSession& session = model.session;
   const std::size_t done = session.History().Done().size();
@@ -264,7 +265,7 @@ void AddHistory(Command& app, Context& context) {
   // Those that go back and forth in the file open it for that.
   const auto add = [&](const char* name, const char* what, const char* example, auto work) {
     auto added = AddCommand<HistoryOptions>(app, context, name, what, example, work);
-    added.first->Add("model", &added.second->model, "Model file").Model().Required();
+    added.first->Add("model", &added.second->model, "Model file").OpenModel().Required();
     return added;
   };
   for (const bool undo : {true, false}) {

@@ -14,6 +14,7 @@
 #include "qx_db/record/element_types.h"
 
 #include "apps/qxdb/commands.h"
+#include "apps/qxdb/model/info_text.h"
 #include "apps/qxdb/model/selection.h"
 #include "apps/qxdb/model/where.h"
 
@@ -120,6 +121,7 @@ Outcome Info(Model& model, const LookOptions&, const Context& context) {
   json.Integer("revision", report.revision);
   InfoMesh(session, text, json);
   InfoSets(session, text, json);
+  InfoRest(model, text, json);
   text += "units     ";
   json.Begin("units");
   for (int b = 0; b < kUnitBaseCount; ++b) {
@@ -212,6 +214,7 @@ std::vector<std::string> FindProblems(const CQXDBSession& session, const ModelFi
 }
 
 Outcome Verify(Model& model, const LookOptions&, Context& context) {
+  if (Outcome read = model.Reread(); !read) return read;
   const ModelFileReport& report = model.report;
   auto problems = FindProblems(model.session, report);
   const Outcome straight = CheckCircles(model.session, ReferenceForm::kIterators, model.path);

@@ -1,8 +1,7 @@
-// What the model database holds, in words: records, units; and what distinguishes two models.
+// What the model database holds, in words: records, units.
 
 #include <fmt/format.h>
 
-#include "qx_db/core/model_diff.h"
 #include "qx_db/platform/text.h"
 #include "qx_db/qx_db.h"
 #include "qx_db/record/describe.h"
@@ -209,61 +208,6 @@ Outcome ListUnits(const Context& context) {
   return {};
 }
 
-// ---- diff ---------------------------------------------------------------------------------------
-
-struct DiffOptions {
-  std::string first;
-  std::string second;
-  std::size_t most = 100;
-};
-
-std::string DifferenceText(const RecordDifference& difference, const DiffOptions& options) {
-  switch (difference.kind) {
-    case RecordDifference::Kind::kOnlyInFirst:
-      return "only in " + options.first;
-    case RecordDifference::Kind::kOnlyInSecond:
-      return "only in " + options.second;
-    case RecordDifference::Kind::kOrder:
-      return "same records in another order";
-    case RecordDifference::Kind::kChanged:
-      break;
-  }
-  std::string text;
-  for (const Row* row : difference.members) text += (text.empty() ? "" : " ") + Utf8(row->name);
-  return text;
-}
-
-Outcome Diff(const DiffOptions& options, Context& context) {
-  Model first(options.first), second(options.second);
-  for (Model* model : {&first, &second}) {
-    if (Outcome opened = model->Open(); !opened) return opened;
-  }
-  const CQXDBSession& session = first.session;
-  const auto differences = DiffModels(session, second.session);
-  Table table({"pool", ">key", "difference"});
-  JsonText json;
-  json.Begin().Integer("differences", static_cast<std::int64_t>(differences.size()));
-  json.BeginArray("list");
-  for (std::size_t i = 0; i < std::min(differences.size(), options.most); ++i) {
-    const RecordDifference& d = differences[i];
-    const std::string text = DifferenceText(d, options);
-    table.Row({PoolLabel(*session.GetDataPool(d.type)), std::to_string(d.key), text});
-    json.Begin().Text("pool", PoolLabel(*session.GetDataPool(d.type))).Integer("key", d.key);
-    json.Text("difference", text).End();
-  }
-  std::string text = differences.empty() ? "no differences\n" : table.Text();
-  if (differences.size() > options.most) {
-    text += fmt::format("... and {} more; see all with --most {}\n",
-                        differences.size() - options.most, differences.size());
-  }
-  const bool same_units = session.Units().Model() == second.session.Units().Model();
-  if (!same_units) text += "the models have different units: their numbers do not compare\n";
-  json.End().Bool("same_units", same_units);
-  context.exit_code = differences.empty() && same_units ? kDone : kNo;
-  context.Print(text, json.End());
-  return {};
-}
-
 }  // namespace
 
 void AddRecords(Command& app, Context& context) {
@@ -281,15 +225,6 @@ void AddUnits(Command& app, Context& context) {
       app, context, "units", "List the units, or what carries them", "qxdb units --describe", run);
   command->Add("--describe", describe, "List each member that carries a unit");
   AddModelUnits(*command, context);
-}
-
-void AddDiff(Command& app, Context& context) {
-  const auto [command, options] =
-      AddCommand<DiffOptions>(app, context, "diff", "Compare two models record by record",
-                              "qxdb diff before.qxm after.qxm", Diff);
-  command->Add("first", &options->first, "Model file").Model().Required();
-  command->Add("second", &options->second, "Model file").Model().Required();
-  command->Add("--most", &options->most, "Differences to print").ShowDefault();
 }
 
 }  // namespace qx::app

@@ -61,7 +61,7 @@ Outcome ChangeUnits(Model& model, const UnitsOptions& options, Change change,
     return {};
   });
   const bool is_same = before == *wanted;
-  if (done) done = SaveWith(model.document, {}, {}, options.dry_run || is_same);
+  if (done) done = model.Save(options.dry_run || is_same);
   if (!done) return done;
   const bool is_saved = !options.dry_run && !is_same;
   JsonText json;

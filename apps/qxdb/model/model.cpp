@@ -26,7 +26,50 @@ bool IsModelFile(const std::string& path) {
   return in.read(head, sizeof(head)) && std::string_view(head, sizeof(head)).ends_with(kMark);
 }
 
+std::unique_ptr<CQXDocBase> NewUnlessOpen(const std::string& path) {
+  OpenModel* open = OpenModel::Current();
+  return open && open->Lend(path) ? nullptr : std::make_unique<CQXDocBase>(host::SetUpModel);
+}
+
 }  // namespace
+
+Model::Model(std::string of) : Model(of, NewUnlessOpen(of)) {}
+
+Model::Model(std::string of, std::unique_ptr<CQXDocBase> own)
+    : path(std::move(of)),
+      document(own ? *own : OpenModel::Current()->Document()),
+      own_(std::move(own)) {}
+
+Model::~Model() {
+  if (!own_) OpenModel::Current()->TakeBack();
+}
+
+Outcome Model::Open() {
+  const LongTask task("Reading " + path);
+  return own_ ? document.Open(FileOf(path), &report) : OpenModel::Current()->Open(report);
+}
+
+Outcome Model::OpenForEditing() {
+  const LongTask task("Reading " + path);
+  if (!own_) OpenModel::Current()->ReadNextTime();
+  return document.OpenForEditing(FileOf(path), {}, &report);
+}
+
+Outcome Model::SaveAs() {
+  const LongTask task("Writing " + path);
+  return document.SaveAs(FileOf(path));
+}
+
+Outcome Model::Save(bool dry_run, const std::string& map_file, const std::string& map) {
+  const LongTask task("Writing " + path);
+  return SaveWith(document, map_file, map, dry_run);
+}
+
+Outcome Model::Reread() {
+  if (own_) return {};
+  OpenModel::Current()->ReadNextTime();
+  return Open();
+}
 
 Outcome CheckRead(const std::string& file, bool changed, const dbgateway::DataBase& document) {
   if (changed || document.Report().empty()) return {};
@@ -35,17 +78,19 @@ Outcome CheckRead(const std::string& file, bool changed, const dbgateway::DataBa
 }
 
 Outcome OpenTarget(Model& model, const TargetOptions& options) {
-  model.document.New();
+  const std::string file = FileOf(model.path);
   std::error_code error;
-  if (model.path.empty() || !fs::exists(PathFromUtf8(model.path), error)) return {};
-  if (options.add) return model.Open();
+  const bool is_there = !file.empty() && fs::exists(PathFromUtf8(file), error);
+  if (is_there && options.add) return model.Open();
+  if (!is_there || options.replace) model.document.New();
+  if (!is_there) return {};
   if (!options.replace) {
     return Failure{model.path, "", "exists already",
                    "add to it with --add or replace it with --replace"};
   }
-  if (Outcome is_file = CheckIsFile(model.path); !is_file) return is_file;
-  const auto size = fs::file_size(PathFromUtf8(model.path), error);
-  if (IsModelFile(model.path) || (!error && size == 0)) return {};
+  if (Outcome is_file = CheckIsFile(file); !is_file) return is_file;
+  const auto size = fs::file_size(PathFromUtf8(file), error);
+  if (IsModelFile(file) || (!error && size == 0)) return {};
   return Failure{model.path, "", "is no model, and would be lost by replacing it",
                  "name another file, or remove this one first"};
 }
@@ -84,7 +129,7 @@ Edit::~Edit() { model_.session.RemoveListener(&changes_); }
 
 Outcome Edit::Save(bool dry_run, const std::string& map_file, const std::string& map) {
   is_saved_ = !dry_run && !changes_.IsEmpty();
-  return SaveWith(model_.document, map_file, map, !is_saved_);
+  return model_.Save(!is_saved_, map_file, map);
 }
 
 std::string Edit::StateLine() const {

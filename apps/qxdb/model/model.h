@@ -2,6 +2,7 @@
 // What most commands begin and end with: a model is opened, records of it are picked, one step
 // edits them, and the model is saved.
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -10,21 +11,37 @@
 #include "qx_db/gateway/document.h"
 
 #include "apps/qxdb/model/change_counter.h"
+#include "apps/qxdb/model/open_model.h"
 #include "host/session.h"
 
 namespace qx::app {
 
-/// A model that a command opened.
+/// A model that a command opened; where it is the one that is open in a shell, that one. This is
+/// the one place where commands open and save models.
 struct Model {
-  explicit Model(std::string of) : path(std::move(of)) {}
+  explicit Model(std::string of);
+  ~Model();
+  Model(const Model&) = delete;
+  Model& operator=(const Model&) = delete;
 
-  const std::string path;
-  ModelFileReport report;
-  CQXDocBase document{host::SetUpModel};
+  const std::string path;  ///< as it was named
+  ModelFileReport report;  ///< of the file as it was read
+  CQXDocBase& document;
   CQXDBSession& session = *document.GetDBSession();
 
-  Outcome Open() { return document.Open(path, &report); }
-  Outcome OpenForEditing() { return document.OpenForEditing(path, {}, &report); }
+  Outcome Open();
+  Outcome OpenForEditing();
+  /// Reads the file, also where a shell has it open; for who looks at the file itself.
+  Outcome Reread();
+  /// To `path`, whatever was opened before.
+  Outcome SaveAs();
+  /// Saves, but not in a dry run. A map of keys goes to a file beside it (SaveWith), in a dry run
+  /// too.
+  Outcome Save(bool dry_run = false, const std::string& map_file = {}, const std::string& map = {});
+
+ private:
+  explicit Model(std::string of, std::unique_ptr<CQXDocBase> own);
+  std::unique_ptr<CQXDocBase> own_;  // null where the shell's is worked on
 };
 
 /// Fails for a gateway text of which nothing was read, though there was something in it: it is no

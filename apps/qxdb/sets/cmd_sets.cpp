@@ -288,7 +288,7 @@ void AddSets(Command& app, Context& context) {
   Command* command = AddCommand(app, context, "sets", "Show and change the mesh sets of a model",
                                 "qxdb sets bracket.qxm");
   auto model = std::make_shared<std::string>();
-  command->Add("model", model.get(), "Model file").Model();
+  command->Add("model", model.get(), "Model file").OpenModel();
   command->work = [model, &context] {
     context.Conclude(model->empty()
                          ? Failure{"", "sets", "model is required", "see: qxdb sets --help"}
@@ -305,16 +305,16 @@ void AddSets(Command& app, Context& context) {
   };
   constexpr const char* kUnder = "Set to put it under, by key or name; 0 for none";
   const auto add_set = [](Command* sub, SetsOptions& options) {
-    sub->Add("set", &options.sets, "Set, by key or name").Count(1).Required();
+    sub->Add("set", &options.sets, "Set, by key or name").Set().Count(1).Required();
   };
   const auto add_sets = [](Command* sub, SetsOptions& options, const char* what) -> Option& {
-    return sub->Add("sets", &options.sets, what);
+    return sub->Add("sets", &options.sets, what).Set();
   };
 
   const auto [added, add_options] =
       add("add", "Add a mesh set", "qxdb sets add bracket.qxm upright --elements 1-500", AddOne);
   added->Add("name", &add_options->name, "Name of the set").Required();
-  added->Add("--under", &add_options->parent, kUnder);
+  added->Add("--under", &add_options->parent, kUnder).Set();
   added->Add("--nodes", &add_options->nodes, "Keys of nodes: 1-5,9,100- or all").Keys();
   added->Add("--elements", &add_options->elements, "Keys of elements, with their nodes").Keys();
   AddWhere(*added, add_options->where, "Nodes, or elements with their nodes, by a selection");
@@ -327,7 +327,7 @@ void AddSets(Command& app, Context& context) {
   const auto [moved, move_options] = add("move", "Put a mesh set under another",
                                          "qxdb sets move bracket.qxm upright --under 0", Move);
   add_set(moved, *move_options);
-  moved->Add("--under", &move_options->parent, kUnder).Required();
+  moved->Add("--under", &move_options->parent, kUnder).Set().Required();
 
   const auto [merged, merge_options] =
       add("merge", "Merge mesh sets into the first",
@@ -348,7 +348,7 @@ void AddSets(Command& app, Context& context) {
           "qxdb sets import assembly.qxm bracket.qxm upright", ImportSets);
   imported->Add("other", &import_options->other, "Model file to take them from").Model().Required();
   add_sets(imported, *import_options, "Sets, by key or name; all when none is named");
-  imported->Add("--under", &import_options->parent, kUnder);
+  imported->Add("--under", &import_options->parent, kUnder).Set();
   imported->Add("--keep-keys", &import_options->keep_keys,
                 "Nodes and elements keep their keys, which must be free");
   imported->Add("--with-children", &import_options->with_children, "With all sets below them");

@@ -120,7 +120,7 @@ void AddSql(Command& app, Context& context) {
   const auto [sql, options] = AddCommand<SqlOptions>(
       app, context, "sql", "Ask a model in SQL; without a statement at a prompt",
       "qxdb sql bracket.qxm \"SELECT key, x, y, z FROM node WHERE z > 0.01\"", Sql);
-  sql->Add("model", &options->model, "Model file").Model().Required();
+  sql->Add("model", &options->model, "Model file").OpenModel().Required();
   sql->Add("statements", &options->statements,
            "What to run, apart by semicolons; .tables and .schema NAME show what there is");
   sql->Add("--format", &options->format, "Form of the rows")
@@ -132,7 +132,7 @@ void AddSql(Command& app, Context& context) {
   const auto [dump, dump_options] =
       AddCommand<DumpOptions>(app, context, "dump", "Write tables or a query as CSV",
                               "qxdb dump bracket.qxm node element --into tables", Dump);
-  dump->Add("model", &dump_options->model, "Model file").Model().Required();
+  dump->Add("model", &dump_options->model, "Model file").OpenModel().Required();
   dump->Add("tables", &dump_options->tables, "Tables, as in qxdb sql MODEL .tables");
   Option& query = dump->Add("--query", &dump_options->query, "A SELECT instead of whole tables");
   Option& into = dump->Add("--into", &dump_options->into, "Folder for a file a table").File();

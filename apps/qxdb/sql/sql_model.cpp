@@ -14,9 +14,6 @@
 namespace qx::app {
 namespace {
 
-/// What ends work that nobody waits for any more.
-struct Stopped {};
-
 constexpr const char* kHelp =
     ".format text|csv|json  form of the rows from here on\n"
     ".schema NAME           a table, its columns, their meanings and units\n"

@@ -101,7 +101,7 @@ Outcome WriteHtml(viewer::Source& source, const ViewOptions& options, const Cont
 }
 
 Outcome View(const ViewOptions& options, const Context& context) {
-  auto opened = viewer::Source::Open(options.model, options.edit, LastRefusal);
+  auto opened = viewer::Source::Open(FileOf(options.model), options.edit, LastRefusal);
   if (!opened) return opened.Error();
   viewer::Source& source = **opened;
   if (!options.cad.empty()) {
@@ -166,7 +166,7 @@ Outcome DrawPicture(const PictureCommand& command, const Context& context) {
   options.no_edges = command.no_edges;
   options.dark = command.dark;
   options.perspective = command.perspective;
-  if (Outcome drawn = viewer::DrawPicture(command.model, options, command.png); !drawn)
+  if (Outcome drawn = viewer::DrawPicture(FileOf(command.model), options, command.png); !drawn)
     return drawn;
   JsonText json;
   json.Begin().Text("model", command.model).Text("picture", command.png);
@@ -192,7 +192,7 @@ Outcome DrawPicture(const PictureCommand&, const Context&) { return NoViewer(); 
 void AddView(Command& app, Context& context) {
   const auto [command, options] = AddCommand<ViewOptions>(
       app, context, "view", "Show a model in the browser", "qxdb view wing.qxm", View);
-  command->Add("model", &options->model, "Model file").Model().Required();
+  command->Add("model", &options->model, "Model file").OpenModel().Required();
   Option& html = command
                      ->Add("--html", &options->html,
                            "Write a page into this file instead, to be opened without a server")
@@ -213,7 +213,7 @@ void AddPicture(Command& app, Context& context) {
   const auto [command, options] = AddCommand<PictureCommand>(
       app, context, "picture", "Draw a model into a PNG file",
       "qxdb picture wing.qxm wing.png --view iso top --color aspect-ratio", DrawPicture);
-  command->Add("model", &options->model, "Model file").Model().Required();
+  command->Add("model", &options->model, "Model file").OpenModel().Required();
   command->Add("png", &options->png, "Picture to write").File({".png"}).Required();
   AddForce(*command, options->force);
   command->Add("--view", &options->views, "Where to look from; several share the picture")
@@ -226,7 +226,7 @@ void AddPicture(Command& app, Context& context) {
   command->Add("--range", &options->range, "Lowest and highest value of the colours").Count(2);
   command->Add("--palette", &options->palette, "Colours of a range")
       .OneOf({"viridis", "cividis", "blue-orange", "grey"});
-  command->Add("--set", &options->sets, "Show these mesh sets only, by name");
+  command->Add("--set", &options->sets, "Show these mesh sets only, by name").Set();
   command->Add("--cut", &options->cut, "Take away what lies above: AXIS=SHARE, as x=0.5");
   command->Add("--step", &options->step, "Show the state after so many steps of the history")
       .Range(0, std::int64_t{1} << 31);
