@@ -44,6 +44,10 @@ std::vector<std::string> HeadsOf(const Condition& condition);
 /// Evaluates a whole term.
 Outcome Mark(const MeshView& mesh, const Term& term, Marks& marks);
 
+/// The mesh sets that a condition "set" names, with those below them where it asks for them. Fails
+/// where one is not there.
+Result<std::vector<ITR>> SetsNamedBy(const MeshView& mesh, const Term& term);
+
 // What the rows are made of, by subject.
 Outcome MarkAll(const MeshView& mesh, const Term& term, Marks& marks);
 Outcome MarkKeys(const MeshView& mesh, const Term& term, Marks& marks);
