@@ -180,6 +180,42 @@ TEST_F(SetRules, MembersAreWhatTheTextSelectsWhateverWasDone) {
   check(session, "undoing everything");
 }
 
+TEST_F(SetRules, AskOnlyWhatAStepTouchedWhereOneAnswersForItself) {
+  const struct {
+    const char* rule;
+    bool follows;
+  } cases[] = {{"x <= 2 and hex8", true},
+               {"nodes sphere 0,0,0 2", true},
+               {"set list or x < 1", true},
+               {"property none and not keys 3", true},
+               {"connected to (keys 1)", false},
+               {"surface", false},
+               {"volume < 2", false},
+               {"set by_rule", false}};
+  Add(u"list");
+  AddRule(u"by_rule", "surface");
+  const auto& rules = Pool<tagTSetRule>(session);
+  for (const auto& each : cases) {
+    const ITR set = AddRule(u"asked", each.rule);
+    MembersOf(session, set);
+    auto& nodes = Pool<tagTNode>(session);
+    ASSERT_TRUE(Do([&] {
+      tagTNode node = nodes.GetAtNU(model.nodes[0]);
+      const double x = node.position.x;
+      node.position.x = x + 0.25;
+      nodes.SetAtNU(model.nodes[0], node);
+    }));
+    const std::uint64_t before = rules.Asked();
+    MembersOf(session, set);
+    const std::uint64_t asked = rules.Asked() - before;
+    EXPECT_EQ(asked < 8, each.follows) << each.rule << ": " << asked;
+    const std::uint64_t after = rules.Asked();
+    MembersOf(session, set);
+    EXPECT_EQ(rules.Asked(), after);  // nothing has changed
+    ASSERT_TRUE(Sets().TR_Del(TArray<ITR>{set}));
+  }
+}
+
 TEST_F(SetRules, HoldNothingInTheSenseOfDeletion) {
   const ITR set = AddRule(u"all", "all");
   const ITR list = Add(u"list");

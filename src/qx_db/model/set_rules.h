@@ -72,6 +72,9 @@ class QXDB_API DPoolSetRule : public DPoolPlain<tagTSetRule> {
   /// Whether a rule names the set, so that it is in use although it may list nothing.
   bool IsNamed(ITR set) const;
 
+  /// How many nodes and elements were asked so far for what rules select: what following costs.
+  std::uint64_t Asked() const;
+
   struct Derived;
   /// What was derived from the rules, for MembersOf.
   Derived& Known() const { return *derived_; }

@@ -156,7 +156,7 @@ class Listed {
   }
 
  private:
-  const PoolNumbers& numbers_;
+  const Numbering& numbers_;
   Marks marks_;
 };
 
