@@ -12,6 +12,7 @@
 #include "qx_db/mesh/topology_table.h"
 #include "qx_db/model/coordinate_pool.h"
 #include "qx_db/model/mesh_set_pool.h"
+#include "qx_db/model/set_rules.h"
 #include "qx_db/pool/record_units.h"
 #include "qx_db/record/element_types.h"
 #include "qx_db/record/verbs.h"
@@ -242,19 +243,21 @@ class DeckMaker {
     if (!pool || !nodes || !elements) return;
     for (ITR at = pool->GetHeadPosition(); at; pool->Next(at)) {
       const tagTMset& set = pool->GetAtNU(at);
-      if (at == pool->DefaultItr() && set.nodes.IsEmpty() && set.elements.IsEmpty()) continue;
+      const SetMembers members = MembersOf(session_, at);
+      const bool is_empty = members.Nodes().IsEmpty() && members.Elements().IsEmpty();
+      if (at == pool->DefaultItr() && is_empty) continue;
       Mesh::Group group;
       group.name = Utf8(set.name.View());
       group.color = set.color;
       group.key = set.key;
       ItemMarks told(*nodes);
-      for (const ITR element : set.elements) {
+      for (const ITR element : members.Elements()) {
         if (!IsLiveItem(element)) continue;
         group.elements.push_back(KeyOf(element));
         const TArray<ITR>& of_element = elements->GetAtNU(element).nodes;
         told.Add({of_element.data(), of_element.size()});
       }
-      for (const ITR node : set.nodes) {
+      for (const ITR node : members.Nodes()) {
         if (IsLiveItem(node) && told.Insert(node)) group.nodes.push_back(KeyOf(node));
       }
       place_[set.key] = static_cast<std::int32_t>(deck_.groups.size());

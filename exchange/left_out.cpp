@@ -5,6 +5,7 @@
 #include <cstring>
 #include <fmt/format.h>
 
+#include "qx_db/model/set_rules.h"
 #include "qx_db/record/element_types.h"
 #include "qx_db/record/verbs.h"
 
@@ -90,6 +91,25 @@ void ReportBoundarySets(const CQXDBSession& session, LossReport& report) {
               "their loads and constraints are text of another format");
 }
 
+/// Sets go out with the members that they have, and stay as they are then.
+void ReportRules(const CQXDBSession& session, LossReport& report) {
+  std::uint64_t kept = 0, broken = 0;
+  std::string first, first_broken, why;
+  const auto* const sets = session.GetPool<DPoolMset>(code::kMset);
+  for (ITR at = sets ? sets->GetHeadPosition() : 0; at; sets->Next(at)) {
+    if (RuleOf(session, at).empty()) continue;
+    const std::string name = Utf8(sets->GetAtNU(at).name.View());
+    if (kept++ == 0) first = name;
+    const auto& fault = MembersOf(session, at).Fault();
+    if (!fault || broken++ > 0) continue;
+    first_broken = name;
+    why = fault->place + ": " + fault->what;
+  }
+  report.Lost("rules of mesh sets were left out", kept, first,
+              "the sets are written as the lists that they are now");
+  report.Lost("mesh sets were written without what their rules select", broken, first_broken, why);
+}
+
 /// Tells of tags or blocks that other formats left: a format writes its own.
 template <class T>
 void ReportOfOthers(const CQXDBSession& session, std::string_view format, const char* what,
@@ -126,7 +146,8 @@ void ReportUnwritten(const CQXDBSession& session, std::string_view format,
     const std::uint16_t code = pool->GetTypeCode();
     if (code == code::kBset && !(has_text && writes(code))) ReportBoundarySets(session, report);
     if (code == code::kBset || code == code::kCarried || code == code::kOrigin) continue;
-    if (writes(code) || !pool->NeedSaveNLoad()) continue;
+    if (code == code::kSetRule) ReportRules(session, report);
+    if (writes(code) || !pool->NeedSaveNLoad() || code == code::kSetRule) continue;
     std::uint64_t count = 0;
     Key first = 0;
     for (ITR at = pool->GetHeadPosition(); at; pool->Next(at)) {

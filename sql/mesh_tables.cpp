@@ -8,6 +8,7 @@
 #include "qx_db/app/mesh_mass.h"
 #include "qx_db/mesh/mesh_adjacency.h"
 #include "qx_db/model/deletion.h"
+#include "qx_db/model/set_rules.h"
 
 #include "sql/derived_tables.h"
 
@@ -119,7 +120,8 @@ Computed WithChildren(const char* name, const char* what, Members members) {
             for (ITR set = sets.GetHeadPosition(); set; sets.Next(set)) {
               std::unordered_set<ITR> seen;
               for (const ITR part : WithThoseBelow(sets, set)) {
-                for (const ITR member : members(sets.GetAtNU(part))) {
+                const SetMembers of_part = MembersOf(link.Session(), part);
+                for (const ITR member : members(of_part)) {
                   if (!member || !seen.insert(member).second) continue;
                   rows.emplace_back(std::int64_t{KeyOf(set)});
                   rows.emplace_back(std::int64_t{KeyOf(member)});
@@ -201,9 +203,10 @@ std::vector<Computed> MeshTables() {
        .fill = FillMasses});
   tables.push_back(WithChildren(
       "mesh_set_element_all", "element",
-      [](const tagTMset& set) -> const auto& { return set.elements; }));
+      [](const SetMembers& set) -> const auto& { return set.Elements(); }));
   tables.push_back(WithChildren(
-      "mesh_set_node_all", "node", [](const tagTMset& set) -> const auto& { return set.nodes; }));
+      "mesh_set_node_all", "node",
+      [](const SetMembers& set) -> const auto& { return set.Nodes(); }));
   Column pool = Text("pool", "table of the record that is asked about");
   Column key = Integer("key", "its key");
   pool.is_hidden = key.is_hidden = true;

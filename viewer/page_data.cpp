@@ -14,6 +14,7 @@
 #include "qx_db/model/coordinate_pool.h"
 #include "qx_db/model/mesh_pools.h"
 #include "qx_db/model/mesh_set_pool.h"
+#include "qx_db/model/set_rules.h"
 #include "qx_db/platform/parallel.h"
 #include "qx_db/record/element_types.h"
 
@@ -265,12 +266,13 @@ void PageData::AddSets(Pack& pack) const {
   json.Name("sets").StartArray();
   for (ITR at = sets.GetHeadPosition(); at; sets.Next(at)) {
     const tagTMset& set = sets.GetAtNU(at);
+    const SetMembers members = MembersOf(session_, at);
     const std::size_t elements_before = of_elements.size(), nodes_before = of_nodes.size();
-    for (const ITR element : set.elements) {
+    for (const ITR element : members.Elements()) {
       const std::uint32_t e = elements.Find(element);
       if (e != PoolNumbers::kNone) of_elements.push_back(static_cast<std::int32_t>(e));
     }
-    for (const ITR node : set.nodes) {
+    for (const ITR node : members.Nodes()) {
       const std::uint32_t n = mesh_.Numbers().Find(node);
       if (n != PoolNumbers::kNone) of_nodes.push_back(static_cast<std::int32_t>(number_[n]));
     }
@@ -283,6 +285,7 @@ void PageData::AddSets(Pack& pack) const {
     json.Integer("color", RgbOfBgr(set.color)).Integer("parent", set.parent_key);
     json.Integer("elements", static_cast<std::int64_t>(of_elements.size() - elements_before));
     json.Integer("nodes", static_cast<std::int64_t>(of_nodes.size() - nodes_before));
+    if (const std::string rule = RuleOf(session_, at); !rule.empty()) json.Text("rule", rule);
     json.EndObject();
   }
   json.EndArray();

@@ -62,10 +62,10 @@ bool MshModel::HasCell(ITR element) const {
   return !IsMissing(element) && elements_.GetParamIdx(element) < cells_.size();
 }
 
-/// Numbers of the cells that a set lists.
-std::vector<std::uint32_t> MshModel::Members(const tagTMset& set) const {
+/// Numbers of the cells that a set has.
+std::vector<std::uint32_t> MshModel::Members(const SetMembers& set) const {
   std::vector<std::uint32_t> members;
-  for (const ITR element : set.elements) {
+  for (const ITR element : set.Elements()) {
     if (HasCell(element)) members.push_back(elements_.GetParamIdx(element));
   }
   return members;
@@ -76,18 +76,19 @@ void MshModel::ListSets(const DPoolMset& pool) {
   const ITR by_default = pool.DefaultItr();
   for (ITR at = pool.GetHeadPosition(); at; pool.Next(at)) {
     const tagTMset& record = pool.GetAtNU(at);
-    if (at == by_default && record.nodes.IsEmpty() && record.elements.IsEmpty()) continue;
+    const SetMembers of_set = MembersOf(session_, at);
+    if (at == by_default && of_set.Nodes().IsEmpty() && of_set.Elements().IsEmpty()) continue;
     bool changed = false;
     Set set{&record, OneLine(record.name.View(), changed)};
     if (changed && renamed_++ == 0) first_renamed_ = set.name;
-    const std::vector<std::uint32_t> members = Members(record);
+    const std::vector<std::uint32_t> members = Members(of_set);
     classes_.AddGroup(members);
     ItemMarks told(nodes_);
     for (const std::uint32_t cell : members) {
       set.tags[DimensionOf(*cells_[cell].element)];
       told.Add({cells_[cell].element->nodes.data(), cells_[cell].element->nodes.size()});
     }
-    for (const ITR node : record.nodes) {
+    for (const ITR node : of_set.Nodes()) {
       if (!IsMissing(node) && told.Insert(node)) set.extra_nodes.push_back(KeyOf(node));
     }
     place[at] = sets_.size();

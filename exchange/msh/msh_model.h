@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "qx_db/model/mesh_set_pool.h"
+#include "qx_db/model/set_rules.h"
 
 #include "exchange/deck.h"
 #include "exchange/group_classes.h"
@@ -73,7 +74,7 @@ class MshModel {
   void ListBlocks();
   void FindEntities();
   std::uint32_t EntityFor(std::size_t cell);
-  std::vector<std::uint32_t> Members(const tagTMset& set) const;
+  std::vector<std::uint32_t> Members(const SetMembers& set) const;
   static void Widen(Entity& entity, const std::array<double, 3>& point);
 
   const CQXDBSession& session_;

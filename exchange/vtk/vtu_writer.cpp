@@ -10,6 +10,7 @@
 #include <span>
 
 #include "qx_db/model/mesh_set_pool.h"
+#include "qx_db/model/set_rules.h"
 #include "qx_db/pool/record_units.h"
 #include "qx_db/record/element_types.h"
 #include "qx_db/record/verbs.h"
@@ -89,26 +90,29 @@ class Grid {
   DataArray CellTypes() const {
     return OfTypes<std::uint8_t>("types", [](std::uint8_t type) { return VtkCellOf(type).number; });
   }
-  DataArray Members(std::string name, const TArray<ITR>& elements) const {
-    return MakeArray<std::uint8_t>(std::move(name), 1, Cells(), [this, &elements](ArraySink& sink) {
+  /// `kept` has the elements, where they are no member of a record.
+  DataArray Members(std::string name, const TArray<ITR>& elements,
+                    const SetMembers& kept = {}) const {
+    const auto put = [this, &elements, kept](ArraySink& sink) {
       std::vector<std::uint8_t> is_member(Cells() + 1);  // the last for what is no cell
       for (const ITR element : elements) {
         if (IsMissing(element)) continue;
         is_member[std::min<std::size_t>(elements_.GetParamIdx(element), Cells())] = 1;
       }
       sink.PutAll<std::uint8_t>(std::span(is_member).first(Cells()));
-    });
+    };
+    return MakeArray<std::uint8_t>(std::move(name), 1, Cells(), put);
   }
   /// Nodes of a set besides those of its elements; `count` is told their number.
-  DataArray OwnNodes(std::string name, const tagTMset& set, std::size_t& count) const {
+  DataArray OwnNodes(std::string name, const SetMembers& set, std::size_t& count) const {
     ItemMarks told(nodes_);
-    for (const ITR element : set.elements) {
+    for (const ITR element : set.Elements()) {
       if (IsMissing(element)) continue;
       const TArray<ITR>& nodes = elements_.GetAtNU(element).nodes;
       told.Add({nodes.data(), nodes.size()});
     }
     std::vector<std::uint32_t> own;
-    for (const ITR node : set.nodes) {
+    for (const ITR node : set.Nodes()) {
       if (!IsMissing(node) && told.Insert(node)) own.push_back(nodes_.GetParamIdx(node));
     }
     count = own.size();
@@ -290,12 +294,13 @@ class Contents {
     const auto* pool = session_.GetPool<DPoolMset>(code::kMset);
     const ITR by_default = pool ? pool->DefaultItr() : 0;
     ForEachOf<tagTMset>([&](ITR at, const tagTMset& set) {
-      if (at == by_default && set.elements.IsEmpty() && set.nodes.IsEmpty()) return;
+      const SetMembers members = MembersOf(session_, at);
+      if (at == by_default && members.Elements().IsEmpty() && members.Nodes().IsEmpty()) return;
       const std::string name = Utf8(set.name.View());
       const std::string array = names_.Unique(name, fmt::format("(set {})", set.key));
-      cells_.push_back(grid_.Members(array, set.elements));
+      cells_.push_back(grid_.Members(array, members.Elements(), members));
       std::size_t own = 0;
-      DataArray nodes = grid_.OwnNodes(array, set, own);
+      DataArray nodes = grid_.OwnNodes(array, members, own);
       if (own > 0) points_.push_back(std::move(nodes));
       content_.notes.sets.push_back({array, name, set.key, set.parent_key, set.color});
     });

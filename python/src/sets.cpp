@@ -4,6 +4,7 @@
 #include <pybind11/stl.h>
 
 #include "qx_db/model/mesh_set_pool.h"
+#include "qx_db/model/set_rules.h"
 #include "qx_db/model/standard_pools.h"
 
 #include "handle.h"
@@ -58,12 +59,51 @@ void ChangeMembers(Handle& handle, Key set, const AnyKeys& nodes, const AnyKeys&
   });
 }
 
+/// Keys of the nodes or of the elements of a set, those by its rule among them.
+Keys MembersIn(Handle& handle, Key set, bool of_nodes) {
+  const Guard guard(handle);
+  std::vector<Key> keys;
+  {
+    const py::gil_scoped_release others_may_run;
+    const SetMembers members = MembersOf(handle.Session(), Find(Sets(handle.Session()), set));
+    for (const ITR item : of_nodes ? members.Nodes() : members.Elements()) {
+      if (IsLive(item)) keys.push_back(KeyOf(item));
+    }
+  }
+  return Keys(static_cast<py::ssize_t>(keys.size()), keys.data());
+}
+
+void GiveRule(Handle& handle, Key set, const std::string& rule) {
+  Edit(handle, "Change the rule of a mesh set", [&](CQXDBSession& session) {
+    const Outcome given =
+        SetRule(session, Find(Sets(session), set), rule, &session.Units().Model());
+    if (!given) throw Fault(FaultKind::kValue, given.Error());
+  });
+}
+
+void ToList(Handle& handle, Key set) {
+  Edit(handle, "Make a plain list of a mesh set", [&](CQXDBSession& session) {
+    const Outcome made = MakePlain(session, Find(Sets(session), set));
+    if (!made) throw Fault(FaultKind::kMissing, made.Error());
+  });
+}
+
 }  // namespace
 
 void BindSets(py::class_<Handle, std::shared_ptr<Handle>>& model) {
   model.def("set_add", Add, py::arg("name"), py::arg("parent"))
       .def("set_members", ChangeMembers, py::arg("set"), py::arg("nodes"), py::arg("elements"),
            py::arg("add"))
+      .def("set_keys", MembersIn, py::arg("set"), py::arg("of_nodes"))
+      .def("set_rule", GiveRule, py::arg("set"), py::arg("rule"))
+      .def(
+          "set_rule_of",
+          [](Handle& handle, Key set) {
+            const Guard guard(handle);
+            return RuleOf(handle.Session(), Find(Sets(handle.Session()), set));
+          },
+          py::arg("set"))
+      .def("set_to_list", ToList, py::arg("set"))
       .def(
           "set_rename",
           [](Handle& handle, Key set, const std::string& name) {

@@ -10,6 +10,7 @@
 #include <valijson/validator.hpp>
 
 #include "qx_db/model/deck_pools.h"
+#include "qx_db/model/set_rules.h"
 
 #include "tests/record/random_record.h"
 #include "tests/scratch_folder.h"
@@ -22,6 +23,7 @@ void AddPlainPools(CQXDBSession& session) {
 #define QX_ADD_POOL(T) session.AddPool(std::make_unique<DPoolPlain<T>>(&session));
   QX_FOR_EACH_RECORD(QX_ADD_POOL)
   QX_FOR_EACH_DECK_RECORD(QX_ADD_POOL)
+  QX_ADD_POOL(tagTSetRule)
 #undef QX_ADD_POOL
 }
 

@@ -7,6 +7,7 @@
 #include <map>
 
 #include "qx_db/core/model_check.h"
+#include "qx_db/model/set_rules.h"
 #include "qx_db/platform/plain_text.h"
 #include "qx_db/platform/text.h"
 #include "qx_db/qx_db.h"
@@ -87,13 +88,13 @@ void InfoMesh(const CQXDBSession& session, std::string& text, JsonText& json) {
   json.End();
 }
 
-template <class Pool>
-void InfoSetsOf(const Pool& sets, const char* label, const char* name, std::string& text,
-                JsonText& json) {
+template <class Pool, class Elements>
+void InfoSetsOf(const Pool& sets, const char* label, const char* name, const Elements& elements_of,
+                std::string& text, JsonText& json) {
   json.BeginArray(name);
   for (ITR pos = sets.GetHeadPosition(); pos; sets.Next(pos)) {
     const auto& set = sets.GetAtNU(pos);
-    const std::int64_t elements = CountOf(set.elements);
+    const std::int64_t elements = elements_of(pos);
     text += fmt::format("{:<9} {:>11}  \"{}\"\n", label, Grouped(elements),
                         OneLine(set.GetName().ToUtf8()));
     json.Begin().Integer("key", set.key).Text("name", set.GetName().ToUtf8());
@@ -104,9 +105,13 @@ void InfoSetsOf(const Pool& sets, const char* label, const char* name, std::stri
 
 /// Elements in each mesh set and in each active element set.
 void InfoSets(const CQXDBSession& session, std::string& text, JsonText& json) {
-  InfoSetsOf(*session.GetPool<DPoolMset>(code::kMset), "set", "sets", text, json);
-  InfoSetsOf(*session.GetPool<DPoolActiveElemSet>(code::kActiveElemSet), "active", "active_sets",
-             text, json);
+  InfoSetsOf(
+      *session.GetPool<DPoolMset>(code::kMset), "set", "sets",
+      [&](ITR set) { return CountOf(MembersOf(session, set).Elements()); }, text, json);
+  const auto& active = *session.GetPool<DPoolActiveElemSet>(code::kActiveElemSet);
+  InfoSetsOf(
+      active, "active", "active_sets",
+      [&](ITR set) { return CountOf(active.GetAtNU(set).elements); }, text, json);
 }
 
 Outcome Info(Model& model, const LookOptions&, const Context& context) {

@@ -6,6 +6,7 @@
 #include <memory>
 #include <set>
 
+#include "qx_db/model/set_rules.h"
 #include "qx_db/platform/stdio_file.h"
 #include "qx_db/qx_db.h"
 
@@ -25,7 +26,9 @@ struct SetsOptions {
   std::string nodes;
   std::string elements;
   std::string where;
+  std::string rule;
   std::string other;
+  bool no_rule = false;
   bool keep_keys = false;
   bool with_children = false;
   bool dry_run = false;
@@ -89,7 +92,12 @@ Outcome List(const std::string& path, const Context& context) {
   if (Outcome opened = model.Open(); !opened) return opened;
   const CQXDBSession& session = model.session;
   const auto& sets = *session.GetPool<DPoolMset>(code::kMset);
-  Table table({">key", ">nodes", ">elements", "colour", "name"});
+  const DPoolBase* const rules = session.GetDataPool(code::kSetRule);
+  const bool any_rule = rules && rules->GetSize() > 0;
+  std::vector<std::string> columns{">key", ">nodes", ">elements", "colour", "name"};
+  if (any_rule) columns.push_back("rule");
+  Table table(columns);
+  std::string faults;
   JsonText json;
   json.Begin().Text("model", path).BeginArray("sets");
   for (const TreeRow& row : Tree(sets)) {
@@ -98,19 +106,32 @@ Outcome List(const std::string& path, const Context& context) {
     const auto c = static_cast<std::uint32_t>(set.color);  // blue above green above red
     const std::string color =
         fmt::format("#{:02X}{:02X}{:02X}", c & 0xFF, c >> 8 & 0xFF, c >> 16 & 0xFF);
-    const std::int64_t nodes = CountOf(set.nodes);
-    const std::int64_t elements = CountOf(set.elements);
-    table.Row({std::to_string(set.key), Grouped(nodes), Grouped(elements), color,
-               std::string(2 * static_cast<std::size_t>(row.depth), ' ') + name});
+    const SetMembers members = MembersOf(session, row.set);
+    const std::int64_t nodes = CountOf(members.Nodes());
+    const std::int64_t elements = CountOf(members.Elements());
+    const std::string rule = RuleOf(session, row.set);
+    std::vector<std::string> cells{
+        std::to_string(set.key), Grouped(nodes), Grouped(elements), color,
+        std::string(2 * static_cast<std::size_t>(row.depth), ' ') + name};
+    if (any_rule) cells.push_back(rule);
+    table.Row(cells);
+    if (const auto& fault = members.Fault()) {
+      faults += fmt::format("the rule of \"{}\" has no answer: {}: {}; {}\n", name, fault->place,
+                            fault->what, fault->remedy);
+    }
     json.Begin().Integer("key", set.key).Text("name", name).Integer("parent", set.parent_key);
     json.Integer("depth", row.depth).Text("colour", color).Integer("nodes", nodes);
-    json.Integer("elements", elements).End();
+    json.Integer("elements", elements);
+    if (!rule.empty()) json.Text("rule", rule);
+    if (members.Fault()) json.Text("fault", members.Fault()->what);
+    json.End();
   }
   const std::int64_t nodes = CountFree(*session.GetDataPool(code::kNode), sets, &tagTMset::nodes);
   const std::int64_t elements =
       CountFree(*session.GetDataPool(code::kElem), sets, &tagTMset::elements);
   json.End().Integer("nodes_of_no_set", nodes).Integer("elements_of_no_set", elements);
   std::string text = table.IsEmpty() ? "no mesh sets\n" : table.Text();
+  text += faults;
   text += fmt::format("in no set: {} node{}, {} element{}", Grouped(nodes), nodes == 1 ? "" : "s",
                       Grouped(elements), elements == 1 ? "" : "s");
   context.Print(text, json.End());
@@ -167,6 +188,16 @@ Result<Selection> SelectMembers(const Model& model, const std::string& where) {
                  "see what it selects with: qxdb select " + model.path};
 }
 
+/// What a set has now that it has another rule, or none.
+void TellMembers(Editing& edit, ITR set) {
+  const SetMembers members = MembersOf(edit.model.session, set);
+  const std::string rule = RuleOf(edit.model.session, set);
+  edit.told +=
+      fmt::format("\"{}\": {} nodes, {} elements, {}\n", Utf8(edit.sets.GetAtNU(set).name.View()),
+                  Grouped(CountOf(members.Nodes())), Grouped(CountOf(members.Elements())),
+                  rule.empty() ? "listed" : "by the rule: " + rule);
+}
+
 Result<int> AddOne(Editing& edit) {
   const SetsOptions& options = edit.options;
   auto nodes = PickAny(edit.model, code::kNode, options.nodes);
@@ -182,8 +213,34 @@ Result<int> AddOne(Editing& edit) {
     nodes->Append(static_cast<const tagTElem*>(KeyedSetBase::RecordAt(element))->nodes);
   }
   ITR set = 0;
-  return edit.sets.TR_Add(Utf16(options.name).c_str(), edit.parent, set) &&
-         edit.sets.Private_Add_NodeElem(set, *nodes, *elements);
+  if (!edit.sets.TR_Add(Utf16(options.name).c_str(), edit.parent, set) ||
+      !edit.sets.Private_Add_NodeElem(set, *nodes, *elements)) {
+    return 0;
+  }
+  if (options.rule.empty()) return 1;
+  if (Outcome given = SetRule(edit.model.session, set, options.rule); !given) return given.Error();
+  TellMembers(edit, set);
+  return 1;
+}
+
+Result<int> GiveRule(Editing& edit) {
+  const SetsOptions& options = edit.options;
+  if (options.no_rule == !options.where.empty()) {
+    return Failure{"", "rule", "one of --where and --none is required",
+                   "see: qxdb sets rule --help"};
+  }
+  const ITR set = edit.chosen.front();
+  if (Outcome given = SetRule(edit.model.session, set, options.where); !given) return given.Error();
+  TellMembers(edit, set);
+  return 1;
+}
+
+Result<int> ToList(Editing& edit) {
+  for (const ITR set : edit.chosen) {
+    if (Outcome made = MakePlain(edit.model.session, set); !made) return made.Error();
+    TellMembers(edit, set);
+  }
+  return 1;
 }
 
 Result<int> Rename(Editing& edit) {
@@ -318,6 +375,21 @@ void AddSets(Command& app, Context& context) {
   added->Add("--nodes", &add_options->nodes, "Keys of nodes: 1-5,9,100- or all").Keys();
   added->Add("--elements", &add_options->elements, "Keys of elements, with their nodes").Keys();
   AddWhere(*added, add_options->where, "Nodes, or elements with their nodes, by a selection");
+
+  added->Add("--rule", &add_options->rule,
+             "A selection that the set's members follow from, besides what it lists");
+
+  const auto [ruled, rule_options] =
+      add("rule", "Let the members of a mesh set follow from a selection",
+          "qxdb sets rule bracket.qxm upright --where 'hex8 and z > 5mm'", GiveRule);
+  add_set(ruled, *rule_options);
+  AddWhere(*ruled, rule_options->where, "Nodes, or elements with their nodes, by a selection");
+  ruled->Add("--none", &rule_options->no_rule, "Take the rule away; what the set lists stays");
+
+  const auto [listed, list_options] =
+      add("to-list", "Make what mesh sets have by their rules now their lists, without the rules",
+          "qxdb sets to-list bracket.qxm upright", ToList);
+  add_sets(listed, *list_options, "Sets, by key or name").Count(1, 1 << 20).Required();
 
   const auto [renamed, rename_options] =
       add("rename", "Rename a mesh set", "qxdb sets rename bracket.qxm 2 upright", Rename);

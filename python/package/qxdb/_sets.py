@@ -114,19 +114,31 @@ class MeshSet(Members):
     def _record(self) -> Any:
         return self._model.pools["mset"][self._key]
 
-    def _list(self, name: str) -> KeySet:
-        keys = self._record._one()._column(name)[:].values
-        return KeySet(keys[keys > 0])
-
     @property
     def nodes(self) -> KeySet:
-        """Keys of the nodes that it lists."""
-        return self._list("nodes")
+        """Keys of its nodes: those that it lists, and those that its rule selects."""
+        return KeySet(self._model._core.set_keys(self._key, True))
 
     @property
     def elements(self) -> KeySet:
-        """Keys of the elements that it lists."""
-        return self._list("elements")
+        """Keys of its elements: those that it lists, and those that its rule selects."""
+        return KeySet(self._model._core.set_keys(self._key, False))
+
+    @property
+    def rule(self) -> str:
+        """The selection that members follow from, besides those that it lists; "" for none. May be
+        assigned: lengths without a unit are in `model.units`, and are kept with their unit. Raises
+        ValueError, changing nothing, for a text that is no rule, and where sets would depend on
+        themselves."""
+        return str(self._model._core.set_rule_of(self._key))
+
+    @rule.setter
+    def rule(self, rule: str) -> None:
+        self._model._core.set_rule(self._key, rule)
+
+    def to_list(self) -> None:
+        """Makes what it has by its rule now its list, and takes the rule away."""
+        self._model._core.set_to_list(self._key)
 
     @property
     def name(self) -> str:

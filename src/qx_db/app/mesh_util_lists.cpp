@@ -10,6 +10,7 @@
 #include "qx_db/mesh/element_access.h"
 #include "qx_db/mesh/record_numbers.h"
 #include "qx_db/mesh/side_nodes.h"
+#include "qx_db/model/set_rules.h"
 #include "qx_db/record/control_records.h"
 #include "qx_db/record/geometry_records.h"
 
@@ -180,7 +181,7 @@ std::int32_t CQXMeshUtil::GetElemListByMsetItrArray(const TArray<ITR>& msets,
                                                     TArray<ITR>& out) const {
   KeyCollector found;
   for (const ITR mset : msets) {
-    if (const auto* set = LiveRecord<tagTMset>(mset)) found.Add(Many(set->elements));
+    if (LiveRecord<tagTMset>(mset)) found.Add(Many(MembersOf(*session_, mset).Elements()));
   }
   return found.MoveTo(out);
 }
@@ -216,7 +217,7 @@ std::int32_t CQXMeshUtil::GetNodeListByMsetItrArray(const TArray<ITR>& msets,
                                                     TArray<ITR>& out) const {
   KeyCollector found;
   for (const ITR mset : msets) {
-    if (const auto* set = LiveRecord<tagTMset>(mset)) found.Add(Many(set->nodes));
+    if (LiveRecord<tagTMset>(mset)) found.Add(Many(MembersOf(*session_, mset).Nodes()));
   }
   return found.MoveTo(out);
 }

@@ -7,6 +7,7 @@
 
 #include "qx_db/core/session.h"
 #include "qx_db/model/mesh_set_pool.h"
+#include "qx_db/model/set_rules.h"
 
 namespace qx {
 namespace {
@@ -139,9 +140,12 @@ int DPoolMset::DeleteEmptyBelow(std::span<const ITR> roots) {
     }
   }
   const ITR kept = DefaultItr();
+  const auto* const rules = GetSession()->GetPool<DPoolSetRule>(code::kSetRule);
   for (auto set = order.rbegin(); set != order.rend(); ++set) {
     const tagTMset& record = GetAtNU(*set);
     if (*set == kept || !record.nodes.IsEmpty() || !record.elements.IsEmpty()) continue;
+    // One with a rule has members without listing any; one that a rule names is in use.
+    if (!RuleOf(*GetSession(), *set).empty() || (rules && rules->IsNamed(*set))) continue;
     if (!Remove(*set)) return 0;
   }
   return 1;

@@ -6,7 +6,9 @@
 #include <vector>
 
 #include "qx_db/core/session.h"
+#include "qx_db/lib/message.h"
 #include "qx_db/model/mesh_set_pool.h"
+#include "qx_db/model/set_rules.h"
 
 namespace qx {
 namespace {
@@ -95,6 +97,11 @@ int DPoolMset::MergeInto(ITR into, std::span<const ITR> others) {
   all.push_back(into);
   if (!HoldsAll(all)) return 0;
   if (others.empty()) return 1;
+  for (const ITR set : others) {
+    if (RuleOf(*GetSession(), set).empty()) continue;
+    qxMsgOut(Severity::kRefusal, "IDS_QX_DB_SET_RULE_MERGE", {Utf8(GetAtNU(set).name.View())});
+    return 0;
+  }
 
   DistinctItems nodes(*GetSession()->GetDataPool(code::kNode));
   DistinctItems elements(*GetSession()->GetDataPool(code::kElem));

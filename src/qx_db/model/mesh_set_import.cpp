@@ -7,6 +7,7 @@
 
 #include "qx_db/lib/message.h"
 #include "qx_db/model/mesh_set_pool.h"
+#include "qx_db/model/set_rules.h"
 #include "qx_db/platform/stdio_file.h"
 
 namespace qx {
@@ -48,6 +49,16 @@ Result<std::unique_ptr<ExternalMeshSets>> ExternalMeshSets::Open(const std::stri
                                                                  CQXDBSession::PoolSetup setup) {
   auto file = ExternalModel::Open(path, setup);
   if (!file) return file.Error();
+  // A rule would ask the model that it comes to: what comes is what the set has where it is from.
+  CQXDBSession& records = (*file)->Records();
+  const auto* const sets = records.GetPool<DPoolMset>(code::kMset);
+  for (ITR pos = sets->GetHeadPosition(); pos; sets->Next(pos)) {
+    if (Outcome made = MakePlain(records, pos); !made) {
+      Failure failure = made.Error();
+      failure.file = path;
+      return failure;
+    }
+  }
   return std::unique_ptr<ExternalMeshSets>(new ExternalMeshSets(std::move(*file)));
 }
 

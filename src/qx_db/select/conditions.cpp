@@ -5,6 +5,7 @@
 
 #include "qx_db/mesh/mesh_quality.h"
 #include "qx_db/record/element_types.h"
+#include "qx_db/record/set_rule_record.h"
 #include "qx_db/select/type_words.h"
 
 namespace qx::select {
@@ -182,6 +183,43 @@ std::vector<std::string> HeadsOf(const Condition& condition) {
   const std::string_view head = condition.syntax.substr(0, condition.syntax.find(' '));
   const Family* const family = FamilyOf(head);
   return family ? family->words() : std::vector<std::string>{std::string(head)};
+}
+
+bool LooksAtOne(const Term& term, std::vector<std::uint16_t>& pools) {
+  if (term.kind == SelectKind::kFaces) return false;
+  if (term.op != Term::Op::kCondition) {
+    return std::all_of(term.parts.begin(), term.parts.end(),
+                       [&](const Term& part) { return LooksAtOne(part, pools); });
+  }
+  struct OfOne {
+    Evaluate evaluate;
+    std::uint16_t pools[2];
+  };
+  constexpr OfOne kOfOne[] = {
+      {MarkAll, {}},
+      {MarkKeys, {}},
+      {MarkTypes, {}},
+      {MarkTypeCodes, {}},
+      {MarkSets, {code::kMset, code::kSetRule}},
+      {MarkActiveSets, {code::kActiveElemSet}},
+      {MarkProperties, {code::kProp}},
+      {MarkMaterials, {code::kProp, code::kMatl}},
+      {MarkBox, {}},
+      {MarkSphere, {}},
+      {MarkCylinder, {}},
+      {MarkAbove, {}},
+      {MarkBelow, {}},
+      {MarkCoordinate, {}},
+  };
+  if (term.arguments.system != 0) return false;  // nodes and elements may define one
+  for (const OfOne& row : kOfOne) {
+    if (row.evaluate != term.condition->evaluate) continue;
+    for (const std::uint16_t pool : row.pools) {
+      if (pool != 0) pools.push_back(pool);
+    }
+    return true;
+  }
+  return false;
 }
 
 Outcome Mark(const MeshView& mesh, const Term& term, Marks& marks) {

@@ -44,6 +44,15 @@ std::vector<std::string> HeadsOf(const Condition& condition);
 /// Evaluates a whole term.
 Outcome Mark(const MeshView& mesh, const Term& term, Marks& marks);
 
+/// Whether a term asks of each node or element only what it says itself, where its nodes are, and
+/// which lists have it: the answer for one does not change by what becomes of another. `pools` gets
+/// the types besides nodes and elements that the answer depends on.
+bool LooksAtOne(const Term& term, std::vector<std::uint16_t>& pools);
+
+/// The mesh sets that a condition "set" names, with those below them where it asks for them. Fails
+/// where one is not there.
+Result<std::vector<ITR>> SetsNamedBy(const MeshView& mesh, const Term& term);
+
 // What the rows are made of, by subject.
 Outcome MarkAll(const MeshView& mesh, const Term& term, Marks& marks);
 Outcome MarkKeys(const MeshView& mesh, const Term& term, Marks& marks);

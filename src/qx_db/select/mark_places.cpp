@@ -18,7 +18,8 @@ namespace {
 /// Marks nodes whose place passes a test, or what lies on such nodes alone.
 template <class Test>
 void MarkPlaces(const MeshView& mesh, const Term& term, Marks& marks, const Test& test) {
-  if (term.kind != SelectKind::kNodes) mesh.Mesh();  // whose positions lie closer together
+  if (term.kind != SelectKind::kNodes && !mesh.IsPart())
+    mesh.Mesh();  // whose positions lie closer together
   Marks nodes = mesh.None(SelectKind::kNodes);
   nodes.Fill([&](std::size_t n) { return test(mesh.Position(n)); });
   marks = term.kind == SelectKind::kNodes      ? std::move(nodes)

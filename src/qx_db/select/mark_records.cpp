@@ -8,6 +8,7 @@
 #include "qx_db/mesh/topology_table.h"
 #include "qx_db/model/item_marks.h"
 #include "qx_db/model/plain_pools.h"
+#include "qx_db/model/set_rules.h"
 #include "qx_db/platform/text.h"
 #include "qx_db/record/element_types.h"
 #include "qx_db/record/verbs.h"
@@ -155,13 +156,13 @@ class Listed {
   }
 
  private:
-  const PoolNumbers& numbers_;
+  const Numbering& numbers_;
   Marks marks_;
 };
 
 std::span<const ITR> SpanOf(const TArray<ITR>& list) { return {list.data(), list.size()}; }
 
-void AddSet(const Term& term, const tagTMset& set, Listed& listed) {
+void AddList(const Term& term, const tagTMset& set, Listed& listed) {
   listed.Add(SpanOf(term.kind == SelectKind::kNodes
                         ? static_cast<const TArray<ITR>&>(set.nodes)
                         : static_cast<const TArray<ITR>&>(set.elements)));
@@ -215,7 +216,7 @@ Outcome MarkTypeCodes(const MeshView& mesh, const Term& term, Marks& marks) {
                           [&](const tagTElem& element) { return test(element.type); });
 }
 
-Outcome MarkSets(const MeshView& mesh, const Term& term, Marks& marks) {
+Result<std::vector<ITR>> SetsNamedBy(const MeshView& mesh, const Term& term) {
   auto named = Find(mesh, term, kMeshSets, false);
   if (!named) return named.Error();
   const DPoolBase* const sets = mesh.Session().GetDataPool(code::kMset);
@@ -231,8 +232,23 @@ Outcome MarkSets(const MeshView& mesh, const Term& term, Marks& marks) {
       }
     }
   }
+  return std::move(named->items);
+}
+
+Outcome MarkSets(const MeshView& mesh, const Term& term, Marks& marks) {
+  const auto named = SetsNamedBy(mesh, term);
+  if (!named) return named.Error();
   Listed listed(mesh, term.kind);
-  for (const ITR set : named->items) AddSet(term, At<tagTMset>(set), listed);
+  for (const ITR set : *named) {
+    const SetMembers members = MembersOf(mesh.Session(), set);
+    if (const auto& fault = members.Fault()) {
+      return mesh.Fault(term.arguments.names.front().at,
+                        fmt::format("the rule of mesh set \"{}\" has no answer: {}: {}",
+                                    NameAt(set), fault->place, fault->what),
+                        fault->remedy);
+    }
+    listed.Add(SpanOf(term.kind == SelectKind::kNodes ? members.Nodes() : members.Elements()));
+  }
   listed.Into(mesh, term, marks);
   return {};
 }
@@ -250,7 +266,7 @@ Outcome MarkOrphans(const MeshView& mesh, const Term& term, Marks& marks) {
   Listed listed(mesh, term.kind);
   const DPoolBase* const sets = mesh.Session().GetDataPool(code::kMset);
   for (ITR at = sets ? sets->GetHeadPosition() : 0; at; sets->Next(at)) {
-    AddSet(term, At<tagTMset>(at), listed);
+    AddList(term, At<tagTMset>(at), listed);
   }
   listed.Into(mesh, term, marks);
   marks.Complement(mesh.All(term.kind));
@@ -309,7 +325,7 @@ Outcome MarkGeometry(const MeshView& mesh, const Term& term, Marks& marks) {
   const DPoolBase* const sets = session.GetDataPool(code::kMset);
   for (ITR at = sets ? sets->GetHeadPosition() : 0; at; sets->Next(at)) {
     const auto& set = At<tagTMset>(at);
-    if (named->Has(set.geometry)) AddSet(term, set, listed);
+    if (named->Has(set.geometry)) AddList(term, set, listed);
   }
   const DPoolBase* const meshed = session.GetDataPool(code::kGElem);
   for (ITR at = meshed ? meshed->GetHeadPosition() : 0; at; meshed->Next(at)) {

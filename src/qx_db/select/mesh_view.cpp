@@ -22,19 +22,29 @@ bool IsSurface(CornerShape shape) {
 
 }  // namespace
 
+Numbering::Numbering(std::vector<ITR> few) : few_(std::move(few)) {
+  for (std::uint32_t i = 0; i < few_.size(); ++i) places_.emplace(few_[i], i);
+}
+
+std::uint32_t Numbering::Find(ITR item) const {
+  if (all_) return all_->Find(item);
+  const auto found = places_.find(item);
+  return found == places_.end() ? PoolNumbers::kNone : found->second;
+}
+
 Failure MeshView::Fault(std::size_t at, std::string what, std::string remedy) const {
   return FaultAt(text_, at, std::move(what), std::move(remedy));
 }
 
-const PoolNumbers& MeshView::Nodes() const {
-  if (mesh_) return mesh_->Numbers();
-  if (!nodes_) nodes_ = NumbersOf(session_, code::kNode);
-  return *nodes_;
+const Numbering& MeshView::Nodes() const {
+  if (nodes_) return *nodes_;
+  if (mesh_) return nodes_.emplace(mesh_->Numbers());
+  return nodes_.emplace(all_nodes_.emplace(NumbersOf(session_, code::kNode)));
 }
 
-const PoolNumbers& MeshView::Elements() const {
-  if (!elements_) elements_ = NumbersOf(session_, code::kElem);
-  return *elements_;
+const Numbering& MeshView::Elements() const {
+  if (elements_) return *elements_;
+  return elements_.emplace(all_elements_.emplace(NumbersOf(session_, code::kElem)));
 }
 
 std::size_t MeshView::Count(SelectKind kind) const {
@@ -137,6 +147,18 @@ Marks MeshView::NodesOfFaces(const Marks& faces) const {
 }
 
 Marks MeshView::ElementsWithin(const Marks& nodes) const {
+  if (is_part_) {
+    Marks elements = None(SelectKind::kElements);
+    elements.Fill([&](std::size_t e) {
+      const TArray<ITR>& own = Element(e).nodes;
+      for (const ITR node : own) {
+        const std::uint32_t n = Nodes().Find(node);
+        if (n == PoolNumbers::kNone || !nodes.Has(n)) return false;
+      }
+      return !own.IsEmpty();
+    });
+    return elements;
+  }
   const DenseMesh& mesh = Mesh();
   Marks elements = None(SelectKind::kElements);
   elements.Fill([&](std::size_t e) {

@@ -8,6 +8,8 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "qx_db/mesh/dense_mesh.h"
@@ -17,6 +19,24 @@
 
 namespace qx::select {
 
+/// Numbers of what is asked about: of all records of a pool, in its order, or of a few.
+class Numbering {
+ public:
+  /// Of all; the numbers must outlive it.
+  explicit Numbering(const PoolNumbers& all) : all_(&all) {}
+  explicit Numbering(std::vector<ITR> few);
+
+  /// PoolNumbers::kNone for what is not asked about.
+  std::uint32_t Find(ITR item) const;
+  std::uint32_t Count() const { return static_cast<std::uint32_t>(Records().size()); }
+  const std::vector<ITR>& Records() const { return all_ ? all_->Records() : few_; }
+
+ private:
+  const PoolNumbers* all_ = nullptr;
+  std::vector<ITR> few_;
+  std::unordered_map<ITR, std::uint32_t> places_;  // of the few
+};
+
 /// Numbers are those of PoolNumbers and DenseMesh: the order of the pools. A face's number is eight
 /// times its element's plus its own by the topology table.
 class MeshView {
@@ -24,13 +44,27 @@ class MeshView {
   /// `text` is what places of failures are counted in; it must outlive the view.
   MeshView(const CQXDBSession& session, std::string_view text) : session_(session), text_(text) {}
 
+  /// Of a few nodes and elements alone, with the nodes of these among them, for conditions that
+  /// look at one at a time (LooksAtOne); `tolerance` is that of the whole model.
+  MeshView(const CQXDBSession& session, std::string_view text, std::vector<ITR> nodes,
+           std::vector<ITR> elements, double tolerance)
+      : session_(session),
+        text_(text),
+        is_part_(true),
+        nodes_(std::in_place, std::move(nodes)),
+        elements_(std::in_place, std::move(elements)),
+        tolerance_(tolerance) {}
+  /// What it holds points into it.
+  MeshView(const MeshView&) = delete;
+
   const CQXDBSession& Session() const { return session_; }
+  bool IsPart() const { return is_part_; }
   Failure Fault(std::size_t at, std::string what, std::string remedy) const;
 
   // ---- numbers ----------------------------------------------------------------------------------
 
-  const PoolNumbers& Nodes() const;
-  const PoolNumbers& Elements() const;
+  const Numbering& Nodes() const;
+  const Numbering& Elements() const;
   const tagTElem& Element(std::size_t e) const {
     return *static_cast<const tagTElem*>(KeyedSetBase::RecordAt(Elements().Records()[e]));
   }
@@ -78,7 +112,9 @@ class MeshView {
  private:
   const CQXDBSession& session_;
   const std::string_view text_;
-  mutable std::optional<PoolNumbers> nodes_, elements_;
+  const bool is_part_ = false;
+  mutable std::optional<PoolNumbers> all_nodes_, all_elements_;
+  mutable std::optional<Numbering> nodes_, elements_;
   mutable std::optional<DenseMesh> mesh_;
   mutable std::array<std::optional<Marks>, 3> all_;
   mutable std::optional<std::vector<std::size_t>> surface_;
