@@ -46,6 +46,22 @@ TEST_F(Cli, TakesAMeshThroughItsLife) {
   EXPECT_EQ(state.substr(at), copied.substr(copied.find("\"state\"")));
 }
 
+TEST_F(Cli, InfoSaysTheSameWhetherItHasToReadTheRecordsOrNot) {
+  ASSERT_EQ(Qxdb("import good.msh m.qxm --units mm").code, 0);
+  const auto told = [&] {
+    const std::string info = Qxdb("info m.qxm --json").out;
+    return info.substr(info.find("\"nodes\""));  // file and revision stand before
+  };
+  const std::string saved = told();
+  EXPECT_NE(saved.find("\"box\""), std::string::npos) << saved;
+  ASSERT_EQ(Qxdb("edit move m.qxm 1 --by -7 0 0.1").code, 0);
+  EXPECT_NE(told(), saved);
+  // Where a step is undone, the pages and what they say of themselves are not all there is.
+  ASSERT_EQ(Qxdb("undo m.qxm").code, 0);
+  EXPECT_EQ(told(), saved);
+  EXPECT_EQ(Qxdb("verify m.qxm").code, 0);
+}
+
 TEST_F(Cli, TellsByItsExitCodeWhatHappened) {
   ASSERT_EQ(Qxdb("import good.msh m.qxm").code, 0);
   ASSERT_EQ(Qxdb("import good.msh mm.qxm --units mm").code, 0);

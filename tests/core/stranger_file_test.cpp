@@ -27,13 +27,6 @@ namespace fs = std::filesystem;
 constexpr std::size_t kPage = 4096;
 constexpr std::size_t kReserve = 8;
 
-/// Writes a page's checksum as its maker would.
-void Seal(std::string& bytes, std::size_t page) {
-  char* at = bytes.data() + page * kPage;
-  const std::uint64_t sum = XXH3_64bits_withSeed(at, kPage - kReserve, page);
-  std::memcpy(at + kPage - kReserve, &sum, sizeof(sum));
-}
-
 /// A database that claims to be a model, made by these statements and sealed.
 std::string ForgedDatabase(const std::string& path, const std::string& statements) {
   fs::remove(path);

@@ -1,13 +1,16 @@
 #pragma once
 // For tests of what others do to a model file.
 
+#define XXH_INLINE_ALL
 #include <algorithm>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <memory>
 #include <string>
 #include <vector>
+#include <xxhash.h>
 
 #include "qx_db/platform/file.h"
 
@@ -24,6 +27,15 @@ inline void WriteBytes(const std::string& path, const std::string& bytes) {
 inline std::string BytesOf(const std::string& path) {
   const auto bytes = ReadWholeFile(path);
   return bytes ? *bytes : std::string();
+}
+
+/// Writes the checksum of a page of 4096 bytes as its maker would.
+inline void Seal(std::string& bytes, std::size_t page) {
+  constexpr std::size_t kPage = 4096;
+  constexpr std::size_t kReserve = 8;
+  char* at = bytes.data() + page * kPage;
+  const std::uint64_t sum = XXH3_64bits_withSeed(at, kPage - kReserve, page);
+  std::memcpy(at + kPage - kReserve, &sum, sizeof(sum));
 }
 
 /// A transaction that inserts one node; 1 when it was committed.

@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 #include <map>
 
+#include "qx_db/core/state_hash.h"
 #include "qx_db/platform/plain_text.h"
 #include "qx_db/qx_db.h"
 
@@ -116,7 +117,7 @@ Outcome Go(const HistoryOptions& options, const Context& context, Move&& move) {
   Model model(options.model);
   if (Outcome opened = model.OpenForEditing(); !opened) return opened;
   CQXDBSession& session = model.session;
-  const std::string before = HashText(session.StateHash());
+  const std::string before = HashText(KnownStateHash(session));
   // However many steps it takes, they are put on the device once.
   StepKeeper& keeper = *model.document.Keeper();
   keeper.SetOptions({Durability::kInterval, std::chrono::hours(24)});
@@ -124,7 +125,7 @@ Outcome Go(const HistoryOptions& options, const Context& context, Move&& move) {
   if (Outcome flushed = keeper.Flush(); moved && !flushed) moved = flushed;
   if (!moved) return keeper.Fault() ? moved : keeper.Fault();
   const auto& done = session.History().Done();
-  const std::string after = HashText(session.StateHash());
+  const std::string after = HashText(KnownStateHash(session));
   JsonText json;
   json.Begin().Text("model", options.model).Text("before", before).Text("after", after);
   json.Integer("step", done.empty() ? 0 : done.back().number);

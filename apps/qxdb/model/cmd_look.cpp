@@ -1,12 +1,13 @@
 // Looking at models: info, show, verify.
 
 #include <algorithm>
-#include <array>
 #include <fmt/format.h>
 #include <limits>
 #include <map>
+#include <optional>
 
 #include "qx_db/core/model_check.h"
+#include "qx_db/core/model_summary.h"
 #include "qx_db/model/set_rules.h"
 #include "qx_db/platform/plain_text.h"
 #include "qx_db/platform/text.h"
@@ -31,24 +32,33 @@ struct LookOptions {
 
 // ---- info ---------------------------------------------------------------------------------------
 
-struct Box {
-  std::array<double, 3> low{};
-  std::array<double, 3> high{};
-  bool empty = true;
+/// What info tells of a model as a whole; lengths in current units.
+struct Figures {
+  using Box = ModelSummary::Box;
+  std::uint64_t state = 0;
+  std::int64_t nodes = 0;
+  std::map<std::int32_t, std::int64_t> elements;
+  std::optional<Box> box;
 };
 
-Box BoundingBox(const CQXDBSession& session) {
-  Box box;
+tagTVector3<double> InCurrentUnits(const tagTVector3<double>& position, const CQXUnitCtrl& units) {
+  tagTNode node;
+  node.position = position;
+  node.ConvertUnitOut(&units);
+  return node.position;
+}
+
+std::optional<Figures::Box> BoundingBox(const CQXDBSession& session) {
+  std::optional<Figures::Box> box;
   auto& nodes = *session.GetPool<DPoolNode>(code::kNode);
   for (ITR pos = nodes.GetHeadPosition(); pos;) {
-    tagTNode node = nodes.GetNextNU(pos);
-    node.ConvertUnitOut(&session.Units());
-    const double p[3] = {node.position.x, node.position.y, node.position.z};
-    for (std::size_t i = 0; i < 3; ++i) {
-      box.low[i] = box.empty ? p[i] : std::min(box.low[i], p[i]);
-      box.high[i] = box.empty ? p[i] : std::max(box.high[i], p[i]);
-    }
-    box.empty = false;
+    const tagTVector3<double> p = InCurrentUnits(nodes.GetNextNU(pos).position, session.Units());
+    if (!box) box = Figures::Box{p, p};
+    auto& [low, high] = *box;
+    low = {std::min<double>(low.x, p.x), std::min<double>(low.y, p.y),
+           std::min<double>(low.z, p.z)};
+    high = {std::max<double>(high.x, p.x), std::max<double>(high.y, p.y),
+            std::max<double>(high.z, p.z)};
   }
   return box;
 }
@@ -60,30 +70,47 @@ std::map<std::int32_t, std::int64_t> ElementCounts(const CQXDBSession& session) 
   return counts;
 }
 
+Figures FiguresOf(const CQXDBSession& session) {
+  return {session.StateHash(), session.GetDataPool(code::kNode)->GetSize(), ElementCounts(session),
+          BoundingBox(session)};
+}
+
+/// The same from what the file says of itself.
+Figures FiguresOf(const ModelGlance& glance, const CQXUnitCtrl& units) {
+  const ModelSummary& summary = glance.summary;
+  Figures figures{summary.state, 0, summary.elements, std::nullopt};
+  for (const ModelFileReport::Pool& pool : glance.report.pools) {
+    if (pool.type == code::kNode) figures.nodes = pool.records;
+  }
+  if (summary.box) {
+    figures.box = Figures::Box{InCurrentUnits(summary.box->low, units),
+                               InCurrentUnits(summary.box->high, units)};
+  }
+  return figures;
+}
+
 std::string TypeLabel(std::int32_t type) {
   const ElementType* known = FindElementType(type);
   return known ? std::string(known->plural) : fmt::format("elements of type {}", type);
 }
 
-void InfoMesh(const CQXDBSession& session, std::string& text, JsonText& json) {
-  const std::string_view unit = session.Units().GetUnitName(unit::kLength);
-  json.Integer("nodes", session.GetDataPool(code::kNode)->GetSize()).Begin("elements");
-  text += fmt::format("nodes     {:>11}\n", Grouped(session.GetDataPool(code::kNode)->GetSize()));
-  for (const auto& [type, count] : ElementCounts(session)) {
+void InfoMesh(const Figures& figures, std::string_view unit, std::string& text, JsonText& json) {
+  json.Integer("nodes", figures.nodes).Begin("elements");
+  text += fmt::format("nodes     {:>11}\n", Grouped(figures.nodes));
+  for (const auto& [type, count] : figures.elements) {
     text += fmt::format("elements  {:>11}  {}\n", Grouped(count), TypeLabel(type));
     json.Integer(std::to_string(type), count);
   }
   json.End();
-  const Box box = BoundingBox(session);
-  if (box.empty) return;
+  if (!figures.box) return;
+  const auto& [low, high] = *figures.box;
+  const std::pair<double, double> sides[] = {{low.x, high.x}, {low.y, high.y}, {low.z, high.z}};
+  const char* label = "box     x";
   json.BeginArray("box");
-  for (std::size_t i = 0; i < 3; ++i) {
-    text += fmt::format("{}  {} .. {} {}\n",
-                        i == 0   ? "box     x"
-                        : i == 1 ? "        y"
-                                 : "        z",
-                        Short(box.low[i]), Short(box.high[i]), unit);
-    json.BeginArray().Real({}, box.low[i]).Real({}, box.high[i]).End();
+  for (const auto& [from, to] : sides) {
+    text += fmt::format("{}  {} .. {} {}\n", label, Short(from), Short(to), unit);
+    label = label[0] == 'b' ? "        y" : "        z";
+    json.BeginArray().Real({}, from).Real({}, to).End();
   }
   json.End();
 }
@@ -114,19 +141,17 @@ void InfoSets(const CQXDBSession& session, std::string& text, JsonText& json) {
       [&](ITR set) { return CountOf(active.GetAtNU(set).elements); }, text, json);
 }
 
-Outcome Info(Model& model, const LookOptions&, const Context& context) {
-  const ModelFileReport& report = model.report;
-  const CQXDBSession& session = model.session;
-  std::string text = fmt::format("{}: {}, saved {} time{}\n", model.path, Bytes(report.file_bytes),
+void PrintInfo(const std::string& path, const ModelFileReport& report, const InfoSource& source,
+               const Figures& figures, const Context& context) {
+  const CQXDBSession& session = source.session;
+  std::string text = fmt::format("{}: {}, saved {} time{}\n", path, Bytes(report.file_bytes),
                                  report.revision, report.revision == 1 ? "" : "s");
   JsonText json;
-  json.Begin()
-      .Text("model", model.path)
-      .Integer("bytes", static_cast<std::int64_t>(report.file_bytes));
+  json.Begin().Text("model", path).Integer("bytes", static_cast<std::int64_t>(report.file_bytes));
   json.Integer("revision", report.revision);
-  InfoMesh(session, text, json);
+  InfoMesh(figures, session.Units().GetUnitName(unit::kLength), text, json);
   InfoSets(session, text, json);
-  InfoRest(model, text, json);
+  InfoRest(source, text, json);
   text += "units     ";
   json.Begin("units");
   for (int b = 0; b < kUnitBaseCount; ++b) {
@@ -136,9 +161,42 @@ Outcome Info(Model& model, const LookOptions&, const Context& context) {
     json.Text(UnitBaseName(base), unit.name);
   }
   json.End();
-  const std::string hash = HashText(session.StateHash());
+  const std::string hash = HashText(figures.state);
   text += "\nstate      " + hash + "\n";
   context.Print(text, json.Text("state", hash).End());
+}
+
+bool HoldsRules(const ModelFileReport& report) {
+  return std::any_of(report.pools.begin(), report.pools.end(), [](const auto& pool) {
+    return pool.type == code::kSetRule && pool.records > 0;
+  });
+}
+
+/// From what the file says of itself, without reading nodes and elements; false where that does not
+/// say enough, as of sets whose members follow from a rule.
+bool InfoAtAGlance(const std::string& path, const Context& context) {
+  CQXDBSession session(host::SetUpModel);
+  std::vector<std::uint16_t> needed;
+  for (const DPoolBase* pool : session.Pools()) {
+    if (IsNeededForInfo(*pool)) needed.push_back(pool->GetTypeCode());
+  }
+  const auto glance = GlanceAtModel(path, session, needed);
+  if (!glance || HoldsRules(glance->report)) return false;
+  const auto steps = static_cast<std::int64_t>(glance->report.stamp.steps);
+  PrintInfo(path, glance->report, {session, steps, 0, &glance->report},
+            FiguresOf(*glance, session.Units()), context);
+  return true;
+}
+
+Outcome Info(const LookOptions& options, const Context& context) {
+  if (!OpenModel::Current() && InfoAtAGlance(options.model, context)) return {};
+  Model model(options.model);
+  if (Outcome opened = model.Open(); !opened) return opened;
+  const Journal& history = model.session.History();
+  PrintInfo(model.path, model.report,
+            {model.session, static_cast<std::int64_t>(history.Done().size()),
+             static_cast<std::int64_t>(history.Undone().size())},
+            FiguresOf(model.session), context);
   return {};
 }
 
@@ -224,6 +282,8 @@ Outcome Verify(Model& model, const LookOptions&, Context& context) {
   auto problems = FindProblems(model.session, report);
   const Outcome straight = CheckCircles(model.session, ReferenceForm::kIterators, model.path);
   if (!straight) problems.push_back(straight.Error().what);
+  const std::string summary = FindSummaryFault(model.path, model.session);
+  if (!summary.empty()) problems.push_back(summary);
   std::int64_t records = 0;
   std::size_t pools = 0;
   for (const auto& pool : report.pools) {
@@ -252,8 +312,9 @@ Outcome Verify(Model& model, const LookOptions&, Context& context) {
 }  // namespace
 
 void AddInfo(Command& app, Context& context) {
-  AddModelCommand<LookOptions>(app, context, "info", "Summarise a model", "qxdb info bracket.qxm",
-                               Info);
+  const auto [command, options] = AddCommand<LookOptions>(app, context, "info", "Summarise a model",
+                                                          "qxdb info bracket.qxm", Info);
+  command->Add("model", &options->model, "Model file").OpenModel().Required();
 }
 
 void AddShow(Command& app, Context& context) {

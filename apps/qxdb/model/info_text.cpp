@@ -51,11 +51,20 @@ bool IsToldElsewhere(std::uint16_t type) {
          type == code::kActiveElemSet || type == code::kSetTag;
 }
 
-void InfoPools(const Model& model, std::string& text, JsonText& json) {
+std::int64_t RecordsOf(const InfoSource& source, const DPoolBase& pool) {
+  if (!source.glance) return pool.GetSize();
+  for (const ModelFileReport::Pool& in_file : source.glance->pools) {
+    if (in_file.type == pool.GetTypeCode()) return in_file.records;
+  }
+  return 0;
+}
+
+void InfoPools(const InfoSource& source, std::string& text, JsonText& json) {
   json.BeginArray("pools");
-  for (const DPoolBase* pool : model.session.Pools()) {
-    if (IsToldElsewhere(pool->GetTypeCode()) || pool->GetSize() == 0) continue;
-    json.Begin().Text("pool", PoolLabel(*pool)).Integer("records", pool->GetSize());
+  for (const DPoolBase* pool : source.session.Pools()) {
+    const std::int64_t records = RecordsOf(source, *pool);
+    if (IsToldElsewhere(pool->GetTypeCode()) || records == 0) continue;
+    json.Begin().Text("pool", PoolLabel(*pool)).Integer("records", records);
     NameList names;
     if (const Row* row = NameRow(pool->GetSchema())) {
       json.BeginArray("names");
@@ -67,19 +76,20 @@ void InfoPools(const Model& model, std::string& text, JsonText& json) {
       json.End();
     }
     json.End();
-    text += Line(PoolLabel(*pool), pool->GetSize(), names.Text());
+    text += Line(PoolLabel(*pool), records, names.Text());
   }
   json.End();
 }
 
 /// What sets were in the file that they came from.
-void InfoTags(const CQXDBSession& session, std::string& text, JsonText& json) {
-  const DPoolBase& tags = *session.GetDataPool(code::kSetTag);
+void InfoTags(const InfoSource& source, std::string& text, JsonText& json) {
+  const DPoolBase& tags = *source.session.GetDataPool(code::kSetTag);
+  const DPoolBase& sets = *source.session.GetDataPool(code::kMset);
   NameList names;
   json.BeginArray("tags");
   for (ITR pos = tags.GetHeadPosition(); pos; tags.Next(pos)) {
     const auto& tag = static_cast<const tagTSetTag&>(*KeyedSetBase::RecordAt(pos));
-    const ITR set = tag.set;
+    const ITR set = source.glance ? sets.Find(static_cast<Key>(+tag.set)) : +tag.set;
     const std::string name =
         set ? Utf8(static_cast<const tagTMset*>(KeyedSetBase::RecordAt(set))->name.View()) : "";
     const std::string format = Utf8(tag.format.View());
@@ -93,15 +103,21 @@ void InfoTags(const CQXDBSession& session, std::string& text, JsonText& json) {
 
 }  // namespace
 
-void InfoRest(const Model& model, std::string& text, JsonText& json) {
-  InfoTags(model.session, text, json);
-  InfoPools(model, text, json);
-  const Journal& history = model.session.History();
-  const auto undoable = static_cast<std::int64_t>(history.Done().size());
-  const auto redoable = static_cast<std::int64_t>(history.Undone().size());
-  json.Begin("history").Integer("undoable", undoable).Integer("redoable", redoable).End();
-  text += fmt::format("history   {:>11}  step{} to undo, {} to redo\n", Grouped(undoable),
-                      undoable == 1 ? "" : "s", Grouped(redoable));
+bool IsNeededForInfo(const DPoolBase& pool) {
+  const std::uint16_t type = pool.GetTypeCode();
+  if (type == code::kNode || type == code::kElem) return false;
+  return IsToldElsewhere(type) || NameRow(pool.GetSchema()) != nullptr;
+}
+
+void InfoRest(const InfoSource& source, std::string& text, JsonText& json) {
+  InfoTags(source, text, json);
+  InfoPools(source, text, json);
+  json.Begin("history")
+      .Integer("undoable", source.undoable)
+      .Integer("redoable", source.redoable)
+      .End();
+  text += fmt::format("history   {:>11}  step{} to undo, {} to redo\n", Grouped(source.undoable),
+                      source.undoable == 1 ? "" : "s", Grouped(source.redoable));
 }
 
 }  // namespace qx::app

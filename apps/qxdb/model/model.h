@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "qx_db/core/document.h"
+#include "qx_db/core/state_hash.h"
 #include "qx_db/core/transaction.h"
 #include "qx_db/gateway/document.h"
 
@@ -104,7 +105,7 @@ class Edit {
   void WriteStates(JsonText& json) const;
 
  private:
-  std::string State() const { return HashText(model_.session.StateHash()); }
+  std::string State() const { return HashText(KnownStateHash(model_.session)); }
 
   Model& model_;
   const std::string before_;

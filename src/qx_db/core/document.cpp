@@ -1,5 +1,6 @@
 #include "qx_db/core/document.h"
 
+#include "qx_db/core/state_hash.h"
 #include "qx_db/core/transaction.h"
 #include "qx_db/lib/message.h"
 #include "qx_db/platform/file.h"
@@ -12,7 +13,7 @@ namespace {
 /// The hash of a state that is saved or loaded: whoever waits may no longer end that.
 std::uint64_t HashOf(const CQXDBSession& session) {
   const WorkWatch nobody({});
-  return session.StateHash();
+  return KnownStateHash(session);
 }
 
 }  // namespace

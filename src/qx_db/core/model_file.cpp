@@ -2,6 +2,7 @@
 
 #include "qx_db/core/model_file.h"
 
+#include <algorithm>
 #include <functional>
 
 #include "qx_db/core/model_check.h"
@@ -85,7 +86,10 @@ Outcome WriteModel(const CQXDBSession& session, const std::string& path, const S
   if (Outcome units = (*writer)->WriteUnits(session.OwnUnits()); !units) return units;
   Outcome outcome;
   LongWork work(expected);
-  for (const DPoolBase* pool : session.Pools()) {
+  std::vector<DPoolBase*> pools(session.Pools().begin(), session.Pools().end());
+  std::sort(pools.begin(), pools.end(),  // as the summary of a file has them
+            [](auto* a, auto* b) { return a->GetTypeCode() < b->GetTypeCode(); });
+  for (const DPoolBase* pool : pools) {
     if (!qxSaveDPool(**writer, *pool, &outcome)) return outcome;
     work.Step(static_cast<std::size_t>(pool->GetSize()) * pool->GetCheckSize());
   }

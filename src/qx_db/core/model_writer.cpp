@@ -6,6 +6,7 @@
 #include "qx_db/core/image_stream.h"
 #include "qx_db/core/model_database.h"
 #include "qx_db/core/model_file.h"
+#include "qx_db/core/model_summary.h"
 #include "qx_db/core/schema_text.h"
 #include "qx_db/core/step_log.h"
 #include "qx_db/platform/file.h"
@@ -41,6 +42,7 @@ struct ModelFileWriter::Impl {
   std::unique_ptr<NewFile> file;
   Database db;
   Statement meta, pool, chunk;
+  std::unique_ptr<SummaryWriter> summary;  // from the units on
 
   bool Exec(const char* sql) {
     return sqlite3_exec(db.get(), sql, nullptr, nullptr, nullptr) == SQLITE_OK;
@@ -90,6 +92,7 @@ Result<std::unique_ptr<ModelFileWriter>> ModelFileWriter::Create(const std::stri
 }
 
 Outcome ModelFileWriter::WriteUnits(const CQXUnitCtrl& units) {
+  impl_->summary = std::make_unique<SummaryWriter>(units);
   const std::pair<const char*, const UnitSystem&> systems[] = {{"units.model.", units.Model()},
                                                                {"units.current.", units.Current()}};
   for (const auto& [prefix, system] : systems) {
@@ -122,6 +125,7 @@ Outcome ModelFileWriter::WritePool(const DPoolBase& pool) {
     return w.chunk.Run();
   };
   const auto records = static_cast<std::size_t>(pool.GetSize());
+  if (w.summary) w.summary->BeginPool(pool);
   LongWork work(records, records * pool.GetCheckSize());
   for (ITR pos = pool.GetHeadPosition(); pos; pool.Next(pos)) {
     work.Step();
@@ -131,7 +135,9 @@ Outcome ModelFileWriter::WritePool(const DPoolBase& pool) {
       return Failure{w.path, std::string(schema.Name()) + " " + std::to_string(record.GetKey()),
                      "is too large for a model file", "split the record"};
     }
-    bytes += AppendImage(schema, record, images);
+    const std::uint32_t image = AppendImage(schema, record, images);
+    if (w.summary) w.summary->Add(record, std::span(images).last(image));
+    bytes += image;
     ++in_chunk;
     if (images.size() >= kChunkBytes && !flush()) return w.Fault();
   }
@@ -146,6 +152,11 @@ Outcome ModelFileWriter::Finish(std::int64_t revision, const StepFill& fill,
                                 std::unique_ptr<StepLog>* log) {
   Impl& w = *impl_;
   const std::int64_t id = NewLogId();
+  const auto summary = w.summary ? w.summary->Summary() : std::nullopt;
+  for (const auto& [name, value] : summary ? summary->Rows() : ModelSummary::TextRows()) {
+    w.meta.Bind(1, name).Bind(2, value);
+    if (!w.meta.Run()) return w.Fault();
+  }
   w.meta.Bind(1, std::string("revision")).Bind(2, revision);
   if (!w.meta.Run()) return w.Fault();
   w.meta.Bind(1, std::string("steps")).Bind(2, id);
