@@ -257,9 +257,8 @@ TEST_F(DurabilityTest, HistoryStaysWithinItsLimits) {
   CQXDocBase document(SetUpSmallModel);
   CQXDBSession& session = *document.GetDBSession();
   ASSERT_EQ(document.SaveAs(path).Line(), "");
-  DurabilityOptions options;
-  options.kept.steps = 4;
-  ASSERT_EQ(document.KeepSteps(options).Line(), "");
+  session.SetKeptHistory({4, kUsualKept.bytes});
+  ASSERT_EQ(document.KeepSteps().Line(), "");
   std::vector<std::uint64_t> states;
   for (Key key = 1; key <= 10; ++key) {
     CTransaction transaction(&session);
@@ -493,7 +492,8 @@ TEST_F(DurabilityTest, AfterAFailedSyncTheFileIsWrittenAnew) {
   EXPECT_NE(StampOf(path).writing, before.writing);
   // So it is when the log has outgrown its bound.
   DurabilityOptions small;
-  small.kept.bytes = small.log_bytes = 16384;
+  small.log_bytes = 16384;
+  document.GetDBSession()->SetKeptHistory({1000, small.log_bytes});
   document.Keeper()->SetOptions(small);
   std::set<std::uint64_t> writings;
   for (int i = 0; i < 40; ++i) {

@@ -100,7 +100,7 @@ TEST(Session, HistoryIsBoundedByStepsAndBytes) {
   EXPECT_EQ(m.session.Redo(), 0) << "the step farthest from the present went";
   EXPECT_EQ(m.nodes.GetSize(), 9);
   const std::size_t footprint = m.nodes.Set().Footprint();
-  // A byte bound too small for a single step keeps none, and frees what was removed.
+  // A byte bound too small for a single step keeps that one, and frees what was removed before.
   m.session.SetHistoryLimits({1000, 100});
   for (int round = 0; round < 200; ++round) {
     m.Step(u"add", [&] {
@@ -110,7 +110,9 @@ TEST(Session, HistoryIsBoundedByStepsAndBytes) {
       for (Key k = 100; k < 200; ++k) m.nodes.Remove(m.nodes.Find(k));
     });
   }
+  EXPECT_EQ(m.session.Undo(), 1) << "the last step can always be undone";
   EXPECT_EQ(m.session.Undo(), 0);
+  EXPECT_EQ(m.session.Redo(), 1);
   if (KeyedSetBase::ReusesSlots()) {
     EXPECT_LE(m.nodes.Set().Footprint(), footprint + (64 << 10));
   }
@@ -151,6 +153,9 @@ TEST(Session, HistoryCountsWhatItAloneKeeps) {
   m.session.Undo();
   m.session.Undo();
   m.session.SetHistoryLimits({1000, 100});
+  EXPECT_EQ(m.session.History().Done().size(), 1u);
+  EXPECT_EQ(m.session.History().Undone().size(), 1u);
+  m.session.SetHistoryLimits({0, 100});
   EXPECT_FALSE(m.session.CanUndo() || m.session.CanRedo());
 }
 

@@ -93,7 +93,8 @@ TEST_F(TrustTest, AFailedSaveDoesNotBlockStepsThatFit) {
   EXPECT_EQ(StateAt(path), session.StateHash());
   // So it is where the log has outgrown its bound, and would be folded in.
   DurabilityOptions small;
-  small.kept.bytes = small.log_bytes = 4096;
+  small.log_bytes = 4096;
+  session.SetKeptHistory({1000, small.log_bytes});
   document->Keeper()->SetOptions(small);
   EXPECT_EQ(InsertNode(session, 51), 1) << document->Keeper()->Fault().Line();
   EXPECT_EQ(StateAt(path), session.StateHash());

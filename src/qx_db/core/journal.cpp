@@ -462,18 +462,21 @@ void Journal::Count(Step& step) {
   bytes_ += step.counted;
 }
 
-void Journal::EnforceLimits() {
+std::size_t Journal::EnforceLimits() {
   if (!is_counted_) {
     for (Step& step : done_) step.counted = step.Footprint();
     for (Step& step : undone_) step.counted = step.Footprint();
     bytes_ = Footprint();
     is_counted_ = true;
   }
-  const auto beyond = [&] {
-    return done_.size() + undone_.size() > limits_.steps || bytes_ > limits_.bytes;
+  const std::size_t before = done_.size();
+  const auto beyond = [&](const auto& side) {
+    if (done_.size() + undone_.size() > limits_.steps) return !side.empty();
+    return bytes_ > limits_.bytes && side.size() > 1;
   };
-  while (beyond() && !done_.empty()) ForgetOldest();
-  while (beyond() && !undone_.empty()) ForgetLatest();
+  while (beyond(done_)) ForgetOldest();
+  while (beyond(undone_)) ForgetLatest();
+  return before - done_.size();
 }
 
 std::size_t Journal::Footprint() const {

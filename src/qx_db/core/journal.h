@@ -86,11 +86,17 @@ struct Step {
 };
 
 /// How far back one can go, and forth again. Whichever bound is reached first drops the steps
-/// farthest from the present: the oldest of those done, then the latest of those undone.
+/// farthest from the present: the oldest of those done, then the latest of those undone. The bytes
+/// leave the step nearest to the present on either side alone, however large it is: what was done
+/// last can be undone.
 struct HistoryLimits {
   std::size_t steps = 1000;
   std::size_t bytes = std::size_t{1} << 30;
+  bool operator==(const HistoryLimits&) const = default;
 };
+
+/// What a model file keeps of the history where nobody has asked for more or less.
+inline constexpr HistoryLimits kUsualKept{1000, std::size_t{64} << 20};
 
 /// Appends a record's image, iterators and all, to those of a step, all or nothing; returns its
 /// size. Pools take no record whose image exceeds the format.
@@ -159,7 +165,8 @@ class QXDB_API Journal {
   /// takes no memory that was not taken before.
   void SetLimits(const HistoryLimits& limits);
   const HistoryLimits& Limits() const { return limits_; }
-  void EnforceLimits();
+  /// Returns how many steps can no longer be undone.
+  std::size_t EnforceLimits();
   std::size_t Footprint() const;
   /// Bytes that the records of changes in one pool keep allocated while they are detached.
   std::size_t HeldBytes(std::uint16_t type, std::span<const Change> changes) const;

@@ -84,6 +84,7 @@ Outcome WriteModel(const CQXDBSession& session, const std::string& path, const S
   auto writer = ModelFileWriter::Create(path, expected);
   if (!writer) return writer.AsOutcome();
   if (Outcome units = (*writer)->WriteUnits(session.OwnUnits()); !units) return units;
+  if (Outcome kept = (*writer)->WriteKeptHistory(session.KeptHistory()); !kept) return kept;
   Outcome outcome;
   LongWork work(expected);
   std::vector<DPoolBase*> pools(session.Pools().begin(), session.Pools().end());
@@ -176,6 +177,7 @@ class ModelReading {
                      "open it with the program that wrote it"};
     }
     if (Outcome units = reader.ReadUnits(stage_->Units()); !units) return units;
+    stage_->SetKeptHistory(reader.ReadKeptHistory());
     Outcome outcome;
     std::size_t records = 0;
     for (const ModelFileReport::Pool& pool : reader.Report().pools) {
@@ -315,7 +317,6 @@ Outcome LoadModel(CQXDBSession& session, const std::string& path, ModelFileRepor
   auto stage = Read(path, session.Setup(), {}, found, continuation);
   if (!stage) return stage.AsOutcome();
   session.SwapContents(**stage);
-  session.SetHistoryLimits(session.History().Limits());
   session.AnnounceLoaded();
   if (!continuation) RunLoadHooks(session);
   TellOfSteps(path, found);

@@ -60,6 +60,7 @@ class QXDB_API ModelFileWriter {
                                                          std::uint64_t expected_bytes);
   ~ModelFileWriter();
   Outcome WriteUnits(const CQXUnitCtrl& units);
+  Outcome WriteKeptHistory(const HistoryLimits& kept);
   Outcome WritePool(const DPoolBase& pool);
   /// Makes the file durable and puts it in the place of the old one. `log` is given the log of
   /// steps, to go on with.
@@ -89,6 +90,8 @@ class QXDB_API ModelFileReader {
   /// Checks every page, also those that no question touches. Cost: one sequential read.
   Outcome CheckAllPages();
   Outcome ReadUnits(CQXUnitCtrl& units);
+  /// How much of the history the file is to keep; kUsualKept of one that does not say.
+  HistoryLimits ReadKeptHistory();
   /// Called with the images of a chunk (image_stream.h) and their number; gives "" or what is wrong
   /// with them, which ends the reading.
   using ChunkVisit = std::function<std::string(std::span<const char> images, std::int64_t records)>;

@@ -119,6 +119,19 @@ Outcome ModelFileReader::ReadUnits(CQXUnitCtrl& units) {
   return {};
 }
 
+HistoryLimits ModelFileReader::ReadKeptHistory() {
+  HistoryLimits kept = kUsualKept;
+  Statement find(impl_->Db(), "SELECT value FROM meta WHERE name=?");
+  for (const auto& [name, value] :
+       {std::pair("history.steps", &kept.steps), std::pair("history.bytes", &kept.bytes)}) {
+    find.Bind(1, std::string(name));
+    if (find.Step() == SQLITE_ROW && find.Int(0) >= 0)
+      *value = static_cast<std::size_t>(find.Int(0));
+    find.Reset();
+  }
+  return kept;
+}
+
 Outcome ModelFileReader::ForEachChunk(std::uint16_t type, const ChunkVisit& visit) {
   const auto entry = std::find_if(impl_->report.pools.begin(), impl_->report.pools.end(),
                                   [&](const auto& pool) { return pool.type == type; });

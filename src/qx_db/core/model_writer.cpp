@@ -1,5 +1,7 @@
 // Writing a model file.
 
+#include <algorithm>
+#include <limits>
 #include <random>
 #include <sqlite3.h>
 
@@ -103,6 +105,17 @@ Outcome ModelFileWriter::WriteUnits(const CQXUnitCtrl& units) {
           .Bind(2, std::string(unit.name));
       if (!impl_->meta.Run()) return impl_->Fault();
     }
+  }
+  return {};
+}
+
+Outcome ModelFileWriter::WriteKeptHistory(const HistoryLimits& kept) {
+  for (const auto& [name, value] :
+       {std::pair("history.steps", kept.steps), std::pair("history.bytes", kept.bytes)}) {
+    constexpr auto kMost = static_cast<std::size_t>(std::numeric_limits<std::int64_t>::max());
+    impl_->meta.Bind(1, std::string(name))
+        .Bind(2, static_cast<std::int64_t>(std::min(value, kMost)));
+    if (!impl_->meta.Run()) return impl_->Fault();
   }
   return {};
 }

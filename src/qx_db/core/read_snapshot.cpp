@@ -10,6 +10,7 @@ namespace qx {
 std::unique_ptr<CQXDBSession> TakeSnapshot(const CQXDBSession& session) {
   auto copy = std::make_unique<CQXDBSession>(session.Setup());
   copy->Units() = session.OwnUnits();
+  copy->SetKeptHistory(session.KeptHistory());
   // The copies first, each by the slot of its original, then what they refer to.
   StepNumbers numbers;
   numbers.Reset(session);

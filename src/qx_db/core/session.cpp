@@ -365,7 +365,7 @@ int CQXDBSession::CommitTransaction() {
   } else if (inner_taken_back_) {
     fault = Announce(SessionEvent::kRolledBack, journal_.Current());
   }
-  journal_.EnforceLimits();
+  BoundHistory();
   ClearFlags();
   ForgetStep();
   UpdateHistoryMark();
@@ -475,6 +475,25 @@ void CQXDBSession::SetHistoryLimits(const HistoryLimits& limits) {
   UpdateHistoryMark();
 }
 
+void CQXDBSession::SetKeptHistory(const HistoryLimits& kept) {
+  kept_history_ = kept;
+  HistoryLimits limits = journal_.Limits();
+  limits.steps = std::max(limits.steps, kept.steps);
+  limits.bytes = std::max(limits.bytes, kept.bytes);
+  journal_.SetLimits(limits);
+}
+
+/// Once the history is full, every step pushes out one: that is told once. A step that costs
+/// several is told each time.
+void CQXDBSession::BoundHistory() {
+  const std::size_t lost = journal_.EnforceLimits();
+  if (lost == 0 || (lost == 1 && loss_told_)) return;
+  loss_told_ = true;
+  const HistoryLimits& limits = journal_.Limits();
+  qxMsgOut(Severity::kInfo, "IDS_QX_HISTORY_PUSHED_OUT",
+           {std::to_string(lost), std::to_string(limits.steps), std::to_string(limits.bytes)});
+}
+
 void CQXDBSession::ForgetHistory() {
   if (IsBusy()) return;
   journal_.Forget();
@@ -556,6 +575,9 @@ int CQXDBSession::SwapContents(CQXDBSession& other) {
   SetUnits(other.OwnUnits());
   other.SetUnits(units);
   journal_.SwapHistory(other.journal_);
+  std::swap(kept_history_, other.kept_history_);
+  SetKeptHistory(kept_history_);
+  other.SetKeptHistory(other.kept_history_);
   UpdateHistoryMark();
   other.UpdateHistoryMark();
   return 1;

@@ -227,7 +227,13 @@ class QXDB_API CQXDBSession final : public ChangeRecorder {
   std::u16string_view UndoName() const;
   std::u16string_view RedoName() const;
   const Journal& History() const { return journal_; }
+  /// Of the history in memory. What a commit pushes out beyond them a message tells, as the first
+  /// such loss of the session and where it is more than the one step that made room.
   void SetHistoryLimits(const HistoryLimits& limits);
+  /// How much of the history a file of the model keeps: a part of the model, which is saved and
+  /// loaded with it, but no step. Holds from the next save on; memory keeps at least as much.
+  const HistoryLimits& KeptHistory() const { return kept_history_; }
+  void SetKeptHistory(const HistoryLimits& kept);
   void ForgetHistory();
   /// Gives the steps without a time this one. Returns the number after the highest, at least
   /// `next`: that of the next step.
@@ -301,6 +307,7 @@ class QXDB_API CQXDBSession final : public ChangeRecorder {
   [[nodiscard]] std::exception_ptr Announce(SessionEvent event, const Step& step);
   void FlagChanges(const Step& step);
   void ClearFlags();
+  void BoundHistory();
   int Replay(bool undo);
   const Step& ReplayLast(bool undo);
   void UpdateHistoryMark();
@@ -320,11 +327,13 @@ class QXDB_API CQXDBSession final : public ChangeRecorder {
   CTransaction* innermost_ = nullptr;  // of the open transactions
   int tellings_ = 0;                   // how many tell of a step, or show units
   bool bound_ = false;                 // the history, once a step has been told of
+  bool loss_told_ = false;             // that steps were pushed out of the history
   bool inner_taken_back_ = false;      // of the open step, something by an inner transaction
   bool state_known_ = false;           // somebody may ask for changes since the present state
   int round_ = 0;                      // of the relations that are being processed
   bool rehearsing_ = false;
   StepSink* sink_ = nullptr;
+  HistoryLimits kept_history_ = kUsualKept;
   Journal journal_;
   std::unique_ptr<Belongings> belongings_;
   std::unique_ptr<Relations> relations_;

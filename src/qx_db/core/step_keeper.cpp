@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "qx_db/core/key_forecast.h"
+#include "qx_db/core/history_plan.h"
 #include "qx_db/core/step_codec.h"
 #include "qx_db/lib/message.h"
 #include "qx_db/platform/clock.h"
@@ -13,78 +13,40 @@
 namespace qx {
 namespace {
 
-/// Whether the step's removed records still name the neighbours that they had in the list.
-bool KnowsPlaces(const CQXDBSession& session, const Step& step) {
-  return std::all_of(step.changes.begin(), step.changes.end(), [&](const Change& change) {
-    return change.operation != tagTRNotify::kRemoved ||
-           change.list_epoch == session.GetDataPool(change.type)->Set().ListEpoch();
-  });
-}
-
 /// Makes room for one more, so that adding it cannot fail.
 void MakeRoom(std::vector<std::int64_t>& states) {
   if (states.size() == states.capacity()) states.reserve(2 * states.size() + 16);
 }
 
-/// The history that goes into a file, written after the pages that hold the session's state. It
-/// begins where two records shared a key, which no file can hold.
+/// Writes the history that goes into a file, after the pages that hold the session's state.
 class HistoryWriter {
  public:
   HistoryWriter(const CQXDBSession& session, const Step* current, const HistoryLimits& kept)
-      : session_(session), kept_(kept) {
+      : session_(session), plan_(session, current, kept) {
     numbers_.Reset(session);
-    KeyForecast keys(session);
-    const auto may_be_kept = [&](const Step& step) {
-      return KnowsPlaces(session, step) && !keys.Pass(step, true);
-    };
-    if (current && kept.steps > 0 && may_be_kept(*current)) done_.push_back(current);
-    if (current && done_.empty()) return;  // older steps do not follow without it
-    const auto& done = session.History().Done();
-    // A place is kept at the end of the history for the step that is being committed.
-    for (std::size_t i = done.size() - (current && !done.empty() ? 1 : 0); i-- > 0;) {
-      if (done_.size() >= kept.steps || !may_be_kept(done[i])) break;
-      done_.push_back(&done[i]);
-    }
-    if (current) return;  // it ends what had been undone
-    const auto& undone = session.History().Undone();
-    for (auto step = undone.rbegin(); step != undone.rend(); ++step) {
-      if (done_.size() + undone_.size() >= kept.steps) break;
-      undone_.push_back(&*step);
-    }
   }
 
   Outcome Write(StepLog& log) {
-    for (const Step* step : done_) {
-      NumberRecords(session_, *step, tagTRNotify::kRemoved, numbers_);
+    const auto& done = plan_.Done();
+    for (const PlannedStep& each : done) {
+      NumberRecords(session_, *each.step, tagTRNotify::kRemoved, numbers_);
     }
-    for (const Step* step : undone_) {
-      NumberRecords(session_, *step, tagTRNotify::kInserted, numbers_);
+    for (const PlannedStep& each : plan_.Undone()) {
+      NumberRecords(session_, *each.step, tagTRNotify::kInserted, numbers_);
     }
-    std::vector<StepSize> past;
-    std::uint64_t bytes = 0;
-    for (const Step* step : done_) {
-      const StepSize size = SizeOfStep(session_, *step, StepForm::kBackward);
-      if (!HasRoom(size, bytes)) {
-        undone_.clear();
-        break;
-      }
-      past.push_back(size);
+    for (auto each = done.rbegin(); each != done.rend(); ++each) {
+      Outcome written = Append(log, FrameKind::kPast, *each, StepForm::kBackward);
+      if (!written) return written;
+      undoable_.push_back(each->step->State());
     }
-    for (std::size_t i = past.size(); i-- > 0;) {
-      Outcome done = Append(log, FrameKind::kPast, *done_[i], StepForm::kBackward, past[i]);
-      if (!done) return done;
-      undoable_.push_back(done_[i]->State());
-    }
-    for (const Step* step : undone_) {
-      const StepSize size = SizeOfStep(session_, *step, StepForm::kForward);
-      if (!HasRoom(size, bytes)) break;
-      Outcome done = Append(log, FrameKind::kCommit, *step, StepForm::kForward, size);
-      if (!done) return done;
-      redoable_.insert(redoable_.begin(), step->State());
+    for (const PlannedStep& each : plan_.Undone()) {
+      Outcome written = Append(log, FrameKind::kCommit, each, StepForm::kForward);
+      if (!written) return written;
+      redoable_.insert(redoable_.begin(), each.step->State());
     }
     for (std::size_t i = 0; i < redoable_.size(); ++i) {
-      Outcome done = log.Append(FrameKind::kUndo, NowMs(), {}, false);
-      if (!done) return done;
+      Outcome written = log.Append(FrameKind::kUndo, NowMs(), {}, false);
+      if (!written) return written;
     }
     return {};
   }
@@ -94,24 +56,16 @@ class HistoryWriter {
   std::vector<std::int64_t>& Redoable() { return redoable_; }
 
  private:
-  /// Adds what a step takes to `bytes`; false where it is too much for the file.
-  bool HasRoom(const StepSize& size, std::uint64_t& bytes) const {
-    bytes += size.bytes;
-    return size.fault.empty() && bytes <= kept_.bytes;
-  }
-  Outcome Append(StepLog& log, FrameKind kind, const Step& step, StepForm form,
-                 const StepSize& size) {
+  Outcome Append(StepLog& log, FrameKind kind, const PlannedStep& planned, StepForm form) {
     const auto encode = [&](FrameSink& out) {
-      EncodeStep(session_, step, form, numbers_, size, out);
+      EncodeStep(session_, *planned.step, form, numbers_, planned.size, out);
     };
-    return log.Append(kind, step.time_ms, {size.bytes, encode}, false);
+    return log.Append(kind, planned.step->time_ms, {planned.size.bytes, encode}, false);
   }
 
   const CQXDBSession& session_;
-  HistoryLimits kept_;
+  const HistoryPlan plan_;
   StepNumbers numbers_;
-  std::vector<const Step*> done_;    // newest first
-  std::vector<const Step*> undone_;  // the next to redo first
   std::vector<std::int64_t> undoable_, redoable_;
 };
 
@@ -171,7 +125,7 @@ StepKeeper::Keeping StepKeeper::HowToKeep() {
       log_->Look() == StepLog::Place::kGone) {
     return Keeping::kFold;
   }
-  const std::size_t most = std::max(options_.log_bytes, 2 * options_.kept.bytes);
+  const std::size_t most = std::max(options_.log_bytes, 2 * session_.KeptHistory().bytes);
   return log_->Bytes() > most ? Keeping::kFoldIfPossible : Keeping::kAppend;
 }
 
@@ -198,7 +152,7 @@ void StepKeeper::LearnOrder() {
 
 Outcome StepKeeper::Save() {
   next_number_ = session_.NumberSteps(next_number_, NowMs());
-  return Fold(nullptr, options_.kept);
+  return Fold(nullptr, session_.KeptHistory());
 }
 
 Outcome StepKeeper::SaveWithoutHistory() { return Fold(nullptr, {0, 0}); }
@@ -235,7 +189,25 @@ Outcome StepKeeper::Fold(const Step* current, const HistoryLimits& kept) {
   redoable_.swap(history.Redoable());
   LearnOrder();
   behind_ = false;
+  if (kept.steps > 0) TellOfLetGo(undoable_.size());
   return written;
+}
+
+/// Tells of the steps done of which the file keeps only the last; of none twice.
+void StepKeeper::TellOfLetGo(std::size_t kept) {
+  const auto& done = session_.History().Done();
+  if (done.size() <= kept) return;
+  const std::int64_t newest = done[done.size() - kept - 1].number;
+  const auto is_news = [&](const Step& step) {
+    return step.number > last_let_go_ && step.number <= newest;
+  };
+  const auto count = std::count_if(done.begin(), done.end(), is_news);
+  last_let_go_ = std::max(last_let_go_, newest);
+  if (count == 0) return;
+  const HistoryLimits& limits = session_.KeptHistory();
+  qxMsgOut(
+      Severity::kInfo, "IDS_QX_HISTORY_LET_GO",
+      {path_, std::to_string(count), std::to_string(limits.steps), std::to_string(limits.bytes)});
 }
 
 // ---- steps --------------------------------------------------------------------------------------
@@ -297,8 +269,12 @@ Outcome StepKeeper::AppendStep(const Step& step) {
 Outcome StepKeeper::FoldFirst(const Step* current, bool& append) {
   const Keeping keeping = HowToKeep();
   append = keeping == Keeping::kAppend;
+  // Going back and forth is no reason to let steps go.
+  if (!current && keeping == Keeping::kFoldIfPossible) {
+    append = FitHistory(session_, session_.KeptHistory()).done < session_.History().Done().size();
+  }
   if (append) return {};
-  Outcome folded = Fold(current, options_.kept);
+  Outcome folded = Fold(current, session_.KeptHistory());
   append = !folded && keeping == Keeping::kFoldIfPossible && !behind_;
   return folded;
 }
@@ -344,13 +320,13 @@ bool StepKeeper::OnRedo(CQXDBSession&) {
 }
 
 bool StepKeeper::OnMoved(CQXDBSession&) {
-  return !std::exchange(move_unwritten_, false) || Report(Fold(nullptr, options_.kept));
+  return !std::exchange(move_unwritten_, false) || Report(Fold(nullptr, session_.KeptHistory()));
 }
 
 // ---- intervals ----------------------------------------------------------------------------------
 
 Outcome StepKeeper::Flush() {
-  if (HowToKeep() == Keeping::kFold) return Fold(nullptr, options_.kept);
+  if (HowToKeep() == Keeping::kFold) return Fold(nullptr, session_.KeptHistory());
   const std::lock_guard guard(mutex_);
   Outcome synced = log_->Sync();
   return synced ? log_->CheckName() : synced;

@@ -28,10 +28,8 @@ enum class Durability {
 struct DurabilityOptions {
   Durability durability = Durability::kEveryStep;
   std::chrono::milliseconds interval{1000};
-  /// How much history a save keeps in the file.
-  HistoryLimits kept{1000, std::size_t{64} << 20};
   /// Steps behind the pages from which on the next one writes the file anew, as a save does; at
-  /// least twice the history kept.
+  /// least twice the history that the model keeps (CQXDBSession::KeptHistory).
   std::size_t log_bytes = std::size_t{256} << 20;
 };
 
@@ -53,8 +51,9 @@ class QXDB_API StepKeeper final : public StepSink {
 
   /// Goes on with the file as it was loaded; without a log in it, the next step writes it anew.
   void GoOn(ModelContinuation& continuation);
-  /// Writes the file anew with the steps folded in, and the history but for what the limits drop.
-  /// Fails, as all writing anew does, while a transaction is open.
+  /// Writes the file anew with the steps folded in, and of the history what the model keeps
+  /// (FitHistory tells beforehand); of steps that go a message tells. Fails, as all writing anew
+  /// does, while a transaction is open.
   Outcome Save();
   /// The same without a history.
   Outcome SaveWithoutHistory();
@@ -90,6 +89,7 @@ class QXDB_API StepKeeper final : public StepSink {
   bool OrderIsKnown() const;
   void LearnOrder();
   Outcome Fold(const Step* current, const HistoryLimits& kept);
+  void TellOfLetGo(std::size_t kept);
   Outcome AppendStep(const Step& step);
   bool AppendMove(FrameKind kind, std::vector<std::int64_t>& from, std::vector<std::int64_t>& to);
   Outcome Append(FrameKind kind, std::int64_t time_ms, const FramePayload& payload);
@@ -110,6 +110,7 @@ class QXDB_API StepKeeper final : public StepSink {
   // do again, the next one last.
   std::vector<std::int64_t> undoable_, redoable_;
   std::int64_t next_number_ = 1;
+  std::int64_t last_let_go_ = 0;  // the number of the newest step of which it was told
   Outcome fault_;
 
   std::mutex mutex_;  // guards log_ against the timer
