@@ -112,4 +112,21 @@ void NestGroups(Mesh& mesh) {
   for (std::uint32_t part = 0; part < count; ++part) mesh.groups[part].parent = parents[part];
 }
 
+void FillParents(Mesh& mesh) {
+  for (std::size_t g = 0; g < mesh.groups.size(); ++g) {
+    const std::int32_t parent = mesh.groups[g].parent;
+    if (parent == Mesh::Group::kNone) continue;
+    Mesh::Group& whole = mesh.groups[static_cast<std::size_t>(parent)];
+    const Mesh::Group& part = mesh.groups[g];
+    whole.elements.insert(whole.elements.end(), part.elements.begin(), part.elements.end());
+    whole.nodes.insert(whole.nodes.end(), part.nodes.begin(), part.nodes.end());
+  }
+  for (Mesh::Group& group : mesh.groups) {
+    for (std::vector<Key>* members : {&group.elements, &group.nodes}) {
+      std::sort(members->begin(), members->end());
+      members->erase(std::unique(members->begin(), members->end()), members->end());
+    }
+  }
+}
+
 }  // namespace qx::exchange

@@ -37,6 +37,9 @@ class ElementClasses {
   std::vector<Class> classes_{{0, 0, 0}};
 };
 
+/// Gives each group what the groups that are parts of it have, all members ascending and once.
+void FillParents(Mesh& mesh);
+
 /// Makes each group a part of the smallest group that has all its elements and more, the first of
 /// several. Groups without elements, and equal ones, are parts of none on that account. Groups that
 /// overlap so much that finding out would take much longer than reading them stay apart, with a

@@ -208,7 +208,7 @@ Outcome Export(CQXDBSession& session, const std::string& path, const ExportOptio
   LossReport found;
   if (!(format->capabilities & capability::kUnits)) {
     found.Assumed(fmt::format("the numbers are in {}", NamesOf(*units)),
-                  "the format has no place for units");
+                  "the file names none, or that of lengths alone");
   }
   for (const Format& other : Formats()) {
     if (other.tell_text && other.name != format->name) other.tell_text(session, found);

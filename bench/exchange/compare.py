@@ -275,6 +275,7 @@ def meshio_side(table: Table, ours: Ours, folder: str, runs: int) -> None:
         ("VTU text", "text.vtu", ["encoding=ascii"], "vtu", {"binary": False}),
         ("STL", "meshio.stl", [], "stl", {"binary": True}),
         ("OBJ", "meshio.obj", [], "obj", {}),
+        ("PLY", "meshio.ply", [], "ply", {}),
     ]
     for name, file, options, kind, how in forms:
         if all(table.only not in f"{name} {way}, meshio" for way in ("in", "out")):
@@ -291,7 +292,7 @@ def meshio_side(table: Table, ours: Ours, folder: str, runs: int) -> None:
             0.25,
             runs,
         )
-        if file in ("meshio.stl", "meshio.obj"):
+        if file in ("meshio.stl", "meshio.obj", "meshio.ply"):
             continue  # ours finds the skin among the solids, theirs has it
         table.compare(
             f"{name} out, meshio",
@@ -311,6 +312,45 @@ def netcdf_side(table: Table, ours: Ours, folder: str) -> None:
     )
 
 
+def hdf5_side(table: Table, ours: Ours, folder: str) -> None:
+    """CGNS and MED files. Ours reads each twice: first in a copy of the process, since the library
+    below falls over damaged files."""
+    cgns = have("vtkmodules.vtkIOCGNSReader")
+    meshio = have("meshio") if have("h5py") else None
+    for name, file in (("CGNS", "mesh.cgns"), ("MED", "mesh.med")):
+        path = f"{folder}/{file}"
+        theirs_path = f"{folder}/meshio_{file}"
+        ours.ask("write", path)
+
+        def read_vtk() -> Any:
+            reader = cgns.vtkCGNSReader()
+            reader.SetFileName(path)
+            reader.Update()
+            return reader.GetOutput()
+
+        if cgns and name == "CGNS":
+            table.compare(
+                "CGNS in", lambda: ours.ask("deck", path), "VTK", lambda: timed(read_vtk), 1.3
+            )
+        if not meshio or name == "CGNS":  # meshio knows CGNS files of tetrahedra only
+            continue
+        mesh = meshio.read(path)
+        table.compare(
+            f"{name} in",
+            lambda: ours.ask("deck", path),
+            "meshio",
+            lambda: timed(lambda: meshio.read(path)),
+            1.3,
+        )
+        table.compare(
+            f"{name} out",
+            lambda: ours.ask("write", path),
+            "meshio",
+            lambda: timed(lambda: meshio.write(theirs_path, mesh, "med")),
+            1.2,
+        )
+
+
 def main() -> None:
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("program", help="bench_exchange")
@@ -319,7 +359,7 @@ def main() -> None:
     parser.add_argument("--slow-runs", type=int, default=1, help="of meshio's texts")
     parser.add_argument("--only", default="", help="part of the names of the figures wanted")
     parser.add_argument(
-        "--peers", default="vtk,surface,session,gmsh,netcdf,meshio", help="those wanted, with commas"
+        "--peers", default="vtk,surface,session,gmsh,netcdf,hdf5,meshio", help="those wanted, with commas"
     )
     given = parser.parse_args()
     ours = Ours(given.program)
@@ -332,6 +372,7 @@ def main() -> None:
         "session": session_side,
         "gmsh": gmsh_side,
         "netcdf": netcdf_side,
+        "hdf5": hdf5_side,
         "meshio": lambda t, o, f: meshio_side(t, o, f, given.slow_runs),
     }
     with tempfile.TemporaryDirectory() as folder:

@@ -37,7 +37,8 @@ Format CgnsFormat() {
   format.name = "cgns";
   format.title = "CGNS";
   format.extensions = kExtensions;
-  format.capabilities = capability::kElements | capability::kSets | capability::kUnits;
+  format.capabilities =
+      capability::kElements | capability::kSets | capability::kFields | capability::kUnits;
   format.looks_like = LooksLike;
   format.may_be = MayBe;
   format.is_own = IsOwn;

@@ -70,9 +70,18 @@ CgnsModel::CgnsModel(const CQXDBSession& session, LossReport& report, const Prog
   FindFamilies();
   MakeSections();
   MakeSets();
+  std::vector<std::int32_t> cells;
+  for (const Section& section : sections_) {
+    if (FindElementType(section.code)->dimension != cell_dimension_) continue;
+    for (const std::size_t i : section.elements) {
+      cells.push_back(number_of_.at(deck_.elements[i].key));
+    }
+  }
+  solutions_ = SolutionsOf(deck_, node_number_, number_of_, cells, zone_names_, report_);
   report_.Changed("names of sets were shortened for other programs", renamed_, first_renamed_,
                   "a node's name has 32 bytes and is the only one; a node below has the whole");
-  constexpr std::uint16_t kWritten[] = {code::kNode, code::kElem, code::kMset, code::kSetTag};
+  constexpr std::uint16_t kWritten[] = {code::kNode, code::kElem, code::kMset, code::kSetTag,
+                                        code::kField};
   ReportUnwritten(session, "cgns", kWritten, report_);
 }
 

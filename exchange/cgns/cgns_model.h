@@ -8,6 +8,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "exchange/cgns/cgns_solutions.h"
 #include "exchange/cgns/cgns_tree.h"
 #include "exchange/deck.h"
 
@@ -58,6 +59,7 @@ class CgnsModel {
   const std::vector<Set>& Conditions() const { return conditions_; }
   const std::vector<Set>& Regions() const { return regions_; }
   const std::vector<Set>& Families() const { return families_; }
+  const CgnsSolutions& Solutions() const { return solutions_; }
 
  private:
   void FindFamilies();
@@ -77,11 +79,13 @@ class CgnsModel {
   std::vector<bool> is_section_;
   std::vector<Section> sections_;
   std::vector<Set> conditions_, regions_, families_;
-  CgnsNames zone_names_{"ZoneType",         "GridCoordinates",     "ZoneBC",
-                        kCgnsOwn,           "FamilyName",          "DataClass",
-                        "DimensionalUnits", "ZoneGridConnectivity"};
+  CgnsSolutions solutions_;
+  CgnsNames zone_names_{"ZoneType",         "GridCoordinates",      "ZoneBC",
+                        kCgnsOwn,           "FamilyName",           "DataClass",
+                        "DimensionalUnits", "ZoneGridConnectivity", "ZoneIterativeData"};
   CgnsNames condition_names_{"FamilyName", "DataClass", "DimensionalUnits"};
-  CgnsNames family_node_names_{kCgnsZone, kCgnsOwn, "DataClass", "DimensionalUnits"};
+  CgnsNames family_node_names_{kCgnsZone, kCgnsOwn, "DataClass", "DimensionalUnits",
+                               "BaseIterativeData"};
   std::uint64_t renamed_ = 0;
   std::string first_renamed_;
 };

@@ -13,10 +13,14 @@
 #include "qx_db/record/element_types.h"
 
 #include "exchange/cgns/cgns_axes.h"
+#include "exchange/cgns/cgns_faces.h"
 #include "exchange/cgns/cgns_grid.h"
 #include "exchange/cgns/cgns_kinds.h"
+#include "exchange/cgns/cgns_solutions.h"
 #include "exchange/cgns/cgns_tree.h"
+#include "exchange/group_classes.h"
 #include "exchange/hdf5/h5_apart.h"
+#include "exchange/hdf5/h5_deck_reader.h"
 #include "exchange/key_set.h"
 #include "exchange/node_orders.h"
 #include "exchange/room.h"
@@ -28,19 +32,11 @@ namespace {
 using Integers = std::vector<std::int64_t>;
 using Child = CgnsTree::Child;
 
-/// "Base/Zone" of a path.
-std::string PlaceOf(const std::string& path) { return path.substr(path.starts_with('/') ? 1 : 0); }
-
-class CgnsReader {
+class CgnsReader : H5DeckReader {
  public:
   CgnsReader(H5Reader& in, const std::string& name, const ReadOptions& options,
              std::vector<Failure>& faults)
-      : in_(in),
-        tree_(in),
-        name_(name),
-        options_(options),
-        faults_(faults),
-        before_(faults.size()) {}
+      : H5DeckReader(in, name, options, faults), tree_(in) {}
 
   /// The deck, unless something was added to the faults.
   std::optional<Deck> Read() {
@@ -55,13 +51,10 @@ class CgnsReader {
     if (bases == 0) Fault("", "there is no node of label CGNSBase_t");
     deck_.report.Lost("further bases were left out", bases > 0 ? bases - 1 : 0, "behind the first",
                       "a model has one mesh");
-    if (faults_.size() > before_) return std::nullopt;
-    FillFamilies();
-    if (leaves_nodes_) ReportUnused(deck_, deck_.report);
-    (void)CheckMesh(deck_, name_, &faults_);
-    if (faults_.size() > before_) return std::nullopt;
-    Tell(1);
-    return std::move(deck_);
+    KeepError();
+    if (HasFaults()) return std::nullopt;
+    FillParents(deck_);
+    return Checked(leaves_nodes_);
   }
 
  private:
@@ -72,23 +65,6 @@ class CgnsReader {
     std::int64_t first = 0;  // number of its first element
     std::int64_t last = 0;
   };
-
-  void Tell(double done) {
-    if (options_.progress) options_.progress(done);
-  }
-  bool Ok() const { return in_.Ok() && faults_.size() < LossReport::kMostFaults; }
-  void Fault(std::string place, std::string what) {
-    if (faults_.size() >= LossReport::kMostFaults) return;
-    faults_.push_back({name_, std::move(place), std::move(what), "write the file again"});
-  }
-  /// Keeps what was wrong with an array, and goes on with the others.
-  void KeepError() {
-    if (in_.Ok()) return;
-    const Failure failure = in_.TakeError();
-    std::string place = PlaceOf(failure.place);
-    if (place.ends_with("/ data")) place.resize(place.size() - 6);
-    Fault(std::move(place), failure.what);
-  }
 
   std::string Clean(const std::string& name) const { return IsUtf8(name) ? name : "?"; }
 
@@ -125,6 +101,8 @@ class CgnsReader {
       if (Result<UnitSystem> named = ParseUnits(units, {}); named) base_units_ = *named;
     }
     if (!base_units_) base_units_ = CgnsUnitsAt(tree_, path);
+    KeepError();
+    solutions_.ReadSteps(children);
     KeepError();
     // A zone is a set where the file has several, or lists none of its elements itself.
     has_zones_ = zones.size() > 1;
@@ -177,7 +155,7 @@ class CgnsReader {
     }
     ReadNodes(zone.path, children);
     KeepError();
-    if (faults_.size() > before_) return;
+    if (HasFaults()) return;
     key_of_.clear();
     if (is_structured) {
       if (nodes_ > static_cast<std::uint64_t>(kMaxKey - LastKey())) {
@@ -188,7 +166,7 @@ class CgnsReader {
       ReadSections(zone.path, children);
     }
     KeepError();
-    if (faults_.size() > before_) return;
+    if (HasFaults()) return;
     std::string family;
     if (const std::string name = tree_.Find(zone.path, "FamilyName"); !name.empty()) {
       family = tree_.TextOf(name);
@@ -201,6 +179,14 @@ class CgnsReader {
       Add(std::move(group), family);
     }
     is_structured_ = is_structured;
+    CgnsSolutionReader::Zone solved{first_node_, nodes_, {}, key_of_};
+    for (std::size_t e = first_element_; e < deck_.elements.size(); ++e) {
+      const Mesh::Element& element = deck_.elements[e];
+      if (FindElementType(element.type)->dimension == cell_dimension_) {
+        solved.cells.push_back(element.key);
+      }
+    }
+    solutions_.ReadZone(solved, children);
     for (const Child& child : children) {
       TellOfOther(child);
       if (child.label == "ZoneBC_t") {
@@ -271,7 +257,10 @@ class CgnsReader {
     if (nodes_ > 0) {
       const std::vector<Child> below = tree_.Children(grid);
       for (const Child& child : below) {
-        if (child.label != "DataArray_t") TellOfOther(child);
+        if (child.label != "DataArray_t" && child.label != "Rind_t") TellOfOther(child);
+      }
+      if (tree_.RindOf(grid) > 0) {
+        return Fault(PlaceOf(grid), "it has rind (ghost) nodes, which are not read");
       }
       axes = FindAxes(below, space_dimension_, PlaceOf(grid), deck_.report);
       if (!axes.wrong.empty()) return Fault(PlaceOf(grid), axes.wrong);
@@ -338,7 +327,7 @@ class CgnsReader {
       }
       last = std::max(last, section.last);
     }
-    if (faults_.size() > before_) return;
+    if (HasFaults()) return;
     key_of_.assign(static_cast<std::size_t>(last) + 1, 0);
     std::vector<Key> numbers;
     if (first_element_ == 0) {
@@ -351,6 +340,13 @@ class CgnsReader {
     const std::string own = tree_.Find(zone, kCgnsOwn);
     const std::string set_node = own.empty() ? own : tree_.Find(own, "SetSections");
     const Integers are_sets = set_node.empty() ? Integers() : tree_.IntegersOf(set_node);
+    KeepError();
+    polygonal_ = CgnsFaces();
+    for (const Section& section : sections) {
+      const bool is_cells = section.type == cgns::kPolyhedron;
+      if (!is_cells && section.type != cgns::kPolygon) continue;
+      polygonal_.Read(tree_, section.node.path, is_cells, section.first, section.last);
+    }
     KeepError();
     std::int64_t read = 0;
     for (std::size_t s = 0; s < sections.size() && Ok(); ++s) {
@@ -371,13 +367,13 @@ class CgnsReader {
     const auto count = static_cast<std::uint64_t>(section.last - section.first + 1);
     const std::string place = PlaceOf(section.node.path);
     const std::string array = tree_.Find(section.node.path, "ElementConnectivity");
-    if (!kind && section.type != cgns::kMixed) {
-      const bool is_face = section.type == cgns::kPolygon;
-      const bool is_cell = section.type == cgns::kPolyhedron;
-      deck_.report.Lost(is_face   ? "polygons (NGON_n) were left out"
-                        : is_cell ? "polyhedra (NFACE_n) were left out"
-                                  : fmt::format("elements of type {} were left out", section.type),
-                        count, place, "the model has no such element");
+    deck_.report.Changed("rind (ghost) elements became elements like the others",
+                         tree_.RindOf(section.node.path), place, "the model has no mark for them");
+    if (section.type == cgns::kPolygon || section.type == cgns::kPolyhedron) {
+      ReadPolygonal(section);
+    } else if (!kind && section.type != cgns::kMixed) {
+      deck_.report.Lost(fmt::format("elements of type {} were left out", section.type), count,
+                        place, "the model has no such element");
       for (std::int64_t e = section.first; e <= section.last; ++e) {
         key_of_[static_cast<std::size_t>(e)] = 0;
       }
@@ -398,6 +394,32 @@ class CgnsReader {
       if (key != 0) group.elements.push_back(key);
     }
     Add(std::move(group), "");
+  }
+
+  /// Polygons and polyhedra that are elements of the model. Where there are polyhedra, a face of
+  /// two is no element.
+  void ReadPolygonal(const Section& section) {
+    const std::string place = PlaceOf(section.node.path);
+    const bool is_cells = section.type == cgns::kPolyhedron;
+    std::uint64_t unknown = 0, inner = 0;
+    for (std::int64_t e = section.first; e <= section.last && Ok(); ++e) {
+      Key& key = key_of_[static_cast<std::size_t>(e)];
+      const CgnsCell cell = polygonal_.Element(e, is_cells).value_or(CgnsCell());
+      const bool is_inner = !is_cells && polygonal_.IsInner(e);
+      inner += is_inner;
+      unknown += !is_inner && cell.code == 0;
+      if (is_inner || cell.code == 0) {
+        key = 0;
+      } else {
+        AddNodes(*FindCgnsKind(CgnsNumberOf(cell.code)), key, cell.nodes.data(), e, place);
+      }
+    }
+    deck_.report.Changed("faces between two cells became no elements", inner, place,
+                         "the elements on either side have them");
+    deck_.report.Lost(
+        is_cells ? "polyhedra (NFACE_n) were left out" : "polygons (NGON_n) were left out", unknown,
+        place, "the model has no such element");
+    leaves_nodes_ = leaves_nodes_ || unknown > 0;
   }
 
   void TellOfReduced(const CgnsKind& kind, std::uint64_t count, const std::string& place) {
@@ -536,24 +558,6 @@ class CgnsReader {
     }
   }
 
-  /// Families have what their members have.
-  void FillFamilies() {
-    for (std::size_t g = 0; g < deck_.groups.size(); ++g) {
-      const std::int32_t parent = deck_.groups[g].parent;
-      if (parent == Mesh::Group::kNone) continue;
-      Mesh::Group& family = deck_.groups[static_cast<std::size_t>(parent)];
-      const Mesh::Group& group = deck_.groups[g];
-      family.elements.insert(family.elements.end(), group.elements.begin(), group.elements.end());
-      family.nodes.insert(family.nodes.end(), group.nodes.begin(), group.nodes.end());
-    }
-    for (Mesh::Group& group : deck_.groups) {
-      for (std::vector<Key>* members : {&group.elements, &group.nodes}) {
-        std::sort(members->begin(), members->end());
-        members->erase(std::unique(members->begin(), members->end()), members->end());
-      }
-    }
-  }
-
   /// A boundary condition, or a region.
   void ReadSet(const Child& node, bool is_condition) {
     const std::string location = tree_.TextOf(tree_.Find(node.path, "GridLocation"));
@@ -641,19 +645,14 @@ class CgnsReader {
     Add(std::move(group), family);
   }
 
-  H5Reader& in_;
   CgnsTree tree_;
-  const std::string& name_;
-  const ReadOptions& options_;
-  std::vector<Failure>& faults_;
-  std::size_t before_;
-  Deck deck_;
   std::int64_t cell_dimension_ = 3;
   std::int64_t space_dimension_ = 3;
   bool has_zones_ = false;
   bool has_axes_ = false;
   std::optional<UnitSystem> base_units_;
   bool leaves_nodes_ = false;
+  CgnsSolutionReader solutions_{tree_, deck_};
   std::map<std::string, std::int32_t> families_;  // place of each among the groups
   // Of the zone that is read:
   std::uint64_t nodes_ = 0;
@@ -662,6 +661,7 @@ class CgnsReader {
   std::size_t first_element_ = 0;
   std::string prefix_;  // of names of its sets
   bool is_structured_ = false;
+  CgnsFaces polygonal_;
   std::vector<Key> key_of_;  // key of each element number, 0 for one that is not read
 };
 
@@ -682,10 +682,10 @@ Result<Deck> ReadCgns(const std::string& path, const ReadOptions& options,
 }
 
 Result<Deck> ParseCgns(std::string_view bytes, const std::string& name,
-                       std::vector<Failure>* faults) {
+                       std::vector<Failure>* faults, FirstRead first) {
   std::vector<Failure> all;
   Result<Deck> deck = ReadHdf5<CgnsReader>([&] { return H5Reader::OpenMemory(bytes, name); },
-                                           bytes.size(), name, {}, all);
+                                           bytes.size(), name, {}, all, first);
   if (faults) faults->insert(faults->end(), all.begin(), all.end());
   return deck;
 }

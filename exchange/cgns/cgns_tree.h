@@ -29,6 +29,9 @@ inline bool IsReadOfCgns(std::string_view label) {
       "ZoneBC_t",
       "FamilyName_t",
       "ZoneSubRegion_t",
+      "FlowSolution_t",
+      "BaseIterativeData_t",
+      "ZoneIterativeData_t",
       "Descriptor_t",
       "Ordinal_t",
       "\"int[IndexDimension]\"",
@@ -81,6 +84,14 @@ class CgnsTree {
   std::vector<std::int64_t> IntegersOf(const std::string& node,
                                        std::uint64_t count = H5Reader::kAny) {
     return file_.Integers(Data(node), count);
+  }
+  /// How many rows of rind (ghost) points or elements lie around those that count.
+  std::uint64_t RindOf(const std::string& node) {
+    const std::string rind = Find(node, "Rind");
+    std::uint64_t rows = 0;
+    if (rind.empty()) return rows;
+    for (const std::int64_t n : IntegersOf(rind)) rows += n > 0 ? static_cast<std::uint64_t>(n) : 0;
+    return rows;
   }
 
  private:

@@ -3,7 +3,6 @@
 #include <array>
 #include <fmt/format.h>
 
-#include "qx_db/platform/new_file.h"
 #include "qx_db/record/element_types.h"
 
 #include "exchange/cgns/cgns_kinds.h"
@@ -165,6 +164,70 @@ class CgnsFile {
     numbers("ElementNumbers", keys, !counts_up(keys));
     numbers("SetSections", are_sets, true);
     WriteSets(zone);
+    WriteSolutions(zone);
+  }
+
+  void WriteSolutions(const std::string& zone) {
+    const CgnsSolutions& solutions = model_.Solutions();
+    for (const CgnsSolution& solution : solutions.all) {
+      const std::string path = Node(zone, solution.name, "FlowSolution_t");
+      if (!solution.points.empty()) {
+        const std::uint64_t lengths[] = {solution.points.size(), 1};
+        Node(path, "PointList", "IndexArray_t", solution.points, lengths);
+      }
+      Node(path, "GridLocation", "GridLocation_t",
+           std::string_view(solution.is_of_nodes ? "Vertex" : "CellCenter"));
+      for (const CgnsSolution::Array& array : solution.arrays) {
+        const FieldTable& table = solutions.tables[array.table];
+        const std::span<const double> values(table.Column(array.component), table.targets.size());
+        std::string node = path + "/" + array.name;
+        if (array.is_whole) {
+          const std::vector<std::int32_t> whole(values.begin(), values.end());
+          Node(path, array.name, "DataArray_t", whole);
+        } else {
+          Reals(path, array.name, values);
+        }
+        if (array.name != array.full) Node(node, "FullName", "Descriptor_t", array.full);
+      }
+    }
+    if (!solutions.steps.empty()) WriteSteps(zone, solutions);
+  }
+
+  void WriteSteps(const std::string& zone, const CgnsSolutions& solutions) {
+    std::vector<double> times;
+    std::vector<std::int32_t> numbers;
+    for (const auto& [number, time] : solutions.steps) {
+      numbers.push_back(number);
+      times.push_back(time);
+    }
+    const std::array<std::int32_t, 1> count{static_cast<std::int32_t>(times.size())};
+    const std::string base = Node(base_, "BaseIterativeData", "BaseIterativeData_t", count);
+    Reals(base, "TimeValues", times);
+    Node(base, "IterationValues", "DataArray_t", numbers);
+    // A list has one solution a step: as many as a step has at most.
+    constexpr std::size_t kWidth = 32;
+    std::string none = "Null";
+    none.resize(kWidth, ' ');
+    std::vector<std::string> lists;
+    std::vector<std::size_t> used(times.size());  // of each step
+    for (const CgnsSolution& solution : solutions.all) {
+      if (solution.step == 0) continue;
+      const std::size_t at = solution.step - 1;
+      if (used[at] == lists.size()) {
+        lists.emplace_back();
+        for (std::size_t i = 0; i < times.size(); ++i) lists.back() += none;
+      }
+      std::string name = solution.name;
+      name.resize(kWidth, ' ');
+      lists[used[at]++].replace(at * kWidth, kWidth, name);
+    }
+    const std::string of_zone = Node(zone, "ZoneIterativeData", "ZoneIterativeData_t");
+    const std::uint64_t lengths[] = {times.size(), kWidth};
+    for (std::size_t i = 0; i < lists.size(); ++i) {
+      const std::string name =
+          i == 0 ? "FlowSolutionPointers" : fmt::format("FlowSolutionPointers{}", i + 1);
+      out_.Put(Node(of_zone, name, "DataArray_t", "C1") + "/ data", lists[i], lengths);
+    }
   }
 
   void WriteSection(const std::string& zone, const CgnsModel::Section& section,
@@ -226,14 +289,10 @@ Outcome WriteCgns(CQXDBSession& session, const std::string& path, const WriteOpt
   LossReport found;
   const CgnsModel model(session, found, ShareOf(options.progress, 0, 0.3));
   if (options.progress) options.progress(0.3);
-  const auto file = NewFile::Create(path);
-  if (!file) return file.AsOutcome();
-  H5Writer out((*file)->Name());
-  CgnsFile(model, session, out, options.progress).Write();
-  if (const std::string wrong = out.Finish(); !wrong.empty()) {
-    return Failure{path, "", "cannot be written: " + wrong, out.Remedy()};
-  }
-  if (Outcome placed = (*file)->TakePlace(); !placed) return placed;
+  const auto write = [&](H5Writer& out) {
+    CgnsFile(model, session, out, options.progress).Write();
+  };
+  if (Outcome written = WriteHdf5(path, write); !written) return written;
   report.Append(found);
   if (options.progress) options.progress(1.0);
   return {};

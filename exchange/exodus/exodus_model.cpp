@@ -9,6 +9,7 @@
 
 #include "exchange/exodus/exodus_kinds.h"
 #include "exchange/exodus/exodus_reader.h"
+#include "exchange/field_values.h"
 #include "host/records.h"
 
 namespace qx::exchange {
@@ -214,24 +215,19 @@ void ExodusModel::MakeVariables() {
     return field.place == tagTField::kElements && field.components == 1 &&
            Utf8(field.name.View()).starts_with(kExodusAttribute);
   };
-  const auto is_fit = [](const tagTField& field) {
-    return field.place != tagTField::kElementNodes && field.components > 0;
-  };
+  LossReport unfit;
   std::set<std::pair<std::int32_t, double>> steps;
   for (const tagTField& field : deck_.Of<tagTField>()) {
-    if (is_fit(field) && !is_attribute(field)) steps.insert({field.step, double{field.time}});
+    if (IsTable(field, unfit) && !is_attribute(field)) {
+      steps.insert({field.step, double{field.time}});
+    }
   }
   steps_.assign(steps.begin(), steps.end());
   std::uint64_t split = 0;
   std::string first_split;
   for (const tagTField& field : deck_.Of<tagTField>()) {
     const std::string name = Utf8(field.name.View());
-    if (!is_fit(field)) {
-      report_.Lost(field.components < 1 ? "fields whose values have no fixed number"
-                                        : "fields by node of each element",
-                   1, name, "the format has values of nodes and elements only");
-      continue;
-    }
+    if (!IsTable(field, report_)) continue;
     if (is_attribute(field)) {
       attributes_.push_back({name.substr(kExodusAttribute.size()), {{0, {&field, 0}}}});
       continue;

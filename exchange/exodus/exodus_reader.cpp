@@ -16,6 +16,7 @@
 
 #include "exchange/exodus/exodus_kinds.h"
 #include "exchange/exodus/nc_file.h"
+#include "exchange/field_values.h"
 #include "exchange/key_set.h"
 #include "exchange/room.h"
 
@@ -305,18 +306,7 @@ class ExodusReader {
   tagTField& Field(const std::string& name, std::int32_t place, std::int32_t step, double time) {
     auto [found, is_new] = fields_.try_emplace({name, place, step}, deck_.Of<tagTField>().size());
     if (!is_new) return deck_.Of<tagTField>()[found->second];
-    tagTField field;
-    field.key = static_cast<Key>(deck_.Of<tagTField>().size() + 1);
-    field.name.Set(Utf16(name));
-    if (Utf8(field.name.View()) != name) {
-      deck_.report.Changed("names of fields were cut", 1, fmt::format("\"{}\"", name),
-                           "a field's name has 63 characters");
-    }
-    field.place = place;
-    field.step = step;
-    field.time = time;
-    deck_.Of<tagTField>().push_back(std::move(field));
-    return deck_.Of<tagTField>().back();
+    return AddField(deck_, name, place, 1, step, time);
   }
 
   /// Adds the values of a block's elements. What is no number has no value.

@@ -49,12 +49,16 @@ bool IsTrueApart(const std::function<bool()>& ask);
 void TellOfLinks(const H5Reader& in, const std::string& name, std::optional<Deck>& deck,
                  std::vector<Failure>& faults, std::size_t before);
 
+/// Where a file is read before it is read here. Without that it must be one that the library gets
+/// through, as one that it has just made.
+enum class FirstRead { kApart, kNone };
+
 /// Reads a file of so many bytes by a reader of its format, once apart and then here: the deck, or
 /// the first of what was added to `faults`.
 template <class Reader>
 Result<Deck> ReadHdf5(const std::function<Result<std::unique_ptr<H5Reader>>()>& open,
                       std::uint64_t size, const std::string& name, const ReadOptions& options,
-                      std::vector<Failure>& faults) {
+                      std::vector<Failure>& faults, FirstRead first = FirstRead::kApart) {
   const std::size_t before = faults.size();
   const auto read = [&](const ReadOptions& with) -> std::optional<Deck> {
     const auto file = open();
@@ -66,9 +70,11 @@ Result<Deck> ReadHdf5(const std::function<Result<std::unique_ptr<H5Reader>>()>& 
     TellOfLinks(**file, name, deck, faults, before);
     return deck;
   };
-  if (Outcome sound = ComesToAnEnd(name, size, options, [&] { (void)read({}); }); !sound) {
-    faults.push_back(sound.Error());
-    return sound.Error();
+  if (first == FirstRead::kApart) {
+    if (Outcome sound = ComesToAnEnd(name, size, options, [&] { (void)read({}); }); !sound) {
+      faults.push_back(sound.Error());
+      return sound.Error();
+    }
   }
   std::optional<Deck> deck = read(options);
   if (!deck) return faults[before];

@@ -41,7 +41,7 @@ namespace qx::exchange {
   X(H5Gopen2)                   \
   X(H5Lexists)                  \
   X(H5Lget_info)                \
-  X(H5Lget_name_by_idx)         \
+  X(H5Literate)                 \
   X(H5Oclose)                   \
   X(H5PLset_loading_state)      \
   X(H5Oopen)                    \

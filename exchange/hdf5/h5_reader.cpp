@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <fmt/format.h>
 #include <limits>
+#include <new>
 
 #include "qx_db/platform/file.h"
 
@@ -123,31 +124,22 @@ Failure H5Reader::TakeError() {
 
 namespace {
 
-/// The links of a group in its order: `visit` is given the name and the kind of each.
-template <class Visit>
-void ForEachLink(const H5Library& h5, hid_t file, const std::string& path, std::uint64_t most,
-                 Visit&& visit) {
-  const Held group(h5.H5Gopen2(file, path.c_str(), H5P_DEFAULT), h5.H5Gclose);
-  H5G_info_t info{};
-  if (group < 0 || h5.H5Gget_info(group, &info) < 0) return;
-  unsigned order = 0;
-  const Held made(h5.H5Gget_create_plist(group), h5.H5Pclose);
-  if (made < 0 || h5.H5Pget_link_creation_order(made, &order) < 0) order = 0;
-  const H5_index_t by = order & H5P_CRT_ORDER_INDEXED ? H5_INDEX_CRT_ORDER : H5_INDEX_NAME;
-  for (std::uint64_t i = 0; i < std::min<std::uint64_t>(info.nlinks, most); ++i) {
-    const auto length =
-        h5.H5Lget_name_by_idx(group, ".", by, H5_ITER_INC, i, nullptr, 0, H5P_DEFAULT);
-    if (length <= 0 || static_cast<std::uint64_t>(length) > kMostAttribute) continue;
-    std::string name(static_cast<std::size_t>(length) + 1, '\0');
-    if (h5.H5Lget_name_by_idx(group, ".", by, H5_ITER_INC, i, name.data(), name.size(),
-                              H5P_DEFAULT) != length) {
-      continue;
-    }
-    name.pop_back();
-    H5L_info_t link{};
-    if (h5.H5Lget_info(group, name.c_str(), &link, H5P_DEFAULT) < 0) continue;
-    visit(std::move(name), link.type);
+/// The links of a group as they are come upon, up to a bound.
+struct LinkList {
+  std::vector<std::pair<std::string, H5L_type_t>> all;
+  std::uint64_t most;
+};
+
+/// Called by the library, which knows no exceptions.
+herr_t TakeLink(hid_t, const char* name, const H5L_info_t* link, void* to) {
+  auto& links = *static_cast<LinkList*>(to);
+  try {
+    const std::string_view text(name);
+    if (!text.empty() && text.size() <= kMostAttribute) links.all.emplace_back(text, link->type);
+  } catch (const std::bad_alloc&) {
+    return -1;
   }
+  return links.all.size() < links.most ? 0 : 1;
 }
 
 }  // namespace
@@ -155,10 +147,22 @@ void ForEachLink(const H5Library& h5, hid_t file, const std::string& path, std::
 std::vector<std::string> H5Reader::Children(const std::string& path) {
   std::vector<std::string> names;
   if (!Ok() || !IsGroup(path)) return names;
-  ForEachLink(h5_, file_, path, MostValues(), [&](std::string name, H5L_type_t type) {
-    if (!Admit(path, name.size() + 64, 1)) return;
+  const Held group(h5_.H5Gopen2(file_, path.c_str(), H5P_DEFAULT), h5_.H5Gclose);
+  if (group < 0) return names;
+  unsigned order = 0;
+  const Held made(h5_.H5Gget_create_plist(group), h5_.H5Pclose);
+  if (made < 0 || h5_.H5Pget_link_creation_order(made, &order) < 0) order = 0;
+  const H5_index_t by = order & H5P_CRT_ORDER_INDEXED ? H5_INDEX_CRT_ORDER : H5_INDEX_NAME;
+  LinkList links{{}, MostValues()};
+  hsize_t at = 0;
+  if (h5_.H5Literate(group, by, H5_ITER_INC, &at, TakeLink, &links) < 0) {
+    Fail(path, "what is in it cannot be listed");
+    return names;
+  }
+  for (auto& [name, type] : links.all) {
+    if (!Admit(path, name.size() + 64, 1)) return {};
     if (IsFollowed((path == "/" ? "" : path) + "/" + name, type)) names.push_back(std::move(name));
-  });
+  }
   return names;
 }
 
@@ -189,45 +193,51 @@ bool H5Reader::IsGroup(const std::string& path) const {
   return object >= 0 && h5_.H5Iget_type(object) == H5I_GROUP;
 }
 
-std::optional<std::string> H5Reader::TextAttribute(const std::string& path,
-                                                   const char* name) const {
-  if (!Has(path)) return std::nullopt;
+/// Gives an attribute of one value of a class, with its type, to `read`; false where there is none.
+bool H5Reader::ReadAttribute(const std::string& path, const char* name, int of,
+                             const std::function<bool(std::int64_t, std::int64_t)>& read) const {
+  if (!Has(path)) return false;
   const Held owner(h5_.H5Oopen(file_, path.c_str(), H5P_DEFAULT), h5_.H5Oclose);
-  if (owner < 0 || h5_.H5Aexists(owner, name) <= 0) return std::nullopt;
+  if (owner < 0 || h5_.H5Aexists(owner, name) <= 0) return false;
   const Held attribute(h5_.H5Aopen(owner, name, H5P_DEFAULT), h5_.H5Aclose);
-  if (attribute < 0) return std::nullopt;
+  if (attribute < 0) return false;
   const Held type(h5_.H5Aget_type(attribute), h5_.H5Tclose);
   const Held space(h5_.H5Aget_space(attribute), h5_.H5Sclose);
-  if (type < 0 || space < 0 || h5_.H5Tget_class(type) != H5T_STRING ||
-      h5_.H5Tis_variable_str(type) != 0 || h5_.H5Sget_simple_extent_ndims(space) > 1) {
-    return std::nullopt;
-  }
-  if (ProductOf(ShapeOf(space)) != 1) return std::nullopt;
-  const std::size_t size = h5_.H5Tget_size(type);
-  if (size == 0 || size > kMostAttribute) return std::nullopt;
-  std::string text(size, '\0');
-  if (h5_.H5Aread(attribute, type, text.data()) < 0) return std::nullopt;
+  return type >= 0 && space >= 0 && h5_.H5Tget_class(type) == of &&
+         ProductOf(ShapeOf(space)) == 1 && read(attribute, type);
+}
+
+std::optional<std::string> H5Reader::TextAttribute(const std::string& path,
+                                                   const char* name) const {
+  std::string text;
+  const auto read = [&](hid_t attribute, hid_t type) {
+    const std::size_t size = h5_.H5Tget_size(type);
+    if (h5_.H5Tis_variable_str(type) != 0 || size == 0 || size > kMostAttribute) return false;
+    text.resize(size);
+    return h5_.H5Aread(attribute, type, text.data()) >= 0;
+  };
+  if (!ReadAttribute(path, name, H5T_STRING, read)) return std::nullopt;
   text.resize(std::min(text.find('\0'), text.size()));
   return text;
 }
 
 std::optional<std::int64_t> H5Reader::IntegerAttribute(const std::string& path,
                                                        const char* name) const {
-  if (!Has(path)) return std::nullopt;
-  const Held owner(h5_.H5Oopen(file_, path.c_str(), H5P_DEFAULT), h5_.H5Oclose);
-  if (owner < 0 || h5_.H5Aexists(owner, name) <= 0) return std::nullopt;
-  const Held attribute(h5_.H5Aopen(owner, name, H5P_DEFAULT), h5_.H5Aclose);
-  if (attribute < 0) return std::nullopt;
-  const Held type(h5_.H5Aget_type(attribute), h5_.H5Tclose);
-  const Held space(h5_.H5Aget_space(attribute), h5_.H5Sclose);
-  if (type < 0 || space < 0 || h5_.H5Tget_class(type) != H5T_INTEGER ||
-      ProductOf(ShapeOf(space)) != 1) {
-    return std::nullopt;
-  }
   static_assert(sizeof(long long) == sizeof(std::int64_t));
   long long value = 0;
-  if (h5_.H5Aread(attribute, h5_.H5T_NATIVE_LLONG_g, &value) < 0) return std::nullopt;
-  return value;
+  const auto read = [&](hid_t attribute, hid_t) {
+    return h5_.H5Aread(attribute, h5_.H5T_NATIVE_LLONG_g, &value) >= 0;
+  };
+  return ReadAttribute(path, name, H5T_INTEGER, read) ? std::optional(std::int64_t{value})
+                                                      : std::nullopt;
+}
+
+std::optional<double> H5Reader::RealAttribute(const std::string& path, const char* name) const {
+  double value = 0;
+  const auto read = [&](hid_t attribute, hid_t) {
+    return h5_.H5Aread(attribute, h5_.H5T_NATIVE_DOUBLE_g, &value) >= 0;
+  };
+  return ReadAttribute(path, name, H5T_FLOAT, read) ? std::optional(value) : std::nullopt;
 }
 
 /// The lengths of a space; an impossible one where it has none.
@@ -273,6 +283,35 @@ std::vector<std::uint64_t> H5Reader::LengthsOf(const std::string& path) const {
   return space < 0 ? std::vector<std::uint64_t>() : ShapeOf(space);
 }
 
+/// An array with what describes it, for reading its values; what is wrong with it is a failure of
+/// the reader's.
+struct H5Reader::Array {
+  Array(H5Reader& in, const std::string& path)
+      : h5(in.h5_),
+        id(in.OpenArray(path), h5.H5Oclose),
+        type(id < 0 ? -1 : h5.H5Dget_type(id), h5.H5Tclose),
+        space(id < 0 ? -1 : h5.H5Dget_space(id), h5.H5Sclose),
+        list(id < 0 ? -1 : h5.H5Dget_create_plist(id), h5.H5Pclose) {
+    const char* const wrong = id < 0                              ? "there is no such array"
+                              : type < 0 || space < 0 || list < 0 ? "its description is damaged"
+                              : IsKeptElsewhere(h5, list)         ? kKeptElsewhere
+                                                                  : nullptr;
+    if (wrong) {
+      in.Fail(path, wrong);
+      return;
+    }
+    of = h5.H5Tget_class(type);
+    width = h5.H5Tget_size(type);
+    lengths = in.ShapeOf(space);
+  }
+
+  const H5Library& h5;
+  const Held id, type, space, list;
+  H5T_class_t of = H5T_NO_CLASS;
+  std::size_t width = 0;  // of a value, in bytes
+  std::vector<std::uint64_t> lengths;
+};
+
 bool H5Reader::Admit(const std::string& path, std::uint64_t count, std::uint64_t width) {
   if (count > left_ / width) {
     Fail(path, fmt::format("it says that it has {} values, more than the file can hold", count));
@@ -286,19 +325,12 @@ template <class T, class See>
 void H5Reader::ReadInPieces(const std::string& path, std::uint64_t count, const See& see) {
   constexpr bool is_real = std::is_same_v<T, double>;
   if (!Ok()) return;
-  const Held array(OpenArray(path), h5_.H5Oclose);
-  if (array < 0) return Fail(path, "there is no such array");
-  const Held type(h5_.H5Dget_type(array), h5_.H5Tclose);
-  const Held space(h5_.H5Dget_space(array), h5_.H5Sclose);
-  const Held list(h5_.H5Dget_create_plist(array), h5_.H5Pclose);
-  if (type < 0 || space < 0 || list < 0) return Fail(path, "its description is damaged");
-  const H5T_class_t has = h5_.H5Tget_class(type);
-  const std::size_t width_of_value = h5_.H5Tget_size(type);
-  if ((has != H5T_INTEGER && !(is_real && has == H5T_FLOAT)) || width_of_value > 16) {
+  const Array array(*this, path);
+  if (!Ok()) return;
+  if ((array.of != H5T_INTEGER && !(is_real && array.of == H5T_FLOAT)) || array.width > 16) {
     return Fail(path, is_real ? "it has no numbers" : "it has no whole numbers");
   }
-  if (IsKeptElsewhere(h5_, list)) return Fail(path, kKeptElsewhere);
-  std::vector<std::uint64_t> lengths = ShapeOf(space);
+  std::vector<std::uint64_t> lengths = array.lengths;
   const std::uint64_t have = ProductOf(lengths);
   if (count != kAny && have != count) {
     return Fail(path, fmt::format("it has {} values of {}", have, count));
@@ -307,19 +339,19 @@ void H5Reader::ReadInPieces(const std::string& path, std::uint64_t count, const 
   if (lengths.empty()) lengths.push_back(1);
   const std::uint64_t row = have / lengths[0];
   std::uint64_t rows = std::max<std::uint64_t>((std::uint64_t{1} << 15) / row, 1);
-  if (h5_.H5Pget_layout(list) == H5D_CHUNKED) {
+  if (h5_.H5Pget_layout(array.list) == H5D_CHUNKED) {
     hsize_t chunk[H5S_MAX_RANK] = {};
-    const int rank = h5_.H5Pget_chunk(list, H5S_MAX_RANK, chunk);
+    const int rank = h5_.H5Pget_chunk(array.list, H5S_MAX_RANK, chunk);
     if (rank < 1) return Fail(path, "its description is damaged");
     // The library takes memory for a chunk as it is described.
     const std::uint64_t whole =
         ProductOf(std::vector<std::uint64_t>(chunk, chunk + std::min(rank, H5S_MAX_RANK)));
-    if (whole > left_ / width_of_value) return Fail(path, "its pieces are larger than the file");
+    if (whole > left_ / array.width) return Fail(path, "its pieces are larger than the file");
     rows = std::max<std::uint64_t>(rows / std::max<std::uint64_t>(chunk[0], 1), 1) * chunk[0];
   }
   rows = std::min(rows, lengths[0]);
   // Read as they are and widened here, numbers take half as long.
-  const bool is_narrow = !is_real && width_of_value == 4;
+  const bool is_narrow = !is_real && array.width == 4;
   std::vector<T> values(rows * row);
   std::vector<int> narrow(is_narrow ? values.size() : 0);
   std::vector<hsize_t> start(lengths.size());
@@ -331,17 +363,17 @@ void H5Reader::ReadInPieces(const std::string& path, std::uint64_t count, const 
     const Held flat(h5_.H5Screate_simple(1, &in_memory, nullptr), h5_.H5Sclose);
     hid_t of_file = H5S_ALL;
     if (size != have) {
-      if (h5_.H5Sselect_hyperslab(space, H5S_SELECT_SET, start.data(), nullptr, piece.data(),
+      if (h5_.H5Sselect_hyperslab(array.space, H5S_SELECT_SET, start.data(), nullptr, piece.data(),
                                   nullptr) < 0) {
         return Fail(path, "its values cannot be read");
       }
-      of_file = space;
+      of_file = array.space;
     }
     void* const to = is_narrow ? static_cast<void*>(narrow.data()) : values.data();
     const hid_t as = is_real     ? h5_.H5T_NATIVE_DOUBLE_g
                      : is_narrow ? h5_.H5T_NATIVE_INT_g
                                  : h5_.H5T_NATIVE_LLONG_g;
-    if (h5_.H5Dread(array, as, flat, of_file, H5P_DEFAULT, to) < 0) {
+    if (h5_.H5Dread(array.id, as, flat, of_file, H5P_DEFAULT, to) < 0) {
       return Fail(path, "its values cannot be read");
     }
     std::copy_n(narrow.begin(), is_narrow ? size : 0, values.begin());
@@ -375,47 +407,29 @@ std::vector<double> H5Reader::Reals(const std::string& path, std::uint64_t count
 
 std::string H5Reader::Bytes(const std::string& path) {
   if (!Ok()) return {};
-  const Held array(OpenArray(path), h5_.H5Oclose);
-  if (array < 0) {
-    Fail(path, "there is no such array");
-    return {};
-  }
-  const Held type(h5_.H5Dget_type(array), h5_.H5Tclose);
-  const Held space(h5_.H5Dget_space(array), h5_.H5Sclose);
-  const Held list(h5_.H5Dget_create_plist(array), h5_.H5Pclose);
-  if (type < 0 || space < 0 || list < 0) {
-    Fail(path, "its description is damaged");
-    return {};
-  }
-  const H5T_class_t has = h5_.H5Tget_class(type);
-  const std::size_t width = h5_.H5Tget_size(type);
-  const bool is_text = (has == H5T_INTEGER && width == 1) || has == H5T_ARRAY ||
-                       (has == H5T_STRING && h5_.H5Tis_variable_str(type) == 0);
-  const std::uint64_t count = ProductOf(ShapeOf(space));
-  if (IsKeptElsewhere(h5_, list)) {
-    Fail(path, kKeptElsewhere);
-    return {};
-  }
-  if (!is_text || width == 0 || width > kMostAttribute || h5_.H5Pget_layout(list) == H5D_CHUNKED) {
+  const Array array(*this, path);
+  if (!Ok()) return {};
+  const bool is_text = (array.of == H5T_INTEGER && array.width == 1) || array.of == H5T_ARRAY ||
+                       (array.of == H5T_STRING && h5_.H5Tis_variable_str(array.type) == 0);
+  if (!is_text || array.width == 0 || array.width > kMostAttribute ||
+      h5_.H5Pget_layout(array.list) == H5D_CHUNKED) {
     Fail(path, "it has no plain text");
     return {};
   }
-  if (!Admit(path, count, width)) return {};
-  std::string bytes(count * width, '\0');
-  if (has == H5T_ARRAY) {
-    // As arrays of bytes, whatever they say that they are of.
-    const hsize_t length = width;
-    const Held plain(h5_.H5Tarray_create2(h5_.H5T_NATIVE_SCHAR_g, 1, &length), h5_.H5Tclose);
-    if (count > 0 && h5_.H5Dread(array, plain, H5S_ALL, H5S_ALL, H5P_DEFAULT, bytes.data()) < 0) {
-      Fail(path, "it has no plain text");
-    }
-  } else {
-    const hid_t as = has == H5T_INTEGER ? h5_.H5T_NATIVE_SCHAR_g : static_cast<hid_t>(type);
-    if (count > 0 && h5_.H5Dread(array, as, H5S_ALL, H5S_ALL, H5P_DEFAULT, bytes.data()) < 0) {
-      Fail(path, "its text cannot be read");
-    }
+  const std::uint64_t count = ProductOf(array.lengths);
+  if (count == 0 || !Admit(path, count, array.width)) return {};
+  std::string bytes(count * array.width, '\0');
+  // Arrays are read as such of bytes, whatever they say that they are of.
+  const hsize_t length = array.width;
+  const Held plain(h5_.H5Tarray_create2(h5_.H5T_NATIVE_SCHAR_g, 1, &length), h5_.H5Tclose);
+  const hid_t as = array.of == H5T_ARRAY     ? hid_t{plain}
+                   : array.of == H5T_INTEGER ? h5_.H5T_NATIVE_SCHAR_g
+                                             : hid_t{array.type};
+  if (h5_.H5Dread(array.id, as, H5S_ALL, H5S_ALL, H5P_DEFAULT, bytes.data()) < 0) {
+    Fail(path, "its text cannot be read");
+    return {};
   }
-  return Ok() ? bytes : std::string();
+  return bytes;
 }
 
 }  // namespace qx::exchange

@@ -53,6 +53,7 @@ class H5Reader {
   /// Attributes; none where there is no such of that kind.
   std::optional<std::string> TextAttribute(const std::string& path, const char* name) const;
   std::optional<std::int64_t> IntegerAttribute(const std::string& path, const char* name) const;
+  std::optional<double> RealAttribute(const std::string& path, const char* name) const;
 
   enum class Kind { kInteger, kReal, kText, kOther };
   /// What an array has; kOther where there is none.
@@ -73,7 +74,10 @@ class H5Reader {
 
  private:
   H5Reader(const H5Library& h5, std::string name, std::uint64_t bytes);
+  struct Array;
   bool Admit(const std::string& path, std::uint64_t count, std::uint64_t width);
+  bool ReadAttribute(const std::string& path, const char* name, int of,
+                     const std::function<bool(std::int64_t, std::int64_t)>& read) const;
   bool IsFollowed(const std::string& path, int type) const;
   std::int64_t OpenArray(const std::string& path);
   std::vector<std::uint64_t> ShapeOf(std::int64_t array) const;

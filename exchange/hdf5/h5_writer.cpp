@@ -6,6 +6,7 @@
 #include <fmt/format.h>
 
 #include "qx_db/platform/file.h"
+#include "qx_db/platform/new_file.h"
 #include "qx_db/platform/raw_file.h"
 
 #include "exchange/hdf5/h5_library.h"
@@ -177,6 +178,17 @@ std::string H5Writer::Finish() {
   }
   lock_.unlock();
   return wrong_;
+}
+
+Outcome WriteHdf5(const std::string& path, const std::function<void(H5Writer&)>& write) {
+  const auto file = NewFile::Create(path);
+  if (!file) return file.AsOutcome();
+  H5Writer out((*file)->Name());
+  write(out);
+  if (const std::string wrong = out.Finish(); !wrong.empty()) {
+    return Failure{path, "", "cannot be written: " + wrong, out.Remedy()};
+  }
+  return (*file)->TakePlace();
 }
 
 }  // namespace qx::exchange

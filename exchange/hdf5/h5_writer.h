@@ -2,11 +2,14 @@
 // New HDF5 files.
 
 #include <cstdint>
+#include <functional>
 #include <mutex>
 #include <span>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "qx_db/platform/outcome.h"
 
 namespace qx::exchange {
 
@@ -64,5 +67,8 @@ class H5Writer {
   std::string wrong_;
   int error_ = 0;  // of the system, with it
 };
+
+/// A file that is complete or not there, of what `write` puts into it.
+Outcome WriteHdf5(const std::string& path, const std::function<void(H5Writer&)>& write);
 
 }  // namespace qx::exchange

@@ -34,7 +34,7 @@ Format MedFormat() {
   format.name = "med";
   format.title = "MED";
   format.extensions = kExtensions;
-  format.capabilities = capability::kElements | capability::kSets;
+  format.capabilities = capability::kElements | capability::kSets | capability::kFields;
   format.looks_like = LooksLike;
   format.may_be = MayBe;
   format.is_own = IsOwn;

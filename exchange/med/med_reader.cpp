@@ -12,8 +12,9 @@
 #include "qx_db/record/element_types.h"
 
 #include "exchange/hdf5/h5_apart.h"
-#include "exchange/hdf5/h5_reader.h"
+#include "exchange/hdf5/h5_deck_reader.h"
 #include "exchange/key_set.h"
+#include "exchange/med/med_fields.h"
 #include "exchange/med/med_kinds.h"
 #include "exchange/room.h"
 
@@ -23,17 +24,11 @@ namespace {
 /// Texts of a group's name take so many bytes.
 constexpr std::size_t kNameWidth = 80;
 
-std::string Trimmed(std::string text) {
-  text.resize(std::min(text.find('\0'), text.size()));
-  text.resize(text.find_last_not_of(' ') + 1);
-  return IsUtf8(text) ? text : "?";
-}
-
-class MedReader {
+class MedReader : H5DeckReader {
  public:
   MedReader(H5Reader& in, const std::string& name, const ReadOptions& options,
             std::vector<Failure>& faults)
-      : in_(in), name_(name), options_(options), faults_(faults), before_(faults.size()) {}
+      : H5DeckReader(in, name, options, faults) {}
 
   /// The deck, unless something was added to the faults.
   std::optional<Deck> Read() {
@@ -53,17 +48,11 @@ class MedReader {
     } else {
       ReadMesh(meshes[0]);
       deck_.report.Lost("further meshes were left out", meshes.size() - 1,
-                        meshes.size() > 1 ? Trimmed(meshes[1]) : "", "a model has one mesh");
-      deck_.report.Lost("fields were left out", in_.Children("/CHA").size(), "CHA",
-                        "those of MED files are not read");
+                        meshes.size() > 1 ? TrimmedMed(meshes[1]) : "", "a model has one mesh");
+      KeepError();
+      if (!HasFaults()) ReadMedFields(in_, meshes[0], runs_, deck_);
     }
-    KeepError();
-    if (faults_.size() > before_) return std::nullopt;
-    if (leaves_nodes_) ReportUnused(deck_, deck_.report);
-    (void)CheckMesh(deck_, name_, &faults_);
-    if (faults_.size() > before_) return std::nullopt;
-    Tell(1);
-    return std::move(deck_);
+    return Checked(leaves_nodes_);
   }
 
  private:
@@ -74,21 +63,6 @@ class MedReader {
     std::vector<std::int64_t> families;
     std::vector<std::int64_t> own;
   };
-
-  void Tell(double done) {
-    if (options_.progress) options_.progress(done);
-  }
-  bool Ok() const { return in_.Ok() && faults_.size() < LossReport::kMostFaults; }
-  void Fault(std::string place, std::string what) {
-    if (faults_.size() >= LossReport::kMostFaults) return;
-    faults_.push_back({name_, std::move(place), std::move(what), "write the file again"});
-  }
-  /// Keeps what was wrong with an array, and goes on with the others.
-  void KeepError() {
-    if (in_.Ok()) return;
-    const Failure failure = in_.TakeError();
-    Fault(failure.place.substr(failure.place.starts_with('/') ? 1 : 0), failure.what);
-  }
 
   void ReadMesh(const std::string& name) {
     const std::string mesh = "/ENS_MAA/" + name;
@@ -117,7 +91,7 @@ class MedReader {
     ReadNodes(step + "/NOE", static_cast<std::size_t>(*space));
     KeepError();
     Tell(0.3);
-    if (faults_.size() > before_) return;
+    if (HasFaults()) return;
     ReadElements(step + "/MAI");
     KeepError();
     for (const char* part : {"FAC", "ARE"}) {
@@ -133,7 +107,7 @@ class MedReader {
     const std::string units = in_.TextAttribute(mesh, "UNI").value_or("");
     std::string unit;
     for (std::size_t d = 0; d < axes && d * kWidth < units.size(); ++d) {
-      const std::string own = Trimmed(units.substr(d * kWidth, kWidth));
+      const std::string own = TrimmedMed(units.substr(d * kWidth, kWidth));
       if (unit.empty()) unit = own;
       if (!own.empty() && own != unit) {
         return Fault(mesh.substr(1),
@@ -164,11 +138,11 @@ class MedReader {
           const std::string texts = in_.Bytes(family + "/GRO/NOM");
           KeepError();
           for (std::size_t at = 0; at + kNameWidth <= texts.size(); at += kNameWidth) {
-            groups.push_back(GroupAt(Trimmed(texts.substr(at, kNameWidth))));
+            groups.push_back(GroupAt(TrimmedMed(texts.substr(at, kNameWidth))));
           }
         }
         if (in_.IsGroup(family + "/ATT")) {
-          deck_.report.Lost("attributes of families were left out", 1, Trimmed(name),
+          deck_.report.Lost("attributes of families were left out", 1, TrimmedMed(name),
                             "the model has no place for them");
         }
       }
@@ -276,7 +250,7 @@ class MedReader {
       KeepError();
       Tell(0.3 + 0.6 * static_cast<double>(t + 1) / static_cast<double>(types.size()));
     }
-    if (faults_.size() > before_) return;
+    if (HasFaults()) return;
     if (!has_own) own.clear();
     const std::vector<Key> keys = Keys(own, deck_.elements.size(), "elements", path);
     for (std::size_t e = 0; e < keys.size(); ++e) deck_.elements[e].key = keys[e];
@@ -292,7 +266,7 @@ class MedReader {
     std::uint64_t values = 0;
     if (const auto lengths = in_.LengthsOf(array); lengths.size() == 1) values = lengths[0];
     if (!kind) {
-      deck_.report.Lost(fmt::format("elements of type {} were left out", Trimmed(name)),
+      deck_.report.Lost(fmt::format("elements of type {} were left out", TrimmedMed(name)),
                         static_cast<std::uint64_t>(std::max<std::int64_t>(
                             in_.IntegerAttribute(array, "NBR").value_or(1), 0)),
                         path.substr(1), "the model has no such element");
@@ -316,6 +290,7 @@ class MedReader {
     }
     const auto used = static_cast<std::size_t>(FindElementType(kind->code)->nodes);
     const std::size_t first = deck_.connectivity.size();
+    runs_[name] = {deck_.elements.size(), static_cast<std::size_t>(count)};
     MakeRoom(deck_.connectivity, first + count * used);
     deck_.connectivity.resize(first + count * used);
     for (std::uint64_t e = 0; e < count; ++e) {
@@ -369,15 +344,10 @@ class MedReader {
     }
   }
 
-  H5Reader& in_;
-  const std::string& name_;
-  const ReadOptions& options_;
-  std::vector<Failure>& faults_;
-  std::size_t before_;
-  Deck deck_;
   bool leaves_nodes_ = false;
   Families node_families_, element_families_;
   std::map<std::string, std::size_t> places_;  // of groups, by name
+  std::map<std::string, MedRun> runs_;         // of types of elements, by name
 };
 
 }  // namespace
@@ -390,11 +360,11 @@ Result<Deck> ReadMed(const std::string& path, const ReadOptions& options,
                              faults);
 }
 
-Result<Deck> ParseMed(std::string_view bytes, const std::string& name,
-                      std::vector<Failure>* faults) {
+Result<Deck> ParseMed(std::string_view bytes, const std::string& name, std::vector<Failure>* faults,
+                      FirstRead first) {
   std::vector<Failure> all;
   Result<Deck> deck = ReadHdf5<MedReader>([&] { return H5Reader::OpenMemory(bytes, name); },
-                                          bytes.size(), name, {}, all);
+                                          bytes.size(), name, {}, all, first);
   if (faults) faults->insert(faults->end(), all.begin(), all.end());
   return deck;
 }

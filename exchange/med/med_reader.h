@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "exchange/format.h"
+#include "exchange/hdf5/h5_apart.h"
 
 namespace qx::exchange {
 
@@ -19,6 +20,6 @@ Result<Deck> ReadMed(const std::string& path, const ReadOptions& options,
 
 /// The same from memory; `name` stands for the file in messages.
 Result<Deck> ParseMed(std::string_view bytes, const std::string& name,
-                      std::vector<Failure>* faults = nullptr);
+                      std::vector<Failure>* faults = nullptr, FirstRead first = FirstRead::kApart);
 
 }  // namespace qx::exchange

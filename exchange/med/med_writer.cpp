@@ -3,15 +3,17 @@
 #include <algorithm>
 #include <fmt/format.h>
 #include <map>
+#include <numeric>
+#include <optional>
 #include <set>
 #include <unordered_map>
 
-#include "qx_db/platform/new_file.h"
 #include "qx_db/record/element_types.h"
 
 #include "exchange/deck.h"
 #include "exchange/group_classes.h"
 #include "exchange/hdf5/h5_writer.h"
+#include "exchange/med/med_fields.h"
 #include "exchange/med/med_kinds.h"
 #include "exchange/med/med_reader.h"
 
@@ -19,18 +21,6 @@ namespace qx::exchange {
 namespace {
 
 constexpr std::size_t kGroupNameBytes = 80;  // bytes of a group's name
-constexpr const char* kNoProfile = "MED_NO_PROFILE_INTERNAL";
-
-/// A name as a file can have it: so many bytes at most, no part of a character, no blanks behind.
-std::string Fitting(const std::string& name, std::size_t most) {
-  std::string own = name.substr(0, name.find('\0'));
-  if (own.size() > most) {
-    while (most > 0 && (static_cast<unsigned char>(own[most]) & 0xc0) == 0x80) --most;
-    own.resize(most);
-  }
-  own.resize(own.find_last_not_of(' ') + 1);
-  return own.empty() ? "set" : own;
-}
 
 class MedFile {
  public:
@@ -45,15 +35,19 @@ class MedFile {
     }
     ListElements();
     NameGroups();
+    of_nodes_ = Families(deck_.node_keys.size(), 1);
+    of_elements_ = Families(element_place_.size(), -1);
     TellOfTheRest(session);
   }
 
   void Write(H5Writer& out) {
     out_ = &out;
     WriteHead();
+    WriteFamilies();
     WriteNodes();
     Tell(0.5);
     WriteElements();
+    WriteMedFields(out, "mesh", deck_, node_number_, element_place_, runs_, report_);
     Tell(0.95);
   }
 
@@ -86,8 +80,7 @@ class MedFile {
                  fmt::format("element {}", first_with_property), "the format has no place for it");
   }
 
-  /// Groups are told apart by their names, in whose order the file has them: what is written does
-  /// not hang on the order of the sets.
+  /// Groups are told apart by their names.
   void NameGroups() {
     std::uint64_t renamed = 0, parents = 0;
     std::string first_renamed, first_parent;
@@ -95,16 +88,16 @@ class MedFile {
     for (const Mesh::Group& group : deck_.groups) taken.insert(group.name);
     std::set<std::string> used;
     for (const Mesh::Group& group : deck_.groups) {
-      std::string name = Fitting(group.name, kGroupNameBytes);
+      std::string name = FittingMed(group.name, kGroupNameBytes);
       for (int n = 2; used.contains(name) || (name != group.name && taken.contains(name)); ++n) {
-        name = fmt::format("{} ({})", Fitting(group.name, kGroupNameBytes - 14), n);
+        name = fmt::format("{} ({})", FittingMed(group.name, kGroupNameBytes - 14), n);
       }
       if (name != group.name && renamed++ == 0) {
         first_renamed = group.name.empty() ? "an empty one" : group.name;
       }
       if (group.parent != Mesh::Group::kNone && parents++ == 0) first_parent = group.name;
       used.insert(name);
-      groups_[name] = &group;
+      groups_.emplace_back(std::move(name), &group);
     }
     report_.Changed("names of sets became others", renamed, first_renamed,
                     "a group's name has 80 bytes and names one");
@@ -112,7 +105,7 @@ class MedFile {
   }
 
   void TellOfTheRest(const CQXDBSession& session) {
-    constexpr std::uint16_t kWritten[] = {code::kNode, code::kElem, code::kMset};
+    constexpr std::uint16_t kWritten[] = {code::kNode, code::kElem, code::kMset, code::kField};
     ReportUnwritten(session, "med", kWritten, report_);
   }
 
@@ -148,7 +141,7 @@ class MedFile {
     out_->Integer(path, "CGT", 1);
     out_->Integer(path, "CGS", 1);
     if (geometry != 0) out_->Integer(path, "GEO", geometry);
-    out_->Text(path, "PFL", kNoProfile, 24);
+    out_->Text(path, "PFL", kMedAll, 24);
   }
   template <class T>
   void Put(const std::string& path, const std::vector<T>& values, std::size_t count) {
@@ -157,62 +150,98 @@ class MedFile {
     out_->Integer(path, "NBR", static_cast<std::int32_t>(count));
   }
 
-  /// The families of nodes or elements: of those that are in no group it is family 0.
-  void WriteFamilies(const std::string& path, const ElementClasses& classes,
-                     const std::vector<std::int32_t>& family_of, std::int32_t sign) {
-    std::vector<std::string> names;
-    for (const auto& group : groups_) names.push_back(group.first);
-    bool is_made = false;
-    const auto write = [&](std::int32_t number, const std::vector<std::string>& of) {
-      if (!std::exchange(is_made, true)) out_->Group(path);
-      const std::string family = fmt::format("{}/FAM_{}", path, number);
-      out_->Group(family);
-      out_->Integer(family, "NUM", number);
-      out_->Group(family + "/GRO");
-      out_->Integer(family + "/GRO", "NBR", static_cast<std::int32_t>(of.size()));
-      out_->PutTexts(family + "/GRO/NOM", of, kGroupNameBytes);
-    };
-    std::int32_t last = 0;
-    for (std::uint32_t c = 1; c < family_of.size(); ++c) {
-      if (family_of[c] == 0) continue;
-      std::vector<std::string> of;
-      for (const std::uint32_t group : classes.GroupsOf(c)) of.push_back(names[group]);
-      last = std::max(last, std::abs(family_of[c]));
-      write(family_of[c], of);
+  /// Nodes or elements told apart by the groups that they are in, each kind with the number of its
+  /// family: from 1 or -1 on, in the order in which they are met, 0 for what is in no group.
+  struct Families {
+    Families(std::size_t count, std::int32_t direction) : classes(count), sign(direction) {}
+    std::int32_t Of(std::size_t i) const { return number_of[classes.ClassOf(i)]; }
+
+    ElementClasses classes;
+    std::int32_t sign;
+    std::vector<std::int32_t> number_of;
+    std::int32_t last = 0;  // without sign
+  };
+
+  template <class PlaceOf>
+  void Divide(Families& families, std::size_t count, std::vector<Key> Mesh::Group::*members,
+              PlaceOf&& place_of) const {
+    for (const auto& entry : groups_) {
+      std::vector<std::uint32_t> places;
+      for (const Key key : entry.second->*members) {
+        if (const auto place = place_of(key)) places.push_back(*place);
+      }
+      families.classes.AddGroup(places);
     }
-    if (sign > 0) return;
-    // A family that nothing is of holds the groups that have nothing.
-    std::vector<std::string> empty;
-    for (const auto& [name, group] : groups_) {
-      if (group->elements.empty() && group->nodes.empty()) empty.push_back(name);
+    families.number_of.resize(families.classes.Count());
+    for (std::size_t i = 0; i < count; ++i) {
+      const std::uint32_t of = families.classes.ClassOf(i);
+      if (of != 0 && families.number_of[of] == 0) {
+        families.number_of[of] = families.sign * ++families.last;
+      }
     }
-    if (!empty.empty()) write(sign * (last + 1), empty);
   }
 
-  /// Numbers of families by class, in the order in which they are met; 0 for what is in no group.
-  static std::vector<std::int32_t> NumberFamilies(const ElementClasses& classes, std::size_t count,
-                                                  std::int32_t sign) {
-    std::vector<std::int32_t> family_of(classes.Count());
-    std::int32_t last = 0;
-    for (std::size_t i = 0; i < count; ++i) {
-      const std::uint32_t of = classes.ClassOf(i);
-      if (of != 0 && family_of[of] == 0) family_of[of] = sign * ++last;
+  /// Calls `take` with the number of each family and its groups.
+  template <class Take>
+  static void ForEachFamily(const Families& families, Take&& take) {
+    for (std::uint32_t c = 1; c < families.number_of.size(); ++c) {
+      if (families.number_of[c] != 0) take(families.number_of[c], families.classes.GroupsOf(c));
     }
-    return family_of;
+  }
+
+  void WriteFamily(const std::string& path, std::int32_t number,
+                   const std::vector<std::uint32_t>& groups) {
+    const std::string family = fmt::format("{}/FAM_{}", path, number);
+    out_->Group(family);
+    out_->Integer(family, "NUM", number);
+    out_->Group(family + "/GRO");
+    out_->Integer(family + "/GRO", "NBR", static_cast<std::int32_t>(groups.size()));
+    std::vector<std::string> names;
+    for (const std::uint32_t group : groups) names.push_back(groups_[group].first);
+    out_->PutTexts(family + "/GRO/NOM", names, kGroupNameBytes);
+  }
+
+  /// Groups are what families name, in the order in which they do. Where that is not the model's,
+  /// or a group has nothing, a family that nothing is of comes first and names all.
+  void WriteFamilies() {
+    Divide(of_nodes_, deck_.node_keys.size(), &Mesh::Group::nodes, [&](Key key) {
+      return std::optional(static_cast<std::uint32_t>(node_number_.at(key)) - 1);
+    });
+    Divide(of_elements_, element_place_.size(), &Mesh::Group::elements, [&](Key key) {
+      const auto place = element_place_.find(key);
+      return place == element_place_.end() ? std::nullopt : std::optional(place->second);
+    });
+    std::vector<bool> is_named(groups_.size());
+    std::uint32_t next = 0;
+    bool is_in_order = true;
+    for (const Families* families : {&of_nodes_, &of_elements_}) {
+      ForEachFamily(*families, [&](std::int32_t, const std::vector<std::uint32_t>& groups) {
+        for (const std::uint32_t group : groups) {
+          if (is_named[group]) continue;
+          is_named[group] = true;
+          is_in_order = is_in_order && group == next++;
+        }
+      });
+    }
+    is_in_order = is_in_order && next == groups_.size();
+    const std::string nodes = families_ + "/NOEUD", elements = families_ + "/ELEME";
+    if (of_nodes_.last > 0 || !is_in_order) out_->Group(nodes);
+    if (!is_in_order) {
+      std::vector<std::uint32_t> all(groups_.size());
+      std::iota(all.begin(), all.end(), 0u);
+      WriteFamily(nodes, of_nodes_.last + 1, all);
+    }
+    ForEachFamily(of_nodes_, [&](std::int32_t number, const std::vector<std::uint32_t>& groups) {
+      WriteFamily(nodes, number, groups);
+    });
+    if (of_elements_.last > 0) out_->Group(elements);
+    ForEachFamily(of_elements_, [&](std::int32_t number, const std::vector<std::uint32_t>& groups) {
+      WriteFamily(elements, number, groups);
+    });
   }
 
   void WriteNodes() {
     const std::size_t nodes = deck_.node_keys.size();
-    ElementClasses classes(nodes);
-    for (const auto& entry : groups_) {
-      std::vector<std::uint32_t> members;
-      for (const Key key : entry.second->nodes) {
-        members.push_back(static_cast<std::uint32_t>(node_number_.at(key)) - 1);
-      }
-      classes.AddGroup(members);
-    }
-    const std::vector<std::int32_t> family_of = NumberFamilies(classes, nodes, 1);
-    WriteFamilies(families_ + "/NOEUD", classes, family_of, 1);
     const std::string path = step_ + "/NOE";
     Entities(path, 0);
     if (nodes == 0) return;
@@ -222,29 +251,19 @@ class MedFile {
     }
     Put(path + "/COO", by_axis, nodes);
     std::vector<std::int32_t> families(nodes);
-    for (std::size_t i = 0; i < nodes; ++i) families[i] = family_of[classes.ClassOf(i)];
+    for (std::size_t i = 0; i < nodes; ++i) families[i] = of_nodes_.Of(i);
     Put(path + "/FAM", families, nodes);
     Put(path + "/NUM", deck_.node_keys, nodes);
   }
 
   void WriteElements() {
-    ElementClasses classes(element_place_.size());
-    for (const auto& entry : groups_) {
-      std::vector<std::uint32_t> members;
-      for (const Key key : entry.second->elements) {
-        const auto place = element_place_.find(key);
-        if (place != element_place_.end()) members.push_back(place->second);
-      }
-      classes.AddGroup(members);
-    }
-    const std::vector<std::int32_t> family_of = NumberFamilies(classes, element_place_.size(), -1);
-    WriteFamilies(families_ + "/ELEME", classes, family_of, -1);
     if (of_type_.empty()) return;
     out_->Group(step_ + "/MAI");
     out_->Integer(step_ + "/MAI", "CGT", 1);
     std::size_t place = 0;
     for (const auto& [code, elements] : of_type_) {
       const MedKind& kind = MedKindOf(code);
+      runs_.push_back({kind.name, {place, elements.size()}});
       const std::string path = fmt::format("{}/MAI/{}", step_, kind.name);
       Entities(path, kind.number);
       const std::size_t count = elements.size();
@@ -258,7 +277,7 @@ class MedFile {
           nodes[k * count + e] = node_number_.at(own[at]);
         }
         numbers[e] = element.key;
-        families[e] = family_of[classes.ClassOf(place++)];
+        families[e] = of_elements_.Of(place++);
       }
       Put(path + "/NOD", nodes, count);
       Put(path + "/FAM", families, count);
@@ -276,9 +295,11 @@ class MedFile {
   std::string_view unit_;
   std::int32_t dimension_ = 0;
   std::unordered_map<Key, std::int32_t> node_number_;
-  std::unordered_map<Key, std::uint32_t> element_place_;      // in the file
-  std::map<std::int32_t, std::vector<std::size_t>> of_type_;  // places in the deck
-  std::map<std::string, const Mesh::Group*> groups_;
+  std::unordered_map<Key, std::uint32_t> element_place_;            // in the file
+  std::map<std::int32_t, std::vector<std::size_t>> of_type_;        // places in the deck
+  std::vector<std::pair<std::string, const Mesh::Group*>> groups_;  // by their names in the file
+  std::vector<std::pair<std::string_view, MedRun>> runs_;           // of one type in the file
+  Families of_nodes_{0, 1}, of_elements_{0, -1};
   H5Writer* out_ = nullptr;
 };
 
@@ -290,14 +311,8 @@ Outcome WriteMed(CQXDBSession& session, const std::string& path, const WriteOpti
   LossReport found;
   MedFile med(session, found, options.progress);
   if (options.progress) options.progress(0.3);
-  const auto file = NewFile::Create(path);
-  if (!file) return file.AsOutcome();
-  H5Writer out((*file)->Name());
-  med.Write(out);
-  if (const std::string wrong = out.Finish(); !wrong.empty()) {
-    return Failure{path, "", "cannot be written: " + wrong, out.Remedy()};
-  }
-  if (Outcome placed = (*file)->TakePlace(); !placed) return placed;
+  const auto write = [&](H5Writer& out) { med.Write(out); };
+  if (Outcome written = WriteHdf5(path, write); !written) return written;
   report.Append(found);
   if (options.progress) options.progress(1.0);
   return {};

@@ -112,9 +112,22 @@ class PlyFile {
         }
       }
     }
+    if (surface_.Ok() && !is_over_) TellOfTheEnd();
   }
 
  private:
+  /// Bytes that no element of the header is of.
+  void TellOfTheEnd() {
+    std::string_view rest =
+        bytes_.substr(std::min(header_.is_text ? lines_.At() : at_, bytes_.size()));
+    if (header_.is_text) {
+      rest.remove_prefix(std::min(rest.find_first_not_of(" \t\r\n"), rest.size()));
+    }
+    surface_.Report().Lost("bytes behind the last row were left out", rest.size(),
+                           fmt::format("byte {}", bytes_.size() - rest.size() + 1),
+                           "the header names no element that they are of");
+  }
+
   void Wrong(std::string place, std::string what) {
     surface_.Fault(std::move(place), std::move(what));
     is_over_ = true;

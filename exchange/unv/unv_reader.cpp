@@ -6,6 +6,7 @@
 #include <fmt/format.h>
 #include <map>
 #include <optional>
+#include <set>
 
 #include "qx_db/lib/math.h"
 #include "qx_db/model/coordinate_pool.h"
@@ -284,6 +285,11 @@ class UnvReader {
       if (!(Length(across) > 0) || !std::isfinite(Length(across))) {
         return in_.Fail("the system's axes are none");
       }
+      const Vector3& third = system.axes[2];
+      const double along = Dot(across, third) / (Length(across) * Length(third));
+      deck_.report.Changed("third axes that do not stand on the first two, to their right",
+                           !(along > 1 - 1e-6), fmt::format("system {}", key),
+                           "a system of the model has a third axis of its first two");
       systems_[key] = system;
       if (key <= 1 && system.IsGlobal()) continue;
       AddSystem(key, name, system);
@@ -457,6 +463,9 @@ class UnvReader {
       const std::int64_t count = numbers.back();
       Mesh::Group group;
       if (!TakeKey(numbers[0], group.key)) return;
+      deck_.report.Changed("groups of a number that another has got a new one",
+                           !group_numbers_.insert(group.key).second, place,
+                           "a number names one mesh set");
       if (std::any_of(numbers.begin() + 1, numbers.end() - 1, [](auto n) { return n != 0; })) {
         deck_.report.Lost("active sets of groups", 1, place,
                           "the model has no place for loads and restraints of a group");
@@ -563,6 +572,7 @@ class UnvReader {
   bool has_own_units_ = false;
   bool is_reduced_ = false;
   bool is_moved_ = false;
+  std::set<Key> group_numbers_;
   std::map<Key, System> systems_;
   std::vector<std::pair<std::size_t, std::int64_t>> node_systems_;
   std::vector<std::size_t> ones_;  // nodes in system 1, which is mostly the global one

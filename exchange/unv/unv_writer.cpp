@@ -281,6 +281,7 @@ class UnvFile {
   void WriteGroups() {
     if (deck_.groups.empty()) return;
     constexpr int kNode = 7, kElement = 8;
+    constexpr std::size_t kMostName = 40;
     Begin("2477");
     for (const Mesh::Group& group : deck_.groups) {
       std::vector<std::pair<int, Key>> members;
@@ -290,6 +291,10 @@ class UnvFile {
       for (const Key key : group.nodes) members.emplace_back(kNode, key);
       std::string name = NameLine(group.name);
       if (name.empty()) name = fmt::format("group {}", group.key);
+      if (name.size() > kMostName) {
+        report_.Assumed("names of more than 40 characters are written whole",
+                        "the format has so many: other programs may read these alone");
+      }
       Add("{:10}{:10}{:10}{:10}{:10}{:10}{:10}{:10}\n{}\n", group.key, 0, 0, 0, 0, 0, 0,
           members.size(), name);
       for (std::size_t m = 0; m < members.size(); ++m) {

@@ -1,6 +1,7 @@
 // Surfaces in STL, OBJ and PLY: what goes out is the skin of what was chosen, what comes in is what
 // the file says, and broken files are told of.
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <fmt/format.h>
@@ -356,6 +357,37 @@ TEST(SurfaceReaders, TellOfEveryFault) {
 }
 
 // Points join within the distance that was asked for and no further; what collapses is told.
+// What stands behind the last row is told of, blanks at the end of a text are not.
+TEST(PlyReader, TellsOfWhatStandsBehindTheLastRow) {
+  const std::string head =
+      "ply\nformat {} 1.0\nelement vertex 3\nproperty float x\nproperty float y\n"
+      "property float z\nelement face 1\nproperty list uchar int vertex_indices\nend_header\n";
+  const std::string text =
+      fmt::format(fmt::runtime(head), "ascii") + "0 0 0\n1 0 0\n0 1 0\n3 0 1 2\n";
+  std::string binary = fmt::format(fmt::runtime(head), "binary_little_endian");
+  for (const float x : {0.f, 0.f, 0.f, 1.f, 0.f, 0.f, 0.f, 1.f, 0.f}) {
+    binary.append(reinterpret_cast<const char*>(&x), sizeof x);
+  }
+  binary += '\3';
+  for (const std::int32_t i : {0, 1, 2}) {
+    binary.append(reinterpret_cast<const char*>(&i), sizeof i);
+  }
+  struct Case {
+    std::string bytes;
+    int behind;
+  };
+  for (const Case& c : {Case{text, 0}, Case{text + " \n\n", 0}, Case{text + "\n1 2 3", 5},
+                        Case{binary, 0}, Case{binary + "abc", 3}}) {
+    std::vector<Failure> faults;
+    const auto deck = ParsePly(c.bytes, "f", {}, faults);
+    ASSERT_TRUE(deck) << deck.AsOutcome().Line();
+    EXPECT_EQ(deck->elements.size(), 1u);
+    const std::vector<std::string> told = Briefly(deck->report);
+    const std::string line = fmt::format("bytes behind the last row were left out: {}", c.behind);
+    EXPECT_EQ(std::count(told.begin(), told.end(), line), c.behind > 0) << c.bytes;
+  }
+}
+
 TEST(SurfaceReaders, JoinPointsWithinATolerance) {
   std::string text;
   const double gaps[] = {0, 0.001, 0.1};

@@ -1,6 +1,7 @@
 // Universal files: node orders as the format documents them, datasets old and new, what is carried,
 // units, systems, and files that are broken.
 
+#include <algorithm>
 #include <cmath>
 #include <fmt/format.h>
 #include <gtest/gtest.h>
@@ -203,6 +204,43 @@ TEST(UnvReader, PutsNodesWhereTheirSystemsAre) {
       EXPECT_EQ(deck->Of<tagTCord>()[0].key, number);
     }
   }
+}
+
+// Groups of one number, and a system whose third axis points the other way: both are read, and
+// told.
+TEST(UnvReader, TellsOfNumbersGivenTwiceAndOfLeftHandedSystems) {
+  const auto system = [](const char* third) {
+    return Dataset("2420", fmt::format("         1\npart\n         5         0         8\nturned\n"
+                                       "  1.0D+00  0.0D+00  0.0D+00\n  0.0D+00  1.0D+00  0.0D+00\n"
+                                       "  0.0D+00  0.0D+00 {}\n  0.0D+00  0.0D+00  0.0D+00\n",
+                                       third));
+  };
+  const std::string node = Dataset("2411",
+                                   "         1         1         1        11\n  0.0D+00  0.0D+00  "
+                                   "0.0D+00\n");
+  const std::string group =
+      "         3         0         0         0         0         0         0         1\n{}\n"
+      "         7         1         0         0\n";
+  const std::string groups = Dataset("2477", fmt::format(fmt::runtime(group + group), "a", "b"));
+  std::vector<Failure> faults;
+  const auto good = Parse(system(" 2.0D+00") + node, faults);
+  ASSERT_TRUE(good);
+  for (const std::string& line : Briefly(good->report)) {
+    EXPECT_EQ(line.find("third axes"), line.npos) << line;
+  }
+  const auto deck = Parse(system("-1.0D+00") + node + groups, faults);
+  ASSERT_TRUE(deck);
+  const std::vector<std::string> told = Briefly(deck->report);
+  for (const char* line : {"third axes that do not stand on the first two, to their right: 1",
+                           "groups of a number that another has got a new one: 1"}) {
+    EXPECT_EQ(std::count(told.begin(), told.end(), line), 1) << line;
+  }
+  CQXDBSession session(host::SetUpModel);
+  LossReport report;
+  ASSERT_EQ(AddDeck(session, *deck, "f", report).Line(), "");
+  std::vector<std::string> names;
+  for (const Mesh::Group& each : DeckOf(session).groups) names.push_back(each.name);
+  for (const char* name : {"a", "b"}) EXPECT_EQ(std::count(names.begin(), names.end(), name), 1);
 }
 
 TEST(UnvReader, TakesUnitsFromTheirFactors) {
