@@ -92,4 +92,6 @@ function(qx_join_sources_of target folder)
                                 PROPERTIES UNITY_GROUP "${group}_${part}")
   endforeach()
   set_target_properties(${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_MODE GROUP)
+  # GCC takes the joined sources for headers, where a type of an unnamed namespace were a mistake.
+  target_compile_options(${target} PRIVATE $<$<CXX_COMPILER_ID:GNU>:-Wno-subobject-linkage>)
 endfunction()

@@ -7,6 +7,9 @@
 
 namespace qx::exchange {
 
+/// Bytes of the name of a group.
+inline constexpr std::size_t kMedGroupNameBytes = 80;
+
 /// An element type of the format.
 struct MedKind {
   std::string_view name;               ///< "H20", of its group in a file

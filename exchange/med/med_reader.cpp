@@ -22,7 +22,6 @@ namespace qx::exchange {
 namespace {
 
 /// Texts of a group's name take so many bytes.
-constexpr std::size_t kNameWidth = 80;
 
 class MedReader : H5DeckReader {
  public:
@@ -137,8 +136,9 @@ class MedReader : H5DeckReader {
         if (in_.IsGroup(family + "/GRO")) {
           const std::string texts = in_.Bytes(family + "/GRO/NOM");
           KeepError();
-          for (std::size_t at = 0; at + kNameWidth <= texts.size(); at += kNameWidth) {
-            groups.push_back(GroupAt(TrimmedMed(texts.substr(at, kNameWidth))));
+          for (std::size_t at = 0; at + kMedGroupNameBytes <= texts.size();
+               at += kMedGroupNameBytes) {
+            groups.push_back(GroupAt(TrimmedMed(texts.substr(at, kMedGroupNameBytes))));
           }
         }
         if (in_.IsGroup(family + "/ATT")) {

@@ -20,8 +20,6 @@
 namespace qx::exchange {
 namespace {
 
-constexpr std::size_t kGroupNameBytes = 80;  // bytes of a group's name
-
 class MedFile {
  public:
   MedFile(const CQXDBSession& session, LossReport& report, const Progress& progress)
@@ -88,9 +86,9 @@ class MedFile {
     for (const Mesh::Group& group : deck_.groups) taken.insert(group.name);
     std::set<std::string> used;
     for (const Mesh::Group& group : deck_.groups) {
-      std::string name = FittingMed(group.name, kGroupNameBytes);
+      std::string name = FittingMed(group.name, kMedGroupNameBytes);
       for (int n = 2; used.contains(name) || (name != group.name && taken.contains(name)); ++n) {
-        name = fmt::format("{} ({})", FittingMed(group.name, kGroupNameBytes - 14), n);
+        name = fmt::format("{} ({})", FittingMed(group.name, kMedGroupNameBytes - 14), n);
       }
       if (name != group.name && renamed++ == 0) {
         first_renamed = group.name.empty() ? "an empty one" : group.name;
@@ -198,7 +196,7 @@ class MedFile {
     out_->Integer(family + "/GRO", "NBR", static_cast<std::int32_t>(groups.size()));
     std::vector<std::string> names;
     for (const std::uint32_t group : groups) names.push_back(groups_[group].first);
-    out_->PutTexts(family + "/GRO/NOM", names, kGroupNameBytes);
+    out_->PutTexts(family + "/GRO/NOM", names, kMedGroupNameBytes);
   }
 
   /// Groups are what families name, in the order in which they do. Where that is not the model's,

@@ -60,7 +60,7 @@ void ChangeMembers(Handle& handle, Key set, const AnyKeys& nodes, const AnyKeys&
 }
 
 /// Keys of the nodes or of the elements of a set, those by its rule among them.
-Keys MembersIn(Handle& handle, Key set, bool of_nodes) {
+AnyKeys MembersIn(Handle& handle, Key set, bool of_nodes) {
   const Guard guard(handle);
   std::vector<Key> keys;
   {

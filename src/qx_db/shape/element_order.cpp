@@ -11,13 +11,10 @@
 #include "qx_db/record/element_types.h"
 #include "qx_db/shape/element_change.h"
 #include "qx_db/shape/new_nodes.h"
+#include "qx_db/shape/shape_report.h"
 
 namespace qx {
 namespace {
-
-Outcome Refused() {
-  return Failure{"", "", "the model refuses the change", "see the message above"};
-}
 
 /// The quadratic type of the same shape; 0 for none. Types come in pairs, the linear one first.
 std::int32_t QuadraticOf(std::int32_t type) {
@@ -113,11 +110,11 @@ Outcome ToQuadratic(CQXDBSession& session, std::span<const ITR> elements, ShapeR
       const auto places = type.Edge(e, false);
       const ITR a = element.nodes[places[0]], b = element.nodes[places[1]];
       const ITR node = between.Make(a, b, 0.5 * (nodes.Position(a) + nodes.Position(b)));
-      if (!node) return Refused();
+      if (!node) return RefusedChange();
       element.nodes.Add(node);
     }
     element.type = quadratic;
-    if (!Store(pool, at, element)) return Refused();
+    if (!Store(pool, at, element)) return RefusedChange();
     changed.insert(at);
   }
   if (changed.empty()) {
@@ -165,13 +162,13 @@ Outcome ToLinear(CQXDBSession& session, std::span<const ITR> elements, ShapeRepo
     }
     element.nodes.SetSize(corners);
     element.type = linear;
-    if (!Store(pool, at, element)) return Refused();
+    if (!Store(pool, at, element)) return RefusedChange();
     changed.insert(at);
   }
   if (changed.empty()) {
     return Failure{"", "where", "selects no quadratic element", "select elements by: quadratic"};
   }
-  if (!AdjustFields(session, changed)) return Refused();
+  if (!AdjustFields(session, changed)) return RefusedChange();
   std::vector<ITR> unused;
   {
     const DenseMesh mesh(session);
@@ -181,7 +178,7 @@ Outcome ToLinear(CQXDBSession& session, std::span<const ITR> elements, ShapeRepo
   }
   auto& nodes = Pool<tagTNode>(session);
   for (const ITR node : unused) {
-    if (!nodes.Remove(node)) return Refused();
+    if (!nodes.Remove(node)) return RefusedChange();
   }
   report.Note("nodes between corners stay: other elements or records have them",
               static_cast<std::int64_t>(dropped.size() - unused.size()));
