@@ -70,7 +70,7 @@ AnyKeys MembersIn(Handle& handle, Key set, bool of_nodes) {
       if (IsLive(item)) keys.push_back(KeyOf(item));
     }
   }
-  return Keys(static_cast<py::ssize_t>(keys.size()), keys.data());
+  return AnyKeys(static_cast<py::ssize_t>(keys.size()), keys.data());
 }
 
 void GiveRule(Handle& handle, Key set, const std::string& rule) {

@@ -141,7 +141,7 @@ Outcome ToQuadratic(CQXDBSession& session, std::span<const ITR> elements, ShapeR
     nodal += fields->GetAtNU(at).node_values.IsEmpty() ? 0 : 1;
   }
   report.Note("fields of nodal values have none at the new nodes", nodal);
-  return between.JoinSets() && AdjustFields(session, changed) ? Outcome() : Refused();
+  return between.JoinSets() && AdjustFields(session, changed) ? Outcome() : RefusedChange();
 }
 
 Outcome ToLinear(CQXDBSession& session, std::span<const ITR> elements, ShapeReport& report) {
