@@ -4,16 +4,11 @@
 #include <array>
 #include <cctype>
 
+#include "qx_db/core/pool_names.h"
 #include "qx_db/record/describe.h"
 
 namespace qx::sql {
 namespace {
-
-/// Pools whose gateway table is an abbreviation, and the name of their SQL table.
-constexpr std::pair<std::string_view, std::string_view> kSpoken[] = {
-    {"cord", "coordinate_system"}, {"elem", "element"},  {"mset", "mesh_set"}, {"func", "function"},
-    {"geom", "geometry"},          {"matl", "material"}, {"prop", "property"},
-};
 
 std::string Small(std::string text) {
   std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) {
@@ -256,13 +251,7 @@ std::string_view ColumnTypeName(ColumnType type) {
   return kNames[static_cast<int>(type)];
 }
 
-std::string TableName(const DPoolBase& pool) {
-  std::string name = Small(pool.GetAPIName().ToUtf8());
-  for (const auto& [label, spoken] : kSpoken) {
-    if (name == label) return std::string(spoken);
-  }
-  return name;
-}
+std::string TableName(const DPoolBase& pool) { return PoolWord(pool); }
 
 PoolColumns ColumnsOf(DPoolBase& pool) { return Maker(pool).Make(); }
 

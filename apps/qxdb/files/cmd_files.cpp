@@ -12,6 +12,7 @@
 #include "apps/qxdb/command/output.h"
 #include "apps/qxdb/commands.h"
 #include "apps/qxdb/files/cad_input.h"
+#include "apps/qxdb/model/selection.h"
 #include "exchange/transfer.h"
 
 namespace qx::app {
@@ -175,7 +176,7 @@ Outcome Import(const ImportOptions& options, const Context& context) {
     const std::int32_t added = pool.GetSize() - before[i];
     if (added == 0) continue;
     const std::string name = pool.GetAPIName().ToUtf8();
-    text += fmt::format("\n  {:>9}  {}", Grouped(added), name);
+    text += fmt::format("\n  {:>9}  {}", Grouped(added), PoolLabel(pool));
     json.Integer(name, added);
   }
   json.End();

@@ -52,7 +52,7 @@ Outcome Finish(Model& model, const ImportOptionsText& asked, const ImportReport&
   const std::string text = DescribeImport(report, session, json);
   Outcome stored = model.Save(dry, asked.key_map, report.KeyMapJson(session));
   if (!stored) return stored;
-  context.Print(text + (dry ? "nothing was saved: a dry run\n" : ""), json.End());
+  context.Print(text + (dry ? "(not saved)\n" : ""), json.End());
   return {};
 }
 

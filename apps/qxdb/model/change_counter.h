@@ -13,6 +13,18 @@
 
 namespace qx::app {
 
+/// How many records a step inserts, removes and modifies, by pool.
+using ChangeCounts = std::map<std::string, std::array<std::int64_t, 3>>;
+
+/// The one table in which changes are told.
+inline std::string ChangesText(const ChangeCounts& counts) {
+  Table table({"pool", ">inserted", ">removed", ">modified"});
+  for (const auto& [pool, count] : counts) {
+    table.Row({pool, Grouped(count[0]), Grouped(count[1]), Grouped(count[2])});
+  }
+  return table.IsEmpty() ? "nothing changed\n" : table.Text();
+}
+
 /// Counts the records that a step inserted, removed and modified, pool by pool: each once, by how
 /// it stands in the end.
 class ChangeCounter final : public ISessionListener {
@@ -40,13 +52,7 @@ class ChangeCounter final : public ISessionListener {
   }
   bool IsEmpty() const { return counts_.empty(); }
 
-  std::string Text() const {
-    Table table({"pool", ">inserted", ">removed", ">modified"});
-    for (const auto& [pool, count] : counts_) {
-      table.Row({pool, Grouped(count[0]), Grouped(count[1]), Grouped(count[2])});
-    }
-    return table.IsEmpty() ? "nothing changed\n" : table.Text();
-  }
+  std::string Text() const { return ChangesText(counts_); }
   void Write(JsonText& json) const {
     json.Begin("changes");
     for (const auto& [pool, count] : counts_) {
@@ -57,7 +63,7 @@ class ChangeCounter final : public ISessionListener {
   }
 
  private:
-  std::map<std::string, std::array<std::int64_t, 3>> counts_;
+  ChangeCounts counts_;
 };
 
 }  // namespace qx::app

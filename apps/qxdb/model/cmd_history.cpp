@@ -86,7 +86,7 @@ Outcome Log(Model& model, const HistoryOptions& options, const Context& context)
   const ModelFileReport& report = model.report;
   const CQXDBSession& session = model.session;
   const std::size_t done = session.History().Done().size();
-  Table table({"", ">step", "time", ">added", ">removed", ">changed", "name"});
+  Table table({"", ">step", "time", ">inserted", ">removed", ">modified", "name"});
   JsonText json;
   json.Begin().Text("model", options.model).Integer("since_save", report.steps);
   json.Bool("closed", report.closed).Bool("unfinished_step", report.unfinished_step);

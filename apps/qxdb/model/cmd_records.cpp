@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include "qx_db/core/pool_names.h"
 #include "qx_db/platform/text.h"
 #include "qx_db/qx_db.h"
 #include "qx_db/record/describe.h"
@@ -118,6 +119,7 @@ struct RecordsOptions {
 Outcome Records(const RecordsOptions& options, const Context& context) {
   CQXDBSession session(host::SetUpModel);
   JsonText json;
+  const DPoolBase* asked = FindPoolByName(session, options.record);
   if (options.markdown) {
     json.Begin().Text("markdown", Catalogue(session)).End();
     context.Print(Catalogue(session), json);
@@ -129,8 +131,7 @@ Outcome Records(const RecordsOptions& options, const Context& context) {
   Table list({"record", ">code", ">bytes", ">members", "pool"});
   for (DPoolBase* pool : session.Pools()) {
     const Schema& schema = pool->GetSchema();
-    const bool named =
-        EqualNoCase(options.record, schema.Name()) || EqualNoCase(options.record, PoolLabel(*pool));
+    const bool named = pool == asked;
     if (!options.record.empty() && !named) continue;
     list.Row({schema.Name(), std::to_string(schema.Type()), std::to_string(schema.RecordSize()),
               std::to_string(schema.Rows().size()), PoolLabel(*pool)});

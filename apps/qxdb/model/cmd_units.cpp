@@ -72,7 +72,7 @@ Outcome ChangeUnits(Model& model, const UnitsOptions& options, Change change,
   text += is_same ? "nothing changes"
           : sets  ? "every number stays, and means something else"
                   : "every size stays, and is shown as another number";
-  context.Print(text + (is_saved ? "\nsaved; take it back with qxdb undo" : "\nnot saved"), json);
+  context.Print(text + (is_saved ? "\nsaved; take it back with qxdb undo" : "\n(not saved)"), json);
   return {};
 }
 

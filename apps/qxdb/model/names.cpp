@@ -3,6 +3,7 @@
 #include <filesystem>
 
 #include "qx_db/platform/file.h"
+#include "qx_db/qx_db.h"
 
 #include "apps/qxdb/model/model.h"
 #include "apps/qxdb/model/selection.h"

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 
+#include "qx_db/core/pool_names.h"
 #include "qx_db/platform/text.h"
 
 namespace qx::app {
@@ -58,21 +59,13 @@ TArray<ITR> KeyRanges::Select(const DPoolBase& pool) const {
   return selected;
 }
 
-std::string PoolLabel(const DPoolBase& pool) {
-  std::string name = pool.GetAPIName().ToUtf8();
-  std::transform(name.begin(), name.end(), name.begin(), [](unsigned char c) {
-    return static_cast<char>(c >= 'A' && c <= 'Z' ? c + 32 : c);
-  });
-  return name;
-}
+std::string PoolLabel(const DPoolBase& pool) { return PoolName(pool); }
 
 Result<DPoolBase*> FindPool(CQXDBSession& session, const std::string& name) {
+  if (DPoolBase* pool = FindPoolByName(session, name)) return pool;
   std::string known;
-  for (DPoolBase* pool : session.Pools()) {
-    const std::string label = PoolLabel(*pool);
-    if (EqualNoCase(label, name)) return pool;
-    known += (known.empty() ? "" : ", ") + label;
-  }
+  for (const DPoolBase* pool : session.Pools())
+    known += (known.empty() ? "" : ", ") + PoolName(*pool);
   return Failure{"", "pool \"" + name + "\"", "there is no such pool", "name one of " + known};
 }
 

@@ -22,10 +22,10 @@ class KeyRanges {
   std::vector<std::pair<Key, Key>> ranges_;
 };
 
-/// The pool of that table name, whatever the case; a failure lists the names there are.
+/// The pool of that name in any spelling (FindPoolByName); a failure lists the names there are.
 Result<DPoolBase*> FindPool(CQXDBSession& session, const std::string& name);
 
-/// A pool's table name as people write it: "node".
+/// A pool's name as it is printed: "node".
 std::string PoolLabel(const DPoolBase& pool);
 
 /// How many records a list names: null entries and repeated ones are none.

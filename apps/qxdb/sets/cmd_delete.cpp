@@ -40,17 +40,13 @@ std::string Reason(const CQXDBSession& session, const Consequence& one) {
   return one.row ? cause + " by " + Utf8(one.row->name) : cause + " by its key";
 }
 
-/// Counts by pool and effect.
 std::string Summary(const CQXDBSession& session, const DeletionPreview& preview) {
-  std::map<std::string, std::array<std::int64_t, 3>> counts;
+  ChangeCounts counts;
   for (const Consequence& one : preview.consequences) {
-    ++counts[PoolLabel(*session.GetDataPool(one.type))][static_cast<std::size_t>(one.effect)];
+    const bool is_removed = one.effect == Effect::kRemoved;
+    ++counts[PoolLabel(*session.GetDataPool(one.type))][is_removed ? 1 : 2];
   }
-  Table table({"pool", ">removed", ">reset", ">changed"});
-  for (const auto& [pool, count] : counts) {
-    table.Row({pool, Grouped(count[0]), Grouped(count[1]), Grouped(count[2])});
-  }
-  return table.Text();
+  return ChangesText(counts);
 }
 
 std::string Listing(const CQXDBSession& session, const DeletionPreview& preview) {
@@ -113,7 +109,7 @@ Outcome Delete(Model& model, const DeleteOptions& options, const Context& contex
   if (Outcome saved = edit.Save(options.dry_run); !saved) return saved;
   edit.WriteStates(json);
   edit.Changes().Write(json);
-  context.Print(text + (options.dry_run ? "(not deleted)\n" : edit.StateLine()), json.End());
+  context.Print(text + (options.dry_run ? "(not saved)\n" : edit.StateLine()), json.End());
   return {};
 }
 

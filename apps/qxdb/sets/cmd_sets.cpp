@@ -334,7 +334,7 @@ Outcome RunEdit(Model& model, const SetsOptions& options, const std::u16string& 
   JsonText& json = editing.json;
   json.Bool("saved", edit.IsSaved());
   changes.Write(json);
-  const char* ending = edit.IsSaved() ? "saved" : changes.IsEmpty() ? "" : "not saved";
+  const char* ending = edit.IsSaved() ? "saved" : changes.IsEmpty() ? "" : "(not saved)";
   context.Print(editing.told + changes.Text() + ending, json.End());
   return {};
 }
