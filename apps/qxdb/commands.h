@@ -26,6 +26,9 @@ void AddFix(Command& app, Context& context);
 void AddTransform(Command& app, Context& context);
 /// `split`, `to-linear` and `to-quadratic`.
 void AddElementChanges(Command& app, Context& context);
+/// `skin` and `extrude`.
+void AddFaceShapes(Command& app, Context& context);
+void AddMergeNodes(Command& app, Context& context);
 void AddRecords(Command& app, Context& context);
 void AddSets(Command& app, Context& context);
 void AddUnits(Command& app, Context& context);

@@ -70,6 +70,8 @@ int main(int argc, char** argv) {
   AddFix(app, context);
   AddTransform(app, context);
   AddElementChanges(app, context);
+  AddFaceShapes(app, context);
+  AddMergeNodes(app, context);
   AddDiff(app, context);
   AddImportModel(app, context);
   AddPool(app, context);

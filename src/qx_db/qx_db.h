@@ -52,4 +52,7 @@
 #include "qx_db/record/catalogue.h"
 #include "qx_db/record/function_kinds.h"
 #include "qx_db/select/selection.h"
+#include "qx_db/shape/element_change.h"
+#include "qx_db/shape/faces.h"
+#include "qx_db/shape/transform.h"
 #include "qx_db/ui/selection_lists.h"

@@ -116,13 +116,21 @@ bool RedirectAll(CQXDBSession& session, const PoolNumbers& numbers, const Replac
   return true;
 }
 
-bool MergeNodes(CQXDBSession& session, double tolerance, RepairReport& report) {
+bool MergeNodes(CQXDBSession& session, double tolerance, std::span<const ITR> among,
+                RepairReport& report) {
   std::vector<ITR> merged;
   {
     const DenseMesh mesh(session);
+    std::vector<std::uint8_t> chosen(among.empty() ? 0 : mesh.NodeCount());
+    for (const ITR node : among) {
+      const std::uint32_t number = mesh.Numbers().Find(node);
+      if (number != PoolNumbers::kNone) chosen[number] = 1;
+    }
     Replacement becomes(mesh.NodeCount());
     for (std::uint32_t n = 0; n < mesh.NodeCount(); ++n) becomes[n] = n;
-    for (const Duplicate& pair : DuplicateNodes(mesh, tolerance)) becomes[pair.first] = pair.second;
+    for (const Duplicate& pair : DuplicateNodes(mesh, tolerance, chosen)) {
+      becomes[pair.first] = pair.second;
+    }
     report.merges_refused = RefuseCollapses(mesh, becomes);
     for (std::uint32_t n = 0; n < mesh.NodeCount(); ++n) {
       if (becomes[n] != n) merged.push_back(mesh.NodeItr(n));
@@ -209,7 +217,8 @@ bool RemoveUnreferencedNodes(CQXDBSession& session, RepairReport& report) {
 }  // namespace
 
 bool RepairMesh(CQXDBSession& session, const RepairPlan& plan, RepairReport& report) {
-  return (!plan.merge_tolerance || MergeNodes(session, *plan.merge_tolerance, report)) &&
+  return (!plan.merge_tolerance ||
+          MergeNodes(session, *plan.merge_tolerance, plan.merge_among, report)) &&
          (!plan.duplicate_elements || RemoveDuplicateElements(session, report)) &&
          (!plan.inverted_solids || TurnSolids(session, report)) &&
          (!plan.misoriented_shells || TurnShells(session, report)) &&

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <vector>
 
 #include "qx_db/app/element_heritage.h"
@@ -21,6 +22,9 @@ struct RepairPlan {
   bool inverted_solids = false;
   bool misoriented_shells = false;
   bool unreferenced_nodes = false;
+  /// Nodes that may merge, positions in the session; all of them when there are none here. What the
+  /// span leads to must last until the plan is carried out.
+  std::span<const ITR> merge_among = {};
 };
 
 /// What was done.

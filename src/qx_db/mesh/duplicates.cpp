@@ -106,7 +106,8 @@ bool SameElement(const DenseMesh& mesh, std::uint32_t a, std::uint32_t b) {
 
 }  // namespace
 
-std::vector<Duplicate> DuplicateNodes(const DenseMesh& mesh, double tolerance) {
+std::vector<Duplicate> DuplicateNodes(const DenseMesh& mesh, double tolerance,
+                                      std::span<const std::uint8_t> among) {
   double farthest = 0;
   for (std::uint32_t n = 0; n < mesh.NodeCount(); ++n) {
     const Point3& p = mesh.Position(n);
@@ -126,7 +127,7 @@ std::vector<Duplicate> DuplicateNodes(const DenseMesh& mesh, double tolerance) {
   for (std::uint32_t n = 0; n < mesh.NodeCount(); ++n) {
     work.Step();
     const std::uint32_t home = grid.CellOf(n);
-    if (home == PoolNumbers::kNone) continue;
+    if (home == PoolNumbers::kNone || (!among.empty() && !among[n])) continue;
     std::uint32_t nearest = n;
     for (const std::uint32_t cell : grid.Around(home)) {
       for (const std::uint32_t other : kept[cell]) {

@@ -58,9 +58,11 @@ QXDB_API Parts ConnectedParts(const DenseMesh& mesh);
 /// A number and the smaller one it repeats.
 using Duplicate = std::pair<std::uint32_t, std::uint32_t>;
 
-/// Nodes within `tolerance` of an earlier node that is itself no duplicate. Expected linear.
-/// Requires a tolerance that is not negative.
-QXDB_API std::vector<Duplicate> DuplicateNodes(const DenseMesh& mesh, double tolerance);
+/// Nodes within `tolerance` of an earlier node that is itself no duplicate; with `among`, a mark
+/// for each node, as if there were only the marked ones. Expected linear. Requires a tolerance that
+/// is not negative.
+QXDB_API std::vector<Duplicate> DuplicateNodes(const DenseMesh& mesh, double tolerance,
+                                               std::span<const std::uint8_t> among = {});
 /// Lines, surfaces and solids of the type and the set of nodes of an earlier one. Points and
 /// special elements may well share their nodes: two masses, springs side by side.
 QXDB_API std::vector<Duplicate> DuplicateElements(const DenseMesh& mesh);

@@ -10,8 +10,8 @@
 #include "qx_db/record/deck_records.h"
 #include "qx_db/record/element_types.h"
 #include "qx_db/shape/element_change.h"
+#include "qx_db/shape/group_set.h"
 #include "qx_db/shape/new_nodes.h"
-#include "qx_db/shape/shape_report.h"
 
 namespace qx {
 namespace {
@@ -110,11 +110,11 @@ Outcome ToQuadratic(CQXDBSession& session, std::span<const ITR> elements, ShapeR
       const auto places = type.Edge(e, false);
       const ITR a = element.nodes[places[0]], b = element.nodes[places[1]];
       const ITR node = between.Make(a, b, 0.5 * (nodes.Position(a) + nodes.Position(b)));
-      if (!node) return RefusedChange();
+      if (!node) return RefusedByModel();
       element.nodes.Add(node);
     }
     element.type = quadratic;
-    if (!Store(pool, at, element)) return RefusedChange();
+    if (!Store(pool, at, element)) return RefusedByModel();
     changed.insert(at);
   }
   if (changed.empty()) {
@@ -141,7 +141,7 @@ Outcome ToQuadratic(CQXDBSession& session, std::span<const ITR> elements, ShapeR
     nodal += fields->GetAtNU(at).node_values.IsEmpty() ? 0 : 1;
   }
   report.Note("fields of nodal values have none at the new nodes", nodal);
-  return between.JoinSets() && AdjustFields(session, changed) ? Outcome() : RefusedChange();
+  return between.JoinSets() && AdjustFields(session, changed) ? Outcome() : RefusedByModel();
 }
 
 Outcome ToLinear(CQXDBSession& session, std::span<const ITR> elements, ShapeReport& report) {
@@ -162,13 +162,13 @@ Outcome ToLinear(CQXDBSession& session, std::span<const ITR> elements, ShapeRepo
     }
     element.nodes.SetSize(corners);
     element.type = linear;
-    if (!Store(pool, at, element)) return RefusedChange();
+    if (!Store(pool, at, element)) return RefusedByModel();
     changed.insert(at);
   }
   if (changed.empty()) {
     return Failure{"", "where", "selects no quadratic element", "select elements by: quadratic"};
   }
-  if (!AdjustFields(session, changed)) return RefusedChange();
+  if (!AdjustFields(session, changed)) return RefusedByModel();
   std::vector<ITR> unused;
   {
     const DenseMesh mesh(session);
@@ -178,7 +178,7 @@ Outcome ToLinear(CQXDBSession& session, std::span<const ITR> elements, ShapeRepo
   }
   auto& nodes = Pool<tagTNode>(session);
   for (const ITR node : unused) {
-    if (!nodes.Remove(node)) return RefusedChange();
+    if (!nodes.Remove(node)) return RefusedByModel();
   }
   report.Note("nodes between corners stay: other elements or records have them",
               static_cast<std::int64_t>(dropped.size() - unused.size()));

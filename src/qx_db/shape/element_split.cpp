@@ -16,9 +16,9 @@
 #include "qx_db/record/element_types.h"
 #include "qx_db/shape/attached_data.h"
 #include "qx_db/shape/element_change.h"
+#include "qx_db/shape/group_set.h"
 #include "qx_db/shape/material_directions.h"
 #include "qx_db/shape/new_nodes.h"
-#include "qx_db/shape/shape_report.h"
 
 namespace qx {
 namespace {
@@ -64,7 +64,7 @@ class Splitter {
     std::map<std::uint16_t, std::int64_t> left;
     if (!PassOn(session_, plan, left) || !between_.JoinSets() || !GiveThickness() ||
         !material_.Put()) {
-      return RefusedChange();
+      return RefusedByModel();
     }
     std::int64_t lost = 0;
     for (const auto& [type, count] : left) lost += count;
@@ -73,7 +73,7 @@ class Splitter {
       report_.made.push_back({code::kElem, KeyOf(part.of), KeyOf(part.made)});
     }
     for (const ITR whole : wholes_) {
-      if (!pool_.Remove(whole)) return RefusedChange();
+      if (!pool_.Remove(whole)) return RefusedByModel();
     }
     return {};
   }
@@ -104,7 +104,7 @@ class Splitter {
     report_.Note("elements that lack nodes or coordinates stay as they are", broken);
     NoteBeside(mesh, cut);
     for (const std::uint32_t e : wholes) {
-      if (!Divide(mesh, e)) return RefusedChange();
+      if (!Divide(mesh, e)) return RefusedByModel();
     }
     report_.Note("tetrahedra have no positive volume: their whole is warped or inside out", flat_);
     report_.Note("diagonals of degenerate elements gave no part", degenerate_);

@@ -6,7 +6,6 @@
 #include <string>
 #include <vector>
 
-#include "qx_db/platform/outcome.h"
 #include "qx_db/record/types.h"
 
 namespace qx {
@@ -33,10 +32,5 @@ struct ShapeReport {
     if (count > 0) notes.push_back({std::move(what), count});
   }
 };
-
-/// Of a change that a pool did not take; the message is the pool's.
-inline Failure RefusedChange() {
-  return {"", "", "the model refuses the change", "see the message above"};
-}
 
 }  // namespace qx

@@ -14,9 +14,9 @@
 #include "qx_db/record/attribute_records.h"
 #include "qx_db/record/control_records.h"
 #include "qx_db/record/deck_records.h"
+#include "qx_db/shape/group_set.h"
 #include "qx_db/shape/material_directions.h"
 #include "qx_db/shape/next_key.h"
-#include "qx_db/shape/shape_report.h"
 
 namespace qx {
 namespace {
@@ -65,18 +65,18 @@ class Mover {
     const std::size_t set = SetMany(
         Pool<tagTNode>(session_), nodes_.Records(),
         [&](tagTNode& node, std::size_t) { node.position = Packed(map_(Vector3(node.position))); });
-    if (set != nodes_.Records().size()) return RefusedChange();
+    if (set != nodes_.Records().size()) return RefusedByModel();
     if (map_.IsMirror()) {
       std::vector<ITR> turned;
       for (const ITR element : whole_) {
         if (!FlipOf(elements_.GetAtNU(element).type).empty()) turned.push_back(element);
       }
-      if (!TurnElements(session_, turned, true)) return RefusedChange();
+      if (!TurnElements(session_, turned, true)) return RefusedByModel();
     }
-    if (!TurnLines(turns)) return RefusedChange();
+    if (!TurnLines(turns)) return RefusedByModel();
     if (turns &&
         (!TurnOffsets() || !TurnPlates() || !TurnSolids() || !TurnSpecials() || !material.Put())) {
-      return RefusedChange();
+      return RefusedByModel();
     }
     NoteTheRest(turns);
     return {};
@@ -398,7 +398,7 @@ Outcome TransformCopies(CQXDBSession& session, const ShapeParts& parts, const Af
       tagTNode copy = nodes.GetAtNU(node);
       copy.key = node_keys.Take();
       const ITR made = nodes.InsertNU(copy);
-      if (!made) return RefusedChange();
+      if (!made) return RefusedByModel();
       made_nodes[c].push_back(made);
       copy_of.emplace(node, made);
     }
@@ -410,7 +410,7 @@ Outcome TransformCopies(CQXDBSession& session, const ShapeParts& parts, const Af
         if (found != copy_of.end()) node = found->second;
       }
       const ITR made = elements.InsertNU(copy);
-      if (!made) return RefusedChange();
+      if (!made) return RefusedByModel();
       made_elements[c].push_back(made);
     }
   }
@@ -434,7 +434,7 @@ Outcome TransformCopies(CQXDBSession& session, const ShapeParts& parts, const Af
     out.push_back({made, of.side});
   };
   std::map<std::uint16_t, std::int64_t> left;
-  if (!PassOn(session, plan, left)) return RefusedChange();
+  if (!PassOn(session, plan, left)) return RefusedByModel();
   NoteLeft(session, left, report);
   AffineMap step = map;
   for (std::size_t c = 0; c < many; ++c, step = step.Then(map)) {
