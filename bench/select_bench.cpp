@@ -4,12 +4,53 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "qx_db/core/transaction.h"
+#include "qx_db/model/set_rules.h"
 #include "qx_db/select/selection.h"
 
 #include "bench/harness.h"
 #include "bench/workload.h"
 
 namespace qx::bench {
+namespace {
+
+/// Members of a set by a rule: as they are first asked for, and after a step that moves one node.
+void RuleMembers(CQXDBSession& session) {
+  constexpr double kLimit = 100;  // nanoseconds an element, of a simple condition
+  session.EnableRecording(true);
+  auto& nodes = Pool<tagTNode>(session);
+  const ITR node = nodes.GetHeadPosition();
+  for (const char* const text : {"hex8", "property none", "x > 500", "sphere 500,1,0 100"}) {
+    ITR set = 0;
+    if (!Pool<tagTMset>(session).TR_Add(u"by rule", 0, set)) std::exit(1);
+    std::int64_t count = 0;
+    const auto ask = [&] { count = MembersOf(session, set).Elements().GetSize(); };
+    double whole = 1, followed = 1;
+    for (int run = 0; run < 3; ++run) {
+      CTransaction rule(&session);
+      rule.Begin(u"Rule");
+      // Another text is asked of the whole.
+      if (!SetRule(session, set, text + std::string(static_cast<std::size_t>(run), ' '))) {
+        std::exit(1);
+      }
+      if (!rule.Commit()) std::exit(1);
+      whole = std::min(whole, Time(ask));
+      CTransaction move(&session);
+      move.Begin(u"Move");
+      tagTNode moved = nodes.GetAtNU(node);
+      moved.position.z = 1e-3 * (run + 1);
+      nodes.SetAtNU(node, moved);
+      if (!move.Commit()) std::exit(1);
+      followed = std::min(followed, Time(ask));
+    }
+    Keep(count);
+    Figure(std::string("rule ") + text + ", an element", whole * 1e9 / kMillion, "ns", kLimit);
+    Figure(std::string("rule ") + text + ", after a step", followed * 1e3, "ms", kLimit);
+    if (!Pool<tagTMset>(session).TR_Del(TArray<ITR>{set})) std::exit(1);
+  }
+}
+
+}  // namespace
 
 void Selections() {
   CQXDBSession session(AddStandardPools);
@@ -43,6 +84,7 @@ void Selections() {
     Keep(count);
     Figure(std::string("select ") + text + ", an element", least * 1e9 / kMillion, "ns", kLimit);
   }
+  RuleMembers(session);
 }
 
 }  // namespace qx::bench

@@ -37,6 +37,7 @@
 #include "qx_db/model/mesh_pools.h"
 #include "qx_db/model/mesh_set_pool.h"
 #include "qx_db/model/seed_match.h"
+#include "qx_db/model/set_rules.h"
 #include "qx_db/model/size_control_pool.h"
 #include "qx_db/model/size_inverse.h"
 #include "qx_db/model/standard_pools.h"

@@ -312,6 +312,7 @@ TEST_F(SetRules, NameNoCircle) {
   EXPECT_FALSE(Give(under, "set a"));
   EXPECT_FALSE(Give(a, "faces surface"));
   EXPECT_FALSE(Give(a, "set nowhere"));
+  EXPECT_FALSE(Give(a, "hex8 or not size < 5"));  // of which unit?
   EXPECT_EQ(session.StateHash(), before);
   // Past SetRule: by a record, by a parent, by the gateway.
   tagTSetRule rule;
@@ -321,6 +322,11 @@ TEST_F(SetRules, NameNoCircle) {
   refused("a record", "\"c\" names \"a\"");
   EXPECT_FALSE(Sets().TR_SetParent(a, KeyOf(c)));
   refused("a parent", "\"a\" names \"b\" names \"a\"");
+  dbgateway::DataBase document;
+  ASSERT_TRUE(document.Parse("{\"SETRULE\": {\"" + std::to_string(KeyOf(c)) +
+                             "\": {\"TEXT\": \"set a\"}}}"));
+  EXPECT_FALSE(ReadDocument(session, document));
+  refused("the gateway", "\"c\" names \"a\"");
   rule.text.Set(u"nonsense");
   EXPECT_FALSE(Do([&] { Pool<tagTSetRule>(session).InsertNU(rule); }));
   refused("nonsense", "no condition");
@@ -328,20 +334,19 @@ TEST_F(SetRules, NameNoCircle) {
 
 TEST_F(SetRules, MeanTheSameInOtherUnits) {
   UnitSystem metres = session.Units().Current();
-  const ITR set =
-      AddRule(u"part", "box 0,0,0 2,2,2 and volume < 2 and size < 5 and max-angle < 120");
+  const ITR set = AddRule(u"part", "box 0,0,0 2,2,2 and volume < 2 and max-angle < 120");
   const auto before = Vector(MembersOf(session, set).Elements());
   ASSERT_EQ(before.size(), 8u);
   const std::string rule = RuleOf(session, set);
   const std::string unit(
       UnitsOf(UnitBase::kLength)[static_cast<std::size_t>(metres[UnitBase::kLength])].name);
   EXPECT_EQ(rule, "box 0" + unit + ",0" + unit + ",0" + unit + " 2" + unit + ",2" + unit + ",2" +
-                      unit + " and volume < 2" + unit + "3 and size < 5 and max-angle < 120");
+                      unit + " and volume < 2" + unit + "3 and max-angle < 120");
   for (std::size_t other = 0; other < UnitsOf(UnitBase::kLength).size(); ++other) {
     metres[UnitBase::kLength] = static_cast<int>(other);
     ASSERT_TRUE(session.ChangeUnits(metres));
     EXPECT_EQ(RuleOf(session, set), rule);
-    if (other == 0) continue;
+    EXPECT_EQ(Vector(MembersOf(session, set).Elements()), before);
   }
 }
 

@@ -299,12 +299,12 @@ function showIsolated(app, holder) {
 function buildTree(app, tree, note) {
   const { mesh } = app;
   const { about } = mesh;
-  const row = (id, label, color, count, depth) => {
+  const row = (id, label, color, count, depth, rule) => {
     const box = el('input', { type: 'checkbox', checked: !app.hidden.has(id), 'data-id': id, 'aria-label': `Show ${label}`,
       onchange: () => app.setHidden(id, !box.checked) });
     const swatch = el('span', { class: 'swatch' });
     if (color != null) swatch.style.background = palette.css(color);
-    const pick = el('button', { type: 'button', class: 'name', title: `Select ${label}`, onclick: () => {
+    const pick = el('button', { type: 'button', class: 'name', title: `Select ${label}${rule ? `, by the rule: ${rule}` : ''}`, onclick: () => {
       const [what, key] = id.split(':');
       const table = { set: 'mset', property: 'prop', material: 'matl' }[what];
       if (table && Number(key)) app.select(table, Number(key));
@@ -331,7 +331,7 @@ function buildTree(app, tree, note) {
   const add = (set, depth) => {
     if (seen.has(set)) return;
     seen.add(set);
-    rows.push(row(`set:${set.key}`, set.name, set.color, set.elements || set.nodes, depth));
+    rows.push(row(`set:${set.key}`, set.name, set.color, set.elements || set.nodes, depth, set.rule));
     for (const child of mesh.sets) if (child.parent === set.key) add(child, depth + 1);
   };
   const keys = new Set(mesh.sets.map((s) => s.key));

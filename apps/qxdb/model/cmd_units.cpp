@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include "qx_db/qx_db.h"
+#include "qx_db/record/set_rule_record.h"
 
 #include "apps/qxdb/commands.h"
 #include "apps/qxdb/model/units_text.h"
@@ -72,6 +73,13 @@ Outcome ChangeUnits(Model& model, const UnitsOptions& options, Change change,
   text += is_same ? "nothing changes"
           : sets  ? "every number stays, and means something else"
                   : "every size stays, and is shown as another number";
+  const DPoolBase* const rules = model.session.GetDataPool(code::kSetRule);
+  if (sets && !is_same && rules && rules->GetSize() > 0) {
+    text +=
+        "\nrules of mesh sets say the unit of their lengths, which are the sizes they were: see "
+        "what they select now with qxdb sets " +
+        model.path;
+  }
   context.Print(text + (is_saved ? "\nsaved; take it back with qxdb undo" : "\n(not saved)"), json);
   return {};
 }

@@ -198,6 +198,16 @@ void TellMembers(Editing& edit, ITR set) {
                   rule.empty() ? "listed" : "by the rule: " + rule);
 }
 
+/// Gives a set a rule. A fault of the text is one of what was typed and has no file.
+Outcome Give(Editing& edit, ITR set, const std::string& rule) {
+  const auto read = SelectionRule::Parse(rule);
+  const Outcome given = SetRule(edit.model.session, set, rule);
+  if (given || (!rule.empty() && (!read || read->Kind() == SelectKind::kFaces))) return given;
+  Failure failure = given.Error();
+  failure.file = edit.model.path;
+  return failure;
+}
+
 Result<int> AddOne(Editing& edit) {
   const SetsOptions& options = edit.options;
   auto nodes = PickAny(edit.model, code::kNode, options.nodes);
@@ -218,7 +228,7 @@ Result<int> AddOne(Editing& edit) {
     return 0;
   }
   if (options.rule.empty()) return 1;
-  if (Outcome given = SetRule(edit.model.session, set, options.rule); !given) return given.Error();
+  if (Outcome given = Give(edit, set, options.rule); !given) return given.Error();
   TellMembers(edit, set);
   return 1;
 }
@@ -230,7 +240,7 @@ Result<int> GiveRule(Editing& edit) {
                    "see: qxdb sets rule --help"};
   }
   const ITR set = edit.chosen.front();
-  if (Outcome given = SetRule(edit.model.session, set, options.where); !given) return given.Error();
+  if (Outcome given = Give(edit, set, options.where); !given) return given.Error();
   TellMembers(edit, set);
   return 1;
 }

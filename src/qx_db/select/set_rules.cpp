@@ -17,6 +17,7 @@
 #include "qx_db/model/standard_pools.h"
 #include "qx_db/record/record_impl.h"
 #include "qx_db/select/conditions.h"
+#include "qx_db/select/lexer.h"
 #include "qx_db/select/rule_text.h"
 
 namespace qx {
@@ -443,6 +444,18 @@ std::string CircleText(const std::vector<ITR>& circle) {
   return text;
 }
 
+/// The condition "size", a length, an area or a volume by what it is of, so that no unit can be
+/// kept with its limit; null where a term has none.
+const Term* FindSize(const Term& term) {
+  if (term.condition && term.condition->evaluate == MarkMeasure && term.arguments.word == "size") {
+    return &term;
+  }
+  for (const Term& part : term.parts) {
+    if (const Term* const found = FindSize(part)) return found;
+  }
+  return nullptr;
+}
+
 /// What is wrong with a rule by itself, and with what it names.
 Outcome CheckRule(const CQXDBSession& session, ITR set, const std::string& text) {
   const auto rule = SelectionRule::Parse(text);
@@ -462,6 +475,11 @@ Outcome CheckRule(const CQXDBSession& session, ITR set, const std::string& text)
                    "change one of these rules"};
   }
   const auto term = ReadTerm(text, {});
+  if (const Term* const size = FindSize(*term)) {
+    return FaultAt(text, size->at,
+                   "the number has no unit, so that the rule would change with them",
+                   "write length, area or volume");
+  }
   std::optional<Failure> unknown;
   const MeshView mesh(session, text);
   ForEachSetCondition(*term, [&](const Term& condition) {
