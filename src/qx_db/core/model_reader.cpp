@@ -246,12 +246,13 @@ Outcome ModelFileReader::Impl::ReadLog(StepLogContents& contents, ModelContinuat
 
 Outcome ModelFileReader::ReadSteps(CQXDBSession& session, ModelContinuation* to_go_on) {
   Impl& r = *impl_;
-  if (to_go_on) {
-    to_go_on->numbers = std::make_unique<StepNumbers>();
-    to_go_on->numbers->Reset(session);
-  }
+  const auto without_steps = [&]() -> Outcome {
+    if (to_go_on) to_go_on->numbers->Reset(session);
+    return {};
+  };
+  if (to_go_on) to_go_on->numbers = std::make_unique<StepNumbers>();
   r.report.stamp.writing = static_cast<std::uint64_t>(r.report.revision);
-  if (r.steps_id == 0) return {};
+  if (r.steps_id == 0) return without_steps();
   StepLogContents log;
   if (Outcome read = r.ReadLog(log, to_go_on && r.HasPresentForm(session) ? to_go_on : nullptr);
       !read) {
@@ -260,7 +261,7 @@ Outcome ModelFileReader::ReadSteps(CQXDBSession& session, ModelContinuation* to_
   r.report.closed = log.closed;
   r.report.unfinished_step = log.unfinished_step;
   r.report.stamp = {r.steps_id, log.frames.size()};
-  if (log.frames.empty()) return {};
+  if (log.frames.empty()) return without_steps();
   std::map<std::uint16_t, std::unique_ptr<ImageReader>> readers;
   for (const auto& [type, schema] : r.schemas) {
     const DPoolBase* pool = session.GetDataPool(type);

@@ -19,16 +19,20 @@ void StepNumbers::Reset(const CQXDBSession& session) {
   }
 }
 
+const StepNumbers::PoolNumbers* StepNumbers::Find(std::uint16_t type) const {
+  if (type == last_type_ && last_) return last_;
+  const auto found = pools_.find(type);
+  if (found == pools_.end()) return nullptr;
+  last_type_ = type;
+  return last_ = &found->second;
+}
+
 std::uint32_t StepNumbers::Of(const DPoolBase& pool, ITR item) const {
-  if (pool.GetTypeCode() != last_type_ || !last_) {
-    const auto found = pools_.find(pool.GetTypeCode());
-    if (found == pools_.end()) return kNone;
-    last_type_ = pool.GetTypeCode();
-    last_ = &found->second;
-  }
+  const PoolNumbers* numbers = Find(pool.GetTypeCode());
+  if (!numbers) return kNone;
   const std::uint32_t slot = pool.Set().SlotOf(item);
-  const bool known = slot < last_->of_slot.size() && pool.Set().Owns(item);
-  return known ? last_->of_slot[slot] : kNone;
+  const bool known = slot < numbers->of_slot.size() && pool.Set().Owns(item);
+  return known ? numbers->of_slot[slot] : kNone;
 }
 
 std::uint32_t StepNumbers::Give(const DPoolBase& pool, ITR item) {
@@ -64,9 +68,8 @@ bool StepNumbers::Assign(const DPoolBase& pool, std::uint32_t number, ITR item,
 }
 
 ITR StepNumbers::At(std::uint16_t type, std::uint32_t number) const {
-  const auto found = pools_.find(type);
-  if (found == pools_.end() || number >= found->second.items.size()) return 0;
-  return found->second.items[number];
+  const PoolNumbers* numbers = Find(type);
+  return numbers && number < numbers->items.size() ? numbers->items[number] : 0;
 }
 
 void StepNumbers::Forget(const DPoolBase& pool, ITR item) {

@@ -44,6 +44,9 @@ class StepNumbers {
     std::vector<std::uint32_t> of_slot;
     std::vector<ITR> items;
   };
+  /// Of a pool; null for one that is not numbered.
+  const PoolNumbers* Find(std::uint16_t type) const;
+
   std::map<std::uint16_t, PoolNumbers> pools_;
   // The pool last asked for; nodes of a map stay where they are, also when it is moved.
   mutable const PoolNumbers* last_ = nullptr;

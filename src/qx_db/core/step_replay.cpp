@@ -41,9 +41,11 @@ StepReplay::StepReplay(CQXDBSession& session, Readers readers, std::uint64_t ste
   numbers_.Reset(session);
 }
 
-DPoolBase* StepReplay::PoolOf(const StoredChange& change) const {
+DPoolBase* StepReplay::PoolOf(const StoredChange& change) {
+  if (last_pool_ && last_pool_->GetTypeCode() == change.type) return last_pool_;
   DPoolBase* pool = session_.GetDataPool(change.type);
-  return pool && pool->NeedSaveNLoad() && readers_(change.type) ? pool : nullptr;
+  if (!pool || !pool->NeedSaveNLoad() || !readers_(change.type)) return nullptr;
+  return last_pool_ = pool;
 }
 
 /// The record that the images of a pool are read into.
@@ -262,40 +264,55 @@ std::string StepReplay::TakeBackPast(std::span<const char> bytes, std::int64_t t
   StepHead head;
   StepDecoder decoder(bytes, StepForm::kBackward);
   if (!decoder.ReadHead(head)) return decoder.Fault();
-  std::vector<StoredChange> changes;
+  // Changes are read from the first on and taken back from the last on. A step can have millions:
+  // it is gone back through by blocks, each of which is decoded again.
+  constexpr std::size_t kBlock = 4096;
+  std::vector<StepDecoder> blocks;
+  std::size_t count = 0;
+  bool removes = false;
   Waiting waiting;
   StoredChange change;
   // First the records that the step removed, so that references and neighbours find them.
   std::vector<StoredChange> of_step;
-  while (decoder.Next(change)) {
+  for (;; ++count) {
+    if (count % kBlock == 0) blocks.push_back(decoder);
+    if (!decoder.Next(change)) break;
     if (change.IsOfStep()) {
       of_step.push_back(change);
       continue;
     }
     DPoolBase* pool = PoolOf(change);
     if (!pool) return At(change, "is of a pool that the file does not hold");
-    changes.push_back(change);
     if (change.operation != tagTRNotify::kRemoved) continue;
+    removes = true;
     if (std::string fault = Create(change, *pool, waiting); !fault.empty()) return fault;
   }
   if (!decoder.Fault().empty()) return decoder.Fault();
-  for (const StoredChange& c : changes) {
-    if (c.operation != tagTRNotify::kRemoved) continue;
-    ResolveReferences(*PoolOf(c), *KeyedSetBase::RecordAt(numbers_.At(c.type, c.number)));
+  for (StepDecoder again = blocks.front(); removes && again.Next(change);) {
+    if (change.operation != tagTRNotify::kRemoved) continue;
+    ResolveReferences(*PoolOf(change),
+                      *KeyedSetBase::RecordAt(numbers_.At(change.type, change.number)));
   }
   // The journal owns what is detached from now on, also where this ends half-way.
   Step& step = session_.journal_.AddUndone();
   step.number = head.number;
   step.name = head.name;
   step.time_ms = time_ms;
-  step.changes.reserve(changes.size());
+  step.changes.reserve(count - of_step.size());
   std::string fault;
   for (const StoredChange& c : of_step) {
     if (fault.empty()) fault = ApplyToStep(c, step, StepForm::kBackward);
   }
-  for (auto c = changes.rbegin(); c != changes.rend() && fault.empty(); ++c) {
-    fault = ApplyBackward(*c, *PoolOf(*c), step);
-    if (fault.empty() && c->operation == tagTRNotify::kRemoved) waiting.UseLast();
+  std::vector<StoredChange> changes;
+  for (; !blocks.empty() && fault.empty(); blocks.pop_back()) {
+    changes.clear();
+    for (std::size_t i = 0; i < kBlock && blocks.back().Next(change); ++i) {
+      if (!change.IsOfStep()) changes.push_back(change);
+    }
+    for (auto c = changes.rbegin(); c != changes.rend() && fault.empty(); ++c) {
+      fault = ApplyBackward(*c, *PoolOf(*c), step);
+      if (fault.empty() && c->operation == tagTRNotify::kRemoved) waiting.UseLast();
+    }
   }
   std::reverse(step.changes.begin(), step.changes.end());
   ++past_;

@@ -44,7 +44,7 @@ class StepReplay {
  private:
   class Waiting;
 
-  DPoolBase* PoolOf(const StoredChange& change) const;
+  DPoolBase* PoolOf(const StoredChange& change);
   std::string ReadRecord(const StoredChange& change, DPoolBase& pool, bool resolve);
   TStructBase& Read(const DPoolBase& pool);
   void ResolveReferences(DPoolBase& pool, TStructBase& record) const;
@@ -61,6 +61,7 @@ class StepReplay {
   std::uint64_t spare_;
   StepNumbers numbers_;
   std::map<std::uint16_t, std::unique_ptr<TStructBase>> read_;
+  DPoolBase* last_pool_ = nullptr;  // that PoolOf found
   std::size_t past_ = 0;
   bool is_cut_ = false;
 };
