@@ -12,6 +12,7 @@
 #include "apps/qxdb/command/output.h"
 #include "apps/qxdb/commands.h"
 #include "apps/qxdb/files/cad_input.h"
+#include "apps/qxdb/model/history_bounds.h"
 #include "exchange/transfer.h"
 
 namespace qx::app {
@@ -153,6 +154,7 @@ Outcome Import(const ImportOptions& options, const Context& context) {
     return free;
   }
   Model model(options.model);
+  model.yes = context.yes;
   if (Outcome opened = OpenTarget(model, options.target); !opened) return opened;
   CQXDBSession& session = model.session;
   const bool is_new = model.document.Path().empty();
@@ -165,6 +167,7 @@ Outcome Import(const ImportOptions& options, const Context& context) {
   if (!told) return told;
   if (!read) return ToldOf(losses, read, context);
   if (is_new) session.ForgetHistory();  // a new model starts with what it holds
+  if (Outcome may = CheckHistory(model, false); !may) return may;
   if (Outcome saved = model.document.SaveAs(options.model); !saved) return saved;
 
   std::string text = options.file + " -> " + options.model + ":";

@@ -11,6 +11,7 @@
 #include "apps/qxdb/command/output.h"
 #include "apps/qxdb/commands.h"
 #include "apps/qxdb/files/import_text.h"
+#include "apps/qxdb/model/history_bounds.h"
 #include "apps/qxdb/model/selection.h"
 
 namespace qx::app {
@@ -50,6 +51,7 @@ Outcome Finish(Model& model, const ImportOptionsText& asked, const ImportReport&
   JsonText json;
   json.Begin().Text("model", asked.model).Bool("saved", !dry);
   const std::string text = DescribeImport(report, session, json);
+  if (Outcome may = CheckHistory(model, dry); !may) return may;
   Outcome stored = SaveWith(model.document, asked.key_map, report.KeyMapJson(session), dry);
   if (!stored) return stored;
   context.Print(text + (dry ? "nothing was saved: a dry run\n" : ""), json.End());
@@ -71,7 +73,11 @@ Outcome RunImportModel(Model& model, const ImportOptionsText& asked, const Conte
     options.choices.push_back(std::move(*choice));
   }
   const auto report = ImportRecords(model.session, **from, options);
-  if (!report) return report.AsOutcome();
+  if (!report) {
+    Failure failure = report.Error();
+    if (failure.file.empty()) failure.file = asked.model;
+    return failure;
+  }
   return Finish(model, asked, *report, context);
 }
 
@@ -141,6 +147,7 @@ void AddImportOptions(Command& command, ImportOptionsText& asked) {
 void AddImportModel(Command& app, Context& context) {
   const auto run = [](const ImportOptionsText& asked, const Context& to) {
     Model model(asked.model);
+    model.yes = to.yes;
     if (Outcome opened = model.Open(); !opened) return opened;
     return RunImportModel(model, asked, to);
   };

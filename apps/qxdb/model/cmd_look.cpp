@@ -14,6 +14,7 @@
 #include "qx_db/record/element_types.h"
 
 #include "apps/qxdb/commands.h"
+#include "apps/qxdb/model/history_bounds.h"
 #include "apps/qxdb/model/selection.h"
 #include "apps/qxdb/model/where.h"
 
@@ -130,6 +131,9 @@ Outcome Info(Model& model, const LookOptions&, const Context& context) {
   }
   json.End();
   const std::string hash = HashText(session.StateHash());
+  text += "\nhistory    " + HistoryText(session);
+  text.pop_back();
+  WriteHistory(session, json);
   text += "\nstate      " + hash + "\n";
   context.Print(text, json.Text("state", hash).End());
   return {};

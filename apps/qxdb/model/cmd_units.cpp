@@ -5,6 +5,7 @@
 #include "qx_db/qx_db.h"
 
 #include "apps/qxdb/commands.h"
+#include "apps/qxdb/model/history_bounds.h"
 #include "apps/qxdb/model/units_text.h"
 #include "exchange/transfer.h"
 
@@ -61,6 +62,7 @@ Outcome ChangeUnits(Model& model, const UnitsOptions& options, Change change,
     return {};
   });
   const bool is_same = before == *wanted;
+  if (done && !is_same) done = CheckHistory(model, options.dry_run);
   if (done) done = SaveWith(model.document, {}, {}, options.dry_run || is_same);
   if (!done) return done;
   const bool is_saved = !options.dry_run && !is_same;

@@ -3,10 +3,12 @@
 #include <filesystem>
 #include <fmt/format.h>
 #include <fstream>
+#include <limits>
 
 #include "qx_db/gateway/key_map_file.h"
 #include "qx_db/platform/file.h"
 
+#include "apps/qxdb/model/history_bounds.h"
 #include "apps/qxdb/model/selection.h"
 #include "apps/qxdb/model/where.h"
 
@@ -27,6 +29,27 @@ bool IsModelFile(const std::string& path) {
 }
 
 }  // namespace
+
+namespace {
+
+Outcome Opened(Model& model, const Outcome& opened) {
+  model.undoable.clear();
+  for (const Step& step : model.session.History().Done()) model.undoable.push_back(step.State());
+  return opened;
+}
+
+}  // namespace
+
+Model::Model(std::string of) : path(std::move(of)) {
+  constexpr auto kAll = std::numeric_limits<std::size_t>::max();
+  session.SetHistoryLimits({kAll, kAll});
+}
+
+Outcome Model::Open() { return Opened(*this, document.Open(path, &report)); }
+
+Outcome Model::OpenForEditing() {
+  return Opened(*this, document.OpenForEditing(path, {}, &report));
+}
 
 Outcome CheckRead(const std::string& file, bool changed, const dbgateway::DataBase& document) {
   if (changed || document.Report().empty()) return {};
@@ -84,6 +107,9 @@ Edit::~Edit() { model_.session.RemoveListener(&changes_); }
 
 Outcome Edit::Save(bool dry_run, const std::string& map_file, const std::string& map) {
   is_saved_ = !dry_run && !changes_.IsEmpty();
+  if (!changes_.IsEmpty()) {
+    if (Outcome may = CheckHistory(model_, dry_run); !may) return may;
+  }
   return SaveWith(model_.document, map_file, map, !is_saved_);
 }
 
@@ -93,6 +119,9 @@ std::string Edit::StateLine() const {
 
 void Edit::WriteStates(JsonText& json) const {
   json.Text("before", before_).Text("after", State()).Bool("saved", is_saved_);
+  if (model_.pushed_out > 0) {
+    json.Integer("pushed_out", static_cast<std::int64_t>(model_.pushed_out));
+  }
 }
 
 }  // namespace qx::app

@@ -16,15 +16,20 @@ namespace qx::app {
 
 /// A model that a command opened.
 struct Model {
-  explicit Model(std::string of) : path(std::move(of)) {}
+  /// All of the history stays in memory: what has to go of it is decided when it is saved.
+  explicit Model(std::string of);
 
   const std::string path;
   ModelFileReport report;
   CQXDocBase document{host::SetUpModel};
   CQXDBSession& session = *document.GetDBSession();
 
-  Outcome Open() { return document.Open(path, &report); }
-  Outcome OpenForEditing() { return document.OpenForEditing(path, {}, &report); }
+  bool yes = false;                    ///< steps may be pushed out of the history
+  std::vector<std::int64_t> undoable;  ///< states of the steps done when it was opened
+  std::size_t pushed_out = 0;          ///< steps that saving it pushes out of the history
+
+  Outcome Open();
+  Outcome OpenForEditing();
 };
 
 /// Fails for a gateway text of which nothing was read, though there was something in it: it is no
