@@ -4,7 +4,7 @@
 #include <cmath>
 
 #include "qx_db/mesh/element_access.h"
-#include "qx_db/mesh/element_volume.h"
+#include "qx_db/mesh/element_shape.h"
 
 #include "host/records.h"
 
@@ -19,13 +19,11 @@ struct Extent {
 };
 
 Extent ExtentOf(const tagTElem& elem) {
-  Point3 corners[8];
-  CornerShape shape;
-  if (!CornersOf(elem, shape, corners) || shape == CornerShape::kPoint) return {};
-  Extent extent{topology::DimensionOf(shape), {}};
-  const Moments moments = ShapeMoments(shape, corners);
+  const ShapeMeasure measure = MeasureShape(elem);
+  if (measure.shape == CornerShape::kNone) return {};
+  Extent extent{topology::DimensionOf(measure.shape), {}};
   // An element turned inside out still has its mass.
-  extent.moments.Add(moments, moments.size < 0 ? -1 : 1);
+  extent.moments.Add(measure.moments, measure.moments.size < 0 ? -1 : 1);
   return extent;
 }
 

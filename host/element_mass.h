@@ -24,10 +24,10 @@ struct Mass {
 /// which costs one walk over them; everything else is looked up when asked. Null sessions and
 /// unknown elements have no size and no mass.
 ///
-/// The mass of an element is its size (length, area, volume; never negative) by the section's area
-/// or the thickness, by the density of its property's material, and its non-structural mass.
-/// Special properties of an element add their point mass. Functions that vary a thickness are not
-/// evaluated: the values they multiply count.
+/// The mass of an element is its size (length, area, volume as its nodes bend it; never negative)
+/// by the section's area or the thickness, by the density of its property's material, and its
+/// non-structural mass. Special properties of an element add their point mass. Functions that vary
+/// a thickness are not evaluated: the values they multiply count.
 class ElementMasses {
  public:
   explicit ElementMasses(CQXDBSession* session);

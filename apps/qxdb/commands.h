@@ -79,6 +79,7 @@ std::pair<Command*, Options*> AddModelCommand(Command& app, Context& context,
                                               const std::string& example, Work work) {
   const auto on_model = [work](const Options& options, Context& the_context) {
     Model model(options.model);
+    model.yes = the_context.yes;
     if (Outcome opened = model.Open(); !opened) return opened;
     return work(model, options, the_context);
   };

@@ -6,6 +6,7 @@
 
 #include "apps/qxdb/command/command_line.h"
 #include "apps/qxdb/commands.h"
+#include "apps/qxdb/model/history_bounds.h"
 #include "host/application.h"
 #include "host/texts.h"
 
@@ -94,6 +95,7 @@ int main(int argc, char** argv) {
   AddManual(app, context);
   AddComplete(app, context);
   AddHelp(app, context);
+  AddYesToAll(app, context);
   for (int i = 1; i < argc; ++i) {
     if (std::strchr(argv[i], '\n')) context.names_of_lines.emplace_back(argv[i]);
   }

@@ -155,7 +155,6 @@ TEST(EdgeSeeding, RefusesWithAReason) {
       {1, BySize(0), "0 is not a positive number"},
       {1, BySize(-2), "-2 is not a positive"},
       {1, BySize(nan), "nan is not a positive"},
-      {1, BySize(21), "too large"},
       {1, BySize(1e-6), "10000000 divisions"},
       {1, BySize(1e-300), "divisions"},
       {1, ByDivisions(0), "0 divisions"},
@@ -200,7 +199,10 @@ TEST(EdgeSeeding, RefusesWithAReason) {
     EXPECT_FALSE(seeded.Error().remedy.empty());
   }
   EdgeSeeds seeds;
-  EXPECT_TRUE(SeedEdge(cad, 1, BySize(19.9), false, seeds)) << "rounds to one division";
+  for (const double size : {19.9, 21.0, 1e300}) {
+    EXPECT_TRUE(SeedEdge(cad, 1, BySize(size), false, seeds)) << "one division: " << size;
+    EXPECT_EQ(seeds.Divisions(), 1u);
+  }
   EXPECT_EQ(seeds.Divisions(), 1u);
   tagTSzct near_the_end = ByFractions({});
   near_the_end.custom_seeds = {{4e-6, 0, 0}, {10 - 4e-6, 0, 0}};

@@ -522,6 +522,15 @@ TEST(Selection, SaysWhatIsWrongWhereAndWhatToDo) {
       {"set 3D-part",
        "where: column 5: there is \"3D\" where a key or a name (in double quotes unless it is one "
        "word) is expected; write set NAMES [with children], as set \"left side\" with children"},
+      {"sphere 0,0,0 -1", "where: column 14: the length is negative; write a length from 0 up"},
+      {"facing 0,0,1 -5deg", "where: column 14: the angle is negative; write an angle from 0 up"},
+      {"within -1 rings of (keys 1)",
+       "where: column 8: there is \"-1\" where a whole number from 0 up is expected; write within "
+       "COUNT rings of (SELECTION), as within 2 rings of (keys 17)"},
+      {"quality.box 0,0,0 1,1,1",
+       "where: column 1: \"quality.box\" is no condition; did you mean box?"},
+      {"z == 5", "where: column 3: \"==\" is no comparison; did you mean =?"},
+      {"z => 5", "where: column 3: \"=>\" is no comparison; did you mean >=?"},
       {"facing 0,0,0 5", "where: column 8: the direction has no length; write one such as 0,0,1"},
       {"x > 1e999",
        "where: column 5: the number is too large or too small; write one within 1e308"},

@@ -154,6 +154,7 @@ Outcome Import(const ImportOptions& options, const Context& context) {
     return free;
   }
   Model model(options.model);
+  model.yes = context.yes;
   if (Outcome opened = OpenTarget(model, options.target); !opened) return opened;
   CQXDBSession& session = model.session;
   const bool is_new = model.document.Path().empty();

@@ -7,6 +7,7 @@
 
 #include "apps/qxdb/commands.h"
 #include "apps/qxdb/files/cad_input.h"
+#include "apps/qxdb/model/history_bounds.h"
 
 namespace qx::app {
 namespace {
@@ -89,6 +90,7 @@ void ListEdges(const ICADSession& cad, const CadInstance& keys, std::string_view
 
 Outcome Geom(const GeomOptions& options, const Context& context) {
   Model model(options.model);
+  model.yes = context.yes;
   if (Outcome opened = OpenTarget(model, options.target); !opened) return opened;
   CQXDBSession& session = model.session;
   if (model.document.Path().empty()) UseMillimetres(session);

@@ -11,6 +11,7 @@
 #include "apps/qxdb/command/output.h"
 #include "apps/qxdb/commands.h"
 #include "apps/qxdb/files/import_text.h"
+#include "apps/qxdb/model/history_bounds.h"
 #include "apps/qxdb/model/selection.h"
 
 namespace qx::app {
@@ -71,7 +72,11 @@ Outcome RunImportModel(Model& model, const ImportOptionsText& asked, const Conte
     options.choices.push_back(std::move(*choice));
   }
   const auto report = ImportRecords(model.session, **from, options);
-  if (!report) return report.AsOutcome();
+  if (!report) {
+    Failure failure = report.Error();
+    if (failure.file.empty()) failure.file = asked.model;
+    return failure;
+  }
   return Finish(model, asked, *report, context);
 }
 
@@ -141,6 +146,7 @@ void AddImportOptions(Command& command, ImportOptionsText& asked) {
 void AddImportModel(Command& app, Context& context) {
   const auto run = [](const ImportOptionsText& asked, const Context& to) {
     Model model(asked.model);
+    model.yes = to.yes;
     if (Outcome opened = model.Open(); !opened) return opened;
     return RunImportModel(model, asked, to);
   };

@@ -475,6 +475,7 @@ Outcome ImportMaterials(const MaterialOptions& options, const Context& context) 
   const Result<Opened> opened = OpenLibrary(options);
   if (!opened) return opened.AsOutcome();
   Model model(options.model);
+  model.yes = context.yes;
   if (Outcome open = model.Open(); !open) return open;
   const MaterialTable table = InUnits(opened->table, model.session.Units().Model());
   const auto chosen = Chosen(table, options);

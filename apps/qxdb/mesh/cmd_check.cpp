@@ -278,6 +278,13 @@ class Check {
     json_.Real("mass", units.Out(unit::kMass, body.mass));
     text_ += fmt::format("\nmass in {}, lengths in {}\n{}", units.GetUnitName(unit::kMass),
                          units.GetUnitName(unit::kLength), table.Text());
+    const std::int64_t curved = report.total.curved;
+    text_ += fmt::format(
+        "measured {}\n",
+        curved ? fmt::format("along their curved sides: {} of {} elements; the others are straight",
+                             Grouped(curved), Grouped(report.total.elements))
+               : "from corner to corner: no element has curved sides");
+    json_.Integer("curved", curved);
     const std::pair<const char*, double> inertia[] = {{"xx", body.xx}, {"yy", body.yy},
                                                       {"zz", body.zz}, {"xy", body.xy},
                                                       {"yz", body.yz}, {"zx", body.zx}};

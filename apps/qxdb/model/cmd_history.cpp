@@ -9,6 +9,7 @@
 #include "qx_db/qx_db.h"
 
 #include "apps/qxdb/commands.h"
+#include "apps/qxdb/model/history_bounds.h"
 #include "apps/qxdb/model/selection.h"
 
 namespace qx::app {
@@ -106,8 +107,11 @@ Outcome Log(Model& model, const HistoryOptions& options, const Context& context)
     WriteStep(json, *steps[i]);
     json.Bool("done", i < done).End();
   }
-  json.End().End();
-  context.Print(WriterText(report) + (steps.empty() ? "no history\n" : table.Text()), json);
+  json.End();
+  WriteHistory(session, json);
+  context.Print(
+      WriterText(report) + (steps.empty() ? "no history; " : table.Text()) + HistoryText(session),
+      json.End());
   return {};
 }
 
@@ -187,8 +191,12 @@ Outcome Compact(const HistoryOptions& options, const Context& context) {
   std::string writer;
   {
     Model model(options.model);
+    model.yes = context.yes;
     if (Outcome opened = model.OpenForEditing(); !opened) return opened;
     StepKeeper& keeper = *model.document.Keeper();
+    if (options.keep_history) {
+      if (Outcome may = CheckHistory(model, false); !may) return may;
+    }
     Outcome saved = options.keep_history ? keeper.Save() : keeper.SaveWithoutHistory();
     if (!saved) return saved;
     bytes_before = model.report.file_bytes;
@@ -260,6 +268,7 @@ Outcome Blame(Model& model, const HistoryOptions& options, const Context& contex
 }  // namespace
 
 void AddHistory(Command& app, Context& context) {
+  AddHistoryBounds(app, context);
   AddModelCommand<HistoryOptions>(app, context, "log",
                                   "List the steps that a model file keeps; * is the last one done",
                                   "qxdb log wing.qxm", Log);

@@ -6,6 +6,7 @@
 #include "qx_db/record/set_rule_record.h"
 
 #include "apps/qxdb/commands.h"
+#include "apps/qxdb/model/history_bounds.h"
 #include "apps/qxdb/model/units_text.h"
 #include "exchange/transfer.h"
 

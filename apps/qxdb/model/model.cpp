@@ -3,10 +3,12 @@
 #include <filesystem>
 #include <fmt/format.h>
 #include <fstream>
+#include <limits>
 
 #include "qx_db/gateway/key_map_file.h"
 #include "qx_db/platform/file.h"
 
+#include "apps/qxdb/model/history_bounds.h"
 #include "apps/qxdb/model/selection.h"
 #include "apps/qxdb/model/where.h"
 
@@ -38,7 +40,10 @@ Model::Model(std::string of) : Model(of, NewUnlessOpen(of)) {}
 Model::Model(std::string of, std::unique_ptr<CQXDocBase> own)
     : path(std::move(of)),
       document(own ? *own : OpenModel::Current()->Document()),
-      own_(std::move(own)) {}
+      own_(std::move(own)) {
+  constexpr auto kAll = std::numeric_limits<std::size_t>::max();
+  session.SetHistoryLimits({kAll, kAll});
+}
 
 Model::~Model() {
   if (!own_) OpenModel::Current()->TakeBack();
@@ -46,21 +51,24 @@ Model::~Model() {
 
 Outcome Model::Open() {
   const LongTask task("Reading " + path);
-  return own_ ? document.Open(FileOf(path), &report) : OpenModel::Current()->Open(report);
+  return NoteHistory(own_ ? document.Open(FileOf(path), &report)
+                          : OpenModel::Current()->Open(report));
 }
 
 Outcome Model::OpenForEditing() {
   const LongTask task("Reading " + path);
   if (!own_) OpenModel::Current()->ReadNextTime();
-  return document.OpenForEditing(FileOf(path), {}, &report);
+  return NoteHistory(document.OpenForEditing(FileOf(path), {}, &report));
 }
 
 Outcome Model::SaveAs() {
+  if (Outcome may = CheckHistory(*this, false); !may) return may;
   const LongTask task("Writing " + path);
   return document.SaveAs(FileOf(path));
 }
 
 Outcome Model::Save(bool dry_run, const std::string& map_file, const std::string& map) {
+  if (Outcome may = CheckHistory(*this, dry_run); !may) return may;
   const LongTask task("Writing " + path);
   return SaveWith(document, map_file, map, dry_run);
 }
@@ -69,6 +77,12 @@ Outcome Model::Reread() {
   if (own_) return {};
   OpenModel::Current()->ReadNextTime();
   return Open();
+}
+
+Outcome Model::NoteHistory(const Outcome& opened) {
+  undoable.clear();
+  for (const Step& step : session.History().Done()) undoable.push_back(step.State());
+  return opened;
 }
 
 Outcome CheckRead(const std::string& file, bool changed, const dbgateway::DataBase& document) {
@@ -138,6 +152,9 @@ std::string Edit::StateLine() const {
 
 void Edit::WriteStates(JsonText& json) const {
   json.Text("before", before_).Text("after", State()).Bool("saved", is_saved_);
+  if (model_.pushed_out > 0) {
+    json.Integer("pushed_out", static_cast<std::int64_t>(model_.pushed_out));
+  }
 }
 
 }  // namespace qx::app

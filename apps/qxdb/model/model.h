@@ -20,6 +20,7 @@ namespace qx::app {
 /// A model that a command opened; where it is the one that is open in a shell, that one. This is
 /// the one place where commands open and save models.
 struct Model {
+  /// All of the history stays in memory: what has to go of it is decided when it is saved.
   explicit Model(std::string of);
   ~Model();
   Model(const Model&) = delete;
@@ -34,13 +35,19 @@ struct Model {
   Outcome OpenForEditing();
   /// Reads the file, also where a shell has it open; for who looks at the file itself.
   Outcome Reread();
-  /// To `path`, whatever was opened before.
+  bool yes = false;                    ///< steps may be pushed out of the history
+  std::vector<std::int64_t> undoable;  ///< states of the steps done when it was opened
+  std::size_t pushed_out = 0;          ///< steps that saving it pushes out of the history
+
+  /// To `path`, whatever was opened before. Saving fails where that would push steps out of the
+  /// history and nobody said yes (history_bounds.h).
   Outcome SaveAs();
   /// Saves, but not in a dry run. A map of keys goes to a file beside it (SaveWith), in a dry run
   /// too.
   Outcome Save(bool dry_run = false, const std::string& map_file = {}, const std::string& map = {});
 
  private:
+  Outcome NoteHistory(const Outcome& opened);
   explicit Model(std::string of, std::unique_ptr<CQXDocBase> own);
   std::unique_ptr<CQXDocBase> own_;  // null where the shell's is worked on
 };

@@ -380,8 +380,7 @@ void PrintPreview(const Opened& opened, const std::string& last_line, JsonText& 
                   const Context& context) {
   const CQXDBSession& session = opened.model.session;
   WriteSeedJson(opened.preview, json);
-  context.Print(SeedTable(opened.preview, session.Units().GetUnitName(unit::kLength)) + last_line,
-                json.End());
+  context.Print(SeedTable(opened.preview, session) + last_line, json.End());
 }
 
 Outcome AddControl(Opened& opened, const SeedOptions& options, tagTSzct& control) {

@@ -44,11 +44,25 @@ std::string MismatchText(const SeedPreview& preview, const SeedMismatch& mismatc
   return fmt::format("edge {}{}: {}", preview.KeyOf(mismatch.edge), other, mismatch.what);
 }
 
+/// The keys of edges that are seeded by a size of which they have not half the length.
+std::vector<Key> CoarseEdges(const SeedPreview& preview, const CQXDBSession& session) {
+  const auto& controls = Pool<tagTSzct>(session);
+  std::vector<Key> keys;
+  for (const auto& [edge, source] : preview.sources) {
+    if (source.method != tagTSzct::kBySize) continue;
+    const tagTSzct& control = controls.GetAtNU(controls.Find(source.control));
+    if (2 * preview.cad->GetEdgeLength(edge) < control.dbl_params[0])
+      keys.push_back(preview.KeyOf(edge));
+  }
+  return keys;
+}
+
 }  // namespace
 
-std::string SeedTable(const SeedPreview& preview, std::string_view unit) {
-  Table table({">edge", "kind", fmt::format(">length/{}", unit), ">control", "method", ">divisions",
-               ">first", ">last", ""});
+std::string SeedTable(const SeedPreview& preview, const CQXDBSession& session) {
+  const std::string_view length_unit = session.Units().GetUnitName(unit::kLength);
+  Table table({">edge", "kind", fmt::format(">length/{}", length_unit), ">control", "method",
+               ">divisions", ">first", ">last", ""});
   for (const auto& [edge, seeds] : preview.seeds) {
     const SeedPreview::Source& source = preview.sources.at(edge);
     table.Row({std::to_string(preview.KeyOf(edge)), EdgeKindName(preview.cad->GetEdgeKind(edge)),
@@ -68,6 +82,11 @@ std::string SeedTable(const SeedPreview& preview, std::string_view unit) {
                            : fmt::format("{} edges have no length and no seeds\n", pointlike);
   text += fmt::format("{} of {} edges seeded, {} pairs of edges lie on each other\n",
                       preview.seeds.size(), preview.cad->GetEdgeCount(), preview.twins.size());
+  if (const std::vector<Key> coarse = CoarseEdges(preview, session); !coarse.empty()) {
+    text += fmt::format("note: one division on {} shorter than half the size asked for: {}\n",
+                        coarse.size() == 1 ? "an edge" : fmt::format("{} edges", coarse.size()),
+                        fmt::join(coarse, ","));
+  }
   for (const SeedPreview::Fault& fault : preview.faults) {
     text += "not seeded: " + fault.failure.Line() + '\n';
   }

@@ -22,7 +22,7 @@ std::span<const MethodNameEntry> MethodNames();
 const char* MethodName(std::int32_t method);
 
 /// The table, with faults and mismatches below it; and the same as JSON members.
-std::string SeedTable(const SeedPreview& preview, std::string_view unit);
+std::string SeedTable(const SeedPreview& preview, const CQXDBSession& session);
 void WriteSeedJson(const SeedPreview& preview, JsonText& json);
 
 /// The points of all seeded edges as a JSON text, and as a VTK file of lines.

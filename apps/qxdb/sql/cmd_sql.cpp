@@ -73,7 +73,7 @@ Outcome Dump(const DumpOptions& options, const Context& context) {
   const std::vector<std::string> names = model.TableNames();
   for (const std::string& table : options.tables) {
     if (std::find(names.begin(), names.end(), table) == names.end()) {
-      return Failure{"", "table " + table, "is none of the model's",
+      return Failure{options.model, "table " + table, "is none of the model's",
                      "see them with: qxdb sql " + options.model + " .tables"};
     }
     std::string query = "SELECT * FROM \"" + table + '"';
@@ -106,11 +106,11 @@ Outcome Dump(const DumpOptions& options, const Context& context) {
 
 #else
 
-Failure NotBuilt(const char* command) {
-  return {"", command, "is not part of this build", "configure with -DQX_SQL=ON"};
+Failure NotBuilt(const std::string& model, const char* command) {
+  return {model, command, "is not part of this build", "configure with -DQX_SQL=ON"};
 }
-Outcome Sql(const SqlOptions&, const Context&) { return NotBuilt("sql"); }
-Outcome Dump(const DumpOptions&, const Context&) { return NotBuilt("dump"); }
+Outcome Sql(const SqlOptions& options, const Context&) { return NotBuilt(options.model, "sql"); }
+Outcome Dump(const DumpOptions& options, const Context&) { return NotBuilt(options.model, "dump"); }
 
 #endif
 

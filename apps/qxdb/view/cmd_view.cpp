@@ -50,6 +50,14 @@ struct PictureCommand {
 
 #ifdef QX_HAS_VIEWER
 
+/// What was typed makes sense by now: what stops the work is the model or the machine.
+Outcome StoppedAt(const std::string& model, const Outcome& done) {
+  if (done || !done.Error().file.empty()) return done;
+  Failure failure = done.Error();
+  failure.file = model;
+  return failure;
+}
+
 /// Gives the page the edges of a CAD file with the seeds that the model's size controls make.
 Outcome AddSeeds(viewer::Source& source, const std::string& path) {
   Model model(source.Path());
@@ -125,7 +133,7 @@ Outcome View(const ViewOptions& options, const Context& context) {
                   json.End());
     std::fflush(stdout);
   };
-  return viewer::Serve(source, serve);
+  return StoppedAt(options.model, viewer::Serve(source, serve));
 }
 
 Outcome DrawPicture(const PictureCommand& command, const Context& context) {
@@ -166,8 +174,9 @@ Outcome DrawPicture(const PictureCommand& command, const Context& context) {
   options.no_edges = command.no_edges;
   options.dark = command.dark;
   options.perspective = command.perspective;
-  if (Outcome drawn = viewer::DrawPicture(FileOf(command.model), options, command.png); !drawn)
-    return drawn;
+  Outcome drawn =
+      StoppedAt(command.model, viewer::DrawPicture(FileOf(command.model), options, command.png));
+  if (!drawn) return drawn;
   JsonText json;
   json.Begin().Text("model", command.model).Text("picture", command.png);
   context.Print(fmt::format("{}: {} x {} pixels\n", command.png, options.width, options.height),
@@ -178,12 +187,14 @@ Outcome DrawPicture(const PictureCommand& command, const Context& context) {
 #else
 
 /// Built without the viewer: said, rather than missing.
-Failure NoViewer() {
-  return {"", "", "this qxdb was built without the viewer (QX_VIEWER)",
-          "export for another one: qxdb export MODEL out.vtu"};
+Failure NoViewer(const std::string& model) {
+  return {model, "", "this qxdb was built without the viewer (QX_VIEWER)",
+          "export for another one: qxdb export " + model + " out.vtu"};
 }
-Outcome View(const ViewOptions&, const Context&) { return NoViewer(); }
-Outcome DrawPicture(const PictureCommand&, const Context&) { return NoViewer(); }
+Outcome View(const ViewOptions& options, const Context&) { return NoViewer(options.model); }
+Outcome DrawPicture(const PictureCommand& command, const Context&) {
+  return NoViewer(command.model);
+}
 
 #endif
 

@@ -368,6 +368,11 @@ class Model:
         Raises ValueError for a text that cannot be read, naming the column, and MissingError where
         it names what the model does not have."""
         kinds = ("nodes", "elements", "faces")
+        if not isinstance(text, str):
+            raise TypeError(
+                f"a selection is a text such as 'tet10 and min-angle < 25', not {text!r}; "
+                "for records by key see model.elements[key]"
+            )
         if kind is not None and kind not in kinds:
             raise ValueError(f"kind {kind!r} is none of {', '.join(kinds)}")
         found, keys, faces = self._core.select(text, None if kind is None else kinds.index(kind))

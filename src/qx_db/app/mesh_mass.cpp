@@ -6,6 +6,7 @@
 #include "qx_db/callback/callbacks.h"
 #include "qx_db/core/session.h"
 #include "qx_db/mesh/element_access.h"
+#include "qx_db/mesh/element_shape.h"
 #include "qx_db/platform/long_work.h"
 #include "qx_db/record/control_records.h"
 #include "qx_db/record/verbs.h"
@@ -89,14 +90,12 @@ class Collector {
       : session_(session), assumptions_(assumptions), report_(report) {}
 
   void AddShape(const DenseMesh& mesh, std::uint32_t e) {
-    Point3 p[8];
-    mesh.CornerPositions(e, p);
-    const CornerShape shape = mesh.Shape(e);
-    Moments moments = ShapeMoments(shape, p);
+    const auto [shape, moments, is_curved] = MeasureShape(mesh.Element(e));
     // A solid listed inside out has the same matter in it.
     const double sign = moments.size < 0 ? -1 : 1;
     const double size = sign * moments.size;
     MassOfProperty& at = Of(mesh.Element(e));
+    at.curved += is_curved;
     if (shape == CornerShape::kLine) at.length += size;
     if (shape == CornerShape::kTriangle || shape == CornerShape::kQuadrilateral) at.area += size;
     const Answer section = SectionOf(session_, mesh, e, size, assumptions_);
@@ -154,6 +153,7 @@ class Collector {
 
 void MassOfProperty::Add(const MassOfProperty& other) {
   elements += other.elements;
+  curved += other.curved;
   length += other.length;
   area += other.area;
   volume += other.volume;

@@ -22,10 +22,11 @@ struct MassAssumptions {
 struct MassOfProperty {
   Key property_key = 0;  ///< 0 for none
   std::int64_t elements = 0;
-  double length = 0;  ///< of line elements
-  double area = 0;    ///< of surface elements
-  double volume = 0;  ///< of all, thickness and section included
-  Moments mass;       ///< mass and its moments about the origin
+  std::int64_t curved = 0;  ///< those of them whose sides bend, which are measured so
+  double length = 0;        ///< of line elements
+  double area = 0;          ///< of surface elements
+  double volume = 0;        ///< of all, thickness and section included
+  Moments mass;             ///< mass and its moments about the origin
 
   QXDB_API void Add(const MassOfProperty& other);
 };
@@ -52,7 +53,8 @@ struct MassReport {
 /// Asks the registered application for densities, thicknesses, beam volumes, the masses of elements
 /// and the masses and mass centres of points and special elements; takes the assumptions where it
 /// answers 0. The inertia of special properties counts, in global axes. Inverted solids count as
-/// they would turned over; unusable elements do not count.
+/// they would turned over; unusable elements do not count. Elements are measured as all their nodes
+/// shape them (MeasureShape).
 QXDB_API MassReport ComputeMass(CQXDBSession& session, const DenseMesh& mesh,
                                 const MassAssumptions& assumptions);
 

@@ -44,15 +44,15 @@ Outcome CheckUniformPart(double part) {
              "give the fraction of the edge, negative for its end");
 }
 
+/// One at least: a size is one for long and short edges.
 double UniformDivisions(const tagTSzct& control, double length) {
-  return std::round(length / control.dbl_params[0]);
+  return std::max(1.0, std::round(length / control.dbl_params[0]));
 }
 
 Outcome CheckBySize(const tagTSzct& control, double length) {
   const double size = control.dbl_params[0];
   if (Outcome checked = CheckSize("element size", size, HUGE_VAL); !checked) return checked;
   const double n = UniformDivisions(control, length);
-  if (n < 1) return CheckSize("element size", size, length);
   if (n <= CQXCalcSzct::kMostDivisions) return {};
   return Bad(fmt::format("the element size {} makes {:.0f} divisions, more than {}", size, n,
                          CQXCalcSzct::kMostDivisions),

@@ -22,8 +22,8 @@ struct EdgeSeeds {
 /// Whether a size control can seed an edge of this length; otherwise what is wrong with it. Sizes
 /// and counts must be positive and finite, sizes no larger than the edge, counts at most
 /// CQXCalcSzct::kMostDivisions, a uniform part less than the whole, given positions no closer to
-/// each other than a millionth of the length. Deliberate: by size alone, where the number of
-/// divisions is rounded, a size up to twice the edge makes one.
+/// each other than a millionth of the length. Deliberate: by size alone an edge that is shorter
+/// than the size has one division, so that one size does for all edges of a part.
 QXDB_API Outcome CheckSizeControl(const tagTSzct& control, double edge_length);
 
 /// Seeds an edge. Fractions of methods 3, 4, 5 and 8 are of arc length; those of methods 1 and 2

@@ -275,9 +275,10 @@ class Parser {
     }
     std::string word = Lower(Now().raw);
     constexpr std::string_view kOfMeasures = "quality.";
-    if (word.starts_with(kOfMeasures)) word.erase(0, kOfMeasures.size());
+    const bool is_measure = word.starts_with(kOfMeasures);
+    if (is_measure) word.erase(0, kOfMeasures.size());
     const Condition* found = RowOf(word);
-    if (!found) {
+    if (!found || (is_measure && !found->syntax.starts_with("MEASURE"))) {
       UnknownWord(word);
       return nullptr;
     }
@@ -338,8 +339,8 @@ class Parser {
     if (what == "COUNT") return ReadCount(row, to);
     if (what == "SYSTEM") return ReadSystem(row, to);
     if (what == "LIMIT") return ReadLimit(row, to);
-    if (what == "LENGTH") return ReadQuantity("a length", row, to);
-    if (what == "ANGLE") return ReadQuantity("an angle", row, to);
+    if (what == "LENGTH") return ReadQuantity("a length", row, to) && IsNotNegative("length", to);
+    if (what == "ANGLE") return ReadQuantity("an angle", row, to) && IsNotNegative("angle", to);
     if (what == "POINT") return ReadThree("a point x,y,z", row, to);
     if (what == "DIRECTION") return ReadThree("a direction x,y,z", row, to);
     const std::size_t at = Now().at;
@@ -360,11 +361,12 @@ class Parser {
     return key;
   }
 
-  bool TakeKey(std::string_view text, const Condition& row, Key& key) {
+  bool TakeKey(std::string_view text, const Condition& row, Key& key,
+               std::string_view what = "a key") {
     const auto whole = Now().kind == Token::Kind::kNumber && Now().unit.empty()
                            ? WholeOf(text)
                            : std::optional<Key>();
-    if (!whole) return Expected("a key", row);
+    if (!whole) return Expected(what, row);
     key = *whole;
     Go();
     return true;
@@ -434,9 +436,16 @@ class Parser {
 
   bool ReadCount(const Condition& row, Arguments& to) {
     Key count = 0;
-    if (!TakeKey(Now().raw, row, count)) return false;
+    if (!TakeKey(Now().raw, row, count, "a whole number from 0 up")) return false;
     to.count = count;
     return true;
+  }
+
+  bool IsNotNegative(std::string_view what, const Arguments& to) {
+    const Quantity& read = to.numbers.back();
+    return read.value >= 0 ||
+           Fault(read.at, fmt::format("the {} is negative", what),
+                 fmt::format("write {} {} from 0 up", what.front() == 'a' ? "an" : "a", what));
   }
 
   bool ReadSystem(const Condition& row, Arguments& to) {
@@ -446,11 +455,27 @@ class Parser {
 
   bool ReadLimit(const Condition& row, Arguments& to) {
     for (const auto& [sign, comparison] : kComparisons) {
+      const std::size_t at = Now().at;
       if (!TakeSign(sign)) continue;
+      if (!CheckSignEnds(at, sign)) return false;
       to.comparison = comparison;
       return ReadQuantity("a number", row, to);
     }
     return Expected("one of < <= > >= = !=", row);
+  }
+
+  /// A comparison as other languages write it is told what it is here.
+  bool CheckSignEnds(std::size_t at, std::string_view sign) {
+    if (!Now().is_joined) return true;
+    constexpr std::pair<std::string_view, std::string_view> kElsewhere[] = {
+        {"==", "="}, {"=<", "<="}, {"=>", ">="}, {"<>", "!="}};
+    const std::string written = std::string(sign) + std::string(Now().raw);
+    for (const auto& [theirs, ours] : kElsewhere) {
+      if (written != theirs) continue;
+      return Fault(at, fmt::format("\"{}\" is no comparison", theirs),
+                   fmt::format("did you mean {}?", ours));
+    }
+    return true;
   }
 
   bool ReadThree(std::string_view what, const Condition& row, Arguments& to) {
