@@ -16,6 +16,7 @@
 
 #include "exchange/msh/msh_reader.h"
 #include "exchange/transfer.h"
+#include "fuzz/h5_text.h"
 #include "fuzz/model_parts.h"
 #include "host/session.h"
 #include "host/texts.h"
@@ -40,6 +41,19 @@ void Put(const std::string& target, const std::string& name, const std::string& 
 
 // ---- meshes and decks ---------------------------------------------------------------------------
 
+/// An HDF5 file of ours as the targets take it.
+std::string TextOf(const std::string& path) {
+  const auto file = exchange::H5Reader::Open(path);
+  Need(static_cast<bool>(file));
+  std::string text;
+  Describe(**file, "", {"label", "type", "order", "MAJ", "MIN", "REL", "DIM", "ESP",
+                        "REP",   "TYP",  "UNI",   "DES", "NDT", "NOR", "NUM", "NBR",
+                        "GEO",   "NOM",  "UNT",   "NCO", "MAI", "PFL", "NGA", "PDT"},
+           text);
+  Need((*file)->Ok());
+  return text;
+}
+
 /// What the session is in a format; one of them with each of the format's options in turn.
 void ExportTo(CQXDBSession& session, const exchange::Format& format, const std::string& of) {
   std::vector<std::pair<std::string, exchange::OptionValues>> choices{{"", {}}};
@@ -62,6 +76,10 @@ void ExportTo(CQXDBSession& session, const exchange::Format& format, const std::
     if (!is_written && is_surface) continue;  // lines and points have none
     Need(is_written);
     const std::string target(format.name == "vtu" ? "vtk" : is_surface ? "surface" : format.name);
+    if (target == "cgns" || target == "med") {
+      Put(target, of + name, TextOf(path));
+      continue;
+    }
     const std::string which = is_surface ? std::string(format.name) + "-" : "";
     Put(target, which + of + name, *ReadWholeFile(path));
   }
