@@ -23,10 +23,6 @@ std::string Counted(std::size_t steps) {
   return fmt::format("{} step{}", Grouped(static_cast<std::int64_t>(steps)), steps == 1 ? "" : "s");
 }
 
-std::string BoundsText(const HistoryLimits& kept) {
-  return fmt::format("{} and {}", Counted(kept.steps), Bytes(kept.bytes));
-}
-
 /// The command that makes room for the whole history, and as much again.
 std::string RoomCommand(const Model& model, const HistoryFit& whole) {
   const HistoryLimits& kept = model.session.KeptHistory();
@@ -108,6 +104,10 @@ Outcome SetBounds(Model& model, const BoundsOptions& options, const Context& con
 }
 
 }  // namespace
+
+std::string BoundsText(const HistoryLimits& kept) {
+  return fmt::format("{} and {}", Counted(kept.steps), Bytes(kept.bytes));
+}
 
 std::string HistoryText(const CQXDBSession& session) {
   const Journal& history = session.History();

@@ -11,6 +11,8 @@
 
 namespace qx::app {
 
+/// "1 000 steps and 67.1 MB".
+std::string BoundsText(const HistoryLimits& kept);
 /// "3 steps, 1.2 MB; at most 1 000 steps and 67.1 MB are kept".
 std::string HistoryText(const CQXDBSession& session);
 /// The same as the object "history".

@@ -8,6 +8,7 @@
 #include "qx_db/qx_db.h"
 #include "qx_db/record/describe.h"
 
+#include "apps/qxdb/model/history_bounds.h"
 #include "apps/qxdb/model/selection.h"
 
 namespace qx::app {
@@ -115,9 +116,12 @@ void InfoRest(const InfoSource& source, std::string& text, JsonText& json) {
   json.Begin("history")
       .Integer("undoable", source.undoable)
       .Integer("redoable", source.redoable)
+      .Integer("most_steps", static_cast<std::int64_t>(source.session.KeptHistory().steps))
+      .Integer("most_bytes", static_cast<std::int64_t>(source.session.KeptHistory().bytes))
       .End();
-  text += fmt::format("history   {:>11}  step{} to undo, {} to redo\n", Grouped(source.undoable),
-                      source.undoable == 1 ? "" : "s", Grouped(source.redoable));
+  text += fmt::format("history   {:>11}  step{} to undo, {} to redo; keeps {}\n",
+                      Grouped(source.undoable), source.undoable == 1 ? "" : "s",
+                      Grouped(source.redoable), BoundsText(source.session.KeptHistory()));
 }
 
 }  // namespace qx::app

@@ -244,6 +244,7 @@ std::optional<ModelGlance> GlanceAtModel(const std::string& path, CQXDBSession& 
   if (!reader || !(*reader)->CheckAllPages() || !(*reader)->ReadUnits(session.Units())) {
     return std::nullopt;
   }
+  session.SetKeptHistory((*reader)->ReadKeptHistory());
   for (const std::uint16_t type : pools) {
     DPoolBase* pool = session.GetDataPool(type);
     if (pool && !(*reader)->ReadPool(*pool)) return std::nullopt;
