@@ -33,7 +33,7 @@ tagTNode NodeOf(Key key) {
 }
 
 template <class Edit>
-void Step(CQXDBSession& session, Edit&& edit) {
+void InStep(CQXDBSession& session, Edit&& edit) {
   CTransaction step(&session);
   step.Begin(u"edit");
   edit();
@@ -60,7 +60,7 @@ TEST(FewAddresses, AreEnoughForAnUndo) {
     CQXDBSession session(AddStandardPools);
     auto& nodes = *session.GetPool<DPoolNode>(code::kNode);
     auto& elements = *session.GetPool<DPoolElem>(code::kElem);
-    Step(session, [&] {
+    InStep(session, [&] {
       tagTElem element;
       element.key = 1;
       element.type = 2;
@@ -68,8 +68,8 @@ TEST(FewAddresses, AreEnoughForAnUndo) {
       elements.InsertNU(element);
     });
     const auto before = session.StateHash();
-    Step(session, [&] { nodes.RemoveAll(), elements.RemoveAll(); });
-    Step(session, [&] { nodes.InsertNU(NodeOf(2000000000)); });
+    InStep(session, [&] { nodes.RemoveAll(), elements.RemoveAll(); });
+    InStep(session, [&] { nodes.InsertNU(NodeOf(2000000000)); });
     session.Undo();
     LeaveAddresses(0);
     std::exit(session.Undo() && session.StateHash() == before && session.Validate().empty() ? 0
