@@ -114,7 +114,7 @@ def test_the_library_of_med_reads_fields(tmp_path: Path) -> None:
     mesh, path = with_fields(tmp_path, "fields.med")
     said = dump_of_med(path)
     tables = re.findall(r"CHAMP \|(\w+)\|.*?- Valeurs :\s*\|([^\n]*)\|", said, re.S)
-    read = {}
+    read: dict[str, list[float]] = {}
     for name, values in tables:
         read.setdefault(name, []).extend(float(v) for v in values.replace("|", " ").split())
     for name, values in mesh.point_data.items():

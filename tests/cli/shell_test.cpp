@@ -69,8 +69,9 @@ TEST_F(Shell, SuggestsWhatMayStandNext) {
       {"check --measure size --mea", "--measure"},
       // What was given, or excludes something given, is not offered.
       {"import a.msh m.qxm --add --",
-       "--json|--threads|--units|--format|--include-dir|--option|--strict|--report|--force|--help"},
-      {"orient m.qxm --node 1 --", "--json|--threads|--help"},
+       "--json|--threads|--units|--format|--include-dir|--option|--strict|--report|--force|--yes|--"
+       "help"},
+      {"orient m.qxm --node 1 --", "--json|--threads|--yes|--help"},
       {"material import a.gdbp m.qxm S235 --a", ""},
       {"edit renumber m.qxm node 1 --map k.json --f", "--force"},
   };

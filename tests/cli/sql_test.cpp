@@ -71,7 +71,7 @@ TEST_F(SqlCommand, SaysWhatIsWrongInOneLine) {
       {"dump m.qxm --query \"SELECT x FROM node\" --unit m", 2, "--unit"},
       {"sql none.qxm \"SELECT 1\"", 1, "none.qxm"},
       {"dump m.qxm", 2, "needs tables or a query, not both"},
-      {"dump m.qxm nodes", 2, "table nodes: is none of the model's"},
+      {"dump m.qxm nodes", 1, "table nodes: is none of the model's"},
       {"dump m.qxm node --output good.msh", 1, "good.msh"},
   };
   Write("open.sql", "BEGIN;\nUPDATE node SET x = 0;\n");
@@ -84,7 +84,7 @@ TEST_F(SqlCommand, SaysWhatIsWrongInOneLine) {
       EXPECT_EQ(run.out, "");
     }
   }
-  EXPECT_EQ(Qxdb("log m.qxm").out, "no history\n");
+  EXPECT_TRUE(Qxdb("log m.qxm").out.starts_with("no history;"));
 }
 
 TEST_F(SqlCommand, WritesStepsThatUndoTakesBack) {

@@ -8,7 +8,9 @@
 #include <pty.h>
 #include <span>
 #include <string>
+#include <string_view>
 #include <sys/wait.h>
+#include <termios.h>
 #include <unistd.h>
 #include <vector>
 
@@ -58,9 +60,12 @@ class Terminal {
     shown_.erase(0, at + text.size());
     return "";
   }
-  /// Types and awaits in turns; what went wrong.
+  /// Types and awaits in turns; what went wrong. A prompt is shown before keys are taken one by
+  /// one: what would be typed between would be the terminal's.
   std::string Talk(std::span<const Said> said) {
     for (const Said& one : said) {
+      if (is_at_prompt_) AwaitKeys();
+      is_at_prompt_ = std::string_view(one.shows).ends_with("> ");
       Type(one.typed);
       if (std::string fault = Await(one.shows); !fault.empty()) {
         return std::string(one.typed) + ": " + fault;
@@ -77,6 +82,14 @@ class Terminal {
   }
 
  private:
+  void AwaitKeys() const {
+    termios now{};
+    for (int i = 0; i < 20000 && tcgetattr(terminal_, &now) == 0 && (now.c_lflag & ICANON); ++i) {
+      usleep(1000);
+    }
+  }
+
+  bool is_at_prompt_ = false;
   int terminal_ = -1;
   pid_t child_ = -1;
   std::string shown_;  // and not yet awaited

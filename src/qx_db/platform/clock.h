@@ -1,5 +1,6 @@
 #pragma once
 // What time it is.
+// Threads: any.
 
 #include <chrono>
 #include <cstdint>

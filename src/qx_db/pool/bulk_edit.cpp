@@ -9,7 +9,7 @@
 namespace qx {
 namespace {
 
-constexpr std::size_t kAhead = 12;  // items on their way while one is changed
+constexpr std::size_t kItemsAhead = 12;  // items on their way while one is changed
 constexpr std::size_t kLine = 64;
 
 /// Starts loading the arrays of a record, which must be in the cache.
@@ -33,17 +33,17 @@ std::size_t SetMany(DPoolBase& pool, std::span<const ITR> positions,
     if (i < positions.size()) {
       for (std::size_t at = 0; at < bytes; at += kLine) Prefetch(positions[i] + at);
     }
-    const std::size_t near = i - kAhead / 2;  // fetched a while ago
-    if (schema.HasArrays() && i >= kAhead / 2 && near < positions.size() &&
+    const std::size_t near = i - kItemsAhead / 2;  // fetched a while ago
+    if (schema.HasArrays() && i >= kItemsAhead / 2 && near < positions.size() &&
         set.IsLinked(positions[near])) {
       FetchArrays(schema, positions[near]);
     }
   };
-  for (std::size_t i = 0; i < kAhead; ++i) fetch(i);
+  for (std::size_t i = 0; i < kItemsAhead; ++i) fetch(i);
   LongWork work(positions.size());
   const auto record = pool.NewRecord();  // one for all, for its arrays' room
   for (std::size_t i = 0; i < positions.size(); ++i) {
-    fetch(i + kAhead);
+    fetch(i + kItemsAhead);
     work.Step();
     if (!set.IsLinked(positions[i])) return i;
     set.CopyTo(*record, positions[i]);
