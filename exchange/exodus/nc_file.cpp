@@ -447,10 +447,10 @@ void NcWriter::Integer(const char* name, int value) {
 }
 
 void NcWriter::Define(const std::string& variable, Type type, const std::vector<int>& dimensions) {
-  constexpr nc_type kTypes[] = {NC_INT, NC_DOUBLE, NC_CHAR};
+  constexpr nc_type kOwnTypes[] = {NC_INT, NC_DOUBLE, NC_CHAR};
   int id = 0;
   if (wrong_.empty()) {
-    Check(Nc().nc_def_var(id_, variable.c_str(), kTypes[static_cast<int>(type)],
+    Check(Nc().nc_def_var(id_, variable.c_str(), kOwnTypes[static_cast<int>(type)],
                           static_cast<int>(dimensions.size()), dimensions.data(), &id));
   }
 }

@@ -4,6 +4,7 @@
 #include <pybind11/stl.h>
 
 #include "qx_db/bulk/model_import.h"
+#include "qx_db/model/set_rules.h"
 
 #include "handle.h"
 #include "host/session.h"
@@ -48,7 +49,7 @@ py::tuple ImportModel(Handle& handle, const std::string& path, const std::vector
       options.choices.push_back({PoolOfCode(session, code).GetTypeCode(), keys});
     }
     LongWork work(2);
-    const auto from = ExternalModel::Open(path, host::SetUpModel);
+    const auto from = ExternalModel::Open(path, host::SetUpModel, MakeAllPlain);
     Require(from.AsOutcome());
     work.Step();
     auto imported = ImportRecords(session, **from, options);

@@ -149,8 +149,9 @@ inline constexpr ExitMeaning kExitMeanings[] = {
 /// What every command is given and gives back.
 struct Context {
   bool json = false;
-  int threads = 0;   ///< to use; 0: one for each core
-  bool yes = false;  ///< the command may go on where it would ask
+  int threads = 0;          ///< to use; 0: one for each core
+  bool yes = false;         ///< the command may go on where it would ask
+  bool yes_to_all = false;  ///< and so may every other of the shell or script
   int exit_code = kDone;
   std::vector<std::string> names_of_lines;  ///< arguments with line ends, to be shown without
   bool is_shell = false;      ///< whether commands are typed without the program's name

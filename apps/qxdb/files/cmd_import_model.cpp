@@ -4,6 +4,7 @@
 
 #include "qx_db/bulk/record_file.h"
 #include "qx_db/gateway/key_map_file.h"
+#include "qx_db/model/set_rules.h"
 #include "qx_db/platform/file.h"
 #include "qx_db/platform/plain_text.h"
 #include "qx_db/qx_db.h"
@@ -62,7 +63,7 @@ Outcome RunImportModel(Model& model, const ImportOptionsText& asked, const Conte
           CheckOutput(asked.key_map, OutputKind::kKeyMap, asked.force, {asked.from, asked.model});
       !free)
     return free;
-  auto from = ExternalModel::Open(asked.from, host::SetUpModel);
+  auto from = ExternalModel::Open(asked.from, host::SetUpModel, MakeAllPlain);
   if (!from) return from.AsOutcome();
   ImportOptions options = asked.options;
   options.with_references = !asked.only;

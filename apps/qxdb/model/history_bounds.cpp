@@ -134,8 +134,15 @@ void WriteHistory(const CQXDBSession& session, JsonText& json) {
 Outcome CheckHistory(Model& model, bool dry_run) {
   const CQXDBSession& session = model.session;
   const HistoryLimits& kept = session.KeptHistory();
-  const std::size_t lost = PushedOut(model, FitHistory(session, kept));
-  model.pushed_out = lost;
+  const HistoryFit fit = FitHistory(session, kept);
+  const std::size_t lost = PushedOut(model, fit);
+  model.pushed_out = lost + (session.History().Undone().size() - fit.undone);
+  if (model.pushed_out > lost && !model.yes && !dry_run) {
+    return Failure{model.path, "history",
+                   fmt::format("would lose {} that can be done again",
+                               Counted(session.History().Undone().size() - fit.undone)),
+                   "repeat it with --yes to let them go, or keep more: qxdb history set"};
+  }
   if (lost == 0 || (model.yes && !dry_run)) return {};
   const HistoryFit whole = FitHistory(session, kAll);
   // Of so many steps as are kept, the oldest goes for each new one: nobody is asked about that.
@@ -201,7 +208,7 @@ void AddYesToAll(Command& app, Context& context) {
       command.work = [kept, work = std::move(command.work)] { work(); };
     }
     command.work = [flag, &context, work = std::move(command.work)] {
-      context.yes = *flag;
+      context.yes = *flag || context.yes_to_all;
       work();
     };
   }

@@ -17,6 +17,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
+constexpr auto kAllSteps = std::numeric_limits<std::size_t>::max();
+
 /// Whether a file is a model by its mark, sound or not.
 bool IsModelFile(const std::string& path) {
   constexpr std::size_t kMarkAt = 68;  // where a database keeps whose it is
@@ -41,8 +43,7 @@ Model::Model(std::string of, std::unique_ptr<CQXDocBase> own)
     : path(std::move(of)),
       document(own ? *own : OpenModel::Current()->Document()),
       own_(std::move(own)) {
-  constexpr auto kAll = std::numeric_limits<std::size_t>::max();
-  session.SetHistoryLimits({kAll, kAll});
+  session.SetHistoryLimits({kAllSteps, kAllSteps});
 }
 
 Model::~Model() {
@@ -64,13 +65,23 @@ Outcome Model::OpenForEditing() {
 Outcome Model::SaveAs() {
   if (Outcome may = CheckHistory(*this, false); !may) return may;
   const LongTask task("Writing " + path);
-  return document.SaveAs(FileOf(path));
+  return ForgetPushedOut(document.SaveAs(FileOf(path)));
 }
 
 Outcome Model::Save(bool dry_run, const std::string& map_file, const std::string& map) {
   if (Outcome may = CheckHistory(*this, dry_run); !may) return may;
   const LongTask task("Writing " + path);
-  return SaveWith(document, map_file, map, dry_run);
+  Outcome saved = SaveWith(document, map_file, map, dry_run);
+  return dry_run ? saved : ForgetPushedOut(std::move(saved));
+}
+
+/// A shell goes on with the session: what the file let go of, it does, too.
+Outcome Model::ForgetPushedOut(Outcome saved) {
+  if (!saved || own_ || pushed_out == 0) return saved;
+  const HistoryFit fit = FitHistory(session, session.KeptHistory());
+  session.SetHistoryLimits({fit.done + fit.undone, kAllSteps});
+  session.SetHistoryLimits({kAllSteps, kAllSteps});
+  return saved;
 }
 
 Outcome Model::Reread() {

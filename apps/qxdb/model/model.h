@@ -48,6 +48,7 @@ struct Model {
 
  private:
   Outcome NoteHistory(const Outcome& opened);
+  Outcome ForgetPushedOut(Outcome saved);
   explicit Model(std::string of, std::unique_ptr<CQXDocBase> own);
   std::unique_ptr<CQXDocBase> own_;  // null where the shell's is worked on
 };

@@ -57,6 +57,10 @@ void OpenModel::TakeBack() {
   if (!is_read_) return;
   const ModelStamp stamp = StampOf(file_);
   if (stamp == report_.stamp || document_.IsModified()) return;
+  if (!(document_.Stamp() == stamp)) {  // another program wrote it
+    is_read_ = false;
+    return;
+  }
   // The command saved the model.
   const auto reader = ModelFileReader::Open(file_);
   is_read_ = static_cast<bool>(reader);

@@ -109,6 +109,12 @@ Outcome CheckChoice(const TransformOptions& options) {
   if (options.by_axis->is_given && !options.by_rotate->is_given) {
     return fault("--axis", "goes with --rotate");
   }
+  if (options.by_at->is_given && (options.by_translate->is_given || options.by_from->is_given)) {
+    return fault("--at", "goes with --rotate, --scale and --mirror");
+  }
+  if (options.by_in->is_given && options.by_from->is_given) {
+    return fault("--in", "does not go with --from");
+  }
   for (const auto* numbers : {&options.translate, &options.at, &options.axis, &options.mirror}) {
     for (const double number : *numbers) {
       if (!std::isfinite(number)) return fault("transform", "takes finite numbers");

@@ -64,7 +64,9 @@ Outcome RunAtomically(Shell& shell, std::istream& lines, const RunOptions& optio
                    "make room for a second one"};
   }
   shell.Use(options.model, (*made)->Name());
+  shell.Bind(true);
   const int code = shell.RunScript(lines, options.script, options.echo);
+  shell.Bind(false);
   shell.Use("");
   const bool is_there = fs::exists(copy, error);
   if (code != kDone) {
@@ -77,6 +79,16 @@ Outcome RunAtomically(Shell& shell, std::istream& lines, const RunOptions& optio
 }
 
 Outcome RunFile(Command& program, RunOptions options, Context& context) {
+  constexpr int kMostWithin = 32;
+  static int within = 0;
+  struct Level {
+    Level() { ++within; }
+    ~Level() { --within; }
+  } const level;
+  if (within > kMostWithin) {
+    return Failure{options.script, "", "runs itself, or scripts run each other too deep",
+                   "take the run out of it"};
+  }
   std::ifstream file;
   const bool is_piped = options.script == "-";
   if (is_piped) {
@@ -112,6 +124,7 @@ void AddShell(Command& app, Context& context) {
   const auto [shell, shell_options] = AddCommand<ShellOptions>(
       app, context, "shell", "Work on one open model, command by command", "qxdb shell bracket.qxm",
       [&app](const ShellOptions& options, Context& to) {
+        to.yes_to_all = to.yes;
         return RunShell(app, options.model, to);
       });
   shell->Add("model", &shell_options->model, "Model file, which commands then need not name")
@@ -119,8 +132,10 @@ void AddShell(Command& app, Context& context) {
 
   const auto [run, options] = AddCommand<RunOptions>(
       app, context, "run", "Run the commands of a script until one fails",
-      "qxdb run build.qx bracket.qxm --atomic",
-      [&app](const RunOptions& asked, Context& to) { return RunFile(app, asked, to); });
+      "qxdb run build.qx bracket.qxm --atomic", [&app](const RunOptions& asked, Context& to) {
+        to.yes_to_all = to.yes_to_all || to.yes;
+        return RunFile(app, asked, to);
+      });
   run->Add("script", &options->script, "Commands as in qxdb shell, one a line; - reads a pipe")
       .File({".qx"})
       .Required();

@@ -19,6 +19,13 @@ namespace {
 
 namespace fs = std::filesystem;
 
+/// A line of a script, also of one that was written on Windows.
+bool TakeLine(std::istream& lines, std::string& line) {
+  if (!std::getline(lines, line)) return false;
+  if (line.ends_with('\r')) line.pop_back();
+  return true;
+}
+
 /// Files whose names go on as `begun`, folders with a slash behind.
 std::vector<std::string> FilesLike(const std::string& begun,
                                    const std::vector<std::string>& extensions) {
@@ -60,12 +67,16 @@ Shell::Shell(Command& program, Context& context)
     if (Command* command = program.Find(name)) command->is_hidden = true;
   }
   program.notes = "'quit' or the end of the input leaves. Each command saves what it changed.";
-  const auto [open, path] =
-      AddCommand<std::string>(program, context, "open", "Work on another model", "open wing.qxm",
-                              [this](const std::string& to, const Context&) -> Outcome {
-                                Use(std::string(to));
-                                return {};
-                              });
+  const auto [open, path] = AddCommand<std::string>(
+      program, context, "open", "Work on another model", "open wing.qxm",
+      [this](const std::string& to, const Context&) -> Outcome {
+        if (is_bound_) {
+          return Failure{"", "open", "cannot be within --atomic, which is about one model",
+                         "give the other model a script of its own"};
+        }
+        Use(std::string(to));
+        return {};
+      });
   open->Add("file", path, "Model file").Model().Required();
   for (const char* name : {"quit", "exit"}) {
     AddCommand<bool>(program, context, name, "Leave", name,
@@ -109,13 +120,13 @@ int Shell::RunScript(std::istream& lines, const std::string& name, bool echo) {
   const std::string outer = context_.place;
   int code = kDone;
   int number = 0;
-  for (std::string line; code == kDone && !is_over_ && std::getline(lines, line);) {
+  for (std::string line; code == kDone && !is_over_ && TakeLine(lines, line);) {
     if (++number == 1 && line.starts_with("\xEF\xBB\xBF")) line.erase(0, 3);
     context_.place = fmt::format("{}:{}", name, number);
     while (SplitLine(line).goes_on) {
       line.back() = ' ';
       std::string next;
-      if (!std::getline(lines, next)) break;
+      if (!TakeLine(lines, next)) break;
       line += next;
       ++number;
     }

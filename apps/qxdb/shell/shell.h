@@ -24,6 +24,9 @@ class Shell {
   /// empty path on none, and commands name theirs.
   void Use(const std::string& path, const std::string& file = {});
 
+  /// Whether there is no going over to another model.
+  void Bind(bool is_bound) { is_bound_ = is_bound; }
+
   /// Runs the commands of a script until one does not end with 0, and returns what that one ended
   /// with; it was told then, with the line.
   int RunScript(std::istream& lines, const std::string& name, bool echo);
@@ -45,6 +48,7 @@ class Shell {
   const int threads_;
   std::unique_ptr<OpenModel> model_;
   bool is_over_ = false;
+  bool is_bound_ = false;
 };
 
 }  // namespace qx::app

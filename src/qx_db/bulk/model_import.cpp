@@ -631,13 +631,21 @@ void KeysForIterators(CQXDBSession& session) {
 
 }  // namespace
 
-Result<std::unique_ptr<ExternalModel>> ExternalModel::Open(const std::string& path,
-                                                           CQXDBSession::PoolSetup setup) {
+Result<std::unique_ptr<ExternalModel>> ExternalModel::Open(
+    const std::string& path, CQXDBSession::PoolSetup setup,
+    const std::function<Outcome(CQXDBSession&)>& prepare) {
   auto records = ReadModel(path, setup, {.complete = true});
   if (!records) return records.Error();
   (*records)->ForgetHistory();
   if (Outcome checked = qx::CheckCircles(**records, ReferenceForm::kIterators, path); !checked) {
     return checked.Error();
+  }
+  if (prepare) {
+    if (Outcome done = prepare(**records); !done) {
+      Failure fault = done.Error();
+      fault.file = path;
+      return fault;
+    }
   }
   KeysForIterators(**records);
   return std::unique_ptr<ExternalModel>(new ExternalModel(std::move(*records), path));

@@ -1,6 +1,7 @@
 #pragma once
 // Records of another model, or of a record file, into an open model.
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <utility>
@@ -98,8 +99,10 @@ class QXDB_API ExternalModel {
   /// Reads a model file, with the steps in it (ReadModel). Every reference in it must lead to a
   /// record of the file, and no chain of references within a pool may lead back to where it began;
   /// the failure lists those that do not, by pool and key.
-  static Result<std::unique_ptr<ExternalModel>> Open(const std::string& path,
-                                                     CQXDBSession::PoolSetup setup);
+  /// `prepare` changes the records first, while references are iterators; it may refuse.
+  static Result<std::unique_ptr<ExternalModel>> Open(
+      const std::string& path, CQXDBSession::PoolSetup setup,
+      const std::function<Outcome(CQXDBSession&)>& prepare = {});
   /// An empty one, for pools that come from elsewhere; `path` is what failures name.
   explicit ExternalModel(CQXDBSession::PoolSetup setup, std::string path = {})
       : ExternalModel(std::make_unique<CQXDBSession>(setup), std::move(path)) {}

@@ -57,6 +57,8 @@ class QXDB_API CQXDocBase {
   StepKeeper* Keeper() { return keeper_.get(); }
   /// Makes every step durable, lets go of the file, and keeps no more steps.
   void Release();
+  /// Of the file as the document last read or wrote it.
+  const ModelStamp& Stamp() const { return stamp_; }
 
  private:
   Outcome Load(const std::string& path, ModelFileReport* report, ModelContinuation* continuation);

@@ -47,18 +47,9 @@ const DPoolMset& SetsOf(const ExternalModel& model) {
 
 Result<std::unique_ptr<ExternalMeshSets>> ExternalMeshSets::Open(const std::string& path,
                                                                  CQXDBSession::PoolSetup setup) {
-  auto file = ExternalModel::Open(path, setup);
-  if (!file) return file.Error();
   // A rule would ask the model that it comes to: what comes is what the set has where it is from.
-  CQXDBSession& records = (*file)->Records();
-  const auto* const sets = records.GetPool<DPoolMset>(code::kMset);
-  for (ITR pos = sets->GetHeadPosition(); pos; sets->Next(pos)) {
-    if (Outcome made = MakePlain(records, pos); !made) {
-      Failure failure = made.Error();
-      failure.file = path;
-      return failure;
-    }
-  }
+  auto file = ExternalModel::Open(path, setup, MakeAllPlain);
+  if (!file) return file.Error();
   return std::unique_ptr<ExternalMeshSets>(new ExternalMeshSets(std::move(*file)));
 }
 

@@ -53,6 +53,9 @@ QXDB_API Outcome SetRule(CQXDBSession& session, ITR set, std::string_view text,
 /// Makes what the set's members are now its list, and takes its rule away; in a transaction. Fails,
 /// changing nothing, where the rule cannot be evaluated.
 QXDB_API Outcome MakePlain(CQXDBSession& session, ITR set);
+/// The same of every set of a session that is another model's, or none of it: what its rules name
+/// means nothing elsewhere. While references are iterators; the failure names the set.
+QXDB_API Outcome MakeAllPlain(CQXDBSession& session);
 
 extern template class DPool<tagTSetRule>;
 extern template class DPoolExtDB<tagTSetRule>;

@@ -124,6 +124,18 @@ std::string CasesBy(const Row& by, const Row& row, TStructBase& record, int numb
   return Utf8(by.name) + (lists && runs > kShortList ? InLists(list, *lists) : " " + list);
 }
 
+/// The members of an element of an array, one behind the other.
+std::string ElementText(const ElementSchema& schema, const char* element) {
+  std::string text;
+  for (const Row& member : schema.Rows()) {
+    if (!text.empty()) text += ' ';
+    const char* at = element + member.offset;
+    text += member.kind == MemberKind::kReference ? std::to_string(KeyOf(LoadAt<ITR>(at)))
+                                                  : NumbersText(member.number, at, member.size);
+  }
+  return text;
+}
+
 }  // namespace
 
 UnitCases UnitCasesOf(const Schema& schema, const Row& row, TStructBase& fresh, UnitLists* lists) {
@@ -170,6 +182,10 @@ std::string MemberValueText(const Row& row, const TStructBase& record) {
   const char* at = static_cast<const char*>(array.data);
   for (std::int32_t i = 0; i < array.count; ++i, at += row.element_size) {
     if (i) text += "; ";
+    if (row.elements) {
+      text += ElementText(*row.elements, at);
+      continue;
+    }
     text += row.kind == MemberKind::kReferenceArray ? std::to_string(KeyOf(LoadAt<ITR>(at)))
                                                     : NumbersText(row.number, at, row.element_size);
   }

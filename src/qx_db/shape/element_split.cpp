@@ -107,7 +107,9 @@ class Splitter {
       if (!Divide(mesh, e)) return RefusedByModel();
     }
     report_.Note("tetrahedra have no positive volume: their whole is warped or inside out", flat_);
+    report_.Note("triangles overlap others or have no area: their whole is concave", turned_);
     report_.Note("diagonals of degenerate elements gave no part", degenerate_);
+    report_.Note("degenerate elements have no parts and stay as they are", without_parts_);
     return {};
   }
 
@@ -139,7 +141,7 @@ class Splitter {
     part.type = is_plate ? (quadratic ? element::kTri6 : element::kTri3)
                          : (quadratic ? element::kTet10 : element::kTet4);
     const ElementTopology type(part.type);
-    wholes_.push_back(whole);
+    const std::size_t before = parts_.size();
     for (const SimplexPlaces& places : DivisionOf(shape, order)) {
       const auto place = [&](std::int32_t i) { return places[static_cast<std::size_t>(i)]; };
       part.nodes = TArray<ITR>();
@@ -165,6 +167,16 @@ class Splitter {
       parts_.push_back({whole, made});
       Point3 p[4];
       if (!is_plate && FirstPositions(part, 4, p) && !(SolidVolume(4, p) > 0)) ++flat_;
+      Point3 of[4];
+      if (is_plate && FirstPositions(part, 3, p) && FirstPositions(record, 4, of) &&
+          !(Dot(Cross(p[1] - p[0], p[2] - p[0]), Cross(of[2] - of[0], of[3] - of[1])) > 0)) {
+        ++turned_;
+      }
+    }
+    if (parts_.size() > before) {
+      wholes_.push_back(whole);
+    } else {
+      ++without_parts_;
     }
     return true;
   }
@@ -245,6 +257,8 @@ class Splitter {
   std::vector<ITR> wholes_;
   std::vector<Made> parts_;
   std::int64_t flat_ = 0;
+  std::int64_t turned_ = 0;
+  std::int64_t without_parts_ = 0;
   std::int64_t degenerate_ = 0;
 };
 

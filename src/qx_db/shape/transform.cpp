@@ -29,10 +29,15 @@ bool ReferenceIsZ() { return IsVariantA() || IsVariantC(); }
 
 class Mover {
  public:
-  /// `alone`: no other elements have these nodes.
+  /// `alone`: no other elements have these nodes; `tells` what stays as it is, for which all of the
+  /// model is looked at.
   Mover(CQXDBSession& session, const ShapeParts& parts, const AffineMap& map, ShapeReport& report,
-        bool alone)
-      : session_(session), map_(map), report_(report), elements_(Pool<tagTElem>(session)) {
+        bool alone, bool tells)
+      : session_(session),
+        map_(map),
+        report_(report),
+        tells_(tells),
+        elements_(Pool<tagTElem>(session)) {
     for (const ITR node : parts.nodes) nodes_.Add(node);
     for (const ITR element : parts.elements) {
       for (const ITR node : elements_.GetAtNU(element).nodes) {
@@ -78,7 +83,7 @@ class Mover {
         (!TurnOffsets() || !TurnPlates() || !TurnSolids() || !TurnSpecials() || !material.Put())) {
       return RefusedByModel();
     }
-    NoteTheRest(turns);
+    if (tells_) NoteTheRest(turns);
     return {};
   }
 
@@ -341,6 +346,7 @@ class Mover {
   CQXDBSession& session_;
   const AffineMap map_;
   ShapeReport& report_;
+  const bool tells_;
   DPoolElem& elements_;
   DistinctRecords nodes_;
   std::unordered_set<ITR> moved_nodes_;
@@ -368,7 +374,7 @@ void NoteLeft(const CQXDBSession& session, const std::map<std::uint16_t, std::in
 
 Outcome Transform(CQXDBSession& session, const ShapeParts& parts, const AffineMap& map,
                   ShapeReport& report) {
-  return Mover(session, parts, map, report, false).Run();
+  return Mover(session, parts, map, report, false, true).Run();
 }
 
 Outcome TransformCopies(CQXDBSession& session, const ShapeParts& parts, const AffineMap& map,
@@ -440,7 +446,8 @@ Outcome TransformCopies(CQXDBSession& session, const ShapeParts& parts, const Af
   for (std::size_t c = 0; c < many; ++c, step = step.Then(map)) {
     ShapeReport of_copy;
     const ShapeParts copy{made_nodes[c], made_elements[c]};
-    if (Outcome moved = Mover(session, copy, step, of_copy, true).Run(); !moved) return moved;
+    if (Outcome moved = Mover(session, copy, step, of_copy, true, c == 0).Run(); !moved)
+      return moved;
     if (c == 0) {  // the same of every copy
       report.notes.insert(report.notes.end(), of_copy.notes.begin(), of_copy.notes.end());
     }
