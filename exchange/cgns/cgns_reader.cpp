@@ -179,14 +179,10 @@ class CgnsReader : H5DeckReader {
       Add(std::move(group), family);
     }
     is_structured_ = is_structured;
-    CgnsSolutionReader::Zone solved{first_node_, nodes_, {}, key_of_};
-    for (std::size_t e = first_element_; e < deck_.elements.size(); ++e) {
-      const Mesh::Element& element = deck_.elements[e];
-      if (FindElementType(element.type)->dimension == cell_dimension_) {
-        solved.cells.push_back(element.key);
-      }
-    }
-    solutions_.ReadZone(solved, children);
+    solutions_.ReadZone(
+        {first_node_, nodes_,
+         CgnsCellKeys(deck_, first_element_, key_of_, is_lost_cell_, cell_dimension_), key_of_},
+        children);
     for (const Child& child : children) {
       TellOfOther(child);
       if (child.label == "ZoneBC_t") {
@@ -329,6 +325,7 @@ class CgnsReader : H5DeckReader {
     }
     if (HasFaults()) return;
     key_of_.assign(static_cast<std::size_t>(last) + 1, 0);
+    is_lost_cell_.assign(key_of_.size(), false);
     std::vector<Key> numbers;
     if (first_element_ == 0) {
       numbers = OwnNumbers(zone, "ElementNumbers", static_cast<std::uint64_t>(last));
@@ -408,6 +405,8 @@ class CgnsReader : H5DeckReader {
       const bool is_inner = !is_cells && polygonal_.IsInner(e);
       inner += is_inner;
       unknown += !is_inner && cell.code == 0;
+      is_lost_cell_[static_cast<std::size_t>(e)] =
+          !is_inner && cell.code == 0 && (is_cells ? 3 : 2) == cell_dimension_;
       if (is_inner || cell.code == 0) {
         key = 0;
       } else {
@@ -662,7 +661,8 @@ class CgnsReader : H5DeckReader {
   std::string prefix_;  // of names of its sets
   bool is_structured_ = false;
   CgnsFaces polygonal_;
-  std::vector<Key> key_of_;  // key of each element number, 0 for one that is not read
+  std::vector<Key> key_of_;         // key of each element number, 0 for one that is not read
+  std::vector<bool> is_lost_cell_;  // by number: one whose value in a solution stands for nothing
 };
 
 }  // namespace

@@ -29,6 +29,27 @@ std::string NumberAtEnd(const std::string& name) {
 
 }  // namespace
 
+std::vector<Key> CgnsCellKeys(const Deck& deck, std::size_t first_element,
+                              const std::vector<Key>& key_of, const std::vector<bool>& is_lost,
+                              std::int64_t dimension) {
+  std::vector<Key> keys;
+  std::size_t e = first_element;
+  const auto add_element = [&] {
+    if (e == deck.elements.size()) return;
+    const Mesh::Element& element = deck.elements[e++];
+    if (FindElementType(element.type)->dimension == dimension) keys.push_back(element.key);
+  };
+  for (std::size_t number = 1; number < key_of.size(); ++number) {
+    if (key_of[number] != 0) {
+      add_element();
+    } else if (is_lost[number]) {
+      keys.push_back(0);
+    }
+  }
+  while (key_of.empty() && e < deck.elements.size()) add_element();
+  return keys;
+}
+
 void CgnsSolutionReader::ReadSteps(const std::vector<Child>& of_base) {
   for (const Child& child : of_base) {
     if (child.label != "BaseIterativeData_t") continue;

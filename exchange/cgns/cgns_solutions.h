@@ -15,6 +15,14 @@
 
 namespace qx::exchange {
 
+/// The keys of a zone's cells, which are of the dimension, in the order in which solutions have
+/// their values; 0 for a cell that was left out. The zone's elements are the last of the deck, in
+/// the order of their numbers; `key_of` has a key or 0 for each number, and is empty in a
+/// structured zone; `is_lost` says of which there is a value all the same.
+std::vector<Key> CgnsCellKeys(const Deck& deck, std::size_t first_element,
+                              const std::vector<Key>& key_of, const std::vector<bool>& is_lost,
+                              std::int64_t dimension);
+
 class CgnsSolutionReader {
  public:
   CgnsSolutionReader(CgnsTree& tree, Deck& deck) : tree_(tree), deck_(deck) {}
