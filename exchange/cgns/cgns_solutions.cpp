@@ -8,6 +8,7 @@
 #include <set>
 
 #include "qx_db/platform/text.h"
+#include "qx_db/record/element_types.h"
 
 #include "exchange/cgns/cgns_model.h"
 
