@@ -154,8 +154,9 @@ TEST(Extrusion, HasTheVolumeOfItsBaseTimesItsHeight) {
       const tagTMset* set = SetOf(session, name);
       ASSERT_TRUE(set) << name;
       for (const ITR node : set->nodes) {
-        EXPECT_GE(NodeAt(node)->position.z, std::min(low, high) - 1e-12);
-        EXPECT_LE(NodeAt(node)->position.z, std::max(low, high) + 1e-12);
+        const double z = NodeAt(node)->position.z;
+        EXPECT_GE(z, std::min(low, high) - 1e-12);
+        EXPECT_LE(z, std::max(low, high) + 1e-12);
       }
     };
     heights("part bottom", 0, 0);
