@@ -209,17 +209,6 @@ Point3 Sum(const std::array<double, kMostNodes>& factors, const Point3* p, std::
   return sum;
 }
 
-void Collect(Moments& m, const Point3& p, double weight) {
-  m.size += weight;
-  m.first += weight * p;
-  m.xx += weight * p.x * p.x;
-  m.yy += weight * p.y * p.y;
-  m.zz += weight * p.z * p.z;
-  m.xy += weight * p.x * p.y;
-  m.yz += weight * p.y * p.z;
-  m.zx += weight * p.z * p.x;
-}
-
 /// Whether a node between corners is off the middle of its edge by more than its coordinates are
 /// rounded.
 bool IsCurved(const ShapeTable& table, const Point3* p) {
@@ -247,7 +236,7 @@ Moments CurvedMoments(CornerShape shape, const Point3* nodes) {
     const double grows = dimension == 1   ? Length(along[0])
                          : dimension == 2 ? Length(Cross(along[0], along[1]))
                                           : Triple(along[0], along[1], along[2]);
-    Collect(moments, Sum(point.value, nodes, count), point.weight * grows);
+    moments.Collect(Sum(point.value, nodes, count), point.weight * grows);
   }
   return moments;
 }

@@ -64,23 +64,12 @@ constexpr std::array<int, 8> kAsHexahedron[] = {
     {0, 1, 2, 3, 4, 5, 6, 7},
 };
 
-void Collect(Moments& m, const Point3& p, double weight) {
-  m.size += weight;
-  m.first += weight * p;
-  m.xx += weight * p.x * p.x;
-  m.yy += weight * p.y * p.y;
-  m.zz += weight * p.z * p.z;
-  m.xy += weight * p.x * p.y;
-  m.yz += weight * p.y * p.z;
-  m.zx += weight * p.z * p.x;
-}
-
 Point3 Between(const Point3& a, const Point3& b, double t) { return (1 - t) * a + t * b; }
 
 Moments LineMoments(const Point3* p) {
   Moments m;
   const double length = Distance(p[0], p[1]);
-  for (int i = 0; i < 3; ++i) Collect(m, Between(p[0], p[1], kAt[i]), kWeight[i] * length);
+  for (int i = 0; i < 3; ++i) m.Collect(Between(p[0], p[1], kAt[i]), kWeight[i] * length);
   return m;
 }
 
@@ -91,7 +80,7 @@ Moments SurfaceMoments(const Point3* q) {
       const Point3 low = Between(q[0], q[1], kAt[i]), high = Between(q[3], q[2], kAt[i]);
       const Point3 du = Between(q[1] - q[0], q[2] - q[3], kAt[j]);
       const double area = Length(Cross(du, high - low));
-      Collect(m, Between(low, high, kAt[j]), kWeight[i] * kWeight[j] * area);
+      m.Collect(Between(low, high, kAt[j]), kWeight[i] * kWeight[j] * area);
     }
   }
   return m;
@@ -115,7 +104,7 @@ Moments SolidMoments(const Point3* h) {
                                   Between(along[2], along[3], kAt[j]), kAt[k]);
         const Point3 dv = Between(slice[1] - slice[0], slice[3] - slice[2], kAt[k]);
         const double volume = Triple(du, dv, high - low);
-        Collect(m, Between(low, high, kAt[k]), kWeight[i] * kWeight[j] * kWeight[k] * volume);
+        m.Collect(Between(low, high, kAt[k]), kWeight[i] * kWeight[j] * kWeight[k] * volume);
       }
     }
   }

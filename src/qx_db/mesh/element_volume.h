@@ -38,6 +38,17 @@ struct Moments {
   double xy = 0, yz = 0, zx = 0;  ///< integrals of the products
 
   QXDB_API void Add(const Moments& other, double factor);
+  /// Adds a point mass: one point of a rule of integration.
+  void Collect(const Point3& p, double weight) {
+    size += weight;
+    first += weight * p;
+    xx += weight * p.x * p.x;
+    yy += weight * p.y * p.y;
+    zz += weight * p.z * p.z;
+    xy += weight * p.x * p.y;
+    yz += weight * p.y * p.z;
+    zx += weight * p.z * p.x;
+  }
 };
 
 /// The moments of a line, surface or solid shape from its corners, by a Gauss rule that is exact
