@@ -141,7 +141,8 @@ Outcome CheckHistory(Model& model, bool dry_run) {
     return Failure{model.path, "history",
                    fmt::format("would lose {} that can be done again",
                                Counted(session.History().Undone().size() - fit.undone)),
-                   "repeat it with --yes to let them go, or keep more: qxdb history set"};
+                   "repeat it with --yes to let them go, or keep more: qxdb history set " +
+                       model.path + " --bytes SIZE"};
   }
   if (lost == 0 || (model.yes && !dry_run)) return {};
   const HistoryFit whole = FitHistory(session, kAll);
@@ -180,8 +181,10 @@ void AddHistoryBounds(Command& app, Context& context) {
   set->Add("--bytes", &options->bytes, "Most that they take in the file; the last is always kept")
       .Check({fault, "SIZE"});
   set->notes =
-      "A step that would push others out is refused, unless --yes says to go on. What is kept\n"
-      "holds for all who write the model; it is a part of it, and no step.";
+      "Of so many steps the oldest goes for each new one. A step that would push out others "
+      "because\n"
+      "of its size is refused, unless --yes says to go on; qxdb sql --write does not ask. What is\n"
+      "kept holds for all who write the model; it is a part of it, and no step.";
 }
 
 void AddYesToAll(Command& app, Context& context) {

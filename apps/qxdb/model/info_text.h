@@ -13,7 +13,7 @@ struct InfoSource {
   const CQXDBSession& session;
   std::int64_t undoable = 0;
   std::int64_t redoable = 0;
-  /// Where the session has only the pools that NeededForInfo tells, with keys for references: how
+  /// Where the session has only the pools that IsNeededForInfo tells, with keys for references: how
   /// many records the file has of each pool. Null where it has everything.
   const ModelFileReport* glance = nullptr;
 };
